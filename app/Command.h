@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "station/base/Json.h"
+#include "station/base/Result.h"
+
+using Arguments = std::vector<std::string>;
+
+/// One console command. Its words are the name's ("edit trim") followed by the arguments.
+struct Command {
+  std::string name;
+  std::string usage;  ///< the arguments as help shows them: "E CLIP START END"
+  std::string help;   ///< one sentence
+  std::size_t minArguments = 0;
+  std::size_t maxArguments = 0;
+
+  /// Does it, on the host thread. The value is shown to people as text, a list or a table, and to
+  /// scripts as JSON; null where there is nothing to say.
+  std::function<Result<JsonValue>(const Arguments&)> run;
+
+  static constexpr std::size_t kAnyNumber = ~std::size_t{0};
+};
+
+/// All console commands by name.
+class CommandTable {
+ public:
+  /// Adds a command; its name must be new.
+  void add(Command command);
+
+  /// The command that the first words of a line name, the longest name first, and how many words
+  /// that were; null when there is none.
+  [[nodiscard]] const Command* find(const std::vector<std::string>& words,
+                                    std::size_t& nameWords) const;
+
+  /// The known name nearest to what was typed, or empty when nothing is near.
+  [[nodiscard]] std::string nearest(const std::vector<std::string>& words) const;
+
+  [[nodiscard]] const std::map<std::string, Command>& all() const { return commands_; }
+
+ private:
+  std::map<std::string, Command> commands_;
+};

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+/// The host's reference-counted string.
+///
+/// `LightweightString<char>` holds UTF-8 bytes, `LightweightString<wchar_t>` one 32-bit character
+/// per element. Copies share one immutable buffer; a change makes the changed string's own buffer
+/// first. A string that was never set behaves as the empty string. Strings may hold zero
+/// characters: the length counts, not a terminator. Any thread may read copies of one string at the
+/// same time; one string object belongs to one thread at a time.
+template <typename C>
+class LightweightString {
+ public:
+  using View = std::basic_string_view<C>;
+
+  /// An unset string: empty, without a buffer.
+  LightweightString() = default;
+
+  /// Copies a zero-terminated text; a null pointer gives an unset string.
+  LightweightString(const C* text)  // NOLINT(google-explicit-constructor): literals stand where
+                                    // strings are expected
+      : LightweightString(text ? View(text) : View()) {}
+
+  /// Copies exactly `length` characters, zero characters included.
+  LightweightString(const C* text, std::size_t length) : LightweightString(View(text, length)) {}
+
+  /// Copies the characters of a view.
+  explicit LightweightString(View text) {
+    if (!text.empty()) buffer_ = std::make_shared<const std::basic_string<C>>(text);
+  }
+
+  [[nodiscard]] std::size_t size() const { return buffer_ ? buffer_->size() : 0; }
+  [[nodiscard]] bool empty() const { return size() == 0; }
+
+  /// The characters, zero-terminated; valid until this string changes or is destroyed.
+  [[nodiscard]] const C* c_str() const { return buffer_ ? buffer_->c_str() : &kTerminator; }
+  [[nodiscard]] View view() const { return buffer_ ? View(*buffer_) : View(); }
+  [[nodiscard]] std::basic_string<C> str() const { return std::basic_string<C>(view()); }
+
+  /// The character at `index`, which must be smaller than size().
+  C operator[](std::size_t index) const { return (*buffer_)[index]; }
+
+  /// Makes this the empty string.
+  void clear() { buffer_.reset(); }
+
+  /// Appends; copies of this string made before keep their text.
+  LightweightString& operator+=(const LightweightString& tail) { return append(tail.view()); }
+  LightweightString& operator+=(const C* tail) { return append(View(tail)); }
+  LightweightString& operator+=(C tail) { return append(View(&tail, 1)); }
+
+  friend LightweightString operator+(LightweightString head, const LightweightString& tail) {
+    return head += tail;
+  }
+  friend LightweightString operator+(LightweightString head, const C* tail) { return head += tail; }
+
+  /// Exact comparisons, element by element: case-sensitive, no locale. Two unset strings are equal.
+  friend bool operator==(const LightweightString& a, const LightweightString& b) {
+    return a.view() == b.view();
+  }
+  friend bool operator!=(const LightweightString& a, const LightweightString& b) {
+    return a.view() != b.view();
+  }
+  friend bool operator<(const LightweightString& a, const LightweightString& b) {
+    return a.view() < b.view();
+  }
+  friend bool operator==(const LightweightString& a, const C* b) { return a.view() == View(b); }
+  friend bool operator!=(const LightweightString& a, const C* b) { return a.view() != View(b); }
+
+ private:
+  LightweightString& append(View tail) {
+    if (tail.empty()) return *this;
+    std::basic_string<C> whole(view());
+    whole.append(tail);
+    buffer_ = std::make_shared<const std::basic_string<C>>(std::move(whole));
+    return *this;
+  }
+
+  static constexpr C kTerminator{};
+
+  std::shared_ptr<const std::basic_string<C>> buffer_;
+};

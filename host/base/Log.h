@@ -1,0 +1,54 @@
+#pragma once
+
+#include <concepts>
+#include <initializer_list>
+#include <string>
+#include <type_traits>
+
+#include "host/base/HostApi.h"
+#include "host/base/LightweightString.h"
+
+// The host log. `LogBoth` writes to the log and the console, `Log` to the log alone. Any thread.
+//
+// Formats look like printf's, and formatting is type-safe: each conversion takes the next argument;
+// a conversion that does not fit its argument, or is none at all, prints the argument's text; a
+// conversion without an argument and an argument without a conversion print nothing. It is never
+// undefined behaviour, whatever the format.
+
+/// One argument of a log line, already turned into what a conversion may ask for.
+struct KV_HOST_API LogArgument {
+  enum eKind { eText, eSigned, eUnsigned, eReal };
+
+  LogArgument(const char* value) : kind(eText), text(value ? value : "(null)") {}         // NOLINT
+  LogArgument(const std::string& value) : kind(eText), text(value) {}                     // NOLINT
+  LogArgument(const LightweightString<char>& value) : kind(eText), text(value.view()) {}  // NOLINT
+  LogArgument(const LightweightString<wchar_t>& value);  // NOLINT: written as UTF-8
+  LogArgument(std::signed_integral auto value) : kind(eSigned), signedValue(value) {}  // NOLINT
+  LogArgument(std::unsigned_integral auto value)
+      : kind(eUnsigned), unsignedValue(value) {}                             // NOLINT
+  LogArgument(std::floating_point auto value) : kind(eReal), real(value) {}  // NOLINT
+
+  eKind kind;
+  std::string text;
+  long long signedValue = 0;
+  unsigned long long unsignedValue = 0;
+  double real = 0;
+};
+
+/// The text that a format and its arguments make.
+KV_HOST_API std::string formatLogLine(const char* format,
+                                      std::initializer_list<LogArgument> arguments);
+
+/// Writes a finished text to the log (and to the console).
+KV_HOST_API void writeLog(const std::string& text);
+KV_HOST_API void writeLogAndConsole(const std::string& text);
+
+template <typename... Arguments>
+void Log(const char* format, const Arguments&... arguments) {
+  writeLog(formatLogLine(format, {LogArgument(arguments)...}));
+}
+
+template <typename... Arguments>
+void LogBoth(const char* format, const Arguments&... arguments) {
+  writeLogAndConsole(formatLogLine(format, {LogArgument(arguments)...}));
+}

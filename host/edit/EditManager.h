@@ -1,0 +1,37 @@
+#pragma once
+
+#include "host/base/Cookie.h"
+
+/// The host's edits and logs as a whole. Host thread. An unknown cookie is ignored.
+class KV_HOST_API EditManager {
+ public:
+  /// Takes the wire text of a type 1 message and applies its modification to the edit, if it is
+  /// open here, as a change that is not yet saved. The host reads the modification from the text
+  /// itself.
+  static void addNetMessage(const Cookie& cookie, const LightweightString<char>& wireText);
+
+  /// Forgets an edit that another station deleted; closes it if it is open.
+  static void handleNetDelete(const Cookie& cookie);
+
+  /// Reads the project database record of an object again: its name, kind and owner in the lists.
+  static void updateProjdbRec(const Cookie& cookie);
+
+  /// An object's owner was announced by another station: `owner` is its name in UTF-8.
+  static void updateLocalPermissions(const Cookie& cookie, const LightweightString<char>& owner);
+
+  /// Whether the user has the edit open here.
+  static bool isOpen(const Cookie& cookie);
+
+  /// The project that is open, or the null cookie.
+  static Cookie getCurrentProjectID();
+
+  /// Writes the object's own configuration to its file, leaving the file's other content as it
+  /// stands there.
+  static void flushChanges(const Cookie& cookie);
+};
+
+/// The file that holds a log or edit. A null `project` means the open one; an object that the open
+/// project does not hold is looked for in the others. Empty when no project is known. The file need
+/// not exist.
+KV_HOST_API LightweightString<wchar_t> getFilenameForCookie(const Cookie& cookie,
+                                                            const Cookie& project);

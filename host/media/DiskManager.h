@@ -1,0 +1,35 @@
+#pragma once
+
+#include "host/base/HostApi.h"
+#include "host/base/LightweightString.h"
+#include "host/media/MaterialFilename.h"
+
+/// Knows which local directory stands for which network directory. Host thread.
+class KV_HOST_API DiskManager {
+ public:
+  /// The network (UNC) form of a local file, such as "//store/rushes/a.mov": the path's part below
+  /// a media directory appended to that directory's network form. A file below none keeps its local
+  /// path.
+  static LightweightString<wchar_t> convertLocalToUNC(const MaterialFilename& file);
+
+  /// The reverse. A text below no known network directory is taken as a local path.
+  static MaterialFilename convertUNCtoFsysFilename(const LightweightString<wchar_t>& unc);
+};
+
+/// Files that the player keeps open.
+class KV_HOST_API PlayFileCache {
+ public:
+  /// Closes the file if the player holds it open.
+  static void remove(const LightweightString<wchar_t>& osPath);
+};
+
+namespace Kv {
+
+/// Reads ahead of the player.
+class KV_HOST_API FileReaderResource {
+ public:
+  /// Drops read requests for the file, and what they brought.
+  static void clearRequestCache(const LightweightString<wchar_t>& osPath);
+};
+
+}  // namespace Kv

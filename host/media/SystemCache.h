@@ -1,0 +1,50 @@
+#pragma once
+
+#include "host/base/Cookie.h"
+#include "host/base/Vector.h"
+#include "host/media/MaterialFilename.h"
+#include "host/notify/Notifier.h"
+
+/// A media file that the system cache knows, with its proxies. The payload of the cache's
+/// notifications.
+class KV_HOST_API FsysDirectoryEntry : public NotifyPayload {
+ public:
+  FsysDirectoryEntry(const Cookie& cookie, const MaterialFilename& file)
+      : cookie_(cookie), file_(file) {}
+
+  [[nodiscard]] const Cookie& getCookie() const { return cookie_; }
+  [[nodiscard]] const MaterialFilename& getFilename() const { return file_; }
+  [[nodiscard]] const Vector<MaterialFilename>& getProxyFiles() const { return proxies_; }
+  void addProxyFile(const MaterialFilename& proxy) { proxies_.push_back(proxy); }
+
+ private:
+  Cookie cookie_;
+  MaterialFilename file_;
+  Vector<MaterialFilename> proxies_;
+};
+
+/// The media files that this station can play. Host thread.
+class KV_HOST_API SystemCache : public NotifierBase {
+ public:
+  /// The one cache, made on first use. Notifies with FsysDirectoryEntry and the types below.
+  static SystemCache& instance();
+
+  static const NotifyMsgType fileAddedMsgType_;
+  static const NotifyMsgType fileRemovedMsgType_;
+  static const NotifyMsgType proxyAddedMsgType_;
+  static const NotifyMsgType proxyRemovedMsgType_;
+
+  /// Makes a file known under its material's cookie, and notifies. A file that is known already, or
+  /// that is not there, is left alone. `isProxy` tells whether it is a proxy of the material rather
+  /// than the material itself.
+  virtual void addFile(const Cookie& cookie, const MaterialFilename& file, bool isProxy) = 0;
+
+  /// Forgets a material's file, and notifies. `isProxy` as above; `what` is a sum of eRemove.
+  virtual void removeFile(const Cookie& cookie, bool isProxy, int what) = 0;
+
+  /// What removeFile forgets.
+  enum eRemove : int {
+    eRemoveEntry = 1,    ///< the entry in the list
+    eRemoveProxies = 2,  ///< and those of its proxies
+  };
+};

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "host/base/HostApi.h"
+#include "host/base/LightweightString.h"
+
+class iFileManager;
+class iNetworkService;
+
+/// The host's operating-system layer. Lives from before the first plug-in is loaded until after the
+/// last is unloaded.
+class KV_HOST_API iOS {
+ public:
+  virtual ~iOS() = default;
+
+  [[nodiscard]] virtual iFileManager& fileManager() = 0;
+
+  /// The user's name as the system (or the station's command line) reports it, unchanged.
+  [[nodiscard]] virtual LightweightString<wchar_t> currentUserName() const = 0;
+
+  /// This machine's network host name; empty when the system has none.
+  [[nodiscard]] virtual LightweightString<wchar_t> networkHostName() const = 0;
+
+  /// Blocks the calling thread.
+  virtual void sleepMilliseconds(unsigned milliseconds) = 0;
+};
+
+/// Operating-system services that the host keeps to itself and its drivers.
+class KV_HOST_API iOSPrivate {
+ public:
+  virtual ~iOSPrivate() = default;
+
+  [[nodiscard]] virtual iNetworkService& networkService() = 0;
+};
+
+KV_HOST_API iOS& OS();
+KV_HOST_API iOSPrivate& OSPrivate();

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "host/base/HostApi.h"
+#include "host/base/Ptr.h"
+
+/// The host's shutdown service: calls what was registered when the application ends, on the host
+/// thread, the highest priority first and equal priorities in the order of registration. Each
+/// callback is called once.
+class KV_HOST_API Shutdown {
+ public:
+  enum eExitType {
+    eNormalExit,     ///< the user ended the application
+    eSignalledExit,  ///< the system asked it to end
+  };
+
+  class KV_HOST_API Callback : public virtual Kv::InternalRefCount {
+   public:
+    ~Callback() override = default;
+    virtual void call(eExitType type) = 0;
+  };
+
+  /// Calls one method of one object, which must outlive the shutdown.
+  template <typename Class>
+  class MethodCallback : public Callback {
+   public:
+    using Method = void (Class::*)(eExitType);
+
+    MethodCallback(Class* object, Method method) : object_(object), method_(method) {}
+    void call(eExitType type) override { (object_->*method_)(type); }
+
+   private:
+    Class* object_;
+    Method method_;
+  };
+
+  /// Keeps a reference on the callback until it was called or the service ends.
+  static void addCallback(const Kv::Ptr<Callback>& callback, int priority);
+};

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "host/base/Cookie.h"
+
+/// The current project: its cookie, or the null cookie when none is open. Host thread.
+KV_HOST_API Cookie get_project_cookie();
+
+/// The host's project spaces: which kind of space is open, and what other users see of it. Host
+/// thread.
+class KV_HOST_API ProjectSpacesManager {
+ public:
+  enum eProjectSpaceType {
+    eNoProjectSpace = 0,       ///< no project is open
+    eSharedProjectSpace = 1,   ///< a shared project is open: several stations, rooms
+    ePrivateProjectSpace = 2,  ///< a private project is open: one station at a time
+  };
+
+  /// Whether this machine shares projects over the network at all.
+  static bool machineIsInNetworkMode();
+
+  /// One of eProjectSpaceType.
+  static int getCurrentProjectSpaceType();
+
+  /// Reads again which projects and rooms are taken, and shows it.
+  static void refreshCurrentLobby();
+};

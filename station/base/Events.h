@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "host/base/Cookie.h"
+
+/// Where a change came from.
+enum class Origin { eLocal, eRemote };
+
+/// What the station tells whoever shows it: the console, the window, an event file. Called on the
+/// host thread, except log() and network(), which any thread may call; implementations of those two
+/// guard themselves.
+class iStationEvents {
+ public:
+  virtual ~iStationEvents() = default;
+
+  /// A datagram left this station, once a message however many destinations it has. `wireText` is
+  /// its bytes.
+  virtual void sent(const std::string& wireText) = 0;
+
+  /// A datagram is about to be handed to the plug-in.
+  virtual void received(const std::string& wireText) = 0;
+
+  /// Something that this station shows changed. `what`: edit, log, bin, rack, filter, media, room,
+  /// permissions. `how`: created, reloaded, modified, destroyed, added, removed, refreshed.
+  virtual void changed(const std::string& what, const Cookie& cookie, const std::string& how,
+                       Origin origin) = 0;
+
+  /// A line went to the host log; `toConsole` when it went to the console as well.
+  virtual void log(bool toConsole, const std::string& text) = 0;
+
+  /// A remote command ran.
+  virtual void command(const std::string& name) = 0;
+
+  /// A network problem, in a sentence; `dropped` counts the datagrams lost with it, 0 where none
+  /// were.
+  virtual void network(const std::string& problem, std::uint64_t dropped) = 0;
+
+  /// A text that no panel took.
+  virtual void notification(const std::string& text) = 0;
+};
+
+/// The station's events; a sink that drops everything until one is installed.
+iStationEvents& events();
+
+/// Installs the sink, which must live until another is installed or null restores the dropping one.
+void installEvents(iStationEvents* sink);
+
+/// Where a change that is being made right now comes from: remote while a datagram is being
+/// delivered. Host thread.
+Origin currentOrigin();
+
+/// Marks a delivery for as long as it lives. Host thread.
+class RemoteChangeScope {
+ public:
+  RemoteChangeScope();
+  RemoteChangeScope(const RemoteChangeScope&) = delete;
+  RemoteChangeScope& operator=(const RemoteChangeScope&) = delete;
+  ~RemoteChangeScope();
+};

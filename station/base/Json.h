@@ -1,0 +1,93 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "station/base/Result.h"
+
+/// A JSON value that loses nothing: numbers keep their spelling (integers beyond 64 bits, "1.0"
+/// against "1"), `NaN`, `Inf` and their negatives are numbers, objects keep the order of their
+/// keys. Text is UTF-8; bytes that are not UTF-8 are kept. A plain value; may be used on any
+/// thread, one at a time.
+class JsonValue {
+ public:
+  enum class Kind { eNull, eBool, eNumber, eString, eArray, eObject };
+  using Member = std::pair<std::string, JsonValue>;
+
+  JsonValue() = default;
+  JsonValue(bool value);           // NOLINT(google-explicit-constructor): literals make values
+  JsonValue(int value);            // NOLINT(google-explicit-constructor)
+  JsonValue(long value);           // NOLINT(google-explicit-constructor)
+  JsonValue(unsigned long value);  // NOLINT(google-explicit-constructor)
+  JsonValue(unsigned value);       // NOLINT(google-explicit-constructor)
+  JsonValue(
+      double value);  // NOLINT(google-explicit-constructor): shortest text that reads back the same
+  JsonValue(std::string_view value);    // NOLINT(google-explicit-constructor)
+  JsonValue(const std::string& value);  // NOLINT(google-explicit-constructor)
+  JsonValue(const char* value);         // NOLINT(google-explicit-constructor)
+
+  static JsonValue array();
+  static JsonValue object();
+  static JsonValue object(std::vector<Member> members);
+
+  /// A number from its spelling, which must be a JSON number, NaN, Inf, Infinity or one of them
+  /// with "-".
+  static JsonValue number(std::string spelling);
+
+  [[nodiscard]] Kind kind() const { return kind_; }
+  [[nodiscard]] bool isNull() const { return kind_ == Kind::eNull; }
+  [[nodiscard]] bool isString() const { return kind_ == Kind::eString; }
+  [[nodiscard]] bool isNumber() const { return kind_ == Kind::eNumber; }
+  [[nodiscard]] bool isArray() const { return kind_ == Kind::eArray; }
+  [[nodiscard]] bool isObject() const { return kind_ == Kind::eObject; }
+
+  /// The value as asked for, or the given default where it is of another kind (or out of range).
+  [[nodiscard]] bool asBool(bool otherwise = false) const;
+  [[nodiscard]] double asDouble(double otherwise = 0) const;
+  [[nodiscard]] long asLong(long otherwise = 0) const;
+  [[nodiscard]] const std::string& asString() const;  ///< empty for anything but a string
+  [[nodiscard]] const std::string& spelling() const;  ///< a number's; empty for anything else
+
+  /// An array's elements; empty for anything else.
+  [[nodiscard]] const std::vector<JsonValue>& elements() const { return elements_; }
+  [[nodiscard]] std::vector<JsonValue>& elements() { return elements_; }
+  void append(JsonValue element);
+
+  /// An object's members in order; empty for anything else.
+  [[nodiscard]] const std::vector<Member>& members() const { return members_; }
+
+  /// The member under `key`, or null (and an JSON null) where there is none. With equal keys the
+  /// last one counts.
+  [[nodiscard]] const JsonValue* find(std::string_view key) const;
+  [[nodiscard]] JsonValue* find(std::string_view key);
+  [[nodiscard]] const JsonValue& operator[](std::string_view key) const;
+
+  /// Sets a member, in place or at the end; makes this an object if it was null. Returns the
+  /// member.
+  JsonValue& set(std::string_view key, JsonValue value);
+  void remove(std::string_view key);
+
+  /// Value by value, key by key. Numbers are equal when their spellings name the same number (1
+  /// and 1.0 are not the same kind of number and differ; Inf and Infinity are equal; NaN equals
+  /// NaN); the order of keys does not matter.
+  friend bool operator==(const JsonValue& a, const JsonValue& b);
+
+ private:
+  Kind kind_ = Kind::eNull;
+  bool bool_ = false;
+  std::string text_;
+  std::vector<JsonValue> elements_;
+  std::vector<Member> members_;
+};
+
+/// Reads one JSON text (with NaN and Inf as above). Failure: eBadContent, with the line and what
+/// was expected. Nesting deeper than 512 is refused.
+Result<JsonValue> parseJson(std::string_view text);
+
+/// Writes on one line, without blanks. Strings that are not UTF-8 keep their bytes.
+std::string writeJson(const JsonValue& value);
+
+/// Writes with two blanks of indentation a level, as files are stored.
+std::string writeJsonIndented(const JsonValue& value);

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+/// A local media directory and the network form under which all stations know it; both without a
+/// trailing separator.
+struct MediaDirectory {
+  std::string local;
+  std::string unc;
+};
+
+/// What a station was started with. All texts UTF-8.
+struct StationSettings {
+  std::string projectsDirectory;  ///< absolute, without a trailing separator
+  std::string user;               ///< what the operating-system interface reports
+  std::string host;               ///< the network host name it reports
+  int machine = 0;                ///< the local machine number
+  bool networkMode = true;
+  std::vector<std::string>
+      sendTo;  ///< IPv4 addresses; empty means every interface's broadcast address
+  std::string listen = "0.0.0.0";  ///< the address that the listener binds
+  std::vector<MediaDirectory> media;
+  std::map<std::string, std::string> config;  ///< the host configuration, key to value
+  std::string plugin;                         ///< path of the plug-in library
+  std::string logFile;                        ///< empty for none
+};
+
+/// The settings of this process. The host's contract consists of static operations, so there is one
+/// station a process.
+const StationSettings& settings();
+
+/// Sets them, once, before anything else of the station is used and before other threads start.
+void installSettings(StationSettings settings);
+
+/// A machine number for a host name: 1 to 65535, the same on every station and in every version. It
+/// is the FNV-1a hash (32 bits, offset 2166136261, prime 16777619) of the upper-cased name's UTF-8
+/// bytes, modulo 65535, plus 1.
+int machineNumberFor(const std::string& host);

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "station/base/Result.h"
+
+// Files on the shared projects directory as the station's documents use them. Paths are UTF-8.
+// Every question is asked freshly: the parent directory is opened and one entry read before the
+// file is looked at, since a network file system otherwise goes on answering from its cache. Any
+// thread; calls block as long as the share does.
+
+/// Whether something exists at `path`.
+bool existsFresh(const std::string& path);
+
+/// A whole file's bytes. Larger than 1 GiB is refused.
+Result<std::string> readFresh(const std::string& path);
+
+/// The names in a folder, without "." and "..", in no particular order.
+Result<std::vector<std::string>> listFresh(const std::string& folder);
+
+/// Replaces a file's content in one step: temporary file in the same folder, fsync, rename, fsync
+/// of the folder. A reader sees the old or the new content, whole, and a crash leaves one of them.
+/// New files take the folder's group and its group's write bit. Temporary files are named so that
+/// no listing takes them for anything (leading dot), and what a killed station left of them is
+/// removed by the next write to the same file.
+Result<void> writeAtomically(const std::string& path, const std::string& bytes);
+
+/// Removes a file; one that is not there is success.
+Result<void> removeFileAt(const std::string& path);
+
+/// Makes a folder that takes its parent's group and write bits. eExists when it is there.
+Result<void> makeFolder(const std::string& path);
+
+/// The code and sentence for an errno value met while doing `what` ("write", "open") to `path`.
+Error errorFromErrno(int number, const std::string& what, const std::string& path);

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/base/Cookie.h"
+#include "station/base/Json.h"
+
+/// The project that is open on this station.
+struct OpenProject {
+  Cookie cookie;
+  std::string name;
+  std::string folder;  ///< <projects directory>/<cookie>, without a trailing separator
+  bool isPrivate = false;
+};
+
+/// An object with a name that users may type in place of its cookie.
+struct NamedObject {
+  Cookie cookie;
+  std::string name;
+};
+
+/// One kind of thing that a project holds (edits, bins, racks, filters, media, rooms): loaded when
+/// a project is entered, forgotten when it is left. Host thread.
+class iProjectPart {
+ public:
+  virtual ~iProjectPart() = default;
+
+  /// Loads this part of the project that was just opened, with one look at the folder: `files` are
+  /// the names in it, of which this part takes its own. A file that cannot be read is reported
+  /// (log) and set aside; the others go on.
+  virtual void enter(const OpenProject& project, const std::vector<std::string>& files) = 0;
+
+  /// Forgets the project.
+  virtual void leave() = 0;
+
+  /// Appends every object of this part whose name is exactly `name`, at a cost that does not grow
+  /// with the project.
+  virtual void findByName(const std::string& name, std::vector<NamedObject>& found) const = 0;
+
+  /// Whether this part holds the object.
+  [[nodiscard]] virtual bool holds(const Cookie& cookie) const = 0;
+
+  /// Appends all objects, for completion.
+  virtual void listObjects(std::vector<NamedObject>& objects) const = 0;
+
+  /// The key and value under which `state` shows this part: "edits", and an array of objects.
+  [[nodiscard]] virtual std::string stateKey() const = 0;
+  [[nodiscard]] virtual JsonValue state() const = 0;
+};
