@@ -1,0 +1,70 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "station/base/Json.h"
+#include "station/base/Result.h"
+#include "station/project/iProjectPart.h"
+
+/// What a list of projects shows of one.
+struct ProjectInfo {
+  Cookie cookie;
+  std::string name;
+  bool isPrivate = false;
+  bool isOccupied = false;
+  std::string lockOwner;  ///< empty when nobody holds it or the name cannot be read
+};
+
+/// The projects of the shared directory and the one that is open here.
+///
+/// A project is the folder <projects directory>/<cookie> with the record "project.json" (name,
+/// kind, when and by whom it was made). All else in the folder belongs to the project's parts. Host
+/// thread. One object a process.
+class Projects {
+ public:
+  Projects();
+  Projects(const Projects&) = delete;
+  Projects& operator=(const Projects&) = delete;
+  ~Projects();
+
+  /// The one object; it must exist.
+  static Projects& instance();
+
+  /// Adds a part, which must outlive this; parts are entered in this order and left in the reverse.
+  void addPart(iProjectPart& part);
+
+  Result<Cookie> create(const std::string& name, bool isPrivate);
+  Result<std::vector<ProjectInfo>> list() const;
+
+  /// Opens a project by name or cookie, leaving the open one first; tells the listeners. A private
+  /// project is locked while it is open; one that another station holds is refused with the
+  /// holder's name, and the open one stays open.
+  Result<void> enter(const std::string& nameOrCookie);
+
+  /// Leaves the open project, and its room; eNoProject when none is open.
+  Result<void> leave();
+
+  /// The open project, or null.
+  [[nodiscard]] const OpenProject* current() const { return current_.get(); }
+
+  /// The open project, or an eNoProject error that says how to open one.
+  Result<const OpenProject*> requireOpen() const;
+
+  /// The object of the open project that a user means by a cookie or an unambiguous name. `kinds`
+  /// are the kind letters that will do ("ES"); empty for any. Failures name what was asked for, and
+  /// the candidates of an ambiguous name.
+  Result<Cookie> resolve(const std::string& nameOrCookie, const std::string& kinds) const;
+
+  /// The names and cookies of the open project's objects, for completion.
+  [[nodiscard]] std::vector<NamedObject> objects() const;
+
+  /// Everything that this station shows of the open project, as one object: "project" (null when
+  /// none is open) and each part under its key.
+  [[nodiscard]] JsonValue state() const;
+
+ private:
+  std::vector<iProjectPart*> parts_;
+  std::unique_ptr<OpenProject> current_;
+};
