@@ -1,0 +1,63 @@
+# Installs what is missing of the packages that a task needs. Sourced by run, test and bench.
+#
+# kv_setup build      what building needs
+# kv_setup test       and what the tests need
+#
+# Says what it installs, asks nothing, and does nothing where all is there.
+
+KV_BUILD_PACKAGES="g++ cmake ninja-build pkg-config uuid-dev libicu-dev rapidjson-dev libcli11-dev libedit-dev"
+KV_TEST_PACKAGES="libgtest-dev clang libclang-rt-14-dev clang-format binutils iproute2 util-linux"
+
+kv_missing() {
+  local package
+  for package in "$@"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || printf '%s ' "$package"
+  done
+}
+
+kv_setup() {
+  local wanted=$KV_BUILD_PACKAGES missing as_root=
+  if [ "$1" = test ]; then wanted="$wanted $KV_TEST_PACKAGES"; fi
+  if ! command -v dpkg-query >/dev/null; then
+    echo "setup: this is no Debian system; please install by hand what these packages hold: $wanted" >&2
+    return 0
+  fi
+  missing=$(kv_missing $wanted)
+  [ -n "$missing" ] || return 0
+  if [ "$(id -u)" -ne 0 ]; then
+    as_root=sudo
+    if ! sudo -n true 2>/dev/null; then
+      echo "setup: missing packages: $missing" >&2
+      echo "setup: not root and no sudo without a password; run: sudo apt-get install $missing" >&2
+      return 1
+    fi
+  fi
+  echo "setup: installing $missing"
+  export DEBIAN_FRONTEND=noninteractive
+  local log
+  log=$(mktemp)
+  if ! $as_root apt-get update >"$log" 2>&1 ||
+     ! $as_root apt-get install -y --no-install-recommends $missing >>"$log" 2>&1; then
+    tail -n 20 "$log" >&2
+    echo "setup: the packages could not be installed (above); install them by hand and try again" >&2
+    rm -f "$log"
+    return 1
+  fi
+  rm -f "$log"
+}
+
+# kv_build PRESET [TARGET...]: configures if need be, and builds quietly; the whole output is shown when it fails.
+kv_build() {
+  local preset=$1 log started=$SECONDS
+  shift
+  log=$(mktemp)
+  if ! cmake --preset "$preset" >"$log" 2>&1 ||
+     ! cmake --build "build/$preset" ${*:+--target "$@"} >>"$log" 2>&1; then
+    tail -n 60 "$log" >&2
+    echo "build: $preset failed (above)" >&2
+    rm -f "$log"
+    return 1
+  fi
+  rm -f "$log"
+  echo "build: $preset ready in $((SECONDS - started)) s"
+}
