@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "host/base/LightweightString.h"
+#include "host/base/Text.h"
+
+// The station keeps UTF-8 in std::string; the host's interfaces speak LightweightString. Any
+// thread.
+
+/// The host's string of the same bytes.
+inline LightweightString<char> hostText(std::string_view utf8) {
+  return LightweightString<char>(utf8);
+}
+
+/// The host's wide string of UTF-8 bytes.
+inline LightweightString<wchar_t> wideText(std::string_view utf8) {
+  return fromUTF8(LightweightString<char>(utf8));
+}
+
+/// The bytes of a host's string, as UTF-8.
+inline std::string utf8Text(const LightweightString<char>& text) { return text.str(); }
+inline std::string utf8Text(const LightweightString<wchar_t>& text) { return toUTF8(text).str(); }
+
+/// A text from elsewhere as it may stand on a terminal: control characters (C0, DEL and C1) become
+/// "?", so that no name moves the cursor or hides what stands beside it.
+inline std::string shownText(const LightweightString<wchar_t>& text) {
+  std::wstring shown;
+  for (const wchar_t letter : text.view()) {
+    const bool isControl = letter < 0x20 || (letter >= 0x7F && letter < 0xA0);
+    shown += isControl ? L'?' : letter;
+  }
+  return utf8Text(LightweightString<wchar_t>(std::wstring_view(shown)));
+}
+inline std::string shownText(std::string_view utf8) { return shownText(wideText(utf8)); }
