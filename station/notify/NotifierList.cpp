@@ -1,0 +1,51 @@
+#include "station/notify/NotifierList.h"
+
+#include <utility>
+
+struct NotifierList::Entry {
+  Kv::Ptr<CallbackInvoker<NotifyMsg>> invoker;
+  bool ended = false;
+
+  [[nodiscard]] bool takes(NotifyMsgType type) const {
+    const NotifyMsgType any =
+        NotifyMsgTypeDictionary::instance()[NotifyMsgTypeDictionary::eAnyChange];
+    return !ended && (invoker->type() == type || invoker->type() == any);
+  }
+};
+
+class NotifierList::EntryGuard : public Kv::Guard {
+ public:
+  EntryGuard(std::weak_ptr<Entries> entries, std::shared_ptr<Entry> entry)
+      : entries_(std::move(entries)), entry_(std::move(entry)) {}
+
+  ~EntryGuard() override {
+    entry_->ended = true;
+    if (const auto entries = entries_.lock()) std::erase(*entries, entry_);
+  }
+
+ private:
+  std::weak_ptr<Entries> entries_;
+  std::shared_ptr<Entry> entry_;
+};
+
+NotifierList::NotifierList() : entries_(std::make_shared<Entries>()) {}
+
+NotifierList::~NotifierList() = default;
+
+Kv::Ptr<Kv::Guard> NotifierList::add(const Kv::Ptr<CallbackInvoker<NotifyMsg>>& invoker) {
+  auto entry = std::make_shared<Entry>();
+  entry->invoker = invoker;
+  if (invoker) entries_->push_back(entry);
+  return {new EntryGuard(entries_, std::move(entry))};
+}
+
+void NotifierList::notify(const NotifyMsg& message) const {
+  const Entries atStart = *entries_;  // also keeps the callbacks alive while they run
+  for (const auto& entry : atStart) {
+    if (entry->takes(message.type())) entry->invoker->invoke(message);
+  }
+}
+
+void NotifierList::notify(NotifyMsgType type, const NotifyPayload* payload) const {
+  notify(NotifyMsg(type, payload));
+}

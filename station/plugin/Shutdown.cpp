@@ -1,0 +1,45 @@
+#include "host/plugin/Shutdown.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "host/base/Log.h"
+#include "station/plugin/ShutdownService.h"
+
+namespace {
+
+struct Entry {
+  Kv::Ptr<Shutdown::Callback> callback;
+  int priority;
+};
+
+/// Built on first use, since plug-ins register while their static objects are built, and never
+/// destroyed.
+std::vector<Entry>& entries() {
+  static auto* const list = new std::vector<Entry>;
+  return *list;
+}
+
+void callGuarded(Shutdown::Callback& callback, Shutdown::eExitType type) {
+  try {
+    callback.call(type);
+  } catch (...) {
+    LogBoth("A shutdown callback failed; shutting down goes on.\n");
+  }
+}
+
+}  // namespace
+
+void Shutdown::addCallback(const Kv::Ptr<Callback>& callback, int priority) {
+  if (!callback) return;
+  const auto lower = [priority](const Entry& entry) { return entry.priority < priority; };
+  entries().insert(std::find_if(entries().begin(), entries().end(), lower), {callback, priority});
+}
+
+void runShutdownCallbacks(Shutdown::eExitType type) {
+  while (!entries().empty()) {
+    const Entry first = entries().front();
+    entries().erase(entries().begin());
+    callGuarded(*first.callback, type);
+  }
+}
