@@ -120,7 +120,7 @@ namespace Kv {
 
 void toUpper(LightweightString<wchar_t>& text) {
   std::wstring upper;
-  std::u32string
+  std::vector<UChar32>
       run;  // what lies between elements that are no characters, and are kept as they are
   for (const wchar_t element : text.view()) {
     if (isCharacter(static_cast<std::uint32_t>(element))) {
