@@ -6,6 +6,8 @@
 
 #include "station/base/Json.h"
 #include "station/base/Result.h"
+#include "station/project/LockLook.h"
+#include "station/project/ProjectFolder.h"
 #include "station/project/iProjectPart.h"
 
 /// What a list of projects shows of one.
@@ -13,8 +15,10 @@ struct ProjectInfo {
   Cookie cookie;
   std::string name;
   bool isPrivate = false;
-  bool isOccupied = false;
+  bool isOccupied = false;  ///< its lock file exists, whoever holds it
+  LockState lock = LockState::eFree;
   std::string lockOwner;  ///< empty when nobody holds it or the name cannot be read
+  std::string problem;    ///< why its record cannot be read; empty when it can
 };
 
 /// The projects of the shared directory and the one that is open here.
@@ -65,6 +69,17 @@ class Projects {
   [[nodiscard]] JsonValue state() const;
 
  private:
+  struct Found {
+    Cookie cookie;
+    ProjectRecord record;
+  };
+
+  [[nodiscard]] Result<Found> find(const std::string& nameOrCookie) const;
+  [[nodiscard]] Result<Found> findByName(const std::string& name) const;
+  Result<void> takeOver(const Found& project);
+  Result<void> open(const Found& project);
+  void close();
+
   std::vector<iProjectPart*> parts_;
   std::unique_ptr<OpenProject> current_;
 };

@@ -1,0 +1,92 @@
+#include "station/project/ProjectFolder.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+
+#include "station/base/Json.h"
+#include "station/base/StationSettings.h"
+#include "station/os/SharedFiles.h"
+
+namespace {
+
+constexpr const char* kRecordFile = "/project.json";
+
+std::string recordPath(const Cookie& project) { return projectFolder(project) + kRecordFile; }
+
+std::string recordText(const ProjectRecord& record) {
+  return writeJsonIndented(JsonValue::object({{"name", record.name},
+                                              {"private", record.isPrivate},
+                                              {"made", record.made},
+                                              {"madeBy", record.madeBy}}));
+}
+
+Result<void> fillFolder(const std::string& building, const std::string& folder,
+                        const ProjectRecord& record) {
+  if (auto made = makeFolder(building); !made) return made.error();
+  if (auto written = writeAtomically(building + kRecordFile, recordText(record)); !written) {
+    return written.error();
+  }
+  if (std::rename(building.c_str(), folder.c_str()) != 0) {
+    return errorFromErrno(errno, "make", folder);
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string projectFolder(const Cookie& project) {
+  return settings().projectsDirectory + "/" + project.asString().str();
+}
+
+Result<std::vector<Cookie>> listProjectFolders() {
+  const auto names = listFresh(settings().projectsDirectory);
+  if (!names) {
+    Error problem = names.error();
+    problem.message += " This is the projects directory; --projects names another.";
+    return problem;
+  }
+  std::vector<Cookie> projects;
+  for (const std::string& name : *names) {
+    const Cookie cookie(name.c_str(), false);
+    if (cookie.getType() == CookieTypeProject) projects.push_back(cookie);
+  }
+  std::sort(projects.begin(), projects.end());
+  return projects;
+}
+
+Result<ProjectRecord> readProjectRecord(const Cookie& project) {
+  const std::string path = recordPath(project);
+  const auto bytes = readFresh(path);
+  if (!bytes) return bytes.error();
+  const auto json = parseJson(*bytes);
+  const std::string complaint = "The record of project " + project.asString().str() +
+                                " cannot be read; it is left as it is, repair or remove " + path;
+  if (!json) return Error{ErrorCode::eBadContent, complaint + ": " + json.error().message, path};
+  const JsonValue& name = (*json)["name"];
+  if (!name.isString() || name.asString().empty()) {
+    return Error{ErrorCode::eBadContent, complaint + ": it holds no name.", path};
+  }
+  return ProjectRecord{name.asString(), (*json)["private"].asBool(), (*json)["made"].asString(),
+                       (*json)["madeBy"].asString()};
+}
+
+Result<void> makeProjectFolder(const Cookie& project, const ProjectRecord& record) {
+  const std::string building = settings().projectsDirectory + "/.new-" + project.asString().str();
+  auto filled = fillFolder(building, projectFolder(project), record);
+  if (!filled) {
+    std::error_code ignored;
+    std::filesystem::remove_all(building, ignored);
+  }
+  return filled;
+}
+
+std::string timeForRecord() {
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  gmtime_r(&now, &parts);
+  char text[32];
+  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
+}

@@ -1,0 +1,247 @@
+#include "station/project/Projects.h"
+
+#include <algorithm>
+#include <ranges>
+
+#include "host/base/Log.h"
+#include "host/os/OS.h"
+#include "host/project/iPermissionsManager.h"
+#include "host/project/iProjectShare.h"
+#include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
+#include "station/os/SharedFiles.h"
+#include "station/project/ObjectNames.h"
+#include "station/project/ProjectListeners.h"
+
+namespace {
+
+Projects* theProjects = nullptr;
+
+constexpr const char* kLockAdvice =
+    "Wait until it is left there, or enter another project (\"project list\").";
+
+std::string quoted(const std::string& name) { return "\"" + shownText(name) + "\""; }
+
+/// The refusal to hand out a private project: why it cannot be held, and by whom it is.
+Error refusal(const Cookie& project, const std::string& name, eFileError reason) {
+  return lockRefusal(
+      "Private project " + quoted(name), reason,
+      [&project] { return iProjectShare::instance()->getProjectLockOwner(project); }, kLockAdvice);
+}
+
+/// Whether a private project may be asked for at all: false is told without leaving what is open.
+Result<void> lookBefore(const Cookie& project, const std::string& name) {
+  iProjectShare* share = iProjectShare::instance();
+  if (!share) {
+    return Error{ErrorCode::eRefused,
+                 "Private project " + quoted(name) +
+                     " cannot be held: no plug-in guards projects. Start with \"--plugin\".",
+                 {}};
+  }
+  if (lookAtLock(share->getProjectLockFile(project)) == LockState::eHeld) {
+    return refusal(project, name, eFileError::eHeld);
+  }
+  return {};
+}
+
+Result<void> lock(const Cookie& project, const std::string& name) {
+  if (iProjectShare::instance()->lockProject(project)) return {};
+  return refusal(project, name, OS().fileManager().lastError());
+}
+
+void flushPermissions() {
+  if (auto* permissions = iPermissionsManager::instance()) permissions->flushOnProjectChange();
+}
+
+ProjectInfo infoOf(const Cookie& cookie) {
+  ProjectInfo info;
+  info.cookie = cookie;
+  if (const auto record = readProjectRecord(cookie)) {
+    info.name = record->name;
+    info.isPrivate = record->isPrivate;
+  } else {
+    info.problem = record.error().message;
+  }
+  iProjectShare* share = iProjectShare::instance();
+  info.isOccupied = share && share->isProjectOccupied(cookie);
+  if (!info.isOccupied) return info;
+  info.lock = lookAtLock(share->getProjectLockFile(cookie));
+  info.lockOwner = shownText(share->getProjectLockOwner(cookie));
+  return info;
+}
+
+}  // namespace
+
+Projects::Projects() { theProjects = this; }
+
+Projects::~Projects() { theProjects = nullptr; }
+
+Projects& Projects::instance() { return *theProjects; }
+
+void Projects::addPart(iProjectPart& part) { parts_.push_back(&part); }
+
+Result<Cookie> Projects::create(const std::string& name, bool isPrivate) {
+  if (auto checked = checkName("project", name); !checked) return checked.error();
+  const Cookie cookie = Cookie::create(CookieTypeProject);
+  const ProjectRecord record{name, isPrivate, timeForRecord(), settings().user};
+  if (auto made = makeProjectFolder(cookie, record); !made) {
+    Error problem = made.error();
+    problem.message = "Project " + quoted(name) + " was not made: " + problem.message;
+    return problem;
+  }
+  return cookie;
+}
+
+Result<std::vector<ProjectInfo>> Projects::list() const {
+  const auto cookies = listProjectFolders();
+  if (!cookies) return cookies.error();
+  std::vector<ProjectInfo> infos;
+  std::ranges::transform(*cookies, std::back_inserter(infos), infoOf);
+  return infos;
+}
+
+Result<Projects::Found> Projects::find(const std::string& nameOrCookie) const {
+  const Cookie cookie(nameOrCookie.c_str(), false);
+  if (cookie.getType() == CookieTypeProject && existsFresh(projectFolder(cookie))) {
+    auto record = readProjectRecord(cookie);
+    if (!record) return record.error();
+    return Found{cookie, *record};
+  }
+  return findByName(nameOrCookie);
+}
+
+Result<Projects::Found> Projects::findByName(const std::string& name) const {
+  const auto cookies = listProjectFolders();
+  if (!cookies) return cookies.error();
+  std::vector<Found> found;
+  for (const Cookie& cookie : *cookies) {
+    const auto record = readProjectRecord(cookie);
+    if (record && record->name == name) found.push_back({cookie, *record});
+  }
+  if (found.size() == 1) return found.front();
+  if (found.empty()) {
+    return Error{ErrorCode::eNotFound,
+                 "There is no project " + quoted(name) + "; \"project list\" shows all.",
+                 {}};
+  }
+  std::string candidates;
+  for (const Found& each : found) candidates += " " + each.cookie.asString().str();
+  return Error{ErrorCode::eUsage,
+               "Several projects are called " + quoted(name) +
+                   "; name one by its cookie:" + candidates + ".",
+               {}};
+}
+
+Result<void> Projects::enter(const std::string& nameOrCookie) {
+  const auto found = find(nameOrCookie);
+  if (!found) return found.error();
+  if (current_ && current_->cookie == found->cookie) return {};
+  if (found->record.isPrivate) {
+    if (auto looked = lookBefore(found->cookie, found->record.name); !looked) return looked;
+  }
+  return takeOver(*found);
+}
+
+// The open project's lock must be given up before another is asked for, so a project that was taken
+// between the look and the lock costs the open one, which is then entered again.
+Result<void> Projects::takeOver(const Found& project) {
+  const std::unique_ptr<OpenProject> before =
+      current_ ? std::make_unique<OpenProject>(*current_) : nullptr;
+  close();
+  auto opened = open(project);
+  if (opened || !before) return opened;
+  const Found old{before->cookie, {before->name, before->isPrivate, {}, {}}};
+  if (auto back = open(old); !back) {
+    Error both = opened.error();
+    both.message += " And no project is open now: " + back.error().message;
+    return both;
+  }
+  return opened;
+}
+
+Result<void> Projects::open(const Found& project) {
+  const Cookie& cookie = project.cookie;
+  if (project.record.isPrivate) {
+    if (auto locked = lock(cookie, project.record.name); !locked) return locked;
+  }
+  const auto record = readProjectRecord(cookie);
+  const auto files = listFresh(projectFolder(cookie));
+  if (!record || !files) {
+    if (project.record.isPrivate) iProjectShare::instance()->unlockCurrentlyLockedProject();
+    return record ? files.error() : record.error();
+  }
+  current_ = std::make_unique<OpenProject>(
+      OpenProject{cookie, record->name, projectFolder(cookie), project.record.isPrivate});
+  flushPermissions();
+  for (iProjectPart* part : parts_) part->enter(*current_, *files);
+  ProjectListeners::instance().tell([](ProjectListener& each) { each.handleProjectEntry(); });
+  return {};
+}
+
+Result<void> Projects::leave() {
+  if (auto open = requireOpen(); !open) return open.error();
+  close();
+  return {};
+}
+
+void Projects::close() {
+  if (!current_) return;
+  ProjectListeners::instance().tell([](ProjectListener& each) { each.handleProjectExit(); });
+  for (iProjectPart* part : parts_ | std::views::reverse) part->leave();
+  if (current_->isPrivate && iProjectShare::instance()) {
+    iProjectShare::instance()->unlockCurrentlyLockedProject();
+  }
+  current_.reset();
+  flushPermissions();
+}
+
+Result<const OpenProject*> Projects::requireOpen() const {
+  if (current_) return current();
+  return Error{ErrorCode::eNoProject,
+               "No project is open; \"project list\" shows them, \"project enter P\" opens one.",
+               {}};
+}
+
+Result<Cookie> Projects::resolve(const std::string& nameOrCookie, const std::string& kinds) const {
+  if (auto open = requireOpen(); !open) return open.error();
+  const auto isWanted = [&kinds](const Cookie& cookie) {
+    return kinds.empty() || kinds.find(cookie.getType()) != std::string::npos;
+  };
+  const Cookie cookie(nameOrCookie.c_str(), false);
+  const bool isHeld = std::ranges::any_of(parts_, [&](auto* part) { return part->holds(cookie); });
+  if (!cookie.isNull() && isHeld && isWanted(cookie)) return cookie;
+  std::vector<NamedObject> found;
+  for (const iProjectPart* part : parts_) part->findByName(nameOrCookie, found);
+  std::erase_if(found, [&](const NamedObject& each) { return !isWanted(each.cookie); });
+  if (found.size() == 1) return found.front().cookie;
+  if (found.empty()) {
+    return Error{ErrorCode::eNotFound,
+                 "The project " + quoted(current_->name) + " holds no such object as " +
+                     quoted(nameOrCookie) + ".",
+                 {}};
+  }
+  std::string candidates;
+  for (const NamedObject& each : found) candidates += " " + each.cookie.asString().str();
+  return Error{ErrorCode::eUsage,
+               "Several objects are called " + quoted(nameOrCookie) +
+                   "; name one by its cookie:" + candidates + ".",
+               {}};
+}
+
+std::vector<NamedObject> Projects::objects() const {
+  std::vector<NamedObject> all;
+  if (!current_) return all;
+  for (const iProjectPart* part : parts_) part->listObjects(all);
+  return all;
+}
+
+JsonValue Projects::state() const {
+  JsonValue state = JsonValue::object();
+  state.set("project", JsonValue());
+  if (!current_) return state;
+  state.set("project", JsonValue::object({{"cookie", current_->cookie.asString().str()},
+                                          {"name", current_->name},
+                                          {"private", current_->isPrivate}}));
+  for (const iProjectPart* part : parts_) state.set(part->stateKey(), part->state());
+  return state;
+}
