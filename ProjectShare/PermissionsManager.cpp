@@ -1,0 +1,161 @@
+#include "ProjectShare/PermissionsManager.h"
+
+#include "ProjectShare/HostEntry.h"
+#include "host/base/Config.h"
+#include "host/base/Diagnostics.h"
+#include "host/base/Text.h"
+#include "host/edit/Edit.h"
+#include "host/edit/EditManager.h"
+#include "host/os/Files.h"
+#include "host/os/OS.h"
+#include "host/project/ProjectSpacesManager.h"
+
+namespace {
+
+/// The owner of what a render job is working on.
+constexpr const wchar_t* kRenderOwner = L"RENDER";
+
+/// The second type byte of a project's cookie where it stands for an object.
+constexpr int kProjectSubtype = 255;
+
+/// What this manager can do: ownership may be transferred, owners are kept.
+constexpr unsigned kCaps = 12;
+
+const bool isAdministrator_ = config_int("Administrator", 0) == 1;
+
+LightweightString<wchar_t> upperCased(LightweightString<wchar_t> text) {
+  Kv::toUpper(text);
+  return text;
+}
+
+Cookie currentProject() {
+  return convertCookie(EditManager::getCurrentProjectID(), CookieTypeEdit, kProjectSubtype);
+}
+
+}  // namespace
+
+LightweightString<wchar_t> PermissionsManager::hostName_;
+bool PermissionsManager::initialised_ = false;
+std::map<Cookie, iPermissionsManager::PermissionsInfo> PermissionsManager::map_;
+Vector<LightweightString<wchar_t>> PermissionsManager::userList_;
+std::unordered_set<LightweightString<wchar_t>, PermissionsManager::TextHash>
+    PermissionsManager::knownUsers_;
+
+PermissionsManager::PermissionsManager() : iPermissionsManager("Project sharing") {}
+
+LightweightString<wchar_t> PermissionsManager::getHostName() const {
+  return guardedEntry("getHostName", Text(), [] { return hostName(); });
+}
+
+LightweightString<wchar_t> PermissionsManager::getCurrentUser() const { return getHostName(); }
+
+const LightweightString<wchar_t>& PermissionsManager::hostName() {
+  if (hostName_.empty()) hostName_ = upperCased(OS().networkHostName());
+  return hostName_;
+}
+
+const Vector<LightweightString<wchar_t>>& PermissionsManager::getUserList() {
+  guardedEntry("getUserList", [] {
+    if (!initialised_) readUserList();
+  });
+  return userList_;
+}
+
+void PermissionsManager::readUserList() {
+  const TextFile file(getProjectsBaseDirectory() + L"userlist.dat", true);
+  for (std::size_t i = 0; i < file.getNumLines(); ++i) {
+    addUpperCased(Kv::WStringFromAscii(file.getLine(i)));
+  }
+  addUpperCased(hostName());
+  initialised_ = true;
+}
+
+void PermissionsManager::addUser(const Text& name) {
+  guardedEntry("addUser", [&] { addUpperCased(name); });
+}
+
+void PermissionsManager::addUpperCased(Text name) {
+  Kv::toUpper(name);
+  if (knownUsers_.insert(name).second) userList_.push_back(name);
+}
+
+void PermissionsManager::flushOnProjectChange() { map_.clear(); }
+
+bool PermissionsManager::canManageCurrentProjectSpace() const {
+  return guardedEntry("canManageCurrentProjectSpace", false, [] {
+    return ProjectSpacesManager::getCurrentProjectSpaceType() ==
+           ProjectSpacesManager::eSharedProjectSpace;
+  });
+}
+
+bool PermissionsManager::canTranferOwnership() const { return true; }
+
+unsigned PermissionsManager::getCaps() const { return kCaps; }
+
+bool PermissionsManager::isDirtiable(const Cookie& object) const {
+  return isModificationAllowed(object, eModContentsChanged);
+}
+
+bool PermissionsManager::isModificationAllowed(const Cookie& object, EditModificationType) const {
+  return guardedEntry("isModificationAllowed", false, [&] { return decideModification(object); });
+}
+
+bool PermissionsManager::decideModification(const Cookie& object) const {
+  if (isAdministrator_) return true;
+  if (!ProjectSpacesManager::machineIsInNetworkMode()) return true;
+  if (object == currentProject()) return true;
+  const PermissionsInfo* info = findInfo(object);
+  return !info || isAllowedFor(*info);
+}
+
+/// The object's entry, made from the stored object when there is none; null for what cannot be
+/// opened, which is tried again the next time.
+const iPermissionsManager::PermissionsInfo* PermissionsManager::findInfo(const Cookie& object) {
+  const auto known = map_.find(object);
+  if (known != map_.end()) return &known->second;
+  EditPtr edit;
+  edit.i_open(object, 0);
+  if (!edit) return nullptr;
+  PermissionsInfo info;
+  info.owner = upperCased(edit->getOwner());
+  info.type_ = edit->getLogType() == Edit::kEditLogType ? eEdit : eShot;
+  const auto made = map_.emplace(object, info).first;
+  edit.i_close();
+  return &made->second;
+}
+
+/// An unowned shot is free for all, an unowned edit closed to all: required, users rely on both.
+bool PermissionsManager::isAllowedFor(const PermissionsInfo& info) const {
+  if (info.type_ == eUnsupported) {
+    assertionFailed("false", "ProjectShare/PermissionsManager line 203");
+    return false;
+  }
+  if (info.owner == kRenderOwner) return false;
+  if (!ProjectSpacesManager::machineIsInNetworkMode()) return true;
+  if (info.type_ == eEdit) return info.owner == getCurrentUser();
+  if (info.type_ != eShot) {
+    assertionFailed("p.type_ == eShot", "ProjectShare/PermissionsManager line 188");
+  }
+  return info.owner == getCurrentUser() || info.owner == kNoOwner || info.owner.empty();
+}
+
+void PermissionsManager::setOwner(const Cookie& object, const Text& owner, eObjectType type,
+                                  bool describeChange) {
+  guardedEntry("setOwner", [&] { recordOwner(object, owner, type, describeChange); });
+}
+
+void PermissionsManager::recordOwner(const Cookie& object, const Text& owner, eObjectType type,
+                                     bool describeChange) {
+  const Text upper = upperCased(owner);
+  map_[object] = PermissionsInfo{upper, type};
+  EditPtr edit;
+  edit.i_open(object, 0);
+  // Required: the stored owner is compared with the name as it was given, so that the same name in
+  // lower case is written once more; stations announce ownership by that write.
+  if (edit && edit->getLogType() == Edit::kEditLogType && edit->getOwner() != owner) {
+    edit->config().set("OWNER", toUTF8(upper));
+    EditManager::flushChanges(object);
+    if (describeChange) edit->setChangeDescription(eModOwnerChanged, true);
+  }
+  edit.i_close();
+}
