@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "host/base/Cookie.h"
 
@@ -39,6 +40,10 @@ class iStationEvents {
 
   /// A text that no panel took.
   virtual void notification(const std::string& text) = 0;
+
+  /// The message panel's conversation changed; these are all its lines now, UTF-8, the oldest
+  /// first.
+  virtual void panel(const std::vector<std::string>& lines) = 0;
 };
 
 /// The station's events; a sink that drops everything until one is installed.
