@@ -28,7 +28,8 @@ class KV_HOST_API iPermissionsManager : public KvResourceTypeBase {
     eObjectType type_ = eEdit;
   };
 
-  /// The owner's name that means that nobody owns the object: "<Nobody>".
+  /// The owner's name that means that nobody owns the object: "<NOBODY>", in upper case as owners
+  /// are compared.
   static const LightweightString<wchar_t> kNoOwner;
 
   /// Registers the object as the host's instance.

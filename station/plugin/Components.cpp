@@ -2,7 +2,7 @@
 #include "host/project/iProjectShare.h"
 #include "station/plugin/InstanceRegistry.h"
 
-const LightweightString<wchar_t> iPermissionsManager::kNoOwner(L"<Nobody>");
+const LightweightString<wchar_t> iPermissionsManager::kNoOwner(L"<NOBODY>");
 
 iPermissionsManager::iPermissionsManager(const LightweightString<char>& name)
     : KvResourceTypeBase(name) {
