@@ -1,0 +1,230 @@
+#include <algorithm>
+#include <cstdint>
+
+#include "station/base/Json.h"
+#include "station/base/JsonNumber.h"
+
+// A reader of its own, because edit files hold numbers that the usual libraries refuse or round
+// (1e400, integers beyond 64 bits, "1.0" against "1") and none may be lost.
+
+namespace {
+
+constexpr int kMaxDepth = 512;
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+void appendThreeBytes(std::string& text, std::uint32_t unit) {
+  text += static_cast<char>(0xE0 | (unit >> 12));
+  text += static_cast<char>(0x80 | ((unit >> 6) & 0x3F));
+  text += static_cast<char>(0x80 | (unit & 0x3F));
+}
+
+/// Appends a code point as UTF-8; half of a surrogate pair becomes the three bytes of its number.
+void appendCodePoint(std::string& text, std::uint32_t c) {
+  if (c < 0x80) {
+    text += static_cast<char>(c);
+  } else if (c < 0x800) {
+    text += static_cast<char>(0xC0 | (c >> 6));
+    text += static_cast<char>(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    appendThreeBytes(text, c);
+  } else {
+    text += static_cast<char>(0xF0 | (c >> 18));
+    text += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+    text += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    text += static_cast<char>(0x80 | (c & 0x3F));
+  }
+}
+
+int hexValue(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+/// Reads one text from its head to its end; the first thing that does not fit ends it.
+class Reader {
+ public:
+  explicit Reader(std::string_view text) : text_(text) {}
+
+  Result<JsonValue> read() {
+    if (text_.substr(0, kByteOrderMark.size()) == kByteOrderMark) at_ = kByteOrderMark.size();
+    JsonValue value;
+    if (!readValue(value, 0)) return failure();
+    skipBlanks();
+    if (at_ < text_.size()) {
+      expected("the end of the text");
+      return failure();
+    }
+    return value;
+  }
+
+ private:
+  [[nodiscard]] char peek() const { return at_ < text_.size() ? text_[at_] : '\0'; }
+
+  bool take(char c) {
+    if (at_ >= text_.size() || text_[at_] != c) return false;
+    ++at_;
+    return true;
+  }
+
+  bool takeWord(std::string_view word) {
+    if (text_.substr(at_, word.size()) != word) return false;
+    at_ += word.size();
+    return true;
+  }
+
+  void skipBlanks() { at_ = std::min(text_.find_first_not_of(" \t\r\n", at_), text_.size()); }
+
+  /// Notes what would have fitted here, and fails.
+  bool expected(std::string_view what) {
+    if (expected_.empty()) expected_ = what;
+    return false;
+  }
+
+  [[nodiscard]] Error failure() const {
+    const auto line = 1 + std::count(text_.begin(), text_.begin() + static_cast<long>(at_), '\n');
+    return {ErrorCode::eBadContent,
+            "line " + std::to_string(line) + ": expected " + expected_ +
+                (at_ >= text_.size() ? ", but the text ends" : ""),
+            ""};
+  }
+
+  bool readValue(JsonValue& value, int depth) {
+    skipBlanks();
+    switch (peek()) {
+      case '{':
+        return readObject(value, depth + 1);
+      case '[':
+        return readArray(value, depth + 1);
+      case '"':
+        return readStringValue(value);
+      default:
+        return readWordOrNumber(value);
+    }
+  }
+
+  bool readWordOrNumber(JsonValue& value) {
+    if (takeWord("null")) return true;
+    if (takeWord("true")) {
+      value = JsonValue(true);
+    } else if (takeWord("false")) {
+      value = JsonValue(false);
+    } else {
+      const std::size_t length = numberLength(text_.substr(at_));
+      if (length == 0) return expected("a value");
+      value = JsonValue::number(std::string(text_.substr(at_, length)));
+      at_ += length;
+    }
+    return true;
+  }
+
+  bool readStringValue(JsonValue& value) {
+    std::string text;
+    if (!readString(text)) return false;
+    value = JsonValue(text);
+    return true;
+  }
+
+  bool readArray(JsonValue& array, int depth) {
+    if (depth > kMaxDepth) return expected("no deeper nesting than 512 levels");
+    array = JsonValue::array();
+    ++at_;
+    skipBlanks();
+    if (take(']')) return true;
+    do {
+      if (!readValue(array.elements().emplace_back(), depth)) return false;
+      skipBlanks();
+    } while (take(','));
+    return take(']') || expected("\",\" or \"]\" after an element");
+  }
+
+  bool readObject(JsonValue& object, int depth) {
+    if (depth > kMaxDepth) return expected("no deeper nesting than 512 levels");
+    std::vector<JsonValue::Member> members;
+    ++at_;
+    skipBlanks();
+    if (!take('}')) {
+      do {
+        if (!readMember(members.emplace_back(), depth)) return false;
+        skipBlanks();
+      } while (take(','));
+      if (!take('}')) return expected("\",\" or \"}\" after a member");
+    }
+    object = JsonValue::object(std::move(members));
+    return true;
+  }
+
+  bool readMember(JsonValue::Member& member, int depth) {
+    skipBlanks();
+    if (peek() != '"') return expected("a key in quotes");
+    if (!readString(member.first)) return false;
+    skipBlanks();
+    if (!take(':')) return expected("\":\" after a key");
+    return readValue(member.second, depth);
+  }
+
+  bool readString(std::string& text) {
+    ++at_;
+    while (at_ < text_.size()) {
+      const std::size_t from = at_;
+      while (at_ < text_.size() && isPlain(text_[at_])) ++at_;
+      text += text_.substr(from, at_ - from);
+      if (take('"')) return true;
+      if (at_ >= text_.size()) break;
+      if (!take('\\')) return expected("the end of a string, or control characters as escapes");
+      if (!readEscape(text)) return false;
+    }
+    return expected("the end of a string");
+  }
+
+  static bool isPlain(char c) {
+    return c != '"' && c != '\\' && static_cast<unsigned char>(c) >= 0x20;
+  }
+
+  bool readEscape(std::string& text) {
+    constexpr std::string_view kLetters = "\"\\/bfnrt";
+    constexpr std::string_view kMeanings = "\"\\/\b\f\n\r\t";
+    if (take('u')) return readUnicodeEscape(text);
+    const std::size_t index = at_ < text_.size() ? kLetters.find(text_[at_]) : std::string::npos;
+    if (index == std::string::npos) return expected("an escape such as \\n after a backslash");
+    text += kMeanings[index];
+    ++at_;
+    return true;
+  }
+
+  bool readUnicodeEscape(std::string& text) {
+    std::uint32_t unit = 0;
+    if (!readFourDigits(unit)) return false;
+    const std::size_t afterFirst = at_;
+    std::uint32_t low = 0;
+    if (unit >= 0xD800 && unit < 0xDC00 && takeWord("\\u")) {
+      if (!readFourDigits(low)) return false;
+      if (low >= 0xDC00 && low < 0xE000) {
+        appendCodePoint(text, 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00));
+        return true;
+      }
+      at_ = afterFirst;
+    }
+    appendCodePoint(text, unit);
+    return true;
+  }
+
+  bool readFourDigits(std::uint32_t& unit) {
+    for (int i = 0; i < 4; ++i) {
+      const int digit = hexValue(peek());
+      if (digit < 0) return expected("four hex digits after \\u");
+      unit = unit * 16 + static_cast<std::uint32_t>(digit);
+      ++at_;
+    }
+    return true;
+  }
+
+  std::string_view text_;
+  std::size_t at_ = 0;
+  std::string expected_;
+};
+
+}  // namespace
+
+Result<JsonValue> parseJson(std::string_view text) { return Reader(text).read(); }

@@ -1,0 +1,109 @@
+#include "station/os/Posix.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
+  std::swap(number_, other.number_);
+  return *this;
+}
+
+Descriptor::~Descriptor() {
+  if (number_ < 0) return;
+  const int before = errno;
+  ::close(number_);
+  errno = before;
+}
+
+int Descriptor::release() { return std::exchange(number_, -1); }
+
+std::string folderOf(const std::string& path) {
+  const std::size_t separator = path.rfind('/');
+  if (separator == std::string::npos) return ".";
+  return separator == 0 ? "/" : path.substr(0, separator);
+}
+
+std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+bool lookAfresh(const std::string& folder) {
+  DIR* const directory = ::opendir(folder.c_str());
+  if (!directory) return false;
+  errno = 0;
+  const bool read = ::readdir(directory) != nullptr || errno == 0;
+  const int problem = errno;
+  ::closedir(directory);
+  errno = problem;
+  return read;
+}
+
+Descriptor openPlainFile(const std::string& path, int flags) {
+  int number = -1;
+  do {
+    number = ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600);
+  } while (number < 0 && errno == EINTR);
+  Descriptor file(number);
+  struct stat status {};
+  if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return Descriptor();
+  if (S_ISREG(status.st_mode)) return file;
+  errno = S_ISDIR(status.st_mode) ? EISDIR : ENXIO;
+  return Descriptor();
+}
+
+void shareLikeFolder(int descriptor, const std::string& folder) {
+  struct stat parent {};
+  struct stat own {};
+  if (::stat(folder.c_str(), &parent) != 0 || ::fstat(descriptor, &own) != 0) return;
+  const bool isFolder = S_ISDIR(own.st_mode);
+  const bool sameGroup =
+      own.st_gid == parent.st_gid || ::fchown(descriptor, uid_t(-1), parent.st_gid) == 0;
+  mode_t mode = parent.st_mode & (sameGroup ? 0077U : 0007U);
+  if (!isFolder) mode &= 0066U;
+  mode |= isFolder ? 0700U | (parent.st_mode & S_ISGID) : 0600U;
+  // A file system without such rights of its own refuses; the file is then as open as its mount.
+  if (::fchmod(descriptor, mode) != 0) errno = 0;
+}
+
+bool readAll(int descriptor, std::string& bytes) {
+  char block[1 << 16];
+  for (;;) {
+    const ssize_t count = ::read(descriptor, block, sizeof block);
+    if (count == 0) return true;
+    if (count > 0) bytes.append(block, static_cast<std::size_t>(count));
+    if (count < 0 && errno != EINTR) return false;
+  }
+}
+
+bool writeAll(int descriptor, const void* bytes, std::size_t count) {
+  const char* next = static_cast<const char*>(bytes);
+  while (count > 0) {
+    const ssize_t written = ::write(descriptor, next, count);
+    if (written < 0 && errno != EINTR) return false;
+    if (written > 0) {
+      next += written;
+      count -= static_cast<std::size_t>(written);
+    }
+  }
+  return true;
+}
+
+bool tryLock(int descriptor) {
+  struct flock whole {};
+  whole.l_type = F_WRLCK;
+  whole.l_whence = SEEK_SET;
+  while (::fcntl(descriptor, F_OFD_SETLK, &whole) != 0) {
+    if (errno == EACCES) errno = EAGAIN;  // what SMB says to a lock that another holds
+    if (errno != EINTR) return false;
+  }
+  return true;
+}
+
+bool isStillAt(int descriptor, const std::string& path) {
+  struct stat open {};
+  struct stat named {};
+  if (::fstat(descriptor, &open) != 0 || ::lstat(path.c_str(), &named) != 0) return false;
+  return open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+// What the files of station/os do with the operating system directly. Paths are UTF-8; failures are
+// left in errno.
+
+/// Owns a descriptor: closes it when destroyed.
+class Descriptor {
+ public:
+  Descriptor() = default;
+  explicit Descriptor(int number) : number_(number) {}
+  Descriptor(Descriptor&& other) noexcept : number_(other.release()) {}
+  Descriptor& operator=(Descriptor&& other) noexcept;
+  ~Descriptor();
+
+  [[nodiscard]] bool isOpen() const { return number_ >= 0; }
+  [[nodiscard]] int get() const { return number_; }
+
+  /// Gives the descriptor away without closing it.
+  int release();
+
+ private:
+  int number_ = -1;
+};
+
+/// The folder that a path lies in ("." for a name alone), and the name in it.
+std::string folderOf(const std::string& path);
+std::string nameOf(const std::string& path);
+
+/// Makes the next look at anything in the folder true on a network file system, which otherwise
+/// answers from its cache: opens the folder and reads one entry. False when the folder cannot be
+/// read.
+bool lookAfresh(const std::string& folder);
+
+/// Opens a plain file, never waiting for the other end of a pipe. What is no plain file fails with
+/// EISDIR (a folder) or ENXIO (anything else).
+Descriptor openPlainFile(const std::string& path, int flags);
+
+/// Gives a new file or folder the access that its folder has: the folder's group where the user may
+/// give it, and its read and write bits (and, for a folder, its search bits), so that what one user
+/// leaves another can open.
+void shareLikeFolder(int descriptor, const std::string& folder);
+
+/// Reads or writes everything, going on after an interruption; false on failure. `readAll` stops at
+/// the end of the file.
+bool readAll(int descriptor, std::string& bytes);
+bool writeAll(int descriptor, const void* bytes, std::size_t count);
+
+/// Tries to take the open file's lock on the whole file for this open alone. errno is EAGAIN when
+/// another open holds it, whatever the file system says to that.
+bool tryLock(int descriptor);
+
+/// Whether the path still leads to the open file. (A file that was replaced or removed meanwhile
+/// may be locked by its new holder as well.)
+bool isStillAt(int descriptor, const std::string& path);

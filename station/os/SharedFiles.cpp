@@ -1,0 +1,218 @@
+#include "station/os/SharedFiles.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+#include <uuid/uuid.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+
+#include "station/os/Posix.h"
+
+namespace {
+
+constexpr off_t kMaxSize = off_t(1) << 30;
+constexpr int kTemporaryTries = 100;
+constexpr std::chrono::milliseconds kTemporaryPause(10);
+
+ErrorCode codeOf(int number) {
+  switch (number) {
+    case ENOENT:
+    case ENOTDIR:
+      return ErrorCode::eNotFound;
+    case EEXIST:
+      return ErrorCode::eExists;
+    case EAGAIN:
+      return ErrorCode::eHeld;
+    case EACCES:
+    case EPERM:
+      return ErrorCode::eNoRights;
+    case ENOLCK:
+      return ErrorCode::eNoLockService;
+    case ESTALE:
+      return ErrorCode::eStale;
+    case EROFS:
+      return ErrorCode::eReadOnly;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      return ErrorCode::eFull;
+    case EISDIR:
+    case ENXIO:
+    case ELOOP:
+      return ErrorCode::eBadContent;
+    default:
+      return ErrorCode::eSystem;
+  }
+}
+
+const char* adviceFor(ErrorCode code) {
+  switch (code) {
+    case ErrorCode::eNotFound:
+      return "Check the path, and that the share is mounted.";
+    case ErrorCode::eExists:
+      return "Choose another name.";
+    case ErrorCode::eHeld:
+      return "Another station is using it; try again when it is done.";
+    case ErrorCode::eNoRights:
+      return "Ask whoever manages the share for access.";
+    case ErrorCode::eNoLockService:
+      return "The share offers no locks; mount it with locking.";
+    case ErrorCode::eStale:
+      return "The share lost it; mount the share again.";
+    case ErrorCode::eReadOnly:
+      return "The share is mounted read-only; mount it for writing.";
+    case ErrorCode::eFull:
+      return "Make room on the share.";
+    case ErrorCode::eBadContent:
+      return "Something that is no plain file is in its place; move it away.";
+    default:
+      return "Try again, and see the system's log if it stays so.";
+  }
+}
+
+/// The temporary files of one path all begin like this: a dot, so that no listing takes them for
+/// anything, and a number for the name, since a name of the greatest length leaves no room for
+/// more.
+std::string temporaryStem(const std::string& path) {
+  std::uint64_t hash = 14695981039346656037ULL;
+  for (const char byte : nameOf(path)) {
+    hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211ULL;
+  }
+  char stem[32];
+  std::snprintf(stem, sizeof stem, ".kv-%016llx", static_cast<unsigned long long>(hash));
+  return folderOf(path) + "/" + stem;
+}
+
+struct Temporary {
+  std::string path;
+  Descriptor file;
+};
+
+/// The path's one temporary file, locked against other writers: one that a killed station left is
+/// used again. Not open when it cannot be had in time.
+Temporary takeCommonTemporary(const std::string& path) {
+  Temporary temporary{temporaryStem(path) + ".tmp", Descriptor()};
+  for (int tries = 0; tries < kTemporaryTries; ++tries) {
+    Descriptor file = openPlainFile(temporary.path, O_RDWR | O_CREAT | O_NOFOLLOW);
+    if (!file.isOpen()) break;
+    if (tryLock(file.get())) {
+      if (!isStillAt(file.get(), temporary.path)) continue;
+      temporary.file = std::move(file);
+      break;
+    }
+    if (errno != EAGAIN) break;
+    std::this_thread::sleep_for(kTemporaryPause);
+  }
+  return temporary;
+}
+
+/// A temporary file that is this write's alone, for where the common one cannot be had.
+Temporary makeOwnTemporary(const std::string& path) {
+  uuid_t bytes;
+  uuid_generate_random(bytes);
+  char name[37];
+  uuid_unparse_lower(bytes, name);
+  Temporary temporary{temporaryStem(path) + "-" + name + ".tmp", Descriptor()};
+  temporary.file = openPlainFile(temporary.path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW);
+  return temporary;
+}
+
+void syncFolder(const std::string& folder) {
+  const Descriptor directory(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (directory.isOpen()) ::fsync(directory.get());
+}
+
+bool fillAndRename(const Temporary& temporary, const std::string& path, const std::string& bytes) {
+  const int file = temporary.file.get();
+  if (::ftruncate(file, 0) != 0 || !writeAll(file, bytes.data(), bytes.size())) return false;
+  shareLikeFolder(file, folderOf(path));
+  return ::fsync(file) == 0 && ::rename(temporary.path.c_str(), path.c_str()) == 0;
+}
+
+bool isFolder(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+}  // namespace
+
+bool existsFresh(const std::string& path) {
+  struct stat status {};
+  if (path.empty() || (!lookAfresh(folderOf(path)) && errno != EACCES)) return false;
+  return ::stat(path.c_str(), &status) == 0;
+}
+
+Result<std::string> readFresh(const std::string& path) {
+  if (!lookAfresh(folderOf(path)) && errno != EACCES) return errorFromErrno(errno, "read", path);
+  const Descriptor file = openPlainFile(path, O_RDONLY);
+  struct stat status {};
+  if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
+    return errorFromErrno(errno, "read", path);
+  }
+  if (status.st_size > kMaxSize) {
+    return Error{ErrorCode::eBadContent, "Cannot read " + path + ": it is larger than 1 GiB.",
+                 path};
+  }
+  std::string bytes;
+  bytes.reserve(static_cast<std::size_t>(status.st_size));
+  if (!readAll(file.get(), bytes)) return errorFromErrno(errno, "read", path);
+  return bytes;
+}
+
+Result<std::vector<std::string>> listFresh(const std::string& folder) {
+  DIR* const directory = ::opendir(folder.c_str());
+  if (!directory) return errorFromErrno(errno, "list", folder);
+  std::vector<std::string> names;
+  errno = 0;
+  while (const dirent* const entry = ::readdir(directory)) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") names.emplace_back(name);
+    errno = 0;
+  }
+  const int problem = errno;
+  ::closedir(directory);
+  if (problem != 0) return errorFromErrno(problem, "list", folder);
+  return names;
+}
+
+Result<void> writeAtomically(const std::string& path, const std::string& bytes) {
+  if (isFolder(path)) return errorFromErrno(EISDIR, "write", path);
+  Temporary temporary = takeCommonTemporary(path);
+  if (!temporary.file.isOpen()) temporary = makeOwnTemporary(path);
+  if (!temporary.file.isOpen()) return errorFromErrno(errno, "write", path);
+  if (!fillAndRename(temporary, path, bytes)) {
+    const int problem = errno;
+    ::unlink(temporary.path.c_str());
+    return errorFromErrno(problem, "write", path);
+  }
+  syncFolder(folderOf(path));
+  return {};
+}
+
+Result<void> removeFileAt(const std::string& path) {
+  lookAfresh(folderOf(path));
+  if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
+    return errorFromErrno(errno, "remove", path);
+  }
+  return {};
+}
+
+Result<void> makeFolder(const std::string& path) {
+  if (::mkdir(path.c_str(), 0700) != 0) return errorFromErrno(errno, "make", path);
+  const Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (folder.isOpen()) shareLikeFolder(folder.get(), folderOf(path));
+  return {};
+}
+
+Error errorFromErrno(int number, const std::string& what, const std::string& path) {
+  const ErrorCode code = codeOf(number);
+  return {code,
+          "Cannot " + what + " " + path + ": " + std::strerror(number) + ". " + adviceFor(code),
+          path};
+}
