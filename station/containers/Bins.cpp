@@ -1,0 +1,29 @@
+#include "station/containers/Bins.h"
+
+#include "station/base/Strings.h"
+#include "station/project/ProjectFolder.h"
+#include "station/project/Records.h"
+
+namespace {
+
+Bins* instance_ = nullptr;
+
+}  // namespace
+
+Bins::Bins() : CookieListManager("bin", "GM", "bins") { instance_ = this; }
+
+Bins::~Bins() {
+  if (instance_ == this) instance_ = nullptr;
+}
+
+Bins* Bins::instance() { return instance_; }
+
+BinManager* BinManager::instance() { return Bins::instance(); }
+
+LightweightString<wchar_t> getFileNameForLogGroup(const Cookie& cookie,
+                                                  const LightweightString<wchar_t>& /*name*/,
+                                                  const Cookie& project) {
+  if (!project.isNull()) return wideText(recordPath(projectFolder(project), cookie));
+  const Bins* const bins = Bins::instance();
+  return bins ? wideText(bins->fileOf(cookie)) : LightweightString<wchar_t>();
+}

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "station/containers/CookieListManager.h"
+
+/// The open project's bins, each the file <cookie>.json of the project's folder. Building one makes
+/// it the host's BinManager. Host thread.
+class Bins : public CookieListManager<BinManager, BinData> {
+ public:
+  Bins();
+  ~Bins() override;
+
+  /// The one built last, or null.
+  static Bins* instance();
+};

@@ -1,0 +1,67 @@
+#include "station/containers/ContainerLock.h"
+
+#include "host/os/OS.h"
+#include "host/os/iFileManager.h"
+#include "station/base/Strings.h"
+
+namespace {
+
+constexpr int kTries = 400;
+constexpr unsigned kPauseMilliseconds = 5;
+
+std::string lockFileOf(const std::string& containerFile) {
+  const std::size_t name = containerFile.rfind('/') + 1;
+  return containerFile.substr(0, name) + '.' + containerFile.substr(name) + ".lock";
+}
+
+Error notTaken(const std::string& path, eFileError why) {
+  const std::string shown = "\"" + shownText(path) + "\"";
+  switch (why) {
+    case eFileError::eHeld:
+      return {
+          ErrorCode::eHeld,
+          "Another station is changing this; nothing was changed here. Try again (its lock is " +
+              shown + ").",
+          path};
+    case eFileError::eMissing:
+      return {ErrorCode::eNotFound, "The project's folder is gone: " + shown + " cannot be made.",
+              path};
+    case eFileError::eNoRights:
+    case eFileError::eReadOnly:
+      return {ErrorCode::eNoRights,
+              shown + " may not be written; nothing was changed. Ask for rights on the folder.",
+              path};
+    case eFileError::eNoLockService:
+      return {ErrorCode::eNoLockService,
+              "The share offers no locks, so changes could be lost: " + shown +
+                  " cannot be locked. Ask whoever mounted it.",
+              path};
+    case eFileError::eFull:
+      return {ErrorCode::eFull, "The share is full: " + shown + " cannot be made.", path};
+    default:
+      return {ErrorCode::eSystem, shown + " cannot be opened; nothing was changed.", path};
+  }
+}
+
+}  // namespace
+
+ContainerLock::ContainerLock(const std::string& containerFile) : path_(lockFileOf(containerFile)) {
+  iFileManager& files = OS().fileManager();
+  eFileError why = eFileError::eNone;
+  for (int tried = 0; tried < kTries; ++tried) {
+    file_ = files.openFile(wideText(path_), eFileReadWrite, eFileCreate, eFileShareNone,
+                           eFileGroupShared);
+    if (file_ && file_->isOpen()) return;
+    file_.reset();
+    why = files.lastError();
+    if (why != eFileError::eHeld) break;
+    OS().sleepMilliseconds(kPauseMilliseconds);
+  }
+  taken_ = notTaken(path_, why);
+}
+
+ContainerLock::~ContainerLock() {
+  if (!file_) return;
+  file_.reset();
+  OS().fileManager().removeFile(wideText(path_));
+}

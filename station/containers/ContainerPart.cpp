@@ -1,0 +1,231 @@
+#include "station/containers/ContainerPart.h"
+
+#include <utility>
+
+#include "host/base/Log.h"
+#include "host/containers/ContainerManager.h"
+#include "station/base/Events.h"
+#include "station/base/Strings.h"
+#include "station/containers/ContainerLock.h"
+#include "station/os/SharedFiles.h"
+#include "station/project/ObjectNames.h"
+#include "station/project/Records.h"
+
+namespace {
+
+constexpr std::uint32_t kRewritten =
+    ContainerManagerBase::eChanged | ContainerManagerBase::eFileWritten;
+
+std::string quoted(const std::string& text) { return "\"" + shownText(text) + "\""; }
+
+}  // namespace
+
+void ContainerPart::enter(const OpenProject& project, const std::vector<std::string>& files) {
+  leave();
+  folder_ = project.folder;
+  readRecords(project, files, kind_.letters,
+              [this](const Cookie& cookie, JsonValue&& record) -> Result<void> {
+                const Result<void> sound = check(cookie, record);
+                if (sound) show(cookie, std::move(record));
+                return sound;
+              });
+}
+
+void ContainerPart::leave() {
+  folder_.clear();
+  containers_.clear();
+  byName_.clear();
+}
+
+void ContainerPart::findByName(const std::string& name, std::vector<NamedObject>& found) const {
+  const auto named = byName_.find(name);
+  if (named == byName_.end()) return;
+  for (const Cookie& cookie : named->second) found.push_back({cookie, name});
+}
+
+void ContainerPart::listObjects(std::vector<NamedObject>& objects) const {
+  for (const auto& [cookie, container] : containers_) objects.push_back({cookie, container.name});
+}
+
+JsonValue ContainerPart::state() const {
+  JsonValue all = JsonValue::array();
+  for (const auto& [cookie, container] : containers_) all.append(shown(container));
+  return all;
+}
+
+const Container* ContainerPart::find(const Cookie& cookie) const {
+  const auto found = containers_.find(cookie);
+  return found == containers_.end() ? nullptr : &found->second;
+}
+
+JsonValue ContainerPart::shown(const Container& container) const {
+  return JsonValue::object({{"cookie", utf8Text(container.cookie.asString())},
+                            {"name", container.name},
+                            {kind_.content, container.record[kind_.content]}});
+}
+
+Result<Cookie> ContainerPart::create(const std::string& name, JsonValue content) {
+  if (const Result<void> isNew = requireNew(name); !isNew) return isNew.error();
+  JsonValue record = JsonValue::object({{"name", name}, {kind_.content, std::move(content)}});
+  const Cookie cookie = Cookie::create(kind_.letters.front());
+  const Result<void> written = writeAtomically(fileOf(cookie), writeJsonIndented(record) + "\n");
+  if (!written) return written.error();
+  show(cookie, std::move(record));
+  tell(cookie, "created", kRewritten);
+  return cookie;
+}
+
+Result<void> ContainerPart::change(const Cookie& cookie, const Change& change) {
+  if (const Result<void> known = requireKnown(cookie); !known) return known;
+  const ContainerLock lock(fileOf(cookie));
+  if (!lock.taken()) return lock.taken();
+  Result<JsonValue> record = read(cookie);
+  if (!record) return record.error();
+  const Result<bool> changed = change(*record);
+  if (!changed) return changed.error();
+  if (!*changed) {
+    if (!(find(cookie)->record == *record)) take(cookie, std::move(*record));
+    return {};
+  }
+  const Result<void> written = writeAtomically(fileOf(cookie), writeJsonIndented(*record) + "\n");
+  if (!written) return written;
+  show(cookie, std::move(*record));
+  tell(cookie, "modified", kRewritten);
+  return {};
+}
+
+Result<void> ContainerPart::discard(const Cookie& cookie) {
+  if (const Result<void> known = requireKnown(cookie); !known) return known;
+  if (const Result<void> removed = removeFile(cookie); !removed) return removed;
+  drop(cookie);
+  tell(cookie, "destroyed", ContainerManagerBase::eDestroyed);
+  return {};
+}
+
+void ContainerPart::forget(const Cookie& cookie) {
+  if (!find(cookie)) return;
+  if (existsFresh(fileOf(cookie))) {
+    const Result<void> removed = removeFile(cookie);
+    if (!removed) LogBoth("%s\n", removed.error().message);
+  }
+  drop(cookie);
+  tell(cookie, "destroyed", ContainerManagerBase::eDestroyed);
+}
+
+void ContainerPart::readAgain(const Cookie& cookie) {
+  if (folder_.empty()) return;
+  Result<JsonValue> record = read(cookie);
+  if (record) {
+    take(cookie, std::move(*record));
+  } else {
+    LogBoth("The %s %s is shown as it was: %s\n", kind_.word, cookie.asString(),
+            record.error().message);
+  }
+}
+
+void ContainerPart::readAllAgain() {
+  if (folder_.empty()) return;
+  const Result<std::vector<std::string>> files = listFresh(folder_);
+  if (!files) return LogBoth("%s\n", files.error().message);
+  std::set<Cookie> present;
+  for (const std::string& file : *files) {
+    const Cookie cookie = recordCookie(file, kind_.letters);
+    if (cookie.isNull()) continue;
+    present.insert(cookie);
+    Result<JsonValue> record = read(cookie);
+    const Container* const known = find(cookie);
+    if (!record) {
+      LogBoth("%s\n", record.error().message);
+    } else if (!known || !(known->record == *record)) {
+      take(cookie, std::move(*record));
+    }
+  }
+  dropMissing(present);
+}
+
+void ContainerPart::dropMissing(const std::set<Cookie>& present) {
+  std::vector<Cookie> gone;
+  for (const auto& [cookie, container] : containers_) {
+    if (!present.contains(cookie)) gone.push_back(cookie);
+  }
+  for (const Cookie& cookie : gone) {
+    drop(cookie);
+    tell(cookie, "destroyed", ContainerManagerBase::eDestroyed);
+  }
+}
+
+std::string ContainerPart::fileOf(const Cookie& cookie) const {
+  return folder_.empty() ? std::string() : recordPath(folder_, cookie);
+}
+
+Result<JsonValue> ContainerPart::read(const Cookie& cookie) const {
+  Result<JsonValue> record = readRecord(fileOf(cookie));
+  if (!record) return record;
+  const Result<void> sound = check(cookie, *record);
+  if (!sound) return sound.error();
+  return record;
+}
+
+Result<void> ContainerPart::check(const Cookie& cookie, const JsonValue& record) const {
+  const std::string problem =
+      !record["name"].isString() ? "it has no \"name\"" : contentProblem(record[kind_.content]);
+  if (problem.empty()) return {};
+  const std::string file = fileOf(cookie);
+  return Error{ErrorCode::eBadContent,
+               quoted(file) + " is no " + kind_.word + ": " + problem +
+                   ". It is left as it is; repair it or move it away.",
+               file};
+}
+
+Result<void> ContainerPart::requireKnown(const Cookie& cookie) const {
+  if (find(cookie)) return {};
+  return Error{ErrorCode::eNotFound,
+               "There is no " + kind_.word + " " + utf8Text(cookie.asString()) +
+                   " in the open project; \"" + kind_.word + " list\" shows what there is.",
+               {}};
+}
+
+Result<void> ContainerPart::requireNew(const std::string& name) const {
+  if (folder_.empty()) {
+    return Error{ErrorCode::eNoProject, "No project is open; open one with \"project enter\".", {}};
+  }
+  if (const Result<void> sound = checkName(kind_.word, name); !sound) return sound;
+  if (!byName_.contains(name)) return {};
+  return Error{ErrorCode::eExists,
+               "There is a " + kind_.word + " " + quoted(name) + " already (" +
+                   utf8Text(byName_.at(name).begin()->asString()) + "); choose another name.",
+               {}};
+}
+
+Result<void> ContainerPart::removeFile(const Cookie& cookie) const {
+  const ContainerLock lock(fileOf(cookie));
+  if (!lock.taken()) return lock.taken();
+  return removeFileAt(fileOf(cookie));
+}
+
+void ContainerPart::show(const Cookie& cookie, JsonValue record) {
+  drop(cookie);
+  const std::string name = record["name"].asString();
+  byName_[name].insert(cookie);
+  containers_[cookie] = Container{cookie, name, std::move(record)};
+}
+
+void ContainerPart::drop(const Cookie& cookie) {
+  const auto known = containers_.find(cookie);
+  if (known == containers_.end()) return;
+  const auto named = byName_.find(known->second.name);
+  named->second.erase(cookie);
+  if (named->second.empty()) byName_.erase(named);
+  containers_.erase(known);
+}
+
+void ContainerPart::take(const Cookie& cookie, JsonValue record) {
+  const bool isKnown = find(cookie) != nullptr;
+  show(cookie, std::move(record));
+  tell(cookie, isKnown ? "reloaded" : "created", ContainerManagerBase::eChanged);
+}
+
+void ContainerPart::tell(const Cookie& cookie, const std::string& how, std::uint32_t flags) {
+  events().changed(kind_.word, cookie, how, currentOrigin());
+  notify(cookie, flags);
+}

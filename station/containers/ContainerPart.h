@@ -1,0 +1,112 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "station/base/Json.h"
+#include "station/base/Result.h"
+#include "station/project/iProjectPart.h"
+
+/// What is particular to one kind of container.
+struct ContainerKind {
+  std::string word;     ///< as users and events name it: "bin"
+  std::string letters;  ///< kind letters of its cookies; new ones get the first
+  std::string key;      ///< the key under which `state` shows them: "bins"
+  std::string content;  ///< the record's member beside "name": "contents"
+};
+
+/// One container as its file holds it. Members of the record that this station does not know are
+/// kept.
+struct Container {
+  Cookie cookie;
+  std::string name;
+  JsonValue record;
+};
+
+/// The open project's containers of one kind (bins, racks or filters), each a small file:
+///
+///     <project folder>/<cookie>.json   { "name": "Rushes", "contents": [ "E0a1b...", "V77..." ] }
+///                                      { "name": "Unused", "filter": "uses=0" }
+///
+/// A change reads the file as it is on the share now, changes that, and writes it in one step,
+/// while it holds the container's lock: what another station wrote a moment ago stays. Files are
+/// the truth; what is shown follows them. Each change is told to the listeners, as bits of
+/// ContainerManagerBase::eModificationFlags, and as an event. Host thread.
+class ContainerPart : public iProjectPart {
+ public:
+  /// What a change does to a record; false when there was nothing to change.
+  using Change = std::function<Result<bool>(JsonValue& record)>;
+
+  explicit ContainerPart(ContainerKind kind) : kind_(std::move(kind)) {}
+  ContainerPart(const ContainerPart&) = delete;
+  ContainerPart& operator=(const ContainerPart&) = delete;
+
+  void enter(const OpenProject& project, const std::vector<std::string>& files) override;
+  void leave() override;
+  void findByName(const std::string& name, std::vector<NamedObject>& found) const override;
+  [[nodiscard]] bool holds(const Cookie& cookie) const override { return find(cookie) != nullptr; }
+  void listObjects(std::vector<NamedObject>& objects) const override;
+  [[nodiscard]] std::string stateKey() const override { return kind_.key; }
+  [[nodiscard]] JsonValue state() const override;
+
+  [[nodiscard]] const ContainerKind& kind() const { return kind_; }
+
+  /// The container, or null; valid until the next change.
+  [[nodiscard]] const Container* find(const Cookie& cookie) const;
+
+  /// How a container is shown: its cookie and its record.
+  [[nodiscard]] JsonValue shown(const Container& container) const;
+
+  /// Takes a container out and removes its file. With a failure it stays.
+  Result<void> discard(const Cookie& cookie);
+
+  /// Takes a container out whatever becomes of its file, which is removed if it is still there;
+  /// what stands in the way of that is logged. An unknown cookie is ignored.
+  void forget(const Cookie& cookie);
+
+  /// Reads a container again, or for the first time. A file that cannot be read is reported, and
+  /// leaves what is shown.
+  void readAgain(const Cookie& cookie);
+
+  /// Brings all that is shown in line with the folder: what is new there, what differs and what is
+  /// gone. Each change is told of by itself; where there is none, nothing is.
+  void readAllAgain();
+
+  /// The container's file; empty when no project is open.
+  [[nodiscard]] std::string fileOf(const Cookie& cookie) const;
+
+ protected:
+  /// Makes a new container. A name that is empty or in use among its kind is refused.
+  Result<Cookie> create(const std::string& name, JsonValue content);
+
+  /// Changes a container's record, as it stands in its file now.
+  Result<void> change(const Cookie& cookie, const Change& change);
+
+  /// What is wrong with a record's content, as the end of a sentence; empty when it is sound.
+  [[nodiscard]] virtual std::string contentProblem(const JsonValue& content) const = 0;
+
+  /// Tells the listeners; the container itself may be gone already.
+  virtual void notify(const Cookie& cookie, std::uint32_t flags) = 0;
+
+ private:
+  Result<JsonValue> read(const Cookie& cookie) const;
+  [[nodiscard]] Result<void> check(const Cookie& cookie, const JsonValue& record) const;
+  Result<void> requireKnown(const Cookie& cookie) const;
+  Result<void> requireNew(const std::string& name) const;
+  Result<void> removeFile(const Cookie& cookie) const;
+  void show(const Cookie& cookie, JsonValue record);
+  void drop(const Cookie& cookie);
+  void take(const Cookie& cookie, JsonValue record);
+  void tell(const Cookie& cookie, const std::string& how, std::uint32_t flags);
+  void dropMissing(const std::set<Cookie>& present);
+
+  ContainerKind kind_;
+  std::string folder_;  ///< the open project's; empty when none is open
+  std::map<Cookie, Container> containers_;
+  std::map<std::string, std::set<Cookie>> byName_;
+};

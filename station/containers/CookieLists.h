@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+
+#include "station/containers/ContainerPart.h"
+
+/// Containers that hold other objects, by cookie: bins and racks. An object stands in a container
+/// once, in the order in which they were added. Host thread.
+class CookieLists : public ContainerPart {
+ public:
+  CookieLists(std::string word, std::string letters, std::string key)
+      : ContainerPart({std::move(word), std::move(letters), std::move(key), "contents"}) {}
+
+  /// Makes an empty container.
+  Result<Cookie> create(const std::string& name);
+
+  /// Puts objects in; those that are there already stay. The number of new ones. A container cannot
+  /// hold itself.
+  Result<std::size_t> add(const Cookie& container, const CookieVec& objects);
+
+  /// Takes objects out; those that are not there are passed over. The number taken out.
+  Result<std::size_t> remove(const Cookie& container, const CookieVec& objects);
+
+  /// What a container holds; empty for an unknown one.
+  [[nodiscard]] CookieVec contents(const Cookie& container) const;
+
+ protected:
+  [[nodiscard]] std::string contentProblem(const JsonValue& content) const override;
+};

@@ -1,0 +1,44 @@
+#include "station/containers/Filters.h"
+
+#include "station/base/Strings.h"
+
+namespace {
+
+constexpr const char* kText = "filter";
+
+Filters* instance_ = nullptr;
+
+}  // namespace
+
+Filters::Filters() : ContainerNotifier(ContainerKind{"filter", "F", "filters", kText}) {
+  instance_ = this;
+}
+
+Filters::~Filters() {
+  if (instance_ == this) instance_ = nullptr;
+}
+
+Filters* Filters::instance() { return instance_; }
+
+Result<Cookie> Filters::create(const std::string& name, const std::string& text) {
+  return ContainerPart::create(name, text);
+}
+
+Result<void> Filters::change(const Cookie& filter, const std::string& text) {
+  return ContainerPart::change(filter, [&text](JsonValue& record) -> Result<bool> {
+    if (record[kText].asString() == text) return false;
+    record.set(kText, text);
+    return true;
+  });
+}
+
+std::string Filters::contentProblem(const JsonValue& content) const {
+  return content.isString() ? "" : "it has no text under \"filter\"";
+}
+
+ProjectFilterManager* ProjectFilterManager::instance() { return Filters::instance(); }
+
+LightweightString<wchar_t> UserFilter::getFilterMetadataFileName(const Cookie& cookie) {
+  const Filters* const filters = Filters::instance();
+  return filters ? wideText(filters->fileOf(cookie)) : LightweightString<wchar_t>();
+}

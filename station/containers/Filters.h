@@ -1,0 +1,24 @@
+#pragma once
+
+#include "station/containers/ContainerNotifier.h"
+#include "station/containers/ContainerPart.h"
+
+/// The open project's filters, each the file <cookie>.json of the project's folder, with its text
+/// under "filter". Building one makes it the host's ProjectFilterManager. Host thread.
+class Filters : public ContainerNotifier<ProjectFilterManager, BinData, ContainerPart> {
+ public:
+  Filters();
+  ~Filters() override;
+
+  /// The one built last, or null.
+  static Filters* instance();
+
+  Result<Cookie> create(const std::string& name, const std::string& text);
+  Result<void> change(const Cookie& filter, const std::string& text);
+
+  /// Reads all filters again and tells of each that is new, differs or is gone.
+  void reInit() override { readAllAgain(); }
+
+ protected:
+  [[nodiscard]] std::string contentProblem(const JsonValue& content) const override;
+};
