@@ -23,6 +23,7 @@ class FakeHost::LogSink : public iStationEvents {
   void command(const std::string&) override {}
   void network(const std::string&, std::uint64_t) override {}
   void notification(const std::string&) override {}
+  void panel(const std::vector<std::string>&) override {}
 
  private:
   FakeHost& host_;
