@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "host/os/iFileManager.h"
+
+/// Whether a name matches a pattern in which `*` stands for any bytes, none included, and
+/// everything else for itself. A name that begins with a dot matches only a pattern that does.
+bool matchesPattern(std::string_view name, std::string_view pattern);
+
+/// iFileManager::listDirectory, for a UTF-8 path. Only a listing with details looks at the files.
+bool listMatching(const std::string& pattern, int kind, int details,
+                  Vector<iFileManager::DirectoryItem>& items);

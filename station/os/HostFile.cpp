@@ -1,0 +1,59 @@
+#include "station/os/HostFile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace {
+
+/// How often a file that others keep removing is made again.
+constexpr int kTries = 8;
+
+}  // namespace
+
+std::uint64_t HostFile::size() const {
+  struct stat status {};
+  return ::fstat(file_.get(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
+std::size_t HostFile::read(void* bytes, std::size_t count) {
+  std::size_t done = 0;
+  while (done < count) {
+    const ssize_t taken = ::read(file_.get(), static_cast<char*>(bytes) + done, count - done);
+    if (taken == 0 || (taken < 0 && errno != EINTR)) break;
+    if (taken > 0) done += static_cast<std::size_t>(taken);
+  }
+  return done;
+}
+
+bool HostFile::write(const void* bytes, std::size_t count) {
+  return writeAll(file_.get(), bytes, count);
+}
+
+bool ReplacingFile::write(const void* bytes, std::size_t count) {
+  if (replaced_) return HostFile::write(bytes, count);
+  for (int tries = 0; tries < kTries; ++tries) {
+    if (!replaceContent(bytes, count)) return false;
+    replaced_ = isStillAt(file_.get(), path_);
+    if (replaced_) {
+      written_->remember(path_, std::string(static_cast<const char*>(bytes), count));
+      return true;
+    }
+    if (!makeAgain()) return false;
+  }
+  return false;
+}
+
+/// Empties the file first, so that no reader takes the new text with the old one's end for a text.
+bool ReplacingFile::replaceContent(const void* bytes, std::size_t count) {
+  return ::ftruncate(file_.get(), 0) == 0 && ::lseek(file_.get(), 0, SEEK_SET) == 0 &&
+         HostFile::write(bytes, count);
+}
+
+bool ReplacingFile::makeAgain() {
+  file_ = openPlainFile(path_, O_RDWR | O_CREAT | O_NOFOLLOW);
+  if (!file_.isOpen()) return false;
+  shareLikeFolder(file_.get(), folderOf(path_));
+  return true;
+}

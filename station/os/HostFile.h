@@ -1,0 +1,41 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "host/os/iFileManager.h"
+#include "station/os/Posix.h"
+#include "station/os/WrittenFiles.h"
+
+/// An open file of the host's file manager, on a descriptor that it owns.
+class HostFile : public iFile {
+ public:
+  explicit HostFile(Descriptor file) : file_(std::move(file)) {}
+
+  [[nodiscard]] bool isOpen() const override { return file_.isOpen(); }
+  [[nodiscard]] std::uint64_t size() const override;
+  std::size_t read(void* bytes, std::size_t count) override;
+  bool write(const void* bytes, std::size_t count) override;
+
+ protected:
+  Descriptor file_;
+};
+
+/// An open file whose content counts as replaced: the first write leaves exactly what it wrote at
+/// the path, also when somebody removed the file since it was opened.
+class ReplacingFile : public HostFile {
+ public:
+  /// `written` remembers what the first write left behind.
+  ReplacingFile(Descriptor file, std::string path, std::shared_ptr<WrittenFiles> written)
+      : HostFile(std::move(file)), path_(std::move(path)), written_(std::move(written)) {}
+
+  bool write(const void* bytes, std::size_t count) override;
+
+ private:
+  bool replaceContent(const void* bytes, std::size_t count);
+  bool makeAgain();
+
+  std::string path_;
+  std::shared_ptr<WrittenFiles> written_;
+  bool replaced_ = false;
+};

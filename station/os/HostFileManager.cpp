@@ -1,0 +1,190 @@
+#include "station/os/HostFileManager.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include "host/base/Text.h"
+#include "station/os/DirectoryListing.h"
+#include "station/os/HostFile.h"
+
+namespace {
+
+/// How often a file is opened again that others replace or remove at the same moment.
+constexpr int kTries = 64;
+
+/// How often, and after which pause, a file to be replaced is asked for again while a removal holds
+/// it for a moment.
+constexpr int kReplaceTries = 5;
+constexpr std::chrono::milliseconds kReplacePause(10);
+
+thread_local eFileError lastError_ = eFileError::eNone;
+
+eFileError fileErrorOf(int number) {
+  switch (number) {
+    case EAGAIN:
+      return eFileError::eHeld;
+    case ENOENT:
+    case ENOTDIR:
+      return eFileError::eMissing;
+    case EACCES:
+    case EPERM:
+      return eFileError::eNoRights;
+    case ENOLCK:
+      return eFileError::eNoLockService;
+    case ESTALE:
+      return eFileError::eStale;
+    case EROFS:
+      return eFileError::eReadOnly;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      return eFileError::eFull;
+    case EISDIR:
+    case ENXIO:
+    case ELOOP:
+      return eFileError::eNotAFile;
+    default:
+      return eFileError::eOther;
+  }
+}
+
+/// The path's bytes; empty, and so missing, for a text that no path can be.
+std::string pathOf(const LightweightString<wchar_t>& path) {
+  const std::string bytes = toUTF8(path).str();
+  return bytes.find('\0') == std::string::npos ? bytes : std::string();
+}
+
+/// A folder that cannot be read may still be passed through.
+bool folderIsThere(const std::string& path) {
+  return lookAfresh(folderOf(path)) || (errno != ENOENT && errno != ENOTDIR && errno != ESTALE);
+}
+
+/// Opens the file, and makes it where it is missing if `create` says so.
+Descriptor openOrCreate(const std::string& path, int flags, bool create) {
+  for (int tries = 0; tries < kTries; ++tries) {
+    Descriptor file = openPlainFile(path, flags);
+    if (file.isOpen() || errno != ENOENT || !create) return file;
+    file = openPlainFile(path, flags | O_CREAT | O_EXCL);
+    if (file.isOpen()) shareLikeFolder(file.get(), folderOf(path));
+    if (file.isOpen() || errno != EEXIST) return file;
+  }
+  errno = EAGAIN;
+  return Descriptor();
+}
+
+/// Whether the lock that was just won is on the file that others will find. They may be on another
+/// machine, so the folder is looked at afresh first.
+bool isLockedAtPath(const Descriptor& file, const std::string& path) {
+  struct stat status {};
+  lookAfresh(folderOf(path));
+  return ::fstat(file.get(), &status) == 0 && status.st_nlink > 0 && isStillAt(file.get(), path);
+}
+
+bool takeLock(const Descriptor& file) {
+  if (tryLock(file.get())) return true;
+  if (errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP) errno = ENOLCK;
+  return false;
+}
+
+Descriptor openExclusively(const std::string& path, bool create) {
+  for (int tries = 0; tries < kTries; ++tries) {
+    Descriptor file = openOrCreate(path, O_RDWR | O_NOFOLLOW, create);
+    if (!file.isOpen() || !takeLock(file)) return Descriptor();
+    if (isLockedAtPath(file, path)) return file;
+  }
+  errno = EAGAIN;
+  return Descriptor();
+}
+
+/// Whether another open holds the file exclusively; takes nothing, since on SMB a reader's lock
+/// would make the holder's writes fail.
+bool isHeld(const Descriptor& file) {
+  struct flock whole {};
+  whole.l_type = F_WRLCK;
+  whole.l_whence = SEEK_SET;
+  if (::fcntl(file.get(), F_OFD_GETLK, &whole) == 0) return whole.l_type != F_UNLCK;
+  return errno == EAGAIN || errno == EACCES;
+}
+
+Descriptor openShared(const std::string& path, int access, int disposition) {
+  const int flags = (access & 2 ? O_RDWR : O_RDONLY) | O_NOFOLLOW;
+  for (int tries = 1;; ++tries) {
+    Descriptor file = openOrCreate(path, flags, disposition != eFileOpenExisting);
+    if (!file.isOpen() || !isHeld(file)) return file;
+    if (disposition != eFileReplace || tries == kReplaceTries) break;
+    std::this_thread::sleep_for(kReplacePause);
+  }
+  errno = EAGAIN;
+  return Descriptor();
+}
+
+}  // namespace
+
+Kv::Ptr<iFile> HostFileManager::openFile(const LightweightString<wchar_t>& widePath, int access,
+                                         int disposition, int share, int) {
+  const std::string path = pathOf(widePath);
+  Descriptor file;
+  errno = ENOENT;
+  if (!path.empty() && folderIsThere(path)) {
+    file = share == eFileShareNone ? openExclusively(path, disposition != eFileOpenExisting)
+                                   : openShared(path, access, disposition);
+  }
+  lastError_ = file.isOpen() ? eFileError::eNone : fileErrorOf(errno);
+  if (!file.isOpen()) return {};
+  return makeHandle(std::move(file), path, disposition, share);
+}
+
+Kv::Ptr<iFile> HostFileManager::makeHandle(Descriptor file, const std::string& path,
+                                           int disposition, int share) {
+  if (disposition != eFileReplace || share == eFileShareNone) {
+    return {new HostFile(std::move(file))};
+  }
+  return {new ReplacingFile(std::move(file), path, written_)};
+}
+
+bool HostFileManager::removeFile(const LightweightString<wchar_t>& widePath) {
+  const std::string path = pathOf(widePath);
+  errno = ENOENT;
+  const bool removed = !path.empty() && folderIsThere(path) && removeWhileLocked(path);
+  const bool gone = removed || (!path.empty() && errno == ENOENT);
+  lastError_ = gone ? eFileError::eNone : fileErrorOf(errno);
+  if (gone) written_->forget(path);
+  return gone;
+}
+
+/// The lock is held from before the file is looked at until it is gone: nobody who holds it, or has
+/// put another file at the path, can lose a file to this.
+bool HostFileManager::removeWhileLocked(const std::string& path) {
+  const Descriptor file = openPlainFile(path, O_RDWR | O_NOFOLLOW);
+  if (!file.isOpen() || !takeLock(file)) return false;
+  struct stat status {};
+  if (!isLockedAtPath(file, path)) {
+    if (::lstat(path.c_str(), &status) != 0) return false;  // somebody else removed it
+    errno = EAGAIN;
+    return false;
+  }
+  if (written_->isRewritten(file.get(), path)) {
+    errno = EAGAIN;
+    return false;
+  }
+  return ::unlink(path.c_str()) == 0;
+}
+
+bool HostFileManager::listDirectory(const LightweightString<wchar_t>& pattern, int kind,
+                                    int details, Vector<DirectoryItem>& items) {
+  return listMatching(pathOf(pattern), kind, details, items);
+}
+
+bool HostFileManager::markFile(const LightweightString<wchar_t>& widePath, int value) {
+  const std::string path = pathOf(widePath);
+  if (path.empty() || (value != eMarkLeft && value != eMarkPresent)) return false;
+  if (!folderIsThere(path)) return false;
+  const Descriptor file = openOrCreate(path, O_WRONLY | O_NOFOLLOW, true);
+  return file.isOpen() && ::futimens(file.get(), nullptr) == 0;
+}
+
+eFileError HostFileManager::lastError() const { return lastError_; }

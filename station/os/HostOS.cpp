@@ -1,0 +1,44 @@
+#include "station/os/HostOS.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+#include <thread>
+
+#include "host/base/Text.h"
+#include "station/base/StationSettings.h"
+
+namespace {
+
+HostOS* current = nullptr;
+
+HostOS& requireCurrent() {
+  if (current) return *current;
+  std::fputs("The operating-system layer was used outside of the station's life.\n", stderr);
+  std::abort();
+}
+
+LightweightString<wchar_t> wide(const std::string& text) {
+  return fromUTF8(LightweightString<char>(std::string_view(text)));
+}
+
+}  // namespace
+
+iOS& OS() { return requireCurrent(); }
+
+iOSPrivate& OSPrivate() { return requireCurrent(); }
+
+HostOS::HostOS(iNetworkService& network) : network_(network) { current = this; }
+
+HostOS::~HostOS() {
+  if (current == this) current = nullptr;
+}
+
+LightweightString<wchar_t> HostOS::currentUserName() const { return wide(settings().user); }
+
+LightweightString<wchar_t> HostOS::networkHostName() const { return wide(settings().host); }
+
+void HostOS::sleepMilliseconds(unsigned milliseconds) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
