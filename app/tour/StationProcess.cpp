@@ -168,7 +168,7 @@ std::vector<JsonValue> StationProcess::events(const std::string& name) const {
   const std::lock_guard lock(mutex_);
   std::vector<JsonValue> found;
   for (const std::unique_ptr<Seen>& seen : seen_) {
-    if (seen->event["event"].asString() == name) found.push_back(seen->event);
+    if (name.empty() || seen->event["event"].asString() == name) found.push_back(seen->event);
   }
   return found;
 }

@@ -56,8 +56,8 @@ class StationProcess {
   std::optional<JsonValue> waitFor(const std::string& event, const Keys& keys = {},
                                    Seconds limit = Seconds(10));
 
-  /// All events of this name so far.
-  [[nodiscard]] std::vector<JsonValue> events(const std::string& name) const;
+  /// All events so far, in order; with a name, those of that name.
+  [[nodiscard]] std::vector<JsonValue> events(const std::string& name = {}) const;
 
   /// What the program wrote to its standard error so far.
   [[nodiscard]] std::string errorText() const;

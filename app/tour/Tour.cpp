@@ -1,0 +1,245 @@
+#include "app/tour/Tour.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <utility>
+
+#include "app/tour/ExampleEdit.h"
+#include "app/tour/TourTable.h"
+
+namespace {
+
+constexpr StationProcess::Seconds kArrival{10};
+
+bool onTerminal() {
+  static const bool terminal = ::isatty(STDOUT_FILENO) == 1;
+  return terminal;
+}
+
+void print(const std::string& who, const char* colour, const std::string& text) {
+  const char* const begin = onTerminal() ? colour : "";
+  const char* const end = onTerminal() ? "\x1b[0m" : "";
+  std::printf("  %-6s %s%s%s\n", who.c_str(), begin, text.c_str(), end);
+  std::fflush(stdout);
+}
+
+/// A cookie as people compare it: its kind letter and first digits.
+std::string shortCookie(const std::string& cookie) {
+  return cookie.size() > 9 ? cookie.substr(0, 9) : cookie;
+}
+
+std::string describeMessage(const JsonValue& event) {
+  std::string text = event["type_name"].asString();
+  const std::string& object = event["cookie"].asString();
+  if (!object.empty()) text += " " + shortCookie(object);
+  const std::string& data = event["data"].asString();
+  if (!data.empty()) text += " \"" + data + "\"";
+  return text;
+}
+
+std::string describeChange(const JsonValue& event) {
+  const std::string object = shortCookie(event["cookie"].asString());
+  return event["what"].asString() + (object.empty() ? "" : " " + object) + " " +
+         event["how"].asString();
+}
+
+}  // namespace
+
+Tour::Tour(std::string station, std::string projects)
+    : program_(std::move(station)), projects_(std::move(projects)), port_(freeUdpPort()) {}
+
+bool Tour::play() {
+  if (startStations()) {
+    playProject();
+    playEdit();
+    playBin();
+    playOwnership();
+    playMessages();
+    playLock();
+  }
+  TourTable table;
+  for (const std::string& name : names_) table.addStation(name, *stations_[name]);
+  const bool ended = stopStations();
+  std::fputs(table.text().c_str(), stdout);
+  for (const std::string& lost : table.missing()) fail(lost);
+  for (const std::string& failure : failures_) std::printf("FAILED: %s\n", failure.c_str());
+  const bool whole = failures_.empty() && ended;
+  std::puts(whole ? "\nEverything that was sent arrived, once, at every other station."
+                  : "\nNot everything arrived; see above.");
+  return whole;
+}
+
+bool Tour::startStations() {
+  std::printf("Three stations share %s on UDP port %d.\n", projects_.c_str(), port_);
+  int number = 0;
+  for (const std::string& name : names_) {
+    ++number;
+    StationProcess::Options options;
+    options.program = program_;
+    options.projects = projects_;
+    options.user = name;
+    options.host = "suite-" + std::to_string(number);
+    options.machine = number;
+    options.port = port_;
+    stations_[name] = std::make_unique<StationProcess>(std::move(options));
+  }
+  for (const std::string& name : names_) {
+    if (!stations_[name]->waitUntilReady()) {
+      fail(name + "'s station did not start: " + stations_[name]->errorText());
+      return false;
+    }
+    print(name, "", "is up: host " + stations_[name]->options().host);
+  }
+  return true;
+}
+
+void Tour::playProject() {
+  heading("A project is made, and three stations open it");
+  ask("anna", "project create \"Harbour\"");
+  ask("anna", "project enter Harbour");
+  act("ben", "project enter Harbour", {{"anna", "received", {{"type_name", "RoomChange"}}}});
+  act("carla", "project enter Harbour",
+      {{"anna", "received", {{"type_name", "RoomChange"}}},
+       {"ben", "received", {{"type_name", "RoomChange"}}}});
+}
+
+void Tour::playEdit() {
+  heading("An edit imported on one is listed on the others");
+  const std::string file = projects_ + "/../harbour.otio";
+  std::ofstream(file) << kExampleEdit;
+  expectOnOthers("anna", "edit import \"" + file + "\"", "changed",
+                 {{"what", "edit"}, {"how", "created"}, {"origin", "remote"}});
+  ask("carla", "edit list");
+
+  heading("A trim shows where the edit is open, before it is saved");
+  ask("ben", "edit open \"Harbour at dawn\"");
+  ask("anna", "edit open \"Harbour at dawn\"");
+  act("anna", "edit trim \"Harbour at dawn\" \"Crane\" 12 60",
+      {{"ben", "changed", {{"what", "edit"}, {"how", "modified"}, {"origin", "remote"}}},
+       {"carla", "received", {{"type_name", "EditModification"}}}});
+  ask("ben", "edit show \"Harbour at dawn\"");
+  act("anna", "edit save \"Harbour at dawn\"",
+      {{"ben", "changed", {{"what", "edit"}, {"how", "reloaded"}, {"origin", "remote"}}},
+       {"carla", "received", {{"type_name", "EditSaved"}}}});
+}
+
+void Tour::playBin() {
+  heading("A bin rewritten on one reloads on the rest");
+  const StationProcess::Keys arrived{{"what", "bin"}, {"origin", "remote"}};
+  expectOnOthers("carla", "bin create \"Selects\"", "changed", arrived);
+  expectOnOthers("carla", "bin add Selects \"Harbour at dawn\"", "changed", arrived);
+  ask("anna", "bin show Selects");
+}
+
+void Tour::playOwnership() {
+  heading("An ownership given away takes effect everywhere");
+  expectOnOthers("anna", "edit give \"Harbour at dawn\" SUITE-2", "changed",
+                 {{"what", "permissions"}, {"origin", "remote"}});
+  ask("ben", "edit may \"Harbour at dawn\"");
+  expectRefusal("anna", "edit trim \"Harbour at dawn\" \"Crane\" 0 24", "SUITE-2");
+}
+
+void Tour::playMessages() {
+  heading("A message between users, and a command for one machine");
+  act("ben", "say anna \"The crane shot is yours again in an hour.\"",
+      {{"anna", "notification", {}}, {"carla", "received", {{"type_name", "UserMessage"}}}});
+  act("anna", "request 3 identify",
+      {{"carla", "command", {{"name", "identify"}}},
+       {"ben", "received", {{"type_name", "ActionRequest"}}}});
+}
+
+void Tour::playLock() {
+  heading("A private project is held by one");
+  ask("anna", "project create \"Trailer\" --private");
+  ask("anna", "project enter Trailer");
+  expectRefusal("ben", "project enter Trailer", "anna");
+  ask("ben", "project list");
+  ask("anna", "project leave");
+  ask("ben", "project enter Trailer");
+  ask("ben", "project leave");
+}
+
+bool Tour::stopStations() {
+  bool clean = true;
+  for (auto& [name, station] : stations_) {
+    const std::optional<int> status = station->quit();
+    if (status == 0) continue;
+    clean = false;
+    fail(name + "'s station did not end cleanly: " +
+         (status ? "exit status " + std::to_string(*status) : "it still ran after 20 s"));
+  }
+  return clean;
+}
+
+JsonValue Tour::type(const std::string& station, const std::string& line) {
+  std::printf("\n");
+  print(station, "\x1b[1m", "$ " + line);
+  JsonValue reply = stations_[station]->command(line);
+  if (reply.isNull()) fail(station + " gave no answer to: " + line);
+  return reply;
+}
+
+void Tour::ask(const std::string& station, const std::string& line) { act(station, line, {}); }
+
+void Tour::act(const std::string& station, const std::string& line,
+               const std::vector<Expectation>& expectations) {
+  const JsonValue reply = type(station, line);
+  if (!reply["ok"].asBool()) fail(station + ": " + line + ": " + reply["error"].asString());
+  if (!reply["result"].isNull()) print(station, "", writeJson(reply["result"]));
+  for (const Expectation& expected : expectations) {
+    if (stations_[expected.station]->waitFor(expected.event, expected.keys, kArrival)) continue;
+    fail("after \"" + line + "\" " + expected.station + " saw no event " + expected.event);
+  }
+  showNews();
+}
+
+void Tour::expectOnOthers(const std::string& station, const std::string& line,
+                          const std::string& event, const StationProcess::Keys& keys) {
+  std::vector<Expectation> expectations;
+  for (const std::string& name : names_) {
+    if (name != station) expectations.push_back({name, event, keys});
+  }
+  act(station, line, expectations);
+}
+
+void Tour::expectRefusal(const std::string& station, const std::string& line,
+                         const std::string& text) {
+  const JsonValue reply = type(station, line);
+  const std::string& error = reply["error"].asString();
+  print(station, "\x1b[33m", "refused: " + error);
+  if (reply["ok"].asBool() || error.find(text) == std::string::npos)
+    fail(station + ": " + line + ": was to be refused, naming " + text);
+  showNews();
+}
+
+void Tour::showNews() {
+  for (const std::string& name : names_) {
+    const std::vector<JsonValue> all = stations_[name]->events();
+    for (std::size_t& index = shown_[name]; index < all.size(); ++index)
+      showEvent(name, all[index]);
+  }
+}
+
+void Tour::showEvent(const std::string& station, const JsonValue& event) {
+  const std::string& name = event["event"].asString();
+  if (name == "sent") print(station, "\x1b[36m", "-> " + describeMessage(event));
+  if (name == "received") print(station, "\x1b[32m", "<- " + describeMessage(event));
+  if (name == "changed" && event["origin"].asString() == "remote")
+    print(station, "\x1b[32m", "   " + describeChange(event));
+  if (name == "notification")
+    print(station, "\x1b[35m", "   notification: " + event["text"].asString());
+  if (name == "command") print(station, "\x1b[35m", "   ran " + event["name"].asString());
+  if (name == "network") fail(station + ": " + event["problem"].asString());
+}
+
+void Tour::heading(const std::string& text) {
+  std::printf("\n%s%s%s\n", onTerminal() ? "\x1b[1;4m" : "== ", text.c_str(),
+              onTerminal() ? "\x1b[0m" : " ==");
+}
+
+void Tour::fail(const std::string& text) {
+  failures_.push_back(text);
+  print("", "\x1b[31m", "!! " + text);
+}
