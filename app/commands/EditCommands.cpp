@@ -1,0 +1,130 @@
+#include "app/commands/EditCommands.h"
+
+#include "station/base/Strings.h"
+#include "station/edit/EditActions.h"
+#include "station/edit/Edits.h"
+#include "station/project/Projects.h"
+
+namespace {
+
+Result<Cookie> resolved(const std::string& nameOrCookie) {
+  return Projects::instance().resolve(nameOrCookie, Edits::kKinds);
+}
+
+Result<JsonValue> answer(const Result<void>& done) {
+  if (!done) return done.error();
+  return JsonValue();
+}
+
+Result<JsonValue> answer(const Result<Cookie>& made) {
+  if (!made) return made.error();
+  return JsonValue(made->asString().str());
+}
+
+/// A command on the edit that its first word names.
+template <typename Action>
+std::function<Result<JsonValue>(const Arguments&)> onEdit(Action action) {
+  return [action](const Arguments& arguments) -> Result<JsonValue> {
+    const auto cookie = resolved(arguments[0]);
+    if (!cookie) return cookie.error();
+    return action(*cookie, arguments);
+  };
+}
+
+Result<JsonValue> createEdit(const Arguments& arguments) {
+  return answer(EditActions::create(arguments[0], CookieTypeEdit));
+}
+
+Result<JsonValue> createLog(const Arguments& arguments) {
+  return answer(EditActions::create(arguments[0], CookieTypeShot));
+}
+
+Result<JsonValue> import(const Arguments& arguments) {
+  return answer(EditActions::import(arguments[0]));
+}
+
+Result<JsonValue> list(const Arguments&) {
+  if (auto open = Projects::instance().requireOpen(); !open) return open.error();
+  return Edits::instance()->list();
+}
+
+Result<JsonValue> remove(const Arguments& arguments) {
+  std::vector<Cookie> cookies;
+  for (const std::string& argument : arguments) {
+    const auto cookie = resolved(argument);
+    if (!cookie) return cookie.error();
+    cookies.push_back(*cookie);
+  }
+  return answer(EditActions::remove(cookies));
+}
+
+Result<JsonValue> may(const Cookie& cookie, const Arguments&) {
+  return JsonValue::object({{"cookie", cookie.asString().str()},
+                            {"allowed", EditActions::isAllowed(cookie)},
+                            {"owner", shownText(Edits::instance()->ownerOf(cookie))}});
+}
+
+void addMaking(CommandTable& table) {
+  table.add({"edit create", "NAME", "Makes an empty edit of yours and shows its cookie.", 1, 1,
+             createEdit});
+  table.add(
+      {"log create", "NAME", "Makes an empty log (shot) and shows its cookie.", 1, 1, createLog});
+  table.add({"edit import", "FILE",
+             "Takes an OpenTimelineIO file (.otio) into the project as an edit of yours.", 1, 1,
+             import});
+  table.add({"edit export", "E FILE",
+             "Writes an edit or log, unsaved changes included, as OpenTimelineIO.", 2, 2,
+             onEdit([](const Cookie& cookie, const Arguments& arguments) {
+               return answer(EditActions::exportTo(cookie, arguments[1]));
+             })});
+}
+
+void addLooking(CommandTable& table) {
+  table.add({"edit list", "", "Shows the project's edits and logs.", 0, 0, list});
+  table.add({"edit show", "E", "Shows an edit or log with its clips; times are in seconds.", 1, 1,
+             onEdit([](const Cookie& cookie, const Arguments&) {
+               return Edits::instance()->show(cookie);
+             })});
+  table.add({"edit open", "E", "Opens an edit or log: changes made elsewhere show at once.", 1, 1,
+             onEdit([](const Cookie& cookie, const Arguments&) {
+               return answer(Edits::instance()->open(cookie));
+             })});
+  table.add({"edit close", "E", "Closes an edit or log that has no unsaved changes of yours.", 1, 1,
+             onEdit([](const Cookie& cookie, const Arguments&) {
+               return answer(Edits::instance()->close(cookie));
+             })});
+  table.add({"edit may", "E", "Shows whether you may modify an edit or log, and its owner.", 1, 1,
+             onEdit(may)});
+}
+
+void addChanging(CommandTable& table) {
+  table.add({"edit trim", "E CLIP START END",
+             "Makes a clip (by name, or by path such as 0/2) show its material from START to END, "
+             "each in seconds (1.5) or frames (36f); announced before it is saved.",
+             4, 4, onEdit([](const Cookie& cookie, const Arguments& arguments) {
+               return answer(EditActions::trim(cookie, arguments[1], arguments[2], arguments[3]));
+             })});
+  table.add({"edit rename", "E NAME",
+             "Gives an edit or log another name; announced before it is saved.", 2, 2,
+             onEdit([](const Cookie& cookie, const Arguments& arguments) {
+               return answer(EditActions::rename(cookie, arguments[1]));
+             })});
+  table.add({"edit save", "E", "Writes an edit or log to the project and announces it.", 1, 1,
+             onEdit([](const Cookie& cookie, const Arguments&) {
+               return answer(EditActions::save(cookie));
+             })});
+  table.add({"edit delete", "E...", "Deletes edits and logs: all of them, or none if one may not.",
+             1, Command::kAnyNumber, remove});
+  table.add({"edit give", "E USER", "Makes USER the owner of an edit or log, and announces it.", 2,
+             2, onEdit([](const Cookie& cookie, const Arguments& arguments) {
+               return answer(EditActions::give(cookie, arguments[1]));
+             })});
+}
+
+}  // namespace
+
+void addEditCommands(CommandTable& table) {
+  addMaking(table);
+  addLooking(table);
+  addChanging(table);
+}

@@ -1,0 +1,265 @@
+#include "station/edit/EditActions.h"
+
+#include <charconv>
+#include <filesystem>
+
+#include "host/base/Log.h"
+#include "host/project/iPermissionsManager.h"
+#include "station/base/Events.h"
+#include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
+#include "station/edit/Edits.h"
+#include "station/edit/OtioClips.h"
+#include "station/os/SharedFiles.h"
+#include "station/project/ObjectNames.h"
+#include "station/project/ProjectListeners.h"
+#include "station/project/Projects.h"
+
+namespace {
+
+constexpr const char* kOwnerKey = "OWNER";
+
+Edits& edits() { return *Edits::instance(); }
+
+std::string title(const Cookie& cookie) {
+  return std::string(Edits::kindText(cookie)) + " \"" + shownText(edits().nameOf(cookie)) + "\"";
+}
+
+LightweightString<wchar_t> localUser() {
+  if (const auto* permissions = iPermissionsManager::instance()) {
+    return permissions->getCurrentUser();
+  }
+  LightweightString<wchar_t> user = wideText(settings().user);
+  Kv::toUpper(user);
+  return user;
+}
+
+Error refusal(const Cookie& cookie) {
+  const std::string owner = shownText(edits().ownerOf(cookie));
+  const std::string why =
+      owner.empty() ? " has no owner; take it with \"edit give\" first."
+                    : " belongs to " + owner + ", who can hand it over with \"edit give\".";
+  return {ErrorCode::eRefused, "You may not change it: the " + title(cookie) + why, {}};
+}
+
+Result<void> requireAllowed(const Cookie& cookie, EditModificationType kind) {
+  const auto* permissions = iPermissionsManager::instance();
+  if (!permissions || permissions->isModificationAllowed(cookie, kind)) return {};
+  return refusal(cookie);
+}
+
+Error failed(const std::string& what, const Error& why) {
+  return {why.code, what + ": " + why.message, why.path};
+}
+
+/// Opens the object and makes a modification under a description; releasing the modifier announces
+/// it.
+Result<void> modify(const Cookie& cookie, const EditModification& modification,
+                    const char* description) {
+  EditPtr edit;
+  edit.i_open(cookie, 0);
+  const EditModifier modifier(edit, description);
+  if (!modifier) return Error{ErrorCode::eNotFound, "The " + title(cookie) + " is gone.", {}};
+  EditFile& file = *edits().loaded(cookie);
+  if (auto changed = file.change(modification); !changed) return changed;
+  edits().noteLoaded(file);
+  return {};
+}
+
+/// Gives a new document its owner, writes it to the project and tells of it.
+Result<Cookie> store(OtioDocument document, char kind) {
+  const Cookie cookie = Cookie::create(kind);
+  if (kind == CookieTypeEdit) document.setSetting(kOwnerKey, utf8Text(localUser()));
+  if (auto written = writeAtomically(edits().pathFor(cookie), document.text()); !written) {
+    return failed("The " + std::string(Edits::kindText(cookie)) + " was not made", written.error());
+  }
+  EditPtr edit;
+  edit.i_open(cookie, 0);
+  ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, true); });
+  return cookie;
+}
+
+int logTypeOf(char kind) {
+  return kind == CookieTypeEdit ? Edit::kEditLogType : EditFile::kShotLogType;
+}
+
+Result<double> readTime(const std::string& text, double rate) {
+  double number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stopped, problem] = std::from_chars(text.data(), end, number);
+  const std::string_view unit(stopped, static_cast<std::size_t>(end - stopped));
+  if (problem == std::errc{} && (unit.empty() || unit == "s")) return number;
+  if (problem == std::errc{} && unit == "f" && rate > 0) return number / rate;
+  return Error{ErrorCode::eUsage,
+               "\"" + shownText(text) +
+                   "\" is no time; write seconds (\"1.5\") or frames of the clip (\"36f\").",
+               {}};
+}
+
+/// Whether the clip has material for the whole range, as far as anything tells.
+Result<void> requireMaterial(const JsonValue& timeline, const std::string& path,
+                             const ClipRange& range) {
+  constexpr double kTolerance = 1e-6;
+  const ClipInfo material = availableMaterial(timeline, path);
+  const bool isInside = range.start >= material.range.start - kTolerance &&
+                        range.end <= material.range.end + kTolerance;
+  if (!material.hasRange || isInside) return {};
+  return Error{ErrorCode::eRefused,
+               "The clip has material from " + JsonValue(material.range.start).spelling() + " to " +
+                   JsonValue(material.range.end).spelling() + " seconds only.",
+               {}};
+}
+
+Result<EditModification> describeTrim(const JsonValue& timeline, const std::string& clip,
+                                      const std::string& start, const std::string& end) {
+  const auto path = findClip(timeline, clip);
+  if (!path) return path.error();
+  const double rate = clipAt(timeline, *path)->rate;
+  const auto from = readTime(start, rate);
+  if (!from) return from.error();
+  const auto to = readTime(end, rate);
+  if (!to) return to.error();
+  EditModification trim(eModTrim);
+  trim.range_.start = *from;
+  trim.range_.end = *to;
+  trim.subject_ = hostText(*path);
+  if (auto checked = requireMaterial(timeline, *path, {*from, *to}); !checked && *to > *from) {
+    return checked.error();
+  }
+  return trim;
+}
+
+void tellDeleted(const CookieVec& cookies) {
+  for (const Cookie& cookie : cookies) {
+    edits().forget(cookie);
+    events().changed(Edits::kindText(cookie), cookie, "destroyed", currentOrigin());
+  }
+  if (cookies.empty()) return;
+  ProjectListeners::instance().tell(
+      [&](auto& each) { each.handleLogsDeletion(cookies, LightweightString<char>("user")); });
+}
+
+bool hasNoOwner(const Cookie& cookie) {
+  return cookie.getType() == CookieTypeEdit && edits().ownerOf(cookie).empty();
+}
+
+/// A log's owner is kept in memory and announced; an edit's is stored by the permissions manager,
+/// which describes the change.
+void announceLogOwner(const Cookie& cookie, const std::string& owner) {
+  edits().noteOwner(cookie, owner);
+  EditPtr log;
+  log.i_open(cookie, 0);
+  if (log) log->setChangeDescription(eModOwnerChanged, true);
+}
+
+}  // namespace
+
+Result<Cookie> EditActions::create(const std::string& name, char kind) {
+  if (auto open = Projects::instance().requireOpen(); !open) return open.error();
+  const char* what = kind == CookieTypeEdit ? "edit" : "log";
+  if (auto checked = checkName(what, name); !checked) return checked.error();
+  OtioDocument document = OtioDocument::blank(name);
+  document.adopt(logTypeOf(kind), name);
+  return store(std::move(document), kind);
+}
+
+Result<Cookie> EditActions::import(const std::string& path) {
+  if (auto open = Projects::instance().requireOpen(); !open) return open.error();
+  const auto bytes = readFresh(path);
+  if (!bytes) return failed("Nothing was imported", bytes.error());
+  auto document = OtioDocument::parse(*bytes);
+  if (!document) return failed("\"" + shownText(path) + "\" was not imported", document.error());
+  document->adopt(Edit::kEditLogType, std::filesystem::path(path).stem().string());
+  return store(std::move(*document), CookieTypeEdit);
+}
+
+Result<void> EditActions::exportTo(const Cookie& cookie, const std::string& path) {
+  const auto edit = edits().hold(cookie);
+  if (!edit) return edit.error();
+  auto written = writeAtomically(path, (*edit)->document().exportedText());
+  edits().release(*edit);
+  if (!written) return failed("The " + title(cookie) + " was not exported", written.error());
+  return {};
+}
+
+Result<void> EditActions::trim(const Cookie& cookie, const std::string& clip,
+                               const std::string& start, const std::string& end) {
+  const auto edit = edits().hold(cookie);
+  if (!edit) return edit.error();
+  const auto trim = describeTrim((*edit)->document().json(), clip, start, end);
+  edits().release(*edit);
+  if (auto allowed = requireAllowed(cookie, eModTrim); !allowed) return allowed;
+  if (!trim) return trim.error();
+  return modify(cookie, *trim, "Trim");
+}
+
+Result<void> EditActions::rename(const Cookie& cookie, const std::string& name) {
+  const auto edit = edits().hold(cookie);
+  if (!edit) return edit.error();
+  edits().release(*edit);
+  if (auto allowed = requireAllowed(cookie, eModRename); !allowed) return allowed;
+  EditModification rename(eModRename);
+  rename.value_ = hostText(name);
+  return modify(cookie, rename, "Rename");
+}
+
+Result<void> EditActions::save(const Cookie& cookie) {
+  const auto held = edits().hold(cookie);
+  if (!held) return held.error();
+  EditFile& edit = **held;
+  auto allowed = requireAllowed(cookie, eModContentsChanged);
+  auto saved = allowed ? edit.save() : allowed;
+  if (saved) {
+    edits().noteLoaded(edit);
+    events().changed(edit.kindText(), cookie, "refreshed", currentOrigin());
+    ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, false); });
+  }
+  edits().release(&edit);
+  if (allowed && !saved) return failed("The " + title(cookie) + " was not saved", saved.error());
+  return saved;
+}
+
+Result<void> EditActions::remove(const std::vector<Cookie>& cookies) {
+  for (const Cookie& cookie : cookies) {
+    if (auto allowed = requireAllowed(cookie, eModContentsChanged); !allowed) return allowed;
+  }
+  CookieVec deleted;
+  Result<void> result;
+  for (const Cookie& cookie : cookies) {
+    if (auto removed = removeFileAt(edits().pathFor(cookie)); removed) {
+      deleted.push_back(cookie);
+    } else {
+      result = failed("The " + title(cookie) + " was not deleted", removed.error());
+      break;
+    }
+  }
+  tellDeleted(deleted);
+  return result;
+}
+
+Result<void> EditActions::give(const Cookie& cookie, const std::string& user) {
+  if (auto checked = checkName("owner", user); !checked) return checked;
+  if (!hasNoOwner(cookie)) {
+    if (auto allowed = requireAllowed(cookie, eModOwnerChanged); !allowed) return allowed;
+  }
+  auto* permissions = iPermissionsManager::instance();
+  if (!permissions) return Error{ErrorCode::eRefused, "No plug-in keeps owners here.", {}};
+  LightweightString<wchar_t> owner = wideText(user);
+  Kv::toUpper(owner);
+  const bool isEdit = cookie.getType() == CookieTypeEdit;
+  permissions->setOwner(cookie, owner,
+                        isEdit ? iPermissionsManager::eEdit : iPermissionsManager::eShot, true);
+  if (!isEdit) announceLogOwner(cookie, utf8Text(owner));
+  if (!travelsWhole(utf8Text(owner))) {
+    LogBoth(
+        "Other stations will see the owner's name %s cut: a letter of it holds the byte that "
+        "separates the fields of messages.\n",
+        shownText(owner));
+  }
+  return {};
+}
+
+bool EditActions::isAllowed(const Cookie& cookie) {
+  const auto* permissions = iPermissionsManager::instance();
+  return !permissions || permissions->isModificationAllowed(cookie, eModContentsChanged);
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/base/Cookie.h"
+#include "station/base/Result.h"
+
+// What the local user does with edits and logs of the open project. Every modification asks the
+// permission rules first; a refusal names the owner, and nothing changes. Host thread.
+namespace EditActions {
+
+/// Makes an edit (kind 'E') or a log ('S') with a file of its own; an edit is the local user's.
+Result<Cookie> create(const std::string& name, char kind);
+
+/// Takes an OpenTimelineIO file into the project as a new edit of the local user's. On failure
+/// nothing is left behind.
+Result<Cookie> import(const std::string& path);
+
+/// Writes an object as it is shown, unsaved changes included, without this station's own data: what
+/// was imported unchanged is exported unchanged, value by value.
+Result<void> exportTo(const Cookie& cookie, const std::string& path);
+
+/// Makes a clip show another stretch of its material. `clip` is a path or an unambiguous name;
+/// times are in seconds, or in frames of the clip with an "f" after the number ("36f").
+Result<void> trim(const Cookie& cookie, const std::string& clip, const std::string& start,
+                  const std::string& end);
+
+Result<void> rename(const Cookie& cookie, const std::string& name);
+
+/// Writes the object to its file and announces it.
+Result<void> save(const Cookie& cookie);
+
+/// Deletes objects, all or (when one is refused) none; announces them together.
+Result<void> remove(const std::vector<Cookie>& cookies);
+
+/// Records another owner and announces it. Allowed to whoever may modify the object, and to
+/// everybody while an edit has no owner.
+Result<void> give(const Cookie& cookie, const std::string& user);
+
+/// Whether the local user may modify the object.
+bool isAllowed(const Cookie& cookie);
+
+}  // namespace EditActions

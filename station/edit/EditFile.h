@@ -1,0 +1,114 @@
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/edit/Edit.h"
+#include "station/edit/OtioDocument.h"
+
+/// One loaded edit or log: its document in memory and what this station knows besides. Host thread.
+class EditFile : public Edit {
+ public:
+  /// The log type of the logs that this station makes.
+  static constexpr int kShotLogType = 1;
+
+  EditFile(const Cookie& cookie, const std::string& path, OtioDocument document);
+  EditFile(const EditFile&) = delete;
+  EditFile& operator=(const EditFile&) = delete;
+
+  [[nodiscard]] Cookie getCookie() const override { return cookie_; }
+  [[nodiscard]] bool isEdit() const override { return getLogType() == kEditLogType; }
+  [[nodiscard]] int getLogType() const override;
+  [[nodiscard]] bool isImported() const override { return isInStock_; }
+  [[nodiscard]] bool isScratch() const override { return false; }
+  [[nodiscard]] LightweightString<wchar_t> getOwner() const override;
+  configb& config() override { return configuration_; }
+  void setChangeDescription(EditModificationType type, bool announce) override;
+  bool reOpen(const LightweightString<wchar_t>& path) override;
+  [[nodiscard]] bool areCelCuesOn() const override { return celCuesOn_; }
+  void celCuesOn() override { celCuesOn_ = true; }
+  void celCuesOff() override { celCuesOn_ = false; }
+  void issueChangeNotification(const EditModification& modification) override;
+  [[nodiscard]] bool isDirty() const override { return dirty_; }
+
+  /// Tells the project's listeners when the edit becomes dirty.
+  void setDirty(bool dirty) override;
+  void clearPendingModifications() override { pending_.clear(); }
+
+  [[nodiscard]] const OtioDocument& document() const { return document_; }
+  [[nodiscard]] const std::string& path() const { return path_; }
+
+  /// "edit" or "log", as events and lists call it.
+  [[nodiscard]] const char* kindText() const { return isEdit() ? "edit" : "log"; }
+
+  /// Applies the local user's modification: the edit is dirty afterwards, and the modification is
+  /// announced when its modifier is released. On failure nothing is changed.
+  Result<void> change(const EditModification& modification);
+
+  /// Whether modifications of this kind can concern an edit's content here: the known kinds, and
+  /// the kind of a text that was not understood, whose application fails.
+  static bool concerns(EditModificationType type) {
+    return type == eModNone || type == eModTrim || type == eModRename;
+  }
+
+  /// Applies another station's modification as an unsaved change; no listener is told, so that
+  /// nothing goes out again. On failure nothing is changed.
+  Result<void> changeRemotely(const EditModification& modification);
+
+  /// Announces what was recorded, and then what setChangeDescription asked for.
+  void announce();
+  void announceDescription();
+
+  /// Writes the document to its file. On failure the file is the old one and the edit stays dirty.
+  Result<void> save();
+
+  /// Merges the configuration values set since they were last written into the file as it stands
+  /// there; writes nothing when it holds them already.
+  Result<void> flushConfiguration();
+
+  /// Gives a log an owner, which is kept in memory alone.
+  void setLogOwner(const std::string& owner) { logOwner_ = owner; }
+
+  /// The object is gone from the project's stock.
+  void leaveStock() { isInStock_ = false; }
+
+  /// Whether there are unsaved changes of the local user's, rather than other stations' alone.
+  [[nodiscard]] bool hasLocalChanges() const { return hasLocalChanges_; }
+
+  /// Whether anything is lost when the edit is forgotten now.
+  [[nodiscard]] bool holdsUnwritten() const {
+    return dirty_ || description_ != eModNone || !configuration_.unwritten.empty();
+  }
+
+  int holders = 0;          ///< how many EditPtr and EditModifier hold it
+  bool isUserOpen = false;  ///< whether the user has it open
+
+ private:
+  class Configuration : public configb {
+   public:
+    explicit Configuration(OtioDocument& document) : document_(document) {}
+    void set(const LightweightString<char>& key, const LightweightString<char>& value) override;
+    [[nodiscard]] LightweightString<char> get(const LightweightString<char>& key) const override;
+
+    std::set<std::string> unwritten;  ///< the keys set since the last write
+
+   private:
+    OtioDocument& document_;
+  };
+
+  Result<void> apply(const EditModification& modification);
+  void tell(const EditModification& modification);
+
+  Cookie cookie_;
+  std::string path_;
+  OtioDocument document_;
+  Configuration configuration_{document_};
+  std::vector<EditModification> pending_;
+  EditModificationType description_ = eModNone;
+  std::string logOwner_;
+  bool isInStock_ = true;
+  bool dirty_ = false;
+  bool hasLocalChanges_ = false;
+  bool celCuesOn_ = false;
+};

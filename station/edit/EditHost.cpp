@@ -1,0 +1,139 @@
+// The host's edit operations, in front of the one Edits object.
+
+#include "host/base/Log.h"
+#include "host/edit/Edit.h"
+#include "host/edit/EditManager.h"
+#include "host/project/ProjectSpacesManager.h"
+#include "host/project/iPermissionsManager.h"
+#include "station/base/Events.h"
+#include "station/base/Strings.h"
+#include "station/edit/Edits.h"
+#include "station/net/MessageFields.h"
+#include "station/os/SharedFiles.h"
+#include "station/project/ProjectFolder.h"
+#include "station/project/Projects.h"
+
+namespace {
+
+EditFile* fileOf(Edit* edit) { return static_cast<EditFile*>(edit); }
+
+void giveBack(Edit*& edit) {
+  if (edit && Edits::instance()) Edits::instance()->release(fileOf(edit));
+  edit = nullptr;
+}
+
+/// An edit with unsaved changes counts as open, so that a save elsewhere reaches it.
+bool isOpenHere(const EditFile* edit) { return edit && (edit->isUserOpen || edit->isDirty()); }
+
+std::string pathIn(const Cookie& project, const Cookie& cookie) {
+  return projectFolder(project) + "/" + cookie.asString().str() + ".otio";
+}
+
+/// The path of an object that the open project does not hold: where it is found, else where it
+/// would be in the open project.
+std::string lookElsewhere(const Cookie& cookie, const Cookie& open) {
+  if (!open.isNull() && existsFresh(pathIn(open, cookie))) return pathIn(open, cookie);
+  if (const auto projects = listProjectFolders()) {
+    for (const Cookie& project : *projects) {
+      if (existsFresh(pathIn(project, cookie))) return pathIn(project, cookie);
+    }
+  }
+  return open.isNull() ? std::string() : pathIn(open, cookie);
+}
+
+}  // namespace
+
+EditPtr::~EditPtr() { i_close(); }
+
+void EditPtr::i_open(const Cookie& cookie, int) {
+  i_close();
+  if (!Edits::instance()) return;
+  if (const auto edit = Edits::instance()->hold(cookie)) edit_ = *edit;
+}
+
+void EditPtr::i_close() {
+  if (edit_) fileOf(edit_)->announceDescription();
+  giveBack(edit_);
+}
+
+// The description is what an undo list would show; this host keeps none.
+EditModifier::EditModifier(EditPtr& edit, const LightweightString<char>&) : edit_(edit.get()) {
+  if (edit_) Edits::holdAgain(*fileOf(edit_));
+}
+
+EditModifier::~EditModifier() {
+  if (edit_) fileOf(edit_)->announce();
+  giveBack(edit_);
+}
+
+void EditModifier::clearModifications() {
+  if (edit_) edit_->clearPendingModifications();
+}
+
+void EditManager::addNetMessage(const Cookie& cookie, const LightweightString<char>& wireText) {
+  EditFile* edit = Edits::instance()->loaded(cookie);
+  if (!isOpenHere(edit)) return;
+  const MessageFields fields = readMessage(wireText.str());
+  const EditModification modification{hostText(fields.modification)};
+  if (!EditFile::concerns(modification.type_)) return;
+  if (auto changed = edit->changeRemotely(modification); !changed) {
+    LogBoth("Another station's change of the %s \"%s\" cannot be applied: %s\n", edit->kindText(),
+            shownText(edit->document().name()), changed.error().message);
+    return;
+  }
+  Edits::instance()->noteLoaded(*edit);
+  edit->issueChangeNotification(modification);
+}
+
+void EditManager::handleNetDelete(const Cookie& cookie) {
+  Edits& edits = *Edits::instance();
+  if (!edits.holds(cookie)) return;
+  if (const EditFile* edit = edits.loaded(cookie); edit && edit->hasLocalChanges()) {
+    LogBoth("Another station deleted the %s \"%s\"; your unsaved changes to it are dropped.\n",
+            edit->kindText(), shownText(edits.nameOf(cookie)));
+  }
+  edits.forget(cookie);
+  events().changed(Edits::kindText(cookie), cookie, "destroyed", currentOrigin());
+}
+
+void EditManager::updateProjdbRec(const Cookie& cookie) { Edits::instance()->refresh(cookie); }
+
+void EditManager::updateLocalPermissions(const Cookie& cookie,
+                                         const LightweightString<char>& owner) {
+  const bool isEdit = cookie.getType() == CookieTypeEdit;
+  if (auto* permissions = iPermissionsManager::instance()) {
+    permissions->setOwner(cookie, fromUTF8(owner),
+                          isEdit ? iPermissionsManager::eEdit : iPermissionsManager::eShot, false);
+  }
+  Edits::instance()->noteOwner(cookie, owner.str());
+  events().changed("permissions", cookie, "modified", currentOrigin());
+}
+
+// While a message is delivered the question means that the object was saved elsewhere: what lists
+// show of one that is not open is out of date from then on.
+bool EditManager::isOpen(const Cookie& cookie) {
+  const bool isHere = isOpenHere(Edits::instance()->loaded(cookie));
+  if (!isHere && currentOrigin() == Origin::eRemote) {
+    Edits::instance()->noteSavedElsewhere(cookie);
+  }
+  return isHere;
+}
+
+Cookie EditManager::getCurrentProjectID() { return get_project_cookie(); }
+
+void EditManager::flushChanges(const Cookie& cookie) {
+  EditFile* edit = Edits::instance()->loaded(cookie);
+  if (!edit) return;
+  if (auto flushed = edit->flushConfiguration(); !flushed) {
+    LogBoth("The settings of the %s \"%s\" could not be written: %s\n", edit->kindText(),
+            shownText(edit->document().name()), flushed.error().message);
+  }
+  Edits::instance()->noteLoaded(*edit);
+}
+
+LightweightString<wchar_t> getFilenameForCookie(const Cookie& cookie, const Cookie& project) {
+  if (!project.isNull()) return wideText(pathIn(project, cookie));
+  const Cookie open = get_project_cookie();
+  if (!open.isNull() && Edits::instance()->holds(cookie)) return wideText(pathIn(open, cookie));
+  return wideText(lookElsewhere(cookie, open));
+}

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "station/base/Result.h"
+
+/// What lists show of an edit or log.
+struct EditSummary {
+  std::string name;
+  std::string owner;    ///< the stored owner as it stands
+  std::string problem;  ///< why its file cannot be read; empty when it can
+};
+
+/// Reads name and owner out of an edit's file without building its document, so that thousands are
+/// looked through in a moment. Checks the schema and that the text is whole, but not all of its
+/// grammar: opening the edit does. Failure: eBadContent, and what is wrong.
+Result<EditSummary> readEditSummary(std::string_view bytes);

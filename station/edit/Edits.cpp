@@ -1,0 +1,290 @@
+#include "station/edit/Edits.h"
+
+#include <fstream>
+#include <iterator>
+
+#include "host/base/Log.h"
+#include "station/base/Events.h"
+#include "station/base/Strings.h"
+#include "station/edit/OtioClips.h"
+#include "station/os/SharedFiles.h"
+
+namespace {
+
+Edits* theEdits = nullptr;
+
+constexpr std::string_view kEnding = ".otio";
+
+/// The cookie that a file of the project's folder is called after; null for files of other parts.
+Cookie cookieOfFile(const std::string& name) {
+  if (name.size() <= kEnding.size() || !name.ends_with(kEnding)) return {};
+  const Cookie cookie(name.substr(0, name.size() - kEnding.size()).c_str(), false);
+  const bool isEdit = cookie.getType() == CookieTypeEdit || cookie.getType() == CookieTypeShot;
+  return isEdit && name == cookie.asString().str() + std::string(kEnding) ? cookie : Cookie();
+}
+
+/// Reads a file right after its folder was listed, when the listing has made the answer fresh.
+Result<EditSummary> readListedFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return Error{ErrorCode::eNoRights, "it cannot be opened for reading.", path};
+  const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  return readEditSummary(bytes);
+}
+
+JsonValue shownClip(const ClipInfo& clip) {
+  JsonValue shown = JsonValue::object(
+      {{"path", clip.path}, {"name", shownText(clip.name)}, {"schema", clip.schema}});
+  if (!clip.hasRange) return shown;
+  shown.set("start", clip.range.start);
+  shown.set("end", clip.range.end);
+  shown.set("rate", clip.rate);
+  return shown;
+}
+
+JsonValue shownClips(const EditFile& edit) {
+  JsonValue clips = JsonValue::array();
+  for (const ClipInfo& clip : listClips(edit.document().json())) clips.append(shownClip(clip));
+  return clips;
+}
+
+}  // namespace
+
+Edits::Edits() { theEdits = this; }
+
+Edits::~Edits() { theEdits = nullptr; }
+
+Edits* Edits::instance() { return theEdits; }
+
+const char* Edits::kindText(const Cookie& cookie) {
+  return cookie.getType() == CookieTypeShot ? "log" : "edit";
+}
+
+void Edits::enter(const OpenProject& project, const std::vector<std::string>& files) {
+  folder_ = project.folder;
+  for (const std::string& file : files) {
+    const Cookie cookie = cookieOfFile(file);
+    if (cookie.isNull()) continue;
+    auto summary = readListedFile(folder_ + "/" + file);
+    if (summary) {
+      index_.put(cookie, std::move(*summary));
+    } else {
+      setAside(cookie, summary.error().message);
+    }
+  }
+}
+
+void Edits::leave() {
+  for (const auto& [cookie, edit] : loaded_) {
+    if (edit->hasLocalChanges()) {
+      LogBoth("The %s \"%s\" had changes that were not saved; they are dropped.\n",
+              edit->kindText(), shownText(nameOf(cookie)));
+    }
+  }
+  while (!loaded_.empty()) unload(Cookie(loaded_.begin()->first));
+  index_.clear();
+  folder_.clear();
+}
+
+void Edits::setAside(const Cookie& cookie, const std::string& problem) const {
+  const EditSummary* known = index_.find(cookie);
+  if (known && known->problem == problem) return;
+  LogBoth("The file of %s %s cannot be read and is left as it is: %s\n", kindText(cookie),
+          cookie.asString(), problem);
+  index_.put(cookie, EditSummary{known ? known->name : std::string(), {}, problem});
+}
+
+void Edits::indexFile(const Cookie& cookie) const {
+  const auto bytes = readFresh(pathFor(cookie));
+  if (!bytes && bytes.error().code == ErrorCode::eNotFound) return index_.remove(cookie);
+  auto summary = bytes ? readEditSummary(*bytes) : Result<EditSummary>(bytes.error());
+  if (!summary) return setAside(cookie, summary.error().message);
+  index_.put(cookie, std::move(*summary));
+}
+
+void Edits::indexStale() const {
+  for (const Cookie& cookie : index_.takeStale()) {
+    if (!loaded(cookie)) indexFile(cookie);
+  }
+}
+
+void Edits::findByName(const std::string& name, std::vector<NamedObject>& found) const {
+  indexStale();
+  index_.findByName(name, found);
+}
+
+bool Edits::holds(const Cookie& cookie) const { return index_.find(cookie) != nullptr; }
+
+void Edits::listObjects(std::vector<NamedObject>& objects) const {
+  indexStale();
+  for (const auto& [cookie, summary] : index_.all()) objects.push_back({cookie, summary.name});
+}
+
+JsonValue Edits::line(const Cookie& cookie, const EditSummary& summary) const {
+  const EditFile* edit = loaded(cookie);
+  JsonValue shown = JsonValue::object({{"cookie", cookie.asString().str()},
+                                       {"name", shownText(summary.name)},
+                                       {"kind", kindText(cookie)},
+                                       {"owner", shownText(ownerOf(cookie))},
+                                       {"open", edit && edit->isUserOpen},
+                                       {"dirty", edit && edit->isDirty()}});
+  if (!summary.problem.empty()) shown.set("problem", summary.problem);
+  return shown;
+}
+
+JsonValue Edits::list() const {
+  indexStale();
+  JsonValue all = JsonValue::array();
+  for (const auto& [cookie, summary] : index_.all()) all.append(line(cookie, summary));
+  return all;
+}
+
+JsonValue Edits::state() const {
+  indexStale();
+  JsonValue all = JsonValue::array();
+  for (const auto& [cookie, summary] : index_.all()) {
+    JsonValue shown = line(cookie, summary);
+    const EditFile* edit = loaded(cookie);
+    if (edit && edit->isUserOpen) shown.set("clips", shownClips(*edit));
+    all.append(std::move(shown));
+  }
+  return all;
+}
+
+Result<JsonValue> Edits::show(const Cookie& cookie) {
+  const auto edit = hold(cookie);
+  if (!edit) return edit.error();
+  JsonValue shown = line(cookie, *index_.find(cookie));
+  shown.set("clips", shownClips(**edit));
+  release(*edit);
+  return shown;
+}
+
+EditFile* Edits::loaded(const Cookie& cookie) const {
+  const auto known = loaded_.find(cookie);
+  return known == loaded_.end() ? nullptr : known->second.get();
+}
+
+Result<EditFile*> Edits::hold(const Cookie& cookie) {
+  if (EditFile* edit = loaded(cookie)) {
+    holdAgain(*edit);
+    return edit;
+  }
+  return load(cookie);
+}
+
+Result<EditFile*> Edits::load(const Cookie& cookie) {
+  const bool isKind = cookie.getType() == CookieTypeEdit || cookie.getType() == CookieTypeShot;
+  if (!isProjectOpen() || !isKind) {
+    return Error{
+        ErrorCode::eNotFound, "The open project has no edit " + cookie.asString().str() + ".", {}};
+  }
+  const std::string path = pathFor(cookie);
+  const auto bytes = readFresh(path);
+  if (!bytes) return bytes.error();
+  auto document = OtioDocument::parse(*bytes);
+  if (!document) {
+    setAside(cookie, document.error().message);
+    return Error{ErrorCode::eBadContent,
+                 "The file of " + std::string(kindText(cookie)) + " " + cookie.asString().str() +
+                     " cannot be read and is left as it is: " + document.error().message,
+                 path};
+  }
+  const bool isNew = !holds(cookie);
+  auto& edit = loaded_[cookie];
+  edit = std::make_unique<EditFile>(cookie, path, std::move(*document));
+  holdAgain(*edit);
+  if (!edit->isEdit()) edit->setLogOwner(ownerOf(cookie));
+  noteLoaded(*edit);
+  if (isNew) events().changed(kindText(cookie), cookie, "created", currentOrigin());
+  return edit.get();
+}
+
+void Edits::release(EditFile* edit) {
+  if (--edit->holders > 0) return;
+  const auto known = loaded_.find(edit->getCookie());
+  if (known == loaded_.end() || known->second.get() != edit) {
+    std::erase_if(gone_, [edit](const auto& each) { return each.get() == edit; });
+  } else if (!edit->isUserOpen && !edit->holdsUnwritten()) {
+    loaded_.erase(known);
+  }
+}
+
+void Edits::unload(const Cookie& cookie) {
+  const auto known = loaded_.find(cookie);
+  if (known == loaded_.end()) return;
+  known->second->leaveStock();
+  if (known->second->holders > 0) gone_.push_back(std::move(known->second));
+  loaded_.erase(known);
+}
+
+Result<void> Edits::open(const Cookie& cookie) {
+  const auto edit = hold(cookie);
+  if (!edit) return edit.error();
+  (*edit)->isUserOpen = true;
+  release(*edit);
+  return {};
+}
+
+Result<void> Edits::close(const Cookie& cookie) {
+  EditFile* edit = loaded(cookie);
+  if (!edit) return {};
+  if (edit->hasLocalChanges()) {
+    return Error{ErrorCode::eRefused,
+                 "The " + std::string(kindText(cookie)) + " \"" + shownText(nameOf(cookie)) +
+                     "\" has unsaved changes; save it first with \"edit save\".",
+                 {}};
+  }
+  unload(cookie);
+  index_.markStale(cookie);
+  return {};
+}
+
+void Edits::refresh(const Cookie& cookie) {
+  if (!isProjectOpen()) return;
+  if (const EditFile* edit = loaded(cookie)) {
+    noteLoaded(*edit);
+  } else if (holds(cookie) || existsFresh(pathFor(cookie))) {
+    indexFile(cookie);
+  } else {
+    return;
+  }
+  events().changed(kindText(cookie), cookie, "refreshed", currentOrigin());
+}
+
+void Edits::noteLoaded(const EditFile& edit) {
+  index_.put(edit.getCookie(), EditSummary{edit.document().name(), utf8Text(edit.getOwner()), {}});
+}
+
+void Edits::noteOwner(const Cookie& cookie, const std::string& owner) {
+  const EditSummary* known = index_.find(cookie);
+  if (!known) return;
+  EditSummary summary = *known;
+  summary.owner = owner;
+  index_.put(cookie, std::move(summary));
+  if (EditFile* edit = loaded(cookie); edit && !edit->isEdit()) edit->setLogOwner(owner);
+}
+
+void Edits::noteSavedElsewhere(const Cookie& cookie) {
+  if (!holds(cookie)) return;
+  index_.markStale(cookie);
+  events().changed(kindText(cookie), cookie, "refreshed", currentOrigin());
+}
+
+void Edits::forget(const Cookie& cookie) {
+  unload(cookie);
+  index_.remove(cookie);
+}
+
+std::string Edits::pathFor(const Cookie& cookie) const {
+  return folder_ + "/" + cookie.asString().str() + std::string(kEnding);
+}
+
+std::string Edits::nameOf(const Cookie& cookie) const {
+  const EditSummary* known = index_.find(cookie);
+  return known ? known->name : std::string();
+}
+
+std::string Edits::ownerOf(const Cookie& cookie) const {
+  const EditSummary* known = index_.find(cookie);
+  return known ? known->owner : std::string();
+}

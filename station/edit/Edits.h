@@ -1,0 +1,100 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "station/edit/EditFile.h"
+#include "station/edit/EditIndex.h"
+#include "station/project/iProjectPart.h"
+
+/// The open project's edits (cookie kind 'E') and logs (kind 'S'): an index of all, and the
+/// documents of those that are open, held by an EditPtr or changed. Each is the file
+/// "<cookie>.otio" in the project's folder. Host thread. One object a process.
+class Edits : public iProjectPart {
+ public:
+  static constexpr const char* kKinds = "ES";
+
+  Edits();
+  Edits(const Edits&) = delete;
+  Edits& operator=(const Edits&) = delete;
+  ~Edits() override;
+
+  /// The one object, or null when there is none.
+  static Edits* instance();
+
+  void enter(const OpenProject& project, const std::vector<std::string>& files) override;
+  void leave() override;
+  void findByName(const std::string& name, std::vector<NamedObject>& found) const override;
+  [[nodiscard]] bool holds(const Cookie& cookie) const override;
+  void listObjects(std::vector<NamedObject>& objects) const override;
+  [[nodiscard]] std::string stateKey() const override { return "edits"; }
+  [[nodiscard]] JsonValue state() const override;
+
+  /// Every object's line in a list.
+  [[nodiscard]] JsonValue list() const;
+
+  /// One object with its clips; loads it if need be.
+  Result<JsonValue> show(const Cookie& cookie);
+
+  /// The loaded object, held until release() is called as often as hold() was; loads it if need be.
+  /// Failure: no such object in the open project, or a file that is no edit, which is reported and
+  /// left as it is.
+  Result<EditFile*> hold(const Cookie& cookie);
+
+  /// Holds a loaded object once more.
+  static void holdAgain(EditFile& edit) { ++edit.holders; }
+
+  /// Gives a hold back; an object that nobody holds, that is not open and that has nothing unsaved
+  /// is unloaded.
+  void release(EditFile* edit);
+
+  /// The loaded object, or null.
+  [[nodiscard]] EditFile* loaded(const Cookie& cookie) const;
+
+  /// Opens an object for the user, and closes it. Closing one with unsaved changes of the local
+  /// user's is refused.
+  Result<void> open(const Cookie& cookie);
+  Result<void> close(const Cookie& cookie);
+
+  /// Takes up what the file of an object says in the lists; forgets one whose file is gone.
+  void refresh(const Cookie& cookie);
+
+  /// Takes up what a loaded object says in the lists.
+  void noteLoaded(const EditFile& edit);
+
+  /// Notes the announced owner of an object.
+  void noteOwner(const Cookie& cookie, const std::string& owner);
+
+  /// Notes that another station saved an object: lists read its file again when next shown.
+  void noteSavedElsewhere(const Cookie& cookie);
+
+  /// Takes an object out of the lists and out of memory.
+  void forget(const Cookie& cookie);
+
+  /// The file of an object in the open project, which must be open.
+  [[nodiscard]] std::string pathFor(const Cookie& cookie) const;
+
+  /// The name and owner of an object as shown; empty when it is unknown.
+  [[nodiscard]] std::string nameOf(const Cookie& cookie) const;
+  [[nodiscard]] std::string ownerOf(const Cookie& cookie) const;
+
+  [[nodiscard]] bool isProjectOpen() const { return !folder_.empty(); }
+
+  /// "edit" or "log" after the cookie's kind.
+  static const char* kindText(const Cookie& cookie);
+
+ private:
+  Result<EditFile*> load(const Cookie& cookie);
+  void indexFile(const Cookie& cookie) const;
+  void indexStale() const;
+  void setAside(const Cookie& cookie, const std::string& problem) const;
+  void unload(const Cookie& cookie);
+  [[nodiscard]] JsonValue line(const Cookie& cookie, const EditSummary& summary) const;
+
+  std::string folder_;
+  mutable EditIndex index_;
+  std::map<Cookie, std::unique_ptr<EditFile>> loaded_;
+  std::vector<std::unique_ptr<EditFile>> gone_;  ///< unloaded while something still held them
+};

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "station/base/Json.h"
+#include "station/base/Result.h"
+
+/// An edit or log as an OpenTimelineIO timeline. Whatever this station does not know (schemas,
+/// keys, numbers) is kept as it stands. The station's own data is one block of the timeline's
+/// metadata:
+///
+///     "metadata": { "korvel": { "logType": 2,              what kind of log it is
+///                               "name": "Reel 1",          only where the timeline has no name
+///                               "config": { "OWNER": "ANNA" },
+///                               "metadataWas": null,       what stood in the place of "metadata",
+///                                                          or "metadataAdded": true for nothing
+///                               "blockWas": {} },          what stood in the place of this block
+///                   ... }
+///
+/// so that an export gives back exactly what was imported. A plain value.
+class OtioDocument {
+ public:
+  /// Reads a timeline (schema "Timeline", any version). Failure: eBadContent, and what is wrong.
+  static Result<OtioDocument> parse(std::string_view bytes);
+
+  /// An empty timeline.
+  static OtioDocument blank(const std::string& name);
+
+  /// Begins the station's own block in a timeline that comes from elsewhere, with `logType`; a
+  /// timeline without a name is known under `fallbackName`.
+  void adopt(int logType, const std::string& fallbackName);
+
+  /// The timeline's name, else the one it was adopted with.
+  [[nodiscard]] std::string name() const;
+  void rename(const std::string& name) { json_.set("name", name); }
+
+  /// The stored log type, else `otherwise`.
+  [[nodiscard]] int logType(int otherwise) const;
+
+  /// A value of the object's own configuration, empty where there is none.
+  [[nodiscard]] std::string setting(const std::string& key) const;
+  void setSetting(const std::string& key, const std::string& value);
+
+  /// The text of its file, with the station's block.
+  [[nodiscard]] std::string text() const { return writeJsonIndented(json_); }
+
+  /// The text for other programs, without it.
+  [[nodiscard]] std::string exportedText() const;
+
+  [[nodiscard]] const JsonValue& json() const { return json_; }
+  [[nodiscard]] JsonValue& json() { return json_; }
+
+ private:
+  explicit OtioDocument(JsonValue json) : json_(std::move(json)) {}
+
+  [[nodiscard]] const JsonValue& block() const;
+  JsonValue& ownBlock();
+
+  JsonValue json_;
+};
