@@ -34,9 +34,9 @@ class KV_HOST_API SystemCache : public NotifierBase {
   static const NotifyMsgType proxyAddedMsgType_;
   static const NotifyMsgType proxyRemovedMsgType_;
 
-  /// Makes a file known under its material's cookie, and notifies. A file that is known already, or
-  /// that is not there, is left alone. `isProxy` tells whether it is a proxy of the material rather
-  /// than the material itself.
+  /// Makes a file known under its material's cookie, and notifies. A file that is known already is
+  /// left alone; one that is not there is reported, and known as offline. `isProxy` tells whether
+  /// it is a proxy of the material rather than the material itself.
   virtual void addFile(const Cookie& cookie, const MaterialFilename& file, bool isProxy) = 0;
 
   /// Forgets a material's file, and notifies. `isProxy` as above; `what` is a sum of eRemove.

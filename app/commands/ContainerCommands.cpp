@@ -1,0 +1,123 @@
+#include "app/commands/ContainerCommands.h"
+
+#include <utility>
+
+#include "station/base/Strings.h"
+#include "station/containers/Bins.h"
+#include "station/containers/Racks.h"
+#include "station/project/Projects.h"
+
+namespace {
+
+using Manager = CookieLists& (*)();
+
+CookieLists& bins() { return *Bins::instance(); }
+CookieLists& racks() { return *Racks::instance(); }
+
+Result<Cookie> resolve(const CookieLists& manager, const std::string& text) {
+  return Projects::instance().resolve(text, manager.kind().letters);
+}
+
+/// The objects that the words after the container's mean.
+Result<CookieVec> resolveObjects(const Arguments& arguments) {
+  CookieVec objects;
+  for (std::size_t index = 1; index < arguments.size(); ++index) {
+    const Result<Cookie> object = Projects::instance().resolve(arguments[index], "");
+    if (!object) return object.error();
+    objects.push_back(*object);
+  }
+  return objects;
+}
+
+/// The same for objects that may be gone from the project already: their cookies will do.
+Result<CookieVec> resolveHeld(const Arguments& arguments) {
+  CookieVec objects;
+  for (std::size_t index = 1; index < arguments.size(); ++index) {
+    const Cookie spelled(arguments[index].c_str(), false);
+    const Result<Cookie> object =
+        spelled.isNull() ? Projects::instance().resolve(arguments[index], "") : spelled;
+    if (!object) return object.error();
+    objects.push_back(*object);
+  }
+  return objects;
+}
+
+Result<JsonValue> create(CookieLists& manager, const Arguments& arguments) {
+  const Result<Cookie> made = manager.create(arguments[0]);
+  if (!made) return made.error();
+  return JsonValue(utf8Text(made->asString()));
+}
+
+Result<JsonValue> list(CookieLists& manager, const Arguments&) {
+  if (const auto open = Projects::instance().requireOpen(); !open) return open.error();
+  std::vector<NamedObject> objects;
+  manager.listObjects(objects);
+  JsonValue all = JsonValue::array();
+  for (const NamedObject& object : objects) {
+    all.append(JsonValue::object({{"cookie", utf8Text(object.cookie.asString())},
+                                  {"name", shownText(object.name)},
+                                  {"objects", manager.contents(object.cookie).size()}}));
+  }
+  return all;
+}
+
+Result<JsonValue> show(CookieLists& manager, const Arguments& arguments) {
+  const Result<Cookie> container = resolve(manager, arguments[0]);
+  if (!container) return container.error();
+  return manager.shown(*manager.find(*container));
+}
+
+Result<JsonValue> changed(const CookieLists& manager, const Cookie& container, const char* did,
+                          const Result<std::size_t>& count) {
+  if (!count) return count.error();
+  return JsonValue::object({{"cookie", utf8Text(container.asString())},
+                            {did, *count},
+                            {"objects", manager.contents(container).size()}});
+}
+
+Result<JsonValue> add(CookieLists& manager, const Arguments& arguments) {
+  const Result<Cookie> container = resolve(manager, arguments[0]);
+  if (!container) return container.error();
+  const Result<CookieVec> objects = resolveObjects(arguments);
+  if (!objects) return objects.error();
+  return changed(manager, *container, "added", manager.add(*container, *objects));
+}
+
+Result<JsonValue> remove(CookieLists& manager, const Arguments& arguments) {
+  const Result<Cookie> container = resolve(manager, arguments[0]);
+  if (!container) return container.error();
+  const Result<CookieVec> objects = resolveHeld(arguments);
+  if (!objects) return objects.error();
+  return changed(manager, *container, "removed", manager.remove(*container, *objects));
+}
+
+Result<JsonValue> destroy(CookieLists& manager, const Arguments& arguments) {
+  const Result<Cookie> container = resolve(manager, arguments[0]);
+  if (!container) return container.error();
+  if (const Result<void> gone = manager.discard(*container); !gone) return gone.error();
+  return JsonValue();
+}
+
+/// Adds one family; `word` is "bin" or "rack".
+void addFamily(CommandTable& table, const std::string& word, Manager manager) {
+  using Run = Result<JsonValue> (*)(CookieLists&, const Arguments&);
+  const auto command = [&](const char* verb, const char* usage, const std::string& help,
+                           std::size_t least, std::size_t most, Run run) {
+    table.add({word + ' ' + verb, usage, help, least, most,
+               [manager, run](const Arguments& arguments) { return run(manager(), arguments); }});
+  };
+  constexpr std::size_t kAny = Command::kAnyNumber;
+  command("create", "NAME", "Makes an empty " + word + " and shows its cookie.", 1, 1, create);
+  command("list", "", "Shows every " + word + " of the open project.", 0, 0, list);
+  command("show", "X", "Shows one " + word + " and the cookies in it.", 1, 1, show);
+  command("add", "X COOKIE...", "Puts objects of the project into a " + word + ".", 2, kAny, add);
+  command("remove", "X COOKIE...", "Takes objects out of a " + word + ".", 2, kAny, remove);
+  command("destroy", "X", "Removes a " + word + "; what was in it stays.", 1, 1, destroy);
+}
+
+}  // namespace
+
+void addContainerCommands(CommandTable& table) {
+  addFamily(table, "bin", bins);
+  addFamily(table, "rack", racks);
+}

@@ -1,0 +1,52 @@
+#include "app/commands/FilterCommands.h"
+
+#include "station/base/Strings.h"
+#include "station/containers/Filters.h"
+#include "station/project/Projects.h"
+
+namespace {
+
+Filters& filters() { return *Filters::instance(); }
+
+Result<Cookie> resolve(const std::string& text) {
+  return Projects::instance().resolve(text, filters().kind().letters);
+}
+
+Result<JsonValue> done(const Result<void>& outcome) {
+  if (!outcome) return outcome.error();
+  return JsonValue();
+}
+
+Result<JsonValue> create(const Arguments& arguments) {
+  const Result<Cookie> made = filters().create(arguments[0], arguments[1]);
+  if (!made) return made.error();
+  return JsonValue(utf8Text(made->asString()));
+}
+
+Result<JsonValue> change(const Arguments& arguments) {
+  const Result<Cookie> filter = resolve(arguments[0]);
+  if (!filter) return filter.error();
+  return done(filters().change(*filter, arguments[1]));
+}
+
+Result<JsonValue> destroy(const Arguments& arguments) {
+  const Result<Cookie> filter = resolve(arguments[0]);
+  if (!filter) return filter.error();
+  return done(filters().discard(*filter));
+}
+
+Result<JsonValue> list(const Arguments&) {
+  if (const auto open = Projects::instance().requireOpen(); !open) return open.error();
+  return filters().state();
+}
+
+}  // namespace
+
+void addFilterCommands(CommandTable& table) {
+  table.add({"filter create", "NAME TEXT",
+             "Makes a filter of the open project and shows its cookie.", 2, 2, create});
+  table.add({"filter change", "F TEXT", "Gives a filter another text.", 2, 2, change});
+  table.add({"filter destroy", "F", "Removes a filter.", 1, 1, destroy});
+  table.add(
+      {"filter list", "", "Shows every filter of the open project with its text.", 0, 0, list});
+}

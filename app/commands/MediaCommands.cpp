@@ -1,0 +1,72 @@
+#include "app/commands/MediaCommands.h"
+
+#include <filesystem>
+
+#include "station/base/Strings.h"
+#include "station/media/MediaCache.h"
+#include "station/project/Projects.h"
+
+namespace {
+
+constexpr const char* kProxy = "--proxy";
+
+/// A path as it is known here, whatever folder the station was started in.
+std::string absolutePath(const std::string& path) {
+  std::error_code ignored;
+  const std::filesystem::path whole = std::filesystem::absolute(path, ignored);
+  return ignored ? path : whole.lexically_normal().string();
+}
+
+Result<JsonValue> shown(const Result<Cookie>& added) {
+  if (!added) return added.error();
+  return JsonValue(utf8Text(added->asString()));
+}
+
+Result<JsonValue> addWithProxy(const std::string& file, const std::string& proxy) {
+  MediaCache& cache = MediaCache::instance();
+  if (!cache.knows(file)) {
+    const Result<Cookie> added = cache.addMedia(file);
+    if (!added) return added.error();
+  }
+  return shown(cache.addProxy(file, proxy));
+}
+
+Result<JsonValue> add(const Arguments& arguments) {
+  if (arguments.size() == 1) {
+    return shown(MediaCache::instance().addMedia(absolutePath(arguments[0])));
+  }
+  const std::size_t option = arguments[0] == kProxy ? 0 : 1;
+  if (arguments.size() != 3 || arguments[option] != kProxy) {
+    return Error{ErrorCode::eUsage, "media add takes FILE [--proxy FILE].", {}};
+  }
+  const std::string& file = arguments[option == 0 ? 2 : 0];
+  return addWithProxy(absolutePath(file), absolutePath(arguments[option + 1]));
+}
+
+Result<JsonValue> removeMedia(const Arguments& arguments) {
+  if (const auto open = Projects::instance().requireOpen(); !open) return open.error();
+  MediaCache& cache = MediaCache::instance();
+  const std::string path = absolutePath(arguments[0]);
+  const Result<void> gone = cache.removeMedia(cache.knows(path) ? path : arguments[0]);
+  if (!gone) return gone.error();
+  return JsonValue();
+}
+
+Result<JsonValue> list(const Arguments&) {
+  if (const auto open = Projects::instance().requireOpen(); !open) return open.error();
+  return MediaCache::instance().look();
+}
+
+}  // namespace
+
+void addMediaCommands(CommandTable& table) {
+  table.add({"media add", "FILE [--proxy FILE]",
+             "Adds a media file to the project, and shows its cookie; with --proxy also its proxy.",
+             1, 3, add});
+  table.add({"media remove", "FILE",
+             "Takes a media file and its proxies out of the project; the file itself stays.", 1, 1,
+             removeMedia});
+  table.add({"media list", "",
+             "Shows the project's media: where each file is, whether it is there, its size.", 0, 0,
+             list});
+}

@@ -1,0 +1,104 @@
+#include "app/commands/UserCommands.h"
+
+#include <charconv>
+
+#include "host/base/Config.h"
+#include "host/net/iNetworkService.h"
+#include "host/os/OS.h"
+#include "host/project/ProjectSpacesManager.h"
+#include "host/project/iPermissionsManager.h"
+#include "host/project/iProjectShare.h"
+#include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
+#include "station/net/MessageFields.h"
+#include "station/project/ObjectNames.h"
+
+namespace {
+
+Error noPlugin() {
+  return {ErrorCode::eNotFound,
+          "Nothing manages users here, since no sharing plug-in is loaded; start the station with "
+          "--plugin FILE.",
+          {}};
+}
+
+Result<JsonValue> users(const Arguments&) {
+  iPermissionsManager* const manager = iPermissionsManager::instance();
+  if (!manager) return noPlugin();
+  const LightweightString<wchar_t> self = manager->getCurrentUser();
+  JsonValue all = JsonValue::array();
+  for (const LightweightString<wchar_t>& user : manager->getUserList()) {
+    all.append(JsonValue::object({{"user", shownText(user)}, {"self", user == self}}));
+  }
+  return all;
+}
+
+Result<JsonValue> addUser(const Arguments& arguments) {
+  iPermissionsManager* const manager = iPermissionsManager::instance();
+  if (!manager) return noPlugin();
+  if (const Result<void> sound = checkName("user", arguments[0]); !sound) return sound.error();
+  manager->addUser(wideText(arguments[0]));
+  return JsonValue();
+}
+
+Result<JsonValue> active(const Arguments&) {
+  iProjectShare* const share = iProjectShare::instance();
+  if (!share) return noPlugin();
+  return JsonValue(share->getNumActiveUsers());
+}
+
+Result<JsonValue> whoAmI(const Arguments&) {
+  const iPermissionsManager* const manager = iPermissionsManager::instance();
+  const LightweightString<wchar_t> user =
+      manager ? manager->getCurrentUser() : OS().currentUserName();
+  return JsonValue::object({{"user", utf8Text(user)},
+                            {"login", utf8Text(OS().currentUserName())},
+                            {"host", utf8Text(OS().networkHostName())},
+                            {"machine", Cookie::getLocalMachineNumber()},
+                            {"network_mode", ProjectSpacesManager::machineIsInNetworkMode()}});
+}
+
+Result<int> machineNumber(const std::string& text) {
+  int number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, problem] = std::from_chars(text.data(), end, number);
+  if (problem == std::errc() && stop == end && number >= 0) return number;
+  return Error{ErrorCode::eUsage,
+               "\"" + shownText(text) +
+                   "\" is no machine number; \"whoami\" on the other station shows its number.",
+               {}};
+}
+
+Result<void> checkTravelsWhole(const std::string& command) {
+  if (!command.empty() && travelsWhole(command)) return {};
+  return Error{ErrorCode::eUsage,
+               "\"" + shownText(command) + "\" is no command that another machine can be sent.",
+               {}};
+}
+
+Result<JsonValue> request(const Arguments& arguments) {
+  const Result<int> machine = machineNumber(arguments[0]);
+  if (!machine) return machine.error();
+  if (auto sound = checkTravelsWhole(arguments[1]); !sound) return sound.error();
+  iProjectShare* const share = iProjectShare::instance();
+  const LightweightString<wchar_t> user = share ? share->getCurrentUser() : OS().currentUserName();
+  const std::string text = composeActionRequest(utf8Text(get_project_cookie().asString()),
+                                                utf8Text(user), *machine, arguments[1]);
+  const int port = config_int("shared_projects_udp_port", 27015);
+  OSPrivate().networkService().createUDPBroadcaster(port)->broadcast(hostText(text));
+  return JsonValue();
+}
+
+}  // namespace
+
+void addUserCommands(CommandTable& table) {
+  table.add({"users", "", "Shows the known users.", 0, 0, users});
+  table.add({"user add", "NAME", "Adds a user to this station's list.", 1, 1, addUser});
+  table.add(
+      {"active", "", "Shows how many users are at work in the projects directory.", 0, 0, active});
+  table.add({"whoami", "", "Shows this station's user, host, machine number and network mode.", 0,
+             0, whoAmI});
+  table.add({"request", "MACHINE COMMAND",
+             "Asks the station with this machine number to run one of its remote commands.", 2, 2,
+             request});
+}

@@ -1,0 +1,279 @@
+#include "station/media/MediaCache.h"
+
+#include <utility>
+
+#include "host/base/Log.h"
+#include "station/base/Events.h"
+#include "station/base/Strings.h"
+#include "station/media/MediaFiles.h"
+#include "station/media/MediaPaths.h"
+#include "station/os/SharedFiles.h"
+#include "station/project/ObjectNames.h"
+#include "station/project/Records.h"
+
+const NotifyMsgType SystemCache::fileAddedMsgType_ = 1;
+const NotifyMsgType SystemCache::fileRemovedMsgType_ = 2;
+const NotifyMsgType SystemCache::proxyAddedMsgType_ = 3;
+const NotifyMsgType SystemCache::proxyRemovedMsgType_ = 4;
+
+namespace {
+
+constexpr const char* kMaterialKind = "V";
+constexpr const char* kFile = "file";
+constexpr const char* kProxyOf = "proxyOf";
+
+MediaCache* instance_ = nullptr;
+
+std::string quoted(const std::string& text) { return "\"" + shownText(text) + "\""; }
+
+MediaFile fileAt(const std::string& path, const std::string& proxyOf) {
+  return {materialCookie(path), path, networkForm(path), proxyOf};
+}
+
+void warnOfCutPath(const MediaFile& file) {
+  if (travelsWhole(file.network)) return;
+  LogBoth(
+      "The path %s holds a character whose encoding has the byte that separates the fields of a "
+      "message, so other stations receive it cut. Rename the file, or its folder, to share it.\n",
+      quoted(file.network));
+}
+
+Error alreadyKnown(const std::string& path) {
+  return {ErrorCode::eExists, quoted(path) + " is in the project already.", path};
+}
+
+Error notThere(const std::string& path) {
+  return {ErrorCode::eNotFound,
+          "There is no readable file " + quoted(path) + ", so it was not added. Check its path.",
+          path};
+}
+
+Error unknownMedia(const std::string& text) {
+  return {ErrorCode::eNotFound,
+          quoted(text) + " is no media file of the open project; \"media list\" shows them.",
+          {}};
+}
+
+JsonValue shown(const MediaFile& file) {
+  return JsonValue::object({{"cookie", utf8Text(file.cookie.asString())},
+                            {"name", mediaName(file.path)},
+                            {"file", file.path},
+                            {"network", file.network}});
+}
+
+JsonValue looked(const MediaFile& file) {
+  JsonValue value = shown(file);
+  const MediaLook look = MediaFiles::instance().look(file.path);
+  value.set("online", look.isOnline);
+  value.set("size", static_cast<unsigned long>(look.size));
+  value.set("format", look.format);
+  return value;
+}
+
+/// All files, their proxies inside them.
+JsonValue tree(const MediaTable& table, JsonValue (*one)(const MediaFile&)) {
+  JsonValue all = JsonValue::array();
+  for (const MediaFile& file : table.mains()) {
+    JsonValue value = one(file);
+    JsonValue proxies = JsonValue::array();
+    for (const MediaFile& proxy : table.proxiesOf(file)) proxies.append(one(proxy));
+    value.set("proxies", std::move(proxies));
+    all.append(std::move(value));
+  }
+  return all;
+}
+
+}  // namespace
+
+MediaCache::MediaCache() { instance_ = this; }
+
+MediaCache::~MediaCache() {
+  if (instance_ == this) instance_ = nullptr;
+}
+
+MediaCache& MediaCache::instance() {
+  if (instance_) return *instance_;
+  static MediaCache made;
+  instance_ = &made;
+  return made;
+}
+
+SystemCache& SystemCache::instance() { return MediaCache::instance(); }
+
+Result<Cookie> MediaCache::addMedia(const std::string& path) { return add(path, {}); }
+
+Result<Cookie> MediaCache::addProxy(const std::string& path, const std::string& proxy) {
+  const MediaFile* const main = table_.find(networkForm(path));
+  if (!main) return unknownMedia(path);
+  return add(proxy, main->network);
+}
+
+Result<Cookie> MediaCache::add(const std::string& path, const std::string& proxyOf) {
+  if (folder_.empty()) {
+    return Error{ErrorCode::eNoProject, "No project is open; open one with \"project enter\".", {}};
+  }
+  if (knows(path)) return alreadyKnown(path);
+  if (!MediaFiles::instance().look(path).isOnline) return notThere(path);
+  const MediaFile file = fileAt(path, proxyOf);
+  JsonValue record = JsonValue::object({{"name", mediaName(path)}, {kFile, file.network}});
+  if (!proxyOf.empty()) record.set(kProxyOf, proxyOf);
+  const Result<void> written = writeAtomically(recordOf(file), writeJsonIndented(record) + "\n");
+  if (!written) return written.error();
+  warnOfCutPath(file);
+  show(file);
+  return file.cookie;
+}
+
+Result<void> MediaCache::removeMedia(const std::string& text) {
+  const Result<std::vector<MediaFile>> files = meant(text);
+  if (!files) return files.error();
+  const MediaFile& file = files->front();
+  for (const MediaFile& proxy : table_.proxiesOf(file)) {
+    if (const Result<void> gone = discard(proxy); !gone) return gone;
+  }
+  return discard(file);
+}
+
+Result<std::vector<MediaFile>> MediaCache::meant(const std::string& text) const {
+  if (const MediaFile* const byPath = table_.find(networkForm(text))) return {{*byPath}};
+  if (const MediaFile* const byNetwork = table_.find(text)) return {{*byNetwork}};
+  std::vector<MediaFile> files = table_.withName(text);
+  if (files.empty()) files = table_.withCookie(Cookie(text.c_str(), false));
+  if (files.empty()) return unknownMedia(text);
+  if (files.size() == 1) return files;
+  std::string candidates;
+  for (const MediaFile& file : files) candidates += "\n  " + shownText(file.path);
+  return Error{ErrorCode::eUsage,
+               quoted(text) + " may mean several files; give one's path:" + candidates,
+               {}};
+}
+
+Result<void> MediaCache::discard(const MediaFile& file) {
+  if (!folder_.empty()) {
+    if (const Result<void> removed = removeFileAt(recordOf(file)); !removed) return removed;
+  }
+  drop(file);
+  return {};
+}
+
+bool MediaCache::knows(const std::string& path) const { return table_.find(networkForm(path)); }
+
+JsonValue MediaCache::look() const { return tree(table_, looked); }
+
+JsonValue MediaCache::state() const { return tree(table_, shown); }
+
+void MediaCache::addFile(const Cookie& cookie, const MaterialFilename& file, bool isProxy) {
+  MediaFile added = fileAt(utf8Text(file.getOsPath()), {});
+  added.cookie = cookie;
+  if (table_.find(added.network)) return;
+  added.proxyOf = recordedProxyOf(added);
+  const std::vector<MediaFile> material = table_.withCookie(cookie);
+  if (isProxy && added.proxyOf.empty() && !material.empty()) {
+    added.proxyOf = material.front().network;
+  }
+  if (!existsFresh(added.path)) {
+    LogBoth("The media file %s is not there, and is shown as offline.\n", quoted(added.path));
+  }
+  show(added);
+}
+
+void MediaCache::removeFile(const Cookie& cookie, bool isProxy, int what) {
+  std::vector<MediaFile> files = table_.withCookie(cookie);
+  if (isProxy) std::erase_if(files, [this](const MediaFile& file) { return !table_.mainOf(file); });
+  const std::vector<MediaFile> gone = withoutRecord(files);
+  for (const MediaFile& file : gone.empty() ? files : gone) {
+    if (what & eRemoveProxies) {
+      for (const MediaFile& proxy : table_.proxiesOf(file)) drop(proxy);
+    }
+    if ((what & eRemoveEntry) && table_.find(file.network)) drop(file);
+  }
+}
+
+Kv::Ptr<Kv::Guard> MediaCache::registerInternal(
+    const Kv::Ptr<CallbackInvoker<NotifyMsg>>& invoker) {
+  return listeners_.add(invoker);
+}
+
+void MediaCache::enter(const OpenProject& project, const std::vector<std::string>& files) {
+  folder_ = project.folder;
+  readRecords(project, files, kMaterialKind,
+              [this](const Cookie& record, JsonValue&& content) { return take(record, content); });
+}
+
+Result<void> MediaCache::take(const Cookie& record, const JsonValue& content) {
+  const std::string& network = content[kFile].asString();
+  if (Cookie(mediaKey(network).c_str(), true) == record && !network.empty()) {
+    table_.insert({materialCookie(localForm(network)), localForm(network), network,
+                   content[kProxyOf].asString()});
+    return {};
+  }
+  const std::string path = recordPath(folder_, record);
+  return Error{ErrorCode::eBadContent,
+               quoted(path) +
+                   " is no record of a media file: its \"file\" is not the one that it is named "
+                   "after. It is left as it is; repair it or move it away.",
+               path};
+}
+
+void MediaCache::leave() {
+  folder_.clear();
+  table_.clear();
+}
+
+void MediaCache::findByName(const std::string& name, std::vector<NamedObject>& found) const {
+  for (const MediaFile& file : table_.withName(name)) found.push_back({file.cookie, name});
+}
+
+bool MediaCache::holds(const Cookie& cookie) const { return !table_.withCookie(cookie).empty(); }
+
+void MediaCache::listObjects(std::vector<NamedObject>& objects) const {
+  for (const MediaFile& file : table_.mains()) {
+    objects.push_back({file.cookie, mediaName(file.path)});
+    for (const MediaFile& proxy : table_.proxiesOf(file)) {
+      objects.push_back({proxy.cookie, mediaName(proxy.path)});
+    }
+  }
+}
+
+std::string MediaCache::recordOf(const MediaFile& file) const {
+  return recordPath(folder_, Cookie(mediaKey(file.network).c_str(), true));
+}
+
+std::string MediaCache::recordedProxyOf(const MediaFile& file) const {
+  if (folder_.empty()) return {};
+  const Result<JsonValue> record = readRecord(recordOf(file));
+  return record ? (*record)[kProxyOf].asString() : std::string();
+}
+
+std::vector<MediaFile> MediaCache::withoutRecord(std::vector<MediaFile> files) const {
+  std::erase_if(files, [this](const MediaFile& file) {
+    return !folder_.empty() && existsFresh(recordOf(file));
+  });
+  return files;
+}
+
+void MediaCache::show(const MediaFile& file) {
+  table_.insert(file);
+  tell(file, fileAddedMsgType_, proxyAddedMsgType_, "added");
+}
+
+void MediaCache::drop(const MediaFile& file) {
+  MediaFiles::instance().close(file.path);
+  MediaFiles::instance().dropHead(file.path);
+  const MediaFile told = file;
+  table_.remove(told);
+  tell(told, fileRemovedMsgType_, proxyRemovedMsgType_, "removed");
+}
+
+void MediaCache::tell(const MediaFile& file, NotifyMsgType asMain, NotifyMsgType asProxy,
+                      const std::string& how) {
+  const MediaFile* const main = table_.mainOf(file);
+  const MediaFile& material = main ? *main : file;
+  FsysDirectoryEntry entry(material.cookie, MaterialFilename(wideText(material.path)));
+  if (main) entry.addProxyFile(MaterialFilename(wideText(file.path)));
+  for (const MediaFile& proxy : table_.proxiesOf(material)) {
+    if (proxy.network != file.network) entry.addProxyFile(MaterialFilename(wideText(proxy.path)));
+  }
+  events().changed("media", material.cookie, how, currentOrigin());
+  listeners_.notify(main ? asProxy : asMain, &entry);
+}

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/media/SystemCache.h"
+#include "station/base/Result.h"
+#include "station/media/MediaTable.h"
+#include "station/notify/NotifierList.h"
+#include "station/project/iProjectPart.h"
+
+/// The media files of the open project, and those that other stations told of.
+///
+/// A file that a user adds here is recorded in the project's folder, one record a file, so that a
+/// station that enters the project later finds it:
+///
+///     <project folder>/<cookie of the network form>.json
+///         { "name": "a.mov", "file": "//store/rushes/a.mov" }
+///         { "name": "a_p.mov", "file": "//store/rushes/a_p.mov", "proxyOf": "//store/rushes/a.mov"
+///         }
+///
+/// The record's cookie is made from the whole network form and is the file's alone; the material's
+/// cookie, by which stations speak of it, is made from the local path (materialCookie) and may be
+/// shared by several files. What another station announces is looked up in the records: they tell
+/// a proxy from a file of its own, and which of several files with one cookie was removed.
+///
+/// A file that is not there is known all the same, as offline. Building a cache makes it the host's
+/// SystemCache. Host thread.
+class MediaCache : public SystemCache, public iProjectPart {
+ public:
+  MediaCache();
+  MediaCache(const MediaCache&) = delete;
+  MediaCache& operator=(const MediaCache&) = delete;
+  ~MediaCache() override;
+
+  /// The one built last, made on first use where there is none.
+  static MediaCache& instance();
+
+  /// Adds a local file to the open project and tells the other stations. One that is not there, or
+  /// is known already, is refused.
+  Result<Cookie> addMedia(const std::string& path);
+
+  /// Adds a proxy of a known file.
+  Result<Cookie> addProxy(const std::string& path, const std::string& proxy);
+
+  /// Takes a file, with its proxies, or one proxy out of the project; the file itself stays on the
+  /// disk. `text` is its path here, its network form, its name or its cookie.
+  Result<void> removeMedia(const std::string& text);
+
+  /// Whether a local path is known.
+  [[nodiscard]] bool knows(const std::string& path) const;
+
+  /// All files with their proxies as a look at each shows them now.
+  [[nodiscard]] JsonValue look() const;
+
+  void addFile(const Cookie& cookie, const MaterialFilename& file, bool isProxy) override;
+  void removeFile(const Cookie& cookie, bool isProxy, int what) override;
+  Kv::Ptr<Kv::Guard> registerInternal(const Kv::Ptr<CallbackInvoker<NotifyMsg>>& invoker) override;
+
+  void enter(const OpenProject& project, const std::vector<std::string>& files) override;
+  void leave() override;
+  void findByName(const std::string& name, std::vector<NamedObject>& found) const override;
+  [[nodiscard]] bool holds(const Cookie& cookie) const override;
+  void listObjects(std::vector<NamedObject>& objects) const override;
+  [[nodiscard]] std::string stateKey() const override { return "media"; }
+  [[nodiscard]] JsonValue state() const override;
+
+ private:
+  Result<Cookie> add(const std::string& path, const std::string& proxyOf);
+  Result<void> take(const Cookie& record, const JsonValue& content);
+  Result<std::vector<MediaFile>> meant(const std::string& text) const;
+  [[nodiscard]] std::string recordOf(const MediaFile& file) const;
+  [[nodiscard]] std::string recordedProxyOf(const MediaFile& file) const;
+  [[nodiscard]] std::vector<MediaFile> withoutRecord(std::vector<MediaFile> files) const;
+  Result<void> discard(const MediaFile& file);
+  void show(const MediaFile& file);
+  void drop(const MediaFile& file);
+  void tell(const MediaFile& file, NotifyMsgType asMain, NotifyMsgType asProxy,
+            const std::string& how);
+
+  std::string folder_;  ///< the open project's; empty when none is open
+  MediaTable table_;
+  NotifierList listeners_;
+};
