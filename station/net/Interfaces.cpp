@@ -1,0 +1,119 @@
+#include "station/net/Interfaces.h"
+
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+namespace {
+
+constexpr auto kListAge = std::chrono::seconds(1);
+constexpr auto kListAgeAfterFailure = std::chrono::milliseconds(20);
+constexpr Ipv4 kLoopbackBroadcast{0x7FFFFFFF};
+
+Ipv4 ipv4Of(const sockaddr* address) {
+  if (!address || address->sa_family != AF_INET) return {};
+  return Ipv4{ntohl(reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr)};
+}
+
+bool isUsable(const ifaddrs& entry) {
+  constexpr unsigned kWanted = IFF_UP | IFF_RUNNING;
+  return entry.ifa_addr && entry.ifa_addr->sa_family == AF_INET &&
+         (entry.ifa_flags & kWanted) == kWanted;
+}
+
+NetworkInterface interfaceOf(const ifaddrs& entry) {
+  NetworkInterface interface;
+  interface.name = entry.ifa_name;
+  interface.index = if_nametoindex(entry.ifa_name);
+  interface.address = ipv4Of(entry.ifa_addr);
+  interface.isLoopback = (entry.ifa_flags & IFF_LOOPBACK) != 0;
+  if (entry.ifa_flags & IFF_BROADCAST) interface.broadcast = ipv4Of(entry.ifa_broadaddr);
+  // An interface with a single address (/32) names itself as its broadcast address.
+  if (interface.broadcast == interface.address) interface.broadcast = {};
+  return interface;
+}
+
+void addOnce(std::vector<Destination>& list, Destination destination) {
+  if (std::find(list.begin(), list.end(), destination) == list.end()) list.push_back(destination);
+}
+
+std::vector<Destination> broadcastsOf(const std::vector<NetworkInterface>& interfaces) {
+  std::vector<Destination> result;
+  for (const auto& interface : interfaces) {
+    if (interface.isLoopback || interface.broadcast == Ipv4{}) continue;
+    addOnce(result, {interface.broadcast, interface.index});
+  }
+  if (result.empty()) result.push_back({kLoopbackBroadcast, 0});
+  return result;
+}
+
+void addByEveryInterface(std::vector<Destination>& result, Ipv4 address,
+                         const std::vector<NetworkInterface>& interfaces) {
+  const bool onlyLoopback = std::all_of(interfaces.begin(), interfaces.end(),
+                                        [](const auto& interface) { return interface.isLoopback; });
+  for (const auto& interface : interfaces) {
+    if (interface.isLoopback == onlyLoopback) addOnce(result, {address, interface.index});
+  }
+  if (interfaces.empty()) addOnce(result, {address, 0});
+}
+
+}  // namespace
+
+std::vector<NetworkInterface> readNetworkInterfaces() {
+  ifaddrs* first = nullptr;
+  if (getifaddrs(&first) != 0) return {};
+  const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> owner(first, freeifaddrs);
+  std::vector<NetworkInterface> result;
+  for (const ifaddrs* entry = first; entry; entry = entry->ifa_next) {
+    if (isUsable(*entry)) result.push_back(interfaceOf(*entry));
+  }
+  return result;
+}
+
+Interfaces::Interfaces(Reader reader) : reader_(std::move(reader)) {}
+
+std::vector<Destination> Interfaces::destinations(const std::vector<Ipv4>& addresses) {
+  const auto interfaces = list(kListAge);
+  if (addresses.empty()) return broadcastsOf(interfaces);
+  std::vector<Destination> result;
+  for (const Ipv4 address : addresses) {
+    if (address.isMulticast() || address.isLimitedBroadcast()) {
+      addByEveryInterface(result, address, interfaces);
+    } else {
+      addOnce(result, {address, 0});
+    }
+  }
+  return result;
+}
+
+bool Interfaces::isOwn(Ipv4 address) {
+  if (address.isLoopback()) return true;
+  const auto interfaces = list(kListAge);
+  return std::any_of(interfaces.begin(), interfaces.end(),
+                     [&](const auto& interface) { return interface.address == address; });
+}
+
+void Interfaces::reread() { list(kListAgeAfterFailure); }
+
+std::string Interfaces::nameOf(unsigned index) {
+  if (index == 0) return {};
+  for (const auto& interface : list(kListAge)) {
+    if (interface.index == index) return interface.name;
+  }
+  return "interface " + std::to_string(index);
+}
+
+std::vector<NetworkInterface> Interfaces::list(Clock::duration age) {
+  const std::lock_guard lock(mutex_);
+  const auto now = Clock::now();
+  if (!wasRead_ || now - readAt_ >= age) {
+    list_ = reader_();
+    readAt_ = now;
+    wasRead_ = true;
+  }
+  return list_;
+}

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "station/net/Ipv4.h"
+
+/// One address of a network interface that is up.
+struct NetworkInterface {
+  std::string name;
+  unsigned index = 0;
+  Ipv4 address;
+  Ipv4 broadcast;  ///< the directed broadcast address; 0.0.0.0 where the interface cannot broadcast
+  bool isLoopback = false;
+};
+
+/// What is up on this machine now; empty when the system does not say.
+std::vector<NetworkInterface> readNetworkInterfaces();
+
+/// Where a datagram goes: an address, and the interface by which it leaves; 0 leaves that to the
+/// system's routes.
+struct Destination {
+  Ipv4 address;
+  unsigned interface = 0;
+
+  friend auto operator<=>(const Destination&, const Destination&) = default;
+};
+
+/// The machine's interfaces as they come and go with cables, private networks and sleep. Any
+/// thread.
+class Interfaces {
+ public:
+  using Reader = std::function<std::vector<NetworkInterface>()>;
+
+  explicit Interfaces(Reader reader = readNetworkInterfaces);
+
+  /// The destinations that addresses stand for. None means the directed broadcast address of every
+  /// interface, loopback's where there is no other. A multicast address or 255.255.255.255 leaves
+  /// by every interface, by loopback where there is no other; any other address goes once, wherever
+  /// it is routed. The list is re-read when it is older than a second.
+  std::vector<Destination> destinations(const std::vector<Ipv4>& addresses);
+
+  /// Whether an address is one of this machine's.
+  bool isOwn(Ipv4 address);
+
+  /// Reads the list again, since a send failed; no more than fifty times a second.
+  void reread();
+
+  /// An interface's name, or its number where it has gone; empty for 0.
+  std::string nameOf(unsigned index);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  /// The list, re-read when it is older than `age`.
+  std::vector<NetworkInterface> list(Clock::duration age);
+
+  Reader reader_;
+  std::mutex mutex_;
+  std::vector<NetworkInterface> list_;
+  Clock::time_point readAt_;
+  bool wasRead_ = false;
+};

@@ -1,0 +1,69 @@
+#include "station/net/NetworkService.h"
+
+#include <utility>
+
+#include "station/base/StationSettings.h"
+#include "station/net/ListenerSocket.h"
+#include "station/net/Problems.h"
+#include "station/net/UdpBroadcaster.h"
+#include "station/net/UdpListener.h"
+
+namespace {
+
+constexpr Ipv4 kThisMachineAlone{0x7FFFFFFF};
+
+/// The addresses of --send-to; a word that is none is told and left out. Where nothing is left of
+/// them, messages stay on this machine rather than go everywhere.
+std::vector<Ipv4> configuredAddresses() {
+  std::vector<Ipv4> addresses;
+  for (const auto& word : settings().sendTo) {
+    if (const auto address = parseIpv4(word)) {
+      addresses.push_back(*address);
+    } else {
+      tellNetworkProblem("--send-to names \"" + word +
+                         "\", which is no IPv4 address; nothing is sent there");
+    }
+  }
+  if (addresses.empty() && !settings().sendTo.empty()) addresses.push_back(kThisMachineAlone);
+  return addresses;
+}
+
+std::vector<Ipv4> multicastOf(std::vector<Ipv4> addresses) {
+  std::erase_if(addresses, [](Ipv4 address) { return !address.isMulticast(); });
+  return addresses;
+}
+
+std::string configuredNetworks() {
+  const auto& config = settings().config;
+  const auto found = config.find("accept_networks");
+  return found == config.end() ? std::string() : found->second;
+}
+
+}  // namespace
+
+NetworkService::NetworkService(HostThread& hostThread)
+    : NetworkService(hostThread, readNetworkInterfaces) {}
+
+NetworkService::NetworkService(HostThread& hostThread, Interfaces::Reader reader)
+    : hostThread_(hostThread),
+      interfaces_(std::make_shared<Interfaces>(std::move(reader))),
+      sender_(std::make_shared<SenderSocket>()),
+      sendTo_(configuredAddresses()) {}
+
+Kv::Ptr<iUDPBroadcaster> NetworkService::createUDPBroadcaster(int port) {
+  return new UdpBroadcaster(port, sendTo_, sender_, interfaces_);
+}
+
+Kv::Ptr<iUDPListener> NetworkService::createUDPListener(int port, unsigned /*flags*/,
+                                                        iNetMessageReceiver* receiver) {
+  auto socket = ListenerSocket::open(settings().listen, port);
+  if (!socket) {
+    listening_ = socket.error();
+    tellNetworkProblem(socket.error().message);
+    return new DeafListener;
+  }
+  listening_ = {};
+  UdpListener::Surroundings surroundings{hostThread_, interfaces_, sender_, multicastOf(sendTo_),
+                                         AcceptedNetworks(configuredNetworks())};
+  return new UdpListener(std::move(*socket), std::move(surroundings), receiver);
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "host/net/iNetworkService.h"
+#include "station/HostThread.h"
+#include "station/base/Result.h"
+#include "station/net/Interfaces.h"
+#include "station/net/SenderSocket.h"
+
+/// The station's datagrams: where they go and where they are heard is what settings() say. Host
+/// thread.
+class NetworkService : public iNetworkService {
+ public:
+  /// Delivers on `hostThread`, which must outlive the service and what it creates.
+  explicit NetworkService(HostThread& hostThread);
+
+  /// With other interfaces than this machine's.
+  NetworkService(HostThread& hostThread, Interfaces::Reader reader);
+
+  Kv::Ptr<iUDPBroadcaster> createUDPBroadcaster(int port) override;
+  Kv::Ptr<iUDPListener> createUDPListener(int port, unsigned flags,
+                                          iNetMessageReceiver* receiver) override;
+
+  /// Why the listener created last hears nothing; success while it hears, or when there was none.
+  [[nodiscard]] const Result<void>& listening() const { return listening_; }
+
+ private:
+  HostThread& hostThread_;
+  std::shared_ptr<Interfaces> interfaces_;
+  std::shared_ptr<SenderSocket> sender_;
+  std::vector<Ipv4> sendTo_;
+  Result<void> listening_;
+};

@@ -1,0 +1,145 @@
+#include "station/net/UdpListener.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "station/base/Events.h"
+#include "station/net/Problems.h"
+
+namespace {
+
+/// What a queued delivery takes beside its bytes.
+constexpr std::size_t kDeliveryOverhead = 160;
+constexpr int kMillisecondsBetweenJoins = 1000;
+constexpr int kMillisecondsAfterError = 200;
+
+class HeldBytes : public iMemHolder {
+ public:
+  explicit HeldBytes(std::string bytes) : bytes_(std::move(bytes)) {}
+  [[nodiscard]] const char* bytes() const override { return bytes_.data(); }
+  [[nodiscard]] std::size_t size() const override { return bytes_.size(); }
+
+ private:
+  std::string bytes_;
+};
+
+/// A thread that no signal is delivered to: those are the main thread's.
+template <typename Work>
+std::thread threadWithoutSignals(Work work) {
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  std::thread thread(std::move(work));
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return thread;
+}
+
+}  // namespace
+
+UdpListener::UdpListener(ListenerSocket socket, Surroundings surroundings,
+                         iNetMessageReceiver* receiver)
+    : socket_(std::move(socket)),
+      surroundings_(std::move(surroundings)),
+      outlet_(std::make_shared<Outlet>()),
+      wake_(eventfd(0, EFD_CLOEXEC)) {
+  outlet_->receiver = receiver;
+  joinGroups();
+  thread_ = threadWithoutSignals([this] { drain(); });
+}
+
+UdpListener::~UdpListener() {
+  outlet_->isOpen = false;
+  isEnding_ = true;
+  eventfd_write(wake_, 1);
+  thread_.join();
+  close(wake_);
+}
+
+void UdpListener::deliver(const Outlet& outlet, std::string bytes) {
+  if (!outlet.isOpen) return;
+  const RemoteChangeScope scope;
+  events().received(bytes);
+  outlet.receiver->receive(Kv::Ptr<iMemHolder>(new HeldBytes(std::move(bytes))), nullptr);
+}
+
+void UdpListener::drain() {
+  while (!isEnding_) {
+    takeWhatIsThere();
+    const auto now = std::chrono::steady_clock::now();
+    losses_.systemDropped(socket_.droppedBySystem(), now);
+    losses_.tellIfOver(now);
+    waitForMore();
+    joinGroups();
+  }
+  losses_.tell();
+}
+
+void UdpListener::takeWhatIsThere() {
+  int count = 0;
+  while (!isEnding_ && (count = reader_.read(socket_.descriptor())) > 0) {
+    const auto now = std::chrono::steady_clock::now();
+    for (std::size_t index = 0; index < static_cast<std::size_t>(count); ++index) {
+      if (reader_.wasCut(index)) {
+        losses_.wasTooLarge(now);
+      } else {
+        take(reader_.at(index), now);
+      }
+    }
+    losses_.systemDropped(reader_.droppedBySystem(), now);
+    losses_.tellIfOver(now);
+  }
+  tellBrokenRead(-count);
+}
+
+void UdpListener::take(const Datagram& datagram, LossReport::Time now) {
+  if (isOwn(datagram) || !surroundings_.accepted.accepts(datagram.source) ||
+      duplicates_.isDuplicate(datagram, now)) {
+    return;
+  }
+  auto delivery = [outlet = outlet_, bytes = std::string(datagram.bytes)]() mutable {
+    deliver(*outlet, std::move(bytes));
+  };
+  const std::size_t size = datagram.bytes.size() + kDeliveryOverhead;
+  if (!surroundings_.hostThread.postDelivery(std::move(delivery), size)) losses_.queueRefused(now);
+}
+
+void UdpListener::joinGroups() {
+  if (surroundings_.groups.empty()) return;
+  socket_.join(surroundings_.interfaces->destinations(surroundings_.groups),
+               *surroundings_.interfaces);
+}
+
+bool UdpListener::isOwn(const Datagram& datagram) {
+  return datagram.port == surroundings_.ownSender->port() &&
+         surroundings_.interfaces->isOwn(datagram.source);
+}
+
+int UdpListener::millisecondsToWait() const {
+  if (toldError_ != 0 || wake_ < 0) return kMillisecondsAfterError;
+  if (losses_.isPending()) return static_cast<int>(LossReport::kQuiet.count());
+  return surroundings_.groups.empty() ? -1 : kMillisecondsBetweenJoins;
+}
+
+void UdpListener::tellBrokenRead(int error) {
+  if (error == EAGAIN || error == EINTR) error = 0;
+  if (error != 0 && error != toldError_) {
+    tellNetworkProblem(std::string("messages cannot be received (") + std::strerror(error) +
+                       "): check that the network is connected");
+  }
+  toldError_ = error;
+}
+
+void UdpListener::waitForMore() {
+  pollfd waitFor[] = {{wake_, POLLIN, 0}, {socket_.descriptor(), POLLIN, 0}};
+  // A socket that cannot be read stays readable: then only the end is waited for.
+  poll(waitFor, toldError_ == 0 ? 2 : 1, millisecondsToWait());
+}

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "host/net/iNetworkService.h"
+#include "station/HostThread.h"
+#include "station/net/AcceptedNetworks.h"
+#include "station/net/DatagramReader.h"
+#include "station/net/DuplicateFilter.h"
+#include "station/net/Interfaces.h"
+#include "station/net/ListenerSocket.h"
+#include "station/net/LossReport.h"
+#include "station/net/SenderSocket.h"
+
+/// A listener without a socket: the port could not be had.
+class DeafListener : public iUDPListener {};
+
+/// Hears datagrams and hands them to a receiver.
+///
+///     socket --reader thread--> the host thread's queue --host thread--> receiver
+///
+/// The reader thread empties the socket at once, whatever the host thread is busy with, and drops
+/// what is not for this station: its own datagrams, copies over another network, senders that are
+/// not taken. The queue is bounded; what it refuses, and what the system dropped before, is counted
+/// and told. Destroying it, on the host thread, ends delivery at once.
+class UdpListener : public iUDPListener {
+ public:
+  /// What a listener needs to know of the rest of the network service.
+  struct Surroundings {
+    HostThread& hostThread;
+    std::shared_ptr<Interfaces> interfaces;
+    std::shared_ptr<SenderSocket> ownSender;
+    std::vector<Ipv4> groups;  ///< multicast addresses to take part in
+    AcceptedNetworks accepted;
+  };
+
+  UdpListener(ListenerSocket socket, Surroundings surroundings, iNetMessageReceiver* receiver);
+  ~UdpListener() override;
+
+ private:
+  /// What the queued deliveries share with the listener, and what outlives it with them.
+  struct Outlet {
+    std::atomic<bool> isOpen{true};
+    iNetMessageReceiver* receiver;
+  };
+
+  static void deliver(const Outlet& outlet, std::string bytes);
+
+  void drain();
+  void takeWhatIsThere();
+  void take(const Datagram& datagram, LossReport::Time now);
+  void joinGroups();
+  [[nodiscard]] bool isOwn(const Datagram& datagram);
+  [[nodiscard]] int millisecondsToWait() const;
+  void tellBrokenRead(int error);
+  void waitForMore();
+
+  ListenerSocket socket_;
+  Surroundings surroundings_;
+  std::shared_ptr<Outlet> outlet_;
+  DatagramReader reader_;
+  DuplicateFilter duplicates_;
+  LossReport losses_;
+  int toldError_ = 0;
+  std::atomic<bool> isEnding_{false};
+  int wake_;
+  std::thread thread_;
+};
