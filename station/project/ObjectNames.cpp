@@ -8,7 +8,8 @@ constexpr std::size_t kLongestName = 1000;
 constexpr char kWireSeparator = '\xAC';
 
 bool hasControlCharacter(const std::string& name) {
-  for (const wchar_t letter : wideText(name).view()) {
+  const LightweightString<wchar_t> wide = wideText(name);
+  for (const wchar_t letter : wide.view()) {
     if (letter < 0x20 || (letter >= 0x7F && letter < 0xA0)) return true;
   }
   return false;
