@@ -1,0 +1,81 @@
+#include "station/containers/Filters.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/ContainerListener.h"
+#include "tests/support/StationScene.h"
+
+namespace {
+
+using Notes = std::vector<std::string>;
+
+class FiltersTest : public testing::Test {
+ protected:
+  FiltersTest() { scene.enter(filters); }
+
+  StationScene scene;
+  Filters filters;
+  ContainerListener<BinData> listener{filters};
+};
+
+TEST_F(FiltersTest, AFilterIsMadeChangedAndDestroyedWithItsFile) {
+  const Cookie made = *filters.create("Unused", "uses=0");
+  const std::string file = scene.fileOf(text(made));
+  EXPECT_EQ(*parseJson(scene.read(file)), *parseJson(R"({"name": "Unused", "filter": "uses=0"})"));
+  ASSERT_TRUE(filters.change(made, "uses<2"));
+  EXPECT_EQ((*parseJson(scene.read(file)))["filter"].asString(), "uses<2");
+  ASSERT_TRUE(filters.discard(made));
+  EXPECT_FALSE(existsFresh(file));
+  EXPECT_EQ(listener.notes, (Notes{text(made) + " 82", text(made) + " 82", text(made) + " 04"}));
+}
+
+TEST_F(FiltersTest, ATextThatIsTheSameIsNoChange) {
+  const Cookie made = *filters.create("Unused", "uses=0");
+  listener.notes.clear();
+  ASSERT_TRUE(filters.change(made, "uses=0"));
+  EXPECT_EQ(listener.notes, Notes{});
+}
+
+TEST_F(FiltersTest, ReadingAllAgainTellsOfEachThatIsNewDiffersOrIsGone) {
+  const Cookie kept = *filters.create("Kept", "a");
+  const Cookie changed = *filters.create("Changed", "a");
+  const Cookie gone = *filters.create("Gone", "a");
+  scene.write(scene.fileOf(text(changed)), R"({"name": "Changed", "filter": "b"})");
+  scene.write(scene.fileOf("F0001"), R"({"name": "New", "filter": "c"})");
+  ASSERT_TRUE(removeFileAt(scene.fileOf(text(gone))));
+  scene.events.changes.clear();
+  const RemoteChangeScope remote;
+  filters.reInit();
+  std::ranges::sort(scene.events.changes);
+  Notes expected{"filter F0001 created remote", "filter " + text(changed) + " reloaded remote",
+                 "filter " + text(gone) + " destroyed remote"};
+  std::ranges::sort(expected);
+  EXPECT_EQ(scene.events.changes, expected);
+  EXPECT_TRUE(filters.holds(kept));
+}
+
+TEST_F(FiltersTest, ABrokenFileLeavesTheFilterAsItWasShown) {
+  const Cookie made = *filters.create("Unused", "uses=0");
+  scene.write(scene.fileOf(text(made)), R"({"name": "Unused", "filter": 7})");
+  filters.reInit();
+  ASSERT_TRUE(filters.find(made));
+  EXPECT_EQ(filters.find(made)->record["filter"].asString(), "uses=0");
+  EXPECT_TRUE(scene.events.loggedThat(scene.fileOf(text(made)))) << scene.events.logged;
+}
+
+TEST_F(FiltersTest, AFolderThatCannotBeReadLeavesAllFiltersAsTheyWere) {
+  const Cookie made = *filters.create("Unused", "uses=0");
+  std::filesystem::rename(scene.project.folder, scene.scratch / "away");
+  filters.reInit();
+  EXPECT_TRUE(filters.holds(made));
+  EXPECT_TRUE(scene.events.loggedThat(scene.project.folder)) << scene.events.logged;
+}
+
+TEST_F(FiltersTest, TheMetadataFileIsTheRecordInTheOpenProject) {
+  EXPECT_EQ(utf8Text(UserFilter::getFilterMetadataFileName(cookie("F0001"))),
+            scene.fileOf("F0001"));
+  filters.leave();
+  EXPECT_TRUE(UserFilter::getFilterMetadataFileName(cookie("F0001")).empty());
+}
+
+}  // namespace
