@@ -19,11 +19,16 @@ struct Command {
   std::size_t minArguments = 0;
   std::size_t maxArguments = 0;
 
-  /// Does it, on the host thread. The value is shown to people as text, a list or a table, and to
+  /// Does it. The value is shown to people as text, a list or a table, and to
   /// scripts as JSON; null where there is nothing to say.
   std::function<Result<JsonValue>(const Arguments&)> run;
 
   static constexpr std::size_t kAnyNumber = ~std::size_t{0};
+
+  /// Where `run` runs: on the host thread, as all that touches the station does, or on the
+  /// console's own, as what waits for something does.
+  enum class Place { eHostThread, eConsoleThread };
+  Place place = Place::eHostThread;
 };
 
 /// All console commands by name.

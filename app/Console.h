@@ -1,0 +1,45 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "app/Command.h"
+#include "app/EventWriter.h"
+#include "app/HumanText.h"
+#include "app/Waiter.h"
+#include "app/iLineReader.h"
+#include "station/HostThread.h"
+
+/// Reads lines, runs the commands that they name one after the other, and answers: to people in
+/// text, to scripts by `reply` events. Runs on a thread of its own; commands that touch the station
+/// run on the host thread while this one waits.
+class Console {
+ public:
+  /// What a console works with; all must outlive it.
+  struct Surroundings {
+    HostThread& hostThread;
+    const CommandTable& commands;
+    EventWriter& events;
+    HumanText& text;
+    Waiter& waiter;
+    bool keepsGoing;  ///< whether a script goes on after a command that failed
+  };
+
+  explicit Console(Surroundings surroundings) : with_(surroundings) {}
+
+  /// Reads until the end of the input, until somebody asks the program to end, or until a script's
+  /// command fails. The program's exit status.
+  int run(iLineReader& reader);
+
+ private:
+  struct Pending;
+
+  bool runLine(const std::string& line, const iLineReader& reader);
+  Result<JsonValue> runOnHostThread(const std::string& line, const Command& command,
+                                    const Arguments& arguments);
+  void reply(const std::string& line, const std::string& command, const Result<JsonValue>& result);
+  [[nodiscard]] Error unknown(const std::vector<std::string>& words) const;
+
+  Surroundings with_;
+};

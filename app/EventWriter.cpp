@@ -1,0 +1,119 @@
+#include "app/EventWriter.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
+#include "station/base/Strings.h"
+#include "station/net/MessageFields.h"
+
+namespace {
+
+JsonValue secondsNow() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  char text[32];
+  std::snprintf(text, sizeof text, "%.6f", std::chrono::duration<double>(now).count());
+  return JsonValue::number(text);
+}
+
+std::string hexText(const std::string& bytes) {
+  constexpr const char* kDigits = "0123456789abcdef";
+  std::string hex;
+  hex.reserve(bytes.size() * 2);
+  for (const char byte : bytes) {
+    hex += kDigits[static_cast<unsigned char>(byte) >> 4];
+    hex += kDigits[static_cast<unsigned char>(byte) & 15];
+  }
+  return hex;
+}
+
+bool isAscii(const std::string& text) {
+  return std::ranges::none_of(text, [](char byte) { return (byte & 0x80) != 0; });
+}
+
+/// Decoding marks each byte that is no part of a UTF-8 sequence by a low surrogate.
+bool isUtf8(const std::string& text) {
+  if (isAscii(text)) return true;
+  const LightweightString<wchar_t> wide = wideText(text);
+  return std::ranges::none_of(wide.view(),
+                              [](wchar_t letter) { return letter >= 0xDC00 && letter <= 0xDFFF; });
+}
+
+/// A line without the line end that the log's texts carry.
+std::string withoutLineEnd(std::string text) {
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+  return text;
+}
+
+}  // namespace
+
+JsonValue::Member textMember(const std::string& key, const std::string& text) {
+  if (isUtf8(text)) return {key, text};
+  return {key + "_hex", hexText(text)};
+}
+
+std::vector<JsonValue::Member> messageMembers(const std::string& wireText) {
+  const MessageFields fields = readMessage(wireText);
+  std::vector<JsonValue::Member> members{{"type", fields.type}, {"type_name", fields.typeName}};
+  members.push_back(textMember("project", fields.project));
+  members.push_back(textMember("cookie", fields.cookie));
+  members.push_back(textMember("target", fields.target));
+  members.push_back(textMember("data", fields.data));
+  const auto addUnlessEmpty = [&members](const char* key, const std::string& text) {
+    if (!text.empty()) members.push_back(textMember(key, text));
+  };
+  addUnlessEmpty("source", fields.source);
+  addUnlessEmpty("modification", fields.modification);
+  addUnlessEmpty("container", fields.container);
+  members.emplace_back("text_hex", hexText(wireText));
+  return members;
+}
+
+void EventWriter::addSink(iEventSink& sink) { sinks_.push_back(&sink); }
+
+void EventWriter::emit(std::string_view name, const std::vector<JsonValue::Member>& members) {
+  StationEvent event{std::string(name), JsonValue::object({{"event", name}}), {}};
+  const std::lock_guard lock(mutex_);
+  event.value.set("time", secondsNow());
+  for (const auto& [key, value] : members) event.value.set(key, value);
+  event.line = writeJson(event.value);
+  for (iEventSink* sink : sinks_) sink->take(event);
+}
+
+void EventWriter::emitMessage(std::string_view name, const std::string& wireText) {
+  emit(name, messageMembers(wireText));
+}
+
+void EventWriter::sent(const std::string& wireText) { emitMessage("sent", wireText); }
+
+void EventWriter::received(const std::string& wireText) { emitMessage("received", wireText); }
+
+void EventWriter::changed(const std::string& what, const Cookie& cookie, const std::string& how,
+                          Origin origin) {
+  emit("changed", {{"what", what},
+                   {"cookie", cookie.asString().str()},
+                   {"how", how},
+                   {"origin", origin == Origin::eLocal ? "local" : "remote"}});
+}
+
+void EventWriter::log(bool toConsole, const std::string& text) {
+  emit("log", {{"to", toConsole ? "console" : "file"}, textMember("text", withoutLineEnd(text))});
+}
+
+void EventWriter::command(const std::string& name) { emit("command", {textMember("name", name)}); }
+
+void EventWriter::network(const std::string& problem, std::uint64_t dropped) {
+  std::vector<JsonValue::Member> members{textMember("problem", problem)};
+  if (dropped > 0) members.emplace_back("dropped", static_cast<unsigned long>(dropped));
+  emit("network", members);
+}
+
+void EventWriter::notification(const std::string& text) {
+  emit("notification", {textMember("text", text)});
+}
+
+void EventWriter::panel(const std::vector<std::string>& lines) {
+  JsonValue shown = JsonValue::array();
+  for (const std::string& line : lines) shown.append(textMember("", line).second);
+  emit("panel", {{"lines", shown}});
+}

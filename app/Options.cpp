@@ -1,0 +1,100 @@
+#include "app/Options.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <filesystem>
+
+namespace {
+
+constexpr const char* kProgram = "kv-station";
+
+constexpr const char* kDescription =
+    "One workstation that shares projects with others over a common folder.\n"
+    "Commands are read from the terminal or a script; \"help\" lists them.";
+
+constexpr const char* kFooter =
+    "A NAME may stand wherever a cookie may. Exit status: 0 after quit or the end of the input, 1\n"
+    "when a command of a script failed, 2 when the station could not be started.";
+
+struct Flags {
+  bool keepsGoing = false;
+  bool gui = false;
+};
+
+void declare(CLI::App& app, std::map<std::string, std::vector<std::string>>& values, Flags& flags) {
+  app.description(kDescription);
+  app.footer(kFooter);
+  for (const OptionSpec& spec : optionTable()) {
+    app.add_option("--" + std::string(spec.name), values[spec.name], spec.help)
+        ->type_name(spec.value)
+        ->type_size(1)
+        ->expected(1, 1 << 16)
+        ->allow_extra_args(false);
+  }
+  app.add_flag("--keep-going", flags.keepsGoing, "go on after a command of a script that failed");
+  app.add_flag("--gui", flags.gui, "open the window (this build has none)");
+  app.set_help_flag("-h,--help", "print this text and exit");
+  app.set_version_flag("--version", std::string(kProgram) + " " KV_VERSION " (Project Share)");
+}
+
+ProgramEnd usageError(const std::string& what) { return {2, std::string(kProgram) + ": " + what}; }
+
+/// $XDG_CONFIG_HOME/korvel/station.conf when there is one; else empty.
+std::string defaultConfigFile() {
+  const char* config = std::getenv("XDG_CONFIG_HOME");
+  const char* home = std::getenv("HOME");
+  std::string folder;
+  if (config && *config == '/') {
+    folder = config;
+  } else if (home && *home) {
+    folder = std::string(home) + "/.config";
+  }
+  if (folder.empty()) return {};
+  const std::string file = folder + "/korvel/station.conf";
+  std::error_code problem;
+  return std::filesystem::exists(file, problem) ? file : std::string();
+}
+
+Result<void> addConfigFile(GivenOptions& given) {
+  const auto named = given.find("config");
+  const std::string file = named == given.end() ? defaultConfigFile() : named->second.back().text;
+  if (file.empty() && named == given.end()) return {};
+  return addFromConfigFile(file, given);
+}
+
+std::variant<Options, ProgramEnd> settled(GivenOptions given, const Flags& flags) {
+  if (auto added = addConfigFile(given); !added) return usageError(added.error().message);
+  auto options = settleOptions(given);
+  if (!options) return usageError(options.error().message);
+  options->keepsGoing = flags.keepsGoing;
+  return *options;
+}
+
+ProgramEnd parseEnd(const CLI::App& app, const CLI::ParseError& problem) {
+  if (problem.get_name() == "CallForVersion") return {0, problem.what()};
+  if (problem.get_exit_code() == 0) return {0, app.help()};
+  return usageError(std::string(problem.what()) + "; \"" + kProgram +
+                    " --help\" lists the options.");
+}
+
+}  // namespace
+
+std::variant<Options, ProgramEnd> readOptions(int argc, const char* const* argv) {
+  std::map<std::string, std::vector<std::string>> values;
+  Flags flags;
+  CLI::App app("", kProgram);
+  declare(app, values, flags);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& problem) {
+    return parseEnd(app, problem);
+  }
+  if (flags.gui) {
+    return usageError("--gui: this build has no window; leave the option out to use the terminal.");
+  }
+  GivenOptions given;
+  for (const auto& [name, texts] : values) {
+    for (const std::string& text : texts) given[name].push_back({text, "--" + name});
+  }
+  return settled(std::move(given), flags);
+}

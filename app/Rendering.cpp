@@ -1,0 +1,154 @@
+#include "app/Rendering.h"
+
+#include <algorithm>
+#include <cwchar>
+#include <string_view>
+#include <vector>
+
+#include "station/base/Strings.h"
+
+namespace {
+
+constexpr const char* kGap = "  ";
+constexpr const char* kNothing = "(none)";
+
+/// How many columns of a terminal the text takes.
+std::size_t width(const std::string& text) {
+  std::size_t columns = 0;
+  for (const wchar_t letter : wideText(text).view()) {
+    const int taken = ::wcwidth(letter);
+    columns += taken < 0 ? 1 : static_cast<std::size_t>(taken);
+  }
+  return columns;
+}
+
+std::vector<std::string_view> splitLines(std::string_view text) {
+  std::vector<std::string_view> lines;
+  for (std::size_t end = 0; end != std::string_view::npos;) {
+    end = text.find('\n');
+    lines.push_back(text.substr(0, end));
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+  }
+  return lines;
+}
+
+std::string shownLines(const std::string& text) {
+  std::string shown;
+  for (const std::string_view line : splitLines(text)) {
+    if (!shown.empty() || line.data() != text.data()) shown += '\n';
+    shown += shownText(line);
+  }
+  return shown;
+}
+
+std::string indented(const std::string& text) {
+  std::string shifted;
+  for (const std::string_view line : splitLines(text)) {
+    shifted += '\n';
+    shifted += kGap;
+    shifted += line;
+  }
+  return shifted;
+}
+
+/// A value on one line.
+std::string cell(const JsonValue& value) {
+  switch (value.kind()) {
+    case JsonValue::Kind::eNull:
+      return {};
+    case JsonValue::Kind::eBool:
+      return value.asBool() ? "yes" : "no";
+    case JsonValue::Kind::eString:
+      return shownText(value.asString());
+    case JsonValue::Kind::eArray: {
+      std::string all;
+      for (const JsonValue& each : value.elements()) all += (all.empty() ? "" : ", ") + cell(each);
+      return all;
+    }
+    default:
+      return writeJson(value);
+  }
+}
+
+using Row = std::vector<std::string>;
+
+/// The keys of all objects, in the order in which they first appear.
+Row columnsOf(const std::vector<JsonValue>& objects) {
+  Row columns;
+  for (const JsonValue& object : objects) {
+    for (const auto& [key, value] : object.members()) {
+      if (std::ranges::find(columns, key) == columns.end() && !cell(value).empty()) {
+        columns.push_back(key);
+      }
+    }
+  }
+  return columns;
+}
+
+std::string aligned(const std::vector<Row>& rows) {
+  std::vector<std::size_t> widths(rows.front().size());
+  for (const Row& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], width(row[i]));
+  }
+  std::string text;
+  for (const Row& row : rows) {
+    std::string line;
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      line += row[i] + std::string(widths[i] - width(row[i]), ' ') + kGap;
+    }
+    line.erase(line.find_last_not_of(' ') + 1);
+    text += (text.empty() ? "" : "\n") + line;
+  }
+  return text;
+}
+
+std::string table(const std::vector<JsonValue>& objects) {
+  std::vector<Row> rows{columnsOf(objects)};
+  if (rows.front().empty()) return kNothing;
+  for (const JsonValue& object : objects) {
+    Row row;
+    for (const std::string& column : rows.front()) row.push_back(cell(object[column]));
+    rows.push_back(std::move(row));
+  }
+  for (std::string& title : rows.front()) std::ranges::replace(title, '_', ' ');
+  return aligned(rows);
+}
+
+bool isTable(const std::vector<JsonValue>& elements) {
+  return std::ranges::all_of(elements, [](const JsonValue& each) { return each.isObject(); });
+}
+
+std::string list(const std::vector<JsonValue>& elements) {
+  if (elements.empty()) return kNothing;
+  if (isTable(elements)) return table(elements);
+  std::string text;
+  for (const JsonValue& each : elements) text += (text.empty() ? "" : "\n") + cell(each);
+  return text;
+}
+
+bool isBlock(const JsonValue& value) {
+  if (value.isObject()) return !value.members().empty();
+  return value.isArray() && !value.elements().empty() && isTable(value.elements());
+}
+
+std::string keysAndValues(const JsonValue& object) {
+  std::string text;
+  for (const auto& [key, value] : object.members()) {
+    if (!text.empty()) text += '\n';
+    text += key + ":";
+    if (isBlock(value)) {
+      text += indented(renderForPeople(value));
+    } else if (const std::string shown = cell(value); !shown.empty()) {
+      text += " " + shown;
+    }
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string renderForPeople(const JsonValue& value) {
+  if (value.isString()) return shownLines(value.asString());
+  if (value.isObject()) return keysAndValues(value);
+  return value.isArray() ? list(value.elements()) : cell(value);
+}

@@ -1,0 +1,187 @@
+#include "app/StationProgram.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <clocale>
+#include <cstdio>
+#include <thread>
+#include <utility>
+
+#include "app/Console.h"
+#include "app/ConsoleCommands.h"
+#include "app/ScriptReader.h"
+#include "app/Signals.h"
+#include "app/TerminalReader.h"
+#include "app/commands/ContainerCommands.h"
+#include "app/commands/EditCommands.h"
+#include "app/commands/FilterCommands.h"
+#include "app/commands/MediaCommands.h"
+#include "app/commands/ProjectCommands.h"
+#include "app/commands/UserCommands.h"
+#include "host/base/Config.h"
+#include "station/base/DiagnosticStream.h"
+#include "station/project/Projects.h"
+
+namespace {
+
+constexpr int kStartFailed = 2;
+constexpr int kDefaultPort = 27015;
+
+/// How long Tab and `wait` give the host thread to say what a name means.
+constexpr auto kPatience = std::chrono::seconds(2);
+
+int port() { return config_int("shared_projects_udp_port", kDefaultPort); }
+
+/// Asks the host thread a question; `otherwise` when it does not answer soon.
+template <typename Answer>
+Answer ask(HostThread& hostThread, Waiter& waiter, std::function<Answer()> question,
+           Answer otherwise) {
+  struct Pending {
+    bool isDone = false;
+    Answer answer;
+  };
+  const auto pending = std::make_shared<Pending>();
+  hostThread.post([pending, &waiter, question = std::move(question)] {
+    Answer answer = question();
+    waiter.change([&] {
+      pending->answer = std::move(answer);
+      pending->isDone = true;
+    });
+  });
+  const auto isDone = [&pending] { return pending->isDone; };
+  return waiter.await(Waiter::Clock::now() + kPatience, isDone) ? pending->answer : otherwise;
+}
+
+}  // namespace
+
+StationProgram::StationProgram(Options options)
+    : options_(std::move(options)),
+      text_(options_.events == "-" ? stderr : stdout, stderr),
+      file_([this](const std::string& problem) { text_.problem(problem); }),
+      history_(waiter_) {}
+
+StationProgram::~StationProgram() {
+  station_.reset();
+  installEvents(nullptr);
+  setDiagnosticStream(nullptr);
+}
+
+int StationProgram::run() {
+  const Signals signals([this] {
+    exitType_ = Shutdown::eSignalledExit;
+    waiter_.end();
+  });
+  auto started = prepare();
+  if (started) started = station_->start();
+  if (!started) {
+    text_.problem("kv-station: " + started.error().message);
+    return kStartFailed;
+  }
+  useStation();
+  station_->stop(exitType_);
+  events_.emit("closed", {});
+  return status_;
+}
+
+Result<void> StationProgram::prepare() {
+  installSettings(options_.station);
+  if (options_.events == "-") setDiagnosticStream(stderr);
+  if (!options_.events.empty()) {
+    if (auto opened = file_.open(options_.events); !opened) return opened;
+    events_.addSink(file_);
+  }
+  events_.addSink(history_);
+  events_.addSink(notifications_);
+  events_.addSink(text_);
+  installEvents(&events_);
+  addCommands();
+  if (auto opened = openInput(); !opened) return opened;
+  station_ = std::make_unique<Station>();
+  return {};
+}
+
+Result<void> StationProgram::openInput() {
+  const bool isTerminal = ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
+  if (options_.script.empty() && isTerminal && options_.events != "-") {
+    reader_ = std::make_unique<TerminalReader>(
+        waiter_, text_, TerminalReader::Completing{commands_, [this] { return objectNames(); }});
+    return {};
+  }
+  auto script = std::make_unique<ScriptReader>(waiter_);
+  auto opened = script->open(options_.script.empty() ? "-" : options_.script);
+  reader_ = std::move(script);
+  return opened;
+}
+
+void StationProgram::addCommands() {
+  addConsoleCommands(commands_, {waiter_, history_, notifications_,
+                                 [this](const std::string& name) { return cookieOf(name); }});
+  addProjectCommands(commands_);
+  addEditCommands(commands_);
+  addContainerCommands(commands_);
+  addFilterCommands(commands_);
+  addMediaCommands(commands_);
+  addUserCommands(commands_);
+}
+
+void StationProgram::useStation() {
+  const StationSettings& with = settings();
+  events_.emit("ready", {textMember("user", with.user),
+                         textMember("host", with.host),
+                         {"machine", with.machine},
+                         {"port", port()},
+                         textMember("plugin", station_->pluginName()),
+                         textMember("plugin_version", station_->pluginVersion()),
+                         {"network_mode", with.networkMode}});
+  if (reader_->isInteractive()) {
+    text_.answer(with.user + " on " + with.host + " (machine " + std::to_string(with.machine) +
+                 "), " + station_->pluginName() + " " + station_->pluginVersion() + ", port " +
+                 std::to_string(port()) + ". \"help\" lists the commands, \"quit\" ends.");
+  }
+  std::thread console([this] {
+    status_ = runConsole();
+    station_->hostThread().stop();
+  });
+  station_->hostThread().run();
+  console.join();
+}
+
+int StationProgram::runConsole() {
+  Console console(
+      {station_->hostThread(), commands_, events_, text_, waiter_, options_.keepsGoing});
+  return console.run(*reader_);
+}
+
+std::string StationProgram::cookieOf(const std::string& name) {
+  return ask<std::string>(station_->hostThread(), waiter_,
+                          [name]() -> std::string {
+                            const auto cookie = Projects::instance().resolve(name, {});
+                            return cookie ? cookie->asString().str() : std::string();
+                          },
+                          {});
+}
+
+std::vector<std::string> StationProgram::objectNames() {
+  return ask<std::vector<std::string>>(
+      station_->hostThread(), waiter_,
+      [] {
+        std::vector<std::string> words;
+        for (const NamedObject& each : Projects::instance().objects()) {
+          words.push_back(each.name);
+          words.push_back(each.cookie.asString().str());
+        }
+        return words;
+      },
+      {});
+}
+
+int runKvStation(int argc, const char* const* argv) {
+  std::setlocale(LC_CTYPE, "");  // for the terminal alone: widths and input of letters
+  auto read = readOptions(argc, argv);
+  if (const ProgramEnd* end = std::get_if<ProgramEnd>(&read)) {
+    std::fprintf(end->status == 0 ? stdout : stderr, "%s\n", end->text.c_str());
+    return end->status;
+  }
+  return StationProgram(std::get<Options>(std::move(read))).run();
+}

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+#include "station/base/Json.h"
+
+/// Something that happened, as event files show it.
+struct StationEvent {
+  std::string name;  ///< "sent", "reply"
+  JsonValue value;   ///< an object: "event", "time" and the event's own keys
+  std::string line;  ///< the same as one line of JSON, without its end
+};
+
+/// Takes a station's events in the order in which they happen, one at a time, on any thread.
+class iEventSink {
+ public:
+  virtual ~iEventSink() = default;
+  virtual void take(const StationEvent& event) = 0;
+};

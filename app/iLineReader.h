@@ -1,0 +1,20 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+/// Where the console's lines come from. Console thread.
+class iLineReader {
+ public:
+  virtual ~iLineReader() = default;
+
+  /// The next line without its end; nothing at the end of the input and when the program is to end.
+  virtual std::optional<std::string> next() = 0;
+
+  /// What stands before a problem with the line read last: "FILE:3: " for a script, empty at a
+  /// terminal.
+  [[nodiscard]] virtual std::string place() const = 0;
+
+  /// Whether a person types, who goes on after a command that failed.
+  [[nodiscard]] virtual bool isInteractive() const = 0;
+};

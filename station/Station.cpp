@@ -1,0 +1,121 @@
+#include "station/Station.h"
+
+#include <sys/stat.h>
+
+#include "host/base/Log.h"
+#include "host/os/Files.h"
+#include "host/project/iProjectShare.h"
+#include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
+#include "station/containers/Bins.h"
+#include "station/containers/Filters.h"
+#include "station/containers/Racks.h"
+#include "station/edit/Edits.h"
+#include "station/media/MediaCache.h"
+#include "station/net/NetworkService.h"
+#include "station/os/HostOS.h"
+#include "station/os/SharedFiles.h"
+#include "station/plugin/PluginLoader.h"
+#include "station/project/ObjectNames.h"
+#include "station/project/Projects.h"
+#include "station/project/StationCommands.h"
+
+namespace {
+
+constexpr const char* kMarkerEnding = ".cli";
+
+/// The file by which other stations see that this one's user is there.
+std::string markerFile() {
+  return utf8Text(getProjectsBaseDirectory()) + settings().user + kMarkerEnding;
+}
+
+Result<void> checkProjectsDirectory() {
+  const std::string& path = settings().projectsDirectory;
+  const auto entries = listFresh(path);
+  if (entries) return {};
+  struct stat status {};
+  const bool isFile = ::stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
+  const std::string why = isFile ? path + " is no directory." : entries.error().message;
+  return Error{
+      entries.error().code,
+      "The projects directory cannot be used: " + why + " Another is named with --projects DIR.",
+      path};
+}
+
+void warnOfUntravelledUser() {
+  if (travelsWhole(settings().user)) return;
+  LogBoth(
+      "The user name \"%s\" holds a character that messages cannot carry whole: others will see "
+      "it cut. Choose another with --user.\n",
+      settings().user);
+}
+
+}  // namespace
+
+struct Station::Parts {
+  HostThread hostThread;
+  NetworkService network{hostThread};
+  HostOS os{network};
+  Projects projects;
+  Edits edits;
+  Bins bins;
+  Racks racks;
+  Filters filters;
+  MediaCache media;
+  StationCommands commands;
+  PluginLoader plugin;
+};
+
+Station::Station() : parts_(std::make_unique<Parts>()) {
+  parts_->projects.addPart(parts_->edits);
+  parts_->projects.addPart(parts_->bins);
+  parts_->projects.addPart(parts_->racks);
+  parts_->projects.addPart(parts_->filters);
+  parts_->projects.addPart(parts_->media);
+}
+
+Station::~Station() { stop(Shutdown::eNormalExit); }
+
+Result<void> Station::start() {
+  if (auto checked = checkProjectsDirectory(); !checked) return checked;
+  if (auto loaded = parts_->plugin.load(settings().plugin); !loaded) return loaded;
+  warnOfUntravelledUser();
+  markPresent();
+  return {};
+}
+
+void Station::stop(Shutdown::eExitType type) {
+  if (!parts_->plugin.plugin()) return;
+  if (parts_->projects.current()) {
+    if (auto left = parts_->projects.leave(); !left) LogBoth("%s\n", left.error().message);
+  }
+  unmarkPresent();
+  parts_->plugin.unload(type);
+}
+
+HostThread& Station::hostThread() { return parts_->hostThread; }
+
+void Station::markPresent() {
+  if (iProjectShare* share = iProjectShare::instance()) share->lockRoom({});
+  if (existsFresh(markerFile())) return;
+  LogBoth(
+      "Nothing can be written in the projects directory %s: others do not see this station, and "
+      "changes cannot be saved. Ask for the right to write there.\n",
+      settings().projectsDirectory);
+}
+
+void Station::unmarkPresent() {
+  if (auto removed = removeFileAt(markerFile()); !removed) {
+    LogBoth("%s\n", removed.error().message);
+  }
+}
+
+std::string Station::pluginName() const {
+  const KvPluginBase* plugin = parts_->plugin.plugin();
+  return plugin ? utf8Text(plugin->pluginName()) : std::string();
+}
+
+std::string Station::pluginVersion() const {
+  const KvPluginBase* plugin = parts_->plugin.plugin();
+  return plugin ? utf8Text(plugin->pluginVersion()) : std::string();
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "host/plugin/Shutdown.h"
+#include "station/HostThread.h"
+#include "station/base/Result.h"
+
+/// One workstation: the host behind the plug-in, whole.
+///
+/// Construction makes, in this order, the host thread's queue, the network service, the operating
+/// system layer, the projects, their parts (edits, bins, racks, filters, media, rooms) and the
+/// command map; destruction takes them down in the reverse order. settings() must be installed
+/// before, and stay.
+///
+///     start()    the projects directory is looked at
+///                the plug-in is loaded and initialised
+///                the user is marked as present
+///     ...        hostThread().run()
+///     stop()     the open project and its room are left
+///                the mark of presence is taken away
+///                the shutdown callbacks run
+///                the plug-in is taken down and unloaded
+///
+/// start() and stop() are called on the thread that runs the host thread's queue. One object a
+/// process.
+class Station {
+ public:
+  Station();
+  Station(const Station&) = delete;
+  Station& operator=(const Station&) = delete;
+
+  /// Calls stop() as a normal end does.
+  ~Station();
+
+  /// Starts. A projects directory that is missing or no directory, and a plug-in that cannot be
+  /// used, are failures; one in which nothing can be written is told in the log.
+  Result<void> start();
+
+  /// Releases everything that others see of this station and unloads the plug-in. Does nothing
+  /// where it is not started.
+  void stop(Shutdown::eExitType type);
+
+  [[nodiscard]] HostThread& hostThread();
+
+  /// The plug-in's name and version as it reports them; empty while none is loaded.
+  [[nodiscard]] std::string pluginName() const;
+  [[nodiscard]] std::string pluginVersion() const;
+
+ private:
+  struct Parts;
+
+  void markPresent();
+  void unmarkPresent();
+
+  std::unique_ptr<Parts> parts_;
+};
