@@ -100,7 +100,7 @@ void addLooking(CommandTable& table) {
 void addChanging(CommandTable& table) {
   table.add({"edit trim", "E CLIP START END",
              "Makes a clip (by name, or by path such as 0/2) show its material from START to END, "
-             "each in seconds (1.5) or frames (36f); announced before it is saved.",
+             "each in frames of the clip (36) or seconds (1.5s); announced before it is saved.",
              4, 4, onEdit([](const Cookie& cookie, const Arguments& arguments) {
                return answer(EditActions::trim(cookie, arguments[1], arguments[2], arguments[3]));
              })});

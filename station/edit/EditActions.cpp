@@ -88,11 +88,11 @@ Result<double> readTime(const std::string& text, double rate) {
   const char* const end = text.data() + text.size();
   const auto [stopped, problem] = std::from_chars(text.data(), end, number);
   const std::string_view unit(stopped, static_cast<std::size_t>(end - stopped));
-  if (problem == std::errc{} && (unit.empty() || unit == "s")) return number;
-  if (problem == std::errc{} && unit == "f" && rate > 0) return number / rate;
+  if (problem == std::errc{} && unit == "s") return number;
+  if (problem == std::errc{} && (unit.empty() || unit == "f") && rate > 0) return number / rate;
   return Error{ErrorCode::eUsage,
                "\"" + shownText(text) +
-                   "\" is no time; write seconds (\"1.5\") or frames of the clip (\"36f\").",
+                   "\" is no time; write frames of the clip (\"36\") or seconds (\"1.5s\").",
                {}};
 }
 

@@ -22,7 +22,7 @@ Result<Cookie> import(const std::string& path);
 Result<void> exportTo(const Cookie& cookie, const std::string& path);
 
 /// Makes a clip show another stretch of its material. `clip` is a path or an unambiguous name;
-/// times are in seconds, or in frames of the clip with an "f" after the number ("36f").
+/// times are frames of the clip's own rate ("36", "36f"), or seconds ("1.5s").
 Result<void> trim(const Cookie& cookie, const std::string& clip, const std::string& start,
                   const std::string& end);
 

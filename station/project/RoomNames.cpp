@@ -1,0 +1,59 @@
+#include "station/project/RoomNames.h"
+
+#include <cstdlib>
+
+#include "station/project/ObjectNames.h"
+
+namespace {
+
+/// Leaves room for the endings of lock files in what file systems allow (255 bytes).
+constexpr std::size_t kLongestFileName = 240;
+constexpr std::string_view kForbidden = "/\\:*?\"<>|%";
+constexpr std::string_view kDigits = "0123456789ABCDEF";
+
+bool mustEscape(const std::string& name, std::size_t at) {
+  const char letter = name[at];
+  const bool isLast = at + 1 == name.size();
+  return static_cast<unsigned char>(letter) < 0x20 || letter == 0x7F ||
+         kForbidden.find(letter) != std::string_view::npos || (letter == '.' && at == 0) ||
+         (isLast && (letter == '.' || letter == ' '));
+}
+
+}  // namespace
+
+Result<std::string> roomFileName(const std::string& name) {
+  if (auto checked = checkName("room", name); !checked) return checked.error();
+  std::string fileName;
+  for (std::size_t at = 0; at < name.size(); ++at) {
+    if (mustEscape(name, at)) {
+      const auto byte = static_cast<unsigned char>(name[at]);
+      fileName += {'%', kDigits[byte >> 4U], kDigits[byte & 15U]};
+    } else {
+      fileName += name[at];
+    }
+  }
+  if (fileName.size() <= kLongestFileName) return fileName;
+  return Error{
+      ErrorCode::eUsage,
+      "The name of the room is too long for its files: " + std::to_string(fileName.size()) +
+          " bytes; at most " + std::to_string(kLongestFileName) + " are possible.",
+      {}};
+}
+
+std::string roomNameOf(const std::string& fileName) {
+  std::string name;
+  for (std::size_t at = 0; at < fileName.size(); ++at) {
+    if (fileName[at] != '%') {
+      name += fileName[at];
+      continue;
+    }
+    if (at + 2 >= fileName.size()) return {};
+    const std::size_t high = kDigits.find(fileName[at + 1]);
+    const std::size_t low = kDigits.find(fileName[at + 2]);
+    if (high == std::string_view::npos || low == std::string_view::npos) return {};
+    name += static_cast<char>(high * 16 + low);
+    at += 2;
+  }
+  const auto again = roomFileName(name);
+  return again && *again == fileName ? name : std::string();
+}

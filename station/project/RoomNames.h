@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+
+#include "station/base/Result.h"
+
+// The names of rooms as file names: every byte that a file name cannot carry everywhere is written
+// as "%" and two upper-case hex digits (control characters, "/ \ : * ? " < > | %", a dot at the
+// head, a dot or blank at the end). Two names never give the same file name.
+
+/// The file name, without an ending; the refusal says what is wrong with the name.
+Result<std::string> roomFileName(const std::string& name);
+
+/// The name that a file name stands for; empty when it stands for none.
+std::string roomNameOf(const std::string& fileName);

@@ -1,0 +1,162 @@
+#include "station/project/Rooms.h"
+
+#include <algorithm>
+
+#include "host/os/Files.h"
+#include "host/os/OS.h"
+#include "host/project/ProjectSpacesManager.h"
+#include "host/project/iProjectShare.h"
+#include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
+#include "station/os/SharedFiles.h"
+#include "station/project/ProjectFolder.h"
+#include "station/project/RoomNames.h"
+
+namespace {
+
+Rooms* theRooms = nullptr;
+
+constexpr std::string_view kRecordEnding = ".json";
+
+std::string quoted(const std::string& name) { return "\"" + shownText(name) + "\""; }
+
+/// The file name of the room whose record this is; empty for other files.
+std::string roomOfRecord(const std::string& file) {
+  if (!file.ends_with(kRecordEnding)) return {};
+  return file.substr(0, file.size() - kRecordEnding.size());
+}
+
+JsonValue shown(const RoomInfo& room) {
+  return JsonValue::object({{"name", shownText(room.name)},
+                            {"state", lockStateText(room.state)},
+                            {"by", room.holder},
+                            {"here", room.isHere}});
+}
+
+}  // namespace
+
+Rooms::Rooms() { theRooms = this; }
+
+Rooms::~Rooms() {
+  theRooms = nullptr;
+  if (!hasMarker_) return;
+  OS().fileManager().removeFile(getPath(LightweightString<wchar_t>()) + OS().currentUserName() +
+                                L".cli");
+}
+
+Rooms& Rooms::instance() { return *theRooms; }
+
+void Rooms::enter(const OpenProject& project, const std::vector<std::string>&) {
+  folder_ = project.folder + "/rooms";
+  isShared_ = !project.isPrivate;
+  if (auto* share = iProjectShare::instance()) {
+    hasMarker_ = share->lockRoom(LightweightString<wchar_t>()) || hasMarker_;
+  }
+}
+
+void Rooms::leave() {
+  if (auto* share = iProjectShare::instance()) share->unlockCurrentRoom();
+  folder_.clear();
+  current_.clear();
+}
+
+Result<void> Rooms::requireShared() const {
+  if (folder_.empty()) {
+    return Error{
+        ErrorCode::eNoProject,
+        "No project is open, and rooms belong to a project; \"project enter P\" opens one.",
+        {}};
+  }
+  if (isShared_) return {};
+  return Error{
+      ErrorCode::eRefused, "The open project is private: one station at a time, and no rooms.", {}};
+}
+
+std::string Rooms::pathOf(const std::string& fileName) const { return folder_ + "/" + fileName; }
+
+Result<void> Rooms::create(const std::string& name) {
+  if (auto shared = requireShared(); !shared) return shared;
+  const auto fileName = roomFileName(name);
+  if (!fileName) return fileName.error();
+  const std::string record = pathOf(*fileName) + std::string(kRecordEnding);
+  if (existsFresh(record)) {
+    return Error{ErrorCode::eExists, "There is a room " + quoted(name) + " already.", record};
+  }
+  if (auto made = makeFolder(folder_); !made && made.error().code != ErrorCode::eExists) {
+    return made;
+  }
+  auto written = writeAtomically(
+      record, writeJsonIndented(JsonValue::object(
+                  {{"name", name}, {"made", timeForRecord()}, {"madeBy", settings().user}})));
+  if (written) ProjectSpacesManager::refreshCurrentLobby();
+  return written;
+}
+
+RoomInfo Rooms::look(const std::string& name, const std::string& fileName) const {
+  RoomInfo room{name, LockState::eFree, {}, name == current_};
+  const LightweightString<wchar_t> path = wideText(pathOf(fileName));
+  iProjectShare* share = iProjectShare::instance();
+  if (!share || !share->isRoomOccupied(path)) return room;
+  room.state = lookAtLock(path + L".lck");
+  room.holder = shownText(share->getRoomLockOwner(path));
+  return room;
+}
+
+Result<std::vector<RoomInfo>> Rooms::list() const {
+  if (auto shared = requireShared(); !shared) return shared.error();
+  std::vector<RoomInfo> rooms;
+  const auto files = listFresh(folder_);
+  if (!files && files.error().code == ErrorCode::eNotFound) return rooms;
+  if (!files) return files.error();
+  for (const std::string& file : *files) {
+    const std::string fileName = roomOfRecord(file);
+    const std::string name = roomNameOf(fileName);
+    if (!name.empty()) rooms.push_back(look(name, fileName));
+  }
+  std::ranges::sort(rooms, {}, &RoomInfo::name);
+  return rooms;
+}
+
+Result<void> Rooms::goInto(const std::string& name) {
+  if (auto shared = requireShared(); !shared) return shared;
+  const auto fileName = roomFileName(name);
+  if (!fileName) return fileName.error();
+  if (!existsFresh(pathOf(*fileName) + std::string(kRecordEnding))) {
+    return Error{ErrorCode::eNotFound,
+                 "There is no room " + quoted(name) + "; \"room create\" makes it.",
+                 {}};
+  }
+  if (name == current_) return {};
+  iProjectShare* share = iProjectShare::instance();
+  if (!share) return Error{ErrorCode::eRefused, "No plug-in guards rooms here.", {}};
+  const LightweightString<wchar_t> path = wideText(pathOf(*fileName));
+  if (!share->lockRoom(path)) {
+    return lockRefusal(
+        "Room " + quoted(name), OS().fileManager().lastError(),
+        [&] { return share->getRoomLockOwner(path); },
+        "Wait until it is left, or enter another room (\"room list\").");
+  }
+  current_ = name;
+  ProjectSpacesManager::refreshCurrentLobby();
+  return {};
+}
+
+Result<void> Rooms::goOut() {
+  if (auto shared = requireShared(); !shared) return shared;
+  if (current_.empty()) return Error{ErrorCode::eNotFound, "You are in no room.", {}};
+  if (auto* share = iProjectShare::instance()) {
+    hasMarker_ = share->lockRoom(LightweightString<wchar_t>()) || hasMarker_;
+  }
+  current_.clear();
+  ProjectSpacesManager::refreshCurrentLobby();
+  return {};
+}
+
+JsonValue Rooms::state() const {
+  JsonValue all = JsonValue::array();
+  if (!isShared_) return all;
+  const auto rooms = list();
+  if (!rooms) return all;
+  for (const RoomInfo& room : *rooms) all.append(shown(room));
+  return all;
+}

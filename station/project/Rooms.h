@@ -1,0 +1,67 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "station/project/LockLook.h"
+#include "station/project/iProjectPart.h"
+
+/// What a list of rooms shows of one.
+struct RoomInfo {
+  std::string name;
+  LockState state = LockState::eFree;
+  std::string holder;   ///< empty unless it is taken or left behind and the name can be read
+  bool isHere = false;  ///< whether this station is in it
+};
+
+/// The rooms of the open shared project. A room is the record "rooms/<file name>.json" in the
+/// project's folder (RoomNames.h), and its path without the ending is what is locked. While a
+/// project is open the station is in one of its rooms or outside rooms, and counts as active.
+///
+/// The object must be destroyed before the operating-system layer: it takes away the marker by
+/// which this station counts as active. Host thread. One object a process.
+class Rooms : public iProjectPart {
+ public:
+  Rooms();
+  Rooms(const Rooms&) = delete;
+  Rooms& operator=(const Rooms&) = delete;
+  ~Rooms() override;
+
+  /// The one object; it must exist.
+  static Rooms& instance();
+
+  /// Leaves all rooms, so that the station counts as active.
+  void enter(const OpenProject& project, const std::vector<std::string>& files) override;
+
+  /// Gives the room up that the station is in.
+  void leave() override;
+
+  void findByName(const std::string&, std::vector<NamedObject>&) const override {}
+  [[nodiscard]] bool holds(const Cookie&) const override { return false; }
+  void listObjects(std::vector<NamedObject>&) const override {}
+  [[nodiscard]] std::string stateKey() const override { return "rooms"; }
+  [[nodiscard]] JsonValue state() const override;
+
+  Result<void> create(const std::string& name);
+  Result<std::vector<RoomInfo>> list() const;
+
+  /// Goes into a room; the one the station is in is given up only when the new one is won. A room
+  /// that another station holds is refused with the holder's name.
+  Result<void> goInto(const std::string& name);
+
+  /// Leaves the room; eNotFound when the station is in none.
+  Result<void> goOut();
+
+  /// The name of the room that the station is in, or empty.
+  [[nodiscard]] const std::string& current() const { return current_; }
+
+ private:
+  [[nodiscard]] Result<void> requireShared() const;
+  [[nodiscard]] std::string pathOf(const std::string& fileName) const;
+  [[nodiscard]] RoomInfo look(const std::string& name, const std::string& fileName) const;
+
+  std::string folder_;  ///< of the rooms; empty when no project is open
+  bool isShared_ = false;
+  std::string current_;
+  bool hasMarker_ = false;
+};
