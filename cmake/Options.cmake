@@ -12,6 +12,9 @@ if(KV_SANITIZE)
     add_compile_options(-fno-sanitize-recover=undefined)
   endif()
 endif()
+if(KV_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
 
 # One small source file a header, so that each is known to compile alone.
 function(kv_check_headers target)
