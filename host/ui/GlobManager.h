@@ -2,24 +2,21 @@
 
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
+#include "host/ui/Glob.h"
+#include "host/ui/GlobCreationInfo.h"
 
-// The toolkit as far as messages need it. User-interface thread (the station's is the host thread).
-
-/// A widget.
-class KV_HOST_API Glob {
- public:
-  virtual ~Glob() = default;
-
-  /// Hands a text to `target` on behalf of `sender`. A text that the target does not handle goes to
-  /// its parent and so on up to the desktop.
-  static void sendMsg(Glob* target, const LightweightString<char>& text, Glob* sender);
-
-  /// A text sent to this widget; true when it was handled here.
-  virtual bool handleMessageEvent(const LightweightString<char>& text, Glob* sender) = 0;
-};
-
+/// The toolkit's register of widgets and of the types of component that a user can put on the
+/// desktop. User-interface thread.
 class KV_HOST_API GlobManager {
  public:
-  /// The widget whose idstring is `id`, or null. The toolkit owns it.
+  /// Makes a component. The result is the caller's; null when it cannot be made.
+  using Factory = Glob* (*)(GlobCreationInfo*);
+
+  /// The widget whose idstring is `id`, or null. One on the desktop goes before one in the toolbox,
+  /// then the older before the younger. The toolkit owns it.
   static Glob* find(const LightweightString<char>& id);
+
+  /// Registers a type of component under a name, in place of one of the same name. The toolbox
+  /// offers it from now on. The factory must be callable until the host unloads its plug-ins.
+  static void registerUiComponentType(const LightweightString<char>& name, Factory factory);
 };

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <optional>
+
+#include "host/ui/GlobCreationInfo.h"
+#include "host/ui/IconSet.h"
+#include "host/ui/StandardPanel.h"
+
+/// A tool: an icon that a user opens into a panel, and closes to an icon again.
+///
+///     toolbox --drag or click--> generateTool() --> panel
+///     icon    --click or return--> generateTool() --> panel --collapse box--> handleFlipSize()
+///     panel   --close box--> handlePoot(), then it is destroyed, and the toolbox offers it again
+class KV_HOST_API GenIcon : public StandardPanel {
+ public:
+  /// An icon that opens to `expandedSize`.
+  GenIcon(const IconSet& icon, const Size& expandedSize);
+
+  /// The same, in the state and at the place that `info` restores, if it restores anything.
+  GenIcon(const IconSet& icon, const GlobCreationInfo& info, const Size& expandedSize);
+  ~GenIcon() override;
+
+  /// Takes another icon and draws it.
+  void reInit(const IconSet& icon);
+  [[nodiscard]] const IconSet& icon() const { return icon_; }
+
+  /// Reads the icon again; called when the screen's scale or theme changes.
+  virtual void reloadIcon() {}
+
+  /// The size of the open panel.
+  virtual Size calcSize() { return expandedSize_; }
+
+  /// Lays the tool out as an icon or a panel; `sizeState` is one of eSizeState.
+  virtual void setSizeState(int sizeState) { setSizeFlag(sizeState); }
+
+  /// Notes the state without laying anything out.
+  void setSizeFlag(int sizeState) { sizeState_ = sizeState; }
+  [[nodiscard]] int sizeState() const { return sizeState_; }
+
+  /// The icon was clicked or dragged out of the toolbox.
+  virtual void generateTool() {}
+
+  /// The panel's collapse box was pressed.
+  virtual void handleFlipSize() {}
+
+  /// The tool is put away: it was taken off the desktop and is destroyed after this. True when
+  /// handled.
+  virtual bool handlePoot() { return false; }
+
+  /// Asks the host to put every type of tool that is not on the desktop into the toolbox.
+  void requestToolboxRepopulate();
+
+  /// Where a panel of a size goes that opens from this icon: centred on it, and moved as far as is
+  /// needed to lie on the desktop; for a restored panel, where it was.
+  XY getMaximisedPos(const Size& size);
+
+  /// The toolbox that the icon lies in; null on the desktop.
+  void setDragSource(Glob* source) { dragSource_ = source; }
+  [[nodiscard]] Glob* dragSource() const { return dragSource_; }
+
+  bool handleEvent(const Event& event) override;
+  [[nodiscard]] bool takesFocus() const override;
+
+ private:
+  IconSet icon_;
+  Size expandedSize_;
+  int sizeState_ = eIconState;
+  Glob* dragSource_ = nullptr;
+  std::optional<XY> restoredPosition_;
+};

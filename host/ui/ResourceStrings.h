@@ -1,0 +1,8 @@
+#pragma once
+
+#include "host/base/HostApi.h"
+#include "host/base/LightweightString.h"
+
+/// The host's text of a number, in the user's language: titles, labels and tooltips. Empty, with a
+/// line in the log, for a number that the host has no text for. Any thread.
+KV_HOST_API LightweightString<wchar_t> resourceStrW(unsigned number);

@@ -1,0 +1,26 @@
+#include "host/ui/DragDropManager.h"
+
+#include "station/ui/Desktop.h"
+
+namespace {
+
+GenIcon* draggedTool = nullptr;
+
+}  // namespace
+
+void DragDropManager::beginDrag(GenIcon* tool) { draggedTool = tool; }
+
+GenIcon* DragDropManager::dragged() { return draggedTool; }
+
+void DragDropManager::drop() {
+  GenIcon* tool = std::exchange(draggedTool, nullptr);
+  Desktop* desktop = Desktop::current();
+  if (!tool || !tool->dragSource() || !desktop) return;
+  std::unique_ptr<Glob> taken = tool->dragSource()->takeChild(tool);
+  tool->setDragSource(nullptr);
+  if (!taken) return;
+  const XY mouse = Glob::getMousePos();
+  tool->setPosition({mouse.x - tool->size().width / 2, mouse.y - tool->size().height / 2});
+  desktop->addChild(std::move(taken));
+  desktop->toolbox().populate();
+}

@@ -1,0 +1,41 @@
+#include "host/ui/GlobManager.h"
+#include "station/ui/Desktop.h"
+#include "station/ui/Screen.h"
+
+// How texts find their widget. A source of its own, so that a test can put its own register of
+// widgets and its own way of sending in place of these.
+
+namespace {
+
+bool isInToolbox(const Glob* widget) {
+  for (; widget; widget = widget->parent()) {
+    if (dynamic_cast<const Toolbox*>(widget)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+void Glob::sendMsg(Glob* target, const LightweightString<char>& text, Glob* sender) {
+  if (!target) return;
+  Glob* last = nullptr;
+  for (Glob* widget = target; widget;) {
+    last = widget;
+    Glob* next = widget->parent();
+    if (widget->handleMessageEvent(text, sender)) return;
+    widget = Screen::instance().isAlive(next) ? next : nullptr;
+  }
+  // A widget that lies nowhere has no way up to the desktop; its texts must not be lost.
+  Desktop* desktop = Desktop::current();
+  if (desktop && last != desktop) desktop->handleMessageEvent(text, sender);
+}
+
+Glob* GlobManager::find(const LightweightString<char>& id) {
+  Glob* inToolbox = nullptr;
+  for (Glob* widget : Screen::instance().widgets()) {
+    if (widget->idstring() != id) continue;
+    if (!isInToolbox(widget)) return widget;
+    if (!inToolbox) inToolbox = widget;
+  }
+  return inToolbox;
+}
