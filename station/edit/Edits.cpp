@@ -1,8 +1,5 @@
 #include "station/edit/Edits.h"
 
-#include <fstream>
-#include <iterator>
-
 #include "host/base/Log.h"
 #include "station/base/Events.h"
 #include "station/base/Strings.h"
@@ -23,12 +20,10 @@ Cookie cookieOfFile(const std::string& name) {
   return isEdit && name == cookie.asString().str() + std::string(kEnding) ? cookie : Cookie();
 }
 
-/// Reads a file right after its folder was listed, when the listing has made the answer fresh.
-Result<EditSummary> readListedFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return Error{ErrorCode::eNoRights, "it cannot be opened for reading.", path};
-  const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  return readEditSummary(bytes);
+Result<EditSummary> readListedSummary(const std::string& path) {
+  const Result<std::string> bytes = readListed(path);
+  if (!bytes) return bytes.error();
+  return readEditSummary(*bytes);
 }
 
 JsonValue shownClip(const ClipInfo& clip) {
@@ -64,7 +59,7 @@ void Edits::enter(const OpenProject& project, const std::vector<std::string>& fi
   for (const std::string& file : files) {
     const Cookie cookie = cookieOfFile(file);
     if (cookie.isNull()) continue;
-    auto summary = readListedFile(folder_ + "/" + file);
+    auto summary = readListedSummary(folder_ + "/" + file);
     if (summary) {
       index_.put(cookie, std::move(*summary));
     } else {

@@ -150,6 +150,10 @@ bool existsFresh(const std::string& path) {
 
 Result<std::string> readFresh(const std::string& path) {
   if (!lookAfresh(folderOf(path)) && errno != EACCES) return errorFromErrno(errno, "read", path);
+  return readListed(path);
+}
+
+Result<std::string> readListed(const std::string& path) {
   const Descriptor file = openPlainFile(path, O_RDONLY);
   struct stat status {};
   if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {

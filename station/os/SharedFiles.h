@@ -16,6 +16,10 @@ bool existsFresh(const std::string& path);
 /// A whole file's bytes. Larger than 1 GiB is refused.
 Result<std::string> readFresh(const std::string& path);
 
+/// The same for a file whose whole folder was listed a moment ago: the listing has made the answer
+/// fresh, and reading the folder again for each of thousands of files would take most of the time.
+Result<std::string> readListed(const std::string& path);
+
 /// The names in a folder, without "." and "..", in no particular order.
 Result<std::vector<std::string>> listFresh(const std::string& folder);
 

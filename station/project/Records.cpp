@@ -10,6 +10,17 @@ namespace {
 
 constexpr std::string_view kEnding = ".json";
 
+Result<JsonValue> understand(const Result<std::string>& bytes, const std::string& path) {
+  if (!bytes) return bytes.error();
+  Result<JsonValue> value = parseJson(*bytes);
+  if (value && value->isObject()) return value;
+  const std::string why = value ? "it holds no JSON object" : value.error().message;
+  return Error{ErrorCode::eBadContent,
+               "\"" + shownText(path) + "\" cannot be understood: " + why +
+                   ". It is left as it is; repair it or move it away.",
+               path};
+}
+
 }  // namespace
 
 Cookie recordCookie(std::string_view fileName, std::string_view kinds) {
@@ -24,17 +35,7 @@ std::string recordPath(const std::string& folder, const Cookie& cookie) {
   return folder + '/' + utf8Text(cookie.asString()) + std::string(kEnding);
 }
 
-Result<JsonValue> readRecord(const std::string& path) {
-  const Result<std::string> bytes = readFresh(path);
-  if (!bytes) return bytes.error();
-  Result<JsonValue> value = parseJson(*bytes);
-  if (value && value->isObject()) return value;
-  const std::string why = value ? "it holds no JSON object" : value.error().message;
-  return Error{ErrorCode::eBadContent,
-               "\"" + shownText(path) + "\" cannot be understood: " + why +
-                   ". It is left as it is; repair it or move it away.",
-               path};
-}
+Result<JsonValue> readRecord(const std::string& path) { return understand(readFresh(path), path); }
 
 void readRecords(const OpenProject& project, const std::vector<std::string>& files,
                  std::string_view kinds,
@@ -42,7 +43,8 @@ void readRecords(const OpenProject& project, const std::vector<std::string>& fil
   for (const std::string& file : files) {
     const Cookie cookie = recordCookie(file, kinds);
     if (cookie.isNull()) continue;
-    Result<JsonValue> record = readRecord(recordPath(project.folder, cookie));
+    const std::string path = recordPath(project.folder, cookie);
+    Result<JsonValue> record = understand(readListed(path), path);
     const Result<void> taken =
         record ? take(cookie, std::move(*record)) : Result<void>(record.error());
     if (!taken) LogBoth("%s\n", taken.error().message);

@@ -20,8 +20,8 @@ std::string recordPath(const std::string& folder, const Cookie& cookie);
 /// name the file.
 Result<JsonValue> readRecord(const std::string& path);
 
-/// Calls `take` with each record of these kinds among a folder's `files`. Those that cannot be read
-/// are reported and left as they are.
+/// Calls `take` with each record of these kinds among a folder's `files`, which were listed just
+/// now. Those that cannot be read are reported and left as they are.
 void readRecords(const OpenProject& project, const std::vector<std::string>& files,
                  std::string_view kinds,
                  const std::function<Result<void>(const Cookie&, JsonValue&&)>& take);
