@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <iterator>
 #include <memory>
 
 #include "host/base/Text.h"
@@ -40,9 +41,16 @@ iFileManager::DirectoryItem itemFor(int folder, const dirent& entry, int details
   return item;
 }
 
+/// Whether a name ends with what follows the pattern's last star: cheap, and says no to most names
+/// of a large folder.
+bool endsLike(std::string_view name, std::string_view pattern) {
+  return name.ends_with(pattern.substr(pattern.rfind('*') + 1));
+}
+
 }  // namespace
 
 bool matchesPattern(std::string_view name, std::string_view pattern) {
+  if (!endsLike(name, pattern)) return false;
   if (name.substr(0, 1) == "." && pattern.substr(0, 1) != ".") return false;
   std::size_t at = 0;
   std::size_t next = 0;
@@ -74,13 +82,14 @@ bool listMatching(const std::string& pattern, int kind, int details,
   errno = 0;
   while (const dirent* const entry = ::readdir(folder.get())) {
     const std::string_view name = entry->d_name;
-    if (name != "." && name != ".." && matchesPattern(name, names) &&
+    if (matchesPattern(name, names) && name != "." && name != ".." &&
         isOfKind(::dirfd(folder.get()), *entry, kind)) {
       found.push_back(itemFor(::dirfd(folder.get()), *entry, details));
     }
     errno = 0;
   }
   if (errno != 0) return false;
-  items.insert(items.end(), found.begin(), found.end());
+  items.insert(items.end(), std::make_move_iterator(found.begin()),
+               std::make_move_iterator(found.end()));
   return true;
 }

@@ -7,9 +7,16 @@
 /// A new empty folder for one test, removed with all that is in it when the test ends.
 class ScratchFolder {
  public:
-  ScratchFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "kvtest-XXXXXX").string();
-    path_ = ::mkdtemp(name.data());
+  ScratchFolder() : ScratchFolder(std::filesystem::temp_directory_path()) {}
+
+  /// In another folder than the system's for temporary files, if that can be written to.
+  explicit ScratchFolder(const std::filesystem::path& parent) {
+    std::string name = (parent / "kvtest-XXXXXX").string();
+    if (::mkdtemp(name.data()) == nullptr) {
+      name = (std::filesystem::temp_directory_path() / "kvtest-XXXXXX").string();
+      if (::mkdtemp(name.data()) == nullptr) std::abort();
+    }
+    path_ = name;
   }
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;
