@@ -1,0 +1,64 @@
+#include "tests/unit/tools/ToolRun.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace {
+
+void redirect(int stream, const std::string& path, int flags) {
+  const int file = ::open(path.c_str(), flags, 0600);
+  ::dup2(file, stream);
+  ::close(file);
+}
+
+[[noreturn]] void become(const std::vector<std::string>& words, const std::string& folder) {
+  redirect(STDIN_FILENO, folder + "/in", O_RDONLY);
+  redirect(STDOUT_FILENO, folder + "/out", O_WRONLY | O_CREAT);
+  redirect(STDERR_FILENO, folder + "/err", O_WRONLY | O_CREAT);
+  std::vector<char*> arguments{const_cast<char*>(KV_SHARE_PROGRAM)};
+  for (const auto& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  ::execv(KV_SHARE_PROGRAM, arguments.data());
+  ::_exit(127);
+}
+
+}  // namespace
+
+std::string contentOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+ToolRun runTool(const std::vector<std::string>& words, const std::string& input) {
+  const TestFolder folder;
+  static_cast<void>(folder.write("in", input));
+  const pid_t child = ::fork();
+  if (child == 0) become(words, folder.path());
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
+          contentOf(folder / "out"), contentOf(folder / "err")};
+}
+
+TestFolder::TestFolder() {
+  std::string name = (std::filesystem::temp_directory_path() / "kv-share-test-XXXXXX").string();
+  path_ = ::mkdtemp(name.data()) ? name : std::string();
+}
+
+TestFolder::~TestFolder() {
+  std::error_code ignored;
+  if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
+}
+
+std::string TestFolder::write(const std::string& name, const std::string& bytes) const {
+  const std::filesystem::path path = *this / name;
+  std::filesystem::create_directories(path.parent_path());
+  std::ofstream(path, std::ios::binary) << bytes;
+  return path.string();
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+/// The exit statuses of kv-share.
+enum ToolStatus : int {
+  eToolDone = 0,
+  eToolFinding = 1,  ///< something is wrong with what was looked at, or could not be done
+  eToolUsage = 2,    ///< the command makes no sense as it stands
+};
+
+/// Writes one line that tells what went wrong to standard error; returns the status for `return`.
+ToolStatus toolProblem(ToolStatus status, const std::string& message);
+
+/// Opens a file, or standard input for "-" or nothing, and reads all of it; false when that fails.
+bool readInput(const std::string& file, std::string& bytes);
+
+// Each adds its command; what it is called with stays valid as long as the program, and its result
+// is left in `status`.
+void addDecodeCommand(CLI::App& tool, ToolStatus& status);
+void addSendCommand(CLI::App& tool, ToolStatus& status);
+void addCompletionCommand(CLI::App& tool, ToolStatus& status);
+void addLocksCommand(CLI::App& tool, ToolStatus& status);
+void addBreakCommand(CLI::App& tool, ToolStatus& status);
+void addUsersCommand(CLI::App& tool, ToolStatus& status);
