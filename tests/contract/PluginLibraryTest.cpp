@@ -21,9 +21,10 @@ Names found(const std::string& command, const std::string& expression) {
   return names;
 }
 
-TEST(PluginLibraryTest, ItExportsItsEntryAlone) {
-  const std::string command = std::string(KV_NM) + " -D --defined-only " + KV_PLUGIN;
-  EXPECT_EQ(found(command, R"(^\S+ \w (\S+))"), Names{"kvPluginInstance"});
+TEST(PluginLibraryTest, ItExportsItsEntryAndTheMessagePanelsRegistrationAlone) {
+  const std::string command = std::string(KV_NM) + " -D -C --defined-only " + KV_PLUGIN;
+  EXPECT_EQ(found(command, R"(^\S+ \w (.+)$)"),
+            (Names{"Messager::registerTypes()", "kvPluginInstance"}));
 }
 
 TEST(PluginLibraryTest, ItsNameHasNoPrefix) {
