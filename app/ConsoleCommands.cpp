@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstdio>
 
+#include "app/EventWriter.h"
+#include "station/base/Notifications.h"
 #include "station/project/Projects.h"
 
 namespace {
@@ -124,6 +126,14 @@ Result<JsonValue> sleepFor(const Arguments& words, Waiter& waiter) {
   return JsonValue();
 }
 
+Result<JsonValue> listNotifications() {
+  JsonValue all = JsonValue::array();
+  for (const Notification& each : notifications()) {
+    all.append(JsonValue::object({{"time", each.timeText()}, textMember("text", each.text)}));
+  }
+  return all;
+}
+
 }  // namespace
 
 void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
@@ -132,11 +142,9 @@ void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
              [&table](const Arguments& words) { return help(table, words); }, here});
   table.add({"state", "", "Shows everything that this station shows of the open project.", 0, 0,
              [](const Arguments&) -> Result<JsonValue> { return Projects::instance().state(); }});
-  table.add(
-      {"notifications", "", "Shows the texts that reached this station and that no panel took.", 0,
-       0,
-       [services](const Arguments&) -> Result<JsonValue> { return services.notifications.list(); },
-       here});
+  table.add({"notifications", "",
+             "Shows the texts that reached this station and that no panel took.", 0, 0,
+             [](const Arguments&) { return listNotifications(); }});
   table.add({"wait", "EVENT [KEY=VALUE...] [--timeout S]",
              "Waits for an event that was not waited for before, 10 seconds at most.", 1,
              Command::kAnyNumber,

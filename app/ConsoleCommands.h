@@ -4,14 +4,12 @@
 
 #include "app/Command.h"
 #include "app/EventHistory.h"
-#include "app/Notifications.h"
 #include "app/Waiter.h"
 
 /// What the console's own commands work with; all must outlive the table.
 struct ConsoleServices {
   Waiter& waiter;
   EventHistory& history;
-  const Notifications& notifications;
 
   /// The cookie that a name means in the open project, or empty. Console thread.
   std::function<std::string(const std::string&)> cookieOf;

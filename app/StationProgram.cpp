@@ -17,6 +17,7 @@
 #include "app/commands/EditCommands.h"
 #include "app/commands/FilterCommands.h"
 #include "app/commands/MediaCommands.h"
+#include "app/commands/PanelCommands.h"
 #include "app/commands/ProjectCommands.h"
 #include "app/commands/UserCommands.h"
 #include "host/base/Config.h"
@@ -92,7 +93,6 @@ Result<void> StationProgram::prepare() {
     events_.addSink(file_);
   }
   events_.addSink(history_);
-  events_.addSink(notifications_);
   events_.addSink(text_);
   installEvents(&events_);
   addCommands();
@@ -115,13 +115,14 @@ Result<void> StationProgram::openInput() {
 }
 
 void StationProgram::addCommands() {
-  addConsoleCommands(commands_, {waiter_, history_, notifications_,
-                                 [this](const std::string& name) { return cookieOf(name); }});
+  addConsoleCommands(
+      commands_, {waiter_, history_, [this](const std::string& name) { return cookieOf(name); }});
   addProjectCommands(commands_);
   addEditCommands(commands_);
   addContainerCommands(commands_);
   addFilterCommands(commands_);
   addMediaCommands(commands_);
+  addPanelCommands(commands_);
   addUserCommands(commands_);
 }
 

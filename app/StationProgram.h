@@ -9,7 +9,6 @@
 #include "app/EventHistory.h"
 #include "app/EventWriter.h"
 #include "app/HumanText.h"
-#include "app/Notifications.h"
 #include "app/Options.h"
 #include "app/Waiter.h"
 #include "app/iLineReader.h"
@@ -43,7 +42,6 @@ class StationProgram {
   HumanText text_;
   EventFile file_;
   EventHistory history_;
-  Notifications notifications_;
   EventWriter events_;
   CommandTable commands_;
   std::unique_ptr<iLineReader> reader_;

@@ -19,6 +19,7 @@
 #include "station/project/ObjectNames.h"
 #include "station/project/Projects.h"
 #include "station/project/StationCommands.h"
+#include "station/ui/Desktop.h"
 
 namespace {
 
@@ -63,6 +64,7 @@ struct Station::Parts {
   Filters filters;
   MediaCache media;
   StationCommands commands;
+  Desktop desktop;
   PluginLoader plugin;
 };
 
@@ -90,6 +92,7 @@ void Station::stop(Shutdown::eExitType type) {
     if (auto left = parts_->projects.leave(); !left) LogBoth("%s\n", left.error().message);
   }
   unmarkPresent();
+  parts_->desktop.closeTools();
   parts_->plugin.unload(type);
 }
 

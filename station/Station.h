@@ -10,9 +10,9 @@
 /// One workstation: the host behind the plug-in, whole.
 ///
 /// Construction makes, in this order, the host thread's queue, the network service, the operating
-/// system layer, the projects, their parts (edits, bins, racks, filters, media, rooms) and the
-/// command map; destruction takes them down in the reverse order. settings() must be installed
-/// before, and stay.
+/// system layer, the projects, their parts (edits, bins, racks, filters, media, rooms), the
+/// command map and the desktop; destruction takes them down in the reverse order. settings() must
+/// be installed before, and stay.
 ///
 ///     start()    the projects directory is looked at
 ///                the plug-in is loaded and initialised
@@ -20,6 +20,7 @@
 ///     ...        hostThread().run()
 ///     stop()     the open project and its room are left
 ///                the mark of presence is taken away
+///                the plug-in's panels are closed
 ///                the shutdown callbacks run
 ///                the plug-in is taken down and unloaded
 ///

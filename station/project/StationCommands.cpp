@@ -5,6 +5,7 @@
 #include "host/base/Log.h"
 #include "host/project/ProjectSpacesManager.h"
 #include "station/base/Events.h"
+#include "station/base/Notifications.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/containers/Bins.h"
@@ -63,7 +64,7 @@ void StationCommands::callCommand(Index index, const CommandContext& /*context*/
   if (index >= kCommands.size()) return;
   const std::string said = kCommands[index].run();
   LogBoth("Remote command \"%s\": %s\n", kCommands[index].name, said);
-  events().notification(said);
+  notifyUser(said);
   events().command(kCommands[index].name);
 }
 

@@ -4,7 +4,7 @@
 
 #include "host/base/Log.h"
 #include "host/ui/Glib.h"
-#include "station/base/Events.h"
+#include "station/base/Notifications.h"
 #include "station/ui/ComponentTypes.h"
 #include "station/ui/Screen.h"
 
@@ -123,7 +123,6 @@ void Desktop::closeTools() {
 }
 
 bool Desktop::handleMessageEvent(const LightweightString<char>& text, Glob*) {
-  notifications_.add(text.str());
-  events().notification(text.str());
+  notifyUser(text.str());
   return true;
 }

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "host/ui/GenIcon.h"
-#include "station/ui/Notifications.h"
 #include "station/ui/Toolbox.h"
 
 /// What is kept of a tool on the desktop, to restore it later.
@@ -16,8 +15,8 @@ struct SavedTool {
 
 /// The root of all widgets: the toolbox and the tools that the user took out of it.
 ///
-/// It is the last to be asked about texts, and takes every one: it shows it as a notification and
-/// keeps it, so that nothing that a colleague wrote is lost unseen. One object a process. Host
+/// It is the last to be asked about texts, and takes every one as a notification, so that nothing
+/// that a colleague wrote is lost unseen. One object a process. Host
 /// thread.
 class Desktop : public Glob {
  public:
@@ -33,7 +32,6 @@ class Desktop : public Glob {
   static Desktop* current();
 
   [[nodiscard]] Toolbox& toolbox() const { return *toolbox_; }
-  [[nodiscard]] const Notifications& notifications() const { return notifications_; }
 
   /// Hands what the user did to the widget concerned: mouse events to the one under the mouse, keys
   /// and text to the one that has the keyboard; upwards from there. The tab key moves on to the
@@ -52,7 +50,7 @@ class Desktop : public Glob {
   /// Destroys all tools and forgets their types; before the plug-ins they come from are unloaded.
   void closeTools();
 
-  /// Notes a text as a notification and tells the station's events. Always true.
+  /// Shows a text to the user as a notification. Always true.
   bool handleMessageEvent(const LightweightString<char>& text, Glob* sender) override;
 
  private:
@@ -60,5 +58,4 @@ class Desktop : public Glob {
   bool moveFocus();
 
   Toolbox* toolbox_ = nullptr;
-  Notifications notifications_;
 };

@@ -39,9 +39,19 @@ std::size_t itemFor(const TitleMenuButton& menu, LightweightString<wchar_t> text
   return static_cast<std::size_t>(found - items.begin());
 }
 
+/// A text that may hold bytes that are no UTF-8, as a script can read it: each such byte is shown
+/// as the replacement character.
+std::string readableText(const LightweightString<wchar_t>& text) {
+  std::wstring readable = text.str();
+  std::ranges::replace_if(
+      readable, [](wchar_t letter) { return letter >= 0xDC00 && letter <= 0xDFFF; },
+      wchar_t{0xFFFD});
+  return utf8Text(LightweightString<wchar_t>(std::wstring_view(readable)));
+}
+
 JsonValue textList(const std::vector<LightweightString<wchar_t>>& texts) {
   JsonValue list = JsonValue::array();
-  for (const auto& text : texts) list.append(utf8Text(text));
+  for (const auto& text : texts) list.append(readableText(text));
   return list;
 }
 
@@ -184,9 +194,9 @@ Result<JsonValue> PanelHands::show() const {
   shown.set("title", utf8Text((*panel)->title()));
   shown.set("recipient_label", utf8Text(widgets->recipient->label()));
   shown.set("recipients", textList(widgets->recipient->items()));
-  shown.set("recipient", utf8Text(widgets->recipient->getSelectedItemName()));
+  shown.set("recipient", readableText(widgets->recipient->getSelectedItemName()));
   shown.set("lines", textList(widgets->log->getStrings()));
-  shown.set("entry", utf8Text(widgets->entry->getText()));
+  shown.set("entry", readableText(widgets->entry->getText()));
   shown.set("prompt", utf8Text(widgets->entry->textBox().prompt()));
   return shown;
 }

@@ -1,0 +1,34 @@
+#include "station/base/Notifications.h"
+
+#include <array>
+#include <ctime>
+
+#include "station/base/Events.h"
+
+namespace {
+
+std::deque<Notification>& keptNotifications() {
+  static std::deque<Notification> kept;
+  return kept;
+}
+
+}  // namespace
+
+std::string Notification::timeText() const {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+  std::tm parts{};
+  ::localtime_r(&seconds, &parts);
+  std::array<char, 32> written{};
+  const std::size_t length =
+      std::strftime(written.data(), written.size(), "%Y-%m-%d %H:%M:%S", &parts);
+  return {written.data(), length};
+}
+
+void notifyUser(const std::string& text) {
+  auto& kept = keptNotifications();
+  kept.push_back({std::chrono::system_clock::now(), text});
+  if (kept.size() > kMostNotifications) kept.pop_front();
+  events().notification(text);
+}
+
+const std::deque<Notification>& notifications() { return keptNotifications(); }

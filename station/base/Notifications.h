@@ -1,0 +1,24 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <deque>
+#include <string>
+
+/// A text for the user that no panel took.
+struct Notification {
+  std::chrono::system_clock::time_point time;
+  std::string text;  ///< as it came: UTF-8, if its sender wrote that
+
+  /// The local time of day as "2024-05-31 12:00:00".
+  [[nodiscard]] std::string timeText() const;
+};
+
+/// Shows a text to the user: keeps it with the time and tells the station's events. Host thread.
+void notifyUser(const std::string& text);
+
+/// The notifications of this process, the oldest first; of very many the latest kMostNotifications,
+/// so that a flood does not take the machine's memory. Host thread.
+const std::deque<Notification>& notifications();
+
+inline constexpr std::size_t kMostNotifications = 10'000;
