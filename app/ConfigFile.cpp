@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -86,10 +87,12 @@ Result<std::vector<ConfigLine>> readConfigFile(const std::string& file) {
                      "; name another with --config FILE.",
                  file};
   }
-  const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (in.bad() || (text.empty() && in.fail() && !in.eof())) {
+  std::error_code problem;
+  if (std::filesystem::is_directory(file, problem)) {
     return Error{ErrorCode::eSystem,
-                 "The configuration file " + file + " cannot be read; is it a folder?", file};
+                 "The configuration file " + file + " is a folder; name a file with --config FILE.",
+                 file};
   }
+  const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   return parseConfig(text, file);
 }

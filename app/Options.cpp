@@ -27,8 +27,6 @@ void declare(CLI::App& app, std::map<std::string, std::vector<std::string>>& val
   for (const OptionSpec& spec : optionTable()) {
     app.add_option("--" + std::string(spec.name), values[spec.name], spec.help)
         ->type_name(spec.value)
-        ->type_size(1)
-        ->expected(1, 1 << 16)
         ->allow_extra_args(false);
   }
   app.add_flag("--keep-going", flags.keepsGoing, "go on after a command of a script that failed");

@@ -15,7 +15,8 @@ constexpr const char* kNothing = "(none)";
 /// How many columns of a terminal the text takes.
 std::size_t width(const std::string& text) {
   std::size_t columns = 0;
-  for (const wchar_t letter : wideText(text).view()) {
+  const LightweightString<wchar_t> letters = wideText(text);
+  for (const wchar_t letter : letters.view()) {
     const int taken = ::wcwidth(letter);
     columns += taken < 0 ? 1 : static_cast<std::size_t>(taken);
   }

@@ -2,9 +2,9 @@
 
 #include "host/base/HostApi.h"
 
-// What the host prints on standard output. Any thread. A host that uses standard output for
-// something else may send these lines elsewhere; the station with `--events -` sends them to
-// standard error.
+// What the host prints on standard output, and writes to the host log. Any thread. A host that uses
+// standard output for something else may send these lines elsewhere; the station with `--events -`
+// sends them to standard error.
 
 /// Prints "assertion failed %s at %s\n" with the condition and the place (such as
 /// "ProjectShare/NetMessage line 46"). Never stops the program.

@@ -4,8 +4,8 @@
 #include <mutex>
 #include <string>
 
+#include "host/base/Log.h"
 #include "station/base/DiagnosticStream.h"
-#include "station/base/Events.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ void print(const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stream);
     if (text.find('\n') != std::string::npos) std::fflush(stream);
   }
-  events().log(true, text);
+  writeLog(text);
 }
 
 const char* orEmpty(const char* text) { return text ? text : ""; }

@@ -1,0 +1,62 @@
+#include <gtest/gtest.h>
+
+#include "app/Command.h"
+#include "app/NearestName.h"
+
+namespace {
+
+Result<JsonValue> nothing(const Arguments&) { return JsonValue(); }
+
+CommandTable someCommands() {
+  CommandTable table;
+  for (const char* name : {"edit list", "edit trim", "edit", "state", "room enter", "quit"}) {
+    table.add({name, "", "", 0, 0, nothing});
+  }
+  return table;
+}
+
+TEST(NearestName, CountsLettersThatMustChange) {
+  struct Row {
+    const char* a;
+    const char* b;
+    std::size_t distance;
+  };
+  for (const Row& row :
+       {Row{"", "", 0}, Row{"a", "", 1}, Row{"", "abc", 3}, Row{"state", "state", 0},
+        Row{"stat", "state", 1}, Row{"stxte", "state", 1}, Row{"satte", "state", 1},
+        Row{"edti lsit", "edit list", 2}, Row{"kitten", "sitting", 3}}) {
+    EXPECT_EQ(editDistance(row.a, row.b), row.distance) << row.a << " " << row.b;
+    EXPECT_EQ(editDistance(row.b, row.a), row.distance) << row.b << " " << row.a;
+  }
+}
+
+TEST(NearestName, NothingIsNearWhenAThirdOfTheLettersDiffers) {
+  EXPECT_EQ(nearestName("stte", {"quit", "state"}), "state");
+  EXPECT_EQ(nearestName("xyz", {"quit", "state"}), "");
+  EXPECT_EQ(nearestName("", {"quit"}), "");
+}
+
+TEST(CommandTable, TheLongestNameIsFound) {
+  const CommandTable table = someCommands();
+  std::size_t count = 0;
+  ASSERT_NE(table.find({"edit", "trim", "E0001"}, count), nullptr);
+  EXPECT_EQ(table.find({"edit", "trim", "E0001"}, count)->name, "edit trim");
+  EXPECT_EQ(count, 2u);
+  EXPECT_EQ(table.find({"edit", "other"}, count)->name, "edit");
+  EXPECT_EQ(count, 1u);
+  EXPECT_EQ(table.find({"Edit"}, count), nullptr);
+  EXPECT_EQ(table.find({}, count), nullptr);
+}
+
+TEST(CommandTable, TheNearestNameIsSuggestedWhateverFollowsIt) {
+  CommandTable table;
+  for (const char* name : {"edit list", "edit trim", "state", "room enter"}) {
+    table.add({name, "", "", 0, 0, nothing});
+  }
+  EXPECT_EQ(table.nearest({"edit", "tirm", "Scene 1", "0", "5"}), "edit trim");
+  EXPECT_EQ(table.nearest({"rom", "enter", "Sound"}), "room enter");
+  EXPECT_EQ(table.nearest({"sttae"}), "state");
+  EXPECT_EQ(table.nearest({"frobnicate"}), "");
+}
+
+}  // namespace

@@ -1,0 +1,55 @@
+#include "app/ConfigFile.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(ConfigFile, ReadsKeysAndValuesWithTheirLines) {
+  const auto lines = parseConfig(
+      "# a station\n\nprojects = /mnt/my projects\n  user=\"Anna # B.\"  # her\r\nmachine =12 # "
+      "twelve\nempty =\nlast=x=y",
+      "f");
+  ASSERT_TRUE(lines) << lines.error().message;
+  struct Row {
+    int number;
+    const char* key;
+    const char* value;
+  };
+  const Row rows[] = {{3, "projects", "/mnt/my projects"},
+                      {4, "user", "Anna # B."},
+                      {5, "machine", "12"},
+                      {6, "empty", ""},
+                      {7, "last", "x=y"}};
+  ASSERT_EQ(lines->size(), std::size(rows));
+  for (std::size_t i = 0; i < std::size(rows); ++i) {
+    EXPECT_EQ((*lines)[i].number, rows[i].number);
+    EXPECT_EQ((*lines)[i].key, rows[i].key);
+    EXPECT_EQ((*lines)[i].value, rows[i].value) << rows[i].key;
+  }
+}
+
+TEST(ConfigFile, AWrongLineIsReportedWithFileAndLine) {
+  struct Row {
+    const char* text;
+    const char* part;
+  };
+  for (const Row& row :
+       {Row{"user = a\nnonsense\n", "/c/station.conf:2: \"nonsense\" has no \"=\""},
+        Row{"\n\n= x\n", "/c/station.conf:3: nothing stands before"},
+        Row{"two words = x", "/c/station.conf:1: \"two words\" is no key"},
+        Row{"user = \"Anna", "/c/station.conf:1: the quote before the value"},
+        Row{"user = \"Anna\" B.", "/c/station.conf:1: something stands behind"}}) {
+    const auto lines = parseConfig(row.text, "/c/station.conf");
+    ASSERT_FALSE(lines) << row.text;
+    EXPECT_EQ(lines.error().message.find(row.part), 0u) << lines.error().message;
+  }
+}
+
+TEST(ConfigFile, AFileThatIsMissingAndAFolderAreToldByName) {
+  EXPECT_EQ(readConfigFile("/nowhere/station.conf").error().code, ErrorCode::eNotFound);
+  const auto folder = readConfigFile("/tmp");
+  ASSERT_FALSE(folder);
+  EXPECT_NE(folder.error().message.find("/tmp"), std::string::npos);
+}
+
+}  // namespace

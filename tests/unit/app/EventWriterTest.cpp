@@ -1,0 +1,124 @@
+#include "app/EventWriter.h"
+
+#include <gtest/gtest.h>
+
+#include "app/EventFile.h"
+#include "app/Notifications.h"
+
+namespace {
+
+/// Keeps the events that it takes.
+class KeptEvents : public iEventSink {
+ public:
+  void take(const StationEvent& event) override { events.push_back(event); }
+  std::vector<StationEvent> events;
+};
+
+struct EventWriterTest : testing::Test {
+  EventWriterTest() { writer.addSink(kept); }
+  const JsonValue& last() { return kept.events.back().value; }
+
+  EventWriter writer;
+  KeptEvents kept;
+};
+
+TEST_F(EventWriterTest, EveryEventHasItsNameAndTheMonotonicTime) {
+  writer.command("refresh");
+  writer.command("refresh");
+  ASSERT_EQ(kept.events.size(), 2u);
+  EXPECT_EQ(last()["event"].asString(), "command");
+  EXPECT_EQ(last()["name"].asString(), "refresh");
+  EXPECT_GT(last()["time"].asDouble(), 0);
+  EXPECT_LE(kept.events[0].value["time"].asDouble(), kept.events[1].value["time"].asDouble());
+}
+
+TEST_F(EventWriterTest, TheLineIsTheSameObjectAsJson) {
+  writer.notification("a \"quoted\"\nline");
+  const auto read = parseJson(kept.events.back().line);
+  ASSERT_TRUE(read) << kept.events.back().line;
+  EXPECT_EQ(*read, last());
+  EXPECT_EQ(kept.events.back().line.find('\n'), std::string::npos);
+}
+
+TEST_F(EventWriterTest, AMessageIsShownByItsFieldsAndItsBytes) {
+  writer.sent(
+      "d\xAC"
+      "2\xACP0001\xAC"
+      "E0002\xAC");
+  EXPECT_EQ(last()["event"].asString(), "sent");
+  EXPECT_EQ(last()["type"].asLong(), 2);
+  EXPECT_EQ(last()["type_name"].asString(), "EditSaved");
+  EXPECT_EQ(last()["project"].asString(), "P0001");
+  EXPECT_EQ(last()["cookie"].asString(), "E0002");
+  EXPECT_EQ(last()["text_hex"].asString(), "64ac32ac5030303031ac4530303032ac");
+  for (const char* key : {"target", "data"}) EXPECT_TRUE(last().find(key)) << key;
+}
+
+TEST_F(EventWriterTest, BytesThatAreNotUtf8AreGivenInHexadecimal) {
+  struct Row {
+    std::string text;
+    const char* hex;
+  };
+  for (const Row& row : {Row{"\xFF", "ff"}, Row{"a\xC3", "61c3"}, Row{"\xED\xA0\x80", "eda080"},
+                         Row{"\xC0\xAF", "c0af"}}) {
+    writer.notification(row.text);
+    EXPECT_EQ(last().find("text"), nullptr) << row.hex;
+    EXPECT_EQ(last()["text_hex"].asString(), row.hex);
+  }
+  writer.notification("20 \xE2\x82\xAC");
+  EXPECT_EQ(last()["text"].asString(), "20 \xE2\x82\xAC");
+  EXPECT_EQ(last().find("text_hex"), nullptr);
+}
+
+TEST_F(EventWriterTest, AChangeSaysWhatHowAndFromWhere) {
+  writer.changed("edit", Cookie("E0007", false), "reloaded", Origin::eRemote);
+  EXPECT_EQ(last()["what"].asString(), "edit");
+  EXPECT_EQ(last()["cookie"].asString(), "E0007");
+  EXPECT_EQ(last()["how"].asString(), "reloaded");
+  EXPECT_EQ(last()["origin"].asString(), "remote");
+}
+
+TEST_F(EventWriterTest, LogLinesSayWhereTheyWentAndLoseTheirEnd) {
+  writer.log(true, "Sent :\n");
+  EXPECT_EQ(last()["to"].asString(), "console");
+  EXPECT_EQ(last()["text"].asString(), "Sent :");
+  writer.log(false, "quiet");
+  EXPECT_EQ(last()["to"].asString(), "file");
+}
+
+TEST_F(EventWriterTest, DroppedDatagramsAreCountedWhereThereAreAny) {
+  writer.network("no route", 0);
+  EXPECT_EQ(last().find("dropped"), nullptr);
+  writer.network("overflow", 17);
+  EXPECT_EQ(last()["dropped"].asLong(), 17);
+}
+
+TEST_F(EventWriterTest, NotificationsAreKeptWithTheirTime) {
+  Notifications notifications;
+  writer.addSink(notifications);
+  writer.notification("lunch?");
+  writer.command("refresh");
+  ASSERT_EQ(notifications.list().elements().size(), 1u);
+  EXPECT_EQ(notifications.list().elements()[0]["text"].asString(), "lunch?");
+  EXPECT_EQ(notifications.list().elements()[0]["time"].asString().size(), 19u);
+}
+
+TEST_F(EventWriterTest, AFullDiskIsToldOnceAndTheStationGoesOn) {
+  std::vector<std::string> told;
+  EventFile file([&told](const std::string& problem) { told.push_back(problem); });
+  ASSERT_TRUE(file.open("/dev/full"));
+  writer.addSink(file);
+  for (int i = 0; i < 3; ++i) writer.command("refresh");
+  ASSERT_EQ(told.size(), 1u);
+  EXPECT_NE(told[0].find("/dev/full"), std::string::npos) << told[0];
+  EXPECT_EQ(kept.events.size(), 3u);
+}
+
+TEST_F(EventWriterTest, AnEventFileThatCannotBeOpenedIsNamed) {
+  EventFile file([](const std::string&) {});
+  const auto opened = file.open("/nowhere/events");
+  ASSERT_FALSE(opened);
+  EXPECT_NE(opened.error().message.find("/nowhere/events"), std::string::npos);
+}
+
+}  // namespace

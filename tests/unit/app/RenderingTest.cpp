@@ -1,0 +1,55 @@
+#include "app/Rendering.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+
+namespace {
+
+TEST(Rendering, EachKindOfValueIsShownAsPeopleReadIt) {
+  struct Row {
+    const char* json;
+    const char* shown;
+  };
+  const Row rows[] = {
+      {"null", ""},
+      {"true", "yes"},
+      {"false", "no"},
+      {"12", "12"},
+      {"\"a text\"", "a text"},
+      {"\"two\\nlines\"", "two\nlines"},
+      {"[]", "(none)"},
+      {"[\"a\",\"b\"]", "a\nb"},
+      {"{\"name\":\"Film\",\"open\":false}", "name: Film\nopen: no"},
+      {"{\"name\":\"\",\"of\":[\"a\",\"b\"]}", "name:\nof: a, b"},
+      {"{\"p\":{\"x\":1,\"y\":2}}", "p:\n  x: 1\n  y: 2"},
+      {"[{\"name\":\"A\",\"no\":1},{\"name\":\"Long\",\"no\":20}]", "name  no\nA     1\nLong  20"},
+      {"[{\"a\":1,\"gone\":\"\"},{\"a\":2,\"gone\":null}]", "a\n1\n2"},
+      {"[{\"lock_owner\":\"ANNA\"}]", "lock owner\nANNA"},
+      {"{\"edits\":[{\"n\":\"A\"},{\"n\":\"B\"}]}", "edits:\n  n\n  A\n  B"},
+      {"[{\"a\":\"\"}]", "(none)"},
+  };
+  for (const Row& row : rows) {
+    const auto value = parseJson(row.json);
+    ASSERT_TRUE(value) << row.json;
+    EXPECT_EQ(renderForPeople(*value), row.shown) << row.json;
+  }
+}
+
+TEST(Rendering, NoNameMovesTheCursor) {
+  EXPECT_EQ(renderForPeople(JsonValue("a\x1b[2Jb\rc")), "a?[2Jb?c");
+  const JsonValue rows = JsonValue::array();
+  JsonValue table = rows;
+  table.append(JsonValue::object({{"name", "a\nb"}}));
+  EXPECT_EQ(renderForPeople(table), "name\na?b");
+}
+
+TEST(Rendering, ColumnsAreAlignedByWhatATerminalShows) {
+  if (!std::setlocale(LC_CTYPE, "C.UTF-8")) FAIL() << "C.UTF-8 is missing";
+  JsonValue table = JsonValue::array();
+  table.append(JsonValue::object({{"name", "\xC3\x84\xC3\x96"}, {"n", 1}}));
+  table.append(JsonValue::object({{"name", "\xE6\x98\xA0\xE7\x94\xBB"}, {"n", 2}}));
+  EXPECT_EQ(renderForPeople(table), "name  n\n\xC3\x84\xC3\x96    1\n\xE6\x98\xA0\xE7\x94\xBB  2");
+}
+
+}  // namespace
