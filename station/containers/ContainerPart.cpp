@@ -23,7 +23,7 @@ std::string quoted(const std::string& text) { return "\"" + shownText(text) + "\
 void ContainerPart::enter(const OpenProject& project, const std::vector<std::string>& files) {
   leave();
   folder_ = project.folder;
-  readRecords(project, files, kind_.letters,
+  readRecords(folder_, files, kind_.letters,
               [this](const Cookie& cookie, JsonValue&& record) -> Result<void> {
                 const Result<void> sound = check(cookie, record);
                 if (sound) show(cookie, std::move(record));
@@ -128,18 +128,13 @@ void ContainerPart::readAllAgain() {
   const Result<std::vector<std::string>> files = listFresh(folder_);
   if (!files) return LogBoth("%s\n", files.error().message);
   std::set<Cookie> present;
-  for (const std::string& file : *files) {
-    const Cookie cookie = recordCookie(file, kind_.letters);
-    if (cookie.isNull()) continue;
-    present.insert(cookie);
-    Result<JsonValue> record = read(cookie);
+  for (const std::string& file : *files) present.insert(recordCookie(file, kind_.letters));
+  readRecords(folder_, *files, kind_.letters, [this](const Cookie& cookie, JsonValue&& record) {
+    const Result<void> sound = check(cookie, record);
     const Container* const known = find(cookie);
-    if (!record) {
-      LogBoth("%s\n", record.error().message);
-    } else if (!known || !(known->record == *record)) {
-      take(cookie, std::move(*record));
-    }
-  }
+    if (sound && !(known && known->record == record)) take(cookie, std::move(record));
+    return sound;
+  });
   dropMissing(present);
 }
 

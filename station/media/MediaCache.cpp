@@ -196,7 +196,7 @@ Kv::Ptr<Kv::Guard> MediaCache::registerInternal(
 
 void MediaCache::enter(const OpenProject& project, const std::vector<std::string>& files) {
   folder_ = project.folder;
-  readRecords(project, files, kMaterialKind,
+  readRecords(folder_, files, kMaterialKind,
               [this](const Cookie& record, JsonValue&& content) { return take(record, content); });
 }
 

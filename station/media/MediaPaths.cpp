@@ -13,17 +13,18 @@ bool hasBackslashes(const std::string& path) { return path.starts_with("\\\\"); 
 
 bool climbs(const std::string& path) { return (path + '/').find("/../") != std::string::npos; }
 
-std::string withoutTrailingSlashes(std::string path) {
-  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
-  return path;
+/// A directory without separators at its end; the root is the empty text.
+std::string stemOf(std::string directory) {
+  const char* const separators = hasBackslashes(directory) ? "/\\" : "/";
+  directory.resize(directory.find_last_not_of(separators) + 1);
+  return directory;
 }
 
 /// What follows the directory in the path, with the slash before it; nothing when the path does not
 /// lie below it.
 std::optional<std::string> below(const std::string& path, const std::string& directory) {
-  const std::string whole = withoutTrailingSlashes(directory);
-  const std::string stem = whole == "/" ? "" : whole;
-  if (whole.empty() || !path.starts_with(stem + '/') || climbs(path)) return std::nullopt;
+  const std::string stem = stemOf(directory);
+  if (directory.empty() || !path.starts_with(stem + '/') || climbs(path)) return std::nullopt;
   return path.substr(stem.size());
 }
 
@@ -59,12 +60,12 @@ std::string networkForm(const std::string& localPath) {
   const MediaDirectory* const directory = longestMatch(localPath, &MediaDirectory::local, rest);
   if (!directory) return localPath;
   if (hasBackslashes(directory->unc)) std::replace(rest.begin(), rest.end(), '/', '\\');
-  return directory->unc + rest;
+  return stemOf(directory->unc) + rest;
 }
 
 std::string localForm(const std::string& networkPath) {
   std::string rest;
   const MediaDirectory* const directory =
       longestMatch(mediaKey(networkPath), &MediaDirectory::unc, rest);
-  return directory ? withoutTrailingSlashes(directory->local) + rest : networkPath;
+  return directory ? stemOf(directory->local) + rest : networkPath;
 }

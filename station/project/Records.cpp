@@ -37,13 +37,13 @@ std::string recordPath(const std::string& folder, const Cookie& cookie) {
 
 Result<JsonValue> readRecord(const std::string& path) { return understand(readFresh(path), path); }
 
-void readRecords(const OpenProject& project, const std::vector<std::string>& files,
+void readRecords(const std::string& folder, const std::vector<std::string>& files,
                  std::string_view kinds,
                  const std::function<Result<void>(const Cookie&, JsonValue&&)>& take) {
   for (const std::string& file : files) {
     const Cookie cookie = recordCookie(file, kinds);
     if (cookie.isNull()) continue;
-    const std::string path = recordPath(project.folder, cookie);
+    const std::string path = recordPath(folder, cookie);
     Result<JsonValue> record = understand(readListed(path), path);
     const Result<void> taken =
         record ? take(cookie, std::move(*record)) : Result<void>(record.error());

@@ -3,9 +3,10 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "host/base/Cookie.h"
 #include "station/base/Json.h"
-#include "station/project/iProjectPart.h"
 
 // The small JSON files in a project's folder: <folder>/<cookie>.json, one object a file, whose
 // member "name" is what the user calls it. Host thread.
@@ -22,6 +23,6 @@ Result<JsonValue> readRecord(const std::string& path);
 
 /// Calls `take` with each record of these kinds among a folder's `files`, which were listed just
 /// now. Those that cannot be read are reported and left as they are.
-void readRecords(const OpenProject& project, const std::vector<std::string>& files,
+void readRecords(const std::string& folder, const std::vector<std::string>& files,
                  std::string_view kinds,
                  const std::function<Result<void>(const Cookie&, JsonValue&&)>& take);
