@@ -19,6 +19,7 @@
 #include "app/commands/MediaCommands.h"
 #include "app/commands/PanelCommands.h"
 #include "app/commands/ProjectCommands.h"
+#include "app/commands/RoomCommands.h"
 #include "app/commands/UserCommands.h"
 #include "host/base/Config.h"
 #include "station/base/DiagnosticStream.h"
@@ -118,6 +119,7 @@ void StationProgram::addCommands() {
   addConsoleCommands(
       commands_, {waiter_, history_, [this](const std::string& name) { return cookieOf(name); }});
   addProjectCommands(commands_);
+  addRoomCommands(commands_);
   addEditCommands(commands_);
   addContainerCommands(commands_);
   addFilterCommands(commands_);

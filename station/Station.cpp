@@ -18,6 +18,7 @@
 #include "station/plugin/PluginLoader.h"
 #include "station/project/ObjectNames.h"
 #include "station/project/Projects.h"
+#include "station/project/Rooms.h"
 #include "station/project/StationCommands.h"
 #include "station/ui/Desktop.h"
 
@@ -63,6 +64,7 @@ struct Station::Parts {
   Racks racks;
   Filters filters;
   MediaCache media;
+  Rooms rooms;
   StationCommands commands;
   Desktop desktop;
   PluginLoader plugin;
@@ -74,6 +76,7 @@ Station::Station() : parts_(std::make_unique<Parts>()) {
   parts_->projects.addPart(parts_->racks);
   parts_->projects.addPart(parts_->filters);
   parts_->projects.addPart(parts_->media);
+  parts_->projects.addPart(parts_->rooms);
 }
 
 Station::~Station() { stop(Shutdown::eNormalExit); }

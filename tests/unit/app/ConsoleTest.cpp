@@ -38,8 +38,8 @@ class ConsoleTest : public testing::Test {
   ConsoleTest() {
     events.addSink(kept);
     events.addSink(history);
-    addConsoleCommands(commands, {waiter, history, notifications,
-                                  [](const std::string& name) { return "E" + name; }});
+    addConsoleCommands(commands,
+                       {waiter, history, [](const std::string& name) { return "E" + name; }});
     add("where", 0, [this](const Arguments&) -> Result<JsonValue> {
       return JsonValue(std::this_thread::get_id() == host.get_id());
     });
@@ -78,7 +78,6 @@ class ConsoleTest : public testing::Test {
   HostThread hostThread;
   Waiter waiter;
   EventHistory history{waiter};
-  Notifications notifications;
   KeptReplies kept;
   EventWriter events;
   CommandTable commands;

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "app/EventFile.h"
-#include "app/Notifications.h"
 
 namespace {
 
@@ -91,16 +90,6 @@ TEST_F(EventWriterTest, DroppedDatagramsAreCountedWhereThereAreAny) {
   EXPECT_EQ(last().find("dropped"), nullptr);
   writer.network("overflow", 17);
   EXPECT_EQ(last()["dropped"].asLong(), 17);
-}
-
-TEST_F(EventWriterTest, NotificationsAreKeptWithTheirTime) {
-  Notifications notifications;
-  writer.addSink(notifications);
-  writer.notification("lunch?");
-  writer.command("refresh");
-  ASSERT_EQ(notifications.list().elements().size(), 1u);
-  EXPECT_EQ(notifications.list().elements()[0]["text"].asString(), "lunch?");
-  EXPECT_EQ(notifications.list().elements()[0]["time"].asString().size(), 19u);
 }
 
 TEST_F(EventWriterTest, AFullDiskIsToldOnceAndTheStationGoesOn) {
