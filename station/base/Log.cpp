@@ -5,13 +5,14 @@
 #include <cstring>
 #include <ctime>
 #include <mutex>
+#include <string>
 
 #include "station/base/Events.h"
 #include "station/base/StationSettings.h"
 
 namespace {
 
-/// The host log file of the settings, opened when the first line is written.
+/// The host log file of the settings, opened when the first line is written to it.
 class LogFile {
  public:
   /// Appends a text; each of its lines begins with the time. Returns a sentence when the file
@@ -30,14 +31,17 @@ class LogFile {
 
  private:
   std::string open() {
-    if (opened_ || settings().logFile.empty()) return {};
-    opened_ = true;
-    file_ = std::fopen(settings().logFile.c_str(), "ae");
+    if (path_ == settings().logFile) return {};
+    path_ = settings().logFile;
+    if (file_) std::fclose(file_);
+    file_ = path_.empty() ? nullptr : std::fopen(path_.c_str(), "ae");
+    if (path_.empty()) return {};
     if (!file_) {
-      return "The log file " + settings().logFile + " cannot be opened: " + std::strerror(errno) +
+      return "The log file " + path_ + " cannot be opened: " + std::strerror(errno) +
              ". Nothing is written to it; name another with --log.\n";
     }
     std::setvbuf(file_, nullptr, _IOLBF, BUFSIZ);
+    atLineStart_ = true;
     return {};
   }
 
@@ -51,7 +55,7 @@ class LogFile {
 
   std::mutex mutex_;
   std::FILE* file_ = nullptr;
-  bool opened_ = false;
+  std::string path_;
   bool atLineStart_ = true;
 };
 

@@ -1,0 +1,153 @@
+#include "host/base/Log.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "station/base/StationSettings.h"
+#include "tests/fakes/RecordedEvents.h"
+#include "tests/fakes/ScratchFolder.h"
+
+namespace {
+
+std::string contentOf(const std::string& path) {
+  std::ifstream in(path);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void logTo(const std::string& path) {
+  StationSettings settings;
+  settings.logFile = path;
+  installSettings(settings);
+}
+
+}  // namespace
+
+TEST(LogTest, AConversionThatFitsPrintsAsPrintfDoes) {
+  struct Row {
+    const char* format;
+    LogArgument argument;
+    std::string text;
+  };
+  for (const Row& row : std::vector<Row>{{"<%s>", "abc", "<abc>"},
+                                         {"<%5s>", "abc", "<  abc>"},
+                                         {"<%-5s>", "abc", "<abc  >"},
+                                         {"<%.2s>", "abc", "<ab>"},
+                                         {"<%.2s>", "a\xC3\xA9", "<a>"},
+                                         {"<%d>", -7, "<-7>"},
+                                         {"<%+05d>", 42, "<+0042>"},
+                                         {"<%i>", LLONG_MIN, "<-9223372036854775808>"},
+                                         {"<%lld>", 7LL, "<7>"},
+                                         {"<%d>", 7U, "<7>"},
+                                         {"<%lu>", ULONG_MAX, "<18446744073709551615>"},
+                                         {"<%x>", 255, "<ff>"},
+                                         {"<%#X>", 255U, "<0XFF>"},
+                                         {"<%o>", 8, "<10>"},
+                                         {"<%c>", 'x', "<x>"},
+                                         {"<%f>", 1.5, "<1.500000>"},
+                                         {"<% .1f>", 1.25F, "< 1.2>"},
+                                         {"<%e>", 1.0, "<1.000000e+00>"},
+                                         {"<%g>", 0.5, "<0.5>"},
+                                         {"<%zu>", std::size_t(3), "<3>"},
+                                         {"100%%", "unused", "100%"}}) {
+    EXPECT_EQ(formatLogLine(row.format, {row.argument}), row.text) << row.format;
+  }
+}
+
+TEST(LogTest, AConversionThatDoesNotFitPrintsTheArgumentsText) {
+  struct Row {
+    const char* format;
+    LogArgument argument;
+    std::string text;
+  };
+  for (const Row& row : std::vector<Row>{{"<%d>", "abc", "<abc>"},
+                                         {"<%n>", "abc", "<abc>"},
+                                         {"<%p>", 5, "<5>"},
+                                         {"<%f>", 5, "<5>"},
+                                         {"<%d>", 1.5, "<1.5>"},
+                                         {"<%s>", 5, "<5>"},
+                                         {"<%s>", 0.25, "<0.25>"},
+                                         {"<%c>", 300, "<300>"},
+                                         {"<%c>", "abc", "<abc>"},
+                                         {"<%y>", "abc", "<abc>"},
+                                         {"<% f>", "abc", "<abc>"},
+                                         {"<%*d>", 5, "<5d>"},
+                                         {"<%", "abc", "<abc"},
+                                         {"<%5", "abc", "<abc"},
+                                         {"<%99999999999999999999d>", "abc", "<abc>"}}) {
+    EXPECT_EQ(formatLogLine(row.format, {row.argument}), row.text) << row.format;
+  }
+}
+
+TEST(LogTest, TheLineAboutAMessagesSenderIsMadeAsRequired) {
+  EXPECT_EQ(formatLogLine("msg for % from %ss, (%s)\n", {"A", "B", "C"}), "msg for Arom Bs, (C)\n");
+}
+
+TEST(LogTest, ConversionsAndArgumentsThatHaveNoPartnerPrintNothing) {
+  EXPECT_EQ(formatLogLine("%s and %s|", {"a"}), "a and |");
+  EXPECT_EQ(formatLogLine("text", {"a", 5}), "text");
+  EXPECT_EQ(formatLogLine(nullptr, {"a"}), "");
+  EXPECT_EQ(formatLogLine("%s", {static_cast<const char*>(nullptr)}), "(null)");
+}
+
+TEST(LogTest, WidthsAreBounded) {
+  EXPECT_EQ(formatLogLine("%999999999s", {"a"}).size(), 4096U);
+  EXPECT_LT(formatLogLine("%.999999999f", {1.0}).size(), 5000U);
+  EXPECT_GT(formatLogLine("%f", {std::numeric_limits<double>::max()}).size(), 300U);
+}
+
+TEST(LogTest, WideTextIsWrittenAsUtf8) {
+  EXPECT_EQ(formatLogLine("%s", {LightweightString<wchar_t>(L"\x20AC")}), "\xE2\x82\xAC");
+}
+
+TEST(LogTest, LogGoesToTheLogAloneAndLogBothToTheConsoleAsWell) {
+  RecordedEvents events;
+  Log("one %d\n", 1);
+  LogBoth("two %s\n", "2");
+  EXPECT_EQ(events.lines, (std::vector<std::string>{"file: one 1\n", "console: two 2\n"}));
+}
+
+TEST(LogTest, TheFileHoldsEachLineWithItsTimeAtOnce) {
+  const ScratchFolder folder;
+  logTo(folder / "station.log");
+  Log("Sent :\n");
+  LogBoth("{\n   a");
+  Log("b\n}\n");
+  const std::string time = "\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d ";
+  const std::regex expected(time + "Sent :\n" + time + "\\{\n" + time + "   ab\n" + time + "\\}\n");
+  EXPECT_TRUE(std::regex_match(contentOf(folder / "station.log"), expected))
+      << contentOf(folder / "station.log");
+}
+
+TEST(LogTest, AFileThatCannotBeOpenedIsToldOnce) {
+  RecordedEvents events;
+  logTo("/nonexistent/station.log");
+  Log("one\n");
+  Log("two\n");
+  ASSERT_EQ(events.lines.size(), 3U);
+  EXPECT_NE(events.lines[0].find("console: The log file /nonexistent/station.log cannot be opened"),
+            std::string::npos);
+}
+
+TEST(LogTest, LinesOfSeveralThreadsStayWhole) {
+  const ScratchFolder folder;
+  logTo(folder / "station.log");
+  std::vector<std::thread> writers;
+  for (int i = 0; i < 4; ++i) {
+    writers.emplace_back([] {
+      for (int line = 0; line < 200; ++line) Log("%s\n", std::string(50, 'x'));
+    });
+  }
+  for (std::thread& writer : writers) writer.join();
+  std::ifstream in(folder / "station.log");
+  int lines = 0;
+  for (std::string line; std::getline(in, line); ++lines) EXPECT_EQ(line.size(), 70U);
+  EXPECT_EQ(lines, 800);
+}

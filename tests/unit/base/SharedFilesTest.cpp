@@ -1,0 +1,179 @@
+#include "station/os/SharedFiles.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "station/os/Posix.h"
+#include "tests/fakes/ChildProcess.h"
+#include "tests/fakes/ScratchFolder.h"
+
+namespace {
+
+std::string contentOf(const std::string& path) {
+  const auto content = readFresh(path);
+  return content ? *content : "(" + content.error().message + ")";
+}
+
+std::vector<std::string> namesIn(const std::string& folder) {
+  auto names = listFresh(folder);
+  EXPECT_TRUE(names);
+  std::sort(names->begin(), names->end());
+  return *names;
+}
+
+mode_t modeOf(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+}  // namespace
+
+TEST(SharedFilesTest, WhatIsWrittenIsReadAndNothingElseIsLeft) {
+  const ScratchFolder folder;
+  const std::string content = std::string("a\0b\xFF", 4) + std::string(300'000, 'x');
+  ASSERT_TRUE(writeAtomically(folder / "edit.otio", content));
+  EXPECT_EQ(contentOf(folder / "edit.otio"), content);
+  ASSERT_TRUE(writeAtomically(folder / "edit.otio", ""));
+  EXPECT_EQ(contentOf(folder / "edit.otio"), "");
+  EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{"edit.otio"}));
+}
+
+TEST(SharedFilesTest, NamesOfTheGreatestLengthCanBeWritten) {
+  const ScratchFolder folder;
+  const std::string name(255, 'n');
+  EXPECT_TRUE(writeAtomically(folder / name, "x"));
+  EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{name}));
+}
+
+TEST(SharedFilesTest, AReaderSeesTheOldOrTheNewContentWhole) {
+  const ScratchFolder folder;
+  const std::string path = folder / "a";
+  ASSERT_TRUE(writeAtomically(path, std::string(50'000, 'a')));
+  ChildProcess writer([&path] {
+    for (int i = 0; i < 50; ++i) {
+      if (!writeAtomically(path, std::string(50'000, static_cast<char>('a' + i % 26)))) return 1;
+    }
+    return 0;
+  });
+  for (int i = 0; i < 500; ++i) {
+    const std::string content = contentOf(path);
+    ASSERT_EQ(content.size(), 50'000U);
+    ASSERT_EQ(content, std::string(50'000, content[0]));
+  }
+  EXPECT_EQ(writer.wait(), 0);
+}
+
+TEST(SharedFilesTest, SeveralWritersOfOneFileLeaveOneOfTheirContents) {
+  const ScratchFolder folder;
+  std::vector<std::thread> writers;
+  for (char letter = 'a'; letter < 'e'; ++letter) {
+    writers.emplace_back([&folder, letter] {
+      for (int i = 0; i < 10; ++i) {
+        EXPECT_TRUE(writeAtomically(folder / "a", std::string(10'000, letter)));
+      }
+    });
+  }
+  for (std::thread& writer : writers) writer.join();
+  const std::string content = contentOf(folder / "a");
+  EXPECT_EQ(content, std::string(10'000, content[0]));
+  EXPECT_EQ(namesIn(folder.path()).size(), 1U);
+}
+
+TEST(SharedFilesTest, WhatAKilledWriterLeftIsTakenAwayByTheNextWrite) {
+  const ScratchFolder folder;
+  ASSERT_TRUE(writeAtomically(folder / "a", "old"));
+  for (int i = 0; i < 20; ++i) {
+    ChildProcess writer([&folder] {
+      for (;;) static_cast<void>(writeAtomically(folder / "a", std::string(200'000, 'x')));
+      return 0;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(3 + i));
+  }
+  const std::string content = contentOf(folder / "a");
+  EXPECT_TRUE(content == "old" || content == std::string(200'000, 'x'));
+  ASSERT_TRUE(writeAtomically(folder / "a", "new"));
+  EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{"a"}));
+}
+
+TEST(SharedFilesTest, AWriteThatFindsNoSpaceKeepsTheOldContent) {
+  const ScratchFolder folder;
+  ASSERT_TRUE(writeAtomically(folder / "a", "old"));
+  ChildProcess writer([&folder] {
+    const struct rlimit small { 1000, 1000 };
+    std::signal(SIGXFSZ, SIG_IGN);
+    if (::setrlimit(RLIMIT_FSIZE, &small) != 0) return 2;
+    const auto written = writeAtomically(folder / "a", std::string(5000, 'x'));
+    return !written && written.error().code == ErrorCode::eFull ? 0 : 1;
+  });
+  EXPECT_EQ(writer.wait(), 0);
+  EXPECT_EQ(contentOf(folder / "a"), "old");
+  EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{"a"}));
+}
+
+TEST(SharedFilesTest, NewFilesAndFoldersAreSharedAsTheirFolderIs) {
+  const ScratchFolder folder;
+  ASSERT_EQ(::chmod(folder.path().c_str(), 02775), 0);
+  const mode_t before = ::umask(077);
+  ASSERT_TRUE(writeAtomically(folder / "a", "x"));
+  ASSERT_TRUE(makeFolder(folder / "f"));
+  ::umask(before);
+  EXPECT_EQ(modeOf(folder / "a"), 0664U);
+  EXPECT_EQ(modeOf(folder / "f"), 02775U);
+}
+
+TEST(SharedFilesTest, FailuresNameThePathAndTellWhatCanBeDone) {
+  const ScratchFolder folder;
+  ASSERT_TRUE(makeFolder(folder / "f"));
+  EXPECT_EQ(makeFolder(folder / "f").error().code, ErrorCode::eExists);
+  EXPECT_EQ(readFresh(folder / "gone").error().code, ErrorCode::eNotFound);
+  EXPECT_EQ(readFresh(folder / "f").error().code, ErrorCode::eBadContent);
+  EXPECT_EQ(writeAtomically(folder / "f", "x").error().code, ErrorCode::eBadContent);
+  EXPECT_EQ(writeAtomically(folder / "gone/a", "x").error().code, ErrorCode::eNotFound);
+  EXPECT_EQ(listFresh(folder / "gone").error().code, ErrorCode::eNotFound);
+  const Error error = readFresh(folder / "gone").error();
+  EXPECT_EQ(error.path, folder / "gone");
+  EXPECT_EQ(error.message, "Cannot read " + folder / "gone" +
+                               ": No such file or directory. Check the path, and that the share is "
+                               "mounted.");
+}
+
+TEST(SharedFilesTest, ErrnoValuesAreToldApart) {
+  struct Row {
+    int number;
+    ErrorCode code;
+  };
+  for (const Row& row : std::vector<Row>{{EACCES, ErrorCode::eNoRights},
+                                         {EPERM, ErrorCode::eNoRights},
+                                         {EAGAIN, ErrorCode::eHeld},
+                                         {ENOLCK, ErrorCode::eNoLockService},
+                                         {ESTALE, ErrorCode::eStale},
+                                         {EROFS, ErrorCode::eReadOnly},
+                                         {ENOSPC, ErrorCode::eFull},
+                                         {EDQUOT, ErrorCode::eFull},
+                                         {EEXIST, ErrorCode::eExists},
+                                         {ENOENT, ErrorCode::eNotFound},
+                                         {EIO, ErrorCode::eSystem}}) {
+    EXPECT_EQ(errorFromErrno(row.number, "open", "/a").code, row.code) << row.number;
+  }
+}
+
+TEST(SharedFilesTest, RemovingWhatIsNotThereSucceeds) {
+  const ScratchFolder folder;
+  ASSERT_TRUE(writeAtomically(folder / "a", "x"));
+  EXPECT_TRUE(existsFresh(folder / "a"));
+  EXPECT_TRUE(removeFileAt(folder / "a"));
+  EXPECT_FALSE(existsFresh(folder / "a"));
+  EXPECT_TRUE(removeFileAt(folder / "a"));
+  EXPECT_FALSE(removeFileAt(folder.path()));
+}
