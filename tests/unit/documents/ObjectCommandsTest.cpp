@@ -1,0 +1,189 @@
+#include <gtest/gtest.h>
+
+#include "app/commands/ContainerCommands.h"
+#include "app/commands/FilterCommands.h"
+#include "app/commands/MediaCommands.h"
+#include "app/commands/UserCommands.h"
+#include "station/containers/Bins.h"
+#include "station/containers/Filters.h"
+#include "station/containers/Racks.h"
+#include "station/media/MediaCache.h"
+#include "station/net/MessageFields.h"
+#include "station/project/Projects.h"
+#include "station/project/StationCommands.h"
+#include "tests/support/StationScene.h"
+
+namespace {
+
+/// A station with an open project, driven as the console does.
+class ObjectCommandsTest : public testing::Test {
+ protected:
+  ObjectCommandsTest() {
+    for (iProjectPart* part : std::initializer_list<iProjectPart*>{&bins, &racks, &filters, &media})
+      projects.addPart(*part);
+    addContainerCommands(table);
+    addFilterCommands(table);
+    addMediaCommands(table);
+    addUserCommands(table);
+    const Result<Cookie> made = projects.create("Film", false);
+    EXPECT_TRUE(made && projects.enter("Film"));
+  }
+
+  Result<JsonValue> run(const std::vector<std::string>& words) {
+    std::size_t nameWords = 0;
+    const Command* const command = table.find(words, nameWords);
+    if (!command) return Error{ErrorCode::eUsage, "no such command", {}};
+    const Arguments arguments(words.begin() + static_cast<std::ptrdiff_t>(nameWords), words.end());
+    EXPECT_GE(arguments.size(), command->minArguments);
+    EXPECT_LE(arguments.size(), command->maxArguments);
+    return command->run(arguments);
+  }
+
+  /// The result, which must be one.
+  JsonValue did(const std::vector<std::string>& words) {
+    const Result<JsonValue> result = run(words);
+    if (result) return *result;
+    ADD_FAILURE() << words[0] << ' ' << words[1] << ": " << result.error().message;
+    return {};
+  }
+
+  StationScene scene;
+  Projects projects;
+  Bins bins;
+  Racks racks;
+  Filters filters;
+  MediaCache media;
+  StationCommands commands;
+  CommandTable table;
+};
+
+TEST_F(ObjectCommandsTest, ABinIsFilledAndEmptiedByNamesAndCookies) {
+  const std::string bin = did({"bin", "create", "Rushes"}).asString();
+  const std::string other = did({"bin", "create", "My scenes"}).asString();
+  EXPECT_EQ(did({"bin", "add", "Rushes", "My scenes"})["added"].asLong(), 1);
+  EXPECT_EQ(did({"bin", "show", bin})["contents"].elements().at(0).asString(), other);
+  did({"bin", "destroy", "My scenes"});
+  EXPECT_EQ(did({"bin", "remove", "Rushes", other})["removed"].asLong(), 1);
+  const JsonValue all = did({"bin", "list"});
+  ASSERT_EQ(all.elements().size(), 1u);
+  EXPECT_EQ(all.elements()[0]["name"].asString(), "Rushes");
+  EXPECT_EQ(all.elements()[0]["objects"].asLong(), 0);
+}
+
+TEST_F(ObjectCommandsTest, ARackIsNoBin) {
+  did({"rack", "create", "Sound"});
+  EXPECT_EQ(run({"bin", "show", "Sound"}).error().code, ErrorCode::eNotFound);
+  EXPECT_EQ(did({"rack", "list"}).elements().size(), 1u);
+  EXPECT_EQ(did({"bin", "list"}).elements().size(), 0u);
+}
+
+TEST_F(ObjectCommandsTest, AnUnknownObjectIsNotAdded) {
+  did({"bin", "create", "Rushes"});
+  const Result<JsonValue> added = run({"bin", "add", "Rushes", "Rushes", "E7777"});
+  ASSERT_FALSE(added);
+  EXPECT_NE(added.error().message.find("E7777"), std::string::npos);
+  EXPECT_EQ(did({"bin", "show", "Rushes"})["contents"].elements().size(), 0u);
+}
+
+TEST_F(ObjectCommandsTest, AFilterIsMadeChangedListedAndDestroyed) {
+  const std::string filter = did({"filter", "create", "Unused", "uses=0"}).asString();
+  did({"filter", "change", "Unused", "uses<2"});
+  EXPECT_EQ(did({"filter", "list"}).elements().at(0)["filter"].asString(), "uses<2");
+  did({"filter", "destroy", filter});
+  EXPECT_TRUE(did({"filter", "list"}).elements().empty());
+}
+
+TEST_F(ObjectCommandsTest, MediaIsAddedWithItsProxyAndRemoved) {
+  const std::string file = scene.scratch / "a.mov";
+  const std::string proxy = scene.scratch / "p.mov";
+  scene.write(file, "x");
+  EXPECT_FALSE(run({"media", "add", file, "--proxy", proxy}));
+  scene.write(proxy, "x");
+  did({"media", "add", file, "--proxy", proxy});
+  EXPECT_EQ(did({"media", "list"}).elements().at(0)["proxies"].elements().size(), 1u);
+  EXPECT_EQ(run({"media", "add", file, "other"}).error().code, ErrorCode::eUsage);
+  did({"media", "remove", file});
+  EXPECT_TRUE(did({"media", "list"}).elements().empty());
+}
+
+TEST_F(ObjectCommandsTest, WithoutAProjectEachSaysSo) {
+  ASSERT_TRUE(projects.leave());
+  const std::vector<std::vector<std::string>> rows = {{"bin", "create", "a"},
+                                                      {"bin", "list"},
+                                                      {"bin", "add", "a", "b"},
+                                                      {"rack", "destroy", "a"},
+                                                      {"filter", "list"},
+                                                      {"filter", "create", "a", "b"},
+                                                      {"filter", "change", "a", "b"},
+                                                      {"media", "add", "/dev/null"},
+                                                      {"media", "list"},
+                                                      {"media", "remove", "a"}};
+  for (const std::vector<std::string>& row : rows) {
+    SCOPED_TRACE(row[0] + ' ' + row[1]);
+    const Result<JsonValue> result = run(row);
+    ASSERT_FALSE(result);
+    EXPECT_EQ(result.error().code, ErrorCode::eNoProject) << result.error().message;
+  }
+}
+
+TEST_F(ObjectCommandsTest, ARequestIsOneMessageToOneMachine) {
+  did({"request", "34", "identify"});
+  ASSERT_EQ(scene.network.sent.size(), 1u);
+  EXPECT_EQ(scene.network.ports, std::vector<int>{27015});
+  const MessageFields fields = readMessage(scene.network.sent[0]);
+  EXPECT_EQ(fields.type, 13);
+  EXPECT_EQ(fields.target, "34");
+  EXPECT_EQ(fields.data, "identify");
+  EXPECT_EQ(fields.source, "anna");
+  EXPECT_EQ(fields.project, text(projects.current()->cookie));
+}
+
+TEST_F(ObjectCommandsTest, ARequestThatMakesNoSenseIsNotSent) {
+  for (const char* row : {"", "x", "-1", "12x", " 1", "99999999999"}) {
+    SCOPED_TRACE(row);
+    EXPECT_EQ(run({"request", row, "identify"}).error().code, ErrorCode::eUsage);
+  }
+  EXPECT_EQ(run({"request", "1", ""}).error().code, ErrorCode::eUsage);
+  EXPECT_EQ(run({"request", "1", "5 \xE2\x82\xAC"}).error().code, ErrorCode::eUsage);
+  EXPECT_TRUE(scene.network.sent.empty());
+}
+
+TEST_F(ObjectCommandsTest, WhoAmIShowsTheStationAndUsersNeedThePlugin) {
+  const JsonValue self = did({"whoami"});
+  EXPECT_EQ(self["user"].asString(), "anna");
+  EXPECT_EQ(self["host"].asString(), "suite1");
+  EXPECT_EQ(self["machine"].asLong(), 12);
+  EXPECT_TRUE(self["network_mode"].asBool());
+  for (const char* row : {"users", "active"}) {
+    EXPECT_NE(run({row}).error().message.find("--plugin"), std::string::npos);
+  }
+}
+
+TEST_F(ObjectCommandsTest, ARemoteCommandIsLoggedToldAndAnEvent) {
+  const CommandMap::Index index = CommandMap::theCommandMap().findCommand("identify");
+  ASSERT_NE(index, CommandMap::kNotFound);
+  commands.callCommand(index, CommandContext());
+  EXPECT_EQ(scene.events.commands, std::vector<std::string>{"identify"});
+  ASSERT_EQ(scene.events.notifications.size(), 1u);
+  EXPECT_NE(scene.events.notifications[0].find("suite1"), std::string::npos);
+  EXPECT_TRUE(scene.events.loggedThat("identify"));
+}
+
+TEST_F(ObjectCommandsTest, OnlyNamesOfCommandsAreFound) {
+  for (const char* row : {"", "Identify", "identify ", "ident", "rm -rf", "quit"}) {
+    EXPECT_EQ(commands.findCommand(row), CommandMap::kNotFound) << row;
+  }
+  commands.callCommand(CommandMap::kNotFound, CommandContext());
+  EXPECT_TRUE(scene.events.commands.empty());
+}
+
+TEST_F(ObjectCommandsTest, TheRefreshCommandShowsWhatTheFolderHolds) {
+  scene.write(projects.current()->folder + "/B0001.json", R"({"name": "R", "contents": []})");
+  scene.write(projects.current()->folder + "/G0001.json", R"({"name": "B", "contents": []})");
+  scene.write(projects.current()->folder + "/F0001.json", R"({"name": "F", "filter": ""})");
+  commands.callCommand(commands.findCommand("refresh"), CommandContext());
+  EXPECT_TRUE(racks.holds(cookie("B0001")) && bins.holds(cookie("G0001")));
+  EXPECT_TRUE(filters.holds(cookie("F0001")));
+}
+
+}  // namespace
