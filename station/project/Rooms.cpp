@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "host/os/Files.h"
 #include "host/os/OS.h"
 #include "host/project/ProjectSpacesManager.h"
 #include "host/project/iProjectShare.h"
@@ -37,26 +36,24 @@ JsonValue shown(const RoomInfo& room) {
 
 Rooms::Rooms() { theRooms = this; }
 
-Rooms::~Rooms() {
-  theRooms = nullptr;
-  if (!hasMarker_) return;
-  OS().fileManager().removeFile(getPath(LightweightString<wchar_t>()) + OS().currentUserName() +
-                                L".cli");
-}
+Rooms::~Rooms() { theRooms = nullptr; }
 
 Rooms& Rooms::instance() { return *theRooms; }
 
 void Rooms::enter(const OpenProject& project, const std::vector<std::string>&) {
   folder_ = project.folder + "/rooms";
   isShared_ = !project.isPrivate;
-  if (auto* share = iProjectShare::instance()) {
-    hasMarker_ = share->lockRoom(LightweightString<wchar_t>()) || hasMarker_;
-  }
 }
 
 void Rooms::leave() {
-  if (auto* share = iProjectShare::instance()) share->unlockCurrentRoom();
+  giveUp();
   folder_.clear();
+}
+
+// Leaving all rooms, rather than unlocking the one, keeps the station counted as active.
+void Rooms::giveUp() {
+  iProjectShare* share = iProjectShare::instance();
+  if (share && !current_.empty()) share->lockRoom(LightweightString<wchar_t>());
   current_.clear();
 }
 
@@ -144,10 +141,7 @@ Result<void> Rooms::goInto(const std::string& name) {
 Result<void> Rooms::goOut() {
   if (auto shared = requireShared(); !shared) return shared;
   if (current_.empty()) return Error{ErrorCode::eNotFound, "You are in no room.", {}};
-  if (auto* share = iProjectShare::instance()) {
-    hasMarker_ = share->lockRoom(LightweightString<wchar_t>()) || hasMarker_;
-  }
-  current_.clear();
+  giveUp();
   ProjectSpacesManager::refreshCurrentLobby();
   return {};
 }

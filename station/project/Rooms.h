@@ -15,11 +15,8 @@ struct RoomInfo {
 };
 
 /// The rooms of the open shared project. A room is the record "rooms/<file name>.json" in the
-/// project's folder (RoomNames.h), and its path without the ending is what is locked. While a
-/// project is open the station is in one of its rooms or outside rooms, and counts as active.
-///
-/// The object must be destroyed before the operating-system layer: it takes away the marker by
-/// which this station counts as active. Host thread. One object a process.
+/// project's folder (RoomNames.h), and its path without the ending is what is locked. Host thread.
+/// One object a process.
 class Rooms : public iProjectPart {
  public:
   Rooms();
@@ -30,10 +27,9 @@ class Rooms : public iProjectPart {
   /// The one object; it must exist.
   static Rooms& instance();
 
-  /// Leaves all rooms, so that the station counts as active.
   void enter(const OpenProject& project, const std::vector<std::string>& files) override;
 
-  /// Gives the room up that the station is in.
+  /// Gives up the room that the station is in.
   void leave() override;
 
   void findByName(const std::string&, std::vector<NamedObject>&) const override {}
@@ -58,10 +54,10 @@ class Rooms : public iProjectPart {
  private:
   [[nodiscard]] Result<void> requireShared() const;
   [[nodiscard]] std::string pathOf(const std::string& fileName) const;
+  void giveUp();
   [[nodiscard]] RoomInfo look(const std::string& name, const std::string& fileName) const;
 
   std::string folder_;  ///< of the rooms; empty when no project is open
   bool isShared_ = false;
   std::string current_;
-  bool hasMarker_ = false;
 };

@@ -1,0 +1,174 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/net/iNetworkService.h"
+#include "station/base/Events.h"
+#include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
+#include "station/containers/Bins.h"
+#include "station/containers/Filters.h"
+#include "station/containers/Racks.h"
+#include "station/edit/EditActions.h"
+#include "station/edit/Edits.h"
+#include "station/media/MediaCache.h"
+#include "station/net/MessageFields.h"
+#include "station/os/HostOS.h"
+#include "station/plugin/PluginLoader.h"
+#include "station/project/Projects.h"
+#include "station/project/Rooms.h"
+#include "station/project/StationCommands.h"
+#include "tests/fakes/ScratchFolder.h"
+
+/// A network that keeps what is sent and delivers what a test hands it.
+class LoopNetwork : public iNetworkService {
+ public:
+  std::vector<std::string> sent;
+
+  /// Hands a datagram to the plug-in as another station's.
+  void deliver(const std::string& text) {
+    const RemoteChangeScope remote;
+    if (receiver_) receiver_->receive(Kv::Ptr<iMemHolder>(new Bytes(text)), nullptr);
+  }
+
+  Kv::Ptr<iUDPBroadcaster> createUDPBroadcaster(int) override { return {new Sender(sent)}; }
+  Kv::Ptr<iUDPListener> createUDPListener(int, unsigned, iNetMessageReceiver* receiver) override {
+    receiver_ = receiver;
+    return {new Listener(receiver_)};
+  }
+
+ private:
+  class Bytes : public iMemHolder {
+   public:
+    explicit Bytes(const std::string& text) : text_(text) {}
+    [[nodiscard]] const char* bytes() const override { return text_.data(); }
+    [[nodiscard]] std::size_t size() const override { return text_.size(); }
+
+   private:
+    std::string text_;
+  };
+
+  class Sender : public iUDPBroadcaster {
+   public:
+    explicit Sender(std::vector<std::string>& sent) : sent_(sent) {}
+    void broadcast(const LightweightString<char>& text) override { sent_.push_back(text.str()); }
+
+   private:
+    std::vector<std::string>& sent_;
+  };
+
+  class Listener : public iUDPListener {
+   public:
+    explicit Listener(iNetMessageReceiver*& receiver) : receiver_(receiver) {}
+    ~Listener() override { receiver_ = nullptr; }
+
+   private:
+    iNetMessageReceiver*& receiver_;
+  };
+
+  iNetMessageReceiver* receiver_ = nullptr;
+};
+
+/// The real plug-in in a real host, on a folder of its own: user "anna", no network but a loop.
+class PluginStation : public ::testing::Test {
+ protected:
+  PluginStation() {
+    StationSettings chosen;
+    chosen.projectsDirectory = folder.path();
+    chosen.user = "anna";
+    chosen.machine = 7;
+    installSettings(chosen);
+    for (iProjectPart* part :
+         std::initializer_list<iProjectPart*>{&edits, &bins, &racks, &filters, &media, &rooms}) {
+      projects.addPart(*part);
+    }
+    if (auto loaded = plugin.load(KV_PLUGIN); !loaded) {
+      throw std::runtime_error(loaded.error().message);
+    }
+    enter("Film", Kind::eShared);
+  }
+
+  enum class Kind { eShared, ePrivate };
+
+  /// Makes a project and enters it.
+  void enter(const std::string& name, Kind kind) {
+    const auto made = projects.create(name, kind == Kind::ePrivate);
+    if (!made) throw std::runtime_error(made.error().message);
+    project = *made;
+    const auto entered = projects.enter(name);
+    ASSERT_TRUE(entered) << entered.error().message;
+    network.sent.clear();
+  }
+
+  Cookie imported(const std::string& sample) {
+    const auto cookie = EditActions::import(std::string(KV_SAMPLES) + "/" + sample);
+    EXPECT_TRUE(cookie) << cookie.error().message;
+    network.sent.clear();
+    return *cookie;
+  }
+
+  Cookie made(const std::string& name, char kind = CookieTypeEdit) {
+    const auto cookie = EditActions::create(name, kind);
+    EXPECT_TRUE(cookie);
+    network.sent.clear();
+    return *cookie;
+  }
+
+  /// A message of another station about the open project.
+  [[nodiscard]] std::string message(int type, const std::vector<std::string>& fields) const {
+    std::string text = "d\xAC" + std::to_string(type) + "\xAC" + project.asString().str() + "\xAC";
+    for (const std::string& field : fields) text += field + "\xAC";
+    return text;
+  }
+
+  /// The types of what was sent.
+  [[nodiscard]] std::vector<int> sentTypes() const {
+    std::vector<int> types;
+    for (const std::string& text : network.sent) types.push_back(readMessage(text).type);
+    return types;
+  }
+
+  [[nodiscard]] std::string fileOf(const Cookie& cookie) const { return edits.pathFor(cookie); }
+
+  static std::string bytesOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  }
+
+  static void write(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+  }
+
+  /// What another station does that takes a lock: the file held, and the holder's name beside it.
+  Kv::Ptr<iFile> holdElsewhere(const std::string& lockFile, const std::string& holder) {
+    std::filesystem::create_directories(std::filesystem::path(lockFile).parent_path());
+    Kv::Ptr<iFile> file = os.fileManager().openFile(wideText(lockFile), eFileReadWrite, eFileCreate,
+                                                    eFileShareNone, eFileNoFlags);
+    EXPECT_TRUE(file && file->isOpen());
+    if (!holder.empty()) write(lockFile + ".inf", holder);
+    return file;
+  }
+
+  using Types = std::vector<int>;
+
+  ScratchFolder folder;
+  LoopNetwork network;
+  HostOS os{network};
+  Projects projects;
+  Edits edits;
+  Bins bins;
+  Racks racks;
+  Filters filters;
+  MediaCache media;
+  Rooms rooms;
+  StationCommands commands;
+  PluginLoader plugin;
+  Cookie project;
+};
