@@ -29,7 +29,7 @@ LightweightString<wchar_t> localUser() {
   if (const auto* permissions = iPermissionsManager::instance()) {
     return permissions->getCurrentUser();
   }
-  LightweightString<wchar_t> user = wideText(settings().user);
+  LightweightString<wchar_t> user = wideText(settings().host);
   Kv::toUpper(user);
   return user;
 }

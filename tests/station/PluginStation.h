@@ -25,6 +25,7 @@
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
 #include "station/project/StationCommands.h"
+#include "station/ui/ComponentTypes.h"
 #include "tests/fakes/ScratchFolder.h"
 
 /// A network that keeps what is sent and delivers what a test hands it.
@@ -82,7 +83,7 @@ class PluginStation : public ::testing::Test {
   PluginStation() {
     StationSettings chosen;
     chosen.projectsDirectory = folder.path();
-    chosen.user = "anna";
+    chosen.user = chosen.host = "anna";
     chosen.machine = 7;
     installSettings(chosen);
     for (iProjectPart* part :
@@ -94,6 +95,9 @@ class PluginStation : public ::testing::Test {
     }
     enter("Film", Kind::eShared);
   }
+
+  // The types of tool belong to the plug-in, which goes before them.
+  ~PluginStation() override { ComponentTypes::instance().clear(); }
 
   enum class Kind { eShared, ePrivate };
 
