@@ -3,9 +3,12 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <utility>
 
+#include "app/Rendering.h"
 #include "app/tour/ExampleEdit.h"
 #include "app/tour/TourTable.h"
 
@@ -23,6 +26,12 @@ void print(const std::string& who, const char* colour, const std::string& text) 
   const char* const end = onTerminal() ? "\x1b[0m" : "";
   std::printf("  %-6s %s%s%s\n", who.c_str(), begin, text.c_str(), end);
   std::fflush(stdout);
+}
+
+/// A reply as the console would show it, under the command.
+void printReply(const JsonValue& result) {
+  std::istringstream lines(renderForPeople(result));
+  for (std::string line; std::getline(lines, line);) print("", "", line);
 }
 
 /// A cookie as people compare it: its kind letter and first digits.
@@ -47,8 +56,11 @@ std::string describeChange(const JsonValue& event) {
 
 }  // namespace
 
-Tour::Tour(std::string station, std::string projects)
-    : program_(std::move(station)), projects_(std::move(projects)), port_(freeUdpPort()) {}
+Tour::Tour(std::string station, std::string folder)
+    : program_(std::move(station)),
+      folder_(std::move(folder)),
+      projects_(folder_ + "/projects"),
+      port_(freeUdpPort()) {}
 
 bool Tour::play() {
   if (startStations()) {
@@ -72,15 +84,19 @@ bool Tour::play() {
 }
 
 bool Tour::startStations() {
+  std::filesystem::create_directory(projects_);
   std::printf("Three stations share %s on UDP port %d.\n", projects_.c_str(), port_);
   int number = 0;
+  std::ofstream userList(projects_ + "/userlist.dat");
+  for (const std::string& name : names_) userList << name << '\n';
+  userList.close();
   for (const std::string& name : names_) {
     ++number;
     StationProcess::Options options;
     options.program = program_;
     options.projects = projects_;
     options.user = name;
-    options.host = "suite-" + std::to_string(number);
+    options.host = name;
     options.machine = number;
     options.port = port_;
     stations_[name] = std::make_unique<StationProcess>(std::move(options));
@@ -90,75 +106,75 @@ bool Tour::startStations() {
       fail(name + "'s station did not start: " + stations_[name]->errorText());
       return false;
     }
-    print(name, "", "is up: host " + stations_[name]->options().host);
+    print(name, "", "is up, machine " + std::to_string(stations_[name]->options().machine));
   }
   return true;
 }
 
 void Tour::playProject() {
   heading("A project is made, and three stations open it");
-  ask("anna", "project create \"Harbour\"");
-  ask("anna", "project enter Harbour");
-  act("ben", "project enter Harbour", {{"anna", "received", {{"type_name", "RoomChange"}}}});
-  act("carla", "project enter Harbour",
-      {{"anna", "received", {{"type_name", "RoomChange"}}},
-       {"ben", "received", {{"type_name", "RoomChange"}}}});
+  ask("ANNA", "project create \"Harbour\"");
+  ask("ANNA", "project enter Harbour");
+  act("BEN", "project enter Harbour", {{"ANNA", "received", {{"type_name", "RoomChange"}}}});
+  act("CARLA", "project enter Harbour",
+      {{"ANNA", "received", {{"type_name", "RoomChange"}}},
+       {"BEN", "received", {{"type_name", "RoomChange"}}}});
 }
 
 void Tour::playEdit() {
   heading("An edit imported on one is listed on the others");
-  const std::string file = projects_ + "/../harbour.otio";
+  const std::string file = folder_ + "/harbour.otio";
   std::ofstream(file) << kExampleEdit;
-  expectOnOthers("anna", "edit import \"" + file + "\"", "changed",
+  expectOnOthers("ANNA", "edit import \"" + file + "\"", "changed",
                  {{"what", "edit"}, {"how", "created"}, {"origin", "remote"}});
-  ask("carla", "edit list");
+  ask("CARLA", "edit list");
 
   heading("A trim shows where the edit is open, before it is saved");
-  ask("ben", "edit open \"Harbour at dawn\"");
-  ask("anna", "edit open \"Harbour at dawn\"");
-  act("anna", "edit trim \"Harbour at dawn\" \"Crane\" 12 60",
-      {{"ben", "changed", {{"what", "edit"}, {"how", "modified"}, {"origin", "remote"}}},
-       {"carla", "received", {{"type_name", "EditModification"}}}});
-  ask("ben", "edit show \"Harbour at dawn\"");
-  act("anna", "edit save \"Harbour at dawn\"",
-      {{"ben", "changed", {{"what", "edit"}, {"how", "reloaded"}, {"origin", "remote"}}},
-       {"carla", "received", {{"type_name", "EditSaved"}}}});
+  ask("BEN", "edit open \"Harbour at dawn\"");
+  ask("ANNA", "edit open \"Harbour at dawn\"");
+  act("ANNA", "edit trim \"Harbour at dawn\" \"Crane\" 12 60",
+      {{"BEN", "changed", {{"what", "edit"}, {"how", "modified"}, {"origin", "remote"}}},
+       {"CARLA", "received", {{"type_name", "EditModification"}}}});
+  ask("BEN", "edit show \"Harbour at dawn\"");
+  act("ANNA", "edit save \"Harbour at dawn\"",
+      {{"BEN", "changed", {{"what", "edit"}, {"how", "reloaded"}, {"origin", "remote"}}},
+       {"CARLA", "received", {{"type_name", "EditSaved"}}}});
 }
 
 void Tour::playBin() {
   heading("A bin rewritten on one reloads on the rest");
   const StationProcess::Keys arrived{{"what", "bin"}, {"origin", "remote"}};
-  expectOnOthers("carla", "bin create \"Selects\"", "changed", arrived);
-  expectOnOthers("carla", "bin add Selects \"Harbour at dawn\"", "changed", arrived);
-  ask("anna", "bin show Selects");
+  expectOnOthers("CARLA", "bin create \"Selects\"", "changed", arrived);
+  expectOnOthers("CARLA", "bin add Selects \"Harbour at dawn\"", "changed", arrived);
+  ask("ANNA", "bin show Selects");
 }
 
 void Tour::playOwnership() {
   heading("An ownership given away takes effect everywhere");
-  expectOnOthers("anna", "edit give \"Harbour at dawn\" SUITE-2", "changed",
+  expectOnOthers("ANNA", "edit give \"Harbour at dawn\" BEN", "changed",
                  {{"what", "permissions"}, {"origin", "remote"}});
-  ask("ben", "edit may \"Harbour at dawn\"");
-  expectRefusal("anna", "edit trim \"Harbour at dawn\" \"Crane\" 0 24", "SUITE-2");
+  ask("BEN", "edit may \"Harbour at dawn\"");
+  expectRefusal("ANNA", "edit trim \"Harbour at dawn\" \"Crane\" 0 24", "BEN");
 }
 
 void Tour::playMessages() {
   heading("A message between users, and a command for one machine");
-  act("ben", "say anna \"The crane shot is yours again in an hour.\"",
-      {{"anna", "notification", {}}, {"carla", "received", {{"type_name", "UserMessage"}}}});
-  act("anna", "request 3 identify",
-      {{"carla", "command", {{"name", "identify"}}},
-       {"ben", "received", {{"type_name", "ActionRequest"}}}});
+  act("BEN", "say ANNA \"The crane shot is yours again in an hour.\"",
+      {{"ANNA", "notification", {}}, {"CARLA", "received", {{"type_name", "UserMessage"}}}});
+  act("ANNA", "request 3 identify",
+      {{"CARLA", "command", {{"name", "identify"}}},
+       {"BEN", "received", {{"type_name", "ActionRequest"}}}});
 }
 
 void Tour::playLock() {
   heading("A private project is held by one");
-  ask("anna", "project create \"Trailer\" --private");
-  ask("anna", "project enter Trailer");
-  expectRefusal("ben", "project enter Trailer", "anna");
-  ask("ben", "project list");
-  ask("anna", "project leave");
-  ask("ben", "project enter Trailer");
-  ask("ben", "project leave");
+  ask("ANNA", "project create \"Trailer\" --private");
+  ask("ANNA", "project enter Trailer");
+  expectRefusal("BEN", "project enter Trailer", "ANNA");
+  ask("BEN", "project list");
+  ask("ANNA", "project leave");
+  ask("BEN", "project enter Trailer");
+  ask("BEN", "project leave");
 }
 
 bool Tour::stopStations() {
@@ -187,7 +203,7 @@ void Tour::act(const std::string& station, const std::string& line,
                const std::vector<Expectation>& expectations) {
   const JsonValue reply = type(station, line);
   if (!reply["ok"].asBool()) fail(station + ": " + line + ": " + reply["error"].asString());
-  if (!reply["result"].isNull()) print(station, "", writeJson(reply["result"]));
+  printReply(reply["result"]);
   for (const Expectation& expected : expectations) {
     if (stations_[expected.station]->waitFor(expected.event, expected.keys, kArrival)) continue;
     fail("after \"" + line + "\" " + expected.station + " saw no event " + expected.event);

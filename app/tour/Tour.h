@@ -11,8 +11,8 @@
 /// one and arriving at the others. One object a run, used by one thread; prints on standard output.
 class Tour {
  public:
-  /// `station` is the path of kv-station, `projects` an empty directory that the tour may fill.
-  Tour(std::string station, std::string projects);
+  /// `station` is the path of kv-station, `folder` an empty folder that the tour may fill.
+  Tour(std::string station, std::string folder);
 
   /// Plays it. True when everything that was to arrive arrived, and every station ended cleanly.
   bool play();
@@ -47,9 +47,10 @@ class Tour {
   void fail(const std::string& text);
 
   std::string program_;
-  std::string projects_;
+  std::string folder_;
+  std::string projects_;  ///< the shared projects directory in it
   int port_;
-  std::vector<std::string> names_{"anna", "ben", "carla"};
+  std::vector<std::string> names_{"ANNA", "BEN", "CARLA"};
   std::map<std::string, std::unique_ptr<StationProcess>> stations_;
   std::map<std::string, std::size_t> shown_;  ///< how many of a station's events are printed
   std::vector<std::string> failures_;

@@ -11,11 +11,11 @@ int main() {
   std::error_code problem;
   const fs::path here = fs::read_symlink("/proc/self/exe", problem).parent_path();
   std::string pattern = (fs::temp_directory_path() / "kv-tour-XXXXXX").string();
-  if (!::mkdtemp(pattern.data()) || !fs::create_directory(pattern + "/projects", problem)) {
+  if (!::mkdtemp(pattern.data())) {
     std::cerr << "kv-tour: cannot make a folder " << pattern << "; set TMPDIR to one with room\n";
     return 2;
   }
-  const bool whole = Tour((here / "kv-station").string(), pattern + "/projects").play();
+  const bool whole = Tour((here / "kv-station").string(), pattern).play();
   fs::remove_all(pattern, problem);
   return whole ? 0 : 1;
 }
