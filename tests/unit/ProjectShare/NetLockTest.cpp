@@ -173,7 +173,10 @@ TEST_F(NetLockTest, UnlockingWithoutAnAttemptedInformationFileRemovesTheLockFile
   host.files.put(kInfo, "somebody");
   const auto lock = build();
   lock->Lock();
+  host.journal.clear();
   EXPECT_TRUE(lock->Unlock());
+  EXPECT_EQ(host.journal.effects(), (Strings{"iFile::close(/projects/P0001/Lock)",
+                                             "iFileManager::removeFile(/projects/P0001/Lock)"}));
   EXPECT_FALSE(host.files.has(kPath));
   EXPECT_TRUE(host.files.has(kInfo));
 }
