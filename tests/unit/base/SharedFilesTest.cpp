@@ -93,17 +93,34 @@ TEST(SharedFilesTest, SeveralWritersOfOneFileLeaveOneOfTheirContents) {
 TEST(SharedFilesTest, WhatAKilledWriterLeftIsTakenAwayByTheNextWrite) {
   const ScratchFolder folder;
   ASSERT_TRUE(writeAtomically(folder / "a", "old"));
-  for (int i = 0; i < 20; ++i) {
+  ChildProcess writer([&folder] {
+    const struct rlimit none { 0, 0 };
+    const struct rlimit small { 1000, 1000 };
+    if (::setrlimit(RLIMIT_CORE, &none) != 0 || ::setrlimit(RLIMIT_FSIZE, &small) != 0) return 2;
+    return writeAtomically(folder / "a", std::string(5000, 'x')) ? 0 : 1;  // killed by a signal
+  });
+  EXPECT_EQ(writer.wait(), -1);
+  EXPECT_EQ(contentOf(folder / "a"), "old");
+  EXPECT_EQ(namesIn(folder.path()).size(), 2U);
+  ASSERT_TRUE(writeAtomically(folder / "a", "new"));
+  EXPECT_EQ(contentOf(folder / "a"), "new");
+  EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{"a"}));
+}
+
+TEST(SharedFilesTest, AWriterThatIsKilledAtAnyMomentLeavesAWholeFile) {
+  const ScratchFolder folder;
+  ASSERT_TRUE(writeAtomically(folder / "a", std::string(100'000, 'a')));
+  for (int i = 0; i < 15; ++i) {
     ChildProcess writer([&folder] {
-      for (;;) static_cast<void>(writeAtomically(folder / "a", std::string(200'000, 'x')));
+      while (writeAtomically(folder / "a", std::string(100'000, 'b'))) {
+      }
       return 0;
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(3 + i));
+    std::this_thread::sleep_for(std::chrono::milliseconds(2 + i));
+    writer.kill();
+    const std::string content = contentOf(folder / "a");
+    EXPECT_EQ(content, std::string(100'000, content[0]));
   }
-  const std::string content = contentOf(folder / "a");
-  EXPECT_TRUE(content == "old" || content == std::string(200'000, 'x'));
-  ASSERT_TRUE(writeAtomically(folder / "a", "new"));
-  EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{"a"}));
 }
 
 TEST(SharedFilesTest, AWriteThatFindsNoSpaceKeepsTheOldContent) {
