@@ -23,13 +23,15 @@ inline LightweightString<wchar_t> wideText(std::string_view utf8) {
 inline std::string utf8Text(const LightweightString<char>& text) { return text.str(); }
 inline std::string utf8Text(const LightweightString<wchar_t>& text) { return toUTF8(text).str(); }
 
-/// A text from elsewhere as it may stand on a terminal: control characters (C0, DEL and C1) become
-/// "?", so that no name moves the cursor or hides what stands beside it.
+/// A text from elsewhere as it may stand on a terminal: control characters (C0, DEL and C1), and
+/// bytes that are no UTF-8 and could be such to a terminal, become "?", so that no name moves the
+/// cursor or hides what stands beside it.
 inline std::string shownText(const LightweightString<wchar_t>& text) {
   std::wstring shown;
   for (const wchar_t letter : text.view()) {
     const bool isControl = letter < 0x20 || (letter >= 0x7F && letter < 0xA0);
-    shown += isControl ? L'?' : letter;
+    const bool isByte = letter >= 0xDC00 && letter <= 0xDCFF;
+    shown += isControl || isByte ? L'?' : letter;
   }
   return utf8Text(LightweightString<wchar_t>(std::wstring_view(shown)));
 }
