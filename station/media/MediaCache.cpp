@@ -58,7 +58,8 @@ JsonValue shown(const MediaFile& file) {
   return JsonValue::object({{"cookie", utf8Text(file.cookie.asString())},
                             {"name", mediaName(file.path)},
                             {"file", file.path},
-                            {"network", file.network}});
+                            {"network", file.network},
+                            {"proxy_of", file.proxyOf}});
 }
 
 JsonValue looked(const MediaFile& file) {
@@ -70,15 +71,12 @@ JsonValue looked(const MediaFile& file) {
   return value;
 }
 
-/// All files, their proxies inside them.
-JsonValue tree(const MediaTable& table, JsonValue (*one)(const MediaFile&)) {
+/// All files, each followed by its proxies.
+JsonValue listed(const MediaTable& table, JsonValue (*one)(const MediaFile&)) {
   JsonValue all = JsonValue::array();
   for (const MediaFile& file : table.mains()) {
-    JsonValue value = one(file);
-    JsonValue proxies = JsonValue::array();
-    for (const MediaFile& proxy : table.proxiesOf(file)) proxies.append(one(proxy));
-    value.set("proxies", std::move(proxies));
-    all.append(std::move(value));
+    all.append(one(file));
+    for (const MediaFile& proxy : table.proxiesOf(file)) all.append(one(proxy));
   }
   return all;
 }
@@ -105,7 +103,9 @@ Result<Cookie> MediaCache::addMedia(const std::string& path) { return add(path, 
 Result<Cookie> MediaCache::addProxy(const std::string& path, const std::string& proxy) {
   const MediaFile* const main = table_.find(networkForm(path));
   if (!main) return unknownMedia(path);
-  return add(proxy, main->network);
+  const Cookie material = main->cookie;
+  const Result<Cookie> added = add(proxy, main->network);
+  return added ? material : added;
 }
 
 Result<Cookie> MediaCache::add(const std::string& path, const std::string& proxyOf) {
@@ -158,9 +158,9 @@ Result<void> MediaCache::discard(const MediaFile& file) {
 
 bool MediaCache::knows(const std::string& path) const { return table_.find(networkForm(path)); }
 
-JsonValue MediaCache::look() const { return tree(table_, looked); }
+JsonValue MediaCache::look() const { return listed(table_, looked); }
 
-JsonValue MediaCache::state() const { return tree(table_, shown); }
+JsonValue MediaCache::state() const { return listed(table_, shown); }
 
 void MediaCache::addFile(const Cookie& cookie, const MaterialFilename& file, bool isProxy) {
   MediaFile added = fileAt(utf8Text(file.getOsPath()), {});

@@ -40,7 +40,7 @@ class MediaCache : public SystemCache, public iProjectPart {
   /// is known already, is refused.
   Result<Cookie> addMedia(const std::string& path);
 
-  /// Adds a proxy of a known file.
+  /// Adds a proxy of a known file; the material's cookie.
   Result<Cookie> addProxy(const std::string& path, const std::string& proxy);
 
   /// Takes a file, with its proxies, or one proxy out of the project; the file itself stays on the
@@ -50,7 +50,7 @@ class MediaCache : public SystemCache, public iProjectPart {
   /// Whether a local path is known.
   [[nodiscard]] bool knows(const std::string& path) const;
 
-  /// All files with their proxies as a look at each shows them now.
+  /// All files, each followed by its proxies, as a look at each shows it now.
   [[nodiscard]] JsonValue look() const;
 
   void addFile(const Cookie& cookie, const MaterialFilename& file, bool isProxy) override;

@@ -116,8 +116,10 @@ TEST_F(MediaCacheTest, AProxyIsAnnouncedAsTheFirstProxyOfItsMaterial) {
   ASSERT_TRUE(cache.addProxy(file("a.mov"), file("a1.mov")));
   ASSERT_TRUE(cache.addProxy(file("a.mov"), file("a2.mov")));
   EXPECT_EQ(listener.notes, (Notes{"fileAdded a.mov", "proxyAdded a1.mov", "proxyAdded a2.mov"}));
-  ASSERT_EQ(cache.state().elements().size(), 1u);
-  EXPECT_EQ(cache.state().elements()[0]["proxies"].elements().size(), 2u);
+  const JsonValue shown = cache.state();
+  ASSERT_EQ(shown.elements().size(), 3u);
+  EXPECT_EQ(shown.elements()[0]["proxy_of"].asString(), "");
+  EXPECT_EQ(shown.elements()[2]["proxy_of"].asString(), "//store/rushes/a.mov");
   EXPECT_EQ(cache.addProxy(rushes + "/b.mov", file("b1.mov")).error().code, ErrorCode::eNotFound);
 }
 

@@ -99,8 +99,11 @@ TEST_F(ObjectCommandsTest, MediaIsAddedWithItsProxyAndRemoved) {
   scene.write(file, "x");
   EXPECT_FALSE(run({"media", "add", file, "--proxy", proxy}));
   scene.write(proxy, "x");
-  did({"media", "add", file, "--proxy", proxy});
-  EXPECT_EQ(did({"media", "list"}).elements().at(0)["proxies"].elements().size(), 1u);
+  const JsonValue material = did({"media", "add", file, "--proxy", proxy});
+  const JsonValue all = did({"media", "list"});
+  ASSERT_EQ(all.elements().size(), 2u);
+  EXPECT_EQ(all.elements()[0]["cookie"], material);
+  EXPECT_EQ(all.elements()[1]["proxy_of"].asString(), file);
   EXPECT_EQ(run({"media", "add", file, "other"}).error().code, ErrorCode::eUsage);
   did({"media", "remove", file});
   EXPECT_TRUE(did({"media", "list"}).elements().empty());
