@@ -166,6 +166,11 @@ TYPED_TEST(Containers, AreAnnouncedAsDestroyedAndTheirFileRemoved) {
   EXPECT_EQ(this->scene.events.changes, Notes{this->event(made, "destroyed local")});
 }
 
+TYPED_TEST(Containers, LeaveTheirNameToOthersWhenTheyAreDestroyed) {
+  ASSERT_TRUE(this->manager.discard(this->made("Rushes")));
+  EXPECT_TRUE(this->manager.create("Rushes"));
+}
+
 TYPED_TEST(Containers, DestroyedElsewhereAreGoneHere) {
   const Cookie made = this->made();
   ASSERT_TRUE(removeFileAt(this->fileOf(made)));
