@@ -60,10 +60,14 @@ class KV_HOST_API Glob {
 
   /// Puts a widget into this one, over its other children. Returns it; it belongs to this widget.
   template <typename Widget>
-  Widget* addChild(std::unique_ptr<Widget> child, const Placement& where = {}) {
+  Widget* addChild(std::unique_ptr<Widget> child, const Placement& where) {
     Widget* added = child.get();
     adopt(std::move(child), where);
     return added;
+  }
+  template <typename Widget>
+  Widget* addChild(std::unique_ptr<Widget> child) {
+    return addChild(std::move(child), Placement());
   }
 
   /// Gives a child back to the caller; null for what is no child of this widget.
