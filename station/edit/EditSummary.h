@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "station/base/Result.h"
 
@@ -15,4 +14,4 @@ struct EditSummary {
 /// Reads name and owner out of an edit's file without building its document, so that thousands are
 /// looked through in a moment. Checks the schema and that the text is whole, but not all of its
 /// grammar: opening the edit does. Failure: eBadContent, and what is wrong.
-Result<EditSummary> readEditSummary(std::string_view bytes);
+Result<EditSummary> readEditSummary(const std::string& bytes);
