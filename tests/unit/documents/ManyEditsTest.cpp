@@ -13,22 +13,20 @@ constexpr int kSanitizerFactor = 10;
 constexpr int kSanitizerFactor = 1;
 #endif
 
-/// A project of ten thousand edits, of which each holds the sample's tracks.
+/// A project of many edits, of which each holds the sample's tracks.
 class ManyEdits : public DocumentStation {
  protected:
-  static constexpr int kEdits = 10'000;
-
-  ManyEdits() {
+  void fill(int count) {
     sample = imported("simple_cut.otio");
     const std::string bytes = bytesOf(fileOf(sample));
     const std::string name = "Figure 1 - Simple Cut List";
     const std::size_t at = bytes.find(name);
-    for (int number = 0; number < kEdits; ++number) {
+    for (int number = 0; number < count; ++number) {
       std::string copy = bytes;
       copy.replace(at, name.size(), "Edit " + std::to_string(number));
       write(fileOf(Cookie::create(CookieTypeEdit)), copy);
     }
-    EXPECT_TRUE(projects.leave());
+    ASSERT_TRUE(projects.leave());
   }
 
   /// What the work costs this process, which does not depend on what else the machine does.
@@ -58,6 +56,7 @@ class ManyEdits : public DocumentStation {
 };
 
 TEST_F(ManyEdits, AreEnteredInLessThanTwoSecondsAndLittleMemory) {
+  fill(10'000);
   const double seconds = bestOf(3, [this] {
     EXPECT_TRUE(projects.enter("Film"));
     EXPECT_TRUE(projects.leave());
@@ -66,11 +65,12 @@ TEST_F(ManyEdits, AreEnteredInLessThanTwoSecondsAndLittleMemory) {
   RecordProperty("enter_seconds", std::to_string(seconds));
   EXPECT_LT(seconds, 2.0 * kSanitizerFactor);
   EXPECT_LT(residentMebibytes(), 150 * kSanitizerFactor);
-  EXPECT_EQ(edits.list().elements().size(), kEdits + 1U);
+  EXPECT_EQ(edits.list().elements().size(), 10'001U);
   EXPECT_TRUE(projects.resolve("Edit 9999", "E"));
 }
 
 TEST_F(ManyEdits, CostAMessageAboutOneOfThemNoMoreThanAFew) {
+  fill(2'000);
   const auto message = [this] { remoteModification(sample, "1;0.125;0.25;0%2F0;"); };
   const auto search = [this] { EXPECT_TRUE(projects.resolve("Figure 1 - Simple Cut List", "E")); };
   const auto often = [](const std::function<void()>& work) {
