@@ -39,7 +39,7 @@ std::optional<std::string> bytesOfHex(const std::string& line) {
 
 ToolStatus show(const std::string& datagram) {
   const JsonValue message = describeMessage(datagram);
-  std::cout << writeJson(message) << '\n';
+  printJson(message);
   return message["valid"].asBool() ? eToolDone : eToolFinding;
 }
 

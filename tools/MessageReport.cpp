@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "app/EventWriter.h"
 #include "host/base/Cookie.h"
 #include "host/edit/EditModification.h"
 #include "station/base/Strings.h"
@@ -171,31 +172,21 @@ void warnAboutLetters(const Fields& fields, Warnings& warnings) {
 
 }  // namespace
 
-void setText(JsonValue& object, const std::string& key, const std::string& bytes) {
-  if (isUtf8(bytes)) {
-    object.set(key, bytes);
-  } else {
-    object.set(key + "_hex", hexOf(bytes));
-  }
-}
-
 JsonValue describeMessage(const std::string& wireText) {
   const MessageFields message = readMessage(wireText);
-  JsonValue object = JsonValue::object();
-  object.set("type", message.type);
-  object.set("type_name", message.typeName);
-  setText(object, "project", message.project);
-  setText(object, "cookie", message.cookie);
-  setText(object, "data", message.data);
-  setText(object, "target", message.target);
-  setText(object, "source", message.source);
-  setText(object, "container", message.container);
-  setText(object, "modification", message.modification);
-  object.set("valid", message.valid);
   JsonValue warnings = JsonValue::array();
   for (auto& warning : warningsAbout(wireText)) warnings.append(std::move(warning));
-  object.set("warnings", std::move(warnings));
-  return object;
+  return JsonValue::object({{"type", message.type},
+                            {"type_name", message.typeName},
+                            textMember("project", message.project),
+                            textMember("cookie", message.cookie),
+                            textMember("data", message.data),
+                            textMember("target", message.target),
+                            textMember("source", message.source),
+                            textMember("container", message.container),
+                            textMember("modification", message.modification),
+                            {"valid", message.valid},
+                            {"warnings", std::move(warnings)}});
 }
 
 std::vector<std::string> warningsAbout(const std::string& wireText) {
@@ -211,15 +202,4 @@ std::vector<std::string> warningsAbout(const std::string& wireText) {
   warnAboutValues(message, fields, warnings);
   warnAboutLetters(fields, warnings);
   return warnings;
-}
-
-std::string hexOf(std::string_view bytes) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (const char letter : bytes) {
-    const auto byte = static_cast<unsigned char>(letter);
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0xF];
-  }
-  return text;
 }

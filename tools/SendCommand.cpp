@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "ProjectShare/NetMessage.h"
-#include "host/base/Diagnostics.h"
+#include "app/NearestName.h"
 #include "station/HostThread.h"
 #include "station/base/DiagnosticStream.h"
 #include "station/base/Events.h"
@@ -16,7 +16,6 @@
 #include "tools/MessageReport.h"
 #include "tools/MessageTypes.h"
 #include "tools/NamedSender.h"
-#include "tools/Nearest.h"
 #include "tools/Tool.h"
 
 namespace {

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
+
+#include "station/base/Json.h"
 
 namespace CLI {
 class App;
@@ -18,6 +21,16 @@ ToolStatus toolProblem(ToolStatus status, const std::string& message);
 
 /// Opens a file, or standard input for "-" or nothing, and reads all of it; false when that fails.
 bool readInput(const std::string& file, std::string& bytes);
+
+/// Prints a value on one line of standard output, in which every control character is escaped: no
+/// name moves the cursor of a terminal.
+void printJson(const JsonValue& value);
+
+/// Prints a value for people: an array of objects as a table.
+void printForPeople(const JsonValue& value);
+
+/// A time as "2026-05-31T12:00:00Z".
+std::string textOfTime(std::int64_t secondsSince1970);
 
 // Each adds its command; what it is called with stays valid as long as the program, and its result
 // is left in `status`.

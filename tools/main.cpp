@@ -3,8 +3,8 @@
 #include <exception>
 #include <iostream>
 
+#include "app/NearestName.h"
 #include "station/base/Strings.h"
-#include "tools/Nearest.h"
 #include "tools/Tool.h"
 
 namespace {
@@ -14,6 +14,9 @@ constexpr const char* kVersion = "14.5.0.0";
 void addCommands(CLI::App& tool, ToolStatus& status) {
   addDecodeCommand(tool, status);
   addSendCommand(tool, status);
+  addLocksCommand(tool, status);
+  addBreakCommand(tool, status);
+  addUsersCommand(tool, status);
   addCompletionCommand(tool, status);
 }
 

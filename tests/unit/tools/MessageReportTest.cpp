@@ -7,7 +7,6 @@
 #include "station/base/Strings.h"
 #include "station/net/MessageFields.h"
 #include "tools/MessageTypes.h"
-#include "tools/Nearest.h"
 
 namespace {
 
@@ -129,15 +128,6 @@ TEST(MessageTypes, EveryNameOfferedIsKnown) {
   int type = 0;
   for (const auto& name : messageTypeNames()) EXPECT_EQ(messageTypeOf(name), ++type) << name;
   EXPECT_EQ(type, 15);
-}
-
-TEST(Nearest, NameOfAMistypedWordIsFoundAndOfAnotherWordNot) {
-  const std::vector<std::string> names{"decode", "send", "completion"};
-  EXPECT_EQ(nearestName("dcode", names), "decode");
-  EXPECT_EQ(nearestName("snd", names), "send");
-  EXPECT_EQ(nearestName("complete", names), "completion");
-  EXPECT_EQ(nearestName("frobnicate", names), "");
-  EXPECT_EQ(nearestName("", names), "");
 }
 
 }  // namespace

@@ -1,0 +1,73 @@
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "app/EventWriter.h"
+#include "tools/LockList.h"
+#include "tools/Tool.h"
+#include "tools/ToolHost.h"
+
+namespace {
+
+struct Request {
+  std::string directory;
+  bool asJson = false;
+};
+
+std::string timeText(const LockEntry& lock) { return lock.since ? textOfTime(lock.since) : ""; }
+
+/// For people: a held lock without a readable name says so.
+std::string holderColumn(const LockEntry& lock) {
+  if (!lock.holder.empty()) return lock.holder;
+  return lock.state == LockState::eHeld ? "(name not readable yet)" : "";
+}
+
+JsonValue rowOf(const LockEntry& lock) {
+  return JsonValue::object({{"lock", lock.path},
+                            {"project", lock.project},
+                            {"room", lock.room},
+                            {"state", stateName(lock.state)},
+                            {"by", holderColumn(lock)},
+                            {"since", timeText(lock)}});
+}
+
+JsonValue objectOf(const LockEntry& lock) {
+  return JsonValue::object({textMember("lock", lock.path),
+                            {"kind", lock.room.empty() ? "project" : "room"},
+                            textMember("project", lock.project),
+                            textMember("room", lock.room),
+                            {"state", stateName(lock.state)},
+                            textMember("by", lock.holder),
+                            {"since", timeText(lock)}});
+}
+
+ToolStatus showLocks(const Request& request) {
+  const ToolHost host(directoryOf(request.directory));
+  if (auto usable = host.checkDirectory(); !usable) {
+    return toolProblem(eToolUsage, usable.error().message);
+  }
+  JsonValue all = JsonValue::array();
+  ToolStatus status = eToolDone;
+  const auto listed = forEachLock([&](const LockEntry& lock) {
+    all.append(request.asJson ? objectOf(lock) : rowOf(lock));
+    if (lock.state == LockState::eUnknown) status = eToolFinding;
+  });
+  if (!listed) return toolProblem(eToolUsage, listed.error().message);
+  if (request.asJson) {
+    printJson(all);
+  } else {
+    printForPeople(all);
+  }
+  return status;
+}
+
+}  // namespace
+
+void addLocksCommand(CLI::App& tool, ToolStatus& status) {
+  auto* const command =
+      tool.add_subcommand("locks", "Show every project and room: free, held or left behind");
+  const auto request = std::make_shared<Request>();
+  command->add_option("DIR", request->directory, "The projects directory")->required();
+  command->add_flag("--json", request->asJson, "One JSON array instead of a table");
+  command->footer("Looking takes no lock. Exit status: 0; 1 when a lock may not be looked at.");
+  command->callback([=, &status] { status = showLocks(*request); });
+}
