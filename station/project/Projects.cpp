@@ -1,7 +1,7 @@
 #include "station/project/Projects.h"
 
 #include <algorithm>
-#include <ranges>
+#include <iterator>
 
 #include "host/base/Log.h"
 #include "host/os/OS.h"
@@ -187,7 +187,7 @@ Result<void> Projects::leave() {
 void Projects::close() {
   if (!current_) return;
   ProjectListeners::instance().tell([](ProjectListener& each) { each.handleProjectExit(); });
-  for (iProjectPart* part : parts_ | std::views::reverse) part->leave();
+  std::for_each(parts_.rbegin(), parts_.rend(), [](iProjectPart* part) { part->leave(); });
   if (current_->isPrivate && iProjectShare::instance()) {
     iProjectShare::instance()->unlockCurrentlyLockedProject();
   }

@@ -82,6 +82,8 @@ TEST_F(EditsTest, ARemoteTrimShowsInTheOpenEditUnsavedAndIsNotEchoed) {
 
 TEST_F(EditsTest, ARemoteModificationOfAnEditThatIsNotOpenChangesNothing) {
   const Cookie cookie = imported("simple_cut.otio");
+  EditPtr lookedAt;
+  lookedAt.i_open(cookie, 0);
   remoteModification(cookie, "2;0;0;;Other");
   EXPECT_EQ(events.changes, Notes{});
   EXPECT_EQ(edits.nameOf(cookie), "Figure 1 - Simple Cut List");
