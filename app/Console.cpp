@@ -57,16 +57,16 @@ bool Console::runLine(const std::string& line, const iLineReader& reader) {
   const Command* command = words ? with_.commands.find(*words, nameWords) : nullptr;
   if (!command) {
     result = words ? unknown(*words) : words.error();
-    reply(line, {}, result);
+    reply(with_.events, line, {}, result);
   } else {
     const Arguments arguments(words->begin() + static_cast<std::ptrdiff_t>(nameWords),
                               words->end());
     if (auto checked = checkArguments(*command, arguments.size()); !checked) {
       result = checked.error();
-      reply(line, command->name, result);
+      reply(with_.events, line, command->name, result);
     } else if (command->place == Command::Place::eConsoleThread) {
       result = runGuarded(*command, arguments);
-      reply(line, command->name, result);
+      reply(with_.events, line, command->name, result);
     } else {
       result = runOnHostThread(line, *command, arguments);
     }
@@ -81,14 +81,14 @@ bool Console::runLine(const std::string& line, const iLineReader& reader) {
 }
 
 // The reply is given on the host thread, right after what the command caused, and also when nobody
-// waits for it any more.
+// waits for it any more: the console may be gone by then, so the task keeps what it needs.
 Result<JsonValue> Console::runOnHostThread(const std::string& line, const Command& command,
                                            const Arguments& arguments) {
   const auto pending = std::make_shared<Pending>();
-  with_.hostThread.post([this, pending, line, &command, arguments] {
+  with_.hostThread.post([with = with_, pending, line, &command, arguments] {
     auto result = runGuarded(command, arguments);
-    reply(line, command.name, result);
-    with_.waiter.change([&] {
+    reply(with.events, line, command.name, result);
+    with.waiter.change([&] {
       pending->result = std::move(result);
       pending->isDone = true;
     });
@@ -99,7 +99,7 @@ Result<JsonValue> Console::runOnHostThread(const std::string& line, const Comman
   return Error{ErrorCode::eSystem, "The station ends before the command did.", {}};
 }
 
-void Console::reply(const std::string& line, const std::string& command,
+void Console::reply(EventWriter& events, const std::string& line, const std::string& command,
                     const Result<JsonValue>& result) {
   std::vector<JsonValue::Member> members{
       textMember("line", line), {"command", command}, {"ok", static_cast<bool>(result)}};
@@ -108,7 +108,7 @@ void Console::reply(const std::string& line, const std::string& command,
   } else {
     members.push_back(textMember("error", result.error().message));
   }
-  with_.events.emit("reply", members);
+  events.emit("reply", members);
 }
 
 Error Console::unknown(const std::vector<std::string>& words) const {

@@ -38,7 +38,8 @@ class Console {
   bool runLine(const std::string& line, const iLineReader& reader);
   Result<JsonValue> runOnHostThread(const std::string& line, const Command& command,
                                     const Arguments& arguments);
-  void reply(const std::string& line, const std::string& command, const Result<JsonValue>& result);
+  static void reply(EventWriter& events, const std::string& line, const std::string& command,
+                    const Result<JsonValue>& result);
   [[nodiscard]] Error unknown(const std::vector<std::string>& words) const;
 
   Surroundings with_;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <future>
 #include <stdexcept>
 #include <thread>
 
@@ -190,6 +191,22 @@ TEST_F(ConsoleTest, WaitFailsAfterItsTimeAndDoesNotBlockTheHostThread) {
   EXPECT_NE(error(0).find("sent type=2 --timeout 0.05"), std::string::npos) << error(0);
   EXPECT_EQ(run({"where"}), 0);
   EXPECT_TRUE(ran);
+}
+
+TEST_F(ConsoleTest, ACommandThatOutlivesTheConsoleStillReplies) {
+  std::promise<void> goOn;
+  add("slow", 0, [&](const Arguments&) -> Result<JsonValue> {
+    waiter.end();
+    goOn.get_future().wait();
+    return JsonValue("done");
+  });
+  EXPECT_EQ(run({"slow"}), 0);
+  goOn.set_value();
+  std::promise<void> isBehind;
+  hostThread.post([&isBehind] { isBehind.set_value(); });
+  isBehind.get_future().wait();
+  ASSERT_EQ(kept.replies.size(), 1u);
+  EXPECT_EQ(kept.replies[0]["result"].asString(), "done");
 }
 
 TEST_F(ConsoleTest, AnEndingProgramWaitsForNothing) {

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// What a program did that was run to its end.
+struct ProgramRun {
+  int status = -1;  ///< its exit status; 128 and the signal's number when one ended it
+  std::string output;
+  std::string errors;
+};
+
+/// Runs a program with these words, gives it `input`, and waits for its end, a minute at most (then
+/// it is killed).
+ProgramRun runProgram(const std::vector<std::string>& words, const std::string& input = {});
