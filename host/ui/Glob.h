@@ -10,6 +10,20 @@
 #include "host/ui/Event.h"
 #include "host/ui/Geometry.h"
 
+class Glob;
+
+/// Where a child is put in its parent, and where it is put again when the parent changes its size.
+struct GlobPlacement {
+  enum eKind {
+    eFree,          ///< the child's own position, relative to the parent's top-left corner
+    eUserTopRight,  ///< right and top edges at the corner of the parent's user area
+    eBelow,         ///< under a sibling, right edges in line
+  };
+  eKind kind = eFree;
+  const Glob* sibling = nullptr;  ///< must be a child of the same parent, added before
+  XY offset;                      ///< leftwards and downwards from the corner; the gap, as y
+};
+
 /// A widget: a rectangle on the desktop that shows something, takes the user's hands and is sent
 /// short texts.
 ///
@@ -20,18 +34,7 @@
 /// User-interface thread (the station's is the host thread).
 class KV_HOST_API Glob {
  public:
-  /// Where a child is put in its parent, and where it is put again when the parent changes its
-  /// size.
-  struct Placement {
-    enum eKind {
-      eFree,          ///< the child's own position, relative to the parent's top-left corner
-      eUserTopRight,  ///< right and top edges at the corner of the parent's user area
-      eBelow,         ///< under a sibling, right edges in line
-    };
-    eKind kind = eFree;
-    const Glob* sibling = nullptr;  ///< must be a child of the same parent, added before
-    XY offset;                      ///< leftwards and downwards from the corner; the gap, as y
-  };
+  using Placement = GlobPlacement;
 
   /// The position that reshapeAndDraw takes for "where it is".
   static constexpr XY kKeepPosition{-1234, -1234};
