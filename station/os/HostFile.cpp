@@ -31,10 +31,13 @@ bool HostFile::write(const void* bytes, std::size_t count) {
   return writeAll(file_.get(), bytes, count);
 }
 
+/// A removal that began before the write may have found the old content and be about to go on: it
+/// is waited for. One that begins later finds the new content, and leaves the file alone.
 bool ReplacingFile::write(const void* bytes, std::size_t count) {
   if (replaced_) return HostFile::write(bytes, count);
   for (int tries = 0; tries < kTries; ++tries) {
     if (!replaceContent(bytes, count)) return false;
+    waitForRemoval(file_.get());
     replaced_ = isStillAt(file_.get(), path_);
     if (replaced_) {
       written_->remember(path_, std::string(static_cast<const char*>(bytes), count));

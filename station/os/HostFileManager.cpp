@@ -4,8 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
-#include <thread>
 
 #include "host/base/Text.h"
 #include "station/os/DirectoryListing.h"
@@ -15,11 +13,6 @@ namespace {
 
 /// How often a file is opened again that others replace or remove at the same moment.
 constexpr int kTries = 64;
-
-/// How often, and after which pause, a file to be replaced is asked for again while a removal holds
-/// it for a moment.
-constexpr int kReplaceTries = 5;
-constexpr std::chrono::milliseconds kReplacePause(10);
 
 thread_local eFileError lastError_ = eFileError::eNone;
 
@@ -100,24 +93,16 @@ Descriptor openExclusively(const std::string& path, bool create) {
   return Descriptor();
 }
 
-/// Whether another open holds the file exclusively; takes nothing, since on SMB a reader's lock
-/// would make the holder's writes fail.
-bool isHeld(const Descriptor& file) {
-  struct flock whole {};
-  whole.l_type = F_WRLCK;
-  whole.l_whence = SEEK_SET;
-  if (::fcntl(file.get(), F_OFD_GETLK, &whole) == 0) return whole.l_type != F_UNLCK;
-  return errno == EAGAIN || errno == EACCES;
+/// A file to be replaced is nobody's for long: only a removal holds it, for a moment.
+bool isRefused(const Descriptor& file, int disposition) {
+  if (disposition == eFileReplace) return !waitForRemoval(file.get());
+  return isLockedByAnother(file.get());
 }
 
 Descriptor openShared(const std::string& path, int access, int disposition) {
   const int flags = (access & 2 ? O_RDWR : O_RDONLY) | O_NOFOLLOW;
-  for (int tries = 1;; ++tries) {
-    Descriptor file = openOrCreate(path, flags, disposition != eFileOpenExisting);
-    if (!file.isOpen() || !isHeld(file)) return file;
-    if (disposition != eFileReplace || tries == kReplaceTries) break;
-    std::this_thread::sleep_for(kReplacePause);
-  }
+  Descriptor file = openOrCreate(path, flags, disposition != eFileOpenExisting);
+  if (!file.isOpen() || !isRefused(file, disposition)) return file;
   errno = EAGAIN;
   return Descriptor();
 }

@@ -5,7 +5,17 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <thread>
 #include <utility>
+
+namespace {
+
+/// A removal holds a file for well under a tenth of a second, on the slowest of shares.
+constexpr int kRemovalTries = 40;
+constexpr std::chrono::milliseconds kRemovalPause(5);
+
+}  // namespace
 
 Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
   std::swap(number_, other.number_);
@@ -99,6 +109,22 @@ bool tryLock(int descriptor) {
     if (errno != EINTR) return false;
   }
   return true;
+}
+
+bool isLockedByAnother(int descriptor) {
+  struct flock whole {};
+  whole.l_type = F_WRLCK;
+  whole.l_whence = SEEK_SET;
+  if (::fcntl(descriptor, F_OFD_GETLK, &whole) == 0) return whole.l_type != F_UNLCK;
+  return errno == EAGAIN || errno == EACCES;
+}
+
+bool waitForRemoval(int descriptor) {
+  for (int tries = 0; tries < kRemovalTries; ++tries) {
+    if (!isLockedByAnother(descriptor)) return true;
+    std::this_thread::sleep_for(kRemovalPause);
+  }
+  return false;
 }
 
 bool isStillAt(int descriptor, const std::string& path) {

@@ -53,6 +53,14 @@ bool writeAll(int descriptor, const void* bytes, std::size_t count);
 /// another open holds it, whatever the file system says to that.
 bool tryLock(int descriptor);
 
+/// Whether another open holds the file's lock. Takes nothing, since on SMB a reader's lock would
+/// make the holder's writes fail.
+bool isLockedByAnother(int descriptor);
+
+/// Waits for as long as a removal may hold the lock of a file that is about to be replaced; false
+/// when it is held for longer than any removal takes.
+bool waitForRemoval(int descriptor);
+
 /// Whether the path still leads to the open file. (A file that was replaced or removed meanwhile
 /// may be locked by its new holder as well.)
 bool isStillAt(int descriptor, const std::string& path);

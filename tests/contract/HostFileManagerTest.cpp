@@ -242,6 +242,22 @@ TEST_F(HostFileManagerTest, ANameWrittenIntoAFileThatWasRemovedMeanwhileIsStillA
   EXPECT_EQ(contentOf(folder_ / "Lock.inf"), "ANNA");
 }
 
+TEST_F(HostFileManagerTest, ANameWrittenWhileARemovalIsUnderWayIsStillAtThePath) {
+  const std::string path = folder_ / "Lock.inf";
+  const auto file =
+      files_.openFile(wide(path), eFileReadWrite, eFileReplace, eFileShareWrite, eFileNoFlags);
+  Descriptor removal = openPlainFile(path, O_RDWR);
+  ASSERT_TRUE(tryLock(removal.get()));
+  std::thread writer([&file] { EXPECT_TRUE(file->write("ANNA", 4)); });
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (contentOf(path) != "ANNA" && std::chrono::steady_clock::now() < deadline) {
+  }
+  std::filesystem::remove(path);
+  removal = Descriptor();
+  writer.join();
+  EXPECT_EQ(contentOf(path), "ANNA");
+}
+
 TEST_F(HostFileManagerTest, AMarkerHasTheTimeOfItsLastMark) {
   for (const int mark : {iFileManager::eMarkLeft, iFileManager::eMarkPresent}) {
     makeFile(folder_ / "ANNA.cli");
