@@ -83,11 +83,12 @@ TEST_F(MessagerTextTest, WordsAreNotHandledAndBecomeANotification) {
   }
   EXPECT_EQ(scene.lines(), Lines{});
   Glob::sendMsg(scene.panel(), "hello", scene.panel());
-  ASSERT_EQ(notifications().size(), 1u);
+  ASSERT_FALSE(notifications().empty());
   EXPECT_EQ(notifications().back().text, "hello");
 }
 
 TEST_F(MessagerTextTest, AnythingElseThatBeginsWithDIsHandledAndReported) {
+  const std::size_t before = notifications().size();
   for (const char* text : {"d", "dinner?", "d|10|", "d|2|P0001|E0001|", "d|99|P0001|E0001|",
                            "d|13|P0001|bob|12|beep|", "d|abc|P0001|x|"}) {
     bool isHandled = false;
@@ -96,7 +97,7 @@ TEST_F(MessagerTextTest, AnythingElseThatBeginsWithDIsHandledAndReported) {
     EXPECT_TRUE(printed.ends_with(kUnfinished)) << text << " printed " << printed;
   }
   EXPECT_EQ(scene.lines(), Lines{});
-  EXPECT_TRUE(notifications().empty());
+  EXPECT_EQ(notifications().size(), before);
 }
 
 TEST_F(MessagerTextTest, TransfersAreAnnouncedInTheLogAlone) {
