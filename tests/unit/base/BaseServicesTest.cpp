@@ -132,7 +132,7 @@ TEST(DiagnosticsTest, AFailedAssertionIsPrintedAndTold) {
             "no line end");
   std::fclose(stream);
   EXPECT_EQ(events.lines.size(), 2U);
-  EXPECT_EQ(events.lines[1], "console: no line end");
+  EXPECT_EQ(events.lines[1], "file: no line end");
 }
 
 TEST(DiagnosticsTest, StandardOutputIsWhereItGoesByItself) {
