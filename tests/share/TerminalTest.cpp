@@ -1,0 +1,126 @@
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdlib>
+
+#include "tests/share/SharedStations.h"
+
+namespace {
+
+/// A station on a terminal, and the person before it.
+class TerminalTest : public SharedStations {
+ protected:
+  TerminalTest() {
+    ::setenv("LC_ALL", "C.UTF-8", 1);
+    ::setenv("TERM", "xterm", 1);
+    std::vector<std::string> words = stationWords({"--user", "ANNA", "--host", "ANNA"});
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    process_ = ::forkpty(&terminal_, nullptr, nullptr, nullptr);
+    if (process_ == 0) {
+      ::execv(arguments[0], arguments.data());
+      ::_exit(127);
+    }
+  }
+
+  ~TerminalTest() override {
+    if (process_ > 0) {
+      ::kill(process_, SIGKILL);
+      ::waitpid(process_, nullptr, 0);
+    }
+    ::close(terminal_);
+  }
+
+  void type(const std::string& keys) const {
+    EXPECT_EQ(::write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+  }
+
+  /// Reads until the screen has shown this text since the last call.
+  bool sees(const std::string& text) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    std::size_t at = 0;
+    while ((at = shown_.find(text)) == std::string::npos) {
+      if (std::chrono::steady_clock::now() > deadline || !readMore()) return false;
+    }
+    shown_.erase(0, at + text.size());
+    return true;
+  }
+
+  int exitStatus() {
+    while (readMore()) {
+    }
+    int status = 0;
+    ::waitpid(process_, &status, 0);
+    process_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  std::string shown_;
+
+ private:
+  bool readMore() {
+    pollfd wanted{terminal_, POLLIN, 0};
+    if (::poll(&wanted, 1, 20'000) <= 0) return false;
+    std::array<char, 4096> block;
+    const ssize_t count = ::read(terminal_, block.data(), block.size());
+    if (count > 0) shown_.append(block.data(), static_cast<std::size_t>(count));
+    return count > 0;
+  }
+
+  int terminal_ = -1;
+  pid_t process_ = -1;
+};
+
+TEST_F(TerminalTest, TabCompletesCommandsAndTheNamesOfTheOpenProject) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("whoa\t\r");
+  EXPECT_TRUE(sees("network_mode: yes")) << shown_;
+  type("project create Film\rproject enter Film\redit create \"Night scene\"\r");
+  EXPECT_TRUE(sees("EditCreated")) << shown_;
+  type("edit show Ni\t\r");
+  EXPECT_TRUE(sees("name: Night scene")) << shown_;
+}
+
+TEST_F(TerminalTest, TheLastLineComesBackWithTheArrowKey) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("whoami\r");
+  EXPECT_TRUE(sees("network_mode: yes")) << shown_;
+  EXPECT_TRUE(sees("kv> "));
+  type("\033[A\r");
+  EXPECT_TRUE(sees("network_mode: yes")) << shown_;
+}
+
+TEST_F(TerminalTest, WhatTheStationSaysAppearsAboveTheLineBeingTyped) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("who");
+  ASSERT_TRUE(sees("who")) << shown_;
+  send({"user-message", "--target", "<All>", "--data", "lunch?", "--source", "BEN"});
+  EXPECT_TRUE(sees("lunch?")) << shown_;
+  EXPECT_TRUE(sees("kv> who")) << shown_;
+  type("ami\r");
+  EXPECT_TRUE(sees("network_mode: yes")) << shown_;
+}
+
+TEST_F(TerminalTest, APersonGoesOnAfterAMistakeAndLeavesWithTheEndOfInput) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("whoamy\r");
+  EXPECT_TRUE(sees("did you mean \"whoami\"?")) << shown_;
+  EXPECT_TRUE(sees("kv> ")) << shown_;
+  type("\004");
+  EXPECT_EQ(exitStatus(), 0);
+}
+
+TEST_F(TerminalTest, AnInterruptEndsItLikeQuit) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("\003");
+  EXPECT_EQ(exitStatus(), 0);
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "projects/ANNA.cli"));
+}
+
+}  // namespace
