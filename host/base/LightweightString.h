@@ -1,9 +1,10 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
-#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 /// The host's reference-counted string.
 ///
@@ -30,22 +31,36 @@ class LightweightString {
 
   /// Copies the characters of a view.
   explicit LightweightString(View text) {
-    if (!text.empty()) buffer_ = std::make_shared<const std::basic_string<C>>(text);
+    if (!text.empty()) buffer_ = new Buffer(std::basic_string<C>(text));
   }
 
-  [[nodiscard]] std::size_t size() const { return buffer_ ? buffer_->size() : 0; }
+  LightweightString(const LightweightString& other) : buffer_(other.buffer_) {
+    if (buffer_) buffer_->users.fetch_add(1, std::memory_order_relaxed);
+  }
+  LightweightString(LightweightString&& other) noexcept
+      : buffer_(std::exchange(other.buffer_, nullptr)) {}
+  LightweightString& operator=(LightweightString other) noexcept {
+    std::swap(buffer_, other.buffer_);
+    return *this;
+  }
+  ~LightweightString() { clear(); }
+
+  [[nodiscard]] std::size_t size() const { return view().size(); }
   [[nodiscard]] bool empty() const { return size() == 0; }
 
   /// The characters, zero-terminated; valid until this string changes or is destroyed.
-  [[nodiscard]] const C* c_str() const { return buffer_ ? buffer_->c_str() : &kTerminator; }
-  [[nodiscard]] View view() const { return buffer_ ? View(*buffer_) : View(); }
+  [[nodiscard]] const C* c_str() const { return buffer_ ? buffer_->text.c_str() : &kTerminator; }
+  [[nodiscard]] View view() const { return buffer_ ? View(buffer_->text) : View(); }
   [[nodiscard]] std::basic_string<C> str() const { return std::basic_string<C>(view()); }
 
   /// The character at `index`, which must be smaller than size().
-  C operator[](std::size_t index) const { return (*buffer_)[index]; }
+  C operator[](std::size_t index) const { return buffer_->text[index]; }
 
   /// Makes this the empty string.
-  void clear() { buffer_.reset(); }
+  void clear() {
+    Buffer* const buffer = std::exchange(buffer_, nullptr);
+    if (buffer && buffer->users.fetch_sub(1, std::memory_order_acq_rel) == 1) delete buffer;
+  }
 
   /// Appends; copies of this string made before keep their text.
   LightweightString& operator+=(const LightweightString& tail) { return append(tail.view()); }
@@ -71,15 +86,24 @@ class LightweightString {
   friend bool operator!=(const LightweightString& a, const C* b) { return a.view() != View(b); }
 
  private:
+  /// A text and how many strings share it. Without virtual functions: a string that a plug-in made
+  /// may be kept by the host after the plug-in's code is gone.
+  struct Buffer {
+    explicit Buffer(std::basic_string<C> content) : text(std::move(content)) {}
+    const std::basic_string<C> text;
+    std::atomic<std::size_t> users{1};
+  };
+
   LightweightString& append(View tail) {
     if (tail.empty()) return *this;
     std::basic_string<C> whole(view());
     whole.append(tail);
-    buffer_ = std::make_shared<const std::basic_string<C>>(std::move(whole));
+    clear();
+    buffer_ = new Buffer(std::move(whole));
     return *this;
   }
 
   static constexpr C kTerminator{};
 
-  std::shared_ptr<const std::basic_string<C>> buffer_;
+  Buffer* buffer_ = nullptr;
 };
