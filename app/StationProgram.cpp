@@ -22,6 +22,7 @@
 #include "app/commands/RoomCommands.h"
 #include "app/commands/UserCommands.h"
 #include "host/base/Config.h"
+#include "host/base/Log.h"
 #include "station/base/DiagnosticStream.h"
 #include "station/project/Projects.h"
 
@@ -142,12 +143,24 @@ void StationProgram::useStation() {
                  "), " + station_->pluginName() + " " + station_->pluginVersion() + ", port " +
                  std::to_string(port()) + ". \"help\" lists the commands, \"quit\" ends.");
   }
+  tellOfNames();
   std::thread console([this] {
     status_ = runConsole();
     station_->hostThread().stop();
   });
   station_->hostThread().run();
   console.join();
+}
+
+/// A person is told on the console; what a script's output holds stays as it is.
+void StationProgram::tellOfNames() {
+  const std::string advice = Station::adviceOnNames();
+  if (advice.empty()) return;
+  if (reader_->isInteractive()) {
+    LogBoth("%s\n", advice);
+  } else {
+    Log("%s\n", advice);
+  }
 }
 
 int StationProgram::runConsole() {

@@ -33,6 +33,7 @@ class StationProgram {
   Result<void> openInput();
   void addCommands();
   void useStation();
+  void tellOfNames();
   int runConsole();
   std::string cookieOf(const std::string& name);
   std::vector<std::string> objectNames();

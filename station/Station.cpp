@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "host/base/Log.h"
+#include "host/base/Text.h"
 #include "host/os/Files.h"
 #include "host/project/iProjectShare.h"
 #include "station/base/StationSettings.h"
@@ -124,4 +125,16 @@ std::string Station::pluginName() const {
 std::string Station::pluginVersion() const {
   const KvPluginBase* plugin = parts_->plugin.plugin();
   return plugin ? utf8Text(plugin->pluginVersion()) : std::string();
+}
+
+// Required: recipients are upper-cased host names, and a receiver compares them with its user's
+// name as it is.
+std::string Station::adviceOnNames() {
+  LightweightString<wchar_t> address = wideText(settings().host);
+  Kv::toUpper(address);
+  const std::string name = shownText(address);
+  if (wideText(settings().user) == address) return {};
+  return "Messages to you alone will not reach you: others address you by your host's name, \"" +
+         name + "\", and your user name is \"" + shownText(settings().user) +
+         "\". Start with --user and --host alike, in capitals, such as --user \"" + name + "\".";
 }

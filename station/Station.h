@@ -49,6 +49,10 @@ class Station {
   [[nodiscard]] std::string pluginName() const;
   [[nodiscard]] std::string pluginVersion() const;
 
+  /// What to do where messages to this user alone would not be taken, in one sentence or two; empty
+  /// where they are. Others address a user by the upper-cased host name.
+  [[nodiscard]] static std::string adviceOnNames();
+
  private:
   struct Parts;
 

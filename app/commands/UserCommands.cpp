@@ -47,13 +47,13 @@ Result<JsonValue> active(const Arguments&) {
   return JsonValue(share->getNumActiveUsers());
 }
 
+/// Owners are recorded under another name than the user's: the permissions manager's own.
 Result<JsonValue> whoAmI(const Arguments&) {
+  const LightweightString<wchar_t> user = OS().currentUserName();
   const iPermissionsManager* const manager = iPermissionsManager::instance();
-  const LightweightString<wchar_t> user =
-      manager ? manager->getCurrentUser() : OS().currentUserName();
-  return JsonValue::object({{"user", utf8Text(user)},
-                            {"login", utf8Text(OS().currentUserName())},
-                            {"host", utf8Text(OS().networkHostName())},
+  return JsonValue::object({{"user", shownText(user)},
+                            {"owner_name", shownText(manager ? manager->getCurrentUser() : user)},
+                            {"host", shownText(OS().networkHostName())},
                             {"machine", Cookie::getLocalMachineNumber()},
                             {"network_mode", ProjectSpacesManager::machineIsInNetworkMode()}});
 }
@@ -96,8 +96,11 @@ void addUserCommands(CommandTable& table) {
   table.add({"user add", "NAME", "Adds a user to this station's list.", 1, 1, addUser});
   table.add(
       {"active", "", "Shows how many users are at work in the projects directory.", 0, 0, active});
-  table.add({"whoami", "", "Shows this station's user, host, machine number and network mode.", 0,
-             0, whoAmI});
+  table.add(
+      {"whoami", "",
+       "Shows this station's user, host, machine number and network mode, and the name under which "
+       "the user's things are recorded.",
+       0, 0, whoAmI});
   table.add({"request", "MACHINE COMMAND",
              "Asks the station with this machine number to run one of its remote commands.", 2, 2,
              request});

@@ -119,7 +119,8 @@ TEST_F(LifecycleTest, UnknownCommandsAreAnsweredWithTheNearest) {
 }
 
 TEST_F(LifecycleTest, EventsOnStandardOutputLeaveTheTextToStandardError) {
-  const ProgramRun run = runScript("whoami\n", {"--events", "-"});
+  const ProgramRun run =
+      runScript("whoami\n", {"--events", "-", "--user", "SUITE4", "--host", "suite4"});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.output.find("{\"event\":\"ready\""), 0u) << run.output;
   std::size_t lines = 0;
@@ -130,6 +131,18 @@ TEST_F(LifecycleTest, EventsOnStandardOutputLeaveTheTextToStandardError) {
   }
   EXPECT_EQ(lines, 3u) << run.output;  // ready, reply, closed
   EXPECT_NE(run.errors.find("network_mode: yes"), std::string::npos) << run.errors;
+}
+
+TEST_F(LifecycleTest, NamesThatMessagesCannotReachAreToldInTheLogAloneToAScript) {
+  const std::string log = folder_ / "log";
+  const ProgramRun run =
+      runScript("whoami\n", {"--user", "anna", "--host", "suite-4", "--log", log});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.errors, "");
+  EXPECT_NE(run.output.find("owner_name: SUITE-4"), std::string::npos) << run.output;
+  std::ifstream file(log);
+  const std::string told((std::istreambuf_iterator<char>(file)), {});
+  EXPECT_NE(told.find("--user and --host alike"), std::string::npos) << told;
 }
 
 TEST_F(LifecycleTest, AnEventFileThatFillsUpDoesNotEndTheStation) {

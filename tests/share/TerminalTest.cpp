@@ -18,7 +18,11 @@ class TerminalTest : public SharedStations {
   TerminalTest() {
     ::setenv("LC_ALL", "C.UTF-8", 1);
     ::setenv("TERM", "xterm", 1);
-    std::vector<std::string> words = stationWords({"--user", "ANNA", "--host", "ANNA"});
+    sitDown("ANNA", "ANNA");
+  }
+
+  void sitDown(const std::string& user, const std::string& host) {
+    std::vector<std::string> words = stationWords({"--user", user, "--host", host});
     std::vector<char*> arguments;
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
@@ -29,26 +33,33 @@ class TerminalTest : public SharedStations {
     }
   }
 
-  ~TerminalTest() override {
+  ~TerminalTest() override { getUp(); }
+
+  void getUp() {
     if (process_ > 0) {
       ::kill(process_, SIGKILL);
       ::waitpid(process_, nullptr, 0);
     }
     ::close(terminal_);
+    shown_.clear();
   }
 
   void type(const std::string& keys) const {
     EXPECT_EQ(::write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
   }
 
-  /// Reads until the screen has shown this text since the last call.
-  bool sees(const std::string& text) {
+  /// Reads until the screen has shown this text since the last call of sees().
+  bool shows(const std::string& text) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    std::size_t at = 0;
-    while ((at = shown_.find(text)) == std::string::npos) {
+    while (shown_.find(text) == std::string::npos) {
       if (std::chrono::steady_clock::now() > deadline || !readMore()) return false;
     }
-    shown_.erase(0, at + text.size());
+    return true;
+  }
+
+  bool sees(const std::string& text) {
+    if (!shows(text)) return false;
+    shown_.erase(0, shown_.find(text) + text.size());
     return true;
   }
 
@@ -85,6 +96,19 @@ TEST_F(TerminalTest, TabCompletesCommandsAndTheNamesOfTheOpenProject) {
   EXPECT_TRUE(sees("EditCreated")) << shown_;
   type("edit show Ni\t\r");
   EXPECT_TRUE(sees("name: Night scene")) << shown_;
+}
+
+TEST_F(TerminalTest, APersonWhomMessagesCannotReachIsToldOnceWhatToDo) {
+  ASSERT_TRUE(sees("quit\" ends.")) << shown_;
+  ASSERT_TRUE(shows("kv> ")) << shown_;
+  EXPECT_EQ(shown_.find("--user"), std::string::npos) << shown_;
+  getUp();
+  sitDown("anna", "suite-4");
+  EXPECT_TRUE(sees("Start with --user and --host alike, in capitals, such as --user \"SUITE-4\"."));
+  EXPECT_TRUE(sees("kv> ")) << shown_;
+  type("whoami\r");
+  EXPECT_TRUE(sees("user: anna")) << shown_;
+  EXPECT_TRUE(sees("owner_name: SUITE-4")) << shown_;
 }
 
 TEST_F(TerminalTest, TheLastLineComesBackWithTheArrowKey) {

@@ -154,6 +154,7 @@ TEST_F(ObjectCommandsTest, ARequestThatMakesNoSenseIsNotSent) {
 TEST_F(ObjectCommandsTest, WhoAmIShowsTheStationAndUsersNeedThePlugin) {
   const JsonValue self = did({"whoami"});
   EXPECT_EQ(self["user"].asString(), "anna");
+  EXPECT_EQ(self["owner_name"].asString(), "anna");
   EXPECT_EQ(self["host"].asString(), "suite1");
   EXPECT_EQ(self["machine"].asLong(), 12);
   EXPECT_TRUE(self["network_mode"].asBool());
