@@ -2,11 +2,13 @@
 #
 # kv_setup build      what building needs
 # kv_setup test       and what the tests need
+# kv_setup bench      and what the benchmarks need, beside what the tests do
 #
 # Says what it installs, asks nothing, and does nothing where all is there.
 
 KV_BUILD_PACKAGES="g++ cmake ninja-build pkg-config uuid-dev libicu-dev rapidjson-dev libcli11-dev libedit-dev"
 KV_TEST_PACKAGES="libgtest-dev clang libclang-rt-14-dev clang-format binutils iproute2 util-linux"
+KV_BENCH_PACKAGES="libbenchmark-dev"
 
 kv_missing() {
   local package
@@ -17,7 +19,8 @@ kv_missing() {
 
 kv_setup() {
   local wanted=$KV_BUILD_PACKAGES missing as_root=
-  if [ "$1" = test ]; then wanted="$wanted $KV_TEST_PACKAGES"; fi
+  if [ "$1" = test ] || [ "$1" = bench ]; then wanted="$wanted $KV_TEST_PACKAGES"; fi
+  if [ "$1" = bench ]; then wanted="$wanted $KV_BENCH_PACKAGES"; fi
   if ! command -v dpkg-query >/dev/null; then
     echo "setup: this is no Debian system; please install by hand what these packages hold: $wanted" >&2
     return 0
