@@ -32,7 +32,7 @@ bool isNumber(const std::string& text) {
   return error == std::errc() && end == text.data() + text.size();
 }
 
-std::string quoted(const std::string& text) { return "\"" + shownText(text) + "\""; }
+std::string inQuotes(const std::string& text) { return "\"" + shownText(text) + "\""; }
 
 /// The number of fields that a type's message has, and what a receiver does with fewer.
 struct Shape {
@@ -80,7 +80,7 @@ bool hasHead(const std::string& text, const Fields& fields, Warnings& warnings) 
     return false;
   }
   if (fields[0] != "d") {
-    warnings.push_back("the version is " + quoted(fields[0]) +
+    warnings.push_back("the version is " + inQuotes(fields[0]) +
                        ", not \"d\": stations warn of another version and ignore it");
     return false;
   }
@@ -92,7 +92,7 @@ bool hasHead(const std::string& text, const Fields& fields, Warnings& warnings) 
 
 void warnAboutType(const std::string& text, int type, Warnings& warnings) {
   if (!isNumber(text)) {
-    warnings.push_back("the type " + quoted(text) + " is no number and is read as " +
+    warnings.push_back("the type " + inQuotes(text) + " is no number and is read as " +
                        std::to_string(type));
   }
   if (type >= 1 && type <= 15) return;
@@ -115,17 +115,17 @@ void warnAboutShape(int type, const Fields& fields, Warnings& warnings) {
 
 void warnAboutCookie(const char* what, const std::string& text, Warnings& warnings) {
   if (text.empty() || !Cookie(text.c_str(), false).isNull()) return;
-  warnings.push_back(std::string("the ") + what + " " + quoted(text) +
+  warnings.push_back(std::string("the ") + what + " " + inQuotes(text) +
                      " is no cookie: stations take none");
 }
 
 void warnAboutContainer(const std::string& text, Warnings& warnings) {
   if (!isNumber(text)) {
-    warnings.push_back("the container value " + quoted(text) +
+    warnings.push_back("the container value " + inQuotes(text) +
                        " is no number: stations read what digits it begins with, or 0");
   }
   if (readMessage(std::string("d\xAC") + "7\xAC\xAC\xAC" + text + "\xAC").valid) return;
-  warnings.push_back("the container value " + quoted(text) +
+  warnings.push_back("the container value " + inQuotes(text) +
                      " is none of 0 to 3: stations report \"valid_\" (NetMessage line 31) and "
                      "\"false\" (NetMessage line 162), and ignore the message");
 }
@@ -133,8 +133,8 @@ void warnAboutContainer(const std::string& text, Warnings& warnings) {
 void warnAboutModification(const std::string& text, Warnings& warnings) {
   const EditModification read{hostText(text)};
   if (utf8Text(read.asString()) != text) {
-    warnings.push_back("the modification " + quoted(text) + " is not of its text form: read as " +
-                       quoted(utf8Text(read.asString())));
+    warnings.push_back("the modification " + inQuotes(text) + " is not of its text form: read as " +
+                       inQuotes(utf8Text(read.asString())));
   }
   if (read.range_.start > read.range_.end) {
     warnings.push_back(
@@ -145,8 +145,8 @@ void warnAboutModification(const std::string& text, Warnings& warnings) {
 
 void warnAboutTransfer(const MessageFields& message, Warnings& warnings) {
   warnings.push_back("stations read the cookie from the recipient's field, " +
-                     quoted(message.target) + ", and never the object's, " +
-                     quoted(message.cookie));
+                     inQuotes(message.target) + ", and never the object's, " +
+                     inQuotes(message.cookie));
 }
 
 void warnAboutValues(const MessageFields& message, const Fields& fields, Warnings& warnings) {
@@ -159,7 +159,7 @@ void warnAboutValues(const MessageFields& message, const Fields& fields, Warning
   if (message.type == 1 && hasFifth) warnAboutModification(message.modification, warnings);
   if (message.type == 11 || message.type == 12) warnAboutTransfer(message, warnings);
   if (message.type == 13 && fields.size() > kLeastFields && !isNumber(message.target)) {
-    warnings.push_back("the machine " + quoted(message.target) + " is no number");
+    warnings.push_back("the machine " + inQuotes(message.target) + " is no number");
   }
 }
 

@@ -16,7 +16,7 @@ namespace {
 constexpr std::uint32_t kRewritten =
     ContainerManagerBase::eChanged | ContainerManagerBase::eFileWritten;
 
-std::string quoted(const std::string& text) { return "\"" + shownText(text) + "\""; }
+std::string inQuotes(const std::string& text) { return "\"" + shownText(text) + "\""; }
 
 }  // namespace
 
@@ -167,7 +167,7 @@ Result<void> ContainerPart::check(const Cookie& cookie, const JsonValue& record)
   if (problem.empty()) return {};
   const std::string file = fileOf(cookie);
   return Error{ErrorCode::eBadContent,
-               quoted(file) + " is no " + kind_.word + ": " + problem +
+               inQuotes(file) + " is no " + kind_.word + ": " + problem +
                    ". It is left as it is; repair it or move it away.",
                file};
 }
@@ -187,7 +187,7 @@ Result<void> ContainerPart::requireNew(const std::string& name) const {
   if (const Result<void> sound = checkName(kind_.word, name); !sound) return sound;
   if (!byName_.contains(name)) return {};
   return Error{ErrorCode::eExists,
-               "There is a " + kind_.word + " " + quoted(name) + " already (" +
+               "There is a " + kind_.word + " " + inQuotes(name) + " already (" +
                    utf8Text(byName_.at(name).begin()->asString()) + "); choose another name.",
                {}};
 }

@@ -24,7 +24,7 @@ constexpr const char* kProxyOf = "proxyOf";
 
 MediaCache* instance_ = nullptr;
 
-std::string quoted(const std::string& text) { return "\"" + shownText(text) + "\""; }
+std::string inQuotes(const std::string& text) { return "\"" + shownText(text) + "\""; }
 
 MediaFile fileAt(const std::string& path, const std::string& proxyOf) {
   return {materialCookie(path), path, networkForm(path), proxyOf};
@@ -35,22 +35,22 @@ void warnOfCutPath(const MediaFile& file) {
   LogBoth(
       "The path %s holds a character whose encoding has the byte that separates the fields of a "
       "message, so other stations receive it cut. Rename the file, or its folder, to share it.\n",
-      quoted(file.network));
+      inQuotes(file.network));
 }
 
 Error alreadyKnown(const std::string& path) {
-  return {ErrorCode::eExists, quoted(path) + " is in the project already.", path};
+  return {ErrorCode::eExists, inQuotes(path) + " is in the project already.", path};
 }
 
 Error notThere(const std::string& path) {
   return {ErrorCode::eNotFound,
-          "There is no readable file " + quoted(path) + ", so it was not added. Check its path.",
+          "There is no readable file " + inQuotes(path) + ", so it was not added. Check its path.",
           path};
 }
 
 Error unknownMedia(const std::string& text) {
   return {ErrorCode::eNotFound,
-          quoted(text) + " is no media file of the open project; \"media list\" shows them.",
+          inQuotes(text) + " is no media file of the open project; \"media list\" shows them.",
           {}};
 }
 
@@ -144,7 +144,7 @@ Result<std::vector<MediaFile>> MediaCache::meant(const std::string& text) const 
   std::string candidates;
   for (const MediaFile& file : files) candidates += "\n  " + shownText(file.path);
   return Error{ErrorCode::eUsage,
-               quoted(text) + " may mean several files; give one's path:" + candidates,
+               inQuotes(text) + " may mean several files; give one's path:" + candidates,
                {}};
 }
 
@@ -172,7 +172,7 @@ void MediaCache::addFile(const Cookie& cookie, const MaterialFilename& file, boo
     added.proxyOf = material.front().network;
   }
   if (!existsFresh(added.path)) {
-    LogBoth("The media file %s is not there, and is shown as offline.\n", quoted(added.path));
+    LogBoth("The media file %s is not there, and is shown as offline.\n", inQuotes(added.path));
   }
   show(added);
 }
@@ -209,7 +209,7 @@ Result<void> MediaCache::take(const Cookie& record, const JsonValue& content) {
   }
   const std::string path = recordPath(folder_, record);
   return Error{ErrorCode::eBadContent,
-               quoted(path) +
+               inQuotes(path) +
                    " is no record of a media file: its \"file\" is not the one that it is named "
                    "after. It is left as it is; repair it or move it away.",
                path};

@@ -20,12 +20,12 @@ Projects* theProjects = nullptr;
 constexpr const char* kLockAdvice =
     "Wait until it is left there, or enter another project (\"project list\").";
 
-std::string quoted(const std::string& name) { return "\"" + shownText(name) + "\""; }
+std::string inQuotes(const std::string& name) { return "\"" + shownText(name) + "\""; }
 
 /// The refusal to hand out a private project: why it cannot be held, and by whom it is.
 Error refusal(const Cookie& project, const std::string& name, eFileError reason) {
   return lockRefusal(
-      "Private project " + quoted(name), reason,
+      "Private project " + inQuotes(name), reason,
       [&project] { return iProjectShare::instance()->getProjectLockOwner(project); }, kLockAdvice);
 }
 
@@ -34,7 +34,7 @@ Result<void> lookBefore(const Cookie& project, const std::string& name) {
   iProjectShare* share = iProjectShare::instance();
   if (!share) {
     return Error{ErrorCode::eRefused,
-                 "Private project " + quoted(name) +
+                 "Private project " + inQuotes(name) +
                      " cannot be held: no plug-in guards projects. Start with \"--plugin\".",
                  {}};
   }
@@ -86,7 +86,7 @@ Result<Cookie> Projects::create(const std::string& name, bool isPrivate) {
   const ProjectRecord record{name, isPrivate, timeForRecord(), settings().user};
   if (auto made = makeProjectFolder(cookie, record); !made) {
     Error problem = made.error();
-    problem.message = "Project " + quoted(name) + " was not made: " + problem.message;
+    problem.message = "Project " + inQuotes(name) + " was not made: " + problem.message;
     return problem;
   }
   return cookie;
@@ -121,13 +121,13 @@ Result<Projects::Found> Projects::findByName(const std::string& name) const {
   if (found.size() == 1) return found.front();
   if (found.empty()) {
     return Error{ErrorCode::eNotFound,
-                 "There is no project " + quoted(name) + "; \"project list\" shows all.",
+                 "There is no project " + inQuotes(name) + "; \"project list\" shows all.",
                  {}};
   }
   std::string candidates;
   for (const Found& each : found) candidates += " " + each.cookie.asString().str();
   return Error{ErrorCode::eUsage,
-               "Several projects are called " + quoted(name) +
+               "Several projects are called " + inQuotes(name) +
                    "; name one by its cookie:" + candidates + ".",
                {}};
 }
@@ -216,14 +216,14 @@ Result<Cookie> Projects::resolve(const std::string& nameOrCookie, const std::str
   if (found.size() == 1) return found.front().cookie;
   if (found.empty()) {
     return Error{ErrorCode::eNotFound,
-                 "The project " + quoted(current_->name) + " holds no such object as " +
-                     quoted(nameOrCookie) + ".",
+                 "The project " + inQuotes(current_->name) + " holds no such object as " +
+                     inQuotes(nameOrCookie) + ".",
                  {}};
   }
   std::string candidates;
   for (const NamedObject& each : found) candidates += " " + each.cookie.asString().str();
   return Error{ErrorCode::eUsage,
-               "Several objects are called " + quoted(nameOrCookie) +
+               "Several objects are called " + inQuotes(nameOrCookie) +
                    "; name one by its cookie:" + candidates + ".",
                {}};
 }

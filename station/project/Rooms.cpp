@@ -17,7 +17,7 @@ Rooms* theRooms = nullptr;
 
 constexpr std::string_view kRecordEnding = ".json";
 
-std::string quoted(const std::string& name) { return "\"" + shownText(name) + "\""; }
+std::string inQuotes(const std::string& name) { return "\"" + shownText(name) + "\""; }
 
 /// The file name of the room whose record this is; empty for other files.
 std::string roomOfRecord(const std::string& file) {
@@ -77,7 +77,7 @@ Result<void> Rooms::create(const std::string& name) {
   if (!fileName) return fileName.error();
   const std::string record = pathOf(*fileName) + std::string(kRecordEnding);
   if (existsFresh(record)) {
-    return Error{ErrorCode::eExists, "There is a room " + quoted(name) + " already.", record};
+    return Error{ErrorCode::eExists, "There is a room " + inQuotes(name) + " already.", record};
   }
   if (auto made = makeFolder(folder_); !made && made.error().code != ErrorCode::eExists) {
     return made;
@@ -120,7 +120,7 @@ Result<void> Rooms::goInto(const std::string& name) {
   if (!fileName) return fileName.error();
   if (!existsFresh(pathOf(*fileName) + std::string(kRecordEnding))) {
     return Error{ErrorCode::eNotFound,
-                 "There is no room " + quoted(name) + "; \"room create\" makes it.",
+                 "There is no room " + inQuotes(name) + "; \"room create\" makes it.",
                  {}};
   }
   if (name == current_) return {};
@@ -129,7 +129,7 @@ Result<void> Rooms::goInto(const std::string& name) {
   const LightweightString<wchar_t> path = wideText(pathOf(*fileName));
   if (!share->lockRoom(path)) {
     return lockRefusal(
-        "Room " + quoted(name), OS().fileManager().lastError(),
+        "Room " + inQuotes(name), OS().fileManager().lastError(),
         [&] { return share->getRoomLockOwner(path); },
         "Wait until it is left, or enter another room (\"room list\").");
   }
