@@ -32,6 +32,17 @@ std::string markerFile() {
   return utf8Text(getProjectsBaseDirectory()) + settings().user + kMarkerEnding;
 }
 
+const char* adviceFor(eFileError problem) {
+  switch (problem) {
+    case eFileError::eReadOnly:
+      return "It is mounted read-only; mount it for writing.";
+    case eFileError::eFull:
+      return "It is full; make room on it.";
+    default:
+      return "Ask for the right to write there.";
+  }
+}
+
 Result<void> checkProjectsDirectory() {
   const std::string& path = settings().projectsDirectory;
   const auto entries = listFresh(path);
@@ -104,11 +115,12 @@ HostThread& Station::hostThread() { return parts_->hostThread; }
 
 void Station::markPresent() {
   if (iProjectShare* share = iProjectShare::instance()) share->lockRoom({});
+  const eFileError problem = parts_->os.fileManager().lastError();
   if (existsFresh(markerFile())) return;
   LogBoth(
       "Nothing can be written in the projects directory %s: others do not see this station, and "
-      "changes cannot be saved. Ask for the right to write there.\n",
-      settings().projectsDirectory);
+      "changes cannot be saved. %s\n",
+      settings().projectsDirectory, adviceFor(problem));
 }
 
 void Station::unmarkPresent() {

@@ -11,6 +11,7 @@
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/net/MessageFields.h"
+#include "station/os/SharedFiles.h"
 #include "station/project/ObjectNames.h"
 
 namespace {
@@ -44,7 +45,11 @@ Result<JsonValue> addUser(const Arguments& arguments) {
 Result<JsonValue> active(const Arguments&) {
   iProjectShare* const share = iProjectShare::instance();
   if (!share) return noPlugin();
-  return JsonValue(share->getNumActiveUsers());
+  const std::uint32_t count = share->getNumActiveUsers();
+  if (count > 0) return JsonValue(count);
+  // Nobody, or no folder to count in.
+  if (auto files = listFresh(settings().projectsDirectory); !files) return files.error();
+  return JsonValue(0);
 }
 
 /// Owners are recorded under another name than the user's: the permissions manager's own.

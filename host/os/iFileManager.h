@@ -124,12 +124,14 @@ class KV_HOST_API iFileManager {
   virtual bool listDirectory(const LightweightString<wchar_t>& pattern, int kind, int details,
                              Vector<DirectoryItem>& items) = 0;
 
-  /// Sets or refreshes a marker file; `value` is one of eMark. False on failure.
+  /// Sets or refreshes a marker file; `value` is one of eMark. False on failure; then lastError()
+  /// tells why.
   virtual bool markFile(const LightweightString<wchar_t>& path, int value) = 0;
 
   /// The character between a path's components; 0 where there is none.
   [[nodiscard]] virtual wchar_t pathSeparator() const = 0;
 
-  /// Why the last openFile or removeFile on the calling thread failed; eNone after a success.
+  /// Why the last openFile, removeFile or markFile on the calling thread failed; eNone after a
+  /// success.
   [[nodiscard]] virtual eFileError lastError() const = 0;
 };

@@ -26,10 +26,15 @@ Error notTaken(const std::string& path, eFileError why) {
     case eFileError::eMissing:
       return {ErrorCode::eNotFound, "The project's folder is gone: " + shown + " cannot be made.",
               path};
-    case eFileError::eNoRights:
     case eFileError::eReadOnly:
+      return {ErrorCode::eReadOnly,
+              "The share is mounted read-only; nothing was changed, since " + shown +
+                  " cannot be made. Mount it for writing.",
+              path};
+    case eFileError::eNoRights:
       return {ErrorCode::eNoRights,
-              shown + " may not be written; nothing was changed. Ask for rights on the folder.",
+              "Permission denied: " + shown +
+                  " cannot be made, and nothing was changed. Ask for rights on the folder.",
               path};
     case eFileError::eNoLockService:
       return {ErrorCode::eNoLockService,
@@ -37,7 +42,8 @@ Error notTaken(const std::string& path, eFileError why) {
                   " cannot be locked. Ask whoever mounted it.",
               path};
     case eFileError::eFull:
-      return {ErrorCode::eFull, "The share is full: " + shown + " cannot be made.", path};
+      return {ErrorCode::eFull, "The share is full: " + shown + " cannot be made. Make room on it.",
+              path};
     default:
       return {ErrorCode::eSystem, shown + " cannot be opened; nothing was changed.", path};
   }

@@ -237,6 +237,20 @@ Result<void> EditActions::remove(const std::vector<Cookie>& cookies) {
   return result;
 }
 
+namespace {
+
+/// Looks whether an edit's new owner can be written, since owners are announced before they are.
+Result<void> requireWritable(const Cookie& cookie) {
+  const std::string path = edits().pathFor(cookie);
+  const auto bytes = readFresh(path);
+  if (!bytes) return failed("The owner stays as it is", bytes.error());
+  const auto checked = checkReplaceable(path, bytes->size());
+  if (!checked) return failed("The owner stays as it is", checked.error());
+  return {};
+}
+
+}  // namespace
+
 Result<void> EditActions::give(const Cookie& cookie, const std::string& user) {
   if (auto checked = checkName("owner", user); !checked) return checked;
   if (!hasNoOwner(cookie)) {
@@ -247,6 +261,9 @@ Result<void> EditActions::give(const Cookie& cookie, const std::string& user) {
   LightweightString<wchar_t> owner = wideText(user);
   Kv::toUpper(owner);
   const bool isEdit = cookie.getType() == CookieTypeEdit;
+  if (isEdit) {
+    if (auto writable = requireWritable(cookie); !writable) return writable;
+  }
   permissions->setOwner(cookie, owner,
                         isEdit ? iPermissionsManager::eEdit : iPermissionsManager::eShot, true);
   if (!isEdit) announceLogOwner(cookie, utf8Text(owner));

@@ -166,10 +166,15 @@ bool HostFileManager::listDirectory(const LightweightString<wchar_t>& pattern, i
 
 bool HostFileManager::markFile(const LightweightString<wchar_t>& widePath, int value) {
   const std::string path = pathOf(widePath);
-  if (path.empty() || (value != eMarkLeft && value != eMarkPresent)) return false;
-  if (!folderIsThere(path)) return false;
-  const Descriptor file = openOrCreate(path, O_WRONLY | O_NOFOLLOW, true);
-  return file.isOpen() && ::futimens(file.get(), nullptr) == 0;
+  if (value != eMarkLeft && value != eMarkPresent) return false;
+  errno = ENOENT;
+  Descriptor file;
+  if (!path.empty() && folderIsThere(path)) {
+    file = openOrCreate(path, O_WRONLY | O_NOFOLLOW, true);
+  }
+  const bool isMarked = file.isOpen() && ::futimens(file.get(), nullptr) == 0;
+  lastError_ = isMarked ? eFileError::eNone : fileErrorOf(errno);
+  return isMarked;
 }
 
 eFileError HostFileManager::lastError() const { return lastError_; }

@@ -199,6 +199,18 @@ Result<void> writeAtomically(const std::string& path, const std::string& bytes) 
   return {};
 }
 
+Result<void> checkReplaceable(const std::string& path, std::size_t size) {
+  const Temporary temporary = makeOwnTemporary(path);
+  if (!temporary.file.isOpen()) return errorFromErrno(errno, "write", path);
+  const std::string bytes(size, ' ');
+  const bool isWritten = writeAll(temporary.file.get(), bytes.data(), bytes.size()) &&
+                         ::fsync(temporary.file.get()) == 0;
+  const int problem = errno;
+  ::unlink(temporary.path.c_str());
+  if (!isWritten) return errorFromErrno(problem, "write", path);
+  return {};
+}
+
 Result<void> removeFileAt(const std::string& path) {
   lookAfresh(folderOf(path));
   if (::unlink(path.c_str()) != 0 && errno != ENOENT) {

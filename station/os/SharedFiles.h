@@ -30,6 +30,10 @@ Result<std::vector<std::string>> listFresh(const std::string& folder);
 /// removed by the next write to the same file.
 Result<void> writeAtomically(const std::string& path, const std::string& bytes);
 
+/// Whether writeAtomically could replace a file by one of this size now: tries it beside the file,
+/// which stays as it is.
+Result<void> checkReplaceable(const std::string& path, std::size_t size);
+
 /// Removes a file; one that is not there is success.
 Result<void> removeFileAt(const std::string& path);
 

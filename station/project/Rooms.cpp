@@ -9,6 +9,7 @@
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
+#include "station/project/Projects.h"
 #include "station/project/RoomNames.h"
 
 namespace {
@@ -103,7 +104,8 @@ Result<std::vector<RoomInfo>> Rooms::list() const {
   if (auto shared = requireShared(); !shared) return shared.error();
   std::vector<RoomInfo> rooms;
   const auto files = listFresh(folder_);
-  if (!files && files.error().code == ErrorCode::eNotFound) return rooms;
+  const bool hasNone = !files && files.error().code == ErrorCode::eNotFound;
+  if (hasNone && existsFresh(Projects::instance().current()->folder)) return rooms;
   if (!files) return files.error();
   for (const std::string& file : *files) {
     const std::string fileName = roomOfRecord(file);

@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-SharedStations::SharedStations() {
+SharedStations::SharedStations(const std::filesystem::path& parent) : folder_(parent) {
   ::setenv("XDG_CONFIG_HOME", (folder_ / "config").c_str(), 1);  // none of this user's
   std::filesystem::create_directory(folder_ / "projects");
 }

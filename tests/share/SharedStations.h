@@ -16,7 +16,10 @@ class SharedStations : public testing::Test {
  protected:
   using Keys = StationProcess::Keys;
 
-  SharedStations();
+  SharedStations() : SharedStations(std::filesystem::temp_directory_path()) {}
+
+  /// In a folder elsewhere than among the system's temporary files, if that can be written to.
+  explicit SharedStations(const std::filesystem::path& parent);
 
   /// Starts a station and waits until it is ready.
   StationProcess& start(const std::string& name, int machine,
@@ -47,7 +50,7 @@ class SharedStations : public testing::Test {
   [[nodiscard]] std::string sample(const std::string& name) const;
   [[nodiscard]] std::vector<std::string> stationWords(std::vector<std::string> more) const;
 
-  ScratchFolder folder_;
+  ScratchFolder folder_;  ///< holds the projects directory, "projects"
   int port_ = freeUdpPort();
   int markers_ = 0;
   std::string project_;  ///< the cookie of "Film"

@@ -1,0 +1,215 @@
+#include <linux/capability.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "tests/share/SharedStations.h"
+
+namespace {
+
+/// A projects directory that stops being usable.
+class FaultyShareTest : public SharedStations {
+ protected:
+  ~FaultyShareTest() override {
+    stations_.clear();
+    if (isMounted_) ::umount2(projects().c_str(), MNT_DETACH);
+  }
+
+  [[nodiscard]] std::string projects() const { return folder_ / "projects"; }
+
+  /// A file system of its own for the projects directory; false where this system allows none.
+  bool mountProjects(const char* options) {
+    if (::unshare(CLONE_NEWNS) != 0) return false;
+    if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return false;
+    isMounted_ = ::mount("share", projects().c_str(), "tmpfs", 0, options) == 0;
+    return isMounted_;
+  }
+
+  /// A private project "Secret", and "Film" with an edit, a bin, a filter and the rooms "Sound" and
+  /// "Colour"; `station` is in none of them.
+  void prepare(StationProcess& station) {
+    for (const std::string line : {"project create Secret --private", "project create Film",
+                                   "project enter Film", "room create Sound", "room create Colour",
+                                   "bin create Dailies", "filter create Day day"}) {
+      run(station, line);
+    }
+    run(station, "edit import \"" + sample("simple_cut.otio") + "\"");
+    run(station, "edit create Reel");
+    run(station, "bin add Dailies Reel");
+    run(station, "project leave");
+  }
+
+  /// Every command that writes is refused for this reason, and what the station holds is unchanged.
+  void expectNothingCanBeWritten(StationProcess& station, const std::string& reason) {
+    const auto refused = [&](const std::string& line) {
+      const std::string said = refusal(station, line);
+      EXPECT_NE(said.find(reason), std::string::npos) << line << ": " << said;
+    };
+    refused("project create New");
+    run(station, "project enter Film");
+    const std::string before = withoutRooms(run(station, "state"));
+    for (const std::string line :
+         {"room create Late", "edit create New", "bin create New", "bin remove Dailies Reel",
+          "filter create New new", "filter change Day night", "edit give Reel BEN"}) {
+      refused(line);
+    }
+    refused("edit import \"" + sample("simple_cut.otio") + "\"");
+    refused("media add \"" + sample("simple_cut.otio") + "\"");
+    EXPECT_EQ(withoutRooms(run(station, "state")), before);
+    run(station, "edit rename Reel Roll");
+    refused("edit save Roll");
+    EXPECT_TRUE(run(station, "edit show Roll")["dirty"].asBool());
+  }
+
+  /// A lock is refused for this reason and nothing is believed to be held.
+  void expectNoLockCanBeHad(StationProcess& station, const std::string& reason) {
+    const std::string secret = refusal(station, "project enter Secret");
+    EXPECT_NE(secret.find(reason), std::string::npos) << secret;
+    EXPECT_EQ(refusal(station, "edit list").find("No project is open"), 0U);
+    run(station, "project enter Film");
+    const std::string room = refusal(station, "room enter Sound");
+    EXPECT_NE(room.find(reason), std::string::npos) << room;
+    for (const JsonValue& each : run(station, "room list").elements()) {
+      EXPECT_FALSE(each["here"].asBool()) << writeJson(each);
+    }
+    run(station, "project leave");
+  }
+
+  void setRights(mode_t ofFolders, mode_t ofFiles) {
+    ::chmod(projects().c_str(), ofFolders);
+    for (const auto& each : std::filesystem::recursive_directory_iterator(projects())) {
+      ::chmod(each.path().c_str(), each.is_directory() ? ofFolders : ofFiles);
+    }
+  }
+
+  static bool hasLogged(const StationProcess& station, const std::string& part) {
+    for (const JsonValue& event : station.events("log")) {
+      if (event["text"].asString().find(part) != std::string::npos) return true;
+    }
+    return false;
+  }
+
+  static std::string withoutRooms(JsonValue state) {
+    state.set("rooms", JsonValue());
+    return writeJson(state);
+  }
+
+  bool isMounted_ = false;
+};
+
+TEST_F(FaultyShareTest, OnAReadOnlyMountEverythingIsRefusedThatWritesOrLocks) {
+  if (!mountProjects("size=4m")) return;
+  StationProcess& anna = start("ANNA", 11);
+  prepare(anna);
+  ASSERT_EQ(anna.quit(), 0);
+  ASSERT_EQ(::mount("share", projects().c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr), 0);
+  StationProcess& reader = start("ANNA", 11);
+  EXPECT_TRUE(hasLogged(reader, "It is mounted read-only"));
+  expectNoLockCanBeHad(reader, "read-only");
+  expectNothingCanBeWritten(reader, "read-only");
+  EXPECT_EQ(reader.quit(), 0);
+}
+
+TEST_F(FaultyShareTest, AMountThatTurnsReadOnlyWhileAProjectIsHeldIsToldAndQuitStillEnds) {
+  if (!mountProjects("size=4m")) return;
+  StationProcess& anna = start("ANNA", 11);
+  prepare(anna);
+  run(anna, "project enter Film");
+  run(anna, "room enter Sound");
+  // The holder's own descriptor keeps the mount busy for a plain remount.
+  if (::mount(nullptr, projects().c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) !=
+      0) {
+    return;
+  }
+  const std::string room = refusal(anna, "room enter Colour");
+  EXPECT_NE(room.find("read-only"), std::string::npos) << room;
+  const JsonValue rooms = run(anna, "room list");
+  for (const JsonValue& each : rooms.elements()) {
+    EXPECT_EQ(each["here"].asBool(), each["name"].asString() == "Sound") << writeJson(rooms);
+  }
+  EXPECT_EQ(anna.quit(), 0);
+}
+
+TEST_F(FaultyShareTest, OnAFullFileSystemWritesAreRefusedAndWhatIsThereStays) {
+  if (!mountProjects("size=2m")) return;
+  StationProcess& anna = start("ANNA", 11);
+  prepare(anna);
+  std::ofstream fill(projects() + "/fill", std::ios::binary);
+  const std::string block(4096, 'x');
+  while (fill.write(block.data(), 4096).flush()) continue;
+  expectNothingCanBeWritten(anna, "No space left on device");
+  run(anna, "project leave");
+  run(anna, "project enter Film");
+  EXPECT_EQ(run(anna, "edit list").elements().size(), 2U);
+  EXPECT_EQ(anna.quit(), 0);
+}
+
+TEST_F(FaultyShareTest, WithoutRoomForAnotherFileNoLockIsHad) {
+  if (!mountProjects("nr_inodes=40")) return;
+  StationProcess& anna = start("ANNA", 11);
+  prepare(anna);
+  ASSERT_EQ(anna.quit(), 0);
+  for (int number = 0; number < 40; ++number) {
+    std::ofstream(projects() + "/fill" + std::to_string(number)).flush();
+  }
+  StationProcess& late = start("ANNA", 11);
+  EXPECT_TRUE(hasLogged(late, "It is full"));
+  expectNoLockCanBeHad(late, "the file system is full");
+  EXPECT_EQ(late.quit(), 0);
+}
+
+TEST_F(FaultyShareTest, AProjectFolderThatGoesAwayInTheMiddleIsToldByEveryCommand) {
+  StationProcess& anna = start("ANNA", 11);
+  prepare(anna);
+  const std::string cookie = run(anna, "project enter Film")["cookie"].asString();
+  run(anna, "room enter Sound");
+  std::filesystem::rename(projects() + "/" + cookie, folder_ / "away");
+  for (const std::string line :
+       {"room create Late", "room enter Colour", "room list", "edit create New", "edit show Reel",
+        "bin create New", "filter change Day night", "edit give Reel BEN"}) {
+    EXPECT_NE(refusal(anna, line), "") << line;
+  }
+  EXPECT_NE(refusal(anna, "edit import \"" + sample("simple_cut.otio") + "\""), "");
+  run(anna, "state");
+  run(anna, "project leave");
+  EXPECT_NE(refusal(anna, "project enter Film").find("There is no project"), std::string::npos);
+  std::filesystem::rename(folder_ / "away", projects() + "/" + cookie);
+  run(anna, "project enter Film");
+  run(anna, "room enter Sound");
+}
+
+TEST_F(FaultyShareTest, AProjectsDirectoryThatGoesAwayInTheMiddleIsToldAndQuitStillEnds) {
+  StationProcess& anna = start("ANNA", 11);
+  prepare(anna);
+  run(anna, "project enter Secret");
+  std::filesystem::rename(projects(), folder_ / "away");
+  for (const std::string line :
+       {"project list", "project create New", "project enter Film", "active", "edit create New"}) {
+    const std::string said = refusal(anna, line);
+    EXPECT_NE(said.find(projects()), std::string::npos) << line << ": " << said;
+  }
+  EXPECT_EQ(anna.quit(), 0);
+}
+
+TEST_F(FaultyShareTest, InAFolderWithoutRightsEverythingIsRefusedThatWritesOrLocks) {
+  StationProcess& anna = start("ANNA", 11);
+  prepare(anna);
+  ASSERT_EQ(anna.quit(), 0);
+  setRights(0555, 0444);
+  // An administrator's processes would write all the same; those that start from here on do not.
+  if (::geteuid() == 0) {
+    ASSERT_EQ(::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE), 0);
+  }
+  StationProcess& reader = start("ANNA", 11);
+  EXPECT_TRUE(hasLogged(reader, "Ask for the right to write there"));
+  expectNoLockCanBeHad(reader, "may not be opened by this user");
+  expectNothingCanBeWritten(reader, "Permission denied");
+  EXPECT_EQ(reader.quit(), 0);
+  setRights(0755, 0644);
+}
+
+}  // namespace

@@ -1,0 +1,160 @@
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <iterator>
+
+#include "tests/share/SharedStations.h"
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int kSanitizerFactor = 10;
+#else
+constexpr int kSanitizerFactor = 1;
+#endif
+
+constexpr const char* kEdit = "Figure 1 - Simple Cut List";  // as the sample calls itself
+
+std::string contentOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+std::string cookieText(char kind, int number) {
+  char text[40];
+  std::snprintf(text, sizeof text, "%cc0de%028x", kind, static_cast<unsigned>(number));
+  return text;
+}
+
+/// Projects of many objects, and projects directories of many files; in memory where that can be
+/// had, since making so many takes long on a busy disk.
+class ScaleTest : public SharedStations {
+ protected:
+  ScaleTest() : SharedStations("/dev/shm") {}
+
+  /// Makes a project of so many edits, each with the sample's tracks, and bins of some of them.
+  std::string makeProject(const std::string& name, int edits, int bins) {
+    const std::string project = run(*stations_.front(), "project create " + name).asString();
+    const std::string folder = folder_ / ("projects/" + project + "/");
+    const std::string sampleText = contentOf(sample("simple_cut.otio"));
+    const std::size_t at = sampleText.find(kEdit);
+    for (int number = 0; number < edits; ++number) {
+      std::string text = sampleText;
+      text.replace(at, std::string(kEdit).size(), "Edit " + std::to_string(number));
+      std::ofstream(folder + cookieText('E', number) + ".otio") << text;
+    }
+    for (int number = 0; number < bins; ++number) {
+      std::string contents;
+      for (int each = 0; each < std::min(edits, 20); ++each) {
+        contents += (each == 0 ? "\"" : ", \"") + cookieText('E', (number + each) % edits) + "\"";
+      }
+      std::ofstream(folder + cookieText('G', number) + ".json")
+          << R"({"name": "Bin )" << number << R"(", "contents": [)" << contents << "]}";
+    }
+    return project;
+  }
+
+  static long residentMebibytes(const StationProcess& station) {
+    const std::string status = contentOf("/proc/" + std::to_string(station.pid()) + "/status");
+    const std::size_t at = status.find("VmRSS:");
+    return at == std::string::npos ? -1 : std::stol(status.substr(at + 6)) / 1024;
+  }
+
+  /// What a station's threads have computed so far.
+  static double cpuSeconds(const StationProcess& station) {
+    double nanoseconds = 0;
+    const std::string tasks = "/proc/" + std::to_string(station.pid()) + "/task";
+    for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+      nanoseconds += std::strtod(contentOf(task.path() / "schedstat").c_str(), nullptr);
+    }
+    return nanoseconds / 1e9;
+  }
+
+  /// What some work costs a station: its threads' own time, since other programs do not count.
+  static double costOf(const StationProcess& station, const std::function<void()>& work) {
+    const double before = cpuSeconds(station);
+    work();
+    return cpuSeconds(station) - before;
+  }
+
+  /// What it costs `receiver` to take up the trims and saves of one edit by `sender`; the least of
+  /// some.
+  double costOfMessages(StationProcess& sender, StationProcess& receiver, const std::string& name) {
+    run(sender, "project enter " + name);
+    const std::string edit =
+        run(sender, "edit import \"" + sample("simple_cut.otio") + "\"").asString();
+    run(receiver, "project enter " + name);
+    run(receiver, "edit open " + edit);
+    double least = 1e9;
+    for (int round = 0; round < 4; ++round) {
+      settle(receiver);
+      least = std::min(least, costOf(receiver, [&] {
+                         for (int each = 0; each < 30; ++each) {
+                           const char* const end = each % 2 == 0 ? "0.25s" : "0.125s";
+                           run(sender, "edit trim " + edit + " 0/0 0 " + end);
+                           run(sender, "edit save " + edit);
+                         }
+                         settle(receiver);
+                       }));
+    }
+    EXPECT_EQ(reloads(receiver, edit), 4 * 30);
+    return least;
+  }
+
+  static int reloads(const StationProcess& station, const std::string& edit) {
+    int count = 0;
+    for (const JsonValue& event : station.events("changed")) {
+      count += event["cookie"].asString() == edit && event["how"].asString() == "reloaded";
+    }
+    return count;
+  }
+};
+
+TEST_F(ScaleTest, TenThousandEditsAndAThousandBinsAreEnteredSoonAndInLittleMemory) {
+  StationProcess& anna = start("ANNA", 11);
+  makeProject("Film", 10'000, 1'000);
+  double seconds = 1e9;
+  for (int round = 0; round < 3; ++round) {
+    seconds = std::min(seconds, costOf(anna, [&] { run(anna, "project enter Film"); }));
+    if (round < 2) run(anna, "project leave");
+  }
+  RecordProperty("enter_seconds", std::to_string(seconds));
+  RecordProperty("resident_mebibytes", std::to_string(residentMebibytes(anna)));
+  EXPECT_LT(seconds, 2.0 * kSanitizerFactor);
+  EXPECT_GT(residentMebibytes(anna), 1);
+  EXPECT_LT(residentMebibytes(anna), 150 * kSanitizerFactor);
+  EXPECT_EQ(run(anna, "edit show \"Edit 9999\"")["cookie"].asString(), cookieText('E', 9'999));
+  EXPECT_EQ(run(anna, "bin list").elements().size(), 1'000U);
+  EXPECT_EQ(run(anna, "edit list").elements().size(), 10'000U);
+  EXPECT_LT(residentMebibytes(anna), 150 * kSanitizerFactor);
+}
+
+TEST_F(ScaleTest, AMessageAboutOneEditCostsTheSameAmongTenThousandAsAmongTen) {
+  StationProcess& anna = start("ANNA", 11);
+  StationProcess& ben = start("BEN", 12);
+  makeProject("Large", 10'000, 1'000);
+  makeProject("Small", 10, 1);
+  const double few = costOfMessages(ben, anna, "Small");
+  const double many = costOfMessages(ben, anna, "Large");
+  RecordProperty("few_seconds", std::to_string(few));
+  RecordProperty("many_seconds", std::to_string(many));
+  EXPECT_LT(many, few * 3) << few << ' ' << many;
+}
+
+TEST_F(ScaleTest, ActiveUsersAreCountedSoonAmongAHundredThousandFiles) {
+  StationProcess& anna = start("ANNA", 11);
+  for (int number = 0; number < 100'000; ++number) {
+    const char* const ending = number < 9'999 ? ".cli" : ".dat";
+    std::ofstream(folder_ / ("projects/USER" + std::to_string(number) + ending));
+  }
+  double seconds = 1e9;
+  for (int round = 0; round < 3; ++round) {
+    seconds =
+        std::min(seconds, costOf(anna, [&] { EXPECT_EQ(run(anna, "active").asLong(), 10'000); }));
+  }
+  RecordProperty("seconds", std::to_string(seconds));
+  EXPECT_LT(seconds, 0.1 * kSanitizerFactor);
+}
+
+}  // namespace
