@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/ui/DragDropManager.h"
 #include "host/ui/UifStd.h"
 #include "station/ui/ComponentTypes.h"
 #include "station/ui/Screen.h"
@@ -152,6 +153,35 @@ TEST_F(MessagerTest, AskingForTheStateItHasChangesNothing) {
   EXPECT_EQ(Screen::instance().updates(), updates);
 }
 
+TEST_F(MessagerTest, AnIconAskedToBeAnIconStaysWhereItIs) {
+  scene.panel()->setPosition({11, 12});
+  Screen::instance().moveMouse({300, 200});
+  const auto updates = Screen::instance().updates();
+  scene.panel()->handleFlipSize();
+  EXPECT_EQ(scene.panel()->position(), (XY{11, 12}));
+  EXPECT_EQ(Screen::instance().updates(), updates);
+}
+
+TEST_F(MessagerTest, OpenedInTheToolboxItIsDroppedOnTheDesktopFirst) {
+  Screen::instance().moveMouse({300, 200});
+  Messager* const panel = scene.panel();
+  ASSERT_EQ(panel->dragSource(), &scene.desktop.toolbox());
+  panel->generateTool();
+  EXPECT_EQ(panel->parent(), &scene.desktop);
+  EXPECT_EQ(panel->dragSource(), nullptr);
+  EXPECT_EQ(DragDropManager::dragged(), nullptr);
+  EXPECT_EQ(panel->sizeState(), eExpandedState);
+}
+
+TEST_F(MessagerTest, EachChangeOfStateUpdatesTheScreenOnce) {
+  open();
+  auto updates = Screen::instance().updates();
+  scene.panel()->handleFlipSize();
+  EXPECT_EQ(Screen::instance().updates(), ++updates);
+  scene.panel()->generateTool();
+  EXPECT_EQ(Screen::instance().updates(), ++updates);
+}
+
 TEST_F(MessagerTest, AConversationDoesNotSurviveCollapsing) {
   open();
   scene.hand("d|10|P0001|bob|ANNA|hello|");
@@ -183,6 +213,9 @@ TEST_F(MessagerTest, ItOffersNoMenu) {
   scene.panel()->addMenuItem(L"Paste", [] {});
   Event event;
   scene.panel()->reviewMenu(&event);
+  EXPECT_TRUE(scene.panel()->menuItems().empty());
+  scene.panel()->addMenuItem(L"Paste", [] {});
+  scene.panel()->handleFlipSize();
   EXPECT_TRUE(scene.panel()->menuItems().empty());
 }
 
