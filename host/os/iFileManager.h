@@ -118,9 +118,9 @@ class KV_HOST_API iFileManager {
   virtual bool removeFile(const LightweightString<wchar_t>& path) = 0;
 
   /// Appends the entries whose name matches the pattern's last component (`*` stands for any
-  /// characters; a name that begins with a dot matches only a pattern that does) to `items`. `kind`
-  /// is one of eListKind; with `details` other than 0 sizes and times are read as well. False when
-  /// the folder cannot be read; `items` is then unchanged.
+  /// characters, a dot at the name's beginning included) to `items`, the folder itself and its
+  /// parent excepted. `kind` is one of eListKind; with `details` other than 0 sizes and times are
+  /// read as well. False when the folder cannot be read; `items` is then unchanged.
   virtual bool listDirectory(const LightweightString<wchar_t>& pattern, int kind, int details,
                              Vector<DirectoryItem>& items) = 0;
 

@@ -51,7 +51,6 @@ bool endsLike(std::string_view name, std::string_view pattern) {
 
 bool matchesPattern(std::string_view name, std::string_view pattern) {
   if (!endsLike(name, pattern)) return false;
-  if (name.substr(0, 1) == "." && pattern.substr(0, 1) != ".") return false;
   std::size_t at = 0;
   std::size_t next = 0;
   std::size_t star = std::string_view::npos;  // the last star met, and what it stands for so far

@@ -6,7 +6,7 @@
 #include "host/os/iFileManager.h"
 
 /// Whether a name matches a pattern in which `*` stands for any bytes, none included, and
-/// everything else for itself. A name that begins with a dot matches only a pattern that does.
+/// everything else for itself. No name is hidden.
 bool matchesPattern(std::string_view name, std::string_view pattern);
 
 /// iFileManager::listDirectory, for a UTF-8 path. Only a listing with details looks at the files.
