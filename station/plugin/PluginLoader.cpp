@@ -36,7 +36,7 @@ Result<void> PluginLoader::load(const std::string& path) {
   if (auto opened = open(path); !opened) return opened;
   auto initialised = initialise(path);
   if (!initialised) {
-    close();
+    unload(Shutdown::eNormalExit);
     return initialised;
   }
   registerPanelTypes();

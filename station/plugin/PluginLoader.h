@@ -18,7 +18,8 @@ class PluginLoader {
 
   /// Loads the library at `path`, asks it for its plug-in object, initialises that, and lets it
   /// register its panel types. Fails with a sentence that names the file when it is missing, no
-  /// library, no plug-in or refuses to start; then nothing stays loaded.
+  /// library, no plug-in or refuses to start; then nothing stays loaded, and what the plug-in has
+  /// registered for the shutdown was called.
   Result<void> load(const std::string& path);
 
   /// Runs the shutdown callbacks, takes the plug-in down and unloads its library. Does nothing

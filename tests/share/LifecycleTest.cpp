@@ -195,6 +195,15 @@ TEST_F(LifecycleTest, APluginThatCannotBeUsedIsNamed) {
   }
 }
 
+TEST_F(LifecycleTest, APluginThatRefusesToStartLetsGoBeforeItIsUnloaded) {
+  const std::string log = folder_ / "host.log";
+  expectStartFails(runProgram(stationWords({"--plugin", KV_REFUSING_PLUGIN, "--log", log})),
+                   "refuses to start");
+  std::ifstream file(log);
+  const std::string text(std::istreambuf_iterator<char>(file), {});
+  EXPECT_NE(text.find("the refusing plug-in let go"), std::string::npos) << text;
+}
+
 TEST_F(LifecycleTest, AConfigFileWithAWrongLineIsReportedWithFileAndLine) {
   const std::string file = folder_ / "station.conf";
   std::ofstream(file) << "user = ANNA\nrubbish\n";

@@ -1,8 +1,21 @@
+#include "host/base/Log.h"
 #include "host/plugin/KvPluginBase.h"
+#include "host/plugin/Shutdown.h"
 
 namespace {
 
-KvPluginBase refusing(LightweightString<char>("Refusing"), LightweightString<char>("1"));
+/// Registers for the shutdown while it is built, as drivers do, and starts nothing.
+class Refusing : public KvPluginBase {
+ public:
+  Refusing() : KvPluginBase("Refusing", "1") {
+    Shutdown::addCallback(new Shutdown::MethodCallback<Refusing>(this, &Refusing::shutdown), 100);
+  }
+
+ private:
+  void shutdown(Shutdown::eExitType) { Log("the refusing plug-in let go\n"); }
+};
+
+Refusing refusing;
 
 }  // namespace
 
