@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "app/Command.h"
+#include "app/CommandCall.h"
 #include "app/EventWriter.h"
 #include "app/HumanText.h"
 #include "app/Waiter.h"
@@ -36,11 +36,9 @@ class Console {
   struct Pending;
 
   bool runLine(const std::string& line, const iLineReader& reader);
-  Result<JsonValue> runOnHostThread(const std::string& line, const Command& command,
-                                    const Arguments& arguments);
-  static void reply(EventWriter& events, const std::string& line, const std::string& command,
+  Result<JsonValue> runOnHostThread(const std::string& line, const CommandCall& call);
+  static void reply(EventWriter& events, const std::string& line, const CommandCall& call,
                     const Result<JsonValue>& result);
-  [[nodiscard]] Error unknown(const std::vector<std::string>& words) const;
 
   Surroundings with_;
 };

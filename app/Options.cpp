@@ -30,7 +30,7 @@ void declare(CLI::App& app, std::map<std::string, std::vector<std::string>>& val
         ->allow_extra_args(false);
   }
   app.add_flag("--keep-going", flags.keepsGoing, "go on after a command of a script that failed");
-  app.add_flag("--gui", flags.gui, "open the window (this build has none)");
+  app.add_flag("--gui", flags.gui, "open the window; without --script no commands are read then");
   app.set_help_flag("-h,--help", "print this text and exit");
   app.set_version_flag("--version", std::string(kProgram) + " " KV_VERSION " (Project Share)");
 }
@@ -65,6 +65,7 @@ std::variant<Options, ProgramEnd> settled(GivenOptions given, const Flags& flags
   auto options = settleOptions(given);
   if (!options) return usageError(options.error().message);
   options->keepsGoing = flags.keepsGoing;
+  options->hasWindow = flags.gui;
   return *options;
 }
 
@@ -86,9 +87,6 @@ std::variant<Options, ProgramEnd> readOptions(int argc, const char* const* argv)
     app.parse(argc, argv);
   } catch (const CLI::ParseError& problem) {
     return parseEnd(app, problem);
-  }
-  if (flags.gui) {
-    return usageError("--gui: this build has no window; leave the option out to use the terminal.");
   }
   GivenOptions given;
   for (const auto& [name, texts] : values) {

@@ -23,6 +23,7 @@
 #include "app/commands/UserCommands.h"
 #include "host/base/Config.h"
 #include "host/base/Log.h"
+#include "station/base/Activity.h"
 #include "station/base/DiagnosticStream.h"
 #include "station/project/Projects.h"
 
@@ -58,11 +59,12 @@ Answer ask(HostThread& hostThread, Waiter& waiter, std::function<Answer()> quest
 
 }  // namespace
 
-StationProgram::StationProgram(Options options)
+StationProgram::StationProgram(Options options, WindowMaker makeWindow)
     : options_(std::move(options)),
       text_(options_.events == "-" ? stderr : stdout, stderr),
       file_([this](const std::string& problem) { text_.problem(problem); }),
-      history_(waiter_) {}
+      history_(waiter_),
+      makeWindow_(std::move(makeWindow)) {}
 
 StationProgram::~StationProgram() {
   station_.reset();
@@ -75,16 +77,54 @@ int StationProgram::run() {
     exitType_ = Shutdown::eSignalledExit;
     waiter_.end();
   });
-  auto started = prepare();
-  if (started) started = station_->start();
-  if (!started) {
-    text_.problem("kv-station: " + started.error().message);
-    return kStartFailed;
+  if (auto prepared = prepare(); !prepared) {
+    fail(prepared.error());
+  } else if (window_) {
+    runBesideWindow();
+  } else {
+    runStation();
   }
+  return status_;
+}
+
+void StationProgram::fail(const Error& problem) {
+  text_.problem("kv-station: " + problem.message);
+  status_ = kStartFailed;
+}
+
+Result<void> StationProgram::start() {
+  const ActivityScope activity("the start of the station");
+  return station_->start();
+}
+
+void StationProgram::runStation() {
+  if (auto started = start(); !started) return fail(started.error());
   useStation();
+  const ActivityScope activity("the end of the station");
   station_->stop(exitType_);
   events_.emit("closed", {});
-  return status_;
+}
+
+void StationProgram::runBesideWindow() {
+  std::thread host([this] {
+    runStation();
+    window_->hostEnded();
+  });
+  window_->run({station_->hostThread(), commands_, [this] { waiter_.end(); }});
+  host.join();
+}
+
+Result<void> StationProgram::openWindow() {
+  if (!makeWindow_) {
+    return Error{ErrorCode::eUsage,
+                 "--gui: this build has no window; leave the option out to use the terminal.",
+                 {}};
+  }
+  auto made = makeWindow_();
+  if (!made) return made.error();
+  window_ = std::move(*made);
+  events_.addSink(window_->eventSink());
+  return {};
 }
 
 Result<void> StationProgram::prepare() {
@@ -96,6 +136,9 @@ Result<void> StationProgram::prepare() {
   }
   events_.addSink(history_);
   events_.addSink(text_);
+  if (options_.hasWindow) {
+    if (auto opened = openWindow(); !opened) return opened;
+  }
   installEvents(&events_);
   addCommands();
   if (auto opened = openInput(); !opened) return opened;
@@ -104,6 +147,7 @@ Result<void> StationProgram::prepare() {
 }
 
 Result<void> StationProgram::openInput() {
+  if (options_.hasWindow && options_.script.empty()) return {};
   const bool isTerminal = ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
   if (options_.script.empty() && isTerminal && options_.events != "-") {
     reader_ = std::make_unique<TerminalReader>(
@@ -138,7 +182,7 @@ void StationProgram::useStation() {
                          textMember("plugin", station_->pluginName()),
                          textMember("plugin_version", station_->pluginVersion()),
                          {"network_mode", with.networkMode}});
-  if (reader_->isInteractive()) {
+  if (reader_ && reader_->isInteractive()) {
     text_.answer(with.user + " on " + with.host + " (machine " + std::to_string(with.machine) +
                  "), " + station_->pluginName() + " " + station_->pluginVersion() + ", port " +
                  std::to_string(port()) + ". \"help\" lists the commands, \"quit\" ends.");
@@ -156,17 +200,25 @@ void StationProgram::useStation() {
 void StationProgram::tellOfNames() {
   const std::string advice = Station::adviceOnNames();
   if (advice.empty()) return;
-  if (reader_->isInteractive()) {
+  if (reader_ && reader_->isInteractive()) {
     LogBoth("%s\n", advice);
   } else {
     Log("%s\n", advice);
   }
 }
 
+// A window stays when the commands come to their end; "quit" ends both.
 int StationProgram::runConsole() {
-  Console console(
-      {station_->hostThread(), commands_, events_, text_, waiter_, options_.keepsGoing});
-  return console.run(*reader_);
+  int status = 0;
+  if (reader_) {
+    Console console(
+        {station_->hostThread(), commands_, events_, text_, waiter_, options_.keepsGoing});
+    status = console.run(*reader_);
+  }
+  if (window_ && status == 0) {
+    waiter_.await(Waiter::Clock::time_point::max(), [] { return false; });
+  }
+  return status;
 }
 
 std::string StationProgram::cookieOf(const std::string& name) {
@@ -192,12 +244,12 @@ std::vector<std::string> StationProgram::objectNames() {
       {});
 }
 
-int runKvStation(int argc, const char* const* argv) {
+int runKvStation(int argc, const char* const* argv, WindowMaker makeWindow) {
   std::setlocale(LC_CTYPE, "");  // for the terminal alone: widths and input of letters
   auto read = readOptions(argc, argv);
   if (const ProgramEnd* end = std::get_if<ProgramEnd>(&read)) {
     std::fprintf(end->status == 0 ? stdout : stderr, "%s\n", end->text.c_str());
     return end->status;
   }
-  return StationProgram(std::get<Options>(std::move(read))).run();
+  return StationProgram(std::get<Options>(std::move(read)), std::move(makeWindow)).run();
 }

@@ -12,15 +12,18 @@
 #include "app/Options.h"
 #include "app/Waiter.h"
 #include "app/iLineReader.h"
+#include "app/iStationWindow.h"
 #include "station/Station.h"
 
 /// kv-station: a station, its console and its events, from start to end.
 ///
-/// Three threads: this one becomes the host thread; the console's reads commands; a third takes
-/// signals. One object a process.
+/// Three threads: the host thread, which is this one unless there is a window; the console's, which
+/// reads commands; a third takes signals. With a window this thread is the window's. One object a
+/// process.
 class StationProgram {
  public:
-  explicit StationProgram(Options options);
+  /// `makeWindow` is asked for a window where the options want one; empty where there is none.
+  explicit StationProgram(Options options, WindowMaker makeWindow = {});
   StationProgram(const StationProgram&) = delete;
   StationProgram& operator=(const StationProgram&) = delete;
   ~StationProgram();
@@ -30,10 +33,15 @@ class StationProgram {
 
  private:
   Result<void> prepare();
+  Result<void> openWindow();
   Result<void> openInput();
   void addCommands();
+  Result<void> start();
+  void runStation();
+  void runBesideWindow();
   void useStation();
   void tellOfNames();
+  void fail(const Error& problem);
   int runConsole();
   std::string cookieOf(const std::string& name);
   std::vector<std::string> objectNames();
@@ -45,11 +53,13 @@ class StationProgram {
   EventHistory history_;
   EventWriter events_;
   CommandTable commands_;
-  std::unique_ptr<iLineReader> reader_;
+  WindowMaker makeWindow_;
+  std::unique_ptr<iStationWindow> window_;
+  std::unique_ptr<iLineReader> reader_;  ///< null where no commands are read
   std::unique_ptr<Station> station_;
   std::atomic<Shutdown::eExitType> exitType_ = Shutdown::eNormalExit;
   int status_ = 0;
 };
 
 /// The whole program: reads the command line, runs, and gives the exit status.
-int runKvStation(int argc, const char* const* argv);
+int runKvStation(int argc, const char* const* argv, WindowMaker makeWindow = {});

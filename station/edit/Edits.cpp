@@ -133,6 +133,12 @@ JsonValue Edits::list() const {
   return all;
 }
 
+JsonValue Edits::listed(const Cookie& cookie) const {
+  indexStale();
+  const EditSummary* summary = index_.find(cookie);
+  return summary ? line(cookie, *summary) : JsonValue();
+}
+
 JsonValue Edits::state() const {
   indexStale();
   JsonValue all = JsonValue::array();

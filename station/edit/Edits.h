@@ -35,6 +35,9 @@ class Edits : public iProjectPart {
   /// Every object's line in a list.
   [[nodiscard]] JsonValue list() const;
 
+  /// One object's line in it; null when there is no such object.
+  [[nodiscard]] JsonValue listed(const Cookie& cookie) const;
+
   /// One object with its clips; loads it if need be.
   Result<JsonValue> show(const Cookie& cookie);
 

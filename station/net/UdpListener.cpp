@@ -11,7 +11,9 @@
 #include <string>
 #include <utility>
 
+#include "station/base/Activity.h"
 #include "station/base/Events.h"
+#include "station/net/MessageFields.h"
 #include "station/net/Problems.h"
 
 namespace {
@@ -67,6 +69,7 @@ UdpListener::~UdpListener() {
 void UdpListener::deliver(const Outlet& outlet, std::string bytes) {
   if (!outlet.isOpen) return;
   const RemoteChangeScope scope;
+  const ActivityScope activity("the message " + readMessage(bytes).typeName);
   events().received(bytes);
   outlet.receiver->receive(Kv::Ptr<iMemHolder>(new HeldBytes(std::move(bytes))), nullptr);
 }

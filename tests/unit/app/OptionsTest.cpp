@@ -127,7 +127,6 @@ TEST_F(OptionsTest, WhatCannotBeUsedIsAUsageErrorOfOneLine) {
       {{"--host", ""}, "no host name"},
       {{"--config", "/nowhere"}, "/nowhere cannot be read"},
       {{"--script", ""}, "--script"},
-      {{"--gui"}, "no window"},
       {{"--projcets", "/q"}, "--projcets"},
       {{"stray"}, "stray"},
       {{"--user"}, "--user"},

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "app/Command.h"
+#include "app/iEventSink.h"
+#include "station/HostThread.h"
+#include "station/base/Result.h"
+
+/// What shows the station in a window, beside the console. Its thread draws what the host thread
+/// last told of itself, and hands actions over to it; it never waits for the host thread.
+class iStationWindow {
+ public:
+  /// What a window works with; all must outlive it.
+  struct Surroundings {
+    HostThread& hostThread;
+    const CommandTable& commands;
+
+    /// Asks the whole program to end; hostEnded() follows when it is done.
+    std::function<void()> askForEnd;
+  };
+
+  virtual ~iStationWindow() = default;
+
+  /// Where the station's events are to go from the start.
+  virtual iEventSink& eventSink() = 0;
+
+  /// Shows the window, and returns when hostEnded() was called. The program's main thread.
+  virtual void run(const Surroundings& surroundings) = 0;
+
+  /// The host thread does nothing more. Any thread.
+  virtual void hostEnded() = 0;
+};
+
+/// Makes the window of a program that has one; a failure says why none can be opened.
+using WindowMaker = std::function<Result<std::unique_ptr<iStationWindow>>()>;

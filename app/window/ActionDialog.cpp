@@ -1,0 +1,118 @@
+#include "app/window/ActionDialog.h"
+
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QFileDialog>
+#include <QFormLayout>
+#include <QLineEdit>
+#include <QListView>
+#include <QPushButton>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+namespace {
+
+using Kind = ActionField::Kind;
+
+QString titleOf(const ActionSpec& action) {
+  QString text = QString::fromUtf8(action.text);
+  return text.remove(QLatin1Char('&')).remove(QStringLiteral("…"));
+}
+
+QString valueOf(const QWidget* input) {
+  if (const auto* edit = qobject_cast<const QLineEdit*>(input)) return edit->text();
+  const auto* choice = qobject_cast<const QComboBox*>(input);
+  const int index = choice->findText(choice->currentText());
+  return index < 0 ? choice->currentText() : choice->itemData(index).toString();
+}
+
+}  // namespace
+
+ActionDialog::ActionDialog(const ActionSpec& action, const std::vector<FieldContent>& contents,
+                           QWidget* parent)
+    : QDialog(parent),
+      buttons_(new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel)) {
+  setObjectName(QStringLiteral("actionDialog"));
+  setWindowTitle(titleOf(action));
+  setAttribute(Qt::WA_DeleteOnClose);
+  auto* form = new QFormLayout;
+  form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+  form->setRowWrapPolicy(QFormLayout::WrapLongRows);
+  for (std::size_t i = 0; i < action.fields.size(); ++i) {
+    form->addRow(QString::fromUtf8(action.fields[i].label),
+                 makeField(action.fields[i], contents[i]));
+  }
+  buttons_->button(QDialogButtonBox::Ok)->setText(titleOf(action));
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(16, 16, 16, 12);
+  layout->setSpacing(14);
+  layout->addLayout(form);
+  layout->addWidget(buttons_);
+  setMinimumWidth(240);
+  resize(420, sizeHint().height());
+  connect(buttons_, &QDialogButtonBox::rejected, this, &QDialog::reject);
+  connect(buttons_, &QDialogButtonBox::accepted, this, [this] {
+    emit filled(values());
+    accept();
+  });
+  check();
+}
+
+QWidget* ActionDialog::makeField(const ActionField& field, const FieldContent& content) {
+  if (field.kind != Kind::eText && field.kind != Kind::eOpenFile && field.kind != Kind::eSaveFile) {
+    return makeChoice(content);
+  }
+  auto* edit = new QLineEdit(content.initial);
+  edit->selectAll();
+  connect(edit, &QLineEdit::textChanged, this, &ActionDialog::check);
+  inputs_.push_back(edit);
+  return field.kind == Kind::eText ? edit : makeFileField(field, edit);
+}
+
+QWidget* ActionDialog::makeFileField(const ActionField& field, QLineEdit* edit) {
+  auto* row = new QWidget;
+  auto* browse = new QToolButton;
+  browse->setText(QStringLiteral("…"));
+  browse->setAccessibleName(QStringLiteral("Choose a file"));
+  auto* layout = new QHBoxLayout(row);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->addWidget(edit, 1);
+  layout->addWidget(browse);
+  row->setFocusProxy(edit);
+  connect(browse, &QToolButton::clicked, this, [this, edit, kind = field.kind] {
+    const QString file = kind == Kind::eSaveFile
+                             ? QFileDialog::getSaveFileName(this, windowTitle(), edit->text())
+                             : QFileDialog::getOpenFileName(this, windowTitle(), edit->text());
+    if (!file.isEmpty()) edit->setText(file);
+  });
+  return row;
+}
+
+QWidget* ActionDialog::makeChoice(const FieldContent& content) {
+  auto* choice = new QComboBox;
+  choice->setEditable(true);
+  choice->setInsertPolicy(QComboBox::NoInsert);
+  choice->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+  auto* view = new QListView;
+  view->setUniformItemSizes(true);
+  choice->setView(view);
+  for (const FieldChoice& each : content.choices) choice->addItem(each.shown, each.word);
+  for (const FieldChoice& each : content.choices) {
+    if (each.word == content.initial) choice->setCurrentText(each.shown);
+  }
+  connect(choice, &QComboBox::editTextChanged, this, &ActionDialog::check);
+  inputs_.push_back(choice);
+  return choice;
+}
+
+QStringList ActionDialog::values() const {
+  QStringList values;
+  for (const QWidget* input : inputs_) values.append(valueOf(input));
+  return values;
+}
+
+void ActionDialog::check() {
+  bool isWhole = true;
+  for (const QWidget* input : inputs_) isWhole = isWhole && !valueOf(input).isEmpty();
+  buttons_->button(QDialogButtonBox::Ok)->setEnabled(isWhole);
+}

@@ -1,0 +1,198 @@
+#include "app/window/ActionTable.h"
+
+#include <QStringList>
+
+#include "app/window/Texts.h"
+
+namespace {
+
+using Kind = ActionField::Kind;
+
+const std::vector<ActionSpec>& table() {
+  static const std::vector<ActionSpec> kTable{
+      {"Project",
+       "&New shared project…",
+       "Ctrl+N",
+       Target::eNothing,
+       "project create {0}",
+       {{"Name"}}},
+      {"Project",
+       "New &private project…",
+       "Ctrl+Shift+N",
+       Target::eNothing,
+       "project create {0} --private",
+       {{"Name"}}},
+      {"Project",
+       "&Enter the chosen project",
+       "Ctrl+O",
+       Target::eProject,
+       "project enter {object}",
+       {}},
+      {"Project",
+       "&Leave the open project",
+       "Ctrl+Shift+L",
+       Target::eOpenProject,
+       "project leave",
+       {}},
+      {"Project", "Show the &state as text", "", Target::eNothing, "state", {}},
+      {"Project", "L&ist all projects as text", "", Target::eNothing, "project list", {}},
+
+      {"Room", "&New room…", "Ctrl+Shift+R", Target::eSharedProject, "room create {0}", {{"Name"}}},
+      {"Room", "&Go into the chosen room", "Ctrl+R", Target::eRoom, "room enter {object}", {}},
+      {"Room", "&Leave the room", "", Target::eSharedProject, "room leave", {}},
+      {"Room", "L&ist all rooms as text", "", Target::eSharedProject, "room list", {}},
+
+      {"Edit", "&New edit…", "Ctrl+E", Target::eOpenProject, "edit create {0}", {{"Name"}}},
+      {"Edit", "New &log…", "Ctrl+L", Target::eOpenProject, "log create {0}", {{"Name"}}},
+      {"Edit",
+       "&Import…",
+       "Ctrl+I",
+       Target::eOpenProject,
+       "edit import {0}",
+       {{"OpenTimelineIO file", Kind::eOpenFile}}},
+      {"Edit",
+       "E&xport…",
+       "Ctrl+Shift+E",
+       Target::eEdit,
+       "edit export {object} {0}",
+       {{"To the file", Kind::eSaveFile, "{name}.otio"}}},
+      {"Edit", "&Open", "Ctrl+Return", Target::eEdit, "edit open {object}", {}},
+      {"Edit", "&Close", "Ctrl+W", Target::eEdit, "edit close {object}", {}},
+      {"Edit",
+       "&Trim a clip…",
+       "Ctrl+T",
+       Target::eEdit,
+       "edit trim {object} {0} {1} {2}",
+       {{"Clip", Kind::eClip}, {"From (frames, or 1.5s)"}, {"To (frames, or 1.5s)"}}},
+      {"Edit",
+       "&Rename…",
+       "F2",
+       Target::eEdit,
+       "edit rename {object} {0}",
+       {{"New name", Kind::eText, "{name}"}}},
+      {"Edit", "&Save", "Ctrl+S", Target::eEdit, "edit save {object}", {}},
+      {"Edit",
+       "&Give to…",
+       "Ctrl+G",
+       Target::eEdit,
+       "edit give {object} {0}",
+       {{"New owner", Kind::eUser}}},
+      {"Edit", "May I change it&?", "", Target::eEdit, "edit may {object}", {}},
+      {"Edit", "Show it as te&xt", "", Target::eEdit, "edit show {object}", {}},
+      {"Edit", "List all as te&xt", "", Target::eOpenProject, "edit list", {}},
+      {"Edit", "&Delete", "Del", Target::eEdit, "edit delete {objects}", {}},
+
+      {"Bin", "&New bin…", "", Target::eOpenProject, "bin create {0}", {{"Name"}}},
+      {"Bin",
+       "&Put the chosen into a bin…",
+       "Ctrl+B",
+       Target::eObject,
+       "bin add {0} {objects}",
+       {{"Bin", Kind::eBin}}},
+      {"Bin",
+       "&Take something out…",
+       "",
+       Target::eBin,
+       "bin remove {object} {0}",
+       {{"What", Kind::eContent}}},
+      {"Bin", "&Show it as text", "", Target::eBin, "bin show {object}", {}},
+      {"Bin", "&List all as text", "", Target::eOpenProject, "bin list", {}},
+      {"Bin", "&Destroy the bin", "", Target::eBin, "bin destroy {object}", {}},
+
+      {"Rack", "&New rack…", "", Target::eOpenProject, "rack create {0}", {{"Name"}}},
+      {"Rack",
+       "&Put the chosen into a rack…",
+       "",
+       Target::eObject,
+       "rack add {0} {objects}",
+       {{"Rack", Kind::eRack}}},
+      {"Rack",
+       "&Take something out…",
+       "",
+       Target::eRack,
+       "rack remove {object} {0}",
+       {{"What", Kind::eContent}}},
+      {"Rack", "&Show it as text", "", Target::eRack, "rack show {object}", {}},
+      {"Rack", "&List all as text", "", Target::eOpenProject, "rack list", {}},
+      {"Rack", "&Destroy the rack", "", Target::eRack, "rack destroy {object}", {}},
+
+      {"Filter",
+       "&New filter…",
+       "",
+       Target::eOpenProject,
+       "filter create {0} {1}",
+       {{"Name"}, {"What it finds"}}},
+      {"Filter",
+       "&Change…",
+       "",
+       Target::eFilter,
+       "filter change {object} {0}",
+       {{"What it finds", Kind::eText, "{detail}"}}},
+      {"Filter", "&List all as text", "", Target::eOpenProject, "filter list", {}},
+      {"Filter", "&Destroy the filter", "", Target::eFilter, "filter destroy {object}", {}},
+
+      {"Media",
+       "&Add a file…",
+       "Ctrl+Shift+I",
+       Target::eOpenProject,
+       "media add {0}",
+       {{"Media file", Kind::eOpenFile}}},
+      {"Media",
+       "Add a &proxy of the chosen file…",
+       "",
+       Target::eMedia,
+       "media add {object} --proxy {0}",
+       {{"Proxy file", Kind::eOpenFile}}},
+      {"Media", "&List all, with where each is", "", Target::eOpenProject, "media list", {}},
+      {"Media",
+       "&Take the chosen out of the project",
+       "",
+       Target::eMedia,
+       "media remove {object}",
+       {}},
+
+      {"Messages", "&Open the panel", "Ctrl+M", Target::eNothing, "panel open", {}},
+      {"Messages", "&Close the panel", "Ctrl+Shift+M", Target::eNothing, "panel close", {}},
+      {"Messages",
+       "&Write to a user…",
+       "Ctrl+Shift+W",
+       Target::eNothing,
+       "say {0} {1}",
+       {{"To", Kind::eUser}, {"Message"}}},
+      {"Messages", "&Notifications as text", "", Target::eNothing, "notifications", {}},
+
+      {"Station", "&Users", "Ctrl+U", Target::eNothing, "users", {}},
+      {"Station", "&Add a user…", "", Target::eNothing, "user add {0}", {{"Name"}}},
+      {"Station", "How many are at &work?", "", Target::eNothing, "active", {}},
+      {"Station", "&Who am I?", "", Target::eNothing, "whoami", {}},
+      {"Station",
+       "&Request something of a machine…",
+       "",
+       Target::eNothing,
+       "request {0} {1}",
+       {{"Machine number"}, {"Command", Kind::eText, "identify"}}},
+  };
+  return kTable;
+}
+
+}  // namespace
+
+std::span<const ActionSpec> actionTable() { return table(); }
+
+// One pass over the pattern, so that braces in names and fields stay what they are.
+QString filledLine(const ActionSpec& action, const QStringList& objects,
+                   const QStringList& values) {
+  QStringList words;
+  for (const QString& word : QString::fromUtf8(action.line).split(QLatin1Char(' '))) {
+    if (word == QLatin1String("{objects}")) {
+      for (const QString& object : objects) words.append(quoted(object));
+    } else if (word == QLatin1String("{object}")) {
+      words.append(quoted(objects.value(0)));
+    } else if (word.startsWith(QLatin1Char('{'))) {
+      words.append(quoted(values.value(word.mid(1, word.size() - 2).toInt())));
+    } else {
+      words.append(word);
+    }
+  }
+  return words.join(QLatin1Char(' '));
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QString>
+#include <span>
+#include <vector>
+
+/// Something to fill in before an action can run.
+struct ActionField {
+  enum class Kind { eText, eOpenFile, eSaveFile, eUser, eBin, eRack, eContent, eClip };
+  const char* label;
+  Kind kind = Kind::eText;
+  const char* initial = "";  ///< "{name}" for the chosen object's name
+};
+
+/// What has to be chosen for an action to make sense.
+enum class Target {
+  eNothing,
+  eOpenProject,
+  eSharedProject,  ///< that is open
+  eProject,        ///< one of the list
+  eRoom,
+  eEdit,
+  eObject,  ///< of any kind
+  eBin,
+  eRack,
+  eFilter,
+  eMedia,
+};
+
+/// One action of the menus: a line of the console with places for what is chosen and what is filled
+/// in.
+///
+///     "edit give {object} {0}"    {object}   the chosen one
+///                                 {objects}  all that are chosen
+///                                 {0} {1}    the fields
+struct ActionSpec {
+  const char* menu;  ///< "Edit"
+  const char* text;  ///< with its mnemonic
+  const char* shortcut;
+  Target target;
+  const char* line;
+  std::vector<ActionField> fields;
+};
+
+/// Every action that is a line of the console, menu by menu in the order in which they are shown.
+std::span<const ActionSpec> actionTable();
+
+/// The line with everything in its place. `objects` are words as commands take them, the chosen one
+/// first; all are quoted where need be.
+QString filledLine(const ActionSpec& action, const QStringList& objects, const QStringList& values);

@@ -1,0 +1,111 @@
+#include "app/window/DetailPane.h"
+
+#include <QLabel>
+#include <QPlainTextEdit>
+#include <QStackedWidget>
+#include <QVBoxLayout>
+
+namespace {
+
+QLabel* elasticLabel(const char* role) {
+  auto* label = new QLabel;
+  label->setProperty("role", role);
+  label->setTextFormat(Qt::PlainText);
+  label->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+  return label;
+}
+
+}  // namespace
+
+DetailPane::DetailPane(QWidget* parent)
+    : QWidget(parent),
+      heading_(elasticLabel("heading")),
+      facts_(elasticLabel("quiet")),
+      change_(new MessageBar(QStringLiteral("changeBar"))),
+      stack_(new QStackedWidget),
+      view_(new TimelineView),
+      words_(new QPlainTextEdit) {
+  words_->setReadOnly(true);
+  words_->setTabChangesFocus(true);
+  words_->setAccessibleName(QStringLiteral("What the chosen object holds"));
+  heading_->setObjectName(QStringLiteral("detailHeading"));
+  facts_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+  stack_->addWidget(view_);
+  stack_->addWidget(words_);
+  auto* top = new QHBoxLayout;
+  top->setContentsMargins(10, 8, 10, 8);
+  top->addWidget(heading_, 3);
+  top->addWidget(facts_, 4);
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  layout->addLayout(top);
+  layout->addWidget(change_);
+  layout->addWidget(stack_, 1);
+  connect(change_, &MessageBar::acted, this, [this] {
+    change_->hide();
+    emit seen(row_.key);
+    emit timelineWanted(row_.cookie);
+  });
+  choose(std::nullopt, ObjectKind::eEdits, {});
+}
+
+void DetailPane::choose(const std::optional<ObjectRow>& row, ObjectKind kind,
+                        const QString& contents) {
+  row_ = row.value_or(ObjectRow());
+  kind_ = kind;
+  shownChanges_ = row_.remoteChanges;
+  change_->hide();
+  const bool isEdit = kind == ObjectKind::eEdits;
+  stack_->setCurrentWidget(isEdit || !row ? static_cast<QWidget*>(view_) : words_);
+  words_->setPlainText(contents);
+  if (!row) {
+    view_->show(nullptr);
+    view_->setHint(QStringLiteral("Choose an edit to see its timeline."));
+  } else if (isEdit) {
+    if (!view_->timeline() || view_->timeline()->cookie != row_.cookie) view_->show(nullptr);
+    view_->setHint(view_->timeline() ? QString() : QStringLiteral("Reading the edit…"));
+    emit timelineWanted(row_.cookie);
+  }
+  showHeading();
+}
+
+void DetailPane::update(const ObjectRow& row) {
+  row_ = row;
+  showHeading();
+  showChange();
+}
+
+void DetailPane::showHeading() {
+  heading_->setText(row_.key.isEmpty() ? QStringLiteral("Timeline")
+                                       : (row_.name.isEmpty() ? row_.cookie : row_.name));
+  QString facts;
+  if (kind_ == ObjectKind::eEdits && !row_.key.isEmpty()) {
+    facts = row_.owner.isEmpty() ? QStringLiteral("belongs to nobody")
+                                 : QStringLiteral("belongs to ") + row_.owner;
+    const TimelinePtr& timeline = view_->timeline();
+    if (timeline && timeline->cookie == row_.cookie) {
+      facts += QStringLiteral(", %1 at %2 frames a second")
+                   .arg(timecode(timeline->length, timeline->rate))
+                   .arg(timeline->rate);
+    }
+    if (row_.isDirty) facts += QStringLiteral(", unsaved changes");
+  }
+  facts_->setText(facts);
+  facts_->setToolTip(facts);
+}
+
+void DetailPane::showChange() {
+  if (row_.remoteChanges <= shownChanges_ || kind_ != ObjectKind::eEdits) return;
+  shownChanges_ = row_.remoteChanges;
+  change_->tell(MessageBar::Kind::eChange,
+                QStringLiteral("Another station changed this. The drawing is as you left it."));
+  change_->offer(QStringLiteral("Show the change (F7)"));
+}
+
+void DetailPane::takeTimeline(const TimelinePtr& timeline) {
+  if (kind_ != ObjectKind::eEdits || timeline->cookie != row_.cookie) return;
+  view_->setHint(timeline->problem);
+  view_->show(timeline);
+  showHeading();
+}

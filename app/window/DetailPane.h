@@ -1,0 +1,55 @@
+#pragma once
+
+#include <QWidget>
+#include <optional>
+
+#include "app/window/MessageBar.h"
+#include "app/window/Snapshot.h"
+#include "app/window/TimelineView.h"
+
+class QLabel;
+class QPlainTextEdit;
+class QStackedWidget;
+
+/// Shows the chosen object: the timeline of an edit or log, in words what anything else holds. What
+/// another station changes meanwhile is told, and shown when the user asks for it.
+class DetailPane : public QWidget {
+  Q_OBJECT
+
+ public:
+  explicit DetailPane(QWidget* parent = nullptr);
+
+  /// Another object is chosen; none with nothing.
+  void choose(const std::optional<ObjectRow>& row, ObjectKind kind, const QString& contents);
+
+  /// The chosen object as it is now.
+  void update(const ObjectRow& row);
+
+  /// A timeline arrived; one of another edit than the chosen one is left aside.
+  void takeTimeline(const TimelinePtr& timeline);
+
+  [[nodiscard]] TimelineView& view() const { return *view_; }
+  [[nodiscard]] MessageBar& changeBar() const { return *change_; }
+  [[nodiscard]] const QString& key() const { return row_.key; }
+
+ signals:
+  /// The timeline of this edit is to be drawn up.
+  void timelineWanted(const QString& cookie);
+
+  /// The user has seen what another station changed.
+  void seen(const QString& key);
+
+ private:
+  void showHeading();
+  void showChange();
+
+  QLabel* heading_;
+  QLabel* facts_;
+  MessageBar* change_;
+  QStackedWidget* stack_;
+  TimelineView* view_;
+  QPlainTextEdit* words_;
+  ObjectRow row_;
+  ObjectKind kind_ = ObjectKind::eEdits;
+  unsigned shownChanges_ = 0;
+};

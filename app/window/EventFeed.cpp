@@ -1,0 +1,149 @@
+#include "app/window/EventFeed.h"
+
+#include <utility>
+
+#include "app/window/Texts.h"
+
+namespace {
+
+constexpr const char* kAssertion = "assertion failed";
+
+/// An event's text under a key, or that it is none.
+QString eventText(const JsonValue& event, const std::string& key) {
+  if (const JsonValue* text = event.find(key)) return readableText(text->asString());
+  return QStringLiteral("bytes that are no text: ") + readableText(event[key + "_hex"].asString());
+}
+
+/// "EditSaved  E09a1…  to BEN  \"data\""
+QString messageText(const JsonValue& event) {
+  QString text = readableText(event["type_name"].asString());
+  const auto add = [&text](const QString& before, const std::string& value, const QString& after) {
+    if (!value.empty()) text += before + readableText(value) + after;
+  };
+  add(QStringLiteral("  "), event["cookie"].asString(), {});
+  add(QStringLiteral("  from "), event["source"].asString(), {});
+  add(QStringLiteral("  to "), event["target"].asString(), {});
+  add(QStringLiteral("  \""), event["data"].asString(), QStringLiteral("\""));
+  add(QStringLiteral("  "), event["modification"].asString(), {});
+  return text;
+}
+
+}  // namespace
+
+void EventFeed::take(const StationEvent& event) {
+  const std::lock_guard lock(mutex_);
+  const JsonValue& value = event.value;
+  if (event.name == "sent") {
+    ++news_.sent;
+    takeLine(LogLine::Kind::eSent, messageText(value));
+  } else if (event.name == "received") {
+    ++news_.received;
+    takeLine(LogLine::Kind::eReceived, messageText(value));
+    changes_.users = true;
+  } else if (event.name == "changed") {
+    takeChange(value);
+  } else if (event.name == "log") {
+    const QString text = eventText(value, "text");
+    takeLine(text.startsWith(QLatin1String(kAssertion)) ? LogLine::Kind::eAssertion
+                                                        : LogLine::Kind::eText,
+             text);
+  } else if (event.name == "notification") {
+    news_.notifications.push_back({QDateTime::currentDateTime(), eventText(value, "text")});
+  } else if (event.name == "network") {
+    takeLine(LogLine::Kind::eNetwork, eventText(value, "problem"));
+  } else if (event.name == "command") {
+    takeLine(LogLine::Kind::eCommand,
+             QStringLiteral("Another station had this one run: ") + eventText(value, "name"));
+  } else if (event.name == "panel") {
+    changes_.panel = true;
+  } else if (event.name == "reply") {
+    noteCommandLocked(value["command"].asString());
+  } else if (event.name == "ready") {
+    takeReady(value);
+  }
+}
+
+void EventFeed::takeLine(LogLine::Kind kind, const QString& text) {
+  if (news_.lines.size() >= 2 * kMostLines) {
+    news_.lines.erase(news_.lines.begin(), news_.lines.begin() + kMostLines);
+    news_.forgottenLines += kMostLines;
+  }
+  news_.lines.push_back({kind, QTime::currentTime(), text});
+}
+
+void EventFeed::takeChange(const JsonValue& event) {
+  const std::string& what = event["what"].asString();
+  const std::string& cookie = event["cookie"].asString();
+  if (what == "edit" || what == "log" || what == "permissions") {
+    changes_.edits.insert(cookie);
+  } else {
+    changes_.families.insert(what);
+    if (what == "room") changes_.projects = true;
+  }
+  if (event["origin"].asString() == "remote" && !cookie.empty()) ++changes_.remote[cookie];
+}
+
+void EventFeed::takeReady(const JsonValue& event) {
+  StationIdentity& station = news_.station;
+  station.isReady = true;
+  station.user = eventText(event, "user");
+  station.host = eventText(event, "host");
+  station.machine = static_cast<int>(event["machine"].asLong());
+  station.port = static_cast<int>(event["port"].asLong());
+  station.networkMode = event["network_mode"].asBool();
+  station.plugin =
+      eventText(event, "plugin") + QLatin1Char(' ') + eventText(event, "plugin_version");
+  changes_.all = true;
+}
+
+void EventFeed::noteCommand(const std::string& name) {
+  const std::lock_guard lock(mutex_);
+  noteCommandLocked(name);
+}
+
+void EventFeed::noteCommandLocked(const std::string& name) {
+  const std::string family = name.substr(0, name.find(' '));
+  const bool isLook = name.ends_with(" list") || name.ends_with(" show") || name.ends_with(" may");
+  if (isLook && family != "project" && family != "room") return;
+  if (family == "panel" || family == "say") {
+    changes_.panel = true;
+  } else if (family == "project") {
+    changes_.projects = true;
+    changes_.all = changes_.all || !isLook;
+  } else if (family == "room") {
+    changes_.projects = true;
+  } else if (family == "user") {
+    changes_.users = true;
+  } else if (family == "edit" || family == "log") {
+    changes_.families.insert("edit");
+  } else {
+    changes_.families.insert(family);
+  }
+}
+
+void EventFeed::noteDue() {
+  const std::lock_guard lock(mutex_);
+  changes_.projects = true;
+  changes_.users = true;
+}
+
+News EventFeed::takeNews() {
+  const std::lock_guard lock(mutex_);
+  News news{news_.station,
+            std::exchange(news_.lines, {}),
+            std::exchange(news_.notifications, {}),
+            std::exchange(news_.forgottenLines, 0),
+            news_.sent,
+            news_.received};
+  return news;
+}
+
+Changes EventFeed::takeChanges() {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(changes_, {});
+}
+
+bool EventFeed::hasChanges() const {
+  const std::lock_guard lock(mutex_);
+  return !changes_.isEmpty();
+}

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <QDateTime>
+#include <QString>
+#include <array>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "app/iEventSink.h"
+
+/// One line of the log pane.
+struct LogLine {
+  enum class Kind { eSent, eReceived, eAssertion, eNetwork, eCommand, eText };
+  Kind kind = Kind::eText;
+  QTime time;
+  QString text;
+};
+
+/// A text that reached this station and that no panel took.
+struct NotificationLine {
+  QDateTime time;
+  QString text;
+};
+
+/// Who and where this station is.
+struct StationIdentity {
+  bool isReady = false;
+  QString user;
+  QString host;
+  int machine = 0;
+  int port = 0;
+  bool networkMode = true;
+  QString plugin;
+};
+
+/// What happened since it was last asked for, and counts of all that ever did.
+struct News {
+  StationIdentity station;
+  std::vector<LogLine> lines;
+  std::vector<NotificationLine> notifications;
+  std::size_t forgottenLines = 0;  ///< how many lines a flood pushed out unseen
+  unsigned long sent = 0;
+  unsigned long received = 0;
+};
+
+/// What of the station changed since it was last looked at.
+struct Changes {
+  bool all = false;       ///< another project, or something that no event tells
+  bool projects = false;  ///< the lists of projects and rooms
+  bool panel = false;
+  bool users = false;
+  std::set<std::string> edits;             ///< cookies of edits and logs
+  std::set<std::string> families;          ///< "bin", "rack", "filter", "media", "room"
+  std::map<std::string, unsigned> remote;  ///< how often another station changed a cookie
+
+  [[nodiscard]] bool isEmpty() const {
+    return !all && !projects && !panel && !users && edits.empty() && families.empty();
+  }
+};
+
+/// Takes the station's events and keeps, until they are fetched, what the window shows of them
+/// itself (log lines, notifications, counts) and what has to be looked at anew. Bounded: of a flood
+/// of lines the latest stay. Any thread.
+class EventFeed : public iEventSink {
+ public:
+  static constexpr std::size_t kMostLines = 2000;
+
+  void take(const StationEvent& event) override;
+
+  /// Notes what a command may have changed, by the command's name.
+  void noteCommand(const std::string& name);
+
+  /// Notes that the lists of projects, rooms and users are due for another look.
+  void noteDue();
+
+  News takeNews();
+  Changes takeChanges();
+  [[nodiscard]] bool hasChanges() const;
+
+ private:
+  void takeLine(LogLine::Kind kind, const QString& text);
+  void takeChange(const JsonValue& event);
+  void takeReady(const JsonValue& event);
+  void noteCommandLocked(const std::string& name);
+
+  mutable std::mutex mutex_;
+  News news_;
+  Changes changes_;
+};

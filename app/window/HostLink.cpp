@@ -1,0 +1,154 @@
+#include "app/window/HostLink.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "app/CommandCall.h"
+#include "app/Rendering.h"
+#include "app/window/Texts.h"
+#include "app/window/TimelineMaker.h"
+#include "station/base/Activity.h"
+#include "station/edit/EditActions.h"
+
+namespace {
+
+constexpr int kTickMs = 100;
+
+/// Looking takes at most a fifth of the host thread's time, and looking at the share a twentieth.
+constexpr int kPauseFactor = 4;
+constexpr int kListsPauseFactor = 20;
+constexpr qint64 kListsPauseMs = 4000;
+
+}  // namespace
+
+HostLink::HostLink(iStationWindow::Surroundings surroundings, EventFeed& feed)
+    : with_(std::move(surroundings)), feed_(feed) {
+  connect(&timer_, &QTimer::timeout, this, &HostLink::tick);
+  sinceSnapshot_.start();
+  sinceLists_.start();
+  sinceSign_.start();
+  listsPauseMs_ = kListsPauseMs;
+  timer_.start(kTickMs);
+}
+
+void HostLink::post(const std::string& activity, std::function<void()> task) {
+  with_.hostThread.post([activity, task = std::move(task)] {
+    const ActivityScope scope(activity);
+    task();
+  });
+}
+
+void HostLink::tick() {
+  const News news = feed_.takeNews();
+  isReady_ = news.station.isReady;
+  emit newsReady(news);
+  if (isReady_ && sinceLists_.elapsed() > listsPauseMs_ && !isBusy_) {
+    sinceLists_.restart();
+    feed_.noteDue();
+  }
+  askSnapshot();
+  askSigns();
+  tellBusy();
+}
+
+void HostLink::askSnapshot() {
+  const bool isDue = sinceSnapshot_.elapsed() >= snapshotPauseMs_ && feed_.hasChanges();
+  if (!isReady_ || isSnapshotAsked_ || !isDue) return;
+  isSnapshotAsked_ = true;
+  post("a look at the project", [this] {
+    QElapsedTimer cost;
+    cost.start();
+    const Changes changes = feed_.takeChanges();
+    const SnapshotPtr snapshot = maker_.make(changes);
+    const qint64 took = cost.elapsed();
+    const bool hadLists = changes.all || changes.projects;
+    QMetaObject::invokeMethod(this, [this, snapshot, took, hadLists] {
+      if (hadLists) listsPauseMs_ = std::max(kListsPauseMs, kListsPauseFactor * took);
+      takeSnapshot(snapshot, took);
+    });
+  });
+}
+
+void HostLink::takeSnapshot(const SnapshotPtr& snapshot, qint64 cost) {
+  isSnapshotAsked_ = false;
+  snapshotPauseMs_ = kPauseFactor * cost;
+  sinceSnapshot_.restart();
+  emit snapshotReady(snapshot);
+}
+
+void HostLink::askSigns() {
+  if (isSignAsked_) return;
+  isSignAsked_ = true;
+  sinceSign_.restart();
+  with_.hostThread.post(
+      [this] { QMetaObject::invokeMethod(this, [this] { isSignAsked_ = false; }); });
+}
+
+void HostLink::tellBusy() {
+  const bool isSilent = isSignAsked_ && sinceSign_.elapsed() > kPatienceMs;
+  if (!isSilent) {
+    if (std::exchange(isBusy_, false)) emit busyChanged({}, 0);
+    return;
+  }
+  isBusy_ = true;
+  const Activity activity = currentActivity();
+  const QString what =
+      activity.what.empty() ? QStringLiteral("its other work") : readableText(activity.what);
+  emit busyChanged(what, static_cast<int>(sinceSign_.elapsed() / 1000));
+}
+
+CommandOutcome HostLink::outcomeOf(const QString& line) {
+  const CommandCall call = readCall(with_.commands, line.toStdString());
+  CommandOutcome outcome{line, {}, false, {}};
+  if (call.command) outcome.command = readableText(call.command->name);
+  if (call.problem || !call.command) {
+    outcome.text = call.problem ? readableText(call.problem->message) : QString();
+    return outcome;
+  }
+  const auto result = runCall(call);
+  feed_.noteCommand(call.command->name);
+  outcome.succeeded = static_cast<bool>(result);
+  outcome.text = readableText(result ? renderForPeople(*result) : result.error().message);
+  return outcome;
+}
+
+void HostLink::run(const QString& line) {
+  const CommandCall call = readCall(with_.commands, line.toStdString());
+  if (call.command && !call.problem && call.command->place == Command::Place::eConsoleThread &&
+      call.command->name != "help" && call.command->name != "quit") {
+    emit finished({line, readableText(call.command->name), false,
+                   QStringLiteral("\"%1\" is for scripts: the window would stand still.")
+                       .arg(readableText(call.command->name))});
+    return;
+  }
+  post("the command \"" + line.toStdString() + "\"", [this, line] {
+    const CommandOutcome outcome = outcomeOf(line);
+    QMetaObject::invokeMethod(this, [this, outcome] { emit finished(outcome); });
+  });
+}
+
+void HostLink::askTimeline(const QString& cookie) {
+  post("reading an edit's file", [this, cookie] {
+    const TimelinePtr timeline = makeTimeline(cookie);
+    QMetaObject::invokeMethod(this, [this, timeline] { emit timelineReady(timeline); });
+  });
+}
+
+void HostLink::askMay(const QStringList& cookies) {
+  post("asking the rules who may change what", [this, cookies] {
+    QHash<QString, bool> answers;
+    for (const QString& cookie : cookies) {
+      answers[cookie] = EditActions::isAllowed(Cookie(cookie.toStdString().c_str(), false));
+    }
+    QMetaObject::invokeMethod(this, [this, answers] { emit mayReady(answers); });
+  });
+}
+
+void HostLink::lookAgain() { feed_.noteCommand("project enter"); }
+
+void HostLink::restoreTools(const std::vector<SavedTool>& tools) {
+  post("putting tools back", [this, tools] {
+    if (Desktop* desktop = Desktop::current()) desktop->restoreTools(tools);
+    feed_.noteCommand("panel");
+  });
+}

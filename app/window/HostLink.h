@@ -1,0 +1,87 @@
+#pragma once
+
+#include <QElapsedTimer>
+#include <QHash>
+#include <QObject>
+#include <QTimer>
+#include <functional>
+#include <string>
+
+#include "app/iStationWindow.h"
+#include "app/window/EventFeed.h"
+#include "app/window/Snapshot.h"
+#include "app/window/SnapshotMaker.h"
+#include "app/window/Timeline.h"
+#include "station/ui/Desktop.h"
+
+/// How a command ended.
+struct CommandOutcome {
+  QString line;
+  QString command;  ///< its name; empty for a line that names none
+  bool succeeded = false;
+  QString text;  ///< the answer as the console shows it, or why it was refused
+};
+
+/// The window's way to the host thread: actions go there as tasks, answers come back as signals.
+/// Never waits. Lives on the window's thread.
+class HostLink : public QObject {
+  Q_OBJECT
+
+ public:
+  /// How long the host thread may be silent before the user is told what it does.
+  static constexpr int kPatienceMs = 300;
+
+  HostLink(iStationWindow::Surroundings surroundings, EventFeed& feed);
+
+  /// Runs a line as the console would; finished() follows.
+  void run(const QString& line);
+
+  /// Has an edit's timeline drawn up; timelineReady() follows.
+  void askTimeline(const QString& cookie);
+
+  /// Asks whether the local user may modify these edits and logs; mayReady() follows.
+  void askMay(const QStringList& cookies);
+
+  /// Looks at everything anew.
+  void lookAgain();
+
+  /// Puts tools back on the desktop as they were saved.
+  void restoreTools(const std::vector<SavedTool>& tools);
+
+  [[nodiscard]] const CommandTable& commands() const { return with_.commands; }
+  void askForEnd() { with_.askForEnd(); }
+
+ signals:
+  void finished(const CommandOutcome& outcome);
+  void snapshotReady(const SnapshotPtr& snapshot);
+  void newsReady(const News& news);
+  void timelineReady(const TimelinePtr& timeline);
+  void mayReady(const QHash<QString, bool>& answers);
+
+  /// The host thread does not answer and has been at `what` for this long; with an empty text it
+  /// answers again.
+  void busyChanged(const QString& what, int seconds);
+
+ private:
+  void tick();
+  void askSnapshot();
+  void askSigns();
+  void tellBusy();
+  void post(const std::string& activity, std::function<void()> task);
+  void takeSnapshot(const SnapshotPtr& snapshot, qint64 cost);
+  CommandOutcome outcomeOf(const QString& line);
+
+  iStationWindow::Surroundings with_;
+  EventFeed& feed_;
+  SnapshotMaker maker_;  ///< the host thread's
+  QTimer timer_;
+  QElapsedTimer sinceSnapshot_;
+  QElapsedTimer sinceSign_;   ///< since the host thread was last asked for a sign of life
+  QElapsedTimer sinceLists_;  ///< since lists that no event tells of were looked at
+  bool isSnapshotAsked_ = false;
+  bool isSignAsked_ = false;
+  bool isBusy_ = false;
+  bool isReady_ = false;
+  qint64 snapshotPauseMs_ = 0;
+  qint64 listsPauseMs_ = 0;
+};

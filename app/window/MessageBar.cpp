@@ -1,0 +1,82 @@
+#include "app/window/MessageBar.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QStyle>
+#include <QToolButton>
+
+#include "app/window/Appearance.h"
+#include "app/window/Icons.h"
+
+namespace {
+
+constexpr int kLongest = 400;  // letters; the whole text is in the tool tip
+
+const char* roleOf(MessageBar::Kind kind) {
+  if (kind == MessageBar::Kind::eError) return "bar-error";
+  return kind == MessageBar::Kind::eNote ? "bar-note" : "bar-change";
+}
+
+QIcon signOf(MessageBar::Kind kind) {
+  if (kind == MessageBar::Kind::eError) return icon(Glyph::eProblem, colours().bad);
+  if (kind == MessageBar::Kind::eChange) return icon(Glyph::eChanged, colours().warn);
+  return icon(Glyph::eBell, colours().accent);
+}
+
+}  // namespace
+
+MessageBar::MessageBar(const QString& name, QWidget* parent)
+    : QFrame(parent),
+      sign_(new QLabel),
+      label_(new QLabel),
+      button_(new QToolButton),
+      close_(new QToolButton) {
+  setObjectName(name);
+  label_->setObjectName(name + QStringLiteral("Text"));
+  label_->setWordWrap(true);
+  label_->setTextFormat(Qt::PlainText);
+  label_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  label_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+  button_->setObjectName(name + QStringLiteral("Button"));
+  button_->hide();
+  close_->setAutoRaise(true);
+  close_->setToolTip(QStringLiteral("Close (Esc)"));
+  close_->setAccessibleName(QStringLiteral("Close this message"));
+  auto* layout = new QHBoxLayout(this);
+  layout->setContentsMargins(12, 8, 8, 8);
+  layout->addWidget(sign_, 0, Qt::AlignTop);
+  layout->addWidget(label_, 1);
+  layout->addWidget(button_, 0, Qt::AlignVCenter);
+  layout->addWidget(close_, 0, Qt::AlignTop);
+  connect(close_, &QToolButton::clicked, this, &QWidget::hide);
+  connect(button_, &QToolButton::clicked, this, &MessageBar::acted);
+  hide();
+}
+
+void MessageBar::tell(Kind kind, const QString& text) {
+  text_ = text;
+  setProperty("role", roleOf(kind));
+  style()->unpolish(this);
+  style()->polish(this);
+  sign_->setPixmap(signOf(kind).pixmap(18, 18));
+  close_->setIcon(icon(Glyph::eClose, colours().quiet));
+  setAccessibleName(text);
+  showText();
+  show();
+}
+
+void MessageBar::offer(const QString& action) {
+  button_->setText(action);
+  button_->setVisible(!action.isEmpty());
+}
+
+void MessageBar::showText() {
+  const bool isLong = text_.size() > kLongest;
+  label_->setText(isLong ? text_.left(kLongest) + QStringLiteral("…") : text_);
+  label_->setToolTip(isLong ? text_.left(4000) : QString());
+}
+
+void MessageBar::resizeEvent(QResizeEvent* event) {
+  QFrame::resizeEvent(event);
+  label_->setMinimumHeight(label_->heightForWidth(label_->width()));
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QFrame>
+
+class QLabel;
+class QToolButton;
+
+/// A strip above the lists that tells how an action ended, and why one was refused. Takes no focus;
+/// stays until it is closed or another takes its place.
+class MessageBar : public QFrame {
+  Q_OBJECT
+
+ public:
+  enum class Kind { eError, eNote, eChange };
+
+  explicit MessageBar(const QString& name, QWidget* parent = nullptr);
+
+  void tell(Kind kind, const QString& text);
+
+  /// Offers something to do about it.
+  void offer(const QString& action);
+  [[nodiscard]] QString text() const { return text_; }
+  [[nodiscard]] QToolButton& button() const { return *button_; }
+
+ signals:
+  void acted();
+
+ private:
+  void resizeEvent(QResizeEvent* event) override;
+  void showText();
+
+  QLabel* sign_;
+  QLabel* label_;
+  QToolButton* button_;
+  QToolButton* close_;
+  QString text_;
+};

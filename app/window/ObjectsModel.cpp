@@ -1,0 +1,309 @@
+#include "app/window/ObjectsModel.h"
+
+#include <algorithm>
+
+#include "app/window/Appearance.h"
+#include "app/window/Icons.h"
+
+namespace {
+
+using Column = ObjectsModel::Column;
+
+/// More rows than these that come or go at once are faster shown anew.
+constexpr std::size_t kMostSingleRows = 200;
+constexpr int kAskDelayMs = 30;
+
+QList<Column> columnsOf(ObjectKind kind) {
+  switch (kind) {
+    case ObjectKind::eEdits:
+      return {Column::eName, Column::eOwner, Column::eMay, Column::eState, Column::eNews};
+    case ObjectKind::eMedia:
+      return {Column::eName, Column::eDetail, Column::eExtra, Column::eNews};
+    default:
+      return {Column::eName, Column::eDetail, Column::eNews};
+  }
+}
+
+Glyph glyphOf(ObjectKind kind) {
+  switch (kind) {
+    case ObjectKind::eBins:
+      return Glyph::eBin;
+    case ObjectKind::eRacks:
+      return Glyph::eRack;
+    case ObjectKind::eFilters:
+      return Glyph::eFilter;
+    case ObjectKind::eMedia:
+      return Glyph::eMedia;
+    default:
+      return Glyph::eEdit;
+  }
+}
+
+QString detailHeading(ObjectKind kind) {
+  if (kind == ObjectKind::eFilters) return QStringLiteral("Finds");
+  return kind == ObjectKind::eMedia ? QStringLiteral("File") : QStringLiteral("Holds");
+}
+
+QString stateText(const ObjectRow& row) {
+  if (row.isDirty) return row.isOpen ? QStringLiteral("open, unsaved") : QStringLiteral("unsaved");
+  return row.isOpen ? QStringLiteral("open") : QString();
+}
+
+bool hasSameKeys(const ObjectRows& a, const ObjectRows& b) {
+  return std::ranges::equal(a, b, {}, &ObjectRow::key, &ObjectRow::key);
+}
+
+/// How many keys are in one of the two alone.
+std::size_t differingKeys(const ObjectRows& a, const ObjectRows& b) {
+  std::size_t same = 0;
+  for (std::size_t i = 0, j = 0; i < a.size() && j < b.size();) {
+    const int order = a[i].key.compare(b[j].key);
+    same += order == 0;
+    i += order <= 0;
+    j += order >= 0;
+  }
+  return a.size() + b.size() - 2 * same;
+}
+
+}  // namespace
+
+ObjectsModel::ObjectsModel(ObjectKind kind, QObject* parent)
+    : QAbstractTableModel(parent), kind_(kind), columns_(columnsOf(kind)) {
+  askTimer_.setSingleShot(true);
+  connect(&askTimer_, &QTimer::timeout, this,
+          [this] { emit mayWanted(std::exchange(toAsk_, {})); });
+}
+
+void ObjectsModel::startAfresh() {
+  seen_.clear();
+  may_.clear();
+  asked_.clear();
+  toAsk_.clear();
+}
+
+// Both are in the order of their keys, so one walk finds what came, went and stayed.
+void ObjectsModel::setRows(const Shared<ObjectRows>& rows) {
+  if (!rows || rows == rows_) return;
+  forgetAnswers(*rows_, *rows);
+  if (hasSameKeys(*rows_, *rows)) return takeOverInPlace(rows);
+  if (differingKeys(*rows_, *rows) > kMostSingleRows) {
+    beginResetModel();
+    rows_ = rows;
+    endResetModel();
+    return;
+  }
+  takeOverOneByOne(*rows);
+  takeOverInPlace(rows);
+}
+
+void ObjectsModel::takeOverOneByOne(const ObjectRows& now) {
+  auto shown = std::make_shared<ObjectRows>(*rows_);
+  rows_ = shown;
+  for (std::size_t i = 0; i < shown->size() || i < now.size();) {
+    const bool isGone = i < shown->size() && (i >= now.size() || (*shown)[i].key < now[i].key);
+    const bool isNew = i < now.size() && (i >= shown->size() || now[i].key < (*shown)[i].key);
+    const int row = static_cast<int>(i);
+    const auto at = shown->begin() + static_cast<std::ptrdiff_t>(i);
+    if (isGone) {
+      beginRemoveRows({}, row, row);
+      shown->erase(at);
+      endRemoveRows();
+      continue;
+    }
+    if (isNew) {
+      beginInsertRows({}, row, row);
+      shown->insert(at, now[i]);
+      endInsertRows();
+    }
+    ++i;
+  }
+}
+
+void ObjectsModel::takeOverInPlace(const Shared<ObjectRows>& rows) {
+  const Shared<ObjectRows> before = std::exchange(rows_, rows);
+  int first = -1;
+  for (std::size_t i = 0; i < rows->size(); ++i) {
+    const bool differs = (*before)[i] != (*rows)[i];
+    if (differs && first < 0) first = static_cast<int>(i);
+    if (!differs && first >= 0) tellChanged(std::exchange(first, -1), static_cast<int>(i) - 1);
+  }
+  if (first >= 0) tellChanged(first, static_cast<int>(rows->size()) - 1);
+}
+
+void ObjectsModel::tellChanged(int first, int last) {
+  emit dataChanged(index(first, 0), index(last, columnCount() - 1));
+}
+
+// An owner that changed, and whatever another station did, may change who may change it.
+void ObjectsModel::forgetAnswers(const ObjectRows& before, const ObjectRows& now) {
+  if (kind_ != ObjectKind::eEdits) return;
+  for (std::size_t i = 0, j = 0; i < before.size() && j < now.size();) {
+    const int order = before[i].key.compare(now[j].key);
+    const bool differs = before[i].owner != now[j].owner ||
+                         before[i].remoteChanges != now[j].remoteChanges ||
+                         before[i].problem != now[j].problem;
+    if (order == 0 && differs) {
+      may_.remove(now[j].cookie);
+      asked_.remove(now[j].cookie);
+    }
+    i += order <= 0;
+    j += order >= 0;
+  }
+}
+
+void ObjectsModel::takeAnswers(const QHash<QString, bool>& answers) {
+  for (auto answer = answers.begin(); answer != answers.end(); ++answer) {
+    may_[answer.key()] = answer.value();
+    if (const int row = rowOf(answer.key()); row >= 0) tellChanged(row, row);
+  }
+}
+
+void ObjectsModel::askSoon(const QString& cookie) const {
+  if (asked_.contains(cookie)) return;
+  asked_.insert(cookie);
+  toAsk_.append(cookie);
+  if (!askTimer_.isActive()) askTimer_.start(kAskDelayMs);
+}
+
+int ObjectsModel::rowOf(const QString& key) const {
+  const auto at = std::ranges::lower_bound(*rows_, key, {}, &ObjectRow::key);
+  return at != rows_->end() && at->key == key ? static_cast<int>(at - rows_->begin()) : -1;
+}
+
+bool ObjectsModel::isNew(const ObjectRow& row) const {
+  return row.remoteChanges > seen_.value(row.key, 0);
+}
+
+bool ObjectsModel::hasNews(int row) const { return isNew(at(row)); }
+
+int ObjectsModel::newsCount() const {
+  return static_cast<int>(
+      std::ranges::count_if(*rows_, [this](const ObjectRow& row) { return isNew(row); }));
+}
+
+void ObjectsModel::markSeen(int row) {
+  if (!hasNews(row)) return;
+  seen_[at(row).key] = at(row).remoteChanges;
+  tellChanged(row, row);
+}
+
+QString ObjectsModel::tabText() const {
+  static const QStringList kTitles{QStringLiteral("Edits and logs"), QStringLiteral("Bins"),
+                                   QStringLiteral("Racks"), QStringLiteral("Filters"),
+                                   QStringLiteral("Media")};
+  const QString title = kTitles[static_cast<int>(kind_)];
+  return rows_->empty() ? title : QStringLiteral("%1  %L2").arg(title).arg(rows_->size());
+}
+
+int ObjectsModel::rowCount(const QModelIndex& parent) const {
+  return parent.isValid() ? 0 : static_cast<int>(rows_->size());
+}
+
+int ObjectsModel::columnCount(const QModelIndex& parent) const {
+  return parent.isValid() ? 0 : static_cast<int>(columns_.size());
+}
+
+QVariant ObjectsModel::headerData(int section, Qt::Orientation orientation, int role) const {
+  if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
+  switch (columns_[section]) {
+    case eName:
+      return QStringLiteral("Name");
+    case eOwner:
+      return QStringLiteral("Owner");
+    case eMay:
+      return QStringLiteral("You may");
+    case eState:
+      return QStringLiteral("State");
+    case eDetail:
+      return detailHeading(kind_);
+    case eExtra:
+      return QStringLiteral("Proxy of");
+    case eNews:
+      return QStringLiteral("News");
+  }
+  return {};
+}
+
+QString ObjectsModel::mayText(const ObjectRow& row) const {
+  const auto answer = may_.find(row.cookie);
+  if (answer == may_.end()) return QStringLiteral("…");
+  return *answer ? QStringLiteral("change it") : QStringLiteral("look only");
+}
+
+QString ObjectsModel::textOf(const ObjectRow& row, Column column) const {
+  switch (column) {
+    case eName:
+      return row.name.isEmpty() ? row.cookie : row.name;
+    case eOwner:
+      return row.owner.isEmpty() ? QStringLiteral("nobody") : row.owner;
+    case eMay:
+      return mayText(row);
+    case eState:
+      return stateText(row);
+    case eDetail:
+      return row.detail;
+    case eExtra:
+      return row.extra;
+    case eNews:
+      if (!row.problem.isEmpty()) return QStringLiteral("unreadable");
+      return isNew(row) ? QStringLiteral("changed elsewhere") : QString();
+  }
+  return {};
+}
+
+QVariant ObjectsModel::iconOf(const ObjectRow& row, Column column) const {
+  const Colours& with = colours();
+  switch (column) {
+    case eName:
+      return icon(row.isLog ? Glyph::eLog : glyphOf(kind_), with.quiet);
+    case eMay: {
+      const auto answer = may_.find(row.cookie);
+      if (answer == may_.end()) return icon(Glyph::eWaiting, with.quiet);
+      return *answer ? icon(Glyph::eYes, with.good) : icon(Glyph::eNo, with.held);
+    }
+    case eState:
+      if (row.isDirty) return icon(Glyph::eDirty, with.warn);
+      return row.isOpen ? icon(Glyph::eOpen, with.accent) : QVariant();
+    case eNews:
+      if (!row.problem.isEmpty()) return icon(Glyph::eProblem, with.bad);
+      return isNew(row) ? icon(Glyph::eChanged, with.accent) : QVariant();
+    default:
+      return {};
+  }
+}
+
+QVariant ObjectsModel::colourOf(const ObjectRow& row, Column column) const {
+  if (column == eOwner || column == eDetail || column == eExtra) return colours().quiet;
+  if (column == eNews) return row.problem.isEmpty() ? colours().accent : colours().bad;
+  if (column == eState && row.isDirty) return colours().warn;
+  return {};
+}
+
+QString ObjectsModel::toolTipOf(const ObjectRow& row) const {
+  QString text = textOf(row, eName);
+  if (!row.problem.isEmpty()) text += QLatin1Char('\n') + row.problem;
+  return text + QLatin1Char('\n') + row.cookie;
+}
+
+QVariant ObjectsModel::data(const QModelIndex& index, int role) const {
+  if (!index.isValid()) return {};
+  const ObjectRow& row = at(index.row());
+  const Column column = columns_[index.column()];
+  switch (role) {
+    case Qt::DisplayRole:
+      if (column == eMay && !may_.contains(row.cookie)) askSoon(row.cookie);
+      return textOf(row, column);
+    case Qt::DecorationRole:
+      return iconOf(row, column);
+    case Qt::ForegroundRole:
+      return colourOf(row, column);
+    case Qt::ToolTipRole:
+      return toolTipOf(row);
+    case eSortRole:
+      return textOf(row, column);
+    case eCookieRole:
+      return row.cookie;
+    default:
+      return {};
+  }
+}

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <QAbstractTableModel>
+#include <QHash>
+#include <QSet>
+#include <QTimer>
+
+#include "app/window/Snapshot.h"
+
+/// One kind of a project's objects as a table. A new set of rows is taken over row by row, so that
+/// what is chosen, and where the list stands, stays. Whether the user may change an edit is asked
+/// for only once its row is shown.
+class ObjectsModel : public QAbstractTableModel {
+  Q_OBJECT
+
+ public:
+  enum Column { eName, eOwner, eMay, eState, eDetail, eExtra, eNews };
+  enum Role { eSortRole = Qt::UserRole, eCookieRole };
+
+  explicit ObjectsModel(ObjectKind kind, QObject* parent = nullptr);
+
+  void setRows(const Shared<ObjectRows>& rows);
+
+  /// Forgets what was looked at and who may change what: another project is open.
+  void startAfresh();
+
+  void takeAnswers(const QHash<QString, bool>& answers);
+
+  /// The user looked at an object: what was new of it is so no longer.
+  void markSeen(int row);
+  [[nodiscard]] bool hasNews(int row) const;
+  [[nodiscard]] int newsCount() const;
+
+  [[nodiscard]] const ObjectRow& at(int row) const {
+    return (*rows_)[static_cast<std::size_t>(row)];
+  }
+  [[nodiscard]] const ObjectRows& rows() const { return *rows_; }
+  [[nodiscard]] int rowOf(const QString& key) const;
+  [[nodiscard]] ObjectKind kind() const { return kind_; }
+  [[nodiscard]] QString tabText() const;
+
+  int rowCount(const QModelIndex& parent = {}) const override;
+  int columnCount(const QModelIndex& parent = {}) const override;
+  QVariant data(const QModelIndex& index, int role) const override;
+  QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+  [[nodiscard]] Column columnAt(int section) const { return columns_[section]; }
+
+ signals:
+  /// Rows came into view of which it is not known who may change them.
+  void mayWanted(const QStringList& cookies) const;
+
+ private:
+  [[nodiscard]] QString textOf(const ObjectRow& row, Column column) const;
+  [[nodiscard]] QVariant iconOf(const ObjectRow& row, Column column) const;
+  [[nodiscard]] QVariant colourOf(const ObjectRow& row, Column column) const;
+  [[nodiscard]] QString toolTipOf(const ObjectRow& row) const;
+  [[nodiscard]] QString mayText(const ObjectRow& row) const;
+  [[nodiscard]] bool isNew(const ObjectRow& row) const;
+  void forgetAnswers(const ObjectRows& before, const ObjectRows& now);
+  void takeOverInPlace(const Shared<ObjectRows>& rows);
+  void takeOverOneByOne(const ObjectRows& now);
+  void tellChanged(int first, int last);
+  void askSoon(const QString& cookie) const;
+
+  ObjectKind kind_;
+  QList<Column> columns_;
+  Shared<ObjectRows> rows_ = std::make_shared<const ObjectRows>();
+  QHash<QString, unsigned> seen_;  ///< remote changes looked at, by key
+  QHash<QString, bool> may_;       ///< by cookie
+  mutable QSet<QString> asked_;
+  mutable QStringList toAsk_;
+  mutable QTimer askTimer_;
+};

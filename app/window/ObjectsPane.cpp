@@ -1,0 +1,256 @@
+#include "app/window/ObjectsPane.h"
+
+#include <QHeaderView>
+#include <QLabel>
+#include <QVBoxLayout>
+
+#include "app/window/Appearance.h"
+#include "app/window/Icons.h"
+
+namespace {
+
+using Column = ObjectsModel::Column;
+
+constexpr int kLeastWidth = 48;
+
+QString emptyText(ObjectKind kind) {
+  switch (kind) {
+    case ObjectKind::eEdits:
+      return QStringLiteral(
+          "<h3>No edits yet</h3><p>Ctrl+I takes an OpenTimelineIO file (.otio) in, Ctrl+E makes an "
+          "empty edit.<br>What others make shows here at once.</p>");
+    case ObjectKind::eBins:
+      return QStringLiteral(
+          "<h3>No bins yet</h3><p>A bin gathers edits, logs and media. Bin &gt; New bin makes "
+          "one.</p>");
+    case ObjectKind::eRacks:
+      return QStringLiteral(
+          "<h3>No racks yet</h3><p>A rack gathers bins. Rack &gt; New rack makes one.</p>");
+    case ObjectKind::eFilters:
+      return QStringLiteral(
+          "<h3>No filters yet</h3><p>A filter keeps a search for all users of the project. "
+          "Filter &gt; New filter makes one.</p>");
+    case ObjectKind::eMedia:
+      break;
+  }
+  return QStringLiteral(
+      "<h3>No media yet</h3><p>Media &gt; Add a file makes a media file known to all users of "
+      "the project.</p>");
+}
+
+int widthOf(Column column) {
+  switch (column) {
+    case Column::eOwner:
+      return 84;
+    case Column::eMay:
+      return 104;
+    case Column::eState:
+      return 122;
+    case Column::eNews:
+      return 150;
+    default:
+      return 230;
+  }
+}
+
+/// The name takes what the others leave.
+void setWidths(QTreeView& view, const ObjectsModel& model) {
+  QHeaderView& header = *view.header();
+  header.setStretchLastSection(false);
+  header.setMinimumSectionSize(kLeastWidth);
+  header.setSectionResizeMode(0, QHeaderView::Stretch);
+  for (int i = 1; i < model.columnCount(); ++i) {
+    view.setColumnWidth(i, widthOf(model.columnAt(i)));
+  }
+}
+
+QString noProjectText() {
+  return QStringLiteral(
+      "<h3>No project is open</h3><p>Choose one on the left and press Return to enter it,<br>or "
+      "make one with Ctrl+N.</p>");
+}
+
+}  // namespace
+
+ObjectsPane::ObjectsPane(QWidget* parent)
+    : QWidget(parent),
+      tabs_(new QTabBar),
+      search_(new QLineEdit),
+      stack_(new QStackedWidget),
+      empty_(new QLabel) {
+  tabs_->setObjectName(QStringLiteral("kinds"));
+  tabs_->setDrawBase(false);
+  tabs_->setExpanding(false);
+  tabs_->setUsesScrollButtons(true);
+  search_->setObjectName(QStringLiteral("search"));
+  search_->setPlaceholderText(QStringLiteral("Narrow the list by name (Ctrl+F)"));
+  search_->setClearButtonEnabled(true);
+  search_->setMaximumWidth(320);
+  search_->setMinimumWidth(60);
+  empty_->setAlignment(Qt::AlignCenter);
+  empty_->setWordWrap(true);
+  empty_->setProperty("role", "quiet");
+  empty_->setMargin(16);
+  empty_->setObjectName(QStringLiteral("empty"));
+  for (std::size_t i = 0; i < kObjectKinds; ++i) {
+    tabs_->addTab({});
+    lists_[i] = makeList(static_cast<ObjectKind>(i));
+    stack_->addWidget(lists_[i].view);
+  }
+  stack_->addWidget(empty_);
+  auto* tools = new QHBoxLayout;
+  tools->setContentsMargins(10, 8, 10, 8);
+  tools->addWidget(search_, 1);
+  tools->addStretch();
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  layout->addWidget(tabs_);
+  layout->addLayout(tools);
+  layout->addWidget(stack_, 1);
+  connect(tabs_, &QTabBar::currentChanged, this, &ObjectsPane::showKind);
+  connect(search_, &QLineEdit::textChanged, this, &ObjectsPane::narrow);
+  showTitles();
+  showEmptiness();
+}
+
+ObjectsPane::List ObjectsPane::makeList(ObjectKind kind) {
+  List list{new ObjectsModel(kind, this), new QSortFilterProxyModel(this), new QTreeView};
+  list.proxy->setSourceModel(list.model);
+  list.proxy->setSortRole(ObjectsModel::eSortRole);
+  list.proxy->setSortCaseSensitivity(Qt::CaseInsensitive);
+  list.proxy->setFilterCaseSensitivity(Qt::CaseInsensitive);
+  list.proxy->setFilterKeyColumn(ObjectsModel::eName);
+  QTreeView& view = *list.view;
+  view.setModel(list.proxy);
+  view.setRootIsDecorated(false);
+  view.setUniformRowHeights(true);
+  view.setAllColumnsShowFocus(true);
+  view.setSelectionMode(QAbstractItemView::ExtendedSelection);
+  view.setContextMenuPolicy(Qt::CustomContextMenu);
+  view.setSortingEnabled(true);
+  view.sortByColumn(0, Qt::AscendingOrder);
+  view.setTextElideMode(Qt::ElideMiddle);
+  setWidths(view, *list.model);
+  connect(list.model, &ObjectsModel::mayWanted, this, &ObjectsPane::mayWanted);
+  connect(view.selectionModel(), &QItemSelectionModel::selectionChanged, this,
+          &ObjectsPane::choiceChanged);
+  connect(view.selectionModel(), &QItemSelectionModel::currentChanged, this,
+          &ObjectsPane::choiceChanged);
+  connect(&view, &QTreeView::customContextMenuRequested, this,
+          [this, v = list.view](QPoint at) { emit menuWanted(v->viewport()->mapToGlobal(at)); });
+  connect(&view, &QTreeView::activated, this, [this](const QModelIndex&) {
+    const auto rows = chosen();
+    if (!rows.empty()) emit opened(rows.front());
+  });
+  return list;
+}
+
+const ObjectsPane::List& ObjectsPane::list(ObjectKind kind) const {
+  return lists_[static_cast<std::size_t>(kind)];
+}
+
+ObjectsModel& ObjectsPane::model(ObjectKind kind) const { return *list(kind).model; }
+
+QTreeView& ObjectsPane::view(ObjectKind kind) const { return *list(kind).view; }
+
+const ObjectRows& ObjectsPane::rows(ObjectKind kind) const { return list(kind).model->rows(); }
+
+void ObjectsPane::show(const Snapshot& snapshot) {
+  hasProject_ = !snapshot.project.cookie.isEmpty();
+  const bool isOther = project_ != snapshot.project.cookie;
+  project_ = snapshot.project.cookie;
+  for (std::size_t i = 0; i < kObjectKinds; ++i) {
+    if (isOther) lists_[i].model->startAfresh();
+    lists_[i].model->setRows(snapshot.objects[i]);
+  }
+  showTitles();
+  showEmptiness();
+}
+
+void ObjectsPane::takeAnswers(const QHash<QString, bool>& answers) {
+  list(ObjectKind::eEdits).model->takeAnswers(answers);
+}
+
+void ObjectsPane::showTitles() {
+  for (std::size_t i = 0; i < kObjectKinds; ++i) {
+    const ObjectsModel& model = *lists_[i].model;
+    const int tab = static_cast<int>(i);
+    const int news = model.newsCount();
+    tabs_->setTabText(tab, model.tabText());
+    tabs_->setTabIcon(tab, news > 0 ? icon(Glyph::eChanged, colours().accent) : QIcon());
+    tabs_->setTabToolTip(
+        tab, news > 0 ? QStringLiteral("%1 changed by other stations").arg(news) : QString());
+  }
+}
+
+void ObjectsPane::showEmptiness() {
+  const List& shown = list(kind());
+  const bool isEmpty = shown.model->rowCount() == 0;
+  const bool isNarrowed = !isEmpty && shown.proxy->rowCount() == 0;
+  search_->setVisible(!isEmpty);
+  if (isEmpty) {
+    empty_->setText(hasProject_ ? emptyText(kind()) : noProjectText());
+  } else if (isNarrowed) {
+    empty_->setText(
+        QStringLiteral("<h3>No name contains \"%1\"</h3>").arg(search_->text().toHtmlEscaped()));
+  }
+  QWidget* const page = isEmpty || isNarrowed ? static_cast<QWidget*>(empty_) : shown.view;
+  if (stack_->currentWidget() != page) stack_->setCurrentWidget(page);
+}
+
+ObjectKind ObjectsPane::kind() const {
+  return static_cast<ObjectKind>(std::max(0, tabs_->currentIndex()));
+}
+
+void ObjectsPane::setKind(ObjectKind kind) { tabs_->setCurrentIndex(static_cast<int>(kind)); }
+
+void ObjectsPane::showKind() {
+  narrow(search_->text());
+  emit choiceChanged();
+}
+
+void ObjectsPane::narrow(const QString& text) {
+  list(kind()).proxy->setFilterFixedString(text);
+  showEmptiness();
+}
+
+std::vector<ObjectRow> ObjectsPane::chosen() const {
+  std::vector<ObjectRow> rows;
+  const List& shown = list(kind());
+  const QModelIndex current = shown.view->currentIndex();
+  for (const QModelIndex& index : shown.view->selectionModel()->selectedRows()) {
+    const ObjectRow& row = shown.model->at(shown.proxy->mapToSource(index).row());
+    rows.insert(index.row() == current.row() ? rows.begin() : rows.end(), row);
+  }
+  return rows;
+}
+
+std::optional<ObjectRow> ObjectsPane::find(const QString& cookie) const {
+  for (const List& each : lists_) {
+    const int row = each.model->rowOf(cookie);
+    if (row >= 0) return each.model->at(row);
+  }
+  return std::nullopt;
+}
+
+void ObjectsPane::choose(ObjectKind kind, const QString& key) {
+  const int row = list(kind).model->rowOf(key);
+  if (row < 0) return;
+  setKind(kind);
+  const List& shown = list(kind);
+  const QModelIndex index = shown.proxy->mapFromSource(shown.model->index(row, 0));
+  shown.view->setCurrentIndex(index);
+  shown.view->scrollTo(index);
+}
+
+void ObjectsPane::markSeen(const QString& key) {
+  ObjectsModel& model = *list(kind()).model;
+  if (const int row = model.rowOf(key); row >= 0) model.markSeen(row);
+  showTitles();
+}
+
+void ObjectsPane::startSearch() {
+  search_->setFocus(Qt::ShortcutFocusReason);
+  search_->selectAll();
+}

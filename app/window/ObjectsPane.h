@@ -1,0 +1,78 @@
+#pragma once
+
+#include <QLineEdit>
+#include <QSortFilterProxyModel>
+#include <QStackedWidget>
+#include <QTabBar>
+#include <QTreeView>
+#include <QWidget>
+#include <array>
+#include <optional>
+
+#include "app/window/ObjectsModel.h"
+
+class QLabel;
+
+/// The open project's objects, a tab a kind, with a field that narrows the list. Says what to do
+/// where there is nothing to show.
+class ObjectsPane : public QWidget {
+  Q_OBJECT
+
+ public:
+  explicit ObjectsPane(QWidget* parent = nullptr);
+
+  void show(const Snapshot& snapshot);
+  void takeAnswers(const QHash<QString, bool>& answers);
+
+  [[nodiscard]] ObjectKind kind() const;
+  void setKind(ObjectKind kind);
+
+  /// The rows chosen in the list that is shown, the current one first.
+  [[nodiscard]] std::vector<ObjectRow> chosen() const;
+
+  /// The object of this cookie, whatever its kind.
+  [[nodiscard]] std::optional<ObjectRow> find(const QString& cookie) const;
+
+  /// All bins, or whatever kind.
+  [[nodiscard]] const ObjectRows& rows(ObjectKind kind) const;
+
+  /// Chooses an object, as a click would.
+  void choose(ObjectKind kind, const QString& key);
+  void markSeen(const QString& key);
+
+  /// Goes to the field that narrows the list.
+  void startSearch();
+
+  [[nodiscard]] ObjectsModel& model(ObjectKind kind) const;
+  [[nodiscard]] QTreeView& view(ObjectKind kind) const;
+
+ signals:
+  void mayWanted(const QStringList& cookies);
+
+  /// Something else is chosen.
+  void choiceChanged();
+  void menuWanted(const QPoint& at);
+  void opened(const ObjectRow& row);
+
+ private:
+  struct List {
+    ObjectsModel* model = nullptr;
+    QSortFilterProxyModel* proxy = nullptr;
+    QTreeView* view = nullptr;
+  };
+
+  [[nodiscard]] const List& list(ObjectKind kind) const;
+  List makeList(ObjectKind kind);
+  void showKind();
+  void showTitles();
+  void showEmptiness();
+  void narrow(const QString& text);
+
+  QTabBar* tabs_;
+  QLineEdit* search_;
+  QStackedWidget* stack_;
+  QLabel* empty_;
+  std::array<List, kObjectKinds> lists_;
+  QString project_;
+  bool hasProject_ = false;
+};

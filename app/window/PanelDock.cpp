@@ -1,0 +1,112 @@
+#include "app/window/PanelDock.h"
+
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QFileInfo>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+#include "app/window/Appearance.h"
+#include "app/window/ConversationView.h"
+#include "app/window/Icons.h"
+#include "station/ui/Resources.h"
+
+namespace {
+
+constexpr int kLongestEntry = 1'000'000;
+
+}  // namespace
+
+QIcon panelIcon(const QString& file) {
+  const QString path = QString::fromStdString(resourceDirectory()) + QLatin1Char('/') +
+                       (file.isEmpty() ? QStringLiteral("tool_messager_on.png") : file);
+  if (QFileInfo::exists(path)) return QIcon(path);
+  return icon(Glyph::eMessage, colours().accent);
+}
+
+PanelDock::PanelDock(QWidget* parent)
+    : QDockWidget(QStringLiteral("Messages"), parent),
+      recipients_(new QComboBox),
+      conversation_(new ConversationView),
+      entry_(new QLineEdit) {
+  setObjectName(QStringLiteral("panelDock"));
+  recipients_->setObjectName(QStringLiteral("recipients"));
+  recipients_->setAccessibleName(QStringLiteral("Whom to write to"));
+  recipients_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+  recipients_->setMinimumContentsLength(6);
+  recipients_->setMaxVisibleItems(14);
+  auto* names = new QListView;
+  names->setUniformItemSizes(true);
+  recipients_->setView(names);
+  entry_->setObjectName(QStringLiteral("entry"));
+  entry_->setMaxLength(kLongestEntry);
+  entry_->setAccessibleName(QStringLiteral("Message"));
+  auto* send = new QToolButton;
+  send->setText(QStringLiteral("Send"));
+  send->setToolTip(QStringLiteral("Send (Return)"));
+  auto* to = new QHBoxLayout;
+  to->addWidget(new QLabel(QStringLiteral("To")));
+  to->addWidget(recipients_, 1);
+  auto* bottom = new QHBoxLayout;
+  bottom->addWidget(entry_, 1);
+  bottom->addWidget(send);
+  auto* content = new QWidget;
+  auto* layout = new QVBoxLayout(content);
+  layout->setContentsMargins(10, 8, 10, 10);
+  layout->addLayout(to);
+  layout->addWidget(conversation_, 1);
+  layout->addLayout(bottom);
+  setWidget(content);
+  setFocusProxy(entry_);
+  connect(recipients_, &QComboBox::textActivated, this, &PanelDock::recipientChosen);
+  connect(entry_, &QLineEdit::returnPressed, this, &PanelDock::send);
+  connect(send, &QToolButton::clicked, this, &PanelDock::send);
+  hide();
+}
+
+void PanelDock::send() {
+  if (entry_->text().isEmpty()) return;
+  lastSent_ = entry_->text();
+  entry_->clear();
+  emit sent(recipients_->currentText(), lastSent_);
+}
+
+void PanelDock::restoreUnsent() {
+  if (entry_->text().isEmpty()) entry_->setText(lastSent_);
+}
+
+void PanelDock::show(const PanelState& panel) {
+  const bool wasOpen = state_.isOpen;
+  if (panel.isOpen) {
+    if (!panel.title.isEmpty()) setWindowTitle(panel.title);
+    showRecipients(panel);
+    conversation_->setLines(panel.lines);
+    entry_->setPlaceholderText(panel.prompt);
+    if (entry_->text().isEmpty() && !panel.entry.isEmpty() && panel.entry != state_.entry) {
+      entry_->setText(panel.entry);
+    }
+  }
+  state_ = panel;
+  if (panel.isOpen == isHidden()) setVisible(panel.isOpen);
+  if (panel.isOpen && wantsFocus_) entry_->setFocus(Qt::OtherFocusReason);
+  if (panel.isOpen || wasOpen) wantsFocus_ = false;
+}
+
+void PanelDock::showRecipients(const PanelState& panel) {
+  if (panel.recipients != state_.recipients || !state_.isOpen) {
+    recipients_->clear();
+    recipients_->addItems(panel.recipients);
+  }
+  if (panel.recipient != state_.recipient || recipients_->currentIndex() < 0 || !state_.isOpen) {
+    recipients_->setCurrentIndex(static_cast<int>(panel.recipients.indexOf(panel.recipient)));
+  }
+}
+
+// The panel itself decides: it is hidden once it is an icon again.
+void PanelDock::closeEvent(QCloseEvent* event) {
+  event->ignore();
+  emit closeWanted();
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QDockWidget>
+
+#include "app/window/Snapshot.h"
+
+class ConversationView;
+class QComboBox;
+class QLineEdit;
+
+/// Shows the message panel, which lives on the host thread, and hands over what the user does with
+/// it. It is there while the panel is open.
+class PanelDock : public QDockWidget {
+  Q_OBJECT
+
+ public:
+  explicit PanelDock(QWidget* parent = nullptr);
+
+  void show(const PanelState& panel);
+
+  /// The next time that the panel is seen open, its entry takes the keyboard: the user opened it.
+  void focusWhenOpen() { wantsFocus_ = true; }
+
+  /// What was sent last did not go out: it is in the entry again.
+  void restoreUnsent();
+
+  [[nodiscard]] QComboBox& recipients() const { return *recipients_; }
+  [[nodiscard]] QLineEdit& entry() const { return *entry_; }
+  [[nodiscard]] ConversationView& conversation() const { return *conversation_; }
+  [[nodiscard]] const PanelState& state() const { return state_; }
+
+ signals:
+  void recipientChosen(const QString& recipient);
+  void sent(const QString& recipient, const QString& text);
+  void closeWanted();
+
+ private:
+  void send();
+  void showRecipients(const PanelState& panel);
+  void closeEvent(QCloseEvent* event) override;
+
+  QComboBox* recipients_;
+  ConversationView* conversation_;
+  QLineEdit* entry_;
+  PanelState state_;
+  QString lastSent_;
+  bool wantsFocus_ = false;
+};
+
+/// The panel's icon, as its file in the resources has it; one drawn here where the file is missing.
+QIcon panelIcon(const QString& file);

@@ -1,0 +1,102 @@
+#pragma once
+
+#include <QMetaType>
+#include <QString>
+#include <QStringList>
+#include <array>
+#include <memory>
+#include <vector>
+
+// What the window shows of the station: plain values, made on the host thread and never changed
+// afterwards, so that any number of threads may read them. Parts that did not change are shared
+// from one snapshot to the next.
+
+/// What is known of a lock.
+enum class Hold { eFree, eTaken, eLeftBehind, eUnknown };
+
+struct ProjectRow {
+  QString cookie;
+  QString name;
+  bool isPrivate = false;
+  bool isOpen = false;  ///< on this station
+  Hold hold = Hold::eFree;
+  QString holder;   ///< empty where nobody holds it or the name cannot be read
+  QString problem;  ///< why its record cannot be read
+
+  friend bool operator==(const ProjectRow&, const ProjectRow&) = default;
+};
+
+struct RoomRow {
+  QString name;
+  bool isHere = false;
+  Hold hold = Hold::eFree;
+  QString holder;
+
+  friend bool operator==(const RoomRow&, const RoomRow&) = default;
+};
+
+/// The kinds of things that a project holds, in the order of their tabs.
+enum class ObjectKind { eEdits, eBins, eRacks, eFilters, eMedia };
+inline constexpr std::size_t kObjectKinds = 5;
+
+/// One edit, log, bin, rack, filter or media file.
+struct ObjectRow {
+  QString key;  ///< its cookie; of media files, which may share one, with the path
+  QString cookie;
+  QString name;
+  QString owner;   ///< of edits and logs
+  QString detail;  ///< a filter's text, a media file's path, what a bin holds
+  QString extra;   ///< the file that a proxy stands for
+  QString problem;
+  bool isLog = false;
+  bool isOpen = false;
+  bool isDirty = false;
+  unsigned remoteChanges =
+      0;                 ///< how often another station changed it since the project was opened
+  QStringList contents;  ///< a bin's and a rack's cookies
+
+  friend bool operator==(const ObjectRow&, const ObjectRow&) = default;
+};
+using ObjectRows = std::vector<ObjectRow>;  ///< by key
+
+/// The message panel as it is now.
+struct PanelState {
+  bool exists = false;
+  bool isOpen = false;
+  QString title;
+  QString recipient;
+  QStringList recipients;
+  QStringList lines;
+  QString entry;
+  QString prompt;
+  QString icon;  ///< its file's name
+  QString tooltip;
+
+  friend bool operator==(const PanelState&, const PanelState&) = default;
+};
+
+/// The open project; without a cookie where none is open.
+struct ProjectState {
+  QString cookie;
+  QString name;
+  bool isPrivate = false;
+  QString room;  ///< the room that the station is in; empty for none
+
+  friend bool operator==(const ProjectState&, const ProjectState&) = default;
+};
+
+template <typename Value>
+using Shared = std::shared_ptr<const Value>;
+
+struct Snapshot {
+  ProjectState project;
+  Shared<std::vector<ProjectRow>> projects;
+  QString projectsProblem;  ///< why they cannot be listed
+  Shared<std::vector<RoomRow>> rooms;
+  std::array<Shared<ObjectRows>, kObjectKinds> objects;
+  Shared<PanelState> panel;
+  Shared<QStringList> users;
+  int activeUsers = 0;
+};
+using SnapshotPtr = std::shared_ptr<const Snapshot>;
+Q_DECLARE_METATYPE(SnapshotPtr)

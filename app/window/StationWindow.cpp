@@ -1,0 +1,81 @@
+#include "app/window/StationWindow.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "app/window/HostLink.h"
+#include "app/window/MainWindow.h"
+
+namespace {
+
+constexpr const char* kNoDisplay =
+    "--gui: there is no display to open a window on (%1); start it in a desktop session or set "
+    "DISPLAY, or leave --gui out to use the terminal.";
+
+std::string noDisplay(const QString& why) {
+  return QString::fromUtf8(kNoDisplay).arg(why).toStdString();
+}
+
+/// The toolkit ends the process where it cannot reach a display: that is said in one line, and with
+/// the status of a start that failed.
+void endWithoutDisplay(QtMsgType type, const QMessageLogContext&, const QString&) {
+  if (type != QtFatalMsg) return;
+  const QString display = qEnvironmentVariable("DISPLAY");
+  const std::string problem =
+      noDisplay(display.isEmpty() ? QStringLiteral("none answers")
+                                  : QStringLiteral("\"%1\" does not answer").arg(display));
+  std::fprintf(stderr, "kv-station: %s\n", problem.c_str());
+  std::_Exit(2);
+}
+
+/// Lets the handler above speak for as long as it lives.
+class DisplayWatch {
+ public:
+  DisplayWatch() : before_(qInstallMessageHandler(endWithoutDisplay)) {}
+  DisplayWatch(const DisplayWatch&) = delete;
+  DisplayWatch& operator=(const DisplayWatch&) = delete;
+  ~DisplayWatch() { qInstallMessageHandler(before_); }
+
+ private:
+  QtMessageHandler before_;
+};
+
+bool isSet(const char* variable) { return !qEnvironmentVariableIsEmpty(variable); }
+
+}  // namespace
+
+std::string missingDisplay() {
+  if (isSet("QT_QPA_PLATFORM") || isSet("DISPLAY") || isSet("WAYLAND_DISPLAY")) return {};
+  return noDisplay(QStringLiteral("neither DISPLAY nor WAYLAND_DISPLAY is set"));
+}
+
+Result<std::unique_ptr<iStationWindow>> makeStationWindow() {
+  if (const std::string problem = missingDisplay(); !problem.empty()) {
+    return Error{ErrorCode::eSystem, problem, {}};
+  }
+  const DisplayWatch watch;
+  return std::unique_ptr<iStationWindow>(std::make_unique<StationWindow>());
+}
+
+StationWindow::StationWindow() : application_(argumentCount_, arguments_) {
+  QApplication::setApplicationName(QStringLiteral("kv-station"));
+  QApplication::setQuitOnLastWindowClosed(false);
+}
+
+StationWindow::~StationWindow() = default;
+
+void StationWindow::run(const Surroundings& surroundings) {
+  HostLink link(surroundings, feed_);
+  MainWindow window(link);
+  window.show();
+  runLoop(window);
+}
+
+void StationWindow::runLoop(MainWindow&) { QApplication::exec(); }
+
+// Not quit(), which asks the window whether it would like to be closed.
+void StationWindow::hostEnded() {
+  const auto end = [] { QApplication::exit(); };
+  QMetaObject::invokeMethod(&application_, end, Qt::QueuedConnection);
+}

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QApplication>
+#include <memory>
+
+#include "app/iStationWindow.h"
+#include "app/window/EventFeed.h"
+
+class HostLink;
+class MainWindow;
+
+/// The station's window, with the toolkit's application behind it. One object a process, on the
+/// program's main thread.
+class StationWindow : public iStationWindow {
+ public:
+  StationWindow();
+  ~StationWindow() override;
+
+  iEventSink& eventSink() override { return feed_; }
+  void run(const Surroundings& surroundings) override;
+  void hostEnded() override;
+
+ protected:
+  /// Runs until the host thread has ended; for tests to act in between.
+  virtual void runLoop(MainWindow& window);
+
+ private:
+  int argumentCount_ = 1;
+  char name_[11] = "kv-station";
+  char* arguments_[2] = {name_, nullptr};
+  QApplication application_;
+  EventFeed feed_;
+};
+
+/// A window where there is a display; else what to do about it.
+Result<std::unique_ptr<iStationWindow>> makeStationWindow();
+
+/// Why no window can be opened here; empty when one can.
+std::string missingDisplay();

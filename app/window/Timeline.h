@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QMetaType>
+#include <QString>
+#include <memory>
+#include <vector>
+
+/// What stands in a track.
+struct TimelineItem {
+  enum class Kind { eClip, eGap, eTransition, eNested };
+  Kind kind = Kind::eClip;
+  QString name;
+  QString path;             ///< by which commands name it: "0/2"
+  double start = 0;         ///< in seconds from the track's beginning
+  double length = 0;        ///< in seconds; of a transition its whole extent
+  double from = 0;          ///< the first second shown of the material
+  double rate = 0;          ///< frames a second; 0 where none is told
+  bool hasMaterial = true;  ///< false where the material is missing
+};
+
+struct TimelineTrack {
+  QString name;
+  bool isAudio = false;
+  std::vector<TimelineItem> items;
+};
+
+/// A drawing's worth of an edit: its tracks, the lowest first. A plain value, made on the host
+/// thread and never changed afterwards.
+struct Timeline {
+  QString cookie;
+  QString name;
+  QString problem;             ///< why it cannot be shown; empty when it can
+  double length = 0;           ///< in seconds
+  double rate = 24;            ///< for the ruler
+  unsigned remoteChanges = 0;  ///< as the list had it when this was asked for
+  std::vector<TimelineTrack> tracks;
+};
+using TimelinePtr = std::shared_ptr<const Timeline>;
+Q_DECLARE_METATYPE(TimelinePtr)

@@ -1,0 +1,351 @@
+#include "app/window/TimelineView.h"
+
+#include <QHelpEvent>
+#include <QKeyEvent>
+#include <QPainter>
+#include <QScrollBar>
+#include <QToolTip>
+#include <algorithm>
+#include <cmath>
+
+#include "app/window/Appearance.h"
+
+namespace {
+
+constexpr int kHeadWidth = 84;
+constexpr int kRulerHeight = 24;
+constexpr int kTrackHeight = 38;
+constexpr int kTrackGap = 4;
+constexpr int kLeastTextWidth = 26;
+constexpr double kMostZoom = 400;
+constexpr int kLeastTickWidth = 84;
+
+/// The seconds from tick to tick: a round number that leaves room for the text.
+double tickSeconds(double pixelsPerSecond) {
+  for (const double step : {0.04, 0.2, 1.0, 2.0, 5.0, 10.0, 30.0, 60.0, 120.0, 300.0, 600.0, 1800.0,
+                            3600.0, 7200.0, 36000.0}) {
+    if (step * pixelsPerSecond >= kLeastTickWidth) return step;
+  }
+  return kLeastTickWidth / pixelsPerSecond;
+}
+
+QColor fillOf(const TimelineTrack& track, const TimelineItem& item) {
+  const Colours& with = colours();
+  switch (item.kind) {
+    case TimelineItem::Kind::eGap:
+      return with.gap;
+    case TimelineItem::Kind::eTransition:
+      return with.transition;
+    case TimelineItem::Kind::eNested:
+      return with.nested;
+    case TimelineItem::Kind::eClip:
+      break;
+  }
+  return track.isAudio ? with.audio : with.clip;
+}
+
+QString kindWord(const TimelineItem& item) {
+  switch (item.kind) {
+    case TimelineItem::Kind::eGap:
+      return QStringLiteral("gap");
+    case TimelineItem::Kind::eTransition:
+      return QStringLiteral("transition");
+    case TimelineItem::Kind::eNested:
+      return QStringLiteral("nested");
+    case TimelineItem::Kind::eClip:
+      break;
+  }
+  return QStringLiteral("clip");
+}
+
+}  // namespace
+
+QString timecode(double seconds, double rate) {
+  const long frames = std::lround(std::max(0.0, seconds) * rate);
+  const long perSecond = std::max(1L, std::lround(rate));
+  const long whole = frames / perSecond;
+  const auto two = [](long number) {
+    return QString::number(number).rightJustified(2, QLatin1Char('0'));
+  };
+  return QStringLiteral("%1:%2:%3:%4")
+      .arg(two(whole / 3600), two(whole / 60 % 60), two(whole % 60), two(frames % perSecond));
+}
+
+TimelineView::TimelineView(QWidget* parent) : QAbstractScrollArea(parent) {
+  setFocusPolicy(Qt::StrongFocus);
+  setFrameShape(QFrame::NoFrame);
+  setAccessibleName(QStringLiteral("Timeline"));
+  setMinimumHeight(60);
+  setContextMenuPolicy(Qt::CustomContextMenu);
+}
+
+void TimelineView::show(const TimelinePtr& timeline) {
+  const bool isOther = !timeline || !timeline_ || timeline->cookie != timeline_->cookie;
+  timeline_ = timeline;
+  if (isOther) {
+    zoom_ = 1;
+    hasChoice_ = false;
+    horizontalScrollBar()->setValue(0);
+    verticalScrollBar()->setValue(0);
+  }
+  if (!chosen()) hasChoice_ = false;
+  fitScrollBars();
+  viewport()->update();
+  emit choiceChanged();
+}
+
+void TimelineView::setHint(const QString& hint) {
+  hint_ = hint;
+  viewport()->update();
+}
+
+const TimelineItem* TimelineView::chosen() const {
+  if (!hasChoice_ || !timeline_ || track_ >= timeline_->tracks.size()) return nullptr;
+  const auto& items = timeline_->tracks[track_].items;
+  return item_ < items.size() ? &items[item_] : nullptr;
+}
+
+double TimelineView::pixelsPerSecond() const {
+  const double room = std::max(40, viewport()->width() - kHeadWidth - 12);
+  const double length = timeline_ && timeline_->length > 0 ? timeline_->length : 1;
+  return room / length * zoom_;
+}
+
+int TimelineView::xAt(double seconds) const {
+  const double x = kHeadWidth + seconds * pixelsPerSecond() - horizontalScrollBar()->value();
+  return static_cast<int>(std::clamp(x, -1e6, 1e6));
+}
+
+int TimelineView::yOf(std::size_t track) const {
+  const std::size_t fromTop = timeline_->tracks.size() - 1 - track;
+  return kRulerHeight + kTrackGap + static_cast<int>(fromTop) * (kTrackHeight + kTrackGap) -
+         verticalScrollBar()->value();
+}
+
+QRect TimelineView::rectOf(std::size_t track, std::size_t item) const {
+  const TimelineItem& shown = timeline_->tracks[track].items[item];
+  const int left = xAt(shown.start);
+  const int width = std::max(2, xAt(shown.start + shown.length) - left - 1);
+  const bool isTransition = shown.kind == TimelineItem::Kind::eTransition;
+  const int inset = isTransition ? kTrackHeight / 2 : 0;
+  return {left, yOf(track) + inset, width, kTrackHeight - inset};
+}
+
+void TimelineView::paintEvent(QPaintEvent*) {
+  QPainter painter(viewport());
+  painter.setRenderHint(QPainter::Antialiasing);
+  painter.fillRect(viewport()->rect(), colours().panel);
+  const bool hasTracks = timeline_ && !timeline_->tracks.empty();
+  if (!hint_.isEmpty() || !hasTracks) {
+    painter.setPen(colours().quiet);
+    const QString text =
+        !hint_.isEmpty() ? hint_ : QStringLiteral("This edit is empty: it has no tracks yet.");
+    painter.drawText(viewport()->rect().adjusted(16, 8, -16, -8),
+                     Qt::AlignCenter | Qt::TextWordWrap, text);
+    return;
+  }
+  for (std::size_t track = 0; track < timeline_->tracks.size(); ++track) {
+    paintTrack(painter, track);
+  }
+  paintRuler(painter);
+}
+
+void TimelineView::paintRuler(QPainter& painter) const {
+  const Colours& with = colours();
+  painter.fillRect(QRect(0, 0, viewport()->width(), kRulerHeight), palette().window());
+  painter.setPen(with.line);
+  painter.drawLine(0, kRulerHeight, viewport()->width(), kRulerHeight);
+  const double scale = pixelsPerSecond();
+  const double step = tickSeconds(scale);
+  painter.setClipRect(kHeadWidth, 0, viewport()->width(), kRulerHeight);
+  const double first = std::floor(horizontalScrollBar()->value() / scale / step);
+  for (double tick = std::max(0.0, first); xAt(tick * step) < viewport()->width(); ++tick) {
+    if (tick * step > timeline_->length + step) break;
+    const int x = xAt(tick * step);
+    painter.setPen(with.line);
+    painter.drawLine(x, kRulerHeight - 8, x, kRulerHeight);
+    painter.setPen(with.quiet);
+    painter.drawText(QRect(x + 4, 0, kLeastTickWidth, kRulerHeight - 2),
+                     Qt::AlignLeft | Qt::AlignVCenter, timecode(tick * step, timeline_->rate));
+  }
+  painter.setClipping(false);
+}
+
+void TimelineView::paintTrack(QPainter& painter, std::size_t track) const {
+  const TimelineTrack& shown = timeline_->tracks[track];
+  const int y = yOf(track);
+  if (y > viewport()->height() || y + kTrackHeight < 0) return;
+  painter.setClipRect(kHeadWidth, 0, viewport()->width(), viewport()->height());
+  for (const bool transitions : {false, true}) {
+    for (std::size_t item = 0; item < shown.items.size(); ++item) {
+      const bool isTransition = shown.items[item].kind == TimelineItem::Kind::eTransition;
+      const QRect rect = rectOf(track, item);
+      if (isTransition != transitions || rect.right() < 0 || rect.left() > viewport()->width()) {
+        continue;
+      }
+      const bool isChosen = hasChoice_ && track == track_ && item == item_;
+      paintItem(painter, shown, shown.items[item], rect,
+                isChosen ? Weight::eChosen : Weight::eNormal);
+    }
+  }
+  painter.setClipping(false);
+  painter.fillRect(QRect(0, y, kHeadWidth - 4, kTrackHeight), palette().window());
+  painter.setPen(colours().quiet);
+  const QString name = shown.name.isEmpty() ? QString::number(track + 1) : shown.name;
+  painter.drawText(QRect(10, y, kHeadWidth - 20, kTrackHeight), Qt::AlignVCenter,
+                   painter.fontMetrics().elidedText(name, Qt::ElideRight, kHeadWidth - 20));
+}
+
+void TimelineView::paintItem(QPainter& painter, const TimelineTrack& track,
+                             const TimelineItem& item, const QRect& rect, Weight weight) const {
+  const Colours& with = colours();
+  const bool isGap = item.kind == TimelineItem::Kind::eGap;
+  const bool isChosen = weight == Weight::eChosen;
+  QPen pen(isChosen ? with.accent : (isGap ? with.line : fillOf(track, item).darker(130)),
+           isChosen ? 2 : 1);
+  if (isGap && !isChosen) pen.setStyle(Qt::DashLine);
+  painter.setPen(pen);
+  painter.setBrush(fillOf(track, item));
+  painter.drawRoundedRect(QRectF(rect).adjusted(0.5, 0.5, -0.5, -0.5), 3, 3);
+  if (item.kind == TimelineItem::Kind::eTransition) {
+    painter.drawLine(rect.bottomLeft() + QPoint(1, -1), rect.topRight() + QPoint(-1, 1));
+    return;
+  }
+  const QRect visible =
+      rect.intersected(QRect(kHeadWidth, 0, viewport()->width(), viewport()->height()));
+  if (visible.width() < kLeastTextWidth) return;
+  const QString text = isGap && item.name.isEmpty() ? QStringLiteral("gap") : item.name;
+  painter.setPen(isGap ? with.quiet : with.clipText);
+  const QRect inner(visible.left() + 6, rect.top(), visible.width() - 12, rect.height());
+  painter.drawText(inner, Qt::AlignVCenter | Qt::AlignLeft,
+                   painter.fontMetrics().elidedText(text, Qt::ElideRight, inner.width()));
+}
+
+const TimelineItem* TimelineView::itemAt(const QPoint& at, std::size_t& track,
+                                         std::size_t& item) const {
+  if (!timeline_ || at.x() < kHeadWidth) return nullptr;
+  const TimelineItem* found = nullptr;
+  for (std::size_t t = 0; t < timeline_->tracks.size(); ++t) {
+    for (std::size_t i = 0; i < timeline_->tracks[t].items.size(); ++i) {
+      const TimelineItem& each = timeline_->tracks[t].items[i];
+      const bool isOver = found && each.kind != TimelineItem::Kind::eTransition;
+      if (isOver || !rectOf(t, i).contains(at)) continue;
+      found = &each;
+      track = t;
+      item = i;
+    }
+  }
+  return found;
+}
+
+void TimelineView::choose(std::size_t track, std::size_t item) {
+  hasChoice_ = true;
+  track_ = track;
+  item_ = item;
+  const QRect rect = rectOf(track, item);
+  if (rect.right() < kHeadWidth + 20 || rect.left() > viewport()->width() - 20) {
+    horizontalScrollBar()->setValue(horizontalScrollBar()->value() + rect.left() - kHeadWidth - 40);
+  }
+  viewport()->update();
+  emit choiceChanged();
+}
+
+void TimelineView::mousePressEvent(QMouseEvent* event) {
+  std::size_t track = 0;
+  std::size_t item = 0;
+  if (itemAt(event->position().toPoint(), track, item)) {
+    choose(track, item);
+  } else {
+    hasChoice_ = false;
+    viewport()->update();
+    emit choiceChanged();
+  }
+}
+
+void TimelineView::step(int tracks, int items) {
+  if (!timeline_ || timeline_->tracks.empty()) return;
+  const auto within = [](std::size_t now, int by, std::size_t size) {
+    const long to = std::clamp(static_cast<long>(now) + by, 0L, static_cast<long>(size) - 1);
+    return static_cast<std::size_t>(std::max(0L, to));
+  };
+  if (!hasChoice_) {
+    tracks = 0;
+    items = 0;
+  }
+  const std::size_t track = within(track_, tracks, timeline_->tracks.size());
+  const std::size_t count = timeline_->tracks[track].items.size();
+  if (count > 0) choose(track, within(item_, items, count));
+}
+
+void TimelineView::keyPressEvent(QKeyEvent* event) {
+  switch (event->key()) {
+    case Qt::Key_Left:
+      return step(0, -1);
+    case Qt::Key_Right:
+      return step(0, 1);
+    case Qt::Key_Up:
+      return step(1, 0);
+    case Qt::Key_Down:
+      return step(-1, 0);
+    case Qt::Key_Plus:
+    case Qt::Key_Equal:
+      return zoom(1.5);
+    case Qt::Key_Minus:
+      return zoom(1 / 1.5);
+    case Qt::Key_0:
+      return zoom(0);
+    default:
+      QAbstractScrollArea::keyPressEvent(event);
+  }
+}
+
+void TimelineView::zoom(double factor) {
+  const double middle = (horizontalScrollBar()->value() + viewport()->width() / 2.0) / zoom_;
+  zoom_ = factor == 0 ? 1 : std::clamp(zoom_ * factor, 1.0, kMostZoom);
+  fitScrollBars();
+  horizontalScrollBar()->setValue(static_cast<int>(middle * zoom_ - viewport()->width() / 2.0));
+  viewport()->update();
+}
+
+void TimelineView::wheelEvent(QWheelEvent* event) {
+  if (event->modifiers() & Qt::ControlModifier) {
+    zoom(event->angleDelta().y() > 0 ? 1.25 : 0.8);
+    event->accept();
+  } else {
+    QAbstractScrollArea::wheelEvent(event);
+  }
+}
+
+void TimelineView::resizeEvent(QResizeEvent*) { fitScrollBars(); }
+
+void TimelineView::fitScrollBars() {
+  const double length = timeline_ ? timeline_->length : 0;
+  const int width = kHeadWidth + 12 + static_cast<int>(length * pixelsPerSecond());
+  const int tracks = timeline_ ? static_cast<int>(timeline_->tracks.size()) : 0;
+  const int height = kRulerHeight + 2 * kTrackGap + tracks * (kTrackHeight + kTrackGap);
+  horizontalScrollBar()->setRange(0, zoom_ > 1 ? std::max(0, width - viewport()->width()) : 0);
+  horizontalScrollBar()->setPageStep(viewport()->width());
+  verticalScrollBar()->setRange(0, std::max(0, height - viewport()->height()));
+  verticalScrollBar()->setPageStep(viewport()->height());
+}
+
+QString TimelineView::toolTipOf(const TimelineItem& item) const {
+  const double rate = item.rate > 0 ? item.rate : timeline_->rate;
+  QString text = QStringLiteral("%1 (%2)\n%3 long, from %4")
+                     .arg(item.name.isEmpty() ? kindWord(item) : item.name, kindWord(item),
+                          timecode(item.length, rate), timecode(item.start, rate));
+  if (!item.hasMaterial) text += QStringLiteral("\nIts material is missing.");
+  return text;
+}
+
+bool TimelineView::viewportEvent(QEvent* event) {
+  if (event->type() == QEvent::ToolTip) {
+    const auto* help = static_cast<QHelpEvent*>(event);
+    std::size_t track = 0;
+    std::size_t item = 0;
+    const TimelineItem* found = itemAt(help->pos(), track, item);
+    QToolTip::showText(help->globalPos(), found ? toolTipOf(*found) : QString(), this);
+    return true;
+  }
+  return QAbstractScrollArea::viewportEvent(event);
+}

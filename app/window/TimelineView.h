@@ -1,0 +1,66 @@
+#pragma once
+
+#include <QAbstractScrollArea>
+
+#include "app/window/Timeline.h"
+
+/// Draws an edit to scale: a row a track, the highest on top, under a ruler. The whole edit fits
+/// the width at first; Ctrl and the wheel, "+", "-" and "0" change that. The arrow keys go from
+/// clip to clip.
+class TimelineView : public QAbstractScrollArea {
+  Q_OBJECT
+
+ public:
+  explicit TimelineView(QWidget* parent = nullptr);
+
+  void show(const TimelinePtr& timeline);
+
+  /// What is said in the place of a drawing; empty for the drawing.
+  void setHint(const QString& hint);
+
+  /// The chosen clip, or null.
+  [[nodiscard]] const TimelineItem* chosen() const;
+  [[nodiscard]] const TimelinePtr& timeline() const { return timeline_; }
+
+  /// Where an item is drawn, in the viewport.
+  [[nodiscard]] QRect rectOf(std::size_t track, std::size_t item) const;
+
+ signals:
+  void choiceChanged();
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
+  void mousePressEvent(QMouseEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
+  void wheelEvent(QWheelEvent* event) override;
+  bool viewportEvent(QEvent* event) override;
+
+ private:
+  enum class Weight { eNormal, eChosen };
+
+  [[nodiscard]] double pixelsPerSecond() const;
+  [[nodiscard]] int xAt(double seconds) const;
+  [[nodiscard]] int yOf(std::size_t track) const;
+  [[nodiscard]] const TimelineItem* itemAt(const QPoint& at, std::size_t& track,
+                                           std::size_t& item) const;
+  void paintRuler(QPainter& painter) const;
+  void paintTrack(QPainter& painter, std::size_t track) const;
+  void paintItem(QPainter& painter, const TimelineTrack& track, const TimelineItem& item,
+                 const QRect& rect, Weight weight) const;
+  void choose(std::size_t track, std::size_t item);
+  void step(int tracks, int items);
+  void zoom(double factor);
+  void fitScrollBars();
+  [[nodiscard]] QString toolTipOf(const TimelineItem& item) const;
+
+  TimelinePtr timeline_;
+  QString hint_;
+  double zoom_ = 1;  ///< 1 shows the whole edit
+  bool hasChoice_ = false;
+  std::size_t track_ = 0;
+  std::size_t item_ = 0;
+};
+
+/// "00:00:03:12": hours, minutes, seconds and frames of a time.
+QString timecode(double seconds, double rate);
