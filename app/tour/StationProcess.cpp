@@ -182,10 +182,11 @@ void StationProcess::signal(int number) {
   if (!exitStatus_) ::kill(pid_, number);
 }
 
+// The input stays open until the process is gone: its end would be a gentle end.
 void StationProcess::kill9() {
-  endInput();
   signal(SIGKILL);
   waitForExit();
+  endInput();
 }
 
 void StationProcess::endInput() {
