@@ -132,6 +132,17 @@ TEST_F(BroadcasterTest, AMessageSentWhileDisabledGoesOutAndIsLoggedUnderSent) {
                      "both:    Type    : EditSaved\n", "both:    Cookie  : E0001\n", "both: }\n"}));
 }
 
+TEST_F(BroadcasterTest, AMessageIsSentBeforeItIsLogged) {
+  build();
+  std::size_t loggedWhenSent = 99;
+  host.journal.onLine = [&](const std::string& line) {
+    if (line.find("iUDPBroadcaster::broadcast") != line.npos) loggedWhenSent = host.logLines.size();
+  };
+  Broadcaster::broadcastMessage(NetMessage(NetMessage::eEditSaved, cookie("E0001")));
+  EXPECT_EQ(loggedWhenSent, 0U);
+  EXPECT_FALSE(host.logLines.empty());
+}
+
 TEST_F(BroadcasterTest, ANewerBroadcasterReplacesTheOlderAsTheCurrentOne) {
   build();
   host.configure("shared_projects_udp_port", "27016");
