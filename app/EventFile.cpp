@@ -1,6 +1,7 @@
 #include "app/EventFile.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,29 +22,82 @@ bool writeAll(int descriptor, std::string_view bytes) {
   return true;
 }
 
+bool isNamedPipe(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
+/// Whether writing waits for somebody who reads.
+bool hasReader(int descriptor) {
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0) return false;
+  return S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode) || ::isatty(descriptor) == 1;
+}
+
 }  // namespace
 
 EventFile::~EventFile() { close(); }
 
 Result<void> EventFile::open(const std::string& path) {
+  const auto failed = [this](int problem) { tellBroken(problem); };
   path_ = path == "-" ? "standard output" : path;
+  if (path != "-" && isNamedPipe(path)) {
+    pipe_ = std::make_unique<PipeWriter>(-1, path, failed);
+    return {};
+  }
   descriptor_ = path == "-" ? ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)
                             : ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (descriptor_ >= 0) return {};
-  return Error{ErrorCode::eSystem,
-               "Events cannot be written to " + path_ + ": " + std::strerror(errno) +
-                   "; name another file with --events FILE.",
-               path};
+  if (descriptor_ < 0) {
+    return Error{ErrorCode::eSystem,
+                 "Events cannot be written to " + path_ + ": " + std::strerror(errno) +
+                     "; name another file with --events FILE.",
+                 path};
+  }
+  if (hasReader(descriptor_)) {
+    pipe_ = std::make_unique<PipeWriter>(std::exchange(descriptor_, -1), path, failed);
+  }
+  return {};
 }
 
 void EventFile::take(const StationEvent& event) {
+  if (pipe_) return queue(event);
   if (descriptor_ < 0 || writeAll(descriptor_, event.line + "\n")) return;
-  const std::string why = std::strerror(errno);
+  const int problem = errno;
   close();
-  tell_("Events are no longer written to " + path_ + ": " + why +
+  tellBroken(problem);
+}
+
+void EventFile::queue(const StationEvent& event) {
+  const std::string before = leftOut_ > 0 ? missingLine() : std::string();
+  if (!pipe_->write(before + event.line + "\n")) return leaveOut(event);
+  leftOut_ = 0;
+}
+
+std::string EventFile::missingLine() const {
+  const JsonValue line = JsonValue::object(
+      {{"event", "log"},
+       {"time", leftOutTime_},
+       {"to", "console"},
+       {"text", std::to_string(leftOut_) + " events are missing here, since nobody read them."}});
+  return writeJson(line) + "\n";
+}
+
+void EventFile::leaveOut(const StationEvent& event) {
+  leftOutTime_ = event.value["time"];
+  if (leftOut_++ > 0) return;
+  tell_("Nobody reads the events written to " + path_ +
+        "; the station goes on, and events are left out until they are read.");
+}
+
+void EventFile::tellBroken(int problem) const {
+  tell_("Events are no longer written to " + path_ + ": " + std::strerror(problem) +
         ". The station goes on; start it again to have events.");
 }
 
 void EventFile::close() {
   if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
+  if (!pipe_) return;
+  const std::size_t unread = pipe_->finish() + leftOut_;
+  pipe_.reset();
+  if (unread > 0) tell_("The last events written to " + path_ + " were never read.");
 }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -24,9 +25,12 @@ Result<void> ScriptReader::open(const std::string& path) {
   name_ = path == "-" ? "standard input" : path;
   descriptor_ = path == "-" ? ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
                             : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor_ >= 0) return {};
+  struct stat status {};
+  const bool isKnown = descriptor_ >= 0 && ::fstat(descriptor_, &status) == 0;
+  if (isKnown && !S_ISDIR(status.st_mode)) return {};
+  const int problem = isKnown ? EISDIR : errno;
   return Error{ErrorCode::eNotFound,
-               "The script " + name_ + " cannot be read: " + std::strerror(errno) +
+               "The script " + name_ + " cannot be read: " + std::strerror(problem) +
                    "; name another with --script FILE.",
                path};
 }

@@ -1,6 +1,8 @@
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -109,6 +111,24 @@ TEST_F(LifecycleTest, AScriptMayBeAFile) {
   EXPECT_EQ(run.status, 0) << run.errors;
   EXPECT_EQ(run.output.front(), 'P');
   expectStartFails(runProgram(stationWords({"--script", script + "2"})), script + "2");
+}
+
+TEST_F(LifecycleTest, AScriptThatIsAFolderIsNoEmptyScript) {
+  const std::string folder = folder_ / "projects";
+  expectStartFails(runProgram(stationWords({"--script", folder})), folder);
+}
+
+TEST_F(LifecycleTest, EventsThatNobodyReadsHoldNothingUp) {
+  const std::string pipe = folder_ / "events";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);  // never reads
+  std::string script;
+  for (int i = 0; i < 2000; ++i) script += "whoami\n";  // far more than the pipe takes
+  const ProgramRun run = runScript(script + "project create Film\n", {"--events", pipe});
+  ::close(reader);
+  EXPECT_EQ(run.status, 0) << run.errors;
+  EXPECT_NE(run.errors.find("were never read"), std::string::npos) << run.errors;
+  EXPECT_FALSE(std::filesystem::is_empty(inProjects("")));
 }
 
 TEST_F(LifecycleTest, UnknownCommandsAreAnsweredWithTheNearest) {

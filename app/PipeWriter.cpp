@@ -1,0 +1,120 @@
+#include "app/PipeWriter.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+namespace {
+
+constexpr int kMillisecondsBetweenOpens = 50;
+
+}  // namespace
+
+PipeWriter::PipeWriter(int descriptor, std::string path, Failed failed)
+    : descriptor_(descriptor),
+      path_(std::move(path)),
+      failed_(std::move(failed)),
+      ending_(::eventfd(0, EFD_CLOEXEC)),
+      thread_([this] { run(); }) {}
+
+PipeWriter::~PipeWriter() {
+  finish();
+  if (descriptor_ >= 0) ::close(descriptor_);
+  ::close(ending_);
+}
+
+bool PipeWriter::write(const std::string& line) {
+  const std::lock_guard lock(mutex_);
+  if (hasFailed_) return true;
+  if (waiting_.size() + line.size() > kMaxWaiting) return false;
+  waiting_ += line;
+  queued_.notify_one();
+  return true;
+}
+
+std::size_t PipeWriter::finish() {
+  {
+    const std::lock_guard lock(mutex_);
+    isEnding_ = true;
+    queued_.notify_one();
+  }
+  ::eventfd_write(ending_, 1);
+  if (thread_.joinable()) thread_.join();
+  return hasFailed_ ? 0 : waiting_.size() + block_.size() - done_;
+}
+
+void PipeWriter::run() {
+  if (!openPipe()) return;
+  while (takeBlock() && writeBlock()) {
+  }
+}
+
+/// Opening for writing alone would wait for a reader without end.
+bool PipeWriter::openPipe() {
+  while (descriptor_ < 0) {
+    const bool ends = isEnding();
+    descriptor_ = ::open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor_ >= 0 || ends) break;
+    if (errno != ENXIO && errno != EINTR) {
+      giveUp(errno);
+      break;
+    }
+    pollfd end{ending_, POLLIN, 0};
+    ::poll(&end, 1, kMillisecondsBetweenOpens);
+  }
+  return descriptor_ >= 0;
+}
+
+bool PipeWriter::takeBlock() {
+  std::unique_lock lock(mutex_);
+  queued_.wait(lock, [this] { return isEnding_ || !waiting_.empty(); });
+  block_.clear();
+  done_ = 0;
+  block_.swap(waiting_);
+  return !block_.empty();
+}
+
+bool PipeWriter::writeBlock() {
+  while (done_ < block_.size()) {
+    std::array<pollfd, 2> wanted{pollfd{descriptor_, POLLOUT, 0}, pollfd{ending_, POLLIN, 0}};
+    const bool ends = isEnding();
+    const int count = ::poll(wanted.data(), ends ? 1 : 2, ends ? kPatience : -1);
+    if (count == 0) return false;
+    if (count > 0 && wanted[0].revents != 0 && !writeSome()) return false;
+  }
+  return true;
+}
+
+/// A pipe that is ready takes so many bytes without making anybody wait.
+bool PipeWriter::writeSome() {
+  const std::size_t size = std::min<std::size_t>(block_.size() - done_, PIPE_BUF);
+  const ssize_t count = ::write(descriptor_, block_.data() + done_, size);
+  if (count >= 0) {
+    done_ += static_cast<std::size_t>(count);
+  } else if (errno != EINTR && errno != EAGAIN) {
+    giveUp(errno);
+    return false;
+  }
+  return true;
+}
+
+bool PipeWriter::isEnding() {
+  const std::lock_guard lock(mutex_);
+  return isEnding_;
+}
+
+void PipeWriter::giveUp(int problem) {
+  {
+    const std::lock_guard lock(mutex_);
+    hasFailed_ = true;
+    waiting_.clear();
+  }
+  failed_(problem);
+}
