@@ -24,13 +24,14 @@ std::string joined(const std::vector<std::string>& words, std::size_t count) {
 
 void CommandTable::add(Command command) {
   const std::string name = command.name;
+  longestName_ = std::max(longestName_, wordCount(name));
   [[maybe_unused]] const bool isNew = commands_.emplace(name, std::move(command)).second;
   assert(isNew && "two commands of one name");
 }
 
 const Command* CommandTable::find(const std::vector<std::string>& words,
                                   std::size_t& nameWords) const {
-  for (nameWords = words.size(); nameWords > 0; --nameWords) {
+  for (nameWords = std::min(words.size(), longestName_); nameWords > 0; --nameWords) {
     const auto found = commands_.find(joined(words, nameWords));
     if (found != commands_.end()) return &found->second;
   }

@@ -49,4 +49,5 @@ class CommandTable {
 
  private:
   std::map<std::string, Command> commands_;
+  std::size_t longestName_ = 0;  ///< in words
 };

@@ -4,10 +4,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 namespace {
 
+constexpr std::size_t kMostBytes = 1u << 20;
 constexpr std::string_view kBlanks = " \t\r\v\f";
 
 std::string_view trimmed(std::string_view text) {
@@ -93,6 +93,14 @@ Result<std::vector<ConfigLine>> readConfigFile(const std::string& file) {
                  "The configuration file " + file + " is a folder; name a file with --config FILE.",
                  file};
   }
-  const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::string text(kMostBytes + 1, '\0');
+  in.read(text.data(), static_cast<std::streamsize>(text.size()));
+  text.resize(static_cast<std::size_t>(in.gcount()));
+  if (text.size() > kMostBytes) {
+    return Error{ErrorCode::eBadContent,
+                 "The configuration file " + file +
+                     " is larger than 1 MiB, so it is none; name another with --config FILE.",
+                 file};
+  }
   return parseConfig(text, file);
 }

@@ -25,8 +25,9 @@ std::string nearestName(const std::string& typed, const std::vector<std::string>
   std::string nearest;
   std::size_t least = ~std::size_t{0};
   for (const std::string& candidate : candidates) {
-    const std::size_t distance = editDistance(typed, candidate);
     const std::size_t allowed = std::max<std::size_t>(1, candidate.size() / 3);
+    if (typed.size() > candidate.size() + allowed) continue;  // a pasted megabyte is not compared
+    const std::size_t distance = editDistance(typed, candidate);
     if (distance > allowed || distance >= least) continue;
     least = distance;
     nearest = candidate;

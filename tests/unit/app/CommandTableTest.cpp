@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 #include "app/Command.h"
 #include "app/NearestName.h"
 
@@ -34,6 +36,15 @@ TEST(NearestName, NothingIsNearWhenAThirdOfTheLettersDiffers) {
   EXPECT_EQ(nearestName("stte", {"quit", "state"}), "state");
   EXPECT_EQ(nearestName("xyz", {"quit", "state"}), "");
   EXPECT_EQ(nearestName("", {"quit"}), "");
+}
+
+TEST(CommandTable, MegabytesThatAreNoCommandAreAnsweredAtOnce) {
+  const CommandTable table = someCommands();
+  const auto begin = std::chrono::steady_clock::now();
+  std::size_t nameWords = 0;
+  EXPECT_EQ(table.nearest({std::string(20'000'000, 'x')}), "");
+  EXPECT_EQ(table.find(std::vector<std::string>(400'000, "x"), nameWords), nullptr);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
 }
 
 TEST(CommandTable, TheLongestNameIsFound) {

@@ -52,4 +52,11 @@ TEST(ConfigFile, AFileThatIsMissingAndAFolderAreToldByName) {
   EXPECT_NE(folder.error().message.find("/tmp"), std::string::npos);
 }
 
+TEST(ConfigFile, AFileWithoutEndIsRefused) {
+  const auto endless = readConfigFile("/dev/zero");
+  ASSERT_FALSE(endless);
+  EXPECT_NE(endless.error().message.find("/dev/zero is larger than 1 MiB"), std::string::npos)
+      << endless.error().message;
+}
+
 }  // namespace
