@@ -84,6 +84,7 @@ KV_HOST_API LightweightString<wchar_t> getFileNameForLogGroup(
 
 class KV_HOST_API UserFilter {
  public:
-  /// The file of a filter in the open project; it need not exist.
+  /// The file of a filter in the open project, which need not exist; a filter that the open project
+  /// does not hold is looked for in the others. Empty when no project is known.
   static LightweightString<wchar_t> getFilterMetadataFileName(const Cookie& cookie);
 };

@@ -1,6 +1,10 @@
 #include "station/containers/Filters.h"
 
 #include "station/base/Strings.h"
+#include "station/os/Posix.h"
+#include "station/os/SharedFiles.h"
+#include "station/project/ProjectFolder.h"
+#include "station/project/Records.h"
 
 namespace {
 
@@ -32,6 +36,13 @@ Result<void> Filters::change(const Cookie& filter, const std::string& text) {
   });
 }
 
+std::string Filters::fileInAnyProject(const Cookie& filter) const {
+  const std::string here = fileOf(filter);
+  if (existsFresh(here)) return here;
+  const std::string elsewhere = findInAnyProject(nameOf(recordPath({}, filter)));
+  return elsewhere.empty() ? here : elsewhere;
+}
+
 std::string Filters::contentProblem(const JsonValue& content) const {
   return content.isString() ? "" : "it has no text under \"filter\"";
 }
@@ -40,5 +51,5 @@ ProjectFilterManager* ProjectFilterManager::instance() { return Filters::instanc
 
 LightweightString<wchar_t> UserFilter::getFilterMetadataFileName(const Cookie& cookie) {
   const Filters* const filters = Filters::instance();
-  return filters ? wideText(filters->fileOf(cookie)) : LightweightString<wchar_t>();
+  return filters ? wideText(filters->fileInAnyProject(cookie)) : LightweightString<wchar_t>();
 }

@@ -16,6 +16,11 @@ class Filters : public ContainerNotifier<ProjectFilterManager, BinData, Containe
   Result<Cookie> create(const std::string& name, const std::string& text);
   Result<void> change(const Cookie& filter, const std::string& text);
 
+  /// The file of a filter, which is looked for in the other projects where the open one has none;
+  /// else where it would be in the open project, or empty when none is open. Messages about filters
+  /// come from every project, and who waits for such a file is not to wait in vain.
+  [[nodiscard]] std::string fileInAnyProject(const Cookie& filter) const;
+
   /// Reads all filters again and tells of each that is new, differs or is gone.
   void reInit() override { readAllAgain(); }
 

@@ -25,19 +25,18 @@ void giveBack(Edit*& edit) {
 /// An edit with unsaved changes counts as open, so that a save elsewhere reaches it.
 bool isOpenHere(const EditFile* edit) { return edit && (edit->isUserOpen || edit->isDirty()); }
 
+std::string fileNameOf(const Cookie& cookie) { return cookie.asString().str() + ".otio"; }
+
 std::string pathIn(const Cookie& project, const Cookie& cookie) {
-  return projectFolder(project) + "/" + cookie.asString().str() + ".otio";
+  return projectFolder(project) + "/" + fileNameOf(cookie);
 }
 
 /// The path of an object that the open project does not hold: where it is found, else where it
 /// would be in the open project.
 std::string lookElsewhere(const Cookie& cookie, const Cookie& open) {
   if (!open.isNull() && existsFresh(pathIn(open, cookie))) return pathIn(open, cookie);
-  if (const auto projects = listProjectFolders()) {
-    for (const Cookie& project : *projects) {
-      if (existsFresh(pathIn(project, cookie))) return pathIn(project, cookie);
-    }
-  }
+  const std::string found = findInAnyProject(fileNameOf(cookie));
+  if (!found.empty()) return found;
   return open.isNull() ? std::string() : pathIn(open, cookie);
 }
 

@@ -57,6 +57,16 @@ Result<std::vector<Cookie>> listProjectFolders() {
   return projects;
 }
 
+std::string findInAnyProject(const std::string& fileName) {
+  const auto projects = listProjectFolders();
+  if (!projects) return {};
+  for (const Cookie& project : *projects) {
+    const std::string path = projectFolder(project) + "/" + fileName;
+    if (existsFresh(path)) return path;
+  }
+  return {};
+}
+
 Result<ProjectRecord> readProjectRecord(const Cookie& project) {
   const std::string path = recordPath(project);
   const auto bytes = readFresh(path);

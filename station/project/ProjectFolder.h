@@ -23,6 +23,9 @@ std::string projectFolder(const Cookie& project);
 /// with the directory and how to name another.
 Result<std::vector<Cookie>> listProjectFolders();
 
+/// The path of a file of this name in the folder of a project that holds one; empty when none does.
+std::string findInAnyProject(const std::string& fileName);
+
 /// Reads a project's record. A broken one is eBadContent, and is never written over.
 Result<ProjectRecord> readProjectRecord(const Cookie& project);
 

@@ -78,4 +78,15 @@ TEST_F(FiltersTest, TheMetadataFileIsTheRecordInTheOpenProject) {
   EXPECT_TRUE(UserFilter::getFilterMetadataFileName(cookie("F0001")).empty());
 }
 
+TEST_F(FiltersTest, AFilterOfAnotherProjectIsFoundThereSoThatNobodyWaitsForIt) {
+  ASSERT_TRUE(makeFolder(scene.scratch / "P0002"));
+  ASSERT_TRUE(writeAtomically(scene.scratch / "P0002/F0002.json", "{}"));
+  for (const bool isOpen : {true, false}) {
+    SCOPED_TRACE(isOpen);
+    if (!isOpen) filters.leave();
+    EXPECT_EQ(utf8Text(UserFilter::getFilterMetadataFileName(cookie("F0002"))),
+              scene.scratch / "P0002/F0002.json");
+  }
+}
+
 }  // namespace
