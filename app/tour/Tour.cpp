@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -15,6 +16,11 @@
 namespace {
 
 constexpr StationProcess::Seconds kArrival{10};
+
+/// With windows: between two steps, and the size of each.
+constexpr std::chrono::milliseconds kPause{1500};
+constexpr int kWindowWidth = 640;
+constexpr int kWindowHeight = 720;
 
 bool onTerminal() {
   static const bool terminal = ::isatty(STDOUT_FILENO) == 1;
@@ -56,21 +62,22 @@ std::string describeChange(const JsonValue& event) {
 
 }  // namespace
 
-Tour::Tour(std::string station, std::string folder)
+Tour::Tour(std::string station, std::string folder, Windows windows)
     : program_(std::move(station)),
       folder_(std::move(folder)),
       projects_(folder_ + "/projects"),
+      windows_(windows),
       port_(freeUdpPort()) {}
 
 bool Tour::play() {
   if (startStations()) {
-    playProject();
-    playEdit();
-    playBin();
-    playOwnership();
-    playMessages();
-    playLock();
+    for (const auto part : {&Tour::playProject, &Tour::playEdit, &Tour::playBin,
+                            &Tour::playOwnership, &Tour::playMessages, &Tour::playLock}) {
+      if (isWindowClosed()) return endEarly();
+      (this->*part)();
+    }
   }
+  if (isWindowClosed()) return endEarly();
   TourTable table;
   for (const std::string& name : names_) table.addStation(name, *stations_[name]);
   const bool ended = stopStations();
@@ -99,6 +106,7 @@ bool Tour::startStations() {
     options.host = name;
     options.machine = number;
     options.port = port_;
+    options.more = windowOptions(number);
     stations_[name] = std::make_unique<StationProcess>(std::move(options));
   }
   for (const std::string& name : names_) {
@@ -177,6 +185,36 @@ void Tour::playLock() {
   ask("BEN", "project leave");
 }
 
+// Three side by side on a screen of the usual width.
+std::vector<std::string> Tour::windowOptions(int number) const {
+  if (windows_ == Windows::eNone) return {};
+  const std::string left = std::to_string((number - 1) * kWindowWidth);
+  return {"--gui", "--set",
+          "window=" + std::to_string(kWindowWidth - 10) + "x" + std::to_string(kWindowHeight) +
+              "+" + left + "+40"};
+}
+
+void Tour::waitForEyes() {
+  if (windows_ == Windows::eNone) return;
+  const auto until = std::chrono::steady_clock::now() + kPause;
+  while (!isWindowClosed() && std::chrono::steady_clock::now() < until) ::usleep(50'000);
+}
+
+/// With windows, a station whose window was closed has ended.
+bool Tour::isWindowClosed() {
+  if (windows_ == Windows::eNone) return false;
+  for (const auto& [name, station] : stations_) {
+    if (station->waitForExit(StationProcess::Seconds(0))) return true;
+  }
+  return false;
+}
+
+bool Tour::endEarly() {
+  std::puts("\nA window was closed, so the tour ends here.");
+  for (auto& [name, station] : stations_) station->quit();
+  return true;
+}
+
 bool Tour::stopStations() {
   bool clean = true;
   for (auto& [name, station] : stations_) {
@@ -201,6 +239,7 @@ void Tour::ask(const std::string& station, const std::string& line) { act(statio
 
 void Tour::act(const std::string& station, const std::string& line,
                const std::vector<Expectation>& expectations) {
+  if (isWindowClosed()) return;
   const JsonValue reply = type(station, line);
   if (!reply["ok"].asBool()) fail(station + ": " + line + ": " + reply["error"].asString());
   printReply(reply["result"]);
@@ -209,6 +248,7 @@ void Tour::act(const std::string& station, const std::string& line,
     fail("after \"" + line + "\" " + expected.station + " saw no event " + expected.event);
   }
   showNews();
+  waitForEyes();
 }
 
 void Tour::expectOnOthers(const std::string& station, const std::string& line,
@@ -222,12 +262,14 @@ void Tour::expectOnOthers(const std::string& station, const std::string& line,
 
 void Tour::expectRefusal(const std::string& station, const std::string& line,
                          const std::string& text) {
+  if (isWindowClosed()) return;
   const JsonValue reply = type(station, line);
   const std::string& error = reply["error"].asString();
   print(station, "\x1b[33m", "refused: " + error);
   if (reply["ok"].asBool() || error.find(text) == std::string::npos)
     fail(station + ": " + line + ": was to be refused, naming " + text);
   showNews();
+  waitForEyes();
 }
 
 void Tour::showNews() {

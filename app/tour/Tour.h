@@ -11,8 +11,11 @@
 /// one and arriving at the others. One object a run, used by one thread; prints on standard output.
 class Tour {
  public:
+  /// Whether the stations show windows, and the tour goes at a pace that eyes can follow.
+  enum class Windows { eNone, eSideBySide };
+
   /// `station` is the path of kv-station, `folder` an empty folder that the tour may fill.
-  Tour(std::string station, std::string folder);
+  Tour(std::string station, std::string folder, Windows windows = Windows::eNone);
 
   /// Plays it. True when everything that was to arrive arrived, and every station ended cleanly.
   bool play();
@@ -33,6 +36,7 @@ class Tour {
   void playMessages();
   void playLock();
   bool stopStations();
+  bool endEarly();
 
   JsonValue type(const std::string& station, const std::string& line);
   void act(const std::string& station, const std::string& line,
@@ -46,9 +50,14 @@ class Tour {
   void heading(const std::string& text);
   void fail(const std::string& text);
 
+  void waitForEyes();
+  [[nodiscard]] bool isWindowClosed();
+  [[nodiscard]] std::vector<std::string> windowOptions(int number) const;
+
   std::string program_;
   std::string folder_;
   std::string projects_;  ///< the shared projects directory in it
+  Windows windows_;
   int port_;
   std::vector<std::string> names_{"ANNA", "BEN", "CARLA"};
   std::map<std::string, std::unique_ptr<StationProcess>> stations_;

@@ -52,7 +52,7 @@ ActionDialog::ActionDialog(const ActionSpec& action, const std::vector<FieldCont
   resize(420, sizeHint().height());
   connect(buttons_, &QDialogButtonBox::rejected, this, &QDialog::reject);
   connect(buttons_, &QDialogButtonBox::accepted, this, [this] {
-    emit filled(values());
+    Q_EMIT filled(values());
     accept();
   });
   check();

@@ -31,7 +31,7 @@ class ActionDialog : public QDialog {
   ActionDialog(const ActionSpec& action, const std::vector<FieldContent>& contents,
                QWidget* parent);
 
- signals:
+ Q_SIGNALS:
   void filled(const QStringList& values);
 
  private:

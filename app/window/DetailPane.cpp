@@ -44,8 +44,8 @@ DetailPane::DetailPane(QWidget* parent)
   layout->addWidget(stack_, 1);
   connect(change_, &MessageBar::acted, this, [this] {
     change_->hide();
-    emit seen(row_.key);
-    emit timelineWanted(row_.cookie);
+    Q_EMIT seen(row_.key);
+    Q_EMIT timelineWanted(row_.cookie);
   });
   choose(std::nullopt, ObjectKind::eEdits, {});
 }
@@ -65,7 +65,7 @@ void DetailPane::choose(const std::optional<ObjectRow>& row, ObjectKind kind,
   } else if (isEdit) {
     if (!view_->timeline() || view_->timeline()->cookie != row_.cookie) view_->show(nullptr);
     view_->setHint(view_->timeline() ? QString() : QStringLiteral("Reading the edit…"));
-    emit timelineWanted(row_.cookie);
+    Q_EMIT timelineWanted(row_.cookie);
   }
   showHeading();
 }

@@ -32,7 +32,7 @@ class DetailPane : public QWidget {
   [[nodiscard]] MessageBar& changeBar() const { return *change_; }
   [[nodiscard]] const QString& key() const { return row_.key; }
 
- signals:
+ Q_SIGNALS:
   /// The timeline of this edit is to be drawn up.
   void timelineWanted(const QString& cookie);
 

@@ -41,7 +41,7 @@ void HostLink::post(const std::string& activity, std::function<void()> task) {
 void HostLink::tick() {
   const News news = feed_.takeNews();
   isReady_ = news.station.isReady;
-  emit newsReady(news);
+  Q_EMIT newsReady(news);
   if (isReady_ && sinceLists_.elapsed() > listsPauseMs_ && !isBusy_) {
     sinceLists_.restart();
     feed_.noteDue();
@@ -73,7 +73,7 @@ void HostLink::takeSnapshot(const SnapshotPtr& snapshot, qint64 cost) {
   isSnapshotAsked_ = false;
   snapshotPauseMs_ = kPauseFactor * cost;
   sinceSnapshot_.restart();
-  emit snapshotReady(snapshot);
+  Q_EMIT snapshotReady(snapshot);
 }
 
 void HostLink::askSigns() {
@@ -87,14 +87,14 @@ void HostLink::askSigns() {
 void HostLink::tellBusy() {
   const bool isSilent = isSignAsked_ && sinceSign_.elapsed() > kPatienceMs;
   if (!isSilent) {
-    if (std::exchange(isBusy_, false)) emit busyChanged({}, 0);
+    if (std::exchange(isBusy_, false)) Q_EMIT busyChanged({}, 0);
     return;
   }
   isBusy_ = true;
   const Activity activity = currentActivity();
   const QString what =
       activity.what.empty() ? QStringLiteral("its other work") : readableText(activity.what);
-  emit busyChanged(what, static_cast<int>(sinceSign_.elapsed() / 1000));
+  Q_EMIT busyChanged(what, static_cast<int>(sinceSign_.elapsed() / 1000));
 }
 
 CommandOutcome HostLink::outcomeOf(const QString& line) {
@@ -116,21 +116,21 @@ void HostLink::run(const QString& line) {
   const CommandCall call = readCall(with_.commands, line.toStdString());
   if (call.command && !call.problem && call.command->place == Command::Place::eConsoleThread &&
       call.command->name != "help" && call.command->name != "quit") {
-    emit finished({line, readableText(call.command->name), false,
+    Q_EMIT finished({line, readableText(call.command->name), false,
                    QStringLiteral("\"%1\" is for scripts: the window would stand still.")
                        .arg(readableText(call.command->name))});
     return;
   }
   post("the command \"" + line.toStdString() + "\"", [this, line] {
     const CommandOutcome outcome = outcomeOf(line);
-    QMetaObject::invokeMethod(this, [this, outcome] { emit finished(outcome); });
+    QMetaObject::invokeMethod(this, [this, outcome] { Q_EMIT finished(outcome); });
   });
 }
 
 void HostLink::askTimeline(const QString& cookie) {
   post("reading an edit's file", [this, cookie] {
     const TimelinePtr timeline = makeTimeline(cookie);
-    QMetaObject::invokeMethod(this, [this, timeline] { emit timelineReady(timeline); });
+    QMetaObject::invokeMethod(this, [this, timeline] { Q_EMIT timelineReady(timeline); });
   });
 }
 
@@ -140,7 +140,7 @@ void HostLink::askMay(const QStringList& cookies) {
     for (const QString& cookie : cookies) {
       answers[cookie] = EditActions::isAllowed(Cookie(cookie.toStdString().c_str(), false));
     }
-    QMetaObject::invokeMethod(this, [this, answers] { emit mayReady(answers); });
+    QMetaObject::invokeMethod(this, [this, answers] { Q_EMIT mayReady(answers); });
   });
 }
 

@@ -51,7 +51,7 @@ class HostLink : public QObject {
   [[nodiscard]] const CommandTable& commands() const { return with_.commands; }
   void askForEnd() { with_.askForEnd(); }
 
- signals:
+ Q_SIGNALS:
   void finished(const CommandOutcome& outcome);
   void snapshotReady(const SnapshotPtr& snapshot);
   void newsReady(const News& news);

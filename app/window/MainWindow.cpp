@@ -140,6 +140,7 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
 
 void MainWindow::takeNews(const News& news) {
   status_->showNews(news);
+  received_ = news.received;
   log_->append(news.lines);
   notifications_->add(news.notifications);
   if (news.notifications.empty()) return;

@@ -41,6 +41,11 @@ class MainWindow : public QMainWindow {
   [[nodiscard]] MessageBar& strip() const { return *strip_; }
   [[nodiscard]] MainMenus& menus() const { return *menus_; }
   [[nodiscard]] const SnapshotPtr& snapshot() const { return snapshot_; }
+  [[nodiscard]] const CommandTable& commands() const { return link_.commands(); }
+  [[nodiscard]] HostLink& link() const { return link_; }
+
+  /// How many messages the station received so far.
+  [[nodiscard]] unsigned long received() const { return received_; }
 
  protected:
   void closeEvent(QCloseEvent* event) override;
@@ -90,6 +95,7 @@ class MainWindow : public QMainWindow {
   QAction* panelAction_ = nullptr;
   SnapshotPtr snapshot_;
   QString toChoose_;  ///< the cookie of an object that was just made here
+  unsigned long received_ = 0;
   bool keepsLayout_ = true;
   bool isEnding_ = false;
 };

@@ -143,7 +143,7 @@ void MainWindow::buildViewMenu() {
               [this] { objects_->startSearch(); });
   menus_->add(view, QStringLiteral("Next &pane"), QStringLiteral("F6"), [this] { nextPane(); });
   menus_->add(view, QStringLiteral("Show another station's &change"), QStringLiteral("F7"), [this] {
-    if (detail_->changeBar().isVisible()) emit detail_->changeBar().acted();
+    if (detail_->changeBar().isVisible()) Q_EMIT detail_->changeBar().acted();
   });
   menus_->add(view, QStringLiteral("&Look again"), QStringLiteral("F5"),
               [this] { link_.lookAgain(); });

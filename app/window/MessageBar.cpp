@@ -4,6 +4,7 @@
 #include <QLabel>
 #include <QStyle>
 #include <QToolButton>
+#include <algorithm>
 
 #include "app/window/Appearance.h"
 #include "app/window/Icons.h"
@@ -78,5 +79,5 @@ void MessageBar::showText() {
 
 void MessageBar::resizeEvent(QResizeEvent* event) {
   QFrame::resizeEvent(event);
-  label_->setMinimumHeight(label_->heightForWidth(label_->width()));
+  label_->setMinimumHeight(std::max(0, label_->heightForWidth(label_->width())));
 }

@@ -22,7 +22,7 @@ class MessageBar : public QFrame {
   [[nodiscard]] QString text() const { return text_; }
   [[nodiscard]] QToolButton& button() const { return *button_; }
 
- signals:
+ Q_SIGNALS:
   void acted();
 
  private:

@@ -71,7 +71,7 @@ ObjectsModel::ObjectsModel(ObjectKind kind, QObject* parent)
     : QAbstractTableModel(parent), kind_(kind), columns_(columnsOf(kind)) {
   askTimer_.setSingleShot(true);
   connect(&askTimer_, &QTimer::timeout, this,
-          [this] { emit mayWanted(std::exchange(toAsk_, {})); });
+          [this] { Q_EMIT mayWanted(std::exchange(toAsk_, {})); });
 }
 
 void ObjectsModel::startAfresh() {
@@ -131,7 +131,7 @@ void ObjectsModel::takeOverInPlace(const Shared<ObjectRows>& rows) {
 }
 
 void ObjectsModel::tellChanged(int first, int last) {
-  emit dataChanged(index(first, 0), index(last, columnCount() - 1));
+  Q_EMIT dataChanged(index(first, 0), index(last, columnCount() - 1));
 }
 
 // An owner that changed, and whatever another station did, may change who may change it.

@@ -45,7 +45,7 @@ class ObjectsModel : public QAbstractTableModel {
   QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
   [[nodiscard]] Column columnAt(int section) const { return columns_[section]; }
 
- signals:
+ Q_SIGNALS:
   /// Rows came into view of which it is not known who may change them.
   void mayWanted(const QStringList& cookies) const;
 

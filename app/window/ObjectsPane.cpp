@@ -138,10 +138,10 @@ ObjectsPane::List ObjectsPane::makeList(ObjectKind kind) {
   connect(view.selectionModel(), &QItemSelectionModel::currentChanged, this,
           &ObjectsPane::choiceChanged);
   connect(&view, &QTreeView::customContextMenuRequested, this,
-          [this, v = list.view](QPoint at) { emit menuWanted(v->viewport()->mapToGlobal(at)); });
+          [this, v = list.view](QPoint at) { Q_EMIT menuWanted(v->viewport()->mapToGlobal(at)); });
   connect(&view, &QTreeView::activated, this, [this](const QModelIndex&) {
     const auto rows = chosen();
-    if (!rows.empty()) emit opened(rows.front());
+    if (!rows.empty()) Q_EMIT opened(rows.front());
   });
   return list;
 }
@@ -207,7 +207,7 @@ void ObjectsPane::setKind(ObjectKind kind) { tabs_->setCurrentIndex(static_cast<
 
 void ObjectsPane::showKind() {
   narrow(search_->text());
-  emit choiceChanged();
+  Q_EMIT choiceChanged();
 }
 
 void ObjectsPane::narrow(const QString& text) {

@@ -46,7 +46,7 @@ class ObjectsPane : public QWidget {
   [[nodiscard]] ObjectsModel& model(ObjectKind kind) const;
   [[nodiscard]] QTreeView& view(ObjectKind kind) const;
 
- signals:
+ Q_SIGNALS:
   void mayWanted(const QStringList& cookies);
 
   /// Something else is chosen.

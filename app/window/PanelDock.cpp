@@ -71,7 +71,7 @@ void PanelDock::send() {
   if (entry_->text().isEmpty()) return;
   lastSent_ = entry_->text();
   entry_->clear();
-  emit sent(recipients_->currentText(), lastSent_);
+  Q_EMIT sent(recipients_->currentText(), lastSent_);
 }
 
 void PanelDock::restoreUnsent() {
@@ -108,5 +108,5 @@ void PanelDock::showRecipients(const PanelState& panel) {
 // The panel itself decides: it is hidden once it is an icon again.
 void PanelDock::closeEvent(QCloseEvent* event) {
   event->ignore();
-  emit closeWanted();
+  Q_EMIT closeWanted();
 }

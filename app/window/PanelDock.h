@@ -29,7 +29,7 @@ class PanelDock : public QDockWidget {
   [[nodiscard]] ConversationView& conversation() const { return *conversation_; }
   [[nodiscard]] const PanelState& state() const { return state_; }
 
- signals:
+ Q_SIGNALS:
   void recipientChosen(const QString& recipient);
   void sent(const QString& recipient, const QString& text);
   void closeWanted();

@@ -106,15 +106,15 @@ ProjectsPane::ProjectsPane(QWidget* parent)
   layout->addWidget(rooms_, 2);
   setMinimumWidth(80);
   connect(projects_, &QTreeWidget::itemActivated, this, [this] {
-    if (const auto row = chosenProject()) emit projectOpened(*row);
+    if (const auto row = chosenProject()) Q_EMIT projectOpened(*row);
   });
   connect(rooms_, &QTreeWidget::itemActivated, this, [this] {
-    if (const auto row = chosenRoom()) emit roomOpened(*row);
+    if (const auto row = chosenRoom()) Q_EMIT roomOpened(*row);
   });
   connect(projects_, &QTreeWidget::customContextMenuRequested, this,
-          [this](QPoint at) { emit projectMenuWanted(projects_->viewport()->mapToGlobal(at)); });
+          [this](QPoint at) { Q_EMIT projectMenuWanted(projects_->viewport()->mapToGlobal(at)); });
   connect(rooms_, &QTreeWidget::customContextMenuRequested, this,
-          [this](QPoint at) { emit roomMenuWanted(rooms_->viewport()->mapToGlobal(at)); });
+          [this](QPoint at) { Q_EMIT roomMenuWanted(rooms_->viewport()->mapToGlobal(at)); });
   showRooms();
 }
 

@@ -24,7 +24,7 @@ class ProjectsPane : public QWidget {
   [[nodiscard]] QTreeWidget& projects() const { return *projects_; }
   [[nodiscard]] QTreeWidget& rooms() const { return *rooms_; }
 
- signals:
+ Q_SIGNALS:
   void projectOpened(const ProjectRow& project);
   void roomOpened(const RoomRow& room);
   void choiceChanged();

@@ -91,7 +91,7 @@ void TimelineView::show(const TimelinePtr& timeline) {
   if (!chosen()) hasChoice_ = false;
   fitScrollBars();
   viewport()->update();
-  emit choiceChanged();
+  Q_EMIT choiceChanged();
 }
 
 void TimelineView::setHint(const QString& hint) {
@@ -247,7 +247,7 @@ void TimelineView::choose(std::size_t track, std::size_t item) {
     horizontalScrollBar()->setValue(horizontalScrollBar()->value() + rect.left() - kHeadWidth - 40);
   }
   viewport()->update();
-  emit choiceChanged();
+  Q_EMIT choiceChanged();
 }
 
 void TimelineView::mousePressEvent(QMouseEvent* event) {
@@ -258,7 +258,7 @@ void TimelineView::mousePressEvent(QMouseEvent* event) {
   } else {
     hasChoice_ = false;
     viewport()->update();
-    emit choiceChanged();
+    Q_EMIT choiceChanged();
   }
 }
 

@@ -25,7 +25,7 @@ class TimelineView : public QAbstractScrollArea {
   /// Where an item is drawn, in the viewport.
   [[nodiscard]] QRect rectOf(std::size_t track, std::size_t item) const;
 
- signals:
+ Q_SIGNALS:
   void choiceChanged();
 
  protected:

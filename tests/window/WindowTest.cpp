@@ -1,0 +1,173 @@
+#include <gtest/gtest.h>
+
+#include <QComboBox>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QTreeWidget>
+
+#include "app/CommandCall.h"
+#include "app/window/ActionTable.h"
+#include "app/window/ConversationView.h"
+#include "app/window/MessageBar.h"
+#include "tests/window/WindowScene.h"
+
+namespace {
+
+constexpr const char* kHarbour =
+    "project create Harbour\n"
+    "project enter Harbour\n"
+    "edit import " KV_DATA "/otio/transition_test.otio\n";
+
+class WindowTest : public testing::Test, protected WindowScene {
+ protected:
+  static void openPanel(MainWindow& window) {
+    QTest::keyClick(&window, Qt::Key_M, Qt::ControlModifier);
+    ASSERT_TRUE(waitFor([&] { return window.panel().isVisible(); }));
+  }
+};
+
+TEST_F(WindowTest, AnEmptyWindowSaysWhatToDo) {
+  EXPECT_EQ(0, play([](MainWindow& window) {
+              ASSERT_TRUE(waitFor([&] { return window.snapshot() != nullptr; }));
+              EXPECT_TRUE(window.objects().findChild<QWidget*>("empty")->isVisible());
+              EXPECT_EQ(window.status().busyText(), QStringLiteral("Ready"));
+            }));
+}
+
+TEST_F(WindowTest, AChosenEditShowsItsTimelineAndWhoMayChangeIt) {
+  script = kHarbour;
+  play([](MainWindow& window) {
+    ObjectsPane& objects = window.objects();
+    ASSERT_TRUE(waitFor([&] { return objects.rows(ObjectKind::eEdits).size() == 1; }));
+    objects.view(ObjectKind::eEdits).setFocus();
+    QTest::keyClick(&objects.view(ObjectKind::eEdits), Qt::Key_Down);
+    objects.choose(ObjectKind::eEdits, objects.rows(ObjectKind::eEdits).front().key);
+    ASSERT_TRUE(waitFor([&] { return window.detail().view().timeline() != nullptr; }));
+    EXPECT_FALSE(window.detail().view().timeline()->tracks.empty());
+    const ObjectsModel& model = objects.model(ObjectKind::eEdits);
+    EXPECT_TRUE(waitFor(
+        [&] { return model.data(model.index(0, 2), Qt::DisplayRole).toString() == "change it"; }));
+  });
+}
+
+TEST_F(WindowTest, WhatIsTypedIntoThePanelIsSentToTheChosenRecipient) {
+  script = "user add BEN\n";
+  play([this](MainWindow& window) {
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    ASSERT_TRUE(waitFor([&] { return window.snapshot() != nullptr; }));
+    openPanel(window);
+    ASSERT_TRUE(waitFor([&] { return window.panel().recipients().findText("BEN") >= 0; }));
+    QComboBox& recipients = window.panel().recipients();
+    recipients.setCurrentIndex(recipients.findText("BEN"));
+    Q_EMIT recipients.textActivated("BEN");
+    QTest::keyClicks(&window.panel().entry(), "lunch at one?");
+    QTest::keyClick(&window.panel().entry(), Qt::Key_Return);
+    EXPECT_TRUE(waitFor(
+        [&] { return window.panel().conversation().toPlainText().contains(" : lunch at one?"); }));
+    EXPECT_TRUE(ben.waitFor("notification", {{"text", "lunch at one?"}}));
+    EXPECT_EQ(window.panel().state().recipient, QStringLiteral("BEN"));
+    EXPECT_EQ(ben.quit(), 0);
+  });
+}
+
+TEST_F(WindowTest, ThePanelCollapsesToItsIconAndOpensAnew) {
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return window.snapshot() != nullptr; }));
+    openPanel(window);
+    QTest::keyClick(&window, Qt::Key_M, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_TRUE(waitFor([&] { return !window.panel().isVisible(); }));
+    EXPECT_FALSE(window.snapshot()->panel->isOpen);
+    openPanel(window);
+    window.panel().close();
+    EXPECT_TRUE(waitFor([&] { return !window.panel().isVisible(); }));
+  });
+}
+
+TEST_F(WindowTest, AColleaguesWordsShowWithoutTakingTheKeyboard) {
+  script = kHarbour;
+  play([this](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    window.objects().view(ObjectKind::eEdits).setFocus();
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    EXPECT_TRUE(ben.command("user add ANNA")["ok"].asBool());
+    EXPECT_TRUE(ben.command("say ANNA \"tea is ready\"")["ok"].asBool());
+    EXPECT_TRUE(waitFor([&] { return window.strip().text().contains("tea is ready"); }));
+    EXPECT_TRUE(window.strip().isVisible());
+    EXPECT_EQ(window.notifications().list().count(), 1);
+    EXPECT_FALSE(window.strip().isAncestorOf(QApplication::focusWidget()));
+  });
+}
+
+TEST_F(WindowTest, ARemoteChangeIsMarkedUntilItIsLookedAtAndNothingMovesUnderTheHand) {
+  script = kHarbour;
+  play([this](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    EXPECT_TRUE(ben.command("project enter Harbour")["ok"].asBool());
+    EXPECT_TRUE(ben.command("edit create Quay")["ok"].asBool());
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Quay").isEmpty(); }));
+    ObjectsModel& model = window.objects().model(ObjectKind::eEdits);
+    const QString key = keyOf(window, "Quay");
+    EXPECT_TRUE(waitFor([&] { return model.hasNews(model.rowOf(key)); }));
+    window.objects().choose(ObjectKind::eEdits, key);
+    EXPECT_FALSE(model.hasNews(model.rowOf(key)));
+    EXPECT_TRUE(ben.command("edit rename Quay Pier")["ok"].asBool());
+    EXPECT_TRUE(ben.command("edit save Pier")["ok"].asBool());
+    EXPECT_TRUE(waitFor([&] { return window.detail().changeBar().isVisible(); }));
+    EXPECT_TRUE(model.hasNews(model.rowOf(key)));
+    QTest::keyClick(&window, Qt::Key_F7);
+    EXPECT_TRUE(waitFor([&] { return !model.hasNews(model.rowOf(key)); }));
+  });
+}
+
+TEST_F(WindowTest, ARefusedProjectNamesItsHolder) {
+  script = "project create Trailer --private\n";
+  play([this](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return window.projects().projects().topLevelItemCount() == 1; }));
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    EXPECT_TRUE(ben.command("project enter Trailer")["ok"].asBool());
+    QTreeWidget& list = window.projects().projects();
+    list.setCurrentItem(list.topLevelItem(0));
+    QTest::keyClick(&list, Qt::Key_Return);
+    EXPECT_TRUE(waitFor([&] { return window.messages().text().contains("BEN"); }));
+    EXPECT_TRUE(window.messages().isVisible());
+    QTest::keyClick(&window, Qt::Key_F5);
+    EXPECT_TRUE(waitFor([&] { return list.topLevelItem(0)->text(1) == "held by BEN"; }));
+  });
+}
+
+TEST_F(WindowTest, ASmallWindowWorks) {
+  script = kHarbour;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    window.resize(300, 200);
+    EXPECT_TRUE(waitFor([&] { return window.width() <= 300 && window.height() <= 200; }, 2000));
+    EXPECT_FALSE(window.grab().isNull());
+  });
+}
+
+TEST_F(WindowTest, EveryCommandOfTheConsoleIsInTheMenus) {
+  const QStringList elsewhere{"help",       "quit",         "wait",        "sleep",     "panel to",
+                              "panel type", "panel return", "panel lines", "panel show"};
+  play([&](MainWindow& window) {
+    for (const auto& [name, command] : window.commands().all()) {
+      const QString wanted = QString::fromStdString(name);
+      const bool isThere = std::ranges::any_of(actionTable(), [&](const ActionSpec& action) {
+        return (QString::fromUtf8(action.line) + ' ').startsWith(wanted + ' ');
+      });
+      EXPECT_TRUE(isThere || elsewhere.contains(wanted)) << name;
+    }
+    for (const ActionSpec& action : actionTable()) {
+      const QStringList fill(3, "x");
+      const CommandCall call =
+          readCall(window.commands(), filledLine(action, {"x"}, fill).toStdString());
+      EXPECT_FALSE(call.problem) << action.line;
+    }
+  });
+}
+
+}  // namespace

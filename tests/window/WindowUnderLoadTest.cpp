@@ -1,0 +1,166 @@
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <QHeaderView>
+#include <QScrollBar>
+#include <atomic>
+#include <thread>
+
+#include "station/base/StationSettings.h"
+#include "tests/window/WindowScene.h"
+
+namespace {
+
+constexpr qint64 kMostLagMs = 100;
+
+class WindowUnderLoadTest : public testing::Test, protected WindowScene {};
+
+/// Sends a datagram to every station on the port.
+void sayAloud(const std::string& text, int port) {
+  const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const int yes = 1;
+  ::setsockopt(socket, SOL_SOCKET, SO_BROADCAST, &yes, sizeof yes);
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(static_cast<std::uint16_t>(port));
+  ::inet_pton(AF_INET, "127.255.255.255", &to.sin_addr);
+  ::sendto(socket, text.data(), text.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
+  ::close(socket);
+}
+
+/// Says the same message a thousand times a second, as a busy network does.
+class Flood {
+ public:
+  Flood(std::string text, int port) : text_(std::move(text)), port_(port) {
+    thread_ = std::thread([this] { run(); });
+  }
+  ~Flood() {
+    isEnding_ = true;
+    thread_.join();
+  }
+  [[nodiscard]] int count() const { return count_; }
+
+ private:
+  void run() {
+    auto next = std::chrono::steady_clock::now();
+    while (!isEnding_) {
+      sayAloud(text_, port_);
+      ++count_;
+      next += std::chrono::milliseconds(1);
+      std::this_thread::sleep_until(next);
+    }
+  }
+
+  std::string text_;
+  int port_;
+  std::atomic<bool> isEnding_ = false;
+  std::atomic<int> count_ = 0;
+  std::thread thread_;
+};
+
+std::string folderOf(const MainWindow& window) {
+  return settings().projectsDirectory + "/" + window.snapshot()->project.cookie.toStdString();
+}
+
+std::string bytesOf(const std::string& hex) {
+  return QByteArray::fromHex(QByteArray::fromStdString(hex)).toStdString();
+}
+
+TEST_F(WindowUnderLoadTest, TenThousandEditsAreListedAtOnceAndScroll) {
+  script = "project create Many\n";
+  play([this](MainWindow& window) {
+    ASSERT_TRUE(
+        waitFor([&] { return window.snapshot() && !window.snapshot()->projects->empty(); }));
+    writeEdits(10'000);
+    Snapshot many;
+    QObject::connect(&window.link(), &HostLink::snapshotReady, &window,
+                     [&](const SnapshotPtr& snapshot) { many = *snapshot; });
+    command(window, "project enter Many");
+    const auto isListed = [&] {
+      return window.objects().rows(ObjectKind::eEdits).size() == 10'000;
+    };
+    ASSERT_TRUE(waitFor(isListed, 60'000));
+    ObjectsPane fresh;
+    fresh.resize(900, 600);
+    QElapsedTimer cost;
+    cost.start();
+    fresh.show(many);
+    EXPECT_FALSE(fresh.grab().isNull());
+    EXPECT_LT(cost.elapsed(), 300);
+    const LatencyWatch latency;
+    QScrollBar& bar = *window.objects().view(ObjectKind::eEdits).verticalScrollBar();
+    for (int at = 0; at <= bar.maximum(); at += bar.maximum() / 50) {
+      bar.setValue(at);
+      QTest::qWait(10);
+    }
+    EXPECT_LT(latency.ninetyNinth(), kMostLagMs);
+  });
+}
+
+TEST_F(WindowUnderLoadTest, AThousandChangesASecondDoNotMakeItLag) {
+  script = "project create Busy\n";
+  play([this](MainWindow& window) {
+    ASSERT_TRUE(
+        waitFor([&] { return window.snapshot() && !window.snapshot()->projects->empty(); }));
+    writeEdits(1'000);
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    command(window, "project enter Busy");
+    ASSERT_TRUE(waitFor([&] { return window.objects().rows(ObjectKind::eEdits).size() == 1'000; }));
+    EXPECT_TRUE(ben.command("project enter Busy")["ok"].asBool());
+    EXPECT_TRUE(ben.command("edit create New")["ok"].asBool());
+    EXPECT_TRUE(ben.command("edit save New")["ok"].asBool());
+    const auto sent = ben.waitFor("sent", {{"type_name", "EditSaved"}});
+    ASSERT_TRUE(sent);
+    const LatencyWatch latency;
+    const Flood flood(bytesOf((*sent)["text_hex"].asString()), port);
+    QTest::qWait(3000);
+    EXPECT_GT(flood.count(), 1'500);
+    EXPECT_LT(latency.ninetyNinth(), kMostLagMs);
+    EXPECT_TRUE(waitFor([&] { return window.received() > 500; }));
+  });
+}
+
+// What another station announced does not show on the share: the host thread waits a second for it,
+// each time.
+TEST_F(WindowUnderLoadTest, WithAHangingShareItDrawsAndSaysWhatItWaitsFor) {
+  script = "project create Harbour\nproject enter Harbour\n";
+  play([this](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    EXPECT_TRUE(ben.command("project enter Harbour")["ok"].asBool());
+    const std::string log = ben.command("log create Reel")["result"].asString();
+    const auto sent = ben.waitFor("sent", {{"cookie", log}});
+    ASSERT_TRUE(sent);
+    std::filesystem::remove(folderOf(window) + "/" + log + ".otio");
+    const LatencyWatch latency;
+    for (int i = 0; i < 4; ++i) sayAloud(bytesOf((*sent)["text_hex"].asString()), port);
+    const auto isWaiting = [&] { return window.status().busyText().startsWith("Waiting"); };
+    EXPECT_TRUE(waitFor(isWaiting));
+    EXPECT_TRUE(window.status().busyText().contains("the message EditCreated"));
+    EXPECT_FALSE(window.grab().isNull());
+    EXPECT_TRUE(waitFor([&] { return window.status().busyText() == "Ready"; }));
+    EXPECT_LT(latency.ninetyNinth(), kMostLagMs);
+  });
+}
+
+TEST_F(WindowUnderLoadTest, WithoutADisplayItEndsWithOneLineAndStatusTwo) {
+  for (const char* variable : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"}) {
+    ::unsetenv(variable);
+  }
+  for (const char* display : {"", ":4711"}) {
+    ::setenv("DISPLAY", display, 1);
+    StationProcess::Options options = other("ANNA");
+    options.more = {"--gui"};
+    StationProcess station(options);
+    EXPECT_EQ(station.waitForExit(), 2) << display;
+    const std::string said = station.errorText();
+    EXPECT_NE(said.find("no display"), std::string::npos) << said;
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
+  }
+}
+
+}  // namespace
