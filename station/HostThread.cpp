@@ -44,7 +44,8 @@ void HostThread::stop() {
 bool HostThread::takeNext(Task& next, bool wait) {
   next = nullptr;  // what the last task held is released before the thread waits
   std::unique_lock lock(mutex_);
-  if (wait) wake_.wait(lock, [this] { return stopped_ || !tasks_.empty() || !deliveries_.empty(); });
+  if (wait)
+    wake_.wait(lock, [this] { return stopped_ || !tasks_.empty() || !deliveries_.empty(); });
   if (wait && stopped_) return false;
   if (tasks_.empty() && deliveries_.empty()) return false;
   deliveryTurn_ = !deliveryTurn_;

@@ -81,7 +81,8 @@ TEST(TextTest, AnyTwoBytesBetweenLettersSurvive) {
 TEST(TextTest, ElementsThatAreNoCharactersAreWrittenAsTheReplacementCharacter) {
   for (const wchar_t element : {wchar_t(0xD800), wchar_t(0xDBFF), wchar_t(0xDC00), wchar_t(0xDC41),
                                 wchar_t(0xDD00), wchar_t(0xDFFF), wchar_t(0x110000), wchar_t(-1)}) {
-    EXPECT_EQ(toUTF8(Wide(&element, 1)), "\xEF\xBF\xBD") << std::hex << static_cast<unsigned>(element);
+    EXPECT_EQ(toUTF8(Wide(&element, 1)), "\xEF\xBF\xBD")
+        << std::hex << static_cast<unsigned>(element);
   }
 }
 

@@ -1,0 +1,7 @@
+#!/usr/bin/env bash
+# Whether every C++ file is formatted as .clang-format has it: check-format.sh [CLANG-FORMAT]. Names those that are not;
+# "clang-format -i FILE" mends one.
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")/.."
+find host ProjectShare station app tools tests -name '*.h' -o -name '*.cpp' |
+  xargs "${1:-clang-format}" --dry-run -Werror
