@@ -54,6 +54,7 @@ kv_build() {
   local preset=$1 log started=$SECONDS
   shift
   log=$(mktemp)
+  [ -d "build/$preset" ] || echo "build: $preset, for the first time; this takes minutes (watch $log)"
   if ! cmake --preset "$preset" >"$log" 2>&1 ||
      ! cmake --build "build/$preset" ${*:+--target "$@"} >>"$log" 2>&1; then
     tail -n 60 "$log" >&2

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -36,9 +37,11 @@ std::vector<std::string> commandLine(const StationProcess::Options& options) {
   if (!options.host.empty()) add("--host", options.host);
   if (options.machine != 0) add("--machine", std::to_string(options.machine));
   if (options.port != 0) add("--port", std::to_string(options.port));
-  bool sends = false;
-  for (const std::string& word : options.more) sends = sends || word == "--send-to";
-  if (!sends) add("--send-to", "127.255.255.255");
+  const auto isGiven = [&options](const char* option) {
+    return std::find(options.more.begin(), options.more.end(), option) != options.more.end();
+  };
+  if (!isGiven("--events")) add("--events", "-");
+  if (!isGiven("--send-to")) add("--send-to", "127.255.255.255");
   words.insert(words.end(), options.more.begin(), options.more.end());
   return words;
 }

@@ -30,7 +30,8 @@ class StationProcess {
     std::string host;
     int machine = 0;  ///< 0 leaves it to the host name
     int port = 0;
-    std::vector<std::string> more;  ///< further options, as they would be typed
+    /// Further options, as they would be typed. With "--events" among them no event is seen here.
+    std::vector<std::string> more;
   };
 
   /// Starts the program; its datagrams stay on this machine. Does not wait.

@@ -73,7 +73,8 @@ class FaultyShareTest : public SharedStations {
     run(station, "project enter Film");
     const std::string room = refusal(station, "room enter Sound");
     EXPECT_NE(room.find(reason), std::string::npos) << room;
-    for (const JsonValue& each : run(station, "room list").elements()) {
+    const JsonValue rooms = run(station, "room list");
+    for (const JsonValue& each : rooms.elements()) {
       EXPECT_FALSE(each["here"].asBool()) << writeJson(each);
     }
     run(station, "project leave");

@@ -5,14 +5,9 @@
 #include <iterator>
 
 #include "tests/share/SharedStations.h"
+#include "tests/support/Slowdown.h"
 
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kSanitizerFactor = 10;
-#else
-constexpr int kSanitizerFactor = 1;
-#endif
 
 constexpr const char* kEdit = "Figure 1 - Simple Cut List";  // as the sample calls itself
 
@@ -121,13 +116,13 @@ TEST_F(ScaleTest, TenThousandEditsAndAThousandBinsAreEnteredSoonAndInLittleMemor
   }
   RecordProperty("enter_seconds", std::to_string(seconds));
   RecordProperty("resident_mebibytes", std::to_string(residentMebibytes(anna)));
-  EXPECT_LT(seconds, 2.0 * kSanitizerFactor);
+  EXPECT_LT(seconds, 2.0 * kSlowdown);
   EXPECT_GT(residentMebibytes(anna), 1);
-  EXPECT_LT(residentMebibytes(anna), 150 * kSanitizerFactor);
+  EXPECT_LT(residentMebibytes(anna), 150 * kSlowdown);
   EXPECT_EQ(run(anna, "edit show \"Edit 9999\"")["cookie"].asString(), cookieText('E', 9'999));
   EXPECT_EQ(run(anna, "bin list").elements().size(), 1'000U);
   EXPECT_EQ(run(anna, "edit list").elements().size(), 10'000U);
-  EXPECT_LT(residentMebibytes(anna), 150 * kSanitizerFactor);
+  EXPECT_LT(residentMebibytes(anna), 150 * kSlowdown);
 }
 
 TEST_F(ScaleTest, AMessageAboutOneEditCostsTheSameAmongTenThousandAsAmongTen) {
@@ -154,7 +149,7 @@ TEST_F(ScaleTest, ActiveUsersAreCountedSoonAmongAHundredThousandFiles) {
         std::min(seconds, costOf(anna, [&] { EXPECT_EQ(run(anna, "active").asLong(), 10'000); }));
   }
   RecordProperty("seconds", std::to_string(seconds));
-  EXPECT_LT(seconds, 0.1 * kSanitizerFactor);
+  EXPECT_LT(seconds, 0.1 * kSlowdown);
 }
 
 }  // namespace
