@@ -117,8 +117,8 @@ void HostLink::run(const QString& line) {
   if (call.command && !call.problem && call.command->place == Command::Place::eConsoleThread &&
       call.command->name != "help" && call.command->name != "quit") {
     Q_EMIT finished({line, readableText(call.command->name), false,
-                   QStringLiteral("\"%1\" is for scripts: the window would stand still.")
-                       .arg(readableText(call.command->name))});
+                     QStringLiteral("\"%1\" is for scripts: the window would stand still.")
+                         .arg(readableText(call.command->name))});
     return;
   }
   post("the command \"" + line.toStdString() + "\"", [this, line] {
