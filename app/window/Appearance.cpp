@@ -56,8 +56,8 @@ QString styleSheet(const Colours& colours, const QColor& window) {
     QMainWindow::separator { background: @line; width: 1px; height: 1px; }
     QSplitter::handle { background: @line; }
     QTreeView, QListView, QPlainTextEdit { border: none; outline: none; }
-    QTreeView::item { padding: 3px 4px; }
-    QTreeView::item:selected, QListView::item:selected { background: @accent; color: @chosen; }
+    QTreeView::item { padding: 3px 4px; border: none; }
+    QTreeView::item:selected, QListView::item:selected { background: @choice; color: @text; }
     QTreeView::item:selected:!active, QListView::item:selected:!active {
       background: @soft; color: @text; }
     QHeaderView::section { background: @window; color: @quiet; border: none;
@@ -91,6 +91,7 @@ QString styleSheet(const Colours& colours, const QColor& window) {
   put("@line", colours.line);
   put("@accent", colours.accent);
   put("@chosen", dark ? QColor(0x10151d) : QColor(0xffffff));
+  put("@choice", dark ? QColor(0x33496e) : QColor(0xc3d7f8));
   put("@soft", dark ? QColor(0x2c3442) : QColor(0xdbe6f8));
   put("@text", colours.text);
   put("@quiet", colours.quiet);

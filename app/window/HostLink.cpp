@@ -145,10 +145,3 @@ void HostLink::askMay(const QStringList& cookies) {
 }
 
 void HostLink::lookAgain() { feed_.noteCommand("project enter"); }
-
-void HostLink::restoreTools(const std::vector<SavedTool>& tools) {
-  post("putting tools back", [this, tools] {
-    if (Desktop* desktop = Desktop::current()) desktop->restoreTools(tools);
-    feed_.noteCommand("panel");
-  });
-}

@@ -12,7 +12,6 @@
 #include "app/window/Snapshot.h"
 #include "app/window/SnapshotMaker.h"
 #include "app/window/Timeline.h"
-#include "station/ui/Desktop.h"
 
 /// How a command ended.
 struct CommandOutcome {
@@ -44,9 +43,6 @@ class HostLink : public QObject {
 
   /// Looks at everything anew.
   void lookAgain();
-
-  /// Puts tools back on the desktop as they were saved.
-  void restoreTools(const std::vector<SavedTool>& tools);
 
   [[nodiscard]] const CommandTable& commands() const { return with_.commands; }
   void askForEnd() { with_.askForEnd(); }

@@ -184,7 +184,11 @@ QIcon icon(Glyph glyph, const QColor& colour) {
   const quint64 key = (static_cast<quint64>(glyph) << 32) | colour.rgba();
   QIcon& found = made[key];
   if (found.isNull()) {
-    for (const int pixels : {16, 24, 32, 48}) found.addPixmap(drawn(glyph, colour, pixels));
+    for (const int pixels : {16, 24, 32, 48}) {
+      const QPixmap pixmap = drawn(glyph, colour, pixels);
+      found.addPixmap(pixmap);
+      found.addPixmap(pixmap, QIcon::Selected);  // else styles tint it
+    }
   }
   return found;
 }

@@ -252,6 +252,7 @@ void MainWindow::restoreLayout() {
   side_->restoreState(kept.value(QStringLiteral("side")).toByteArray());
   centre_->restoreState(kept.value(QStringLiteral("centre")).toByteArray());
   panel_->hide();
+  wantsPanel_ = kept.value(QStringLiteral("panel")).toBool();
 }
 
 void MainWindow::saveLayout() const {
@@ -261,4 +262,5 @@ void MainWindow::saveLayout() const {
   kept.setValue(QStringLiteral("state"), saveState());
   kept.setValue(QStringLiteral("side"), side_->saveState());
   kept.setValue(QStringLiteral("centre"), centre_->saveState());
+  kept.setValue(QStringLiteral("panel"), panel_->state().isOpen);
 }

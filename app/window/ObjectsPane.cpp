@@ -47,7 +47,7 @@ int widthOf(Column column) {
     case Column::eState:
       return 122;
     case Column::eNews:
-      return 150;
+      return 166;
     default:
       return 230;
   }

@@ -1,5 +1,6 @@
 #include "tests/window/WindowScene.h"
 
+#include <QAction>
 #include <QInputDialog>
 #include <QLineEdit>
 #include <QPointer>
@@ -18,6 +19,7 @@ class DrivenWindow : public StationWindow {
 
  protected:
   void runLoop(MainWindow& window) override {
+    QApplication::setActiveWindow(&window);  // nobody manages windows on a test's display
     act_(window);
     window.close();
     StationWindow::runLoop(window);
@@ -96,7 +98,9 @@ bool waitFor(const std::function<bool()>& condition, int milliseconds) {
 }
 
 void command(MainWindow& window, const QString& line) {
-  QTest::keyClick(&window, Qt::Key_K, Qt::ControlModifier);
+  for (QAction* action : window.findChildren<QAction*>()) {
+    if (action->shortcut() == QKeySequence(Qt::CTRL | Qt::Key_K)) action->trigger();
+  }
   QPointer<QInputDialog> dialog;
   waitFor([&] { return (dialog = window.findChild<QInputDialog*>()) != nullptr; });
   auto* const field = dialog->findChild<QLineEdit*>();

@@ -9,6 +9,7 @@
 #include "app/window/ActionTable.h"
 #include "app/window/ConversationView.h"
 #include "app/window/MessageBar.h"
+#include "app/window/WindowSettings.h"
 #include "tests/window/WindowScene.h"
 
 namespace {
@@ -81,6 +82,31 @@ TEST_F(WindowTest, ThePanelCollapsesToItsIconAndOpensAnew) {
     openPanel(window);
     window.panel().close();
     EXPECT_TRUE(waitFor([&] { return !window.panel().isVisible(); }));
+  });
+}
+
+TEST_F(WindowTest, ThePanelLeftOpenIsThereAgain) {
+  windowSettings().setValue("panel", true);
+  play(
+      [](MainWindow& window) { EXPECT_TRUE(waitFor([&] { return window.panel().isVisible(); })); });
+  EXPECT_TRUE(windowSettings().value("panel").toBool());
+}
+
+TEST_F(WindowTest, ALongMessageAndLettersOfAllKindsGoOut) {
+  play([this](MainWindow& window) {
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    ASSERT_TRUE(waitFor([&] { return window.snapshot() != nullptr; }));
+    openPanel(window);
+    const QString longest(60'000, 'x');
+    const QString letters = QString::fromUtf8(u8"\U0001F3AC \u05E9\u05DC");
+    for (const QString& text : {longest, letters}) {
+      window.panel().entry().setText(text);
+      QTest::keyClick(&window.panel().entry(), Qt::Key_Return);
+    }
+    EXPECT_TRUE(waitFor([&] { return window.panel().state().lines.size() == 2; }));
+    EXPECT_TRUE(ben.waitFor("notification", {{"text", longest.toStdString()}}));
+    EXPECT_TRUE(ben.waitFor("notification"));
   });
 }
 
