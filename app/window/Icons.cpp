@@ -116,7 +116,7 @@ class GlyphPainter {
     for (const double x : {4.0, 8.0, 12.0}) painter_.drawEllipse(QPointF(x, 8), 0.6, 0.6);
   }
   void openBook() {
-    painter_.drawPolyline(QPolygonF({{8, 4.5}, {8, 13}}));
+    line(8, 4.5, 8, 13);
     shape(QPolygonF({{8, 4.5}, {2, 3}, {2, 11.5}, {8, 13}, {14, 11.5}, {14, 3}}));
   }
   void dot() {

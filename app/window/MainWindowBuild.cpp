@@ -81,7 +81,7 @@ void MainWindow::buildPanes() {
 }
 
 void MainWindow::buildDocks() {
-  const auto dock = [this](const QString& title, const char* name, QWidget* content) {
+  const auto dock = [](const QString& title, const char* name, QWidget* content) {
     auto* made = new QDockWidget(title);
     made->setObjectName(QString::fromLatin1(name));
     made->setWidget(content);
