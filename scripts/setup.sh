@@ -6,7 +6,7 @@
 #
 # Says what it installs, asks nothing, and does nothing where all is there.
 
-KV_BUILD_PACKAGES="g++ cmake ninja-build pkg-config uuid-dev libicu-dev rapidjson-dev libcli11-dev libedit-dev qt6-base-dev"
+KV_BUILD_PACKAGES="g++ cmake ninja-build pkg-config uuid-dev libicu-dev libcli11-dev libedit-dev qt6-base-dev fonts-dejavu-core"
 KV_TEST_PACKAGES="libgtest-dev xvfb xauth clang libclang-rt-14-dev clang-format binutils iproute2 util-linux"
 KV_BENCH_PACKAGES="libbenchmark-dev"
 

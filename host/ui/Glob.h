@@ -92,7 +92,7 @@ class KV_HOST_API Glob {
   /// Changes the size; a negative or not finite number counts as 0. Children are placed again.
   virtual void resize(double width, double height);
 
-  /// The part of the widget that children are placed in, relative to its own top-left corner.
+  /// The area of the widget that children are placed in, relative to its own top-left corner.
   [[nodiscard]] virtual Rect userArea() const { return {{}, size_}; }
 
   /// Lays the widget and its children out in its present size.
