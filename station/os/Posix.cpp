@@ -122,6 +122,7 @@ bool isLockedByAnother(int descriptor) {
 bool waitForRemoval(int descriptor) {
   for (int tries = 0; tries < kRemovalTries; ++tries) {
     if (!isLockedByAnother(descriptor)) return true;
+    // Locks of an open file description cannot be waited for with a limit; this is asked again.
     std::this_thread::sleep_for(kRemovalPause);
   }
   return false;

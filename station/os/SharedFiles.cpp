@@ -107,6 +107,7 @@ Temporary takeCommonTemporary(const std::string& path) {
       break;
     }
     if (errno != EAGAIN) break;
+    // Another writer is at it; its lock cannot be waited for with a limit, so this asks again.
     std::this_thread::sleep_for(kTemporaryPause);
   }
   return temporary;

@@ -122,6 +122,7 @@ class LockFight : public testing::Test {
     for (int i = 0; i < kFighters; ++i) fighters.push_back(start(fight, i + 1));
     std::mt19937 random(1);
     while (killed > 0 && goesOn()) {
+      // Nothing is waited for: the moment of death is to be random.
       std::this_thread::sleep_for(std::chrono::microseconds(random() % 20'000));
       const int victim = static_cast<int>(random() % static_cast<unsigned>(killed));
       fighters[static_cast<std::size_t>(victim)]->kill();

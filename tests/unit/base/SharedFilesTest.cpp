@@ -116,6 +116,7 @@ TEST(SharedFilesTest, AWriterThatIsKilledAtAnyMomentLeavesAWholeFile) {
       }
       return 0;
     });
+    // Nothing is waited for: the writer is to die at another moment each round.
     std::this_thread::sleep_for(std::chrono::milliseconds(2 + i));
     writer.kill();
     const std::string content = contentOf(folder / "a");
