@@ -46,6 +46,9 @@ class TerminalReader::Editor {
     ::el_set(edit_, EL_GETCFN, readLetter);
     ::el_set(edit_, EL_ADDFN, "kv-complete", "Completes the word", complete);
     ::el_set(edit_, EL_BIND, "^I", "kv-complete", nullptr);
+    // The end of input typed while the terminal was not being read comes as a zero byte. Bound to
+    // nothing, since as a quoting key it would make the next end of input a letter.
+    ::el_set(edit_, EL_BIND, "^@", "ed-unassigned", nullptr);
   }
 
   Editor(const Editor&) = delete;
@@ -60,6 +63,7 @@ class TerminalReader::Editor {
   std::optional<std::string> next() {
     if (waiter_.isEnding()) return std::nullopt;
     text_.hold([this] { ::eventfd_write(told_, 1); });
+    ::el_set(edit_, EL_PREP_TERM, 1);  // before the prompt, so that what is typed at it is a key
     int length = 0;
     const char* line = ::el_gets(edit_, &length);
     text_.release();

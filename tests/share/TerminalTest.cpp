@@ -145,6 +145,12 @@ TEST_F(TerminalTest, APersonGoesOnAfterAMistakeAndLeavesWithTheEndOfInput) {
   EXPECT_EQ(exitStatusAfter("\004"), 0);
 }
 
+TEST_F(TerminalTest, TheEndOfInputTypedTooEarlyDoesNotSpoilTheNext) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type(std::string("\0", 1));  // what the terminal makes of an early one
+  EXPECT_EQ(exitStatusAfter("\004"), 0);
+}
+
 TEST_F(TerminalTest, AnInterruptEndsItLikeQuit) {
   ASSERT_TRUE(sees("kv> ")) << shown_;
   EXPECT_EQ(exitStatusAfter("\003"), 0);
