@@ -27,7 +27,8 @@ constexpr auto kOptions = std::to_array<OptionSpec>({
      "present]",
      false},
     {"set", "KEY=VALUE", "one host configuration value; may be repeated", false},
-    {"plugin", "FILE", "the plug-in library [the one beside this program]", true},
+    {"plugin", "FILE", "the plug-in library [the one built or installed beside this program]",
+     true},
     {"script", "FILE", "read commands from FILE, - for standard input [the terminal]", false},
     {"events", "FILE",
      "write one JSON object a line to FILE, - for standard output (the text for people then goes "

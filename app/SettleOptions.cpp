@@ -36,12 +36,14 @@ std::string hostName() {
   return ::gethostname(name, HOST_NAME_MAX) == 0 && *name ? name : "localhost";
 }
 
-/// The library beside the program, else the one that is installed with it.
+/// The library beside the program, else the one that is installed with it. The program's place
+/// counts, not the prefix that it was built for.
 std::string pluginBesideProgram() {
   std::error_code problem;
   const fs::path folder = fs::read_symlink("/proc/self/exe", problem).parent_path();
   const fs::path beside = folder / "ProjectShare.so";
-  const fs::path installed = folder.parent_path() / "lib" / "korvel" / "ProjectShare.so";
+  const fs::path installed =
+      (folder / KV_INSTALLED_LIBRARIES / "ProjectShare.so").lexically_normal();
   return fs::exists(installed, problem) && !fs::exists(beside, problem) ? installed : beside;
 }
 
