@@ -19,12 +19,11 @@ endif()
 
 # Precompiled standard headers for the sanitizers' builds, which are the slow ones; the others build without, and so
 # see that every file includes what it uses.
+set(KV_PRECOMPILED <algorithm> <filesystem> <functional> <map> <memory> <string> <string_view> <variant> <vector>)
 function(kv_precompile target)
-  if(NOT KV_SANITIZE)
-    return()
+  if(KV_SANITIZE)
+    target_precompile_headers(${target} PRIVATE ${KV_PRECOMPILED} ${ARGN})
   endif()
-  target_precompile_headers(${target} PRIVATE <algorithm> <filesystem> <functional> <map> <memory> <string>
-                                              <string_view> <variant> <vector> ${ARGN})
 endfunction()
 
 # One small source file a header, so that each is known to compile alone.
