@@ -12,7 +12,8 @@
 #include <vector>
 
 #include "station/base/StationSettings.h"
-#include "tests/unit/net/RecordedEvents.h"
+#include "tests/support/BecomesTrue.h"
+#include "tests/support/RecordedEvents.h"
 
 namespace {
 
@@ -153,8 +154,8 @@ TEST_F(NetworkServiceTest, ADeliveryIsARemoteChangeAndIsAnEventBefore) {
   ASSERT_TRUE(other.receives(1));
   EXPECT_EQ(other.receiver.origins, std::vector<Origin>{Origin::eRemote});
   EXPECT_EQ(other.receiver.contexts, std::vector<iTCPReceiveContext*>{nullptr});
-  EXPECT_EQ(events_.received_, std::vector<std::string>{"hello"});
-  EXPECT_EQ(events_.sent_, std::vector<std::string>{"hello"});
+  EXPECT_EQ(events_.receivedTexts, std::vector<std::string>{"hello"});
+  EXPECT_EQ(events_.sentTexts, std::vector<std::string>{"hello"});
   EXPECT_EQ(currentOrigin(), Origin::eLocal);
 }
 
@@ -174,7 +175,7 @@ TEST_F(NetworkServiceTest, ATextLargerThanADatagramIsRefusedAndTold) {
   const std::string text(65'508, 'x');
   sender.broadcaster->broadcast(LightweightString<char>(std::string_view(text)));
   EXPECT_NE(events_.told().find("a message of 65508 bytes was not sent"), std::string::npos);
-  EXPECT_TRUE(events_.sent_.empty());
+  EXPECT_TRUE(events_.sentTexts.empty());
 }
 
 TEST_F(NetworkServiceTest, ReleasingTheListenerEndsDeliveryAtOnceEvenOfWhatIsQueued) {
@@ -245,7 +246,7 @@ TEST_F(NetworkServiceTest, APortThatCannotBeSentToIsToldOnce) {
   for (int time = 0; time < 3; ++time) sender.broadcaster->broadcast("hello");
   ASSERT_EQ(events_.problems().size(), 1u);
   EXPECT_NE(events_.told().find("nothing can be sent to port 70000"), std::string::npos);
-  EXPECT_TRUE(events_.sent_.empty());
+  EXPECT_TRUE(events_.sentTexts.empty());
 }
 
 TEST_F(NetworkServiceTest, OnlyTheNetworksNamedInTheConfigurationAreHeard) {
@@ -270,7 +271,7 @@ TEST_F(NetworkServiceTest, AMulticastGroupIsJoinedAndSentTo) {
 TEST_F(NetworkServiceTest, SeveralDestinationsMakeOneSentEvent) {
   Station& sender = station({"127.255.255.255", "127.0.0.1"});
   sender.broadcaster->broadcast("hello");
-  EXPECT_EQ(events_.sent_.size(), 1u);
+  EXPECT_EQ(events_.sentTexts.size(), 1u);
 }
 
 /// An interface that this machine does not have (any more).
@@ -287,7 +288,7 @@ TEST_F(NetworkServiceTest, AMessageThatCannotLeaveIsToldOnce) {
   ASSERT_EQ(events_.problems().size(), 1u) << events_.told();
   EXPECT_NE(events_.told().find("could not be sent to 127.255.255.255 port"), std::string::npos);
   EXPECT_NE(events_.told().find("over gone0"), std::string::npos);
-  EXPECT_TRUE(events_.sent_.empty());
+  EXPECT_TRUE(events_.sentTexts.empty());
 }
 
 TEST_F(NetworkServiceTest, AFailedSendMakesTheStationLookForWhatIsPluggedInNow) {

@@ -1,40 +1,77 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include "station/base/Events.h"
 #include "station/base/Strings.h"
 
-/// Keeps what the station tells: changes as "bin G0001 created local".
+/// Keeps what the station tells while it lives. Lines and problems may come from any thread.
 class RecordedEvents : public iStationEvents {
  public:
+  struct Problem {
+    std::string text;
+    std::uint64_t dropped;
+  };
+
   RecordedEvents() { installEvents(this); }
   RecordedEvents(const RecordedEvents&) = delete;
   RecordedEvents& operator=(const RecordedEvents&) = delete;
   ~RecordedEvents() override { installEvents(nullptr); }
 
-  void sent(const std::string&) override {}
-  void received(const std::string&) override {}
-  void network(const std::string&, std::uint64_t) override {}
+  void sent(const std::string& wireText) override { sentTexts.push_back(wireText); }
+  void received(const std::string& wireText) override { receivedTexts.push_back(wireText); }
   void panel(const std::vector<std::string>&) override {}
+  void command(const std::string& name) override { commands.push_back(name); }
+  void notification(const std::string& text) override { notifications.push_back(text); }
 
   void changed(const std::string& what, const Cookie& cookie, const std::string& how,
                Origin origin) override {
     changes.push_back(what + ' ' + utf8Text(cookie.asString()) + ' ' + how +
                       (origin == Origin::eLocal ? " local" : " remote"));
   }
-  void log(bool, const std::string& text) override { logged += text; }
-  void command(const std::string& name) override { commands.push_back(name); }
-  void notification(const std::string& text) override { notifications.push_back(text); }
-
-  [[nodiscard]] bool loggedThat(const std::string& part) const {
-    return logged.find(part) != std::string::npos;
+  void log(bool toConsole, const std::string& text) override {
+    const std::lock_guard lock(mutex_);
+    lines.push_back((toConsole ? "console: " : "file: ") + text);
+  }
+  void network(const std::string& problem, std::uint64_t dropped) override {
+    const std::lock_guard lock(mutex_);
+    problems_.push_back({problem, dropped});
   }
 
-  std::vector<std::string> changes;
+  [[nodiscard]] bool loggedThat(const std::string& part) const {
+    return std::any_of(lines.begin(), lines.end(), [&part](const std::string& line) {
+      return line.find(part) != std::string::npos;
+    });
+  }
+  [[nodiscard]] std::vector<Problem> problems() {
+    const std::lock_guard lock(mutex_);
+    return problems_;
+  }
+  /// The network's problems, a line each; empty when nothing was told.
+  [[nodiscard]] std::string told() {
+    std::string all;
+    for (const auto& problem : problems()) all += problem.text + "\n";
+    return all;
+  }
+  /// How many messages or datagrams the problems say were lost.
+  [[nodiscard]] std::uint64_t dropped() {
+    std::uint64_t sum = 0;
+    for (const auto& problem : problems()) sum += problem.dropped;
+    return sum;
+  }
+
+  std::vector<std::string> sentTexts;
+  std::vector<std::string> receivedTexts;
+  std::vector<std::string> changes;  ///< as "bin G0001 created local"
   std::vector<std::string> commands;
   std::vector<std::string> notifications;
-  std::string logged;
+  std::vector<std::string> lines;  ///< of the log, each with where it goes before it
+
+ private:
+  std::mutex mutex_;
+  std::vector<Problem> problems_;
 };

@@ -10,7 +10,7 @@
 #include "host/base/Ptr.h"
 #include "station/base/DiagnosticStream.h"
 #include "station/base/StationSettings.h"
-#include "tests/fakes/RecordedEvents.h"
+#include "tests/support/RecordedEvents.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "station/base/StationSettings.h"
-#include "tests/fakes/RecordedEvents.h"
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/support/RecordedEvents.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include "host/plugin/Shutdown.h"
 #include "station/plugin/InstanceRegistry.h"
 #include "station/plugin/ShutdownService.h"
-#include "tests/fakes/RecordedEvents.h"
+#include "tests/support/RecordedEvents.h"
 
 namespace {
 

@@ -241,12 +241,13 @@ TYPED_TEST(Containers, WithABrokenFileAreReportedAndLeftAlone) {
   const Cookie made(TypeParam::kCookie, false);
   for (const char* row : rows) {
     SCOPED_TRACE(row);
-    this->scene.events.logged.clear();
+    this->scene.events.lines.clear();
     this->scene.write(this->fileOf(made), row);
     typename TestFixture::Manager later;
     this->scene.enter(later);
     EXPECT_FALSE(later.holds(made));
-    EXPECT_TRUE(this->scene.events.loggedThat(this->fileOf(made))) << this->scene.events.logged;
+    EXPECT_TRUE(this->scene.events.loggedThat(this->fileOf(made)))
+        << ::testing::PrintToString(this->scene.events.lines);
     EXPECT_EQ(this->scene.read(this->fileOf(made)), row);
   }
 }
@@ -365,7 +366,7 @@ TEST(ContainerFiles, OfMediaBinsAreBins) {
   scene.enter(bins);
   EXPECT_TRUE(bins.holds(cookie("M0001")));
   EXPECT_EQ(bins.state().elements().size(), 1u);
-  EXPECT_EQ(scene.events.logged, "");
+  EXPECT_TRUE(scene.events.lines.empty());
 }
 
 }  // namespace

@@ -60,7 +60,8 @@ TEST_F(FiltersTest, ABrokenFileLeavesTheFilterAsItWasShown) {
   filters.reInit();
   ASSERT_TRUE(filters.find(made));
   EXPECT_EQ(filters.find(made)->record["filter"].asString(), "uses=0");
-  EXPECT_TRUE(scene.events.loggedThat(scene.fileOf(text(made)))) << scene.events.logged;
+  EXPECT_TRUE(scene.events.loggedThat(scene.fileOf(text(made))))
+      << ::testing::PrintToString(scene.events.lines);
 }
 
 TEST_F(FiltersTest, AFolderThatCannotBeReadLeavesAllFiltersAsTheyWere) {
@@ -68,7 +69,8 @@ TEST_F(FiltersTest, AFolderThatCannotBeReadLeavesAllFiltersAsTheyWere) {
   std::filesystem::rename(scene.project.folder, scene.scratch / "away");
   filters.reInit();
   EXPECT_TRUE(filters.holds(made));
-  EXPECT_TRUE(scene.events.loggedThat(scene.project.folder)) << scene.events.logged;
+  EXPECT_TRUE(scene.events.loggedThat(scene.project.folder))
+      << ::testing::PrintToString(scene.events.lines);
 }
 
 TEST_F(FiltersTest, TheMetadataFileIsTheRecordInTheOpenProject) {

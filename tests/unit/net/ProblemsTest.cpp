@@ -4,7 +4,7 @@
 
 #include "station/net/AcceptedNetworks.h"
 #include "station/net/LossReport.h"
-#include "tests/unit/net/RecordedEvents.h"
+#include "tests/support/RecordedEvents.h"
 
 namespace {
 
