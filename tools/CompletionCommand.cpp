@@ -29,6 +29,7 @@ std::string wordsOf(const CLI::App& command) {
   for (const auto* const option : command.get_options()) {
     if (!option->get_lnames().empty()) words.push_back("--" + option->get_lnames().front());
   }
+  if (command.get_name() == "help") words.push_back(commandNames(*command.get_parent()));
   if (command.get_name() == "completion") words.insert(words.end(), {"bash", "zsh"});
   if (command.get_name() == "send") {
     for (auto& name : messageTypeNames()) words.push_back(std::move(name));

@@ -195,17 +195,22 @@ void addSendCommand(CLI::App& tool, ToolStatus& status) {
   const auto request = std::make_shared<Request>();
   request->source = loginName();
   command->add_option("TYPE", request->type, "A number, or a name like edit-saved")->required();
-  command->add_option("--project", request->project, "The sender's open project, a cookie");
-  command->add_option("--cookie", request->cookie, "The object concerned");
-  command->add_option("--target", request->target, "The user (or <All>) or machine it is for");
+  command->add_option("--project", request->project, "The sender's open project")
+      ->type_name("COOKIE");
+  command->add_option("--cookie", request->cookie, "The object concerned")->type_name("COOKIE");
+  command->add_option("--target", request->target, "The user (or <All>) or machine it is for")
+      ->type_name("USER");
   command->add_option("--data", request->data,
                       "The text: permissions, path, words, command, change or container value");
-  command->add_option("--source", request->source, "The sender's name; the login name by default");
+  command->add_option("--source", request->source, "The sender's name; the login name by default")
+      ->type_name("USER");
   command->add_option("--port", request->port, "The stations' UDP port")
       ->check(CLI::Range(1, 65535))
+      ->type_name("N")
       ->capture_default_str();
   command->add_option("--send-to", request->sendTo, "IPv4 addresses; all networks by default")
       ->delimiter(',')
+      ->type_name("ADDR[,ADDR]")
       ->allow_extra_args(false);
   command->callback([=, &status] { status = send(*request); });
 }

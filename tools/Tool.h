@@ -32,8 +32,12 @@ void printForPeople(const JsonValue& value);
 /// A time as "2026-05-31T12:00:00Z".
 std::string textOfTime(std::int64_t secondsSince1970);
 
+/// The command of this name; else says which may have been meant, and null.
+const CLI::App* commandNamed(const CLI::App& tool, const std::string& word);
+
 // Each adds its command; what it is called with stays valid as long as the program, and its result
 // is left in `status`.
+void addHelpCommand(CLI::App& tool, ToolStatus& status);
 void addDecodeCommand(CLI::App& tool, ToolStatus& status);
 void addSendCommand(CLI::App& tool, ToolStatus& status);
 void addCompletionCommand(CLI::App& tool, ToolStatus& status);

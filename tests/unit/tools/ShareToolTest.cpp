@@ -140,9 +140,9 @@ struct UsageRow {
 
 TEST(ShareTool, ExplainsWhatMakesNoSense) {
   const UsageRow rows[] = {
-      {{}, "subcommand is required"},
+      {{}, "kv-share: a command is required; see kv-share help"},
       {{"dcode"}, "there is no command \"dcode\"; did you mean decode?"},
-      {{"send"}, "TYPE is required"},
+      {{"send"}, "kv-share: TYPE is required; see kv-share help send"},
       {{"send", "edit-savd"}, "no message type \"edit-savd\"; did you mean edit-saved?"},
       {{"send", "xyzzy"}, "no message type \"xyzzy\"; types are"},
       {{"send", "2"}, "EditSaved needs --cookie"},
@@ -150,14 +150,31 @@ TEST(ShareTool, ExplainsWhatMakesNoSense) {
       {{"send", "8"}, "AddMaterial needs --data"},
       {{"send", "2", "--cookie", "nonsense"}, "\"nonsense\" is no cookie"},
       {{"send", "2", "--cookie", "E1234", "--send-to", "nowhere"}, "which is no IPv4 address"},
-      {{"send", "2", "--cookie", "E1234", "--port", "0"}, "--port"},
+      {{"send", "2", "--cookie", "E1234", "--port", "0"}, "kv-share: --port"},
       {{"completion", "fish"}, "fish not in"},
+      {{"help", "dcode"}, "did you mean decode?"},
   };
   for (const auto& row : rows) {
     const ToolRun run = runTool(row.words);
     EXPECT_EQ(run.status, 2) << row.said;
     EXPECT_NE((run.err + run.out).find(row.said), std::string::npos) << row.said << "\n" << run.err;
   }
+}
+
+TEST(ShareTool, HelpShowsACommandAsItsOwnOptionDoes) {
+  const ToolRun run = runTool({"help", "send"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, runTool({"send", "--help"}).out);
+  EXPECT_NE(run.out.find("--port N"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("(27015 unless given)"), std::string::npos) << run.out;
+  EXPECT_EQ(run.out.find(" ...\n"), std::string::npos) << run.out;
+  EXPECT_NE(runTool({"help"}).out.find("  decode "), std::string::npos);
+}
+
+TEST(ShareTool, TellsItsVersionAsTheStationDoes) {
+  const ToolRun run = runTool({"--version"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, "kv-share " KV_VERSION " (Project Share)\n");
 }
 
 TEST(ShareTool, SaysThatATextIsTooLargeForADatagram) {

@@ -1,0 +1,64 @@
+#include <gtest/gtest.h>
+
+#include "tests/doc/JsonShape.h"
+#include "tests/unit/tools/ToolRun.h"
+
+// Compares what kv-share writes with docs/kv-share-json.md.
+
+namespace {
+
+/// A projects directory with a private project, a room, users, and a name that is not UTF-8.
+class ShareJsonPage : public testing::Test {
+ protected:
+  ShareJsonPage() {
+    put("P0001/project.json", R"({"name":"Film","private":true})");
+    put("P0001/Lock", "");
+    put("P0001/Lock.inf", "ann\xFF");
+    put("P0001/rooms/Grading.json", R"({"name":"Grading"})");
+    put("userlist.dat", "ann\nbob\n");
+    put("ann.cli", "");
+  }
+
+  void put(const std::string& name, const std::string& bytes) const {
+    static_cast<void>(folder_.write(name, bytes));
+  }
+
+  TestFolder folder_;
+};
+
+TEST_F(ShareJsonPage, DecodeWritesWhatItSays) {
+  const JsonShape shape = JsonShape::ofSection("decode");
+  ASSERT_FALSE(shape.isEmpty());
+  for (const char* const text : {"d\xAC"
+                                 "2\xACP0001\xAC"
+                                 "E0001\xAC",
+                                 "d\xAC"
+                                 "8\xAC\xAC\xFF\xAC",
+                                 "x"}) {
+    EXPECT_EQ(shape.differences(runTool({"decode"}, text).out), "") << text;
+  }
+}
+
+TEST_F(ShareJsonPage, LocksWritesWhatItSays) {
+  const ToolRun run = runTool({"locks", folder_.path(), "--json"});
+  EXPECT_EQ(JsonShape::ofSection("locks").differences(run.out), "") << run.out;
+  EXPECT_NE(run.out.find("\"by_hex\""), std::string::npos) << run.out;
+}
+
+TEST_F(ShareJsonPage, UsersWritesWhatItSays) {
+  const ToolRun run = runTool({"users", folder_.path(), "--json"});
+  EXPECT_EQ(JsonShape::ofSection("users").differences(run.out), "") << run.out;
+  EXPECT_NE(run.out.find("\"age\""), std::string::npos) << run.out;
+}
+
+TEST(JsonShape, TellsWhatIsMissingOfAnotherKindOrNotDocumented) {
+  const JsonShape shape = JsonShape::ofSection("users");
+  ASSERT_FALSE(shape.isEmpty());
+  EXPECT_EQ(shape.differences(R"({"users":["A"],"active":[{"user":"A","since":"","age":1}]})"), "");
+  EXPECT_EQ(shape.differences(R"({"users":[]})"), "active is not there\n");
+  EXPECT_EQ(shape.differences(R"({"users":1,"active":[]})"), "users is number\n");
+  EXPECT_EQ(shape.differences(R"({"users":[],"active":[{"x":1}]})"),
+            "active[].x (number) is not documented\n");
+}
+
+}  // namespace
