@@ -3,12 +3,15 @@
 # kv_setup build      what building needs
 # kv_setup test       and what the tests need
 # kv_setup bench      and what the benchmarks need, beside what the tests do
+# kv_setup lab        and what the lab's machines and file systems need, beside what the tests do; no service is started
 #
 # Says what it installs, asks nothing, and does nothing where all is there.
 
 KV_BUILD_PACKAGES="g++ cmake ninja-build pkg-config uuid-dev libicu-dev libcli11-dev libedit-dev qt6-base-dev fonts-dejavu-core"
 KV_TEST_PACKAGES="libgtest-dev xvfb xauth clang libclang-rt-14-dev clang-format binutils iproute2 util-linux"
 KV_BENCH_PACKAGES="libbenchmark-dev"
+KV_LAB_PACKAGES="user-mode-linux kmod socat e2fsprogs nfs-kernel-server nfs-common rpcbind samba cifs-utils glusterfs-server
+ glusterfs-client"
 
 kv_missing() {
   local package
@@ -17,10 +20,22 @@ kv_missing() {
   done
 }
 
+# Runs a command while packages' installation starts no service.
+kv_starting_nothing() {
+  local policy=/usr/sbin/policy-rc.d status=0
+  if [ -e "$policy" ]; then "$@"; return; fi
+  printf '#!/bin/sh\nexit 101\n' | $as_root tee "$policy" >/dev/null
+  $as_root chmod 755 "$policy"
+  "$@" || status=$?
+  $as_root rm -f "$policy"
+  return $status
+}
+
 kv_setup() {
   local wanted=$KV_BUILD_PACKAGES missing as_root=
-  if [ "$1" = test ] || [ "$1" = bench ]; then wanted="$wanted $KV_TEST_PACKAGES"; fi
+  if [ "$1" != build ]; then wanted="$wanted $KV_TEST_PACKAGES"; fi
   if [ "$1" = bench ]; then wanted="$wanted $KV_BENCH_PACKAGES"; fi
+  if [ "$1" = lab ]; then wanted="$wanted $KV_LAB_PACKAGES"; fi
   if ! command -v dpkg-query >/dev/null; then
     echo "setup: this is no Debian system; please install by hand what these packages hold: $wanted" >&2
     return 0
@@ -40,7 +55,7 @@ kv_setup() {
   local log
   log=$(mktemp)
   if ! $as_root apt-get update >"$log" 2>&1 ||
-     ! $as_root apt-get install -y --no-install-recommends $missing >>"$log" 2>&1; then
+     ! kv_starting_nothing $as_root apt-get install -y --no-install-recommends $missing >>"$log" 2>&1; then
     tail -n 20 "$log" >&2
     echo "setup: the packages could not be installed (above); install them by hand and try again" >&2
     rm -f "$log"
