@@ -26,9 +26,9 @@ struct Pipe {
 };
 
 std::vector<std::string> commandLine(const StationProcess::Options& options) {
-  std::vector<std::string> words{options.program, "--projects", options.projects,
-                                 "--script",      "-",          "--keep-going",
-                                 "--events",      "-"};
+  std::vector<std::string> words = options.prefix;
+  words.insert(words.end(),
+               {options.program, "--projects", options.projects, "--script", "-", "--keep-going"});
   const auto add = [&words](const std::string& option, const std::string& value) {
     words.push_back(option);
     words.push_back(value);
@@ -41,7 +41,7 @@ std::vector<std::string> commandLine(const StationProcess::Options& options) {
     return std::find(options.more.begin(), options.more.end(), option) != options.more.end();
   };
   if (!isGiven("--events")) add("--events", "-");
-  if (!isGiven("--send-to")) add("--send-to", "127.255.255.255");
+  if (!options.sendTo.empty() && !isGiven("--send-to")) add("--send-to", options.sendTo);
   words.insert(words.end(), options.more.begin(), options.more.end());
   return words;
 }
@@ -55,7 +55,7 @@ std::vector<std::string> commandLine(const StationProcess::Options& options) {
   arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
-  ::execv(arguments[0], arguments.data());
+  ::execvp(arguments[0], arguments.data());
   ::_exit(127);
 }
 

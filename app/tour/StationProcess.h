@@ -32,9 +32,15 @@ class StationProcess {
     int port = 0;
     /// Further options, as they would be typed. With "--events" among them no event is seen here.
     std::vector<std::string> more;
+    /// Words before the program's path: a command that becomes the program it is given, in another
+    /// place ("nsenter --net=FILE").
+    std::vector<std::string> prefix = {};
+    /// Where datagrams go; empty leaves that to the station.
+    std::string sendTo = "127.255.255.255";
   };
 
-  /// Starts the program; its datagrams stay on this machine. Does not wait.
+  /// Starts the program; its datagrams stay on this machine unless the options say otherwise. Does
+  /// not wait.
   explicit StationProcess(Options options);
   StationProcess(const StationProcess&) = delete;
   StationProcess& operator=(const StationProcess&) = delete;

@@ -52,7 +52,7 @@ ProgramRun runProgram(const std::vector<std::string>& words, const std::string& 
     redirect(folder / "input", O_RDONLY, STDIN_FILENO);
     redirect(folder / "output", O_WRONLY | O_CREAT, STDOUT_FILENO);
     redirect(folder / "errors", O_WRONLY | O_CREAT, STDERR_FILENO);
-    ::execv(arguments[0], arguments.data());
+    ::execvp(arguments[0], arguments.data());
     ::_exit(127);
   }
   ProgramRun run;

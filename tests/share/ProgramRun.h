@@ -10,6 +10,6 @@ struct ProgramRun {
   std::string errors;
 };
 
-/// Runs a program with these words, gives it `input`, and waits for its end, a minute at most (then
-/// it is killed).
+/// Runs a program (a path, or a name to be found where programs are) with these words, gives it
+/// `input`, and waits for its end, a minute at most (then it is killed).
 ProgramRun runProgram(const std::vector<std::string>& words, const std::string& input = {});

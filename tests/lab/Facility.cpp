@@ -1,0 +1,176 @@
+#include "tests/lab/Facility.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+#include <utility>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr auto kPause = std::chrono::milliseconds(50);
+
+/// A machine number that no station of the lab has.
+constexpr const char* kNobody = "1";
+
+void add(std::map<std::string, int>& sum, const std::map<std::string, int>& counts) {
+  for (const auto& [message, count] : counts) sum[message] += count;
+}
+
+/// What stands otherwise in two tallies.
+std::string compared(const std::map<std::string, int>& due, const std::map<std::string, int>& came,
+                     const std::string& host) {
+  std::map<std::string, int> over = came;
+  for (const auto& [message, count] : due) over[message] -= count;
+  std::string told;
+  for (const auto& [message, count] : over) {
+    if (count != 0)
+      told += host + " has " + std::to_string(count) + " too many of " + message + "\n";
+  }
+  return told;
+}
+
+}  // namespace
+
+Facility::Facility() {
+  std::filesystem::create_directory(folder_ / "projects");
+  ::setenv("XDG_CONFIG_HOME", (folder_ / "config").c_str(), 1);  // none of this user's
+}
+
+Network& Facility::network() {
+  const std::string number = std::to_string(networks_.size() + 1);
+  networks_.push_back({"switch" + number, "10.77." + number + "."});
+  const std::string& bridge = networks_.back().bridge;
+  switches_.ip("link add " + bridge + " type bridge forward_delay 0 mcast_snooping 0\nlink set " +
+               bridge + " up");
+  return networks_.back();
+}
+
+Workstation& Facility::workstation(const std::string& host,
+                                   std::initializer_list<Network*> networks) {
+  Workstation::Setup setup;
+  setup.host = host;
+  return workstation(std::move(setup), networks);
+}
+
+Workstation& Facility::workstation(Workstation::Setup setup,
+                                   std::initializer_list<Network*> networks) {
+  setup.projects = folder_ / "projects";
+  machines_.push_back(std::make_unique<Workstation>(std::move(setup)));
+  for (Network* network : networks) plug(*machines_.back(), *network);
+  return *machines_.back();
+}
+
+void Facility::open() {
+  for (const auto& machine : machines_) machine->switchOn();
+  for (const auto& machine : machines_) machine->waitUntilReady();
+  const std::string cookie = machines_.front()->run("project create Film").asString();
+  projectFolder_ = folder_ / ("projects/" + cookie);
+  for (const auto& machine : machines_) machine->run("project enter Film");
+}
+
+std::vector<Workstation*> Facility::running() const {
+  std::vector<Workstation*> found;
+  for (const auto& machine : machines_) {
+    if (machine->isOn()) found.push_back(machine.get());
+  }
+  return found;
+}
+
+std::string Facility::difference(std::chrono::seconds limit) {
+  const auto deadline = Clock::now() + limit;
+  std::string told = differenceNow();
+  while (!told.empty() && Clock::now() < deadline) {
+    std::this_thread::sleep_for(kPause);
+    told = differenceNow();
+  }
+  return told.empty() ? differenceFromFolder() : told;
+}
+
+std::string Facility::differenceNow() {
+  const std::vector<Workstation*> machines = running();
+  const ProjectView first = machines.front()->view();
+  std::string told;
+  for (Workstation* const machine : machines) {
+    const std::string difference = first.differenceFrom(machine->view());
+    if (difference.empty()) continue;
+    told += machines.front()->host() + " (-) and " + machine->host() + " (+):\n" + difference;
+  }
+  return told;
+}
+
+std::string Facility::differenceFromFolder() {
+  Workstation reader({folder_ / "projects", "READER", {}, {}});
+  reader.switchOn();
+  reader.enter("Film");
+  const JsonValue edits = reader.run("edit list");
+  for (const JsonValue& edit : edits.elements()) {
+    reader.run("edit open " + edit["cookie"].asString());
+  }
+  const ProjectView read = reader.view();
+  std::string told;
+  for (Workstation* const machine : running()) {
+    const std::string difference = read.differenceFrom(machine->view());
+    if (!difference.empty())
+      told += "the folder (-) and " + machine->host() + " (+):\n" + difference;
+  }
+  if (read.filed() != cookiesInFolder(projectFolder_)) told += "the folder holds other files\n";
+  return told;
+}
+
+void Facility::reenter() {
+  for (Workstation* const machine : running()) {
+    machine->run("project leave");
+    machine->run("project enter Film");
+  }
+}
+
+std::string Facility::notOnce() {
+  sendMarkers();
+  std::string told;
+  for (const Workstation* const receiver : running()) {
+    std::map<std::string, int> due;
+    for (const Workstation* const sender : running()) {
+      if (sender != receiver) add(due, sender->messages("sent"));
+    }
+    told += compared(due, receiver->messages("received"), receiver->host());
+  }
+  return told;
+}
+
+// Datagrams of one sender arrive in order: what a marker does not overtake is there when it is.
+void Facility::sendMarkers() {
+  const std::string words = "marker" + std::to_string(++markers_);
+  for (Workstation* const machine : running()) {
+    machine->run(std::string("request ") + kNobody + " " + words);
+  }
+  for (Workstation* const machine : running()) {
+    for (std::size_t others = running().size() - 1; others > 0; --others) {
+      EXPECT_TRUE(machine->station().waitFor("received", {{"data", words}}))
+          << machine->host() << " heard " << others << " stations less than there are";
+    }
+  }
+}
+
+std::size_t Facility::sentCount() const {
+  std::size_t count = 0;
+  for (const Workstation* const machine : running()) {
+    count += machine->station().events("sent").size();
+  }
+  return count;
+}
+
+LineCounts Facility::counts() const {
+  LineCounts sum;
+  for (const auto& machine : machines_) {
+    for (const auto& cable : machine->cables()) {
+      const LineCounts counts = cable->counts();
+      sum.passed += counts.passed;
+      sum.lost += counts.lost;
+      sum.doubled += counts.doubled;
+      sum.late += counts.late;
+    }
+  }
+  return sum;
+}

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/tour/StationProcess.h"
+#include "tests/lab/Cable.h"
+#include "tests/lab/ProjectView.h"
+#include "tests/lab/Space.h"
+
+/// A machine of the facility, on which a station can be switched on.
+class Workstation {
+ public:
+  struct Setup {
+    std::string projects;  ///< the shared projects directory, as this machine reaches it
+    std::string host;
+    std::string user;               ///< empty: called like the host
+    std::vector<std::string> more;  ///< further options of its station
+  };
+
+  explicit Workstation(Setup setup);
+
+  /// Joins it to a network by its next interface: eth0, eth1 and so on.
+  Cable& plugInto(const Space& switches, Network& network);
+
+  /// Lets datagrams that no interface's network takes go by eth0, as an office's router would.
+  void routeEverywhere();
+
+  /// Starts its station; does not wait.
+  void switchOn();
+
+  void waitUntilReady();
+
+  /// Waits until the station is up, and opens a project.
+  void enter(const std::string& project);
+
+  /// Ends the station at once, as a power failure would.
+  void cutPower();
+
+  /// Gives a command that must succeed; its result.
+  JsonValue run(const std::string& line);
+
+  /// A media file that no other machine has, made now.
+  std::string mediaFile();
+
+  /// What it shows of the open project.
+  ProjectView view();
+
+  /// How often each message came since it was switched on, by its bytes in hex.
+  [[nodiscard]] std::map<std::string, int> messages(const std::string& event) const;
+
+  [[nodiscard]] StationProcess& station() { return *station_; }
+  [[nodiscard]] const StationProcess& station() const { return *station_; }
+  [[nodiscard]] bool isOn() const { return isOn_; }
+  [[nodiscard]] const std::string& host() const { return setup_.host; }
+  [[nodiscard]] const Space& space() const { return *space_; }
+  [[nodiscard]] Cable& cable(std::size_t index = 0) { return *cables_[index]; }
+  [[nodiscard]] const std::vector<std::unique_ptr<Cable>>& cables() const { return cables_; }
+
+ private:
+  Setup setup_;
+  std::unique_ptr<Space> space_;
+  std::vector<std::unique_ptr<Cable>> cables_;
+  int mediaFiles_ = 0;
+  std::unique_ptr<StationProcess> station_;
+  bool isOn_ = false;
+};
