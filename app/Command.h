@@ -29,6 +29,10 @@ struct Command {
   /// console's own, as what waits for something does.
   enum class Place { eHostThread, eConsoleThread };
   Place place = Place::eHostThread;
+
+  /// The result in words for people, where the rendered JSON says too little or too much; without
+  /// it the result is rendered. Runs where `run` does, after it succeeded.
+  std::function<std::string(const Arguments&, const JsonValue& result)> show = {};
 };
 
 /// All console commands by name.

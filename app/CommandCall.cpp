@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "app/CommandLine.h"
+#include "app/Rendering.h"
 
 namespace {
 
@@ -58,4 +59,9 @@ Result<JsonValue> runCall(const CommandCall& call) {
                  "\"" + call.command->name + "\" failed unexpectedly: " + problem.what() + ".",
                  {}};
   }
+}
+
+std::string shownResult(const CommandCall& call, const JsonValue& result) {
+  const auto& show = call.command->show;
+  return show ? show(call.arguments, result) : renderForPeople(result);
 }

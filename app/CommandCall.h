@@ -21,3 +21,6 @@ CommandCall readCall(const CommandTable& commands, const std::string& line);
 /// Runs a call without a problem, in the place that its command asks for. What the command throws
 /// is a failure like any other.
 Result<JsonValue> runCall(const CommandCall& call);
+
+/// What people are shown of the result of a call that succeeded; in the same place as runCall.
+std::string shownResult(const CommandCall& call, const JsonValue& result);

@@ -3,13 +3,12 @@
 #include <utility>
 
 #include "app/CommandCall.h"
-#include "app/Rendering.h"
 #include "station/base/Activity.h"
 
 /// A command on its way through the host thread; the console may stop waiting for it.
 struct Console::Pending {
   bool isDone = false;
-  Result<JsonValue> result = JsonValue();
+  Answer answer;
 };
 
 int Console::run(iLineReader& reader) {
@@ -25,42 +24,48 @@ int Console::run(iLineReader& reader) {
 bool Console::runLine(const std::string& line, const iLineReader& reader) {
   const CommandCall call = readCall(with_.commands, line);
   if (call.isEmpty()) return true;
-  Result<JsonValue> result = JsonValue();
+  Answer answer;
   if (call.problem) {
-    result = *call.problem;
-    reply(with_.events, line, call, result);
+    answer.result = *call.problem;
+    reply(with_.events, line, call, answer.result);
   } else if (call.command->place == Command::Place::eConsoleThread) {
-    result = runCall(call);
-    reply(with_.events, line, call, result);
+    answer = answerTo(call);
+    reply(with_.events, line, call, answer.result);
   } else {
-    result = runOnHostThread(line, call);
+    answer = runOnHostThread(line, call);
   }
   if (with_.waiter.isEnding()) return true;
-  if (result) {
-    with_.text.answer(renderForPeople(*result));
+  if (answer.result) {
+    with_.text.answer(answer.text);
   } else {
-    with_.text.problem(reader.place() + result.error().message);
+    with_.text.problem(reader.place() + answer.result.error().message);
   }
-  return static_cast<bool>(result);
+  return static_cast<bool>(answer.result);
+}
+
+Console::Answer Console::answerTo(const CommandCall& call) {
+  Answer answer{runCall(call), {}};
+  if (answer.result) answer.text = shownResult(call, *answer.result);
+  return answer;
 }
 
 // The reply is given on the host thread, right after what the command caused, and also when nobody
 // waits for it any more: the console may be gone by then, so the task keeps what it needs.
-Result<JsonValue> Console::runOnHostThread(const std::string& line, const CommandCall& call) {
+Console::Answer Console::runOnHostThread(const std::string& line, const CommandCall& call) {
   const auto pending = std::make_shared<Pending>();
   with_.hostThread.post([with = with_, pending, line, call] {
     const ActivityScope activity("the command \"" + line + "\"");
-    auto result = runCall(call);
-    reply(with.events, line, call, result);
+    Answer answer = answerTo(call);
+    reply(with.events, line, call, answer.result);
     with.waiter.change([&] {
-      pending->result = std::move(result);
+      pending->answer = std::move(answer);
       pending->isDone = true;
     });
   });
   const bool isDone =
       with_.waiter.await(Waiter::Clock::time_point::max(), [&pending] { return pending->isDone; });
-  if (isDone) return std::move(pending->result);
-  return Error{ErrorCode::eSystem, "The station ends before the command did.", {}};
+  if (isDone) return std::move(pending->answer);
+  return {Error{ErrorCode::eSystem, "The station ends before the command did.", {}}, {}};
 }
 
 void Console::reply(EventWriter& events, const std::string& line, const CommandCall& call,

@@ -35,8 +35,15 @@ class Console {
  private:
   struct Pending;
 
+  /// What a command gave, and that in words for people.
+  struct Answer {
+    Result<JsonValue> result = JsonValue();
+    std::string text;
+  };
+
   bool runLine(const std::string& line, const iLineReader& reader);
-  Result<JsonValue> runOnHostThread(const std::string& line, const CommandCall& call);
+  Answer runOnHostThread(const std::string& line, const CommandCall& call);
+  static Answer answerTo(const CommandCall& call);
   static void reply(EventWriter& events, const std::string& line, const CommandCall& call,
                     const Result<JsonValue>& result);
 

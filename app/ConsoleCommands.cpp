@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "app/EventWriter.h"
+#include "app/Rendering.h"
 #include "station/base/Notifications.h"
 #include "station/project/Projects.h"
 
@@ -139,7 +140,8 @@ Result<JsonValue> listNotifications() {
 void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
   const auto here = Command::Place::eConsoleThread;
   table.add({"help", "[COMMAND]", "Lists the commands, or those that begin like this.", 0, 4,
-             [&table](const Arguments& words) { return help(table, words); }, here});
+             [&table](const Arguments& words) { return help(table, words); }, here,
+             [](const Arguments&, const JsonValue& rows) { return renderWrapped(rows); }});
   table.add({"state", "", "Shows everything that this station shows of the open project.", 0, 0,
              [](const Arguments&) -> Result<JsonValue> { return Projects::instance().state(); }});
   table.add({"notifications", "",
@@ -152,7 +154,9 @@ void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
   table.add({"sleep", "S", "Waits for S seconds.", 1, 1,
              [services](const Arguments& words) { return sleepFor(words, services.waiter); },
              here});
-  table.add({"quit", "", "Leaves room and project, and ends the station.", 0, 0,
+  table.add({"quit", "",
+             "Leaves room and project, and ends the station; so do Ctrl-C and Ctrl-D, at once.", 0,
+             0,
              [services](const Arguments&) -> Result<JsonValue> {
                services.waiter.end();
                return JsonValue();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <sstream>
 #include <string_view>
 #include <vector>
 
@@ -11,6 +12,10 @@ namespace {
 
 constexpr const char* kGap = "  ";
 constexpr const char* kNothing = "(none)";
+
+// Of a wrapped table of 80 columns.
+constexpr std::size_t kFirstColumn = 28;
+constexpr std::size_t kSecondColumn = 80 - kFirstColumn;
 
 /// How many columns of a terminal the text takes.
 std::size_t width(const std::string& text) {
@@ -146,7 +151,40 @@ std::string keysAndValues(const JsonValue& object) {
   return text;
 }
 
+std::vector<std::string> wrapped(const std::string& text, std::size_t columns) {
+  std::vector<std::string> lines(1);
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    if (!lines.back().empty() && width(lines.back()) + 1 + width(word) > columns)
+      lines.push_back({});
+    lines.back() += (lines.back().empty() ? "" : " ") + word;
+  }
+  return lines;
+}
+
+std::string wrappedRow(const std::string& first, const std::string& second) {
+  const std::size_t taken = width(first) + std::string_view(kGap).size();
+  std::string margin(taken > kFirstColumn ? 0 : kFirstColumn - width(first), ' ');
+  if (taken > kFirstColumn) margin = "\n" + std::string(kFirstColumn, ' ');
+  std::string row = first;
+  for (const std::string& line : wrapped(second, kSecondColumn)) {
+    row += margin + line;
+    margin = "\n" + std::string(kFirstColumn, ' ');
+  }
+  return row;
+}
+
 }  // namespace
+
+std::string renderWrapped(const JsonValue& rows) {
+  std::string text;
+  for (const JsonValue& row : rows.elements()) {
+    if (row.members().size() < 2) continue;
+    text += (text.empty() ? "" : "\n") +
+            wrappedRow(cell(row.members()[0].second), cell(row.members()[1].second));
+  }
+  return text;
+}
 
 std::string renderForPeople(const JsonValue& value) {
   if (value.isString()) return shownLines(value.asString());

@@ -9,3 +9,7 @@
 /// out; any other array one element a line. Empty for null. Control characters become "?", except
 /// the line ends of a text.
 std::string renderForPeople(const JsonValue& value);
+
+/// An array of objects of two texts each as two columns of 80 in all: the first as it stands, the
+/// second wrapped between words, beginning on a line of its own where the first is long.
+std::string renderWrapped(const JsonValue& rows);

@@ -185,7 +185,8 @@ void StationProgram::useStation() {
   if (reader_ && reader_->isInteractive()) {
     text_.answer(with.user + " on " + with.host + " (machine " + std::to_string(with.machine) +
                  "), " + station_->pluginName() + " " + station_->pluginVersion() + ", port " +
-                 std::to_string(port()) + ". \"help\" lists the commands, \"quit\" ends.");
+                 std::to_string(port()) +
+                 ". \"help\" lists the commands; Ctrl-C or \"quit\" ends.");
   }
   tellOfNames();
   std::thread console([this] {

@@ -54,6 +54,7 @@ void takeLocksOf(const Cookie& project, const std::function<void(const LockEntry
   const auto record = readProjectRecord(project);
   lock.project = record ? record->name : cookie;
   lock.path = cookie + "/Lock";
+  lock.isShared = record && !record->isPrivate;
   lookAgain(lock);
   take(lock);
   for (const std::string& room : roomsOf(projectFolder(project))) {

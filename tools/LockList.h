@@ -10,9 +10,10 @@
 
 /// A project's or room's lock, as a look at it shows.
 struct LockEntry {
-  std::string path;     ///< of the lock file, from the projects directory: "P0001/Lock"
-  std::string project;  ///< the project's name; its cookie where the name cannot be read
-  std::string room;     ///< the room's name; empty for the project's own lock
+  std::string path;       ///< of the lock file, from the projects directory: "P0001/Lock"
+  std::string project;    ///< the project's name; its cookie where the name cannot be read
+  std::string room;       ///< the room's name; empty for the project's own lock
+  bool isShared = false;  ///< whether it is a shared project's own, which nobody ever takes
   LockState state = LockState::eFree;
   std::string holder;      ///< bytes of the information file; empty where it cannot be read
   std::int64_t since = 0;  ///< when it was taken, in seconds since 1970; 0 for a free one

@@ -21,11 +21,16 @@ std::string holderColumn(const LockEntry& lock) {
   return lock.state == LockState::eHeld ? "(name not readable yet)" : "";
 }
 
+/// For people: "free" would say that nobody is in a shared project, which no lock tells.
+std::string stateColumn(const LockEntry& lock) {
+  return lock.isShared && lock.state == LockState::eFree ? "open to all" : stateName(lock.state);
+}
+
 JsonValue rowOf(const LockEntry& lock) {
   return JsonValue::object({{"lock", lock.path},
                             {"project", lock.project},
                             {"room", lock.room},
-                            {"state", stateName(lock.state)},
+                            {"state", stateColumn(lock)},
                             {"by", holderColumn(lock)},
                             {"since", timeText(lock)}});
 }

@@ -99,6 +99,16 @@ JsonValue tableOf(const std::vector<std::string>& users, std::vector<Marker> mar
   return table;
 }
 
+void showTable(const std::string& directory) {
+  const JsonValue table = tableOf(listedUsers(), activeUsers());
+  if (table.elements().empty()) {
+    printForPeople("no users: " + directory +
+                   " has no userlist.dat with names, and no marker (*.cli)");
+  } else {
+    printForPeople(table);
+  }
+}
+
 ToolStatus showUsers(const Request& request) {
   const ToolHost host(directoryOf(request.directory));
   if (auto usable = host.checkDirectory(); !usable) {
@@ -107,7 +117,7 @@ ToolStatus showUsers(const Request& request) {
   if (request.asJson) {
     printJson(report(listedUsers(), activeUsers()));
   } else {
-    printForPeople(tableOf(listedUsers(), activeUsers()));
+    showTable(directoryOf(request.directory));
   }
   return eToolDone;
 }

@@ -43,6 +43,12 @@ Result<JsonValue> import(const Arguments& arguments) {
   return answer(EditActions::import(arguments[0]));
 }
 
+/// The file has the name, so the user may not know it.
+std::string cookieAndName(const Arguments&, const JsonValue& made) {
+  const Cookie cookie(made.asString().c_str(), false);
+  return made.asString() + "  " + shownText(Edits::instance()->nameOf(cookie));
+}
+
 Result<JsonValue> list(const Arguments&) {
   if (auto open = Projects::instance().requireOpen(); !open) return open.error();
   return Edits::instance()->list();
@@ -71,7 +77,7 @@ void addMaking(CommandTable& table) {
       {"log create", "NAME", "Makes an empty log (shot) and shows its cookie.", 1, 1, createLog});
   table.add({"edit import", "FILE",
              "Takes an OpenTimelineIO file (.otio) into the project as an edit of yours.", 1, 1,
-             import});
+             import, Command::Place::eHostThread, cookieAndName});
   table.add({"edit export", "E FILE",
              "Writes an edit or log, unsaved changes included, as OpenTimelineIO.", 2, 2,
              onEdit([](const Cookie& cookie, const Arguments& arguments) {

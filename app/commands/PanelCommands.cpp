@@ -2,6 +2,8 @@
 
 #include <functional>
 
+#include "host/base/Log.h"
+#include "station/project/ObjectNames.h"
 #include "station/ui/PanelHands.h"
 
 namespace {
@@ -30,7 +32,16 @@ Result<JsonValue> chooseRecipient(const Arguments& words) {
   return withPanel([&](PanelHands& hands) { return nothingOr(hands.chooseRecipient(words[0])); });
 }
 
+/// The text goes out as it is, which stations rely on; whoever writes it knows.
+void warnOfCut(const std::string& text) {
+  if (travelsWhole(text)) return;
+  LogBoth(
+      "Your message holds a character that messages cannot carry, such as \"\u20AC\" or "
+      "\"\u00AC\": others see it cut there. Write it without.\n");
+}
+
 Result<JsonValue> type(const Arguments& words) {
+  warnOfCut(words[0]);
   return withPanel([&](PanelHands& hands) { return nothingOr(hands.type(words[0])); });
 }
 
@@ -39,6 +50,7 @@ Result<JsonValue> pressReturn(const Arguments&) {
 }
 
 Result<JsonValue> say(const Arguments& words) {
+  warnOfCut(words[1]);
   return withPanel([&](PanelHands& hands) { return nothingOr(hands.say(words[0], words[1])); });
 }
 

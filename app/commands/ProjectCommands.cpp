@@ -1,11 +1,24 @@
 #include "app/commands/ProjectCommands.h"
 
+#include "app/Rendering.h"
+#include "host/base/Log.h"
 #include "station/base/Strings.h"
 #include "station/project/Projects.h"
 
 namespace {
 
 constexpr const char* kPrivate = "--private";
+
+/// Names may stand for cookies, as long as they are one project's.
+void warnOfNamesakes(const std::string& name, const std::vector<Cookie>& namesakes) {
+  if (namesakes.empty()) return;
+  std::string cookies;
+  for (const Cookie& each : namesakes) cookies += " " + each.asString().str();
+  LogBoth(
+      "There was a project called \"%s\" already:%s. The name alone no longer says which one is "
+      "meant; enter either by its cookie.\n",
+      shownText(name), cookies);
+}
 
 Result<JsonValue> create(const Arguments& arguments) {
   std::vector<std::string> names;
@@ -23,8 +36,10 @@ Result<JsonValue> create(const Arguments& arguments) {
                  "quotes.",
                  {}};
   }
+  const auto namesakes = Projects::instance().named(names.front());
   const auto made = Projects::instance().create(names.front(), isPrivate);
   if (!made) return made.error();
+  warnOfNamesakes(names.front(), namesakes);
   return JsonValue(made->asString().str());
 }
 
@@ -45,6 +60,17 @@ Result<JsonValue> list(const Arguments&) {
   JsonValue all = JsonValue::array();
   for (const ProjectInfo& info : *infos) all.append(shown(info));
   return all;
+}
+
+/// A shared project has no lock of its own, which would be free while others are in it.
+std::string shownList(const Arguments&, const JsonValue& projects) {
+  JsonValue rows = projects;
+  for (JsonValue& row : rows.elements()) {
+    if (row["kind"].asString() != "shared" || row["lock"].asString() != "free") continue;
+    row.set("occupied", JsonValue());
+    row.set("lock", "open to all");
+  }
+  return renderForPeople(rows);
 }
 
 Result<JsonValue> enter(const Arguments& arguments) {
@@ -68,9 +94,12 @@ void addProjectCommands(CommandTable& table) {
              create});
   table.add({"project list", "",
              "Shows every project: cookie, name, kind, whether it is occupied and by whom.", 0, 0,
-             list});
+             list, Command::Place::eHostThread, shownList});
   table.add({"project enter", "P",
              "Opens a project by cookie or name; a private one is locked while it is open.", 1, 1,
              enter});
-  table.add({"project leave", "", "Closes the open project and leaves its room.", 0, 0, leave});
+  table.add({"project leave", "", "Closes the open project and leaves its room.", 0, 0, leave,
+             Command::Place::eHostThread, [](const Arguments&, const JsonValue&) {
+               return std::string("No project is open.");
+             }});
 }

@@ -98,7 +98,12 @@ Result<JsonValue> request(const Arguments& arguments) {
 
 void addUserCommands(CommandTable& table) {
   table.add({"users", "", "Shows the known users.", 0, 0, users});
-  table.add({"user add", "NAME", "Adds a user to this station's list.", 1, 1, addUser});
+  table.add({"user add", "NAME", "Adds a user to this station's list until it ends.", 1, 1, addUser,
+             Command::Place::eHostThread, [](const Arguments& arguments, const JsonValue&) {
+               return "\"" + shownText(arguments[0]) +
+                      "\" is on this station's list until it ends; the projects directory's "
+                      "userlist.dat holds every station's.";
+             }});
   table.add(
       {"active", "", "Shows how many users are at work in the projects directory.", 0, 0, active});
   table.add(
@@ -108,5 +113,9 @@ void addUserCommands(CommandTable& table) {
        0, 0, whoAmI});
   table.add({"request", "MACHINE COMMAND",
              "Asks the station with this machine number to run one of its remote commands.", 2, 2,
-             request});
+             request, Command::Place::eHostThread,
+             [](const Arguments& arguments, const JsonValue&) {
+               return "Machine " + arguments[0] + " was asked to run \"" + shownText(arguments[1]) +
+                      "\". Nobody answers a request: look there whether it did.";
+             }});
 }

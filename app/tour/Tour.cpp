@@ -272,7 +272,28 @@ void Tour::expectRefusal(const std::string& station, const std::string& line,
   waitForEyes();
 }
 
+/// Waits until everything sent has arrived and was dealt with, so that news stand under the command
+/// that caused them. What never arrives is told at the end.
+void Tour::settle() {
+  const auto deadline = std::chrono::steady_clock::now() + kArrival;
+  for (std::size_t sent = 0, before = 1; sent != before;) {
+    before = sent;
+    TourTable table;
+    do {
+      if (isWindowClosed() || std::chrono::steady_clock::now() > deadline) return;
+      ::usleep(1000);
+      table = TourTable();
+      for (const std::string& name : names_) table.addStation(name, *stations_[name]);
+    } while (!table.missing().empty());
+    sent = 0;
+    // A command's reply comes after all that its station did before.
+    for (const std::string& name : names_) stations_[name]->command("whoami");
+    for (const std::string& name : names_) sent += stations_[name]->events("sent").size();
+  }
+}
+
 void Tour::showNews() {
+  settle();
   for (const std::string& name : names_) {
     const std::vector<JsonValue> all = stations_[name]->events();
     for (std::size_t& index = shown_[name]; index < all.size(); ++index)

@@ -45,6 +45,7 @@ class Tour {
   void expectRefusal(const std::string& station, const std::string& line, const std::string& text);
   void expectOnOthers(const std::string& station, const std::string& line, const std::string& event,
                       const StationProcess::Keys& keys);
+  void settle();
   void showNews();
   void showEvent(const std::string& station, const JsonValue& event);
   void heading(const std::string& text);

@@ -92,6 +92,16 @@ Result<Cookie> Projects::create(const std::string& name, bool isPrivate) {
   return cookie;
 }
 
+std::vector<Cookie> Projects::named(const std::string& name) const {
+  const auto cookies = listProjectFolders();
+  std::vector<Cookie> found;
+  for (const Cookie& cookie : cookies ? *cookies : std::vector<Cookie>()) {
+    const auto record = readProjectRecord(cookie);
+    if (record && record->name == name) found.push_back(cookie);
+  }
+  return found;
+}
+
 Result<std::vector<ProjectInfo>> Projects::list() const {
   const auto cookies = listProjectFolders();
   if (!cookies) return cookies.error();

@@ -40,6 +40,9 @@ class Projects {
   void addPart(iProjectPart& part);
 
   Result<Cookie> create(const std::string& name, bool isPrivate);
+
+  /// The projects of exactly this name; none where the projects directory cannot be read.
+  [[nodiscard]] std::vector<Cookie> named(const std::string& name) const;
   Result<std::vector<ProjectInfo>> list() const;
 
   /// Opens a project by name or cookie, leaving the open one first; tells the listeners. A private

@@ -128,9 +128,10 @@ Result<void> PanelHands::chooseRecipient(const std::string& user) {
   const std::size_t item = itemFor(menu, wideText(user));
   if (item == TitleMenuButton::kNoItem) {
     return Error{ErrorCode::eNotFound,
-                 "The panel's menu has no user \"" + shownText(user) +
-                     "\": \"panel show\" lists them; a user added since the panel was opened is "
-                     "in it once it is closed and opened again",
+                 "There is no user \"" + shownText(user) +
+                     "\" to write to: \"users\" lists the known, \"user add NAME\" adds one. "
+                     "Who was added since the panel was opened is in its menu after \"panel "
+                     "close\".",
                  ""};
   }
   menu.selectItem(item);

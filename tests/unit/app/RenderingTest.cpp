@@ -36,6 +36,21 @@ TEST(Rendering, EachKindOfValueIsShownAsPeopleReadIt) {
   }
 }
 
+TEST(Rendering, AWrappedTableStaysWithin80Columns) {
+  const auto row = [](const std::string& first, const std::string& second) {
+    return JsonValue::object({{"command", first}, {"does", second}});
+  };
+  JsonValue rows = JsonValue::array();
+  rows.append(
+      row("quit", "Ends the station and says so in a sentence that is long enough to wrap."));
+  rows.append(row("wait EVENT [KEY=VALUE...] [--timeout S]", "Waits."));
+  const std::string margin(28, ' ');
+  EXPECT_EQ(renderWrapped(rows),
+            "quit                        Ends the station and says so in a sentence that is\n" +
+                margin + "long enough to wrap.\nwait EVENT [KEY=VALUE...] [--timeout S]\n" +
+                margin + "Waits.");
+}
+
 TEST(Rendering, NoNameMovesTheCursor) {
   EXPECT_EQ(renderForPeople(JsonValue("a\x1b[2Jb\rc")), "a?[2Jb?c");
   const JsonValue rows = JsonValue::array();

@@ -1,0 +1,103 @@
+#include "tests/share/SharedStations.h"
+
+namespace {
+
+/// What a person reads who types at a station or asks the administrator's tool.
+class AnswersTest : public SharedStations {
+ protected:
+  /// A station's words after these lines, problems among them.
+  std::string answers(const std::string& lines) {
+    const ProgramRun run = runProgram(
+        stationWords({"--user", "ANNA", "--host", "ANNA", "--machine", "11", "--keep-going"}),
+        lines);
+    return run.output + run.errors;
+  }
+
+  [[nodiscard]] std::string share(const std::string& command) const {
+    return runProgram({KV_SHARE, command, folder_ / "projects"}).output;
+  }
+};
+
+TEST_F(AnswersTest, TheHelpFitsATerminalOf80ColumnsAndSaysHowToLeave) {
+  const std::string help = answers("help\n");
+  for (std::size_t begin = 0, end; (end = help.find('\n', begin)) != help.npos; begin = end + 1) {
+    EXPECT_LE(end - begin, 80u) << help.substr(begin, end - begin);
+  }
+  EXPECT_NE(help.find("wait EVENT [KEY=VALUE...] [--timeout S]\n"), help.npos) << help;
+  EXPECT_NE(help.find("Ctrl-C"), help.npos) << help;
+}
+
+TEST_F(AnswersTest, ACommandSaysWhatItDid) {
+  answers("project create Film\n");
+  const std::string enter = "project enter Film\n";
+  const std::pair<std::string, std::string> rows[] = {
+      {"room create Sound", "There is now a room \"Sound\"."},
+      {"room enter Sound", "You are in the room \"Sound\"."},
+      {"room enter Sound\nroom leave", "You are in no room."},
+      {"project leave", "No project is open."},
+      {"request 4711 identify", "Machine 4711 was asked to run \"identify\"."},
+      {"user add BEN", "\"BEN\" is on this station's list until it ends"},
+      {"edit import \"" + sample("simple_cut.otio") + "\"", "  Figure 1 - Simple Cut List\n"},
+  };
+  for (const auto& [line, answer] : rows) {
+    const std::string said = answers(enter + line + "\n");
+    EXPECT_NE(said.find(answer), said.npos) << line << ": " << said;
+  }
+}
+
+TEST_F(AnswersTest, WhoMakesAProjectOfAKnownNameIsWarned) {
+  const std::string once = answers("project create Film\n");
+  EXPECT_EQ(once.find("already"), once.npos) << once;
+  const std::string cookie = once.substr(0, once.find('\n'));
+  const std::string twice = answers("project create Film\n");
+  EXPECT_NE(twice.find("There was a project called \"Film\" already: " + cookie), twice.npos);
+}
+
+/// The line of a list that holds this word.
+std::string lineWith(const std::string& word, const std::string& list) {
+  const std::size_t found = list.find(word);
+  const std::size_t begin = list.rfind('\n', found) + 1;
+  return found == list.npos ? "" : list.substr(begin, list.find('\n', found) - begin);
+}
+
+TEST_F(AnswersTest, ASharedProjectIsNotCalledFreeInLists) {
+  answers("project create Film\nproject create Secret --private\n");
+  for (const std::string& list : {answers("project list\n"), share("locks")}) {
+    EXPECT_NE(lineWith("Film", list).find("open to all"), list.npos) << list;
+    EXPECT_NE(lineWith("Secret", list).find("free"), list.npos) << list;
+  }
+  StationProcess& ben = start("BEN", 12);
+  for (const JsonValue& project : run(ben, "project list").elements()) {
+    EXPECT_EQ(project["lock"].asString(), "free");
+    EXPECT_EQ(writeJson(project["occupied"]), "false");
+  }
+}
+
+TEST_F(AnswersTest, WhoWritesAMessageThatArrivesCutIsWarnedAndItIsSentAsItIs) {
+  StationProcess& anna = start("ANNA", 11);
+  run(anna, "say <All> \"ten euros\"");
+  EXPECT_TRUE(anna.events("log").empty() ||
+              writeJson(anna.events("log").back()).find("carry") == std::string::npos);
+  run(anna, "say <All> \"10 \xE2\x82\xAC, please\"");
+  bool isWarned = false;
+  for (const JsonValue& log : anna.events("log")) {
+    isWarned = isWarned || log["text"].asString().find("others see it cut") != std::string::npos;
+  }
+  EXPECT_TRUE(isWarned);
+  EXPECT_NE(anna.events("sent").back()["text_hex"].asString().find("313020e282ac2c20706c"),
+            std::string::npos);
+}
+
+TEST_F(AnswersTest, WhoWritesToNobodyKnownLearnsHowToAddAUser) {
+  const std::string said = answers("say CARL hello\n");
+  EXPECT_NE(said.find("There is no user \"CARL\" to write to"), said.npos) << said;
+  EXPECT_NE(said.find("\"user add NAME\""), said.npos) << said;
+}
+
+TEST_F(AnswersTest, AnEmptyUserListSaysWhereItWasLookedFor) {
+  const std::string said = share("users");
+  EXPECT_EQ(said, "no users: " + folder_ / "projects" +
+                      " has no userlist.dat with names, and no marker (*.cli)\n");
+}
+
+}  // namespace
