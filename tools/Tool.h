@@ -44,3 +44,4 @@ void addCompletionCommand(CLI::App& tool, ToolStatus& status);
 void addLocksCommand(CLI::App& tool, ToolStatus& status);
 void addBreakCommand(CLI::App& tool, ToolStatus& status);
 void addUsersCommand(CLI::App& tool, ToolStatus& status);
+void addDoctorCommand(CLI::App& tool, ToolStatus& status);

@@ -14,6 +14,7 @@ void addCommands(CLI::App& tool, ToolStatus& status) {
   addLocksCommand(tool, status);
   addBreakCommand(tool, status);
   addUsersCommand(tool, status);
+  addDoctorCommand(tool, status);
   addCompletionCommand(tool, status);
 }
 

@@ -51,6 +51,13 @@ TEST_F(ShareJsonPage, UsersWritesWhatItSays) {
   EXPECT_NE(run.out.find("\"age\""), std::string::npos) << run.out;
 }
 
+TEST_F(ShareJsonPage, DoctorWritesWhatItSays) {
+  const ToolRun run = runTool({"doctor", folder_.path(), "--config", "/dev/null", "--send-to",
+                               "127.255.255.255", "--json"});
+  EXPECT_EQ(JsonShape::ofSection("doctor").differences(run.out), "") << run.out;
+  EXPECT_NE(run.out.find("\"fix\""), std::string::npos) << run.out;
+}
+
 TEST(JsonShape, TellsWhatIsMissingOfAnotherKindOrNotDocumented) {
   const JsonShape shape = JsonShape::ofSection("users");
   ASSERT_FALSE(shape.isEmpty());

@@ -1,0 +1,59 @@
+#include "tools/doctor/ProbeFolder.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
+#include <random>
+
+#include "station/os/SharedFiles.h"
+
+namespace {
+
+constexpr std::string_view kPrefix = "kvd-";
+constexpr std::time_t kStale = 600;  // seconds
+
+}  // namespace
+
+ProbeFolder::~ProbeFolder() { ::rmdir(path_.c_str()); }
+
+Result<void> ProbeFolder::make() {
+  auto made = makeFolder(path_);
+  if (!made && made.error().code != ErrorCode::eExists) return made;
+  struct stat status {};
+  if (::lstat(path_.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+    return Error{ErrorCode::eBadContent, path_ + " is no folder; move it away.", path_};
+  }
+  if (!made) removeStale();
+  return {};
+}
+
+std::string ProbeFolder::file(const std::string& id, const std::string& step) const {
+  return path_ + "/" + std::string(kPrefix) + id + "-" + step;
+}
+
+/// Ages are counted by the share's clock: against the time of a file that is made now.
+void ProbeFolder::removeStale() const {
+  const ProbeFile now(file(newTrialId(), "now"));
+  struct stat made {};
+  if (!writeAtomically(now.path(), "") || ::lstat(now.path().c_str(), &made) != 0) return;
+  const auto names = listFresh(path_);
+  if (!names) return;
+  for (const std::string& name : *names) {
+    const std::string path = path_ + "/" + name;
+    struct stat status {};
+    const bool isOurs = name.starts_with(kPrefix) || name.starts_with(".kv-");
+    if (!isOurs || ::lstat(path.c_str(), &status) != 0 || S_ISDIR(status.st_mode)) continue;
+    if (made.st_mtime - status.st_mtime > kStale) ::unlink(path.c_str());
+  }
+}
+
+std::string newTrialId() {
+  std::random_device random;
+  char text[9];
+  std::snprintf(text, sizeof text, "%08x", random());
+  return text;
+}
+
+ProbeFile::~ProbeFile() { ::unlink(path_.c_str()); }
