@@ -10,6 +10,7 @@
 KV_BUILD_PACKAGES="g++ cmake ninja-build pkg-config uuid-dev libicu-dev libcli11-dev libedit-dev qt6-base-dev fonts-dejavu-core"
 KV_TEST_PACKAGES="libgtest-dev xvfb xauth clang libclang-rt-14-dev clang-format binutils iproute2 util-linux"
 KV_BENCH_PACKAGES="libbenchmark-dev"
+KV_BENCH_OTHERS="liblcm-dev cyclonedds-dev cyclonedds-tools libzmq3-dev" # compared with, where they can be had
 KV_LAB_PACKAGES="user-mode-linux kmod socat e2fsprogs nfs-kernel-server nfs-common rpcbind samba cifs-utils glusterfs-server
  glusterfs-client"
 
@@ -31,20 +32,30 @@ kv_starting_nothing() {
   return $status
 }
 
+# kv_known PACKAGE...: those that this system's package lists know.
+kv_known() {
+  local package
+  for package in "$@"; do
+    if apt-cache show "$package" >/dev/null 2>&1; then printf '%s ' "$package"; fi
+  done
+}
+
 kv_setup() {
-  local wanted=$KV_BUILD_PACKAGES missing as_root=
+  local wanted=$KV_BUILD_PACKAGES others= missing as_root=
   if [ "$1" != build ]; then wanted="$wanted $KV_TEST_PACKAGES"; fi
-  if [ "$1" = bench ]; then wanted="$wanted $KV_BENCH_PACKAGES"; fi
+  if [ "$1" = bench ]; then wanted="$wanted $KV_BENCH_PACKAGES" others=$KV_BENCH_OTHERS; fi
   if [ "$1" = lab ]; then wanted="$wanted $KV_LAB_PACKAGES"; fi
   if ! command -v dpkg-query >/dev/null; then
     echo "setup: this is no Debian system; please install by hand what these packages hold: $wanted" >&2
     return 0
   fi
-  missing=$(kv_missing $wanted)
+  missing="$(kv_missing $wanted)$(kv_known $(kv_missing $others))"
   [ -n "$missing" ] || return 0
   if [ "$(id -u)" -ne 0 ]; then
     as_root=sudo
     if ! sudo -n true 2>/dev/null; then
+      missing=$(kv_missing $wanted) # what is only compared with is done without
+      [ -n "$missing" ] || return 0
       echo "setup: missing packages: $missing" >&2
       echo "setup: not root and no sudo without a password; run: sudo apt-get install $missing" >&2
       return 1
@@ -54,7 +65,7 @@ kv_setup() {
   export DEBIAN_FRONTEND=noninteractive
   local log
   log=$(mktemp)
-  if ! $as_root apt-get update >"$log" 2>&1 ||
+  if ! $as_root apt-get update >"$log" 2>&1 || ! missing="$(kv_missing $wanted)$(kv_known $(kv_missing $others))" ||
      ! kv_starting_nothing $as_root apt-get install -y --no-install-recommends $missing >>"$log" 2>&1; then
     tail -n 20 "$log" >&2
     echo "setup: the packages could not be installed (above); install them by hand and try again" >&2

@@ -1,17 +1,19 @@
 #include "tests/bench/BenchShare.h"
 
+#include <mntent.h>
+
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <memory>
+#include <string_view>
 
 #include "station/base/StationSettings.h"
 
 BenchShare::BenchShare() {
-  StationSettings settings;
-  settings.projectsDirectory = folder_.path();
-  settings.user = "ANNA";
-  settings.host = "ANNA";
-  installSettings(settings);
-  std::filesystem::create_directory(projectFolder());
+  use(memory_ / "open");
+  std::ofstream(projectFolder() + "/project.json") << R"({"name": "Bench", "private": false})";
+  if (!projects_.enter("Bench")) std::abort();
 }
 
 BenchShare& BenchShare::instance() {
@@ -19,16 +21,35 @@ BenchShare& BenchShare::instance() {
   return share;
 }
 
-std::string BenchShare::projectFolder() const { return folder_ / project_.asString().str(); }
-
-std::string BenchShare::file(int number, int markers) const {
-  return folder_ / ("USER" + std::to_string(number) + (number < markers ? ".cli" : ".dat"));
+std::optional<std::string> BenchShare::disk() const {
+  if (fileSystemOf(disk_.path()) == "tmpfs") return std::nullopt;
+  return disk_.path();
 }
 
-void BenchShare::fill(int files, int markers) const {
-  for (int number = 0; number < files; ++number) std::ofstream(file(number, markers));
+void BenchShare::use(const std::string& projectsDirectory) {
+  StationSettings with;
+  with.projectsDirectory = projectsDirectory;
+  with.user = with.host = "ANNA";
+  installSettings(with);
+  std::filesystem::create_directories(projectFolder());
 }
 
-void BenchShare::clear(int files, int markers) const {
-  for (int number = 0; number < files; ++number) std::filesystem::remove(file(number, markers));
+std::string BenchShare::projectFolder() const {
+  return settings().projectsDirectory + "/" + project_.asString().str();
+}
+
+std::string BenchShare::fileSystemOf(const std::string& path) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> table(::setmntent("/proc/self/mounts", "r"),
+                                                              ::endmntent);
+  std::string name = "unknown";
+  std::size_t longest = 0;
+  while (const mntent* entry = table ? ::getmntent(table.get()) : nullptr) {
+    const std::string_view mount = entry->mnt_dir;
+    const bool isUnder = path.starts_with(mount) &&
+                         (mount == "/" || path.size() == mount.size() || path[mount.size()] == '/');
+    if (!isUnder || mount.size() < longest) continue;
+    longest = mount.size();
+    name = entry->mnt_type;
+  }
+  return name;
 }

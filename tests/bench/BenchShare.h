@@ -1,26 +1,36 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "ProjectShare/ProjectSharing.h"
 #include "host/net/iNetworkService.h"
 #include "station/os/HostOS.h"
+#include "station/project/Projects.h"
 #include "tests/fakes/ScratchFolder.h"
 
-/// A projects directory with one project, and the plug-in's guard of it in front of the host's real
-/// file manager. One object a process.
+/// The plug-in's classes in front of the host's real file manager, with a project open in a
+/// projects directory on memory. One object a process.
 class BenchShare {
  public:
   static BenchShare& instance();
 
-  [[nodiscard]] std::string projectFolder() const;
   [[nodiscard]] const Cookie& project() const { return project_; }
   [[nodiscard]] ProjectShare& share() { return share_; }
 
-  /// Puts files into the projects directory, of which the first ones are markers of active users,
-  /// and takes them away again.
-  void fill(int files, int markers) const;
-  void clear(int files, int markers) const;
+  /// A folder on memory for a measurement's files, and one on the disk; nothing where all that can
+  /// be written to is memory.
+  [[nodiscard]] const std::string& memory() const { return memory_.path(); }
+  [[nodiscard]] std::optional<std::string> disk() const;
+
+  /// Makes a folder the projects directory from now on; with a folder for the project in it.
+  void use(const std::string& projectsDirectory);
+
+  /// The project's folder in the directory in use.
+  [[nodiscard]] std::string projectFolder() const;
+
+  /// The name of the file system that holds a path: "ext4".
+  static std::string fileSystemOf(const std::string& path);
 
  private:
   class NoNetwork : public iNetworkService {
@@ -32,11 +42,12 @@ class BenchShare {
   };
 
   BenchShare();
-  [[nodiscard]] std::string file(int number, int markers) const;
 
-  ScratchFolder folder_{"/dev/shm"};  // no disk is measured where that can be had
+  ScratchFolder memory_{"/dev/shm"};
+  ScratchFolder disk_;
   Cookie project_ = Cookie::create(CookieTypeProject);
   NoNetwork network_;
   HostOS os_{network_};
+  Projects projects_;
   ProjectShare share_;
 };

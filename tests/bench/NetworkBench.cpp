@@ -1,0 +1,160 @@
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <optional>
+
+#include "tests/bench/Figures.h"
+#include "tests/bench/PeerGroup.h"
+#include "tests/bench/ProcessBench.h"
+#include "tests/bench/ProjectFiles.h"
+#include "tests/fakes/ScratchFolder.h"
+
+namespace {
+
+constexpr std::size_t kReceivers[] = {1, 4, 16};
+constexpr int kRounds = 9;
+constexpr std::uint32_t kPaced = 100;                ///< messages of a round, one at a time
+constexpr double kPause = 0.002;                     ///< between them
+constexpr std::uint32_t kBurst = 10'000;             ///< messages of a round, as fast as can be
+constexpr auto kLongest = std::chrono::seconds(40);  ///< for one number of receivers
+constexpr int kFirstPort = 27815;
+constexpr const char* kNoNames[] = {"station", "sockets"};
+
+/// The station, the bare sockets that are its floor, and what else was built.
+std::vector<Transport> transportsIn(const std::string& programs, BenchTable& table) {
+  std::vector<Transport> found{{kNoNames[0], programs + "/bench-station"},
+                               {kNoNames[1], programs + "/bench-sockets"}};
+  const std::pair<const char*, const char*> others[] = {{"multicast bus (LCM)", "bench-lcm"},
+                                                        {"DDS (Cyclone)", "bench-dds"},
+                                                        {"brokerless queue (ZeroMQ)", "bench-zmq"}};
+  for (const auto& [name, program] : others) {
+    const std::string path = programs + "/" + program;
+    if (std::filesystem::exists(path)) {
+      found.push_back({name, path});
+    } else {
+      table.leaveOut(name, "its library is not installed, so it was not built");
+    }
+  }
+  return found;
+}
+
+/// All transports' peers; those that do not come up are left out.
+class Arena {
+ public:
+  Arena(BenchTable& table, const std::string& programs) : table_(table) {
+    writeBenchProject(folder_.path(), Board::kMessages);
+    for (const Transport& each : transportsIn(programs, table)) {
+      groups_.push_back(std::make_unique<PeerGroup>(each, folder_.path(),
+                                                    kFirstPort + static_cast<int>(groups_.size())));
+    }
+  }
+
+  /// False when the station or its floor has not come up.
+  bool growTo(std::size_t receivers) {
+    std::erase_if(groups_, [&](const auto& group) {
+      if (group->growTo(receivers)) return false;
+      table_.leaveOut(group->name() + ", " + std::to_string(receivers) + " receivers",
+                      "its processes do not hear each other here");
+      return true;
+    });
+    return groups_.size() >= 2 && groups_[0]->name() == kNoNames[0] &&
+           groups_[1]->name() == kNoNames[1];
+  }
+
+  [[nodiscard]] std::vector<std::unique_ptr<PeerGroup>>& groups() { return groups_; }
+
+ private:
+  BenchTable& table_;
+  ScratchFolder folder_{"/dev/shm"};
+  std::vector<std::unique_ptr<PeerGroup>> groups_;
+};
+
+/// Calls `measure` with each group in turn, round after round; its results by group.
+template <typename Result>
+std::vector<std::vector<Result>> inTurns(
+    Arena& arena, const std::function<std::optional<Result>(PeerGroup&)>& measure) {
+  std::vector<std::vector<Result>> results(arena.groups().size());
+  const auto deadline = std::chrono::steady_clock::now() + kLongest;
+  for (int round = 0; round < kRounds && std::chrono::steady_clock::now() < deadline; ++round) {
+    for (std::size_t group = 0; group < results.size(); ++group) {
+      if (auto result = measure(*arena.groups()[group])) results[group].push_back(*result);
+    }
+  }
+  return results;
+}
+
+struct Latency {
+  std::vector<double> middles;
+  std::vector<double> all;
+};
+
+Latency summed(const std::vector<std::vector<double>>& rounds) {
+  Latency latency;
+  for (const auto& round : rounds) {
+    latency.middles.push_back(median(round));
+    latency.all.insert(latency.all.end(), round.begin(), round.end());
+  }
+  return latency;
+}
+
+std::string named(const std::string& figure, const PeerGroup& group) {
+  return figure + ", " + group.name();
+}
+
+bool complain(const char* what) {
+  std::fprintf(stderr, "%s: the stations or the bare sockets did not come up\n", what);
+  return false;
+}
+
+}  // namespace
+
+bool measureLatency(BenchTable& table, const std::string& programs) {
+  Arena arena(table, programs);
+  for (const std::size_t receivers : kReceivers) {
+    if (!arena.growTo(receivers)) return complain("latency");
+    const auto rounds = inTurns<std::vector<double>>(
+        arena, [](PeerGroup& group) { return group.latencies(kPaced, kPause); });
+    const Latency floor = summed(rounds[1]);
+    for (std::size_t group = 0; group < rounds.size(); ++group) {
+      if (group == 1) continue;
+      const Latency latency = summed(rounds[group]);
+      const PeerGroup& by = *arena.groups()[group];
+      const auto size = static_cast<double>(receivers);
+      table.add({named("latency p50", by),
+                 size,
+                 Unit::eSeconds,
+                 median(latency.middles),
+                 median(floor.middles),
+                 group == 0 ? Bound::atMost(1.5) : Bound::none(),
+                 {}});
+      table.add({named("latency p99", by),
+                 size,
+                 Unit::eSeconds,
+                 percentile(latency.all, 0.99),
+                 percentile(floor.all, 0.99),
+                 Bound::none(),
+                 {}});
+    }
+  }
+  return true;
+}
+
+bool measureRate(BenchTable& table, const std::string& programs) {
+  Arena arena(table, programs);
+  for (const std::size_t receivers : kReceivers) {
+    if (!arena.growTo(receivers)) return complain("rate");
+    const auto rounds = inTurns<double>(arena, [](PeerGroup& group) { return group.rate(kBurst); });
+    for (std::size_t group = 0; group < rounds.size(); ++group) {
+      if (group == 1) continue;
+      table.add({named("messages a second", *arena.groups()[group]),
+                 static_cast<double>(receivers),
+                 Unit::ePerSecond,
+                 median(rounds[group]),
+                 median(rounds[1]),
+                 group == 0 ? Bound::atLeast(0.8) : Bound::none(),
+                 {}});
+    }
+  }
+  return true;
+}

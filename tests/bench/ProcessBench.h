@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+#include "tests/bench/BenchTable.h"
+
+// Measurements between processes and of whole processes. Each adds its figures to the table; false
+// when it could not be made, which is told on standard error. `programs` is the folder of the
+// programs that are measured.
+
+/// From a notification on one station to the change on the others, and messages a second.
+bool measureLatency(BenchTable& table, const std::string& programs);
+bool measureRate(BenchTable& table, const std::string& programs);
+
+bool measureUserList(BenchTable& table, const std::string& programs);
+bool measureEntering(BenchTable& table, const std::string& programs);
+bool measureStart(BenchTable& table, const std::string& programs);

@@ -1,0 +1,127 @@
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+
+#include "tests/bench/Figures.h"
+#include "tests/bench/PeerProcess.h"
+#include "tests/bench/ProcessBench.h"
+#include "tests/bench/ProjectFiles.h"
+#include "tests/fakes/ScratchFolder.h"
+
+namespace {
+
+constexpr int kRounds = 9;
+constexpr std::uint32_t kEntries = 1'000'000;  ///< edits to be entered in all rounds of a size
+
+struct Pair {
+  double ours = 0;
+  double floor = 0;
+};
+
+/// The next line's two numbers.
+std::optional<Pair> readPair(PeerProcess& program) {
+  Pair pair;
+  const auto line = program.readLine(std::chrono::seconds(60));
+  if (!line || std::sscanf(line->c_str(), "%lf %lf", &pair.ours, &pair.floor) != 2) return {};
+  return pair;
+}
+
+/// Pairs of nanoseconds and their medians, in seconds.
+struct Times {
+  std::vector<double> ours;
+  std::vector<double> floor;
+
+  void add(const Pair& pair) {
+    ours.push_back(pair.ours / 1e9);
+    floor.push_back(pair.floor / 1e9);
+  }
+  [[nodiscard]] Figure figure(const std::string& what, double size, double bound) const {
+    return {what, size, Unit::eSeconds, median(ours), median(floor), Bound::atMost(bound), {}};
+  }
+};
+
+bool complain(const char* what) {
+  std::fprintf(stderr, "%s: the measuring program failed\n", what);
+  return false;
+}
+
+void writeUsers(const std::string& folder, int names) {
+  std::ofstream file(folder + "/userlist.dat");
+  for (int number = 0; number < names; ++number) file << "Workstation-" << number << '\n';
+}
+
+}  // namespace
+
+bool measureUserList(BenchTable& table, const std::string& programs) {
+  for (const int names : {1'000, 10'000, 100'000}) {
+    const ScratchFolder folder("/dev/shm");
+    writeUsers(folder.path(), names);
+    Times times;
+    for (int round = 0; round < kRounds; ++round) {
+      PeerProcess program({programs + "/bench-users", folder.path(), round % 2 ? "ours" : "floor"});
+      const auto pair = readPair(program);
+      if (!pair || !program.finish()) return complain("users");
+      times.add(*pair);
+    }
+    table.add(times.figure("getUserList, first, names", names, 2.0));
+  }
+  return true;
+}
+
+bool measureEntering(BenchTable& table, const std::string& programs) {
+  std::vector<Figure> memory;
+  for (const std::uint32_t edits : {100U, 10'000U, 100'000U}) {
+    const ScratchFolder folder("/dev/shm");
+    writeBenchProject(folder.path(), edits);
+    const std::uint32_t rounds = std::min(99U, std::max(5U, kEntries / 10 / edits));
+    PeerProcess program({programs + "/bench-enter", folder.path(), std::to_string(rounds)});
+    const auto held = readPair(program);
+    if (!held) return complain("enter");
+    memory.push_back({"memory an edit of the entered project",
+                      double(edits),
+                      Unit::eBytes,
+                      held->ours / edits,
+                      held->floor / edits,
+                      Bound::atMost(3.0),
+                      {}});
+    Times times;
+    for (std::uint32_t round = 0; round < rounds; ++round) {
+      const auto pair = readPair(program);
+      if (!pair) return complain("enter");
+      times.add(*pair);
+    }
+    if (!program.finish()) return complain("enter");
+    table.add(times.figure("project enter, edits", edits, 3.0));
+  }
+  for (Figure& figure : memory) table.add(std::move(figure));
+  return true;
+}
+
+bool measureStart(BenchTable& table, const std::string& programs) {
+  for (const int projects : {10, 1'000, 10'000}) {
+    const ScratchFolder folder("/dev/shm");
+    for (int number = 0; number < projects; ++number) {
+      std::filesystem::create_directory(folder / ("P" + std::to_string(100'000 + number)));
+    }
+    Times times;
+    const auto time = [](PeerProcess program) -> double {
+      std::optional<std::string> line;
+      while ((line = program.readLine()) && line->find("ready") == std::string::npos) {
+      }
+      const auto taken = PeerProcess::Clock::now() - program.started();
+      return line && program.finish() ? std::chrono::duration<double, std::nano>(taken).count() : 0;
+    };
+    for (int round = 0; round < kRounds; ++round) {
+      const Pair pair{
+          time(PeerProcess({programs + "/kv-station", "--projects", folder.path(), "--user", "ANNA",
+                            "--host", "ANNA", "--port", "27917", "--send-to", "127.255.255.255",
+                            "--script", "-", "--events", "-"})),
+          time(PeerProcess({programs + "/bench-empty"}))};
+      if (pair.ours <= 0 || pair.floor <= 0) return complain("start");
+      times.add(pair);
+    }
+    table.add(times.figure("start to ready, projects there", projects, 3.0));
+  }
+  return true;
+}

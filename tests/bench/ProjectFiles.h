@@ -1,0 +1,8 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+/// Writes a projects directory with the measurements' project in it, which holds so many edits, as
+/// a station leaves them.
+void writeBenchProject(const std::string& projectsDirectory, std::uint32_t edits);

@@ -1,0 +1,108 @@
+// What entering a project costs, beside listing its folder and reading the files by hand.
+//
+// usage: PROGRAM FOLDER ROUNDS
+//
+// Prints the bytes of memory that the entered project holds, and the names and files held by hand;
+// then for each round the nanoseconds of the one and of the other.
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <malloc.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "station/Station.h"
+#include "station/base/StationSettings.h"
+#include "station/project/Projects.h"
+#include "tests/bench/peer/Payload.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using File = std::pair<std::string, std::string>;
+
+std::string readWhole(const std::string& path) {
+  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat status {};
+  if (file < 0 || ::fstat(file, &status) != 0) std::exit(1);
+  std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
+  if (::read(file, bytes.data(), bytes.size()) != ssize_t(bytes.size())) std::exit(1);
+  ::close(file);
+  return bytes;
+}
+
+std::vector<File> listAndRead(const std::string& path) {
+  std::vector<File> files;
+  DIR* const folder = ::opendir(path.c_str());
+  if (!folder) std::exit(1);
+  while (const dirent* entry = ::readdir(folder)) {
+    if (entry->d_type != DT_REG) continue;
+    files.emplace_back(entry->d_name, readWhole(path + "/" + entry->d_name));
+  }
+  ::closedir(folder);
+  return files;
+}
+
+void enter() {
+  if (!Projects::instance().enter(kBenchProject)) std::exit(1);
+}
+
+void leave() {
+  if (!Projects::instance().leave()) std::exit(1);
+}
+
+template <typename Work>
+double nanoseconds(const Work& work) {
+  const auto start = Clock::now();
+  work();
+  return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
+}
+
+template <typename Work>
+double bytesHeldAfter(const Work& work) {
+  const auto inUse = [] {
+    const struct mallinfo2 info = ::mallinfo2();
+    return static_cast<double>(info.uordblks + info.hblkhd);
+  };
+  const double before = inUse();
+  work();
+  return inUse() - before;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 3) return 2;
+  StationSettings with;
+  with.projectsDirectory = argv[1];
+  with.user = with.host = "ANNA";
+  with.sendTo = {"127.255.255.255"};
+  with.config["shared_projects_udp_port"] = "27916";
+  with.plugin = KV_PLUGIN;
+  installSettings(with);
+  Station station;
+  if (!station.start()) return 1;
+  const std::string folder = with.projectsDirectory + "/" + kBenchProject;
+  enter();  // what is made once and kept is not the project's
+  leave();
+  const double ours = bytesHeldAfter(enter);
+  leave();
+  std::vector<File> files;
+  const double byHand = bytesHeldAfter([&] { files = listAndRead(folder); });
+  files = {};
+  std::printf("%.0f %.0f\n", ours, byHand);
+  for (int round = 0; round < std::atoi(argv[2]); ++round) {
+    const double entering = nanoseconds(enter);
+    leave();
+    const double reading = nanoseconds([&] { files = listAndRead(folder); });
+    files = {};
+    std::printf("%.0f %.0f\n", entering, reading);
+  }
+}

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+// The messages of the measurements between processes: "that edit is saved", each about an edit of
+// its own, so that a message's number can be read off it.
+
+/// The project that all peers have open, and the edit that message `number` is about, as cookies'
+/// texts.
+inline constexpr const char* kBenchProject = "P7c1d0000000000000000000000000001";
+std::string benchEdit(std::uint32_t number);
+
+/// The wire text of message `number`, and back.
+std::string payloadOf(std::uint32_t number);
+std::uint32_t numberOf(std::string_view payload);
+
+/// The number of the edit whose cookie has this text.
+std::uint32_t numberOfEdit(std::string_view cookie);

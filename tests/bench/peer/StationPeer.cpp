@@ -1,0 +1,117 @@
+// A whole station with the plug-in: from the host's notification on one to the applied change on
+// the others.
+
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "station/Station.h"
+#include "station/base/Events.h"
+#include "station/base/StationSettings.h"
+#include "station/project/ProjectListeners.h"
+#include "station/project/Projects.h"
+#include "tests/bench/peer/Payload.h"
+#include "tests/bench/peer/Peer.h"
+
+namespace {
+
+/// Tells the board of every change that another station made.
+class AppliedChanges : public iStationEvents {
+ public:
+  AppliedChanges(Board& board, std::size_t peer) : board_(board), peer_(peer) {}
+
+  void changed(const std::string& what, const Cookie& cookie, const std::string&,
+               Origin origin) override {
+    if (origin != Origin::eRemote || what != "edit") return;
+    const auto& bytes = cookie.getUuid().bytes;
+    board_.arrived(peer_, bytes[14] * 256U + bytes[15]);
+  }
+  void sent(const std::string&) override {}
+  void received(const std::string&) override {}
+  void log(bool, const std::string&) override {}
+  void command(const std::string&) override {}
+  void network(const std::string& problem, std::uint64_t) override {
+    std::fprintf(stderr, "%s\n", problem.c_str());
+  }
+  void notification(const std::string&) override {}
+  void panel(const std::vector<std::string>&) override {}
+
+ private:
+  Board& board_;
+  std::size_t peer_;
+};
+
+StationSettings settingsFor(const PeerArguments& arguments) {
+  StationSettings settings;
+  settings.projectsDirectory = arguments.folder;
+  settings.user = settings.host = "PEER" + std::to_string(arguments.number);
+  settings.machine = static_cast<int>(arguments.number) + 1;
+  settings.sendTo = {"127.255.255.255"};
+  settings.config["shared_projects_udp_port"] = std::to_string(arguments.port);
+  settings.plugin = KV_PLUGIN;
+  return settings;
+}
+
+class SavedEdits : public iTransport {
+ public:
+  explicit SavedEdits(HostThread& hostThread) : hostThread_(hostThread) {
+    for (std::uint32_t number = 0; number < Board::kMessages; ++number) {
+      edits_.emplace_back(benchEdit(number).c_str(), false);
+    }
+  }
+
+  void send(std::uint32_t number) override {
+    const Cookie& edit = edits_[number];
+    ProjectListeners::instance().tell([&edit](auto& each) { each.handleLogStorage(edit, false); });
+  }
+
+  void onSendingThread(const std::function<void()>& work) override {
+    std::mutex mutex;
+    std::condition_variable done;
+    bool isDone = false;
+    hostThread_.post([&] {
+      work();
+      const std::lock_guard lock(mutex);
+      isDone = true;
+      done.notify_one();
+    });
+    std::unique_lock lock(mutex);
+    done.wait(lock, [&isDone] { return isDone; });
+  }
+
+ private:
+  HostThread& hostThread_;
+  std::vector<Cookie> edits_;
+};
+
+template <typename Value>
+void require(const Result<Value>& result) {
+  if (result) return;
+  std::fprintf(stderr, "%s\n", result.error().message.c_str());
+  std::exit(1);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const PeerArguments arguments = readPeerArguments(argc, argv);
+  const SharedBoard board(arguments.board);
+  AppliedChanges events(*board, arguments.number);
+  installSettings(settingsFor(arguments));
+  installEvents(&events);
+  Station station;
+  require(station.start());
+  require(Projects::instance().enter(kBenchProject));
+  std::thread commands([&] {
+    SavedEdits edits(station.hostThread());
+    obey(*board, edits);
+    station.hostThread().stop();
+  });
+  station.hostThread().run();
+  commands.join();
+  station.stop(Shutdown::eNormalExit);
+  installEvents(nullptr);
+}
