@@ -10,6 +10,9 @@ namespace {
 void addCommands(CLI::App& tool, ToolStatus& status) {
   addHelpCommand(tool, status);  // first: the others take its way of showing help
   addDecodeCommand(tool, status);
+  addMonitorCommand(tool, status);
+  addRecordCommand(tool, status);
+  addReplayCommand(tool, status);
   addSendCommand(tool, status);
   addLocksCommand(tool, status);
   addBreakCommand(tool, status);

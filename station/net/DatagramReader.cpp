@@ -5,6 +5,23 @@
 #include <cerrno>
 #include <cstring>
 
+namespace {
+
+/// The sender of a datagram as the socket's family tells it: an IPv6 socket has IPv4 addresses in
+/// the last four bytes of its own.
+sockaddr_in senderOf(const sockaddr_in6& from) {
+  sockaddr_in sender{};
+  if (from.sin6_family == AF_INET6) {
+    sender.sin_port = from.sin6_port;
+    std::memcpy(&sender.sin_addr, &from.sin6_addr.s6_addr[12], sizeof sender.sin_addr);
+  } else {
+    std::memcpy(&sender, &from, sizeof sender);
+  }
+  return sender;
+}
+
+}  // namespace
+
 DatagramReader::DatagramReader()
     : buffers_(kBatch * kBufferBytes), slots_(kBatch), headers_(kBatch) {}
 
@@ -18,10 +35,12 @@ int DatagramReader::read(int socket) {
 
 Datagram DatagramReader::at(std::size_t index) const {
   const Slot& slot = slots_[index];
-  return {Ipv4{ntohl(slot.from.sin_addr.s_addr)},
-          ntohs(slot.from.sin_port),
+  const sockaddr_in sender = senderOf(slot.from);
+  return {Ipv4{ntohl(sender.sin_addr.s_addr)},
+          ntohs(sender.sin_port),
           slot.interface,
-          {static_cast<const char*>(slot.bytes.iov_base), headers_[index].msg_len}};
+          {static_cast<const char*>(slot.bytes.iov_base), headers_[index].msg_len},
+          slot.target};
 }
 
 bool DatagramReader::wasCut(std::size_t index) const {
@@ -33,6 +52,7 @@ void DatagramReader::prepare() {
     Slot& slot = slots_[index];
     slot.bytes = {buffers_.data() + index * kBufferBytes, kBufferBytes};
     slot.interface = 0;
+    slot.target = {};
     msghdr& header = headers_[index].msg_hdr;
     header = {};
     header.msg_name = &slot.from;
@@ -51,6 +71,7 @@ void DatagramReader::readControl(std::size_t index) {
       in_pktinfo info{};
       std::memcpy(&info, CMSG_DATA(item), sizeof info);
       slots_[index].interface = static_cast<unsigned>(info.ipi_ifindex);
+      slots_[index].target = Ipv4{ntohl(info.ipi_addr.s_addr)};
     } else if (item->cmsg_level == SOL_SOCKET && item->cmsg_type == SO_RXQ_OVFL) {
       std::memcpy(&dropped_, CMSG_DATA(item), sizeof dropped_);
     }

@@ -8,8 +8,8 @@
 
 #include "station/net/DuplicateFilter.h"
 
-/// Reads datagrams from a socket in batches, into buffers that hold the largest that there can be.
-/// One thread.
+/// Reads IPv4 datagrams from a socket of either family in batches, into buffers that hold the
+/// largest that there can be. One thread.
 class DatagramReader {
  public:
   static constexpr std::size_t kBatch = 64;
@@ -34,10 +34,11 @@ class DatagramReader {
  private:
   /// Where one datagram and what the system says about it are put.
   struct Slot {
-    sockaddr_in from;
+    sockaddr_in6 from;  ///< or a sockaddr_in, which is smaller
     iovec bytes;
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in_pktinfo)) + CMSG_SPACE(sizeof(int))];
     unsigned interface;
+    Ipv4 target;
   };
 
   void prepare();

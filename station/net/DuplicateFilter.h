@@ -17,6 +17,7 @@ struct Datagram {
   std::uint16_t port = 0;  ///< the sender's
   unsigned interface = 0;  ///< the one by which it came
   std::string_view bytes;
+  Ipv4 target{};  ///< the address it was sent to; 0.0.0.0 where the system did not say
 };
 
 /// Recognises the copies of one message that two networks in common deliver: the same bytes from

@@ -69,10 +69,7 @@ Result<ListenerSocket> ListenerSocket::open(const std::string& address, int port
   }
   ListenerSocket listener(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (listener.socket_ < 0) return errorOfBind(errno, address, port);
-  setOn(listener.socket_, SOL_SOCKET, SO_REUSEADDR);
-  setOn(listener.socket_, SOL_SOCKET, SO_RXQ_OVFL);
-  setOn(listener.socket_, IPPROTO_IP, IP_PKTINFO);
-  enlargeBuffer(listener.socket_);
+  listener.prepare();
   sockaddr_in own{};
   own.sin_family = AF_INET;
   own.sin_port = htons(static_cast<std::uint16_t>(port));
@@ -81,6 +78,28 @@ Result<ListenerSocket> ListenerSocket::open(const std::string& address, int port
     return errorOfBind(errno, address, port);
   }
   return listener;
+}
+
+Result<ListenerSocket> ListenerSocket::openBesideStations(int port) {
+  ListenerSocket listener(socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (listener.socket_ < 0) return errorOfBind(errno, "all addresses", port);
+  listener.prepare();
+  const int off = 0;
+  setsockopt(listener.socket_, IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
+  sockaddr_in6 own{};
+  own.sin6_family = AF_INET6;
+  own.sin6_port = htons(static_cast<std::uint16_t>(port));
+  if (bind(listener.socket_, reinterpret_cast<sockaddr*>(&own), sizeof own) != 0) {
+    return errorOfBind(errno, "all addresses", port);
+  }
+  return listener;
+}
+
+void ListenerSocket::prepare() {
+  setOn(socket_, SOL_SOCKET, SO_REUSEADDR);
+  setOn(socket_, SOL_SOCKET, SO_RXQ_OVFL);
+  setOn(socket_, IPPROTO_IP, IP_PKTINFO);
+  enlargeBuffer(socket_);
 }
 
 ListenerSocket::ListenerSocket(ListenerSocket&& other) noexcept

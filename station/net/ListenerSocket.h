@@ -18,6 +18,13 @@ class ListenerSocket {
   /// Binds to a port at an IPv4 address. Failure: what, where and what to do about it.
   static Result<ListenerSocket> open(const std::string& address, int port);
 
+  /// Binds to a port at all addresses, and takes nothing from the stations of this machine: of a
+  /// datagram to one address, which the system gives to one socket alone, it hears only what no
+  /// station there would have got. Failure: as open().
+  ///
+  /// It is an IPv6 socket that hears IPv4 as well, to which the system prefers every IPv4 socket.
+  static Result<ListenerSocket> openBesideStations(int port);
+
   ListenerSocket(ListenerSocket&& other) noexcept;
   ListenerSocket(const ListenerSocket&) = delete;
   ListenerSocket& operator=(const ListenerSocket&) = delete;
@@ -34,6 +41,8 @@ class ListenerSocket {
 
  private:
   explicit ListenerSocket(int socket) : socket_(socket) {}
+
+  void prepare();
 
   int socket_;
   std::set<Destination> joined_;

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "tools/Tool.h"
+#include "tools/capture/Listening.h"
+
+/// What `kv-share record` is asked for.
+struct RecordRequest {
+  ListenRequest what;
+  std::string file;  ///< "-" for standard output
+  bool replacesFile = false;
+};
+
+/// Records messages, copies over other networks included. eToolFinding when the file took no more,
+/// messages were missed, or fewer came than asked for.
+ToolStatus record(const RecordRequest& request);

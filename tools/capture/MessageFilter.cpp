@@ -1,0 +1,102 @@
+#include "tools/capture/MessageFilter.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "app/NearestName.h"
+#include "host/base/Cookie.h"
+#include "station/base/Strings.h"
+#include "tools/MessageTypes.h"
+
+namespace {
+
+constexpr int kPermissionsChange = 5;
+
+Error refusal(const std::string& what) { return {ErrorCode::eUsage, what, {}}; }
+
+std::string upperCase(const std::string& text) {
+  auto wide = wideText(text);
+  Kv::toUpper(wide);
+  return utf8Text(wide);
+}
+
+}  // namespace
+
+Result<MessageFilter> MessageFilter::of(const FilterWords& words) {
+  MessageFilter filter;
+  if (auto read = filter.readTypes(words.types); !read) return read.error();
+  if (auto read = filter.readProjects(words.projects); !read) return read.error();
+  if (auto read = filter.readSenders(words.senders); !read) return read.error();
+  for (const std::string& user : words.users) filter.users_.insert(upperCase(user));
+  return filter;
+}
+
+bool MessageFilter::takes(const HeardMessage& message, const MessageFields& fields) {
+  const bool isOfUsers = users_.empty() || isOfUser(message, fields);
+  return isOfUsers && (types_.empty() || types_.contains(fields.type)) &&
+         (projects_.empty() || projects_.contains(fields.project)) &&
+         (senders_.empty() || isFrom(message));
+}
+
+Result<void> MessageFilter::readTypes(const std::vector<std::string>& words) {
+  for (const std::string& word : words) {
+    const auto type = messageTypeOf(word);
+    if (!type) {
+      const std::string near = nearestName(word, messageTypeNames());
+      return refusal(
+          "there is no message type \"" + shownText(word) + "\"" +
+          (near.empty() ? "; types are 1 to 15 and their names" : "; did you mean " + near + "?"));
+    }
+    types_.insert(*type);
+  }
+  return {};
+}
+
+Result<void> MessageFilter::readProjects(const std::vector<std::string>& words) {
+  for (const std::string& word : words) {
+    const Cookie cookie(word.c_str(), false);
+    if (cookie.isNull()) {
+      return refusal("\"" + shownText(word) +
+                     "\" is no cookie; kv-share locks shows those of projects");
+    }
+    projects_.insert(cookie.asString().str());
+  }
+  return {};
+}
+
+Result<void> MessageFilter::readSenders(const std::vector<std::string>& words) {
+  for (const std::string& word : words) {
+    const auto colon = word.find(':');
+    Sender sender;
+    const auto network = parseIpv4Network(word.substr(0, colon));
+    bool isSender = network.has_value();
+    if (network) sender.network = *network;
+    if (colon != word.npos) {
+      const char* const end = word.data() + word.size();
+      const auto read = std::from_chars(word.data() + colon + 1, end, sender.port);
+      isSender = isSender && read.ec == std::errc() && read.ptr == end && sender.port > 0;
+    }
+    if (!isSender) {
+      return refusal("\"" + shownText(word) +
+                     "\" is no sender: give an address, an address:port or a network like "
+                     "192.168.1.0/24");
+    }
+    senders_.push_back(sender);
+  }
+  return {};
+}
+
+bool MessageFilter::isOfUser(const HeardMessage& message, const MessageFields& fields) {
+  const bool isSource = users_.contains(upperCase(fields.source));
+  if (isSource) known_.insert(senderText(message));
+  return isSource || users_.contains(upperCase(fields.target)) ||
+         (fields.type == kPermissionsChange && users_.contains(upperCase(fields.data))) ||
+         known_.contains(senderText(message));
+}
+
+bool MessageFilter::isFrom(const HeardMessage& message) const {
+  return std::any_of(senders_.begin(), senders_.end(), [&](const Sender& sender) {
+    return sender.network.contains(message.sender) &&
+           (sender.port == 0 || sender.port == message.senderPort);
+  });
+}

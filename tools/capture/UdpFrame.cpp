@@ -1,0 +1,140 @@
+#include "tools/capture/UdpFrame.h"
+
+#include <algorithm>
+#include <array>
+
+namespace {
+
+constexpr std::size_t kIpv4Header = 20;
+constexpr std::size_t kUdpHeader = 8;
+constexpr unsigned kUdp = 17;
+constexpr unsigned kIpv4Frame = 0x0800;
+constexpr unsigned kFragmentBits = 0x3FFF;  // more to come, and the offset
+
+unsigned byteAt(std::string_view bytes, std::size_t at) {
+  return static_cast<unsigned char>(bytes[at]);
+}
+
+unsigned number16(std::string_view bytes, std::size_t at) {
+  return byteAt(bytes, at) << 8 | byteAt(bytes, at + 1);
+}
+
+Ipv4 addressAt(std::string_view bytes, std::size_t at) {
+  return {number16(bytes, at) << 16 | number16(bytes, at + 2)};
+}
+
+std::string_view withoutFirst(std::string_view bytes, std::size_t count) {
+  return bytes.size() < count ? std::string_view() : bytes.substr(count);
+}
+
+/// What an Ethernet frame carries if that is IPv4, whatever virtual networks it is marked for.
+std::string_view inEthernet(std::string_view frame) {
+  std::size_t at = 12;
+  for (; frame.size() >= at + 2; at += 4) {
+    const unsigned type = number16(frame, at);
+    if (type == kIpv4Frame) return frame.substr(at + 2);
+    if (type != 0x8100 && type != 0x88A8) break;
+  }
+  return {};
+}
+
+std::string_view inCooked(std::string_view frame, std::size_t protocolAt, std::size_t header) {
+  if (frame.size() < header || number16(frame, protocolAt) != kIpv4Frame) return {};
+  return frame.substr(header);
+}
+
+/// The IPv4 packet in a frame, empty where there is none or not its whole header.
+std::string_view packetIn(int linkType, std::string_view frame) {
+  std::string_view packet;
+  switch (linkType) {
+    case eLinkNull:
+    case eLinkLoop:
+      packet = withoutFirst(frame, 4);
+      break;
+    case eLinkEthernet:
+      packet = inEthernet(frame);
+      break;
+    case eLinkRaw:
+    case eLinkRawInFiles:
+    case eLinkIpv4:
+      packet = frame;
+      break;
+    case eLinkCooked:
+      packet = inCooked(frame, 14, 16);
+      break;
+    case eLinkCooked2:
+      packet = inCooked(frame, 0, 20);
+      break;
+    default:
+      break;
+  }
+  return packet.size() >= kIpv4Header && byteAt(packet, 0) >> 4 == 4 ? packet : std::string_view();
+}
+
+void put16(std::string& packet, unsigned number) {
+  packet += static_cast<char>(number >> 8 & 0xFF);
+  packet += static_cast<char>(number & 0xFF);
+}
+
+void put32(std::string& packet, std::uint32_t number) {
+  put16(packet, number >> 16);
+  put16(packet, number & 0xFFFF);
+}
+
+/// The sum that the header carries so that a damaged one is noticed.
+unsigned checksumOf(std::string_view header) {
+  unsigned sum = 0;
+  for (std::size_t at = 0; at + 1 < header.size(); at += 2) sum += number16(header, at);
+  while (sum >> 16) sum = (sum & 0xFFFF) + (sum >> 16);
+  return ~sum & 0xFFFF;
+}
+
+}  // namespace
+
+bool isKnownLink(int linkType) {
+  constexpr std::array kKnown{eLinkNull, eLinkEthernet, eLinkRaw,  eLinkRawInFiles,
+                              eLinkLoop, eLinkCooked,   eLinkIpv4, eLinkCooked2};
+  return std::find(kKnown.begin(), kKnown.end(), linkType) != kKnown.end();
+}
+
+std::optional<HeardMessage> datagramInFrame(int linkType, std::string_view frame) {
+  const std::string_view packet = packetIn(linkType, frame);
+  if (packet.empty() || byteAt(packet, 9) != kUdp || isFragment(linkType, frame)) return {};
+  const std::size_t header = (byteAt(packet, 0) & 0xF) * 4u;
+  if (header < kIpv4Header || packet.size() < header + kUdpHeader) return {};
+  const std::string_view datagram = packet.substr(header);
+  const std::size_t size = number16(datagram, 4);
+  if (size < kUdpHeader || datagram.size() < size) return {};
+  HeardMessage message;
+  message.sender = addressAt(packet, 12);
+  message.target = addressAt(packet, 16);
+  message.senderPort = static_cast<std::uint16_t>(number16(datagram, 0));
+  message.port = static_cast<std::uint16_t>(number16(datagram, 2));
+  message.bytes = datagram.substr(kUdpHeader, size - kUdpHeader);
+  return message;
+}
+
+bool isFragment(int linkType, std::string_view frame) {
+  const std::string_view packet = packetIn(linkType, frame);
+  return !packet.empty() && (number16(packet, 6) & kFragmentBits) != 0;
+}
+
+std::string ipv4PacketOf(const HeardMessage& message) {
+  const auto size = static_cast<unsigned>(kUdpHeader + message.bytes.size());
+  std::string packet{'\x45', '\0'};  // version 4, a header of five words
+  put16(packet, static_cast<unsigned>(kIpv4Header) + size);
+  put32(packet, 0);  // neither numbered nor in fragments
+  packet += '\x40';  // hops to live
+  packet += static_cast<char>(kUdp);
+  put16(packet, 0);
+  put32(packet, message.sender.value);
+  put32(packet, message.target.value);
+  const unsigned sum = checksumOf(packet);
+  packet[10] = static_cast<char>(sum >> 8);
+  packet[11] = static_cast<char>(sum & 0xFF);
+  put16(packet, message.senderPort);
+  put16(packet, message.port);
+  put16(packet, size);
+  put16(packet, 0);  // no sum of the datagram: readers do not expect one
+  return packet + message.bytes;
+}
