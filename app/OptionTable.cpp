@@ -38,6 +38,11 @@ constexpr auto kOptions = std::to_array<OptionSpec>({
      true},
 });
 
+constexpr FlagSpec kFlags[] = {
+    {"keep-going", "go on after a command of a script that failed"},
+    {"gui", "open the window; without --script no commands are read then"},
+};
+
 constexpr const char* kKnownConfigKeys[] = {"shared_projects_udp_port", "log_incoming_net_messages",
                                             "Administrator"};
 
@@ -65,6 +70,8 @@ Error wrongKey(const std::string& where, const std::string& what) {
 }  // namespace
 
 std::span<const OptionSpec> optionTable() { return kOptions; }
+
+std::span<const FlagSpec> flagTable() { return kFlags; }
 
 const OptionSpec* findOption(std::string_view name) {
   for (const OptionSpec& option : kOptions) {

@@ -19,6 +19,15 @@ struct OptionSpec {
 /// Every such option, in the order in which help shows them.
 std::span<const OptionSpec> optionTable();
 
+/// One option of kv-station that takes none.
+struct FlagSpec {
+  const char* name;
+  const char* help;
+};
+
+/// Every such option but --help and --version.
+std::span<const FlagSpec> flagTable();
+
 /// The option of this name, or null.
 const OptionSpec* findOption(std::string_view name);
 

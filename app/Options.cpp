@@ -16,10 +16,7 @@ constexpr const char* kFooter =
     "A NAME may stand wherever a cookie may. Exit status: 0 after quit or the end of the input, 1\n"
     "when a command of a script failed, 2 when the station could not be started.";
 
-struct Flags {
-  bool keepsGoing = false;
-  bool gui = false;
-};
+using Flags = std::map<std::string, bool>;
 
 void declare(CLI::App& app, std::map<std::string, std::vector<std::string>>& values, Flags& flags) {
   app.description(kDescription);
@@ -29,8 +26,9 @@ void declare(CLI::App& app, std::map<std::string, std::vector<std::string>>& val
         ->type_name(spec.value)
         ->allow_extra_args(false);
   }
-  app.add_flag("--keep-going", flags.keepsGoing, "go on after a command of a script that failed");
-  app.add_flag("--gui", flags.gui, "open the window; without --script no commands are read then");
+  for (const FlagSpec& flag : flagTable()) {
+    app.add_flag("--" + std::string(flag.name), flags[flag.name], flag.help);
+  }
   app.set_help_flag("-h,--help", "print this text and exit");
   app.set_version_flag("--version", std::string(kProgram) + " " KV_VERSION " (Project Share)");
 }
@@ -60,12 +58,12 @@ Result<void> addConfigFile(GivenOptions& given) {
   return addFromConfigFile(file, given);
 }
 
-std::variant<Options, ProgramEnd> settled(GivenOptions given, const Flags& flags) {
+std::variant<Options, ProgramEnd> settled(GivenOptions given, Flags& flags) {
   if (auto added = addConfigFile(given); !added) return usageError(added.error().message);
   auto options = settleOptions(given);
   if (!options) return usageError(options.error().message);
-  options->keepsGoing = flags.keepsGoing;
-  options->hasWindow = flags.gui;
+  options->keepsGoing = flags["keep-going"];
+  options->hasWindow = flags["gui"];
   return *options;
 }
 

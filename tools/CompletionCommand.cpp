@@ -2,6 +2,7 @@
 #include <iostream>
 #include <memory>
 
+#include "app/OptionTable.h"
 #include "tools/MessageTypes.h"
 #include "tools/Tool.h"
 
@@ -44,9 +45,8 @@ void writeCases(const CLI::App& tool, const char* variable) {
   }
 }
 
-void writeBash(const CLI::App& tool) {
-  std::cout << "# Completion of kv-share for bash: source <(kv-share completion bash)\n"
-               "_kv_share() {\n"
+void writeShareForBash(const CLI::App& tool) {
+  std::cout << "_kv_share() {\n"
                "  local word=${COMP_WORDS[COMP_CWORD]} words\n"
                "  case ${COMP_CWORD}:${COMP_WORDS[1]} in\n"
                "    1:*) words=\""
@@ -60,10 +60,55 @@ void writeBash(const CLI::App& tool) {
                "complete -o default -F _kv_share kv-share\n";
 }
 
-void writeZsh(const CLI::App& tool) {
-  std::cout << "#compdef kv-share\n"
-               "# Completion of kv-share for zsh: source <(kv-share completion zsh)\n"
-               "_kv_share() {\n"
+/// Every option of kv-station.
+std::string stationWords() {
+  std::vector<std::string> words;
+  for (const OptionSpec& option : optionTable()) words.push_back(std::string("--") + option.name);
+  for (const FlagSpec& flag : flagTable()) words.push_back(std::string("--") + flag.name);
+  words.insert(words.end(), {"--help", "--version"});
+  return joined(words);
+}
+
+/// The options whose value is `value`, or those with any other than the three that are known, as a
+/// pattern of the shell's case: "--plugin|--script".
+std::string stationPattern(const std::string& value) {
+  std::string pattern;
+  for (const OptionSpec& option : optionTable()) {
+    const std::string kind = option.value;
+    const bool isKnown = kind == "DIR" || kind == "FILE" || kind == "on|off";
+    if (value.empty() ? isKnown : kind != value) continue;
+    pattern += (pattern.empty() ? "--" : "|--") + std::string(option.name);
+  }
+  return pattern;
+}
+
+// Where nothing is offered, the shell offers files.
+void writeStationForBash() {
+  std::cout << "_kv_station() {\n"
+               "  local word=${COMP_WORDS[COMP_CWORD]}\n"
+               "  COMPREPLY=()\n"
+               "  case ${COMP_WORDS[COMP_CWORD-1]} in\n"
+            << "    " << stationPattern("DIR") << ") compopt -o filenames 2>/dev/null\n"
+            << "      mapfile -t COMPREPLY < <(compgen -d -- \"$word\") ;;\n"
+            << "    " << stationPattern("on|off")
+            << ") COMPREPLY=($(compgen -W \"on off\" -- \"$word\")) ;;\n"
+            << "    " << stationPattern("FILE") << "|" << stationPattern({}) << ") ;;\n"
+            << "    *) COMPREPLY=($(compgen -W \"" << stationWords() << "\" -- \"$word\")) ;;\n"
+            << "  esac\n"
+               "}\n"
+               "complete -o default -F _kv_station kv-station\n";
+}
+
+void writeBash(const CLI::App& tool) {
+  std::cout << "# Completion of kv-share and kv-station for bash: source <(kv-share completion "
+               "bash)\n";
+  writeShareForBash(tool);
+  writeStationForBash();
+}
+
+void writeShareForZsh(const CLI::App& tool) {
+  std::cout << "_kv_share() {\n"
+               "  if [ \"$service\" = kv-station ]; then _kv_station; return; fi\n"
                "  local words_known=''\n"
                "  if (( CURRENT == 2 )); then\n"
                "    words_known=\""
@@ -71,14 +116,37 @@ void writeZsh(const CLI::App& tool) {
             << "  else\n"
                "    case $words[2] in\n";
   writeCases(tool, "words_known");
+  std::cout << "    esac\n"
+               "  fi\n"
+               "  compadd -- ${=words_known}\n"
+               "  (( CURRENT > 2 )) && _files\n"
+               "}\n";
+}
+
+void writeStationForZsh() {
+  std::cout << "_kv_station() {\n"
+               "  case $words[CURRENT-1] in\n"
+            << "    " << stationPattern("DIR") << ") _files -/ ;;\n"
+            << "    " << stationPattern("FILE") << ") _files ;;\n"
+            << "    " << stationPattern("on|off") << ") compadd -- on off ;;\n"
+            << "    " << stationPattern({}) << ") _message value ;;\n"
+            << "    *) compadd -- " << stationWords() << " ;;\n"
+            << "  esac\n"
+               "}\n";
+}
+
+// As a file of the function path it is itself the function's body, called for either program.
+void writeZsh(const CLI::App& tool) {
   std::cout
-      << "    esac\n"
-         "  fi\n"
-         "  compadd -- ${=words_known}\n"
-         "  (( CURRENT > 2 )) && _files\n"
-         "}\n"
-         "if [ \"$funcstack[1]\" = \"_kv_share\" ]; then _kv_share \"$@\"; else compdef _kv_share "
-         "kv-share; fi\n";
+      << "#compdef kv-share kv-station\n"
+         "# Completion of kv-share and kv-station for zsh: source <(kv-share completion zsh)\n";
+  writeShareForZsh(tool);
+  writeStationForZsh();
+  std::cout << "if [ \"$funcstack[1]\" = \"_kv_share\" ]; then\n"
+               "  _kv_share \"$@\"\n"
+               "else\n"
+               "  compdef _kv_share kv-share kv-station\n"
+               "fi\n";
 }
 
 ToolStatus writeCompletion(const CLI::App& tool, const std::string& shell) {
@@ -93,7 +161,8 @@ ToolStatus writeCompletion(const CLI::App& tool, const std::string& shell) {
 }  // namespace
 
 void addCompletionCommand(CLI::App& tool, ToolStatus& status) {
-  auto* const command = tool.add_subcommand("completion", "Write a shell's completion script");
+  auto* const command = tool.add_subcommand(
+      "completion", "Write a shell's completion script for kv-share and kv-station");
   const auto shell = std::make_shared<std::string>();
   command->add_option("SHELL", *shell, "bash or zsh")
       ->required()

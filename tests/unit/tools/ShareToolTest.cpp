@@ -190,17 +190,44 @@ TEST(ShareTool, CompletesCommandsAndTypesInBash) {
 COMP_WORDS=(kv-share de); COMP_CWORD=1; _kv_share; echo "${COMPREPLY[*]}"
 COMP_WORDS=(kv-share send edit-s); COMP_CWORD=2; _kv_share; echo "${COMPREPLY[*]}"
 COMP_WORDS=(kv-share send --so); COMP_CWORD=2; _kv_share; echo "${COMPREPLY[*]}"
+COMP_WORDS=(kv-station --netw); COMP_CWORD=1; _kv_station; echo "${COMPREPLY[*]}"
+COMP_WORDS=(kv-station --network-mode of); COMP_CWORD=2; _kv_station; echo "${COMPREPLY[*]}"
+cd / && COMP_WORDS=(kv-station --projects us); COMP_CWORD=2; _kv_station; echo "${COMPREPLY[*]}"
+COMP_WORDS=(kv-station --user --); COMP_CWORD=2; _kv_station; echo "${COMPREPLY[*]}."
 )");
   const std::string command = "bash '" + script + "' >'" + folder / "out" + "'";
   ASSERT_EQ(std::system(command.c_str()), 0);
-  EXPECT_EQ(contentOf(folder / "out"), "decode\nedit-saved\n--source\n");
+  EXPECT_EQ(contentOf(folder / "out"),
+            "decode\nedit-saved\n--source\n--network-mode\noff\nusr\n.\n");
 }
 
 TEST(ShareTool, WritesACompletionForZsh) {
   const ToolRun run = runTool({"completion", "zsh"});
   EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.out.find("#compdef kv-share\n"), 0u);
+  EXPECT_EQ(run.out.find("#compdef kv-share kv-station\n"), 0u);
   EXPECT_NE(run.out.find("decode) words_known=\""), std::string::npos);
 }
+
+#ifdef KV_ZSH
+TEST(ShareTool, CompletesBothProgramsInZsh) {
+  const TestFolder folder;
+  const std::string script = folder.write("script", R"(
+compdef() { echo "$@" }
+compadd() { shift; echo "$@" | tr ' ' '\n' | grep -e "^$begun" }
+_files() { echo "files $@" }
+)" + runTool({"completion", "zsh"}).out + R"(
+begun=de service=kv-share words=(kv-share de) CURRENT=2; _kv_share
+begun=--so words=(kv-share send --so) CURRENT=3; _kv_share
+begun=--netw service=kv-station words=(kv-station --netw) CURRENT=2; _kv_share
+begun=of words=(kv-station --network-mode of) CURRENT=3; _kv_share
+words=(kv-station --projects us) CURRENT=3; _kv_share
+)");
+  const std::string command = KV_ZSH " -f '" + script + "' >'" + folder / "out" + "'";
+  ASSERT_EQ(std::system(command.c_str()), 0);
+  EXPECT_EQ(contentOf(folder / "out"),
+            "_kv_share kv-share kv-station\ndecode\n--source\nfiles \n--network-mode\noff\nfiles "
+            "-/\n");
+}
+#endif
 
 }  // namespace
