@@ -66,8 +66,9 @@ TEST_F(AnswersTest, ASharedProjectIsNotCalledFreeInLists) {
     EXPECT_NE(lineWith("Film", list).find("open to all"), list.npos) << list;
     EXPECT_NE(lineWith("Secret", list).find("free"), list.npos) << list;
   }
-  StationProcess& ben = start("BEN", 12);
-  for (const JsonValue& project : run(ben, "project list").elements()) {
+  const JsonValue projects = run(start("BEN", 12), "project list");
+  ASSERT_EQ(projects.elements().size(), 2u);
+  for (const JsonValue& project : projects.elements()) {
     EXPECT_EQ(project["lock"].asString(), "free");
     EXPECT_EQ(writeJson(project["occupied"]), "false");
   }
