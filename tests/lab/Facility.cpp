@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 #include <utility>
@@ -9,6 +10,7 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+constexpr auto kPatience = std::chrono::seconds(60);
 constexpr auto kPause = std::chrono::milliseconds(50);
 
 /// A machine number that no station of the lab has.
@@ -18,15 +20,15 @@ void add(std::map<std::string, int>& sum, const std::map<std::string, int>& coun
   for (const auto& [message, count] : counts) sum[message] += count;
 }
 
-/// What stands otherwise in two tallies.
+/// How two tallies differ.
 std::string compared(const std::map<std::string, int>& due, const std::map<std::string, int>& came,
-                     const std::string& host) {
+                     const std::string& who) {
   std::map<std::string, int> over = came;
   for (const auto& [message, count] : due) over[message] -= count;
   std::string told;
   for (const auto& [message, count] : over) {
     if (count != 0)
-      told += host + " has " + std::to_string(count) + " too many of " + message + "\n";
+      told += who + " has " + std::to_string(count) + " too many of " + message + "\n";
   }
   return told;
 }
@@ -95,25 +97,22 @@ std::string Facility::differenceNow() {
   for (Workstation* const machine : machines) {
     const std::string difference = first.differenceFrom(machine->view());
     if (difference.empty()) continue;
-    told += machines.front()->host() + " (-) and " + machine->host() + " (+):\n" + difference;
+    told += machines.front()->name() + " (-) and " + machine->name() + " (+):\n" + difference;
   }
   return told;
 }
 
 std::string Facility::differenceFromFolder() {
-  Workstation reader({folder_ / "projects", "READER", {}, {}});
+  Workstation reader({folder_ / "projects", "READER", {}, 0, {}});
   reader.switchOn();
   reader.enter("Film");
-  const JsonValue edits = reader.run("edit list");
-  for (const JsonValue& edit : edits.elements()) {
-    reader.run("edit open " + edit["cookie"].asString());
-  }
+  reader.openAllEdits();
   const ProjectView read = reader.view();
   std::string told;
   for (Workstation* const machine : running()) {
     const std::string difference = read.differenceFrom(machine->view());
     if (!difference.empty())
-      told += "the folder (-) and " + machine->host() + " (+):\n" + difference;
+      told += "the folder (-) and " + machine->name() + " (+):\n" + difference;
   }
   if (read.filed() != cookiesInFolder(projectFolder_)) told += "the folder holds other files\n";
   return told;
@@ -123,34 +122,70 @@ void Facility::reenter() {
   for (Workstation* const machine : running()) {
     machine->run("project leave");
     machine->run("project enter Film");
+    machine->openAllEdits();
   }
 }
 
-std::string Facility::notOnce() {
+std::string Facility::notOnce(Strangers strangers) {
   sendMarkers();
   std::string told;
   for (const Workstation* const receiver : running()) {
     std::map<std::string, int> due;
-    for (const Workstation* const sender : running()) {
-      if (sender != receiver) add(due, sender->messages("sent"));
+    for (const Workstation* const sender : peersOf(*receiver)) add(due, sender->messages("sent"));
+    std::map<std::string, int> came = receiver->messages("received");
+    if (strangers == Strangers::eSend) {
+      std::erase_if(came, [&due](const auto& each) { return !due.contains(each.first); });
     }
-    told += compared(due, receiver->messages("received"), receiver->host());
+    told += compared(due, came, receiver->name());
   }
   return told;
 }
 
+std::vector<Workstation*> Facility::peersOf(const Workstation& machine) const {
+  std::vector<Workstation*> peers = running();
+  std::erase_if(peers, [&machine](const Workstation* other) {
+    return other == &machine || other->port() != machine.port();
+  });
+  return peers;
+}
+
+void Facility::awaitHearing() {
+  const auto deadline = Clock::now() + kPatience;
+  while (!allHear(std::chrono::milliseconds(200))) {
+    ASSERT_LT(Clock::now(), deadline) << "not every station hears every other one";
+  }
+  sendMarkers();
+  for (Workstation* const machine : running()) machine->countFromNow();
+}
+
 // Datagrams of one sender arrive in order: what a marker does not overtake is there when it is.
 void Facility::sendMarkers() {
+  EXPECT_TRUE(allHear(kPatience)) << "not every station hears every other one";
+}
+
+bool Facility::allHear(std::chrono::milliseconds limit) {
   const std::string words = "marker" + std::to_string(++markers_);
+  const auto deadline = Clock::now() + limit;
   for (Workstation* const machine : running()) {
     machine->run(std::string("request ") + kNobody + " " + words);
   }
   for (Workstation* const machine : running()) {
-    for (std::size_t others = running().size() - 1; others > 0; --others) {
-      EXPECT_TRUE(machine->station().waitFor("received", {{"data", words}}))
-          << machine->host() << " heard " << others << " stations less than there are";
+    for (std::size_t heard = 0; heard < peersOf(*machine).size(); ++heard) {
+      const auto left = std::max<Clock::duration>(deadline - Clock::now(), {});
+      if (!machine->station().waitFor("received", {{"data", words}}, left)) return false;
     }
   }
+  return true;
+}
+
+long Facility::droppedCount() const {
+  long count = 0;
+  for (const Workstation* const machine : running()) {
+    for (const JsonValue& event : machine->station().events("network")) {
+      count += event["dropped"].asLong();
+    }
+  }
+  return count;
 }
 
 std::size_t Facility::sentCount() const {

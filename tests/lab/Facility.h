@@ -28,6 +28,11 @@ class Facility {
     return machine.plugInto(switches_, network);
   }
 
+  /// Joins something that is no workstation of this facility to a network.
+  std::unique_ptr<Cable> cable(Network& network, const Space& machine) {
+    return std::make_unique<Cable>(switches_, network, machine, "eth0");
+  }
+
   /// Switches all machines on; the first makes the project "Film", which all of them open.
   void open();
 
@@ -35,12 +40,20 @@ class Facility {
   /// afresh, once they all agree, or after `limit`: what still differs, or nothing.
   std::string difference(std::chrono::seconds limit);
 
-  /// Lets every machine leave the project and enter it again.
+  /// Lets every machine leave the project, enter it again and open all its edits.
   void reenter();
 
+  /// Waits until every machine hears every other one, and lets notOnce count from then on.
+  void awaitHearing();
+
   /// Waits until every message that a machine sent has come to every other one, and tells what came
-  /// more or less than once; nothing when all came once. Machines hear each other all.
-  std::string notOnce();
+  /// more or less than once; nothing when all came once. Machines on one port hear each other, and
+  /// none on another port. What no machine sent counts as well, unless strangers send.
+  enum class Strangers { eNone, eSend };
+  std::string notOnce(Strangers strangers = Strangers::eNone);
+
+  /// Datagrams that stations say they could not take.
+  [[nodiscard]] long droppedCount() const;
 
   /// Messages sent so far by all.
   [[nodiscard]] std::size_t sentCount() const;
@@ -56,7 +69,9 @@ class Facility {
   [[nodiscard]] std::vector<Workstation*> running() const;
   std::string differenceNow();
   std::string differenceFromFolder();
+  [[nodiscard]] std::vector<Workstation*> peersOf(const Workstation& machine) const;
   void sendMarkers();
+  bool allHear(std::chrono::milliseconds limit);
 
   ScratchFolder folder_;
   Space switches_{"switches"};

@@ -5,14 +5,12 @@ namespace {
 using TwoStationsTest = LabTest;
 
 TEST_F(TwoStationsTest, TwoStationsShareAProject) {
-  Network& office = facility_.network();
-  facility_.workstation("ANNA", {&office});
-  facility_.workstation("BEN", {&office});
-  facility_.open();
+  openTwo();
   everyoneWorks(facility_);
   everyoneGives(facility_);
   expectEachMessageOnce();
   expectAgreement();
+  shows(figures() + ", each came once");
 }
 
 }  // namespace

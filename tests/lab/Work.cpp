@@ -2,9 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <thread>
+
 namespace {
 
 std::string quoted(const std::string& text) { return "\"" + text + "\""; }
+
+std::string made(Workstation& machine, const std::string& command, const std::string& kind) {
+  return machine.run(command + " " + quoted(machine.newName(kind))).asString();
+}
 
 void trim(Workstation& machine, const std::string& edit, const std::string& end) {
   machine.run("edit trim " + edit + " 0/0 0 " + end);
@@ -14,46 +21,45 @@ void trim(Workstation& machine, const std::string& edit, const std::string& end)
 }  // namespace
 
 std::string makeThings(Workstation& machine) {
-  const std::string sample = KV_SAMPLES "/simple_cut.otio";
-  const std::string of = " of " + machine.host();
-  const std::string edit = machine.run("edit import " + quoted(sample)).asString();
+  const std::string edit =
+      machine.run("edit import " + quoted(KV_SAMPLES "/simple_cut.otio")).asString();
   machine.run("edit open " + edit);
-  machine.run("edit rename " + edit + " " + quoted("Cut" + of));
+  machine.run("edit rename " + edit + " " + quoted(machine.newName("Cut")));
   trim(machine, edit, "0.125s");
-  const std::string log = machine.run("log create " + quoted("Shot" + of)).asString();
-  const std::string bin = machine.run("bin create " + quoted("Dailies" + of)).asString();
+  const std::string log = made(machine, "log create", "Shot");
+  const std::string bin = made(machine, "bin create", "Dailies");
   machine.run("bin add " + bin + " " + edit + " " + log);
-  const std::string rack = machine.run("rack create " + quoted("Shelf" + of)).asString();
-  machine.run("rack add " + rack + " " + bin);
-  const std::string filter =
-      machine.run("filter create " + quoted("Night" + of) + " \"scene < 10\"").asString();
-  machine.run("filter change " + filter + " \"scene < 12\"");
-  machine.run("media add " + quoted(machine.mediaFile()));
-  machine.run("room create " + machine.host());
-  machine.run("room enter " + machine.host());
+  machine.run("rack add " + made(machine, "rack create", "Shelf") + " " + bin);
+  const std::string night = quoted(machine.newName("Night"));
+  machine.run("filter create " + night + " \"scene < 10\"");
+  machine.run("filter change " + night + " \"scene < 12\"");
+  machine.run("media add " + quoted(machine.newMediaFile()));
+  const std::string room = quoted(machine.newName("Room"));
+  machine.run("room create " + room);
+  machine.run("room enter " + room);
+  machine.run("bin add " + made(machine, "bin create", "Selects") + " " + edit);
   return edit;
 }
 
 void changeThings(Workstation& machine, const std::string& edit) {
   trim(machine, edit, "0.3125s");
-  const std::string bin =
-      machine.run("bin create " + quoted("Selects of " + machine.host())).asString();
-  machine.run("bin add " + bin + " " + edit);
-  machine.run("bin destroy " + bin);
+  const JsonValue bins = machine.run("bin list");
+  for (const JsonValue& bin : bins.elements()) {
+    const std::string& name = bin["name"].asString();
+    const bool isOwn = name.ends_with(" of " + machine.name());
+    if (isOwn && name.starts_with("Selects")) machine.run("bin destroy " + quoted(name));
+  }
   machine.run("room leave");
 }
 
 void everyoneWorks(const Facility& facility) {
-  std::map<Workstation*, std::string> edits;
+  std::map<const Workstation*, std::string> edits;
   for (const auto& machine : facility.machines()) {
-    if (machine->isOn()) edits[machine.get()] = makeThings(*machine);
+    if (machine->isOn()) edits[machine.get()];
   }
-  for (const auto& [machine, own] : edits) {
-    for (const auto& [other, edit] : edits) {
-      if (other != machine) machine->run("edit open " + edit);
-    }
-  }
-  for (const auto& [machine, edit] : edits) changeThings(*machine, edit);
+  atOnce(facility, [&edits](Workstation& machine) { edits[&machine] = makeThings(machine); });
+  atOnce(facility, [](Workstation& machine) { machine.openAllEdits(); });
+  atOnce(facility, [&edits](Workstation& machine) { changeThings(machine, edits[&machine]); });
 }
 
 void everyoneGives(const Facility& facility) {
@@ -61,12 +67,20 @@ void everyoneGives(const Facility& facility) {
   for (std::size_t i = 0; i < machines.size(); ++i) {
     Workstation& giver = *machines[i];
     Workstation& taker = *machines[(i + 1) % machines.size()];
-    const std::string edit = giver.run("edit create Gift").asString();
+    const std::string edit = made(giver, "edit create", "Gift");
     giver.run("edit give " + edit + " " + taker.host());
     EXPECT_TRUE(taker.station().waitFor("changed", {{"what", "permissions"}, {"cookie", edit}}))
-        << taker.host() << " was not told of its gift";
+        << taker.name() << " was not told of its gift";
     taker.run("edit open " + edit);
-    taker.run("edit rename " + edit + " " + quoted("Gift from " + giver.host()));
+    taker.run("edit rename " + edit + " " + quoted(taker.newName("Present")));
     taker.run("edit save " + edit);
   }
+}
+
+void atOnce(const Facility& facility, const std::function<void(Workstation&)>& work) {
+  std::vector<std::thread> hands;
+  for (const auto& machine : facility.machines()) {
+    if (machine->isOn()) hands.emplace_back([&work, &machine] { work(*machine); });
+  }
+  for (std::thread& hand : hands) hand.join();
 }

@@ -28,10 +28,12 @@ void Workstation::switchOn() {
   options.projects = setup_.projects;
   options.prefix = space_->prefix();
   options.sendTo.clear();
-  options.user = setup_.user.empty() ? setup_.host : setup_.user;
+  options.user = user();
+  options.port = setup_.port;
   options.more = setup_.more;
   station_ = std::make_unique<StationProcess>(std::move(options));
   isOn_ = true;
+  notCounted_.clear();
 }
 
 void Workstation::cutPower() {
@@ -40,7 +42,7 @@ void Workstation::cutPower() {
 }
 
 void Workstation::waitUntilReady() {
-  EXPECT_TRUE(station_->waitUntilReady()) << host() << ": " << station_->errorText();
+  EXPECT_TRUE(station_->waitUntilReady()) << name() << ": " << station_->errorText();
 }
 
 void Workstation::enter(const std::string& project) {
@@ -51,20 +53,42 @@ void Workstation::enter(const std::string& project) {
 JsonValue Workstation::run(const std::string& line) {
   const JsonValue reply = station_->command(line);
   EXPECT_TRUE(reply["ok"].asBool())
-      << host() << ": " << line << ": " << writeJson(reply) << station_->errorText();
+      << name() << ": " << line << ": " << writeJson(reply) << station_->errorText();
   return reply["result"];
 }
 
-std::string Workstation::mediaFile() {
-  const std::string name = host() + "-" + std::to_string(++mediaFiles_) + ".mov";
-  std::ofstream(setup_.projects + "/../" + name) << name;
-  return std::filesystem::canonical(setup_.projects + "/../" + name);
+void Workstation::openAllEdits() {
+  const JsonValue edits = run("edit list");
+  for (const JsonValue& edit : edits.elements()) run("edit open " + edit["cookie"].asString());
+}
+
+std::string Workstation::name() const { return user() + " at " + host(); }
+
+std::string Workstation::newName(const std::string& kind) {
+  return kind + " " + std::to_string(++named_) + " of " + name();
+}
+
+std::string Workstation::newMediaFile() {
+  const std::string path =
+      std::filesystem::path(setup_.projects).parent_path() / (newName("Take") + ".mov");
+  std::ofstream(path) << path;
+  return path;
 }
 
 ProjectView Workstation::view() { return ProjectView(run("state")); }
 
 std::map<std::string, int> Workstation::messages(const std::string& event) const {
   std::map<std::string, int> counts;
-  for (const JsonValue& each : station_->events(event)) ++counts[each["text_hex"].asString()];
+  const std::vector<JsonValue> all = station_->events(event);
+  const auto before = notCounted_.find(event);
+  for (std::size_t i = before == notCounted_.end() ? 0 : before->second; i < all.size(); ++i) {
+    ++counts[all[i]["text_hex"].asString()];
+  }
   return counts;
+}
+
+void Workstation::countFromNow() {
+  for (const char* const event : {"sent", "received"}) {
+    notCounted_[event] = station_->events(event).size();
+  }
 }
