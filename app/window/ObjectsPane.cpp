@@ -5,6 +5,7 @@
 #include <QVBoxLayout>
 
 #include "app/window/Appearance.h"
+#include "app/window/ChoiceKeeper.h"
 #include "app/window/Icons.h"
 
 namespace {
@@ -130,8 +131,10 @@ ObjectsPane::List ObjectsPane::makeList(ObjectKind kind) {
   view.setContextMenuPolicy(Qt::CustomContextMenu);
   view.setSortingEnabled(true);
   view.sortByColumn(0, Qt::AscendingOrder);
+  view.setVerticalScrollMode(QAbstractItemView::ScrollPerItem);
   view.setTextElideMode(Qt::ElideMiddle);
   setWidths(view, *list.model);
+  new ChoiceKeeper(*list.model, *list.proxy, view, this);
   connect(list.model, &ObjectsModel::mayWanted, this, &ObjectsPane::mayWanted);
   connect(view.selectionModel(), &QItemSelectionModel::selectionChanged, this,
           &ObjectsPane::choiceChanged);
