@@ -9,6 +9,7 @@
 #include "app/window/TimelineMaker.h"
 #include "station/base/Activity.h"
 #include "station/edit/EditActions.h"
+#include "station/ui/Desktop.h"
 
 namespace {
 
@@ -55,7 +56,8 @@ void HostLink::askSnapshot() {
   const bool isDue = sinceSnapshot_.elapsed() >= snapshotPauseMs_ && feed_.hasChanges();
   if (!isReady_ || isSnapshotAsked_ || !isDue) return;
   isSnapshotAsked_ = true;
-  post("a look at the project", [this] {
+  post("a look at the project", [this, tools = std::exchange(toPutBack_, {})] {
+    if (Desktop* desktop = Desktop::current()) putBack(tools, *desktop);
     QElapsedTimer cost;
     cost.start();
     const Changes changes = feed_.takeChanges();

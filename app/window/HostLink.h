@@ -41,6 +41,9 @@ class HostLink : public QObject {
   /// Asks whether the local user may modify these edits and logs; mayReady() follows.
   void askMay(const QStringList& cookies);
 
+  /// Puts tools back onto the desktop as soon as there is one, before the first snapshot.
+  void putBackOnceReady(const KeptTools& tools) { toPutBack_ = tools; }
+
   /// Looks at everything anew.
   void lookAgain();
 
@@ -74,6 +77,7 @@ class HostLink : public QObject {
   QElapsedTimer sinceSnapshot_;
   QElapsedTimer sinceSign_;   ///< since the host thread was last asked for a sign of life
   QElapsedTimer sinceLists_;  ///< since lists that no event tells of were looked at
+  KeptTools toPutBack_;
   bool isSnapshotAsked_ = false;
   bool isSignAsked_ = false;
   bool isBusy_ = false;

@@ -125,8 +125,6 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
     panelAction_->setIcon(panelIcon(snapshot->panel->icon));
     panelAction_->setEnabled(snapshot->panel->exists);
     panelAction_->setChecked(snapshot->panel->isOpen);
-    const bool isToOpen = std::exchange(wantsPanel_, false) && !snapshot->panel->isOpen;
-    if (isToOpen) link_.run(QStringLiteral("panel open"));
   }
   status_->showActiveUsers(snapshot->activeUsers);
   setWindowTitle(snapshot->project.name.isEmpty()

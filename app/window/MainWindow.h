@@ -97,6 +97,5 @@ class MainWindow : public QMainWindow {
   QString toChoose_;  ///< the cookie of an object that was just made here
   unsigned long received_ = 0;
   bool keepsLayout_ = true;
-  bool wantsPanel_ = false;  ///< the panel was open when the window was last closed
   bool isEnding_ = false;
 };

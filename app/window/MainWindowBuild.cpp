@@ -241,7 +241,7 @@ void MainWindow::nextPane() {
 void MainWindow::restoreLayout() {
   resize(kFirstSize);
   setMinimumSize(300, 200);
-  const QSettings kept = windowSettings();
+  QSettings kept = windowSettings();
   if (const auto asked = askedGeometry()) {
     keepsLayout_ = false;
     setGeometry(*asked);
@@ -252,7 +252,7 @@ void MainWindow::restoreLayout() {
   side_->restoreState(kept.value(QStringLiteral("side")).toByteArray());
   centre_->restoreState(kept.value(QStringLiteral("centre")).toByteArray());
   panel_->hide();
-  wantsPanel_ = kept.value(QStringLiteral("panel")).toBool();
+  link_.putBackOnceReady(keptTools(kept));
 }
 
 void MainWindow::saveLayout() const {
@@ -262,5 +262,5 @@ void MainWindow::saveLayout() const {
   kept.setValue(QStringLiteral("state"), saveState());
   kept.setValue(QStringLiteral("side"), side_->saveState());
   kept.setValue(QStringLiteral("centre"), centre_->saveState());
-  kept.setValue(QStringLiteral("panel"), panel_->state().isOpen);
+  if (snapshot_) keepTools(kept, snapshot_->tools);
 }

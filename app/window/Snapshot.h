@@ -7,6 +7,8 @@
 #include <memory>
 #include <vector>
 
+#include "app/window/KeptTools.h"
+
 // What the window shows of the station: plain values, made on the host thread and never changed
 // afterwards, so that any number of threads may read them. Parts that did not change are shared
 // from one snapshot to the next.
@@ -95,6 +97,7 @@ struct Snapshot {
   Shared<std::vector<RoomRow>> rooms;
   std::array<Shared<ObjectRows>, kObjectKinds> objects;
   Shared<PanelState> panel;
+  KeptTools tools;
   Shared<QStringList> users;
   int activeUsers = 0;
 };

@@ -166,6 +166,7 @@ void SnapshotMaker::lookAtPanel(Snapshot& next) {
   PanelState panel;
   if (Desktop* desktop = Desktop::current()) {
     if (const auto shown = PanelHands(*desktop).show()) panel = panelState(*shown);
+    next.tools = toolsOn(*desktop);
   }
   next.panel = unlessSame(next.panel, std::move(panel));
 }

@@ -8,8 +8,10 @@
 #include "app/CommandCall.h"
 #include "app/window/ActionTable.h"
 #include "app/window/ConversationView.h"
+#include "app/window/KeptTools.h"
 #include "app/window/MessageBar.h"
 #include "app/window/WindowSettings.h"
+#include "host/ui/GenIcon.h"
 #include "tests/window/WindowScene.h"
 
 namespace {
@@ -85,11 +87,17 @@ TEST_F(WindowTest, ThePanelCollapsesToItsIconAndOpensAnew) {
   });
 }
 
-TEST_F(WindowTest, ThePanelLeftOpenIsThereAgain) {
-  windowSettings().setValue("panel", true);
-  play(
-      [](MainWindow& window) { EXPECT_TRUE(waitFor([&] { return window.panel().isVisible(); })); });
-  EXPECT_TRUE(windowSettings().value("panel").toBool());
+TEST_F(WindowTest, ThePanelLeftOpenIsThereAgainWhereItWas) {
+  const KeptTools left{{"Messager", eExpandedState, 300, 200}};
+  QSettings kept = windowSettings();
+  keepTools(kept, left);
+  play([&](MainWindow& window) {
+    EXPECT_TRUE(waitFor([&] { return window.panel().isVisible(); }));
+    EXPECT_EQ(window.snapshot()->tools, left);
+    EXPECT_EQ(window.panel().conversation().toPlainText(), QString());
+    keepTools(kept, {});
+  });
+  EXPECT_EQ(keptTools(kept), left);
 }
 
 TEST_F(WindowTest, ALongMessageAndLettersOfAllKindsGoOut) {
