@@ -78,8 +78,8 @@ const std::vector<ActionSpec>& table() {
        "edit give {object} {0}",
        {{"New owner", Kind::eUser}}},
       {"Edit", "May I change it&?", "", Target::eEdit, "edit may {object}", {}},
-      {"Edit", "Show it as te&xt", "", Target::eEdit, "edit show {object}", {}},
-      {"Edit", "List all as te&xt", "", Target::eOpenProject, "edit list", {}},
+      {"Edit", "S&how it as text", "", Target::eEdit, "edit show {object}", {}},
+      {"Edit", "List &all as text", "", Target::eOpenProject, "edit list", {}},
       {"Edit", "&Delete", "Del", Target::eEdit, "edit delete {objects}", {}},
 
       {"Bin", "&New bin…", "", Target::eOpenProject, "bin create {0}", {{"Name"}}},
@@ -163,7 +163,7 @@ const std::vector<ActionSpec>& table() {
 
       {"Station", "&Users", "Ctrl+U", Target::eNothing, "users", {}},
       {"Station", "&Add a user…", "", Target::eNothing, "user add {0}", {{"Name"}}},
-      {"Station", "How many are at &work?", "", Target::eNothing, "active", {}},
+      {"Station", "&How many are at work?", "", Target::eNothing, "active", {}},
       {"Station", "&Who am I?", "", Target::eNothing, "whoami", {}},
       {"Station",
        "&Request something of a machine…",

@@ -3,6 +3,8 @@
 #include <QScrollBar>
 #include <algorithm>
 
+#include "app/window/LongText.h"
+
 ConversationView::ConversationView(QWidget* parent) : QPlainTextEdit(parent) {
   setReadOnly(true);
   setTabChangesFocus(true);
@@ -16,9 +18,12 @@ void ConversationView::setLines(const QStringList& lines) {
       lines.size() >= lines_.size() && std::equal(lines_.begin(), lines_.end(), lines.begin());
   const bool isAtEnd = verticalScrollBar()->value() >= verticalScrollBar()->maximum();
   if (isLonger) {
-    for (qsizetype i = lines_.size(); i < lines.size(); ++i) appendPlainText(lines[i]);
+    for (qsizetype i = lines_.size(); i < lines.size(); ++i) {
+      wrapFor(*this, lines[i]);
+      appendPlainText(lines[i]);
+    }
   } else {
-    setPlainText(lines.join(QLatin1Char('\n')));
+    showLongText(*this, lines.join(QLatin1Char('\n')));
   }
   lines_ = lines;
   if (isAtEnd) verticalScrollBar()->setValue(verticalScrollBar()->maximum());

@@ -5,6 +5,9 @@
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
+#include "app/window/LongText.h"
+#include "app/window/Texts.h"
+
 namespace {
 
 QLabel* elasticLabel(const char* role) {
@@ -58,7 +61,7 @@ void DetailPane::choose(const std::optional<ObjectRow>& row, ObjectKind kind,
   change_->hide();
   const bool isEdit = kind == ObjectKind::eEdits;
   stack_->setCurrentWidget(isEdit || !row ? static_cast<QWidget*>(view_) : words_);
-  words_->setPlainText(contents);
+  showLongText(*words_, contents);
   if (!row) {
     view_->show(nullptr);
     view_->setHint(QStringLiteral("Choose an edit to see its timeline."));
@@ -78,13 +81,13 @@ void DetailPane::update(const ObjectRow& row) {
 
 void DetailPane::showHeading() {
   heading_->setText(row_.key.isEmpty() ? QStringLiteral("Timeline")
-                                       : (row_.name.isEmpty() ? row_.cookie : row_.name));
+                                       : (row_.name.isEmpty() ? row_.cookie : oneLine(row_.name)));
   QString facts;
   if (kind_ == ObjectKind::eEdits && !row_.key.isEmpty()) {
     facts = row_.owner.isEmpty() ? QStringLiteral("belongs to nobody")
-                                 : QStringLiteral("belongs to ") + row_.owner;
+                                 : QStringLiteral("belongs to ") + oneLine(row_.owner);
     const TimelinePtr& timeline = view_->timeline();
-    if (timeline && timeline->cookie == row_.cookie) {
+    if (timeline && timeline->cookie == row_.cookie && timeline->problem.isEmpty()) {
       facts += QStringLiteral(", %1 at %2 frames a second")
                    .arg(timecode(timeline->length, timeline->rate))
                    .arg(timeline->rate);
@@ -92,7 +95,7 @@ void DetailPane::showHeading() {
     if (row_.isDirty) facts += QStringLiteral(", unsaved changes");
   }
   facts_->setText(facts);
-  facts_->setToolTip(facts);
+  facts_->setToolTip(plainTip(facts));
 }
 
 void DetailPane::showChange() {

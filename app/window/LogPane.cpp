@@ -11,6 +11,7 @@
 
 #include "app/window/Appearance.h"
 #include "app/window/Icons.h"
+#include "app/window/Texts.h"
 
 namespace {
 
@@ -77,7 +78,7 @@ QVariant LogModel::data(const QModelIndex& index, int role) const {
              line.text.left(kLongestLine).simplified());
   }
   if (role == Qt::DecorationRole) return kindIcon(line.kind);
-  if (role == Qt::ToolTipRole) return line.text.left(4000);
+  if (role == Qt::ToolTipRole) return plainTip(line.text);
   if (role == kKindRole) return static_cast<int>(line.kind);
   return {};
 }

@@ -1,7 +1,19 @@
 #include "app/window/MainMenus.h"
 
+#include <QHash>
 #include <QMenuBar>
 #include <algorithm>
+
+namespace {
+
+/// A menu's title with the letter marked that opens it, each menu's another.
+QString withMnemonic(const QString& title) {
+  static const QHash<QString, int> kLetters{
+      {QStringLiteral("Room"), 1}, {QStringLiteral("Messages"), 2}, {QStringLiteral("Station"), 1}};
+  return QString(title).insert(kLetters.value(title, 0), QLatin1Char('&'));
+}
+
+}  // namespace
 
 MainMenus::MainMenus(QMainWindow& window, const Runner& run) : window_(window) {
   for (const ActionSpec& spec : actionTable()) {
@@ -13,7 +25,7 @@ MainMenus::MainMenus(QMainWindow& window, const Runner& run) : window_(window) {
 
 QMenu& MainMenus::menu(const QString& title) {
   QMenu*& found = menus_[title];
-  if (!found) found = window_.menuBar()->addMenu(QLatin1Char('&') + title);
+  if (!found) found = window_.menuBar()->addMenu(withMnemonic(title));
   return *found;
 }
 

@@ -129,7 +129,7 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
   status_->showActiveUsers(snapshot->activeUsers);
   setWindowTitle(snapshot->project.name.isEmpty()
                      ? QStringLiteral("Station")
-                     : snapshot->project.name + QStringLiteral(" - Station"));
+                     : plainTitle(snapshot->project.name) + QStringLiteral(" - Station"));
   if (!toChoose_.isEmpty() && objects_->model(ObjectKind::eEdits).rowOf(toChoose_) >= 0) {
     objects_->choose(ObjectKind::eEdits, std::exchange(toChoose_, {}));
   }
@@ -143,6 +143,9 @@ void MainWindow::takeNews(const News& news) {
   received_ = news.received;
   log_->append(news.lines);
   notifications_->add(news.notifications);
+  for (const LogLine& line : news.lines) {
+    if (line.kind == LogLine::Kind::eNetwork) tellOfNetwork(line.text);
+  }
   if (news.notifications.empty()) return;
   const NotificationLine& last = news.notifications.back();
   strip_->tell(MessageBar::Kind::eNote,
@@ -151,13 +154,20 @@ void MainWindow::takeNews(const News& news) {
   QApplication::alert(this);
 }
 
+// What could not be sent stays told until somebody closes it: the command itself went well.
+void MainWindow::tellOfNetwork(const QString& problem) {
+  tellsOfNetwork_ = true;
+  messages_->tell(MessageBar::Kind::eChange, problem);
+}
+
 void MainWindow::takeOutcome(const CommandOutcome& outcome) {
   if (!outcome.succeeded) {
+    tellsOfNetwork_ = false;
     messages_->tell(MessageBar::Kind::eError, outcome.text);
     if (outcome.command == QLatin1String("say")) panel_->restoreUnsent();
     return;
   }
-  if (messages_->isVisible()) messages_->hide();
+  if (!tellsOfNetwork_) messages_->hide();
   const bool makesEdit = outcome.command == QLatin1String("edit create") ||
                          outcome.command == QLatin1String("log create") ||
                          outcome.command == QLatin1String("edit import");

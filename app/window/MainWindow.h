@@ -61,6 +61,7 @@ class MainWindow : public QMainWindow {
   void connectPanes();
   void takeSnapshot(const SnapshotPtr& snapshot);
   void takeNews(const News& news);
+  void tellOfNetwork(const QString& problem);
   void takeOutcome(const CommandOutcome& outcome);
   void showAnswer(const QString& title, const QString& text);
   void runAction(const ActionSpec& action);
@@ -97,5 +98,6 @@ class MainWindow : public QMainWindow {
   QString toChoose_;  ///< the cookie of an object that was just made here
   unsigned long received_ = 0;
   bool keepsLayout_ = true;
+  bool tellsOfNetwork_ = false;
   bool isEnding_ = false;
 };

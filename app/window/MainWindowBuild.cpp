@@ -25,6 +25,7 @@
 #include "app/window/ObjectsPane.h"
 #include "app/window/PanelDock.h"
 #include "app/window/ProjectsPane.h"
+#include "app/window/Texts.h"
 #include "app/window/WindowSettings.h"
 #include "station/base/StationSettings.h"
 
@@ -198,7 +199,7 @@ void MainWindow::showAnswer(const QString& title, const QString& text) {
   auto* dialog = new QDialog(this);
   dialog->setAttribute(Qt::WA_DeleteOnClose);
   dialog->setObjectName(QStringLiteral("answer"));
-  dialog->setWindowTitle(title);
+  dialog->setWindowTitle(plainTitle(title));
   auto* shown = new QPlainTextEdit(text);
   shown->setReadOnly(true);
   shown->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));

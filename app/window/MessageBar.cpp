@@ -8,6 +8,7 @@
 
 #include "app/window/Appearance.h"
 #include "app/window/Icons.h"
+#include "app/window/Texts.h"
 
 namespace {
 
@@ -74,7 +75,7 @@ void MessageBar::offer(const QString& action) {
 void MessageBar::showText() {
   const bool isLong = text_.size() > kLongest;
   label_->setText(isLong ? text_.left(kLongest) + QStringLiteral("…") : text_);
-  label_->setToolTip(isLong ? text_.left(4000) : QString());
+  label_->setToolTip(isLong ? plainTip(text_) : QString());
 }
 
 void MessageBar::resizeEvent(QResizeEvent* event) {

@@ -7,6 +7,7 @@
 
 #include "app/window/Appearance.h"
 #include "app/window/Icons.h"
+#include "app/window/LongText.h"
 
 namespace {
 
@@ -60,5 +61,5 @@ void NotificationsPane::add(const std::vector<NotificationLine>& lines) {
 void NotificationsPane::showChosen() {
   const QListWidgetItem* item = list_->currentItem();
   whole_->setVisible(item != nullptr);
-  if (item) whole_->setPlainText(item->data(Qt::UserRole).toString());
+  if (item) showLongText(*whole_, item->data(Qt::UserRole).toString());
 }

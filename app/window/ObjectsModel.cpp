@@ -4,6 +4,7 @@
 
 #include "app/window/Appearance.h"
 #include "app/window/Icons.h"
+#include "app/window/Texts.h"
 
 namespace {
 
@@ -233,17 +234,17 @@ QString ObjectsModel::mayText(const ObjectRow& row) const {
 QString ObjectsModel::textOf(const ObjectRow& row, Column column) const {
   switch (column) {
     case eName:
-      return row.name.isEmpty() ? row.cookie : row.name;
+      return row.name.isEmpty() ? row.cookie : oneLine(row.name);
     case eOwner:
-      return row.owner.isEmpty() ? QStringLiteral("nobody") : row.owner;
+      return row.owner.isEmpty() ? QStringLiteral("nobody") : oneLine(row.owner);
     case eMay:
       return mayText(row);
     case eState:
       return stateText(row);
     case eDetail:
-      return row.detail;
+      return oneLine(row.detail);
     case eExtra:
-      return row.extra;
+      return oneLine(row.extra);
     case eNews:
       if (!row.problem.isEmpty()) return QStringLiteral("unreadable");
       return isNew(row) ? QStringLiteral("changed elsewhere") : QString();
@@ -282,7 +283,7 @@ QVariant ObjectsModel::colourOf(const ObjectRow& row, Column column) const {
 QString ObjectsModel::toolTipOf(const ObjectRow& row) const {
   QString text = textOf(row, eName);
   if (!row.problem.isEmpty()) text += QLatin1Char('\n') + row.problem;
-  return text + QLatin1Char('\n') + row.cookie;
+  return plainTip(text + QLatin1Char('\n') + row.cookie);
 }
 
 QVariant ObjectsModel::data(const QModelIndex& index, int role) const {

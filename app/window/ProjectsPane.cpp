@@ -8,12 +8,14 @@
 
 #include "app/window/Appearance.h"
 #include "app/window/Icons.h"
+#include "app/window/Texts.h"
 
 namespace {
 
 QLabel* makeLabel(const QString& text, const char* role) {
   auto* label = new QLabel(text);
   label->setProperty("role", role);
+  label->setTextFormat(Qt::PlainText);
   label->setWordWrap(true);
   label->setContentsMargins(10, 8, 10, 4);
   return label;
@@ -58,7 +60,7 @@ void setLength(QTreeWidget& list, std::size_t length) {
 }
 
 void setItem(QTreeWidgetItem& item, const QString& name, const QIcon& kind, const QString& state,
-             const QIcon& mark, bool isOpen) {
+             const QIcon& mark, const QString& tip, bool isOpen) {
   item.setText(0, name);
   item.setIcon(0, kind);
   item.setText(1, state);
@@ -66,8 +68,8 @@ void setItem(QTreeWidgetItem& item, const QString& name, const QIcon& kind, cons
   QFont font = item.font(0);
   font.setBold(isOpen);
   item.setFont(0, font);
-  item.setToolTip(0, name);
-  item.setToolTip(1, state);
+  item.setToolTip(0, plainTip(name));
+  item.setToolTip(1, plainTip(tip));
 }
 
 }  // namespace
@@ -159,7 +161,7 @@ void ProjectsPane::showProjects() {
     const QIcon kind = icon(row.isPrivate ? Glyph::ePrivate : Glyph::eProject, with.quiet);
     setItem(*projects_->topLevelItem(static_cast<int>(i)),
             row.name.isEmpty() ? row.cookie : row.name, kind, stateText(row), stateIcon(row, with),
-            row.isOpen);
+            row.problem.isEmpty() ? stateText(row) : row.problem, row.isOpen);
   }
   projectsHint_->setText(!problem_.isEmpty() ? problem_
                                              : QStringLiteral("None yet. Ctrl+N makes one."));
@@ -172,9 +174,11 @@ void ProjectsPane::showRooms() {
   setLength(*rooms_, count);
   for (std::size_t i = 0; i < count; ++i) {
     const RoomRow& row = (*roomRows_)[i];
+    const QString state =
+        row.isHere ? QStringLiteral("you are here") : holdText(row.hold, row.holder);
     setItem(*rooms_->topLevelItem(static_cast<int>(i)), row.name, icon(Glyph::eRoom, with.quiet),
-            row.isHere ? QStringLiteral("you are here") : holdText(row.hold, row.holder),
-            row.isHere ? icon(Glyph::eHere, with.accent) : holdIcon(row.hold, with), row.isHere);
+            state, row.isHere ? icon(Glyph::eHere, with.accent) : holdIcon(row.hold, with), state,
+            row.isHere);
   }
   const bool hasRooms = !open_.cookie.isEmpty() && !open_.isPrivate;
   roomsHint_->setText(open_.cookie.isEmpty() ? QStringLiteral("Rooms belong to an open project.")

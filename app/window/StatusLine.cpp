@@ -4,6 +4,7 @@
 
 #include "app/window/Appearance.h"
 #include "app/window/Icons.h"
+#include "app/window/Texts.h"
 
 namespace {
 
@@ -11,6 +12,7 @@ QLabel* quietLabel(const char* name) {
   auto* label = new QLabel;
   label->setObjectName(QString::fromLatin1(name));
   label->setProperty("role", "quiet");
+  label->setTextFormat(Qt::PlainText);
   label->setContentsMargins(6, 2, 6, 2);
   label->setMinimumWidth(10);
   label->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
@@ -42,7 +44,7 @@ void StatusLine::showNews(const News& news) {
     who_->setText(QStringLiteral("%1 on %2 (machine %3)")
                       .arg(station.user, station.host)
                       .arg(station.machine));
-    who_->setToolTip(who_->text() + QStringLiteral(", ") + station.plugin);
+    who_->setToolTip(plainTip(who_->text() + QStringLiteral(", ") + station.plugin));
     network_->setText(QStringLiteral("network %1, port %2")
                           .arg(station.networkMode ? QStringLiteral("on") : QStringLiteral("off"))
                           .arg(station.port));
@@ -74,8 +76,8 @@ void StatusLine::showBusy(const QString& what, int seconds) {
                        : seconds < 1
                            ? QStringLiteral("Waiting for %1").arg(what)
                            : QStringLiteral("Waiting for %1 (%2 s)").arg(what).arg(seconds);
-  busy_->setText(text);
-  busy_->setToolTip(text);
+  busy_->setText(oneLine(text));
+  busy_->setToolTip(plainTip(text));
 }
 
 QString StatusLine::busyText() const { return busy_->text(); }

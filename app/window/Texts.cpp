@@ -1,6 +1,37 @@
 #include "app/window/Texts.h"
 
+#include <QTextDocument>
+
 #include "app/CommandLine.h"
+
+namespace {
+
+constexpr qsizetype kLongestTip = 4000;
+constexpr qsizetype kLongestTitle = 120;
+
+bool isControl(QChar letter) {
+  return letter.category() == QChar::Other_Control || letter.category() == QChar::Separator_Line ||
+         letter.category() == QChar::Separator_Paragraph;
+}
+
+}  // namespace
+
+QString plainTip(const QString& text) {
+  if (text.isEmpty()) return {};
+  return Qt::convertFromPlainText(text.left(kLongestTip), Qt::WhiteSpaceNormal);
+}
+
+QString oneLine(const QString& text) {
+  QString line = text;
+  for (QChar& letter : line) {
+    if (isControl(letter)) letter = QLatin1Char(' ');
+  }
+  return line;
+}
+
+QString plainTitle(const QString& text) {
+  return oneLine(text.left(kLongestTitle)).replace(QStringLiteral("[*]"), QStringLiteral("[*][*]"));
+}
 
 QString quoted(const QString& word) {
   return QString::fromStdString(quotedWord(word.toStdString()));

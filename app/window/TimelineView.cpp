@@ -9,6 +9,7 @@
 #include <cmath>
 
 #include "app/window/Appearance.h"
+#include "app/window/Texts.h"
 
 namespace {
 
@@ -191,7 +192,7 @@ void TimelineView::paintTrack(QPainter& painter, std::size_t track) const {
   painter.setClipping(false);
   painter.fillRect(QRect(0, y, kHeadWidth - 4, kTrackHeight), palette().window());
   painter.setPen(colours().quiet);
-  const QString name = shown.name.isEmpty() ? QString::number(track + 1) : shown.name;
+  const QString name = shown.name.isEmpty() ? QString::number(track + 1) : oneLine(shown.name);
   painter.drawText(QRect(10, y, kHeadWidth - 20, kTrackHeight), Qt::AlignVCenter,
                    painter.fontMetrics().elidedText(name, Qt::ElideRight, kHeadWidth - 20));
 }
@@ -214,7 +215,7 @@ void TimelineView::paintItem(QPainter& painter, const TimelineTrack& track,
   const QRect visible =
       rect.intersected(QRect(kHeadWidth, 0, viewport()->width(), viewport()->height()));
   if (visible.width() < kLeastTextWidth) return;
-  const QString text = isGap && item.name.isEmpty() ? QStringLiteral("gap") : item.name;
+  const QString text = isGap && item.name.isEmpty() ? QStringLiteral("gap") : oneLine(item.name);
   painter.setPen(isGap ? with.quiet : with.clipText);
   const QRect inner(visible.left() + 6, rect.top(), visible.width() - 12, rect.height());
   painter.drawText(inner, Qt::AlignVCenter | Qt::AlignLeft,
@@ -344,7 +345,7 @@ bool TimelineView::viewportEvent(QEvent* event) {
     std::size_t track = 0;
     std::size_t item = 0;
     const TimelineItem* found = itemAt(help->pos(), track, item);
-    QToolTip::showText(help->globalPos(), found ? toolTipOf(*found) : QString(), this);
+    QToolTip::showText(help->globalPos(), found ? plainTip(toolTipOf(*found)) : QString(), this);
     return true;
   }
   return QAbstractScrollArea::viewportEvent(event);

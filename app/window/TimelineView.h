@@ -17,6 +17,7 @@ class TimelineView : public QAbstractScrollArea {
 
   /// What is said in the place of a drawing; empty for the drawing.
   void setHint(const QString& hint);
+  [[nodiscard]] const QString& hint() const { return hint_; }
 
   /// The chosen clip, or null.
   [[nodiscard]] const TimelineItem* chosen() const;

@@ -1,5 +1,9 @@
 #include "tests/window/WindowScene.h"
 
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <QAction>
 #include <QInputDialog>
 #include <QLineEdit>
@@ -58,6 +62,7 @@ int WindowScene::play(const Act& act) {
   with.machine = 1;
   with.sendTo = {"127.255.255.255"};
   with.plugin = KV_PLUGIN;
+  with.config = config;
   with.config["shared_projects_udp_port"] = std::to_string(port);
   return StationProgram(
              std::move(options),
@@ -65,6 +70,19 @@ int WindowScene::play(const Act& act) {
                return std::unique_ptr<iStationWindow>(std::make_unique<DrivenWindow>(act));
              })
       .run();
+}
+
+void WindowScene::sayAloud(const std::string& datagram) const {
+  const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const int yes = 1;
+  ::setsockopt(socket, SOL_SOCKET, SO_BROADCAST, &yes, sizeof yes);
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(static_cast<std::uint16_t>(port));
+  ::inet_pton(AF_INET, "127.255.255.255", &to.sin_addr);
+  ::sendto(socket, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&to),
+           sizeof to);
+  ::close(socket);
 }
 
 void WindowScene::writeEdits(int count) const {
@@ -107,6 +125,16 @@ void command(MainWindow& window, const QString& line) {
   QTest::keyClicks(field, line);
   QTest::keyClick(field, Qt::Key_Return);
   waitFor([&dialog] { return dialog.isNull(); });
+}
+
+std::string bytesOf(const std::string& hex) {
+  return QByteArray::fromHex(QByteArray::fromStdString(hex)).toStdString();
+}
+
+void openPanel(MainWindow& window) {
+  waitFor([&] { return window.snapshot() != nullptr; });
+  QTest::keyClick(&window, Qt::Key_M, Qt::ControlModifier);
+  waitFor([&] { return window.panel().isVisible(); });
 }
 
 bool waitForProject(MainWindow& window, const QString& name) {

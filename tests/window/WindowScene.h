@@ -4,6 +4,7 @@
 #include <QTest>
 #include <QTimer>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -33,12 +34,16 @@ class WindowScene {
   /// How a second station is started: on the same projects and port.
   [[nodiscard]] StationProcess::Options other(const std::string& user) const;
 
+  /// Sends a datagram to every station on the port.
+  void sayAloud(const std::string& datagram) const;
+
   /// Writes edits of ANNA's, "Edit 1" and so on, into the folder of the only project.
   void writeEdits(int count) const;
 
   ScratchFolder folder;
   int port = freeUdpPort();
-  std::string script;  ///< commands of the console, run at the start
+  std::map<std::string, std::string> config;  ///< of the host, beside the port
+  std::string script;                         ///< commands of the console, run at the start
 };
 
 /// The longest times, in milliseconds, that a window's thread took to come back to its events.
@@ -60,6 +65,12 @@ bool waitFor(const std::function<bool()>& condition, int milliseconds = 10'000);
 
 /// Has the window run a line: types it into the window's own command field.
 void command(MainWindow& window, const QString& line);
+
+/// The bytes that an event's text_hex spells.
+std::string bytesOf(const std::string& hex);
+
+/// Opens the message panel with its key, and waits until it is there.
+void openPanel(MainWindow& window);
 
 /// Waits until the window shows a project of this name as open.
 bool waitForProject(MainWindow& window, const QString& name);

@@ -3,6 +3,8 @@
 #include <QComboBox>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMenu>
+#include <QMenuBar>
 #include <QTreeWidget>
 
 #include "app/CommandCall.h"
@@ -21,13 +23,7 @@ constexpr const char* kHarbour =
     "project enter Harbour\n"
     "edit import " KV_DATA "/otio/transition_test.otio\n";
 
-class WindowTest : public testing::Test, protected WindowScene {
- protected:
-  static void openPanel(MainWindow& window) {
-    QTest::keyClick(&window, Qt::Key_M, Qt::ControlModifier);
-    ASSERT_TRUE(waitFor([&] { return window.panel().isVisible(); }));
-  }
-};
+class WindowTest : public testing::Test, protected WindowScene {};
 
 TEST_F(WindowTest, AnEmptyWindowSaysWhatToDo) {
   EXPECT_EQ(0, play([](MainWindow& window) {
@@ -100,24 +96,6 @@ TEST_F(WindowTest, ThePanelLeftOpenIsThereAgainWhereItWas) {
   EXPECT_EQ(keptTools(kept), left);
 }
 
-TEST_F(WindowTest, ALongMessageAndLettersOfAllKindsGoOut) {
-  play([this](MainWindow& window) {
-    StationProcess ben(other("BEN"));
-    ASSERT_TRUE(ben.waitUntilReady());
-    ASSERT_TRUE(waitFor([&] { return window.snapshot() != nullptr; }));
-    openPanel(window);
-    const QString longest(60'000, 'x');
-    const QString letters = QString::fromUtf8(u8"\U0001F3AC \u05E9\u05DC");
-    for (const QString& text : {longest, letters}) {
-      window.panel().entry().setText(text);
-      QTest::keyClick(&window.panel().entry(), Qt::Key_Return);
-    }
-    EXPECT_TRUE(waitFor([&] { return window.panel().state().lines.size() == 2; }));
-    EXPECT_TRUE(ben.waitFor("notification", {{"text", longest.toStdString()}}));
-    EXPECT_TRUE(ben.waitFor("notification"));
-  });
-}
-
 TEST_F(WindowTest, AColleaguesWordsShowWithoutTakingTheKeyboard) {
   script = kHarbour;
   play([this](MainWindow& window) {
@@ -181,6 +159,35 @@ TEST_F(WindowTest, ASmallWindowWorks) {
     window.resize(300, 200);
     EXPECT_TRUE(waitFor([&] { return window.width() <= 300 && window.height() <= 200; }, 2000));
     EXPECT_FALSE(window.grab().isNull());
+  });
+}
+
+/// The letters that menus and their actions answer to, and where one does twice.
+QStringList twiceMarked(const QList<QAction*>& actions) {
+  QStringList marked;
+  QStringList twice;
+  for (const QAction* action : actions) {
+    const QKeySequence letter = QKeySequence::mnemonic(action->text());
+    if (letter.isEmpty()) continue;
+    if (marked.contains(letter.toString())) twice.append(action->text());
+    marked.append(letter.toString());
+  }
+  return twice;
+}
+
+TEST_F(WindowTest, NoTwoActionsAnswerToTheSameKey) {
+  play([](MainWindow& window) {
+    QStringList keys;
+    for (const QAction* action : window.findChildren<QAction*>()) {
+      const QString key = action->shortcut().toString();
+      if (key.isEmpty()) continue;
+      EXPECT_FALSE(keys.contains(key)) << key.toStdString();
+      keys.append(key);
+    }
+    const QList<QAction*> menus = window.menuBar()->actions();
+    EXPECT_EQ(twiceMarked(menus), QStringList());
+    for (const QAction* menu : menus)
+      EXPECT_EQ(twiceMarked(menu->menu()->actions()), QStringList());
   });
 }
 

@@ -1,6 +1,4 @@
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <QHeaderView>
@@ -17,23 +15,10 @@ constexpr qint64 kMostLagMs = 100;
 
 class WindowUnderLoadTest : public testing::Test, protected WindowScene {};
 
-/// Sends a datagram to every station on the port.
-void sayAloud(const std::string& text, int port) {
-  const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  const int yes = 1;
-  ::setsockopt(socket, SOL_SOCKET, SO_BROADCAST, &yes, sizeof yes);
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(static_cast<std::uint16_t>(port));
-  ::inet_pton(AF_INET, "127.255.255.255", &to.sin_addr);
-  ::sendto(socket, text.data(), text.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
-  ::close(socket);
-}
-
 /// Says the same message a thousand times a second, as a busy network does.
 class Flood {
  public:
-  Flood(std::string text, int port) : text_(std::move(text)), port_(port) {
+  Flood(const WindowScene& scene, std::string text) : scene_(scene), text_(std::move(text)) {
     thread_ = std::thread([this] { run(); });
   }
   ~Flood() {
@@ -46,15 +31,15 @@ class Flood {
   void run() {
     auto next = std::chrono::steady_clock::now();
     while (!isEnding_) {
-      sayAloud(text_, port_);
+      scene_.sayAloud(text_);
       ++count_;
       next += std::chrono::milliseconds(1);
       std::this_thread::sleep_until(next);
     }
   }
 
+  const WindowScene& scene_;
   std::string text_;
-  int port_;
   std::atomic<bool> isEnding_ = false;
   std::atomic<int> count_ = 0;
   std::thread thread_;
@@ -62,10 +47,6 @@ class Flood {
 
 std::string folderOf(const MainWindow& window) {
   return settings().projectsDirectory + "/" + window.snapshot()->project.cookie.toStdString();
-}
-
-std::string bytesOf(const std::string& hex) {
-  return QByteArray::fromHex(QByteArray::fromStdString(hex)).toStdString();
 }
 
 TEST_F(WindowUnderLoadTest, TenThousandEditsAreListedAtOnceAndScroll) {
@@ -115,7 +96,7 @@ TEST_F(WindowUnderLoadTest, AThousandChangesASecondDoNotMakeItLag) {
     const auto sent = ben.waitFor("sent", {{"type_name", "EditSaved"}});
     ASSERT_TRUE(sent);
     const LatencyWatch latency;
-    const Flood flood(bytesOf((*sent)["text_hex"].asString()), port);
+    const Flood flood(*this, bytesOf((*sent)["text_hex"].asString()));
     QTest::qWait(3000);
     EXPECT_GT(flood.count(), 1'500);
     EXPECT_LT(latency.ninetyNinth(), kMostLagMs);
@@ -137,7 +118,7 @@ TEST_F(WindowUnderLoadTest, WithAHangingShareItDrawsAndSaysWhatItWaitsFor) {
     ASSERT_TRUE(sent);
     std::filesystem::remove(folderOf(window) + "/" + log + ".otio");
     const LatencyWatch latency;
-    for (int i = 0; i < 4; ++i) sayAloud(bytesOf((*sent)["text_hex"].asString()), port);
+    for (int i = 0; i < 4; ++i) sayAloud(bytesOf((*sent)["text_hex"].asString()));
     const auto isWaiting = [&] { return window.status().busyText().startsWith("Waiting"); };
     EXPECT_TRUE(waitFor(isWaiting));
     EXPECT_TRUE(window.status().busyText().contains("the message EditCreated"));
