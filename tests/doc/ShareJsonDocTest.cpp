@@ -1,6 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <signal.h>
+
+#include <set>
+#include <sstream>
+
+#include "app/tour/StationProcess.h"
+#include "station/base/Json.h"
 #include "tests/doc/JsonShape.h"
+#include "tests/support/LoopbackSender.h"
 #include "tests/unit/tools/ToolRun.h"
 
 // Compares what kv-share writes with docs/kv-share-json.md.
@@ -43,6 +51,29 @@ TEST_F(ShareJsonPage, LocksWritesWhatItSays) {
   const ToolRun run = runTool({"locks", folder_.path(), "--json"});
   EXPECT_EQ(JsonShape::ofSection("locks").differences(run.out), "") << run.out;
   EXPECT_NE(run.out.find("\"by_hex\""), std::string::npos) << run.out;
+}
+
+TEST(ShareJson, MonitorWritesWhatItSays) {
+  const int port = freeUdpPort();
+  const LoopbackSender sender(port);
+  BackgroundTool tool({"monitor", "--json", "--port", std::to_string(port)});
+  ASSERT_TRUE(tool.hasWritten("hearing"));
+  tool.signal(SIGSTOP);
+  ASSERT_TRUE(sender.send({"d", "10", "", "ann\xFF", "bob", "first"}));
+  for (int i = 0; i < 4000; ++i) ASSERT_TRUE(sender.send({std::string(8000, 'x')}));
+  tool.signal(SIGCONT);
+  tool.signal(SIGINT);
+  std::istringstream lines(tool.finish().out);
+  std::set<std::string> seen;
+  for (std::string line; std::getline(lines, line);) {
+    const auto object = parseJson(line);
+    ASSERT_TRUE(object) << line;
+    const std::string& event = (*object)["event"].asString();
+    if (seen.insert(event).second || event == "counts") {
+      EXPECT_EQ(JsonShape::ofSection(event).differences(line), "") << line.substr(0, 1000);
+    }
+  }
+  EXPECT_EQ(seen, (std::set<std::string>{"counts", "message", "missed"}));
 }
 
 TEST_F(ShareJsonPage, UsersWritesWhatItSays) {

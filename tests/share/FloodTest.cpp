@@ -1,5 +1,3 @@
-#include <arpa/inet.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -8,40 +6,13 @@
 #include <thread>
 
 #include "tests/share/SharedStations.h"
+#include "tests/support/LoopbackSender.h"
 #include "tests/support/Slowdown.h"
 
 namespace {
 
 constexpr int kSenders = 3;
 constexpr int kMessagesEach = 33'334;
-
-/// A sender on this machine that is no station.
-class Sender {
- public:
-  explicit Sender(int port) : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    const int yes = 1;
-    ::setsockopt(socket_, SOL_SOCKET, SO_BROADCAST, &yes, sizeof yes);
-    address_.sin_family = AF_INET;
-    address_.sin_port = htons(static_cast<std::uint16_t>(port));
-    ::inet_pton(AF_INET, "127.255.255.255", &address_.sin_addr);
-  }
-  Sender(const Sender&) = delete;
-  Sender& operator=(const Sender&) = delete;
-  ~Sender() { ::close(socket_); }
-
-  /// Sends the fields, each followed by the separator; whether the kernel took them.
-  [[nodiscard]] bool send(const std::vector<std::string>& fields) const {
-    std::string text;
-    for (const std::string& field : fields) text += field + '\xAC';
-    const auto* const to = reinterpret_cast<const sockaddr*>(&address_);
-    return ::sendto(socket_, text.data(), text.size(), 0, to, sizeof address_) ==
-           static_cast<ssize_t>(text.size());
-  }
-
- private:
-  int socket_;
-  sockaddr_in address_{};
-};
 
 /// Follows a station's event file: what was received of whom, and what is told to be dropped.
 class EventTally {
@@ -110,7 +81,7 @@ class FloodTest : public SharedStations {
 };
 
 void flood(int port, int sender, long& taken) {
-  const Sender socket(port);
+  const LoopbackSender socket(port);
   const std::string name = "S" + std::to_string(sender);
   for (int i = 0; i < kMessagesEach; ++i)
     taken += socket.send({"d", "10", "", name, "NOBODY", std::to_string(i)});
@@ -125,7 +96,7 @@ TEST_F(FloodTest, AHundredThousandMessagesDuringAWaitForAFileArriveInOrderOrAreT
   ASSERT_TRUE(readUntil([this] { return tally_.hasEntered; })) << station.errorText();
 
   // The station waits a second for this bin's file, which never comes.
-  ASSERT_TRUE(Sender(port_).send({"d", "7", openProject(), "G0001", "1"}));
+  ASSERT_TRUE(LoopbackSender(port_).send({"d", "7", openProject(), "G0001", "1"}));
   std::array<long, kSenders> taken{};
   std::vector<std::thread> senders;
   for (int i = 0; i < kSenders; ++i)

@@ -35,7 +35,7 @@ class Hearer {
       if (auto taken = takeWhatIsThere(); !taken) return taken.error();
       if (!sink_.pause(queue_.missed())) return taken_;
     }
-    (*ear)->countDropped();
+    (*ear)->finish();
     if (auto taken = takeWhatIsThere(); !taken) return taken.error();
     sink_.pause(queue_.missed());
     if (const std::string problem = queue_.problem(); !problem.empty()) {

@@ -14,8 +14,8 @@ class iMessageEar {
   /// How it hears, for people: "port 27015, beside the stations of this machine".
   [[nodiscard]] virtual std::string manner() const = 0;
 
-  /// Counts what the system dropped so far; the thread does so as well from time to time.
-  virtual void countDropped() = 0;
+  /// Takes what came until now, counts what the system dropped, and hears no more.
+  virtual void finish() = 0;
 };
 
 /// Where to hear, and how.

@@ -15,6 +15,7 @@ namespace {
 constexpr int kMillisecondsToWait = 100;
 constexpr int kLargestPacket = 65'535 + 64;
 constexpr int kBufferBytes = 16 << 20;
+constexpr int kLongestRest = 200'000;  // packets, more than the buffer holds: a flood ends, too
 constexpr std::int64_t kNanosecondsASecond = 1'000'000'000;
 
 struct Closer {
@@ -62,17 +63,17 @@ class PacketCapture : public iMessageEar {
   }
   PacketCapture(const PacketCapture&) = delete;
   PacketCapture& operator=(const PacketCapture&) = delete;
-  ~PacketCapture() override {
+  ~PacketCapture() override { finish(); }
+
+  void finish() override {
     isEnding_ = true;
     pcap_breakloop(capture_.get());
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
   }
 
   [[nodiscard]] std::string manner() const override {
     return "captured packets to port " + std::to_string(hearing_.port);
   }
-
-  void countDropped() override {}
 
  private:
   void drain() {
@@ -87,6 +88,20 @@ class PacketCapture : public iMessageEar {
       }
       count();
     }
+    takeTheRest();
+  }
+
+  /// What was captured before the end and waits in the buffer.
+  void takeTheRest() {
+    char why[PCAP_ERRBUF_SIZE] = {};
+    pcap_pkthdr* header = nullptr;
+    const unsigned char* bytes = nullptr;
+    if (pcap_setnonblock(capture_.get(), 1, why) != 0) return;
+    for (int left = kLongestRest; left > 0; --left) {
+      if (pcap_next_ex(capture_.get(), &header, &bytes) != 1) break;
+      take(*header, bytes);
+    }
+    count();
   }
 
   void take(const pcap_pkthdr& header, const unsigned char* bytes) {

@@ -16,6 +16,7 @@
 namespace {
 
 constexpr int kMillisecondsBetweenCounts = 100;
+constexpr int kLongestTurn = 2000;  // batches, more than a buffer holds: a flood ends, too
 constexpr const char* kEveryNetwork = "255.255.255.255";
 
 /// What is listened to: sockets, and the number of the interface whose messages alone are meant (0
@@ -38,10 +39,14 @@ class SharedPort : public iMessageEar {
   SharedPort(const SharedPort&) = delete;
   SharedPort& operator=(const SharedPort&) = delete;
   ~SharedPort() override {
+    finish();
+    close(wake_);
+  }
+
+  void finish() override {
     isEnding_ = true;
     eventfd_write(wake_, 1);
-    thread_.join();
-    close(wake_);
+    if (thread_.joinable()) thread_.join();
   }
 
   [[nodiscard]] std::string manner() const override {
@@ -50,19 +55,21 @@ class SharedPort : public iMessageEar {
            ", beside the stations of this machine";
   }
 
-  void countDropped() override {
+ private:
+  void countDropped() {
     std::uint64_t dropped = 0;
     for (const ListenerSocket& socket : opened_.sockets) dropped += socket.droppedBySystem();
     queue_.systemDropped(dropped);
   }
 
- private:
   void drain() {
     std::vector<pollfd> waitFor{{wake_, POLLIN, 0}};
     for (const ListenerSocket& socket : opened_.sockets)
       waitFor.push_back({socket.descriptor(), POLLIN, 0});
-    while (!isEnding_) {
+    bool isLast = false;
+    while (!isLast) {
       poll(waitFor.data(), waitFor.size(), kMillisecondsBetweenCounts);
+      isLast = isEnding_;  // asked before: what came until then is taken
       for (const ListenerSocket& socket : opened_.sockets) takeWhatIsThere(socket);
       countDropped();
     }
@@ -70,7 +77,8 @@ class SharedPort : public iMessageEar {
 
   void takeWhatIsThere(const ListenerSocket& socket) {
     int count = 0;
-    while (!isEnding_ && (count = reader_.read(socket.descriptor())) > 0) {
+    for (int batch = 0; batch < kLongestTurn && (count = reader_.read(socket.descriptor())) > 0;
+         ++batch) {
       for (std::size_t index = 0; index < static_cast<std::size_t>(count); ++index) {
         take(reader_.at(index));
       }

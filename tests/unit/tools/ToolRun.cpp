@@ -1,6 +1,7 @@
 #include "tests/unit/tools/ToolRun.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <utility>
 
 namespace {
 
@@ -36,14 +38,38 @@ std::string contentOf(const std::string& path) {
 }
 
 ToolRun runTool(const std::vector<std::string>& words, const std::string& input) {
-  const TestFolder folder;
-  static_cast<void>(folder.write("in", input));
-  const pid_t child = ::fork();
-  if (child == 0) become(words, folder.path());
+  return BackgroundTool(words, input).finish();
+}
+
+BackgroundTool::BackgroundTool(const std::vector<std::string>& words, const std::string& input) {
+  static_cast<void>(folder_.write("in", input));
+  child_ = ::fork();
+  if (child_ == 0) become(words, folder_.path());
+}
+
+BackgroundTool::~BackgroundTool() {
+  if (child_ <= 0) return;
+  signal(SIGKILL);
+  ::waitpid(child_, nullptr, 0);
+}
+
+bool BackgroundTool::hasWritten(const std::string& text) const {
+  for (int tries = 0; tries < 3000; ++tries) {
+    for (const char* const name : {"out", "err"}) {
+      if (contentOf(folder_ / name).find(text) != std::string::npos) return true;
+    }
+    ::usleep(10'000);
+  }
+  return false;
+}
+
+void BackgroundTool::signal(int number) const { ::kill(child_, number); }
+
+ToolRun BackgroundTool::finish() {
   int status = 0;
-  ::waitpid(child, &status, 0);
+  ::waitpid(std::exchange(child_, -1), &status, 0);
   return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
-          contentOf(folder / "out"), contentOf(folder / "err")};
+          contentOf(folder_ / "out"), contentOf(folder_ / "err")};
 }
 
 TestFolder::TestFolder() {

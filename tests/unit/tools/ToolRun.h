@@ -10,12 +10,6 @@ struct ToolRun {
   std::string err;
 };
 
-/// Runs kv-share with these words and this standard input, and waits for its end.
-ToolRun runTool(const std::vector<std::string>& words, const std::string& input = {});
-
-/// A file's bytes; empty where there is no file.
-std::string contentOf(const std::string& path);
-
 /// A folder of the test's own, removed with all in it.
 class TestFolder {
  public:
@@ -33,3 +27,31 @@ class TestFolder {
  private:
   std::string path_;
 };
+
+/// A run of kv-share that goes on beside the test; it ends with the object.
+class BackgroundTool {
+ public:
+  explicit BackgroundTool(const std::vector<std::string>& words, const std::string& input = {});
+  BackgroundTool(const BackgroundTool&) = delete;
+  BackgroundTool& operator=(const BackgroundTool&) = delete;
+  ~BackgroundTool();
+
+  /// Waits until it has written this to its standard output or standard error, half a minute at
+  /// most; whether it has.
+  [[nodiscard]] bool hasWritten(const std::string& text) const;
+
+  void signal(int number) const;
+
+  /// Waits for its end; what it left behind.
+  ToolRun finish();
+
+ private:
+  TestFolder folder_;
+  int child_;
+};
+
+/// Runs kv-share with these words and this standard input, and waits for its end.
+ToolRun runTool(const std::vector<std::string>& words, const std::string& input = {});
+
+/// A file's bytes; empty where there is no file.
+std::string contentOf(const std::string& path);
