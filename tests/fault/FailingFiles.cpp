@@ -1,0 +1,339 @@
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "tests/fault/FaultControl.h"
+
+// Preloaded into a program, this stands between it and the C library: operations on the files of
+// one folder are counted, and the chosen one fails, is cut short, or is the program's last.
+
+namespace {
+
+/// The C library's function of this name and type.
+template <typename Function>
+Function next(const char* name) {
+  return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, name));
+}
+
+class Watch {
+ public:
+  Watch() : folder_(std::getenv(kFaultFolderVariable)) {
+    const char* path = std::getenv(kFaultControlVariable);
+    if (path == nullptr || folder_ == nullptr) return;
+    const int file = next<decltype(&::open)>("open")(path, O_RDWR | O_CLOEXEC);
+    if (file < 0) return;
+    void* const mapped =
+        ::mmap(nullptr, sizeof(FaultControl), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    next<decltype(&::close)>("close")(file);
+    if (mapped != MAP_FAILED) control_ = static_cast<FaultControl*>(mapped);
+  }
+
+  /// Whether the path, seen from the folder open at `at`, lies in the watched folder.
+  bool sees(int at, const char* path) const {
+    if (control_ == nullptr) return false;
+    if (path[0] != '/') return sees(at);
+    return std::strncmp(path, folder_, std::strlen(folder_)) == 0;
+  }
+
+  /// Whether the descriptor is of a file in the watched folder.
+  bool sees(int descriptor) const {
+    return descriptor >= 0 && static_cast<std::size_t>(descriptor) < seen_.size() &&
+           seen_[static_cast<std::size_t>(descriptor)];
+  }
+
+  void note(int descriptor, bool isSeen) {
+    if (descriptor >= 0 && static_cast<std::size_t>(descriptor) < seen_.size()) {
+      seen_[static_cast<std::size_t>(descriptor)] = isSeen;
+    }
+  }
+
+  /// Counts an operation; what is to happen to it.
+  FaultAction meet(const char* operation, int descriptor, const char* path) {
+    if (++control_->count != control_->chosen) return FaultAction::eNone;
+    std::array<char, 32> link{};
+    std::array<char, 400> name{};
+    std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", descriptor);
+    if (path == nullptr && ::readlink(link.data(), name.data(), name.size() - 1) > 0) {
+      path = name.data();
+    }
+    std::snprintf(control_->what, sizeof control_->what, "%s %s", operation, path ? path : "?");
+    control_->isMet = true;
+    return control_->action;
+  }
+
+  [[nodiscard]] int number() const { return control_->number; }
+
+ private:
+  const char* folder_;
+  FaultControl* control_ = nullptr;
+  std::array<std::atomic<bool>, 4096> seen_{};
+};
+
+Watch& watch() {
+  static auto* const made = new Watch;
+  return *made;
+}
+
+/// One operation's turn, from before it is done to after it.
+class Turn {
+ public:
+  Turn(const char* operation, int at, const char* path) {
+    if (watch().sees(at, path)) begin(operation, at, path);
+  }
+  Turn(const char* operation, int descriptor) {
+    if (watch().sees(descriptor)) begin(operation, descriptor, nullptr);
+  }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+  ~Turn() {
+    if (action_ == FaultAction::eKillAfter) end();
+  }
+
+  [[nodiscard]] bool isSeen() const { return isSeen_; }
+
+  /// True when the operation is to fail; errno says why.
+  [[nodiscard]] bool fails() const {
+    if (action_ != FaultAction::eFail) return false;
+    errno = watch().number();
+    return true;
+  }
+
+  /// How many of the bytes asked for are to be done.
+  [[nodiscard]] std::size_t part(std::size_t count) const {
+    return action_ == FaultAction::eShort && count > 1 ? count / 2 : count;
+  }
+
+ private:
+  void begin(const char* operation, int descriptor, const char* path) {
+    isSeen_ = true;
+    action_ = watch().meet(operation, descriptor, path);
+    if (action_ == FaultAction::eKillBefore) end();
+  }
+
+  static void end() {
+    ::kill(::getpid(), SIGKILL);
+    for (;;) ::pause();
+  }
+
+  bool isSeen_ = false;
+  FaultAction action_ = FaultAction::eNone;
+};
+
+int openIn(const char* name, int at, const char* path, int flags, mode_t mode) {
+  static const auto real = next<decltype(&::openat)>("openat");
+  const Turn turn(name, at, path);
+  if (turn.fails()) return -1;
+  const int descriptor = real(at, path, flags, mode);
+  if (descriptor >= 0) watch().note(descriptor, turn.isSeen());
+  return descriptor;
+}
+
+mode_t modeOf(int flags, va_list arguments) {
+  return flags & (O_CREAT | O_TMPFILE) ? va_arg(arguments, mode_t) : 0;
+}
+
+/// An operation on a path that gives 0 or -1.
+template <typename Real, typename... Arguments>
+int onPath(const char* name, Real real, int at, const char* path, Arguments... arguments) {
+  const Turn turn(name, at, path);
+  return turn.fails() ? -1 : real(path, arguments...);
+}
+
+/// The same where the path is seen from an open folder.
+template <typename Real, typename... Arguments>
+int inFolder(const char* name, Real real, int at, const char* path, Arguments... arguments) {
+  const Turn turn(name, at, path);
+  return turn.fails() ? -1 : real(at, path, arguments...);
+}
+
+/// The same on an open file.
+template <typename Real, typename... Arguments>
+int onFile(const char* name, Real real, int descriptor, Arguments... arguments) {
+  const Turn turn(name, descriptor);
+  return turn.fails() ? -1 : real(descriptor, arguments...);
+}
+
+bool isLock(int command) {
+  return command == F_OFD_SETLK || command == F_OFD_GETLK || command == F_SETLK ||
+         command == F_GETLK || command == F_OFD_SETLKW || command == F_SETLKW;
+}
+
+}  // namespace
+
+extern "C" {
+
+int open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = modeOf(flags, arguments);
+  va_end(arguments);
+  return openIn("open", AT_FDCWD, path, flags, mode);
+}
+
+int open64(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = modeOf(flags, arguments);
+  va_end(arguments);
+  return openIn("open", AT_FDCWD, path, flags, mode);
+}
+
+int openat(int at, const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = modeOf(flags, arguments);
+  va_end(arguments);
+  return openIn("openat", at, path, flags, mode);
+}
+
+int openat64(int at, const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = modeOf(flags, arguments);
+  va_end(arguments);
+  return openIn("openat", at, path, flags, mode);
+}
+
+/// A descriptor is gone even when closing it fails.
+int close(int descriptor) {
+  static const auto real = next<decltype(&::close)>("close");
+  const Turn turn("close", descriptor);
+  watch().note(descriptor, false);
+  const int closed = real(descriptor);
+  return turn.fails() ? -1 : closed;
+}
+
+ssize_t read(int descriptor, void* bytes, std::size_t count) {
+  static const auto real = next<decltype(&::read)>("read");
+  const Turn turn("read", descriptor);
+  return turn.fails() ? -1 : real(descriptor, bytes, turn.part(count));
+}
+
+ssize_t pread(int descriptor, void* bytes, std::size_t count, off_t offset) {
+  static const auto real = next<decltype(&::pread)>("pread");
+  const Turn turn("pread", descriptor);
+  return turn.fails() ? -1 : real(descriptor, bytes, turn.part(count), offset);
+}
+
+ssize_t write(int descriptor, const void* bytes, std::size_t count) {
+  static const auto real = next<decltype(&::write)>("write");
+  const Turn turn("write", descriptor);
+  return turn.fails() ? -1 : real(descriptor, bytes, turn.part(count));
+}
+
+ssize_t pwrite(int descriptor, const void* bytes, std::size_t count, off_t offset) {
+  static const auto real = next<decltype(&::pwrite)>("pwrite");
+  const Turn turn("pwrite", descriptor);
+  return turn.fails() ? -1 : real(descriptor, bytes, turn.part(count), offset);
+}
+
+ssize_t writev(int descriptor, const iovec* blocks, int count) {
+  static const auto real = next<decltype(&::writev)>("writev");
+  const Turn turn("writev", descriptor);
+  return turn.fails() ? -1 : real(descriptor, blocks, count);
+}
+
+int fsync(int descriptor) { return onFile("fsync", next<decltype(&::fsync)>("fsync"), descriptor); }
+
+int fdatasync(int descriptor) {
+  return onFile("fdatasync", next<decltype(&::fdatasync)>("fdatasync"), descriptor);
+}
+
+int ftruncate(int descriptor, off_t size) noexcept {
+  return onFile("ftruncate", next<decltype(&::ftruncate)>("ftruncate"), descriptor, size);
+}
+
+int fchmod(int descriptor, mode_t mode) noexcept {
+  return onFile("fchmod", next<decltype(&::fchmod)>("fchmod"), descriptor, mode);
+}
+
+int futimens(int descriptor, const timespec* times) noexcept {
+  return onFile("futimens", next<decltype(&::futimens)>("futimens"), descriptor, times);
+}
+
+int fstat(int descriptor, struct stat* status) noexcept {
+  return onFile("fstat", next<decltype(&::fstat)>("fstat"), descriptor, status);
+}
+
+int fcntl(int descriptor, int command, ...) {
+  static const auto real = next<decltype(&::fcntl)>("fcntl");
+  va_list arguments;
+  va_start(arguments, command);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  if (!isLock(command)) return real(descriptor, command, argument);
+  const Turn turn(command == F_OFD_GETLK || command == F_GETLK ? "getlock" : "setlock", descriptor);
+  return turn.fails() ? -1 : real(descriptor, command, argument);
+}
+
+int stat(const char* path, struct stat* status) noexcept {
+  return onPath("stat", next<decltype(&::stat)>("stat"), AT_FDCWD, path, status);
+}
+
+int lstat(const char* path, struct stat* status) noexcept {
+  return onPath("lstat", next<decltype(&::lstat)>("lstat"), AT_FDCWD, path, status);
+}
+
+int fstatat(int at, const char* path, struct stat* status, int flags) noexcept {
+  return inFolder("fstatat", next<decltype(&::fstatat)>("fstatat"), at, path, status, flags);
+}
+
+int statx(int at, const char* path, int flags, unsigned mask, struct statx* status) noexcept {
+  return inFolder("statx", next<decltype(&::statx)>("statx"), at, path, flags, mask, status);
+}
+
+int rename(const char* from, const char* to) noexcept {
+  return onPath("rename", next<decltype(&::rename)>("rename"), AT_FDCWD, from, to);
+}
+
+int unlink(const char* path) noexcept {
+  return onPath("unlink", next<decltype(&::unlink)>("unlink"), AT_FDCWD, path);
+}
+
+int unlinkat(int at, const char* path, int flags) noexcept {
+  return inFolder("unlinkat", next<decltype(&::unlinkat)>("unlinkat"), at, path, flags);
+}
+
+int mkdir(const char* path, mode_t mode) noexcept {
+  return onPath("mkdir", next<decltype(&::mkdir)>("mkdir"), AT_FDCWD, path, mode);
+}
+
+int link(const char* from, const char* to) noexcept {
+  return onPath("link", next<decltype(&::link)>("link"), AT_FDCWD, from, to);
+}
+
+DIR* opendir(const char* path) {
+  static const auto real = next<decltype(&::opendir)>("opendir");
+  const Turn turn("opendir", AT_FDCWD, path);
+  if (turn.fails()) return nullptr;
+  DIR* const folder = real(path);
+  if (folder != nullptr) watch().note(::dirfd(folder), turn.isSeen());
+  return folder;
+}
+
+dirent* readdir(DIR* folder) {
+  static const auto real = next<decltype(&::readdir)>("readdir");
+  const Turn turn("readdir", ::dirfd(folder));
+  return turn.fails() ? nullptr : real(folder);
+}
+
+int closedir(DIR* folder) {
+  static const auto real = next<decltype(&::closedir)>("closedir");
+  watch().note(::dirfd(folder), false);
+  return real(folder);
+}
+
+}  // extern "C"

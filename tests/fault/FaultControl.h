@@ -1,0 +1,31 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+/// What happens to the one operation that is chosen.
+enum class FaultAction : int {
+  eNone,
+  eFail,        ///< it fails with an errno value, and nothing is done
+  eShort,       ///< a read or write does half of what was asked for
+  eKillBefore,  ///< SIGKILL, and nothing is done
+  eKillAfter,   ///< SIGKILL once it is done
+};
+
+/// What a test and the process that it makes fail agree on: both map one file. Operations are
+/// counted from 1 in the order in which the process makes them.
+struct FaultControl {
+  std::atomic<std::uint64_t> count;   ///< operations so far
+  std::atomic<std::uint64_t> chosen;  ///< the operation to be met; 0 for none
+  std::atomic<FaultAction> action;
+  std::atomic<int> number;  ///< the errno value
+  std::atomic<bool> isMet;  ///< whether the chosen operation came
+  char what[512];           ///< which it was, "write /path"; valid once isMet
+};
+
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
+/// The environment in which the library FailingFiles finds its control file, and the folder whose
+/// files it watches.
+inline constexpr const char* kFaultControlVariable = "KV_FAULT_CONTROL";
+inline constexpr const char* kFaultFolderVariable = "KV_FAULT_FOLDER";
