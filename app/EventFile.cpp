@@ -27,13 +27,6 @@ bool isNamedPipe(const std::string& path) {
   return ::stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
-/// Whether writing waits for somebody who reads.
-bool hasReader(int descriptor) {
-  struct stat status {};
-  if (::fstat(descriptor, &status) != 0) return false;
-  return S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode) || ::isatty(descriptor) == 1;
-}
-
 }  // namespace
 
 EventFile::~EventFile() { close(); }
@@ -53,7 +46,7 @@ Result<void> EventFile::open(const std::string& path) {
                      "; name another file with --events FILE.",
                  path};
   }
-  if (hasReader(descriptor_)) {
+  if (isReadBySomebody(descriptor_)) {
     pipe_ = std::make_unique<PipeWriter>(std::exchange(descriptor_, -1), path, failed);
   }
   return {};

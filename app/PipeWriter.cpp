@@ -4,21 +4,34 @@
 #include <limits.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <utility>
 
 namespace {
 
 constexpr int kMillisecondsBetweenOpens = 50;
 
+/// A terminal that is ready for one byte makes a write of more wait; one that is opened anew can be
+/// told not to, while the shell's own stays as it is.
+int withoutWaiting(int descriptor) {
+  if (descriptor < 0 || ::isatty(descriptor) != 1) return descriptor;
+  const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+  const int opened = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (opened < 0) return descriptor;
+  ::close(descriptor);
+  return opened;
+}
+
 }  // namespace
 
 PipeWriter::PipeWriter(int descriptor, std::string path, Failed failed)
-    : descriptor_(descriptor),
+    : descriptor_(withoutWaiting(descriptor)),
       path_(std::move(path)),
       failed_(std::move(failed)),
       ending_(::eventfd(0, EFD_CLOEXEC)),
@@ -35,8 +48,19 @@ bool PipeWriter::write(const std::string& line) {
   if (hasFailed_) return true;
   if (waiting_.size() + line.size() > kMaxWaiting) return false;
   waiting_ += line;
+  taken_ += line.size();
   queued_.notify_one();
   return true;
+}
+
+void PipeWriter::awaitWritten() {
+  std::unique_lock lock(mutex_);
+  const std::size_t wanted = taken_;
+  for (std::size_t before = written_; written_ < wanted && !hasFailed_; before = written_) {
+    progressed_.wait_for(lock, std::chrono::milliseconds(kPatience),
+                         [&] { return written_ != before || hasFailed_; });
+    if (written_ == before) return;
+  }
 }
 
 std::size_t PipeWriter::finish() {
@@ -98,6 +122,9 @@ bool PipeWriter::writeSome() {
   const ssize_t count = ::write(descriptor_, block_.data() + done_, size);
   if (count >= 0) {
     done_ += static_cast<std::size_t>(count);
+    const std::lock_guard lock(mutex_);
+    written_ += static_cast<std::size_t>(count);
+    progressed_.notify_all();
   } else if (errno != EINTR && errno != EAGAIN) {
     giveUp(errno);
     return false;
@@ -115,6 +142,13 @@ void PipeWriter::giveUp(int problem) {
     const std::lock_guard lock(mutex_);
     hasFailed_ = true;
     waiting_.clear();
+    progressed_.notify_all();
   }
   failed_(problem);
+}
+
+bool isReadBySomebody(int descriptor) {
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0) return false;
+  return S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode) || ::isatty(descriptor) == 1;
 }

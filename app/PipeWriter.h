@@ -12,6 +12,8 @@
 ///
 ///     write() --bounded queue--> thread --> descriptor
 ///
+/// A terminal is opened again for this, so that writing to it never waits.
+///
 /// What the queue has no room for is not taken. A named pipe is opened as soon as somebody reads
 /// it.
 class PipeWriter {
@@ -37,6 +39,9 @@ class PipeWriter {
   /// dropped. Any thread.
   bool write(const std::string& line);
 
+  /// Waits until everything that was queued is written; kPatience at most while nothing is read.
+  void awaitWritten();
+
   /// Writes what waits, unless nothing of it is read for kPatience; how many bytes were not
   /// written. Nothing is to be written afterwards.
   std::size_t finish();
@@ -59,9 +64,16 @@ class PipeWriter {
 
   std::mutex mutex_;
   std::condition_variable queued_;
+  std::condition_variable progressed_;
   std::string waiting_;
+  std::size_t taken_ = 0;    ///< bytes queued since the beginning
+  std::size_t written_ = 0;  ///< bytes of them that are written
   bool isEnding_ = false;
   bool hasFailed_ = false;
 
   std::thread thread_;
 };
+
+/// Whether what is written to the descriptor waits for somebody who reads: a pipe, a socket, a
+/// terminal.
+bool isReadBySomebody(int descriptor);

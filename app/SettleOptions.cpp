@@ -18,7 +18,9 @@ namespace fs = std::filesystem;
 constexpr const char* kPortKey = "shared_projects_udp_port";
 constexpr const char* kNumberKeys[] = {kPortKey, "log_incoming_net_messages", "Administrator"};
 constexpr int kHighestPort = 65535;
-constexpr std::size_t kLongestUser = 200;  // the user's marker is a file of that name and an ending
+// The user's marker is a file of that name and an ending; a host's name is shown as a user's.
+constexpr std::size_t kLongestUser = 200;
+constexpr std::size_t kLongestHost = kLongestUser;
 
 Error unusable(const GivenValue& value, const std::string& what) {
   return {ErrorCode::eUsage, value.where + ": \"" + value.text + "\" " + what, {}};
@@ -144,8 +146,10 @@ class Settling {
   Result<void> host() {
     const GivenValue* value = last("host");
     station().host = value ? value->text : hostName();
-    if (value && (value->text.empty() || hasControlBytes(value->text))) {
-      return unusable(*value, "is no host name.");
+    if (!value) return {};
+    const std::string& name = value->text;
+    if (name.empty() || name.size() > kLongestHost || hasControlBytes(name)) {
+      return unusable(*value, "is no host name; it needs 1 to 200 bytes, all of them printable.");
     }
     return {};
   }

@@ -69,7 +69,7 @@ StationProgram::StationProgram(Options options, WindowMaker makeWindow)
 StationProgram::~StationProgram() {
   station_.reset();
   installEvents(nullptr);
-  setDiagnosticStream(nullptr);
+  setDiagnosticWriter(nullptr);
 }
 
 int StationProgram::run() {
@@ -129,7 +129,9 @@ Result<void> StationProgram::openWindow() {
 
 Result<void> StationProgram::prepare() {
   installSettings(options_.station);
-  if (options_.events == "-") setDiagnosticStream(stderr);
+  setDiagnosticWriter([this](const std::string& text) {
+    text_.answer(text.ends_with('\n') ? text.substr(0, text.size() - 1) : text);
+  });
   if (!options_.events.empty()) {
     if (auto opened = file_.open(options_.events); !opened) return opened;
     events_.addSink(file_);

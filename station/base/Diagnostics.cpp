@@ -3,6 +3,7 @@
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "host/base/Log.h"
 #include "station/base/DiagnosticStream.h"
@@ -12,12 +13,24 @@ namespace {
 std::mutex mutex;
 std::FILE* replacement = nullptr;
 
+std::function<void(const std::string&)>& writer() {
+  static auto* const kept = new std::function<void(const std::string&)>;
+  return *kept;
+}
+
+void printTo(std::FILE* stream, const std::string& text) {
+  std::fwrite(text.data(), 1, text.size(), stream);
+  if (text.find('\n') != std::string::npos) std::fflush(stream);
+}
+
 void print(const std::string& text) {
   {
     const std::lock_guard lock(mutex);
-    std::FILE* const stream = replacement ? replacement : stdout;
-    std::fwrite(text.data(), 1, text.size(), stream);
-    if (text.find('\n') != std::string::npos) std::fflush(stream);
+    if (writer()) {
+      writer()(text);
+    } else {
+      printTo(replacement ? replacement : stdout, text);
+    }
   }
   writeLog(text);
 }
@@ -29,6 +42,11 @@ const char* orEmpty(const char* text) { return text ? text : ""; }
 void setDiagnosticStream(std::FILE* stream) {
   const std::lock_guard lock(mutex);
   replacement = stream;
+}
+
+void setDiagnosticWriter(std::function<void(const std::string& text)> replacing) {
+  const std::lock_guard lock(mutex);
+  writer() = std::move(replacing);
 }
 
 void assertionFailed(const char* condition, const char* place) {

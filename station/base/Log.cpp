@@ -16,17 +16,18 @@ namespace {
 class LogFile {
  public:
   /// Appends a text; each of its lines begins with the time. Returns a sentence when the file
-  /// cannot be opened, once; else the empty text.
+  /// cannot be opened or written to, once; else the empty text.
   std::string write(const std::string& text) {
     const std::lock_guard lock(mutex_);
     std::string problem = open();
     if (!file_) return problem;
+    errno = 0;
     for (const char byte : text) {
       if (atLineStart_) writeTime();
       atLineStart_ = byte == '\n';
       std::fputc(byte, file_);
     }
-    return problem;
+    return std::ferror(file_) != 0 ? brokenOff() : problem;
   }
 
  private:
@@ -42,7 +43,18 @@ class LogFile {
     }
     std::setvbuf(file_, nullptr, _IOLBF, BUFSIZ);
     atLineStart_ = true;
+    isBroken_ = false;
     return {};
+  }
+
+  /// Later lines are tried all the same: a full disk may have room again.
+  std::string brokenOff() {
+    const int why = errno;
+    std::clearerr(file_);
+    if (isBroken_) return {};
+    isBroken_ = true;
+    return "The log file " + path_ + " cannot be written to: " + std::strerror(why) +
+           ". Lines are missing in it; make room, or name another with --log.\n";
   }
 
   void writeTime() {
@@ -57,6 +69,7 @@ class LogFile {
   std::FILE* file_ = nullptr;
   std::string path_;
   bool atLineStart_ = true;
+  bool isBroken_ = false;
 };
 
 /// Never destroyed: lines are written until the very end of the process.

@@ -125,6 +125,7 @@ TEST_F(OptionsTest, WhatCannotBeUsedIsAUsageErrorOfOneLine) {
       {{"--user", "a/b"}, "leave the \"/\" out"},
       {{"--user", std::string(201, 'a')}, "1 to 200 bytes"},
       {{"--host", ""}, "no host name"},
+      {{"--host", std::string(201, 'h')}, "1 to 200 bytes"},
       {{"--config", "/nowhere"}, "/nowhere cannot be read"},
       {{"--script", ""}, "--script"},
       {{"--projcets", "/q"}, "--projcets"},

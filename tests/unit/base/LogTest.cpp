@@ -136,6 +136,17 @@ TEST(LogTest, AFileThatCannotBeOpenedIsToldOnce) {
             std::string::npos);
 }
 
+TEST(LogTest, ALogFileThatCannotBeWrittenToIsToldOnce) {
+  RecordedEvents events;
+  logTo("/dev/full");
+  for (int line = 0; line < 3; ++line) Log("line %d\n", line);
+  std::string told;
+  for (const auto& text : events.lines) told += text;
+  const std::string problem = "The log file /dev/full cannot be written to: No space left";
+  EXPECT_NE(told.find(problem), std::string::npos) << told;
+  EXPECT_EQ(told.find(problem), told.rfind(problem));
+}
+
 TEST(LogTest, LinesOfSeveralThreadsStayWhole) {
   const ScratchFolder folder;
   logTo(folder / "station.log");
