@@ -83,7 +83,7 @@ class JsonValue {
 };
 
 /// Reads one JSON text (with NaN and Inf as above). Failure: eBadContent, with the line and what
-/// was expected. Nesting deeper than 512 is refused.
+/// was expected; eSystem without the memory for it. Nesting deeper than 512 is refused.
 Result<JsonValue> parseJson(std::string_view text);
 
 /// Writes on one line, without blanks. Strings that are not UTF-8 keep their bytes.

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdint>
+#include <new>
 
 #include "station/base/Json.h"
 #include "station/base/JsonNumber.h"
@@ -227,4 +228,10 @@ class Reader {
 
 }  // namespace
 
-Result<JsonValue> parseJson(std::string_view text) { return Reader(text).read(); }
+Result<JsonValue> parseJson(std::string_view text) {
+  try {
+    return Reader(text).read();
+  } catch (const std::bad_alloc&) {
+    return Error{ErrorCode::eSystem, "there is not enough memory to read it", {}};
+  }
+}

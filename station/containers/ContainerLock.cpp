@@ -3,6 +3,7 @@
 #include "host/os/OS.h"
 #include "host/os/iFileManager.h"
 #include "station/base/Strings.h"
+#include "station/os/HostFileManager.h"
 
 namespace {
 
@@ -45,7 +46,10 @@ Error notTaken(const std::string& path, eFileError why) {
       return {ErrorCode::eFull, "The share is full: " + shown + " cannot be made. Make room on it.",
               path};
     default:
-      return {ErrorCode::eSystem, shown + " cannot be opened; nothing was changed.", path};
+      return {ErrorCode::eSystem,
+              shown + " cannot be locked (" + HostFileManager::lastErrorText() +
+                  "); nothing was changed. Try again.",
+              path};
   }
 }
 

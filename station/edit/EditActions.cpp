@@ -52,6 +52,22 @@ Error failed(const std::string& what, const Error& why) {
   return {why.code, what + ": " + why.message, why.path};
 }
 
+/// Keeps an object loaded for as long as it lives, so that what follows the first look at it needs
+/// no other.
+class HeldEdit {
+ public:
+  explicit HeldEdit(const Cookie& cookie) : held_(edits().hold(cookie)) {}
+  HeldEdit(const HeldEdit&) = delete;
+  HeldEdit& operator=(const HeldEdit&) = delete;
+  ~HeldEdit() {
+    if (held_) edits().release(*held_);
+  }
+  [[nodiscard]] const Result<EditFile*>& held() const { return held_; }
+
+ private:
+  Result<EditFile*> held_;
+};
+
 /// Opens the object and makes a modification under a description; releasing the modifier announces
 /// it.
 Result<void> modify(const Cookie& cookie, const EditModification& modification,
@@ -73,9 +89,9 @@ Result<Cookie> store(OtioDocument document, char kind) {
   if (auto written = writeAtomically(edits().pathFor(cookie), document.text()); !written) {
     return failed("The " + std::string(Edits::kindText(cookie)) + " was not made", written.error());
   }
-  EditPtr edit;
-  edit.i_open(cookie, 0);
+  EditFile* const edit = edits().takeUp(cookie, std::move(document));
   ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, true); });
+  edits().release(edit);
   return cookie;
 }
 
@@ -184,19 +200,17 @@ Result<void> EditActions::exportTo(const Cookie& cookie, const std::string& path
 
 Result<void> EditActions::trim(const Cookie& cookie, const std::string& clip,
                                const std::string& start, const std::string& end) {
-  const auto edit = edits().hold(cookie);
-  if (!edit) return edit.error();
-  const auto trim = describeTrim((*edit)->document().json(), clip, start, end);
-  edits().release(*edit);
+  const HeldEdit edit(cookie);
+  if (!edit.held()) return failed("The " + title(cookie) + " was not trimmed", edit.held().error());
+  const auto trim = describeTrim((*edit.held())->document().json(), clip, start, end);
   if (auto allowed = requireAllowed(cookie, eModTrim); !allowed) return allowed;
   if (!trim) return trim.error();
   return modify(cookie, *trim, "Trim");
 }
 
 Result<void> EditActions::rename(const Cookie& cookie, const std::string& name) {
-  const auto edit = edits().hold(cookie);
-  if (!edit) return edit.error();
-  edits().release(*edit);
+  const HeldEdit edit(cookie);
+  if (!edit.held()) return failed("The " + title(cookie) + " was not renamed", edit.held().error());
   if (auto allowed = requireAllowed(cookie, eModRename); !allowed) return allowed;
   EditModification rename(eModRename);
   rename.value_ = hostText(name);
@@ -264,8 +278,15 @@ Result<void> EditActions::give(const Cookie& cookie, const std::string& user) {
   if (isEdit) {
     if (auto writable = requireWritable(cookie); !writable) return writable;
   }
+  const HeldEdit edit(cookie);
+  if (!edit.held()) return failed("The owner stays as it is", edit.held().error());
   permissions->setOwner(cookie, owner,
                         isEdit ? iPermissionsManager::eEdit : iPermissionsManager::eShot, true);
+  if (auto stored = (*edit.held())->flushConfiguration(); !stored) {
+    return failed("The new owner of the " + title(cookie) +
+                      " was announced but cannot be written; its file names the old one",
+                  stored.error());
+  }
   if (!isEdit) announceLogOwner(cookie, utf8Text(owner));
   if (!travelsWhole(utf8Text(owner))) {
     LogBoth(

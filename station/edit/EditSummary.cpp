@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <initializer_list>
+#include <new>
 #include <vector>
 
 #include "station/base/Json.h"
@@ -117,7 +118,7 @@ class SummaryScanner {
 
 }  // namespace
 
-Result<EditSummary> readEditSummary(const std::string& bytes) {
+Result<EditSummary> readEditSummary(const std::string& bytes) try {
   if (bytes.empty()) return broken("it is empty.");
   SummaryScanner scanner(bytes);
   if (!scanner.scan()) return broken("it is cut off or no JSON.");
@@ -126,4 +127,6 @@ Result<EditSummary> readEditSummary(const std::string& bytes) {
                                          : "its schema is " + scanner.schema + ".");
   }
   return EditSummary{scanner.name.empty() ? scanner.adoptedName : scanner.name, scanner.owner, {}};
+} catch (const std::bad_alloc&) {
+  return Error{ErrorCode::eSystem, "there is not enough memory to read it.", {}};
 }

@@ -190,9 +190,13 @@ Result<EditFile*> Edits::load(const Cookie& cookie) {
                      " cannot be read and is left as it is: " + document.error().message,
                  path};
   }
+  return takeUp(cookie, std::move(*document));
+}
+
+EditFile* Edits::takeUp(const Cookie& cookie, OtioDocument document) {
   const bool isNew = !holds(cookie);
   auto& edit = loaded_[cookie];
-  edit = std::make_unique<EditFile>(cookie, path, std::move(*document));
+  edit = std::make_unique<EditFile>(cookie, pathFor(cookie), std::move(document));
   holdAgain(*edit);
   if (!edit->isEdit()) edit->setLogOwner(ownerOf(cookie));
   noteLoaded(*edit);

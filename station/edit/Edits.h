@@ -88,6 +88,9 @@ class Edits : public iProjectPart {
   /// "edit" or "log" after the cookie's kind.
   static const char* kindText(const Cookie& cookie);
 
+  /// Takes up an object whose file was written just now; the caller holds it.
+  EditFile* takeUp(const Cookie& cookie, OtioDocument document);
+
  private:
   Result<EditFile*> load(const Cookie& cookie);
   void indexFile(const Cookie& cookie) const;

@@ -33,6 +33,7 @@ void restoreMetadata(JsonValue& json, const JsonValue& block) {
 Result<OtioDocument> OtioDocument::parse(std::string_view bytes) {
   if (bytes.empty()) return noTimeline("it is empty.");
   auto json = parseJson(bytes);
+  if (!json && json.error().code != ErrorCode::eBadContent) return json.error();
   if (!json) return noTimeline(json.error().message);
   if (!json->isObject()) return noTimeline("it is not an object.");
   const std::string& schema = (*json)[kSchema].asString();

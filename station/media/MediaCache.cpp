@@ -42,9 +42,10 @@ Error alreadyKnown(const std::string& path) {
   return {ErrorCode::eExists, inQuotes(path) + " is in the project already.", path};
 }
 
-Error notThere(const std::string& path) {
+Error notThere(const std::string& path, const std::string& why) {
   return {ErrorCode::eNotFound,
-          "There is no readable file " + inQuotes(path) + ", so it was not added. Check its path.",
+          "There is no readable file " + inQuotes(path) + " (" + why +
+              "), so it was not added. Check its path.",
           path};
 }
 
@@ -113,7 +114,8 @@ Result<Cookie> MediaCache::add(const std::string& path, const std::string& proxy
     return Error{ErrorCode::eNoProject, "No project is open; open one with \"project enter\".", {}};
   }
   if (knows(path)) return alreadyKnown(path);
-  if (!MediaFiles::instance().look(path).isOnline) return notThere(path);
+  const MediaLook look = MediaFiles::instance().look(path);
+  if (!look.isOnline) return notThere(path, look.problem);
   const MediaFile file = fileAt(path, proxyOf);
   JsonValue record = JsonValue::object({{"name", mediaName(path)}, {kFile, file.network}});
   if (!proxyOf.empty()) record.set(kProxyOf, proxyOf);

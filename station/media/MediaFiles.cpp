@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <string_view>
 
 namespace {
@@ -52,14 +54,17 @@ MediaFiles::~MediaFiles() {
 MediaLook MediaFiles::look(const std::string& path) {
   Stamp stamp;
   const auto kept = heads_.find(path);
+  errno = 0;
   const bool isThere = stampAt(path, stamp);
   if (!isThere || (kept != heads_.end() && !(kept->second.stamp == stamp))) {
     close(path);
     dropHead(path);
   }
   const int descriptor = isThere ? descriptorFor(path) : -1;
-  if (descriptor < 0) return {};
-  return {true, stamp.size, formatOf(headOf(path, stamp, descriptor))};
+  const int problem = errno;
+  if (descriptor < 0)
+    return {false, 0, problem == 0 ? "no plain file" : std::strerror(problem), {}};
+  return {true, stamp.size, {}, formatOf(headOf(path, stamp, descriptor))};
 }
 
 void MediaFiles::close(const std::string& path) {

@@ -9,6 +9,7 @@
 struct MediaLook {
   bool isOnline = false;   ///< a plain file that can be read is there
   std::uint64_t size = 0;  ///< bytes
+  std::string problem;     ///< why it is not online, "Permission denied"
   std::string format;      ///< as its first bytes tell: "MXF"; empty when they tell nothing
 };
 

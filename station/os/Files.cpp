@@ -44,7 +44,7 @@ LightweightString<wchar_t> getProjectsBaseDirectory() {
 }
 
 TextFile::TextFile(const LightweightString<wchar_t>& path, bool keepEmptyLines) {
-  const auto content = readFresh(toUTF8(path).str());
+  const auto content = readFresh(toUTF8(path).str(), kLargestRecord);
   if (!content) return;
   std::string_view rest = *content;
   while (!rest.empty()) {

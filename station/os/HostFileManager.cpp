@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "host/base/Text.h"
 #include "station/os/DirectoryListing.h"
@@ -15,6 +16,7 @@ namespace {
 constexpr int kTries = 64;
 
 thread_local eFileError lastError_ = eFileError::eNone;
+thread_local int lastNumber_ = 0;
 
 eFileError fileErrorOf(int number) {
   switch (number) {
@@ -43,6 +45,11 @@ eFileError fileErrorOf(int number) {
     default:
       return eFileError::eOther;
   }
+}
+
+void keepError(bool isWell) {
+  lastNumber_ = isWell ? 0 : errno;
+  lastError_ = isWell ? eFileError::eNone : fileErrorOf(errno);
 }
 
 /// The path's bytes; empty, and so missing, for a text that no path can be.
@@ -118,7 +125,7 @@ Kv::Ptr<iFile> HostFileManager::openFile(const LightweightString<wchar_t>& wideP
     file = share == eFileShareNone ? openExclusively(path, disposition != eFileOpenExisting)
                                    : openShared(path, access, disposition);
   }
-  lastError_ = file.isOpen() ? eFileError::eNone : fileErrorOf(errno);
+  keepError(file.isOpen());
   if (!file.isOpen()) return {};
   return makeHandle(std::move(file), path, disposition, share);
 }
@@ -136,7 +143,7 @@ bool HostFileManager::removeFile(const LightweightString<wchar_t>& widePath) {
   errno = ENOENT;
   const bool removed = !path.empty() && folderIsThere(path) && removeWhileLocked(path);
   const bool gone = removed || (!path.empty() && errno == ENOENT);
-  lastError_ = gone ? eFileError::eNone : fileErrorOf(errno);
+  keepError(gone);
   if (gone) written_->forget(path);
   return gone;
 }
@@ -173,8 +180,12 @@ bool HostFileManager::markFile(const LightweightString<wchar_t>& widePath, int v
     file = openOrCreate(path, O_WRONLY | O_NOFOLLOW, true);
   }
   const bool isMarked = file.isOpen() && ::futimens(file.get(), nullptr) == 0;
-  lastError_ = isMarked ? eFileError::eNone : fileErrorOf(errno);
+  keepError(isMarked);
   return isMarked;
 }
 
 eFileError HostFileManager::lastError() const { return lastError_; }
+
+std::string HostFileManager::lastErrorText() {
+  return lastNumber_ == 0 ? std::string() : std::strerror(lastNumber_);
+}

@@ -24,6 +24,10 @@ class HostFileManager : public iFileManager {
   [[nodiscard]] wchar_t pathSeparator() const override { return L'/'; }
   [[nodiscard]] eFileError lastError() const override;
 
+  /// What the system said when this thread's last operation failed, "Input/output error"; empty
+  /// when it did not fail.
+  static std::string lastErrorText();
+
  private:
   Kv::Ptr<iFile> makeHandle(Descriptor file, const std::string& path, int disposition, int share);
   bool removeWhileLocked(const std::string& path);

@@ -10,13 +10,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <thread>
 
 #include "station/os/Posix.h"
 
 namespace {
 
-constexpr off_t kMaxSize = off_t(1) << 30;
 constexpr int kTemporaryTries = 100;
 constexpr std::chrono::milliseconds kTemporaryPause(10);
 
@@ -136,6 +136,13 @@ bool fillAndRename(const Temporary& temporary, const std::string& path, const st
   return ::fsync(file) == 0 && ::rename(temporary.path.c_str(), path.c_str()) == 0;
 }
 
+Error tooLarge(const std::string& path, std::size_t most) {
+  return {ErrorCode::eBadContent,
+          "Cannot read " + path + ": it is larger than " + std::to_string(most >> 20) +
+              " MiB, so it is not what its name says. Look what it is, and move it away.",
+          path};
+}
+
 bool isFolder(const std::string& path) {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
@@ -144,30 +151,39 @@ bool isFolder(const std::string& path) {
 }  // namespace
 
 bool existsFresh(const std::string& path) {
+  const auto isThere = isThereFresh(path);
+  return isThere && *isThere;
+}
+
+Result<bool> isThereFresh(const std::string& path) {
   struct stat status {};
-  if (path.empty() || (!lookAfresh(folderOf(path)) && errno != EACCES)) return false;
-  return ::stat(path.c_str(), &status) == 0;
+  errno = ENOENT;
+  const bool canLook = !path.empty() && (lookAfresh(folderOf(path)) || errno == EACCES);
+  if (canLook && ::stat(path.c_str(), &status) == 0) return true;
+  if (codeOf(errno) == ErrorCode::eNotFound) return false;
+  return errorFromErrno(errno, "look for", path);
 }
 
-Result<std::string> readFresh(const std::string& path) {
+Result<std::string> readFresh(const std::string& path, std::size_t most) {
   if (!lookAfresh(folderOf(path)) && errno != EACCES) return errorFromErrno(errno, "read", path);
-  return readListed(path);
+  return readListed(path, most);
 }
 
-Result<std::string> readListed(const std::string& path) {
+Result<std::string> readListed(const std::string& path, std::size_t most) {
   const Descriptor file = openPlainFile(path, O_RDONLY);
   struct stat status {};
   if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
     return errorFromErrno(errno, "read", path);
   }
-  if (status.st_size > kMaxSize) {
-    return Error{ErrorCode::eBadContent, "Cannot read " + path + ": it is larger than 1 GiB.",
-                 path};
+  if (status.st_size > static_cast<off_t>(most)) return tooLarge(path, most);
+  try {
+    std::string bytes;
+    bytes.reserve(static_cast<std::size_t>(status.st_size));
+    if (!readAll(file.get(), bytes)) return errorFromErrno(errno, "read", path);
+    return bytes;
+  } catch (const std::bad_alloc&) {
+    return errorFromErrno(ENOMEM, "read", path);
   }
-  std::string bytes;
-  bytes.reserve(static_cast<std::size_t>(status.st_size));
-  if (!readAll(file.get(), bytes)) return errorFromErrno(errno, "read", path);
-  return bytes;
 }
 
 Result<std::vector<std::string>> listFresh(const std::string& folder) {

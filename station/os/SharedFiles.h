@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -10,15 +11,23 @@
 // file is looked at, since a network file system otherwise goes on answering from its cache. Any
 // thread; calls block as long as the share does.
 
-/// Whether something exists at `path`.
+/// Whether something exists at `path`; false also when that cannot be told.
 bool existsFresh(const std::string& path);
 
-/// A whole file's bytes. Larger than 1 GiB is refused.
-Result<std::string> readFresh(const std::string& path);
+/// The same, with why it cannot be told as a failure.
+Result<bool> isThereFresh(const std::string& path);
+
+/// How large a file is read whole: an edit, and a record or list, which is small. A larger one
+/// holds something else, and reading it would keep the station from everything that it has to do.
+inline constexpr std::size_t kLargestFile = std::size_t{256} << 20;
+inline constexpr std::size_t kLargestRecord = std::size_t{16} << 20;
+
+/// A whole file's bytes. Larger than `most` is refused, with eBadContent.
+Result<std::string> readFresh(const std::string& path, std::size_t most = kLargestFile);
 
 /// The same for a file whose whole folder was listed a moment ago: the listing has made the answer
 /// fresh, and reading the folder again for each of thousands of files would take most of the time.
-Result<std::string> readListed(const std::string& path);
+Result<std::string> readListed(const std::string& path, std::size_t most = kLargestFile);
 
 /// The names in a folder, without "." and "..", in no particular order.
 Result<std::vector<std::string>> listFresh(const std::string& folder);

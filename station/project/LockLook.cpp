@@ -2,8 +2,10 @@
 
 #include <array>
 
+#include "host/base/Log.h"
 #include "host/os/OS.h"
 #include "station/base/Strings.h"
+#include "station/os/HostFileManager.h"
 
 namespace {
 
@@ -31,6 +33,12 @@ constexpr std::array kReasons{
            "the system would not open its lock file; see whether the projects folder is usable"},
 };
 
+/// What the system said, where the reason does not tell.
+std::string saidBySystem(const Reason& reason) {
+  const std::string said = HostFileManager::lastErrorText();
+  return reason.error != eFileError::eOther || said.empty() ? "" : " (" + said + ")";
+}
+
 }  // namespace
 
 LockState lookAtLock(const LightweightString<wchar_t>& lockFile) {
@@ -46,6 +54,15 @@ LockState lookAtLock(const LightweightString<wchar_t>& lockFile) {
     default:
       return LockState::eUnknown;
   }
+}
+
+void clearGivenUp(const std::string& what, const LightweightString<wchar_t>& lockFile) {
+  if (lookAtLock(lockFile) != LockState::eLeftBehind) return;
+  if (OS().fileManager().removeFile(lockFile)) return;
+  const std::string said = HostFileManager::lastErrorText();
+  if (OS().fileManager().lastError() == eFileError::eHeld) return;  // somebody took it meanwhile
+  LogBoth("%s is given up, but its lock file stays: %s. Others see it left behind; remove %s.\n",
+          what, said, shownText(lockFile));
 }
 
 std::string lockStateText(LockState state) {
@@ -82,7 +99,8 @@ Error lockRefusal(const std::string& what, eFileError reason,
                   const std::string& advice) {
   for (const Reason& known : kReasons) {
     if (known.error == reason) {
-      return {known.code, what + " could not be taken: " + known.text + ".", {}};
+      return {
+          known.code, what + " could not be taken: " + known.text + saidBySystem(known) + ".", {}};
     }
   }
   return {

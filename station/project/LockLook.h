@@ -18,6 +18,11 @@ enum class LockState {
 /// Looks at a lock file without taking it, asked freshly.
 LockState lookAtLock(const LightweightString<wchar_t>& lockFile);
 
+/// Looks whether a lock that this station gave up is gone, and removes it if its file stayed:
+/// others would take this station for one that died. What cannot be removed is told (`what`: "Room
+/// \"Sound\"").
+void clearGivenUp(const std::string& what, const LightweightString<wchar_t>& lockFile);
+
 /// How lists show a state: "free", "taken", "left behind", "unknown".
 std::string lockStateText(LockState state);
 

@@ -49,6 +49,14 @@ Result<void> lock(const Cookie& project, const std::string& name) {
   return refusal(project, name, OS().fileManager().lastError());
 }
 
+/// No project of this name, or none among those that could be read.
+Error nothingCalled(const std::string& name, const Result<void>& readable) {
+  std::string text = "There is no project " + inQuotes(name);
+  if (readable) return {ErrorCode::eNotFound, text + "; \"project list\" shows all.", {}};
+  text += " among those that can be read; not every one can: " + readable.error().message;
+  return {readable.error().code, text, readable.error().path};
+}
+
 void flushPermissions() {
   if (auto* permissions = iPermissionsManager::instance()) permissions->flushOnProjectChange();
 }
@@ -112,10 +120,14 @@ Result<std::vector<ProjectInfo>> Projects::list() const {
 
 Result<Projects::Found> Projects::find(const std::string& nameOrCookie) const {
   const Cookie cookie(nameOrCookie.c_str(), false);
-  if (cookie.getType() == CookieTypeProject && existsFresh(projectFolder(cookie))) {
-    auto record = readProjectRecord(cookie);
-    if (!record) return record.error();
-    return Found{cookie, *record};
+  if (cookie.getType() == CookieTypeProject) {
+    const auto isThere = isThereFresh(projectFolder(cookie));
+    if (!isThere) return isThere.error();
+    if (*isThere) {
+      auto record = readProjectRecord(cookie);
+      if (!record) return record.error();
+      return Found{cookie, *record};
+    }
   }
   return findByName(nameOrCookie);
 }
@@ -124,16 +136,14 @@ Result<Projects::Found> Projects::findByName(const std::string& name) const {
   const auto cookies = listProjectFolders();
   if (!cookies) return cookies.error();
   std::vector<Found> found;
+  Result<void> readable;
   for (const Cookie& cookie : *cookies) {
     const auto record = readProjectRecord(cookie);
     if (record && record->name == name) found.push_back({cookie, *record});
+    if (!record) readable = record.error();
   }
   if (found.size() == 1) return found.front();
-  if (found.empty()) {
-    return Error{ErrorCode::eNotFound,
-                 "There is no project " + inQuotes(name) + "; \"project list\" shows all.",
-                 {}};
-  }
+  if (found.empty()) return nothingCalled(name, readable);
   std::string candidates;
   for (const Found& each : found) candidates += " " + each.cookie.asString().str();
   return Error{ErrorCode::eUsage,
@@ -183,9 +193,19 @@ Result<void> Projects::open(const Found& project) {
   current_ = std::make_unique<OpenProject>(
       OpenProject{cookie, record->name, projectFolder(cookie), project.record.isPrivate});
   flushPermissions();
-  for (iProjectPart* part : parts_) part->enter(*current_, *files);
+  enterParts(*files);
   ProjectListeners::instance().tell([](ProjectListener& each) { each.handleProjectEntry(); });
   return {};
+}
+
+/// A project is open whole or not at all.
+void Projects::enterParts(const std::vector<std::string>& files) {
+  try {
+    for (iProjectPart* part : parts_) part->enter(*current_, files);
+  } catch (...) {
+    close();
+    throw;
+  }
 }
 
 Result<void> Projects::leave() {
@@ -200,6 +220,8 @@ void Projects::close() {
   std::for_each(parts_.rbegin(), parts_.rend(), [](iProjectPart* part) { part->leave(); });
   if (current_->isPrivate && iProjectShare::instance()) {
     iProjectShare::instance()->unlockCurrentlyLockedProject();
+    clearGivenUp("Private project " + inQuotes(current_->name),
+                 iProjectShare::instance()->getProjectLockFile(current_->cookie));
   }
   current_.reset();
   flushPermissions();

@@ -81,6 +81,7 @@ class Projects {
   [[nodiscard]] Result<Found> findByName(const std::string& name) const;
   Result<void> takeOver(const Found& project);
   Result<void> open(const Found& project);
+  void enterParts(const std::vector<std::string>& files);
   void close();
 
   std::vector<iProjectPart*> parts_;

@@ -14,6 +14,11 @@ Result<JsonValue> understand(const Result<std::string>& bytes, const std::string
   if (!bytes) return bytes.error();
   Result<JsonValue> value = parseJson(*bytes);
   if (value && value->isObject()) return value;
+  if (!value && value.error().code != ErrorCode::eBadContent) {
+    return Error{value.error().code,
+                 "\"" + shownText(path) + "\" cannot be read: " + value.error().message + ".",
+                 path};
+  }
   const std::string why = value ? "it holds no JSON object" : value.error().message;
   return Error{ErrorCode::eBadContent,
                "\"" + shownText(path) + "\" cannot be understood: " + why +
@@ -35,7 +40,9 @@ std::string recordPath(const std::string& folder, const Cookie& cookie) {
   return folder + '/' + utf8Text(cookie.asString()) + std::string(kEnding);
 }
 
-Result<JsonValue> readRecord(const std::string& path) { return understand(readFresh(path), path); }
+Result<JsonValue> readRecord(const std::string& path) {
+  return understand(readFresh(path, kLargestRecord), path);
+}
 
 void readRecords(const std::string& folder, const std::vector<std::string>& files,
                  std::string_view kinds,
@@ -44,7 +51,7 @@ void readRecords(const std::string& folder, const std::vector<std::string>& file
     const Cookie cookie = recordCookie(file, kinds);
     if (cookie.isNull()) continue;
     const std::string path = recordPath(folder, cookie);
-    Result<JsonValue> record = understand(readListed(path), path);
+    Result<JsonValue> record = understand(readListed(path, kLargestRecord), path);
     const Result<void> taken =
         record ? take(cookie, std::move(*record)) : Result<void>(record.error());
     if (!taken) LogBoth("%s\n", taken.error().message);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/base/Log.h"
 #include "host/os/OS.h"
 #include "host/project/ProjectSpacesManager.h"
 #include "host/project/iProjectShare.h"
@@ -24,6 +25,15 @@ std::string inQuotes(const std::string& name) { return "\"" + shownText(name) + 
 std::string roomOfRecord(const std::string& file) {
   if (!file.ends_with(kRecordEnding)) return {};
   return file.substr(0, file.size() - kRecordEnding.size());
+}
+
+/// The plug-in takes a lock also when it cannot write who holds it.
+void warnOfUnnamedHolder(const std::string& room, const LightweightString<wchar_t>& holder) {
+  if (!holder.empty()) return;
+  LogBoth(
+      "You are in room %s, but your name could not be written beside its lock: others see it "
+      "taken, and not by whom. See whether the share has room.\n",
+      inQuotes(room));
 }
 
 JsonValue shown(const RoomInfo& room) {
@@ -54,8 +64,17 @@ void Rooms::leave() {
 // Leaving all rooms, rather than unlocking the one, keeps the station counted as active.
 void Rooms::giveUp() {
   iProjectShare* share = iProjectShare::instance();
-  if (share && !current_.empty()) share->lockRoom(LightweightString<wchar_t>());
+  if (share && !current_.empty()) {
+    share->lockRoom(LightweightString<wchar_t>());
+    clearLock(current_);
+  }
   current_.clear();
+}
+
+void Rooms::clearLock(const std::string& room) const {
+  const auto fileName = roomFileName(room);
+  if (!fileName) return;
+  clearGivenUp("Room " + inQuotes(room), wideText(pathOf(*fileName)) + L".lck");
 }
 
 Result<void> Rooms::requireShared() const {
@@ -77,7 +96,9 @@ Result<void> Rooms::create(const std::string& name) {
   const auto fileName = roomFileName(name);
   if (!fileName) return fileName.error();
   const std::string record = pathOf(*fileName) + std::string(kRecordEnding);
-  if (existsFresh(record)) {
+  const auto isThere = isThereFresh(record);
+  if (!isThere) return isThere.error();
+  if (*isThere) {
     return Error{ErrorCode::eExists, "There is a room " + inQuotes(name) + " already.", record};
   }
   if (auto made = makeFolder(folder_); !made && made.error().code != ErrorCode::eExists) {
@@ -120,7 +141,9 @@ Result<void> Rooms::goInto(const std::string& name) {
   if (auto shared = requireShared(); !shared) return shared;
   const auto fileName = roomFileName(name);
   if (!fileName) return fileName.error();
-  if (!existsFresh(pathOf(*fileName) + std::string(kRecordEnding))) {
+  const auto isThere = isThereFresh(pathOf(*fileName) + std::string(kRecordEnding));
+  if (!isThere) return isThere.error();
+  if (!*isThere) {
     return Error{ErrorCode::eNotFound,
                  "There is no room " + inQuotes(name) + "; \"room create\" makes it.",
                  {}};
@@ -135,7 +158,9 @@ Result<void> Rooms::goInto(const std::string& name) {
         [&] { return share->getRoomLockOwner(path); },
         "Wait until it is left, or enter another room (\"room list\").");
   }
+  if (!current_.empty()) clearLock(current_);
   current_ = name;
+  warnOfUnnamedHolder(name, share->getRoomLockOwner(path));
   ProjectSpacesManager::refreshCurrentLobby();
   return {};
 }

@@ -55,6 +55,7 @@ class Rooms : public iProjectPart {
   [[nodiscard]] Result<void> requireShared() const;
   [[nodiscard]] std::string pathOf(const std::string& fileName) const;
   void giveUp();
+  void clearLock(const std::string& room) const;
   [[nodiscard]] RoomInfo look(const std::string& name, const std::string& fileName) const;
 
   std::string folder_;  ///< of the rooms; empty when no project is open

@@ -62,14 +62,14 @@ class Watch {
 
   /// Counts an operation; what is to happen to it.
   FaultAction meet(const char* operation, int descriptor, const char* path) {
-    if (++control_->count != control_->chosen) return FaultAction::eNone;
-    std::array<char, 32> link{};
+    const bool isNamed = control_->operation[0] != '\0';
+    if (isNamed && std::strcmp(control_->operation, operation) != 0) return FaultAction::eNone;
     std::array<char, 400> name{};
-    std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", descriptor);
-    if (path == nullptr && ::readlink(link.data(), name.data(), name.size() - 1) > 0) {
-      path = name.data();
-    }
-    std::snprintf(control_->what, sizeof control_->what, "%s %s", operation, path ? path : "?");
+    if (path == nullptr && isNamed) path = pathOf(descriptor, name);
+    if (isNamed && std::strstr(path, control_->path) == nullptr) return FaultAction::eNone;
+    if (++control_->count != control_->chosen) return FaultAction::eNone;
+    if (path == nullptr) path = pathOf(descriptor, name);
+    std::snprintf(control_->what, sizeof control_->what, "%s %s", operation, path);
     control_->isMet = true;
     return control_->action;
   }
@@ -77,6 +77,13 @@ class Watch {
   [[nodiscard]] int number() const { return control_->number; }
 
  private:
+  static const char* pathOf(int descriptor, std::array<char, 400>& name) {
+    std::array<char, 32> link{};
+    std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", descriptor);
+    if (::readlink(link.data(), name.data(), name.size() - 1) < 0) name[0] = '\0';
+    return name.data();
+  }
+
   const char* folder_;
   FaultControl* control_ = nullptr;
   std::array<std::atomic<bool>, 4096> seen_{};

@@ -20,6 +20,8 @@ struct FaultControl {
   std::atomic<FaultAction> action;
   std::atomic<int> number;  ///< the errno value
   std::atomic<bool> isMet;  ///< whether the chosen operation came
+  char operation[16];       ///< count those of this name alone, "open"; empty for all
+  char path[64];            ///< and of those the ones with this in their path
   char what[512];           ///< which it was, "write /path"; valid once isMet
 };
 

@@ -148,10 +148,14 @@ FaultOutcome FaultSession::run(const Fault& fault) {
   folder_ = std::make_unique<ScratchFolder>("/dev/shm");
   fs::create_directory(*folder_ / "projects");
   copySample(*folder_ / "cut.otio");
+  std::memset(control_.operation, 0, sizeof control_.operation);
+  std::memset(control_.path, 0, sizeof control_.path);
   control_.count = 0;
   control_.isMet = false;
   control_.action = fault.action;
   control_.number = fault.number;
+  fault.operation.copy(control_.operation, sizeof control_.operation - 1);
+  fault.path.copy(control_.path, sizeof control_.path - 1);
   control_.chosen = fault.at;
   lead();
   outcome_.isMet = control_.isMet;

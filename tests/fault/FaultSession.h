@@ -13,7 +13,9 @@
 struct Fault {
   std::uint64_t at = 0;  ///< the operation's number, from 1; 0 for none
   FaultAction action = FaultAction::eNone;
-  int number = 0;  ///< the errno value of eFail
+  int number = 0;              ///< the errno value of eFail
+  std::string operation = {};  ///< operations of this name alone are counted, "open"; empty for all
+  std::string path = {};       ///< and of those the ones with this in their path
 };
 
 /// What a session with a fault came to.

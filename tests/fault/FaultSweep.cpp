@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -57,21 +58,30 @@ Sweep sweep(FaultSession& session, const Kind& kind, std::uint64_t step, bool is
   }
 }
 
+/// On one line, and a short one.
+std::string sentence(const Sweep& done) {
+  std::string text = std::to_string(done.sessions) + " sessions";
+  if (done.problems > 0) text += ", " + std::to_string(done.problems) + " badly: " + done.first;
+  std::ranges::replace_if(
+      text, [](char letter) { return letter < ' '; }, ' ');
+  return text.substr(0, 200);
+}
+
 }  // namespace
 
 int main(int count, char** words) {
-  const std::uint64_t step = count > 1 ? std::strtoul(words[1], nullptr, 10) : 1;
+  const std::string wanted = count > 1 ? words[1] : "";
+  const std::uint64_t step = count > 2 ? std::strtoul(words[2], nullptr, 10) : 1;
+  const bool isVerbose = std::getenv("KV_FAULT_VERBOSE") != nullptr;
   FaultSession session;
   bool isWell = true;
   for (const Kind& kind : kKinds) {
-    if (count > 3 && std::strcmp(words[3], kind.name) != 0) continue;
+    if (!wanted.empty() && wanted != kind.name) continue;
     const auto begin = std::chrono::steady_clock::now();
-    const Sweep done = sweep(session, kind, step, count > 2);
+    const Sweep done = sweep(session, kind, std::max<std::uint64_t>(step, 1), isVerbose);
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
-    const std::string why =
-        std::to_string(done.sessions) + " sessions" +
-        (done.problems == 0 ? "" : ", " + std::to_string(done.problems) + " badly: " + done.first);
-    std::printf("a file operation: %s\t%s\t%s\t%.1f\n", kind.name,
+    const std::string why = sentence(done);
+    std::printf("a file operation meets: %s\t%s\t%s\t%.1f\n", kind.name,
                 done.problems == 0 ? "passed" : "failed", why.c_str(), seconds.count());
     std::fflush(stdout);
     isWell = isWell && done.problems == 0;

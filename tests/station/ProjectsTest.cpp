@@ -126,4 +126,15 @@ TEST_F(ProjectsTest, AFolderThatGoesAwayIsARefusalThatSaysSo) {
   EXPECT_FALSE(projects.list());
 }
 
+TEST_F(ProjectsTest, AProjectWhoseRecordCannotBeReadIsNotCalledMissing) {
+  const auto other = projects.create("Other", false);
+  ASSERT_TRUE(other);
+  write(folder / (other->asString().str() + "/project.json"), "{");
+  const auto entered = projects.enter("Other");
+  ASSERT_FALSE(entered);
+  EXPECT_EQ(entered.error().code, ErrorCode::eBadContent);
+  EXPECT_NE(entered.error().message.find("not every one can"), std::string::npos);
+  EXPECT_NE(entered.error().message.find("project.json"), std::string::npos);
+}
+
 }  // namespace

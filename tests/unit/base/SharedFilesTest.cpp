@@ -56,6 +56,19 @@ TEST(SharedFilesTest, NamesOfTheGreatestLengthCanBeWritten) {
   EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{name}));
 }
 
+TEST(SharedFilesTest, AFileOfSenselessSizeIsRefusedWithTheLimitAndNotRead) {
+  const ScratchFolder folder;
+  std::ofstream(folder / "G0001.json") << "{}";
+  std::filesystem::resize_file(folder / "G0001.json", kLargestRecord + 1);
+  const auto record = readFresh(folder / "G0001.json", kLargestRecord);
+  ASSERT_FALSE(record);
+  EXPECT_EQ(record.error().code, ErrorCode::eBadContent);
+  EXPECT_NE(record.error().message.find("larger than 16 MiB"), std::string::npos);
+  EXPECT_TRUE(readFresh(folder / "G0001.json"));
+  std::filesystem::resize_file(folder / "G0001.json", kLargestFile + 1);
+  EXPECT_FALSE(readListed(folder / "G0001.json"));
+}
+
 TEST(SharedFilesTest, AReaderSeesTheOldOrTheNewContentWhole) {
   const ScratchFolder folder;
   const std::string path = folder / "a";
