@@ -10,6 +10,14 @@ void HostThread::post(Task task) {
   wake_.notify_one();
 }
 
+void HostThread::postAfter(std::chrono::milliseconds delay, Task task) {
+  {
+    const std::lock_guard lock(mutex_);
+    later_.emplace(Clock::now() + delay, std::move(task));
+  }
+  wake_.notify_one();
+}
+
 bool HostThread::postDelivery(Task delivery, std::size_t bytes) {
   {
     const std::lock_guard lock(mutex_);
@@ -44,8 +52,8 @@ void HostThread::stop() {
 bool HostThread::takeNext(Task& next, bool wait) {
   next = nullptr;  // what the last task held is released before the thread waits
   std::unique_lock lock(mutex_);
-  if (wait)
-    wake_.wait(lock, [this] { return stopped_ || !tasks_.empty() || !deliveries_.empty(); });
+  queueWhatIsDue();
+  if (wait) waitForWork(lock);
   if (wait && stopped_) return false;
   if (tasks_.empty() && deliveries_.empty()) return false;
   deliveryTurn_ = !deliveryTurn_;
@@ -58,4 +66,22 @@ bool HostThread::takeNext(Task& next, bool wait) {
     tasks_.pop_front();
   }
   return true;
+}
+
+void HostThread::waitForWork(std::unique_lock<std::mutex>& lock) {
+  while (!stopped_ && tasks_.empty() && deliveries_.empty()) {
+    if (later_.empty()) {
+      wake_.wait(lock);
+    } else {
+      wake_.wait_until(lock, Clock::time_point(later_.begin()->first));
+    }
+    queueWhatIsDue();
+  }
+}
+
+void HostThread::queueWhatIsDue() {
+  if (later_.empty()) return;
+  const auto end = later_.upper_bound(Clock::now());
+  for (auto each = later_.begin(); each != end; ++each) tasks_.push_back(std::move(each->second));
+  later_.erase(later_.begin(), end);
 }

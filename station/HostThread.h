@@ -1,10 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <string>
 
@@ -24,6 +26,9 @@ class HostThread {
 
   /// Queues a task. Any thread.
   void post(Task task);
+
+  /// Queues a task once `delay` has passed. Any thread.
+  void postAfter(std::chrono::milliseconds delay, Task task);
 
   /// Queues the delivery of something of `bytes` size; false when the lane is full and nothing was
   /// queued. Any thread.
@@ -45,11 +50,16 @@ class HostThread {
     std::size_t bytes;
   };
 
+  using Clock = std::chrono::steady_clock;
+
   bool takeNext(Task& next, bool wait);
+  void waitForWork(std::unique_lock<std::mutex>& lock);
+  void queueWhatIsDue();
 
   std::mutex mutex_;
   std::condition_variable wake_;
   std::deque<Task> tasks_;
+  std::multimap<Clock::time_point, Task> later_;
   std::deque<Delivery> deliveries_;
   std::size_t deliveryBytes_ = 0;
   bool deliveryTurn_ = false;

@@ -17,6 +17,7 @@
 #include "station/os/HostOS.h"
 #include "station/os/SharedFiles.h"
 #include "station/plugin/PluginLoader.h"
+#include "station/project/LateLooks.h"
 #include "station/project/ObjectNames.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
@@ -68,6 +69,7 @@ void warnOfUntravelledUser() {
 
 struct Station::Parts {
   HostThread hostThread;
+  LateLooks lateLooks{hostThread};
   NetworkService network{hostThread};
   HostOS os{network};
   Projects projects;

@@ -8,6 +8,7 @@
 #include "station/base/Strings.h"
 #include "station/containers/ContainerLock.h"
 #include "station/os/SharedFiles.h"
+#include "station/project/LateLooks.h"
 #include "station/project/ObjectNames.h"
 #include "station/project/Records.h"
 
@@ -15,6 +16,9 @@ namespace {
 
 constexpr std::uint32_t kRewritten =
     ContainerManagerBase::eChanged | ContainerManagerBase::eFileWritten;
+
+/// A late look finds what other stations know already: nothing that is announced to them.
+constexpr std::uint32_t kFoundLate = ContainerManagerBase::eDisplayed;
 
 std::string inQuotes(const std::string& text) { return "\"" + shownText(text) + "\""; }
 
@@ -84,7 +88,8 @@ Result<void> ContainerPart::change(const Cookie& cookie, const Change& change) {
   const Result<bool> changed = change(*record);
   if (!changed) return changed.error();
   if (!*changed) {
-    if (!(find(cookie)->record == *record)) take(cookie, std::move(*record));
+    if (!(find(cookie)->record == *record))
+      take(cookie, std::move(*record), ContainerManagerBase::eChanged);
     return {};
   }
   const Result<void> written = writeAtomically(fileOf(cookie), writeJsonIndented(*record) + "\n");
@@ -114,38 +119,51 @@ void ContainerPart::forget(const Cookie& cookie) {
 
 void ContainerPart::readAgain(const Cookie& cookie) {
   if (folder_.empty()) return;
+  LateLooks::arrange(fileOf(cookie), [this, cookie] { readLate(cookie); });
   Result<JsonValue> record = read(cookie);
   if (record) {
-    take(cookie, std::move(*record));
+    take(cookie, std::move(*record), ContainerManagerBase::eChanged);
   } else {
     LogBoth("The %s %s is shown as it was: %s\n", kind_.word, cookie.asString(),
             record.error().message);
   }
 }
 
+void ContainerPart::readLate(const Cookie& cookie) {
+  if (folder_.empty()) return;
+  Result<JsonValue> record = read(cookie);
+  const Container* const known = find(cookie);
+  if (record && !(known && known->record == *record)) take(cookie, std::move(*record), kFoundLate);
+}
+
 void ContainerPart::readAllAgain() {
+  LateLooks::arrange(kind_.key, [this] { compareWithFolder(kFoundLate, kFoundLate); });
+  compareWithFolder(ContainerManagerBase::eChanged, ContainerManagerBase::eDestroyed);
+}
+
+void ContainerPart::compareWithFolder(std::uint32_t changed, std::uint32_t destroyed) {
   if (folder_.empty()) return;
   const Result<std::vector<std::string>> files = listFresh(folder_);
   if (!files) return LogBoth("%s\n", files.error().message);
   std::set<Cookie> present;
   for (const std::string& file : *files) present.insert(recordCookie(file, kind_.letters));
-  readRecords(folder_, *files, kind_.letters, [this](const Cookie& cookie, JsonValue&& record) {
+  readRecords(folder_, *files, kind_.letters, [&](const Cookie& cookie, JsonValue&& record) {
     const Result<void> sound = check(cookie, record);
     const Container* const known = find(cookie);
-    if (sound && !(known && known->record == record)) take(cookie, std::move(record));
+    if (sound && !(known && known->record == record)) take(cookie, std::move(record), changed);
     return sound;
   });
-  dropMissing(present);
+  dropMissing(present, destroyed);
 }
 
-void ContainerPart::dropMissing(const std::set<Cookie>& present) {
+void ContainerPart::dropMissing(const std::set<Cookie>& present, std::uint32_t flags) {
   std::vector<Cookie> gone;
   for (const auto& [cookie, container] : containers_) {
     if (!present.contains(cookie)) gone.push_back(cookie);
   }
   for (const Cookie& cookie : gone) {
     drop(cookie);
-    tell(cookie, "destroyed", ContainerManagerBase::eDestroyed);
+    tell(cookie, "destroyed", flags);
   }
 }
 
@@ -214,10 +232,10 @@ void ContainerPart::drop(const Cookie& cookie) {
   containers_.erase(known);
 }
 
-void ContainerPart::take(const Cookie& cookie, JsonValue record) {
+void ContainerPart::take(const Cookie& cookie, JsonValue record, std::uint32_t flags) {
   const bool isKnown = find(cookie) != nullptr;
   show(cookie, std::move(record));
-  tell(cookie, isKnown ? "reloaded" : "created", ContainerManagerBase::eChanged);
+  tell(cookie, isKnown ? "reloaded" : "created", flags);
 }
 
 void ContainerPart::tell(const Cookie& cookie, const std::string& how, std::uint32_t flags) {

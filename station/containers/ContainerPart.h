@@ -69,12 +69,13 @@ class ContainerPart : public iProjectPart {
   /// what stands in the way of that is logged. An unknown cookie is ignored.
   void forget(const Cookie& cookie);
 
-  /// Reads a container again, or for the first time. A file that cannot be read is reported, and
-  /// leaves what is shown.
+  /// Reads a container again, or for the first time; because of a message, once more a little later
+  /// (LateLooks). A file that cannot be read is reported, and leaves what is shown.
   void readAgain(const Cookie& cookie);
 
   /// Brings all that is shown in line with the folder: what is new there, what differs and what is
-  /// gone. Each change is told of by itself; where there is none, nothing is.
+  /// gone. Each change is told of by itself; where there is none, nothing is. Because of a message,
+  /// all is read once more a little later.
   void readAllAgain();
 
   /// The container's file; empty when no project is open.
@@ -101,9 +102,11 @@ class ContainerPart : public iProjectPart {
   Result<void> removeFile(const Cookie& cookie) const;
   void show(const Cookie& cookie, JsonValue record);
   void drop(const Cookie& cookie);
-  void take(const Cookie& cookie, JsonValue record);
+  void take(const Cookie& cookie, JsonValue record, std::uint32_t flags);
+  void readLate(const Cookie& cookie);
   void tell(const Cookie& cookie, const std::string& how, std::uint32_t flags);
-  void dropMissing(const std::set<Cookie>& present);
+  void compareWithFolder(std::uint32_t changed, std::uint32_t destroyed);
+  void dropMissing(const std::set<Cookie>& present, std::uint32_t flags);
 
   ContainerKind kind_;
   std::string folder_;  ///< the open project's; empty when none is open

@@ -1,6 +1,7 @@
 #include "station/edit/EditFile.h"
 
 #include "host/base/Log.h"
+#include "host/project/iPermissionsManager.h"
 #include "station/base/Events.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
@@ -13,8 +14,7 @@ namespace {
 
 constexpr const char* kOwnerKey = "OWNER";
 
-Result<OtioDocument> readDocument(const std::string& path) {
-  const auto bytes = readFresh(path);
+Result<OtioDocument> parsed(const Result<std::string>& bytes) {
   if (!bytes) return bytes.error();
   return OtioDocument::parse(*bytes);
 }
@@ -39,7 +39,9 @@ void EditFile::setChangeDescription(EditModificationType type, bool announce) {
 }
 
 bool EditFile::reOpen(const LightweightString<wchar_t>& path) {
-  auto document = readDocument(utf8Text(path));
+  if (isInStock_) Edits::instance()->lookLater(cookie_);
+  const auto bytes = readFresh(utf8Text(path));
+  auto document = parsed(bytes);
   if (!document) {
     LogBoth("The %s \"%s\" was saved elsewhere but cannot be read again; it stays as it was: %s\n",
             kindText(), shownText(document_.name()), document.error().message);
@@ -50,11 +52,25 @@ bool EditFile::reOpen(const LightweightString<wchar_t>& path) {
             kindText(), shownText(document_.name()));
   }
   document_ = std::move(*document);
+  noteContent(*bytes);
   configuration_.unwritten.clear();
   pending_.clear();
   dirty_ = hasLocalChanges_ = celCuesOn_ = false;
   if (isInStock_) Edits::instance()->noteLoaded(*this);
   return true;
+}
+
+void EditFile::readLate() {
+  const auto bytes = readFresh(path_);
+  if (!bytes || isContent(*bytes)) return;
+  const bool cuesWereShown = celCuesOn_;
+  if (!reOpen(wideText(path_))) return;
+  celCuesOn_ = cuesWereShown;
+  auto* const permissions = iPermissionsManager::instance();
+  if (permissions && isEdit()) {
+    permissions->setOwner(cookie_, getOwner(), iPermissionsManager::eEdit, false);
+  }
+  issueChangeNotification(EditModification(eModContentsChanged));
 }
 
 void EditFile::issueChangeNotification(const EditModification& modification) {
@@ -122,7 +138,9 @@ void EditFile::tell(const EditModification& modification) {
 }
 
 Result<void> EditFile::save() {
-  if (auto written = writeAtomically(path_, document_.text()); !written) return written;
+  const std::string text = document_.text();
+  if (auto written = writeAtomically(path_, text); !written) return written;
+  noteContent(text);
   configuration_.unwritten.clear();
   dirty_ = hasLocalChanges_ = false;
   return {};
@@ -130,7 +148,8 @@ Result<void> EditFile::save() {
 
 Result<void> EditFile::flushConfiguration() {
   if (configuration_.unwritten.empty()) return {};
-  auto stored = readDocument(path_);
+  const auto bytes = readFresh(path_);
+  auto stored = parsed(bytes);
   if (!stored) return stored.error();
   bool differs = false;
   for (const std::string& key : configuration_.unwritten) {
@@ -140,7 +159,9 @@ Result<void> EditFile::flushConfiguration() {
     differs = true;
   }
   if (differs) {
-    if (auto written = writeAtomically(path_, stored->text()); !written) return written;
+    const std::string text = stored->text();
+    if (auto written = writeAtomically(path_, text); !written) return written;
+    if (isContent(*bytes)) noteContent(text);  // else it was saved elsewhere, and is yet to be read
   }
   configuration_.unwritten.clear();
   return {};

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/edit/Edit.h"
@@ -67,6 +69,13 @@ class EditFile : public Edit {
   /// there; writes nothing when it holds them already.
   Result<void> flushConfiguration();
 
+  /// Notes that these bytes, which its file held, are what the document was made of.
+  void noteContent(std::string_view bytes) { content_ = std::hash<std::string_view>()(bytes); }
+
+  /// Reads the file again if it holds something else than what was last read or written here, as a
+  /// message that it was saved does.
+  void readLate();
+
   /// Gives a log an owner, which is kept in memory alone.
   void setLogOwner(const std::string& owner) { logOwner_ = owner; }
 
@@ -99,6 +108,9 @@ class EditFile : public Edit {
 
   Result<void> apply(const EditModification& modification);
   void tell(const EditModification& modification);
+  [[nodiscard]] bool isContent(std::string_view bytes) const {
+    return std::hash<std::string_view>()(bytes) == content_;
+  }
 
   Cookie cookie_;
   std::string path_;
@@ -107,6 +119,7 @@ class EditFile : public Edit {
   std::vector<EditModification> pending_;
   EditModificationType description_ = eModNone;
   std::string logOwner_;
+  std::size_t content_ = 0;  ///< a hash of what its file held when it was last read or written
   bool isInStock_ = true;
   bool dirty_ = false;
   bool hasLocalChanges_ = false;

@@ -32,6 +32,8 @@ class EditIndex {
   /// Notes that an object's file has changed since it was looked at.
   void markStale(const Cookie& cookie) { stale_.insert(cookie); }
 
+  [[nodiscard]] bool isStale(const Cookie& cookie) const { return stale_.contains(cookie); }
+
   /// The objects so noted, which are no longer noted afterwards.
   std::set<Cookie> takeStale() { return std::exchange(stale_, {}); }
 

@@ -9,6 +9,8 @@ struct EditSummary {
   std::string name;
   std::string owner;    ///< the stored owner as it stands
   std::string problem;  ///< why its file cannot be read; empty when it can
+
+  bool operator==(const EditSummary&) const = default;
 };
 
 /// Reads name and owner out of an edit's file without building its document, so that thousands are

@@ -5,6 +5,7 @@
 #include "station/base/Strings.h"
 #include "station/edit/OtioClips.h"
 #include "station/os/SharedFiles.h"
+#include "station/project/LateLooks.h"
 
 namespace {
 
@@ -199,6 +200,7 @@ EditFile* Edits::takeUp(const Cookie& cookie, OtioDocument document) {
   edit = std::make_unique<EditFile>(cookie, pathFor(cookie), std::move(document));
   holdAgain(*edit);
   if (!edit->isEdit()) edit->setLogOwner(ownerOf(cookie));
+  edit->noteContent(*bytes);
   noteLoaded(*edit);
   if (isNew) events().changed(kindText(cookie), cookie, "created", currentOrigin());
   return edit.get();
@@ -246,6 +248,7 @@ Result<void> Edits::close(const Cookie& cookie) {
 
 void Edits::refresh(const Cookie& cookie) {
   if (!isProjectOpen()) return;
+  lookLater(cookie);
   if (const EditFile* edit = loaded(cookie)) {
     noteLoaded(*edit);
   } else if (holds(cookie) || existsFresh(pathFor(cookie))) {
@@ -272,7 +275,25 @@ void Edits::noteOwner(const Cookie& cookie, const std::string& owner) {
 void Edits::noteSavedElsewhere(const Cookie& cookie) {
   if (!holds(cookie)) return;
   index_.markStale(cookie);
+  lookLater(cookie);
   events().changed(kindText(cookie), cookie, "refreshed", currentOrigin());
+}
+
+void Edits::lookLater(const Cookie& cookie) {
+  LateLooks::arrange(pathFor(cookie), [this, cookie] { readLate(cookie); });
+}
+
+// An object whose file is gone is left to the message of its deletion.
+void Edits::readLate(const Cookie& cookie) {
+  if (!isProjectOpen() || !holds(cookie)) return;
+  if (EditFile* const edit = loaded(cookie)) return edit->readLate();
+  if (index_.isStale(cookie) || !existsFresh(pathFor(cookie))) return;
+  const EditSummary before = *index_.find(cookie);
+  indexFile(cookie);
+  const EditSummary* const now = index_.find(cookie);
+  if (now && !(*now == before)) {
+    events().changed(kindText(cookie), cookie, "refreshed", currentOrigin());
+  }
 }
 
 void Edits::forget(const Cookie& cookie) {

@@ -73,6 +73,10 @@ class Edits : public iProjectPart {
   /// Notes that another station saved an object: lists read its file again when next shown.
   void noteSavedElsewhere(const Cookie& cookie);
 
+  /// Because of a message that the object was saved: reads its file once more a little later
+  /// (LateLooks), and shows what differs then.
+  void lookLater(const Cookie& cookie);
+
   /// Takes an object out of the lists and out of memory.
   void forget(const Cookie& cookie);
 
@@ -97,6 +101,7 @@ class Edits : public iProjectPart {
   void indexStale() const;
   void setAside(const Cookie& cookie, const std::string& problem) const;
   void unload(const Cookie& cookie);
+  void readLate(const Cookie& cookie);
   [[nodiscard]] JsonValue line(const Cookie& cookie, const EditSummary& summary) const;
 
   std::string folder_;

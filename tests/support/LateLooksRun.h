@@ -1,0 +1,33 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "station/HostThread.h"
+#include "station/base/Events.h"
+#include "station/project/LateLooks.h"
+
+/// Late looks of a test, soon after the message, and the host thread on which they are made.
+class LateLooksRun {
+ public:
+  /// Makes the looks that were arranged: all that are due when one arranged now has been made
+  /// twice.
+  void finish() {
+    int made = 0;
+    {
+      const RemoteChangeScope remote;
+      LateLooks::arrange("~ the last of all", [&made] { ++made; });
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (made < 2 && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      thread.runPending();
+    }
+    EXPECT_EQ(made, 2);
+  }
+
+  HostThread thread;
+  LateLooks looks{thread, {std::chrono::milliseconds(1), std::chrono::milliseconds(4)}};
+};
