@@ -1,0 +1,90 @@
+#include <fstream>
+#include <iterator>
+
+#include "tests/share/SharedStations.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string contentOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+/// What the Debian package holds, unpacked elsewhere than it is made for.
+class PackageTest : public SharedStations {
+ protected:
+  StationProcess& startInstalled() {
+    StationProcess::Options options;
+    options.program = KV_ROOT "/usr/bin/kv-station";
+    options.projects = folder_ / "projects";
+    options.user = options.host = "ANNA";
+    options.port = port_;
+    stations_.push_back(std::make_unique<StationProcess>(std::move(options)));
+    EXPECT_TRUE(stations_.back()->waitUntilReady()) << stations_.back()->errorText();
+    return *stations_.back();
+  }
+};
+
+TEST_F(PackageTest, ItsStationAndToolWorkFromWhereTheyLie) {
+  StationProcess& anna = startInstalled();
+  run(anna, "project create Secret --private");
+  run(anna, "project enter Secret");
+  const std::string maps = contentOf("/proc/" + std::to_string(anna.pid()) + "/maps");
+  for (const char* library : {"libkorvelhost.so", "ProjectShare.so"}) {
+    EXPECT_NE(maps.find(KV_ROOT "/usr/lib/korvel/" + std::string(library)), maps.npos) << maps;
+  }
+  const ProgramRun locks = runProgram({KV_ROOT "/usr/bin/kv-share", "locks", folder_ / "projects"});
+  EXPECT_EQ(locks.status, 0) << locks.errors;
+  EXPECT_NE(locks.output.find("held"), std::string::npos) << locks.output;
+  EXPECT_NE(locks.output.find("ANNA"), std::string::npos) << locks.output;
+  EXPECT_EQ(anna.quit(), 0);
+}
+
+TEST_F(PackageTest, ItHoldsWhatAnAdministratorLooksFor) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"etc/ufw/applications.d/project-share", "ports=27015/udp"},
+      {"usr/lib/firewalld/services/project-share.xml", "port=\"27015\""},
+      {"usr/share/bash-completion/completions/kv-share", "complete -o default -F _kv_share"},
+      {"usr/share/bash-completion/completions/kv-station", "complete -o default -F _kv_station"},
+      {"usr/share/zsh/vendor-completions/_kv_share", "#compdef kv-share kv-station"},
+      {"usr/share/man/man1/kv-station.1.gz", ""},
+      {"usr/share/man/man1/kv-share.1.gz", ""},
+      {"usr/share/doc/project-share/copyright", "Project Share"},
+      {"usr/share/doc/project-share/changelog.gz", ""},
+      {"usr/share/doc/project-share/docs/administration.md", "firewall"},
+      {"usr/lib/korvel/resources/tool_messager_on.png", "PNG"},
+      {"usr/lib/" KV_ARCHITECTURE "/wireshark/plugins/projectshare.lua", "Proto("},
+      {"Depends", "libstdc++6"},
+  };
+  for (const auto& [file, part] : rows) {
+    const std::string text = contentOf(std::string(KV_ROOT "/") + file);
+    EXPECT_FALSE(text.empty()) << file;
+    EXPECT_NE(text.find(part), text.npos) << file;
+  }
+}
+
+TEST_F(PackageTest, AnotherHostIsBuiltAgainstItsHeadersAndDrivesItsPlugin) {
+  const std::string build = folder_ / "build";
+  const ProgramRun configured = runProgram(
+      {KV_CMAKE, "-S", KV_TINY_HOST, "-B", build, "-DCMAKE_PREFIX_PATH=" KV_ROOT "/usr"});
+  ASSERT_EQ(configured.status, 0) << configured.output << configured.errors;
+  const ProgramRun built = runProgram({KV_CMAKE, "--build", build});
+  ASSERT_EQ(built.status, 0) << built.output << built.errors;
+  const ProgramRun host = runProgram({build + "/tiny-host"});
+  EXPECT_EQ(host.status, 0) << host.output << host.errors;
+  EXPECT_NE(host.output.find("it is unloaded: yes"), std::string::npos) << host.output;
+}
+
+TEST_F(PackageTest, PkgConfigNamesItsHeadersAndLibraryWhereTheyLie) {
+  const std::string text = contentOf(KV_ROOT "/usr/lib/pkgconfig/project-share.pc");
+  for (const char* line :
+       {"prefix=${pcfiledir}/../..", "includedir=${prefix}/include/project-share",
+        "plugin=${libdir}/ProjectShare.so", "-lkorvelhost"}) {
+    EXPECT_NE(text.find(line), text.npos) << line << " is not in " << text;
+  }
+  EXPECT_TRUE(fs::exists(KV_ROOT "/usr/include/project-share/host/plugin/KvPluginBase.h"));
+}
+
+}  // namespace
