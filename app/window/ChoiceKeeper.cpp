@@ -13,8 +13,8 @@ namespace {
 /// Chooses whole rows from the first to the last, none where `first` is below zero.
 void addRows(QItemSelection& selection, const QAbstractItemModel& model, int first, int last) {
   if (first < 0) return;
-  selection.append(QItemSelectionRange(model.index(first, 0),
-                                       model.index(last, model.columnCount() - 1)));
+  selection.append(
+      QItemSelectionRange(model.index(first, 0), model.index(last, model.columnCount() - 1)));
 }
 
 }  // namespace
