@@ -18,18 +18,21 @@ using Text = LightweightString<char>;
 constexpr char kSeparator = '\xAC';
 constexpr const char* kVersion = "d";
 constexpr std::size_t kFirstPayloadField = 3;
+constexpr std::size_t kUsualFields = 6;
+constexpr std::size_t kUsualHead = 96;  ///< bytes that a message holds beside its texts
 
-/// A wire text's fields. A correctly written text gives exactly the fields that were written. An
-/// empty first field is dropped unless the text is one character long.
-Vector<Text> split(std::string_view text) {
-  Vector<Text> fields;
+/// A wire text's fields, valid as long as the text. A correctly written text gives exactly the
+/// fields that were written. An empty first field is dropped unless the text is one character long.
+Vector<std::string_view> split(std::string_view text) {
+  Vector<std::string_view> fields;
+  fields.reserve(kUsualFields);
   const std::size_t first = text.find(kSeparator);
-  if (first == std::string_view::npos) return {Text(text)};
-  if (first > 0 || text.size() == 1) fields.push_back(Text(text.substr(0, first)));
+  if (first == std::string_view::npos) return {text};
+  if (first > 0 || text.size() == 1) fields.push_back(text.substr(0, first));
   std::size_t begin = first + 1;
   for (std::size_t end; (end = text.find(kSeparator, begin)) != text.npos; begin = end + 1)
-    fields.push_back(Text(text.substr(begin, end - begin)));
-  if (begin < text.size()) fields.push_back(Text(text.substr(begin)));
+    fields.push_back(text.substr(begin, end - begin));
+  if (begin < text.size()) fields.push_back(text.substr(begin));
   return fields;
 }
 
@@ -47,7 +50,7 @@ Text localUser() {
   return share ? toUTF8(share->getCurrentUser()) : Text();
 }
 
-Cookie cookieFrom(const Text& field) { return Cookie(field.c_str(), false); }
+Cookie cookieFrom(std::string_view field) { return Cookie(std::string(field).c_str(), false); }
 
 /// A type's name in the log; null for the types that the log does not name.
 const char* displayName(NetMessage::Type type) {
@@ -131,7 +134,7 @@ NetMessage::NetMessage(const Text& wireText) {
     return;
   }
   if (fields.size() <= kFirstPayloadField) return;
-  type = static_cast<Type>(std::strtol(fields[1].c_str(), nullptr, 10));
+  type = static_cast<Type>(std::strtol(std::string(fields[1]).c_str(), nullptr, 10));
   projectCookie = cookieFrom(fields[2]);
   readFields(fields);
 }
@@ -156,18 +159,18 @@ void NetMessage::readFields(const Fields& fields) {
       return;
     case eAddMaterial:
     case eRemoveMaterial:
-      data = fields[3];
+      data = Text(fields[3]);
       return;
     case eUserMessage:
     case eActionRequest:
       if (fields.size() < 6) return;
-      source = fields[3];
-      target = fields[4];
-      data = fields[5];
+      source = Text(fields[3]);
+      target = Text(fields[4]);
+      data = Text(fields[5]);
       return;
     case eBinTransfer:
     case eClipTransfer:
-      source = fields[3];
+      source = Text(fields[3]);
       // Required: the cookie is read from the target's field; stations in use do it so.
       if (fields.size() > 4) cookie = cookieFrom(fields[4]);
       return;
@@ -179,19 +182,19 @@ void NetMessage::readFields(const Fields& fields) {
 void NetMessage::readModification(const Fields& fields) {
   cookie = cookieFrom(fields[3]);
   if (fields.size() < 5) return assertionFailed("false", "ProjectShare/NetMessage line 149");
-  editModification = copyOf(EditModification(fields[4]));
+  editModification = copyOf(EditModification(Text(fields[4])));
 }
 
 void NetMessage::readPermissions(const Fields& fields) {
   cookie = cookieFrom(fields[3]);
   if (fields.size() < 5) return assertionFailed("false", "ProjectShare/NetMessage line 142");
-  data = fields[4];
+  data = Text(fields[4]);
 }
 
 void NetMessage::readContainer(const Fields& fields) {
   cookie = cookieFrom(fields[3]);
   if (fields.size() < 5) return assertionFailed("false", "ProjectShare/NetMessage line 166");
-  containerModification = ContainerModification(fields[4]);
+  containerModification = ContainerModification(Text(fields[4]));
   if (containerModification.valid_) return;
   type = eNone;
   assertionFailed("false", "ProjectShare/NetMessage line 162");
@@ -199,9 +202,10 @@ void NetMessage::readContainer(const Fields& fields) {
 
 LightweightString<char> NetMessage::asString() const {
   std::string text;
+  text.reserve(kUsualHead + data.size() + target.size());
   const auto append = [&text](const Text& field) { (text += field.view()) += kSeparator; };
-  append(kVersion);
-  append(Text(std::to_string(static_cast<std::int32_t>(type))));
+  (text += kVersion) += kSeparator;
+  (text += std::to_string(static_cast<std::int32_t>(type))) += kSeparator;
   append(projectCookie.asString(false));
   switch (type) {
     case eEditModification:
@@ -215,7 +219,7 @@ LightweightString<char> NetMessage::asString() const {
     case eContainerModification:
     case eFilterModification:
       append(cookie.asString(false));
-      append(containerModification.asString());
+      (text += std::to_string(containerModification.value_)) += kSeparator;
       break;
     case eAddMaterial:
     case eRemoveMaterial:

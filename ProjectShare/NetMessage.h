@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "ProjectShare/ContainerModification.h"
 #include "host/base/Cookie.h"
@@ -91,7 +92,7 @@ class NetMessage {
   LightweightString<char> source;  ///< the sender's name; filled by parsing alone
 
  private:
-  using Fields = Vector<LightweightString<char>>;
+  using Fields = Vector<std::string_view>;
 
   void readFields(const Fields& fields);
   void readModification(const Fields& fields);

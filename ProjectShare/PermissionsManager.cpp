@@ -13,7 +13,7 @@
 namespace {
 
 /// The owner of what a render job is working on.
-constexpr const wchar_t* kRenderOwner = L"RENDER";
+constexpr std::wstring_view kRenderOwner = L"RENDER";
 
 /// The second type byte of a project's cookie where it stands for an object.
 constexpr int kProjectSubtype = 255;
@@ -28,8 +28,14 @@ LightweightString<wchar_t> upperCased(LightweightString<wchar_t> text) {
   return text;
 }
 
-Cookie currentProject() {
-  return convertCookie(EditManager::getCurrentProjectID(), CookieTypeEdit, kProjectSubtype);
+/// Whether the object stands for the current project, or neither is one. What bears another subtype
+/// is told apart without asking the host.
+bool isCurrentProject(const Cookie& object) {
+  if (object.getTypeBytes()[1] != kProjectSubtype && object.getType() != CookieTypeNone) {
+    return false;
+  }
+  return object ==
+         convertCookie(EditManager::getCurrentProjectID(), CookieTypeEdit, kProjectSubtype);
 }
 
 }  // namespace
@@ -103,7 +109,7 @@ bool PermissionsManager::isModificationAllowed(const Cookie& object, EditModific
 bool PermissionsManager::decideModification(const Cookie& object) const {
   if (isAdministrator_) return true;
   if (!ProjectSpacesManager::machineIsInNetworkMode()) return true;
-  if (object == currentProject()) return true;
+  if (isCurrentProject(object)) return true;
   const PermissionsInfo* info = findInfo(object);
   return !info || isAllowedFor(*info);
 }
@@ -130,7 +136,7 @@ bool PermissionsManager::isAllowedFor(const PermissionsInfo& info) const {
     assertionFailed("false", "ProjectShare/PermissionsManager line 203");
     return false;
   }
-  if (info.owner == kRenderOwner) return false;
+  if (info.owner.view() == kRenderOwner) return false;
   if (!ProjectSpacesManager::machineIsInNetworkMode()) return true;
   if (info.type_ == eEdit) return info.owner == getCurrentUser();
   if (info.type_ != eShot) {

@@ -3,6 +3,7 @@
 #include <uuid/uuid.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -14,6 +15,8 @@ namespace {
 constexpr char kDigits[] = "0123456789abcdef";
 constexpr std::size_t kMinDigits = 4;
 constexpr std::size_t kMaxDigits = 32;
+constexpr std::size_t kTail = 5;         ///< "-ff00"
+constexpr std::size_t kAbbreviated = 9;  ///< with the kind letter
 
 /// Names become cookies within this namespace, on every station alike.
 constexpr uuid_t kNameSpace = {0x3b, 0x5e, 0x0c, 0x52, 0x9d, 0x1f, 0x4e, 0x8a,
@@ -37,16 +40,10 @@ std::uint8_t byteAt(std::string_view digits, std::size_t index) {
                                    digitValue(digits[2 * index + 1]));
 }
 
-void appendHex(std::string& text, std::uint8_t byte) {
-  text += kDigits[byte >> 4];
-  text += kDigits[byte & 15];
-}
-
-std::string uuidDigits(const UUID& uuid) {
-  std::string digits;
-  for (const std::uint8_t byte : uuid.bytes) appendHex(digits, byte);
-  const std::size_t zeros = std::min(digits.find_first_not_of('0'), kMaxDigits);
-  return digits.substr(std::min(zeros, kMaxDigits - kMinDigits));
+char* putHex(char* to, std::uint8_t byte) {
+  *to++ = kDigits[byte >> 4];
+  *to++ = kDigits[byte & 15];
+  return to;
 }
 
 bool isUuidText(std::string_view digits) {
@@ -59,9 +56,12 @@ bool isTailText(std::string_view tail) {
 }
 
 UUID uuidFromDigits(std::string_view digits) {
-  const std::string padded = std::string(kMaxDigits - digits.size(), '0') + std::string(digits);
+  std::array<char, kMaxDigits> padded;
+  padded.fill('0');
+  std::copy(digits.begin(), digits.end(), padded.end() - digits.size());
+  const std::string_view whole(padded.data(), padded.size());
   UUID uuid;
-  for (std::size_t i = 0; i < uuid.bytes.size(); ++i) uuid.bytes[i] = byteAt(padded, i);
+  for (std::size_t i = 0; i < uuid.bytes.size(); ++i) uuid.bytes[i] = byteAt(whole, i);
   return uuid;
 }
 
@@ -112,14 +112,22 @@ bool Cookie::isNull() const { return typeBytes_[0] == 0; }
 
 LightweightString<char> Cookie::asString(bool abbreviated) const {
   if (isNull()) return {};
-  std::string text = getType() + uuidDigits(uuid_);
-  if (abbreviated) return LightweightString<char>(std::string_view(text).substr(0, 9));
-  if (typeBytes_[1] != 0 || typeBytes_[2] != 0) {
-    text += '-';
-    appendHex(text, typeBytes_[1]);
-    appendHex(text, typeBytes_[2]);
+  std::array<char, 1 + kMaxDigits + kTail> text;
+  char* end = text.data() + 1;
+  for (const std::uint8_t byte : uuid_.bytes) end = putHex(end, byte);
+  char* const lastStart = end - kMinDigits;
+  char* const digits = std::find_if(text.data() + 1, lastStart, [](char c) { return c != '0'; });
+  char* const start = digits - 1;
+  *start = getType();
+  if (abbreviated) {
+    return LightweightString<char>(start,
+                                   std::min(static_cast<std::size_t>(end - start), kAbbreviated));
   }
-  return LightweightString<char>(std::string_view(text));
+  if (typeBytes_[1] != 0 || typeBytes_[2] != 0) {
+    *end++ = '-';
+    end = putHex(putHex(end, typeBytes_[1]), typeBytes_[2]);
+  }
+  return LightweightString<char>(start, static_cast<std::size_t>(end - start));
 }
 
 LightweightString<wchar_t> Cookie::asWString() const {

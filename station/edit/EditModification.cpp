@@ -13,9 +13,8 @@ bool isPlain(unsigned char byte) {
          (byte >= '0' && byte <= '9') || byte == '-' || byte == '_' || byte == '.' || byte == '~';
 }
 
-std::string escaped(std::string_view bytes) {
+void appendEscaped(std::string& text, std::string_view bytes) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
-  std::string text;
   for (const char each : bytes) {
     const auto byte = static_cast<unsigned char>(each);
     if (isPlain(byte)) {
@@ -24,7 +23,6 @@ std::string escaped(std::string_view bytes) {
       text += {'%', kDigits[byte >> 4U], kDigits[byte & 15U]};
     }
   }
-  return text;
 }
 
 /// The value of an upper-case hex digit, or -1.
@@ -53,10 +51,9 @@ bool unescape(std::string_view text, LightweightString<char>& bytes) {
 }
 
 template <typename Number>
-std::string decimal(Number number) {
-  char text[64];
-  const auto end = std::to_chars(text, text + sizeof text, number).ptr;
-  return {text, end};
+void appendDecimal(std::string& text, Number number) {
+  char digits[64];
+  text.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
 
 template <typename Number>
@@ -95,9 +92,11 @@ EditModification::EditModification(const LightweightString<char>& text) {
 }
 
 LightweightString<char> EditModification::asString() const {
-  const std::string text = decimal(static_cast<int>(type_)) + kFieldSeparator +
-                           decimal(range_.start) + kFieldSeparator + decimal(range_.end) +
-                           kFieldSeparator + escaped(subject_.view()) + kFieldSeparator +
-                           escaped(value_.view());
+  std::string text;
+  appendDecimal(text, static_cast<int>(type_));
+  appendDecimal(text += kFieldSeparator, range_.start);
+  appendDecimal(text += kFieldSeparator, range_.end);
+  appendEscaped(text += kFieldSeparator, subject_.view());
+  appendEscaped(text += kFieldSeparator, value_.view());
   return LightweightString<char>(std::string_view(text));
 }

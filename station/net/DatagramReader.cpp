@@ -28,6 +28,7 @@ DatagramReader::DatagramReader()
 int DatagramReader::read(int socket) {
   prepare();
   const int count = recvmmsg(socket, headers_.data(), kBatch, MSG_DONTWAIT, nullptr);
+  used_ = count < 0 ? 0 : static_cast<std::size_t>(count);
   if (count < 0) return -errno;
   for (int index = 0; index < count; ++index) readControl(static_cast<std::size_t>(index));
   return count;
@@ -48,7 +49,7 @@ bool DatagramReader::wasCut(std::size_t index) const {
 }
 
 void DatagramReader::prepare() {
-  for (std::size_t index = 0; index < kBatch; ++index) {
+  for (std::size_t index = 0; index < used_; ++index) {
     Slot& slot = slots_[index];
     slot.bytes = {buffers_.data() + index * kBufferBytes, kBufferBytes};
     slot.interface = 0;

@@ -41,11 +41,13 @@ class DatagramReader {
     Ipv4 target;
   };
 
+  /// Makes the slots that the last batch used ready for the next.
   void prepare();
   void readControl(std::size_t index);
 
   std::vector<char> buffers_;
   std::vector<Slot> slots_;
   std::vector<mmsghdr> headers_;
+  std::size_t used_ = kBatch;
   std::uint32_t dropped_ = 0;
 };

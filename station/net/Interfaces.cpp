@@ -77,12 +77,11 @@ std::vector<NetworkInterface> readNetworkInterfaces() {
 Interfaces::Interfaces(Reader reader) : reader_(std::move(reader)) {}
 
 std::vector<Destination> Interfaces::destinations(const std::vector<Ipv4>& addresses) {
-  const auto interfaces = list(kListAge);
-  if (addresses.empty()) return broadcastsOf(interfaces);
+  if (addresses.empty()) return broadcastsOf(list(kListAge));
   std::vector<Destination> result;
   for (const Ipv4 address : addresses) {
     if (address.isMulticast() || address.isLimitedBroadcast()) {
-      addByEveryInterface(result, address, interfaces);
+      addByEveryInterface(result, address, list(kListAge));
     } else {
       addOnce(result, {address, 0});
     }

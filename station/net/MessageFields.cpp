@@ -82,6 +82,16 @@ MessageFields readMessage(const std::string& wireText) {
 
 const char* messageTypeName(int type) { return isNamed(type) ? kLayouts[type].name : "unknown"; }
 
+const char* messageTypeNameOf(std::string_view wireText) {
+  constexpr std::string_view kHead("d\xAC", 2);
+  wireText = wireText.substr(0, wireText.find('\0'));
+  if (wireText.starts_with(kFieldSeparator)) wireText.remove_prefix(1);
+  if (!wireText.starts_with(kHead)) return messageTypeName(0);
+  wireText.remove_prefix(kHead.size());
+  const std::string type(wireText.substr(0, wireText.find(kFieldSeparator)));
+  return messageTypeName(static_cast<int>(numberAtStart(type)));
+}
+
 std::string composeActionRequest(const std::string& project, const std::string& user, int machine,
                                  const std::string& command) {
   std::string text;

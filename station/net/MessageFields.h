@@ -37,6 +37,9 @@ MessageFields readMessage(const std::string& wireText);
 /// The name of a message type: "EditSaved" for 2; "unknown" for a number without one.
 const char* messageTypeName(int type);
 
+/// The name of a datagram's type, as readMessage gives it.
+const char* messageTypeNameOf(std::string_view wireText);
+
 /// The text of a request that the machine with this number runs a command, from `user`, sent while
 /// `project` (a cookie's text) is open.
 std::string composeActionRequest(const std::string& project, const std::string& user, int machine,

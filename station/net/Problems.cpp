@@ -13,6 +13,7 @@ void SendProblems::failed(const std::string& destination, const std::string& pro
   {
     const std::lock_guard lock(mutex_);
     State& state = states_[destination];
+    areThere_ = true;
     ++state.untold;
     if (state.told == problem) return;
     state.told = problem;
@@ -30,6 +31,7 @@ void SendProblems::succeeded(const std::string& destination) {
     if (found == states_.end()) return;
     lost = found->second.untold;
     states_.erase(found);
+    areThere_ = !states_.empty();
   }
   tellNetworkProblem("sending to " + destination + " works again; " + std::to_string(lost) +
                          " more messages did not reach it meanwhile",

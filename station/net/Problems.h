@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -16,6 +17,9 @@ class SendProblems {
   /// from the last one of this destination, counted otherwise.
   void failed(const std::string& destination, const std::string& problem);
 
+  /// Whether any destination has a problem that is not over.
+  [[nodiscard]] bool areThere() const { return areThere_; }
+
   /// A datagram left; tells that it works again, and how many were lost without a word meanwhile.
   void succeeded(const std::string& destination);
 
@@ -27,4 +31,5 @@ class SendProblems {
 
   std::mutex mutex_;
   std::map<std::string, State> states_;
+  std::atomic<bool> areThere_{false};
 };

@@ -80,7 +80,7 @@ std::size_t UdpBroadcaster::sendTo(const std::vector<Destination>& destinations,
       continue;
     }
     ++left;
-    problems_.succeeded(nameOf(destination));
+    if (problems_.areThere()) problems_.succeeded(nameOf(destination));
   }
   return left;
 }

@@ -69,38 +69,48 @@ UdpListener::~UdpListener() {
 void UdpListener::deliver(const Outlet& outlet, std::string bytes) {
   if (!outlet.isOpen) return;
   const RemoteChangeScope scope;
-  const ActivityScope activity("the message " + readMessage(bytes).typeName);
+  const ActivityScope activity(std::string("the message ") + messageTypeNameOf(bytes));
   events().received(bytes);
   outlet.receiver->receive(Kv::Ptr<iMemHolder>(new HeldBytes(std::move(bytes))), nullptr);
 }
 
 void UdpListener::drain() {
   while (!isEnding_) {
-    takeWhatIsThere();
-    const auto now = std::chrono::steady_clock::now();
-    losses_.systemDropped(socket_.droppedBySystem(), now);
-    losses_.tellIfOver(now);
+    // The system drops nothing while less than two datagrams wait.
+    if (takeWhatIsThere() > 1 || losses_.isPending()) {
+      const auto now = std::chrono::steady_clock::now();
+      losses_.systemDropped(socket_.droppedBySystem(), now);
+      losses_.tellIfOver(now);
+    }
     waitForMore();
     joinGroups();
   }
   losses_.tell();
 }
 
-void UdpListener::takeWhatIsThere() {
-  int count = 0;
-  while (!isEnding_ && (count = reader_.read(socket_.descriptor())) > 0) {
-    const auto now = std::chrono::steady_clock::now();
-    for (std::size_t index = 0; index < static_cast<std::size_t>(count); ++index) {
-      if (reader_.wasCut(index)) {
-        losses_.wasTooLarge(now);
-      } else {
-        take(reader_.at(index), now);
-      }
-    }
-    losses_.systemDropped(reader_.droppedBySystem(), now);
-    losses_.tellIfOver(now);
+std::size_t UdpListener::takeWhatIsThere() {
+  std::size_t taken = 0;
+  int count = DatagramReader::kBatch;
+  while (!isEnding_ && count == DatagramReader::kBatch) {
+    count = reader_.read(socket_.descriptor());
+    if (count > 0) taken += takeBatch(static_cast<std::size_t>(count));
   }
-  tellBrokenRead(-count);
+  tellBrokenRead(count < 0 ? -count : 0);
+  return taken;
+}
+
+std::size_t UdpListener::takeBatch(std::size_t count) {
+  const auto now = std::chrono::steady_clock::now();
+  for (std::size_t index = 0; index < count; ++index) {
+    if (reader_.wasCut(index)) {
+      losses_.wasTooLarge(now);
+    } else {
+      take(reader_.at(index), now);
+    }
+  }
+  losses_.systemDropped(reader_.droppedBySystem(), now);
+  losses_.tellIfOver(now);
+  return count;
 }
 
 void UdpListener::take(const Datagram& datagram, LossReport::Time now) {

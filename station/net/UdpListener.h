@@ -50,7 +50,10 @@ class UdpListener : public iUDPListener {
   static void deliver(const Outlet& outlet, std::string bytes);
 
   void drain();
-  void takeWhatIsThere();
+
+  /// Takes datagrams until none waits; how many.
+  std::size_t takeWhatIsThere();
+  std::size_t takeBatch(std::size_t count);
   void take(const Datagram& datagram, LossReport::Time now);
   void joinGroups();
   [[nodiscard]] bool isOwn(const Datagram& datagram);

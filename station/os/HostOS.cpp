@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <string_view>
 #include <thread>
 
 #include "host/base/Text.h"
@@ -20,7 +19,7 @@ HostOS& requireCurrent() {
 }
 
 LightweightString<wchar_t> wide(const std::string& text) {
-  return fromUTF8(LightweightString<char>(std::string_view(text)));
+  return fromUTF8(text.data(), static_cast<int>(text.size()));
 }
 
 }  // namespace

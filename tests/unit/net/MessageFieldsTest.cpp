@@ -73,7 +73,24 @@ TEST(MessageFields, AreReadWhereEachTypeHasThem) {
       {"d|14|P1|E1|", {true, 14, "EditCreated", "P1", "E1", "", "", "", "", ""}},
       {"d|15|P1|F1|2|", {true, 15, "FilterModification", "P1", "F1", "", "", "", "", "2"}},
   };
-  for (const ReadRow& row : rows) expectSame(readMessage(wire(row.text)), row.fields, row.text);
+  for (const ReadRow& row : rows) {
+    expectSame(readMessage(wire(row.text)), row.fields, row.text);
+    EXPECT_EQ(messageTypeNameOf(wire(row.text)), row.fields.typeName) << row.text;
+  }
+}
+
+TEST(MessageFields, ATypeIsNamedAsTheWholeMessageWouldName) {
+  for (const char* text : {"", "d", "|d|2|", "||d|2|", "d|2", "d|", "d|16|P1|E1|", "d|x|P1|",
+                           "e|2|", "dd|2|", "d|-1|", "d| 3|P1|E1|"}) {
+    const std::string bytes = wire(text);
+    EXPECT_EQ(messageTypeNameOf(bytes), readMessage(bytes).typeName) << text;
+  }
+  const std::string cut(
+      "d\xAC"
+      "1\0"
+      "4\xAC",
+      6);
+  EXPECT_EQ(messageTypeNameOf(cut), readMessage(cut).typeName);
 }
 
 TEST(MessageFields, OfATextThatNoStationTakesAreInvalid) {

@@ -34,8 +34,20 @@ TEST(SendProblems, WhatWasLostMeanwhileIsToldWhenItWorksAgain) {
 TEST(SendProblems, OfADestinationThatAlwaysWorkedAreNotTold) {
   RecordedEvents events;
   SendProblems problems;
+  EXPECT_FALSE(problems.areThere());
   problems.succeeded("10.0.0.255");
   EXPECT_EQ(events.told(), "");
+}
+
+TEST(SendProblems, AreThereUntilEveryDestinationWorksAgain) {
+  RecordedEvents events;
+  SendProblems problems;
+  problems.failed("10.0.0.255", "the cable is out");
+  problems.failed("10.9.0.255", "the cable is out");
+  problems.succeeded("10.0.0.255");
+  EXPECT_TRUE(problems.areThere());
+  problems.succeeded("10.9.0.255");
+  EXPECT_FALSE(problems.areThere());
 }
 
 TEST(AcceptedNetworks, NamedInTheConfigurationAreTheOnlyOnesTaken) {
