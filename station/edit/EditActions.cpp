@@ -86,10 +86,11 @@ Result<void> modify(const Cookie& cookie, const EditModification& modification,
 Result<Cookie> store(OtioDocument document, char kind) {
   const Cookie cookie = Cookie::create(kind);
   if (kind == CookieTypeEdit) document.setSetting(kOwnerKey, utf8Text(localUser()));
-  if (auto written = writeAtomically(edits().pathFor(cookie), document.text()); !written) {
+  const std::string text = document.text();
+  if (auto written = writeAtomically(edits().pathFor(cookie), text); !written) {
     return failed("The " + std::string(Edits::kindText(cookie)) + " was not made", written.error());
   }
-  EditFile* const edit = edits().takeUp(cookie, std::move(document));
+  EditFile* const edit = edits().takeUp(cookie, std::move(document), text);
   ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, true); });
   edits().release(edit);
   return cookie;

@@ -191,16 +191,16 @@ Result<EditFile*> Edits::load(const Cookie& cookie) {
                      " cannot be read and is left as it is: " + document.error().message,
                  path};
   }
-  return takeUp(cookie, std::move(*document));
+  return takeUp(cookie, std::move(*document), *bytes);
 }
 
-EditFile* Edits::takeUp(const Cookie& cookie, OtioDocument document) {
+EditFile* Edits::takeUp(const Cookie& cookie, OtioDocument document, std::string_view bytes) {
   const bool isNew = !holds(cookie);
   auto& edit = loaded_[cookie];
   edit = std::make_unique<EditFile>(cookie, pathFor(cookie), std::move(document));
   holdAgain(*edit);
   if (!edit->isEdit()) edit->setLogOwner(ownerOf(cookie));
-  edit->noteContent(*bytes);
+  edit->noteContent(bytes);
   noteLoaded(*edit);
   if (isNew) events().changed(kindText(cookie), cookie, "created", currentOrigin());
   return edit.get();

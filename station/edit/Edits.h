@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "station/edit/EditFile.h"
@@ -92,8 +93,8 @@ class Edits : public iProjectPart {
   /// "edit" or "log" after the cookie's kind.
   static const char* kindText(const Cookie& cookie);
 
-  /// Takes up an object whose file was written just now; the caller holds it.
-  EditFile* takeUp(const Cookie& cookie, OtioDocument document);
+  /// Takes up an object whose file holds `bytes`; the caller holds it.
+  EditFile* takeUp(const Cookie& cookie, OtioDocument document, std::string_view bytes);
 
  private:
   Result<EditFile*> load(const Cookie& cookie);
