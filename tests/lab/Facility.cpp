@@ -10,7 +10,7 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr auto kPatience = std::chrono::seconds(60);
+constexpr auto kPatience = std::chrono::seconds(30);
 constexpr auto kPause = std::chrono::milliseconds(50);
 
 /// A machine number that no station of the lab has.
@@ -29,6 +29,17 @@ std::string compared(const std::map<std::string, int>& due, const std::map<std::
   for (const auto& [message, count] : over) {
     if (count != 0)
       told += who + " has " + std::to_string(count) + " too many of " + message + "\n";
+  }
+  return told;
+}
+
+/// What machines show otherwise than `view`.
+std::string differences(const std::string& who, const ProjectView& view,
+                        const std::vector<Workstation*>& machines) {
+  std::string told;
+  for (Workstation* const machine : machines) {
+    const std::string difference = view.differenceFrom(machine->view());
+    if (!difference.empty()) told += who + " (-) and " + machine->name() + " (+):\n" + difference;
   }
   return told;
 }
@@ -67,9 +78,8 @@ Workstation& Facility::workstation(Workstation::Setup setup,
 void Facility::open() {
   for (const auto& machine : machines_) machine->switchOn();
   for (const auto& machine : machines_) machine->waitUntilReady();
-  const std::string cookie = machines_.front()->run("project create Film").asString();
-  projectFolder_ = folder_ / ("projects/" + cookie);
-  for (const auto& machine : machines_) machine->run("project enter Film");
+  machines_.front()->run("project create Film");
+  for (const auto& machine : machines_) machine->enter("Film");
 }
 
 std::vector<Workstation*> Facility::running() const {
@@ -90,14 +100,16 @@ std::string Facility::difference(std::chrono::seconds limit) {
   return told.empty() ? differenceFromFolder() : told;
 }
 
+std::map<std::string, std::vector<Workstation*>> Facility::byProject() const {
+  std::map<std::string, std::vector<Workstation*>> groups;
+  for (Workstation* const machine : running()) groups[machine->project()].push_back(machine);
+  return groups;
+}
+
 std::string Facility::differenceNow() {
-  const std::vector<Workstation*> machines = running();
-  const ProjectView first = machines.front()->view();
   std::string told;
-  for (Workstation* const machine : machines) {
-    const std::string difference = first.differenceFrom(machine->view());
-    if (difference.empty()) continue;
-    told += machines.front()->name() + " (-) and " + machine->name() + " (+):\n" + difference;
+  for (const auto& [project, machines] : byProject()) {
+    told += differences(machines.front()->name(), machines.front()->view(), machines);
   }
   return told;
 }
@@ -105,23 +117,23 @@ std::string Facility::differenceNow() {
 std::string Facility::differenceFromFolder() {
   Workstation reader({folder_ / "projects", "READER", {}, 0, {}});
   reader.switchOn();
-  reader.enter("Film");
-  reader.openAllEdits();
-  const ProjectView read = reader.view();
   std::string told;
-  for (Workstation* const machine : running()) {
-    const std::string difference = read.differenceFrom(machine->view());
-    if (!difference.empty())
-      told += "the folder (-) and " + machine->name() + " (+):\n" + difference;
+  for (const auto& [project, machines] : byProject()) {
+    reader.enter(project);
+    reader.openAllEdits();
+    const ProjectView read = reader.view();
+    told += differences("the folder", read, machines);
+    if (read.filed() != cookiesInFolder(folder_ / ("projects/" + read.project()))) {
+      told += "the folder of " + project + " holds other files\n";
+    }
   }
-  if (read.filed() != cookiesInFolder(projectFolder_)) told += "the folder holds other files\n";
   return told;
 }
 
 void Facility::reenter() {
   for (Workstation* const machine : running()) {
     machine->run("project leave");
-    machine->run("project enter Film");
+    machine->enter(machine->project());
     machine->openAllEdits();
   }
 }

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <deque>
 #include <initializer_list>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,11 +37,12 @@ class Facility {
   /// Switches all machines on; the first makes the project "Film", which all of them open.
   void open();
 
-  /// Every machine's view beside the first's, and beside what a station shows that reads the folder
-  /// afresh, once they all agree, or after `limit`: what still differs, or nothing.
+  /// Every machine's view beside the first's of its project, and beside what a station shows that
+  /// reads the folder afresh, once they all agree, or after `limit`: what still differs, or
+  /// nothing.
   std::string difference(std::chrono::seconds limit);
 
-  /// Lets every machine leave the project, enter it again and open all its edits.
+  /// Lets every machine leave its project, enter it again and open all its edits.
   void reenter();
 
   /// Waits until every machine hears every other one, and lets notOnce count from then on.
@@ -67,6 +69,7 @@ class Facility {
 
  private:
   [[nodiscard]] std::vector<Workstation*> running() const;
+  [[nodiscard]] std::map<std::string, std::vector<Workstation*>> byProject() const;
   std::string differenceNow();
   std::string differenceFromFolder();
   [[nodiscard]] std::vector<Workstation*> peersOf(const Workstation& machine) const;
@@ -77,6 +80,5 @@ class Facility {
   Space switches_{"switches"};
   std::deque<Network> networks_;
   std::vector<std::unique_ptr<Workstation>> machines_;
-  std::string projectFolder_;
   int markers_ = 0;
 };

@@ -1,6 +1,6 @@
 #include "tests/lab/LabTest.h"
 
-void LabTest::expectAgreement() { EXPECT_EQ(facility_.difference(std::chrono::seconds(60)), ""); }
+void LabTest::expectAgreement() { EXPECT_EQ(facility_.difference(std::chrono::seconds(30)), ""); }
 
 bool LabTest::expectHealing() {
   const bool differed = !facility_.difference(std::chrono::seconds(1)).empty();

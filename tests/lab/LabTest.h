@@ -10,8 +10,8 @@
 /// A scenario of the lab: a facility, and what must hold of it at the end.
 class LabTest : public testing::Test {
  protected:
-  /// Every station shows the same, and what the folder holds; messages are given a minute to
-  /// come.
+  /// Every station shows the same, and what the folder holds; messages are given half a
+  /// minute to come.
   void expectAgreement();
 
   /// Stations that missed messages show the same once they entered the project again. Returns

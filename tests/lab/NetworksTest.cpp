@@ -1,3 +1,5 @@
+#include <sstream>
+
 #include "tests/lab/LabTest.h"
 #include "tests/lab/Stranger.h"
 
@@ -38,7 +40,7 @@ TEST_F(NetworksTest, StationsHaveTwoNetworksInCommon) {
   shows(figures() + ", each came once, whatever the ways");
 }
 
-TEST_F(NetworksTest, TwoNetworksAreJoinedByStationsWithLimitedBroadcasts) {
+TEST_F(NetworksTest, LimitedBroadcastsLeaveByBothOfTwoNetworks) {
   Network& storage = facility_.network();
   for (const char* const host : {"ANNA", "BEN", "CARLA"}) {
     facility_.workstation({{}, host, {}, 0, {"--send-to", "255.255.255.255"}},
@@ -104,6 +106,26 @@ TEST_F(NetworksTest, AnInterfaceAppearsLater) {
   expectEachMessageOnce();
   expectAgreement();
   shows("a first and a second network while stations run; " + figures() + ", then each came once");
+}
+
+TEST_F(NetworksTest, StationsWorkInTwoProjectsOnOneNetwork) {
+  openTwo();
+  anna_->run("project create Series");
+  for (const char* const host : {"CARLA", "DAVE"}) {
+    Workstation& machine = facility_.workstation(host, {&office_});
+    machine.switchOn();
+    machine.enter("Series");
+  }
+  facility_.awaitHearing();
+  everyoneWorks(facility_);
+  expectEachMessageOnce();
+  std::istringstream lines(facility_.difference(std::chrono::seconds(2)));
+  for (std::string line; std::getline(lines, line);) {
+    // Required: messages about media are taken whatever project is open.
+    EXPECT_TRUE(line.ends_with(":") || line.starts_with("+ media")) << line;
+  }
+  expectHealing();
+  shows("media files alone are listed in both, until a project is entered again");
 }
 
 TEST_F(NetworksTest, TwoPortsDoNotHearEachOther) {

@@ -22,7 +22,7 @@ void tellMissing(std::string& told, const std::map<std::string, std::string>& he
 
 }  // namespace
 
-ProjectView::ProjectView(const JsonValue& state) {
+ProjectView::ProjectView(const JsonValue& state) : project_(state["project"]["cookie"].asString()) {
   for (const auto& [kind, objects] : state.members()) {
     for (const JsonValue& object : objects.elements()) {
       const std::string& cookie = object["cookie"].asString();

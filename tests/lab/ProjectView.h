@@ -18,10 +18,14 @@ class ProjectView {
   /// where both have the edit open.
   [[nodiscard]] std::string differenceFrom(const ProjectView& other) const;
 
+  /// The project's cookie.
+  [[nodiscard]] const std::string& project() const { return project_; }
+
   /// The cookies of the objects that are in files of their own name: all but media.
   [[nodiscard]] const std::set<std::string>& filed() const { return filed_; }
 
  private:
+  std::string project_;
   std::map<std::string, std::string> objects_;  ///< by kind and cookie, or a room's name
   std::map<std::string, std::string> clips_;    ///< by the edit's cookie
   std::set<std::string> filed_;

@@ -33,6 +33,7 @@ void Workstation::switchOn() {
   options.more = setup_.more;
   station_ = std::make_unique<StationProcess>(std::move(options));
   isOn_ = true;
+  isReady_ = false;
   notCounted_.clear();
 }
 
@@ -42,11 +43,14 @@ void Workstation::cutPower() {
 }
 
 void Workstation::waitUntilReady() {
-  EXPECT_TRUE(station_->waitUntilReady()) << name() << ": " << station_->errorText();
+  if (isReady_) return;
+  isReady_ = station_->waitUntilReady();
+  EXPECT_TRUE(isReady_) << name() << ": " << station_->errorText();
 }
 
 void Workstation::enter(const std::string& project) {
   waitUntilReady();
+  project_ = project;
   run("project enter \"" + project + "\"");
 }
 

@@ -32,9 +32,10 @@ class Workstation {
   /// Starts its station; does not wait.
   void switchOn();
 
+  /// Waits until the station is up.
   void waitUntilReady();
 
-  /// Waits until the station is up, and opens a project.
+  /// Waits until the station is up, and opens a project, in place of another.
   void enter(const std::string& project);
 
   /// Ends the station at once, as a power failure would.
@@ -66,6 +67,7 @@ class Workstation {
   [[nodiscard]] const StationProcess& station() const { return *station_; }
   [[nodiscard]] bool isOn() const { return isOn_; }
   [[nodiscard]] const std::string& host() const { return setup_.host; }
+  [[nodiscard]] const std::string& project() const { return project_; }
   [[nodiscard]] int port() const { return setup_.port; }
 
   /// Who works where, for people.
@@ -84,6 +86,8 @@ class Workstation {
   std::unique_ptr<Space> space_;
   std::vector<std::unique_ptr<Cable>> cables_;
   std::map<std::string, std::size_t> notCounted_;
+  std::string project_;  ///< the one entered last
+  bool isReady_ = false;
   int named_ = 0;
   std::unique_ptr<StationProcess> station_;
   bool isOn_ = false;
