@@ -41,7 +41,7 @@ void addHearing(CLI::App& command, ListenRequest& what) {
       ->check(CLI::PositiveNumber)
       ->type_name("N");
   command.add_option("--for", what.seconds, "End after so many seconds")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Range(0.001, 1e8))
       ->type_name("S");
 }
 
@@ -75,7 +75,7 @@ void addSpeed(CLI::App& command, ReplayRequest& request) {
             request.speed = std::strtod(word.c_str(), &end);
             if (word == "max") request.speed = std::numeric_limits<double>::infinity();
             if (word != "max" && (*end != '\0' || !(request.speed > 0))) {
-              throw CLI::ValidationError("--speed", "is a number above 0, or max");
+              throw CLI::ValidationError("--speed", "must be a number above 0, or max");
             }
           },
           "So many times as fast as it was recorded; max for as fast as it goes")

@@ -22,6 +22,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kStationsPort = 27015;
 constexpr double kNanosecondsASecond = 1e9;
+constexpr double kLongestWait = 1e17;  // nanoseconds, three years: a clock can hold it
 constexpr const char* kOwnNetwork = "127.255.255.255";
 
 /// A wait that the user's Ctrl-C ends.
@@ -200,7 +201,7 @@ std::string summaryOf(const Sending& sending, const FaultyWay& way, const MeantM
 /// When a message leaves, in nanoseconds after the first.
 std::int64_t dueOf(const ReplayRequest& request, std::int64_t sinceFirst) {
   const double due = static_cast<double>(std::max<std::int64_t>(sinceFirst, 0)) / request.speed;
-  return static_cast<std::int64_t>(due);
+  return static_cast<std::int64_t>(std::min(due, kLongestWait));
 }
 
 /// What a capture is told to be that held nothing to send.

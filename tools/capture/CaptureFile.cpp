@@ -3,6 +3,7 @@
 #include <pcap/pcap.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -14,6 +15,7 @@
 namespace {
 
 constexpr std::int64_t kNanosecondsASecond = 1'000'000'000;
+constexpr std::int64_t kLastSecond = 9'000'000'000;  // a damaged time may name any
 
 Error unreadable(const std::string& path, const std::string& why) {
   return {ErrorCode::eBadContent, shownText(path) + " cannot be read (" + why + ")", path};
@@ -63,7 +65,8 @@ std::optional<HeardMessage> CaptureFile::next() {
     ++packets_;
     const std::string_view frame(reinterpret_cast<const char*>(bytes), header->caplen);
     if (auto message = datagramInFrame(linkType_, frame)) {
-      message->time = header->ts.tv_sec * kNanosecondsASecond + header->ts.tv_usec;
+      const auto seconds = std::clamp<std::int64_t>(header->ts.tv_sec, 0, kLastSecond);
+      message->time = seconds * kNanosecondsASecond + header->ts.tv_usec;
       return message;
     }
     if (isFragment(linkType_, frame)) ++fragments_;
