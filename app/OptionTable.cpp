@@ -34,6 +34,11 @@ constexpr auto kOptions = std::to_array<OptionSpec>({
      "write one JSON object a line to FILE, - for standard output (the text for people then goes "
      "to standard error)",
      true},
+    {"share-heard", "DIR",
+     "keep a list of the senders that this station hears in DIR, outside of the projects "
+     "directory, "
+     "for kv-share mesh [no list]",
+     true},
     {"log", "FILE", "the host log file; lines for the console go to standard error [no file]",
      true},
 });

@@ -92,10 +92,11 @@ class Settling {
   explicit Settling(const GivenOptions& given) : given_(given) {}
 
   Result<Options> settle() {
-    const auto steps = {&Settling::projects, &Settling::user,   &Settling::host,
-                        &Settling::machine,  &Settling::mode,   &Settling::sendTo,
-                        &Settling::listen,   &Settling::media,  &Settling::config,
-                        &Settling::port,     &Settling::plugin, &Settling::files};
+    const auto steps = {&Settling::projects,  &Settling::user,   &Settling::host,
+                        &Settling::machine,   &Settling::mode,   &Settling::sendTo,
+                        &Settling::listen,    &Settling::media,  &Settling::config,
+                        &Settling::port,      &Settling::plugin, &Settling::files,
+                        &Settling::shareHeard};
     for (const auto step : steps) {
       if (auto taken = (this->*step)(); !taken) return taken.error();
     }
@@ -266,6 +267,20 @@ class Settling {
     if (last("script")) options_.script = last("script")->text;
     if (last("events")) options_.events = last("events")->text;
     if (last("log")) station().logFile = absolutePath(last("log")->text);
+    return {};
+  }
+
+  Result<void> shareHeard() {
+    const GivenValue* value = last("share-heard");
+    if (!value) return {};
+    const std::string folder = absolutePath(value->text);
+    const std::string projects = station().projectsDirectory + "/";
+    if (value->text.empty() || (folder + "/").starts_with(projects)) {
+      return unusable(*value,
+                      "is no folder outside of the projects directory; give one that all "
+                      "stations reach.");
+    }
+    station().shareHeard = folder;
     return {};
   }
 

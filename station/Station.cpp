@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include "host/base/Config.h"
 #include "host/base/Log.h"
 #include "host/base/Text.h"
 #include "host/os/Files.h"
@@ -13,6 +14,7 @@
 #include "station/containers/Racks.h"
 #include "station/edit/Edits.h"
 #include "station/media/MediaCache.h"
+#include "station/net/HeardList.h"
 #include "station/net/NetworkService.h"
 #include "station/os/HostOS.h"
 #include "station/os/SharedFiles.h"
@@ -65,6 +67,16 @@ void warnOfUntravelledUser() {
       settings().user);
 }
 
+void keepHeardList(NetworkService& network) {
+  constexpr int kDefaultPort = 27015;
+  const StationSettings& with = settings();
+  if (with.shareHeard.empty()) return;
+  HeardList::Keeper keeper{with.shareHeard, with.user + " at " + with.host, with.host,
+                           config_int("shared_projects_udp_port", kDefaultPort),
+                           network.senderPort()};
+  network.observe(std::make_shared<HeardList>(std::move(keeper)));
+}
+
 }  // namespace
 
 struct Station::Parts {
@@ -85,6 +97,7 @@ struct Station::Parts {
 };
 
 Station::Station() : parts_(std::make_unique<Parts>()) {
+  keepHeardList(parts_->network);
   parts_->projects.addPart(parts_->edits);
   parts_->projects.addPart(parts_->bins);
   parts_->projects.addPart(parts_->racks);

@@ -48,3 +48,5 @@ void addLocksCommand(CLI::App& tool, ToolStatus& status);
 void addBreakCommand(CLI::App& tool, ToolStatus& status);
 void addUsersCommand(CLI::App& tool, ToolStatus& status);
 void addDoctorCommand(CLI::App& tool, ToolStatus& status);
+void addExplainCommand(CLI::App& tool, ToolStatus& status);
+void addMeshCommand(CLI::App& tool, ToolStatus& status);

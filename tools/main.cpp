@@ -18,6 +18,8 @@ void addCommands(CLI::App& tool, ToolStatus& status) {
   addBreakCommand(tool, status);
   addUsersCommand(tool, status);
   addDoctorCommand(tool, status);
+  addExplainCommand(tool, status);
+  addMeshCommand(tool, status);
   addCompletionCommand(tool, status);
 }
 

@@ -24,6 +24,7 @@ struct StationSettings {
   std::vector<MediaDirectory> media;
   std::map<std::string, std::string> config;  ///< the host configuration, key to value
   std::string plugin;                         ///< path of the plug-in library
+  std::string shareHeard;                     ///< where whom it hears is kept; empty for nowhere
   std::string logFile;                        ///< empty for none
 };
 

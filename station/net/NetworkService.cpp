@@ -51,7 +51,7 @@ NetworkService::NetworkService(HostThread& hostThread, Interfaces::Reader reader
       sendTo_(configuredAddresses()) {}
 
 Kv::Ptr<iUDPBroadcaster> NetworkService::createUDPBroadcaster(int port) {
-  return new UdpBroadcaster(port, sendTo_, sender_, interfaces_);
+  return new UdpBroadcaster(port, sendTo_, sender_, interfaces_, observer_);
 }
 
 Kv::Ptr<iUDPListener> NetworkService::createUDPListener(int port, unsigned /*flags*/,
@@ -63,7 +63,11 @@ Kv::Ptr<iUDPListener> NetworkService::createUDPListener(int port, unsigned /*fla
     return new DeafListener;
   }
   listening_ = {};
-  UdpListener::Surroundings surroundings{hostThread_, interfaces_, sender_, multicastOf(sendTo_),
-                                         AcceptedNetworks(configuredNetworks())};
+  UdpListener::Surroundings surroundings{hostThread_,
+                                         interfaces_,
+                                         sender_,
+                                         multicastOf(sendTo_),
+                                         AcceptedNetworks(configuredNetworks()),
+                                         observer_};
   return new UdpListener(std::move(*socket), std::move(surroundings), receiver);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "host/net/iNetworkService.h"
@@ -8,6 +9,7 @@
 #include "station/base/Result.h"
 #include "station/net/Interfaces.h"
 #include "station/net/SenderSocket.h"
+#include "station/net/iTrafficObserver.h"
 
 /// The station's datagrams: where they go and where they are heard is what settings() say. Host
 /// thread.
@@ -23,6 +25,12 @@ class NetworkService : public iNetworkService {
   Kv::Ptr<iUDPListener> createUDPListener(int port, unsigned flags,
                                           iNetMessageReceiver* receiver) override;
 
+  /// Tells an observer of what those hear and send that are created from now on.
+  void observe(std::shared_ptr<iTrafficObserver> observer) { observer_ = std::move(observer); }
+
+  /// The port that messages leave from; 0 while there is none.
+  [[nodiscard]] std::uint16_t senderPort() const { return sender_->port(); }
+
   /// Why the listener created last hears nothing; success while it hears, or when there was none.
   [[nodiscard]] const Result<void>& listening() const { return listening_; }
 
@@ -31,5 +39,6 @@ class NetworkService : public iNetworkService {
   std::shared_ptr<Interfaces> interfaces_;
   std::shared_ptr<SenderSocket> sender_;
   std::vector<Ipv4> sendTo_;
+  std::shared_ptr<iTrafficObserver> observer_;
   Result<void> listening_;
 };

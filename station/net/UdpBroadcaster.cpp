@@ -40,11 +40,13 @@ bool contains(const std::vector<Destination>& list, const Destination& wanted) {
 
 UdpBroadcaster::UdpBroadcaster(int port, std::vector<Ipv4> addresses,
                                std::shared_ptr<SenderSocket> socket,
-                               std::shared_ptr<Interfaces> interfaces)
+                               std::shared_ptr<Interfaces> interfaces,
+                               std::shared_ptr<iTrafficObserver> observer)
     : port_(port),
       addresses_(std::move(addresses)),
       socket_(std::move(socket)),
-      interfaces_(std::move(interfaces)) {}
+      interfaces_(std::move(interfaces)),
+      observer_(std::move(observer)) {}
 
 void UdpBroadcaster::broadcast(const LightweightString<char>& text) {
   if (!canCarry(text.view())) return;
@@ -53,7 +55,9 @@ void UdpBroadcaster::broadcast(const LightweightString<char>& text) {
   std::size_t left = sendTo(destinations, text.view(), failures);
   if (!failures.empty()) left += followMachine(destinations, text.view(), failures);
   for (const Failure& failure : failures) tell(failure);
-  if (left > 0) events().sent(text.str());
+  if (left == 0) return;
+  if (observer_) observer_->sent();
+  events().sent(text.str());
 }
 
 bool UdpBroadcaster::canCarry(std::string_view text) {

@@ -9,14 +9,16 @@
 #include "station/net/Interfaces.h"
 #include "station/net/Problems.h"
 #include "station/net/SenderSocket.h"
+#include "station/net/iTrafficObserver.h"
 
 /// Sends each text as one datagram to every destination. A text that no destination could be sent
 /// is no event of a sent message. Any thread.
 class UdpBroadcaster : public iUDPBroadcaster {
  public:
-  /// `addresses` as Interfaces::destinations takes them.
+  /// `addresses` as Interfaces::destinations takes them; the observer may be null.
   UdpBroadcaster(int port, std::vector<Ipv4> addresses, std::shared_ptr<SenderSocket> socket,
-                 std::shared_ptr<Interfaces> interfaces);
+                 std::shared_ptr<Interfaces> interfaces,
+                 std::shared_ptr<iTrafficObserver> observer = nullptr);
 
   void broadcast(const LightweightString<char>& text) override;
 
@@ -43,5 +45,6 @@ class UdpBroadcaster : public iUDPBroadcaster {
   std::vector<Ipv4> addresses_;
   std::shared_ptr<SenderSocket> socket_;
   std::shared_ptr<Interfaces> interfaces_;
+  std::shared_ptr<iTrafficObserver> observer_;
   SendProblems problems_;
 };

@@ -114,15 +114,20 @@ std::size_t UdpListener::takeBatch(std::size_t count) {
 }
 
 void UdpListener::take(const Datagram& datagram, LossReport::Time now) {
-  if (isOwn(datagram) || !surroundings_.accepted.accepts(datagram.source) ||
-      duplicates_.isDuplicate(datagram, now)) {
-    return;
-  }
+  if (isOwn(datagram) || !surroundings_.accepted.accepts(datagram.source)) return;
+  tellObserver(datagram);
+  if (duplicates_.isDuplicate(datagram, now)) return;
   auto delivery = [outlet = outlet_, bytes = std::string(datagram.bytes)]() mutable {
     deliver(*outlet, std::move(bytes));
   };
   const std::size_t size = datagram.bytes.size() + kDeliveryOverhead;
   if (!surroundings_.hostThread.postDelivery(std::move(delivery), size)) losses_.queueRefused(now);
+}
+
+void UdpListener::tellObserver(const Datagram& datagram) {
+  constexpr char kStart[] = {'d', kFieldSeparator};
+  if (!surroundings_.observer || !datagram.bytes.starts_with({kStart, sizeof kStart})) return;
+  surroundings_.observer->heard(datagram.source, datagram.port);
 }
 
 void UdpListener::joinGroups() {

@@ -14,6 +14,7 @@
 #include "station/net/ListenerSocket.h"
 #include "station/net/LossReport.h"
 #include "station/net/SenderSocket.h"
+#include "station/net/iTrafficObserver.h"
 
 /// A listener without a socket: the port could not be had.
 class DeafListener : public iUDPListener {};
@@ -35,6 +36,7 @@ class UdpListener : public iUDPListener {
     std::shared_ptr<SenderSocket> ownSender;
     std::vector<Ipv4> groups;  ///< multicast addresses to take part in
     AcceptedNetworks accepted;
+    std::shared_ptr<iTrafficObserver> observer;  ///< or null
   };
 
   UdpListener(ListenerSocket socket, Surroundings surroundings, iNetMessageReceiver* receiver);
@@ -56,6 +58,7 @@ class UdpListener : public iUDPListener {
   std::size_t takeBatch(std::size_t count);
   void take(const Datagram& datagram, LossReport::Time now);
   void joinGroups();
+  void tellObserver(const Datagram& datagram);
   [[nodiscard]] bool isOwn(const Datagram& datagram);
   [[nodiscard]] int millisecondsToWait() const;
   void tellBrokenRead(int error);

@@ -89,6 +89,24 @@ TEST_F(ShareJsonPage, DoctorWritesWhatItSays) {
   EXPECT_NE(run.out.find("\"fix\""), std::string::npos) << run.out;
 }
 
+TEST_F(ShareJsonPage, MeshWritesWhatItSays) {
+  const std::string list = R"("port":27015,"written":1000,"since":1,"last_sent":900,)";
+  put("heard/a.heard.json", R"({"station":"A","addresses":["10.0.0.1"],"sends_from":1,)" + list +
+                                R"("heard":[{"address":"10.0.0.2","port":2,"count":1,"last":900},)"
+                                R"({"address":"10.0.0.9","port":9,"count":1,"last":900}]})");
+  put("heard/b.heard.json",
+      R"({"station":"B","addresses":["10.0.0.2"],"sends_from":2,)" + list + R"("heard":[]})");
+  const ToolRun run = runTool({"mesh", folder_ / "heard", "--json"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(JsonShape::ofSection("mesh").differences(run.out), "") << run.out;
+  EXPECT_NE(run.out.find("\"strangers\":[\"10.0.0.9 port 9\"]"), std::string::npos) << run.out;
+}
+
+TEST_F(ShareJsonPage, ExplainWritesWhatItSays) {
+  const ToolRun run = runTool({"explain", folder_ / "P0001", "--json"});
+  EXPECT_EQ(JsonShape::ofSection("explain").differences(run.out), "") << run.out;
+}
+
 TEST(JsonShape, TellsWhatIsMissingOfAnotherKindOrNotDocumented) {
   const JsonShape shape = JsonShape::ofSection("users");
   ASSERT_FALSE(shape.isEmpty());

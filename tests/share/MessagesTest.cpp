@@ -184,4 +184,23 @@ TEST_F(MessagesTest, DatagramsThatAreNoMessagesHarmNobody) {
   EXPECT_EQ(ben_->quit(), 0);
 }
 
+TEST_F(MessagesTest, WhomAStationHearsIsKeptInTheFolderThatItWasTold) {
+  std::filesystem::create_directory(folder_ / "heard");
+  StationProcess& anna = start("ANNA", 11, {"--share-heard", folder_ / "heard"});
+  StationProcess& ben = start("BEN", 12);
+  run(anna, "project create Film");
+  for (StationProcess* station : {&anna, &ben}) run(*station, "project enter Film");
+  const std::string edit = run(ben, "edit create Scene").asString();
+  await(anna, "received", {{"cookie", edit}, {"type_name", "EditCreated"}});
+  EXPECT_EQ(anna.quit(), 0);
+  const ProgramRun mesh = runProgram({KV_SHARE, "mesh", folder_ / "heard", "--json"});
+  EXPECT_EQ(mesh.status, 0) << mesh.errors;
+  const auto json = parseJson(mesh.output);
+  ASSERT_TRUE(json && (*json)["stations"].elements().size() == 1) << mesh.output;
+  const JsonValue& list = (*json)["stations"].elements()[0];
+  EXPECT_EQ(list["station"].asString(), "ANNA at ANNA");
+  EXPECT_EQ(list["port"].asLong(), port_);
+  EXPECT_EQ(list["strangers"].elements().size(), 1u) << mesh.output;  // BEN keeps no list
+}
+
 }  // namespace

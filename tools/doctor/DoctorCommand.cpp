@@ -1,11 +1,15 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "app/EventWriter.h"
-#include "app/Options.h"
+#include "tools/StationOptions.h"
 #include "tools/Tool.h"
+#include "tools/doctor/Meeting.h"
+#include "tools/doctor/NetworkChecks.h"
 #include "tools/doctor/ShareChecks.h"
+#include "tools/doctor/StationChecks.h"
 
 namespace {
 
@@ -13,15 +17,10 @@ constexpr const char* kPortKey = "shared_projects_udp_port";
 
 struct Request {
   std::vector<std::string> station;  ///< kv-station's options, as they were given
+  std::string other;                 ///< the host to meet
+  std::optional<int> secondsToWait;  ///< for another machine
   bool asJson = false;
 };
-
-/// What a kv-station would be started with here: its configuration file counts, too.
-std::variant<Options, ProgramEnd> stationOptions(const Request& request) {
-  std::vector<const char*> words{"kv-share doctor"};
-  for (const std::string& word : request.station) words.push_back(word.c_str());
-  return readOptions(static_cast<int>(words.size()), words.data());
-}
 
 DoctorFacts factsOf(const StationSettings& station) {
   DoctorFacts facts;
@@ -61,20 +60,20 @@ class DoctorReport {
   JsonValue checks_ = JsonValue::array();
 };
 
-std::string withoutProgram(const std::string& text) {
-  const std::string program = "kv-station: ";
-  return text.starts_with(program) ? text.substr(program.size()) : text;
-}
-
 ToolStatus examine(const Request& request) {
-  const auto options = stationOptions(request);
-  if (const auto* const end = std::get_if<ProgramEnd>(&options)) {
-    return toolProblem(eToolUsage, withoutProgram(end->text));
-  }
-  const DoctorFacts facts = factsOf(std::get<Options>(options).station);
+  const auto station = stationOptions(request.station);
+  if (!station) return toolProblem(eToolUsage, station.error().message);
+  const DoctorFacts facts = factsOf(*station);
   DoctorReport report(request);
   const auto take = [&report](const Finding& finding) { report.take(finding); };
-  runChecks(shareChecks(facts), take);
+  std::vector<Check> checks = shareChecks(facts);
+  for (auto add : {networkChecks, stationChecks}) {
+    for (Check& check : add(facts)) checks.push_back(std::move(check));
+  }
+  std::optional<std::chrono::seconds> patience;
+  if (request.secondsToWait) patience = std::chrono::seconds(*request.secondsToWait);
+  checks.push_back(meetingCheck(facts, request.other, patience));
+  runChecks(checks, take);
   return report.end(facts.station.projectsDirectory);
 }
 
@@ -102,6 +101,14 @@ void addDoctorCommand(CLI::App& tool, ToolStatus& status) {
   station("--send-to", "--send-to", "IPv4 addresses; all networks by default");
   station("--listen", "--listen", "The address that the station listens at; all by default");
   station("--config", "--config", "The station's configuration file, as for kv-station");
+  command->add_option("--with", request->other,
+                      "The host name of a second machine, on which the same command runs at the "
+                      "same time: proves locks and datagrams between the two");
+  command
+      ->add_option("--wait", request->secondsToWait,
+                   "Seconds to wait for another machine; 60 with --with or on a network file "
+                   "system, else 0")
+      ->check(CLI::Range(0, 3600));
   command->add_flag("--json", request->asJson, "One JSON object at the end");
   command->footer(
       "Each line is pass, warn or fail; a fix follows those that did not pass. Exit status: 0; 1 "

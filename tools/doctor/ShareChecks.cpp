@@ -129,7 +129,7 @@ Findings lookExclusion(const DoctorFacts& facts) {
   if (!free) {
     return {fail("a lock stays after its holder was killed", "see the server's log of locks")};
   }
-  return {pass("another process of this machine is refused, and comes in " + timeText(*free) +
+  return {pass("another process of this machine is refused, and gets it " + timeText(*free) +
                " after the holder was killed; only a second machine can prove that it is refused, "
                "too")};
 }

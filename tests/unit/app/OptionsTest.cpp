@@ -80,6 +80,7 @@ TEST_F(OptionsTest, EveryOptionReachesItsPlace) {
                                  "--plugin",       "/x.so",
                                  "--script",       "-",
                                  "--events",       "-",
+                                 "--share-heard",  "/heard/",
                                  "--log",          "/l.log",
                                  "--keep-going"});
   const StationSettings& station = given.station;
@@ -94,6 +95,7 @@ TEST_F(OptionsTest, EveryOptionReachesItsPlace) {
   EXPECT_EQ(station.config.at("shared_projects_udp_port"), "4000");
   EXPECT_EQ(station.config.at("Administrator"), "1");
   EXPECT_EQ(station.plugin, "/x.so");
+  EXPECT_EQ(station.shareHeard, "/heard");
   EXPECT_EQ(station.logFile, "/l.log");
   EXPECT_EQ(given.script + given.events, "--");
   EXPECT_TRUE(given.keepsGoing);
@@ -118,6 +120,8 @@ TEST_F(OptionsTest, WhatCannotBeUsedIsAUsageErrorOfOneLine) {
       {{"--send-to", "10.0.0.255,nowhere"}, "\"nowhere\", which is no IPv4 address"},
       {{"--send-to", ""}, "no IPv4 address"},
       {{"--listen", "::1"}, "no IPv4 address"},
+      {{"--share-heard", "/p/heard"}, "outside of the projects directory"},
+      {{"--share-heard", "/p"}, "outside of the projects directory"},
       {{"--media", "/m"}, "no DIR=UNC"},
       {{"--media", "=//server"}, "no DIR=UNC"},
       {{"--media", "/m=/"}, "no DIR=UNC"},

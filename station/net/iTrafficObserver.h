@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+
+#include "station/net/Ipv4.h"
+
+/// Is told whom a network service hears, and that it sends. Any thread; must not wait.
+class iTrafficObserver {
+ public:
+  virtual ~iTrafficObserver() = default;
+
+  /// A message came from this sender; once for each way by which it came.
+  virtual void heard(Ipv4 address, std::uint16_t port) = 0;
+
+  /// A message left.
+  virtual void sent() = 0;
+};

@@ -1,0 +1,226 @@
+#include "tools/doctor/Firewall.h"
+
+#include <optional>
+#include <vector>
+
+namespace {
+
+enum class Answer { eNo, eYes, eMaybe };
+
+Answer answerOf(bool isSo) { return isSo ? Answer::eYes : Answer::eNo; }
+
+Answer opposite(Answer answer) {
+  if (answer == Answer::eMaybe) return answer;
+  return answerOf(answer == Answer::eNo);
+}
+
+/// What the datagram has for a field: some words, one of which a rule may name; nothing where it is
+/// not known.
+using Words = std::optional<std::vector<std::string>>;
+
+std::string wordOf(const JsonValue& value) {
+  return value.isNumber() ? value.spelling() : value.asString();
+}
+
+Answer isAmong(const std::vector<std::string>& words, const JsonValue& right);
+
+Answer isInList(const std::vector<std::string>& words, const JsonValue& list) {
+  Answer answer = Answer::eNo;
+  for (const JsonValue& each : list.elements()) {
+    const Answer one = isAmong(words, each);
+    if (one == Answer::eYes) return one;
+    if (one == Answer::eMaybe) answer = one;
+  }
+  return answer;
+}
+
+/// Whether one of the words is what a rule compares with: a word, a number, a range, a list.
+Answer isAmong(const std::vector<std::string>& words, const JsonValue& right) {
+  if (right.isArray()) return isInList(words, right);
+  if (const JsonValue* const set = right.find("set")) return isInList(words, *set);
+  if (const JsonValue* const range = right.find("range")) {
+    const auto& ends = range->elements();
+    const long value = JsonValue::number(words.front()).asLong(-1);
+    if (ends.size() != 2 || !ends[0].isNumber() || value < 0) return Answer::eMaybe;
+    return answerOf(value >= ends[0].asLong() && value <= ends[1].asLong());
+  }
+  const std::string wanted = wordOf(right);
+  if (wanted.empty() || wanted.front() == '@') return Answer::eMaybe;
+  for (const std::string& word : words) {
+    if (word == wanted) return Answer::eYes;
+  }
+  return Answer::eNo;
+}
+
+/// Evaluates the rules for one datagram.
+class Evaluation {
+ public:
+  Evaluation(const JsonValue& ruleset, Way way, int port)
+      : items_(ruleset["nftables"].elements()), way_(way), port_(std::to_string(port)) {}
+
+  FirewallRuling rule() {
+    for (const JsonValue& item : items_) {
+      const JsonValue& chain = item["chain"];
+      if (!isOnWay(chain)) continue;
+      base_ = &chain;
+      mayAccept_ = mayDrop_ = false;
+      const End end = walk(chain, 0);
+      const bool isDropped =
+          end == End::eDropped || (end == End::eFell && chain["policy"].asString() == "drop");
+      const bool isUnsure = isDropped ? mayAccept_ : mayDrop_;
+      if (isUnsure && ruling_.passage == Passage::eOpen) ruling_ = rulingOf(Passage::eUnsure);
+      if (isDropped && !isUnsure) return rulingOf(Passage::eBlocked);
+    }
+    return ruling_;
+  }
+
+ private:
+  enum class End { eFell, eAccepted, eDropped, eReturned };
+
+  static constexpr int kDeepest = 16;
+
+  [[nodiscard]] bool isOnWay(const JsonValue& chain) const {
+    const std::string& family = chain["family"].asString();
+    const std::string& hook = chain["hook"].asString();
+    if (family != "ip" && family != "inet" && family != "netdev") return false;
+    if (chain["type"].asString() == "nat") return false;
+    return way_ == Way::eIn ? hook == "input" || hook == "prerouting" || hook == "ingress"
+                            : hook == "output" || hook == "postrouting" || hook == "egress";
+  }
+
+  [[nodiscard]] FirewallRuling rulingOf(Passage passage) const {
+    const std::string& family = (*base_)["family"].asString();
+    const std::string& table = (*base_)["table"].asString();
+    const std::string chain = family + " " + table + " " + (*base_)["name"].asString();
+    std::string remedy =
+        "nft insert rule " + chain + " udp dport " + port_ + " accept, and keep it over restarts";
+    if (table == "firewalld") {
+      remedy = "firewall-cmd --permanent --add-port=" + port_ +
+               "/udp && firewall-cmd --reload, in the zone of the stations' network";
+    } else if (hasUfw()) {
+      remedy = std::string("ufw allow ") + (way_ == Way::eOut ? "out " : "") + port_ + "/udp";
+    }
+    return {passage, chain, remedy};
+  }
+
+  [[nodiscard]] bool hasUfw() const {
+    for (const JsonValue& item : items_) {
+      if (item["chain"]["name"].asString().starts_with("ufw-")) return true;
+    }
+    return false;
+  }
+
+  [[nodiscard]] static bool isIn(const JsonValue& rule, const JsonValue& chain,
+                                 const std::string& name) {
+    return rule["chain"].asString() == name &&
+           rule["table"].asString() == chain["table"].asString() &&
+           rule["family"].asString() == chain["family"].asString();
+  }
+
+  End walk(const JsonValue& chain, int depth) { return walk(chain["name"].asString(), depth); }
+
+  End walk(const std::string& name, int depth) {
+    if (depth > kDeepest) return End::eFell;
+    for (const JsonValue& item : items_) {
+      const JsonValue& rule = item["rule"];
+      if (!rule.isObject() || !isIn(rule, *base_, name)) continue;
+      const End end = apply(rule["expr"].elements(), depth);
+      if (end == End::eReturned) break;
+      if (end != End::eFell) return end;
+    }
+    return End::eFell;
+  }
+
+  /// A rule's parts in order: what it asks for, then what it does.
+  End apply(const std::vector<JsonValue>& parts, int depth) {
+    Answer fits = Answer::eYes;
+    for (const JsonValue& part : parts) {
+      const Answer one = fitsPart(part);
+      if (one == Answer::eNo) return End::eFell;
+      if (one == Answer::eMaybe) fits = one;
+      const End end = actOf(part, depth);
+      if (end == End::eFell) continue;
+      if (fits == Answer::eYes) return end;
+      (end == End::eDropped ? mayDrop_ : mayAccept_) = true;
+      return End::eFell;
+    }
+    return End::eFell;
+  }
+
+  End actOf(const JsonValue& part, int depth) {
+    if (part.find("accept")) return End::eAccepted;
+    if (part.find("drop") || part.find("reject") || part.find("queue")) return End::eDropped;
+    if (part.find("return")) return End::eReturned;
+    for (const char* const word : {"jump", "goto"}) {
+      if (const JsonValue* const jump = part.find(word)) {
+        return walk((*jump)["target"].asString(), depth + 1);
+      }
+    }
+    if (const JsonValue* const map = part.find("vmap")) return actOfMap(*map, depth);
+    return End::eFell;
+  }
+
+  /// A verdict map: the entry that names what the datagram has.
+  End actOfMap(const JsonValue& map, int depth) {
+    const Words words = wordsOf(map["key"]);
+    for (const JsonValue& entry : map["data"]["set"].elements()) {
+      if (entry.elements().size() != 2) continue;
+      const Answer fits = words ? isAmong(*words, entry.elements()[0]) : Answer::eMaybe;
+      if (fits == Answer::eNo) continue;
+      const End end = actOf(entry.elements()[1], depth);
+      if (fits == Answer::eYes) return end;
+      if (end == End::eDropped) mayDrop_ = true;
+      if (end == End::eAccepted) mayAccept_ = true;
+    }
+    return End::eFell;
+  }
+
+  Answer fitsPart(const JsonValue& part) const {
+    if (part.find("limit") || part.find("xt")) return Answer::eMaybe;
+    const JsonValue* const match = part.find("match");
+    if (!match) return Answer::eYes;
+    if (isOfAnotherProtocol((*match)["left"]["payload"]["protocol"].asString())) {
+      return Answer::eNo;
+    }
+    const Words words = wordsOf((*match)["left"]);
+    if (!words) return Answer::eMaybe;
+    const Answer answer = isAmong(*words, (*match)["right"]);
+    return (*match)["op"].asString() == "!=" ? opposite(answer) : answer;
+  }
+
+  static bool isOfAnotherProtocol(const std::string& protocol) {
+    for (const char* const other : {"tcp", "icmp", "icmpv6", "ip6", "sctp", "dccp"}) {
+      if (protocol == other) return true;
+    }
+    return false;
+  }
+
+  [[nodiscard]] Words wordsOf(const JsonValue& left) const {
+    const std::string& meta = left["meta"]["key"].asString();
+    if (meta == "l4proto") return {{"17", "udp"}};
+    if (meta == "nfproto") return {{"ipv4"}};
+    if (meta == "protocol") return {{"ip"}};
+    if (meta == "pkttype") return {{"broadcast"}};
+    if (left["ct"]["key"].asString() == "state") return {{"new"}};
+    if (left["fib"]["result"].asString() == "type") return {{"broadcast"}};
+    const std::string& field = left["payload"]["field"].asString();
+    const std::string& protocol = left["payload"]["protocol"].asString();
+    if (field == "dport") return {{port_}};
+    if (protocol == "ip" && field == "protocol") return {{"17", "udp"}};
+    return std::nullopt;
+  }
+
+  const std::vector<JsonValue>& items_;
+  Way way_;
+  std::string port_;
+  const JsonValue* base_ = nullptr;
+  bool mayAccept_ = false;
+  bool mayDrop_ = false;
+  FirewallRuling ruling_;
+};
+
+}  // namespace
+
+FirewallRuling ruleOn(const JsonValue& ruleset, Way way, int port) {
+  return Evaluation(ruleset, way, port).rule();
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "station/base/Json.h"
+#include "tools/doctor/ProbeFolder.h"
+
+/// Letters between the trials of two machines: small files in the probe folder, each written once,
+/// whole, under a name of its own, so that no cache of a network file system has an older one of it
+/// and no lock is needed.
+///
+///     kvd-<who wrote it>-<step>      kvd-6f1c22ab-here
+///
+/// Letters are found by listing the folder, never by looking for one in vain. What this one wrote
+/// is removed with it.
+class TrialMail {
+ public:
+  TrialMail(const ProbeFolder& folder, std::string ownId);
+  TrialMail(const TrialMail&) = delete;
+  TrialMail& operator=(const TrialMail&) = delete;
+  ~TrialMail();
+
+  [[nodiscard]] const std::string& ownId() const { return ownId_; }
+
+  /// Writes a letter; false where the share does not take it.
+  bool post(const std::string& step, const JsonValue& letter = JsonValue::object());
+
+  /// The letter of this step by another trial, as soon as it is there; nothing after `patience`.
+  [[nodiscard]] std::optional<JsonValue> await(const std::string& id, const std::string& step,
+                                               std::chrono::milliseconds patience) const;
+
+  /// The trials, other than this one, that have written this step.
+  [[nodiscard]] std::set<std::string> writersOf(const std::string& step) const;
+
+ private:
+  const ProbeFolder& folder_;
+  std::string ownId_;
+  std::vector<std::string> written_;
+};

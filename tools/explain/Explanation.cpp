@@ -1,0 +1,263 @@
+#include "tools/explain/Explanation.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "host/base/Text.h"
+#include "host/os/OS.h"
+#include "station/base/Json.h"
+#include "station/base/Strings.h"
+#include "station/edit/EditSummary.h"
+#include "station/os/Posix.h"
+#include "station/os/SharedFiles.h"
+#include "station/project/ProjectFolder.h"
+#include "tools/LockList.h"
+#include "tools/Tool.h"
+#include "tools/doctor/MountInfo.h"
+#include "tools/explain/HolderPlace.h"
+
+namespace {
+
+constexpr const char* kRenderOwner = "RENDER";
+
+Explanation state(const std::string& object, const char* name, std::string cause,
+                  std::string advice) {
+  Explanation explanation;
+  explanation.object = object;
+  explanation.state = name;
+  explanation.cause = std::move(cause);
+  explanation.advice = std::move(advice);
+  return explanation;
+}
+
+Explanation freeOf(const std::string& object, const char* cause) {
+  return state(object, "free", cause, {});
+}
+
+/// What keeps a file from being read or written, by the error that tells.
+Explanation refusedBy(const std::string& object, const Error& problem) {
+  switch (problem.code) {
+    case ErrorCode::eNotFound:
+      return state(object, "missing", "is not there (" + problem.path + ")",
+                   "see whether the share is mounted, else bring it back from a backup");
+    case ErrorCode::eNoRights:
+      return state(object, "no rights", "may not be used by this user (" + problem.path + ")",
+                   "give the editors' group the right to read and write it (chmod g+rwX), and make "
+                   "this user a member of the group");
+    case ErrorCode::eReadOnly:
+      return state(object, "read-only", "lies on a file system that is mounted read-only",
+                   "mount it for writing (mount -o remount,rw)");
+    case ErrorCode::eNoLockService:
+      return state(object, "no locks", "lies on a file system that offers no locks",
+                   "mount it with locks: NFS without nolock, SMB without nobrl");
+    case ErrorCode::eStale:
+      return state(object, "stale", "lies in a folder that the share has lost",
+                   "mount the share again");
+    case ErrorCode::eFull:
+      return state(object, "full", "lies on a file system that is full", "make room on it");
+    default:
+      return state(object, "broken", "cannot be read: " + problem.message,
+                   "bring it back from a backup");
+  }
+}
+
+/// The same for what the file manager's last open met.
+Explanation refusedBy(const std::string& object, eFileError problem, const std::string& path) {
+  const std::pair<eFileError, ErrorCode> codes[] = {
+      {eFileError::eMissing, ErrorCode::eNotFound},
+      {eFileError::eNoRights, ErrorCode::eNoRights},
+      {eFileError::eReadOnly, ErrorCode::eReadOnly},
+      {eFileError::eStale, ErrorCode::eStale},
+      {eFileError::eFull, ErrorCode::eFull},
+      {eFileError::eNoLockService, ErrorCode::eNoLockService}};
+  for (const auto& [met, code] : codes) {
+    if (met == problem) return refusedBy(object, Error{code, {}, path});
+  }
+  return state(object, "broken",
+               "has something else than a file in the place of its lock (" + path + ")",
+               "move that away");
+}
+
+/// Whether this user could make and replace files in a folder; the one thing that stands in the
+/// way, else a free state.
+Explanation lookAtRights(const std::string& object, const std::string& folder) {
+  if (::access(folder.c_str(), R_OK | W_OK | X_OK) == 0) return freeOf(object, "");
+  return refusedBy(object, errorFromErrno(errno, "write", folder));
+}
+
+std::string holderName(const LockEntry& lock) {
+  return lock.holder.empty() ? "a station whose user's name cannot be read" : lock.holder;
+}
+
+/// How a lock ends whose holder's machine is gone, by the file system that keeps it.
+std::string adviceForDeadMachine(const std::string& folder) {
+  const auto info = readFresh("/proc/self/mountinfo");
+  const auto mount = info ? mountOf(*info, folder) : std::nullopt;
+  if (!mount || !mount->isNetwork()) return {};
+  const std::string head = "; if that machine is switched off, ";
+  const auto& options = mount->options;
+  const bool isVersion3 = std::ranges::find(options, "vers=3") != options.end();
+  if (mount->type.starts_with("nfs") && !isVersion3) {
+    return head + "the server frees it after a lease (90 s unless set otherwise)";
+  }
+  return head + "switch it on again, or clear its locks on the server: until then it stays held";
+}
+
+/// What a lock file says; free where it is not there.
+Explanation lookAtLockOf(const std::string& object, const std::string& path,
+                         const Subject& subject) {
+  LockEntry lock;
+  lock.path = path.substr(subject.base.size() + 1);
+  lookAgain(lock);
+  const eFileError problem = OS().fileManager().lastError();
+  Explanation explanation = freeOf(object, "is free");
+  switch (lock.state) {
+    case LockState::eFree:
+      return explanation;
+    case LockState::eUnknown:
+      return refusedBy(object, problem, path);
+    case LockState::eHeld:
+      explanation = state(object, "held", "is held", {});
+      explanation.where = placeOfHolder(path);
+      explanation.advice = "have it left on that station" + adviceForDeadMachine(subject.base);
+      break;
+    case LockState::eLeftBehind:
+      explanation =
+          state(object, "left behind",
+                "is free to be taken, though lists show it as occupied: its lock was left "
+                "behind",
+                "enter it, or remove the lock with kv-share break '" + subject.base + "' '" +
+                    lock.path + "'");
+      break;
+  }
+  explanation.by = holderName(lock);
+  explanation.since = lock.since;
+  return explanation;
+}
+
+/// The project itself: its record, its lock, its folder.
+Explanation explainProject(const Subject& subject) {
+  const std::string cookie = subject.project.asString().str();
+  const std::string folder = projectFolder(subject.project);
+  const auto record = readProjectRecord(subject.project);
+  if (!record) {
+    Error problem = record.error();
+    if (problem.code == ErrorCode::eNotFound && !existsFresh(folder)) problem.path = folder;
+    return refusedBy("Project " + cookie, problem);
+  }
+  const std::string object = "Project \"" + record->name + "\"";
+  Explanation lock = lookAtLockOf(object, folder + "/Lock", subject);
+  if (!lock.isFree() && lock.state != "left behind") return lock;
+  Explanation rights = lookAtRights(object, folder);
+  if (!rights.isFree()) return rights;
+  if (!lock.isFree()) return lock;
+  return freeOf(object,
+                record->isPrivate ? "is free: nobody has it open" : "is open to all: it is shared");
+}
+
+/// The project where it stands in the way of what is in it.
+Explanation explainSurroundings(const Subject& subject) {
+  Explanation project = explainProject(subject);
+  if (project.state == "left behind") project.state = "free";
+  return project;
+}
+
+Explanation explainRoom(const Subject& subject) {
+  const Explanation around = explainSurroundings(subject);
+  if (!around.isFree()) return around;
+  const std::string object = "Room \"" + subject.name + "\"";
+  Explanation lock = lookAtLockOf(object, subject.path, subject);
+  if (!lock.isFree() && lock.state != "left behind") return lock;
+  const std::string folder = folderOf(subject.path);
+  Explanation rights =
+      existsFresh(folder) ? lookAtRights(object, folder) : freeOf(object, "is free");
+  return rights.isFree() ? lock : rights;
+}
+
+std::string upperCased(const std::string& text) {
+  LightweightString<wchar_t> wide = wideText(text);
+  Kv::toUpper(wide);
+  return utf8Text(wide);
+}
+
+/// The permission rules: an edit is changed by its owner's station alone.
+Explanation lookAtOwner(const std::string& object, const EditSummary& edit,
+                        const std::string& host) {
+  const std::string owner = upperCased(edit.owner);
+  const std::string user = upperCased(host);
+  if (owner == user) return freeOf(object, "belongs to this station and can be changed");
+  if (owner.empty()) {
+    return state(object, "no owner", "has no owner, so that no station may change it",
+                 "give it one: edit give EDIT " + user + ", on a station of an administrator");
+  }
+  Explanation owned =
+      state(object, "owned", "is owned",
+            "ask its owner for it: edit give EDIT " + user + ", on the station " + owner);
+  if (owner == kRenderOwner) {
+    owned.cause = "is held for a render job";
+    owned.advice =
+        "wait until the render is done; if it was broken off, an administrator gives it "
+        "to a station again";
+  }
+  owned.by = owner;
+  return owned;
+}
+
+Explanation explainEdit(const Subject& subject, const std::string& host) {
+  const Explanation around = explainSurroundings(subject);
+  if (!around.isFree()) return around;
+  const bool isEdit = subject.kind == Subject::Kind::eEdit;
+  std::string object = std::string(isEdit ? "Edit " : "Log ") + subject.name;
+  const auto bytes = readFresh(subject.path);
+  if (!bytes)
+    return refusedBy(object, Error{bytes.error().code, bytes.error().message, subject.path});
+  const auto summary = readEditSummary(*bytes);
+  if (!summary) {
+    return refusedBy(object, {ErrorCode::eBadContent, summary.error().message, subject.path});
+  }
+  if (!summary->name.empty()) object = (isEdit ? "Edit \"" : "Log \"") + summary->name + "\"";
+  if (isEdit) return lookAtOwner(object, *summary, host);
+  return freeOf(object,
+                "can be changed, unless a station that runs now owns it: owners of logs "
+                "are kept by stations, not in files");
+}
+
+Explanation explainFile(const Subject& subject) {
+  const Explanation around = explainSurroundings(subject);
+  if (!around.isFree()) return around;
+  const std::string object = "File " + subject.name;
+  const auto bytes = readFresh(subject.path);
+  if (!bytes) return refusedBy(object, bytes.error());
+  if (subject.name.ends_with(".json")) {
+    const auto json = parseJson(*bytes);
+    if (!json) return refusedBy(object, {ErrorCode::eBadContent, json.error().message, {}});
+  }
+  return freeOf(object, "can be read and replaced");
+}
+
+}  // namespace
+
+Explanation explain(const Subject& subject, const std::string& host) {
+  switch (subject.kind) {
+    case Subject::Kind::eProject:
+      return explainProject(subject);
+    case Subject::Kind::eRoom:
+      return explainRoom(subject);
+    case Subject::Kind::eFile:
+      return explainFile(subject);
+    default:
+      return explainEdit(subject, host);
+  }
+}
+
+std::string sentenceOf(const Explanation& explanation) {
+  std::string text = explanation.object + " " + explanation.cause;
+  while (text.back() == '.') text.pop_back();
+  if (!explanation.by.empty()) text += " by " + explanation.by;
+  if (explanation.since != 0) text += " since " + textOfTime(explanation.since);
+  if (!explanation.where.empty()) text += " (" + explanation.where + ")";
+  if (!explanation.advice.empty()) text += "; " + explanation.advice;
+  return shownText(text) + ".";
+}

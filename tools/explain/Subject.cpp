@@ -1,0 +1,154 @@
+#include "tools/explain/Subject.h"
+
+#include <optional>
+#include <vector>
+
+#include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
+#include "station/edit/EditSummary.h"
+#include "station/os/Posix.h"
+#include "station/os/SharedFiles.h"
+#include "station/project/ProjectFolder.h"
+#include "station/project/RoomNames.h"
+
+namespace {
+
+constexpr std::string_view kEditEnding = ".otio";
+constexpr std::string_view kRoomFolder = "rooms/";
+
+/// The cookie that a name is the whole text of; else the null cookie.
+Cookie cookieOf(const std::string& name) {
+  Cookie cookie(name.c_str(), false);
+  return cookie.asString().str() == name ? cookie : Cookie();
+}
+
+bool isProject(const std::string& name) {
+  const Cookie cookie = cookieOf(name);
+  return !cookie.isNull() && cookie.getType() == CookieTypeProject;
+}
+
+bool holdsProjects(const std::string& folder) {
+  const auto names = listFresh(folder);
+  if (!names) return false;
+  for (const std::string& name : *names) {
+    if (isProject(name)) return true;
+  }
+  return false;
+}
+
+std::string withoutEndings(std::string name, std::initializer_list<std::string_view> endings) {
+  for (const std::string_view ending : endings) {
+    if (name.ends_with(ending)) name.resize(name.size() - ending.size());
+  }
+  return name;
+}
+
+Error nothingThere(const std::string& path, const std::string& why) {
+  return {ErrorCode::eNotFound, "\"" + shownText(path) + "\" " + why, path};
+}
+
+Subject subjectIn(const Cookie& project) {
+  return {
+      Subject::Kind::eProject, settings().projectsDirectory, project, {}, projectFolder(project)};
+}
+
+Subject roomOf(const Cookie& project, const std::string& fileName) {
+  Subject room = subjectIn(project);
+  room.kind = Subject::Kind::eRoom;
+  room.name = roomNameOf(fileName);
+  room.path += "/" + std::string(kRoomFolder) + fileName + ".lck";
+  return room;
+}
+
+Subject editOf(const Cookie& project, const Cookie& edit) {
+  Subject subject = subjectIn(project);
+  subject.kind = edit.getType() == CookieTypeEdit ? Subject::Kind::eEdit : Subject::Kind::eLog;
+  subject.name = edit.asString().str();
+  subject.path += "/" + subject.name + std::string(kEditEnding);
+  return subject;
+}
+
+Result<Cookie> projectNamed(const std::string& word) {
+  if (isProject(word)) return cookieOf(word);
+  const auto projects = listProjectFolders();
+  if (!projects) {
+    return nothingThere(
+        word, "is no project: the folder " + settings().projectsDirectory + " cannot be read");
+  }
+  Cookie found;
+  for (const Cookie& project : *projects) {
+    const auto record = readProjectRecord(project);
+    if (!record || record->name != word) continue;
+    if (!found.isNull())
+      return nothingThere(word, "is the name of several projects; give a cookie");
+    found = project;
+  }
+  if (!found.isNull()) return found;
+  return nothingThere(word, "is no project of " + settings().projectsDirectory);
+}
+
+/// A room, edit or log of the project by its name, the rooms first.
+std::optional<Subject> namedIn(const Cookie& project, const std::string& word) {
+  const std::string folder = projectFolder(project);
+  const auto fileName = roomFileName(word);
+  if (fileName && (existsFresh(folder + "/rooms/" + *fileName + ".json") ||
+                   existsFresh(folder + "/rooms/" + *fileName + ".lck"))) {
+    return roomOf(project, *fileName);
+  }
+  const auto files = listFresh(folder);
+  if (!files) return std::nullopt;
+  for (const std::string& file : *files) {
+    if (!file.ends_with(kEditEnding)) continue;
+    const auto bytes = readListed(folder + "/" + file);
+    const auto summary = bytes ? readEditSummary(*bytes) : Result<EditSummary>(Error{});
+    const Cookie edit = cookieOf(withoutEndings(file, {kEditEnding}));
+    if (summary && summary->name == word && !edit.isNull()) return editOf(project, edit);
+  }
+  return std::nullopt;
+}
+
+/// What lies under a project's folder: "", "Lock", "rooms/Sound.lck", "E0001.otio", "Sound".
+Result<Subject> subjectUnder(const Cookie& project, const std::string& rest) {
+  Subject subject = subjectIn(project);
+  if (rest.empty() || rest == "Lock" || rest == "Lock.inf" || rest == "project.json") {
+    return subject;
+  }
+  if (rest.starts_with(kRoomFolder)) {
+    const std::string name =
+        withoutEndings(rest.substr(kRoomFolder.size()), {".inf", ".lck", ".json"});
+    if (!roomNameOf(name).empty()) return roomOf(project, name);
+    if (const auto fileName = roomFileName(name)) return roomOf(project, *fileName);
+  }
+  const Cookie cookie = cookieOf(withoutEndings(rest, {kEditEnding}));
+  const bool isEditFile = rest.ends_with(kEditEnding) ||
+                          existsFresh(subject.path + "/" + rest + std::string(kEditEnding));
+  if (!cookie.isNull() && isEditFile) return editOf(project, cookie);
+  if (auto named = namedIn(project, rest)) return *named;
+  if (rest.find("..") != rest.npos || !existsFresh(subject.path + "/" + rest)) {
+    return nothingThere(rest, "is no room, edit or file of project " + project.asString().str() +
+                                  "; kv-share locks " + subject.base + " shows projects and rooms");
+  }
+  subject.kind = Subject::Kind::eFile;
+  subject.name = rest;
+  subject.path += "/" + rest;
+  return subject;
+}
+
+}  // namespace
+
+std::string projectsDirectoryOf(const std::string& path) {
+  for (std::string folder = path; folder.size() > 1; folder = folderOf(folder)) {
+    if (isProject(nameOf(folder))) return folderOf(folder);
+  }
+  const std::string parent = folderOf(path);
+  return holdsProjects(parent) || !holdsProjects(folderOf(parent)) ? parent : folderOf(parent);
+}
+
+Result<Subject> subjectAt(const std::string& path) {
+  const std::string& base = settings().projectsDirectory;
+  const std::string inside = path.substr(base == "/" ? 1 : base.size() + 1);
+  const std::size_t slash = inside.find('/');
+  const auto project = projectNamed(inside.substr(0, slash));
+  if (!project) return project.error();
+  return subjectUnder(*project, slash == inside.npos ? "" : inside.substr(slash + 1));
+}

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "station/base/Result.h"
+#include "station/net/Ipv4.h"
+#include "tools/doctor/Finding.h"
+
+/// A sender as a heard-list has it. Times are seconds since 1970.
+struct HeardSender {
+  Ipv4 address;
+  int port = 0;
+  long count = 0;
+  long last = 0;
+};
+
+/// What one program left in the folder: who it is, and whom it hears.
+struct HeardFile {
+  std::string station;
+  std::string host;
+  int port = 0;
+  int sendsFrom = 0;  ///< 0 for one that never sends
+  std::vector<Ipv4> addresses;
+  long since = 0;     ///< when it began to listen
+  long written = 0;   ///< by its own clock
+  long lastSent = 0;  ///< 0 while it has sent nothing
+  long age = 0;       ///< of the file, in seconds
+  std::vector<HeardSender> heard;
+
+  /// Whether it is still being written: one that stopped is no witness any more.
+  [[nodiscard]] bool isFresh() const { return age <= kFreshSeconds; }
+
+  static constexpr long kFreshSeconds = 30;
+};
+
+/// Whether one program hears another.
+enum class Hearing {
+  eHears,
+  eDeaf,   ///< the other has sent, and nothing of it came
+  eQuiet,  ///< the other has sent nothing that could be heard
+};
+
+/// Reads a list's text; `age` is the file's. eBadContent for anything else.
+Result<HeardFile> readHeardFile(const std::string& text, long age);
+
+/// Whether `listener` hears `sender`, by what both have written.
+Hearing hearingOf(const HeardFile& listener, const HeardFile& sender);
+
+/// What is wrong between any two: pairs that hear each other one way or not at all, with the
+/// likely cause; lists that are no longer written.
+Findings judgeMesh(const std::vector<HeardFile>& files);
+
+/// Whose a sender is; null for one that keeps no list.
+const HeardFile* ownerOf(const HeardSender& sender, const std::vector<HeardFile>& files);
