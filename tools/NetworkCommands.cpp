@@ -1,6 +1,11 @@
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <utility>
 
+#include "station/net/HeardList.h"
+#include "station/os/SharedFiles.h"
 #include "tools/Monitor.h"
 #include "tools/Record.h"
 #include "tools/Replay.h"
@@ -43,6 +48,20 @@ void addHearing(CLI::App& command, ListenRequest& what) {
   command.add_option("--for", what.seconds, "End after so many seconds")
       ->check(CLI::Range(0.001, 1e8))
       ->type_name("S");
+}
+
+/// Lets a monitor keep a list of whom it hears, as stations do; null without a folder.
+std::shared_ptr<HeardList> keepHeardList(const std::string& folder, MonitorRequest& request) {
+  if (folder.empty()) return nullptr;
+  char host[256] = {};
+  ::gethostname(host, sizeof host - 1);
+  HeardList::Keeper keeper{folder, std::string("monitor at ") + host, host,
+                           request.what.hearing.port, 0};
+  auto list = std::make_shared<HeardList>(std::move(keeper));
+  request.heard = [list](const HeardMessage& message, const SenderCount&) {
+    list->heard(message.sender, message.senderPort);
+  };
+  return list;
 }
 
 constexpr const char* kBesideStations =
@@ -91,11 +110,23 @@ void addMonitorCommand(CLI::App& tool, ToolStatus& status) {
   command->add_flag("--json", request->asJson, "One JSON object a line");
   command->add_flag("--stats", request->onlyCounts,
                     "Counts and rates alone, every ten seconds and at the end");
+  const auto folder = std::make_shared<std::string>();
+  command
+      ->add_option("--share-heard", *folder,
+                   "Keep a list of the senders that are shown in DIR, for kv-share mesh")
+      ->type_name("DIR");
   addHearing(*command, request->what);
   command->footer(
       std::string(kBesideStations) +
       "Exit status: 0; 1 when nothing can be heard, or fewer came than --count asks for.");
-  command->callback([=, &status] { status = monitor(*request); });
+  command->callback([=, &status] {
+    if (const auto names = listFresh(*folder); !folder->empty() && !names) {
+      status = toolProblem(eToolUsage, names.error().message);
+      return;
+    }
+    const auto list = keepHeardList(*folder, *request);
+    status = monitor(*request);
+  });
 }
 
 void addRecordCommand(CLI::App& tool, ToolStatus& status) {

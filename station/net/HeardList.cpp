@@ -2,6 +2,7 @@
 
 #include <chrono>
 
+#include "station/base/QuietThread.h"
 #include "station/base/Strings.h"
 #include "station/net/Interfaces.h"
 #include "station/net/Problems.h"
@@ -42,7 +43,7 @@ HeardList::HeardList(Keeper keeper)
     : keeper_(std::move(keeper)),
       path_(keeper_.folder + "/" + fileNameFor(keeper_.station)),
       since_(std::time(nullptr)),
-      thread_([this] { writeAgainAndAgain(); }) {}
+      thread_(threadWithoutSignals([this] { writeAgainAndAgain(); })) {}
 
 HeardList::~HeardList() {
   {

@@ -1,7 +1,6 @@
 #include "station/net/UdpListener.h"
 
 #include <poll.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 
 #include "station/base/Activity.h"
 #include "station/base/Events.h"
+#include "station/base/QuietThread.h"
 #include "station/net/MessageFields.h"
 #include "station/net/Problems.h"
 
@@ -32,18 +32,6 @@ class HeldBytes : public iMemHolder {
  private:
   std::string bytes_;
 };
-
-/// A thread that no signal is delivered to: those are the main thread's.
-template <typename Work>
-std::thread threadWithoutSignals(Work work) {
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  std::thread thread(std::move(work));
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return thread;
-}
 
 }  // namespace
 

@@ -83,7 +83,8 @@ void addDoctorCommand(CLI::App& tool, ToolStatus& status) {
   auto* const command =
       tool.add_subcommand("doctor", "Check the share, the network and the station's names");
   const auto request = std::make_shared<Request>();
-  const auto station = [&](const std::string& option, const char* name, const char* help) {
+  const auto station = [&](const std::string& option, const char* name, const char* value,
+                           const char* help) {
     command
         ->add_option_function<std::string>(
             option,
@@ -91,27 +92,32 @@ void addDoctorCommand(CLI::App& tool, ToolStatus& status) {
               request->station.insert(request->station.end(), {name, value});
             },
             help)
+        ->type_name(value)
         ->allow_extra_args(false);
   };
-  station("DIR", "--projects", "The projects directory");
+  station("DIR", "--projects", "", "The projects directory");
   command->get_option("DIR")->required();
-  station("--user", "--user", "The station's user name; as kv-station has it by default");
-  station("--host", "--host", "The station's host name; as kv-station has it by default");
-  station("--port", "--port", "The stations' UDP port; 27015 by default");
-  station("--send-to", "--send-to", "IPv4 addresses; all networks by default");
-  station("--listen", "--listen", "The address that the station listens at; all by default");
-  station("--config", "--config", "The station's configuration file, as for kv-station");
-  command->add_option("--with", request->other,
-                      "The host name of a second machine, on which the same command runs at the "
-                      "same time: proves locks and datagrams between the two");
+  station("--user", "--user", "NAME", "The station's user name; as kv-station has it by default");
+  station("--host", "--host", "NAME", "The station's host name; as kv-station has it by default");
+  station("--port", "--port", "N", "The stations' UDP port; 27015 by default");
+  station("--send-to", "--send-to", "ADDR[,ADDR]", "IPv4 addresses; all networks by default");
+  station("--listen", "--listen", "ADDR",
+          "The address that the station listens at; all by default");
+  station("--config", "--config", "FILE", "The station's configuration file, as for kv-station");
+  command
+      ->add_option("--with", request->other,
+                   "A second machine, which runs this at the same time: proves locks and datagrams "
+                   "between the two")
+      ->type_name("HOST");
   command
       ->add_option("--wait", request->secondsToWait,
                    "Seconds to wait for another machine; 60 with --with or on a network file "
                    "system, else 0")
+      ->type_name("S")
       ->check(CLI::Range(0, 3600));
   command->add_flag("--json", request->asJson, "One JSON object at the end");
   command->footer(
-      "Each line is pass, warn or fail; a fix follows those that did not pass. Exit status: 0; 1 "
-      "when a check failed.");
+      "Each line is pass, warn or fail; a fix follows those that did not pass.\n"
+      "Exit status: 0; 1 when a check failed.");
   command->callback([=, &status] { status = examine(*request); });
 }

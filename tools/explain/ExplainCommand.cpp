@@ -66,12 +66,14 @@ void addExplainCommand(CLI::App& tool, ToolStatus& status) {
           "A project's folder, a lock file, a room's or edit's file, or one made of names: "
           "DIR/Feature/Sound")
       ->required();
-  command->add_option_function<std::string>(
-      "--host",
-      [request](const std::string& host) {
-        request->station.insert(request->station.end(), {"--host", host});
-      },
-      "The host name of the station that is refused; this machine's by default");
+  command
+      ->add_option_function<std::string>(
+          "--host",
+          [request](const std::string& host) {
+            request->station.insert(request->station.end(), {"--host", host});
+          },
+          "The host name of the station that is refused; this machine's by default")
+      ->type_name("NAME");
   command->add_flag("--json", request->asJson, "One JSON object instead of a sentence");
   command->footer("Takes nothing. Exit status: 0 when nothing stands in the way; 1 when it does.");
   command->callback([=, &status] { status = explainPath(*request); });

@@ -77,17 +77,17 @@ Finding noWay(const HeardFile& one, const HeardFile& other) {
 
 /// What is wrong between two programs, if anything.
 void judgePair(const HeardFile& one, const HeardFile& other, Findings& findings) {
-  const Hearing there = hearingOf(one, other);
-  const Hearing back = hearingOf(other, one);
-  if (there == Hearing::eDeaf && back == Hearing::eDeaf) {
+  const MeshLink there = linkOf(one, other);
+  const MeshLink back = linkOf(other, one);
+  if (there == MeshLink::eDeaf && back == MeshLink::eDeaf) {
     findings.push_back(noWay(one, other));
-  } else if (there == Hearing::eDeaf && back == Hearing::eHears) {
+  } else if (there == MeshLink::eDeaf && back == MeshLink::eHears) {
     findings.push_back(oneWay(other, one));
-  } else if (back == Hearing::eDeaf && there == Hearing::eHears) {
+  } else if (back == MeshLink::eDeaf && there == MeshLink::eHears) {
     findings.push_back(oneWay(one, other));
-  } else if (there == Hearing::eDeaf || back == Hearing::eDeaf) {
-    const HeardFile& deaf = there == Hearing::eDeaf ? one : other;
-    const HeardFile& sender = there == Hearing::eDeaf ? other : one;
+  } else if (there == MeshLink::eDeaf || back == MeshLink::eDeaf) {
+    const HeardFile& deaf = there == MeshLink::eDeaf ? one : other;
+    const HeardFile& sender = there == MeshLink::eDeaf ? other : one;
     findings.push_back(
         named("deaf", fail(deaf.station + " does not hear " + sender.station,
                            "see whether a firewall on " + deaf.host + " drops UDP port " +
@@ -117,14 +117,14 @@ Result<HeardFile> readHeardFile(const std::string& text, long age) {
   return file;
 }
 
-Hearing hearingOf(const HeardFile& listener, const HeardFile& sender) {
+MeshLink linkOf(const HeardFile& listener, const HeardFile& sender) {
   const long last = lastHeard(listener, sender);
   const bool couldHear = sender.lastSent > listener.since + kTolerance &&
                          sender.lastSent + kTolerance < listener.written;
   if (last != 0) {
-    return couldHear && sender.lastSent > last + kLostAfter ? Hearing::eDeaf : Hearing::eHears;
+    return couldHear && sender.lastSent > last + kLostAfter ? MeshLink::eDeaf : MeshLink::eHears;
   }
-  return couldHear ? Hearing::eDeaf : Hearing::eQuiet;
+  return couldHear ? MeshLink::eDeaf : MeshLink::eQuiet;
 }
 
 Findings judgeMesh(const std::vector<HeardFile>& files) {

@@ -36,7 +36,7 @@ struct HeardFile {
 };
 
 /// Whether one program hears another.
-enum class Hearing {
+enum class MeshLink {
   eHears,
   eDeaf,   ///< the other has sent, and nothing of it came
   eQuiet,  ///< the other has sent nothing that could be heard
@@ -46,7 +46,7 @@ enum class Hearing {
 Result<HeardFile> readHeardFile(const std::string& text, long age);
 
 /// Whether `listener` hears `sender`, by what both have written.
-Hearing hearingOf(const HeardFile& listener, const HeardFile& sender);
+MeshLink linkOf(const HeardFile& listener, const HeardFile& sender);
 
 /// What is wrong between any two: pairs that hear each other one way or not at all, with the
 /// likely cause; lists that are no longer written.

@@ -48,10 +48,10 @@ std::vector<HeardFile> readLists(const std::string& folder, const std::vector<st
 }
 
 /// The names of the others that a station hears in this way.
-JsonValue othersOf(const HeardFile& file, const std::vector<HeardFile>& files, Hearing hearing) {
+JsonValue othersOf(const HeardFile& file, const std::vector<HeardFile>& files, MeshLink link) {
   JsonValue names = JsonValue::array();
   for (const HeardFile& other : files) {
-    if (&other != &file && other.sendsFrom != 0 && hearingOf(file, other) == hearing) {
+    if (&other != &file && other.sendsFrom != 0 && linkOf(file, other) == link) {
       names.append(shownText(other.station));
     }
   }
@@ -80,9 +80,9 @@ JsonValue objectOf(const HeardFile& file, const std::vector<HeardFile>& files) {
                             {"addresses", addressTexts(file)},
                             {"port", file.port},
                             {"age", file.age},
-                            {"hears", othersOf(file, files, Hearing::eHears)},
-                            {"does_not_hear", othersOf(file, files, Hearing::eDeaf)},
-                            {"quiet", othersOf(file, files, Hearing::eQuiet)},
+                            {"hears", othersOf(file, files, MeshLink::eHears)},
+                            {"does_not_hear", othersOf(file, files, MeshLink::eDeaf)},
+                            {"quiet", othersOf(file, files, MeshLink::eQuiet)},
                             {"strangers", strangersTo(file, files)}});
 }
 

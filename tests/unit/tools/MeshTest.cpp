@@ -62,19 +62,19 @@ TEST(MeshTest, OneThatHasSentNothingThatCouldBeHeardIsQuietNotUnheard) {
   HeardFile b = station("B", "10.0.0.2");
   for (const long sent : {0L, kNow - 2000, kNow - 1}) {  // never, before A listened, just now
     b.lastSent = sent;
-    EXPECT_EQ(hearingOf(a, b), Hearing::eQuiet) << sent;
+    EXPECT_EQ(linkOf(a, b), MeshLink::eQuiet) << sent;
   }
   b.lastSent = kNow - 100;
-  EXPECT_EQ(hearingOf(a, b), Hearing::eDeaf);
+  EXPECT_EQ(linkOf(a, b), MeshLink::eDeaf);
 }
 
 TEST(MeshTest, OneThatWasHeardLongBeforeItSentLastIsNoLongerHeard) {
   HeardFile a = station("A", "10.0.0.1");
   const HeardFile b = station("B", "10.0.0.2");
   hears(a, b, kNow - 110);
-  EXPECT_EQ(hearingOf(a, b), Hearing::eHears);
+  EXPECT_EQ(linkOf(a, b), MeshLink::eHears);
   a.heard[0].last = kNow - 500;
-  EXPECT_EQ(hearingOf(a, b), Hearing::eDeaf);
+  EXPECT_EQ(linkOf(a, b), MeshLink::eDeaf);
 }
 
 TEST(MeshTest, TwoStationsOfOneMachineAreToldApartByThePortTheySendFrom) {
@@ -83,8 +83,8 @@ TEST(MeshTest, TwoStationsOfOneMachineAreToldApartByThePortTheySendFrom) {
   HeardFile c = station("C", "10.0.0.2");
   c.sendsFrom = 50'001;
   hears(a, c, kNow - 100);
-  EXPECT_EQ(hearingOf(a, c), Hearing::eHears);
-  EXPECT_EQ(hearingOf(a, b), Hearing::eDeaf);
+  EXPECT_EQ(linkOf(a, c), MeshLink::eHears);
+  EXPECT_EQ(linkOf(a, b), MeshLink::eDeaf);
   EXPECT_EQ(ownerOf(a.heard[0], {b, c})->station, "C");
   EXPECT_EQ(ownerOf({*parseIpv4("10.0.0.9"), 50'000, 1, kNow}, {b, c}), nullptr);
 }
