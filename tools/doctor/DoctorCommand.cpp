@@ -88,8 +88,8 @@ void addDoctorCommand(CLI::App& tool, ToolStatus& status) {
     command
         ->add_option_function<std::string>(
             option,
-            [request, name](const std::string& value) {
-              request->station.insert(request->station.end(), {name, value});
+            [request, name](const std::string& given) {
+              request->station.insert(request->station.end(), {name, given});
             },
             help)
         ->type_name(value)
