@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <ctime>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <string>
@@ -19,12 +20,13 @@
 ///
 ///     <folder>/<station>.heard.json
 ///     {"station":"ANNA at SUITE1","host":"SUITE1","port":27015,"addresses":["10.0.0.7"],
-///      "sends_from":49152,"since":...,"written":...,"last_sent":...,
+///      "sends_from":49152,"since":...,"written":...,"sent_earlier":...,
 ///      "heard":[{"address":"10.0.0.8","port":51234,"count":12,"first":...,"last":...}]}
 ///
-/// A sender is known by its address and the port that it sends from, which it keeps for life. Times
-/// are seconds since 1970. Any thread; a folder that hangs keeps a thread of this object's own
-/// waiting, and its end.
+/// "sent_earlier" is when it sent last as of 15 s before it was written, so that what was sent then
+/// has come everywhere and stands in everybody's list; 0 for never. A sender is known by its
+/// address and the port that it sends from, which it keeps for life. Times are seconds since 1970.
+/// Any thread; a folder that hangs keeps a thread of this object's own waiting, and its end.
 class HeardList : public iTrafficObserver {
  public:
   /// Who keeps the list.
@@ -58,6 +60,7 @@ class HeardList : public iTrafficObserver {
     std::time_t last = 0;
   };
 
+  std::time_t sentEarlier();
   [[nodiscard]] std::string text();
   void write();
   void writeAgainAndAgain();
@@ -66,6 +69,7 @@ class HeardList : public iTrafficObserver {
   const std::string path_;
   const std::time_t since_;
   std::atomic<std::time_t> lastSent_{0};
+  std::deque<std::time_t> lastSentBefore_;  ///< at the last few writes; the writing thread's
   std::mutex mutex_;
   std::condition_variable ends_;
   std::map<std::pair<Ipv4, std::uint16_t>, Sender> senders_;

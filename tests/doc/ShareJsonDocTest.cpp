@@ -90,7 +90,7 @@ TEST_F(ShareJsonPage, DoctorWritesWhatItSays) {
 }
 
 TEST_F(ShareJsonPage, MeshWritesWhatItSays) {
-  const std::string list = R"("port":27015,"written":1000,"since":1,"last_sent":900,)";
+  const std::string list = R"("port":27015,"written":1000,"since":1,"sent_earlier":900,)";
   put("heard/a.heard.json", R"({"station":"A","addresses":["10.0.0.1"],"sends_from":1,)" + list +
                                 R"("heard":[{"address":"10.0.0.2","port":2,"count":1,"last":900},)"
                                 R"({"address":"10.0.0.9","port":9,"count":1,"last":900}]})");

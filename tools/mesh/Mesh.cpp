@@ -111,7 +111,7 @@ Result<HeardFile> readHeardFile(const std::string& text, long age) {
   file.addresses = addressesOf((*json)["addresses"]);
   file.since = (*json)["since"].asLong();
   file.written = (*json)["written"].asLong();
-  file.lastSent = (*json)["last_sent"].asLong();
+  file.lastSent = (*json)["sent_earlier"].asLong();
   file.age = age;
   file.heard = sendersOf((*json)["heard"]);
   return file;
