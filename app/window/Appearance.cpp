@@ -66,9 +66,9 @@ QString styleSheet(const Colours& colours, const QColor& window) {
     QTabBar::tab:selected { color: @text; border-bottom: 2px solid @accent; }
     QTabBar::tab:focus { color: @accent; }
     QTabWidget::pane { border: none; border-top: 1px solid @line; }
-    QLineEdit, QComboBox { border: 1px solid @line; border-radius: 4px; padding: 4px 6px;
+    QLineEdit { border: 1px solid @line; border-radius: 4px; padding: 4px 6px;
       background: @panel; }
-    QLineEdit:focus, QComboBox:focus { border-color: @accent; }
+    QLineEdit:focus { border-color: @accent; }
     QDockWidget { font-weight: 600; }
     QDockWidget::title { padding: 6px 8px; background: @window; text-align: left; }
     QToolBar { border: none; border-bottom: 1px solid @line; padding: 3px; spacing: 4px; }

@@ -121,8 +121,9 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
   projects_->show(*snapshot);
   objects_->show(*snapshot);
   if (snapshot->panel) {
+    const bool isOtherIcon = snapshot->panel->icon != panel_->state().icon;
+    if (isOtherIcon) panelAction_->setIcon(panelIcon(snapshot->panel->icon));
     panel_->show(*snapshot->panel);
-    panelAction_->setIcon(panelIcon(snapshot->panel->icon));
     panelAction_->setEnabled(snapshot->panel->exists);
     panelAction_->setChecked(snapshot->panel->isOpen);
   }

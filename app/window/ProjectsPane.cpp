@@ -97,6 +97,7 @@ ProjectsPane::ProjectsPane(QWidget* parent)
       roomsHint_(makeLabel({}, "quiet")),
       projects_(makeList(QStringLiteral("projects"))),
       rooms_(makeList(QStringLiteral("rooms"))) {
+  projectsHint_->setObjectName(QStringLiteral("projectsHint"));
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);

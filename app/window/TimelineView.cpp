@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int kHeadWidth = 84;
+constexpr int kHeadWidth = 104;
 constexpr int kRulerHeight = 24;
 constexpr int kTrackHeight = 38;
 constexpr int kTrackGap = 4;

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "app/tour/StationProcess.h"
 #include "tests/fakes/ScratchFolder.h"
 
@@ -42,6 +44,25 @@ TEST_F(PanelTest, ALongMessageArrivesWholeAndAnImpossibleOneIsTold) {
   ASSERT_TRUE(ben.waitFor("notification", {{"text", longest}}));
   EXPECT_TRUE(anna.command("say BEN " + std::string(70'000, 'y'))["ok"].asBool());
   EXPECT_TRUE(anna.waitFor("network"));
+}
+
+// A text that begins as a wire text does is the panel's own; one that is none is reported. What
+// travels as words ends at its first separator, so that a whole wire text reaches no other station.
+TEST_F(PanelTest, WordsThatBeginLikeAWireTextAreReportedByThePanelThere) {
+  EXPECT_TRUE(ben.command("panel open")["ok"].asBool());
+  EXPECT_TRUE(anna.command("say BEN \"d\xC2\xAC"
+                           "10\xC2\xAC"
+                           "ANNA\"")["ok"]
+                  .asBool());
+  EXPECT_TRUE(ben.waitFor("received", {{"type_name", "UserMessage"}}));
+  EXPECT_TRUE(anna.command("say BEN after")["ok"].asBool());
+  EXPECT_TRUE(ben.waitFor("notification", {{"text", "after"}}));
+  EXPECT_EQ(ben.events("notification").size(), 1u);
+  EXPECT_TRUE(ben.command("panel lines")["result"].elements().empty());
+  const auto logs = ben.events("log");
+  EXPECT_TRUE(std::ranges::any_of(logs, [](const JsonValue& log) {
+    return log["text"].asString().find("Messager line 294") != std::string::npos;
+  }));
 }
 
 TEST_F(PanelTest, CommandsOnAClosedPanelSayWhatToDo) {

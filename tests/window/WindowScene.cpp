@@ -9,6 +9,7 @@
 #include <QLineEdit>
 #include <QPointer>
 #include <algorithm>
+#include <ctime>
 #include <fstream>
 
 #include "app/StationProgram.h"
@@ -99,8 +100,12 @@ void WindowScene::writeEdits(int count) const {
   }
 }
 
-LatencyWatch::LatencyWatch() {
-  connect(&timer_, &QTimer::timeout, this, [this] { gaps_.push_back(since_.restart()); });
+LatencyWatch::LatencyWatch() : workBefore_(ownMilliseconds()) {
+  connect(&timer_, &QTimer::timeout, this, [this] {
+    gaps_.push_back(since_.restart());
+    longestWork_ = std::max(longestWork_, ownMilliseconds() - workBefore_);
+    workBefore_ = ownMilliseconds();
+  });
   since_.start();
   timer_.start(5);
 }
@@ -109,6 +114,12 @@ qint64 LatencyWatch::ninetyNinth() const {
   std::vector<qint64> sorted = gaps_;
   std::ranges::sort(sorted);
   return sorted.empty() ? 1'000'000 : sorted[sorted.size() * 99 / 100];
+}
+
+double ownMilliseconds() {
+  timespec now{};
+  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
 }
 
 bool waitFor(const std::function<bool()>& condition, int milliseconds) {

@@ -46,6 +46,10 @@ class WindowScene {
   std::string script;                         ///< commands of the console, run at the start
 };
 
+/// A window that waits for the share or the host thread stands still for longer, also on a machine
+/// that is busy with other things.
+constexpr qint64 kStandingStillMs = 1000;
+
 /// The longest times, in milliseconds, that a window's thread took to come back to its events.
 class LatencyWatch : public QObject {
  public:
@@ -54,11 +58,20 @@ class LatencyWatch : public QObject {
   /// The time that all but one in a hundred stayed below.
   [[nodiscard]] qint64 ninetyNinth() const;
 
+  /// The most milliseconds of its own work that the thread put between two rounds of events: what
+  /// no other program on a busy machine adds to.
+  [[nodiscard]] double longestWork() const { return longestWork_; }
+
  private:
   QElapsedTimer since_;
   QTimer timer_;
   std::vector<qint64> gaps_;
+  double workBefore_;
+  double longestWork_ = 0;
 };
+
+/// The processor time that the calling thread has used.
+double ownMilliseconds();
 
 /// Lets the window live until the condition holds; false when it does not within ten seconds.
 bool waitFor(const std::function<bool()>& condition, int milliseconds = 10'000);

@@ -11,7 +11,8 @@
 
 namespace {
 
-constexpr qint64 kMostLagMs = 100;
+constexpr double kMostLagMs = 100;
+constexpr double kMostOpeningMs = 300;
 
 class WindowUnderLoadTest : public testing::Test, protected WindowScene {};
 
@@ -65,18 +66,17 @@ TEST_F(WindowUnderLoadTest, TenThousandEditsAreListedAtOnceAndScroll) {
     ASSERT_TRUE(waitFor(isListed, 60'000));
     ObjectsPane fresh;
     fresh.resize(900, 600);
-    QElapsedTimer cost;
-    cost.start();
+    const double before = ownMilliseconds();
     fresh.show(many);
     EXPECT_FALSE(fresh.grab().isNull());
-    EXPECT_LT(cost.elapsed(), 300);
+    EXPECT_LT(ownMilliseconds() - before, kMostOpeningMs);
     const LatencyWatch latency;
     QScrollBar& bar = *window.objects().view(ObjectKind::eEdits).verticalScrollBar();
     for (int at = 0; at <= bar.maximum(); at += bar.maximum() / 50) {
       bar.setValue(at);
       QTest::qWait(10);
     }
-    EXPECT_LT(latency.ninetyNinth(), kMostLagMs);
+    EXPECT_LT(latency.longestWork(), kMostLagMs);
   });
 }
 
@@ -99,7 +99,8 @@ TEST_F(WindowUnderLoadTest, AThousandChangesASecondDoNotMakeItLag) {
     const Flood flood(*this, bytesOf((*sent)["text_hex"].asString()));
     QTest::qWait(3000);
     EXPECT_GT(flood.count(), 1'500);
-    EXPECT_LT(latency.ninetyNinth(), kMostLagMs);
+    EXPECT_LT(latency.longestWork(), kMostLagMs);
+    EXPECT_LT(latency.ninetyNinth(), kStandingStillMs);
     EXPECT_TRUE(waitFor([&] { return window.received() > 500; }));
   });
 }
@@ -124,7 +125,7 @@ TEST_F(WindowUnderLoadTest, WithAHangingShareItDrawsAndSaysWhatItWaitsFor) {
     EXPECT_TRUE(window.status().busyText().contains("the message EditCreated"));
     EXPECT_FALSE(window.grab().isNull());
     EXPECT_TRUE(waitFor([&] { return window.status().busyText() == "Ready"; }));
-    EXPECT_LT(latency.ninetyNinth(), kMostLagMs);
+    EXPECT_LT(latency.ninetyNinth(), kStandingStillMs);
   });
 }
 
@@ -138,6 +139,7 @@ TEST_F(WindowUnderLoadTest, WithoutADisplayItEndsWithOneLineAndStatusTwo) {
     options.more = {"--gui"};
     StationProcess station(options);
     EXPECT_EQ(station.waitForExit(), 2) << display;
+    EXPECT_TRUE(waitFor([&] { return station.errorText().ends_with('\n'); }));
     const std::string said = station.errorText();
     EXPECT_NE(said.find("no display"), std::string::npos) << said;
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
