@@ -1,0 +1,97 @@
+#include "tests/lab/machines/NetFsTest.h"
+
+#include <thread>
+
+#include "tests/lab/ProjectView.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kPause = std::chrono::milliseconds(10);
+
+/// A project's name that no other scenario uses.
+std::string nextProject() {
+  static int count = 0;
+  return "Film" + std::to_string(++count);
+}
+
+}  // namespace
+
+NetFsTest::NetFsTest()
+    : site_(GetParam()),
+      anna_(site_.start("first", "ANNA")),
+      ben_(&site_.start("second", "BEN")),
+      project_(nextProject()) {}
+
+NetFsTest::Seen NetFsTest::seeks(const std::function<bool()>& question, Seconds limit) {
+  const auto begin = Clock::now();
+  const auto elapsed = [begin] { return Clock::now() - begin; };
+  bool isSeen = question();
+  while (!isSeen && elapsed() < limit) {
+    std::this_thread::sleep_for(kPause);
+    isSeen = question();
+  }
+  using std::chrono::milliseconds;
+  return {isSeen, static_cast<int>(std::chrono::duration_cast<milliseconds>(elapsed()).count())};
+}
+
+bool NetFsTest::canEnter(StationProcess& station) {
+  const JsonValue reply = station.command("project enter " + project_);
+  refusal_ = reply["error"].asString();
+  return reply["ok"].asBool();
+}
+
+void NetFsTest::annaEnters(const std::string& kindOption) {
+  run(anna_, "project create " + project_ + " " + kindOption);
+  run(anna_, "project enter " + project_);
+}
+
+std::string NetFsTest::lockSeen(StationProcess& station) {
+  const JsonValue all = run(station, "project list");
+  for (const JsonValue& each : all.elements()) {
+    if (each["name"].asString() == project_) return each["lock"].asString();
+  }
+  return {};
+}
+
+std::string NetFsTest::holderSeen(StationProcess& station) {
+  const JsonValue all = run(station, "project list");
+  for (const JsonValue& each : all.elements()) {
+    if (each["name"].asString() == project_) return each["owner"].asString();
+  }
+  return {};
+}
+
+std::string NetFsTest::difference() {
+  const ProjectView annas(run(anna_, "state"));
+  return annas.differenceFrom(ProjectView(run(*ben_, "state")));
+}
+
+NetFsTest::Seen NetFsTest::agrees() {
+  return seeks([this] { return difference().empty(); }, Seconds(10));
+}
+
+void NetFsTest::expectAgreement() {
+  EXPECT_TRUE(agrees().isSeen) << "anna (-) and ben (+):\n" << difference();
+  StationProcess& reader = site_.start("server", "READER");
+  run(reader, "project enter " + project_);
+  const JsonValue edits = run(reader, "edit list");
+  for (const JsonValue& edit : edits.elements()) {
+    run(reader, "edit open " + edit["cookie"].asString());
+  }
+  const ProjectView folder(run(reader, "state"));
+  EXPECT_EQ(folder.differenceFrom(ProjectView(run(anna_, "state"))), "")
+      << "the folder (-) and anna (+)";
+  site_.end(reader);
+}
+
+void NetFsTest::shows(const std::string& what) {
+  shown_ += (shown_.empty() ? "" : "; ") + what;
+  RecordProperty("shows", shown_);
+}
+
+void NetFsTest::shows(const std::string& what, const Seen& seen) {
+  shows(what + (seen.isSeen ? " after " : " not within ") + std::to_string(seen.milliseconds) +
+        " ms");
+}
