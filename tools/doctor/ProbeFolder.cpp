@@ -13,12 +13,28 @@ namespace {
 
 constexpr std::string_view kPrefix = "kvd-";
 constexpr std::time_t kStale = 600;  // seconds
+constexpr int kTries = 8;
 
 }  // namespace
 
-ProbeFolder::~ProbeFolder() { ::rmdir(path_.c_str()); }
+ProbeFolder::~ProbeFolder() {
+  if (!mark_.empty()) ::unlink(mark_.c_str());
+  ::rmdir(path_.c_str());
+}
 
+/// A trial on another machine may end, and remove the folder, before there is a file in it.
 Result<void> ProbeFolder::make() {
+  mark_ = file(newTrialId(), "open");
+  Result<void> made;
+  for (int tries = 0; tries < kTries; ++tries) {
+    made = makeOnce();
+    if (made) made = writeAtomically(mark_, "");
+    if (made || made.error().code != ErrorCode::eNotFound) break;
+  }
+  return made;
+}
+
+Result<void> ProbeFolder::makeOnce() {
   auto made = makeFolder(path_);
   if (!made && made.error().code != ErrorCode::eExists) return made;
   struct stat status {};

@@ -31,9 +31,11 @@ class ProbeFolder {
   [[nodiscard]] std::string file(const std::string& id, const std::string& step) const;
 
  private:
+  Result<void> makeOnce();
   void removeStale() const;
 
   std::string path_;
+  std::string mark_;  ///< a file that keeps the folder from being removed by another trial
 };
 
 /// A text that no other trial has: 8 hex digits.

@@ -3,8 +3,11 @@
 
 #include <stdexcept>
 
+#include "station/os/SharedFiles.h"
+#include "tests/unit/tools/ToolRun.h"
 #include "tools/doctor/Check.h"
 #include "tools/doctor/MountInfo.h"
+#include "tools/doctor/ProbeFolder.h"
 #include "tools/doctor/ShareChecks.h"
 
 namespace {
@@ -171,6 +174,18 @@ TEST(DoctorShareTest, AClockThatIsOffSaysWhichWay) {
   EXPECT_EQ(worstOf(judgeClock(1.5)), Verdict::ePass);
   EXPECT_NE(judgeClock(90)[0].text.find("90 s before the share's"), std::string::npos);
   EXPECT_NE(judgeClock(-90)[0].text.find("90 s behind the share's"), std::string::npos);
+}
+
+TEST(DoctorProbeFolderTest, ATrialThatEndsTakesNoFolderFromOneThatGoesOn) {
+  const TestFolder projects;
+  ProbeFolder lasting(projects.path());
+  ASSERT_TRUE(lasting.make());
+  {
+    ProbeFolder brief(projects.path());
+    ASSERT_TRUE(brief.make());
+  }
+  EXPECT_TRUE(writeAtomically(lasting.file("12345678", "x"), "still there"));
+  EXPECT_TRUE(removeFileAt(lasting.file("12345678", "x")));
 }
 
 }  // namespace
