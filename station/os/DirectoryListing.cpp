@@ -6,16 +6,11 @@
 
 #include <cerrno>
 #include <iterator>
-#include <memory>
 
 #include "host/base/Text.h"
 #include "station/os/Posix.h"
 
 namespace {
-
-struct CloseFolder {
-  void operator()(DIR* folder) const { ::closedir(folder); }
-};
 
 /// Whether an entry is a folder; asks the file system only where the folder does not tell.
 bool isFolderEntry(int folder, const dirent& entry) {
@@ -74,7 +69,7 @@ bool matchesPattern(std::string_view name, std::string_view pattern) {
 
 bool listMatching(const std::string& pattern, int kind, int details,
                   Vector<iFileManager::DirectoryItem>& items) {
-  const std::unique_ptr<DIR, CloseFolder> folder(::opendir(folderOf(pattern).c_str()));
+  const OpenFolder folder(::opendir(folderOf(pattern).c_str()));
   if (pattern.empty() || !folder) return false;
   const std::string names = nameOf(pattern);
   Vector<iFileManager::DirectoryItem> found;

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <dirent.h>
 #include <sys/stat.h>
 
+#include <memory>
 #include <string>
 
 // What the files of station/os do with the operating system directly. Paths are UTF-8; failures are
@@ -25,6 +27,13 @@ class Descriptor {
  private:
   int number_ = -1;
 };
+
+struct CloseFolder {
+  void operator()(DIR* folder) const { ::closedir(folder); }
+};
+
+/// Owns a folder opened for reading its entries.
+using OpenFolder = std::unique_ptr<DIR, CloseFolder>;
 
 /// The folder that a path lies in ("." for a name alone), and the name in it.
 std::string folderOf(const std::string& path);

@@ -187,18 +187,16 @@ Result<std::string> readListed(const std::string& path, std::size_t most) {
 }
 
 Result<std::vector<std::string>> listFresh(const std::string& folder) {
-  DIR* const directory = ::opendir(folder.c_str());
+  const OpenFolder directory(::opendir(folder.c_str()));
   if (!directory) return errorFromErrno(errno, "list", folder);
   std::vector<std::string> names;
   errno = 0;
-  while (const dirent* const entry = ::readdir(directory)) {
+  while (const dirent* const entry = ::readdir(directory.get())) {
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") names.emplace_back(name);
     errno = 0;
   }
-  const int problem = errno;
-  ::closedir(directory);
-  if (problem != 0) return errorFromErrno(problem, "list", folder);
+  if (errno != 0) return errorFromErrno(errno, "list", folder);
   return names;
 }
 
