@@ -8,10 +8,12 @@ namespace {
 
 constexpr const char* kAssertion = "assertion failed";
 
-/// An event's text under a key, or that it is none.
+/// An event's text under a key. Of bytes that are no text, such as a message cut within a letter,
+/// what can be read of them.
 QString eventText(const JsonValue& event, const std::string& key) {
   if (const JsonValue* text = event.find(key)) return readableText(text->asString());
-  return QStringLiteral("bytes that are no text: ") + readableText(event[key + "_hex"].asString());
+  const std::string digits = event[key + "_hex"].asString();
+  return readableText(QByteArray::fromHex(QByteArray::fromStdString(digits)).toStdString());
 }
 
 /// "EditSaved  E09a1…  to BEN  \"data\""

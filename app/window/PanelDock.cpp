@@ -68,7 +68,6 @@ PanelDock::PanelDock(QWidget* parent)
 }
 
 void PanelDock::send() {
-  if (entry_->text().isEmpty()) return;
   lastSent_ = entry_->text();
   entry_->clear();
   Q_EMIT sent(recipients_->currentText(), lastSent_);

@@ -49,6 +49,16 @@ TEST_F(WindowTest, AChosenEditShowsItsTimelineAndWhoMayChangeIt) {
   });
 }
 
+TEST_F(WindowTest, AnEmptyLineIsSentLikeAnyOther) {
+  play([this](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return window.snapshot() != nullptr; }));
+    openPanel(window);
+    QTest::keyClick(&window.panel().entry(), Qt::Key_Return);
+    EXPECT_TRUE(
+        waitFor([&] { return window.panel().conversation().toPlainText().contains(" : "); }));
+  });
+}
+
 TEST_F(WindowTest, WhatIsTypedIntoThePanelIsSentToTheChosenRecipient) {
   script = "user add BEN\n";
   play([this](MainWindow& window) {
