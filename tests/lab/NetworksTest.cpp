@@ -70,6 +70,7 @@ TEST_F(NetworksTest, ACableIsPulledAndPutBack) {
   const std::string edit = makeThings(*anna_);
   expectAgreement();
   ben_->run("edit open " + edit);
+  ben_->run("sleep 2.5");  // until what the last messages told of is not looked at once more
   ben_->cable().pull();
   anna_->run("edit trim " + edit + " 0/0 0 0.0625s");
   anna_->run("edit save " + edit);
