@@ -5,7 +5,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <string>
 
 namespace {
 
@@ -22,16 +24,32 @@ class HumanTextTest : public testing::Test {
     ::close(ends[0]);
   }
 
-  /// What can be read until this has come.
+  /// What can be read until it ends with this.
   std::string readUntil(const std::string& last) const {
     std::string text;
-    std::array<char, 65536> block;
-    while (text.find(last) == text.npos) {
-      const ssize_t count = ::read(ends[0], block.data(), block.size());
+    while (!endsWith(text, last)) {
+      const std::size_t known = text.size();
+      text.resize(known + 65536);
+      const ssize_t count = ::read(ends[0], &text[known], 65536);
+      text.resize(known + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
       if (count <= 0) break;
-      text.append(block.data(), static_cast<std::size_t>(count));
     }
     return text;
+  }
+
+  static bool endsWith(const std::string& text, const std::string& last) {
+    return text.size() >= last.size() &&
+           text.compare(text.size() - last.size(), last.size(), last) == 0;
+  }
+
+  void read(std::size_t size) const {
+    std::string text(size, '\0');
+    std::size_t done = 0;
+    for (ssize_t count = 1; done < size && count > 0; done += static_cast<std::size_t>(count)) {
+      count = std::max<ssize_t>(::read(ends[0], &text[done], size - done), 0);
+    }
+    EXPECT_EQ(done, size);
+    EXPECT_EQ(text.find("missing"), text.npos);
   }
 
   const std::string large = std::string(1u << 20, 'x');
@@ -41,12 +59,15 @@ class HumanTextTest : public testing::Test {
 
 TEST_F(HumanTextTest, AReaderThatStopsReadingHoldsNobodyUpAndIsToldWhatIsMissing) {
   HumanText text(stream, stream);
-  for (std::size_t i = 0; i < (PipeWriter::kMaxWaiting >> 20) + 10; ++i) text.answer(large);
-  const std::string begin = readUntil("x\n");
-  EXPECT_EQ(begin.find("missing"), begin.npos);
-  for (int i = 0; i < 60; ++i) readUntil("x\n");
+  text.answer(large);
+  read(1);  // now the writing has begun, with this text alone
+  const std::size_t room = PipeWriter::kMaxWaiting / (large.size() + 1);
+  for (std::size_t i = 0; i < room + 10; ++i) text.answer(large);
+  read(large.size() + 1);  // and goes on with all that waited, which makes room
   text.answer("last");
-  EXPECT_NE(readUntil("last\n").find("texts are missing here"), std::string::npos);
+  const std::string rest = readUntil("last\n");
+  EXPECT_TRUE(endsWith(rest, "x\n10 texts are missing here, since nobody read them.\nlast\n"));
+  EXPECT_EQ(rest.find('1'), room * (large.size() + 1) - 1);
 }
 
 TEST_F(HumanTextTest, TwoStreamsOfOneFileKeepTheirOrder) {
@@ -70,7 +91,7 @@ TEST_F(HumanTextTest, WhatIsHeldBackForAPromptIsBounded) {
   for (int i = 0; i < 8; ++i) text.answer(large.substr(0, large.size() / 4));
   EXPECT_EQ(woken, 8);
   text.release();
-  EXPECT_NE(readUntil("missing here").find("4 texts are missing here"), std::string::npos);
+  EXPECT_NE(readUntil("nobody read them.\n").find("4 texts are missing here"), std::string::npos);
 }
 
 TEST_F(HumanTextTest, WhatNobodyReadsDoesNotKeepTheProgram) {
