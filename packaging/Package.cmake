@@ -1,5 +1,15 @@
 # The Debian package: cmake --build BUILD --target package.
-set(KV_MAINTAINER "Project Share <root@localhost>" CACHE STRING "Whom the Debian package names as its maintainer")
+#
+# Its maintainer is whoever makes it, named as the distribution's own tools have it. The list of changes names the same.
+set(maker "whoever made this package <root@localhost>")
+if(DEFINED ENV{DEBEMAIL} AND DEFINED ENV{DEBFULLNAME})
+  set(maker "$ENV{DEBFULLNAME} <$ENV{DEBEMAIL}>")
+endif()
+set(KV_MAINTAINER "" CACHE STRING "Whom the Debian package names as its maintainer, \"Name <address>\"")
+if(NOT KV_MAINTAINER)
+  set(KV_MAINTAINER ${maker})
+endif()
+configure_file(changelog.in changelog @ONLY)
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME project-share)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
