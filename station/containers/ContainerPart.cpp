@@ -35,6 +35,15 @@ void ContainerPart::enter(const OpenProject& project, const std::vector<std::str
               });
 }
 
+void ContainerPart::takeUpUnlisted(const std::vector<std::string>& files) {
+  for (const std::string& file : files) {
+    const Cookie cookie = recordCookie(file, kind_.letters);
+    if (cookie.isNull() || find(cookie)) continue;
+    Result<JsonValue> record = read(cookie);
+    if (record) take(cookie, std::move(*record), kFoundLate);
+  }
+}
+
 void ContainerPart::leave() {
   folder_.clear();
   containers_.clear();

@@ -47,6 +47,7 @@ class ContainerPart : public iProjectPart {
   ContainerPart& operator=(const ContainerPart&) = delete;
 
   void enter(const OpenProject& project, const std::vector<std::string>& files) override;
+  void takeUpUnlisted(const std::vector<std::string>& files) override;
   void leave() override;
   void findByName(const std::string& name, std::vector<NamedObject>& found) const override;
   [[nodiscard]] bool holds(const Cookie& cookie) const override { return find(cookie) != nullptr; }

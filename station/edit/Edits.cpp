@@ -69,6 +69,17 @@ void Edits::enter(const OpenProject& project, const std::vector<std::string>& fi
   }
 }
 
+void Edits::takeUpUnlisted(const std::vector<std::string>& files) {
+  for (const std::string& file : files) {
+    const Cookie cookie = cookieOfFile(file);
+    if (cookie.isNull() || holds(cookie)) continue;
+    auto summary = readListedSummary(folder_ + "/" + file);
+    if (!summary) continue;
+    index_.put(cookie, std::move(*summary));
+    events().changed(kindText(cookie), cookie, "created", currentOrigin());
+  }
+}
+
 void Edits::leave() {
   for (const auto& [cookie, edit] : loaded_) {
     if (edit->hasLocalChanges()) {

@@ -26,6 +26,7 @@ class Edits : public iProjectPart {
   static Edits* instance();
 
   void enter(const OpenProject& project, const std::vector<std::string>& files) override;
+  void takeUpUnlisted(const std::vector<std::string>& files) override;
   void leave() override;
   void findByName(const std::string& name, std::vector<NamedObject>& found) const override;
   [[nodiscard]] bool holds(const Cookie& cookie) const override;

@@ -7,6 +7,7 @@
 #include "host/os/OS.h"
 #include "host/project/iPermissionsManager.h"
 #include "host/project/iProjectShare.h"
+#include "station/base/Events.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
@@ -236,6 +237,22 @@ Result<const OpenProject*> Projects::requireOpen() const {
 
 Result<Cookie> Projects::resolve(const std::string& nameOrCookie, const std::string& kinds) const {
   if (auto open = requireOpen(); !open) return open.error();
+  const auto listed = resolveListed(nameOrCookie, kinds);
+  if (listed || listed.error().code != ErrorCode::eNotFound) return listed;
+  takeUpUnlisted();
+  return resolveListed(nameOrCookie, kinds);
+}
+
+/// What is found counts as another station's change: its message never came.
+void Projects::takeUpUnlisted() const {
+  const auto files = listFresh(current_->folder);
+  if (!files) return;
+  const RemoteChangeScope remote;
+  for (iProjectPart* part : parts_) part->takeUpUnlisted(*files);
+}
+
+Result<Cookie> Projects::resolveListed(const std::string& nameOrCookie,
+                                       const std::string& kinds) const {
   const auto isWanted = [&kinds](const Cookie& cookie) {
     return kinds.empty() || kinds.find(cookie.getType()) != std::string::npos;
   };

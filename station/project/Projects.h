@@ -60,8 +60,8 @@ class Projects {
   Result<const OpenProject*> requireOpen() const;
 
   /// The object of the open project that a user means by a cookie or an unambiguous name. `kinds`
-  /// are the kind letters that will do ("ES"); empty for any. Failures name what was asked for, and
-  /// the candidates of an ambiguous name.
+  /// are the kind letters that will do ("ES"); empty for any. What nobody has told of yet is looked
+  /// for in the folder. Failures name what was asked for, and the candidates of an ambiguous name.
   Result<Cookie> resolve(const std::string& nameOrCookie, const std::string& kinds) const;
 
   /// The names and cookies of the open project's objects, for completion.
@@ -81,6 +81,9 @@ class Projects {
   [[nodiscard]] Result<Found> findByName(const std::string& name) const;
   Result<void> takeOver(const Found& project);
   Result<void> open(const Found& project);
+  [[nodiscard]] Result<Cookie> resolveListed(const std::string& nameOrCookie,
+                                             const std::string& kinds) const;
+  void takeUpUnlisted() const;
   void enterParts(const std::vector<std::string>& files);
   void close();
 

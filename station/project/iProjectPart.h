@@ -31,6 +31,10 @@ class iProjectPart {
   /// (log) and set aside; the others go on.
   virtual void enter(const OpenProject& project, const std::vector<std::string>& files) = 0;
 
+  /// Takes up its objects among the folder's `files` that it does not hold: nobody told of them, or
+  /// the message was lost. The names were listed just now.
+  virtual void takeUpUnlisted(const std::vector<std::string>& files) { (void)files; }
+
   /// Forgets the project.
   virtual void leave() = 0;
 

@@ -74,13 +74,14 @@ TEST_F(NetworksTest, ACableIsPulledAndPutBack) {
   ben_->cable().pull();
   anna_->run("edit trim " + edit + " 0/0 0 0.0625s");
   anna_->run("edit save " + edit);
+  const std::string unheard = anna_->run("edit create Unheard").asString();
   everyoneWorks(facility_);
   EXPECT_NE(facility_.difference(std::chrono::seconds(0)), "");
   EXPECT_NE(ben_->run("edit show " + edit)["clips"], anna_->run("edit show " + edit)["clips"]);
   ben_->cable().putBack();
   facility_.awaitHearing();
   ben_->run("edit close " + edit);
-  ben_->run("edit open " + edit);
+  for (const std::string& each : {edit, unheard}) ben_->run("edit open " + each);
   EXPECT_EQ(ben_->run("edit show " + edit)["clips"], anna_->run("edit show " + edit)["clips"]);
   EXPECT_TRUE(expectHealing());
   everyoneWorks(facility_);

@@ -164,6 +164,19 @@ TEST_F(SharingTest, AMessageComesToEachOtherStationOnceAndNeverBack) {
   EXPECT_EQ(countCreated(*carla_, "received"), 21u);
 }
 
+TEST_F(SharingTest, WhatIsMadeWhileAStationHearsNothingIsFoundWhereItIsNamed) {
+  port_ = freeUdpPort();
+  StationProcess& deaf = start("DAVE", 14);
+  run(deaf, "project enter Film");
+  const std::string reel = run(*anna_, "edit create Reel").asString();
+  const std::string dailies = run(*anna_, "bin create Dailies").asString();
+  run(*anna_, "bin add Dailies Reel");
+  run(deaf, "edit open " + reel);
+  EXPECT_EQ(run(deaf, "edit list").elements().size(), 2u);
+  EXPECT_EQ(run(deaf, "bin show Dailies")["contents"].elements().at(0).asString(), reel);
+  EXPECT_EQ(sentCount(deaf), 0u);
+}
+
 TEST_F(SharingTest, NamesOfEveryKindArriveAsTheyAre) {
   const std::string names[] = {"two words",
                                "it's \\\"quoted\\\"",

@@ -217,6 +217,22 @@ TEST_F(EditsTest, AnEditCreatedElsewhereIsListedOnceItIsOpened) {
   EXPECT_EQ(events.changes, Notes{"edit created remote"});
 }
 
+TEST_F(EditsTest, AnEditWhoseMessageWasLostIsFoundByItsNameAndItsCookie) {
+  const Cookie known = made("Reel");
+  for (const std::string name : {"Tape", "Spool"}) {
+    const Cookie lost = Cookie::create(CookieTypeEdit);
+    std::string bytes = bytesOf(fileOf(known));
+    bytes.replace(bytes.find("\"Reel\""), 6, '"' + name + '"');
+    write(fileOf(lost), bytes);
+    const auto found = projects.resolve(name == "Tape" ? name : lost.asString().str(), "ES");
+    ASSERT_TRUE(found) << found.error().message;
+    EXPECT_EQ(*found, lost);
+    EXPECT_EQ(edits.nameOf(lost), name);
+  }
+  EXPECT_EQ(events.changes, (Notes{"edit created remote", "edit created remote"}));
+  EXPECT_EQ(listener.heard, Notes{});
+}
+
 TEST_F(EditsTest, AnEditSavedElsewhereThatIsNotOpenIsListedUnderItsNewName) {
   const Cookie cookie = made("Reel");
   std::string bytes = bytesOf(fileOf(cookie));
