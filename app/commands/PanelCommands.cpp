@@ -2,8 +2,8 @@
 
 #include <functional>
 
+#include "app/commands/MessageAdvice.h"
 #include "host/base/Log.h"
-#include "station/project/ObjectNames.h"
 #include "station/ui/PanelHands.h"
 
 namespace {
@@ -32,16 +32,13 @@ Result<JsonValue> chooseRecipient(const Arguments& words) {
   return withPanel([&](PanelHands& hands) { return nothingOr(hands.chooseRecipient(words[0])); });
 }
 
-/// The text goes out as it is, which stations rely on; whoever writes it knows.
-void warnOfCut(const std::string& text) {
-  if (travelsWhole(text)) return;
-  LogBoth(
-      "Your message holds a character that messages cannot carry, such as \"\u20AC\" or "
-      "\"\u00AC\": others see it cut there. Write it without.\n");
+void logAdvice(const std::string& text) {
+  const std::string advice = messageAdvice(text);
+  if (!advice.empty()) LogBoth("%s\n", advice);
 }
 
 Result<JsonValue> type(const Arguments& words) {
-  warnOfCut(words[0]);
+  logAdvice(words[0]);
   return withPanel([&](PanelHands& hands) { return nothingOr(hands.type(words[0])); });
 }
 
@@ -50,7 +47,7 @@ Result<JsonValue> pressReturn(const Arguments&) {
 }
 
 Result<JsonValue> say(const Arguments& words) {
-  warnOfCut(words[1]);
+  logAdvice(words[1]);
   return withPanel([&](PanelHands& hands) { return nothingOr(hands.say(words[0], words[1])); });
 }
 

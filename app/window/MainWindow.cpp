@@ -7,6 +7,8 @@
 #include <QTreeWidget>
 #include <cstdlib>
 
+#include "app/CommandCall.h"
+#include "app/commands/MessageAdvice.h"
 #include "app/window/Appearance.h"
 #include "app/window/DetailPane.h"
 #include "app/window/LogPane.h"
@@ -145,7 +147,7 @@ void MainWindow::takeNews(const News& news) {
   log_->append(news.lines);
   notifications_->add(news.notifications);
   for (const LogLine& line : news.lines) {
-    if (line.kind == LogLine::Kind::eNetwork) tellOfNetwork(line.text);
+    if (line.kind == LogLine::Kind::eNetwork) tellOfSending(line.text);
   }
   if (news.notifications.empty()) return;
   const NotificationLine& last = news.notifications.back();
@@ -155,20 +157,32 @@ void MainWindow::takeNews(const News& news) {
   QApplication::alert(this);
 }
 
-// What could not be sent stays told until somebody closes it: the command itself went well.
-void MainWindow::tellOfNetwork(const QString& problem) {
-  tellsOfNetwork_ = true;
+// What could not be sent, or not whole, stays told: the command itself went well.
+void MainWindow::tellOfSending(const QString& problem) {
+  tellsOfSending_ = true;
   messages_->tell(MessageBar::Kind::eChange, problem);
+}
+
+// Advice on one message has done its part when the next one needs none.
+void MainWindow::tellOfMessage(const CommandOutcome& said) {
+  const CommandCall call = readCall(link_.commands(), said.line.toStdString());
+  const QString before = std::exchange(advice_, readableText(messageAdvice(call.arguments.back())));
+  if (!advice_.isEmpty()) {
+    tellOfSending(advice_);
+  } else if (!before.isEmpty() && messages_->text() == before) {
+    tellsOfSending_ = false;
+  }
 }
 
 void MainWindow::takeOutcome(const CommandOutcome& outcome) {
   if (!outcome.succeeded) {
-    tellsOfNetwork_ = false;
+    tellsOfSending_ = false;
     messages_->tell(MessageBar::Kind::eError, outcome.text);
     if (outcome.command == QLatin1String("say")) panel_->restoreUnsent();
     return;
   }
-  if (!tellsOfNetwork_) messages_->hide();
+  if (outcome.command == QLatin1String("say")) tellOfMessage(outcome);
+  if (!tellsOfSending_) messages_->hide();
   const bool makesEdit = outcome.command == QLatin1String("edit create") ||
                          outcome.command == QLatin1String("log create") ||
                          outcome.command == QLatin1String("edit import");

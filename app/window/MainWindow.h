@@ -61,7 +61,8 @@ class MainWindow : public QMainWindow {
   void connectPanes();
   void takeSnapshot(const SnapshotPtr& snapshot);
   void takeNews(const News& news);
-  void tellOfNetwork(const QString& problem);
+  void tellOfSending(const QString& problem);
+  void tellOfMessage(const CommandOutcome& said);
   void takeOutcome(const CommandOutcome& outcome);
   void showAnswer(const QString& title, const QString& text);
   void runAction(const ActionSpec& action);
@@ -96,8 +97,9 @@ class MainWindow : public QMainWindow {
   QAction* panelAction_ = nullptr;
   SnapshotPtr snapshot_;
   QString toChoose_;  ///< the cookie of an object that was just made here
+  QString advice_;    ///< on the message that was sent last
   unsigned long received_ = 0;
   bool keepsLayout_ = true;
-  bool tellsOfNetwork_ = false;
+  bool tellsOfSending_ = false;
   bool isEnding_ = false;
 };

@@ -89,6 +89,12 @@ TEST_F(AnswersTest, WhoWritesAMessageThatArrivesCutIsWarnedAndItIsSentAsItIs) {
             std::string::npos);
 }
 
+TEST_F(AnswersTest, WhoBeginsAMessageAsStationsDoIsWarned) {
+  const std::string said = answers("say <All> dinner?\nsay <All> Dinner?\n");
+  EXPECT_NE(said.find("begins with a small \"d\""), said.npos) << said;
+  EXPECT_EQ(said.find("begins with a small"), said.rfind("begins with a small")) << said;
+}
+
 TEST_F(AnswersTest, WhoWritesToNobodyKnownLearnsHowToAddAUser) {
   const std::string said = answers("say CARL hello\n");
   EXPECT_NE(said.find("There is no user \"CARL\" to write to"), said.npos) << said;

@@ -58,6 +58,22 @@ TEST_F(WindowBadInputTest, AMessageThatNoDatagramHoldsIsToldOf) {
   });
 }
 
+TEST_F(WindowBadInputTest, WhoWritesWhatOthersDoNotSeeWholeIsToldUntilTheNextMessage) {
+  const std::map<QString, QString> toldOf{{QStringLiteral("10 \u20AC, please"), "see it cut there"},
+                                          {QStringLiteral("dinner at eight?"), "small \"d\""}};
+  play([&](MainWindow& window) {
+    openPanel(window);
+    for (const auto& [text, told] : toldOf) {
+      send(window, text);
+      EXPECT_TRUE(waitFor([&] { return window.messages().text().contains(told); }))
+          << text.toStdString();
+      EXPECT_TRUE(window.messages().isVisible());
+      send(window, QStringLiteral("Dinner for ten"));
+      EXPECT_TRUE(waitFor([&] { return !window.messages().isVisible(); })) << text.toStdString();
+    }
+  });
+}
+
 TEST_F(WindowBadInputTest, LineEndsInAMessageBecomeBlanks) {
   play([this](MainWindow& window) {
     StationProcess ben(other("BEN"));
