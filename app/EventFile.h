@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "app/PipeWriter.h"
 #include "app/iEventSink.h"
+#include "station/base/PipeWriter.h"
 #include "station/base/Result.h"
 
 /// Writes each event as one line to a file, a pipe or standard output, at once. What cannot be

@@ -10,8 +10,8 @@
 #include <string>
 #include <utility>
 
-#include "app/PipeWriter.h"
 #include "app/iEventSink.h"
+#include "station/base/PipeWriter.h"
 
 /// The text that people read: answers of commands, problems, and of the events those that concern
 /// them (log lines for the console, notifications, network problems).

@@ -1,72 +1,130 @@
 #include "host/base/Log.h"
 
+#include <fcntl.h>
+
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "station/base/Events.h"
+#include "station/base/PipeWriter.h"
 #include "station/base/StationSettings.h"
 
 namespace {
 
-/// The host log file of the settings, opened when the first line is written to it.
+/// The host log file of the settings, opened when the first line is written to it. Where it is a
+/// pipe or a terminal, nobody waits for who reads it.
 class LogFile {
  public:
   /// Appends a text; each of its lines begins with the time. Returns a sentence when the file
   /// cannot be opened or written to, once; else the empty text.
   std::string write(const std::string& text) {
     const std::lock_guard lock(mutex_);
-    std::string problem = open();
+    const std::string problem = open();
+    if (pipe_) return queue(stamped(text));
     if (!file_) return problem;
+    const std::string lines = stamped(text);
     errno = 0;
-    for (const char byte : text) {
-      if (atLineStart_) writeTime();
-      atLineStart_ = byte == '\n';
-      std::fputc(byte, file_);
-    }
-    return std::ferror(file_) != 0 ? brokenOff() : problem;
+    std::fwrite(lines.data(), 1, lines.size(), file_);
+    return std::ferror(file_) != 0 ? brokenOff(errno) : problem;
+  }
+
+  /// Gives who reads a pipe a moment to read the rest; nothing is written to it afterwards.
+  void finish() {
+    const std::lock_guard lock(mutex_);
+    if (pipe_) pipe_->finish();
   }
 
  private:
   std::string open() {
     if (path_ == settings().logFile) return {};
     path_ = settings().logFile;
-    if (file_) std::fclose(file_);
-    file_ = path_.empty() ? nullptr : std::fopen(path_.c_str(), "ae");
-    if (path_.empty()) return {};
-    if (!file_) {
-      return "The log file " + path_ + " cannot be opened: " + std::strerror(errno) +
-             ". Nothing is written to it; name another with --log.\n";
-    }
-    std::setvbuf(file_, nullptr, _IOLBF, BUFSIZ);
+    if (file_) std::fclose(std::exchange(file_, nullptr));
+    pipe_.reset();
     atLineStart_ = true;
     isBroken_ = false;
+    if (path_.empty()) return {};
+    if (isNamedPipe(path_)) return openPipe(-1);
+    const int file = ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    if (file >= 0 && isReadBySomebody(file)) return openPipe(file);
+    file_ = file < 0 ? nullptr : ::fdopen(file, "a");
+    if (file_) std::setvbuf(file_, nullptr, _IOLBF, BUFSIZ);
+    if (file_) return {};
+    return "The log file " + path_ + " cannot be opened: " + std::strerror(errno) +
+           ". Nothing is written to it; name another with --log.\n";
+  }
+
+  std::string openPipe(int descriptor) {
+    failure_ = 0;
+    pipe_ = std::make_unique<PipeWriter>(descriptor, path_, [this](int why) { failure_ = why; });
+    std::call_once(finishesAtExit_, [] { std::atexit(finishLog); });
     return {};
   }
 
+  /// What a reader that went away has not read is lost; another one may come to a named pipe.
+  std::string queue(const std::string& lines) {
+    std::string problem;
+    if (const int why = failure_) {
+      problem = brokenOff(why);
+      if (isNamedPipe(path_)) openPipe(-1);
+    }
+    if (pipe_->write((leftOut_ > 0 ? missing() : std::string()) + lines)) {
+      leftOut_ = 0;
+    } else if (leftOut_++ == 0) {
+      problem += "Nobody reads the log file " + path_ +
+                 "; the station goes on, and lines are left out until it is read.\n";
+    }
+    return problem;
+  }
+
   /// Later lines are tried all the same: a full disk may have room again.
-  std::string brokenOff() {
-    const int why = errno;
-    std::clearerr(file_);
-    if (isBroken_) return {};
-    isBroken_ = true;
+  std::string brokenOff(int why) {
+    if (file_) std::clearerr(file_);
+    if (std::exchange(isBroken_, true)) return {};
     return "The log file " + path_ + " cannot be written to: " + std::strerror(why) +
            ". Lines are missing in it; make room, or name another with --log.\n";
   }
 
-  void writeTime() {
+  [[nodiscard]] std::string missing() const {
+    return now() + std::to_string(leftOut_) + " texts are missing here, since nobody read them.\n";
+  }
+
+  std::string stamped(const std::string& text) {
+    std::string lines;
+    for (std::size_t at = 0; at < text.size();) {
+      const std::size_t end = std::min(text.find('\n', at), text.size() - 1) + 1;
+      if (atLineStart_) lines += now();
+      lines.append(text, at, end - at);
+      atLineStart_ = lines.back() == '\n';
+      at = end;
+    }
+    return lines;
+  }
+
+  static std::string now() {
     const std::time_t now = std::time(nullptr);
     std::tm parts{};
     localtime_r(&now, &parts);
     char stamp[32];
-    std::fwrite(stamp, 1, std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S ", &parts), file_);
+    return {stamp, std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S ", &parts)};
   }
+
+  static void finishLog();
 
   std::mutex mutex_;
   std::FILE* file_ = nullptr;
+  std::unique_ptr<PipeWriter> pipe_;  ///< in the file's stead where somebody reads
+  std::once_flag finishesAtExit_;
+  std::atomic<int> failure_{0};  ///< the errno value that ended the writing to the pipe
+  std::size_t leftOut_ = 0;      ///< texts that no line tells of yet
   std::string path_;
   bool atLineStart_ = true;
   bool isBroken_ = false;
@@ -77,6 +135,8 @@ LogFile& logFile() {
   static auto* const file = new LogFile;
   return *file;
 }
+
+void LogFile::finishLog() { logFile().finish(); }
 
 void writeToFile(const std::string& text) {
   const std::string problem = logFile().write(text);

@@ -1,4 +1,4 @@
-#include "app/PipeWriter.h"
+#include "station/base/PipeWriter.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

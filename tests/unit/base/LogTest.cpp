@@ -1,6 +1,10 @@
 #include "host/base/Log.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <climits>
 #include <fstream>
@@ -13,6 +17,7 @@
 
 #include "station/base/StationSettings.h"
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/support/BecomesTrue.h"
 #include "tests/support/RecordedEvents.h"
 
 namespace {
@@ -26,6 +31,16 @@ void logTo(const std::string& path) {
   StationSettings settings;
   settings.logFile = path;
   installSettings(settings);
+}
+
+/// A reader of the log's pipe that has read this line, which is written now.
+int readerOf(const std::string& path, const std::string& line) {
+  Log("%s\n", line);
+  const int reader = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  std::string text;
+  for (char byte = 0; !text.ends_with(line + "\n") && ::read(reader, &byte, 1) == 1;) text += byte;
+  EXPECT_TRUE(text.ends_with(line + "\n")) << text;
+  return reader;
 }
 
 }  // namespace
@@ -145,6 +160,47 @@ TEST(LogTest, ALogFileThatCannotBeWrittenToIsToldOnce) {
   const std::string problem = "The log file /dev/full cannot be written to: No space left";
   EXPECT_NE(told.find(problem), std::string::npos) << told;
   EXPECT_EQ(told.find(problem), told.rfind(problem));
+}
+
+TEST(LogTest, ANamedPipeIsNotWaitedForAndGetsTheLinesOnceItIsRead) {
+  const ScratchFolder folder;
+  const std::string path = folder / "log";
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  logTo(path);
+  Log("early\n");
+  ::close(readerOf(path, "late"));
+}
+
+TEST(LogTest, WhatTheReaderOfAPipeHasNoRoomForIsLeftOutAndToldOnce) {
+  const ScratchFolder folder;
+  const std::string path = folder / "log";
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  RecordedEvents events;
+  logTo(path);
+  const std::string large(8u << 20, 'x');
+  for (int i = 0; i < 9; ++i) writeLog(large);
+  std::string told;
+  for (const auto& text : events.lines) {
+    if (text.find("xx") == text.npos) told += text;
+  }
+  EXPECT_EQ(told, "console: Nobody reads the log file " + path +
+                      "; the station goes on, and lines are left out until it is read.\n");
+}
+
+TEST(LogTest, AReaderOfThePipeThatWentAwayIsToldOnceAndAnotherOneReadsOn) {
+  ::signal(SIGPIPE, SIG_IGN);
+  const ScratchFolder folder;
+  const std::string path = folder / "log";
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  RecordedEvents events;
+  logTo(path);
+  ::close(readerOf(path, "one"));
+  const auto isTold = [&] {
+    Log("lost\n");
+    return events.loggedThat("cannot be written to: Broken pipe");
+  };
+  EXPECT_TRUE(becomesTrue(isTold));
+  ::close(readerOf(path, "two"));
 }
 
 TEST(LogTest, LinesOfSeveralThreadsStayWhole) {

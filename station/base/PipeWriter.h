@@ -77,3 +77,6 @@ class PipeWriter {
 /// Whether what is written to the descriptor waits for somebody who reads: a pipe, a socket, a
 /// terminal.
 bool isReadBySomebody(int descriptor);
+
+/// Whether a path leads to a named pipe, which opening for writing would wait at for a reader.
+bool isNamedPipe(const std::string& path);

@@ -1,8 +1,9 @@
-#include "app/PipeWriter.h"
+#include "station/base/PipeWriter.h"
 
 #include <fcntl.h>
 #include <limits.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,14 +29,32 @@ int withoutWaiting(int descriptor) {
   return opened;
 }
 
+/// Keeps signals from the threads that are started while it lives: they are for others.
+class SignalsAside {
+ public:
+  SignalsAside() {
+    sigset_t all;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before_);
+  }
+  SignalsAside(const SignalsAside&) = delete;
+  SignalsAside& operator=(const SignalsAside&) = delete;
+  ~SignalsAside() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+ private:
+  sigset_t before_{};
+};
+
 }  // namespace
 
 PipeWriter::PipeWriter(int descriptor, std::string path, Failed failed)
     : descriptor_(withoutWaiting(descriptor)),
       path_(std::move(path)),
       failed_(std::move(failed)),
-      ending_(::eventfd(0, EFD_CLOEXEC)),
-      thread_([this] { run(); }) {}
+      ending_(::eventfd(0, EFD_CLOEXEC)) {
+  const SignalsAside aside;
+  thread_ = std::thread([this] { run(); });
+}
 
 PipeWriter::~PipeWriter() {
   finish();
@@ -151,4 +170,9 @@ bool isReadBySomebody(int descriptor) {
   struct stat status {};
   if (::fstat(descriptor, &status) != 0) return false;
   return S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode) || ::isatty(descriptor) == 1;
+}
+
+bool isNamedPipe(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
