@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -31,7 +32,7 @@ class LightweightString {
 
   /// Copies the characters of a view.
   explicit LightweightString(View text) {
-    if (!text.empty()) buffer_ = new Buffer(std::basic_string<C>(text));
+    if (!text.empty()) buffer_ = Buffer::make(text, View());
   }
 
   LightweightString(const LightweightString& other) : buffer_(other.buffer_) {
@@ -49,17 +50,19 @@ class LightweightString {
   [[nodiscard]] bool empty() const { return size() == 0; }
 
   /// The characters, zero-terminated; valid until this string changes or is destroyed.
-  [[nodiscard]] const C* c_str() const { return buffer_ ? buffer_->text.c_str() : &kTerminator; }
-  [[nodiscard]] View view() const { return buffer_ ? View(buffer_->text) : View(); }
+  [[nodiscard]] const C* c_str() const { return buffer_ ? buffer_->text() : &kTerminator; }
+  [[nodiscard]] View view() const {
+    return buffer_ ? View(buffer_->text(), buffer_->size) : View();
+  }
   [[nodiscard]] std::basic_string<C> str() const { return std::basic_string<C>(view()); }
 
   /// The character at `index`, which must be smaller than size().
-  C operator[](std::size_t index) const { return buffer_->text[index]; }
+  C operator[](std::size_t index) const { return buffer_->text()[index]; }
 
   /// Makes this the empty string.
   void clear() {
     Buffer* const buffer = std::exchange(buffer_, nullptr);
-    if (buffer && buffer->users.fetch_sub(1, std::memory_order_acq_rel) == 1) delete buffer;
+    if (buffer && buffer->users.fetch_sub(1, std::memory_order_acq_rel) == 1) Buffer::drop(buffer);
   }
 
   /// Appends; copies of this string made before keep their text.
@@ -86,20 +89,40 @@ class LightweightString {
   friend bool operator!=(const LightweightString& a, const C* b) { return a.view() != View(b); }
 
  private:
-  /// A text and how many strings share it. Without virtual functions: a string that a plug-in made
-  /// may be kept by the host after the plug-in's code is gone.
+  /// A text and how many strings share it, in one block of memory: the characters and their
+  /// terminator lie behind the head. Without virtual functions: a string that a plug-in made may be
+  /// kept by the host after the plug-in's code is gone.
   struct Buffer {
-    explicit Buffer(std::basic_string<C> content) : text(std::move(content)) {}
-    const std::basic_string<C> text;
+    explicit Buffer(std::size_t length) : size(length) {}
+
+    static Buffer* make(View head, View tail) {
+      const std::size_t length = head.size() + tail.size();
+      void* const memory = ::operator new(sizeof(Buffer) + (length + 1) * sizeof(C));
+      auto* const buffer = new (memory) Buffer(length);
+      C* const text = reinterpret_cast<C*>(buffer + 1);
+      std::char_traits<C>::copy(text, head.data(), head.size());
+      std::char_traits<C>::copy(text + head.size(), tail.data(), tail.size());
+      text[length] = C();
+      return buffer;
+    }
+
+    static void drop(Buffer* buffer) {
+      buffer->~Buffer();
+      ::operator delete(buffer);
+    }
+
+    [[nodiscard]] const C* text() const { return reinterpret_cast<const C*>(this + 1); }
+
+    const std::size_t size;
     std::atomic<std::size_t> users{1};
   };
+  static_assert(alignof(Buffer) >= alignof(C));
 
   LightweightString& append(View tail) {
     if (tail.empty()) return *this;
-    std::basic_string<C> whole(view());
-    whole.append(tail);
+    Buffer* const whole = Buffer::make(view(), tail);
     clear();
-    buffer_ = new Buffer(std::move(whole));
+    buffer_ = whole;
     return *this;
   }
 
