@@ -8,12 +8,12 @@
 namespace {
 
 constexpr std::size_t kMostBytes = 1u << 20;
-constexpr std::string_view kBlanks = " \t\r\v\f";
+constexpr std::string_view kLineBlanks = " \t\r\v\f";
 
 std::string_view trimmed(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(kBlanks);
+  const std::size_t first = text.find_first_not_of(kLineBlanks);
   if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+  return text.substr(first, text.find_last_not_of(kLineBlanks) - first + 1);
 }
 
 Error wrongLine(const std::string& file, int number, const std::string& what) {

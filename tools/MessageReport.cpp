@@ -32,8 +32,6 @@ bool isNumber(const std::string& text) {
   return error == std::errc() && end == text.data() + text.size();
 }
 
-std::string inQuotes(const std::string& text) { return "\"" + shownText(text) + "\""; }
-
 /// The number of fields that a type's message has, and what a receiver does with fewer.
 struct Shape {
   std::size_t fields;

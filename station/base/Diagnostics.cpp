@@ -10,7 +10,7 @@
 
 namespace {
 
-std::mutex mutex;
+std::mutex writerMutex;
 std::FILE* replacement = nullptr;
 
 std::function<void(const std::string&)>& writer() {
@@ -25,7 +25,7 @@ void printTo(std::FILE* stream, const std::string& text) {
 
 void print(const std::string& text) {
   {
-    const std::lock_guard lock(mutex);
+    const std::lock_guard lock(writerMutex);
     if (writer()) {
       writer()(text);
     } else {
@@ -40,12 +40,12 @@ const char* orEmpty(const char* text) { return text ? text : ""; }
 }  // namespace
 
 void setDiagnosticStream(std::FILE* stream) {
-  const std::lock_guard lock(mutex);
+  const std::lock_guard lock(writerMutex);
   replacement = stream;
 }
 
 void setDiagnosticWriter(std::function<void(const std::string& text)> replacing) {
-  const std::lock_guard lock(mutex);
+  const std::lock_guard lock(writerMutex);
   writer() = std::move(replacing);
 }
 

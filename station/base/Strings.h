@@ -36,3 +36,6 @@ inline std::string shownText(const LightweightString<wchar_t>& text) {
   return utf8Text(LightweightString<wchar_t>(std::wstring_view(shown)));
 }
 inline std::string shownText(std::string_view utf8) { return shownText(wideText(utf8)); }
+
+/// The same between double quotes, as names stand in sentences.
+inline std::string inQuotes(std::string_view utf8) { return "\"" + shownText(utf8) + "\""; }

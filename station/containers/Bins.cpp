@@ -6,17 +6,17 @@
 
 namespace {
 
-Bins* instance_ = nullptr;
+Bins* theBins = nullptr;
 
 }  // namespace
 
-Bins::Bins() : CookieListManager("bin", "GM", "bins") { instance_ = this; }
+Bins::Bins() : CookieListManager("bin", "GM", "bins") { theBins = this; }
 
 Bins::~Bins() {
-  if (instance_ == this) instance_ = nullptr;
+  if (theBins == this) theBins = nullptr;
 }
 
-Bins* Bins::instance() { return instance_; }
+Bins* Bins::instance() { return theBins; }
 
 BinManager* BinManager::instance() { return Bins::instance(); }
 

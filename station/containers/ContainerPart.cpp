@@ -20,8 +20,6 @@ constexpr std::uint32_t kRewritten =
 /// A late look finds what other stations know already: nothing that is announced to them.
 constexpr std::uint32_t kFoundLate = ContainerManagerBase::eDisplayed;
 
-std::string inQuotes(const std::string& text) { return "\"" + shownText(text) + "\""; }
-
 }  // namespace
 
 void ContainerPart::enter(const OpenProject& project, const std::vector<std::string>& files) {

@@ -10,19 +10,19 @@ namespace {
 
 constexpr const char* kText = "filter";
 
-Filters* instance_ = nullptr;
+Filters* theFilters = nullptr;
 
 }  // namespace
 
 Filters::Filters() : ContainerNotifier(ContainerKind{"filter", "F", "filters", kText}) {
-  instance_ = this;
+  theFilters = this;
 }
 
 Filters::~Filters() {
-  if (instance_ == this) instance_ = nullptr;
+  if (theFilters == this) theFilters = nullptr;
 }
 
-Filters* Filters::instance() { return instance_; }
+Filters* Filters::instance() { return theFilters; }
 
 Result<Cookie> Filters::create(const std::string& name, const std::string& text) {
   return ContainerPart::create(name, text);

@@ -2,16 +2,16 @@
 
 namespace {
 
-Racks* instance_ = nullptr;
+Racks* theRacks = nullptr;
 
 }  // namespace
 
-Racks::Racks() : CookieListManager("rack", "B", "racks") { instance_ = this; }
+Racks::Racks() : CookieListManager("rack", "B", "racks") { theRacks = this; }
 
 Racks::~Racks() {
-  if (instance_ == this) instance_ = nullptr;
+  if (theRacks == this) theRacks = nullptr;
 }
 
-Racks* Racks::instance() { return instance_; }
+Racks* Racks::instance() { return theRacks; }
 
 RackManager* RackManager::instance() { return Racks::instance(); }

@@ -17,8 +17,6 @@
 
 namespace {
 
-constexpr const char* kOwnerKey = "OWNER";
-
 Edits& edits() { return *Edits::instance(); }
 
 std::string title(const Cookie& cookie) {
@@ -85,7 +83,7 @@ Result<void> modify(const Cookie& cookie, const EditModification& modification,
 /// Gives a new document its owner, writes it to the project and tells of it.
 Result<Cookie> store(OtioDocument document, char kind) {
   const Cookie cookie = Cookie::create(kind);
-  if (kind == CookieTypeEdit) document.setSetting(kOwnerKey, utf8Text(localUser()));
+  if (kind == CookieTypeEdit) document.setSetting(EditFile::kOwnerKey, utf8Text(localUser()));
   const std::string text = document.text();
   if (auto written = writeAtomically(edits().pathFor(cookie), text); !written) {
     return failed("The " + std::string(Edits::kindText(cookie)) + " was not made", written.error());

@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr const char* kOwnerKey = "OWNER";
-
 Result<OtioDocument> parsed(const Result<std::string>& bytes) {
   if (!bytes) return bytes.error();
   return OtioDocument::parse(*bytes);

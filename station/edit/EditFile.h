@@ -15,6 +15,9 @@ class EditFile : public Edit {
   /// The log type of the logs that this station makes.
   static constexpr int kShotLogType = 1;
 
+  /// The setting of an edit that names its owner.
+  static constexpr const char* kOwnerKey = "OWNER";
+
   EditFile(const Cookie& cookie, const std::string& path, OtioDocument document);
   EditFile(const EditFile&) = delete;
   EditFile& operator=(const EditFile&) = delete;

@@ -22,9 +22,7 @@ constexpr const char* kMaterialKind = "V";
 constexpr const char* kFile = "file";
 constexpr const char* kProxyOf = "proxyOf";
 
-MediaCache* instance_ = nullptr;
-
-std::string inQuotes(const std::string& text) { return "\"" + shownText(text) + "\""; }
+MediaCache* theMediaCache = nullptr;
 
 MediaFile fileAt(const std::string& path, const std::string& proxyOf) {
   return {materialCookie(path), path, networkForm(path), proxyOf};
@@ -84,16 +82,16 @@ JsonValue listed(const MediaTable& table, JsonValue (*one)(const MediaFile&)) {
 
 }  // namespace
 
-MediaCache::MediaCache() { instance_ = this; }
+MediaCache::MediaCache() { theMediaCache = this; }
 
 MediaCache::~MediaCache() {
-  if (instance_ == this) instance_ = nullptr;
+  if (theMediaCache == this) theMediaCache = nullptr;
 }
 
 MediaCache& MediaCache::instance() {
-  if (instance_) return *instance_;
+  if (theMediaCache) return *theMediaCache;
   static MediaCache made;
-  instance_ = &made;
+  theMediaCache = &made;
   return made;
 }
 

@@ -8,7 +8,7 @@
 namespace {
 
 /// How often a file that others keep removing is made again.
-constexpr int kTries = 8;
+constexpr int kOpenTries = 8;
 
 }  // namespace
 
@@ -35,7 +35,7 @@ bool HostFile::write(const void* bytes, std::size_t count) {
 /// is waited for. One that begins later finds the new content, and leaves the file alone.
 bool ReplacingFile::write(const void* bytes, std::size_t count) {
   if (replaced_) return HostFile::write(bytes, count);
-  for (int tries = 0; tries < kTries; ++tries) {
+  for (int tries = 0; tries < kOpenTries; ++tries) {
     if (!replaceContent(bytes, count)) return false;
     waitForRemoval(file_.get());
     replaced_ = isStillAt(file_.get(), path_);

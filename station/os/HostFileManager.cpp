@@ -13,7 +13,7 @@
 namespace {
 
 /// How often a file is opened again that others replace or remove at the same moment.
-constexpr int kTries = 64;
+constexpr int kNameTries = 64;
 
 thread_local eFileError lastError_ = eFileError::eNone;
 thread_local int lastNumber_ = 0;
@@ -65,7 +65,7 @@ bool folderIsThere(const std::string& path) {
 
 /// Opens the file, and makes it where it is missing if `create` says so.
 Descriptor openOrCreate(const std::string& path, int flags, bool create) {
-  for (int tries = 0; tries < kTries; ++tries) {
+  for (int tries = 0; tries < kNameTries; ++tries) {
     Descriptor file = openPlainFile(path, flags);
     if (file.isOpen() || errno != ENOENT || !create) return file;
     file = openPlainFile(path, flags | O_CREAT | O_EXCL);
@@ -91,7 +91,7 @@ bool takeLock(const Descriptor& file) {
 }
 
 Descriptor openExclusively(const std::string& path, bool create) {
-  for (int tries = 0; tries < kTries; ++tries) {
+  for (int tries = 0; tries < kNameTries; ++tries) {
     Descriptor file = openOrCreate(path, O_RDWR | O_NOFOLLOW, create);
     if (!file.isOpen() || !takeLock(file)) return Descriptor();
     if (isLockedAtPath(file, path)) return file;

@@ -21,8 +21,6 @@ Projects* theProjects = nullptr;
 constexpr const char* kLockAdvice =
     "Wait until it is left there, or enter another project (\"project list\").";
 
-std::string inQuotes(const std::string& name) { return "\"" + shownText(name) + "\""; }
-
 /// The refusal to hand out a private project: why it cannot be held, and by whom it is.
 Error refusal(const Cookie& project, const std::string& name, eFileError reason) {
   return lockRefusal(

@@ -19,8 +19,6 @@ Rooms* theRooms = nullptr;
 
 constexpr std::string_view kRecordEnding = ".json";
 
-std::string inQuotes(const std::string& name) { return "\"" + shownText(name) + "\""; }
-
 /// The file name of the room whose record this is; empty for other files.
 std::string roomOfRecord(const std::string& file) {
   if (!file.ends_with(kRecordEnding)) return {};

@@ -36,20 +36,20 @@ std::string refresh() {
 constexpr std::array kCommands{StationCommand{"identify", identify},
                                StationCommand{"refresh", refresh}};
 
-StationCommands* instance_ = nullptr;
+StationCommands* theCommands = nullptr;
 
 }  // namespace
 
-StationCommands::StationCommands() { instance_ = this; }
+StationCommands::StationCommands() { theCommands = this; }
 
 StationCommands::~StationCommands() {
-  if (instance_ == this) instance_ = nullptr;
+  if (theCommands == this) theCommands = nullptr;
 }
 
 CommandMap& CommandMap::theCommandMap() {
-  if (instance_) return *instance_;
+  if (theCommands) return *theCommands;
   static StationCommands made;
-  instance_ = &made;
+  theCommands = &made;
   return made;
 }
 

@@ -6,7 +6,7 @@
 namespace {
 
 constexpr double kWidth = 60;
-constexpr double kGap = 6;
+constexpr double kToolGap = 6;
 
 bool isOnDesktop(const Glob* desktop, const LightweightString<char>& typeName) {
   if (!desktop) return false;
@@ -53,10 +53,10 @@ void Toolbox::addIcon(std::unique_ptr<GenIcon> icon) {
 }
 
 void Toolbox::lineUp() {
-  double y = kGap;
+  double y = kToolGap;
   for (const auto& child : children()) {
     child->setPosition({(kWidth - child->size().width) / 2, y});
-    y += child->size().height + kGap;
+    y += child->size().height + kToolGap;
   }
   resize(kWidth, y);
   draw();

@@ -150,8 +150,6 @@ class LockFight : public testing::Test {
   Ring* ring_;
 };
 
-}  // namespace
-
 TEST_F(LockFight, NoTwoOfEightProcessesEverHoldTheLockAtOnce) {
   run(&LockFight::fightWithOneLock, 0);
 }
@@ -163,3 +161,5 @@ TEST_F(LockFight, NoTwoHoldItWhileHalfOfThemAreKilledAtRandomMoments) {
 TEST_F(LockFight, NoTwoHoldItWhileAllMakeAndRemoveItsFilesAsFastAsTheyCan) {
   run(&LockFight::fightWithNewLocks, 0);
 }
+
+}  // namespace

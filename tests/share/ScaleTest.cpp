@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr const char* kEdit = "Figure 1 - Simple Cut List";  // as the sample calls itself
+constexpr const char* kSampleEdit = "Figure 1 - Simple Cut List";  // as the sample calls itself
 
 std::string contentOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
@@ -33,10 +33,10 @@ class ScaleTest : public SharedStations {
     const std::string project = run(*stations_.front(), "project create " + name).asString();
     const std::string folder = folder_ / ("projects/" + project + "/");
     const std::string sampleText = contentOf(sample("simple_cut.otio"));
-    const std::size_t at = sampleText.find(kEdit);
+    const std::size_t at = sampleText.find(kSampleEdit);
     for (int number = 0; number < edits; ++number) {
       std::string text = sampleText;
-      text.replace(at, std::string(kEdit).size(), "Edit " + std::to_string(number));
+      text.replace(at, std::string(kSampleEdit).size(), "Edit " + std::to_string(number));
       std::ofstream(folder + cookieText('E', number) + ".otio") << text;
     }
     for (int number = 0; number < bins; ++number) {

@@ -7,14 +7,13 @@
 #include "ProjectShare/NetMessage.h"
 #include "ProjectShare/PermissionsManager.h"
 #include "tests/fakes/FakeHost.h"
+#include "tests/support/Cookies.h"
 
 namespace {
 
 using ProjectSharing::Broadcaster;
 
 using Strings = std::vector<std::string>;
-
-Cookie cookie(const char* text) { return Cookie(text, false); }
 
 class BroadcasterTest : public testing::Test {
  protected:

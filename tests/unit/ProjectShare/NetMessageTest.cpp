@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "tests/fakes/FakeServices.h"
+#include "tests/support/Cookies.h"
 #include "tests/support/WireFields.h"
 
 namespace {
@@ -12,8 +13,6 @@ namespace {
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 using Text = LightweightString<char>;
-
-const Cookie kEdit("E0001", false);
 
 constexpr const char* kNotModification =
     "assertion failed t != eEditModification at ProjectShare/NetMessage line ";

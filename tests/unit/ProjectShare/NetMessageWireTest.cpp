@@ -2,6 +2,7 @@
 
 #include "ProjectShare/NetMessage.h"
 #include "tests/fakes/FakeServices.h"
+#include "tests/support/Cookies.h"
 #include "tests/support/WireFields.h"
 
 namespace {
@@ -9,9 +10,6 @@ namespace {
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 using Text = LightweightString<char>;
-
-const Cookie kEdit("E0001", false);
-const Cookie kBin("G0002", false);
 
 constexpr const char* kWriterReport =
     "assertion failed false at ProjectShare/NetMessage line 293\n";

@@ -6,12 +6,11 @@
 
 #include "host/base/Text.h"
 #include "tests/fakes/FakeHost.h"
+#include "tests/support/Cookies.h"
 
 namespace {
 
 using Strings = std::vector<std::string>;
-
-Cookie cookie(const char* text) { return Cookie(text, false); }
 
 class PermissionsManagerTest : public testing::Test {
  protected:

@@ -6,14 +6,13 @@
 #include "ProjectShare/ProjectSharing.h"
 #include "host/base/Text.h"
 #include "tests/fakes/FakeHost.h"
+#include "tests/support/Cookies.h"
 
 // Projects: locks and their owners. Rooms and active users are in ProjectShareRoomsTest.
 
 namespace {
 
 using Strings = std::vector<std::string>;
-
-Cookie cookie(const char* text) { return Cookie(text, false); }
 
 class ProjectShareTest : public testing::Test {
  protected:

@@ -3,6 +3,7 @@
 #include "ProjectShare/Receiver.h"
 #include "host/base/Text.h"
 #include "tests/fakes/FakeServices.h"
+#include "tests/support/Cookies.h"
 #include "tests/support/WireFields.h"
 
 namespace {
@@ -11,9 +12,6 @@ using ProjectSharing::Receiver;
 using Lines = std::vector<std::string>;
 
 constexpr const char* kSleep = "OS::sleepMilliseconds(100)";
-const Cookie kEdit("E0001", false);
-const Cookie kBin("G0002", false);
-const Cookie kRack("B0002", false);
 
 ContainerModification change(ContainerModification::eValue value) {
   return ContainerModification(value);

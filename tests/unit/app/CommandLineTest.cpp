@@ -6,12 +6,12 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-struct Row {
+struct LineRow {
   const char* line;
   Words words;
 };
 
-const Row kLines[] = {
+const LineRow kLines[] = {
     {"", {}},
     {"   \t ", {}},
     {"quit", {"quit"}},
@@ -42,7 +42,7 @@ const Row kLines[] = {
 };
 
 TEST(CommandLine, SplitsAsAShellDoes) {
-  for (const Row& row : kLines) {
+  for (const LineRow& row : kLines) {
     const auto words = splitCommandLine(row.line);
     ASSERT_TRUE(words) << row.line << ": " << words.error().message;
     EXPECT_EQ(*words, row.words) << row.line;

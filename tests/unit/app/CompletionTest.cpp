@@ -6,12 +6,12 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-Result<JsonValue> nothing(const Arguments&) { return JsonValue(); }
+Result<JsonValue> noAnswer(const Arguments&) { return JsonValue(); }
 
 TEST(Completion, OffersNextWordsOfCommandsAndThenObjects) {
   CommandTable table;
   for (const char* name : {"edit list", "edit trim", "edit open", "state", "sleep"}) {
-    table.add({name, "", "", 0, 9, nothing});
+    table.add({name, "", "", 0, 9, noAnswer});
   }
   const Words objects{"E0001", "Scene 1", "Scene 2", "Intro", "E0002"};
   struct Row {
@@ -30,7 +30,7 @@ TEST(Completion, OffersNextWordsOfCommandsAndThenObjects) {
       {"edit trim \"In", {"\"Intro\""}},
       {"edit trim E0001 I", {"Intro"}},
       {"edit trim x", {}},
-      {"nothing ", {}},
+      {"noAnswer ", {}},
   };
   for (const Row& row : rows)
     EXPECT_EQ(completions(row.line, table, objects), row.offered) << row.line;

@@ -9,7 +9,7 @@
 
 namespace {
 
-std::string contentOf(const std::filesystem::path& path) {
+std::string bytesOf(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
 }
@@ -45,7 +45,7 @@ TEST(Json, EverySampleEditComesBackTokenForToken) {
   for (const auto& entry : std::filesystem::directory_iterator(KV_TEST_DATA "/otio")) {
     if (entry.path().extension() != ".otio") continue;
     ++files;
-    const std::string text = contentOf(entry.path());
+    const std::string text = bytesOf(entry.path());
     const JsonValue value = parsed(text);
     EXPECT_EQ(withoutBlanks(writeJson(value)), withoutBlanks(text)) << entry.path();
     EXPECT_EQ(parsed(writeJsonIndented(value)), value) << entry.path();
@@ -219,7 +219,7 @@ TEST(Json, NestingIsReadTo512LevelsAndRefusedBeyond) {
 }
 
 TEST(Json, ATextThatIsCutAnywhereIsRefused) {
-  const std::string text = contentOf(KV_TEST_DATA "/otio/simple_cut.otio");
+  const std::string text = bytesOf(KV_TEST_DATA "/otio/simple_cut.otio");
   const std::size_t end = text.find_last_of('}');
   for (std::size_t length = 0; length <= end; length += 7) {
     EXPECT_FALSE(parseJson(std::string_view(text).substr(0, length))) << length;

@@ -47,8 +47,6 @@ class NotifierListTest : public testing::Test {
   Listener b{"b", heard};
 };
 
-}  // namespace
-
 TEST_F(NotifierListTest, CallbacksAreCalledForTheirTypeInOrder) {
   a.listen(list, kChanged);
   b.listen(list, kChanged);
@@ -123,3 +121,5 @@ TEST_F(NotifierListTest, AnEmptyInvokerHearsNothing) {
   EXPECT_TRUE(list.add({}));
   list.notify(kChanged);
 }
+
+}  // namespace

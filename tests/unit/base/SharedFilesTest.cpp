@@ -20,7 +20,7 @@
 
 namespace {
 
-std::string contentOf(const std::string& path) {
+std::string freshContentOf(const std::string& path) {
   const auto content = readFresh(path);
   return content ? *content : "(" + content.error().message + ")";
 }
@@ -43,9 +43,9 @@ TEST(SharedFilesTest, WhatIsWrittenIsReadAndNothingElseIsLeft) {
   const ScratchFolder folder;
   const std::string content = std::string("a\0b\xFF", 4) + std::string(300'000, 'x');
   ASSERT_TRUE(writeAtomically(folder / "edit.otio", content));
-  EXPECT_EQ(contentOf(folder / "edit.otio"), content);
+  EXPECT_EQ(freshContentOf(folder / "edit.otio"), content);
   ASSERT_TRUE(writeAtomically(folder / "edit.otio", ""));
-  EXPECT_EQ(contentOf(folder / "edit.otio"), "");
+  EXPECT_EQ(freshContentOf(folder / "edit.otio"), "");
   EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{"edit.otio"}));
 }
 
@@ -80,7 +80,7 @@ TEST(SharedFilesTest, AReaderSeesTheOldOrTheNewContentWhole) {
     return 0;
   });
   for (int i = 0; i < 500; ++i) {
-    const std::string content = contentOf(path);
+    const std::string content = freshContentOf(path);
     ASSERT_EQ(content.size(), 50'000U);
     ASSERT_EQ(content, std::string(50'000, content[0]));
   }
@@ -98,7 +98,7 @@ TEST(SharedFilesTest, SeveralWritersOfOneFileLeaveOneOfTheirContents) {
     });
   }
   for (std::thread& writer : writers) writer.join();
-  const std::string content = contentOf(folder / "a");
+  const std::string content = freshContentOf(folder / "a");
   EXPECT_EQ(content, std::string(10'000, content[0]));
   EXPECT_EQ(namesIn(folder.path()).size(), 1U);
 }
@@ -113,10 +113,10 @@ TEST(SharedFilesTest, WhatAKilledWriterLeftIsTakenAwayByTheNextWrite) {
     return writeAtomically(folder / "a", std::string(5000, 'x')) ? 0 : 1;  // killed by a signal
   });
   EXPECT_EQ(writer.wait(), -1);
-  EXPECT_EQ(contentOf(folder / "a"), "old");
+  EXPECT_EQ(freshContentOf(folder / "a"), "old");
   EXPECT_EQ(namesIn(folder.path()).size(), 2U);
   ASSERT_TRUE(writeAtomically(folder / "a", "new"));
-  EXPECT_EQ(contentOf(folder / "a"), "new");
+  EXPECT_EQ(freshContentOf(folder / "a"), "new");
   EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{"a"}));
 }
 
@@ -132,7 +132,7 @@ TEST(SharedFilesTest, AWriterThatIsKilledAtAnyMomentLeavesAWholeFile) {
     // Nothing is waited for: the writer is to die at another moment each round.
     std::this_thread::sleep_for(std::chrono::milliseconds(2 + i));
     writer.kill();
-    const std::string content = contentOf(folder / "a");
+    const std::string content = freshContentOf(folder / "a");
     EXPECT_EQ(content, std::string(100'000, content[0]));
   }
 }
@@ -148,7 +148,7 @@ TEST(SharedFilesTest, AWriteThatFindsNoSpaceKeepsTheOldContent) {
     return !written && written.error().code == ErrorCode::eFull ? 0 : 1;
   });
   EXPECT_EQ(writer.wait(), 0);
-  EXPECT_EQ(contentOf(folder / "a"), "old");
+  EXPECT_EQ(freshContentOf(folder / "a"), "old");
   EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{"a"}));
 }
 
