@@ -4,13 +4,15 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
+#include <set>
 #include <thread>
 #include <utility>
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr auto kPatience = std::chrono::seconds(30);
+constexpr auto kPatience = std::chrono::seconds(60);
 constexpr auto kPause = std::chrono::milliseconds(50);
 
 /// A machine number that no station of the lab has.
@@ -31,6 +33,14 @@ std::string compared(const std::map<std::string, int>& due, const std::map<std::
       told += who + " has " + std::to_string(count) + " too many of " + message + "\n";
   }
   return told;
+}
+
+std::set<std::string> namesIn(const std::string& folder) {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    names.insert(entry.path().filename());
+  }
+  return names;
 }
 
 /// What machines show otherwise than `view`.
@@ -123,7 +133,7 @@ std::string Facility::differenceFromFolder() {
     reader.openAllEdits();
     const ProjectView read = reader.view();
     told += differences("the folder", read, machines);
-    if (read.filed() != cookiesInFolder(folder_ / ("projects/" + read.project()))) {
+    if (read.filed() != cookiesAmong(namesIn(folder_ / ("projects/" + read.project())))) {
       told += "the folder of " + project + " holds other files\n";
     }
   }

@@ -47,13 +47,13 @@ std::string ProjectView::differenceFrom(const ProjectView& other) const {
   return told;
 }
 
-std::set<std::string> cookiesInFolder(const std::string& folder) {
+std::set<std::string> cookiesAmong(const std::set<std::string>& files) {
   std::set<std::string> cookies;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    const std::string name = entry.path().stem();
-    const bool isObject =
-        name.size() > 4 && std::string_view("ESGMBF").find(name[0]) != std::string_view::npos;
-    if (entry.is_regular_file() && isObject) cookies.insert(name);
+  for (const std::filesystem::path file : files) {
+    const std::string name = file.stem();
+    const bool isObject = file.extension() == ".otio" || file.extension() == ".json";
+    const bool isKind = std::string_view("ESGMBF").find(name[0]) != std::string_view::npos;
+    if (isObject && isKind && name.size() > 4) cookies.insert(name);
   }
   return cookies;
 }

@@ -31,5 +31,5 @@ class ProjectView {
   std::set<std::string> filed_;
 };
 
-/// The cookies of the objects that a project's folder holds files of, media left out.
-std::set<std::string> cookiesInFolder(const std::string& folder);
+/// The cookies of the objects among the names of files in a project's folder, media left out.
+std::set<std::string> cookiesAmong(const std::set<std::string>& files);

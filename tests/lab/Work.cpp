@@ -7,6 +7,9 @@
 
 namespace {
 
+/// A station that is behind waits a second for each file that is gone by the time it is told of it.
+constexpr StationProcess::Seconds kPatience{60};
+
 std::string quoted(const std::string& text) { return "\"" + text + "\""; }
 
 std::string made(Workstation& machine, const std::string& command, const std::string& kind) {
@@ -69,7 +72,8 @@ void everyoneGives(const Facility& facility) {
     Workstation& taker = *machines[(i + 1) % machines.size()];
     const std::string edit = made(giver, "edit create", "Gift");
     giver.run("edit give " + edit + " " + taker.host());
-    EXPECT_TRUE(taker.station().waitFor("changed", {{"what", "permissions"}, {"cookie", edit}}))
+    EXPECT_TRUE(
+        taker.station().waitFor("changed", {{"what", "permissions"}, {"cookie", edit}}, kPatience))
         << taker.name() << " was not told of its gift";
     taker.run("edit open " + edit);
     taker.run("edit rename " + edit + " " + quoted(taker.newName("Present")));

@@ -1,7 +1,6 @@
 // Who may enter, between machines: private projects, rooms, and what becomes of them when a station
 // or its machine dies.
 
-#include "tests/lab/ProjectView.h"
 #include "tests/lab/machines/NetFsTest.h"
 
 namespace {
@@ -11,6 +10,14 @@ class LockTest : public NetFsTest {
   static JsonValue roomSeen(StationProcess& station) {
     const JsonValue rooms = run(station, "room list");
     return rooms.elements().empty() ? JsonValue() : rooms.elements()[0];
+  }
+
+  /// So that there is something to show, and to lose.
+  void annaMakesThings() {
+    const std::string edit = run(anna_, "edit create Cut").asString();
+    run(anna_, "bin create Dailies");
+    run(anna_, "bin add Dailies " + edit);
+    run(anna_, "filter create Night dark");
   }
 
   /// What whoever looks after the server does about the locks of a machine that is gone.
@@ -32,7 +39,7 @@ TEST_P(LockTest, APrivateProjectIsOneMachinesAlone) {
   EXPECT_EQ(holderSeen(*ben_), "ANNA");
   EXPECT_FALSE(canEnter(*ben_));
   EXPECT_NE(refusal_.find("ANNA"), std::string::npos) << refusal_;
-  run(anna_, "bin create Dailies");
+  annaMakesThings();
   const ProjectView annas(run(anna_, "state"));
   run(anna_, "project leave");
   const Seen entered = seeks([this] { return canEnter(*ben_); }, kSoon);
@@ -40,10 +47,13 @@ TEST_P(LockTest, APrivateProjectIsOneMachinesAlone) {
   ASSERT_TRUE(entered.isSeen) << refusal_;
   EXPECT_EQ(annas.differenceFrom(ProjectView(run(*ben_, "state"))), "");
   EXPECT_FALSE(canEnter(anna_));
+  expectAgreementInTurn({ben_, &anna_});
 }
 
 TEST_P(LockTest, OfTwoThatEnterAtOnceOneGetsIn) {
-  run(anna_, "project create " + project_ + " --private");
+  annaEnters("--private");
+  annaMakesThings();
+  run(anna_, "project leave");
   EXPECT_TRUE(seeks([this] { return lockSeen(*ben_) == "free"; }, kSoon).isSeen);
   int won = 0;
   for (int round = 0; round < 20; ++round) {
@@ -60,6 +70,7 @@ TEST_P(LockTest, OfTwoThatEnterAtOnceOneGetsIn) {
   }
   shows("20 rounds, " + std::to_string(won) + " won, none by both");
   EXPECT_GT(won, 0);
+  expectAgreementInTurn({&anna_, ben_});
 }
 
 TEST_P(LockTest, ARoomIsOneMachinesAlone) {
@@ -84,7 +95,7 @@ TEST_P(LockTest, ARoomIsOneMachinesAlone) {
 
 TEST_P(LockTest, AKilledHolderIsFollowed) {
   annaEnters("--private");
-  run(anna_, "bin create Dailies");
+  annaMakesThings();
   const ProjectView annas(run(anna_, "state"));
   EXPECT_FALSE(canEnter(*ben_));
   site_.kill9(anna_);
@@ -93,11 +104,14 @@ TEST_P(LockTest, AKilledHolderIsFollowed) {
   ASSERT_TRUE(entered.isSeen) << refusal_;
   EXPECT_EQ(annas.differenceFrom(ProjectView(run(*ben_, "state"))), "");
   EXPECT_EQ(holderSeen(*ben_), "BEN");
+  expectAgreementInTurn({ben_});
 }
 
 TEST_P(LockTest, AHolderWhoseMachineDiedIsFollowed) {
   const bool isFreedByItself = GetParam() == "nfs4" || GetParam() == "gluster";
   annaEnters("--private");
+  annaMakesThings();
+  const ProjectView annas(run(anna_, "state"));
   EXPECT_FALSE(canEnter(*ben_));
   site_.cut("first");
   Seen entered = seeks([this] { return canEnter(*ben_); }, Seconds(isFreedByItself ? 60 : 15));
@@ -110,6 +124,10 @@ TEST_P(LockTest, AHolderWhoseMachineDiedIsFollowed) {
     shows("an administrator clears its locks on the server: free", entered);
   }
   EXPECT_TRUE(entered.isSeen) << refusal_;
+  if (entered.isSeen) {
+    EXPECT_EQ(annas.differenceFrom(ProjectView(run(*ben_, "state"))), "");
+    expectAgreementInTurn({ben_});
+  }
   site_.restore("first");
 }
 
@@ -121,9 +139,11 @@ class MountWithoutLocksTest : public LockTest {};
 
 TEST_P(MountWithoutLocksTest, TwoMachinesHoldOneProject) {
   annaEnters("--private");
+  annaMakesThings();
   EXPECT_TRUE(canEnter(*ben_)) << refusal_;
   StationProcess& carla = site_.start("first", "CARLA");
   EXPECT_FALSE(canEnter(carla));
+  expectAgreementInTurn({&anna_, ben_});
   shows("both machines hold it; a second station on the first machine is refused");
 }
 

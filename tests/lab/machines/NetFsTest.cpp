@@ -1,8 +1,9 @@
 #include "tests/lab/machines/NetFsTest.h"
 
+#include <map>
+#include <set>
+#include <sstream>
 #include <thread>
-
-#include "tests/lab/ProjectView.h"
 
 namespace {
 
@@ -74,16 +75,47 @@ NetFsTest::Seen NetFsTest::agrees() {
 
 void NetFsTest::expectAgreement() {
   EXPECT_TRUE(agrees().isSeen) << "anna (-) and ben (+):\n" << difference();
-  StationProcess& reader = site_.start("server", "READER");
-  run(reader, "project enter " + project_);
-  const JsonValue edits = run(reader, "edit list");
-  for (const JsonValue& edit : edits.elements()) {
-    run(reader, "edit open " + edit["cookie"].asString());
+  EXPECT_EQ(viewOfFolder().differenceFrom(viewOf(anna_)), "") << "the folder (-) and anna (+)";
+}
+
+void NetFsTest::expectAgreementInTurn(std::initializer_list<StationProcess*> stations) {
+  std::map<std::string, ProjectView> views;
+  for (StationProcess* station : stations) {
+    views.emplace(station->options().user, viewInTurn(*station));
   }
-  const ProjectView folder(run(reader, "state"));
-  EXPECT_EQ(folder.differenceFrom(ProjectView(run(anna_, "state"))), "")
-      << "the folder (-) and anna (+)";
+  const ProjectView folder = viewOfFolder();
+  for (const auto& [user, view] : views) {
+    EXPECT_EQ(folder.differenceFrom(view), "") << "the folder (-) and " << user << " (+)";
+  }
+}
+
+/// With the clips of all its edits.
+ProjectView NetFsTest::viewOf(StationProcess& station) {
+  const JsonValue edits = run(station, "edit list");
+  for (const JsonValue& edit : edits.elements()) {
+    run(station, "edit open " + edit["cookie"].asString());
+  }
+  return ProjectView(run(station, "state"));
+}
+
+ProjectView NetFsTest::viewInTurn(StationProcess& station) {
+  EXPECT_TRUE(seeks([&] { return canEnter(station); }, kSoon).isSeen) << refusal_;
+  ProjectView view = viewOf(station);
+  run(station, "project leave");
+  return view;
+}
+
+/// What a station on the server's own disk shows that reads all of it now.
+ProjectView NetFsTest::viewOfFolder() {
+  StationProcess& reader = site_.start("server", "READER");
+  ProjectView view = viewInTurn(reader);
   site_.end(reader);
+  const std::string folder = site_.projects("server") + "/" + view.project();
+  std::istringstream lines(site_.on("server", {"ls", "-A", folder}));
+  std::set<std::string> files;
+  for (std::string name; std::getline(lines, name);) files.insert(name);
+  EXPECT_EQ(view.filed(), cookiesAmong(files)) << "shown, and in the folder";
+  return view;
 }
 
 void NetFsTest::shows(const std::string& what) {

@@ -4,8 +4,10 @@
 
 #include <chrono>
 #include <functional>
+#include <initializer_list>
 #include <string>
 
+#include "tests/lab/ProjectView.h"
 #include "tests/lab/machines/Site.h"
 
 /// A scenario on one network file system: anna's station on the machine "first", ben's on "second".
@@ -43,8 +45,12 @@ class NetFsTest : public testing::TestWithParam<std::string> {
   Seen agrees();
 
   /// Both stations have the project open: they show the same, and so does a station on the server's
-  /// own disk that reads all of it now.
+  /// own disk that reads all of it now; the files in the folder are those of what it shows.
   void expectAgreement();
+
+  /// The same of a project that one alone may have open: what these show of it who have it open, or
+  /// enter it one after the other, and leave it.
+  void expectAgreementInTurn(std::initializer_list<StationProcess*> stations);
 
   /// Adds to what the lab's table says that the scenario showed.
   void shows(const std::string& what);
@@ -61,6 +67,9 @@ class NetFsTest : public testing::TestWithParam<std::string> {
 
  private:
   std::string difference();
+  ProjectView viewOf(StationProcess& station);
+  ProjectView viewInTurn(StationProcess& station);
+  ProjectView viewOfFolder();
 
   std::string shown_;
 };
