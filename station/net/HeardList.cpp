@@ -1,36 +1,34 @@
 #include "station/net/HeardList.h"
 
+#include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <ctime>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <utility>
 
+#include "station/base/Json.h"
 #include "station/base/QuietThread.h"
 #include "station/base/Strings.h"
+#include "station/net/HeardListName.h"
 #include "station/net/Interfaces.h"
 #include "station/net/Problems.h"
 #include "station/os/SharedFiles.h"
 
 namespace {
 
-constexpr auto kPause = std::chrono::seconds(5);
+constexpr auto kPause = std::chrono::seconds(2);
 
 /// As many pauses as a message has to come everywhere.
 constexpr std::size_t kWritesBefore = 3;
 
+/// How long an end waits for a folder that may hang.
+constexpr auto kTimeToEnd = std::chrono::seconds(2);
+
 /// More senders than any facility has: strangers that invent addresses do not fill the memory.
 constexpr std::size_t kMostSenders = 10'000;
-
-/// The station's name as a file name: what is no letter or digit becomes "_", and a number told
-/// from the name keeps two apart.
-std::string fileNameFor(const std::string& station) {
-  std::string name;
-  for (const char letter : station) {
-    const bool isPlain = (letter >= '0' && letter <= '9') || (letter >= 'A' && letter <= 'Z') ||
-                         (letter >= 'a' && letter <= 'z') || letter == '-';
-    name += isPlain ? letter : '_';
-  }
-  std::uint32_t hash = 2166136261U;
-  for (const char letter : station) hash = (hash ^ static_cast<unsigned char>(letter)) * 16777619U;
-  return name.substr(0, 100) + "-" + std::to_string(hash) + HeardList::kEnding;
-}
 
 JsonValue ownAddresses() {
   JsonValue addresses = JsonValue::array();
@@ -42,41 +40,70 @@ JsonValue ownAddresses() {
 
 }  // namespace
 
-HeardList::HeardList(Keeper keeper)
-    : keeper_(std::move(keeper)),
-      path_(keeper_.folder + "/" + fileNameFor(keeper_.station)),
-      since_(std::time(nullptr)),
-      thread_(threadWithoutSignals([this] { writeAgainAndAgain(); })) {}
+/// What the list and its thread share; lives until both are done, since the thread may hang for
+/// longer than the list lives.
+class HeardList::Writer {
+ public:
+  explicit Writer(Keeper keeper)
+      : keeper_(std::move(keeper)),
+        name_(keeper_.folder, keeper_.station, kEnding),
+        since_(std::time(nullptr)) {}
 
-HeardList::~HeardList() {
-  {
+  void heard(Ipv4 address, std::uint16_t port) {
+    const std::time_t now = std::time(nullptr);
     const std::lock_guard lock(mutex_);
-    isEnding_ = true;
+    if (senders_.size() >= kMostSenders && senders_.count({address, port}) == 0) return;
+    Sender& sender = senders_[{address, port}];
+    if (sender.count++ == 0) sender.first = now;
+    sender.last = now;
   }
-  ends_.notify_all();
-  thread_.join();
-}
 
-void HeardList::heard(Ipv4 address, std::uint16_t port) {
-  const std::time_t now = std::time(nullptr);
-  const std::lock_guard lock(mutex_);
-  if (senders_.size() >= kMostSenders && senders_.count({address, port}) == 0) return;
-  Sender& sender = senders_[{address, port}];
-  if (sender.count++ == 0) sender.first = now;
-  sender.last = now;
-}
+  void sent() { lastSent_ = std::time(nullptr); }
 
-std::time_t HeardList::sentEarlier() {
-  lastSentBefore_.push_back(lastSent_);
-  if (lastSentBefore_.size() <= kWritesBefore) return 0;
-  const std::time_t earlier = lastSentBefore_.front();
-  lastSentBefore_.pop_front();
-  return earlier;
-}
+  /// The thread's work.
+  void writeAgainAndAgain() {
+    for (;;) {
+      write();
+      std::unique_lock lock(mutex_);
+      if (changes_.wait_for(lock, kPause, [this] { return isEnding_; })) break;
+    }
+    write();
+    const std::lock_guard lock(mutex_);
+    hasEnded_ = true;
+    changes_.notify_all();
+  }
 
-std::string HeardList::text() {
-  JsonValue list = JsonValue::array();
-  {
+  /// Asks the thread to end; whether it did so in time.
+  bool end() {
+    std::unique_lock lock(mutex_);
+    isEnding_ = true;
+    changes_.notify_all();
+    isLeft_ = !changes_.wait_for(lock, kTimeToEnd, [this] { return hasEnded_; });
+    return !isLeft_;
+  }
+
+  void tellHang() const {
+    tellNetworkProblem("the list of heard stations was not written a last time: " + keeper_.folder +
+                       " did not answer within " + std::to_string(kTimeToEnd.count()) + " s");
+  }
+
+ private:
+  struct Sender {
+    std::uint64_t count = 0;
+    std::time_t first = 0;
+    std::time_t last = 0;
+  };
+
+  std::time_t sentEarlier() {
+    lastSentBefore_.push_back(lastSent_);
+    if (lastSentBefore_.size() <= kWritesBefore) return 0;
+    const std::time_t earlier = lastSentBefore_.front();
+    lastSentBefore_.pop_front();
+    return earlier;
+  }
+
+  JsonValue senders() {
+    JsonValue list = JsonValue::array();
     const std::lock_guard lock(mutex_);
     for (const auto& [who, sender] : senders_) {
       list.append(JsonValue::object({{"address", textOf(who.first)},
@@ -85,32 +112,57 @@ std::string HeardList::text() {
                                      {"first", static_cast<long>(sender.first)},
                                      {"last", static_cast<long>(sender.last)}}));
     }
+    return list;
   }
-  return writeJson(JsonValue::object({{"station", shownText(keeper_.station)},
-                                      {"host", shownText(keeper_.host)},
-                                      {"port", keeper_.port},
-                                      {"addresses", ownAddresses()},
-                                      {"sends_from", static_cast<int>(keeper_.sendsFrom)},
-                                      {"since", static_cast<long>(since_)},
-                                      {"written", static_cast<long>(std::time(nullptr))},
-                                      {"sent_earlier", static_cast<long>(sentEarlier())},
-                                      {"heard", std::move(list)}}));
+
+  std::string text() {
+    return writeJson(JsonValue::object({{"station", shownText(name_.station())},
+                                        {"host", shownText(keeper_.host)},
+                                        {"port", keeper_.port},
+                                        {"addresses", ownAddresses()},
+                                        {"sends_from", static_cast<int>(keeper_.sendsFrom)},
+                                        {"since", static_cast<long>(since_)},
+                                        {"written", static_cast<long>(std::time(nullptr))},
+                                        {"sent_earlier", static_cast<long>(sentEarlier())},
+                                        {"heard", senders()}}));
+  }
+
+  void write() {
+    const auto written = writeAtomically(name_.path(), text() + "\n");
+    if (!written && !hasComplained_ && !isLeft_) {
+      tellNetworkProblem("the list of heard stations cannot be kept in " + keeper_.folder + ": " +
+                         written.error().message);
+    }
+    hasComplained_ = !written;
+  }
+
+  const Keeper keeper_;
+  const HeardListName name_;
+  const std::time_t since_;
+  std::atomic<std::time_t> lastSent_{0};
+  std::atomic<bool> isLeft_{false};         ///< nobody waits for the thread any more
+  std::deque<std::time_t> lastSentBefore_;  ///< at the last few writes; the thread's
+  bool hasComplained_ = false;              ///< the thread's
+  std::mutex mutex_;
+  std::condition_variable changes_;
+  std::map<std::pair<Ipv4, std::uint16_t>, Sender> senders_;
+  bool isEnding_ = false;
+  bool hasEnded_ = false;
+};
+
+HeardList::HeardList(Keeper keeper)
+    : writer_(std::make_shared<Writer>(std::move(keeper))),
+      thread_(threadWithoutSignals([writer = writer_] { writer->writeAgainAndAgain(); })) {}
+
+HeardList::~HeardList() {
+  if (writer_->end()) {
+    thread_.join();
+  } else {
+    thread_.detach();
+    writer_->tellHang();
+  }
 }
 
-void HeardList::write() {
-  const auto written = writeAtomically(path_, text() + "\n");
-  if (!written && !hasComplained_) {
-    tellNetworkProblem("the list of heard stations cannot be kept in " + keeper_.folder + ": " +
-                       written.error().message);
-  }
-  hasComplained_ = !written;
-}
+void HeardList::heard(Ipv4 address, std::uint16_t port) { writer_->heard(address, port); }
 
-void HeardList::writeAgainAndAgain() {
-  for (;;) {
-    write();
-    std::unique_lock lock(mutex_);
-    if (ends_.wait_for(lock, kPause, [this] { return isEnding_; })) break;
-  }
-  write();
-}
+void HeardList::sent() { writer_->sent(); }

@@ -10,7 +10,7 @@ namespace {
 constexpr long kTolerance = 10;
 
 /// One that has sent for so long after it was heard last is no longer heard.
-constexpr long kLostAfter = 60;
+constexpr long kLostAfter = 15;
 
 std::vector<Ipv4> addressesOf(const JsonValue& list) {
   std::vector<Ipv4> addresses;

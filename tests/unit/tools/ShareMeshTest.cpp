@@ -52,6 +52,21 @@ TEST_F(ShareMeshTest, AStationHasOneFileWhateverItIsCalled) {
   EXPECT_EQ(runTool({"mesh", folder_.path()}).status, 0);
 }
 
+TEST_F(ShareMeshTest, TwoStationsOfOneNameOnOneMachineHaveAListEach) {
+  for (int times = 0; times < 2; ++times) {  // names are free again when their programs have ended
+    HeardList first(keeper("ANNA", 50'001));
+    HeardList second(keeper("ANNA", 50'002));
+    second.heard(*parseIpv4("127.0.0.1"), 50'001);
+  }
+  const auto mesh = parseJson(runTool({"mesh", folder_.path(), "--json"}).out);
+  ASSERT_TRUE(mesh);
+  const auto& stations = (*mesh)["stations"].elements();
+  ASSERT_EQ(stations.size(), 2u) << writeJson(*mesh);
+  EXPECT_EQ(stations[0]["station"].asString(), "ANNA at WS-ANNA");
+  EXPECT_EQ(stations[1]["station"].asString(), "ANNA at WS-ANNA (2)");
+  EXPECT_EQ(writeJson(stations[1]["hears"]), R"(["ANNA at WS-ANNA"])");
+}
+
 TEST_F(ShareMeshTest, FilesThatAreNoListsHangNothingAndAreNamed) {
   static_cast<void>(folder_.write("cut.heard.json", "{\"station\":"));
   static_cast<void>(folder_.write("notes.txt", "not a list"));
