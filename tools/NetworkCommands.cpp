@@ -1,6 +1,8 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdlib>
 #include <memory>
 #include <utility>
 
@@ -12,6 +14,13 @@
 #include "tools/Tool.h"
 
 namespace {
+
+/// Refuses "nan", which no range leaves out.
+const CLI::Validator kIsNumber(
+    [](std::string& word) {
+      return std::string(std::isnan(std::strtod(word.c_str(), nullptr)) ? "must be a number" : "");
+    },
+    "");
 
 void addList(CLI::App& command, const char* name, std::vector<std::string>& words,
              const char* value, const char* help) {
@@ -47,6 +56,7 @@ void addHearing(CLI::App& command, ListenRequest& what) {
       ->type_name("N");
   command.add_option("--for", what.seconds, "End after so many seconds")
       ->check(CLI::Range(0.001, 1e8))
+      ->check(kIsNumber)
       ->type_name("S");
 }
 
@@ -71,7 +81,10 @@ constexpr const char* kBesideStations =
 
 void addFaults(CLI::App& command, WayFaults& faults) {
   const auto addChance = [&command](const char* name, double& chance, const char* help) {
-    command.add_option(name, chance, help)->check(CLI::Range(0.0, 1.0))->type_name("P");
+    command.add_option(name, chance, help)
+        ->check(CLI::Range(0.0, 1.0))
+        ->check(kIsNumber)
+        ->type_name("P");
   };
   addChance("--loss", faults.loss, "Lose each message with this chance, 0 to 1");
   addChance("--duplicate", faults.duplicate, "Send it twice with this chance");
@@ -136,6 +149,7 @@ void addRecordCommand(CLI::App& tool, ToolStatus& status) {
   command->add_option("FILE", request->file, "The capture, pcapng; - for standard output")
       ->required();
   command->add_flag("--force", request->replacesFile, "Replace a file that is there");
+  command->add_flag("--json", request->asJson, "What was recorded as one JSON object, at the end");
   addHearing(*command, request->what);
   command->footer(
       std::string(kBesideStations) +
@@ -152,9 +166,11 @@ void addReplayCommand(CLI::App& tool, ToolStatus& status) {
   addSpeed(*command, *request);
   command->add_option("--from", request->from, "Begin S seconds after its first message")
       ->check(CLI::NonNegativeNumber)
+      ->check(kIsNumber)
       ->type_name("S");
   command->add_option("--to", request->to, "End S seconds after its first message")
       ->check(CLI::NonNegativeNumber)
+      ->check(kIsNumber)
       ->type_name("S");
   addFilters(*command, request->filter);
   command->add_option("--port", request->port, "The port to send to; as captured by default")
@@ -165,6 +181,7 @@ void addReplayCommand(CLI::App& tool, ToolStatus& status) {
   addList(*command, "--onto", request->onto, "ADDR[,ADDR]",
           "Addresses beyond this machine, in earnest: stations there take the messages for true");
   addFaults(*command, request->faults);
+  command->add_flag("--json", request->asJson, "What was sent as one JSON object, at the end");
   command->footer(
       "Exit status: 0; 1 when the capture is cut, holds no messages or some could not be sent;\n"
       "2 when it cannot be read.");

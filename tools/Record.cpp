@@ -10,6 +10,7 @@
 #include <iostream>
 #include <optional>
 
+#include "app/EventWriter.h"
 #include "station/base/Strings.h"
 #include "tools/capture/PcapngWriter.h"
 #include "tools/capture/SenderCounts.h"
@@ -17,6 +18,24 @@
 namespace {
 
 Error usage(const std::string& what) { return {ErrorCode::eUsage, what, {}}; }
+
+/// What is wrong with the request itself; nothing where it makes sense.
+std::optional<Error> objectionTo(const RecordRequest& request) {
+  struct stat status {};
+  if (request.file.empty()) return usage("name a file to record to");
+  if (request.file == "-") {
+    if (request.asJson) return usage("--json writes to standard output: name a file to record to");
+    return {};
+  }
+  if (::stat(request.file.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return {};
+  return usage(shownText(request.file) + " is a folder: name a file in it");
+}
+
+/// A named pipe is opened before signals are taken: that waits for its reader, and Ctrl-C ends it.
+bool isPipe(const std::string& file) {
+  struct stat status {};
+  return ::stat(file.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+}
 
 /// A descriptor to write to.
 Result<int> openTarget(const RecordRequest& request) {
@@ -40,10 +59,18 @@ class Recording : public iHeardSink {
  public:
   explicit Recording(const RecordRequest& request) : request_(request) {}
 
-  Result<void> begin(const std::string& manner) override {
+  /// Opens the file.
+  Result<void> open() {
     const auto target = openTarget(request_);
     if (!target) return target.error();
     writer_.emplace(*target, request_.file == "-" ? "standard output" : shownText(request_.file));
+    return {};
+  }
+
+  Result<void> begin(const std::string& manner) override {
+    if (!writer_) {
+      if (auto opened = open(); !opened) return opened;
+    }
     std::cerr << "kv-share: recording " << manner << "; Ctrl-C ends it" << std::endl;
     return writer_->begin("port " + std::to_string(request_.what.hearing.port));
   }
@@ -67,6 +94,17 @@ class Recording : public iHeardSink {
 
   Result<void> end() { return writer_->end(recorded_ + copies_, missed_.total(), wallClock()); }
 
+  /// The summary as one object.
+  [[nodiscard]] JsonValue report(const std::string& problem) const {
+    JsonValue report = JsonValue::object({textMember("file", request_.file),
+                                          {"messages", recorded_},
+                                          {"copies", copies_},
+                                          {"missed_by_system", missed_.bySystem},
+                                          {"missed_by_reader", missed_.byQueue}});
+    if (!problem.empty()) report.set("problem", problem);
+    return report;
+  }
+
   [[nodiscard]] std::string summary() const {
     std::string text = "recorded " + countText(recorded_, "message");
     if (copies_ > 0) text += " and " + countText(copies_, "copy") + " over another network";
@@ -88,17 +126,29 @@ class Recording : public iHeardSink {
 
 ToolStatus record(const RecordRequest& request) {
   ::signal(SIGXFSZ, SIG_IGN);  // a limit of the file's size is told like a full disk
+  if (const auto objection = objectionTo(request)) {
+    return toolProblem(eToolUsage, objection->message);
+  }
   Recording recording(request);
+  if (isPipe(request.file)) {
+    if (auto opened = recording.open(); !opened) {
+      return toolProblem(eToolUsage, opened.error().message);
+    }
+  }
   const auto heard = listen(request.what, recording);
   if (!heard && heard.error().code == ErrorCode::eUsage) {
     return toolProblem(eToolUsage, heard.error().message);
   }
-  if (!heard) {
-    toolProblem(eToolFinding, heard.error().message);
-  } else if (auto ended = recording.end(); !ended) {
-    return toolProblem(eToolFinding, ended.error().message);
+  std::string problem = heard ? "" : heard.error().message;
+  if (heard) {
+    if (const auto ended = recording.end(); !ended) problem = ended.error().message;
   }
-  std::cerr << "kv-share: " << recording.summary() << '\n';
-  const bool isWhole = heard && *heard >= request.what.count && !recording.hasMissed();
+  if (!problem.empty()) toolProblem(eToolFinding, problem);
+  if (request.asJson) {
+    printJson(recording.report(problem));
+  } else {
+    std::cerr << "kv-share: " << recording.summary() << '\n';
+  }
+  const bool isWhole = problem.empty() && *heard >= request.what.count && !recording.hasMissed();
   return isWhole ? eToolDone : eToolFinding;
 }

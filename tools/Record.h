@@ -8,6 +8,7 @@ struct RecordRequest {
   ListenRequest what;
   std::string file;  ///< "-" for standard output
   bool replacesFile = false;
+  bool asJson = false;  ///< one object at the end, on standard output
 };
 
 /// Records messages, copies over other networks included. eToolFinding when the file took no more,

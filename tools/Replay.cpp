@@ -8,6 +8,7 @@
 #include <iostream>
 #include <mutex>
 
+#include "app/EventWriter.h"
 #include "app/Signals.h"
 #include "station/base/Strings.h"
 #include "station/net/DuplicateFilter.h"
@@ -95,12 +96,37 @@ class MeantMessages {
   std::int64_t first_ = 0;
 };
 
+/// When a message leaves, in nanoseconds after the first.
+std::int64_t dueOf(const ReplayRequest& request, std::int64_t sinceFirst) {
+  const double due = static_cast<double>(std::max<std::int64_t>(sinceFirst, 0)) / request.speed;
+  return static_cast<std::int64_t>(std::min(due, kLongestWait));
+}
+
 /// Sends messages at their times.
 class Sending {
  public:
   Sending(const ReplayRequest& request, const std::vector<Ipv4>& addresses)
       : request_(request), addresses_(addresses) {}
 
+  /// Sends all messages that go this way, until the user ends it.
+  void sendAll(MeantMessages& messages, FaultyWay& way) {
+    while (auto message = messages.next()) {
+      if (!first_) first_ = message->time;
+      const std::int64_t due = dueOf(request_, message->time - *first_);
+      if (!send(way.take({due, std::move(*message)}))) return;
+    }
+    send(way.finish());
+  }
+
+  /// Whether there was a message to send.
+  [[nodiscard]] bool hasBegun() const { return first_.has_value(); }
+  [[nodiscard]] std::uint64_t sent() const { return sent_; }
+  [[nodiscard]] std::uint64_t failed() const { return failed_; }
+  [[nodiscard]] double seconds() const {
+    return std::chrono::duration<double>(Clock::now() - start_).count();
+  }
+
+ private:
   /// False once the user has ended it.
   bool send(const std::vector<Departure>& departures) {
     return std::all_of(departures.begin(), departures.end(), [this](const Departure& departure) {
@@ -110,13 +136,6 @@ class Sending {
     });
   }
 
-  [[nodiscard]] std::uint64_t sent() const { return sent_; }
-  [[nodiscard]] std::uint64_t failed() const { return failed_; }
-  [[nodiscard]] double seconds() const {
-    return std::chrono::duration<double>(Clock::now() - start_).count();
-  }
-
- private:
   void sendNow(const HeardMessage& message) {
     const auto port = static_cast<std::uint16_t>(request_.port.value_or(message.port));
     bool hasLeft = false;
@@ -141,6 +160,7 @@ class Sending {
   Interfaces interfaces_;
   SenderSocket socket_;
   const Clock::time_point start_ = Clock::now();
+  std::optional<std::int64_t> first_;
   std::uint64_t sent_ = 0;
   std::uint64_t failed_ = 0;
   int toldProblem_ = 0;
@@ -181,6 +201,23 @@ std::string textOfAll(const std::vector<Ipv4>& addresses) {
   return text;
 }
 
+/// The same as one object.
+JsonValue reportOf(const ReplayRequest& request, const Sending& sending, const FaultyWay& way,
+                   const MeantMessages& messages, const std::vector<Ipv4>& addresses) {
+  JsonValue to = JsonValue::array();
+  for (const Ipv4 address : addresses) to.append(textOf(address));
+  return JsonValue::object({textMember("file", request.file),
+                            {"to", std::move(to)},
+                            {"found", messages.found()},
+                            {"messages", sending.sent()},
+                            {"seconds", sending.seconds()},
+                            {"lost", way.lost()},
+                            {"doubled", way.duplicated()},
+                            {"late", way.reordered()},
+                            {"not_sent", sending.failed()},
+                            {"copies", messages.copies()}});
+}
+
 std::string summaryOf(const Sending& sending, const FaultyWay& way, const MeantMessages& messages,
                       const std::vector<Ipv4>& addresses) {
   char seconds[32];
@@ -198,12 +235,6 @@ std::string summaryOf(const Sending& sending, const FaultyWay& way, const MeantM
   return text;
 }
 
-/// When a message leaves, in nanoseconds after the first.
-std::int64_t dueOf(const ReplayRequest& request, std::int64_t sinceFirst) {
-  const double due = static_cast<double>(std::max<std::int64_t>(sinceFirst, 0)) / request.speed;
-  return static_cast<std::int64_t>(std::min(due, kLongestWait));
-}
-
 /// What a capture is told to be that held nothing to send.
 std::string nothingIn(const ReplayRequest& request, const CaptureFile& capture,
                       const MeantMessages& messages) {
@@ -215,35 +246,46 @@ std::string nothingIn(const ReplayRequest& request, const CaptureFile& capture,
          "; those that went to another port than " + std::to_string(kStationsPort) + " need --port";
 }
 
+/// What was wrong with the capture, for the user.
+std::vector<std::string> problemsOf(const ReplayRequest& request, const CaptureFile& capture,
+                                    const MeantMessages& messages, const Sending& sending) {
+  std::vector<std::string> problems;
+  if (!capture.problem().empty()) problems.push_back(capture.problem());
+  if (capture.fragments() > 0) {
+    problems.push_back(countText(capture.fragments(), "fragment") +
+                       " of larger packets left out: those messages are not replayed");
+  }
+  if (!sending.hasBegun()) problems.push_back(nothingIn(request, capture, messages));
+  return problems;
+}
+
 ToolStatus replayAll(const ReplayRequest& request, CaptureFile& capture, MessageFilter& filter,
                      const std::vector<Ipv4>& addresses) {
   MeantMessages messages(request, capture, filter);
   Sending sending(request, addresses);
   FaultyWay way(request.faults);
-  std::optional<std::int64_t> first;
-  bool isGoingOn = true;
-  while (isGoingOn) {
-    auto message = messages.next();
-    if (!message) break;
-    if (!first) first = message->time;
-    const std::int64_t due = dueOf(request, message->time - *first);
-    isGoingOn = sending.send(way.take({due, std::move(*message)}));
+  sending.sendAll(messages, way);
+  const auto problems = problemsOf(request, capture, messages, sending);
+  for (const std::string& problem : problems) toolProblem(eToolFinding, problem);
+  if (request.asJson) {
+    JsonValue report = reportOf(request, sending, way, messages, addresses);
+    JsonValue texts = JsonValue::array();
+    for (const std::string& problem : problems) texts.append(problem);
+    report.set("problems", std::move(texts));
+    printJson(report);
+  } else if (sending.hasBegun()) {
+    std::cout << summaryOf(sending, way, messages, addresses) << '\n';
   }
-  if (isGoingOn) sending.send(way.finish());
-  if (!capture.problem().empty()) toolProblem(eToolFinding, capture.problem());
-  if (capture.fragments() > 0) {
-    toolProblem(eToolFinding, countText(capture.fragments(), "fragment") +
-                                  " of larger packets left out: those messages are not replayed");
-  }
-  if (!first) return toolProblem(eToolFinding, nothingIn(request, capture, messages));
-  std::cout << summaryOf(sending, way, messages, addresses) << '\n';
-  const bool isWhole = capture.problem().empty() && sending.failed() == 0;
+  const bool isWhole = sending.hasBegun() && capture.problem().empty() && sending.failed() == 0;
   return isWhole ? eToolDone : eToolFinding;
 }
 
 }  // namespace
 
 ToolStatus replay(const ReplayRequest& request) {
+  if (request.from > request.to) {
+    return toolProblem(eToolUsage, "--from is behind --to: nothing lies between them");
+  }
   const auto addresses = targetsOf(request);
   if (!addresses) return toolProblem(eToolUsage, addresses.error().message);
   auto filter = MessageFilter::of(request.filter);

@@ -20,6 +20,7 @@ struct ReplayRequest {
   std::optional<int> port;        ///< the one that each message was sent to, unless given
   FilterWords filter;
   WayFaults faults;
+  bool asJson = false;  ///< one object at the end rather than a line
 };
 
 /// Sends the messages of a capture again, at the pace at which they were heard. eToolUsage when the

@@ -1,4 +1,9 @@
+#include <poll.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <iostream>
 
@@ -32,7 +37,7 @@ ToolStatus explain(const CLI::App& tool, const CLI::ParseError& error) {
   return toolProblem(eToolUsage, shownText(what) + "; see kv-share help" + about);
 }
 
-int run(int count, char** words) {
+ToolStatus run(int count, char** words) {
   CLI::App tool("Looks after the projects directory and the messages of Project Share.",
                 "kv-share");
   ToolStatus status = eToolDone;
@@ -49,11 +54,25 @@ int run(int count, char** words) {
   return status;
 }
 
+/// Whether whoever read the output through a pipe has ended, as `head` does.
+bool isReaderGone() {
+  pollfd output{STDOUT_FILENO, POLLOUT, 0};
+  return ::poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
+}
+
+/// The status once all output is written; a full disk is told.
+ToolStatus withWrittenOutput(ToolStatus status) {
+  errno = 0;
+  if (std::cout.flush() || isReaderGone()) return status;
+  const std::string why = errno != 0 ? std::string(" (") + std::strerror(errno) + ")" : "";
+  return toolProblem(eToolFinding, "standard output takes no more" + why);
+}
+
 }  // namespace
 
 int main(int count, char** words) {
   try {
-    return run(count, words);
+    return withWrittenOutput(run(count, words));
   } catch (const std::exception& error) {
     return toolProblem(eToolFinding, std::string("stopped: ") + error.what());
   }

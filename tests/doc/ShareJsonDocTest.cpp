@@ -76,6 +76,23 @@ TEST(ShareJson, MonitorWritesWhatItSays) {
   EXPECT_EQ(seen, (std::set<std::string>{"counts", "message", "missed"}));
 }
 
+TEST_F(ShareJsonPage, RecordAndReplayWriteWhatTheySay) {
+  const int port = freeUdpPort();
+  const std::string file = folder_ / "capt\xFF";
+  BackgroundTool tool({"record", file, "--json", "--count", "1", "--port", std::to_string(port)});
+  ASSERT_TRUE(tool.hasWritten("recording"));
+  ASSERT_TRUE(LoopbackSender(port).send({"d", "2", "P0001", "E0001"}));
+  const ToolRun recorded = tool.finish();
+  EXPECT_EQ(JsonShape::ofSection("record").differences(recorded.out), "") << recorded.out;
+  EXPECT_NE(recorded.out.find("\"messages\":1,"), std::string::npos) << recorded.out;
+  for (const auto& [type, part] :
+       {std::pair("edit-saved", "\"messages\":1,"), std::pair("room-change", "is meant")}) {
+    const ToolRun replayed = runTool({"replay", file, "--json", "--type", type});
+    EXPECT_EQ(JsonShape::ofSection("replay").differences(replayed.out), "") << replayed.out;
+    EXPECT_NE(replayed.out.find(part), std::string::npos) << replayed.out;
+  }
+}
+
 TEST_F(ShareJsonPage, UsersWritesWhatItSays) {
   const ToolRun run = runTool({"users", folder_.path(), "--json"});
   EXPECT_EQ(JsonShape::ofSection("users").differences(run.out), "") << run.out;

@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -221,6 +222,56 @@ TEST_F(ShareNetworkTest, RecordingToAFullDiskIsToldAndKeepsWhatItHas) {
   EXPECT_LT(recorded, 20);
   EXPECT_EQ(replayed.out.rfind("replayed " + std::to_string(recorded) + " messages", 0), 0u)
       << replayed.out << run.err;
+}
+
+TEST_F(ShareNetworkTest, RecordingToADiskThatIsFullAtOnceIsToldInJsonToo) {
+  const ToolRun run =
+      runTool({"record", "/dev/full", "--json", "--port", station_.portText(), "--for", "20"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(run.out.find("\"messages\":0,"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("\"problem\":\"/dev/full takes no more (No space"), std::string::npos)
+      << run.out;
+}
+
+TEST_F(ShareNetworkTest, ARecordingThroughANamedPipeWaitsForItsReader) {
+  const std::string pipe = folder_ / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  BackgroundTool tool({"record", pipe, "--port", station_.portText(), "--count", "1"});
+  BackgroundTool reader({"replay", pipe, "--speed", "max", "--json"});
+  ASSERT_TRUE(tool.hasWritten("recording port"));
+  say("through the pipe");
+  EXPECT_EQ(tool.finish().status, 0);
+  const ToolRun read = reader.finish();
+  EXPECT_EQ(read.status, 0) << read.err;
+  EXPECT_NE(read.out.find("\"messages\":1,"), std::string::npos) << read.out;
+}
+
+TEST(ShareRecord, RefusesWhatItCannotRecordToBeforeItHearsAnything) {
+  const TestFolder folder;
+  const std::pair<std::vector<std::string>, std::string> rows[] = {
+      {{""}, "name a file to record to"},
+      {{folder.path()}, "is a folder: name a file in it"},
+      {{"-", "--json"}, "--json writes to standard output"},
+      {{"x", "--for", "nan"}, "--for: must be a number"},
+  };
+  for (const auto& [words, why] : rows) {
+    std::vector<std::string> all = {"record"};
+    all.insert(all.end(), words.begin(), words.end());
+    const ToolRun run = runTool(all);
+    EXPECT_EQ(run.status, 2) << why;
+    EXPECT_NE(run.err.find(why), std::string::npos) << run.err;
+  }
+}
+
+TEST(ShareReplay, RefusesTimesThatMakeNoSense) {
+  for (const char* const option : {"--from", "--to", "--speed", "--loss"}) {
+    const ToolRun run = runTool({"replay", "x", option, "nan"});
+    EXPECT_EQ(run.status, 2) << option;
+    EXPECT_NE(run.err.find(option), std::string::npos) << run.err;
+  }
+  const ToolRun run = runTool({"replay", "x", "--from", "5", "--to", "2"});
+  EXPECT_EQ(run.status, 2);
+  EXPECT_NE(run.err.find("--from is behind --to"), std::string::npos) << run.err;
 }
 
 TEST(ShareReplay, KeepsToThisMachineUnlessTold) {

@@ -208,6 +208,15 @@ TEST(ShareTool, WritesACompletionForZsh) {
   EXPECT_NE(run.out.find("decode) words_known=\""), std::string::npos);
 }
 
+TEST(ShareTool, TellsThatItsOutputHasNoRoom) {
+  const TestFolder folder;
+  const std::string errors = folder / "err";
+  const std::string command = "'" KV_SHARE_PROGRAM "' --help >/dev/full 2>'" + errors + "'";
+  EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 1);
+  EXPECT_EQ(contentOf(errors),
+            "kv-share: standard output takes no more (No space left on device)\n");
+}
+
 #ifdef KV_ZSH
 TEST(ShareTool, CompletesBothProgramsInZsh) {
   const TestFolder folder;
