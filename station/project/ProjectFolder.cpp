@@ -2,17 +2,26 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <string_view>
 
+#include "host/base/Log.h"
 #include "station/base/Json.h"
 #include "station/base/StationSettings.h"
 #include "station/os/SharedFiles.h"
 
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr const char* kRecordFile = "/project.json";
+constexpr std::string_view kBuilding = ".new-";
+
+/// Making a folder takes a moment; a station that needed longer is gone.
+constexpr auto kAbandonedAfter = std::chrono::hours(1);
 
 std::string recordPath(const Cookie& project) { return projectFolder(project) + kRecordFile; }
 
@@ -33,6 +42,29 @@ Result<void> fillFolder(const std::string& building, const std::string& folder,
     return errorFromErrno(errno, "make", folder);
   }
   return {};
+}
+
+bool isBuilding(const std::string& name) {
+  if (!name.starts_with(kBuilding)) return false;
+  const Cookie cookie(name.substr(kBuilding.size()).c_str(), false);
+  return cookie.getType() == CookieTypeProject;
+}
+
+/// Removes what stations left that were killed while they made a project. Ages are told by the
+/// share's own clock: `made` is a folder that was written to just now.
+void removeAbandoned(const std::string& made) {
+  std::error_code problem;
+  const auto now = fs::last_write_time(made, problem);
+  const auto names = listFresh(settings().projectsDirectory);
+  if (problem || !names) return;
+  for (const std::string& name : *names) {
+    if (!isBuilding(name)) continue;
+    const fs::path path = settings().projectsDirectory + "/" + name;
+    const auto since = fs::last_write_time(path, problem);
+    if (problem || now - since < kAbandonedAfter) continue;
+    fs::remove_all(path, problem);
+    if (!problem) Log("Removed %s, which a station left that ended too soon.\n", path.string());
+  }
 }
 
 }  // namespace
@@ -84,11 +116,14 @@ Result<ProjectRecord> readProjectRecord(const Cookie& project) {
 }
 
 Result<void> makeProjectFolder(const Cookie& project, const ProjectRecord& record) {
-  const std::string building = settings().projectsDirectory + "/.new-" + project.asString().str();
+  const std::string building =
+      settings().projectsDirectory + "/" + std::string(kBuilding) + project.asString().str();
   auto filled = fillFolder(building, projectFolder(project), record);
-  if (!filled) {
+  if (filled) {
+    removeAbandoned(projectFolder(project));
+  } else {
     std::error_code ignored;
-    std::filesystem::remove_all(building, ignored);
+    fs::remove_all(building, ignored);
   }
   return filled;
 }

@@ -30,7 +30,8 @@ std::string findInAnyProject(const std::string& fileName);
 Result<ProjectRecord> readProjectRecord(const Cookie& project);
 
 /// Makes the folder of a new project with its record in it. Others see it whole or not at all; on
-/// failure nothing is left.
+/// failure nothing is left. What a station left an hour ago or longer that was killed meanwhile is
+/// removed.
 Result<void> makeProjectFolder(const Cookie& project, const ProjectRecord& record);
 
 /// The time as records have it.

@@ -137,4 +137,23 @@ TEST_F(ProjectsTest, AProjectWhoseRecordCannotBeReadIsNotCalledMissing) {
   EXPECT_NE(entered.error().message.find("project.json"), std::string::npos);
 }
 
+TEST_F(ProjectsTest, WhatAKilledStationLeftOfAProjectIsRemovedAnHourLater) {
+  namespace fs = std::filesystem;
+  struct Row {
+    const char* name;
+    int minutes;  ///< since it was made
+    bool stays;
+  };
+  const Row rows[] = {{".new-P0001", 61, false}, {".new-P0002", 50, true}, {".new-Q0001", 61, true},
+                      {".new-P", 61, true},      {".new-", 61, true},      {".older", 61, true}};
+  for (const Row& row : rows) {
+    const std::string path = folder / row.name;
+    fs::create_directory(path);
+    write(path + "/project.json", "{}");
+    fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::minutes(row.minutes));
+  }
+  ASSERT_TRUE(projects.create("Next", false));
+  for (const Row& row : rows) EXPECT_EQ(fs::exists(folder / row.name), row.stays) << row.name;
+}
+
 }  // namespace
