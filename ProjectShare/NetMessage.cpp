@@ -19,7 +19,8 @@ constexpr char kSeparator = '\xAC';
 constexpr const char* kVersion = "d";
 constexpr std::size_t kFirstPayloadField = 3;
 constexpr std::size_t kUsualFields = 6;
-constexpr std::size_t kUsualHead = 96;  ///< bytes that a message holds beside its texts
+constexpr std::size_t kUsualCookie = 64;
+constexpr std::size_t kUsualHead = 160;  ///< bytes that a message holds beside its texts
 
 /// A wire text's fields, valid as long as the text. A correctly written text gives exactly the
 /// fields that were written. An empty first field is dropped unless the text is one character long.
@@ -50,7 +51,14 @@ Text localUser() {
   return share ? toUTF8(share->getCurrentUser()) : Text();
 }
 
-Cookie cookieFrom(std::string_view field) { return Cookie(std::string(field).c_str(), false); }
+/// The cookie that a field spells. The host wants a text that ends in a zero: that of a cookie is
+/// short enough to be copied without taking memory.
+Cookie cookieFrom(std::string_view field) {
+  char text[kUsualCookie];
+  if (field.size() >= sizeof text) return Cookie(std::string(field).c_str(), false);
+  text[field.copy(text, field.size())] = '\0';
+  return Cookie(text, false);
+}
 
 /// A type's name in the log; null for the types that the log does not name.
 const char* displayName(NetMessage::Type type) {

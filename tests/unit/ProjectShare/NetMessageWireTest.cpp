@@ -125,6 +125,15 @@ TEST_F(NetMessageWireTest, AUserMessageThatHoldsTheSeparatorArrivesCutThere) {
   EXPECT_EQ(NetMessage(message.asString()).data, "costs \xE2\x82");
 }
 
+TEST_F(NetMessageWireTest, ACookieFieldMayBeOfAnyLength) {
+  for (const std::size_t digits : {4U, 31U, 32U, 33U, 62U, 63U, 64U, 5000U}) {
+    const std::string field = 'E' + std::string(digits, '1');
+    const NetMessage message(lightweight(wire("d|2|P0001|" + field + "|")));
+    EXPECT_EQ(message.cookie.asString().str(), digits <= 32 ? field : "") << digits;
+    EXPECT_EQ(message.projectCookie.asString().str(), "P0001") << digits;
+  }
+}
+
 TEST_F(NetMessageWireTest, ZeroBytesInATextAreWrittenWhole) {
   const std::string words("a\0b", 3);
   const NetMessage message(NetMessage::eUserMessage, Text("BOB"), lightweight(words));
