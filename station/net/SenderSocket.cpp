@@ -31,7 +31,7 @@ class Header {
   Header(const Header&) = delete;
   Header& operator=(const Header&) = delete;
 
-  [[nodiscard]] const msghdr* get() const { return &header_; }
+  [[nodiscard]] const msghdr& get() const { return header_; }
 
  private:
   void nameInterface(unsigned index) {
@@ -54,11 +54,32 @@ class Header {
 
 bool isQueueFull(int error) { return error == EAGAIN || error == ENOBUFS; }
 
-int sendOnce(int socket, const msghdr* header) {
+/// Without an interface to name, sendto does the same for less.
+bool leaves(int socket, const msghdr& header) {
+  constexpr int kFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
+  if (header.msg_controllen != 0) return sendmsg(socket, &header, kFlags) >= 0;
+  return sendto(socket, header.msg_iov->iov_base, header.msg_iov->iov_len, kFlags,
+                static_cast<const sockaddr*>(header.msg_name), header.msg_namelen) >= 0;
+}
+
+int sendOnce(int socket, const msghdr& header) {
   for (;;) {
-    if (sendmsg(socket, header, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) return 0;
+    if (leaves(socket, header)) return 0;
     if (errno != EINTR) return errno;
   }
+}
+
+/// Tries again, for a few milliseconds, what a full queue refused with this error.
+int keepSending(int socket, const msghdr& header, int error) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (isQueueFull(error) && std::chrono::steady_clock::now() < deadline) {
+    pollfd writable{socket, POLLOUT, 0};
+    poll(&writable, 1, 1);
+    // A full device queue (ENOBUFS) is no matter of the socket, which stays writable meanwhile.
+    if (error == ENOBUFS) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    error = sendOnce(socket, header);
+  }
+  return error;
 }
 
 /// Binds to a port of the system's choice; that port, or 0 with errno set.
@@ -86,16 +107,8 @@ SenderSocket::~SenderSocket() {
 int SenderSocket::send(const Destination& destination, std::uint16_t port, std::string_view bytes) {
   if (const int error = open()) return error;
   const Header header(destination, port, bytes);
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  int error = sendOnce(socket_, header.get());
-  while (isQueueFull(error) && std::chrono::steady_clock::now() < deadline) {
-    pollfd writable{socket_, POLLOUT, 0};
-    poll(&writable, 1, 1);
-    // A full device queue (ENOBUFS) is no matter of the socket, which stays writable meanwhile.
-    if (error == ENOBUFS) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    error = sendOnce(socket_, header.get());
-  }
-  return error;
+  const int error = sendOnce(socket_, header.get());
+  return isQueueFull(error) ? keepSending(socket_, header.get(), error) : error;
 }
 
 int SenderSocket::open() {
