@@ -104,6 +104,12 @@ std::string padTo(std::string text, const Conversion& conversion) {
   return isOneOf(conversion.flags, '-') ? text + blanks : blanks + text;
 }
 
+/// Whether the argument is a text that the conversion takes as it is.
+bool isPlainText(const Conversion& conversion, const LogArgument& argument) {
+  return conversion.letter == 's' && argument.kind == LogArgument::eText && conversion.width == 0 &&
+         conversion.precision < 0;
+}
+
 std::string convert(const Conversion& conversion, const LogArgument& argument) {
   const bool whole =
       argument.kind == LogArgument::eSigned || argument.kind == LogArgument::eUnsigned;
@@ -149,6 +155,8 @@ std::string formatLogLine(const char* format, std::initializer_list<LogArgument>
     const Conversion conversion = takeConversion(rest);
     if (conversion.letter == '%') {
       line += '%';
+    } else if (next != arguments.end() && isPlainText(conversion, *next)) {
+      line += next++->text;
     } else if (next != arguments.end()) {
       line += convert(conversion, *next++);
     }
