@@ -291,7 +291,7 @@ void Edits::noteSavedElsewhere(const Cookie& cookie) {
 }
 
 void Edits::lookLater(const Cookie& cookie) {
-  LateLooks::arrange(pathFor(cookie), [this, cookie] { readLate(cookie); });
+  LateLooks::arrange(cookie.asString().str(), [this, cookie] { readLate(cookie); });
 }
 
 // An object whose file is gone is left to the message of its deletion.
