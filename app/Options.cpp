@@ -4,23 +4,28 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "app/Rendering.h"
+
 namespace {
 
 constexpr const char* kProgram = "kv-station";
 
 constexpr const char* kDescription =
+    "usage: kv-station --projects DIR [OPTION...]\n\n"
     "One workstation that shares projects with others over a common folder.\n"
-    "Commands are read from the terminal or a script; \"help\" lists them.";
+    "Commands are read from the terminal or a script; \"help\" lists them.\n\n";
+
+constexpr const char* kHelpOption = "print this text and exit";
+constexpr const char* kVersionOption = "print the program's version and exit";
 
 constexpr const char* kFooter =
-    "A NAME may stand wherever a cookie may. Exit status: 0 after quit or the end of the input, 1\n"
-    "when a command of a script failed, 2 when the station could not be started.";
+    "\n\nA NAME may stand wherever a cookie may. Exit status: 0 after quit or the end of\n"
+    "the input, 1 when a command of a script failed, 2 when the station could not be\n"
+    "started.";
 
 using Flags = std::map<std::string, bool>;
 
 void declare(CLI::App& app, std::map<std::string, std::vector<std::string>>& values, Flags& flags) {
-  app.description(kDescription);
-  app.footer(kFooter);
   for (const OptionSpec& spec : optionTable()) {
     app.add_option("--" + std::string(spec.name), values[spec.name], spec.help)
         ->type_name(spec.value)
@@ -29,8 +34,23 @@ void declare(CLI::App& app, std::map<std::string, std::vector<std::string>>& val
   for (const FlagSpec& flag : flagTable()) {
     app.add_flag("--" + std::string(flag.name), flags[flag.name], flag.help);
   }
-  app.set_help_flag("-h,--help", "print this text and exit");
-  app.set_version_flag("--version", std::string(kProgram) + " " KV_VERSION " (Project Share)");
+  app.set_help_flag("-h,--help", kHelpOption);
+  app.set_version_flag("--version", std::string(kProgram) + " " KV_VERSION " (Project Share)",
+                       kVersionOption);
+}
+
+std::string helpText() {
+  JsonValue rows = JsonValue::array();
+  const auto add = [&rows](const std::string& option, const std::string& help) {
+    rows.append(JsonValue::object({{"option", "  " + option}, {"help", help}}));
+  };
+  for (const OptionSpec& spec : optionTable()) {
+    add("--" + std::string(spec.name) + " " + spec.value, spec.help);
+  }
+  for (const FlagSpec& flag : flagTable()) add("--" + std::string(flag.name), flag.help);
+  add("-h, --help", kHelpOption);
+  add("--version", kVersionOption);
+  return kDescription + renderWrapped(rows) + kFooter;
 }
 
 ProgramEnd usageError(const std::string& what) { return {2, std::string(kProgram) + ": " + what}; }
@@ -67,9 +87,9 @@ std::variant<Options, ProgramEnd> settled(GivenOptions given, Flags& flags) {
   return *options;
 }
 
-ProgramEnd parseEnd(const CLI::App& app, const CLI::ParseError& problem) {
+ProgramEnd parseEnd(const CLI::ParseError& problem) {
   if (problem.get_name() == "CallForVersion") return {0, problem.what()};
-  if (problem.get_exit_code() == 0) return {0, app.help()};
+  if (problem.get_exit_code() == 0) return {0, helpText()};
   return usageError(std::string(problem.what()) + "; \"" + kProgram +
                     " --help\" lists the options.");
 }
@@ -84,7 +104,7 @@ std::variant<Options, ProgramEnd> readOptions(int argc, const char* const* argv)
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& problem) {
-    return parseEnd(app, problem);
+    return parseEnd(problem);
   }
   GivenOptions given;
   for (const auto& [name, texts] : values) {

@@ -76,9 +76,19 @@ kv_setup() {
 }
 
 # kv_build PRESET [TARGET...]: configures if need be, and builds quietly; the whole output is shown when it fails.
+# Of two at once in one folder the second waits for the first.
 kv_build() {
-  local preset=$1 log started=$SECONDS
+  local preset=$1 log started=$SECONDS lock
   shift
+  if ! mkdir -p build 2>/dev/null || ! [ -w build ] || { [ -d "build/$preset" ] && ! [ -w "build/$preset" ]; }; then
+    echo "build: $PWD/build cannot be written: it is read-only, or another user's; build in a copy of your own" >&2
+    return 1
+  fi
+  exec {lock}>"build/$preset.lock"
+  if ! flock -n "$lock"; then
+    echo "build: another build of $preset is under way; waiting for its end"
+    flock "$lock"
+  fi
   log=$(mktemp)
   [ -d "build/$preset" ] || echo "build: $preset, for the first time; this takes minutes (watch $log)"
   if ! cmake --preset "$preset" >"$log" 2>&1 ||
@@ -86,8 +96,10 @@ kv_build() {
     tail -n 60 "$log" >&2
     echo "build: $preset failed (above)" >&2
     rm -f "$log"
+    exec {lock}>&-
     return 1
   fi
+  exec {lock}>&-
   rm -f "$log"
   echo "build: $preset ready in $((SECONDS - started)) s"
 }

@@ -74,7 +74,7 @@ Names listed(const std::string& words, const std::regex& heading, const std::reg
 }
 
 TEST(ManPages, TheStationsOptionsAreThoseOfItsHelp) {
-  static const std::regex kOption("^  (?:-h,)?(--[a-z-]+(?: [^ ]+)?)");
+  static const std::regex kOption("^  (?:-h, )?(--[a-z-]+(?: [^ ]+)?)");
   Names options;
   for (const std::string& line : linesOf(KV_STATION " --help")) {
     std::smatch found;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 namespace {
 
@@ -155,6 +156,8 @@ TEST_F(OptionsTest, WithoutAProjectsDirectoryItSaysHowToNameOne) {
 TEST_F(OptionsTest, HelpAndVersionEndWellAndNameEveryOption) {
   const ProgramEnd help = end({"--help"});
   EXPECT_EQ(help.status, 0);
+  std::istringstream lines(help.text);
+  for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 80u) << line;
   for (const OptionSpec& option : optionTable()) {
     EXPECT_NE(help.text.find("--" + std::string(option.name)), std::string::npos) << option.name;
   }
