@@ -5,7 +5,6 @@
 #include <cstdio>
 
 #include "station/base/Strings.h"
-#include "station/net/MessageFields.h"
 
 namespace {
 
@@ -86,7 +85,10 @@ void EventWriter::emitMessage(std::string_view name, const std::string& wireText
 
 void EventWriter::sent(const std::string& wireText) { emitMessage("sent", wireText); }
 
-void EventWriter::received(const std::string& wireText) { emitMessage("received", wireText); }
+void EventWriter::received(const std::string& wireText) {
+  emitMessage("received", wireText);
+  message_ = readMessage(wireText);
+}
 
 void EventWriter::changed(const std::string& what, const Cookie& cookie, const std::string& how,
                           Origin origin) {
@@ -109,7 +111,11 @@ void EventWriter::network(const std::string& problem, std::uint64_t dropped) {
 }
 
 void EventWriter::notification(const std::string& text) {
-  emit("notification", {textMember("text", text)});
+  std::vector<JsonValue::Member> members{textMember("text", text)};
+  const bool isTheirs = currentOrigin() == Origin::eRemote && message_.data == text;
+  if (isTheirs && !message_.source.empty())
+    members.push_back(textMember("source", message_.source));
+  emit("notification", members);
 }
 
 void EventWriter::panel(const std::vector<std::string>& lines) {

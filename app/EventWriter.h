@@ -7,6 +7,7 @@
 
 #include "app/iEventSink.h"
 #include "station/base/Events.h"
+#include "station/net/MessageFields.h"
 
 /// Turns what the station tells into events and hands each to every sink.
 ///
@@ -14,7 +15,8 @@
 ///
 /// `time` is in seconds of the machine's monotonic clock, so that the events of several stations on
 /// one machine can be put in order. A text that is not UTF-8 is given in hexadecimal under its key
-/// with "_hex" appended. Any thread.
+/// with "_hex" appended. A notification of words that another user just sent has that user under
+/// `source`. Any thread.
 class EventWriter : public iStationEvents {
  public:
   /// Adds a sink, which must outlive this. Before other threads use this.
@@ -38,6 +40,7 @@ class EventWriter : public iStationEvents {
 
   std::mutex mutex_;
   std::vector<iEventSink*> sinks_;
+  MessageFields message_;  ///< the words of a user that came last; host thread
 };
 
 /// The keys under which an event shows a datagram: type, type_name, project, cookie, target, data

@@ -53,6 +53,26 @@ TEST_F(EventWriterTest, AMessageIsShownByItsFieldsAndItsBytes) {
   for (const char* key : {"target", "data"}) EXPECT_TRUE(last().find(key)) << key;
 }
 
+TEST_F(EventWriterTest, ANotificationNamesWhoseWordsItIs) {
+  const std::string words =
+      "d\xAC"
+      "10\xACP0001\xAC"
+      "ANNA\xAC<All>\xAClunch?\xAC";
+  writer.notification("lunch?");
+  EXPECT_FALSE(last().find("source"));
+  {
+    const RemoteChangeScope delivery;
+    writer.received(words);
+    writer.notification("lunch?");
+    EXPECT_EQ(last()["source"].asString(), "ANNA");
+    EXPECT_EQ(last()["text"].asString(), "lunch?");
+    writer.notification("something else");
+    EXPECT_FALSE(last().find("source"));
+  }
+  writer.notification("lunch?");
+  EXPECT_FALSE(last().find("source"));
+}
+
 TEST_F(EventWriterTest, BytesThatAreNotUtf8AreGivenInHexadecimal) {
   struct Row {
     std::string text;
