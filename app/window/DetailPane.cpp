@@ -1,19 +1,18 @@
 #include "app/window/DetailPane.h"
 
-#include <QLabel>
 #include <QPlainTextEdit>
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
+#include "app/window/ElidedLabel.h"
 #include "app/window/LongText.h"
 #include "app/window/Texts.h"
 
 namespace {
 
-QLabel* elasticLabel(const char* role) {
-  auto* label = new QLabel;
+ElidedLabel* elasticLabel(const char* role) {
+  auto* label = new ElidedLabel;
   label->setProperty("role", role);
-  label->setTextFormat(Qt::PlainText);
   label->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
   return label;
 }

@@ -50,7 +50,8 @@ void EventFeed::take(const StationEvent& event) {
                                                         : LogLine::Kind::eText,
              text);
   } else if (event.name == "notification") {
-    news_.notifications.push_back({QDateTime::currentDateTime(), eventText(value, "text")});
+    news_.notifications.push_back(
+        {QDateTime::currentDateTime(), eventText(value, "source"), eventText(value, "text")});
   } else if (event.name == "network") {
     takeLine(LogLine::Kind::eNetwork, eventText(value, "problem"));
   } else if (event.name == "command") {

@@ -22,6 +22,7 @@ struct LogLine {
 /// A text that reached this station and that no panel took.
 struct NotificationLine {
   QDateTime time;
+  QString sender;  ///< the user who wrote it; empty where none is known
   QString text;
 };
 

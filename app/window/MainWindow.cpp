@@ -64,6 +64,7 @@ MainWindow::MainWindow(HostLink& link)
   connectLink();
   connectPanes();
   restoreLayout();
+  spread_ = saveState();
   enableActions();
 }
 
@@ -149,12 +150,20 @@ void MainWindow::takeNews(const News& news) {
   for (const LogLine& line : news.lines) {
     if (line.kind == LogLine::Kind::eNetwork) tellOfSending(line.text);
   }
-  if (news.notifications.empty()) return;
-  const NotificationLine& last = news.notifications.back();
-  strip_->tell(MessageBar::Kind::eNote,
-               last.time.toString(QStringLiteral("HH:mm:ss  ")) + last.text.simplified());
-  strip_->offer(QStringLiteral("All"));
+  if (!news.notifications.empty()) tellOfWords(news.notifications.back());
+}
+
+// Where the list is on the screen, it has them already.
+void MainWindow::tellOfWords(const NotificationLine& latest) {
   QApplication::alert(this);
+  if (notifications_->isVisible()) return;
+  const int unread = notifications_->unread();
+  const QString before =
+      unread > 1 ? QStringLiteral("%L1 unread, the latest:  ").arg(unread) : QString();
+  strip_->tell(
+      MessageBar::Kind::eNote,
+      before + latest.time.toString(QStringLiteral("HH:mm:ss  ")) + notificationText(latest));
+  strip_->offer(unread > 1 ? QStringLiteral("All %L1").arg(unread) : QStringLiteral("All"));
 }
 
 // What could not be sent, or not whole, stays told: the command itself went well.
@@ -206,7 +215,7 @@ void MainWindow::showChoice() {
   if (chosen.empty()) {
     detail_->choose(std::nullopt, kind, {});
   } else if (chosen.front().key != detail_->key()) {
-    objects_->markSeen(chosen.front().key);
+    if (!objects_->isChoosing()) objects_->markSeen(chosen.front().key);
     detail_->choose(chosen.front(), kind, contentText(chosen.front(), kind, *objects_));
   }
   enableActions();
@@ -229,6 +238,11 @@ void MainWindow::closeEvent(QCloseEvent* event) {
   messages_->tell(MessageBar::Kind::eNote,
                   QStringLiteral("Leaving the project. Close the window again to end at once."));
   link_.askForEnd();
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event) {
+  QMainWindow::resizeEvent(event);
+  QMetaObject::invokeMethod(this, &MainWindow::fitDocks, Qt::QueuedConnection);
 }
 
 void MainWindow::keyPressEvent(QKeyEvent* event) {

@@ -50,6 +50,7 @@ class MainWindow : public QMainWindow {
  protected:
   void closeEvent(QCloseEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
 
  private:
   void buildPanes();
@@ -61,10 +62,12 @@ class MainWindow : public QMainWindow {
   void connectPanes();
   void takeSnapshot(const SnapshotPtr& snapshot);
   void takeNews(const News& news);
+  void tellOfWords(const NotificationLine& latest);
   void tellOfSending(const QString& problem);
   void tellOfMessage(const CommandOutcome& said);
   void takeOutcome(const CommandOutcome& outcome);
   void showAnswer(const QString& title, const QString& text);
+  void showWhole(const QString& title, const QString& text);
   void runAction(const ActionSpec& action);
   void askFields(const ActionSpec& action);
   [[nodiscard]] QStringList targetWords(Target target) const;
@@ -76,6 +79,10 @@ class MainWindow : public QMainWindow {
   void runTypedLine();
   void chooseAppearance(const QString& name);
   void nextPane();
+  void fitDocks();
+  void keepMiddleWide();
+  void gatherDocks();
+  void spreadDocks();
   void restoreLayout();
   void saveLayout() const;
 
@@ -95,6 +102,8 @@ class MainWindow : public QMainWindow {
   QSplitter* side_ = nullptr;
   QSplitter* centre_ = nullptr;
   QAction* panelAction_ = nullptr;
+  QByteArray spread_;  ///< where the docks were when there was room for them
+  bool isSmall_ = false;
   SnapshotPtr snapshot_;
   QString toChoose_;  ///< the cookie of an object that was just made here
   QString advice_;    ///< on the message that was sent last

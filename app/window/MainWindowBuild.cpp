@@ -14,17 +14,20 @@
 #include <QTreeView>
 #include <QTreeWidget>
 #include <QVBoxLayout>
+#include <utility>
 
 #include "app/window/Appearance.h"
 #include "app/window/DetailPane.h"
 #include "app/window/Icons.h"
 #include "app/window/LogPane.h"
+#include "app/window/LongText.h"
 #include "app/window/MainWindow.h"
 #include "app/window/MessageBar.h"
 #include "app/window/NotificationsPane.h"
 #include "app/window/ObjectsPane.h"
 #include "app/window/PanelDock.h"
 #include "app/window/ProjectsPane.h"
+#include "app/window/Scrolled.h"
 #include "app/window/Texts.h"
 #include "app/window/WindowSettings.h"
 #include "station/base/StationSettings.h"
@@ -32,6 +35,7 @@
 namespace {
 
 constexpr QSize kFirstSize{1240, 780};
+constexpr QSize kRoomForDocks{480, 320};  // beside one another
 
 /// "640x700+10+0": a size and a place.
 std::optional<QRect> geometryFrom(const std::string& text) {
@@ -56,6 +60,22 @@ QSplitter* splitter(Qt::Orientation orientation, const QList<QWidget*>& widgets)
   return made;
 }
 
+/// An empty text in a dialog of its own, which is gone once it is closed.
+QPlainTextEdit& showInDialog(const QString& title, QWidget& parent) {
+  auto* dialog = new QDialog(&parent);
+  dialog->setAttribute(Qt::WA_DeleteOnClose);
+  dialog->setObjectName(QStringLiteral("answer"));
+  dialog->setWindowTitle(plainTitle(title));
+  auto* shown = new QPlainTextEdit;
+  shown->setReadOnly(true);
+  auto* layout = new QVBoxLayout(dialog);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->addWidget(shown);
+  dialog->resize(720, 420);
+  dialog->show();
+  return *shown;
+}
+
 }  // namespace
 
 void MainWindow::buildPanes() {
@@ -72,20 +92,28 @@ void MainWindow::buildPanes() {
   layout->setSpacing(0);
   layout->addWidget(messages_);
   layout->addWidget(strip_);
-  layout->addWidget(side_, 1);
+  layout->addWidget(scrolled(side_), 1);
   setCentralWidget(middle);
   connect(strip_, &MessageBar::acted, this, [this] {
     strip_->hide();
     notificationsDock_->show();
     notificationsDock_->raise();
+    notifications_->chooseLatest();
   });
+  connect(notifications_, &NotificationsPane::unreadChanged, this, [this](int count) {
+    const QString title = QStringLiteral("Notifications");
+    notificationsDock_->setWindowTitle(
+        count == 0 ? title : QStringLiteral("%1 (%L2)").arg(title).arg(count));
+    if (count == 0) strip_->hide();
+  });
+  connect(notifications_, &NotificationsPane::wholeWanted, this, &MainWindow::showWhole);
 }
 
 void MainWindow::buildDocks() {
   const auto dock = [](const QString& title, const char* name, QWidget* content) {
     auto* made = new QDockWidget(title);
     made->setObjectName(QString::fromLatin1(name));
-    made->setWidget(content);
+    made->setWidget(scrolled(content));
     return made;
   };
   addDockWidget(Qt::RightDockWidgetArea, panel_);
@@ -96,6 +124,12 @@ void MainWindow::buildDocks() {
   logDock_->hide();
   notificationsDock_->hide();
   resizeDocks({panel_}, {300}, Qt::Horizontal);
+  for (QDockWidget* each : {static_cast<QDockWidget*>(panel_), notificationsDock_, logDock_}) {
+    connect(each, &QDockWidget::visibilityChanged, this, &MainWindow::fitDocks,
+            Qt::QueuedConnection);
+    connect(each, &QDockWidget::dockLocationChanged, this, &MainWindow::fitDocks,
+            Qt::QueuedConnection);
+  }
   resizeDocks({logDock_}, {170}, Qt::Vertical);
 }
 
@@ -196,19 +230,14 @@ void MainWindow::showAnswer(const QString& title, const QString& text) {
     messages_->tell(MessageBar::Kind::eNote, text);
     return;
   }
-  auto* dialog = new QDialog(this);
-  dialog->setAttribute(Qt::WA_DeleteOnClose);
-  dialog->setObjectName(QStringLiteral("answer"));
-  dialog->setWindowTitle(plainTitle(title));
-  auto* shown = new QPlainTextEdit(text);
-  shown->setReadOnly(true);
-  shown->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-  shown->setLineWrapMode(QPlainTextEdit::NoWrap);
-  auto* layout = new QVBoxLayout(dialog);
-  layout->setContentsMargins(0, 0, 0, 0);
-  layout->addWidget(shown);
-  dialog->resize(720, 420);
-  dialog->show();
+  QPlainTextEdit& shown = showInDialog(title, *this);
+  shown.setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+  shown.setLineWrapMode(QPlainTextEdit::NoWrap);
+  shown.setPlainText(text);
+}
+
+void MainWindow::showWhole(const QString& title, const QString& text) {
+  showLongText(showInDialog(title, *this), text);
 }
 
 // The colours of what was drawn before are in icons and labels; an empty name is the remembered
@@ -239,8 +268,48 @@ void MainWindow::nextPane() {
   }
 }
 
+// In a small window the tools lie over one another, each with a tab, and find back to their places
+// once there is room.
+void MainWindow::fitDocks() {
+  const bool isSmall = width() < kRoomForDocks.width() || height() < kRoomForDocks.height();
+  for (MessageBar* bar : {messages_, strip_}) {
+    bar->setLines(isSmall ? MessageBar::Lines::eOne : MessageBar::Lines::eAll);
+  }
+  if (isSmall != isSmall_) isSmall ? gatherDocks() : spreadDocks();
+  isSmall_ = isSmall;
+  keepMiddleWide();
+  if (!isSmall) spread_ = saveState();
+}
+
+// The open project is what the window is for: what lies beside it has two fifths at most.
+void MainWindow::keepMiddleWide() {
+  const int mostOfAll = width() * 2 / 5;
+  if (panel_->isVisible() && panel_->width() > mostOfAll) {
+    resizeDocks({panel_}, {mostOfAll}, Qt::Horizontal);
+  }
+  const int most = side_->width() * 2 / 5;
+  if (side_->sizes().front() > most) side_->setSizes({most, side_->width() - most});
+}
+
+void MainWindow::gatherDocks() {
+  for (QDockWidget* dock : {notificationsDock_, logDock_}) {
+    if (dock->isFloating() || panel_->isFloating()) continue;
+    const bool wasShown = !dock->isHidden();
+    tabifyDockWidget(panel_, dock);
+    dock->setVisible(wasShown);
+  }
+}
+
+void MainWindow::spreadDocks() {
+  const QList<QDockWidget*> docks{panel_, notificationsDock_, logDock_};
+  QList<bool> shown;
+  for (const QDockWidget* dock : docks) shown.append(!dock->isHidden());
+  restoreState(spread_);
+  for (qsizetype i = 0; i < docks.size(); ++i) docks[i]->setVisible(shown[i]);
+}
+
 void MainWindow::restoreLayout() {
-  resize(kFirstSize);
+  resize(kFirstSize.boundedTo(screen()->availableSize()));
   setMinimumSize(300, 200);
   QSettings kept = windowSettings();
   if (const auto asked = askedGeometry()) {
@@ -260,7 +329,7 @@ void MainWindow::saveLayout() const {
   if (!keepsLayout_) return;
   QSettings kept = windowSettings();
   kept.setValue(QStringLiteral("geometry"), saveGeometry());
-  kept.setValue(QStringLiteral("state"), saveState());
+  kept.setValue(QStringLiteral("state"), isSmall_ ? spread_ : saveState());
   kept.setValue(QStringLiteral("side"), side_->saveState());
   kept.setValue(QStringLiteral("centre"), centre_->saveState());
   if (snapshot_) keepTools(kept, snapshot_->tools);

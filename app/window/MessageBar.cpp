@@ -5,6 +5,7 @@
 #include <QStyle>
 #include <QToolButton>
 #include <algorithm>
+#include <utility>
 
 #include "app/window/Appearance.h"
 #include "app/window/Icons.h"
@@ -72,13 +73,24 @@ void MessageBar::offer(const QString& action) {
   button_->setVisible(!action.isEmpty());
 }
 
+void MessageBar::setLines(Lines lines) {
+  if (std::exchange(lines_, lines) == lines) return;
+  label_->setWordWrap(lines == Lines::eAll);
+  showText();
+}
+
 void MessageBar::showText() {
-  const bool isLong = text_.size() > kLongest;
-  label_->setText(isLong ? text_.left(kLongest) + QStringLiteral("…") : text_);
-  label_->setToolTip(isLong ? plainTip(text_) : QString());
+  QString shown = text_.size() > kLongest ? text_.left(kLongest) + QStringLiteral("…") : text_;
+  if (lines_ == Lines::eOne) {
+    shown = fontMetrics().elidedText(oneLine(shown), Qt::ElideRight, label_->width());
+  }
+  label_->setText(shown);
+  label_->setToolTip(shown == text_ ? QString() : plainTip(text_));
+  const int height = lines_ == Lines::eAll ? label_->heightForWidth(label_->width()) : 0;
+  label_->setMinimumHeight(std::max(0, height));
 }
 
 void MessageBar::resizeEvent(QResizeEvent* event) {
   QFrame::resizeEvent(event);
-  label_->setMinimumHeight(std::max(0, label_->heightForWidth(label_->width())));
+  showText();
 }

@@ -15,6 +15,11 @@ class MessageBar : public QFrame {
 
   explicit MessageBar(const QString& name, QWidget* parent = nullptr);
 
+  /// Whether a text gets as many lines as it needs, or one that ends in "…" with the whole in its
+  /// tool tip.
+  enum class Lines { eAll, eOne };
+  void setLines(Lines lines);
+
   void tell(Kind kind, const QString& text);
 
   /// Offers something to do about it.
@@ -34,4 +39,5 @@ class MessageBar : public QFrame {
   QToolButton* button_;
   QToolButton* close_;
   QString text_;
+  Lines lines_ = Lines::eAll;
 };

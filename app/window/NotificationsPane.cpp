@@ -3,17 +3,35 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QPlainTextEdit>
+#include <QSplitter>
 #include <QVBoxLayout>
+#include <utility>
 
 #include "app/window/Appearance.h"
 #include "app/window/Icons.h"
 #include "app/window/LongText.h"
+#include "app/window/Texts.h"
 
 namespace {
 
 constexpr qsizetype kLongestLine = 300;
+constexpr int kTextRole = Qt::UserRole;
+constexpr int kTitleRole = Qt::UserRole + 1;
+
+void setBold(QListWidgetItem& item, int weight) {
+  QFont font = item.font();
+  font.setWeight(static_cast<QFont::Weight>(weight));
+  item.setFont(font);
+}
 
 }  // namespace
+
+QString notificationText(const NotificationLine& line) {
+  const QString who = line.sender.isEmpty() ? QString() : oneLine(line.sender) + ": ";
+  if (line.text.size() <= kLongestLine) return who + line.text.simplified();
+  return who + line.text.left(kLongestLine).simplified() +
+         QStringLiteral("… (%L1 letters)").arg(line.text.size());
+}
 
 NotificationsPane::NotificationsPane(QWidget* parent)
     : QWidget(parent),
@@ -29,37 +47,65 @@ NotificationsPane::NotificationsPane(QWidget* parent)
   hint_->setWordWrap(true);
   hint_->setMargin(12);
   whole_->setReadOnly(true);
-  whole_->setMaximumHeight(90);
   whole_->setTabChangesFocus(true);
   whole_->setAccessibleName(QStringLiteral("The whole notification"));
   whole_->hide();
-  list_->hide();
+  auto* both = new QSplitter(Qt::Vertical);
+  both->addWidget(list_);
+  both->addWidget(whole_);
+  both->setStretchFactor(0, 2);
+  both->setStretchFactor(1, 1);
+  both->hide();
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
   layout->addWidget(hint_, 0, Qt::AlignTop);
-  layout->addWidget(list_, 1);
-  layout->addWidget(whole_);
+  layout->addWidget(both, 1);
   connect(list_, &QListWidget::currentItemChanged, this, &NotificationsPane::showChosen);
+  connect(list_, &QListWidget::itemActivated, this, [this](const QListWidgetItem* item) {
+    Q_EMIT wholeWanted(item->data(kTitleRole).toString(), item->data(kTextRole).toString());
+  });
 }
 
 void NotificationsPane::add(const std::vector<NotificationLine>& lines) {
   if (lines.empty()) return;
   hint_->hide();
-  list_->show();
-  for (const NotificationLine& line : lines) {
-    auto* item = new QListWidgetItem(icon(Glyph::eBell, colours().accent),
-                                     line.time.toString(QStringLiteral("HH:mm:ss  ")) +
-                                         line.text.left(kLongestLine).simplified());
-    item->setData(Qt::UserRole, line.text);
-    item->setToolTip(line.time.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")));
-    list_->insertItem(0, item);
-  }
+  list_->parentWidget()->show();
+  for (const NotificationLine& line : lines) addLine(line);
   while (list_->count() > kMost) delete list_->takeItem(list_->count() - 1);
+  if (!isVisible()) setUnread(unread_ + static_cast<int>(lines.size()));
 }
+
+void NotificationsPane::addLine(const NotificationLine& line) {
+  auto* item = new QListWidgetItem(
+      icon(Glyph::eBell, colours().accent),
+      line.time.toString(QStringLiteral("HH:mm:ss  ")) + notificationText(line));
+  const QString when = line.time.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+  item->setData(kTextRole, line.text);
+  item->setData(kTitleRole, line.sender.isEmpty() ? when : line.sender + ", " + when);
+  item->setToolTip(plainTip(item->data(kTitleRole).toString() + QLatin1Char('\n') + line.text));
+  if (!isVisible()) setBold(*item, QFont::Bold);
+  list_->insertItem(0, item);
+}
+
+void NotificationsPane::chooseLatest() { list_->setCurrentRow(0); }
 
 void NotificationsPane::showChosen() {
   const QListWidgetItem* item = list_->currentItem();
   whole_->setVisible(item != nullptr);
-  if (item) showLongText(*whole_, item->data(Qt::UserRole).toString());
+  if (item) showLongText(*whole_, item->data(kTextRole).toString());
+}
+
+void NotificationsPane::setUnread(int count) {
+  if (std::exchange(unread_, count) != count) Q_EMIT unreadChanged(count);
+}
+
+void NotificationsPane::showEvent(QShowEvent* event) {
+  QWidget::showEvent(event);
+  setUnread(0);
+}
+
+void NotificationsPane::hideEvent(QHideEvent* event) {
+  QWidget::hideEvent(event);
+  for (int i = 0; i < list_->count(); ++i) setBold(*list_->item(i), QFont::Normal);
 }

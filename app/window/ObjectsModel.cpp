@@ -17,11 +17,11 @@ constexpr int kAskDelayMs = 30;
 QList<Column> columnsOf(ObjectKind kind) {
   switch (kind) {
     case ObjectKind::eEdits:
-      return {Column::eName, Column::eOwner, Column::eMay, Column::eState, Column::eNews};
+      return {Column::eName, Column::eNews, Column::eMay, Column::eOwner, Column::eState};
     case ObjectKind::eMedia:
-      return {Column::eName, Column::eDetail, Column::eExtra, Column::eNews};
+      return {Column::eName, Column::eNews, Column::eDetail, Column::eExtra};
     default:
-      return {Column::eName, Column::eDetail, Column::eNews};
+      return {Column::eName, Column::eNews, Column::eDetail};
   }
 }
 
@@ -206,7 +206,11 @@ int ObjectsModel::columnCount(const QModelIndex& parent) const {
 
 QVariant ObjectsModel::headerData(int section, Qt::Orientation orientation, int role) const {
   if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
-  switch (columns_[section]) {
+  return headerText(columns_[section]);
+}
+
+QString ObjectsModel::headerText(Column column) const {
+  switch (column) {
     case eName:
       return QStringLiteral("Name");
     case eOwner:
@@ -281,9 +285,14 @@ QVariant ObjectsModel::colourOf(const ObjectRow& row, Column column) const {
 }
 
 QString ObjectsModel::toolTipOf(const ObjectRow& row) const {
-  QString text = textOf(row, eName);
-  if (!row.problem.isEmpty()) text += QLatin1Char('\n') + row.problem;
-  return plainTip(text + QLatin1Char('\n') + row.cookie);
+  QStringList lines{textOf(row, eName)};
+  if (!row.problem.isEmpty()) lines.append(row.problem);
+  for (int i = 1; i < columns_.size(); ++i) {
+    const QString text = textOf(row, columns_[i]);
+    if (!text.isEmpty()) lines.append(headerText(columns_[i]) + QStringLiteral(": ") + text);
+  }
+  lines.append(row.cookie);
+  return plainTip(lines.join(QLatin1Char('\n')));
 }
 
 QVariant ObjectsModel::data(const QModelIndex& index, int role) const {

@@ -54,6 +54,7 @@ class ObjectsModel : public QAbstractTableModel {
   [[nodiscard]] QVariant iconOf(const ObjectRow& row, Column column) const;
   [[nodiscard]] QVariant colourOf(const ObjectRow& row, Column column) const;
   [[nodiscard]] QString toolTipOf(const ObjectRow& row) const;
+  [[nodiscard]] QString headerText(Column column) const;
   [[nodiscard]] QString mayText(const ObjectRow& row) const;
   [[nodiscard]] bool isNew(const ObjectRow& row) const;
   void forgetAnswers(const ObjectRows& before, const ObjectRows& now);

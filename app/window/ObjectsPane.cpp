@@ -1,18 +1,19 @@
 #include "app/window/ObjectsPane.h"
 
-#include <QHeaderView>
 #include <QLabel>
 #include <QVBoxLayout>
 
 #include "app/window/Appearance.h"
 #include "app/window/ChoiceKeeper.h"
+#include "app/window/ColumnFit.h"
 #include "app/window/Icons.h"
+#include "app/window/NaturalOrder.h"
 
 namespace {
 
 using Column = ObjectsModel::Column;
 
-constexpr int kLeastWidth = 48;
+constexpr int kLeastName = 120;
 
 QString emptyText(ObjectKind kind) {
   switch (kind) {
@@ -39,30 +40,33 @@ QString emptyText(ObjectKind kind) {
       "the project.</p>");
 }
 
-int widthOf(Column column) {
+/// As wide as the longest text that the column usually shows; names and paths may be cut.
+ColumnFit::Width widthOf(const QTreeView& view, Column column) {
+  constexpr int kAroundText = 44;
+  const auto whole = [&view](const char* text) {
+    const int width = view.fontMetrics().horizontalAdvance(QString::fromUtf8(text)) + kAroundText;
+    return ColumnFit::Width{width, width};
+  };
   switch (column) {
-    case Column::eOwner:
-      return 84;
-    case Column::eMay:
-      return 104;
-    case Column::eState:
-      return 122;
     case Column::eNews:
-      return 166;
+      return whole("changed elsewhere");
+    case Column::eMay:
+      return whole("change it");
+    case Column::eState:
+      return whole("open, unsaved");
+    case Column::eOwner:
+      return {96, 72};
     default:
-      return 230;
+      return {230, 100};
   }
 }
 
-/// The name takes what the others leave.
 void setWidths(QTreeView& view, const ObjectsModel& model) {
-  QHeaderView& header = *view.header();
-  header.setStretchLastSection(false);
-  header.setMinimumSectionSize(kLeastWidth);
-  header.setSectionResizeMode(0, QHeaderView::Stretch);
+  std::vector<ColumnFit::Width> widths;
   for (int i = 1; i < model.columnCount(); ++i) {
-    view.setColumnWidth(i, widthOf(model.columnAt(i)));
+    widths.push_back(widthOf(view, model.columnAt(i)));
   }
+  new ColumnFit(view, kLeastName, std::move(widths));
 }
 
 QString noProjectText() {
@@ -116,10 +120,9 @@ ObjectsPane::ObjectsPane(QWidget* parent)
 }
 
 ObjectsPane::List ObjectsPane::makeList(ObjectKind kind) {
-  List list{new ObjectsModel(kind, this), new QSortFilterProxyModel(this), new QTreeView};
+  List list{new ObjectsModel(kind, this), new NaturalOrderProxy(this), new QTreeView};
   list.proxy->setSourceModel(list.model);
   list.proxy->setSortRole(ObjectsModel::eSortRole);
-  list.proxy->setSortCaseSensitivity(Qt::CaseInsensitive);
   list.proxy->setFilterCaseSensitivity(Qt::CaseInsensitive);
   list.proxy->setFilterKeyColumn(ObjectsModel::eName);
   QTreeView& view = *list.view;
@@ -142,6 +145,9 @@ ObjectsPane::List ObjectsPane::makeList(ObjectKind kind) {
           &ObjectsPane::choiceChanged);
   connect(&view, &QTreeView::customContextMenuRequested, this,
           [this, v = list.view](QPoint at) { Q_EMIT menuWanted(v->viewport()->mapToGlobal(at)); });
+  connect(&view, &QTreeView::clicked, this, [this] {
+    for (const ObjectRow& row : chosen()) markSeen(row.key);
+  });
   connect(&view, &QTreeView::activated, this, [this](const QModelIndex&) {
     const auto rows = chosen();
     if (!rows.empty()) Q_EMIT opened(rows.front());
@@ -164,11 +170,25 @@ void ObjectsPane::show(const Snapshot& snapshot) {
   const bool isOther = project_ != snapshot.project.cookie;
   project_ = snapshot.project.cookie;
   for (std::size_t i = 0; i < kObjectKinds; ++i) {
+    if (isOther) lists_[i].view->selectionModel()->clear();
     if (isOther) lists_[i].model->startAfresh();
     lists_[i].model->setRows(snapshot.objects[i]);
   }
   showTitles();
   showEmptiness();
+  lacksChoice_ = lacksChoice_ || isOther;
+  if (lacksChoice_) chooseFirst();
+}
+
+// A project that was entered shows its first edit at once, unless the user was faster.
+void ObjectsPane::chooseFirst() {
+  const List& edits = list(ObjectKind::eEdits);
+  if (edits.proxy->rowCount() == 0) return;
+  lacksChoice_ = false;
+  if (edits.view->currentIndex().isValid()) return;
+  isChoosing_ = true;
+  edits.view->setCurrentIndex(edits.proxy->index(0, 0));
+  isChoosing_ = false;
 }
 
 void ObjectsPane::takeAnswers(const QHash<QString, bool>& answers) {

@@ -30,6 +30,9 @@ class ObjectsPane : public QWidget {
   /// The rows chosen in the list that is shown, the current one first.
   [[nodiscard]] std::vector<ObjectRow> chosen() const;
 
+  /// Whether what is being chosen right now was not the user's choice, who may not look.
+  [[nodiscard]] bool isChoosing() const { return isChoosing_; }
+
   /// The object of this cookie, whatever its kind.
   [[nodiscard]] std::optional<ObjectRow> find(const QString& cookie) const;
 
@@ -67,6 +70,7 @@ class ObjectsPane : public QWidget {
   void showTitles();
   void showEmptiness();
   void narrow(const QString& text);
+  void chooseFirst();
 
   QTabBar* tabs_;
   QLineEdit* search_;
@@ -75,4 +79,6 @@ class ObjectsPane : public QWidget {
   std::array<List, kObjectKinds> lists_;
   QString project_;
   bool hasProject_ = false;
+  bool lacksChoice_ = false;  ///< a project was entered and had no edit to show yet
+  bool isChoosing_ = false;
 };

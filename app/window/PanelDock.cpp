@@ -12,6 +12,7 @@
 #include "app/window/Appearance.h"
 #include "app/window/ConversationView.h"
 #include "app/window/Icons.h"
+#include "app/window/Scrolled.h"
 #include "station/ui/Resources.h"
 
 namespace {
@@ -59,7 +60,7 @@ PanelDock::PanelDock(QWidget* parent)
   layout->addLayout(to);
   layout->addWidget(conversation_, 1);
   layout->addLayout(bottom);
-  setWidget(content);
+  setWidget(scrolled(content));
   setFocusProxy(entry_);
   connect(recipients_, &QComboBox::textActivated, this, &PanelDock::recipientChosen);
   connect(entry_, &QLineEdit::returnPressed, this, &PanelDock::send);

@@ -1,16 +1,21 @@
 #include "app/window/ProjectsPane.h"
 
 #include <QEvent>
-#include <QHeaderView>
 #include <QLabel>
 #include <QTreeWidget>
 #include <QVBoxLayout>
+#include <algorithm>
 
 #include "app/window/Appearance.h"
+#include "app/window/ColumnFit.h"
 #include "app/window/Icons.h"
 #include "app/window/Texts.h"
 
 namespace {
+
+constexpr int kLeastName = 70;
+constexpr int kLeastState = 28;   // its sign
+constexpr int kAroundState = 40;  // the sign, and the gaps
 
 QLabel* makeLabel(const QString& text, const char* role) {
   auto* label = new QLabel(text);
@@ -40,7 +45,7 @@ QString stateText(const ProjectRow& row) {
   if (!row.problem.isEmpty()) return QStringLiteral("unreadable");
   if (row.isOpen) return QStringLiteral("open here");
   if (row.isPrivate || row.hold != Hold::eFree) return holdText(row.hold, row.holder);
-  return QStringLiteral("shared");
+  return QStringLiteral("open to all");
 }
 
 QIcon stateIcon(const ProjectRow& row, const Colours& with) {
@@ -121,6 +126,16 @@ ProjectsPane::ProjectsPane(QWidget* parent)
   showRooms();
 }
 
+// The states get the room for their texts before the names do: they end in who holds it.
+void ProjectsPane::fitColumns(QTreeWidget& list) {
+  int wanted = kLeastState;
+  for (int i = 0; i < list.topLevelItemCount(); ++i) {
+    const QString text = list.topLevelItem(i)->text(1);
+    wanted = std::max(wanted, list.fontMetrics().horizontalAdvance(text) + kAroundState);
+  }
+  columns_[&list]->setSecond({wanted, kLeastState});
+}
+
 QTreeWidget* ProjectsPane::makeList(const QString& name) {
   auto* list = new QTreeWidget;
   list->setObjectName(name);
@@ -131,8 +146,8 @@ QTreeWidget* ProjectsPane::makeList(const QString& name) {
   list->setAllColumnsShowFocus(true);
   list->setContextMenuPolicy(Qt::CustomContextMenu);
   list->setMinimumHeight(40);
-  list->header()->setStretchLastSection(true);
-  list->setColumnWidth(0, 130);
+  list->setTextElideMode(Qt::ElideRight);
+  columns_[list] = new ColumnFit(*list, kLeastName, {{kLeastState, kLeastState}});
   list->setAccessibleName(name == QLatin1String("rooms") ? QStringLiteral("Rooms")
                                                          : QStringLiteral("Projects"));
   connect(list, &QTreeWidget::currentItemChanged, this, &ProjectsPane::choiceChanged);
@@ -164,6 +179,7 @@ void ProjectsPane::showProjects() {
             row.name.isEmpty() ? row.cookie : row.name, kind, stateText(row), stateIcon(row, with),
             row.problem.isEmpty() ? stateText(row) : row.problem, row.isOpen);
   }
+  fitColumns(*projects_);
   projectsHint_->setText(!problem_.isEmpty() ? problem_
                                              : QStringLiteral("None yet. Ctrl+N makes one."));
   projectsHint_->setVisible(projectRows_->empty() || !problem_.isEmpty());
@@ -181,6 +197,7 @@ void ProjectsPane::showRooms() {
             state, row.isHere ? icon(Glyph::eHere, with.accent) : holdIcon(row.hold, with), state,
             row.isHere);
   }
+  fitColumns(*rooms_);
   const bool hasRooms = !open_.cookie.isEmpty() && !open_.isPrivate;
   roomsHint_->setText(open_.cookie.isEmpty() ? QStringLiteral("Rooms belong to an open project.")
                       : open_.isPrivate      ? QStringLiteral("A private project has no rooms.")

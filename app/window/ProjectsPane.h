@@ -1,10 +1,12 @@
 #pragma once
 
 #include <QWidget>
+#include <map>
 #include <optional>
 
 #include "app/window/Snapshot.h"
 
+class ColumnFit;
 class QLabel;
 class QTreeWidget;
 
@@ -33,10 +35,12 @@ class ProjectsPane : public QWidget {
 
  private:
   QTreeWidget* makeList(const QString& name);
+  void fitColumns(QTreeWidget& list);
   void showProjects();
   void showRooms();
   void changeEvent(QEvent* event) override;
 
+  std::map<QTreeWidget*, ColumnFit*> columns_;
   QLabel* projectsHeading_;
   QLabel* roomsHeading_;
   QLabel* projectsHint_;

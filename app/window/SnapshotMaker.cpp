@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "app/window/NaturalOrder.h"
 #include "app/window/ObjectRows.h"
 #include "app/window/Texts.h"
 #include "host/project/iPermissionsManager.h"
@@ -46,6 +47,13 @@ ProjectRow projectRow(const ProjectInfo& info, const ProjectState& open) {
   row.holder = readableText(info.lockOwner);
   row.problem = readableText(info.problem);
   return row;
+}
+
+template <typename Row>
+void sortByName(std::vector<Row>& rows) {
+  const QCollator order = naturalOrder();
+  std::ranges::stable_sort(rows,
+                           [&order](const Row& a, const Row& b) { return order(a.name, b.name); });
 }
 
 QStringList stringList(const JsonValue& array) {
@@ -103,6 +111,7 @@ void SnapshotMaker::lookAtLists(Snapshot& next) {
   std::vector<ProjectRow> projects;
   if (const auto infos = Projects::instance().list()) {
     for (const ProjectInfo& info : *infos) projects.push_back(projectRow(info, next.project));
+    sortByName(projects);
     next.projectsProblem.clear();
   } else {
     next.projectsProblem = readableText(infos.error().message);
@@ -115,6 +124,7 @@ void SnapshotMaker::lookAtLists(Snapshot& next) {
         rooms.push_back({readableText(shownText(info.name)), info.isHere, holdOf(info.state),
                          readableText(info.holder)});
       }
+      sortByName(rooms);
     }
   }
   next.rooms = unlessSame(next.rooms, std::move(rooms));

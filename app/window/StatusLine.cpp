@@ -1,21 +1,23 @@
 #include "app/window/StatusLine.h"
 
-#include <QLabel>
+#include <algorithm>
 
 #include "app/window/Appearance.h"
+#include "app/window/ElidedLabel.h"
 #include "app/window/Icons.h"
 #include "app/window/Texts.h"
 
 namespace {
 
-QLabel* quietLabel(const char* name) {
-  auto* label = new QLabel;
+constexpr int kAround = 84;       // the sign, the size grip, and the gaps between the texts
+constexpr int kBusyWidth = 160;   // of what it waits for, before anything else gives way
+constexpr int kLeastShown = 100;  // of a text that does not fit whole
+
+ElidedLabel* quietLabel(const char* name) {
+  auto* label = new ElidedLabel;
   label->setObjectName(QString::fromLatin1(name));
   label->setProperty("role", "quiet");
-  label->setTextFormat(Qt::PlainText);
   label->setContentsMargins(6, 2, 6, 2);
-  label->setMinimumWidth(10);
-  label->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
   return label;
 }
 
@@ -29,12 +31,10 @@ StatusLine::StatusLine(QWidget* parent)
       network_(quietLabel("network")),
       counts_(quietLabel("counts")) {
   busy_->setAccessibleName(QStringLiteral("What the station waits for"));
+  busy_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
   addWidget(sign_);
-  addWidget(busy_, 4);
-  addPermanentWidget(who_, 3);
-  addPermanentWidget(network_, 2);
-  addPermanentWidget(counts_, 3);
-  counts_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+  addWidget(busy_, 1);
+  for (ElidedLabel* label : {who_, network_, counts_}) addPermanentWidget(label);
   showBusy(QStringLiteral("the start of the station"), 0);
 }
 
@@ -42,13 +42,12 @@ void StatusLine::showNews(const News& news) {
   const StationIdentity& station = news.station;
   if (station.isReady && who_->text().isEmpty()) {
     who_->setText(QStringLiteral("%1 on %2 (machine %3)")
-                      .arg(station.user, station.host)
+                      .arg(oneLine(station.user), oneLine(station.host))
                       .arg(station.machine));
-    who_->setToolTip(plainTip(who_->text() + QStringLiteral(", ") + station.plugin));
     network_->setText(QStringLiteral("network %1, port %2")
                           .arg(station.networkMode ? QStringLiteral("on") : QStringLiteral("off"))
                           .arg(station.port));
-    network_->setToolTip(network_->text());
+    plugin_ = station.plugin;
     showBusy({}, 0);
   }
   sent_ = news.sent;
@@ -65,7 +64,7 @@ void StatusLine::showActiveUsers(int count) {
           .arg(count == 1 ? QStringLiteral("1 user") : QStringLiteral("%1 users").arg(count));
   if (counts_->text() == text) return;
   counts_->setText(text);
-  counts_->setToolTip(text);
+  fit();
 }
 
 void StatusLine::showBusy(const QString& what, int seconds) {
@@ -77,7 +76,29 @@ void StatusLine::showBusy(const QString& what, int seconds) {
                            ? QStringLiteral("Waiting for %1").arg(what)
                            : QStringLiteral("Waiting for %1 (%2 s)").arg(what).arg(seconds);
   busy_->setText(oneLine(text));
-  busy_->setToolTip(plainTip(text));
+  fit();
 }
 
 QString StatusLine::busyText() const { return busy_->text(); }
+
+void StatusLine::resizeEvent(QResizeEvent* event) {
+  QStatusBar::resizeEvent(event);
+  fit();
+}
+
+// What fits whole is shown, the most important first; who this is, even if not whole.
+void StatusLine::fit() {
+  int room = width() - kAround - std::min(busy_->sizeHint().width(), kBusyWidth);
+  for (ElidedLabel* label : {who_, network_, counts_}) {
+    const int wanted = label->sizeHint().width();
+    const bool fits = room >= (label == who_ ? std::min(wanted, kLeastShown) : wanted);
+    label->setVisible(fits && !label->text().isEmpty());
+    label->setMaximumWidth(std::max(kLeastShown, label == who_ ? room : wanted));
+    room = fits ? room - wanted : 0;
+  }
+  QStringList all{busy_->text(), who_->text(), plugin_, network_->text(), counts_->text()};
+  all.removeAll(QString());
+  for (ElidedLabel* label : {busy_, who_, network_, counts_}) {
+    label->setToolTip(plainTip(all.join(QLatin1Char('\n'))));
+  }
+}

@@ -4,9 +4,11 @@
 
 #include "app/window/EventFeed.h"
 
+class ElidedLabel;
 class QLabel;
 
-/// Who and where this station is, what it counted, and what it waits for.
+/// Who and where this station is, what it counted, and what it waits for. Where there is no room
+/// for all, the counts give way first, then the network; the tool tip has everything.
 class StatusLine : public QStatusBar {
   Q_OBJECT
 
@@ -21,11 +23,15 @@ class StatusLine : public QStatusBar {
   [[nodiscard]] QString busyText() const;
 
  private:
+  void resizeEvent(QResizeEvent* event) override;
+  void fit();
+
   QLabel* sign_;
-  QLabel* busy_;
-  QLabel* who_;
-  QLabel* network_;
-  QLabel* counts_;
+  ElidedLabel* busy_;
+  ElidedLabel* who_;
+  ElidedLabel* network_;
+  ElidedLabel* counts_;
+  QString plugin_;
   int activeUsers_ = 0;
   unsigned long sent_ = 0;
   unsigned long received_ = 0;

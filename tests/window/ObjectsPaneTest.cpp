@@ -8,6 +8,20 @@
 
 namespace {
 
+Snapshot edits(const QStringList& names) {
+  ObjectRows rows;
+  for (const QString& name : names) {
+    ObjectRow row;
+    row.key = row.cookie = QStringLiteral("E%1").arg(rows.size());
+    row.name = name;
+    rows.push_back(row);
+  }
+  Snapshot snapshot;
+  snapshot.project.cookie = QStringLiteral("P1");
+  snapshot.objects[0] = std::make_shared<const ObjectRows>(std::move(rows));
+  return snapshot;
+}
+
 Snapshot editsNamed(const QString& pattern, int from, int to) {
   ObjectRows rows;
   for (int i = from; i < to; ++i) {
@@ -30,9 +44,7 @@ QStringList chosenKeys(const ObjectsPane& pane) {
 }
 
 TEST(ObjectsPaneTest, WhatIsChosenStaysWhenHundredsOfRowsComeAndGoAtOnce) {
-  qputenv("QT_QPA_PLATFORM", "offscreen");
-  int none = 0;
-  const QApplication application(none, nullptr);
+  const WithoutDisplay display;
   ObjectsPane pane;
   pane.resize(600, 400);
   pane.show(editsNamed("Edit %1", 0, 1000));
@@ -47,6 +59,60 @@ TEST(ObjectsPaneTest, WhatIsChosenStaysWhenHundredsOfRowsComeAndGoAtOnce) {
   EXPECT_EQ(chosenKeys(pane), chosen);
   EXPECT_EQ(pane.chosen().front().key, "E00000701");
   EXPECT_EQ(view.visualRect(view.currentIndex()).topLeft(), place);
+}
+
+TEST(ObjectsPaneTest, NamesStandInTheOrderOfTheirNumbers) {
+  const WithoutDisplay display;
+  ObjectsPane pane;
+  pane.show(edits({"Edit 10", "edit 9", "Edit 1", "Reel 2", "EDIT 2"}));
+  const QAbstractItemModel& shown = *pane.view(ObjectKind::eEdits).model();
+  QStringList names;
+  for (int row = 0; row < shown.rowCount(); ++row)
+    names.append(shown.index(row, 0).data().toString());
+  EXPECT_EQ(names, QStringList({"Edit 1", "EDIT 2", "edit 9", "Edit 10", "Reel 2"}));
+}
+
+TEST(ObjectsPaneTest, WhatMattersMostIsNeverOffToTheRight) {
+  const WithoutDisplay display;
+  ObjectsPane pane;
+  pane.show(edits({"Quay"}));
+  pane.QWidget::show();
+  QTreeView& view = pane.view(ObjectKind::eEdits);
+  int shownBefore = 0;
+  for (const int width : {200, 330, 420, 1000}) {
+    pane.resize(width, 300);
+    QCoreApplication::processEvents();
+    int shown = 0;
+    for (int i = 0; i < 5; ++i) shown += !view.isColumnHidden(i);
+    EXPECT_GE(shown, shownBefore) << width;
+    EXPECT_TRUE(width < 330 || !view.isColumnHidden(1)) << "the news, at " << width;
+    EXPECT_EQ(view.horizontalScrollBar()->maximum(), 0) << width;
+    EXPECT_GE(view.columnWidth(0), 120) << width;
+    shownBefore = shown;
+  }
+  EXPECT_EQ(shownBefore, 5);
+  EXPECT_TRUE(view.model()->index(0, 0).data(Qt::ToolTipRole).toString().contains("Owner: nobody"));
+}
+
+TEST(ObjectsPaneTest, AProjectThatIsEnteredShowsItsFirstEditUnlessOneIsChosen) {
+  const WithoutDisplay display;
+  ObjectsPane pane;
+  bool wasItsOwn = false;
+  QObject::connect(&pane, &ObjectsPane::choiceChanged, &pane,
+                   [&] { wasItsOwn = pane.isChoosing(); });
+  pane.show(edits({}));
+  EXPECT_TRUE(pane.chosen().empty());
+  pane.show(edits({"Edit 10", "Edit 9"}));
+  EXPECT_EQ(chosenKeys(pane), QStringList("E1"));
+  EXPECT_TRUE(wasItsOwn);
+  pane.choose(ObjectKind::eEdits, "E0");
+  EXPECT_FALSE(wasItsOwn);
+  pane.show(edits({"Edit 10", "Edit 9", "Edit 8"}));
+  EXPECT_EQ(chosenKeys(pane), QStringList("E0"));
+  Snapshot other = edits({"Beach", "Alley"});
+  other.project.cookie = "P2";
+  pane.show(other);
+  EXPECT_EQ(chosenKeys(pane), QStringList("E1"));
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
-// Takes the pictures of the window that the documents show: window_shots NAME FILE.
+// Takes the pictures of the window that the documents show: window_shots NAME FILE [WIDTH HEIGHT].
 
 #include <QTreeWidget>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <map>
 
@@ -106,17 +107,19 @@ const std::map<std::string, Shot>& shots() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const auto found = argc == 3 ? shots().find(argv[1]) : shots().end();
+  const auto found = argc == 3 || argc == 5 ? shots().find(argv[1]) : shots().end();
   if (found == shots().end()) {
-    std::fputs("usage: window_shots edit|panel|refused|dark|empty|many FILE.png\n", stderr);
+    std::fputs("usage: window_shots edit|panel|refused|dark|empty|many FILE.png [WIDTH HEIGHT]\n",
+               stderr);
     return 2;
   }
   WindowScene scene;
   scene.script = found->second.script;
   windowSettings().setValue("appearance", found->second.appearance);
+  const QSize size = argc == 5 ? QSize(std::atoi(argv[3]), std::atoi(argv[4])) : QSize(1240, 760);
   bool isTaken = false;
   scene.play([&](MainWindow& window) {
-    window.resize(1240, 760);
+    window.resize(size);
     found->second.take(scene, window);
     isTaken = window.grab().save(argv[2]);
   });

@@ -4,7 +4,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <QAbstractItemView>
 #include <QAction>
+#include <QComboBox>
 #include <QInputDialog>
 #include <QLineEdit>
 #include <QPointer>
@@ -37,6 +39,15 @@ class DrivenWindow : public StationWindow {
 constexpr const char* kEdit = R"({"OTIO_SCHEMA":"Timeline.1","name":"Edit %d",)"
                               R"("metadata":{"korvel":{"logType":0,"config":{"OWNER":"ANNA"}}},)"
                               R"("tracks":{"OTIO_SCHEMA":"Stack.1","children":[]}})";
+
+/// How long the calling thread was ready to run and had no processor, as the system counts it.
+double queuedMilliseconds() {
+  std::ifstream counts("/proc/thread-self/schedstat");
+  double ran = 0;
+  double queued = 0;
+  counts >> ran >> queued;
+  return queued / 1e6;
+}
 
 }  // namespace
 
@@ -100,20 +111,34 @@ void WindowScene::writeEdits(int count) const {
   }
 }
 
-LatencyWatch::LatencyWatch() : workBefore_(ownMilliseconds()) {
-  connect(&timer_, &QTimer::timeout, this, [this] {
-    gaps_.push_back(since_.restart());
-    longestWork_ = std::max(longestWork_, ownMilliseconds() - workBefore_);
-    workBefore_ = ownMilliseconds();
-  });
+WithoutDisplay::WithoutDisplay() {
+  qputenv("QT_QPA_PLATFORM", "offscreen");
+  application_ = std::make_unique<QApplication>(none_, nullptr);
+}
+
+WithoutDisplay::~WithoutDisplay() = default;
+
+LatencyWatch::LatencyWatch() : workBefore_(ownMilliseconds()), queuedBefore_(queuedMilliseconds()) {
+  connect(&timer_, &QTimer::timeout, this, &LatencyWatch::tick);
   since_.start();
   timer_.start(5);
 }
 
-qint64 LatencyWatch::ninetyNinth() const {
-  std::vector<qint64> sorted = gaps_;
+void LatencyWatch::tick() {
+  const double work = ownMilliseconds();
+  const double queued = queuedMilliseconds();
+  const double gap = static_cast<double>(since_.nsecsElapsed()) / 1e6;
+  since_.restart();
+  lags_.push_back(gap - (queued - queuedBefore_));
+  longestWork_ = std::max(longestWork_, work - workBefore_);
+  workBefore_ = work;
+  queuedBefore_ = queued;
+}
+
+double LatencyWatch::ninetyNinth() const {
+  std::vector<double> sorted = lags_;
   std::ranges::sort(sorted);
-  return sorted.empty() ? 1'000'000 : sorted[sorted.size() * 99 / 100];
+  return sorted.empty() ? 1e6 : sorted[sorted.size() * 99 / 100];
 }
 
 double ownMilliseconds() {
@@ -146,6 +171,30 @@ void openPanel(MainWindow& window) {
   waitFor([&] { return window.snapshot() != nullptr; });
   QTest::keyClick(&window, Qt::Key_M, Qt::ControlModifier);
   waitFor([&] { return window.panel().isVisible(); });
+}
+
+// From the end of the list upwards: who is in it last was added last.
+void chooseRecipient(MainWindow& window, const QString& name) {
+  QComboBox& recipients = window.panel().recipients();
+  recipients.setFocus();
+  QTest::keyClick(&recipients, Qt::Key_Down, Qt::AltModifier);
+  QAbstractItemView* const names = recipients.view();
+  waitFor([&] { return names->isVisible(); });
+  QTest::keyClick(names, Qt::Key_End);
+  const auto isThere = [&] { return names->currentIndex().data().toString() == name; };
+  while (!isThere() && names->currentIndex().row() > 0) QTest::keyClick(names, Qt::Key_Up);
+  QTest::keyClick(names, Qt::Key_Return);
+  waitFor([&] { return window.panel().state().recipient == name; });
+}
+
+void clickEdit(MainWindow& window, const QString& name) {
+  QTreeView& view = window.objects().view(ObjectKind::eEdits);
+  for (int row = 0; row < view.model()->rowCount(); ++row) {
+    const QModelIndex index = view.model()->index(row, 0);
+    if (index.data().toString() != name) continue;
+    view.scrollTo(index);
+    QTest::mouseClick(view.viewport(), Qt::LeftButton, {}, view.visualRect(index).center());
+  }
 }
 
 bool waitForProject(MainWindow& window, const QString& name) {

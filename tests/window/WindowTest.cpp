@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <QComboBox>
+#include <QDockWidget>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMenu>
 #include <QMenuBar>
+#include <QPlainTextEdit>
+#include <QToolButton>
 #include <QTreeWidget>
 
 #include "app/CommandCall.h"
@@ -34,15 +37,20 @@ TEST_F(WindowTest, AnEmptyWindowSaysWhatToDo) {
 }
 
 TEST_F(WindowTest, AChosenEditShowsItsTimelineAndWhoMayChangeIt) {
-  script = kHarbour;
+  script = std::string(kHarbour) + "edit create Quay\n";
   play([](MainWindow& window) {
     ObjectsPane& objects = window.objects();
-    ASSERT_TRUE(waitFor([&] { return objects.rows(ObjectKind::eEdits).size() == 1; }));
-    objects.view(ObjectKind::eEdits).setFocus();
-    QTest::keyClick(&objects.view(ObjectKind::eEdits), Qt::Key_Down);
-    objects.choose(ObjectKind::eEdits, objects.rows(ObjectKind::eEdits).front().key);
-    ASSERT_TRUE(waitFor([&] { return window.detail().view().timeline() != nullptr; }));
+    const auto shows = [&](const QString& name) {
+      const TimelinePtr timeline = window.detail().view().timeline();
+      return timeline && timeline->cookie == keyOf(window, name);
+    };
+    ASSERT_TRUE(waitFor([&] { return objects.rows(ObjectKind::eEdits).size() == 2; }));
+    EXPECT_TRUE(waitFor([&] { return shows("Quay"); })) << "the first, by itself";
+    clickEdit(window, "transition_test");
+    ASSERT_TRUE(waitFor([&] { return shows("transition_test"); }));
     EXPECT_FALSE(window.detail().view().timeline()->tracks.empty());
+    QTest::keyClick(&objects.view(ObjectKind::eEdits), Qt::Key_Up);
+    EXPECT_TRUE(waitFor([&] { return shows("Quay"); }));
     const ObjectsModel& model = objects.model(ObjectKind::eEdits);
     EXPECT_TRUE(waitFor(
         [&] { return model.data(model.index(0, 2), Qt::DisplayRole).toString() == "change it"; }));
@@ -67,9 +75,7 @@ TEST_F(WindowTest, WhatIsTypedIntoThePanelIsSentToTheChosenRecipient) {
     ASSERT_TRUE(waitFor([&] { return window.snapshot() != nullptr; }));
     openPanel(window);
     ASSERT_TRUE(waitFor([&] { return window.panel().recipients().findText("BEN") >= 0; }));
-    QComboBox& recipients = window.panel().recipients();
-    recipients.setCurrentIndex(recipients.findText("BEN"));
-    Q_EMIT recipients.textActivated("BEN");
+    chooseRecipient(window, "BEN");
     QTest::keyClicks(&window.panel().entry(), "lunch at one?");
     QTest::keyClick(&window.panel().entry(), Qt::Key_Return);
     EXPECT_TRUE(waitFor(
@@ -116,9 +122,31 @@ TEST_F(WindowTest, AColleaguesWordsShowWithoutTakingTheKeyboard) {
     EXPECT_TRUE(ben.command("user add ANNA")["ok"].asBool());
     EXPECT_TRUE(ben.command("say ANNA \"tea is ready\"")["ok"].asBool());
     EXPECT_TRUE(waitFor([&] { return window.strip().text().contains("tea is ready"); }));
+    EXPECT_TRUE(window.strip().text().endsWith("BEN: tea is ready"));
     EXPECT_TRUE(window.strip().isVisible());
     EXPECT_EQ(window.notifications().list().count(), 1);
     EXPECT_FALSE(window.strip().isAncestorOf(QApplication::focusWidget()));
+  });
+}
+
+TEST_F(WindowTest, OfSeveralNotificationsNoneIsOverlooked) {
+  play([this](MainWindow& window) {
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    for (const char* text : {"one", "two", "three"}) {
+      EXPECT_TRUE(ben.command(std::string("say <All> ") + text)["ok"].asBool());
+    }
+    ASSERT_TRUE(waitFor([&] { return window.notifications().unread() == 3; }));
+    EXPECT_TRUE(window.strip().text().startsWith("3 unread"))
+        << window.strip().text().toStdString();
+    auto* const dock = window.findChild<QDockWidget*>("notificationsDock");
+    EXPECT_EQ(dock->toggleViewAction()->text(), "Notifications (3)");
+    QTest::mouseClick(&window.strip().button(), Qt::LeftButton);
+    EXPECT_TRUE(waitFor([&] { return window.notifications().list().isVisible(); }));
+    EXPECT_EQ(window.notifications().list().count(), 3);
+    EXPECT_EQ(window.notifications().whole().toPlainText(), "three");
+    EXPECT_EQ(dock->toggleViewAction()->text(), "Notifications");
+    EXPECT_FALSE(window.strip().isVisible());
   });
 }
 
@@ -134,7 +162,7 @@ TEST_F(WindowTest, ARemoteChangeIsMarkedUntilItIsLookedAtAndNothingMovesUnderThe
     ObjectsModel& model = window.objects().model(ObjectKind::eEdits);
     const QString key = keyOf(window, "Quay");
     EXPECT_TRUE(waitFor([&] { return model.hasNews(model.rowOf(key)); }));
-    window.objects().choose(ObjectKind::eEdits, key);
+    clickEdit(window, "Quay");
     EXPECT_FALSE(model.hasNews(model.rowOf(key)));
     EXPECT_TRUE(ben.command("edit rename Quay Pier")["ok"].asBool());
     EXPECT_TRUE(ben.command("edit save Pier")["ok"].asBool());

@@ -1,0 +1,55 @@
+#include "app/window/NotificationsPane.h"
+
+#include <gtest/gtest.h>
+
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QSignalSpy>
+
+#include "tests/window/WindowScene.h"
+
+namespace {
+
+NotificationLine line(const QString& sender, const QString& text) {
+  return {QDateTime::currentDateTime(), sender, text};
+}
+
+struct NotificationsPaneTest : testing::Test {
+  WithoutDisplay display;
+  NotificationsPane pane;
+};
+
+TEST_F(NotificationsPaneTest, WhatNobodySawIsCountedUntilTheListIsOnTheScreen) {
+  pane.add({line("ANNA", "one"), line("BEN", "two")});
+  pane.add({line({}, "three")});
+  EXPECT_EQ(pane.unread(), 3);
+  EXPECT_TRUE(pane.list().item(2)->font().bold());
+  pane.show();
+  EXPECT_EQ(pane.unread(), 0);
+  pane.add({line("BEN", "four")});
+  EXPECT_EQ(pane.unread(), 0);
+  EXPECT_FALSE(pane.list().item(0)->font().bold());
+  pane.hide();
+  EXPECT_FALSE(pane.list().item(3)->font().bold());
+  EXPECT_TRUE(pane.list().item(3)->text().endsWith("ANNA: one"));
+  EXPECT_TRUE(pane.list().item(1)->text().endsWith("  three"));
+}
+
+TEST_F(NotificationsPaneTest, OfALongMessageTheListHasTheBeginningAndAReturnTheWhole) {
+  const QString text(60'000, QLatin1Char('x'));
+  pane.add({line("ANNA", text)});
+  pane.resize(300, 300);
+  pane.show();
+  const QString shown = pane.list().item(0)->text();
+  EXPECT_LT(shown.size(), 400);
+  EXPECT_TRUE(shown.endsWith(QStringLiteral("… (%L1 letters)").arg(60'000))) << shown.toStdString();
+  pane.chooseLatest();
+  EXPECT_EQ(pane.whole().toPlainText(), text);
+  const QSignalSpy whole(&pane, &NotificationsPane::wholeWanted);
+  QTest::keyClick(&pane.list(), Qt::Key_Return);
+  ASSERT_EQ(whole.count(), 1);
+  EXPECT_TRUE(whole[0][0].toString().startsWith("ANNA, "));
+  EXPECT_EQ(whole[0][1].toString(), text);
+}
+
+}  // namespace

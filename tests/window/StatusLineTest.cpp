@@ -1,0 +1,64 @@
+#include "app/window/StatusLine.h"
+
+#include <gtest/gtest.h>
+
+#include "app/window/ElidedLabel.h"
+#include "tests/window/WindowScene.h"
+
+namespace {
+
+struct StatusLineTest : testing::Test {
+  StatusLineTest() {
+    News news;
+    news.station.isReady = true;
+    news.station.user = news.station.host = QStringLiteral("ANNA");
+    news.station.port = 27015;
+    line.showNews(news);
+    line.show();
+  }
+
+  void setWidth(int width) {
+    line.resize(width, line.sizeHint().height());
+    QCoreApplication::processEvents();
+  }
+
+  ElidedLabel& label(const char* name) { return *line.findChild<ElidedLabel*>(name); }
+
+  WithoutDisplay display;
+  StatusLine line;
+};
+
+TEST_F(StatusLineTest, WhereThereIsNoRoomTheLeastImportantGoesFirst) {
+  struct Row {
+    int width;
+    QStringList shown;
+  };
+  const Row rows[] = {{1000, {"busy", "who", "network", "counts"}},
+                      {500, {"busy", "who", "network"}},
+                      {320, {"busy", "who"}},
+                      {150, {"busy"}},
+                      {1000, {"busy", "who", "network", "counts"}}};
+  for (const Row& row : rows) {
+    setWidth(row.width);
+    QStringList shown;
+    for (const char* name : {"busy", "who", "network", "counts"}) {
+      if (!label(name).isVisible()) continue;
+      shown.append(name);
+      EXPECT_FALSE(label(name).isElided()) << name << " at " << row.width;
+      EXPECT_TRUE(label(name).toolTip().contains("27015")) << name;
+    }
+    EXPECT_EQ(shown, row.shown) << row.width;
+  }
+}
+
+TEST_F(StatusLineTest, WhatItWaitsForIsCutVisiblyAndTheToolTipHasItWhole) {
+  setWidth(300);
+  const QString what = QStringLiteral("the command ") + QString(80, QLatin1Char('x'));
+  line.showBusy(what, 3);
+  QCoreApplication::processEvents();
+  EXPECT_TRUE(label("busy").isElided());
+  EXPECT_GT(label("busy").width(), 60);
+  EXPECT_TRUE(label("busy").toolTip().contains(what + " (3 s)"));
+}
+
+}  // namespace
