@@ -5,6 +5,7 @@
 #include "host/os/OS.h"
 #include "station/base/Strings.h"
 #include "tools/LockList.h"
+#include "tools/ShareLook.h"
 #include "tools/Tool.h"
 #include "tools/ToolHost.h"
 
@@ -14,6 +15,7 @@ struct Request {
   std::string directory;
   std::string lock;
   bool isAgreed = false;
+  int timeLimit = kShareSeconds;
 };
 
 std::string holderOf(const LockEntry& lock) {
@@ -32,7 +34,9 @@ bool userAgrees(const LockEntry& lock) {
   std::cout << "Remove " << shownText(lock.path) << ", left behind by " << holderOf(lock) << " at "
             << textOfTime(lock.since) << "? [y/N] " << std::flush;
   std::string answer;
+  shareRests();
   std::getline(std::cin, answer);
+  shareAnswered();
   return answer == "y" || answer == "Y" || answer == "yes";
 }
 
@@ -100,5 +104,9 @@ void addBreakCommand(CLI::App& tool, ToolStatus& status) {
   command->add_flag("--yes", request->isAgreed, "Do not ask before");
   command->footer(
       "Refuses while anybody holds the lock. Exit status: 0; 1 when nothing was removed.");
-  command->callback([=, &status] { status = breakLock(*request); });
+  addTimeLimit(*command, request->timeLimit);
+  command->callback([=, &status] {
+    status = lookAtShare(directoryOf(request->directory), std::chrono::seconds(request->timeLimit),
+                         [&request] { return breakLock(*request); });
+  });
 }

@@ -10,6 +10,7 @@
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/RoomNames.h"
+#include "tools/ShareLook.h"
 
 namespace {
 
@@ -57,6 +58,7 @@ void takeLocksOf(const Cookie& project, const std::function<void(const LockEntry
   lock.isShared = record && !record->isPrivate;
   lookAgain(lock);
   take(lock);
+  shareAnswered();
   for (const std::string& room : roomsOf(projectFolder(project))) {
     LockEntry entry;
     entry.path = cookie + "/rooms/" + room + std::string(kRoomLockEnding);
@@ -64,6 +66,7 @@ void takeLocksOf(const Cookie& project, const std::function<void(const LockEntry
     entry.room = roomNameOf(room);
     lookAgain(entry);
     take(entry);
+    shareAnswered();
   }
 }
 

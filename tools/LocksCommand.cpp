@@ -3,6 +3,7 @@
 
 #include "app/EventWriter.h"
 #include "tools/LockList.h"
+#include "tools/ShareLook.h"
 #include "tools/Tool.h"
 #include "tools/ToolHost.h"
 
@@ -11,6 +12,7 @@ namespace {
 struct Request {
   std::string directory;
   bool asJson = false;
+  int timeLimit = kShareSeconds;
 };
 
 std::string timeText(const LockEntry& lock) { return lock.since ? textOfTime(lock.since) : ""; }
@@ -74,5 +76,9 @@ void addLocksCommand(CLI::App& tool, ToolStatus& status) {
   command->add_option("DIR", request->directory, "The projects directory")->required();
   command->add_flag("--json", request->asJson, "One JSON array instead of a table");
   command->footer("Looking takes no lock. Exit status: 0; 1 when a lock may not be looked at.");
-  command->callback([=, &status] { status = showLocks(*request); });
+  addTimeLimit(*command, request->timeLimit);
+  command->callback([=, &status] {
+    status = lookAtShare(directoryOf(request->directory), std::chrono::seconds(request->timeLimit),
+                         [&request] { return showLocks(*request); });
+  });
 }

@@ -11,6 +11,7 @@
 #include "tools/Monitor.h"
 #include "tools/Record.h"
 #include "tools/Replay.h"
+#include "tools/ShareLook.h"
 #include "tools/Tool.h"
 
 namespace {
@@ -58,6 +59,15 @@ void addHearing(CLI::App& command, ListenRequest& what) {
       ->check(CLI::Range(0.001, 1e8))
       ->check(kIsNumber)
       ->type_name("S");
+}
+
+/// Whether lists can be kept in a folder; a line says why not.
+ToolStatus checkHeardFolder(const std::string& folder) {
+  if (folder.empty()) return eToolDone;
+  return lookAtShare(folder, std::chrono::seconds(kShareSeconds), [&folder] {
+    const auto names = listFresh(folder);
+    return names ? eToolDone : toolProblem(eToolUsage, names.error().message);
+  });
 }
 
 /// Lets a monitor keep a list of whom it hears, as stations do; null without a folder.
@@ -133,10 +143,7 @@ void addMonitorCommand(CLI::App& tool, ToolStatus& status) {
       std::string(kBesideStations) +
       "Exit status: 0; 1 when nothing can be heard, or fewer came than --count asks for.");
   command->callback([=, &status] {
-    if (const auto names = listFresh(*folder); !folder->empty() && !names) {
-      status = toolProblem(eToolUsage, names.error().message);
-      return;
-    }
+    if (status = checkHeardFolder(*folder); status != eToolDone) return;
     const auto list = keepHeardList(*folder, *request);
     status = monitor(*request);
   });

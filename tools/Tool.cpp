@@ -7,6 +7,8 @@
 #include <iterator>
 
 #include "app/Rendering.h"
+#include "station/base/Strings.h"
+#include "tools/ShareLook.h"
 
 namespace {
 
@@ -33,7 +35,7 @@ std::string withoutControls(const std::string& json) {
 
 ToolStatus toolProblem(ToolStatus status, const std::string& message) {
   std::cout.flush();
-  std::cerr << "kv-share: " << message << '\n';
+  std::cerr << "kv-share: " << shownText(message) << '\n';
   return status;
 }
 
@@ -47,9 +49,15 @@ bool readInput(const std::string& file, std::string& bytes) {
   return !input.bad();
 }
 
-void printJson(const JsonValue& value) { std::cout << withoutControls(writeJson(value)) << '\n'; }
+void printJson(const JsonValue& value) {
+  shareRests();
+  std::cout << withoutControls(writeJson(value)) << '\n';
+}
 
-void printForPeople(const JsonValue& value) { std::cout << renderForPeople(value) << '\n'; }
+void printForPeople(const JsonValue& value) {
+  shareRests();
+  std::cout << renderForPeople(value) << '\n';
+}
 
 std::string textOfTime(std::int64_t secondsSince1970) {
   const auto time = static_cast<std::time_t>(secondsSince1970);

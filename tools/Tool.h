@@ -16,7 +16,8 @@ enum ToolStatus : int {
   eToolUsage = 2,    ///< the command makes no sense as it stands
 };
 
-/// Writes one line that tells what went wrong to standard error; returns the status for `return`.
+/// Writes one line that tells what went wrong to standard error, without control characters;
+/// returns the status for `return`.
 ToolStatus toolProblem(ToolStatus status, const std::string& message);
 
 /// Opens a file, or standard input for "-" or nothing, and reads all of it; false when that fails.

@@ -7,6 +7,7 @@
 #include "host/os/Files.h"
 #include "host/os/OS.h"
 #include "station/base/Strings.h"
+#include "tools/ShareLook.h"
 #include "tools/Tool.h"
 #include "tools/ToolHost.h"
 
@@ -17,6 +18,7 @@ constexpr std::size_t kMarkerEnding = 4;  // ".cli"
 struct Request {
   std::string directory;
   bool asJson = false;
+  int timeLimit = kShareSeconds;
 };
 
 /// The users of "userlist.dat" as stations read it: lines of ASCII, upper-cased, each once.
@@ -130,5 +132,9 @@ void addUsersCommand(CLI::App& tool, ToolStatus& status) {
   const auto request = std::make_shared<Request>();
   command->add_option("DIR", request->directory, "The projects directory")->required();
   command->add_flag("--json", request->asJson, "One JSON object instead of a table");
-  command->callback([=, &status] { status = showUsers(*request); });
+  addTimeLimit(*command, request->timeLimit);
+  command->callback([=, &status] {
+    status = lookAtShare(directoryOf(request->directory), std::chrono::seconds(request->timeLimit),
+                         [&request] { return showUsers(*request); });
+  });
 }

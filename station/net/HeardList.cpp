@@ -25,7 +25,7 @@ constexpr auto kPause = std::chrono::seconds(2);
 constexpr std::size_t kWritesBefore = 3;
 
 /// How long an end waits for a folder that may hang.
-constexpr auto kTimeToEnd = std::chrono::seconds(2);
+constexpr auto kTimeToEnd = std::chrono::seconds(1);
 
 /// More senders than any facility has: strangers that invent addresses do not fill the memory.
 constexpr std::size_t kMostSenders = 10'000;

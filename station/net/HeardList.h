@@ -37,7 +37,7 @@ class HeardList : public iTrafficObserver {
   HeardList(const HeardList&) = delete;
   HeardList& operator=(const HeardList&) = delete;
 
-  /// Writes a last time, unless the folder does not answer within two seconds: the write that hangs
+  /// Writes a last time, unless the folder does not answer within a second: the write that hangs
   /// is then left to itself, and told.
   ~HeardList() override;
 

@@ -18,7 +18,7 @@
 #include "tests/fault/FaultControl.h"
 
 // Preloaded into a program, this stands between it and the C library: operations on the files of
-// one folder are counted, and the chosen one fails, is cut short, or is the program's last.
+// one folder are counted, and the chosen one fails, is cut short, hangs, or is the program's last.
 
 namespace {
 
@@ -67,7 +67,7 @@ class Watch {
     std::array<char, 400> name{};
     if (path == nullptr && isNamed) path = pathOf(descriptor, name);
     if (isNamed && std::strstr(path, control_->path) == nullptr) return FaultAction::eNone;
-    if (++control_->count != control_->chosen) return FaultAction::eNone;
+    if (!isChosen(++control_->count)) return FaultAction::eNone;
     if (path == nullptr) path = pathOf(descriptor, name);
     std::snprintf(control_->what, sizeof control_->what, "%s %s", operation, path);
     control_->isMet = true;
@@ -77,6 +77,13 @@ class Watch {
   [[nodiscard]] int number() const { return control_->number; }
 
  private:
+  /// A share that hangs hangs for all.
+  [[nodiscard]] bool isChosen(std::uint64_t number) const {
+    const std::uint64_t chosen = control_->chosen;
+    const bool isLater = control_->action == FaultAction::eHang && chosen != 0 && number > chosen;
+    return number == chosen || isLater;
+  }
+
   static const char* pathOf(int descriptor, std::array<char, 400>& name) {
     std::array<char, 32> link{};
     std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", descriptor);
@@ -128,10 +135,15 @@ class Turn {
     isSeen_ = true;
     action_ = watch().meet(operation, descriptor, path);
     if (action_ == FaultAction::eKillBefore) end();
+    if (action_ == FaultAction::eHang) hang();
   }
 
   static void end() {
     ::kill(::getpid(), SIGKILL);
+    hang();
+  }
+
+  [[noreturn]] static void hang() {
     for (;;) ::pause();
   }
 

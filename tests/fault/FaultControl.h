@@ -10,6 +10,7 @@ enum class FaultAction : int {
   eShort,       ///< a read or write does half of what was asked for
   eKillBefore,  ///< SIGKILL, and nothing is done
   eKillAfter,   ///< SIGKILL once it is done
+  eHang,        ///< it never comes back, nor any after it
 };
 
 /// What a test and the process that it makes fail agree on: both map one file. Operations are

@@ -1,9 +1,5 @@
 #include "tests/fault/FaultSession.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -21,7 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kControlName = "/kv-fault-control-";
 constexpr auto kLimit = StationProcess::Seconds(60);
 constexpr auto kPause = StationProcess::Seconds(0.01);
 constexpr int kKilled = 128 + SIGKILL;
@@ -86,18 +81,6 @@ std::string bytesOf(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-FaultControl& mapControl() {
-  const std::string name = "/dev/shm" + std::string(kControlName) + std::to_string(::getpid());
-  const int file = ::open(name.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (file < 0 || ::ftruncate(file, sizeof(FaultControl)) != 0) std::abort();
-  void* const mapped =
-      ::mmap(nullptr, sizeof(FaultControl), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-  ::close(file);
-  if (mapped == MAP_FAILED) std::abort();
-  ::setenv(kFaultControlVariable, name.c_str(), 1);
-  return *static_cast<FaultControl*>(mapped);
-}
-
 bool isCookie(const std::string& text) {
   return text.size() > 8 && text.find_first_not_of("0123456789abcdef", 1) == text.npos;
 }
@@ -131,7 +114,7 @@ void copySample(const std::string& path) {
 
 }  // namespace
 
-FaultSession::FaultSession() : control_(mapControl()) {
+FaultSession::FaultSession() {
   const FaultOutcome plain = run({});
   expected_ = state_;
   operations_ = plain.operations;
@@ -140,7 +123,7 @@ FaultSession::FaultSession() : control_(mapControl()) {
   std::abort();
 }
 
-FaultSession::~FaultSession() { ::unlink(std::getenv(kFaultControlVariable)); }
+FaultSession::~FaultSession() = default;
 
 FaultOutcome FaultSession::run(const Fault& fault) {
   outcome_ = {};

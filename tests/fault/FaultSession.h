@@ -7,7 +7,7 @@
 
 #include "app/tour/StationProcess.h"
 #include "tests/fakes/ScratchFolder.h"
-#include "tests/fault/FaultControl.h"
+#include "tests/fault/MappedFaultControl.h"
 
 /// What happens to which operation of a session.
 struct Fault {
@@ -64,7 +64,8 @@ class FaultSession {
   [[nodiscard]] std::string normal(const JsonValue& value) const;
   void complain(const std::string& problem) { outcome_.problems.push_back(problem); }
 
-  FaultControl& control_;
+  MappedFaultControl mapped_;
+  FaultControl& control_ = *mapped_;
   int port_ = freeUdpPort();
   Fault fault_;
   std::unique_ptr<ScratchFolder> folder_;

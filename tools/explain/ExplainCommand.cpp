@@ -4,6 +4,7 @@
 
 #include "app/EventWriter.h"
 #include "station/base/Strings.h"
+#include "tools/ShareLook.h"
 #include "tools/StationOptions.h"
 #include "tools/Tool.h"
 #include "tools/ToolHost.h"
@@ -15,6 +16,7 @@ struct Request {
   std::string path;
   std::vector<std::string> station;
   bool asJson = false;
+  int timeLimit = kShareSeconds;
 };
 
 const char* kindOf(const Subject& subject) {
@@ -76,5 +78,9 @@ void addExplainCommand(CLI::App& tool, ToolStatus& status) {
       ->type_name("NAME");
   command->add_flag("--json", request->asJson, "One JSON object instead of a sentence");
   command->footer("Takes nothing. Exit status: 0 when nothing stands in the way; 1 when it does.");
-  command->callback([=, &status] { status = explainPath(*request); });
+  addTimeLimit(*command, request->timeLimit);
+  command->callback([=, &status] {
+    status = lookAtShare(directoryOf(request->path), std::chrono::seconds(request->timeLimit),
+                         [&request] { return explainPath(*request); });
+  });
 }

@@ -10,6 +10,7 @@
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/RoomNames.h"
+#include "tools/ShareLook.h"
 
 namespace {
 
@@ -78,6 +79,7 @@ Result<Cookie> projectNamed(const std::string& word) {
   Cookie found;
   for (const Cookie& project : *projects) {
     const auto record = readProjectRecord(project);
+    shareAnswered();
     if (!record || record->name != word) continue;
     if (!found.isNull())
       return nothingThere(word, "is the name of several projects; give a cookie");
@@ -100,6 +102,7 @@ std::optional<Subject> namedIn(const Cookie& project, const std::string& word) {
   for (const std::string& file : *files) {
     if (!file.ends_with(kEditEnding)) continue;
     const auto bytes = readListed(folder + "/" + file);
+    shareAnswered();
     const auto summary = bytes ? readEditSummary(*bytes) : Result<EditSummary>(Error{});
     const Cookie edit = cookieOf(withoutEndings(file, {kEditEnding}));
     if (summary && summary->name == word && !edit.isNull()) return editOf(project, edit);

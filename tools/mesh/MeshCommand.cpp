@@ -9,6 +9,7 @@
 #include "station/base/Strings.h"
 #include "station/net/HeardList.h"
 #include "station/os/SharedFiles.h"
+#include "tools/ShareLook.h"
 #include "tools/Tool.h"
 #include "tools/ToolHost.h"
 #include "tools/mesh/Mesh.h"
@@ -18,6 +19,7 @@ namespace {
 struct Request {
   std::string directory;
   bool asJson = false;
+  int timeLimit = kShareSeconds;
 };
 
 /// The lists of a folder by their stations' names; one that cannot be read is a finding.
@@ -32,6 +34,7 @@ std::vector<HeardFile> readLists(const std::string& folder, const std::vector<st
     const long age = ::lstat(path.c_str(), &status) == 0
                          ? std::max(0L, static_cast<long>(std::time(nullptr) - status.st_mtime))
                          : 0;
+    shareAnswered();
     auto file = text ? readHeardFile(*text, age) : Result<HeardFile>(text.error());
     if (file) {
       files.push_back(std::move(*file));
@@ -134,5 +137,9 @@ void addMeshCommand(CLI::App& tool, ToolStatus& status) {
       "A station that has sent nothing yet is quiet: whether it is heard is not known. Exit "
       "status: "
       "0; 1 when one does not hear another.");
-  command->callback([=, &status] { status = showMesh(*request); });
+  addTimeLimit(*command, request->timeLimit);
+  command->callback([=, &status] {
+    status = lookAtShare(directoryOf(request->directory), std::chrono::seconds(request->timeLimit),
+                         [&request] { return showMesh(*request); });
+  });
 }

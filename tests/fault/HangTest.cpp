@@ -1,0 +1,91 @@
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "app/tour/StationProcess.h"
+#include "tests/fault/MappedFaultControl.h"
+#include "tests/support/BecomesTrue.h"
+#include "tests/unit/tools/ToolRun.h"
+
+// A share that hangs: an operation on it never comes back.
+
+namespace {
+
+class HangTest : public testing::Test {
+ protected:
+  HangTest() {
+    static_cast<void>(folder_.write("P0001/project.json", R"({"name":"Film","private":true})"));
+    static_cast<void>(folder_.write("P0001/Lock", ""));
+    static_cast<void>(folder_.write("P0001/Lock.inf", "ANN"));
+    static_cast<void>(folder_.write("a.heard.json", "{}"));
+    ::setenv(kFaultFolderVariable, folder_.path().c_str(), 1);
+    ::setenv("LD_PRELOAD", KV_FAILING_FILES, 1);
+  }
+
+  ~HangTest() override { ::unsetenv("LD_PRELOAD"); }
+
+  /// Lets operations of this name hang in whatever is started from now on.
+  void hangAt(const char* operation) {
+    control_.count = 0;
+    control_.isMet = false;
+    control_.chosen = 1;
+    control_.action = FaultAction::eHang;
+    std::strncpy(control_.operation, operation, sizeof control_.operation - 1);
+  }
+
+  TestFolder folder_;
+  MappedFaultControl mapped_;
+  FaultControl& control_ = *mapped_;
+};
+
+TEST_F(HangTest, EveryCommandThatLooksAtAShareGivesItUpAndNamesIt) {
+  const std::vector<std::string> commands[] = {{"locks", folder_.path()},
+                                               {"users", folder_.path()},
+                                               {"break", folder_.path(), "Film", "--yes"},
+                                               {"explain", folder_ / "P0001"},
+                                               {"mesh", folder_.path()}};
+  hangAt("");
+  std::vector<std::unique_ptr<BackgroundTool>> tools;
+  for (std::vector<std::string> words : commands) {
+    words.insert(words.end(), {"--time-limit", "1"});
+    tools.push_back(std::make_unique<BackgroundTool>(words));
+  }
+  for (std::size_t index = 0; index < tools.size(); ++index) {
+    const ToolRun run = tools[index]->finish();
+    const std::string& command = commands[index][0];
+    EXPECT_EQ(run.status, 1) << command << run.out;
+    EXPECT_EQ(run.err.rfind("kv-share: " + folder_.path(), 0), 0u) << command << run.err;
+    EXPECT_NE(run.err.find("did not answer within 1 s"), std::string::npos) << command << run.err;
+  }
+}
+
+TEST_F(HangTest, AFolderOfHeardListsThatHangsDelaysNoStationsEnd) {
+  const TestFolder projects;
+  StationProcess::Options options;
+  options.program = KV_STATION;
+  options.projects = projects.path();
+  options.user = options.host = "ANNA";
+  options.port = freeUdpPort();
+  options.more = {"--share-heard", folder_.path()};
+  hangAt("rename");
+  StationProcess station(std::move(options));
+  ASSERT_TRUE(station.waitUntilReady(StationProcess::Seconds(30)));
+  ASSERT_TRUE(becomesTrue([this] { return control_.isMet.load(); }));
+  EXPECT_EQ(station.quit(), 0);
+}
+
+TEST_F(HangTest, AFolderOfHeardListsThatHangsDelaysNoMonitorsEnd) {
+  hangAt("rename");
+  BackgroundTool monitor(
+      {"monitor", "--port", std::to_string(freeUdpPort()), "--share-heard", folder_.path()});
+  ASSERT_TRUE(monitor.hasWritten("hearing"));
+  ASSERT_TRUE(becomesTrue([this] { return control_.isMet.load(); }));
+  monitor.signal(SIGINT);
+  const ToolRun run = monitor.finish();
+  EXPECT_EQ(run.status, 0) << run.err;
+}
+
+}  // namespace
