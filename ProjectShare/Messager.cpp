@@ -164,7 +164,10 @@ void Messager::draw() {
 }
 
 bool Messager::handleMessageEvent(const LightweightString<char>& text, Glob*) {
-  return guardedEntry("Messager::handleMessageEvent", false, [&] {
+  // Where sending fails, the return key was pressed all the same: it is nobody else's, and no words
+  // to show anybody.
+  const bool isOwnReturn = text == kReturnEvent && messageEntry_;
+  return guardedEntry("Messager::handleMessageEvent", isOwnReturn, [&] {
     if (text == kReturnEvent) return sendEntry();
     if (text.empty() || text[0] != kVersionMarker) return false;
     return handleWireText(text);

@@ -10,6 +10,23 @@
 
 namespace {
 
+/// How often a widget that is drawn tells the screen so.
+int drawings = 1;
+
+/// The colours of a host that is not as dark as most.
+const Palette kLight(Palette::eLight);
+
+}  // namespace
+
+extern "C" void __real__ZN4Glob4drawEv(Glob* widget);
+extern "C" void __wrap__ZN4Glob4drawEv(Glob* widget) {
+  for (int i = 0; i < drawings; ++i) __real__ZN4Glob4drawEv(widget);
+}
+
+extern "C" const Palette& __wrap__ZN6UifStd10getPaletteEv() { return kLight; }
+
+namespace {
+
 using Lines = MessagerScene::Lines;
 
 class MessagerTest : public testing::Test {
@@ -92,7 +109,8 @@ TEST_F(MessagerTest, TheOpenPanelLooksLikeTheHostsPanels) {
   EXPECT_EQ(panel.standardWidgets(), 7u);
   EXPECT_EQ(panel.colour(), panel.palette().button());
   EXPECT_TRUE(panel.tooltip().empty());
-  EXPECT_EQ(scene.child<ScrollableTextBoxBase>()->palette(), panel.palette());
+  EXPECT_EQ(panel.palette(), kLight);
+  EXPECT_EQ(scene.child<ScrollableTextBoxBase>()->palette(), kLight);
   EXPECT_EQ(scene.child<TitleMenuButton>()->label(), L"To");
   EXPECT_EQ(scene.child<TitleTextBox>()->textBox().prompt(), L"[ type here ]");
 }
@@ -134,6 +152,7 @@ TEST_F(MessagerTest, UsersAddedLaterAreOfferedAtTheNextOpening) {
 
 TEST_F(MessagerTest, CollapsingMakesAnIconCentredOnTheMouse) {
   open();
+  scene.panel()->addStandardWidgets(StandardPanel::eSizeBox);
   Screen::instance().moveMouse({300, 200});
   scene.panel()->handleFlipSize();
   EXPECT_EQ(scene.panel()->rootRect(), (Rect{{276, 182.5}, {48, 35}}));
@@ -219,11 +238,20 @@ TEST_F(MessagerTest, ItOffersNoMenu) {
   EXPECT_TRUE(scene.panel()->menuItems().empty());
 }
 
-TEST_F(MessagerTest, DrawingUpdatesTheScreenOnce) {
+TEST_F(MessagerTest, DrawingUpdatesTheScreenOnceHoweverMuchIsDrawn) {
   const auto updates = Screen::instance().updates();
+  drawings = 3;
   scene.panel()->draw();
+  drawings = 1;
   EXPECT_EQ(Screen::instance().updates(), updates + 1);
+}
+
+TEST_F(MessagerTest, AReloadedIconIsReadAgainAndDrawn) {
+  const auto updates = Screen::instance().updates();
+  scene.panel()->reInit(IconSet());
   scene.panel()->reloadIcon();
+  EXPECT_TRUE(scene.panel()->icon().isValid());
+  EXPECT_EQ(scene.panel()->icon().fileName(), "tool_messager_on.png");
   EXPECT_EQ(Screen::instance().updates(), updates + 2);
 }
 

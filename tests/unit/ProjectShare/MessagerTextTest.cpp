@@ -186,8 +186,10 @@ TEST_F(MessagerTextTest, AFailureInsideNeverReachesTheToolkit) {
   scene.host.journal.onLine = [](const std::string& line) {
     if (line.find("broadcast") != std::string::npos) throw std::runtime_error("no network");
   };
+  const std::size_t notified = notifications().size();
   ASSERT_TRUE(scene.hands.say("BOB", "x"));
   EXPECT_NE(scene.host.logLines.back().find("Messager::handleMessageEvent"), std::string::npos);
+  EXPECT_EQ(notifications().size(), notified) << "the return key's event is no words for the user";
 }
 
 TEST_F(MessagerTextTest, TheHandsSayWhatIsMissing) {
