@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +12,8 @@
 #include <cerrno>
 #include <chrono>
 #include <utility>
+
+#include "station/base/QuietThread.h"
 
 namespace {
 
@@ -29,32 +30,14 @@ int withoutWaiting(int descriptor) {
   return opened;
 }
 
-/// Keeps signals from the threads that are started while it lives: they are for others.
-class SignalsAside {
- public:
-  SignalsAside() {
-    sigset_t all;
-    ::sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &before_);
-  }
-  SignalsAside(const SignalsAside&) = delete;
-  SignalsAside& operator=(const SignalsAside&) = delete;
-  ~SignalsAside() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
- private:
-  sigset_t before_{};
-};
-
 }  // namespace
 
 PipeWriter::PipeWriter(int descriptor, std::string path, Failed failed)
     : descriptor_(withoutWaiting(descriptor)),
       path_(std::move(path)),
       failed_(std::move(failed)),
-      ending_(::eventfd(0, EFD_CLOEXEC)) {
-  const SignalsAside aside;
-  thread_ = std::thread([this] { run(); });
-}
+      ending_(::eventfd(0, EFD_CLOEXEC)),
+      thread_(threadWithoutSignals([this] { run(); })) {}
 
 PipeWriter::~PipeWriter() {
   finish();

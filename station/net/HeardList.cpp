@@ -21,8 +21,7 @@ namespace {
 
 constexpr auto kPause = std::chrono::seconds(2);
 
-/// As many pauses as a message has to come everywhere.
-constexpr std::size_t kWritesBefore = 3;
+constexpr std::size_t kWritesBefore = HeardList::kSentEarlier / kPause.count();
 
 /// How long an end waits for a folder that may hang.
 constexpr auto kTimeToEnd = std::chrono::seconds(1);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -15,7 +16,7 @@
 ///      "sends_from":49152,"since":...,"written":...,"sent_earlier":...,
 ///      "heard":[{"address":"10.0.0.8","port":51234,"count":12,"first":...,"last":...}]}
 ///
-/// "sent_earlier" is when it sent last as of 6 s before it was written, so that what was sent then
+/// "sent_earlier" is when it sent last as of 14 s before it was written, so that what was sent then
 /// has come everywhere and stands in everybody's list; 0 for never. A sender is known by its
 /// address and the port that it sends from, which it keeps for life. Times are seconds since 1970.
 /// A second program of the same name on this machine has a file of its own, and " (2)" behind its
@@ -43,6 +44,10 @@ class HeardList : public iTrafficObserver {
 
   void heard(Ipv4 address, std::uint16_t port) override;
   void sent() override;
+
+  /// How many seconds before the list was written "sent_earlier" was true: more than clocks may
+  /// differ and lists be late, or one that sends all the time would never be missed.
+  static constexpr std::size_t kSentEarlier = 14;
 
   /// The ending of the files' names.
   static constexpr const char* kEnding = ".heard.json";

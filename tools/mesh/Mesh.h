@@ -25,7 +25,7 @@ struct HeardFile {
   std::vector<Ipv4> addresses;
   long since = 0;     ///< when it began to listen
   long written = 0;   ///< by its own clock
-  long lastSent = 0;  ///< as of 6 s before it was written; 0 for nothing
+  long lastSent = 0;  ///< as of 14 s before it was written; 0 for nothing
   long age = 0;       ///< of the file, in seconds
   std::vector<HeardSender> heard;
 

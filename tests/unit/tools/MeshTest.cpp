@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "station/net/HeardList.h"
 #include "tools/mesh/Mesh.h"
 
 namespace {
@@ -75,6 +76,17 @@ TEST(MeshTest, OneThatWasHeardLongBeforeItSentLastIsNoLongerHeard) {
   EXPECT_EQ(linkOf(a, b), MeshLink::eHears);
   a.heard[0].last = kNow - 500;
   EXPECT_EQ(linkOf(a, b), MeshLink::eDeaf);
+}
+
+TEST(MeshTest, OneThatSendsAllTheTimeIsMissedAndNotJustQuiet) {
+  constexpr auto kBefore = static_cast<long>(HeardList::kSentEarlier);
+  HeardFile listener = station("A", "10.0.0.1");
+  HeardFile sender = station("B", "10.0.0.2");
+  listener.written = kNow - 2;  // lists are two seconds old at most
+  sender.lastSent = kNow - kBefore;
+  EXPECT_EQ(linkOf(listener, sender), MeshLink::eDeaf);
+  hears(listener, sender, sender.lastSent - 16);
+  EXPECT_EQ(linkOf(listener, sender), MeshLink::eDeaf);
 }
 
 TEST(MeshTest, TwoStationsOfOneMachineAreToldApartByThePortTheySendFrom) {
