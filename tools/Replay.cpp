@@ -1,6 +1,7 @@
 #include "tools/Replay.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -29,8 +30,10 @@ constexpr const char* kOwnNetwork = "127.255.255.255";
 /// A wait that the user's Ctrl-C ends.
 class Patience {
  public:
-  Patience()
-      : signals_([this] {
+  /// Sets `isEnding` then, too.
+  explicit Patience(std::atomic<bool>& isEnding)
+      : signals_([this, &isEnding] {
+          isEnding = true;
           const std::lock_guard lock(mutex_);
           isOver_ = true;
           changed_.notify_all();
@@ -105,8 +108,9 @@ std::int64_t dueOf(const ReplayRequest& request, std::int64_t sinceFirst) {
 /// Sends messages at their times.
 class Sending {
  public:
-  Sending(const ReplayRequest& request, const std::vector<Ipv4>& addresses)
-      : request_(request), addresses_(addresses) {}
+  Sending(const ReplayRequest& request, const std::vector<Ipv4>& addresses,
+          std::atomic<bool>& isEnding)
+      : request_(request), addresses_(addresses), patience_(isEnding) {}
 
   /// Sends all messages that go this way, until the user ends it.
   void sendAll(MeantMessages& messages, FaultyWay& way) {
@@ -260,9 +264,9 @@ std::vector<std::string> problemsOf(const ReplayRequest& request, const CaptureF
 }
 
 ToolStatus replayAll(const ReplayRequest& request, CaptureFile& capture, MessageFilter& filter,
-                     const std::vector<Ipv4>& addresses) {
+                     const std::vector<Ipv4>& addresses, std::atomic<bool>& isEnding) {
   MeantMessages messages(request, capture, filter);
-  Sending sending(request, addresses);
+  Sending sending(request, addresses, isEnding);
   FaultyWay way(request.faults);
   sending.sendAll(messages, way);
   const auto problems = problemsOf(request, capture, messages, sending);
@@ -290,7 +294,8 @@ ToolStatus replay(const ReplayRequest& request) {
   if (!addresses) return toolProblem(eToolUsage, addresses.error().message);
   auto filter = MessageFilter::of(request.filter);
   if (!filter) return toolProblem(eToolUsage, filter.error().message);
-  auto capture = CaptureFile::open(request.file);
+  std::atomic<bool> isEnding{false};
+  auto capture = CaptureFile::open(request.file, isEnding);
   if (!capture) return toolProblem(eToolUsage, capture.error().message);
-  return replayAll(request, *capture, *filter, *addresses);
+  return replayAll(request, *capture, *filter, *addresses, isEnding);
 }

@@ -1,7 +1,10 @@
 #include "tools/capture/CaptureFile.h"
 
+#include <fcntl.h>
 #include <pcap/pcap.h>
+#include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -15,6 +18,7 @@
 namespace {
 
 constexpr std::int64_t kNanosecondsASecond = 1'000'000'000;
+constexpr int kBetweenLooks = 100;                   // milliseconds
 constexpr std::int64_t kLastSecond = 9'000'000'000;  // a damaged time may name any
 
 Error unreadable(const std::string& path, const std::string& why) {
@@ -30,6 +34,37 @@ std::optional<Error> objectionTo(const std::string& path) {
   return {};
 }
 
+/// A file that may stand still, and what ends the wait.
+struct PatientSource {
+  int descriptor;
+  const std::atomic<bool>& isEnding;
+};
+
+ssize_t readWhatComes(void* cookie, char* buffer, std::size_t size) {
+  const auto& source = *static_cast<PatientSource*>(cookie);
+  pollfd input{source.descriptor, POLLIN, 0};
+  while (::poll(&input, 1, kBetweenLooks) == 0) {
+    if (source.isEnding) return 0;
+  }
+  return ::read(source.descriptor, buffer, size);
+}
+
+int closeSource(void* cookie) {
+  const std::unique_ptr<PatientSource> source(static_cast<PatientSource*>(cookie));
+  return ::close(source->descriptor);
+}
+
+/// A stream of the file; null, with errno, where it cannot be opened.
+std::FILE* streamOf(const std::string& path, const std::atomic<bool>& isEnding) {
+  const int descriptor =
+      path == "-" ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat status {};
+  if (descriptor < 0 || ::fstat(descriptor, &status) != 0) return nullptr;
+  if (S_ISREG(status.st_mode)) return ::fdopen(descriptor, "rb");
+  auto source = std::make_unique<PatientSource>(PatientSource{descriptor, isEnding});
+  return ::fopencookie(source.release(), "rb", {readWhatComes, nullptr, nullptr, closeSource});
+}
+
 }  // namespace
 
 void CaptureFile::Closer::operator()(pcap* capture) const { pcap_close(capture); }
@@ -39,14 +74,14 @@ CaptureFile::CaptureFile(Handle capture, std::string path)
       path_(std::move(path)),
       linkType_(pcap_datalink(capture_.get())) {}
 
-Result<CaptureFile> CaptureFile::open(const std::string& path) {
+Result<CaptureFile> CaptureFile::open(const std::string& path, const std::atomic<bool>& isEnding) {
   if (auto objection = objectionTo(path)) return *objection;
   char why[PCAP_ERRBUF_SIZE] = {};
-  std::FILE* const file = path == "-" ? stdin : std::fopen(path.c_str(), "rbe");
+  std::FILE* const file = streamOf(path, isEnding);
   if (!file) return unreadable(path, std::strerror(errno));
   Handle capture(pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, why));
   if (!capture) {
-    if (file != stdin) std::fclose(file);
+    std::fclose(file);
     return unreadable(path, std::string("it is no capture: ") + shownText(why));
   }
   CaptureFile opened(std::move(capture), path);

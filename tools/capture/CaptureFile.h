@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -15,8 +16,9 @@ struct pcap;
 class CaptureFile {
  public:
   /// Failure: what is wrong with the file: not there, no rights, a folder, no capture, or of a kind
-  /// of network that no datagram can be read from.
-  static Result<CaptureFile> open(const std::string& path);
+  /// of network that no datagram can be read from. A pipe or a terminal that stands still is at its
+  /// end once `isEnding` is set, which must outlive the object.
+  static Result<CaptureFile> open(const std::string& path, const std::atomic<bool>& isEnding);
 
   /// The next UDP datagram over IPv4; nothing at the end of what can be read.
   std::optional<HeardMessage> next();

@@ -25,7 +25,7 @@ using Handle = std::unique_ptr<pcap_t, Closer>;
 
 Error refusal(const std::string& why) {
   return {ErrorCode::eNoRights,
-          "its packets cannot be captured (" + shownText(why) +
+          "packets cannot be captured (" + shownText(why) +
               "): run kv-share as root, or give it the right: setcap cap_net_raw+ep with its path",
           {}};
 }

@@ -12,6 +12,8 @@
 
 namespace {
 
+const std::atomic<bool> kGoesOn{false};
+
 HeardMessage message(std::int64_t time, const std::string& bytes) {
   return {time, {0x7F000001}, 41000, {0x7FFFFFFF}, 27015, 0, bytes};
 }
@@ -39,7 +41,7 @@ std::vector<std::string> bytesIn(CaptureFile& capture) {
 
 TEST(CaptureFile, ReadsBackWhatWasWritten) {
   const TestFolder folder;
-  auto capture = CaptureFile::open(writeCapture(folder));
+  auto capture = CaptureFile::open(writeCapture(folder), kGoesOn);
   ASSERT_TRUE(capture) << capture.error().message;
   const auto first = capture->next();
   ASSERT_TRUE(first);
@@ -61,7 +63,7 @@ TEST(CaptureFile, OfACutFileReadsWhatIsWholeAndTellsTheRest) {
   bool wasToldOfACut = false;
   for (auto size = whole; size-- > 160;) {
     std::filesystem::resize_file(path, size);
-    auto capture = CaptureFile::open(path);
+    auto capture = CaptureFile::open(path, kGoesOn);
     if (!capture) continue;
     const auto found = bytesIn(*capture);
     EXPECT_LE(found.size(), 2u) << size;
@@ -79,7 +81,7 @@ TEST(CaptureFile, ExplainsWhatIsNoCapture) {
       {folder.write("empty", ""), "it is no capture"},
   };
   for (const auto& [path, why] : rows) {
-    const auto capture = CaptureFile::open(path);
+    const auto capture = CaptureFile::open(path, kGoesOn);
     ASSERT_FALSE(capture) << path;
     EXPECT_NE(capture.error().message.find(why), std::string::npos) << capture.error().message;
   }

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <fstream>
 #include <sstream>
 
 #include "station/base/Json.h"
@@ -163,7 +164,7 @@ TEST(ShareMonitor, CapturesWhereAProgramKeepsThePortToItself) {
   if (packets < 0) {
     const ToolRun run = tool.finish();
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find("is held by a program that does not share it, and its packets cannot"),
+    EXPECT_NE(run.err.find("is held by a program that does not share it, and packets cannot"),
               run.err.npos)
         << run.err;
     return;
@@ -244,6 +245,22 @@ TEST_F(ShareNetworkTest, ARecordingThroughANamedPipeWaitsForItsReader) {
   const ToolRun read = reader.finish();
   EXPECT_EQ(read.status, 0) << read.err;
   EXPECT_NE(read.out.find("\"messages\":1,"), std::string::npos) << read.out;
+}
+
+TEST_F(ShareNetworkTest, AReplayWhoseInputStandsStillIsEndedByOneSignal) {
+  const std::string file = folder_ / "capture";
+  const std::string pipe = folder_ / "pipe";
+  recordFive(file, SIGINT);
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  const PortHolder other(PortHolder::Sharing::eShares);
+  BackgroundTool tool({"replay", pipe, "--speed", "max", "--port", other.portText()});
+  std::ofstream input(pipe, std::ios::binary);
+  input << contentOf(file) << std::flush;
+  for (int number = 0; number < 5; ++number) EXPECT_NE(other.heard(), "nothing");
+  tool.signal(SIGTERM);
+  const ToolRun run = tool.finish();
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out.rfind("replayed 5 messages to", 0), 0u) << run.out;
 }
 
 TEST(ShareRecord, RefusesWhatItCannotRecordToBeforeItHearsAnything) {
