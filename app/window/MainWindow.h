@@ -51,6 +51,7 @@ class MainWindow : public QMainWindow {
   void closeEvent(QCloseEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
   void resizeEvent(QResizeEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
   void buildPanes();
@@ -80,7 +81,8 @@ class MainWindow : public QMainWindow {
   void chooseAppearance(const QString& name);
   void nextPane();
   void fitDocks();
-  void keepMiddleWide();
+  void narrowPanel();
+  void narrowSide();
   void gatherDocks();
   void spreadDocks();
   void restoreLayout();

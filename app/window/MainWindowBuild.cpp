@@ -14,6 +14,7 @@
 #include <QTreeView>
 #include <QTreeWidget>
 #include <QVBoxLayout>
+#include <algorithm>
 #include <utility>
 
 #include "app/window/Appearance.h"
@@ -36,6 +37,7 @@ namespace {
 
 constexpr QSize kFirstSize{1240, 780};
 constexpr QSize kRoomForDocks{480, 320};  // beside one another
+constexpr int kUsefulSide = 180;          // of the projects, to tell who holds them
 
 /// "640x700+10+0": a size and a place.
 std::optional<QRect> geometryFrom(const std::string& text) {
@@ -86,6 +88,7 @@ void MainWindow::buildPanes() {
   side_ = splitter(Qt::Horizontal, {projects_, centre_});
   side_->setStretchFactor(1, 1);
   side_->setSizes({270, 900});
+  side_->installEventFilter(this);
   auto* middle = new QWidget;
   auto* layout = new QVBoxLayout(middle);
   layout->setContentsMargins(0, 0, 0, 0);
@@ -277,18 +280,27 @@ void MainWindow::fitDocks() {
   }
   if (isSmall != isSmall_) isSmall ? gatherDocks() : spreadDocks();
   isSmall_ = isSmall;
-  keepMiddleWide();
+  narrowPanel();
   if (!isSmall) spread_ = saveState();
 }
 
-// The open project is what the window is for: what lies beside it has two fifths at most.
-void MainWindow::keepMiddleWide() {
-  const int mostOfAll = width() * 2 / 5;
-  if (panel_->isVisible() && panel_->width() > mostOfAll) {
-    resizeDocks({panel_}, {mostOfAll}, Qt::Horizontal);
+// The open project's objects are what the window is for, and nothing beside them takes their room.
+void MainWindow::narrowPanel() {
+  const int most = width() / 3;
+  if (panel_->isVisible() && panel_->width() > most) resizeDocks({panel_}, {most}, Qt::Horizontal);
+}
+
+void MainWindow::narrowSide() {
+  const int room = side_->width();
+  const int most = std::max(room * 2 / 5, std::min(kUsefulSide, room / 2));
+  if (side_->sizes().front() > most) side_->setSizes({most, room - most});
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+  if (watched == side_ && event->type() == QEvent::Resize) {
+    QMetaObject::invokeMethod(this, &MainWindow::narrowSide, Qt::QueuedConnection);
   }
-  const int most = side_->width() * 2 / 5;
-  if (side_->sizes().front() > most) side_->setSizes({most, side_->width() - most});
+  return QMainWindow::eventFilter(watched, event);
 }
 
 void MainWindow::gatherDocks() {

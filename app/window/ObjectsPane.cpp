@@ -13,7 +13,7 @@ namespace {
 
 using Column = ObjectsModel::Column;
 
-constexpr int kLeastName = 120;
+constexpr int kLeastName = 100;
 
 QString emptyText(ObjectKind kind) {
   switch (kind) {

@@ -87,7 +87,7 @@ TEST(ObjectsPaneTest, WhatMattersMostIsNeverOffToTheRight) {
     EXPECT_GE(shown, shownBefore) << width;
     EXPECT_TRUE(width < 330 || !view.isColumnHidden(1)) << "the news, at " << width;
     EXPECT_EQ(view.horizontalScrollBar()->maximum(), 0) << width;
-    EXPECT_GE(view.columnWidth(0), 120) << width;
+    EXPECT_GE(view.columnWidth(0), 100) << width;
     shownBefore = shown;
   }
   EXPECT_EQ(shownBefore, 5);

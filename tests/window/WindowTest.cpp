@@ -200,6 +200,21 @@ TEST_F(WindowTest, ASmallWindowWorks) {
   });
 }
 
+TEST_F(WindowTest, AnOpenPanelLeavesTheProjectItsRoom) {
+  script = kHarbour;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    window.resize(640, 480);
+    openPanel(window);
+    const auto isWide = [&] {
+      return window.objects().width() > window.panel().width() &&
+             window.objects().width() > window.projects().width();
+    };
+    EXPECT_TRUE(waitFor(isWide)) << window.objects().width();
+    EXPECT_GE(window.projects().width(), 160);
+  });
+}
+
 /// The letters that menus and their actions answer to, and where one does twice.
 QStringList twiceMarked(const QList<QAction*>& actions) {
   QStringList marked;
