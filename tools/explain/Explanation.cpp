@@ -102,7 +102,14 @@ std::string adviceForDeadMachine(const std::string& folder) {
   if (mount->type.starts_with("nfs") && !isVersion3) {
     return head + "the server frees it after a lease (90 s unless set otherwise)";
   }
-  return head + "switch it on again, or clear its locks on the server: until then it stays held";
+  const std::string stays = ": until then it stays held";
+  if (!mount->type.starts_with("nfs")) {
+    return head + "switch it on again, or close its session on the server" + stays;
+  }
+  return head +
+         "switch it on again, or with no station at work free all locks on the server (echo "
+         "EXPORT > /proc/fs/nfsd/unlock_filesystem)" +
+         stays;
 }
 
 /// What a lock file says; free where it is not there.
