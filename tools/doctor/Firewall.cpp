@@ -3,6 +3,8 @@
 #include <optional>
 #include <vector>
 
+#include "tools/doctor/LegacyRules.h"
+
 namespace {
 
 enum class Answer { eNo, eYes, eMaybe };
@@ -82,7 +84,9 @@ class Evaluation {
   [[nodiscard]] bool isOnWay(const JsonValue& chain) const {
     const std::string& family = chain["family"].asString();
     const std::string& hook = chain["hook"].asString();
-    if (family != "ip" && family != "inet" && family != "netdev") return false;
+    if (family != "ip" && family != "inet" && family != "netdev" && family != kLegacyFamily) {
+      return false;
+    }
     if (chain["type"].asString() == "nat") return false;
     return way_ == Way::eIn ? hook == "input" || hook == "prerouting" || hook == "ingress"
                             : hook == "output" || hook == "postrouting" || hook == "egress";
@@ -94,6 +98,10 @@ class Evaluation {
     const std::string chain = family + " " + table + " " + (*base_)["name"].asString();
     std::string remedy =
         "nft insert rule " + chain + " udp dport " + port_ + " accept, and keep it over restarts";
+    if (family == kLegacyFamily) {
+      remedy = "iptables-legacy -I " + (*base_)["name"].asString() + " -p udp --dport " + port_ +
+               " -j ACCEPT, and keep it over restarts";
+    }
     if (table == "firewalld") {
       remedy = "firewall-cmd --permanent --add-port=" + port_ +
                "/udp && firewall-cmd --reload, in the zone of the stations' network";

@@ -14,6 +14,7 @@
 #include "station/net/SenderSocket.h"
 #include "station/os/SharedFiles.h"
 #include "tools/doctor/Firewall.h"
+#include "tools/doctor/LegacyRules.h"
 #include "tools/doctor/PortUsers.h"
 #include "tools/doctor/ProbeFolder.h"
 
@@ -27,6 +28,10 @@ constexpr auto kTimeToReturn = std::chrono::seconds(2);
 /// The firewall's rules in JSON, or what the program for them complains of. An ordinary user's
 /// PATH often lacks the folder that it is in.
 constexpr const char* kListRules = "PATH=\"$PATH:/usr/sbin:/sbin\" nft -j list ruleset 2>&1";
+
+/// The same of the older packet filter, and the file that names its tables while it is in use.
+constexpr const char* kListLegacyRules = "PATH=\"$PATH:/usr/sbin:/sbin\" iptables-legacy-save 2>&1";
+constexpr const char* kLegacyTables = "/proc/net/ip_tables_names";
 
 std::vector<Ipv4> addressesOf(const DoctorFacts& facts) {
   std::vector<Ipv4> addresses;
@@ -139,14 +144,21 @@ Findings lookBuffer(const DoctorFacts& facts) {
                "see that net.core.rmem_max is 8388608 or more (sysctl net.core.rmem_max)")};
 }
 
-Findings lookFirewall(const DoctorFacts& facts) {
-  std::FILE* const output = ::popen(kListRules, "r");
+std::string outputOf(const char* command) {
+  std::FILE* const output = ::popen(command, "r");
   std::string text;
   if (output) {
     readAll(::fileno(output), text);
     ::pclose(output);
   }
-  return judgeFirewall(text, facts.port);
+  return text;
+}
+
+Findings lookFirewall(const DoctorFacts& facts) {
+  const auto tables = readFresh(kLegacyTables);
+  const bool isLegacyThere = tables ? !tables->empty() : existsFresh(kLegacyTables);
+  return judgeFirewall(outputOf(kListRules), isLegacyThere ? outputOf(kListLegacyRules) : "",
+                       facts.port);
 }
 
 bool comesBack(const ListenerSocket& listener, const std::string& bytes) {
@@ -214,6 +226,7 @@ Findings lookOwn(const DoctorFacts& facts) {
 
 Findings judgeWay(const JsonValue& rules, Way way, int port) {
   const FirewallRuling ruling = ruleOn(rules, way, port);
+  const bool isLegacy = ruling.chain.starts_with(kLegacyFamily);
   const std::string what = std::string(way == Way::eIn ? "datagrams from" : "datagrams to") +
                            " other machines at UDP port " + std::to_string(port);
   switch (ruling.passage) {
@@ -221,24 +234,39 @@ Findings judgeWay(const JsonValue& rules, Way way, int port) {
       return {fail(what + " are dropped by the rules of " + ruling.chain, ruling.remedy)};
     case Passage::eUnsure:
       return {warn(what + " may be dropped by the rules of " + ruling.chain,
-                   "nft list chain " + ruling.chain + " shows them; if they do: " + ruling.remedy)};
+                   (isLegacy ? "iptables-legacy-save" : "nft list chain " + ruling.chain) +
+                       " shows them; if they do: " + ruling.remedy)};
     default:
       return {pass("no rule drops " + what)};
   }
 }
 
+std::string firstLineOf(const std::string& text) {
+  return text.empty() ? "" : " (" + text.substr(0, text.find('\n')) + ")";
+}
+
 }  // namespace
 
-Findings judgeFirewall(const std::string& ruleset, int port) {
+Findings judgeFirewall(const std::string& ruleset, const std::string& legacy, int port) {
+  constexpr const char* kFix =
+      "run this command as root, where nftables (or iptables-legacy-save) is installed; what "
+      "passes is also seen with --with OTHER";
   const auto rules = parseJson(ruleset);
-  if (!rules || !(*rules)["nftables"].isArray()) {
-    const std::string why = ruleset.substr(0, ruleset.find('\n'));
-    return {warn("could not read the firewall's rules" + (why.empty() ? "" : " (" + why + ")"),
-                 "run this command as root on a machine with nftables; what passes is also seen "
-                 "with --with OTHER")};
+  const JsonValue older = rulesOfIptables(legacy);
+  JsonValue items = rules ? (*rules)["nftables"] : JsonValue();
+  if (!items.isArray()) {
+    const std::string text = "could not read the firewall's rules";
+    if (older.elements().empty()) return {warn(text + firstLineOf(ruleset), kFix)};
+    items = JsonValue::array();
   }
-  Findings findings = judgeWay(*rules, Way::eIn, port);
-  findings.push_back(judgeWay(*rules, Way::eOut, port).front());
+  for (const JsonValue& each : older.elements()) items.append(each);
+  const JsonValue all = JsonValue::object({{"nftables", std::move(items)}});
+  Findings findings = judgeWay(all, Way::eIn, port);
+  findings.push_back(judgeWay(all, Way::eOut, port).front());
+  if (!legacy.empty() && older.elements().empty()) {
+    findings.push_back(
+        warn("could not read the rules of legacy iptables" + firstLineOf(legacy), kFix));
+  }
   return findings;
 }
 

@@ -7,8 +7,9 @@
 /// datagrams that no station takes for a message.
 std::vector<Check> networkChecks(const DoctorFacts& facts);
 
-/// What `nft -j list ruleset` wrote (or its complaint), for a port.
-Findings judgeFirewall(const std::string& ruleset, int port);
+/// What `nft -j list ruleset` wrote (or its complaint) and, where the older packet filter is in
+/// use, `iptables-legacy-save`, for a port.
+Findings judgeFirewall(const std::string& ruleset, const std::string& legacy, int port);
 
 /// The system's limit of a socket's buffer, in bytes.
 Findings judgeBuffer(long largest);

@@ -3,17 +3,25 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <random>
 
+#include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 
 namespace {
 
 constexpr std::string_view kPrefix = "kvd-";
 constexpr std::time_t kStale = 600;  // seconds
-constexpr int kTries = 8;
+constexpr int kTries = 20;
+constexpr unsigned kPause = 10'000;  // microseconds
+
+/// Whether the folder went between two looks at it.
+bool isGone(const Error& problem) {
+  return problem.code == ErrorCode::eNotFound || problem.code == ErrorCode::eStale;
+}
 
 }  // namespace
 
@@ -29,7 +37,8 @@ Result<void> ProbeFolder::make() {
   for (int tries = 0; tries < kTries; ++tries) {
     made = makeOnce();
     if (made) made = writeAtomically(mark_, "");
-    if (made || made.error().code != ErrorCode::eNotFound) break;
+    if (made || !isGone(made.error())) break;
+    ::usleep(kPause);
   }
   return made;
 }
@@ -38,7 +47,9 @@ Result<void> ProbeFolder::makeOnce() {
   auto made = makeFolder(path_);
   if (!made && made.error().code != ErrorCode::eExists) return made;
   struct stat status {};
-  if (::lstat(path_.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+  lookAfresh(folderOf(path_));
+  if (::lstat(path_.c_str(), &status) != 0) return errorFromErrno(errno, "make", path_);
+  if (!S_ISDIR(status.st_mode)) {
     return Error{ErrorCode::eBadContent, path_ + " is no folder; move it away.", path_};
   }
   if (!made) removeStale();

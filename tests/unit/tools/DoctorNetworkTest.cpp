@@ -102,7 +102,7 @@ TEST(DoctorFirewallTest, ALoopOfJumpsEnds) {
 
 TEST(DoctorFirewallTest, TheFixIsInTheWordsOfTheProgramThatMadeTheRules) {
   const auto fix = [](const std::string& items) {
-    return judgeFirewall(R"({"nftables":[)" + items + "]}", 27015)[0].fix;
+    return judgeFirewall(R"({"nftables":[)" + items + "]}", "", 27015)[0].fix;
   };
   EXPECT_NE(
       fix(inputChain("drop")).find("nft insert rule inet filter input udp dport 27015 accept"),
@@ -113,11 +113,50 @@ TEST(DoctorFirewallTest, TheFixIsInTheWordsOfTheProgramThatMadeTheRules) {
 
 TEST(DoctorFirewallTest, RulesThatCannotBeReadAreAWarning) {
   for (const char* text : {"", "sh: 1: nft: not found\n", "Operation not permitted", "{}"}) {
-    const Findings found = judgeFirewall(text, 27015);
+    const Findings found = judgeFirewall(text, "", 27015);
     ASSERT_EQ(found.size(), 1u) << text;
     EXPECT_EQ(found[0].verdict, Verdict::eWarn) << text;
     EXPECT_NE(found[0].text.find("could not read"), std::string::npos) << text;
   }
+}
+
+struct LegacyRow {
+  const char* what;
+  std::string rules;  ///< below a chain that drops what comes in
+  Verdict verdict;
+};
+
+TEST(DoctorFirewallTest, LegacyRulesAreReadAsWell) {
+  const LegacyRow rows[] = {
+      {"dropping chain", "", Verdict::eFail},
+      {"the port let in", "-A INPUT -p udp -m udp --dport 27015 -j ACCEPT", Verdict::ePass},
+      {"another port", "-A INPUT -p udp -m udp --dport 53 -j ACCEPT", Verdict::eFail},
+      {"another protocol", "-A INPUT -p tcp -j ACCEPT", Verdict::eFail},
+      {"any but it", "-A INPUT ! -p tcp -j ACCEPT", Verdict::ePass},
+      {"several ports", "-A INPUT -p udp -m multiport --dports 53,27000:27100 -j ACCEPT",
+       Verdict::ePass},
+      {"answers alone", "-A INPUT -m conntrack --ctstate RELATED,ESTABLISHED -j ACCEPT",
+       Verdict::eFail},
+      {"the loopback", "-A INPUT -i lo -j ACCEPT", Verdict::eFail},
+      {"some network", "-A INPUT -s 10.0.0.0/8 -m comment --comment \"a b\" -j ACCEPT",
+       Verdict::eWarn},
+      {"a log, a jump", "-A INPUT -j LOG --log-prefix \"x \"\n-A INPUT -j in\n-A in -j ACCEPT",
+       Verdict::ePass},
+      {"broadcasts", "-A INPUT -m pkttype --pkt-type broadcast -j ACCEPT", Verdict::ePass},
+  };
+  for (const LegacyRow& row : rows) {
+    const std::string saved =
+        "# made by a program\n*filter\n:INPUT DROP [0:0]\n:in - [0:0]\n" + row.rules + "\nCOMMIT\n";
+    const Findings found = judgeFirewall(R"({"nftables":[]})", saved, 27015);
+    EXPECT_EQ(found[0].verdict, row.verdict) << row.what << ": " << found[0].text;
+    if (row.verdict == Verdict::ePass) continue;
+    EXPECT_NE(found[0].text.find("iptables filter INPUT"), std::string::npos) << found[0].text;
+    EXPECT_NE(found[0].fix.find("iptables-legacy -I INPUT -p udp --dport 27015 -j ACCEPT"),
+              std::string::npos)
+        << found[0].fix;
+  }
+  const Findings unread = judgeFirewall(R"({"nftables":[]})", "Permission denied\n", 27015);
+  EXPECT_EQ(unread.back().text, "could not read the rules of legacy iptables (Permission denied)");
 }
 
 TEST(DoctorNetworkTest, ASmallBufferIsWarnedOf) {

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <stdexcept>
@@ -6,6 +7,7 @@
 #include "station/os/SharedFiles.h"
 #include "tests/unit/tools/ToolRun.h"
 #include "tools/doctor/Check.h"
+#include "tools/doctor/Child.h"
 #include "tools/doctor/MountInfo.h"
 #include "tools/doctor/ProbeFolder.h"
 #include "tools/doctor/ShareChecks.h"
@@ -174,6 +176,24 @@ TEST(DoctorShareTest, AClockThatIsOffSaysWhichWay) {
   EXPECT_EQ(worstOf(judgeClock(1.5)), Verdict::ePass);
   EXPECT_NE(judgeClock(90)[0].text.find("90 s before the share's"), std::string::npos);
   EXPECT_NE(judgeClock(-90)[0].text.find("90 s behind the share's"), std::string::npos);
+}
+
+TEST(DoctorProbeFolderTest, OneThatAnotherRemovesMeanwhileIsNotTakenForAFile) {
+  const TestFolder projects;
+  const auto comeAndGo = [&projects](int) {
+    const std::string path = projects / ProbeFolder::kName;
+    for (;;) {
+      ::mkdir(path.c_str(), 0700);
+      ::rmdir(path.c_str());
+    }
+  };
+  const Child one(comeAndGo);
+  for (int times = 0; times < 15; ++times) {
+    ProbeFolder folder(projects.path());
+    const auto made = folder.make();
+    const ErrorCode met = made ? ErrorCode::eNotFound : made.error().code;
+    EXPECT_EQ(met, ErrorCode::eNotFound);  // that it is no folder would be eBadContent
+  }
 }
 
 TEST(DoctorProbeFolderTest, ATrialThatEndsTakesNoFolderFromOneThatGoesOn) {
