@@ -130,4 +130,17 @@ TEST_F(DoctorMeetingTest, WhatAKilledTrialLeftBehindMeetsNobody) {
   EXPECT_EQ(worstOf(found), Verdict::ePass) << told(found, "exclusive open");
 }
 
+TEST_F(DoctorMeetingTest, WhoWaitsForALetterGivesTheFolderNewTimesForCachesToNotice) {
+  namespace fs = std::filesystem;
+  ProbeFolder folder(folder_.path());
+  ASSERT_TRUE(folder.make());
+  const TrialMail mail(folder, newTrialId());
+  const auto longAgo = fs::file_time_type::clock::now() - std::chrono::hours(1);
+  for (int times = 0; times < 2; ++times) {
+    fs::last_write_time(folder.path(), longAgo);
+    EXPECT_FALSE(mail.await("00000000", "here", std::chrono::milliseconds(700)));
+    EXPECT_GT(fs::last_write_time(folder.path()), longAgo + std::chrono::minutes(50));
+  }
+}
+
 }  // namespace
