@@ -39,5 +39,6 @@ LightweightString<wchar_t> HostOS::currentUserName() const { return wide(setting
 LightweightString<wchar_t> HostOS::networkHostName() const { return wide(settings().host); }
 
 void HostOS::sleepMilliseconds(unsigned milliseconds) {
+  // The operation is to make its caller wait so long; why is the caller's matter.
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }

@@ -40,6 +40,7 @@ bool PeerGroup::growTo(std::size_t receivers) {
     if (PeerProcess::Clock::now() > deadline) return false;
     peers_[0]->write("send 1 0");
     if (peers_[0]->readLine() != "sent") return false;
+    // The pace of the trial messages: whether a new peer listens shows only in what it receives.
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
   return true;
@@ -57,6 +58,7 @@ void PeerGroup::waitForArrivals(std::uint32_t count) const {
   std::uint64_t before = 0;
   auto changed = PeerProcess::Clock::now();
   while (fewestReceived() < count && PeerProcess::Clock::now() - changed < kSilence) {
+    // Peers only count, in shared memory: to be woken by each would slow what is measured.
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
     std::uint64_t received = 0;
     for (const Board::Peer& peer : board_->peers) received += peer.count.load();

@@ -91,6 +91,7 @@ bool PeerProcess::finish() {
   int status = -1;
   while (pid_ > 0 && Clock::now() < deadline) {
     if (::waitpid(pid_, &status, WNOHANG) == pid_) pid_ = -1;
+    // A child's end cannot be waited for with a limit; this is asked again.
     if (pid_ > 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return pid_ < 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;

@@ -104,6 +104,7 @@ std::string Facility::difference(std::chrono::seconds limit) {
   const auto deadline = Clock::now() + limit;
   std::string told = differenceNow();
   while (!told.empty() && Clock::now() < deadline) {
+    // No event says that views agree; they are asked again until they do, or the limit is over.
     std::this_thread::sleep_for(kPause);
     told = differenceNow();
   }

@@ -97,6 +97,7 @@ void Stranger::flood(int rate) {
       const std::string text = garbage.next();
       if (::send(socket_, text.data(), text.size(), 0) >= 0) ++sent_;
     }
+    // The pace of the flood; nothing is waited for.
     std::this_thread::sleep_for(std::chrono::milliseconds(1000 / kBursts));
   }
 }

@@ -30,6 +30,7 @@ NetFsTest::Seen NetFsTest::seeks(const std::function<bool()>& question, Seconds 
   const auto elapsed = [begin] { return Clock::now() - begin; };
   bool isSeen = question();
   while (!isSeen && elapsed() < limit) {
+    // Nothing tells of what another machine's cache shows; it is asked again, up to the limit.
     std::this_thread::sleep_for(kPause);
     isSeen = question();
   }
