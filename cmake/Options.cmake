@@ -2,6 +2,10 @@
 add_library(kv_options INTERFACE)
 target_compile_options(kv_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
                                             -Wold-style-cast -Woverloaded-virtual)
+# GCC 12 warns of libstdc++'s own string code where it inlines it from precompiled headers.
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  target_compile_options(kv_options INTERFACE -Wno-array-bounds -Wno-restrict -Wno-stringop-overflow)
+endif()
 if(KV_WERROR)
   target_compile_options(kv_options INTERFACE -Werror)
 endif()
@@ -23,11 +27,11 @@ if(KV_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
-# Precompiled standard headers for the sanitizers' builds, which are the slow ones; the others build without, and so
-# see that every file includes what it uses.
+# Precompiled standard headers, for all builds but "dev", which goes without and so sees that every file includes what it
+# uses.
 set(KV_PRECOMPILED <algorithm> <filesystem> <functional> <map> <memory> <string> <string_view> <variant> <vector>)
 function(kv_precompile target)
-  if(KV_SANITIZE)
+  if(KV_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL Release)
     target_precompile_headers(${target} PRIVATE ${KV_PRECOMPILED} ${ARGN})
   endif()
 endfunction()
@@ -47,4 +51,12 @@ function(kv_check_headers target)
   add_library(${target} OBJECT ${sources})
   kv_separate_sources(${target})
   target_link_libraries(${target} PRIVATE kv_options)
+endfunction()
+
+# kv_sources(TARGET FOLDER...): all sources of these folders, without those below them, belong to the target.
+function(kv_sources target)
+  foreach(folder IN LISTS ARGN)
+    file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
+    target_sources(${target} PRIVATE ${sources})
+  endforeach()
 endfunction()

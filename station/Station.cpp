@@ -7,6 +7,7 @@
 #include "host/base/Text.h"
 #include "host/os/Files.h"
 #include "host/project/iProjectShare.h"
+#include "station/RemoteCommands.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/containers/Bins.h"
@@ -19,11 +20,10 @@
 #include "station/os/HostOS.h"
 #include "station/os/SharedFiles.h"
 #include "station/plugin/PluginLoader.h"
-#include "station/project/LateLooks.h"
+#include "station/project/DelayedReread.h"
 #include "station/project/ObjectNames.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
-#include "station/project/StationCommands.h"
 #include "station/ui/Desktop.h"
 
 namespace {
@@ -81,7 +81,7 @@ void keepHeardList(NetworkService& network) {
 
 struct Station::Parts {
   HostThread hostThread;
-  LateLooks lateLooks{hostThread};
+  DelayedReread lateLooks{hostThread};
   NetworkService network{hostThread};
   HostOS os{network};
   Projects projects;
@@ -91,7 +91,7 @@ struct Station::Parts {
   Filters filters;
   MediaCache media;
   Rooms rooms;
-  StationCommands commands;
+  RemoteCommands commands;
   Desktop desktop;
   PluginLoader plugin;
 };

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "host/plugin/Shutdown.h"
-#include "station/HostThread.h"
+#include "station/base/HostThread.h"
 #include "station/base/Result.h"
 
 /// One workstation: the host behind the plug-in, whole.

@@ -2,9 +2,9 @@
 #include <iostream>
 #include <memory>
 
-#include "app/OptionTable.h"
-#include "tools/MessageTypes.h"
-#include "tools/Tool.h"
+#include "app/base/OptionTable.h"
+#include "tools/base/Tool.h"
+#include "tools/wire/MessageTypes.h"
 
 namespace {
 

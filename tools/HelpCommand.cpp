@@ -3,9 +3,9 @@
 #include <iostream>
 #include <memory>
 
-#include "app/NearestName.h"
+#include "station/base/NearestName.h"
 #include "station/base/Strings.h"
-#include "tools/Tool.h"
+#include "tools/base/Tool.h"
 
 namespace {
 

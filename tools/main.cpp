@@ -8,7 +8,7 @@
 #include <iostream>
 
 #include "station/base/Strings.h"
-#include "tools/Tool.h"
+#include "tools/base/Tool.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/Command.h"
+#include "app/commands/Command.h"
 
 /// The "edit" commands and "log create".
 void addEditCommands(CommandTable& table);

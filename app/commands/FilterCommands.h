@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/Command.h"
+#include "app/commands/Command.h"
 
 /// "filter create", "change", "destroy" and "list".
 void addFilterCommands(CommandTable& table);

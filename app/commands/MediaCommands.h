@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/Command.h"
+#include "app/commands/Command.h"
 
 /// "media add", "remove" and "list".
 void addMediaCommands(CommandTable& table);

@@ -4,14 +4,14 @@
 
 #include "app/commands/MessageAdvice.h"
 #include "host/base/Log.h"
-#include "station/ui/PanelHands.h"
+#include "station/ui/PanelDriver.h"
 
 namespace {
 
-Result<JsonValue> withPanel(const std::function<Result<JsonValue>(PanelHands&)>& action) {
+Result<JsonValue> withPanel(const std::function<Result<JsonValue>(PanelDriver&)>& action) {
   Desktop* desktop = Desktop::current();
   if (!desktop) return Error{ErrorCode::eNotFound, "This station has no desktop for panels.", {}};
-  PanelHands hands(*desktop);
+  PanelDriver hands(*desktop);
   return action(hands);
 }
 
@@ -21,15 +21,15 @@ Result<JsonValue> nothingOr(const Result<void>& done) {
 }
 
 Result<JsonValue> openPanel(const Arguments&) {
-  return withPanel([](PanelHands& hands) { return nothingOr(hands.open()); });
+  return withPanel([](PanelDriver& hands) { return nothingOr(hands.open()); });
 }
 
 Result<JsonValue> closePanel(const Arguments&) {
-  return withPanel([](PanelHands& hands) { return nothingOr(hands.close()); });
+  return withPanel([](PanelDriver& hands) { return nothingOr(hands.close()); });
 }
 
 Result<JsonValue> chooseRecipient(const Arguments& words) {
-  return withPanel([&](PanelHands& hands) { return nothingOr(hands.chooseRecipient(words[0])); });
+  return withPanel([&](PanelDriver& hands) { return nothingOr(hands.chooseRecipient(words[0])); });
 }
 
 void logAdvice(const std::string& text) {
@@ -39,20 +39,20 @@ void logAdvice(const std::string& text) {
 
 Result<JsonValue> type(const Arguments& words) {
   logAdvice(words[0]);
-  return withPanel([&](PanelHands& hands) { return nothingOr(hands.type(words[0])); });
+  return withPanel([&](PanelDriver& hands) { return nothingOr(hands.type(words[0])); });
 }
 
 Result<JsonValue> pressReturn(const Arguments&) {
-  return withPanel([](PanelHands& hands) { return nothingOr(hands.pressReturn()); });
+  return withPanel([](PanelDriver& hands) { return nothingOr(hands.pressReturn()); });
 }
 
 Result<JsonValue> say(const Arguments& words) {
   logAdvice(words[1]);
-  return withPanel([&](PanelHands& hands) { return nothingOr(hands.say(words[0], words[1])); });
+  return withPanel([&](PanelDriver& hands) { return nothingOr(hands.say(words[0], words[1])); });
 }
 
 Result<JsonValue> lines(const Arguments&) {
-  return withPanel([](PanelHands& hands) -> Result<JsonValue> {
+  return withPanel([](PanelDriver& hands) -> Result<JsonValue> {
     const auto shown = hands.lines();
     if (!shown) return shown.error();
     JsonValue list = JsonValue::array();
@@ -62,7 +62,7 @@ Result<JsonValue> lines(const Arguments&) {
 }
 
 Result<JsonValue> show(const Arguments&) {
-  return withPanel([](PanelHands& hands) { return hands.show(); });
+  return withPanel([](PanelDriver& hands) { return hands.show(); });
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/Command.h"
+#include "app/commands/Command.h"
 
 /// The "panel" commands and "say". They work on the current desktop.
 void addPanelCommands(CommandTable& table);

@@ -1,7 +1,7 @@
 #include "app/commands/ProjectCommands.h"
 
-#include "app/Rendering.h"
 #include "host/base/Log.h"
+#include "station/base/Rendering.h"
 #include "station/base/Strings.h"
 #include "station/project/Projects.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/Command.h"
+#include "app/commands/Command.h"
 
 /// "room create", "list", "enter" and "leave".
 void addRoomCommands(CommandTable& table);

@@ -10,9 +10,9 @@
 #include "host/project/iProjectShare.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
-#include "station/net/MessageFields.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ObjectNames.h"
+#include "station/wire/MessageFields.h"
 
 namespace {
 

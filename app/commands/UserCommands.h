@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/Command.h"
+#include "app/commands/Command.h"
 
 /// "users", "user add", "active", "whoami" and "request".
 void addUserCommands(CommandTable& table);

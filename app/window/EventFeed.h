@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "app/iEventSink.h"
+#include "app/base/iEventSink.h"
 
 /// One line of the log pane.
 struct LogLine {

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <utility>
 
-#include "app/CommandCall.h"
-#include "app/Rendering.h"
+#include "app/commands/CommandCall.h"
 #include "app/window/Texts.h"
 #include "app/window/TimelineMaker.h"
 #include "station/base/Activity.h"
+#include "station/base/Rendering.h"
 #include "station/edit/EditActions.h"
 #include "station/ui/Desktop.h"
 
@@ -22,7 +22,7 @@ constexpr qint64 kListsPauseMs = 4000;
 
 }  // namespace
 
-HostLink::HostLink(iStationWindow::Surroundings surroundings, EventFeed& feed)
+HostLink::HostLink(iStationWindow::Dependencies surroundings, EventFeed& feed)
     : with_(std::move(surroundings)), feed_(feed) {
   connect(&timer_, &QTimer::timeout, this, &HostLink::tick);
   sinceSnapshot_.start();

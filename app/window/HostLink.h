@@ -7,11 +7,11 @@
 #include <functional>
 #include <string>
 
-#include "app/iStationWindow.h"
 #include "app/window/EventFeed.h"
 #include "app/window/Snapshot.h"
 #include "app/window/SnapshotMaker.h"
 #include "app/window/Timeline.h"
+#include "app/window/iStationWindow.h"
 
 /// How a command ended.
 struct CommandOutcome {
@@ -30,7 +30,7 @@ class HostLink : public QObject {
   /// How long the host thread may be silent before the user is told what it does.
   static constexpr int kPatienceMs = 300;
 
-  HostLink(iStationWindow::Surroundings surroundings, EventFeed& feed);
+  HostLink(iStationWindow::Dependencies surroundings, EventFeed& feed);
 
   /// Runs a line as the console would; finished() follows.
   void run(const QString& line);
@@ -70,7 +70,7 @@ class HostLink : public QObject {
   void takeSnapshot(const SnapshotPtr& snapshot, qint64 cost);
   CommandOutcome outcomeOf(const QString& line);
 
-  iStationWindow::Surroundings with_;
+  iStationWindow::Dependencies with_;
   EventFeed& feed_;
   SnapshotMaker maker_;  ///< the host thread's
   QTimer timer_;

@@ -7,7 +7,7 @@
 #include <QTreeWidget>
 #include <cstdlib>
 
-#include "app/CommandCall.h"
+#include "app/commands/CommandCall.h"
 #include "app/commands/MessageAdvice.h"
 #include "app/window/Appearance.h"
 #include "app/window/DetailPane.h"

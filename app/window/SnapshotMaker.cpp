@@ -11,7 +11,7 @@
 #include "station/edit/Edits.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
-#include "station/ui/PanelHands.h"
+#include "station/ui/PanelDriver.h"
 
 namespace {
 
@@ -175,7 +175,7 @@ void SnapshotMaker::lookAtOthers(Snapshot& next, const Changes& changes) {
 void SnapshotMaker::lookAtPanel(Snapshot& next) {
   PanelState panel;
   if (Desktop* desktop = Desktop::current()) {
-    if (const auto shown = PanelHands(*desktop).show()) panel = panelState(*shown);
+    if (const auto shown = PanelDriver(*desktop).show()) panel = panelState(*shown);
     next.tools = toolsOn(*desktop);
   }
   next.panel = unlessSame(next.panel, std::move(panel));

@@ -65,7 +65,7 @@ StationWindow::StationWindow() : application_(argumentCount_, arguments_) {
 
 StationWindow::~StationWindow() = default;
 
-void StationWindow::run(const Surroundings& surroundings) {
+void StationWindow::run(const Dependencies& surroundings) {
   HostLink link(surroundings, feed_);
   MainWindow window(link);
   window.show();

@@ -3,8 +3,8 @@
 #include <QApplication>
 #include <memory>
 
-#include "app/iStationWindow.h"
 #include "app/window/EventFeed.h"
+#include "app/window/iStationWindow.h"
 
 class HostLink;
 class MainWindow;
@@ -17,7 +17,7 @@ class StationWindow : public iStationWindow {
   ~StationWindow() override;
 
   iEventSink& eventSink() override { return feed_; }
-  void run(const Surroundings& surroundings) override;
+  void run(const Dependencies& surroundings) override;
   void hostEnded() override;
 
  protected:

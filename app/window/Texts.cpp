@@ -2,7 +2,7 @@
 
 #include <QTextDocument>
 
-#include "app/CommandLine.h"
+#include "app/base/CommandLine.h"
 
 namespace {
 

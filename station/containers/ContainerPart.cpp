@@ -8,7 +8,7 @@
 #include "station/base/Strings.h"
 #include "station/containers/ContainerLock.h"
 #include "station/os/SharedFiles.h"
-#include "station/project/LateLooks.h"
+#include "station/project/DelayedReread.h"
 #include "station/project/ObjectNames.h"
 #include "station/project/Records.h"
 
@@ -126,7 +126,7 @@ void ContainerPart::forget(const Cookie& cookie) {
 
 void ContainerPart::readAgain(const Cookie& cookie) {
   if (folder_.empty()) return;
-  LateLooks::arrange(fileOf(cookie), [this, cookie] { readLate(cookie); });
+  DelayedReread::arrange(fileOf(cookie), [this, cookie] { readLate(cookie); });
   Result<JsonValue> record = read(cookie);
   if (record) {
     take(cookie, std::move(*record), ContainerManagerBase::eChanged);
@@ -144,7 +144,7 @@ void ContainerPart::readLate(const Cookie& cookie) {
 }
 
 void ContainerPart::readAllAgain() {
-  LateLooks::arrange(kind_.key, [this] { compareWithFolder(kFoundLate, kFoundLate); });
+  DelayedReread::arrange(kind_.key, [this] { compareWithFolder(kFoundLate, kFoundLate); });
   compareWithFolder(ContainerManagerBase::eChanged, ContainerManagerBase::eDestroyed);
 }
 

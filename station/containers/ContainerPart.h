@@ -71,7 +71,7 @@ class ContainerPart : public iProjectPart {
   void forget(const Cookie& cookie);
 
   /// Reads a container again, or for the first time; because of a message, once more a little later
-  /// (LateLooks). A file that cannot be read is reported, and leaves what is shown.
+  /// (DelayedReread). A file that cannot be read is reported, and leaves what is shown.
   void readAgain(const Cookie& cookie);
 
   /// Brings all that is shown in line with the folder: what is new there, what differs and what is

@@ -83,7 +83,7 @@ class EditFile : public Edit {
   void setLogOwner(const std::string& owner) { logOwner_ = owner; }
 
   /// The object is gone from the project's stock.
-  void leaveStock() { isInStock_ = false; }
+  void markRemoved() { isInStock_ = false; }
 
   /// Whether there are unsaved changes of the local user's, rather than other stations' alone.
   [[nodiscard]] bool hasLocalChanges() const { return hasLocalChanges_; }

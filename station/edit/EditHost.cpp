@@ -8,10 +8,10 @@
 #include "station/base/Events.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
-#include "station/net/MessageFields.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/Projects.h"
+#include "station/wire/MessageFields.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include "station/base/Strings.h"
 #include "station/edit/OtioClips.h"
 #include "station/os/SharedFiles.h"
-#include "station/project/LateLooks.h"
+#include "station/project/DelayedReread.h"
 
 namespace {
 
@@ -230,7 +230,7 @@ void Edits::release(EditFile* edit) {
 void Edits::unload(const Cookie& cookie) {
   const auto known = loaded_.find(cookie);
   if (known == loaded_.end()) return;
-  known->second->leaveStock();
+  known->second->markRemoved();
   if (known->second->holders > 0) gone_.push_back(std::move(known->second));
   loaded_.erase(known);
 }
@@ -291,7 +291,7 @@ void Edits::noteSavedElsewhere(const Cookie& cookie) {
 }
 
 void Edits::lookLater(const Cookie& cookie) {
-  LateLooks::arrange(cookie.asString().str(), [this, cookie] { readLate(cookie); });
+  DelayedReread::arrange(cookie.asString().str(), [this, cookie] { readLate(cookie); });
 }
 
 // An object whose file is gone is left to the message of its deletion.

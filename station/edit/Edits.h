@@ -76,7 +76,7 @@ class Edits : public iProjectPart {
   void noteSavedElsewhere(const Cookie& cookie);
 
   /// Because of a message that the object was saved: reads its file once more a little later
-  /// (LateLooks), and shows what differs then.
+  /// (DelayedReread), and shows what differs then.
   void lookLater(const Cookie& cookie);
 
   /// Takes an object out of the lists and out of memory.

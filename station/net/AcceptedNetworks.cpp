@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "station/net/Problems.h"
+#include "station/net/SendErrors.h"
 
 namespace {
 

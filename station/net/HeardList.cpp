@@ -14,7 +14,7 @@
 #include "station/base/Strings.h"
 #include "station/net/HeardListName.h"
 #include "station/net/Interfaces.h"
-#include "station/net/Problems.h"
+#include "station/net/SendErrors.h"
 #include "station/os/SharedFiles.h"
 
 namespace {

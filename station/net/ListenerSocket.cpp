@@ -9,7 +9,7 @@
 #include <cstring>
 #include <utility>
 
-#include "station/net/Problems.h"
+#include "station/net/SendErrors.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <utility>
 
-#include "station/net/Problems.h"
+#include "station/net/SendErrors.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include "station/base/StationSettings.h"
 #include "station/net/ListenerSocket.h"
-#include "station/net/Problems.h"
+#include "station/net/SendErrors.h"
 #include "station/net/UdpBroadcaster.h"
 #include "station/net/UdpListener.h"
 
@@ -60,10 +60,10 @@ Kv::Ptr<iUDPListener> NetworkService::createUDPListener(int port, unsigned /*fla
   if (!socket) {
     listening_ = socket.error();
     tellNetworkProblem(socket.error().message);
-    return new DeafListener;
+    return new NullListener;
   }
   listening_ = {};
-  UdpListener::Surroundings surroundings{hostThread_,
+  UdpListener::Dependencies surroundings{hostThread_,
                                          interfaces_,
                                          sender_,
                                          multicastOf(sendTo_),

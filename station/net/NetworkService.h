@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "host/net/iNetworkService.h"
-#include "station/HostThread.h"
+#include "station/base/HostThread.h"
 #include "station/base/Result.h"
 #include "station/net/Interfaces.h"
 #include "station/net/SenderSocket.h"

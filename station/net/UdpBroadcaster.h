@@ -7,7 +7,7 @@
 
 #include "host/net/iNetworkService.h"
 #include "station/net/Interfaces.h"
-#include "station/net/Problems.h"
+#include "station/net/SendErrors.h"
 #include "station/net/SenderSocket.h"
 #include "station/net/iTrafficObserver.h"
 
@@ -46,5 +46,5 @@ class UdpBroadcaster : public iUDPBroadcaster {
   std::shared_ptr<SenderSocket> socket_;
   std::shared_ptr<Interfaces> interfaces_;
   std::shared_ptr<iTrafficObserver> observer_;
-  SendProblems problems_;
+  SendErrors problems_;
 };

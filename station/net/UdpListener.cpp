@@ -13,8 +13,8 @@
 #include "station/base/Activity.h"
 #include "station/base/Events.h"
 #include "station/base/QuietThread.h"
-#include "station/net/MessageFields.h"
-#include "station/net/Problems.h"
+#include "station/net/SendErrors.h"
+#include "station/wire/MessageFields.h"
 
 namespace {
 
@@ -35,11 +35,11 @@ class HeldBytes : public iMemHolder {
 
 }  // namespace
 
-UdpListener::UdpListener(ListenerSocket socket, Surroundings surroundings,
+UdpListener::UdpListener(ListenerSocket socket, Dependencies surroundings,
                          iNetMessageReceiver* receiver)
     : socket_(std::move(socket)),
       surroundings_(std::move(surroundings)),
-      outlet_(std::make_shared<Outlet>()),
+      outlet_(std::make_shared<DeliveryTarget>()),
       wake_(eventfd(0, EFD_CLOEXEC)) {
   outlet_->receiver = receiver;
   joinGroups();
@@ -54,7 +54,7 @@ UdpListener::~UdpListener() {
   close(wake_);
 }
 
-void UdpListener::deliver(const Outlet& outlet, std::string bytes) {
+void UdpListener::deliver(const DeliveryTarget& outlet, std::string bytes) {
   if (!outlet.isOpen) return;
   const RemoteChangeScope scope;
   const ActivityScope activity(std::string("the message ") + messageTypeNameOf(bytes));

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "host/net/iNetworkService.h"
-#include "station/HostThread.h"
+#include "station/base/HostThread.h"
 #include "station/net/AcceptedNetworks.h"
 #include "station/net/DatagramReader.h"
 #include "station/net/DuplicateFilter.h"
@@ -17,7 +17,7 @@
 #include "station/net/iTrafficObserver.h"
 
 /// A listener without a socket: the port could not be had.
-class DeafListener : public iUDPListener {};
+class NullListener : public iUDPListener {};
 
 /// Hears datagrams and hands them to a receiver.
 ///
@@ -30,7 +30,7 @@ class DeafListener : public iUDPListener {};
 class UdpListener : public iUDPListener {
  public:
   /// What a listener needs to know of the rest of the network service.
-  struct Surroundings {
+  struct Dependencies {
     HostThread& hostThread;
     std::shared_ptr<Interfaces> interfaces;
     std::shared_ptr<SenderSocket> ownSender;
@@ -39,17 +39,17 @@ class UdpListener : public iUDPListener {
     std::shared_ptr<iTrafficObserver> observer;  ///< or null
   };
 
-  UdpListener(ListenerSocket socket, Surroundings surroundings, iNetMessageReceiver* receiver);
+  UdpListener(ListenerSocket socket, Dependencies surroundings, iNetMessageReceiver* receiver);
   ~UdpListener() override;
 
  private:
   /// What the queued deliveries share with the listener, and what outlives it with them.
-  struct Outlet {
+  struct DeliveryTarget {
     std::atomic<bool> isOpen{true};
     iNetMessageReceiver* receiver;
   };
 
-  static void deliver(const Outlet& outlet, std::string bytes);
+  static void deliver(const DeliveryTarget& outlet, std::string bytes);
 
   void drain();
 
@@ -65,8 +65,8 @@ class UdpListener : public iUDPListener {
   void waitForMore();
 
   ListenerSocket socket_;
-  Surroundings surroundings_;
-  std::shared_ptr<Outlet> outlet_;
+  Dependencies surroundings_;
+  std::shared_ptr<DeliveryTarget> outlet_;
   DatagramReader reader_;
   DuplicateFilter duplicates_;
   LossReport losses_;

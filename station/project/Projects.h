@@ -6,7 +6,7 @@
 
 #include "station/base/Json.h"
 #include "station/base/Result.h"
-#include "station/project/LockLook.h"
+#include "station/project/LockProbe.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/iProjectPart.h"
 

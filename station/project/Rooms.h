@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "station/project/LockLook.h"
+#include "station/project/LockProbe.h"
 #include "station/project/iProjectPart.h"
 
 /// What a list of rooms shows of one.

@@ -6,7 +6,7 @@
 #include "host/ui/UifStd.h"
 #include "station/base/Events.h"
 #include "station/base/Strings.h"
-#include "station/ui/PanelHands.h"
+#include "station/ui/PanelDriver.h"
 
 namespace {
 

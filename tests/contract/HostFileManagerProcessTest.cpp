@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "tests/contract/HostFilesFixture.h"
-#include "tests/fakes/ChildProcess.h"
+#include "tests/fakes/ForkedProcess.h"
 
 namespace {
 
@@ -37,8 +37,8 @@ bool isAt(const std::string& path) {
 class HostFileManagerProcessTest : public HostFilesFixture {
  protected:
   /// A process that holds the file until it is killed or told to let go.
-  std::unique_ptr<ChildProcess> holder(const std::string& path) {
-    auto child = std::make_unique<ChildProcess>([this, path] {
+  std::unique_ptr<ForkedProcess> holder(const std::string& path) {
+    auto child = std::make_unique<ForkedProcess>([this, path] {
       const auto held = lock(path);
       isHeld_.send();
       return held && letGo_.wait() ? 0 : 1;
@@ -106,7 +106,7 @@ TEST_F(HostFileManagerProcessTest, AnotherDescriptorsCloseDoesNotGiveTheFileFree
   const std::string path = folder_ / "Lock";
   const auto held = lock(path);
   ::close(::open(path.c_str(), O_RDWR));
-  ChildProcess other([&] { return lock(path) ? 1 : 0; });
+  ForkedProcess other([&] { return lock(path) ? 1 : 0; });
   EXPECT_EQ(other.wait(), 0);
 }
 
@@ -117,16 +117,16 @@ TEST_F(HostFileManagerProcessTest, AFileThatWasReplacedWhileHeldIsFreeToOthersUn
   std::filesystem::rename(folder_ / "other", path);
   EXPECT_FALSE(remove(path));
   EXPECT_TRUE(isAt(path));
-  ChildProcess other([&] { return lock(path) ? 1 : 0; });
+  ForkedProcess other([&] { return lock(path) ? 1 : 0; });
   EXPECT_EQ(other.wait(), 0);
 }
 
 TEST_F(HostFileManagerProcessTest, InTheRaceOfMakingAndRemovingNoTwoEverHoldOneName) {
   const std::string path = folder_ / "Lock";
   Tally& tally = Tally::shared();
-  std::vector<std::unique_ptr<ChildProcess>> fighters;
+  std::vector<std::unique_ptr<ForkedProcess>> fighters;
   for (int i = 0; i < 6; ++i) {
-    fighters.push_back(std::make_unique<ChildProcess>([&, i] {
+    fighters.push_back(std::make_unique<ForkedProcess>([&, i] {
       constexpr std::chrono::milliseconds kTime(2000);
       return i < 3 ? fight(path, tally, kTime) : keepRemoving(path, kTime);
     }));

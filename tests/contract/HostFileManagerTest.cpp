@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "tests/contract/HostFilesFixture.h"
-#include "tests/fakes/ChildProcess.h"
+#include "tests/fakes/ForkedProcess.h"
 #include "tests/support/Slowdown.h"
 
 using HostFileManagerTest = HostFilesFixture;
@@ -180,7 +180,7 @@ TEST_F(HostFileManagerTest, AFullFileSystemIsToldAndHoldsNothing) {
 }
 
 TEST_F(HostFileManagerTest, AWriteThatFindsNoSpaceFails) {
-  ChildProcess child([this] {
+  ForkedProcess child([this] {
     const struct rlimit none { 0, 0 };
     std::signal(SIGXFSZ, SIG_IGN);
     if (::setrlimit(RLIMIT_FSIZE, &none) != 0) return 2;

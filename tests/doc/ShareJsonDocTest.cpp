@@ -5,10 +5,10 @@
 #include <set>
 #include <sstream>
 
-#include "app/tour/StationProcess.h"
 #include "station/base/Json.h"
 #include "tests/doc/JsonShape.h"
 #include "tests/support/LoopbackSender.h"
+#include "tests/tour/StationProcess.h"
 #include "tests/unit/tools/ToolRun.h"
 
 // Compares what kv-share writes with docs/kv-share-json.md.

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "app/tour/StationProcess.h"
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/fault/MappedFaultControl.h"
+#include "tests/tour/StationProcess.h"
 
 /// What happens to which operation of a session.
 struct Fault {

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <memory>
 
-#include "app/tour/StationProcess.h"
 #include "tests/fault/MappedFaultControl.h"
 #include "tests/support/BecomesTrue.h"
+#include "tests/tour/StationProcess.h"
 #include "tests/unit/tools/ToolRun.h"
 
 // A share that hangs: an operation on it never comes back.

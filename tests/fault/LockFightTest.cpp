@@ -16,7 +16,7 @@
 #include "host/base/Text.h"
 #include "station/os/HostOS.h"
 #include "station/os/SharedFiles.h"
-#include "tests/fakes/ChildProcess.h"
+#include "tests/fakes/ForkedProcess.h"
 #include "tests/fakes/ScratchFolder.h"
 
 // Eight processes fight for one lock. By itself this takes a few seconds; with
@@ -112,13 +112,14 @@ class LockFight : public testing::Test {
 
   using Fight = int (LockFight::*)(int);
 
-  std::unique_ptr<ChildProcess> start(Fight fight, int number) {
-    return std::make_unique<ChildProcess>([this, fight, number] { return (this->*fight)(number); });
+  std::unique_ptr<ForkedProcess> start(Fight fight, int number) {
+    return std::make_unique<ForkedProcess>(
+        [this, fight, number] { return (this->*fight)(number); });
   }
 
   /// Runs all fighters to the end; those below `killed` are killed at random moments and replaced.
   void run(Fight fight, int killed) {
-    std::vector<std::unique_ptr<ChildProcess>> fighters;
+    std::vector<std::unique_ptr<ForkedProcess>> fighters;
     for (int i = 0; i < kFighters; ++i) fighters.push_back(start(fight, i + 1));
     std::mt19937 random(1);
     while (killed > 0 && goesOn()) {

@@ -5,6 +5,7 @@
 
 #include "ProjectShare/Messager.h"
 #include "host/plugin/KvPluginBase.h"
+#include "station/RemoteCommands.h"
 #include "station/base/StationSettings.h"
 #include "station/containers/Bins.h"
 #include "station/containers/Filters.h"
@@ -16,8 +17,7 @@
 #include "station/os/SharedFiles.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
-#include "station/project/StationCommands.h"
-#include "station/ui/PanelHands.h"
+#include "station/ui/PanelDriver.h"
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/fuzz/Fuzz.h"
 #include "tests/support/LoopNetwork.h"
@@ -105,7 +105,7 @@ class FuzzedStation {
     plugin->postLoadInitialization();
     Messager::registerTypes();
     desktop_ = std::make_unique<Desktop>();
-    static_cast<void>(PanelHands(*desktop_).open());
+    static_cast<void>(PanelDriver(*desktop_).open());
   }
 
   /// Opens the project as it was in the beginning, with an edit and a log that the user looks at.
@@ -160,7 +160,7 @@ class FuzzedStation {
   Filters filters_;
   MediaCache media_;
   Rooms rooms_;
-  StationCommands commands_;
+  RemoteCommands commands_;
   std::unique_ptr<Desktop> desktop_;
 };
 

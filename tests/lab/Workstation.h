@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "app/tour/StationProcess.h"
 #include "tests/lab/Cable.h"
 #include "tests/lab/ProjectView.h"
 #include "tests/lab/Space.h"
+#include "tests/tour/StationProcess.h"
 
 /// A machine of the facility, on which a station can be switched on.
 class Workstation {

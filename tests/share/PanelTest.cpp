@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "app/tour/StationProcess.h"
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/tour/StationProcess.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "app/tour/StationProcess.h"
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/share/ProgramRun.h"
+#include "tests/tour/StationProcess.h"
 
 /// Stations in processes of their own that share one projects folder and one port. Each station's
 /// user is called like its host, in capitals, as owners are compared.

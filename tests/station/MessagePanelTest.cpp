@@ -1,5 +1,5 @@
 #include "station/base/Notifications.h"
-#include "station/ui/PanelHands.h"
+#include "station/ui/PanelDriver.h"
 #include "tests/station/PluginStation.h"
 
 namespace {
@@ -44,7 +44,7 @@ class MessagePanelTest : public PluginStation {
 
   PanelEvents panelEvents;
   Desktop desktop;
-  PanelHands hands{desktop};
+  PanelDriver hands{desktop};
 };
 
 TEST_F(MessagePanelTest, LiesInTheToolboxFromTheStart) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "station/RemoteCommands.h"
 #include "station/base/Events.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
@@ -18,13 +19,12 @@
 #include "station/edit/EditActions.h"
 #include "station/edit/Edits.h"
 #include "station/media/MediaCache.h"
-#include "station/net/MessageFields.h"
 #include "station/os/HostOS.h"
 #include "station/plugin/PluginLoader.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
-#include "station/project/StationCommands.h"
 #include "station/ui/ComponentTypes.h"
+#include "station/wire/MessageFields.h"
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/support/LoopNetwork.h"
 
@@ -123,7 +123,7 @@ class PluginStation : public ::testing::Test {
   Filters filters;
   MediaCache media;
   Rooms rooms;
-  StationCommands commands;
+  RemoteCommands commands;
   PluginLoader plugin;
   Cookie project;
 };

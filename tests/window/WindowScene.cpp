@@ -14,7 +14,7 @@
 #include <ctime>
 #include <fstream>
 
-#include "app/StationProgram.h"
+#include "app/program/StationProgram.h"
 #include "app/window/StationWindow.h"
 
 namespace {

@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "app/tour/StationProcess.h"
 #include "app/window/DetailPane.h"
 #include "app/window/LogPane.h"
 #include "app/window/MainWindow.h"
@@ -20,6 +19,7 @@
 #include "app/window/ProjectsPane.h"
 #include "app/window/StatusLine.h"
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/tour/StationProcess.h"
 
 /// The real program with its window, on a display that nobody sees, and a folder of projects. What
 /// a test does with the window is a function that runs beside the host thread; the program ends

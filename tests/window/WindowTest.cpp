@@ -10,7 +10,7 @@
 #include <QToolButton>
 #include <QTreeWidget>
 
-#include "app/CommandCall.h"
+#include "app/commands/CommandCall.h"
 #include "app/window/ActionTable.h"
 #include "app/window/ConversationView.h"
 #include "app/window/KeptTools.h"

@@ -4,8 +4,8 @@
 #include <atomic>
 #include <chrono>
 
-#include "app/Signals.h"
 #include "station/net/DuplicateFilter.h"
+#include "station/os/Signals.h"
 
 namespace {
 
@@ -74,7 +74,7 @@ class Hearer {
   const ListenRequest& request_;
   MessageFilter filter_;
   iHeardSink& sink_;
-  HeardQueue queue_;
+  CaptureQueue queue_;
   DuplicateFilter duplicates_;
   Clock::time_point deadline_ = Clock::time_point::max();
   std::uint64_t taken_ = 0;

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "station/base/Result.h"
-#include "tools/capture/MessageEar.h"
+#include "tools/capture/CaptureSource.h"
 #include "tools/capture/MessageFilter.h"
 
 /// What a command hears, and when it ends by itself.

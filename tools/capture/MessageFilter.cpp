@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <charconv>
 
-#include "app/NearestName.h"
 #include "host/base/Cookie.h"
+#include "station/base/NearestName.h"
 #include "station/base/Strings.h"
-#include "tools/MessageTypes.h"
+#include "tools/wire/MessageTypes.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "station/base/Result.h"
 #include "station/net/Ipv4.h"
-#include "station/net/MessageFields.h"
+#include "station/wire/MessageFields.h"
 #include "tools/capture/HeardMessage.h"
 
 /// The words of a command line that say which messages are meant. Of each kind any one may fit.

@@ -11,7 +11,7 @@
 #include <string_view>
 
 #include "station/base/Strings.h"
-#include "tools/MessageReport.h"
+#include "tools/wire/MessageReport.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "station/net/MessageFields.h"
+#include "station/wire/MessageFields.h"
 #include "tools/capture/HeardMessage.h"
 
 /// Whether lines are coloured.

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "station/base/Strings.h"
-#include "tools/capture/MessageEar.h"
+#include "tools/capture/CaptureSource.h"
 #include "tools/capture/UdpFrame.h"
 
 namespace {
@@ -55,9 +55,9 @@ Result<Handle> openCapture(const Hearing& hearing) {
 
 /// Captures the packets to a port. A packet that leaves by one of this machine's networks and the
 /// copy of it that comes back are the system's to tell apart: it hands over one of them.
-class PacketCapture : public iMessageEar {
+class PacketCapture : public iCaptureSource {
  public:
-  PacketCapture(Handle capture, Hearing hearing, HeardQueue& queue)
+  PacketCapture(Handle capture, Hearing hearing, CaptureQueue& queue)
       : capture_(std::move(capture)), hearing_(std::move(hearing)), queue_(queue) {
     thread_ = std::thread([this] { drain(); });
   }
@@ -119,16 +119,17 @@ class PacketCapture : public iMessageEar {
 
   Handle capture_;
   Hearing hearing_;
-  HeardQueue& queue_;
+  CaptureQueue& queue_;
   std::atomic<bool> isEnding_{false};
   std::thread thread_;
 };
 
 }  // namespace
 
-Result<std::unique_ptr<iMessageEar>> capturePackets(const Hearing& hearing, HeardQueue& queue) {
+Result<std::unique_ptr<iCaptureSource>> capturePackets(const Hearing& hearing,
+                                                       CaptureQueue& queue) {
   auto capture = openCapture(hearing);
   if (!capture) return capture.error();
-  return std::unique_ptr<iMessageEar>(
+  return std::unique_ptr<iCaptureSource>(
       std::make_unique<PacketCapture>(std::move(*capture), hearing, queue));
 }

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "app/EventWriter.h"
-#include "app/Rendering.h"
+#include "station/base/Rendering.h"
+#include "station/base/TextMember.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "station/base/Json.h"
-#include "station/net/MessageFields.h"
+#include "station/wire/MessageFields.h"
+#include "tools/capture/CaptureQueue.h"
 #include "tools/capture/HeardMessage.h"
-#include "tools/capture/HeardQueue.h"
 
 /// What was heard of one sender.
 struct SenderCount {

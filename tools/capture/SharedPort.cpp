@@ -27,9 +27,9 @@ struct Opened {
 };
 
 /// Empties sockets that share the stations' port.
-class SharedPort : public iMessageEar {
+class SharedPort : public iCaptureSource {
  public:
-  SharedPort(Opened opened, Hearing hearing, HeardQueue& queue)
+  SharedPort(Opened opened, Hearing hearing, CaptureQueue& queue)
       : opened_(std::move(opened)),
         hearing_(std::move(hearing)),
         queue_(queue),
@@ -100,7 +100,7 @@ class SharedPort : public iMessageEar {
 
   Opened opened_;
   Hearing hearing_;
-  HeardQueue& queue_;
+  CaptureQueue& queue_;
   DatagramReader reader_;
   std::atomic<bool> isEnding_{false};
   int wake_;
@@ -162,9 +162,9 @@ Result<void> add(const Hearing& hearing, Opened& opened) {
 
 }  // namespace
 
-Result<std::unique_ptr<iMessageEar>> sharePort(const Hearing& hearing, HeardQueue& queue) {
+Result<std::unique_ptr<iCaptureSource>> sharePort(const Hearing& hearing, CaptureQueue& queue) {
   Opened opened;
   if (auto added = add(hearing, opened); !added) return added.error();
-  return std::unique_ptr<iMessageEar>(
+  return std::unique_ptr<iCaptureSource>(
       std::make_unique<SharedPort>(std::move(opened), hearing, queue));
 }

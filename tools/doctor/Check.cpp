@@ -3,7 +3,7 @@
 #include <exception>
 
 #include "station/os/Posix.h"
-#include "tools/doctor/Child.h"
+#include "tools/base/ChildProcess.h"
 
 namespace {
 
@@ -61,14 +61,14 @@ struct Outcome {
 };
 
 Outcome runOne(const Check& check) {
-  Child child([&check](int pipe) { answer(check, pipe); });
+  ChildProcess child([&check](int pipe) { answer(check, pipe); });
   const auto deadline = std::chrono::steady_clock::now() + check.limit;
   std::string line;
   while (!line.ends_with('\n')) {
     switch (child.read(deadline, line)) {
-      case Child::Reading::eLate:
+      case ChildProcess::Reading::eLate:
         return {{lateFinding(check)}, true};
-      case Child::Reading::eEnded:
+      case ChildProcess::Reading::eEnded:
         return {{fail("the check was ended before its answer", "run the command again")}};
       default:
         break;

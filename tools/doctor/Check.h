@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/doctor/Finding.h"
+#include "tools/base/Finding.h"
 
 /// What a check waits for when it does not come to its end.
 enum class Touches { eShare, eMachine };

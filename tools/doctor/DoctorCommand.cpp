@@ -3,11 +3,11 @@
 #include <memory>
 #include <optional>
 
-#include "app/EventWriter.h"
-#include "tools/StationOptions.h"
-#include "tools/Tool.h"
-#include "tools/doctor/Meeting.h"
+#include "station/base/TextMember.h"
+#include "tools/base/StationOptions.h"
+#include "tools/base/Tool.h"
 #include "tools/doctor/NetworkChecks.h"
+#include "tools/doctor/PeerTest.h"
 #include "tools/doctor/ShareChecks.h"
 #include "tools/doctor/StationChecks.h"
 

@@ -5,8 +5,8 @@
 #include "station/net/DatagramReader.h"
 #include "station/net/ListenerSocket.h"
 #include "station/net/SenderSocket.h"
-#include "tools/doctor/MeetingTrials.h"
 #include "tools/doctor/NetworkChecks.h"
+#include "tools/doctor/PeerTestTrials.h"
 
 namespace {
 
@@ -56,7 +56,7 @@ int countFrom(const std::string& id, const ListenerSocket& listener) {
   return std::min(heard, kDatagrams);
 }
 
-Finding deafFinding(const MeetingSide& deaf, const MeetingSide& heard) {
+Finding deafFinding(const PeerTestSide& deaf, const PeerTestSide& heard) {
   const std::string port = std::to_string(deaf.port);
   return fail(
       heard.host + " hears " + deaf.host + ", but " + deaf.host + " does not hear " + heard.host,

@@ -4,7 +4,7 @@
 
 #include "station/base/Strings.h"
 #include "station/os/HostFileManager.h"
-#include "station/project/LockLook.h"
+#include "station/project/LockProbe.h"
 
 namespace {
 
@@ -33,7 +33,7 @@ OpenOutcome openAsStationsDo(const std::string& path) {
 LockHolder::LockHolder(const ExclusiveOpen& open, const std::string& path)
     : child_([&](int pipe) { holdUntilKilled(open, path, pipe); }) {
   std::string answer;
-  if (child_.read(Clock::now() + kTimeToTake, answer) == Child::Reading::eGot) {
+  if (child_.read(Clock::now() + kTimeToTake, answer) == ChildProcess::Reading::eGot) {
     problem_ = static_cast<eFileError>(answer.front());
   }
 }

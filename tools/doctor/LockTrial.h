@@ -6,7 +6,7 @@
 #include <string>
 
 #include "host/os/iFileManager.h"
-#include "tools/doctor/Child.h"
+#include "tools/base/ChildProcess.h"
 
 /// How an exclusive open came out.
 struct OpenOutcome {
@@ -32,7 +32,7 @@ class LockHolder {
   void kill() { child_.kill(); }
 
  private:
-  Child child_;
+  ChildProcess child_;
   eFileError problem_ = eFileError::eOther;
 };
 

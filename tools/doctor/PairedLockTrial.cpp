@@ -1,4 +1,4 @@
-#include "tools/doctor/MeetingTrials.h"
+#include "tools/doctor/PeerTestTrials.h"
 
 namespace {
 
@@ -79,7 +79,7 @@ std::string joined(const std::vector<std::string>& words) {
 /// The option that is to blame, by the mounts of both; what to look for where none shows.
 std::string fixFor(const Pair& pair) {
   std::string fix;
-  for (const MeetingSide* const side : {&pair.self, &pair.other}) {
+  for (const PeerTestSide* const side : {&pair.self, &pair.other}) {
     if (side->breakers.empty()) continue;
     fix += (fix.empty() ? "on " : "; on ") + side->host + ", mount it without " +
            joined(side->breakers);

@@ -146,17 +146,17 @@ Findings lookSeen(const DoctorFacts& facts) {
   ProbeFolder folder(facts.station.projectsDirectory);
   if (auto made = folder.make(); !made) return {fail(made.error().message, "see rights, above")};
   const ProbeFile file(folder.file(newTrialId(), "seen"));
-  Child watcher([&](int pipe) { watchFor(file.path(), pipe); });
+  ChildProcess watcher([&](int pipe) { watchFor(file.path(), pipe); });
   std::string marks;
   const auto deadline = Clock::now() + std::chrono::seconds(20);
-  if (watcher.read(deadline, marks) != Child::Reading::eGot) {
+  if (watcher.read(deadline, marks) != ChildProcess::Reading::eGot) {
     return {fail("another process cannot look into the folder", "see rights, above")};
   }
   const auto start = Clock::now();
   if (auto written = writeAtomically(file.path(), "seen"); !written) {
     return {fail(clause(written.error().message), "see rights, above")};
   }
-  if (watcher.read(deadline, marks) != Child::Reading::eGot) {
+  if (watcher.read(deadline, marks) != ChildProcess::Reading::eGot) {
     return {fail("another process did not see a new file within 20 s",
                  "mount it without nocto and with a short attribute cache")};
   }

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "tools/base/MountInfo.h"
 #include "tools/doctor/Check.h"
 #include "tools/doctor/DoctorFacts.h"
-#include "tools/doctor/MountInfo.h"
 
 /// What a projects directory needs, tried as stations use it; the facts must outlive the checks.
 std::vector<Check> shareChecks(const DoctorFacts& facts);

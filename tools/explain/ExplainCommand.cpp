@@ -2,12 +2,12 @@
 #include <iostream>
 #include <memory>
 
-#include "app/EventWriter.h"
 #include "station/base/Strings.h"
-#include "tools/ShareLook.h"
-#include "tools/StationOptions.h"
-#include "tools/Tool.h"
-#include "tools/ToolHost.h"
+#include "station/base/TextMember.h"
+#include "tools/base/ShareTimeout.h"
+#include "tools/base/StationOptions.h"
+#include "tools/base/Tool.h"
+#include "tools/base/ToolHost.h"
 #include "tools/explain/Explanation.h"
 
 namespace {

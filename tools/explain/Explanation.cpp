@@ -13,10 +13,10 @@
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
-#include "tools/LockList.h"
-#include "tools/Tool.h"
-#include "tools/doctor/MountInfo.h"
+#include "tools/base/MountInfo.h"
+#include "tools/base/Tool.h"
 #include "tools/explain/HolderPlace.h"
+#include "tools/locks/LockList.h"
 
 namespace {
 
@@ -165,14 +165,14 @@ Explanation explainProject(const Subject& subject) {
 }
 
 /// The project where it stands in the way of what is in it.
-Explanation explainSurroundings(const Subject& subject) {
+Explanation explainDependencies(const Subject& subject) {
   Explanation project = explainProject(subject);
   if (project.state == "left behind") project.state = "free";
   return project;
 }
 
 Explanation explainRoom(const Subject& subject) {
-  const Explanation around = explainSurroundings(subject);
+  const Explanation around = explainDependencies(subject);
   if (!around.isFree()) return around;
   const std::string object = "Room \"" + subject.name + "\"";
   Explanation lock = lookAtLockOf(object, subject.path, subject);
@@ -213,7 +213,7 @@ Explanation lookAtOwner(const std::string& object, const EditSummary& edit,
 }
 
 Explanation explainEdit(const Subject& subject, const std::string& host) {
-  const Explanation around = explainSurroundings(subject);
+  const Explanation around = explainDependencies(subject);
   if (!around.isFree()) return around;
   const bool isEdit = subject.kind == Subject::Kind::eEdit;
   std::string object = std::string(isEdit ? "Edit " : "Log ") + subject.name;
@@ -232,7 +232,7 @@ Explanation explainEdit(const Subject& subject, const std::string& host) {
 }
 
 Explanation explainFile(const Subject& subject) {
-  const Explanation around = explainSurroundings(subject);
+  const Explanation around = explainDependencies(subject);
   if (!around.isFree()) return around;
   const std::string object = "File " + subject.name;
   const auto bytes = readFresh(subject.path);

@@ -10,7 +10,7 @@
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/RoomNames.h"
-#include "tools/ShareLook.h"
+#include "tools/base/ShareTimeout.h"
 
 namespace {
 

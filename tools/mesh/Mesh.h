@@ -6,7 +6,7 @@
 
 #include "station/base/Result.h"
 #include "station/net/Ipv4.h"
-#include "tools/doctor/Finding.h"
+#include "tools/base/Finding.h"
 
 /// A sender as a heard-list has it. Times are seconds since 1970.
 struct HeardSender {

@@ -9,9 +9,9 @@
 #include "station/base/Strings.h"
 #include "station/net/HeardList.h"
 #include "station/os/SharedFiles.h"
-#include "tools/ShareLook.h"
-#include "tools/Tool.h"
-#include "tools/ToolHost.h"
+#include "tools/base/ShareTimeout.h"
+#include "tools/base/Tool.h"
+#include "tools/base/ToolHost.h"
 #include "tools/mesh/Mesh.h"
 
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "app/tour/StationProcess.h"
 #include "tests/share/ProgramRun.h"
+#include "tests/tour/StationProcess.h"
 
 /// Two machines, "first" and "second", that share a folder of the machine "server" by one network
 /// file system. The scripts `machines` and `volume` made them; they end with those.

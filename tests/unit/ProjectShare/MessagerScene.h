@@ -9,7 +9,7 @@
 #include "station/base/Notifications.h"
 #include "station/base/Strings.h"
 #include "station/ui/Desktop.h"
-#include "station/ui/PanelHands.h"
+#include "station/ui/PanelDriver.h"
 #include "tests/fakes/FakeServices.h"
 #include "tests/support/WireFields.h"
 
@@ -59,5 +59,5 @@ class MessagerScene {
   std::unique_ptr<FakePermissions> permissions = std::make_unique<FakePermissions>();
   Kv::Ptr<ProjectSharing::Broadcaster> broadcaster{new ProjectSharing::Broadcaster};
   Desktop desktop;
-  PanelHands hands{desktop};
+  PanelDriver hands{desktop};
 };

@@ -2,8 +2,8 @@
 
 #include <chrono>
 
-#include "app/Command.h"
-#include "app/NearestName.h"
+#include "app/commands/Command.h"
+#include "station/base/NearestName.h"
 
 namespace {
 

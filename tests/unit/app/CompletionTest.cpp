@@ -1,4 +1,4 @@
-#include "app/Completion.h"
+#include "app/commands/Completion.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "app/ConfigFile.h"
+#include "app/base/ConfigFile.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "app/Console.h"
+#include "app/program/Console.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "app/ConsoleCommands.h"
+#include "app/commands/ConsoleCommands.h"
 
 namespace {
 
@@ -83,7 +83,7 @@ class ConsoleTest : public testing::Test {
   EventWriter events;
   CommandTable commands;
   std::FILE* nowhere = std::fopen("/dev/null", "w");
-  HumanText text{nowhere, nowhere};
+  TextOutput text{nowhere, nowhere};
   PreparedLines reader;
   bool keepsGoing = false;
   std::thread host;

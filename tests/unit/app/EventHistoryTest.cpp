@@ -1,10 +1,10 @@
-#include "app/EventHistory.h"
+#include "app/base/EventHistory.h"
 
 #include <gtest/gtest.h>
 
 #include <thread>
 
-#include "app/EventWriter.h"
+#include "app/base/EventWriter.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
-#include "app/EventWriter.h"
+#include "app/base/EventWriter.h"
 
 #include <gtest/gtest.h>
 
-#include "app/EventFile.h"
+#include "app/base/EventFile.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "app/Options.h"
+#include "app/base/Options.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

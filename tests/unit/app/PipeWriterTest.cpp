@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "app/EventFile.h"
+#include "app/base/EventFile.h"
 #include "tests/fakes/ScratchFolder.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "app/Rendering.h"
+#include "station/base/Rendering.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "app/StationProgram.h"
+#include "app/program/StationProgram.h"
 
 #include <gtest/gtest.h>
 

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "station/os/Posix.h"
-#include "tests/fakes/ChildProcess.h"
+#include "tests/fakes/ForkedProcess.h"
 #include "tests/fakes/ScratchFolder.h"
 
 namespace {
@@ -73,7 +73,7 @@ TEST(SharedFilesTest, AReaderSeesTheOldOrTheNewContentWhole) {
   const ScratchFolder folder;
   const std::string path = folder / "a";
   ASSERT_TRUE(writeAtomically(path, std::string(50'000, 'a')));
-  ChildProcess writer([&path] {
+  ForkedProcess writer([&path] {
     for (int i = 0; i < 50; ++i) {
       if (!writeAtomically(path, std::string(50'000, static_cast<char>('a' + i % 26)))) return 1;
     }
@@ -106,7 +106,7 @@ TEST(SharedFilesTest, SeveralWritersOfOneFileLeaveOneOfTheirContents) {
 TEST(SharedFilesTest, WhatAKilledWriterLeftIsTakenAwayByTheNextWrite) {
   const ScratchFolder folder;
   ASSERT_TRUE(writeAtomically(folder / "a", "old"));
-  ChildProcess writer([&folder] {
+  ForkedProcess writer([&folder] {
     const struct rlimit none { 0, 0 };
     const struct rlimit small { 1000, 1000 };
     if (::setrlimit(RLIMIT_CORE, &none) != 0 || ::setrlimit(RLIMIT_FSIZE, &small) != 0) return 2;
@@ -124,7 +124,7 @@ TEST(SharedFilesTest, AWriterThatIsKilledAtAnyMomentLeavesAWholeFile) {
   const ScratchFolder folder;
   ASSERT_TRUE(writeAtomically(folder / "a", std::string(100'000, 'a')));
   for (int i = 0; i < 15; ++i) {
-    ChildProcess writer([&folder] {
+    ForkedProcess writer([&folder] {
       while (writeAtomically(folder / "a", std::string(100'000, 'b'))) {
       }
       return 0;
@@ -140,7 +140,7 @@ TEST(SharedFilesTest, AWriterThatIsKilledAtAnyMomentLeavesAWholeFile) {
 TEST(SharedFilesTest, AWriteThatFindsNoSpaceKeepsTheOldContent) {
   const ScratchFolder folder;
   ASSERT_TRUE(writeAtomically(folder / "a", "old"));
-  ChildProcess writer([&folder] {
+  ForkedProcess writer([&folder] {
     const struct rlimit small { 1000, 1000 };
     std::signal(SIGXFSZ, SIG_IGN);
     if (::setrlimit(RLIMIT_FSIZE, &small) != 0) return 2;

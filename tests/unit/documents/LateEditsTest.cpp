@@ -1,4 +1,4 @@
-#include "tests/support/LateLooksRun.h"
+#include "tests/support/DelayedRereadRun.h"
 #include "tests/unit/documents/DocumentStation.h"
 
 namespace {
@@ -21,7 +21,7 @@ class LateEditsTest : public DocumentStation {
     events.changes.clear();
   }
 
-  LateLooksRun run;
+  DelayedRereadRun run;
   const Cookie edit = made("Old");
 };
 

@@ -4,13 +4,13 @@
 #include "app/commands/FilterCommands.h"
 #include "app/commands/MediaCommands.h"
 #include "app/commands/UserCommands.h"
+#include "station/RemoteCommands.h"
 #include "station/containers/Bins.h"
 #include "station/containers/Filters.h"
 #include "station/containers/Racks.h"
 #include "station/media/MediaCache.h"
-#include "station/net/MessageFields.h"
 #include "station/project/Projects.h"
-#include "station/project/StationCommands.h"
+#include "station/wire/MessageFields.h"
 #include "tests/support/StationScene.h"
 
 namespace {
@@ -53,7 +53,7 @@ class ObjectCommandsTest : public testing::Test {
   Racks racks;
   Filters filters;
   MediaCache media;
-  StationCommands commands;
+  RemoteCommands commands;
   CommandTable table;
 };
 

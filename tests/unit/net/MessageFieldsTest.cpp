@@ -1,4 +1,4 @@
-#include "station/net/MessageFields.h"
+#include "station/wire/MessageFields.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <string>
 
-#include "station/net/MessageFields.h"
+#include "station/wire/MessageFields.h"
 #include "tests/unit/tools/ToolRun.h"
 #include "tools/doctor/Firewall.h"
 #include "tools/doctor/NetworkChecks.h"

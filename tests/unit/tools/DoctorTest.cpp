@@ -6,9 +6,9 @@
 
 #include "station/os/SharedFiles.h"
 #include "tests/unit/tools/ToolRun.h"
+#include "tools/base/ChildProcess.h"
+#include "tools/base/MountInfo.h"
 #include "tools/doctor/Check.h"
-#include "tools/doctor/Child.h"
-#include "tools/doctor/MountInfo.h"
 #include "tools/doctor/ProbeFolder.h"
 #include "tools/doctor/ShareChecks.h"
 
@@ -187,7 +187,7 @@ TEST(DoctorProbeFolderTest, OneThatAnotherRemovesMeanwhileIsNotTakenForAFile) {
       ::rmdir(path.c_str());
     }
   };
-  const Child one(comeAndGo);
+  const ChildProcess one(comeAndGo);
   for (int times = 0; times < 15; ++times) {
     ProbeFolder folder(projects.path());
     const auto made = folder.make();

@@ -1,12 +1,12 @@
-#include "tools/MessageReport.h"
+#include "tools/wire/MessageReport.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
 #include "station/base/Strings.h"
-#include "station/net/MessageFields.h"
-#include "tools/MessageTypes.h"
+#include "station/wire/MessageFields.h"
+#include "tools/wire/MessageTypes.h"
 
 namespace {
 

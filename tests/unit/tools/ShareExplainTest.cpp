@@ -6,7 +6,7 @@
 #include <string>
 
 #include "station/base/Json.h"
-#include "tests/fakes/ChildProcess.h"
+#include "tests/fakes/ForkedProcess.h"
 #include "tests/unit/tools/ToolRun.h"
 #include "tools/doctor/LockTrial.h"
 

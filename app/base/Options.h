@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <variant>
+
+#include "app/base/OptionTable.h"
+#include "station/base/StationSettings.h"
+
+/// What a kv-station was started with.
+struct Options {
+  StationSettings station;
+  std::string script;       ///< where commands come from: a file, "-", or empty for the terminal
+  std::string events;       ///< where events go: a file, "-", or empty for nowhere
+  bool hasWindow = false;   ///< whether a window was asked for
+  bool keepsGoing = false;  ///< whether a script goes on after a command that failed
+};
+
+/// An end before the station started: what to print (on standard output when `status` is 0, else on
+/// standard error) and the exit status.
+struct ProgramEnd {
+  int status = 0;
+  std::string text;
+};
+
+/// Reads the command line and the configuration file. --help and --version, and everything that
+/// cannot be used, end the program: with status 2 and one line that says what, why and what to do.
+std::variant<Options, ProgramEnd> readOptions(int argc, const char* const* argv);
+
+/// Checks the values and puts them where they belong; eUsage for one that cannot be used.
+Result<Options> validateOptions(const GivenOptions& given);

@@ -1,0 +1,131 @@
+#include "app/base/TextOutput.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "station/base/Rendering.h"
+
+namespace {
+
+void printDirectly(std::FILE* stream, const std::string& text) {
+  std::fwrite(text.data(), 1, text.size(), stream);
+  std::fputc('\n', stream);
+  std::fflush(stream);
+}
+
+bool isSameFile(int one, int other) {
+  struct stat first {};
+  struct stat second {};
+  return ::fstat(one, &first) == 0 && ::fstat(other, &second) == 0 &&
+         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+std::string missing(std::size_t count) {
+  return std::to_string(count) + " texts are missing here, since nobody read them.";
+}
+
+/// An event's text under a key, or its hexadecimal form.
+std::string textOf(const JsonValue& event, const std::string& key) {
+  if (const JsonValue* text = event.find(key)) return renderForPeople(*text);
+  return "bytes that are no text: " + event[key + "_hex"].asString();
+}
+
+}  // namespace
+
+void TextOutput::answer(const std::string& text) {
+  if (!text.empty()) show(answers_, text);
+}
+
+void TextOutput::problem(const std::string& text) { show(problems_, text); }
+
+void TextOutput::take(const StationEvent& event) {
+  if (event.name == "log" && event.value["to"].asString() == "console") {
+    show(problems_, textOf(event.value, "text"));
+  } else if (event.name == "notification") {
+    show(answers_, "Notification: " + textOf(event.value, "text"));
+  } else if (event.name == "network") {
+    show(problems_, "Network: " + textOf(event.value, "problem"));
+  }
+}
+
+void TextOutput::show(std::FILE* stream, const std::string& text) {
+  const std::lock_guard lock(mutex_);
+  if (!wake_) return print(stream, text);
+  keep(stream, text);
+  wake_();
+}
+
+void TextOutput::keep(std::FILE* stream, const std::string& text) {
+  if (heldBytes_ + text.size() > kMaxHeld) {
+    ++notHeld_;
+    return;
+  }
+  heldBytes_ += text.size();
+  held_.emplace_back(stream, text);
+}
+
+void TextOutput::print(std::FILE* stream, const std::string& text) {
+  const Writer writer = writerFor(stream);
+  if (!writer) return printDirectly(stream, text);
+  const std::string before = unread_ > 0 ? missing(unread_) + "\n" : std::string();
+  const bool isTaken = writer->write(before + text + "\n");
+  unread_ = isTaken ? 0 : unread_ + 1;
+}
+
+/// Made when there is first something to write, since its thread must come after those who decide
+/// which signals threads take. Two streams that are one file share a writer, which keeps the order.
+TextOutput::Writer TextOutput::writerFor(std::FILE* stream) {
+  const auto known = writers_.find(stream);
+  if (known != writers_.end()) return known->second;
+  Writer& made = writers_[stream];
+  const int descriptor = ::fileno(stream);
+  if (descriptor < 0 || !isReadBySomebody(descriptor)) return made;
+  for (const auto& [other, writer] : writers_) {
+    if (other != stream && isSameFile(descriptor, ::fileno(other))) made = writer;
+  }
+  if (made) return made;
+  const int own = ::fcntl(descriptor, F_DUPFD_CLOEXEC, 3);
+  if (own >= 0) made = std::make_shared<PipeWriter>(own, std::string(), [](int) {});
+  return made;
+}
+
+void TextOutput::hold(std::function<void()> wake) {
+  {
+    const std::lock_guard lock(mutex_);
+    wake_ = std::move(wake);
+  }
+  awaitShown();
+}
+
+void TextOutput::showHeld() {
+  {
+    const std::lock_guard lock(mutex_);
+    printHeld();
+  }
+  awaitShown();
+}
+
+void TextOutput::printHeld() {
+  for (const auto& [stream, text] : held_) print(stream, text);
+  if (notHeld_ > 0) print(problems_, missing(notHeld_));
+  held_.clear();
+  heldBytes_ = notHeld_ = 0;
+}
+
+void TextOutput::release() {
+  const std::lock_guard lock(mutex_);
+  printHeld();
+  wake_ = nullptr;
+}
+
+// Not under the lock: whoever has something to say meanwhile is not to wait.
+void TextOutput::awaitShown() {
+  std::map<std::FILE*, Writer> writers;
+  {
+    const std::lock_guard lock(mutex_);
+    writers = writers_;
+  }
+  for (const auto& [stream, writer] : writers) {
+    if (writer) writer->awaitWritten();
+  }
+}

@@ -1,0 +1,165 @@
+#include "app/commands/ConsoleCommands.h"
+
+#include <charconv>
+#include <chrono>
+#include <cstdio>
+
+#include "station/base/Notifications.h"
+#include "station/base/Rendering.h"
+#include "station/base/TextMember.h"
+#include "station/project/Projects.h"
+
+namespace {
+
+constexpr double kDefaultTimeout = 10;
+constexpr double kLongest = 1e7;  // seconds; about four months
+
+constexpr const char* kEventNames =
+    "ready, reply, sent, received, changed, log, panel, notification, command, network, closed";
+
+Error usageError(const std::string& message) { return {ErrorCode::eUsage, message, {}}; }
+
+Result<double> readSeconds(const std::string& text) {
+  double seconds = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, problem] = std::from_chars(text.data(), end, seconds);
+  if (problem != std::errc() || stop != end || !(seconds >= 0 && seconds <= kLongest)) {
+    return usageError("\"" + text + "\" is no number of seconds; give one such as 2.5.");
+  }
+  return seconds;
+}
+
+Waiter::Clock::time_point deadlineIn(double seconds) {
+  return Waiter::Clock::now() + std::chrono::duration_cast<Waiter::Clock::duration>(
+                                    std::chrono::duration<double>(seconds));
+}
+
+std::string fullUsage(const Command& command) {
+  return command.usage.empty() ? command.name : command.name + " " + command.usage;
+}
+
+JsonValue helpRow(const Command& command) {
+  return JsonValue::object({{"command", fullUsage(command)}, {"does", command.help}});
+}
+
+std::string joined(const Arguments& words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
+  return text;
+}
+
+Result<JsonValue> help(const CommandTable& table, const Arguments& words) {
+  const std::string name = joined(words);
+  JsonValue rows = JsonValue::array();
+  for (const auto& [each, command] : table.all()) {
+    if (name.empty() || each == name || each.starts_with(name + " ")) rows.append(helpRow(command));
+  }
+  if (!rows.elements().empty()) return rows;
+  const std::string nearest = table.nearest(words);
+  const std::string hint =
+      nearest.empty() ? "; \"help\" lists all." : "; did you mean \"" + nearest + "\"?";
+  return usageError("There is no command \"" + name + "\"" + hint);
+}
+
+/// What the words of `wait` say.
+struct Wanted {
+  EventPattern pattern;
+  double timeout = kDefaultTimeout;
+};
+
+Result<void> readPair(const std::string& word, const ConsoleServices& services, Wanted& wanted) {
+  const std::size_t equals = word.find('=');
+  if (equals == 0 || equals == std::string::npos) {
+    return usageError("\"" + word +
+                      "\" is no KEY=VALUE; usage: wait EVENT [KEY=VALUE...] "
+                      "[--timeout S]");
+  }
+  const std::string key = word.substr(0, equals);
+  const std::string value = word.substr(equals + 1);
+  std::set<std::string> texts{value};
+  if (key == "cookie" || key == "project") {
+    if (const std::string cookie = services.cookieOf(value); !cookie.empty()) texts.insert(cookie);
+  }
+  wanted.pattern.keys.emplace_back(key, std::move(texts));
+  return {};
+}
+
+Result<Wanted> readWanted(const Arguments& words, const ConsoleServices& services) {
+  Wanted wanted{{words.front(), {}}, kDefaultTimeout};
+  for (std::size_t i = 1; i < words.size(); ++i) {
+    if (words[i] != "--timeout") {
+      if (auto read = readPair(words[i], services, wanted); !read) return read.error();
+      continue;
+    }
+    if (++i == words.size()) return usageError("--timeout needs a number of seconds.");
+    const auto seconds = readSeconds(words[i]);
+    if (!seconds) return seconds.error();
+    wanted.timeout = *seconds;
+  }
+  return wanted;
+}
+
+bool isEventName(const std::string& name) {
+  return (", " + std::string(kEventNames) + ",").find(", " + name + ",") != std::string::npos;
+}
+
+Result<JsonValue> waitForEvent(const Arguments& words, const ConsoleServices& services) {
+  if (!isEventName(words.front())) {
+    return usageError("\"" + words.front() + "\" is no event; there are " + kEventNames + ".");
+  }
+  const auto wanted = readWanted(words, services);
+  if (!wanted) return wanted.error();
+  const auto event = services.history.await(wanted->pattern, deadlineIn(wanted->timeout));
+  if (event) return *event;
+  if (services.waiter.isEnding()) return Error{ErrorCode::eSystem, "The station ends.", {}};
+  char seconds[32];
+  std::snprintf(seconds, sizeof seconds, "%g", wanted->timeout);
+  return Error{
+      ErrorCode::eNotFound,
+      "No event \"" + joined(words) + "\" within " + seconds + " s; --timeout S waits longer.",
+      {}};
+}
+
+Result<JsonValue> sleepFor(const Arguments& words, Waiter& waiter) {
+  const auto seconds = readSeconds(words.front());
+  if (!seconds) return seconds.error();
+  waiter.await(deadlineIn(*seconds), [] { return false; });
+  return JsonValue();
+}
+
+Result<JsonValue> listNotifications() {
+  JsonValue all = JsonValue::array();
+  for (const Notification& each : notifications()) {
+    all.append(JsonValue::object({{"time", each.timeText()}, textMember("text", each.text)}));
+  }
+  return all;
+}
+
+}  // namespace
+
+void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
+  const auto here = Command::Place::eConsoleThread;
+  table.add({"help", "[COMMAND]", "Lists the commands, or those that begin like this.", 0, 4,
+             [&table](const Arguments& words) { return help(table, words); }, here,
+             [](const Arguments&, const JsonValue& rows) { return renderWrapped(rows); }});
+  table.add({"state", "", "Shows everything that this station shows of the open project.", 0, 0,
+             [](const Arguments&) -> Result<JsonValue> { return Projects::instance().state(); }});
+  table.add({"notifications", "",
+             "Shows the texts that reached this station and that no panel took.", 0, 0,
+             [](const Arguments&) { return listNotifications(); }});
+  table.add({"wait", "EVENT [KEY=VALUE...] [--timeout S]",
+             "Waits for an event that was not waited for before, 10 seconds at most.", 1,
+             Command::kAnyNumber,
+             [services](const Arguments& words) { return waitForEvent(words, services); }, here});
+  table.add({"sleep", "S", "Waits for S seconds.", 1, 1,
+             [services](const Arguments& words) { return sleepFor(words, services.waiter); },
+             here});
+  table.add({"quit", "",
+             "Leaves room and project, and ends the station; so do Ctrl-C and Ctrl-D, at once.", 0,
+             0,
+             [services](const Arguments&) -> Result<JsonValue> {
+               services.waiter.end();
+               return JsonValue();
+             },
+             here});
+}

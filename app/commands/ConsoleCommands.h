@@ -1,0 +1,19 @@
+#pragma once
+
+#include <functional>
+
+#include "app/base/EventHistory.h"
+#include "app/base/Waiter.h"
+#include "app/commands/Command.h"
+
+/// What the console's own commands work with; all must outlive the table.
+struct ConsoleServices {
+  Waiter& waiter;
+  EventHistory& history;
+
+  /// The cookie that a name means in the open project, or empty. Console thread.
+  std::function<std::string(const std::string&)> cookieOf;
+};
+
+/// "help", "state", "notifications", "wait", "sleep" and "quit".
+void addConsoleCommands(CommandTable& table, const ConsoleServices& services);

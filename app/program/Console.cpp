@@ -1,0 +1,83 @@
+#include "app/program/Console.h"
+
+#include <utility>
+
+#include "app/commands/CommandCall.h"
+#include "station/base/Activity.h"
+#include "station/base/TextMember.h"
+
+/// A command on its way through the host thread; the console may stop waiting for it.
+struct Console::Pending {
+  bool isDone = false;
+  Answer answer;
+};
+
+int Console::run(iLineReader& reader) {
+  while (!with_.waiter.isEnding()) {
+    const auto line = reader.next();
+    if (!line) break;
+    const bool succeeded = runLine(*line, reader);
+    if (!succeeded && !reader.isInteractive() && !with_.keepsGoing) return 1;
+  }
+  return 0;
+}
+
+bool Console::runLine(const std::string& line, const iLineReader& reader) {
+  const CommandCall call = readCall(with_.commands, line);
+  if (call.isEmpty()) return true;
+  Answer answer;
+  if (call.problem) {
+    answer.result = *call.problem;
+    reply(with_.events, line, call, answer.result);
+  } else if (call.command->place == Command::Place::eConsoleThread) {
+    answer = answerTo(call);
+    reply(with_.events, line, call, answer.result);
+  } else {
+    answer = runOnHostThread(line, call);
+  }
+  if (with_.waiter.isEnding()) return true;
+  if (answer.result) {
+    with_.text.answer(answer.text);
+  } else {
+    with_.text.problem(reader.place() + answer.result.error().message);
+  }
+  return static_cast<bool>(answer.result);
+}
+
+Console::Answer Console::answerTo(const CommandCall& call) {
+  Answer answer{runCall(call), {}};
+  if (answer.result) answer.text = shownResult(call, *answer.result);
+  return answer;
+}
+
+// The reply is given on the host thread, right after what the command caused, and also when nobody
+// waits for it any more: the console may be gone by then, so the task keeps what it needs.
+Console::Answer Console::runOnHostThread(const std::string& line, const CommandCall& call) {
+  const auto pending = std::make_shared<Pending>();
+  with_.hostThread.post([with = with_, pending, line, call] {
+    const ActivityScope activity("the command \"" + line + "\"");
+    Answer answer = answerTo(call);
+    reply(with.events, line, call, answer.result);
+    with.waiter.change([&] {
+      pending->answer = std::move(answer);
+      pending->isDone = true;
+    });
+  });
+  const bool isDone =
+      with_.waiter.await(Waiter::Clock::time_point::max(), [&pending] { return pending->isDone; });
+  if (isDone) return std::move(pending->answer);
+  return {Error{ErrorCode::eSystem, "The station ends before the command did.", {}}, {}};
+}
+
+void Console::reply(EventWriter& events, const std::string& line, const CommandCall& call,
+                    const Result<JsonValue>& result) {
+  const std::string command = call.command ? call.command->name : std::string();
+  std::vector<JsonValue::Member> members{
+      textMember("line", line), {"command", command}, {"ok", static_cast<bool>(result)}};
+  if (result) {
+    members.emplace_back("result", *result);
+  } else {
+    members.push_back(textMember("error", result.error().message));
+  }
+  events.emit("reply", members);
+}

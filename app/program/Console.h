@@ -1,0 +1,51 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "app/base/EventWriter.h"
+#include "app/base/TextOutput.h"
+#include "app/base/Waiter.h"
+#include "app/base/iLineReader.h"
+#include "app/commands/CommandCall.h"
+#include "station/base/HostThread.h"
+
+/// Reads lines, runs the commands that they name one after the other, and answers: to people in
+/// text, to scripts by `reply` events. Runs on a thread of its own; commands that touch the station
+/// run on the host thread while this one waits.
+class Console {
+ public:
+  /// What a console works with; all must outlive it.
+  struct Dependencies {
+    HostThread& hostThread;
+    const CommandTable& commands;
+    EventWriter& events;
+    TextOutput& text;
+    Waiter& waiter;
+    bool keepsGoing;  ///< whether a script goes on after a command that failed
+  };
+
+  explicit Console(Dependencies surroundings) : with_(surroundings) {}
+
+  /// Reads until the end of the input, until somebody asks the program to end, or until a script's
+  /// command fails. The program's exit status.
+  int run(iLineReader& reader);
+
+ private:
+  struct Pending;
+
+  /// What a command gave, and that in words for people.
+  struct Answer {
+    Result<JsonValue> result = JsonValue();
+    std::string text;
+  };
+
+  bool runLine(const std::string& line, const iLineReader& reader);
+  Answer runOnHostThread(const std::string& line, const CommandCall& call);
+  static Answer answerTo(const CommandCall& call);
+  static void reply(EventWriter& events, const std::string& line, const CommandCall& call,
+                    const Result<JsonValue>& result);
+
+  Dependencies with_;
+};

@@ -1,0 +1,259 @@
+#include "app/program/StationProgram.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <clocale>
+#include <cstdio>
+#include <thread>
+#include <utility>
+
+#include "app/commands/ConsoleCommands.h"
+#include "app/commands/ContainerCommands.h"
+#include "app/commands/EditCommands.h"
+#include "app/commands/FilterCommands.h"
+#include "app/commands/MediaCommands.h"
+#include "app/commands/PanelCommands.h"
+#include "app/commands/ProjectCommands.h"
+#include "app/commands/RoomCommands.h"
+#include "app/commands/UserCommands.h"
+#include "app/program/Console.h"
+#include "app/program/ScriptReader.h"
+#include "app/program/TerminalReader.h"
+#include "host/base/Config.h"
+#include "host/base/Log.h"
+#include "station/base/Activity.h"
+#include "station/base/DiagnosticStream.h"
+#include "station/base/TextMember.h"
+#include "station/os/Signals.h"
+#include "station/project/Projects.h"
+
+namespace {
+
+constexpr int kStartFailed = 2;
+constexpr int kDefaultPort = 27015;
+
+/// How long Tab and `wait` give the host thread to say what a name means.
+constexpr auto kPatience = std::chrono::seconds(2);
+
+int port() { return config_int("shared_projects_udp_port", kDefaultPort); }
+
+/// Asks the host thread a question; `otherwise` when it does not answer soon.
+template <typename Answer>
+Answer ask(HostThread& hostThread, Waiter& waiter, std::function<Answer()> question,
+           Answer otherwise) {
+  struct Pending {
+    bool isDone = false;
+    Answer answer;
+  };
+  const auto pending = std::make_shared<Pending>();
+  hostThread.post([pending, &waiter, question = std::move(question)] {
+    Answer answer = question();
+    waiter.change([&] {
+      pending->answer = std::move(answer);
+      pending->isDone = true;
+    });
+  });
+  const auto isDone = [&pending] { return pending->isDone; };
+  return waiter.await(Waiter::Clock::now() + kPatience, isDone) ? pending->answer : otherwise;
+}
+
+}  // namespace
+
+StationProgram::StationProgram(Options options, WindowMaker makeWindow)
+    : options_(std::move(options)),
+      text_(options_.events == "-" ? stderr : stdout, stderr),
+      file_([this](const std::string& problem) { text_.problem(problem); }),
+      history_(waiter_),
+      makeWindow_(std::move(makeWindow)) {}
+
+StationProgram::~StationProgram() {
+  station_.reset();
+  installEvents(nullptr);
+  setDiagnosticWriter(nullptr);
+}
+
+int StationProgram::run() {
+  const Signals signals([this] {
+    exitType_ = Shutdown::eSignalledExit;
+    waiter_.end();
+  });
+  if (auto prepared = prepare(); !prepared) {
+    fail(prepared.error());
+  } else if (window_) {
+    runBesideWindow();
+  } else {
+    runStation();
+  }
+  return status_;
+}
+
+void StationProgram::fail(const Error& problem) {
+  text_.problem("kv-station: " + problem.message);
+  status_ = kStartFailed;
+}
+
+Result<void> StationProgram::start() {
+  const ActivityScope activity("the start of the station");
+  return station_->start();
+}
+
+void StationProgram::runStation() {
+  if (auto started = start(); !started) return fail(started.error());
+  useStation();
+  const ActivityScope activity("the end of the station");
+  station_->stop(exitType_);
+  events_.emit("closed", {});
+}
+
+void StationProgram::runBesideWindow() {
+  std::thread host([this] {
+    runStation();
+    window_->hostEnded();
+  });
+  window_->run({station_->hostThread(), commands_, [this] { waiter_.end(); }});
+  host.join();
+}
+
+Result<void> StationProgram::openWindow() {
+  if (!makeWindow_) {
+    return Error{ErrorCode::eUsage,
+                 "--gui: this build has no window; leave the option out to use the terminal.",
+                 {}};
+  }
+  auto made = makeWindow_();
+  if (!made) return made.error();
+  window_ = std::move(*made);
+  events_.addSink(window_->eventSink());
+  return {};
+}
+
+Result<void> StationProgram::prepare() {
+  installSettings(options_.station);
+  setDiagnosticWriter([this](const std::string& text) {
+    text_.answer(text.ends_with('\n') ? text.substr(0, text.size() - 1) : text);
+  });
+  if (!options_.events.empty()) {
+    if (auto opened = file_.open(options_.events); !opened) return opened;
+    events_.addSink(file_);
+  }
+  events_.addSink(history_);
+  events_.addSink(text_);
+  if (options_.hasWindow) {
+    if (auto opened = openWindow(); !opened) return opened;
+  }
+  installEvents(&events_);
+  addCommands();
+  if (auto opened = openInput(); !opened) return opened;
+  station_ = std::make_unique<Station>();
+  return {};
+}
+
+Result<void> StationProgram::openInput() {
+  if (options_.hasWindow && options_.script.empty()) return {};
+  const bool isTerminal = ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
+  if (options_.script.empty() && isTerminal && options_.events != "-") {
+    reader_ = std::make_unique<TerminalReader>(
+        waiter_, text_, TerminalReader::Completing{commands_, [this] { return objectNames(); }});
+    return {};
+  }
+  auto script = std::make_unique<ScriptReader>(waiter_);
+  auto opened = script->open(options_.script.empty() ? "-" : options_.script);
+  reader_ = std::move(script);
+  return opened;
+}
+
+void StationProgram::addCommands() {
+  addConsoleCommands(
+      commands_, {waiter_, history_, [this](const std::string& name) { return cookieOf(name); }});
+  addProjectCommands(commands_);
+  addRoomCommands(commands_);
+  addEditCommands(commands_);
+  addContainerCommands(commands_);
+  addFilterCommands(commands_);
+  addMediaCommands(commands_);
+  addPanelCommands(commands_);
+  addUserCommands(commands_);
+}
+
+void StationProgram::useStation() {
+  const StationSettings& with = settings();
+  events_.emit("ready", {textMember("user", with.user),
+                         textMember("host", with.host),
+                         {"machine", with.machine},
+                         {"port", port()},
+                         textMember("plugin", station_->pluginName()),
+                         textMember("plugin_version", station_->pluginVersion()),
+                         {"network_mode", with.networkMode}});
+  if (reader_ && reader_->isInteractive()) {
+    text_.answer(with.user + " on " + with.host + " (machine " + std::to_string(with.machine) +
+                 "), " + station_->pluginName() + " " + station_->pluginVersion() + ", port " +
+                 std::to_string(port()) +
+                 ". \"help\" lists the commands; Ctrl-C or \"quit\" ends.");
+  }
+  tellOfNames();
+  std::thread console([this] {
+    status_ = runConsole();
+    station_->hostThread().stop();
+  });
+  station_->hostThread().run();
+  console.join();
+}
+
+/// A person is told on the console; what a script's output holds stays as it is.
+void StationProgram::tellOfNames() {
+  const std::string advice = Station::adviceOnNames();
+  if (advice.empty()) return;
+  if (reader_ && reader_->isInteractive()) {
+    LogBoth("%s\n", advice);
+  } else {
+    Log("%s\n", advice);
+  }
+}
+
+// A window stays when the commands come to their end; "quit" ends both.
+int StationProgram::runConsole() {
+  int status = 0;
+  if (reader_) {
+    Console console(
+        {station_->hostThread(), commands_, events_, text_, waiter_, options_.keepsGoing});
+    status = console.run(*reader_);
+  }
+  if (window_ && status == 0) {
+    waiter_.await(Waiter::Clock::time_point::max(), [] { return false; });
+  }
+  return status;
+}
+
+std::string StationProgram::cookieOf(const std::string& name) {
+  return ask<std::string>(station_->hostThread(), waiter_,
+                          [name]() -> std::string {
+                            const auto cookie = Projects::instance().resolve(name, {});
+                            return cookie ? cookie->asString().str() : std::string();
+                          },
+                          {});
+}
+
+std::vector<std::string> StationProgram::objectNames() {
+  return ask<std::vector<std::string>>(
+      station_->hostThread(), waiter_,
+      [] {
+        std::vector<std::string> words;
+        for (const NamedObject& each : Projects::instance().objects()) {
+          words.push_back(each.name);
+          words.push_back(each.cookie.asString().str());
+        }
+        return words;
+      },
+      {});
+}
+
+int runKvStation(int argc, const char* const* argv, WindowMaker makeWindow) {
+  std::setlocale(LC_CTYPE, "");  // for the terminal alone: widths and input of letters
+  auto read = readOptions(argc, argv);
+  if (const ProgramEnd* end = std::get_if<ProgramEnd>(&read)) {
+    std::fprintf(end->status == 0 ? stdout : stderr, "%s\n", end->text.c_str());
+    return end->status;
+  }
+  return StationProgram(std::get<Options>(std::move(read)), std::move(makeWindow)).run();
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "app/base/EventFile.h"
+#include "app/base/EventHistory.h"
+#include "app/base/EventWriter.h"
+#include "app/base/Options.h"
+#include "app/base/TextOutput.h"
+#include "app/base/Waiter.h"
+#include "app/base/iLineReader.h"
+#include "app/commands/Command.h"
+#include "app/window/iStationWindow.h"
+#include "station/Station.h"
+
+/// kv-station: a station, its console and its events, from start to end.
+///
+/// Three threads: the host thread, which is this one unless there is a window; the console's, which
+/// reads commands; a third takes signals. With a window this thread is the window's. One object a
+/// process.
+class StationProgram {
+ public:
+  /// `makeWindow` is asked for a window where the options want one; empty where there is none.
+  explicit StationProgram(Options options, WindowMaker makeWindow = {});
+  StationProgram(const StationProgram&) = delete;
+  StationProgram& operator=(const StationProgram&) = delete;
+  ~StationProgram();
+
+  /// Starts the station, lets the console run until it ends, and stops it. The exit status.
+  int run();
+
+ private:
+  Result<void> prepare();
+  Result<void> openWindow();
+  Result<void> openInput();
+  void addCommands();
+  Result<void> start();
+  void runStation();
+  void runBesideWindow();
+  void useStation();
+  void tellOfNames();
+  void fail(const Error& problem);
+  int runConsole();
+  std::string cookieOf(const std::string& name);
+  std::vector<std::string> objectNames();
+
+  Options options_;
+  Waiter waiter_;
+  TextOutput text_;
+  EventFile file_;
+  EventHistory history_;
+  EventWriter events_;
+  CommandTable commands_;
+  WindowMaker makeWindow_;
+  std::unique_ptr<iStationWindow> window_;
+  std::unique_ptr<iLineReader> reader_;  ///< null where no commands are read
+  std::unique_ptr<Station> station_;
+  std::atomic<Shutdown::eExitType> exitType_ = Shutdown::eNormalExit;
+  int status_ = 0;
+};
+
+/// The whole program: reads the command line, runs, and gives the exit status.
+int runKvStation(int argc, const char* const* argv, WindowMaker makeWindow = {});

@@ -1,0 +1,173 @@
+#include "app/program/TerminalReader.h"
+
+#include <histedit.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <clocale>
+#include <cstring>
+#include <cwchar>
+#include <utility>
+
+#include "app/commands/Completion.h"
+
+namespace {
+
+constexpr const char* kClearLine = "\r\033[K";
+constexpr int kHistoryLength = 1000;
+
+char* promptOf(EditLine*) {
+  static std::array<char, 8> prompt{'k', 'v', '>', ' ', '\0'};
+  return prompt.data();
+}
+
+}  // namespace
+
+/// The line editor and what its callbacks need.
+class TerminalReader::Editor {
+ public:
+  Editor(const Waiter& waiter, TextOutput& text, Completing completing)
+      : waiter_(waiter),
+        text_(text),
+        completing_(std::move(completing)),
+        told_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+        history_(::history_init()),
+        edit_(::el_init("kv-station", stdin, stdout, stderr)) {
+    HistEvent event;
+    ::history(history_, &event, H_SETSIZE, kHistoryLength);
+    ::history(history_, &event, H_SETUNIQUE, 1);
+    ::el_set(edit_, EL_CLIENTDATA, this);
+    ::el_set(edit_, EL_PROMPT, promptOf);
+    ::el_set(edit_, EL_EDITOR, "emacs");
+    ::el_set(edit_, EL_HIST, ::history, history_);
+    ::el_set(edit_, EL_GETCFN, readLetter);
+    ::el_set(edit_, EL_ADDFN, "kv-complete", "Completes the word", complete);
+    ::el_set(edit_, EL_BIND, "^I", "kv-complete", nullptr);
+    // The end of input typed while the terminal was not being read comes as a zero byte. Bound to
+    // nothing, since as a quoting key it would make the next end of input a letter.
+    ::el_set(edit_, EL_BIND, "^@", "ed-unassigned", nullptr);
+  }
+
+  Editor(const Editor&) = delete;
+  Editor& operator=(const Editor&) = delete;
+
+  ~Editor() {
+    ::el_end(edit_);
+    ::history_end(history_);
+    ::close(told_);
+  }
+
+  std::optional<std::string> next() {
+    if (waiter_.isEnding()) return std::nullopt;
+    text_.hold([this] { ::eventfd_write(told_, 1); });
+    ::el_set(edit_, EL_PREP_TERM, 1);  // before the prompt, so that what is typed at it is a key
+    int length = 0;
+    const char* line = ::el_gets(edit_, &length);
+    text_.release();
+    if (!line || length <= 0 || waiter_.isEnding()) {
+      std::fputs("\n", stdout);
+      return std::nullopt;
+    }
+    std::string read(line, static_cast<std::size_t>(length));
+    remember(read);
+    while (!read.empty() && (read.back() == '\n' || read.back() == '\r')) read.pop_back();
+    return read;
+  }
+
+ private:
+  static Editor& of(EditLine* edit) {
+    void* self = nullptr;
+    ::el_get(edit, EL_CLIENTDATA, &self);
+    return *static_cast<Editor*>(self);
+  }
+
+  /// Waits for a letter, showing meanwhile what the station says; 0 ends the line and the input.
+  static int readLetter(EditLine* edit, wchar_t* letter) {
+    Editor& self = of(edit);
+    std::array<pollfd, 3> wanted{pollfd{STDIN_FILENO, POLLIN, 0},
+                                 pollfd{self.waiter_.descriptor(), POLLIN, 0},
+                                 pollfd{self.told_, POLLIN, 0}};
+    while (true) {
+      if (::poll(wanted.data(), wanted.size(), -1) < 0) continue;
+      if (wanted[1].revents != 0) return 0;
+      if (wanted[2].revents != 0) self.showAboveLine();
+      if (wanted[0].revents != 0) return self.readOne(letter);
+    }
+  }
+
+  /// Reads the bytes of one letter of the terminal's encoding; a wrong byte stands for itself.
+  int readOne(wchar_t* letter) {
+    std::mbstate_t state{};
+    char byte = 0;
+    while (::read(STDIN_FILENO, &byte, 1) == 1) {
+      const std::size_t used = std::mbrtowc(letter, &byte, 1, &state);
+      if (used == static_cast<std::size_t>(-2)) continue;
+      if (used == static_cast<std::size_t>(-1)) *letter = static_cast<unsigned char>(byte);
+      return 1;
+    }
+    return 0;
+  }
+
+  void showAboveLine() {
+    eventfd_t count = 0;
+    ::eventfd_read(told_, &count);
+    std::fputs(kClearLine, stdout);
+    std::fflush(stdout);
+    text_.showHeld();
+    ::el_set(edit_, EL_REFRESH);
+  }
+
+  static unsigned char complete(EditLine* edit, int) { return of(edit).completeWord(); }
+
+  unsigned char completeWord() {
+    const LineInfo* info = ::el_line(edit_);
+    const std::string line(info->buffer, static_cast<std::size_t>(info->cursor - info->buffer));
+    const auto found = completions(line, completing_.commands, completing_.objects());
+    const std::string begun(lastWord(line));
+    std::string word = commonBeginning(found);
+    if (found.size() == 1) word += ' ';
+    if (word.size() > begun.size()) return replaceWord(begun, word);
+    if (found.empty()) return CC_REFRESH_BEEP;
+    showCandidates(found);
+    return CC_REDISPLAY;
+  }
+
+  unsigned char replaceWord(const std::string& begun, const std::string& word) {
+    std::mbstate_t state{};
+    const char* bytes = begun.c_str();
+    const std::size_t letters = std::mbsrtowcs(nullptr, &bytes, 0, &state);
+    ::el_deletestr(edit_, static_cast<int>(letters == ~std::size_t{0} ? begun.size() : letters));
+    return ::el_insertstr(edit_, word.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
+  }
+
+  static void showCandidates(const std::vector<std::string>& found) {
+    std::fputs("\n", stdout);
+    for (const std::string& each : found) std::fprintf(stdout, "%s  ", each.c_str());
+    std::fputs("\n", stdout);
+    std::fflush(stdout);
+  }
+
+  void remember(const std::string& line) {
+    HistEvent event;
+    if (line.find_first_not_of(" \t\r\n") != std::string::npos) {
+      ::history(history_, &event, H_ENTER, line.c_str());
+    }
+  }
+
+  const Waiter& waiter_;
+  TextOutput& text_;
+  Completing completing_;
+  int told_;
+  History* history_;
+  EditLine* edit_;
+};
+
+TerminalReader::TerminalReader(const Waiter& waiter, TextOutput& text, Completing completing)
+    : editor_(std::make_unique<Editor>(waiter, text, std::move(completing))) {}
+
+TerminalReader::~TerminalReader() = default;
+
+std::optional<std::string> TerminalReader::next() { return editor_->next(); }

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/project/CommandMap.h"
+
+/// The commands that another machine may ask this station to run:
+///
+///     identify   shows that this station was asked for, so that people find the machine
+///     refresh    reads the open project's containers, filters and rooms again
+///
+/// None touches the operating system. Building an object makes it the host's command map. Host
+/// thread.
+class RemoteCommands : public CommandMap {
+ public:
+  RemoteCommands();
+  RemoteCommands(const RemoteCommands&) = delete;
+  RemoteCommands& operator=(const RemoteCommands&) = delete;
+  ~RemoteCommands() override;
+
+  [[nodiscard]] Index findCommand(const LightweightString<char>& name) const override;
+  void callCommand(Index index, const CommandContext& context) override;
+
+  /// The names of all commands.
+  [[nodiscard]] static std::vector<std::string> names();
+};

@@ -1,0 +1,87 @@
+#include "station/base/HostThread.h"
+
+#include <utility>
+
+void HostThread::post(Task task) {
+  {
+    const std::lock_guard lock(mutex_);
+    tasks_.push_back(std::move(task));
+  }
+  wake_.notify_one();
+}
+
+void HostThread::postAfter(std::chrono::milliseconds delay, Task task) {
+  {
+    const std::lock_guard lock(mutex_);
+    later_.emplace(Clock::now() + delay, std::move(task));
+  }
+  wake_.notify_one();
+}
+
+bool HostThread::postDelivery(Task delivery, std::size_t bytes) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (deliveries_.size() >= kMaxDeliveries || deliveryBytes_ + bytes > kMaxDeliveryBytes) {
+      return false;
+    }
+    deliveries_.push_back({std::move(delivery), bytes});
+    deliveryBytes_ += bytes;
+  }
+  wake_.notify_one();
+  return true;
+}
+
+void HostThread::run() {
+  Task next;
+  while (takeNext(next, true)) next();
+}
+
+void HostThread::runPending() {
+  Task next;
+  while (takeNext(next, false)) next();
+}
+
+void HostThread::stop() {
+  {
+    const std::lock_guard lock(mutex_);
+    stopped_ = true;
+  }
+  wake_.notify_one();
+}
+
+bool HostThread::takeNext(Task& next, bool wait) {
+  next = nullptr;  // what the last task held is released before the thread waits
+  std::unique_lock lock(mutex_);
+  queueWhatIsDue();
+  if (wait) waitForWork(lock);
+  if (wait && stopped_) return false;
+  if (tasks_.empty() && deliveries_.empty()) return false;
+  deliveryTurn_ = !deliveryTurn_;
+  if (tasks_.empty() || (deliveryTurn_ && !deliveries_.empty())) {
+    deliveryBytes_ -= deliveries_.front().bytes;
+    next = std::move(deliveries_.front().task);
+    deliveries_.pop_front();
+  } else {
+    next = std::move(tasks_.front());
+    tasks_.pop_front();
+  }
+  return true;
+}
+
+void HostThread::waitForWork(std::unique_lock<std::mutex>& lock) {
+  while (!stopped_ && tasks_.empty() && deliveries_.empty()) {
+    if (later_.empty()) {
+      wake_.wait(lock);
+    } else {
+      wake_.wait_until(lock, Clock::time_point(later_.begin()->first));
+    }
+    queueWhatIsDue();
+  }
+}
+
+void HostThread::queueWhatIsDue() {
+  if (later_.empty()) return;
+  const auto end = later_.upper_bound(Clock::now());
+  for (auto each = later_.begin(); each != end; ++each) tasks_.push_back(std::move(each->second));
+  later_.erase(later_.begin(), end);
+}

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "station/base/HostThread.h"
+
+/// Second and third looks at what another station said it wrote.
+///
+/// On a network file system a message can be here before what it tells of: for a moment a look
+/// finds the file that was replaced, and without another look that would be shown until the next
+/// change. So whatever is read because of a message is read again a little later, and shown if it
+/// differs by then. Host thread. One object a process.
+class DelayedReread {
+ public:
+  /// Looks again, and does nothing where all is as it was.
+  using Look = std::function<void()>;
+  using Delays = std::vector<std::chrono::milliseconds>;
+
+  /// Looks when each of the delays, the shortest first, has passed since the message; some time may
+  /// pass beyond it, as long as the first delay and whatever else the host thread does.
+  explicit DelayedReread(HostThread& thread, Delays delays = defaultDelays());
+  DelayedReread(const DelayedReread&) = delete;
+  DelayedReread& operator=(const DelayedReread&) = delete;
+  ~DelayedReread();
+
+  /// Looks later at the object of this name, in place of what was arranged for it before; changes
+  /// made then count as remote. Does nothing where the present change is not remote, and in a
+  /// process without this object.
+  static void arrange(const std::string& name, Look look);
+
+  /// What NFS and SMB have been seen to take, and more: 60 ms, and 1 s.
+  static Delays defaultDelays();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Arranged {
+    Look look;
+    Clock::time_point message;
+    std::size_t done = 0;  ///< how many of the delays are over
+  };
+
+  void add(const std::string& name, Look look);
+  void postSweep(std::chrono::milliseconds delay);
+  void sweep();
+  std::vector<Look> takeDue();
+
+  HostThread& thread_;
+  Delays delays_;
+  std::map<std::string, Arranged> arranged_;
+  bool isPosted_ = false;
+};

@@ -1,0 +1,108 @@
+#include "station/project/LockProbe.h"
+
+#include <array>
+
+#include "host/base/Log.h"
+#include "host/os/OS.h"
+#include "station/base/Strings.h"
+#include "station/os/HostFileManager.h"
+
+namespace {
+
+struct Reason {
+  eFileError error;
+  ErrorCode code;
+  const char* text;
+};
+
+constexpr std::array kReasons{
+    Reason{eFileError::eNoRights, ErrorCode::eNoRights,
+           "its lock file may not be opened by this user; ask the administrator for rights"},
+    Reason{eFileError::eNoLockService, ErrorCode::eNoLockService,
+           "the file system offers no locks, so nothing can be held safely; mount it with locks"},
+    Reason{eFileError::eStale, ErrorCode::eStale,
+           "the network file system lost the folder; mount it again"},
+    Reason{eFileError::eReadOnly, ErrorCode::eReadOnly,
+           "the projects folder is read-only; mount it for writing"},
+    Reason{eFileError::eFull, ErrorCode::eFull, "the file system is full; free some space"},
+    Reason{eFileError::eMissing, ErrorCode::eNotFound,
+           "its folder is gone; see whether the projects folder is still mounted"},
+    Reason{eFileError::eNotAFile, ErrorCode::eSystem,
+           "something else is in the place of its lock file; remove it"},
+    Reason{eFileError::eOther, ErrorCode::eSystem,
+           "the system would not open its lock file; see whether the projects folder is usable"},
+};
+
+/// What the system said, where the reason does not tell.
+std::string saidBySystem(const Reason& reason) {
+  const std::string said = HostFileManager::lastErrorText();
+  return reason.error != eFileError::eOther || said.empty() ? "" : " (" + said + ")";
+}
+
+}  // namespace
+
+LockState lookAtLock(const LightweightString<wchar_t>& lockFile) {
+  iFileManager& files = OS().fileManager();
+  const Kv::Ptr<iFile> file =
+      files.openFile(lockFile, eFileRead, eFileOpenExisting, eFileShareRead, eFileNoFlags);
+  if (file && file->isOpen()) return LockState::eLeftBehind;
+  switch (files.lastError()) {
+    case eFileError::eHeld:
+      return LockState::eHeld;
+    case eFileError::eMissing:
+      return LockState::eFree;
+    default:
+      return LockState::eUnknown;
+  }
+}
+
+void clearGivenUp(const std::string& what, const LightweightString<wchar_t>& lockFile) {
+  if (lookAtLock(lockFile) != LockState::eLeftBehind) return;
+  if (OS().fileManager().removeFile(lockFile)) return;
+  const std::string said = HostFileManager::lastErrorText();
+  if (OS().fileManager().lastError() == eFileError::eHeld) return;  // somebody took it meanwhile
+  LogBoth("%s is given up, but its lock file stays: %s. Others see it left behind; remove %s.\n",
+          what, said, shownText(lockFile));
+}
+
+std::string lockStateText(LockState state) {
+  switch (state) {
+    case LockState::eFree:
+      return "free";
+    case LockState::eHeld:
+      return "taken";
+    case LockState::eLeftBehind:
+      return "left behind";
+    case LockState::eUnknown:
+      break;
+  }
+  return "unknown";
+}
+
+std::string awaitHolder(const std::function<LightweightString<wchar_t>()>& ask) {
+  constexpr int kTries = 10;
+  constexpr unsigned kPauseMilliseconds = 10;
+  for (int attempt = 0; attempt < kTries; ++attempt) {
+    const LightweightString<wchar_t> holder = ask();
+    if (!holder.empty()) return shownText(holder);
+    OS().sleepMilliseconds(kPauseMilliseconds);
+  }
+  return {};
+}
+
+std::string holderText(const std::string& holder) {
+  return holder.empty() ? "another station (its user's name cannot be read yet)" : holder;
+}
+
+Error lockRefusal(const std::string& what, eFileError reason,
+                  const std::function<LightweightString<wchar_t>()>& ask,
+                  const std::string& advice) {
+  for (const Reason& known : kReasons) {
+    if (known.error == reason) {
+      return {
+          known.code, what + " could not be taken: " + known.text + saidBySystem(known) + ".", {}};
+    }
+  }
+  return {
+      ErrorCode::eHeld, what + " is held by " + holderText(awaitHolder(ask)) + ". " + advice, {}};
+}

@@ -1,0 +1,68 @@
+#include "tools/base/Tool.h"
+
+#include <cstdio>
+#include <ctime>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+#include "station/base/Rendering.h"
+#include "station/base/Strings.h"
+#include "tools/base/ShareTimeout.h"
+
+namespace {
+
+/// DEL, and the controls from U+0080 to U+009F (C2 80 to C2 9F), as JSON escapes; those below the
+/// blank are escaped already.
+std::string withoutControls(const std::string& json) {
+  std::string text;
+  for (std::size_t index = 0; index < json.size(); ++index) {
+    const auto next = static_cast<unsigned char>(index + 1 < json.size() ? json[index + 1] : 0);
+    const bool isPair = json[index] == '\xC2' && next >= 0x80 && next < 0xA0;
+    if (json[index] != '\x7F' && !isPair) {
+      text += json[index];
+      continue;
+    }
+    char escape[8];
+    std::snprintf(escape, sizeof escape, "\\u%04x", isPair ? next : 0x7Fu);
+    text += escape;
+    if (isPair) ++index;
+  }
+  return text;
+}
+
+}  // namespace
+
+ToolStatus toolProblem(ToolStatus status, const std::string& message) {
+  std::cout.flush();
+  std::cerr << "kv-share: " << shownText(message) << '\n';
+  return status;
+}
+
+bool readInput(const std::string& file, std::string& bytes) {
+  std::ifstream opened;
+  const bool isStandardInput = file.empty() || file == "-";
+  if (!isStandardInput) opened.open(file, std::ios::binary);
+  std::istream& input = isStandardInput ? std::cin : opened;
+  if (!input) return false;
+  bytes.assign(std::istreambuf_iterator<char>(input), {});
+  return !input.bad();
+}
+
+void printJson(const JsonValue& value) {
+  shareRests();
+  std::cout << withoutControls(writeJson(value)) << '\n';
+}
+
+void printForPeople(const JsonValue& value) {
+  shareRests();
+  std::cout << renderForPeople(value) << '\n';
+}
+
+std::string textOfTime(std::int64_t secondsSince1970) {
+  const auto time = static_cast<std::time_t>(secondsSince1970);
+  std::tm parts{};
+  gmtime_r(&time, &parts);
+  char text[32];
+  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
+}

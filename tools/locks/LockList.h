@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "host/base/Cookie.h"
+#include "station/project/LockProbe.h"
+
+/// A project's or room's lock, as a look at it shows.
+struct LockEntry {
+  std::string path;       ///< of the lock file, from the projects directory: "P0001/Lock"
+  std::string project;    ///< the project's name; its cookie where the name cannot be read
+  std::string room;       ///< the room's name; empty for the project's own lock
+  bool isShared = false;  ///< whether it is a shared project's own, which nobody ever takes
+  LockState state = LockState::eFree;
+  std::string holder;      ///< bytes of the information file; empty where it cannot be read
+  std::int64_t since = 0;  ///< when it was taken, in seconds since 1970; 0 for a free one
+};
+
+/// Every project and room of the projects directory that settings() name, projects by cookie, each
+/// followed by its rooms by name. Nothing is taken or changed by looking. `take` gets one at a
+/// time.
+Result<void> forEachLock(const std::function<void(const LockEntry&)>& take);
+
+/// The locks that a word on a command line means: a path as LockEntry has it (with or without the
+/// projects directory before it), a project's cookie or name, or a room's name. Empty for none.
+Result<std::vector<LockEntry>> locksNamed(const std::string& word);
+
+/// Looks again at a lock: its state, holder and time.
+void lookAgain(LockEntry& lock);
+
+/// The whole path of a lock's file; its information file has ".inf" appended.
+std::string lockFileOf(const LockEntry& lock);
+
+/// "free", "held", "left behind" or "unknown".
+std::string stateName(LockState state);

@@ -1,0 +1,216 @@
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <memory>
+#include <optional>
+
+#include "ProjectShare/NetMessage.h"
+#include "station/base/DiagnosticStream.h"
+#include "station/base/Events.h"
+#include "station/base/HostThread.h"
+#include "station/base/NearestName.h"
+#include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
+#include "station/net/NetworkService.h"
+#include "station/project/Projects.h"
+#include "station/wire/MessageFields.h"
+#include "tools/base/Tool.h"
+#include "tools/wire/MessageReport.h"
+#include "tools/wire/MessageTypes.h"
+#include "tools/wire/NamedSender.h"
+
+namespace {
+
+constexpr int kDefaultPort = 27015;
+
+struct Request {
+  std::string type;
+  std::optional<std::string> project;
+  std::optional<std::string> cookie;
+  std::optional<std::string> target;
+  std::optional<std::string> data;
+  std::string source;
+  int port = kDefaultPort;
+  std::vector<std::string> sendTo;
+};
+
+/// What happened to the datagram, for the user.
+class SendEvents : public iStationEvents {
+ public:
+  SendEvents() { installEvents(this); }
+  SendEvents(const SendEvents&) = delete;
+  SendEvents& operator=(const SendEvents&) = delete;
+  ~SendEvents() override { installEvents(nullptr); }
+
+  [[nodiscard]] bool hasLeft() const { return hasLeft_; }
+
+  void sent(const std::string&) override { hasLeft_ = true; }
+  void network(const std::string& problem, std::uint64_t) override {
+    toolProblem(eToolFinding, problem);
+  }
+  void received(const std::string&) override {}
+  void changed(const std::string&, const Cookie&, const std::string&, Origin) override {}
+  void log(bool, const std::string&) override {}
+  void command(const std::string&) override {}
+  void notification(const std::string&) override {}
+  void panel(const std::vector<std::string>&) override {}
+
+ private:
+  bool hasLeft_ = false;
+};
+
+/// What a type's message cannot do without.
+struct Needs {
+  bool cookie;
+  bool target;
+  bool data;
+};
+
+Needs needsOf(int type) {
+  switch (type) {
+    case NetMessage::eEditModification:
+    case NetMessage::ePermissionsChange:
+    case NetMessage::eContainerModification:
+    case NetMessage::eFilterModification:
+      return {true, false, true};
+    case NetMessage::eAddMaterial:
+    case NetMessage::eRemoveMaterial:
+      return {false, false, true};
+    case NetMessage::eUserMessage:
+    case NetMessage::eActionRequest:
+      return {false, true, true};
+    case NetMessage::eBinTransfer:
+    case NetMessage::eClipTransfer:
+      return {true, true, false};
+    default:
+      return {true, false, false};
+  }
+}
+
+/// What is wrong with the request; empty when nothing is.
+std::string objectionTo(const Request& request, int type) {
+  const Needs needs = needsOf(type);
+  const std::string name = messageTypeName(type);
+  if (needs.cookie && !request.cookie) return name + " needs --cookie, the object concerned";
+  if (needs.target && !request.target) return name + " needs --target, whom it is for";
+  if (needs.data && !request.data) return name + " needs --data";
+  for (const auto& text : {request.project.value_or(""), request.cookie.value_or("")}) {
+    if (!text.empty() && Cookie(text.c_str(), false).isNull()) {
+      return "\"" + shownText(text) +
+             "\" is no cookie: a cookie is a letter and hex digits, like P0001";
+    }
+  }
+  for (const auto& word : request.sendTo) {
+    if (!parseIpv4(word))
+      return "--send-to names \"" + shownText(word) + "\", which is no IPv4 address";
+  }
+  return {};
+}
+
+NetMessage recordOf(const Request& request, int type) {
+  const auto kind = static_cast<NetMessage::Type>(type);
+  const Cookie cookie(request.cookie.value_or("").c_str(), false);
+  const auto data = hostText(request.data.value_or(""));
+  const auto target = hostText(request.target.value_or(""));
+  switch (kind) {
+    case NetMessage::eEditModification:
+      return NetMessage(cookie, EditModification(data));
+    case NetMessage::eContainerModification:
+      return NetMessage(cookie, ContainerModification(data));
+    case NetMessage::eFilterModification: {
+      NetMessage message(kind, cookie);
+      message.containerModification = ContainerModification(data);
+      return message;
+    }
+    case NetMessage::eAddMaterial:
+    case NetMessage::eRemoveMaterial:
+      return NetMessage(kind, data);
+    case NetMessage::eUserMessage:
+    case NetMessage::eActionRequest:
+      return NetMessage(kind, target, data);
+    case NetMessage::eBinTransfer:
+    case NetMessage::eClipTransfer:
+      return NetMessage(kind, target, cookie);
+    default:
+      return NetMessage(kind, cookie, data);
+  }
+}
+
+/// The datagram, written by the record that stations write it with.
+std::string datagramOf(const Request& request, int type) {
+  const Projects noneOpen;
+  const NamedSender sender(request.source);
+  NetMessage message = recordOf(request, type);
+  message.projectCookie = Cookie(request.project.value_or("").c_str(), false);
+  return utf8Text(message.asString());
+}
+
+std::string joined(const std::vector<std::string>& words, const std::string& otherwise) {
+  std::string all;
+  for (const auto& word : words) all += (all.empty() ? "" : ", ") + word;
+  return all.empty() ? otherwise : all;
+}
+
+ToolStatus sendDatagram(const Request& request, const std::string& datagram, int type) {
+  SendEvents events;
+  StationSettings with;
+  with.sendTo = request.sendTo;
+  installSettings(with);
+  HostThread hostThread;
+  NetworkService network(hostThread);
+  network.createUDPBroadcaster(request.port)->broadcast(hostText(datagram));
+  if (!events.hasLeft()) return eToolFinding;
+  std::cout << "sent " << messageTypeName(type) << " (" << type << "), " << datagram.size()
+            << " bytes, to " << joined(request.sendTo, "every network of this machine") << ", port "
+            << request.port << '\n';
+  return eToolDone;
+}
+
+ToolStatus send(const Request& request) {
+  const auto type = messageTypeOf(request.type);
+  if (!type) {
+    const std::string near = nearestName(request.type, messageTypeNames());
+    return toolProblem(eToolUsage, "there is no message type \"" + shownText(request.type) + "\"" +
+                                       (near.empty() ? "; types are 1 to 15 and their names"
+                                                     : "; did you mean " + near + "?"));
+  }
+  const std::string objection = objectionTo(request, *type);
+  if (!objection.empty()) return toolProblem(eToolUsage, objection);
+  setDiagnosticStream(stderr);
+  const std::string datagram = datagramOf(request, *type);
+  for (const auto& warning : warningsAbout(datagram)) std::cerr << "warning: " << warning << '\n';
+  return sendDatagram(request, datagram, *type);
+}
+
+std::string loginName() {
+  for (const char* const key : {"LOGNAME", "USER"}) {
+    if (const char* const name = std::getenv(key)) return name;
+  }
+  return "kv-share";
+}
+
+}  // namespace
+
+void addSendCommand(CLI::App& tool, ToolStatus& status) {
+  auto* const command = tool.add_subcommand("send", "Send one message to the stations");
+  const auto request = std::make_shared<Request>();
+  request->source = loginName();
+  command->add_option("TYPE", request->type, "A number, or a name like edit-saved")->required();
+  command->add_option("--project", request->project, "The sender's open project")
+      ->type_name("COOKIE");
+  command->add_option("--cookie", request->cookie, "The object concerned")->type_name("COOKIE");
+  command->add_option("--target", request->target, "The user (or <All>) or machine it is for")
+      ->type_name("USER");
+  command->add_option("--data", request->data,
+                      "The text: permissions, path, words, command, change or container value");
+  command->add_option("--source", request->source, "The sender's name; the login name by default")
+      ->type_name("USER");
+  command->add_option("--port", request->port, "The stations' UDP port")
+      ->check(CLI::Range(1, 65535))
+      ->type_name("N")
+      ->capture_default_str();
+  command->add_option("--send-to", request->sendTo, "IPv4 addresses; all networks by default")
+      ->delimiter(',')
+      ->type_name("ADDR[,ADDR]")
+      ->allow_extra_args(false);
+  command->callback([=, &status] { status = send(*request); });
+}
