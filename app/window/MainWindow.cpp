@@ -4,7 +4,6 @@
 #include <QCloseEvent>
 #include <QKeyEvent>
 #include <QTreeView>
-#include <QTreeWidget>
 #include <cstdlib>
 
 #include "app/commands/CommandCall.h"

@@ -2,13 +2,12 @@
 
 #include <QEvent>
 #include <QLabel>
-#include <QTreeWidget>
+#include <QTreeView>
 #include <QVBoxLayout>
 #include <algorithm>
+#include <utility>
 
-#include "app/window/Appearance.h"
 #include "app/window/ColumnFit.h"
-#include "app/window/Icons.h"
 #include "app/window/Texts.h"
 
 namespace {
@@ -27,54 +26,74 @@ QLabel* makeLabel(const QString& text, const char* role) {
 }
 
 /// Shape and colour of a lock, beside its words.
-QIcon holdIcon(Hold hold, const Colours& with) {
+void setHold(HolderRow& row, Hold hold) {
   switch (hold) {
     case Hold::eFree:
-      return icon(Glyph::eFree, with.good);
+      row.sign = Glyph::eFree;
+      row.colour = &Colours::good;
+      break;
     case Hold::eTaken:
-      return icon(Glyph::eTaken, with.held);
+      row.sign = Glyph::eTaken;
+      row.colour = &Colours::held;
+      break;
     case Hold::eLeftBehind:
-      return icon(Glyph::eLeftBehind, with.warn);
+      row.sign = Glyph::eLeftBehind;
+      row.colour = &Colours::warn;
+      break;
     case Hold::eUnknown:
+      row.sign = Glyph::eUnknown;
+      row.colour = &Colours::quiet;
       break;
   }
-  return icon(Glyph::eUnknown, with.quiet);
 }
 
-QString stateText(const ProjectRow& row) {
-  if (!row.problem.isEmpty()) return QStringLiteral("unreadable");
-  if (row.isOpen) return QStringLiteral("open here");
-  if (row.isPrivate || row.hold != Hold::eFree) return holdText(row.hold, row.holder);
-  return QStringLiteral("open to all");
+void setHere(HolderRow& row, const QString& state) {
+  row.isHere = true;
+  row.state = row.tip = state;
+  row.sign = Glyph::eHere;
+  row.colour = &Colours::accent;
 }
 
-QIcon stateIcon(const ProjectRow& row, const Colours& with) {
-  if (!row.problem.isEmpty()) return icon(Glyph::eProblem, with.bad);
-  if (row.isOpen) return icon(Glyph::eHere, with.accent);
-  return holdIcon(row.hold, with);
+HolderRow shownProject(const ProjectRow& project) {
+  HolderRow row;
+  row.key = project.cookie;
+  row.name = oneLine(project.name.isEmpty() ? project.cookie : project.name);
+  row.kind = project.isPrivate ? Glyph::ePrivate : Glyph::eProject;
+  const bool hasHolder = project.isPrivate || project.hold != Hold::eFree;
+  row.state = hasHolder ? holdText(project.hold, project.holder) : QStringLiteral("open to all");
+  row.tip = row.state;
+  setHold(row, project.hold);
+  if (project.isOpen) setHere(row, QStringLiteral("open here"));
+  if (project.problem.isEmpty()) return row;
+  row.state = QStringLiteral("unreadable");
+  row.tip = project.problem;
+  row.sign = Glyph::eProblem;
+  row.colour = &Colours::bad;
+  return row;
 }
 
-/// Makes the list as long as the rows, and keeps what is chosen where it is.
-void setLength(QTreeWidget& list, std::size_t length) {
-  while (list.topLevelItemCount() > static_cast<int>(length)) {
-    delete list.takeTopLevelItem(list.topLevelItemCount() - 1);
-  }
-  while (list.topLevelItemCount() < static_cast<int>(length)) {
-    list.addTopLevelItem(new QTreeWidgetItem);
-  }
+HolderRow shownRoom(const RoomRow& room) {
+  HolderRow row;
+  row.key = room.name;
+  row.name = oneLine(room.name);
+  row.kind = Glyph::eRoom;
+  row.state = row.tip = holdText(room.hold, room.holder);
+  setHold(row, room.hold);
+  if (room.isHere) setHere(row, QStringLiteral("you are here"));
+  return row;
 }
 
-void setItem(QTreeWidgetItem& item, const QString& name, const QIcon& kind, const QString& state,
-             const QIcon& mark, const QString& tip, bool isOpen) {
-  item.setText(0, name);
-  item.setIcon(0, kind);
-  item.setText(1, state);
-  item.setIcon(1, mark);
-  QFont font = item.font(0);
-  font.setBold(isOpen);
-  item.setFont(0, font);
-  item.setToolTip(0, plainTip(name));
-  item.setToolTip(1, plainTip(tip));
+QString keyOfCurrent(const QTreeView& view, const HoldersModel& model) {
+  const QModelIndex current = view.currentIndex();
+  return current.isValid() ? model.rows()[static_cast<std::size_t>(current.row())].key : QString();
+}
+
+template <typename Row>
+std::optional<Row> rowWith(const Shared<std::vector<Row>>& rows, const QString& key,
+                           QString Row::*keyOf) {
+  if (!rows || key.isEmpty()) return std::nullopt;
+  const auto found = std::ranges::find(*rows, key, keyOf);
+  return found == rows->end() ? std::nullopt : std::optional(*found);
 }
 
 }  // namespace
@@ -100,58 +119,67 @@ ProjectsPane::ProjectsPane(QWidget* parent)
       roomsHeading_(makeLabel(QStringLiteral("Rooms"), "heading")),
       projectsHint_(makeLabel({}, "quiet")),
       roomsHint_(makeLabel({}, "quiet")),
-      projects_(makeList(QStringLiteral("projects"))),
-      rooms_(makeList(QStringLiteral("rooms"))) {
+      projects_(makeList(QStringLiteral("projects"), QStringLiteral("Projects"))),
+      rooms_(makeList(QStringLiteral("rooms"), QStringLiteral("Rooms"))) {
   projectsHint_->setObjectName(QStringLiteral("projectsHint"));
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
   layout->addWidget(projectsHeading_);
   layout->addWidget(projectsHint_);
-  layout->addWidget(projects_, 3);
+  layout->addWidget(projects_.view, 3);
   layout->addWidget(roomsHeading_);
   layout->addWidget(roomsHint_);
-  layout->addWidget(rooms_, 2);
+  layout->addWidget(rooms_.view, 2);
   setMinimumWidth(80);
-  connect(projects_, &QTreeWidget::itemActivated, this, [this] {
+  connect(projects_.view, &QTreeView::activated, this, [this] {
     if (const auto row = chosenProject()) Q_EMIT projectOpened(*row);
   });
-  connect(rooms_, &QTreeWidget::itemActivated, this, [this] {
+  connect(rooms_.view, &QTreeView::activated, this, [this] {
     if (const auto row = chosenRoom()) Q_EMIT roomOpened(*row);
   });
-  connect(projects_, &QTreeWidget::customContextMenuRequested, this,
-          [this](QPoint at) { Q_EMIT projectMenuWanted(projects_->viewport()->mapToGlobal(at)); });
-  connect(rooms_, &QTreeWidget::customContextMenuRequested, this,
-          [this](QPoint at) { Q_EMIT roomMenuWanted(rooms_->viewport()->mapToGlobal(at)); });
+  connect(projects_.view, &QTreeView::customContextMenuRequested, this, [this](QPoint at) {
+    Q_EMIT projectMenuWanted(projects_.view->viewport()->mapToGlobal(at));
+  });
+  connect(rooms_.view, &QTreeView::customContextMenuRequested, this,
+          [this](QPoint at) { Q_EMIT roomMenuWanted(rooms_.view->viewport()->mapToGlobal(at)); });
   showRooms();
 }
 
 // The states get the room for their texts before the names do: they end in who holds it.
-void ProjectsPane::fitColumns(QTreeWidget& list) {
+void ProjectsPane::fitColumns(const List& list) {
   int wanted = kLeastState;
-  for (int i = 0; i < list.topLevelItemCount(); ++i) {
-    const QString text = list.topLevelItem(i)->text(1);
-    wanted = std::max(wanted, list.fontMetrics().horizontalAdvance(text) + kAroundState);
+  for (const HolderRow& row : list.model->rows()) {
+    const int width = list.view->fontMetrics().horizontalAdvance(row.state);
+    wanted = std::max(wanted, width + kAroundState);
   }
-  columns_[&list]->setSecond({wanted, kLeastState});
+  list.columns->setSecond({wanted, kLeastState});
 }
 
-QTreeWidget* ProjectsPane::makeList(const QString& name) {
-  auto* list = new QTreeWidget;
-  list->setObjectName(name);
-  list->setColumnCount(2);
-  list->setHeaderHidden(true);
-  list->setRootIsDecorated(false);
-  list->setUniformRowHeights(true);
-  list->setAllColumnsShowFocus(true);
-  list->setContextMenuPolicy(Qt::CustomContextMenu);
-  list->setMinimumHeight(40);
-  list->setTextElideMode(Qt::ElideRight);
-  columns_[list] = new ColumnFit(*list, kLeastName, {{kLeastState, kLeastState}});
-  list->setAccessibleName(name == QLatin1String("rooms") ? QStringLiteral("Rooms")
-                                                         : QStringLiteral("Projects"));
-  connect(list, &QTreeWidget::currentItemChanged, this, &ProjectsPane::choiceChanged);
-  return list;
+ProjectsPane::List ProjectsPane::makeList(const QString& name, const QString& title) {
+  auto* view = new QTreeView;
+  const List list{new HoldersModel(this), view, nullptr};
+  view->setModel(list.model);
+  view->setObjectName(name);
+  view->setAccessibleName(title);
+  view->setHeaderHidden(true);
+  view->setRootIsDecorated(false);
+  view->setUniformRowHeights(true);
+  view->setAllColumnsShowFocus(true);
+  view->setContextMenuPolicy(Qt::CustomContextMenu);
+  view->setMinimumHeight(40);
+  view->setTextElideMode(Qt::ElideRight);
+  connect(view->selectionModel(), &QItemSelectionModel::currentChanged, this,
+          &ProjectsPane::choiceChanged);
+  return {list.model, view, new ColumnFit(*view, kLeastName, {{kLeastState, kLeastState}})};
+}
+
+// A list whose chosen row goes chooses the one beside it, which the user never chose.
+void ProjectsPane::setRows(const List& list, HolderRows rows) {
+  const QString chosen = keyOfCurrent(*list.view, *list.model);
+  list.model->setRows(std::move(rows));
+  if (!chosen.isEmpty() && list.model->rowOf(chosen) < 0) list.view->selectionModel()->clear();
+  fitColumns(list);
 }
 
 void ProjectsPane::show(const Snapshot& snapshot) {
@@ -170,57 +198,48 @@ void ProjectsPane::show(const Snapshot& snapshot) {
 }
 
 void ProjectsPane::showProjects() {
-  const Colours& with = colours();
-  setLength(*projects_, projectRows_->size());
-  for (std::size_t i = 0; i < projectRows_->size(); ++i) {
-    const ProjectRow& row = (*projectRows_)[i];
-    const QIcon kind = icon(row.isPrivate ? Glyph::ePrivate : Glyph::eProject, with.quiet);
-    setItem(*projects_->topLevelItem(static_cast<int>(i)),
-            row.name.isEmpty() ? row.cookie : row.name, kind, stateText(row), stateIcon(row, with),
-            row.problem.isEmpty() ? stateText(row) : row.problem, row.isOpen);
-  }
-  fitColumns(*projects_);
+  HolderRows rows;
+  for (const ProjectRow& row : *projectRows_) rows.push_back(shownProject(row));
+  setRows(projects_, std::move(rows));
   projectsHint_->setText(!problem_.isEmpty() ? problem_
                                              : QStringLiteral("None yet. Ctrl+N makes one."));
   projectsHint_->setVisible(projectRows_->empty() || !problem_.isEmpty());
 }
 
 void ProjectsPane::showRooms() {
-  const Colours& with = colours();
-  const std::size_t count = roomRows_ ? roomRows_->size() : 0;
-  setLength(*rooms_, count);
-  for (std::size_t i = 0; i < count; ++i) {
-    const RoomRow& row = (*roomRows_)[i];
-    const QString state =
-        row.isHere ? QStringLiteral("you are here") : holdText(row.hold, row.holder);
-    setItem(*rooms_->topLevelItem(static_cast<int>(i)), row.name, icon(Glyph::eRoom, with.quiet),
-            state, row.isHere ? icon(Glyph::eHere, with.accent) : holdIcon(row.hold, with), state,
-            row.isHere);
+  HolderRows rows;
+  if (roomRows_) {
+    for (const RoomRow& row : *roomRows_) rows.push_back(shownRoom(row));
   }
-  fitColumns(*rooms_);
+  setRows(rooms_, std::move(rows));
   const bool hasRooms = !open_.cookie.isEmpty() && !open_.isPrivate;
   roomsHint_->setText(open_.cookie.isEmpty() ? QStringLiteral("Rooms belong to an open project.")
                       : open_.isPrivate      ? QStringLiteral("A private project has no rooms.")
                                         : QStringLiteral("None yet. Room > New room makes one."));
-  roomsHint_->setVisible(!hasRooms || count == 0);
+  roomsHint_->setVisible(!hasRooms || rooms_.model->rows().empty());
 }
 
 std::optional<ProjectRow> ProjectsPane::chosenProject() const {
-  const int row = projects_->indexOfTopLevelItem(projects_->currentItem());
-  if (row < 0 || !projectRows_) return std::nullopt;
-  return (*projectRows_)[static_cast<std::size_t>(row)];
+  return rowWith(projectRows_, keyOfCurrent(*projects_.view, *projects_.model),
+                 &ProjectRow::cookie);
 }
 
 std::optional<RoomRow> ProjectsPane::chosenRoom() const {
-  const int row = rooms_->indexOfTopLevelItem(rooms_->currentItem());
-  if (row < 0 || !roomRows_) return std::nullopt;
-  return (*roomRows_)[static_cast<std::size_t>(row)];
+  return rowWith(roomRows_, keyOfCurrent(*rooms_.view, *rooms_.model), &RoomRow::name);
 }
 
+void ProjectsPane::chooseProject(const QString& cookie) {
+  const int row = projects_.model->rowOf(cookie);
+  if (row < 0) return;
+  projects_.view->setCurrentIndex(projects_.model->index(row, HoldersModel::eName));
+  projects_.view->setFocus();
+}
+
+// The icons have the colours of the moment in which they are drawn.
 void ProjectsPane::changeEvent(QEvent* event) {
   if (event->type() == QEvent::PaletteChange && projectRows_) {
-    showProjects();
-    showRooms();
+    projects_.view->viewport()->update();
+    rooms_.view->viewport()->update();
   }
   QWidget::changeEvent(event);
 }

@@ -1,14 +1,14 @@
 #pragma once
 
 #include <QWidget>
-#include <map>
 #include <optional>
 
+#include "app/window/HoldersModel.h"
 #include "app/window/Snapshot.h"
 
 class ColumnFit;
 class QLabel;
-class QTreeWidget;
+class QTreeView;
 
 /// The projects of the shared directory and the rooms of the open one, each with its state and
 /// holder.
@@ -23,8 +23,12 @@ class ProjectsPane : public QWidget {
   [[nodiscard]] std::optional<ProjectRow> chosenProject() const;
   [[nodiscard]] std::optional<RoomRow> chosenRoom() const;
 
-  [[nodiscard]] QTreeWidget& projects() const { return *projects_; }
-  [[nodiscard]] QTreeWidget& rooms() const { return *rooms_; }
+  /// Chooses the project of this cookie, and has the keys act on it; does nothing where the list
+  /// has none.
+  void chooseProject(const QString& cookie);
+
+  [[nodiscard]] QTreeView& projects() const { return *projects_.view; }
+  [[nodiscard]] QTreeView& rooms() const { return *rooms_.view; }
 
  Q_SIGNALS:
   void projectOpened(const ProjectRow& project);
@@ -34,19 +38,25 @@ class ProjectsPane : public QWidget {
   void roomMenuWanted(const QPoint& at);
 
  private:
-  QTreeWidget* makeList(const QString& name);
-  void fitColumns(QTreeWidget& list);
+  struct List {
+    HoldersModel* model = nullptr;
+    QTreeView* view = nullptr;
+    ColumnFit* columns = nullptr;
+  };
+
+  List makeList(const QString& name, const QString& title);
+  void fitColumns(const List& list);
+  void setRows(const List& list, HolderRows rows);
   void showProjects();
   void showRooms();
   void changeEvent(QEvent* event) override;
 
-  std::map<QTreeWidget*, ColumnFit*> columns_;
   QLabel* projectsHeading_;
   QLabel* roomsHeading_;
   QLabel* projectsHint_;
   QLabel* roomsHint_;
-  QTreeWidget* projects_;
-  QTreeWidget* rooms_;
+  List projects_;
+  List rooms_;
   Shared<std::vector<ProjectRow>> projectRows_;
   Shared<std::vector<RoomRow>> roomRows_;
   QString problem_;

@@ -1,6 +1,6 @@
 // Takes the pictures of the window that the documents show: window_shots NAME FILE [WIDTH HEIGHT].
 
-#include <QTreeWidget>
+#include <QTreeView>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>

@@ -8,7 +8,7 @@
 #include <QListWidget>
 #include <QStatusBar>
 #include <QToolBar>
-#include <QTreeWidget>
+#include <QTreeView>
 #include <fstream>
 
 #include "app/window/ConversationView.h"
@@ -184,9 +184,9 @@ TEST_F(WindowBadInputTest, APipeWhereARecordWasIsNamedAndNothingStandsStill) {
     putPipesInPlaceOfRecords();
     const LatencyWatch latency;
     QTest::keyClick(&window, Qt::Key_F5);
-    QTreeWidget& list = window.projects().projects();
-    EXPECT_TRUE(waitFor([&] { return list.topLevelItem(1)->text(1) == "unreadable"; }));
-    EXPECT_TRUE(list.topLevelItem(1)->toolTip(1).contains("no plain file"));
+    const QAbstractItemModel& list = *window.projects().projects().model();
+    EXPECT_TRUE(waitFor([&] { return list.index(1, 1).data().toString() == "unreadable"; }));
+    EXPECT_TRUE(list.index(1, 1).data(Qt::ToolTipRole).toString().contains("no plain file"));
     window.objects().choose(ObjectKind::eEdits, keyOf(window, "Quay"));
     EXPECT_TRUE(waitFor([&] { return window.detail().view().hint().contains("no plain file"); }));
     command(window, "edit open Quay");
@@ -213,7 +213,8 @@ TEST_F(WindowBadInputTest, MarkupInNamesAndMessagesIsShownAsWritten) {
     const ObjectsModel& edits = window.objects().model(ObjectKind::eEdits);
     const QString tip = edits.data(edits.index(0, 0), Qt::ToolTipRole).toString();
     EXPECT_TRUE(tip.contains("&lt;h1&gt;Quay")) << tip.toStdString();
-    EXPECT_TRUE(window.projects().projects().topLevelItem(0)->toolTip(0).contains("&lt;b&gt;"));
+    const QModelIndex project = window.projects().projects().model()->index(0, 0);
+    EXPECT_TRUE(project.data(Qt::ToolTipRole).toString().contains("&lt;b&gt;"));
   });
 }
 
@@ -243,8 +244,8 @@ TEST_F(WindowBadInputTest, NamesOfAllKindsAreListedAsTheyAre) {
 TEST_F(WindowBadInputTest, AProjectsFolderThatIsGoneIsToldOfAndComesBack) {
   script = "project create Harbour\n";
   play([this](MainWindow& window) {
-    QTreeWidget& list = window.projects().projects();
-    ASSERT_TRUE(waitFor([&] { return list.topLevelItemCount() == 1; }));
+    const QAbstractItemModel& list = *window.projects().projects().model();
+    ASSERT_TRUE(waitFor([&] { return list.rowCount() == 1; }));
     std::filesystem::rename(folder / "projects", folder / "elsewhere");
     QTest::keyClick(&window, Qt::Key_F5);
     EXPECT_TRUE(waitFor([&] { return !window.snapshot()->projectsProblem.isEmpty(); }));
@@ -252,22 +253,22 @@ TEST_F(WindowBadInputTest, AProjectsFolderThatIsGoneIsToldOfAndComesBack) {
     std::filesystem::rename(folder / "elsewhere", folder / "projects");
     QTest::keyClick(&window, Qt::Key_F5);
     EXPECT_TRUE(waitFor([&] { return window.snapshot()->projectsProblem.isEmpty(); }));
-    EXPECT_EQ(list.topLevelItem(0)->text(0), "Harbour");
+    EXPECT_EQ(list.index(0, 0).data().toString(), "Harbour");
   });
 }
 
 TEST_F(WindowBadInputTest, AStationThatDiedIsNamedAtWhatItLeftBehind) {
   script = "project create Trailer --private\n";
   play([this](MainWindow& window) {
-    QTreeWidget& list = window.projects().projects();
-    ASSERT_TRUE(waitFor([&] { return list.topLevelItemCount() == 1; }));
+    const QAbstractItemModel& list = *window.projects().projects().model();
+    ASSERT_TRUE(waitFor([&] { return list.rowCount() == 1; }));
     StationProcess ben(other("BEN"));
     ASSERT_TRUE(ben.waitUntilReady());
     EXPECT_TRUE(ben.command("project enter Trailer")["ok"].asBool());
     ben.kill9();
     QTest::keyClick(&window, Qt::Key_F5);
-    EXPECT_TRUE(waitFor([&] { return list.topLevelItem(0)->text(1) == "left behind by BEN"; }))
-        << list.topLevelItem(0)->text(1).toStdString();
+    EXPECT_TRUE(waitFor([&] { return list.index(0, 1).data().toString() == "left behind by BEN"; }))
+        << list.index(0, 1).data().toString().toStdString();
   });
 }
 

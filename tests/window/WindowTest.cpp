@@ -8,7 +8,7 @@
 #include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QToolButton>
-#include <QTreeWidget>
+#include <QTreeView>
 
 #include "app/commands/CommandCall.h"
 #include "app/window/ActionTable.h"
@@ -176,17 +176,18 @@ TEST_F(WindowTest, ARemoteChangeIsMarkedUntilItIsLookedAtAndNothingMovesUnderThe
 TEST_F(WindowTest, ARefusedProjectNamesItsHolder) {
   script = "project create Trailer --private\n";
   play([this](MainWindow& window) {
-    ASSERT_TRUE(waitFor([&] { return window.projects().projects().topLevelItemCount() == 1; }));
+    ASSERT_TRUE(waitFor([&] { return window.projects().projects().model()->rowCount() == 1; }));
     StationProcess ben(other("BEN"));
     ASSERT_TRUE(ben.waitUntilReady());
     EXPECT_TRUE(ben.command("project enter Trailer")["ok"].asBool());
-    QTreeWidget& list = window.projects().projects();
-    list.setCurrentItem(list.topLevelItem(0));
+    QTreeView& list = window.projects().projects();
+    list.setCurrentIndex(list.model()->index(0, 0));
     QTest::keyClick(&list, Qt::Key_Return);
     EXPECT_TRUE(waitFor([&] { return window.messages().text().contains("BEN"); }));
     EXPECT_TRUE(window.messages().isVisible());
     QTest::keyClick(&window, Qt::Key_F5);
-    EXPECT_TRUE(waitFor([&] { return list.topLevelItem(0)->text(1) == "held by BEN"; }));
+    EXPECT_TRUE(
+        waitFor([&] { return list.model()->index(0, 1).data().toString() == "held by BEN"; }));
   });
 }
 
