@@ -12,6 +12,10 @@
 #include "station/containers/Filters.h"
 #include "station/containers/Racks.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 struct StationCommand {
@@ -46,12 +50,16 @@ RemoteCommands::~RemoteCommands() {
   if (theCommands == this) theCommands = nullptr;
 }
 
+}  // namespace korvel
+
 CommandMap& CommandMap::theCommandMap() {
   if (theCommands) return *theCommands;
   static RemoteCommands made;
   theCommands = &made;
   return made;
 }
+
+namespace korvel {
 
 CommandMap::Index RemoteCommands::findCommand(const LightweightString<char>& name) const {
   for (Index index = 0; index < kCommands.size(); ++index) {
@@ -73,3 +81,5 @@ std::vector<std::string> RemoteCommands::names() {
   for (const StationCommand& command : kCommands) all.emplace_back(command.name);
   return all;
 }
+
+}  // namespace korvel

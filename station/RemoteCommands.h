@@ -5,6 +5,8 @@
 
 #include "host/project/CommandMap.h"
 
+namespace korvel {
+
 /// The commands that another machine may ask this station to run:
 ///
 ///     identify   shows that this station was asked for, so that people find the machine
@@ -25,3 +27,5 @@ class RemoteCommands : public CommandMap {
   /// The names of all commands.
   [[nodiscard]] static std::vector<std::string> names();
 };
+
+}  // namespace korvel

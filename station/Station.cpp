@@ -26,6 +26,8 @@
 #include "station/project/Rooms.h"
 #include "station/ui/Desktop.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kMarkerEnding = ".cli";
@@ -165,3 +167,5 @@ std::string Station::adviceOnNames() {
          name + "\", and your user name is \"" + shownText(settings().user) +
          "\". Start with --user and --host alike, in capitals, such as --user \"" + name + "\".";
 }
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 #include "station/base/HostThread.h"
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// One workstation: the host behind the plug-in, whole.
 ///
 /// Construction makes, in this order, the host thread's queue, the network service, the operating
@@ -61,3 +63,5 @@ class Station {
 
   std::unique_ptr<Parts> parts_;
 };
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "tools/base/Tool.h"
 #include "tools/wire/MessageTypes.h"
 
+namespace korvel {
+
 namespace {
 
 std::string joined(const std::vector<std::string>& words) {
@@ -169,3 +171,5 @@ void addCompletionCommand(CLI::App& tool, ToolStatus& status) {
       ->check(CLI::IsMember({"bash", "zsh"}));
   command->callback([=, &tool, &status] { status = writeCompletion(tool, *shell); });
 }
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 #include "station/base/Strings.h"
 #include "tools/base/Tool.h"
 
+namespace korvel {
+
 namespace {
 
 /// Shows an option as "--port N", and what it is without being given behind its description.
@@ -66,3 +68,5 @@ void addHelpCommand(CLI::App& tool, ToolStatus& status) {
   command->add_option("COMMAND", *about, "The command; all of them by default");
   command->callback([=, &tool, &status] { status = showHelp(tool, *about); });
 }
+
+}  // namespace korvel

@@ -10,6 +10,10 @@
 #include "station/base/Strings.h"
 #include "tools/base/Tool.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 void addCommands(CLI::App& tool, ToolStatus& status) {
@@ -69,6 +73,8 @@ ToolStatus withWrittenOutput(ToolStatus status) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 int main(int count, char** words) {
   try {

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+namespace korvel {
+
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r\n\v\f";
@@ -89,3 +91,5 @@ std::string quotedWord(std::string_view word) {
   }
   return quoted + "\"";
 }
+
+}  // namespace korvel

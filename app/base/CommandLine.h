@@ -6,6 +6,8 @@
 
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// Splits a line into words as a shell does. Blanks separate words; 'single quotes' keep everything
 /// as it stands; "double quotes" keep everything but \" and \\; a backslash outside quotes takes
 /// the next character as it stands; # at the beginning of a word starts a comment. A line without
@@ -15,3 +17,5 @@ Result<std::vector<std::string>> splitCommandLine(std::string_view line);
 
 /// The word as it must be typed for splitCommandLine to give it back: quoted where need be.
 std::string quotedWord(std::string_view word);
+
+}  // namespace korvel

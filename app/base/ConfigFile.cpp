@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <fstream>
 
+namespace korvel {
+
 namespace {
 
 constexpr std::size_t kMostBytes = 1u << 20;
@@ -104,3 +106,5 @@ Result<std::vector<ConfigLine>> readConfigFile(const std::string& file) {
   }
   return parseConfig(text, file);
 }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// One `key = value` line of a configuration file.
 struct ConfigLine {
   int number = 0;  ///< counted from 1
@@ -24,3 +26,5 @@ Result<std::vector<ConfigLine>> parseConfig(std::string_view text, const std::st
 
 /// Reads and parses a file; eNotFound when there is none.
 Result<std::vector<ConfigLine>> readConfigFile(const std::string& file);
+
+}  // namespace korvel

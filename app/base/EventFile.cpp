@@ -8,6 +8,8 @@
 #include <string_view>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 /// Writes all of it; false with errno set when that failed.
@@ -88,3 +90,5 @@ void EventFile::close() {
   pipe_.reset();
   if (unread > 0) tell_("The last events written to " + path_ + " were never read.");
 }
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 #include "station/base/PipeWriter.h"
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// Writes each event as one line to a file, a pipe or standard output, at once. What cannot be
 /// written (a full disk, a reader that is gone) is told once; then nothing more is written. Calls
 /// come one at a time.
@@ -45,3 +47,5 @@ class EventFile : public iEventSink {
   std::uint64_t leftOut_ = 0;         ///< events that no line tells of yet
   JsonValue leftOutTime_;             ///< the time of the last of them
 };
+
+}  // namespace korvel

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace korvel {
+
 namespace {
 
 std::string comparedText(const JsonValue& value) {
@@ -53,3 +55,5 @@ void EventHistory::forgetOldest() {
   kept_.pop_front();
   ++forgotten_;
 }
+
+}  // namespace korvel

@@ -11,6 +11,8 @@
 #include "app/base/Waiter.h"
 #include "app/base/iEventSink.h"
 
+namespace korvel {
+
 /// Which event somebody waits for.
 struct EventPattern {
   std::string event;  ///< its name
@@ -50,3 +52,5 @@ class EventHistory : public iEventSink {
   std::size_t bytes_ = 0;
   std::size_t forgotten_ = 0;  ///< how many were taken off the front, ever
 };
+
+}  // namespace korvel

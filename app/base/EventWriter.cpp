@@ -6,6 +6,8 @@
 #include "station/base/TextMember.h"
 #include "station/wire/MessageMembers.h"
 
+namespace korvel {
+
 namespace {
 
 JsonValue secondsNow() {
@@ -78,3 +80,5 @@ void EventWriter::panel(const std::vector<std::string>& lines) {
   for (const std::string& line : lines) shown.append(textMember("", line).second);
   emit("panel", {{"lines", shown}});
 }
+
+}  // namespace korvel

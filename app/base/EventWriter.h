@@ -9,6 +9,8 @@
 #include "station/base/Events.h"
 #include "station/wire/MessageFields.h"
 
+namespace korvel {
+
 /// Turns what the station tells into events and hands each to every sink.
 ///
 ///     {"event":"changed","time":81.204711,"what":"edit","cookie":"E0001",...}
@@ -42,3 +44,5 @@ class EventWriter : public iStationEvents {
   std::vector<iEventSink*> sinks_;
   MessageFields message_;  ///< the words of a user that came last; host thread
 };
+
+}  // namespace korvel

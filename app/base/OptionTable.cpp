@@ -5,6 +5,8 @@
 #include "app/base/ConfigFile.h"
 #include "station/base/NearestName.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr auto kOptions = std::to_array<OptionSpec>({
@@ -117,3 +119,5 @@ Result<void> addFromConfigFile(const std::string& file, GivenOptions& given) {
   given.merge(inFile);
   return {};
 }
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// One option of kv-station that takes a value.
 struct OptionSpec {
   const char* name;   ///< "projects": --projects on the command line, the key in a file
@@ -45,3 +47,5 @@ using GivenOptions = std::map<std::string, std::vector<GivenValue>>;
 /// option that no file may hold, are eUsage with file and line. For host configuration values that
 /// are given twice the command line wins as well.
 Result<void> addFromConfigFile(const std::string& file, GivenOptions& given);
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 
 #include "station/base/Rendering.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kProgram = "kv-station";
@@ -112,3 +114,5 @@ std::variant<Options, ProgramEnd> readOptions(int argc, const char* const* argv)
   }
   return settled(std::move(given), flags);
 }
+
+}  // namespace korvel

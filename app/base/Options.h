@@ -6,6 +6,8 @@
 #include "app/base/OptionTable.h"
 #include "station/base/StationSettings.h"
 
+namespace korvel {
+
 /// What a kv-station was started with.
 struct Options {
   StationSettings station;
@@ -28,3 +30,5 @@ std::variant<Options, ProgramEnd> readOptions(int argc, const char* const* argv)
 
 /// Checks the values and puts them where they belong; eUsage for one that cannot be used.
 Result<Options> validateOptions(const GivenOptions& given);
+
+}  // namespace korvel

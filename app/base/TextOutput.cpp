@@ -5,6 +5,8 @@
 
 #include "station/base/Rendering.h"
 
+namespace korvel {
+
 namespace {
 
 void printDirectly(std::FILE* stream, const std::string& text) {
@@ -129,3 +131,5 @@ void TextOutput::awaitShown() {
     if (writer) writer->awaitWritten();
   }
 }
+
+}  // namespace korvel

@@ -13,6 +13,8 @@
 #include "app/base/iEventSink.h"
 #include "station/base/PipeWriter.h"
 
+namespace korvel {
+
 /// The text that people read: answers of commands, problems, and of the events those that concern
 /// them (log lines for the console, notifications, network problems).
 ///
@@ -68,3 +70,5 @@ class TextOutput : public iEventSink {
   std::size_t unread_ = 0;                ///< texts for which there was no room in a writer
   std::map<std::FILE*, Writer> writers_;  ///< null for a stream that is written to directly
 };
+
+}  // namespace korvel

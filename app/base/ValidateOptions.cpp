@@ -11,6 +11,8 @@
 
 #include "app/base/Options.h"
 
+namespace korvel {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -293,3 +295,5 @@ class OptionReader {
 }  // namespace
 
 Result<Options> validateOptions(const GivenOptions& given) { return OptionReader(given).settle(); }
+
+}  // namespace korvel

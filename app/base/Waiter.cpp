@@ -3,6 +3,8 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+namespace korvel {
+
 Waiter::Waiter() : descriptor_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 Waiter::~Waiter() { ::close(descriptor_); }
@@ -16,3 +18,5 @@ bool Waiter::isEnding() const {
   const std::lock_guard lock(mutex_);
   return ending_;
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 #include <condition_variable>
 #include <mutex>
 
+namespace korvel {
+
 /// What the console's thread waits on: changes that other threads make, and the wish to end. Any
 /// thread.
 class Waiter {
@@ -49,3 +51,5 @@ class Waiter {
   bool ending_ = false;
   int descriptor_ = -1;
 };
+
+}  // namespace korvel

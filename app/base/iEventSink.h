@@ -4,6 +4,8 @@
 
 #include "station/base/Json.h"
 
+namespace korvel {
+
 /// Something that happened, as event files show it.
 struct StationEvent {
   std::string name;  ///< "sent", "reply"
@@ -17,3 +19,5 @@ class iEventSink {
   virtual ~iEventSink() = default;
   virtual void take(const StationEvent& event) = 0;
 };
+
+}  // namespace korvel

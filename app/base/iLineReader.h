@@ -3,6 +3,8 @@
 #include <optional>
 #include <string>
 
+namespace korvel {
+
 /// Where the console's lines come from. Console thread.
 class iLineReader {
  public:
@@ -18,3 +20,5 @@ class iLineReader {
   /// Whether a person types, who goes on after a command that failed.
   [[nodiscard]] virtual bool isInteractive() const = 0;
 };
+
+}  // namespace korvel

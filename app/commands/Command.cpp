@@ -5,6 +5,8 @@
 
 #include "station/base/NearestName.h"
 
+namespace korvel {
+
 namespace {
 
 std::size_t wordCount(const std::string& name) {
@@ -51,3 +53,5 @@ std::string CommandTable::nearest(const std::vector<std::string>& words) const {
   }
   return nearest;
 }
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 #include "station/base/Json.h"
 #include "station/base/Result.h"
 
+namespace korvel {
+
 using Arguments = std::vector<std::string>;
 
 /// One console command. Its words are the name's ("edit trim") followed by the arguments.
@@ -55,3 +57,5 @@ class CommandTable {
   std::map<std::string, Command> commands_;
   std::size_t longestName_ = 0;  ///< in words
 };
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include "app/base/CommandLine.h"
 #include "station/base/Rendering.h"
 
+namespace korvel {
+
 namespace {
 
 std::optional<Error> checkArguments(const Command& command, std::size_t count) {
@@ -65,3 +67,5 @@ std::string shownResult(const CommandCall& call, const JsonValue& result) {
   const auto& show = call.command->show;
   return show ? show(call.arguments, result) : renderForPeople(result);
 }
+
+}  // namespace korvel

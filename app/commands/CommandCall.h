@@ -5,6 +5,8 @@
 
 #include "app/commands/Command.h"
 
+namespace korvel {
+
 /// A line of the console, taken apart: the command that it names and the words after the name.
 struct CommandCall {
   const Command* command = nullptr;  ///< null for a line without words, or without a known name
@@ -24,3 +26,5 @@ Result<JsonValue> runCall(const CommandCall& call);
 
 /// What people are shown of the result of a call that succeeded; in the same place as runCall.
 std::string shownResult(const CommandCall& call, const JsonValue& result);
+
+}  // namespace korvel

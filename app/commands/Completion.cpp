@@ -5,6 +5,8 @@
 
 #include "app/base/CommandLine.h"
 
+namespace korvel {
+
 namespace {
 
 /// Where the last word begins: behind the last blank that is neither quoted nor escaped.
@@ -76,3 +78,5 @@ std::string commonBeginning(const std::vector<std::string>& candidates) {
   }
   return common;
 }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 
 #include "app/commands/Command.h"
 
+namespace korvel {
+
 /// What may stand in place of the last word of a line being typed: the next words of commands, or,
 /// behind a whole command, the cookies and names (quoted where need be) of `objects`. In order,
 /// each once.
@@ -17,3 +19,5 @@ std::string_view lastWord(std::string_view line);
 
 /// The longest text with which all candidates begin.
 std::string commonBeginning(const std::vector<std::string>& candidates);
+
+}  // namespace korvel

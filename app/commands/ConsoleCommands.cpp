@@ -9,6 +9,8 @@
 #include "station/base/TextMember.h"
 #include "station/project/Projects.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr double kDefaultTimeout = 10;
@@ -163,3 +165,5 @@ void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
              },
              here});
 }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "app/base/Waiter.h"
 #include "app/commands/Command.h"
 
+namespace korvel {
+
 /// What the console's own commands work with; all must outlive the table.
 struct ConsoleServices {
   Waiter& waiter;
@@ -17,3 +19,5 @@ struct ConsoleServices {
 
 /// "help", "state", "notifications", "wait", "sleep" and "quit".
 void addConsoleCommands(CommandTable& table, const ConsoleServices& services);
+
+}  // namespace korvel

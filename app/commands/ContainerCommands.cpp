@@ -7,6 +7,8 @@
 #include "station/containers/Racks.h"
 #include "station/project/Projects.h"
 
+namespace korvel {
+
 namespace {
 
 using Manager = CookieLists& (*)();
@@ -121,3 +123,5 @@ void addContainerCommands(CommandTable& table) {
   addFamily(table, "bin", bins);
   addFamily(table, "rack", racks);
 }
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include "station/edit/Edits.h"
 #include "station/project/Projects.h"
 
+namespace korvel {
+
 namespace {
 
 Result<Cookie> resolved(const std::string& nameOrCookie) {
@@ -134,3 +136,5 @@ void addEditCommands(CommandTable& table) {
   addLooking(table);
   addChanging(table);
 }
+
+}  // namespace korvel

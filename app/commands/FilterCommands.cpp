@@ -4,6 +4,8 @@
 #include "station/containers/Filters.h"
 #include "station/project/Projects.h"
 
+namespace korvel {
+
 namespace {
 
 Filters& filters() { return *Filters::instance(); }
@@ -50,3 +52,5 @@ void addFilterCommands(CommandTable& table) {
   table.add(
       {"filter list", "", "Shows every filter of the open project with its text.", 0, 0, list});
 }
+
+}  // namespace korvel

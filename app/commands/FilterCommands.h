@@ -2,5 +2,9 @@
 
 #include "app/commands/Command.h"
 
+namespace korvel {
+
 /// "filter create", "change", "destroy" and "list".
 void addFilterCommands(CommandTable& table);
+
+}  // namespace korvel

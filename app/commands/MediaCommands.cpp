@@ -6,6 +6,8 @@
 #include "station/media/MediaCache.h"
 #include "station/project/Projects.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kProxy = "--proxy";
@@ -70,3 +72,5 @@ void addMediaCommands(CommandTable& table) {
              "Shows the project's media: where each file is, whether it is there, its size.", 0, 0,
              list});
 }
+
+}  // namespace korvel

@@ -2,5 +2,9 @@
 
 #include "app/commands/Command.h"
 
+namespace korvel {
+
 /// "media add", "remove" and "list".
 void addMediaCommands(CommandTable& table);
+
+}  // namespace korvel

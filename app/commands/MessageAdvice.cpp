@@ -2,6 +2,8 @@
 
 #include "station/project/ObjectNames.h"
 
+namespace korvel {
+
 std::string messageAdvice(const std::string& text) {
   if (text.starts_with('d')) {
     return "Your message begins with a small \"d\", as only messages between stations do: others "
@@ -12,3 +14,5 @@ std::string messageAdvice(const std::string& text) {
   return "Your message holds a character that messages cannot carry, such as \"\u20AC\" or "
          "\"\u00AC\": others see it cut there. Write it without.";
 }
+
+}  // namespace korvel

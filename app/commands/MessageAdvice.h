@@ -2,7 +2,11 @@
 
 #include <string>
 
+namespace korvel {
+
 /// What the sender of a message should know: that others will not see this text as it was written,
 /// why, and what to write instead. One sentence or several; empty where they will see it whole. The
 /// text goes out as it is in any case. Any thread.
 std::string messageAdvice(const std::string& text);
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "host/base/Log.h"
 #include "station/ui/PanelDriver.h"
 
+namespace korvel {
+
 namespace {
 
 Result<JsonValue> withPanel(const std::function<Result<JsonValue>(PanelDriver&)>& action) {
@@ -80,3 +82,5 @@ void addPanelCommands(CommandTable& table) {
              "Writes to a user through the panel, opening it if need be; \"<All>\" is everybody.",
              2, 2, say});
 }
+
+}  // namespace korvel

@@ -2,5 +2,9 @@
 
 #include "app/commands/Command.h"
 
+namespace korvel {
+
 /// The "panel" commands and "say". They work on the current desktop.
 void addPanelCommands(CommandTable& table);
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include "station/base/Strings.h"
 #include "station/project/Projects.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kPrivate = "--private";
@@ -103,3 +105,5 @@ void addProjectCommands(CommandTable& table) {
                return std::string("No project is open.");
              }});
 }
+
+}  // namespace korvel

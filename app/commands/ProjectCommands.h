@@ -2,5 +2,9 @@
 
 #include "app/commands/Command.h"
 
+namespace korvel {
+
 /// "project create", "list", "enter" and "leave".
 void addProjectCommands(CommandTable& table);
+
+}  // namespace korvel

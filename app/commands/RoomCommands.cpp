@@ -3,6 +3,8 @@
 #include "station/base/Strings.h"
 #include "station/project/Rooms.h"
 
+namespace korvel {
+
 namespace {
 
 Result<JsonValue> answer(const Result<void>& done) {
@@ -45,3 +47,5 @@ void addRoomCommands(CommandTable& table) {
       {"room leave", "", "Leaves the room you are in.", 0, 0, leave, Command::Place::eHostThread,
        [](const Arguments&, const JsonValue&) { return std::string("You are in no room."); }});
 }
+
+}  // namespace korvel

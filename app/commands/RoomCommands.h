@@ -2,5 +2,9 @@
 
 #include "app/commands/Command.h"
 
+namespace korvel {
+
 /// "room create", "list", "enter" and "leave".
 void addRoomCommands(CommandTable& table);
+
+}  // namespace korvel

@@ -14,6 +14,8 @@
 #include "station/project/ObjectNames.h"
 #include "station/wire/MessageFields.h"
 
+namespace korvel {
+
 namespace {
 
 Error noPlugin() {
@@ -119,3 +121,5 @@ void addUserCommands(CommandTable& table) {
                       "\". Nobody answers a request: look there whether it did.";
              }});
 }
+
+}  // namespace korvel

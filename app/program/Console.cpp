@@ -6,6 +6,8 @@
 #include "station/base/Activity.h"
 #include "station/base/TextMember.h"
 
+namespace korvel {
+
 /// A command on its way through the host thread; the console may stop waiting for it.
 struct Console::Pending {
   bool isDone = false;
@@ -81,3 +83,5 @@ void Console::reply(EventWriter& events, const std::string& line, const CommandC
   }
   events.emit("reply", members);
 }
+
+}  // namespace korvel

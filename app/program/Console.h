@@ -11,6 +11,8 @@
 #include "app/commands/CommandCall.h"
 #include "station/base/HostThread.h"
 
+namespace korvel {
+
 /// Reads lines, runs the commands that they name one after the other, and answers: to people in
 /// text, to scripts by `reply` events. Runs on a thread of its own; commands that touch the station
 /// run on the host thread while this one waits.
@@ -49,3 +51,5 @@ class Console {
 
   Dependencies with_;
 };
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstring>
 
+namespace korvel {
+
 bool awaitInput(int descriptor, const Waiter& waiter) {
   std::array<pollfd, 2> wanted{pollfd{descriptor, POLLIN, 0},
                                pollfd{waiter.descriptor(), POLLIN, 0}};
@@ -60,3 +62,5 @@ bool ScriptReader::readMore() {
 std::string ScriptReader::place() const { return name_ + ":" + std::to_string(line_) + ": "; }
 
 bool ScriptReader::isInteractive() const { return ::isatty(descriptor_) == 1; }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 #include "app/base/iLineReader.h"
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// Reads lines from a file or from standard input, as they come.
 class ScriptReader : public iLineReader {
  public:
@@ -33,3 +35,5 @@ class ScriptReader : public iLineReader {
 
 /// Waits until `descriptor` can be read; false when the program is to end first.
 bool awaitInput(int descriptor, const Waiter& waiter);
+
+}  // namespace korvel

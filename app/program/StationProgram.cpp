@@ -28,6 +28,8 @@
 #include "station/os/Signals.h"
 #include "station/project/Projects.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kStartFailed = 2;
@@ -257,3 +259,5 @@ int runKvStation(int argc, const char* const* argv, WindowMaker makeWindow) {
   }
   return StationProgram(std::get<Options>(std::move(read)), std::move(makeWindow)).run();
 }
+
+}  // namespace korvel

@@ -15,6 +15,8 @@
 #include "app/window/iStationWindow.h"
 #include "station/Station.h"
 
+namespace korvel {
+
 /// kv-station: a station, its console and its events, from start to end.
 ///
 /// Three threads: the host thread, which is this one unless there is a window; the console's, which
@@ -63,3 +65,5 @@ class StationProgram {
 
 /// The whole program: reads the command line, runs, and gives the exit status.
 int runKvStation(int argc, const char* const* argv, WindowMaker makeWindow = {});
+
+}  // namespace korvel

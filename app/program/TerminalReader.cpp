@@ -14,6 +14,8 @@
 
 #include "app/commands/Completion.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kClearLine = "\r\033[K";
@@ -171,3 +173,5 @@ TerminalReader::TerminalReader(const Waiter& waiter, TextOutput& text, Completin
 TerminalReader::~TerminalReader() = default;
 
 std::optional<std::string> TerminalReader::next() { return editor_->next(); }
+
+}  // namespace korvel

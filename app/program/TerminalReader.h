@@ -10,6 +10,8 @@
 #include "app/base/iLineReader.h"
 #include "app/commands/Command.h"
 
+namespace korvel {
+
 /// Reads lines from the terminal, with editing, a history and completion. What the station says
 /// meanwhile is shown above the line being typed.
 class TerminalReader : public iLineReader {
@@ -35,3 +37,5 @@ class TerminalReader : public iLineReader {
   class Editor;
   std::unique_ptr<Editor> editor_;
 };
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 #include "app/window/StationWindow.h"
 #endif
 
+using namespace korvel;
+
 int main(int argc, char** argv) {
 #ifdef KV_HAS_WINDOW
   return runKvStation(argc, argv, makeStationWindow);

@@ -10,6 +10,8 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+namespace korvel {
+
 namespace {
 
 using Kind = ActionField::Kind;
@@ -116,3 +118,5 @@ void ActionDialog::check() {
   for (const QWidget* input : inputs_) isWhole = isWhole && !valueOf(input).isEmpty();
   buttons_->button(QDialogButtonBox::Ok)->setEnabled(isWhole);
 }
+
+}  // namespace korvel

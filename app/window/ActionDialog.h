@@ -10,6 +10,8 @@ class QComboBox;
 class QDialogButtonBox;
 class QLineEdit;
 
+namespace korvel {
+
 /// A choice in a field: what is shown and what a command is given for it.
 struct FieldChoice {
   QString shown;
@@ -44,3 +46,5 @@ class ActionDialog : public QDialog {
   std::vector<QWidget*> inputs_;
   QDialogButtonBox* buttons_;
 };
+
+}  // namespace korvel

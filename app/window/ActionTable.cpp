@@ -4,6 +4,8 @@
 
 #include "app/window/Texts.h"
 
+namespace korvel {
+
 namespace {
 
 using Kind = ActionField::Kind;
@@ -196,3 +198,5 @@ QString filledLine(const ActionSpec& action, const QStringList& objects,
   }
   return words.join(QLatin1Char(' '));
 }
+
+}  // namespace korvel

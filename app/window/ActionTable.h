@@ -4,6 +4,8 @@
 #include <span>
 #include <vector>
 
+namespace korvel {
+
 /// Something to fill in before an action can run.
 struct ActionField {
   enum class Kind { eText, eOpenFile, eSaveFile, eUser, eBin, eRack, eContent, eClip };
@@ -48,3 +50,5 @@ std::span<const ActionSpec> actionTable();
 /// The line with everything in its place. `objects` are words as commands take them, the chosen one
 /// first; all are quoted where need be.
 QString filledLine(const ActionSpec& action, const QStringList& objects, const QStringList& values);
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include <QStyle>
 #include <QStyleFactory>
 
+namespace korvel {
+
 namespace {
 
 bool dark = false;
@@ -135,3 +137,5 @@ Appearance appearanceNamed(const QString& name) {
   if (name == QLatin1String("light")) return Appearance::eLight;
   return name == QLatin1String("dark") ? Appearance::eDark : Appearance::eSystem;
 }
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include <QColor>
 #include <QString>
 
+namespace korvel {
+
 /// How the window is coloured: as the desktop is, or always light or dark.
 enum class Appearance { eSystem, eLight, eDark };
 
@@ -29,3 +31,5 @@ const Colours& colours();
 
 QString appearanceName(Appearance appearance);    ///< "system", "light", "dark"
 Appearance appearanceNamed(const QString& name);  ///< eSystem for anything else
+
+}  // namespace korvel

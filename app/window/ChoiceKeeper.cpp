@@ -8,6 +8,8 @@
 
 #include "app/window/ObjectsModel.h"
 
+namespace korvel {
+
 namespace {
 
 /// Chooses whole rows from the first to the last, none where `first` is below zero.
@@ -61,3 +63,5 @@ void ChoiceKeeper::restore() {
   view_.selectionModel()->select(selection, QItemSelectionModel::ClearAndSelect);
   if (top.isValid()) view_.scrollTo(top, QAbstractItemView::PositionAtTop);
 }
+
+}  // namespace korvel

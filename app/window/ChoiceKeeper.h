@@ -4,9 +4,12 @@
 #include <QSet>
 #include <QString>
 
-class ObjectsModel;
 class QSortFilterProxyModel;
 class QTreeView;
+
+namespace korvel {
+
+class ObjectsModel;
 
 /// Keeps what is chosen in a list, and where the list stands, when so much changed at once that its
 /// model begins anew. Goes by the objects' keys.
@@ -30,3 +33,5 @@ class ChoiceKeeper : public QObject {
   QString current_;
   QString top_;  ///< the first row in sight; empty at the list's beginning
 };
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 constexpr int kLeastWidth = 24;
@@ -54,3 +56,5 @@ void ColumnFit::fit() {
   }
   isFitting_ = false;
 }
+
+}  // namespace korvel

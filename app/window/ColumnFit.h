@@ -5,6 +5,8 @@
 
 class QTreeView;
 
+namespace korvel {
+
 /// Keeps the columns of a list within its width: the first takes what the others leave, and where
 /// there is too little for it the last ones, which matter least, are hidden until there is room
 /// again. Nothing is ever off to the right. A width that the user gives a column is kept.
@@ -33,3 +35,5 @@ class ColumnFit : public QObject {
   std::vector<Width> widths_;
   bool isFitting_ = false;
 };
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 
 #include "app/window/LongText.h"
 
+namespace korvel {
+
 ConversationView::ConversationView(QWidget* parent) : QPlainTextEdit(parent) {
   setReadOnly(true);
   setTabChangesFocus(true);
@@ -28,3 +30,5 @@ void ConversationView::setLines(const QStringList& lines) {
   lines_ = lines;
   if (isAtEnd) verticalScrollBar()->setValue(verticalScrollBar()->maximum());
 }
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include <QPlainTextEdit>
 #include <QStringList>
 
+namespace korvel {
+
 /// Lines of a conversation, of which only new ones are laid out. Stays at its end unless the reader
 /// scrolled away.
 class ConversationView : public QPlainTextEdit {
@@ -16,3 +18,5 @@ class ConversationView : public QPlainTextEdit {
  private:
   QStringList lines_;
 };
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 #include "app/window/LongText.h"
 #include "app/window/Texts.h"
 
+namespace korvel {
+
 namespace {
 
 ElidedLabel* elasticLabel(const char* role) {
@@ -111,3 +113,5 @@ void DetailPane::takeTimeline(const TimelinePtr& timeline) {
   view_->show(timeline);
   showHeading();
 }
+
+}  // namespace korvel

@@ -11,6 +11,8 @@ class QLabel;
 class QPlainTextEdit;
 class QStackedWidget;
 
+namespace korvel {
+
 /// Shows the chosen object: the timeline of an edit or log, in words what anything else holds. What
 /// another station changes meanwhile is told, and shown when the user asks for it.
 class DetailPane : public QWidget {
@@ -53,3 +55,5 @@ class DetailPane : public QWidget {
   ObjectKind kind_ = ObjectKind::eEdits;
   unsigned shownChanges_ = 0;
 };
+
+}  // namespace korvel

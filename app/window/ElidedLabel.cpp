@@ -7,6 +7,8 @@
 
 #include "app/window/Texts.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kLeastWidth = 24;
@@ -38,3 +40,5 @@ void ElidedLabel::paintEvent(QPaintEvent*) {
   style()->drawItemText(&painter, room, static_cast<int>(alignment() | Qt::TextSingleLine),
                         palette(), isEnabled(), shown, foregroundRole());
 }
+
+}  // namespace korvel

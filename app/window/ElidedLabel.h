@@ -2,6 +2,8 @@
 
 #include <QLabel>
 
+namespace korvel {
+
 /// One line of plain text that ends in "…" where it does not fit; its tool tip is then the whole of
 /// it, unless it has been given another.
 class ElidedLabel : public QLabel {
@@ -15,3 +17,5 @@ class ElidedLabel : public QLabel {
   bool event(QEvent* event) override;
   void paintEvent(QPaintEvent* event) override;
 };
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "app/window/Texts.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kAssertion = "assertion failed";
@@ -150,3 +152,5 @@ bool EventFeed::hasChanges() const {
   const std::lock_guard lock(mutex_);
   return !changes_.isEmpty();
 }
+
+}  // namespace korvel

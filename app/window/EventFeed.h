@@ -11,6 +11,8 @@
 
 #include "app/base/iEventSink.h"
 
+namespace korvel {
+
 /// One line of the log pane.
 struct LogLine {
   enum class Kind { eSent, eReceived, eAssertion, eNetwork, eCommand, eText };
@@ -91,3 +93,5 @@ class EventFeed : public iEventSink {
   News news_;
   Changes changes_;
 };
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 
 #include "app/window/Texts.h"
 
+namespace korvel {
+
 int HoldersModel::rowOf(const QString& key) const { return rowFrom(0, key); }
 
 int HoldersModel::rowFrom(int first, const QString& key) const {
@@ -96,3 +98,5 @@ QVariant HoldersModel::data(const QModelIndex& index, int role) const {
       return {};
   }
 }
+
+}  // namespace korvel

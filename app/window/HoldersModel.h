@@ -7,6 +7,8 @@
 #include "app/window/Appearance.h"
 #include "app/window/Icons.h"
 
+namespace korvel {
+
 /// A project or a room as its list shows it: its name, and its state with who holds it.
 struct HolderRow {
   QString key;  ///< the same for as long as the thing exists
@@ -53,3 +55,5 @@ class HoldersModel : public QAbstractTableModel {
 
   HolderRows rows_;
 };
+
+}  // namespace korvel

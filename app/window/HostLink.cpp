@@ -11,6 +11,8 @@
 #include "station/edit/EditActions.h"
 #include "station/ui/Desktop.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kTickMs = 100;
@@ -147,3 +149,5 @@ void HostLink::askMay(const QStringList& cookies) {
 }
 
 void HostLink::lookAgain() { feed_.noteCommand("project enter"); }
+
+}  // namespace korvel

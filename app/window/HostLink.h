@@ -13,6 +13,8 @@
 #include "app/window/Timeline.h"
 #include "app/window/iStationWindow.h"
 
+namespace korvel {
+
 /// How a command ended.
 struct CommandOutcome {
   QString line;
@@ -85,3 +87,5 @@ class HostLink : public QObject {
   qint64 snapshotPauseMs_ = 0;
   qint64 listsPauseMs_ = 0;
 };
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include <QPixmap>
 #include <array>
 
+namespace korvel {
+
 namespace {
 
 /// Draws on a field of 16 by 16.
@@ -192,3 +194,5 @@ QIcon icon(Glyph glyph, const QColor& colour) {
   }
   return found;
 }
+
+}  // namespace korvel

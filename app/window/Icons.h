@@ -3,6 +3,8 @@
 #include <QColor>
 #include <QIcon>
 
+namespace korvel {
+
 /// What an icon means. Drawn, not loaded, so that each is sharp at every size and takes the
 /// appearance's colours.
 enum class Glyph {
@@ -38,3 +40,5 @@ enum class Glyph {
 
 /// The icon in this colour, at 16 to 48 pixels. Window thread.
 QIcon icon(Glyph glyph, const QColor& colour);
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "app/window/Texts.h"
 #include "station/ui/Desktop.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kMostTools = 20;  // who edits the file by hand may write any number
@@ -59,3 +61,5 @@ KeptTools keptTools(QSettings& settings) {
   settings.endArray();
   return tools;
 }
+
+}  // namespace korvel

@@ -3,8 +3,11 @@
 #include <QString>
 #include <vector>
 
-class Desktop;
 class QSettings;
+
+namespace korvel {
+
+class Desktop;
 
 /// A tool on the station's desktop, as the window remembers it from one run to the next.
 struct KeptTool {
@@ -26,3 +29,5 @@ void putBack(const KeptTools& tools, Desktop& desktop);
 /// Remembers tools, and what was remembered.
 void keepTools(QSettings& settings, const KeptTools& tools);
 KeptTools keptTools(QSettings& settings);
+
+}  // namespace korvel

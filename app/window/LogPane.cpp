@@ -13,6 +13,8 @@
 #include "app/window/Icons.h"
 #include "app/window/Texts.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr qsizetype kLongestLine = 500;
@@ -132,3 +134,5 @@ void LogPane::narrow() {
   proxy_->setFilterRegularExpression(choice_->currentData().toString());
   view_->scrollToBottom();
 }
+
+}  // namespace korvel

@@ -10,6 +10,8 @@ class QComboBox;
 class QListView;
 class QSortFilterProxyModel;
 
+namespace korvel {
+
 /// The latest lines of the log, the oldest first; bounded.
 class LogModel : public QAbstractListModel {
   Q_OBJECT
@@ -51,3 +53,5 @@ class LogPane : public QWidget {
   QComboBox* choice_;
   QListView* view_;
 };
+
+}  // namespace korvel

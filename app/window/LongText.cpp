@@ -3,6 +3,8 @@
 #include <QPlainTextEdit>
 #include <algorithm>
 
+namespace korvel {
+
 namespace {
 
 /// The toolkit's time to break a word over lines grows with the square of its length: 60 000
@@ -29,3 +31,5 @@ void showLongText(QPlainTextEdit& view, const QString& text) {
   wrapFor(view, text);
   view.setPlainText(text);
 }
+
+}  // namespace korvel

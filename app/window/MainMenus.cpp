@@ -4,6 +4,8 @@
 #include <QMenuBar>
 #include <algorithm>
 
+namespace korvel {
+
 namespace {
 
 /// A menu's title with the letter marked that opens it, each menu's another.
@@ -72,3 +74,5 @@ QString MainMenus::shortcutText() const {
   }
   return text;
 }
+
+}  // namespace korvel

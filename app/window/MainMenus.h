@@ -9,6 +9,8 @@
 
 #include "app/window/ActionTable.h"
 
+namespace korvel {
+
 /// The window's menus: those of the table of actions, and room for the window's own. The same
 /// actions are in the menus of the right mouse button.
 class MainMenus {
@@ -42,3 +44,5 @@ class MainMenus {
   QHash<QString, QMenu*> menus_;
   std::vector<std::pair<const ActionSpec*, QAction*>> actions_;
 };
+
+}  // namespace korvel

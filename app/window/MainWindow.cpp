@@ -19,6 +19,8 @@
 #include "app/window/StatusLine.h"
 #include "app/window/Texts.h"
 
+namespace korvel {
+
 namespace {
 
 /// The status of a program that its user ended although it had not given its locks back.
@@ -251,3 +253,5 @@ void MainWindow::keyPressEvent(QKeyEvent* event) {
   }
   QMainWindow::keyPressEvent(event);
 }
+
+}  // namespace korvel

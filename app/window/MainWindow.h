@@ -7,6 +7,10 @@
 #include "app/window/HostLink.h"
 #include "app/window/MainMenus.h"
 
+class QSplitter;
+
+namespace korvel {
+
 struct FieldContent;
 class DetailPane;
 class LogPane;
@@ -15,7 +19,6 @@ class NotificationsPane;
 class ObjectsPane;
 class PanelDock;
 class ProjectsPane;
-class QSplitter;
 class StatusLine;
 
 /// The station's window: projects and rooms on the left, the open project's objects in the middle
@@ -114,3 +117,5 @@ class MainWindow : public QMainWindow {
   bool tellsOfSending_ = false;
   bool isEnding_ = false;
 };
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 #include "app/window/ProjectsPane.h"
 #include "app/window/TimelineView.h"
 
+namespace korvel {
+
 namespace {
 
 std::optional<ObjectKind> kindOf(Target target) {
@@ -139,3 +141,5 @@ FieldContent MainWindow::fieldContent(const ActionField& field) const {
   }
   return content;
 }
+
+}  // namespace korvel

@@ -32,6 +32,8 @@
 #include "app/window/WindowSettings.h"
 #include "station/base/StationSettings.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr QSize kFirstSize{1240, 780};
@@ -345,3 +347,5 @@ void MainWindow::saveLayout() const {
   kept.setValue(QStringLiteral("centre"), centre_->saveState());
   if (snapshot_) keepTools(kept, snapshot_->tools);
 }
+
+}  // namespace korvel

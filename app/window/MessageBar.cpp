@@ -11,6 +11,8 @@
 #include "app/window/Icons.h"
 #include "app/window/Texts.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kLongest = 400;  // letters; the whole text is in the tool tip
@@ -94,3 +96,5 @@ void MessageBar::resizeEvent(QResizeEvent* event) {
   QFrame::resizeEvent(event);
   showText();
 }
+
+}  // namespace korvel

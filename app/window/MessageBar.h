@@ -5,6 +5,8 @@
 class QLabel;
 class QToolButton;
 
+namespace korvel {
+
 /// A strip above the lists that tells how an action ended, and why one was refused. Takes no focus;
 /// stays until it is closed or another takes its place.
 class MessageBar : public QFrame {
@@ -41,3 +43,5 @@ class MessageBar : public QFrame {
   QString text_;
   Lines lines_ = Lines::eAll;
 };
+
+}  // namespace korvel

@@ -1,5 +1,7 @@
 #include "app/window/NaturalOrder.h"
 
+namespace korvel {
+
 // The locale "C" knows no numbers within words.
 QCollator naturalOrder() {
   const QLocale here;
@@ -15,3 +17,5 @@ NaturalOrderProxy::NaturalOrderProxy(QObject* parent)
 bool NaturalOrderProxy::lessThan(const QModelIndex& left, const QModelIndex& right) const {
   return order_.compare(left.data(sortRole()).toString(), right.data(sortRole()).toString()) < 0;
 }
+
+}  // namespace korvel

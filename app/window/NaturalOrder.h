@@ -3,6 +3,8 @@
 #include <QCollator>
 #include <QSortFilterProxyModel>
 
+namespace korvel {
+
 /// Compares names as people do: "Edit 2" is before "Edit 10", capital letters do not matter.
 QCollator naturalOrder();
 
@@ -17,3 +19,5 @@ class NaturalOrderProxy : public QSortFilterProxyModel {
  private:
   QCollator order_;
 };
+
+}  // namespace korvel

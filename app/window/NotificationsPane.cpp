@@ -12,6 +12,8 @@
 #include "app/window/LongText.h"
 #include "app/window/Texts.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr qsizetype kLongestLine = 300;
@@ -109,3 +111,5 @@ void NotificationsPane::hideEvent(QHideEvent* event) {
   QWidget::hideEvent(event);
   for (int i = 0; i < list_->count(); ++i) setBold(*list_->item(i), QFont::Normal);
 }
+
+}  // namespace korvel

@@ -9,6 +9,8 @@ class QListWidget;
 class QListWidgetItem;
 class QPlainTextEdit;
 
+namespace korvel {
+
 /// All notifications with their times and who wrote them, the latest first, and the whole text of
 /// the chosen one. What came while nobody saw the list is bold until the list is left again.
 class NotificationsPane : public QWidget {
@@ -49,3 +51,5 @@ class NotificationsPane : public QWidget {
 /// "ANNA: text", or the text alone where nobody knows who wrote it; on one line, of a long one the
 /// beginning and its length.
 QString notificationText(const NotificationLine& line);
+
+}  // namespace korvel

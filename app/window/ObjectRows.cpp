@@ -8,6 +8,8 @@
 #include "station/containers/Racks.h"
 #include "station/media/MediaCache.h"
 
+namespace korvel {
+
 namespace {
 
 ObjectRow named(const JsonValue& value) {
@@ -96,3 +98,5 @@ void putRow(ObjectRows& rows, const QString& key, ObjectRow row) {
     rows.insert(at, std::move(row));
   }
 }
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include "app/window/Snapshot.h"
 #include "station/base/Json.h"
 
+namespace korvel {
+
 // The rows of the window's lists, made from what the station tells of its objects. Host thread.
 
 /// The row of an edit or log from its line in the station's list; without a cookie for null.
@@ -20,3 +22,5 @@ void sortByKey(ObjectRows& rows);
 
 /// Replaces a row, adds it, or takes it out when `row` has no cookie; the order by key stays.
 void putRow(ObjectRows& rows, const QString& key, ObjectRow row);
+
+}  // namespace korvel

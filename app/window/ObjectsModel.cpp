@@ -6,6 +6,8 @@
 #include "app/window/Icons.h"
 #include "app/window/Texts.h"
 
+namespace korvel {
+
 namespace {
 
 using Column = ObjectsModel::Column;
@@ -317,3 +319,5 @@ QVariant ObjectsModel::data(const QModelIndex& index, int role) const {
       return {};
   }
 }
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 
 #include "app/window/Snapshot.h"
 
+namespace korvel {
+
 /// One kind of a project's objects as a table. A new set of rows is taken over row by row, so that
 /// what is chosen, and where the list stands, stays. Whether the user may change an edit is asked
 /// for only once its row is shown.
@@ -72,3 +74,5 @@ class ObjectsModel : public QAbstractTableModel {
   mutable QStringList toAsk_;
   mutable QTimer askTimer_;
 };
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 #include "app/window/Icons.h"
 #include "app/window/NaturalOrder.h"
 
+namespace korvel {
+
 namespace {
 
 using Column = ObjectsModel::Column;
@@ -277,3 +279,5 @@ void ObjectsPane::startSearch() {
   search_->setFocus(Qt::ShortcutFocusReason);
   search_->selectAll();
 }
+
+}  // namespace korvel

@@ -13,6 +13,8 @@
 
 class QLabel;
 
+namespace korvel {
+
 /// The open project's objects, a tab a kind, with a field that narrows the list. Says what to do
 /// where there is nothing to show.
 class ObjectsPane : public QWidget {
@@ -82,3 +84,5 @@ class ObjectsPane : public QWidget {
   bool lacksChoice_ = false;  ///< a project was entered and had no edit to show yet
   bool isChoosing_ = false;
 };
+
+}  // namespace korvel

@@ -15,6 +15,8 @@
 #include "app/window/Scrolled.h"
 #include "station/ui/Resources.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kLongestEntry = 1'000'000;
@@ -110,3 +112,5 @@ void PanelDock::closeEvent(QCloseEvent* event) {
   event->ignore();
   Q_EMIT closeWanted();
 }
+
+}  // namespace korvel

@@ -4,9 +4,12 @@
 
 #include "app/window/Snapshot.h"
 
-class ConversationView;
 class QComboBox;
 class QLineEdit;
+
+namespace korvel {
+
+class ConversationView;
 
 /// Shows the message panel, which lives on the host thread, and hands over what the user does with
 /// it. It is there while the panel is open.
@@ -49,3 +52,5 @@ class PanelDock : public QDockWidget {
 
 /// The panel's icon, as its file in the resources has it; one drawn here where the file is missing.
 QIcon panelIcon(const QString& file);
+
+}  // namespace korvel

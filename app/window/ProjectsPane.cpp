@@ -10,6 +10,8 @@
 #include "app/window/ColumnFit.h"
 #include "app/window/Texts.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kLeastName = 70;
@@ -243,3 +245,5 @@ void ProjectsPane::changeEvent(QEvent* event) {
   }
   QWidget::changeEvent(event);
 }
+
+}  // namespace korvel

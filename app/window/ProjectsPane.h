@@ -6,9 +6,12 @@
 #include "app/window/HoldersModel.h"
 #include "app/window/Snapshot.h"
 
-class ColumnFit;
 class QLabel;
 class QTreeView;
+
+namespace korvel {
+
+class ColumnFit;
 
 /// The projects of the shared directory and the rooms of the open one, each with its state and
 /// holder.
@@ -65,3 +68,5 @@ class ProjectsPane : public QWidget {
 
 /// "held by ANNA", "left behind by BEN": a lock in words.
 QString holdText(Hold hold, const QString& holder);
+
+}  // namespace korvel

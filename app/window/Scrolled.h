@@ -2,6 +2,8 @@
 
 #include <QScrollArea>
 
+namespace korvel {
+
 /// The widget in an area without a frame that takes any size: where there is less room than the
 /// widget needs, it is scrolled, so that nothing in it is pressed over something else.
 inline QScrollArea* scrolled(QWidget* content) {
@@ -12,3 +14,5 @@ inline QScrollArea* scrolled(QWidget* content) {
   area->setWidget(content);
   return area;
 }
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 
 #include "app/window/KeptTools.h"
 
+namespace korvel {
+
 // What the window shows of the station: plain values, made on the host thread and never changed
 // afterwards, so that any number of threads may read them. Parts that did not change are shared
 // from one snapshot to the next.
@@ -102,4 +104,7 @@ struct Snapshot {
   int activeUsers = 0;
 };
 using SnapshotPtr = std::shared_ptr<const Snapshot>;
-Q_DECLARE_METATYPE(SnapshotPtr)
+
+}  // namespace korvel
+
+Q_DECLARE_METATYPE(korvel::SnapshotPtr)

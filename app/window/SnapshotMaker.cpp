@@ -13,6 +13,8 @@
 #include "station/project/Rooms.h"
 #include "station/ui/PanelDriver.h"
 
+namespace korvel {
+
 namespace {
 
 /// What a part of a snapshot shows now; the old one where nothing differs, so that readers see at
@@ -191,3 +193,5 @@ void SnapshotMaker::lookAtUsers(Snapshot& next) {
   for (const auto& user : users) names.append(readableText(shownText(user)));
   next.users = std::make_shared<const QStringList>(std::move(names));
 }
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 #include "app/window/Snapshot.h"
 #include "station/base/Json.h"
 
+namespace korvel {
+
 /// Makes the window's snapshots: looks anew at what changed and takes the rest over from the last
 /// one. Host thread.
 class SnapshotMaker {
@@ -25,3 +27,5 @@ class SnapshotMaker {
   SnapshotPtr last_ = std::make_shared<const Snapshot>();
   std::map<std::string, unsigned> remote_;  ///< since the project was opened, by cookie
 };
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 #include "app/window/HostLink.h"
 #include "app/window/MainWindow.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kNoDisplay =
@@ -79,3 +81,5 @@ void StationWindow::hostEnded() {
   const auto end = [] { QApplication::exit(); };
   QMetaObject::invokeMethod(&application_, end, Qt::QueuedConnection);
 }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "app/window/EventFeed.h"
 #include "app/window/iStationWindow.h"
 
+namespace korvel {
+
 class HostLink;
 class MainWindow;
 
@@ -37,3 +39,5 @@ Result<std::unique_ptr<iStationWindow>> makeStationWindow();
 
 /// Why no window can be opened here; empty when one can.
 std::string missingDisplay();
+
+}  // namespace korvel

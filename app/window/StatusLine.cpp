@@ -7,6 +7,8 @@
 #include "app/window/Icons.h"
 #include "app/window/Texts.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kAround = 84;       // the sign, the size grip, and the gaps between the texts
@@ -102,3 +104,5 @@ void StatusLine::fit() {
     label->setToolTip(plainTip(all.join(QLatin1Char('\n'))));
   }
 }
+
+}  // namespace korvel

@@ -4,8 +4,11 @@
 
 #include "app/window/EventFeed.h"
 
-class ElidedLabel;
 class QLabel;
+
+namespace korvel {
+
+class ElidedLabel;
 
 /// Who and where this station is, what it counted, and what it waits for. Where there is no room
 /// for all, the counts give way first, then the network; the tool tip has everything.
@@ -36,3 +39,5 @@ class StatusLine : public QStatusBar {
   unsigned long sent_ = 0;
   unsigned long received_ = 0;
 };
+
+}  // namespace korvel

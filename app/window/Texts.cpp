@@ -4,6 +4,8 @@
 
 #include "app/base/CommandLine.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr qsizetype kLongestTip = 4000;
@@ -36,3 +38,5 @@ QString plainTitle(const QString& text) {
 QString quoted(const QString& word) {
   return QString::fromStdString(quotedWord(word.toStdString()));
 }
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include <QString>
 #include <string>
 
+namespace korvel {
+
 /// A text of the station as the window shows it: UTF-8; bytes that are none become the replacement
 /// character.
 inline QString readableText(const std::string& utf8) { return QString::fromStdString(utf8); }
@@ -20,3 +22,5 @@ QString oneLine(const QString& text);
 
 /// A word as it must be typed for a command line to hold it whole.
 QString quoted(const QString& word);
+
+}  // namespace korvel

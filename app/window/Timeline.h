@@ -5,6 +5,8 @@
 #include <memory>
 #include <vector>
 
+namespace korvel {
+
 /// What stands in a track.
 struct TimelineItem {
   enum class Kind { eClip, eGap, eTransition, eNested };
@@ -36,4 +38,7 @@ struct Timeline {
   std::vector<TimelineTrack> tracks;
 };
 using TimelinePtr = std::shared_ptr<const Timeline>;
-Q_DECLARE_METATYPE(TimelinePtr)
+
+}  // namespace korvel
+
+Q_DECLARE_METATYPE(korvel::TimelinePtr)

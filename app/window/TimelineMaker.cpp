@@ -7,6 +7,8 @@
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr double kLongest = 1e7;  // seconds; a length beyond it is a mistake in the file
@@ -133,3 +135,5 @@ TimelinePtr makeTimeline(const QString& cookie) {
   timeline->cookie = cookie;
   return timeline;
 }
+
+}  // namespace korvel

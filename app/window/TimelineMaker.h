@@ -3,6 +3,8 @@
 #include "app/window/Timeline.h"
 #include "station/base/Json.h"
 
+namespace korvel {
+
 /// Draws up the timeline of an edit or log of the open project, which is loaded for it if need be.
 /// Host thread.
 TimelinePtr makeTimeline(const QString& cookie);
@@ -10,3 +12,5 @@ TimelinePtr makeTimeline(const QString& cookie);
 /// The tracks of an OpenTimelineIO timeline. A track that does not tell its items' lengths has
 /// items of no length; nothing in a file can make this fail.
 Timeline timelineOf(const JsonValue& otio);
+
+}  // namespace korvel

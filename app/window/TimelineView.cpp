@@ -11,6 +11,8 @@
 #include "app/window/Appearance.h"
 #include "app/window/Texts.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kHeadWidth = 104;
@@ -350,3 +352,5 @@ bool TimelineView::viewportEvent(QEvent* event) {
   }
   return QAbstractScrollArea::viewportEvent(event);
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "app/window/Timeline.h"
 
+namespace korvel {
+
 /// Draws an edit to scale: a row a track, the highest on top, under a ruler. The whole edit fits
 /// the width at first; Ctrl and the wheel, "+", "-" and "0" change that. The arrow keys go from
 /// clip to clip.
@@ -65,3 +67,5 @@ class TimelineView : public QAbstractScrollArea {
 
 /// "00:00:03:12": hours, minutes, seconds and frames of a time.
 QString timecode(double seconds, double rate);
+
+}  // namespace korvel

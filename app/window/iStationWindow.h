@@ -8,6 +8,8 @@
 #include "station/base/HostThread.h"
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// What shows the station in a window, beside the console. Its thread draws what the host thread
 /// last told of itself, and hands actions over to it; it never waits for the host thread.
 class iStationWindow {
@@ -35,3 +37,5 @@ class iStationWindow {
 
 /// Makes the window of a program that has one; a failure says why none can be opened.
 using WindowMaker = std::function<Result<std::unique_ptr<iStationWindow>>()>;
+
+}  // namespace korvel

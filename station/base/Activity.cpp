@@ -3,6 +3,8 @@
 #include <mutex>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 std::mutex mutex;
@@ -24,3 +26,5 @@ Activity currentActivity() {
   const std::lock_guard lock(mutex);
   return now;
 }
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <string>
 
+namespace korvel {
+
 /// What the host thread is at, for whoever wonders why it does not answer.
 struct Activity {
   std::string what;  ///< "message EditSaved"; empty for nothing in particular
@@ -24,3 +26,5 @@ class ActivityScope {
 
 /// What is named now. Any thread; never waits for the host thread.
 Activity currentActivity();
+
+}  // namespace korvel

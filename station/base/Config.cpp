@@ -5,6 +5,10 @@
 
 #include "station/base/StationSettings.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 std::string_view withoutBlanks(std::string_view text) {
@@ -14,6 +18,8 @@ std::string_view withoutBlanks(std::string_view text) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 int config_int(const char* key, int defaultValue) {
   const auto& config = settings().config;

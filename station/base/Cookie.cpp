@@ -10,6 +10,10 @@
 
 #include "station/base/StationSettings.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 constexpr char kDigits[] = "0123456789abcdef";
@@ -85,6 +89,8 @@ Cookie fromName(std::string_view name) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 Cookie::Cookie(const UUID& uuid, char type, std::uint8_t subtype, std::uint8_t extra) {
   if (!isKindLetter(type)) return;

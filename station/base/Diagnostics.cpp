@@ -8,6 +8,10 @@
 #include "host/base/Log.h"
 #include "station/base/DiagnosticStream.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 std::mutex writerMutex;
@@ -48,6 +52,8 @@ void setDiagnosticWriter(std::function<void(const std::string& text)> replacing)
   const std::lock_guard lock(writerMutex);
   writer() = std::move(replacing);
 }
+
+}  // namespace korvel
 
 void assertionFailed(const char* condition, const char* place) {
   print(std::string("assertion failed ") + orEmpty(condition) + " at " + orEmpty(place) + "\n");

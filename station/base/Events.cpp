@@ -1,5 +1,7 @@
 #include "station/base/Events.h"
 
+namespace korvel {
+
 namespace {
 
 /// Takes events while nobody listens.
@@ -30,3 +32,5 @@ Origin currentOrigin() { return remoteScopes > 0 ? Origin::eRemote : Origin::eLo
 RemoteChangeScope::RemoteChangeScope() { ++remoteScopes; }
 
 RemoteChangeScope::~RemoteChangeScope() { --remoteScopes; }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 
 #include "host/base/Cookie.h"
 
+namespace korvel {
+
 /// Where a change came from.
 enum class Origin { eLocal, eRemote };
 
@@ -64,3 +66,5 @@ class RemoteChangeScope {
   RemoteChangeScope& operator=(const RemoteChangeScope&) = delete;
   ~RemoteChangeScope();
 };
+
+}  // namespace korvel

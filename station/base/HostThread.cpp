@@ -2,6 +2,8 @@
 
 #include <utility>
 
+namespace korvel {
+
 void HostThread::post(Task task) {
   {
     const std::lock_guard lock(mutex_);
@@ -85,3 +87,5 @@ void HostThread::queueWhatIsDue() {
   for (auto each = later_.begin(); each != end; ++each) tasks_.push_back(std::move(each->second));
   later_.erase(later_.begin(), end);
 }
+
+}  // namespace korvel

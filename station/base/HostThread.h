@@ -10,6 +10,8 @@
 #include <mutex>
 #include <string>
 
+namespace korvel {
+
 /// The station's one host thread: documents, managers, notifications and the delivery of datagrams
 /// all run on it.
 ///
@@ -65,3 +67,5 @@ class HostThread {
   bool deliveryTurn_ = false;
   bool stopped_ = false;
 };
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 
 #include "station/base/JsonNumber.h"
 
+namespace korvel {
+
 namespace {
 
 const std::string kEmptyText;
@@ -140,3 +142,5 @@ bool operator==(const JsonValue& a, const JsonValue& b) {
   }
   return false;
 }
+
+}  // namespace korvel

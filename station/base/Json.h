@@ -7,6 +7,8 @@
 
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// A JSON value that loses nothing: numbers keep their spelling (integers beyond 64 bits, "1.0"
 /// against "1"), `NaN`, `Inf` and their negatives are numbers, objects keep the order of their
 /// keys. Text is UTF-8; bytes that are not UTF-8 are kept. A plain value; may be used on any
@@ -91,3 +93,5 @@ std::string writeJson(const JsonValue& value);
 
 /// Writes with two blanks of indentation a level, as files are stored.
 std::string writeJsonIndented(const JsonValue& value);
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cmath>
 
+namespace korvel {
+
 namespace {
 
 /// Exponents of more digits are compared by their spelling.
@@ -125,3 +127,5 @@ std::string spellDouble(double value) {
   if (isWholeNumber(text)) text += ".0";
   return text;
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+namespace korvel {
+
 // The spellings of JSON numbers, which include NaN, Inf and Infinity here.
 
 /// How many characters at the head of `text` are one number; 0 when it does not begin with one.
@@ -19,3 +21,5 @@ bool sameNumber(std::string_view a, std::string_view b);
 
 /// The shortest spelling that reads back the same double; never that of a whole number.
 std::string spellDouble(double value);
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include "station/base/Json.h"
 #include "station/base/JsonNumber.h"
 
+namespace korvel {
+
 // A reader of its own, because edit files hold numbers that the usual libraries refuse or round
 // (1e400, integers beyond 64 bits, "1.0" against "1") and none may be lost.
 
@@ -235,3 +237,5 @@ Result<JsonValue> parseJson(std::string_view text) {
     return Error{ErrorCode::eSystem, "there is not enough memory to read it", {}};
   }
 }
+
+}  // namespace korvel

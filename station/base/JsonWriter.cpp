@@ -2,6 +2,8 @@
 
 #include "station/base/Json.h"
 
+namespace korvel {
+
 namespace {
 
 std::uint8_t byteAt(std::string_view text, std::size_t index) {
@@ -156,3 +158,5 @@ std::string writeJsonIndented(const JsonValue& value) {
   writer.write(value);
   return writer.take() + '\n';
 }
+
+}  // namespace korvel

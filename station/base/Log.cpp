@@ -18,6 +18,10 @@
 #include "station/base/PipeWriter.h"
 #include "station/base/StationSettings.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 /// The host log file of the settings, opened when the first line is written to it. Where it is a
@@ -144,6 +148,8 @@ void writeToFile(const std::string& text) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 void writeLog(const std::string& text) {
   writeToFile(text);

@@ -7,6 +7,8 @@
 #include "host/base/Log.h"
 #include "host/base/Text.h"
 
+namespace korvel {
+
 namespace {
 
 /// Wider or more precise than any line needs, and small enough to cost nothing.
@@ -138,6 +140,10 @@ std::string convert(const Conversion& conversion, const LogArgument& argument) {
 }
 
 }  // namespace
+
+}  // namespace korvel
+
+using namespace korvel;
 
 LogArgument::LogArgument(const LightweightString<wchar_t>& value)
     : kind(eText), text(toUTF8(value).view()) {}

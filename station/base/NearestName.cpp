@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace korvel {
+
 std::size_t editDistance(std::string_view a, std::string_view b) {
   std::vector<std::size_t> beforeLast;
   std::vector<std::size_t> last;
@@ -34,3 +36,5 @@ std::string nearestName(const std::string& typed, const std::vector<std::string>
   }
   return nearest;
 }
+
+}  // namespace korvel

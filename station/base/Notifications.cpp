@@ -5,6 +5,8 @@
 
 #include "station/base/Events.h"
 
+namespace korvel {
+
 namespace {
 
 std::deque<Notification>& keptNotifications() {
@@ -32,3 +34,5 @@ void notifyUser(const std::string& text) {
 }
 
 const std::deque<Notification>& notifications() { return keptNotifications(); }
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include <deque>
 #include <string>
 
+namespace korvel {
+
 /// A text for the user that no panel took.
 struct Notification {
   std::chrono::system_clock::time_point time;
@@ -22,3 +24,5 @@ void notifyUser(const std::string& text);
 const std::deque<Notification>& notifications();
 
 inline constexpr std::size_t kMostNotifications = 10'000;
+
+}  // namespace korvel

@@ -15,6 +15,8 @@
 
 #include "station/base/QuietThread.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kMillisecondsBetweenOpens = 50;
@@ -159,3 +161,5 @@ bool isNamedPipe(const std::string& path) {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
+
+}  // namespace korvel

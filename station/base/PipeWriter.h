@@ -7,6 +7,8 @@
 #include <string>
 #include <thread>
 
+namespace korvel {
+
 /// Writes lines to a pipe, a socket or a terminal on a thread of its own, so that a reader that
 /// stops reading never holds up who has something to write.
 ///
@@ -80,3 +82,5 @@ bool isReadBySomebody(int descriptor);
 
 /// Whether a path leads to a named pipe, which opening for writing would wait at for a reader.
 bool isNamedPipe(const std::string& path);
+
+}  // namespace korvel

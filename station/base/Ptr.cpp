@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+namespace korvel {
+
 namespace {
 
 /// An object's count. It is the key itself, so that finding a count costs nothing.
@@ -14,6 +16,10 @@ constexpr long kDying = 1L << 40;
 Count& countOf(void* refCountId) { return *static_cast<Count*>(refCountId); }
 
 }  // namespace
+
+}  // namespace korvel
+
+using namespace korvel;
 
 namespace Kv {
 

@@ -5,6 +5,8 @@
 #include <thread>
 #include <utility>
 
+namespace korvel {
+
 /// A thread that no signal is delivered to: those are the main thread's.
 template <typename Work>
 std::thread threadWithoutSignals(Work work) {
@@ -16,3 +18,5 @@ std::thread threadWithoutSignals(Work work) {
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   return thread;
 }
+
+}  // namespace korvel

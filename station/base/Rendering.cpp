@@ -8,6 +8,8 @@
 
 #include "station/base/Strings.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kGap = "  ";
@@ -191,3 +193,5 @@ std::string renderForPeople(const JsonValue& value) {
   if (value.isObject()) return keysAndValues(value);
   return value.isArray() ? list(value.elements()) : cell(value);
 }
+
+}  // namespace korvel

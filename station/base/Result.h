@@ -4,6 +4,8 @@
 #include <utility>
 #include <variant>
 
+namespace korvel {
+
 /// What kind of failure an operation met.
 enum class ErrorCode {
   eUsage,      ///< the request makes no sense as it stands: a wrong word, number or name
@@ -66,3 +68,5 @@ class [[nodiscard]] Result<void> {
   bool failed_ = false;
   Error error_;
 };
+
+}  // namespace korvel

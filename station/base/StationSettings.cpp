@@ -4,6 +4,8 @@
 
 #include "host/base/Text.h"
 
+namespace korvel {
+
 namespace {
 
 StationSettings installed;
@@ -24,3 +26,5 @@ int machineNumberFor(const std::string& host) {
   }
   return static_cast<int>(hash % 65535U) + 1;
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+namespace korvel {
+
 /// A local media directory and the network form under which all stations know it; both without a
 /// trailing separator.
 struct MediaDirectory {
@@ -39,3 +41,5 @@ void installSettings(StationSettings settings);
 /// is the FNV-1a hash (32 bits, offset 2166136261, prime 16777619) of the upper-cased name's UTF-8
 /// bytes, modulo 65535, plus 1.
 int machineNumberFor(const std::string& host);
+
+}  // namespace korvel

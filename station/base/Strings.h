@@ -6,6 +6,8 @@
 #include "host/base/LightweightString.h"
 #include "host/base/Text.h"
 
+namespace korvel {
+
 // The station keeps UTF-8 in std::string; the host's interfaces speak LightweightString. Any
 // thread.
 
@@ -39,3 +41,5 @@ inline std::string shownText(std::string_view utf8) { return shownText(wideText(
 
 /// The same between double quotes, as names stand in sentences.
 inline std::string inQuotes(std::string_view utf8) { return "\"" + shownText(utf8) + "\""; }
+
+}  // namespace korvel

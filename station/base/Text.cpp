@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+namespace korvel {
+
 namespace {
 
 constexpr std::uint32_t kEscape = 0xDC00;
@@ -91,6 +93,10 @@ void appendUpperCase(std::wstring& upper, std::vector<UChar32>& run) {
 }
 
 }  // namespace
+
+}  // namespace korvel
+
+using namespace korvel;
 
 LightweightString<char> toUTF8(const LightweightString<wchar_t>& text) {
   std::string bytes;

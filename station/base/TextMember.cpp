@@ -4,6 +4,8 @@
 
 #include "station/base/Strings.h"
 
+namespace korvel {
+
 namespace {
 
 bool isAscii(const std::string& text) {
@@ -35,3 +37,5 @@ JsonValue::Member textMember(const std::string& key, const std::string& text) {
   if (isUtf8(text)) return {key, text};
   return {key + "_hex", hexText(text)};
 }
+
+}  // namespace korvel

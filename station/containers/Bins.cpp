@@ -4,6 +4,10 @@
 #include "station/project/ProjectFolder.h"
 #include "station/project/Records.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 Bins* theBins = nullptr;
@@ -17,6 +21,8 @@ Bins::~Bins() {
 }
 
 Bins* Bins::instance() { return theBins; }
+
+}  // namespace korvel
 
 BinManager* BinManager::instance() { return Bins::instance(); }
 

@@ -2,6 +2,8 @@
 
 #include "station/containers/CookieListManager.h"
 
+namespace korvel {
+
 /// The open project's bins, each the file <cookie>.json of the project's folder. Building one makes
 /// it the host's BinManager. Host thread.
 class Bins : public CookieListManager<BinManager, BinData> {
@@ -12,3 +14,5 @@ class Bins : public CookieListManager<BinManager, BinData> {
   /// The one built last, or null.
   static Bins* instance();
 };
+
+}  // namespace korvel

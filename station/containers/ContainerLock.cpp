@@ -5,6 +5,8 @@
 #include "station/base/Strings.h"
 #include "station/os/HostFileManager.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kTries = 400;
@@ -75,3 +77,5 @@ ContainerLock::~ContainerLock() {
   file_.reset();
   OS().fileManager().removeFile(wideText(path_));
 }
+
+}  // namespace korvel

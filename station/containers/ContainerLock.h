@@ -7,6 +7,8 @@
 
 class iFile;
 
+namespace korvel {
+
 /// Keeps other stations from changing one container while this one reads, changes and writes it.
 ///
 /// The lock is the exclusive open of a hidden file beside the container's (".<cookie>.json.lock").
@@ -31,3 +33,5 @@ class ContainerLock {
   Kv::Ptr<iFile> file_;
   Result<void> taken_;
 };
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "host/containers/ContainerManager.h"
 #include "station/notify/NotifierList.h"
 
+namespace korvel {
+
 /// What makes a part of the project one of the host's managers: its listeners, who are told of each
 /// change with a Modification<Data>. `Part` is a ContainerPart. Host thread.
 template <typename Manager, typename Data, typename Part>
@@ -30,3 +32,5 @@ class ContainerNotifier : public Manager, public Part {
  private:
   NotifierList listeners_;
 };
+
+}  // namespace korvel

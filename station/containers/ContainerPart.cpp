@@ -12,6 +12,8 @@
 #include "station/project/ObjectNames.h"
 #include "station/project/Records.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr std::uint32_t kRewritten =
@@ -249,3 +251,5 @@ void ContainerPart::tell(const Cookie& cookie, const std::string& how, std::uint
   events().changed(kind_.word, cookie, how, currentOrigin());
   notify(cookie, flags);
 }
+
+}  // namespace korvel

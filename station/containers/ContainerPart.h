@@ -12,6 +12,8 @@
 #include "station/base/Result.h"
 #include "station/project/iProjectPart.h"
 
+namespace korvel {
+
 /// What is particular to one kind of container.
 struct ContainerKind {
   std::string word;     ///< as users and events name it: "bin"
@@ -114,3 +116,5 @@ class ContainerPart : public iProjectPart {
   std::map<Cookie, Container> containers_;
   std::map<std::string, std::set<Cookie>> byName_;
 };
+
+}  // namespace korvel

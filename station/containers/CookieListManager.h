@@ -3,6 +3,8 @@
 #include "station/containers/ContainerNotifier.h"
 #include "station/containers/CookieLists.h"
 
+namespace korvel {
+
 /// The host's manager of a kind of container that holds cookies: bins and racks. Host thread.
 template <typename Manager, typename Data>
 class CookieListManager : public ContainerNotifier<Manager, Data, CookieLists> {
@@ -14,3 +16,5 @@ class CookieListManager : public ContainerNotifier<Manager, Data, CookieLists> {
   }
   void reload(const Cookie& cookie) override { this->readAgain(cookie); }
 };
+
+}  // namespace korvel

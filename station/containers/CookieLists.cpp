@@ -4,6 +4,8 @@
 
 #include "station/base/Strings.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kContents = "contents";
@@ -74,3 +76,5 @@ std::string CookieLists::contentProblem(const JsonValue& content) const {
   }
   return {};
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "station/containers/ContainerPart.h"
 
+namespace korvel {
+
 /// Containers that hold other objects, by cookie: bins and racks. An object stands in a container
 /// once, in the order in which they were added. Host thread.
 class CookieLists : public ContainerPart {
@@ -27,3 +29,5 @@ class CookieLists : public ContainerPart {
  protected:
   [[nodiscard]] std::string contentProblem(const JsonValue& content) const override;
 };
+
+}  // namespace korvel

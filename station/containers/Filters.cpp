@@ -6,6 +6,10 @@
 #include "station/project/ProjectFolder.h"
 #include "station/project/Records.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 constexpr const char* kText = "filter";
@@ -46,6 +50,8 @@ std::string Filters::fileInAnyProject(const Cookie& filter) const {
 std::string Filters::contentProblem(const JsonValue& content) const {
   return content.isString() ? "" : "it has no text under \"filter\"";
 }
+
+}  // namespace korvel
 
 ProjectFilterManager* ProjectFilterManager::instance() { return Filters::instance(); }
 

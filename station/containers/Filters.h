@@ -3,6 +3,8 @@
 #include "station/containers/ContainerNotifier.h"
 #include "station/containers/ContainerPart.h"
 
+namespace korvel {
+
 /// The open project's filters, each the file <cookie>.json of the project's folder, with its text
 /// under "filter". Building one makes it the host's ProjectFilterManager. Host thread.
 class Filters : public ContainerNotifier<ProjectFilterManager, BinData, ContainerPart> {
@@ -27,3 +29,5 @@ class Filters : public ContainerNotifier<ProjectFilterManager, BinData, Containe
  protected:
   [[nodiscard]] std::string contentProblem(const JsonValue& content) const override;
 };
+
+}  // namespace korvel

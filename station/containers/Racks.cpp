@@ -1,5 +1,9 @@
 #include "station/containers/Racks.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 Racks* theRacks = nullptr;
@@ -13,5 +17,7 @@ Racks::~Racks() {
 }
 
 Racks* Racks::instance() { return theRacks; }
+
+}  // namespace korvel
 
 RackManager* RackManager::instance() { return Racks::instance(); }

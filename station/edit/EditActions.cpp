@@ -15,6 +15,8 @@
 #include "station/project/ProjectListeners.h"
 #include "station/project/Projects.h"
 
+namespace korvel {
+
 namespace {
 
 Edits& edits() { return *Edits::instance(); }
@@ -300,3 +302,5 @@ bool EditActions::isAllowed(const Cookie& cookie) {
   const auto* permissions = iPermissionsManager::instance();
   return !permissions || permissions->isModificationAllowed(cookie, eModContentsChanged);
 }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "host/base/Cookie.h"
 #include "station/base/Result.h"
 
+namespace korvel {
+
 // What the local user does with edits and logs of the open project. Every modification asks the
 // permission rules first; a refusal names the owner, and nothing changes. Host thread.
 namespace EditActions {
@@ -42,3 +44,5 @@ Result<void> give(const Cookie& cookie, const std::string& user);
 bool isAllowed(const Cookie& cookie);
 
 }  // namespace EditActions
+
+}  // namespace korvel

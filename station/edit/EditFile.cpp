@@ -10,6 +10,8 @@
 #include "station/project/ObjectNames.h"
 #include "station/project/ProjectListeners.h"
 
+namespace korvel {
+
 namespace {
 
 Result<OtioDocument> parsed(const Result<std::string>& bytes) {
@@ -174,3 +176,5 @@ void EditFile::Configuration::set(const LightweightString<char>& key,
 LightweightString<char> EditFile::Configuration::get(const LightweightString<char>& key) const {
   return hostText(document_.setting(key.str()));
 }
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 #include "host/edit/Edit.h"
 #include "station/edit/OtioDocument.h"
 
+namespace korvel {
+
 /// One loaded edit or log: its document in memory and what this station knows besides. Host thread.
 class EditFile : public Edit {
  public:
@@ -128,3 +130,5 @@ class EditFile : public Edit {
   bool hasLocalChanges_ = false;
   bool celCuesOn_ = false;
 };
+
+}  // namespace korvel

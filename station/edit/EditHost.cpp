@@ -13,6 +13,10 @@
 #include "station/project/Projects.h"
 #include "station/wire/MessageFields.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 EditFile* fileOf(Edit* edit) { return static_cast<EditFile*>(edit); }
@@ -41,6 +45,8 @@ std::string lookElsewhere(const Cookie& cookie, const Cookie& open) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 EditPtr::~EditPtr() { i_close(); }
 

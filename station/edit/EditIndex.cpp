@@ -1,5 +1,7 @@
 #include "station/edit/EditIndex.h"
 
+namespace korvel {
+
 void EditIndex::put(const Cookie& cookie, EditSummary summary) {
   remove(cookie);
   if (summary.problem.empty()) byName_.emplace(summary.name, cookie);
@@ -39,3 +41,5 @@ void EditIndex::findByName(const std::string& name, std::vector<NamedObject>& fo
   auto [at, end] = byName_.equal_range(name);
   for (; at != end; ++at) found.push_back({at->second, name});
 }
+
+}  // namespace korvel

@@ -11,6 +11,8 @@
 #include "station/edit/EditSummary.h"
 #include "station/project/iProjectPart.h"
 
+namespace korvel {
+
 /// The open project's edits and logs by cookie and by name, without their documents. Host thread.
 class EditIndex {
  public:
@@ -44,3 +46,5 @@ class EditIndex {
   std::unordered_multimap<std::string, Cookie> byName_;
   std::set<Cookie> stale_;
 };
+
+}  // namespace korvel

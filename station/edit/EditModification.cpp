@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+namespace korvel {
+
 namespace {
 
 constexpr char kFieldSeparator = ';';
@@ -77,6 +79,10 @@ bool takeField(std::string_view& text, bool& more, std::string_view& field) {
 }
 
 }  // namespace
+
+}  // namespace korvel
+
+using namespace korvel;
 
 EditModification::EditModification(const LightweightString<char>& text) {
   std::string_view rest = text.view();

@@ -8,6 +8,8 @@
 
 #include "station/base/Json.h"
 
+namespace korvel {
+
 namespace {
 
 Error broken(const std::string& why) {
@@ -130,3 +132,5 @@ Result<EditSummary> readEditSummary(const std::string& bytes) try {
 } catch (const std::bad_alloc&) {
   return Error{ErrorCode::eSystem, "there is not enough memory to read it.", {}};
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// What lists show of an edit or log.
 struct EditSummary {
   std::string name;
@@ -17,3 +19,5 @@ struct EditSummary {
 /// looked through in a moment. Checks the schema and that the text is whole, but not all of its
 /// grammar: opening the edit does. Failure: eBadContent, and what is wrong.
 Result<EditSummary> readEditSummary(const std::string& bytes);
+
+}  // namespace korvel

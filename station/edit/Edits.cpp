@@ -7,6 +7,8 @@
 #include "station/os/SharedFiles.h"
 #include "station/project/DelayedReread.h"
 
+namespace korvel {
+
 namespace {
 
 Edits* theEdits = nullptr;
@@ -325,3 +327,5 @@ std::string Edits::ownerOf(const Cookie& cookie) const {
   const EditSummary* known = index_.find(cookie);
   return known ? known->owner : std::string();
 }
+
+}  // namespace korvel

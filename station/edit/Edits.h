@@ -10,6 +10,8 @@
 #include "station/edit/EditIndex.h"
 #include "station/project/iProjectPart.h"
 
+namespace korvel {
+
 /// The open project's edits (cookie kind 'E') and logs (kind 'S'): an index of all, and the
 /// documents of those that are open, held by an EditPtr or changed. Each is the file
 /// "<cookie>.otio" in the project's folder. Host thread. One object a process.
@@ -111,3 +113,5 @@ class Edits : public iProjectPart {
   std::map<Cookie, std::unique_ptr<EditFile>> loaded_;
   std::vector<std::unique_ptr<EditFile>> gone_;  ///< unloaded while something still held them
 };
+
+}  // namespace korvel

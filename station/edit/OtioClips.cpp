@@ -6,6 +6,8 @@
 
 #include "station/base/Strings.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr double kLargestExactInteger = 9007199254740992.0;
@@ -167,3 +169,5 @@ Result<void> trimClip(JsonValue& timeline, const std::string& path, const ClipRa
   setTime(*stored, "duration", range.end - range.start, rate);
   return {};
 }
+
+}  // namespace korvel

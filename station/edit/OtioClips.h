@@ -6,6 +6,8 @@
 #include "station/base/Json.h"
 #include "station/base/Result.h"
 
+namespace korvel {
+
 // The clips of an OpenTimelineIO timeline. A clip is named by its path of child indices from the
 // timeline's stack of tracks, "0/2/1": the first track's third child, a stack, and that one's
 // second child.
@@ -43,3 +45,5 @@ ClipInfo availableMaterial(const JsonValue& timeline, const std::string& path);
 /// that frame, and numbers keep their kind (whole or not). Failure, with nothing changed: no such
 /// clip, a clip without a frame rate, a range that is empty, reversed or not finite.
 Result<void> trimClip(JsonValue& timeline, const std::string& path, const ClipRange& range);
+
+}  // namespace korvel

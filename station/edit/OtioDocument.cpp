@@ -1,5 +1,7 @@
 #include "station/edit/OtioDocument.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kSchema = "OTIO_SCHEMA";
@@ -116,3 +118,5 @@ JsonValue& OtioDocument::ownBlock() {
   json_.find(kMetadata)->find(kBlock)->remove("logType");
   return *json_.find(kMetadata)->find(kBlock);
 }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "station/base/Json.h"
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// An edit or log as an OpenTimelineIO timeline. Whatever this station does not know (schemas,
 /// keys, numbers) is kept as it stands. The station's own data is one block of the timeline's
 /// metadata:
@@ -59,3 +61,5 @@ class OtioDocument {
 
   JsonValue json_;
 };
+
+}  // namespace korvel

@@ -2,10 +2,14 @@
 
 #include <utility>
 
+using namespace korvel;
+
 ThumbnailRenderTaskQueue& ThumbnailRenderTaskQueue::instance() {
   static ThumbnailQueue queue;
   return queue;
 }
+
+namespace korvel {
 
 ThumbnailQueue::~ThumbnailQueue() {
   {
@@ -44,3 +48,5 @@ void ThumbnailQueue::work() {
     isRendering_ = false;
   }
 }
+
+}  // namespace korvel

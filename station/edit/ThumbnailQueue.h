@@ -8,6 +8,8 @@
 
 #include "host/edit/ThumbnailRenderTaskQueue.h"
 
+namespace korvel {
+
 /// Works tasks off in order on a thread of its own, which is started by the first of them. The end
 /// of the queue waits for the task that runs and drops the others.
 class ThumbnailQueue : public ThumbnailRenderTaskQueue {
@@ -34,3 +36,5 @@ class ThumbnailQueue : public ThumbnailRenderTaskQueue {
   bool isEnding_ = false;
   std::thread worker_;
 };
+
+}  // namespace korvel

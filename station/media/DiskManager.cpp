@@ -4,6 +4,8 @@
 #include "station/media/MediaFiles.h"
 #include "station/media/MediaPaths.h"
 
+using namespace korvel;
+
 LightweightString<wchar_t> DiskManager::convertLocalToUNC(const MaterialFilename& file) {
   return wideText(networkForm(utf8Text(file.getOsPath())));
 }

@@ -11,10 +11,14 @@
 #include "station/project/ObjectNames.h"
 #include "station/project/Records.h"
 
+using namespace korvel;
+
 const NotifyMsgType SystemCache::fileAddedMsgType_ = 1;
 const NotifyMsgType SystemCache::fileRemovedMsgType_ = 2;
 const NotifyMsgType SystemCache::proxyAddedMsgType_ = 3;
 const NotifyMsgType SystemCache::proxyRemovedMsgType_ = 4;
+
+namespace korvel {
 
 namespace {
 
@@ -95,7 +99,11 @@ MediaCache& MediaCache::instance() {
   return made;
 }
 
+}  // namespace korvel
+
 SystemCache& SystemCache::instance() { return MediaCache::instance(); }
+
+namespace korvel {
 
 Result<Cookie> MediaCache::addMedia(const std::string& path) { return add(path, {}); }
 
@@ -277,3 +285,5 @@ void MediaCache::tell(const MediaFile& file, NotifyMsgType asMain, NotifyMsgType
   events().changed("media", material.cookie, how, currentOrigin());
   listeners_.notify(main ? asProxy : asMain, &entry);
 }
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 #include "station/notify/NotifierList.h"
 #include "station/project/iProjectPart.h"
 
+namespace korvel {
+
 /// The media files of the open project, and those that other stations told of.
 ///
 /// A file that a user adds here is recorded in the project's folder, one record a file, so that a
@@ -82,3 +84,5 @@ class MediaCache : public SystemCache, public iProjectPart {
   MediaTable table_;
   NotifierList listeners_;
 };
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <string_view>
 
+namespace korvel {
+
 namespace {
 
 constexpr std::size_t kHeadSize = 64;
@@ -104,3 +106,5 @@ const std::string& MediaFiles::headOf(const std::string& path, const Stamp& stam
   bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
   return heads_.insert_or_assign(path, Head{stamp, bytes}).first->second.bytes;
 }
+
+}  // namespace korvel

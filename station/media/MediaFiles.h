@@ -5,6 +5,8 @@
 #include <map>
 #include <string>
 
+namespace korvel {
+
 /// What a look at a media file shows.
 struct MediaLook {
   bool isOnline = false;   ///< a plain file that can be read is there
@@ -62,3 +64,5 @@ class MediaFiles {
   std::deque<std::string> order_;  ///< of opening, oldest first
   std::map<std::string, Head> heads_;
 };
+
+}  // namespace korvel

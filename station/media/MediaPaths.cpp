@@ -7,6 +7,8 @@
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 
+namespace korvel {
+
 namespace {
 
 bool hasBackslashes(const std::string& path) { return path.starts_with("\\\\"); }
@@ -69,3 +71,5 @@ std::string localForm(const std::string& networkPath) {
       longestMatch(mediaKey(networkPath), &MediaDirectory::unc, rest);
   return directory ? stemOf(directory->local) + rest : networkPath;
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "host/base/Cookie.h"
 
+namespace korvel {
+
 // Texts of media paths, UTF-8. Host thread.
 
 /// The same for every way to write one network path: a text that begins with two backslashes has
@@ -21,3 +23,5 @@ Cookie materialCookie(const std::string& localPath);
 /// path, on whole components. A path that climbs out of it ("..") is below none.
 std::string networkForm(const std::string& localPath);
 std::string localForm(const std::string& networkPath);
+
+}  // namespace korvel

@@ -2,6 +2,8 @@
 
 #include "station/media/MediaPaths.h"
 
+namespace korvel {
+
 namespace {
 
 template <typename Key>
@@ -78,3 +80,5 @@ void MediaTable::remove(const MediaFile& file) {
 }
 
 void MediaTable::clear() { *this = MediaTable(); }
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 
 #include "host/base/Cookie.h"
 
+namespace korvel {
+
 /// A media file that the station knows. Texts are UTF-8.
 struct MediaFile {
   Cookie cookie;        ///< of the material, by which other stations speak of the file
@@ -53,3 +55,5 @@ class MediaTable {
 
 /// A path's last component, as users call the file.
 std::string mediaName(const std::string& path);
+
+}  // namespace korvel

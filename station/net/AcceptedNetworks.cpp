@@ -5,6 +5,8 @@
 
 #include "station/net/SendErrors.h"
 
+namespace korvel {
+
 namespace {
 
 /// Beyond this many refused senders no further one is told.
@@ -45,3 +47,5 @@ void AcceptedNetworks::tellOnce(Ipv4 sender) {
   tellNetworkProblem("a sender refused: datagrams from " + textOf(sender) +
                      " are not taken, since accept_networks does not name its network");
 }
+
+}  // namespace korvel

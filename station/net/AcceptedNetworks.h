@@ -6,6 +6,8 @@
 
 #include "station/net/Ipv4.h"
 
+namespace korvel {
+
 /// The networks from which this station takes datagrams, as the configuration's "accept_networks"
 /// names them: "192.168.1.0/24, 10.0.0.0/8". An absent or empty value takes all. One thread.
 class AcceptedNetworks {
@@ -23,3 +25,5 @@ class AcceptedNetworks {
   std::vector<Ipv4Network> networks_;
   std::set<Ipv4> told_;
 };
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstring>
 
+namespace korvel {
+
 namespace {
 
 /// The sender of a datagram as the socket's family tells it: an IPv6 socket has IPv4 addresses in
@@ -78,3 +80,5 @@ void DatagramReader::readControl(std::size_t index) {
     }
   }
 }
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 
 #include "station/net/DuplicateFilter.h"
 
+namespace korvel {
+
 /// Reads IPv4 datagrams from a socket of either family in batches, into buffers that hold the
 /// largest that there can be. One thread.
 class DatagramReader {
@@ -51,3 +53,5 @@ class DatagramReader {
   std::size_t used_ = kBatch;
   std::uint32_t dropped_ = 0;
 };
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <functional>
 
+namespace korvel {
+
 namespace {
 
 std::uint64_t keyOf(const Datagram& datagram) {
@@ -40,3 +42,5 @@ void DuplicateFilter::forgetOldest() {
   ++found->second.forgotten;
   if (--found->second.taken == 0) messages_.erase(found);
 }
+
+}  // namespace korvel

@@ -11,6 +11,8 @@
 
 #include "station/net/Ipv4.h"
 
+namespace korvel {
+
 /// One received datagram; the bytes belong to whoever read it.
 struct Datagram {
   Ipv4 source;
@@ -53,3 +55,5 @@ class DuplicateFilter {
   std::unordered_map<std::uint64_t, Message> messages_;
   std::deque<std::pair<Time, std::uint64_t>> ages_;
 };
+
+}  // namespace korvel

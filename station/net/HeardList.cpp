@@ -17,6 +17,8 @@
 #include "station/net/SendErrors.h"
 #include "station/os/SharedFiles.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr auto kPause = std::chrono::seconds(2);
@@ -165,3 +167,5 @@ HeardList::~HeardList() {
 void HeardList::heard(Ipv4 address, std::uint16_t port) { writer_->heard(address, port); }
 
 void HeardList::sent() { writer_->sent(); }
+
+}  // namespace korvel

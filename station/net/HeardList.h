@@ -8,6 +8,8 @@
 
 #include "station/net/iTrafficObserver.h"
 
+namespace korvel {
+
 /// Whom a program hears, kept for an administrator in a folder of his choice: one small file a
 /// program, written anew every few seconds, in one step.
 ///
@@ -58,3 +60,5 @@ class HeardList : public iTrafficObserver {
   std::shared_ptr<Writer> writer_;
   std::thread thread_;
 };
+
+}  // namespace korvel

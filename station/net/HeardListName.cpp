@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <cstring>
 
+namespace korvel {
+
 namespace {
 
 /// More programs of one name than anybody starts.
@@ -59,3 +61,5 @@ HeardListName::HeardListName(const std::string& folder, const std::string& stati
     if (!isTaken(path_, claim_)) return;
   }
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "station/os/Posix.h"
 
+namespace korvel {
+
 /// The name that a program's list of heard stations has in its folder, and what people call the
 /// program there. Programs of one name on this machine are told apart: the first has the plain
 /// name, the second has "-2" in the file's and " (2)" in its own. A name is free again when its
@@ -20,3 +22,5 @@ class HeardListName {
   std::string station_;
   Descriptor claim_;  ///< a socket whose name no other program of this machine can have
 };
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 #include <memory>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 constexpr auto kListAge = std::chrono::seconds(1);
@@ -116,3 +118,5 @@ std::vector<NetworkInterface> Interfaces::list(Clock::duration age) {
   }
   return list_;
 }
+
+}  // namespace korvel

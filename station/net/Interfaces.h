@@ -8,6 +8,8 @@
 
 #include "station/net/Ipv4.h"
 
+namespace korvel {
+
 /// One address of a network interface that is up.
 struct NetworkInterface {
   std::string name;
@@ -64,3 +66,5 @@ class Interfaces {
   Clock::time_point readAt_;
   bool wasRead_ = false;
 };
+
+}  // namespace korvel

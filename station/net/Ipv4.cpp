@@ -4,6 +4,8 @@
 
 #include <charconv>
 
+namespace korvel {
+
 std::optional<Ipv4> parseIpv4(std::string_view text) {
   in_addr address{};
   if (inet_pton(AF_INET, std::string(text).c_str(), &address) != 1) return std::nullopt;
@@ -36,3 +38,5 @@ std::optional<Ipv4Network> parseIpv4Network(std::string_view text) {
     return std::nullopt;
   return Ipv4Network{*address, prefix};
 }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+namespace korvel {
+
 /// An IPv4 address, in the host's byte order. A plain value.
 struct Ipv4 {
   std::uint32_t value = 0;
@@ -33,3 +35,5 @@ struct Ipv4Network {
 
 /// "192.168.1.0/24", or one address alone; nothing for any other text.
 std::optional<Ipv4Network> parseIpv4Network(std::string_view text);
+
+}  // namespace korvel

@@ -11,6 +11,8 @@
 
 #include "station/net/SendErrors.h"
 
+namespace korvel {
+
 namespace {
 
 Error refusal(ErrorCode code, const std::string& what) { return {code, what, {}}; }
@@ -128,3 +130,5 @@ std::uint32_t ListenerSocket::droppedBySystem() const {
   if (getsockopt(socket_, SOL_SOCKET, SO_MEMINFO, memory, &size) != 0) return 0;
   return memory[SK_MEMINFO_DROPS];
 }
+
+}  // namespace korvel

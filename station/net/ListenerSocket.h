@@ -9,6 +9,8 @@
 #include "station/net/DuplicateFilter.h"
 #include "station/net/Interfaces.h"
 
+namespace korvel {
+
 /// The socket by which a station hears the others: shared with every other program that shares its
 /// port, with a buffer as large as the system gives. One thread at a time.
 class ListenerSocket {
@@ -47,3 +49,5 @@ class ListenerSocket {
   int socket_;
   std::set<Destination> joined_;
 };
+
+}  // namespace korvel

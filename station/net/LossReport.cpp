@@ -5,6 +5,8 @@
 
 #include "station/net/SendErrors.h"
 
+namespace korvel {
+
 namespace {
 
 void tellLoss(std::uint64_t& count, const std::string& why) {
@@ -52,3 +54,5 @@ void LossReport::note(Time now) {
   if (!isPending()) first_ = now;
   last_ = now;
 }
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cstdint>
 
+namespace korvel {
+
 /// Counts datagrams that this station lost, by why, and tells each kind in one event when a flood
 /// is over. One thread.
 class LossReport {
@@ -43,3 +45,5 @@ class LossReport {
   Time first_;
   Time last_;
 };
+
+}  // namespace korvel

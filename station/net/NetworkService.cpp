@@ -8,6 +8,8 @@
 #include "station/net/UdpBroadcaster.h"
 #include "station/net/UdpListener.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr Ipv4 kThisMachineAlone{0x7FFFFFFF};
@@ -71,3 +73,5 @@ Kv::Ptr<iUDPListener> NetworkService::createUDPListener(int port, unsigned /*fla
                                          observer_};
   return new UdpListener(std::move(*socket), std::move(surroundings), receiver);
 }
+
+}  // namespace korvel

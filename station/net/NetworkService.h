@@ -11,6 +11,8 @@
 #include "station/net/SenderSocket.h"
 #include "station/net/iTrafficObserver.h"
 
+namespace korvel {
+
 /// The station's datagrams: where they go and where they are heard is what settings() say. Host
 /// thread.
 class NetworkService : public iNetworkService {
@@ -42,3 +44,5 @@ class NetworkService : public iNetworkService {
   std::shared_ptr<iTrafficObserver> observer_;
   Result<void> listening_;
 };
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include "host/base/Log.h"
 #include "station/base/Events.h"
 
+namespace korvel {
+
 void tellNetworkProblem(const std::string& problem, std::uint64_t dropped) {
   Log("Network: %s\n", problem);
   events().network(problem, dropped);
@@ -37,3 +39,5 @@ void SendErrors::succeeded(const std::string& destination) {
                          " more messages did not reach it meanwhile",
                      lost);
 }
+
+}  // namespace korvel

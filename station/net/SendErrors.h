@@ -6,6 +6,8 @@
 #include <mutex>
 #include <string>
 
+namespace korvel {
+
 /// Tells a network problem, as an event and as a line of the log. Any thread.
 void tellNetworkProblem(const std::string& problem, std::uint64_t dropped = 0);
 
@@ -33,3 +35,5 @@ class SendErrors {
   std::map<std::string, State> states_;
   std::atomic<bool> areThere_{false};
 };
+
+}  // namespace korvel

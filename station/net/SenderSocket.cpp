@@ -10,6 +10,8 @@
 #include <cstring>
 #include <thread>
 
+namespace korvel {
+
 namespace {
 
 constexpr auto kPatience = std::chrono::milliseconds(10);
@@ -127,3 +129,5 @@ int SenderSocket::open() {
   socket_ = opened;
   return 0;
 }
+
+}  // namespace korvel

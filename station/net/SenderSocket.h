@@ -7,6 +7,8 @@
 
 #include "station/net/Interfaces.h"
 
+namespace korvel {
+
 /// The one socket by which this station sends. It is bound once to a port that the system chooses
 /// and keeps it for life: by that port the station knows its own datagrams. Any thread.
 class SenderSocket {
@@ -34,3 +36,5 @@ class SenderSocket {
   std::atomic<int> socket_{-1};
   std::atomic<std::uint16_t> port_{0};
 };
+
+}  // namespace korvel

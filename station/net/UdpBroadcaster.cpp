@@ -7,6 +7,8 @@
 
 #include "station/base/Events.h"
 
+namespace korvel {
+
 namespace {
 
 /// What a user can do about a failed send.
@@ -114,3 +116,5 @@ void UdpBroadcaster::tell(const Failure& failure) {
                              std::strerror(failure.error) +
                              "): " + remedyFor(failure.error, port_));
 }
+
+}  // namespace korvel

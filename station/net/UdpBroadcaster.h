@@ -11,6 +11,8 @@
 #include "station/net/SenderSocket.h"
 #include "station/net/iTrafficObserver.h"
 
+namespace korvel {
+
 /// Sends each text as one datagram to every destination. A text that no destination could be sent
 /// is no event of a sent message. Any thread.
 class UdpBroadcaster : public iUDPBroadcaster {
@@ -48,3 +50,5 @@ class UdpBroadcaster : public iUDPBroadcaster {
   std::shared_ptr<iTrafficObserver> observer_;
   SendErrors problems_;
 };
+
+}  // namespace korvel

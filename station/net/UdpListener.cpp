@@ -16,6 +16,8 @@
 #include "station/net/SendErrors.h"
 #include "station/wire/MessageFields.h"
 
+namespace korvel {
+
 namespace {
 
 /// What a queued delivery takes beside its bytes.
@@ -149,3 +151,5 @@ void UdpListener::waitForMore() {
   // A socket that cannot be read stays readable: then only the end is waited for.
   poll(waitFor, toldError_ == 0 ? 2 : 1, millisecondsToWait());
 }
+
+}  // namespace korvel

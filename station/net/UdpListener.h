@@ -16,6 +16,8 @@
 #include "station/net/SenderSocket.h"
 #include "station/net/iTrafficObserver.h"
 
+namespace korvel {
+
 /// A listener without a socket: the port could not be had.
 class NullListener : public iUDPListener {};
 
@@ -75,3 +77,5 @@ class UdpListener : public iUDPListener {
   int wake_;
   std::thread thread_;
 };
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "station/net/Ipv4.h"
 
+namespace korvel {
+
 /// Is told whom a network service hears, and that it sends. Any thread; must not wait.
 class iTrafficObserver {
  public:
@@ -15,3 +17,5 @@ class iTrafficObserver {
   /// A message left.
   virtual void sent() = 0;
 };
+
+}  // namespace korvel

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+namespace korvel {
+
 struct NotifierList::Entry {
   Kv::Ptr<CallbackInvoker<NotifyMsg>> invoker;
   bool ended = false;
@@ -49,3 +51,5 @@ void NotifierList::notify(const NotifyMsg& message) const {
 void NotifierList::notify(NotifyMsgType type, const NotifyPayload* payload) const {
   notify(NotifyMsg(type, payload));
 }
+
+}  // namespace korvel

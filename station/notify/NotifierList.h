@@ -5,6 +5,8 @@
 
 #include "host/notify/Notifier.h"
 
+namespace korvel {
+
 /// The registrations of one notifier: what an implementation of NotifierBase keeps, and notifies
 /// through. Host thread.
 class NotifierList {
@@ -32,3 +34,5 @@ class NotifierList {
 
   std::shared_ptr<Entries> entries_;
 };
+
+}  // namespace korvel

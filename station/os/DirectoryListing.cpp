@@ -10,6 +10,8 @@
 #include "host/base/Text.h"
 #include "station/os/Posix.h"
 
+namespace korvel {
+
 namespace {
 
 /// Whether an entry is a folder; asks the file system only where the folder does not tell.
@@ -87,3 +89,5 @@ bool listMatching(const std::string& pattern, int kind, int details,
                std::make_move_iterator(found.end()));
   return true;
 }
+
+}  // namespace korvel

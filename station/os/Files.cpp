@@ -7,6 +7,10 @@
 #include "station/base/StationSettings.h"
 #include "station/os/SharedFiles.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 constexpr wchar_t kSeparator = L'/';
@@ -21,6 +25,8 @@ std::string_view takeLine(std::string_view& rest) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 bool fileExists(const LightweightString<wchar_t>& path) {
   const std::string bytes = toUTF8(path).str();

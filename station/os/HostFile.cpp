@@ -5,6 +5,8 @@
 
 #include <cerrno>
 
+namespace korvel {
+
 namespace {
 
 /// How often a file that others keep removing is made again.
@@ -60,3 +62,5 @@ bool ReplacingFile::makeAgain() {
   shareLikeFolder(file_.get(), folderOf(path_));
   return true;
 }
+
+}  // namespace korvel

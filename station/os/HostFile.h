@@ -7,6 +7,8 @@
 #include "station/os/Posix.h"
 #include "station/os/WrittenFiles.h"
 
+namespace korvel {
+
 /// An open file of the host's file manager, on a descriptor that it owns.
 class HostFile : public iFile {
  public:
@@ -39,3 +41,5 @@ class ReplacingFile : public HostFile {
   std::shared_ptr<WrittenFiles> written_;
   bool replaced_ = false;
 };
+
+}  // namespace korvel

@@ -10,6 +10,8 @@
 #include "station/os/DirectoryListing.h"
 #include "station/os/HostFile.h"
 
+namespace korvel {
+
 namespace {
 
 /// How often a file is opened again that others replace or remove at the same moment.
@@ -189,3 +191,5 @@ eFileError HostFileManager::lastError() const { return lastError_; }
 std::string HostFileManager::lastErrorText() {
   return lastNumber_ == 0 ? std::string() : std::strerror(lastNumber_);
 }
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 #include "station/os/Posix.h"
 #include "station/os/WrittenFiles.h"
 
+namespace korvel {
+
 /// The host's file manager on Linux.
 ///
 /// Share mode 0 is a lock of the open file description on the whole file (F_OFD_SETLK): it excludes
@@ -34,3 +36,5 @@ class HostFileManager : public iFileManager {
 
   std::shared_ptr<WrittenFiles> written_ = std::make_shared<WrittenFiles>();
 };
+
+}  // namespace korvel

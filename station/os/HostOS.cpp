@@ -8,6 +8,10 @@
 #include "host/base/Text.h"
 #include "station/base/StationSettings.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 HostOS* current = nullptr;
@@ -24,9 +28,13 @@ LightweightString<wchar_t> wide(const std::string& text) {
 
 }  // namespace
 
+}  // namespace korvel
+
 iOS& OS() { return requireCurrent(); }
 
 iOSPrivate& OSPrivate() { return requireCurrent(); }
+
+namespace korvel {
 
 HostOS::HostOS(iNetworkService& network) : network_(network) { current = this; }
 
@@ -42,3 +50,5 @@ void HostOS::sleepMilliseconds(unsigned milliseconds) {
   // The operation is to make its caller wait so long; why is the caller's matter.
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
+
+}  // namespace korvel

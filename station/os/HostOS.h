@@ -4,6 +4,8 @@
 #include "host/os/OS.h"
 #include "station/os/HostFileManager.h"
 
+namespace korvel {
+
 /// The station's operating-system layer: what OS() and OSPrivate() return from its construction to
 /// its destruction. Names are those of the settings. Built before the first plug-in is loaded and
 /// destroyed after the last is unloaded.
@@ -25,3 +27,5 @@ class HostOS : public iOS, public iOSPrivate {
   iNetworkService& network_;
   HostFileManager files_;
 };
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 #include <thread>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 /// A removal holds a file for well under a tenth of a second, on the slowest of shares.
@@ -134,3 +136,5 @@ bool isStillAt(int descriptor, const std::string& path) {
   if (::fstat(descriptor, &open) != 0 || ::lstat(path.c_str(), &named) != 0) return false;
   return open.st_dev == named.st_dev && open.st_ino == named.st_ino;
 }
+
+}  // namespace korvel

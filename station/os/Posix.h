@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+namespace korvel {
+
 // What the files of station/os do with the operating system directly. Paths are UTF-8; failures are
 // left in errno.
 
@@ -73,3 +75,5 @@ bool waitForRemoval(int descriptor);
 /// Whether the path still leads to the open file. (A file that was replaced or removed meanwhile
 /// may be locked by its new holder as well.)
 bool isStillAt(int descriptor, const std::string& path);
+
+}  // namespace korvel

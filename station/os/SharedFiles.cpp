@@ -15,6 +15,8 @@
 
 #include "station/os/Posix.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kTemporaryTries = 100;
@@ -247,3 +249,5 @@ Error errorFromErrno(int number, const std::string& what, const std::string& pat
           "Cannot " + what + " " + path + ": " + std::strerror(number) + ". " + adviceFor(code),
           path};
 }
+
+}  // namespace korvel

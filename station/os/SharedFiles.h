@@ -6,6 +6,8 @@
 
 #include "station/base/Result.h"
 
+namespace korvel {
+
 // Files on the shared projects directory as the station's documents use them. Paths are UTF-8.
 // Every question is asked freshly: the parent directory is opened and one entry read before the
 // file is looked at, since a network file system otherwise goes on answering from its cache. Any
@@ -51,3 +53,5 @@ Result<void> makeFolder(const std::string& path);
 
 /// The code and sentence for an errno value met while doing `what` ("write", "open") to `path`.
 Error errorFromErrno(int number, const std::string& what, const std::string& path);
+
+}  // namespace korvel

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 constexpr int kEndedBySignal = 128;  // what shells add to the signal's number
@@ -52,3 +54,5 @@ void Signals::watch() {
     onFirst_();
   }
 }
+
+}  // namespace korvel

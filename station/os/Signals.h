@@ -3,6 +3,8 @@
 #include <functional>
 #include <thread>
 
+namespace korvel {
+
 /// Takes SIGINT, SIGTERM and SIGHUP for the whole program: the first calls a function, on a thread
 /// of this object; a second one ends the program at once, for a share that does not answer. SIGPIPE
 /// is ignored from now on: who writes sees the failure.
@@ -25,3 +27,5 @@ class Signals {
   int stop_ = -1;
   std::thread thread_;
 };
+
+}  // namespace korvel

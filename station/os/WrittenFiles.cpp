@@ -4,6 +4,8 @@
 
 #include "station/os/Posix.h"
 
+namespace korvel {
+
 void WrittenFiles::remember(const std::string& path, const std::string& content) {
   if (content.size() > kMaxSize) return forget(path);
   const std::lock_guard lock(mutex_);
@@ -24,3 +26,5 @@ bool WrittenFiles::isRewritten(int descriptor, const std::string& path) {
   std::string content;
   return readAll(descriptor, content) && content != found->second;
 }
+
+}  // namespace korvel

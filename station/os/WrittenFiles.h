@@ -4,6 +4,8 @@
 #include <mutex>
 #include <string>
 
+namespace korvel {
+
 /// What this process wrote whole into small files. A file that holds something else when it is to
 /// be removed was written by another since: the information file of a lock that changed hands
 /// between its release and the removal. Any thread.
@@ -23,3 +25,5 @@ class WrittenFiles {
   std::mutex mutex_;
   std::map<std::string, std::string> contents_;
 };
+
+}  // namespace korvel

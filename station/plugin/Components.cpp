@@ -2,6 +2,8 @@
 #include "host/project/iProjectShare.h"
 #include "station/plugin/InstanceRegistry.h"
 
+using namespace korvel;
+
 const LightweightString<wchar_t> iPermissionsManager::kNoOwner(L"<NOBODY>");
 
 iPermissionsManager::iPermissionsManager(const LightweightString<char>& name)

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+namespace korvel {
+
 /// The living objects of one interface, of which the host uses the one registered last. Usable
 /// while static objects are built and destroyed. Host thread.
 template <typename Interface>
@@ -20,3 +22,5 @@ class InstanceRegistry {
     return *list;
   }
 };
+
+}  // namespace korvel

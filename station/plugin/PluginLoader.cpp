@@ -5,6 +5,8 @@
 #include "station/os/SharedFiles.h"
 #include "station/plugin/ShutdownService.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kEntry = "kvPluginInstance";
@@ -95,3 +97,5 @@ void PluginLoader::close() {
   ::dlclose(library_);
   library_ = nullptr;
 }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "host/plugin/Shutdown.h"
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// Loads the station's plug-in and takes it down again. Host thread.
 class PluginLoader {
  public:
@@ -40,3 +42,5 @@ class PluginLoader {
   void* library_ = nullptr;
   KvPluginBase* plugin_ = nullptr;
 };
+
+}  // namespace korvel

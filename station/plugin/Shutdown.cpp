@@ -6,6 +6,10 @@
 #include "host/base/Log.h"
 #include "station/plugin/ShutdownService.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 struct Entry {
@@ -30,11 +34,15 @@ void callGuarded(Shutdown::Callback& callback, Shutdown::eExitType type) {
 
 }  // namespace
 
+}  // namespace korvel
+
 void Shutdown::addCallback(const Kv::Ptr<Callback>& callback, int priority) {
   if (!callback) return;
   const auto lower = [priority](const Entry& entry) { return entry.priority < priority; };
   entries().insert(std::find_if(entries().begin(), entries().end(), lower), {callback, priority});
 }
+
+namespace korvel {
 
 void runShutdownCallbacks(Shutdown::eExitType type) {
   while (!entries().empty()) {
@@ -43,3 +51,5 @@ void runShutdownCallbacks(Shutdown::eExitType type) {
     callGuarded(*first.callback, type);
   }
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "station/base/Events.h"
 
+namespace korvel {
+
 namespace {
 
 /// Looks in one task of the host thread: the station goes on answering in between.
@@ -64,3 +66,5 @@ std::vector<DelayedReread::Look> DelayedReread::takeDue() {
   }
   return due;
 }
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 
 #include "station/base/HostThread.h"
 
+namespace korvel {
+
 /// Second and third looks at what another station said it wrote.
 ///
 /// On a network file system a message can be here before what it tells of: for a moment a look
@@ -54,3 +56,5 @@ class DelayedReread {
   std::map<std::string, Arranged> arranged_;
   bool isPosted_ = false;
 };
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 #include "station/base/Strings.h"
 #include "station/os/HostFileManager.h"
 
+namespace korvel {
+
 namespace {
 
 struct Reason {
@@ -106,3 +108,5 @@ Error lockRefusal(const std::string& what, eFileError reason,
   return {
       ErrorCode::eHeld, what + " is held by " + holderText(awaitHolder(ask)) + ". " + advice, {}};
 }
+
+}  // namespace korvel

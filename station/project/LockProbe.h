@@ -7,6 +7,8 @@
 #include "host/os/iFileManager.h"
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// What a look at a lock file shows, without taking it.
 enum class LockState {
   eFree,
@@ -39,3 +41,5 @@ std::string holderText(const std::string& holder);
 Error lockRefusal(const std::string& what, eFileError reason,
                   const std::function<LightweightString<wchar_t>()>& ask,
                   const std::string& advice);
+
+}  // namespace korvel

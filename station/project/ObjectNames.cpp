@@ -2,6 +2,8 @@
 
 #include "station/base/Strings.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr std::size_t kLongestName = 1000;
@@ -37,3 +39,5 @@ Result<void> checkName(const std::string& what, const std::string& name) {
 bool travelsWhole(const std::string& text) {
   return text.find(kWireSeparator) == std::string::npos;
 }
+
+}  // namespace korvel

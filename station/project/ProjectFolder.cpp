@@ -13,6 +13,8 @@
 #include "station/base/StationSettings.h"
 #include "station/os/SharedFiles.h"
 
+namespace korvel {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -135,3 +137,5 @@ std::string timeForRecord() {
   char text[32];
   return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
+
+}  // namespace korvel

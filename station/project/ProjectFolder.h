@@ -6,6 +6,8 @@
 #include "host/base/Cookie.h"
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// The record of a project: the file "project.json" in its folder.
 struct ProjectRecord {
   std::string name;
@@ -36,3 +38,5 @@ Result<void> makeProjectFolder(const Cookie& project, const ProjectRecord& recor
 
 /// The time as records have it.
 std::string timeForRecord();
+
+}  // namespace korvel

@@ -2,6 +2,10 @@
 
 #include <algorithm>
 
+using namespace korvel;
+
+namespace korvel {
+
 ProjectListeners& ProjectListeners::instance() {
   static auto* const listeners = new ProjectListeners;
   return *listeners;
@@ -14,6 +18,8 @@ void ProjectListeners::remove(ProjectListener* listener) { std::erase(listeners_
 bool ProjectListeners::isListening(const ProjectListener* listener) const {
   return std::find(listeners_.begin(), listeners_.end(), listener) != listeners_.end();
 }
+
+}  // namespace korvel
 
 ProjectListener::ProjectListener() { ProjectListeners::instance().add(this); }
 

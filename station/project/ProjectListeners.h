@@ -4,6 +4,8 @@
 
 #include "host/project/ProjectListener.h"
 
+namespace korvel {
+
 /// Every living ProjectListener, in the order of construction. Host thread.
 class ProjectListeners {
  public:
@@ -29,3 +31,5 @@ class ProjectListeners {
 
   std::vector<ProjectListener*> listeners_;
 };
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include "station/base/StationSettings.h"
 #include "station/project/Projects.h"
 
+using namespace korvel;
+
 Cookie get_project_cookie() {
   const OpenProject* project = Projects::instance().current();
   return project ? project->cookie : Cookie();

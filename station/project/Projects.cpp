@@ -14,6 +14,8 @@
 #include "station/project/ObjectNames.h"
 #include "station/project/ProjectListeners.h"
 
+namespace korvel {
+
 namespace {
 
 Projects* theProjects = nullptr;
@@ -292,3 +294,5 @@ JsonValue Projects::state() const {
   for (const iProjectPart* part : parts_) state.set(part->stateKey(), part->state());
   return state;
 }
+
+}  // namespace korvel

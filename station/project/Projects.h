@@ -10,6 +10,8 @@
 #include "station/project/ProjectFolder.h"
 #include "station/project/iProjectPart.h"
 
+namespace korvel {
+
 /// What a list of projects shows of one.
 struct ProjectInfo {
   Cookie cookie;
@@ -90,3 +92,5 @@ class Projects {
   std::vector<iProjectPart*> parts_;
   std::unique_ptr<OpenProject> current_;
 };
+
+}  // namespace korvel

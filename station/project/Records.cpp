@@ -6,6 +6,8 @@
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr std::string_view kEnding = ".json";
@@ -57,3 +59,5 @@ void readRecords(const std::string& folder, const std::vector<std::string>& file
     if (!taken) LogBoth("%s\n", taken.error().message);
   }
 }
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 #include "host/base/Cookie.h"
 #include "station/base/Json.h"
 
+namespace korvel {
+
 // The small JSON files in a project's folder: <folder>/<cookie>.json, one object a file, whose
 // member "name" is what the user calls it. Host thread.
 
@@ -26,3 +28,5 @@ Result<JsonValue> readRecord(const std::string& path);
 void readRecords(const std::string& folder, const std::vector<std::string>& files,
                  std::string_view kinds,
                  const std::function<Result<void>(const Cookie&, JsonValue&&)>& take);
+
+}  // namespace korvel

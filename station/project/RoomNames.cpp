@@ -4,6 +4,8 @@
 
 #include "station/project/ObjectNames.h"
 
+namespace korvel {
+
 namespace {
 
 /// Leaves room for the endings of lock files in what file systems allow (255 bytes).
@@ -57,3 +59,5 @@ std::string roomNameOf(const std::string& fileName) {
   const auto again = roomFileName(name);
   return again && *again == fileName ? name : std::string();
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "station/base/Result.h"
 
+namespace korvel {
+
 // The names of rooms as file names: every byte that a file name cannot carry everywhere is written
 // as "%" and two upper-case hex digits (control characters, "/ \ : * ? " < > | %", a dot at the
 // head, a dot or blank at the end). Two names never give the same file name.
@@ -13,3 +15,5 @@ Result<std::string> roomFileName(const std::string& name);
 
 /// The name that a file name stands for; empty when it stands for none.
 std::string roomNameOf(const std::string& fileName);
+
+}  // namespace korvel

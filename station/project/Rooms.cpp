@@ -13,6 +13,8 @@
 #include "station/project/Projects.h"
 #include "station/project/RoomNames.h"
 
+namespace korvel {
+
 namespace {
 
 Rooms* theRooms = nullptr;
@@ -179,3 +181,5 @@ JsonValue Rooms::state() const {
   for (const RoomInfo& room : *rooms) all.append(shown(room));
   return all;
 }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "station/project/LockProbe.h"
 #include "station/project/iProjectPart.h"
 
+namespace korvel {
+
 /// What a list of rooms shows of one.
 struct RoomInfo {
   std::string name;
@@ -62,3 +64,5 @@ class Rooms : public iProjectPart {
   bool isShared_ = false;
   std::string current_;
 };
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "host/base/Cookie.h"
 #include "station/base/Json.h"
 
+namespace korvel {
+
 /// The project that is open on this station.
 struct OpenProject {
   Cookie cookie;
@@ -52,3 +54,5 @@ class iProjectPart {
   [[nodiscard]] virtual std::string stateKey() const = 0;
   [[nodiscard]] virtual JsonValue state() const = 0;
 };
+
+}  // namespace korvel

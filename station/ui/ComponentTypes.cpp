@@ -5,6 +5,10 @@
 #include "station/base/Strings.h"
 #include "station/ui/Desktop.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 ComponentTypes& ComponentTypes::instance() {
   static ComponentTypes types;
   return types;
@@ -46,6 +50,8 @@ Result<std::unique_ptr<GenIcon>> ComponentTypes::create(GlobCreationInfo info) {
   made.release();
   return std::unique_ptr<GenIcon>(tool);
 }
+
+}  // namespace korvel
 
 void GlobManager::registerUiComponentType(const LightweightString<char>& name, Factory factory) {
   ComponentTypes::instance().add(name, factory);

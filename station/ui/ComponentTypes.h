@@ -8,6 +8,8 @@
 #include "host/ui/GlobManager.h"
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// The types of tool that plug-ins registered, in the order in which they did. Host thread.
 class ComponentTypes {
  public:
@@ -35,3 +37,5 @@ class ComponentTypes {
 
   std::vector<Type> types_;
 };
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 #include "station/ui/ComponentTypes.h"
 #include "station/ui/Screen.h"
 
+namespace korvel {
+
 namespace {
 
 Desktop* currentDesktop = nullptr;
@@ -126,3 +128,5 @@ bool Desktop::handleMessageEvent(const LightweightString<char>& text, Glob*) {
   notifyUser(text.str());
   return true;
 }
+
+}  // namespace korvel

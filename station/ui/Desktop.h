@@ -6,6 +6,8 @@
 #include "host/ui/GenIcon.h"
 #include "station/ui/Toolbox.h"
 
+namespace korvel {
+
 /// What is kept of a tool on the desktop, to restore it later.
 struct SavedTool {
   LightweightString<char> typeName;
@@ -59,3 +61,5 @@ class Desktop : public Glob {
 
   Toolbox* toolbox_ = nullptr;
 };
+
+}  // namespace korvel

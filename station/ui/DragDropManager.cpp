@@ -2,11 +2,17 @@
 
 #include "station/ui/Desktop.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 GenIcon* draggedTool = nullptr;
 
 }  // namespace
+
+}  // namespace korvel
 
 void DragDropManager::beginDrag(GenIcon* tool) { draggedTool = tool; }
 

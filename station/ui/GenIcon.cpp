@@ -5,6 +5,10 @@
 #include "host/ui/DragDropManager.h"
 #include "station/ui/Desktop.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 /// The size of an icon whose picture is missing.
@@ -17,6 +21,8 @@ double keepWithin(double wish, double length, double room) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 GenIcon::GenIcon(const IconSet& icon, const Size& expandedSize)
     : icon_(icon), expandedSize_(expandedSize) {

@@ -5,11 +5,17 @@
 
 #include "station/ui/Screen.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 double lengthOf(double wish) { return std::isfinite(wish) && wish > 0 ? wish : 0; }
 
 }  // namespace
+
+}  // namespace korvel
 
 Glob::Glob() { Screen::instance().add(this); }
 

@@ -7,6 +7,10 @@
 #include "station/base/Strings.h"
 #include "station/ui/Resources.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 std::string doubleName(const std::string& name) {
@@ -28,6 +32,8 @@ std::string findPicture(const std::string& name, std::optional<Size>& size) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 IconSet::IconSet(const LightweightString<char>& fileName) : fileName_(fileName) {
   std::optional<Size> size;

@@ -2,6 +2,10 @@
 #include "station/ui/Desktop.h"
 #include "station/ui/Screen.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 // How texts find their widget. A source of its own, so that a test can put its own register of
 // widgets and its own way of sending in place of these.
 
@@ -15,6 +19,8 @@ bool isInToolbox(const Glob* widget) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 void Glob::sendMsg(Glob* target, const LightweightString<char>& text, Glob* sender) {
   if (!target) return;

@@ -2,6 +2,8 @@
 
 #include "station/ui/Desktop.h"
 
+namespace korvel {
+
 PanelBox::PanelBox(StandardPanel::eStandardWidget which) : which_(which) {
   Glob::resize(kSide, kSide);
 }
@@ -19,3 +21,5 @@ bool PanelBox::handleEvent(const Event& event) {
   }
   return true;
 }
+
+}  // namespace korvel

@@ -2,6 +2,8 @@
 
 #include "host/ui/StandardPanel.h"
 
+namespace korvel {
+
 /// One of the small boxes that a panel's standard widgets consist of.
 class PanelBox : public Glob {
  public:
@@ -18,3 +20,5 @@ class PanelBox : public Glob {
  private:
   StandardPanel::eStandardWidget which_;
 };
+
+}  // namespace korvel

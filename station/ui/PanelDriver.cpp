@@ -5,6 +5,8 @@
 #include "station/base/Strings.h"
 #include "station/ui/PanelBox.h"
 
+namespace korvel {
+
 namespace {
 
 Error notOpen() {
@@ -201,3 +203,5 @@ Result<JsonValue> PanelDriver::show() const {
   shown.set("prompt", utf8Text(widgets->entry->textBox().prompt()));
   return shown;
 }
+
+}  // namespace korvel

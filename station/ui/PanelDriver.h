@@ -12,6 +12,8 @@
 #include "station/base/Result.h"
 #include "station/ui/Desktop.h"
 
+namespace korvel {
+
 /// The name of the message panel's type, and of the panel.
 inline constexpr const char* kMessagePanelId = "Messager";
 
@@ -63,3 +65,5 @@ class PanelDriver {
 
   Desktop& desktop_;
 };
+
+}  // namespace korvel

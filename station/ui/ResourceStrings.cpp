@@ -4,6 +4,8 @@
 
 #include "host/base/Log.h"
 
+namespace korvel {
+
 namespace {
 
 struct ResourceString {
@@ -17,6 +19,10 @@ constexpr std::array kStrings{
 };
 
 }  // namespace
+
+}  // namespace korvel
+
+using namespace korvel;
 
 LightweightString<wchar_t> resourceStrW(unsigned number) {
   for (const ResourceString& string : kStrings) {

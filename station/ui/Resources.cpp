@@ -10,6 +10,8 @@
 
 #include "station/base/StationSettings.h"
 
+namespace korvel {
+
 namespace {
 
 // Signature, then the first chunk: its length, its name, width and height, all big-endian.
@@ -47,3 +49,5 @@ std::optional<Size> pngSize(const std::string& path) {
   return Size{static_cast<double>(bigEndianAt(head, kPngStart.size())),
               static_cast<double>(bigEndianAt(head, kPngStart.size() + 4))};
 }
+
+}  // namespace korvel

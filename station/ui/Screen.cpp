@@ -2,6 +2,10 @@
 
 #include "host/ui/Glib.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 Screen& Screen::instance() {
   static Screen screen;
   return screen;
@@ -34,6 +38,8 @@ void Screen::update() {
   ++updates_;
   if (listener_) listener_();
 }
+
+}  // namespace korvel
 
 Glib::UpdateDeferrer::UpdateDeferrer() { Screen::instance().deferUpdates(); }
 

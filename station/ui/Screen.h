@@ -7,6 +7,8 @@
 
 #include "host/ui/Glob.h"
 
+namespace korvel {
+
 /// What the toolkit knows of the one screen of a process: every living widget, the mouse, who has
 /// the keyboard and whether something waits to be shown. Host thread.
 class Screen {
@@ -58,3 +60,5 @@ class Screen {
   std::uint64_t updates_ = 0;
   std::function<void()> listener_;
 };
+
+}  // namespace korvel

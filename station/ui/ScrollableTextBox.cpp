@@ -8,6 +8,10 @@
 #include "station/base/Strings.h"
 #include "station/ui/PanelDriver.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 bool isInMessagePanel(const Glob* widget) {
@@ -18,6 +22,8 @@ bool isInMessagePanel(const Glob* widget) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 MultiLineTextBox::MultiLineTextBox() = default;
 MultiLineTextBox::~MultiLineTextBox() = default;

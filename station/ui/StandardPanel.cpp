@@ -4,6 +4,10 @@
 
 #include "station/ui/PanelBox.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 constexpr double kBoxInset = 2;
@@ -17,6 +21,8 @@ bool isBoxOf(const Glob& child, unsigned mask) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 StandardPanel::StandardPanel() : palette_(UifStd::getPalette()), colour_(palette_.window()) {}
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace korvel {
+
 namespace {
 
 bool isLineEnd(wchar_t letter) { return letter == L'\r' || letter == L'\n'; }
@@ -17,6 +19,10 @@ std::wstring onOneLine(std::wstring_view text) {
 }
 
 }  // namespace
+
+}  // namespace korvel
+
+using namespace korvel;
 
 TextBox::TextBox() = default;
 TextBox::~TextBox() = default;

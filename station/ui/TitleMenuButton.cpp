@@ -4,6 +4,8 @@
 
 #include "station/ui/Screen.h"
 
+using namespace korvel;
+
 TitleMenuButton::TitleMenuButton(const LightweightString<wchar_t>& label, const Items& items,
                                  double width, double height)
     : label_(label), items_(items), selected_(items.empty() ? kNoItem : 0) {

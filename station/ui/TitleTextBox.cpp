@@ -2,6 +2,8 @@
 
 #include "host/ui/UifStd.h"
 
+namespace korvel {
+
 namespace {
 
 /// A title's width, from the mean width of a letter.
@@ -13,6 +15,10 @@ double widthOf(const LightweightString<wchar_t>& title) {
 }
 
 }  // namespace
+
+}  // namespace korvel
+
+using namespace korvel;
 
 TitleTextBox::TitleTextBox(const LightweightString<wchar_t>& title, double width, double height)
     : title_(title), textBox_(addChild(std::make_unique<TextBox>(), UserTopRight(0, 0))) {

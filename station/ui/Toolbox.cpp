@@ -3,6 +3,8 @@
 #include "host/base/Log.h"
 #include "station/ui/ComponentTypes.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr double kWidth = 60;
@@ -61,3 +63,5 @@ void Toolbox::lineUp() {
   resize(kWidth, y);
   draw();
 }
+
+}  // namespace korvel

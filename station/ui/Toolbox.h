@@ -4,6 +4,8 @@
 
 #include "host/ui/GenIcon.h"
 
+namespace korvel {
+
 /// A column of icons at the desktop's left edge: one of every type of tool that is not on the
 /// desktop.
 class Toolbox : public Glob {
@@ -21,3 +23,5 @@ class Toolbox : public Glob {
   void addIcon(std::unique_ptr<GenIcon> icon);
   void lineUp();
 };
+
+}  // namespace korvel

@@ -1,5 +1,7 @@
 #include "host/ui/UifStd.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr double kBorder = 4;
@@ -9,6 +11,10 @@ constexpr double kButtonHeight = 20;
 constexpr double kGap = 4;
 
 }  // namespace
+
+}  // namespace korvel
+
+using namespace korvel;
 
 Palette::Palette(eTheme theme) {
   if (theme == eLight) {

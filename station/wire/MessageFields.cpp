@@ -3,6 +3,8 @@
 #include <array>
 #include <cstdlib>
 
+namespace korvel {
+
 namespace {
 
 using Member = std::string MessageFields::*;
@@ -101,3 +103,5 @@ std::string composeActionRequest(const std::string& project, const std::string& 
   }
   return text;
 }
+
+}  // namespace korvel

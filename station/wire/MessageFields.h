@@ -4,6 +4,8 @@
 #include <string_view>
 #include <vector>
 
+namespace korvel {
+
 /// The station's own view of a datagram's text, for its events and for tools: the fields as they
 /// stand on the wire.
 ///
@@ -44,3 +46,5 @@ const char* messageTypeNameOf(std::string_view wireText);
 /// `project` (a cookie's text) is open.
 std::string composeActionRequest(const std::string& project, const std::string& user, int machine,
                                  const std::string& command);
+
+}  // namespace korvel

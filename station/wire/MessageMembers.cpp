@@ -3,6 +3,8 @@
 #include "station/base/TextMember.h"
 #include "station/wire/MessageFields.h"
 
+namespace korvel {
+
 std::vector<JsonValue::Member> messageMembers(const std::string& wireText) {
   const MessageFields fields = readMessage(wireText);
   std::vector<JsonValue::Member> members{{"type", fields.type}, {"type_name", fields.typeName}};
@@ -19,3 +21,5 @@ std::vector<JsonValue::Member> messageMembers(const std::string& wireText) {
   members.emplace_back("text_hex", hexText(wireText));
   return members;
 }
+
+}  // namespace korvel

@@ -10,6 +10,8 @@
 
 #include "station/base/StationSettings.h"
 
+namespace korvel {
+
 BenchShare::BenchShare() {
   use(memory_ / "open");
   std::ofstream(projectFolder() + "/project.json") << R"({"name": "Bench", "private": false})";
@@ -53,3 +55,5 @@ std::string BenchShare::fileSystemOf(const std::string& path) {
   }
   return name;
 }
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 #include "station/project/Projects.h"
 #include "tests/fakes/ScratchFolder.h"
 
+namespace korvel {
+
 /// The plug-in's classes in front of the host's real file manager, with a project open in a
 /// projects directory on memory. One object a process.
 class BenchShare {
@@ -51,3 +53,5 @@ class BenchShare {
   Projects projects_;
   ProjectShare share_;
 };
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 
 #include "tests/bench/Figures.h"
 
+namespace korvel {
+
 namespace {
 
 /// A unit's multiples, the largest first.
@@ -138,3 +140,5 @@ int BenchTable::missed() const {
   return static_cast<int>(
       std::count_if(figures_.begin(), figures_.end(), [](const auto& f) { return !f.isKept(); }));
 }
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+namespace korvel {
+
 /// What a figure may be: a multiple of its floor, or a time.
 struct Bound {
   enum class Kind { eNone, eAtMost, eAtLeast, eTimeAtMost };
@@ -63,3 +65,5 @@ class BenchTable {
   std::vector<Figure> figures_;
   std::vector<std::string> leftOut_;
 };
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "tests/bench/Figures.h"
 
+namespace korvel {
+
 namespace {
 
 TEST(Figures, AMedianIsTheMiddleAndNotMovedByAnOutlier) {
@@ -95,3 +97,5 @@ TEST(BenchTable, AFigureAtThreeSizesShowsHowItGrows) {
 }
 
 }  // namespace
+
+}  // namespace korvel

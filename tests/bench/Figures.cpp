@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+namespace korvel {
+
 double median(std::vector<double> values) {
   if (values.empty()) return 0;
   std::sort(values.begin(), values.end());
@@ -38,3 +40,5 @@ double fittedExponent(const std::vector<std::pair<double, double>>& figuresBySiz
   const double spread = count * sumXX - sumX * sumX;
   return count < 2 || spread <= 0 ? 0 : (count * sumXY - sumX * sumY) / spread;
 }
+
+}  // namespace korvel

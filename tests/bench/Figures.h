@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+namespace korvel {
+
 // The arithmetic behind the tables.
 
 /// The middle of the values, or the mean of the middle two; 0 for none.
@@ -16,3 +18,5 @@ double percentile(std::vector<double> values, double share);
 /// best, 0 for constant, 1 for proportional, 2 for quadratic. Points that are not positive do not
 /// count; 0 for fewer than two.
 double fittedExponent(const std::vector<std::pair<double, double>>& figuresBySize);
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace korvel {
+
 namespace {
 
 constexpr int kFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW;
@@ -110,3 +112,5 @@ bool HandWrittenLock::removeLocked(const std::string& path, const std::string& c
       ::unlink(path.c_str()) == 0;
   return closeFile(file) && removed;
 }
+
+}  // namespace korvel

@@ -2,6 +2,8 @@
 
 #include <string>
 
+namespace korvel {
+
 /// What taking and releasing a lock asks of the system at least, written down by hand: the measure
 /// of what the classes in front of it cost.
 ///
@@ -38,3 +40,5 @@ class HandWrittenLock {
   std::string name_;
   int held_ = -1;
 };
+
+}  // namespace korvel

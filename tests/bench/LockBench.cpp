@@ -8,6 +8,8 @@
 #include "tests/bench/HandWrittenLock.h"
 #include "tests/bench/MicroBench.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kOtherFiles[] = {10, 1'000, 10'000};
@@ -136,3 +138,5 @@ void addLockPairs(MicroBench& to) {
   if (const auto disk = bench().disk()) addFor(to, *disk, BenchShare::fileSystemOf(*disk));
   for (const int files : {1'000, 10'000, 100'000}) addActiveUsers(to, files);
 }
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include "tests/bench/BenchShare.h"
 #include "tests/bench/MicroBench.h"
 
+namespace korvel {
+
 namespace {
 
 using Text = LightweightString<char>;
@@ -99,3 +101,5 @@ void addMessagePairs(MicroBench& to) {
                        Text(std::string_view(std::string(letters, 'x')))));
   }
 }
+
+}  // namespace korvel

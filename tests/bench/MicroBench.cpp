@@ -5,6 +5,8 @@
 
 #include "tests/bench/Figures.h"
 
+namespace korvel {
+
 namespace {
 
 /// Keeps the repetitions' times by benchmark.
@@ -67,3 +69,5 @@ bool MicroBench::run(BenchTable& table) const {
   }
   return isWhole;
 }
+
+}  // namespace korvel

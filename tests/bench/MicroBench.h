@@ -8,6 +8,8 @@
 
 #include "tests/bench/BenchTable.h"
 
+namespace korvel {
+
 /// An operation of ours and the same by hand, to be measured in turns by Google Benchmark.
 struct BenchPair {
   using Body = std::function<void(benchmark::State&)>;
@@ -44,3 +46,5 @@ class MicroBench {
 void addMessagePairs(MicroBench& bench);
 void addLockPairs(MicroBench& bench);
 void addPermissionPairs(MicroBench& bench);
+
+}  // namespace korvel

@@ -10,6 +10,8 @@
 #include "tests/bench/ProjectFiles.h"
 #include "tests/fakes/ScratchFolder.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr std::size_t kReceivers[] = {1, 4, 16};
@@ -158,3 +160,5 @@ bool measureRate(BenchTable& table, const std::string& programs) {
   }
   return true;
 }
+
+}  // namespace korvel

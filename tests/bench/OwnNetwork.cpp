@@ -10,6 +10,8 @@
 
 #include <cstring>
 
+namespace korvel {
+
 namespace {
 
 constexpr char kLoopback[] = "lo";
@@ -49,3 +51,5 @@ bool enterOwnNetwork() {
   if (socket >= 0) ::close(socket);
   return isReady;
 }
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include <thread>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 constexpr auto kPatience = std::chrono::seconds(15);
@@ -109,3 +111,5 @@ std::optional<double> PeerGroup::rate(std::uint32_t count) {
   }
   return std::nullopt;
 }
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 #include "tests/bench/PeerProcess.h"
 #include "tests/bench/peer/Board.h"
 
+namespace korvel {
+
 /// One way in which messages get from process to process.
 struct Transport {
   std::string name;
@@ -54,3 +56,5 @@ class PeerGroup {
   std::vector<std::unique_ptr<PeerProcess>> peers_;  ///< the first sends
   double interval_ = 0;  ///< the shortest between messages at which none was lost
 };
+
+}  // namespace korvel

@@ -12,6 +12,8 @@
 #include <thread>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 constexpr auto kPatience = std::chrono::seconds(5);
@@ -96,3 +98,5 @@ bool PeerProcess::finish() {
   }
   return pid_ < 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
+
+}  // namespace korvel

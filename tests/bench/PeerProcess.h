@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+namespace korvel {
+
 /// A program that the measurements start, speak to line by line, and end. The process never
 /// outlives the object.
 class PeerProcess {
@@ -38,3 +40,5 @@ class PeerProcess {
   Clock::time_point started_;
   std::string pending_;
 };
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 #include "tests/bench/BenchShare.h"
 #include "tests/bench/MicroBench.h"
 
+namespace korvel {
+
 namespace {
 
 /// So many objects with their owners, asked for in an order of no pattern.
@@ -66,3 +68,5 @@ void addPermissionPairs(MicroBench& to) {
             [] { owned.reset(); }});
   }
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "tests/bench/BenchTable.h"
 
+namespace korvel {
+
 // Measurements between processes and of whole processes. Each adds its figures to the table; false
 // when it could not be made, which is told on standard error. `programs` is the folder of the
 // programs that are measured.
@@ -15,3 +17,5 @@ bool measureRate(BenchTable& table, const std::string& programs);
 bool measureUserList(BenchTable& table, const std::string& programs);
 bool measureEntering(BenchTable& table, const std::string& programs);
 bool measureStart(BenchTable& table, const std::string& programs);
+
+}  // namespace korvel

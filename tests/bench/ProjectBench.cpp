@@ -9,6 +9,8 @@
 #include "tests/bench/ProjectFiles.h"
 #include "tests/fakes/ScratchFolder.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kRounds = 9;
@@ -125,3 +127,5 @@ bool measureStart(BenchTable& table, const std::string& programs) {
   }
   return true;
 }
+
+}  // namespace korvel

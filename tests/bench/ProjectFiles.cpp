@@ -6,6 +6,8 @@
 #include "station/edit/OtioDocument.h"
 #include "tests/bench/peer/Payload.h"
 
+namespace korvel {
+
 void writeBenchProject(const std::string& projectsDirectory, std::uint32_t edits) {
   const std::string folder = projectsDirectory + "/" + kBenchProject;
   std::filesystem::create_directories(folder);
@@ -21,3 +23,5 @@ void writeBenchProject(const std::string& projectsDirectory, std::uint32_t edits
     std::ofstream(folder + "/" + benchEdit(number) + ".otio") << text;
   }
 }
+
+}  // namespace korvel

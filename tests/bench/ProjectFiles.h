@@ -3,6 +3,10 @@
 #include <cstdint>
 #include <string>
 
+namespace korvel {
+
 /// Writes a projects directory with the measurements' project in it, which holds so many edits, as
 /// a station leaves them.
 void writeBenchProject(const std::string& projectsDirectory, std::uint32_t edits);
+
+}  // namespace korvel

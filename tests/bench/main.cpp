@@ -13,6 +13,10 @@
 #include "tests/bench/OwnNetwork.h"
 #include "tests/bench/ProcessBench.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 using Measure = bool (*)(BenchTable& table, const std::string& programs);
@@ -114,6 +118,8 @@ int runGroups(const std::vector<std::string>& names) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 int main(int argc, char** argv) {
   const std::vector<std::string> names(argv + 1, argv + argc);

@@ -1,6 +1,8 @@
 #include "tests/contract/FileManagerContract.h"
 #include "tests/fakes/FakeHost.h"
 
+using namespace korvel;
+
 namespace {
 
 class FakeFilesUnderTest : public FileManagerUnderTest {

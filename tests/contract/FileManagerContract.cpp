@@ -2,6 +2,8 @@
 
 #include <vector>
 
+namespace korvel {
+
 TEST_P(FileManagerContract, AMissingFileIsNotOpenedUnlessItMayBeMade) {
   EXPECT_FALSE(open("a", eFileRead, eFileOpenExisting, eFileShareRead));
   EXPECT_EQ(files().lastError(), eFileError::eMissing);
@@ -179,3 +181,5 @@ TEST_P(FileManagerContract, NamesMayHoldWhatPeopleType) {
     EXPECT_FALSE(exists(name)) << name;
   }
 }
+
+}  // namespace korvel

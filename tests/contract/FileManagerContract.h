@@ -8,6 +8,8 @@
 #include "host/base/Text.h"
 #include "host/os/iFileManager.h"
 
+namespace korvel {
+
 /// A file manager and an existing empty folder that it may work in.
 class FileManagerUnderTest {
  public:
@@ -65,3 +67,5 @@ class FileManagerContract
  private:
   std::unique_ptr<FileManagerUnderTest> subject_ = GetParam()();
 };
+
+}  // namespace korvel

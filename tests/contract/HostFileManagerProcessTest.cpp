@@ -12,6 +12,8 @@
 #include "tests/contract/HostFilesFixture.h"
 #include "tests/fakes/ForkedProcess.h"
 
+using namespace korvel;
+
 namespace {
 
 /// What several processes count together.

@@ -17,6 +17,8 @@
 #include "tests/fakes/ForkedProcess.h"
 #include "tests/support/Slowdown.h"
 
+using namespace korvel;
+
 using HostFileManagerTest = HostFilesFixture;
 
 namespace {

@@ -2,6 +2,8 @@
 #include "tests/contract/FileManagerContract.h"
 #include "tests/fakes/ScratchFolder.h"
 
+using namespace korvel;
+
 namespace {
 
 class HostFileManagerUnderTest : public FileManagerUnderTest {

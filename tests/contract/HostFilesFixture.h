@@ -8,6 +8,8 @@
 #include "station/os/HostFileManager.h"
 #include "tests/fakes/ScratchFolder.h"
 
+namespace korvel {
+
 /// The station's file manager in a folder of its own.
 class HostFilesFixture : public testing::Test {
  protected:
@@ -37,3 +39,5 @@ class HostFilesFixture : public testing::Test {
   ScratchFolder folder_;
   HostFileManager files_;
 };
+
+}  // namespace korvel

@@ -15,6 +15,8 @@
 #include "tests/support/BecomesTrue.h"
 #include "tests/support/RecordedEvents.h"
 
+using namespace korvel;
+
 namespace {
 
 /// Notes what arrives, with the origin that changes would have meanwhile.

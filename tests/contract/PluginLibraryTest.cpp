@@ -5,6 +5,8 @@
 
 #include "tests/doc/SourceText.h"
 
+using namespace korvel;
+
 // What the host's loader sees of ProjectShare.so.
 
 namespace {

@@ -5,6 +5,8 @@
 
 #include "tests/doc/SourceText.h"
 
+using namespace korvel;
+
 namespace {
 
 const std::string kRoot = KV_SOURCE_DIR;

@@ -9,6 +9,8 @@
 #include "tests/doc/SourceText.h"
 #include "tests/fakes/FakeHost.h"
 
+using namespace korvel;
+
 // docs/host-seam.md lists what the plug-in needs of a host. These tests compare its tables with the
 // library's undefined symbols, with the host's headers and with the plug-in's sources.
 

@@ -7,6 +7,8 @@
 
 #include "tests/doc/SourceText.h"
 
+using namespace korvel;
+
 // Who may include whom. The folders' order is the product's architecture: the plug-in knows the
 // host's interfaces alone, so that it can be built against another host; the station reaches the
 // plug-in as any host does.

@@ -6,6 +6,8 @@
 
 #include "station/base/Json.h"
 
+namespace korvel {
+
 namespace {
 
 std::string kindOf(const JsonValue& value) {
@@ -79,3 +81,5 @@ std::string JsonShape::differences(const std::string& output) const {
   }
   return found;
 }
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+namespace korvel {
+
 /// The shape of a command's JSON as docs/kv-share-json.md gives it: a table of paths, each with the
 /// kind of its value.
 ///
@@ -28,3 +30,5 @@ class JsonShape {
 
   std::vector<Row> rows_;
 };
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 
 #include "tests/unit/tools/ToolRun.h"
 
+using namespace korvel;
+
 namespace {
 
 /// A line that the page types, and what it shows after it.

@@ -6,6 +6,8 @@
 #include "tests/doc/SourceText.h"
 #include "tests/share/SharedStations.h"
 
+using namespace korvel;
+
 // The pages name every command and option that the programs have, and none that they have not.
 
 namespace {

@@ -11,6 +11,8 @@
 #include "tests/tour/StationProcess.h"
 #include "tests/unit/tools/ToolRun.h"
 
+using namespace korvel;
+
 // Compares what kv-share writes with docs/kv-share-json.md.
 
 namespace {

@@ -8,6 +8,8 @@
 #include <regex>
 #include <sstream>
 
+namespace korvel {
+
 std::string readText(const std::filesystem::path& file) {
   std::ifstream stream(file, std::ios::binary);
   std::ostringstream text;
@@ -65,3 +67,5 @@ std::vector<std::string> linesOf(const std::string& command) {
   for (std::string line; std::getline(stream, line);) lines.push_back(line);
   return lines;
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+namespace korvel {
+
 /// A file's text; empty when it cannot be read.
 std::string readText(const std::filesystem::path& file);
 
@@ -18,3 +20,5 @@ bool hasWord(const std::string& text, const std::string& word);
 
 /// What a shell command prints, line by line.
 std::vector<std::string> linesOf(const std::string& command);
+
+}  // namespace korvel

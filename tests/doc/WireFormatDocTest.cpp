@@ -9,6 +9,8 @@
 #include "tests/fakes/FakeServices.h"
 #include "tests/support/WireFields.h"
 
+using namespace korvel;
+
 // Checks the examples of docs/wire-format.md byte by byte.
 
 namespace {

@@ -3,6 +3,8 @@
 #include "host/base/Text.h"
 #include "tests/fakes/FakeHost.h"
 
+using namespace korvel;
+
 BinManager* BinManager::instance() { return &FakeHost::current().bins; }
 RackManager* RackManager::instance() { return &FakeHost::current().racks; }
 ProjectFilterManager* ProjectFilterManager::instance() { return &FakeHost::current().filters; }

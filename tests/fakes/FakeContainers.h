@@ -5,6 +5,8 @@
 #include "host/containers/ContainerManager.h"
 #include "tests/fakes/FakeNotifier.h"
 
+namespace korvel {
+
 /// Bins or racks: notes what is asked, and notifies when a test says so.
 template <typename Manager, typename Data>
 class FakeContainerManager : public Manager {
@@ -62,3 +64,5 @@ class FakeFilters : public ProjectFilterManager {
  private:
   Journal& journal_;
 };
+
+}  // namespace korvel

@@ -3,6 +3,10 @@
 #include "host/base/Text.h"
 #include "tests/fakes/FakeHost.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 void FakeConfig::set(const LightweightString<char>& key, const LightweightString<char>& value) {
   journal_.did("configb::set", {cookie_, key, value});
   values[key.str()] = value.str();
@@ -72,6 +76,8 @@ namespace {
 FakeEdit* fake(Edit* edit) { return dynamic_cast<FakeEdit*>(edit); }
 
 }  // namespace
+
+}  // namespace korvel
 
 EditPtr::~EditPtr() { i_close(); }
 
@@ -144,10 +150,14 @@ LightweightString<wchar_t> getFilenameForCookie(const Cookie& cookie, const Cook
   return host.fileOf(cookie, ".otio");
 }
 
+namespace korvel {
+
 bool FakeThumbnails::isIdle() const {
   journal_.asked("ThumbnailRenderTaskQueue::isIdle");
   return busyAnswers-- <= 0;
 }
+
+}  // namespace korvel
 
 ThumbnailRenderTaskQueue& ThumbnailRenderTaskQueue::instance() {
   return FakeHost::current().thumbnails;

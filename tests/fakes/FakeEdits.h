@@ -11,6 +11,8 @@
 #include "host/edit/ThumbnailRenderTaskQueue.h"
 #include "tests/fakes/Journal.h"
 
+namespace korvel {
+
 /// An edit's configuration on memory.
 class FakeConfig : public configb {
  public:
@@ -99,3 +101,5 @@ class FakeThumbnails : public ThumbnailRenderTaskQueue {
  private:
   Journal& journal_;
 };
+
+}  // namespace korvel

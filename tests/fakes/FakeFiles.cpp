@@ -6,6 +6,8 @@
 #include "host/base/Text.h"
 #include "tests/fakes/FakeHost.h"
 
+namespace korvel {
+
 class FakeFiles::OpenFile : public iFile {
  public:
   OpenFile(std::shared_ptr<Opening> opening, std::shared_ptr<std::string> bytes, bool replace)
@@ -150,3 +152,5 @@ bool FakeFiles::markFile(const LightweightString<wchar_t>& path, int value) {
   if (!has(name)) put(name, "");
   return true;
 }
+
+}  // namespace korvel

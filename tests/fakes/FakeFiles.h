@@ -10,6 +10,8 @@
 #include "host/os/iFileManager.h"
 #include "tests/fakes/Journal.h"
 
+namespace korvel {
+
 /// A file manager on memory. Paths are given as UTF-8; folders need not be made. Opens exclude each
 /// other as share modes ask, inside this process and against what a test puts into `heldElsewhere`.
 class FakeFiles : public iFileManager {
@@ -61,3 +63,5 @@ class FakeFiles : public iFileManager {
   std::vector<std::weak_ptr<Opening>> openings_;
   eFileError lastError_ = eFileError::eNone;
 };
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 #include "station/base/Events.h"
 #include "station/base/StationSettings.h"
 
+namespace korvel {
+
 namespace {
 
 FakeHost* currentHost = nullptr;
@@ -62,3 +64,5 @@ LightweightString<wchar_t> FakeHost::fileOf(const Cookie& cookie, const char* en
   return os.projectsDirectory + project.current.asWString() + L"/" + cookie.asWString() +
          fromUTF8(ending);
 }
+
+}  // namespace korvel

@@ -14,6 +14,8 @@
 #include "tests/fakes/FakeUi.h"
 #include "tests/fakes/Journal.h"
 
+namespace korvel {
+
 /// A whole host on memory, behind the host's own static operations: one member a folder of host/.
 ///
 /// A test makes one before anything of the plug-in. Its members are set to what a station in
@@ -59,3 +61,5 @@ class FakeHost {
   FakeHost* outer_;
   std::unique_ptr<LogSink> logSink_;
 };
+
+}  // namespace korvel

@@ -3,12 +3,16 @@
 #include "host/base/Text.h"
 #include "tests/fakes/FakeHost.h"
 
+using namespace korvel;
+
 const NotifyMsgType SystemCache::fileAddedMsgType_ = 301;
 const NotifyMsgType SystemCache::fileRemovedMsgType_ = 302;
 const NotifyMsgType SystemCache::proxyAddedMsgType_ = 303;
 const NotifyMsgType SystemCache::proxyRemovedMsgType_ = 304;
 
 SystemCache& SystemCache::instance() { return FakeHost::current().media; }
+
+namespace korvel {
 
 void FakeMedia::addFile(const Cookie& cookie, const MaterialFilename& file, bool isProxy) {
   journal_.did("SystemCache::addFile", {cookie, file.getPath(), isProxy});
@@ -17,6 +21,8 @@ void FakeMedia::addFile(const Cookie& cookie, const MaterialFilename& file, bool
 void FakeMedia::removeFile(const Cookie& cookie, bool isProxy, int what) {
   journal_.did("SystemCache::removeFile", {cookie, isProxy, what});
 }
+
+}  // namespace korvel
 
 LightweightString<wchar_t> DiskManager::convertLocalToUNC(const MaterialFilename& file) {
   const std::string path = toUTF8(file.getPath()).str();

@@ -8,6 +8,8 @@
 #include "host/media/SystemCache.h"
 #include "tests/fakes/FakeNotifier.h"
 
+namespace korvel {
+
 /// The media cache: notes what is asked, and notifies when a test says so.
 class FakeMedia : public SystemCache {
  public:
@@ -27,3 +29,5 @@ class FakeMedia : public SystemCache {
  private:
   Journal& journal_;
 };
+
+}  // namespace korvel

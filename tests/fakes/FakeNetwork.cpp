@@ -4,6 +4,8 @@
 
 #include "tests/fakes/FakeHost.h"
 
+namespace korvel {
+
 class FakeNetwork::Sender : public iUDPBroadcaster {
  public:
   explicit Sender(int port) : port_(port) {}
@@ -54,3 +56,5 @@ Kv::Ptr<iUDPListener> FakeNetwork::createUDPListener(int port, unsigned flags,
   listeners.push_back({port, flags, receiver});
   return new Listener(port, receiver);
 }
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 #include "host/net/iNetworkService.h"
 #include "tests/fakes/Journal.h"
 
+namespace korvel {
+
 /// Received bytes in a test's hand.
 class FakeMemHolder : public iMemHolder {
  public:
@@ -47,3 +49,5 @@ class FakeNetwork : public iNetworkService {
 
   Journal& journal_;
 };
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "tests/fakes/FakeHost.h"
 
+namespace korvel {
+
 class FakeRegistrations::EntryGuard : public Kv::Guard {
  public:
   EntryGuard(std::shared_ptr<Entry> entry, const std::string& name)
@@ -39,3 +41,5 @@ std::size_t FakeRegistrations::size() const {
       std::count_if(entries_.begin(), entries_.end(),
                     [](const auto& entry) { return static_cast<bool>(entry->invoker); }));
 }
+
+}  // namespace korvel

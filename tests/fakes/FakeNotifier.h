@@ -7,6 +7,8 @@
 #include "host/notify/Notifier.h"
 #include "tests/fakes/Journal.h"
 
+namespace korvel {
+
 /// Keeps a fake notifier's registrations and delivers to them, in their order. Notes
 /// "NAME::registerInternal" and, when a guard is released, "NAME::endRegistration".
 class FakeRegistrations {
@@ -30,3 +32,5 @@ class FakeRegistrations {
   std::string name_;
   std::vector<std::shared_ptr<Entry>> entries_;
 };
+
+}  // namespace korvel

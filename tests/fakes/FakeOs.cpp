@@ -7,12 +7,18 @@
 #include "host/os/Files.h"
 #include "tests/fakes/FakeHost.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 iFileManager& FakeOs::fileManager() { return files_; }
 iNetworkService& FakeOs::networkService() { return network_; }
 
 void FakeOs::sleepMilliseconds(unsigned milliseconds) {
   journal_.did("OS::sleepMilliseconds", {milliseconds});
 }
+
+}  // namespace korvel
 
 iOS& OS() { return FakeHost::current().os; }
 iOSPrivate& OSPrivate() { return FakeHost::current().os; }

@@ -3,6 +3,8 @@
 #include "host/os/OS.h"
 #include "tests/fakes/Journal.h"
 
+namespace korvel {
+
 class FakeFiles;
 class FakeNetwork;
 
@@ -27,3 +29,5 @@ class FakeOs : public iOS, public iOSPrivate {
   FakeFiles& files_;
   FakeNetwork& network_;
 };
+
+}  // namespace korvel

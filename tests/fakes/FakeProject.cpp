@@ -4,6 +4,10 @@
 
 #include "tests/fakes/FakeHost.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 std::vector<ProjectListener*>& listeners() {
@@ -12,6 +16,8 @@ std::vector<ProjectListener*>& listeners() {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 ProjectListener::ProjectListener() {
   listeners().push_back(this);
@@ -23,9 +29,13 @@ ProjectListener::~ProjectListener() {
   FakeHost::current().journal.did("~ProjectListener");
 }
 
+namespace korvel {
+
 void FakeProject::eachListener(const std::function<void(ProjectListener&)>& event) {
   for (ProjectListener* listener : std::vector(listeners())) event(*listener);
 }
+
+}  // namespace korvel
 
 Cookie get_project_cookie() { return FakeHost::current().project.current; }
 
@@ -43,6 +53,8 @@ void ProjectSpacesManager::refreshCurrentLobby() {
   FakeHost::current().journal.did("ProjectSpacesManager::refreshCurrentLobby");
 }
 
+namespace korvel {
+
 CommandMap::Index FakeCommands::findCommand(const LightweightString<char>& name) const {
   journal_.asked("CommandMap::findCommand", {name});
   const auto found = std::find(names.begin(), names.end(), name.str());
@@ -52,5 +64,7 @@ CommandMap::Index FakeCommands::findCommand(const LightweightString<char>& name)
 void FakeCommands::callCommand(Index index, const CommandContext&) {
   journal_.did("CommandMap::callCommand", {index < names.size() ? names[index] : "no command"});
 }
+
+}  // namespace korvel
 
 CommandMap& CommandMap::theCommandMap() { return FakeHost::current().commands; }

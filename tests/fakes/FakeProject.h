@@ -9,6 +9,8 @@
 #include "host/project/ProjectSpacesManager.h"
 #include "tests/fakes/Journal.h"
 
+namespace korvel {
+
 /// Which project is open, in which kind of space, and who listens.
 class FakeProject {
  public:
@@ -31,3 +33,5 @@ class FakeCommands : public CommandMap {
  private:
   Journal& journal_;
 };
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 #include "host/project/iProjectShare.h"
 #include "tests/fakes/FakeHost.h"
 
+namespace korvel {
+
 /// A project-share service that only knows the local user; every lock is refused.
 class FakeProjectShare : public iProjectShare {
  public:
@@ -55,3 +57,5 @@ class FakePermissions : public iPermissionsManager {
   [[nodiscard]] bool canManageCurrentProjectSpace() const override { return true; }
   [[nodiscard]] bool canTranferOwnership() const override { return true; }
 };
+
+}  // namespace korvel

@@ -2,6 +2,10 @@
 
 #include "tests/fakes/FakeHost.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 std::string idOf(Glob* glob) {
@@ -15,6 +19,8 @@ bool FakeGlob::handleMessageEvent(const LightweightString<char>& text, Glob*) {
   texts.push_back(text.str());
   return true;
 }
+
+}  // namespace korvel
 
 void Glob::sendMsg(Glob* target, const LightweightString<char>& text, Glob* sender) {
   FakeHost::current().journal.did("Glob::sendMsg", {idOf(target), text, idOf(sender)});

@@ -7,6 +7,8 @@
 #include "host/ui/GlobManager.h"
 #include "tests/fakes/Journal.h"
 
+namespace korvel {
+
 /// A widget that keeps the texts it was sent.
 class FakeGlob : public Glob {
  public:
@@ -21,3 +23,5 @@ class FakeUi {
  public:
   std::map<std::string, Glob*> globs;
 };
+
+}  // namespace korvel

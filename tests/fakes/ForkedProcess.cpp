@@ -10,6 +10,8 @@
 #include <csignal>
 #include <cstdlib>
 
+namespace korvel {
+
 namespace {
 
 constexpr int kPatience = 10'000;  // milliseconds
@@ -82,3 +84,5 @@ int runWithTinyFileSystem(const char* folder, int readOnly, const std::function<
   const int result = child.wait();
   return result == kNoMount ? -2 : result;
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include <functional>
 
+namespace korvel {
+
 /// A pipe through which one process tells another that something happened.
 class Signal {
  public:
@@ -46,3 +48,5 @@ int runAsOrdinaryUser(const std::function<int()>& function);
 /// Runs a function in a forked process where a file system of one page is mounted at `folder`,
 /// read-only if `readOnly` is not 0; its result, or -2 where this system allows no mounts.
 int runWithTinyFileSystem(const char* folder, int readOnly, const std::function<int()>& function);
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "host/base/Text.h"
 
+namespace korvel {
+
 namespace {
 
 std::string callText(const std::string& what, std::initializer_list<NotedArgument> arguments) {
@@ -42,3 +44,5 @@ void Journal::note(const std::string& line) {
   lines_.push_back(line);
   if (onLine) onLine(line);
 }
+
+}  // namespace korvel

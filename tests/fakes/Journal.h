@@ -8,6 +8,8 @@
 #include "host/base/Cookie.h"
 #include "host/base/LightweightString.h"
 
+namespace korvel {
+
 /// One argument of a noted call, as text: wide text as UTF-8, cookies in their text form.
 struct NotedArgument {
   NotedArgument(const char* value) : text(value) {}                           // NOLINT
@@ -51,3 +53,5 @@ class Journal {
 
   std::vector<std::string> lines_;
 };
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <string>
 
+namespace korvel {
+
 /// A new empty folder for one test, removed with all that is in it when the test ends.
 class ScratchFolder {
  public:
@@ -33,3 +35,5 @@ class ScratchFolder {
  private:
   std::string path_;
 };
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 
 #include "tests/unit/documents/DocumentStation.h"
 
+using namespace korvel;
+
 namespace {
 
 using EditSaveFaults = DocumentStation;

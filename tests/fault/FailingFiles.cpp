@@ -17,6 +17,10 @@
 
 #include "tests/fault/FaultControl.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 // Preloaded into a program, this stands between it and the C library: operations on the files of
 // one folder are counted, and the chosen one fails, is cut short, hangs, or is the program's last.
 
@@ -191,6 +195,8 @@ bool isLock(int command) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 extern "C" {
 

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdint>
 
+namespace korvel {
+
 /// What happens to the one operation that is chosen.
 enum class FaultAction : int {
   eNone,
@@ -32,3 +34,5 @@ static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 /// files it watches.
 inline constexpr const char* kFaultControlVariable = "KV_FAULT_CONTROL";
 inline constexpr const char* kFaultFolderVariable = "KV_FAULT_FOLDER";
+
+}  // namespace korvel

@@ -13,6 +13,8 @@
 #include "station/base/Json.h"
 #include "station/edit/OtioDocument.h"
 
+namespace korvel {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -319,3 +321,5 @@ std::string FaultSession::normal(const JsonValue& value) const {
   for (const std::string& part : parts) text += part + " ";
   return text + (value.isArray() ? "]" : "}");
 }
+
+}  // namespace korvel

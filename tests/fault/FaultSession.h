@@ -9,6 +9,8 @@
 #include "tests/fault/MappedFaultControl.h"
 #include "tests/tour/StationProcess.h"
 
+namespace korvel {
+
 /// What happens to which operation of a session.
 struct Fault {
   std::uint64_t at = 0;  ///< the operation's number, from 1; 0 for none
@@ -75,3 +77,5 @@ class FaultSession {
   std::string expected_;  ///< what it shows when there is no fault
   std::uint64_t operations_ = 0;
 };
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <random>
 
+using namespace korvel;
+
 namespace {
 
 /// A sample of the sessions that fault_sweep leads one by one, another one with each operation that

@@ -9,6 +9,10 @@
 
 #include "tests/fault/FaultSession.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 // fault_sweep [STEP [VERBOSE]]: meets every operation (every STEP-th) of a session with every
 // fault, one at a time, and prints a line for each kind of fault: name, passed or failed, why,
 // seconds.
@@ -68,6 +72,8 @@ std::string sentence(const Sweep& done) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 int main(int count, char** words) {
   const std::string wanted = count > 1 ? words[1] : "";

@@ -10,6 +10,8 @@
 #include "tests/tour/StationProcess.h"
 #include "tests/unit/tools/ToolRun.h"
 
+using namespace korvel;
+
 // A share that hangs: an operation on it never comes back.
 
 namespace {

@@ -19,6 +19,8 @@
 #include "tests/fakes/ForkedProcess.h"
 #include "tests/fakes/ScratchFolder.h"
 
+using namespace korvel;
+
 // Eight processes fight for one lock. By itself this takes a few seconds; with
 // KV_LOCK_FIGHT_SECONDS it goes on as long as that says, and each fight must reach its share of 100
 // 000 acquisitions. KV_LOCK_FIGHT_FOLDER names a folder to fight in, such as one on a network

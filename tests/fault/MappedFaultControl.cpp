@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <string>
 
+namespace korvel {
+
 MappedFaultControl::MappedFaultControl() {
   const std::string name = "/dev/shm/kv-fault-control-" + std::to_string(::getpid());
   const int file = ::open(name.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
@@ -23,3 +25,5 @@ MappedFaultControl::~MappedFaultControl() {
   ::unlink(std::getenv(kFaultControlVariable));
   ::munmap(control_, sizeof(FaultControl));
 }
+
+}  // namespace korvel

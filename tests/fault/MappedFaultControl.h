@@ -2,6 +2,8 @@
 
 #include "tests/fault/FaultControl.h"
 
+namespace korvel {
+
 /// A control file of this process, found by the programs that it starts with the library
 /// FailingFiles preloaded. Zero at first; the file goes with the object.
 class MappedFaultControl {
@@ -16,3 +18,5 @@ class MappedFaultControl {
  private:
   FaultControl* control_;
 };
+
+}  // namespace korvel

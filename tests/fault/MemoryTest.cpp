@@ -5,6 +5,8 @@
 #include "station/edit/OtioDocument.h"
 #include "tests/unit/documents/DocumentStation.h"
 
+using namespace korvel;
+
 // Every allocation of this program can be made to fail.
 
 namespace {

@@ -1,6 +1,8 @@
 #include "host/base/Cookie.h"
 #include "tests/fuzz/Fuzz.h"
 
+namespace korvel {
+
 // A cookie's text form is the only text that gives the cookie, and any text names some cookie.
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -12,3 +14,5 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (named.empty()) mustBeEqual("a name's cookie", "null", text);
   return 0;
 }
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include "tests/fakes/FakeHost.h"
 #include "tests/fuzz/Fuzz.h"
 
+namespace korvel {
+
 // Any datagram can be received, and none makes a station send one. The record is read as in
 // WireTextFuzz; here it is applied.
 
@@ -20,3 +22,5 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   }
   return 0;
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 #include "station/edit/OtioDocument.h"
 #include "tests/fuzz/Fuzz.h"
 
+namespace korvel {
+
 // An edit's file from elsewhere: what can be opened is listed too, its export gives back what it
 // was, and every clip with a frame rate can be trimmed.
 
@@ -26,3 +28,5 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   }
   return 0;
 }
+
+}  // namespace korvel

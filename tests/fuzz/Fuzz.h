@@ -12,6 +12,8 @@
 /// One input; called by libFuzzer or by the replay.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
+namespace korvel {
+
 /// The input as text; assertion reports, which a target expects by the thousand, are not printed.
 inline std::string_view inputText(const std::uint8_t* data, std::size_t size) {
   static const bool isQuiet = [] {
@@ -29,3 +31,5 @@ inline void mustBeEqual(const char* what, std::string_view one, std::string_view
                std::string(other).c_str());
   std::abort();
 }
+
+}  // namespace korvel

@@ -1,6 +1,8 @@
 #include "host/edit/EditModification.h"
 #include "tests/fuzz/Fuzz.h"
 
+namespace korvel {
+
 // Whatever a modification was read from, its text form reads back and stays within ASCII.
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -15,3 +17,5 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   mustBeEqual("value", again.value_.view(), read.value_.view());
   return 0;
 }
+
+}  // namespace korvel

@@ -22,11 +22,15 @@
 #include "tests/fuzz/Fuzz.h"
 #include "tests/support/LoopNetwork.h"
 
+using namespace korvel;
+
 // Datagrams in, the real plug-in and real documents on a real folder behind. An input is a sequence
 // of datagrams, each up to a zero byte. Whatever they say: no change is sent on, no operation of
 // the plug-in fails, no file appears, and each one that stays can be read.
 
 extern "C" bool kvPluginInstance(KvPluginBase** plugin);
+
+namespace korvel {
 
 namespace {
 
@@ -175,3 +179,5 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   station->check();
   return 0;
 }
+
+}  // namespace korvel

@@ -6,6 +6,10 @@
 
 #include "tests/fuzz/Fuzz.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 // Hands every file of the folders named on the command line to the fuzz target. Fails when there is
 // none; the name of a file stands on standard error before a target that ends the program.
 
@@ -19,6 +23,8 @@ void replay(const std::filesystem::path& file) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 int main(int count, char** arguments) {
   std::vector<std::filesystem::path> files;

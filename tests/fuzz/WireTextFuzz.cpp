@@ -2,6 +2,8 @@
 #include "tests/fuzz/Fuzz.h"
 #include "tests/support/WireFields.h"
 
+namespace korvel {
+
 // Any text can be read, logged and written; what was read from a text that stations write reads
 // back from what they write of it.
 
@@ -26,3 +28,5 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   mustBeEqual("record", summary(NetMessage(text)), summary(message));
   return 0;
 }
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 /// Names of a switch's ports, of which two never are alike.
@@ -47,3 +49,5 @@ void Cable::degrade(const LineFaults& faults) {
 }
 
 LineCounts Cable::counts() const { return line_ ? line_->counts() : LineCounts{}; }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "tests/lab/FaultyLine.h"
 #include "tests/lab/Space.h"
 
+namespace korvel {
+
 /// A network of the facility: a switch, and the addresses of what is plugged into it.
 struct Network {
   std::string bridge;  ///< the switch's name in the facility's own space
@@ -42,3 +44,5 @@ class Cable {
   std::string address_;
   std::unique_ptr<FaultyLine> line_;
 };
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 #include <thread>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -232,3 +234,5 @@ LineCounts Facility::counts() const {
   }
   return sum;
 }
+
+}  // namespace korvel

@@ -11,6 +11,8 @@
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/lab/Workstation.h"
 
+namespace korvel {
+
 /// A projects directory, networks, and the workstations that share it over them. All of it is this
 /// process's own and ends with it; the machine's own interfaces are not touched.
 class Facility {
@@ -82,3 +84,5 @@ class Facility {
   std::vector<std::unique_ptr<Workstation>> machines_;
   int markers_ = 0;
 };
+
+}  // namespace korvel

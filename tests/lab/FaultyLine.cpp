@@ -14,6 +14,8 @@
 #include <stdexcept>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 /// What the system keeps of a frame beside its bytes (its checksum may not be computed yet) goes
@@ -122,3 +124,5 @@ void FaultyLine::release(int passed) {
 bool FaultyLine::happens(int percent) {
   return std::uniform_int_distribution<int>(1, 100)(random_) <= percent;
 }
+
+}  // namespace korvel

@@ -11,6 +11,8 @@
 
 #include "tests/lab/Space.h"
 
+namespace korvel {
+
 /// How a line treats each UDP datagram, in percent.
 struct LineFaults {
   int lost = 0;
@@ -70,3 +72,5 @@ class FaultyLine {
   std::atomic<unsigned> lateCount_{0};
   std::thread thread_;
 };
+
+}  // namespace korvel

@@ -1,5 +1,7 @@
 #include "tests/lab/LabTest.h"
 
+using namespace korvel;
+
 void LabTest::expectAgreement() { EXPECT_EQ(facility_.difference(std::chrono::seconds(30)), ""); }
 
 bool LabTest::expectHealing() {

@@ -7,6 +7,8 @@
 #include "tests/lab/Facility.h"
 #include "tests/lab/Work.h"
 
+namespace korvel {
+
 /// A scenario of the lab: a facility, and what must hold of it at the end.
 class LabTest : public testing::Test {
  protected:
@@ -35,3 +37,5 @@ class LabTest : public testing::Test {
   Workstation* anna_ = nullptr;
   Workstation* ben_ = nullptr;
 };
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include "tests/lab/LabTest.h"
 #include "tests/lab/Stranger.h"
 
+using namespace korvel;
+
 namespace {
 
 using NetworksTest = LabTest;

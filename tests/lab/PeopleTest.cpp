@@ -1,5 +1,7 @@
 #include "tests/lab/LabTest.h"
 
+using namespace korvel;
+
 namespace {
 
 class PeopleTest : public LabTest {

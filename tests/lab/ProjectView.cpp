@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <string_view>
 
+namespace korvel {
+
 namespace {
 
 constexpr std::string_view kOwnAlone[] = {"open", "dirty", "here", "clips"};
@@ -57,3 +59,5 @@ std::set<std::string> cookiesAmong(const std::set<std::string>& files) {
   }
   return cookies;
 }
+
+}  // namespace korvel

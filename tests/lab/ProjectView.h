@@ -6,6 +6,8 @@
 
 #include "station/base/Json.h"
 
+namespace korvel {
+
 /// What a station shows of a project that all stations must show alike: its objects, their names,
 /// owners and contents, the clips of the edits that it has open, the rooms. What is its own alone
 /// (what it has open, where it is) is left out.
@@ -33,3 +35,5 @@ class ProjectView {
 
 /// The cookies of the objects among the names of files in a project's folder, media left out.
 std::set<std::string> cookiesAmong(const std::set<std::string>& files);
+
+}  // namespace korvel

@@ -11,6 +11,8 @@
 
 #include "tests/share/ProgramRun.h"
 
+namespace korvel {
+
 namespace {
 
 std::string pathOf(int descriptor) {
@@ -73,3 +75,5 @@ void Space::within(const std::function<void()>& work) const {
 }
 
 std::string Space::networkPath() const { return pathOf(network_); }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+namespace korvel {
+
 /// A network namespace and a host name of their own: a machine without a cable yet. Both are held
 /// by open files alone, so that nothing of them is left when this process ends, however it ends.
 class Space {
@@ -34,3 +36,5 @@ class Space {
   int network_ = -1;
   int names_ = -1;
 };
+
+}  // namespace korvel

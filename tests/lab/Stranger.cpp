@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <string>
 
+namespace korvel {
+
 namespace {
 
 constexpr int kPort = 27015;
@@ -101,3 +103,5 @@ void Stranger::flood(int rate) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1000 / kBursts));
   }
 }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 
 #include "tests/lab/Facility.h"
 
+namespace korvel {
+
 /// A foreign program on a network that floods the stations' port with what is no message, from its
 /// construction on: random bytes, cut and overlong texts, messages of unknown types and of a
 /// project that nobody has open, empty datagrams and the largest.
@@ -30,3 +32,5 @@ class Stranger {
   std::size_t sent_ = 0;
   std::thread thread_;
 };
+
+}  // namespace korvel

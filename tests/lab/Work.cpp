@@ -5,6 +5,8 @@
 #include <map>
 #include <thread>
 
+namespace korvel {
+
 namespace {
 
 /// A station that is behind waits a second for each file that is gone by the time it is told of it.
@@ -88,3 +90,5 @@ void atOnce(const Facility& facility, const std::function<void(Workstation&)>& w
   }
   for (std::thread& hand : hands) hand.join();
 }
+
+}  // namespace korvel

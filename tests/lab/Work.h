@@ -5,6 +5,8 @@
 
 #include "tests/lab/Facility.h"
 
+namespace korvel {
+
 /// What people do on one workstation: an edit that is trimmed, renamed and saved, a log, a bin, a
 /// rack, a filter and a media file, each made and changed, in a room of its own. Changes nothing of
 /// others. Returns the edit's cookie.
@@ -23,3 +25,5 @@ void everyoneGives(const Facility& facility);
 
 /// Does something for every machine that is on, for all at the same time.
 void atOnce(const Facility& facility, const std::function<void(Workstation&)>& work);
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <utility>
 
+namespace korvel {
+
 Workstation::Workstation(Setup setup)
     : setup_(std::move(setup)), space_(std::make_unique<Space>(setup_.host)) {}
 
@@ -96,3 +98,5 @@ void Workstation::countFromNow() {
     notCounted_[event] = station_->events(event).size();
   }
 }
+
+}  // namespace korvel

@@ -10,6 +10,8 @@
 #include "tests/lab/Space.h"
 #include "tests/tour/StationProcess.h"
 
+namespace korvel {
+
 /// A machine of the facility, on which a station can be switched on.
 class Workstation {
  public:
@@ -92,3 +94,5 @@ class Workstation {
   std::unique_ptr<StationProcess> station_;
   bool isOn_ = false;
 };
+
+}  // namespace korvel

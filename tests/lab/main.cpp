@@ -7,6 +7,10 @@
 
 #include "tests/lab/Space.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 /// As test runners know it: this was not run.
@@ -68,6 +72,8 @@ int skipAll(const std::string& why) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 int main(int count, char** words) {
   testing::InitGoogleTest(&count, words);

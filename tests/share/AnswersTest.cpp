@@ -1,5 +1,7 @@
 #include "tests/share/SharedStations.h"
 
+using namespace korvel;
+
 namespace {
 
 /// What a person reads who types at a station or asks the administrator's tool.

@@ -2,6 +2,8 @@
 
 #include "tests/share/SharedStations.h"
 
+using namespace korvel;
+
 namespace {
 
 /// Names as people type them, as words of a command.

@@ -9,6 +9,8 @@
 #include "tests/support/LoopbackSender.h"
 #include "tests/support/Slowdown.h"
 
+using namespace korvel;
+
 namespace {
 
 constexpr int kSenders = 3;

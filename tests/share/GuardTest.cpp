@@ -11,6 +11,8 @@
 
 #include "tests/share/SharedStations.h"
 
+using namespace korvel;
+
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

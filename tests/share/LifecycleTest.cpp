@@ -9,6 +9,8 @@
 
 #include "tests/share/SharedStations.h"
 
+using namespace korvel;
+
 namespace {
 
 class LifecycleTest : public SharedStations {

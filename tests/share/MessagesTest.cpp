@@ -1,5 +1,7 @@
 #include "tests/share/SharedStations.h"
 
+using namespace korvel;
+
 namespace {
 
 class MessagesTest : public SharedStations {

@@ -8,6 +8,8 @@
 #include "tests/support/Slowdown.h"
 #include "tests/unit/tools/ToolRun.h"
 
+using namespace korvel;
+
 namespace {
 
 constexpr int kMessages = 5'000 / kSlowdown;

@@ -5,6 +5,8 @@
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/tour/StationProcess.h"
 
+using namespace korvel;
+
 namespace {
 
 /// Two stations of the users ANNA and BEN on one projects directory, who know of each other.

@@ -13,6 +13,8 @@
 
 #include "tests/fakes/ScratchFolder.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr auto kLimit = std::chrono::seconds(60);
@@ -61,3 +63,5 @@ ProgramRun runProgram(const std::vector<std::string>& words, const std::string& 
   run.errors = contentOf(folder / "errors");
   return run;
 }
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+namespace korvel {
+
 /// What a program did that was run to its end.
 struct ProgramRun {
   int status = -1;  ///< its exit status; 128 and the signal's number when one ended it
@@ -13,3 +15,5 @@ struct ProgramRun {
 /// Runs a program (a path, or a name to be found where programs are) with these words, gives it
 /// `input`, and waits for its end, a minute at most (then it is killed).
 ProgramRun runProgram(const std::vector<std::string>& words, const std::string& input = {});
+
+}  // namespace korvel

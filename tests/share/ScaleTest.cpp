@@ -7,6 +7,8 @@
 #include "tests/share/SharedStations.h"
 #include "tests/support/Slowdown.h"
 
+using namespace korvel;
+
 namespace {
 
 constexpr const char* kSampleEdit = "Figure 1 - Simple Cut List";  // as the sample calls itself

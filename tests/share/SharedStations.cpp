@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+namespace korvel {
+
 SharedStations::SharedStations(const std::filesystem::path& parent) : folder_(parent) {
   ::setenv("XDG_CONFIG_HOME", (folder_ / "config").c_str(), 1);  // none of this user's
   std::filesystem::create_directory(folder_ / "projects");
@@ -90,3 +92,5 @@ std::vector<std::string> SharedStations::stationWords(std::vector<std::string> m
   words.insert(words.end(), more.begin(), more.end());
   return words;
 }
+
+}  // namespace korvel

@@ -10,6 +10,8 @@
 #include "tests/share/ProgramRun.h"
 #include "tests/tour/StationProcess.h"
 
+namespace korvel {
+
 /// Stations in processes of their own that share one projects folder and one port. Each station's
 /// user is called like its host, in capitals, as owners are compared.
 class SharedStations : public testing::Test {
@@ -59,3 +61,5 @@ class SharedStations : public testing::Test {
   StationProcess* ben_ = nullptr;
   StationProcess* carla_ = nullptr;
 };
+
+}  // namespace korvel

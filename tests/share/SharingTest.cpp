@@ -1,5 +1,7 @@
 #include "tests/share/SharedStations.h"
 
+using namespace korvel;
+
 namespace {
 
 constexpr const char* kEdit = "Figure 1 - Simple Cut List";  // as the sample calls itself

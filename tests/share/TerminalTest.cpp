@@ -10,6 +10,8 @@
 
 #include "tests/share/SharedStations.h"
 
+using namespace korvel;
+
 namespace {
 
 /// A station on a terminal, and the person before it.

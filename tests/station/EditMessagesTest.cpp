@@ -1,6 +1,8 @@
 #include "host/edit/EditManager.h"
 #include "tests/station/PluginStation.h"
 
+using namespace korvel;
+
 namespace {
 
 class EditMessagesTest : public PluginStation {

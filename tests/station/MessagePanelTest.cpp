@@ -2,6 +2,8 @@
 #include "station/ui/PanelDriver.h"
 #include "tests/station/PluginStation.h"
 
+using namespace korvel;
+
 namespace {
 
 using Texts = std::vector<std::string>;

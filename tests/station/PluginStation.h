@@ -28,6 +28,8 @@
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/support/LoopNetwork.h"
 
+namespace korvel {
+
 /// The real plug-in in a real host, on a folder of its own: user "anna", no network but a loop.
 class PluginStation : public ::testing::Test {
  protected:
@@ -127,3 +129,5 @@ class PluginStation : public ::testing::Test {
   PluginLoader plugin;
   Cookie project;
 };
+
+}  // namespace korvel

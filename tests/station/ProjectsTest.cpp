@@ -3,6 +3,8 @@
 #include "host/project/ProjectSpacesManager.h"
 #include "tests/station/PluginStation.h"
 
+using namespace korvel;
+
 namespace {
 
 class ProjectsTest : public PluginStation {

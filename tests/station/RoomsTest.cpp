@@ -3,6 +3,8 @@
 #include "station/project/RoomNames.h"
 #include "tests/station/PluginStation.h"
 
+using namespace korvel;
+
 namespace {
 
 class RoomsTest : public PluginStation {

@@ -4,6 +4,8 @@
 #include <functional>
 #include <thread>
 
+namespace korvel {
+
 /// Asks again and again until it is so, twenty seconds at most.
 inline bool becomesTrue(const std::function<bool()>& isSo) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -13,3 +15,5 @@ inline bool becomesTrue(const std::function<bool()>& isSo) {
   }
   return true;
 }
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 #include "host/containers/ContainerManager.h"
 #include "station/base/Strings.h"
 
+namespace korvel {
+
 /// Notes a container manager's notifications as "G0001 82", the flags in hex.
 template <typename Data>
 class ContainerListener {
@@ -35,3 +37,5 @@ class ContainerListener {
 
   Kv::Ptr<Kv::Guard> guard_;
 };
+
+}  // namespace korvel

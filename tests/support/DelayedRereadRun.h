@@ -9,6 +9,8 @@
 #include "station/base/HostThread.h"
 #include "station/project/DelayedReread.h"
 
+namespace korvel {
+
 /// Late looks of a test, soon after the message, and the host thread on which they are made.
 class DelayedRereadRun {
  public:
@@ -31,3 +33,5 @@ class DelayedRereadRun {
   HostThread thread;
   DelayedReread looks{thread, {std::chrono::milliseconds(1), std::chrono::milliseconds(4)}};
 };
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "host/net/iNetworkService.h"
 #include "station/base/Events.h"
 
+namespace korvel {
+
 /// A network that keeps what is sent and delivers what a test hands it.
 class LoopNetwork : public iNetworkService {
  public:
@@ -54,3 +56,5 @@ class LoopNetwork : public iNetworkService {
 
   iNetMessageReceiver* receiver_ = nullptr;
 };
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace korvel {
+
 /// A sender on this machine that is no station; its datagrams stay on this machine.
 class LoopbackSender {
  public:
@@ -36,3 +38,5 @@ class LoopbackSender {
   int socket_;
   sockaddr_in address_{};
 };
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 #include "station/base/Events.h"
 #include "station/base/Strings.h"
 
+namespace korvel {
+
 /// Keeps what the station tells while it lives. Lines and problems may come from any thread.
 class RecordedEvents : public iStationEvents {
  public:
@@ -75,3 +77,5 @@ class RecordedEvents : public iStationEvents {
   std::mutex mutex_;
   std::vector<Problem> problems_;
 };
+
+}  // namespace korvel

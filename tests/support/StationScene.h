@@ -14,6 +14,8 @@
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/support/RecordedEvents.h"
 
+namespace korvel {
+
 /// Keeps the texts that would be sent; nothing leaves the process.
 class RecordedNetwork : public iNetworkService {
  public:
@@ -82,3 +84,5 @@ class StationScene {
 
 inline std::string text(const Cookie& cookie) { return utf8Text(cookie.asString()); }
 inline Cookie cookie(const char* text) { return Cookie(text, false); }
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 
 #include "ProjectShare/NetMessage.h"
 
+namespace korvel {
+
 /// A wire text from one in which "|" stands for the separator byte.
 inline std::string wire(std::string text) {
   std::replace(text.begin(), text.end(), '|', '\xAC');
@@ -30,3 +32,5 @@ inline std::string summary(const NetMessage& message) {
   add("modification", message.editModification.asString().str(), "0;0;0;;");
   return text;
 }
+
+}  // namespace korvel

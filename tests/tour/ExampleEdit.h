@@ -1,5 +1,7 @@
 #pragma once
 
+namespace korvel {
+
 /// A short edit in OpenTimelineIO JSON: one video track with two shots and a dissolve between them,
 /// 24 frames a second.
 inline constexpr const char* kExampleEdit = R"json({
@@ -46,3 +48,5 @@ inline constexpr const char* kExampleEdit = R"json({
   }
 }
 )json";
+
+}  // namespace korvel

@@ -14,6 +14,8 @@
 #include <cstdlib>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 struct Pipe {
@@ -227,3 +229,5 @@ int freeUdpPort() {
   ::close(probe);
   return known ? ntohs(address.sin_port) : 0;
 }
+
+}  // namespace korvel

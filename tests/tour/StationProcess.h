@@ -14,6 +14,8 @@
 
 #include "station/base/Json.h"
 
+namespace korvel {
+
 /// A workstation in a process of its own, driven as a script would drive it: commands go in by its
 /// standard input, events come out of its standard output.
 ///
@@ -113,3 +115,5 @@ class StationProcess {
 
 /// A UDP port that nothing on this machine uses now.
 int freeUdpPort();
+
+}  // namespace korvel

@@ -13,6 +13,8 @@
 #include "tests/tour/ExampleEdit.h"
 #include "tests/tour/TourTable.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr StationProcess::Seconds kArrival{10};
@@ -322,3 +324,5 @@ void Tour::fail(const std::string& text) {
   failures_.push_back(text);
   print("", "\x1b[31m", "!! " + text);
 }
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 
 #include "tests/tour/StationProcess.h"
 
+namespace korvel {
+
 /// Three stations share a new project on this machine, and a transcript shows each change leaving
 /// one and arriving at the others. One object a run, used by one thread; prints on standard output.
 class Tour {
@@ -65,3 +67,5 @@ class Tour {
   std::map<std::string, std::size_t> shown_;  ///< how many of a station's events are printed
   std::vector<std::string> failures_;
 };
+
+}  // namespace korvel

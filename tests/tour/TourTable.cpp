@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+namespace korvel {
+
 namespace {
 
 std::string line(const std::string& name, const std::string& sent, const std::string& expected,
@@ -88,3 +90,5 @@ std::vector<std::string> TourTable::missing() const {
   }
   return missing;
 }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 
 #include "tests/tour/StationProcess.h"
 
+namespace korvel {
+
 /// What a group of stations sent to each other, what arrived, and what it changed: one row a
 /// message type.
 class TourTable {
@@ -35,3 +37,5 @@ class TourTable {
   std::map<std::string, Counts> sent_;         ///< by station
   std::map<std::string, Counts> received_;     ///< by station
 };
+
+}  // namespace korvel

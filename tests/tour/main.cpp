@@ -4,6 +4,10 @@
 
 #include "tests/tour/Tour.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 constexpr const char* kUsage =
@@ -14,6 +18,8 @@ constexpr const char* kUsage =
     "usage error.\n";
 
 }  // namespace
+
+}  // namespace korvel
 
 /// kv-tour: plays the tour in a temporary folder with the kv-station that lies beside it, and
 /// removes the folder. With --gui the stations open windows.

@@ -8,6 +8,8 @@
 
 #include "tests/window/WindowScene.h"
 
+using namespace korvel;
+
 namespace {
 
 NotificationLine line(const QString& sender, const QString& text) {

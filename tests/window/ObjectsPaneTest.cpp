@@ -6,6 +6,8 @@
 
 #include "tests/window/WindowScene.h"
 
+using namespace korvel;
+
 namespace {
 
 Snapshot edits(const QStringList& names) {

@@ -7,6 +7,8 @@
 
 #include "tests/window/WindowScene.h"
 
+using namespace korvel;
+
 namespace {
 
 /// What a window shows of these projects and of the rooms of the open one.

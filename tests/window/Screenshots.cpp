@@ -10,6 +10,10 @@
 #include "app/window/WindowSettings.h"
 #include "tests/window/WindowScene.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 constexpr const char* kFilm =
@@ -105,6 +109,8 @@ const std::map<std::string, Shot>& shots() {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 int main(int argc, char** argv) {
   const auto found = argc == 3 || argc == 5 ? shots().find(argv[1]) : shots().end();

@@ -5,6 +5,8 @@
 #include "app/window/ElidedLabel.h"
 #include "tests/window/WindowScene.h"
 
+using namespace korvel;
+
 namespace {
 
 struct StatusLineTest : testing::Test {

@@ -5,6 +5,8 @@
 #include <fstream>
 #include <sstream>
 
+using namespace korvel;
+
 namespace {
 
 Timeline timelineOfFile(const std::string& name) {

@@ -16,6 +16,8 @@
 #include "app/window/Texts.h"
 #include "tests/window/WindowScene.h"
 
+using namespace korvel;
+
 namespace {
 
 class WindowBadInputTest : public testing::Test, protected WindowScene {

@@ -17,6 +17,8 @@
 #include "app/program/StationProgram.h"
 #include "app/window/StationWindow.h"
 
+namespace korvel {
+
 namespace {
 
 /// A window that a test acts in.
@@ -207,3 +209,5 @@ QString keyOf(const MainWindow& window, const QString& name) {
   }
   return {};
 }
+
+}  // namespace korvel

@@ -21,6 +21,8 @@
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/tour/StationProcess.h"
 
+namespace korvel {
+
 /// The real program with its window, on a display that nobody sees, and a folder of projects. What
 /// a test does with the window is a function that runs beside the host thread; the program ends
 /// after it. One a process.
@@ -113,3 +115,5 @@ bool waitForProject(MainWindow& window, const QString& name);
 
 /// The key of the edit of this name; empty where the list has none.
 QString keyOf(const MainWindow& window, const QString& name);
+
+}  // namespace korvel

@@ -19,6 +19,8 @@
 #include "host/ui/GenIcon.h"
 #include "tests/window/WindowScene.h"
 
+using namespace korvel;
+
 namespace {
 
 constexpr const char* kHarbour =

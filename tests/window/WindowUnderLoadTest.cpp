@@ -8,6 +8,8 @@
 #include "tests/support/Slowdown.h"
 #include "tests/window/WindowScene.h"
 
+using namespace korvel;
+
 namespace {
 
 constexpr double kMostLagMs = 100 * kSlowdown;

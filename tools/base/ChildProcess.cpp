@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+namespace korvel {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -50,3 +52,5 @@ ChildProcess::Reading ChildProcess::read(Clock::time_point deadline, std::string
   bytes.append(block, static_cast<std::size_t>(count));
   return Reading::eGot;
 }
+
+}  // namespace korvel

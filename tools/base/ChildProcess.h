@@ -8,6 +8,8 @@
 
 #include "station/os/Posix.h"
 
+namespace korvel {
+
 /// A process that runs a function, and a pipe by which it answers. It ends with the function, with
 /// its parent, with kill() or when this is destroyed.
 class ChildProcess {
@@ -31,3 +33,5 @@ class ChildProcess {
   Descriptor pipe_;
   pid_t process_ = -1;
 };
+
+}  // namespace korvel

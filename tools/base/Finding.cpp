@@ -6,6 +6,8 @@
 
 #include "station/base/Strings.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kVerdicts[] = {"pass", "warn", "fail"};
@@ -65,3 +67,5 @@ std::string linesOf(const Finding& finding) {
   if (finding.fix.empty()) return line;
   return line + "\n      fix: " + shownText(finding.fix);
 }
+
+}  // namespace korvel

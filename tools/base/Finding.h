@@ -5,6 +5,8 @@
 
 #include "station/base/Json.h"
 
+namespace korvel {
+
 /// How a check came out, the worst last.
 enum class Verdict { ePass, eWarn, eFail };
 
@@ -36,3 +38,5 @@ Finding findingOf(const JsonValue& object);
 
 /// A finding as lines of a terminal without a line end: control characters become "?".
 std::string linesOf(const Finding& finding);
+
+}  // namespace korvel

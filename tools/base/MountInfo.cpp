@@ -5,6 +5,8 @@
 #include <charconv>
 #include <sstream>
 
+namespace korvel {
+
 namespace {
 
 struct KnownOption {
@@ -183,3 +185,5 @@ std::vector<std::string> lockBreakersOf(const Mount& mount) {
   }
   return names;
 }
+
+}  // namespace korvel

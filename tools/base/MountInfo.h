@@ -6,6 +6,8 @@
 
 #include "tools/base/Finding.h"
 
+namespace korvel {
+
 /// A mounted file system, as /proc/self/mountinfo has it.
 struct Mount {
   std::string point;                 ///< where it is mounted
@@ -26,3 +28,5 @@ Findings judgeMount(const Mount& mount);
 
 /// The options for which locks hold only within one machine: "nolock", "local_lock=all".
 std::vector<std::string> lockBreakersOf(const Mount& mount);
+
+}  // namespace korvel

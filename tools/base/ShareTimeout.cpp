@@ -8,6 +8,8 @@
 #include "station/os/Posix.h"
 #include "tools/base/ChildProcess.h"
 
+namespace korvel {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -88,3 +90,5 @@ void shareAnswered() {
 }
 
 void shareRests() { tell(kRests); }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 
 #include "tools/base/Tool.h"
 
+namespace korvel {
+
 /// How long a share may be silent before a command gives up, unless told otherwise.
 inline constexpr int kShareSeconds = 20;
 
@@ -26,3 +28,5 @@ void shareAnswered();
 /// From here to the next shareAnswered() it is not the share that takes its time, but a reader of
 /// the output, or someone who is asked.
 void shareRests();
+
+}  // namespace korvel

@@ -2,6 +2,8 @@
 
 #include "app/base/Options.h"
 
+namespace korvel {
+
 Result<StationSettings> stationOptions(const std::vector<std::string>& words) {
   constexpr std::string_view kProgram = "kv-station: ";
   std::vector<const char*> arguments{"kv-share"};
@@ -12,3 +14,5 @@ Result<StationSettings> stationOptions(const std::vector<std::string>& words) {
   if (problem.starts_with(kProgram)) problem.erase(0, kProgram.size());
   return Error{ErrorCode::eUsage, problem, {}};
 }
+
+}  // namespace korvel

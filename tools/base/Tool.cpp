@@ -10,6 +10,8 @@
 #include "station/base/Strings.h"
 #include "tools/base/ShareTimeout.h"
 
+namespace korvel {
+
 namespace {
 
 /// DEL, and the controls from U+0080 to U+009F (C2 80 to C2 9F), as JSON escapes; those below the
@@ -66,3 +68,5 @@ std::string textOfTime(std::int64_t secondsSince1970) {
   char text[32];
   return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
+
+}  // namespace korvel

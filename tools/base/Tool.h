@@ -9,6 +9,8 @@ namespace CLI {
 class App;
 }
 
+namespace korvel {
+
 /// The exit statuses of kv-share.
 enum ToolStatus : int {
   eToolDone = 0,
@@ -51,3 +53,5 @@ void addUsersCommand(CLI::App& tool, ToolStatus& status);
 void addDoctorCommand(CLI::App& tool, ToolStatus& status);
 void addExplainCommand(CLI::App& tool, ToolStatus& status);
 void addMeshCommand(CLI::App& tool, ToolStatus& status);
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include "station/base/StationSettings.h"
 #include "station/os/SharedFiles.h"
 
+namespace korvel {
+
 namespace {
 
 HostThread& withDirectory(const std::string& projectsDirectory, HostThread& hostThread) {
@@ -31,3 +33,5 @@ std::string directoryOf(const std::string& word) {
   while (path.size() > 1 && path.back() == '/') path.pop_back();
   return path;
 }
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 #include "station/net/NetworkService.h"
 #include "station/os/HostOS.h"
 
+namespace korvel {
+
 /// As much of a station as looking at a projects directory needs: its file manager, without a
 /// plug-in and without documents. One at a time.
 class ToolHost {
@@ -24,3 +26,5 @@ class ToolHost {
 
 /// What a command line's DIR means: an absolute path without a separator at its end.
 std::string directoryOf(const std::string& word);
+
+}  // namespace korvel

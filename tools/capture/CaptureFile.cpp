@@ -15,6 +15,8 @@
 #include "station/base/Strings.h"
 #include "tools/capture/UdpFrame.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr std::int64_t kNanosecondsASecond = 1'000'000'000;
@@ -112,3 +114,5 @@ std::optional<HeardMessage> CaptureFile::next() {
   }
   return {};
 }
+
+}  // namespace korvel

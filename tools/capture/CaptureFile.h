@@ -11,6 +11,8 @@
 
 struct pcap;
 
+namespace korvel {
+
 /// Reads the datagrams of a capture, pcap or pcapng, one after the other: never more than one
 /// packet is held. One thread.
 class CaptureFile {
@@ -44,3 +46,5 @@ class CaptureFile {
   std::uint64_t packets_ = 0;
   std::uint64_t fragments_ = 0;
 };
+
+}  // namespace korvel

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+namespace korvel {
+
 void CaptureQueue::add(HeardMessage message) {
   const std::size_t size = sizeof message + message.bytes.size();
   const std::lock_guard lock(mutex_);
@@ -39,3 +41,5 @@ std::string CaptureQueue::problem() const {
   const std::lock_guard lock(mutex_);
   return problem_;
 }
+
+}  // namespace korvel

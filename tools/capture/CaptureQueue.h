@@ -11,6 +11,8 @@
 
 #include "tools/capture/HeardMessage.h"
 
+namespace korvel {
+
 /// The messages that were not heard, by why.
 struct MissedMessages {
   std::uint64_t bySystem = 0;  ///< the system's buffer was full
@@ -55,3 +57,5 @@ class CaptureQueue {
   std::atomic<std::uint64_t> bySystem_{0};
   std::atomic<std::uint64_t> byQueue_{0};
 };
+
+}  // namespace korvel

@@ -1,5 +1,7 @@
 #include "tools/capture/CaptureSource.h"
 
+namespace korvel {
+
 Result<std::unique_ptr<iCaptureSource>> openEar(const Hearing& hearing, CaptureQueue& queue) {
   if (hearing.way == Hearing::Way::eCapture) return capturePackets(hearing, queue);
   auto shared = sharePort(hearing, queue);
@@ -11,3 +13,5 @@ Result<std::unique_ptr<iCaptureSource>> openEar(const Hearing& hearing, CaptureQ
                    " is held by a program that does not share it, and " + captured.error().message,
                {}};
 }
+
+}  // namespace korvel

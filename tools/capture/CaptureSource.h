@@ -6,6 +6,8 @@
 #include "station/base/Result.h"
 #include "tools/capture/CaptureQueue.h"
 
+namespace korvel {
+
 /// Hears the messages of a network on a thread of its own until it is destroyed.
 class iCaptureSource {
  public:
@@ -36,3 +38,5 @@ Result<std::unique_ptr<iCaptureSource>> sharePort(const Hearing& hearing, Captur
 
 /// Captures the packets of all networks, which takes the right to do so.
 Result<std::unique_ptr<iCaptureSource>> capturePackets(const Hearing& hearing, CaptureQueue& queue);
+
+}  // namespace korvel

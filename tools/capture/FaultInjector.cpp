@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 constexpr double kNanosecondsAMillisecond = 1e6;
@@ -41,3 +43,5 @@ double FaultInjector::chance() {
   constexpr double kSteps = 9007199254740992.0;  // 2^53
   return static_cast<double>(random_() >> 11) / kSteps;
 }
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 
 #include "tools/capture/HeardMessage.h"
 
+namespace korvel {
+
 /// How bad the way of messages is. Chances are from 0 to 1.
 struct WayFaults {
   double loss = 0;
@@ -49,3 +51,5 @@ class FaultInjector {
   std::uint64_t duplicated_ = 0;
   std::uint64_t reordered_ = 0;
 };
+
+}  // namespace korvel

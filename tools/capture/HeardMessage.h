@@ -5,6 +5,8 @@
 
 #include "station/net/Ipv4.h"
 
+namespace korvel {
+
 /// A datagram as it was heard or captured. A plain value.
 struct HeardMessage {
   std::int64_t time = 0;  ///< nanoseconds since 1970, UTC
@@ -20,3 +22,5 @@ struct HeardMessage {
 inline std::string senderText(const HeardMessage& message) {
   return textOf(message.sender) + ":" + std::to_string(message.senderPort);
 }
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 #include "station/net/DuplicateFilter.h"
 #include "station/os/Signals.h"
 
+namespace korvel {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -95,3 +97,5 @@ std::int64_t wallClock() {
              std::chrono::system_clock::now().time_since_epoch())
       .count();
 }
+
+}  // namespace korvel

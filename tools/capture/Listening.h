@@ -7,6 +7,8 @@
 #include "tools/capture/CaptureSource.h"
 #include "tools/capture/MessageFilter.h"
 
+namespace korvel {
+
 /// What a command hears, and when it ends by itself.
 struct ListenRequest {
   Hearing hearing;
@@ -40,3 +42,5 @@ Result<std::uint64_t> listen(const ListenRequest& request, iHeardSink& sink);
 
 /// Now, in nanoseconds since 1970, UTC.
 std::int64_t wallClock();
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 #include "station/base/Strings.h"
 #include "tools/wire/MessageTypes.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kPermissionsChange = 5;
@@ -100,3 +102,5 @@ bool MessageFilter::isFrom(const HeardMessage& message) const {
            (sender.port == 0 || sender.port == message.senderPort);
   });
 }
+
+}  // namespace korvel

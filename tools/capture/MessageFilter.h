@@ -9,6 +9,8 @@
 #include "station/wire/MessageFields.h"
 #include "tools/capture/HeardMessage.h"
 
+namespace korvel {
+
 /// The words of a command line that say which messages are meant. Of each kind any one may fit.
 struct FilterWords {
   std::vector<std::string> types;     ///< numbers or names
@@ -46,3 +48,5 @@ class MessageFilter {
   std::vector<Sender> senders_;
   std::set<std::string> known_;  ///< senders that named themselves one of the users
 };
+
+}  // namespace korvel

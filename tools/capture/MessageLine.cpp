@@ -13,6 +13,8 @@
 #include "station/base/Strings.h"
 #include "tools/wire/MessageReport.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kPlain = "\033[0m";
@@ -116,3 +118,5 @@ std::string objectText(const MessageFields& fields) {
       return fields.cookie;
   }
 }
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include "station/wire/MessageFields.h"
 #include "tools/capture/HeardMessage.h"
 
+namespace korvel {
+
 /// Whether lines are coloured.
 enum class Colours { eNone, eTerminal };
 
@@ -33,3 +35,5 @@ class MessageLine {
 
 /// What a message is about, in a few words: the object, and what happened to it.
 std::string objectText(const MessageFields& fields);
+
+}  // namespace korvel

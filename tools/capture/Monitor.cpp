@@ -7,6 +7,8 @@
 #include "tools/capture/MessageLine.h"
 #include "tools/wire/MessageReport.h"
 
+namespace korvel {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -130,3 +132,5 @@ ToolStatus monitor(const MonitorRequest& request) {
   output.showCounts();
   return *heard < request.what.count ? eToolFinding : eToolDone;
 }
+
+}  // namespace korvel

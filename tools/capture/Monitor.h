@@ -4,6 +4,8 @@
 #include "tools/capture/Listening.h"
 #include "tools/capture/SenderCounts.h"
 
+namespace korvel {
+
 /// What `kv-share monitor` is asked for.
 struct MonitorRequest {
   ListenRequest what;
@@ -15,3 +17,5 @@ struct MonitorRequest {
 /// Shows messages as they come, and counts at the end. eToolFinding when fewer came than asked for,
 /// or nothing could be heard.
 ToolStatus monitor(const MonitorRequest& request);
+
+}  // namespace korvel

@@ -14,6 +14,8 @@
 #include "tools/capture/Record.h"
 #include "tools/capture/Replay.h"
 
+namespace korvel {
+
 namespace {
 
 /// Refuses "nan", which no range leaves out.
@@ -194,3 +196,5 @@ void addReplayCommand(CLI::App& tool, ToolStatus& status) {
       "2 when it cannot be read.");
   command->callback([=, &status] { status = replay(*request); });
 }
+
+}  // namespace korvel

@@ -10,6 +10,8 @@
 #include "tools/capture/CaptureSource.h"
 #include "tools/capture/UdpFrame.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kMillisecondsToWait = 100;
@@ -133,3 +135,5 @@ Result<std::unique_ptr<iCaptureSource>> capturePackets(const Hearing& hearing,
   return std::unique_ptr<iCaptureSource>(
       std::make_unique<PacketCapture>(std::move(*capture), hearing, queue));
 }
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 
 #include "tools/capture/UdpFrame.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr std::uint32_t kSectionHeader = 0x0A0D0D0A;
@@ -122,3 +124,5 @@ Error PcapngWriter::failure(int problem) const {
               "; what was recorded until then can be read",
           name_};
 }
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "station/base/Result.h"
 #include "tools/capture/HeardMessage.h"
 
+namespace korvel {
+
 /// Writes messages to a capture in pcapng, which network tools open.
 ///
 ///     section header | interface description | enhanced packet | enhanced packet | ...
@@ -37,3 +39,5 @@ class PcapngWriter {
   std::string name_;
   std::uint64_t written_ = 0;  ///< bytes of whole blocks
 };
+
+}  // namespace korvel

@@ -15,6 +15,8 @@
 #include "tools/capture/PcapngWriter.h"
 #include "tools/capture/SenderCounts.h"
 
+namespace korvel {
+
 namespace {
 
 Error usage(const std::string& what) { return {ErrorCode::eUsage, what, {}}; }
@@ -152,3 +154,5 @@ ToolStatus record(const RecordRequest& request) {
   const bool isWhole = problem.empty() && *heard >= request.what.count && !recording.hasMissed();
   return isWhole ? eToolDone : eToolFinding;
 }
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include "tools/base/Tool.h"
 #include "tools/capture/Listening.h"
 
+namespace korvel {
+
 /// What `kv-share record` is asked for.
 struct RecordRequest {
   ListenRequest what;
@@ -14,3 +16,5 @@ struct RecordRequest {
 /// Records messages, copies over other networks included. eToolFinding when the file took no more,
 /// messages were missed, or fewer came than asked for.
 ToolStatus record(const RecordRequest& request);
+
+}  // namespace korvel

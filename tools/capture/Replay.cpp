@@ -18,6 +18,8 @@
 #include "tools/capture/CaptureFile.h"
 #include "tools/capture/SenderCounts.h"
 
+namespace korvel {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -299,3 +301,5 @@ ToolStatus replay(const ReplayRequest& request) {
   if (!capture) return toolProblem(eToolUsage, capture.error().message);
   return replayAll(request, *capture, *filter, *addresses, isEnding);
 }
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 #include "tools/capture/FaultInjector.h"
 #include "tools/capture/MessageFilter.h"
 
+namespace korvel {
+
 /// What `kv-share replay` is asked for.
 struct ReplayRequest {
   std::string file;
@@ -26,3 +28,5 @@ struct ReplayRequest {
 /// Sends the messages of a capture again, at the pace at which they were heard. eToolUsage when the
 /// file cannot be read at all; eToolFinding when it is cut, holds none, or some could not be sent.
 ToolStatus replay(const ReplayRequest& request);
+
+}  // namespace korvel

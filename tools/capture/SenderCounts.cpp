@@ -6,6 +6,8 @@
 #include "station/base/Rendering.h"
 #include "station/base/TextMember.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr double kNanosecondsASecond = 1e9;
@@ -119,3 +121,5 @@ std::string countText(std::uint64_t count, const std::string& noun) {
   if (noun.ends_with('y')) plural = noun.substr(0, noun.size() - 1) + "ies";
   return std::to_string(count) + " " + (count == 1 ? noun : plural);
 }
+
+}  // namespace korvel

@@ -10,6 +10,8 @@
 #include "tools/capture/CaptureQueue.h"
 #include "tools/capture/HeardMessage.h"
 
+namespace korvel {
+
 /// What was heard of one sender.
 struct SenderCount {
   std::string user;  ///< the name it gave itself last; empty while it gave none
@@ -55,3 +57,5 @@ std::string missedText(const MissedMessages& missed);
 
 /// A count with its noun: "1 message", "2 messages".
 std::string countText(std::uint64_t count, const std::string& noun);
+
+}  // namespace korvel

@@ -13,6 +13,8 @@
 #include "station/net/ListenerSocket.h"
 #include "tools/capture/Listening.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kMillisecondsBetweenCounts = 100;
@@ -168,3 +170,5 @@ Result<std::unique_ptr<iCaptureSource>> sharePort(const Hearing& hearing, Captur
   return std::unique_ptr<iCaptureSource>(
       std::make_unique<SharedPort>(std::move(opened), hearing, queue));
 }
+
+}  // namespace korvel

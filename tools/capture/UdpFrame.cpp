@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+namespace korvel {
+
 namespace {
 
 constexpr std::size_t kIpv4Header = 20;
@@ -138,3 +140,5 @@ std::string ipv4PacketOf(const HeardMessage& message) {
   put16(packet, 0);  // no sum of the datagram: readers do not expect one
   return packet + message.bytes;
 }
+
+}  // namespace korvel

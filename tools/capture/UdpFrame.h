@@ -6,6 +6,8 @@
 
 #include "tools/capture/HeardMessage.h"
 
+namespace korvel {
+
 /// The link types, as captures number them, from which datagrams can be read.
 enum LinkType : int {
   eLinkNull = 0,
@@ -30,3 +32,5 @@ bool isFragment(int linkType, std::string_view frame);
 
 /// The IPv4 packet that carries the message: a frame of link type eLinkIpv4.
 std::string ipv4PacketOf(const HeardMessage& message);
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include "station/os/Posix.h"
 #include "tools/base/ChildProcess.h"
 
+namespace korvel {
+
 namespace {
 
 Findings named(const Check& check, Findings findings) {
@@ -95,3 +97,5 @@ void runChecks(std::span<const Check> checks, const std::function<void(const Fin
     }
   }
 }
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 
 #include "tools/base/Finding.h"
 
+namespace korvel {
+
 /// What a check waits for when it does not come to its end.
 enum class Touches { eShare, eMachine };
 
@@ -32,3 +34,5 @@ Findings runLimited(const Check& check);
 /// Runs checks one after another and hands each finding to `take` as it comes. After the share hung
 /// or a gate failed, what touches the share is left out.
 void runChecks(std::span<const Check> checks, const std::function<void(const Finding&)>& take);
+
+}  // namespace korvel

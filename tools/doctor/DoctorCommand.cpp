@@ -11,6 +11,8 @@
 #include "tools/doctor/ShareChecks.h"
 #include "tools/doctor/StationChecks.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kPortKey = "shared_projects_udp_port";
@@ -121,3 +123,5 @@ void addDoctorCommand(CLI::App& tool, ToolStatus& status) {
       "Exit status: 0; 1 when a check failed.");
   command->callback([=, &status] { status = examine(*request); });
 }
+
+}  // namespace korvel

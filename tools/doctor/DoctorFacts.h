@@ -5,6 +5,8 @@
 #include "station/base/StationSettings.h"
 #include "tools/doctor/LockTrial.h"
 
+namespace korvel {
+
 /// What the checks look at: a station as it would be started here, and where the machine tells of
 /// itself.
 struct DoctorFacts {
@@ -14,3 +16,5 @@ struct DoctorFacts {
   std::string largestBuffer = "/proc/sys/net/core/rmem_max";
   ExclusiveOpen open = openAsStationsDo;
 };
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 
+namespace korvel {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -71,3 +73,5 @@ void FileMailbox::touchNowAndThen() const {
   nextTouch_ = now + kBetweenTouches;
   static_cast<void>(::utimensat(AT_FDCWD, folder_.path().c_str(), nullptr, 0));
 }
+
+}  // namespace korvel

@@ -9,6 +9,8 @@
 #include "station/base/Json.h"
 #include "tools/doctor/ProbeFolder.h"
 
+namespace korvel {
+
 /// Letters between the trials of two machines: small files in the probe folder, each written once,
 /// whole, under a name of its own, so that no cache of a network file system has an older one of it
 /// and no lock is needed.
@@ -47,3 +49,5 @@ class FileMailbox {
   mutable std::chrono::steady_clock::time_point nextTouch_;
   std::vector<std::string> written_;
 };
+
+}  // namespace korvel

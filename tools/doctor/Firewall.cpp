@@ -5,6 +5,8 @@
 
 #include "tools/doctor/LegacyRules.h"
 
+namespace korvel {
+
 namespace {
 
 enum class Answer { eNo, eYes, eMaybe };
@@ -232,3 +234,5 @@ class Evaluation {
 FirewallRuling ruleOn(const JsonValue& ruleset, Way way, int port) {
   return Evaluation(ruleset, way, port).rule();
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "station/base/Json.h"
 
+namespace korvel {
+
 /// Which datagrams are asked about: those of the stations' port that come in, or that go out.
 enum class Way { eIn, eOut };
 
@@ -23,3 +25,5 @@ struct FirewallRuling {
 /// What rules do with a new broadcast datagram to a UDP port, by a ruleset as `nft -j list ruleset`
 /// writes it. Follows jumps; takes every address and interface (but loopback's) for possible.
 FirewallRuling ruleOn(const JsonValue& ruleset, Way way, int port);
+
+}  // namespace korvel

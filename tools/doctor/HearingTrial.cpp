@@ -8,6 +8,8 @@
 #include "tools/doctor/NetworkChecks.h"
 #include "tools/doctor/PeerTestTrials.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kDatagrams = 10;
@@ -116,3 +118,5 @@ Findings tryHearing(Pair& pair) {
   return {judge(pair, own,
                 {(*letter)["can_listen"].asBool(), static_cast<int>((*letter)["heard"].asLong())})};
 }
+
+}  // namespace korvel

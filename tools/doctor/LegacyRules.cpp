@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+namespace korvel {
+
 namespace {
 
 using Words = std::vector<std::string>;
@@ -159,3 +161,5 @@ JsonValue rulesOfIptables(const std::string& saved) {
   }
   return items;
 }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "station/base/Json.h"
 
+namespace korvel {
+
 /// The family of the items below.
 inline constexpr const char* kLegacyFamily = "iptables";
 
@@ -11,3 +13,5 @@ inline constexpr const char* kLegacyFamily = "iptables";
 /// items that a ruleset of nftables has, of the family "iptables". A condition that is not
 /// understood may or may not hold. Empty for anything else.
 JsonValue rulesOfIptables(const std::string& saved);
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include "station/os/HostFileManager.h"
 #include "station/project/LockProbe.h"
 
+namespace korvel {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -54,3 +56,5 @@ std::optional<std::chrono::milliseconds> timeUntilFree(const ExclusiveOpen& open
 std::string refusalText(eFileError problem) {
   return lockRefusal("the trial file", problem, {}, {}).message;
 }
+
+}  // namespace korvel

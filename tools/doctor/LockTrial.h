@@ -8,6 +8,8 @@
 #include "host/os/iFileManager.h"
 #include "tools/base/ChildProcess.h"
 
+namespace korvel {
+
 /// How an exclusive open came out.
 struct OpenOutcome {
   Kv::Ptr<iFile> file;  ///< open where it was won
@@ -44,3 +46,5 @@ std::optional<std::chrono::milliseconds> timeUntilFree(const ExclusiveOpen& open
 /// Why a file could not be opened exclusively, and what to do: "the file system offers no locks,
 /// ...". Not for one that is held.
 std::string refusalText(eFileError problem);
+
+}  // namespace korvel

@@ -18,6 +18,8 @@
 #include "tools/doctor/PortUsers.h"
 #include "tools/doctor/ProbeFolder.h"
 
+namespace korvel {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -293,3 +295,5 @@ std::vector<Check> networkChecks(const DoctorFacts& facts) {
           check("listening", lookListen),      check("buffers", lookBuffer),
           check("firewall", lookFirewall),     check("own datagram", lookOwn)};
 }
+
+}  // namespace korvel

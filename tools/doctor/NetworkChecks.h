@@ -3,6 +3,8 @@
 #include "tools/doctor/Check.h"
 #include "tools/doctor/DoctorFacts.h"
 
+namespace korvel {
+
 /// What stations' datagrams need of this machine; the facts must outlive the checks. Sends a few
 /// datagrams that no station takes for a message.
 std::vector<Check> networkChecks(const DoctorFacts& facts);
@@ -16,3 +18,5 @@ Findings judgeBuffer(long largest);
 
 /// A datagram of a trial: stations drop it, since it is no message.
 std::string trialDatagram(const std::string& trial);
+
+}  // namespace korvel

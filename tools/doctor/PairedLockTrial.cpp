@@ -1,5 +1,7 @@
 #include "tools/doctor/PeerTestTrials.h"
 
+namespace korvel {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -126,3 +128,5 @@ Findings tryLocks(Pair& pair) {
   }
   return findings;
 }
+
+}  // namespace korvel

@@ -11,6 +11,8 @@
 #include "tools/doctor/PeerTestTrials.h"
 #include "tools/doctor/ShareChecks.h"
 
+namespace korvel {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -189,3 +191,5 @@ Check meetingCheck(const DoctorFacts& facts, const std::string& other,
           kLimit + patience.value_or(kPatience),
           look};
 }
+
+}  // namespace korvel

@@ -10,6 +10,8 @@
 #include "tools/doctor/DoctorFacts.h"
 #include "tools/doctor/FileMailbox.h"
 
+namespace korvel {
+
 /// What one machine tells the other of itself.
 struct PeerTestSide {
   std::string host;
@@ -70,3 +72,5 @@ class PeerTest {
 /// file system; on a disk of this machine it meets only who is there already.
 Check meetingCheck(const DoctorFacts& facts, const std::string& other,
                    std::optional<std::chrono::seconds> patience);
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "tools/doctor/PeerTest.h"
 
+namespace korvel {
+
 /// Two machines that have met, from the view of one of them.
 struct Pair {
   const DoctorFacts& facts;
@@ -24,3 +26,5 @@ Findings tryHearing(Pair& pair);
 /// Whether an exclusive open on one machine excludes the other, in both orders, and is free after
 /// its holder was killed.
 Findings tryLocks(Pair& pair);
+
+}  // namespace korvel

@@ -6,6 +6,8 @@
 #include <map>
 #include <sstream>
 
+namespace korvel {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -84,3 +86,5 @@ std::string namesOf(const std::vector<PortUser>& users) {
   if (unseen == 0) return text;
   return text + (text.empty() ? "" : ", ") + std::to_string(unseen) + " that this user may not see";
 }
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+namespace korvel {
+
 /// A program that has a UDP port; its name is empty where this user may not see it.
 struct PortUser {
   std::string program;
@@ -14,3 +16,5 @@ std::vector<PortUser> usersOfPort(int port, const std::string& proc = "/proc");
 
 /// "dnsmasq (process 311), 2 that this user may not see"
 std::string namesOf(const std::vector<PortUser>& users);
+
+}  // namespace korvel

@@ -11,6 +11,8 @@
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr std::string_view kPrefix = "kvd-";
@@ -84,3 +86,5 @@ std::string newTrialId() {
 }
 
 ProbeFile::~ProbeFile() { ::unlink(path_.c_str()); }
+
+}  // namespace korvel

@@ -4,6 +4,8 @@
 
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// The scratch folder of trials in a projects directory:
 ///
 ///     <projects directory>/.kv-doctor/     removed by the last trial that ends
@@ -54,3 +56,5 @@ class ProbeFile {
  private:
   std::string path_;
 };
+
+}  // namespace korvel

@@ -12,6 +12,8 @@
 #include "station/os/SharedFiles.h"
 #include "tools/doctor/ProbeFolder.h"
 
+namespace korvel {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -268,3 +270,5 @@ std::vector<Check> shareChecks(const DoctorFacts& facts) {
       check("clock", Role::eOrdinary, kLimit, lookClock),
   };
 }
+
+}  // namespace korvel

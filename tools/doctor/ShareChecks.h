@@ -4,6 +4,8 @@
 #include "tools/doctor/Check.h"
 #include "tools/doctor/DoctorFacts.h"
 
+namespace korvel {
+
 /// What a projects directory needs, tried as stations use it; the facts must outlive the checks.
 std::vector<Check> shareChecks(const DoctorFacts& facts);
 
@@ -20,3 +22,5 @@ Findings judgeClock(double seconds);
 
 /// The mount that holds a folder, by the facts' mountinfo; nothing where it cannot be read.
 std::optional<Mount> mountOfFolder(const DoctorFacts& facts);
+
+}  // namespace korvel

@@ -11,6 +11,8 @@
 #include "station/os/SharedFiles.h"
 #include "station/project/ObjectNames.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr auto kLimit = std::chrono::seconds(5);
@@ -86,3 +88,5 @@ std::vector<Check> stationChecks(const DoctorFacts& facts) {
           {"station", "marker", Touches::eShare, Role::eOrdinary, kLimit,
            [&facts] { return lookMarker(facts); }}};
 }
+
+}  // namespace korvel

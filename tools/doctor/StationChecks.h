@@ -3,6 +3,8 @@
 #include "tools/doctor/Check.h"
 #include "tools/doctor/DoctorFacts.h"
 
+namespace korvel {
+
 /// The names that a station here would have, by which others know it; the facts must outlive the
 /// checks.
 std::vector<Check> stationChecks(const DoctorFacts& facts);
@@ -14,3 +16,5 @@ Findings judgeName(const std::string& what, const std::string& name);
 /// (negative where there is none) and whether a station runs on this machine.
 enum class StationHere { eRuns, eNone };
 Findings judgeMarker(const std::string& user, long age, StationHere here);
+
+}  // namespace korvel

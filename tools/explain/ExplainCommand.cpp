@@ -10,6 +10,8 @@
 #include "tools/base/ToolHost.h"
 #include "tools/explain/Explanation.h"
 
+namespace korvel {
+
 namespace {
 
 struct Request {
@@ -84,3 +86,5 @@ void addExplainCommand(CLI::App& tool, ToolStatus& status) {
                          [&request] { return explainPath(*request); });
   });
 }
+
+}  // namespace korvel

@@ -18,6 +18,8 @@
 #include "tools/explain/HolderPlace.h"
 #include "tools/locks/LockList.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr const char* kRenderOwner = "RENDER";
@@ -268,3 +270,5 @@ std::string sentenceOf(const Explanation& explanation) {
   if (!explanation.advice.empty()) text += "; " + explanation.advice;
   return shownText(text) + ".";
 }
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 
 #include "tools/explain/Subject.h"
 
+namespace korvel {
+
 /// Why something can or cannot be taken or changed.
 struct Explanation {
   std::string object;  ///< "Project \"Feature\""
@@ -25,3 +27,5 @@ Explanation explain(const Subject& subject, const std::string& host);
 
 /// The whole in one sentence; no control characters.
 std::string sentenceOf(const Explanation& explanation);
+
+}  // namespace korvel

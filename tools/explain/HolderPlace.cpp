@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <fstream>
 
+namespace korvel {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -47,3 +49,5 @@ std::string placeOfHolder(const std::string& path) {
   }
   return ::geteuid() == 0 ? "on another machine" : "on another machine or as another user";
 }
+
+}  // namespace korvel

@@ -12,6 +12,8 @@
 #include "station/project/RoomNames.h"
 #include "tools/base/ShareTimeout.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr std::string_view kEditEnding = ".otio";
@@ -155,3 +157,5 @@ Result<Subject> subjectAt(const std::string& path) {
   if (!project) return project.error();
   return subjectUnder(*project, slash == inside.npos ? "" : inside.substr(slash + 1));
 }
+
+}  // namespace korvel

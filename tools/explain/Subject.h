@@ -5,6 +5,8 @@
 #include "host/base/Cookie.h"
 #include "station/base/Result.h"
 
+namespace korvel {
+
 /// What a path of a command line means.
 struct Subject {
   enum class Kind { eProject, eRoom, eEdit, eLog, eFile };
@@ -25,3 +27,5 @@ std::string projectsDirectoryOf(const std::string& path);
 /// or information file, or a path made of names. settings() name the projects directory. The
 /// failure says what was looked for.
 Result<Subject> subjectAt(const std::string& path);
+
+}  // namespace korvel

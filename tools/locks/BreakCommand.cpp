@@ -9,6 +9,8 @@
 #include "tools/base/ToolHost.h"
 #include "tools/locks/LockList.h"
 
+namespace korvel {
+
 namespace {
 
 struct Request {
@@ -110,3 +112,5 @@ void addBreakCommand(CLI::App& tool, ToolStatus& status) {
                          [&request] { return breakLock(*request); });
   });
 }
+
+}  // namespace korvel

@@ -12,6 +12,8 @@
 #include "station/project/RoomNames.h"
 #include "tools/base/ShareTimeout.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr std::string_view kRoomLockEnding = ".lck";
@@ -119,3 +121,5 @@ std::string lockFileOf(const LockEntry& lock) {
 std::string stateName(LockState state) {
   return state == LockState::eHeld ? "held" : lockStateText(state);
 }
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 #include "host/base/Cookie.h"
 #include "station/project/LockProbe.h"
 
+namespace korvel {
+
 /// A project's or room's lock, as a look at it shows.
 struct LockEntry {
   std::string path;       ///< of the lock file, from the projects directory: "P0001/Lock"
@@ -36,3 +38,5 @@ std::string lockFileOf(const LockEntry& lock);
 
 /// "free", "held", "left behind" or "unknown".
 std::string stateName(LockState state);
+
+}  // namespace korvel

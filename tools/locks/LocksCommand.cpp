@@ -7,6 +7,8 @@
 #include "tools/base/ToolHost.h"
 #include "tools/locks/LockList.h"
 
+namespace korvel {
+
 namespace {
 
 struct Request {
@@ -82,3 +84,5 @@ void addLocksCommand(CLI::App& tool, ToolStatus& status) {
                          [&request] { return showLocks(*request); });
   });
 }
+
+}  // namespace korvel

@@ -11,6 +11,8 @@
 #include "tools/base/Tool.h"
 #include "tools/base/ToolHost.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr std::size_t kMarkerEnding = 4;  // ".cli"
@@ -138,3 +140,5 @@ void addUsersCommand(CLI::App& tool, ToolStatus& status) {
                          [&request] { return showUsers(*request); });
   });
 }
+
+}  // namespace korvel

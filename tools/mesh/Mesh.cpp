@@ -4,6 +4,8 @@
 
 #include "station/base/Json.h"
 
+namespace korvel {
+
 namespace {
 
 /// How far the clocks of two machines may differ, and how late a list may be, in seconds.
@@ -152,3 +154,5 @@ const HeardFile* ownerOf(const HeardSender& sender, const std::vector<HeardFile>
   }
   return nullptr;
 }
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 #include "station/net/Ipv4.h"
 #include "tools/base/Finding.h"
 
+namespace korvel {
+
 /// A sender as a heard-list has it. Times are seconds since 1970.
 struct HeardSender {
   Ipv4 address;
@@ -54,3 +56,5 @@ Findings judgeMesh(const std::vector<HeardFile>& files);
 
 /// Whose a sender is; null for one that keeps no list.
 const HeardFile* ownerOf(const HeardSender& sender, const std::vector<HeardFile>& files);
+
+}  // namespace korvel

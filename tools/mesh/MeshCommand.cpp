@@ -14,6 +14,8 @@
 #include "tools/base/ToolHost.h"
 #include "tools/mesh/Mesh.h"
 
+namespace korvel {
+
 namespace {
 
 struct Request {
@@ -143,3 +145,5 @@ void addMeshCommand(CLI::App& tool, ToolStatus& status) {
                          [&request] { return showMesh(*request); });
   });
 }
+
+}  // namespace korvel

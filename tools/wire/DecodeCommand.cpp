@@ -8,6 +8,8 @@
 #include "tools/base/Tool.h"
 #include "tools/wire/MessageReport.h"
 
+namespace korvel {
+
 namespace {
 
 struct Request {
@@ -83,3 +85,5 @@ void addDecodeCommand(CLI::App& tool, ToolStatus& status) {
       "Exit status: 0; 1 when a message is not valid; 2 for an input that cannot be read.");
   command->callback([=, &status] { status = decode(*request); });
 }
+
+}  // namespace korvel

@@ -10,6 +10,8 @@
 #include "station/net/SenderSocket.h"
 #include "station/wire/MessageFields.h"
 
+namespace korvel {
+
 namespace {
 
 using Warnings = std::vector<std::string>;
@@ -201,3 +203,5 @@ std::vector<std::string> warningsAbout(const std::string& wireText) {
   warnAboutLetters(fields, warnings);
   return warnings;
 }
+
+}  // namespace korvel

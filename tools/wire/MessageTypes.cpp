@@ -5,6 +5,8 @@
 
 #include "station/wire/MessageFields.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kLastType = 15;
@@ -47,3 +49,5 @@ std::vector<std::string> messageTypeNames() {
   for (int type = 1; type <= kLastType; ++type) names.push_back(dashedName(messageTypeName(type)));
   return names;
 }
+
+}  // namespace korvel

@@ -5,6 +5,8 @@
 #include "host/project/iProjectShare.h"
 #include "station/base/Strings.h"
 
+namespace korvel {
+
 /// Stands in for a station's project share where messages are written on behalf of a user: it
 /// knows that user's name, and holds nothing.
 class NamedSender : public iProjectShare {
@@ -31,3 +33,5 @@ class NamedSender : public iProjectShare {
  private:
   LightweightString<wchar_t> user_;
 };
+
+}  // namespace korvel

@@ -18,6 +18,8 @@
 #include "tools/wire/MessageTypes.h"
 #include "tools/wire/NamedSender.h"
 
+namespace korvel {
+
 namespace {
 
 constexpr int kDefaultPort = 27015;
@@ -214,3 +216,5 @@ void addSendCommand(CLI::App& tool, ToolStatus& status) {
       ->allow_extra_args(false);
   command->callback([=, &status] { status = send(*request); });
 }
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <ctime>
 
+namespace korvel {
+
 std::int64_t Board::now() {
   timespec time{};
   ::clock_gettime(CLOCK_MONOTONIC, &time);
@@ -42,3 +44,5 @@ SharedBoard::SharedBoard(const std::string& path) {
 }
 
 SharedBoard::~SharedBoard() { ::munmap(board_, sizeof(Board)); }
+
+}  // namespace korvel

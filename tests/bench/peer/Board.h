@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+namespace korvel {
+
 /// The page that a measurement's processes share: when each message was sent, and when each peer
 /// took it. Times are nanoseconds of the monotonic clock, which is one for the whole machine.
 struct Board {
@@ -46,3 +48,5 @@ class SharedBoard {
  private:
   Board* board_;
 };
+
+}  // namespace korvel

@@ -11,6 +11,10 @@
 #include "tests/bench/peer/Payload.h"
 #include "tests/bench/peer/Peer.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 constexpr const char* kLoopbackAlone =
@@ -77,6 +81,8 @@ class Service : public iTransport {
 };
 
 }  // namespace
+
+}  // namespace korvel
 
 int main(int argc, char** argv) {
   const PeerArguments arguments = readPeerArguments(argc, argv);

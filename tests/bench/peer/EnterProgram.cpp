@@ -23,6 +23,10 @@
 #include "station/project/Projects.h"
 #include "tests/bench/peer/Payload.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -77,6 +81,8 @@ double bytesHeldAfter(const Work& work) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 int main(int argc, char** argv) {
   if (argc < 3) return 2;

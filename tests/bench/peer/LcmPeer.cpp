@@ -9,6 +9,10 @@
 #include "tests/bench/peer/Payload.h"
 #include "tests/bench/peer/Peer.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 constexpr const char* kChannel = "edits";
@@ -49,6 +53,8 @@ class Bus : public iTransport {
 };
 
 }  // namespace
+
+}  // namespace korvel
 
 int main(int argc, char** argv) {
   const PeerArguments arguments = readPeerArguments(argc, argv);

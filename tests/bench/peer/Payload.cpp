@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cstdio>
 
+namespace korvel {
+
 namespace {
 
 constexpr std::size_t kDigits = 8;
@@ -34,3 +36,5 @@ std::uint32_t numberOf(std::string_view payload) {
 }
 
 std::uint32_t numberOfEdit(std::string_view cookie) { return hexAtEnd(cookie); }
+
+}  // namespace korvel

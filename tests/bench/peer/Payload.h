@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+namespace korvel {
+
 // The messages of the measurements between processes: "that edit is saved", each about an edit of
 // its own, so that a message's number can be read off it.
 
@@ -18,3 +20,5 @@ std::uint32_t numberOf(std::string_view payload);
 
 /// The number of the edit whose cookie has this text.
 std::uint32_t numberOfEdit(std::string_view cookie);
+
+}  // namespace korvel

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <ctime>
 
+namespace korvel {
+
 namespace {
 
 /// Shorter waits are spent awake, since falling asleep and waking takes longer.
@@ -58,3 +60,5 @@ void obey(Board& board, iTransport& transport) {
     say("sent");
   }
 }
+
+}  // namespace korvel

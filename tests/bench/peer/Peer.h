@@ -6,6 +6,8 @@
 
 #include "tests/bench/peer/Board.h"
 
+namespace korvel {
+
 /// What a peer was started with: PROGRAM BOARD NUMBER PORT FOLDER.
 struct PeerArguments {
   std::string board;       ///< the file of the shared page
@@ -34,3 +36,5 @@ class iTransport {
 ///
 /// Says "ready" first.
 void obey(Board& board, iTransport& transport);
+
+}  // namespace korvel

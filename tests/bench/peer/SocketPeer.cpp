@@ -17,6 +17,10 @@
 #include "tests/bench/peer/Payload.h"
 #include "tests/bench/peer/Peer.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 constexpr int kBufferBytes = 8 << 20;
@@ -130,6 +134,8 @@ class Sockets : public iTransport {
 };
 
 }  // namespace
+
+}  // namespace korvel
 
 int main(int argc, char** argv) {
   const PeerArguments arguments = readPeerArguments(argc, argv);

@@ -16,6 +16,10 @@
 #include "tests/bench/peer/Payload.h"
 #include "tests/bench/peer/Peer.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 /// Tells the board of every change that another station made.
@@ -95,6 +99,8 @@ void require(const Result<Value>& result) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 int main(int argc, char** argv) {
   const PeerArguments arguments = readPeerArguments(argc, argv);

@@ -17,6 +17,10 @@
 #include "station/Station.h"
 #include "station/base/StationSettings.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -48,6 +52,8 @@ std::vector<std::wstring> readByHand(const std::string& path) {
 }
 
 }  // namespace
+
+}  // namespace korvel
 
 int main(int argc, char** argv) {
   if (argc < 3) return 2;

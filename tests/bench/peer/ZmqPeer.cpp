@@ -10,6 +10,10 @@
 #include "tests/bench/peer/Payload.h"
 #include "tests/bench/peer/Peer.h"
 
+using namespace korvel;
+
+namespace korvel {
+
 namespace {
 
 class Queue : public iTransport {
@@ -48,6 +52,8 @@ class Queue : public iTransport {
 };
 
 }  // namespace
+
+}  // namespace korvel
 
 int main(int argc, char** argv) {
   const PeerArguments arguments = readPeerArguments(argc, argv);

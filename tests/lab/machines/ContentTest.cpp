@@ -4,6 +4,8 @@
 
 #include "tests/lab/machines/NetFsTest.h"
 
+using namespace korvel;
+
 namespace {
 
 constexpr int kSaves = 6;

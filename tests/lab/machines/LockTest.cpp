@@ -3,6 +3,8 @@
 
 #include "tests/lab/machines/NetFsTest.h"
 
+using namespace korvel;
+
 namespace {
 
 class LockTest : public NetFsTest {

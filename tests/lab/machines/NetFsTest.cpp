@@ -5,6 +5,8 @@
 #include <sstream>
 #include <thread>
 
+using namespace korvel;
+
 namespace {
 
 using Clock = std::chrono::steady_clock;

@@ -10,6 +10,8 @@
 #include "tests/lab/ProjectView.h"
 #include "tests/lab/machines/Site.h"
 
+namespace korvel {
+
 /// A scenario on one network file system: anna's station on the machine "first", ben's on "second".
 class NetFsTest : public testing::TestWithParam<std::string> {
  protected:
@@ -73,3 +75,5 @@ class NetFsTest : public testing::TestWithParam<std::string> {
 
   std::string shown_;
 };
+
+}  // namespace korvel

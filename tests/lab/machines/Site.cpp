@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 constexpr int kPort = 27015;
@@ -105,3 +107,5 @@ void Site::endAll() {
   for (Seat& seat : seats_) seat.station->quit();
   seats_.clear();
 }
+
+}  // namespace korvel

@@ -8,6 +8,8 @@
 #include "tests/share/ProgramRun.h"
 #include "tests/tour/StationProcess.h"
 
+namespace korvel {
+
 /// Two machines, "first" and "second", that share a folder of the machine "server" by one network
 /// file system. The scripts `machines` and `volume` made them; they end with those.
 class Site {
@@ -60,3 +62,5 @@ class Site {
   std::string kind_;
   std::vector<Seat> seats_;
 };
+
+}  // namespace korvel

@@ -2,6 +2,8 @@
 #include "host/plugin/KvPluginBase.h"
 #include "host/plugin/Shutdown.h"
 
+namespace korvel {
+
 namespace {
 
 /// Registers for the shutdown while it is built, as drivers do, and starts nothing.
@@ -18,6 +20,10 @@ class Refusing : public KvPluginBase {
 Refusing refusing;
 
 }  // namespace
+
+}  // namespace korvel
+
+using namespace korvel;
 
 /// A plug-in that is not initialised, whatever the host calls.
 extern "C" __attribute__((visibility("default"))) bool kvPluginInstance(KvPluginBase** plugin) {

@@ -5,6 +5,8 @@
 #include "ProjectShare/PermissionsManager.h"
 #include "tests/fakes/FakeHost.h"
 
+using namespace korvel;
+
 // The plug-in learns while it is loaded whether its user is an administrator. This program answers
 // for the host's configuration, from KV_ADMINISTRATOR.
 

@@ -9,6 +9,8 @@
 #include "tests/fakes/FakeHost.h"
 #include "tests/support/Cookies.h"
 
+using namespace korvel;
+
 namespace {
 
 using ProjectSharing::Broadcaster;

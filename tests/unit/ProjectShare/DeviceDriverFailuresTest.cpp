@@ -5,6 +5,8 @@
 #include "ProjectShare/ProjectSharing.h"
 #include "tests/fakes/FakeHost.h"
 
+using namespace korvel;
+
 // A host whose services fail while the plug-in is loaded and unloaded. The wrapped operations stand
 // for the host's in the plug-in's calls; the first registration, made while this program's static
 // objects are built, fails.

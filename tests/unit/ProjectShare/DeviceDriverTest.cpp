@@ -8,6 +8,8 @@
 #include "station/plugin/ShutdownService.h"
 #include "tests/fakes/FakeHost.h"
 
+using namespace korvel;
+
 namespace {
 
 using ProjectSharing::Broadcaster;

@@ -13,6 +13,8 @@
 #include "tests/fakes/FakeServices.h"
 #include "tests/support/WireFields.h"
 
+namespace korvel {
+
 /// The message panel of the user "anna", with real widgets on a desktop, and a network that keeps
 /// what is sent.
 class MessagerScene {
@@ -61,3 +63,5 @@ class MessagerScene {
   Desktop desktop;
   PanelDriver hands{desktop};
 };
+
+}  // namespace korvel

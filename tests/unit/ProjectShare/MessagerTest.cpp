@@ -8,6 +8,8 @@
 #include "station/ui/Screen.h"
 #include "tests/unit/ProjectShare/MessagerScene.h"
 
+using namespace korvel;
+
 namespace {
 
 /// How often a widget that is drawn tells the screen so.

@@ -6,6 +6,8 @@
 #include "station/ui/Screen.h"
 #include "tests/unit/ProjectShare/MessagerScene.h"
 
+using namespace korvel;
+
 namespace {
 
 using Lines = MessagerScene::Lines;

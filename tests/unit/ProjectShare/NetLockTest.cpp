@@ -6,6 +6,8 @@
 
 #include "tests/fakes/FakeHost.h"
 
+using namespace korvel;
+
 namespace {
 
 using Strings = std::vector<std::string>;

@@ -4,6 +4,8 @@
 #include "tests/fakes/FakeHost.h"
 #include "tests/support/WireFields.h"
 
+using namespace korvel;
+
 namespace {
 
 /// What logging a wire text writes under "Sent", without the lines that every message has.

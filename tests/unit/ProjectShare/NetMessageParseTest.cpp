@@ -6,6 +6,8 @@
 #include "tests/fakes/FakeHost.h"
 #include "tests/support/WireFields.h"
 
+using namespace korvel;
+
 namespace {
 
 using testing::internal::CaptureStdout;

@@ -5,6 +5,8 @@
 #include "tests/support/Cookies.h"
 #include "tests/support/WireFields.h"
 
+using namespace korvel;
+
 namespace {
 
 using testing::internal::CaptureStdout;

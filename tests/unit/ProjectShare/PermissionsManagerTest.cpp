@@ -8,6 +8,8 @@
 #include "tests/fakes/FakeHost.h"
 #include "tests/support/Cookies.h"
 
+using namespace korvel;
+
 namespace {
 
 using Strings = std::vector<std::string>;

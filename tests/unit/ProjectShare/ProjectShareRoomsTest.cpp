@@ -5,6 +5,8 @@
 #include "ProjectShare/ProjectSharing.h"
 #include "tests/fakes/FakeHost.h"
 
+using namespace korvel;
+
 // Rooms, client markers and the number of active users.
 
 namespace {

@@ -8,6 +8,8 @@
 #include "tests/fakes/FakeHost.h"
 #include "tests/support/Cookies.h"
 
+using namespace korvel;
+
 // Projects: locks and their owners. Rooms and active users are in ProjectShareRoomsTest.
 
 namespace {

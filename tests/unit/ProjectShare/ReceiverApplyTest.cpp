@@ -6,6 +6,8 @@
 #include "tests/support/Cookies.h"
 #include "tests/support/WireFields.h"
 
+using namespace korvel;
+
 namespace {
 
 using ProjectSharing::Receiver;

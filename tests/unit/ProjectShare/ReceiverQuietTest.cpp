@@ -4,6 +4,8 @@
 #include "tests/fakes/FakeHost.h"
 #include "tests/support/WireFields.h"
 
+using namespace korvel;
+
 // A program of its own: whether incoming messages are logged is read once a process, and here it is
 // not wanted.
 

@@ -8,6 +8,8 @@
 #include "tests/fakes/FakeServices.h"
 #include "tests/support/WireFields.h"
 
+using namespace korvel;
+
 namespace {
 
 using ProjectSharing::Broadcaster;

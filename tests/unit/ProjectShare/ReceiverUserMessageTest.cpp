@@ -4,6 +4,8 @@
 #include "tests/fakes/FakeServices.h"
 #include "tests/support/WireFields.h"
 
+using namespace korvel;
+
 namespace {
 
 using ProjectSharing::Receiver;

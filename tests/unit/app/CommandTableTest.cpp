@@ -5,6 +5,8 @@
 #include "app/commands/Command.h"
 #include "station/base/NearestName.h"
 
+using namespace korvel;
+
 namespace {
 
 Result<JsonValue> nothing(const Arguments&) { return JsonValue(); }

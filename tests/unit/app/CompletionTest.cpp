@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace korvel;
+
 namespace {
 
 using Words = std::vector<std::string>;

@@ -9,6 +9,8 @@
 
 #include "app/commands/ConsoleCommands.h"
 
+using namespace korvel;
+
 namespace {
 
 /// Gives out prepared lines.

@@ -6,6 +6,8 @@
 
 #include "app/base/EventWriter.h"
 
+using namespace korvel;
+
 namespace {
 
 using Clock = Waiter::Clock;

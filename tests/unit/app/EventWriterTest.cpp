@@ -4,6 +4,8 @@
 
 #include "app/base/EventFile.h"
 
+using namespace korvel;
+
 namespace {
 
 /// Keeps the events that it takes.

@@ -8,6 +8,8 @@
 #include <fstream>
 #include <sstream>
 
+using namespace korvel;
+
 namespace {
 
 namespace fs = std::filesystem;

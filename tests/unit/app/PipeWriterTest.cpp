@@ -17,6 +17,8 @@
 #include "app/base/EventFile.h"
 #include "tests/fakes/ScratchFolder.h"
 
+using namespace korvel;
+
 namespace {
 
 std::string readAll(int descriptor) {

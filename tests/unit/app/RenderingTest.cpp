@@ -4,6 +4,8 @@
 
 #include <clocale>
 
+using namespace korvel;
+
 namespace {
 
 TEST(Rendering, EachKindOfValueIsShownAsPeopleReadIt) {

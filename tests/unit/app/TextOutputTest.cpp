@@ -9,6 +9,8 @@
 #include <array>
 #include <string>
 
+using namespace korvel;
+
 namespace {
 
 /// Texts on a pipe that is read when the test wants it.

@@ -12,6 +12,8 @@
 #include "station/base/StationSettings.h"
 #include "tests/support/RecordedEvents.h"
 
+using namespace korvel;
+
 namespace {
 
 /// An object that counts its destructions.

@@ -8,6 +8,8 @@
 
 #include "station/base/StationSettings.h"
 
+using namespace korvel;
+
 namespace {
 
 Cookie read(const std::string& text) { return Cookie(text.c_str(), false); }

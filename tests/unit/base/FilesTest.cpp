@@ -11,6 +11,8 @@
 #include "station/base/StationSettings.h"
 #include "tests/fakes/ScratchFolder.h"
 
+using namespace korvel;
+
 namespace {
 
 LightweightString<wchar_t> wide(const std::string& text) {

@@ -7,6 +7,8 @@
 #include <fstream>
 #include <iterator>
 
+using namespace korvel;
+
 namespace {
 
 std::string bytesOf(const std::filesystem::path& path) {

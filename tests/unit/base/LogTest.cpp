@@ -20,6 +20,8 @@
 #include "tests/support/BecomesTrue.h"
 #include "tests/support/RecordedEvents.h"
 
+using namespace korvel;
+
 namespace {
 
 std::string contentOf(const std::string& path) {

@@ -11,6 +11,8 @@
 #include "station/plugin/ShutdownService.h"
 #include "tests/support/RecordedEvents.h"
 
+using namespace korvel;
+
 namespace {
 
 using Noted = std::vector<std::string>;

@@ -18,6 +18,8 @@
 #include "tests/fakes/ForkedProcess.h"
 #include "tests/fakes/ScratchFolder.h"
 
+using namespace korvel;
+
 namespace {
 
 std::string freshContentOf(const std::string& path) {

@@ -10,6 +10,8 @@
 #include "tests/support/ContainerListener.h"
 #include "tests/support/StationScene.h"
 
+using namespace korvel;
+
 namespace {
 
 using Notes = std::vector<std::string>;

@@ -6,6 +6,8 @@
 #include "tests/support/DelayedRereadRun.h"
 #include "tests/support/StationScene.h"
 
+using namespace korvel;
+
 namespace {
 
 using Notes = std::vector<std::string>;

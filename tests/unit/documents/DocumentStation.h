@@ -23,6 +23,8 @@
 #include "station/project/Rooms.h"
 #include "tests/fakes/ScratchFolder.h"
 
+namespace korvel {
+
 /// A network on which nothing is sent or heard.
 class SilentNetwork : public iNetworkService {
  public:
@@ -185,3 +187,5 @@ class DocumentStation : public ::testing::Test {
   Rooms rooms;
   Cookie project;
 };
+
+}  // namespace korvel

@@ -3,6 +3,8 @@
 #include "host/edit/EditManager.h"
 #include "tests/unit/documents/DocumentStation.h"
 
+using namespace korvel;
+
 namespace {
 
 using EditsTest = DocumentStation;

@@ -1,6 +1,8 @@
 #include "tests/support/DelayedRereadRun.h"
 #include "tests/unit/documents/DocumentStation.h"
 
+using namespace korvel;
+
 namespace {
 
 /// A share that still shows the old file of an edit when the message comes that it was saved.

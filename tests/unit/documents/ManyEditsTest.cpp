@@ -5,6 +5,8 @@
 
 #include "tests/unit/documents/DocumentStation.h"
 
+using namespace korvel;
+
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

@@ -9,6 +9,8 @@
 #include "station/media/MediaPaths.h"
 #include "tests/support/StationScene.h"
 
+using namespace korvel;
+
 namespace {
 
 using Notes = std::vector<std::string>;

@@ -7,6 +7,8 @@
 #include "station/base/Strings.h"
 #include "tests/support/StationScene.h"
 
+using namespace korvel;
+
 namespace {
 
 void installMedia(std::vector<MediaDirectory> media) {

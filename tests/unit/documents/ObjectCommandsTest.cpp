@@ -13,6 +13,8 @@
 #include "station/wire/MessageFields.h"
 #include "tests/support/StationScene.h"
 
+using namespace korvel;
+
 namespace {
 
 /// A station with an open project, driven as the console does.

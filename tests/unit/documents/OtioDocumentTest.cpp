@@ -9,6 +9,8 @@
 #include "station/edit/OtioClips.h"
 #include "tests/unit/documents/DocumentStation.h"
 
+using namespace korvel;
+
 namespace {
 
 JsonValue json(const std::string& text) { return *parseJson(text); }

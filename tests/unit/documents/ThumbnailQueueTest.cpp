@@ -8,6 +8,8 @@
 #include <future>
 #include <vector>
 
+using namespace korvel;
+
 namespace {
 
 bool becomesIdle(const ThumbnailRenderTaskQueue& queue) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace korvel;
+
 namespace {
 
 Ipv4 ip(const char* text) { return *parseIpv4(text); }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace korvel;
+
 namespace {
 
 TEST(Ipv4, AddressesReadBackAsWritten) {

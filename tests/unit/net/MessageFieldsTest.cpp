@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace korvel;
+
 namespace {
 
 /// A wire text from one where "|" stands for the separator.

@@ -6,6 +6,8 @@
 #include "station/net/LossReport.h"
 #include "tests/support/RecordedEvents.h"
 
+using namespace korvel;
+
 namespace {
 
 using namespace std::chrono_literals;

@@ -10,6 +10,8 @@
 #include "tools/capture/PcapngWriter.h"
 #include "tools/capture/UdpFrame.h"
 
+using namespace korvel;
+
 namespace {
 
 const std::atomic<bool> kGoesOn{false};

@@ -8,6 +8,8 @@
 #include "tests/unit/tools/ToolRun.h"
 #include "tools/capture/PcapngWriter.h"
 
+using namespace korvel;
+
 namespace {
 
 struct Row {

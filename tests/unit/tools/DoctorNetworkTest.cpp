@@ -10,6 +10,8 @@
 #include "tools/doctor/PortUsers.h"
 #include "tools/doctor/StationChecks.h"
 
+using namespace korvel;
+
 namespace {
 
 std::string chain(const std::string& more, const std::string& name = "input") {

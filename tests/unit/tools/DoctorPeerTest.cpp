@@ -6,6 +6,8 @@
 #include "tests/unit/tools/ToolRun.h"
 #include "tools/doctor/PeerTest.h"
 
+using namespace korvel;
+
 // Two machines are two processes here that say they are two.
 
 namespace {

@@ -12,6 +12,8 @@
 #include "tools/doctor/ProbeFolder.h"
 #include "tools/doctor/ShareChecks.h"
 
+using namespace korvel;
+
 namespace {
 
 using std::chrono::milliseconds;

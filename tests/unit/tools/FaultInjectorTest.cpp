@@ -4,6 +4,8 @@
 
 #include <set>
 
+using namespace korvel;
+
 namespace {
 
 struct Arrival {

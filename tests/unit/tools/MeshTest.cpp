@@ -3,6 +3,8 @@
 #include "station/net/HeardList.h"
 #include "tools/mesh/Mesh.h"
 
+using namespace korvel;
+
 namespace {
 
 constexpr long kNow = 1'000'000;

@@ -6,6 +6,8 @@
 
 #include "tools/capture/MessageLine.h"
 
+using namespace korvel;
+
 namespace {
 
 HeardMessage heard(std::string text, std::uint32_t sender = 0x0A000005, int port = 41000) {

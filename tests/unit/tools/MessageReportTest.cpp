@@ -8,6 +8,8 @@
 #include "station/wire/MessageFields.h"
 #include "tools/wire/MessageTypes.h"
 
+using namespace korvel;
+
 namespace {
 
 /// A wire text from one where "|" stands for the separator.

@@ -8,6 +8,8 @@
 #include "station/base/Json.h"
 #include "tests/unit/tools/ToolRun.h"
 
+using namespace korvel;
+
 namespace {
 
 /// The findings of `kv-share doctor --json`, by what was checked; the worst of each.

@@ -10,6 +10,8 @@
 #include "tests/unit/tools/ToolRun.h"
 #include "tools/doctor/LockTrial.h"
 
+using namespace korvel;
+
 namespace {
 
 const std::string kTimeline =

@@ -8,6 +8,8 @@
 #include "station/base/Json.h"
 #include "tests/unit/tools/ToolRun.h"
 
+using namespace korvel;
+
 namespace {
 
 /// Holds a lock file as a station on some machine would.

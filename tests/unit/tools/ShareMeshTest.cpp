@@ -8,6 +8,8 @@
 #include "station/net/HeardList.h"
 #include "tests/unit/tools/ToolRun.h"
 
+using namespace korvel;
+
 namespace {
 
 class ShareMeshTest : public ::testing::Test {

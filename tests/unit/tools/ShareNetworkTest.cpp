@@ -18,6 +18,8 @@
 #include "tests/support/LoopbackSender.h"
 #include "tests/unit/tools/ToolRun.h"
 
+using namespace korvel;
+
 // monitor, record and replay, as programs, on loopback.
 
 namespace {

@@ -6,6 +6,8 @@
 #include <iostream>
 #include <stdexcept>
 
+using namespace korvel;
+
 namespace {
 
 using std::chrono::milliseconds;

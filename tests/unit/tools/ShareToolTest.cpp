@@ -10,6 +10,8 @@
 #include "station/base/Json.h"
 #include "tests/unit/tools/ToolRun.h"
 
+using namespace korvel;
+
 namespace {
 
 std::string wire(std::string text) {

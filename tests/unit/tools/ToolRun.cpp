@@ -11,6 +11,8 @@
 #include <iterator>
 #include <utility>
 
+namespace korvel {
+
 namespace {
 
 void redirect(int stream, const std::string& path, int flags) {
@@ -88,3 +90,5 @@ std::string TestFolder::write(const std::string& name, const std::string& bytes)
   std::ofstream(path, std::ios::binary) << bytes;
   return path.string();
 }
+
+}  // namespace korvel

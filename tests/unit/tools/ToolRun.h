@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+namespace korvel {
+
 /// What a run of kv-share left behind.
 struct ToolRun {
   int status = -1;  ///< the exit status; 128 and the number where a signal ended it
@@ -55,3 +57,5 @@ ToolRun runTool(const std::vector<std::string>& words, const std::string& input 
 
 /// A file's bytes; empty where there is no file.
 std::string contentOf(const std::string& path);
+
+}  // namespace korvel

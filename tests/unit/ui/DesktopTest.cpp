@@ -7,6 +7,8 @@
 #include "station/ui/PanelBox.h"
 #include "tests/unit/ui/UiScene.h"
 
+using namespace korvel;
+
 namespace {
 
 using Texts = std::vector<std::string>;

@@ -8,6 +8,8 @@
 #include "station/ui/Screen.h"
 #include "tests/unit/ui/UiScene.h"
 
+using namespace korvel;
+
 namespace {
 
 using Texts = std::vector<std::string>;

@@ -8,6 +8,8 @@
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/support/RecordedEvents.h"
 
+using namespace korvel;
+
 namespace {
 
 constexpr const char* kName = "tool_messager_on.png";

@@ -10,6 +10,8 @@
 #include "station/ui/Desktop.h"
 #include "tests/support/RecordedEvents.h"
 
+namespace korvel {
+
 /// A widget that keeps the texts and events it gets, and takes them if told to.
 class RecordingGlob : public Glob {
  public:
@@ -107,3 +109,5 @@ class UiScene {
   RecordedEvents events;
   Desktop desktop;
 };
+
+}  // namespace korvel

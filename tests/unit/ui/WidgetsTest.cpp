@@ -6,6 +6,8 @@
 #include "host/ui/TitleTextBox.h"
 #include "tests/unit/ui/UiScene.h"
 
+using namespace korvel;
+
 namespace {
 
 using Texts = std::vector<std::string>;
