@@ -78,7 +78,7 @@ PeerTest::PeerTest(const DoctorFacts& facts, const ProbeFolder& folder, Options 
     : facts_(facts),
       folder_(folder),
       wishes_(std::move(wishes)),
-      self_(::sideOf(facts)),
+      self_(korvel::sideOf(facts)),
       mail_(folder, newTrialId()) {}
 
 bool PeerTest::isWished(const PeerTestSide& side) const {
@@ -93,7 +93,7 @@ bool PeerTest::greetNewcomers() {
     if (known_.count(id) != 0) continue;
     const auto letter = mail_.await(id, "here", kAtOnce);
     if (!letter) continue;
-    known_[id] = ::sideOf(*letter);
+    known_[id] = korvel::sideOf(*letter);
     if (!isWished(known_[id])) continue;
     mail_.post("greets-" + id);
     hasGreeted = true;

@@ -113,7 +113,7 @@ ToolStatus showMesh(const Request& request) {
   }
   if (request.asJson) {
     JsonValue found = JsonValue::array();
-    for (const Finding& finding : findings) found.append(::objectOf(finding));
+    for (const Finding& finding : findings) found.append(korvel::objectOf(finding));
     printJson(
         JsonValue::object({{"stations", std::move(stations)}, {"findings", std::move(found)}}));
   } else {
