@@ -25,6 +25,7 @@
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
 #include "station/ui/Desktop.h"
+#include "station/watch/CatchUp.h"
 
 namespace korvel {
 
@@ -93,6 +94,7 @@ struct Station::Parts {
   Filters filters;
   MediaCache media;
   Rooms rooms;
+  CatchUp catchUp{hostThread};
   RemoteCommands commands;
   Desktop desktop;
   PluginLoader plugin;

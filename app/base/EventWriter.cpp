@@ -52,7 +52,7 @@ void EventWriter::changed(const std::string& what, const Cookie& cookie, const s
   emit("changed", {{"what", what},
                    {"cookie", cookie.asString().str()},
                    {"how", how},
-                   {"origin", origin == Origin::eLocal ? "local" : "remote"}});
+                   {"origin", originText(origin)}});
 }
 
 void EventWriter::log(bool toConsole, const std::string& text) {

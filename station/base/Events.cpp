@@ -20,6 +20,7 @@ class DroppingEvents : public iStationEvents {
 DroppingEvents dropping;
 iStationEvents* installed = &dropping;
 int remoteScopes = 0;
+int folderScopes = 0;
 
 }  // namespace
 
@@ -27,10 +28,29 @@ iStationEvents& events() { return *installed; }
 
 void installEvents(iStationEvents* sink) { installed = sink ? sink : &dropping; }
 
-Origin currentOrigin() { return remoteScopes > 0 ? Origin::eRemote : Origin::eLocal; }
+const char* originText(Origin origin) {
+  switch (origin) {
+    case Origin::eLocal:
+      return "local";
+    case Origin::eRemote:
+      return "remote";
+    case Origin::eFolder:
+      return "folder";
+  }
+  return "";
+}
+
+Origin currentOrigin() {
+  if (folderScopes > 0) return Origin::eFolder;
+  return remoteScopes > 0 ? Origin::eRemote : Origin::eLocal;
+}
 
 RemoteChangeScope::RemoteChangeScope() { ++remoteScopes; }
 
 RemoteChangeScope::~RemoteChangeScope() { --remoteScopes; }
+
+FolderChangeScope::FolderChangeScope() { ++folderScopes; }
+
+FolderChangeScope::~FolderChangeScope() { --folderScopes; }
 
 }  // namespace korvel

@@ -9,7 +9,14 @@
 namespace korvel {
 
 /// Where a change came from.
-enum class Origin { eLocal, eRemote };
+enum class Origin {
+  eLocal,   ///< this station's user
+  eRemote,  ///< a message
+  eFolder,  ///< found in the folder, without a message
+};
+
+/// How events name it: "local", "remote", "folder".
+const char* originText(Origin origin);
 
 /// What the station tells whoever shows it: the console, the window, an event file. Called on the
 /// host thread, except log() and network(), which any thread may call; implementations of those two
@@ -55,7 +62,7 @@ iStationEvents& events();
 void installEvents(iStationEvents* sink);
 
 /// Where a change that is being made right now comes from: remote while a datagram is being
-/// delivered. Host thread.
+/// delivered, folder while what was found there is being shown. Host thread.
 Origin currentOrigin();
 
 /// Marks a delivery for as long as it lives. Host thread.
@@ -65,6 +72,15 @@ class RemoteChangeScope {
   RemoteChangeScope(const RemoteChangeScope&) = delete;
   RemoteChangeScope& operator=(const RemoteChangeScope&) = delete;
   ~RemoteChangeScope();
+};
+
+/// Marks the showing of what was found in the folder, for as long as it lives. Host thread.
+class FolderChangeScope {
+ public:
+  FolderChangeScope();
+  FolderChangeScope(const FolderChangeScope&) = delete;
+  FolderChangeScope& operator=(const FolderChangeScope&) = delete;
+  ~FolderChangeScope();
 };
 
 }  // namespace korvel

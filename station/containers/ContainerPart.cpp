@@ -145,6 +145,38 @@ void ContainerPart::readLate(const Cookie& cookie) {
   if (record && !(known && known->record == *record)) take(cookie, std::move(*record), kFoundLate);
 }
 
+std::size_t ContainerPart::catchUp(const FoundFiles& files) {
+  std::size_t told = 0;
+  for (const FoundFile& file : files) {
+    const Cookie cookie = recordCookie(file.name, kind_.letters);
+    if (!cookie.isNull() && catchUpOne(cookie, file)) ++told;
+  }
+  return told;
+}
+
+bool ContainerPart::catchUpOne(const Cookie& cookie, const FoundFile& file) {
+  const Container* const known = find(cookie);
+  if (file.isGone) {
+    problems_.erase(cookie);
+    if (!known || !file.isCurrent()) return false;
+    drop(cookie);
+    tell(cookie, "destroyed", kFoundLate);
+    return true;
+  }
+  Result<JsonValue> record = parseRecord(file.bytes, file.path);
+  const Result<void> sound = record ? check(cookie, *record) : Result<void>(record.error());
+  if (!sound) {
+    std::string& logged = problems_[cookie];
+    if (logged != sound.error().message) LogBoth("%s\n", sound.error().message);
+    logged = sound.error().message;
+    return false;
+  }
+  problems_.erase(cookie);
+  if ((known && known->record == *record) || !file.isCurrent()) return false;
+  take(cookie, std::move(*record), kFoundLate);
+  return true;
+}
+
 void ContainerPart::readAllAgain() {
   DelayedReread::arrange(kind_.key, [this] { compareWithFolder(kFoundLate, kFoundLate); });
   compareWithFolder(ContainerManagerBase::eChanged, ContainerManagerBase::eDestroyed);

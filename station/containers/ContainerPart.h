@@ -50,6 +50,7 @@ class ContainerPart : public iProjectPart {
 
   void enter(const OpenProject& project, const std::vector<std::string>& files) override;
   void takeUpUnlisted(const std::vector<std::string>& files) override;
+  std::size_t catchUp(const FoundFiles& files) override;
   void leave() override;
   void findByName(const std::string& name, std::vector<NamedObject>& found) const override;
   [[nodiscard]] bool holds(const Cookie& cookie) const override { return find(cookie) != nullptr; }
@@ -107,6 +108,7 @@ class ContainerPart : public iProjectPart {
   void drop(const Cookie& cookie);
   void take(const Cookie& cookie, JsonValue record, std::uint32_t flags);
   void readLate(const Cookie& cookie);
+  bool catchUpOne(const Cookie& cookie, const FoundFile& file);
   void tell(const Cookie& cookie, const std::string& how, std::uint32_t flags);
   void compareWithFolder(std::uint32_t changed, std::uint32_t destroyed);
   void dropMissing(const std::set<Cookie>& present, std::uint32_t flags);
@@ -115,6 +117,7 @@ class ContainerPart : public iProjectPart {
   std::string folder_;  ///< the open project's; empty when none is open
   std::map<Cookie, Container> containers_;
   std::map<std::string, std::set<Cookie>> byName_;
+  std::map<Cookie, std::string> problems_;  ///< of files found that cannot be read, as logged
 };
 
 }  // namespace korvel

@@ -14,6 +14,9 @@ namespace korvel {
 
 namespace {
 
+/// Stands for a file that is gone, where a content is noted.
+constexpr std::size_t kNoFile = 0;
+
 Result<OtioDocument> parsed(const Result<std::string>& bytes) {
   if (!bytes) return bytes.error();
   return OtioDocument::parse(*bytes);
@@ -40,7 +43,10 @@ void EditFile::setChangeDescription(EditModificationType type, bool announce) {
 
 bool EditFile::reOpen(const LightweightString<wchar_t>& path) {
   if (isInStock_) Edits::instance()->lookLater(cookie_);
-  const auto bytes = readFresh(utf8Text(path));
+  return replaceBy(readFresh(utf8Text(path)));
+}
+
+bool EditFile::replaceBy(const Result<std::string>& bytes) {
   auto document = parsed(bytes);
   if (!document) {
     LogBoth("The %s \"%s\" was saved elsewhere but cannot be read again; it stays as it was: %s\n",
@@ -56,6 +62,7 @@ bool EditFile::reOpen(const LightweightString<wchar_t>& path) {
   configuration_.unwritten.clear();
   pending_.clear();
   dirty_ = hasLocalChanges_ = celCuesOn_ = false;
+  changedElsewhere_.reset();
   if (isInStock_) Edits::instance()->noteLoaded(*this);
   return true;
 }
@@ -66,6 +73,38 @@ void EditFile::readLate() {
   const bool cuesWereShown = celCuesOn_;
   if (!reOpen(wideText(path_))) return;
   celCuesOn_ = cuesWereShown;
+  tellReplaced();
+}
+
+bool EditFile::catchUp(const std::string& bytes) {
+  if (isContent(bytes)) {
+    changedElsewhere_.reset();
+    return false;
+  }
+  if (holdsUnsaved()) {
+    return noteElsewhere(contentHash(bytes), "was saved by another station");
+  }
+  const bool cuesWereShown = celCuesOn_;
+  if (!replaceBy(bytes)) return false;
+  celCuesOn_ = cuesWereShown;
+  tellReplaced();
+  return true;
+}
+
+bool EditFile::keepWithoutFile() {
+  return noteElsewhere(kNoFile, "was deleted by another station");
+}
+
+bool EditFile::noteElsewhere(std::size_t content, const char* what) {
+  if (changedElsewhere_ == content) return false;
+  changedElsewhere_ = content;
+  LogBoth("The %s \"%s\" %s while you have unsaved changes to it. They are kept.\n", kindText(),
+          shownText(document_.name()), what);
+  events().changed(kindText(), cookie_, "refreshed", currentOrigin());
+  return true;
+}
+
+void EditFile::tellReplaced() {
   auto* const permissions = iPermissionsManager::instance();
   if (permissions && isEdit()) {
     permissions->setOwner(cookie_, getOwner(), iPermissionsManager::eEdit, false);
@@ -141,6 +180,7 @@ Result<void> EditFile::save() {
   const std::string text = document_.text();
   if (auto written = writeAtomically(path_, text); !written) return written;
   noteContent(text);
+  changedElsewhere_.reset();
   configuration_.unwritten.clear();
   dirty_ = hasLocalChanges_ = false;
   return {};

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "host/edit/Edit.h"
+#include "station/edit/EditSummary.h"
 #include "station/edit/OtioDocument.h"
 
 namespace korvel {
@@ -75,7 +77,26 @@ class EditFile : public Edit {
   Result<void> flushConfiguration();
 
   /// Notes that these bytes, which its file held, are what the document was made of.
-  void noteContent(std::string_view bytes) { content_ = std::hash<std::string_view>()(bytes); }
+  void noteContent(std::string_view bytes) { content_ = contentHash(bytes); }
+
+  /// The contentHash of what its file held when it was last read or written here.
+  [[nodiscard]] std::size_t content() const { return content_; }
+
+  /// Its file was found to hold these bytes. They are shown, unless that would drop what the user
+  /// changed here: then the edit is marked as changed elsewhere. Whether that is news.
+  bool catchUp(const std::string& bytes);
+
+  /// Its file was found to be gone, while there is something unsaved: the edit stays, marked.
+  /// Whether that is news.
+  bool keepWithoutFile();
+
+  /// Whether its file holds something else than what the user's unsaved changes were made to.
+  [[nodiscard]] bool isChangedElsewhere() const { return changedElsewhere_.has_value(); }
+
+  /// Whether the user loses something when the file is read again.
+  [[nodiscard]] bool holdsUnsaved() const {
+    return hasLocalChanges_ || !configuration_.unwritten.empty();
+  }
 
   /// Reads the file again if it holds something else than what was last read or written here, as a
   /// message that it was saved does.
@@ -111,10 +132,13 @@ class EditFile : public Edit {
     OtioDocument& document_;
   };
 
+  bool replaceBy(const Result<std::string>& bytes);
+  void tellReplaced();
+  bool noteElsewhere(std::size_t content, const char* what);
   Result<void> apply(const EditModification& modification);
   void tell(const EditModification& modification);
   [[nodiscard]] bool isContent(std::string_view bytes) const {
-    return std::hash<std::string_view>()(bytes) == content_;
+    return contentHash(bytes) == content_;
   }
 
   Cookie cookie_;
@@ -125,6 +149,7 @@ class EditFile : public Edit {
   EditModificationType description_ = eModNone;
   std::string logOwner_;
   std::size_t content_ = 0;  ///< a hash of what its file held when it was last read or written
+  std::optional<std::size_t> changedElsewhere_;  ///< what its file was found to hold, or kNoFile
   bool isInStock_ = true;
   bool dirty_ = false;
   bool hasLocalChanges_ = false;

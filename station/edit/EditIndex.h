@@ -36,6 +36,9 @@ class EditIndex {
 
   [[nodiscard]] bool isStale(const Cookie& cookie) const { return stale_.contains(cookie); }
 
+  /// Notes that it was looked at again; whether it was so noted.
+  bool clearStale(const Cookie& cookie) { return stale_.erase(cookie) > 0; }
+
   /// The objects so noted, which are no longer noted afterwards.
   std::set<Cookie> takeStale() { return std::exchange(stale_, {}); }
 

@@ -120,6 +120,8 @@ class SummaryScanner {
 
 }  // namespace
 
+std::size_t contentHash(std::string_view bytes) { return std::hash<std::string_view>()(bytes); }
+
 Result<EditSummary> readEditSummary(const std::string& bytes) try {
   if (bytes.empty()) return broken("it is empty.");
   SummaryScanner scanner(bytes);
@@ -128,7 +130,10 @@ Result<EditSummary> readEditSummary(const std::string& bytes) try {
     return broken(scanner.schema.empty() ? "it names no schema."
                                          : "its schema is " + scanner.schema + ".");
   }
-  return EditSummary{scanner.name.empty() ? scanner.adoptedName : scanner.name, scanner.owner, {}};
+  return EditSummary{scanner.name.empty() ? scanner.adoptedName : scanner.name,
+                     scanner.owner,
+                     {},
+                     contentHash(bytes)};
 } catch (const std::bad_alloc&) {
   return Error{ErrorCode::eSystem, "there is not enough memory to read it.", {}};
 }

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <string_view>
 
 #include "station/base/Result.h"
 
@@ -9,11 +11,15 @@ namespace korvel {
 /// What lists show of an edit or log.
 struct EditSummary {
   std::string name;
-  std::string owner;    ///< the stored owner as it stands
-  std::string problem;  ///< why its file cannot be read; empty when it can
+  std::string owner;        ///< the stored owner as it stands
+  std::string problem;      ///< why its file cannot be read; empty when it can
+  std::size_t content = 0;  ///< contentHash of the bytes that this was read from
 
   bool operator==(const EditSummary&) const = default;
 };
+
+/// Tells contents of one file apart.
+std::size_t contentHash(std::string_view bytes);
 
 /// Reads name and owner out of an edit's file without building its document, so that thousands are
 /// looked through in a moment. Checks the schema and that the text is whole, but not all of its

@@ -15,14 +15,6 @@ Edits* theEdits = nullptr;
 
 constexpr std::string_view kEnding = ".otio";
 
-/// The cookie that a file of the project's folder is called after; null for files of other parts.
-Cookie cookieOfFile(const std::string& name) {
-  if (name.size() <= kEnding.size() || !name.ends_with(kEnding)) return {};
-  const Cookie cookie(name.substr(0, name.size() - kEnding.size()).c_str(), false);
-  const bool isEdit = cookie.getType() == CookieTypeEdit || cookie.getType() == CookieTypeShot;
-  return isEdit && name == cookie.asString().str() + std::string(kEnding) ? cookie : Cookie();
-}
-
 Result<EditSummary> readListedSummary(const std::string& path) {
   const Result<std::string> bytes = readListed(path);
   if (!bytes) return bytes.error();
@@ -52,6 +44,13 @@ Edits::Edits() { theEdits = this; }
 Edits::~Edits() { theEdits = nullptr; }
 
 Edits* Edits::instance() { return theEdits; }
+
+Cookie Edits::cookieOfFile(const std::string& name) {
+  if (name.size() <= kEnding.size() || !name.ends_with(kEnding)) return {};
+  const Cookie cookie(name.substr(0, name.size() - kEnding.size()).c_str(), false);
+  const bool isEdit = cookie.getType() == CookieTypeEdit || cookie.getType() == CookieTypeShot;
+  return isEdit && name == cookie.asString().str() + std::string(kEnding) ? cookie : Cookie();
+}
 
 const char* Edits::kindText(const Cookie& cookie) {
   return cookie.getType() == CookieTypeShot ? "log" : "edit";
@@ -136,6 +135,7 @@ JsonValue Edits::line(const Cookie& cookie, const EditSummary& summary) const {
                                        {"owner", shownText(ownerOf(cookie))},
                                        {"open", edit && edit->isUserOpen},
                                        {"dirty", edit && edit->isDirty()}});
+  if (edit && edit->isChangedElsewhere()) shown.set("changed_elsewhere", true);
   if (!summary.problem.empty()) shown.set("problem", summary.problem);
   return shown;
 }
@@ -225,6 +225,7 @@ void Edits::release(EditFile* edit) {
   if (known == loaded_.end() || known->second.get() != edit) {
     std::erase_if(gone_, [edit](const auto& each) { return each.get() == edit; });
   } else if (!edit->isUserOpen && !edit->holdsUnwritten()) {
+    if (index_.find(edit->getCookie())) noteLoaded(*edit);
     loaded_.erase(known);
   }
 }
@@ -273,7 +274,8 @@ void Edits::refresh(const Cookie& cookie) {
 }
 
 void Edits::noteLoaded(const EditFile& edit) {
-  index_.put(edit.getCookie(), EditSummary{edit.document().name(), utf8Text(edit.getOwner()), {}});
+  index_.put(edit.getCookie(),
+             EditSummary{edit.document().name(), utf8Text(edit.getOwner()), {}, edit.content()});
 }
 
 void Edits::noteOwner(const Cookie& cookie, const std::string& owner) {

@@ -29,6 +29,7 @@ class Edits : public iProjectPart {
 
   void enter(const OpenProject& project, const std::vector<std::string>& files) override;
   void takeUpUnlisted(const std::vector<std::string>& files) override;
+  std::size_t catchUp(const FoundFiles& files) override;
   void leave() override;
   void findByName(const std::string& name, std::vector<NamedObject>& found) const override;
   [[nodiscard]] bool holds(const Cookie& cookie) const override;
@@ -99,6 +100,10 @@ class Edits : public iProjectPart {
   /// Takes up an object whose file holds `bytes`; the caller holds it.
   EditFile* takeUp(const Cookie& cookie, OtioDocument document, std::string_view bytes);
 
+  /// The cookie that a file of the project's folder is called after; null for files of other
+  /// parts.
+  static Cookie cookieOfFile(const std::string& name);
+
  private:
   Result<EditFile*> load(const Cookie& cookie);
   void indexFile(const Cookie& cookie) const;
@@ -106,6 +111,10 @@ class Edits : public iProjectPart {
   void setAside(const Cookie& cookie, const std::string& problem) const;
   void unload(const Cookie& cookie);
   void readLate(const Cookie& cookie);
+  bool catchUpOne(const Cookie& cookie, const FoundFile& file);
+  bool catchUpLoaded(EditFile& edit, const FoundFile& file);
+  bool catchUpListed(const Cookie& cookie, const FoundFile& file);
+  bool catchUpGone(const Cookie& cookie, const FoundFile& file);
   [[nodiscard]] JsonValue line(const Cookie& cookie, const EditSummary& summary) const;
 
   std::string folder_;

@@ -209,11 +209,17 @@ void MediaCache::enter(const OpenProject& project, const std::vector<std::string
 }
 
 Result<void> MediaCache::take(const Cookie& record, const JsonValue& content) {
+  const Result<MediaFile> file = understand(record, content);
+  if (!file) return file.error();
+  table_.insert(*file);
+  return {};
+}
+
+Result<MediaFile> MediaCache::understand(const Cookie& record, const JsonValue& content) const {
   const std::string& network = content[kFile].asString();
   if (Cookie(mediaKey(network).c_str(), true) == record && !network.empty()) {
-    table_.insert({materialCookie(localForm(network)), localForm(network), network,
-                   content[kProxyOf].asString()});
-    return {};
+    return MediaFile{materialCookie(localForm(network)), localForm(network), network,
+                     content[kProxyOf].asString()};
   }
   const std::string path = recordPath(folder_, record);
   return Error{ErrorCode::eBadContent,
@@ -221,6 +227,43 @@ Result<void> MediaCache::take(const Cookie& record, const JsonValue& content) {
                    " is no record of a media file: its \"file\" is not the one that it is named "
                    "after. It is left as it is; repair it or move it away.",
                path};
+}
+
+std::size_t MediaCache::catchUp(const FoundFiles& files) {
+  std::size_t told = 0;
+  for (const FoundFile& file : files) {
+    const Cookie record = recordCookie(file.name, kMaterialKind);
+    if (!record.isNull() && catchUpOne(record, file)) ++told;
+  }
+  return told;
+}
+
+bool MediaCache::catchUpOne(const Cookie& record, const FoundFile& file) {
+  if (file.isGone) return file.isCurrent() && catchUpGone(record);
+  const Result<JsonValue> content = parseRecord(file.bytes, file.path);
+  const Result<MediaFile> media =
+      content ? understand(record, *content) : Result<MediaFile>(content.error());
+  if (!media) {
+    std::string& logged = problems_[record];
+    if (logged != media.error().message) LogBoth("%s\n", media.error().message);
+    logged = media.error().message;
+    return false;
+  }
+  problems_.erase(record);
+  const MediaFile* const known = table_.find(media->network);
+  if ((known && known->proxyOf == media->proxyOf) || !file.isCurrent()) return false;
+  show(*media);
+  return true;
+}
+
+bool MediaCache::catchUpGone(const Cookie& record) {
+  problems_.erase(record);
+  for (const MediaFile& each : table_.all()) {
+    if (!(Cookie(mediaKey(each.network).c_str(), true) == record)) continue;
+    drop(each);
+    return true;
+  }
+  return false;
 }
 
 void MediaCache::leave() {
@@ -283,7 +326,8 @@ void MediaCache::tell(const MediaFile& file, NotifyMsgType asMain, NotifyMsgType
     if (proxy.network != file.network) entry.addProxyFile(MaterialFilename(wideText(proxy.path)));
   }
   events().changed("media", material.cookie, how, currentOrigin());
-  listeners_.notify(main ? asProxy : asMain, &entry);
+  // Listeners announce changes; what was found in the folder has been announced, or lost, already.
+  if (currentOrigin() != Origin::eFolder) listeners_.notify(main ? asProxy : asMain, &entry);
 }
 
 }  // namespace korvel

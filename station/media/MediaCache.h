@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -60,6 +61,7 @@ class MediaCache : public SystemCache, public iProjectPart {
   Kv::Ptr<Kv::Guard> registerInternal(const Kv::Ptr<CallbackInvoker<NotifyMsg>>& invoker) override;
 
   void enter(const OpenProject& project, const std::vector<std::string>& files) override;
+  std::size_t catchUp(const FoundFiles& files) override;
   void leave() override;
   void findByName(const std::string& name, std::vector<NamedObject>& found) const override;
   [[nodiscard]] bool holds(const Cookie& cookie) const override;
@@ -70,6 +72,9 @@ class MediaCache : public SystemCache, public iProjectPart {
  private:
   Result<Cookie> add(const std::string& path, const std::string& proxyOf);
   Result<void> take(const Cookie& record, const JsonValue& content);
+  [[nodiscard]] Result<MediaFile> understand(const Cookie& record, const JsonValue& content) const;
+  bool catchUpOne(const Cookie& record, const FoundFile& file);
+  bool catchUpGone(const Cookie& record);
   Result<std::vector<MediaFile>> meant(const std::string& text) const;
   [[nodiscard]] std::string recordOf(const MediaFile& file) const;
   [[nodiscard]] std::string recordedProxyOf(const MediaFile& file) const;
@@ -83,6 +88,7 @@ class MediaCache : public SystemCache, public iProjectPart {
   std::string folder_;  ///< the open project's; empty when none is open
   MediaTable table_;
   NotifierList listeners_;
+  std::map<Cookie, std::string> problems_;  ///< of files found that cannot be read, as logged
 };
 
 }  // namespace korvel

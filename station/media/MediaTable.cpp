@@ -59,6 +59,12 @@ std::vector<MediaFile> MediaTable::mains() const {
   return files;
 }
 
+std::vector<MediaFile> MediaTable::all() const {
+  std::vector<MediaFile> files;
+  for (const auto& [key, file] : files_) files.push_back(file);
+  return files;
+}
+
 void MediaTable::insert(const MediaFile& file) {
   remove(file);
   const std::string key = mediaKey(file.network);

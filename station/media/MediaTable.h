@@ -33,6 +33,9 @@ class MediaTable {
   [[nodiscard]] std::vector<MediaFile> withName(const std::string& name) const;
   [[nodiscard]] std::vector<MediaFile> proxiesOf(const MediaFile& file) const;
 
+  /// All files, in order of their network forms.
+  [[nodiscard]] std::vector<MediaFile> all() const;
+
   /// All but the proxies, in order of their network forms.
   [[nodiscard]] std::vector<MediaFile> mains() const;
 

@@ -138,13 +138,6 @@ bool fillAndRename(const Temporary& temporary, const std::string& path, const st
   return ::fsync(file) == 0 && ::rename(temporary.path.c_str(), path.c_str()) == 0;
 }
 
-Error tooLarge(const std::string& path, std::size_t most) {
-  return {ErrorCode::eBadContent,
-          "Cannot read " + path + ": it is larger than " + std::to_string(most >> 20) +
-              " MiB, so it is not what its name says. Look what it is, and move it away.",
-          path};
-}
-
 bool isFolder(const std::string& path) {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
@@ -247,6 +240,13 @@ Error errorFromErrno(int number, const std::string& what, const std::string& pat
   const ErrorCode code = codeOf(number);
   return {code,
           "Cannot " + what + " " + path + ": " + std::strerror(number) + ". " + adviceFor(code),
+          path};
+}
+
+Error tooLarge(const std::string& path, std::size_t most) {
+  return {ErrorCode::eBadContent,
+          "Cannot read " + path + ": it is larger than " + std::to_string(most >> 20) +
+              " MiB, so it is not what its name says. Look what it is, and move it away.",
           path};
 }
 

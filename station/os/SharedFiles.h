@@ -54,4 +54,7 @@ Result<void> makeFolder(const std::string& path);
 /// The code and sentence for an errno value met while doing `what` ("write", "open") to `path`.
 Error errorFromErrno(int number, const std::string& what, const std::string& path);
 
+/// The refusal to read a file that is larger than `most`.
+Error tooLarge(const std::string& path, std::size_t most);
+
 }  // namespace korvel

@@ -19,13 +19,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kRecordFile = "/project.json";
+constexpr std::string_view kRecordFile = "/project.json";
 constexpr std::string_view kBuilding = ".new-";
 
 /// Making a folder takes a moment; a station that needed longer is gone.
 constexpr auto kAbandonedAfter = std::chrono::hours(1);
 
-std::string recordPath(const Cookie& project) { return projectFolder(project) + kRecordFile; }
+std::string recordPath(const Cookie& project) {
+  return projectFolder(project) + std::string(kRecordFile);
+}
 
 std::string recordText(const ProjectRecord& record) {
   return writeJsonIndented(JsonValue::object({{"name", record.name},
@@ -37,7 +39,8 @@ std::string recordText(const ProjectRecord& record) {
 Result<void> fillFolder(const std::string& building, const std::string& folder,
                         const ProjectRecord& record) {
   if (auto made = makeFolder(building); !made) return made.error();
-  if (auto written = writeAtomically(building + kRecordFile, recordText(record)); !written) {
+  if (auto written = writeAtomically(building + std::string(kRecordFile), recordText(record));
+      !written) {
     return written.error();
   }
   if (std::rename(building.c_str(), folder.c_str()) != 0) {
@@ -89,6 +92,15 @@ Result<std::vector<Cookie>> listProjectFolders() {
   }
   std::sort(projects.begin(), projects.end());
   return projects;
+}
+
+bool isProjectFile(std::string_view name) {
+  if (name == kRecordFile.substr(1)) return true;
+  const std::size_t dot = name.rfind('.');
+  if (dot == std::string_view::npos || dot == 0) return false;
+  const std::string_view ending = name.substr(dot);
+  if (ending != ".otio" && ending != ".json") return false;
+  return !Cookie(std::string(name.substr(0, dot)).c_str(), false).isNull();
 }
 
 std::string findInAnyProject(const std::string& fileName) {

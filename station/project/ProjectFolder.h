@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/base/Cookie.h"
@@ -27,6 +28,10 @@ Result<std::vector<Cookie>> listProjectFolders();
 
 /// The path of a file of this name in the folder of a project that holds one; empty when none does.
 std::string findInAnyProject(const std::string& fileName);
+
+/// Whether a file of this name in a project's folder can belong to one of its parts, or is its
+/// record. Other programs' files are not looked at.
+bool isProjectFile(std::string_view name);
 
 /// Reads a project's record. A broken one is eBadContent, and is never written over.
 Result<ProjectRecord> readProjectRecord(const Cookie& project);

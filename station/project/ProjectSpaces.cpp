@@ -2,6 +2,7 @@
 #include "station/base/Events.h"
 #include "station/base/StationSettings.h"
 #include "station/project/Projects.h"
+#include "station/project/Rooms.h"
 
 using namespace korvel;
 
@@ -22,4 +23,5 @@ int ProjectSpacesManager::getCurrentProjectSpaceType() {
 // shows too: whoever shows it is told to look again.
 void ProjectSpacesManager::refreshCurrentLobby() {
   events().changed("room", get_project_cookie(), "refreshed", currentOrigin());
+  Rooms::noteToldHere();
 }

@@ -186,15 +186,17 @@ Result<void> Projects::open(const Found& project) {
     if (auto locked = lock(cookie, project.record.name); !locked) return locked;
   }
   const auto record = readProjectRecord(cookie);
-  const auto files = listFresh(projectFolder(cookie));
-  if (!record || !files) {
+  auto listing = listStamped(projectFolder(cookie), isProjectFile);
+  if (!record || !listing) {
     if (project.record.isPrivate) iProjectShare::instance()->unlockCurrentlyLockedProject();
-    return record ? files.error() : record.error();
+    return record ? listing.error() : record.error();
   }
-  current_ = std::make_unique<OpenProject>(
-      OpenProject{cookie, record->name, projectFolder(cookie), project.record.isPrivate});
+  std::vector<std::string> files = listing->others;
+  for (const auto& [name, stamp] : listing->files) files.push_back(name);
+  current_ = std::make_unique<OpenProject>(OpenProject{
+      cookie, record->name, projectFolder(cookie), project.record.isPrivate, std::move(*listing)});
   flushPermissions();
-  enterParts(*files);
+  enterParts(files);
   ProjectListeners::instance().tell([](ProjectListener& each) { each.handleProjectEntry(); });
   return {};
 }
@@ -275,6 +277,13 @@ Result<Cookie> Projects::resolveListed(const std::string& nameOrCookie,
                "Several objects are called " + inQuotes(nameOrCookie) +
                    "; name one by its cookie:" + candidates + ".",
                {}};
+}
+
+std::size_t Projects::catchUp(const FoundFiles& files) {
+  std::size_t told = 0;
+  if (!current_) return told;
+  for (iProjectPart* part : parts_) told += part->catchUp(files);
+  return told;
 }
 
 std::vector<NamedObject> Projects::objects() const {

@@ -69,6 +69,10 @@ class Projects {
   /// The names and cookies of the open project's objects, for completion.
   [[nodiscard]] std::vector<NamedObject> objects() const;
 
+  /// Hands what was found in the open project's folder to the parts; the number of changes that
+  /// they told of.
+  std::size_t catchUp(const FoundFiles& files);
+
   /// Everything that this station shows of the open project, as one object: "project" (null when
   /// none is open) and each part under its key.
   [[nodiscard]] JsonValue state() const;

@@ -12,7 +12,21 @@ namespace {
 
 constexpr std::string_view kEnding = ".json";
 
-Result<JsonValue> understand(const Result<std::string>& bytes, const std::string& path) {
+}  // namespace
+
+Cookie recordCookie(std::string_view fileName, std::string_view kinds) {
+  if (fileName.empty() || kinds.find(fileName.front()) == std::string_view::npos) return {};
+  if (!fileName.ends_with(kEnding)) return {};
+  const std::string stem(fileName.substr(0, fileName.size() - kEnding.size()));
+  Cookie cookie(stem.c_str(), false);
+  return utf8Text(cookie.asString()) == stem ? cookie : Cookie();
+}
+
+std::string recordPath(const std::string& folder, const Cookie& cookie) {
+  return folder + '/' + utf8Text(cookie.asString()) + std::string(kEnding);
+}
+
+Result<JsonValue> parseRecord(const Result<std::string>& bytes, const std::string& path) {
   if (!bytes) return bytes.error();
   Result<JsonValue> value = parseJson(*bytes);
   if (value && value->isObject()) return value;
@@ -28,22 +42,8 @@ Result<JsonValue> understand(const Result<std::string>& bytes, const std::string
                path};
 }
 
-}  // namespace
-
-Cookie recordCookie(std::string_view fileName, std::string_view kinds) {
-  if (fileName.empty() || kinds.find(fileName.front()) == std::string_view::npos) return {};
-  if (!fileName.ends_with(kEnding)) return {};
-  const std::string stem(fileName.substr(0, fileName.size() - kEnding.size()));
-  Cookie cookie(stem.c_str(), false);
-  return utf8Text(cookie.asString()) == stem ? cookie : Cookie();
-}
-
-std::string recordPath(const std::string& folder, const Cookie& cookie) {
-  return folder + '/' + utf8Text(cookie.asString()) + std::string(kEnding);
-}
-
 Result<JsonValue> readRecord(const std::string& path) {
-  return understand(readFresh(path, kLargestRecord), path);
+  return parseRecord(readFresh(path, kLargestRecord), path);
 }
 
 void readRecords(const std::string& folder, const std::vector<std::string>& files,
@@ -53,7 +53,7 @@ void readRecords(const std::string& folder, const std::vector<std::string>& file
     const Cookie cookie = recordCookie(file, kinds);
     if (cookie.isNull()) continue;
     const std::string path = recordPath(folder, cookie);
-    Result<JsonValue> record = understand(readListed(path, kLargestRecord), path);
+    Result<JsonValue> record = parseRecord(readListed(path, kLargestRecord), path);
     const Result<void> taken =
         record ? take(cookie, std::move(*record)) : Result<void>(record.error());
     if (!taken) LogBoth("%s\n", taken.error().message);

@@ -23,6 +23,9 @@ std::string recordPath(const std::string& folder, const Cookie& cookie);
 /// name the file.
 Result<JsonValue> readRecord(const std::string& path);
 
+/// A record of the bytes that its file at `path` held.
+Result<JsonValue> parseRecord(const Result<std::string>& bytes, const std::string& path);
+
 /// Calls `take` with each record of these kinds among a folder's `files`, which were listed just
 /// now. Those that cannot be read are reported and left as they are.
 void readRecords(const std::string& folder, const std::vector<std::string>& files,

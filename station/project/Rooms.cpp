@@ -6,6 +6,7 @@
 #include "host/os/OS.h"
 #include "host/project/ProjectSpacesManager.h"
 #include "host/project/iProjectShare.h"
+#include "station/base/Events.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
@@ -43,6 +44,12 @@ JsonValue shown(const RoomInfo& room) {
                             {"here", room.isHere}});
 }
 
+JsonValue shown(const std::vector<RoomInfo>& rooms) {
+  JsonValue all = JsonValue::array();
+  for (const RoomInfo& room : rooms) all.append(shown(room));
+  return all;
+}
+
 }  // namespace
 
 Rooms::Rooms() { theRooms = this; }
@@ -54,6 +61,7 @@ Rooms& Rooms::instance() { return *theRooms; }
 void Rooms::enter(const OpenProject& project, const std::vector<std::string>&) {
   folder_ = project.folder + "/rooms";
   isShared_ = !project.isPrivate;
+  noteTold();
 }
 
 void Rooms::leave() {
@@ -173,13 +181,29 @@ Result<void> Rooms::goOut() {
   return {};
 }
 
+void Rooms::noteToldHere() {
+  if (theRooms) theRooms->noteTold();
+}
+
+void Rooms::noteTold() {
+  if (!isShared_ || folder_.empty()) return;
+  if (const auto rooms = list()) told_ = writeJson(shown(*rooms));
+}
+
+// A list asks the share for its locks: what the files were when they were found does not matter.
+std::size_t Rooms::catchUp(const FoundFiles& files) {
+  const auto isOfRoom = [](const FoundFile& file) { return file.name.starts_with("rooms/"); };
+  if (std::ranges::none_of(files, isOfRoom)) return 0;
+  const std::string before = told_;
+  noteTold();
+  if (told_ == before) return 0;
+  events().changed("room", Projects::instance().current()->cookie, "refreshed", currentOrigin());
+  return 1;
+}
+
 JsonValue Rooms::state() const {
-  JsonValue all = JsonValue::array();
-  if (!isShared_) return all;
-  const auto rooms = list();
-  if (!rooms) return all;
-  for (const RoomInfo& room : *rooms) all.append(shown(room));
-  return all;
+  const auto rooms = isShared_ ? list() : Result<std::vector<RoomInfo>>(std::vector<RoomInfo>());
+  return rooms ? shown(*rooms) : JsonValue::array();
 }
 
 }  // namespace korvel

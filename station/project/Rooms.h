@@ -37,8 +37,12 @@ class Rooms : public iProjectPart {
   void findByName(const std::string&, std::vector<NamedObject>&) const override {}
   [[nodiscard]] bool holds(const Cookie&) const override { return false; }
   void listObjects(std::vector<NamedObject>&) const override {}
+  std::size_t catchUp(const FoundFiles& files) override;
   [[nodiscard]] std::string stateKey() const override { return "rooms"; }
   [[nodiscard]] JsonValue state() const override;
+
+  /// Notes that the rooms were told of as they are now; nothing in a process without rooms.
+  static void noteToldHere();
 
   Result<void> create(const std::string& name);
   Result<std::vector<RoomInfo>> list() const;
@@ -54,6 +58,7 @@ class Rooms : public iProjectPart {
   [[nodiscard]] const std::string& current() const { return current_; }
 
  private:
+  void noteTold();
   [[nodiscard]] Result<void> requireShared() const;
   [[nodiscard]] std::string pathOf(const std::string& fileName) const;
   void giveUp();
@@ -63,6 +68,7 @@ class Rooms : public iProjectPart {
   std::string folder_;  ///< of the rooms; empty when no project is open
   bool isShared_ = false;
   std::string current_;
+  std::string told_;  ///< the rooms as they were last told of
 };
 
 }  // namespace korvel

@@ -5,6 +5,8 @@
 
 #include "host/base/Cookie.h"
 #include "station/base/Json.h"
+#include "station/os/FolderListing.h"
+#include "station/project/FoundFile.h"
 
 namespace korvel {
 
@@ -14,6 +16,7 @@ struct OpenProject {
   std::string name;
   std::string folder;  ///< <projects directory>/<cookie>, without a trailing separator
   bool isPrivate = false;
+  FolderListing listing = {};  ///< as it was when the project was entered
 };
 
 /// An object with a name that users may type in place of its cookie.
@@ -36,6 +39,13 @@ class iProjectPart {
   /// Takes up its objects among the folder's `files` that it does not hold: nobody told of them, or
   /// the message was lost. The names were listed just now.
   virtual void takeUpUnlisted(const std::vector<std::string>& files) { (void)files; }
+
+  /// Shows what was found in the folder by looking, and tells of what no message told before.
+  /// Files of other parts are among them. The number of changes told of.
+  virtual std::size_t catchUp(const FoundFiles& files) {
+    (void)files;
+    return 0;
+  }
 
   /// Forgets the project.
   virtual void leave() = 0;

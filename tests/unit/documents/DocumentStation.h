@@ -44,7 +44,7 @@ class NotedEvents : public iStationEvents {
   void received(const std::string&) override {}
   void changed(const std::string& what, const Cookie&, const std::string& how,
                Origin origin) override {
-    changes.push_back(what + " " + how + (origin == Origin::eLocal ? " local" : " remote"));
+    changes.push_back(what + " " + how + " " + originText(origin));
   }
   void log(bool, const std::string& text) override { logged += text; }
   void command(const std::string&) override {}

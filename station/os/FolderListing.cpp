@@ -1,0 +1,104 @@
+#include "station/os/FolderListing.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+
+#include "station/os/Posix.h"
+#include "station/os/SharedFiles.h"
+
+namespace korvel {
+
+namespace {
+
+std::int64_t nanoseconds(const timespec& time) {
+  return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
+FileStamp stampOf(const struct stat& status) {
+  return {status.st_dev, status.st_ino, status.st_size, nanoseconds(status.st_mtim),
+          nanoseconds(status.st_ctim)};
+}
+
+bool stampOpen(int descriptor, FileStamp& stamp) {
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0) return false;
+  stamp = stampOf(status);
+  return true;
+}
+
+/// A file that vanishes while the folder is read is not in the listing.
+void addEntry(int folder, const char* name, FolderListing& listing) {
+  struct stat status {};
+  if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return;
+  if (S_ISREG(status.st_mode)) {
+    listing.files.emplace(name, stampOf(status));
+  } else {
+    listing.others.emplace_back(name);
+  }
+}
+
+}  // namespace
+
+Result<FolderListing> listStamped(const std::string& folder, WantedName isWanted) {
+  const OpenFolder directory(::opendir(folder.c_str()));
+  FolderListing listing;
+  if (!directory || !stampOpen(::dirfd(directory.get()), listing.folder)) {
+    return errorFromErrno(errno, "list", folder);
+  }
+  errno = 0;
+  while (const dirent* const entry = ::readdir(directory.get())) {
+    if (isWanted(entry->d_name)) addEntry(::dirfd(directory.get()), entry->d_name, listing);
+    errno = 0;
+  }
+  if (errno != 0) return errorFromErrno(errno, "list", folder);
+  return listing;
+}
+
+// Some network file systems answer truly after the folder was opened, others only after an entry
+// of it was read.
+Result<FileStamp> stampOfFolder(const std::string& folder) {
+  const OpenFolder directory(::opendir(folder.c_str()));
+  if (!directory) return errorFromErrno(errno, "look at", folder);
+  errno = 0;
+  FileStamp stamp;
+  if ((::readdir(directory.get()) == nullptr && errno != 0) ||
+      !stampOpen(::dirfd(directory.get()), stamp)) {
+    return errorFromErrno(errno, "look at", folder);
+  }
+  return stamp;
+}
+
+Result<StampedContent> readStamped(const std::string& path, std::size_t most) try {
+  const Descriptor file = openPlainFile(path, O_RDONLY | O_NOFOLLOW);
+  StampedContent content;
+  if (!file.isOpen() || !stampOpen(file.get(), content.stamp)) {
+    return errorFromErrno(errno, "read", path);
+  }
+  if (content.stamp.size > static_cast<std::int64_t>(most)) return tooLarge(path, most);
+  content.bytes.reserve(static_cast<std::size_t>(content.stamp.size));
+  if (!readAll(file.get(), content.bytes)) return errorFromErrno(errno, "read", path);
+  return content;
+} catch (const std::bad_alloc&) {
+  return errorFromErrno(ENOMEM, "read", path);
+}
+
+bool isStillStamped(const std::string& path, const FileStamp& stamp) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && stampOf(status) == stamp;
+}
+
+bool isSurelyGone(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) != 0 && errno == ENOENT;
+}
+
+bool isAtRest(const FileStamp& stamp, std::int64_t moment) {
+  return std::max(stamp.modified, stamp.changed) < moment - kCoarsestTick;
+}
+
+}  // namespace korvel

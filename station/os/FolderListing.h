@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "station/base/Result.h"
+
+namespace korvel {
+
+/// What tells one state of a file from another without reading it. Times are nanoseconds since
+/// 1970 by the clock of the file system.
+struct FileStamp {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::int64_t size = 0;
+  std::int64_t modified = 0;
+  std::int64_t changed = 0;
+
+  bool operator==(const FileStamp&) const = default;
+};
+
+/// A folder's files by name, each as it was when the folder was read. The folder's own stamp is
+/// older than all of them: a change after it shows in the next stamp of the folder.
+struct FolderListing {
+  FileStamp folder;
+  std::map<std::string, FileStamp> files;
+  std::vector<std::string> others;  ///< wanted names that are no plain files: links and folders
+};
+
+/// A file's bytes, and the stamp of the file that they were read from.
+struct StampedContent {
+  FileStamp stamp;
+  std::string bytes;
+};
+
+/// The coarsest clock of a file system that is reckoned with. A file may change twice within one
+/// tick and look the same from outside.
+inline constexpr std::int64_t kCoarsestTick = 2'000'000'000;
+
+/// Which files a listing looks at.
+using WantedName = bool (*)(std::string_view name);
+
+// Paths are UTF-8. Answers are fresh on a network file system. Any thread; calls block as long as
+// the share does.
+
+/// Lists a folder with the stamps of the wanted files.
+Result<FolderListing> listStamped(const std::string& folder, WantedName isWanted);
+
+/// The folder's own stamp: its time of change moves with every rename, creation and removal in it.
+/// One or two round trips, whatever the folder's size.
+Result<FileStamp> stampOfFolder(const std::string& folder);
+
+/// Reads a file whose folder was listed a moment ago.
+Result<StampedContent> readStamped(const std::string& path, std::size_t most);
+
+/// Whether the path leads to the file in this state now.
+bool isStillStamped(const std::string& path, const FileStamp& stamp);
+
+/// Whether nothing is at the path. False where that cannot be told.
+bool isSurelyGone(const std::string& path);
+
+/// Whether a file was at rest when it was stamped: its last change is older than any clock's tick
+/// before `moment`, a time by the same file system's clock that had passed by then.
+bool isAtRest(const FileStamp& stamp, std::int64_t moment);
+
+}  // namespace korvel

@@ -1,0 +1,187 @@
+#include "station/watch/FolderWatch.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <utility>
+
+#include "station/os/FolderNotices.h"
+
+namespace korvel {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+/// Time for the message of a change to come before the change is found.
+constexpr milliseconds kSettle(400);
+constexpr milliseconds kLongestSettle(2000);
+
+/// A pause is at least this many times as long as what the share or this machine had to do.
+constexpr int kPauseFactor = 5;
+constexpr milliseconds kLongestPeriod(10'000);
+
+/// How long the end waits for the thread before it leaves the thread to the share.
+constexpr milliseconds kPatience(200);
+
+milliseconds since(Clock::time_point start) {
+  return std::chrono::duration_cast<milliseconds>(Clock::now() - start);
+}
+
+}  // namespace
+
+/// What the thread works with. It outlives the watch where the share holds the thread up.
+class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
+ public:
+  Loop(HostThread& host, std::vector<WatchedFolder> folders, Take take)
+      : host_(host), take_(std::move(take)) {
+    for (WatchedFolder& folder : folders) watched_.push_back({WatchedFiles(std::move(folder))});
+  }
+
+  void run() {
+    while (!isEnding()) {
+      for (Watched& each : watched_) {
+        if (!isEnding() && Clock::now() >= each.due) ask(each);
+      }
+      if (!isEnding()) await();
+    }
+    const std::lock_guard lock(mutex_);
+    hasEnded_ = true;
+    changed_.notify_all();
+  }
+
+  /// Ends the reports, and the thread as soon as the share lets it. Whether it ended in time.
+  bool end() {
+    std::unique_lock lock(mutex_);
+    isEnding_ = true;
+    changed_.notify_all();
+    notices_.wake();
+    return changed_.wait_for(lock, kPatience, [this] { return hasEnded_; });
+  }
+
+  void askNow() {
+    const std::lock_guard lock(mutex_);
+    isHurried_ = true;
+    notices_.wake();
+  }
+
+  ShareAnswer answer() {
+    const std::lock_guard lock(mutex_);
+    return answer_;
+  }
+
+ private:
+  struct Watched {
+    WatchedFiles files;
+    Clock::time_point due{};
+    milliseconds looked{0};  ///< how long the last look at its files took
+    bool isTold = false;     ///< the machine told of a change
+  };
+
+  bool isEnding() {
+    const std::lock_guard lock(mutex_);
+    return isEnding_;
+  }
+
+  void await() {
+    const auto due = std::ranges::min_element(watched_, {}, &Watched::due)->due;
+    const auto changed = notices_.await(due);
+    const std::lock_guard lock(mutex_);
+    const bool isHurried = std::exchange(isHurried_, false);
+    for (Watched& each : watched_) {
+      each.isTold |= changed.contains(each.files.folder().path);
+      if (each.isTold || isHurried) each.due = std::min(each.due, Clock::now());
+    }
+  }
+
+  void ask(Watched& each) {
+    noteAsked(each);
+    notices_.watch(each.files.folder().path);
+    const auto start = Clock::now();
+    const auto moved = each.files.hasMoved();
+    const milliseconds took = since(start);
+    Result<void> result;
+    if (!moved) result = moved.error();
+    if (moved && (*moved || std::exchange(each.isTold, false))) result = look(each);
+    noteAnswer(each, std::move(result), took);
+    const auto now = Clock::now();
+    each.due = now + std::max(each.files.folder().period,
+                              std::min<milliseconds>(took * kPauseFactor, kLongestPeriod));
+    if (each.files.recheck() > now) each.due = std::min(each.due, each.files.recheck());
+  }
+
+  Result<void> look(Watched& each) {
+    notices_.pause(Clock::now() +
+                   std::clamp<milliseconds>(each.looked * kPauseFactor, kSettle, kLongestSettle));
+    const auto start = Clock::now();
+    auto differing = each.files.look();
+    if (!differing) return differing.error();
+    while (!differing->empty() && !isEnding()) report(each.files.readSome(*differing));
+    each.looked = since(start);
+    return {};
+  }
+
+  /// Returns when the host thread has dealt with it, so that nothing piles up there.
+  void report(FoundFiles found) {
+    std::unique_lock lock(mutex_);
+    if (found.empty() || isEnding_) return;
+    isTaken_ = false;
+    const auto shared = std::make_shared<const FoundFiles>(std::move(found));
+    host_.post([weak = weak_from_this(), shared] {
+      if (const auto loop = weak.lock()) loop->hand(*shared);
+    });
+    changed_.wait(lock, [this] { return isTaken_ || isEnding_; });
+  }
+
+  /// Host thread, where the watch is destroyed, too.
+  void hand(const FoundFiles& found) {
+    if (isEnding()) return;
+    take_(found);
+    const std::lock_guard lock(mutex_);
+    isTaken_ = true;
+    changed_.notify_all();
+  }
+
+  void noteAsked(const Watched& each) {
+    const std::lock_guard lock(mutex_);
+    if (&each != &watched_.front()) return;
+    answer_.isAwaited = true;
+    answer_.asked = Clock::now();
+  }
+
+  void noteAnswer(const Watched& each, Result<void> result, milliseconds took) {
+    const std::lock_guard lock(mutex_);
+    if (&each == &watched_.front()) answer_ = {std::move(result), took, Clock::now(), false, {}};
+  }
+
+  HostThread& host_;  ///< used while the watch lives
+  Take take_;
+  std::vector<Watched> watched_;
+  FolderNotices notices_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  ShareAnswer answer_;
+  bool isHurried_ = false;
+  bool isTaken_ = false;
+  bool isEnding_ = false;
+  bool hasEnded_ = false;
+};
+
+FolderWatch::FolderWatch(HostThread& host, std::vector<WatchedFolder> folders, Take take)
+    : loop_(std::make_shared<Loop>(host, std::move(folders), std::move(take))),
+      thread_([loop = loop_] { loop->run(); }) {}
+
+FolderWatch::~FolderWatch() {
+  if (loop_->end()) {
+    thread_.join();
+  } else {
+    thread_.detach();
+  }
+}
+
+ShareAnswer FolderWatch::answer() const { return loop_->answer(); }
+
+void FolderWatch::askNow() { loop_->askNow(); }
+
+}  // namespace korvel
