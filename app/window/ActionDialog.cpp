@@ -1,6 +1,7 @@
 #include "app/window/ActionDialog.h"
 
 #include <QComboBox>
+#include <QCompleter>
 #include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QFormLayout>
@@ -62,7 +63,7 @@ ActionDialog::ActionDialog(const ActionSpec& action, const std::vector<FieldCont
 
 QWidget* ActionDialog::makeField(const ActionField& field, const FieldContent& content) {
   if (field.kind != Kind::eText && field.kind != Kind::eOpenFile && field.kind != Kind::eSaveFile) {
-    return makeChoice(content);
+    return makeChoice(field, content);
   }
   auto* edit = new QLineEdit(content.initial);
   edit->selectAll();
@@ -90,7 +91,10 @@ QWidget* ActionDialog::makeFileField(const ActionField& field, QLineEdit* edit) 
   return row;
 }
 
-QWidget* ActionDialog::makeChoice(const FieldContent& content) {
+// An editable choice completes what is typed within the field: of a name that begins like another
+// it would make that other, and what it holds at first would be typed into. Who is offered shows in
+// a list instead.
+QWidget* ActionDialog::makeChoice(const ActionField& field, const FieldContent& content) {
   auto* choice = new QComboBox;
   choice->setEditable(true);
   choice->setInsertPolicy(QComboBox::NoInsert);
@@ -101,6 +105,13 @@ QWidget* ActionDialog::makeChoice(const FieldContent& content) {
   for (const FieldChoice& each : content.choices) choice->addItem(each.shown, each.word);
   for (const FieldChoice& each : content.choices) {
     if (each.word == content.initial) choice->setCurrentText(each.shown);
+  }
+  if (field.kind == Kind::eNewOwner || field.kind == Kind::eUser) {
+    choice->setCurrentIndex(-1);
+    choice->clearEditText();
+    choice->lineEdit()->setPlaceholderText(QStringLiteral("The exact name"));
+    choice->completer()->setCompletionMode(QCompleter::PopupCompletion);
+    choice->completer()->setCaseSensitivity(Qt::CaseInsensitive);
   }
   connect(choice, &QComboBox::editTextChanged, this, &ActionDialog::check);
   inputs_.push_back(choice);

@@ -39,7 +39,7 @@ class ActionDialog : public QDialog {
  private:
   QWidget* makeField(const ActionField& field, const FieldContent& content);
   QWidget* makeFileField(const ActionField& field, QLineEdit* edit);
-  QWidget* makeChoice(const FieldContent& content);
+  QWidget* makeChoice(const ActionField& field, const FieldContent& content);
   void check();
   [[nodiscard]] QStringList values() const;
 

@@ -78,11 +78,11 @@ const std::vector<ActionSpec>& table() {
        "Ctrl+G",
        Target::eEdit,
        "edit give {object} {0}",
-       {{"New owner", Kind::eUser}}},
+       {{"New owner", Kind::eNewOwner}}},
       {"Edit", "May I change it&?", "", Target::eEdit, "edit may {object}", {}},
       {"Edit", "S&how it as text", "", Target::eEdit, "edit show {object}", {}},
       {"Edit", "List &all as text", "", Target::eOpenProject, "edit list", {}},
-      {"Edit", "&Delete", "Del", Target::eEdit, "edit delete {objects}", {}},
+      {"Edit", "&Delete…", "Del", Target::eEdit, "edit delete {objects}", {}},
 
       {"Bin", "&New bin…", "", Target::eOpenProject, "bin create {0}", {{"Name"}}},
       {"Bin",
@@ -99,7 +99,7 @@ const std::vector<ActionSpec>& table() {
        {{"What", Kind::eContent}}},
       {"Bin", "&Show it as text", "", Target::eBin, "bin show {object}", {}},
       {"Bin", "&List all as text", "", Target::eOpenProject, "bin list", {}},
-      {"Bin", "&Destroy the bin", "", Target::eBin, "bin destroy {object}", {}},
+      {"Bin", "&Delete the bin…", "", Target::eBin, "bin destroy {object}", {}},
 
       {"Rack", "&New rack…", "", Target::eOpenProject, "rack create {0}", {{"Name"}}},
       {"Rack",
@@ -116,7 +116,7 @@ const std::vector<ActionSpec>& table() {
        {{"What", Kind::eContent}}},
       {"Rack", "&Show it as text", "", Target::eRack, "rack show {object}", {}},
       {"Rack", "&List all as text", "", Target::eOpenProject, "rack list", {}},
-      {"Rack", "&Destroy the rack", "", Target::eRack, "rack destroy {object}", {}},
+      {"Rack", "&Delete the rack…", "", Target::eRack, "rack destroy {object}", {}},
 
       {"Filter",
        "&New filter…",
@@ -131,7 +131,7 @@ const std::vector<ActionSpec>& table() {
        "filter change {object} {0}",
        {{"What it finds", Kind::eText, "{detail}"}}},
       {"Filter", "&List all as text", "", Target::eOpenProject, "filter list", {}},
-      {"Filter", "&Destroy the filter", "", Target::eFilter, "filter destroy {object}", {}},
+      {"Filter", "&Delete the filter…", "", Target::eFilter, "filter destroy {object}", {}},
 
       {"Media",
        "&Add a file…",

@@ -8,7 +8,17 @@ namespace korvel {
 
 /// Something to fill in before an action can run.
 struct ActionField {
-  enum class Kind { eText, eOpenFile, eSaveFile, eUser, eBin, eRack, eContent, eClip };
+  enum class Kind {
+    eText,
+    eOpenFile,
+    eSaveFile,
+    eUser,      ///< one to write to
+    eNewOwner,  ///< a user's exact name, which nothing fills in beforehand
+    eBin,
+    eRack,
+    eContent,
+    eClip
+  };
   const char* label;
   Kind kind = Kind::eText;
   const char* initial = "";  ///< "{name}" for the chosen object's name

@@ -9,6 +9,7 @@
 #include "station/base/Activity.h"
 #include "station/base/Rendering.h"
 #include "station/edit/EditActions.h"
+#include "station/edit/Edits.h"
 #include "station/ui/Desktop.h"
 
 namespace korvel {
@@ -103,31 +104,62 @@ void HostLink::tellBusy() {
 
 CommandOutcome HostLink::outcomeOf(const QString& line) {
   const CommandCall call = readCall(with_.commands, line.toStdString());
-  CommandOutcome outcome{line, {}, false, {}};
+  CommandOutcome outcome;
+  outcome.line = line;
   if (call.command) outcome.command = readableText(call.command->name);
   if (call.problem || !call.command) {
     outcome.text = call.problem ? readableText(call.problem->message) : QString();
+    outcome.code = ErrorCode::eUsage;
     return outcome;
   }
   const auto result = runCall(call);
   feed_.noteCommand(call.command->name);
   outcome.succeeded = static_cast<bool>(result);
+  outcome.result = result ? *result : JsonValue();
+  if (!result) outcome.code = result.error().code;
   outcome.text = readableText(result ? renderForPeople(*result) : result.error().message);
   return outcome;
 }
 
-void HostLink::run(const QString& line) {
+void HostLink::run(const QString& line, const Ended& then) {
+  const auto tell = [this, then](const CommandOutcome& outcome) {
+    Q_EMIT finished(outcome);
+    if (then) then(outcome);
+  };
   const CommandCall call = readCall(with_.commands, line.toStdString());
   if (call.command && !call.problem && call.command->place == Command::Place::eConsoleThread &&
       call.command->name != "help" && call.command->name != "quit") {
-    Q_EMIT finished({line, readableText(call.command->name), false,
-                     QStringLiteral("\"%1\" is for scripts: the window would stand still.")
-                         .arg(readableText(call.command->name))});
-    return;
+    CommandOutcome refused;
+    refused.line = line;
+    refused.command = readableText(call.command->name);
+    refused.code = ErrorCode::eRefused;
+    refused.text =
+        QStringLiteral("\"%1\" is for scripts: the window would stand still.").arg(refused.command);
+    return tell(refused);
   }
-  post("the command \"" + line.toStdString() + "\"", [this, line] {
+  post("the command \"" + line.toStdString() + "\"", [this, line, tell] {
     const CommandOutcome outcome = outcomeOf(line);
-    QMetaObject::invokeMethod(this, [this, outcome] { Q_EMIT finished(outcome); });
+    QMetaObject::invokeMethod(this, [outcome, tell] { tell(outcome); });
+  });
+}
+
+void HostLink::runAll(const QStringList& lines, const Ended& then) {
+  if (lines.isEmpty()) return;
+  run(lines.front(), [this, rest = lines.mid(1), then](const CommandOutcome& outcome) {
+    outcome.succeeded && !rest.isEmpty() ? runAll(rest, then) : then(outcome);
+  });
+}
+
+void HostLink::askUnsaved(const std::function<void(const std::vector<UnsavedEdit>&)>& then) {
+  post("looking for what is not saved", [this, then] {
+    std::vector<UnsavedEdit> unsaved;
+    const JsonValue list = Edits::instance()->list();
+    for (const JsonValue& edit : list.elements()) {
+      if (!edit["dirty"].asBool()) continue;
+      unsaved.push_back(
+          {readableText(edit["cookie"].asString()), readableText(edit["name"].asString())});
+    }
+    QMetaObject::invokeMethod(this, [then, unsaved] { then(unsaved); });
   });
 }
 

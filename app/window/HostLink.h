@@ -3,15 +3,19 @@
 #include <QElapsedTimer>
 #include <QHash>
 #include <QObject>
+#include <QStringList>
 #include <QTimer>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "app/window/EventFeed.h"
 #include "app/window/Snapshot.h"
 #include "app/window/SnapshotMaker.h"
 #include "app/window/Timeline.h"
 #include "app/window/iStationWindow.h"
+#include "station/base/Json.h"
+#include "station/base/Result.h"
 
 namespace korvel {
 
@@ -20,7 +24,15 @@ struct CommandOutcome {
   QString line;
   QString command;  ///< its name; empty for a line that names none
   bool succeeded = false;
-  QString text;  ///< the answer as the console shows it, or why it was refused
+  QString text;      ///< the answer as the console shows it, or why it was refused
+  JsonValue result;  ///< the answer as scripts get it
+  ErrorCode code = ErrorCode::eSystem;  ///< why it was refused; only where it was
+};
+
+/// An edit or log of the open project with changes that are not saved.
+struct UnsavedEdit {
+  QString cookie;
+  QString name;
 };
 
 /// The window's way to the host thread: actions go there as tasks, answers come back as signals.
@@ -34,8 +46,18 @@ class HostLink : public QObject {
 
   HostLink(iStationWindow::Dependencies surroundings, EventFeed& feed);
 
+  /// Told how a command ended, after finished(); on the window's thread.
+  using Ended = std::function<void(const CommandOutcome& outcome)>;
+
   /// Runs a line as the console would; finished() follows.
-  void run(const QString& line);
+  void run(const QString& line, const Ended& then = {});
+
+  /// Runs lines one after another, and stops at the first that fails; `then` is told once, how the
+  /// last one ended that was run.
+  void runAll(const QStringList& lines, const Ended& then);
+
+  /// Asks the station for what is not saved right now.
+  void askUnsaved(const std::function<void(const std::vector<UnsavedEdit>& unsaved)>& then);
 
   /// Has an edit's timeline drawn up; timelineReady() follows.
   void askTimeline(const QString& cookie);

@@ -43,6 +43,12 @@ void MainMenus::enable(const std::function<bool(Target)>& isThere) {
   for (const auto& [spec, action] : actions_) action->setEnabled(isThere(spec->target));
 }
 
+void MainMenus::bindKey(const QString& line, QWidget& widget) const {
+  QAction* const bound = action(line);
+  bound->setShortcutContext(Qt::WidgetShortcut);
+  widget.addAction(bound);
+}
+
 void MainMenus::popUp(const std::vector<Target>& targets, const QPoint& at) {
   auto* shown = new QMenu(&window_);
   shown->setAttribute(Qt::WA_DeleteOnClose);

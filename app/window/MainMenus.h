@@ -27,6 +27,9 @@ class MainMenus {
   QAction& add(const QString& menu, const QString& text, const QString& shortcut,
                const std::function<void()>& run);
 
+  /// The action's key works while this widget has the keyboard, and nowhere else.
+  void bindKey(const QString& line, QWidget& widget) const;
+
   /// Enables what can be done with what is chosen.
   void enable(const std::function<bool(Target)>& isThere);
 

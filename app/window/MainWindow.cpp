@@ -6,18 +6,21 @@
 #include <QTreeView>
 #include <cstdlib>
 
-#include "app/commands/CommandCall.h"
-#include "app/commands/MessageAdvice.h"
-#include "app/window/Appearance.h"
+#include "app/window/ActionRunner.h"
 #include "app/window/DetailPane.h"
+#include "app/window/KeptTools.h"
 #include "app/window/LogPane.h"
 #include "app/window/MessageBar.h"
 #include "app/window/NotificationsPane.h"
 #include "app/window/ObjectsPane.h"
+#include "app/window/OutcomeTeller.h"
 #include "app/window/PanelDock.h"
 #include "app/window/ProjectsPane.h"
 #include "app/window/StatusLine.h"
+#include "app/window/TextDialogs.h"
 #include "app/window/Texts.h"
+#include "app/window/WindowMenus.h"
+#include "app/window/WindowSettings.h"
 
 namespace korvel {
 
@@ -42,114 +45,149 @@ QString contentText(const ObjectRow& row, ObjectKind kind, const ObjectsPane& ob
   return lines.join(QLatin1Char('\n'));
 }
 
+WindowPanes makePanes() {
+  return {new ProjectsPane,
+          new ObjectsPane,
+          new DetailPane,
+          new MessageBar(QStringLiteral("messages")),
+          new MessageBar(QStringLiteral("strip")),
+          new StatusLine,
+          new PanelDock,
+          new LogPane,
+          new NotificationsPane};
+}
+
 }  // namespace
 
 MainWindow::MainWindow(HostLink& link)
     : link_(link),
-      projects_(new ProjectsPane),
-      objects_(new ObjectsPane),
-      detail_(new DetailPane),
-      messages_(new MessageBar(QStringLiteral("messages"))),
-      strip_(new MessageBar(QStringLiteral("strip"))),
-      status_(new StatusLine),
-      panel_(new PanelDock),
-      log_(new LogPane),
-      notifications_(new NotificationsPane) {
+      panes_(makePanes()),
+      layout_(std::make_unique<WindowLayout>(*this, panes_)),
+      actions_(std::make_unique<ActionRunner>(*this, link_, panes_)),
+      outcomes_(std::make_unique<OutcomeTeller>(*this, link_, panes_)),
+      menus_(std::make_unique<MainMenus>(
+          *this, [this](const ActionSpec& action) { actions_->run(action); })),
+      ownMenus_(
+          std::make_unique<WindowMenus>(*this, *menus_, panes_, *layout_,
+                                        [this](const QString& line) { actions_->runLine(line); })) {
   setObjectName(QStringLiteral("mainWindow"));
   setWindowTitle(QStringLiteral("Station"));
-  chooseAppearance({});
-  buildPanes();
-  buildDocks();
-  buildMenus();
-  setStatusBar(status_);
+  setStatusBar(panes_.status);
+  menus_->bindKey(QStringLiteral("edit delete {objects}"), objects().view(ObjectKind::eEdits));
   connectLink();
-  connectPanes();
-  restoreLayout();
-  spread_ = saveState();
+  connectObjects();
+  connectProjects();
+  connectPanel();
+  connectNotifications();
+  QSettings kept = windowSettings();
+  keepsLayout_ = layout_->restore(kept);
+  if (keepsLayout_) link_.putBackOnceReady(keptTools(kept));
+  layout_->noteSpread();
   enableActions();
 }
 
-MainWindow::~MainWindow() = default;
+// The panes' signals lead to members that go before the panes do.
+MainWindow::~MainWindow() {
+  for (QObject* pane : findChildren<QWidget*>()) pane->disconnect(this);
+}
 
 void MainWindow::connectLink() {
   connect(&link_, &HostLink::snapshotReady, this, &MainWindow::takeSnapshot);
   connect(&link_, &HostLink::newsReady, this, &MainWindow::takeNews);
-  connect(&link_, &HostLink::finished, this, &MainWindow::takeOutcome);
-  connect(&link_, &HostLink::busyChanged, status_, &StatusLine::showBusy);
-  connect(&link_, &HostLink::timelineReady, detail_, &DetailPane::takeTimeline);
-  connect(&link_, &HostLink::mayReady, objects_, &ObjectsPane::takeAnswers);
+  connect(&link_, &HostLink::finished, outcomes_.get(), &OutcomeTeller::take);
+  connect(&link_, &HostLink::busyChanged, panes_.status, &StatusLine::showBusy);
+  connect(&link_, &HostLink::timelineReady, panes_.detail, &DetailPane::takeTimeline);
+  connect(&link_, &HostLink::mayReady, panes_.objects, &ObjectsPane::takeAnswers);
+  connect(ownMenus_.get(), &WindowMenus::lookWanted, &link_, &HostLink::lookAgain);
+  connect(actions_.get(), &ActionRunner::deleted, outcomes_.get(), &OutcomeTeller::tellOfDeletion);
 }
 
-void MainWindow::connectPanes() {
-  connect(objects_, &ObjectsPane::mayWanted, &link_, &HostLink::askMay);
-  connect(objects_, &ObjectsPane::choiceChanged, this, &MainWindow::showChoice);
-  connect(objects_, &ObjectsPane::opened, this, [this](const ObjectRow& row) {
-    if (objects_->kind() == ObjectKind::eEdits) {
-      link_.run(QStringLiteral("edit open ") + quoted(row.cookie));
-    }
-  });
-  connect(objects_, &ObjectsPane::menuWanted, this, [this](const QPoint& at) {
+void MainWindow::connectObjects() {
+  connect(panes_.objects, &ObjectsPane::mayWanted, &link_, &HostLink::askMay);
+  connect(panes_.objects, &ObjectsPane::choiceChanged, this, &MainWindow::showChoice);
+  connect(panes_.objects, &ObjectsPane::opened, actions_.get(), &ActionRunner::open);
+  connect(panes_.objects, &ObjectsPane::menuWanted, this, [this](const QPoint& at) {
     const Target kinds[] = {Target::eEdit, Target::eBin, Target::eRack, Target::eFilter,
                             Target::eMedia};
-    menus_->popUp({kinds[static_cast<int>(objects_->kind())], Target::eObject}, at);
+    menus_->popUp({kinds[static_cast<int>(objects().kind())], Target::eObject}, at);
   });
-  connect(&detail_->view(), &QWidget::customContextMenuRequested, this, [this](const QPoint& at) {
-    menus_->popUp({Target::eEdit}, detail_->view().mapToGlobal(at));
+  connect(&detail().view(), &QWidget::customContextMenuRequested, this, [this](const QPoint& at) {
+    menus_->popUp({Target::eEdit}, detail().view().mapToGlobal(at));
   });
-  connect(detail_, &DetailPane::timelineWanted, &link_, &HostLink::askTimeline);
-  connect(detail_, &DetailPane::seen, objects_, &ObjectsPane::markSeen);
-  connect(projects_, &ProjectsPane::choiceChanged, this, &MainWindow::enableActions);
-  connect(projects_, &ProjectsPane::projectOpened, this, [this](const ProjectRow& project) {
-    link_.run(QStringLiteral("project enter ") + quoted(project.cookie));
+  connect(panes_.detail, &DetailPane::timelineWanted, &link_, &HostLink::askTimeline);
+  connect(panes_.detail, &DetailPane::seen, panes_.objects, &ObjectsPane::markSeen);
+}
+
+void MainWindow::connectProjects() {
+  connect(panes_.projects, &ProjectsPane::choiceChanged, this, &MainWindow::enableActions);
+  connect(panes_.projects, &ProjectsPane::projectOpened, this, [this](const ProjectRow& project) {
+    actions_->runLine(QStringLiteral("project enter ") + quoted(project.cookie));
   });
-  connect(projects_, &ProjectsPane::roomOpened, this, [this](const RoomRow& room) {
-    link_.run(QStringLiteral("room enter ") + quoted(room.name));
+  connect(panes_.projects, &ProjectsPane::roomOpened, this, [this](const RoomRow& room) {
+    actions_->runLine(QStringLiteral("room enter ") + quoted(room.name));
   });
-  connect(projects_, &ProjectsPane::projectMenuWanted, this,
+  connect(panes_.projects, &ProjectsPane::projectMenuWanted, this,
           [this](const QPoint& at) { menus_->popUp({Target::eProject}, at); });
-  connect(projects_, &ProjectsPane::roomMenuWanted, this, [this](const QPoint& at) {
+  connect(panes_.projects, &ProjectsPane::roomMenuWanted, this, [this](const QPoint& at) {
     menus_->popUp({Target::eRoom, Target::eSharedProject}, at);
   });
-  connect(panel_, &PanelDock::closeWanted, this,
+}
+
+void MainWindow::connectPanel() {
+  connect(panes_.panel, &PanelDock::closeWanted, this,
           [this] { link_.run(QStringLiteral("panel close")); });
-  connect(panel_, &PanelDock::recipientChosen, this, [this](const QString& recipient) {
+  connect(panes_.panel, &PanelDock::recipientChosen, this, [this](const QString& recipient) {
     link_.run(QStringLiteral("panel to ") + quoted(recipient));
   });
-  connect(panel_, &PanelDock::sent, this, [this](const QString& recipient, const QString& text) {
-    link_.run(QStringLiteral("say %1 %2").arg(quoted(recipient), quoted(text)));
+  connect(panes_.panel, &PanelDock::sent, this,
+          [this](const QString& recipient, const QString& text) {
+            link_.run(QStringLiteral("say %1 %2").arg(quoted(recipient), quoted(text)));
+          });
+}
+
+void MainWindow::connectNotifications() {
+  connect(panes_.strip, &MessageBar::acted, this, [this] {
+    strip().hide();
+    layout_->showNotifications();
+    notifications().chooseLatest();
   });
+  connect(panes_.notifications, &NotificationsPane::unreadChanged, this, [this](int count) {
+    const QString title = QStringLiteral("Notifications");
+    layout_->notificationsDock().setWindowTitle(
+        count == 0 ? title : QStringLiteral("%1 (%L2)").arg(title).arg(count));
+    if (count == 0) strip().hide();
+  });
+  connect(panes_.notifications, &NotificationsPane::wholeWanted, this,
+          [this](const QString& title, const QString& text) { showWholeText(*this, title, text); });
 }
 
 void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
   snapshot_ = snapshot;
-  projects_->show(*snapshot);
-  objects_->show(*snapshot);
+  actions_->takeSnapshot(snapshot);
+  projects().show(*snapshot);
+  objects().show(*snapshot);
   if (snapshot->panel) {
-    const bool isOtherIcon = snapshot->panel->icon != panel_->state().icon;
-    if (isOtherIcon) panelAction_->setIcon(panelIcon(snapshot->panel->icon));
-    panel_->show(*snapshot->panel);
-    panelAction_->setEnabled(snapshot->panel->exists);
-    panelAction_->setChecked(snapshot->panel->isOpen);
+    ownMenus_->showPanel(*snapshot->panel);
+    panel().show(*snapshot->panel);
   }
-  status_->showActiveUsers(snapshot->activeUsers);
+  status().showActiveUsers(snapshot->activeUsers);
   setWindowTitle(snapshot->project.name.isEmpty()
                      ? QStringLiteral("Station")
                      : plainTitle(snapshot->project.name) + QStringLiteral(" - Station"));
-  if (!toChoose_.isEmpty() && objects_->model(ObjectKind::eEdits).rowOf(toChoose_) >= 0) {
-    objects_->choose(ObjectKind::eEdits, std::exchange(toChoose_, {}));
-  }
-  const auto chosen = objects_->chosen();
-  if (!chosen.empty() && chosen.front().key == detail_->key()) detail_->update(chosen.front());
+  outcomes_->chooseMade();
+  const auto chosen = objects().chosen();
+  if (!chosen.empty() && chosen.front().key == detail().key()) detail().update(chosen.front());
   enableActions();
 }
 
 void MainWindow::takeNews(const News& news) {
-  status_->showNews(news);
+  status().showNews(news);
+  actions_->takeUser(news.station.user);
   received_ = news.received;
-  log_->append(news.lines);
-  notifications_->add(news.notifications);
+  log().append(news.lines);
+  notifications().add(news.notifications);
   for (const LogLine& line : news.lines) {
-    if (line.kind == LogLine::Kind::eNetwork) tellOfSending(line.text);
+    if (line.kind == LogLine::Kind::eNetwork) outcomes_->tellOfSending(line.text);
   }
   if (!news.notifications.empty()) tellOfWords(news.notifications.back());
 }
@@ -157,99 +195,65 @@ void MainWindow::takeNews(const News& news) {
 // Where the list is on the screen, it has them already.
 void MainWindow::tellOfWords(const NotificationLine& latest) {
   QApplication::alert(this);
-  if (notifications_->isVisible()) return;
-  const int unread = notifications_->unread();
+  if (notifications().isVisible()) return;
+  const int unread = notifications().unread();
   const QString before =
       unread > 1 ? QStringLiteral("%L1 unread, the latest:  ").arg(unread) : QString();
-  strip_->tell(
+  strip().tell(
       MessageBar::Kind::eNote,
       before + latest.time.toString(QStringLiteral("HH:mm:ss  ")) + notificationText(latest));
-  strip_->offer(unread > 1 ? QStringLiteral("All %L1").arg(unread) : QStringLiteral("All"));
-}
-
-// What could not be sent, or not whole, stays told: the command itself went well.
-void MainWindow::tellOfSending(const QString& problem) {
-  tellsOfSending_ = true;
-  messages_->tell(MessageBar::Kind::eChange, problem);
-}
-
-// Advice on one message has done its part when the next one needs none.
-void MainWindow::tellOfMessage(const CommandOutcome& said) {
-  const CommandCall call = readCall(link_.commands(), said.line.toStdString());
-  const QString before = std::exchange(advice_, readableText(messageAdvice(call.arguments.back())));
-  if (!advice_.isEmpty()) {
-    tellOfSending(advice_);
-  } else if (!before.isEmpty() && messages_->text() == before) {
-    tellsOfSending_ = false;
-  }
-}
-
-void MainWindow::takeOutcome(const CommandOutcome& outcome) {
-  if (!outcome.succeeded) {
-    tellsOfSending_ = false;
-    messages_->tell(MessageBar::Kind::eError, outcome.text);
-    if (outcome.command == QLatin1String("say")) panel_->restoreUnsent();
-    return;
-  }
-  if (outcome.command == QLatin1String("say")) tellOfMessage(outcome);
-  if (!tellsOfSending_) messages_->hide();
-  const bool makesEdit = outcome.command == QLatin1String("edit create") ||
-                         outcome.command == QLatin1String("log create") ||
-                         outcome.command == QLatin1String("edit import");
-  if (makesEdit) toChoose_ = outcome.text;
-  const bool isChange = outcome.command.endsWith(QLatin1String(" create")) || makesEdit ||
-                        outcome.command.startsWith(QLatin1String("project enter")) ||
-                        outcome.command.endsWith(QLatin1String(" add")) ||
-                        outcome.command.endsWith(QLatin1String(" remove"));
-  if (!isChange && !outcome.text.isEmpty()) showAnswer(outcome.line, outcome.text);
-  const bool isEdit = outcome.command.startsWith(QLatin1String("edit "));
-  const auto chosen = objects_->chosen();
-  if (isEdit && isChange == false && objects_->kind() == ObjectKind::eEdits && !chosen.empty() &&
-      outcome.line.contains(chosen.front().cookie)) {
-    link_.askTimeline(chosen.front().cookie);
-  }
+  strip().offer(unread > 1 ? QStringLiteral("All %L1").arg(unread) : QStringLiteral("All"));
 }
 
 void MainWindow::showChoice() {
-  const auto chosen = objects_->chosen();
-  const ObjectKind kind = objects_->kind();
+  const auto chosen = objects().chosen();
+  const ObjectKind kind = objects().kind();
   if (chosen.empty()) {
-    detail_->choose(std::nullopt, kind, {});
-  } else if (chosen.front().key != detail_->key()) {
-    if (!objects_->isChoosing()) objects_->markSeen(chosen.front().key);
-    detail_->choose(chosen.front(), kind, contentText(chosen.front(), kind, *objects_));
+    detail().choose(std::nullopt, kind, {});
+  } else if (chosen.front().key != detail().key()) {
+    if (!objects().isChoosing()) objects().markSeen(chosen.front().key);
+    detail().choose(chosen.front(), kind, contentText(chosen.front(), kind, objects()));
   }
   enableActions();
 }
 
-void MainWindow::togglePanel() {
-  const bool isOpen = panel_->state().isOpen;
-  if (!isOpen) panel_->focusWhenOpen();
-  link_.run(isOpen ? QStringLiteral("panel close") : QStringLiteral("panel open"));
+void MainWindow::enableActions() {
+  menus_->enable([this](Target target) { return actions_->isThere(target); });
 }
 
-// Leaving the project may take as long as the share does: the window stays and says so, and a
-// second time ends at once. The system frees what this station held then.
+// Asking what is unsaved and leaving the project may take as long as the share does: the window
+// stays and says so, and a second time ends at once. The system frees what this station held then.
 void MainWindow::closeEvent(QCloseEvent* event) {
   event->ignore();
-  saveLayout();
+  if (keepsLayout_) {
+    QSettings kept = windowSettings();
+    layout_->save(kept);
+    if (snapshot_) keepTools(kept, snapshot_->tools);
+  }
   if (isEnding_) std::_Exit(kEndedAtOnce);
   isEnding_ = true;
+  messages().tell(MessageBar::Kind::eNote,
+                  QStringLiteral("Looking for unsaved changes. Close the window again to end at "
+                                 "once, without them."));
+  actions_->guard().before(
+      QStringLiteral("Close the window"), [this] { end(); },
+      [this] {
+        isEnding_ = false;
+        messages().hide();
+      });
+}
+
+void MainWindow::end() {
   centralWidget()->setEnabled(false);
-  messages_->tell(MessageBar::Kind::eNote,
+  messages().tell(MessageBar::Kind::eNote,
                   QStringLiteral("Leaving the project. Close the window again to end at once."));
   link_.askForEnd();
 }
 
-void MainWindow::resizeEvent(QResizeEvent* event) {
-  QMainWindow::resizeEvent(event);
-  QMetaObject::invokeMethod(this, &MainWindow::fitDocks, Qt::QueuedConnection);
-}
-
 void MainWindow::keyPressEvent(QKeyEvent* event) {
   if (event->key() == Qt::Key_Escape) {
-    MessageBar* const bar = messages_->isVisible() ? messages_ : strip_;
-    bar->hide();
+    MessageBar& bar = messages().isVisible() ? messages() : strip();
+    bar.hide();
   }
   QMainWindow::keyPressEvent(event);
 }

@@ -2,30 +2,19 @@
 
 #include <QMainWindow>
 #include <memory>
-#include <optional>
 
 #include "app/window/HostLink.h"
 #include "app/window/MainMenus.h"
-
-class QSplitter;
+#include "app/window/WindowLayout.h"
 
 namespace korvel {
 
-struct FieldContent;
-class DetailPane;
-class LogPane;
-class MessageBar;
-class NotificationsPane;
-class ObjectsPane;
-class PanelDock;
-class ProjectsPane;
-class StatusLine;
+class ActionRunner;
+class OutcomeTeller;
+class WindowMenus;
 
-/// The station's window: projects and rooms on the left, the open project's objects in the middle
-/// with the chosen one below them, the message panel, the log and the notifications around, a
-/// status line.
-///
-/// It shows snapshots and hands actions to the host thread; nothing here waits for it.
+/// The station's window: shows snapshots of the station in its panes, and hands actions to the host
+/// thread; nothing here waits for it.
 class MainWindow : public QMainWindow {
   Q_OBJECT
 
@@ -33,15 +22,15 @@ class MainWindow : public QMainWindow {
   explicit MainWindow(HostLink& link);
   ~MainWindow() override;
 
-  [[nodiscard]] ProjectsPane& projects() const { return *projects_; }
-  [[nodiscard]] ObjectsPane& objects() const { return *objects_; }
-  [[nodiscard]] DetailPane& detail() const { return *detail_; }
-  [[nodiscard]] PanelDock& panel() const { return *panel_; }
-  [[nodiscard]] LogPane& log() const { return *log_; }
-  [[nodiscard]] NotificationsPane& notifications() const { return *notifications_; }
-  [[nodiscard]] StatusLine& status() const { return *status_; }
-  [[nodiscard]] MessageBar& messages() const { return *messages_; }
-  [[nodiscard]] MessageBar& strip() const { return *strip_; }
+  [[nodiscard]] ProjectsPane& projects() const { return *panes_.projects; }
+  [[nodiscard]] ObjectsPane& objects() const { return *panes_.objects; }
+  [[nodiscard]] DetailPane& detail() const { return *panes_.detail; }
+  [[nodiscard]] PanelDock& panel() const { return *panes_.panel; }
+  [[nodiscard]] LogPane& log() const { return *panes_.log; }
+  [[nodiscard]] NotificationsPane& notifications() const { return *panes_.notifications; }
+  [[nodiscard]] StatusLine& status() const { return *panes_.status; }
+  [[nodiscard]] MessageBar& messages() const { return *panes_.messages; }
+  [[nodiscard]] MessageBar& strip() const { return *panes_.strip; }
   [[nodiscard]] MainMenus& menus() const { return *menus_; }
   [[nodiscard]] const SnapshotPtr& snapshot() const { return snapshot_; }
   [[nodiscard]] const CommandTable& commands() const { return link_.commands(); }
@@ -53,68 +42,30 @@ class MainWindow : public QMainWindow {
  protected:
   void closeEvent(QCloseEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
-  void resizeEvent(QResizeEvent* event) override;
-  bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
-  void buildPanes();
-  void buildDocks();
-  void buildMenus();
-  void buildViewMenu();
-  void buildHelpMenu();
   void connectLink();
-  void connectPanes();
+  void connectObjects();
+  void connectProjects();
+  void connectPanel();
+  void connectNotifications();
   void takeSnapshot(const SnapshotPtr& snapshot);
   void takeNews(const News& news);
   void tellOfWords(const NotificationLine& latest);
-  void tellOfSending(const QString& problem);
-  void tellOfMessage(const CommandOutcome& said);
-  void takeOutcome(const CommandOutcome& outcome);
-  void showAnswer(const QString& title, const QString& text);
-  void showWhole(const QString& title, const QString& text);
-  void runAction(const ActionSpec& action);
-  void askFields(const ActionSpec& action);
-  [[nodiscard]] QStringList targetWords(Target target) const;
-  [[nodiscard]] bool isThere(Target target) const;
-  [[nodiscard]] FieldContent fieldContent(const ActionField& field) const;
   void showChoice();
   void enableActions();
-  void togglePanel();
-  void runTypedLine();
-  void chooseAppearance(const QString& name);
-  void nextPane();
-  void fitDocks();
-  void narrowPanel();
-  void narrowSide();
-  void gatherDocks();
-  void spreadDocks();
-  void restoreLayout();
-  void saveLayout() const;
+  void end();
 
   HostLink& link_;
+  WindowPanes panes_;
+  std::unique_ptr<WindowLayout> layout_;
+  std::unique_ptr<ActionRunner> actions_;
+  std::unique_ptr<OutcomeTeller> outcomes_;
   std::unique_ptr<MainMenus> menus_;
-  ProjectsPane* projects_;
-  ObjectsPane* objects_;
-  DetailPane* detail_;
-  MessageBar* messages_;
-  MessageBar* strip_;
-  StatusLine* status_;
-  PanelDock* panel_;
-  LogPane* log_;
-  NotificationsPane* notifications_;
-  QDockWidget* logDock_ = nullptr;
-  QDockWidget* notificationsDock_ = nullptr;
-  QSplitter* side_ = nullptr;
-  QSplitter* centre_ = nullptr;
-  QAction* panelAction_ = nullptr;
-  QByteArray spread_;  ///< where the docks were when there was room for them
-  bool isSmall_ = false;
+  std::unique_ptr<WindowMenus> ownMenus_;
   SnapshotPtr snapshot_;
-  QString toChoose_;  ///< the cookie of an object that was just made here
-  QString advice_;    ///< on the message that was sent last
   unsigned long received_ = 0;
   bool keepsLayout_ = true;
-  bool tellsOfSending_ = false;
   bool isEnding_ = false;
 };
 

@@ -60,6 +60,7 @@ MessageBar::MessageBar(const QString& name, QWidget* parent)
 
 void MessageBar::tell(Kind kind, const QString& text) {
   text_ = text;
+  offer({});
   setProperty("role", roleOf(kind));
   style()->unpolish(this);
   style()->polish(this);

@@ -230,11 +230,12 @@ std::optional<RoomRow> ProjectsPane::chosenRoom() const {
   return rowWith(roomRows_, keyOfCurrent(*rooms_.view, *rooms_.model), &RoomRow::name);
 }
 
-void ProjectsPane::chooseProject(const QString& cookie) {
+bool ProjectsPane::chooseProject(const QString& cookie) {
   const int row = projects_.model->rowOf(cookie);
-  if (row < 0) return;
+  if (row < 0) return false;
   projects_.view->setCurrentIndex(projects_.model->index(row, HoldersModel::eName));
   projects_.view->setFocus();
+  return true;
 }
 
 // The icons have the colours of the moment in which they are drawn.

@@ -26,9 +26,8 @@ class ProjectsPane : public QWidget {
   [[nodiscard]] std::optional<ProjectRow> chosenProject() const;
   [[nodiscard]] std::optional<RoomRow> chosenRoom() const;
 
-  /// Chooses the project of this cookie, and has the keys act on it; does nothing where the list
-  /// has none.
-  void chooseProject(const QString& cookie);
+  /// Chooses the project of this cookie, and has the keys act on it; false where the list has none.
+  bool chooseProject(const QString& cookie);
 
   [[nodiscard]] QTreeView& projects() const { return *projects_.view; }
   [[nodiscard]] QTreeView& rooms() const { return *rooms_.view; }

@@ -10,6 +10,7 @@
 #include <QInputDialog>
 #include <QLineEdit>
 #include <QPointer>
+#include <QPushButton>
 #include <algorithm>
 #include <ctime>
 #include <fstream>
@@ -30,6 +31,10 @@ class DrivenWindow : public StationWindow {
   void runLoop(MainWindow& window) override {
     QApplication::setActiveWindow(&window);  // nobody manages windows on a test's display
     act_(window);
+    QTimer discard;
+    QObject::connect(&discard, &QTimer::timeout, &window,
+                     [&window] { answer(window, "unsavedDialog", "Discard"); });
+    discard.start(20);
     window.close();
     StationWindow::runLoop(window);
   }
@@ -163,6 +168,17 @@ void command(MainWindow& window, const QString& line) {
   QTest::keyClicks(field, line);
   QTest::keyClick(field, Qt::Key_Return);
   waitFor([&dialog] { return dialog.isNull(); });
+}
+
+bool answer(MainWindow& window, const char* dialog, const QString& text) {
+  const auto* const question = window.findChild<QDialog*>(dialog);
+  if (!question) return false;
+  for (QPushButton* button : question->findChildren<QPushButton*>()) {
+    if (!button->text().remove('&').startsWith(text) || !button->isEnabled()) continue;
+    button->click();
+    return true;
+  }
+  return false;
 }
 
 std::string bytesOf(const std::string& hex) {

@@ -104,6 +104,9 @@ bool waitFor(const std::function<bool()>& condition, int milliseconds = 10'000);
 /// Has the window run a line: types it into the window's own command field.
 void command(MainWindow& window, const QString& line);
 
+/// Presses the button whose text begins so in the dialog of this name; false while there is none.
+bool answer(MainWindow& window, const char* dialog, const QString& text);
+
 /// The bytes that an event's text_hex spells.
 std::string bytesOf(const std::string& hex);
 

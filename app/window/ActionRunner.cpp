@@ -1,0 +1,289 @@
+#include "app/window/ActionRunner.h"
+
+#include <algorithm>
+
+#include "app/commands/CommandCall.h"
+#include "app/window/DetailPane.h"
+#include "app/window/ObjectsPane.h"
+#include "app/window/ProjectsPane.h"
+#include "app/window/Question.h"
+#include "app/window/Texts.h"
+#include "app/window/TimelineView.h"
+
+namespace korvel {
+
+namespace {
+
+std::optional<ObjectKind> kindOf(Target target) {
+  switch (target) {
+    case Target::eEdit:
+      return ObjectKind::eEdits;
+    case Target::eBin:
+      return ObjectKind::eBins;
+    case Target::eRack:
+      return ObjectKind::eRacks;
+    case Target::eFilter:
+      return ObjectKind::eFilters;
+    case Target::eMedia:
+      return ObjectKind::eMedia;
+    default:
+      return std::nullopt;
+  }
+}
+
+/// How a command names the object: media by their path, which is one file's alone.
+QString wordOf(const ObjectRow& row, Target target) {
+  return target == Target::eMedia ? row.detail : row.cookie;
+}
+
+std::vector<FieldChoice> choicesOf(const ObjectRows& rows) {
+  std::vector<FieldChoice> choices;
+  for (const ObjectRow& row : rows) choices.push_back({row.name, row.cookie});
+  return choices;
+}
+
+std::vector<FieldChoice> clipChoices(const TimelinePtr& timeline) {
+  std::vector<FieldChoice> choices;
+  if (!timeline) return choices;
+  for (const TimelineTrack& track : timeline->tracks) {
+    for (const TimelineItem& item : track.items) {
+      if (item.kind == TimelineItem::Kind::eTransition) continue;
+      choices.push_back({QStringLiteral("%1  (%2)").arg(item.name, item.path), item.path});
+    }
+  }
+  return choices;
+}
+
+/// Whether an action takes something away from everybody.
+bool isDeletion(const ActionSpec& action) {
+  const QString line = QString::fromUtf8(action.line);
+  return line.startsWith(QLatin1String("edit delete")) || line.contains(QLatin1String(" destroy "));
+}
+
+bool isGift(const ActionSpec& action) {
+  return QLatin1String(action.line).startsWith(QLatin1String("edit give"));
+}
+
+QString nameOf(const ObjectRow& row) { return row.name.isEmpty() ? row.cookie : oneLine(row.name); }
+
+/// "Quay", or "Quay (open here, with unsaved changes)".
+QString thingToDelete(const ObjectRow& row) {
+  QString remark;
+  if (row.isOpen) remark = QStringLiteral("open here");
+  if (row.isDirty)
+    remark += remark.isEmpty() ? QStringLiteral("with unsaved changes")
+                               : QStringLiteral(", with unsaved changes");
+  return remark.isEmpty() ? nameOf(row) : QStringLiteral("%1 (%2)").arg(nameOf(row), remark);
+}
+
+QString countOf(const std::vector<ObjectRow>& rows) {
+  return rows.size() == 1 ? QStringLiteral("\"%1\"").arg(nameOf(rows.front()))
+                          : QStringLiteral("%L1 objects").arg(rows.size());
+}
+
+}  // namespace
+
+ActionRunner::ActionRunner(QWidget& window, HostLink& link, const WindowPanes& panes)
+    : window_(window), link_(link), panes_(panes), guard_(window, link) {}
+
+bool ActionRunner::isThere(Target target) const {
+  const bool hasProject = snapshot_ && !snapshot_->project.cookie.isEmpty();
+  const bool hasObject = hasProject && !panes_.objects->chosen().empty();
+  switch (target) {
+    case Target::eNothing:
+      return snapshot_ != nullptr;
+    case Target::eOpenProject:
+      return hasProject;
+    case Target::eSharedProject:
+      return hasProject && !snapshot_->project.isPrivate;
+    case Target::eProject:
+      return panes_.projects->chosenProject().has_value();
+    case Target::eRoom:
+      return panes_.projects->chosenRoom().has_value();
+    case Target::eObject:
+      return hasObject;
+    default:
+      return hasObject && kindOf(target) == panes_.objects->kind();
+  }
+}
+
+QStringList ActionRunner::targetWords(Target target) const {
+  if (target == Target::eProject) return {panes_.projects->chosenProject()->cookie};
+  if (target == Target::eRoom) return {panes_.projects->chosenRoom()->name};
+  QStringList words;
+  for (const ObjectRow& row : panes_.objects->chosen()) words.append(wordOf(row, target));
+  return words;
+}
+
+void ActionRunner::run(const ActionSpec& action) {
+  if (!isThere(action.target)) return;
+  if (isDeletion(action)) {
+    askBeforeDeleting(action);
+  } else if (action.fields.empty()) {
+    runLine(filledLine(action, targetWords(action.target), {}));
+  } else {
+    askFields(action);
+  }
+}
+
+bool ActionRunner::leavesProject(const QString& line) const {
+  if (!isThere(Target::eOpenProject)) return false;
+  const CommandCall call = readCall(link_.commands(), line.toStdString());
+  if (!call.command || call.problem) return false;
+  const std::string& name = call.command->name;
+  const bool isDecided = std::ranges::any_of(
+      call.arguments, [](const std::string& word) { return word.starts_with("--"); });
+  return (name == "project leave" || name == "project enter") && !isDecided;
+}
+
+void ActionRunner::runLine(const QString& line) {
+  if (line.trimmed() == QLatin1String("quit")) {
+    window_.close();
+  } else if (leavesProject(line)) {
+    guard_.before(
+        QStringLiteral("Leave the project"), [this, line] { link_.run(line); }, [] {});
+  } else {
+    link_.run(line);
+  }
+}
+
+void ActionRunner::open(const ObjectRow& row) {
+  if (panes_.objects->kind() != ObjectKind::eEdits) return;
+  link_.run(QStringLiteral("edit open ") + quoted(row.cookie));
+}
+
+bool ActionRunner::knows(const char* command) const {
+  return link_.commands().all().contains(command);
+}
+
+bool ActionRunner::takesOption(const char* command, const char* option) const {
+  const auto found = link_.commands().all().find(command);
+  return found != link_.commands().all().end() &&
+         found->second.usage.find(option) != std::string::npos;
+}
+
+// What is chosen when the question is asked is what it is about, whatever is chosen meanwhile.
+void ActionRunner::askBeforeDeleting(const ActionSpec& action) {
+  const std::vector<ObjectRow> rows = panes_.objects->chosen();
+  QStringList things;
+  for (const ObjectRow& row : rows) things.append(thingToDelete(row));
+  const QString after = knows("trash restore") ? QStringLiteral("It goes to the project's trash.")
+                                               : QStringLiteral("It cannot be brought back.");
+  auto* question = new Question(
+      QStringLiteral("deleteDialog"), QStringLiteral("Delete"),
+      QStringLiteral("Delete this for everybody in the project? ") + after, things, &window_);
+  question->answer(QStringLiteral("&Delete"), [this, &action, rows] { remove(action, rows); });
+  question->ask();
+}
+
+// An action on one object alone is run once for each that is chosen.
+void ActionRunner::remove(const ActionSpec& action, const std::vector<ObjectRow>& rows) {
+  QStringList cookies;
+  for (const ObjectRow& row : rows) cookies.append(row.cookie);
+  QStringList lines;
+  if (QLatin1String(action.line).contains(QLatin1String("{objects}"))) {
+    lines.append(filledLine(action, cookies, {}));
+  } else {
+    for (const QString& cookie : cookies) lines.append(filledLine(action, {cookie}, {}));
+  }
+  QStringList undo;
+  if (knows("trash restore")) {
+    for (const QString& cookie : cookies) undo << QStringLiteral("trash restore ") + quoted(cookie);
+  }
+  link_.runAll(lines, [this, undo, what = countOf(rows)](const CommandOutcome& outcome) {
+    if (outcome.succeeded) Q_EMIT deleted(what, undo);
+  });
+}
+
+// What was chosen when the dialog opened is what it is for, whatever is chosen meanwhile.
+void ActionRunner::askFields(const ActionSpec& action) {
+  std::vector<FieldContent> contents;
+  for (const ActionField& field : action.fields) contents.push_back(fieldContent(field));
+  auto* dialog = new ActionDialog(action, contents, &window_);
+  const QStringList words = targetWords(action.target);
+  connect(dialog, &ActionDialog::filled, this, [this, &action, words](const QStringList& values) {
+    const QString line = filledLine(action, words, values);
+    isGift(action) ? give(line, values.front()) : runLine(line);
+  });
+  dialog->show();
+}
+
+// A name that nobody has makes an edit that nobody can change any more, so it is asked about.
+void ActionRunner::give(const QString& line, const QString& user) {
+  const QString doubt = doubtAbout(user);
+  if (doubt.isEmpty()) return link_.run(line);
+  auto* question =
+      new Question(QStringLiteral("giveDialog"), QStringLiteral("Give"), doubt, {}, &window_);
+  const QString forced =
+      takesOption("edit give", "--force") ? QStringLiteral(" --force") : QString();
+  question->answer(QStringLiteral("&Give all the same"),
+                   [this, line, forced] { link_.run(line + forced); });
+  question->ask();
+}
+
+QString ActionRunner::doubtAbout(const QString& user) const {
+  static const QStringList kReserved{QStringLiteral("RENDER"), QStringLiteral("<NOBODY>"),
+                                     QStringLiteral("<All>")};
+  if (kReserved.contains(user, Qt::CaseInsensitive)) {
+    return QStringLiteral(
+               "\"%1\" is no user. Only an administrator could then change the edit. Give it all "
+               "the same?")
+        .arg(user);
+  }
+  const QStringList users = snapshot_ && snapshot_->users ? *snapshot_->users : QStringList();
+  if (users.contains(user)) return {};
+  for (const QString& known : users) {
+    if (known.compare(user, Qt::CaseInsensitive) != 0) continue;
+    return QStringLiteral("Nobody is called \"%1\", but there is \"%2\". Give it to \"%1\"?")
+        .arg(user, known);
+  }
+  return QStringLiteral(
+             "Nobody called \"%1\" is known here. Until somebody of that name comes, you could "
+             "not change the edit, and nobody else could. Give it all the same?")
+      .arg(user);
+}
+
+FieldContent ActionRunner::fieldContent(const ActionField& field) const {
+  FieldContent content{QString::fromUtf8(field.initial), {}};
+  const auto chosen = panes_.objects->chosen();
+  if (!chosen.empty()) {
+    content.initial.replace(QLatin1String("{name}"), chosen.front().name);
+    content.initial.replace(QLatin1String("{detail}"), chosen.front().detail);
+  }
+  fillChoices(content, field);
+  return content;
+}
+
+void ActionRunner::fillChoices(FieldContent& content, const ActionField& field) const {
+  const auto chosen = panes_.objects->chosen();
+  switch (field.kind) {
+    case ActionField::Kind::eUser:
+    case ActionField::Kind::eNewOwner:
+      if (!snapshot_->users) break;
+      for (const QString& user : *snapshot_->users) {
+        if (user != user_) content.choices.push_back({user, user});
+      }
+      break;
+    case ActionField::Kind::eBin:
+      content.choices = choicesOf(panes_.objects->rows(ObjectKind::eBins));
+      break;
+    case ActionField::Kind::eRack:
+      content.choices = choicesOf(panes_.objects->rows(ObjectKind::eRacks));
+      break;
+    case ActionField::Kind::eContent:
+      if (chosen.empty()) break;
+      for (const QString& cookie : chosen.front().contents) {
+        const auto object = panes_.objects->find(cookie);
+        content.choices.push_back({object ? object->name : cookie, cookie});
+      }
+      break;
+    case ActionField::Kind::eClip:
+      content.choices = clipChoices(panes_.detail->view().timeline());
+      if (const TimelineItem* clip = panes_.detail->view().chosen()) content.initial = clip->path;
+      break;
+    default:
+      break;
+  }
+}
+
+}  // namespace korvel

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <QObject>
+#include <functional>
+#include <optional>
+
+#include "app/window/ActionDialog.h"
+#include "app/window/ActionTable.h"
+#include "app/window/HostLink.h"
+#include "app/window/UnsavedGuard.h"
+#include "app/window/WindowLayout.h"
+
+namespace korvel {
+
+/// Does what the menus, the keys and the lists ask for, with what is chosen: asks for what an
+/// action needs and before what cannot simply be taken back, and runs the line.
+class ActionRunner : public QObject {
+  Q_OBJECT
+
+ public:
+  /// All must outlive it.
+  ActionRunner(QWidget& window, HostLink& link, const WindowPanes& panes);
+
+  /// What is chosen and filled in is of this look at the station.
+  void takeSnapshot(const SnapshotPtr& snapshot) { snapshot_ = snapshot; }
+  void takeUser(const QString& user) { user_ = user; }
+
+  /// Whether there is something of this kind to act on.
+  [[nodiscard]] bool isThere(Target target) const;
+
+  void run(const ActionSpec& action);
+
+  /// Runs a line of the console; one that would leave a project asks about unsaved changes first.
+  void runLine(const QString& line);
+
+  /// Opens the edit that is activated, as Return and a double click do.
+  void open(const ObjectRow& row);
+
+  [[nodiscard]] UnsavedGuard& guard() { return guard_; }
+
+ Q_SIGNALS:
+  /// Something was deleted. `undoLines` bring it back; none where it cannot be brought back.
+  void deleted(const QString& what, const QStringList& undoLines);
+
+ private:
+  [[nodiscard]] QStringList targetWords(Target target) const;
+  [[nodiscard]] FieldContent fieldContent(const ActionField& field) const;
+  void fillChoices(FieldContent& content, const ActionField& field) const;
+  void askFields(const ActionSpec& action);
+  void askBeforeDeleting(const ActionSpec& action);
+  void remove(const ActionSpec& action, const std::vector<ObjectRow>& rows);
+  void give(const QString& line, const QString& user);
+  [[nodiscard]] QString doubtAbout(const QString& user) const;
+  [[nodiscard]] bool knows(const char* command) const;
+  [[nodiscard]] bool takesOption(const char* command, const char* option) const;
+  [[nodiscard]] bool leavesProject(const QString& line) const;
+
+  QWidget& window_;
+  HostLink& link_;
+  const WindowPanes& panes_;
+  UnsavedGuard guard_;
+  SnapshotPtr snapshot_;
+  QString user_;  ///< who this station's user is
+};
+
+}  // namespace korvel

@@ -1,0 +1,130 @@
+#include "app/window/WindowMenus.h"
+
+#include <QActionGroup>
+#include <QMainWindow>
+#include <QToolBar>
+#include <QTreeView>
+
+#include "app/window/Appearance.h"
+#include "app/window/DetailPane.h"
+#include "app/window/HostLink.h"
+#include "app/window/Icons.h"
+#include "app/window/MainMenus.h"
+#include "app/window/ObjectsPane.h"
+#include "app/window/PanelDock.h"
+#include "app/window/TextDialogs.h"
+#include "app/window/WindowSettings.h"
+
+namespace korvel {
+
+WindowMenus::WindowMenus(QMainWindow& window, MainMenus& menus, const WindowPanes& panes,
+                         WindowLayout& layout, Runner run)
+    : window_(window), menus_(menus), panes_(panes), layout_(layout), run_(std::move(run)) {
+  chooseAppearance({});
+  buildTools();
+  buildViewMenu();
+  buildAppearanceMenu();
+  buildHelpMenu();
+}
+
+void WindowMenus::buildTools() {
+  menus_.menu(QStringLiteral("Project")).addSeparator();
+  menus_.add(QStringLiteral("Project"), QStringLiteral("&Quit"), QStringLiteral("Ctrl+Q"),
+             [this] { window_.close(); });
+  auto* bar = window_.addToolBar(QStringLiteral("Tools"));
+  bar->setObjectName(QStringLiteral("tools"));
+  bar->setMovable(false);
+  bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+  bar->setContextMenuPolicy(Qt::PreventContextMenu);
+  panelAction_ = bar->addAction(panelIcon({}), QStringLiteral("Messages"));
+  panelAction_->setCheckable(true);
+  panelAction_->setToolTip(
+      QStringLiteral("Write to colleagues (Ctrl+M opens, Ctrl+Shift+M closes)"));
+  connect(panelAction_, &QAction::triggered, this, &WindowMenus::togglePanel);
+  connect(menus_.action(QStringLiteral("panel open")), &QAction::triggered, panes_.panel,
+          [this] { panes_.panel->focusWhenOpen(); });
+  bar->addActions(
+      {layout_.notificationsDock().toggleViewAction(), layout_.logDock().toggleViewAction()});
+}
+
+void WindowMenus::togglePanel() {
+  const bool isOpen = panes_.panel->state().isOpen;
+  if (!isOpen) panes_.panel->focusWhenOpen();
+  run_(isOpen ? QStringLiteral("panel close") : QStringLiteral("panel open"));
+}
+
+void WindowMenus::showPanel(const PanelState& panel) {
+  const bool isOtherIcon = panel.icon != panes_.panel->state().icon;
+  if (isOtherIcon) panelAction_->setIcon(panelIcon(panel.icon));
+  panelAction_->setEnabled(panel.exists);
+  panelAction_->setChecked(panel.isOpen);
+}
+
+void WindowMenus::buildViewMenu() {
+  const QString view = QStringLiteral("View");
+  QAction* const log = layout_.logDock().toggleViewAction();
+  QAction* const notifications = layout_.notificationsDock().toggleViewAction();
+  log->setShortcut(QKeySequence(QStringLiteral("Ctrl+Alt+L")));
+  notifications->setShortcut(QKeySequence(QStringLiteral("Ctrl+Alt+N")));
+  menus_.menu(view).addActions({notifications, log});
+  menus_.menu(view).addSeparator();
+  const QStringList kinds{QStringLiteral("Edits and logs"), QStringLiteral("Bins"),
+                          QStringLiteral("Racks"), QStringLiteral("Filters"),
+                          QStringLiteral("Media")};
+  for (int i = 0; i < kinds.size(); ++i) {
+    menus_.add(view, kinds[i], QStringLiteral("Ctrl+%1").arg(i + 1), [this, i] {
+      panes_.objects->setKind(static_cast<ObjectKind>(i));
+      panes_.objects->view(static_cast<ObjectKind>(i)).setFocus();
+    });
+  }
+  menus_.add(view, QStringLiteral("&Narrow the list"), QStringLiteral("Ctrl+F"),
+             [this] { panes_.objects->startSearch(); });
+  menus_.add(view, QStringLiteral("Next &pane"), QStringLiteral("F6"),
+             [this] { layout_.focusNextPane(); });
+  menus_.add(view, QStringLiteral("Show another station's &change"), QStringLiteral("F7"), [this] {
+    MessageBar& change = panes_.detail->changeBar();
+    if (change.isVisible()) Q_EMIT change.acted();
+  });
+  menus_.add(view, QStringLiteral("&Look again"), QStringLiteral("F5"),
+             [this] { Q_EMIT lookWanted(); });
+  menus_.menu(view).addSeparator();
+}
+
+void WindowMenus::buildAppearanceMenu() {
+  auto* group = new QActionGroup(this);
+  QMenu* appearance = menus_.menu(QStringLiteral("View")).addMenu(QStringLiteral("&Appearance"));
+  const QString now = windowSettings().value(QStringLiteral("appearance")).toString();
+  for (const Appearance each : {Appearance::eSystem, Appearance::eLight, Appearance::eDark}) {
+    const QStringList texts{QStringLiteral("As the &desktop"), QStringLiteral("&Light"),
+                            QStringLiteral("Dar&k")};
+    QAction* action = appearance->addAction(texts[static_cast<int>(each)]);
+    action->setCheckable(true);
+    action->setChecked(appearanceNamed(now) == each);
+    group->addAction(action);
+    connect(action, &QAction::triggered, this,
+            [this, each] { chooseAppearance(appearanceName(each)); });
+  }
+}
+
+void WindowMenus::buildHelpMenu() {
+  const QString help = QStringLiteral("Help");
+  menus_.add(help, QStringLiteral("&Run a command…"), QStringLiteral("Ctrl+K"),
+             [this] { askLine(window_, [this](const QString& line) { run_(line); }); });
+  menus_.add(help, QStringLiteral("&Shortcuts"), QStringLiteral("F1"),
+             [this] { showTable(window_, QStringLiteral("Shortcuts"), menus_.shortcutText()); });
+  menus_.add(help, QStringLiteral("&Commands"), QString(),
+             [this] { run_(QStringLiteral("help")); });
+}
+
+// The colours of what was drawn before are in icons and labels; an empty name is the remembered
+// one.
+void WindowMenus::chooseAppearance(const QString& name) {
+  QSettings kept = windowSettings();
+  const QString key = QStringLiteral("appearance");
+  if (!name.isEmpty()) kept.setValue(key, name);
+  applyAppearance(appearanceNamed(kept.value(key).toString()));
+  layout_.notificationsDock().toggleViewAction()->setIcon(icon(Glyph::eBell, colours().text));
+  layout_.logDock().toggleViewAction()->setIcon(icon(Glyph::eLog, colours().text));
+}
+
+}  // namespace korvel
