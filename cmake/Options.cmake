@@ -28,11 +28,17 @@ if(KV_FUZZ)
 endif()
 
 # Precompiled standard headers, for all builds but "dev", which goes without and so sees that every file includes what it
-# uses.
+# uses. kv_reuse_precompiled(TARGET FROM) takes those of another target, which must be compiled with the same options.
 set(KV_PRECOMPILED <algorithm> <filesystem> <functional> <map> <memory> <string> <string_view> <variant> <vector>)
 function(kv_precompile target)
   if(KV_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL Release)
     target_precompile_headers(${target} PRIVATE ${KV_PRECOMPILED} ${ARGN})
+  endif()
+endfunction()
+function(kv_reuse_precompiled target from)
+  if(KV_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL Release)
+    target_precompile_headers(${target} REUSE_FROM ${from})
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON)
   endif()
 endfunction()
 

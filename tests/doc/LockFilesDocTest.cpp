@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/unit/tools/ToolRun.h"
+#include "tests/support/ToolRun.h"
 
 using namespace korvel;
 

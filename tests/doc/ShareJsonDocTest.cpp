@@ -8,8 +8,8 @@
 #include "station/base/Json.h"
 #include "tests/doc/JsonShape.h"
 #include "tests/support/LoopbackSender.h"
-#include "tests/tour/StationProcess.h"
-#include "tests/unit/tools/ToolRun.h"
+#include "tests/support/StationProcess.h"
+#include "tests/support/ToolRun.h"
 
 using namespace korvel;
 

@@ -6,7 +6,7 @@
 #include <csignal>
 #include <random>
 
-#include "tests/unit/documents/DocumentStation.h"
+#include "tests/support/DocumentStation.h"
 
 using namespace korvel;
 

@@ -7,7 +7,7 @@
 
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/fault/MappedFaultControl.h"
-#include "tests/tour/StationProcess.h"
+#include "tests/support/StationProcess.h"
 
 namespace korvel {
 

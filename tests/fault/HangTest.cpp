@@ -7,8 +7,8 @@
 
 #include "tests/fault/MappedFaultControl.h"
 #include "tests/support/BecomesTrue.h"
-#include "tests/tour/StationProcess.h"
-#include "tests/unit/tools/ToolRun.h"
+#include "tests/support/StationProcess.h"
+#include "tests/support/ToolRun.h"
 
 using namespace korvel;
 

@@ -3,7 +3,7 @@
 
 #include "station/edit/EditSummary.h"
 #include "station/edit/OtioDocument.h"
-#include "tests/unit/documents/DocumentStation.h"
+#include "tests/support/DocumentStation.h"
 
 using namespace korvel;
 

@@ -8,7 +8,7 @@
 #include "tests/lab/Cable.h"
 #include "tests/lab/ProjectView.h"
 #include "tests/lab/Space.h"
-#include "tests/tour/StationProcess.h"
+#include "tests/support/StationProcess.h"
 
 namespace korvel {
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/lab/Space.h"
+#include "tests/support/OwnHome.h"
 
 using namespace korvel;
 
@@ -76,6 +77,7 @@ int skipAll(const std::string& why) {
 }  // namespace korvel
 
 int main(int count, char** words) {
+  const OwnHome home;
   testing::InitGoogleTest(&count, words);
   testing::UnitTest::GetInstance()->listeners().Append(new LabRecord);
   if (!testing::GTEST_FLAG(list_tests)) {

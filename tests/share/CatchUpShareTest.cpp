@@ -4,7 +4,7 @@
 #include <fstream>
 
 #include "tests/fakes/ScratchFolder.h"
-#include "tests/tour/StationProcess.h"
+#include "tests/support/StationProcess.h"
 
 using namespace korvel;
 

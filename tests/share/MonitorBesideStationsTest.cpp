@@ -6,7 +6,7 @@
 #include "tests/share/SharedStations.h"
 #include "tests/support/LoopbackSender.h"
 #include "tests/support/Slowdown.h"
-#include "tests/unit/tools/ToolRun.h"
+#include "tests/support/ToolRun.h"
 
 using namespace korvel;
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "tests/fakes/ScratchFolder.h"
-#include "tests/tour/StationProcess.h"
+#include "tests/support/StationProcess.h"
 
 using namespace korvel;
 

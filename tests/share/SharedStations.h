@@ -8,7 +8,7 @@
 
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/share/ProgramRun.h"
-#include "tests/tour/StationProcess.h"
+#include "tests/support/StationProcess.h"
 
 namespace korvel {
 

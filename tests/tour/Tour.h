@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/tour/StationProcess.h"
+#include "tests/support/StationProcess.h"
 
 namespace korvel {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/tour/StationProcess.h"
+#include "tests/support/StationProcess.h"
 
 namespace korvel {
 

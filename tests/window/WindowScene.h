@@ -19,7 +19,7 @@
 #include "app/window/ProjectsPane.h"
 #include "app/window/StatusLine.h"
 #include "tests/fakes/ScratchFolder.h"
-#include "tests/tour/StationProcess.h"
+#include "tests/support/StationProcess.h"
 
 namespace korvel {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tests/share/ProgramRun.h"
-#include "tests/tour/StationProcess.h"
+#include "tests/support/StationProcess.h"
 
 namespace korvel {
 

@@ -1,0 +1,9 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/OwnHome.h"
+
+int main(int argc, char** argv) {
+  const OwnHome home;
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

@@ -1,0 +1,342 @@
+#include "host/edit/Edit.h"
+
+#include "host/edit/EditManager.h"
+#include "tests/support/DocumentStation.h"
+
+using namespace korvel;
+
+namespace {
+
+using EditsTest = DocumentStation;
+
+TEST_F(EditsTest, ANewEditIsAFileOfTheProjectAndTheLocalUsers) {
+  const auto cookie = EditActions::create("Reel 1", CookieTypeEdit);
+  ASSERT_TRUE(cookie);
+  EXPECT_NE(bytesOf(fileOf(*cookie)), "");
+  EXPECT_EQ(edits.ownerOf(*cookie), "ANNA");
+  EXPECT_EQ(edits.nameOf(*cookie), "Reel 1");
+  EXPECT_EQ(listener.heard, Notes{"stored new"});
+  EXPECT_EQ(events.changes, Notes{"edit created local"});
+}
+
+TEST_F(EditsTest, ANewLogStoresNoOwner) {
+  const Cookie log = made("Shot", CookieTypeShot);
+  EditPtr shot;
+  shot.i_open(log, 0);
+  ASSERT_TRUE(shot);
+  EXPECT_FALSE(shot->isEdit());
+  EXPECT_NE(shot->getLogType(), Edit::kEditLogType);
+  EXPECT_TRUE(shot->getOwner().empty());
+  EXPECT_EQ(bytesOf(fileOf(log)).find("OWNER"), std::string::npos);
+}
+
+TEST_F(EditsTest, ATrimDirtiesThenIsAnnouncedAndIsNotSaved) {
+  const Cookie cookie = imported("simple_cut.otio");
+  const std::string before = bytesOf(fileOf(cookie));
+  ASSERT_TRUE(EditActions::trim(cookie, "Clip-001", "4f", "6f"));
+  EXPECT_EQ(listener.heard, (Notes{"dirtied", "modified 1"}));
+  EXPECT_EQ(listener.last.subject_, "0/0");
+  EXPECT_DOUBLE_EQ(listener.last.range_.start, 4.0 / 24);
+  EXPECT_DOUBLE_EQ(listener.last.range_.end, 6.0 / 24);
+  EXPECT_EQ(bytesOf(fileOf(cookie)), before);
+  EXPECT_EQ(events.changes, Notes{"edit modified local"});
+}
+
+TEST_F(EditsTest, ASaveWritesTheChangesAndIsAnnounced) {
+  const Cookie cookie = imported("simple_cut.otio");
+  ASSERT_TRUE(EditActions::trim(cookie, "Clip-001", "0.125s", "6"));
+  listener.heard.clear();
+  ASSERT_TRUE(EditActions::save(cookie));
+  EXPECT_EQ(listener.heard, Notes{"stored"});
+  EXPECT_EQ(edits.loaded(cookie), nullptr);
+  const auto shown = edits.show(cookie);
+  ASSERT_TRUE(shown);
+  const JsonValue& clip = (*shown)["clips"].elements().at(0);
+  EXPECT_EQ(clip["start"].asDouble(), 0.125);
+  EXPECT_EQ(clip["end"].asDouble(), 0.25);
+}
+
+TEST_F(EditsTest, ARefusedModificationNamesTheOwnerAndChangesNothing) {
+  const Cookie cookie = imported("simple_cut.otio");
+  rules.setOwner(cookie, L"BOB", iPermissionsManager::eEdit, false);
+  listener.heard.clear();
+  rules.isAllowed = false;
+  for (const auto& refused : {EditActions::trim(cookie, "Clip-001", "4f", "6f"),
+                              EditActions::rename(cookie, "Mine"), EditActions::save(cookie),
+                              EditActions::remove({cookie}), EditActions::give(cookie, "carl")}) {
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().code, ErrorCode::eRefused);
+    EXPECT_NE(refused.error().message.find("BOB"), std::string::npos);
+  }
+  EXPECT_EQ(listener.heard, Notes{});
+  EXPECT_EQ(edits.nameOf(cookie), "Figure 1 - Simple Cut List");
+}
+
+TEST_F(EditsTest, ARemoteTrimShowsInTheOpenEditUnsavedAndIsNotEchoed) {
+  const Cookie cookie = imported("simple_cut.otio");
+  ASSERT_TRUE(edits.open(cookie));
+  remoteModification(cookie, "1;0.25;0.5;0%2F0;");
+  EXPECT_EQ(listener.heard, Notes{});
+  EXPECT_EQ(events.changes, Notes{"edit modified remote"});
+  EXPECT_TRUE(edits.loaded(cookie)->isDirty());
+  EXPECT_EQ((*edits.show(cookie))["clips"].elements().at(0)["start"].asDouble(), 0.25);
+}
+
+TEST_F(EditsTest, ARemoteModificationOfAnEditThatIsNotOpenChangesNothing) {
+  const Cookie cookie = imported("simple_cut.otio");
+  EditPtr lookedAt;
+  lookedAt.i_open(cookie, 0);
+  remoteModification(cookie, "2;0;0;;Other");
+  EXPECT_EQ(events.changes, Notes{});
+  EXPECT_EQ(edits.nameOf(cookie), "Figure 1 - Simple Cut List");
+}
+
+TEST_F(EditsTest, GarbageFromAnotherStationIsReportedAndChangesNothing) {
+  const Cookie cookie = imported("simple_cut.otio");
+  ASSERT_TRUE(edits.open(cookie));
+  const std::string before = edits.loaded(cookie)->document().text();
+  for (const char* garbage :
+       {"", "x", "1;1;2;7%2F9;", "1;2;1;0%2F0;", "1;nan;2;0%2F0;", "1;0;inf;0%2F0;",
+        "1;0;1;0%2F99999999999999999999;", "1;0;1;0%2F;", "2;0;0;;", "2;0;0;;a%00b"}) {
+    events.logged.clear();
+    remoteModification(cookie, garbage);
+    EXPECT_NE(events.logged, "") << garbage;
+    EXPECT_EQ(edits.loaded(cookie)->document().text(), before) << garbage;
+  }
+  EXPECT_EQ(events.changes, Notes{});
+  EXPECT_FALSE(edits.loaded(cookie)->isDirty());
+}
+
+TEST_F(EditsTest, KindsOfModificationThatThisStationDoesNotKnowChangeNothing) {
+  const Cookie cookie = imported("simple_cut.otio");
+  ASSERT_TRUE(edits.open(cookie));
+  remoteModification(cookie, "4711;1;2;0%2F0;x");
+  EXPECT_EQ(events.changes, Notes{});
+  EXPECT_FALSE(edits.loaded(cookie)->isDirty());
+}
+
+TEST_F(EditsTest, ASaveAfterARemoteModificationWritesIt) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(edits.open(cookie));
+  remoteModification(cookie, "2;0;0;;Reel%20two");
+  ASSERT_TRUE(EditActions::save(cookie));
+  EXPECT_NE(bytesOf(fileOf(cookie)).find("Reel two"), std::string::npos);
+}
+
+TEST_F(EditsTest, AReloadDropsUnsavedChangesAndSaysSo) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  ASSERT_EQ(edits.nameOf(cookie), "Mine");
+  EditPtr edit;
+  edit.i_open(cookie, 0);
+  edit->celCuesOn();
+  ASSERT_TRUE(edit->reOpen(getFilenameForCookie(cookie, Cookie())));
+  EXPECT_EQ(edits.nameOf(cookie), "Reel");
+  EXPECT_FALSE(edit->isDirty());
+  EXPECT_FALSE(edit->areCelCuesOn());
+  EXPECT_NE(events.logged.find("unsaved changes"), std::string::npos);
+}
+
+TEST_F(EditsTest, AReloadOfABadFileKeepsWhatIsShown) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(edits.open(cookie));
+  write(fileOf(cookie), "{\"OTIO_SCHEMA\": \"Time");
+  EXPECT_FALSE(edits.loaded(cookie)->reOpen(wideText(fileOf(cookie))));
+  EXPECT_EQ(edits.loaded(cookie)->document().name(), "Reel");
+  EXPECT_EQ(bytesOf(fileOf(cookie)), "{\"OTIO_SCHEMA\": \"Time");
+}
+
+TEST_F(EditsTest, AnOwnerIsFlushedWithoutTheUnsavedChanges) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(EditActions::rename(cookie, "Unsaved"));
+  ASSERT_TRUE(EditActions::give(cookie, "bob"));
+  EXPECT_EQ(bytesOf(fileOf(cookie)).find("Unsaved"), std::string::npos);
+  EXPECT_NE(bytesOf(fileOf(cookie)).find("BOB"), std::string::npos);
+  EXPECT_TRUE(edits.loaded(cookie)->isDirty());
+  EXPECT_EQ(listener.heard.back(), "modified 53");
+}
+
+TEST_F(EditsTest, AFileThatHoldsTheValuesAlreadyIsNotWritten) {
+  const Cookie cookie = made("Reel");
+  const auto before = std::filesystem::last_write_time(fileOf(cookie));
+  EditPtr edit;
+  edit.i_open(cookie, 0);
+  edit->config().set("OWNER", "ANNA");
+  EditManager::flushChanges(cookie);
+  EXPECT_EQ(std::filesystem::last_write_time(fileOf(cookie)), before);
+}
+
+TEST_F(EditsTest, AGivenLogAnnouncesItsOwnerAndStoresNone) {
+  const Cookie log = made("Shot", CookieTypeShot);
+  ASSERT_TRUE(EditActions::give(log, "bob"));
+  EXPECT_EQ(listener.heard, Notes{"modified 53"});
+  EXPECT_EQ(edits.ownerOf(log), "BOB");
+  EXPECT_EQ(bytesOf(fileOf(log)).find("BOB"), std::string::npos);
+}
+
+TEST_F(EditsTest, AnEditWithoutOwnerMayBeGivenByAnybody) {
+  const Cookie cookie = made("Reel");
+  rules.setOwner(cookie, L"", iPermissionsManager::eEdit, false);
+  rules.isAllowed = false;
+  EXPECT_TRUE(EditActions::give(cookie, "anna"));
+  EXPECT_EQ(edits.ownerOf(cookie), "ANNA");
+}
+
+TEST_F(EditsTest, ADescriptionIsAnnouncedWhenTheEditIsClosedAndOnlyOnce) {
+  const Cookie cookie = made("Reel");
+  EditPtr edit;
+  edit.i_open(cookie, 0);
+  edit->setChangeDescription(eModOwnerChanged, true);
+  EXPECT_EQ(listener.heard, Notes{});
+  edit.i_close();
+  edit.i_open(cookie, 0);
+  edit.i_close();
+  EXPECT_EQ(listener.heard, Notes{"modified 53"});
+}
+
+TEST_F(EditsTest, AModifierThatForgetsItsModificationsAnnouncesNothing) {
+  const Cookie cookie = made("Reel");
+  EditPtr edit;
+  edit.i_open(cookie, 0);
+  {
+    EditModifier modifier(edit, "Test");
+    ASSERT_TRUE(edits.loaded(cookie)->change(EditModification("2;0;0;;New")));
+    modifier.clearModifications();
+  }
+  EXPECT_EQ(listener.heard, Notes{"dirtied"});
+}
+
+TEST_F(EditsTest, AnEditCreatedElsewhereIsListedOnceItIsOpened) {
+  const Cookie known = made("Reel");
+  const Cookie other = Cookie::create(CookieTypeEdit);
+  write(fileOf(other), bytesOf(fileOf(known)));
+  EXPECT_FALSE(edits.holds(other));
+  const RemoteChangeScope remote;
+  EditPtr edit;
+  edit.i_open(other, 0);
+  ASSERT_TRUE(edit);
+  EXPECT_TRUE(edits.holds(other));
+  EXPECT_EQ(events.changes, Notes{"edit created remote"});
+}
+
+TEST_F(EditsTest, AnEditWhoseMessageWasLostIsFoundByItsNameAndItsCookie) {
+  const Cookie known = made("Reel");
+  for (const std::string name : {"Tape", "Spool"}) {
+    const Cookie lost = Cookie::create(CookieTypeEdit);
+    std::string bytes = bytesOf(fileOf(known));
+    bytes.replace(bytes.find("\"Reel\""), 6, '"' + name + '"');
+    write(fileOf(lost), bytes);
+    const auto found = projects.resolve(name == "Tape" ? name : lost.asString().str(), "ES");
+    ASSERT_TRUE(found) << found.error().message;
+    EXPECT_EQ(*found, lost);
+    EXPECT_EQ(edits.nameOf(lost), name);
+  }
+  EXPECT_EQ(events.changes, (Notes{"edit created remote", "edit created remote"}));
+  EXPECT_EQ(listener.heard, Notes{});
+}
+
+TEST_F(EditsTest, AnEditSavedElsewhereThatIsNotOpenIsListedUnderItsNewName) {
+  const Cookie cookie = made("Reel");
+  std::string bytes = bytesOf(fileOf(cookie));
+  bytes.replace(bytes.find("\"Reel\""), 6, "\"Tape\"");
+  write(fileOf(cookie), bytes);
+  const RemoteChangeScope remote;
+  EXPECT_FALSE(EditManager::isOpen(cookie));
+  EXPECT_TRUE(projects.resolve("Tape", "E"));
+  EXPECT_FALSE(projects.resolve("Reel", "E"));
+}
+
+TEST_F(EditsTest, AnEditDeletedElsewhereIsForgottenEvenWhileItIsLookedAt) {
+  const Cookie cookie = made("Reel");
+  EditPtr edit;
+  edit.i_open(cookie, 0);
+  const RemoteChangeScope remote;
+  EditManager::handleNetDelete(cookie);
+  EXPECT_FALSE(edits.holds(cookie));
+  EXPECT_FALSE(edit->isImported());
+  EXPECT_EQ(events.changes, Notes{"edit destroyed remote"});
+  EditManager::handleNetDelete(cookie);
+  EXPECT_EQ(events.changes.size(), 1U);
+}
+
+TEST_F(EditsTest, AllThatAreDeletedAreAnnouncedTogether) {
+  const Cookie first = made("One");
+  const Cookie second = made("Two");
+  ASSERT_TRUE(EditActions::remove({first, second}));
+  EXPECT_EQ(listener.heard, Notes{"deleted 2"});
+  EXPECT_FALSE(std::filesystem::exists(fileOf(first)));
+}
+
+TEST_F(EditsTest, UnsavedChangesOfTheUsersAreNotClosedAway) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(edits.open(cookie));
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  EXPECT_FALSE(edits.close(cookie));
+  ASSERT_TRUE(EditActions::save(cookie));
+  EXPECT_TRUE(edits.close(cookie));
+  EXPECT_FALSE(EditManager::isOpen(cookie));
+}
+
+TEST_F(EditsTest, BrokenFilesAreReportedAndSetAsideWhileOthersGoOn) {
+  const Cookie good = made("Good");
+  const std::string whole = bytesOf(fileOf(good));
+  const std::string broken[] = {"",     whole.substr(0, whole.size() / 2), "{}",       "[1]",
+                                "null", "{\"OTIO_SCHEMA\": \"Clip.1\"}",   whole + "}"};
+  std::vector<Cookie> cookies;
+  for (const std::string& bytes : broken) {
+    cookies.push_back(Cookie::create(CookieTypeEdit));
+    write(fileOf(cookies.back()), bytes);
+  }
+  ASSERT_TRUE(projects.leave());
+  ASSERT_TRUE(projects.enter("Film"));
+  EXPECT_TRUE(edits.open(good));
+  for (std::size_t row = 0; row < cookies.size(); ++row) {
+    SCOPED_TRACE(broken[row]);
+    EXPECT_FALSE(edits.open(cookies[row]));
+    EXPECT_FALSE(EditActions::save(cookies[row]));
+    EXPECT_EQ(bytesOf(fileOf(cookies[row])), broken[row]);
+    EXPECT_NE(events.logged.find(cookies[row].asString().str()), std::string::npos);
+  }
+}
+
+TEST_F(EditsTest, AFileIsFoundInAnotherProjectWhenTheOpenOneDoesNotHoldIt) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(projects.create("Other", false));
+  ASSERT_TRUE(projects.enter("Other"));
+  EXPECT_EQ(utf8Text(getFilenameForCookie(cookie, Cookie())),
+            folder / (project.asString().str() + "/" + cookie.asString().str() + ".otio"));
+  const Cookie unknown = Cookie::create(CookieTypeEdit);
+  EXPECT_EQ(utf8Text(getFilenameForCookie(unknown, Cookie())), fileOf(unknown));
+}
+
+TEST_F(EditsTest, NamesOfAnyKindAreKept) {
+  const std::string names[] = {"a b", "\"quoted\"", "Grüße", "€", std::string(300, 'x'),
+                               "a/b", ".hidden",    "E0001", "-x"};
+  for (const std::string& name : names) {
+    const Cookie cookie = made(name);
+    const auto found = projects.resolve(name, "ES");
+    ASSERT_TRUE(found) << name;
+    EXPECT_EQ(*found, cookie) << name;
+  }
+  ASSERT_TRUE(projects.leave());
+  ASSERT_TRUE(projects.enter("Film"));
+  for (const std::string& name : names) EXPECT_TRUE(projects.resolve(name, "E")) << name;
+}
+
+TEST_F(EditsTest, NamesWithControlCharactersAreRefused) {
+  for (const std::string& name : {std::string(), std::string("a\nb"), std::string("\x1b[2J"),
+                                  std::string("a\0b", 3), std::string(1001, 'x')}) {
+    EXPECT_FALSE(EditActions::create(name, CookieTypeEdit)) << name;
+  }
+}
+
+TEST_F(EditsTest, AnAmbiguousNameIsRefusedWithTheCandidates) {
+  const Cookie first = made("Twin");
+  const Cookie second = made("Twin");
+  const auto found = projects.resolve("Twin", "ES");
+  ASSERT_FALSE(found);
+  EXPECT_NE(found.error().message.find(first.asString().str()), std::string::npos);
+  EXPECT_NE(found.error().message.find(second.asString().str()), std::string::npos);
+}
+
+}  // namespace
