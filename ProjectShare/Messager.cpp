@@ -79,7 +79,7 @@ void Messager::reloadIcon() { reInit(IconSet(kIconFile)); }
 Size Messager::calcSize() { return kPanelSize; }
 
 void Messager::setSizeState(int state) {
-  const bool lacksContent = state == eExpandedState && !messageLog_;
+  const bool lacksContent = state == eExpandedState && !messageLog;
   if (state == sizeState() && !lacksContent) return;
   const Glib::UpdateDeferrer deferrer;
   if (state == eIconState) becomeIcon();
@@ -90,9 +90,9 @@ void Messager::setSizeState(int state) {
 
 void Messager::becomeIcon() {
   setSizeFlag(eIconState);
-  recipientButton_ = nullptr;
-  messageLog_ = nullptr;
-  messageEntry_ = nullptr;
+  recipientButton = nullptr;
+  messageLog = nullptr;
+  messageEntry = nullptr;
   removeStandardWidgets(kAllWidgets, true);
   clearMenu();
   StandardPanel::resize(kIconSize.width, kIconSize.height);
@@ -116,19 +116,19 @@ void Messager::becomePanel() {
 void Messager::buildContent() {
   const double height = UifStd::getButtonHeight();
   const double gap = UifStd::getWidgetGap();
-  recipientButton_ =
+  recipientButton =
       addChild(std::make_unique<TitleMenuButton>(resourceStrW(kRecipientText), recipients(),
                                                  innerWidth() - kRoomForBoxes, height),
                UserTopRight(0, 0));
-  messageLog_ =
+  messageLog =
       addChild(std::make_unique<ScrollableTextBox<MultiLineTextBox>>(innerWidth(), kLogHeight),
-               Below(recipientButton_, gap));
-  messageLog_->setPalette(palette());
-  messageEntry_ =
+               Below(recipientButton, gap));
+  messageLog->setPalette(palette());
+  messageEntry =
       addChild(std::make_unique<TitleTextBox>(LightweightString<wchar_t>(), innerWidth(), height),
-               Below(messageLog_, gap));
-  messageEntry_->textBox().setPrompt(kPrompt);
-  messageEntry_->requestCallback(kReturnEvent, this, TextBox::eReturnPressed);
+               Below(messageLog, gap));
+  messageEntry->textBox().setPrompt(kPrompt);
+  messageEntry->requestCallback(kReturnEvent, this, TextBox::eReturnPressed);
 }
 
 void Messager::generateTool() {
@@ -166,7 +166,7 @@ void Messager::draw() {
 bool Messager::handleMessageEvent(const LightweightString<char>& text, Glob*) {
   // Where sending fails, the return key was pressed all the same: it is nobody else's, and no words
   // to show anybody.
-  const bool isOwnReturn = text == kReturnEvent && messageEntry_;
+  const bool isOwnReturn = text == kReturnEvent && messageEntry;
   return guardedEntry("Messager::handleMessageEvent", isOwnReturn, [&] {
     if (text == kReturnEvent) return sendEntry();
     if (text.empty() || text[0] != kVersionMarker) return false;
@@ -176,13 +176,13 @@ bool Messager::handleMessageEvent(const LightweightString<char>& text, Glob*) {
 
 bool Messager::sendEntry() {
   // An icon has no entry box; whoever sent it this text meant words, which others may take.
-  if (!messageEntry_) return false;
-  const LightweightString<char> text = toUTF8(messageEntry_->getText());
-  messageEntry_->setText({});
-  const LightweightString<char> recipient = toUTF8(recipientButton_->getSelectedItemName());
+  if (!messageEntry) return false;
+  const LightweightString<char> text = toUTF8(messageEntry->getText());
+  messageEntry->setText({});
+  const LightweightString<char> recipient = toUTF8(recipientButton->getSelectedItemName());
   const NetMessage message(NetMessage::eUserMessage, recipient, text);
   showMessage(message);
-  messageEntry_->draw();
+  messageEntry->draw();
   ProjectSharing::Broadcaster::broadcastMessage(message);
   return true;
 }
@@ -206,13 +206,13 @@ bool Messager::handleWireText(const LightweightString<char>& wireText) {
 
 /// False when there is no conversation, so that the message goes on to the desktop unlost.
 bool Messager::showMessage(const NetMessage& message) {
-  if (!messageLog_) return false;
+  if (!messageLog) return false;
   // Required: a message of one's own has no source and reads " : text"; bytes are widened one by
   // one, so that other letters than ASCII's appear as several.
   const LightweightString<char> line = message.source + " : " + message.data;
-  auto lines = messageLog_->getStrings();
+  auto lines = messageLog->getStrings();
   lines.push_back(Kv::WStringFromAscii(line));
-  messageLog_->setStrings(lines);
-  messageLog_->draw();
+  messageLog->setStrings(lines);
+  messageLog->draw();
   return true;
 }

@@ -66,7 +66,7 @@ class Messager : public GenIcon {
   bool showMessage(const NetMessage& message);
 
   // Owned by the panel as its children; null while it is an icon.
-  TitleMenuButton* recipientButton_ = nullptr;
-  ScrollableTextBox<MultiLineTextBox>* messageLog_ = nullptr;
-  TitleTextBox* messageEntry_ = nullptr;
+  TitleMenuButton* recipientButton = nullptr;
+  ScrollableTextBox<MultiLineTextBox>* messageLog = nullptr;
+  TitleTextBox* messageEntry = nullptr;
 };

@@ -3,13 +3,13 @@
 #include "host/base/Text.h"
 #include "host/os/OS.h"
 
-NetLock::NetLock(const LightweightString<wchar_t>& path) : lockFilePath_(path) { init(); }
+NetLock::NetLock(const LightweightString<wchar_t>& path) : lockFilePath(path) { init(); }
 
 NetLock::~NetLock() = default;
 
 bool NetLock::init() {
-  const Kv::Ptr<iFile> file = OS().fileManager().openFile(
-      lockFilePath_, eFileReadWrite, eFileCreate, eFileShareNone, eFileGroupShared);
+  const Kv::Ptr<iFile> file = OS().fileManager().openFile(lockFilePath, eFileReadWrite, eFileCreate,
+                                                          eFileShareNone, eFileGroupShared);
   // Required: a handle is asked, and the answer changes nothing; a lock held elsewhere stays as it
   // is.
   if (file) static_cast<void>(file->isOpen());
@@ -17,27 +17,27 @@ bool NetLock::init() {
 }
 
 bool NetLock::Lock() {
-  lockFile_ = OS().fileManager().openFile(lockFilePath_, eFileReadWrite, eFileReplace,
-                                          eFileShareNone, eFileGroupShared);
-  return lockFile_ && lockFile_->isOpen();
+  lockFile = OS().fileManager().openFile(lockFilePath, eFileReadWrite, eFileReplace, eFileShareNone,
+                                         eFileGroupShared);
+  return lockFile && lockFile->isOpen();
 }
 
 bool NetLock::SetLockInfo(const LightweightString<wchar_t>& user) {
-  if (!lockFile_ || !lockFile_->isOpen()) return false;
-  infoFilePath_ = lockFilePath_ + L".inf";
-  infoFile_ = OS().fileManager().openFile(infoFilePath_, eFileReadWrite, eFileReplace,
-                                          eFileShareWrite, eFileNoFlags);
-  if (!infoFile_ || !infoFile_->isOpen()) return false;
+  if (!lockFile || !lockFile->isOpen()) return false;
+  infoFilePath = lockFilePath + L".inf";
+  infoFile = OS().fileManager().openFile(infoFilePath, eFileReadWrite, eFileReplace,
+                                         eFileShareWrite, eFileNoFlags);
+  if (!infoFile || !infoFile->isOpen()) return false;
   const LightweightString<char> name = toUTF8(user);
   // Required: after a failed write the file stays open until this lock is destroyed.
-  if (!infoFile_->write(name.c_str(), name.size())) return false;
-  infoFile_.reset();
+  if (!infoFile->write(name.c_str(), name.size())) return false;
+  infoFile.reset();
   return true;
 }
 
 bool NetLock::Unlock() {
-  lockFile_.reset();
-  OS().fileManager().removeFile(lockFilePath_);
-  if (!infoFilePath_.empty()) OS().fileManager().removeFile(infoFilePath_);
+  lockFile.reset();
+  OS().fileManager().removeFile(lockFilePath);
+  if (!infoFilePath.empty()) OS().fileManager().removeFile(infoFilePath);
   return true;
 }

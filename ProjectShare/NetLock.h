@@ -38,8 +38,8 @@ class NetLock {
   bool Unlock();
 
  private:
-  Kv::Ptr<iFile> lockFile_;
-  LightweightString<wchar_t> lockFilePath_;
-  Kv::Ptr<iFile> infoFile_;
-  LightweightString<wchar_t> infoFilePath_;
+  Kv::Ptr<iFile> lockFile;
+  LightweightString<wchar_t> lockFilePath;
+  Kv::Ptr<iFile> infoFile;
+  LightweightString<wchar_t> infoFilePath;
 };

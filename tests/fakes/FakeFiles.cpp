@@ -14,8 +14,15 @@ class FakeFiles::OpenFile : public iFile {
       : opening_(std::move(opening)), bytes_(std::move(bytes)), replace_(replace) {}
   ~OpenFile() override { FakeHost::current().journal.did("iFile::close", {opening_->path}); }
 
-  [[nodiscard]] bool isOpen() const override { return true; }
-  [[nodiscard]] std::uint64_t size() const override { return bytes_->size(); }
+  [[nodiscard]] bool isOpen() const override {
+    FakeHost::current().journal.asked("iFile::isOpen", {opening_->path});
+    return true;
+  }
+  [[nodiscard]] std::uint64_t size() const override {
+    const auto& sizes = FakeHost::current().files.reportedSizes;
+    const auto reported = sizes.find(opening_->path);
+    return reported == sizes.end() ? bytes_->size() : reported->second;
+  }
 
   std::size_t read(void* bytes, std::size_t count) override {
     const std::size_t available = bytes_->size() - std::min(at_, bytes_->size());
@@ -47,10 +54,17 @@ class FakeFiles::OpenFile : public iFile {
 
 class FakeFiles::ClosedFile : public iFile {
  public:
-  [[nodiscard]] bool isOpen() const override { return false; }
+  explicit ClosedFile(const std::string& path) : path_(path) {}
+  [[nodiscard]] bool isOpen() const override {
+    FakeHost::current().journal.asked("iFile::isOpen", {path_});
+    return false;
+  }
   [[nodiscard]] std::uint64_t size() const override { return 0; }
   std::size_t read(void*, std::size_t) override { return 0; }
   bool write(const void*, std::size_t) override { return false; }
+
+ private:
+  std::string path_;
 };
 
 namespace {
@@ -107,7 +121,7 @@ Kv::Ptr<iFile> FakeFiles::openFile(const LightweightString<wchar_t>& path, int a
   journal_.did("iFileManager::openFile", {name, access, disposition, share, flags});
   lastError_ = refusalOf(name, disposition, share);
   if (lastError_ != eFileError::eNone)
-    return failedOpensGiveHandles ? Kv::Ptr<iFile>(new ClosedFile) : Kv::Ptr<iFile>();
+    return failedOpensGiveHandles ? Kv::Ptr<iFile>(new ClosedFile(name)) : Kv::Ptr<iFile>();
   if (!has(name)) put(name, "");
   auto opening = std::make_shared<Opening>(Opening{name, share});
   openings_.push_back(opening);

@@ -32,6 +32,8 @@ class FakeFiles : public iFileManager {
   std::set<std::string> heldElsewhere;           ///< paths that another station holds
   std::map<std::string, eFileError> refusals;    ///< opens and removals of these fail so
   std::map<std::string, std::int64_t> modified;  ///< times that listings report
+  /// Sizes that handles report of files which grow while they are read.
+  std::map<std::string, std::uint64_t> reportedSizes;
   bool failedOpensGiveHandles = false;  ///< a failed open gives a handle that is not open, not null
   bool writesFail = false;
   bool listingsFail = false;

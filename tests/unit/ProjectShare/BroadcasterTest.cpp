@@ -56,6 +56,18 @@ TEST_F(BroadcasterTest, WithoutAConfiguredPortItSendsOnPort27015) {
   EXPECT_EQ(host.network.sentPorts, std::vector<int>{27015});
 }
 
+TEST_F(BroadcasterTest, WhatIsSentThroughTheCurrentOneBeforeItIsCompleteIsNotSent) {
+  bool isAsked = false;
+  host.journal.onLine = [&isAsked](const std::string& line) {
+    if (line.find("createUDPBroadcaster") == line.npos) return;
+    isAsked = true;
+    Broadcaster::broadcastMessage(NetMessage(NetMessage::eEditSaved, cookie("E0001")));
+  };
+  build();
+  EXPECT_TRUE(isAsked);
+  EXPECT_EQ(count(), 0u);
+}
+
 TEST_F(BroadcasterTest, AConfiguredPortIsUsedUnchanged) {
   host.configure("shared_projects_udp_port", "70000");
   build();

@@ -29,6 +29,7 @@ class OpenDriver : public DeviceDriver {
  public:
   void addNotingComponent() { components_.push_back(new NotingComponent); }
   [[nodiscard]] std::size_t numComponents() const { return components_.size(); }
+  [[nodiscard]] KvComponentBase* component(std::size_t index) const { return components_[index]; }
 };
 
 /// Leaves a line in the journal when the application ends.
@@ -92,7 +93,9 @@ TEST_F(DeviceDriverTest, LoadingMakesTheBroadcasterThenTheReceiverThenTheCompone
   ASSERT_EQ(lines.size(), 7U);
   EXPECT_EQ(lines[5], "iNetworkService::createUDPBroadcaster(27015)");
   EXPECT_EQ(lines[6], "iNetworkService::createUDPListener(27015, 0)");
-  EXPECT_EQ(driver->numComponents(), 2U);
+  ASSERT_EQ(driver->numComponents(), 2U);
+  EXPECT_NE(dynamic_cast<iPermissionsManager*>(driver->component(0)), nullptr);
+  EXPECT_NE(dynamic_cast<iProjectShare*>(driver->component(1)), nullptr);
   EXPECT_NE(iPermissionsManager::instance(), nullptr);
   EXPECT_NE(iProjectShare::instance(), nullptr);
   EXPECT_TRUE(driver->isInitialised());

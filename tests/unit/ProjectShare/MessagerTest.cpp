@@ -31,6 +31,19 @@ namespace {
 
 using Lines = MessagerScene::Lines;
 
+/// Draws the desktop whenever it is asked for the users, which happens while a panel is built.
+class DrawingPermissions : public FakePermissions {
+ public:
+  explicit DrawingPermissions(Desktop& desktop) : desktop_(desktop) {}
+  const Vector<Text>& getUserList() override {
+    desktop_.draw();
+    return FakePermissions::getUserList();
+  }
+
+ private:
+  Desktop& desktop_;
+};
+
 class MessagerTest : public testing::Test {
  protected:
   void open() { ASSERT_TRUE(scene.hands.open()); }
@@ -201,6 +214,23 @@ TEST_F(MessagerTest, EachChangeOfStateUpdatesTheScreenOnce) {
   EXPECT_EQ(Screen::instance().updates(), ++updates);
   scene.panel()->generateTool();
   EXPECT_EQ(Screen::instance().updates(), ++updates);
+}
+
+TEST_F(MessagerTest, WhatIsDrawnWhileAPanelIsBuiltUpdatesTheScreenOnceItIsBuilt) {
+  scene.permissions.reset();
+  scene.permissions = std::make_unique<DrawingPermissions>(scene.desktop);
+  Messager panel;
+  const auto updates = Screen::instance().updates();
+  panel.setSizeState(eExpandedState);
+  EXPECT_EQ(Screen::instance().updates(), updates + 1);
+}
+
+TEST_F(MessagerTest, AnIconOpensWhereTheHostPlacesAPanelOfItsSize) {
+  Messager panel;
+  panel.setPosition({500, 300});
+  const XY centre{500 + panel.size().width / 2, 300 + panel.size().height / 2};
+  panel.setSizeState(eExpandedState);
+  EXPECT_EQ(panel.position(), (XY{centre.x - 100, centre.y - 200}));
 }
 
 TEST_F(MessagerTest, AConversationDoesNotSurviveCollapsing) {

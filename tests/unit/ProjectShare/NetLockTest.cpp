@@ -33,6 +33,15 @@ TEST_F(NetLockTest, BuildingMakesAnEmptyLockFileAndClosesItAgain) {
                      "iFile::close(/projects/P0001/Lock)"}));
 }
 
+TEST_F(NetLockTest, EachHandleOfTheLockFileIsAskedWhetherItIsOpen) {
+  const auto lock = build();
+  EXPECT_EQ(host.journal.count("? iFile::isOpen(/projects/P0001/Lock)"), 1);
+  host.files.failedOpensGiveHandles = true;
+  host.files.heldElsewhere.insert(kPath);
+  EXPECT_FALSE(lock->Lock());
+  EXPECT_EQ(host.journal.count("? iFile::isOpen(/projects/P0001/Lock)"), 2);
+}
+
 TEST_F(NetLockTest, BuildingOnALockHeldElsewhereSucceedsAndChangesNothing) {
   for (const bool handle : {false, true}) {
     host.files.put(kPath, "");
@@ -192,6 +201,26 @@ TEST_F(NetLockTest, UnlockingAfterAFailedInformationFileStillRemovesIt) {
   host.files.put(kInfo, "old");
   lock->Unlock();
   EXPECT_FALSE(host.files.has(kInfo));
+}
+
+TEST_F(NetLockTest, UnlockingAgainRemovesTheInformationFileAgain) {
+  const auto lock = build();
+  lock->Lock();
+  lock->SetLockInfo(L"anna");
+  lock->Unlock();
+  host.files.put(kInfo, "another");
+  EXPECT_TRUE(lock->Unlock());
+  EXPECT_FALSE(host.files.has(kInfo));
+}
+
+TEST_F(NetLockTest, UnlockingSaysTrueEvenIfNeitherFileCanBeRemoved) {
+  const auto lock = build();
+  lock->Lock();
+  lock->SetLockInfo(L"anna");
+  host.files.refusals = {{kPath, eFileError::eNoRights}, {kInfo, eFileError::eNoRights}};
+  EXPECT_TRUE(lock->Unlock());
+  EXPECT_TRUE(host.files.has(kPath));
+  EXPECT_TRUE(host.files.has(kInfo));
 }
 
 TEST_F(NetLockTest, UnlockingWhatWasNeverLockedRemovesTheLockFileAndSaysTrue) {

@@ -156,7 +156,9 @@ TEST_F(PermissionsManagerTest, AllInstancesShareTheirState) {
 
 TEST_F(PermissionsManagerTest, AChangeOfProjectForgetsOwnersAndKeepsUsers) {
   writeUserList("alice\n");
+  manager.addUser(L"dora");
   const Strings before = users();
+  writeUserList("somebody else\n");
   FakeEdit& edit = addEdit("E0001", "bob");
   EXPECT_FALSE(mayModify("E0001"));
   edit.settings.values["OWNER"] = "edit-1";

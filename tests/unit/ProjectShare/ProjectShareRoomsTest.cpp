@@ -96,6 +96,7 @@ TEST_F(ProjectShareRoomsTest, ARoomHeldElsewhereIsRefusedWithOneReportAndTheOldR
   EXPECT_EQ(host.files.openHandles("/rooms/A.lck"), 1U);
   EXPECT_EQ(share.getRoomLockOwner(kRoomA), L"anna");
   EXPECT_EQ(share.getRoomLockOwner(kRoomB), L"bob");
+  EXPECT_EQ(host.journal.count("iFileManager::removeFile(/rooms/B.lck)"), 0);
 }
 
 TEST_F(ProjectShareRoomsTest, EnteringTheRoomThatIsHeldIsRefusedAndKeepsIt) {

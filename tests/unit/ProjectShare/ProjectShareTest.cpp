@@ -98,6 +98,18 @@ TEST_F(ProjectShareTest, LockingTakesTheLockAndWritesTheUsersNameBesideIt) {
   EXPECT_EQ(share.getProjectLockOwner(cookie("P0001")), L"anna");
 }
 
+TEST_F(ProjectShareTest, ARefusedProjectIsNotUnlocked) {
+  host.files.put("/projects/P0001/Lock", "");
+  host.files.heldElsewhere.insert("/projects/P0001/Lock");
+  EXPECT_FALSE(share.lockProject(cookie("P0001")));
+  EXPECT_EQ(host.journal.count("iFileManager::removeFile(/projects/P0001/Lock)"), 0);
+}
+
+TEST_F(ProjectShareTest, AnOwnersNameEndsWhereItsFileEndedWhenItsSizeWasAsked) {
+  host.files.reportedSizes["/projects/P0001/Lock.inf"] = 4;
+  EXPECT_EQ(ownerFrom("annabell"), L"anna");
+}
+
 TEST_F(ProjectShareTest, AProjectLockedElsewhereIsRefusedAndItsFilesStay) {
   host.files.put("/projects/P0001/Lock", "");
   host.files.put("/projects/P0001/Lock.inf", "bob");

@@ -17,7 +17,8 @@ using ProjectSharing::Receiver;
 
 class ReceiverLogTest : public testing::Test {
  protected:
-  ReceiverLogTest() { host_.configure("log_incoming_net_messages", "1"); }
+  /// Any value but 0 turns the log on.
+  ReceiverLogTest() { host_.configure("log_incoming_net_messages", "-2"); }
 
   /// How often "Received" stands in the log after a datagram.
   long headingsAfter(const std::string& text) {

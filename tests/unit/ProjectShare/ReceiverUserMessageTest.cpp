@@ -54,6 +54,15 @@ TEST_F(ReceiverUserMessageTest, ATargetIsWidenedByteByByte) {
   EXPECT_EQ(panel_.texts, Lines{"one byte"});
 }
 
+TEST_F(ReceiverUserMessageTest, TheUsersNameComesFromTheShareAndNotFromThePermissions) {
+  FakePermissions permissions;
+  permissions.user = L"EVE";
+  deliver("d|10|P0001|bob|EVE|for the owner|");
+  EXPECT_EQ(panel_.texts, Lines{});
+  deliver("d|10|P0001|bob|ANNA|for the user|");
+  EXPECT_EQ(panel_.texts, Lines{"for the user"});
+}
+
 TEST_F(ReceiverUserMessageTest, TwoEmptyNamesAreEqual) {
   share_.user = L"";
   deliver("d|10|P0001|bob||hi|");
@@ -91,6 +100,24 @@ TEST_F(ReceiverUserMessageTest, ATransferIsOnlyLogged) {
   EXPECT_EQ(host_.logLines, (Lines{"both: bin/clip for : ()\n", "both: bin/clip for : (E0099)\n",
                                    "both: bin/clip for : ()\n"}));
   EXPECT_EQ(host_.journal.effects(), Lines{});
+}
+
+TEST_F(ReceiverUserMessageTest, ATransfersObjectIsLoggedInFull) {
+  const Cookie object("E0123456789abcdef", false);
+  const std::string whole = object.asString(false).str();
+  ASSERT_NE(object.asString(true).str(), whole);
+  deliver("d|11|P0001|bob|" + whole + "|G0002|");
+  deliver("d|12|P0001|bob|" + whole + "|E0001|");
+  EXPECT_EQ(host_.logLines, Lines(2, "both: bin/clip for : (" + whole + ")\n"));
+}
+
+TEST_F(ReceiverUserMessageTest, AMachineNumberIsReadWithItsSign) {
+  host_.setMachine(-1);
+  host_.commands.names = {"beep"};
+  deliver("d|13|P0001|bob|18446744073709551615|beep|");
+  EXPECT_EQ(host_.journal.count("CommandMap::callCommand(beep)"), 0);
+  deliver("d|13|P0001|bob|-1|beep|");
+  EXPECT_EQ(host_.journal.count("CommandMap::callCommand(beep)"), 1);
 }
 
 TEST_F(ReceiverUserMessageTest, ACommandRunsOnlyOnTheMachineItNames) {
