@@ -10,6 +10,8 @@
 
 extern char** environ;
 
+namespace korvel {
+
 /// A home folder of the test program's own, so that it and the programs that it starts see nothing
 /// of what is configured or installed for the person who runs it. Removed at the end.
 class OwnHome {
@@ -40,3 +42,5 @@ class OwnHome {
   const pid_t maker_ = ::getpid();
   std::string folder_;
 };
+
+}  // namespace korvel

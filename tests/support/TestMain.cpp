@@ -3,7 +3,7 @@
 #include "tests/support/OwnHome.h"
 
 int main(int argc, char** argv) {
-  const OwnHome home;
+  const korvel::OwnHome home;
   testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
 }

@@ -103,7 +103,7 @@ TEST_F(ReceiverUserMessageTest, ATransferIsOnlyLogged) {
 }
 
 TEST_F(ReceiverUserMessageTest, ATransfersObjectIsLoggedInFull) {
-  const Cookie object("E0123456789abcdef", false);
+  const Cookie object("E123456789-ff00", false);
   const std::string whole = object.asString(false).str();
   ASSERT_NE(object.asString(true).str(), whole);
   deliver("d|11|P0001|bob|" + whole + "|G0002|");

@@ -14,6 +14,8 @@
 
 #include "tests/fakes/ScratchFolder.h"
 
+using namespace korvel;
+
 namespace {
 
 /// Events written to a named pipe that is not read before the test says so.
