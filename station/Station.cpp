@@ -62,12 +62,19 @@ Result<void> checkProjectsDirectory() {
       path};
 }
 
-void warnOfUntravelledUser() {
-  if (travelsWhole(settings().user)) return;
+/// The name under which the user's things are recorded.
+std::string upperCasedHost() {
+  LightweightString<wchar_t> name = wideText(settings().host);
+  Kv::toUpper(name);
+  return utf8Text(name);
+}
+
+void warnOfCutName(const char* what, const std::string& name, const char* option) {
+  if (travelsWhole(name)) return;
   LogBoth(
-      "The user name \"%s\" holds a character that messages cannot carry whole: others will see "
-      "it cut. Choose another with --user.\n",
-      settings().user);
+      "The %s name \"%s\" holds a character that messages cannot carry whole: others will see it "
+      "cut. Choose another with %s.\n",
+      what, name, option);
 }
 
 void keepHeardList(NetworkService& network) {
@@ -115,7 +122,8 @@ Station::~Station() { stop(Shutdown::eNormalExit); }
 Result<void> Station::start() {
   if (auto checked = checkProjectsDirectory(); !checked) return checked;
   if (auto loaded = parts_->plugin.load(settings().plugin); !loaded) return loaded;
-  warnOfUntravelledUser();
+  warnOfCutName("user", settings().user, "--user");
+  warnOfCutName("host", upperCasedHost(), "--host");
   markPresent();
   return {};
 }
@@ -161,10 +169,8 @@ std::string Station::pluginVersion() const {
 // Required: recipients are upper-cased host names, and a receiver compares them with its user's
 // name as it is.
 std::string Station::adviceOnNames() {
-  LightweightString<wchar_t> address = wideText(settings().host);
-  Kv::toUpper(address);
-  const std::string name = shownText(address);
-  if (wideText(settings().user) == address) return {};
+  const std::string name = shownText(upperCasedHost());
+  if (settings().user == upperCasedHost()) return {};
   return "Messages to you alone will not reach you: others address you by your host's name, \"" +
          name + "\", and your user name is \"" + shownText(settings().user) +
          "\". Start with --user and --host alike, in capitals, such as --user \"" + name + "\".";

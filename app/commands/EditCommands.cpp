@@ -66,6 +66,19 @@ Result<JsonValue> remove(const Arguments& arguments) {
   return answer(EditActions::remove(cookies));
 }
 
+Result<JsonValue> give(const Arguments& words) {
+  Arguments names = words;
+  const bool isForced = std::erase(names, "--force") > 0;
+  if (names.size() != 2) {
+    return Error{ErrorCode::eUsage, "edit give takes E USER [--force].", {}};
+  }
+  const auto cookie = resolved(names[0]);
+  if (!cookie) return cookie.error();
+  using EditActions::Recipient;
+  return answer(
+      EditActions::give(*cookie, names[1], isForced ? Recipient::eAnybody : Recipient::eKnownUser));
+}
+
 Result<JsonValue> may(const Cookie& cookie, const Arguments&) {
   return JsonValue::object({{"cookie", cookie.asString().str()},
                             {"allowed", EditActions::isAllowed(cookie)},
@@ -123,10 +136,10 @@ void addChanging(CommandTable& table) {
              })});
   table.add({"edit delete", "E...", "Deletes edits and logs: all of them, or none if one may not.",
              1, Command::kAnyNumber, remove});
-  table.add({"edit give", "E USER", "Makes USER the owner of an edit or log, and announces it.", 2,
-             2, onEdit([](const Cookie& cookie, const Arguments& arguments) {
-               return answer(EditActions::give(cookie, arguments[1]));
-             })});
+  table.add({"edit give", "E USER [--force]",
+             "Makes USER the owner of an edit or log, and announces it; unsaved changes are saved "
+             "first. A user in no list, and a reserved word, only with --force.",
+             2, 3, give});
 }
 
 }  // namespace

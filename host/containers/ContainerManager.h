@@ -46,8 +46,10 @@ class KV_HOST_API ContainerManagerBase : public NotifierBase {
     std::uint32_t flags_;
   };
 
-  /// Takes a container out of this station, as the user or another station destroyed it; its file
-  /// is removed if it is still there. `reason` may be empty. Unknown cookies are ignored.
+  /// Takes a container out of this station. As the user's own action it removes the file. Because
+  /// of a message the file is left alone: the station that destroyed the container has removed it,
+  /// and a container whose file is still there stays. `reason` may be empty. Unknown cookies are
+  /// ignored.
   virtual void destroy(const Cookie& cookie, const LightweightString<char>& reason) = 0;
 
   /// Reads a container again from its file, or for the first time. A file that cannot be read

@@ -36,8 +36,9 @@ class KV_HOST_API Edit {
   /// made when the edit is next closed or its modifier released.
   virtual void setChangeDescription(EditModificationType type, bool announce) = 0;
 
-  /// Reads the edit again from a file; unsaved changes are dropped. False, with the content as it
-  /// was, when the file cannot be read as an edit.
+  /// Reads the edit again from a file; unsaved changes are dropped. Because of a message, unsaved
+  /// changes of the local user's stay, and only the owner is taken from the file. False, with the
+  /// content as it was, when the file cannot be read as an edit.
   virtual bool reOpen(const LightweightString<wchar_t>& path) = 0;
 
   /// Whether cel cues are shown, and showing or hiding them.
@@ -50,6 +51,8 @@ class KV_HOST_API Edit {
 
   /// Whether the edit holds changes that its file does not.
   [[nodiscard]] virtual bool isDirty() const = 0;
+
+  /// Marks the edit dirty or clean; because of a message unsaved changes stay as they are.
   virtual void setDirty(bool dirty) = 0;
 
   /// Forgets what a modifier has recorded and not yet announced.

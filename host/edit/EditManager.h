@@ -10,13 +10,15 @@ class KV_HOST_API EditManager {
   /// itself.
   static void addNetMessage(const Cookie& cookie, const LightweightString<char>& wireText);
 
-  /// Forgets an edit that another station deleted; closes it if it is open.
+  /// Forgets an edit that another station deleted; closes it if it is open. One whose file is still
+  /// there stays, and so do unsaved changes of the local user's.
   static void handleNetDelete(const Cookie& cookie);
 
   /// Reads the project database record of an object again: its name, kind and owner in the lists.
   static void updateProjdbRec(const Cookie& cookie);
 
-  /// An object's owner was announced by another station: `owner` is its name in UTF-8.
+  /// An object's owner was announced by another station: `owner` is its name in UTF-8. The host
+  /// takes an edit's owner from its file, and writes nothing.
   static void updateLocalPermissions(const Cookie& cookie, const LightweightString<char>& owner);
 
   /// Whether the user has the edit open here.
@@ -26,7 +28,7 @@ class KV_HOST_API EditManager {
   static Cookie getCurrentProjectID();
 
   /// Writes the object's own configuration to its file, leaving the file's other content as it
-  /// stands there.
+  /// stands there. Because of a message nothing is written.
   static void flushChanges(const Cookie& cookie);
 };
 

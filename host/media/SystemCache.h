@@ -39,7 +39,8 @@ class KV_HOST_API SystemCache : public NotifierBase {
   /// it is a proxy of the material rather than the material itself.
   virtual void addFile(const Cookie& cookie, const MaterialFilename& file, bool isProxy) = 0;
 
-  /// Forgets a material's file, and notifies. `isProxy` as above; `what` is a sum of eRemove.
+  /// Forgets a material's file, and notifies. A file that the project still records stays.
+  /// `isProxy` as above; `what` is a sum of eRemove.
   virtual void removeFile(const Cookie& cookie, bool isProxy, int what) = 0;
 
   /// What removeFile forgets.

@@ -6,7 +6,7 @@
 #include "host/containers/ContainerManager.h"
 #include "station/base/Events.h"
 #include "station/base/Strings.h"
-#include "station/containers/ContainerLock.h"
+#include "station/os/ObjectLock.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/DelayedReread.h"
 #include "station/project/ObjectNames.h"
@@ -90,7 +90,7 @@ Result<Cookie> ContainerPart::create(const std::string& name, JsonValue content)
 
 Result<void> ContainerPart::change(const Cookie& cookie, const Change& change) {
   if (const Result<void> known = requireKnown(cookie); !known) return known;
-  const ContainerLock lock(fileOf(cookie));
+  const ObjectLock lock(fileOf(cookie));
   if (!lock.taken()) return lock.taken();
   Result<JsonValue> record = read(cookie);
   if (!record) return record.error();
@@ -116,14 +116,29 @@ Result<void> ContainerPart::discard(const Cookie& cookie) {
   return {};
 }
 
+// Messages can be forged, lost or early: what another station destroyed, it has removed itself.
 void ContainerPart::forget(const Cookie& cookie) {
   if (!find(cookie)) return;
+  if (currentOrigin() != Origin::eLocal) {
+    if (dropIfGone(cookie, ContainerManagerBase::eDestroyed)) return;
+    DelayedReread::arrange(fileOf(cookie), [this, cookie] {
+      if (!dropIfGone(cookie, kFoundLate)) readLate(cookie);
+    });
+    return readLate(cookie);
+  }
   if (existsFresh(fileOf(cookie))) {
     const Result<void> removed = removeFile(cookie);
     if (!removed) LogBoth("%s\n", removed.error().message);
   }
   drop(cookie);
   tell(cookie, "destroyed", ContainerManagerBase::eDestroyed);
+}
+
+bool ContainerPart::dropIfGone(const Cookie& cookie, std::uint32_t flags) {
+  if (!find(cookie) || !isGoneFrom(folder_, fileOf(cookie))) return false;
+  drop(cookie);
+  tell(cookie, "destroyed", flags);
+  return true;
 }
 
 void ContainerPart::readAgain(const Cookie& cookie) {
@@ -252,7 +267,7 @@ Result<void> ContainerPart::requireNew(const std::string& name) const {
 }
 
 Result<void> ContainerPart::removeFile(const Cookie& cookie) const {
-  const ContainerLock lock(fileOf(cookie));
+  const ObjectLock lock(fileOf(cookie));
   if (!lock.taken()) return lock.taken();
   return removeFileAt(fileOf(cookie));
 }

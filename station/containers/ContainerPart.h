@@ -70,7 +70,8 @@ class ContainerPart : public iProjectPart {
   Result<void> discard(const Cookie& cookie);
 
   /// Takes a container out whatever becomes of its file, which is removed if it is still there;
-  /// what stands in the way of that is logged. An unknown cookie is ignored.
+  /// what stands in the way of that is logged. Because of a message no file is removed: a container
+  /// whose file is still there stays, and is read again. An unknown cookie is ignored.
   void forget(const Cookie& cookie);
 
   /// Reads a container again, or for the first time; because of a message, once more a little later
@@ -109,6 +110,7 @@ class ContainerPart : public iProjectPart {
   void take(const Cookie& cookie, JsonValue record, std::uint32_t flags);
   void readLate(const Cookie& cookie);
   bool catchUpOne(const Cookie& cookie, const FoundFile& file);
+  bool dropIfGone(const Cookie& cookie, std::uint32_t flags);
   void tell(const Cookie& cookie, const std::string& how, std::uint32_t flags);
   void compareWithFolder(std::uint32_t changed, std::uint32_t destroyed);
   void dropMissing(const std::set<Cookie>& present, std::uint32_t flags);

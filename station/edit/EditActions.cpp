@@ -1,5 +1,6 @@
 #include "station/edit/EditActions.h"
 
+#include <algorithm>
 #include <charconv>
 #include <filesystem>
 
@@ -218,20 +219,49 @@ Result<void> EditActions::rename(const Cookie& cookie, const std::string& name) 
   return modify(cookie, rename, "Rename");
 }
 
-Result<void> EditActions::save(const Cookie& cookie) {
-  const auto held = edits().hold(cookie);
-  if (!held) return held.error();
-  EditFile& edit = **held;
-  auto allowed = requireAllowed(cookie, eModContentsChanged);
-  auto saved = allowed ? edit.save() : allowed;
-  if (saved) {
-    edits().noteLoaded(edit);
-    events().changed(edit.kindText(), cookie, "refreshed", currentOrigin());
-    ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, false); });
+namespace {
+
+/// Refuses to write over what another station made of the file since it was read here.
+Result<void> requireOwnFile(const EditFile& edit) {
+  if (edit.fileState() == EditFile::FileState::eOurs) return {};
+  const bool isGone = edit.fileState() == EditFile::FileState::eGone;
+  return Error{ErrorCode::eRefused,
+               std::string("another station has ") + (isGone ? "deleted" : "saved") +
+                   " it while you had unsaved changes. They are kept here; \"edit export\" writes "
+                   "them to a file.",
+               {}};
+}
+
+/// Whether the local user may save now, by the owner that the file names.
+Result<void> requireMaySave(EditFile& edit) {
+  if (auto own = requireOwnFile(edit); !own) return own;
+  edit.takeStoredOwner();
+  return requireAllowed(edit.getCookie(), eModContentsChanged);
+}
+
+/// Writes a held object under its lock, so that no other station changes the owner meanwhile.
+Result<void> write(EditFile& edit) {
+  if (auto allowed = requireAllowed(edit.getCookie(), eModContentsChanged); !allowed) {
+    return allowed;
   }
-  edits().release(&edit);
-  if (allowed && !saved) return failed("The " + title(cookie) + " was not saved", saved.error());
-  return saved;
+  const auto lock = edit.lockFile();
+  Result<void> saved = lock ? requireMaySave(edit) : Result<void>(lock.error());
+  if (saved) saved = edit.save();
+  if (!saved) return failed("The " + title(edit.getCookie()) + " was not saved", saved.error());
+  return {};
+}
+
+}  // namespace
+
+Result<void> EditActions::save(const Cookie& cookie) {
+  const HeldEdit held(cookie);
+  if (!held.held()) return held.held().error();
+  EditFile& edit = **held.held();
+  if (auto written = write(edit); !written) return written;
+  edits().noteLoaded(edit);
+  events().changed(edit.kindText(), cookie, "refreshed", currentOrigin());
+  ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, false); });
+  return {};
 }
 
 Result<void> EditActions::remove(const std::vector<Cookie>& cookies) {
@@ -254,6 +284,11 @@ Result<void> EditActions::remove(const std::vector<Cookie>& cookies) {
 
 namespace {
 
+/// An edit without an owner may be taken by everybody.
+Result<void> requireMayGive(const Cookie& cookie) {
+  return hasNoOwner(cookie) ? Result<void>() : requireAllowed(cookie, eModOwnerChanged);
+}
+
 /// Looks whether an edit's new owner can be written, since owners are announced before they are.
 Result<void> requireWritable(const Cookie& cookie) {
   const std::string path = edits().pathFor(cookie);
@@ -266,36 +301,84 @@ Result<void> requireWritable(const Cookie& cookie) {
 
 }  // namespace
 
-Result<void> EditActions::give(const Cookie& cookie, const std::string& user) {
-  if (auto checked = checkName("owner", user); !checked) return checked;
-  if (!hasNoOwner(cookie)) {
-    if (auto allowed = requireAllowed(cookie, eModOwnerChanged); !allowed) return allowed;
+namespace {
+
+/// Whether the plug-in's rules give the name a meaning of its own: nobody at all could change what
+/// belongs to a render job, and everybody what belongs to no one.
+bool isReserved(const LightweightString<wchar_t>& owner) {
+  return owner == LightweightString<wchar_t>(L"RENDER") || owner == iPermissionsManager::kNoOwner;
+}
+
+Result<void> requireRecipient(const LightweightString<wchar_t>& owner, EditActions::Recipient who) {
+  const std::string name = utf8Text(owner);
+  if (!travelsWhole(name)) {
+    return Error{ErrorCode::eUsage,
+                 "Nothing can be given to " + inQuotes(name) +
+                     ": a letter of the name holds the byte that separates the fields of messages, "
+                     "so other stations would see it cut. Rename that workstation.",
+                 {}};
   }
-  auto* permissions = iPermissionsManager::instance();
-  if (!permissions) return Error{ErrorCode::eRefused, "No plug-in keeps owners here.", {}};
-  LightweightString<wchar_t> owner = wideText(user);
-  Kv::toUpper(owner);
+  if (who == EditActions::Recipient::eAnybody) return {};
+  const auto& known = iPermissionsManager::instance()->getUserList();
+  const bool isKnown = std::find(known.begin(), known.end(), owner) != known.end();
+  if (isKnown && !isReserved(owner)) return {};
+  return Error{ErrorCode::eRefused,
+               inQuotes(name) +
+                   (isReserved(owner) ? " is a reserved word, not a user"
+                                      : " is in no user list (\"users\" shows it)") +
+                   ", so perhaps no one could change it afterwards. Nothing was given; with "
+                   "\"--force\" it is.",
+               {}};
+}
+
+/// The new owner could not save what is unsaved here, and neither could the old one any more.
+Result<void> saveBeforeGiving(EditFile& edit) {
+  if (!edit.hasLocalChanges()) return {};
+  if (auto saved = EditActions::save(edit.getCookie()); !saved) {
+    return failed("The owner stays as it is, since unsaved changes must be saved first",
+                  saved.error());
+  }
+  LogBoth("The %s was saved before it was given away.\n", title(edit.getCookie()));
+  return {};
+}
+
+/// Records and announces the owner of a held object, under its lock.
+Result<void> giveHeld(EditFile& edit, const LightweightString<wchar_t>& owner) {
+  const Cookie cookie = edit.getCookie();
   const bool isEdit = cookie.getType() == CookieTypeEdit;
-  if (isEdit) {
-    if (auto writable = requireWritable(cookie); !writable) return writable;
-  }
-  const HeldEdit edit(cookie);
-  if (!edit.held()) return failed("The owner stays as it is", edit.held().error());
-  permissions->setOwner(cookie, owner,
-                        isEdit ? iPermissionsManager::eEdit : iPermissionsManager::eShot, true);
-  if (auto stored = (*edit.held())->flushConfiguration(); !stored) {
+  const auto lock = edit.lockFile();
+  if (!lock) return failed("The owner stays as it is", lock.error());
+  edit.takeStoredOwner();
+  if (auto allowed = requireMayGive(cookie); !allowed) return allowed;
+  iPermissionsManager::instance()->setOwner(
+      cookie, owner, isEdit ? iPermissionsManager::eEdit : iPermissionsManager::eShot, true);
+  if (auto stored = edit.flushConfiguration(); !stored) {
     return failed("The new owner of the " + title(cookie) +
                       " was announced but cannot be written; its file names the old one",
                   stored.error());
   }
   if (!isEdit) announceLogOwner(cookie, utf8Text(owner));
-  if (!travelsWhole(utf8Text(owner))) {
-    LogBoth(
-        "Other stations will see the owner's name %s cut: a letter of it holds the byte that "
-        "separates the fields of messages.\n",
-        shownText(owner));
-  }
   return {};
+}
+
+}  // namespace
+
+Result<void> EditActions::give(const Cookie& cookie, const std::string& user, Recipient who) {
+  if (auto checked = checkName("owner", user); !checked) return checked;
+  if (auto allowed = requireMayGive(cookie); !allowed) return allowed;
+  if (!iPermissionsManager::instance()) {
+    return Error{ErrorCode::eRefused, "No plug-in keeps owners here.", {}};
+  }
+  LightweightString<wchar_t> owner = wideText(user);
+  Kv::toUpper(owner);
+  if (auto known = requireRecipient(owner, who); !known) return known;
+  const HeldEdit edit(cookie);
+  if (!edit.held()) return failed("The owner stays as it is", edit.held().error());
+  if (auto saved = saveBeforeGiving(**edit.held()); !saved) return saved;
+  if (cookie.getType() == CookieTypeEdit) {
+    if (auto writable = requireWritable(cookie); !writable) return writable;
+  }
+  return giveHeld(**edit.held(), owner);
 }
 
 bool EditActions::isAllowed(const Cookie& cookie) {

@@ -36,9 +36,17 @@ Result<void> save(const Cookie& cookie);
 /// Deletes objects, all or (when one is refused) none; announces them together.
 Result<void> remove(const std::vector<Cookie>& cookies);
 
+/// Who may be made the owner.
+enum class Recipient {
+  eKnownUser,  ///< one in the user list, whose name is no reserved word
+  eAnybody,    ///< any name that messages carry whole
+};
+
 /// Records another owner and announces it. Allowed to whoever may modify the object, and to
-/// everybody while an edit has no owner.
-Result<void> give(const Cookie& cookie, const std::string& user);
+/// everybody while an edit has no owner. Unsaved changes are saved first; where that fails, the
+/// owner stays.
+Result<void> give(const Cookie& cookie, const std::string& user,
+                  Recipient who = Recipient::eKnownUser);
 
 /// Whether the local user may modify the object.
 bool isAllowed(const Cookie& cookie);

@@ -22,6 +22,12 @@ Result<OtioDocument> parsed(const Result<std::string>& bytes) {
   return OtioDocument::parse(*bytes);
 }
 
+/// A hash of a document without its owner, which other stations may change beside unsaved changes.
+std::size_t bodyOf(OtioDocument document) {
+  document.setSetting(EditFile::kOwnerKey, {});
+  return std::hash<std::string>()(document.text());
+}
+
 }  // namespace
 
 EditFile::EditFile(const Cookie& cookie, const std::string& path, OtioDocument document)
@@ -53,18 +59,73 @@ bool EditFile::replaceBy(const Result<std::string>& bytes) {
             kindText(), shownText(document_.name()), document.error().message);
     return false;
   }
-  if (hasLocalChanges_) {
-    LogBoth("Another station saved the %s \"%s\"; your unsaved changes to it are dropped.\n",
-            kindText(), shownText(document_.name()));
+  if (hasLocalChanges_ && currentOrigin() != Origin::eLocal) {
+    keepUnsaved(*document, *bytes);
+  } else {
+    if (hasLocalChanges_) {
+      LogBoth("The %s \"%s\" was read again; your unsaved changes to it are dropped.\n", kindText(),
+              shownText(document_.name()));
+    }
+    takeDocument(std::move(*document), *bytes);
   }
-  document_ = std::move(*document);
-  noteContent(*bytes);
+  if (isInStock_) Edits::instance()->noteLoaded(*this);
+  return true;
+}
+
+void EditFile::takeDocument(OtioDocument document, std::string_view bytes) {
+  document_ = std::move(document);
+  noteContent(bytes);
   configuration_.unwritten.clear();
   pending_.clear();
   dirty_ = hasLocalChanges_ = celCuesOn_ = false;
   changedElsewhere_.reset();
+}
+
+EditFile::FileState EditFile::fileState() const {
+  if (!changedElsewhere_) return FileState::eOurs;
+  return *changedElsewhere_ == kNoFile ? FileState::eGone : FileState::eReplaced;
+}
+
+// What was told may be forged, or may be another station's change of the owner alone.
+bool EditFile::keepUnsaved(const OtioDocument& stored, const std::string& bytes) {
+  takeOwner(stored);
+  const bool isSame =
+      isContent(bytes) || bodyOf(stored) == (dirty_ ? savedBody_ : bodyOf(document_));
+  if (!isSame) return noteElsewhere(contentHash(bytes), "was saved by another station");
+  noteContent(bytes);
+  changedElsewhere_.reset();
+  return false;
+}
+
+void EditFile::takeOwner(const OtioDocument& stored) {
+  if (!isEdit() || configuration_.unwritten.contains(kOwnerKey)) return;
+  const std::string owner = stored.setting(kOwnerKey);
+  if (owner != document_.setting(kOwnerKey)) document_.setSetting(kOwnerKey, owner);
+  if (auto* const permissions = iPermissionsManager::instance()) {
+    permissions->setOwner(cookie_, getOwner(), iPermissionsManager::eEdit, false);
+  }
+}
+
+void EditFile::takeStoredOwner() {
+  if (!isEdit()) return;
+  const auto bytes = readFresh(path_);
+  auto stored = parsed(bytes);
+  if (!stored) return;
+  takeOwner(*stored);
+  if (!isContent(*bytes) && bodyOf(*stored) == (dirty_ ? savedBody_ : bodyOf(document_))) {
+    noteContent(*bytes);
+  }
   if (isInStock_) Edits::instance()->noteLoaded(*this);
-  return true;
+}
+
+Result<std::shared_ptr<ObjectLock>> EditFile::lockFile() {
+  auto held = lock_.lock();
+  if (held) return held;
+  held = std::make_shared<ObjectLock>(path_);
+  const Result<void>& taken = held->taken();
+  if (!taken && taken.error().code != ErrorCode::eNoLockService) return taken.error();
+  lock_ = held;
+  return held;
 }
 
 void EditFile::readLate() {
@@ -82,7 +143,9 @@ bool EditFile::catchUp(const std::string& bytes) {
     return false;
   }
   if (holdsUnsaved()) {
-    return noteElsewhere(contentHash(bytes), "was saved by another station");
+    const auto stored = OtioDocument::parse(bytes);
+    return stored ? keepUnsaved(*stored, bytes)
+                  : noteElsewhere(contentHash(bytes), "was damaged by another station");
   }
   const bool cuesWereShown = celCuesOn_;
   if (!replaceBy(bytes)) return false;
@@ -118,6 +181,7 @@ void EditFile::issueChangeNotification(const EditModification& modification) {
 }
 
 void EditFile::setDirty(bool dirty) {
+  if (!dirty && currentOrigin() != Origin::eLocal) return;
   const bool becameDirty = dirty && !dirty_;
   dirty_ = dirty;
   hasLocalChanges_ = dirty;
@@ -127,6 +191,7 @@ void EditFile::setDirty(bool dirty) {
 }
 
 Result<void> EditFile::change(const EditModification& modification) {
+  noteSavedBody();
   if (auto applied = apply(modification); !applied) return applied;
   setDirty(true);
   pending_.push_back(modification);
@@ -134,9 +199,14 @@ Result<void> EditFile::change(const EditModification& modification) {
 }
 
 Result<void> EditFile::changeRemotely(const EditModification& modification) {
+  noteSavedBody();
   if (auto applied = apply(modification); !applied) return applied;
   dirty_ = true;
   return {};
+}
+
+void EditFile::noteSavedBody() {
+  if (!dirty_) savedBody_ = bodyOf(document_);
 }
 
 Result<void> EditFile::apply(const EditModification& modification) {
@@ -177,6 +247,8 @@ void EditFile::tell(const EditModification& modification) {
 }
 
 Result<void> EditFile::save() {
+  const auto lock = lockFile();
+  if (!lock) return lock.error();
   const std::string text = document_.text();
   if (auto written = writeAtomically(path_, text); !written) return written;
   noteContent(text);
@@ -188,6 +260,8 @@ Result<void> EditFile::save() {
 
 Result<void> EditFile::flushConfiguration() {
   if (configuration_.unwritten.empty()) return {};
+  const auto lock = lockFile();
+  if (!lock) return lock.error();
   const auto bytes = readFresh(path_);
   auto stored = parsed(bytes);
   if (!stored) return stored.error();
@@ -201,7 +275,10 @@ Result<void> EditFile::flushConfiguration() {
   if (differs) {
     const std::string text = stored->text();
     if (auto written = writeAtomically(path_, text); !written) return written;
-    if (isContent(*bytes)) noteContent(text);  // else it was saved elsewhere, and is yet to be read
+    if (isContent(*bytes)) {  // else it was saved elsewhere, and is yet to be read
+      noteContent(text);
+      if (dirty_) savedBody_ = bodyOf(*stored);
+    }
   }
   configuration_.unwritten.clear();
   return {};

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -10,6 +11,7 @@
 #include "host/edit/Edit.h"
 #include "station/edit/EditSummary.h"
 #include "station/edit/OtioDocument.h"
+#include "station/os/ObjectLock.h"
 
 namespace korvel {
 
@@ -41,7 +43,8 @@ class EditFile : public Edit {
   void issueChangeNotification(const EditModification& modification) override;
   [[nodiscard]] bool isDirty() const override { return dirty_; }
 
-  /// Tells the project's listeners when the edit becomes dirty.
+  /// Tells the project's listeners when the edit becomes dirty. Because of a message nothing
+  /// becomes clean: reOpen() alone decides what of the unsaved changes goes.
   void setDirty(bool dirty) override;
   void clearPendingModifications() override { pending_.clear(); }
 
@@ -69,7 +72,25 @@ class EditFile : public Edit {
   void announce();
   void announceDescription();
 
-  /// Writes the document to its file. On failure the file is the old one and the edit stays dirty.
+  /// What another station did to the file while there are unsaved changes here.
+  enum class FileState {
+    eOurs,      ///< nothing: it is the file that the document was made of
+    eReplaced,  ///< saved another content
+    eGone,      ///< deleted it
+  };
+  [[nodiscard]] FileState fileState() const;
+
+  /// Keeps other stations from saving the object and from changing its owner, for as long as the
+  /// result lives. Taken again meanwhile, it is the same lock. A share without locks gives none,
+  /// and success: there nothing could ever be saved otherwise.
+  Result<std::shared_ptr<ObjectLock>> lockFile();
+
+  /// Takes up the owner that the file names, which another station may have written without a
+  /// message of it having come. Nothing changes where the file cannot be read.
+  void takeStoredOwner();
+
+  /// Writes the document to its file, under the object's lock. On failure the file is the old one
+  /// and the edit stays dirty.
   Result<void> save();
 
   /// Merges the configuration values set since they were last written into the file as it stands
@@ -136,6 +157,10 @@ class EditFile : public Edit {
   void tellReplaced();
   bool noteElsewhere(std::size_t content, const char* what);
   Result<void> apply(const EditModification& modification);
+  void noteSavedBody();
+  void takeOwner(const OtioDocument& stored);
+  void takeDocument(OtioDocument document, std::string_view bytes);
+  bool keepUnsaved(const OtioDocument& stored, const std::string& bytes);
   void tell(const EditModification& modification);
   [[nodiscard]] bool isContent(std::string_view bytes) const {
     return contentHash(bytes) == content_;
@@ -150,6 +175,8 @@ class EditFile : public Edit {
   std::string logOwner_;
   std::size_t content_ = 0;  ///< a hash of what its file held when it was last read or written
   std::optional<std::size_t> changedElsewhere_;  ///< what its file was found to hold, or kNoFile
+  std::size_t savedBody_ = 0;  ///< of a dirty edit: a hash of that document without its owner
+  std::weak_ptr<ObjectLock> lock_;
   bool isInStock_ = true;
   bool dirty_ = false;
   bool hasLocalChanges_ = false;

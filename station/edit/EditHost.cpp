@@ -91,26 +91,22 @@ void EditManager::addNetMessage(const Cookie& cookie, const LightweightString<ch
 }
 
 void EditManager::handleNetDelete(const Cookie& cookie) {
-  Edits& edits = *Edits::instance();
-  if (!edits.holds(cookie)) return;
-  if (const EditFile* edit = edits.loaded(cookie); edit && edit->hasLocalChanges()) {
-    LogBoth("Another station deleted the %s \"%s\"; your unsaved changes to it are dropped.\n",
-            edit->kindText(), shownText(edits.nameOf(cookie)));
-  }
-  edits.forget(cookie);
-  events().changed(Edits::kindText(cookie), cookie, "destroyed", currentOrigin());
+  Edits::instance()->noteDeletedElsewhere(cookie);
 }
 
 void EditManager::updateProjdbRec(const Cookie& cookie) { Edits::instance()->refresh(cookie); }
 
+// An edit's owner stands in its file, where the station that gave it away has written it: a message
+// alone makes nobody the owner. A log's owner is kept in memory, so there the message counts.
 void EditManager::updateLocalPermissions(const Cookie& cookie,
                                          const LightweightString<char>& owner) {
+  Edits& edits = *Edits::instance();
   const bool isEdit = cookie.getType() == CookieTypeEdit;
+  if (isEdit) return edits.takeStoredOwner(cookie);
   if (auto* permissions = iPermissionsManager::instance()) {
-    permissions->setOwner(cookie, fromUTF8(owner),
-                          isEdit ? iPermissionsManager::eEdit : iPermissionsManager::eShot, false);
+    permissions->setOwner(cookie, fromUTF8(owner), iPermissionsManager::eShot, false);
   }
-  Edits::instance()->noteOwner(cookie, owner.str());
+  edits.noteOwner(cookie, owner.str());
   events().changed("permissions", cookie, "modified", currentOrigin());
 }
 
@@ -128,7 +124,7 @@ Cookie EditManager::getCurrentProjectID() { return get_project_cookie(); }
 
 void EditManager::flushChanges(const Cookie& cookie) {
   EditFile* edit = Edits::instance()->loaded(cookie);
-  if (!edit) return;
+  if (!edit || currentOrigin() != Origin::eLocal) return;  // a message writes no file
   if (auto flushed = edit->flushConfiguration(); !flushed) {
     LogBoth("The settings of the %s \"%s\" could not be written: %s\n", edit->kindText(),
             shownText(edit->document().name()), flushed.error().message);

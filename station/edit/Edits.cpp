@@ -136,6 +136,7 @@ JsonValue Edits::line(const Cookie& cookie, const EditSummary& summary) const {
                                        {"open", edit && edit->isUserOpen},
                                        {"dirty", edit && edit->isDirty()}});
   if (edit && edit->isChangedElsewhere()) shown.set("changed_elsewhere", true);
+  if (edit && edit->fileState() == EditFile::FileState::eGone) shown.set("deleted", true);
   if (!summary.problem.empty()) shown.set("problem", summary.problem);
   return shown;
 }
@@ -294,6 +295,38 @@ void Edits::noteSavedElsewhere(const Cookie& cookie) {
   events().changed(kindText(cookie), cookie, "refreshed", currentOrigin());
 }
 
+void Edits::noteDeletedElsewhere(const Cookie& cookie) {
+  if (!holds(cookie) || forgetIfGone(cookie)) return;
+  DelayedReread::arrange("deleted " + cookie.asString().str(),
+                         [this, cookie] { forgetIfGone(cookie); });
+}
+
+// A message alone deletes nothing: it may be forged, or here before the share shows the deletion.
+bool Edits::forgetIfGone(const Cookie& cookie) {
+  if (!isProjectOpen() || !holds(cookie) || !isGoneFrom(folder_, pathFor(cookie))) return false;
+  takeDeletion(cookie);
+  return true;
+}
+
+bool Edits::takeDeletion(const Cookie& cookie) {
+  if (EditFile* const edit = loaded(cookie); edit && edit->holdsUnsaved()) {
+    return edit->keepWithoutFile();
+  }
+  forget(cookie);
+  events().changed(kindText(cookie), cookie, "destroyed", currentOrigin());
+  return true;
+}
+
+void Edits::takeStoredOwner(const Cookie& cookie) {
+  if (!isProjectOpen()) return;
+  lookLater(cookie);
+  const auto held = hold(cookie);
+  if (!held) return;
+  (*held)->takeStoredOwner();
+  release(*held);
+  events().changed("permissions", cookie, "modified", currentOrigin());
+}
+
 void Edits::lookLater(const Cookie& cookie) {
   DelayedReread::arrange(cookie.asString().str(), [this, cookie] { readLate(cookie); });
 }
@@ -306,9 +339,9 @@ void Edits::readLate(const Cookie& cookie) {
   const EditSummary before = *index_.find(cookie);
   indexFile(cookie);
   const EditSummary* const now = index_.find(cookie);
-  if (now && !(*now == before)) {
-    events().changed(kindText(cookie), cookie, "refreshed", currentOrigin());
-  }
+  if (!now || *now == before) return;
+  events().changed(kindText(cookie), cookie, "refreshed", currentOrigin());
+  if (now->owner != before.owner) takeStoredOwner(cookie);
 }
 
 void Edits::forget(const Cookie& cookie) {

@@ -78,6 +78,14 @@ class Edits : public iProjectPart {
   /// Notes that another station saved an object: lists read its file again when next shown.
   void noteSavedElsewhere(const Cookie& cookie);
 
+  /// Another station says that it deleted an object. One whose file is gone is forgotten; unsaved
+  /// changes of the local user's stay in memory, marked. One whose file is still there stays, and
+  /// is looked at again a little later.
+  void noteDeletedElsewhere(const Cookie& cookie);
+
+  /// Takes up the owner that the file of an edit names, and tells of it.
+  void takeStoredOwner(const Cookie& cookie);
+
   /// Because of a message that the object was saved: reads its file once more a little later
   /// (DelayedReread), and shows what differs then.
   void lookLater(const Cookie& cookie);
@@ -115,6 +123,8 @@ class Edits : public iProjectPart {
   bool catchUpLoaded(EditFile& edit, const FoundFile& file);
   bool catchUpListed(const Cookie& cookie, const FoundFile& file);
   bool catchUpGone(const Cookie& cookie, const FoundFile& file);
+  bool forgetIfGone(const Cookie& cookie);
+  bool takeDeletion(const Cookie& cookie);
   [[nodiscard]] JsonValue line(const Cookie& cookie, const EditSummary& summary) const;
 
   std::string folder_;

@@ -67,12 +67,7 @@ bool Edits::catchUpListed(const Cookie& cookie, const FoundFile& file) {
 
 bool Edits::catchUpGone(const Cookie& cookie, const FoundFile& file) {
   if (!holds(cookie) || !file.isCurrent()) return false;
-  if (EditFile* const edit = loaded(cookie); edit && edit->holdsUnsaved()) {
-    return edit->keepWithoutFile();
-  }
-  forget(cookie);
-  events().changed(kindText(cookie), cookie, "destroyed", currentOrigin());
-  return true;
+  return takeDeletion(cookie);
 }
 
 }  // namespace korvel

@@ -8,6 +8,7 @@
 #include "station/media/MediaFiles.h"
 #include "station/media/MediaPaths.h"
 #include "station/os/SharedFiles.h"
+#include "station/project/DelayedReread.h"
 #include "station/project/ObjectNames.h"
 #include "station/project/Records.h"
 
@@ -185,16 +186,27 @@ void MediaCache::addFile(const Cookie& cookie, const MaterialFilename& file, boo
   show(added);
 }
 
+// The station that removed a file has removed its record: one whose record is there stays, whatever
+// a message says. It is looked at once more a little later, since a share may still show the
+// record.
 void MediaCache::removeFile(const Cookie& cookie, bool isProxy, int what) {
+  for (const MediaFile& file : unrecorded(cookie, isProxy, what)) drop(file);
+  DelayedReread::arrange("media " + utf8Text(cookie.asString()), [this, cookie, isProxy, what] {
+    for (const MediaFile& file : unrecorded(cookie, isProxy, what)) dropLate(file);
+  });
+}
+
+std::vector<MediaFile> MediaCache::unrecorded(const Cookie& cookie, bool isProxy, int what) const {
   std::vector<MediaFile> files = table_.withCookie(cookie);
   if (isProxy) std::erase_if(files, [this](const MediaFile& file) { return !table_.mainOf(file); });
-  const std::vector<MediaFile> gone = withoutRecord(files);
-  for (const MediaFile& file : gone.empty() ? files : gone) {
+  std::vector<MediaFile> gone;
+  for (const MediaFile& file : withoutRecord(std::move(files))) {
     if (what & eRemoveProxies) {
-      for (const MediaFile& proxy : table_.proxiesOf(file)) drop(proxy);
+      for (MediaFile& proxy : withoutRecord(table_.proxiesOf(file))) gone.push_back(proxy);
     }
-    if ((what & eRemoveEntry) && table_.find(file.network)) drop(file);
+    if (what & eRemoveEntry) gone.push_back(file);
   }
+  return gone;
 }
 
 Kv::Ptr<Kv::Guard> MediaCache::registerInternal(
@@ -298,7 +310,7 @@ std::string MediaCache::recordedProxyOf(const MediaFile& file) const {
 
 std::vector<MediaFile> MediaCache::withoutRecord(std::vector<MediaFile> files) const {
   std::erase_if(files, [this](const MediaFile& file) {
-    return !folder_.empty() && existsFresh(recordOf(file));
+    return !folder_.empty() && !isGoneFrom(folder_, recordOf(file));
   });
   return files;
 }
@@ -309,11 +321,23 @@ void MediaCache::show(const MediaFile& file) {
 }
 
 void MediaCache::drop(const MediaFile& file) {
+  const MediaFile told = file;
+  if (!takeOut(file)) return;
+  tell(told, fileRemovedMsgType_, proxyRemovedMsgType_, "removed");
+}
+
+// Other stations know it already: listeners, who would announce it, are not told.
+void MediaCache::dropLate(const MediaFile& file) {
+  const Cookie cookie = file.cookie;
+  if (takeOut(file)) events().changed("media", cookie, "removed", currentOrigin());
+}
+
+bool MediaCache::takeOut(const MediaFile& file) {
+  if (!table_.find(file.network)) return false;
   MediaFiles::instance().close(file.path);
   MediaFiles::instance().dropHead(file.path);
-  const MediaFile told = file;
-  table_.remove(told);
-  tell(told, fileRemovedMsgType_, proxyRemovedMsgType_, "removed");
+  table_.remove(MediaFile(file));
+  return true;
 }
 
 void MediaCache::tell(const MediaFile& file, NotifyMsgType asMain, NotifyMsgType asProxy,

@@ -80,8 +80,12 @@ class MediaCache : public SystemCache, public iProjectPart {
   [[nodiscard]] std::string recordedProxyOf(const MediaFile& file) const;
   [[nodiscard]] std::vector<MediaFile> withoutRecord(std::vector<MediaFile> files) const;
   Result<void> discard(const MediaFile& file);
+  [[nodiscard]] std::vector<MediaFile> unrecorded(const Cookie& cookie, bool isProxy,
+                                                  int what) const;
   void show(const MediaFile& file);
   void drop(const MediaFile& file);
+  void dropLate(const MediaFile& file);
+  bool takeOut(const MediaFile& file);
   void tell(const MediaFile& file, NotifyMsgType asMain, NotifyMsgType asProxy,
             const std::string& how);
 

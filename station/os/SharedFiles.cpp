@@ -159,6 +159,11 @@ Result<bool> isThereFresh(const std::string& path) {
   return errorFromErrno(errno, "look for", path);
 }
 
+bool isGoneFrom(const std::string& folder, const std::string& path) {
+  const auto isThere = isThereFresh(path);
+  return isThere && !*isThere && existsFresh(folder);
+}
+
 Result<std::string> readFresh(const std::string& path, std::size_t most) {
   if (!lookAfresh(folderOf(path)) && errno != EACCES) return errorFromErrno(errno, "read", path);
   return readListed(path, most);

@@ -19,6 +19,10 @@ bool existsFresh(const std::string& path);
 /// The same, with why it cannot be told as a failure.
 Result<bool> isThereFresh(const std::string& path);
 
+/// Whether a file is known to be gone from a folder that is there itself: not while the share is
+/// away, and not where that cannot be told.
+bool isGoneFrom(const std::string& folder, const std::string& path);
+
 /// How large a file is read whole: an edit, and a record or list, which is small. A larger one
 /// holds something else, and reading it would keep the station from everything that it has to do.
 inline constexpr std::size_t kLargestFile = std::size_t{256} << 20;

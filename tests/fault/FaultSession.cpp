@@ -53,7 +53,7 @@ const std::vector<std::string>& session() {
       "room list",
       "room enter Colour",
       "room leave",
-      "edit give Roll BEN",
+      "edit give Roll BEN --force",
       "edit export cut FOLDER/out.otio",
       "users",
       "active",

@@ -10,11 +10,12 @@
 #include "station/containers/Bins.h"
 #include "station/containers/Filters.h"
 #include "station/containers/Racks.h"
-#include "station/edit/EditSummary.h"
+#include "station/edit/EditActions.h"
 #include "station/edit/Edits.h"
 #include "station/media/MediaCache.h"
 #include "station/os/HostOS.h"
 #include "station/os/SharedFiles.h"
+#include "station/project/DelayedReread.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
 #include "station/ui/PanelDriver.h"
@@ -26,7 +27,8 @@ using namespace korvel;
 
 // Datagrams in, the real plug-in and real documents on a real folder behind. An input is a sequence
 // of datagrams, each up to a zero byte. Whatever they say: no change is sent on, no operation of
-// the plug-in fails, no file appears, and each one that stays can be read.
+// the plug-in fails, no byte below the projects directory changes, now or at the late looks, and
+// what the user has not saved stays.
 
 extern "C" bool kvPluginInstance(KvPluginBase** plugin);
 
@@ -120,15 +122,21 @@ class FuzzedStation {
     mustBeEqual("entering", entered ? "" : entered.error().message, "");
     static_cast<void>(edits_.open(Cookie("E0001", false)));
     static_cast<void>(edits_.open(Cookie("S0001", false)));
+    const auto renamed = EditActions::rename(kUnsaved, "Unsaved");
+    mustBeEqual("renaming", renamed ? "" : renamed.error().message, "");
+    before_ = filesNow();
     network_.sent.clear();
   }
 
   void deliver(const std::string& datagram) { network_.deliver(datagram); }
 
   void check() {
+    for (int times = 0; times < 4; ++times) thread_.runPending();
     for (const std::string& text : network_.sent) mustBeEqual("sent", text, kReturnPressed);
     static_cast<void>(writeJson(projects_.state()));
-    for (const auto& entry : fs::recursive_directory_iterator(folder_)) checkFile(entry);
+    checkFiles(filesNow());
+    const EditFile* const unsaved = edits_.loaded(kUnsaved);
+    mustBeEqual("unsaved", unsaved && unsaved->hasLocalChanges() ? "kept" : "lost", "kept");
   }
 
  private:
@@ -141,20 +149,31 @@ class FuzzedStation {
     if (!now || *now != bytes) std::ofstream(path, std::ios::binary) << bytes;
   }
 
-  void checkFile(const fs::directory_entry& entry) {
-    const std::string name = entry.path().filename();
-    if (entry.path() == projectFolder_) return;
-    mustBeEqual("file", projectFiles().contains(name) ? "known" : entry.path().string(), "known");
-    const auto bytes = readListed(entry.path());
-    mustBeEqual(name.c_str(), bytes ? "" : bytes.error().message, "");
-    const bool isWhole = name.ends_with(".otio") ? static_cast<bool>(readEditSummary(*bytes))
-                                                 : static_cast<bool>(parseJson(*bytes));
-    mustBeEqual(name.c_str(), isWhole ? "whole" : *bytes, "whole");
+  [[nodiscard]] Files filesNow() const {
+    Files files;
+    for (const auto& entry : fs::recursive_directory_iterator(folder_)) {
+      const auto bytes = entry.is_directory() ? Result<std::string>("") : readListed(entry.path());
+      files[entry.path()] = bytes ? *bytes : bytes.error().message;
+    }
+    return files;
   }
 
+  void checkFiles(const Files& now) const {
+    for (const auto& [path, bytes] : before_) {
+      mustBeEqual(path.c_str(), now.contains(path) ? now.at(path) : "gone", bytes);
+    }
+    for (const auto& [path, bytes] : now) {
+      mustBeEqual(path.c_str(), before_.contains(path) ? "known" : "new", "known");
+    }
+  }
+
+  const Cookie kUnsaved{"E0001", false};
   const std::string folder_;
   const std::string projectFolder_ = folder_ + "/P0001";
+  Files before_;  ///< all below the projects directory, by path, before the datagrams
   FailureWatch watch_;
+  HostThread thread_;
+  DelayedReread looks_{thread_, {std::chrono::milliseconds(0), std::chrono::milliseconds(0)}};
   LoopNetwork network_;
   HastyOS os_{network_};
   Projects projects_;

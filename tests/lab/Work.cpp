@@ -73,7 +73,7 @@ void everyoneGives(const Facility& facility) {
     Workstation& giver = *machines[i];
     Workstation& taker = *machines[(i + 1) % machines.size()];
     const std::string edit = made(giver, "edit create", "Gift");
-    giver.run("edit give " + edit + " " + taker.host());
+    giver.run("edit give " + edit + " " + taker.host() + " --force");
     EXPECT_TRUE(
         taker.station().waitFor("changed", {{"what", "permissions"}, {"cookie", edit}}, kPatience))
         << taker.name() << " was not told of its gift";

@@ -56,7 +56,7 @@ class FaultyShareTest : public SharedStations {
     const std::string before = withoutRooms(run(station, "state"));
     for (const std::string line :
          {"room create Late", "edit create New", "bin create New", "bin remove Dailies Reel",
-          "filter create New new", "filter change Day night", "edit give Reel BEN"}) {
+          "filter create New new", "filter change Day night", "edit give Reel BEN --force"}) {
       refused(line);
     }
     refused("edit import \"" + sample("simple_cut.otio") + "\"");
@@ -173,7 +173,7 @@ TEST_F(FaultyShareTest, AProjectFolderThatGoesAwayInTheMiddleIsToldByEveryComman
   std::filesystem::rename(projects() + "/" + cookie, folder_ / "away");
   for (const std::string line :
        {"room create Late", "room enter Colour", "room list", "edit create New", "edit show Reel",
-        "bin create New", "filter change Day night", "edit give Reel BEN"}) {
+        "bin create New", "filter change Day night", "edit give Reel BEN --force"}) {
     EXPECT_NE(refusal(anna, line), "") << line;
   }
   EXPECT_NE(refusal(anna, "edit import \"" + sample("simple_cut.otio") + "\""), "");

@@ -59,7 +59,7 @@ TEST_F(MessagesTest, EveryTypeThatAStationSendsIsReceivedByTwoOthers) {
   run(*anna_, "edit delete " + edit);
   expectSentToBoth("3");
   const std::string given = run(*anna_, "edit create Other").asString();
-  run(*anna_, "edit give " + given + " BEN");
+  run(*anna_, "edit give " + given + " BEN --force");
   expectSentToBoth("5");
   run(*anna_, "project leave");
   run(*anna_, "project enter Film");

@@ -116,7 +116,7 @@ TEST_F(SharingTest, AFilterChangedOnOneIsReadAgainOnTheRest) {
 
 TEST_F(SharingTest, OwnershipGivenTakesEffectEverywhere) {
   EXPECT_NE(refusal(*ben_, "edit trim " + edit_ + " 0/0 0 0.125s").find("ANNA"), std::string::npos);
-  run(*anna_, "edit give " + edit_ + " BEN");
+  run(*anna_, "edit give " + edit_ + " BEN --force");
   for (StationProcess* station : {anna_, ben_, carla_}) {
     settle(*station);
     const JsonValue may = run(*station, "edit may " + edit_);
@@ -131,6 +131,20 @@ TEST_F(SharingTest, OwnershipGivenTakesEffectEverywhere) {
   }
 }
 
+TEST_F(SharingTest, AnAdministratorTakesBackWhatWasGivenToAWrongName) {
+  EXPECT_NE(refusal(*anna_, "edit give " + edit_ + " ANNABEN").find("--force"), std::string::npos);
+  run(*anna_, "edit give " + edit_ + " ANNABEN --force");
+  EXPECT_NE(refusal(*anna_, "edit give " + edit_ + " ANNA").find("ANNABEN"), std::string::npos);
+  StationProcess& admin = start("ADMIN", 14, {"--set", "Administrator=1"});
+  run(admin, "project enter Film");
+  run(admin, "user add ANNA");
+  run(admin, "edit give " + edit_ + " ANNA");
+  for (StationProcess* station : {anna_, ben_}) {
+    settle(*station);
+    EXPECT_EQ(run(*station, "edit may " + edit_)["allowed"].asBool(), station == anna_);
+  }
+}
+
 TEST_F(SharingTest, AStationThatAppliesARemoteChangeSendsNothing) {
   for (StationProcess* station : {ben_, carla_}) run(*station, "edit open " + edit_);
   run(*anna_, "edit open " + edit_);
@@ -141,7 +155,7 @@ TEST_F(SharingTest, AStationThatAppliesARemoteChangeSendsNothing) {
   run(*anna_, "filter create Night dark");
   run(*anna_, "log create Shot");
   run(*anna_, "media add \"" + sample("simple_cut.otio") + "\"");
-  run(*anna_, "edit give " + edit_ + " BEN");
+  run(*anna_, "edit give " + edit_ + " BEN --force");
   run(*anna_, "bin destroy Dailies");
   EXPECT_GE(sentCount(*anna_), 9u);
   for (StationProcess* station : {ben_, carla_}) {

@@ -75,8 +75,6 @@ TEST_F(EditMessagesTest, AnEditCreatedElsewhereIsListedAndNothingIsSentBack) {
 TEST_F(EditMessagesTest, AnEditSavedElsewhereIsReloadedWithItsNewOwner) {
   const Cookie cookie = made("Reel");
   ASSERT_TRUE(edits.open(cookie));
-  ASSERT_TRUE(EditActions::rename(cookie, "Unsaved"));
-  network.sent.clear();
   std::string bytes = bytesOf(fileOf(cookie));
   bytes.replace(bytes.find("\"Reel\""), 6, "\"Tape\"");
   bytes.replace(bytes.find("\"ANNA\""), 6, "\"BOB\"");
@@ -130,8 +128,86 @@ TEST_F(EditMessagesTest, AnOwnerAnnouncedElsewhereTakesEffectHere) {
   EXPECT_EQ(network.sent.size(), 0U);
 }
 
+// What a message says may be forged, or here before the share shows it: the file decides.
+TEST_F(EditMessagesTest, AMessageOfASaveThatNeverWasKeepsUnsavedChanges) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(edits.open(cookie));
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  network.deliver(message(2, {text(cookie)}));
+  EXPECT_EQ(edits.nameOf(cookie), "Mine");
+  EXPECT_TRUE(edits.loaded(cookie)->hasLocalChanges());
+  EXPECT_TRUE(EditActions::save(cookie));
+  EXPECT_NE(bytesOf(fileOf(cookie)).find("\"Mine\""), std::string::npos);
+}
+
+TEST_F(EditMessagesTest, UnsavedChangesStayBesideAnothersSaveAndOverwriteNothing) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(edits.open(cookie));
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  std::string bytes = bytesOf(fileOf(cookie));
+  bytes.replace(bytes.find("\"Reel\""), 6, "\"Tape\"");
+  write(fileOf(cookie), bytes);
+  for (int times = 0; times < 2; ++times) network.deliver(message(2, {text(cookie)}));
+  EXPECT_EQ(edits.nameOf(cookie), "Mine");
+  EXPECT_EQ(edits.loaded(cookie)->fileState(), EditFile::FileState::eReplaced);
+  EXPECT_FALSE(EditActions::save(cookie));
+  EXPECT_TRUE(edits.loaded(cookie)->hasLocalChanges());
+  EXPECT_EQ(bytesOf(fileOf(cookie)), bytes);
+}
+
+TEST_F(EditMessagesTest, AnOwnerChangedBesideUnsavedChangesIsNoOthersSave) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(edits.open(cookie));
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  std::string bytes = bytesOf(fileOf(cookie));
+  bytes.replace(bytes.find("\"ANNA\""), 6, "\"BOB\"");
+  write(fileOf(cookie), bytes);
+  network.deliver(message(5, {text(cookie), "BOB"}));
+  network.deliver(message(2, {text(cookie)}));
+  EXPECT_EQ(edits.nameOf(cookie), "Mine");
+  EXPECT_EQ(edits.ownerOf(cookie), "BOB");
+  EXPECT_EQ(edits.loaded(cookie)->fileState(), EditFile::FileState::eOurs);
+  EXPECT_FALSE(EditActions::save(cookie));
+  EXPECT_EQ(bytesOf(fileOf(cookie)), bytes);
+}
+
+TEST_F(EditMessagesTest, AnAnnouncedOwnerOfWhomTheFileKnowsNothingChangesNothing) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(edits.open(cookie));
+  const std::string bytes = bytesOf(fileOf(cookie));
+  for (const char* owner : {"MALLORY", "anna", "", "PC\xE2\x82"}) {
+    network.deliver(message(5, {text(cookie), owner}));
+    EXPECT_EQ(bytesOf(fileOf(cookie)), bytes) << owner;
+    EXPECT_EQ(edits.ownerOf(cookie), "ANNA") << owner;
+    EXPECT_TRUE(EditActions::isAllowed(cookie)) << owner;
+  }
+}
+
+TEST_F(EditMessagesTest, ADeletionThatNeverWasTakesNothingAway) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(edits.open(cookie));
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  network.deliver(message(3, {text(cookie)}));
+  EXPECT_TRUE(edits.holds(cookie));
+  EXPECT_TRUE(edits.loaded(cookie)->hasLocalChanges());
+  EXPECT_TRUE(EditActions::save(cookie));
+}
+
+TEST_F(EditMessagesTest, UnsavedChangesStayOfAnEditThatWasDeletedElsewhere) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  std::filesystem::remove(fileOf(cookie));
+  network.deliver(message(3, {text(cookie)}));
+  EXPECT_TRUE(edits.listed(cookie)["deleted"].asBool());
+  EXPECT_TRUE(edits.loaded(cookie)->hasLocalChanges());
+  EXPECT_FALSE(EditActions::save(cookie));
+  EXPECT_FALSE(std::filesystem::exists(fileOf(cookie)));
+  EXPECT_TRUE(EditActions::exportTo(cookie, folder / "mine.otio"));
+}
+
 TEST_F(EditMessagesTest, ADeletionElsewhereTakesTheEditAway) {
   const Cookie cookie = made("Reel");
+  std::filesystem::remove(fileOf(cookie));
   network.deliver(message(3, {text(cookie)}));
   EXPECT_FALSE(edits.holds(cookie));
   EXPECT_EQ(network.sent.size(), 0U);

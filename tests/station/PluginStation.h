@@ -39,6 +39,7 @@ class PluginStation : public ::testing::Test {
     chosen.user = chosen.host = "anna";
     chosen.machine = 7;
     installSettings(chosen);
+    write(folder / "userlist.dat", "bob\n");
     for (iProjectPart* part :
          std::initializer_list<iProjectPart*>{&edits, &bins, &racks, &filters, &media, &rooms}) {
       projects.addPart(*part);

@@ -109,7 +109,7 @@ class SettableRules : public iPermissionsManager {
   bool isAllowed = true;
 
  private:
-  Vector<Text> users_;
+  Vector<Text> users_{L"ANNA", L"BOB", L"CARL"};
   std::vector<std::string>& notes_;
 };
 
@@ -157,6 +157,22 @@ class DocumentStation : public ::testing::Test {
 
   static void write(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
+  }
+
+  /// What another station does while it changes an object.
+  Kv::Ptr<iFile> holdLock(const Cookie& cookie) {
+    const std::string file = fileOf(cookie);
+    const std::size_t name = file.rfind('/') + 1;
+    return os.fileManager().openFile(
+        wideText(file.substr(0, name) + "." + file.substr(name) + ".lock"), eFileReadWrite,
+        eFileCreate, eFileShareNone, eFileNoFlags);
+  }
+
+  /// Changes a text in an object's file as another station's save does.
+  void replaceInFile(const Cookie& cookie, const std::string& from, const std::string& to) const {
+    std::string bytes = bytesOf(fileOf(cookie));
+    bytes.replace(bytes.find(from), from.size(), to);
+    write(fileOf(cookie), bytes);
   }
 
   /// The wire text of another station's modification.

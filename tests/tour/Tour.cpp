@@ -161,6 +161,7 @@ void Tour::playBin() {
 
 void Tour::playOwnership() {
   heading("An ownership given away takes effect everywhere");
+  ask("ANNA", "user add BEN");
   expectOnOthers("ANNA", "edit give \"Harbour at dawn\" BEN", "changed",
                  {{"what", "permissions"}, {"origin", "remote"}});
   ask("BEN", "edit may \"Harbour at dawn\"");

@@ -8,6 +8,7 @@
 #include "station/containers/Bins.h"
 #include "station/containers/Racks.h"
 #include "tests/support/ContainerListener.h"
+#include "tests/support/DelayedRereadRun.h"
 #include "tests/support/StationScene.h"
 
 using namespace korvel;
@@ -179,6 +180,25 @@ TYPED_TEST(Containers, DestroyedElsewhereAreGoneHere) {
   const RemoteChangeScope remote;
   this->manager.destroy(made, "");
   this->manager.destroy(made, "");
+  EXPECT_FALSE(this->manager.holds(made));
+  EXPECT_EQ(this->scene.events.changes, Notes{this->event(made, "destroyed remote")});
+}
+
+// A message may be forged, or here before the share shows that the file is gone.
+TYPED_TEST(Containers, SaidToBeDestroyedStayWhileTheirFileIsThere) {
+  DelayedRereadRun run;
+  const Cookie made = this->made();
+  const std::string bytes = this->scene.read(this->fileOf(made));
+  this->scene.events.changes.clear();
+  {
+    const RemoteChangeScope remote;
+    this->manager.destroy(made, "");
+  }
+  EXPECT_TRUE(this->manager.holds(made));
+  EXPECT_EQ(this->scene.read(this->fileOf(made)), bytes);
+  EXPECT_EQ(this->scene.events.changes, Notes{});
+  ASSERT_TRUE(removeFileAt(this->fileOf(made)));
+  run.finish();
   EXPECT_FALSE(this->manager.holds(made));
   EXPECT_EQ(this->scene.events.changes, Notes{this->event(made, "destroyed remote")});
 }

@@ -149,11 +149,77 @@ TEST_F(EditsTest, AReloadOfABadFileKeepsWhatIsShown) {
 TEST_F(EditsTest, AnOwnerIsFlushedWithoutTheUnsavedChanges) {
   const Cookie cookie = made("Reel");
   ASSERT_TRUE(EditActions::rename(cookie, "Unsaved"));
-  ASSERT_TRUE(EditActions::give(cookie, "bob"));
+  rules.setOwner(cookie, L"BOB", iPermissionsManager::eEdit, true);
   EXPECT_EQ(bytesOf(fileOf(cookie)).find("Unsaved"), std::string::npos);
   EXPECT_NE(bytesOf(fileOf(cookie)).find("BOB"), std::string::npos);
   EXPECT_TRUE(edits.loaded(cookie)->isDirty());
   EXPECT_EQ(listener.heard.back(), "modified 53");
+}
+
+TEST_F(EditsTest, WhatIsUnsavedIsSavedBeforeItIsGivenAway) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(EditActions::rename(cookie, "Unsaved"));
+  listener.heard.clear();
+  ASSERT_TRUE(EditActions::give(cookie, "bob"));
+  EXPECT_NE(bytesOf(fileOf(cookie)).find("\"Unsaved\""), std::string::npos);
+  EXPECT_NE(bytesOf(fileOf(cookie)).find("\"BOB\""), std::string::npos);
+  EXPECT_EQ(listener.heard, (Notes{"stored", "modified 53"}));
+  EXPECT_NE(events.logged.find("was saved before it was given away"), std::string::npos);
+}
+
+TEST_F(EditsTest, NothingIsGivenWhoseSaveFails) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(EditActions::rename(cookie, "Unsaved"));
+  const auto held = holdLock(cookie);
+  const auto given = EditActions::give(cookie, "bob");
+  ASSERT_FALSE(given);
+  EXPECT_EQ(given.error().code, ErrorCode::eHeld);
+  EXPECT_EQ(edits.ownerOf(cookie), "ANNA");
+  EXPECT_TRUE(edits.loaded(cookie)->isDirty());
+}
+
+TEST_F(EditsTest, AnOwnerThatTheWireCutsIsRefusedEvenWithForce) {
+  const Cookie cookie = made("Reel");
+  const auto given = EditActions::give(cookie, "PC\xE2\x82\xAC", EditActions::Recipient::eAnybody);
+  ASSERT_FALSE(given);
+  EXPECT_EQ(given.error().code, ErrorCode::eUsage);
+  EXPECT_EQ(edits.ownerOf(cookie), "ANNA");
+}
+
+TEST_F(EditsTest, UnknownUsersAndReservedWordsAreOwnersByForceAlone) {
+  const Cookie cookie = made("Reel");
+  for (const char* name : {"stranger", "Render", "RENDER", "<nobody>", "<NoBody>"}) {
+    SCOPED_TRACE(name);
+    const auto given = EditActions::give(cookie, name);
+    ASSERT_FALSE(given);
+    EXPECT_EQ(given.error().code, ErrorCode::eRefused);
+    EXPECT_NE(given.error().message.find("--force"), std::string::npos);
+    EXPECT_EQ(edits.ownerOf(cookie), "ANNA");
+  }
+  EXPECT_TRUE(EditActions::give(cookie, "stranger", EditActions::Recipient::eAnybody));
+  EXPECT_EQ(edits.ownerOf(cookie), "STRANGER");
+}
+
+TEST_F(EditsTest, ASaveIsRefusedWhileAnotherStationChangesTheEdit) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  {
+    const auto held = holdLock(cookie);
+    const auto saved = EditActions::save(cookie);
+    ASSERT_FALSE(saved);
+    EXPECT_EQ(saved.error().code, ErrorCode::eHeld);
+    EXPECT_TRUE(edits.loaded(cookie)->isDirty());
+  }
+  EXPECT_TRUE(EditActions::save(cookie));
+}
+
+TEST_F(EditsTest, ASaveKeepsAnOwnerOfWhomNoMessageCame) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  replaceInFile(cookie, "\"ANNA\"", "\"BOB\"");
+  ASSERT_TRUE(EditActions::save(cookie));  // these rules allow it all the same
+  EXPECT_NE(bytesOf(fileOf(cookie)).find("\"Mine\""), std::string::npos);
+  EXPECT_NE(bytesOf(fileOf(cookie)).find("\"BOB\""), std::string::npos);
 }
 
 TEST_F(EditsTest, AFileThatHoldsTheValuesAlreadyIsNotWritten) {
@@ -251,6 +317,7 @@ TEST_F(EditsTest, AnEditDeletedElsewhereIsForgottenEvenWhileItIsLookedAt) {
   EditPtr edit;
   edit.i_open(cookie, 0);
   const RemoteChangeScope remote;
+  std::filesystem::remove(fileOf(cookie));
   EditManager::handleNetDelete(cookie);
   EXPECT_FALSE(edits.holds(cookie));
   EXPECT_FALSE(edit->isImported());

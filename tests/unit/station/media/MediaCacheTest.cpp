@@ -7,6 +7,7 @@
 #include "station/base/Json.h"
 #include "station/media/MediaFiles.h"
 #include "station/media/MediaPaths.h"
+#include "tests/support/DelayedRereadRun.h"
 #include "tests/support/StationScene.h"
 
 using namespace korvel;
@@ -55,6 +56,12 @@ class MediaCacheTest : public testing::Test {
     StationSettings changed = settings();
     changed.media = {{local, "//store/rushes"}};
     installSettings(std::move(changed));
+  }
+
+  /// Removes the project's records, as another station does that removes the media.
+  void removeRecords() const {
+    const auto names = listFresh(scene.project.folder);
+    for (const std::string& name : *names) (void)removeFileAt(scene.project.folder + '/' + name);
   }
 
   /// A file below the media directory.
@@ -192,11 +199,27 @@ TEST_F(MediaCacheTest, OfSeveralFilesWithOneCookieTheOneRemovedElsewhereGoes) {
   EXPECT_TRUE(here.knows(rushes + "/take.2.mov"));
 }
 
-TEST_F(MediaCacheTest, ARemovedMaterialGoesThoughItsRecordStays) {
+// A message may be forged, or here before the share shows that the record is gone.
+TEST_F(MediaCacheTest, AMaterialSaidToBeRemovedStaysAsLongAsItsRecord) {
+  DelayedRereadRun run;
   ASSERT_TRUE(cache.addMedia(file("a.mov")));
-  cache.removeFile(Cookie("a", true), false, 3);
+  ASSERT_TRUE(cache.addProxy(file("a.mov"), file("p.mov")));
+  {
+    const RemoteChangeScope remote;
+    for (const char* name : {"a", "p"}) cache.removeFile(Cookie(name, true), false, 3);
+  }
+  EXPECT_TRUE(cache.knows(rushes + "/a.mov"));
+  EXPECT_TRUE(cache.knows(rushes + "/p.mov"));
+  removeRecords();
+  run.finish();
   EXPECT_FALSE(cache.knows(rushes + "/a.mov"));
-  cache.removeFile(Cookie("a", true), false, 3);
+}
+
+TEST_F(MediaCacheTest, ARemovedMaterialWithoutARecordGoes) {
+  ASSERT_TRUE(cache.addMedia(file("a.mov")));
+  removeRecords();
+  for (int times = 0; times < 2; ++times) cache.removeFile(Cookie("a", true), false, 3);
+  EXPECT_FALSE(cache.knows(rushes + "/a.mov"));
   EXPECT_EQ(listener.notes, (Notes{"fileAdded a.mov", "fileRemoved a.mov"}));
 }
 

@@ -1,4 +1,4 @@
-#include "station/containers/ContainerLock.h"
+#include "station/os/ObjectLock.h"
 
 #include "host/os/OS.h"
 #include "host/os/iFileManager.h"
@@ -12,9 +12,9 @@ namespace {
 constexpr int kTries = 400;
 constexpr unsigned kPauseMilliseconds = 5;
 
-std::string lockFileOf(const std::string& containerFile) {
-  const std::size_t name = containerFile.rfind('/') + 1;
-  return containerFile.substr(0, name) + '.' + containerFile.substr(name) + ".lock";
+std::string lockFileOf(const std::string& objectFile) {
+  const std::size_t name = objectFile.rfind('/') + 1;
+  return objectFile.substr(0, name) + '.' + objectFile.substr(name) + ".lock";
 }
 
 Error notTaken(const std::string& path, eFileError why) {
@@ -57,7 +57,7 @@ Error notTaken(const std::string& path, eFileError why) {
 
 }  // namespace
 
-ContainerLock::ContainerLock(const std::string& containerFile) : path_(lockFileOf(containerFile)) {
+ObjectLock::ObjectLock(const std::string& objectFile) : path_(lockFileOf(objectFile)) {
   iFileManager& files = OS().fileManager();
   eFileError why = eFileError::eNone;
   for (int tried = 0; tried < kTries; ++tried) {
@@ -72,7 +72,7 @@ ContainerLock::ContainerLock(const std::string& containerFile) : path_(lockFileO
   taken_ = notTaken(path_, why);
 }
 
-ContainerLock::~ContainerLock() {
+ObjectLock::~ObjectLock() {
   if (!file_) return;
   file_.reset();
   OS().fileManager().removeFile(wideText(path_));
