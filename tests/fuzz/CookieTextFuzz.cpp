@@ -5,7 +5,7 @@ namespace korvel {
 
 // A cookie's text form is the only text that gives the cookie, and any text names some cookie.
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(inputText(data, size));
   const Cookie read(text.c_str(), false);
   if (!read.isNull()) mustBeEqual("text form", read.asString(false).view(), text.c_str());

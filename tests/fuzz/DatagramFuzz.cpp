@@ -8,7 +8,7 @@ namespace korvel {
 // Any datagram can be received, and none makes a station send one. The record is read as in
 // WireTextFuzz; here it is applied.
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   FakeHost host;
   host.edits.add(Cookie("E0001", false));
   host.edits.openHere = {"E0001"};

@@ -9,7 +9,7 @@ namespace korvel {
 // An edit's file from elsewhere: what can be opened is listed too, its export gives back what it
 // was, and every clip with a frame rate can be trimmed.
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view bytes = inputText(data, size);
   const auto summary = readEditSummary(std::string(bytes));
   auto document = OtioDocument::parse(bytes);

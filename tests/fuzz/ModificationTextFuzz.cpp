@@ -5,7 +5,7 @@ namespace korvel {
 
 // Whatever a modification was read from, its text form reads back and stays within ASCII.
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const EditModification read{LightweightString<char>(inputText(data, size))};
   const LightweightString<char> text = read.asString();
   for (const char byte : text.view()) {

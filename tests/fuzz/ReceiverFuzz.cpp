@@ -189,6 +189,8 @@ class FuzzedStation {
 
 }  // namespace
 
+}  // namespace korvel
+
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const ScratchFolder folder("/dev/shm");
   static auto* const station = new FuzzedStation(folder.path());
@@ -198,5 +200,3 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   station->check();
   return 0;
 }
-
-}  // namespace korvel

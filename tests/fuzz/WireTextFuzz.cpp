@@ -19,7 +19,7 @@ bool readsBack(const NetMessage& message) {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   NetMessage message{LightweightString<char>(inputText(data, size))};
   message.log("Received");
   const LightweightString<char> text = message.asString();
