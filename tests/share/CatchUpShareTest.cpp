@@ -57,7 +57,7 @@ TEST_F(CatchUpShareTest, AnEditIsFollowedFromItsMakingToItsEnd) {
   run(anna, "edit rename Cut New");
   run(anna, "edit save New");
   benFinds("edit", "refreshed");
-  run(anna, "edit give New CARLA");
+  run(anna, "edit give New CARLA --force");
   benFinds("edit", "refreshed");
   bothShowTheSame();
   run(anna, "edit create Second");
