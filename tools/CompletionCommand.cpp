@@ -1,10 +1,7 @@
-#include <CLI/CLI.hpp>
 #include <iostream>
-#include <memory>
 
 #include "app/base/OptionTable.h"
-#include "tools/base/Tool.h"
-#include "tools/wire/MessageTypes.h"
+#include "tools/base/CommandLine.h"
 
 namespace korvel {
 
@@ -16,43 +13,19 @@ std::string joined(const std::vector<std::string>& words) {
   return all;
 }
 
-std::vector<const CLI::App*> commandsOf(const CLI::App& tool) {
-  return tool.get_subcommands([](const CLI::App*) { return true; });
-}
-
-std::string commandNames(const CLI::App& tool) {
-  std::vector<std::string> names;
-  for (const auto* const command : commandsOf(tool)) names.push_back(command->get_name());
-  return joined(names);
-}
-
-/// What may stand after a command: its options, and the words that it knows.
-std::string wordsOf(const CLI::App& command) {
-  std::vector<std::string> words;
-  for (const auto* const option : command.get_options()) {
-    if (!option->get_lnames().empty()) words.push_back("--" + option->get_lnames().front());
-  }
-  if (command.get_name() == "help") words.push_back(commandNames(*command.get_parent()));
-  if (command.get_name() == "completion") words.insert(words.end(), {"bash", "zsh"});
-  if (command.get_name() == "send") {
-    for (auto& name : messageTypeNames()) words.push_back(std::move(name));
-  }
-  return joined(words);
-}
-
-void writeCases(const CLI::App& tool, const char* variable) {
-  for (const auto* const command : commandsOf(tool)) {
-    std::cout << "    " << command->get_name() << ") " << variable << "=\"" << wordsOf(*command)
+void writeCases(const CommandLine& tool, const char* variable) {
+  for (const std::string& command : tool.commandNames()) {
+    std::cout << "    " << command << ") " << variable << "=\"" << joined(tool.wordsAfter(command))
               << "\" ;;\n";
   }
 }
 
-void writeShareForBash(const CLI::App& tool) {
+void writeShareForBash(const CommandLine& tool) {
   std::cout << "_kv_share() {\n"
                "  local word=${COMP_WORDS[COMP_CWORD]} words\n"
                "  case ${COMP_CWORD}:${COMP_WORDS[1]} in\n"
                "    1:*) words=\""
-            << commandNames(tool) << " --help --version\" ;;\n"
+            << joined(tool.commandNames()) << " --help --version\" ;;\n"
             << "    *) case ${COMP_WORDS[1]} in\n";
   writeCases(tool, "words");
   std::cout << "    esac ;;\n"
@@ -101,20 +74,20 @@ void writeStationForBash() {
                "complete -o default -F _kv_station kv-station\n";
 }
 
-void writeBash(const CLI::App& tool) {
+void writeBash(const CommandLine& tool) {
   std::cout << "# Completion of kv-share and kv-station for bash: source <(kv-share completion "
                "bash)\n";
   writeShareForBash(tool);
   writeStationForBash();
 }
 
-void writeShareForZsh(const CLI::App& tool) {
+void writeShareForZsh(const CommandLine& tool) {
   std::cout << "_kv_share() {\n"
                "  if [ \"$service\" = kv-station ]; then _kv_station; return; fi\n"
                "  local words_known=''\n"
                "  if (( CURRENT == 2 )); then\n"
                "    words_known=\""
-            << commandNames(tool) << " --help --version\"\n"
+            << joined(tool.commandNames()) << " --help --version\"\n"
             << "  else\n"
                "    case $words[2] in\n";
   writeCases(tool, "words_known");
@@ -138,7 +111,7 @@ void writeStationForZsh() {
 }
 
 // As a file of the function path it is itself the function's body, called for either program.
-void writeZsh(const CLI::App& tool) {
+void writeZsh(const CommandLine& tool) {
   std::cout
       << "#compdef kv-share kv-station\n"
          "# Completion of kv-share and kv-station for zsh: source <(kv-share completion zsh)\n";
@@ -151,7 +124,12 @@ void writeZsh(const CLI::App& tool) {
                "fi\n";
 }
 
-ToolStatus writeCompletion(const CLI::App& tool, const std::string& shell) {
+ToolStatus writeCompletion(const CommandLine& tool, const std::string& shell) {
+  if (shell != "bash" && shell != "zsh") {
+    return toolProblem(eToolUsage, "SHELL: " + shell +
+                                       " not in {bash,zsh}; see kv-share help "
+                                       "completion");
+  }
   if (shell == "bash") {
     writeBash(tool);
   } else {
@@ -162,14 +140,14 @@ ToolStatus writeCompletion(const CLI::App& tool, const std::string& shell) {
 
 }  // namespace
 
-void addCompletionCommand(CLI::App& tool, ToolStatus& status) {
-  auto* const command = tool.add_subcommand(
-      "completion", "Write a shell's completion script for kv-share and kv-station");
-  const auto shell = std::make_shared<std::string>();
-  command->add_option("SHELL", *shell, "bash or zsh")
-      ->required()
-      ->check(CLI::IsMember({"bash", "zsh"}));
-  command->callback([=, &tool, &status] { status = writeCompletion(tool, *shell); });
+void addCompletionCommand(CommandLine& line) {
+  line.add<std::string>(
+      {"completion", "Write a shell's completion script for kv-share and kv-station",
+       [](CommandOptions& options, std::string& shell) {
+         options.word("SHELL", shell, "bash or zsh");
+         options.offer({"bash", "zsh"});
+       },
+       [&line](const std::string& shell) { return writeCompletion(line, shell); }});
 }
 
 }  // namespace korvel

@@ -1,6 +1,7 @@
 #include "app/base/CommandLine.h"
 
 #include <cstddef>
+#include <cstdlib>
 
 namespace korvel {
 
@@ -29,12 +30,24 @@ class Splitter {
 
   Result<void> readWord() {
     words_.emplace_back();
+    readHome();
     while (at_ < line_.size() && !isBlank(line_[at_])) {
       const char byte = line_[at_];
       const auto read = byte == '\'' || byte == '"' ? readQuoted(byte) : readPlain();
       if (!read) return read;
     }
     return {};
+  }
+
+  /// "~" and "~/..." outside quotes are the user's own folder.
+  void readHome() {
+    const char* const home = std::getenv("HOME");
+    const bool isAlone =
+        at_ + 1 == line_.size() ||
+        (at_ + 1 < line_.size() && (isBlank(line_[at_ + 1]) || line_[at_ + 1] == '/'));
+    if (line_[at_] != '~' || !isAlone || !home || !*home) return;
+    words_.back() = home;
+    ++at_;
   }
 
   Result<void> readPlain() {
@@ -82,7 +95,8 @@ Result<std::vector<std::string>> splitCommandLine(std::string_view line) {
 }
 
 std::string quotedWord(std::string_view word) {
-  const bool isPlain = !word.empty() && word.find_first_of(" \t\r\n\v\f'\"\\#") == word.npos;
+  const bool isPlain =
+      !word.empty() && word.find_first_of(" \t\r\n\v\f'\"\\#") == word.npos && word.front() != '~';
   if (isPlain) return std::string(word);
   std::string quoted = "\"";
   for (const char byte : word) {

@@ -1,15 +1,18 @@
 #include "app/base/ConfigFile.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
+
+#include "station/os/Posix.h"
 
 namespace korvel {
 
 namespace {
 
-constexpr std::size_t kMostBytes = 1u << 20;
+constexpr off_t kMostBytes = 1 << 20;
 constexpr std::string_view kLineBlanks = " \t\r\v\f";
 
 std::string_view trimmed(std::string_view text) {
@@ -81,27 +84,40 @@ Result<std::vector<ConfigLine>> parseConfig(std::string_view text, const std::st
 }
 
 Result<std::vector<ConfigLine>> readConfigFile(const std::string& file) {
-  std::ifstream in(file, std::ios::binary);
-  if (!in) {
+  const std::string named = "The configuration file " + file;
+  // Without O_NONBLOCK a named pipe would be waited for until a program writes to it.
+  const Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  struct stat status {};
+  if (!opened.isOpen() || ::fstat(opened.get(), &status) != 0) {
     const int reason = errno;
-    return Error{reason == ENOENT ? ErrorCode::eNotFound : ErrorCode::eSystem,
-                 "The configuration file " + file + " cannot be read: " + std::strerror(reason) +
-                     "; name another with --config FILE.",
+    return Error{
+        reason == ENOENT ? ErrorCode::eNotFound : ErrorCode::eSystem,
+        named + " cannot be read: " + std::strerror(reason) + "; name another with --config FILE.",
+        file};
+  }
+  const bool isNothing = S_ISCHR(status.st_mode) && file == "/dev/null";
+  if (isNothing) return std::vector<ConfigLine>();
+  if (!S_ISREG(status.st_mode)) {
+    const char* const kind = S_ISDIR(status.st_mode) ? " is a folder" : " is no plain file";
+    return Error{ErrorCode::eSystem, named + kind + "; name a file with --config FILE.", file};
+  }
+  // Whoever may write it decides what this station loads (plugin = FILE) and whom it hears.
+  if ((status.st_mode & S_IWOTH) != 0) {
+    return Error{ErrorCode::eNoRights,
+                 named +
+                     " may be written by everybody, so it is not used; take that right away: "
+                     "chmod o-w " +
+                     file,
                  file};
   }
-  std::error_code problem;
-  if (std::filesystem::is_directory(file, problem)) {
-    return Error{ErrorCode::eSystem,
-                 "The configuration file " + file + " is a folder; name a file with --config FILE.",
+  std::string text;
+  if (status.st_size <= kMostBytes && !readAll(opened.get(), text)) {
+    return Error{ErrorCode::eSystem, named + " cannot be read: " + std::strerror(errno) + ".",
                  file};
   }
-  std::string text(kMostBytes + 1, '\0');
-  in.read(text.data(), static_cast<std::streamsize>(text.size()));
-  text.resize(static_cast<std::size_t>(in.gcount()));
-  if (text.size() > kMostBytes) {
+  if (status.st_size > kMostBytes) {
     return Error{ErrorCode::eBadContent,
-                 "The configuration file " + file +
-                     " is larger than 1 MiB, so it is none; name another with --config FILE.",
+                 named + " is larger than 1 MiB, so it is none; name another with --config FILE.",
                  file};
   }
   return parseConfig(text, file);

@@ -24,7 +24,8 @@ struct ConfigLine {
 /// A line that is none of these is eUsage, with `file`, the line's number and what is wrong.
 Result<std::vector<ConfigLine>> parseConfig(std::string_view text, const std::string& file);
 
-/// Reads and parses a file; eNotFound when there is none.
+/// Reads and parses a file; eNotFound when there is none. Refused: what is no plain file, is larger
+/// than 1 MiB, or may be written by everybody.
 Result<std::vector<ConfigLine>> readConfigFile(const std::string& file);
 
 }  // namespace korvel

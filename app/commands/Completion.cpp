@@ -1,7 +1,10 @@
 #include "app/commands/Completion.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
 #include <set>
+#include <sstream>
 
 #include "app/base/CommandLine.h"
 
@@ -39,16 +42,58 @@ void addNextWords(const CommandTable& table, const std::string& before, std::str
   }
 }
 
-/// The objects whose text begins with what is typed so far, as they must be typed.
-void addObjects(const std::vector<std::string>& objects, std::string_view begun,
-                std::set<std::string>& found) {
-  const bool isQuoted = begun.starts_with('"');
-  const std::string_view text = begun.substr(isQuoted ? 1 : 0);
-  for (const std::string& object : objects) {
-    if (!object.starts_with(text)) continue;
-    const std::string word = quotedWord(object);
-    found.insert(isQuoted && word == object ? "\"" + object + "\"" : word);
+/// The text that a word being typed stands for, without its quotes, with ~ as the user's folder.
+std::string plainText(std::string_view begun) {
+  std::string text;
+  const char quote = begun.empty() ? '\0' : begun.front();
+  if (quote == '"' || quote == '\'') return std::string(begun.substr(1));
+  for (std::size_t i = 0; i < begun.size(); ++i) {
+    if (begun[i] == '\\' && i + 1 < begun.size()) ++i;
+    text += begun[i];
   }
+  const char* const home = std::getenv("HOME");
+  if (home && begun.starts_with("~/")) text.replace(0, 1, home);
+  return text;
+}
+
+/// The candidates that begin with what is typed so far, as they must be typed.
+void addCandidates(const std::vector<std::string>& candidates, std::string_view begun,
+                   std::set<std::string>& found) {
+  const bool isQuoted = begun.starts_with('"');
+  const std::string text = plainText(begun);
+  for (const std::string& candidate : candidates) {
+    if (!candidate.starts_with(text)) continue;
+    const std::string word = quotedWord(candidate);
+    found.insert(isQuoted && word == candidate ? "\"" + candidate + "\"" : word);
+  }
+}
+
+/// The files and folders (with a / behind them) of the folder in which the path being typed lies.
+std::vector<std::string> filesBeside(const std::string& path) {
+  const std::string folder = path.substr(0, path.rfind('/') + 1);
+  std::vector<std::string> files;
+  std::error_code problem;
+  std::filesystem::directory_iterator each(folder.empty() ? "." : folder, problem);
+  for (; !problem && each != std::filesystem::directory_iterator(); each.increment(problem)) {
+    std::error_code unknown;
+    const std::string name = each->path().filename().string();
+    if (name.starts_with('.')) continue;
+    files.push_back(folder + name + (each->is_directory(unknown) ? "/" : ""));
+  }
+  return files;
+}
+
+/// How the usage calls the argument of this number; one that may be repeated stands for the rest.
+std::string argumentOf(const Command& command, std::size_t number) {
+  std::istringstream words(command.usage);
+  std::string argument;
+  for (std::string word; words >> word; --number) {
+    argument = word;
+    if (number == 0) break;
+  }
+  std::erase_if(argument,
+                [](char letter) { return letter == '[' || letter == ']' || letter == '.'; });
+  return argument;
 }
 
 }  // namespace
@@ -56,7 +101,7 @@ void addObjects(const std::vector<std::string>& objects, std::string_view begun,
 std::string_view lastWord(std::string_view line) { return line.substr(lastWordStart(line)); }
 
 std::vector<std::string> completions(std::string_view line, const CommandTable& table,
-                                     const std::vector<std::string>& objects) {
+                                     const Candidates& candidates) {
   const std::string_view begun = lastWord(line);
   const auto words = splitCommandLine(line.substr(0, line.size() - begun.size()));
   if (!words) return {};
@@ -65,7 +110,11 @@ std::vector<std::string> completions(std::string_view line, const CommandTable& 
   for (const std::string& word : *words) before += word + " ";
   addNextWords(table, before, begun, found);
   std::size_t nameWords = 0;
-  if (table.find(*words, nameWords)) addObjects(objects, begun, found);
+  if (const Command* const command = table.find(*words, nameWords)) {
+    const std::string argument = argumentOf(*command, words->size() - nameWords);
+    addCandidates(argument == "FILE" ? filesBeside(plainText(begun)) : candidates(argument), begun,
+                  found);
+  }
   return {found.begin(), found.end()};
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -8,11 +9,14 @@
 
 namespace korvel {
 
+/// Gives what an argument may be, by how the command's usage calls it: "E", "P", "USER".
+using Candidates = std::function<std::vector<std::string>(const std::string& argument)>;
+
 /// What may stand in place of the last word of a line being typed: the next words of commands, or,
-/// behind a whole command, the cookies and names (quoted where need be) of `objects`. In order,
-/// each once.
+/// behind a whole command, files for a FILE and else what `candidates` gives, quoted where need be.
+/// In order, each once.
 std::vector<std::string> completions(std::string_view line, const CommandTable& table,
-                                     const std::vector<std::string>& objects);
+                                     const Candidates& candidates);
 
 /// The last word of a line being typed, as it stands there, its opening quote included.
 std::string_view lastWord(std::string_view line);

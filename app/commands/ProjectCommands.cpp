@@ -1,5 +1,8 @@
 #include "app/commands/ProjectCommands.h"
 
+#include <utility>
+
+#include "app/commands/CommandCall.h"
 #include "host/base/Log.h"
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
@@ -72,7 +75,7 @@ std::string shownList(const Arguments&, const JsonValue& projects) {
     row.set("occupied", JsonValue());
     row.set("lock", "open to all");
   }
-  return renderForPeople(rows);
+  return renderForPeople(withShortCookies(std::move(rows)));
 }
 
 Result<JsonValue> enter(const Arguments& arguments) {

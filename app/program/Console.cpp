@@ -15,13 +15,19 @@ struct Console::Pending {
 };
 
 int Console::run(iLineReader& reader) {
+  std::size_t failures = 0;
   while (!with_.waiter.isEnding()) {
     const auto line = reader.next();
     if (!line) break;
-    const bool succeeded = runLine(*line, reader);
-    if (!succeeded && !reader.isInteractive() && !with_.keepsGoing) return 1;
+    if (runLine(*line, reader) || reader.isInteractive()) continue;
+    ++failures;
+    if (!with_.keepsGoing) return 1;
   }
-  return 0;
+  if (failures == 0) return 0;
+  with_.text.problem(std::to_string(failures) +
+                     (failures == 1 ? " command failed." : " commands failed."));
+  // A script that says "quit" has come to the end that it wanted.
+  return with_.waiter.isEnding() ? 0 : 1;
 }
 
 bool Console::runLine(const std::string& line, const iLineReader& reader) {

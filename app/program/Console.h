@@ -30,8 +30,9 @@ class Console {
 
   explicit Console(Dependencies surroundings) : with_(surroundings) {}
 
-  /// Reads until the end of the input, until somebody asks the program to end, or until a script's
-  /// command fails. The program's exit status.
+  /// Reads until the end of the input, until somebody asks the program to end, or, unless it is to
+  /// keep going, until a script's command fails. The program's exit status: 1 when a command of a
+  /// script failed, unless "quit" ended it.
   int run(iLineReader& reader);
 
  private:

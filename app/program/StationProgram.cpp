@@ -5,6 +5,8 @@
 #include <chrono>
 #include <clocale>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <thread>
 #include <utility>
 
@@ -22,10 +24,13 @@
 #include "app/program/TerminalReader.h"
 #include "host/base/Config.h"
 #include "host/base/Log.h"
+#include "host/project/iPermissionsManager.h"
 #include "station/base/Activity.h"
 #include "station/base/DiagnosticStream.h"
+#include "station/base/Strings.h"
 #include "station/base/TextMember.h"
 #include "station/os/Signals.h"
+#include "station/project/ProjectFolder.h"
 #include "station/project/Projects.h"
 
 namespace korvel {
@@ -58,6 +63,44 @@ Answer ask(HostThread& hostThread, Waiter& waiter, std::function<Answer()> quest
   });
   const auto isDone = [&pending] { return pending->isDone; };
   return waiter.await(Waiter::Clock::now() + kPatience, isDone) ? pending->answer : otherwise;
+}
+
+/// The names and cookies of all projects.
+std::vector<std::string> projectNames() {
+  std::vector<std::string> words;
+  const auto projects = listProjectFolders();
+  for (const Cookie& project : projects ? *projects : std::vector<Cookie>()) {
+    const auto record = readProjectRecord(project);
+    if (record) words.push_back(record->name);
+    words.push_back(project.asString().str());
+  }
+  return words;
+}
+
+/// The users to whom messages can be sent, and everybody.
+std::vector<std::string> userNames() {
+  std::vector<std::string> words{"<All>"};
+  auto* const permissions = iPermissionsManager::instance();
+  if (!permissions) return words;
+  for (const auto& user : permissions->getUserList()) words.push_back(utf8Text(user));
+  return words;
+}
+
+/// The file that keeps what is typed at the console, in a folder that is made where it is missing;
+/// empty where there is no place for it.
+std::string consoleHistory() {
+  const char* const state = std::getenv("XDG_STATE_HOME");
+  const char* const home = std::getenv("HOME");
+  std::string folder;
+  if (state && *state == '/') {
+    folder = state;
+  } else if (home && *home == '/') {
+    folder = std::string(home) + "/.local/state";
+  }
+  std::error_code problem;
+  if (folder.empty()) return {};
+  std::filesystem::create_directories(folder + "/korvel", problem);
+  return problem ? std::string() : folder + "/korvel/console-history";
 }
 
 }  // namespace
@@ -156,7 +199,10 @@ Result<void> StationProgram::openInput() {
   const bool isTerminal = ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
   if (options_.script.empty() && isTerminal && options_.events != "-") {
     reader_ = std::make_unique<TerminalReader>(
-        waiter_, text_, TerminalReader::Completing{commands_, [this] { return objectNames(); }});
+        waiter_, text_,
+        TerminalReader::Completing{
+            commands_, [this](const std::string& argument) { return candidatesFor(argument); }},
+        consoleHistory());
     return {};
   }
   auto script = std::make_unique<ScriptReader>(waiter_);
@@ -221,7 +267,7 @@ int StationProgram::runConsole() {
         {station_->hostThread(), commands_, events_, text_, waiter_, options_.keepsGoing});
     status = console.run(*reader_);
   }
-  if (window_ && status == 0) {
+  if (window_ && (status == 0 || options_.keepsGoing)) {
     waiter_.await(Waiter::Clock::time_point::max(), [] { return false; });
   }
   return status;
@@ -236,10 +282,12 @@ std::string StationProgram::cookieOf(const std::string& name) {
                           {});
 }
 
-std::vector<std::string> StationProgram::objectNames() {
+std::vector<std::string> StationProgram::candidatesFor(const std::string& argument) {
   return ask<std::vector<std::string>>(
       station_->hostThread(), waiter_,
-      [] {
+      [argument] {
+        if (argument == "P") return projectNames();
+        if (argument == "USER") return userNames();
         std::vector<std::string> words;
         for (const NamedObject& each : Projects::instance().objects()) {
           words.push_back(each.name);

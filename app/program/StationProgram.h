@@ -46,7 +46,7 @@ class StationProgram {
   void fail(const Error& problem);
   int runConsole();
   std::string cookieOf(const std::string& name);
-  std::vector<std::string> objectNames();
+  std::vector<std::string> candidatesFor(const std::string& argument);
 
   Options options_;
   Waiter waiter_;

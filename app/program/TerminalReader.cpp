@@ -12,8 +12,6 @@
 #include <cwchar>
 #include <utility>
 
-#include "app/commands/Completion.h"
-
 namespace korvel {
 
 namespace {
@@ -31,16 +29,18 @@ char* promptOf(EditLine*) {
 /// The line editor and what its callbacks need.
 class TerminalReader::Editor {
  public:
-  Editor(const Waiter& waiter, TextOutput& text, Completing completing)
+  Editor(const Waiter& waiter, TextOutput& text, Completing completing, std::string historyFile)
       : waiter_(waiter),
         text_(text),
         completing_(std::move(completing)),
+        historyFile_(std::move(historyFile)),
         told_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
         history_(::history_init()),
         edit_(::el_init("kv-station", stdin, stdout, stderr)) {
     HistEvent event;
     ::history(history_, &event, H_SETSIZE, kHistoryLength);
     ::history(history_, &event, H_SETUNIQUE, 1);
+    if (!historyFile_.empty()) ::history(history_, &event, H_LOAD, historyFile_.c_str());
     ::el_set(edit_, EL_CLIENTDATA, this);
     ::el_set(edit_, EL_PROMPT, promptOf);
     ::el_set(edit_, EL_EDITOR, "emacs");
@@ -127,10 +127,11 @@ class TerminalReader::Editor {
   unsigned char completeWord() {
     const LineInfo* info = ::el_line(edit_);
     const std::string line(info->buffer, static_cast<std::size_t>(info->cursor - info->buffer));
-    const auto found = completions(line, completing_.commands, completing_.objects());
+    const auto found = completions(line, completing_.commands, completing_.candidates);
     const std::string begun(lastWord(line));
     std::string word = commonBeginning(found);
-    if (found.size() == 1) word += ' ';
+    // A folder goes on with what is in it.
+    if (found.size() == 1 && !word.ends_with('/')) word += ' ';
     if (word.size() > begun.size()) return replaceWord(begun, word);
     if (found.empty()) return CC_REFRESH_BEEP;
     showCandidates(found);
@@ -154,21 +155,24 @@ class TerminalReader::Editor {
 
   void remember(const std::string& line) {
     HistEvent event;
-    if (line.find_first_not_of(" \t\r\n") != std::string::npos) {
-      ::history(history_, &event, H_ENTER, line.c_str());
-    }
+    if (line.find_first_not_of(" \t\r\n") == std::string::npos) return;
+    ::history(history_, &event, H_ENTER, line.c_str());
+    // At once, since a station may be killed. The library gives the file to its owner alone.
+    if (!historyFile_.empty()) ::history(history_, &event, H_SAVE, historyFile_.c_str());
   }
 
   const Waiter& waiter_;
   TextOutput& text_;
   Completing completing_;
+  std::string historyFile_;
   int told_;
   History* history_;
   EditLine* edit_;
 };
 
-TerminalReader::TerminalReader(const Waiter& waiter, TextOutput& text, Completing completing)
-    : editor_(std::make_unique<Editor>(waiter, text, std::move(completing))) {}
+TerminalReader::TerminalReader(const Waiter& waiter, TextOutput& text, Completing completing,
+                               const std::string& historyFile)
+    : editor_(std::make_unique<Editor>(waiter, text, std::move(completing), historyFile)) {}
 
 TerminalReader::~TerminalReader() = default;
 

@@ -8,7 +8,7 @@
 #include "app/base/TextOutput.h"
 #include "app/base/Waiter.h"
 #include "app/base/iLineReader.h"
-#include "app/commands/Command.h"
+#include "app/commands/Completion.h"
 
 namespace korvel {
 
@@ -19,12 +19,13 @@ class TerminalReader : public iLineReader {
   /// What Tab knows of.
   struct Completing {
     const CommandTable& commands;
-    std::function<std::vector<std::string>()>
-        objects;  ///< cookies and names, asked for at each Tab
+    Candidates candidates;  ///< asked at each Tab
   };
 
-  /// All references must outlive this.
-  TerminalReader(const Waiter& waiter, TextOutput& text, Completing completing);
+  /// All references must outlive this. `historyFile` keeps the lines typed here for the next time;
+  /// empty: they are forgotten.
+  TerminalReader(const Waiter& waiter, TextOutput& text, Completing completing,
+                 const std::string& historyFile);
   TerminalReader(const TerminalReader&) = delete;
   TerminalReader& operator=(const TerminalReader&) = delete;
   ~TerminalReader() override;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <filesystem>
 
 #include "host/base/Log.h"
@@ -37,9 +38,13 @@ LightweightString<wchar_t> localUser() {
 
 Error refusal(const Cookie& cookie) {
   const std::string owner = shownText(edits().ownerOf(cookie));
-  const std::string why =
-      owner.empty() ? " has no owner; take it with \"edit give\" first."
-                    : " belongs to " + owner + ", who can hand it over with \"edit give\".";
+  std::string why = " belongs to " + owner + ", who can hand it over with \"edit give\".";
+  if (owner.empty()) why = " has no owner; take it with \"edit give\" first.";
+  // Owners that no station is: nobody could follow the advice to ask them.
+  if (owner == "RENDER" || owner == "<NOBODY>") {
+    why = " has the owner " + owner +
+          ", which no station is; a station started with --set Administrator=1 can give it to one.";
+  }
   return {ErrorCode::eRefused, "You may not change it: the " + title(cookie) + why, {}};
 }
 
@@ -107,7 +112,15 @@ Result<double> readTime(const std::string& text, double rate) {
   const auto [stopped, problem] = std::from_chars(text.data(), end, number);
   const std::string_view unit(stopped, static_cast<std::size_t>(end - stopped));
   if (problem == std::errc{} && unit == "s") return number;
-  if (problem == std::errc{} && (unit.empty() || unit == "f") && rate > 0) return number / rate;
+  const bool isFrames = problem == std::errc{} && (unit.empty() || unit == "f") && rate > 0;
+  if (isFrames && number != std::floor(number)) {
+    return Error{ErrorCode::eUsage,
+                 inQuotes(text) +
+                     " is no whole number of frames; write frames (\"36\"), or seconds "
+                     "with an s (\"1.5s\").",
+                 {}};
+  }
+  if (isFrames) return number / rate;
   return Error{ErrorCode::eUsage,
                "\"" + shownText(text) +
                    "\" is no time; write frames of the clip (\"36\") or seconds (\"1.5s\").",

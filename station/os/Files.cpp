@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/base/Log.h"
 #include "host/base/Text.h"
 #include "station/base/StationSettings.h"
 #include "station/os/SharedFiles.h"
@@ -50,8 +51,11 @@ LightweightString<wchar_t> getProjectsBaseDirectory() {
 }
 
 TextFile::TextFile(const LightweightString<wchar_t>& path, bool keepEmptyLines) {
-  const auto content = readFresh(toUTF8(path).str(), kLargestRecord);
-  if (!content) return;
+  const auto content = readFresh(toUTF8(path).str(), kLargestList);
+  if (!content) {
+    if (content.error().code == ErrorCode::eBadContent) LogBoth("%s\n", content.error().message);
+    return;
+  }
   std::string_view rest = *content;
   while (!rest.empty()) {
     const std::string_view line = takeLine(rest);

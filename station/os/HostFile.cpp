@@ -57,10 +57,13 @@ bool ReplacingFile::replaceContent(const void* bytes, std::size_t count) {
 }
 
 bool ReplacingFile::makeAgain() {
-  file_ = openPlainFile(path_, O_RDWR | O_CREAT | O_NOFOLLOW);
-  if (!file_.isOpen()) return false;
-  shareLikeFolder(file_.get(), folderOf(path_));
-  return true;
+  file_ = openPlainFile(path_, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW);
+  if (file_.isOpen()) {
+    shareLikeFolder(file_.get(), folderOf(path_));
+    return true;
+  }
+  if (errno == EEXIST) file_ = openToChange(path_, O_RDWR | O_NOFOLLOW);
+  return file_.isOpen();
 }
 
 }  // namespace korvel

@@ -68,7 +68,8 @@ bool folderIsThere(const std::string& path) {
 /// Opens the file, and makes it where it is missing if `create` says so.
 Descriptor openOrCreate(const std::string& path, int flags, bool create) {
   for (int tries = 0; tries < kNameTries; ++tries) {
-    Descriptor file = openPlainFile(path, flags);
+    const bool isForReading = (flags & O_ACCMODE) == O_RDONLY;
+    Descriptor file = isForReading ? openPlainFile(path, flags) : openToChange(path, flags);
     if (file.isOpen() || errno != ENOENT || !create) return file;
     file = openPlainFile(path, flags | O_CREAT | O_EXCL);
     if (file.isOpen()) shareLikeFolder(file.get(), folderOf(path));

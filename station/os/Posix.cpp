@@ -65,6 +65,15 @@ Descriptor openPlainFile(const std::string& path, int flags) {
   return Descriptor();
 }
 
+Descriptor openToChange(const std::string& path, int flags) {
+  Descriptor file = openPlainFile(path, flags);
+  struct stat status {};
+  if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return Descriptor();
+  if (status.st_nlink <= 1) return file;
+  errno = EMLINK;
+  return Descriptor();
+}
+
 void shareLikeFolder(int descriptor, const std::string& folder) {
   struct stat parent {};
   struct stat own {};
@@ -72,7 +81,9 @@ void shareLikeFolder(int descriptor, const std::string& folder) {
   const bool isFolder = S_ISDIR(own.st_mode);
   const bool sameGroup =
       own.st_gid == parent.st_gid || ::fchown(descriptor, uid_t(-1), parent.st_gid) == 0;
-  mode_t mode = parent.st_mode & (sameGroup ? 0077U : 0007U);
+  // Members of a group that is not the folder's are to the folder what all others are.
+  const mode_t others = parent.st_mode & 0007U;
+  mode_t mode = sameGroup ? parent.st_mode & 0077U : others | others << 3U;
   if (!isFolder) mode &= 0066U;
   mode |= isFolder ? 0700U | (parent.st_mode & S_ISGID) : 0600U;
   // A file system without such rights of its own refuses; the file is then as open as its mount.

@@ -50,9 +50,13 @@ bool lookAfresh(const std::string& folder);
 /// EISDIR (a folder) or ENXIO (anything else).
 Descriptor openPlainFile(const std::string& path, int flags);
 
-/// Gives a new file or folder the access that its folder has: the folder's group where the user may
-/// give it, and its read and write bits (and, for a folder, its search bits), so that what one user
-/// leaves another can open.
+/// The same for a file whose content is to be changed: one of several names fails with EMLINK,
+/// since another of them may lie outside of the share.
+Descriptor openToChange(const std::string& path, int flags);
+
+/// Gives a new file or folder, which this process has made, the access that its folder has: the
+/// folder's group where the user may give it, and its read and write bits (and, for a folder, its
+/// search bits), so that what one user leaves another can open.
 void shareLikeFolder(int descriptor, const std::string& folder);
 
 /// Reads or writes everything, going on after an interruption; false on failure. `readAll` stops at

@@ -47,6 +47,7 @@ ErrorCode codeOf(int number) {
     case EISDIR:
     case ENXIO:
     case ELOOP:
+    case EMLINK:
       return ErrorCode::eBadContent;
     default:
       return ErrorCode::eSystem;
@@ -96,18 +97,32 @@ struct Temporary {
   Descriptor file;
 };
 
-/// The path's one temporary file, locked against other writers: one that a killed station left is
-/// used again. Not open when it cannot be had in time.
+/// Removes what a killed station left in a temporary file's place. False where that cannot be done:
+/// another writer is at it (EAGAIN), or it is no plain file of one name that this user may write.
+bool removeLeftover(const std::string& path) {
+  const Descriptor file = openToChange(path, O_RDWR | O_NOFOLLOW);
+  if (!file.isOpen()) return errno == ENOENT;
+  if (!tryLock(file.get())) return false;
+  return !isStillAt(file.get(), path) || ::unlink(path.c_str()) == 0;
+}
+
+/// The path's one temporary file, always a new one, locked so that another writer does not take it
+/// for a leftover. Not open when it cannot be had in time.
 Temporary takeCommonTemporary(const std::string& path) {
   Temporary temporary{temporaryStem(path) + ".tmp", Descriptor()};
   for (int tries = 0; tries < kTemporaryTries; ++tries) {
-    Descriptor file = openPlainFile(temporary.path, O_RDWR | O_CREAT | O_NOFOLLOW);
-    if (!file.isOpen()) break;
-    if (tryLock(file.get())) {
+    Descriptor file = openPlainFile(temporary.path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW);
+    if (file.isOpen() && tryLock(file.get())) {
       if (!isStillAt(file.get(), temporary.path)) continue;
       temporary.file = std::move(file);
       break;
     }
+    if (file.isOpen() && errno != EAGAIN) {  // a file system without locks
+      ::unlink(temporary.path.c_str());
+      break;
+    }
+    if (!file.isOpen() && errno != EEXIST) break;
+    if (!file.isOpen() && removeLeftover(temporary.path)) continue;
     if (errno != EAGAIN) break;
     // Another writer is at it; its lock cannot be waited for with a limit, so this asks again.
     std::this_thread::sleep_for(kTemporaryPause);
@@ -133,9 +148,14 @@ void syncFolder(const std::string& folder) {
 
 bool fillAndRename(const Temporary& temporary, const std::string& path, const std::string& bytes) {
   const int file = temporary.file.get();
-  if (::ftruncate(file, 0) != 0 || !writeAll(file, bytes.data(), bytes.size())) return false;
+  if (!writeAll(file, bytes.data(), bytes.size())) return false;
   shareLikeFolder(file, folderOf(path));
   return ::fsync(file) == 0 && ::rename(temporary.path.c_str(), path.c_str()) == 0;
+}
+
+std::string sizeText(std::size_t bytes) {
+  const bool isMebibytes = bytes >= std::size_t{1} << 20;
+  return isMebibytes ? std::to_string(bytes >> 20) + " MiB" : std::to_string(bytes >> 10) + " KiB";
 }
 
 bool isFolder(const std::string& path) {
@@ -250,8 +270,8 @@ Error errorFromErrno(int number, const std::string& what, const std::string& pat
 
 Error tooLarge(const std::string& path, std::size_t most) {
   return {ErrorCode::eBadContent,
-          "Cannot read " + path + ": it is larger than " + std::to_string(most >> 20) +
-              " MiB, so it is not what its name says. Look what it is, and move it away.",
+          "Cannot read " + path + ": it is larger than " + sizeText(most) +
+              ", so it is not what its name says. Look what it is, and move it away.",
           path};
 }
 

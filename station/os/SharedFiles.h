@@ -28,6 +28,10 @@ bool isGoneFrom(const std::string& folder, const std::string& path);
 inline constexpr std::size_t kLargestFile = std::size_t{256} << 20;
 inline constexpr std::size_t kLargestRecord = std::size_t{16} << 20;
 
+/// A user list, a project's own record, and what trials and stations write about themselves: a few
+/// lines. What is read becomes up to fifty times as large in memory, at every station.
+inline constexpr std::size_t kLargestList = std::size_t{256} << 10;
+
 /// A whole file's bytes. Larger than `most` is refused, with eBadContent.
 Result<std::string> readFresh(const std::string& path, std::size_t most = kLargestFile);
 
@@ -40,9 +44,10 @@ Result<std::vector<std::string>> listFresh(const std::string& folder);
 
 /// Replaces a file's content in one step: temporary file in the same folder, fsync, rename, fsync
 /// of the folder. A reader sees the old or the new content, whole, and a crash leaves one of them.
-/// New files take the folder's group and its group's write bit. Temporary files are named so that
-/// no listing takes them for anything (leading dot), and what a killed station left of them is
-/// removed by the next write to the same file.
+/// New files take the folder's group and its group's write bit. The temporary file is always a new
+/// one: what lies in its place is removed, never written to. Its name begins with a dot, so that no
+/// listing takes it for anything; what a killed station left of it is removed by the next write to
+/// the same file.
 Result<void> writeAtomically(const std::string& path, const std::string& bytes);
 
 /// Whether writeAtomically could replace a file by one of this size now: tries it beside the file,

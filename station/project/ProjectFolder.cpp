@@ -115,7 +115,7 @@ std::string findInAnyProject(const std::string& fileName) {
 
 Result<ProjectRecord> readProjectRecord(const Cookie& project) {
   const std::string path = recordPath(project);
-  const auto bytes = readFresh(path, kLargestRecord);
+  const auto bytes = readFresh(path, kLargestList);
   if (!bytes) return bytes.error();
   const auto json = parseJson(*bytes);
   const std::string complaint = "The record of project " + project.asString().str() +

@@ -8,6 +8,7 @@
 #include "host/project/iPermissionsManager.h"
 #include "host/project/iProjectShare.h"
 #include "station/base/Events.h"
+#include "station/base/NearestName.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
@@ -50,9 +51,61 @@ Result<void> lock(const Cookie& project, const std::string& name) {
   return refusal(project, name, OS().fileManager().lastError());
 }
 
+/// The text in upper case, by which names that differ in capitals alone are alike.
+std::string upperCased(const std::string& text) {
+  auto wide = wideText(text);
+  Kv::toUpper(wide);
+  return utf8Text(wide);
+}
+
+/// The name that was most likely meant: one that differs in capitals alone, else the nearest.
+std::string likelyName(const std::string& typed, const std::vector<std::string>& names) {
+  for (const std::string& name : names) {
+    if (upperCased(name) == upperCased(typed)) return name;
+  }
+  return nearestName(typed, names);
+}
+
+/// Whether the text is the beginning of the cookie's, at least its kind and one digit.
+bool beginsCookie(const std::string& text, const Cookie& cookie) {
+  return text.size() > 1 && upperCased(cookie.asString().str()).starts_with(upperCased(text));
+}
+
+/// Whether a cookie is of one of the kinds; of any for no kinds.
+bool isOfKind(const Cookie& cookie, const std::string& kinds) {
+  return kinds.empty() || kinds.find(cookie.getType()) != std::string::npos;
+}
+
+/// The one object whose cookie begins like this; else what may have been meant, behind `nothing`.
+Result<Cookie> resolveBegun(const std::string& begun, const std::vector<NamedObject>& objects,
+                            Error nothing) {
+  std::vector<std::string> names;
+  std::vector<Cookie> found;
+  for (const NamedObject& each : objects) {
+    names.push_back(each.name);
+    if (beginsCookie(begun, each.cookie)) found.push_back(each.cookie);
+  }
+  if (found.size() == 1) return found.front();
+  if (found.size() > 1) {
+    std::string candidates;
+    for (const Cookie& each : found) candidates += " " + each.asString().str();
+    return Error{ErrorCode::eUsage,
+                 "Several cookies begin with " + inQuotes(begun) + ":" + candidates + ".",
+                 {}};
+  }
+  const std::string likely = likelyName(begun, names);
+  nothing.message += likely.empty() ? "." : "; did you mean " + inQuotes(likely) + "?";
+  return nothing;
+}
+
 /// No project of this name, or none among those that could be read.
-Error nothingCalled(const std::string& name, const Result<void>& readable) {
+Error nothingCalled(const std::string& name, const std::vector<std::string>& names,
+                    const Result<void>& readable) {
   std::string text = "There is no project " + inQuotes(name);
+  const std::string likely = likelyName(name, names);
+  if (!likely.empty()) {
+    return {ErrorCode::eNotFound, text + "; did you mean " + inQuotes(likely) + "?", {}};
+  }
   if (readable) return {ErrorCode::eNotFound, text + "; \"project list\" shows all.", {}};
   text += " among those that can be read; not every one can: " + readable.error().message;
   return {readable.error().code, text, readable.error().path};
@@ -137,14 +190,19 @@ Result<Projects::Found> Projects::findByName(const std::string& name) const {
   const auto cookies = listProjectFolders();
   if (!cookies) return cookies.error();
   std::vector<Found> found;
+  std::vector<Found> begun;
+  std::vector<std::string> names;
   Result<void> readable;
   for (const Cookie& cookie : *cookies) {
     const auto record = readProjectRecord(cookie);
     if (record && record->name == name) found.push_back({cookie, *record});
+    if (record && beginsCookie(name, cookie)) begun.push_back({cookie, *record});
+    if (record) names.push_back(record->name);
     if (!record) readable = record.error();
   }
+  if (found.empty()) found = begun;
   if (found.size() == 1) return found.front();
-  if (found.empty()) return nothingCalled(name, readable);
+  if (found.empty()) return nothingCalled(name, names, readable);
   std::string candidates;
   for (const Found& each : found) candidates += " " + each.cookie.asString().str();
   return Error{ErrorCode::eUsage,
@@ -242,7 +300,13 @@ Result<Cookie> Projects::resolve(const std::string& nameOrCookie, const std::str
   const auto listed = resolveListed(nameOrCookie, kinds);
   if (listed || listed.error().code != ErrorCode::eNotFound) return listed;
   takeUpUnlisted();
-  return resolveListed(nameOrCookie, kinds);
+  const auto found = resolveListed(nameOrCookie, kinds);
+  if (found || found.error().code != ErrorCode::eNotFound) return found;
+  // Last, so that the beginning of a cookie never stands for an object when another is called so.
+  std::vector<NamedObject> wanted = objects();
+  std::erase_if(wanted,
+                [&kinds](const NamedObject& each) { return !isOfKind(each.cookie, kinds); });
+  return resolveBegun(nameOrCookie, wanted, found.error());
 }
 
 /// What is found counts as another station's change: its message never came.
@@ -255,9 +319,7 @@ void Projects::takeUpUnlisted() const {
 
 Result<Cookie> Projects::resolveListed(const std::string& nameOrCookie,
                                        const std::string& kinds) const {
-  const auto isWanted = [&kinds](const Cookie& cookie) {
-    return kinds.empty() || kinds.find(cookie.getType()) != std::string::npos;
-  };
+  const auto isWanted = [&kinds](const Cookie& cookie) { return isOfKind(cookie, kinds); };
   const Cookie cookie(nameOrCookie.c_str(), false);
   const bool isHeld = std::ranges::any_of(parts_, [&](auto* part) { return part->holds(cookie); });
   if (!cookie.isNull() && isHeld && isWanted(cookie)) return cookie;
@@ -268,7 +330,7 @@ Result<Cookie> Projects::resolveListed(const std::string& nameOrCookie,
   if (found.empty()) {
     return Error{ErrorCode::eNotFound,
                  "The project " + inQuotes(current_->name) + " holds no such object as " +
-                     inQuotes(nameOrCookie) + ".",
+                     inQuotes(nameOrCookie),
                  {}};
   }
   std::string candidates;

@@ -2,6 +2,7 @@
 #include <iterator>
 
 #include "tests/share/SharedStations.h"
+#include "tests/support/ElfFile.h"
 
 namespace {
 
@@ -65,6 +66,23 @@ TEST_F(PackageTest, ItHoldsWhatAnAdministratorLooksFor) {
     EXPECT_FALSE(text.empty()) << file;
     EXPECT_NE(text.find(part), text.npos) << file;
   }
+}
+
+TEST_F(PackageTest, ItsProgramsAndLibrariesAreHardened) {
+  for (const char* file :
+       {"bin/kv-station", "bin/kv-share", KV_LIBRARY_DIR "/korvel/libkorvelhost.so",
+        KV_LIBRARY_DIR "/korvel/ProjectShare.so"}) {
+    const ElfFile elf(std::string(KV_ROOT "/usr/") + file);
+    ASSERT_TRUE(elf.isElf()) << file;
+    EXPECT_TRUE(elf.isPositionIndependent()) << file;
+    EXPECT_TRUE(elf.isBoundAtStart()) << file;
+    EXPECT_TRUE(elf.mentions("__stack_chk_fail")) << file;
+    for (const std::string& folder : elf.searchFolders()) {
+      EXPECT_TRUE(folder.starts_with("$ORIGIN")) << file << " looks in \"" << folder << "\"";
+    }
+  }
+  EXPECT_TRUE(
+      ElfFile(KV_ROOT "/usr/" KV_LIBRARY_DIR "/korvel/libkorvelhost.so").mentions("__read_chk"));
 }
 
 TEST_F(PackageTest, AnotherHostIsBuiltAgainstItsHeadersAndDrivesItsPlugin) {

@@ -102,8 +102,10 @@ TEST_F(LifecycleTest, AScriptEndsAtItsFirstFailureUnlessToldToGoOn) {
       << ends.errors;
   const ProgramRun goesOn =
       runScript("project enter Nowhere\nproject create Film", {"--keep-going"});
-  EXPECT_EQ(goesOn.status, 0);
+  EXPECT_EQ(goesOn.status, 1);
   EXPECT_EQ(goesOn.output.front(), 'P') << goesOn.output;
+  EXPECT_NE(goesOn.errors.find("1 command failed."), std::string::npos) << goesOn.errors;
+  EXPECT_EQ(runScript("project enter Nowhere\nquit", {"--keep-going"}).status, 0);
 }
 
 TEST_F(LifecycleTest, AScriptMayBeAFile) {

@@ -20,6 +20,7 @@ class TerminalTest : public SharedStations {
   TerminalTest() {
     ::setenv("LC_ALL", "C.UTF-8", 1);
     ::setenv("TERM", "xterm", 1);
+    ::setenv("XDG_STATE_HOME", (folder_ / "state").c_str(), 1);
     sitDown("ANNA", "ANNA");
   }
 
@@ -130,6 +131,29 @@ TEST_F(TerminalTest, APersonWhomMessagesCannotReachIsToldOnceWhatToDo) {
   type("whoami\r");
   EXPECT_TRUE(sees("user: anna")) << shown_;
   EXPECT_TRUE(sees("owner_name: SUITE-4")) << shown_;
+}
+
+TEST_F(TerminalTest, WhatWasTypedIsThereTheNextTime) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("whoami\r");
+  EXPECT_TRUE(sees("network_mode: yes")) << shown_;
+  EXPECT_TRUE(sees("kv> "));
+  getUp();
+  sitDown("ANNA", "ANNA");
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("\033[A\r");
+  EXPECT_TRUE(sees("network_mode: yes")) << shown_;
+  const auto history = std::filesystem::path(folder_ / "state") / "korvel" / "console-history";
+  EXPECT_EQ(std::filesystem::status(history).permissions(),
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+}
+
+TEST_F(TerminalTest, TabCompletesTheNamesOfProjects) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("project create \"Harbour at dawn\"\r");
+  EXPECT_TRUE(sees("kv> "));
+  type("project enter Har\t\r");
+  EXPECT_TRUE(sees("name: Harbour at dawn")) << shown_;
 }
 
 TEST_F(TerminalTest, TheLastLineComesBackWithTheArrowKey) {

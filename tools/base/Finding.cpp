@@ -60,12 +60,29 @@ Finding findingOf(const JsonValue& object) {
           object["check"].asString(), object["text"].asString(), object["fix"].asString()};
 }
 
-std::string linesOf(const Finding& finding) {
-  const std::string head = std::string(verdictName(finding.verdict)) + "  " +
+std::string linesOf(const Finding& finding, Colours colours) {
+  constexpr const char* kVerdictColours[] = {kGreen, kYellow, kRed};
+  const char* const colour = kVerdictColours[static_cast<std::size_t>(finding.verdict)];
+  const std::string head = coloured(verdictName(finding.verdict), colour, colours) + "  " +
                            padded(finding.group, kGroupWidth) + padded(finding.check, kCheckWidth);
   const std::string line = head + shownText(finding.text);
   if (finding.fix.empty()) return line;
   return line + "\n      fix: " + shownText(finding.fix);
+}
+
+void FindingCounts::add(const Finding& finding) {
+  ++counts_[static_cast<std::size_t>(finding.verdict)];
+}
+
+std::string FindingCounts::text() const {
+  const auto countOf = [this](Verdict verdict) {
+    return counts_[static_cast<std::size_t>(verdict)];
+  };
+  std::string text = std::to_string(countOf(Verdict::ePass)) + " passed";
+  if (countOf(Verdict::eWarn) > 0) text += ", " + countText(countOf(Verdict::eWarn), "warning");
+  if (countOf(Verdict::eFail) > 0)
+    text += ", " + std::to_string(countOf(Verdict::eFail)) + " failed";
+  return text;
 }
 
 }  // namespace korvel

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "station/base/Json.h"
+#include "tools/base/Tool.h"
 
 namespace korvel {
 
@@ -37,6 +38,18 @@ JsonValue objectOf(const Finding& finding);
 Finding findingOf(const JsonValue& object);
 
 /// A finding as lines of a terminal without a line end: control characters become "?".
-std::string linesOf(const Finding& finding);
+std::string linesOf(const Finding& finding, Colours colours = Colours::eNone);
+
+/// Counts findings by how they came out.
+class FindingCounts {
+ public:
+  void add(const Finding& finding);
+
+  /// "18 passed, 1 warning, 2 failed"; warnings and failures only where there are any.
+  [[nodiscard]] std::string text() const;
+
+ private:
+  std::size_t counts_[3] = {};
+};
 
 }  // namespace korvel

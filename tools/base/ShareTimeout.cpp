@@ -1,6 +1,5 @@
 #include "tools/base/ShareTimeout.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -50,12 +49,9 @@ std::string secondsText(std::chrono::milliseconds time) {
 
 }  // namespace
 
-void addTimeLimit(CLI::App& command, int& seconds) {
-  command
-      .add_option("--time-limit", seconds,
-                  "Seconds that the share may be silent before this gives up; 20 by default")
-      ->type_name("S")
-      ->check(CLI::Range(1, 3600));
+void declareTimeLimit(CommandOptions& options, ShareRequest& request) {
+  options.number("--time-limit", "S", request.timeLimit, 1, 3600,
+                 "Seconds that the share may be silent before this gives up");
 }
 
 ToolStatus lookAtShare(const std::string& directory, std::chrono::milliseconds limit,

@@ -1,10 +1,15 @@
 #include "tools/base/Tool.h"
 
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <sstream>
+#include <string_view>
 
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
@@ -59,6 +64,37 @@ void printJson(const JsonValue& value) {
 void printForPeople(const JsonValue& value) {
   shareRests();
   std::cout << renderForPeople(value) << '\n';
+}
+
+Colours coloursOfOutput() {
+  const char* const refused = std::getenv("NO_COLOR");
+  const char* const terminal = std::getenv("TERM");
+  const bool hasColours = terminal && std::string_view(terminal) != "dumb";
+  const bool isWanted = !refused || !*refused;
+  return isWanted && hasColours && isatty(STDOUT_FILENO) ? Colours::eTerminal : Colours::eNone;
+}
+
+std::string coloured(const std::string& text, const char* colour, Colours colours) {
+  if (colours == Colours::eNone || colour == kPlain) return text;
+  return colour + text + kPlain;
+}
+
+void printTable(const JsonValue& rows, const char* (*colourOf)(const JsonValue& row)) {
+  const Colours colours = coloursOfOutput();
+  std::istringstream lines(renderForPeople(rows));
+  shareRests();
+  const char* colour = rows.elements().empty() ? kPlain : kBold;
+  std::size_t next = 0;
+  for (std::string line; std::getline(lines, line); ++next) {
+    std::cout << coloured(line, colour, colours) << '\n';
+    colour = next < rows.elements().size() ? colourOf(rows.elements()[next]) : kPlain;
+  }
+}
+
+std::string countText(std::uint64_t count, const std::string& noun) {
+  std::string plural = noun + "s";
+  if (noun.ends_with('y')) plural = noun.substr(0, noun.size() - 1) + "ies";
+  return std::to_string(count) + " " + (count == 1 ? noun : plural);
 }
 
 std::string textOfTime(std::int64_t secondsSince1970) {

@@ -5,10 +5,6 @@
 
 #include "station/base/Json.h"
 
-namespace CLI {
-class App;
-}
-
 namespace korvel {
 
 /// The exit statuses of kv-share.
@@ -32,26 +28,46 @@ void printJson(const JsonValue& value);
 /// Prints a value for people: an array of objects as a table.
 void printForPeople(const JsonValue& value);
 
+/// Whether what is printed is coloured.
+enum class Colours { eNone, eTerminal };
+
+/// Colours where standard output is a terminal that has them and NO_COLOR is not set.
+Colours coloursOfOutput();
+
+// What stands before a coloured text, and behind it.
+inline constexpr const char* kPlain = "\033[0m";
+inline constexpr const char* kBold = "\033[1m";
+inline constexpr const char* kRed = "\033[31m";
+inline constexpr const char* kGreen = "\033[32m";
+inline constexpr const char* kYellow = "\033[33m";
+
+/// The text in a colour where there are colours; as it stands elsewhere, and in kPlain.
+std::string coloured(const std::string& text, const char* colour, Colours colours);
+
+/// Prints an array of objects as a table with a bold heading, each row in the colour that
+/// `colourOf` has for its object.
+void printTable(const JsonValue& rows, const char* (*colourOf)(const JsonValue& row));
+
+/// A count with its noun: "1 message", "2 messages".
+std::string countText(std::uint64_t count, const std::string& noun);
+
 /// A time as "2026-05-31T12:00:00Z".
 std::string textOfTime(std::int64_t secondsSince1970);
 
-/// The command of this name; else says which may have been meant, and null.
-const CLI::App* commandNamed(const CLI::App& tool, const std::string& word);
+class CommandLine;
 
-// Each adds its command; what it is called with stays valid as long as the program, and its result
-// is left in `status`.
-void addHelpCommand(CLI::App& tool, ToolStatus& status);
-void addDecodeCommand(CLI::App& tool, ToolStatus& status);
-void addSendCommand(CLI::App& tool, ToolStatus& status);
-void addCompletionCommand(CLI::App& tool, ToolStatus& status);
-void addMonitorCommand(CLI::App& tool, ToolStatus& status);
-void addRecordCommand(CLI::App& tool, ToolStatus& status);
-void addReplayCommand(CLI::App& tool, ToolStatus& status);
-void addLocksCommand(CLI::App& tool, ToolStatus& status);
-void addBreakCommand(CLI::App& tool, ToolStatus& status);
-void addUsersCommand(CLI::App& tool, ToolStatus& status);
-void addDoctorCommand(CLI::App& tool, ToolStatus& status);
-void addExplainCommand(CLI::App& tool, ToolStatus& status);
-void addMeshCommand(CLI::App& tool, ToolStatus& status);
+// Each adds its command.
+void addDecodeCommand(CommandLine& line);
+void addSendCommand(CommandLine& line);
+void addCompletionCommand(CommandLine& line);
+void addMonitorCommand(CommandLine& line);
+void addRecordCommand(CommandLine& line);
+void addReplayCommand(CommandLine& line);
+void addLocksCommand(CommandLine& line);
+void addBreakCommand(CommandLine& line);
+void addUsersCommand(CommandLine& line);
+void addDoctorCommand(CommandLine& line);
+void addExplainCommand(CommandLine& line);
+void addMeshCommand(CommandLine& line);
 
 }  // namespace korvel

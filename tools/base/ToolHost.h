@@ -1,9 +1,11 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "station/base/HostThread.h"
 #include "station/base/Result.h"
+#include "station/base/StationSettings.h"
 #include "station/net/NetworkService.h"
 #include "station/os/HostOS.h"
 
@@ -26,5 +28,9 @@ class ToolHost {
 
 /// What a command line's DIR means: an absolute path without a separator at its end.
 std::string directoryOf(const std::string& word);
+
+/// What a kv-station would be started with here by these words of its command line; its
+/// configuration file counts, too. The failure is one for the user of kv-share.
+Result<StationSettings> stationOptions(const std::vector<std::string>& words);
 
 }  // namespace korvel

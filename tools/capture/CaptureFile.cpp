@@ -13,7 +13,6 @@
 #include <utility>
 
 #include "station/base/Strings.h"
-#include "tools/capture/UdpFrame.h"
 
 namespace korvel {
 

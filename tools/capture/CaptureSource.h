@@ -24,8 +24,8 @@ class iCaptureSource {
 struct Hearing {
   int port = 27015;
   std::string listen =
-      "0.0.0.0";  ///< all, a multicast or broadcast address, or one of this machine
-  enum class Way { eShareOrCapture, eCapture } way = Way::eShareOrCapture;
+      "0.0.0.0";              ///< all, a multicast or broadcast address, or one of this machine
+  bool onlyCaptures = false;  ///< capture packets even where the port could be shared
 };
 
 /// Shares the stations' port. Where another program holds it without sharing, captures the packets

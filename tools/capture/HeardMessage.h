@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "station/net/Ipv4.h"
 
@@ -23,4 +25,18 @@ inline std::string senderText(const HeardMessage& message) {
   return textOf(message.sender) + ":" + std::to_string(message.senderPort);
 }
 
+// Captured frames. Link types are those of libpcap (DLT_EN10MB and its like).
+
+/// Whether frames of this link type can be read.
+bool isKnownLink(int linkType);
+
+/// The UDP datagram over IPv4 that a captured frame holds, without its time; nothing for any other
+/// frame, for a fragment, and for one that was captured in part.
+std::optional<HeardMessage> datagramInFrame(int linkType, std::string_view frame);
+
+/// Whether the frame is a fragment of a larger IPv4 packet.
+bool isFragment(int linkType, std::string_view frame);
+
+/// The IPv4 packet that carries the message: a frame of link type DLT_IPV4.
+std::string ipv4PacketOf(const HeardMessage& message);
 }  // namespace korvel

@@ -86,6 +86,17 @@ class Hearer {
 
 }  // namespace
 
+void declareListening(CommandOptions& options, ListenRequest& request) {
+  declareFilter(options, request.filter);
+  options.number("--port", "N", request.hearing.port, 1, 65535, "The stations' UDP port");
+  options.text("--listen", "ADDR", request.hearing.listen,
+               "A multicast group, a broadcast address, or this machine's address in one network");
+  options.flag("--capture", request.hearing.onlyCaptures,
+               "Capture the packets rather than share the port: also shows those to one station");
+  options.number("--count", "N", request.count, 1, "End after so many messages");
+  options.number("--for", "S", request.seconds, 0.001, 1e8, "End after so many seconds");
+}
+
 Result<std::uint64_t> listen(const ListenRequest& request, iHeardSink& sink) {
   auto filter = MessageFilter::of(request.filter);
   if (!filter) return filter.error();

@@ -17,6 +17,15 @@ struct ListenRequest {
   double seconds = 0;       ///< time after which it ends; 0 for never
 };
 
+/// Declares what monitor and record have in common: which messages, where, and until when.
+void declareListening(CommandOptions& options, ListenRequest& request);
+
+/// How both hear, for the end of their help.
+inline constexpr const char* kBesideStations =
+    "Shares the port with the stations of this machine and takes nothing from them: a datagram to\n"
+    "this machine alone goes to one program, a station where there is one, and is not heard here\n"
+    "without --capture. Where another program holds the port, packets are captured.\n";
+
 /// Takes what is heard. One thread.
 class iHeardSink {
  public:

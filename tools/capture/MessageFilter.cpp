@@ -6,6 +6,7 @@
 #include "host/base/Cookie.h"
 #include "station/base/NearestName.h"
 #include "station/base/Strings.h"
+#include "tools/locks/UserList.h"
 #include "tools/wire/MessageTypes.h"
 
 namespace korvel {
@@ -16,32 +17,39 @@ constexpr int kPermissionsChange = 5;
 
 Error refusal(const std::string& what) { return {ErrorCode::eUsage, what, {}}; }
 
-std::string upperCase(const std::string& text) {
-  auto wide = wideText(text);
-  Kv::toUpper(wide);
-  return utf8Text(wide);
-}
-
 }  // namespace
+
+void declareFilter(CommandOptions& options, FilterWords& filter) {
+  options.list("--type", "TYPE[,TYPE]", filter.types,
+               "Only these: numbers, or names like edit-saved");
+  options.list("--project", "COOKIE[,COOKIE]", filter.projects, "Only those of these projects");
+  options.list("--user", "USER[,USER]", filter.users, "Only those from, for or about these users");
+  options.list("--sender", "ADDR[,ADDR]", filter.senders,
+               "Only those of these: addresses, address:port, or networks like 10.0.0.0/8");
+}
 
 Result<MessageFilter> MessageFilter::of(const FilterWords& words) {
   MessageFilter filter;
   if (auto read = filter.readTypes(words.types); !read) return read.error();
   if (auto read = filter.readProjects(words.projects); !read) return read.error();
   if (auto read = filter.readSenders(words.senders); !read) return read.error();
-  for (const std::string& user : words.users) filter.users_.insert(upperCase(user));
+  for (const std::string& user : words.users) filter.users_.insert(upperCased(user));
   return filter;
 }
 
 bool MessageFilter::takes(const HeardMessage& message, const MessageFields& fields) {
   const bool isOfUsers = users_.empty() || isOfUser(message, fields);
-  return isOfUsers && (types_.empty() || types_.contains(fields.type)) &&
+  return isOfUsers && isOfType(fields) &&
          (projects_.empty() || projects_.contains(fields.project)) &&
          (senders_.empty() || isFrom(message));
 }
 
 Result<void> MessageFilter::readTypes(const std::vector<std::string>& words) {
   for (const std::string& word : words) {
+    if (word == kNotValid || word == kUnknownType) {
+      states_.insert(word);
+      continue;
+    }
     const auto type = messageTypeOf(word);
     if (!type) {
       const std::string near = nearestName(word, messageTypeNames());
@@ -88,11 +96,17 @@ Result<void> MessageFilter::readSenders(const std::vector<std::string>& words) {
   return {};
 }
 
+bool MessageFilter::isOfType(const MessageFields& fields) const {
+  if (types_.empty() && states_.empty()) return true;
+  return types_.contains(fields.type) || states_.contains(fields.typeName) ||
+         (!fields.valid && states_.contains(kNotValid));
+}
+
 bool MessageFilter::isOfUser(const HeardMessage& message, const MessageFields& fields) {
-  const bool isSource = users_.contains(upperCase(fields.source));
+  const bool isSource = users_.contains(upperCased(fields.source));
   if (isSource) known_.insert(senderText(message));
-  return isSource || users_.contains(upperCase(fields.target)) ||
-         (fields.type == kPermissionsChange && users_.contains(upperCase(fields.data))) ||
+  return isSource || users_.contains(upperCased(fields.target)) ||
+         (fields.type == kPermissionsChange && users_.contains(upperCased(fields.data))) ||
          known_.contains(senderText(message));
 }
 

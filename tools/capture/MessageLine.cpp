@@ -1,25 +1,20 @@
 #include "tools/capture/MessageLine.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <functional>
 #include <string_view>
 
 #include "station/base/Strings.h"
+#include "tools/capture/MessageFilter.h"
 #include "tools/wire/MessageReport.h"
 
 namespace korvel {
 
 namespace {
 
-constexpr const char* kPlain = "\033[0m";
-constexpr const char* kRed = "\033[31m";
-constexpr const char* kBold = "\033[1m";
 constexpr std::array kSenderColours{"\033[32m", "\033[33m", "\033[34m", "\033[35m", "\033[36m"};
 constexpr std::size_t kTimeWidth = 12;
 constexpr std::int64_t kNanosecondsASecond = 1'000'000'000;
@@ -59,14 +54,6 @@ std::string whyNotValid(const HeardMessage& message) {
 
 }  // namespace
 
-Colours coloursOfOutput() {
-  const char* const refused = std::getenv("NO_COLOR");
-  const char* const terminal = std::getenv("TERM");
-  const bool hasColours = terminal && std::string_view(terminal) != "dumb";
-  const bool isWanted = !refused || !*refused;
-  return isWanted && hasColours && isatty(STDOUT_FILENO) ? Colours::eTerminal : Colours::eNone;
-}
-
 std::string MessageLine::heading() {
   std::string time = "time";
   time.resize(kTimeWidth, ' ');
@@ -78,7 +65,7 @@ std::string MessageLine::of(const HeardMessage& message, const MessageFields& fi
   const std::string sender = senderText(message);
   const char* const colour =
       kSenderColours[std::hash<std::string>()(sender) % kSenderColours.size()];
-  const std::string type = fields.valid ? fields.typeName : "not valid";
+  const std::string type = fields.valid ? fields.typeName : kNotValid;
   const std::string line = timeOfDay(message.time) + "  " + column(sender, senderWidth_, colour) +
                            column(type, typeWidth_, fields.valid ? kBold : kRed) +
                            column(shownText(fields.project), projectWidth_, kPlain) +
@@ -91,8 +78,7 @@ std::string MessageLine::column(const std::string& text, std::size_t& width,
   const std::size_t letters = lettersOf(text);
   width = std::max(width, letters);
   const std::string gap(width - letters + 2, ' ');
-  if (colours_ == Colours::eNone || colour == kPlain) return text + gap;
-  return colour + text + kPlain + gap;
+  return coloured(text, colour, colours_) + gap;
 }
 
 std::string objectText(const MessageFields& fields) {

@@ -3,15 +3,10 @@
 #include <string>
 
 #include "station/wire/MessageFields.h"
+#include "tools/base/Tool.h"
 #include "tools/capture/HeardMessage.h"
 
 namespace korvel {
-
-/// Whether lines are coloured.
-enum class Colours { eNone, eTerminal };
-
-/// Colours where standard output is a terminal that has them and NO_COLOR is not set.
-Colours coloursOfOutput();
 
 /// Shows messages for people, one a line in columns that line up: time, sender, type, project,
 /// object. Nothing of a message reaches a terminal as a control character. One thread.

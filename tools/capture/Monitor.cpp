@@ -1,10 +1,18 @@
-#include "tools/capture/Monitor.h"
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
 #include <iostream>
+#include <memory>
+#include <optional>
 
+#include "station/net/HeardList.h"
+#include "station/os/SharedFiles.h"
+#include "tools/base/ShareTimeout.h"
+#include "tools/capture/Listening.h"
 #include "tools/capture/MessageLine.h"
+#include "tools/capture/NameBook.h"
+#include "tools/capture/SenderCounts.h"
 #include "tools/wire/MessageReport.h"
 
 namespace korvel {
@@ -16,6 +24,14 @@ using Clock = std::chrono::steady_clock;
 constexpr std::int64_t kNanosecondsASecond = 1'000'000'000;
 constexpr auto kBetweenCounts = std::chrono::seconds(10);
 constexpr auto kBetweenLosses = std::chrono::seconds(1);
+
+struct Request {
+  ListenRequest what;
+  std::string projects;     ///< the projects directory, for names; empty for cookies alone
+  std::string heardFolder;  ///< where the list of heard senders is kept; empty for nowhere
+  bool asJson = false;
+  bool onlyCounts = false;
+};
 
 /// A time as "2026-05-31T12:00:00.123456Z".
 std::string preciseTime(std::int64_t time) {
@@ -38,8 +54,10 @@ void addMembers(JsonValue& object, const JsonValue& more) {
 /// Writes what is heard to standard output.
 class MonitorOutput : public iHeardSink {
  public:
-  explicit MonitorOutput(const MonitorRequest& request)
-      : request_(request), counts_(wallClock(), request.heard), line_(coloursOfOutput()) {}
+  MonitorOutput(const Request& request, SenderCounts::Observer observer)
+      : request_(request), counts_(wallClock(), std::move(observer)), line_(coloursOfOutput()) {
+    if (!request.projects.empty()) names_.emplace(directoryOf(request.projects));
+  }
 
   Result<void> begin(const std::string& manner) override {
     std::cerr << "kv-share: hearing " << manner << "; Ctrl-C ends it" << std::endl;
@@ -53,7 +71,7 @@ class MonitorOutput : public iHeardSink {
     if (request_.asJson) {
       printJson(objectOf(message));
     } else {
-      std::cout << line_.of(message, fields) << '\n';
+      std::cout << line_.of(message, names_ ? names_->withNames(fields) : fields) << '\n';
     }
     return {};
   }
@@ -111,19 +129,42 @@ class MonitorOutput : public iHeardSink {
     printJson(event);
   }
 
-  const MonitorRequest& request_;
+  const Request& request_;
   SenderCounts counts_;
   MessageLine line_;
+  std::optional<NameBook> names_;
   MissedMessages missed_;
   std::uint64_t told_ = 0;
   Clock::time_point toldAt_;
   Clock::time_point countedAt_ = Clock::now();
 };
 
-}  // namespace
+/// Whether lists can be kept in a folder; a line says why not.
+ToolStatus checkHeardFolder(const std::string& folder) {
+  if (folder.empty()) return eToolDone;
+  return lookAtShare(folder, std::chrono::seconds(kShareSeconds), [&folder] {
+    const auto names = listFresh(folder);
+    return names ? eToolDone : toolProblem(eToolUsage, names.error().message);
+  });
+}
 
-ToolStatus monitor(const MonitorRequest& request) {
-  MonitorOutput output(request);
+/// Keeps a list of the senders that are heard, as stations do; no observer without a folder.
+SenderCounts::Observer heardListOf(const Request& request) {
+  if (request.heardFolder.empty()) return {};
+  char host[256] = {};
+  ::gethostname(host, sizeof host - 1);
+  HeardList::Keeper keeper{request.heardFolder, std::string("monitor at ") + host, host,
+                           request.what.hearing.port, 0};
+  const auto list = std::make_shared<HeardList>(std::move(keeper));
+  return [list](const HeardMessage& message, const SenderCount&) {
+    list->heard(message.sender, message.senderPort);
+  };
+}
+
+/// Shows messages as they come, and counts at the end.
+ToolStatus monitor(const Request& request) {
+  if (const auto status = checkHeardFolder(request.heardFolder); status != eToolDone) return status;
+  MonitorOutput output(request, heardListOf(request));
   const auto heard = listen(request.what, output);
   if (!heard) {
     const bool isUsage = heard.error().code == ErrorCode::eUsage;
@@ -131,6 +172,26 @@ ToolStatus monitor(const MonitorRequest& request) {
   }
   output.showCounts();
   return *heard < request.what.count ? eToolFinding : eToolDone;
+}
+
+void declare(CommandOptions& options, Request& request) {
+  options.flag("--json", request.asJson, "One JSON object a line");
+  options.flag("--stats", request.onlyCounts,
+               "Counts and rates alone, every ten seconds and at the end");
+  options.text("--share-heard", "DIR", request.heardFolder,
+               "Keep a list of the senders that are shown in DIR, for kv-share mesh");
+  options.text("--projects", "DIR", request.projects,
+               "Show the names that projects and objects have in this projects directory, too");
+  declareListening(options, request.what);
+  options.footer(
+      std::string(kBesideStations) +
+      "Exit status: 0; 1 when nothing can be heard, or fewer came than --count asks for.");
+}
+
+}  // namespace
+
+void addMonitorCommand(CommandLine& line) {
+  line.add<Request>({"monitor", "Show the messages on the network as they come", declare, monitor});
 }
 
 }  // namespace korvel

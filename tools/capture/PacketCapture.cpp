@@ -8,7 +8,7 @@
 
 #include "station/base/Strings.h"
 #include "tools/capture/CaptureSource.h"
-#include "tools/capture/UdpFrame.h"
+#include "tools/capture/HeardMessage.h"
 
 namespace korvel {
 
@@ -134,6 +134,18 @@ Result<std::unique_ptr<iCaptureSource>> capturePackets(const Hearing& hearing,
   if (!capture) return capture.error();
   return std::unique_ptr<iCaptureSource>(
       std::make_unique<PacketCapture>(std::move(*capture), hearing, queue));
+}
+
+Result<std::unique_ptr<iCaptureSource>> openEar(const Hearing& hearing, CaptureQueue& queue) {
+  if (hearing.onlyCaptures) return capturePackets(hearing, queue);
+  auto shared = sharePort(hearing, queue);
+  if (shared || shared.error().code != ErrorCode::eHeld) return shared;
+  auto captured = capturePackets(hearing, queue);
+  if (captured) return captured;
+  return Error{captured.error().code,
+               "port " + std::to_string(hearing.port) +
+                   " is held by a program that does not share it, and " + captured.error().message,
+               {}};
 }
 
 }  // namespace korvel

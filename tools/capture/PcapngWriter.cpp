@@ -1,12 +1,11 @@
 #include "tools/capture/PcapngWriter.h"
 
+#include <pcap/dlt.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <utility>
-
-#include "tools/capture/UdpFrame.h"
 
 namespace korvel {
 
@@ -63,7 +62,7 @@ std::string sectionHeader() {
 
 std::string interfaceDescription(const std::string& source) {
   return blockOf(kInterfaceDescription,
-                 bytesOf(static_cast<std::uint16_t>(eLinkIpv4)) + bytesOf(std::uint16_t{0}) +
+                 bytesOf(static_cast<std::uint16_t>(DLT_IPV4)) + bytesOf(std::uint16_t{0}) +
                      bytesOf(std::uint32_t{0}) + option(kInterfaceName, source) +
                      option(kTimeResolution, std::string(1, kNanoseconds)) + endOfOptions());
 }

@@ -8,7 +8,8 @@
 
 namespace korvel {
 
-/// Writes messages to a capture in pcapng, which network tools open.
+/// Writes messages to a capture in pcapng, which network tools open. It is our own, since libpcap
+/// reads pcapng but writes only pcap, which has no place for how many messages were missed.
 ///
 ///     section header | interface description | enhanced packet | enhanced packet | ...
 ///

@@ -1,5 +1,3 @@
-#include "tools/capture/Record.h"
-
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -12,6 +10,7 @@
 
 #include "station/base/Strings.h"
 #include "station/base/TextMember.h"
+#include "tools/capture/Listening.h"
 #include "tools/capture/PcapngWriter.h"
 #include "tools/capture/SenderCounts.h"
 
@@ -19,10 +18,17 @@ namespace korvel {
 
 namespace {
 
+struct Request {
+  ListenRequest what;
+  std::string file;  ///< "-" for standard output
+  bool replacesFile = false;
+  bool asJson = false;  ///< one object at the end, on standard output
+};
+
 Error usage(const std::string& what) { return {ErrorCode::eUsage, what, {}}; }
 
 /// What is wrong with the request itself; nothing where it makes sense.
-std::optional<Error> objectionTo(const RecordRequest& request) {
+std::optional<Error> objectionTo(const Request& request) {
   struct stat status {};
   if (request.file.empty()) return usage("name a file to record to");
   if (request.file == "-") {
@@ -40,7 +46,7 @@ bool isPipe(const std::string& file) {
 }
 
 /// A descriptor to write to.
-Result<int> openTarget(const RecordRequest& request) {
+Result<int> openTarget(const Request& request) {
   if (request.file == "-") {
     if (isatty(STDOUT_FILENO)) return usage("a capture is not for a terminal: name a file");
     return ::dup(STDOUT_FILENO);
@@ -59,7 +65,7 @@ Result<int> openTarget(const RecordRequest& request) {
 /// Writes what is heard to a capture.
 class Recording : public iHeardSink {
  public:
-  explicit Recording(const RecordRequest& request) : request_(request) {}
+  explicit Recording(const Request& request) : request_(request) {}
 
   /// Opens the file.
   Result<void> open() {
@@ -117,16 +123,15 @@ class Recording : public iHeardSink {
   [[nodiscard]] bool hasMissed() const { return missed_.total() > 0; }
 
  private:
-  const RecordRequest& request_;
+  const Request& request_;
   std::optional<PcapngWriter> writer_;
   MissedMessages missed_;
   std::uint64_t recorded_ = 0;
   std::uint64_t copies_ = 0;
 };
 
-}  // namespace
-
-ToolStatus record(const RecordRequest& request) {
+/// Records messages, copies over other networks included.
+ToolStatus record(const Request& request) {
   ::signal(SIGXFSZ, SIG_IGN);  // a limit of the file's size is told like a full disk
   if (const auto objection = objectionTo(request)) {
     return toolProblem(eToolUsage, objection->message);
@@ -153,6 +158,24 @@ ToolStatus record(const RecordRequest& request) {
   }
   const bool isWhole = problem.empty() && *heard >= request.what.count && !recording.hasMissed();
   return isWhole ? eToolDone : eToolFinding;
+}
+
+void declare(CommandOptions& options, Request& request) {
+  options.word("FILE", request.file, "The capture, pcapng; - for standard output");
+  options.flag("--force", request.replacesFile, "Replace a file that is there");
+  options.flag("--json", request.asJson, "What was recorded as one JSON object, at the end");
+  declareListening(options, request.what);
+  options.footer(
+      std::string(kBesideStations) +
+      "Exit status: 0; 1 when messages were missed, the disk is full, or fewer came than\n"
+      "--count asks for; what was recorded can be read in every case.");
+}
+
+}  // namespace
+
+void addRecordCommand(CommandLine& line) {
+  line.add<Request>(
+      {"record", "Record messages to a capture that network tools open", declare, record});
 }
 
 }  // namespace korvel

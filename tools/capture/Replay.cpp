@@ -1,5 +1,3 @@
-#include "tools/capture/Replay.h"
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -7,7 +5,9 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <limits>
 #include <mutex>
+#include <optional>
 
 #include "station/base/Strings.h"
 #include "station/base/TextMember.h"
@@ -16,6 +16,8 @@
 #include "station/net/SenderSocket.h"
 #include "station/os/Signals.h"
 #include "tools/capture/CaptureFile.h"
+#include "tools/capture/FaultInjector.h"
+#include "tools/capture/MessageFilter.h"
 #include "tools/capture/SenderCounts.h"
 
 namespace korvel {
@@ -28,6 +30,19 @@ constexpr int kStationsPort = 27015;
 constexpr double kNanosecondsASecond = 1e9;
 constexpr double kLongestWait = 1e17;  // nanoseconds, three years: a clock can hold it
 constexpr const char* kOwnNetwork = "127.255.255.255";
+
+struct Request {
+  std::string file;
+  double speed = 1;  ///< infinity for as fast as it goes
+  double from = 0;   ///< seconds after the capture's first message
+  double to = std::numeric_limits<double>::infinity();
+  std::vector<std::string> sendTo;
+  std::vector<std::string> onto;  ///< networks beyond this machine that are meant in earnest
+  std::optional<int> port;        ///< the one that each message was sent to, unless given
+  FilterWords filter;
+  WayFaults faults;
+  bool asJson = false;  ///< one object at the end rather than a line
+};
 
 /// A wait that the user's Ctrl-C ends.
 class Patience {
@@ -58,7 +73,7 @@ class Patience {
 /// Reads the messages that are meant of a capture, and notes what is left out.
 class MeantMessages {
  public:
-  MeantMessages(const ReplayRequest& request, CaptureFile& capture, MessageFilter& filter)
+  MeantMessages(const Request& request, CaptureFile& capture, MessageFilter& filter)
       : request_(request), capture_(capture), filter_(filter) {}
 
   std::optional<HeardMessage> next() {
@@ -92,7 +107,7 @@ class MeantMessages {
     return filter_.takes(message, readMessage(message.bytes));
   }
 
-  const ReplayRequest& request_;
+  const Request& request_;
   CaptureFile& capture_;
   MessageFilter& filter_;
   DuplicateFilter duplicates_;
@@ -102,7 +117,7 @@ class MeantMessages {
 };
 
 /// When a message leaves, in nanoseconds after the first.
-std::int64_t dueOf(const ReplayRequest& request, std::int64_t sinceFirst) {
+std::int64_t dueOf(const Request& request, std::int64_t sinceFirst) {
   const double due = static_cast<double>(std::max<std::int64_t>(sinceFirst, 0)) / request.speed;
   return static_cast<std::int64_t>(std::min(due, kLongestWait));
 }
@@ -110,8 +125,7 @@ std::int64_t dueOf(const ReplayRequest& request, std::int64_t sinceFirst) {
 /// Sends messages at their times.
 class Sending {
  public:
-  Sending(const ReplayRequest& request, const std::vector<Ipv4>& addresses,
-          std::atomic<bool>& isEnding)
+  Sending(const Request& request, const std::vector<Ipv4>& addresses, std::atomic<bool>& isEnding)
       : request_(request), addresses_(addresses), patience_(isEnding) {}
 
   /// Sends all messages that go this way, until the user ends it.
@@ -160,7 +174,7 @@ class Sending {
                                   std::strerror(problem) + ")");
   }
 
-  const ReplayRequest& request_;
+  const Request& request_;
   const std::vector<Ipv4>& addresses_;
   Patience patience_;
   Interfaces interfaces_;
@@ -174,7 +188,7 @@ class Sending {
 
 /// The addresses to send to; the failure is for the user. What is not this machine's own network
 /// must stand behind --onto.
-Result<std::vector<Ipv4>> targetsOf(const ReplayRequest& request) {
+Result<std::vector<Ipv4>> targetsOf(const Request& request) {
   std::vector<Ipv4> addresses;
   std::vector<std::string> words = request.sendTo;
   words.insert(words.end(), request.onto.begin(), request.onto.end());
@@ -208,7 +222,7 @@ std::string textOfAll(const std::vector<Ipv4>& addresses) {
 }
 
 /// The same as one object.
-JsonValue reportOf(const ReplayRequest& request, const Sending& sending, const FaultInjector& way,
+JsonValue reportOf(const Request& request, const Sending& sending, const FaultInjector& way,
                    const MeantMessages& messages, const std::vector<Ipv4>& addresses) {
   JsonValue to = JsonValue::array();
   for (const Ipv4 address : addresses) to.append(textOf(address));
@@ -242,7 +256,7 @@ std::string summaryOf(const Sending& sending, const FaultInjector& way,
 }
 
 /// What a capture is told to be that held nothing to send.
-std::string nothingIn(const ReplayRequest& request, const CaptureFile& capture,
+std::string nothingIn(const Request& request, const CaptureFile& capture,
                       const MeantMessages& messages) {
   const std::string file = shownText(request.file);
   if (messages.found() > 0) {
@@ -253,7 +267,7 @@ std::string nothingIn(const ReplayRequest& request, const CaptureFile& capture,
 }
 
 /// What was wrong with the capture, for the user.
-std::vector<std::string> problemsOf(const ReplayRequest& request, const CaptureFile& capture,
+std::vector<std::string> problemsOf(const Request& request, const CaptureFile& capture,
                                     const MeantMessages& messages, const Sending& sending) {
   std::vector<std::string> problems;
   if (!capture.problem().empty()) problems.push_back(capture.problem());
@@ -265,7 +279,7 @@ std::vector<std::string> problemsOf(const ReplayRequest& request, const CaptureF
   return problems;
 }
 
-ToolStatus replayAll(const ReplayRequest& request, CaptureFile& capture, MessageFilter& filter,
+ToolStatus replayAll(const Request& request, CaptureFile& capture, MessageFilter& filter,
                      const std::vector<Ipv4>& addresses, std::atomic<bool>& isEnding) {
   MeantMessages messages(request, capture, filter);
   Sending sending(request, addresses, isEnding);
@@ -286,9 +300,8 @@ ToolStatus replayAll(const ReplayRequest& request, CaptureFile& capture, Message
   return isWhole ? eToolDone : eToolFinding;
 }
 
-}  // namespace
-
-ToolStatus replay(const ReplayRequest& request) {
+/// Sends the messages of a capture again, at the pace at which they were heard.
+ToolStatus replay(const Request& request) {
   if (request.from > request.to) {
     return toolProblem(eToolUsage, "--from is behind --to: nothing lies between them");
   }
@@ -300,6 +313,56 @@ ToolStatus replay(const ReplayRequest& request) {
   auto capture = CaptureFile::open(request.file, isEnding);
   if (!capture) return toolProblem(eToolUsage, capture.error().message);
   return replayAll(request, *capture, *filter, *addresses, isEnding);
+}
+
+/// "max" for as fast as it goes, or how many times as fast as it was; else what is wrong.
+std::string readSpeed(const std::string& word, double& speed) {
+  char* end = nullptr;
+  speed = std::strtod(word.c_str(), &end);
+  if (word == "max") speed = std::numeric_limits<double>::infinity();
+  const bool isSpeed = word == "max" || (*end == '\0' && speed > 0);
+  return isSpeed ? "" : "must be a number above 0, or max";
+}
+
+void declareFaults(CommandOptions& options, WayFaults& faults) {
+  options.number("--loss", "P", faults.loss, 0, 1, "Lose each message with this chance, 0 to 1");
+  options.number("--duplicate", "P", faults.duplicate, 0, 1, "Send it twice with this chance");
+  options.number("--reorder", "P", faults.reorder, 0, 1,
+                 "Send it behind the next one with this chance");
+  options.number("--delay", "MS", faults.delay, 0, 3'600'000,
+                 "Send it up to MS milliseconds later");
+  options.number("--seed", "N", faults.seed, 0, "The same number gives the same faults");
+}
+
+void declare(CommandOptions& options, Request& request) {
+  constexpr double kLatest = std::numeric_limits<double>::max();
+  options.word("FILE", request.file, "The capture, pcapng or pcap; - for standard input");
+  options.value(
+      "--speed", "X",
+      [&request](const std::string& word) { return readSpeed(word, request.speed); },
+      "So many times as fast as it was recorded; max for as fast as it goes");
+  options.number("--from", "S", request.from, 0, kLatest,
+                 "Begin S seconds after its first message");
+  options.number("--to", "S", request.to, 0, kLatest, "End S seconds after its first message");
+  declareFilter(options, request.filter);
+  options.number("--port", "N", request.port, 1, 65535,
+                 "The port to send to; as captured by default");
+  options.list("--send-to", "ADDR[,ADDR]", request.sendTo,
+               "Addresses of this machine's own network; 127.255.255.255 by default");
+  options.list("--onto", "ADDR[,ADDR]", request.onto,
+               "Addresses beyond this machine, in earnest: stations there take the messages for "
+               "true");
+  declareFaults(options, request.faults);
+  options.flag("--json", request.asJson, "What was sent as one JSON object, at the end");
+  options.footer(
+      "Exit status: 0; 1 when the capture is cut, holds no messages or some could not be sent;\n"
+      "2 when it cannot be read.");
+}
+
+}  // namespace
+
+void addReplayCommand(CommandLine& line) {
+  line.add<Request>({"replay", "Send the messages of a capture again", declare, replay});
 }
 
 }  // namespace korvel

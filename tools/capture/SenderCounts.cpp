@@ -5,6 +5,7 @@
 
 #include "station/base/Rendering.h"
 #include "station/base/TextMember.h"
+#include "tools/capture/MessageFilter.h"
 
 namespace korvel {
 
@@ -56,7 +57,7 @@ void SenderCounts::count(const HeardMessage& message, const MessageFields& field
   sender.last = message.time;
   if (!fields.valid) ++sender.notValid;
   if (!fields.source.empty()) sender.user = fields.source;
-  ++sender.types[fields.valid ? fields.typeName : "not valid"];
+  ++sender.types[fields.valid ? fields.typeName : kNotValid];
   if (observer_) observer_(message, sender);
 }
 
@@ -114,12 +115,6 @@ std::string missedText(const MissedMessages& missed) {
             " missed: what takes the output is too slow";
   }
   return text;
-}
-
-std::string countText(std::uint64_t count, const std::string& noun) {
-  std::string plural = noun + "s";
-  if (noun.ends_with('y')) plural = noun.substr(0, noun.size() - 1) + "ies";
-  return std::to_string(count) + " " + (count == 1 ? noun : plural);
 }
 
 }  // namespace korvel

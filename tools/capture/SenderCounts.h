@@ -7,6 +7,7 @@
 
 #include "station/base/Json.h"
 #include "station/wire/MessageFields.h"
+#include "tools/base/Tool.h"
 #include "tools/capture/CaptureQueue.h"
 #include "tools/capture/HeardMessage.h"
 
@@ -54,8 +55,5 @@ class SenderCounts {
 
 /// "3 messages missed: ..." with the reason; empty when none were.
 std::string missedText(const MissedMessages& missed);
-
-/// A count with its noun: "1 message", "2 messages".
-std::string countText(std::uint64_t count, const std::string& noun);
 
 }  // namespace korvel

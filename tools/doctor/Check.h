@@ -2,11 +2,15 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "tools/base/Finding.h"
+#include "station/base/StationSettings.h"
+#include "tools/base/MountInfo.h"
+#include "tools/doctor/LockTrial.h"
+#include "tools/locks/UserList.h"
 
 namespace korvel {
 
@@ -34,5 +38,67 @@ Findings runLimited(const Check& check);
 /// Runs checks one after another and hands each finding to `take` as it comes. After the share hung
 /// or a gate failed, what touches the share is left out.
 void runChecks(std::span<const Check> checks, const std::function<void(const Finding&)>& take);
+
+/// What the checks look at: a station as it would be started here, and where the machine tells of
+/// itself.
+struct DoctorFacts {
+  StationSettings station;
+  int port = 27015;
+  std::string mountInfo = "/proc/self/mountinfo";
+  std::string largestBuffer = "/proc/sys/net/core/rmem_max";
+  ExclusiveOpen open = openAsStationsDo;
+};
+
+// The checks, in the order in which they run. The facts must outlive them.
+
+/// What a projects directory needs, tried as stations use it; the facts must outlive the checks.
+std::vector<Check> shareChecks(const DoctorFacts& facts);
+
+/// How much free space is little, and how much is none. Bytes; `files` are those that can still be
+/// made, of `allFiles` (0 where the file system does not count them).
+Findings judgeSpace(unsigned long long freeBytes, unsigned long long files,
+                    unsigned long long allFiles);
+
+/// The folder's group and its bits, by its mode.
+Findings judgeGroup(unsigned mode, const std::string& path);
+
+/// How far the machine's clock is before (positive) or behind the share's, in seconds.
+Findings judgeClock(double seconds);
+
+/// The mount that holds a folder, by the facts' mountinfo; nothing where it cannot be read.
+std::optional<Mount> mountOfFolder(const DoctorFacts& facts);
+
+/// What stations' datagrams need of this machine; the facts must outlive the checks. Sends a few
+/// datagrams that no station takes for a message.
+std::vector<Check> networkChecks(const DoctorFacts& facts);
+
+/// What `nft -j list ruleset` wrote (or its complaint) and, where the older packet filter is in
+/// use, `iptables-legacy-save`, for a port.
+Findings judgeFirewall(const std::string& ruleset, const std::string& legacy, int port);
+
+/// The system's limit of a socket's buffer, in bytes.
+Findings judgeBuffer(long largest);
+
+/// A datagram of a trial: stations drop it, since it is no message.
+std::string trialDatagram(const std::string& trial);
+
+/// The names that a station here would have, by which others know it; the facts must outlive the
+/// checks.
+std::vector<Check> stationChecks(const DoctorFacts& facts);
+
+/// A user's or host's name (`what`).
+Findings judgeName(const std::string& what, const std::string& name);
+
+/// Whether messages to the user alone arrive: others choose recipients from userlist.dat and
+/// address a station by its host's name in capitals, and only ASCII survives the list.
+Findings judgeUser(const std::string& user, const std::string& host, const UserList& list);
+
+/// The lines of userlist.dat that are names of no station.
+Findings judgeUserList(const UserList& list);
+
+/// Whether another station has the user's name: by the age of the name's marker in seconds
+/// (negative where there is none) and whether a station runs on this machine.
+enum class StationHere { eRuns, eNone };
+Findings judgeMarker(const std::string& user, long age, StationHere here);
 
 }  // namespace korvel

@@ -1,15 +1,11 @@
-#include <CLI/CLI.hpp>
 #include <iostream>
-#include <memory>
 #include <optional>
 
 #include "station/base/TextMember.h"
-#include "tools/base/StationOptions.h"
-#include "tools/base/Tool.h"
-#include "tools/doctor/NetworkChecks.h"
+#include "tools/base/CommandLine.h"
+#include "tools/base/ToolHost.h"
+#include "tools/doctor/Check.h"
 #include "tools/doctor/PeerTest.h"
-#include "tools/doctor/ShareChecks.h"
-#include "tools/doctor/StationChecks.h"
 
 namespace korvel {
 
@@ -17,8 +13,23 @@ namespace {
 
 constexpr const char* kPortKey = "shared_projects_udp_port";
 
+/// An option of kv-station, as it was given.
+struct StationOption {
+  const char* name;
+  const char* value;
+  const char* help;
+  std::optional<std::string> given;
+};
+
 struct Request {
-  std::vector<std::string> station;  ///< kv-station's options, as they were given
+  std::string directory;
+  std::vector<StationOption> station{
+      {"--user", "NAME", "The station's user name; as kv-station has it by default", {}},
+      {"--host", "NAME", "The station's host name; as kv-station has it by default", {}},
+      {"--port", "N", "The stations' UDP port; 27015 by default", {}},
+      {"--send-to", "ADDR[,ADDR]", "IPv4 addresses; all networks by default", {}},
+      {"--listen", "ADDR", "The address that the station listens at; all by default", {}},
+      {"--config", "FILE", "The station's configuration file, as for kv-station", {}}};
   std::string other;                 ///< the host to meet
   std::optional<int> secondsToWait;  ///< for another machine
   bool asJson = false;
@@ -39,10 +50,11 @@ class DoctorReport {
 
   void take(const Finding& finding) {
     worst_ = std::max(worst_, finding.verdict);
+    counts_.add(finding);
     if (asJson_) {
       checks_.append(objectOf(finding));
     } else {
-      std::cout << linesOf(finding) << std::endl;
+      std::cout << linesOf(finding, colours_) << std::endl;
     }
   }
 
@@ -52,18 +64,49 @@ class DoctorReport {
       all.set("verdict", verdictName(worst_));
       all.set("checks", std::move(checks_));
       printJson(all);
+    } else {
+      std::cout << counts_.text() << std::endl;
     }
     return worst_ == Verdict::eFail ? eToolFinding : eToolDone;
   }
 
  private:
   bool asJson_;
+  Colours colours_ = coloursOfOutput();
   Verdict worst_ = Verdict::ePass;
+  FindingCounts counts_;
   JsonValue checks_ = JsonValue::array();
 };
 
+/// The command line of the station that is looked at.
+std::vector<std::string> wordsOf(const Request& request) {
+  std::vector<std::string> words{"--projects", request.directory};
+  for (const StationOption& option : request.station) {
+    if (option.given) words.insert(words.end(), {option.name, *option.given});
+  }
+  return words;
+}
+
+void declare(CommandOptions& options, Request& request) {
+  options.word("DIR", request.directory, "The projects directory");
+  for (StationOption& option : request.station) {
+    options.text(option.name, option.value, option.given, option.help);
+  }
+  options.text("--with", "HOST", request.other,
+               "A second machine, which runs this at the same time: proves locks and datagrams "
+               "between the two");
+  options.number("--wait", "S", request.secondsToWait, 0, 3600,
+                 "Seconds to wait for another machine; 60 with --with or on a network file system, "
+                 "else 0");
+  options.flag("--json", request.asJson, "One JSON object at the end");
+  options.footer(
+      "Each line is pass, warn or fail; a fix follows those that did not pass. The last line\n"
+      "counts them.\n"
+      "Exit status: 0; 1 when a check failed.");
+}
+
 ToolStatus examine(const Request& request) {
-  const auto station = stationOptions(request.station);
+  const auto station = stationOptions(wordsOf(request));
   if (!station) return toolProblem(eToolUsage, station.error().message);
   const DoctorFacts facts = factsOf(*station);
   DoctorReport report(request);
@@ -81,47 +124,9 @@ ToolStatus examine(const Request& request) {
 
 }  // namespace
 
-void addDoctorCommand(CLI::App& tool, ToolStatus& status) {
-  auto* const command =
-      tool.add_subcommand("doctor", "Check the share, the network and the station's names");
-  const auto request = std::make_shared<Request>();
-  const auto station = [&](const std::string& option, const char* name, const char* value,
-                           const char* help) {
-    command
-        ->add_option_function<std::string>(
-            option,
-            [request, name](const std::string& given) {
-              request->station.insert(request->station.end(), {name, given});
-            },
-            help)
-        ->type_name(value)
-        ->allow_extra_args(false);
-  };
-  station("DIR", "--projects", "", "The projects directory");
-  command->get_option("DIR")->required();
-  station("--user", "--user", "NAME", "The station's user name; as kv-station has it by default");
-  station("--host", "--host", "NAME", "The station's host name; as kv-station has it by default");
-  station("--port", "--port", "N", "The stations' UDP port; 27015 by default");
-  station("--send-to", "--send-to", "ADDR[,ADDR]", "IPv4 addresses; all networks by default");
-  station("--listen", "--listen", "ADDR",
-          "The address that the station listens at; all by default");
-  station("--config", "--config", "FILE", "The station's configuration file, as for kv-station");
-  command
-      ->add_option("--with", request->other,
-                   "A second machine, which runs this at the same time: proves locks and datagrams "
-                   "between the two")
-      ->type_name("HOST");
-  command
-      ->add_option("--wait", request->secondsToWait,
-                   "Seconds to wait for another machine; 60 with --with or on a network file "
-                   "system, else 0")
-      ->type_name("S")
-      ->check(CLI::Range(0, 3600));
-  command->add_flag("--json", request->asJson, "One JSON object at the end");
-  command->footer(
-      "Each line is pass, warn or fail; a fix follows those that did not pass.\n"
-      "Exit status: 0; 1 when a check failed.");
-  command->callback([=, &status] { status = examine(*request); });
+void addDoctorCommand(CommandLine& line) {
+  line.add<Request>(
+      {"doctor", "Check the share, the network and the station's names", declare, examine});
 }
 
 }  // namespace korvel

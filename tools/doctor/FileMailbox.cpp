@@ -41,7 +41,7 @@ std::optional<JsonValue> FileMailbox::await(const std::string& id, const std::st
     if (Clock::now() >= deadline) return std::nullopt;
     ::usleep(kPauseMicroseconds);
   }
-  const auto bytes = readFresh(folder_.file(id, step));
+  const auto bytes = readFresh(folder_.file(id, step), kLargestList);
   if (!bytes) return std::nullopt;
   auto letter = parseJson(*bytes);
   if (!letter) return std::nullopt;

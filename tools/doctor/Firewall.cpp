@@ -1,9 +1,9 @@
 #include "tools/doctor/Firewall.h"
 
+#include <map>
 #include <optional>
+#include <utility>
 #include <vector>
-
-#include "tools/doctor/LegacyRules.h"
 
 namespace korvel {
 
@@ -68,6 +68,7 @@ class Evaluation {
       if (!isOnWay(chain)) continue;
       base_ = &chain;
       mayAccept_ = mayDrop_ = false;
+      walked_.clear();
       const End end = walk(chain, 0);
       const bool isDropped =
           end == End::eDropped || (end == End::eFell && chain["policy"].asString() == "drop");
@@ -82,6 +83,12 @@ class Evaluation {
   enum class End { eFell, eAccepted, eDropped, eReturned };
 
   static constexpr int kDeepest = 16;
+
+  struct Walk {
+    End end = End::eFell;
+    bool mayAccept = false;
+    bool mayDrop = false;
+  };
 
   [[nodiscard]] bool isOnWay(const JsonValue& chain) const {
     const std::string& family = chain["family"].asString();
@@ -129,8 +136,26 @@ class Evaluation {
 
   End walk(const JsonValue& chain, int depth) { return walk(chain["name"].asString(), depth); }
 
+  /// What becomes of the datagram in a chain; worked out once, since chains that jump to each other
+  /// in many ways would take time without end.
   End walk(const std::string& name, int depth) {
     if (depth > kDeepest) return End::eFell;
+    const auto [known, isNew] = walked_.try_emplace(name);
+    if (isNew) {
+      const bool couldAccept = std::exchange(mayAccept_, false);
+      const bool couldDrop = std::exchange(mayDrop_, false);
+      const End end = walkRules(name, depth);
+      walked_[name] = {end, mayAccept_, mayDrop_};
+      mayAccept_ = mayAccept_ || couldAccept;
+      mayDrop_ = mayDrop_ || couldDrop;
+      return end;
+    }
+    mayAccept_ = mayAccept_ || known->second.mayAccept;
+    mayDrop_ = mayDrop_ || known->second.mayDrop;
+    return known->second.end;
+  }
+
+  End walkRules(const std::string& name, int depth) {
     for (const JsonValue& item : items_) {
       const JsonValue& rule = item["rule"];
       if (!rule.isObject() || !isIn(rule, *base_, name)) continue;
@@ -226,6 +251,7 @@ class Evaluation {
   const JsonValue* base_ = nullptr;
   bool mayAccept_ = false;
   bool mayDrop_ = false;
+  std::map<std::string, Walk> walked_;  ///< by the chain's name, for the base chain at hand
   FirewallRuling ruling_;
 };
 

@@ -5,8 +5,8 @@
 #include "station/net/DatagramReader.h"
 #include "station/net/ListenerSocket.h"
 #include "station/net/SenderSocket.h"
-#include "tools/doctor/NetworkChecks.h"
-#include "tools/doctor/PeerTestTrials.h"
+#include "tools/doctor/Check.h"
+#include "tools/doctor/PeerTest.h"
 
 namespace korvel {
 

@@ -1,4 +1,4 @@
-#include "tools/doctor/LegacyRules.h"
+#include "tools/doctor/Firewall.h"
 
 #include <algorithm>
 #include <cctype>

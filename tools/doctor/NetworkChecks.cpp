@@ -1,11 +1,11 @@
-#include "tools/doctor/NetworkChecks.h"
+#include "tools/doctor/Check.h"
 
 #include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <array>
 #include <cstring>
 
 #include "station/base/Strings.h"
@@ -13,9 +13,9 @@
 #include "station/net/ListenerSocket.h"
 #include "station/net/SenderSocket.h"
 #include "station/os/SharedFiles.h"
+#include "tools/base/ChildProcess.h"
+#include "tools/base/Processes.h"
 #include "tools/doctor/Firewall.h"
-#include "tools/doctor/LegacyRules.h"
-#include "tools/doctor/PortUsers.h"
 #include "tools/doctor/ProbeFolder.h"
 
 namespace korvel {
@@ -26,13 +26,14 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto kLimit = std::chrono::seconds(10);
 constexpr auto kTimeToReturn = std::chrono::seconds(2);
+constexpr auto kTimeToList = std::chrono::seconds(8);
 
-/// The firewall's rules in JSON, or what the program for them complains of. An ordinary user's
-/// PATH often lacks the folder that it is in.
-constexpr const char* kListRules = "PATH=\"$PATH:/usr/sbin:/sbin\" nft -j list ruleset 2>&1";
+/// Where the programs for firewalls are. They are run by their whole path and without a shell, so
+/// that no PATH of this user's decides what runs, which may be as root.
+constexpr std::array kProgramFolders{"/usr/sbin/", "/sbin/", "/usr/bin/", "/bin/"};
+constexpr std::size_t kLargestRuleset = std::size_t{16} << 20;
 
-/// The same of the older packet filter, and the file that names its tables while it is in use.
-constexpr const char* kListLegacyRules = "PATH=\"$PATH:/usr/sbin:/sbin\" iptables-legacy-save 2>&1";
+/// The file that names the tables of the older packet filter while it is in use.
 constexpr const char* kLegacyTables = "/proc/net/ip_tables_names";
 
 std::vector<Ipv4> addressesOf(const DoctorFacts& facts) {
@@ -146,21 +147,34 @@ Findings lookBuffer(const DoctorFacts& facts) {
                "see that net.core.rmem_max is 8388608 or more (sysctl net.core.rmem_max)")};
 }
 
-std::string outputOf(const char* command) {
-  std::FILE* const output = ::popen(command, "r");
-  std::string text;
-  if (output) {
-    readAll(::fileno(output), text);
-    ::pclose(output);
+/// What a program of the system writes to standard output and standard error, up to a limit; a
+/// sentence where it is not installed.
+std::string outputOf(const std::string& program, std::vector<const char*> words) {
+  for (const char* const folder : kProgramFolders) {
+    const std::string path = folder + program;
+    if (::access(path.c_str(), X_OK) != 0) continue;
+    words.insert(words.begin(), path.c_str());
+    words.push_back(nullptr);
+    ChildProcess child([&](int pipe) {
+      ::dup2(pipe, STDOUT_FILENO);
+      ::dup2(pipe, STDERR_FILENO);
+      ::execv(path.c_str(), const_cast<char* const*>(words.data()));
+    });
+    std::string text;
+    const auto deadline = Clock::now() + kTimeToList;
+    while (text.size() < kLargestRuleset &&
+           child.read(deadline, text) == ChildProcess::Reading::eGot) {
+    }
+    return text;
   }
-  return text;
+  return program + " is not installed\n";
 }
 
 Findings lookFirewall(const DoctorFacts& facts) {
   const auto tables = readFresh(kLegacyTables);
   const bool isLegacyThere = tables ? !tables->empty() : existsFresh(kLegacyTables);
-  return judgeFirewall(outputOf(kListRules), isLegacyThere ? outputOf(kListLegacyRules) : "",
-                       facts.port);
+  return judgeFirewall(outputOf("nft", {"-j", "list", "ruleset"}),
+                       isLegacyThere ? outputOf("iptables-legacy-save", {}) : "", facts.port);
 }
 
 bool comesBack(const ListenerSocket& listener, const std::string& bytes) {

@@ -1,4 +1,4 @@
-#include "tools/doctor/PeerTestTrials.h"
+#include "tools/doctor/PeerTest.h"
 
 namespace korvel {
 

@@ -8,8 +8,7 @@
 
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
-#include "tools/doctor/PeerTestTrials.h"
-#include "tools/doctor/ShareChecks.h"
+#include "tools/doctor/Check.h"
 
 namespace korvel {
 

@@ -1,4 +1,4 @@
-#include "tools/doctor/ShareChecks.h"
+#include "tools/doctor/Check.h"
 
 #include <sys/stat.h>
 #include <sys/statvfs.h>

@@ -1,15 +1,14 @@
-#include "tools/doctor/StationChecks.h"
+#include "tools/doctor/Check.h"
 
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <ctime>
-#include <filesystem>
-#include <fstream>
 
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ObjectNames.h"
+#include "tools/base/Processes.h"
 
 namespace korvel {
 
@@ -23,17 +22,6 @@ bool hasControls(const std::string& name) {
                      [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; });
 }
 
-StationHere stationHere() {
-  std::error_code problem;
-  for (std::filesystem::directory_iterator each("/proc", problem), end; !problem && each != end;
-       each.increment(problem)) {
-    std::ifstream file(each->path() / "comm");
-    std::string name;
-    if (std::getline(file, name) && name == "kv-station") return StationHere::eRuns;
-  }
-  return StationHere::eNone;
-}
-
 Findings lookMarker(const DoctorFacts& facts) {
   const std::string& user = facts.station.user;
   const std::string marker = facts.station.projectsDirectory + "/" + user + ".cli";
@@ -42,7 +30,23 @@ Findings lookMarker(const DoctorFacts& facts) {
       !user.empty() && existsFresh(marker) && ::lstat(marker.c_str(), &status) == 0;
   const long age =
       isThere ? std::max(0L, static_cast<long>(std::time(nullptr) - status.st_mtime)) : -1;
-  return judgeMarker(user, age, stationHere());
+  return judgeMarker(user, age, isStationRunning() ? StationHere::eRuns : StationHere::eNone);
+}
+
+/// The user list; without names where there is none.
+UserList userListOf(const DoctorFacts& facts) {
+  const auto bytes = readFresh(facts.station.projectsDirectory + "/userlist.dat", kLargestList);
+  return bytes ? readUserList(*bytes) : UserList();
+}
+
+Findings lookUserList(const DoctorFacts& facts) {
+  const auto bytes = readFresh(facts.station.projectsDirectory + "/userlist.dat", kLargestList);
+  if (bytes) return judgeUserList(readUserList(*bytes));
+  if (bytes.error().code == ErrorCode::eNotFound) {
+    return {warn("there is no userlist.dat: stations offer nobody to write to",
+                 "make the file in the projects directory, one user name a line")};
+  }
+  return {fail(bytes.error().message, "make it a plain file of one user name a line")};
 }
 
 }  // namespace
@@ -79,14 +83,62 @@ Findings judgeMarker(const std::string& user, long age, StationHere here) {
                    user + ".cli")};
 }
 
+Findings judgeUser(const std::string& user, const std::string& host, const UserList& list) {
+  const std::string shown = "the user name " + inQuotes(user);
+  const std::string address = upperCased(host);
+  const std::string fix =
+      "start the station with --user and --host alike, in capitals: letters of "
+      "ASCII, digits and \"-\"";
+  for (const char* const reserved : {"<ALL>", "RENDER", "<NOBODY>"}) {
+    if (upperCased(user) != reserved && address != reserved) continue;
+    return {fail(std::string("the name ") + reserved +
+                     " has a meaning of its own: a station of that name gets no messages of its "
+                     "own, and may not change what it owns",
+                 "choose another with --user and --host")};
+  }
+  if (std::ranges::any_of(user, [](unsigned char byte) { return byte >= 0x80; })) {
+    return {
+        warn(shown + " holds letters beyond ASCII: no message to this user alone arrives", fix)};
+  }
+  if (user != address) {
+    return {warn(shown + " is not the host's name in capitals, " + inQuotes(address) +
+                     ", by which others address this station: no message to this user alone "
+                     "arrives",
+                 fix)};
+  }
+  if (!list.holds(user)) {
+    return {warn(shown + " is not in userlist.dat: others cannot choose it as a recipient",
+                 "add it as a line of its own to userlist.dat in the projects directory, or type "
+                 "user add " +
+                     user + " on the other stations")};
+  }
+  return {pass("messages to " + inQuotes(user) + " alone arrive")};
+}
+
+Findings judgeUserList(const UserList& list) {
+  Findings findings;
+  for (const std::string& problem : list.problems) {
+    findings.push_back(warn(problem + ": no station has that name",
+                            "write one name a line, in ASCII and without blanks at its ends"));
+  }
+  if (!findings.empty()) return findings;
+  return {pass("userlist.dat names " + countText(list.users.size(), "user"))};
+}
+
 std::vector<Check> stationChecks(const DoctorFacts& facts) {
   const StationSettings& station = facts.station;
-  return {{"station", "user name", Touches::eMachine, Role::eOrdinary, kLimit,
-           [&station] { return judgeName("user name", station.user); }},
-          {"station", "host name", Touches::eMachine, Role::eOrdinary, kLimit,
-           [&station] { return judgeName("host name", station.host); }},
-          {"station", "marker", Touches::eShare, Role::eOrdinary, kLimit,
-           [&facts] { return lookMarker(facts); }}};
+  const auto check = [](const char* name, Touches touches, std::function<Findings()> look) {
+    return Check{"station", name, touches, Role::eOrdinary, kLimit, std::move(look)};
+  };
+  return {check("user name", Touches::eMachine,
+                [&station] { return judgeName("user name", station.user); }),
+          check("host name", Touches::eMachine,
+                [&station] { return judgeName("host name", station.host); }),
+          check("marker", Touches::eShare, [&facts] { return lookMarker(facts); }),
+          check("user list", Touches::eShare, [&facts] { return lookUserList(facts); }),
+          check("address", Touches::eShare, [&facts] {
+            return judgeUser(facts.station.user, facts.station.host, userListOf(facts));
+          })};
 }
 
 }  // namespace korvel

@@ -1,11 +1,10 @@
-#include <CLI/CLI.hpp>
 #include <iostream>
-#include <memory>
+#include <optional>
+#include <sstream>
 
 #include "station/base/Strings.h"
 #include "station/base/TextMember.h"
 #include "tools/base/ShareTimeout.h"
-#include "tools/base/StationOptions.h"
 #include "tools/base/Tool.h"
 #include "tools/base/ToolHost.h"
 #include "tools/explain/Explanation.h"
@@ -14,11 +13,8 @@ namespace korvel {
 
 namespace {
 
-struct Request {
-  std::string path;
-  std::vector<std::string> station;
-  bool asJson = false;
-  int timeLimit = kShareSeconds;
+struct Request : ShareRequest {
+  std::optional<std::string> host;  ///< of the station that is refused
 };
 
 const char* kindOf(const Subject& subject) {
@@ -40,15 +36,25 @@ JsonValue objectOf(const Subject& subject, const Explanation& explanation) {
   return object;
 }
 
+/// A refusal of several lines, each without control characters.
+ToolStatus refuse(const std::string& message) {
+  std::istringstream lines(message);
+  std::string line;
+  std::getline(lines, line);
+  toolProblem(eToolUsage, line);
+  while (std::getline(lines, line)) std::cerr << shownText(line) << '\n';
+  return eToolUsage;
+}
+
 ToolStatus explainPath(const Request& request) {
   const std::string path = directoryOf(request.path);
-  std::vector<std::string> words = request.station;
-  words.insert(words.end(), {"--projects", projectsDirectoryOf(path)});
+  std::vector<std::string> words{"--projects", projectsDirectoryOf(path)};
+  if (request.host) words.insert(words.end(), {"--host", *request.host});
   const auto options = stationOptions(words);
   if (!options) return toolProblem(eToolUsage, options.error().message);
   const ToolHost host(options->projectsDirectory);
   const auto subject = subjectAt(path);
-  if (!subject) return toolProblem(eToolUsage, subject.error().message);
+  if (!subject) return refuse(subject.error().message);
   const Explanation explanation = explain(*subject, options->host);
   if (request.asJson) {
     printJson(objectOf(*subject, explanation));
@@ -60,31 +66,22 @@ ToolStatus explainPath(const Request& request) {
 
 }  // namespace
 
-void addExplainCommand(CLI::App& tool, ToolStatus& status) {
-  auto* const command = tool.add_subcommand(
-      "explain", "Say why a project, room or edit cannot be taken or changed, and what to do");
-  const auto request = std::make_shared<Request>();
-  command
-      ->add_option(
-          "PATH", request->path,
-          "A project's folder, a lock file, a room's or edit's file, or one made of names: "
-          "DIR/Feature/Sound")
-      ->required();
-  command
-      ->add_option_function<std::string>(
-          "--host",
-          [request](const std::string& host) {
-            request->station.insert(request->station.end(), {"--host", host});
-          },
-          "The host name of the station that is refused; this machine's by default")
-      ->type_name("NAME");
-  command->add_flag("--json", request->asJson, "One JSON object instead of a sentence");
-  command->footer("Takes nothing. Exit status: 0 when nothing stands in the way; 1 when it does.");
-  addTimeLimit(*command, request->timeLimit);
-  command->callback([=, &status] {
-    status = lookAtShare(directoryOf(request->path), std::chrono::seconds(request->timeLimit),
-                         [&request] { return explainPath(*request); });
-  });
+void addExplainCommand(CommandLine& line) {
+  addShareCommand<Request>(
+      line,
+      {"explain", "Say why a project, room or edit cannot be taken or changed, and what to do",
+       [](CommandOptions& options, Request& request) {
+         options.word("PATH", request.path,
+                      "A project's folder, a lock file, a room's or edit's file, or one made "
+                      "of names: DIR/Feature/Sound");
+         options.text("--host", "NAME", request.host,
+                      "The host name of the station that is refused; this machine's by "
+                      "default");
+         options.flag("--json", request.asJson, "One JSON object instead of a sentence");
+         options.footer(
+             "Takes nothing. Exit status: 0 when nothing stands in the way; 1 when it does.");
+       },
+       explainPath});
 }
 
 }  // namespace korvel

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "host/base/Text.h"
 #include "host/os/OS.h"
 #include "station/base/Json.h"
 #include "station/base/Strings.h"
@@ -14,15 +13,17 @@
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
 #include "tools/base/MountInfo.h"
+#include "tools/base/Processes.h"
 #include "tools/base/Tool.h"
-#include "tools/explain/HolderPlace.h"
 #include "tools/locks/LockList.h"
+#include "tools/locks/UserList.h"
 
 namespace korvel {
 
 namespace {
 
 constexpr const char* kRenderOwner = "RENDER";
+constexpr const char* kNoOwner = "<NOBODY>";
 
 Explanation state(const std::string& object, const char* name, std::string cause,
                   std::string advice) {
@@ -185,10 +186,10 @@ Explanation explainRoom(const Subject& subject) {
   return rights.isFree() ? lock : rights;
 }
 
-std::string upperCased(const std::string& text) {
-  LightweightString<wchar_t> wide = wideText(text);
-  Kv::toUpper(wide);
-  return utf8Text(wide);
+/// How an owner changes that no station is: only a station of an administrator may give such edits.
+std::string onAdministratorsStation(const std::string& user) {
+  return "give it to a station: edit give EDIT " + user +
+         ", on a station that was started with --set Administrator=1";
 }
 
 /// The permission rules: an edit is changed by its owner's station alone.
@@ -196,19 +197,27 @@ Explanation lookAtOwner(const std::string& object, const EditSummary& edit,
                         const std::string& host) {
   const std::string owner = upperCased(edit.owner);
   const std::string user = upperCased(host);
-  if (owner == user) return freeOf(object, "belongs to this station and can be changed");
   if (owner.empty()) {
     return state(object, "no owner", "has no owner, so that no station may change it",
-                 "give it one: edit give EDIT " + user + ", on a station of an administrator");
+                 "give it one: edit give EDIT " + user + ", on any station");
+  }
+  if (owner == kNoOwner) {
+    return state(object, "no owner",
+                 "has the owner <NOBODY>, which no station is, so that no station may change it or "
+                 "give it away",
+                 onAdministratorsStation(user));
+  }
+  // Required: an edit of the owner RENDER is closed to everybody, also to a station of that name.
+  if (owner == user && owner != kRenderOwner) {
+    return freeOf(object, "belongs to this station and can be changed");
   }
   Explanation owned =
       state(object, "owned", "is owned",
             "ask its owner for it: edit give EDIT " + user + ", on the station " + owner);
   if (owner == kRenderOwner) {
     owned.cause = "is held for a render job";
-    owned.advice =
-        "wait until the render is done; if it was broken off, an administrator gives it "
-        "to a station again";
+    owned.advice = "wait until the render is done; if it was broken off, " +
+                   onAdministratorsStation(user == kRenderOwner ? "STATION" : user);
   }
   owned.by = owner;
   return owned;
@@ -240,6 +249,9 @@ Explanation explainFile(const Subject& subject) {
   const auto bytes = readFresh(subject.path);
   if (!bytes) return refusedBy(object, bytes.error());
   if (subject.name.ends_with(".json")) {
+    if (bytes->size() > kLargestRecord) {
+      return refusedBy(object, readFresh(subject.path, kLargestRecord).error());
+    }
     const auto json = parseJson(*bytes);
     if (!json) return refusedBy(object, {ErrorCode::eBadContent, json.error().message, {}});
   }

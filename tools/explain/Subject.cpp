@@ -1,6 +1,6 @@
-#include "tools/explain/Subject.h"
+#include "tools/explain/Explanation.h"
 
-#include <optional>
+#include <algorithm>
 #include <vector>
 
 #include "station/base/StationSettings.h"
@@ -50,6 +50,13 @@ Error nothingThere(const std::string& path, const std::string& why) {
   return {ErrorCode::eNotFound, "\"" + shownText(path) + "\" " + why, path};
 }
 
+/// The refusal of a name that several things have; `choices` are their paths, a line each.
+Error severalOf(const std::string& word, const std::string& choices) {
+  return {ErrorCode::eUsage,
+          "several things are called " + inQuotes(word) + "; name one by its path:" + choices,
+          word};
+}
+
 Subject subjectIn(const Cookie& project) {
   return {
       Subject::Kind::eProject, settings().projectsDirectory, project, {}, projectFolder(project)};
@@ -78,38 +85,42 @@ Result<Cookie> projectNamed(const std::string& word) {
     return nothingThere(
         word, "is no project: the folder " + settings().projectsDirectory + " cannot be read");
   }
-  Cookie found;
+  std::vector<Cookie> found;
   for (const Cookie& project : *projects) {
     const auto record = readProjectRecord(project);
     shareAnswered();
-    if (!record || record->name != word) continue;
-    if (!found.isNull())
-      return nothingThere(word, "is the name of several projects; give a cookie");
-    found = project;
+    if (record && record->name == word) found.push_back(project);
   }
-  if (!found.isNull()) return found;
+  if (found.size() == 1) return found.front();
+  if (found.size() > 1) {
+    std::string choices;
+    for (const Cookie& project : found) choices += "\n  " + projectFolder(project);
+    return severalOf(word, choices);
+  }
   return nothingThere(word, "is no project of " + settings().projectsDirectory);
 }
 
-/// A room, edit or log of the project by its name, the rooms first.
-std::optional<Subject> namedIn(const Cookie& project, const std::string& word) {
+/// The rooms, edits and logs of the project that have this name.
+std::vector<Subject> namedIn(const Cookie& project, const std::string& word) {
+  std::vector<Subject> found;
   const std::string folder = projectFolder(project);
   const auto fileName = roomFileName(word);
   if (fileName && (existsFresh(folder + "/rooms/" + *fileName + ".json") ||
                    existsFresh(folder + "/rooms/" + *fileName + ".lck"))) {
-    return roomOf(project, *fileName);
+    found.push_back(roomOf(project, *fileName));
   }
   const auto files = listFresh(folder);
-  if (!files) return std::nullopt;
+  if (!files) return found;
   for (const std::string& file : *files) {
     if (!file.ends_with(kEditEnding)) continue;
     const auto bytes = readListed(folder + "/" + file);
     shareAnswered();
     const auto summary = bytes ? readEditSummary(*bytes) : Result<EditSummary>(Error{});
     const Cookie edit = cookieOf(withoutEndings(file, {kEditEnding}));
-    if (summary && summary->name == word && !edit.isNull()) return editOf(project, edit);
+    if (summary && summary->name == word && !edit.isNull()) found.push_back(editOf(project, edit));
   }
-  return std::nullopt;
+  std::ranges::sort(found, {}, &Subject::path);
+  return found;
 }
 
 /// What lies under a project's folder: "", "Lock", "rooms/Sound.lck", "E0001.otio", "Sound".
@@ -128,7 +139,13 @@ Result<Subject> subjectUnder(const Cookie& project, const std::string& rest) {
   const bool isEditFile = rest.ends_with(kEditEnding) ||
                           existsFresh(subject.path + "/" + rest + std::string(kEditEnding));
   if (!cookie.isNull() && isEditFile) return editOf(project, cookie);
-  if (auto named = namedIn(project, rest)) return *named;
+  const auto named = namedIn(project, rest);
+  if (named.size() == 1) return named.front();
+  if (named.size() > 1) {
+    std::string choices;
+    for (const Subject& each : named) choices += "\n  " + each.path;
+    return severalOf(rest, choices);
+  }
   if (rest.find("..") != rest.npos || !existsFresh(subject.path + "/" + rest)) {
     return nothingThere(rest, "is no room, edit or file of project " + project.asString().str() +
                                   "; kv-share locks " + subject.base + " shows projects and rooms");

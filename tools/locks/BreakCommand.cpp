@@ -1,6 +1,4 @@
-#include <CLI/CLI.hpp>
 #include <iostream>
-#include <memory>
 
 #include "host/os/OS.h"
 #include "station/base/Strings.h"
@@ -13,11 +11,9 @@ namespace korvel {
 
 namespace {
 
-struct Request {
-  std::string directory;
+struct Request : ShareRequest {
   std::string lock;
   bool isAgreed = false;
-  int timeLimit = kShareSeconds;
 };
 
 std::string holderOf(const LockEntry& lock) {
@@ -77,7 +73,7 @@ ToolStatus breakOne(const LockEntry& lock, const Request& request) {
 }
 
 ToolStatus breakLock(const Request& request) {
-  const ToolHost host(directoryOf(request.directory));
+  const ToolHost host(directoryOf(request.path));
   if (auto usable = host.checkDirectory(); !usable) {
     return toolProblem(eToolUsage, usable.error().message);
   }
@@ -86,7 +82,7 @@ ToolStatus breakLock(const Request& request) {
   const std::vector<LockEntry>& locks = *named;
   if (locks.size() == 1) return breakOne(locks.front(), request);
   std::string problem = "\"" + shownText(request.lock) + "\" is no project or room of " +
-                        shownText(request.directory) + "; kv-share locks shows them";
+                        shownText(request.path) + "; kv-share locks shows them";
   if (!locks.empty()) problem = "\"" + shownText(request.lock) + "\" is the name of several:";
   for (const LockEntry& lock : locks) problem += " " + shownText(lock.path);
   return toolProblem(eToolUsage, problem);
@@ -94,23 +90,19 @@ ToolStatus breakLock(const Request& request) {
 
 }  // namespace
 
-void addBreakCommand(CLI::App& tool, ToolStatus& status) {
-  auto* const command =
-      tool.add_subcommand("break", "Remove a lock that a station left behind that is gone");
-  const auto request = std::make_shared<Request>();
-  command->add_option("DIR", request->directory, "The projects directory")->required();
-  command
-      ->add_option("LOCK", request->lock,
-                   "As kv-share locks shows it, or a project's or room's name")
-      ->required();
-  command->add_flag("--yes", request->isAgreed, "Do not ask before");
-  command->footer(
-      "Refuses while anybody holds the lock. Exit status: 0; 1 when nothing was removed.");
-  addTimeLimit(*command, request->timeLimit);
-  command->callback([=, &status] {
-    status = lookAtShare(directoryOf(request->directory), std::chrono::seconds(request->timeLimit),
-                         [&request] { return breakLock(*request); });
-  });
+void addBreakCommand(CommandLine& line) {
+  addShareCommand<Request>(
+      line,
+      {"break", "Remove a lock that a station left behind that is gone",
+       [](CommandOptions& options, Request& request) {
+         options.word("DIR", request.path, "The projects directory");
+         options.word("LOCK", request.lock,
+                      "As kv-share locks shows it, or a project's or room's name");
+         options.flag("--yes", request.isAgreed, "Do not ask before");
+         options.footer(
+             "Refuses while anybody holds the lock. Exit status: 0; 1 when nothing was removed.");
+       },
+       breakLock});
 }
 
 }  // namespace korvel

@@ -2,11 +2,14 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <set>
+#include <tuple>
 
 #include "host/os/OS.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
+#include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/RoomNames.h"
@@ -35,6 +38,14 @@ std::string readHolder(const std::string& informationFile) {
 std::int64_t timeOf(const std::string& path) {
   struct stat status {};
   return ::lstat(path.c_str(), &status) == 0 ? status.st_mtime : 0;
+}
+
+/// Whether an information file was written before the lock was taken. A holder writes it after the
+/// lock file; where an earlier one may not be overwritten, its name stays.
+bool isOlder(const std::string& information, const std::string& lockFile) {
+  constexpr std::int64_t kClockTicks = 2;  // seconds that a file system may round by
+  const std::int64_t written = timeOf(information);
+  return written != 0 && written + kClockTicks < timeOf(lockFile);
 }
 
 /// The file names of a project's rooms: those that have a record or a lock file.
@@ -87,6 +98,30 @@ Result<void> forEachLock(const std::function<void(const LockEntry&)>& take) {
   return {};
 }
 
+void sortByName(std::vector<LockEntry>& locks) {
+  std::ranges::stable_sort(locks, [](const LockEntry& one, const LockEntry& other) {
+    const auto keyOf = [](const LockEntry& lock) {
+      return std::tuple(lock.project, lock.path.substr(0, lock.path.find('/')), lock.room);
+    };
+    return keyOf(one) < keyOf(other);
+  });
+}
+
+Result<void> expectProjects(const std::string& directory) {
+  const auto names = listFresh(directory);
+  if (!names) return names.error();
+  const auto isKnown = [](const std::string& name) {
+    return name == "userlist.dat" || name.ends_with(".cli") || name.starts_with(".kv-");
+  };
+  if (names->empty() || std::ranges::any_of(*names, isKnown)) return {};
+  const bool isProject = std::ranges::find(*names, "project.json") != names->end();
+  const std::string what =
+      isProject ? " is one project; name the folder that it lies in: " + folderOf(directory)
+                : " holds no projects, but other things: it is no projects directory. Name the one "
+                  "that the stations were started with (--projects)";
+  return Error{ErrorCode::eUsage, directory + what, directory};
+}
+
 Result<std::vector<LockEntry>> locksNamed(const std::string& word) {
   const std::string base = settings().projectsDirectory + "/";
   const std::string wanted = word.starts_with(base) ? word.substr(base.size()) : word;
@@ -108,9 +143,11 @@ void lookAgain(LockEntry& lock) {
   const std::string information = file + std::string(kInformationEnding);
   lock.state = lookAtLock(wideText(file));
   lock.holder.clear();
+  lock.hasOldName = false;
   lock.since = 0;
   if (lock.state == LockState::eFree) return;
-  lock.holder = readHolder(information);
+  lock.hasOldName = isOlder(information, file);
+  if (!lock.hasOldName) lock.holder = readHolder(information);
   lock.since = timeOf(lock.holder.empty() ? file : information);
 }
 

@@ -17,14 +17,22 @@ struct LockEntry {
   std::string room;       ///< the room's name; empty for the project's own lock
   bool isShared = false;  ///< whether it is a shared project's own, which nobody ever takes
   LockState state = LockState::eFree;
-  std::string holder;      ///< bytes of the information file; empty where it cannot be read
-  std::int64_t since = 0;  ///< when it was taken, in seconds since 1970; 0 for a free one
+  std::string holder;       ///< bytes of the information file; empty where it cannot be read
+  bool hasOldName = false;  ///< its information file is of an earlier holder, so `holder` is empty
+  std::int64_t since = 0;   ///< when it was taken, in seconds since 1970; 0 for a free one
 };
 
 /// Every project and room of the projects directory that settings() name, projects by cookie, each
 /// followed by its rooms by name. Nothing is taken or changed by looking. `take` gets one at a
 /// time.
 Result<void> forEachLock(const std::function<void(const LockEntry&)>& take);
+
+/// Sorts by the projects' names, each followed by its rooms by name.
+void sortByName(std::vector<LockEntry>& locks);
+
+/// Success for a folder that is empty or holds anything that stations leave in a projects
+/// directory. Else what it may be: a project's own folder, or one that was named by mistake.
+Result<void> expectProjects(const std::string& directory);
 
 /// The locks that a word on a command line means: a path as LockEntry has it (with or without the
 /// projects directory before it), a project's cookie or name, or a room's name. Empty for none.

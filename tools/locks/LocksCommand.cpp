@@ -1,7 +1,7 @@
-#include <CLI/CLI.hpp>
-#include <memory>
+#include <algorithm>
 
 #include "station/base/TextMember.h"
+#include "station/os/Posix.h"
 #include "tools/base/ShareTimeout.h"
 #include "tools/base/Tool.h"
 #include "tools/base/ToolHost.h"
@@ -11,16 +11,11 @@ namespace korvel {
 
 namespace {
 
-struct Request {
-  std::string directory;
-  bool asJson = false;
-  int timeLimit = kShareSeconds;
-};
-
 std::string timeText(const LockEntry& lock) { return lock.since ? textOfTime(lock.since) : ""; }
 
 /// For people: a held lock without a readable name says so.
 std::string holderColumn(const LockEntry& lock) {
+  if (lock.hasOldName) return "(not known: " + nameOf(lock.path) + ".inf is of an earlier holder)";
   if (!lock.holder.empty()) return lock.holder;
   return lock.state == LockState::eHeld ? "(name not readable yet)" : "";
 }
@@ -49,40 +44,52 @@ JsonValue objectOf(const LockEntry& lock) {
                             {"since", timeText(lock)}});
 }
 
-ToolStatus showLocks(const Request& request) {
-  const ToolHost host(directoryOf(request.directory));
+/// What needs a look stands out: what a gone station left behind, and what cannot be looked at.
+const char* colourOf(const JsonValue& row) {
+  const std::string& state = row["state"].asString();
+  if (state == stateName(LockState::eHeld)) return kGreen;
+  if (state == stateName(LockState::eLeftBehind)) return kYellow;
+  return state == stateName(LockState::eUnknown) ? kRed : kPlain;
+}
+
+ToolStatus showLocks(const ShareRequest& request) {
+  const ToolHost host(directoryOf(request.path));
   if (auto usable = host.checkDirectory(); !usable) {
     return toolProblem(eToolUsage, usable.error().message);
   }
-  JsonValue all = JsonValue::array();
-  ToolStatus status = eToolDone;
-  const auto listed = forEachLock([&](const LockEntry& lock) {
-    all.append(request.asJson ? objectOf(lock) : rowOf(lock));
-    if (lock.state == LockState::eUnknown) status = eToolFinding;
-  });
+  std::vector<LockEntry> locks;
+  const auto listed = forEachLock([&](const LockEntry& lock) { locks.push_back(lock); });
   if (!listed) return toolProblem(eToolUsage, listed.error().message);
+  if (locks.empty()) {
+    if (auto found = expectProjects(directoryOf(request.path)); !found) {
+      return toolProblem(eToolUsage, found.error().message);
+    }
+  }
+  sortByName(locks);
+  JsonValue all = JsonValue::array();
+  for (const LockEntry& lock : locks) all.append(request.asJson ? objectOf(lock) : rowOf(lock));
   if (request.asJson) {
     printJson(all);
   } else {
-    printForPeople(all);
+    printTable(all, colourOf);
   }
-  return status;
+  const bool isKnown = std::ranges::none_of(
+      locks, [](const LockEntry& lock) { return lock.state == LockState::eUnknown; });
+  return isKnown ? eToolDone : eToolFinding;
 }
 
 }  // namespace
 
-void addLocksCommand(CLI::App& tool, ToolStatus& status) {
-  auto* const command =
-      tool.add_subcommand("locks", "Show every project and room: free, held or left behind");
-  const auto request = std::make_shared<Request>();
-  command->add_option("DIR", request->directory, "The projects directory")->required();
-  command->add_flag("--json", request->asJson, "One JSON array instead of a table");
-  command->footer("Looking takes no lock. Exit status: 0; 1 when a lock may not be looked at.");
-  addTimeLimit(*command, request->timeLimit);
-  command->callback([=, &status] {
-    status = lookAtShare(directoryOf(request->directory), std::chrono::seconds(request->timeLimit),
-                         [&request] { return showLocks(*request); });
-  });
+void addLocksCommand(CommandLine& line) {
+  addShareCommand<ShareRequest>(
+      line, {"locks", "Show every project and room: free, held or left behind",
+             [](CommandOptions& options, ShareRequest& request) {
+               options.word("DIR", request.path, "The projects directory");
+               options.flag("--json", request.asJson, "One JSON array instead of a table");
+               options.footer(
+                   "Looking takes no lock. Exit status: 0; 1 when a lock may not be looked at.");
+             },
+             showLocks});
 }
 
 }  // namespace korvel

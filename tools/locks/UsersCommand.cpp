@@ -1,15 +1,17 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <ctime>
-#include <memory>
+#include <iostream>
 
 #include "host/os/Files.h"
 #include "host/os/OS.h"
+#include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/base/TextMember.h"
+#include "station/os/SharedFiles.h"
 #include "tools/base/ShareTimeout.h"
 #include "tools/base/Tool.h"
 #include "tools/base/ToolHost.h"
+#include "tools/locks/UserList.h"
 
 namespace korvel {
 
@@ -17,23 +19,10 @@ namespace {
 
 constexpr std::size_t kMarkerEnding = 4;  // ".cli"
 
-struct Request {
-  std::string directory;
-  bool asJson = false;
-  int timeLimit = kShareSeconds;
-};
-
-/// The users of "userlist.dat" as stations read it: lines of ASCII, upper-cased, each once.
-std::vector<std::string> listedUsers() {
-  std::vector<std::string> users;
-  const TextFile file(getProjectsBaseDirectory() + L"userlist.dat", true);
-  for (std::size_t line = 0; line < file.getNumLines(); ++line) {
-    auto name = Kv::WStringFromAscii(file.getLine(line));
-    Kv::toUpper(name);
-    const std::string user = utf8Text(name);
-    if (std::find(users.begin(), users.end(), user) == users.end()) users.push_back(user);
-  }
-  return users;
+/// The user list; empty where there is none.
+UserList userList() {
+  const auto bytes = readFresh(settings().projectsDirectory + "/userlist.dat", kLargestList);
+  return bytes ? readUserList(*bytes) : UserList();
 }
 
 struct Marker {
@@ -69,16 +58,17 @@ std::int64_t ageOf(const Marker& marker) {
   return std::max<std::int64_t>(0, std::time(nullptr) - marker.since);
 }
 
-JsonValue report(const std::vector<std::string>& users, const std::vector<Marker>& markers) {
+JsonValue report(const UserList& list, const std::vector<Marker>& markers) {
   JsonValue listed = JsonValue::array();
-  for (const auto& user : users) listed.append(user);
+  for (const auto& user : list.users) listed.append(user);
   JsonValue active = JsonValue::array();
   for (const auto& marker : markers) {
     active.append(JsonValue::object({textMember("user", marker.user),
                                      {"since", textOfTime(marker.since)},
                                      {"age", static_cast<long>(ageOf(marker))}}));
   }
-  return JsonValue::object({{"users", std::move(listed)}, {"active", std::move(active)}});
+  return JsonValue::object(
+      {{"users", std::move(listed)}, {"active", std::move(active)}});
 }
 
 /// Everybody in one table: the user list in its order, then those who are active and not on it.
@@ -89,9 +79,7 @@ JsonValue tableOf(const std::vector<std::string>& users, std::vector<Marker> mar
   };
   for (const auto& user : users) {
     const auto found = std::find_if(markers.begin(), markers.end(), [&](const Marker& marker) {
-      auto name = wideText(marker.user);
-      Kv::toUpper(name);
-      return utf8Text(name) == user;
+      return upperCased(marker.user) == user;
     });
     const bool isActive = found != markers.end();
     table.append(row(user, "yes", isActive ? ageText(ageOf(*found)) + " ago" : ""));
@@ -104,41 +92,42 @@ JsonValue tableOf(const std::vector<std::string>& users, std::vector<Marker> mar
 }
 
 void showTable(const std::string& directory) {
-  const JsonValue table = tableOf(listedUsers(), activeUsers());
+  const UserList list = userList();
+  const JsonValue table = tableOf(list.users, activeUsers());
   if (table.elements().empty()) {
     printForPeople("no users: " + directory +
                    " has no userlist.dat with names, and no marker (*.cli)");
   } else {
-    printForPeople(table);
+    printTable(table, [](const JsonValue&) { return kPlain; });
+  }
+  for (const std::string& problem : list.problems) {
+    std::cout << "note: " << shownText(problem) << ": no station has that name\n";
   }
 }
 
-ToolStatus showUsers(const Request& request) {
-  const ToolHost host(directoryOf(request.directory));
+ToolStatus showUsers(const ShareRequest& request) {
+  const ToolHost host(directoryOf(request.path));
   if (auto usable = host.checkDirectory(); !usable) {
     return toolProblem(eToolUsage, usable.error().message);
   }
   if (request.asJson) {
-    printJson(report(listedUsers(), activeUsers()));
+    printJson(report(userList(), activeUsers()));
   } else {
-    showTable(directoryOf(request.directory));
+    showTable(directoryOf(request.path));
   }
   return eToolDone;
 }
 
 }  // namespace
 
-void addUsersCommand(CLI::App& tool, ToolStatus& status) {
-  auto* const command = tool.add_subcommand(
-      "users", "Show the user list, and the markers of active users with their age");
-  const auto request = std::make_shared<Request>();
-  command->add_option("DIR", request->directory, "The projects directory")->required();
-  command->add_flag("--json", request->asJson, "One JSON object instead of a table");
-  addTimeLimit(*command, request->timeLimit);
-  command->callback([=, &status] {
-    status = lookAtShare(directoryOf(request->directory), std::chrono::seconds(request->timeLimit),
-                         [&request] { return showUsers(*request); });
-  });
+void addUsersCommand(CommandLine& line) {
+  addShareCommand<ShareRequest>(
+      line, {"users", "Show the user list, and the markers of active users with their age",
+             [](CommandOptions& options, ShareRequest& request) {
+               options.word("DIR", request.path, "The projects directory");
+               options.flag("--json", request.asJson, "One JSON object instead of a table");
+             },
+             showUsers});
 }
 
 }  // namespace korvel

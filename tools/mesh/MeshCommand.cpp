@@ -1,10 +1,8 @@
 #include <sys/stat.h>
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <ctime>
 #include <iostream>
-#include <memory>
 
 #include "station/base/Strings.h"
 #include "station/net/HeardList.h"
@@ -18,12 +16,6 @@ namespace korvel {
 
 namespace {
 
-struct Request {
-  std::string directory;
-  bool asJson = false;
-  int timeLimit = kShareSeconds;
-};
-
 /// The lists of a folder by their stations' names; one that cannot be read is a finding.
 std::vector<HeardFile> readLists(const std::string& folder, const std::vector<std::string>& names,
                                  Findings& findings) {
@@ -32,7 +24,7 @@ std::vector<HeardFile> readLists(const std::string& folder, const std::vector<st
     if (!name.ends_with(HeardList::kEnding)) continue;
     const std::string path = folder + "/" + name;
     struct stat status {};
-    const auto text = readListed(path);
+    const auto text = readListed(path, kLargestList);
     const long age = ::lstat(path.c_str(), &status) == 0
                          ? std::max(0L, static_cast<long>(std::time(nullptr) - status.st_mtime))
                          : 0;
@@ -100,8 +92,8 @@ JsonValue rowOf(const HeardFile& file, const std::vector<HeardFile>& files) {
   return row;
 }
 
-ToolStatus showMesh(const Request& request) {
-  const std::string folder = directoryOf(request.directory);
+ToolStatus showMesh(const ShareRequest& request) {
+  const std::string folder = directoryOf(request.path);
   const auto names = listFresh(folder);
   if (!names) return toolProblem(eToolUsage, names.error().message);
   Findings findings;
@@ -118,32 +110,28 @@ ToolStatus showMesh(const Request& request) {
         JsonValue::object({{"stations", std::move(stations)}, {"findings", std::move(found)}}));
   } else {
     printForPeople(stations);
-    for (const Finding& finding : findings) std::cout << linesOf(finding) << '\n';
+    for (const Finding& finding : findings) {
+      std::cout << linesOf(finding, coloursOfOutput()) << '\n';
+    }
   }
   return worstOf(findings) == Verdict::eFail ? eToolFinding : eToolDone;
 }
 
 }  // namespace
 
-void addMeshCommand(CLI::App& tool, ToolStatus& status) {
-  auto* const command = tool.add_subcommand(
-      "mesh", "Show who hears whom, by the lists that stations leave in a folder");
-  const auto request = std::make_shared<Request>();
-  command
-      ->add_option("DIR", request->directory,
-                   "The folder that kv-station --share-heard was given, outside of the projects "
-                   "directory")
-      ->required();
-  command->add_flag("--json", request->asJson, "One JSON object instead of a table");
-  command->footer(
-      "A station that has sent nothing yet is quiet: whether it is heard is not known. Exit "
-      "status: "
-      "0; 1 when one does not hear another.");
-  addTimeLimit(*command, request->timeLimit);
-  command->callback([=, &status] {
-    status = lookAtShare(directoryOf(request->directory), std::chrono::seconds(request->timeLimit),
-                         [&request] { return showMesh(*request); });
-  });
+void addMeshCommand(CommandLine& line) {
+  addShareCommand<ShareRequest>(
+      line, {"mesh", "Show who hears whom, by the lists that stations leave in a folder",
+             [](CommandOptions& options, ShareRequest& request) {
+               options.word("DIR", request.path,
+                            "The folder that kv-station --share-heard was given, outside of the "
+                            "projects directory");
+               options.flag("--json", request.asJson, "One JSON object instead of a table");
+               options.footer(
+                   "A station that has sent nothing yet is quiet: whether it is heard is not "
+                   "known. Exit status: 0; 1 when one does not hear another.");
+             },
+             showMesh});
 }
 
 }  // namespace korvel

@@ -1,11 +1,9 @@
-#include <CLI/CLI.hpp>
 #include <cstring>
 #include <iostream>
-#include <memory>
 #include <optional>
 #include <sstream>
 
-#include "tools/base/Tool.h"
+#include "tools/base/CommandLine.h"
 #include "tools/wire/MessageReport.h"
 
 namespace korvel {
@@ -75,15 +73,16 @@ ToolStatus decode(const Request& request) {
 
 }  // namespace
 
-void addDecodeCommand(CLI::App& tool, ToolStatus& status) {
-  auto* const command =
-      tool.add_subcommand("decode", "Show what datagrams say, one JSON object each");
-  const auto request = std::make_shared<Request>();
-  command->add_flag("--hex", request->isHex, "The input is one datagram a line, in hex");
-  command->add_option("FILE", request->file, "The input; standard input by default");
-  command->footer(
-      "Exit status: 0; 1 when a message is not valid; 2 for an input that cannot be read.");
-  command->callback([=, &status] { status = decode(*request); });
+void addDecodeCommand(CommandLine& line) {
+  line.add<Request>(
+      {"decode", "Show what datagrams say, one JSON object each",
+       [](CommandOptions& options, Request& request) {
+         options.flag("--hex", request.isHex, "The input is one datagram a line, in hex");
+         options.optionalWord("FILE", request.file, "The input; standard input by default");
+         options.footer(
+             "Exit status: 0; 1 when a message is not valid; 2 for an input that cannot be read.");
+       },
+       decode});
 }
 
 }  // namespace korvel

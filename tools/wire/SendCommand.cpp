@@ -1,6 +1,4 @@
-#include <CLI/CLI.hpp>
 #include <iostream>
-#include <memory>
 #include <optional>
 
 #include "ProjectShare/NetMessage.h"
@@ -13,7 +11,7 @@
 #include "station/net/NetworkService.h"
 #include "station/project/Projects.h"
 #include "station/wire/MessageFields.h"
-#include "tools/base/Tool.h"
+#include "tools/base/CommandLine.h"
 #include "tools/wire/MessageReport.h"
 #include "tools/wire/MessageTypes.h"
 #include "tools/wire/NamedSender.h"
@@ -24,13 +22,20 @@ namespace {
 
 constexpr int kDefaultPort = 27015;
 
+std::string loginName() {
+  for (const char* const key : {"LOGNAME", "USER"}) {
+    if (const char* const name = std::getenv(key)) return name;
+  }
+  return "kv-share";
+}
+
 struct Request {
   std::string type;
   std::optional<std::string> project;
   std::optional<std::string> cookie;
   std::optional<std::string> target;
   std::optional<std::string> data;
-  std::string source;
+  std::string source = loginName();
   int port = kDefaultPort;
   std::vector<std::string> sendTo;
 };
@@ -183,38 +188,24 @@ ToolStatus send(const Request& request) {
   return sendDatagram(request, datagram, *type);
 }
 
-std::string loginName() {
-  for (const char* const key : {"LOGNAME", "USER"}) {
-    if (const char* const name = std::getenv(key)) return name;
-  }
-  return "kv-share";
+void declare(CommandOptions& options, Request& request) {
+  options.word("TYPE", request.type, "A number, or a name like edit-saved");
+  options.offer(messageTypeNames());
+  options.text("--project", "COOKIE", request.project, "The sender's open project");
+  options.text("--cookie", "COOKIE", request.cookie, "The object concerned");
+  options.text("--target", "USER", request.target, "The user (or <All>) or machine it is for");
+  options.text("--data", "TEXT", request.data,
+               "The text: permissions, path, words, command, change or container value");
+  options.text("--source", "USER", request.source, "The sender's name; the login name by default");
+  options.number("--port", "N", request.port, 1, 65535, "The stations' UDP port");
+  options.list("--send-to", "ADDR[,ADDR]", request.sendTo,
+               "IPv4 addresses; all networks by default");
 }
 
 }  // namespace
 
-void addSendCommand(CLI::App& tool, ToolStatus& status) {
-  auto* const command = tool.add_subcommand("send", "Send one message to the stations");
-  const auto request = std::make_shared<Request>();
-  request->source = loginName();
-  command->add_option("TYPE", request->type, "A number, or a name like edit-saved")->required();
-  command->add_option("--project", request->project, "The sender's open project")
-      ->type_name("COOKIE");
-  command->add_option("--cookie", request->cookie, "The object concerned")->type_name("COOKIE");
-  command->add_option("--target", request->target, "The user (or <All>) or machine it is for")
-      ->type_name("USER");
-  command->add_option("--data", request->data,
-                      "The text: permissions, path, words, command, change or container value");
-  command->add_option("--source", request->source, "The sender's name; the login name by default")
-      ->type_name("USER");
-  command->add_option("--port", request->port, "The stations' UDP port")
-      ->check(CLI::Range(1, 65535))
-      ->type_name("N")
-      ->capture_default_str();
-  command->add_option("--send-to", request->sendTo, "IPv4 addresses; all networks by default")
-      ->delimiter(',')
-      ->type_name("ADDR[,ADDR]")
-      ->allow_extra_args(false);
-  command->callback([=, &status] { status = send(*request); });
+void addSendCommand(CommandLine& line) {
+  line.add<Request>({"send", "Send one message to the stations", declare, send});
 }
 
 }  // namespace korvel

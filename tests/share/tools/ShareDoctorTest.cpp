@@ -54,6 +54,9 @@ TEST_F(ShareDoctorTest, AFolderThatIsMissingFailsAndSaysHowToMendIt) {
   EXPECT_NE(run.out.find("fail  share          exists"), std::string::npos) << run.out;
   EXPECT_NE(run.out.find("\n      fix: mount the share there"), std::string::npos) << run.out;
   EXPECT_EQ(run.out.find("free space"), std::string::npos) << run.out;
+  const std::string last = run.out.substr(run.out.rfind('\n', run.out.size() - 2) + 1);
+  EXPECT_NE(last.find(" passed, "), std::string::npos) << last;
+  EXPECT_NE(last.find(" failed\n"), std::string::npos) << last;
 }
 
 TEST_F(ShareDoctorTest, PipesInTheWayHangNothing) {

@@ -91,6 +91,44 @@ TEST_F(ShareExplainTest, AnEditOfAnotherOwnerNamesTheOwner) {
   EXPECT_EQ(explain("P0002/E0001", "bob")["state"].asString(), "free");
 }
 
+TEST_F(ShareExplainTest, TheOwnersRenderAndNobodyAreNoStationsToAsk) {
+  const auto ownedBy = [](const std::string& owner) {
+    return R"({"OTIO_SCHEMA":"Timeline.1","name":"x","metadata":{"korvel":{"config":{"OWNER":")" +
+           owner + R"("}}}})";
+  };
+  put("P0002/E0001.otio", ownedBy("RENDER"));
+  put("P0002/E0002.otio", ownedBy("<NOBODY>"));
+  for (const char* host : {"ANN", "render"}) {
+    const JsonValue owned = explain("P0002/E0001.otio", host);
+    EXPECT_EQ(owned["state"].asString(), "owned") << host;
+    EXPECT_NE(owned["advice"].asString().find("--set Administrator=1"), std::string::npos);
+  }
+  const JsonValue nobodys = explain("P0002/E0002.otio");
+  EXPECT_EQ(nobodys["state"].asString(), "no owner");
+  EXPECT_NE(nobodys["advice"].asString().find("--set Administrator=1"), std::string::npos);
+}
+
+TEST_F(ShareExplainTest, AnEditWithoutAnOwnerCanBeGivenAwayByEveryStation) {
+  put("P0002/E0002.otio", R"({"OTIO_SCHEMA":"Timeline.1","name":"x"})");
+  EXPECT_EQ(explain("P0002/E0002.otio")["advice"].asString(),
+            "give it one: edit give EDIT ANN, on any station");
+}
+
+TEST_F(ShareExplainTest, ANameOfSeveralThingsListsTheirPaths) {
+  put("P0003/project.json", R"({"name":"Spot","private":false})");
+  put("P0002/E0001.otio", kTimeline);
+  put("P0002/rooms/Scene.json", "{}");
+  const ToolRun projects = runTool({"explain", folder_ / "Spot"});
+  EXPECT_EQ(projects.status, 2);
+  EXPECT_NE(projects.err.find("several things are called \"Spot\""), std::string::npos);
+  for (const char* choice : {"\n  /", "P0002\n", "P0003\n"})
+    EXPECT_NE(projects.err.find(choice), std::string::npos) << projects.err;
+  const ToolRun objects = runTool({"explain", folder_ / "P0002/Scene"});
+  EXPECT_EQ(objects.status, 2);
+  for (const char* choice : {"/P0002/E0001.otio\n", "/P0002/rooms/Scene.lck\n"})
+    EXPECT_NE(objects.err.find(choice), std::string::npos) << objects.err;
+}
+
 TEST_F(ShareExplainTest, WhatIsBrokenMissingOrUnownedSaysSo) {
   put("P0002/E0001.otio", "{\"OTIO_SCHEMA\":");
   put("P0002/E0002.otio", R"({"OTIO_SCHEMA":"Timeline.1","name":"x"})");

@@ -1,7 +1,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -67,6 +71,74 @@ class ShareLocksTest : public ::testing::Test {
 
   TestFolder folder_;
 };
+
+TEST_F(ShareLocksTest, AFolderThatIsNoProjectsDirectoryIsAUsageError) {
+  put("other/letter.txt", "x");
+  const std::pair<std::string, const char*> rows[] = {
+      {folder_ / "nowhere", "No such file"},
+      {folder_ / "other", "holds no projects, but other things"},
+      {folder_ / "P0001", "is one project; name the folder that it lies in: "}};
+  for (const auto& [directory, part] : rows) {
+    const ToolRun run = runTool({"locks", directory});
+    EXPECT_EQ(run.status, 2) << directory;
+    EXPECT_NE(run.err.find(part), std::string::npos) << run.err;
+    EXPECT_EQ(run.out, "");
+  }
+  std::filesystem::create_directories(folder_ / "new");
+  EXPECT_EQ(runTool({"locks", folder_ / "new"}).status, 0);
+}
+
+TEST_F(ShareLocksTest, LocksAreSortedByTheirProjectsNames) {
+  project("P0003", "Advert");
+  put("P0003/rooms/Sound.json", "{}");
+  const std::string out = runTool({"locks", folder_.path()}).out;
+  EXPECT_LT(out.find("P0003/Lock"), out.find("P0003/rooms/Sound.lck")) << out;
+  EXPECT_LT(out.find("P0003/rooms/Sound.lck"), out.find("P0001/Lock")) << out;
+  EXPECT_LT(out.find("P0001/Lock"), out.find("P0002/Lock")) << out;
+}
+
+TEST_F(ShareLocksTest, ANameThatAnEarlierHolderLeftIsNotShownAsTheHolders) {
+  put("P0001/Lock.inf", "BEN");
+  const auto earlier = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+  std::filesystem::last_write_time(folder_ / "P0001/Lock.inf", earlier);
+  put("P0001/Lock");
+  const Holder holder(folder_ / "P0001/Lock");
+  EXPECT_EQ(lock("P0001/Lock")["by"].asString(), "");
+  const ToolRun run = runTool({"locks", folder_.path()});
+  EXPECT_NE(run.out.find("(not known: Lock.inf is of an earlier holder)"), std::string::npos)
+      << run.out;
+}
+
+/// What kv-share writes to a terminal.
+std::string onTerminal(const std::vector<std::string>& words, const char* noColor) {
+  int terminal = -1;
+  const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (child == 0) {
+    std::vector<const char*> arguments{KV_SHARE_PROGRAM};
+    for (const std::string& word : words) arguments.push_back(word.c_str());
+    arguments.push_back(nullptr);
+    ::setenv("TERM", "xterm", 1);
+    ::setenv("NO_COLOR", noColor, 1);
+    ::execv(KV_SHARE_PROGRAM, const_cast<char* const*>(arguments.data()));
+    ::_exit(127);
+  }
+  std::string text;
+  char block[4096];
+  for (ssize_t count; (count = ::read(terminal, block, sizeof block)) > 0;) {
+    text.append(block, static_cast<std::size_t>(count));
+  }
+  ::waitpid(child, nullptr, 0);
+  ::close(terminal);
+  return text;
+}
+
+TEST_F(ShareLocksTest, ATerminalIsColouredUnlessTheUserWantsNone) {
+  put("P0001/Lock");
+  const std::vector<std::string> words{"locks", folder_.path()};
+  EXPECT_NE(onTerminal(words, "").find("\033[33mP0001/Lock"), std::string::npos);
+  EXPECT_EQ(onTerminal(words, "1").find('\033'), std::string::npos);
+  EXPECT_EQ(runTool(words).out.find('\033'), std::string::npos);
+}
 
 TEST_F(ShareLocksTest, AProjectWithoutALockFileIsFree) {
   const JsonValue free = lock("P0001/Lock");

@@ -116,6 +116,22 @@ TEST_F(ShareNetworkTest, MonitorShowsMessagesAndCountsThemAtTheEnd) {
   EXPECT_EQ(run.out.find('\x1b'), std::string::npos) << run.out;
 }
 
+TEST_F(ShareNetworkTest, MonitorShowsTheNamesOfAProjectsDirectoryBesideCookies) {
+  const TestFolder projects;
+  static_cast<void>(projects.write("P0001/project.json", R"({"name":"Feature"})"));
+  static_cast<void>(projects.write("P0001/E0001.otio",
+                                   R"({"OTIO_SCHEMA":"Timeline.1","name":"Harbour at dawn"})"));
+  BackgroundTool tool({"monitor", "--port", station_.portText(), "--projects", projects.path()});
+  ASSERT_TRUE(tool.hasWritten("object"));
+  ASSERT_TRUE(sender_.send({"d", "2", "P0001", "E0001"}));
+  ASSERT_TRUE(sender_.send({"d", "2", "P0001", "E0002"}));
+  ASSERT_TRUE(tool.hasWritten("  E0002\n"));
+  tool.signal(SIGINT);
+  const ToolRun run = tool.finish();
+  EXPECT_NE(run.out.find("Feature (P0001)"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("  Harbour at dawn (E0001)\n"), std::string::npos) << run.out;
+}
+
 TEST_F(ShareNetworkTest, MonitorTakesNoDatagramFromAStationThatWasThereBeforeOrComesLater) {
   BackgroundTool tool({"monitor", "--port", station_.portText()});
   ASSERT_TRUE(tool.hasWritten("object"));

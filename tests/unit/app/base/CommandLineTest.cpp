@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 using namespace korvel;
 
 namespace {
@@ -63,6 +65,20 @@ const WrongRow kWrongLines[] = {
     {"a 'b' \"c\\\"", "(column 7)"},
     {"a\\", "backslash at the end"},
 };
+
+TEST(CommandLine, ATildeAtTheBeginningOfAWordIsTheUsersFolder) {
+  ::setenv("HOME", "/home/anna", 1);
+  const LineRow rows[] = {{"edit import ~/film.otio", {"edit", "import", "/home/anna/film.otio"}},
+                          {"~", {"/home/anna"}},
+                          {"a~ ~b", {"a~", "~b"}},
+                          {"'~/x' \\~/x", {"~/x", "~/x"}}};
+  for (const LineRow& row : rows) {
+    const auto words = splitCommandLine(row.line);
+    ASSERT_TRUE(words) << row.line;
+    EXPECT_EQ(*words, row.words) << row.line;
+  }
+  EXPECT_EQ(*splitCommandLine(quotedWord("~/x")), Words{"~/x"});
+}
 
 TEST(CommandLine, AnUnbalancedQuoteIsAnErrorThatNamesThePlace) {
   for (const WrongRow& row : kWrongLines) {

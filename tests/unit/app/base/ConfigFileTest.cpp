@@ -1,6 +1,11 @@
 #include "app/base/ConfigFile.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <fstream>
+
+#include "tests/fakes/ScratchFolder.h"
 
 using namespace korvel;
 
@@ -57,8 +62,44 @@ TEST(ConfigFile, AFileThatIsMissingAndAFolderAreToldByName) {
 TEST(ConfigFile, AFileWithoutEndIsRefused) {
   const auto endless = readConfigFile("/dev/zero");
   ASSERT_FALSE(endless);
-  EXPECT_NE(endless.error().message.find("/dev/zero is larger than 1 MiB"), std::string::npos)
+  EXPECT_NE(endless.error().message.find("/dev/zero is no plain file"), std::string::npos)
       << endless.error().message;
+}
+
+TEST(ConfigFile, ANamedPipeIsRefusedWithoutWaitingForAWriter) {
+  const ScratchFolder folder;
+  ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+  const auto pipe = readConfigFile(folder / "pipe");
+  ASSERT_FALSE(pipe);
+  EXPECT_NE(pipe.error().message.find("is no plain file"), std::string::npos);
+}
+
+TEST(ConfigFile, AFileThatEverybodyMayWriteIsRefused) {
+  const ScratchFolder folder;
+  const std::string file = folder / "station.conf";
+  std::ofstream(file) << "user = ANNA\n";
+  ASSERT_EQ(::chmod(file.c_str(), 0666), 0);
+  const auto refused = readConfigFile(file);
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().code, ErrorCode::eNoRights);
+  EXPECT_NE(refused.error().message.find("chmod o-w " + file), std::string::npos);
+  ASSERT_EQ(::chmod(file.c_str(), 0664), 0);
+  EXPECT_TRUE(readConfigFile(file));
+}
+
+TEST(ConfigFile, AFileOfMoreThanAMebibyteIsRefused) {
+  const ScratchFolder folder;
+  std::ofstream(folder / "station.conf") << std::string((1 << 20) + 1, '#');
+  ::chmod((folder / "station.conf").c_str(), 0600);
+  const auto large = readConfigFile(folder / "station.conf");
+  ASSERT_FALSE(large);
+  EXPECT_NE(large.error().message.find("is larger than 1 MiB"), std::string::npos);
+}
+
+TEST(ConfigFile, NothingIsAConfigurationWithoutLines) {
+  const auto lines = readConfigFile("/dev/null");
+  ASSERT_TRUE(lines);
+  EXPECT_TRUE(lines->empty());
 }
 
 }  // namespace

@@ -2,6 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "tests/fakes/ScratchFolder.h"
+
 using namespace korvel;
 
 namespace {
@@ -35,7 +41,44 @@ TEST(Completion, OffersNextWordsOfCommandsAndThenObjects) {
       {"noAnswer ", {}},
   };
   for (const Row& row : rows)
-    EXPECT_EQ(completions(row.line, table, objects), row.offered) << row.line;
+    EXPECT_EQ(completions(row.line, table, [&](const std::string&) { return objects; }),
+              row.offered)
+        << row.line;
+}
+
+TEST(Completion, OffersWhatTheUsageCallsAnArgument) {
+  CommandTable table;
+  table.add({"project enter", "P", "", 1, 1, noAnswer});
+  table.add({"edit give", "E USER", "", 2, 2, noAnswer});
+  table.add({"bin add", "X COOKIE...", "", 2, 9, noAnswer});
+  const Candidates candidates = [](const std::string& argument) -> Words {
+    if (argument == "P") return {"Harbour at dawn", "Spot"};
+    if (argument == "USER") return {"ANNA"};
+    return {"an " + argument};
+  };
+  const std::pair<const char*, Words> rows[] = {
+      {"project enter Har", {"\"Harbour at dawn\""}},
+      {"project enter Harbour\\ at", {"\"Harbour at dawn\""}},
+      {"edit give a", {"\"an E\""}},
+      {"edit give E0001 A", {"ANNA"}},
+      {"bin add B1 E1 E2 an", {"\"an COOKIE\""}}};
+  for (const auto& [line, offered] : rows)
+    EXPECT_EQ(completions(line, table, candidates), offered) << line;
+}
+
+TEST(Completion, OffersFilesWhereAFileIsMeant) {
+  const ScratchFolder folder;
+  std::ofstream(folder / "film.otio") << "{}";
+  std::filesystem::create_directories(folder / "my media");
+  ::setenv("HOME", folder.path().c_str(), 1);
+  CommandTable table;
+  table.add({"edit import", "FILE", "", 1, 1, noAnswer});
+  const Candidates none = [](const std::string&) { return Words(); };
+  EXPECT_EQ(completions("edit import " + folder.path() + "/f", table, none),
+            Words{folder / "film.otio"});
+  EXPECT_EQ(completions("edit import ~/f", table, none), Words{folder / "film.otio"});
+  EXPECT_EQ(completions("edit import ~/my", table, none),
+            Words{"\"" + folder / "my media" + "/\""});
 }
 
 TEST(Completion, TheLastWordKnowsQuotesAndEscapes) {

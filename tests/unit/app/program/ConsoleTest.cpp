@@ -113,10 +113,16 @@ TEST_F(ConsoleTest, AScriptEndsAtTheFirstFailure) {
   EXPECT_EQ(error(1), "ANNA owns it.");
 }
 
-TEST_F(ConsoleTest, AScriptThatKeepsGoingEndsWell) {
+TEST_F(ConsoleTest, AScriptThatKeepsGoingRunsAllAndEndsWithAFailureIfThereWasOne) {
   keepsGoing = true;
-  EXPECT_EQ(run({"fail", "where"}), 0);
+  EXPECT_EQ(run({"fail", "where"}), 1);
   EXPECT_EQ(kept.replies.size(), 2u);
+  EXPECT_EQ(run({"where"}), 0);
+}
+
+TEST_F(ConsoleTest, AScriptThatKeepsGoingAndQuitsEndsWell) {
+  keepsGoing = true;
+  EXPECT_EQ(run({"fail", "quit"}), 0);
 }
 
 TEST_F(ConsoleTest, APersonGoesOnAfterAFailure) {
@@ -144,6 +150,10 @@ TEST_F(ConsoleTest, WhatCannotBeRunSaysWhatToDoInstead) {
   const Row rows[] = {{"wheer", "There is no command \"wheer\"; did you mean \"where\"?"},
                       {"edit tirm A B", "\"edit tirm\"; did you mean \"edit trim\"?"},
                       {"edit", "there are edit trim."},
+                      {"exit", "There is no command \"exit\"; \"quit\" ends the station."},
+                      {"ls", "\"project list\" shows the projects"},
+                      {"trim edit 'Scene 1' 2", "did you mean \"edit trim \"Scene 1\" 2\"?"},
+                      {"trim edits", "did you mean \"edit trim\"?"},
                       {"frobnicate", "\"help\" lists all."},
                       {"edit trim A", "needs more words; usage: edit trim E CLIP"},
                       {"edit trim A B C", "takes fewer words; usage: edit trim E CLIP"},
@@ -154,6 +164,20 @@ TEST_F(ConsoleTest, WhatCannotBeRunSaysWhatToDoInstead) {
     ASSERT_EQ(kept.replies.size(), 1u) << row.line;
     EXPECT_NE(error(0).find(row.part), std::string::npos) << error(0);
   }
+}
+
+TEST(ShortCookies, AreAsLongAsTellsThemApart) {
+  const auto row = [](const char* cookie) { return JsonValue::object({{"cookie", cookie}}); };
+  JsonValue list = JsonValue::array();
+  for (const char* cookie : {"E0123456789A0", "E0123456789B0", "E9999999999C0"})
+    list.append(row(cookie));
+  const JsonValue shown = withShortCookies(list);
+  EXPECT_EQ(shown.elements()[0]["cookie"].asString(), "E0123456789A");
+  EXPECT_EQ(shown.elements()[2]["cookie"].asString(), "E9999999999C");
+  JsonValue alone = JsonValue::array();
+  alone.append(row("E0123456789A0"));
+  EXPECT_EQ(withShortCookies(alone).elements()[0]["cookie"].asString(), "E0123456");
+  EXPECT_EQ(withShortCookies(JsonValue("text")).asString(), "text");
 }
 
 TEST_F(ConsoleTest, QuitEndsTheScript) {

@@ -72,6 +72,48 @@ TEST_F(EditsTest, ARefusedModificationNamesTheOwnerAndChangesNothing) {
   EXPECT_EQ(edits.nameOf(cookie), "Figure 1 - Simple Cut List");
 }
 
+TEST_F(EditsTest, ATrimToAPartOfAFrameIsRefusedAndSaysHowSecondsAreWritten) {
+  const Cookie cookie = imported("simple_cut.otio");
+  for (const char* start : {"1.5", "1.5f"}) {
+    const auto refused = EditActions::trim(cookie, "Clip-001", start, "5");
+    ASSERT_FALSE(refused) << start;
+    EXPECT_EQ(refused.error().code, ErrorCode::eUsage);
+    EXPECT_NE(refused.error().message.find("no whole number of frames"), std::string::npos);
+    EXPECT_NE(refused.error().message.find("\"1.5s\""), std::string::npos);
+  }
+}
+
+TEST_F(EditsTest, AnOwnerThatNoStationIsIsNotNamedAsOneToAsk) {
+  const Cookie cookie = imported("simple_cut.otio");
+  rules.isAllowed = false;
+  for (const wchar_t* owner : {L"RENDER", L"<NOBODY>"}) {
+    rules.setOwner(cookie, owner, iPermissionsManager::eEdit, false);
+    const auto refused = EditActions::rename(cookie, "Mine");
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().message.find("edit give"), std::string::npos);
+    EXPECT_NE(refused.error().message.find("--set Administrator=1"), std::string::npos);
+  }
+}
+
+TEST_F(EditsTest, TheBeginningOfACookieStandsForTheOneObjectThatHasIt) {
+  const Cookie cookie = imported("simple_cut.otio");
+  const std::string text = cookie.asString().str();
+  const auto found = projects.resolve(text.substr(0, text.size() - 2), "E");
+  ASSERT_TRUE(found);
+  EXPECT_EQ(*found, cookie);
+  EXPECT_FALSE(projects.resolve(text.substr(0, 1), "E"));
+  EXPECT_FALSE(projects.resolve(text.substr(0, text.size() - 2), "S"));
+}
+
+TEST_F(EditsTest, ANameThatDiffersInCapitalsAloneIsOffered) {
+  static_cast<void>(imported("simple_cut.otio"));
+  const auto found = projects.resolve("figure 1 - simple cut list", "E");
+  ASSERT_FALSE(found);
+  EXPECT_NE(found.error().message.find("did you mean \"Figure 1 - Simple Cut List\"?"),
+            std::string::npos)
+      << found.error().message;
+}
+
 TEST_F(EditsTest, ARemoteTrimShowsInTheOpenEditUnsavedAndIsNotEchoed) {
   const Cookie cookie = imported("simple_cut.otio");
   ASSERT_TRUE(edits.open(cookie));

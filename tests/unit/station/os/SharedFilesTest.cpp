@@ -122,6 +122,69 @@ TEST(SharedFilesTest, WhatAKilledWriterLeftIsTakenAwayByTheNextWrite) {
   EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{"a"}));
 }
 
+TEST(SharedFilesTest, WhatLiesInTheTemporaryFilesPlaceIsNeverWrittenTo) {
+  const ScratchFolder folder;
+  const ScratchFolder outside;
+  std::ofstream(outside / "victim") << "secret";
+  ASSERT_EQ(::chmod((outside / "victim").c_str(), 0600), 0);
+  // What a killed writer leaves tells how the file is called.
+  ForkedProcess writer([&folder] {
+    const struct rlimit none { 0, 0 };
+    const struct rlimit small { 1000, 1000 };
+    if (::setrlimit(RLIMIT_CORE, &none) != 0 || ::setrlimit(RLIMIT_FSIZE, &small) != 0) return 2;
+    return writeAtomically(folder / "a", std::string(5000, 'x')) ? 0 : 1;
+  });
+  EXPECT_EQ(writer.wait(), -1);
+  ASSERT_EQ(namesIn(folder.path()).size(), 1U);
+  const std::string temporary = folder / namesIn(folder.path()).front();
+  std::filesystem::remove(temporary);
+  std::filesystem::create_hard_link(outside / "victim", temporary);
+  ASSERT_TRUE(writeAtomically(folder / "a", "new"));
+  EXPECT_EQ(freshContentOf(folder / "a"), "new");
+  EXPECT_EQ(freshContentOf(outside / "victim"), "secret");
+  EXPECT_EQ(modeOf(outside / "victim"), 0600U);
+}
+
+TEST(SharedFilesTest, AFileMadeBeforeIsNotHandedOnAsTheNewOne) {
+  const ScratchFolder folder;
+  ForkedProcess writer([&folder] {
+    const struct rlimit none { 0, 0 };
+    const struct rlimit small { 1000, 1000 };
+    if (::setrlimit(RLIMIT_CORE, &none) != 0 || ::setrlimit(RLIMIT_FSIZE, &small) != 0) return 2;
+    return writeAtomically(folder / "a", std::string(5000, 'x')) ? 0 : 1;
+  });
+  EXPECT_EQ(writer.wait(), -1);
+  struct stat left {};
+  ASSERT_EQ(::stat((folder / namesIn(folder.path()).front()).c_str(), &left), 0);
+  const Descriptor kept(::open((folder / namesIn(folder.path()).front()).c_str(), O_RDONLY));
+  ASSERT_TRUE(writeAtomically(folder / "a", "new"));
+  struct stat written {};
+  ASSERT_EQ(::stat((folder / "a").c_str(), &written), 0);
+  EXPECT_NE(written.st_ino, left.st_ino);
+}
+
+TEST(SharedFilesTest, AFileOfTwoNamesIsReadButNotOpenedForWriting) {
+  const ScratchFolder folder;
+  std::ofstream(folder / "a") << "x";
+  std::filesystem::create_hard_link(folder / "a", folder / "b");
+  EXPECT_TRUE(openPlainFile(folder / "b", O_RDONLY).isOpen());
+  EXPECT_FALSE(openToChange(folder / "b", O_RDWR).isOpen());
+  EXPECT_EQ(errno, EMLINK);
+}
+
+TEST(SharedFilesTest, AFileWhoseGroupIsNotTheFoldersGivesItNoMoreAndNoLessThanOthers) {
+  const ScratchFolder folder;
+  constexpr gid_t kOther = 12'345;
+  if (::chown(folder.path().c_str(), uid_t(-1), kOther) != 0) {
+    GTEST_SKIP() << "only root may give a folder to a group that it is not in";
+  }
+  ASSERT_EQ(::chmod(folder.path().c_str(), 0777), 0);
+  const int status = runAsOrdinaryUser([&folder] {
+    return writeAtomically(folder / "a", "x") && modeOf(folder / "a") == 0666U ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+}
+
 TEST(SharedFilesTest, AWriterThatIsKilledAtAnyMomentLeavesAWholeFile) {
   const ScratchFolder folder;
   ASSERT_TRUE(writeAtomically(folder / "a", std::string(100'000, 'a')));

@@ -2,13 +2,14 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pcap/dlt.h>
 #include <unistd.h>
 
 #include <filesystem>
 
 #include "tests/support/ToolRun.h"
+#include "tools/capture/HeardMessage.h"
 #include "tools/capture/PcapngWriter.h"
-#include "tools/capture/UdpFrame.h"
 
 using namespace korvel;
 
@@ -106,13 +107,13 @@ struct FrameRow {
 TEST(UdpFrame, IsReadBehindEveryHeaderOfALink) {
   const std::string packet = ipv4PacketOf(message(0, "hello"));
   const FrameRow rows[] = {
-      {eLinkIpv4, ""},
-      {eLinkRaw, ""},
-      {eLinkNull, std::string("\2\0\0\0", 4)},
-      {eLinkEthernet, std::string(12, 'm') + std::string("\x08\0", 2)},
-      {eLinkEthernet, std::string(12, 'm') + std::string("\x81\0\0\5\x08\0", 6)},
-      {eLinkCooked, std::string(14, 'c') + std::string("\x08\0", 2)},
-      {eLinkCooked2, std::string("\x08\0", 2) + std::string(18, 'c')},
+      {DLT_IPV4, ""},
+      {DLT_RAW, ""},
+      {DLT_NULL, std::string("\2\0\0\0", 4)},
+      {DLT_EN10MB, std::string(12, 'm') + std::string("\x08\0", 2)},
+      {DLT_EN10MB, std::string(12, 'm') + std::string("\x81\0\0\5\x08\0", 6)},
+      {DLT_LINUX_SLL, std::string(14, 'c') + std::string("\x08\0", 2)},
+      {DLT_LINUX_SLL2, std::string("\x08\0", 2) + std::string(18, 'c')},
   };
   for (const FrameRow& row : rows) {
     const auto found = datagramInFrame(row.link, row.before + packet + "trailer");
@@ -126,19 +127,19 @@ TEST(UdpFrame, CutAnywhereIsNoDatagram) {
   const std::string frame =
       std::string(12, 'm') + std::string("\x08\0", 2) + ipv4PacketOf(message(0, "hello"));
   for (std::size_t size = 0; size < frame.size(); ++size) {
-    EXPECT_FALSE(datagramInFrame(eLinkEthernet, frame.substr(0, size))) << size;
+    EXPECT_FALSE(datagramInFrame(DLT_EN10MB, frame.substr(0, size))) << size;
   }
 }
 
 TEST(UdpFrame, OfAFragmentOrAnotherProtocolIsNone) {
   std::string packet = ipv4PacketOf(message(0, "hello"));
   packet[6] = '\x20';
-  EXPECT_FALSE(datagramInFrame(eLinkIpv4, packet));
-  EXPECT_TRUE(isFragment(eLinkIpv4, packet));
+  EXPECT_FALSE(datagramInFrame(DLT_IPV4, packet));
+  EXPECT_TRUE(isFragment(DLT_IPV4, packet));
   packet[6] = '\x40';  // not to be fragmented
-  EXPECT_TRUE(datagramInFrame(eLinkIpv4, packet));
+  EXPECT_TRUE(datagramInFrame(DLT_IPV4, packet));
   packet[9] = '\x06';
-  EXPECT_FALSE(datagramInFrame(eLinkIpv4, packet));
+  EXPECT_FALSE(datagramInFrame(DLT_IPV4, packet));
 }
 
 }  // namespace

@@ -5,10 +5,9 @@
 
 #include "station/wire/MessageFields.h"
 #include "tests/support/ToolRun.h"
+#include "tools/base/Processes.h"
+#include "tools/doctor/Check.h"
 #include "tools/doctor/Firewall.h"
-#include "tools/doctor/NetworkChecks.h"
-#include "tools/doctor/PortUsers.h"
-#include "tools/doctor/StationChecks.h"
 
 using namespace korvel;
 
@@ -161,6 +160,21 @@ TEST(DoctorFirewallTest, LegacyRulesAreReadAsWell) {
   EXPECT_EQ(unread.back().text, "could not read the rules of legacy iptables (Permission denied)");
 }
 
+TEST(DoctorNetworkTest, ChainsThatJumpToEachOtherInManyWaysTakeNoTime) {
+  constexpr int kChains = 14;
+  std::string rules = inputChain("accept");
+  for (int each = 0; each < kChains; ++each) {
+    rules += "," + chain("", "c" + std::to_string(each));
+    const std::string jump = R"({"jump":{"target":"c)" + std::to_string(each) + R"("}})";
+    const std::string from = each == 0 ? "input" : "c" + std::to_string(each - 1);
+    // Six jumps a chain: followed one by one they would be 6^14.
+    for (int times = 0; times < 6; ++times) rules += "," + rule(jump, from);
+  }
+  rules += "," + rule(kUdpPort + "27015}}," + kDrop, "c" + std::to_string(kChains - 1));
+  const Findings found = judgeFirewall(R"({"nftables":[)" + rules + "]}", "", 27015);
+  EXPECT_EQ(found[0].verdict, Verdict::eFail) << found[0].text;
+}
+
 TEST(DoctorNetworkTest, ASmallBufferIsWarnedOf) {
   EXPECT_EQ(worstOf(judgeBuffer(8 << 20)), Verdict::ePass);
   EXPECT_EQ(worstOf(judgeBuffer(212'992)), Verdict::eWarn);
@@ -205,6 +219,62 @@ TEST(DoctorStationTest, NamesThatOthersSeeCutOrNotAtAllAreFound) {
     EXPECT_EQ(worstOf(found), verdict) << name;
     EXPECT_EQ(found[0].fix.empty(), verdict == Verdict::ePass) << name;
   }
+}
+
+TEST(DoctorStationTest, AStationThatMessagesToItsUserDoNotReachIsWarned) {
+  const UserList list = readUserList("ANNA\nBEN\n");
+  struct Row {
+    const char* user;
+    const char* host;
+    Verdict verdict;
+    const char* part;
+  };
+  const Row rows[] = {{"ANNA", "anna", Verdict::ePass, "arrive"},
+                      {"J\u00DCRGEN", "j\u00FCrgen", Verdict::eWarn, "beyond ASCII"},
+                      {"anna", "anna", Verdict::eWarn, "not the host's name in capitals, \"ANNA\""},
+                      {"ANNA", "edit-1", Verdict::eWarn, "\"EDIT-1\""},
+                      {"CARLA", "carla", Verdict::eWarn, "not in userlist.dat"},
+                      {"<All>", "anna", Verdict::eFail, "a meaning of its own"},
+                      {"RENDER", "render", Verdict::eFail, "a meaning of its own"},
+                      {"ANNA", "render", Verdict::eFail, "RENDER"},
+                      {"<NOBODY>", "x", Verdict::eFail, "<NOBODY>"}};
+  for (const Row& row : rows) {
+    const Findings found = judgeUser(row.user, row.host, list);
+    EXPECT_EQ(worstOf(found), row.verdict) << row.user << " " << found[0].text;
+    EXPECT_NE(found[0].text.find(row.part), std::string::npos) << found[0].text;
+    EXPECT_EQ(found[0].fix.empty(), row.verdict == Verdict::ePass) << row.user;
+  }
+}
+
+TEST(DoctorStationTest, LinesOfTheUserListThatNoStationIsCalledAreNamed) {
+  struct Row {
+    const char* text;
+    const char* part;
+  };
+  const Row rows[] = {{"\xEF\xBB\xBF"
+                       "ANNA\n",
+                       "line 1 begins with a byte-order mark"},
+                      {"ANNA\r\nBEN \r\n", "line 2 has blanks at an end"},
+                      {"ANNA\n\nBEN\n", "line 2 is empty"},
+                      {"J\u00DCRGEN\n", "line 1 holds letters beyond ASCII"},
+                      {"ANNA\rBEN\r<all>", "line 3 is \"<All>\""}};
+  for (const Row& row : rows) {
+    const Findings found = judgeUserList(readUserList(row.text));
+    ASSERT_EQ(found.size(), 1u) << row.text;
+    EXPECT_EQ(found[0].verdict, Verdict::eWarn);
+    EXPECT_NE(found[0].text.find(row.part), std::string::npos) << found[0].text;
+  }
+  EXPECT_EQ(worstOf(judgeUserList(readUserList("ANNA\r\nBEN\n"))), Verdict::ePass);
+}
+
+TEST(DoctorStationTest, FindingsAreCountedByHowTheyCameOut) {
+  FindingCounts counts;
+  counts.add(pass("a"));
+  EXPECT_EQ(counts.text(), "1 passed");
+  counts.add(warn("b", "c"));
+  counts.add(fail("d", "e"));
+  counts.add(fail("f", "g"));
+  EXPECT_EQ(counts.text(), "1 passed, 1 warning, 2 failed");
 }
 
 TEST(DoctorStationTest, AMarkerWithoutAStationHereIsAnothersOrAKilledOnes) {

@@ -10,7 +10,6 @@
 #include "tools/base/MountInfo.h"
 #include "tools/doctor/Check.h"
 #include "tools/doctor/ProbeFolder.h"
-#include "tools/doctor/ShareChecks.h"
 
 using namespace korvel;
 

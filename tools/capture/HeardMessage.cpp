@@ -1,4 +1,6 @@
-#include "tools/capture/UdpFrame.h"
+#include "tools/capture/HeardMessage.h"
+
+#include <pcap/dlt.h>
 
 #include <algorithm>
 #include <array>
@@ -12,6 +14,7 @@ constexpr std::size_t kUdpHeader = 8;
 constexpr unsigned kUdp = 17;
 constexpr unsigned kIpv4Frame = 0x0800;
 constexpr unsigned kFragmentBits = 0x3FFF;  // more to come, and the offset
+constexpr int kRawInFiles = 101;            // what files call DLT_RAW
 
 unsigned byteAt(std::string_view bytes, std::size_t at) {
   return static_cast<unsigned char>(bytes[at]);
@@ -49,22 +52,22 @@ std::string_view inCooked(std::string_view frame, std::size_t protocolAt, std::s
 std::string_view packetIn(int linkType, std::string_view frame) {
   std::string_view packet;
   switch (linkType) {
-    case eLinkNull:
-    case eLinkLoop:
+    case DLT_NULL:
+    case DLT_LOOP:
       packet = withoutFirst(frame, 4);
       break;
-    case eLinkEthernet:
+    case DLT_EN10MB:
       packet = inEthernet(frame);
       break;
-    case eLinkRaw:
-    case eLinkRawInFiles:
-    case eLinkIpv4:
+    case DLT_RAW:
+    case kRawInFiles:
+    case DLT_IPV4:
       packet = frame;
       break;
-    case eLinkCooked:
+    case DLT_LINUX_SLL:
       packet = inCooked(frame, 14, 16);
       break;
-    case eLinkCooked2:
+    case DLT_LINUX_SLL2:
       packet = inCooked(frame, 0, 20);
       break;
     default:
@@ -94,8 +97,8 @@ unsigned checksumOf(std::string_view header) {
 }  // namespace
 
 bool isKnownLink(int linkType) {
-  constexpr std::array kKnown{eLinkNull, eLinkEthernet, eLinkRaw,  eLinkRawInFiles,
-                              eLinkLoop, eLinkCooked,   eLinkIpv4, eLinkCooked2};
+  constexpr std::array kKnown{DLT_NULL, DLT_EN10MB,    DLT_RAW,  kRawInFiles,
+                              DLT_LOOP, DLT_LINUX_SLL, DLT_IPV4, DLT_LINUX_SLL2};
   return std::find(kKnown.begin(), kKnown.end(), linkType) != kKnown.end();
 }
 

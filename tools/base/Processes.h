@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+// What /proc tells of the programs of this machine.
+
 namespace korvel {
 
 /// A program that has a UDP port; its name is empty where this user may not see it.
@@ -16,5 +18,12 @@ std::vector<PortUser> usersOfPort(int port, const std::string& proc = "/proc");
 
 /// "dnsmasq (process 311), 2 that this user may not see"
 std::string namesOf(const std::vector<PortUser>& users);
+
+/// Where a file is held open, as far as this machine's /proc tells: "kv-station, process 311 on
+/// this machine" or that it is no process of this machine that this user can see.
+std::string placeOfHolder(const std::string& path);
+
+/// Whether a kv-station runs on this machine.
+bool isStationRunning();
 
 }  // namespace korvel

@@ -1,5 +1,10 @@
-#include "tools/doctor/PortUsers.h"
+#include "tools/base/Processes.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
@@ -52,6 +57,22 @@ void findOwner(const fs::path& process, int number, std::map<std::string, PortUs
   }
 }
 
+bool hasOpen(const fs::path& process, const struct stat& wanted) {
+  std::error_code problem;
+  for (fs::directory_iterator each(process / "fd", problem), end; !problem && each != end;
+       each.increment(problem)) {
+    std::error_code gone;
+    // A link's text first: asking for the file behind it could wait for a share that hangs.
+    if (!fs::read_symlink(each->path(), gone).is_absolute()) continue;
+    struct stat status {};
+    if (::stat(each->path().c_str(), &status) == 0 && status.st_dev == wanted.st_dev &&
+        status.st_ino == wanted.st_ino) {
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 std::vector<PortUser> usersOfPort(int port, const std::string& proc) {
@@ -85,6 +106,30 @@ std::string namesOf(const std::vector<PortUser>& users) {
   }
   if (unseen == 0) return text;
   return text + (text.empty() ? "" : ", ") + std::to_string(unseen) + " that this user may not see";
+}
+
+std::string placeOfHolder(const std::string& path) {
+  struct stat wanted {};
+  if (::stat(path.c_str(), &wanted) != 0) return {};
+  std::error_code problem;
+  for (fs::directory_iterator each("/proc", problem), end; !problem && each != end;
+       each.increment(problem)) {
+    const std::string number = each->path().filename().string();
+    if (!std::all_of(number.begin(), number.end(), [](unsigned char c) { return std::isdigit(c); }))
+      continue;
+    if (!hasOpen(each->path(), wanted)) continue;
+    return programOf(each->path()) + ", process " + number + " on this machine";
+  }
+  return ::geteuid() == 0 ? "on another machine" : "on another machine or as another user";
+}
+
+bool isStationRunning() {
+  std::error_code problem;
+  for (fs::directory_iterator each("/proc", problem), end; !problem && each != end;
+       each.increment(problem)) {
+    if (programOf(each->path()) == "kv-station") return true;
+  }
+  return false;
 }
 
 }  // namespace korvel
