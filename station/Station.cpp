@@ -2,11 +2,15 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <sstream>
+
 #include "host/base/Config.h"
 #include "host/base/Log.h"
 #include "host/base/Text.h"
 #include "host/os/Files.h"
 #include "host/project/iProjectShare.h"
+#include "station/MessageJudge.h"
 #include "station/RemoteCommands.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
@@ -26,6 +30,7 @@
 #include "station/project/Rooms.h"
 #include "station/ui/Desktop.h"
 #include "station/watch/CatchUp.h"
+#include "station/wire/MessageType.h"
 
 namespace korvel {
 
@@ -60,13 +65,6 @@ Result<void> checkProjectsDirectory() {
       entries.error().code,
       "The projects directory cannot be used: " + why + " Another is named with --projects DIR.",
       path};
-}
-
-/// The name under which the user's things are recorded.
-std::string upperCasedHost() {
-  LightweightString<wchar_t> name = wideText(settings().host);
-  Kv::toUpper(name);
-  return utf8Text(name);
 }
 
 void warnOfCutName(const char* what, const std::string& name, const char* option) {
@@ -109,6 +107,7 @@ struct Station::Parts {
 
 Station::Station() : parts_(std::make_unique<Parts>()) {
   keepHeardList(parts_->network);
+  parts_->network.judgeBy(judgeMessage);
   parts_->projects.addPart(parts_->edits);
   parts_->projects.addPart(parts_->bins);
   parts_->projects.addPart(parts_->racks);
@@ -123,7 +122,7 @@ Result<void> Station::start() {
   if (auto checked = checkProjectsDirectory(); !checked) return checked;
   if (auto loaded = parts_->plugin.load(settings().plugin); !loaded) return loaded;
   warnOfCutName("user", settings().user, "--user");
-  warnOfCutName("host", upperCasedHost(), "--host");
+  warnOfCutName("host", upperCased(settings().host), "--host");
   markPresent();
   return {};
 }
@@ -166,14 +165,57 @@ std::string Station::pluginVersion() const {
   return plugin ? utf8Text(plugin->pluginVersion()) : std::string();
 }
 
+namespace {
+
+bool isAscii(const std::string& text) {
+  return std::ranges::none_of(text, [](char byte) { return (byte & 0x80) != 0; });
+}
+
+/// Whether the projects directory has a list of users in which this one is not.
+bool isLeftOut(const std::string& user) {
+  const auto list = readFresh(settings().projectsDirectory + "/userlist.dat", kLargestRecord);
+  if (!list) return false;
+  std::istringstream lines(*list);
+  bool hasNames = false;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.ends_with('\r')) line.pop_back();
+    if (upperCased(line) == upperCased(user)) return false;
+    hasNames = hasNames || !line.empty();
+  }
+  return hasNames;
+}
+
+}  // namespace
+
 // Required: recipients are upper-cased host names, and a receiver compares them with its user's
 // name as it is.
 std::string Station::adviceOnNames() {
-  const std::string name = shownText(upperCasedHost());
-  if (settings().user == upperCasedHost()) return {};
-  return "Messages to you alone will not reach you: others address you by your host's name, \"" +
-         name + "\", and your user name is \"" + shownText(settings().user) +
-         "\". Start with --user and --host alike, in capitals, such as --user \"" + name + "\".";
+  const std::string& user = settings().user;
+  const std::string address = upperCased(settings().host);
+  for (const char* const reserved : {kEverybody, "RENDER", "<NOBODY>"}) {
+    if (upperCased(user) != upperCased(reserved)) continue;
+    return inQuotes(user) +
+           " is no name for a user: stations mean something else by it. Choose another with "
+           "--user.";
+  }
+  if (user != address) {
+    return "Messages to you alone will not reach you: others address you by your host's name, " +
+           inQuotes(address) + ", and your user name is " + inQuotes(user) +
+           ". Start with --user and --host alike, in capitals, such as --user " +
+           inQuotes(address) + ".";
+  }
+  if (!isAscii(user)) {
+    return "Messages to you alone reach you as notifications, not in the panel: your name " +
+           inQuotes(user) +
+           " holds letters that are not ASCII. Start with --user and --host alike, in capitals "
+           "from A to Z.";
+  }
+  if (isLeftOut(user)) {
+    return "Others are not offered your name to write to: userlist.dat in the projects directory "
+           "does not hold " +
+           inQuotes(user) + ". Add it there as a line of its own.";
+  }
+  return {};
 }
 
 }  // namespace korvel

@@ -10,21 +10,6 @@
 
 namespace korvel {
 
-namespace {
-
-/// Writes all of it; false with errno set when that failed.
-bool writeAll(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
-}
-
-}  // namespace
-
 EventFile::~EventFile() { close(); }
 
 Result<void> EventFile::open(const std::string& path) {
@@ -34,23 +19,25 @@ Result<void> EventFile::open(const std::string& path) {
     pipe_ = std::make_unique<PipeWriter>(-1, path, failed);
     return {};
   }
-  descriptor_ = path == "-" ? ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)
-                            : ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (descriptor_ < 0) {
+  const int descriptor =
+      path == "-" ? ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3) : RotatingFile::open(path, O_TRUNC);
+  if (descriptor < 0) {
     return Error{ErrorCode::eSystem,
                  "Events cannot be written to " + path_ + ": " + std::strerror(errno) +
                      "; name another file with --events FILE.",
                  path};
   }
-  if (isReadBySomebody(descriptor_)) {
-    pipe_ = std::make_unique<PipeWriter>(std::exchange(descriptor_, -1), path, failed);
+  if (isReadBySomebody(descriptor)) {
+    pipe_ = std::make_unique<PipeWriter>(descriptor, path, failed);
+  } else {
+    file_ = std::make_unique<RotatingFile>(descriptor, path);
   }
   return {};
 }
 
 void EventFile::take(const StationEvent& event) {
   if (pipe_) return queue(event);
-  if (descriptor_ < 0 || writeAll(descriptor_, event.line + "\n")) return;
+  if (!file_ || file_->write(event.wholeLine() + "\n")) return;
   const int problem = errno;
   close();
   tellBroken(problem);
@@ -58,7 +45,7 @@ void EventFile::take(const StationEvent& event) {
 
 void EventFile::queue(const StationEvent& event) {
   const std::string before = leftOut_ > 0 ? missingLine() : std::string();
-  if (!pipe_->write(before + event.line + "\n")) return leaveOut(event);
+  if (!pipe_->write(before + event.wholeLine() + "\n")) return leaveOut(event);
   leftOut_ = 0;
 }
 
@@ -84,7 +71,7 @@ void EventFile::tellBroken(int problem) const {
 }
 
 void EventFile::close() {
-  if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
+  file_.reset();
   if (!pipe_) return;
   const std::size_t unread = pipe_->finish() + leftOut_;
   pipe_.reset();

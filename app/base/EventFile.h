@@ -8,12 +8,13 @@
 #include "app/base/iEventSink.h"
 #include "station/base/PipeWriter.h"
 #include "station/base/Result.h"
+#include "station/base/RotatingFile.h"
 
 namespace korvel {
 
 /// Writes each event as one line to a file, a pipe or standard output, at once. What cannot be
 /// written (a full disk, a reader that is gone) is told once; then nothing more is written. Calls
-/// come one at a time.
+/// come one at a time. A file is rotated, and readable by its user alone.
 ///
 /// The station never waits for whoever reads a pipe: when the reader stops reading, events are kept
 /// for it up to PipeWriter::kMaxWaiting bytes; what comes then is left out, which is told at once,
@@ -42,8 +43,8 @@ class EventFile : public iEventSink {
 
   Tell tell_;
   std::string path_;
-  int descriptor_ = -1;
-  std::unique_ptr<PipeWriter> pipe_;  ///< in the descriptor's stead where somebody reads
+  std::unique_ptr<RotatingFile> file_;
+  std::unique_ptr<PipeWriter> pipe_;  ///< in the file's stead where somebody reads
   std::uint64_t leftOut_ = 0;         ///< events that no line tells of yet
   JsonValue leftOutTime_;             ///< the time of the last of them
 };

@@ -21,8 +21,8 @@ bool EventPattern::matches(const JsonValue& value) const {
 
 void EventHistory::take(const StationEvent& event) {
   waiter_.change([&] {
-    kept_.push_back({event.name, event.line});
-    bytes_ += event.line.size();
+    kept_.push_back({{event.name, {}, event.line, event.datagram}});
+    bytes_ += kept_.back().bytes();
     while (kept_.size() > kMaxEvents || bytes_ > kMaxBytes) forgetOldest();
   });
 }
@@ -40,10 +40,10 @@ std::optional<JsonValue> EventHistory::await(const EventPattern& pattern,
 std::optional<JsonValue> EventHistory::takeMatch(const EventPattern& pattern, std::size_t& seen) {
   for (seen = std::max(seen, forgotten_); seen - forgotten_ < kept_.size(); ++seen) {
     const auto kept = kept_.begin() + static_cast<std::ptrdiff_t>(seen - forgotten_);
-    if (kept->name != pattern.event) continue;
-    auto value = parseJson(kept->line);
+    if (kept->event.name != pattern.event) continue;
+    auto value = parseJson(kept->event.wholeLine());
     if (!value || !pattern.matches(*value)) continue;
-    bytes_ -= kept->line.size();
+    bytes_ -= kept->bytes();
     kept_.erase(kept);
     return *value;
   }
@@ -51,7 +51,7 @@ std::optional<JsonValue> EventHistory::takeMatch(const EventPattern& pattern, st
 }
 
 void EventHistory::forgetOldest() {
-  bytes_ -= kept_.front().line.size();
+  bytes_ -= kept_.front().bytes();
   kept_.pop_front();
   ++forgotten_;
 }

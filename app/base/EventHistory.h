@@ -40,8 +40,8 @@ class EventHistory : public iEventSink {
 
  private:
   struct Kept {
-    std::string name;
-    std::string line;
+    StationEvent event;  ///< without its value, which the line holds
+    [[nodiscard]] std::size_t bytes() const { return event.line.size() + event.datagram.size(); }
   };
 
   std::optional<JsonValue> takeMatch(const EventPattern& pattern, std::size_t& seen);

@@ -27,8 +27,9 @@ std::string withoutLineEnd(std::string text) {
 
 void EventWriter::addSink(iEventSink& sink) { sinks_.push_back(&sink); }
 
-void EventWriter::emit(std::string_view name, const std::vector<JsonValue::Member>& members) {
-  StationEvent event{std::string(name), JsonValue::object({{"event", name}}), {}};
+void EventWriter::emit(std::string_view name, const std::vector<JsonValue::Member>& members,
+                       const std::string& datagram) {
+  StationEvent event{std::string(name), JsonValue::object({{"event", name}}), {}, datagram};
   const std::lock_guard lock(mutex_);
   event.value.set("time", secondsNow());
   for (const auto& [key, value] : members) event.value.set(key, value);
@@ -36,15 +37,13 @@ void EventWriter::emit(std::string_view name, const std::vector<JsonValue::Membe
   for (iEventSink* sink : sinks_) sink->take(event);
 }
 
-void EventWriter::emitMessage(std::string_view name, const std::string& wireText) {
-  emit(name, messageMembers(wireText));
+void EventWriter::sent(const std::string& wireText) {
+  emit("sent", messageMembers(readMessage(wireText)), wireText);
 }
 
-void EventWriter::sent(const std::string& wireText) { emitMessage("sent", wireText); }
-
-void EventWriter::received(const std::string& wireText) {
-  emitMessage("received", wireText);
-  message_ = readMessage(wireText);
+void EventWriter::received(const std::string& wireText, const MessageFields& message) {
+  emit("received", messageMembers(message), wireText);
+  message_ = message;
 }
 
 void EventWriter::changed(const std::string& what, const Cookie& cookie, const std::string& how,
@@ -72,6 +71,7 @@ void EventWriter::notification(const std::string& text) {
   const bool isTheirs = currentOrigin() == Origin::eRemote && message_.data == text;
   if (isTheirs && !message_.source.empty())
     members.push_back(textMember("source", message_.source));
+  if (isTheirs && message_.isCut()) members.emplace_back("cut", true);
   emit("notification", members);
 }
 

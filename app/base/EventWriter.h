@@ -24,11 +24,12 @@ class EventWriter : public iStationEvents {
   /// Adds a sink, which must outlive this. Before other threads use this.
   void addSink(iEventSink& sink);
 
-  /// Hands out an event with these keys.
-  void emit(std::string_view name, const std::vector<JsonValue::Member>& members);
+  /// Hands out an event with these keys, and the bytes of the datagram that it is about.
+  void emit(std::string_view name, const std::vector<JsonValue::Member>& members,
+            const std::string& datagram = {});
 
   void sent(const std::string& wireText) override;
-  void received(const std::string& wireText) override;
+  void received(const std::string& wireText, const MessageFields& message) override;
   void changed(const std::string& what, const Cookie& cookie, const std::string& how,
                Origin origin) override;
   void log(bool toConsole, const std::string& text) override;
@@ -38,8 +39,6 @@ class EventWriter : public iStationEvents {
   void panel(const std::vector<std::string>& lines) override;
 
  private:
-  void emitMessage(std::string_view name, const std::string& wireText);
-
   std::mutex mutex_;
   std::vector<iEventSink*> sinks_;
   MessageFields message_;  ///< the words of a user that came last; host thread

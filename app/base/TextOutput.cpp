@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 
 #include "station/base/Rendering.h"
+#include "station/base/Strings.h"
+#include "station/base/TextMember.h"
 
 namespace korvel {
 
@@ -26,10 +28,23 @@ std::string missing(std::size_t count) {
   return std::to_string(count) + " texts are missing here, since nobody read them.";
 }
 
-/// An event's text under a key, or its hexadecimal form.
+/// An event's text under a key; bytes that are no text with U+FFFD in the place of each. Further
+/// lines are shifted, so that no line but the first looks like one of the station's own.
 std::string textOf(const JsonValue& event, const std::string& key) {
-  if (const JsonValue* text = event.find(key)) return renderForPeople(*text);
-  return "bytes that are no text: " + event[key + "_hex"].asString();
+  const JsonValue* const text = event.find(key);
+  const std::string shown =
+      text ? renderForPeople(*text) : loggedText(bytesOfHex(event[key + "_hex"].asString()));
+  std::string lines;
+  for (const char byte : shown)
+    lines += byte == '\n' ? std::string("\n    ") : std::string(1, byte);
+  return lines;
+}
+
+/// "Notification from ANNA: lunch?"
+std::string notificationText(const JsonValue& event) {
+  const bool hasSender = event.find("source") || event.find("source_hex");
+  return "Notification" + (hasSender ? " from " + textOf(event, "source") : "") + ": " +
+         textOf(event, "text") + (event["cut"].asBool() ? " (cut here)" : "");
 }
 
 }  // namespace
@@ -44,7 +59,7 @@ void TextOutput::take(const StationEvent& event) {
   if (event.name == "log" && event.value["to"].asString() == "console") {
     show(problems_, textOf(event.value, "text"));
   } else if (event.name == "notification") {
-    show(answers_, "Notification: " + textOf(event.value, "text"));
+    show(answers_, notificationText(event.value));
   } else if (event.name == "network") {
     show(problems_, "Network: " + textOf(event.value, "problem"));
   }

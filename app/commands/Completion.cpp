@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "app/base/CommandLine.h"
+#include "station/base/Strings.h"
 
 namespace korvel {
 
@@ -62,7 +63,8 @@ void addCandidates(const std::vector<std::string>& candidates, std::string_view 
   const bool isQuoted = begun.starts_with('"');
   const std::string text = plainText(begun);
   for (const std::string& candidate : candidates) {
-    if (!candidate.starts_with(text)) continue;
+    // A name with control characters would act on the terminal that offers it.
+    if (!candidate.starts_with(text) || shownText(candidate) != candidate) continue;
     const std::string word = quotedWord(candidate);
     found.insert(isQuoted && word == candidate ? "\"" + candidate + "\"" : word);
   }

@@ -132,7 +132,12 @@ Result<JsonValue> sleepFor(const Arguments& words, Waiter& waiter) {
 Result<JsonValue> listNotifications() {
   JsonValue all = JsonValue::array();
   for (const Notification& each : notifications()) {
-    all.append(JsonValue::object({{"time", each.timeText()}, textMember("text", each.text)}));
+    JsonValue shown = JsonValue::object({{"time", each.timeText()}});
+    const auto add = [&shown](JsonValue::Member member) { shown.set(member.first, member.second); };
+    if (!each.source.empty()) add(textMember("from", each.source));
+    add(textMember("text", each.text));
+    if (each.isCut) add({"cut", true});
+    all.append(std::move(shown));
   }
   return all;
 }

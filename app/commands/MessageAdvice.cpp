@@ -1,14 +1,56 @@
 #include "app/commands/MessageAdvice.h"
 
+#include <algorithm>
+#include <string_view>
+
+#include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
+#include "station/os/SharedFiles.h"
 #include "station/project/ObjectNames.h"
+#include "station/wire/MessageType.h"
 
 namespace korvel {
+
+namespace {
+
+/// The ending of the files that mark users as present.
+constexpr std::string_view kMarkerEnding = ".cli";
+
+/// Whether a user marked as present in the projects directory has this name; capitals do not
+/// matter.
+bool isHere(const std::string& user) {
+  const auto files = listFresh(settings().projectsDirectory);
+  if (!files) return true;  // what cannot be told is not claimed
+  const std::string wanted = upperCased(user);
+  return std::ranges::any_of(*files, [&wanted](const std::string& file) {
+    return file.ends_with(kMarkerEnding) &&
+           upperCased(file.substr(0, file.size() - kMarkerEnding.size())) == wanted;
+  });
+}
+
+}  // namespace
+
+std::string recipientAdvice(const std::string& user) {
+  if (user == kEverybody) return {};
+  if (upperCased(user) == upperCased(settings().user)) {
+    return "You write to yourself: a station shows none of its own messages as received.";
+  }
+  if (!isHere(user)) {
+    return "Nobody of the name \"" + shownText(user) +
+           "\" is at work in the projects directory now: nobody sees your message.";
+  }
+  const bool isAscii = std::ranges::none_of(user, [](char byte) { return (byte & 0x80) != 0; });
+  if (isAscii) return {};
+  return "The name \"" + shownText(user) +
+         "\" holds letters that are not ASCII: its station shows your message as a notification "
+         "alone, and one of an earlier version not at all.";
+}
 
 std::string messageAdvice(const std::string& text) {
   if (text.starts_with('d')) {
     return "Your message begins with a small \"d\", as only messages between stations do: others "
-           "do "
-           "not see it. Begin it with a capital \"D\" or another word.";
+           "see it as a notification alone, and stations of earlier versions not at all. Begin it "
+           "with a capital \"D\" or another word.";
   }
   if (travelsWhole(text)) return {};
   return "Your message holds a character that messages cannot carry, such as \"\u20AC\" or "

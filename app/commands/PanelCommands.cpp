@@ -34,13 +34,12 @@ Result<JsonValue> chooseRecipient(const Arguments& words) {
   return withPanel([&](PanelDriver& hands) { return nothingOr(hands.chooseRecipient(words[0])); });
 }
 
-void logAdvice(const std::string& text) {
-  const std::string advice = messageAdvice(text);
+void logAdvice(const std::string& advice) {
   if (!advice.empty()) LogBoth("%s\n", advice);
 }
 
 Result<JsonValue> type(const Arguments& words) {
-  logAdvice(words[0]);
+  logAdvice(messageAdvice(words[0]));
   return withPanel([&](PanelDriver& hands) { return nothingOr(hands.type(words[0])); });
 }
 
@@ -49,8 +48,11 @@ Result<JsonValue> pressReturn(const Arguments&) {
 }
 
 Result<JsonValue> say(const Arguments& words) {
-  logAdvice(words[1]);
-  return withPanel([&](PanelDriver& hands) { return nothingOr(hands.say(words[0], words[1])); });
+  logAdvice(messageAdvice(words[1]));
+  const auto said =
+      withPanel([&](PanelDriver& hands) { return nothingOr(hands.say(words[0], words[1])); });
+  if (said) logAdvice(recipientAdvice(words[0]));
+  return said;
 }
 
 Result<JsonValue> lines(const Arguments&) {

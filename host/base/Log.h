@@ -14,6 +14,10 @@
 // a conversion that does not fit its argument, or is none at all, prints the argument's text; a
 // conversion without an argument and an argument without a conversion print nothing. It is never
 // undefined behaviour, whatever the format.
+//
+// Arguments may come from the network or the share. Control characters in them are written as
+// escapes, bytes that are no UTF-8 as U+FFFD, and of a text of more than 4 kB only the beginning,
+// with its length. So a line of the log is always made by a format.
 
 /// One argument of a log line, already turned into what a conversion may ask for.
 struct KV_HOST_API LogArgument {

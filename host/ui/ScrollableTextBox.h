@@ -33,7 +33,10 @@ class KV_HOST_API ScrollableTextBoxBase : public Glob {
   /// All lines, the first on top. Each element is one line whatever characters it holds.
   [[nodiscard]] const Lines& getStrings() const { return content_->lines(); }
 
-  /// Replaces all lines.
+  /// More lines than anybody scrolls back.
+  static constexpr std::size_t kMostLines = 1000;
+
+  /// Replaces all lines; of more than kMostLines the last are kept.
   void setStrings(const Lines& lines);
 
   void setPalette(const Palette& palette) { palette_ = palette; }

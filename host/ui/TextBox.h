@@ -35,6 +35,9 @@ class KV_HOST_API TextBox : public Glob {
   /// never sent.
   void requestCallback(const LightweightString<char>& text, Glob* handler, int callback);
 
+  /// Whether this text was asked for to be sent.
+  [[nodiscard]] bool sendsCallback(const LightweightString<char>& text) const;
+
   /// Text input goes in at the caret; a line end in it becomes a blank, since the box has one line.
   bool handleEvent(const Event& event) override;
   [[nodiscard]] bool takesFocus() const override { return true; }

@@ -1,5 +1,7 @@
 #include "station/base/Events.h"
 
+#include <utility>
+
 namespace korvel {
 
 namespace {
@@ -8,7 +10,7 @@ namespace {
 class DroppingEvents : public iStationEvents {
  public:
   void sent(const std::string&) override {}
-  void received(const std::string&) override {}
+  void received(const std::string&, const MessageFields&) override {}
   void changed(const std::string&, const Cookie&, const std::string&, Origin) override {}
   void log(bool, const std::string&) override {}
   void command(const std::string&) override {}
@@ -21,6 +23,8 @@ DroppingEvents dropping;
 iStationEvents* installed = &dropping;
 int remoteScopes = 0;
 int folderScopes = 0;
+thread_local int waitedScopes = 0;
+const ReceivedMessage* delivered = nullptr;
 
 }  // namespace
 
@@ -45,9 +49,23 @@ Origin currentOrigin() {
   return remoteScopes > 0 ? Origin::eRemote : Origin::eLocal;
 }
 
-RemoteChangeScope::RemoteChangeScope() { ++remoteScopes; }
+bool wasWaitedFor() { return waitedScopes > 0; }
 
-RemoteChangeScope::~RemoteChangeScope() { --remoteScopes; }
+WaitedScope::WaitedScope() { ++waitedScopes; }
+
+WaitedScope::~WaitedScope() { --waitedScopes; }
+
+const ReceivedMessage* currentMessage() { return delivered; }
+
+RemoteChangeScope::RemoteChangeScope(const ReceivedMessage* message)
+    : before_(std::exchange(delivered, message)) {
+  ++remoteScopes;
+}
+
+RemoteChangeScope::~RemoteChangeScope() {
+  --remoteScopes;
+  delivered = before_;
+}
 
 FolderChangeScope::FolderChangeScope() { ++folderScopes; }
 

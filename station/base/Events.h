@@ -8,6 +8,9 @@
 
 namespace korvel {
 
+struct MessageFields;
+struct ReceivedMessage;
+
 /// Where a change came from.
 enum class Origin {
   eLocal,   ///< this station's user
@@ -29,8 +32,8 @@ class iStationEvents {
   /// its bytes.
   virtual void sent(const std::string& wireText) = 0;
 
-  /// A datagram is about to be handed to the plug-in.
-  virtual void received(const std::string& wireText) = 0;
+  /// A datagram is about to be handed to the plug-in: its bytes, and what they say.
+  virtual void received(const std::string& wireText, const MessageFields& message) = 0;
 
   /// Something that this station shows changed. `what`: edit, log, bin, rack, filter, media, room,
   /// permissions. `how`: created, reloaded, modified, destroyed, added, removed, refreshed.
@@ -65,13 +68,33 @@ void installEvents(iStationEvents* sink);
 /// delivered, folder while what was found there is being shown. Host thread.
 Origin currentOrigin();
 
-/// Marks a delivery for as long as it lives. Host thread.
+/// The message that is being delivered right now; null while none is. Host thread.
+const ReceivedMessage* currentMessage();
+
+/// Whether what the calling thread is about to wait for was waited for already, so that waiting
+/// again would only cost time.
+bool wasWaitedFor();
+
+/// Makes it so for as long as it lives, for this thread.
+class WaitedScope {
+ public:
+  WaitedScope();
+  WaitedScope(const WaitedScope&) = delete;
+  WaitedScope& operator=(const WaitedScope&) = delete;
+  ~WaitedScope();
+};
+
+/// Marks a delivery for as long as it lives; what is delivered, where it is a message, must outlive
+/// it. Host thread.
 class RemoteChangeScope {
  public:
-  RemoteChangeScope();
+  explicit RemoteChangeScope(const ReceivedMessage* message = nullptr);
   RemoteChangeScope(const RemoteChangeScope&) = delete;
   RemoteChangeScope& operator=(const RemoteChangeScope&) = delete;
   ~RemoteChangeScope();
+
+ private:
+  const ReceivedMessage* before_;
 };
 
 /// Marks the showing of what was found in the folder, for as long as it lives. Host thread.

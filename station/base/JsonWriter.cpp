@@ -17,6 +17,14 @@ std::uint32_t surrogateAt(std::string_view text) {
   return 0xD000U | ((byteAt(text, 1) & 0x3FU) << 6) | (byteAt(text, 2) & 0x3FU);
 }
 
+/// The control character at the head that JSON allows and a terminal acts on: DEL, or one of C1 in
+/// its two bytes; 0 for anything else.
+std::uint32_t terminalControlAt(std::string_view text) {
+  if (byteAt(text, 0) == 0x7F) return 0x7F;
+  const std::uint8_t second = byteAt(text, 1);
+  return byteAt(text, 0) == 0xC2 && second >= 0x80 && second < 0xA0 ? second : 0;
+}
+
 /// Whether the half at the head stands alone, so that its escape reads back as these bytes.
 bool isLoneSurrogate(std::string_view text, std::uint32_t half) {
   return half != 0 && (half >= 0xDC00 || surrogateAt(text.substr(3)) < 0xDC00);
@@ -130,6 +138,10 @@ class Writer {
     if (static_cast<std::uint8_t>(text[0]) < 0x20) {
       appendControl(out_, text[0]);
       return 1;
+    }
+    if (const std::uint32_t control = terminalControlAt(text); control != 0 && indentation_ == 0) {
+      appendEscape(out_, control);
+      return control < 0x80 ? 1 : 2;
     }
     if (half != 0) {  // a pair in six bytes, kept as it is
       out_ += text.substr(0, 6);

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -16,6 +15,7 @@
 
 #include "station/base/Events.h"
 #include "station/base/PipeWriter.h"
+#include "station/base/RotatingFile.h"
 #include "station/base/StationSettings.h"
 
 using namespace korvel;
@@ -24,8 +24,8 @@ namespace korvel {
 
 namespace {
 
-/// The host log file of the settings, opened when the first line is written to it. Where it is a
-/// pipe or a terminal, nobody waits for who reads it.
+/// The host log file of the settings, opened when the first line is written to it; rotated. Where
+/// it is a pipe or a terminal, nobody waits for who reads it.
 class LogFile {
  public:
   /// Appends a text; each of its lines begins with the time. Returns a sentence when the file
@@ -35,10 +35,7 @@ class LogFile {
     const std::string problem = open();
     if (pipe_) return queue(stamped(text));
     if (!file_) return problem;
-    const std::string lines = stamped(text);
-    errno = 0;
-    std::fwrite(lines.data(), 1, lines.size(), file_);
-    return std::ferror(file_) != 0 ? brokenOff(errno) : problem;
+    return file_->write(stamped(text)) ? problem : brokenOff(errno);
   }
 
   /// Gives who reads a pipe a moment to read the rest; nothing is written to it afterwards.
@@ -51,16 +48,15 @@ class LogFile {
   std::string open() {
     if (path_ == settings().logFile) return {};
     path_ = settings().logFile;
-    if (file_) std::fclose(std::exchange(file_, nullptr));
+    file_.reset();
     pipe_.reset();
     atLineStart_ = true;
     isBroken_ = false;
     if (path_.empty()) return {};
     if (isNamedPipe(path_)) return openPipe(-1);
-    const int file = ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    const int file = RotatingFile::open(path_, O_APPEND);
     if (file >= 0 && isReadBySomebody(file)) return openPipe(file);
-    file_ = file < 0 ? nullptr : ::fdopen(file, "a");
-    if (file_) std::setvbuf(file_, nullptr, _IOLBF, BUFSIZ);
+    if (file >= 0) file_ = std::make_unique<RotatingFile>(file, path_);
     if (file_) return {};
     return "The log file " + path_ + " cannot be opened: " + std::strerror(errno) +
            ". Nothing is written to it; name another with --log.\n";
@@ -91,7 +87,6 @@ class LogFile {
 
   /// Later lines are tried all the same: a full disk may have room again.
   std::string brokenOff(int why) {
-    if (file_) std::clearerr(file_);
     if (std::exchange(isBroken_, true)) return {};
     return "The log file " + path_ + " cannot be written to: " + std::strerror(why) +
            ". Lines are missing in it; make room, or name another with --log.\n";
@@ -124,7 +119,7 @@ class LogFile {
   static void finishLog();
 
   std::mutex mutex_;
-  std::FILE* file_ = nullptr;
+  std::unique_ptr<RotatingFile> file_;
   std::unique_ptr<PipeWriter> pipe_;  ///< in the file's stead where somebody reads
   std::once_flag finishesAtExit_;
   std::atomic<int> failure_{0};  ///< the errno value that ended the writing to the pipe

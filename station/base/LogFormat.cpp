@@ -6,6 +6,7 @@
 
 #include "host/base/Log.h"
 #include "host/base/Text.h"
+#include "station/base/Strings.h"
 
 namespace korvel {
 
@@ -68,7 +69,7 @@ std::string textOf(const LogArgument& argument) {
     case LogArgument::eText:
       break;
   }
-  return argument.text;
+  return loggedText(argument.text);
 }
 
 /// printf's own format for the conversion, with those of its flags that are defined for it.
@@ -162,7 +163,7 @@ std::string formatLogLine(const char* format, std::initializer_list<LogArgument>
     if (conversion.letter == '%') {
       line += '%';
     } else if (next != arguments.end() && isPlainText(conversion, *next)) {
-      line += next++->text;
+      line += loggedText(next++->text);
     } else if (next != arguments.end()) {
       line += convert(conversion, *next++);
     }

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <ctime>
+#include <utility>
 
 #include "station/base/Events.h"
 
@@ -13,6 +14,8 @@ std::deque<Notification>& keptNotifications() {
   static std::deque<Notification> kept;
   return kept;
 }
+
+std::uint64_t shown = 0;
 
 }  // namespace
 
@@ -26,12 +29,20 @@ std::string Notification::timeText() const {
   return {written.data(), length};
 }
 
-void notifyUser(const std::string& text) {
+void notifyUser(const std::string& text) { notifyUser(Notification{{}, text}); }
+
+void notifyUser(Notification notification) {
   auto& kept = keptNotifications();
-  kept.push_back({std::chrono::system_clock::now(), text});
+  notification.time = std::chrono::system_clock::now();
+  kept.push_back(std::move(notification));
   if (kept.size() > kMostNotifications) kept.pop_front();
-  events().notification(text);
+  noteTextShown();
+  events().notification(kept.back().text);
 }
+
+std::uint64_t textsShown() { return shown; }
+
+void noteTextShown() { ++shown; }
 
 const std::deque<Notification>& notifications() { return keptNotifications(); }
 

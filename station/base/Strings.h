@@ -25,6 +25,13 @@ inline LightweightString<wchar_t> wideText(std::string_view utf8) {
 inline std::string utf8Text(const LightweightString<char>& text) { return text.str(); }
 inline std::string utf8Text(const LightweightString<wchar_t>& text) { return toUTF8(text).str(); }
 
+/// UTF-8 in upper case by Unicode's rules, as owners and recipients are compared.
+inline std::string upperCased(std::string_view utf8) {
+  LightweightString<wchar_t> wide = wideText(utf8);
+  Kv::toUpper(wide);
+  return utf8Text(wide);
+}
+
 /// A text from elsewhere as it may stand on a terminal: control characters (C0, DEL and C1), and
 /// bytes that are no UTF-8 and could be such to a terminal, become "?", so that no name moves the
 /// cursor or hides what stands beside it.
@@ -38,6 +45,14 @@ inline std::string shownText(const LightweightString<wchar_t>& text) {
   return utf8Text(LightweightString<wchar_t>(std::wstring_view(shown)));
 }
 inline std::string shownText(std::string_view utf8) { return shownText(wideText(utf8)); }
+
+/// Of longer texts only so much goes into one line of the log.
+inline constexpr std::size_t kMostLoggedBytes = 4096;
+
+/// A text from elsewhere as it may stand within a line of the log: control characters (C0, DEL and
+/// C1) as escapes like "\\n" and "\\x1B", bytes that are no UTF-8 as U+FFFD; what is longer than
+/// kMostLoggedBytes is cut, and its length said.
+std::string loggedText(std::string_view utf8);
 
 /// The same between double quotes, as names stand in sentences.
 inline std::string inQuotes(std::string_view utf8) { return "\"" + shownText(utf8) + "\""; }

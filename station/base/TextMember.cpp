@@ -1,6 +1,7 @@
 #include "station/base/TextMember.h"
 
 #include <algorithm>
+#include <charconv>
 
 #include "station/base/Strings.h"
 
@@ -31,6 +32,17 @@ std::string hexText(const std::string& bytes) {
     hex += kDigits[static_cast<unsigned char>(byte) & 15];
   }
   return hex;
+}
+
+std::string bytesOfHex(const std::string& hex) {
+  std::string bytes;
+  for (std::size_t at = 0; at + 1 < hex.size(); at += 2) {
+    unsigned byte = 0;
+    const char* const end = hex.data() + at + 2;
+    if (std::from_chars(hex.data() + at, end, byte, 16).ptr != end) break;
+    bytes += static_cast<char>(byte);
+  }
+  return bytes;
 }
 
 JsonValue::Member textMember(const std::string& key, const std::string& text) {

@@ -1,5 +1,6 @@
 #include "station/containers/Filters.h"
 
+#include "station/base/Events.h"
 #include "station/base/Strings.h"
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
@@ -42,7 +43,8 @@ Result<void> Filters::change(const Cookie& filter, const std::string& text) {
 
 std::string Filters::fileInAnyProject(const Cookie& filter) const {
   const std::string here = fileOf(filter);
-  if (existsFresh(here)) return here;
+  // A stranger's message does not have every project searched.
+  if (currentOrigin() == Origin::eRemote || existsFresh(here)) return here;
   const std::string elsewhere = findInAnyProject(nameOf(recordPath({}, filter)));
   return elsewhere.empty() ? here : elsewhere;
 }

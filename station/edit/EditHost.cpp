@@ -11,7 +11,7 @@
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/Projects.h"
-#include "station/wire/MessageFields.h"
+#include "station/wire/Delivery.h"
 
 using namespace korvel;
 
@@ -39,9 +39,19 @@ std::string pathIn(const Cookie& project, const Cookie& cookie) {
 /// would be in the open project.
 std::string lookElsewhere(const Cookie& cookie, const Cookie& open) {
   if (!open.isNull() && existsFresh(pathIn(open, cookie))) return pathIn(open, cookie);
+  // A stranger's message does not have every project searched.
+  if (currentOrigin() == Origin::eRemote)
+    return open.isNull() ? std::string() : pathIn(open, cookie);
   const std::string found = findInAnyProject(fileNameOf(cookie));
   if (!found.empty()) return found;
   return open.isNull() ? std::string() : pathIn(open, cookie);
+}
+
+/// What a message says; the one that is being delivered is read already.
+MessageFields fieldsOf(const LightweightString<char>& wireText) {
+  const ReceivedMessage* const current = currentMessage();
+  const bool isCurrent = current && wireText.view() == current->wireText;
+  return isCurrent ? current->fields : readMessage(wireText.view());
 }
 
 }  // namespace
@@ -78,8 +88,7 @@ void EditModifier::clearModifications() {
 void EditManager::addNetMessage(const Cookie& cookie, const LightweightString<char>& wireText) {
   EditFile* edit = Edits::instance()->loaded(cookie);
   if (!isOpenHere(edit)) return;
-  const MessageFields fields = readMessage(wireText.str());
-  const EditModification modification{hostText(fields.modification)};
+  const EditModification modification{hostText(fieldsOf(wireText).modification)};
   if (!EditFile::concerns(modification.type_)) return;
   if (auto changed = edit->changeRemotely(modification); !changed) {
     LogBoth("Another station's change of the %s \"%s\" cannot be applied: %s\n", edit->kindText(),

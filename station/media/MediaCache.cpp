@@ -1,5 +1,6 @@
 #include "station/media/MediaCache.h"
 
+#include <functional>
 #include <utility>
 
 #include "host/base/Log.h"
@@ -66,9 +67,14 @@ JsonValue shown(const MediaFile& file) {
                             {"proxy_of", file.proxyOf}});
 }
 
-JsonValue looked(const MediaFile& file) {
+/// Whether a file is looked at.
+enum class Looks { eTaken, eNone };
+
+JsonValue looked(const MediaFile& file, Looks looks) {
   JsonValue value = shown(file);
-  const MediaLook look = MediaFiles::instance().look(file.path);
+  const bool isLookedAt = looks == Looks::eTaken;
+  const MediaLook look = isLookedAt ? MediaFiles::instance().look(file.path) : MediaLook{};
+  if (!isLookedAt) value.set("looked_at", false);
   value.set("online", look.isOnline);
   value.set("size", static_cast<unsigned long>(look.size));
   value.set("format", look.format);
@@ -76,7 +82,7 @@ JsonValue looked(const MediaFile& file) {
 }
 
 /// All files, each followed by its proxies.
-JsonValue listed(const MediaTable& table, JsonValue (*one)(const MediaFile&)) {
+JsonValue listed(const MediaTable& table, const std::function<JsonValue(const MediaFile&)>& one) {
   JsonValue all = JsonValue::array();
   for (const MediaFile& file : table.mains()) {
     all.append(one(file));
@@ -167,7 +173,11 @@ Result<void> MediaCache::discard(const MediaFile& file) {
 
 bool MediaCache::knows(const std::string& path) const { return table_.find(networkForm(path)); }
 
-JsonValue MediaCache::look() const { return listed(table_, looked); }
+JsonValue MediaCache::look() const {
+  return listed(table_, [this](const MediaFile& file) {
+    return looked(file, file.isHearsay && !hasRecord(file) ? Looks::eNone : Looks::eTaken);
+  });
+}
 
 JsonValue MediaCache::state() const { return listed(table_, shown); }
 
@@ -175,12 +185,17 @@ void MediaCache::addFile(const Cookie& cookie, const MaterialFilename& file, boo
   MediaFile added = fileAt(utf8Text(file.getOsPath()), {});
   added.cookie = cookie;
   if (table_.find(added.network)) return;
+  const bool isRemote = currentOrigin() == Origin::eRemote;
+  const bool isRecorded = !isRemote || hasRecord(added);
+  if (!isRecorded && !hasRoomForHearsay()) return;
+  added.isHearsay = !isRecorded && added.network == added.path;
   added.proxyOf = recordedProxyOf(added);
   const std::vector<MediaFile> material = table_.withCookie(cookie);
   if (isProxy && added.proxyOf.empty() && !material.empty()) {
     added.proxyOf = material.front().network;
   }
-  if (!existsFresh(added.path)) {
+  // Another station's message may name any path; nothing of it is touched on this thread.
+  if (!isRemote && !existsFresh(added.path)) {
     LogBoth("The media file %s is not there, and is shown as offline.\n", inQuotes(added.path));
   }
   show(added);
@@ -279,6 +294,7 @@ bool MediaCache::catchUpGone(const Cookie& record) {
 }
 
 void MediaCache::leave() {
+  toldFull_ = false;
   folder_.clear();
   table_.clear();
 }
@@ -306,6 +322,21 @@ std::string MediaCache::recordedProxyOf(const MediaFile& file) const {
   if (folder_.empty()) return {};
   const Result<JsonValue> record = readRecord(recordOf(file));
   return record ? (*record)[kProxyOf].asString() : std::string();
+}
+
+bool MediaCache::hasRecord(const MediaFile& file) const {
+  return !folder_.empty() && existsFresh(recordOf(file));
+}
+
+bool MediaCache::hasRoomForHearsay() {
+  if (table_.size() < kMostHearsay) return true;
+  if (!std::exchange(toldFull_, true)) {
+    LogBoth(
+        "Messages name more than %d media files that no project records; further ones are not "
+        "listed.\n",
+        static_cast<int>(kMostHearsay));
+  }
+  return false;
 }
 
 std::vector<MediaFile> MediaCache::withoutRecord(std::vector<MediaFile> files) const {

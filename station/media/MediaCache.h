@@ -31,6 +31,10 @@ namespace korvel {
 /// SystemCache. Host thread.
 class MediaCache : public SystemCache, public iProjectPart {
  public:
+  /// Of what messages name and no project records, so much is listed: a stranger who invents files
+  /// does not fill the memory.
+  static constexpr std::size_t kMostHearsay = 10'000;
+
   MediaCache();
   MediaCache(const MediaCache&) = delete;
   MediaCache& operator=(const MediaCache&) = delete;
@@ -78,6 +82,10 @@ class MediaCache : public SystemCache, public iProjectPart {
   Result<std::vector<MediaFile>> meant(const std::string& text) const;
   [[nodiscard]] std::string recordOf(const MediaFile& file) const;
   [[nodiscard]] std::string recordedProxyOf(const MediaFile& file) const;
+
+  /// Whether a file that only another station's message names still has room.
+  bool hasRoomForHearsay();
+  [[nodiscard]] bool hasRecord(const MediaFile& file) const;
   [[nodiscard]] std::vector<MediaFile> withoutRecord(std::vector<MediaFile> files) const;
   Result<void> discard(const MediaFile& file);
   [[nodiscard]] std::vector<MediaFile> unrecorded(const Cookie& cookie, bool isProxy,
@@ -91,6 +99,7 @@ class MediaCache : public SystemCache, public iProjectPart {
 
   std::string folder_;  ///< the open project's; empty when none is open
   MediaTable table_;
+  bool toldFull_ = false;
   NotifierList listeners_;
   std::map<Cookie, std::string> problems_;  ///< of files found that cannot be read, as logged
 };

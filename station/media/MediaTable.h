@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <set>
 #include <string>
@@ -15,6 +16,11 @@ struct MediaFile {
   std::string path;     ///< on this station
   std::string network;  ///< as all stations know it; what identifies it
   std::string proxyOf;  ///< the network form of the file that it is a proxy of, or empty
+
+  /// Known by another station's message alone: no record in the project names it, and it lies in no
+  /// media folder of this station. It is not looked at: its path may be one that hangs, or that has
+  /// a stranger's server mounted.
+  bool isHearsay = false;
 };
 
 /// Media files by network form, by cookie and by name. Several files may share a cookie. A proxy
@@ -38,6 +44,8 @@ class MediaTable {
 
   /// All but the proxies, in order of their network forms.
   [[nodiscard]] std::vector<MediaFile> mains() const;
+
+  [[nodiscard]] std::size_t size() const { return files_.size(); }
 
   void insert(const MediaFile& file);
   void remove(const MediaFile& file);

@@ -5,7 +5,6 @@
 #include <condition_variable>
 #include <ctime>
 #include <deque>
-#include <map>
 #include <mutex>
 #include <utility>
 
@@ -13,6 +12,7 @@
 #include "station/base/QuietThread.h"
 #include "station/base/Strings.h"
 #include "station/net/HeardListName.h"
+#include "station/net/HeardSenders.h"
 #include "station/net/Interfaces.h"
 #include "station/net/SendErrors.h"
 #include "station/os/SharedFiles.h"
@@ -27,9 +27,6 @@ constexpr std::size_t kWritesBefore = HeardList::kSentEarlier / kPause.count();
 
 /// How long an end waits for a folder that may hang.
 constexpr auto kTimeToEnd = std::chrono::seconds(1);
-
-/// More senders than any facility has: strangers that invent addresses do not fill the memory.
-constexpr std::size_t kMostSenders = 10'000;
 
 JsonValue ownAddresses() {
   JsonValue addresses = JsonValue::array();
@@ -53,10 +50,7 @@ class HeardList::Writer {
   void heard(Ipv4 address, std::uint16_t port) {
     const std::time_t now = std::time(nullptr);
     const std::lock_guard lock(mutex_);
-    if (senders_.size() >= kMostSenders && senders_.count({address, port}) == 0) return;
-    Sender& sender = senders_[{address, port}];
-    if (sender.count++ == 0) sender.first = now;
-    sender.last = now;
+    senders_.heard(address, port, now);
   }
 
   void sent() { lastSent_ = std::time(nullptr); }
@@ -89,12 +83,6 @@ class HeardList::Writer {
   }
 
  private:
-  struct Sender {
-    std::uint64_t count = 0;
-    std::time_t first = 0;
-    std::time_t last = 0;
-  };
-
   std::time_t sentEarlier() {
     lastSentBefore_.push_back(lastSent_);
     if (lastSentBefore_.size() <= kWritesBefore) return 0;
@@ -103,20 +91,24 @@ class HeardList::Writer {
     return earlier;
   }
 
-  JsonValue senders() {
+  /// The senders as a list; `forgotten` becomes how many more there were.
+  JsonValue senders(std::uint64_t& forgotten) {
     JsonValue list = JsonValue::array();
     const std::lock_guard lock(mutex_);
-    for (const auto& [who, sender] : senders_) {
+    senders_.forEach([&list](const auto& who, const HeardSenders::Sender& sender) {
       list.append(JsonValue::object({{"address", textOf(who.first)},
                                      {"port", static_cast<int>(who.second)},
                                      {"count", sender.count},
                                      {"first", static_cast<long>(sender.first)},
                                      {"last", static_cast<long>(sender.last)}}));
-    }
+    });
+    forgotten = senders_.forgotten();
     return list;
   }
 
   std::string text() {
+    std::uint64_t forgotten = 0;
+    JsonValue heard = senders(forgotten);
     return writeJson(JsonValue::object({{"station", shownText(name_.station())},
                                         {"host", shownText(keeper_.host)},
                                         {"port", keeper_.port},
@@ -125,7 +117,8 @@ class HeardList::Writer {
                                         {"since", static_cast<long>(since_)},
                                         {"written", static_cast<long>(std::time(nullptr))},
                                         {"sent_earlier", static_cast<long>(sentEarlier())},
-                                        {"heard", senders()}}));
+                                        {"strangers", forgotten},
+                                        {"heard", std::move(heard)}}));
   }
 
   void write() {
@@ -146,7 +139,7 @@ class HeardList::Writer {
   bool hasComplained_ = false;              ///< the thread's
   std::mutex mutex_;
   std::condition_variable changes_;
-  std::map<std::pair<Ipv4, std::uint16_t>, Sender> senders_;
+  HeardSenders senders_;
   bool isEnding_ = false;
   bool hasEnded_ = false;
 };

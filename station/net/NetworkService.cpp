@@ -1,5 +1,7 @@
 #include "station/net/NetworkService.h"
 
+#include <algorithm>
+#include <charconv>
 #include <utility>
 
 #include "station/base/StationSettings.h"
@@ -41,6 +43,31 @@ std::string configuredNetworks() {
   return found == config.end() ? std::string() : found->second;
 }
 
+/// A limit of the configuration: messages a second, 0 for none. What is no number is told, and the
+/// limit stays as it is.
+void readLimit(const std::string& key, SourceLimit& limit) {
+  const auto& config = settings().config;
+  const auto found = config.find(key);
+  if (found == config.end()) return;
+  const char* const end = found->second.data() + found->second.size();
+  double rate = 0;
+  const auto read = std::from_chars(found->second.data(), end, rate);
+  if (read.ec != std::errc() || read.ptr != end || !(rate >= 0)) {
+    return tellNetworkProblem(key + " is \"" + found->second +
+                              "\", which is no number of messages a second; the usual limit stays");
+  }
+  const double usualSeconds = limit.atOnce / limit.perSecond;
+  limit = {rate, std::max(1.0, rate * usualSeconds)};
+}
+
+SourceLimits configuredLimits() {
+  SourceLimits limits;
+  readLimit("receive_limit", limits.all);
+  readLimit("receive_limit_words", limits.words);
+  readLimit("receive_limit_requests", limits.requests);
+  return limits;
+}
+
 }  // namespace
 
 NetworkService::NetworkService(HostThread& hostThread)
@@ -70,7 +97,9 @@ Kv::Ptr<iUDPListener> NetworkService::createUDPListener(int port, unsigned /*fla
                                          sender_,
                                          multicastOf(sendTo_),
                                          AcceptedNetworks(configuredNetworks()),
-                                         observer_};
+                                         observer_,
+                                         configuredLimits(),
+                                         judge_};
   return new UdpListener(std::move(*socket), std::move(surroundings), receiver);
 }
 

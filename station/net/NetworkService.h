@@ -8,6 +8,7 @@
 #include "station/base/HostThread.h"
 #include "station/base/Result.h"
 #include "station/net/Interfaces.h"
+#include "station/net/MessageGate.h"
 #include "station/net/SenderSocket.h"
 #include "station/net/iTrafficObserver.h"
 
@@ -30,6 +31,9 @@ class NetworkService : public iNetworkService {
   /// Tells an observer of what those hear and send that are created from now on.
   void observe(std::shared_ptr<iTrafficObserver> observer) { observer_ = std::move(observer); }
 
+  /// Has messages judged before the plug-in sees them, by listeners that are created from now on.
+  void judgeBy(MessageGate::Judge judge) { judge_ = std::move(judge); }
+
   /// The port that messages leave from; 0 while there is none.
   [[nodiscard]] std::uint16_t senderPort() const { return sender_->port(); }
 
@@ -42,6 +46,7 @@ class NetworkService : public iNetworkService {
   std::shared_ptr<SenderSocket> sender_;
   std::vector<Ipv4> sendTo_;
   std::shared_ptr<iTrafficObserver> observer_;
+  MessageGate::Judge judge_;
   Result<void> listening_;
 };
 

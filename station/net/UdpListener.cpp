@@ -10,58 +10,102 @@
 #include <string>
 #include <utility>
 
-#include "station/base/Activity.h"
-#include "station/base/Events.h"
 #include "station/base/QuietThread.h"
+#include "station/base/StationSettings.h"
 #include "station/net/SendErrors.h"
-#include "station/wire/MessageFields.h"
+#include "station/wire/Delivery.h"
 
 namespace korvel {
 
 namespace {
 
-/// What a queued delivery takes beside its bytes.
-constexpr std::size_t kDeliveryOverhead = 160;
 constexpr int kMillisecondsBetweenJoins = 1000;
 constexpr int kMillisecondsAfterError = 200;
+constexpr int kMillisecondsBetweenTellings = 1000;
 
-class HeldBytes : public iMemHolder {
- public:
-  explicit HeldBytes(std::string bytes) : bytes_(std::move(bytes)) {}
-  [[nodiscard]] const char* bytes() const override { return bytes_.data(); }
-  [[nodiscard]] std::size_t size() const override { return bytes_.size(); }
+/// What a message is to this station: words that people here are shown, or a command to be run.
+DeliveryLanes::Kind kindOf(std::string_view bytes) {
+  const int type = typeOnWire(bytes);
+  if (type != MessageType::eUserMessage && type != MessageType::eActionRequest) {
+    return DeliveryLanes::Kind::eOther;
+  }
+  const MessageFields message = readMessage(bytes);
+  if (type == MessageType::eActionRequest) {
+    const bool isOurs = numberAtStart(message.target) == settings().machine;
+    return isOurs ? DeliveryLanes::Kind::eRequest : DeliveryLanes::Kind::eOther;
+  }
+  const bool isOurs = message.target == kEverybody || message.target == settings().user;
+  return isOurs ? DeliveryLanes::Kind::eWords : DeliveryLanes::Kind::eOther;
+}
 
- private:
-  std::string bytes_;
-};
+std::string nameOf(const DeliveryLanes::Source& source) {
+  if (source == DeliveryLanes::Source{}) return "sources that are too many to be told apart";
+  return textOf(source.first) +
+         (source.second == 0 ? std::string() : " port " + std::to_string(source.second));
+}
+
+void tellLoss(const DeliveryLanes::Loss& loss) {
+  const auto tell = [&loss](std::uint64_t count, const std::string& why) {
+    if (count == 0) return;
+    tellNetworkProblem(std::to_string(count) + (count == 1 ? " datagram" : " datagrams") + " of " +
+                           nameOf(loss.source) + " dropped, " + why,
+                       count);
+  };
+  tell(loss.overLimit,
+       "since it sends more than this station takes of one source; see who it is with kv-share "
+       "monitor, or raise receive_limit");
+  tell(loss.noRoom,
+       "by this station's full queue; what they announced shows when the project is left and "
+       "entered again");
+}
 
 }  // namespace
+
+UdpListener::DeliveryTarget::DeliveryTarget(iNetMessageReceiver* receiver,
+                                            const Dependencies& surroundings)
+    : taker(std::make_shared<Taker>()),
+      hostThread(surroundings.hostThread),
+      lanes(surroundings.limits) {
+  taker->receiver = receiver;
+  const auto deliver = [to = taker](const ReceivedMessage& message, AwaitedFiles::Waited waited) {
+    if (!to->isOpen) return;
+    if (waited == AwaitedFiles::Waited::eYes) return deliverAfterWait(*to->receiver, message);
+    deliverMessage(*to->receiver, message);
+  };
+  awaited = std::make_shared<AwaitedFiles>(hostThread, surroundings.judge, deliver);
+}
 
 UdpListener::UdpListener(ListenerSocket socket, Dependencies surroundings,
                          iNetMessageReceiver* receiver)
     : socket_(std::move(socket)),
       surroundings_(std::move(surroundings)),
-      outlet_(std::make_shared<DeliveryTarget>()),
+      outlet_(std::make_shared<DeliveryTarget>(receiver, surroundings_)),
       wake_(eventfd(0, EFD_CLOEXEC)) {
-  outlet_->receiver = receiver;
   joinGroups();
   thread_ = threadWithoutSignals([this] { drain(); });
 }
 
 UdpListener::~UdpListener() {
-  outlet_->isOpen = false;
+  outlet_->taker->isOpen = false;
   isEnding_ = true;
   eventfd_write(wake_, 1);
   thread_.join();
   close(wake_);
 }
 
-void UdpListener::deliver(const DeliveryTarget& outlet, std::string bytes) {
-  if (!outlet.isOpen) return;
-  const RemoteChangeScope scope;
-  const ActivityScope activity(std::string("the message ") + messageTypeNameOf(bytes));
-  events().received(bytes);
-  outlet.receiver->receive(Kv::Ptr<iMemHolder>(new HeldBytes(std::move(bytes))), nullptr);
+void UdpListener::queueDelivery(const std::shared_ptr<DeliveryTarget>& outlet) {
+  if (outlet->isDue.exchange(true)) return;
+  if (!outlet->hostThread.postDelivery([outlet] { deliverNext(outlet); }, 0)) outlet->isDue = false;
+}
+
+// One message a turn, so that the host thread's tasks have theirs in between.
+void UdpListener::deliverNext(const std::shared_ptr<DeliveryTarget>& outlet) {
+  outlet->isDue = false;
+  if (!outlet->taker->isOpen) return;
+  auto item = outlet->lanes.next();
+  if (!item) return;
+  queueDelivery(outlet);
+  outlet->awaited->take(item->source, receivedMessage(std::move(item->bytes)));
 }
 
 void UdpListener::drain() {
@@ -72,10 +116,12 @@ void UdpListener::drain() {
       losses_.systemDropped(socket_.droppedBySystem(), now);
       losses_.tellIfOver(now);
     }
+    tellLosses(std::chrono::steady_clock::now());
     waitForMore();
     joinGroups();
   }
   losses_.tell();
+  for (const auto& loss : outlet_->lanes.allLosses()) tellLoss(loss);
 }
 
 std::size_t UdpListener::takeWhatIsThere() {
@@ -107,16 +153,26 @@ void UdpListener::take(const Datagram& datagram, LossReport::Time now) {
   if (isOwn(datagram) || !surroundings_.accepted.accepts(datagram.source)) return;
   tellObserver(datagram);
   if (duplicates_.isDuplicate(datagram, now)) return;
-  auto delivery = [outlet = outlet_, bytes = std::string(datagram.bytes)]() mutable {
-    deliver(*outlet, std::move(bytes));
-  };
-  const std::size_t size = datagram.bytes.size() + kDeliveryOverhead;
-  if (!surroundings_.hostThread.postDelivery(std::move(delivery), size)) losses_.queueRefused(now);
+  const bool isTaken = outlet_->lanes.add(laneOf(datagram), kindOf(datagram.bytes),
+                                          std::string(datagram.bytes), now);
+  if (isTaken) queueDelivery(outlet_);
+}
+
+// The programs of this machine share its addresses and are told apart by their ports; of another
+// machine all is one source, or a stranger would have a lane for each port.
+DeliveryLanes::Source UdpListener::laneOf(const Datagram& datagram) const {
+  const bool isHere = surroundings_.interfaces->isOwn(datagram.source);
+  return {datagram.source, isHere ? datagram.port : std::uint16_t{0}};
+}
+
+void UdpListener::tellLosses(LossReport::Time now) {
+  if (!outlet_->lanes.hasLosses()) return;
+  for (const auto& loss : outlet_->lanes.lossesToTell(now, LossReport::kQuiet)) tellLoss(loss);
 }
 
 void UdpListener::tellObserver(const Datagram& datagram) {
-  constexpr char kStart[] = {'d', kFieldSeparator};
-  if (!surroundings_.observer || !datagram.bytes.starts_with({kStart, sizeof kStart})) return;
+  static const std::string kStart = std::string(kWireVersion) + kFieldSeparator;
+  if (!surroundings_.observer || !datagram.bytes.starts_with(kStart)) return;
   surroundings_.observer->heard(datagram.source, datagram.port);
 }
 
@@ -134,6 +190,7 @@ bool UdpListener::isOwn(const Datagram& datagram) {
 int UdpListener::millisecondsToWait() const {
   if (toldError_ != 0 || wake_ < 0) return kMillisecondsAfterError;
   if (losses_.isPending()) return static_cast<int>(LossReport::kQuiet.count());
+  if (outlet_->lanes.hasLosses()) return kMillisecondsBetweenTellings;
   return surroundings_.groups.empty() ? -1 : kMillisecondsBetweenJoins;
 }
 

@@ -8,7 +8,9 @@
 #include "host/net/iNetworkService.h"
 #include "station/base/HostThread.h"
 #include "station/net/AcceptedNetworks.h"
+#include "station/net/AwaitedFiles.h"
 #include "station/net/DatagramReader.h"
+#include "station/net/DeliveryLanes.h"
 #include "station/net/DuplicateFilter.h"
 #include "station/net/Interfaces.h"
 #include "station/net/ListenerSocket.h"
@@ -23,12 +25,13 @@ class NullListener : public iUDPListener {};
 
 /// Hears datagrams and hands them to a receiver.
 ///
-///     socket --reader thread--> the host thread's queue --host thread--> receiver
+///     socket --reader thread--> lanes --host thread--> receiver
 ///
 /// The reader thread empties the socket at once, whatever the host thread is busy with, and drops
 /// what is not for this station: its own datagrams, copies over another network, senders that are
-/// not taken. The queue is bounded; what it refuses, and what the system dropped before, is counted
-/// and told. Destroying it, on the host thread, ends delivery at once.
+/// not taken. What is left waits in a lane for each source; what finds no room there or is beyond
+/// the source's limits, and what the system dropped before, is counted and told. Destroying it, on
+/// the host thread, ends delivery at once.
 class UdpListener : public iUDPListener {
  public:
   /// What a listener needs to know of the rest of the network service.
@@ -39,19 +42,34 @@ class UdpListener : public iUDPListener {
     std::vector<Ipv4> groups;  ///< multicast addresses to take part in
     AcceptedNetworks accepted;
     std::shared_ptr<iTrafficObserver> observer;  ///< or null
+    SourceLimits limits{};
+    MessageGate::Judge judge{};  ///< or none: every message is delivered at once
   };
 
   UdpListener(ListenerSocket socket, Dependencies surroundings, iNetMessageReceiver* receiver);
   ~UdpListener() override;
 
  private:
-  /// What the queued deliveries share with the listener, and what outlives it with them.
-  struct DeliveryTarget {
+  /// Who takes messages, until the listener ends.
+  struct Taker {
     std::atomic<bool> isOpen{true};
     iNetMessageReceiver* receiver;
   };
 
-  static void deliver(const DeliveryTarget& outlet, std::string bytes);
+  /// What the queued deliveries share with the listener, and what outlives it with them.
+  struct DeliveryTarget {
+    DeliveryTarget(iNetMessageReceiver* receiver, const Dependencies& surroundings);
+
+    std::atomic<bool> isDue{false};  ///< a delivery is queued
+    std::shared_ptr<Taker> taker;
+    HostThread& hostThread;
+    DeliveryLanes lanes;
+    std::shared_ptr<AwaitedFiles> awaited;
+  };
+
+  /// Queues the delivery of the next message, unless one is queued.
+  static void queueDelivery(const std::shared_ptr<DeliveryTarget>& outlet);
+  static void deliverNext(const std::shared_ptr<DeliveryTarget>& outlet);
 
   void drain();
 
@@ -60,6 +78,8 @@ class UdpListener : public iUDPListener {
   std::size_t takeBatch(std::size_t count);
   void take(const Datagram& datagram, LossReport::Time now);
   void joinGroups();
+  [[nodiscard]] DeliveryLanes::Source laneOf(const Datagram& datagram) const;
+  void tellLosses(LossReport::Time now);
   void tellObserver(const Datagram& datagram);
   [[nodiscard]] bool isOwn(const Datagram& datagram);
   [[nodiscard]] int millisecondsToWait() const;

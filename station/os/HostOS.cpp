@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "host/base/Text.h"
+#include "station/base/Events.h"
 #include "station/base/StationSettings.h"
 
 using namespace korvel;
@@ -47,7 +48,9 @@ LightweightString<wchar_t> HostOS::currentUserName() const { return wide(setting
 LightweightString<wchar_t> HostOS::networkHostName() const { return wide(settings().host); }
 
 void HostOS::sleepMilliseconds(unsigned milliseconds) {
-  // The operation is to make its caller wait so long; why is the caller's matter.
+  // The operation is to make its caller wait so long; why is the caller's matter. A message whose
+  // file was waited for beside this thread is not waited for again.
+  if (wasWaitedFor()) return;
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 

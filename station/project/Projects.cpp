@@ -51,13 +51,6 @@ Result<void> lock(const Cookie& project, const std::string& name) {
   return refusal(project, name, OS().fileManager().lastError());
 }
 
-/// The text in upper case, by which names that differ in capitals alone are alike.
-std::string upperCased(const std::string& text) {
-  auto wide = wideText(text);
-  Kv::toUpper(wide);
-  return utf8Text(wide);
-}
-
 /// The name that was most likely meant: one that differs in capitals alone, else the nearest.
 std::string likelyName(const std::string& typed, const std::vector<std::string>& names) {
   for (const std::string& name : names) {

@@ -7,6 +7,7 @@
 #include "station/base/Notifications.h"
 #include "station/ui/ComponentTypes.h"
 #include "station/ui/Screen.h"
+#include "station/wire/Delivery.h"
 
 namespace korvel {
 
@@ -125,7 +126,7 @@ void Desktop::closeTools() {
 }
 
 bool Desktop::handleMessageEvent(const LightweightString<char>& text, Glob*) {
-  notifyUser(text.str());
+  notifyUser(notificationOf(text.str()));
   return true;
 }
 

@@ -1,6 +1,10 @@
+#include <algorithm>
+
 #include "host/ui/GlobManager.h"
+#include "host/ui/TextBox.h"
 #include "station/ui/Desktop.h"
 #include "station/ui/Screen.h"
+#include "station/wire/Delivery.h"
 
 using namespace korvel;
 
@@ -18,12 +22,27 @@ bool isInToolbox(const Glob* widget) {
   return false;
 }
 
+/// Whether a colleague's words spell what a box of this screen sends for a key. They are words all
+/// the same: a handler would take them for the key.
+bool isForgedCallback(const LightweightString<char>& text) {
+  const ReceivedMessage* const message = currentMessage();
+  if (!message || text.view() != message->fields.data) return false;
+  return std::ranges::any_of(Screen::instance().widgets(), [&text](const Glob* widget) {
+    const auto* const box = dynamic_cast<const TextBox*>(widget);
+    return box && box->sendsCallback(text);
+  });
+}
+
 }  // namespace
 
 }  // namespace korvel
 
 void Glob::sendMsg(Glob* target, const LightweightString<char>& text, Glob* sender) {
   if (!target) return;
+  if (isForgedCallback(text)) {
+    if (Desktop* const desktop = Desktop::current()) desktop->handleMessageEvent(text, sender);
+    return;
+  }
   Glob* last = nullptr;
   for (Glob* widget = target; widget;) {
     last = widget;

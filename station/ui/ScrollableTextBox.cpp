@@ -5,6 +5,7 @@
 
 #include "host/ui/UifStd.h"
 #include "station/base/Events.h"
+#include "station/base/Notifications.h"
 #include "station/base/Strings.h"
 #include "station/ui/PanelDriver.h"
 
@@ -38,9 +39,12 @@ ScrollableTextBoxBase::~ScrollableTextBoxBase() = default;
 
 void ScrollableTextBoxBase::setStrings(const Lines& lines) {
   const bool showsEnd = first_ == lastFirstLine();
-  content_->setLines(lines);
+  const bool isLong = lines.size() > kMostLines;
+  content_->setLines(isLong ? Lines(lines.end() - kMostLines, lines.end()) : lines);
   first_ = showsEnd ? lastFirstLine() : std::min(first_, lastFirstLine());
-  if (isInMessagePanel(this)) events().panel(utf8Lines(*this));
+  if (!isInMessagePanel(this)) return;
+  noteTextShown();
+  events().panel(utf8Lines(*this));
 }
 
 std::size_t ScrollableTextBoxBase::visibleLines() const {

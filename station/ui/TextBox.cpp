@@ -36,6 +36,11 @@ void TextBox::requestCallback(const LightweightString<char>& text, Glob* handler
   requests_[callback] = {text, handler};
 }
 
+bool TextBox::sendsCallback(const LightweightString<char>& text) const {
+  return std::ranges::any_of(requests_,
+                             [&text](const auto& each) { return each.second.text == text; });
+}
+
 void TextBox::tell(eCallback callback) {
   const auto request = requests_.find(callback);
   if (request == requests_.end()) return;

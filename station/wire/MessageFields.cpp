@@ -1,64 +1,27 @@
 #include "station/wire/MessageFields.h"
 
-#include <array>
 #include <cstdlib>
 
 namespace korvel {
 
 namespace {
 
-using Member = std::string MessageFields::*;
-
-/// The fields that follow a type's head, in their order on the wire.
-struct Layout {
-  const char* name;
-  std::array<Member, 3> members;
-  std::size_t needed;  ///< how many of them a receiver asks for
-};
-
-constexpr Layout kLayouts[] = {
-    {"None", {}, 0},
-    {"EditModification", {&MessageFields::cookie, &MessageFields::modification}, 2},
-    {"EditSaved", {&MessageFields::cookie}, 1},
-    {"EditDeleted", {&MessageFields::cookie}, 1},
-    {"ProjdbRecChange", {&MessageFields::cookie}, 1},
-    {"PermissionsChange", {&MessageFields::cookie, &MessageFields::data}, 2},
-    {"RoomChange", {&MessageFields::cookie}, 1},
-    {"ContainerModification", {&MessageFields::cookie, &MessageFields::container}, 2},
-    {"AddMaterial", {&MessageFields::data}, 1},
-    {"RemoveMaterial", {&MessageFields::data}, 1},
-    {"UserMessage", {&MessageFields::source, &MessageFields::target, &MessageFields::data}, 3},
-    {"BinTransfer", {&MessageFields::source, &MessageFields::target, &MessageFields::cookie}, 1},
-    {"ClipTransfer", {&MessageFields::source, &MessageFields::target, &MessageFields::cookie}, 1},
-    {"ActionRequest", {&MessageFields::source, &MessageFields::target, &MessageFields::data}, 3},
-    {"EditCreated", {&MessageFields::cookie}, 1},
-    {"FilterModification", {&MessageFields::cookie, &MessageFields::container}, 2},
-};
-constexpr int kTypes = std::size(kLayouts);
-constexpr std::size_t kHeadFields = 3;
-
-bool isNamed(int type) { return type >= 0 && type < kTypes; }
-
-long numberAtStart(const std::string& text) { return std::strtol(text.c_str(), nullptr, 10); }
-
-/// Container values of 4 and more make receivers drop the message; negative ones wrap to such.
-bool isContainerValue(const std::string& text) {
-  const auto value = static_cast<unsigned>(numberAtStart(text));
-  return value < 4;
-}
-
-void readTypeFields(const std::vector<std::string>& fields, MessageFields& message) {
-  const Layout& layout = kLayouts[message.type];
-  std::size_t field = kHeadFields;
-  for (const Member member : layout.members) {
-    if (member && field < fields.size()) message.*member = fields[field++];
+void readTypeFields(const std::vector<std::string>& fields, const MessageType& type,
+                    MessageFields& message) {
+  std::size_t at = kHeadFields;
+  for (const WireField* const field : type.fields()) {
+    if (at < fields.size()) message.*field->text = fields[at++];
   }
-  message.valid =
-      message.type != 0 && fields.size() >= kHeadFields + layout.needed &&
-      (layout.members[1] != &MessageFields::container || isContainerValue(message.container));
+  message.valid = fields.size() >= kLeastFields && fields.size() >= kHeadFields + type.actedFrom &&
+                  isContainerValue(message.container);
 }
 
 }  // namespace
+
+bool MessageFields::isCut() const {
+  const MessageType* const row = messageType(type);
+  return row && count > kHeadFields + row->fields().size();
+}
 
 std::vector<std::string> splitFields(std::string_view text) {
   std::vector<std::string> fields;
@@ -70,35 +33,46 @@ std::vector<std::string> splitFields(std::string_view text) {
   return fields;
 }
 
-MessageFields readMessage(const std::string& wireText) {
+MessageFields readMessage(std::string_view wireText) {
   MessageFields message;
-  message.typeName = messageTypeName(0);
-  const auto fields = splitFields(std::string_view(wireText).substr(0, wireText.find('\0')));
-  if (fields[0] != "d") return message;
+  message.typeName = messageTypeName(MessageType::eNone);
+  wireText = wireText.substr(0, wireText.find('\0'));
+  // A reader looks at the first byte before it splits: a leading separator is no version.
+  if (!wireText.starts_with(kWireVersion)) return message;
+  const auto fields = splitFields(wireText);
+  message.count = fields.size();
+  if (fields[0] != kWireVersion) return message;
   if (fields.size() > 1) message.type = static_cast<int>(numberAtStart(fields[1]));
   message.typeName = messageTypeName(message.type);
   if (fields.size() > 2) message.project = fields[2];
-  if (isNamed(message.type)) readTypeFields(fields, message);
+  if (const MessageType* const type = messageType(message.type)) {
+    readTypeFields(fields, *type, message);
+  }
   return message;
 }
 
-const char* messageTypeName(int type) { return isNamed(type) ? kLayouts[type].name : "unknown"; }
-
-const char* messageTypeNameOf(std::string_view wireText) {
-  constexpr std::string_view kHead("d\xAC", 2);
+int typeOnWire(std::string_view wireText) {
   wireText = wireText.substr(0, wireText.find('\0'));
-  if (wireText.starts_with(kFieldSeparator)) wireText.remove_prefix(1);
-  if (!wireText.starts_with(kHead)) return messageTypeName(0);
-  wireText.remove_prefix(kHead.size());
-  const std::string type(wireText.substr(0, wireText.find(kFieldSeparator)));
-  return messageTypeName(static_cast<int>(numberAtStart(type)));
+  const std::size_t versionEnd = wireText.find(kFieldSeparator);
+  if (versionEnd == wireText.npos || wireText.substr(0, versionEnd) != kWireVersion) {
+    return MessageType::eNone;
+  }
+  wireText.remove_prefix(versionEnd + 1);
+  return static_cast<int>(
+      numberAtStart(std::string(wireText.substr(0, wireText.find(kFieldSeparator)))));
+}
+
+long numberAtStart(const std::string& text) { return std::strtol(text.c_str(), nullptr, 10); }
+
+bool isContainerValue(const std::string& text) {
+  return static_cast<unsigned>(numberAtStart(text)) < kContainerValues.size();
 }
 
 std::string composeActionRequest(const std::string& project, const std::string& user, int machine,
                                  const std::string& command) {
   std::string text;
-  for (const auto& field :
-       {std::string("d"), std::string("13"), project, user, std::to_string(machine), command}) {
+  for (const auto& field : {std::string(kWireVersion), std::to_string(MessageType::eActionRequest),
+                            project, user, std::to_string(machine), command}) {
     text += field + kFieldSeparator;
   }
   return text;

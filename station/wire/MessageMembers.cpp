@@ -1,24 +1,25 @@
 #include "station/wire/MessageMembers.h"
 
 #include "station/base/TextMember.h"
-#include "station/wire/MessageFields.h"
 
 namespace korvel {
 
-std::vector<JsonValue::Member> messageMembers(const std::string& wireText) {
-  const MessageFields fields = readMessage(wireText);
-  std::vector<JsonValue::Member> members{{"type", fields.type}, {"type_name", fields.typeName}};
-  members.push_back(textMember("project", fields.project));
-  members.push_back(textMember("cookie", fields.cookie));
-  members.push_back(textMember("target", fields.target));
-  members.push_back(textMember("data", fields.data));
-  const auto addUnlessEmpty = [&members](const char* key, const std::string& text) {
-    if (!text.empty()) members.push_back(textMember(key, text));
-  };
-  addUnlessEmpty("source", fields.source);
-  addUnlessEmpty("modification", fields.modification);
-  addUnlessEmpty("container", fields.container);
-  members.emplace_back("text_hex", hexText(wireText));
+std::vector<JsonValue::Member> messageMembers(const MessageFields& message) {
+  std::vector<JsonValue::Member> members{{"type", message.type}, {"type_name", message.typeName}};
+  members.push_back(textMember("project", message.project));
+  for (const WireField* const field : {&kCookieField, &kTargetField, &kDataField}) {
+    members.push_back(textMember(field->name, message.*field->text));
+  }
+  for (const WireField* const field : {&kSourceField, &kModificationField, &kContainerField}) {
+    const std::string& text = message.*field->text;
+    if (!text.empty()) members.push_back(textMember(field->name, text));
+  }
+  return members;
+}
+
+std::vector<JsonValue::Member> datagramMembers(const std::string& wireText) {
+  std::vector<JsonValue::Member> members{{"text_hex", hexText(wireText.substr(0, kMostHexBytes))}};
+  if (wireText.size() > kMostHexBytes) members.emplace_back("text_bytes", wireText.size());
   return members;
 }
 

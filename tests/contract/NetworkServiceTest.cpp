@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "station/base/StationSettings.h"
+#include "station/net/DeliveryLanes.h"
 #include "tests/support/BecomesTrue.h"
 #include "tests/support/RecordedEvents.h"
 
@@ -109,6 +110,7 @@ class NetworkServiceTest : public ::testing::Test {
                    const std::string& networks = {}) {
     StationSettings with;
     with.sendTo = sendTo;
+    with.config["receive_limit"] = limit_;
     if (!networks.empty()) with.config["accept_networks"] = networks;
     installSettings(with);
     stations_.push_back(std::make_unique<Station>(port_));
@@ -116,6 +118,7 @@ class NetworkServiceTest : public ::testing::Test {
   }
 
   RecordedEvents events_;
+  std::string limit_ = "0";  ///< messages a second that are taken of one source; 0 for no limit
   int port_ = freePort();
   std::vector<std::unique_ptr<Station>> stations_;
 };
@@ -386,16 +389,43 @@ TEST_F(FloodTest, OfLargeDatagramsArrivesOrIsTold) {
   expectOrder(receiver.receiver.texts);
 }
 
-TEST_F(FloodTest, WhatAFullQueueRefusesIsToldInOneEvent) {
-  constexpr int kEach = 1000;
+TEST_F(FloodTest, WhatAFullLaneRefusesIsToldInOneEventOfItsSource) {
   Station& receiver = station();
-  ASSERT_TRUE(receiver.hostThread.postDelivery([] {}, HostThread::kMaxDeliveryBytes - 100'000));
-  flood(kEach, 120);
+  const ForeignSocket stranger;
+  const std::string text(60'000, '.');
+  const std::size_t count = DeliveryLanes::kMaxLaneBytes / text.size() + 20;
+  for (std::size_t number = 0; number < count; ++number) {
+    while (!stranger.send(text, port_)) std::this_thread::yield();
+  }
   ASSERT_TRUE(becomesTrue([&] { return !events_.problems().empty(); }));
-  EXPECT_TRUE(addsUp(receiver, kSenders * kEach));
-  EXPECT_EQ(receiver.receiver.texts.size() + events_.dropped(), std::size_t{kSenders * kEach});
-  EXPECT_EQ(events_.problems().size(), 1u) << events_.told();
-  EXPECT_NE(events_.told().find("full queue"), std::string::npos);
+  EXPECT_TRUE(addsUp(receiver, count));
+  EXPECT_EQ(receiver.receiver.texts.size() + events_.dropped(), count);
+  EXPECT_NE(events_.told().find("full queue"), std::string::npos) << events_.told();
+  EXPECT_NE(events_.told().find("of 127.0.0.1 port " + std::to_string(stranger.port())),
+            std::string::npos);
+}
+
+TEST_F(FloodTest, WhatASourceSendsBeyondItsLimitIsDroppedAndTold) {
+  limit_ = "10";
+  Station& receiver = station();
+  const ForeignSocket stranger;
+  for (int number = 0; number < 2000; ++number) {
+    while (!stranger.send(std::to_string(number), port_)) std::this_thread::yield();
+  }
+  EXPECT_TRUE(addsUp(receiver, 2000));
+  EXPECT_EQ(receiver.receiver.texts.size() + events_.dropped(), 2000u);
+  EXPECT_GE(receiver.receiver.texts.size(), 400u) << "so many may come at once";
+  EXPECT_GT(events_.dropped(), 0u);
+  EXPECT_NE(events_.told().find("of 127.0.0.1 port " + std::to_string(stranger.port()) +
+                                " dropped, since it sends more"),
+            std::string::npos)
+      << events_.told();
+}
+
+TEST_F(NetworkServiceTest, ALimitThatIsNoNumberIsTold) {
+  limit_ = "many";
+  station();
+  EXPECT_NE(events_.told().find("receive_limit is \"many\""), std::string::npos);
 }
 
 }  // namespace

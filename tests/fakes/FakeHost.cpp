@@ -17,7 +17,7 @@ class FakeHost::LogSink : public iStationEvents {
  public:
   explicit LogSink(FakeHost& host) : host_(host) {}
   void sent(const std::string&) override {}
-  void received(const std::string&) override {}
+  void received(const std::string&, const MessageFields&) override {}
   void changed(const std::string&, const Cookie&, const std::string&, Origin) override {}
   void log(bool toConsole, const std::string& text) override {
     host_.logLines.push_back((toConsole ? "both: " : "log: ") + text);

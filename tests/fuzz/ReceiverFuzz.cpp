@@ -59,7 +59,7 @@ class FailureWatch : public iStationEvents {
  public:
   FailureWatch() { installEvents(this); }
   void sent(const std::string&) override {}
-  void received(const std::string&) override {}
+  void received(const std::string&, const MessageFields&) override {}
   void changed(const std::string&, const Cookie&, const std::string&, Origin) override {}
   void log(bool, const std::string& text) override {
     if (text.rfind("Project Share: ", 0) == 0) mustBeEqual("log", text, "no failure");

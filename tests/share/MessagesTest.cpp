@@ -1,4 +1,8 @@
+#include <chrono>
+
 #include "tests/share/SharedStations.h"
+#include "tests/support/BecomesTrue.h"
+#include "tests/support/LoopbackSender.h"
 
 using namespace korvel;
 
@@ -138,9 +142,20 @@ TEST_F(MessagesTest, CreatedEditsAndFiltersAreAppliedWhateverProjectTheyName) {
 TEST_F(MessagesTest, AFileThatNeverComesIsWaitedForOnceAndLogged) {
   startThree();
   send({"14", "--project", project_, "--cookie", "Edead"});
-  settle(*ben_);
-  EXPECT_TRUE(benLogged("Receiver::waitForFile("));
+  EXPECT_TRUE(becomesTrue([this] { return benLogged("Receiver::waitForFile("); }));
   EXPECT_TRUE(run(*ben_, "edit list").elements().empty());
+}
+
+TEST_F(MessagesTest, FilesThatNeverComeDelayNoRealMessage) {
+  startThree();
+  const LoopbackSender stranger(port_);
+  for (int each = 0; each < 120; ++each) {
+    ASSERT_TRUE(stranger.send({"d", "14", project_, "Ede" + std::to_string(100 + each)}));
+  }
+  const auto start = std::chrono::steady_clock::now();
+  run(*anna_, "say <All> hello");
+  await(*ben_, "notification", {{"text", "hello"}});
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
 }
 
 TEST_F(MessagesTest, ARequestRunsOnTheMachineItNamesAlone) {

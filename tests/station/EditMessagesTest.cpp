@@ -213,6 +213,14 @@ TEST_F(EditMessagesTest, ADeletionElsewhereTakesTheEditAway) {
   EXPECT_EQ(network.sent.size(), 0U);
 }
 
+TEST_F(EditMessagesTest, AFileThatWasWaitedForIsNotWaitedForAgain) {
+  const auto start = std::chrono::steady_clock::now();
+  for (int each = 0; each < 120; ++each) {
+    network.deliverWaited(message(14, {"E00" + std::to_string(100 + each)}));
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
+}
+
 TEST_F(EditMessagesTest, ARecordChangedElsewhereIsReadAgain) {
   const Cookie cookie = made("Reel");
   std::string bytes = bytesOf(fileOf(cookie));

@@ -17,7 +17,7 @@ class PanelEvents : public iStationEvents {
   ~PanelEvents() override { installEvents(nullptr); }
 
   void sent(const std::string&) override {}
-  void received(const std::string&) override {}
+  void received(const std::string&, const MessageFields&) override {}
   void changed(const std::string&, const Cookie&, const std::string&, Origin) override {}
   void log(bool, const std::string&) override {}
   void command(const std::string&) override {}
@@ -34,6 +34,13 @@ class MessagePanelTest : public PluginStation {
   /// What bob's station sends.
   void hear(const std::string& target, const std::string& words) {
     network.deliver(message(10, {"bob", target, words}));
+  }
+
+  /// The words of all notifications.
+  static Texts seen() {
+    Texts words;
+    for (const Notification& each : notifications()) words.push_back(each.text);
+    return words;
   }
 
   [[nodiscard]] Texts recipients() const {
@@ -86,9 +93,7 @@ TEST_F(MessagePanelTest, OrdinaryWordsBecomeANotificationWhateverTheState) {
   ASSERT_TRUE(hands.close());
   hear("<All>", "an icon");
   hear("carl", "not for anna");
-  Texts seen;
-  for (const Notification& each : notifications()) seen.push_back(each.text);
-  EXPECT_EQ(seen, (Texts{"in the toolbox", "open", "an icon"}));
+  EXPECT_EQ(seen(), (Texts{"in the toolbox", "open", "an icon"}));
 }
 
 TEST_F(MessagePanelTest, AWholeWireTextIsShownInThePanel) {
@@ -107,14 +112,42 @@ TEST_F(MessagePanelTest, AWireTextThatTravelsAsWordsEndsAtItsSeparator) {
   ASSERT_TRUE(hands.open());
   hear("anna", message(10, {"bob", "anna", "lunch?"}));
   EXPECT_EQ(*hands.lines(), Texts{});
-  EXPECT_TRUE(notifications().empty()) << "\"d\" is the panel's, which reports it";
+  EXPECT_EQ(seen(), Texts{"d"}) << "the panel reports it and shows nothing";
 }
 
-TEST_F(MessagePanelTest, AMessageThatSpellsTheReturnEventSendsWhatIsTyped) {
+TEST_F(MessagePanelTest, WordsThatBeginWithTheVersionLetterAreNotLost) {
+  ASSERT_TRUE(hands.open());
+  for (const char* const words : {"d", "dinner?", "don't"}) hear("anna", words);
+  EXPECT_EQ(seen(), (Texts{"d", "dinner?", "don't"}));
+  EXPECT_EQ(*hands.lines(), Texts{});
+}
+
+TEST_F(MessagePanelTest, AMessageThatSpellsTheReturnEventIsWordsAndSendsNothing) {
   ASSERT_TRUE(hands.open());
   ASSERT_TRUE(hands.type("half a thou"));
-  hear("anna", "LinecanvasReturnPressed");
+  for (int times = 0; times < 3000; ++times) hear("anna", "LinecanvasReturnPressed");
+  EXPECT_EQ(network.sent, Texts{});
+  EXPECT_EQ(seen().size(), 3000u);
+  EXPECT_EQ(seen().back(), "LinecanvasReturnPressed");
+  ASSERT_TRUE(hands.pressReturn());
   EXPECT_EQ(network.sent, Texts{message(10, {"anna", "<All>", "half a thou"})});
+}
+
+TEST_F(MessagePanelTest, TheConversationIsBoundedAndKeepsItsEnd) {
+  ASSERT_TRUE(hands.open());
+  constexpr int kLines = static_cast<int>(ScrollableTextBoxBase::kMostLines);
+  for (int each = 0; each < kLines + 50; ++each) {
+    Glob::sendMsg(GlobManager::find("Messager"),
+                  hostText(message(10, {"bob", "anna", std::to_string(each)})), nullptr);
+  }
+  EXPECT_EQ(hands.lines()->size(), ScrollableTextBoxBase::kMostLines);
+  EXPECT_EQ(hands.lines()->back(), "bob : " + std::to_string(kLines + 49));
+}
+
+TEST_F(MessagePanelTest, WordsForOthersOrWithTooFewFieldsAreNotNotified) {
+  hear("carl", "dinner?");
+  network.deliver(message(10, {"bob", "anna"}));
+  EXPECT_EQ(seen(), Texts{});
 }
 
 TEST_F(MessagePanelTest, IsRestoredOpenWithAnEmptyConversation) {

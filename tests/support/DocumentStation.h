@@ -41,7 +41,7 @@ class NotedEvents : public iStationEvents {
   ~NotedEvents() override { installEvents(nullptr); }
 
   void sent(const std::string&) override {}
-  void received(const std::string&) override {}
+  void received(const std::string&, const MessageFields&) override {}
   void changed(const std::string& what, const Cookie&, const std::string& how,
                Origin origin) override {
     changes.push_back(what + " " + how + " " + originText(origin));

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "host/net/iNetworkService.h"
-#include "station/base/Events.h"
+#include "station/wire/Delivery.h"
 
 namespace korvel {
 
@@ -15,8 +15,12 @@ class LoopNetwork : public iNetworkService {
 
   /// Hands a datagram to the plug-in as another station's.
   void deliver(const std::string& text) {
-    const RemoteChangeScope remote;
-    if (receiver_) receiver_->receive(Kv::Ptr<iMemHolder>(new Bytes(text)), nullptr);
+    if (receiver_) deliverMessage(*receiver_, receivedMessage(text));
+  }
+
+  /// The same after the station has waited for the message's file.
+  void deliverWaited(const std::string& text) {
+    if (receiver_) deliverAfterWait(*receiver_, receivedMessage(text));
   }
 
   Kv::Ptr<iUDPBroadcaster> createUDPBroadcaster(int) override { return {new Sender(sent)}; }
@@ -26,16 +30,6 @@ class LoopNetwork : public iNetworkService {
   }
 
  private:
-  class Bytes : public iMemHolder {
-   public:
-    explicit Bytes(const std::string& text) : text_(text) {}
-    [[nodiscard]] const char* bytes() const override { return text_.data(); }
-    [[nodiscard]] std::size_t size() const override { return text_.size(); }
-
-   private:
-    std::string text_;
-  };
-
   class Sender : public iUDPBroadcaster {
    public:
     explicit Sender(std::vector<std::string>& sent) : sent_(sent) {}

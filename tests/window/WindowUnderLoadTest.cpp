@@ -2,9 +2,12 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <latch>
 #include <thread>
 
+#include "host/edit/ThumbnailRenderTaskQueue.h"
 #include "station/base/StationSettings.h"
+#include "station/edit/ThumbnailQueue.h"
 #include "tests/support/Slowdown.h"
 #include "tests/window/WindowScene.h"
 
@@ -133,25 +136,31 @@ TEST_F(WindowUnderLoadTest, AThousandChangesASecondAreAllShownWithoutLag) {
   });
 }
 
-// What another station announced does not show on the share: the host thread waits a second for it,
-// each time.
-TEST_F(WindowUnderLoadTest, WithAHangingShareItDrawsAndSaysWhatItWaitsFor) {
+// The station reads an edit again only when no thumbnail of it is being rendered.
+TEST_F(WindowUnderLoadTest, WhileTheStationWaitsItDrawsAndSaysForWhat) {
   script = "project create Harbour\nproject enter Harbour\n";
   play([this](MainWindow& window) {
     ASSERT_TRUE(waitForProject(window, "Harbour"));
     StationProcess ben(other("BEN"));
     ASSERT_TRUE(ben.waitUntilReady());
     EXPECT_TRUE(ben.command("project enter Harbour")["ok"].asBool());
-    const std::string log = ben.command("log create Reel")["result"].asString();
-    const auto sent = ben.waitFor("sent", {{"cookie", log}});
+    EXPECT_TRUE(ben.command("edit create Reel")["ok"].asBool());
+    EXPECT_TRUE(ben.command("edit save Reel")["ok"].asBool());
+    const auto sent = ben.waitFor("sent", {{"type_name", "EditSaved"}});
     ASSERT_TRUE(sent);
-    std::filesystem::remove(folderOf(window) + "/" + log + ".otio");
+    ASSERT_TRUE(waitFor([&] { return !window.objects().rows(ObjectKind::eEdits).empty(); }));
+    command(window, "edit open Reel");
+    std::latch isRendered(1);
+    dynamic_cast<ThumbnailQueue&>(ThumbnailRenderTaskQueue::instance()).add([&isRendered] {
+      isRendered.wait();
+    });
     const LatencyWatch latency;
-    for (int i = 0; i < 4; ++i) sayAloud(bytesOf((*sent)["text_hex"].asString()));
+    sayAloud(bytesOf((*sent)["text_hex"].asString()));
     const auto isWaiting = [&] { return window.status().busyText().startsWith("Waiting"); };
     EXPECT_TRUE(waitFor(isWaiting));
-    EXPECT_TRUE(window.status().busyText().contains("the message EditCreated"));
+    EXPECT_TRUE(window.status().busyText().contains("the message EditSaved"));
     EXPECT_FALSE(window.grab().isNull());
+    isRendered.count_down();
     EXPECT_TRUE(waitFor([&] { return window.status().busyText() == "Ready"; }));
     EXPECT_LT(latency.ninetyNinth(), kStandingStillMs);
   });

@@ -4,7 +4,6 @@
 #include <charconv>
 
 #include "host/base/Cookie.h"
-#include "station/base/NearestName.h"
 #include "station/base/Strings.h"
 #include "tools/locks/UserList.h"
 #include "tools/wire/MessageTypes.h"
@@ -12,8 +11,6 @@
 namespace korvel {
 
 namespace {
-
-constexpr int kPermissionsChange = 5;
 
 Error refusal(const std::string& what) { return {ErrorCode::eUsage, what, {}}; }
 
@@ -51,12 +48,7 @@ Result<void> MessageFilter::readTypes(const std::vector<std::string>& words) {
       continue;
     }
     const auto type = messageTypeOf(word);
-    if (!type) {
-      const std::string near = nearestName(word, messageTypeNames());
-      return refusal(
-          "there is no message type \"" + shownText(word) + "\"" +
-          (near.empty() ? "; types are 1 to 15 and their names" : "; did you mean " + near + "?"));
-    }
+    if (!type) return refusal(noSuchMessageType(word));
     types_.insert(*type);
   }
   return {};
@@ -105,8 +97,10 @@ bool MessageFilter::isOfType(const MessageFields& fields) const {
 bool MessageFilter::isOfUser(const HeardMessage& message, const MessageFields& fields) {
   const bool isSource = users_.contains(upperCased(fields.source));
   if (isSource) known_.insert(senderText(message));
+  const MessageType* const type = messageType(fields.type);
+  const bool namesOwner = type && type->has(kOwnerField);
   return isSource || users_.contains(upperCased(fields.target)) ||
-         (fields.type == kPermissionsChange && users_.contains(upperCased(fields.data))) ||
+         (namesOwner && users_.contains(upperCased(fields.data))) ||
          known_.contains(senderText(message));
 }
 

@@ -36,14 +36,15 @@ std::size_t lettersOf(const std::string& utf8) {
       std::count_if(utf8.begin(), utf8.end(), [](char byte) { return (byte & 0xC0) != 0x80; }));
 }
 
+/// A container value in words; as it stands where it is none.
 std::string happening(const std::string& container) {
-  constexpr std::array kWords{"nothing", "rewritten", "reload now", "destroyed"};
-  if (container.size() != 1 || container[0] < '0' || container[0] > '3') return container;
-  return kWords[static_cast<std::size_t>(container[0] - '0')];
+  const bool isDigit = container.size() == 1 && container[0] >= '0' && container[0] <= '9';
+  if (!isDigit || !isContainerValue(container)) return container;
+  return kContainerValues[static_cast<std::size_t>(numberAtStart(container))];
 }
 
-std::string joined(const std::string& first, const std::string& second) {
-  return second.empty() ? first : first + "  " + second;
+bool isGap(const char* text) {
+  return std::string_view(text).find_first_not_of(' ') == std::string_view::npos;
 }
 
 /// Why a message is none: the first that is wrong with it.
@@ -82,27 +83,16 @@ std::string MessageLine::column(const std::string& text, std::size_t& width,
 }
 
 std::string objectText(const MessageFields& fields) {
-  switch (fields.type) {
-    case 1:
-      return joined(fields.cookie, fields.modification);
-    case 5:
-      return joined(fields.cookie, "owner " + fields.data);
-    case 7:
-    case 15:
-      return joined(fields.cookie, happening(fields.container));
-    case 8:
-    case 9:
-      return fields.data;
-    case 10:
-      return fields.source + " to " + fields.target + ": " + fields.data;
-    case 11:
-    case 12:
-      return fields.source + " to " + fields.target + ": " + fields.cookie;
-    case 13:
-      return fields.source + " to machine " + fields.target + ": " + fields.data;
-    default:
-      return fields.cookie;
+  const MessageType* const type = messageType(fields.type);
+  if (!type) return fields.cookie;
+  std::string shown;
+  for (const ShownPart& part : type->shown) {
+    if (!part.field) break;
+    const std::string& text = fields.*part.field->text;
+    if (text.empty() && isGap(part.before)) continue;
+    shown += part.before + (part.field == &kContainerField ? happening(text) : text);
   }
+  return shown;
 }
 
 }  // namespace korvel

@@ -9,14 +9,40 @@ local SEPARATOR = "\xAC"
 
 local proto = Proto("projectshare", "Project Share")
 
-local TYPES = {
-  [1] = "EditModification", [2] = "EditSaved", [3] = "EditDeleted", [4] = "ProjdbRecChange",
-  [5] = "PermissionsChange", [6] = "RoomChange", [7] = "ContainerModification", [8] = "AddMaterial",
-  [9] = "RemoveMaterial", [10] = "UserMessage", [11] = "BinTransfer", [12] = "ClipTransfer",
-  [13] = "ActionRequest", [14] = "EditCreated", [15] = "FilterModification",
+-- For each type its name, what stands behind the head as it is written, from how many of these fields
+-- on stations do what it is for, and what they do with fewer than all. Compared with the stations'
+-- own table by a test.
+local LAYOUTS = {
+  [1] = { name = "EditModification", fields = { "cookie", "modification" }, acted = 2,
+          fewer = 'stations report "false" (NetMessage line 149) and read an empty modification, which' ..
+          ' changes nothing' },
+  [2] = { name = "EditSaved", fields = { "cookie" }, acted = 1 },
+  [3] = { name = "EditDeleted", fields = { "cookie" }, acted = 1 },
+  [4] = { name = "ProjdbRecChange", fields = { "cookie" }, acted = 1 },
+  [5] = { name = "PermissionsChange", fields = { "cookie", "data" }, acted = 1,
+          fewer = 'stations report "false" (NetMessage line 142) and take empty permissions' },
+  [6] = { name = "RoomChange", fields = { "cookie" }, acted = 1 },
+  [7] = { name = "ContainerModification", fields = { "cookie", "container" }, acted = 2,
+          fewer = 'stations report "false" (NetMessage line 166) and do nothing' },
+  [8] = { name = "AddMaterial", fields = { "data" }, acted = 1 },
+  [9] = { name = "RemoveMaterial", fields = { "data" }, acted = 1 },
+  [10] = { name = "UserMessage", fields = { "source", "target", "data" }, acted = 3,
+          fewer = 'stations read none of them and deliver no words' },
+  [11] = { name = "BinTransfer", fields = { "source", "target", "cookie" }, acted = 1,
+          fewer = 'stations log what there is of them' },
+  [12] = { name = "ClipTransfer", fields = { "source", "target", "cookie" }, acted = 1,
+          fewer = 'stations log what there is of them' },
+  [13] = { name = "ActionRequest", fields = { "source", "target", "data" }, acted = 3,
+          fewer = 'stations read none of them and run no command' },
+  [14] = { name = "EditCreated", fields = { "cookie" }, acted = 1 },
+  [15] = { name = "FilterModification", fields = { "cookie", "container" }, acted = 1,
+          fewer = 'stations report "false" (NetMessage line 166) and read all filters again' },
 }
 
-local CONTAINER = { [0] = "nothing", [1] = "rewritten", [2] = "reload now", [3] = "destroyed" }
+local TYPES = {}
+for kind, layout in pairs(LAYOUTS) do TYPES[kind] = layout.name end
+
+local CONTAINER = { [0] = "nothing", "rewritten", "reload now", "destroyed" }
 
 local f = {
   version = ProtoField.string("projectshare.version", "Version"),
@@ -45,15 +71,6 @@ local e = {
                             expert.group.PROTOCOL, expert.severity.WARN),
 }
 proto.experts = e
-
--- What stands behind the head of each type, as it is written.
-local LAYOUTS = {
-  [1] = { "cookie", "modification" }, [2] = { "cookie" }, [3] = { "cookie" }, [4] = { "cookie" },
-  [5] = { "cookie", "data" }, [6] = { "cookie" }, [7] = { "cookie", "container" }, [8] = { "data" },
-  [9] = { "data" }, [10] = { "source", "target", "data" }, [11] = { "source", "target", "cookie" },
-  [12] = { "source", "target", "cookie" }, [13] = { "source", "target", "data" },
-  [14] = { "cookie" }, [15] = { "cookie", "container" },
-}
 
 -- The fields of a datagram, each with its bytes and where they stand. Stations read to the first
 -- zero byte; an empty field before a leading separator does not count, nor one after the last.
@@ -133,7 +150,7 @@ end
 
 local function info_of(kind, fields, layout)
   local text = TYPES[kind] or ("type " .. kind)
-  for index = 1, #layout do
+  for index = 1, #layout.fields do
     local field = fields[3 + index]
     if field then text = text .. "  " .. shown(field.text) end
   end
@@ -148,16 +165,19 @@ end
 -- The fields behind the head; those that are missing and those that are too many are marked.
 local function add_layout(kind, tree, buffer, fields, pinfo)
   local layout = LAYOUTS[kind]
-  for index, name in ipairs(layout) do
+  local whole = 3 + #layout.fields
+  for index, name in ipairs(layout.fields) do
     if fields[3 + index] then add_field(name, tree, buffer, fields[3 + index]) end
   end
-  if #fields < 3 + #layout then
-    return malformed(tree, pinfo, "too few fields (" .. #fields .. " of " .. 3 + #layout .. ")")
+  if #fields < whole then
+    local why = "too few fields (" .. #fields .. " of " .. whole .. "): " .. layout.fewer
+    if #fields < 3 + layout.acted then return malformed(tree, pinfo, why) end
+    warn(tree, why)
   end
-  for index = 4 + #layout, #fields do
+  for index = whole + 1, #fields do
     warn(add_text(tree, f.extra, buffer, fields[index]), "a text holds the byte AC, and arrives cut there")
   end
-  if kind == 11 or kind == 12 then warn(tree, "stations read the cookie from the target's field") end
+  if layout.fields[3] == "cookie" then warn(tree, "stations read the cookie from the target's field") end
 end
 
 function proto.dissector(buffer, pinfo, root)
@@ -166,7 +186,7 @@ function proto.dissector(buffer, pinfo, root)
   local fields, zero = split(buffer)
   local tree = root:add(proto, buffer())
   if #fields > 0 then add_text(tree, f.version, buffer, fields[1]) end
-  if #fields == 0 or fields[1].text ~= "d" then
+  if #fields == 0 or fields[1].from > 0 or fields[1].text ~= "d" then
     malformed(tree, pinfo, "another version than \"d\"")
     return buffer:len()
   end

@@ -22,6 +22,10 @@ bool hasControls(const std::string& name) {
                      [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; });
 }
 
+bool hasOtherThanAscii(const std::string& name) {
+  return std::any_of(name.begin(), name.end(), [](char byte) { return (byte & 0x80) != 0; });
+}
+
 Findings lookMarker(const DoctorFacts& facts) {
   const std::string& user = facts.station.user;
   const std::string marker = facts.station.projectsDirectory + "/" + user + ".cli";
@@ -68,6 +72,11 @@ Findings judgeName(const std::string& what, const std::string& name) {
                      " bytes: others see its first " + std::to_string(kLongestName),
                  other + ", a shorter one")};
   }
+  if (hasOtherThanAscii(name)) {
+    return {warn(shown + " holds letters that are not ASCII: words to this user alone become "
+                         "notifications, and no lines of the panel",
+                 other + ", in capitals from A to Z")};
+  }
   return {pass(shown + " reaches others whole")};
 }
 
@@ -96,9 +105,10 @@ Findings judgeUser(const std::string& user, const std::string& host, const UserL
                      "own, and may not change what it owns",
                  "choose another with --user and --host")};
   }
-  if (std::ranges::any_of(user, [](unsigned char byte) { return byte >= 0x80; })) {
-    return {
-        warn(shown + " holds letters beyond ASCII: no message to this user alone arrives", fix)};
+  if (hasOtherThanAscii(user)) {
+    return {warn(shown + " holds letters beyond ASCII: messages to this user alone become "
+                         "notifications, and no lines of the panel",
+                 fix)};
   }
   if (user != address) {
     return {warn(shown + " is not the host's name in capitals, " + inQuotes(address) +

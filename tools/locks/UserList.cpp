@@ -61,10 +61,4 @@ UserList readUserList(std::string_view bytes) {
   return list;
 }
 
-std::string upperCased(const std::string& text) {
-  auto wide = wideText(text);
-  Kv::toUpper(wide);
-  return utf8Text(wide);
-}
-
 }  // namespace korvel

@@ -21,7 +21,5 @@ struct UserList {
 /// Reads the bytes of a userlist.dat.
 UserList readUserList(std::string_view bytes);
 
-/// The text in upper case, as stations compare names.
-std::string upperCased(const std::string& text);
 
 }  // namespace korvel

@@ -77,6 +77,14 @@ Finding noWay(const HeardFile& one, const HeardFile& other) {
                     "cross: name each other with --send-to; else see the firewalls of both"));
 }
 
+Finding strangersOf(const HeardFile& file) {
+  return named("strangers",
+               warn(file.station + " heard " + std::to_string(file.strangers) +
+                        " senders more than its list holds: whom it does not hear cannot be told",
+                    "somebody sends under many addresses or ports; kv-share monitor on " +
+                        file.host + " shows who, and accept_networks keeps strangers out"));
+}
+
 /// What is wrong between two programs, if anything.
 void judgePair(const HeardFile& one, const HeardFile& other, Findings& findings) {
   const MeshLink there = linkOf(one, other);
@@ -115,6 +123,7 @@ Result<HeardFile> readHeardFile(const std::string& text, long age) {
   file.written = (*json)["written"].asLong();
   file.lastSent = (*json)["sent_earlier"].asLong();
   file.age = age;
+  file.strangers = (*json)["strangers"].asLong();
   file.heard = sendersOf((*json)["heard"]);
   return file;
 }
@@ -126,7 +135,8 @@ MeshLink linkOf(const HeardFile& listener, const HeardFile& sender) {
   if (last != 0) {
     return couldHear && sender.lastSent > last + kLostAfter ? MeshLink::eDeaf : MeshLink::eHears;
   }
-  return couldHear ? MeshLink::eDeaf : MeshLink::eQuiet;
+  // A list that forgot senders does not prove that one of them was never heard.
+  return couldHear && listener.strangers == 0 ? MeshLink::eDeaf : MeshLink::eQuiet;
 }
 
 Findings judgeMesh(const std::vector<HeardFile>& files) {
@@ -141,6 +151,7 @@ Findings judgeMesh(const std::vector<HeardFile>& files) {
                              "removed")));
       continue;
     }
+    if (file.strangers > 0) findings.push_back(strangersOf(file));
     for (std::size_t other = one + 1; other < files.size(); ++other) {
       if (files[other].isFresh()) judgePair(file, files[other], findings);
     }

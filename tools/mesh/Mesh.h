@@ -25,10 +25,11 @@ struct HeardFile {
   int port = 0;
   int sendsFrom = 0;  ///< 0 for one that never sends
   std::vector<Ipv4> addresses;
-  long since = 0;     ///< when it began to listen
-  long written = 0;   ///< by its own clock
-  long lastSent = 0;  ///< as of 14 s before it was written; 0 for nothing
-  long age = 0;       ///< of the file, in seconds
+  long since = 0;      ///< when it began to listen
+  long written = 0;    ///< by its own clock
+  long lastSent = 0;   ///< as of 14 s before it was written; 0 for nothing
+  long age = 0;        ///< of the file, in seconds
+  long strangers = 0;  ///< senders that it heard and forgot, since more came than it lists
   std::vector<HeardSender> heard;
 
   /// Whether it is still being written: one that stopped is no witness any more.

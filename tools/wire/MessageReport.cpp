@@ -17,9 +17,6 @@ namespace {
 using Warnings = std::vector<std::string>;
 using Fields = std::vector<std::string>;
 
-constexpr std::size_t kHeadFields = 3;
-constexpr std::size_t kLeastFields = 4;
-
 bool isUtf8(const std::string& bytes) {
   const auto wide = wideText(bytes);
   const auto view = wide.view();
@@ -32,32 +29,6 @@ bool isNumber(const std::string& text) {
   long value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   return error == std::errc() && end == text.data() + text.size();
-}
-
-/// The number of fields that a type's message has, and what a receiver does with fewer.
-struct Shape {
-  std::size_t fields;
-  const char* fewer;
-};
-
-Shape shapeOf(int type) {
-  switch (type) {
-    case 1:
-      return {5, "stations report \"false\" (NetMessage line 149) and take an empty modification"};
-    case 5:
-      return {5, "stations report \"false\" (NetMessage line 142) and take empty permissions"};
-    case 7:
-    case 15:
-      return {5, "stations report \"false\" (NetMessage line 166) and do nothing"};
-    case 10:
-    case 13:
-      return {6, "stations read none of them"};
-    case 11:
-    case 12:
-      return {6, "stations log what there is of them"};
-    default:
-      return {4, ""};
-  }
 }
 
 void warnAboutBytes(const std::string& wireText, Warnings& warnings) {
@@ -75,11 +46,11 @@ void warnAboutBytes(const std::string& wireText, Warnings& warnings) {
 /// Whether the text is of this version and has a head; else says what stations do with it.
 bool hasHead(const std::string& text, const Fields& fields, Warnings& warnings) {
   if (text.empty()) return false;
-  if (text.front() != 'd') {
+  if (!text.starts_with(kWireVersion)) {
     warnings.push_back("it does not begin with \"d\": stations ignore it without a word");
     return false;
   }
-  if (fields[0] != "d") {
+  if (fields[0] != kWireVersion) {
     warnings.push_back("the version is " + inQuotes(fields[0]) +
                        ", not \"d\": stations warn of another version and ignore it");
     return false;
@@ -95,19 +66,22 @@ void warnAboutType(const std::string& text, int type, Warnings& warnings) {
     warnings.push_back("the type " + inQuotes(text) + " is no number and is read as " +
                        std::to_string(type));
   }
-  if (type >= 1 && type <= 15) return;
+  if (messageType(type)) return;
+  // Type 0 ends there; the others reach the receiver, which reports them once more.
   warnings.push_back("there is no type " + std::to_string(type) +
-                     ": stations report \"false\" (NetMessage line 197) and do nothing");
+                     ": stations report \"false\" (NetMessage line 197" +
+                     (type == MessageType::eNone ? "" : ", and Receiver line 417") +
+                     ") and do nothing");
 }
 
-void warnAboutShape(int type, const Fields& fields, Warnings& warnings) {
-  const Shape shape = shapeOf(type);
-  if (fields.size() < shape.fields) {
-    warnings.push_back("too few fields (" + std::to_string(fields.size()) + " of " +
-                       std::to_string(shape.fields) + "): " + shape.fewer);
+void warnAboutShape(const MessageType& type, std::size_t count, Warnings& warnings) {
+  const std::size_t whole = kHeadFields + type.fields().size();
+  if (count < whole) {
+    warnings.push_back("too few fields (" + std::to_string(count) + " of " + std::to_string(whole) +
+                       "): " + type.fewer);
   }
-  if (fields.size() > shape.fields) {
-    warnings.push_back(std::to_string(fields.size() - shape.fields) +
+  if (count > whole) {
+    warnings.push_back(std::to_string(count - whole) +
                        " field(s) more than the type has: a text holds the separator byte 0xAC, as "
                        "some letters do, and arrives cut there");
   }
@@ -124,7 +98,7 @@ void warnAboutContainer(const std::string& text, Warnings& warnings) {
     warnings.push_back("the container value " + inQuotes(text) +
                        " is no number: stations read what digits it begins with, or 0");
   }
-  if (readMessage(std::string("d\xAC") + "7\xAC\xAC\xAC" + text + "\xAC").valid) return;
+  if (isContainerValue(text)) return;
   warnings.push_back("the container value " + inQuotes(text) +
                      " is none of 0 to 3: stations report \"valid_\" (NetMessage line 31) and "
                      "\"false\" (NetMessage line 162), and ignore the message");
@@ -149,16 +123,16 @@ void warnAboutTransfer(const MessageFields& message, Warnings& warnings) {
                      inQuotes(message.cookie));
 }
 
-void warnAboutValues(const MessageFields& message, const Fields& fields, Warnings& warnings) {
+void warnAboutValues(const MessageType& type, const MessageFields& message, Warnings& warnings) {
   warnAboutCookie("project", message.project, warnings);
   warnAboutCookie("cookie", message.cookie, warnings);
-  const bool hasFifth = fields.size() > kLeastFields;
-  if ((message.type == 7 || message.type == 15) && hasFifth) {
-    warnAboutContainer(message.container, warnings);
+  const bool hasFifth = message.count > kLeastFields;
+  if (hasFifth && type.has(kContainerField)) warnAboutContainer(message.container, warnings);
+  if (hasFifth && type.has(kModificationField)) {
+    warnAboutModification(message.modification, warnings);
   }
-  if (message.type == 1 && hasFifth) warnAboutModification(message.modification, warnings);
-  if (message.type == 11 || message.type == 12) warnAboutTransfer(message, warnings);
-  if (message.type == 13 && fields.size() > kLeastFields && !isNumber(message.target)) {
+  if (type.has(kTransferTargetField)) warnAboutTransfer(message, warnings);
+  if (hasFifth && type.has(kMachineField) && !isNumber(message.target)) {
     warnings.push_back("the machine " + inQuotes(message.target) + " is no number");
   }
 }
@@ -197,9 +171,10 @@ std::vector<std::string> warningsAbout(const std::string& wireText) {
   if (!hasHead(text, fields, warnings)) return warnings;
   const MessageFields message = readMessage(text);
   warnAboutType(fields[1], message.type, warnings);
-  if (message.type < 1 || message.type > 15) return warnings;
-  warnAboutShape(message.type, fields, warnings);
-  warnAboutValues(message, fields, warnings);
+  const MessageType* const type = messageType(message.type);
+  if (!type) return warnings;
+  warnAboutShape(*type, fields.size(), warnings);
+  warnAboutValues(*type, message, warnings);
   warnAboutLetters(fields, warnings);
   return warnings;
 }

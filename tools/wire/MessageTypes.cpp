@@ -3,13 +3,13 @@
 #include <cctype>
 #include <charconv>
 
-#include "station/wire/MessageFields.h"
+#include "station/base/NearestName.h"
+#include "station/base/Strings.h"
+#include "station/wire/MessageType.h"
 
 namespace korvel {
 
 namespace {
-
-constexpr int kLastType = 15;
 
 /// Without capitals, dashes and the leading "e" of the record's own names.
 std::string plainName(const std::string& name) {
@@ -38,16 +38,26 @@ std::optional<int> messageTypeOf(const std::string& text) {
   int number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error == std::errc() && end == text.data() + text.size()) return number;
-  for (int type = 0; type <= kLastType; ++type) {
-    if (plainName(text) == plainName(messageTypeName(type))) return type;
+  for (const MessageType& type : messageTypes()) {
+    if (plainName(text) == plainName(type.name)) return type.number;
   }
+  if (plainName(text) == plainName(messageTypeName(MessageType::eNone))) return MessageType::eNone;
   return std::nullopt;
 }
 
 std::vector<std::string> messageTypeNames() {
   std::vector<std::string> names;
-  for (int type = 1; type <= kLastType; ++type) names.push_back(dashedName(messageTypeName(type)));
+  for (const MessageType& type : messageTypes()) names.push_back(dashedName(type.name));
   return names;
+}
+
+std::string noSuchMessageType(const std::string& text) {
+  const std::string near = nearestName(text, messageTypeNames());
+  const std::string remedy = near.empty()
+                                 ? "; types are " + std::to_string(MessageType::kFirst) + " to " +
+                                       std::to_string(MessageType::kLast) + " and their names"
+                                 : "; did you mean " + near + "?";
+  return "there is no message type \"" + shownText(text) + "\"" + remedy;
 }
 
 }  // namespace korvel

@@ -10,7 +10,10 @@ namespace korvel {
 /// Numbers may be any that the wire can carry.
 std::optional<int> messageTypeOf(const std::string& text);
 
-/// The names of the types 1 to 15 as they are typed: "edit-saved".
+/// The names of all types as they are typed: "edit-saved".
 std::vector<std::string> messageTypeNames();
+
+/// What is said of a text that is no type: which it may have meant.
+std::string noSuchMessageType(const std::string& text);
 
 }  // namespace korvel

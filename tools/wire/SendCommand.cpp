@@ -1,11 +1,12 @@
 #include <iostream>
 #include <optional>
+#include <span>
+#include <string_view>
 
 #include "ProjectShare/NetMessage.h"
 #include "station/base/DiagnosticStream.h"
 #include "station/base/Events.h"
 #include "station/base/HostThread.h"
-#include "station/base/NearestName.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/net/NetworkService.h"
@@ -54,7 +55,7 @@ class SendEvents : public iStationEvents {
   void network(const std::string& problem, std::uint64_t) override {
     toolProblem(eToolFinding, problem);
   }
-  void received(const std::string&) override {}
+  void received(const std::string&, const MessageFields&) override {}
   void changed(const std::string&, const Cookie&, const std::string&, Origin) override {}
   void log(bool, const std::string&) override {}
   void command(const std::string&) override {}
@@ -65,41 +66,28 @@ class SendEvents : public iStationEvents {
   bool hasLeft_ = false;
 };
 
-/// What a type's message cannot do without.
-struct Needs {
-  bool cookie;
-  bool target;
-  bool data;
-};
+/// The fields of a message, each as the user gives it; types without a row have an object.
+std::span<const WireField* const> fieldsOf(int type) {
+  static constexpr const WireField* kObject[] = {&kCookieField};
+  const MessageType* const row = messageType(type);
+  return row ? row->fields() : std::span<const WireField* const>(kObject);
+}
 
-Needs needsOf(int type) {
-  switch (type) {
-    case NetMessage::eEditModification:
-    case NetMessage::ePermissionsChange:
-    case NetMessage::eContainerModification:
-    case NetMessage::eFilterModification:
-      return {true, false, true};
-    case NetMessage::eAddMaterial:
-    case NetMessage::eRemoveMaterial:
-      return {false, false, true};
-    case NetMessage::eUserMessage:
-    case NetMessage::eActionRequest:
-      return {false, true, true};
-    case NetMessage::eBinTransfer:
-    case NetMessage::eClipTransfer:
-      return {true, true, false};
-    default:
-      return {true, false, false};
-  }
+/// Whether the request has what goes into a field.
+bool has(const Request& request, const WireField& field) {
+  if (!field.option) return true;
+  const std::string_view option(field.option);
+  if (option == "--cookie") return request.cookie.has_value();
+  if (option == "--target") return request.target.has_value();
+  return request.data.has_value();
 }
 
 /// What is wrong with the request; empty when nothing is.
 std::string objectionTo(const Request& request, int type) {
-  const Needs needs = needsOf(type);
-  const std::string name = messageTypeName(type);
-  if (needs.cookie && !request.cookie) return name + " needs --cookie, the object concerned";
-  if (needs.target && !request.target) return name + " needs --target, whom it is for";
-  if (needs.data && !request.data) return name + " needs --data";
+  for (const WireField* const field : fieldsOf(type)) {
+    if (has(request, *field)) continue;
+    return std::string(messageTypeName(type)) + " needs " + field->option + ", " + field->meaning;
+  }
   for (const auto& text : {request.project.value_or(""), request.cookie.value_or("")}) {
     if (!text.empty() && Cookie(text.c_str(), false).isNull()) {
       return "\"" + shownText(text) +
@@ -174,12 +162,7 @@ ToolStatus sendDatagram(const Request& request, const std::string& datagram, int
 
 ToolStatus send(const Request& request) {
   const auto type = messageTypeOf(request.type);
-  if (!type) {
-    const std::string near = nearestName(request.type, messageTypeNames());
-    return toolProblem(eToolUsage, "there is no message type \"" + shownText(request.type) + "\"" +
-                                       (near.empty() ? "; types are 1 to 15 and their names"
-                                                     : "; did you mean " + near + "?"));
-  }
+  if (!type) return toolProblem(eToolUsage, noSuchMessageType(request.type));
   const std::string objection = objectionTo(request, *type);
   if (!objection.empty()) return toolProblem(eToolUsage, objection);
   setDiagnosticStream(stderr);

@@ -34,7 +34,7 @@ class AppliedChanges : public iStationEvents {
     board_.arrived(peer_, bytes[14] * 256U + bytes[15]);
   }
   void sent(const std::string&) override {}
-  void received(const std::string&) override {}
+  void received(const std::string&, const MessageFields&) override {}
   void log(bool, const std::string&) override {}
   void command(const std::string&) override {}
   void network(const std::string& problem, std::uint64_t) override {
@@ -54,6 +54,7 @@ StationSettings settingsFor(const PeerArguments& arguments) {
   settings.user = settings.host = "PEER" + std::to_string(arguments.number);
   settings.machine = static_cast<int>(arguments.number) + 1;
   settings.sendTo = {"127.255.255.255"};
+  settings.config["receive_limit"] = "0";  // what is measured is how fast it can be
   settings.config["shared_projects_udp_port"] = std::to_string(arguments.port);
   settings.plugin = KV_PLUGIN;
   return settings;

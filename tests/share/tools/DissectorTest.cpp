@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "station/wire/MessageFields.h"
 #include "tests/support/ToolRun.h"
 #include "tools/capture/PcapngWriter.h"
 
@@ -45,27 +46,37 @@ const Row kRows[] = {
     {"d|2|P0001|", "2|EditSaved|P0001||||||", "too few fields (3, at least 4)"},
     {"d|10|P0001|EDIT-1|BOB|", "10|UserMessage|P0001||EDIT-1|BOB|||", "too few fields (5 of 6)"},
     {"d|16|P0001|E0001|", "16|unknown|P0001||||||", "there is no type 16"},
+    {"|d|2|P0001|E0001|", "||||||||", "another version"},
+    {"d|5|P0001|E0001|", "5|PermissionsChange|P0001|E0001|||||", "", 1},
+    {"d|11|P0001|EDIT-1|BOB|", "11|BinTransfer|P0001||EDIT-1|BOB|||", "", 1},
+    {"d|15|P0001|F0003|", "15|FilterModification|P0001|F0003|||||", "", 1},
     {"d|7|P0001|G0002|9|", "7|ContainerModification|P0001|G0002|||||9", "no container value"},
 };
 
-std::string writeCapture(const TestFolder& folder) {
+std::vector<std::string> messagesOfRows() {
+  std::vector<std::string> messages;
+  for (const Row& row : kRows) messages.emplace_back(row.message);
+  return messages;
+}
+
+std::string writeCapture(const TestFolder& folder, const std::vector<std::string>& messages) {
   const std::string path = folder / "capture";
   PcapngWriter writer(::open(path.c_str(), O_WRONLY | O_CREAT, 0600), path);
   EXPECT_TRUE(writer.begin("port 27015"));
-  for (const Row& row : kRows) {
-    std::string text = row.message;
+  for (std::string text : messages) {
     std::replace(text.begin(), text.end(), '|', '\xAC');
     EXPECT_TRUE(writer.write({1'000'000'000, {0x7F000001}, 41000, {0x7FFFFFFF}, 27015, 0, text}));
   }
-  EXPECT_TRUE(writer.end(std::size(kRows), 0, 2'000'000'000));
+  EXPECT_TRUE(writer.end(messages.size(), 0, 2'000'000'000));
   return path;
 }
 
 /// What the analyser prints of the capture, a line a packet.
-std::vector<std::string> linesOf(const TestFolder& folder, const std::string& words) {
+std::vector<std::string> linesOf(const TestFolder& folder, const std::string& words,
+                                 const std::vector<std::string>& messages = messagesOfRows()) {
   const std::string command = "'" KV_TSHARK "' -X lua_script:'" KV_DISSECTOR "' -n -r '" +
-                              writeCapture(folder) + "' " + words + " >'" + folder / "shown" +
-                              "' 2>'" + folder / "errors" + "'";
+                              writeCapture(folder, messages) + "' " + words + " >'" +
+                              folder / "shown" + "' 2>'" + folder / "errors" + "'";
   EXPECT_EQ(std::system(command.c_str()), 0) << contentOf(folder / "errors");
   std::istringstream shown(contentOf(folder / "shown"));
   std::vector<std::string> lines;
@@ -94,6 +105,24 @@ TEST(Dissector, NamesEveryFieldOfEveryTypeAndMarksWhatIsMalformed) {
     EXPECT_NE(line.find(row.malformed), std::string::npos) << row.message << "\n" << line;
   }
   EXPECT_EQ(contentOf(folder / "errors").find("Lua"), std::string::npos);
+}
+
+TEST(Dissector, MarksAsMalformedWhatStationsDoNothingWith) {
+  std::vector<std::string> messages;
+  for (int type = 0; type <= MessageType::kLast + 1; ++type) {
+    std::string text = "d|" + std::to_string(type) + "|";
+    for (const char* const field : {"P0001|", "E0001|", "2|", "2|", "more|"}) {
+      messages.push_back(text += field);
+    }
+  }
+  const TestFolder folder;
+  const auto lines = linesOf(folder, "-T fields -e projectshare.malformed", messages);
+  ASSERT_EQ(lines.size(), messages.size()) << contentOf(folder / "errors");
+  for (std::size_t index = 0; index < lines.size(); ++index) {
+    std::string text = messages[index];
+    std::replace(text.begin(), text.end(), '|', kFieldSeparator);
+    EXPECT_EQ(lines[index].empty(), readMessage(text).valid) << messages[index];
+  }
 }
 
 TEST(Dissector, FiltersByItsFieldsAndItsWarnings) {

@@ -18,6 +18,7 @@ class KeptEvents : public iEventSink {
 struct EventWriterTest : testing::Test {
   EventWriterTest() { writer.addSink(kept); }
   const JsonValue& last() { return kept.events.back().value; }
+  JsonValue lastLine() { return *parseJson(kept.events.back().wholeLine()); }
 
   EventWriter writer;
   KeptEvents kept;
@@ -51,8 +52,30 @@ TEST_F(EventWriterTest, AMessageIsShownByItsFieldsAndItsBytes) {
   EXPECT_EQ(last()["type_name"].asString(), "EditSaved");
   EXPECT_EQ(last()["project"].asString(), "P0001");
   EXPECT_EQ(last()["cookie"].asString(), "E0002");
-  EXPECT_EQ(last()["text_hex"].asString(), "64ac32ac5030303031ac4530303032ac");
+  EXPECT_EQ(lastLine()["text_hex"].asString(), "64ac32ac5030303031ac4530303032ac");
   for (const char* key : {"target", "data"}) EXPECT_TRUE(last().find(key)) << key;
+}
+
+TEST_F(EventWriterTest, OfALargeDatagramTheFirstBytesAreShownAndItsLength) {
+  const std::string words =
+      "d\xAC"
+      "8\xACP0001\xAC" +
+      std::string(60'000, 'x');
+  writer.received(words, readMessage(words));
+  const JsonValue line = lastLine();
+  EXPECT_EQ(line["text_hex"].asString().size(), 2u * 2048);
+  EXPECT_EQ(line["text_bytes"].asLong(), static_cast<long>(words.size()));
+  EXPECT_EQ(line["data"].asString().size(), 60'000u);
+}
+
+TEST_F(EventWriterTest, ADatagramBecomesHexadecimalOnlyForASinkThatAsks) {
+  writer.sent(
+      "d\xAC"
+      "2\xACP0001\xAC");
+  EXPECT_EQ(kept.events.back().line.find("hex"), std::string::npos);
+  EXPECT_EQ(last().find("text_hex"), nullptr);
+  EXPECT_NE(kept.events.back().wholeLine().find("\"text_hex\":\"64ac32ac5030303031ac\"}"),
+            std::string::npos);
 }
 
 TEST_F(EventWriterTest, ANotificationNamesWhoseWordsItIs) {
@@ -64,7 +87,7 @@ TEST_F(EventWriterTest, ANotificationNamesWhoseWordsItIs) {
   EXPECT_FALSE(last().find("source"));
   {
     const RemoteChangeScope delivery;
-    writer.received(words);
+    writer.received(words, readMessage(words));
     writer.notification("lunch?");
     EXPECT_EQ(last()["source"].asString(), "ANNA");
     EXPECT_EQ(last()["text"].asString(), "lunch?");
@@ -73,6 +96,19 @@ TEST_F(EventWriterTest, ANotificationNamesWhoseWordsItIs) {
   }
   writer.notification("lunch?");
   EXPECT_FALSE(last().find("source"));
+}
+
+TEST_F(EventWriterTest, WordsThatTheSeparatorCutAreMarked) {
+  const std::string cut =
+      "d\xAC"
+      "10\xACP0001\xAC"
+      "ANNA\xAC<All>\xAC"
+      "20 \xE2\x82\xAC please\xAC";
+  const RemoteChangeScope delivery;
+  writer.received(cut, readMessage(cut));
+  writer.notification("20 \xE2\x82");
+  EXPECT_TRUE(last()["cut"].asBool());
+  EXPECT_EQ(last()["text_hex"].asString(), "323020e282");
 }
 
 TEST_F(EventWriterTest, BytesThatAreNotUtf8AreGivenInHexadecimal) {

@@ -101,4 +101,36 @@ TEST_F(TextOutputTest, WhatNobodyReadsDoesNotKeepTheProgram) {
   text.answer(large);
 }
 
+/// What the console shows of an event.
+std::string shownOf(const std::string& name, const std::vector<JsonValue::Member>& keys) {
+  std::FILE* const file = std::tmpfile();
+  {
+    TextOutput output(file, file);
+    output.take({name, JsonValue::object(keys), {}, {}});
+  }
+  std::rewind(file);
+  std::string text(1000, '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), file));
+  std::fclose(file);
+  return text;
+}
+
+TEST(TextOutput, ANotificationNamesItsSender) {
+  EXPECT_EQ(shownOf("notification", {{"text", "lunch?"}, {"source", "ANNA"}}),
+            "Notification from ANNA: lunch?\n");
+  EXPECT_EQ(shownOf("notification", {{"text", "lunch?"}}), "Notification: lunch?\n");
+}
+
+TEST(TextOutput, WordsThatWereCutSaySo) {
+  EXPECT_EQ(
+      shownOf("notification", {{"text_hex", "323020e282"}, {"source", "ANNA"}, {"cut", true}}),
+      "Notification from ANNA: 20 \xEF\xBF\xBD\xEF\xBF\xBD (cut here)\n");
+}
+
+TEST(TextOutput, ALineEndInWordsForgesNoLineOfTheStation) {
+  EXPECT_EQ(shownOf("notification", {{"text", "a\nNotification: b\x1B[2J"}}),
+            "Notification: a\n    Notification: b?[2J\n");
+  EXPECT_EQ(shownOf("network", {{"problem", "a\nb"}}), "Network: a\n    b\n");
+}
+
 }  // namespace

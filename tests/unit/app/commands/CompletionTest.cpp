@@ -21,7 +21,14 @@ TEST(Completion, OffersNextWordsOfCommandsAndThenObjects) {
   for (const char* name : {"edit list", "edit trim", "edit open", "state", "sleep"}) {
     table.add({name, "", "", 0, 9, noAnswer});
   }
-  const Words objects{"E0001", "Scene 1", "Scene 2", "Intro", "E0002"};
+  const Words objects{"E0001",
+                      "Scene 1",
+                      "Scene 2",
+                      "Intro",
+                      "E0002",
+                      "S\x1B[2J",
+                      "S\xC2\x9B"
+                      "31m"};
   struct Row {
     const char* line;
     Words offered;

@@ -160,7 +160,14 @@ TEST(Json, EscapesAreReadAndControlCharactersAreWrittenAsEscapes) {
             "\"\\/\b\f\n\r\tA\xC3\xA9\xE2\x82\xAC");
   EXPECT_EQ(parsed(R"("\ud83d\ude00")").asString(), "\xF0\x9F\x98\x80");
   EXPECT_EQ(writeJson(JsonValue(std::string("a\"\\\n\x01\x7F\0", 7))),
-            "\"a\\\"\\\\\\n\\u0001\x7F\\u0000\"");
+            "\"a\\\"\\\\\\n\\u0001\\u007f\\u0000\"");
+}
+
+TEST(Json, OnOneLineNoCharacterActsOnATerminal) {
+  const JsonValue text(std::string("\x7F\xC2\x80\xC2\x9B\xC2\x9F\xC2\xA0"));
+  EXPECT_EQ(writeJson(text), "\"\\u007f\\u0080\\u009b\\u009f\xC2\xA0\"");
+  EXPECT_EQ(*parseJson(writeJson(text)), text);
+  EXPECT_NE(writeJsonIndented(text).find("\xC2\x9B"), std::string::npos) << "as files keep them";
 }
 
 TEST(Json, StringsComeBackByteForByteWhateverTheyHold) {

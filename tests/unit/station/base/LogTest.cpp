@@ -120,6 +120,40 @@ TEST(LogTest, WidthsAreBounded) {
   EXPECT_GT(formatLogLine("%f", {std::numeric_limits<double>::max()}).size(), 300U);
 }
 
+TEST(LogTest, NothingOfAnArgumentActsOnATerminalOrMakesALine) {
+  const std::string forged =
+      "a\nb\r\t\x1B[2J\x7F\xC2\x9B"
+      "31m\xC3\xA9";
+  EXPECT_EQ(formatLogLine("(%s)\n", {forged}),
+            "(a\\nb\\r\\t\\x1B[2J\\x7F\\x9B"
+            "31m\xC3\xA9)\n");
+  EXPECT_EQ(formatLogLine("%d|%.3s", {"a\n",
+                                      "\x1B"
+                                      "bcd"}),
+            "a\\n|\\x1");
+}
+
+TEST(LogTest, BytesThatAreNoTextAreMarked) {
+  EXPECT_EQ(formatLogLine("%s", {"20 \xE2\x82"}), "20 \xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+TEST(LogTest, OfALongArgumentTheBeginningIsWrittenAndItsLength) {
+  const std::string line = formatLogLine("%s", {std::string(60'000, 'x')});
+  EXPECT_EQ(line, std::string(4096, 'x') + "... (60000 bytes)");
+  const std::string letters = formatLogLine("%s", {std::string(4095, 'x') + "\xC3\xA9"});
+  EXPECT_EQ(letters, std::string(4095, 'x') + "... (4097 bytes)");
+  EXPECT_EQ(formatLogLine("%s", {std::string(4096, 'x')}), std::string(4096, 'x'));
+}
+
+TEST(LogTest, AFileThatTheLogMakesIsReadableByItsUserAlone) {
+  const ScratchFolder folder;
+  logTo(folder / "station.log");
+  Log("one\n");
+  struct stat state {};
+  ASSERT_EQ(::stat((folder / "station.log").c_str(), &state), 0);
+  EXPECT_EQ(state.st_mode & 0777, 0600u);
+}
+
 TEST(LogTest, WideTextIsWrittenAsUtf8) {
   EXPECT_EQ(formatLogLine("%s", {LightweightString<wchar_t>(L"\x20AC")}), "\xE2\x82\xAC");
 }

@@ -77,22 +77,7 @@ TEST(MessageFields, AreReadWhereEachTypeHasThem) {
   };
   for (const ReadRow& row : rows) {
     expectSame(readMessage(wire(row.text)), row.fields, row.text);
-    EXPECT_EQ(messageTypeNameOf(wire(row.text)), row.fields.typeName) << row.text;
   }
-}
-
-TEST(MessageFields, ATypeIsNamedAsTheWholeMessageWouldName) {
-  for (const char* text : {"", "d", "|d|2|", "||d|2|", "d|2", "d|", "d|16|P1|E1|", "d|x|P1|",
-                           "e|2|", "dd|2|", "d|-1|", "d| 3|P1|E1|"}) {
-    const std::string bytes = wire(text);
-    EXPECT_EQ(messageTypeNameOf(bytes), readMessage(bytes).typeName) << text;
-  }
-  const std::string cut(
-      "d\xAC"
-      "1\0"
-      "4\xAC",
-      6);
-  EXPECT_EQ(messageTypeNameOf(cut), readMessage(cut).typeName);
 }
 
 TEST(MessageFields, OfATextThatNoStationTakesAreInvalid) {
@@ -107,15 +92,40 @@ TEST(MessageFields, OfATextThatNoStationTakesAreInvalid) {
       "d|16|P1|E1|",
       "d|x|P1|E1|",
       "d|1|P1|E1|",
-      "d|5|P1|E1|",
       "d|7|P1|G1|",
       "d|7|P1|G1|4|",
       "d|15|P1|F1|-1|",
       "d|10|P1|ann|bob|",
       "d|99999999999999999999|P|E|",
       "|d|2|",
+      "|d|2|P1|E1|",
+      "d|13|P1|ann|12|",
   };
   for (const char* row : rows) EXPECT_FALSE(readMessage(wire(row)).valid) << row;
+}
+
+TEST(MessageFields, OfATextOnWhichStationsActAllTheSameAreValid) {
+  const char* const rows[] = {"d|5|P1|E1|",
+                              "d|15|P1|F1|",
+                              "d|11|P1|ann|",
+                              "d|11|P1|ann|bob|",
+                              "d|12|P1|ann|",
+                              "d|12|P1|ann|bob|",
+                              "d|2|P1|E1|more|more|more|"};
+  for (const char* row : rows) EXPECT_TRUE(readMessage(wire(row)).valid) << row;
+}
+
+TEST(MessageFields, TellWhereATextWasCutByASeparatorInIt) {
+  EXPECT_FALSE(readMessage(wire("d|10|P1|ann|bob|hi|")).isCut());
+  EXPECT_TRUE(readMessage(wire("d|10|P1|ann|bob|20 \xE2\x82| please|")).isCut());
+  EXPECT_FALSE(readMessage(wire("d|16|P1|E1|a|b|c|")).isCut());
+}
+
+TEST(MessageFields, ATypeIsReadAloneAsInTheWholeMessage) {
+  for (const char* text : {"", "d", "|d|2|", "||d|2|", "d|2", "d|", "d|16|P1|E1|", "d|x|P1|",
+                           "e|2|", "dd|2|", "d|-1|", "d| 3|P1|E1|", "d|10|P1|a|b|c|"}) {
+    EXPECT_EQ(typeOnWire(wire(text)), readMessage(wire(text)).type) << text;
+  }
 }
 
 TEST(MessageFields, EndAtAZeroByte) {
@@ -132,6 +142,21 @@ TEST(MessageFields, OfARequestReadBackAsComposed) {
   const std::string text = composeActionRequest("P1", "ann", 12, "refresh");
   EXPECT_EQ(text, wire("d|13|P1|ann|12|refresh|"));
   EXPECT_TRUE(readMessage(text).valid);
+}
+
+TEST(MessageType, EveryRowStandsAtItsNumber) {
+  int number = MessageType::kFirst;
+  for (const MessageType& type : messageTypes()) {
+    EXPECT_EQ(type.number, number) << type.name;
+    EXPECT_EQ(messageType(number), &type);
+    EXPECT_STREQ(messageTypeName(number++), type.name);
+    EXPECT_GE(type.fields().size(), 1u) << type.name;
+    EXPECT_LE(type.actedFrom, type.fields().size()) << type.name;
+    // Four fields are asked for of every message; only beyond them can there be fewer.
+    EXPECT_EQ(type.fewer != nullptr, type.fields().size() > 1) << type.name;
+  }
+  EXPECT_EQ(number, MessageType::kLast + 1);
+  for (const int none : {-1, 0, 16}) EXPECT_EQ(messageType(none), nullptr) << none;
 }
 
 TEST(MessageFields, NameOfANumberWithoutOneIsUnknown) {

@@ -71,6 +71,19 @@ TEST(MeshTest, OneThatHasSentNothingThatCouldBeHeardIsQuietNotUnheard) {
   EXPECT_EQ(linkOf(a, b), MeshLink::eDeaf);
 }
 
+TEST(MeshTest, AListThatStrangersFilledAccusesNoFirewall) {
+  HeardFile a = station("A", "10.0.0.1");
+  a.strangers = 8001;
+  const HeardFile b = station("B", "10.0.0.2");
+  EXPECT_EQ(linkOf(a, b), MeshLink::eQuiet);
+  HeardFile hearing = b;
+  hears(hearing, a, kNow - 100);
+  const Findings found = judgeMesh({a, hearing});
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_EQ(found[0].verdict, Verdict::eWarn);
+  EXPECT_NE(found[0].text.find("8001 senders more"), std::string::npos) << found[0].text;
+}
+
 TEST(MeshTest, OneThatWasHeardLongBeforeItSentLastIsNoLongerHeard) {
   HeardFile a = station("A", "10.0.0.1");
   const HeardFile b = station("B", "10.0.0.2");

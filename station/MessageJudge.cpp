@@ -1,0 +1,62 @@
+#include "station/MessageJudge.h"
+
+#include "host/containers/ContainerManager.h"
+#include "host/edit/EditManager.h"
+#include "host/project/ProjectSpacesManager.h"
+#include "station/base/Events.h"
+#include "station/base/Strings.h"
+#include "station/edit/Edits.h"
+#include "station/os/SharedFiles.h"
+
+namespace korvel {
+
+namespace {
+
+MessageGate await(const LightweightString<wchar_t>& file) {
+  return {MessageGate::eAwaitFile, utf8Text(file)};
+}
+
+bool isRewritten(const MessageFields& message) {
+  return numberAtStart(message.container) == ContainerValue::eRewritten;
+}
+
+bool isContainer(const Cookie& cookie) {
+  const char kind = cookie.getType();
+  return kind == CookieTypeBin || kind == CookieTypeMediaBin || kind == CookieTypeRack;
+}
+
+/// The file of an edit in the open project; empty, which never comes, where none is open.
+LightweightString<wchar_t> fileHere(const Cookie& cookie, const Cookie& open) {
+  return open.isNull() ? LightweightString<wchar_t>() : getFilenameForCookie(cookie, open);
+}
+
+bool isKnown(const Cookie& cookie, const Cookie& open) {
+  return Edits::instance()->holds(cookie) || existsFresh(utf8Text(fileHere(cookie, open)));
+}
+
+}  // namespace
+
+MessageGate judgeMessage(const MessageFields& message) {
+  if (!message.valid) return {};
+  const Cookie open = get_project_cookie();
+  const Cookie cookie(message.cookie.c_str(), false);
+  const bool isOfOpen = Cookie(message.project.c_str(), false).compare(open) == 0;
+  const RemoteChangeScope scope;  // so that files are looked for in the open project alone
+  switch (message.type) {
+    case MessageType::eEditCreated:
+      return await(fileHere(cookie, open));
+    case MessageType::eContainerModification:
+      if (!isOfOpen || !isRewritten(message) || !isContainer(cookie)) return {};
+      return await(getFileNameForLogGroup(cookie, {}, Cookie()));
+    case MessageType::eFilterModification:
+      return isRewritten(message) ? await(UserFilter::getFilterMetadataFileName(cookie))
+                                  : MessageGate{};
+    case MessageType::ePermissionsChange:
+      // Owners of objects that nobody has would be kept for as long as the station runs.
+      return {isOfOpen && !isKnown(cookie, open) ? MessageGate::eDrop : MessageGate::eDeliver, {}};
+    default:
+      return {};
+  }
+}
+
+}  // namespace korvel

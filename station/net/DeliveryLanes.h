@@ -1,0 +1,129 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <list>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "station/net/Ipv4.h"
+
+namespace korvel {
+
+/// How many messages of one kind a station takes of one source: so many a second for long, and so
+/// many at once. A rate of 0 is no limit.
+struct SourceLimit {
+  double perSecond = 0;
+  double atOnce = 0;
+};
+
+/// The limits of one source.
+struct SourceLimits {
+  SourceLimit all{500, 20'000};
+  SourceLimit words{20, 100};    ///< to this user or to all
+  SourceLimit requests{0.2, 5};  ///< that this machine run a command
+};
+
+/// Datagrams on their way to the host thread, a lane for each source, served in turn: one source
+/// that sends all the time delays the others by one message, and fills its own lane alone.
+///
+///     reader thread --add()--> lane of 10.0.0.7: 3 2 1
+///                              lane of 10.0.0.9: 9 8 7 6 5 4 ...   --next()--> host thread
+///
+/// Within a lane the order stays. What is beyond a source's limits or its lane's room is left out
+/// and counted. Any thread.
+class DeliveryLanes {
+ public:
+  using Time = std::chrono::steady_clock::time_point;
+
+  /// The kinds of message that have limits of their own.
+  enum class Kind { eOther, eWords, eRequest };
+
+  /// Where a datagram came from. A port of 0 stands for all of an address.
+  using Source = std::pair<Ipv4, std::uint16_t>;
+
+  /// More sources than any facility has. What comes from more shares one lane.
+  static constexpr std::size_t kMaxLanes = 256;
+
+  static constexpr std::size_t kMaxLaneBytes = 32u << 20;
+  static constexpr std::size_t kMaxBytes = 256u << 20;
+
+  /// A source is told of at most this often.
+  static constexpr auto kBetweenTellings = std::chrono::minutes(1);
+
+  /// Some of a source's messages were left out.
+  struct Loss {
+    Source source;
+    std::uint64_t overLimit = 0;  ///< since the source sent more than its limits allow
+    std::uint64_t noRoom = 0;     ///< since its lane was full
+  };
+
+  explicit DeliveryLanes(SourceLimits limits) : limits_(limits) {}
+
+  /// Puts a message behind those of its source; false where it was left out.
+  bool add(const Source& source, Kind kind, std::string bytes, Time now);
+
+  /// A message that waited, and whose it is.
+  struct Item {
+    Source source;
+    std::string bytes;
+  };
+
+  /// Takes the next message: the oldest of the lane whose turn it is. Nothing when all are empty.
+  std::optional<Item> next();
+
+  /// What is to be told now: losses of sources that were not told of in the last minute and that
+  /// have lost nothing for `quiet`, or have for a minute.
+  std::list<Loss> lossesToTell(Time now, std::chrono::milliseconds quiet);
+
+  /// All losses that were not told yet.
+  std::list<Loss> allLosses();
+
+  /// Whether there are losses that were not told yet.
+  [[nodiscard]] bool hasLosses() const;
+
+ private:
+  /// What a source may still send of one kind.
+  class Allowance {
+   public:
+    bool take(const SourceLimit& limit, Time now);
+
+   private:
+    double left_ = 0;
+    Time since_;
+    bool isUsed_ = false;
+  };
+
+  struct Lane {
+    std::deque<std::string> waiting;
+    std::size_t bytes = 0;
+    Allowance all;
+    Allowance words;
+    Allowance requests;
+    Loss loss;
+    Time firstLoss;
+    Time lastLoss;
+    Time told;
+    bool wasTold = false;
+    Time lastUse;
+
+    [[nodiscard]] bool hasLoss() const { return loss.overLimit + loss.noRoom > 0; }
+  };
+
+  Lane& laneOf(Source source, Time now);
+  bool isAllowed(Lane& lane, Kind kind, Time now) const;
+  static void noteLoss(Lane& lane, std::uint64_t& count, Time now);
+
+  const SourceLimits limits_;
+  mutable std::mutex mutex_;
+  std::map<Source, Lane> lanes_;
+  std::list<Source> turns_;  ///< the sources that have something waiting, the next one first
+  std::size_t bytes_ = 0;
+};
+
+}  // namespace korvel
