@@ -30,6 +30,9 @@
 #include "station/project/Rooms.h"
 #include "station/ui/Desktop.h"
 #include "station/watch/CatchUp.h"
+#include "station/watch/Health.h"
+#include "station/watch/Presence.h"
+#include "station/watch/TrafficCounts.h"
 #include "station/wire/MessageType.h"
 
 namespace korvel {
@@ -75,14 +78,21 @@ void warnOfCutName(const char* what, const std::string& name, const char* option
       what, name, option);
 }
 
-void keepHeardList(NetworkService& network) {
+std::shared_ptr<iTrafficObserver> heardList(const NetworkService& network) {
   constexpr int kDefaultPort = 27015;
   const StationSettings& with = settings();
-  if (with.shareHeard.empty()) return;
+  if (with.shareHeard.empty()) return {};
   HeardList::Keeper keeper{with.shareHeard, with.user + " at " + with.host, with.host,
                            config_int("shared_projects_udp_port", kDefaultPort),
                            network.senderPort()};
-  network.observe(std::make_shared<HeardList>(std::move(keeper)));
+  return std::make_shared<HeardList>(std::move(keeper));
+}
+
+/// What the network is told to tell of itself.
+std::shared_ptr<const TrafficCounts> observed(NetworkService& network) {
+  auto counts = std::make_shared<TrafficCounts>(network.senderPort(), heardList(network));
+  network.observe(counts);
+  return counts;
 }
 
 }  // namespace
@@ -91,6 +101,7 @@ struct Station::Parts {
   HostThread hostThread;
   DelayedReread lateLooks{hostThread};
   NetworkService network{hostThread};
+  std::shared_ptr<const TrafficCounts> traffic = observed(network);
   HostOS os{network};
   Projects projects;
   Edits edits;
@@ -100,13 +111,14 @@ struct Station::Parts {
   MediaCache media;
   Rooms rooms;
   CatchUp catchUp{hostThread};
+  Presence presence{hostThread, traffic};
+  Health health{hostThread, catchUp, presence, traffic};
   RemoteCommands commands;
   Desktop desktop;
   PluginLoader plugin;
 };
 
 Station::Station() : parts_(std::make_unique<Parts>()) {
-  keepHeardList(parts_->network);
   parts_->network.judgeBy(judgeMessage);
   parts_->projects.addPart(parts_->edits);
   parts_->projects.addPart(parts_->bins);
@@ -124,6 +136,7 @@ Result<void> Station::start() {
   warnOfCutName("user", settings().user, "--user");
   warnOfCutName("host", upperCased(settings().host), "--host");
   markPresent();
+  parts_->presence.start(pluginVersion());
   return {};
 }
 
@@ -132,6 +145,7 @@ void Station::stop(Shutdown::eExitType type) {
   if (parts_->projects.current()) {
     if (auto left = parts_->projects.leave(); !left) LogBoth("%s\n", left.error().message);
   }
+  parts_->presence.stop();
   unmarkPresent();
   parts_->desktop.closeTools();
   parts_->plugin.unload(type);

@@ -66,6 +66,14 @@ void EventWriter::network(const std::string& problem, std::uint64_t dropped) {
   emit("network", members);
 }
 
+void EventWriter::presence(const std::string& how, const JsonValue& station) {
+  std::vector<JsonValue::Member> members{{"how", how}};
+  members.insert(members.end(), station.members().begin(), station.members().end());
+  emit("presence", members);
+}
+
+void EventWriter::health(const JsonValue& health) { emit("health", health.members()); }
+
 void EventWriter::notification(const std::string& text) {
   std::vector<JsonValue::Member> members{textMember("text", text)};
   const bool isTheirs = currentOrigin() == Origin::eRemote && message_.data == text;

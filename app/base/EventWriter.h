@@ -35,6 +35,8 @@ class EventWriter : public iStationEvents {
   void log(bool toConsole, const std::string& text) override;
   void command(const std::string& name) override;
   void network(const std::string& problem, std::uint64_t dropped) override;
+  void presence(const std::string& how, const JsonValue& station) override;
+  void health(const JsonValue& health) override;
   void notification(const std::string& text) override;
   void panel(const std::vector<std::string>& lines) override;
 

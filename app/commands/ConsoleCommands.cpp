@@ -8,6 +8,7 @@
 #include "station/base/Rendering.h"
 #include "station/base/TextMember.h"
 #include "station/project/Projects.h"
+#include "station/watch/Health.h"
 
 namespace korvel {
 
@@ -142,6 +143,14 @@ Result<JsonValue> listNotifications() {
   return all;
 }
 
+JsonValue shownState() {
+  JsonValue state = Projects::instance().state();
+  if (const Health* const health = Health::instance()) {
+    state.set("health", shownHealth(health->now()));
+  }
+  return state;
+}
+
 }  // namespace
 
 void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
@@ -150,7 +159,7 @@ void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
              [&table](const Arguments& words) { return help(table, words); }, here,
              [](const Arguments&, const JsonValue& rows) { return renderWrapped(rows); }});
   table.add({"state", "", "Shows everything that this station shows of the open project.", 0, 0,
-             [](const Arguments&) -> Result<JsonValue> { return Projects::instance().state(); }});
+             [](const Arguments&) -> Result<JsonValue> { return shownState(); }});
   table.add({"notifications", "",
              "Shows the texts that reached this station and that no panel took.", 0, 0,
              [](const Arguments&) { return listNotifications(); }});

@@ -8,10 +8,12 @@
 #include "host/project/ProjectSpacesManager.h"
 #include "host/project/iPermissionsManager.h"
 #include "host/project/iProjectShare.h"
+#include "station/base/Rendering.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ObjectNames.h"
+#include "station/watch/Presence.h"
 #include "station/wire/MessageFields.h"
 
 namespace korvel {
@@ -65,6 +67,33 @@ Result<JsonValue> whoAmI(const Arguments&) {
                             {"network_mode", ProjectSpacesManager::machineIsInNetworkMode()}});
 }
 
+Result<JsonValue> who(const Arguments& arguments) {
+  const Presence* const presence = Presence::instance();
+  if (!presence) return JsonValue::array();
+  if (arguments.empty()) return presence->who(Presence::Which::eHere);
+  if (arguments[0] == "--all") return presence->who(Presence::Which::eAll);
+  return Error{ErrorCode::eUsage,
+               "\"" + shownText(arguments[0]) + "\" is not understood; \"who\" takes --all only.",
+               {}};
+}
+
+/// For people: where each is, with what open.
+std::string showWho(const Arguments&, const JsonValue& stations) {
+  JsonValue table = JsonValue::array();
+  for (const JsonValue& each : stations.elements()) {
+    table.append(
+        JsonValue::object({{"user", each["user"]},
+                           {"host", each["host"]},
+                           {"state", each["self"].asBool() ? JsonValue("this one") : each["state"]},
+                           {"project", each["project"]},
+                           {"room", each["room"]},
+                           {"open", each["open"].elements().size()},
+                           {"unsaved", each["unsaved"].elements().size()},
+                           {"since", each["since"]}}));
+  }
+  return renderForPeople(table);
+}
+
 Result<int> machineNumber(const std::string& text) {
   int number = 0;
   const char* const end = text.data() + text.size();
@@ -108,6 +137,10 @@ void addUserCommands(CommandTable& table) {
              }});
   table.add(
       {"active", "", "Shows how many users are at work in the projects directory.", 0, 0, active});
+  table.add({"who", "[--all]",
+             "Shows the stations at work here, this one first; with --all those, too, that are "
+             "gone without goodbye.",
+             0, 1, who, Command::Place::eHostThread, showWho});
   table.add(
       {"whoami", "",
        "Shows this station's user, host, machine number and network mode, and the name under which "

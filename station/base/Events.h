@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/base/Cookie.h"
+#include "station/base/Json.h"
 
 namespace korvel {
 
@@ -56,6 +57,14 @@ class iStationEvents {
   /// The message panel's conversation changed; these are all its lines now, UTF-8, the oldest
   /// first.
   virtual void panel(const std::vector<std::string>& lines) = 0;
+
+  /// Another station came, changed or went (`how`); `station` is its line in the list of stations.
+  virtual void presence(const std::string& how, const JsonValue& station) {
+    static_cast<void>(how), static_cast<void>(station);
+  }
+
+  /// The share, the network, or whether what is shown is up to date, works better or worse now.
+  virtual void health(const JsonValue& health) { static_cast<void>(health); }
 };
 
 /// The station's events; a sink that drops everything until one is installed.

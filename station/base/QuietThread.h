@@ -1,6 +1,7 @@
 #pragma once
 
 #include <signal.h>
+#include <sys/prctl.h>
 
 #include <thread>
 #include <utility>
@@ -17,6 +18,16 @@ std::thread threadWithoutSignals(Work work) {
   std::thread thread(std::move(work));
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   return thread;
+}
+
+/// The same for a thread that looks at the share by the clock. It bears the name "kv-watch", by
+/// which tools tell it from those that do what a user asked for.
+template <typename Work>
+std::thread watchThread(Work work) {
+  return threadWithoutSignals([work = std::move(work)]() mutable {
+    ::prctl(PR_SET_NAME, "kv-watch");
+    work();
+  });
 }
 
 }  // namespace korvel

@@ -175,6 +175,13 @@ Result<JsonValue> Edits::show(const Cookie& cookie) {
   return shown;
 }
 
+void Edits::listOpen(std::vector<Cookie>& open, std::vector<Cookie>& unsaved) const {
+  for (const auto& [cookie, edit] : loaded_) {
+    if (edit->isUserOpen) open.push_back(cookie);
+    if (edit->hasLocalChanges()) unsaved.push_back(cookie);
+  }
+}
+
 EditFile* Edits::loaded(const Cookie& cookie) const {
   const auto known = loaded_.find(cookie);
   return known == loaded_.end() ? nullptr : known->second.get();

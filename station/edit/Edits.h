@@ -61,6 +61,10 @@ class Edits : public iProjectPart {
   /// The loaded object, or null.
   [[nodiscard]] EditFile* loaded(const Cookie& cookie) const;
 
+  /// Appends the objects that the user has open, and those with changes of the user's that are not
+  /// saved.
+  void listOpen(std::vector<Cookie>& open, std::vector<Cookie>& unsaved) const;
+
   /// Opens an object for the user, and closes it. Closing one with unsaved changes of the local
   /// user's is refused.
   Result<void> open(const Cookie& cookie);

@@ -57,6 +57,7 @@ void UdpBroadcaster::broadcast(const LightweightString<char>& text) {
   std::size_t left = sendTo(destinations, text.view(), failures);
   if (!failures.empty()) left += followMachine(destinations, text.view(), failures);
   for (const Failure& failure : failures) tell(failure);
+  if (observer_) observer_->reached(failures.empty() && left > 0);
   if (left == 0) return;
   if (observer_) observer_->sent();
   events().sent(text.str());

@@ -16,6 +16,9 @@ class iTrafficObserver {
 
   /// A message left.
   virtual void sent() = 0;
+
+  /// A message was sent; whether it left for all destinations.
+  virtual void reached(bool everywhere) { static_cast<void>(everywhere); }
 };
 
 }  // namespace korvel

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <utility>
 
+#include "station/base/QuietThread.h"
 #include "station/os/FolderNotices.h"
 
 namespace korvel {
@@ -170,7 +171,7 @@ class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
 
 FolderWatch::FolderWatch(HostThread& host, std::vector<WatchedFolder> folders, Take take)
     : loop_(std::make_shared<Loop>(host, std::move(folders), std::move(take))),
-      thread_([loop = loop_] { loop->run(); }) {}
+      thread_(watchThread([loop = loop_] { loop->run(); })) {}
 
 FolderWatch::~FolderWatch() {
   if (loop_->end()) {

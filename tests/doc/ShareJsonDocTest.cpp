@@ -101,6 +101,16 @@ TEST_F(ShareJsonPage, UsersWritesWhatItSays) {
   EXPECT_NE(run.out.find("\"age\""), std::string::npos) << run.out;
 }
 
+TEST_F(ShareJsonPage, WhoWritesWhatItSays) {
+  put(".stations/1.json", R"({"format":1,"user":"ANNA","open":["E0001"],"unsaved":["E0001"],)"
+                          R"("addresses":["10.0.0.1"]})");
+  put(".stations/2.json", "cut");
+  const ToolRun run = runTool({"who", folder_.path(), "--json"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(JsonShape::ofSection("who").differences(run.out), "") << run.out;
+  EXPECT_NE(run.out.find("\"problem\""), std::string::npos) << run.out;
+}
+
 TEST_F(ShareJsonPage, DoctorWritesWhatItSays) {
   const ToolRun run = runTool({"doctor", folder_.path(), "--config", "/dev/null", "--send-to",
                                "127.255.255.255", "--json"});

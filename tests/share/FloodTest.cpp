@@ -74,7 +74,7 @@ class FloodTest : public SharedStations {
 
   [[nodiscard]] std::string openProject() const {
     for (const auto& entry : std::filesystem::directory_iterator(folder_ / "projects"))
-      if (entry.is_directory()) return entry.path().filename().string();
+      if (entry.path().filename().string()[0] == 'P') return entry.path().filename().string();
     return {};
   }
 

@@ -184,7 +184,7 @@ TEST_F(GuardTest, RoomsMayBeCalledWhateverPeopleTypeAndStayInTheirFolder) {
   for (const auto& each : std::filesystem::directory_iterator(folder_ / "projects")) {
     beside.insert(each.path().filename());
   }
-  EXPECT_EQ(beside, (std::set<std::string>{"ANNA.cli", "BEN.cli", cookie}));
+  EXPECT_EQ(beside, (std::set<std::string>{".stations", "ANNA.cli", "BEN.cli", cookie}));
 }
 
 }  // namespace

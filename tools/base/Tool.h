@@ -66,6 +66,7 @@ void addReplayCommand(CommandLine& line);
 void addLocksCommand(CommandLine& line);
 void addBreakCommand(CommandLine& line);
 void addUsersCommand(CommandLine& line);
+void addWhoCommand(CommandLine& line);
 void addDoctorCommand(CommandLine& line);
 void addExplainCommand(CommandLine& line);
 void addMeshCommand(CommandLine& line);

@@ -1,0 +1,138 @@
+#include "station/watch/Health.h"
+
+#include <algorithm>
+
+#include "station/base/Events.h"
+
+namespace korvel {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr milliseconds kJudgement(2000);
+
+/// An answer that takes longer than this makes working with the share slow.
+constexpr milliseconds kSlow(1000);
+
+/// A question without an answer for so long is not answered.
+constexpr seconds kSilent(6);
+
+/// So many changes without a message are no chance: a single one may be another program's.
+constexpr std::size_t kCutOff = 3;
+
+Health* theHealth = nullptr;
+
+const char* levelText(HealthLevel level) {
+  switch (level) {
+    case HealthLevel::eGood:
+      return "good";
+    case HealthLevel::eSlow:
+      return "slow";
+    case HealthLevel::eBad:
+      break;
+  }
+  return "bad";
+}
+
+void add(std::string& why, const std::string& sentence) {
+  if (!why.empty()) why += ' ';
+  why += sentence;
+}
+
+std::string secondsText(std::chrono::steady_clock::duration time) {
+  return std::to_string(std::chrono::duration_cast<seconds>(time).count()) + " s";
+}
+
+void judgeShare(const HealthFacts& facts, HealthState& state) {
+  const auto waited = facts.share.isAwaited ? facts.now - facts.share.asked : milliseconds(0);
+  if (waited > kSilent) {
+    state.share = HealthLevel::eBad;
+    add(state.why, "The share has not answered for " + secondsText(waited) + ".");
+  } else if (!facts.share.result) {
+    state.share = HealthLevel::eBad;
+    add(state.why, facts.share.result.error().message);
+  } else if (waited > kSlow || facts.share.took > kSlow) {
+    state.share = HealthLevel::eSlow;
+    add(state.why, "The share answers slowly.");
+  }
+}
+
+void judgeNetwork(const HealthFacts& facts, HealthState& state) {
+  if (facts.hasSendFailed) {
+    state.network = HealthLevel::eBad;
+    add(state.why,
+        "The last message could not be sent everywhere. See whether the network is connected.");
+  }
+  if (facts.others == 0 || facts.unannounced < kCutOff) return;
+  state.network = HealthLevel::eBad;
+  add(state.why, "You seem to be cut off: " + std::to_string(facts.unannounced) +
+                     " changes were found in the folder and none was announced. See whether a "
+                     "firewall or another port keeps messages away (\"kv-share doctor\").");
+}
+
+}  // namespace
+
+// What is on the share is shown as long as the share answers, whether messages come or not: then
+// it is seconds late.
+HealthState judgeHealth(const HealthFacts& facts) {
+  HealthState state;
+  judgeShare(facts, state);
+  judgeNetwork(facts, state);
+  state.upToDate = state.share;
+  if (state.network == HealthLevel::eBad) {
+    state.upToDate = std::max(state.upToDate, HealthLevel::eSlow);
+  }
+  return state;
+}
+
+JsonValue shownHealth(const HealthState& state) {
+  return JsonValue::object({{"share", levelText(state.share)},
+                            {"network", levelText(state.network)},
+                            {"up_to_date", levelText(state.upToDate)},
+                            {"why", state.why}});
+}
+
+Health::Health(HostThread& host, const CatchUp& catchUp, const Presence& presence,
+               std::shared_ptr<const TrafficCounts> traffic)
+    : host_(host), catchUp_(catchUp), presence_(presence), traffic_(std::move(traffic)) {
+  theHealth = this;
+  postJudgement();
+}
+
+Health::~Health() {
+  if (theHealth == this) theHealth = nullptr;
+}
+
+Health* Health::instance() { return theHealth; }
+
+HealthState Health::now() const {
+  HealthFacts facts;
+  const auto project = catchUp_.answer();
+  facts.share = project ? *project : presence_.answer();
+  facts.now = std::chrono::steady_clock::now();
+  facts.hasSendFailed = traffic_->hasFailed();
+  facts.others = presence_.others();
+  facts.unannounced = catchUp_.found() - std::min(foundThen_, catchUp_.found());
+  return judgeHealth(facts);
+}
+
+void Health::postJudgement() {
+  host_.postAfter(kJudgement, [this, alive = std::weak_ptr<int>(alive_)] {
+    if (alive.expired()) return;
+    noteMessages();
+    const HealthState state = now();
+    if (!(state == told_)) events().health(shownHealth(state));
+    told_ = state;
+    postJudgement();
+  });
+}
+
+void Health::noteMessages() {
+  const long heard = traffic_->heardCount();
+  if (heard != heard_ || catchUp_.found() < foundThen_) foundThen_ = catchUp_.found();
+  heard_ = heard;
+}
+
+}  // namespace korvel

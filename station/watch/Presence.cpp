@@ -1,0 +1,222 @@
+#include "station/watch/Presence.h"
+
+#include <algorithm>
+#include <iterator>
+#include <system_error>
+#include <utility>
+
+#include "host/base/Log.h"
+#include "station/base/Events.h"
+#include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
+#include "station/edit/Edits.h"
+#include "station/net/Interfaces.h"
+#include "station/os/SharedFiles.h"
+#include "station/project/ProjectFolder.h"
+#include "station/project/Projects.h"
+#include "station/project/Rooms.h"
+
+namespace korvel {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+/// How often this station's note is compared with what it does.
+constexpr milliseconds kRefresh(2000);
+
+/// Every so many times the others' locks are asked for: a killed station changes no file.
+constexpr int kRefreshesBetweenLooks = 10;
+
+constexpr milliseconds kPeriod(5000);
+
+/// A note that a station left behind is removed after so many days, by the next that starts.
+constexpr std::int64_t kDaysKept = 7;
+
+Presence* thePresence = nullptr;
+
+std::vector<std::string> ownAddresses() {
+  std::vector<std::string> addresses;
+  for (const NetworkInterface& each : readNetworkInterfaces()) {
+    if (!each.isLoopback) addresses.push_back(textOf(each.address));
+  }
+  return addresses;
+}
+
+LightweightString<wchar_t> upperCase(const std::string& name) {
+  LightweightString<wchar_t> text = wideText(name);
+  Kv::toUpper(text);
+  return text;
+}
+
+std::string placeOf(const StationNote& note) {
+  return inQuotes(note.user) + " on host " + inQuotes(note.host) + ", there since " +
+         shownText(note.since);
+}
+
+}  // namespace
+
+Presence::Presence(HostThread& host, std::shared_ptr<const TrafficCounts> traffic)
+    : host_(host), traffic_(std::move(traffic)) {
+  thePresence = this;
+}
+
+Presence::~Presence() {
+  stop();
+  if (thePresence == this) thePresence = nullptr;
+}
+
+Presence* Presence::instance() { return thePresence; }
+
+void Presence::start(const std::string& version) try {
+  own_.id = StationFile::newId();
+  own_.user = settings().user;
+  own_.host = settings().host;
+  own_.machine = settings().machine;
+  own_.addresses = ownAddresses();
+  own_.version = version;
+  own_.since = timeForRecord();
+  if (const auto stations = listStations(settings().projectsDirectory)) {
+    warnOfNamesakes(*stations);
+    removeOld(*stations);
+  }
+  const std::string folder = notesFolder(settings().projectsDirectory);
+  file_ = std::make_unique<StationFile>(folder, noteOfThis());
+  WatchedFolder watched{folder, {}, isNoteFile, kLargestNote, kPeriod, true, {}, {}};
+  watch_ = std::make_unique<FolderWatch>(host_, std::vector{std::move(watched)},
+                                         [this](const FoundFiles& files) { take(files); });
+  postRefresh();
+} catch (const std::system_error& problem) {
+  LogBoth("Other stations do not see this one, since no thread can be made for it: %s.\n",
+          problem.what());
+}
+
+void Presence::stop() {
+  alive_.reset();
+  watch_.reset();
+  file_.reset();
+  others_.clear();
+}
+
+Result<JsonValue> Presence::who(Which which) const {
+  const auto stations = listStations(settings().projectsDirectory);
+  if (!stations) return stations.error();
+  JsonValue list = JsonValue::array();
+  FoundStation own{noteOfThis(), LockState::eHeld, {}};
+  JsonValue first = shownStation(own);
+  first.set("self", true);
+  list.append(std::move(first));
+  for (const FoundStation& each : *stations) {
+    if (each.note.id == own_.id || (which == Which::eHere && !each.isAlive())) continue;
+    JsonValue shown = shownStation(each);
+    shown.set("self", false);
+    list.append(std::move(shown));
+  }
+  return list;
+}
+
+StationNote Presence::noteOfThis() const {
+  StationNote note = own_;
+  note.sent = traffic_->sentCount();
+  const OpenProject* const project = Projects::instance().current();
+  if (!project) return note;
+  note.project = project->cookie;
+  note.projectName = project->name;
+  note.room = Rooms::instance().current();
+  if (const Edits* const edits = Edits::instance()) edits->listOpen(note.open, note.unsaved);
+  return note;
+}
+
+void Presence::refresh() {
+  if (file_) file_->show(noteOfThis());
+}
+
+void Presence::postRefresh() {
+  host_.postAfter(kRefresh, [this, alive = std::weak_ptr<int>(alive_)] {
+    if (alive.expired()) return;
+    refresh();
+    if (++refreshes_ % kRefreshesBetweenLooks == 0) lookForDead();
+    postRefresh();
+  });
+}
+
+// Messages are addressed to user names and recorded with host names: with two of one name neither
+// can be told from the other.
+void Presence::warnOfNamesakes(const std::vector<FoundStation>& stations) const {
+  for (const FoundStation& each : stations) {
+    if (!each.isAlive()) continue;
+    const bool isUser = upperCase(each.note.user) == upperCase(own_.user);
+    const bool isHost = upperCase(each.note.host) == upperCase(own_.host);
+    if (!isUser && !isHost) continue;
+    LogBoth(
+        "Another station has the %s already: %s. Messages and owners cannot tell the two apart. "
+        "End one of them, or start it with another %s.\n",
+        isUser ? (isHost ? "same user and host name" : "same user name") : "same host name",
+        placeOf(each.note), isUser ? "--user" : "--host");
+  }
+}
+
+/// Ages are told by the share's own clock: that of the newest note.
+void Presence::removeOld(const std::vector<FoundStation>& stations) const {
+  constexpr std::int64_t kDay = std::int64_t{86'400} * 1'000'000'000;
+  const std::string folder = notesFolder(settings().projectsDirectory);
+  const auto listing = listStamped(folder, isNoteFile);
+  if (!listing) return;
+  for (const FoundStation& each : stations) {
+    const auto file = listing->files.find(each.note.id + ".json");
+    if (each.isAlive() || each.state == LockState::eUnknown || file == listing->files.end()) {
+      continue;
+    }
+    if (listing->folder.modified - file->second.modified < kDaysKept * kDay) continue;
+    static_cast<void>(removeFileAt(noteLock(folder, each.note.id)));
+    static_cast<void>(removeFileAt(folder + "/" + file->first));
+  }
+}
+
+void Presence::take(const FoundFiles& files) {
+  for (const FoundFile& file : files) takeOne(file);
+}
+
+void Presence::takeOne(const FoundFile& file) {
+  const std::string id = noteId(file.name);
+  const auto known = others_.find(id);
+  if (id == own_.id) return;
+  if (file.isGone) {
+    if (known == others_.end()) return;
+    tell("went", known->second);
+    others_.erase(known);
+    return;
+  }
+  const auto note =
+      file.bytes ? parseNote(*file.bytes, id) : Result<StationNote>(file.bytes.error());
+  if (!note) return;
+  FoundStation found{*note, LockState::eHeld, {}};
+  if (known == others_.end()) {
+    const std::string folder = notesFolder(settings().projectsDirectory);
+    found.state = lookAtLock(wideText(noteLock(folder, id)));
+    if (!found.isAlive()) return;
+    tell("came", found);
+  } else if (noteText(known->second.note) != noteText(*note)) {
+    tell("changed", found);
+  }
+  others_[id] = std::move(found);
+}
+
+void Presence::lookForDead() {
+  if (!watch_ || watch_->answer().isAwaited) return;  // the share would hold this thread up, too
+  const std::string folder = notesFolder(settings().projectsDirectory);
+  for (auto each = others_.begin(); each != others_.end();) {
+    FoundStation& station = each->second;
+    station.state = lookAtLock(wideText(noteLock(folder, each->first)));
+    const bool isGone =
+        station.state == LockState::eLeftBehind || station.state == LockState::eFree;
+    if (isGone) tell("went", station);
+    each = isGone ? others_.erase(each) : std::next(each);
+  }
+}
+
+void Presence::tell(const char* how, const FoundStation& station) const {
+  events().presence(how, shownStation(station));
+}
+
+}  // namespace korvel

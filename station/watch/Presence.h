@@ -1,0 +1,71 @@
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/project/ProjectListener.h"
+#include "station/base/HostThread.h"
+#include "station/watch/FolderWatch.h"
+#include "station/watch/StationFile.h"
+#include "station/watch/TrafficCounts.h"
+
+namespace korvel {
+
+/// What this station tells of itself to the others, and what they tell of themselves. Each change
+/// of another is told as an event "presence": it came, changed or went. Host thread. One object a
+/// process.
+class Presence : public ProjectListener {
+ public:
+  Presence(HostThread& host, std::shared_ptr<const TrafficCounts> traffic);
+  Presence(const Presence&) = delete;
+  Presence& operator=(const Presence&) = delete;
+  ~Presence();
+
+  /// The one object, or null.
+  static Presence* instance();
+
+  /// Shows this station to the others, and tells of one that has its user or host name already.
+  void start(const std::string& version);
+
+  /// Says goodbye.
+  void stop();
+
+  /// The stations that are there, this one first; with `eAll` those, too, that are gone without
+  /// goodbye. Asks the share.
+  enum class Which { eHere, eAll };
+  [[nodiscard]] Result<JsonValue> who(Which which) const;
+
+  /// How the projects directory answered.
+  [[nodiscard]] ShareAnswer answer() const { return watch_ ? watch_->answer() : ShareAnswer(); }
+
+  /// How many others are alive, as far as is known without asking.
+  [[nodiscard]] std::size_t others() const { return others_.size(); }
+
+  void handleProjectEntry() override { refresh(); }
+  void handleProjectExit() override { refresh(); }
+
+ private:
+  [[nodiscard]] StationNote noteOfThis() const;
+  void refresh();
+  void postRefresh();
+  void warnOfNamesakes(const std::vector<FoundStation>& stations) const;
+  void removeOld(const std::vector<FoundStation>& stations) const;
+  void take(const FoundFiles& files);
+  void takeOne(const FoundFile& file);
+  void lookForDead();
+  void tell(const char* how, const FoundStation& station) const;
+
+  HostThread& host_;
+  std::shared_ptr<const TrafficCounts> traffic_;
+  StationNote own_;
+  std::unique_ptr<StationFile> file_;
+  std::unique_ptr<FolderWatch> watch_;
+  std::map<std::string, FoundStation> others_;             ///< those alive, by id
+  std::shared_ptr<int> alive_ = std::make_shared<int>(0);  ///< what posted tasks hold weakly
+  int refreshes_ = 0;
+};
+
+}  // namespace korvel

@@ -1,0 +1,92 @@
+#include "station/watch/StationNote.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/support/DocumentStation.h"
+
+using namespace korvel;
+
+namespace {
+
+class StationNoteTest : public DocumentStation {
+ protected:
+  StationNoteTest() { std::filesystem::create_directory(notesFolder(folder.path())); }
+
+  void put(const std::string& name, const std::string& bytes) const {
+    write(notesFolder(folder.path()) + "/" + name, bytes);
+  }
+
+  [[nodiscard]] std::vector<FoundStation> listed() const {
+    const auto stations = listStations(folder.path());
+    EXPECT_TRUE(stations);
+    return stations ? *stations : std::vector<FoundStation>();
+  }
+};
+
+TEST_F(StationNoteTest, ANoteIsReadAsItWasWritten) {
+  StationNote note;
+  note.user = "ANNA";
+  note.host = "suite \"1\"";
+  note.machine = 11;
+  note.addresses = {"10.0.0.7"};
+  note.project = project;
+  note.projectName = "Film";
+  note.room = "Sound";
+  note.open = {Cookie("E0001", false)};
+  note.unsaved = note.open;
+  note.sent = 12;
+  const auto read = parseNote(noteText(note), "1");
+  ASSERT_TRUE(read) << read.error().message;
+  EXPECT_EQ(noteText(*read), noteText(note));
+}
+
+TEST_F(StationNoteTest, ANoteWhoseLockNobodyHoldsIsOfAStationThatIsGone) {
+  put("1.json", R"({"format":1,"user":"ANNA"})");
+  put("1.lock", "");
+  ASSERT_EQ(listed().size(), 1u);
+  EXPECT_FALSE(listed()[0].isAlive());
+  EXPECT_STREQ(listed()[0].stateText(), "gone without goodbye");
+  const auto held = os.fileManager().openFile(wideText(noteLock(notesFolder(folder.path()), "1")),
+                                              eFileReadWrite, eFileCreate, eFileShareNone, 0);
+  ASSERT_TRUE(held && held->isOpen());
+  EXPECT_TRUE(listed()[0].isAlive());
+}
+
+TEST_F(StationNoteTest, WhatIsNoNoteIsTold) {
+  for (const char* bytes : {"", "{", "[]", "{}", R"({"format":1})", R"({"user":"A"})",
+                            R"({"format":0,"user":"A"})", R"({"format":"x","user":7})"}) {
+    put("1.json", bytes);
+    ASSERT_EQ(listed().size(), 1u) << bytes;
+    EXPECT_NE(listed()[0].problem, "") << bytes;
+  }
+  put("1.json", std::string(kLargestNote + 1, ' '));
+  EXPECT_NE(listed()[0].problem, "");
+}
+
+TEST_F(StationNoteTest, ANoteOfALaterVersionIsReadAsFarAsItIsKnown) {
+  put("1.json", R"({"format":2,"user":"ANNA","mood":{"good":[true]},"open":"many","sent":-1})");
+  ASSERT_EQ(listed().size(), 1u);
+  EXPECT_EQ(listed()[0].problem, "");
+  EXPECT_EQ(listed()[0].note.user, "ANNA");
+  EXPECT_EQ(listed()[0].note.sent, 0);
+}
+
+TEST_F(StationNoteTest, LinksPipesAndFoldersAreNoNotes) {
+  const std::string notes = notesFolder(folder.path());
+  ::mkfifo((notes + "/1.json").c_str(), 0600);
+  std::filesystem::create_symlink("/dev/zero", notes + "/2.json");
+  std::filesystem::create_directory(notes + "/3.json");
+  EXPECT_EQ(listed().size(), 0u);
+}
+
+TEST_F(StationNoteTest, ControlCharactersOfOthersAreNotShown) {
+  put("1.json", R"({"format":1,"user":"A\u001b[2J"})");
+  ASSERT_EQ(listed().size(), 1u);
+  EXPECT_EQ(shownStation(listed()[0])["user"].asString(), "A?[2J");
+}
+
+}  // namespace
