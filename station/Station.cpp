@@ -18,6 +18,7 @@
 #include "station/containers/Filters.h"
 #include "station/containers/Racks.h"
 #include "station/edit/Edits.h"
+#include "station/edit/UnsavedEdits.h"
 #include "station/media/MediaCache.h"
 #include "station/net/HeardList.h"
 #include "station/net/NetworkService.h"
@@ -111,6 +112,7 @@ struct Station::Parts {
   MediaCache media;
   Rooms rooms;
   CatchUp catchUp{hostThread};
+  UnsavedEdits unsaved{hostThread, edits};
   Presence presence{hostThread, traffic};
   Health health{hostThread, catchUp, presence, traffic};
   RemoteCommands commands;
@@ -126,6 +128,7 @@ Station::Station() : parts_(std::make_unique<Parts>()) {
   parts_->projects.addPart(parts_->filters);
   parts_->projects.addPart(parts_->media);
   parts_->projects.addPart(parts_->rooms);
+  parts_->projects.addPart(parts_->unsaved);
 }
 
 Station::~Station() { stop(Shutdown::eNormalExit); }

@@ -31,7 +31,7 @@ ToolStatus run(int count, char** words) {
   // In the order in which help lists them.
   for (const auto add :
        {addDecodeCommand, addMonitorCommand, addRecordCommand, addReplayCommand, addSendCommand,
-        addLocksCommand, addBreakCommand, addUsersCommand, addWhoCommand, addDoctorCommand, addExplainCommand,
+        addLocksCommand, addBreakCommand, addUsersCommand, addWhoCommand, addHistoryCommand, addDoctorCommand, addExplainCommand,
         addMeshCommand, addCompletionCommand}) {
     add(line);
   }

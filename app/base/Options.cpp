@@ -57,16 +57,23 @@ std::string helpText() {
 
 ProgramEnd usageError(const std::string& what) { return {2, std::string(kProgram) + ": " + what}; }
 
+/// The folder that a variable names, else this one of the user's home; empty where there is none.
+std::string userFolder(const char* variable, const char* below) {
+  const char* const named = std::getenv(variable);
+  const char* const home = std::getenv("HOME");
+  if (named && *named == '/') return named;
+  return home && *home == '/' ? std::string(home) + below : std::string();
+}
+
+/// $XDG_STATE_HOME/korvel/recovery.
+std::string recoveryFolder() {
+  const std::string folder = userFolder("XDG_STATE_HOME", "/.local/state");
+  return folder.empty() ? folder : folder + "/korvel/recovery";
+}
+
 /// $XDG_CONFIG_HOME/korvel/station.conf when there is one; else empty.
 std::string defaultConfigFile() {
-  const char* config = std::getenv("XDG_CONFIG_HOME");
-  const char* home = std::getenv("HOME");
-  std::string folder;
-  if (config && *config == '/') {
-    folder = config;
-  } else if (home && *home) {
-    folder = std::string(home) + "/.config";
-  }
+  const std::string folder = userFolder("XDG_CONFIG_HOME", "/.config");
   if (folder.empty()) return {};
   const std::string file = folder + "/korvel/station.conf";
   std::error_code problem;
@@ -86,6 +93,7 @@ std::variant<Options, ProgramEnd> settled(GivenOptions given, Flags& flags) {
   if (!options) return usageError(options.error().message);
   options->keepsGoing = flags["keep-going"];
   options->hasWindow = flags["gui"];
+  options->station.recovery = recoveryFolder();
   return *options;
 }
 

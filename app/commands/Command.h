@@ -13,6 +13,14 @@ namespace korvel {
 
 using Arguments = std::vector<std::string>;
 
+/// What a person is offered where a command was refused: the word to type, and the option with
+/// which the command is then given again.
+struct Choice {
+  ErrorCode on = ErrorCode::eUsage;  ///< the failure on which it is offered
+  std::string word;
+  std::string option;
+};
+
 /// One console command. Its words are the name's ("edit trim") followed by the arguments.
 struct Command {
   std::string name;
@@ -35,6 +43,9 @@ struct Command {
   /// The result in words for people, where the rendered JSON says too little or too much; without
   /// it the result is rendered. Runs where `run` does, after it succeeded.
   std::function<std::string(const Arguments&, const JsonValue& result)> show = {};
+
+  /// What a person at a terminal is asked instead of being refused. A script is refused.
+  std::vector<Choice> choices = {};
 };
 
 /// All console commands by name.

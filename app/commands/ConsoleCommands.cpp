@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "app/commands/KeepCommands.h"
 #include "station/base/Notifications.h"
 #include "station/base/Rendering.h"
 #include "station/base/TextMember.h"
@@ -151,6 +152,18 @@ JsonValue shownState() {
   return state;
 }
 
+Result<JsonValue> quit(const Arguments& arguments, const ConsoleServices& services) {
+  Arguments words = arguments;
+  const auto leaving = takeLeaving(words);
+  if (!leaving) return leaving.error();
+  if (!words.empty()) return usageError("Usage: quit [--save|--discard]");
+  if (services.prepareToEnd) {
+    if (auto prepared = services.prepareToEnd(*leaving); !prepared) return prepared.error();
+  }
+  services.waiter.end();
+  return JsonValue();
+}
+
 }  // namespace
 
 void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
@@ -170,14 +183,16 @@ void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
   table.add({"sleep", "S", "Waits for S seconds.", 1, 1,
              [services](const Arguments& words) { return sleepFor(words, services.waiter); },
              here});
-  table.add({"quit", "",
-             "Leaves room and project, and ends the station; so do Ctrl-C and Ctrl-D, at once.", 0,
+  table.add({"quit",
+             "[--save|--discard]",
+             "Leaves room and project, and ends the station; so does Ctrl-D, at once. Refused with "
+             "unsaved changes unless they are saved or discarded.",
              0,
-             [services](const Arguments&) -> Result<JsonValue> {
-               services.waiter.end();
-               return JsonValue();
-             },
-             here});
+             1,
+             [services](const Arguments& words) { return quit(words, services); },
+             here,
+             {},
+             leavingChoices()});
 }
 
 }  // namespace korvel

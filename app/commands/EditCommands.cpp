@@ -1,5 +1,6 @@
 #include "app/commands/EditCommands.h"
 
+#include "host/base/Log.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditActions.h"
 #include "station/edit/Edits.h"
@@ -8,6 +9,8 @@
 namespace korvel {
 
 namespace {
+
+constexpr const char* kForce = "--force";
 
 Result<Cookie> resolved(const std::string& nameOrCookie) {
   return Projects::instance().resolve(nameOrCookie, Edits::kKinds);
@@ -33,16 +36,45 @@ std::function<Result<JsonValue>(const Arguments&)> onEdit(Action action) {
   };
 }
 
+/// Names may stand for cookies, as long as they are one object's.
+Result<JsonValue> answerNamed(const Result<Cookie>& made) {
+  if (!made) return made.error();
+  std::vector<NamedObject> namesakes;
+  const std::string name = Edits::instance()->nameOf(*made);
+  Edits::instance()->findByName(name, namesakes);
+  std::string cookies;
+  for (const NamedObject& each : namesakes) {
+    if (!(each.cookie == *made)) cookies += " " + each.cookie.asString().str();
+  }
+  if (!cookies.empty()) {
+    LogBoth(
+        "There was an edit or log called \"%s\" already:%s. The name alone no longer says which "
+        "one is meant; name either by its cookie, or by the beginning of it.\n",
+        shownText(name), cookies);
+  }
+  return answer(made);
+}
+
 Result<JsonValue> createEdit(const Arguments& arguments) {
-  return answer(EditActions::create(arguments[0], CookieTypeEdit));
+  return answerNamed(EditActions::create(arguments[0], CookieTypeEdit));
 }
 
 Result<JsonValue> createLog(const Arguments& arguments) {
-  return answer(EditActions::create(arguments[0], CookieTypeShot));
+  return answerNamed(EditActions::create(arguments[0], CookieTypeShot));
 }
 
 Result<JsonValue> import(const Arguments& arguments) {
-  return answer(EditActions::import(arguments[0]));
+  return answerNamed(EditActions::import(arguments[0]));
+}
+
+Result<JsonValue> exportTo(const Cookie& cookie, const Arguments& arguments) {
+  using EditActions::Replacing;
+  const bool isForced = arguments.size() > 2;
+  if (isForced && arguments[2] != kForce) {
+    return Error{ErrorCode::eUsage, "Usage: edit export E FILE [--force]", {}};
+  }
+  return answer(EditActions::exportTo(cookie, arguments[1],
+                                      isForced ? Replacing::eAccept : Replacing::eRefuse));
 }
 
 /// The file has the name, so the user may not know it.
@@ -93,11 +125,16 @@ void addMaking(CommandTable& table) {
   table.add({"edit import", "FILE",
              "Takes an OpenTimelineIO file (.otio) into the project as an edit of yours.", 1, 1,
              import, Command::Place::eHostThread, cookieAndName});
-  table.add({"edit export", "E FILE",
-             "Writes an edit or log, unsaved changes included, as OpenTimelineIO.", 2, 2,
-             onEdit([](const Cookie& cookie, const Arguments& arguments) {
-               return answer(EditActions::exportTo(cookie, arguments[1]));
-             })});
+  table.add({"edit export",
+             "E FILE [--force]",
+             "Writes an edit or log, unsaved changes included, as OpenTimelineIO. A file that is "
+             "there is replaced with --force alone.",
+             2,
+             3,
+             onEdit(exportTo),
+             Command::Place::eHostThread,
+             {},
+             {{ErrorCode::eExists, "replace", kForce}}});
 }
 
 void addLooking(CommandTable& table) {
@@ -129,10 +166,6 @@ void addChanging(CommandTable& table) {
              "Gives an edit or log another name; announced before it is saved.", 2, 2,
              onEdit([](const Cookie& cookie, const Arguments& arguments) {
                return answer(EditActions::rename(cookie, arguments[1]));
-             })});
-  table.add({"edit save", "E", "Writes an edit or log to the project and announces it.", 1, 1,
-             onEdit([](const Cookie& cookie, const Arguments&) {
-               return answer(EditActions::save(cookie));
              })});
   table.add({"edit delete", "E...", "Deletes edits and logs: all of them, or none if one may not.",
              1, Command::kAnyNumber, remove});

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "app/commands/CommandCall.h"
+#include "app/commands/KeepCommands.h"
 #include "host/base/Log.h"
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
@@ -78,16 +79,47 @@ std::string shownList(const Arguments&, const JsonValue& projects) {
   return renderForPeople(withShortCookies(std::move(rows)));
 }
 
+bool isOpenNow(const std::string& nameOrCookie) {
+  const OpenProject* const open = Projects::instance().current();
+  return open && (nameOrCookie == open->name || nameOrCookie == open->cookie.asString().str());
+}
+
+/// Settles what is unsaved, and leaves the open project by `leave`.
+Result<void> leaveBy(Leaving leaving, const std::function<Result<void>()>& leave) {
+  auto* const unsaved = UnsavedEdits::instance();
+  if (!unsaved) return leave();
+  if (auto settled = unsaved->prepareToLeave(leaving); !settled) return settled;
+  auto left = leave();
+  if (!left) unsaved->stay();
+  return left;
+}
+
 Result<JsonValue> enter(const Arguments& arguments) {
-  if (auto entered = Projects::instance().enter(arguments[0]); !entered) return entered.error();
+  Arguments words = arguments;
+  const auto leaving = takeLeaving(words);
+  if (!leaving) return leaving.error();
+  if (words.size() != 1) {
+    return Error{ErrorCode::eUsage, "Usage: project enter P [--save|--discard]", {}};
+  }
+  const auto go = [&] { return Projects::instance().enter(words[0]); };
+  if (auto entered = isOpenNow(words[0]) ? go() : leaveBy(*leaving, go); !entered) {
+    return entered.error();
+  }
   const OpenProject& project = *Projects::instance().current();
   return JsonValue::object({{"cookie", project.cookie.asString().str()},
                             {"name", shownText(project.name)},
                             {"kind", project.isPrivate ? "private" : "shared"}});
 }
 
-Result<JsonValue> leave(const Arguments&) {
-  if (auto left = Projects::instance().leave(); !left) return left.error();
+Result<JsonValue> leave(const Arguments& arguments) {
+  Arguments words = arguments;
+  const auto leaving = takeLeaving(words);
+  if (!leaving) return leaving.error();
+  if (!words.empty()) {
+    return Error{ErrorCode::eUsage, "Usage: project leave [--save|--discard]", {}};
+  }
+  const auto left = leaveBy(*leaving, [] { return Projects::instance().leave(); });
+  if (!left) return left.error();
   return JsonValue();
 }
 
@@ -100,13 +132,23 @@ void addProjectCommands(CommandTable& table) {
   table.add({"project list", "",
              "Shows every project: cookie, name, kind, whether it is occupied and by whom.", 0, 0,
              list, Command::Place::eHostThread, shownList});
-  table.add({"project enter", "P",
-             "Opens a project by cookie or name; a private one is locked while it is open.", 1, 1,
-             enter});
-  table.add({"project leave", "", "Closes the open project and leaves its room.", 0, 0, leave,
-             Command::Place::eHostThread, [](const Arguments&, const JsonValue&) {
-               return std::string("No project is open.");
-             }});
+  table.add({"project enter",
+             "P [--save|--discard]",
+             "Opens a project by cookie or name and leaves the open one; a private one is locked "
+             "while it is open.",
+             1,
+             2,
+             enter,
+             Command::Place::eHostThread,
+             {},
+             leavingChoices()});
+  table.add(
+      {"project leave", "[--save|--discard]",
+       "Closes the open project and leaves its room; refused with unsaved changes unless they "
+       "are saved or discarded.",
+       0, 1, leave, Command::Place::eHostThread,
+       [](const Arguments&, const JsonValue&) { return std::string("No project is open."); },
+       leavingChoices()});
 }
 
 }  // namespace korvel

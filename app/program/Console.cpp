@@ -30,26 +30,47 @@ int Console::run(iLineReader& reader) {
   return with_.waiter.isEnding() ? 0 : 1;
 }
 
-bool Console::runLine(const std::string& line, const iLineReader& reader) {
+Console::Answer Console::answerFor(const std::string& line, const CommandCall& call) {
+  if (!call.problem && call.command->place == Command::Place::eHostThread) {
+    return runOnHostThread(line, call);
+  }
+  Answer answer = call.problem ? Answer{*call.problem, {}} : answerTo(call);
+  reply(with_.events, line, call, answer.result);
+  return answer;
+}
+
+bool Console::runLine(const std::string& line, iLineReader& reader) {
   const CommandCall call = readCall(with_.commands, line);
   if (call.isEmpty()) return true;
-  Answer answer;
-  if (call.problem) {
-    answer.result = *call.problem;
-    reply(with_.events, line, call, answer.result);
-  } else if (call.command->place == Command::Place::eConsoleThread) {
-    answer = answerTo(call);
-    reply(with_.events, line, call, answer.result);
-  } else {
-    answer = runOnHostThread(line, call);
-  }
+  const Answer answer = answerFor(line, call);
   if (with_.waiter.isEnding()) return true;
   if (answer.result) {
     with_.text.answer(answer.text);
-  } else {
-    with_.text.problem(reader.place() + answer.result.error().message);
+    return true;
   }
-  return static_cast<bool>(answer.result);
+  with_.text.problem(reader.place() + answer.result.error().message);
+  const auto option = chooseOption(call, answer.result.error(), reader);
+  return option && runLine(line + " " + *option, reader);
+}
+
+/// What a person chooses instead of the refusal; nothing for leaving it at that.
+std::optional<std::string> Console::chooseOption(const CommandCall& call, const Error& problem,
+                                                 iLineReader& reader) {
+  if (!reader.isInteractive() || !call.command) return {};
+  std::vector<Choice> offered;
+  std::string question;
+  for (const Choice& choice : call.command->choices) {
+    if (choice.on != problem.code) continue;
+    offered.push_back(choice);
+    question += choice.word + ", ";
+  }
+  if (offered.empty()) return {};
+  const auto typed = reader.ask(question + "or cancel? ");
+  if (!typed || typed->empty()) return {};
+  for (const Choice& choice : offered) {
+    if (choice.word.starts_with(*typed)) return choice.option;
+  }
+  return {};
 }
 
 Console::Answer Console::answerTo(const CommandCall& call) {

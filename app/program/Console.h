@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "app/base/EventWriter.h"
@@ -44,7 +45,10 @@ class Console {
     std::string text;
   };
 
-  bool runLine(const std::string& line, const iLineReader& reader);
+  bool runLine(const std::string& line, iLineReader& reader);
+  Answer answerFor(const std::string& line, const CommandCall& call);
+  std::optional<std::string> chooseOption(const CommandCall& call, const Error& problem,
+                                          iLineReader& reader);
   Answer runOnHostThread(const std::string& line, const CommandCall& call);
   static Answer answerTo(const CommandCall& call);
   static void reply(EventWriter& events, const std::string& line, const CommandCall& call,

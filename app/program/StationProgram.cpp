@@ -14,6 +14,7 @@
 #include "app/commands/ContainerCommands.h"
 #include "app/commands/EditCommands.h"
 #include "app/commands/FilterCommands.h"
+#include "app/commands/KeepCommands.h"
 #include "app/commands/MediaCommands.h"
 #include "app/commands/PanelCommands.h"
 #include "app/commands/ProjectCommands.h"
@@ -43,12 +44,15 @@ constexpr int kDefaultPort = 27015;
 /// How long Tab and `wait` give the host thread to say what a name means.
 constexpr auto kPatience = std::chrono::seconds(2);
 
+/// How long saving before the end may take.
+constexpr auto kSavingPatience = std::chrono::seconds(600);
+
 int port() { return config_int("shared_projects_udp_port", kDefaultPort); }
 
 /// Asks the host thread a question; `otherwise` when it does not answer soon.
 template <typename Answer>
 Answer ask(HostThread& hostThread, Waiter& waiter, std::function<Answer()> question,
-           Answer otherwise) {
+           Answer otherwise, std::chrono::seconds patience = kPatience) {
   struct Pending {
     bool isDone = false;
     Answer answer;
@@ -62,7 +66,7 @@ Answer ask(HostThread& hostThread, Waiter& waiter, std::function<Answer()> quest
     });
   });
   const auto isDone = [&pending] { return pending->isDone; };
-  return waiter.await(Waiter::Clock::now() + kPatience, isDone) ? pending->answer : otherwise;
+  return waiter.await(Waiter::Clock::now() + patience, isDone) ? pending->answer : otherwise;
 }
 
 /// The names and cookies of all projects.
@@ -119,10 +123,12 @@ StationProgram::~StationProgram() {
 }
 
 int StationProgram::run() {
-  const Signals signals([this] {
-    exitType_ = Shutdown::eSignalledExit;
-    waiter_.end();
-  });
+  const Signals signals(
+      [this] {
+        exitType_ = Shutdown::eSignalledExit;
+        waiter_.end();
+      },
+      [this] { return takeInterrupt(); });
   if (auto prepared = prepare(); !prepared) {
     fail(prepared.error());
   } else if (window_) {
@@ -131,6 +137,12 @@ int StationProgram::run() {
     runStation();
   }
   return status_;
+}
+
+/// An interrupt at the prompt clears the line; one while a command runs ends the program.
+bool StationProgram::takeInterrupt() {
+  TerminalReader* const terminal = terminal_;
+  return terminal && terminal->interrupt();
 }
 
 void StationProgram::fail(const Error& problem) {
@@ -198,11 +210,13 @@ Result<void> StationProgram::openInput() {
   if (options_.hasWindow && options_.script.empty()) return {};
   const bool isTerminal = ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
   if (options_.script.empty() && isTerminal && options_.events != "-") {
-    reader_ = std::make_unique<TerminalReader>(
+    auto terminal = std::make_unique<TerminalReader>(
         waiter_, text_,
         TerminalReader::Completing{
             commands_, [this](const std::string& argument) { return candidatesFor(argument); }},
         consoleHistory());
+    terminal_ = terminal.get();
+    reader_ = std::move(terminal);
     return {};
   }
   auto script = std::make_unique<ScriptReader>(waiter_);
@@ -212,11 +226,13 @@ Result<void> StationProgram::openInput() {
 }
 
 void StationProgram::addCommands() {
-  addConsoleCommands(
-      commands_, {waiter_, history_, [this](const std::string& name) { return cookieOf(name); }});
+  addConsoleCommands(commands_,
+                     {waiter_, history_, [this](const std::string& name) { return cookieOf(name); },
+                      [this](Leaving leaving) { return prepareToEnd(leaving); }});
   addProjectCommands(commands_);
   addRoomCommands(commands_);
   addEditCommands(commands_);
+  addKeepCommands(commands_);
   addContainerCommands(commands_);
   addFilterCommands(commands_);
   addMediaCommands(commands_);
@@ -236,8 +252,7 @@ void StationProgram::useStation() {
   if (reader_ && reader_->isInteractive()) {
     text_.answer(with.user + " on " + with.host + " (machine " + std::to_string(with.machine) +
                  "), " + station_->pluginName() + " " + station_->pluginVersion() + ", port " +
-                 std::to_string(port()) +
-                 ". \"help\" lists the commands; Ctrl-C or \"quit\" ends.");
+                 std::to_string(port()) + ". \"help\" lists the commands; \"quit\" ends.");
   }
   tellOfNames();
   std::thread console([this] {
@@ -271,6 +286,19 @@ int StationProgram::runConsole() {
     waiter_.await(Waiter::Clock::time_point::max(), [] { return false; });
   }
   return status;
+}
+
+// A host thread that hangs must not keep the program from its end: what is unsaved is on this
+// machine's disk then.
+Result<void> StationProgram::prepareToEnd(Leaving leaving) {
+  const auto patience = leaving == Leaving::eSave ? kSavingPatience : kPatience;
+  return ask<Result<void>>(
+      station_->hostThread(), waiter_,
+      [leaving] {
+        auto* const unsaved = UnsavedEdits::instance();
+        return unsaved ? unsaved->prepareToLeave(leaving) : Result<void>();
+      },
+      {}, patience);
 }
 
 std::string StationProgram::cookieOf(const std::string& name) {

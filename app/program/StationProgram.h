@@ -12,8 +12,10 @@
 #include "app/base/Waiter.h"
 #include "app/base/iLineReader.h"
 #include "app/commands/Command.h"
+#include "app/program/TerminalReader.h"
 #include "app/window/iStationWindow.h"
 #include "station/Station.h"
+#include "station/edit/UnsavedEdits.h"
 
 namespace korvel {
 
@@ -45,6 +47,8 @@ class StationProgram {
   void tellOfNames();
   void fail(const Error& problem);
   int runConsole();
+  bool takeInterrupt();
+  Result<void> prepareToEnd(Leaving leaving);
   std::string cookieOf(const std::string& name);
   std::vector<std::string> candidatesFor(const std::string& argument);
 
@@ -57,7 +61,8 @@ class StationProgram {
   CommandTable commands_;
   WindowMaker makeWindow_;
   std::unique_ptr<iStationWindow> window_;
-  std::unique_ptr<iLineReader> reader_;  ///< null where no commands are read
+  std::unique_ptr<iLineReader> reader_;              ///< null where no commands are read
+  std::atomic<TerminalReader*> terminal_ = nullptr;  ///< the reader, where it is a terminal's
   std::unique_ptr<Station> station_;
   std::atomic<Shutdown::eExitType> exitType_ = Shutdown::eNormalExit;
   int status_ = 0;

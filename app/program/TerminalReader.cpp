@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <clocale>
 #include <cstring>
@@ -19,10 +20,10 @@ namespace {
 constexpr const char* kClearLine = "\r\033[K";
 constexpr int kHistoryLength = 1000;
 
-char* promptOf(EditLine*) {
-  static std::array<char, 8> prompt{'k', 'v', '>', ' ', '\0'};
-  return prompt.data();
-}
+constexpr const char* kPrompt = "kv> ";
+
+/// The key that clears the whole line in the line editor's usual bindings.
+constexpr wchar_t kClearKey = L'\x15';
 
 }  // namespace
 
@@ -35,6 +36,7 @@ class TerminalReader::Editor {
         completing_(std::move(completing)),
         historyFile_(std::move(historyFile)),
         told_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+        interrupted_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
         history_(::history_init()),
         edit_(::el_init("kv-station", stdin, stdout, stderr)) {
     HistEvent event;
@@ -60,26 +62,53 @@ class TerminalReader::Editor {
     ::el_end(edit_);
     ::history_end(history_);
     ::close(told_);
+    ::close(interrupted_);
   }
 
   std::optional<std::string> next() {
+    auto line = read(kPrompt);
+    if (line) remember(*line);
+    if (line || !wantsToQuit_) return line;
+    return "quit";
+  }
+
+  std::optional<std::string> ask(const std::string& question) {
+    isAsking_ = true;
+    auto line = read(question);
+    isAsking_ = false;
+    return line;
+  }
+
+  bool interrupt() {
+    if (!isReading_) return false;
+    ::eventfd_write(interrupted_, 1);
+    return true;
+  }
+
+ private:
+  /// A line without its end; nothing at the end of the input, and where an interrupt ended it.
+  std::optional<std::string> read(const std::string& prompt) {
+    wantsToQuit_ = false;
     if (waiter_.isEnding()) return std::nullopt;
+    prompt_ = prompt;
     text_.hold([this] { ::eventfd_write(told_, 1); });
     ::el_set(edit_, EL_PREP_TERM, 1);  // before the prompt, so that what is typed at it is a key
     int length = 0;
+    isReading_ = true;
     const char* line = ::el_gets(edit_, &length);
+    isReading_ = false;
     text_.release();
-    if (!line || length <= 0 || waiter_.isEnding()) {
+    if (!line || length <= 0 || wantsToQuit_ || waiter_.isEnding()) {
       std::fputs("\n", stdout);
       return std::nullopt;
     }
     std::string read(line, static_cast<std::size_t>(length));
-    remember(read);
     while (!read.empty() && (read.back() == '\n' || read.back() == '\r')) read.pop_back();
     return read;
   }
 
- private:
+  static char* promptOf(EditLine* edit) { return of(edit).prompt_.data(); }
+
   static Editor& of(EditLine* edit) {
     void* self = nullptr;
     ::el_get(edit, EL_CLIENTDATA, &self);
@@ -89,21 +118,35 @@ class TerminalReader::Editor {
   /// Waits for a letter, showing meanwhile what the station says; 0 ends the line and the input.
   static int readLetter(EditLine* edit, wchar_t* letter) {
     Editor& self = of(edit);
-    std::array<pollfd, 3> wanted{pollfd{STDIN_FILENO, POLLIN, 0},
-                                 pollfd{self.waiter_.descriptor(), POLLIN, 0},
-                                 pollfd{self.told_, POLLIN, 0}};
+    std::array<pollfd, 4> wanted{
+        pollfd{STDIN_FILENO, POLLIN, 0}, pollfd{self.waiter_.descriptor(), POLLIN, 0},
+        pollfd{self.told_, POLLIN, 0}, pollfd{self.interrupted_, POLLIN, 0}};
     while (true) {
       if (::poll(wanted.data(), wanted.size(), -1) < 0) continue;
       if (wanted[1].revents != 0) return 0;
       if (wanted[2].revents != 0) self.showAboveLine();
+      if (wanted[3].revents != 0) return self.takeInterrupt(letter);
       if (wanted[0].revents != 0) return self.readOne(letter);
     }
+  }
+
+  /// The first clears the line; one after it, and one at a question, ends the reading.
+  int takeInterrupt(wchar_t* letter) {
+    eventfd_t count = 0;
+    ::eventfd_read(interrupted_, &count);
+    wantsToQuit_ = isAsking_ || isInterrupted_;
+    if (wantsToQuit_) return 0;
+    isInterrupted_ = true;
+    std::fputs("^C (again, or \"quit\", ends)\n", stdout);
+    *letter = kClearKey;
+    return 1;
   }
 
   /// Reads the bytes of one letter of the terminal's encoding; a wrong byte stands for itself.
   int readOne(wchar_t* letter) {
     std::mbstate_t state{};
     char byte = 0;
+    isInterrupted_ = false;
     while (::read(STDIN_FILENO, &byte, 1) == 1) {
       const std::size_t used = std::mbrtowc(letter, &byte, 1, &state);
       if (used == static_cast<std::size_t>(-2)) continue;
@@ -166,6 +209,12 @@ class TerminalReader::Editor {
   Completing completing_;
   std::string historyFile_;
   int told_;
+  int interrupted_;
+  std::atomic<bool> isReading_ = false;
+  bool isAsking_ = false;
+  bool isInterrupted_ = false;  ///< no key came since
+  bool wantsToQuit_ = false;
+  std::string prompt_;
   History* history_;
   EditLine* edit_;
 };
@@ -177,5 +226,11 @@ TerminalReader::TerminalReader(const Waiter& waiter, TextOutput& text, Completin
 TerminalReader::~TerminalReader() = default;
 
 std::optional<std::string> TerminalReader::next() { return editor_->next(); }
+
+std::optional<std::string> TerminalReader::ask(const std::string& question) {
+  return editor_->ask(question);
+}
+
+bool TerminalReader::interrupt() { return editor_->interrupt(); }
 
 }  // namespace korvel

@@ -30,9 +30,15 @@ class TerminalReader : public iLineReader {
   TerminalReader& operator=(const TerminalReader&) = delete;
   ~TerminalReader() override;
 
+  /// An interrupt clears the line; a second one, without a key between them, is the line "quit".
   std::optional<std::string> next() override;
+
+  std::optional<std::string> ask(const std::string& question) override;
   [[nodiscard]] std::string place() const override { return {}; }
   [[nodiscard]] bool isInteractive() const override { return true; }
+
+  /// The person interrupts (Ctrl-C). False while no line is being read. Any thread.
+  bool interrupt();
 
  private:
   class Editor;

@@ -20,6 +20,8 @@ enum class ErrorCode {
   eReadOnly,
   eFull,
   eBadContent,  ///< a file or text cannot be understood
+  eChanged,     ///< another changed it since it was read here
+  eUnsaved,     ///< unsaved changes would be lost
   eSystem,      ///< anything else the operating system said
 };
 

@@ -28,6 +28,7 @@ struct StationSettings {
   std::string plugin;                         ///< path of the plug-in library
   std::string shareHeard;                     ///< where whom it hears is kept; empty for nowhere
   std::string logFile;                        ///< empty for none
+  std::string recovery;  ///< the folder of unsaved changes on this machine; empty for nowhere
 };
 
 /// The settings of this process. The host's contract consists of static operations, so there is one

@@ -14,10 +14,13 @@
 #include "station/edit/OtioClips.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ObjectNames.h"
+#include "station/project/ProjectFolder.h"
 #include "station/project/ProjectListeners.h"
 #include "station/project/Projects.h"
 
 namespace korvel {
+
+using EditActions::requireAllowed;
 
 namespace {
 
@@ -46,12 +49,6 @@ Error refusal(const Cookie& cookie) {
           ", which no station is; a station started with --set Administrator=1 can give it to one.";
   }
   return {ErrorCode::eRefused, "You may not change it: the " + title(cookie) + why, {}};
-}
-
-Result<void> requireAllowed(const Cookie& cookie, EditModificationType kind) {
-  const auto* permissions = iPermissionsManager::instance();
-  if (!permissions || permissions->isModificationAllowed(cookie, kind)) return {};
-  return refusal(cookie);
 }
 
 Error failed(const std::string& what, const Error& why) {
@@ -86,20 +83,6 @@ Result<void> modify(const Cookie& cookie, const EditModification& modification,
   if (auto changed = file.change(modification); !changed) return changed;
   edits().noteLoaded(file);
   return {};
-}
-
-/// Gives a new document its owner, writes it to the project and tells of it.
-Result<Cookie> store(OtioDocument document, char kind) {
-  const Cookie cookie = Cookie::create(kind);
-  if (kind == CookieTypeEdit) document.setSetting(EditFile::kOwnerKey, utf8Text(localUser()));
-  const std::string text = document.text();
-  if (auto written = writeAtomically(edits().pathFor(cookie), text); !written) {
-    return failed("The " + std::string(Edits::kindText(cookie)) + " was not made", written.error());
-  }
-  EditFile* const edit = edits().takeUp(cookie, std::move(document), text);
-  ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, true); });
-  edits().release(edit);
-  return cookie;
 }
 
 int logTypeOf(char kind) {
@@ -185,6 +168,28 @@ void announceLogOwner(const Cookie& cookie, const std::string& owner) {
 
 }  // namespace
 
+Result<void> EditActions::requireAllowed(const Cookie& cookie, EditModificationType kind) {
+  const auto* permissions = iPermissionsManager::instance();
+  if (!permissions || permissions->isModificationAllowed(cookie, kind)) return {};
+  return refusal(cookie);
+}
+
+std::string EditActions::titleOf(const Cookie& cookie) { return title(cookie); }
+
+Result<Cookie> EditActions::store(OtioDocument document, char kind) {
+  const Cookie cookie = Cookie::create(kind);
+  if (kind == CookieTypeEdit) document.setSetting(EditFile::kOwnerKey, utf8Text(localUser()));
+  document.setStamp({1, settings().user, timeForRecord()});
+  const std::string text = document.text();
+  if (auto written = writeAtomically(edits().pathFor(cookie), text); !written) {
+    return failed("The " + std::string(Edits::kindText(cookie)) + " was not made", written.error());
+  }
+  EditFile* const edit = edits().takeUp(cookie, std::move(document), text);
+  ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, true); });
+  edits().release(edit);
+  return cookie;
+}
+
 Result<Cookie> EditActions::create(const std::string& name, char kind) {
   if (auto open = Projects::instance().requireOpen(); !open) return open.error();
   const char* what = kind == CookieTypeEdit ? "edit" : "log";
@@ -204,7 +209,14 @@ Result<Cookie> EditActions::import(const std::string& path) {
   return store(std::move(*document), CookieTypeEdit);
 }
 
-Result<void> EditActions::exportTo(const Cookie& cookie, const std::string& path) {
+Result<void> EditActions::exportTo(const Cookie& cookie, const std::string& path,
+                                   Replacing replacing) {
+  if (replacing == Replacing::eRefuse && existsFresh(path)) {
+    return Error{ErrorCode::eExists,
+                 "The " + title(cookie) + " was not exported: " + inQuotes(path) +
+                     " is there already; --force replaces it.",
+                 path};
+  }
   const auto edit = edits().hold(cookie);
   if (!edit) return edit.error();
   auto written = writeAtomically(path, (*edit)->document().exportedText());
@@ -230,51 +242,6 @@ Result<void> EditActions::rename(const Cookie& cookie, const std::string& name) 
   EditModification rename(eModRename);
   rename.value_ = hostText(name);
   return modify(cookie, rename, "Rename");
-}
-
-namespace {
-
-/// Refuses to write over what another station made of the file since it was read here.
-Result<void> requireOwnFile(const EditFile& edit) {
-  if (edit.fileState() == EditFile::FileState::eOurs) return {};
-  const bool isGone = edit.fileState() == EditFile::FileState::eGone;
-  return Error{ErrorCode::eRefused,
-               std::string("another station has ") + (isGone ? "deleted" : "saved") +
-                   " it while you had unsaved changes. They are kept here; \"edit export\" writes "
-                   "them to a file.",
-               {}};
-}
-
-/// Whether the local user may save now, by the owner that the file names.
-Result<void> requireMaySave(EditFile& edit) {
-  if (auto own = requireOwnFile(edit); !own) return own;
-  edit.takeStoredOwner();
-  return requireAllowed(edit.getCookie(), eModContentsChanged);
-}
-
-/// Writes a held object under its lock, so that no other station changes the owner meanwhile.
-Result<void> write(EditFile& edit) {
-  if (auto allowed = requireAllowed(edit.getCookie(), eModContentsChanged); !allowed) {
-    return allowed;
-  }
-  const auto lock = edit.lockFile();
-  Result<void> saved = lock ? requireMaySave(edit) : Result<void>(lock.error());
-  if (saved) saved = edit.save();
-  if (!saved) return failed("The " + title(edit.getCookie()) + " was not saved", saved.error());
-  return {};
-}
-
-}  // namespace
-
-Result<void> EditActions::save(const Cookie& cookie) {
-  const HeldEdit held(cookie);
-  if (!held.held()) return held.held().error();
-  EditFile& edit = **held.held();
-  if (auto written = write(edit); !written) return written;
-  edits().noteLoaded(edit);
-  events().changed(edit.kindText(), cookie, "refreshed", currentOrigin());
-  ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, false); });
-  return {};
 }
 
 Result<void> EditActions::remove(const std::vector<Cookie>& cookies) {

@@ -5,6 +5,7 @@
 
 #include "host/base/Cookie.h"
 #include "station/base/Result.h"
+#include "station/edit/EditFile.h"
 
 namespace korvel {
 
@@ -20,8 +21,11 @@ Result<Cookie> create(const std::string& name, char kind);
 Result<Cookie> import(const std::string& path);
 
 /// Writes an object as it is shown, unsaved changes included, without this station's own data: what
-/// was imported unchanged is exported unchanged, value by value.
-Result<void> exportTo(const Cookie& cookie, const std::string& path);
+/// was imported unchanged is exported unchanged, value by value. A file that is there is replaced
+/// only where `replacing` accepts that; else eExists.
+enum class Replacing { eRefuse, eAccept };
+Result<void> exportTo(const Cookie& cookie, const std::string& path,
+                      Replacing replacing = Replacing::eRefuse);
 
 /// Makes a clip show another stretch of its material. `clip` is a path or an unambiguous name;
 /// times are frames of the clip's own rate ("36", "36f"), or seconds ("1.5s").
@@ -30,8 +34,22 @@ Result<void> trim(const Cookie& cookie, const std::string& clip, const std::stri
 
 Result<void> rename(const Cookie& cookie, const std::string& name);
 
-/// Writes the object to its file and announces it.
-Result<void> save(const Cookie& cookie);
+/// Writes the object to its file and announces it. The version that it replaces is kept. Where
+/// another saved since the object was opened, it is refused unless `overwrite` accepts that; the
+/// refusal says who, when and what differs.
+Result<void> save(const Cookie& cookie,
+                  EditFile::Overwrite overwrite = EditFile::Overwrite::eRefuse);
+
+/// Makes a new edit of the local user's of an object as it is shown, unsaved changes included; the
+/// object itself keeps them.
+Result<Cookie> saveCopy(const Cookie& cookie, const std::string& name);
+
+/// Drops the local user's unsaved changes to an object.
+Result<void> revert(const Cookie& cookie);
+
+/// Saves an older version, or any other content, as the newest version of an object without unsaved
+/// changes. Its owner stays.
+Result<void> restore(const Cookie& cookie, const std::string& version);
 
 /// Deletes objects, all or (when one is refused) none; announces them together.
 Result<void> remove(const std::vector<Cookie>& cookies);
@@ -47,6 +65,15 @@ enum class Recipient {
 /// owner stays.
 Result<void> give(const Cookie& cookie, const std::string& user,
                   Recipient who = Recipient::eKnownUser);
+
+/// The refusal of a modification of this kind where the local user may not make it.
+Result<void> requireAllowed(const Cookie& cookie, EditModificationType kind);
+
+/// What messages call an object: edit "Reel".
+std::string titleOf(const Cookie& cookie);
+
+/// Gives a new document of this kind its owner, writes it to the project and tells of it.
+Result<Cookie> store(OtioDocument document, char kind);
 
 /// Whether the local user may modify the object.
 bool isAllowed(const Cookie& cookie);

@@ -1,13 +1,17 @@
 #include "station/edit/EditFile.h"
 
+#include <algorithm>
+
 #include "host/base/Log.h"
 #include "host/project/iPermissionsManager.h"
 #include "station/base/Events.h"
+#include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
 #include "station/edit/OtioClips.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ObjectNames.h"
+#include "station/project/ProjectFolder.h"
 #include "station/project/ProjectListeners.h"
 
 namespace korvel {
@@ -17,6 +21,9 @@ namespace {
 /// Stands for a file that is gone, where a content is noted.
 constexpr std::size_t kNoFile = 0;
 
+/// How often a save begins again because another station saved at the same moment.
+constexpr int kSaveTries = 5;
+
 Result<OtioDocument> parsed(const Result<std::string>& bytes) {
   if (!bytes) return bytes.error();
   return OtioDocument::parse(*bytes);
@@ -25,13 +32,14 @@ Result<OtioDocument> parsed(const Result<std::string>& bytes) {
 /// A hash of a document without its owner, which other stations may change beside unsaved changes.
 std::size_t bodyOf(OtioDocument document) {
   document.setSetting(EditFile::kOwnerKey, {});
+  document.setStamp({});
   return std::hash<std::string>()(document.text());
 }
 
 }  // namespace
 
 EditFile::EditFile(const Cookie& cookie, const std::string& path, OtioDocument document)
-    : cookie_(cookie), path_(path), document_(std::move(document)) {}
+    : cookie_(cookie), saved_(path), document_(std::move(document)) {}
 
 int EditFile::getLogType() const {
   if (cookie_.getType() == CookieTypeEdit) return kEditLogType;
@@ -65,6 +73,7 @@ bool EditFile::replaceBy(const Result<std::string>& bytes) {
     if (hasLocalChanges_) {
       LogBoth("The %s \"%s\" was read again; your unsaved changes to it are dropped.\n", kindText(),
               shownText(document_.name()));
+      if (auto* const observer = unsavedObserver()) observer->dropping(*this);
     }
     takeDocument(std::move(*document), *bytes);
   }
@@ -92,7 +101,7 @@ bool EditFile::keepUnsaved(const OtioDocument& stored, const std::string& bytes)
   const bool isSame =
       isContent(bytes) || bodyOf(stored) == (dirty_ ? savedBody_ : bodyOf(document_));
   if (!isSame) return noteElsewhere(contentHash(bytes), "was saved by another station");
-  noteContent(bytes);
+  saved_.note(bytes, stored.stamp().number);
   changedElsewhere_.reset();
   return false;
 }
@@ -108,12 +117,12 @@ void EditFile::takeOwner(const OtioDocument& stored) {
 
 void EditFile::takeStoredOwner() {
   if (!isEdit()) return;
-  const auto bytes = readFresh(path_);
+  const auto bytes = readFresh(path());
   auto stored = parsed(bytes);
   if (!stored) return;
   takeOwner(*stored);
   if (!isContent(*bytes) && bodyOf(*stored) == (dirty_ ? savedBody_ : bodyOf(document_))) {
-    noteContent(*bytes);
+    saved_.note(*bytes, stored->stamp().number);
   }
   if (isInStock_) Edits::instance()->noteLoaded(*this);
 }
@@ -121,18 +130,47 @@ void EditFile::takeStoredOwner() {
 Result<std::shared_ptr<ObjectLock>> EditFile::lockFile() {
   auto held = lock_.lock();
   if (held) return held;
-  held = std::make_shared<ObjectLock>(path_);
+  held = std::make_shared<ObjectLock>(path());
   const Result<void>& taken = held->taken();
   if (!taken && taken.error().code != ErrorCode::eNoLockService) return taken.error();
   lock_ = held;
   return held;
 }
 
+Result<void> EditFile::revert() {
+  const auto bytes = readFresh(path());
+  auto document = parsed(bytes);
+  if (!document) return document.error();
+  takeDocument(std::move(*document), *bytes);
+  tellObserver();
+  return {};
+}
+
+void EditFile::takeUnsaved(OtioDocument document, std::size_t hash, long number) {
+  const SaveStamp stamp = document.stamp();
+  putContent(std::move(document));
+  document_.setStamp(stamp);
+  saved_.noteHash(hash, number);
+}
+
+void EditFile::takeSettings(const OtioDocument& stored, std::string_view bytes) {
+  document_.setSetting(kOwnerKey, stored.setting(kOwnerKey));
+  saved_.note(bytes, stored.stamp().number);
+}
+
+void EditFile::putContent(OtioDocument document) {
+  noteSavedBody();
+  if (isEdit()) document.setSetting(kOwnerKey, document_.setting(kOwnerKey));
+  document.setStamp(document_.stamp());
+  document_ = std::move(document);
+  setDirty(true);
+}
+
 void EditFile::readLate() {
-  const auto bytes = readFresh(path_);
+  const auto bytes = readFresh(path());
   if (!bytes || isContent(*bytes)) return;
   const bool cuesWereShown = celCuesOn_;
-  if (!reOpen(wideText(path_))) return;
+  if (!reOpen(wideText(path()))) return;
   celCuesOn_ = cuesWereShown;
   tellReplaced();
 }
@@ -185,9 +223,20 @@ void EditFile::setDirty(bool dirty) {
   const bool becameDirty = dirty && !dirty_;
   dirty_ = dirty;
   hasLocalChanges_ = dirty;
+  tellObserver();
   if (becameDirty) {
     ProjectListeners::instance().tell([this](auto& each) { each.handleLogDirtied(cookie_); });
   }
+}
+
+iUnsavedObserver* EditFile::unsavedObserver() const {
+  return isInStock_ && Edits::instance() ? Edits::instance()->unsavedObserver() : nullptr;
+}
+
+void EditFile::tellObserver() const {
+  auto* const observer = unsavedObserver();
+  if (!observer) return;
+  hasLocalChanges_ ? observer->changed(*this) : observer->settled(cookie_);
 }
 
 Result<void> EditFile::change(const EditModification& modification) {
@@ -246,23 +295,60 @@ void EditFile::tell(const EditModification& modification) {
       [&](auto& each) { each.handleLogModification(cookie_, modification); });
 }
 
-Result<void> EditFile::save() {
+Result<void> EditFile::save(Overwrite overwrite) {
   const auto lock = lockFile();
   if (!lock) return lock.error();
-  const std::string text = document_.text();
-  if (auto written = writeAtomically(path_, text); !written) return written;
-  noteContent(text);
+  const SaveStamp before = document_.stamp();
+  auto written = writeStamped(overwrite);
+  for (int tries = 1; tries < kSaveTries && !written; ++tries) {
+    if (overwrite == Overwrite::eRefuse || written.error().code != ErrorCode::eChanged) break;
+    noteWhatIsThere();
+    written = writeStamped(overwrite);
+  }
+  if (!written) {
+    document_.setStamp(before);
+    return written;
+  }
   changedElsewhere_.reset();
   configuration_.unwritten.clear();
   dirty_ = hasLocalChanges_ = false;
+  tellObserver();
   return {};
+}
+
+Result<void> EditFile::writeStamped(Overwrite overwrite) {
+  using History = SavedFile::History;
+  const long number = std::max(saved_.number(), document_.stamp().number) + 1;
+  document_.setStamp({number, settings().user, timeForRecord()});
+  return saved_.replace(
+      document_.text(), number,
+      overwrite == Overwrite::eAccept ? History::eIfPossible : History::eRequired);
+}
+
+/// Takes what another put in the file's place for what is to be replaced.
+void EditFile::noteWhatIsThere() {
+  const auto bytes = readFresh(path());
+  if (!bytes) return saved_.noteMissing();
+  const auto document = OtioDocument::parse(*bytes);
+  if (!document) return saved_.note(*bytes, 0);
+  takeSettings(*document, *bytes);
 }
 
 Result<void> EditFile::flushConfiguration() {
   if (configuration_.unwritten.empty()) return {};
   const auto lock = lockFile();
   if (!lock) return lock.error();
-  const auto bytes = readFresh(path_);
+  Result<void> written;
+  for (int tries = 0; tries < kSaveTries; ++tries) {
+    written = mergeConfiguration();
+    if (written || written.error().code != ErrorCode::eChanged) break;
+  }
+  if (written) configuration_.unwritten.clear();
+  return written;
+}
+
+Result<void> EditFile::mergeConfiguration() {
+  const auto bytes = readFresh(path());
   auto stored = parsed(bytes);
   if (!stored) return stored.error();
   bool differs = false;
@@ -272,15 +358,16 @@ Result<void> EditFile::flushConfiguration() {
     stored->setSetting(key, value);
     differs = true;
   }
-  if (differs) {
-    const std::string text = stored->text();
-    if (auto written = writeAtomically(path_, text); !written) return written;
-    if (isContent(*bytes)) {  // else it was saved elsewhere, and is yet to be read
-      noteContent(text);
-      if (dirty_) savedBody_ = bodyOf(*stored);
-    }
-  }
-  configuration_.unwritten.clear();
+  if (!differs) return {};
+  SavedFile file = saved_;
+  const bool isOurs = saved_.isNoted(*bytes);
+  if (!isOurs) file.note(*bytes, stored->stamp().number);
+  stored->setStamp({file.number() + 1, settings().user, timeForRecord()});
+  auto written = file.replace(stored->text(), file.number() + 1, SavedFile::History::eIfPossible);
+  if (!written || !isOurs) return written;  // it was saved elsewhere, and is yet to be read
+  saved_ = file;
+  document_.setStamp(stored->stamp());
+  if (dirty_) savedBody_ = bodyOf(*stored);
   return {};
 }
 

@@ -11,6 +11,8 @@
 #include "host/edit/Edit.h"
 #include "station/edit/EditSummary.h"
 #include "station/edit/OtioDocument.h"
+#include "station/edit/iUnsavedObserver.h"
+#include "station/keep/SavedFile.h"
 #include "station/os/ObjectLock.h"
 
 namespace korvel {
@@ -49,7 +51,10 @@ class EditFile : public Edit {
   void clearPendingModifications() override { pending_.clear(); }
 
   [[nodiscard]] const OtioDocument& document() const { return document_; }
-  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] const std::string& path() const { return saved_.path(); }
+
+  /// The file as it was last read or written here.
+  [[nodiscard]] const SavedFile& saved() const { return saved_; }
 
   /// "edit" or "log", as events and lists call it.
   [[nodiscard]] const char* kindText() const { return isEdit() ? "edit" : "log"; }
@@ -89,19 +94,38 @@ class EditFile : public Edit {
   /// message of it having come. Nothing changes where the file cannot be read.
   void takeStoredOwner();
 
-  /// Writes the document to its file, under the object's lock. On failure the file is the old one
-  /// and the edit stays dirty.
-  Result<void> save();
+  /// What a save does where another saved since the edit was read, and where the version that it
+  /// replaces cannot be kept.
+  enum class Overwrite { eRefuse, eAccept };
+
+  /// Writes the document to its file, under the object's lock, and keeps the version that it
+  /// replaces. On failure the file
+  /// is the old one and the edit stays dirty; eChanged when another changed the file since.
+  Result<void> save(Overwrite overwrite);
+
+  /// Puts other content in the place of the document, as the local user's unsaved change. The
+  /// stored owner stays.
+  void putContent(OtioDocument document);
+
+  /// Takes up unsaved content that was made of the file with this hash and number.
+  void takeUnsaved(OtioDocument document, std::size_t hash, long number);
+
+  /// Takes the settings of a document that now stands in the file with these bytes; unsaved changes
+  /// stay.
+  void takeSettings(const OtioDocument& stored, std::string_view bytes);
+
+  /// Drops unsaved changes: reads the file again. On failure nothing is changed.
+  Result<void> revert();
 
   /// Merges the configuration values set since they were last written into the file as it stands
   /// there; writes nothing when it holds them already.
   Result<void> flushConfiguration();
 
   /// Notes that these bytes, which its file held, are what the document was made of.
-  void noteContent(std::string_view bytes) { content_ = contentHash(bytes); }
+  void noteContent(std::string_view bytes) { saved_.note(bytes, document_.stamp().number); }
 
   /// The contentHash of what its file held when it was last read or written here.
-  [[nodiscard]] std::size_t content() const { return content_; }
+  [[nodiscard]] std::size_t content() const { return saved_.hash().value_or(0); }
 
   /// Its file was found to hold these bytes. They are shown, unless that would drop what the user
   /// changed here: then the edit is marked as changed elsewhere. Whether that is news.
@@ -162,18 +186,20 @@ class EditFile : public Edit {
   void takeDocument(OtioDocument document, std::string_view bytes);
   bool keepUnsaved(const OtioDocument& stored, const std::string& bytes);
   void tell(const EditModification& modification);
-  [[nodiscard]] bool isContent(std::string_view bytes) const {
-    return contentHash(bytes) == content_;
-  }
+  [[nodiscard]] bool isContent(std::string_view bytes) const { return saved_.isNoted(bytes); }
+  Result<void> writeStamped(Overwrite overwrite);
+  Result<void> mergeConfiguration();
+  void noteWhatIsThere();
+  [[nodiscard]] iUnsavedObserver* unsavedObserver() const;
+  void tellObserver() const;
 
   Cookie cookie_;
-  std::string path_;
+  SavedFile saved_;
   OtioDocument document_;
   Configuration configuration_{document_};
   std::vector<EditModification> pending_;
   EditModificationType description_ = eModNone;
   std::string logOwner_;
-  std::size_t content_ = 0;  ///< a hash of what its file held when it was last read or written
   std::optional<std::size_t> changedElsewhere_;  ///< what its file was found to hold, or kNoFile
   std::size_t savedBody_ = 0;  ///< of a dirty edit: a hash of that document without its owner
   std::weak_ptr<ObjectLock> lock_;

@@ -83,7 +83,7 @@ void Edits::takeUpUnlisted(const std::vector<std::string>& files) {
 
 void Edits::leave() {
   for (const auto& [cookie, edit] : loaded_) {
-    if (edit->hasLocalChanges()) {
+    if (!observer_ && edit->hasLocalChanges()) {
       LogBoth("The %s \"%s\" had changes that were not saved; they are dropped.\n",
               edit->kindText(), shownText(nameOf(cookie)));
     }
@@ -241,9 +241,18 @@ void Edits::release(EditFile* edit) {
 void Edits::unload(const Cookie& cookie) {
   const auto known = loaded_.find(cookie);
   if (known == loaded_.end()) return;
+  if (observer_ && known->second->hasLocalChanges()) observer_->dropping(*known->second);
   known->second->markRemoved();
   if (known->second->holders > 0) gone_.push_back(std::move(known->second));
   loaded_.erase(known);
+}
+
+std::vector<NamedObject> Edits::unsaved() const {
+  std::vector<NamedObject> found;
+  for (const auto& [cookie, edit] : loaded_) {
+    if (edit->hasLocalChanges()) found.push_back({cookie, nameOf(cookie)});
+  }
+  return found;
 }
 
 Result<void> Edits::open(const Cookie& cookie) {
@@ -258,10 +267,12 @@ Result<void> Edits::close(const Cookie& cookie) {
   EditFile* edit = loaded(cookie);
   if (!edit) return {};
   if (edit->hasLocalChanges()) {
-    return Error{ErrorCode::eRefused,
-                 "The " + std::string(kindText(cookie)) + " \"" + shownText(nameOf(cookie)) +
-                     "\" has unsaved changes; save it first with \"edit save\".",
-                 {}};
+    return Error{
+        ErrorCode::eRefused,
+        "The " + std::string(kindText(cookie)) + " \"" + shownText(nameOf(cookie)) +
+            "\" has unsaved changes; save them with \"edit save\", or drop them with \"edit "
+            "revert\".",
+        {}};
   }
   unload(cookie);
   index_.markStale(cookie);

@@ -8,6 +8,7 @@
 
 #include "station/edit/EditFile.h"
 #include "station/edit/EditIndex.h"
+#include "station/edit/iUnsavedObserver.h"
 #include "station/project/iProjectPart.h"
 
 namespace korvel {
@@ -106,6 +107,15 @@ class Edits : public iProjectPart {
 
   [[nodiscard]] bool isProjectOpen() const { return !folder_.empty(); }
 
+  /// The objects with unsaved changes of the local user's.
+  [[nodiscard]] std::vector<NamedObject> unsaved() const;
+
+  /// Tells the observer from now on, null for nobody; it must outlive this or be taken back.
+  void observeUnsaved(iUnsavedObserver* observer) { observer_ = observer; }
+
+  /// Who is told of unsaved changes; null for nobody.
+  [[nodiscard]] iUnsavedObserver* unsavedObserver() const { return observer_; }
+
   /// "edit" or "log" after the cookie's kind.
   static const char* kindText(const Cookie& cookie);
 
@@ -131,6 +141,7 @@ class Edits : public iProjectPart {
   bool takeDeletion(const Cookie& cookie);
   [[nodiscard]] JsonValue line(const Cookie& cookie, const EditSummary& summary) const;
 
+  iUnsavedObserver* observer_ = nullptr;
   std::string folder_;
   mutable EditIndex index_;
   std::map<Cookie, std::unique_ptr<EditFile>> loaded_;

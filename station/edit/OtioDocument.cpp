@@ -1,5 +1,7 @@
 #include "station/edit/OtioDocument.h"
 
+#include <algorithm>
+
 namespace korvel {
 
 namespace {
@@ -92,6 +94,26 @@ void OtioDocument::setSetting(const std::string& key, const std::string& value) 
   JsonValue* config = own.find("config");
   if (!config || !config->isObject()) config = &own.set("config", JsonValue::object());
   config->set(key, value);
+}
+
+SaveStamp OtioDocument::stamp() const {
+  const JsonValue& saved = block()["saved"];
+  return {std::max(0L, saved["number"].asLong()), saved["by"].asString(), saved["at"].asString()};
+}
+
+void OtioDocument::setStamp(const SaveStamp& stamp) {
+  ownBlock().set("saved",
+                 JsonValue::object({{"number", stamp.number}, {"by", stamp.by}, {"at", stamp.at}}));
+}
+
+bool OtioDocument::hasContentOf(const OtioDocument& other) const {
+  OtioDocument own = *this;
+  OtioDocument others = other;
+  for (OtioDocument* each : {&own, &others}) {
+    each->ownBlock().remove("saved");
+    each->ownBlock().remove("config");
+  }
+  return own.json_ == others.json_;
 }
 
 std::string OtioDocument::exportedText() const {

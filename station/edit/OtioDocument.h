@@ -8,6 +8,15 @@
 
 namespace korvel {
 
+/// Which save an object's file is, who made it, and when by that station's clock.
+struct SaveStamp {
+  long number = 0;  ///< 0 for what no station saved
+  std::string by;
+  std::string at;  ///< "2024-05-31T12:00:00Z"
+
+  bool operator==(const SaveStamp&) const = default;
+};
+
 /// An edit or log as an OpenTimelineIO timeline. Whatever this station does not know (schemas,
 /// keys, numbers) is kept as it stands. The station's own data is one block of the timeline's
 /// metadata:
@@ -15,6 +24,8 @@ namespace korvel {
 ///     "metadata": { "korvel": { "logType": 2,              what kind of log it is
 ///                               "name": "Reel 1",          only where the timeline has no name
 ///                               "config": { "OWNER": "ANNA" },
+///                               "saved": { "number": 7, "by": "anna",
+///                                          "at": "2024-05-31T12:00:00Z" },
 ///                               "metadataWas": null,       what stood in the place of "metadata",
 ///                                                          or "metadataAdded": true for nothing
 ///                               "blockWas": {} },          what stood in the place of this block
@@ -43,6 +54,13 @@ class OtioDocument {
   /// A value of the object's own configuration, empty where there is none.
   [[nodiscard]] std::string setting(const std::string& key) const;
   void setSetting(const std::string& key, const std::string& value);
+
+  /// Which save it was read from, or is to be.
+  [[nodiscard]] SaveStamp stamp() const;
+  void setStamp(const SaveStamp& stamp);
+
+  /// Whether another document differs from this one in settings and stamp alone.
+  [[nodiscard]] bool hasContentOf(const OtioDocument& other) const;
 
   /// The text of its file, with the station's block.
   [[nodiscard]] std::string text() const { return writeJsonIndented(json_); }

@@ -97,10 +97,11 @@ struct Temporary {
   Descriptor file;
 };
 
-/// Removes what a killed station left in a temporary file's place. False where that cannot be done:
-/// another writer is at it (EAGAIN), or it is no plain file of one name that this user may write.
+/// Removes what a killed station left in a temporary file's place: only the name, since the file may
+/// have been kept as a version under another one. False where that cannot be done: another writer is
+/// at it (EAGAIN), or it is no plain file that this user may write.
 bool removeLeftover(const std::string& path) {
-  const Descriptor file = openToChange(path, O_RDWR | O_NOFOLLOW);
+  const Descriptor file = openPlainFile(path, O_RDWR | O_NOFOLLOW);
   if (!file.isOpen()) return errno == ENOENT;
   if (!tryLock(file.get())) return false;
   return !isStillAt(file.get(), path) || ::unlink(path.c_str()) == 0;
@@ -146,11 +147,21 @@ void syncFolder(const std::string& folder) {
   if (directory.isOpen()) ::fsync(directory.get());
 }
 
-bool fillAndRename(const Temporary& temporary, const std::string& path, const std::string& bytes) {
+bool fill(const Temporary& temporary, const std::string& path, const std::string& bytes) {
   const int file = temporary.file.get();
   if (!writeAll(file, bytes.data(), bytes.size())) return false;
   shareLikeFolder(file, folderOf(path));
-  return ::fsync(file) == 0 && ::rename(temporary.path.c_str(), path.c_str()) == 0;
+  return ::fsync(file) == 0;
+}
+
+Result<void> fillAndRename(const Temporary& temporary, const std::string& path,
+                           const std::string& bytes, const BeforeRename& beforeRename) {
+  if (!fill(temporary, path, bytes)) return errorFromErrno(errno, "write", path);
+  if (beforeRename) {
+    if (auto looked = beforeRename(temporary.path); !looked) return looked;
+  }
+  if (::rename(temporary.path.c_str(), path.c_str()) == 0) return {};
+  return errorFromErrno(errno, "write", path);
 }
 
 std::string sizeText(std::size_t bytes) {
@@ -221,14 +232,18 @@ Result<std::vector<std::string>> listFresh(const std::string& folder) {
 }
 
 Result<void> writeAtomically(const std::string& path, const std::string& bytes) {
+  return writeAtomically(path, bytes, {});
+}
+
+Result<void> writeAtomically(const std::string& path, const std::string& bytes,
+                             const BeforeRename& beforeRename) {
   if (isFolder(path)) return errorFromErrno(EISDIR, "write", path);
   Temporary temporary = takeCommonTemporary(path);
   if (!temporary.file.isOpen()) temporary = makeOwnTemporary(path);
   if (!temporary.file.isOpen()) return errorFromErrno(errno, "write", path);
-  if (!fillAndRename(temporary, path, bytes)) {
-    const int problem = errno;
+  if (auto replaced = fillAndRename(temporary, path, bytes, beforeRename); !replaced) {
     ::unlink(temporary.path.c_str());
-    return errorFromErrno(problem, "write", path);
+    return replaced;
   }
   syncFolder(folderOf(path));
   return {};

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,13 @@ Result<std::vector<std::string>> listFresh(const std::string& folder);
 /// listing takes it for anything; what a killed station left of it is removed by the next write to
 /// the same file.
 Result<void> writeAtomically(const std::string& path, const std::string& bytes);
+
+/// The same, with a last look: `beforeRename` is called with the path of the temporary file when
+/// that is whole and on the disk, while other writers of the same path wait. When it fails, nothing
+/// is replaced and its failure is returned.
+using BeforeRename = std::function<Result<void>(const std::string& temporary)>;
+Result<void> writeAtomically(const std::string& path, const std::string& bytes,
+                             const BeforeRename& beforeRename);
 
 /// Whether writeAtomically could replace a file by one of this size now: tries it beside the file,
 /// which stays as it is.

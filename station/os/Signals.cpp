@@ -25,7 +25,8 @@ sigset_t endingSignals() {
 
 }  // namespace
 
-Signals::Signals(std::function<void()> onFirst) : onFirst_(std::move(onFirst)) {
+Signals::Signals(std::function<void()> onFirst, TakeInterrupt takeInterrupt)
+    : onFirst_(std::move(onFirst)), takeInterrupt_(std::move(takeInterrupt)) {
   const sigset_t set = endingSignals();
   ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
   ::signal(SIGPIPE, SIG_IGN);
@@ -49,6 +50,7 @@ void Signals::watch() {
     if (wanted[1].revents != 0) return;
     signalfd_siginfo info{};
     if (::read(signals_, &info, sizeof info) != sizeof info) continue;
+    if (info.ssi_signo == SIGINT && takeInterrupt_ && takeInterrupt_()) continue;
     if (!std::exchange(isFirst, false))
       std::_Exit(kEndedBySignal + static_cast<int>(info.ssi_signo));
     onFirst_();

@@ -21,6 +21,9 @@ namespace {
 
 Projects* theProjects = nullptr;
 
+/// Of how much of a cookie its beginning may stand for it: shorter words are likely to be names.
+constexpr std::size_t kShortestCookie = 4;
+
 constexpr const char* kLockAdvice =
     "Wait until it is left there, or enter another project (\"project list\").";
 
@@ -318,6 +321,12 @@ Result<Cookie> Projects::resolveListed(const std::string& nameOrCookie,
   if (!cookie.isNull() && isHeld && isWanted(cookie)) return cookie;
   std::vector<NamedObject> found;
   for (const iProjectPart* part : parts_) part->findByName(nameOrCookie, found);
+  if (found.empty() && nameOrCookie.size() >= kShortestCookie) {
+    found = objects();
+    std::erase_if(found, [&](const NamedObject& each) {
+      return !each.cookie.asString().str().starts_with(nameOrCookie);
+    });
+  }
   std::erase_if(found, [&](const NamedObject& each) { return !isWanted(each.cookie); });
   if (found.size() == 1) return found.front().cookie;
   if (found.empty()) {

@@ -100,6 +100,22 @@ bool measureEntering(BenchTable& table, const std::string& programs) {
   return true;
 }
 
+// Where the system keeps its temporary files: on a disk, as a rule, whose time is what counts.
+bool measureSaving(BenchTable& table, const std::string& programs) {
+  constexpr int kSaves = 300;
+  const ScratchFolder folder;
+  PeerProcess program({programs + "/bench-save", folder.path(), std::to_string(kSaves)});
+  Times times;
+  for (int round = 0; round < kSaves; ++round) {
+    const auto pair = readPair(program);
+    if (!pair) return complain("save");
+    times.add(*pair);
+  }
+  if (!program.finish()) return complain("save");
+  table.add(times.figure("edit save with its history, bytes", 100'000, 1.2));
+  return true;
+}
+
 bool measureStart(BenchTable& table, const std::string& programs) {
   for (const int projects : {10, 1'000, 10'000}) {
     const ScratchFolder folder("/dev/shm");

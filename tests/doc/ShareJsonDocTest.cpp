@@ -95,6 +95,16 @@ TEST_F(ShareJsonPage, RecordAndReplayWriteWhatTheySay) {
   }
 }
 
+TEST_F(ShareJsonPage, HistoryWritesWhatItSays) {
+  put("P0001/.history/E1/000001-0000abcd.otio", "12345");
+  put("P0001/.history/E1/000002-0000abcd.otio", "12345");
+  put("P0001/.trash/E2.otio", "123");
+  const ToolRun run = runTool({"history", folder_.path(), "--json"});
+  EXPECT_EQ(JsonShape::ofSection("history").differences(run.out), "") << run.out;
+  EXPECT_NE(run.out.find(R"({"objects":1,"versions":2,"bytes":10})"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find(R"({"objects":1,"files":1,"bytes":3})"), std::string::npos) << run.out;
+}
+
 TEST_F(ShareJsonPage, UsersWritesWhatItSays) {
   const ToolRun run = runTool({"users", folder_.path(), "--json"});
   EXPECT_EQ(JsonShape::ofSection("users").differences(run.out), "") << run.out;

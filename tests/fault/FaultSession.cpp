@@ -131,6 +131,7 @@ FaultOutcome FaultSession::run(const Fault& fault) {
   outcome_ = {};
   fault_ = fault;
   folder_ = std::make_unique<ScratchFolder>("/dev/shm");
+  ::setenv("XDG_STATE_HOME", stateFolder_.path().c_str(), 1);  // not where faults are met
   fs::create_directory(*folder_ / "projects");
   copySample(*folder_ / "cut.otio");
   std::memset(control_.operation, 0, sizeof control_.operation);
@@ -244,6 +245,7 @@ void FaultSession::checkComplaint(const std::string& line, const std::string& sa
 
 void FaultSession::checkFiles() {
   for (const auto& entry : fs::recursive_directory_iterator(folder_->path())) {
+    if (entry.is_directory()) continue;
     const std::string name = entry.path().filename();
     const std::string ending = entry.path().extension();
     if (isTemporary(name)) outcome_.leftOver.push_back(name.substr(0, 4) + ending);

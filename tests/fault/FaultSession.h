@@ -71,6 +71,7 @@ class FaultSession {
   int port_ = freeUdpPort();
   Fault fault_;
   std::unique_ptr<ScratchFolder> folder_;
+  ScratchFolder stateFolder_;
   std::unique_ptr<Station> station_;  ///< the one that the fault meets
   FaultOutcome outcome_;
   std::string state_;     ///< what it showed before it left the project

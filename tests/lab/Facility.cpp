@@ -61,6 +61,7 @@ std::string differences(const std::string& who, const ProjectView& view,
 Facility::Facility() {
   std::filesystem::create_directory(folder_ / "projects");
   ::setenv("XDG_CONFIG_HOME", (folder_ / "config").c_str(), 1);  // none of this user's
+  ::setenv("XDG_STATE_HOME", (folder_ / "state").c_str(), 1);
 }
 
 Network& Facility::network() {

@@ -6,6 +6,7 @@ namespace korvel {
 
 SharedStations::SharedStations(const std::filesystem::path& parent) : folder_(parent) {
   ::setenv("XDG_CONFIG_HOME", (folder_ / "config").c_str(), 1);  // none of this user's
+  ::setenv("XDG_STATE_HOME", (folder_ / "state").c_str(), 1);
   std::filesystem::create_directory(folder_ / "projects");
 }
 

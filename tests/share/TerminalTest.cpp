@@ -190,6 +190,36 @@ TEST_F(TerminalTest, TheEndOfInputTypedTooEarlyDoesNotSpoilTheNext) {
   EXPECT_EQ(exitStatusAfter("\004"), 0) << shown_;
 }
 
+TEST_F(TerminalTest, TheFirstInterruptClearsTheLine) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("project create Wrong");
+  ASSERT_TRUE(sees("Wrong")) << shown_;
+  type("\003");
+  ASSERT_TRUE(sees("again, or \"quit\", ends")) << shown_;
+  type("whoami\r");
+  EXPECT_TRUE(sees("user: ANNA")) << shown_;
+  type("project list\rwhoami\r");
+  EXPECT_TRUE(sees("user: ANNA")) << shown_;
+  EXPECT_EQ(shown_.find("Wrong"), std::string::npos) << shown_;
+}
+
+TEST_F(TerminalTest, QuitAsksWhatBecomesOfUnsavedChanges) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("project create Film\rproject enter Film\redit create Reel\redit rename Reel Tape\r");
+  ASSERT_TRUE(sees("EditModification")) << shown_;
+  type("quit\r");
+  ASSERT_TRUE(sees("1 edit: \"Tape\"")) << shown_;
+  ASSERT_TRUE(sees("save, discard, or cancel? ")) << shown_;
+  type("cancel\r");
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("project leave\r");
+  ASSERT_TRUE(sees("save, discard, or cancel? ")) << shown_;
+  type("save\r");
+  ASSERT_TRUE(sees("No project is open.")) << shown_;
+  type("project enter Film\redit show Tape\r");
+  EXPECT_TRUE(sees("name: Tape")) << shown_;
+}
+
 TEST_F(TerminalTest, AnInterruptEndsItLikeQuit) {
   ASSERT_TRUE(sees("kv> ")) << shown_;
   EXPECT_EQ(exitStatusAfter("\003"), 0);

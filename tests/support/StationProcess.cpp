@@ -214,7 +214,7 @@ std::optional<int> StationProcess::waitForExit(Seconds limit) {
 }
 
 std::optional<int> StationProcess::quit() {
-  type("quit");
+  type("quit --discard");
   endInput();
   return waitForExit();
 }

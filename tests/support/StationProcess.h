@@ -84,7 +84,7 @@ class StationProcess {
   /// ended it; nothing when it still ran after `limit`.
   std::optional<int> waitForExit(Seconds limit = Seconds(20));
 
-  /// Ends it by `quit`; the exit status as waitForExit gives it.
+  /// Ends it by `quit`, dropping what is unsaved; the exit status as waitForExit gives it.
   std::optional<int> quit();
 
   [[nodiscard]] const Options& options() const { return options_; }

@@ -61,6 +61,7 @@ double queuedMilliseconds() {
 WindowScene::WindowScene() {
   if (qEnvironmentVariableIsEmpty("KV_TEST_DISPLAY")) qputenv("QT_QPA_PLATFORM", "offscreen");
   qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString(folder / "config"));
+  qputenv("XDG_STATE_HOME", QByteArray::fromStdString(folder / "state"));
   std::filesystem::create_directory(folder / "projects");
 }
 

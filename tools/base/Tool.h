@@ -67,6 +67,7 @@ void addLocksCommand(CommandLine& line);
 void addBreakCommand(CommandLine& line);
 void addUsersCommand(CommandLine& line);
 void addWhoCommand(CommandLine& line);
+void addHistoryCommand(CommandLine& line);
 void addDoctorCommand(CommandLine& line);
 void addExplainCommand(CommandLine& line);
 void addMeshCommand(CommandLine& line);

@@ -439,6 +439,20 @@ TEST_F(EditsTest, NamesWithControlCharactersAreRefused) {
   }
 }
 
+TEST_F(EditsTest, TheBeginningOfACookieStandsForItWhereItIsOneObjects) {
+  const Cookie first = made("Twin");
+  const Cookie second = made("Twin");
+  const std::string one = first.asString().str();
+  const std::string two = second.asString().str();
+  std::size_t common = 0;
+  while (one[common] == two[common]) ++common;
+  const auto found = projects.resolve(one.substr(0, std::max<std::size_t>(common + 1, 4)), "E");
+  ASSERT_TRUE(found) << found.error().message;
+  EXPECT_EQ(*found, first);
+  EXPECT_FALSE(projects.resolve(one.substr(0, 1), "E"));
+  EXPECT_FALSE(projects.resolve(one.substr(0, 4), "B"));
+}
+
 TEST_F(EditsTest, AnAmbiguousNameIsRefusedWithTheCandidates) {
   const Cookie first = made("Twin");
   const Cookie second = made("Twin");

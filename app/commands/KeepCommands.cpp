@@ -1,0 +1,131 @@
+#include "app/commands/KeepCommands.h"
+
+#include "station/base/Rendering.h"
+#include "station/base/Strings.h"
+#include "station/edit/EditActions.h"
+#include "station/edit/EditHistory.h"
+#include "station/edit/Edits.h"
+#include "station/project/Projects.h"
+
+namespace korvel {
+
+namespace {
+
+constexpr const char* kOver = "--over";
+constexpr const char* kSave = "--save";
+constexpr const char* kDiscard = "--discard";
+
+Result<JsonValue> answer(const Result<void>& done) {
+  if (!done) return done.error();
+  return JsonValue();
+}
+
+Error wrongOption(const std::string& option, const std::string& usage) {
+  return {ErrorCode::eUsage, inQuotes(option) + " is not known here; usage: " + usage, {}};
+}
+
+/// A command on the edit that its first word names.
+template <typename Action>
+std::function<Result<JsonValue>(const Arguments&)> onEdit(Action action) {
+  return [action](const Arguments& arguments) -> Result<JsonValue> {
+    const auto cookie = Projects::instance().resolve(arguments[0], Edits::kKinds);
+    if (!cookie) return cookie.error();
+    return action(*cookie, arguments);
+  };
+}
+
+Result<JsonValue> save(const Cookie& cookie, const Arguments& arguments) {
+  using Overwrite = EditFile::Overwrite;
+  if (arguments.size() == 1) return answer(EditActions::save(cookie, Overwrite::eRefuse));
+  if (arguments[1] != kOver) return wrongOption(arguments[1], "edit save E [--over]");
+  return answer(EditActions::save(cookie, Overwrite::eAccept));
+}
+
+Result<JsonValue> saveCopy(const Cookie& cookie, const Arguments& arguments) {
+  const auto made = EditActions::saveCopy(cookie, arguments[1]);
+  if (!made) return made.error();
+  return JsonValue(made->asString().str());
+}
+
+Result<JsonValue> compare(const Cookie& cookie, const Arguments& arguments) {
+  return EditHistory::compare(cookie, arguments.size() > 1 ? arguments[1] : std::string(),
+                              arguments.size() > 2 ? arguments[2] : std::string());
+}
+
+std::string shownDifferences(const Arguments&, const JsonValue& differences) {
+  return differences.elements().empty() ? "Nothing differs." : renderForPeople(differences);
+}
+
+Result<JsonValue> recover(const Arguments& arguments) {
+  UnsavedEdits* const unsaved = UnsavedEdits::instance();
+  if (auto open = Projects::instance().requireOpen(); !open) return open.error();
+  if (arguments.size() > 1 && arguments[1] != kDiscard) {
+    return wrongOption(arguments[1], "edit recover E [--discard]");
+  }
+  if (arguments.size() > 1) {
+    const auto discarded = unsaved->discardLeft(arguments[0]);
+    if (!discarded) return discarded.error();
+    return JsonValue();
+  }
+  const auto cookie = unsaved->recover(arguments[0]);
+  if (!cookie) return cookie.error();
+  return JsonValue(cookie->asString().str());
+}
+
+void addSaving(CommandTable& table) {
+  table.add({"edit save", "E [--over]",
+             "Writes an edit or log to the project and announces it. It is refused where another "
+             "saved since you opened it, unless --over is given.",
+             1, 2, onEdit(save)});
+  table.add({"edit save-copy", "E NAME",
+             "Makes a new edit of yours of an edit as it is shown, unsaved changes included.", 2, 2,
+             onEdit(saveCopy)});
+  table.add({"edit recover", "E [--discard]",
+             "Takes up the unsaved changes to an edit or log that a station of yours left when it "
+             "ended without saving, or throws them away.",
+             1, 2, recover});
+  table.add({"edit revert", "E", "Drops your unsaved changes to an edit or log.", 1, 1,
+             onEdit([](const Cookie& cookie, const Arguments&) {
+               return answer(EditActions::revert(cookie));
+             })});
+}
+
+void addVersions(CommandTable& table) {
+  table.add(
+      {"edit history", "E",
+       "Shows the kept versions of an edit or log, the newest first: when, by whom, how large, "
+       "and what changed.",
+       1, 1,
+       onEdit([](const Cookie& cookie, const Arguments&) { return EditHistory::list(cookie); })});
+  table.add({"edit compare", "E [V [W]]",
+             "Shows what became of version V in version W; without W in the edit as it is shown, "
+             "without V what is not saved.",
+             1, 3, onEdit(compare), Command::Place::eHostThread, shownDifferences});
+  table.add({"edit restore", "E V", "Saves an older version as the newest; its owner stays.", 2, 2,
+             onEdit([](const Cookie& cookie, const Arguments& arguments) {
+               return answer(EditActions::restore(cookie, arguments[1]));
+             })});
+}
+
+}  // namespace
+
+Result<Leaving> takeLeaving(Arguments& words) {
+  const bool saves = std::erase(words, kSave) > 0;
+  const bool discards = std::erase(words, kDiscard) > 0;
+  if (saves && discards) {
+    return Error{ErrorCode::eUsage, "Give --save or --discard, not both.", {}};
+  }
+  if (saves) return Leaving::eSave;
+  return discards ? Leaving::eDiscard : Leaving::eRefuse;
+}
+
+std::vector<Choice> leavingChoices() {
+  return {{ErrorCode::eUnsaved, "save", kSave}, {ErrorCode::eUnsaved, "discard", kDiscard}};
+}
+
+void addKeepCommands(CommandTable& table) {
+  addSaving(table);
+  addVersions(table);
+}
+
+}  // namespace korvel

@@ -1,0 +1,308 @@
+#include "station/edit/UnsavedEdits.h"
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <utility>
+
+#include "host/base/Log.h"
+#include "station/base/Events.h"
+#include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
+#include "station/edit/EditActions.h"
+#include "station/os/SharedFiles.h"
+#include "station/project/ProjectFolder.h"
+
+namespace korvel {
+
+namespace {
+
+UnsavedEdits* theUnsaved = nullptr;
+
+/// How long changes are gathered: many in a row are written once.
+constexpr std::chrono::milliseconds kGathering(300);
+
+/// A record's time on the clock of the wall: "12:04", with the date unless it is of today.
+std::string wallTime(const std::string& record) {
+  std::tm parts{};
+  if (!::strptime(record.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts)) return shownText(record);
+  const std::time_t time = ::timegm(&parts);
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  std::tm today{};
+  ::localtime_r(&time, &local);
+  ::localtime_r(&now, &today);
+  const bool isToday = local.tm_year == today.tm_year && local.tm_yday == today.tm_yday;
+  char text[32];
+  return {text, std::strftime(text, sizeof text, isToday ? "%H:%M" : "%Y-%m-%d %H:%M", &local)};
+}
+
+std::string counted(std::size_t count) {
+  return std::to_string(count) + (count == 1 ? " edit" : " edits");
+}
+
+/// The names in quotes, with commas between them.
+template <typename Named>
+std::string namesOf(const std::vector<Named>& all) {
+  std::set<std::string> names;
+  for (const Named& each : all) names.insert(inQuotes(each.name));
+  std::string text;
+  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+  return text;
+}
+
+}  // namespace
+
+UnsavedEdits::UnsavedEdits(HostThread& thread, Edits& edits)
+    : thread_(thread),
+      edits_(edits),
+      folder_(settings().recovery),
+      self_(std::make_shared<UnsavedEdits*>(this)) {
+  theUnsaved = this;
+  edits_.observeUnsaved(this);
+}
+
+UnsavedEdits::~UnsavedEdits() {
+  edits_.observeUnsaved(nullptr);
+  *self_ = nullptr;
+  theUnsaved = nullptr;
+}
+
+UnsavedEdits* UnsavedEdits::instance() { return theUnsaved; }
+
+void UnsavedEdits::enter(const OpenProject& project, const std::vector<std::string>&) {
+  isDiscarding_ = false;
+  folder_.enter(settings().projectsDirectory, project.cookie.asString().str(), settings().user);
+  refreshLeft();
+  dropWhatWasSaved();
+  tellOfLeft();
+}
+
+// A station that ended right after a save may not have come to remove its copy.
+void UnsavedEdits::dropWhatWasSaved() {
+  const auto isSaved = [this](const UnsavedState& state) {
+    const Cookie cookie(state.object.c_str(), false);
+    if (!state.problem.empty() || !edits_.holds(cookie)) return false;
+    const auto bytes = readFresh(edits_.pathFor(cookie));
+    const auto stored = bytes ? OtioDocument::parse(*bytes) : Result<OtioDocument>(bytes.error());
+    const auto left = OtioDocument::parse(writeJson(RecoveryFolder::read(state.path).content));
+    return stored && left && left->hasContentOf(*stored) && RecoveryFolder::remove(state);
+  };
+  std::erase_if(left_, isSaved);
+}
+
+void UnsavedEdits::tellOfLeft() const {
+  std::vector<UnsavedState> readable;
+  for (const UnsavedState& state : left_) {
+    if (state.problem.empty()) {
+      readable.push_back(state);
+    } else {
+      LogBoth("Unsaved changes cannot be read and are left as they are: %s\n", state.problem);
+    }
+  }
+  if (readable.empty()) return;
+  std::set<std::string> objects;
+  for (const UnsavedState& state : readable) objects.insert(state.object);
+  LogBoth(
+      "There are unsaved changes of %s in %s: %s. \"edit recover E\" takes them up, \"edit recover "
+      "E "
+      "--discard\" throws them away.\n",
+      wallTime(readable.front().changed), counted(objects.size()), namesOf(readable));
+}
+
+void UnsavedEdits::leave() {
+  const auto unsaved = list();
+  if (isDiscarding_) {
+    for (const NamedObject& each : unsaved) folder_.forget(each.cookie.asString().str());
+  } else if (!unsaved.empty()) {
+    for (const NamedObject& each : unsaved) waiting_.insert(each.cookie);
+    flush();
+    folder_.finish();
+    const std::string problem = folder_.takeProblem();
+    if (!folder_.isKeeping() || !problem.empty()) {
+      LogBoth("Unsaved changes in %s are lost: %s. %s\n", counted(unsaved.size()), namesOf(unsaved),
+              problem);
+    } else {
+      LogBoth(
+          "Unsaved changes in %s are kept on this machine: %s. Enter the project again, and \"edit "
+          "recover E\" takes them up.\n",
+          counted(unsaved.size()), namesOf(unsaved));
+    }
+  }
+  waiting_.clear();
+  left_.clear();
+  folder_.leave();
+}
+
+JsonValue UnsavedEdits::state() const {
+  JsonValue all = JsonValue::array();
+  for (const UnsavedState& state : left_) {
+    all.append(JsonValue::object({{"cookie", state.object},
+                                  {"name", shownText(state.name)},
+                                  {"changed", shownText(state.changed)},
+                                  {"problem", shownText(state.problem)}}));
+  }
+  return all;
+}
+
+void UnsavedEdits::changed(const EditFile& edit) {
+  waiting_.insert(edit.getCookie());
+  if (isPosted_) return;
+  const auto sinceLast = Clock::now() - lastKept_;
+  if (sinceLast > kGathering) return flush();
+  isPosted_ = true;
+  thread_.postAfter(kGathering, [self = self_] {
+    if (!*self) return;
+    (*self)->isPosted_ = false;
+    (*self)->flush();
+  });
+}
+
+void UnsavedEdits::flush() {
+  for (const Cookie& cookie : std::exchange(waiting_, {})) {
+    const EditFile* const edit = edits_.loaded(cookie);
+    if (edit && edit->hasLocalChanges()) keep(*edit);
+  }
+  lastKept_ = Clock::now();
+}
+
+void UnsavedEdits::keep(const EditFile& edit) {
+  UnsavedState state;
+  state.object = edit.getCookie().asString().str();
+  state.name = edit.document().name();
+  state.user = settings().user;
+  state.changed = timeForRecord();
+  state.hash = edit.saved().hash().value_or(0);
+  state.number = edit.saved().number();
+  folder_.keep(state, edit.document().text());
+  if (const std::string problem = folder_.takeProblem(); !problem.empty()) {
+    LogBoth("Unsaved changes cannot be kept on this machine: %s\n", problem);
+  }
+}
+
+void UnsavedEdits::settled(const Cookie& cookie) {
+  waiting_.erase(cookie);
+  folder_.forget(cookie.asString().str());
+}
+
+void UnsavedEdits::dropping(const EditFile& edit) {
+  if (!folder_.isKeeping()) return;
+  waiting_.erase(edit.getCookie());
+  keep(edit);
+  folder_.setAside(edit.getCookie().asString().str());
+  refreshLeft();
+  LogBoth("Your unsaved changes are kept: \"edit recover %s\" takes them up.\n",
+          inQuotes(edit.document().name()));
+}
+
+std::vector<NamedObject> UnsavedEdits::list() const { return edits_.unsaved(); }
+
+Result<void> UnsavedEdits::saveAll() {
+  for (const NamedObject& each : list()) {
+    if (auto saved = EditActions::save(each.cookie); !saved) return saved;
+  }
+  return {};
+}
+
+Result<void> UnsavedEdits::discardAll() {
+  for (const NamedObject& each : list()) {
+    if (EditActions::revert(each.cookie)) continue;
+    if (EditFile* const edit = edits_.loaded(each.cookie)) edit->setDirty(false);
+  }
+  return {};
+}
+
+Result<void> UnsavedEdits::prepareToLeave(Leaving leaving) {
+  isDiscarding_ = false;
+  const auto unsaved = list();
+  if (unsaved.empty()) return {};
+  if (leaving == Leaving::eSave) return saveAll();
+  if (leaving == Leaving::eRefuse) {
+    return Error{ErrorCode::eUnsaved,
+                 "There are unsaved changes in " + counted(unsaved.size()) + ": " +
+                     namesOf(unsaved) + ". Add --save to save them, or --discard to drop them.",
+                 {}};
+  }
+  isDiscarding_ = true;
+  return {};
+}
+
+Result<std::vector<UnsavedState>> UnsavedEdits::findLeft(const std::string& nameOrCookie) const {
+  std::vector<UnsavedState> found;
+  std::set<std::string> objects;
+  for (const UnsavedState& state : left_) {
+    const bool isMeant = state.object == nameOrCookie || state.name == nameOrCookie;
+    if (!isMeant) continue;
+    found.push_back(state);
+    objects.insert(state.object);
+  }
+  if (objects.size() == 1) return found;
+  std::string candidates;
+  for (const std::string& object : objects) candidates += " " + object;
+  if (!objects.empty()) {
+    return Error{ErrorCode::eUsage,
+                 "Several edits were called " + inQuotes(nameOrCookie) +
+                     "; name one by its cookie:" + candidates + ".",
+                 {}};
+  }
+  return Error{ErrorCode::eNotFound,
+               "Nothing unsaved was left of " + inQuotes(nameOrCookie) + " on this machine.",
+               {}};
+}
+
+Result<Cookie> UnsavedEdits::recover(const std::string& nameOrCookie) {
+  const auto found = findLeft(nameOrCookie);
+  if (!found) return found.error();
+  const UnsavedState state = RecoveryFolder::read(found->front().path);
+  if (!state.problem.empty()) return Error{ErrorCode::eBadContent, state.problem, state.path};
+  auto document = OtioDocument::parse(writeJson(state.content));
+  if (!document) {
+    return Error{ErrorCode::eBadContent,
+                 state.path + " cannot be taken up: " + document.error().message, state.path};
+  }
+  const auto cookie = takeUp(state, std::move(*document));
+  if (!cookie) return cookie;
+  flush();
+  folder_.finish();
+  if (auto removed = RecoveryFolder::remove(state); !removed)
+    LogBoth("%s\n", removed.error().message);
+  refreshLeft();
+  return cookie;
+}
+
+Result<Cookie> UnsavedEdits::takeUp(const UnsavedState& state, OtioDocument document) {
+  const Cookie cookie(state.object.c_str(), false);
+  const auto edit = edits_.hold(cookie);
+  if (!edit && edit.error().code != ErrorCode::eNotFound) return edit.error();
+  if (!edit) {
+    LogBoth("The %s %s is no longer in the project; its unsaved changes become a new one.\n",
+            Edits::kindText(cookie), inQuotes(state.name));
+    return EditActions::store(std::move(document), cookie.getType());
+  }
+  if ((*edit)->hasLocalChanges()) {
+    edits_.release(*edit);
+    return Error{ErrorCode::eUnsaved,
+                 "The " + EditActions::titleOf(cookie) +
+                     " has other unsaved changes; \"edit save\" or \"edit revert\" it first.",
+                 {}};
+  }
+  (*edit)->takeUnsaved(std::move(document), state.hash, state.number);
+  (*edit)->isUserOpen = true;
+  edits_.noteLoaded(**edit);
+  edits_.release(*edit);
+  waiting_.insert(cookie);
+  events().changed(Edits::kindText(cookie), cookie, "modified", currentOrigin());
+  return cookie;
+}
+
+Result<int> UnsavedEdits::discardLeft(const std::string& nameOrCookie) {
+  const auto found = findLeft(nameOrCookie);
+  if (!found) return found.error();
+  for (const UnsavedState& state : *found) {
+    if (auto removed = RecoveryFolder::remove(state); !removed) return removed.error();
+  }
+  refreshLeft();
+  return static_cast<int>(found->size());
+}
+
+}  // namespace korvel

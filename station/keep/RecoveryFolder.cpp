@@ -1,0 +1,236 @@
+#include "station/keep/RecoveryFolder.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <uuid/uuid.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <iterator>
+#include <utility>
+
+#include "station/keep/FileIdentity.h"
+#include "station/os/SharedFiles.h"
+
+namespace korvel {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kLock = "/lock";
+constexpr std::string_view kEnding = ".json";
+
+/// Names may hold anything, and a file name may not.
+std::string hashText(const std::string& name) {
+  std::uint64_t hash = 14695981039346656037ULL;
+  for (const char byte : name) {
+    hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211ULL;
+  }
+  char text[20];
+  std::snprintf(text, sizeof text, "%016llx-", static_cast<unsigned long long>(hash));
+  return text;
+}
+
+/// The same directory has the same name on each start, by whichever path it is named.
+std::string keyOf(const std::string& directory, const std::string& project) {
+  std::error_code problem;
+  const fs::path canonical = fs::weakly_canonical(directory, problem);
+  return hashText(problem ? directory : canonical.string()) + project;
+}
+
+std::string uniqueName() {
+  uuid_t bytes;
+  uuid_generate_random(bytes);
+  char name[37];
+  uuid_unparse_lower(bytes, name);
+  return name;
+}
+
+/// Makes a folder and those above it, each for this user alone.
+bool makePrivate(const std::string& folder) {
+  if (::mkdir(folder.c_str(), 0700) == 0 || errno == EEXIST) return true;
+  if (errno != ENOENT || folder.find('/', 1) == std::string::npos) return false;
+  return makePrivate(folderOf(folder)) && (::mkdir(folder.c_str(), 0700) == 0 || errno == EEXIST);
+}
+
+/// Opens the lock of a session and takes it. Not open where its station lives.
+Descriptor takeLock(const std::string& folder) {
+  Descriptor lock(
+      ::open((folder + kLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (!lock.isOpen() || !tryLock(lock.get())) return {};
+  return lock;
+}
+
+bool isOwnFolder(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+         status.st_uid == ::geteuid();
+}
+
+bool isStateFile(const std::string& name) { return name.ends_with(kEnding) && name[0] != '.'; }
+
+std::vector<std::string> stateFilesOf(const std::string& folder) {
+  std::vector<std::string> files;
+  const auto names = listFresh(folder);
+  if (!names) return files;
+  std::ranges::copy_if(*names, std::back_inserter(files), isStateFile);
+  return files;
+}
+
+/// Removes a session's folder if it keeps nothing.
+void removeIfEmpty(const std::string& folder) {
+  if (!stateFilesOf(folder).empty()) return;
+  ::unlink((folder + kLock).c_str());
+  ::rmdir(folder.c_str());
+}
+
+std::string headerOf(const UnsavedState& state) {
+  return writeJson(JsonValue::object({{"object", state.object},
+                                      {"name", state.name},
+                                      {"user", state.user},
+                                      {"changed", state.changed},
+                                      {"hash", std::to_string(state.hash)},
+                                      {"number", state.number}}));
+}
+
+UnsavedState unreadable(const std::string& path, const std::string& why) {
+  UnsavedState state;
+  state.path = path;
+  const std::string name = nameOf(path);
+  state.object = name.substr(0, name.find_first_of(".~"));
+  state.problem = why;
+  return state;
+}
+
+}  // namespace
+
+void RecoveryFolder::enter(const std::string& projectsDirectory, const std::string& project,
+                           const std::string& user) {
+  leave();
+  user_ = hashText(user);
+  if (root_.empty()) return;
+  folder_ = root_ + "/" + keyOf(projectsDirectory, project);
+  takeDeadSessions();
+}
+
+void RecoveryFolder::takeDeadSessions() {
+  const auto names = listFresh(folder_);
+  if (!names) return;
+  for (const std::string& name : *names) {
+    const std::string folder = folder_ + "/" + name;
+    if (!name.starts_with(user_) || !isOwnFolder(folder) || stateFilesOf(folder).empty()) continue;
+    Descriptor lock = takeLock(folder);
+    if (lock.isOpen()) dead_.push_back({folder, std::move(lock)});
+  }
+}
+
+void RecoveryFolder::leave() {
+  writer_.finish();
+  if (own_) removeIfEmpty(own_->folder);
+  for (const Session& session : dead_) removeIfEmpty(session.folder);
+  own_.reset();
+  dead_.clear();
+  if (!folder_.empty()) ::rmdir(folder_.c_str());  // where nothing is left in it
+  folder_.clear();
+}
+
+bool RecoveryFolder::openSession() {
+  if (own_) return true;
+  const std::string folder = folder_ + "/" + user_ + uniqueName();
+  if (!makePrivate(folder)) return false;
+  Descriptor lock = takeLock(folder);
+  if (!lock.isOpen()) return false;
+  own_ = std::make_unique<Session>(Session{folder, std::move(lock)});
+  return true;
+}
+
+void RecoveryFolder::keep(const UnsavedState& state, const std::string& contentText) {
+  if (!isKeeping()) return;
+  if (!openSession()) {
+    const Error why = errorFromErrno(errno, "make a folder in", folder_);
+    const std::lock_guard lock(problemMutex_);
+    problem_ = why.message;
+    return;
+  }
+  std::string text = headerOf(state);
+  text.pop_back();
+  text += ",\"content\":" + contentText + "}\n";
+  write(own_->folder + "/" + state.object + std::string(kEnding), std::move(text));
+}
+
+void RecoveryFolder::write(const std::string& path, const std::string& text) {
+  writer_.add([this, path, text] {
+    const auto written = writeAtomically(path, text);
+    if (written) return;
+    const std::lock_guard lock(problemMutex_);
+    problem_ = written.error().message;
+  });
+}
+
+void RecoveryFolder::forget(const std::string& object) {
+  if (!own_) return;
+  writer_.add(
+      [path = own_->folder + "/" + object + std::string(kEnding)] { ::unlink(path.c_str()); });
+}
+
+void RecoveryFolder::setAside(const std::string& object) {
+  if (!own_) return;
+  const std::string path = own_->folder + "/" + object;
+  writer_.add([from = path + std::string(kEnding),
+               to = path + "~" + uniqueName().substr(0, 8) + std::string(kEnding)] {
+    ::rename(from.c_str(), to.c_str());
+  });
+}
+
+UnsavedState RecoveryFolder::read(const std::string& path) {
+  if (const auto plain = identityOf(path); !plain) return unreadable(path, plain.error().message);
+  const auto bytes = readListed(path);
+  if (!bytes) return unreadable(path, bytes.error().message);
+  auto json = parseJson(*bytes);
+  if (!json) return unreadable(path, path + " cannot be read: " + json.error().message);
+  const std::string& hash = (*json)["hash"].asString();
+  UnsavedState state;
+  const auto [end, problem] = std::from_chars(hash.data(), hash.data() + hash.size(), state.hash);
+  state.path = path;
+  state.object = (*json)["object"].asString();
+  state.name = (*json)["name"].asString();
+  state.user = (*json)["user"].asString();
+  state.changed = (*json)["changed"].asString();
+  state.number = (*json)["number"].asLong();
+  if (JsonValue* content = json->find("content")) state.content = std::move(*content);
+  const bool isWhole = problem == std::errc{} && !state.object.empty() && state.content.isObject();
+  return isWhole ? state : unreadable(path, path + " is no recovery file of this version.");
+}
+
+std::vector<UnsavedState> RecoveryFolder::left() {
+  writer_.finish();
+  std::vector<UnsavedState> all;
+  const auto take = [&](const std::string& folder, const std::string& file) {
+    all.push_back(read(folder + "/" + file));
+    all.back().content = JsonValue();
+  };
+  for (const Session& session : dead_) {
+    for (const std::string& file : stateFilesOf(session.folder)) take(session.folder, file);
+  }
+  for (const std::string& file : own_ ? stateFilesOf(own_->folder) : std::vector<std::string>()) {
+    if (file.find('~') != std::string::npos) take(own_->folder, file);
+  }
+  std::ranges::stable_sort(all, std::greater<>(), &UnsavedState::changed);
+  return all;
+}
+
+Result<void> RecoveryFolder::remove(const UnsavedState& state) { return removeFileAt(state.path); }
+
+std::string RecoveryFolder::takeProblem() {
+  const std::lock_guard lock(problemMutex_);
+  return std::exchange(problem_, {});
+}
+
+}  // namespace korvel

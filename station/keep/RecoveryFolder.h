@@ -1,0 +1,101 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "station/base/Json.h"
+#include "station/base/Result.h"
+#include "station/keep/RecoveryWriter.h"
+#include "station/os/Posix.h"
+
+namespace korvel {
+
+/// The unsaved state of one object, as a recovery file holds it.
+struct UnsavedState {
+  std::string path;    ///< of its file
+  std::string object;  ///< the cookie
+  std::string name;
+  std::string user;      ///< whose changes they are
+  std::string changed;   ///< when it was last changed, "2024-05-31T12:00:00Z"
+  std::size_t hash = 0;  ///< of the file that it was made of
+  long number = 0;       ///< that one's number among the object's saves
+  JsonValue content;
+  std::string problem;  ///< why the file cannot be read; empty when it can
+};
+
+/// The unsaved changes of one project, on this machine: what this station has unsaved now, and what
+/// stations left that are gone.
+///
+///     <root>/<hash of the projects directory>-<project>/<session>/lock        held by its station
+///                                                                 E1234.json
+///
+/// Folders have the mode 0700, files 0600. A session whose lock is free belongs to a station that
+/// is gone. A session's name begins with a hash of the user's. Host thread; files are written on
+/// another.
+class RecoveryFolder {
+ public:
+  /// `root` is the folder of all; empty keeps nothing.
+  explicit RecoveryFolder(std::string root) : root_(std::move(root)) {}
+  RecoveryFolder(const RecoveryFolder&) = delete;
+  RecoveryFolder& operator=(const RecoveryFolder&) = delete;
+  ~RecoveryFolder() { leave(); }
+
+  /// Begins with a project: takes the sessions of stations that are gone, so that no other station
+  /// takes them too.
+  void enter(const std::string& projectsDirectory, const std::string& project,
+             const std::string& user);
+
+  /// Ends with it. What is kept stays on the disk for the next time; an empty session is removed.
+  void leave();
+
+  /// Keeps an object's state, in place of what was kept of it. Written soon.
+  void keep(const UnsavedState& state, const std::string& contentText);
+
+  /// Forgets what this session keeps of an object.
+  void forget(const std::string& object);
+
+  /// Moves what this session keeps of an object to what is left, as if its station were gone.
+  void setAside(const std::string& object);
+
+  /// What the user left, without the content: the newest first. What cannot be read is there with
+  /// its problem.
+  [[nodiscard]] std::vector<UnsavedState> left();
+
+  /// The whole of it.
+  static UnsavedState read(const std::string& path);
+
+  /// Removes the file of what was left.
+  static Result<void> remove(const UnsavedState& state);
+
+  /// Waits until everything is on the disk.
+  void finish() { writer_.finish(); }
+
+  [[nodiscard]] bool isKeeping() const { return !folder_.empty(); }
+
+  /// Whether a write failed since this was last asked, and why.
+  [[nodiscard]] std::string takeProblem();
+
+ private:
+  struct Session {
+    std::string folder;
+    Descriptor lock;
+  };
+
+  void takeDeadSessions();
+  bool openSession();
+  void write(const std::string& path, const std::string& text);
+
+  std::string root_;
+  std::string folder_;  ///< of the project; empty outside of one
+  std::string user_;    ///< how the names of the user's sessions begin
+  std::unique_ptr<Session> own_;
+  std::vector<Session> dead_;
+  std::mutex problemMutex_;
+  std::string problem_;
+  RecoveryWriter writer_;
+};
+
+}  // namespace korvel

@@ -1,0 +1,171 @@
+#include "station/keep/VersionFolder.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <iterator>
+#include <set>
+
+#include "host/base/Config.h"
+#include "station/base/Strings.h"
+#include "station/keep/FileIdentity.h"
+#include "station/os/Posix.h"
+#include "station/os/SharedFiles.h"
+
+namespace korvel {
+
+namespace {
+
+constexpr std::size_t kMarkLength = 8;
+constexpr std::size_t kShortMark = 4;
+constexpr std::int64_t kSecond = 1'000'000'000;
+constexpr std::int64_t kDay = 86'400;
+
+/// What link() says where the file system has no hard links, or no more of them for this file.
+bool isWithoutLinks(int problem) {
+  return problem == EPERM || problem == EOPNOTSUPP || problem == ENOSYS || problem == EMLINK ||
+         problem == EXDEV || problem == EINVAL;
+}
+
+/// Reads a version's file name, "000007-1a2b3c4d.otio"; false for any other.
+bool readName(const std::string& name, const std::string& ending, Version& version) {
+  const std::size_t dash = name.find('-');
+  if (dash == 0 || dash == std::string::npos || !name.ends_with(ending)) return false;
+  if (name.size() != dash + 1 + kMarkLength + ending.size()) return false;
+  const char* const end = name.data() + dash;
+  const auto [stopped, problem] = std::from_chars(name.data(), end, version.number);
+  version.mark = name.substr(dash + 1, kMarkLength);
+  return problem == std::errc{} && stopped == end && version.number >= 0 &&
+         version.mark.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+bool isOlder(const Version& a, const Version& b) {
+  if (a.number != b.number) return a.number < b.number;
+  return a.modified != b.modified ? a.modified < b.modified : a.mark < b.mark;
+}
+
+}  // namespace
+
+KeepRule KeepRule::configured() {
+  const KeepRule usual;
+  return {std::max(1, config_int("history_versions", usual.versions)),
+          std::max(0, config_int("history_days", usual.days))};
+}
+
+VersionFolder::VersionFolder(const std::string& file) : parent_(folderOf(file) + "/.history") {
+  const std::string name = nameOf(file);
+  const std::size_t point = std::min(name.rfind('.'), name.size());
+  folder_ = parent_ + "/" + name.substr(0, point);
+  ending_ = name.substr(point);
+}
+
+std::string VersionFolder::markOf(std::size_t hash) {
+  const std::uint64_t wide = hash;
+  char text[kMarkLength + 1];
+  std::snprintf(text, sizeof text, "%08x", static_cast<unsigned>(wide ^ (wide >> 32)));
+  return text;
+}
+
+std::string VersionFolder::pathFor(long number, const std::string& mark) const {
+  char text[32];
+  std::snprintf(text, sizeof text, "/%06ld-", std::max(0L, number));
+  return folder_ + text + mark + ending_;
+}
+
+Result<void> VersionFolder::make() const {
+  for (const std::string& each : {parent_, folder_}) {
+    if (auto made = makeFolder(each); !made && made.error().code != ErrorCode::eExists) {
+      return made.error();
+    }
+  }
+  return {};
+}
+
+Result<Version> VersionFolder::keep(const std::string& file, long number,
+                                    const std::string& mark) const {
+  Version version;
+  version.number = number;
+  version.mark = mark;
+  version.path = pathFor(number, mark);
+  if (::link(file.c_str(), version.path.c_str()) == 0 || errno == EEXIST) return version;
+  if (errno == ENOENT || errno == ENOTDIR) {
+    if (auto made = make(); !made) return made.error();
+    if (::link(file.c_str(), version.path.c_str()) == 0 || errno == EEXIST) return version;
+  }
+  if (!isWithoutLinks(errno)) return errorFromErrno(errno, "keep a version as", version.path);
+  const auto bytes = readListed(file);
+  if (!bytes) return bytes.error();
+  if (auto copied = writeAtomically(version.path, *bytes); !copied) return copied.error();
+  return version;
+}
+
+void VersionFolder::drop(const Version& version) { ::unlink(version.path.c_str()); }
+
+bool VersionFolder::holds(long number, const std::string& mark) const {
+  return static_cast<bool>(identityOf(pathFor(number, mark)));
+}
+
+Result<std::vector<Version>> VersionFolder::list() const {
+  const auto names = listFresh(folder_);
+  std::vector<Version> versions;
+  if (!names && names.error().code == ErrorCode::eNotFound) return versions;
+  if (!names) return names.error();
+  for (const std::string& name : *names) {
+    Version version;
+    if (!readName(name, ending_, version)) continue;
+    version.path = folder_ + "/" + name;
+    const auto identity = identityOf(version.path);
+    if (!identity) continue;
+    version.modified = identity->modified / kSecond;
+    version.size = identity->size;
+    versions.push_back(std::move(version));
+  }
+  std::ranges::sort(versions, isOlder);
+  return versions;
+}
+
+std::string VersionFolder::textOf(const Version& version, const std::vector<Version>& all) {
+  const auto sameNumber = std::ranges::count(all, version.number, &Version::number);
+  const std::string number = std::to_string(version.number);
+  return sameNumber < 2 ? number : number + "." + version.mark.substr(0, kShortMark);
+}
+
+Result<Version> VersionFolder::find(const std::string& text) const {
+  const auto all = list();
+  if (!all) return all.error();
+  std::vector<Version> found;
+  std::ranges::copy_if(*all, std::back_inserter(found), [&](const Version& each) {
+    const std::string number = std::to_string(each.number);
+    if (text == number) return true;
+    return text.size() > number.size() + 1 && (number + "." + each.mark).starts_with(text);
+  });
+  if (found.size() == 1) return found.front();
+  if (found.empty()) {
+    return Error{ErrorCode::eNotFound,
+                 "There is no version " + inQuotes(text) + "; \"edit history\" lists them.",
+                 {}};
+  }
+  std::string candidates;
+  for (const Version& each : found) candidates += " " + textOf(each, found);
+  return Error{ErrorCode::eUsage,
+               "Several versions have the number " + inQuotes(text) + "; name one of:" + candidates,
+               {}};
+}
+
+void VersionFolder::thin(const KeepRule& rule) const {
+  const auto all = list();
+  if (!all || all->size() <= static_cast<std::size_t>(rule.versions)) return;
+  // The share's own clock: the newest version was written just now.
+  const std::int64_t now = std::ranges::max(*all, {}, &Version::modified).modified;
+  std::set<std::int64_t> days;
+  const auto older = all->rbegin() + rule.versions;
+  std::for_each(older, all->rend(), [&](const Version& version) {
+    const bool isTooOld = now - version.modified >= rule.days * kDay;
+    if (isTooOld || !days.insert(version.modified / kDay).second) drop(version);
+  });
+}
+
+}  // namespace korvel

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "station/base/Result.h"
+
+namespace korvel {
+
+/// One kept version of an object's file.
+struct Version {
+  std::string path;
+  long number = 0;            ///< counts the saves of the object; 0 for what no station saved
+  std::string mark;           ///< tells versions of one number apart: from its bytes, eight digits
+  std::int64_t modified = 0;  ///< seconds since 1970, by the share's clock
+  std::size_t size = 0;
+};
+
+/// How many versions are kept: the last ones, and one a day of those before, for some days.
+struct KeepRule {
+  int versions = 50;
+  int days = 90;
+
+  /// The configuration's: "history_versions" (1 at least) and "history_days".
+  static KeepRule configured();
+};
+
+/// The older versions of one object, beside it in its project:
+///
+///     <project>/.history/<object>/000007-1a2b3c4d.otio      number and mark
+///
+/// A version is a hard link to the file that a save puts in the object's place, made before it does
+/// so; from then on nobody writes into that file, since every save makes a new one. Where links
+/// cannot be had it is a copy. So each version that was ever in the object's place is here, whoever
+/// saves at the same time. Host thread.
+class VersionFolder {
+ public:
+  /// `file` is the object's own: <project>/<object><ending>. Nothing is made yet.
+  explicit VersionFolder(const std::string& file);
+
+  /// Keeps `file`, whose bytes have this mark, as a version. One that is kept already is success.
+  [[nodiscard]] Result<Version> keep(const std::string& file, long number,
+                                     const std::string& mark) const;
+
+  /// Takes back what keep() did.
+  static void drop(const Version& version);
+
+  /// Whether bytes of this mark are kept under this number.
+  [[nodiscard]] bool holds(long number, const std::string& mark) const;
+
+  /// All versions, the oldest first. Links, folders and other names are left out. None where there
+  /// is no history yet.
+  [[nodiscard]] Result<std::vector<Version>> list() const;
+
+  /// The version that a user means: "7", or "7.1a2b" where several have this number.
+  [[nodiscard]] Result<Version> find(const std::string& text) const;
+
+  /// Removes what the rule does not keep. Another station may do so at the same time.
+  void thin(const KeepRule& rule) const;
+
+  [[nodiscard]] const std::string& path() const { return folder_; }
+
+  /// The mark of a version from the hash of its bytes (std::hash of a string).
+  static std::string markOf(std::size_t hash);
+
+  /// How a version is called in lists and found by find(): its number, with the mark's beginning
+  /// where another of `all` has the same number.
+  static std::string textOf(const Version& version, const std::vector<Version>& all);
+
+ private:
+  [[nodiscard]] std::string pathFor(long number, const std::string& mark) const;
+  [[nodiscard]] Result<void> make() const;
+
+  std::string parent_;  ///< <project>/.history
+  std::string folder_;
+  std::string ending_;
+};
+
+}  // namespace korvel

@@ -1,0 +1,227 @@
+#include "tests/fault/KillSession.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <thread>
+#include <utility>
+
+namespace korvel {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using namespace std::chrono_literals;
+
+constexpr std::size_t kEdits = 4;
+constexpr int kLongest = 1600;  ///< milliseconds until a kill
+
+std::string bytesOf(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+/// The names in all edits, versions and recovery files below a folder.
+std::set<std::string> namesBelow(const std::string& folder) {
+  std::set<std::string> names;
+  std::error_code gone;
+  for (fs::recursive_directory_iterator each(folder, gone), end; each != end;
+       each.increment(gone)) {
+    if (!each->is_regular_file(gone) || each->path().filename().string().front() == '.') continue;
+    const auto json = parseJson(bytesOf(each->path()));
+    if (!json) continue;
+    names.insert((*json)["name"].asString());
+  }
+  return names;
+}
+
+}  // namespace
+
+KillSession::KillSession(unsigned seed) : random_(seed) {
+  fs::create_directory(folder_ / "projects");
+  ::setenv("XDG_STATE_HOME", (folder_ / "state").c_str(), 1);
+}
+
+void KillSession::complain(const std::string& what) {
+  outcome_.lost.push_back("round " + std::to_string(outcome_.rounds) + ": " + what);
+}
+
+void KillSession::start() {
+  StationProcess::Options options;
+  options.program = KV_STATION;
+  options.projects = folder_ / "projects";
+  options.user = options.host = "ANNA";
+  options.machine = 11;
+  options.port = port_;
+  options.more = {"--set", "history_versions=100000"};
+  station_ = std::make_unique<StationProcess>(std::move(options));
+  if (!station_->waitUntilReady(StationProcess::Seconds(120))) {
+    complain("it does not start: " + station_->errorText());
+  }
+}
+
+bool KillSession::give(const std::string& line, bool& ok) {
+  answer_ = station_->command(line, StationProcess::Seconds(120));
+  if (!answer_.isObject()) return false;
+  ++outcome_.commands;
+  ok = answer_["ok"].asBool();
+  return true;
+}
+
+KillOutcome KillSession::run(int rounds) {
+  for (outcome_.rounds = 0; outcome_.rounds < rounds; ++outcome_.rounds) {
+    start();
+    if (!takeUp()) break;
+    work();
+    look();
+  }
+  return outcome_;
+}
+
+/// Enters the project, and makes of what was left unsaved changes again.
+bool KillSession::takeUp() {
+  bool ok = true;
+  if (outcome_.rounds == 0 && !give("project create Film", ok)) return false;
+  if (!give("project enter Film", ok) || !ok || !give("state", ok)) {
+    complain("the project cannot be entered: " + answer_["error"].asString());
+    return false;
+  }
+  const JsonValue state = answer_["result"];
+  for (const JsonValue& left : state["recovery"].elements()) {
+    if (!give("edit recover " + left["cookie"].asString(), ok)) return false;
+    outcome_.recovered += ok;
+    const std::string& said = answer_["error"].asString();
+    if (!ok && said.find("other unsaved changes") == std::string::npos) complain(said);
+  }
+  if (!give("edit list", ok)) return false;
+  edits_.clear();
+  for (const JsonValue& edit : answer_["result"].elements()) {
+    const bool isDirty = edit["dirty"].asBool();
+    edits_.push_back({edit["cookie"].asString(), isDirty ? edit["name"].asString() : std::string(),
+                      Clock::now()});
+    if (!edit["problem"].asString().empty()) complain(edit["problem"].asString());
+  }
+  return true;
+}
+
+void KillSession::work() {
+  const auto delay = std::chrono::milliseconds(random(kLongest));
+  const std::jthread killer([this, delay] {
+    std::this_thread::sleep_for(delay);
+    killed_ = Clock::now();
+    station_->kill9();
+  });
+  while (step()) {
+  }
+}
+
+bool KillSession::step() {
+  if (edits_.size() < kEdits) return create();
+  Known& edit = edits_[random(edits_.size())];
+  switch (random(12)) {
+    case 0:
+      return remove(random(edits_.size()));
+    case 1:
+      return restore(edit);
+    case 2:
+      return give(edit);
+    case 3:
+    case 4:
+      return trim(edit);
+    case 5:
+    case 6:
+    case 7:
+    case 8:
+      return save(edit);
+    default:
+      return rename(edit);
+  }
+}
+
+bool KillSession::create() {
+  bool ok = false;
+  const std::string name = nextName();
+  std::ofstream(folder_ / (name + ".otio")) << bytesOf(KV_SAMPLES "/simple_cut.otio");
+  if (!give("edit import " + (folder_ / (name + ".otio")), ok)) return false;
+  if (!ok) complain("import: " + answer_["error"].asString());
+  if (ok) edits_.push_back({answer_["result"].asString(), {}, {}});
+  return true;
+}
+
+bool KillSession::rename(Known& edit) {
+  bool ok = false;
+  const std::string name = nextName();
+  if (!give("edit rename " + edit.cookie + " " + name, ok)) return false;
+  if (!ok) complain("rename: " + answer_["error"].asString());
+  edit.unsaved = name;
+  edit.changed = Clock::now();
+  return true;
+}
+
+bool KillSession::trim(Known& edit) {
+  bool ok = false;
+  if (!give("edit trim " + edit.cookie + " 0/0 0 " + std::to_string(1 + random(3)), ok))
+    return false;
+  if (!ok) complain("trim: " + answer_["error"].asString());
+  return true;
+}
+
+bool KillSession::save(Known& edit) {
+  bool ok = false;
+  if (!give("edit save " + edit.cookie, ok)) return false;
+  if (!ok && !give("edit save " + edit.cookie + " --over", ok)) return false;
+  if (!ok) complain("save: " + answer_["error"].asString());
+  if (ok && !edit.unsaved.empty()) saved_.insert(std::exchange(edit.unsaved, {}));
+  return true;
+}
+
+bool KillSession::restore(Known& edit) {
+  bool ok = false;
+  if (!save(edit) || !give("edit history " + edit.cookie, ok)) return false;
+  const JsonValue versions = answer_["result"];
+  if (!ok || versions.elements().empty()) {
+    complain("history: " + answer_["error"].asString());
+    return true;
+  }
+  const JsonValue& chosen = versions.elements()[random(versions.elements().size())];
+  if (!give("edit restore " + edit.cookie + " " + chosen["version"].asString(), ok)) return false;
+  if (!ok) complain("restore: " + answer_["error"].asString());
+  return true;
+}
+
+bool KillSession::give(Known& edit) {
+  bool ok = false;
+  if (!save(edit) || !give("edit give " + edit.cookie + " ANNA", ok)) return false;
+  if (!ok) complain("give: " + answer_["error"].asString());
+  return true;
+}
+
+bool KillSession::remove(std::size_t which) {
+  bool ok = false;
+  Known& edit = edits_[which];
+  if (!save(edit) || !give("edit delete " + edit.cookie, ok)) return false;
+  if (!ok) complain("delete: " + answer_["error"].asString());
+  if (ok) edits_.erase(edits_.begin() + static_cast<std::ptrdiff_t>(which));
+  return true;
+}
+
+void KillSession::look() {
+  station_.reset();
+  const std::set<std::string> kept = namesBelow(folder_ / "projects");
+  const std::set<std::string> left = namesBelow(folder_ / "state");
+  for (const std::string& name : saved_) {
+    if (!kept.count(name)) complain("saved and nowhere: " + name);
+  }
+  outcome_.saved = static_cast<int>(saved_.size());
+  for (const Known& edit : edits_) {
+    if (edit.unsaved.empty() || killed_ - edit.changed < 1s) continue;
+    ++outcome_.unsaved;
+    if (!left.count(edit.unsaved) && !kept.count(edit.unsaved)) {
+      complain("not saved, a second old, and nowhere: " + edit.unsaved);
+    }
+  }
+}
+
+}  // namespace korvel

@@ -1,0 +1,177 @@
+#include <signal.h>
+
+#include <fstream>
+#include <set>
+
+#include "tests/share/SharedStations.h"
+
+// What people made is kept: whatever ends a station, and whatever other stations save.
+
+using namespace korvel;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class KeepingTest : public SharedStations {
+ protected:
+  /// A station in the project "Film" with the sample edit, called "cut".
+  StationProcess& startWithEdit() {
+    StationProcess& anna = start("ANNA", 11);
+    run(anna, "project create Film");
+    run(anna, "project enter Film");
+    fs::copy_file(sample("simple_cut.otio"), folder_ / "cut.otio");
+    cookie_ = run(anna, "edit import " + (folder_ / "cut.otio")).asString();
+    run(anna, "edit rename " + cookie_ + " cut");
+    run(anna, "edit save cut");
+    return anna;
+  }
+
+  /// Waits until a change is on the disk of this machine.
+  void awaitKept() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+    while (std::chrono::steady_clock::now() < deadline) {
+      std::error_code gone;
+      for (fs::recursive_directory_iterator each(folder_ / "state", gone), end; each != end;
+           each.increment(gone)) {
+        if (each->path().filename() == cookie_ + ".json") return;
+      }
+      ::usleep(10'000);
+    }
+    ADD_FAILURE() << "nothing was kept";
+  }
+
+  static bool wasTold(const StationProcess& station, const std::string& part) {
+    for (const JsonValue& event : station.events("log")) {
+      if (event["text"].asString().find(part) != std::string::npos) return true;
+    }
+    return false;
+  }
+
+  std::string cookie_;
+};
+
+TEST_F(KeepingTest, WhatAKilledStationHadUnsavedIsTakenUpByTheNext) {
+  StationProcess& anna = startWithEdit();
+  run(anna, "edit trim cut 0/0 0 2");
+  awaitKept();
+  anna.kill9();
+  StationProcess& again = start("ANNA", 11);
+  run(again, "project enter Film");
+  EXPECT_TRUE(wasTold(again, "in 1 edit: \"cut\""));
+  EXPECT_EQ(run(again, "state")["recovery"].elements().size(), 1U);
+  run(again, "edit recover cut");
+  const JsonValue clip = run(again, "edit show cut")["clips"].elements()[0];
+  EXPECT_DOUBLE_EQ(clip["end"].asDouble(), 2.0 / 24);
+  run(again, "edit save cut");
+  EXPECT_EQ(run(again, "state")["recovery"].elements().size(), 0U);
+  EXPECT_EQ(again.quit(), 0);
+}
+
+TEST_F(KeepingTest, AScriptLeavesAndEndsWithUnsavedChangesOnlyWhenItSaysSo) {
+  StationProcess& anna = startWithEdit();
+  run(anna, "project create Other");
+  run(anna, "edit trim cut 0/0 0 2");
+  for (const char* line : {"project leave", "project enter Other", "quit"}) {
+    EXPECT_NE(refusal(anna, line).find("1 edit: \"cut\""), std::string::npos) << line;
+    EXPECT_NE(refusal(anna, line).find("--discard"), std::string::npos) << line;
+  }
+  run(anna, "project enter Film");  // it is open: nothing is left
+  run(anna, "project enter Other --save");
+  run(anna, "project enter Film");
+  EXPECT_DOUBLE_EQ(run(anna, "edit show cut")["clips"].elements()[0]["end"].asDouble(), 2.0 / 24);
+  run(anna, "edit trim cut 0/0 0 1");
+  run(anna, "project leave --discard");
+  run(anna, "project enter Film");
+  EXPECT_DOUBLE_EQ(run(anna, "edit show cut")["clips"].elements()[0]["end"].asDouble(), 2.0 / 24);
+  EXPECT_FALSE(wasTold(anna, "There are unsaved changes"));
+  run(anna, "edit trim cut 0/0 0 1");
+  anna.type("quit --save");
+  EXPECT_EQ(anna.waitForExit(), 0) << anna.errorText();
+}
+
+TEST_F(KeepingTest, TheEndOfInputAndASignalKeepWhatIsUnsavedAndSaySo) {
+  StationProcess* anna = &startWithEdit();
+  for (const bool isSignal : {false, true}) {
+    run(*anna, "edit trim cut 0/0 0 2");
+    isSignal ? anna->signal(SIGTERM) : anna->endInput();
+    EXPECT_EQ(anna->waitForExit(), 0) << anna->errorText();
+    EXPECT_TRUE(wasTold(*anna, "are kept on this machine: \"cut\""));
+    anna = &start("ANNA", 11);
+    run(*anna, "project enter Film");
+    EXPECT_TRUE(wasTold(*anna, "There are unsaved changes of "));
+    run(*anna, "edit recover cut");
+    run(*anna, "edit revert cut");
+  }
+}
+
+TEST_F(KeepingTest, ASaveThatMissedAnothersIsRefusedWithNameAndDifference) {
+  StationProcess& anna = startWithEdit();
+  StationProcess& ben = start("BEN", 12, {"--network-mode", "off", "--set", "Administrator=1"});
+  run(ben, "project enter Film");
+  run(anna, "edit trim cut 0/0 0 2");
+  run(ben, "edit rename cut Cut-2");
+  run(ben, "edit save Cut-2");
+  const std::string refused = refusal(anna, "edit save cut");
+  for (const char* part : {"saved by BEN", "renamed to \"Cut-2\", was \"cut\"", "--over"}) {
+    EXPECT_NE(refused.find(part), std::string::npos) << refused;
+  }
+  run(anna, "edit save-copy cut Mine");
+  run(anna, "edit save cut --over");
+  const JsonValue history = run(anna, "edit history cut");
+  ASSERT_GE(history.elements().size(), 3U);
+  EXPECT_EQ(history.elements()[0]["user"].asString(), "ANNA");
+  EXPECT_EQ(history.elements()[1]["user"].asString(), "BEN");
+  run(anna, "edit restore cut " + history.elements()[1]["version"].asString());
+  EXPECT_EQ(run(anna, "edit show Cut-2")["name"].asString(), "Cut-2");
+}
+
+TEST_F(KeepingTest, EveryVersionThatTwoStationsReportAsSavedIsInFileOrHistory) {
+  constexpr int kSaves = 200;
+  StationProcess& anna = startWithEdit();
+  EXPECT_EQ(anna.quit(), 0);
+  const std::vector<std::string> deaf{"--network-mode",  "off",   "--set",
+                                      "Administrator=1", "--set", "history_versions=2000"};
+  std::vector<StationProcess*> both{&start("ANNA", 11, deaf), &start("BEN", 12, deaf)};
+  for (StationProcess* station : both) run(*station, "project enter Film");
+  for (int round = 0; round < kSaves; ++round) {
+    for (StationProcess* station : both) {
+      station->type("edit rename " + cookie_ + " " + station->options().user + "-" +
+                    std::to_string(round));
+      station->type("edit save " + cookie_ + " --over");
+    }
+  }
+  for (StationProcess* station : both) run(*station, "whoami");
+  std::set<std::string> saved;
+  for (StationProcess* station : both) {
+    std::string name;
+    for (const JsonValue& reply : station->events("reply")) {
+      const std::string line = reply["line"].asString();
+      if (line.starts_with("edit rename")) name = line.substr(line.rfind(' ') + 1);
+      if (line.starts_with("edit save") && reply["ok"].asBool()) saved.insert(name);
+    }
+  }
+  EXPECT_EQ(saved.size(), std::size_t{2 * kSaves});
+  std::set<std::string> kept;
+  for (const auto& entry : fs::recursive_directory_iterator(folder_ / "projects")) {
+    if (entry.path().extension() != ".otio") continue;
+    std::ifstream file(entry.path(), std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    const auto json = parseJson(text);
+    ASSERT_TRUE(json) << entry.path();
+    kept.insert((*json)["name"].asString());
+  }
+  for (const std::string& name : saved) EXPECT_EQ(kept.count(name), 1U) << name << " is lost";
+}
+
+TEST_F(KeepingTest, AnExportReplacesAFileOnlyWhenItSaysSo) {
+  StationProcess& anna = startWithEdit();
+  const std::string file = folder_ / "out.otio";
+  run(anna, "edit export cut " + file);
+  EXPECT_NE(refusal(anna, "edit export cut " + file).find("--force"), std::string::npos);
+  run(anna, "edit export cut " + file + " --force");
+  run(anna, "edit create cut");
+  EXPECT_TRUE(wasTold(anna, "There was an edit or log called \"cut\" already"));
+}
+
+}  // namespace

@@ -1,0 +1,104 @@
+#include "station/edit/EditDifference.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace korvel {
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+/// An edit of one track with these clips: "A:0-48 B:12-24", in frames of 24 a second.
+OtioDocument edit(const std::string& clips) {
+  std::string children;
+  std::istringstream words(clips);
+  for (std::string word; words >> word;) {
+    const auto colon = word.find(':');
+    const auto dash = word.find('-');
+    const double start = std::stod(word.substr(colon + 1));
+    const double duration = std::stod(word.substr(dash + 1)) - start;
+    const auto time = [](double value) {
+      return R"({"OTIO_SCHEMA":"RationalTime.1","rate":24.0,"value":)" + std::to_string(value) +
+             "}";
+    };
+    children += (children.empty() ? "" : ",") +
+                (R"({"OTIO_SCHEMA":"Clip.1","name":")" + word.substr(0, colon)) +
+                R"(","source_range":{"OTIO_SCHEMA":"TimeRange.1","start_time":)" + time(start) +
+                R"(,"duration":)" + time(duration) + "}}";
+  }
+  auto document = OtioDocument::parse(
+      R"({"OTIO_SCHEMA":"Timeline.1","name":"cut","tracks":{"OTIO_SCHEMA":"Stack.1","children":[)"
+      R"({"OTIO_SCHEMA":"Track.1","kind":"Video","children":[)" +
+      children + "]}]}}");
+  EXPECT_TRUE(document);
+  return *document;
+}
+
+struct Row {
+  std::string before;
+  std::string after;
+  Words words;
+};
+
+TEST(EditDifferenceTest, SaysWhatBecameOfEachClip) {
+  const Row rows[] = {
+      {"A:0-48 B:0-24", "A:0-48 B:0-24", {}},
+      {"A:0-48 B:0-24", "A:0-24 B:0-24", {"clip \"A\" trimmed to 0-1 s, was 0-2 s"}},
+      {"A:0-48 B:0-24", "A:0-48 B:0-24 C:0-24", {"clip \"C\" added"}},
+      {"A:0-48 B:0-24", "N:0-24 A:0-48 B:0-24", {"clip \"N\" added"}},
+      {"A:0-48 B:0-24", "B:0-24", {"clip \"A\" removed"}},
+      {"A:0-48 B:0-24", "A:0-48 X:0-24", {"clip \"B\" renamed to \"X\""}},
+      {"A:0-48 B:0-24 C:0-24",
+       "A:0-48 C:0-12",
+       {"clip \"C\" trimmed to 0-0.5 s, was 0-1 s", "clip \"B\" removed"}},
+      {"A:0-24 A:0-24", "A:0-24 A:0-24 A:0-24", {"clip \"A\" added"}},
+      {"", "A:0-24", {"clip \"A\" added"}},
+      {"A:0-24", "", {"clip \"A\" removed"}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.before + " -> " + row.after);
+    EXPECT_EQ(differencesOf(edit(row.before), edit(row.after)), row.words);
+  }
+}
+
+TEST(EditDifferenceTest, WhoSavedAndWhenDoesNotCount) {
+  OtioDocument saved = edit("A:0-24");
+  saved.setStamp({7, "anna", "2024-05-31T12:00:00Z"});
+  OtioDocument again = saved;
+  again.setStamp({8, "ben", "2024-05-31T13:00:00Z"});
+  EXPECT_EQ(differencesOf(saved, again), Words{});
+}
+
+TEST(EditDifferenceTest, NamesOwnersAndEverythingElseCount) {
+  OtioDocument before = edit("A:0-24");
+  OtioDocument after = before;
+  after.json().set("global_start_time", 1);
+  EXPECT_EQ(differencesOf(before, after), Words{"other content changed"});
+  after.rename("Tape");
+  after.setSetting("OWNER", "BEN");
+  EXPECT_EQ(differencesOf(before, after),
+            (Words{"renamed to \"Tape\", was \"cut\"", "owner BEN, was nobody"}));
+}
+
+TEST(EditDifferenceTest, ManyDifferencesAreCountedInASummary) {
+  const OtioDocument before = edit("A:0-48 B:0-48 C:0-48");
+  const OtioDocument after = edit("A:0-24 B:0-24 C:0-24 D:0-24");
+  EXPECT_EQ(summaryOf(differencesOf(before, after)), "1 added, 3 trimmed");
+  EXPECT_EQ(summaryOf({}), "nothing differs");
+}
+
+TEST(EditDifferenceTest, LargeEditsAreComparedInAMoment) {
+  std::string first;
+  std::string second;
+  for (int i = 0; i < 6000; ++i) {
+    first += "a" + std::to_string(i) + ":0-24 ";
+    second += "b" + std::to_string(i) + ":0-12 ";
+  }
+  EXPECT_EQ(differencesOf(edit(first), edit(second)).size(), 12000U);
+}
+
+}  // namespace
+
+}  // namespace korvel

@@ -1,0 +1,121 @@
+#include <memory>
+
+#include "station/base/TextMember.h"
+#include "station/keep/FileIdentity.h"
+#include "station/os/SharedFiles.h"
+#include "station/project/ProjectFolder.h"
+#include "tools/base/ShareTimeout.h"
+#include "tools/base/Tool.h"
+#include "tools/base/ToolHost.h"
+
+namespace korvel {
+
+namespace {
+
+/// What lies in a hidden folder of a project.
+struct Amount {
+  unsigned long objects = 0;  ///< folders and files at its top
+  unsigned long files = 0;
+  unsigned long bytes = 0;  ///< that its removal would free
+};
+
+/// Adds a file, or what lies in a folder. A version that is still the object itself (a second hard
+/// link) takes no room of its own.
+void addEntry(const std::string& path, int depth, Amount& amount) {
+  constexpr int kDeepest = 4;
+  shareAnswered();
+  if (const auto file = identityOf(path)) {
+    ++amount.files;
+    if (file->names < 2) amount.bytes += file->size;
+    return;
+  }
+  const auto names = depth < kDeepest ? listFresh(path) : Result<std::vector<std::string>>(Error{});
+  if (!names) return;
+  for (const std::string& name : *names) addEntry(path + "/" + name, depth + 1, amount);
+}
+
+Amount amountIn(const std::string& folder) {
+  Amount amount;
+  const auto names = listFresh(folder);
+  if (!names) return amount;
+  for (const std::string& name : *names) {
+    if (name.starts_with(".")) continue;
+    ++amount.objects;
+    addEntry(folder + "/" + name, 0, amount);
+  }
+  return amount;
+}
+
+std::string nameOfProject(const Cookie& project) {
+  const auto record = readProjectRecord(project);
+  return record ? record->name : project.asString().str();
+}
+
+JsonValue shown(const Amount& amount, const char* objects, const char* files) {
+  return JsonValue::object(
+      {{objects, amount.objects}, {files, amount.files}, {"bytes", amount.bytes}});
+}
+
+JsonValue reportOf(const Cookie& project) {
+  const std::string folder = projectFolder(project);
+  return JsonValue::object(
+      {textMember("project", nameOfProject(project)),
+       {"cookie", project.asString().str()},
+       {"history", shown(amountIn(folder + "/.history"), "objects", "versions")},
+       {"trash", shown(amountIn(folder + "/.trash"), "objects", "files")}});
+}
+
+std::string sizeText(long bytes) {
+  constexpr long kMebi = 1 << 20;
+  if (bytes < 1024) return std::to_string(bytes) + " B";
+  if (bytes < kMebi) return std::to_string((bytes + 1023) / 1024) + " KiB";
+  return std::to_string((bytes + kMebi - 1) / kMebi) + " MiB";
+}
+
+JsonValue tableOf(const JsonValue& reports) {
+  JsonValue table = JsonValue::array();
+  for (const JsonValue& each : reports.elements()) {
+    const JsonValue* const name = each.find("project");
+    table.append(JsonValue::object({{"project", name ? *name : each["cookie"]},
+                                    {"edits with versions", each["history"]["objects"]},
+                                    {"versions", each["history"]["versions"]},
+                                    {"history", sizeText(each["history"]["bytes"].asLong())},
+                                    {"in the trash", each["trash"]["objects"]},
+                                    {"trash", sizeText(each["trash"]["bytes"].asLong())}}));
+  }
+  return table;
+}
+
+ToolStatus showHistory(const ShareRequest& request) {
+  const ToolHost host(directoryOf(request.path));
+  if (auto usable = host.checkDirectory(); !usable) {
+    return toolProblem(eToolUsage, usable.error().message);
+  }
+  const auto projects = listProjectFolders();
+  if (!projects) return toolProblem(eToolFinding, projects.error().message);
+  JsonValue reports = JsonValue::array();
+  for (const Cookie& project : *projects) reports.append(reportOf(project));
+  if (request.asJson) {
+    printJson(JsonValue::object({{"projects", std::move(reports)}}));
+  } else if (projects->empty()) {
+    printForPeople("no projects: " + directoryOf(request.path) + " holds none");
+  } else {
+    printForPeople(tableOf(reports));
+  }
+  return eToolDone;
+}
+
+}  // namespace
+
+void addHistoryCommand(CommandLine& line) {
+  addShareCommand<ShareRequest>(
+      line,
+      {"history", "Show how much room the kept versions and the trashes of all projects take",
+       [](CommandOptions& options, ShareRequest& request) {
+         options.word("DIR", request.path, "The projects directory");
+         options.flag("--json", request.asJson, "One JSON object instead of a table");
+       },
+       showHistory});
+}
+
+}  // namespace korvel
