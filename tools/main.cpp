@@ -31,8 +31,8 @@ ToolStatus run(int count, char** words) {
   // In the order in which help lists them.
   for (const auto add :
        {addDecodeCommand, addMonitorCommand, addRecordCommand, addReplayCommand, addSendCommand,
-        addLocksCommand, addBreakCommand, addUsersCommand, addWhoCommand, addHistoryCommand, addDoctorCommand, addExplainCommand,
-        addMeshCommand, addCompletionCommand}) {
+        addLocksCommand, addBreakCommand, addUsersCommand, addWhoCommand, addHistoryCommand,
+        addDoctorCommand, addExplainCommand, addMeshCommand, addCompletionCommand}) {
     add(line);
   }
   return line.run(count, words);

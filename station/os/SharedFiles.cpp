@@ -97,9 +97,9 @@ struct Temporary {
   Descriptor file;
 };
 
-/// Removes what a killed station left in a temporary file's place: only the name, since the file may
-/// have been kept as a version under another one. False where that cannot be done: another writer is
-/// at it (EAGAIN), or it is no plain file that this user may write.
+/// Removes what a killed station left in a temporary file's place: only the name, since the file
+/// may have been kept as a version under another one. False where that cannot be done: another
+/// writer is at it (EAGAIN), or it is no plain file that this user may write.
 bool removeLeftover(const std::string& path) {
   const Descriptor file = openPlainFile(path, O_RDWR | O_NOFOLLOW);
   if (!file.isOpen()) return errno == ENOENT;

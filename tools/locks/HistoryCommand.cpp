@@ -109,13 +109,12 @@ ToolStatus showHistory(const ShareRequest& request) {
 
 void addHistoryCommand(CommandLine& line) {
   addShareCommand<ShareRequest>(
-      line,
-      {"history", "Show how much room the kept versions and the trashes of all projects take",
-       [](CommandOptions& options, ShareRequest& request) {
-         options.word("DIR", request.path, "The projects directory");
-         options.flag("--json", request.asJson, "One JSON object instead of a table");
-       },
-       showHistory});
+      line, {"history", "Show how much room the kept versions and the trashes of all projects take",
+             [](CommandOptions& options, ShareRequest& request) {
+               options.word("DIR", request.path, "The projects directory");
+               options.flag("--json", request.asJson, "One JSON object instead of a table");
+             },
+             showHistory});
 }
 
 }  // namespace korvel

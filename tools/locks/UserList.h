@@ -21,5 +21,4 @@ struct UserList {
 /// Reads the bytes of a userlist.dat.
 UserList readUserList(std::string_view bytes);
 
-
 }  // namespace korvel

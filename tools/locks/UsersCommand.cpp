@@ -67,8 +67,7 @@ JsonValue report(const UserList& list, const std::vector<Marker>& markers) {
                                      {"since", textOfTime(marker.since)},
                                      {"age", static_cast<long>(ageOf(marker))}}));
   }
-  return JsonValue::object(
-      {{"users", std::move(listed)}, {"active", std::move(active)}});
+  return JsonValue::object({{"users", std::move(listed)}, {"active", std::move(active)}});
 }
 
 /// Everybody in one table: the user list in its order, then those who are active and not on it.

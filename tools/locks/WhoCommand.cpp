@@ -59,13 +59,14 @@ ToolStatus showStations(const ShareRequest& request) {
 
 void addWhoCommand(CommandLine& line) {
   addShareCommand<ShareRequest>(
-      line, {"who", "Show the stations: who is where, with what open, alive or gone without goodbye",
-             [](CommandOptions& options, ShareRequest& request) {
-               options.word("DIR", request.path, "The projects directory");
-               options.flag("--json", request.asJson, "One JSON array instead of a table");
-               options.footer("Looking takes no lock. Exit status: 0; 1 when a note cannot be read.");
-             },
-             showStations});
+      line,
+      {"who", "Show the stations: who is where, with what open, alive or gone without goodbye",
+       [](CommandOptions& options, ShareRequest& request) {
+         options.word("DIR", request.path, "The projects directory");
+         options.flag("--json", request.asJson, "One JSON array instead of a table");
+         options.footer("Looking takes no lock. Exit status: 0; 1 when a note cannot be read.");
+       },
+       showStations});
 }
 
 }  // namespace korvel
