@@ -148,9 +148,11 @@ Result<void> EditFile::revert() {
 
 void EditFile::takeUnsaved(OtioDocument document, std::size_t hash, long number) {
   const SaveStamp stamp = document.stamp();
+  const bool isOfThisFile = saved_.hash() == hash;
   putContent(std::move(document));
   document_.setStamp(stamp);
   saved_.noteHash(hash, number);
+  if (!isOfThisFile) savedBody_ = 0;  // what stands in the file now is another's
 }
 
 void EditFile::takeSettings(const OtioDocument& stored, std::string_view bytes) {
