@@ -1,5 +1,7 @@
 #include "tests/fault/KillSession.h"
 
+#include <signal.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -63,8 +65,17 @@ void KillSession::start() {
 }
 
 bool KillSession::give(const std::string& line, bool& ok) {
-  answer_ = station_->command(line, StationProcess::Seconds(120));
-  if (!answer_.isObject()) return false;
+  constexpr auto kPause = StationProcess::Seconds(0.02);
+  constexpr auto kNow = StationProcess::Seconds(0);
+  station_->type(line);
+  const auto deadline = Clock::now() + 2min;
+  auto reply = station_->waitFor("reply", {}, kPause);
+  while (!reply && Clock::now() < deadline && !station_->waitForExit(kNow)) {
+    reply = station_->waitFor("reply", {}, kPause);
+  }
+  if (!reply) reply = station_->waitFor("reply", {}, kNow);
+  if (!reply) return false;
+  answer_ = *reply;
   ++outcome_.commands;
   ok = answer_["ok"].asBool();
   return true;
@@ -108,10 +119,10 @@ bool KillSession::takeUp() {
 
 void KillSession::work() {
   const auto delay = std::chrono::milliseconds(random(kLongest));
-  const std::jthread killer([this, delay] {
+  const std::jthread killer([this, delay, process = station_->pid()] {
     std::this_thread::sleep_for(delay);
     killed_ = Clock::now();
-    station_->kill9();
+    ::kill(process, SIGKILL);
   });
   while (step()) {
   }
