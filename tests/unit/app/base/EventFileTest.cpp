@@ -32,7 +32,7 @@ class EventFileTest : public testing::Test {
   }
 
   void take(const std::string& line) {
-    file.take({"log", JsonValue::object({{"time", 7L}}), line});
+    file.take({"log", JsonValue::object({{"time", 7L}}), line, {}});
   }
 
   /// Reads until this text came; false after minutes.
