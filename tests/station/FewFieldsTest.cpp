@@ -37,8 +37,7 @@ class FewFieldsTest : public PluginStation {
       case MessageType::eAddMaterial:
         return {mediaFile(name)};
       case MessageType::eRemoveMaterial:
-        EXPECT_TRUE(media.addMedia(mediaFile(name)));
-        return {mediaFile(name)};
+        return {announcedFile(name)};
       default:
         return {text(editFor(type, name)),
                 type == MessageType::eEditModification ? "2;0;0;;x" : "BOB"};
@@ -77,7 +76,15 @@ class FewFieldsTest : public PluginStation {
     return path;
   }
 
-  /// An edit that is open; for "created" one that another station has just written.
+  /// A media file that only a message has named: one that the project records is not removed.
+  std::string announcedFile(const std::string& name) {
+    const std::string path = mediaFile(name);
+    network.deliver(message(MessageType::eAddMaterial, {path}));
+    return path;
+  }
+
+  /// An edit that is open; for "created" one that another station has just written, for "deleted"
+  /// one whose file another station has just removed.
   Cookie editFor(int type, const std::string& name) {
     const Cookie cookie = made(name);
     if (type == MessageType::eEditCreated) {
@@ -86,6 +93,10 @@ class FewFieldsTest : public PluginStation {
       return other;
     }
     EXPECT_TRUE(edits.open(cookie));
+    if (type == MessageType::eEditDeleted) {
+      std::filesystem::remove(fileOf(cookie));
+      return cookie;
+    }
     // Where the file is another than was read, whoever reads it again has something to tell.
     std::string bytes = bytesOf(fileOf(cookie));
     bytes.replace(bytes.find(name), name.size(), name + "'");
