@@ -65,6 +65,7 @@ TEST_F(MessagePanelTest, LiesInTheToolboxFromTheStart) {
 }
 
 TEST_F(MessagePanelTest, OffersEverybodyAndThisStationWithoutAUserList) {
+  std::filesystem::remove(folder / "userlist.dat");
   ASSERT_TRUE(hands.open());
   EXPECT_EQ(recipients(), (Texts{"<All>", "ANNA"}));
 }
