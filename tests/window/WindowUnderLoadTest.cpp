@@ -70,10 +70,6 @@ std::size_t remoteChanges(const MainWindow& window) {
   return changes;
 }
 
-std::string folderOf(const MainWindow& window) {
-  return settings().projectsDirectory + "/" + window.snapshot()->project.cookie.toStdString();
-}
-
 TEST_F(WindowUnderLoadTest, TenThousandEditsAreListedAtOnceAndScroll) {
   script = "project create Many\n";
   play([this](MainWindow& window) {
