@@ -14,7 +14,7 @@ struct StationEvent {
 
   /// The bytes of the datagram that it is about; empty where it is about none. They are turned into
   /// hexadecimal only for a sink that asks.
-  std::string datagram;
+  std::string datagram{};
 
   /// The line with the datagram's own keys.
   [[nodiscard]] std::string wholeLine() const;

@@ -11,6 +11,8 @@
 // The order of the folders inside each room. It is read from the one table in docs/development.md,
 // so the page and the check cannot differ.
 
+using namespace korvel;
+
 namespace {
 
 namespace fs = std::filesystem;

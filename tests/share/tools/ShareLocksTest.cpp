@@ -114,12 +114,12 @@ std::string onTerminal(const std::vector<std::string>& words, const char* noColo
   int terminal = -1;
   const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
   if (child == 0) {
-    std::vector<const char*> arguments{KV_SHARE_PROGRAM};
+    std::vector<const char*> arguments{KV_SHARE};
     for (const std::string& word : words) arguments.push_back(word.c_str());
     arguments.push_back(nullptr);
     ::setenv("TERM", "xterm", 1);
     ::setenv("NO_COLOR", noColor, 1);
-    ::execv(KV_SHARE_PROGRAM, const_cast<char* const*>(arguments.data()));
+    ::execv(KV_SHARE, const_cast<char* const*>(arguments.data()));
     ::_exit(127);
   }
   std::string text;
