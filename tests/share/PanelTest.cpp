@@ -50,7 +50,7 @@ TEST_F(PanelTest, ALongMessageArrivesWholeAndAnImpossibleOneIsTold) {
 
 // A text that begins as a wire text does is the panel's own; one that is none is reported. What
 // travels as words ends at its first separator, so that a whole wire text reaches no other station.
-TEST_F(PanelTest, WordsThatBeginLikeAWireTextAreReportedByThePanelThere) {
+TEST_F(PanelTest, WordsThatBeginLikeAWireTextAreReportedByThePanelThereAndNotified) {
   EXPECT_TRUE(ben.command("panel open")["ok"].asBool());
   EXPECT_TRUE(anna.command("say BEN \"d\xC2\xAC"
                            "10\xC2\xAC"
@@ -59,7 +59,12 @@ TEST_F(PanelTest, WordsThatBeginLikeAWireTextAreReportedByThePanelThere) {
   EXPECT_TRUE(ben.waitFor("received", {{"type_name", "UserMessage"}}));
   EXPECT_TRUE(anna.command("say BEN after")["ok"].asBool());
   EXPECT_TRUE(ben.waitFor("notification", {{"text", "after"}}));
-  EXPECT_EQ(ben.events("notification").size(), 1u);
+  // What came of the words up to their first separator is not lost.
+  const auto notified = ben.events("notification");
+  ASSERT_EQ(notified.size(), 2u);
+  EXPECT_EQ(notified[0]["text_hex"].asString(), "64c2");
+  EXPECT_TRUE(notified[0]["cut"].asBool());
+  EXPECT_EQ(notified[0]["source"].asString(), "ANNA");
   EXPECT_TRUE(ben.command("panel lines")["result"].elements().empty());
   const auto logs = ben.events("log");
   EXPECT_TRUE(std::ranges::any_of(logs, [](const JsonValue& log) {
