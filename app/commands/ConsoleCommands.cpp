@@ -185,8 +185,8 @@ void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
              here});
   table.add({"quit",
              "[--save|--discard]",
-             "Leaves room and project, and ends the station; so does Ctrl-D, at once. Refused with "
-             "unsaved changes unless they are saved or discarded.",
+             "Leaves room and project, and ends the station; so do Ctrl-D and, a second time, "
+             "Ctrl-C. Refused with unsaved changes unless they are saved or discarded.",
              0,
              1,
              [services](const Arguments& words) { return quit(words, services); },

@@ -187,6 +187,7 @@ const std::vector<ActionSpec>& table() {
 
       {"Station", "&Users", "Ctrl+U", Target::eNothing, "users", {}},
       {"Station", "&Add a user…", "", Target::eNothing, "user add {0}", {{"Name"}}},
+      {"Station", "&Stations at work", "", Target::eNothing, "who --all", {}},
       {"Station", "&How many are at work?", "", Target::eNothing, "active", {}},
       {"Station", "&Who am I?", "", Target::eNothing, "whoami", {}},
       {"Station",

@@ -1,5 +1,6 @@
 #include "station/keep/RecoveryWriter.h"
 
+#include <exception>
 #include <utility>
 
 namespace korvel {
@@ -36,7 +37,11 @@ void RecoveryWriter::work() {
     jobs_.pop_front();
     isBusy_ = true;
     lock.unlock();
-    job();
+    try {
+      job();
+    } catch (const std::exception&) {
+      // Without memory this change is not kept now; the next one of the edit is written whole.
+    }
     lock.lock();
     isBusy_ = false;
     changed_.notify_all();

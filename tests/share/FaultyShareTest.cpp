@@ -145,7 +145,7 @@ TEST_F(FaultyShareTest, OnAFullFileSystemWritesAreRefusedAndWhatIsThereStays) {
   const std::string block(4096, 'x');
   while (fill.write(block.data(), 4096).flush()) continue;
   expectNothingCanBeWritten(anna, "No space left on device");
-  run(anna, "project leave");
+  run(anna, "project leave --discard");
   run(anna, "project enter Film");
   EXPECT_EQ(run(anna, "edit list").elements().size(), 2U);
   EXPECT_EQ(anna.quit(), 0);
@@ -178,7 +178,7 @@ TEST_F(FaultyShareTest, AProjectFolderThatGoesAwayInTheMiddleIsToldByEveryComman
   }
   EXPECT_NE(refusal(anna, "edit import \"" + sample("simple_cut.otio") + "\""), "");
   run(anna, "state");
-  run(anna, "project leave");
+  run(anna, "project leave --discard");
   EXPECT_NE(refusal(anna, "project enter Film").find("There is no project"), std::string::npos);
   std::filesystem::rename(folder_ / "away", projects() + "/" + cookie);
   run(anna, "project enter Film");

@@ -141,7 +141,11 @@ TEST_F(KeepingTest, EveryVersionThatTwoStationsReportAsSavedIsInFileOrHistory) {
       station->type("edit save " + cookie_ + " --over");
     }
   }
-  for (StationProcess* station : both) run(*station, "whoami");
+  // Replies come in the order of the commands, so the last one's ends them.
+  for (StationProcess* station : both) {
+    station->type("whoami");
+    ASSERT_TRUE(station->waitFor("reply", {{"command", "whoami"}}, StationProcess::Seconds(300)));
+  }
   std::set<std::string> saved;
   for (StationProcess* station : both) {
     std::string name;

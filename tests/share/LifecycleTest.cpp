@@ -194,7 +194,7 @@ TEST_F(LifecycleTest, AProjectsFolderInWhichNothingCanBeWrittenIsToldAndStaysRea
       runProgram({KV_STATION, "--projects", "/proc/sys/kernel", "--port", std::to_string(port_),
                   "--send-to", "127.255.255.255", "--keep-going", "--script", "-"},
                  "project list\nproject create Film\n");
-  EXPECT_EQ(run.status, 0) << run.errors;
+  EXPECT_EQ(run.status, 1) << run.errors;
   EXPECT_NE(run.errors.find("Nothing can be written in the projects directory /proc/sys/kernel"),
             std::string::npos)
       << run.errors;
