@@ -15,7 +15,7 @@ std::deque<Notification>& keptNotifications() {
   return kept;
 }
 
-std::uint64_t shown = 0;
+std::uint64_t shownTexts = 0;
 
 }  // namespace
 
@@ -40,9 +40,9 @@ void notifyUser(Notification notification) {
   events().notification(kept.back().text);
 }
 
-std::uint64_t textsShown() { return shown; }
+std::uint64_t textsShown() { return shownTexts; }
 
-void noteTextShown() { ++shown; }
+void noteTextShown() { ++shownTexts; }
 
 const std::deque<Notification>& notifications() { return keptNotifications(); }
 

@@ -24,10 +24,8 @@ using EditActions::requireAllowed;
 
 namespace {
 
-Edits& edits() { return *Edits::instance(); }
-
 std::string title(const Cookie& cookie) {
-  return std::string(Edits::kindText(cookie)) + " \"" + shownText(edits().nameOf(cookie)) + "\"";
+  return std::string(Edits::kindText(cookie)) + " \"" + shownText(openEdits().nameOf(cookie)) + "\"";
 }
 
 LightweightString<wchar_t> localUser() {
@@ -40,7 +38,7 @@ LightweightString<wchar_t> localUser() {
 }
 
 Error refusal(const Cookie& cookie) {
-  const std::string owner = shownText(edits().ownerOf(cookie));
+  const std::string owner = shownText(openEdits().ownerOf(cookie));
   std::string why = " belongs to " + owner + ", who can hand it over with \"edit give\".";
   if (owner.empty()) why = " has no owner; take it with \"edit give\" first.";
   // Owners that no station is: nobody could follow the advice to ask them.
@@ -59,11 +57,11 @@ Error failed(const std::string& what, const Error& why) {
 /// no other.
 class HeldEdit {
  public:
-  explicit HeldEdit(const Cookie& cookie) : held_(edits().hold(cookie)) {}
+  explicit HeldEdit(const Cookie& cookie) : held_(openEdits().hold(cookie)) {}
   HeldEdit(const HeldEdit&) = delete;
   HeldEdit& operator=(const HeldEdit&) = delete;
   ~HeldEdit() {
-    if (held_) edits().release(*held_);
+    if (held_) openEdits().release(*held_);
   }
   [[nodiscard]] const Result<EditFile*>& held() const { return held_; }
 
@@ -79,9 +77,9 @@ Result<void> modify(const Cookie& cookie, const EditModification& modification,
   edit.i_open(cookie, 0);
   const EditModifier modifier(edit, description);
   if (!modifier) return Error{ErrorCode::eNotFound, "The " + title(cookie) + " is gone.", {}};
-  EditFile& file = *edits().loaded(cookie);
+  EditFile& file = *openEdits().loaded(cookie);
   if (auto changed = file.change(modification); !changed) return changed;
-  edits().noteLoaded(file);
+  openEdits().noteLoaded(file);
   return {};
 }
 
@@ -145,7 +143,7 @@ Result<EditModification> describeTrim(const JsonValue& timeline, const std::stri
 
 void tellDeleted(const CookieVec& cookies) {
   for (const Cookie& cookie : cookies) {
-    edits().forget(cookie);
+    openEdits().forget(cookie);
     events().changed(Edits::kindText(cookie), cookie, "destroyed", currentOrigin());
   }
   if (cookies.empty()) return;
@@ -154,13 +152,13 @@ void tellDeleted(const CookieVec& cookies) {
 }
 
 bool hasNoOwner(const Cookie& cookie) {
-  return cookie.getType() == CookieTypeEdit && edits().ownerOf(cookie).empty();
+  return cookie.getType() == CookieTypeEdit && openEdits().ownerOf(cookie).empty();
 }
 
 /// A log's owner is kept in memory and announced; an edit's is stored by the permissions manager,
 /// which describes the change.
 void announceLogOwner(const Cookie& cookie, const std::string& owner) {
-  edits().noteOwner(cookie, owner);
+  openEdits().noteOwner(cookie, owner);
   EditPtr log;
   log.i_open(cookie, 0);
   if (log) log->setChangeDescription(eModOwnerChanged, true);
@@ -181,12 +179,12 @@ Result<Cookie> EditActions::store(OtioDocument document, char kind) {
   if (kind == CookieTypeEdit) document.setSetting(EditFile::kOwnerKey, utf8Text(localUser()));
   document.setStamp({1, settings().user, timeForRecord()});
   const std::string text = document.text();
-  if (auto written = writeAtomically(edits().pathFor(cookie), text); !written) {
+  if (auto written = writeAtomically(openEdits().pathFor(cookie), text); !written) {
     return failed("The " + std::string(Edits::kindText(cookie)) + " was not made", written.error());
   }
-  EditFile* const edit = edits().takeUp(cookie, std::move(document), text);
+  EditFile* const edit = openEdits().takeUp(cookie, std::move(document), text);
   ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, true); });
-  edits().release(edit);
+  openEdits().release(edit);
   return cookie;
 }
 
@@ -217,10 +215,10 @@ Result<void> EditActions::exportTo(const Cookie& cookie, const std::string& path
                      " is there already; --force replaces it.",
                  path};
   }
-  const auto edit = edits().hold(cookie);
+  const auto edit = openEdits().hold(cookie);
   if (!edit) return edit.error();
   auto written = writeAtomically(path, (*edit)->document().exportedText());
-  edits().release(*edit);
+  openEdits().release(*edit);
   if (!written) return failed("The " + title(cookie) + " was not exported", written.error());
   return {};
 }
@@ -251,7 +249,7 @@ Result<void> EditActions::remove(const std::vector<Cookie>& cookies) {
   CookieVec deleted;
   Result<void> result;
   for (const Cookie& cookie : cookies) {
-    if (auto removed = removeFileAt(edits().pathFor(cookie)); removed) {
+    if (auto removed = removeFileAt(openEdits().pathFor(cookie)); removed) {
       deleted.push_back(cookie);
     } else {
       result = failed("The " + title(cookie) + " was not deleted", removed.error());
@@ -271,7 +269,7 @@ Result<void> requireMayGive(const Cookie& cookie) {
 
 /// Looks whether an edit's new owner can be written, since owners are announced before they are.
 Result<void> requireWritable(const Cookie& cookie) {
-  const std::string path = edits().pathFor(cookie);
+  const std::string path = openEdits().pathFor(cookie);
   const auto bytes = readFresh(path);
   if (!bytes) return failed("The owner stays as it is", bytes.error());
   const auto checked = checkReplaceable(path, bytes->size());

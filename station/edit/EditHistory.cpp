@@ -16,8 +16,6 @@ namespace korvel {
 
 namespace {
 
-Edits& edits() { return *Edits::instance(); }
-
 std::string timeText(std::int64_t seconds) {
   const std::time_t time = seconds;
   std::tm parts{};
@@ -59,7 +57,7 @@ JsonValue rowOf(const Version& version, const std::string& text,
 
 /// The versions on the disk, and the file itself where no version is kept of it yet.
 Result<std::vector<Version>> versionsOf(const Cookie& cookie, std::string& markNow) {
-  const std::string path = edits().pathFor(cookie);
+  const std::string path = openEdits().pathFor(cookie);
   auto versions = VersionFolder(path).list();
   if (!versions) return versions;
   const auto bytes = readFresh(path);
@@ -76,17 +74,17 @@ Result<std::vector<Version>> versionsOf(const Cookie& cookie, std::string& markN
 }
 
 Result<void> requireKnown(const Cookie& cookie) {
-  if (edits().holds(cookie)) return {};
+  if (openEdits().holds(cookie)) return {};
   return Error{
       ErrorCode::eNotFound, "The open project has no edit " + cookie.asString().str() + ".", {}};
 }
 
 /// The object as it is shown, unsaved changes included.
 Result<OtioDocument> shownDocument(const Cookie& cookie) {
-  const auto edit = edits().hold(cookie);
+  const auto edit = openEdits().hold(cookie);
   if (!edit) return edit.error();
   OtioDocument document = (*edit)->document();
-  edits().release(*edit);
+  openEdits().release(*edit);
   return document;
 }
 
@@ -132,7 +130,7 @@ Result<JsonValue> EditHistory::list(const Cookie& cookie) {
 
 Result<OtioDocument> EditHistory::read(const Cookie& cookie, const std::string& version) {
   if (auto known = requireKnown(cookie); !known) return known.error();
-  const auto found = VersionFolder(edits().pathFor(cookie)).find(version);
+  const auto found = VersionFolder(openEdits().pathFor(cookie)).find(version);
   if (!found) return found.error();
   return documentOf(found->path);
 }
@@ -140,7 +138,7 @@ Result<OtioDocument> EditHistory::read(const Cookie& cookie, const std::string& 
 Result<JsonValue> EditHistory::compare(const Cookie& cookie, const std::string& from,
                                        const std::string& to) {
   if (auto known = requireKnown(cookie); !known) return known.error();
-  const auto before = from.empty() ? documentOf(edits().pathFor(cookie)) : read(cookie, from);
+  const auto before = from.empty() ? documentOf(openEdits().pathFor(cookie)) : read(cookie, from);
   if (!before) return before.error();
   const auto after = to.empty() ? shownDocument(cookie) : read(cookie, to);
   if (!after) return after.error();
@@ -161,7 +159,7 @@ bool EditHistory::takeChangedSettings(EditFile& edit) {
 
 Error EditHistory::refusalOf(const EditFile& edit) {
   const std::string title = EditActions::titleOf(edit.getCookie());
-  const std::string name = inQuotes(edits().nameOf(edit.getCookie()));
+  const std::string name = inQuotes(openEdits().nameOf(edit.getCookie()));
   const std::string beside = "\"edit save-copy\" saves yours beside it";
   const auto bytes = readFresh(edit.path());
   if (!bytes && bytes.error().code == ErrorCode::eNotFound) {

@@ -13,8 +13,6 @@ namespace korvel {
 
 namespace {
 
-Edits& edits() { return *Edits::instance(); }
-
 /// Writes a loaded object and tells of it. Its lock keeps other stations from changing the owner
 /// meanwhile; the owner that the file names decides.
 Result<void> saveLoaded(EditFile& edit, EditFile::Overwrite overwrite) {
@@ -41,7 +39,7 @@ Result<void> saveLoaded(EditFile& edit, EditFile::Overwrite overwrite) {
     return Error{why.code, "The " + EditActions::titleOf(cookie) + " was not saved: " + why.message,
                  why.path};
   }
-  edits().noteLoaded(edit);
+  openEdits().noteLoaded(edit);
   events().changed(edit.kindText(), cookie, "refreshed", currentOrigin());
   ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, false); });
   return {};
@@ -50,10 +48,10 @@ Result<void> saveLoaded(EditFile& edit, EditFile::Overwrite overwrite) {
 /// Does something with the loaded object; it stays loaded meanwhile.
 template <typename Action>
 Result<void> withLoaded(const Cookie& cookie, const Action& action) {
-  const auto edit = edits().hold(cookie);
+  const auto edit = openEdits().hold(cookie);
   if (!edit) return edit.error();
   Result<void> done = action(**edit);
-  edits().release(*edit);
+  openEdits().release(*edit);
   return done;
 }
 
@@ -65,23 +63,23 @@ Result<void> EditActions::save(const Cookie& cookie, EditFile::Overwrite overwri
 
 Result<Cookie> EditActions::saveCopy(const Cookie& cookie, const std::string& name) {
   if (auto checked = checkName(Edits::kindText(cookie), name); !checked) return checked.error();
-  const auto edit = edits().hold(cookie);
+  const auto edit = openEdits().hold(cookie);
   if (!edit) return edit.error();
   OtioDocument copy = (*edit)->document();
-  edits().release(*edit);
+  openEdits().release(*edit);
   copy.rename(name);
   return store(std::move(copy), cookie.getType());
 }
 
 Result<void> EditActions::revert(const Cookie& cookie) {
-  EditFile* const edit = edits().loaded(cookie);
+  EditFile* const edit = openEdits().loaded(cookie);
   if (!edit || !edit->isDirty()) return {};
   if (auto reverted = edit->revert(); !reverted) {
     const Error& why = reverted.error();
     return Error{why.code, "The changes of the " + titleOf(cookie) + " were kept: " + why.message,
                  why.path};
   }
-  edits().noteLoaded(*edit);
+  openEdits().noteLoaded(*edit);
   events().changed(edit->kindText(), cookie, "reloaded", currentOrigin());
   return withLoaded(cookie, [](EditFile&) { return Result<void>(); });  // unloads it if not open
 }

@@ -148,4 +148,7 @@ class Edits : public iProjectPart {
   std::vector<std::unique_ptr<EditFile>> gone_;  ///< unloaded while something still held them
 };
 
+/// The one object; it must exist.
+inline Edits& openEdits() { return *Edits::instance(); }
+
 }  // namespace korvel

@@ -25,7 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kLock = "/lock";
-constexpr std::string_view kEnding = ".json";
+constexpr std::string_view kRecoveryEnding = ".json";
 
 /// Names may hold anything, and a file name may not.
 std::string hashText(const std::string& name) {
@@ -74,7 +74,9 @@ bool isOwnFolder(const std::string& path) {
          status.st_uid == ::geteuid();
 }
 
-bool isStateFile(const std::string& name) { return name.ends_with(kEnding) && name[0] != '.'; }
+bool isStateFile(const std::string& name) {
+  return name.ends_with(kRecoveryEnding) && name[0] != '.';
+}
 
 std::vector<std::string> stateFilesOf(const std::string& folder) {
   std::vector<std::string> files;
@@ -162,7 +164,7 @@ void RecoveryFolder::keep(const UnsavedState& state, const std::string& contentT
   std::string text = headerOf(state);
   text.pop_back();
   text += ",\"content\":" + contentText + "}\n";
-  write(own_->folder + "/" + state.object + std::string(kEnding), std::move(text));
+  write(own_->folder + "/" + state.object + std::string(kRecoveryEnding), std::move(text));
 }
 
 void RecoveryFolder::write(const std::string& path, const std::string& text) {
@@ -176,15 +178,16 @@ void RecoveryFolder::write(const std::string& path, const std::string& text) {
 
 void RecoveryFolder::forget(const std::string& object) {
   if (!own_) return;
-  writer_.add(
-      [path = own_->folder + "/" + object + std::string(kEnding)] { ::unlink(path.c_str()); });
+  writer_.add([path = own_->folder + "/" + object + std::string(kRecoveryEnding)] {
+    ::unlink(path.c_str());
+  });
 }
 
 void RecoveryFolder::setAside(const std::string& object) {
   if (!own_) return;
   const std::string path = own_->folder + "/" + object;
-  writer_.add([from = path + std::string(kEnding),
-               to = path + "~" + uniqueName().substr(0, 8) + std::string(kEnding)] {
+  writer_.add([from = path + std::string(kRecoveryEnding),
+               to = path + "~" + uniqueName().substr(0, 8) + std::string(kRecoveryEnding)] {
     ::rename(from.c_str(), to.c_str());
   });
 }

@@ -21,12 +21,12 @@ namespace korvel {
 
 namespace {
 
-constexpr auto kPause = std::chrono::seconds(2);
+constexpr auto kWritePause = std::chrono::seconds(2);
 
-constexpr std::size_t kWritesBefore = HeardList::kSentEarlier / kPause.count();
+constexpr std::size_t kWritesBefore = HeardList::kSentEarlier / kWritePause.count();
 
 /// How long an end waits for a folder that may hang.
-constexpr auto kTimeToEnd = std::chrono::seconds(1);
+constexpr auto kTimeToWriteLast = std::chrono::seconds(1);
 
 JsonValue ownAddresses() {
   JsonValue addresses = JsonValue::array();
@@ -60,7 +60,7 @@ class HeardList::Writer {
     for (;;) {
       write();
       std::unique_lock lock(mutex_);
-      if (changes_.wait_for(lock, kPause, [this] { return isEnding_; })) break;
+      if (changes_.wait_for(lock, kWritePause, [this] { return isEnding_; })) break;
     }
     write();
     const std::lock_guard lock(mutex_);
@@ -73,13 +73,13 @@ class HeardList::Writer {
     std::unique_lock lock(mutex_);
     isEnding_ = true;
     changes_.notify_all();
-    isLeft_ = !changes_.wait_for(lock, kTimeToEnd, [this] { return hasEnded_; });
+    isLeft_ = !changes_.wait_for(lock, kTimeToWriteLast, [this] { return hasEnded_; });
     return !isLeft_;
   }
 
   void tellHang() const {
     tellNetworkProblem("the list of heard stations was not written a last time: " + keeper_.folder +
-                       " did not answer within " + std::to_string(kTimeToEnd.count()) + " s");
+                       " did not answer within " + std::to_string(kTimeToWriteLast.count()) + " s");
   }
 
  private:

@@ -1,5 +1,7 @@
 #include "station/os/ObjectLock.h"
 
+#include <exception>
+
 #include "host/os/OS.h"
 #include "host/os/iFileManager.h"
 #include "station/base/Strings.h"
@@ -75,7 +77,11 @@ ObjectLock::ObjectLock(const std::string& objectFile) : path_(lockFileOf(objectF
 ObjectLock::~ObjectLock() {
   if (!file_) return;
   file_.reset();
-  OS().fileManager().removeFile(wideText(path_));
+  try {
+    OS().fileManager().removeFile(wideText(path_));
+  } catch (const std::exception&) {
+    // Without memory the file stays. It keeps nobody off, and the next change removes it.
+  }
 }
 
 }  // namespace korvel

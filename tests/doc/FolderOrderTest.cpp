@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kRoot = KV_SOURCE_DIR;
+const fs::path kSources = KV_SOURCE_DIR;
 
 /// The name that the table gives to the files which lie in the room itself, not in a folder of it.
 constexpr const char* kOwnFiles = "(own files)";
@@ -56,7 +56,7 @@ std::map<std::string, Levels> roomsOf(const std::string& page) {
 }
 
 const std::map<std::string, Levels>& rooms() {
-  static const auto kRooms = roomsOf(readText(kRoot / "docs/development.md"));
+  static const auto kRooms = roomsOf(readText(kSources / "docs/development.md"));
   return kRooms;
 }
 
@@ -70,12 +70,12 @@ std::string folderOf(const std::string& path) {
 template <typename Use>
 void forEachInclude(const std::string& room, Use use) {
   static const std::regex kInclude(R"re(^\s*#\s*include\s*"([^"]+)")re");
-  for (const fs::path& file : sourcesBelow(kRoot / room)) {
+  for (const fs::path& file : sourcesBelow(kSources / room)) {
     std::istringstream text(readText(file));
     for (std::string line; std::getline(text, line);) {
       std::smatch found;
       if (!std::regex_search(line, found, kInclude)) continue;
-      use(fs::relative(file, kRoot).generic_string(), std::string(found[1]));
+      use(fs::relative(file, kSources).generic_string(), std::string(found[1]));
     }
   }
 }
@@ -133,8 +133,8 @@ TEST(FolderOrderTest, TheTableNamesEveryFolderThatHoldsSourcesAndNoOther) {
     std::set<std::string> named;
     std::set<std::string> there;
     for (const auto& level : levels) named.insert(level.first);
-    for (const fs::path& file : sourcesBelow(kRoot / room)) {
-      there.insert(folderOf(fs::relative(file, kRoot).generic_string()));
+    for (const fs::path& file : sourcesBelow(kSources / room)) {
+      there.insert(folderOf(fs::relative(file, kSources).generic_string()));
     }
     EXPECT_EQ(named, there) << room;
   }

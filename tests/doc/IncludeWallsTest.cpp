@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kRoot = KV_SOURCE_DIR;
+const fs::path kHouse = KV_SOURCE_DIR;
 
 /// A folder, and the folders whose headers it may include.
 const std::map<std::string, std::set<std::string>> kMayInclude = {
@@ -53,11 +53,11 @@ class IncludeWallsTest : public testing::TestWithParam<std::string> {};
 
 TEST_P(IncludeWallsTest, AFolderIncludesOnlyWhatStandsBelowIt) {
   const auto& allowed = kMayInclude.at(GetParam());
-  for (const fs::path& file : sourcesBelow(kRoot / GetParam())) {
+  for (const fs::path& file : sourcesBelow(kHouse / GetParam())) {
     for (const Include& include : includesOf(file)) {
       if (!include.quoted) continue;
       EXPECT_TRUE(allowed.count(firstFolder(include.name))) << file << " includes " << include.name;
-      EXPECT_TRUE(fs::exists(kRoot / include.name)) << file << " includes " << include.name;
+      EXPECT_TRUE(fs::exists(kHouse / include.name)) << file << " includes " << include.name;
     }
   }
 }
@@ -65,13 +65,13 @@ TEST_P(IncludeWallsTest, AFolderIncludesOnlyWhatStandsBelowIt) {
 TEST(IncludeWalksTest, IncludesAreFoundInEveryLayer) {
   for (const char* folder : {"host", "ProjectShare", "station", "app"}) {
     std::size_t seen = 0;
-    for (const fs::path& file : sourcesBelow(kRoot / folder)) seen += includesOf(file).size();
+    for (const fs::path& file : sourcesBelow(kHouse / folder)) seen += includesOf(file).size();
     EXPECT_GT(seen, 10U) << folder;
   }
 }
 
 TEST_P(IncludeWallsTest, NoFolderReachesAnotherByAnglesOrByTheTests) {
-  for (const fs::path& file : sourcesBelow(kRoot / GetParam())) {
+  for (const fs::path& file : sourcesBelow(kHouse / GetParam())) {
     for (const Include& include : includesOf(file)) {
       const std::string folder = firstFolder(include.name);
       EXPECT_FALSE(folder == "tests" || folder == "..") << file << " includes " << include.name;
@@ -88,7 +88,7 @@ INSTANTIATE_TEST_SUITE_P(Folders, IncludeWallsTest,
 TEST(StandardLibraryAloneTest, TheSeamAndThePlugInIncludeNothingElseByAngles) {
   // Headers of C, of the system and of other libraries have an ending or a folder.
   for (const char* folder : {"host", "ProjectShare"}) {
-    for (const fs::path& file : sourcesBelow(kRoot / folder)) {
+    for (const fs::path& file : sourcesBelow(kHouse / folder)) {
       for (const Include& include : includesOf(file)) {
         if (include.quoted) continue;
         EXPECT_EQ(include.name.find_first_of("./"), std::string::npos)
@@ -101,8 +101,8 @@ TEST(StandardLibraryAloneTest, TheSeamAndThePlugInIncludeNothingElseByAngles) {
 TEST(SocketsAndLocksTest, OfTheStationOnlyItsNetworkAndFileFoldersUseThemDirectly) {
   const std::set<std::string> guarded = {"sys/socket.h", "netinet/in.h", "sys/file.h"};
   for (const char* folder : {"host", "ProjectShare", "station"}) {
-    for (const fs::path& file : sourcesBelow(kRoot / folder)) {
-      const std::string path = fs::relative(file, kRoot).generic_string();
+    for (const fs::path& file : sourcesBelow(kHouse / folder)) {
+      const std::string path = fs::relative(file, kHouse).generic_string();
       if (path.rfind("station/net/", 0) == 0 || path.rfind("station/os/", 0) == 0) continue;
       for (const Include& include : includesOf(file)) {
         EXPECT_FALSE(guarded.count(include.name)) << path << " includes " << include.name;

@@ -4,6 +4,8 @@
 #include "tests/share/SharedStations.h"
 #include "tests/support/ElfFile.h"
 
+using namespace korvel;
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -11,7 +11,7 @@ using namespace korvel;
 
 namespace {
 
-struct Row {
+struct NameAdviceRow {
   const char* user;
   const char* host;
   const char* said;  ///< empty for nothing
@@ -32,7 +32,7 @@ class NameAdviceTest : public testing::Test {
 };
 
 TEST_F(NameAdviceTest, IsGivenWhereMessagesToTheUserAloneDoNotArriveAsUsual) {
-  const Row rows[] = {
+  const NameAdviceRow rows[] = {
       {"ANNA", "anna", ""},
       {"anna", "anna", "others address you by your host's name, \"ANNA\""},
       {"J\xC3\x9CRGEN", "j\xC3\xBCrgen", "holds letters that are not ASCII"},
@@ -40,7 +40,7 @@ TEST_F(NameAdviceTest, IsGivenWhereMessagesToTheUserAloneDoNotArriveAsUsual) {
       {"render", "render", "is no name for a user"},
       {"<NOBODY>", "<nobody>", "is no name for a user"},
   };
-  for (const Row& row : rows) {
+  for (const NameAdviceRow& row : rows) {
     const std::string advice = adviceFor(row.user, row.host);
     EXPECT_NE(advice.find(row.said), advice.npos) << row.user << ": " << advice;
     EXPECT_EQ(advice.empty(), *row.said == '\0') << row.user << ": " << advice;
