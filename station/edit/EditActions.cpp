@@ -25,7 +25,8 @@ using EditActions::requireAllowed;
 namespace {
 
 std::string title(const Cookie& cookie) {
-  return std::string(Edits::kindText(cookie)) + " \"" + shownText(openEdits().nameOf(cookie)) + "\"";
+  return std::string(Edits::kindText(cookie)) + " \"" + shownText(openEdits().nameOf(cookie)) +
+         "\"";
 }
 
 LightweightString<wchar_t> localUser() {

@@ -33,7 +33,8 @@ class VersionFolderTest : public testing::Test {
 
   [[nodiscard]] std::vector<long> numbers() const {
     std::vector<long> all;
-    for (const Version& each : *folder_.list()) all.push_back(each.number);
+    const auto versions = folder_.list();
+    for (const Version& each : *versions) all.push_back(each.number);
     return all;
   }
 
