@@ -1,4 +1,4 @@
-// Saving and what depends on versions: the part of EditActions that writes existing objects.
+// Saving, and what depends on versions: all of EditActions that writes existing objects.
 
 #include "host/base/Log.h"
 #include "station/base/Events.h"
