@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "tests/share/SharedStations.h"
+#include "tests/support/BecomesTrue.h"
 #include "tests/support/Slowdown.h"
 
 using namespace korvel;
@@ -93,15 +94,15 @@ class ScaleTest : public SharedStations {
                          settle(receiver);
                        }));
     }
-    EXPECT_EQ(reloads(receiver, edit), 4 * 30);
+    EXPECT_TRUE(becomesTrue([&] { return savesHeard(receiver, edit) == 4 * 30; }));
     return least;
   }
 
-  static int reloads(const StationProcess& station, const std::string& edit) {
+  /// The saves of the edit of which the station had a message.
+  static int savesHeard(const StationProcess& station, const std::string& edit) {
     int count = 0;
-    for (const JsonValue& event : station.events("changed")) {
-      count += event["cookie"].asString() == edit && event["how"].asString() == "reloaded" &&
-               event["origin"].asString() == "remote";
+    for (const JsonValue& event : station.events("received")) {
+      count += event["cookie"].asString() == edit && event["type_name"].asString() == "EditSaved";
     }
     return count;
   }
