@@ -101,7 +101,7 @@ Result<std::vector<ConfigLine>> readConfigFile(const std::string& file) {
     const char* const kind = S_ISDIR(status.st_mode) ? " is a folder" : " is no plain file";
     return Error{ErrorCode::eSystem, named + kind + "; name a file with --config FILE.", file};
   }
-  // Whoever may write it decides what this station loads (plugin = FILE) and whom it hears.
+  // The file decides which plug-in is loaded and which networks are heard.
   if ((status.st_mode & S_IWOTH) != 0) {
     return Error{ErrorCode::eNoRights,
                  named +

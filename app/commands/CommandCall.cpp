@@ -54,7 +54,7 @@ std::string turnedRound(const CommandTable& commands, const std::vector<std::str
   return line;
 }
 
-/// A hint for words of which no spelling is near a command's; empty for none.
+/// A hint for words that are not just a misspelt command; empty where there is none.
 std::string habitOf(const CommandTable& commands, const std::vector<std::string>& words) {
   const std::string turned = turnedRound(commands, words);
   if (!turned.empty()) return "did you mean \"" + turned + "\"?";

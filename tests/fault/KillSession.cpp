@@ -120,6 +120,7 @@ bool KillSession::takeUp() {
 void KillSession::work() {
   const auto delay = std::chrono::milliseconds(random(kLongest));
   const std::jthread killer([this, delay, process = station_->pid()] {
+    // The moment of the kill is to be random, so nothing is waited for.
     std::this_thread::sleep_for(delay);
     killed_ = Clock::now();
     ::kill(process, SIGKILL);

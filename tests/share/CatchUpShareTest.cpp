@@ -10,7 +10,7 @@ using namespace korvel;
 
 namespace {
 
-/// Two stations on one projects directory, of which neither hears a datagram of the other.
+/// Two stations on one projects directory. Neither hears the other's datagrams.
 class CatchUpShareTest : public testing::Test {
  protected:
   void SetUp() override {

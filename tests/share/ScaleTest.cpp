@@ -98,7 +98,7 @@ class ScaleTest : public SharedStations {
     return least;
   }
 
-  /// The saves of the edit of which the station had a message.
+  /// How many messages told the station that the edit was saved.
   static int savesHeard(const StationProcess& station, const std::string& edit) {
     int count = 0;
     for (const JsonValue& event : station.events("received")) {

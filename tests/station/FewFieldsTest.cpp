@@ -97,7 +97,7 @@ class FewFieldsTest : public PluginStation {
       std::filesystem::remove(fileOf(cookie));
       return cookie;
     }
-    // Where the file is another than was read, whoever reads it again has something to tell.
+    // Reading a changed file again gives the station something to tell.
     std::string bytes = bytesOf(fileOf(cookie));
     bytes.replace(bytes.find(name), name.size(), name + "'");
     if (type != MessageType::eEditModification) write(fileOf(cookie), bytes);
