@@ -10,6 +10,7 @@
 #include "station/edit/EditDifference.h"
 #include "station/edit/Edits.h"
 #include "station/keep/VersionFolder.h"
+#include "station/os/FolderListing.h"
 #include "station/os/SharedFiles.h"
 
 namespace korvel {
@@ -65,7 +66,7 @@ Result<std::vector<Version>> versionsOf(const Cookie& cookie, std::string& markN
   markNow = VersionFolder::markOf(std::hash<std::string_view>()(*bytes));
   if (std::ranges::find(*versions, markNow, &Version::mark) != versions->end()) return versions;
   const auto document = OtioDocument::parse(*bytes);
-  const auto identity = identityOf(path);
+  const auto identity = stampOfFile(path);
   if (!document || !identity) return versions;
   constexpr std::int64_t kSecond = 1'000'000'000;
   versions->push_back(

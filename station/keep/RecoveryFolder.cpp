@@ -15,7 +15,7 @@
 #include <iterator>
 #include <utility>
 
-#include "station/keep/FileIdentity.h"
+#include "station/os/FolderListing.h"
 #include "station/os/SharedFiles.h"
 
 namespace korvel {
@@ -193,7 +193,7 @@ void RecoveryFolder::setAside(const std::string& object) {
 }
 
 UnsavedState RecoveryFolder::read(const std::string& path) {
-  if (const auto plain = identityOf(path); !plain) return unreadable(path, plain.error().message);
+  if (const auto plain = stampOfFile(path); !plain) return unreadable(path, plain.error().message);
   const auto bytes = readListed(path);
   if (!bytes) return unreadable(path, bytes.error().message);
   auto json = parseJson(*bytes);

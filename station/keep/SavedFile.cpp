@@ -35,7 +35,7 @@ void SavedFile::noteMissing() {
 
 std::string SavedFile::mark() const { return VersionFolder::markOf(content_.value_or(0)); }
 
-Result<void> SavedFile::requireNoted(const Result<FileIdentity>& there) const {
+Result<void> SavedFile::requireNoted(const Result<FileStamp>& there) const {
   const bool isMissing = !there && there.error().code == ErrorCode::eNotFound;
   if (isMissing && !content_) return {};
   if (!isMissing && !there) return there.error();
@@ -50,7 +50,7 @@ Result<void> SavedFile::requireNoted(const Result<FileIdentity>& there) const {
 
 // What this station wrote has its name in the history; a second name alone could be a backup's.
 Result<void> SavedFile::lookAtReplaced(History history) {
-  const auto there = freshIdentityOf(path_);
+  const auto there = freshStampOfFile(path_);
   if (auto noted = requireNoted(there); !noted) return noted;
   if (!there || (identity_ && there->names > 1)) return {};
   const VersionFolder versions(path_);
@@ -63,13 +63,13 @@ Result<void> SavedFile::lookAtReplaced(History history) {
 Result<void> SavedFile::replace(const std::string& text, long number, History history) {
   const VersionFolder versions(path_);
   std::optional<Version> made;
-  std::optional<FileIdentity> written;
+  std::optional<FileStamp> written;
   const auto prepare = [&](const std::string& temporary) -> Result<void> {
     if (auto looked = lookAtReplaced(history); !looked) return looked;
     auto kept = versions.keep(temporary, number, VersionFolder::markOf(hashOf(text)));
     if (!kept && history == History::eRequired) return kept.error();
     if (kept) made = *kept;
-    if (const auto identity = identityOf(temporary)) written = *identity;
+    if (const auto identity = stampOfFile(temporary)) written = *identity;
     return {};
   };
   if (auto replaced = writeAtomically(path_, text, prepare); !replaced) {
@@ -77,7 +77,7 @@ Result<void> SavedFile::replace(const std::string& text, long number, History hi
     return replaced;
   }
   note(text, number);
-  const auto now = identityOf(path_);
+  const auto now = stampOfFile(path_);
   if (now && written && now->inode == written->inode) identity_ = *now;
   if (made) thinNowAndThen(versions, number);
   return {};

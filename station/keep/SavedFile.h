@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include "station/base/Result.h"
-#include "station/keep/FileIdentity.h"
 #include "station/keep/VersionFolder.h"
+#include "station/os/FolderListing.h"
 
 namespace korvel {
 
@@ -56,11 +56,11 @@ class SavedFile {
 
  private:
   Result<void> lookAtReplaced(History history);
-  [[nodiscard]] Result<void> requireNoted(const Result<FileIdentity>& there) const;
+  [[nodiscard]] Result<void> requireNoted(const Result<FileStamp>& there) const;
 
   std::string path_;
-  std::optional<std::size_t> content_;    ///< a hash of the bytes; empty where there is no file
-  std::optional<FileIdentity> identity_;  ///< empty until this station wrote the file
+  std::optional<std::size_t> content_;  ///< a hash of the bytes; empty where there is no file
+  std::optional<FileStamp> identity_;   ///< empty until this station wrote the file
   long number_ = 0;
 };
 

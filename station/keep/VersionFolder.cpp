@@ -11,7 +11,7 @@
 
 #include "host/base/Config.h"
 #include "station/base/Strings.h"
-#include "station/keep/FileIdentity.h"
+#include "station/os/FolderListing.h"
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 
@@ -105,7 +105,7 @@ Result<Version> VersionFolder::keep(const std::string& file, long number,
 void VersionFolder::drop(const Version& version) { ::unlink(version.path.c_str()); }
 
 bool VersionFolder::holds(long number, const std::string& mark) const {
-  return static_cast<bool>(identityOf(pathFor(number, mark)));
+  return static_cast<bool>(stampOfFile(pathFor(number, mark)));
 }
 
 Result<std::vector<Version>> VersionFolder::list() const {
@@ -117,7 +117,7 @@ Result<std::vector<Version>> VersionFolder::list() const {
     Version version;
     if (!readName(name, ending_, version)) continue;
     version.path = folder_ + "/" + name;
-    const auto identity = identityOf(version.path);
+    const auto identity = stampOfFile(version.path);
     if (!identity) continue;
     version.modified = identity->modified / kSecond;
     version.size = identity->size;

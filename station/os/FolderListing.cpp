@@ -20,8 +20,12 @@ std::int64_t nanoseconds(const timespec& time) {
 }
 
 FileStamp stampOf(const struct stat& status) {
-  return {status.st_dev, status.st_ino, status.st_size, nanoseconds(status.st_mtim),
-          nanoseconds(status.st_ctim)};
+  return {status.st_dev,
+          status.st_ino,
+          static_cast<std::uint64_t>(status.st_size),
+          nanoseconds(status.st_mtim),
+          nanoseconds(status.st_ctim),
+          status.st_nlink};
 }
 
 bool stampOpen(int descriptor, FileStamp& stamp) {
@@ -62,12 +66,9 @@ Result<FolderListing> listStamped(const std::string& folder, WantedName isWanted
 // Some network file systems answer truly after the folder was opened, others only after an entry
 // of it was read.
 Result<FileStamp> stampOfFolder(const std::string& folder) {
-  const OpenFolder directory(::opendir(folder.c_str()));
-  if (!directory) return errorFromErrno(errno, "look at", folder);
-  errno = 0;
+  const Descriptor directory = openAfresh(folder);
   FileStamp stamp;
-  if ((::readdir(directory.get()) == nullptr && errno != 0) ||
-      !stampOpen(::dirfd(directory.get()), stamp)) {
+  if (!directory.isOpen() || !stampOpen(directory.get(), stamp)) {
     return errorFromErrno(errno, "look at", folder);
   }
   return stamp;
@@ -79,12 +80,24 @@ Result<StampedContent> readStamped(const std::string& path, std::size_t most) tr
   if (!file.isOpen() || !stampOpen(file.get(), content.stamp)) {
     return errorFromErrno(errno, "read", path);
   }
-  if (content.stamp.size > static_cast<std::int64_t>(most)) return tooLarge(path, most);
-  content.bytes.reserve(static_cast<std::size_t>(content.stamp.size));
+  if (content.stamp.size > most) return tooLarge(path, most);
+  content.bytes.reserve(content.stamp.size);
   if (!readAll(file.get(), content.bytes)) return errorFromErrno(errno, "read", path);
   return content;
 } catch (const std::bad_alloc&) {
   return errorFromErrno(ENOMEM, "read", path);
+}
+
+Result<FileStamp> stampOfFile(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return errorFromErrno(errno, "look at", path);
+  if (S_ISREG(status.st_mode)) return stampOf(status);
+  return errorFromErrno(S_ISDIR(status.st_mode) ? EISDIR : ELOOP, "look at", path);
+}
+
+Result<FileStamp> freshStampOfFile(const std::string& path) {
+  lookAfresh(folderOf(path));
+  return stampOfFile(path);
 }
 
 bool isStillStamped(const std::string& path, const FileStamp& stamp) {

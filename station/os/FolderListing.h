@@ -11,16 +11,21 @@
 
 namespace korvel {
 
-/// What tells one state of a file from another without reading it. Times are nanoseconds since
-/// 1970 by the clock of the file system.
+/// What tells one state of a file from another, and a file from one that took its place, without
+/// reading it. Times are nanoseconds since 1970 by the clock of the file system.
 struct FileStamp {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
-  std::int64_t size = 0;
+  std::uint64_t size = 0;
   std::int64_t modified = 0;
-  std::int64_t changed = 0;
+  std::int64_t changed = 0;  ///< of its names and rights as well
+  std::uint64_t names = 0;   ///< how many hard links lead to it
 
-  bool operator==(const FileStamp&) const = default;
+  /// Whether both are the same file with the same content; `names` does not count.
+  bool operator==(const FileStamp& other) const {
+    return device == other.device && inode == other.inode && size == other.size &&
+           modified == other.modified && changed == other.changed;
+  }
 };
 
 /// A folder's files by name, each as it was when the folder was read. The folder's own stamp is
@@ -53,6 +58,13 @@ Result<FolderListing> listStamped(const std::string& folder, WantedName isWanted
 /// The folder's own stamp: its time of change moves with every rename, creation and removal in it.
 /// One or two round trips, whatever the folder's size.
 Result<FileStamp> stampOfFolder(const std::string& folder);
+
+/// The stamp of the plain file at `path`; a link or a folder is eBadContent. It is as fresh as the
+/// last look at the folder, so that each of many files costs one call.
+Result<FileStamp> stampOfFile(const std::string& path);
+
+/// The same, asked for freshly.
+Result<FileStamp> freshStampOfFile(const std::string& path);
 
 /// Reads a file whose folder was listed a moment ago.
 Result<StampedContent> readStamped(const std::string& path, std::size_t most);

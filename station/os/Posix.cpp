@@ -41,16 +41,15 @@ std::string folderOf(const std::string& path) {
 
 std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
-bool lookAfresh(const std::string& folder) {
-  DIR* const directory = ::opendir(folder.c_str());
-  if (!directory) return false;
-  errno = 0;
-  const bool read = ::readdir(directory) != nullptr || errno == 0;
-  const int problem = errno;
-  ::closedir(directory);
-  errno = problem;
-  return read;
+// A whole block of entries, as readdir() asks for, would cost as much as the folder is large.
+Descriptor openAfresh(const std::string& folder) {
+  Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK));
+  alignas(dirent64) char entry[sizeof(dirent64)];
+  if (opened.isOpen() && ::getdents64(opened.get(), entry, sizeof entry) >= 0) return opened;
+  return Descriptor();
 }
+
+bool lookAfresh(const std::string& folder) { return openAfresh(folder).isOpen(); }
 
 Descriptor openPlainFile(const std::string& path, int flags) {
   int number = -1;

@@ -41,9 +41,12 @@ using OpenFolder = std::unique_ptr<DIR, CloseFolder>;
 std::string folderOf(const std::string& path);
 std::string nameOf(const std::string& path);
 
-/// Makes the next look at anything in the folder true on a network file system, which otherwise
-/// answers from its cache: opens the folder and reads one entry. False when the folder cannot be
-/// read.
+/// Opens a folder and reads one entry of it, which makes the next look at it and at anything in it
+/// true on a network file system: that otherwise answers from its cache. Not open when the folder
+/// cannot be read. What it costs does not grow with the folder.
+Descriptor openAfresh(const std::string& folder);
+
+/// The same for a look at what is in it alone. False when the folder cannot be read.
 bool lookAfresh(const std::string& folder);
 
 /// Opens a plain file, never waiting for the other end of a pipe. What is no plain file fails with

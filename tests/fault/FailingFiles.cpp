@@ -364,6 +364,12 @@ dirent* readdir(DIR* folder) {
   return turn.fails() ? nullptr : real(folder);
 }
 
+ssize_t getdents64(int folder, void* entries, std::size_t count) noexcept {
+  static const auto real = next<decltype(&::getdents64)>("getdents64");
+  const Turn turn("readdir", folder);
+  return turn.fails() ? -1 : real(folder, entries, count);
+}
+
 int closedir(DIR* folder) {
   static const auto real = next<decltype(&::closedir)>("closedir");
   watch().note(::dirfd(folder), false);

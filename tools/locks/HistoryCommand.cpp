@@ -1,7 +1,7 @@
 #include <memory>
 
 #include "station/base/TextMember.h"
-#include "station/keep/FileIdentity.h"
+#include "station/os/FolderListing.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
 #include "tools/base/ShareTimeout.h"
@@ -24,7 +24,7 @@ struct Amount {
 void addEntry(const std::string& path, int depth, Amount& amount) {
   constexpr int kDeepest = 4;
   shareAnswered();
-  if (const auto file = identityOf(path)) {
+  if (const auto file = stampOfFile(path)) {
     ++amount.files;
     if (file->names < 2) amount.bytes += file->size;
     return;
