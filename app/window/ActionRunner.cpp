@@ -4,6 +4,7 @@
 
 #include "app/commands/CommandCall.h"
 #include "app/window/DetailPane.h"
+#include "app/window/HistoryPane.h"
 #include "app/window/ObjectsPane.h"
 #include "app/window/ProjectsPane.h"
 #include "app/window/Question.h"
@@ -44,7 +45,7 @@ std::vector<FieldChoice> choicesOf(const ObjectRows& rows) {
 
 std::vector<FieldChoice> clipChoices(const TimelinePtr& timeline) {
   std::vector<FieldChoice> choices;
-  if (!timeline) return choices;
+  if (!timeline || !timeline->version.isEmpty()) return choices;  // an older one has other clips
   for (const TimelineTrack& track : timeline->tracks) {
     for (const TimelineItem& item : track.items) {
       if (item.kind == TimelineItem::Kind::eTransition) continue;
@@ -152,6 +153,34 @@ void ActionRunner::open(const ObjectRow& row) {
   link_.run(QStringLiteral("edit open ") + quoted(row.cookie));
 }
 
+void ActionRunner::restore(const ObjectRow& edit, const VersionRow& version) {
+  const QString cookie = quoted(edit.cookie);
+  const QString line = QStringLiteral("edit restore %1 %2").arg(cookie, quoted(version.version));
+  const QString what = QStringLiteral("\"%1\" is again as it was saved %2.")
+                           .arg(nameOf(edit), versionTitle(version));
+  QStringList undo;  // to the version that is now the newest, unless another comes first
+  for (const VersionRow& row : panes_.history->rows()) {
+    if (!row.isNow || edit.isDirty) continue;
+    undo << QStringLiteral("edit restore %1 %2").arg(cookie, quoted(row.version));
+  }
+  const auto run = [this, line, what, undo](const QStringList& before) {
+    link_.runAll(before + QStringList(line), [this, what, undo](const CommandOutcome& outcome) {
+      if (outcome.succeeded) Q_EMIT done(what, undo);
+    });
+  };
+  if (!edit.isDirty) return run({});
+  auto* question = new Question(
+      QStringLiteral("restoreDialog"), QStringLiteral("Restore"),
+      QStringLiteral("\"%1\" has changes that are not saved. What is to become of them?")
+          .arg(nameOf(edit)),
+      {}, &window_);
+  question->usualAnswer(QStringLiteral("&Save them first"),
+                        [run, cookie] { run({QStringLiteral("edit save ") + cookie}); });
+  question->answer(QStringLiteral("&Drop them"),
+                   [run, cookie] { run({QStringLiteral("edit revert ") + cookie}); });
+  question->ask();
+}
+
 bool ActionRunner::knows(const char* command) const {
   return link_.commands().all().contains(command);
 }
@@ -191,7 +220,7 @@ void ActionRunner::remove(const ActionSpec& action, const std::vector<ObjectRow>
     for (const QString& cookie : cookies) undo << QStringLiteral("trash restore ") + quoted(cookie);
   }
   link_.runAll(lines, [this, undo, what = countOf(rows)](const CommandOutcome& outcome) {
-    if (outcome.succeeded) Q_EMIT deleted(what, undo);
+    if (outcome.succeeded) Q_EMIT done(QStringLiteral("Deleted %1.").arg(what), undo);
   });
 }
 
@@ -279,7 +308,9 @@ void ActionRunner::fillChoices(FieldContent& content, const ActionField& field) 
       break;
     case ActionField::Kind::eClip:
       content.choices = clipChoices(panes_.detail->view().timeline());
-      if (const TimelineItem* clip = panes_.detail->view().chosen()) content.initial = clip->path;
+      if (const TimelineItem* clip = panes_.detail->view().chosen();
+          clip && !content.choices.empty())
+        content.initial = clip->path;
       break;
     default:
       break;

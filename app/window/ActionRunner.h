@@ -36,11 +36,15 @@ class ActionRunner : public QObject {
   /// Opens the edit that is activated, as Return and a double click do.
   void open(const ObjectRow& row);
 
+  /// Makes a version the newest of an edit; what is unsaved of it is asked about.
+  void restore(const ObjectRow& edit, const VersionRow& version);
+
   [[nodiscard]] UnsavedGuard& guard() { return guard_; }
 
  Q_SIGNALS:
-  /// Something was deleted. `undoLines` bring it back; none where it cannot be brought back.
-  void deleted(const QString& what, const QStringList& undoLines);
+  /// Something was done that can be taken back, or might have been: `undoLines` do, none where it
+  /// cannot be.
+  void done(const QString& what, const QStringList& undoLines);
 
  private:
   [[nodiscard]] QStringList targetWords(Target target) const;

@@ -48,8 +48,9 @@ DetailPane::DetailPane(QWidget* parent)
   layout->addWidget(stack_, 1);
   connect(change_, &MessageBar::acted, this, [this] {
     change_->hide();
+    version_.clear();
     Q_EMIT seen(row_.key);
-    Q_EMIT timelineWanted(row_.cookie);
+    Q_EMIT timelineWanted(row_.cookie, {});
   });
   choose(std::nullopt, ObjectKind::eEdits, {});
 }
@@ -59,6 +60,7 @@ void DetailPane::choose(const std::optional<ObjectRow>& row, ObjectKind kind,
   row_ = row.value_or(ObjectRow());
   kind_ = kind;
   shownChanges_ = row_.remoteChanges;
+  version_.clear();
   change_->hide();
   const bool isEdit = kind == ObjectKind::eEdits;
   stack_->setCurrentWidget(isEdit || !row ? static_cast<QWidget*>(view_) : words_);
@@ -69,9 +71,17 @@ void DetailPane::choose(const std::optional<ObjectRow>& row, ObjectKind kind,
   } else if (isEdit) {
     if (!view_->timeline() || view_->timeline()->cookie != row_.cookie) view_->show(nullptr);
     view_->setHint(view_->timeline() ? QString() : QStringLiteral("Reading the edit…"));
-    Q_EMIT timelineWanted(row_.cookie);
+    Q_EMIT timelineWanted(row_.cookie, {});
   }
   showHeading();
+}
+
+void DetailPane::showVersion(const QString& version, const QString& title) {
+  if (row_.key.isEmpty() || kind_ != ObjectKind::eEdits) return;
+  version_ = version;
+  versionTitle_ = title;
+  showHeading();
+  Q_EMIT timelineWanted(row_.cookie, version_);
 }
 
 void DetailPane::update(const ObjectRow& row) {
@@ -84,7 +94,9 @@ void DetailPane::showHeading() {
   heading_->setText(row_.key.isEmpty() ? QStringLiteral("Timeline")
                                        : (row_.name.isEmpty() ? row_.cookie : oneLine(row_.name)));
   QString facts;
-  if (kind_ == ObjectKind::eEdits && !row_.key.isEmpty()) {
+  if (!version_.isEmpty()) {
+    facts = QStringLiteral("Version of %1; marked: what changed since").arg(versionTitle_);
+  } else if (kind_ == ObjectKind::eEdits && !row_.key.isEmpty()) {
     facts = row_.owner.isEmpty() ? QStringLiteral("belongs to nobody")
                                  : QStringLiteral("belongs to ") + oneLine(row_.owner);
     const TimelinePtr& timeline = view_->timeline();
@@ -109,6 +121,7 @@ void DetailPane::showChange() {
 
 void DetailPane::takeTimeline(const TimelinePtr& timeline) {
   if (kind_ != ObjectKind::eEdits || timeline->cookie != row_.cookie) return;
+  if (timeline->version != version_) return;
   view_->setHint(timeline->problem);
   view_->show(timeline);
   showHeading();

@@ -27,6 +27,10 @@ class DetailPane : public QWidget {
   /// The chosen object as it is now.
   void update(const ObjectRow& row);
 
+  /// This version of the chosen edit is to be drawn, under this title; with nothing the edit as it
+  /// is now.
+  void showVersion(const QString& version, const QString& title);
+
   /// A timeline arrived; one of another edit than the chosen one is left aside.
   void takeTimeline(const TimelinePtr& timeline);
 
@@ -35,8 +39,8 @@ class DetailPane : public QWidget {
   [[nodiscard]] const QString& key() const { return row_.key; }
 
  Q_SIGNALS:
-  /// The timeline of this edit is to be drawn up.
-  void timelineWanted(const QString& cookie);
+  /// The timeline of this edit is to be drawn up, as it is now or (with a version) as it was.
+  void timelineWanted(const QString& cookie, const QString& version);
 
   /// The user has seen what another station changed.
   void seen(const QString& key);
@@ -52,6 +56,8 @@ class DetailPane : public QWidget {
   TimelineView* view_;
   QPlainTextEdit* words_;
   ObjectRow row_;
+  QString version_;  ///< which one is drawn; empty for the edit as it is now
+  QString versionTitle_;
   ObjectKind kind_ = ObjectKind::eEdits;
   unsigned shownChanges_ = 0;
 };

@@ -11,7 +11,7 @@ namespace korvel {
 
 namespace {
 
-constexpr int kLeastWidth = 24;
+constexpr int kLeastLabelWidth = 24;
 
 }  // namespace
 
@@ -22,7 +22,7 @@ bool ElidedLabel::isElided() const {
 }
 
 QSize ElidedLabel::minimumSizeHint() const {
-  return {kLeastWidth, QLabel::minimumSizeHint().height()};
+  return {kLeastLabelWidth, QLabel::minimumSizeHint().height()};
 }
 
 bool ElidedLabel::event(QEvent* event) {

@@ -9,6 +9,7 @@
 #include "station/base/Activity.h"
 #include "station/base/Rendering.h"
 #include "station/edit/EditActions.h"
+#include "station/edit/EditHistory.h"
 #include "station/edit/Edits.h"
 #include "station/ui/Desktop.h"
 
@@ -22,6 +23,31 @@ constexpr int kTickMs = 100;
 constexpr int kPauseFactor = 4;
 constexpr int kListsPauseFactor = 20;
 constexpr qint64 kListsPauseMs = 4000;
+
+VersionRow versionRow(const JsonValue& line) {
+  VersionRow row;
+  row.version = readableText(line["version"].asString());
+  row.time =
+      QDateTime::fromString(readableText(line["time"].asString()), Qt::ISODate).toLocalTime();
+  row.user = readableText(line["user"].asString());
+  row.size = line["size"].asLong();
+  row.changes = readableText(line["changes"].asString());
+  row.problem = readableText(line["problem"].asString());
+  row.isNow = line["now"].asBool();
+  return row;
+}
+
+VersionsPtr versionsOf(const QString& cookie) {
+  auto versions = std::make_shared<EditVersions>();
+  versions->cookie = cookie;
+  const auto list = EditHistory::list(Cookie(cookie.toStdString().c_str(), false));
+  if (!list) {
+    versions->problem = readableText(list.error().message);
+  } else {
+    for (const JsonValue& line : list->elements()) versions->rows.push_back(versionRow(line));
+  }
+  return versions;
+}
 
 }  // namespace
 
@@ -167,6 +193,20 @@ void HostLink::askTimeline(const QString& cookie) {
   post("reading an edit's file", [this, cookie] {
     const TimelinePtr timeline = makeTimeline(cookie);
     QMetaObject::invokeMethod(this, [this, timeline] { Q_EMIT timelineReady(timeline); });
+  });
+}
+
+void HostLink::askVersion(const QString& cookie, const QString& version) {
+  post("reading a version of an edit", [this, cookie, version] {
+    const TimelinePtr timeline = makeTimelineOf(cookie, version);
+    QMetaObject::invokeMethod(this, [this, timeline] { Q_EMIT timelineReady(timeline); });
+  });
+}
+
+void HostLink::askVersions(const QString& cookie) {
+  post("listing the versions of an edit", [this, cookie] {
+    const VersionsPtr versions = versionsOf(cookie);
+    QMetaObject::invokeMethod(this, [this, versions] { Q_EMIT versionsReady(versions); });
   });
 }
 

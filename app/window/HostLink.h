@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "app/window/EventFeed.h"
+#include "app/window/HistoryPane.h"
 #include "app/window/Snapshot.h"
 #include "app/window/SnapshotMaker.h"
 #include "app/window/Timeline.h"
@@ -62,6 +63,12 @@ class HostLink : public QObject {
   /// Has an edit's timeline drawn up; timelineReady() follows.
   void askTimeline(const QString& cookie);
 
+  /// Has a version of it drawn up instead, with what became of it since; timelineReady() follows.
+  void askVersion(const QString& cookie, const QString& version);
+
+  /// Has an edit's versions listed; versionsReady() follows.
+  void askVersions(const QString& cookie);
+
   /// Asks whether the local user may modify these edits and logs; mayReady() follows.
   void askMay(const QStringList& cookies);
 
@@ -79,6 +86,7 @@ class HostLink : public QObject {
   void snapshotReady(const SnapshotPtr& snapshot);
   void newsReady(const News& news);
   void timelineReady(const TimelinePtr& timeline);
+  void versionsReady(const VersionsPtr& versions);
   void mayReady(const QHash<QString, bool>& answers);
 
   /// The host thread does not answer and has been at `what` for this long; with an empty text it

@@ -8,6 +8,7 @@
 
 #include "app/window/ActionRunner.h"
 #include "app/window/DetailPane.h"
+#include "app/window/HistoryPane.h"
 #include "app/window/KeptTools.h"
 #include "app/window/LogPane.h"
 #include "app/window/MessageBar.h"
@@ -49,6 +50,7 @@ WindowPanes makePanes() {
   return {new ProjectsPane,
           new ObjectsPane,
           new DetailPane,
+          new HistoryPane,
           new MessageBar(QStringLiteral("messages")),
           new MessageBar(QStringLiteral("strip")),
           new StatusLine,
@@ -77,6 +79,7 @@ MainWindow::MainWindow(HostLink& link)
   connectLink();
   connectObjects();
   connectProjects();
+  connectHistory();
   connectPanel();
   connectNotifications();
   QSettings kept = windowSettings();
@@ -99,7 +102,7 @@ void MainWindow::connectLink() {
   connect(&link_, &HostLink::timelineReady, panes_.detail, &DetailPane::takeTimeline);
   connect(&link_, &HostLink::mayReady, panes_.objects, &ObjectsPane::takeAnswers);
   connect(ownMenus_.get(), &WindowMenus::lookWanted, &link_, &HostLink::lookAgain);
-  connect(actions_.get(), &ActionRunner::deleted, outcomes_.get(), &OutcomeTeller::tellOfDeletion);
+  connect(actions_.get(), &ActionRunner::done, outcomes_.get(), &OutcomeTeller::tellUndoably);
 }
 
 void MainWindow::connectObjects() {
@@ -114,8 +117,30 @@ void MainWindow::connectObjects() {
   connect(&detail().view(), &QWidget::customContextMenuRequested, this, [this](const QPoint& at) {
     menus_->popUp({Target::eEdit}, detail().view().mapToGlobal(at));
   });
-  connect(panes_.detail, &DetailPane::timelineWanted, &link_, &HostLink::askTimeline);
-  connect(panes_.detail, &DetailPane::seen, panes_.objects, &ObjectsPane::markSeen);
+  connect(panes_.detail, &DetailPane::timelineWanted, this,
+          [this](const QString& cookie, const QString& version) {
+            version.isEmpty() ? link_.askTimeline(cookie) : link_.askVersion(cookie, version);
+          });
+  connect(panes_.detail, &DetailPane::seen, this, [this](const QString& key) {
+    history().showNow();
+    objects().markSeen(key);
+  });
+}
+
+void MainWindow::connectHistory() {
+  connect(&link_, &HostLink::versionsReady, panes_.history, &HistoryPane::takeVersions);
+  connect(&link_, &HostLink::timelineReady, panes_.history, &HistoryPane::takeTimeline);
+  connect(&link_, &HostLink::finished, this, [this](const CommandOutcome& outcome) {
+    if (outcome.command.startsWith(QLatin1String("edit "))) history().refresh();
+  });
+  connect(panes_.history, &HistoryPane::versionsWanted, &link_, &HostLink::askVersions);
+  connect(panes_.history, &HistoryPane::versionChosen, this,
+          [this](const std::optional<VersionRow>& version) {
+            detail().showVersion(version ? version->version : QString(),
+                                 version ? versionTitle(*version) : QString());
+          });
+  connect(panes_.history, &HistoryPane::restoreWanted, actions_.get(), &ActionRunner::restore);
+  connect(actions_.get(), &ActionRunner::done, panes_.history, &HistoryPane::showNow);
 }
 
 void MainWindow::connectProjects() {
@@ -177,6 +202,7 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
   outcomes_->chooseMade();
   const auto chosen = objects().chosen();
   if (!chosen.empty() && chosen.front().key == detail().key()) detail().update(chosen.front());
+  showHistory();
   enableActions();
 }
 
@@ -214,7 +240,14 @@ void MainWindow::showChoice() {
     if (!objects().isChoosing()) objects().markSeen(chosen.front().key);
     detail().choose(chosen.front(), kind, contentText(chosen.front(), kind, objects()));
   }
+  showHistory();
   enableActions();
+}
+
+void MainWindow::showHistory() {
+  const auto chosen = objects().chosen();
+  const bool isEdit = objects().kind() == ObjectKind::eEdits && !chosen.empty();
+  history().showEdit(isEdit ? std::optional(chosen.front()) : std::nullopt);
 }
 
 void MainWindow::enableActions() {

@@ -25,6 +25,7 @@ class MainWindow : public QMainWindow {
   [[nodiscard]] ProjectsPane& projects() const { return *panes_.projects; }
   [[nodiscard]] ObjectsPane& objects() const { return *panes_.objects; }
   [[nodiscard]] DetailPane& detail() const { return *panes_.detail; }
+  [[nodiscard]] HistoryPane& history() const { return *panes_.history; }
   [[nodiscard]] PanelDock& panel() const { return *panes_.panel; }
   [[nodiscard]] LogPane& log() const { return *panes_.log; }
   [[nodiscard]] NotificationsPane& notifications() const { return *panes_.notifications; }
@@ -47,12 +48,14 @@ class MainWindow : public QMainWindow {
   void connectLink();
   void connectObjects();
   void connectProjects();
+  void connectHistory();
   void connectPanel();
   void connectNotifications();
   void takeSnapshot(const SnapshotPtr& snapshot);
   void takeNews(const News& news);
   void tellOfWords(const NotificationLine& latest);
   void showChoice();
+  void showHistory();
   void enableActions();
   void end();
 

@@ -15,7 +15,7 @@ namespace korvel {
 
 namespace {
 
-constexpr int kLongest = 400;  // letters; the whole text is in the tool tip
+constexpr int kLongestBarText = 400;  // letters; the whole text is in the tool tip
 
 const char* roleOf(MessageBar::Kind kind) {
   if (kind == MessageBar::Kind::eError) return "bar-error";
@@ -83,7 +83,8 @@ void MessageBar::setLines(Lines lines) {
 }
 
 void MessageBar::showText() {
-  QString shown = text_.size() > kLongest ? text_.left(kLongest) + QStringLiteral("…") : text_;
+  QString shown =
+      text_.size() > kLongestBarText ? text_.left(kLongestBarText) + QStringLiteral("…") : text_;
   if (lines_ == Lines::eOne) {
     shown = fontMetrics().elidedText(oneLine(shown), Qt::ElideRight, label_->width());
   }

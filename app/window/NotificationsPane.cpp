@@ -16,7 +16,7 @@ namespace korvel {
 
 namespace {
 
-constexpr qsizetype kLongestLine = 300;
+constexpr qsizetype kLongestNotice = 300;
 constexpr int kTextRole = Qt::UserRole;
 constexpr int kTitleRole = Qt::UserRole + 1;
 
@@ -30,8 +30,8 @@ void setBold(QListWidgetItem& item, int weight) {
 
 QString notificationText(const NotificationLine& line) {
   const QString who = line.sender.isEmpty() ? QString() : oneLine(line.sender) + ": ";
-  if (line.text.size() <= kLongestLine) return who + line.text.simplified();
-  return who + line.text.left(kLongestLine).simplified() +
+  if (line.text.size() <= kLongestNotice) return who + line.text.simplified();
+  return who + line.text.left(kLongestNotice).simplified() +
          QStringLiteral("… (%L1 letters)").arg(line.text.size());
 }
 

@@ -15,7 +15,7 @@ namespace {
 
 using Column = ObjectsModel::Column;
 
-constexpr int kLeastName = 100;
+constexpr int kLeastObjectName = 100;
 
 QString emptyText(ObjectKind kind) {
   switch (kind) {
@@ -68,7 +68,7 @@ void setWidths(QTreeView& view, const ObjectsModel& model) {
   for (int i = 1; i < model.columnCount(); ++i) {
     widths.push_back(widthOf(view, model.columnAt(i)));
   }
-  new ColumnFit(view, kLeastName, std::move(widths));
+  new ColumnFit(view, kLeastObjectName, std::move(widths));
 }
 
 QString noProjectText() {

@@ -17,7 +17,7 @@ namespace korvel {
 
 namespace {
 
-constexpr qsizetype kLongestLine = 200;  // letters of an answer that needs no dialog
+constexpr qsizetype kLongestAnswer = 200;  // letters of an answer that needs no dialog
 
 bool isOneOf(const QString& command, std::initializer_list<const char*> names) {
   return std::any_of(names.begin(), names.end(),
@@ -69,10 +69,9 @@ void OutcomeTeller::tellOfMessage(const CommandOutcome& said) {
   }
 }
 
-void OutcomeTeller::tellOfDeletion(const QString& what, const QStringList& undoLines) {
+void OutcomeTeller::tellUndoably(const QString& text, const QStringList& undoLines) {
   const QString undo = undoLines.isEmpty() ? QString() : QStringLiteral("Undo");
-  tell(QStringLiteral("Deleted %1.").arg(what), undo,
-       [this, undoLines] { link_.runAll(undoLines, [](const CommandOutcome&) {}); });
+  tell(text, undo, [this, undoLines] { link_.runAll(undoLines, [](const CommandOutcome&) {}); });
 }
 
 void OutcomeTeller::take(const CommandOutcome& outcome) {
@@ -92,7 +91,7 @@ void OutcomeTeller::take(const CommandOutcome& outcome) {
 
 void OutcomeTeller::tellAnswer(const CommandOutcome& outcome) {
   if (outcome.text.isEmpty()) return;
-  if (outcome.text.contains(QLatin1Char('\n')) || outcome.text.size() >= kLongestLine) {
+  if (outcome.text.contains(QLatin1Char('\n')) || outcome.text.size() >= kLongestAnswer) {
     return showTable(window_, outcome.line, outcome.text);
   }
   panes_.messages->tell(MessageBar::Kind::eNote, outcome.text);

@@ -22,8 +22,8 @@ class OutcomeTeller : public QObject {
   /// What could not be sent, or not whole, stays told: the command itself went well.
   void tellOfSending(const QString& problem);
 
-  /// Something was deleted, and these lines bring it back.
-  void tellOfDeletion(const QString& what, const QStringList& undoLines);
+  /// Something was done, and these lines take it back; none where it cannot be.
+  void tellUndoably(const QString& text, const QStringList& undoLines);
 
   /// Chooses what was made here as soon as its list has it.
   void chooseMade();

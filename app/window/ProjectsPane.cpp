@@ -14,7 +14,7 @@ namespace korvel {
 
 namespace {
 
-constexpr int kLeastName = 70;
+constexpr int kLeastHolderName = 70;
 constexpr int kLeastState = 28;   // its sign
 constexpr int kAroundState = 40;  // the sign, and the gaps
 
@@ -173,7 +173,7 @@ ProjectsPane::List ProjectsPane::makeList(const QString& name, const QString& ti
   view->setTextElideMode(Qt::ElideRight);
   connect(view->selectionModel(), &QItemSelectionModel::currentChanged, this,
           &ProjectsPane::choiceChanged);
-  return {list.model, view, new ColumnFit(*view, kLeastName, {{kLeastState, kLeastState}})};
+  return {list.model, view, new ColumnFit(*view, kLeastHolderName, {{kLeastState, kLeastState}})};
 }
 
 // A list whose chosen row goes chooses the one beside it, which the user never chose.

@@ -35,6 +35,12 @@ QString plainTitle(const QString& text) {
   return oneLine(text.left(kLongestTitle)).replace(QStringLiteral("[*]"), QStringLiteral("[*][*]"));
 }
 
+QString shownTime(const QDateTime& time) {
+  if (!time.isValid()) return QStringLiteral("-");
+  const bool isToday = time.date() == QDate::currentDate();
+  return time.toString(isToday ? QStringLiteral("HH:mm:ss") : QStringLiteral("yyyy-MM-dd HH:mm"));
+}
+
 QString quoted(const QString& word) {
   return QString::fromStdString(quotedWord(word.toStdString()));
 }

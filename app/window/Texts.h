@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDateTime>
 #include <QString>
 #include <string>
 
@@ -19,6 +20,10 @@ QString plainTitle(const QString& text);
 /// A text as one line of a list shows it: blanks where it has line ends or other control
 /// characters.
 QString oneLine(const QString& text);
+
+/// A time as people say it today: "12:04" of today, with the day of any other; "-" where none is
+/// known.
+QString shownTime(const QDateTime& time);
 
 /// A word as it must be typed for a command line to hold it whole.
 QString quoted(const QString& word);

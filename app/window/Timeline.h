@@ -2,6 +2,7 @@
 
 #include <QMetaType>
 #include <QString>
+#include <QStringList>
 #include <memory>
 #include <vector>
 
@@ -18,12 +19,20 @@ struct TimelineItem {
   double from = 0;          ///< the first second shown of the material
   double rate = 0;          ///< frames a second; 0 where none is told
   bool hasMaterial = true;  ///< false where the material is missing
+  QString change;           ///< of a version: what became of it since; empty for nothing
+};
+
+/// What stands in a track now and did not in the version that is drawn.
+struct TimelineAddition {
+  double at = 0;  ///< in seconds from the track's beginning
+  QString change;
 };
 
 struct TimelineTrack {
   QString name;
   bool isAudio = false;
   std::vector<TimelineItem> items;
+  std::vector<TimelineAddition> added;
 };
 
 /// A drawing's worth of an edit: its tracks, the lowest first. A plain value, made on the host
@@ -31,11 +40,13 @@ struct TimelineTrack {
 struct Timeline {
   QString cookie;
   QString name;
+  QString version;             ///< which kept version this is; empty for the edit as it is now
   QString problem;             ///< why it cannot be shown; empty when it can
   double length = 0;           ///< in seconds
   double rate = 24;            ///< for the ruler
   unsigned remoteChanges = 0;  ///< as the list had it when this was asked for
   std::vector<TimelineTrack> tracks;
+  QStringList changes;  ///< of a version: all that became of it since, in words
 };
 using TimelinePtr = std::shared_ptr<const Timeline>;
 

@@ -5,18 +5,20 @@
 
 #include "app/window/Texts.h"
 #include "station/base/Strings.h"
+#include "station/edit/EditDifference.h"
+#include "station/edit/EditHistory.h"
 #include "station/edit/Edits.h"
 
 namespace korvel {
 
 namespace {
 
-constexpr double kLongest = 1e7;  // seconds; a length beyond it is a mistake in the file
+constexpr double kLongestTime = 1e7;  // seconds; a length beyond it is a mistake in the file
 
 double seconds(const JsonValue& time) {
   const double rate = time["rate"].asDouble();
   const double value = time["value"].asDouble() / rate;
-  return rate > 0 && std::isfinite(value) ? std::clamp(value, -kLongest, kLongest) : 0;
+  return rate > 0 && std::isfinite(value) ? std::clamp(value, -kLongestTime, kLongestTime) : 0;
 }
 
 bool isSchema(const JsonValue& item, const char* name) {
@@ -100,6 +102,52 @@ double rateOf(const Timeline& timeline) {
   return 24;
 }
 
+/// Of a clip within a nested one, the part of the track that it is in: "0/2" for "0/2/1".
+QString partOf(const std::string& path) {
+  return readableText(path).section(QLatin1Char('/'), 0, 1);
+}
+
+TimelineItem* itemAt(Timeline& timeline, const QString& path) {
+  for (TimelineTrack& track : timeline.tracks) {
+    const auto found = std::ranges::find(track.items, path, &TimelineItem::path);
+    if (found != track.items.end()) return &*found;
+  }
+  return nullptr;
+}
+
+/// Marks the place of something that is in `now` alone.
+void markAddition(Timeline& drawn, Timeline& now, const QString& path, const QString& words) {
+  const TimelineItem* const added = itemAt(now, path);
+  const std::size_t track = path.section(QLatin1Char('/'), 0, 0).toULong();
+  if (!added || drawn.tracks.empty()) return;
+  TimelineTrack& shown = drawn.tracks[std::min(track, drawn.tracks.size() - 1)];
+  shown.added.push_back({std::min(added->start, drawn.length), words});
+}
+
+void markChanges(Timeline& drawn, const OtioDocument& before, const OtioDocument& after) {
+  Timeline now = timelineOf(after.json());
+  for (const ClipChange& change : clipChangesOf(before, after)) {
+    const QString words = readableText(change.words);
+    if (change.kind == ClipChange::Kind::eAdded) {
+      markAddition(drawn, now, partOf(change.after), words);
+    } else if (TimelineItem* item = itemAt(drawn, partOf(change.before))) {
+      item->change += (item->change.isEmpty() ? QString() : QStringLiteral("\n")) + words;
+    }
+  }
+  for (const std::string& each : differencesOf(before, after)) {
+    drawn.changes.append(readableText(each));
+  }
+}
+
+/// The edit as it is shown, unsaved changes included.
+Result<OtioDocument> shownDocument(const Cookie& cookie) {
+  const auto edit = Edits::instance()->hold(cookie);
+  if (!edit) return edit.error();
+  OtioDocument document = (*edit)->document();
+  Edits::instance()->release(*edit);
+  return document;
+}
+
 }  // namespace
 
 Timeline timelineOf(const JsonValue& otio) {
@@ -124,15 +172,30 @@ Timeline timelineOf(const JsonValue& otio) {
 
 TimelinePtr makeTimeline(const QString& cookie) {
   auto timeline = std::make_shared<Timeline>();
-  const auto edit = Edits::instance()->hold(Cookie(cookie.toStdString().c_str(), false));
-  if (edit) {
-    *timeline = timelineOf((*edit)->document().json());
-    timeline->name = readableText(shownText((*edit)->document().name()));
-    Edits::instance()->release(*edit);
+  const auto document = shownDocument(Cookie(cookie.toStdString().c_str(), false));
+  if (document) {
+    *timeline = timelineOf(document->json());
+    timeline->name = readableText(shownText(document->name()));
   } else {
-    timeline->problem = readableText(edit.error().message);
+    timeline->problem = readableText(document.error().message);
   }
   timeline->cookie = cookie;
+  return timeline;
+}
+
+TimelinePtr makeTimelineOf(const QString& cookie, const QString& version) {
+  auto timeline = std::make_shared<Timeline>();
+  const Cookie object(cookie.toStdString().c_str(), false);
+  const auto kept = EditHistory::read(object, version.toStdString());
+  if (kept) {
+    *timeline = timelineOf(kept->json());
+    timeline->name = readableText(shownText(kept->name()));
+    if (const auto now = shownDocument(object)) markChanges(*timeline, *kept, *now);
+  } else {
+    timeline->problem = readableText(kept.error().message);
+  }
+  timeline->cookie = cookie;
+  timeline->version = version;
   return timeline;
 }
 

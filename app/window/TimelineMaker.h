@@ -9,6 +9,9 @@ namespace korvel {
 /// Host thread.
 TimelinePtr makeTimeline(const QString& cookie);
 
+/// Draws up a kept version of it, and marks what became of each part since. Host thread.
+TimelinePtr makeTimelineOf(const QString& cookie, const QString& version);
+
 /// The tracks of an OpenTimelineIO timeline. A track that does not tell its items' lengths has
 /// items of no length; nothing in a file can make this fail.
 Timeline timelineOf(const JsonValue& otio);

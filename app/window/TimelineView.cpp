@@ -7,6 +7,7 @@
 #include <QToolTip>
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 
 #include "app/window/Appearance.h"
 #include "app/window/Texts.h"
@@ -20,6 +21,7 @@ constexpr int kRulerHeight = 24;
 constexpr int kTrackHeight = 38;
 constexpr int kTrackGap = 4;
 constexpr int kLeastTextWidth = 26;
+constexpr int kMarkHeight = 5;
 constexpr double kMostZoom = 400;
 constexpr int kLeastTickWidth = 84;
 
@@ -189,8 +191,10 @@ void TimelineView::paintTrack(QPainter& painter, std::size_t track) const {
       const bool isChosen = hasChoice_ && track == track_ && item == item_;
       paintItem(painter, shown, shown.items[item], rect,
                 isChosen ? Weight::eChosen : Weight::eNormal);
+      if (!shown.items[item].change.isEmpty()) paintChange(painter, rect);
     }
   }
+  paintAdded(painter, track);
   painter.setClipping(false);
   painter.fillRect(QRect(0, y, kHeadWidth - 4, kTrackHeight), palette().window());
   painter.setPen(colours().quiet);
@@ -222,6 +226,34 @@ void TimelineView::paintItem(QPainter& painter, const TimelineTrack& track,
   const QRect inner(visible.left() + 6, rect.top(), visible.width() - 12, rect.height());
   painter.drawText(inner, Qt::AlignVCenter | Qt::AlignLeft,
                    painter.fontMetrics().elidedText(text, Qt::ElideRight, inner.width()));
+}
+
+void TimelineView::paintChange(QPainter& painter, const QRect& rect) const {
+  painter.fillRect(QRect(rect.left(), rect.top(), rect.width(), kMarkHeight), colours().bad);
+}
+
+void TimelineView::paintAdded(QPainter& painter, std::size_t track) const {
+  const int top = yOf(track);
+  for (const TimelineAddition& added : timeline_->tracks[track].added) {
+    const int x = xAt(added.at);
+    painter.setPen(QPen(colours().good, 2));
+    painter.drawLine(x, top, x, top + kTrackHeight);
+    painter.setBrush(colours().good);
+    painter.drawPolygon(
+        QPolygon({{x - kMarkHeight, top}, {x + kMarkHeight, top}, {x, top + kMarkHeight + 1}}));
+  }
+}
+
+const TimelineAddition* TimelineView::additionAt(const QPoint& at) const {
+  if (!timeline_) return nullptr;
+  for (std::size_t track = 0; track < timeline_->tracks.size(); ++track) {
+    const int fromTop = at.y() - yOf(track);
+    if (fromTop < 0 || fromTop > kTrackHeight) continue;
+    for (const TimelineAddition& added : timeline_->tracks[track].added) {
+      if (std::abs(xAt(added.at) - at.x()) <= kMarkHeight) return &added;
+    }
+  }
+  return nullptr;
 }
 
 const TimelineItem* TimelineView::itemAt(const QPoint& at, std::size_t& track,
@@ -337,17 +369,23 @@ QString TimelineView::toolTipOf(const TimelineItem& item) const {
   QString text = QStringLiteral("%1 (%2)\n%3 long, from %4")
                      .arg(item.name.isEmpty() ? kindWord(item) : item.name, kindWord(item),
                           timecode(item.length, rate), timecode(item.start, rate));
+  if (!item.change.isEmpty()) text += QStringLiteral("\nSince then: ") + item.change;
   if (!item.hasMaterial) text += QStringLiteral("\nIts material is missing.");
   return text;
+}
+
+QString TimelineView::tipAt(const QPoint& at) const {
+  if (const TimelineAddition* added = additionAt(at)) return added->change;
+  std::size_t track = 0;
+  std::size_t item = 0;
+  const TimelineItem* const found = itemAt(at, track, item);
+  return found ? toolTipOf(*found) : QString();
 }
 
 bool TimelineView::viewportEvent(QEvent* event) {
   if (event->type() == QEvent::ToolTip) {
     const auto* help = static_cast<QHelpEvent*>(event);
-    std::size_t track = 0;
-    std::size_t item = 0;
-    const TimelineItem* found = itemAt(help->pos(), track, item);
-    QToolTip::showText(help->globalPos(), found ? plainTip(toolTipOf(*found)) : QString(), this);
+    QToolTip::showText(help->globalPos(), plainTip(tipAt(help->pos())), this);
     return true;
   }
   return QAbstractScrollArea::viewportEvent(event);

@@ -8,7 +8,8 @@ namespace korvel {
 
 /// Draws an edit to scale: a row a track, the highest on top, under a ruler. The whole edit fits
 /// the width at first; Ctrl and the wheel, "+", "-" and "0" change that. The arrow keys go from
-/// clip to clip.
+/// clip to clip. Of an older version, what became another since is marked at its upper edge, and
+/// what came since by a line at its place; the tool tips say what it is.
 class TimelineView : public QAbstractScrollArea {
   Q_OBJECT
 
@@ -27,6 +28,9 @@ class TimelineView : public QAbstractScrollArea {
 
   /// Where an item is drawn, in the viewport.
   [[nodiscard]] QRect rectOf(std::size_t track, std::size_t item) const;
+
+  /// What the tool tip at a place of the viewport says; empty for none.
+  [[nodiscard]] QString tipAt(const QPoint& at) const;
 
  Q_SIGNALS:
   void choiceChanged();
@@ -51,6 +55,9 @@ class TimelineView : public QAbstractScrollArea {
   void paintTrack(QPainter& painter, std::size_t track) const;
   void paintItem(QPainter& painter, const TimelineTrack& track, const TimelineItem& item,
                  const QRect& rect, Weight weight) const;
+  void paintChange(QPainter& painter, const QRect& rect) const;
+  void paintAdded(QPainter& painter, std::size_t track) const;
+  [[nodiscard]] const TimelineAddition* additionAt(const QPoint& at) const;
   void choose(std::size_t track, std::size_t item);
   void step(int tracks, int items);
   void zoom(double factor);

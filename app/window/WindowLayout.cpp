@@ -6,6 +6,7 @@
 #include <QScreen>
 #include <QSplitter>
 #include <QTreeView>
+#include <QTreeWidget>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <cstdio>
@@ -13,6 +14,7 @@
 #include <string>
 
 #include "app/window/DetailPane.h"
+#include "app/window/HistoryPane.h"
 #include "app/window/LogPane.h"
 #include "app/window/MessageBar.h"
 #include "app/window/NotificationsPane.h"
@@ -95,16 +97,21 @@ void WindowLayout::buildDocks() {
   window_.addDockWidget(Qt::RightDockWidgetArea, notificationsDock_);
   logDock_ = makeDock(QStringLiteral("Log"), "logDock", panes_.log);
   window_.addDockWidget(Qt::BottomDockWidgetArea, logDock_);
-  logDock_->hide();
-  notificationsDock_->hide();
+  historyDock_ = makeDock(QStringLiteral("History"), "historyDock", panes_.history);
+  window_.addDockWidget(Qt::BottomDockWidgetArea, historyDock_);
+  window_.tabifyDockWidget(logDock_, historyDock_);
+  for (QDockWidget* each : {notificationsDock_, logDock_, historyDock_}) each->hide();
   window_.resizeDocks({panes_.panel}, {300}, Qt::Horizontal);
-  for (QDockWidget* each :
-       {static_cast<QDockWidget*>(panes_.panel), notificationsDock_, logDock_}) {
+  for (QDockWidget* each : docks()) {
     connect(each, &QDockWidget::visibilityChanged, this, &WindowLayout::fit, Qt::QueuedConnection);
     connect(each, &QDockWidget::dockLocationChanged, this, &WindowLayout::fit,
             Qt::QueuedConnection);
   }
-  window_.resizeDocks({logDock_}, {170}, Qt::Vertical);
+  window_.resizeDocks({logDock_, historyDock_}, {190, 190}, Qt::Vertical);
+}
+
+QList<QDockWidget*> WindowLayout::docks() const {
+  return {panes_.panel, notificationsDock_, logDock_, historyDock_};
 }
 
 void WindowLayout::focusNextPane() {
@@ -113,6 +120,7 @@ void WindowLayout::focusNextPane() {
   if (panes_.panel->isVisible()) panes.append(panes_.panel->focusProxy());
   if (notificationsDock_->isVisible())
     panes.append(panes_.notifications->findChild<QWidget*>(QStringLiteral("notifications")));
+  if (historyDock_->isVisible()) panes.append(&panes_.history->list());
   if (logDock_->isVisible()) panes.append(&panes_.log->view());
   const qsizetype now = panes.indexOf(QApplication::focusWidget());
   for (qsizetype i = 1; i <= panes.size(); ++i) {
@@ -162,7 +170,7 @@ bool WindowLayout::eventFilter(QObject* watched, QEvent* event) {
 }
 
 void WindowLayout::gatherDocks() {
-  for (QDockWidget* dock : {notificationsDock_, logDock_}) {
+  for (QDockWidget* dock : {notificationsDock_, logDock_, historyDock_}) {
     if (dock->isFloating() || panes_.panel->isFloating()) continue;
     const bool wasShown = !dock->isHidden();
     window_.tabifyDockWidget(panes_.panel, dock);
@@ -171,11 +179,11 @@ void WindowLayout::gatherDocks() {
 }
 
 void WindowLayout::spreadDocks() {
-  const QList<QDockWidget*> docks{panes_.panel, notificationsDock_, logDock_};
+  const QList<QDockWidget*> all = docks();
   QList<bool> shown;
-  for (const QDockWidget* dock : docks) shown.append(!dock->isHidden());
+  for (const QDockWidget* dock : all) shown.append(!dock->isHidden());
   window_.restoreState(spread_);
-  for (qsizetype i = 0; i < docks.size(); ++i) docks[i]->setVisible(shown[i]);
+  for (qsizetype i = 0; i < all.size(); ++i) all[i]->setVisible(shown[i]);
 }
 
 bool WindowLayout::restore(QSettings& kept) {

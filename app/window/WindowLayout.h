@@ -9,6 +9,7 @@ class QSplitter;
 namespace korvel {
 
 class DetailPane;
+class HistoryPane;
 class LogPane;
 class MessageBar;
 class NotificationsPane;
@@ -22,6 +23,7 @@ struct WindowPanes {
   ProjectsPane* projects = nullptr;
   ObjectsPane* objects = nullptr;
   DetailPane* detail = nullptr;
+  HistoryPane* history = nullptr;
   MessageBar* messages = nullptr;
   MessageBar* strip = nullptr;
   StatusLine* status = nullptr;
@@ -42,6 +44,7 @@ class WindowLayout : public QObject {
 
   [[nodiscard]] QDockWidget& notificationsDock() const { return *notificationsDock_; }
   [[nodiscard]] QDockWidget& logDock() const { return *logDock_; }
+  [[nodiscard]] QDockWidget& historyDock() const { return *historyDock_; }
 
   /// The keyboard goes to the pane after the one that has it.
   void focusNextPane();
@@ -60,6 +63,7 @@ class WindowLayout : public QObject {
  private:
   void buildPanes();
   void buildDocks();
+  [[nodiscard]] QList<QDockWidget*> docks() const;
   QDockWidget* makeDock(const QString& title, const char* name, QWidget* content);
   void fit();
   void narrowPanel();
@@ -72,6 +76,7 @@ class WindowLayout : public QObject {
   const WindowPanes& panes_;
   QDockWidget* notificationsDock_ = nullptr;
   QDockWidget* logDock_ = nullptr;
+  QDockWidget* historyDock_ = nullptr;
   QSplitter* side_ = nullptr;
   QSplitter* centre_ = nullptr;
   QByteArray spread_;  ///< where the docks were when there was room for them

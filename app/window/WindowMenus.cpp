@@ -43,8 +43,8 @@ void WindowMenus::buildTools() {
   connect(panelAction_, &QAction::triggered, this, &WindowMenus::togglePanel);
   connect(menus_.action(QStringLiteral("panel open")), &QAction::triggered, panes_.panel,
           [this] { panes_.panel->focusWhenOpen(); });
-  bar->addActions(
-      {layout_.notificationsDock().toggleViewAction(), layout_.logDock().toggleViewAction()});
+  bar->addActions({layout_.notificationsDock().toggleViewAction(),
+                   layout_.logDock().toggleViewAction(), layout_.historyDock().toggleViewAction()});
 }
 
 void WindowMenus::togglePanel() {
@@ -65,8 +65,10 @@ void WindowMenus::buildViewMenu() {
   QAction* const log = layout_.logDock().toggleViewAction();
   QAction* const notifications = layout_.notificationsDock().toggleViewAction();
   log->setShortcut(QKeySequence(QStringLiteral("Ctrl+Alt+L")));
+  QAction* const history = layout_.historyDock().toggleViewAction();
   notifications->setShortcut(QKeySequence(QStringLiteral("Ctrl+Alt+N")));
-  menus_.menu(view).addActions({notifications, log});
+  history->setShortcut(QKeySequence(QStringLiteral("Ctrl+H")));
+  menus_.menu(view).addActions({notifications, log, history});
   menus_.menu(view).addSeparator();
   const QStringList kinds{QStringLiteral("Edits and logs"), QStringLiteral("Bins"),
                           QStringLiteral("Racks"), QStringLiteral("Filters"),
@@ -125,6 +127,7 @@ void WindowMenus::chooseAppearance(const QString& name) {
   applyAppearance(appearanceNamed(kept.value(key).toString()));
   layout_.notificationsDock().toggleViewAction()->setIcon(icon(Glyph::eBell, colours().text));
   layout_.logDock().toggleViewAction()->setIcon(icon(Glyph::eLog, colours().text));
+  layout_.historyDock().toggleViewAction()->setIcon(icon(Glyph::eBusy, colours().text));
 }
 
 }  // namespace korvel

@@ -56,7 +56,7 @@ class ClipComparison {
  public:
   ClipComparison(const Clips& before, const Clips& after) : before_(before), after_(after) {}
 
-  Words words() {
+  std::vector<ClipChange> changes() {
     const std::size_t shorter = std::min(before_.size(), after_.size());
     while (first_ < shorter && isSameKind(before_[first_], after_[first_])) {
       compare(before_[first_], after_[first_]);
@@ -67,18 +67,21 @@ class ClipComparison {
       ++behind_;
     }
     compareMiddle();
-    return std::move(words_);
+    return std::move(changes_);
   }
 
  private:
+  using Kind = ClipChange::Kind;
+
   [[nodiscard]] const ClipInfo& fromEnd(const Clips& clips) const {
     return clips[clips.size() - 1 - behind_];
   }
 
   void compare(const ClipInfo& before, const ClipInfo& after) {
     if (isSameRange(before, after)) return;
-    words_.push_back(title(after) + " trimmed to " + rangeText(after) + ", was " +
-                     rangeText(before));
+    changes_.push_back(
+        {Kind::eTrimmed, before.path, after.path,
+         title(after) + " trimmed to " + rangeText(after) + ", was " + rangeText(before)});
   }
 
   void removed(const ClipInfo& clip) { removed_.push_back(&clip); }
@@ -137,14 +140,16 @@ class ClipComparison {
       const bool isRenamed = there != newAt.end() && there->second->schema == clip->schema &&
                              clip->hasRange && isSameRange(*clip, *there->second);
       if (isRenamed) {
-        words_.push_back(title(*clip) + " renamed to " + inQuotes(there->second->name));
+        changes_.push_back({Kind::eRenamed, clip->path, clip->path,
+                            title(*clip) + " renamed to " + inQuotes(there->second->name)});
         newAt.erase(there);
       } else {
-        words_.push_back(title(*clip) + " removed");
+        changes_.push_back({Kind::eRemoved, clip->path, {}, title(*clip) + " removed"});
       }
     }
     for (const ClipInfo* clip : added_) {
-      if (newAt.count(clip->path)) words_.push_back(title(*clip) + " added");
+      if (!newAt.contains(clip->path)) continue;
+      changes_.push_back({Kind::eAdded, {}, clip->path, title(*clip) + " added"});
     }
   }
 
@@ -154,7 +159,7 @@ class ClipComparison {
   std::size_t behind_ = 0;  ///< how many both end with
   std::vector<const ClipInfo*> removed_;
   std::vector<const ClipInfo*> added_;
-  Words words_;
+  std::vector<ClipChange> changes_;
 };
 
 /// Two versions without what differs in any two saves.
@@ -171,6 +176,12 @@ std::string ownerText(const OtioDocument& document) {
 
 }  // namespace
 
+std::vector<ClipChange> clipChangesOf(const OtioDocument& before, const OtioDocument& after) {
+  const Clips old = listClips(before.json());
+  const Clips now = listClips(after.json());
+  return ClipComparison(old, now).changes();
+}
+
 std::vector<std::string> differencesOf(const OtioDocument& before, const OtioDocument& after) {
   Words words;
   if (before.name() != after.name()) {
@@ -179,9 +190,7 @@ std::vector<std::string> differencesOf(const OtioDocument& before, const OtioDoc
   if (ownerText(before) != ownerText(after)) {
     words.push_back("owner " + ownerText(after) + ", was " + ownerText(before));
   }
-  const Clips old = listClips(before.json());
-  const Clips now = listClips(after.json());
-  for (std::string& each : ClipComparison(old, now).words()) words.push_back(std::move(each));
+  for (ClipChange& each : clipChangesOf(before, after)) words.push_back(std::move(each.words));
   if (words.empty() && !holdSame(before, after)) words.emplace_back("other content changed");
   return words;
 }

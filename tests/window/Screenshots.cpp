@@ -1,11 +1,13 @@
 // Takes the pictures of the window that the documents show: window_shots NAME FILE [WIDTH HEIGHT].
 
 #include <QTreeView>
+#include <QTreeWidget>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <map>
 
+#include "app/window/HistoryPane.h"
 #include "app/window/MessageBar.h"
 #include "app/window/WindowSettings.h"
 #include "tests/window/WindowScene.h"
@@ -76,6 +78,24 @@ void takeRefused(WindowScene& scene, MainWindow& window) {
   letItSettle();
 }
 
+/// The film with the history of the cut, an older version chosen.
+void takeHistory(WindowScene& scene, MainWindow& window) {
+  StationProcess ben(scene.other("BEN"));
+  showFilm(window, ben);
+  for (const char* line :
+       {"edit trim \"Harbour, rough cut\" 0/2 0s 1s", "edit save \"Harbour, rough cut\"",
+        "edit trim \"Harbour, rough cut\" 1/1 0s 1s", "edit save \"Harbour, rough cut\""}) {
+    command(window, line);
+  }
+  QApplication::setActiveWindow(&window);
+  QTest::keyClick(&window, Qt::Key_H, Qt::ControlModifier);
+  waitFor([&] { return window.history().rows().size() > 2; });
+  QTreeWidget& list = window.history().list();
+  list.setFocus();
+  list.setCurrentItem(list.topLevelItem(2));
+  letItSettle();
+}
+
 void takeEmpty(WindowScene&, MainWindow& window) {
   waitForProject(window, "Harbour");
   letItSettle();
@@ -102,6 +122,7 @@ const std::map<std::string, Shot>& shots() {
       {"panel", {kFilm, "light", takePanel}},
       {"refused", {kFilm, "light", takeRefused}},
       {"dark", {kFilm, "dark", takeEdit}},
+      {"history", {kFilm, "light", takeHistory}},
       {"empty", {"project create Harbour\nproject enter Harbour\n", "light", takeEmpty}},
       {"many", {"project create Series\n", "light", takeMany}},
   };
@@ -115,8 +136,9 @@ const std::map<std::string, Shot>& shots() {
 int main(int argc, char** argv) {
   const auto found = argc == 3 || argc == 5 ? shots().find(argv[1]) : shots().end();
   if (found == shots().end()) {
-    std::fputs("usage: window_shots edit|panel|refused|dark|empty|many FILE.png [WIDTH HEIGHT]\n",
-               stderr);
+    std::fputs(
+        "usage: window_shots edit|panel|refused|dark|history|empty|many FILE.png [WIDTH HEIGHT]\n",
+        stderr);
     return 2;
   }
   WindowScene scene;

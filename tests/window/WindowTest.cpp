@@ -247,9 +247,10 @@ TEST_F(WindowTest, NoTwoActionsAnswerToTheSameKey) {
   });
 }
 
-TEST_F(WindowTest, EveryCommandOfTheConsoleIsInTheMenus) {
-  const QStringList elsewhere{"help",       "quit",         "wait",        "sleep",     "panel to",
-                              "panel type", "panel return", "panel lines", "panel show"};
+TEST_F(WindowTest, EveryCommandOfTheConsoleIsInTheMenusOrAPane) {
+  const QStringList elsewhere{"help",       "quit",         "wait",         "sleep",
+                              "panel to",   "panel type",   "panel return", "panel lines",
+                              "panel show", "edit history", "edit compare", "edit restore"};
   play([&](MainWindow& window) {
     for (const auto& [name, command] : window.commands().all()) {
       const QString wanted = QString::fromStdString(name);

@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <string>
+#include <tuple>
+#include <vector>
 
 namespace korvel {
 
@@ -61,6 +64,20 @@ TEST(EditDifferenceTest, SaysWhatBecameOfEachClip) {
     SCOPED_TRACE(row.before + " -> " + row.after);
     EXPECT_EQ(differencesOf(edit(row.before), edit(row.after)), row.words);
   }
+}
+
+TEST(EditDifferenceTest, EachChangeOfAClipNamesItsPlaceInBothVersions) {
+  using Kind = ClipChange::Kind;
+  const auto changes =
+      clipChangesOf(edit("A:0-48 B:0-24 C:0-24 D:0-24"), edit("N:0-12 A:0-24 X:0-24 D:0-24"));
+  const std::vector<std::tuple<Kind, std::string, std::string>> expected{
+      {Kind::eTrimmed, "0/0", "0/1"},
+      {Kind::eRemoved, "0/1", ""},
+      {Kind::eRenamed, "0/2", "0/2"},
+      {Kind::eAdded, "", "0/0"}};
+  std::vector<std::tuple<Kind, std::string, std::string>> found;
+  for (const ClipChange& each : changes) found.emplace_back(each.kind, each.before, each.after);
+  EXPECT_EQ(found, expected);
 }
 
 TEST(EditDifferenceTest, WhoSavedAndWhenDoesNotCount) {
