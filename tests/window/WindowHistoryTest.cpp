@@ -153,7 +153,7 @@ TEST_F(WindowHistoryTest, AVersionThatGoesWhileItIsChosenIsNoLongerDrawn) {
     openHistory(window);
     for (const int row : {2, 1, 0}) {
       chooseVersion(window, row);
-      ASSERT_TRUE(waitFor([&] { return window.history().chosen().has_value(); }));
+      ASSERT_TRUE(waitFor([&] { return drawn(window) && !drawn(window)->version.isEmpty(); }));
       EditVersions fewer;
       fewer.cookie = keyOf(window, "Dock");
       for (int left = 0; left < row; ++left) {
