@@ -4,6 +4,7 @@
 #include "host/edit/EditManager.h"
 #include "host/project/ProjectSpacesManager.h"
 #include "station/base/Events.h"
+#include "station/base/HostParts.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
 #include "station/os/SharedFiles.h"
@@ -31,7 +32,7 @@ LightweightString<wchar_t> fileHere(const Cookie& cookie, const Cookie& open) {
 }
 
 bool isKnown(const Cookie& cookie, const Cookie& open) {
-  return Edits::instance()->holds(cookie) || existsFresh(utf8Text(fileHere(cookie, open)));
+  return hostParts().edits->holds(cookie) || existsFresh(utf8Text(fileHere(cookie, open)));
 }
 
 }  // namespace

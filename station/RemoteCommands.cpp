@@ -5,6 +5,7 @@
 #include "host/base/Log.h"
 #include "host/project/ProjectSpacesManager.h"
 #include "station/base/Events.h"
+#include "station/base/HostParts.h"
 #include "station/base/Notifications.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
@@ -30,9 +31,9 @@ std::string identify() {
 }
 
 std::string refresh() {
-  if (Bins* const bins = Bins::instance()) bins->readAllAgain();
-  if (Racks* const racks = Racks::instance()) racks->readAllAgain();
-  if (Filters* const filters = Filters::instance()) filters->reInit();
+  if (Bins* const bins = hostParts().bins) bins->readAllAgain();
+  if (Racks* const racks = hostParts().racks) racks->readAllAgain();
+  if (Filters* const filters = hostParts().filters) filters->reInit();
   ProjectSpacesManager::refreshCurrentLobby();
   return "What this station shows of the open project was read again, as another machine asked.";
 }
@@ -40,23 +41,18 @@ std::string refresh() {
 constexpr std::array kCommands{StationCommand{"identify", identify},
                                StationCommand{"refresh", refresh}};
 
-RemoteCommands* theCommands = nullptr;
-
 }  // namespace
 
-RemoteCommands::RemoteCommands() { theCommands = this; }
+RemoteCommands::RemoteCommands() = default;
 
-RemoteCommands::~RemoteCommands() {
-  if (theCommands == this) theCommands = nullptr;
-}
+RemoteCommands::~RemoteCommands() = default;
 
 }  // namespace korvel
 
 CommandMap& CommandMap::theCommandMap() {
-  if (theCommands) return *theCommands;
-  static RemoteCommands made;
-  theCommands = &made;
-  return made;
+  if (hostParts().commands) return *hostParts().commands;
+  static RemoteCommands withoutStation;
+  return withoutStation;
 }
 
 namespace korvel {

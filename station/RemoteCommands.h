@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "host/project/CommandMap.h"
+#include "station/base/HostParts.h"
 
 namespace korvel {
 
@@ -26,6 +27,9 @@ class RemoteCommands : public CommandMap {
 
   /// The names of all commands.
   [[nodiscard]] static std::vector<std::string> names();
+
+ private:
+  const HostEntry<RemoteCommands> entry_{&HostParts::commands, *this};
 };
 
 }  // namespace korvel

@@ -155,6 +155,17 @@ void Station::stop(Shutdown::eExitType type) {
 }
 
 HostThread& Station::hostThread() { return parts_->hostThread; }
+Bins& Station::bins() { return parts_->bins; }
+Desktop& Station::desktop() { return parts_->desktop; }
+Edits& Station::edits() { return parts_->edits; }
+Filters& Station::filters() { return parts_->filters; }
+Health& Station::health() { return parts_->health; }
+MediaCache& Station::media() { return parts_->media; }
+Presence& Station::presence() { return parts_->presence; }
+Projects& Station::projects() { return parts_->projects; }
+Racks& Station::racks() { return parts_->racks; }
+Rooms& Station::rooms() { return parts_->rooms; }
+UnsavedEdits& Station::unsaved() { return parts_->unsaved; }
 
 void Station::markPresent() {
   if (iProjectShare* share = iProjectShare::instance()) share->lockRoom({});

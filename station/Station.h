@@ -9,6 +9,18 @@
 
 namespace korvel {
 
+class Bins;
+class Desktop;
+class Edits;
+class Filters;
+class Health;
+class MediaCache;
+class Presence;
+class Projects;
+class Racks;
+class Rooms;
+class UnsavedEdits;
+
 /// One workstation: the host behind the plug-in, whole.
 ///
 /// Construction makes, in this order, the host thread's queue, the network service, the operating
@@ -46,6 +58,19 @@ class Station {
   void stop(Shutdown::eExitType type);
 
   [[nodiscard]] HostThread& hostThread();
+
+  /// The parts. Host thread.
+  [[nodiscard]] Bins& bins();
+  [[nodiscard]] Desktop& desktop();
+  [[nodiscard]] Edits& edits();
+  [[nodiscard]] Filters& filters();
+  [[nodiscard]] Health& health();
+  [[nodiscard]] MediaCache& media();
+  [[nodiscard]] Presence& presence();
+  [[nodiscard]] Projects& projects();
+  [[nodiscard]] Racks& racks();
+  [[nodiscard]] Rooms& rooms();
+  [[nodiscard]] UnsavedEdits& unsaved();
 
   /// The plug-in's name and version as it reports them; empty while none is loaded.
   [[nodiscard]] std::string pluginName() const;

@@ -11,6 +11,8 @@
 
 namespace korvel {
 
+class Station;
+
 using Arguments = std::vector<std::string>;
 
 /// What a person is offered where a command was refused: the word to type, and the option with
@@ -31,7 +33,7 @@ struct Command {
 
   /// Does it. The value is shown to people as text, a list or a table, and to
   /// scripts as JSON; null where there is nothing to say.
-  std::function<Result<JsonValue>(const Arguments&)> run;
+  std::function<Result<JsonValue>(Station&, const Arguments&)> run;
 
   static constexpr std::size_t kAnyNumber = ~std::size_t{0};
 
@@ -42,7 +44,7 @@ struct Command {
 
   /// The result in words for people, where the rendered JSON says too little or too much; without
   /// it the result is rendered. Runs where `run` does, after it succeeded.
-  std::function<std::string(const Arguments&, const JsonValue& result)> show = {};
+  std::function<std::string(Station&, const Arguments&, const JsonValue& result)> show = {};
 
   /// What a person at a terminal is asked instead of being refused. A script is refused.
   std::vector<Choice> choices = {};

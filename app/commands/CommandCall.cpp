@@ -100,9 +100,9 @@ CommandCall readCall(const CommandTable& commands, const std::string& line) {
   return {command, std::move(arguments), checkArguments(*command, count)};
 }
 
-Result<JsonValue> runCall(const CommandCall& call) {
+Result<JsonValue> runCall(Station& station, const CommandCall& call) {
   try {
-    return call.command->run(call.arguments);
+    return call.command->run(station, call.arguments);
   } catch (const std::exception& problem) {
     return Error{ErrorCode::eSystem,
                  "\"" + call.command->name + "\" failed unexpectedly: " + problem.what() + ".",
@@ -127,9 +127,9 @@ JsonValue withShortCookies(JsonValue list) {
   return list;
 }
 
-std::string shownResult(const CommandCall& call, const JsonValue& result) {
+std::string shownResult(Station& station, const CommandCall& call, const JsonValue& result) {
   const auto& show = call.command->show;
-  return show ? show(call.arguments, result) : renderForPeople(withShortCookies(result));
+  return show ? show(station, call.arguments, result) : renderForPeople(withShortCookies(result));
 }
 
 }  // namespace korvel

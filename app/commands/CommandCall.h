@@ -22,13 +22,13 @@ CommandCall readCall(const CommandTable& commands, const std::string& line);
 
 /// Runs a call without a problem, in the place that its command asks for. What the command throws
 /// is a failure like any other.
-Result<JsonValue> runCall(const CommandCall& call);
+Result<JsonValue> runCall(Station& station, const CommandCall& call);
 
 /// A list of objects with each "cookie" cut to as many letters as tell it from the others, eight at
 /// least: what people read and type. Anything else stays as it is.
 JsonValue withShortCookies(JsonValue list);
 
 /// What people are shown of the result of a call that succeeded; in the same place as runCall.
-std::string shownResult(const CommandCall& call, const JsonValue& result);
+std::string shownResult(Station& station, const CommandCall& call, const JsonValue& result);
 
 }  // namespace korvel

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "app/commands/KeepCommands.h"
+#include "station/Station.h"
 #include "station/base/Notifications.h"
 #include "station/base/Rendering.h"
 #include "station/base/TextMember.h"
@@ -144,11 +145,9 @@ Result<JsonValue> listNotifications() {
   return all;
 }
 
-JsonValue shownState() {
-  JsonValue state = Projects::instance().state();
-  if (const Health* const health = Health::instance()) {
-    state.set("health", shownHealth(health->now()));
-  }
+JsonValue shownState(Station& station) {
+  JsonValue state = station.projects().state();
+  state.set("health", shownHealth(station.health().now()));
   return state;
 }
 
@@ -168,28 +167,33 @@ Result<JsonValue> quit(const Arguments& arguments, const ConsoleServices& servic
 
 void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
   const auto here = Command::Place::eConsoleThread;
-  table.add({"help", "[COMMAND]", "Lists the commands, or those that begin like this.", 0, 4,
-             [&table](const Arguments& words) { return help(table, words); }, here,
-             [](const Arguments&, const JsonValue& rows) { return renderWrapped(rows); }});
+  table.add(
+      {"help", "[COMMAND]", "Lists the commands, or those that begin like this.", 0, 4,
+       [&table](Station&, const Arguments& words) { return help(table, words); }, here,
+       [](Station&, const Arguments&, const JsonValue& rows) { return renderWrapped(rows); }});
   table.add({"state", "", "Shows everything that this station shows of the open project.", 0, 0,
-             [](const Arguments&) -> Result<JsonValue> { return shownState(); }});
+             [](Station& station, const Arguments&) -> Result<JsonValue> {
+               return shownState(station);
+             }});
   table.add({"notifications", "",
              "Shows the texts that reached this station and that no panel took.", 0, 0,
-             [](const Arguments&) { return listNotifications(); }});
+             [](Station&, const Arguments&) { return listNotifications(); }});
   table.add({"wait", "EVENT [KEY=VALUE...] [--timeout S]",
              "Waits for an event that was not waited for before, 10 seconds at most.", 1,
              Command::kAnyNumber,
-             [services](const Arguments& words) { return waitForEvent(words, services); }, here});
-  table.add({"sleep", "S", "Waits for S seconds.", 1, 1,
-             [services](const Arguments& words) { return sleepFor(words, services.waiter); },
+             [services](Station&, const Arguments& words) { return waitForEvent(words, services); },
              here});
+  table.add(
+      {"sleep", "S", "Waits for S seconds.", 1, 1,
+       [services](Station&, const Arguments& words) { return sleepFor(words, services.waiter); },
+       here});
   table.add({"quit",
              "[--save|--discard]",
              "Leaves room and project, and ends the station; so do Ctrl-D and, a second time, "
              "Ctrl-C. Refused with unsaved changes unless they are saved or discarded.",
              0,
              1,
-             [services](const Arguments& words) { return quit(words, services); },
+             [services](Station&, const Arguments& words) { return quit(words, services); },
              here,
              {},
              leavingChoices()});

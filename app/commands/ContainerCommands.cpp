@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "station/Station.h"
 #include "station/base/Strings.h"
 #include "station/containers/Bins.h"
 #include "station/containers/Racks.h"
@@ -11,20 +12,21 @@ namespace korvel {
 
 namespace {
 
-using Manager = CookieLists& (*)();
+using Manager = CookieLists& (*)(Station&);
 
-CookieLists& bins() { return *Bins::instance(); }
-CookieLists& racks() { return *Racks::instance(); }
+CookieLists& bins(Station& station) { return station.bins(); }
+CookieLists& racks(Station& station) { return station.racks(); }
 
-Result<Cookie> resolve(const CookieLists& manager, const std::string& text) {
-  return Projects::instance().resolve(text, manager.kind().letters);
+Result<Cookie> resolve(const Projects& projects, const CookieLists& manager,
+                       const std::string& text) {
+  return projects.resolve(text, manager.kind().letters);
 }
 
 /// The objects that the words after the container's mean.
-Result<CookieVec> resolveObjects(const Arguments& arguments) {
+Result<CookieVec> resolveObjects(const Projects& projects, const Arguments& arguments) {
   CookieVec objects;
   for (std::size_t index = 1; index < arguments.size(); ++index) {
-    const Result<Cookie> object = Projects::instance().resolve(arguments[index], "");
+    const Result<Cookie> object = projects.resolve(arguments[index], "");
     if (!object) return object.error();
     objects.push_back(*object);
   }
@@ -32,26 +34,26 @@ Result<CookieVec> resolveObjects(const Arguments& arguments) {
 }
 
 /// The same for objects that may be gone from the project already: their cookies will do.
-Result<CookieVec> resolveHeld(const Arguments& arguments) {
+Result<CookieVec> resolveHeld(const Projects& projects, const Arguments& arguments) {
   CookieVec objects;
   for (std::size_t index = 1; index < arguments.size(); ++index) {
     const Cookie spelled(arguments[index].c_str(), false);
     const Result<Cookie> object =
-        spelled.isNull() ? Projects::instance().resolve(arguments[index], "") : spelled;
+        spelled.isNull() ? projects.resolve(arguments[index], "") : spelled;
     if (!object) return object.error();
     objects.push_back(*object);
   }
   return objects;
 }
 
-Result<JsonValue> create(CookieLists& manager, const Arguments& arguments) {
+Result<JsonValue> create(const Projects&, CookieLists& manager, const Arguments& arguments) {
   const Result<Cookie> made = manager.create(arguments[0]);
   if (!made) return made.error();
   return JsonValue(utf8Text(made->asString()));
 }
 
-Result<JsonValue> list(CookieLists& manager, const Arguments&) {
-  if (const auto open = Projects::instance().requireOpen(); !open) return open.error();
+Result<JsonValue> list(const Projects& projects, CookieLists& manager, const Arguments&) {
+  if (const auto open = projects.requireOpen(); !open) return open.error();
   std::vector<NamedObject> objects;
   manager.listObjects(objects);
   JsonValue all = JsonValue::array();
@@ -63,8 +65,8 @@ Result<JsonValue> list(CookieLists& manager, const Arguments&) {
   return all;
 }
 
-Result<JsonValue> show(CookieLists& manager, const Arguments& arguments) {
-  const Result<Cookie> container = resolve(manager, arguments[0]);
+Result<JsonValue> show(const Projects& projects, CookieLists& manager, const Arguments& arguments) {
+  const Result<Cookie> container = resolve(projects, manager, arguments[0]);
   if (!container) return container.error();
   return manager.shown(*manager.find(*container));
 }
@@ -77,24 +79,26 @@ Result<JsonValue> changed(const CookieLists& manager, const Cookie& container, c
                             {"objects", manager.contents(container).size()}});
 }
 
-Result<JsonValue> add(CookieLists& manager, const Arguments& arguments) {
-  const Result<Cookie> container = resolve(manager, arguments[0]);
+Result<JsonValue> add(const Projects& projects, CookieLists& manager, const Arguments& arguments) {
+  const Result<Cookie> container = resolve(projects, manager, arguments[0]);
   if (!container) return container.error();
-  const Result<CookieVec> objects = resolveObjects(arguments);
+  const Result<CookieVec> objects = resolveObjects(projects, arguments);
   if (!objects) return objects.error();
   return changed(manager, *container, "added", manager.add(*container, *objects));
 }
 
-Result<JsonValue> remove(CookieLists& manager, const Arguments& arguments) {
-  const Result<Cookie> container = resolve(manager, arguments[0]);
+Result<JsonValue> remove(const Projects& projects, CookieLists& manager,
+                         const Arguments& arguments) {
+  const Result<Cookie> container = resolve(projects, manager, arguments[0]);
   if (!container) return container.error();
-  const Result<CookieVec> objects = resolveHeld(arguments);
+  const Result<CookieVec> objects = resolveHeld(projects, arguments);
   if (!objects) return objects.error();
   return changed(manager, *container, "removed", manager.remove(*container, *objects));
 }
 
-Result<JsonValue> destroy(CookieLists& manager, const Arguments& arguments) {
-  const Result<Cookie> container = resolve(manager, arguments[0]);
+Result<JsonValue> destroy(const Projects& projects, CookieLists& manager,
+                          const Arguments& arguments) {
+  const Result<Cookie> container = resolve(projects, manager, arguments[0]);
   if (!container) return container.error();
   if (const Result<void> gone = manager.discard(*container); !gone) return gone.error();
   return JsonValue();
@@ -102,11 +106,13 @@ Result<JsonValue> destroy(CookieLists& manager, const Arguments& arguments) {
 
 /// Adds one family; `word` is "bin" or "rack".
 void addFamily(CommandTable& table, const std::string& word, Manager manager) {
-  using Run = Result<JsonValue> (*)(CookieLists&, const Arguments&);
+  using Run = Result<JsonValue> (*)(const Projects&, CookieLists&, const Arguments&);
   const auto command = [&](const char* verb, const char* usage, const std::string& help,
                            std::size_t least, std::size_t most, Run run) {
     table.add({word + ' ' + verb, usage, help, least, most,
-               [manager, run](const Arguments& arguments) { return run(manager(), arguments); }});
+               [manager, run](Station& station, const Arguments& arguments) {
+                 return run(station.projects(), manager(station), arguments);
+               }});
   };
   constexpr std::size_t kAny = Command::kAnyNumber;
   command("create", "NAME", "Makes an empty " + word + " and shows its cookie.", 1, 1, create);

@@ -1,6 +1,7 @@
 #include "app/commands/EditCommands.h"
 
 #include "host/base/Log.h"
+#include "station/Station.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditActions.h"
 #include "station/edit/Edits.h"
@@ -12,8 +13,8 @@ namespace {
 
 constexpr const char* kForce = "--force";
 
-Result<Cookie> resolved(const std::string& nameOrCookie) {
-  return Projects::instance().resolve(nameOrCookie, Edits::kKinds);
+Result<Cookie> resolved(Station& station, const std::string& nameOrCookie) {
+  return station.projects().resolve(nameOrCookie, Edits::kKinds);
 }
 
 Result<JsonValue> answer(const Result<void>& done) {
@@ -28,20 +29,20 @@ Result<JsonValue> answer(const Result<Cookie>& made) {
 
 /// A command on the edit that its first word names.
 template <typename Action>
-std::function<Result<JsonValue>(const Arguments&)> onEdit(Action action) {
-  return [action](const Arguments& arguments) -> Result<JsonValue> {
-    const auto cookie = resolved(arguments[0]);
+std::function<Result<JsonValue>(Station&, const Arguments&)> onEdit(Action action) {
+  return [action](Station& station, const Arguments& arguments) -> Result<JsonValue> {
+    const auto cookie = resolved(station, arguments[0]);
     if (!cookie) return cookie.error();
-    return action(*cookie, arguments);
+    return action(station, *cookie, arguments);
   };
 }
 
 /// Names may stand for cookies, as long as they are one object's.
-Result<JsonValue> answerNamed(const Result<Cookie>& made) {
+Result<JsonValue> answerNamed(Station& station, const Result<Cookie>& made) {
   if (!made) return made.error();
   std::vector<NamedObject> namesakes;
-  const std::string name = Edits::instance()->nameOf(*made);
-  Edits::instance()->findByName(name, namesakes);
+  const std::string name = station.edits().nameOf(*made);
+  station.edits().findByName(name, namesakes);
   std::string cookies;
   for (const NamedObject& each : namesakes) {
     if (!(each.cookie == *made)) cookies += " " + each.cookie.asString().str();
@@ -55,19 +56,19 @@ Result<JsonValue> answerNamed(const Result<Cookie>& made) {
   return answer(made);
 }
 
-Result<JsonValue> createEdit(const Arguments& arguments) {
-  return answerNamed(EditActions::create(arguments[0], CookieTypeEdit));
+Result<JsonValue> createEdit(Station& station, const Arguments& arguments) {
+  return answerNamed(station, EditActions::create(arguments[0], CookieTypeEdit));
 }
 
-Result<JsonValue> createLog(const Arguments& arguments) {
-  return answerNamed(EditActions::create(arguments[0], CookieTypeShot));
+Result<JsonValue> createLog(Station& station, const Arguments& arguments) {
+  return answerNamed(station, EditActions::create(arguments[0], CookieTypeShot));
 }
 
-Result<JsonValue> import(const Arguments& arguments) {
-  return answerNamed(EditActions::import(arguments[0]));
+Result<JsonValue> import(Station& station, const Arguments& arguments) {
+  return answerNamed(station, EditActions::import(arguments[0]));
 }
 
-Result<JsonValue> exportTo(const Cookie& cookie, const Arguments& arguments) {
+Result<JsonValue> exportTo(Station&, const Cookie& cookie, const Arguments& arguments) {
   using EditActions::Replacing;
   const bool isForced = arguments.size() > 2;
   if (isForced && arguments[2] != kForce) {
@@ -78,43 +79,43 @@ Result<JsonValue> exportTo(const Cookie& cookie, const Arguments& arguments) {
 }
 
 /// The file has the name, so the user may not know it.
-std::string cookieAndName(const Arguments&, const JsonValue& made) {
+std::string cookieAndName(Station& station, const Arguments&, const JsonValue& made) {
   const Cookie cookie(made.asString().c_str(), false);
-  return made.asString() + "  " + shownText(Edits::instance()->nameOf(cookie));
+  return made.asString() + "  " + shownText(station.edits().nameOf(cookie));
 }
 
-Result<JsonValue> list(const Arguments&) {
-  if (auto open = Projects::instance().requireOpen(); !open) return open.error();
-  return Edits::instance()->list();
+Result<JsonValue> list(Station& station, const Arguments&) {
+  if (auto open = station.projects().requireOpen(); !open) return open.error();
+  return station.edits().list();
 }
 
-Result<JsonValue> remove(const Arguments& arguments) {
+Result<JsonValue> remove(Station& station, const Arguments& arguments) {
   std::vector<Cookie> cookies;
   for (const std::string& argument : arguments) {
-    const auto cookie = resolved(argument);
+    const auto cookie = resolved(station, argument);
     if (!cookie) return cookie.error();
     cookies.push_back(*cookie);
   }
   return answer(EditActions::remove(cookies));
 }
 
-Result<JsonValue> give(const Arguments& words) {
+Result<JsonValue> give(Station& station, const Arguments& words) {
   Arguments names = words;
   const bool isForced = std::erase(names, "--force") > 0;
   if (names.size() != 2) {
     return Error{ErrorCode::eUsage, "edit give takes E USER [--force].", {}};
   }
-  const auto cookie = resolved(names[0]);
+  const auto cookie = resolved(station, names[0]);
   if (!cookie) return cookie.error();
   using EditActions::Recipient;
   return answer(
       EditActions::give(*cookie, names[1], isForced ? Recipient::eAnybody : Recipient::eKnownUser));
 }
 
-Result<JsonValue> may(const Cookie& cookie, const Arguments&) {
+Result<JsonValue> may(Station& station, const Cookie& cookie, const Arguments&) {
   return JsonValue::object({{"cookie", cookie.asString().str()},
                             {"allowed", EditActions::isAllowed(cookie)},
-                            {"owner", shownText(Edits::instance()->ownerOf(cookie))}});
+                            {"owner", shownText(station.edits().ownerOf(cookie))}});
 }
 
 void addMaking(CommandTable& table) {
@@ -140,16 +141,16 @@ void addMaking(CommandTable& table) {
 void addLooking(CommandTable& table) {
   table.add({"edit list", "", "Shows the project's edits and logs.", 0, 0, list});
   table.add({"edit show", "E", "Shows an edit or log with its clips; times are in seconds.", 1, 1,
-             onEdit([](const Cookie& cookie, const Arguments&) {
-               return Edits::instance()->show(cookie);
+             onEdit([](Station& station, const Cookie& cookie, const Arguments&) {
+               return station.edits().show(cookie);
              })});
   table.add({"edit open", "E", "Opens an edit or log: changes made elsewhere show at once.", 1, 1,
-             onEdit([](const Cookie& cookie, const Arguments&) {
-               return answer(Edits::instance()->open(cookie));
+             onEdit([](Station& station, const Cookie& cookie, const Arguments&) {
+               return answer(station.edits().open(cookie));
              })});
   table.add({"edit close", "E", "Closes an edit or log that has no unsaved changes of yours.", 1, 1,
-             onEdit([](const Cookie& cookie, const Arguments&) {
-               return answer(Edits::instance()->close(cookie));
+             onEdit([](Station& station, const Cookie& cookie, const Arguments&) {
+               return answer(station.edits().close(cookie));
              })});
   table.add({"edit may", "E", "Shows whether you may modify an edit or log, and its owner.", 1, 1,
              onEdit(may)});
@@ -159,12 +160,12 @@ void addChanging(CommandTable& table) {
   table.add({"edit trim", "E CLIP START END",
              "Makes a clip (by name, or by path such as 0/2) show its material from START to END, "
              "each in frames of the clip (36) or seconds (1.5s); announced before it is saved.",
-             4, 4, onEdit([](const Cookie& cookie, const Arguments& arguments) {
+             4, 4, onEdit([](Station&, const Cookie& cookie, const Arguments& arguments) {
                return answer(EditActions::trim(cookie, arguments[1], arguments[2], arguments[3]));
              })});
   table.add({"edit rename", "E NAME",
              "Gives an edit or log another name; announced before it is saved.", 2, 2,
-             onEdit([](const Cookie& cookie, const Arguments& arguments) {
+             onEdit([](Station&, const Cookie& cookie, const Arguments& arguments) {
                return answer(EditActions::rename(cookie, arguments[1]));
              })});
   table.add({"edit delete", "E...", "Deletes edits and logs: all of them, or none if one may not.",

@@ -1,5 +1,6 @@
 #include "app/commands/FilterCommands.h"
 
+#include "station/Station.h"
 #include "station/base/Strings.h"
 #include "station/containers/Filters.h"
 #include "station/project/Projects.h"
@@ -8,10 +9,8 @@ namespace korvel {
 
 namespace {
 
-Filters& filters() { return *Filters::instance(); }
-
-Result<Cookie> resolve(const std::string& text) {
-  return Projects::instance().resolve(text, filters().kind().letters);
+Result<Cookie> resolve(Station& station, const std::string& text) {
+  return station.projects().resolve(text, station.filters().kind().letters);
 }
 
 Result<JsonValue> done(const Result<void>& outcome) {
@@ -19,27 +18,27 @@ Result<JsonValue> done(const Result<void>& outcome) {
   return JsonValue();
 }
 
-Result<JsonValue> create(const Arguments& arguments) {
-  const Result<Cookie> made = filters().create(arguments[0], arguments[1]);
+Result<JsonValue> create(Station& station, const Arguments& arguments) {
+  const Result<Cookie> made = station.filters().create(arguments[0], arguments[1]);
   if (!made) return made.error();
   return JsonValue(utf8Text(made->asString()));
 }
 
-Result<JsonValue> change(const Arguments& arguments) {
-  const Result<Cookie> filter = resolve(arguments[0]);
+Result<JsonValue> change(Station& station, const Arguments& arguments) {
+  const Result<Cookie> filter = resolve(station, arguments[0]);
   if (!filter) return filter.error();
-  return done(filters().change(*filter, arguments[1]));
+  return done(station.filters().change(*filter, arguments[1]));
 }
 
-Result<JsonValue> destroy(const Arguments& arguments) {
-  const Result<Cookie> filter = resolve(arguments[0]);
+Result<JsonValue> destroy(Station& station, const Arguments& arguments) {
+  const Result<Cookie> filter = resolve(station, arguments[0]);
   if (!filter) return filter.error();
-  return done(filters().discard(*filter));
+  return done(station.filters().discard(*filter));
 }
 
-Result<JsonValue> list(const Arguments&) {
-  if (const auto open = Projects::instance().requireOpen(); !open) return open.error();
-  return filters().state();
+Result<JsonValue> list(Station& station, const Arguments&) {
+  if (const auto open = station.projects().requireOpen(); !open) return open.error();
+  return station.filters().state();
 }
 
 }  // namespace

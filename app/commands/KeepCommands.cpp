@@ -1,5 +1,6 @@
 #include "app/commands/KeepCommands.h"
 
+#include "station/Station.h"
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditActions.h"
@@ -26,48 +27,47 @@ Error wrongOption(const std::string& option, const std::string& usage) {
 
 /// A command on the edit that its first word names.
 template <typename Action>
-std::function<Result<JsonValue>(const Arguments&)> onEdit(Action action) {
-  return [action](const Arguments& arguments) -> Result<JsonValue> {
-    const auto cookie = Projects::instance().resolve(arguments[0], Edits::kKinds);
+std::function<Result<JsonValue>(Station&, const Arguments&)> onEdit(Action action) {
+  return [action](Station& station, const Arguments& arguments) -> Result<JsonValue> {
+    const auto cookie = station.projects().resolve(arguments[0], Edits::kKinds);
     if (!cookie) return cookie.error();
-    return action(*cookie, arguments);
+    return action(station, *cookie, arguments);
   };
 }
 
-Result<JsonValue> save(const Cookie& cookie, const Arguments& arguments) {
+Result<JsonValue> save(Station&, const Cookie& cookie, const Arguments& arguments) {
   using Overwrite = EditFile::Overwrite;
   if (arguments.size() == 1) return answer(EditActions::save(cookie, Overwrite::eRefuse));
   if (arguments[1] != kOver) return wrongOption(arguments[1], "edit save E [--over]");
   return answer(EditActions::save(cookie, Overwrite::eAccept));
 }
 
-Result<JsonValue> saveCopy(const Cookie& cookie, const Arguments& arguments) {
+Result<JsonValue> saveCopy(Station&, const Cookie& cookie, const Arguments& arguments) {
   const auto made = EditActions::saveCopy(cookie, arguments[1]);
   if (!made) return made.error();
   return JsonValue(made->asString().str());
 }
 
-Result<JsonValue> compare(const Cookie& cookie, const Arguments& arguments) {
+Result<JsonValue> compare(Station&, const Cookie& cookie, const Arguments& arguments) {
   return EditHistory::compare(cookie, arguments.size() > 1 ? arguments[1] : std::string(),
                               arguments.size() > 2 ? arguments[2] : std::string());
 }
 
-std::string shownDifferences(const Arguments&, const JsonValue& differences) {
+std::string shownDifferences(Station&, const Arguments&, const JsonValue& differences) {
   return differences.elements().empty() ? "Nothing differs." : renderForPeople(differences);
 }
 
-Result<JsonValue> recover(const Arguments& arguments) {
-  UnsavedEdits* const unsaved = UnsavedEdits::instance();
-  if (auto open = Projects::instance().requireOpen(); !open) return open.error();
+Result<JsonValue> recover(Station& station, const Arguments& arguments) {
+  if (auto open = station.projects().requireOpen(); !open) return open.error();
   if (arguments.size() > 1 && arguments[1] != kDiscard) {
     return wrongOption(arguments[1], "edit recover E [--discard]");
   }
   if (arguments.size() > 1) {
-    const auto discarded = unsaved->discardLeft(arguments[0]);
+    const auto discarded = station.unsaved().discardLeft(arguments[0]);
     if (!discarded) return discarded.error();
     return JsonValue();
   }
-  const auto cookie = unsaved->recover(arguments[0]);
+  const auto cookie = station.unsaved().recover(arguments[0]);
   if (!cookie) return cookie.error();
   return JsonValue(cookie->asString().str());
 }
@@ -85,7 +85,7 @@ void addSaving(CommandTable& table) {
              "ended without saving, or throws them away.",
              1, 2, recover});
   table.add({"edit revert", "E", "Drops your unsaved changes to an edit or log.", 1, 1,
-             onEdit([](const Cookie& cookie, const Arguments&) {
+             onEdit([](Station&, const Cookie& cookie, const Arguments&) {
                return answer(EditActions::revert(cookie));
              })});
 }
@@ -95,14 +95,15 @@ void addVersions(CommandTable& table) {
       {"edit history", "E",
        "Shows the kept versions of an edit or log, the newest first: when, by whom, how large, "
        "and what changed.",
-       1, 1,
-       onEdit([](const Cookie& cookie, const Arguments&) { return EditHistory::list(cookie); })});
+       1, 1, onEdit([](Station&, const Cookie& cookie, const Arguments&) {
+         return EditHistory::list(cookie);
+       })});
   table.add({"edit compare", "E [V [W]]",
              "Shows what became of version V in version W; without W in the edit as it is shown, "
              "without V what is not saved.",
              1, 3, onEdit(compare), Command::Place::eHostThread, shownDifferences});
   table.add({"edit restore", "E V", "Saves an older version as the newest; its owner stays.", 2, 2,
-             onEdit([](const Cookie& cookie, const Arguments& arguments) {
+             onEdit([](Station&, const Cookie& cookie, const Arguments& arguments) {
                return answer(EditActions::restore(cookie, arguments[1]));
              })});
 }

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "station/Station.h"
 #include "station/base/Strings.h"
 #include "station/media/MediaCache.h"
 #include "station/project/Projects.h"
@@ -24,8 +25,8 @@ Result<JsonValue> shown(const Result<Cookie>& added) {
   return JsonValue(utf8Text(added->asString()));
 }
 
-Result<JsonValue> addWithProxy(const std::string& file, const std::string& proxy) {
-  MediaCache& cache = MediaCache::instance();
+Result<JsonValue> addWithProxy(MediaCache& cache, const std::string& file,
+                               const std::string& proxy) {
   if (!cache.knows(file)) {
     const Result<Cookie> added = cache.addMedia(file);
     if (!added) return added.error();
@@ -33,30 +34,30 @@ Result<JsonValue> addWithProxy(const std::string& file, const std::string& proxy
   return shown(cache.addProxy(file, proxy));
 }
 
-Result<JsonValue> add(const Arguments& arguments) {
+Result<JsonValue> add(Station& station, const Arguments& arguments) {
   if (arguments.size() == 1) {
-    return shown(MediaCache::instance().addMedia(absolutePath(arguments[0])));
+    return shown(station.media().addMedia(absolutePath(arguments[0])));
   }
   const std::size_t option = arguments[0] == kProxy ? 0 : 1;
   if (arguments.size() != 3 || arguments[option] != kProxy) {
     return Error{ErrorCode::eUsage, "media add takes FILE [--proxy FILE].", {}};
   }
   const std::string& file = arguments[option == 0 ? 2 : 0];
-  return addWithProxy(absolutePath(file), absolutePath(arguments[option + 1]));
+  return addWithProxy(station.media(), absolutePath(file), absolutePath(arguments[option + 1]));
 }
 
-Result<JsonValue> removeMedia(const Arguments& arguments) {
-  if (const auto open = Projects::instance().requireOpen(); !open) return open.error();
-  MediaCache& cache = MediaCache::instance();
+Result<JsonValue> removeMedia(Station& station, const Arguments& arguments) {
+  if (const auto open = station.projects().requireOpen(); !open) return open.error();
+  MediaCache& cache = station.media();
   const std::string path = absolutePath(arguments[0]);
   const Result<void> gone = cache.removeMedia(cache.knows(path) ? path : arguments[0]);
   if (!gone) return gone.error();
   return JsonValue();
 }
 
-Result<JsonValue> list(const Arguments&) {
-  if (const auto open = Projects::instance().requireOpen(); !open) return open.error();
-  return MediaCache::instance().look();
+Result<JsonValue> list(Station& station, const Arguments&) {
+  if (const auto open = station.projects().requireOpen(); !open) return open.error();
+  return station.media().look();
 }
 
 }  // namespace

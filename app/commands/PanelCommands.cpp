@@ -4,16 +4,16 @@
 
 #include "app/commands/MessageAdvice.h"
 #include "host/base/Log.h"
+#include "station/Station.h"
 #include "station/ui/PanelDriver.h"
 
 namespace korvel {
 
 namespace {
 
-Result<JsonValue> withPanel(const std::function<Result<JsonValue>(PanelDriver&)>& action) {
-  Desktop* desktop = Desktop::current();
-  if (!desktop) return Error{ErrorCode::eNotFound, "This station has no desktop for panels.", {}};
-  PanelDriver hands(*desktop);
+Result<JsonValue> withPanel(Station& station,
+                            const std::function<Result<JsonValue>(PanelDriver&)>& action) {
+  PanelDriver hands(station.desktop());
   return action(hands);
 }
 
@@ -22,41 +22,42 @@ Result<JsonValue> nothingOr(const Result<void>& done) {
   return JsonValue();
 }
 
-Result<JsonValue> openPanel(const Arguments&) {
-  return withPanel([](PanelDriver& hands) { return nothingOr(hands.open()); });
+Result<JsonValue> openPanel(Station& station, const Arguments&) {
+  return withPanel(station, [](PanelDriver& hands) { return nothingOr(hands.open()); });
 }
 
-Result<JsonValue> closePanel(const Arguments&) {
-  return withPanel([](PanelDriver& hands) { return nothingOr(hands.close()); });
+Result<JsonValue> closePanel(Station& station, const Arguments&) {
+  return withPanel(station, [](PanelDriver& hands) { return nothingOr(hands.close()); });
 }
 
-Result<JsonValue> chooseRecipient(const Arguments& words) {
-  return withPanel([&](PanelDriver& hands) { return nothingOr(hands.chooseRecipient(words[0])); });
+Result<JsonValue> chooseRecipient(Station& station, const Arguments& words) {
+  return withPanel(station,
+                   [&](PanelDriver& hands) { return nothingOr(hands.chooseRecipient(words[0])); });
 }
 
 void logAdvice(const std::string& advice) {
   if (!advice.empty()) LogBoth("%s\n", advice);
 }
 
-Result<JsonValue> type(const Arguments& words) {
+Result<JsonValue> type(Station& station, const Arguments& words) {
   logAdvice(messageAdvice(words[0]));
-  return withPanel([&](PanelDriver& hands) { return nothingOr(hands.type(words[0])); });
+  return withPanel(station, [&](PanelDriver& hands) { return nothingOr(hands.type(words[0])); });
 }
 
-Result<JsonValue> pressReturn(const Arguments&) {
-  return withPanel([](PanelDriver& hands) { return nothingOr(hands.pressReturn()); });
+Result<JsonValue> pressReturn(Station& station, const Arguments&) {
+  return withPanel(station, [](PanelDriver& hands) { return nothingOr(hands.pressReturn()); });
 }
 
-Result<JsonValue> say(const Arguments& words) {
+Result<JsonValue> say(Station& station, const Arguments& words) {
   logAdvice(messageAdvice(words[1]));
-  const auto said =
-      withPanel([&](PanelDriver& hands) { return nothingOr(hands.say(words[0], words[1])); });
+  const auto said = withPanel(
+      station, [&](PanelDriver& hands) { return nothingOr(hands.say(words[0], words[1])); });
   if (said) logAdvice(recipientAdvice(words[0]));
   return said;
 }
 
-Result<JsonValue> lines(const Arguments&) {
-  return withPanel([](PanelDriver& hands) -> Result<JsonValue> {
+Result<JsonValue> lines(Station& station, const Arguments&) {
+  return withPanel(station, [](PanelDriver& hands) -> Result<JsonValue> {
     const auto shown = hands.lines();
     if (!shown) return shown.error();
     JsonValue list = JsonValue::array();
@@ -65,8 +66,8 @@ Result<JsonValue> lines(const Arguments&) {
   });
 }
 
-Result<JsonValue> show(const Arguments&) {
-  return withPanel([](PanelDriver& hands) { return hands.show(); });
+Result<JsonValue> show(Station& station, const Arguments&) {
+  return withPanel(station, [](PanelDriver& hands) { return hands.show(); });
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "app/commands/CommandCall.h"
 #include "app/commands/KeepCommands.h"
 #include "host/base/Log.h"
+#include "station/Station.h"
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
 #include "station/project/Projects.h"
@@ -26,7 +27,7 @@ void warnOfNamesakes(const std::string& name, const std::vector<Cookie>& namesak
       shownText(name), cookies);
 }
 
-Result<JsonValue> create(const Arguments& arguments) {
+Result<JsonValue> create(Station& station, const Arguments& arguments) {
   std::vector<std::string> names;
   bool isPrivate = false;
   for (const std::string& argument : arguments) {
@@ -42,8 +43,8 @@ Result<JsonValue> create(const Arguments& arguments) {
                  "quotes.",
                  {}};
   }
-  const auto namesakes = Projects::instance().named(names.front());
-  const auto made = Projects::instance().create(names.front(), isPrivate);
+  const auto namesakes = station.projects().named(names.front());
+  const auto made = station.projects().create(names.front(), isPrivate);
   if (!made) return made.error();
   warnOfNamesakes(names.front(), namesakes);
   return JsonValue(made->asString().str());
@@ -60,8 +61,8 @@ JsonValue shown(const ProjectInfo& info) {
                             {"problem", info.problem}});
 }
 
-Result<JsonValue> list(const Arguments&) {
-  const auto infos = Projects::instance().list();
+Result<JsonValue> list(Station& station, const Arguments&) {
+  const auto infos = station.projects().list();
   if (!infos) return infos.error();
   JsonValue all = JsonValue::array();
   for (const ProjectInfo& info : *infos) all.append(shown(info));
@@ -69,7 +70,7 @@ Result<JsonValue> list(const Arguments&) {
 }
 
 /// A shared project has no lock of its own, which would be free while others are in it.
-std::string shownList(const Arguments&, const JsonValue& projects) {
+std::string shownList(Station&, const Arguments&, const JsonValue& projects) {
   JsonValue rows = projects;
   for (JsonValue& row : rows.elements()) {
     if (row["kind"].asString() != "shared" || row["lock"].asString() != "free") continue;
@@ -79,46 +80,47 @@ std::string shownList(const Arguments&, const JsonValue& projects) {
   return renderForPeople(withShortCookies(std::move(rows)));
 }
 
-bool isOpenNow(const std::string& nameOrCookie) {
-  const OpenProject* const open = Projects::instance().current();
+bool isOpenNow(Station& station, const std::string& nameOrCookie) {
+  const OpenProject* const open = station.projects().current();
   return open && (nameOrCookie == open->name || nameOrCookie == open->cookie.asString().str());
 }
 
 /// Settles what is unsaved, and leaves the open project by `leave`.
-Result<void> leaveBy(Leaving leaving, const std::function<Result<void>()>& leave) {
-  auto* const unsaved = UnsavedEdits::instance();
-  if (!unsaved) return leave();
-  if (auto settled = unsaved->prepareToLeave(leaving); !settled) return settled;
+Result<void> leaveBy(UnsavedEdits& unsaved, Leaving leaving,
+                     const std::function<Result<void>()>& leave) {
+  if (auto settled = unsaved.prepareToLeave(leaving); !settled) return settled;
   auto left = leave();
-  if (!left) unsaved->stay();
+  if (!left) unsaved.stay();
   return left;
 }
 
-Result<JsonValue> enter(const Arguments& arguments) {
+Result<JsonValue> enter(Station& station, const Arguments& arguments) {
   Arguments words = arguments;
   const auto leaving = takeLeaving(words);
   if (!leaving) return leaving.error();
   if (words.size() != 1) {
     return Error{ErrorCode::eUsage, "Usage: project enter P [--save|--discard]", {}};
   }
-  const auto go = [&] { return Projects::instance().enter(words[0]); };
-  if (auto entered = isOpenNow(words[0]) ? go() : leaveBy(*leaving, go); !entered) {
+  const auto go = [&] { return station.projects().enter(words[0]); };
+  if (auto entered = isOpenNow(station, words[0]) ? go() : leaveBy(station.unsaved(), *leaving, go);
+      !entered) {
     return entered.error();
   }
-  const OpenProject& project = *Projects::instance().current();
+  const OpenProject& project = *station.projects().current();
   return JsonValue::object({{"cookie", project.cookie.asString().str()},
                             {"name", shownText(project.name)},
                             {"kind", project.isPrivate ? "private" : "shared"}});
 }
 
-Result<JsonValue> leave(const Arguments& arguments) {
+Result<JsonValue> leave(Station& station, const Arguments& arguments) {
   Arguments words = arguments;
   const auto leaving = takeLeaving(words);
   if (!leaving) return leaving.error();
   if (!words.empty()) {
     return Error{ErrorCode::eUsage, "Usage: project leave [--save|--discard]", {}};
   }
-  const auto left = leaveBy(*leaving, [] { return Projects::instance().leave(); });
+  const auto left =
+      leaveBy(station.unsaved(), *leaving, [&] { return station.projects().leave(); });
   if (!left) return left.error();
   return JsonValue();
 }
@@ -147,7 +149,9 @@ void addProjectCommands(CommandTable& table) {
        "Closes the open project and leaves its room; refused with unsaved changes unless they "
        "are saved or discarded.",
        0, 1, leave, Command::Place::eHostThread,
-       [](const Arguments&, const JsonValue&) { return std::string("No project is open."); },
+       [](Station&, const Arguments&, const JsonValue&) {
+         return std::string("No project is open.");
+       },
        leavingChoices()});
 }
 

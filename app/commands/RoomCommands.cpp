@@ -1,5 +1,6 @@
 #include "app/commands/RoomCommands.h"
 
+#include "station/Station.h"
 #include "station/base/Strings.h"
 #include "station/project/Rooms.h"
 
@@ -12,20 +13,22 @@ Result<JsonValue> answer(const Result<void>& done) {
   return JsonValue();
 }
 
-Result<JsonValue> create(const Arguments& arguments) {
-  return answer(Rooms::instance().create(arguments[0]));
+Result<JsonValue> create(Station& station, const Arguments& arguments) {
+  return answer(station.rooms().create(arguments[0]));
 }
 
-Result<JsonValue> list(const Arguments&) {
-  if (const auto rooms = Rooms::instance().list(); !rooms) return rooms.error();
-  return Rooms::instance().state();
+Result<JsonValue> list(Station& station, const Arguments&) {
+  if (const auto rooms = station.rooms().list(); !rooms) return rooms.error();
+  return station.rooms().state();
 }
 
-Result<JsonValue> enter(const Arguments& arguments) {
-  return answer(Rooms::instance().goInto(arguments[0]));
+Result<JsonValue> enter(Station& station, const Arguments& arguments) {
+  return answer(station.rooms().goInto(arguments[0]));
 }
 
-Result<JsonValue> leave(const Arguments&) { return answer(Rooms::instance().goOut()); }
+Result<JsonValue> leave(Station& station, const Arguments&) {
+  return answer(station.rooms().goOut());
+}
 
 std::string shownName(const Arguments& arguments) { return "\"" + shownText(arguments[0]) + "\"."; }
 
@@ -33,19 +36,22 @@ std::string shownName(const Arguments& arguments) { return "\"" + shownText(argu
 
 void addRoomCommands(CommandTable& table) {
   table.add({"room create", "R", "Makes a room in the open shared project.", 1, 1, create,
-             Command::Place::eHostThread, [](const Arguments& arguments, const JsonValue&) {
+             Command::Place::eHostThread,
+             [](Station&, const Arguments& arguments, const JsonValue&) {
                return "There is now a room " + shownName(arguments);
              }});
   table.add({"room list", "",
              "Shows the rooms: free, taken and by whom, or left behind by a station that is gone.",
              0, 0, list});
   table.add({"room enter", "R", "Goes into a room; the one you are in is given up for it.", 1, 1,
-             enter, Command::Place::eHostThread, [](const Arguments& arguments, const JsonValue&) {
+             enter, Command::Place::eHostThread,
+             [](Station&, const Arguments& arguments, const JsonValue&) {
                return "You are in the room " + shownName(arguments);
              }});
-  table.add(
-      {"room leave", "", "Leaves the room you are in.", 0, 0, leave, Command::Place::eHostThread,
-       [](const Arguments&, const JsonValue&) { return std::string("You are in no room."); }});
+  table.add({"room leave", "", "Leaves the room you are in.", 0, 0, leave,
+             Command::Place::eHostThread, [](Station&, const Arguments&, const JsonValue&) {
+               return std::string("You are in no room.");
+             }});
 }
 
 }  // namespace korvel

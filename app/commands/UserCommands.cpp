@@ -8,6 +8,7 @@
 #include "host/project/ProjectSpacesManager.h"
 #include "host/project/iPermissionsManager.h"
 #include "host/project/iProjectShare.h"
+#include "station/Station.h"
 #include "station/base/Rendering.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
@@ -27,7 +28,7 @@ Error noPlugin() {
           {}};
 }
 
-Result<JsonValue> users(const Arguments&) {
+Result<JsonValue> users(Station&, const Arguments&) {
   iPermissionsManager* const manager = iPermissionsManager::instance();
   if (!manager) return noPlugin();
   const LightweightString<wchar_t> self = manager->getCurrentUser();
@@ -38,7 +39,7 @@ Result<JsonValue> users(const Arguments&) {
   return all;
 }
 
-Result<JsonValue> addUser(const Arguments& arguments) {
+Result<JsonValue> addUser(Station&, const Arguments& arguments) {
   iPermissionsManager* const manager = iPermissionsManager::instance();
   if (!manager) return noPlugin();
   if (const Result<void> sound = checkName("user", arguments[0]); !sound) return sound.error();
@@ -46,7 +47,7 @@ Result<JsonValue> addUser(const Arguments& arguments) {
   return JsonValue();
 }
 
-Result<JsonValue> active(const Arguments&) {
+Result<JsonValue> active(Station&, const Arguments&) {
   iProjectShare* const share = iProjectShare::instance();
   if (!share) return noPlugin();
   const std::uint32_t count = share->getNumActiveUsers();
@@ -57,7 +58,7 @@ Result<JsonValue> active(const Arguments&) {
 }
 
 /// Owners are recorded under another name than the user's: the permissions manager's own.
-Result<JsonValue> whoAmI(const Arguments&) {
+Result<JsonValue> whoAmI(Station&, const Arguments&) {
   const LightweightString<wchar_t> user = OS().currentUserName();
   const iPermissionsManager* const manager = iPermissionsManager::instance();
   return JsonValue::object({{"user", shownText(user)},
@@ -67,18 +68,17 @@ Result<JsonValue> whoAmI(const Arguments&) {
                             {"network_mode", ProjectSpacesManager::machineIsInNetworkMode()}});
 }
 
-Result<JsonValue> who(const Arguments& arguments) {
-  const Presence* const presence = Presence::instance();
-  if (!presence) return JsonValue::array();
-  if (arguments.empty()) return presence->who(Presence::Which::eHere);
-  if (arguments[0] == "--all") return presence->who(Presence::Which::eAll);
+Result<JsonValue> who(Station& station, const Arguments& arguments) {
+  const Presence& presence = station.presence();
+  if (arguments.empty()) return presence.who(Presence::Which::eHere);
+  if (arguments[0] == "--all") return presence.who(Presence::Which::eAll);
   return Error{ErrorCode::eUsage,
                "\"" + shownText(arguments[0]) + "\" is not understood; \"who\" takes --all only.",
                {}};
 }
 
 /// For people: where each is, with what open.
-std::string showWho(const Arguments&, const JsonValue& stations) {
+std::string showWho(Station&, const Arguments&, const JsonValue& stations) {
   JsonValue table = JsonValue::array();
   for (const JsonValue& each : stations.elements()) {
     table.append(
@@ -112,7 +112,7 @@ Result<void> checkTravelsWhole(const std::string& command) {
                {}};
 }
 
-Result<JsonValue> request(const Arguments& arguments) {
+Result<JsonValue> request(Station&, const Arguments& arguments) {
   const Result<int> machine = machineNumber(arguments[0]);
   if (!machine) return machine.error();
   if (auto sound = checkTravelsWhole(arguments[1]); !sound) return sound.error();
@@ -130,7 +130,8 @@ Result<JsonValue> request(const Arguments& arguments) {
 void addUserCommands(CommandTable& table) {
   table.add({"users", "", "Shows the known users.", 0, 0, users});
   table.add({"user add", "NAME", "Adds a user to this station's list until it ends.", 1, 1, addUser,
-             Command::Place::eHostThread, [](const Arguments& arguments, const JsonValue&) {
+             Command::Place::eHostThread,
+             [](Station&, const Arguments& arguments, const JsonValue&) {
                return "\"" + shownText(arguments[0]) +
                       "\" is on this station's list until it ends; the projects directory's "
                       "userlist.dat holds every station's.";
@@ -149,7 +150,7 @@ void addUserCommands(CommandTable& table) {
   table.add({"request", "MACHINE COMMAND",
              "Asks the station with this machine number to run one of its remote commands.", 2, 2,
              request, Command::Place::eHostThread,
-             [](const Arguments& arguments, const JsonValue&) {
+             [](Station&, const Arguments& arguments, const JsonValue&) {
                return "Machine " + arguments[0] + " was asked to run \"" + shownText(arguments[1]) +
                       "\". Nobody answers a request: look there whether it did.";
              }});

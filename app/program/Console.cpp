@@ -34,7 +34,7 @@ Console::Answer Console::answerFor(const std::string& line, const CommandCall& c
   if (!call.problem && call.command->place == Command::Place::eHostThread) {
     return runOnHostThread(line, call);
   }
-  Answer answer = call.problem ? Answer{*call.problem, {}} : answerTo(call);
+  Answer answer = call.problem ? Answer{*call.problem, {}} : answerTo(with_.station, call);
   reply(with_.events, line, call, answer.result);
   return answer;
 }
@@ -73,9 +73,9 @@ std::optional<std::string> Console::chooseOption(const CommandCall& call, const 
   return {};
 }
 
-Console::Answer Console::answerTo(const CommandCall& call) {
-  Answer answer{runCall(call), {}};
-  if (answer.result) answer.text = shownResult(call, *answer.result);
+Console::Answer Console::answerTo(Station& station, const CommandCall& call) {
+  Answer answer{runCall(station, call), {}};
+  if (answer.result) answer.text = shownResult(station, call, *answer.result);
   return answer;
 }
 
@@ -83,9 +83,9 @@ Console::Answer Console::answerTo(const CommandCall& call) {
 // waits for it any more: the console may be gone by then, so the task keeps what it needs.
 Console::Answer Console::runOnHostThread(const std::string& line, const CommandCall& call) {
   const auto pending = std::make_shared<Pending>();
-  with_.hostThread.post([with = with_, pending, line, call] {
+  with_.station.hostThread().post([with = with_, pending, line, call] {
     const ActivityScope activity("the command \"" + line + "\"");
-    Answer answer = answerTo(call);
+    Answer answer = answerTo(with.station, call);
     reply(with.events, line, call, answer.result);
     with.waiter.change([&] {
       pending->answer = std::move(answer);

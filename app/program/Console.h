@@ -10,7 +10,7 @@
 #include "app/base/Waiter.h"
 #include "app/base/iLineReader.h"
 #include "app/commands/CommandCall.h"
-#include "station/base/HostThread.h"
+#include "station/Station.h"
 
 namespace korvel {
 
@@ -21,7 +21,7 @@ class Console {
  public:
   /// What a console works with; all must outlive it.
   struct Dependencies {
-    HostThread& hostThread;
+    Station& station;
     const CommandTable& commands;
     EventWriter& events;
     TextOutput& text;
@@ -50,7 +50,7 @@ class Console {
   std::optional<std::string> chooseOption(const CommandCall& call, const Error& problem,
                                           iLineReader& reader);
   Answer runOnHostThread(const std::string& line, const CommandCall& call);
-  static Answer answerTo(const CommandCall& call);
+  static Answer answerTo(Station& station, const CommandCall& call);
   static void reply(EventWriter& events, const std::string& line, const CommandCall& call,
                     const Result<JsonValue>& result);
 

@@ -168,7 +168,7 @@ void StationProgram::runBesideWindow() {
     runStation();
     window_->hostEnded();
   });
-  window_->run({station_->hostThread(), commands_, [this] { waiter_.end(); }});
+  window_->run({*station_, commands_, [this] { waiter_.end(); }});
   host.join();
 }
 
@@ -278,8 +278,7 @@ void StationProgram::tellOfNames() {
 int StationProgram::runConsole() {
   int status = 0;
   if (reader_) {
-    Console console(
-        {station_->hostThread(), commands_, events_, text_, waiter_, options_.keepsGoing});
+    Console console({*station_, commands_, events_, text_, waiter_, options_.keepsGoing});
     status = console.run(*reader_);
   }
   if (window_ && (status == 0 || options_.keepsGoing)) {
@@ -294,17 +293,13 @@ Result<void> StationProgram::prepareToEnd(Leaving leaving) {
   const auto patience = leaving == Leaving::eSave ? kSavingPatience : kPatience;
   return ask<Result<void>>(
       station_->hostThread(), waiter_,
-      [leaving] {
-        auto* const unsaved = UnsavedEdits::instance();
-        return unsaved ? unsaved->prepareToLeave(leaving) : Result<void>();
-      },
-      {}, patience);
+      [this, leaving] { return station_->unsaved().prepareToLeave(leaving); }, {}, patience);
 }
 
 std::string StationProgram::cookieOf(const std::string& name) {
   return ask<std::string>(station_->hostThread(), waiter_,
-                          [name]() -> std::string {
-                            const auto cookie = Projects::instance().resolve(name, {});
+                          [this, name]() -> std::string {
+                            const auto cookie = station_->projects().resolve(name, {});
                             return cookie ? cookie->asString().str() : std::string();
                           },
                           {});
@@ -313,11 +308,11 @@ std::string StationProgram::cookieOf(const std::string& name) {
 std::vector<std::string> StationProgram::candidatesFor(const std::string& argument) {
   return ask<std::vector<std::string>>(
       station_->hostThread(), waiter_,
-      [argument] {
+      [this, argument] {
         if (argument == "P") return projectNames();
         if (argument == "USER") return userNames();
         std::vector<std::string> words;
-        for (const NamedObject& each : Projects::instance().objects()) {
+        for (const NamedObject& each : station_->projects().objects()) {
           words.push_back(each.name);
           words.push_back(each.cookie.asString().str());
         }

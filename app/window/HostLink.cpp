@@ -52,7 +52,7 @@ VersionsPtr versionsOf(const QString& cookie) {
 }  // namespace
 
 HostLink::HostLink(iStationWindow::Dependencies surroundings, EventFeed& feed)
-    : with_(std::move(surroundings)), feed_(feed) {
+    : with_(std::move(surroundings)), feed_(feed), maker_(with_.station) {
   connect(&timer_, &QTimer::timeout, this, &HostLink::tick);
   sinceSnapshot_.start();
   sinceLists_.start();
@@ -62,7 +62,7 @@ HostLink::HostLink(iStationWindow::Dependencies surroundings, EventFeed& feed)
 }
 
 void HostLink::post(const std::string& activity, std::function<void()> task) {
-  with_.hostThread.post([activity, task = std::move(task)] {
+  with_.station.hostThread().post([activity, task = std::move(task)] {
     const ActivityScope scope(activity);
     task();
   });
@@ -86,7 +86,7 @@ void HostLink::askSnapshot() {
   if (!isReady_ || isSnapshotAsked_ || !isDue) return;
   isSnapshotAsked_ = true;
   post("a look at the project", [this, tools = std::exchange(toPutBack_, {})] {
-    if (Desktop* desktop = Desktop::current()) putBack(tools, *desktop);
+    putBack(tools, with_.station.desktop());
     QElapsedTimer cost;
     cost.start();
     const Changes changes = feed_.takeChanges();
@@ -111,7 +111,7 @@ void HostLink::askSigns() {
   if (isSignAsked_) return;
   isSignAsked_ = true;
   sinceSign_.restart();
-  with_.hostThread.post(
+  with_.station.hostThread().post(
       [this] { QMetaObject::invokeMethod(this, [this] { isSignAsked_ = false; }); });
 }
 
@@ -138,7 +138,7 @@ CommandOutcome HostLink::outcomeOf(const QString& line) {
     outcome.code = ErrorCode::eUsage;
     return outcome;
   }
-  const auto result = runCall(call);
+  const auto result = runCall(with_.station, call);
   feed_.noteCommand(call.command->name);
   outcome.succeeded = static_cast<bool>(result);
   outcome.result = result ? *result : JsonValue();
@@ -179,7 +179,7 @@ void HostLink::runAll(const QStringList& lines, const Ended& then) {
 void HostLink::askUnsaved(const std::function<void(const std::vector<UnsavedEdit>&)>& then) {
   post("looking for what is not saved", [this, then] {
     std::vector<UnsavedEdit> unsaved;
-    const JsonValue list = Edits::instance()->list();
+    const JsonValue list = with_.station.edits().list();
     for (const JsonValue& edit : list.elements()) {
       if (!edit["dirty"].asBool()) continue;
       unsaved.push_back(
@@ -191,7 +191,7 @@ void HostLink::askUnsaved(const std::function<void(const std::vector<UnsavedEdit
 
 void HostLink::askTimeline(const QString& cookie) {
   post("reading an edit's file", [this, cookie] {
-    const TimelinePtr timeline = makeTimeline(cookie);
+    const TimelinePtr timeline = makeTimeline(with_.station, cookie);
     QMetaObject::invokeMethod(this, [this, timeline] { Q_EMIT timelineReady(timeline); });
   });
 }

@@ -63,16 +63,16 @@ ObjectRow editRow(const JsonValue& line) {
   return row;
 }
 
-ObjectRows rowsOf(ObjectKind kind) {
+ObjectRows rowsOf(Station& station, ObjectKind kind) {
   switch (kind) {
     case ObjectKind::eBins:
-      return rowsFrom(Bins::instance()->state(), listRow);
+      return rowsFrom(station.bins().state(), listRow);
     case ObjectKind::eRacks:
-      return rowsFrom(Racks::instance()->state(), listRow);
+      return rowsFrom(station.racks().state(), listRow);
     case ObjectKind::eFilters:
-      return rowsFrom(Filters::instance()->state(), filterRow);
+      return rowsFrom(station.filters().state(), filterRow);
     case ObjectKind::eMedia:
-      return rowsFrom(MediaCache::instance().state(), mediaRow);
+      return rowsFrom(station.media().state(), mediaRow);
     case ObjectKind::eEdits:
       break;
   }

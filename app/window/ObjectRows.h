@@ -3,6 +3,7 @@
 #include <string>
 
 #include "app/window/Snapshot.h"
+#include "station/Station.h"
 #include "station/base/Json.h"
 
 namespace korvel {
@@ -13,7 +14,7 @@ namespace korvel {
 ObjectRow editRow(const JsonValue& line);
 
 /// The rows of all bins, racks, filters or media files, in any order.
-ObjectRows rowsOf(ObjectKind kind);
+ObjectRows rowsOf(Station& station, ObjectKind kind);
 
 /// "bin", "rack", "filter", "media": how events and commands call a kind; "edit" for edits.
 std::string familyOf(ObjectKind kind);

@@ -79,11 +79,11 @@ PanelState panelState(const JsonValue& shown) {
   return panel;
 }
 
-ProjectState projectState() {
-  const OpenProject* open = Projects::instance().current();
+ProjectState projectState(Station& station) {
+  const OpenProject* open = station.projects().current();
   if (!open) return {};
   return {readableText(open->cookie.asString().str()), readableText(shownText(open->name)),
-          open->isPrivate, readableText(shownText(Rooms::instance().current()))};
+          open->isPrivate, readableText(shownText(station.rooms().current()))};
 }
 
 }  // namespace
@@ -107,11 +107,11 @@ SnapshotPtr SnapshotMaker::make(const Changes& changes) {
   return next;
 }
 
-void SnapshotMaker::lookAtProject(Snapshot& next) { next.project = projectState(); }
+void SnapshotMaker::lookAtProject(Snapshot& next) { next.project = projectState(station_); }
 
 void SnapshotMaker::lookAtLists(Snapshot& next) {
   std::vector<ProjectRow> projects;
-  if (const auto infos = Projects::instance().list()) {
+  if (const auto infos = station_.projects().list()) {
     for (const ProjectInfo& info : *infos) projects.push_back(projectRow(info, next.project));
     sortByName(projects);
     next.projectsProblem.clear();
@@ -121,7 +121,7 @@ void SnapshotMaker::lookAtLists(Snapshot& next) {
   next.projects = unlessSame(next.projects, std::move(projects));
   std::vector<RoomRow> rooms;
   if (!next.project.cookie.isEmpty() && !next.project.isPrivate) {
-    if (const auto infos = Rooms::instance().list()) {
+    if (const auto infos = station_.rooms().list()) {
       for (const RoomInfo& info : *infos) {
         rooms.push_back({readableText(shownText(info.name)), info.isHere, holdOf(info.state),
                          readableText(info.holder)});
@@ -146,7 +146,7 @@ void SnapshotMaker::lookAtEdits(Snapshot& next, const Changes& changes) {
   if (!isWhole && changes.edits.empty()) return;
   ObjectRows rows = isWhole ? ObjectRows() : *shown;
   if (isWhole) {
-    const JsonValue list = Edits::instance()->list();
+    const JsonValue list = station_.edits().list();
     for (const JsonValue& line : list.elements()) {
       rows.push_back(editRow(line));
       rows.back().remoteChanges = remoteChanges(rows.back().cookie);
@@ -154,7 +154,7 @@ void SnapshotMaker::lookAtEdits(Snapshot& next, const Changes& changes) {
     sortByKey(rows);
   } else {
     for (const std::string& cookie : changes.edits) {
-      ObjectRow row = editRow(Edits::instance()->listed(Cookie(cookie.c_str(), false)));
+      ObjectRow row = editRow(station_.edits().listed(Cookie(cookie.c_str(), false)));
       row.remoteChanges = remoteChanges(row.cookie);
       putRow(rows, readableText(cookie), std::move(row));
     }
@@ -167,7 +167,7 @@ void SnapshotMaker::lookAtOthers(Snapshot& next, const Changes& changes) {
        {ObjectKind::eBins, ObjectKind::eRacks, ObjectKind::eFilters, ObjectKind::eMedia}) {
     Shared<ObjectRows>& shown = next.objects[static_cast<std::size_t>(kind)];
     if (shown && !changes.all && !changes.families.contains(familyOf(kind))) continue;
-    ObjectRows rows = rowsOf(kind);
+    ObjectRows rows = rowsOf(station_, kind);
     for (ObjectRow& row : rows) row.remoteChanges = remoteChanges(row.cookie);
     sortByKey(rows);
     shown = unlessSame(shown, std::move(rows));
@@ -176,10 +176,9 @@ void SnapshotMaker::lookAtOthers(Snapshot& next, const Changes& changes) {
 
 void SnapshotMaker::lookAtPanel(Snapshot& next) {
   PanelState panel;
-  if (Desktop* desktop = Desktop::current()) {
-    if (const auto shown = PanelDriver(*desktop).show()) panel = panelState(*shown);
-    next.tools = toolsOn(*desktop);
-  }
+  Desktop& desktop = station_.desktop();
+  if (const auto shown = PanelDriver(desktop).show()) panel = panelState(*shown);
+  next.tools = toolsOn(desktop);
   next.panel = unlessSame(next.panel, std::move(panel));
 }
 

@@ -5,6 +5,7 @@
 
 #include "app/window/EventFeed.h"
 #include "app/window/Snapshot.h"
+#include "station/Station.h"
 #include "station/base/Json.h"
 
 namespace korvel {
@@ -13,6 +14,9 @@ namespace korvel {
 /// one. Host thread.
 class SnapshotMaker {
  public:
+  /// The station must outlive it.
+  explicit SnapshotMaker(Station& station) : station_(station) {}
+
   SnapshotPtr make(const Changes& changes);
 
  private:
@@ -24,6 +28,7 @@ class SnapshotMaker {
   void lookAtUsers(Snapshot& next);
   [[nodiscard]] unsigned remoteChanges(const QString& cookie) const;
 
+  Station& station_;
   SnapshotPtr last_ = std::make_shared<const Snapshot>();
   std::map<std::string, unsigned> remote_;  ///< since the project was opened, by cookie
 };

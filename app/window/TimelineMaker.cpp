@@ -140,11 +140,11 @@ void markChanges(Timeline& drawn, const OtioDocument& before, const OtioDocument
 }
 
 /// The edit as it is shown, unsaved changes included.
-Result<OtioDocument> shownDocument(const Cookie& cookie) {
-  const auto edit = Edits::instance()->hold(cookie);
+Result<OtioDocument> shownDocument(Station& station, const Cookie& cookie) {
+  const auto edit = station.edits().hold(cookie);
   if (!edit) return edit.error();
   OtioDocument document = (*edit)->document();
-  Edits::instance()->release(*edit);
+  station.edits().release(*edit);
   return document;
 }
 
@@ -170,9 +170,9 @@ Timeline timelineOf(const JsonValue& otio) {
   return timeline;
 }
 
-TimelinePtr makeTimeline(const QString& cookie) {
+TimelinePtr makeTimeline(Station& station, const QString& cookie) {
   auto timeline = std::make_shared<Timeline>();
-  const auto document = shownDocument(Cookie(cookie.toStdString().c_str(), false));
+  const auto document = shownDocument(station, Cookie(cookie.toStdString().c_str(), false));
   if (document) {
     *timeline = timelineOf(document->json());
     timeline->name = readableText(shownText(document->name()));
@@ -183,14 +183,14 @@ TimelinePtr makeTimeline(const QString& cookie) {
   return timeline;
 }
 
-TimelinePtr makeTimelineOf(const QString& cookie, const QString& version) {
+TimelinePtr makeTimelineOf(Station& station, const QString& cookie, const QString& version) {
   auto timeline = std::make_shared<Timeline>();
   const Cookie object(cookie.toStdString().c_str(), false);
   const auto kept = EditHistory::read(object, version.toStdString());
   if (kept) {
     *timeline = timelineOf(kept->json());
     timeline->name = readableText(shownText(kept->name()));
-    if (const auto now = shownDocument(object)) markChanges(*timeline, *kept, *now);
+    if (const auto now = shownDocument(station, object)) markChanges(*timeline, *kept, *now);
   } else {
     timeline->problem = readableText(kept.error().message);
   }

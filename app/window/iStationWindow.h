@@ -5,7 +5,7 @@
 
 #include "app/base/iEventSink.h"
 #include "app/commands/Command.h"
-#include "station/base/HostThread.h"
+#include "station/Station.h"
 #include "station/base/Result.h"
 
 namespace korvel {
@@ -16,7 +16,7 @@ class iStationWindow {
  public:
   /// What a window works with; all must outlive it.
   struct Dependencies {
-    HostThread& hostThread;
+    Station& station;
     const CommandTable& commands;
 
     /// Asks the whole program to end; hostEnded() follows when it is done.

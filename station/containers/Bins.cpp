@@ -1,5 +1,6 @@
 #include "station/containers/Bins.h"
 
+#include "station/base/HostParts.h"
 #include "station/base/Strings.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/Records.h"
@@ -8,28 +9,18 @@ using namespace korvel;
 
 namespace korvel {
 
-namespace {
+Bins::Bins() : CookieListManager("bin", "GM", "bins") {}
 
-Bins* theBins = nullptr;
-
-}  // namespace
-
-Bins::Bins() : CookieListManager("bin", "GM", "bins") { theBins = this; }
-
-Bins::~Bins() {
-  if (theBins == this) theBins = nullptr;
-}
-
-Bins* Bins::instance() { return theBins; }
+Bins::~Bins() = default;
 
 }  // namespace korvel
 
-BinManager* BinManager::instance() { return Bins::instance(); }
+BinManager* BinManager::instance() { return hostParts().bins; }
 
 LightweightString<wchar_t> getFileNameForLogGroup(const Cookie& cookie,
                                                   const LightweightString<wchar_t>& /*name*/,
                                                   const Cookie& project) {
   if (!project.isNull()) return wideText(recordPath(projectFolder(project), cookie));
-  const Bins* const bins = Bins::instance();
+  const Bins* const bins = hostParts().bins;
   return bins ? wideText(bins->fileOf(cookie)) : LightweightString<wchar_t>();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "station/base/HostParts.h"
 #include "station/containers/CookieListManager.h"
 
 namespace korvel {
@@ -11,8 +12,8 @@ class Bins : public CookieListManager<BinManager, BinData> {
   Bins();
   ~Bins() override;
 
-  /// The one built last, or null.
-  static Bins* instance();
+ private:
+  const HostEntry<Bins> entry_{&HostParts::bins, *this};
 };
 
 }  // namespace korvel

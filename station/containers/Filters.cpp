@@ -1,6 +1,7 @@
 #include "station/containers/Filters.h"
 
 #include "station/base/Events.h"
+#include "station/base/HostParts.h"
 #include "station/base/Strings.h"
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
@@ -15,19 +16,11 @@ namespace {
 
 constexpr const char* kText = "filter";
 
-Filters* theFilters = nullptr;
-
 }  // namespace
 
-Filters::Filters() : ContainerNotifier(ContainerKind{"filter", "F", "filters", kText}) {
-  theFilters = this;
-}
+Filters::Filters() : ContainerNotifier(ContainerKind{"filter", "F", "filters", kText}) {}
 
-Filters::~Filters() {
-  if (theFilters == this) theFilters = nullptr;
-}
-
-Filters* Filters::instance() { return theFilters; }
+Filters::~Filters() = default;
 
 Result<Cookie> Filters::create(const std::string& name, const std::string& text) {
   return ContainerPart::create(name, text);
@@ -55,9 +48,9 @@ std::string Filters::contentProblem(const JsonValue& content) const {
 
 }  // namespace korvel
 
-ProjectFilterManager* ProjectFilterManager::instance() { return Filters::instance(); }
+ProjectFilterManager* ProjectFilterManager::instance() { return hostParts().filters; }
 
 LightweightString<wchar_t> UserFilter::getFilterMetadataFileName(const Cookie& cookie) {
-  const Filters* const filters = Filters::instance();
+  const Filters* const filters = hostParts().filters;
   return filters ? wideText(filters->fileInAnyProject(cookie)) : LightweightString<wchar_t>();
 }

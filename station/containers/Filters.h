@@ -1,5 +1,6 @@
 #pragma once
 
+#include "station/base/HostParts.h"
 #include "station/containers/ContainerNotifier.h"
 #include "station/containers/ContainerPart.h"
 
@@ -11,9 +12,6 @@ class Filters : public ContainerNotifier<ProjectFilterManager, BinData, Containe
  public:
   Filters();
   ~Filters() override;
-
-  /// The one built last, or null.
-  static Filters* instance();
 
   Result<Cookie> create(const std::string& name, const std::string& text);
   Result<void> change(const Cookie& filter, const std::string& text);
@@ -28,6 +26,9 @@ class Filters : public ContainerNotifier<ProjectFilterManager, BinData, Containe
 
  protected:
   [[nodiscard]] std::string contentProblem(const JsonValue& content) const override;
+
+ private:
+  const HostEntry<Filters> entry_{&HostParts::filters, *this};
 };
 
 }  // namespace korvel

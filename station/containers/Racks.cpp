@@ -1,23 +1,15 @@
 #include "station/containers/Racks.h"
 
+#include "station/base/HostParts.h"
+
 using namespace korvel;
 
 namespace korvel {
 
-namespace {
+Racks::Racks() : CookieListManager("rack", "B", "racks") {}
 
-Racks* theRacks = nullptr;
-
-}  // namespace
-
-Racks::Racks() : CookieListManager("rack", "B", "racks") { theRacks = this; }
-
-Racks::~Racks() {
-  if (theRacks == this) theRacks = nullptr;
-}
-
-Racks* Racks::instance() { return theRacks; }
+Racks::~Racks() = default;
 
 }  // namespace korvel
 
-RackManager* RackManager::instance() { return Racks::instance(); }
+RackManager* RackManager::instance() { return hostParts().racks; }

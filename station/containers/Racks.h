@@ -1,5 +1,6 @@
 #pragma once
 
+#include "station/base/HostParts.h"
 #include "station/containers/CookieListManager.h"
 
 namespace korvel {
@@ -11,8 +12,8 @@ class Racks : public CookieListManager<RackManager, RackData> {
   Racks();
   ~Racks() override;
 
-  /// The one built last, or null.
-  static Racks* instance();
+ private:
+  const HostEntry<Racks> entry_{&HostParts::racks, *this};
 };
 
 }  // namespace korvel

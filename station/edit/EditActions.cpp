@@ -8,6 +8,7 @@
 #include "host/base/Log.h"
 #include "host/project/iPermissionsManager.h"
 #include "station/base/Events.h"
+#include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
@@ -190,7 +191,7 @@ Result<Cookie> EditActions::store(OtioDocument document, char kind) {
 }
 
 Result<Cookie> EditActions::create(const std::string& name, char kind) {
-  if (auto open = Projects::instance().requireOpen(); !open) return open.error();
+  if (auto open = hostParts().projects->requireOpen(); !open) return open.error();
   const char* what = kind == CookieTypeEdit ? "edit" : "log";
   if (auto checked = checkName(what, name); !checked) return checked.error();
   OtioDocument document = OtioDocument::blank(name);
@@ -199,7 +200,7 @@ Result<Cookie> EditActions::create(const std::string& name, char kind) {
 }
 
 Result<Cookie> EditActions::import(const std::string& path) {
-  if (auto open = Projects::instance().requireOpen(); !open) return open.error();
+  if (auto open = hostParts().projects->requireOpen(); !open) return open.error();
   const auto bytes = readFresh(path);
   if (!bytes) return failed("Nothing was imported", bytes.error());
   auto document = OtioDocument::parse(*bytes);

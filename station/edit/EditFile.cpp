@@ -5,6 +5,7 @@
 #include "host/base/Log.h"
 #include "host/project/iPermissionsManager.h"
 #include "station/base/Events.h"
+#include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
@@ -56,7 +57,7 @@ void EditFile::setChangeDescription(EditModificationType type, bool announce) {
 }
 
 bool EditFile::reOpen(const LightweightString<wchar_t>& path) {
-  if (isInStock_) Edits::instance()->lookLater(cookie_);
+  if (isInStock_) hostParts().edits->lookLater(cookie_);
   return replaceBy(readFresh(utf8Text(path)));
 }
 
@@ -77,7 +78,7 @@ bool EditFile::replaceBy(const Result<std::string>& bytes) {
     }
     takeDocument(std::move(*document), *bytes);
   }
-  if (isInStock_) Edits::instance()->noteLoaded(*this);
+  if (isInStock_) hostParts().edits->noteLoaded(*this);
   return true;
 }
 
@@ -124,7 +125,7 @@ void EditFile::takeStoredOwner() {
   if (!isContent(*bytes) && bodyOf(*stored) == (dirty_ ? savedBody_ : bodyOf(document_))) {
     saved_.note(*bytes, stored->stamp().number);
   }
-  if (isInStock_) Edits::instance()->noteLoaded(*this);
+  if (isInStock_) hostParts().edits->noteLoaded(*this);
 }
 
 Result<std::shared_ptr<ObjectLock>> EditFile::lockFile() {
@@ -232,7 +233,7 @@ void EditFile::setDirty(bool dirty) {
 }
 
 iUnsavedObserver* EditFile::unsavedObserver() const {
-  return isInStock_ && Edits::instance() ? Edits::instance()->unsavedObserver() : nullptr;
+  return isInStock_ && hostParts().edits ? hostParts().edits->unsavedObserver() : nullptr;
 }
 
 void EditFile::tellObserver() const {

@@ -6,6 +6,7 @@
 #include "host/project/ProjectSpacesManager.h"
 #include "host/project/iPermissionsManager.h"
 #include "station/base/Events.h"
+#include "station/base/HostParts.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
 #include "station/os/SharedFiles.h"
@@ -22,7 +23,7 @@ namespace {
 EditFile* fileOf(Edit* edit) { return static_cast<EditFile*>(edit); }
 
 void giveBack(Edit*& edit) {
-  if (edit && Edits::instance()) Edits::instance()->release(fileOf(edit));
+  if (edit && hostParts().edits) hostParts().edits->release(fileOf(edit));
   edit = nullptr;
 }
 
@@ -62,8 +63,8 @@ EditPtr::~EditPtr() { i_close(); }
 
 void EditPtr::i_open(const Cookie& cookie, int) {
   i_close();
-  if (!Edits::instance()) return;
-  if (const auto edit = Edits::instance()->hold(cookie)) edit_ = *edit;
+  if (!hostParts().edits) return;
+  if (const auto edit = hostParts().edits->hold(cookie)) edit_ = *edit;
 }
 
 void EditPtr::i_close() {
@@ -86,7 +87,7 @@ void EditModifier::clearModifications() {
 }
 
 void EditManager::addNetMessage(const Cookie& cookie, const LightweightString<char>& wireText) {
-  EditFile* edit = Edits::instance()->loaded(cookie);
+  EditFile* edit = hostParts().edits->loaded(cookie);
   if (!isOpenHere(edit)) return;
   const EditModification modification{hostText(fieldsOf(wireText).modification)};
   if (!EditFile::concerns(modification.type_)) return;
@@ -95,21 +96,21 @@ void EditManager::addNetMessage(const Cookie& cookie, const LightweightString<ch
             shownText(edit->document().name()), changed.error().message);
     return;
   }
-  Edits::instance()->noteLoaded(*edit);
+  hostParts().edits->noteLoaded(*edit);
   edit->issueChangeNotification(modification);
 }
 
 void EditManager::handleNetDelete(const Cookie& cookie) {
-  Edits::instance()->noteDeletedElsewhere(cookie);
+  hostParts().edits->noteDeletedElsewhere(cookie);
 }
 
-void EditManager::updateProjdbRec(const Cookie& cookie) { Edits::instance()->refresh(cookie); }
+void EditManager::updateProjdbRec(const Cookie& cookie) { hostParts().edits->refresh(cookie); }
 
 // An edit's owner stands in its file, where the station that gave it away has written it: a message
 // alone makes nobody the owner. A log's owner is kept in memory, so there the message counts.
 void EditManager::updateLocalPermissions(const Cookie& cookie,
                                          const LightweightString<char>& owner) {
-  Edits& edits = *Edits::instance();
+  Edits& edits = *hostParts().edits;
   const bool isEdit = cookie.getType() == CookieTypeEdit;
   if (isEdit) return edits.takeStoredOwner(cookie);
   if (auto* permissions = iPermissionsManager::instance()) {
@@ -122,9 +123,9 @@ void EditManager::updateLocalPermissions(const Cookie& cookie,
 // While a message is delivered the question means that the object was saved elsewhere: what lists
 // show of one that is not open is out of date from then on.
 bool EditManager::isOpen(const Cookie& cookie) {
-  const bool isHere = isOpenHere(Edits::instance()->loaded(cookie));
+  const bool isHere = isOpenHere(hostParts().edits->loaded(cookie));
   if (!isHere && currentOrigin() == Origin::eRemote) {
-    Edits::instance()->noteSavedElsewhere(cookie);
+    hostParts().edits->noteSavedElsewhere(cookie);
   }
   return isHere;
 }
@@ -132,18 +133,18 @@ bool EditManager::isOpen(const Cookie& cookie) {
 Cookie EditManager::getCurrentProjectID() { return get_project_cookie(); }
 
 void EditManager::flushChanges(const Cookie& cookie) {
-  EditFile* edit = Edits::instance()->loaded(cookie);
+  EditFile* edit = hostParts().edits->loaded(cookie);
   if (!edit || currentOrigin() != Origin::eLocal) return;  // a message writes no file
   if (auto flushed = edit->flushConfiguration(); !flushed) {
     LogBoth("The settings of the %s \"%s\" could not be written: %s\n", edit->kindText(),
             shownText(edit->document().name()), flushed.error().message);
   }
-  Edits::instance()->noteLoaded(*edit);
+  hostParts().edits->noteLoaded(*edit);
 }
 
 LightweightString<wchar_t> getFilenameForCookie(const Cookie& cookie, const Cookie& project) {
   if (!project.isNull()) return wideText(pathIn(project, cookie));
   const Cookie open = get_project_cookie();
-  if (!open.isNull() && Edits::instance()->holds(cookie)) return wideText(pathIn(open, cookie));
+  if (!open.isNull() && hostParts().edits->holds(cookie)) return wideText(pathIn(open, cookie));
   return wideText(lookElsewhere(cookie, open));
 }

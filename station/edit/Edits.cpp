@@ -11,8 +11,6 @@ namespace korvel {
 
 namespace {
 
-Edits* theEdits = nullptr;
-
 constexpr std::string_view kEnding = ".otio";
 
 Result<EditSummary> readListedSummary(const std::string& path) {
@@ -39,11 +37,9 @@ JsonValue shownClips(const EditFile& edit) {
 
 }  // namespace
 
-Edits::Edits() { theEdits = this; }
+Edits::Edits() = default;
 
-Edits::~Edits() { theEdits = nullptr; }
-
-Edits* Edits::instance() { return theEdits; }
+Edits::~Edits() = default;
 
 Cookie Edits::cookieOfFile(const std::string& name) {
   if (name.size() <= kEnding.size() || !name.ends_with(kEnding)) return {};

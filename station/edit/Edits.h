@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "station/base/HostParts.h"
 #include "station/edit/EditFile.h"
 #include "station/edit/EditIndex.h"
 #include "station/edit/iUnsavedObserver.h"
@@ -24,9 +25,6 @@ class Edits : public iProjectPart {
   Edits(const Edits&) = delete;
   Edits& operator=(const Edits&) = delete;
   ~Edits() override;
-
-  /// The one object, or null when there is none.
-  static Edits* instance();
 
   void enter(const OpenProject& project, const std::vector<std::string>& files) override;
   void takeUpUnlisted(const std::vector<std::string>& files) override;
@@ -146,9 +144,10 @@ class Edits : public iProjectPart {
   mutable EditIndex index_;
   std::map<Cookie, std::unique_ptr<EditFile>> loaded_;
   std::vector<std::unique_ptr<EditFile>> gone_;  ///< unloaded while something still held them
+  const HostEntry<Edits> entry_{&HostParts::edits, *this};
 };
 
 /// The one object; it must exist.
-inline Edits& openEdits() { return *Edits::instance(); }
+inline Edits& openEdits() { return *hostParts().edits; }
 
 }  // namespace korvel

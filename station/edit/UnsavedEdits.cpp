@@ -17,8 +17,6 @@ namespace korvel {
 
 namespace {
 
-UnsavedEdits* theUnsaved = nullptr;
-
 /// How long changes are gathered: many in a row are written once.
 constexpr std::chrono::milliseconds kGathering(300);
 
@@ -58,17 +56,13 @@ UnsavedEdits::UnsavedEdits(HostThread& thread, Edits& edits)
       edits_(edits),
       folder_(settings().recovery),
       self_(std::make_shared<UnsavedEdits*>(this)) {
-  theUnsaved = this;
   edits_.observeUnsaved(this);
 }
 
 UnsavedEdits::~UnsavedEdits() {
   edits_.observeUnsaved(nullptr);
   *self_ = nullptr;
-  theUnsaved = nullptr;
 }
-
-UnsavedEdits* UnsavedEdits::instance() { return theUnsaved; }
 
 void UnsavedEdits::enter(const OpenProject& project, const std::vector<std::string>&) {
   isDiscarding_ = false;

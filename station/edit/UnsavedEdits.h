@@ -32,9 +32,6 @@ class UnsavedEdits : public iProjectPart, public iUnsavedObserver {
   UnsavedEdits& operator=(const UnsavedEdits&) = delete;
   ~UnsavedEdits() override;
 
-  /// The one object, or null when there is none.
-  static UnsavedEdits* instance();
-
   /// Says what earlier stations of this user left.
   void enter(const OpenProject& project, const std::vector<std::string>& files) override;
 

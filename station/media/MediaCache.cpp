@@ -5,6 +5,7 @@
 
 #include "host/base/Log.h"
 #include "station/base/Events.h"
+#include "station/base/HostParts.h"
 #include "station/base/Strings.h"
 #include "station/media/MediaFiles.h"
 #include "station/media/MediaPaths.h"
@@ -27,8 +28,6 @@ namespace {
 constexpr const char* kMaterialKind = "V";
 constexpr const char* kFile = "file";
 constexpr const char* kProxyOf = "proxyOf";
-
-MediaCache* theMediaCache = nullptr;
 
 MediaFile fileAt(const std::string& path, const std::string& proxyOf) {
   return {materialCookie(path), path, networkForm(path), proxyOf};
@@ -93,22 +92,17 @@ JsonValue listed(const MediaTable& table, const std::function<JsonValue(const Me
 
 }  // namespace
 
-MediaCache::MediaCache() { theMediaCache = this; }
+MediaCache::MediaCache() = default;
 
-MediaCache::~MediaCache() {
-  if (theMediaCache == this) theMediaCache = nullptr;
-}
-
-MediaCache& MediaCache::instance() {
-  if (theMediaCache) return *theMediaCache;
-  static MediaCache made;
-  theMediaCache = &made;
-  return made;
-}
+MediaCache::~MediaCache() = default;
 
 }  // namespace korvel
 
-SystemCache& SystemCache::instance() { return MediaCache::instance(); }
+SystemCache& SystemCache::instance() {
+  if (hostParts().media) return *hostParts().media;
+  static MediaCache withoutStation;
+  return withoutStation;
+}
 
 namespace korvel {
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/media/SystemCache.h"
+#include "station/base/HostParts.h"
 #include "station/base/Result.h"
 #include "station/media/MediaTable.h"
 #include "station/notify/NotifierList.h"
@@ -39,9 +40,6 @@ class MediaCache : public SystemCache, public iProjectPart {
   MediaCache(const MediaCache&) = delete;
   MediaCache& operator=(const MediaCache&) = delete;
   ~MediaCache() override;
-
-  /// The one built last, made on first use where there is none.
-  static MediaCache& instance();
 
   /// Adds a local file to the open project and tells the other stations. One that is not there, or
   /// is known already, is refused.
@@ -102,6 +100,7 @@ class MediaCache : public SystemCache, public iProjectPart {
   bool toldFull_ = false;
   NotifierList listeners_;
   std::map<Cookie, std::string> problems_;  ///< of files found that cannot be read, as logged
+  const HostEntry<MediaCache> entry_{&HostParts::media, *this};
 };
 
 }  // namespace korvel

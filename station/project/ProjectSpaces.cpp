@@ -1,5 +1,6 @@
 #include "host/project/ProjectSpacesManager.h"
 #include "station/base/Events.h"
+#include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
@@ -7,14 +8,14 @@
 using namespace korvel;
 
 Cookie get_project_cookie() {
-  const OpenProject* project = Projects::instance().current();
+  const OpenProject* project = hostParts().projects->current();
   return project ? project->cookie : Cookie();
 }
 
 bool ProjectSpacesManager::machineIsInNetworkMode() { return settings().networkMode; }
 
 int ProjectSpacesManager::getCurrentProjectSpaceType() {
-  const OpenProject* project = Projects::instance().current();
+  const OpenProject* project = hostParts().projects->current();
   if (!project) return eNoProjectSpace;
   return project->isPrivate ? ePrivateProjectSpace : eSharedProjectSpace;
 }

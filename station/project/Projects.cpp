@@ -19,8 +19,6 @@ namespace korvel {
 
 namespace {
 
-Projects* theProjects = nullptr;
-
 /// Of how much of a cookie its beginning may stand for it: shorter words are likely to be names.
 constexpr std::size_t kShortestCookie = 4;
 
@@ -130,11 +128,9 @@ ProjectInfo infoOf(const Cookie& cookie) {
 
 }  // namespace
 
-Projects::Projects() { theProjects = this; }
+Projects::Projects() = default;
 
-Projects::~Projects() { theProjects = nullptr; }
-
-Projects& Projects::instance() { return *theProjects; }
+Projects::~Projects() = default;
 
 void Projects::addPart(iProjectPart& part) { parts_.push_back(&part); }
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "station/base/HostParts.h"
 #include "station/base/Json.h"
 #include "station/base/Result.h"
 #include "station/project/LockProbe.h"
@@ -34,9 +35,6 @@ class Projects {
   Projects(const Projects&) = delete;
   Projects& operator=(const Projects&) = delete;
   ~Projects();
-
-  /// The one object; it must exist.
-  static Projects& instance();
 
   /// Adds a part, which must outlive this; parts are entered in this order and left in the reverse.
   void addPart(iProjectPart& part);
@@ -95,6 +93,7 @@ class Projects {
 
   std::vector<iProjectPart*> parts_;
   std::unique_ptr<OpenProject> current_;
+  const HostEntry<Projects> entry_{&HostParts::projects, *this};
 };
 
 }  // namespace korvel

@@ -7,6 +7,7 @@
 #include "host/project/ProjectSpacesManager.h"
 #include "host/project/iProjectShare.h"
 #include "station/base/Events.h"
+#include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
@@ -17,8 +18,6 @@
 namespace korvel {
 
 namespace {
-
-Rooms* theRooms = nullptr;
 
 constexpr std::string_view kRecordEnding = ".json";
 
@@ -52,11 +51,9 @@ JsonValue shown(const std::vector<RoomInfo>& rooms) {
 
 }  // namespace
 
-Rooms::Rooms() { theRooms = this; }
+Rooms::Rooms() = default;
 
-Rooms::~Rooms() { theRooms = nullptr; }
-
-Rooms& Rooms::instance() { return *theRooms; }
+Rooms::~Rooms() = default;
 
 void Rooms::enter(const OpenProject& project, const std::vector<std::string>&) {
   folder_ = project.folder + "/rooms";
@@ -134,7 +131,7 @@ Result<std::vector<RoomInfo>> Rooms::list() const {
   std::vector<RoomInfo> rooms;
   const auto files = listFresh(folder_);
   const bool hasNone = !files && files.error().code == ErrorCode::eNotFound;
-  if (hasNone && existsFresh(Projects::instance().current()->folder)) return rooms;
+  if (hasNone && existsFresh(hostParts().projects->current()->folder)) return rooms;
   if (!files) return files.error();
   for (const std::string& file : *files) {
     const std::string fileName = roomOfRecord(file);
@@ -182,7 +179,7 @@ Result<void> Rooms::goOut() {
 }
 
 void Rooms::noteToldHere() {
-  if (theRooms) theRooms->noteTold();
+  if (hostParts().rooms) hostParts().rooms->noteTold();
 }
 
 void Rooms::noteTold() {
@@ -197,7 +194,7 @@ std::size_t Rooms::catchUp(const FoundFiles& files) {
   const std::string before = told_;
   noteTold();
   if (told_ == before) return 0;
-  events().changed("room", Projects::instance().current()->cookie, "refreshed", currentOrigin());
+  events().changed("room", hostParts().projects->current()->cookie, "refreshed", currentOrigin());
   return 1;
 }
 

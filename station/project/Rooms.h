@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "station/base/HostParts.h"
 #include "station/project/LockProbe.h"
 #include "station/project/iProjectPart.h"
 
@@ -25,9 +26,6 @@ class Rooms : public iProjectPart {
   Rooms(const Rooms&) = delete;
   Rooms& operator=(const Rooms&) = delete;
   ~Rooms() override;
-
-  /// The one object; it must exist.
-  static Rooms& instance();
 
   void enter(const OpenProject& project, const std::vector<std::string>& files) override;
 
@@ -69,6 +67,7 @@ class Rooms : public iProjectPart {
   bool isShared_ = false;
   std::string current_;
   std::string told_;  ///< the rooms as they were last told of
+  const HostEntry<Rooms> entry_{&HostParts::rooms, *this};
 };
 
 }  // namespace korvel

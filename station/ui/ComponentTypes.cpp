@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "station/base/HostParts.h"
 #include "station/base/Strings.h"
 #include "station/ui/Desktop.h"
 
@@ -55,5 +56,5 @@ Result<std::unique_ptr<GenIcon>> ComponentTypes::create(GlobCreationInfo info) {
 
 void GlobManager::registerUiComponentType(const LightweightString<char>& name, Factory factory) {
   ComponentTypes::instance().add(name, factory);
-  if (Desktop* desktop = Desktop::current()) desktop->toolbox().populate();
+  if (Desktop* desktop = hostParts().desktop) desktop->toolbox().populate();
 }

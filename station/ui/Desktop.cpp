@@ -13,8 +13,6 @@ namespace korvel {
 
 namespace {
 
-Desktop* currentDesktop = nullptr;
-
 /// The topmost widget at a place: the youngest child of the youngest child that lies there.
 Glob* widgetAt(Glob& root, const XY& place) {
   const auto& children = root.children();
@@ -49,18 +47,12 @@ void listFocusable(const Glob& root, std::vector<Glob*>& found) {
 }  // namespace
 
 Desktop::Desktop() {
-  currentDesktop = this;
   Glob::resize(kDefaultSize.width, kDefaultSize.height);
   toolbox_ = addChild(std::make_unique<Toolbox>());
   toolbox_->populate();
 }
 
-Desktop::~Desktop() {
-  destroyChildren();
-  if (currentDesktop == this) currentDesktop = nullptr;
-}
-
-Desktop* Desktop::current() { return currentDesktop; }
+Desktop::~Desktop() { destroyChildren(); }
 
 bool Desktop::dispatch(const Event& event) {
   const Glib::UpdateDeferrer deferrer;

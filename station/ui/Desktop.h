@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "host/ui/GenIcon.h"
+#include "station/base/HostParts.h"
 #include "station/ui/Toolbox.h"
 
 namespace korvel {
@@ -29,9 +30,6 @@ class Desktop : public Glob {
 
   /// Destroys all tools.
   ~Desktop() override;
-
-  /// The one object, or null.
-  static Desktop* current();
 
   [[nodiscard]] Toolbox& toolbox() const { return *toolbox_; }
 
@@ -60,6 +58,7 @@ class Desktop : public Glob {
   bool moveFocus();
 
   Toolbox* toolbox_ = nullptr;
+  const HostEntry<Desktop> entry_{&HostParts::desktop, *this};
 };
 
 }  // namespace korvel

@@ -1,5 +1,6 @@
 #include "host/ui/DragDropManager.h"
 
+#include "station/base/HostParts.h"
 #include "station/ui/Desktop.h"
 
 using namespace korvel;
@@ -20,7 +21,7 @@ GenIcon* DragDropManager::dragged() { return draggedTool; }
 
 void DragDropManager::drop() {
   GenIcon* tool = std::exchange(draggedTool, nullptr);
-  Desktop* desktop = Desktop::current();
+  Desktop* desktop = hostParts().desktop;
   if (!tool || !tool->dragSource() || !desktop) return;
   std::unique_ptr<Glob> taken = tool->dragSource()->takeChild(tool);
   tool->setDragSource(nullptr);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/ui/DragDropManager.h"
+#include "station/base/HostParts.h"
 #include "station/ui/Desktop.h"
 
 using namespace korvel;
@@ -48,13 +49,13 @@ void GenIcon::reInit(const IconSet& icon) {
 }
 
 void GenIcon::requestToolboxRepopulate() {
-  if (Desktop* desktop = Desktop::current()) desktop->toolbox().populate();
+  if (Desktop* desktop = hostParts().desktop) desktop->toolbox().populate();
 }
 
 XY GenIcon::getMaximisedPos(const Size& wanted) {
   if (restoredPosition_) return *std::exchange(restoredPosition_, std::nullopt);
   const XY centre{position().x + size().width / 2, position().y + size().height / 2};
-  const Size room = Desktop::current() ? Desktop::current()->size() : Desktop::kDefaultSize;
+  const Size room = hostParts().desktop ? hostParts().desktop->size() : Desktop::kDefaultSize;
   return {keepWithin(centre.x - wanted.width / 2, wanted.width, room.width),
           keepWithin(centre.y - wanted.height / 2, wanted.height, room.height)};
 }

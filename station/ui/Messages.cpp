@@ -2,6 +2,7 @@
 
 #include "host/ui/GlobManager.h"
 #include "host/ui/TextBox.h"
+#include "station/base/HostParts.h"
 #include "station/ui/Desktop.h"
 #include "station/ui/Screen.h"
 #include "station/wire/Delivery.h"
@@ -40,7 +41,7 @@ bool isForgedCallback(const LightweightString<char>& text) {
 void Glob::sendMsg(Glob* target, const LightweightString<char>& text, Glob* sender) {
   if (!target) return;
   if (isForgedCallback(text)) {
-    if (Desktop* const desktop = Desktop::current()) desktop->handleMessageEvent(text, sender);
+    if (Desktop* const desktop = hostParts().desktop) desktop->handleMessageEvent(text, sender);
     return;
   }
   Glob* last = nullptr;
@@ -51,7 +52,7 @@ void Glob::sendMsg(Glob* target, const LightweightString<char>& text, Glob* send
     widget = Screen::instance().isAlive(next) ? next : nullptr;
   }
   // A widget that lies nowhere has no way up to the desktop; its texts must not be lost.
-  Desktop* desktop = Desktop::current();
+  Desktop* desktop = hostParts().desktop;
   if (desktop && last != desktop) desktop->handleMessageEvent(text, sender);
 }
 

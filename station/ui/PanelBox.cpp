@@ -1,5 +1,6 @@
 #include "station/ui/PanelBox.h"
 
+#include "station/base/HostParts.h"
 #include "station/ui/Desktop.h"
 
 namespace korvel {
@@ -16,7 +17,7 @@ bool PanelBox::handleEvent(const Event& event) {
   // Either destroys this box.
   if (which_ == StandardPanel::eCollapseBox) {
     tool->handleFlipSize();
-  } else if (Desktop* desktop = Desktop::current()) {
+  } else if (Desktop* desktop = hostParts().desktop) {
     desktop->putAway(*tool);
   }
   return true;

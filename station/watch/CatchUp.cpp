@@ -4,6 +4,7 @@
 
 #include "host/base/Log.h"
 #include "station/base/Events.h"
+#include "station/base/HostParts.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/Projects.h"
 
@@ -34,7 +35,7 @@ std::vector<WatchedFolder> foldersOf(const OpenProject& project) {
 
 void CatchUp::handleProjectEntry() try {
   found_ = 0;
-  watch_ = std::make_unique<FolderWatch>(host_, foldersOf(*Projects::instance().current()),
+  watch_ = std::make_unique<FolderWatch>(host_, foldersOf(*hostParts().projects->current()),
                                          [this](const FoundFiles& files) { take(files); });
 } catch (const std::system_error& problem) {
   LogBoth(
@@ -52,7 +53,7 @@ std::optional<ShareAnswer> CatchUp::answer() const {
 
 void CatchUp::take(const FoundFiles& files) {
   const FolderChangeScope scope;
-  found_ += Projects::instance().catchUp(files);
+  found_ += hostParts().projects->catchUp(files);
 }
 
 }  // namespace korvel

@@ -22,8 +22,6 @@ constexpr seconds kSilent(6);
 /// So many changes without a message are no chance: a single one may be another program's.
 constexpr std::size_t kCutOff = 3;
 
-Health* theHealth = nullptr;
-
 const char* levelText(HealthLevel level) {
   switch (level) {
     case HealthLevel::eGood:
@@ -97,15 +95,10 @@ JsonValue shownHealth(const HealthState& state) {
 Health::Health(HostThread& host, const CatchUp& catchUp, const Presence& presence,
                std::shared_ptr<const TrafficCounts> traffic)
     : host_(host), catchUp_(catchUp), presence_(presence), traffic_(std::move(traffic)) {
-  theHealth = this;
   postJudgement();
 }
 
-Health::~Health() {
-  if (theHealth == this) theHealth = nullptr;
-}
-
-Health* Health::instance() { return theHealth; }
+Health::~Health() = default;
 
 HealthState Health::now() const {
   HealthFacts facts;

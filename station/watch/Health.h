@@ -50,9 +50,6 @@ class Health {
   Health& operator=(const Health&) = delete;
   ~Health();
 
-  /// The one object, or null.
-  static Health* instance();
-
   [[nodiscard]] HealthState now() const;
 
  private:

@@ -7,6 +7,7 @@
 
 #include "host/base/Log.h"
 #include "station/base/Events.h"
+#include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
@@ -33,8 +34,6 @@ constexpr milliseconds kPeriod(5000);
 /// A note that a station left behind is removed after so many days, by the next that starts.
 constexpr std::int64_t kDaysKept = 7;
 
-Presence* thePresence = nullptr;
-
 std::vector<std::string> ownAddresses() {
   std::vector<std::string> addresses;
   for (const NetworkInterface& each : readNetworkInterfaces()) {
@@ -57,16 +56,9 @@ std::string placeOf(const StationNote& note) {
 }  // namespace
 
 Presence::Presence(HostThread& host, std::shared_ptr<const TrafficCounts> traffic)
-    : host_(host), traffic_(std::move(traffic)) {
-  thePresence = this;
-}
+    : host_(host), traffic_(std::move(traffic)) {}
 
-Presence::~Presence() {
-  stop();
-  if (thePresence == this) thePresence = nullptr;
-}
-
-Presence* Presence::instance() { return thePresence; }
+Presence::~Presence() { stop(); }
 
 void Presence::start(const std::string& version) try {
   own_.id = StationFile::newId();
@@ -118,12 +110,12 @@ Result<JsonValue> Presence::who(Which which) const {
 StationNote Presence::noteOfThis() const {
   StationNote note = own_;
   note.sent = traffic_->sentCount();
-  const OpenProject* const project = Projects::instance().current();
+  const OpenProject* const project = hostParts().projects->current();
   if (!project) return note;
   note.project = project->cookie;
   note.projectName = project->name;
-  note.room = Rooms::instance().current();
-  if (const Edits* const edits = Edits::instance()) edits->listOpen(note.open, note.unsaved);
+  note.room = hostParts().rooms->current();
+  if (const Edits* const edits = hostParts().edits) edits->listOpen(note.open, note.unsaved);
   return note;
 }
 

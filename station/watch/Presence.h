@@ -24,9 +24,6 @@ class Presence : public ProjectListener {
   Presence& operator=(const Presence&) = delete;
   ~Presence();
 
-  /// The one object, or null.
-  static Presence* instance();
-
   /// Shows this station to the others, and tells of one that has its user or host name already.
   void start(const std::string& version);
 

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "station/Station.h"
+#include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
 #include "station/project/Projects.h"
 #include "tests/bench/peer/Payload.h"
@@ -55,11 +56,11 @@ std::vector<File> listAndRead(const std::string& path) {
 }
 
 void enter() {
-  if (!Projects::instance().enter(kBenchProject)) std::exit(1);
+  if (!hostParts().projects->enter(kBenchProject)) std::exit(1);
 }
 
 void leave() {
-  if (!Projects::instance().leave()) std::exit(1);
+  if (!hostParts().projects->leave()) std::exit(1);
 }
 
 template <typename Work>

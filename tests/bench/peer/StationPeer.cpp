@@ -10,6 +10,7 @@
 
 #include "station/Station.h"
 #include "station/base/Events.h"
+#include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
 #include "station/project/ProjectListeners.h"
 #include "station/project/Projects.h"
@@ -111,7 +112,7 @@ int main(int argc, char** argv) {
   installEvents(&events);
   Station station;
   require(station.start());
-  require(Projects::instance().enter(kBenchProject));
+  require(hostParts().projects->enter(kBenchProject));
   std::thread commands([&] {
     SavedEdits edits(station.hostThread());
     obey(*board, edits);

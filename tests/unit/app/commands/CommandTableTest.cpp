@@ -9,7 +9,7 @@ using namespace korvel;
 
 namespace {
 
-Result<JsonValue> nothing(const Arguments&) { return JsonValue(); }
+Result<JsonValue> nothing(Station&, const Arguments&) { return JsonValue(); }
 
 CommandTable someCommands() {
   CommandTable table;

@@ -14,7 +14,7 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-Result<JsonValue> noAnswer(const Arguments&) { return JsonValue(); }
+Result<JsonValue> noAnswer(Station&, const Arguments&) { return JsonValue(); }
 
 TEST(Completion, OffersNextWordsOfCommandsAndThenObjects) {
   CommandTable table;

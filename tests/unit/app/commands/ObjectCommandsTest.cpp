@@ -11,7 +11,7 @@
 #include "station/media/MediaCache.h"
 #include "station/project/Projects.h"
 #include "station/wire/MessageFields.h"
-#include "tests/support/StationScene.h"
+#include "tests/support/IdleStation.h"
 
 using namespace korvel;
 
@@ -21,14 +21,12 @@ namespace {
 class ObjectCommandsTest : public testing::Test {
  protected:
   ObjectCommandsTest() {
-    for (iProjectPart* part : std::initializer_list<iProjectPart*>{&bins, &racks, &filters, &media})
-      projects.addPart(*part);
     addContainerCommands(table);
     addFilterCommands(table);
     addMediaCommands(table);
     addUserCommands(table);
-    const Result<Cookie> made = projects.create("Film", false);
-    EXPECT_TRUE(made && projects.enter("Film"));
+    const Result<Cookie> made = station.projects().create("Film", false);
+    EXPECT_TRUE(made && station.projects().enter("Film"));
   }
 
   Result<JsonValue> run(const std::vector<std::string>& words) {
@@ -38,7 +36,7 @@ class ObjectCommandsTest : public testing::Test {
     const Arguments arguments(words.begin() + static_cast<std::ptrdiff_t>(nameWords), words.end());
     EXPECT_GE(arguments.size(), command->minArguments);
     EXPECT_LE(arguments.size(), command->maxArguments);
-    return command->run(arguments);
+    return command->run(station, arguments);
   }
 
   /// The result, which must be one.
@@ -49,13 +47,8 @@ class ObjectCommandsTest : public testing::Test {
     return {};
   }
 
-  StationScene scene;
-  Projects projects;
-  Bins bins;
-  Racks racks;
-  Filters filters;
-  MediaCache media;
-  RemoteCommands commands;
+  IdleStation idle;
+  Station& station = idle.station;
   CommandTable table;
 };
 
@@ -96,11 +89,11 @@ TEST_F(ObjectCommandsTest, AFilterIsMadeChangedListedAndDestroyed) {
 }
 
 TEST_F(ObjectCommandsTest, MediaIsAddedWithItsProxyAndRemoved) {
-  const std::string file = scene.scratch / "a.mov";
-  const std::string proxy = scene.scratch / "p.mov";
-  scene.write(file, "x");
+  const std::string file = idle.scratch / "a.mov";
+  const std::string proxy = idle.scratch / "p.mov";
+  StationScene::write(file, "x");
   EXPECT_FALSE(run({"media", "add", file, "--proxy", proxy}));
-  scene.write(proxy, "x");
+  StationScene::write(proxy, "x");
   const JsonValue material = did({"media", "add", file, "--proxy", proxy});
   const JsonValue all = did({"media", "list"});
   ASSERT_EQ(all.elements().size(), 2u);
@@ -112,7 +105,7 @@ TEST_F(ObjectCommandsTest, MediaIsAddedWithItsProxyAndRemoved) {
 }
 
 TEST_F(ObjectCommandsTest, WithoutAProjectEachSaysSo) {
-  ASSERT_TRUE(projects.leave());
+  ASSERT_TRUE(station.projects().leave());
   const std::vector<std::vector<std::string>> rows = {{"bin", "create", "a"},
                                                       {"bin", "list"},
                                                       {"bin", "add", "a", "b"},
@@ -133,14 +126,14 @@ TEST_F(ObjectCommandsTest, WithoutAProjectEachSaysSo) {
 
 TEST_F(ObjectCommandsTest, ARequestIsOneMessageToOneMachine) {
   did({"request", "34", "identify"});
-  ASSERT_EQ(scene.network.sent.size(), 1u);
-  EXPECT_EQ(scene.network.ports, std::vector<int>{27015});
-  const MessageFields fields = readMessage(scene.network.sent[0]);
+  ASSERT_EQ(idle.network.sent.size(), 1u);
+  EXPECT_EQ(idle.network.ports, std::vector<int>{27015});
+  const MessageFields fields = readMessage(idle.network.sent[0]);
   EXPECT_EQ(fields.type, 13);
   EXPECT_EQ(fields.target, "34");
   EXPECT_EQ(fields.data, "identify");
   EXPECT_EQ(fields.source, "anna");
-  EXPECT_EQ(fields.project, text(projects.current()->cookie));
+  EXPECT_EQ(fields.project, text(station.projects().current()->cookie));
 }
 
 TEST_F(ObjectCommandsTest, ARequestThatMakesNoSenseIsNotSent) {
@@ -150,7 +143,7 @@ TEST_F(ObjectCommandsTest, ARequestThatMakesNoSenseIsNotSent) {
   }
   EXPECT_EQ(run({"request", "1", ""}).error().code, ErrorCode::eUsage);
   EXPECT_EQ(run({"request", "1", "5 \xE2\x82\xAC"}).error().code, ErrorCode::eUsage);
-  EXPECT_TRUE(scene.network.sent.empty());
+  EXPECT_TRUE(idle.network.sent.empty());
 }
 
 TEST_F(ObjectCommandsTest, WhoAmIShowsTheStationAndUsersNeedThePlugin) {
@@ -168,28 +161,32 @@ TEST_F(ObjectCommandsTest, WhoAmIShowsTheStationAndUsersNeedThePlugin) {
 TEST_F(ObjectCommandsTest, ARemoteCommandIsLoggedToldAndAnEvent) {
   const CommandMap::Index index = CommandMap::theCommandMap().findCommand("identify");
   ASSERT_NE(index, CommandMap::kNotFound);
-  commands.callCommand(index, CommandContext());
-  EXPECT_EQ(scene.events.commands, std::vector<std::string>{"identify"});
-  ASSERT_EQ(scene.events.notifications.size(), 1u);
-  EXPECT_NE(scene.events.notifications[0].find("suite1"), std::string::npos);
-  EXPECT_TRUE(scene.events.loggedThat("identify"));
+  CommandMap::theCommandMap().callCommand(index, CommandContext());
+  EXPECT_EQ(idle.events.commands, std::vector<std::string>{"identify"});
+  ASSERT_EQ(idle.events.notifications.size(), 1u);
+  EXPECT_NE(idle.events.notifications[0].find("suite1"), std::string::npos);
+  EXPECT_TRUE(idle.events.loggedThat("identify"));
 }
 
 TEST_F(ObjectCommandsTest, OnlyNamesOfCommandsAreFound) {
   for (const char* row : {"", "Identify", "identify ", "ident", "rm -rf", "quit"}) {
-    EXPECT_EQ(commands.findCommand(row), CommandMap::kNotFound) << row;
+    EXPECT_EQ(CommandMap::theCommandMap().findCommand(row), CommandMap::kNotFound) << row;
   }
-  commands.callCommand(CommandMap::kNotFound, CommandContext());
-  EXPECT_TRUE(scene.events.commands.empty());
+  CommandMap::theCommandMap().callCommand(CommandMap::kNotFound, CommandContext());
+  EXPECT_TRUE(idle.events.commands.empty());
 }
 
 TEST_F(ObjectCommandsTest, TheRefreshCommandShowsWhatTheFolderHolds) {
-  scene.write(projects.current()->folder + "/B0001.json", R"({"name": "R", "contents": []})");
-  scene.write(projects.current()->folder + "/G0001.json", R"({"name": "B", "contents": []})");
-  scene.write(projects.current()->folder + "/F0001.json", R"({"name": "F", "filter": ""})");
-  commands.callCommand(commands.findCommand("refresh"), CommandContext());
-  EXPECT_TRUE(racks.holds(cookie("B0001")) && bins.holds(cookie("G0001")));
-  EXPECT_TRUE(filters.holds(cookie("F0001")));
+  StationScene::write(station.projects().current()->folder + "/B0001.json",
+                      R"({"name": "R", "contents": []})");
+  StationScene::write(station.projects().current()->folder + "/G0001.json",
+                      R"({"name": "B", "contents": []})");
+  StationScene::write(station.projects().current()->folder + "/F0001.json",
+                      R"({"name": "F", "filter": ""})");
+  CommandMap::theCommandMap().callCommand(CommandMap::theCommandMap().findCommand("refresh"),
+                                          CommandContext());
+  EXPECT_TRUE(station.racks().holds(cookie("B0001")) && station.bins().holds(cookie("G0001")));
+  EXPECT_TRUE(station.filters().holds(cookie("F0001")));
 }
 
 }  // namespace

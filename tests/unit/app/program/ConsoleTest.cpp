@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "app/commands/ConsoleCommands.h"
+#include "tests/support/IdleStation.h"
 
 using namespace korvel;
 
@@ -43,34 +44,35 @@ class ConsoleTest : public testing::Test {
     events.addSink(history);
     addConsoleCommands(commands,
                        {waiter, history, [](const std::string& name) { return "E" + name; }});
-    add("where", 0, [this](const Arguments&) -> Result<JsonValue> {
+    add("where", 0, [this](Station&, const Arguments&) -> Result<JsonValue> {
       return JsonValue(std::this_thread::get_id() == host.get_id());
     });
-    add("fail", 0, [](const Arguments&) -> Result<JsonValue> {
+    add("fail", 0, [](Station&, const Arguments&) -> Result<JsonValue> {
       return Error{ErrorCode::eRefused, "ANNA owns it.", {}};
     });
-    add("throw", 0,
-        [](const Arguments&) -> Result<JsonValue> { throw std::runtime_error("broken"); });
-    add("edit trim", 2, [this](const Arguments& words) -> Result<JsonValue> {
+    add("throw", 0, [](Station&, const Arguments&) -> Result<JsonValue> {
+      throw std::runtime_error("broken");
+    });
+    add("edit trim", 2, [this](Station&, const Arguments& words) -> Result<JsonValue> {
       events.command(words[0] + "|" + words[1]);
       return JsonValue();
     });
-    host = std::thread([this] { hostThread.run(); });
+    host = std::thread([this] { station.hostThread().run(); });
   }
   ~ConsoleTest() override {
-    hostThread.stop();
+    station.hostThread().stop();
     host.join();
     std::fclose(nowhere);
   }
 
   void add(const char* name, std::size_t words,
-           std::function<Result<JsonValue>(const Arguments&)> run) {
+           std::function<Result<JsonValue>(Station&, const Arguments&)> run) {
     commands.add({name, words == 0 ? "" : "E CLIP", "", words, words, std::move(run)});
   }
 
   int run(std::deque<std::string> lines) {
     reader.lines = std::move(lines);
-    Console console({hostThread, commands, events, text, waiter, keepsGoing});
+    Console console({station, commands, events, text, waiter, keepsGoing});
     return console.run(reader);
   }
 
@@ -78,7 +80,8 @@ class ConsoleTest : public testing::Test {
     return kept.replies.at(i)["error"].asString();
   }
 
-  HostThread hostThread;
+  IdleStation idle;
+  Station& station = idle.station;
   Waiter waiter;
   EventHistory history{waiter};
   KeptReplies kept;
@@ -212,7 +215,7 @@ TEST_F(ConsoleTest, WaitSaysWhatIsWrongWithItsWords) {
 
 TEST_F(ConsoleTest, WaitFailsAfterItsTimeAndDoesNotBlockTheHostThread) {
   bool ran = false;
-  hostThread.post([&] { ran = true; });
+  station.hostThread().post([&] { ran = true; });
   EXPECT_EQ(run({"wait sent type=2 --timeout 0.05"}), 1);
   EXPECT_NE(error(0).find("sent type=2 --timeout 0.05"), std::string::npos) << error(0);
   EXPECT_EQ(run({"where"}), 0);
@@ -221,7 +224,7 @@ TEST_F(ConsoleTest, WaitFailsAfterItsTimeAndDoesNotBlockTheHostThread) {
 
 TEST_F(ConsoleTest, ACommandThatOutlivesTheConsoleStillReplies) {
   std::promise<void> goOn;
-  add("slow", 0, [&](const Arguments&) -> Result<JsonValue> {
+  add("slow", 0, [&](Station&, const Arguments&) -> Result<JsonValue> {
     waiter.end();
     goOn.get_future().wait();
     return JsonValue("done");
@@ -229,14 +232,14 @@ TEST_F(ConsoleTest, ACommandThatOutlivesTheConsoleStillReplies) {
   EXPECT_EQ(run({"slow"}), 0);
   goOn.set_value();
   std::promise<void> isBehind;
-  hostThread.post([&isBehind] { isBehind.set_value(); });
+  station.hostThread().post([&isBehind] { isBehind.set_value(); });
   isBehind.get_future().wait();
   ASSERT_EQ(kept.replies.size(), 1u);
   EXPECT_EQ(kept.replies[0]["result"].asString(), "done");
 }
 
 TEST_F(ConsoleTest, AnEndingProgramWaitsForNothing) {
-  std::thread other([this] { hostThread.post([this] { waiter.end(); }); });
+  std::thread other([this] { station.hostThread().post([this] { waiter.end(); }); });
   EXPECT_EQ(run({"sleep 60", "fail"}), 0);
   other.join();
 }
