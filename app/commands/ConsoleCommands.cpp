@@ -1,10 +1,9 @@
-#include "app/commands/ConsoleCommands.h"
+#include "app/commands/Commands.h"
 
 #include <charconv>
 #include <chrono>
 #include <cstdio>
 
-#include "app/commands/KeepCommands.h"
 #include "station/Station.h"
 #include "station/base/Notifications.h"
 #include "station/base/Rendering.h"

@@ -1,4 +1,4 @@
-#include "app/commands/ContainerCommands.h"
+#include "app/commands/Commands.h"
 
 #include <utility>
 
@@ -47,9 +47,7 @@ Result<CookieVec> resolveHeld(const Projects& projects, const Arguments& argumen
 }
 
 Result<JsonValue> create(const Projects&, CookieLists& manager, const Arguments& arguments) {
-  const Result<Cookie> made = manager.create(arguments[0]);
-  if (!made) return made.error();
-  return JsonValue(utf8Text(made->asString()));
+  return answer(manager.create(arguments[0]));
 }
 
 Result<JsonValue> list(const Projects& projects, CookieLists& manager, const Arguments&) {
@@ -100,8 +98,7 @@ Result<JsonValue> destroy(const Projects& projects, CookieLists& manager,
                           const Arguments& arguments) {
   const Result<Cookie> container = resolve(projects, manager, arguments[0]);
   if (!container) return container.error();
-  if (const Result<void> gone = manager.discard(*container); !gone) return gone.error();
-  return JsonValue();
+  return answer(manager.discard(*container));
 }
 
 /// Adds one family; `word` is "bin" or "rack".

@@ -1,4 +1,4 @@
-#include "app/commands/EditCommands.h"
+#include "app/commands/Commands.h"
 
 #include "host/base/Log.h"
 #include "station/Station.h"
@@ -15,26 +15,6 @@ constexpr const char* kForce = "--force";
 
 Result<Cookie> resolved(Station& station, const std::string& nameOrCookie) {
   return station.projects().resolve(nameOrCookie, Edits::kKinds);
-}
-
-Result<JsonValue> answer(const Result<void>& done) {
-  if (!done) return done.error();
-  return JsonValue();
-}
-
-Result<JsonValue> answer(const Result<Cookie>& made) {
-  if (!made) return made.error();
-  return JsonValue(made->asString().str());
-}
-
-/// A command on the edit that its first word names.
-template <typename Action>
-std::function<Result<JsonValue>(Station&, const Arguments&)> onEdit(Action action) {
-  return [action](Station& station, const Arguments& arguments) -> Result<JsonValue> {
-    const auto cookie = resolved(station, arguments[0]);
-    if (!cookie) return cookie.error();
-    return action(station, *cookie, arguments);
-  };
 }
 
 /// Names may stand for cookies, as long as they are one object's.

@@ -1,4 +1,4 @@
-#include "app/commands/FilterCommands.h"
+#include "app/commands/Commands.h"
 
 #include "station/Station.h"
 #include "station/base/Strings.h"
@@ -13,27 +13,20 @@ Result<Cookie> resolve(Station& station, const std::string& text) {
   return station.projects().resolve(text, station.filters().kind().letters);
 }
 
-Result<JsonValue> done(const Result<void>& outcome) {
-  if (!outcome) return outcome.error();
-  return JsonValue();
-}
-
 Result<JsonValue> create(Station& station, const Arguments& arguments) {
-  const Result<Cookie> made = station.filters().create(arguments[0], arguments[1]);
-  if (!made) return made.error();
-  return JsonValue(utf8Text(made->asString()));
+  return answer(station.filters().create(arguments[0], arguments[1]));
 }
 
 Result<JsonValue> change(Station& station, const Arguments& arguments) {
   const Result<Cookie> filter = resolve(station, arguments[0]);
   if (!filter) return filter.error();
-  return done(station.filters().change(*filter, arguments[1]));
+  return answer(station.filters().change(*filter, arguments[1]));
 }
 
 Result<JsonValue> destroy(Station& station, const Arguments& arguments) {
   const Result<Cookie> filter = resolve(station, arguments[0]);
   if (!filter) return filter.error();
-  return done(station.filters().discard(*filter));
+  return answer(station.filters().discard(*filter));
 }
 
 Result<JsonValue> list(Station& station, const Arguments&) {

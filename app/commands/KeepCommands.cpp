@@ -1,4 +1,4 @@
-#include "app/commands/KeepCommands.h"
+#include "app/commands/Commands.h"
 
 #include "station/Station.h"
 #include "station/base/Rendering.h"
@@ -13,26 +13,10 @@ namespace korvel {
 namespace {
 
 constexpr const char* kOver = "--over";
-constexpr const char* kSave = "--save";
 constexpr const char* kDiscard = "--discard";
-
-Result<JsonValue> answer(const Result<void>& done) {
-  if (!done) return done.error();
-  return JsonValue();
-}
 
 Error wrongOption(const std::string& option, const std::string& usage) {
   return {ErrorCode::eUsage, inQuotes(option) + " is not known here; usage: " + usage, {}};
-}
-
-/// A command on the edit that its first word names.
-template <typename Action>
-std::function<Result<JsonValue>(Station&, const Arguments&)> onEdit(Action action) {
-  return [action](Station& station, const Arguments& arguments) -> Result<JsonValue> {
-    const auto cookie = station.projects().resolve(arguments[0], Edits::kKinds);
-    if (!cookie) return cookie.error();
-    return action(station, *cookie, arguments);
-  };
 }
 
 Result<JsonValue> save(Station&, const Cookie& cookie, const Arguments& arguments) {
@@ -43,9 +27,7 @@ Result<JsonValue> save(Station&, const Cookie& cookie, const Arguments& argument
 }
 
 Result<JsonValue> saveCopy(Station&, const Cookie& cookie, const Arguments& arguments) {
-  const auto made = EditActions::saveCopy(cookie, arguments[1]);
-  if (!made) return made.error();
-  return JsonValue(made->asString().str());
+  return answer(EditActions::saveCopy(cookie, arguments[1]));
 }
 
 Result<JsonValue> compare(Station&, const Cookie& cookie, const Arguments& arguments) {
@@ -67,9 +49,7 @@ Result<JsonValue> recover(Station& station, const Arguments& arguments) {
     if (!discarded) return discarded.error();
     return JsonValue();
   }
-  const auto cookie = station.unsaved().recover(arguments[0]);
-  if (!cookie) return cookie.error();
-  return JsonValue(cookie->asString().str());
+  return answer(station.unsaved().recover(arguments[0]));
 }
 
 void addSaving(CommandTable& table) {
@@ -109,20 +89,6 @@ void addVersions(CommandTable& table) {
 }
 
 }  // namespace
-
-Result<Leaving> takeLeaving(Arguments& words) {
-  const bool saves = std::erase(words, kSave) > 0;
-  const bool discards = std::erase(words, kDiscard) > 0;
-  if (saves && discards) {
-    return Error{ErrorCode::eUsage, "Give --save or --discard, not both.", {}};
-  }
-  if (saves) return Leaving::eSave;
-  return discards ? Leaving::eDiscard : Leaving::eRefuse;
-}
-
-std::vector<Choice> leavingChoices() {
-  return {{ErrorCode::eUnsaved, "save", kSave}, {ErrorCode::eUnsaved, "discard", kDiscard}};
-}
 
 void addKeepCommands(CommandTable& table) {
   addSaving(table);

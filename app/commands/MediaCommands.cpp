@@ -1,4 +1,4 @@
-#include "app/commands/MediaCommands.h"
+#include "app/commands/Commands.h"
 
 #include <filesystem>
 
@@ -20,23 +20,18 @@ std::string absolutePath(const std::string& path) {
   return ignored ? path : whole.lexically_normal().string();
 }
 
-Result<JsonValue> shown(const Result<Cookie>& added) {
-  if (!added) return added.error();
-  return JsonValue(utf8Text(added->asString()));
-}
-
 Result<JsonValue> addWithProxy(MediaCache& cache, const std::string& file,
                                const std::string& proxy) {
   if (!cache.knows(file)) {
     const Result<Cookie> added = cache.addMedia(file);
     if (!added) return added.error();
   }
-  return shown(cache.addProxy(file, proxy));
+  return answer(cache.addProxy(file, proxy));
 }
 
 Result<JsonValue> add(Station& station, const Arguments& arguments) {
   if (arguments.size() == 1) {
-    return shown(station.media().addMedia(absolutePath(arguments[0])));
+    return answer(station.media().addMedia(absolutePath(arguments[0])));
   }
   const std::size_t option = arguments[0] == kProxy ? 0 : 1;
   if (arguments.size() != 3 || arguments[option] != kProxy) {
@@ -50,9 +45,7 @@ Result<JsonValue> removeMedia(Station& station, const Arguments& arguments) {
   if (const auto open = station.projects().requireOpen(); !open) return open.error();
   MediaCache& cache = station.media();
   const std::string path = absolutePath(arguments[0]);
-  const Result<void> gone = cache.removeMedia(cache.knows(path) ? path : arguments[0]);
-  if (!gone) return gone.error();
-  return JsonValue();
+  return answer(cache.removeMedia(cache.knows(path) ? path : arguments[0]));
 }
 
 Result<JsonValue> list(Station& station, const Arguments&) {

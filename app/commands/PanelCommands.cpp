@@ -1,4 +1,4 @@
-#include "app/commands/PanelCommands.h"
+#include "app/commands/Commands.h"
 
 #include <functional>
 
@@ -17,22 +17,17 @@ Result<JsonValue> withPanel(Station& station,
   return action(hands);
 }
 
-Result<JsonValue> nothingOr(const Result<void>& done) {
-  if (!done) return done.error();
-  return JsonValue();
-}
-
 Result<JsonValue> openPanel(Station& station, const Arguments&) {
-  return withPanel(station, [](PanelDriver& hands) { return nothingOr(hands.open()); });
+  return withPanel(station, [](PanelDriver& hands) { return answer(hands.open()); });
 }
 
 Result<JsonValue> closePanel(Station& station, const Arguments&) {
-  return withPanel(station, [](PanelDriver& hands) { return nothingOr(hands.close()); });
+  return withPanel(station, [](PanelDriver& hands) { return answer(hands.close()); });
 }
 
 Result<JsonValue> chooseRecipient(Station& station, const Arguments& words) {
   return withPanel(station,
-                   [&](PanelDriver& hands) { return nothingOr(hands.chooseRecipient(words[0])); });
+                   [&](PanelDriver& hands) { return answer(hands.chooseRecipient(words[0])); });
 }
 
 void logAdvice(const std::string& advice) {
@@ -41,17 +36,17 @@ void logAdvice(const std::string& advice) {
 
 Result<JsonValue> type(Station& station, const Arguments& words) {
   logAdvice(messageAdvice(words[0]));
-  return withPanel(station, [&](PanelDriver& hands) { return nothingOr(hands.type(words[0])); });
+  return withPanel(station, [&](PanelDriver& hands) { return answer(hands.type(words[0])); });
 }
 
 Result<JsonValue> pressReturn(Station& station, const Arguments&) {
-  return withPanel(station, [](PanelDriver& hands) { return nothingOr(hands.pressReturn()); });
+  return withPanel(station, [](PanelDriver& hands) { return answer(hands.pressReturn()); });
 }
 
 Result<JsonValue> say(Station& station, const Arguments& words) {
   logAdvice(messageAdvice(words[1]));
-  const auto said = withPanel(
-      station, [&](PanelDriver& hands) { return nothingOr(hands.say(words[0], words[1])); });
+  const auto said =
+      withPanel(station, [&](PanelDriver& hands) { return answer(hands.say(words[0], words[1])); });
   if (said) logAdvice(recipientAdvice(words[0]));
   return said;
 }

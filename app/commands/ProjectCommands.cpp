@@ -1,9 +1,8 @@
-#include "app/commands/ProjectCommands.h"
+#include "app/commands/Commands.h"
 
 #include <utility>
 
 #include "app/commands/CommandCall.h"
-#include "app/commands/KeepCommands.h"
 #include "host/base/Log.h"
 #include "station/Station.h"
 #include "station/base/Rendering.h"

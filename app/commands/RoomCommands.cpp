@@ -1,4 +1,4 @@
-#include "app/commands/RoomCommands.h"
+#include "app/commands/Commands.h"
 
 #include "station/Station.h"
 #include "station/base/Strings.h"
@@ -7,11 +7,6 @@
 namespace korvel {
 
 namespace {
-
-Result<JsonValue> answer(const Result<void>& done) {
-  if (!done) return done.error();
-  return JsonValue();
-}
 
 Result<JsonValue> create(Station& station, const Arguments& arguments) {
   return answer(station.rooms().create(arguments[0]));

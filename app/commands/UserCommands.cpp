@@ -1,4 +1,4 @@
-#include "app/commands/UserCommands.h"
+#include "app/commands/Commands.h"
 
 #include <charconv>
 

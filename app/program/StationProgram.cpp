@@ -10,16 +10,7 @@
 #include <thread>
 #include <utility>
 
-#include "app/commands/ConsoleCommands.h"
-#include "app/commands/ContainerCommands.h"
-#include "app/commands/EditCommands.h"
-#include "app/commands/FilterCommands.h"
-#include "app/commands/KeepCommands.h"
-#include "app/commands/MediaCommands.h"
-#include "app/commands/PanelCommands.h"
-#include "app/commands/ProjectCommands.h"
-#include "app/commands/RoomCommands.h"
-#include "app/commands/UserCommands.h"
+#include "app/commands/Commands.h"
 #include "app/program/Console.h"
 #include "app/program/ScriptReader.h"
 #include "app/program/TerminalReader.h"
@@ -200,7 +191,9 @@ Result<void> StationProgram::prepare() {
     if (auto opened = openWindow(); !opened) return opened;
   }
   installEvents(&events_);
-  addCommands();
+  addCommands(commands_,
+              {waiter_, history_, [this](const std::string& name) { return cookieOf(name); },
+               [this](Leaving leaving) { return prepareToEnd(leaving); }});
   if (auto opened = openInput(); !opened) return opened;
   station_ = std::make_unique<Station>();
   return {};
@@ -223,21 +216,6 @@ Result<void> StationProgram::openInput() {
   auto opened = script->open(options_.script.empty() ? "-" : options_.script);
   reader_ = std::move(script);
   return opened;
-}
-
-void StationProgram::addCommands() {
-  addConsoleCommands(commands_,
-                     {waiter_, history_, [this](const std::string& name) { return cookieOf(name); },
-                      [this](Leaving leaving) { return prepareToEnd(leaving); }});
-  addProjectCommands(commands_);
-  addRoomCommands(commands_);
-  addEditCommands(commands_);
-  addKeepCommands(commands_);
-  addContainerCommands(commands_);
-  addFilterCommands(commands_);
-  addMediaCommands(commands_);
-  addPanelCommands(commands_);
-  addUserCommands(commands_);
 }
 
 void StationProgram::useStation() {

@@ -39,7 +39,6 @@ class StationProgram {
   Result<void> prepare();
   Result<void> openWindow();
   Result<void> openInput();
-  void addCommands();
   Result<void> start();
   void runStation();
   void runBesideWindow();

@@ -1,9 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "app/commands/ContainerCommands.h"
-#include "app/commands/FilterCommands.h"
-#include "app/commands/MediaCommands.h"
-#include "app/commands/UserCommands.h"
+#include "app/commands/Commands.h"
 #include "station/RemoteCommands.h"
 #include "station/containers/Bins.h"
 #include "station/containers/Filters.h"

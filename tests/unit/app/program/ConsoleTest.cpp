@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "app/commands/ConsoleCommands.h"
+#include "app/commands/Commands.h"
 #include "tests/support/IdleStation.h"
 
 using namespace korvel;
