@@ -198,7 +198,7 @@ void HostLink::askTimeline(const QString& cookie) {
 
 void HostLink::askVersion(const QString& cookie, const QString& version) {
   post("reading a version of an edit", [this, cookie, version] {
-    const TimelinePtr timeline = makeTimelineOf(cookie, version);
+    const TimelinePtr timeline = makeTimelineOf(with_.station, cookie, version);
     QMetaObject::invokeMethod(this, [this, timeline] { Q_EMIT timelineReady(timeline); });
   });
 }
