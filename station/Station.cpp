@@ -12,6 +12,7 @@
 #include "host/project/iProjectShare.h"
 #include "station/MessageJudge.h"
 #include "station/RemoteCommands.h"
+#include "station/Trash.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/containers/Bins.h"
@@ -113,6 +114,7 @@ struct Station::Parts {
   Rooms rooms;
   CatchUp catchUp{hostThread};
   UnsavedEdits unsaved{hostThread, edits};
+  Trash trash{projects, {&bins, &racks, &filters}};
   Presence presence{hostThread, traffic};
   Health health{hostThread, catchUp, presence, traffic};
   RemoteCommands commands;
@@ -165,6 +167,8 @@ Presence& Station::presence() { return parts_->presence; }
 Projects& Station::projects() { return parts_->projects; }
 Racks& Station::racks() { return parts_->racks; }
 Rooms& Station::rooms() { return parts_->rooms; }
+Trash& Station::trash() { return parts_->trash; }
+
 UnsavedEdits& Station::unsaved() { return parts_->unsaved; }
 
 void Station::markPresent() {

@@ -19,6 +19,7 @@ class Presence;
 class Projects;
 class Racks;
 class Rooms;
+class Trash;
 class UnsavedEdits;
 
 /// One workstation: the host behind the plug-in, whole.
@@ -70,6 +71,7 @@ class Station {
   [[nodiscard]] Projects& projects();
   [[nodiscard]] Racks& racks();
   [[nodiscard]] Rooms& rooms();
+  [[nodiscard]] Trash& trash();
   [[nodiscard]] UnsavedEdits& unsaved();
 
   /// The plug-in's name and version as it reports them; empty while none is loaded.

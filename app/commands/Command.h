@@ -48,6 +48,10 @@ struct Command {
 
   /// What a person at a terminal is asked instead of being refused. A script is refused.
   std::vector<Choice> choices = {};
+
+  /// What a person at a terminal is asked, yes or no, before it is done: "Remove it for good?". A
+  /// script is not asked. Empty for nothing.
+  std::string question = {};
 };
 
 /// All console commands by name.

@@ -22,6 +22,7 @@ void addCommands(CommandTable& table, const ConsoleServices& services) {
   addRoomCommands(table);
   addEditCommands(table);
   addKeepCommands(table);
+  addTrashCommands(table);
   addContainerCommands(table);
   addFilterCommands(table);
   addMediaCommands(table);

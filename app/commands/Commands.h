@@ -36,6 +36,9 @@ void addEditCommands(CommandTable& table);
 /// What keeps people's work: saving, versions, copies and what was not saved.
 void addKeepCommands(CommandTable& table);
 
+/// What brings back: the "trash" commands.
+void addTrashCommands(CommandTable& table);
+
 /// The "bin" and "rack" commands.
 void addContainerCommands(CommandTable& table);
 void addFilterCommands(CommandTable& table);

@@ -117,7 +117,8 @@ void addFamily(CommandTable& table, const std::string& word, Manager manager) {
   command("show", "X", "Shows one " + word + " and the cookies in it.", 1, 1, show);
   command("add", "X COOKIE...", "Puts objects of the project into a " + word + ".", 2, kAny, add);
   command("remove", "X COOKIE...", "Takes objects out of a " + word + ".", 2, kAny, remove);
-  command("destroy", "X", "Removes a " + word + "; what was in it stays.", 1, 1, destroy);
+  command("destroy", "X", "Moves a " + word + " to the trash; what was in it stays in the project.",
+          1, 1, destroy);
 }
 
 }  // namespace

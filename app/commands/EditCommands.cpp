@@ -148,7 +148,9 @@ void addChanging(CommandTable& table) {
              onEdit([](Station&, const Cookie& cookie, const Arguments& arguments) {
                return answer(EditActions::rename(cookie, arguments[1]));
              })});
-  table.add({"edit delete", "E...", "Deletes edits and logs: all of them, or none if one may not.",
+  table.add({"edit delete", "E...",
+             "Moves edits and logs to the project's trash: all of them, or none if one may not be "
+             "deleted.",
              1, Command::kAnyNumber, remove});
   table.add({"edit give", "E USER [--force]",
              "Makes USER the owner of an edit or log, and announces it; unsaved changes are saved "

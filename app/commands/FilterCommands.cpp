@@ -40,7 +40,7 @@ void addFilterCommands(CommandTable& table) {
   table.add({"filter create", "NAME TEXT",
              "Makes a filter of the open project and shows its cookie.", 2, 2, create});
   table.add({"filter change", "F TEXT", "Gives a filter another text.", 2, 2, change});
-  table.add({"filter destroy", "F", "Removes a filter.", 1, 1, destroy});
+  table.add({"filter destroy", "F", "Moves a filter to the trash.", 1, 1, destroy});
   table.add(
       {"filter list", "", "Shows every filter of the open project with its text.", 0, 0, list});
 }

@@ -41,7 +41,7 @@ Console::Answer Console::answerFor(const std::string& line, const CommandCall& c
 
 bool Console::runLine(const std::string& line, iLineReader& reader) {
   const CommandCall call = readCall(with_.commands, line);
-  if (call.isEmpty()) return true;
+  if (call.isEmpty() || !isConfirmed(call, reader)) return true;
   const Answer answer = answerFor(line, call);
   if (with_.waiter.isEnding()) return true;
   if (answer.result) {
@@ -51,6 +51,13 @@ bool Console::runLine(const std::string& line, iLineReader& reader) {
   with_.text.problem(reader.place() + answer.result.error().message);
   const auto option = chooseOption(call, answer.result.error(), reader);
   return option && runLine(line + " " + *option, reader);
+}
+
+/// Whether a person who is asked says yes; true where nobody is.
+bool Console::isConfirmed(const CommandCall& call, iLineReader& reader) {
+  if (call.problem || !reader.isInteractive() || call.command->question.empty()) return true;
+  const auto typed = reader.ask(call.command->question + " yes or no? ");
+  return typed && !typed->empty() && std::string("yes").starts_with(*typed);
 }
 
 /// What a person chooses instead of the refusal; nothing for leaving it at that.

@@ -47,6 +47,7 @@ class Console {
 
   bool runLine(const std::string& line, iLineReader& reader);
   Answer answerFor(const std::string& line, const CommandCall& call);
+  static bool isConfirmed(const CommandCall& call, iLineReader& reader);
   std::optional<std::string> chooseOption(const CommandCall& call, const Error& problem,
                                           iLineReader& reader);
   Answer runOnHostThread(const std::string& line, const CommandCall& call);

@@ -17,6 +17,7 @@
 #include "host/base/Config.h"
 #include "host/base/Log.h"
 #include "host/project/iPermissionsManager.h"
+#include "station/Trash.h"
 #include "station/base/Activity.h"
 #include "station/base/DiagnosticStream.h"
 #include "station/base/Strings.h"
@@ -289,6 +290,7 @@ std::vector<std::string> StationProgram::candidatesFor(const std::string& argume
       [this, argument] {
         if (argument == "P") return projectNames();
         if (argument == "USER") return userNames();
+        if (argument == "DELETED") return station_->trash().namesAndCookies();
         std::vector<std::string> words;
         for (const NamedObject& each : station_->projects().objects()) {
           words.push_back(each.name);

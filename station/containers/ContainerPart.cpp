@@ -5,6 +5,7 @@
 #include "host/base/Log.h"
 #include "host/containers/ContainerManager.h"
 #include "station/base/Events.h"
+#include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/ObjectLock.h"
 #include "station/os/SharedFiles.h"
@@ -110,10 +111,33 @@ Result<void> ContainerPart::change(const Cookie& cookie, const Change& change) {
 
 Result<void> ContainerPart::discard(const Cookie& cookie) {
   if (const Result<void> known = requireKnown(cookie); !known) return known;
-  if (const Result<void> removed = removeFile(cookie); !removed) return removed;
+  if (const Result<void> removed = moveToTrash(cookie); !removed) return removed;
   drop(cookie);
   tell(cookie, "destroyed", ContainerManagerBase::eDestroyed);
   return {};
+}
+
+Result<void> ContainerPart::takeBack(const Trashed& trashed) {
+  const Cookie cookie(trashed.object.c_str(), false);
+  const ObjectLock lock(fileOf(cookie));
+  if (!lock.taken()) return lock.taken();
+  if (auto moved = TrashFolder::giveBack(trashed, fileOf(cookie)); !moved) return moved;
+  Result<JsonValue> record = read(cookie);
+  if (!record) {
+    LogBoth("The %s %s was taken back from the trash, but cannot be shown: %s\n", kind_.word,
+            cookie.asString(), record.error().message);
+    return {};
+  }
+  warnOfNamesakes((*record)["name"].asString());
+  show(cookie, std::move(*record));
+  tell(cookie, "created", kRewritten);
+  return {};
+}
+
+void ContainerPart::warnOfNamesakes(const std::string& name) const {
+  if (!byName_.contains(name)) return;
+  LogBoth("There are two of the name %s now; name a %s by its cookie.\n", inQuotes(name),
+          kind_.word);
 }
 
 // Messages can be forged, lost or early: what another station destroyed, it has removed itself.
@@ -127,7 +151,7 @@ void ContainerPart::forget(const Cookie& cookie) {
     return readLate(cookie);
   }
   if (existsFresh(fileOf(cookie))) {
-    const Result<void> removed = removeFile(cookie);
+    const Result<void> removed = moveToTrash(cookie);
     if (!removed) LogBoth("%s\n", removed.error().message);
   }
   drop(cookie);
@@ -266,10 +290,12 @@ Result<void> ContainerPart::requireNew(const std::string& name) const {
                {}};
 }
 
-Result<void> ContainerPart::removeFile(const Cookie& cookie) const {
+Result<void> ContainerPart::moveToTrash(const Cookie& cookie) const {
   const ObjectLock lock(fileOf(cookie));
   if (!lock.taken()) return lock.taken();
-  return removeFileAt(fileOf(cookie));
+  const auto moved = TrashFolder(folder_).take(fileOf(cookie), settings().user);
+  if (!moved && !isGoneFrom(folder_, fileOf(cookie))) return moved.error();
+  return {};
 }
 
 void ContainerPart::show(const Cookie& cookie, JsonValue record) {

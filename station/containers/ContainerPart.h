@@ -10,6 +10,7 @@
 
 #include "station/base/Json.h"
 #include "station/base/Result.h"
+#include "station/keep/TrashFolder.h"
 #include "station/project/iProjectPart.h"
 
 namespace korvel {
@@ -66,12 +67,16 @@ class ContainerPart : public iProjectPart {
   /// How a container is shown: its cookie and its record.
   [[nodiscard]] JsonValue shown(const Container& container) const;
 
-  /// Takes a container out and removes its file. With a failure it stays.
+  /// Takes a container out and moves its file to the trash. With a failure it stays.
   Result<void> discard(const Cookie& cookie);
 
-  /// Takes a container out whatever becomes of its file, which is removed if it is still there;
-  /// what stands in the way of that is logged. Because of a message no file is removed: a container
-  /// whose file is still there stays, and is read again. An unknown cookie is ignored.
+  /// Moves a container from the trash back to its place, shows it and tells of it as created,
+  /// whatever its file holds. eExists where a container of its cookie is there again.
+  Result<void> takeBack(const Trashed& trashed);
+
+  /// Takes a container out whatever becomes of its file, which goes to the trash if it is still
+  /// there; what stands in the way of that is logged. Because of a message no file is removed: a
+  /// container whose file is still there stays, and is read again. An unknown cookie is ignored.
   void forget(const Cookie& cookie);
 
   /// Reads a container again, or for the first time; because of a message, once more a little later
@@ -104,7 +109,8 @@ class ContainerPart : public iProjectPart {
   [[nodiscard]] Result<void> check(const Cookie& cookie, const JsonValue& record) const;
   Result<void> requireKnown(const Cookie& cookie) const;
   Result<void> requireNew(const std::string& name) const;
-  Result<void> removeFile(const Cookie& cookie) const;
+  void warnOfNamesakes(const std::string& name) const;
+  Result<void> moveToTrash(const Cookie& cookie) const;
   void show(const Cookie& cookie, JsonValue record);
   void drop(const Cookie& cookie);
   void take(const Cookie& cookie, JsonValue record, std::uint32_t flags);

@@ -143,16 +143,6 @@ Result<EditModification> describeTrim(const JsonValue& timeline, const std::stri
   return trim;
 }
 
-void tellDeleted(const CookieVec& cookies) {
-  for (const Cookie& cookie : cookies) {
-    openEdits().forget(cookie);
-    events().changed(Edits::kindText(cookie), cookie, "destroyed", currentOrigin());
-  }
-  if (cookies.empty()) return;
-  ProjectListeners::instance().tell(
-      [&](auto& each) { each.handleLogsDeletion(cookies, LightweightString<char>("user")); });
-}
-
 bool hasNoOwner(const Cookie& cookie) {
   return cookie.getType() == CookieTypeEdit && openEdits().ownerOf(cookie).empty();
 }
@@ -242,24 +232,6 @@ Result<void> EditActions::rename(const Cookie& cookie, const std::string& name) 
   EditModification rename(eModRename);
   rename.value_ = hostText(name);
   return modify(cookie, rename, "Rename");
-}
-
-Result<void> EditActions::remove(const std::vector<Cookie>& cookies) {
-  for (const Cookie& cookie : cookies) {
-    if (auto allowed = requireAllowed(cookie, eModContentsChanged); !allowed) return allowed;
-  }
-  CookieVec deleted;
-  Result<void> result;
-  for (const Cookie& cookie : cookies) {
-    if (auto removed = removeFileAt(openEdits().pathFor(cookie)); removed) {
-      deleted.push_back(cookie);
-    } else {
-      result = failed("The " + title(cookie) + " was not deleted", removed.error());
-      break;
-    }
-  }
-  tellDeleted(deleted);
-  return result;
 }
 
 namespace {

@@ -6,6 +6,7 @@
 #include "host/base/Cookie.h"
 #include "station/base/Result.h"
 #include "station/edit/EditFile.h"
+#include "station/keep/TrashFolder.h"
 
 namespace korvel {
 
@@ -41,18 +42,23 @@ Result<void> save(const Cookie& cookie,
                   EditFile::Overwrite overwrite = EditFile::Overwrite::eRefuse);
 
 /// Makes a new edit of the local user's of an object as it is shown, unsaved changes included; the
-/// object itself keeps them.
+/// object itself keeps them, unless its file is gone: then the new edit takes its place.
 Result<Cookie> saveCopy(const Cookie& cookie, const std::string& name);
 
-/// Drops the local user's unsaved changes to an object.
+/// Drops the local user's unsaved changes to an object, and the object itself where its file is
+/// gone.
 Result<void> revert(const Cookie& cookie);
 
 /// Saves an older version, or any other content, as the newest version of an object without unsaved
 /// changes. Its owner stays.
 Result<void> restore(const Cookie& cookie, const std::string& version);
 
-/// Deletes objects, all or (when one is refused) none; announces them together.
+/// Moves objects to the trash, all or (when one is refused) none; announces them together.
 Result<void> remove(const std::vector<Cookie>& cookies);
+
+/// Moves an object from the trash back to its place and announces it as created, whatever its file
+/// holds. eExists where an object of its cookie is there again.
+Result<void> takeBack(const Trashed& trashed);
 
 /// Who may be made the owner.
 enum class Recipient {

@@ -96,12 +96,17 @@ EditFile::FileState EditFile::fileState() const {
   return *changedElsewhere_ == kNoFile ? FileState::eGone : FileState::eReplaced;
 }
 
+std::string EditFile::changedText(const char* how) const {
+  return "The " + std::string(kindText()) + " " + inQuotes(document_.name()) + " was " + how +
+         " by another station while you have unsaved changes to it. They are kept.";
+}
+
 // What was told may be forged, or may be another station's change of the owner alone.
 bool EditFile::keepUnsaved(const OtioDocument& stored, const std::string& bytes) {
   takeOwner(stored);
   const bool isSame =
       isContent(bytes) || bodyOf(stored) == (dirty_ ? savedBody_ : bodyOf(document_));
-  if (!isSame) return noteElsewhere(contentHash(bytes), "was saved by another station");
+  if (!isSame) return noteElsewhere(contentHash(bytes), changedText("saved"));
   saved_.note(bytes, stored.stamp().number);
   changedElsewhere_.reset();
   return false;
@@ -180,13 +185,15 @@ void EditFile::readLate() {
 
 bool EditFile::catchUp(const std::string& bytes) {
   if (isContent(bytes)) {
+    const bool wasGone = fileState() == FileState::eGone;
     changedElsewhere_.reset();
-    return false;
+    if (wasGone) events().changed(kindText(), cookie_, "refreshed", currentOrigin());
+    return wasGone;
   }
   if (holdsUnsaved()) {
     const auto stored = OtioDocument::parse(bytes);
     return stored ? keepUnsaved(*stored, bytes)
-                  : noteElsewhere(contentHash(bytes), "was damaged by another station");
+                  : noteElsewhere(contentHash(bytes), changedText("damaged"));
   }
   const bool cuesWereShown = celCuesOn_;
   if (!replaceBy(bytes)) return false;
@@ -195,15 +202,29 @@ bool EditFile::catchUp(const std::string& bytes) {
   return true;
 }
 
-bool EditFile::keepWithoutFile() {
-  return noteElsewhere(kNoFile, "was deleted by another station");
+bool EditFile::keepWithoutFile(const std::string& who) {
+  const std::string name = inQuotes(document_.name());
+  const std::string deleted = (who.empty() ? "Another station" : shownText(who)) + " deleted the " +
+                              kindText() + " " + name;
+  const std::string beside = "\"edit save-copy\" makes a new edit of ";
+  if (holdsUnsaved()) {
+    return noteElsewhere(
+        kNoFile, deleted + " while you have unsaved changes to it. They are kept: " + beside +
+                     "them, \"edit revert\" drops them.");
+  }
+  return noteElsewhere(kNoFile, deleted + ", which you have open. What it holds is kept: " +
+                                    beside + "it, \"edit close\" drops it.");
 }
 
-bool EditFile::noteElsewhere(std::size_t content, const char* what) {
+void EditFile::takeFileAgain() {
+  if (const auto bytes = readFresh(path())) catchUp(*bytes);
+}
+
+/// `what` is the sentence that the user is told.
+bool EditFile::noteElsewhere(std::size_t content, const std::string& what) {
   if (changedElsewhere_ == content) return false;
   changedElsewhere_ = content;
-  LogBoth("The %s \"%s\" %s while you have unsaved changes to it. They are kept.\n", kindText(),
-          shownText(document_.name()), what);
+  LogBoth("%s\n", what);
   events().changed(kindText(), cookie_, "refreshed", currentOrigin());
   return true;
 }
@@ -290,7 +311,9 @@ void EditFile::announceDescription() {
 
 // A created object has been told of as such when it was first loaded.
 void EditFile::tell(const EditModification& modification) {
-  if (modification.type_ != eModCreated) {
+  if (modification.type_ == eModCreated) {
+    if (fileState() == FileState::eGone) takeFileAgain();
+  } else {
     const bool isOwner = modification.type_ == eModOwnerChanged;
     events().changed(isOwner ? "permissions" : kindText(), cookie_, "modified", currentOrigin());
   }

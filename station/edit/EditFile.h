@@ -131,9 +131,13 @@ class EditFile : public Edit {
   /// changed here: then the edit is marked as changed elsewhere. Whether that is news.
   bool catchUp(const std::string& bytes);
 
-  /// Its file was found to be gone, while there is something unsaved: the edit stays, marked.
+  /// Its file was found to be gone, while the user has it open or has something unsaved: the edit
+  /// stays, marked, and the user is told who (empty when unknown) deleted it and what can be done.
   /// Whether that is news.
-  bool keepWithoutFile();
+  bool keepWithoutFile(const std::string& who);
+
+  /// Its file is there again: what it holds is shown, unless there is something unsaved.
+  void takeFileAgain();
 
   /// Whether its file holds something else than what the user's unsaved changes were made to.
   [[nodiscard]] bool isChangedElsewhere() const { return changedElsewhere_.has_value(); }
@@ -179,7 +183,8 @@ class EditFile : public Edit {
 
   bool replaceBy(const Result<std::string>& bytes);
   void tellReplaced();
-  bool noteElsewhere(std::size_t content, const char* what);
+  bool noteElsewhere(std::size_t content, const std::string& what);
+  [[nodiscard]] std::string changedText(const char* how) const;
   Result<void> apply(const EditModification& modification);
   void noteSavedBody();
   void takeOwner(const OtioDocument& stored);

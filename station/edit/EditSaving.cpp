@@ -66,14 +66,21 @@ Result<Cookie> EditActions::saveCopy(const Cookie& cookie, const std::string& na
   const auto edit = openEdits().hold(cookie);
   if (!edit) return edit.error();
   OtioDocument copy = (*edit)->document();
+  const bool isGone = (*edit)->fileState() == EditFile::FileState::eGone;
   openEdits().release(*edit);
   copy.rename(name);
-  return store(std::move(copy), cookie.getType());
+  auto stored = store(std::move(copy), cookie.getType());
+  if (stored && isGone) openEdits().letGo(cookie);
+  return stored;
 }
 
 Result<void> EditActions::revert(const Cookie& cookie) {
   EditFile* const edit = openEdits().loaded(cookie);
   if (!edit || !edit->isDirty()) return {};
+  if (edit->fileState() == EditFile::FileState::eGone) {
+    openEdits().letGo(cookie);
+    return {};
+  }
   if (auto reverted = edit->revert(); !reverted) {
     const Error& why = reverted.error();
     return Error{why.code, "The changes of the " + titleOf(cookie) + " were kept: " + why.message,

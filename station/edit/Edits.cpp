@@ -4,6 +4,7 @@
 #include "station/base/Events.h"
 #include "station/base/Strings.h"
 #include "station/edit/OtioClips.h"
+#include "station/keep/TrashFolder.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/DelayedReread.h"
 
@@ -270,6 +271,10 @@ Result<void> Edits::close(const Cookie& cookie) {
             "revert\".",
         {}};
   }
+  if (edit->fileState() == EditFile::FileState::eGone) {
+    letGo(cookie);
+    return {};
+  }
   unload(cookie);
   index_.markStale(cookie);
   return {};
@@ -323,8 +328,9 @@ bool Edits::forgetIfGone(const Cookie& cookie) {
 }
 
 bool Edits::takeDeletion(const Cookie& cookie) {
-  if (EditFile* const edit = loaded(cookie); edit && edit->holdsUnsaved()) {
-    return edit->keepWithoutFile();
+  EditFile* const edit = loaded(cookie);
+  if (edit && (edit->isUserOpen || edit->holdsUnsaved())) {
+    return edit->keepWithoutFile(TrashFolder(folder_).whoDeleted(cookie.asString().str()));
   }
   forget(cookie);
   events().changed(kindText(cookie), cookie, "destroyed", currentOrigin());
@@ -356,6 +362,22 @@ void Edits::readLate(const Cookie& cookie) {
   if (!now || *now == before) return;
   events().changed(kindText(cookie), cookie, "refreshed", currentOrigin());
   if (now->owner != before.owner) takeStoredOwner(cookie);
+}
+
+void Edits::letGo(const Cookie& cookie) {
+  if (EditFile* const edit = loaded(cookie)) edit->setDirty(false);
+  forget(cookie);
+  events().changed(kindText(cookie), cookie, "destroyed", currentOrigin());
+}
+
+void Edits::takeUpFile(const Cookie& cookie) {
+  const bool isNew = !holds(cookie);
+  if (EditFile* const edit = loaded(cookie)) {
+    edit->takeFileAgain();
+  } else {
+    indexFile(cookie);
+  }
+  if (isNew) events().changed(kindText(cookie), cookie, "created", currentOrigin());
 }
 
 void Edits::forget(const Cookie& cookie) {

@@ -65,7 +65,7 @@ class Edits : public iProjectPart {
   void listOpen(std::vector<Cookie>& open, std::vector<Cookie>& unsaved) const;
 
   /// Opens an object for the user, and closes it. Closing one with unsaved changes of the local
-  /// user's is refused.
+  /// user's is refused. One whose file is gone is forgotten then.
   Result<void> open(const Cookie& cookie);
   Result<void> close(const Cookie& cookie);
 
@@ -81,9 +81,9 @@ class Edits : public iProjectPart {
   /// Notes that another station saved an object: lists read its file again when next shown.
   void noteSavedElsewhere(const Cookie& cookie);
 
-  /// Another station says that it deleted an object. One whose file is gone is forgotten; unsaved
-  /// changes of the local user's stay in memory, marked. One whose file is still there stays, and
-  /// is looked at again a little later.
+  /// Another station says that it deleted an object. One whose file is gone is forgotten; one that
+  /// the user has open, or has unsaved changes to, stays in memory, marked. One whose file is still
+  /// there stays, and is looked at again a little later.
   void noteDeletedElsewhere(const Cookie& cookie);
 
   /// Takes up the owner that the file of an edit names, and tells of it.
@@ -95,6 +95,13 @@ class Edits : public iProjectPart {
 
   /// Takes an object out of the lists and out of memory.
   void forget(const Cookie& cookie);
+
+  /// The same for one that stayed in memory although its file is gone, with its unsaved changes,
+  /// which the user does not want or has elsewhere; tells of it.
+  void letGo(const Cookie& cookie);
+
+  /// Takes up an object whose file is there again, or for the first time, and tells of it.
+  void takeUpFile(const Cookie& cookie);
 
   /// The file of an object in the open project, which must be open.
   [[nodiscard]] std::string pathFor(const Cookie& cookie) const;

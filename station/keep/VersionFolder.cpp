@@ -104,6 +104,8 @@ Result<Version> VersionFolder::keep(const std::string& file, long number,
 
 void VersionFolder::drop(const Version& version) { ::unlink(version.path.c_str()); }
 
+void VersionFolder::removeIfEmpty() const { ::rmdir(folder_.c_str()); }
+
 bool VersionFolder::holds(long number, const std::string& mark) const {
   return static_cast<bool>(stampOfFile(pathFor(number, mark)));
 }

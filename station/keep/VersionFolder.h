@@ -48,6 +48,9 @@ class VersionFolder {
   /// Takes back what keep() did.
   static void drop(const Version& version);
 
+  /// Removes the folder once no version is left in it.
+  void removeIfEmpty() const;
+
   /// Whether bytes of this mark are kept under this number.
   [[nodiscard]] bool holds(long number, const std::string& mark) const;
 

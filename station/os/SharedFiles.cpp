@@ -169,6 +169,20 @@ std::string sizeText(std::size_t bytes) {
   return isMebibytes ? std::to_string(bytes >> 20) + " MiB" : std::to_string(bytes >> 10) + " KiB";
 }
 
+/// Renames a file, and replaces nothing; -1 and errno on failure.
+int renameToNew(const std::string& from, const std::string& to) {
+  const int renamed = ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+  if (renamed == 0 || (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP)) return renamed;
+  // A network file system, which knows only the rename that replaces.
+  struct stat status {};
+  lookAfresh(folderOf(to));
+  if (::lstat(to.c_str(), &status) == 0) {
+    errno = EEXIST;
+    return -1;
+  }
+  return ::rename(from.c_str(), to.c_str());
+}
+
 bool isFolder(const std::string& path) {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
@@ -266,6 +280,16 @@ Result<void> removeFileAt(const std::string& path) {
   if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
     return errorFromErrno(errno, "remove", path);
   }
+  return {};
+}
+
+Result<void> moveFile(const std::string& from, const std::string& to) {
+  lookAfresh(folderOf(from));
+  if (renameToNew(from, to) != 0) {
+    return errorFromErrno(errno, "move", errno == EEXIST ? to : from);
+  }
+  syncFolder(folderOf(to));
+  syncFolder(folderOf(from));
   return {};
 }
 

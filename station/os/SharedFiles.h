@@ -65,6 +65,10 @@ Result<void> checkReplaceable(const std::string& path, std::size_t size);
 /// Removes a file; one that is not there is success.
 Result<void> removeFileAt(const std::string& path);
 
+/// Moves a file to another name or folder of the same file system in one step, durably. eExists,
+/// with both as they were, where something has that name already.
+Result<void> moveFile(const std::string& from, const std::string& to);
+
 /// Makes a folder that takes its parent's group and write bits. eExists when it is there.
 Result<void> makeFolder(const std::string& path);
 

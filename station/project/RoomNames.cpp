@@ -23,17 +23,39 @@ bool mustEscape(const std::string& name, std::size_t at) {
 
 }  // namespace
 
-Result<std::string> roomFileName(const std::string& name) {
-  if (auto checked = checkName("room", name); !checked) return checked.error();
-  std::string fileName;
-  for (std::size_t at = 0; at < name.size(); ++at) {
-    if (mustEscape(name, at)) {
-      const auto byte = static_cast<unsigned char>(name[at]);
-      fileName += {'%', kDigits[byte >> 4U], kDigits[byte & 15U]};
+std::string escapedForFile(const std::string& text) {
+  std::string escaped;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (mustEscape(text, at)) {
+      const auto byte = static_cast<unsigned char>(text[at]);
+      escaped += {'%', kDigits[byte >> 4U], kDigits[byte & 15U]};
     } else {
-      fileName += name[at];
+      escaped += text[at];
     }
   }
+  return escaped;
+}
+
+std::string unescapedFromFile(const std::string& escaped) {
+  std::string text;
+  for (std::size_t at = 0; at < escaped.size(); ++at) {
+    if (escaped[at] != '%') {
+      text += escaped[at];
+      continue;
+    }
+    if (at + 2 >= escaped.size()) return {};
+    const std::size_t high = kDigits.find(escaped[at + 1]);
+    const std::size_t low = kDigits.find(escaped[at + 2]);
+    if (high == std::string_view::npos || low == std::string_view::npos) return {};
+    text += static_cast<char>(high * 16 + low);
+    at += 2;
+  }
+  return text;
+}
+
+Result<std::string> roomFileName(const std::string& name) {
+  if (auto checked = checkName("room", name); !checked) return checked.error();
+  std::string fileName = escapedForFile(name);
   if (fileName.size() <= kLongestFileName) return fileName;
   return Error{
       ErrorCode::eUsage,
@@ -43,19 +65,7 @@ Result<std::string> roomFileName(const std::string& name) {
 }
 
 std::string roomNameOf(const std::string& fileName) {
-  std::string name;
-  for (std::size_t at = 0; at < fileName.size(); ++at) {
-    if (fileName[at] != '%') {
-      name += fileName[at];
-      continue;
-    }
-    if (at + 2 >= fileName.size()) return {};
-    const std::size_t high = kDigits.find(fileName[at + 1]);
-    const std::size_t low = kDigits.find(fileName[at + 2]);
-    if (high == std::string_view::npos || low == std::string_view::npos) return {};
-    name += static_cast<char>(high * 16 + low);
-    at += 2;
-  }
+  std::string name = unescapedFromFile(fileName);
   const auto again = roomFileName(name);
   return again && *again == fileName ? name : std::string();
 }

@@ -333,6 +333,11 @@ int rename(const char* from, const char* to) noexcept {
   return onPath("rename", next<decltype(&::rename)>("rename"), AT_FDCWD, from, to);
 }
 
+int renameat2(int fromAt, const char* from, int toAt, const char* to, unsigned flags) noexcept {
+  return inFolder("rename", next<decltype(&::renameat2)>("renameat2"), fromAt, from, toAt, to,
+                  flags);
+}
+
 int unlink(const char* path) noexcept {
   return onPath("unlink", next<decltype(&::unlink)>("unlink"), AT_FDCWD, path);
 }

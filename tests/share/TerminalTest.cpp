@@ -220,6 +220,23 @@ TEST_F(TerminalTest, QuitAsksWhatBecomesOfUnsavedChanges) {
   EXPECT_TRUE(sees("name: Tape")) << shown_;
 }
 
+TEST_F(TerminalTest, EmptyingTheTrashAsksFirst) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("project create Film\rproject enter Film\redit create Reel\redit delete Reel\r");
+  ASSERT_TRUE(sees("EditDeleted")) << shown_;
+  for (const char* answer : {"no\r", "\r"}) {
+    type("trash empty\r");
+    ASSERT_TRUE(sees("gone for everybody. Remove it? yes or no? ")) << shown_;
+    type(answer);
+    type("trash list\r");
+    ASSERT_TRUE(sees("Reel")) << shown_;
+  }
+  type("trash empty\r");
+  ASSERT_TRUE(sees("yes or no? ")) << shown_;
+  type("yes\r");
+  EXPECT_TRUE(sees("Removed for good: 1.")) << shown_;
+}
+
 TEST_F(TerminalTest, AnInterruptEndsItLikeQuit) {
   ASSERT_TRUE(sees("kv> ")) << shown_;
   EXPECT_EQ(exitStatusAfter("\003"), 0);

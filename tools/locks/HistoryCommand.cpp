@@ -19,29 +19,33 @@ struct Amount {
   unsigned long bytes = 0;  ///< that its removal would free
 };
 
-/// Adds a file, or what lies in a folder. A version that is still the object itself (a second hard
-/// link) takes no room of its own.
-void addEntry(const std::string& path, int depth, Amount& amount) {
+/// Whether a file that has a second name counts. A version that is still the object itself takes no
+/// room of its own; what is deleted has its last version in the history, which goes with it.
+enum class SecondNames { eCount, eLeaveOut };
+
+/// Adds a file, or what lies in a folder.
+void addEntry(const std::string& path, int depth, SecondNames names, Amount& amount) {
   constexpr int kDeepest = 4;
   shareAnswered();
   if (const auto file = stampOfFile(path)) {
     ++amount.files;
-    if (file->names < 2) amount.bytes += file->size;
+    if (names == SecondNames::eCount || file->names < 2) amount.bytes += file->size;
     return;
   }
-  const auto names = depth < kDeepest ? listFresh(path) : Result<std::vector<std::string>>(Error{});
-  if (!names) return;
-  for (const std::string& name : *names) addEntry(path + "/" + name, depth + 1, amount);
+  const auto inside =
+      depth < kDeepest ? listFresh(path) : Result<std::vector<std::string>>(Error{});
+  if (!inside) return;
+  for (const std::string& name : *inside) addEntry(path + "/" + name, depth + 1, names, amount);
 }
 
-Amount amountIn(const std::string& folder) {
+Amount amountIn(const std::string& folder, SecondNames names) {
   Amount amount;
-  const auto names = listFresh(folder);
-  if (!names) return amount;
-  for (const std::string& name : *names) {
+  const auto inside = listFresh(folder);
+  if (!inside) return amount;
+  for (const std::string& name : *inside) {
     if (name.starts_with(".")) continue;
     ++amount.objects;
-    addEntry(folder + "/" + name, 0, amount);
+    addEntry(folder + "/" + name, 0, names, amount);
   }
   return amount;
 }
@@ -61,8 +65,9 @@ JsonValue reportOf(const Cookie& project) {
   return JsonValue::object(
       {textMember("project", nameOfProject(project)),
        {"cookie", project.asString().str()},
-       {"history", shown(amountIn(folder + "/.history"), "objects", "versions")},
-       {"trash", shown(amountIn(folder + "/.trash"), "objects", "files")}});
+       {"history",
+        shown(amountIn(folder + "/.history", SecondNames::eLeaveOut), "objects", "versions")},
+       {"trash", shown(amountIn(folder + "/.trash", SecondNames::eCount), "objects", "files")}});
 }
 
 std::string sizeText(long bytes) {
