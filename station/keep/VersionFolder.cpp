@@ -90,12 +90,17 @@ Result<Version> VersionFolder::keep(const std::string& file, long number,
   version.number = number;
   version.mark = mark;
   version.path = pathFor(number, mark);
-  if (::link(file.c_str(), version.path.c_str()) == 0 || errno == EEXIST) return version;
-  if (errno == ENOENT || errno == ENOTDIR) {
+  const auto link = [&] {
+    return ::link(file.c_str(), version.path.c_str()) == 0 || errno == EEXIST ? 0 : errno;
+  };
+  int problem = link();
+  const bool isWithoutFolder = problem == ENOENT || problem == ENOTDIR;
+  if (isWithoutFolder || isWithoutLinks(problem)) {
     if (auto made = make(); !made) return made.error();
-    if (::link(file.c_str(), version.path.c_str()) == 0 || errno == EEXIST) return version;
+    if (isWithoutFolder) problem = link();
   }
-  if (!isWithoutLinks(errno)) return errorFromErrno(errno, "keep a version as", version.path);
+  if (problem == 0) return version;
+  if (!isWithoutLinks(problem)) return errorFromErrno(problem, "keep a version as", version.path);
   const auto bytes = readListed(file);
   if (!bytes) return bytes.error();
   if (auto copied = writeAtomically(version.path, *bytes); !copied) return copied.error();

@@ -109,6 +109,18 @@ TEST_F(FaultSessionTest, ARoomTakenWithoutItsHoldersNameIsTold) {
   EXPECT_TRUE(wasTold("your name could not be written"));
 }
 
+TEST_F(FaultSessionTest, AShareWithoutHardLinksKeepsItsHistoryAllTheSame) {
+  constexpr std::uint64_t kSecond = 2;  // the first finds no folder for versions yet
+  EXPECT_EQ(said("link", "", EXDEV), "");
+  EXPECT_EQ(said("link", "", EMLINK, kSecond), "");
+}
+
+TEST_F(FaultSessionTest, ASaveThatCannotKeepItsVersionSaysThatTheShareIsFull) {
+  constexpr std::uint64_t kSecond = 2;  // the first finds no folder for versions yet
+  const std::string refusal = said("link", "", ENOSPC, kSecond);
+  EXPECT_TRUE(holds(refusal, "No space left on device")) << refusal;
+}
+
 TEST_F(FaultSessionTest, MediaThatCannotBeReadIsRefusedWithTheCause) {
   const std::string refusal = said("stat", "/cut.otio", EIO);
   EXPECT_TRUE(holds(refusal, "(Input/output error), so it was not added")) << refusal;

@@ -13,6 +13,7 @@
 #include "station/keep/SavedFile.h"
 #include "station/os/SharedFiles.h"
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/support/StationScene.h"
 
 namespace korvel {
 
@@ -62,6 +63,19 @@ TEST_F(VersionFolderTest, TheLastAreKeptAndOneADayOfThoseBefore) {
   EXPECT_EQ(numbers(), (std::vector<long>{6, 7}));
   folder_.thin({1, 0});
   EXPECT_EQ(numbers(), (std::vector<long>{7}));
+}
+
+// A hard link to another file system cannot be made, as on one without hard links.
+TEST_F(VersionFolderTest, WhereThereAreNoLinksAVersionIsACopy) {
+  const ScratchFolder elsewhere(fs::path("/dev/shm"));
+  if (fs::path(elsewhere.path()).parent_path() != "/dev/shm") GTEST_SKIP() << "no /dev/shm";
+  const std::string file = elsewhere / "E1.otio";
+  std::ofstream(file) << "first";
+  const auto kept = folder_.keep(file, 1, "0000abcd");
+  ASSERT_TRUE(kept) << kept.error().message;
+  std::ofstream(file) << "second";
+  EXPECT_EQ(StationScene::read(kept->path), "first");
+  EXPECT_EQ(numbers(), std::vector<long>{1});
 }
 
 TEST_F(VersionFolderTest, AClockThatIsWrongDoesNotChangeTheOrder) {
