@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "ProjectShare/ProjectSharing.h"
+#include "ProjectShare/ProjectShare.h"
 #include "host/net/iNetworkService.h"
 #include "station/os/HostOS.h"
 #include "station/project/Projects.h"

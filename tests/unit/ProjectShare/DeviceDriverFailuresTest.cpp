@@ -2,7 +2,8 @@
 
 #include <stdexcept>
 
-#include "ProjectShare/ProjectSharing.h"
+#include "ProjectShare/DeviceDriver.h"
+#include "host/project/iProjectShare.h"
 #include "tests/fakes/FakeHost.h"
 
 using namespace korvel;

@@ -3,8 +3,9 @@
 #include <memory>
 #include <stdexcept>
 
-#include "ProjectShare/ProjectSharing.h"
+#include "ProjectShare/DeviceDriver.h"
 #include "host/project/iPermissionsManager.h"
+#include "host/project/iProjectShare.h"
 #include "station/plugin/ShutdownService.h"
 #include "tests/fakes/FakeHost.h"
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "ProjectShare/ProjectSharing.h"
+#include "ProjectShare/ProjectShare.h"
 #include "tests/fakes/FakeHost.h"
 
 using namespace korvel;

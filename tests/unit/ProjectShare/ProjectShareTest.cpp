@@ -3,7 +3,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "ProjectShare/ProjectSharing.h"
+#include "ProjectShare/ProjectShare.h"
 #include "host/base/Text.h"
 #include "tests/fakes/FakeHost.h"
 #include "tests/support/Cookies.h"

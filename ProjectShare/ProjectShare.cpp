@@ -1,11 +1,11 @@
-#include "ProjectShare/ProjectSharing.h"
+#include "ProjectShare/ProjectShare.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <utility>
 
 #include "ProjectShare/HostEntry.h"
-#include "ProjectShare/PermissionsManager.h"
 #include "host/base/Diagnostics.h"
 #include "host/base/Text.h"
 #include "host/os/Files.h"
@@ -13,62 +13,12 @@
 #include "host/os/iFileManager.h"
 #include "host/project/ProjectSpacesManager.h"
 
-namespace ProjectSharing {
-
 namespace {
 
-constexpr int kShutdownPriority = 100;
-
-/// The driver is there before the host calls any entry; without one the plug-in is refused.
-DeviceDriver* const theDriver =
-    guardedEntry("loading", static_cast<DeviceDriver*>(nullptr), [] { return new DeviceDriver; });
-
-}  // namespace
-
-DeviceDriver::DeviceDriver() : KvDeviceDriverBase("Project Share", "14.5.0.0") {
-  const Kv::Ptr<Shutdown::Callback> callback(
-      new Shutdown::MethodCallback<DeviceDriver>(this, &DeviceDriver::shutdown));
-  Shutdown::addCallback(callback, kShutdownPriority);
-}
-
-void DeviceDriver::postLoadInitialization() {
-  guardedEntry("postLoadInitialization", [&] {
-    broadcaster_ = new Broadcaster;
-    receiver_ = new Receiver;
-    components_.push_back(new PermissionsManager);
-    components_.push_back(new ProjectShare);
-    initialised_ = true;
-  });
-}
-
-void DeviceDriver::shutdown(Shutdown::eExitType) {
-  guardedEntry("shutdown", [&] { releaseTransport(); });
-}
-
-void DeviceDriver::preUnloadDeinitialization() {
-  if (!initialised_) return;
-  guardedEntry("preUnloadDeinitialization", [&] { releaseTransport(); });
-  initialised_ = false;
-  try {
-    closedown();
-  } catch (...) {
-    printToStandardOutput("Exception freeing deleting kvd_main devices\n");
-  }
-}
-
-void DeviceDriver::releaseTransport() {
-  broadcaster_.reset();
-  receiver_.reset();
-}
-
-}  // namespace ProjectSharing
-
-extern "C" KV_HOST_API bool kvPluginInstance(KvPluginBase** plugin) {
-  *plugin = ProjectSharing::theDriver;
-  return ProjectSharing::theDriver && ProjectSharing::theDriver->isInitialised();
-}
-
-namespace {
+// Required: assertions name their places as readers of logs have always known them, which are not
+// this file's name and lines.
+constexpr const char* kWrongKind = "ProjectShare/ProjectSharing line 180";
+constexpr const char* kRoomIsTaken = "ProjectShare/ProjectSharing line 146";
 
 constexpr const wchar_t* kInfoEnding = L".inf";
 constexpr const wchar_t* kRoomEnding = L".lck";
@@ -121,8 +71,7 @@ bool ProjectShare::isProjectOccupied(const Cookie& project) {
 bool ProjectShare::lockProject(const Cookie& project) {
   return guardedEntry("lockProject", false, [&] {
     if (project.getType() != CookieTypeProject) {
-      assertionFailed("pCookie.getType() == CookieTypeProject",
-                      "ProjectShare/ProjectSharing line 180");
+      assertionFailed("pCookie.getType() == CookieTypeProject", kWrongKind);
     }
     auto lock = std::make_unique<NetLock>(getProjectLockFile(project));
     dropProjectLock();
@@ -171,7 +120,7 @@ bool ProjectShare::enterRoom(const LightweightString<wchar_t>& room) {
   if (!lastRoom_.empty()) OS().fileManager().markFile(lastRoom_, iFileManager::eMarkLeft);
   auto lock = std::make_unique<NetLock>(room + kRoomEnding);
   if (!lock->Lock()) {
-    assertionFailed("false", "ProjectShare/ProjectSharing line 146");
+    assertionFailed("false", kRoomIsTaken);
     return false;
   }
   if (currentRoomLock_) currentRoomLock_->Unlock();
