@@ -71,6 +71,12 @@ std::string recoveryFolder() {
   return folder.empty() ? folder : folder + "/korvel/recovery";
 }
 
+/// $XDG_CACHE_HOME/korvel.
+std::string cacheFolder() {
+  const std::string folder = userFolder("XDG_CACHE_HOME", "/.cache");
+  return folder.empty() ? folder : folder + "/korvel";
+}
+
 /// $XDG_CONFIG_HOME/korvel/station.conf when there is one; else empty.
 std::string defaultConfigFile() {
   const std::string folder = userFolder("XDG_CONFIG_HOME", "/.config");
@@ -94,6 +100,7 @@ std::variant<Options, ProgramEnd> settled(GivenOptions given, Flags& flags) {
   options->keepsGoing = flags["keep-going"];
   options->hasWindow = flags["gui"];
   options->station.recovery = recoveryFolder();
+  options->station.cache = cacheFolder();
   return *options;
 }
 

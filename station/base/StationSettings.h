@@ -29,6 +29,7 @@ struct StationSettings {
   std::string shareHeard;                     ///< where whom it hears is kept; empty for nowhere
   std::string logFile;                        ///< empty for none
   std::string recovery;  ///< the folder of unsaved changes on this machine; empty for nowhere
+  std::string cache;     ///< the folder on this machine of what was read; empty for nowhere
 };
 
 /// The settings of this process. The host's contract consists of static operations, so there is one

@@ -28,7 +28,7 @@ constexpr std::uint32_t kFoundLate = ContainerManagerBase::eDisplayed;
 void ContainerPart::enter(const OpenProject& project, const std::vector<std::string>& files) {
   leave();
   folder_ = project.folder;
-  readRecords(folder_, files, kind_.letters,
+  readRecords(project, files, kind_.letters,
               [this](const Cookie& cookie, JsonValue&& record) -> Result<void> {
                 const Result<void> sound = check(cookie, record);
                 if (sound) show(cookie, std::move(record));

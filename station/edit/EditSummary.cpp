@@ -1,6 +1,8 @@
 #include "station/edit/EditSummary.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cstdio>
 #include <cstring>
 #include <initializer_list>
 #include <new>
@@ -121,6 +123,27 @@ class SummaryScanner {
 }  // namespace
 
 std::size_t contentHash(std::string_view bytes) { return std::hash<std::string_view>()(bytes); }
+
+std::string keptText(const EditSummary& summary) {
+  char head[40];
+  std::snprintf(head, sizeof head, "%zx %zx ", summary.content, summary.name.size());
+  return head + summary.name + summary.owner;
+}
+
+std::optional<EditSummary> summaryOf(std::string_view keptText) {
+  EditSummary summary;
+  std::size_t length = 0;
+  const char* const end = keptText.data() + keptText.size();
+  const auto content = std::from_chars(keptText.data(), end, summary.content, 16);
+  if (content.ec != std::errc() || content.ptr == end) return {};
+  const auto name = std::from_chars(content.ptr + 1, end, length, 16);
+  if (name.ec != std::errc() || name.ptr == end) return {};
+  const std::string_view texts(name.ptr + 1, static_cast<std::size_t>(end - name.ptr - 1));
+  if (length > texts.size()) return {};
+  summary.name = texts.substr(0, length);
+  summary.owner = texts.substr(length);
+  return summary;
+}
 
 Result<EditSummary> readEditSummary(const std::string& bytes) try {
   if (bytes.empty()) return broken("it is empty.");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,6 +21,10 @@ struct EditSummary {
 
 /// Tells contents of one file apart.
 std::size_t contentHash(std::string_view bytes);
+
+/// The summary as a cache of what was read holds it, and back.
+std::string keptText(const EditSummary& summary);
+std::optional<EditSummary> summaryOf(std::string_view keptText);
 
 /// Reads name and owner out of an edit's file without building its document, so that thousands are
 /// looked through in a moment. Checks the schema and that the text is whole, but not all of its

@@ -1,10 +1,14 @@
 #include "station/edit/Edits.h"
 
+#include <optional>
+#include <utility>
+
 #include "host/base/Log.h"
 #include "station/base/Events.h"
 #include "station/base/Strings.h"
 #include "station/edit/OtioClips.h"
 #include "station/keep/TrashFolder.h"
+#include "station/os/FolderListing.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/DelayedReread.h"
 
@@ -14,10 +18,31 @@ namespace {
 
 constexpr std::string_view kEnding = ".otio";
 
+/// A summary, and the state of the file that it was read from.
+struct StampedSummary {
+  FileStamp stamp;
+  EditSummary summary;
+};
+
 Result<EditSummary> readListedSummary(const std::string& path) {
   const Result<std::string> bytes = readListed(path);
   if (!bytes) return bytes.error();
   return readEditSummary(*bytes);
+}
+
+Result<StampedSummary> readStampedSummary(const std::string& path) {
+  const auto content = readStamped(path, kLargestFile);
+  if (!content) return content.error();
+  auto summary = readEditSummary(content->bytes);
+  if (!summary) return summary.error();
+  return StampedSummary{content->stamp, std::move(*summary)};
+}
+
+/// What is known of the file from an earlier session.
+std::optional<EditSummary> keptSummary(const OpenProject& project, const std::string& name,
+                                       const FileStamp& stamp) {
+  const std::string_view* const text = project.cache ? project.cache->find(name, stamp) : nullptr;
+  return text ? summaryOf(*text) : std::nullopt;
 }
 
 JsonValue shownClip(const ClipInfo& clip) {
@@ -53,17 +78,48 @@ const char* Edits::kindText(const Cookie& cookie) {
   return cookie.getType() == CookieTypeShot ? "log" : "edit";
 }
 
-void Edits::enter(const OpenProject& project, const std::vector<std::string>& files) {
+void Edits::enter(const OpenProject& project, const std::vector<std::string>&) {
   folder_ = project.folder;
-  for (const std::string& file : files) {
-    const Cookie cookie = cookieOfFile(file);
+  std::vector<std::string> unread;
+  for (const auto& [name, stamp] : project.listing.files) {
+    const Cookie cookie = cookieOfFile(name);
     if (cookie.isNull()) continue;
-    auto summary = readListedSummary(folder_ + "/" + file);
-    if (summary) {
+    if (auto summary = keptSummary(project, name, stamp)) {
       index_.put(cookie, std::move(*summary));
     } else {
-      setAside(cookie, summary.error().message);
+      unread.push_back(name);
     }
+  }
+  for (const std::string& name : project.listing.others) {
+    const Cookie cookie = cookieOfFile(name);
+    if (!cookie.isNull()) enterOne(cookie, readListedSummary(folder_ + "/" + name));
+  }
+  enterUnread(project, unread);
+}
+
+void Edits::enterUnread(const OpenProject& project, const std::vector<std::string>& names) {
+  std::vector<Result<StampedSummary>> read(names.size(), Error());
+  inFlight(names.size(),
+           [&](std::size_t each) { read[each] = readStampedSummary(folder_ + "/" + names[each]); });
+  for (std::size_t each = 0; each < names.size(); ++each) {
+    const Cookie cookie = cookieOfFile(names[each]);
+    if (!read[each]) {
+      enterOne(cookie, read[each].error());
+      continue;
+    }
+    auto& [stamp, summary] = *read[each];
+    if (project.cache && isAtRest(stamp, project.listing)) {
+      project.cache->put(names[each], stamp, keptText(summary));
+    }
+    enterOne(cookie, std::move(summary));
+  }
+}
+
+void Edits::enterOne(const Cookie& cookie, Result<EditSummary> summary) {
+  if (summary) {
+    index_.put(cookie, std::move(*summary));
+  } else {
+    setAside(cookie, summary.error().message);
   }
 }
 

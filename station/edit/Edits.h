@@ -9,6 +9,7 @@
 #include "station/base/HostParts.h"
 #include "station/edit/EditFile.h"
 #include "station/edit/EditIndex.h"
+#include "station/edit/EditSummary.h"
 #include "station/edit/iUnsavedObserver.h"
 #include "station/project/iProjectPart.h"
 
@@ -132,6 +133,8 @@ class Edits : public iProjectPart {
   static Cookie cookieOfFile(const std::string& name);
 
  private:
+  void enterUnread(const OpenProject& project, const std::vector<std::string>& names);
+  void enterOne(const Cookie& cookie, Result<EditSummary> summary);
   Result<EditFile*> load(const Cookie& cookie);
   void indexFile(const Cookie& cookie) const;
   void indexStale() const;

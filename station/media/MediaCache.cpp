@@ -225,7 +225,7 @@ Kv::Ptr<Kv::Guard> MediaCache::registerInternal(
 
 void MediaCache::enter(const OpenProject& project, const std::vector<std::string>& files) {
   folder_ = project.folder;
-  readRecords(folder_, files, kMaterialKind,
+  readRecords(project, files, kMaterialKind,
               [this](const Cookie& record, JsonValue&& content) { return take(record, content); });
 }
 

@@ -5,9 +5,13 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <new>
+#include <system_error>
+#include <thread>
 
+#include "station/base/QuietThread.h"
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 
@@ -98,6 +102,23 @@ Result<FileStamp> stampOfFile(const std::string& path) {
 Result<FileStamp> freshStampOfFile(const std::string& path) {
   lookAfresh(folderOf(path));
   return stampOfFile(path);
+}
+
+void inFlight(std::size_t count, const std::function<void(std::size_t)>& job) {
+  std::atomic<std::size_t> next = 0;
+  const auto work = [&] {
+    for (std::size_t each = next++; each < count; each = next++) job(each);
+  };
+  std::vector<std::thread> threads;
+  try {
+    while (threads.size() + 1 < std::min(count, kMostInFlight)) {
+      threads.push_back(threadWithoutSignals(work));
+    }
+  } catch (const std::system_error&) {
+    // As many as the machine has are enough.
+  }
+  work();
+  for (std::thread& thread : threads) thread.join();
 }
 
 bool isStillStamped(const std::string& path, const FileStamp& stamp) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -69,6 +70,13 @@ Result<FileStamp> freshStampOfFile(const std::string& path);
 /// Reads a file whose folder was listed a moment ago.
 Result<StampedContent> readStamped(const std::string& path, std::size_t most);
 
+/// How many questions to a share are under way at once. Each waits for a round trip of its own.
+inline constexpr std::size_t kMostInFlight = 8;
+
+/// Calls job(0) to job(count - 1), up to kMostInFlight of them at once on threads of their own and
+/// on the calling one, which returns when all are done. A job throws nothing.
+void inFlight(std::size_t count, const std::function<void(std::size_t)>& job);
+
 /// Whether the path leads to the file in this state now.
 bool isStillStamped(const std::string& path, const FileStamp& stamp);
 
@@ -78,5 +86,10 @@ bool isSurelyGone(const std::string& path);
 /// Whether a file was at rest when it was stamped: its last change is older than any clock's tick
 /// before `moment`, a time by the same file system's clock that had passed by then.
 bool isAtRest(const FileStamp& stamp, std::int64_t moment);
+
+/// The same, as a listing of its folder tells: the folder's last change is such a moment.
+inline bool isAtRest(const FileStamp& stamp, const FolderListing& listing) {
+  return isAtRest(stamp, listing.folder.changed);
+}
 
 }  // namespace korvel

@@ -15,6 +15,7 @@ struct FoundFile {
   bool isGone = false;
   FileStamp stamp;                            ///< as it was when it was found
   Result<std::string> bytes = std::string();  ///< what it held then, where its content matters
+  bool isAtRest = false;                      ///< these bytes belong to this stamp for good
 
   /// Whether the file is still so. What was found a moment ago may be older than what this station
   /// wrote or read since. Asks the share.

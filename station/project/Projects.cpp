@@ -244,7 +244,8 @@ Result<void> Projects::open(const Found& project) {
   std::vector<std::string> files = listing->others;
   for (const auto& [name, stamp] : listing->files) files.push_back(name);
   current_ = std::make_unique<OpenProject>(OpenProject{
-      cookie, record->name, projectFolder(cookie), project.record.isPrivate, std::move(*listing)});
+      cookie, record->name, projectFolder(cookie), project.record.isPrivate, std::move(*listing),
+      std::make_shared<ReadCache>(settings().cache, projectFolder(cookie))});
   flushPermissions();
   enterParts(files);
   ProjectListeners::instance().tell([](ProjectListener& each) { each.handleProjectEntry(); });

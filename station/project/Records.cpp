@@ -1,9 +1,12 @@
 #include "station/project/Records.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "host/base/Log.h"
 #include "station/base/Strings.h"
+#include "station/os/FolderListing.h"
+#include "station/os/ReadCache.h"
 #include "station/os/SharedFiles.h"
 
 namespace korvel {
@@ -11,6 +14,58 @@ namespace korvel {
 namespace {
 
 constexpr std::string_view kEnding = ".json";
+
+/// How many records are in memory before they are taken up.
+constexpr std::size_t kRecordsAtOnce = 64;
+
+/// A record's file as it was listed; without a stamp where it was listed by name alone.
+struct ListedRecord {
+  Cookie cookie;
+  std::string name;
+  const FileStamp* stamp = nullptr;
+  const std::string_view* kept = nullptr;  ///< what a cache holds of it
+};
+
+using Wanted = std::vector<ListedRecord>;
+
+Wanted wantedOf(const OpenProject& project, const std::vector<std::string>& files,
+                std::string_view kinds) {
+  Wanted wanted;
+  for (const std::string& name : files) {
+    ListedRecord record{recordCookie(name, kinds), name};
+    if (record.cookie.isNull()) continue;
+    if (const auto at = project.listing.files.find(name); at != project.listing.files.end()) {
+      record.stamp = &at->second;
+      if (project.cache) record.kept = project.cache->find(name, at->second);
+    }
+    wanted.push_back(std::move(record));
+  }
+  return wanted;
+}
+
+/// Any thread.
+Result<StampedContent> readOne(const OpenProject& project, const ListedRecord& record) {
+  const std::string path = project.folder + '/' + record.name;
+  if (record.kept) return StampedContent{*record.stamp, std::string(*record.kept)};
+  if (record.stamp) return readStamped(path, kLargestRecord);
+  auto bytes = readListed(path, kLargestRecord);
+  if (!bytes) return bytes.error();
+  return StampedContent{{}, std::move(*bytes)};
+}
+
+void takeOne(const OpenProject& project, const ListedRecord& record, Result<StampedContent> read,
+             const TakeRecord& take) {
+  const std::string path = project.folder + '/' + record.name;
+  auto bytes = read ? Result<std::string>(read->bytes) : Result<std::string>(read.error());
+  auto parsed = parseRecord(bytes, path);
+  const Result<void> taken =
+      parsed ? take(record.cookie, std::move(*parsed)) : Result<void>(parsed.error());
+  if (!taken) return LogBoth("%s\n", taken.error().message);
+  const bool isToBeKept = project.cache && record.stamp && !record.kept &&
+                          read->bytes.size() <= kLongestKept &&
+                          isAtRest(read->stamp, project.listing);
+  if (isToBeKept) project.cache->put(record.name, read->stamp, read->bytes);
+}
 
 }  // namespace
 
@@ -47,16 +102,22 @@ Result<JsonValue> readRecord(const std::string& path) {
 }
 
 void readRecords(const std::string& folder, const std::vector<std::string>& files,
-                 std::string_view kinds,
-                 const std::function<Result<void>(const Cookie&, JsonValue&&)>& take) {
-  for (const std::string& file : files) {
-    const Cookie cookie = recordCookie(file, kinds);
-    if (cookie.isNull()) continue;
-    const std::string path = recordPath(folder, cookie);
-    Result<JsonValue> record = parseRecord(readListed(path, kLargestRecord), path);
-    const Result<void> taken =
-        record ? take(cookie, std::move(*record)) : Result<void>(record.error());
-    if (!taken) LogBoth("%s\n", taken.error().message);
+                 std::string_view kinds, const TakeRecord& take) {
+  OpenProject project;
+  project.folder = folder;
+  readRecords(project, files, kinds, take);
+}
+
+void readRecords(const OpenProject& project, const std::vector<std::string>& files,
+                 std::string_view kinds, const TakeRecord& take) {
+  const Wanted wanted = wantedOf(project, files, kinds);
+  for (std::size_t from = 0; from < wanted.size(); from += kRecordsAtOnce) {
+    const std::size_t count = std::min(kRecordsAtOnce, wanted.size() - from);
+    std::vector<Result<StampedContent>> read(count, Error());
+    inFlight(count, [&](std::size_t each) { read[each] = readOne(project, wanted[from + each]); });
+    for (std::size_t each = 0; each < count; ++each) {
+      takeOne(project, wanted[from + each], std::move(read[each]), take);
+    }
   }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -7,6 +8,7 @@
 
 #include "host/base/Cookie.h"
 #include "station/base/Json.h"
+#include "station/project/iProjectPart.h"
 
 namespace korvel {
 
@@ -26,10 +28,19 @@ Result<JsonValue> readRecord(const std::string& path);
 /// A record of the bytes that its file at `path` held.
 Result<JsonValue> parseRecord(const Result<std::string>& bytes, const std::string& path);
 
+/// Takes up a record, or says why it is none of its kind.
+using TakeRecord = std::function<Result<void>(const Cookie&, JsonValue&&)>;
+
 /// Calls `take` with each record of these kinds among a folder's `files`, which were listed just
 /// now. Those that cannot be read are reported and left as they are.
 void readRecords(const std::string& folder, const std::vector<std::string>& files,
-                 std::string_view kinds,
-                 const std::function<Result<void>(const Cookie&, JsonValue&&)>& take);
+                 std::string_view kinds, const TakeRecord& take);
+
+/// The same for a project that is entered: what the cache knows of its files is not read again.
+void readRecords(const OpenProject& project, const std::vector<std::string>& files,
+                 std::string_view kinds, const TakeRecord& take);
+
+/// The longest record that a cache of what was read holds, in bytes. It holds them as they are.
+inline constexpr std::size_t kLongestKept = 4096;
 
 }  // namespace korvel

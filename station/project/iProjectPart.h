@@ -1,11 +1,13 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "host/base/Cookie.h"
 #include "station/base/Json.h"
 #include "station/os/FolderListing.h"
+#include "station/os/ReadCache.h"
 #include "station/project/FoundFile.h"
 
 namespace korvel {
@@ -16,7 +18,8 @@ struct OpenProject {
   std::string name;
   std::string folder;  ///< <projects directory>/<cookie>, without a trailing separator
   bool isPrivate = false;
-  FolderListing listing = {};  ///< as it was when the project was entered
+  FolderListing listing = {};             ///< as it was when the project was entered
+  std::shared_ptr<ReadCache> cache = {};  ///< of the folder's files; null where nothing is kept
 };
 
 /// An object with a name that users may type in place of its cookie.

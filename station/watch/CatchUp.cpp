@@ -5,8 +5,11 @@
 #include "host/base/Log.h"
 #include "station/base/Events.h"
 #include "station/base/HostParts.h"
+#include "station/edit/EditSummary.h"
+#include "station/edit/Edits.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/Projects.h"
+#include "station/project/Records.h"
 
 namespace korvel {
 
@@ -19,16 +22,32 @@ constexpr milliseconds kProjectPeriod(2000);
 /// Rooms change less often than edits, and their lists ask the share by themselves.
 constexpr milliseconds kRoomsPeriod(4000);
 
+/// When what was read is kept on this machine: soon after the files that changed just before the
+/// entry are at rest, and now and then.
+constexpr milliseconds kFirstSave(5000);
+constexpr milliseconds kSavePeriod(60'000);
+
 constexpr const char* kRecord = "project.json";
 
 bool isRoomFile(std::string_view name) { return !name.starts_with('.'); }
 
 std::vector<WatchedFolder> foldersOf(const OpenProject& project) {
-  WatchedFolder folder{project.folder, {},    isProjectFile, kLargestFile,
-                       kProjectPeriod, false, kRecord,       project.listing};
+  WatchedFolder folder{project.folder, {},      isProjectFile,   kLargestFile, kProjectPeriod,
+                       false,          kRecord, project.listing, project.cache};
   WatchedFolder rooms{
-      project.folder + "/rooms", "rooms/", isRoomFile, 0, kRoomsPeriod, true, {}, {}};
+      project.folder + "/rooms", "rooms/", isRoomFile, 0, kRoomsPeriod, true, {}, {}, {}};
   return {std::move(folder), std::move(rooms)};
+}
+
+/// Keeps what was read of a file for later sessions, as those who read it then look for it.
+void keep(ReadCache& cache, const FoundFile& file) {
+  if (!Edits::cookieOfFile(file.name).isNull()) {
+    if (const auto summary = readEditSummary(*file.bytes)) {
+      cache.put(file.name, file.stamp, keptText(*summary));
+    }
+  } else if (file.name.ends_with(".json") && file.bytes->size() <= kLongestKept) {
+    cache.put(file.name, file.stamp, *file.bytes);
+  }
 }
 
 }  // namespace
@@ -37,6 +56,8 @@ void CatchUp::handleProjectEntry() try {
   found_ = 0;
   watch_ = std::make_unique<FolderWatch>(host_, foldersOf(*hostParts().projects->current()),
                                          [this](const FoundFiles& files) { take(files); });
+  cache_ = hostParts().projects->current()->cache;
+  postSave(kFirstSave);
 } catch (const std::system_error& problem) {
   LogBoth(
       "Changes that no message tells of are not found, since no thread can be made for it: %s. "
@@ -44,7 +65,20 @@ void CatchUp::handleProjectEntry() try {
       problem.what());
 }
 
-void CatchUp::handleProjectExit() { watch_.reset(); }
+void CatchUp::handleProjectExit() {
+  watch_.reset();
+  cache_.reset();
+}
+
+/// What a station that is killed had read is kept, too.
+void CatchUp::postSave(std::chrono::milliseconds delay) {
+  host_.postAfter(delay, [this, kept = std::weak_ptr(cache_)] {
+    const auto cache = kept.lock();
+    if (!cache) return;
+    cache->save();
+    postSave(kSavePeriod);
+  });
+}
 
 std::optional<ShareAnswer> CatchUp::answer() const {
   if (!watch_) return {};
@@ -54,6 +88,9 @@ std::optional<ShareAnswer> CatchUp::answer() const {
 void CatchUp::take(const FoundFiles& files) {
   const FolderChangeScope scope;
   found_ += hostParts().projects->catchUp(files);
+  for (const FoundFile& file : files) {
+    if (cache_ && file.isAtRest && file.bytes) keep(*cache_, file);
+  }
 }
 
 }  // namespace korvel

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 
 #include "host/project/ProjectListener.h"
 #include "station/base/HostThread.h"
+#include "station/os/ReadCache.h"
 #include "station/watch/FolderWatch.h"
 
 namespace korvel {
@@ -29,10 +31,12 @@ class CatchUp : public ProjectListener {
 
  private:
   void take(const FoundFiles& files);
+  void postSave(std::chrono::milliseconds delay);
 
   HostThread& host_;
   std::unique_ptr<FolderWatch> watch_;
   std::size_t found_ = 0;
+  std::shared_ptr<ReadCache> cache_;  ///< the open project's
 };
 
 }  // namespace korvel

@@ -25,11 +25,13 @@ WatchedFiles::WatchedFiles(WatchedFolder folder)
     : folder_(std::move(folder)), stamp_(folder_.known.folder) {
   const auto now = Clock::now();
   for (const auto& [name, stamp] : folder_.known.files) {
-    const bool isSure = isAtRest(stamp, folder_.known.folder.modified);
+    const bool isKept = folder_.cache && folder_.cache->find(name, stamp);
+    const bool isSure = isKept || isAtRest(stamp, folder_.known);
     known_[name] = {stamp, now, isSure};
     if (!isSure) recheck_ = now + kTick;
   }
   folder_.known = {};
+  folder_.cache.reset();  // it is the host thread's
 }
 
 Result<bool> WatchedFiles::hasMoved() {
@@ -73,16 +75,26 @@ FoundFiles WatchedFiles::readSome(std::vector<std::string>& names) {
   FoundFiles found;
   std::size_t bytes = 0;
   while (!names.empty() && found.size() < kMostFiles && bytes < kMostBytes) {
-    found.push_back(readOne(names.back()));
-    names.pop_back();
-    if (found.back().bytes) bytes += found.back().bytes->size();
+    const std::size_t count = std::min(kMostInFlight, names.size());
+    const std::vector<std::string> next(names.end() - static_cast<std::ptrdiff_t>(count),
+                                        names.end());
+    names.resize(names.size() - count);
+    FoundFiles some(count);
+    const auto start = Clock::now();
+    inFlight(count, [&](std::size_t each) { read(next[each], some[each]); });
+    for (std::size_t each = 0; each < count; ++each) {
+      note(next[each], some[each], start);
+      if (some[each].bytes) bytes += some[each].bytes->size();
+      found.push_back(std::move(some[each]));
+    }
   }
   return found;
 }
 
-FoundFile WatchedFiles::readOne(const std::string& name) {
-  FoundFile found{folder_.prefix + name, folder_.path + "/" + name, false, {}, std::string()};
-  const auto start = Clock::now();
+/// Called by several threads at once.
+void WatchedFiles::read(const std::string& name, FoundFile& found) const {
+  found.name = folder_.prefix + name;
+  found.path = folder_.path + "/" + name;
   if (const auto listed = listed_.find(name); listed != listed_.end()) found.stamp = listed->second;
   if (folder_.largest > 0) {
     auto content = readStamped(found.path, folder_.largest);
@@ -95,19 +107,17 @@ FoundFile WatchedFiles::readOne(const std::string& name) {
   }
   // What the listing left out may have been replaced while the folder was read.
   found.isGone = isSurelyGone(found.path);
-  if (found.isGone) {
-    known_.erase(name);
-  } else {
-    noteRead(name, found, start);
-  }
-  return found;
 }
 
-void WatchedFiles::noteRead(const std::string& name, const FoundFile& found,
-                            Clock::time_point start) {
+void WatchedFiles::note(const std::string& name, FoundFile& found, Clock::time_point start) {
+  if (found.isGone) {
+    known_.erase(name);
+    return;
+  }
   Known& known = known_[name];
   if (!(known.stamp == found.stamp)) known = {found.stamp, start, false};
   known.isSure = start - known.since >= kTick && !mayPass(found.bytes);
+  found.isAtRest = known.isSure;
   if (!known.isSure) recheck_ = std::min(recheck_, std::max(start, known.since + kTick));
 }
 

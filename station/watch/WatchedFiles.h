@@ -3,10 +3,12 @@
 #include <chrono>
 #include <cstddef>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "station/os/FolderListing.h"
+#include "station/os/ReadCache.h"
 #include "station/project/FoundFile.h"
 
 namespace korvel {
@@ -21,6 +23,7 @@ struct WatchedFolder {
   bool mayBeMissing = false;               ///< it is made with its first file
   std::string proof;    ///< a file without which the folder counts as gone, or empty
   FolderListing known;  ///< what is known of it at the start
+  std::shared_ptr<const ReadCache> cache = {};  ///< holds what was at rest when it was read
 };
 
 /// What is known of one folder's files, and how they differ from it. One thread.
@@ -55,8 +58,8 @@ class WatchedFiles {
   };
 
   [[nodiscard]] std::vector<std::string> differing(const FolderListing& now);
-  FoundFile readOne(const std::string& name);
-  void noteRead(const std::string& name, const FoundFile& found, Clock::time_point start);
+  void read(const std::string& name, FoundFile& found) const;
+  void note(const std::string& name, FoundFile& found, Clock::time_point start);
 
   WatchedFolder folder_;
   FileStamp stamp_;

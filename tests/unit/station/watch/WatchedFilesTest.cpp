@@ -80,7 +80,7 @@ TEST_F(WatchedFilesTest, WhatWasListedBeforeIsNotReadAgain) {
   std::filesystem::last_write_time(folder / "a.json", old);
   WatchedFolder watch = watched();
   watch.known = *listStamped(folder.path(), isJson);
-  watch.known.folder.modified += 10 * kCoarsestTick;  // the file was made long ago
+  watch.known.folder.changed += 10 * kCoarsestTick;  // the file was made long ago
   const FileStamp folderNow = watch.known.folder;
   WatchedFiles files(watch);
   EXPECT_EQ(files.recheck(), WatchedFiles::Clock::time_point::max());
