@@ -5,10 +5,10 @@
 #include <memory>
 #include <string>
 
-#include "app/base/iEventSink.h"
+#include "app/base/EventSinks.h"
+#include "station/base/Log.h"
 #include "station/base/PipeWriter.h"
 #include "station/base/Result.h"
-#include "station/base/RotatingFile.h"
 
 namespace korvel {
 

@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "app/base/EventSinks.h"
 #include "app/base/Waiter.h"
-#include "app/base/iEventSink.h"
 
 namespace korvel {
 

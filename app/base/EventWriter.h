@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "app/base/iEventSink.h"
+#include "app/base/EventSinks.h"
 #include "station/base/Events.h"
 #include "station/wire/MessageFields.h"
 

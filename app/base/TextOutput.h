@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-#include "app/base/iEventSink.h"
+#include "app/base/EventSinks.h"
 #include "station/base/PipeWriter.h"
 
 namespace korvel {

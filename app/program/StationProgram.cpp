@@ -12,8 +12,8 @@
 
 #include "app/commands/Commands.h"
 #include "app/program/Console.h"
+#include "app/program/LineReader.h"
 #include "app/program/ScriptReader.h"
-#include "app/program/TerminalReader.h"
 #include "host/base/Config.h"
 #include "host/base/Log.h"
 #include "host/project/iPermissionsManager.h"

@@ -12,7 +12,7 @@
 #include "app/base/Waiter.h"
 #include "app/base/iLineReader.h"
 #include "app/commands/Command.h"
-#include "app/program/TerminalReader.h"
+#include "app/program/LineReader.h"
 #include "app/window/iStationWindow.h"
 #include "station/Station.h"
 #include "station/edit/UnsavedEdits.h"

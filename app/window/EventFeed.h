@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "app/base/iEventSink.h"
+#include "app/base/EventSinks.h"
 
 namespace korvel {
 

@@ -3,7 +3,7 @@
 #include <functional>
 #include <memory>
 
-#include "app/base/iEventSink.h"
+#include "app/base/EventSinks.h"
 #include "app/commands/Command.h"
 #include "station/Station.h"
 #include "station/base/Result.h"

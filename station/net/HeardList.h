@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "station/net/iTrafficObserver.h"
+#include "station/net/NetworkHooks.h"
 
 namespace korvel {
 

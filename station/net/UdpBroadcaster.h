@@ -7,9 +7,9 @@
 
 #include "host/net/iNetworkService.h"
 #include "station/net/Interfaces.h"
+#include "station/net/NetworkHooks.h"
 #include "station/net/SendErrors.h"
 #include "station/net/SenderSocket.h"
-#include "station/net/iTrafficObserver.h"
 
 namespace korvel {
 

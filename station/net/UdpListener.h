@@ -15,8 +15,8 @@
 #include "station/net/Interfaces.h"
 #include "station/net/ListenerSocket.h"
 #include "station/net/LossReport.h"
+#include "station/net/NetworkHooks.h"
 #include "station/net/SenderSocket.h"
-#include "station/net/iTrafficObserver.h"
 
 namespace korvel {
 

@@ -3,7 +3,7 @@
 #include <dlfcn.h>
 
 #include "station/os/SharedFiles.h"
-#include "station/plugin/ShutdownService.h"
+#include "station/plugin/PluginServices.h"
 
 namespace korvel {
 

@@ -5,7 +5,7 @@
 #include <memory>
 #include <utility>
 
-#include "station/net/iTrafficObserver.h"
+#include "station/net/NetworkHooks.h"
 
 namespace korvel {
 

@@ -14,7 +14,7 @@
 #include "station/net/SenderSocket.h"
 #include "station/os/SharedFiles.h"
 #include "tools/base/ChildProcess.h"
-#include "tools/base/Processes.h"
+#include "tools/base/ProcInfo.h"
 #include "tools/doctor/Firewall.h"
 #include "tools/doctor/ProbeFolder.h"
 

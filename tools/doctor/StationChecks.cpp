@@ -8,7 +8,7 @@
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ObjectNames.h"
-#include "tools/base/Processes.h"
+#include "tools/base/ProcInfo.h"
 
 namespace korvel {
 

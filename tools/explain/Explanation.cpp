@@ -13,7 +13,7 @@
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
 #include "tools/base/MountInfo.h"
-#include "tools/base/Processes.h"
+#include "tools/base/ProcInfo.h"
 #include "tools/base/Tool.h"
 #include "tools/locks/LockList.h"
 #include "tools/locks/UserList.h"

@@ -6,7 +6,7 @@
 #include "ProjectShare/DeviceDriver.h"
 #include "host/project/iPermissionsManager.h"
 #include "host/project/iProjectShare.h"
-#include "station/plugin/ShutdownService.h"
+#include "station/plugin/PluginServices.h"
 #include "tests/fakes/FakeHost.h"
 
 using namespace korvel;

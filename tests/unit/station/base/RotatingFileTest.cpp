@@ -1,4 +1,4 @@
-#include "station/base/RotatingFile.h"
+#include "station/base/Log.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -8,7 +8,7 @@
 #include "host/plugin/KvPluginBase.h"
 #include "host/plugin/Shutdown.h"
 #include "station/plugin/InstanceRegistry.h"
-#include "station/plugin/ShutdownService.h"
+#include "station/plugin/PluginServices.h"
 #include "tests/support/RecordedEvents.h"
 
 using namespace korvel;

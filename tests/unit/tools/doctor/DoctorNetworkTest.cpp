@@ -5,7 +5,7 @@
 
 #include "station/wire/MessageFields.h"
 #include "tests/support/ToolRun.h"
-#include "tools/base/Processes.h"
+#include "tools/base/ProcInfo.h"
 #include "tools/doctor/Check.h"
 #include "tools/doctor/Firewall.h"
 

@@ -1,10 +1,10 @@
-#include "host/plugin/Shutdown.h"
+#include "station/plugin/PluginServices.h"
 
 #include <algorithm>
 #include <vector>
 
 #include "host/base/Log.h"
-#include "station/plugin/ShutdownService.h"
+#include "host/plugin/Shutdown.h"
 
 using namespace korvel;
 

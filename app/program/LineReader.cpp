@@ -1,4 +1,4 @@
-#include "app/program/TerminalReader.h"
+#include "app/program/LineReader.h"
 
 #include <histedit.h>
 #include <poll.h>

@@ -1,4 +1,4 @@
-#include "app/base/iEventSink.h"
+#include "app/base/EventSinks.h"
 
 #include "station/wire/MessageMembers.h"
 

@@ -1,4 +1,4 @@
-#include "tools/base/Processes.h"
+#include "tools/base/ProcInfo.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
