@@ -1,6 +1,6 @@
 #pragma once
 
-#include "station/net/MessageGate.h"
+#include "station/net/NetworkHooks.h"
 
 namespace korvel {
 

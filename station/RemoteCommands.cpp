@@ -6,7 +6,6 @@
 #include "host/project/ProjectSpacesManager.h"
 #include "station/base/Events.h"
 #include "station/base/HostParts.h"
-#include "station/base/Notifications.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/containers/Bins.h"

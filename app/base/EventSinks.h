@@ -1,8 +1,23 @@
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "station/base/Json.h"
+#include "station/base/Log.h"
+#include "station/base/PipeWriter.h"
+#include "station/base/Result.h"
 
 namespace korvel {
 
@@ -25,6 +40,129 @@ class iEventSink {
  public:
   virtual ~iEventSink() = default;
   virtual void take(const StationEvent& event) = 0;
+};
+
+/// Writes each event as one line to a file, a pipe or standard output, at once. What cannot be
+/// written (a full disk, a reader that is gone) is told once; then nothing more is written. Calls
+/// come one at a time. A file is rotated, and readable by its user alone.
+///
+/// The station never waits for whoever reads a pipe: when the reader stops reading, events are kept
+/// for it up to PipeWriter::kMaxWaiting bytes; what comes then is left out, which is told at once,
+/// and in an event of the kind `log` where the events are missing.
+class EventFile : public iEventSink {
+ public:
+  /// Called with a problem, in a sentence. Any thread.
+  using Tell = std::function<void(const std::string&)>;
+
+  explicit EventFile(Tell tell) : tell_(std::move(tell)) {}
+  EventFile(const EventFile&) = delete;
+  EventFile& operator=(const EventFile&) = delete;
+  ~EventFile() override;
+
+  /// Opens `path`, emptying a file that is there; "-" is standard output.
+  Result<void> open(const std::string& path);
+
+  void take(const StationEvent& event) override;
+
+ private:
+  [[nodiscard]] std::string missingLine() const;
+  void queue(const StationEvent& event);
+  void leaveOut(const StationEvent& event);
+  void tellBroken(int problem) const;
+  void close();
+
+  Tell tell_;
+  std::string path_;
+  std::unique_ptr<RotatingFile> file_;
+  std::unique_ptr<PipeWriter> pipe_;  ///< in the file's stead where somebody reads
+  std::uint64_t leftOut_ = 0;         ///< events that no line tells of yet
+  JsonValue leftOutTime_;             ///< the time of the last of them
+};
+
+/// What the console's thread waits on: changes that other threads make, and the wish to end. Any
+/// thread.
+class Waiter {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  Waiter();
+  Waiter(const Waiter&) = delete;
+  Waiter& operator=(const Waiter&) = delete;
+  ~Waiter();
+
+  /// Makes a change under the lock and wakes who waits.
+  template <typename Change>
+  void change(const Change& make) {
+    {
+      const std::lock_guard lock(mutex_);
+      make();
+    }
+    changed_.notify_all();
+  }
+
+  /// Waits until the condition, asked under the lock, holds; false at the deadline, and at once
+  /// when the program is to end.
+  template <typename Condition>
+  bool await(Clock::time_point deadline, const Condition& condition) {
+    std::unique_lock lock(mutex_);
+    bool holds = false;
+    changed_.wait_until(lock, deadline, [&] { return (holds = condition()) || ending_; });
+    return holds;
+  }
+
+  /// Asks everything that waits to end.
+  void end();
+
+  [[nodiscard]] bool isEnding() const;
+
+  /// A descriptor that is readable once end() was called, to poll beside others.
+  [[nodiscard]] int descriptor() const { return descriptor_; }
+
+ private:
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  bool ending_ = false;
+  int descriptor_ = -1;
+};
+
+/// Which event somebody waits for.
+struct EventPattern {
+  std::string event;  ///< its name
+
+  /// Keys, and the texts that will do for each: a text as it stands, all else as JSON writes it.
+  std::vector<std::pair<std::string, std::set<std::string>>> keys;
+
+  [[nodiscard]] bool matches(const JsonValue& value) const;
+};
+
+/// The latest events that nobody waited for yet, oldest first, for `wait`. Bounded in count and
+/// bytes: the oldest are forgotten.
+class EventHistory : public iEventSink {
+ public:
+  static constexpr std::size_t kMaxEvents = 20'000;
+  static constexpr std::size_t kMaxBytes = 8u << 20;
+
+  explicit EventHistory(Waiter& waiter) : waiter_(waiter) {}
+
+  void take(const StationEvent& event) override;
+
+  /// The oldest event that matches; it will not be found again. Waits for it until the deadline;
+  /// nothing when none came, or when the program is to end. Any thread.
+  std::optional<JsonValue> await(const EventPattern& pattern, Waiter::Clock::time_point deadline);
+
+ private:
+  struct Kept {
+    StationEvent event;  ///< without its value, which the line holds
+    [[nodiscard]] std::size_t bytes() const { return event.line.size() + event.datagram.size(); }
+  };
+
+  std::optional<JsonValue> takeMatch(const EventPattern& pattern, std::size_t& seen);
+  void forgetOldest();
+
+  Waiter& waiter_;  ///< its lock guards all below
+  std::deque<Kept> kept_;
+  std::size_t bytes_ = 0;
+  std::size_t forgotten_ = 0;  ///< how many were taken off the front, ever
 };
 
 }  // namespace korvel

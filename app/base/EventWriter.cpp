@@ -3,8 +3,8 @@
 #include <chrono>
 #include <cstdio>
 
-#include "station/base/TextMember.h"
-#include "station/wire/MessageMembers.h"
+#include "station/base/Json.h"
+#include "station/wire/MessageFields.h"
 
 namespace korvel {
 

@@ -1,9 +1,19 @@
 #include "app/base/OptionTable.h"
 
-#include <array>
+#include <arpa/inet.h>
+#include <pwd.h>
+#include <unistd.h>
 
-#include "app/base/ConfigFile.h"
-#include "station/base/NearestName.h"
+#include <array>
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <filesystem>
+#include <limits>
+#include <optional>
+
+#include "app/base/Options.h"
+#include "station/base/Strings.h"
 
 namespace korvel {
 
@@ -119,5 +129,288 @@ Result<void> addFromConfigFile(const std::string& file, GivenOptions& given) {
   given.merge(inFile);
   return {};
 }
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kPortKey = "shared_projects_udp_port";
+constexpr const char* kNumberKeys[] = {kPortKey, "log_incoming_net_messages", "Administrator"};
+constexpr int kHighestPort = 65535;
+// The user's marker is a file of that name and an ending; a host's name is shown as a user's.
+constexpr std::size_t kLongestUser = 200;
+constexpr std::size_t kLongestHost = kLongestUser;
+
+Error unusable(const GivenValue& value, const std::string& what) {
+  return {ErrorCode::eUsage, value.where + ": \"" + value.text + "\" " + what, {}};
+}
+
+std::string loginName() {
+  const passwd* entry = ::getpwuid(::getuid());
+  if (entry && *entry->pw_name) return entry->pw_name;
+  const char* name = std::getenv("LOGNAME");
+  return name && *name ? name : "user" + std::to_string(::getuid());
+}
+
+std::string hostName() {
+  char name[HOST_NAME_MAX + 1] = {};
+  return ::gethostname(name, HOST_NAME_MAX) == 0 && *name ? name : "localhost";
+}
+
+/// The library beside the program, else the one that is installed with it. The program's place
+/// counts, not the prefix that it was built for.
+std::string pluginBesideProgram() {
+  std::error_code problem;
+  const fs::path folder = fs::read_symlink("/proc/self/exe", problem).parent_path();
+  const fs::path beside = folder / "ProjectShare.so";
+  const fs::path installed =
+      (folder / KV_INSTALLED_LIBRARIES / "ProjectShare.so").lexically_normal();
+  return fs::exists(installed, problem) && !fs::exists(beside, problem) ? installed : beside;
+}
+
+std::string absolutePath(const std::string& path) {
+  std::error_code problem;
+  const fs::path absolute = fs::absolute(path, problem).lexically_normal();
+  std::string text = problem ? path : absolute.string();
+  while (text.size() > 1 && text.back() == '/') text.pop_back();
+  return text;
+}
+
+std::optional<int> wholeNumber(const std::string& text, int least, int most) {
+  int number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, problem] = std::from_chars(text.data(), end, number);
+  if (problem != std::errc() || stop != end || number < least || number > most) return {};
+  return number;
+}
+
+bool isAddress(const std::string& text) {
+  in_addr address{};
+  return ::inet_pton(AF_INET, text.c_str(), &address) == 1;
+}
+
+std::vector<std::string> splitAtCommas(const std::string& text) {
+  std::vector<std::string> parts;
+  for (std::size_t begin = 0, end = 0; end != std::string::npos; begin = end + 1) {
+    end = text.find(',', begin);
+    parts.push_back(text.substr(begin, end - begin));
+  }
+  return parts;
+}
+
+bool hasControlBytes(const std::string& text) {
+  for (const char byte : text) {
+    if (static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F) return true;
+  }
+  return false;
+}
+
+/// Takes the options one by one; the first that cannot be used ends it.
+class OptionReader {
+ public:
+  explicit OptionReader(const GivenOptions& given) : given_(given) {}
+
+  Result<Options> settle() {
+    const auto steps = {&OptionReader::projects,  &OptionReader::user,   &OptionReader::host,
+                        &OptionReader::machine,   &OptionReader::mode,   &OptionReader::sendTo,
+                        &OptionReader::listen,    &OptionReader::media,  &OptionReader::config,
+                        &OptionReader::port,      &OptionReader::plugin, &OptionReader::files,
+                        &OptionReader::shareHeard};
+    for (const auto step : steps) {
+      if (auto taken = (this->*step)(); !taken) return taken.error();
+    }
+    return options_;
+  }
+
+ private:
+  /// The value of an option, the one given last, or null.
+  [[nodiscard]] const GivenValue* last(const std::string& name) const {
+    const auto found = given_.find(name);
+    return found == given_.end() || found->second.empty() ? nullptr : &found->second.back();
+  }
+
+  [[nodiscard]] std::vector<GivenValue> all(const std::string& name) const {
+    const auto found = given_.find(name);
+    return found == given_.end() ? std::vector<GivenValue>() : found->second;
+  }
+
+  Result<void> projects() {
+    const GivenValue* value = last("projects");
+    if (!value) {
+      return Error{ErrorCode::eUsage,
+                   "--projects DIR is missing: a station needs the shared projects directory; give "
+                   "it here or as \"projects = DIR\" in the configuration file.",
+                   {}};
+    }
+    if (value->text.empty()) return unusable(*value, "is no directory.");
+    station().projectsDirectory = absolutePath(value->text);
+    return {};
+  }
+
+  Result<void> user() {
+    const GivenValue* value = last("user");
+    station().user = value ? value->text : loginName();
+    if (!value) return {};
+    const std::string& name = value->text;
+    if (name.empty() || name.size() > kLongestUser || hasControlBytes(name)) {
+      return unusable(*value, "is no user name; it needs 1 to 200 bytes, all of them printable.");
+    }
+    if (name.find('/') != std::string::npos) {
+      return unusable(*value,
+                      "is no user name, since files are named after the user; leave the "
+                      "\"/\" out.");
+    }
+    return {};
+  }
+
+  Result<void> host() {
+    const GivenValue* value = last("host");
+    station().host = value ? value->text : hostName();
+    if (!value) return {};
+    const std::string& name = value->text;
+    if (name.empty() || name.size() > kLongestHost || hasControlBytes(name)) {
+      return unusable(*value, "is no host name; it needs 1 to 200 bytes, all of them printable.");
+    }
+    return {};
+  }
+
+  Result<void> machine() {
+    const GivenValue* value = last("machine");
+    if (!value) {
+      station().machine = machineNumberFor(station().host);
+      return {};
+    }
+    const auto number = wholeNumber(value->text, 1, std::numeric_limits<int>::max());
+    if (!number) return unusable(*value, "is no machine number; give a whole number from 1 up.");
+    station().machine = *number;
+    return {};
+  }
+
+  Result<void> mode() {
+    const GivenValue* value = last("network-mode");
+    if (!value) return {};
+    if (value->text != "on" && value->text != "off") {
+      return unusable(*value, "is neither \"on\" nor \"off\".");
+    }
+    station().networkMode = value->text == "on";
+    return {};
+  }
+
+  Result<void> sendTo() {
+    for (const GivenValue& value : all("send-to")) {
+      for (const std::string& address : splitAtCommas(value.text)) {
+        if (!isAddress(address)) {
+          return unusable(value, "holds \"" + address +
+                                     "\", which is no IPv4 address; give addresses such as "
+                                     "192.168.1.255, with commas between them.");
+        }
+        station().sendTo.push_back(address);
+      }
+    }
+    return {};
+  }
+
+  Result<void> listen() {
+    const GivenValue* value = last("listen");
+    if (!value) return {};
+    if (!isAddress(value->text)) {
+      return unusable(*value, "is no IPv4 address; 0.0.0.0 listens on all interfaces.");
+    }
+    station().listen = value->text;
+    return {};
+  }
+
+  Result<void> media() {
+    for (const GivenValue& value : all("media")) {
+      const std::size_t equals = value.text.find('=');
+      std::string unc = equals == std::string::npos ? "" : value.text.substr(equals + 1);
+      while (!unc.empty() && (unc.back() == '/' || unc.back() == '\\')) unc.pop_back();
+      if (equals == 0 || unc.empty()) {
+        return unusable(value,
+                        "is no DIR=UNC; give a local directory and its network form, such as "
+                        "/mnt/media=//server/media.");
+      }
+      station().media.push_back({absolutePath(value.text.substr(0, equals)), unc});
+    }
+    return {};
+  }
+
+  Result<void> config() {
+    for (const GivenValue& value : all("set")) {
+      const std::size_t equals = value.text.find('=');
+      if (equals == 0 || equals == std::string::npos) {
+        return unusable(value, "is no KEY=VALUE; give a key, \"=\" and its value.");
+      }
+      const std::string key = value.text.substr(0, equals);
+      const std::string text = value.text.substr(equals + 1);
+      if (auto checked = checkConfig(value, key, text); !checked) return checked;
+      station().config[key] = text;
+    }
+    return {};
+  }
+
+  static Result<void> checkConfig(const GivenValue& value, const std::string& key,
+                                  const std::string& text) {
+    if (key == kPortKey && !wholeNumber(text, 1, kHighestPort)) return wrongPort(value);
+    for (const char* known : kNumberKeys) {
+      const bool isNumber = wholeNumber(text, INT_MIN, INT_MAX).has_value();
+      if (key == known && !isNumber) return unusable(value, "is no whole number.");
+    }
+    return {};
+  }
+
+  static Error wrongPort(const GivenValue& value) {
+    return unusable(value, "is no port; give a whole number from 1 to 65535.");
+  }
+
+  Result<void> port() {
+    const GivenValue* value = last("port");
+    if (!value) return {};
+    if (!wholeNumber(value->text, 1, kHighestPort)) return wrongPort(*value);
+    station().config[kPortKey] = value->text;
+    return {};
+  }
+
+  Result<void> plugin() {
+    const GivenValue* value = last("plugin");
+    if (value && value->text.empty()) return unusable(*value, "is no file.");
+    station().plugin = value ? absolutePath(value->text) : pluginBesideProgram();
+    return {};
+  }
+
+  Result<void> files() {
+    for (const char* name : {"script", "events", "log"}) {
+      const GivenValue* value = last(name);
+      if (value && value->text.empty()) return unusable(*value, "is no file.");
+    }
+    if (last("script")) options_.script = last("script")->text;
+    if (last("events")) options_.events = last("events")->text;
+    if (last("log")) station().logFile = absolutePath(last("log")->text);
+    return {};
+  }
+
+  Result<void> shareHeard() {
+    const GivenValue* value = last("share-heard");
+    if (!value) return {};
+    const std::string folder = absolutePath(value->text);
+    const std::string projects = station().projectsDirectory + "/";
+    if (value->text.empty() || (folder + "/").starts_with(projects)) {
+      return unusable(*value,
+                      "is no folder outside of the projects directory; give one that all "
+                      "stations reach.");
+    }
+    station().shareHeard = folder;
+    return {};
+  }
+
+  StationSettings& station() { return options_.station; }
+
+  const GivenOptions& given_;
+  Options options_;
+};
+
+}  // namespace
+
+Result<Options> validateOptions(const GivenOptions& given) { return OptionReader(given).settle(); }
 
 }  // namespace korvel

@@ -3,9 +3,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "station/base/Json.h"
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
-#include "station/base/TextMember.h"
 
 namespace korvel {
 

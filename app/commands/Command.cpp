@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cassert>
 
-#include "station/base/NearestName.h"
+#include "station/base/Strings.h"
 
 namespace korvel {
 

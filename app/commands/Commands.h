@@ -2,8 +2,7 @@
 
 #include <functional>
 
-#include "app/base/EventHistory.h"
-#include "app/base/Waiter.h"
+#include "app/base/EventSinks.h"
 #include "app/commands/Command.h"
 #include "station/edit/UnsavedEdits.h"
 

@@ -5,9 +5,9 @@
 #include <cstdio>
 
 #include "station/Station.h"
-#include "station/base/Notifications.h"
+#include "station/base/Events.h"
+#include "station/base/Json.h"
 #include "station/base/Rendering.h"
-#include "station/base/TextMember.h"
 #include "station/project/Projects.h"
 #include "station/watch/Health.h"
 

@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "app/commands/CommandCall.h"
-#include "station/base/Activity.h"
-#include "station/base/TextMember.h"
+#include "station/base/HostThread.h"
+#include "station/base/Json.h"
 
 namespace korvel {
 

@@ -5,11 +5,11 @@
 #include <optional>
 #include <string>
 
+#include "app/base/EventSinks.h"
 #include "app/base/EventWriter.h"
 #include "app/base/TextOutput.h"
-#include "app/base/Waiter.h"
-#include "app/base/iLineReader.h"
 #include "app/commands/CommandCall.h"
+#include "app/program/LineReader.h"
 #include "station/Station.h"
 
 namespace korvel {

@@ -4,13 +4,10 @@
 #include <memory>
 #include <string>
 
-#include "app/base/EventFile.h"
-#include "app/base/EventHistory.h"
+#include "app/base/EventSinks.h"
 #include "app/base/EventWriter.h"
 #include "app/base/Options.h"
 #include "app/base/TextOutput.h"
-#include "app/base/Waiter.h"
-#include "app/base/iLineReader.h"
 #include "app/commands/Command.h"
 #include "app/program/LineReader.h"
 #include "app/window/iStationWindow.h"

@@ -6,7 +6,7 @@
 #include "app/commands/CommandCall.h"
 #include "app/window/Texts.h"
 #include "app/window/TimelineMaker.h"
-#include "station/base/Activity.h"
+#include "station/base/HostThread.h"
 #include "station/base/Rendering.h"
 #include "station/edit/EditActions.h"
 #include "station/edit/EditHistory.h"

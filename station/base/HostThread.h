@@ -1,5 +1,8 @@
 #pragma once
 
+#include <signal.h>
+#include <sys/prctl.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -9,8 +12,54 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <thread>
+#include <utility>
 
 namespace korvel {
+
+/// A thread that no signal is delivered to: those are the main thread's.
+template <typename Work>
+std::thread threadWithoutSignals(Work work) {
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  std::thread thread(std::move(work));
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return thread;
+}
+
+/// The same for a thread that looks at the share by the clock. It bears the name "kv-watch", by
+/// which tools tell it from those that do what a user asked for.
+template <typename Work>
+std::thread watchThread(Work work) {
+  return threadWithoutSignals([work = std::move(work)]() mutable {
+    ::prctl(PR_SET_NAME, "kv-watch");
+    work();
+  });
+}
+
+/// What the host thread is at, for whoever wonders why it does not answer.
+struct Activity {
+  std::string what;  ///< "message EditSaved"; empty for nothing in particular
+  std::chrono::steady_clock::time_point since;
+};
+
+/// Names what the host thread does for as long as it lives; what was named before is named again
+/// afterwards. Host thread.
+class ActivityScope {
+ public:
+  explicit ActivityScope(std::string what);
+  ActivityScope(const ActivityScope&) = delete;
+  ActivityScope& operator=(const ActivityScope&) = delete;
+  ~ActivityScope();
+
+ private:
+  Activity before_;
+};
+
+/// What is named now. Any thread; never waits for the host thread.
+Activity currentActivity();
 
 /// The station's one host thread: documents, managers, notifications and the delivery of datagrams
 /// all run on it.

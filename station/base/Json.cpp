@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <limits>
 
-#include "station/base/JsonNumber.h"
+#include "station/base/Strings.h"
 
 namespace korvel {
 
@@ -141,6 +142,172 @@ bool operator==(const JsonValue& a, const JsonValue& b) {
       return sameMembers(a, b);
   }
   return false;
+}
+
+namespace {
+
+/// Exponents of more digits are compared by their spelling.
+constexpr std::size_t kMaxExponentDigits = 15;
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+std::size_t digitsLength(std::string_view text) {
+  std::size_t length = 0;
+  while (length < text.size() && isDigit(text[length])) ++length;
+  return length;
+}
+
+/// The length of ".123" at the head; 0 when there is none.
+std::size_t fractionLength(std::string_view text) {
+  if (text.empty() || text[0] != '.') return 0;
+  const std::size_t digits = digitsLength(text.substr(1));
+  return digits == 0 ? 0 : digits + 1;
+}
+
+/// The length of "e-12" at the head; 0 when there is none.
+std::size_t exponentLength(std::string_view text) {
+  if (text.empty() || (text[0] != 'e' && text[0] != 'E')) return 0;
+  const std::size_t sign = text.size() > 1 && (text[1] == '+' || text[1] == '-') ? 1 : 0;
+  const std::size_t digits = digitsLength(text.substr(1 + sign));
+  return digits == 0 ? 0 : 1 + sign + digits;
+}
+
+std::size_t wordLength(std::string_view text) {
+  for (const std::string_view word : {"Infinity", "Inf", "NaN"}) {
+    if (text.substr(0, word.size()) == word) return word.size();
+  }
+  return 0;
+}
+
+/// A number taken apart: sign, digits without zeros at either end, and the power of ten of the last
+/// digit.
+struct Decimal {
+  bool negative = false;
+  std::string digits;
+  long long exponent = 0;
+
+  friend bool operator==(const Decimal&, const Decimal&) = default;
+};
+
+bool readExponent(std::string_view text, long long& exponent) {
+  if (text.empty()) return true;
+  text.remove_prefix(1);
+  if (text[0] == '+') text.remove_prefix(1);
+  if (text.size() > kMaxExponentDigits) return false;
+  std::from_chars(text.data(), text.data() + text.size(), exponent);
+  return true;
+}
+
+void trimZeros(Decimal& decimal) {
+  decimal.digits.erase(0, std::min(decimal.digits.find_first_not_of('0'), decimal.digits.size()));
+  while (!decimal.digits.empty() && decimal.digits.back() == '0') {
+    decimal.digits.pop_back();
+    ++decimal.exponent;
+  }
+  if (decimal.digits.empty()) decimal.exponent = 0;
+}
+
+/// Takes a finite number apart; false when its exponent is too long to count with.
+bool readDecimal(std::string_view spelling, Decimal& decimal) {
+  decimal.negative = spelling[0] == '-';
+  if (decimal.negative) spelling.remove_prefix(1);
+  const std::size_t whole = digitsLength(spelling);
+  const std::size_t fraction = fractionLength(spelling.substr(whole));
+  if (!readExponent(spelling.substr(whole + fraction), decimal.exponent)) return false;
+  decimal.digits = spelling.substr(0, whole);
+  if (fraction > 0) {
+    decimal.digits += spelling.substr(whole + 1, fraction - 1);
+    decimal.exponent -= static_cast<long long>(fraction - 1);
+  }
+  trimZeros(decimal);
+  return true;
+}
+
+/// 'N' for NaN, '+' and '-' for the infinities, 0 for a finite number.
+char notFinite(std::string_view spelling) {
+  if (spelling.find("NaN") != std::string_view::npos) return 'N';
+  if (spelling.find("Inf") == std::string_view::npos) return 0;
+  return spelling[0] == '-' ? '-' : '+';
+}
+
+}  // namespace
+
+std::size_t numberLength(std::string_view text) {
+  const std::size_t sign = !text.empty() && text[0] == '-' ? 1 : 0;
+  text.remove_prefix(sign);
+  if (const std::size_t word = wordLength(text)) return sign + word;
+  std::size_t length = digitsLength(text);
+  if (length == 0) return 0;
+  if (text[0] == '0') length = 1;  // no number begins with a zero and another digit
+  length += fractionLength(text.substr(length));
+  length += exponentLength(text.substr(length));
+  return sign + length;
+}
+
+bool isWholeNumber(std::string_view spelling) {
+  if (!spelling.empty() && spelling[0] == '-') spelling.remove_prefix(1);
+  return !spelling.empty() && digitsLength(spelling) == spelling.size();
+}
+
+bool sameNumber(std::string_view a, std::string_view b) {
+  if (a == b) return true;
+  if (notFinite(a) || notFinite(b)) return notFinite(a) == notFinite(b);
+  if (isWholeNumber(a) || isWholeNumber(b)) return false;
+  Decimal left;
+  Decimal right;
+  return readDecimal(a, left) && readDecimal(b, right) && left == right;
+}
+
+std::string spellDouble(double value) {
+  if (std::isnan(value)) return "NaN";
+  if (std::isinf(value)) return value < 0 ? "-Infinity" : "Infinity";
+  char buffer[64];
+  std::string text(buffer, std::to_chars(buffer, buffer + sizeof buffer, value).ptr);
+  if (isWholeNumber(text)) text += ".0";
+  return text;
+}
+
+namespace {
+
+bool isAscii(const std::string& text) {
+  return std::ranges::none_of(text, [](char byte) { return (byte & 0x80) != 0; });
+}
+
+/// Decoding marks each byte that is no part of a UTF-8 sequence by a low surrogate.
+bool isUtf8(const std::string& text) {
+  if (isAscii(text)) return true;
+  const LightweightString<wchar_t> wide = wideText(text);
+  return std::ranges::none_of(wide.view(),
+                              [](wchar_t letter) { return letter >= 0xDC00 && letter <= 0xDFFF; });
+}
+
+}  // namespace
+
+std::string hexText(const std::string& bytes) {
+  constexpr const char* kDigits = "0123456789abcdef";
+  std::string hex;
+  hex.reserve(bytes.size() * 2);
+  for (const char byte : bytes) {
+    hex += kDigits[static_cast<unsigned char>(byte) >> 4];
+    hex += kDigits[static_cast<unsigned char>(byte) & 15];
+  }
+  return hex;
+}
+
+std::string bytesOfHex(const std::string& hex) {
+  std::string bytes;
+  for (std::size_t at = 0; at + 1 < hex.size(); at += 2) {
+    unsigned byte = 0;
+    const char* const end = hex.data() + at + 2;
+    if (std::from_chars(hex.data() + at, end, byte, 16).ptr != end) break;
+    bytes += static_cast<char>(byte);
+  }
+  return bytes;
+}
+
+JsonValue::Member textMember(const std::string& key, const std::string& text) {
+  if (isUtf8(text)) return {key, text};
+  return {key + "_hex", hexText(text)};
 }
 
 }  // namespace korvel

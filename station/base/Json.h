@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -93,5 +94,31 @@ std::string writeJson(const JsonValue& value);
 
 /// Writes with two blanks of indentation a level, as files are stored.
 std::string writeJsonIndented(const JsonValue& value);
+
+// The spellings of JSON numbers, which include NaN, Inf and Infinity here.
+
+/// How many characters at the head of `text` are one number; 0 when it does not begin with one.
+std::size_t numberLength(std::string_view text);
+
+/// Whether a number is spelled without fraction and exponent, and is neither NaN nor infinite.
+bool isWholeNumber(std::string_view spelling);
+
+/// Whether two spellings name the same number exactly, of the same kind: "1" and "1.0" differ,
+/// "1.0" and "10e-1" do not, nor do "Inf" and "Infinity", nor two NaN. Zero and negative zero
+/// differ.
+bool sameNumber(std::string_view a, std::string_view b);
+
+/// The shortest spelling that reads back the same double; never that of a whole number.
+std::string spellDouble(double value);
+
+/// Bytes as lower-case hexadecimal digits, two a byte.
+std::string hexText(const std::string& bytes);
+
+/// The bytes that hexText() wrote; digits that are none end them.
+std::string bytesOfHex(const std::string& hex);
+
+/// A key with a text, or the key with "_hex" appended and the bytes in hexadecimal where the text
+/// is not UTF-8.
+JsonValue::Member textMember(const std::string& key, const std::string& text);
 
 }  // namespace korvel

@@ -13,7 +13,7 @@
 #include <chrono>
 #include <utility>
 
-#include "station/base/QuietThread.h"
+#include "station/base/HostThread.h"
 
 namespace korvel {
 

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/base/LightweightString.h"
 #include "host/base/Text.h"
@@ -56,5 +58,13 @@ std::string loggedText(std::string_view utf8);
 
 /// The same between double quotes, as names stand in sentences.
 inline std::string inQuotes(std::string_view utf8) { return "\"" + shownText(utf8) + "\""; }
+
+/// How many letters must be added, taken away, replaced or swapped with their neighbour to turn one
+/// text into the other.
+std::size_t editDistance(std::string_view a, std::string_view b);
+
+/// The candidate nearest to what was typed, the first of equally near ones; empty when none is near
+/// (more than a third of its letters, but at least one, would have to change).
+std::string nearestName(const std::string& typed, const std::vector<std::string>& candidates);
 
 }  // namespace korvel

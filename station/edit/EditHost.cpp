@@ -12,7 +12,7 @@
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/Projects.h"
-#include "station/wire/Delivery.h"
+#include "station/wire/MessageFields.h"
 
 using namespace korvel;
 

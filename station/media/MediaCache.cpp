@@ -8,7 +8,6 @@
 #include "station/base/HostParts.h"
 #include "station/base/Strings.h"
 #include "station/media/MediaFiles.h"
-#include "station/media/MediaPaths.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/DelayedReread.h"
 #include "station/project/ObjectNames.h"

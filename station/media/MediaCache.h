@@ -7,7 +7,7 @@
 #include "host/media/SystemCache.h"
 #include "station/base/HostParts.h"
 #include "station/base/Result.h"
-#include "station/media/MediaTable.h"
+#include "station/media/MediaFiles.h"
 #include "station/notify/NotifierList.h"
 #include "station/project/iProjectPart.h"
 

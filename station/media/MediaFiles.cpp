@@ -7,7 +7,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <string_view>
+
+#include "host/media/DiskManager.h"
+#include "host/os/Files.h"
+#include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
 
 namespace korvel {
 
@@ -107,4 +113,168 @@ const std::string& MediaFiles::headOf(const std::string& path, const Stamp& stam
   return heads_.insert_or_assign(path, Head{stamp, bytes}).first->second.bytes;
 }
 
+namespace {
+
+bool hasBackslashes(const std::string& path) { return path.starts_with("\\\\"); }
+
+bool climbs(const std::string& path) { return (path + '/').find("/../") != std::string::npos; }
+
+/// A directory without separators at its end; the root is the empty text.
+std::string stemOf(std::string directory) {
+  const char* const separators = hasBackslashes(directory) ? "/\\" : "/";
+  directory.resize(directory.find_last_not_of(separators) + 1);
+  return directory;
+}
+
+/// What follows the directory in the path, with the slash before it; nothing when the path does not
+/// lie below it.
+std::optional<std::string> below(const std::string& path, const std::string& directory) {
+  const std::string stem = stemOf(directory);
+  if (directory.empty() || !path.starts_with(stem + '/') || climbs(path)) return std::nullopt;
+  return path.substr(stem.size());
+}
+
+/// The media directory that the path lies below by its text `side`, the longest one; `rest` is what
+/// follows it.
+const MediaDirectory* longestMatch(const std::string& path, std::string MediaDirectory::*side,
+                                   std::string& rest) {
+  const MediaDirectory* longest = nullptr;
+  for (const MediaDirectory& directory : settings().media) {
+    const std::optional<std::string> tail = below(path, mediaKey(directory.*side));
+    if (!tail || (longest && tail->size() >= rest.size())) continue;
+    longest = &directory;
+    rest = *tail;
+  }
+  return longest;
+}
+
+}  // namespace
+
+std::string mediaKey(const std::string& path) {
+  std::string key = path;
+  if (hasBackslashes(path)) std::replace(key.begin(), key.end(), '\\', '/');
+  return key;
+}
+
+Cookie materialCookie(const std::string& localPath) {
+  const std::string cut = localPath.substr(0, localPath.find('.'));
+  return Cookie(utf8Text(stripPath(wideText(cut))).c_str(), true);
+}
+
+std::string networkForm(const std::string& localPath) {
+  std::string rest;
+  const MediaDirectory* const directory = longestMatch(localPath, &MediaDirectory::local, rest);
+  if (!directory) return localPath;
+  if (hasBackslashes(directory->unc)) std::replace(rest.begin(), rest.end(), '/', '\\');
+  return stemOf(directory->unc) + rest;
+}
+
+std::string localForm(const std::string& networkPath) {
+  std::string rest;
+  const MediaDirectory* const directory =
+      longestMatch(mediaKey(networkPath), &MediaDirectory::unc, rest);
+  return directory ? stemOf(directory->local) + rest : networkPath;
+}
+
+namespace {
+
+template <typename Key>
+void erase(std::map<Key, std::set<std::string>>& index, const Key& key, const std::string& file) {
+  const auto found = index.find(key);
+  if (found == index.end()) return;
+  found->second.erase(file);
+  if (found->second.empty()) index.erase(found);
+}
+
+}  // namespace
+
+std::string mediaName(const std::string& path) {
+  const std::string key = mediaKey(path);
+  return key.substr(key.rfind('/') + 1);
+}
+
+const MediaFile* MediaTable::find(const std::string& network) const {
+  const auto found = files_.find(mediaKey(network));
+  return found == files_.end() ? nullptr : &found->second;
+}
+
+const MediaFile* MediaTable::mainOf(const MediaFile& file) const {
+  return file.proxyOf.empty() ? nullptr : find(file.proxyOf);
+}
+
+template <typename Key>
+std::vector<MediaFile> MediaTable::lookUp(const Index<Key>& index, const Key& key) const {
+  std::vector<MediaFile> files;
+  const auto found = index.find(key);
+  if (found == index.end()) return files;
+  for (const std::string& file : found->second) files.push_back(files_.at(file));
+  return files;
+}
+
+std::vector<MediaFile> MediaTable::withCookie(const Cookie& cookie) const {
+  return lookUp(byCookie_, cookie);
+}
+
+std::vector<MediaFile> MediaTable::withName(const std::string& name) const {
+  return lookUp(byName_, name);
+}
+
+std::vector<MediaFile> MediaTable::proxiesOf(const MediaFile& file) const {
+  return lookUp(proxies_, mediaKey(file.network));
+}
+
+std::vector<MediaFile> MediaTable::mains() const {
+  std::vector<MediaFile> files;
+  for (const auto& [key, file] : files_) {
+    if (!mainOf(file)) files.push_back(file);
+  }
+  return files;
+}
+
+std::vector<MediaFile> MediaTable::all() const {
+  std::vector<MediaFile> files;
+  for (const auto& [key, file] : files_) files.push_back(file);
+  return files;
+}
+
+void MediaTable::insert(const MediaFile& file) {
+  remove(file);
+  const std::string key = mediaKey(file.network);
+  files_[key] = file;
+  byCookie_[file.cookie].insert(key);
+  byName_[mediaName(file.path)].insert(key);
+  if (!file.proxyOf.empty()) proxies_[mediaKey(file.proxyOf)].insert(key);
+}
+
+void MediaTable::remove(const MediaFile& file) {
+  const std::string key = mediaKey(file.network);
+  const auto found = files_.find(key);
+  if (found == files_.end()) return;
+  const MediaFile known = found->second;
+  erase(byCookie_, known.cookie, key);
+  erase(byName_, mediaName(known.path), key);
+  erase(proxies_, mediaKey(known.proxyOf), key);
+  files_.erase(found);
+}
+
+void MediaTable::clear() { *this = MediaTable(); }
+
 }  // namespace korvel
+
+using namespace korvel;
+
+LightweightString<wchar_t> DiskManager::convertLocalToUNC(const MaterialFilename& file) {
+  return wideText(networkForm(utf8Text(file.getOsPath())));
+}
+
+MaterialFilename DiskManager::convertUNCtoFsysFilename(const LightweightString<wchar_t>& unc) {
+  return MaterialFilename(wideText(localForm(utf8Text(unc))));
+}
+
+void PlayFileCache::remove(const LightweightString<wchar_t>& osPath) {
+  MediaFiles::instance().close(utf8Text(osPath));
+}
+
+void Kv::FileReaderResource::clearRequestCache(const LightweightString<wchar_t>& osPath) {
+  MediaFiles::instance().dropHead(utf8Text(osPath));
+}

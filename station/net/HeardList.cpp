@@ -1,23 +1,104 @@
 #include "station/net/HeardList.h"
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <ctime>
 #include <deque>
 #include <mutex>
 #include <utility>
 
+#include "station/base/HostThread.h"
 #include "station/base/Json.h"
-#include "station/base/QuietThread.h"
 #include "station/base/Strings.h"
-#include "station/net/HeardListName.h"
-#include "station/net/HeardSenders.h"
 #include "station/net/Interfaces.h"
-#include "station/net/SendErrors.h"
+#include "station/net/UdpBroadcaster.h"
 #include "station/os/SharedFiles.h"
 
 namespace korvel {
+
+void HeardSenders::heard(Ipv4 address, std::uint16_t port, std::time_t now) {
+  const Who who{address, port};
+  auto found = senders_.find(who);
+  if (found == senders_.end()) {
+    if (senders_.size() == kMostSenders) forgetOne();
+    found = senders_.emplace(who, Known{{0, now, now}, once_.insert(once_.end(), who)}).first;
+  } else {
+    often_.splice(often_.end(), found->second.count == 1 ? once_ : often_, found->second.place);
+  }
+  ++found->second.count;
+  found->second.last = now;
+}
+
+void HeardSenders::forEach(const std::function<void(const Who&, const Sender&)>& call) const {
+  for (const auto& [who, sender] : senders_) call(who, sender);
+}
+
+void HeardSenders::forgetOne() {
+  Order& order = once_.empty() ? often_ : once_;
+  senders_.erase(order.front());
+  order.pop_front();
+  ++forgotten_;
+}
+
+namespace {
+
+/// More programs of one name than anybody starts.
+constexpr int kMostPrograms = 100;
+
+std::uint32_t hashOf(const std::string& text) {
+  std::uint32_t hash = 2166136261U;
+  for (const char letter : text) hash = (hash ^ static_cast<unsigned char>(letter)) * 16777619U;
+  return hash;
+}
+
+/// The station's name as the beginning of a file name: what is no letter or digit becomes "_", and
+/// a number told from the name keeps two apart.
+std::string fileNameFor(const std::string& station) {
+  std::string name;
+  for (const char letter : station) {
+    const bool isPlain = (letter >= '0' && letter <= '9') || (letter >= 'A' && letter <= 'Z') ||
+                         (letter >= 'a' && letter <= 'z') || letter == '-';
+    name += isPlain ? letter : '_';
+  }
+  return name.substr(0, 100) + "-" + std::to_string(hashOf(station));
+}
+
+/// Whether another program of this machine has the path; `claim` keeps it from others. A system
+/// without such sockets claims nothing and refuses nothing.
+bool isTaken(const std::string& path, Descriptor& claim) {
+  Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  // A name that begins with a zero byte is no file, and goes with the socket.
+  const std::string name = "kv-heard-" + std::to_string(hashOf(path)) + path.substr(0, 80);
+  std::memcpy(address.sun_path + 1, name.data(), name.size());
+  const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), size) != 0) {
+    return errno == EADDRINUSE;
+  }
+  claim = std::move(socket);
+  return false;
+}
+
+}  // namespace
+
+HeardListName::HeardListName(const std::string& folder, const std::string& station,
+                             const std::string& ending) {
+  const std::string plain = folder + "/" + fileNameFor(station);
+  for (int number = 1; number <= kMostPrograms; ++number) {
+    path_ = plain + (number == 1 ? "" : "-" + std::to_string(number)) + ending;
+    station_ = station + (number == 1 ? "" : " (" + std::to_string(number) + ")");
+    if (!isTaken(path_, claim_)) return;
+  }
+}
 
 namespace {
 

@@ -2,13 +2,79 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
+#include <functional>
+#include <list>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 
+#include "station/net/Interfaces.h"
 #include "station/net/NetworkHooks.h"
+#include "station/os/Posix.h"
 
 namespace korvel {
+
+/// Who was heard, and how often; bounded, so that a stranger who invents senders fills no memory.
+///
+/// When one more than kMostSenders is heard, the one that is unheard for longest is forgotten and
+/// counted: first among those that were heard once only, as invented ones are, then among all. One
+/// thread at a time.
+class HeardSenders {
+ public:
+  /// More than any facility has.
+  static constexpr std::size_t kMostSenders = 2000;
+
+  struct Sender {
+    std::uint64_t count = 0;
+    std::time_t first = 0;
+    std::time_t last = 0;
+  };
+  using Who = std::pair<Ipv4, std::uint16_t>;
+
+  void heard(Ipv4 address, std::uint16_t port, std::time_t now);
+
+  /// Calls for each sender, in the order of their addresses and ports.
+  void forEach(const std::function<void(const Who&, const Sender&)>& call) const;
+
+  [[nodiscard]] std::size_t size() const { return senders_.size(); }
+
+  /// How many senders were forgotten.
+  [[nodiscard]] std::uint64_t forgotten() const { return forgotten_; }
+
+ private:
+  using Order = std::list<Who>;  ///< the one that is unheard for longest first
+
+  struct Known : Sender {
+    Order::iterator place;
+  };
+
+  void forgetOne();
+
+  std::map<Who, Known> senders_;
+  Order once_;   ///< heard once
+  Order often_;  ///< heard more than once
+  std::uint64_t forgotten_ = 0;
+};
+
+/// The name that a program's list of heard stations has in its folder, and what people call the
+/// program there. Programs of one name on this machine are told apart: the first has the plain
+/// name, the second has "-2" in the file's and " (2)" in its own. A name is free again when its
+/// program has ended, however it ended. Touches no file.
+class HeardListName {
+ public:
+  HeardListName(const std::string& folder, const std::string& station, const std::string& ending);
+
+  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] const std::string& station() const { return station_; }
+
+ private:
+  std::string path_;
+  std::string station_;
+  Descriptor claim_;  ///< a socket whose name no other program of this machine can have
+};
 
 /// Whom a program hears, kept for an administrator in a folder of his choice: one small file a
 /// program, written anew every few seconds, in one step.

@@ -6,7 +6,6 @@
 
 #include "station/base/StationSettings.h"
 #include "station/net/ListenerSocket.h"
-#include "station/net/SendErrors.h"
 #include "station/net/UdpBroadcaster.h"
 #include "station/net/UdpListener.h"
 

@@ -8,9 +8,8 @@
 #include "station/base/HostThread.h"
 #include "station/base/Result.h"
 #include "station/net/Interfaces.h"
-#include "station/net/MessageGate.h"
 #include "station/net/NetworkHooks.h"
-#include "station/net/SenderSocket.h"
+#include "station/net/UdpBroadcaster.h"
 
 namespace korvel {
 

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -8,10 +12,64 @@
 #include "host/net/iNetworkService.h"
 #include "station/net/Interfaces.h"
 #include "station/net/NetworkHooks.h"
-#include "station/net/SendErrors.h"
-#include "station/net/SenderSocket.h"
 
 namespace korvel {
+
+/// Tells a network problem, as an event and as a line of the log. Any thread.
+void tellNetworkProblem(const std::string& problem, std::uint64_t dropped = 0);
+
+/// The problems of sending: each is told once until it changes, so that a cable that is out does
+/// not fill the log. Any thread.
+class SendErrors {
+ public:
+  /// A datagram for `destination` did not leave, for the reason in `problem`. Told when it differs
+  /// from the last one of this destination, counted otherwise.
+  void failed(const std::string& destination, const std::string& problem);
+
+  /// Whether any destination has a problem that is not over.
+  [[nodiscard]] bool areThere() const { return areThere_; }
+
+  /// A datagram left; tells that it works again, and how many were lost without a word meanwhile.
+  void succeeded(const std::string& destination);
+
+ private:
+  struct State {
+    std::string told;
+    std::uint64_t untold = 0;  ///< datagrams lost since
+  };
+
+  std::mutex mutex_;
+  std::map<std::string, State> states_;
+  std::atomic<bool> areThere_{false};
+};
+
+/// The one socket by which this station sends. It is bound once to a port that the system chooses
+/// and keeps it for life: by that port the station knows its own datagrams. Any thread.
+class SenderSocket {
+ public:
+  /// The largest text that one datagram can carry, in bytes.
+  static constexpr std::size_t kMaxBytes = 65'507;
+
+  /// Opens the socket; where that fails, every send tries again.
+  SenderSocket();
+  SenderSocket(const SenderSocket&) = delete;
+  SenderSocket& operator=(const SenderSocket&) = delete;
+  ~SenderSocket();
+
+  /// The port that the socket is bound to; 0 while there is none.
+  [[nodiscard]] std::uint16_t port() const { return port_; }
+
+  /// Sends one datagram. 0, or the errno value that tells why it did not leave. Waits a few
+  /// milliseconds at most where the system's own queue is full.
+  int send(const Destination& destination, std::uint16_t port, std::string_view bytes);
+
+ private:
+  int open();
+
+  std::mutex mutex_;
+  std::atomic<int> socket_{-1};
+  std::atomic<std::uint16_t> port_{0};
+};
 
 /// Sends each text as one datagram to every destination. A text that no destination could be sent
 /// is no event of a sent message. Any thread.

@@ -4,18 +4,109 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <utility>
 
-#include "station/base/QuietThread.h"
+#include "station/base/HostThread.h"
 #include "station/base/StationSettings.h"
-#include "station/net/SendErrors.h"
-#include "station/wire/Delivery.h"
+#include "station/net/UdpBroadcaster.h"
+#include "station/wire/MessageFields.h"
 
 namespace korvel {
+
+namespace {
+
+/// Beyond this many refused senders no further one is told.
+constexpr std::size_t kMaxTold = 256;
+
+std::string withoutBlanks(std::string word) {
+  std::erase_if(word, [](char letter) { return letter == ' ' || letter == '\t'; });
+  return word;
+}
+
+}  // namespace
+
+AcceptedNetworks::AcceptedNetworks(const std::string& configured) {
+  std::istringstream words(configured);
+  for (std::string word; std::getline(words, word, ',');) {
+    word = withoutBlanks(word);
+    if (word.empty()) continue;
+    takesAll_ = false;
+    if (const auto network = parseIpv4Network(word)) {
+      networks_.push_back(*network);
+    } else {
+      tellNetworkProblem("accept_networks names \"" + word +
+                         "\", which is no network: write it like 192.168.1.0/24");
+    }
+  }
+}
+
+bool AcceptedNetworks::accepts(Ipv4 sender) {
+  if (takesAll_) return true;
+  const bool accepted = std::any_of(networks_.begin(), networks_.end(),
+                                    [&](const auto& network) { return network.contains(sender); });
+  if (!accepted) tellOnce(sender);
+  return accepted;
+}
+
+void AcceptedNetworks::tellOnce(Ipv4 sender) {
+  if (told_.size() >= kMaxTold || !told_.insert(sender).second) return;
+  tellNetworkProblem("a sender refused: datagrams from " + textOf(sender) +
+                     " are not taken, since accept_networks does not name its network");
+}
+
+namespace {
+
+void tellLoss(std::uint64_t& count, const std::string& why) {
+  if (count == 0) return;
+  const std::uint64_t lost = std::exchange(count, 0);
+  tellNetworkProblem(std::to_string(lost) + (lost == 1 ? " datagram" : " datagrams") + why, lost);
+}
+
+constexpr const char* kReadAgain =
+    "; what they announced shows when the project is left and entered again";
+
+}  // namespace
+
+void LossReport::queueRefused(Time now) {
+  note(now);
+  ++queue_;
+}
+
+void LossReport::wasTooLarge(Time now) {
+  note(now);
+  ++tooLarge_;
+}
+
+void LossReport::systemDropped(std::uint32_t total, Time now) {
+  const std::uint32_t more = total - systemTotal_;
+  // A count carried by a datagram may be older than the one asked for last.
+  if (more == 0 || more > 0x7FFFFFFF) return;
+  note(now);
+  system_ += more;
+  systemTotal_ = total;
+}
+
+void LossReport::tellIfOver(Time now) {
+  if (!isPending()) return;
+  if (now - last_ >= kQuiet || now - first_ >= kLongest) tell();
+}
+
+void LossReport::tell() {
+  tellLoss(queue_, std::string(" dropped by this station's full queue") + kReadAgain);
+  tellLoss(system_, std::string(" dropped by the system, whose buffer was full") + kReadAgain);
+  tellLoss(tooLarge_, " dropped, larger than a datagram can be");
+}
+
+void LossReport::note(Time now) {
+  if (!isPending()) first_ = now;
+  last_ = now;
+}
 
 namespace {
 

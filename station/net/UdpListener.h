@@ -1,24 +1,82 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <cstdint>
 #include <memory>
+#include <set>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "host/net/iNetworkService.h"
 #include "station/base/HostThread.h"
-#include "station/net/AcceptedNetworks.h"
-#include "station/net/AwaitedFiles.h"
-#include "station/net/DatagramReader.h"
 #include "station/net/DeliveryLanes.h"
-#include "station/net/DuplicateFilter.h"
 #include "station/net/Interfaces.h"
 #include "station/net/ListenerSocket.h"
-#include "station/net/LossReport.h"
 #include "station/net/NetworkHooks.h"
-#include "station/net/SenderSocket.h"
+#include "station/net/UdpBroadcaster.h"
 
 namespace korvel {
+
+/// The networks from which this station takes datagrams, as the configuration's "accept_networks"
+/// names them: "192.168.1.0/24, 10.0.0.0/8". An absent or empty value takes all. One thread.
+class AcceptedNetworks {
+ public:
+  /// A word that is no network is told as a network problem, and lets nothing in.
+  explicit AcceptedNetworks(const std::string& configured);
+
+  /// Whether datagrams from this address are taken. A sender that is refused is told once.
+  bool accepts(Ipv4 sender);
+
+ private:
+  void tellOnce(Ipv4 sender);
+
+  bool takesAll_ = true;
+  std::vector<Ipv4Network> networks_;
+  std::set<Ipv4> told_;
+};
+
+/// Counts datagrams that this station lost, by why, and tells each kind in one event when a flood
+/// is over. One thread.
+class LossReport {
+ public:
+  using Time = std::chrono::steady_clock::time_point;
+
+  /// A flood is over when nothing was lost for this long.
+  static constexpr auto kQuiet = std::chrono::milliseconds(200);
+
+  /// A flood that does not end is told this often.
+  static constexpr auto kLongest = std::chrono::seconds(10);
+
+  /// The station's own queue took no more.
+  void queueRefused(Time now);
+
+  /// A datagram was larger than any can be, and is dropped whole.
+  void wasTooLarge(Time now);
+
+  /// The system's count of what it dropped stands at `total` (modulo 2^32); counts stand still or
+  /// rise.
+  void systemDropped(std::uint32_t total, Time now);
+
+  [[nodiscard]] bool isPending() const { return queue_ + tooLarge_ + system_ > 0; }
+
+  /// Tells what is pending if its flood is over.
+  void tellIfOver(Time now);
+
+  /// Tells what is pending.
+  void tell();
+
+ private:
+  void note(Time now);
+
+  std::uint64_t queue_ = 0;
+  std::uint64_t tooLarge_ = 0;
+  std::uint64_t system_ = 0;
+  std::uint32_t systemTotal_ = 0;
+  Time first_;
+  Time last_;
+};
 
 /// A listener without a socket: the port could not be had.
 class NullListener : public iUDPListener {};

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "host/notify/NotifyMsg.h"
+
 namespace korvel {
 
 struct NotifierList::Entry {
@@ -53,3 +55,13 @@ void NotifierList::notify(NotifyMsgType type, const NotifyPayload* payload) cons
 }
 
 }  // namespace korvel
+
+NotifyMsgTypeDictionary& NotifyMsgTypeDictionary::instance() {
+  static NotifyMsgTypeDictionary dictionary;
+  return dictionary;
+}
+
+NotifyMsgType NotifyMsgTypeDictionary::operator[](eEntry entry) const {
+  constexpr NotifyMsgType kAnyChange = 0xFFFFFFFF;  // no notifier issues a type of this number
+  return entry == eAnyChange ? kAnyChange : 0;
+}

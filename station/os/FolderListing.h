@@ -1,14 +1,17 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "station/base/Result.h"
+#include "station/os/Posix.h"
 
 namespace korvel {
 
@@ -91,5 +94,35 @@ bool isAtRest(const FileStamp& stamp, std::int64_t moment);
 inline bool isAtRest(const FileStamp& stamp, const FolderListing& listing) {
   return isAtRest(stamp, listing.folder.changed);
 }
+
+/// Tells at once when names in folders change on this machine. On a network file system it tells
+/// of this machine's own changes alone. One thread waits; wake() may be called by any.
+class FolderNotices {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  FolderNotices();
+
+  /// Watches a folder, and goes on watching one that was watched before. False where that is not
+  /// possible: it is missing, or the machine allows no more watches.
+  bool watch(const std::string& folder);
+
+  /// Waits until something changes, wake() is called or the moment has come. The folders that
+  /// changed, as given to watch().
+  std::set<std::string> await(Clock::time_point until);
+
+  /// Waits until the moment has come, or wake() was called.
+  void pause(Clock::time_point until);
+
+  /// Ends this and every later wait at once.
+  void wake();
+
+ private:
+  std::set<std::string> taken();
+
+  Descriptor notices_;
+  Descriptor wakes_;
+  std::map<int, std::string> folders_;  ///< by watch number
+};
 
 }  // namespace korvel

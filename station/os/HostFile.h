@@ -1,13 +1,34 @@
 #pragma once
 
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "host/os/iFileManager.h"
 #include "station/os/Posix.h"
-#include "station/os/WrittenFiles.h"
 
 namespace korvel {
+
+/// What this process wrote whole into small files. A file that holds something else when it is to
+/// be removed was written by another since: the information file of a lock that changed hands
+/// between its release and the removal. Any thread.
+class WrittenFiles {
+ public:
+  /// Larger contents are not remembered.
+  static constexpr std::size_t kMaxSize = 4096;
+
+  void remember(const std::string& path, const std::string& content);
+  void forget(const std::string& path);
+
+  /// Whether the open file at the path holds something else than what was remembered of it. Reads
+  /// it to its end.
+  bool isRewritten(int descriptor, const std::string& path);
+
+ private:
+  std::mutex mutex_;
+  std::map<std::string, std::string> contents_;
+};
 
 /// An open file of the host's file manager, on a descriptor that it owns.
 class HostFile : public iFile {

@@ -14,7 +14,7 @@
 #include <system_error>
 #include <utility>
 
-#include "station/base/QuietThread.h"
+#include "station/base/HostThread.h"
 #include "station/os/Posix.h"
 
 namespace korvel {

@@ -4,9 +4,47 @@
 #include <vector>
 
 #include "host/base/Log.h"
+#include "host/plugin/KvPluginBase.h"
 #include "host/plugin/Shutdown.h"
+#include "host/project/iPermissionsManager.h"
+#include "host/project/iProjectShare.h"
 
 using namespace korvel;
+
+const LightweightString<wchar_t> iPermissionsManager::kNoOwner(L"<NOBODY>");
+
+iPermissionsManager::iPermissionsManager(const LightweightString<char>& name)
+    : KvResourceTypeBase(name) {
+  InstanceRegistry<iPermissionsManager>::add(this);
+}
+
+iPermissionsManager::~iPermissionsManager() { InstanceRegistry<iPermissionsManager>::remove(this); }
+
+iPermissionsManager* iPermissionsManager::instance() {
+  return InstanceRegistry<iPermissionsManager>::newest();
+}
+
+iProjectShare::iProjectShare(const LightweightString<char>& name) : KvResourceTypeBase(name) {
+  InstanceRegistry<iProjectShare>::add(this);
+}
+
+iProjectShare::~iProjectShare() { InstanceRegistry<iProjectShare>::remove(this); }
+
+iProjectShare* iProjectShare::instance() { return InstanceRegistry<iProjectShare>::newest(); }
+
+KvPluginBase::KvPluginBase(const LightweightString<char>& name,
+                           const LightweightString<char>& version)
+    : name_(name), version_(version) {}
+
+KvPluginBase::~KvPluginBase() { closedown(); }
+
+void KvPluginBase::closedown() {
+  while (!components_.empty()) {
+    KvComponentBase* const last = components_.back();
+    components_.pop_back();
+    delete last;
+  }
+}
 
 namespace korvel {
 

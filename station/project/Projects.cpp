@@ -8,7 +8,6 @@
 #include "host/project/iPermissionsManager.h"
 #include "host/project/iProjectShare.h"
 #include "station/base/Events.h"
-#include "station/base/NearestName.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"

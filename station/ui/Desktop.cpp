@@ -3,13 +3,185 @@
 #include <algorithm>
 
 #include "host/base/Log.h"
+#include "host/ui/DragDropManager.h"
 #include "host/ui/Glib.h"
-#include "station/base/Notifications.h"
-#include "station/ui/ComponentTypes.h"
-#include "station/ui/Screen.h"
-#include "station/wire/Delivery.h"
+#include "station/base/Events.h"
+#include "station/base/HostParts.h"
+#include "station/base/Strings.h"
+#include "station/wire/MessageFields.h"
+
+using namespace korvel;
 
 namespace korvel {
+
+Screen& Screen::instance() {
+  static Screen screen;
+  return screen;
+}
+
+void Screen::add(Glob* widget) {
+  widgets_.push_back(widget);
+  alive_.insert(widget);
+}
+
+void Screen::remove(Glob* widget) {
+  std::erase(widgets_, widget);
+  alive_.erase(widget);
+  if (focus_ == widget) focus_ = nullptr;
+  if (grabber_ == widget) grabber_ = nullptr;
+}
+
+void Screen::noteDrawing() {
+  hasDrawing_ = true;
+  if (deferrals_ == 0) update();
+}
+
+void Screen::resumeUpdates() {
+  --deferrals_;
+  if (deferrals_ == 0 && hasDrawing_) update();
+}
+
+void Screen::update() {
+  hasDrawing_ = false;
+  ++updates_;
+  if (listener_) listener_();
+}
+
+}  // namespace korvel
+
+Glib::UpdateDeferrer::UpdateDeferrer() { Screen::instance().deferUpdates(); }
+
+Glib::UpdateDeferrer::~UpdateDeferrer() { Screen::instance().resumeUpdates(); }
+
+namespace korvel {
+
+ComponentTypes& ComponentTypes::instance() {
+  static ComponentTypes types;
+  return types;
+}
+
+void ComponentTypes::add(const LightweightString<char>& name, GlobManager::Factory factory) {
+  const auto same = std::ranges::find(types_, name, &Type::name);
+  if (same == types_.end()) {
+    types_.push_back({name, factory});
+  } else {
+    same->factory = factory;
+  }
+}
+
+std::vector<LightweightString<char>> ComponentTypes::names() const {
+  std::vector<LightweightString<char>> names;
+  for (const Type& type : types_) names.push_back(type.name);
+  return names;
+}
+
+const ComponentTypes::Type* ComponentTypes::find(const LightweightString<char>& name) const {
+  const auto found = std::ranges::find(types_, name, &Type::name);
+  return found == types_.end() ? nullptr : &*found;
+}
+
+Result<std::unique_ptr<GenIcon>> ComponentTypes::create(GlobCreationInfo info) {
+  const std::string name = shownText(info.typeName.view());
+  const Type* type = instance().find(info.typeName);
+  if (!type) {
+    return Error{ErrorCode::eNotFound, "There is no tool \"" + name + "\": no plug-in offers it",
+                 ""};
+  }
+  std::unique_ptr<Glob> made(type->factory(&info));
+  auto* tool = dynamic_cast<GenIcon*>(made.get());
+  if (!tool) {
+    return Error{ErrorCode::eSystem, "The tool \"" + name + "\" could not be made by its plug-in",
+                 ""};
+  }
+  made.release();
+  return std::unique_ptr<GenIcon>(tool);
+}
+
+}  // namespace korvel
+
+void GlobManager::registerUiComponentType(const LightweightString<char>& name, Factory factory) {
+  ComponentTypes::instance().add(name, factory);
+  if (Desktop* desktop = hostParts().desktop) desktop->toolbox().populate();
+}
+
+namespace korvel {
+
+namespace {
+
+constexpr double kWidth = 60;
+constexpr double kToolGap = 6;
+
+bool isOnDesktop(const Glob* desktop, const LightweightString<char>& typeName) {
+  if (!desktop) return false;
+  for (const auto& child : desktop->children()) {
+    if (child->idstring() == typeName) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+Toolbox::Toolbox() { Glob::resize(kWidth, 0); }
+
+void Toolbox::populate() {
+  for (const LightweightString<char>& name : ComponentTypes::instance().names()) {
+    GenIcon* icon = iconOf(name);
+    if (isOnDesktop(parent(), name)) {
+      takeChild(icon);
+      continue;
+    }
+    if (icon) continue;
+    GlobCreationInfo info;
+    info.typeName = name;
+    Result<std::unique_ptr<GenIcon>> made = ComponentTypes::create(info);
+    if (made) {
+      addIcon(std::move(*made));
+    } else {
+      LogBoth("%s\n", made.error().message);
+    }
+  }
+  lineUp();
+}
+
+GenIcon* Toolbox::iconOf(const LightweightString<char>& typeName) const {
+  for (const auto& child : children()) {
+    if (child->idstring() == typeName) return dynamic_cast<GenIcon*>(child.get());
+  }
+  return nullptr;
+}
+
+void Toolbox::addIcon(std::unique_ptr<GenIcon> icon) {
+  icon->setDragSource(this);
+  addChild(std::move(icon));
+}
+
+void Toolbox::lineUp() {
+  double y = kToolGap;
+  for (const auto& child : children()) {
+    child->setPosition({(kWidth - child->size().width) / 2, y});
+    y += child->size().height + kToolGap;
+  }
+  resize(kWidth, y);
+  draw();
+}
+
+PanelBox::PanelBox(StandardPanel::eStandardWidget which) : which_(which) {
+  Glob::resize(kSide, kSide);
+}
+
+bool PanelBox::handleEvent(const Event& event) {
+  const bool isClick = event.type == Event::eMousePress && event.button == Event::eLeftButton;
+  const bool isReturn = event.type == Event::eKeyPress && event.key == Event::eReturn;
+  auto* tool = dynamic_cast<GenIcon*>(parent());
+  if (!tool || (!isClick && !isReturn)) return false;
+  // Either destroys this box.
+  if (which_ == StandardPanel::eCollapseBox) {
+    tool->handleFlipSize();
+  } else if (Desktop* desktop = hostParts().desktop) {
+    desktop->putAway(*tool);
+  }
+  return true;
+}
 
 namespace {
 
@@ -122,4 +294,27 @@ bool Desktop::handleMessageEvent(const LightweightString<char>& text, Glob*) {
   return true;
 }
 
+namespace {
+
+GenIcon* draggedTool = nullptr;
+
+}  // namespace
+
 }  // namespace korvel
+
+void DragDropManager::beginDrag(GenIcon* tool) { draggedTool = tool; }
+
+GenIcon* DragDropManager::dragged() { return draggedTool; }
+
+void DragDropManager::drop() {
+  GenIcon* tool = std::exchange(draggedTool, nullptr);
+  Desktop* desktop = hostParts().desktop;
+  if (!tool || !tool->dragSource() || !desktop) return;
+  std::unique_ptr<Glob> taken = tool->dragSource()->takeChild(tool);
+  tool->setDragSource(nullptr);
+  if (!taken) return;
+  const XY mouse = Glob::getMousePos();
+  tool->setPosition({mouse.x - tool->size().width / 2, mouse.y - tool->size().height / 2});
+  desktop->addChild(std::move(taken));
+  desktop->toolbox().populate();
+}

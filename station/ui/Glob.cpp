@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "station/ui/Screen.h"
+#include "station/ui/Desktop.h"
 
 using namespace korvel;
 

@@ -4,8 +4,7 @@
 #include "host/ui/TextBox.h"
 #include "station/base/HostParts.h"
 #include "station/ui/Desktop.h"
-#include "station/ui/Screen.h"
-#include "station/wire/Delivery.h"
+#include "station/wire/MessageFields.h"
 
 using namespace korvel;
 

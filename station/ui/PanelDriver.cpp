@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "station/base/Strings.h"
-#include "station/ui/PanelBox.h"
+#include "station/ui/Desktop.h"
 
 namespace korvel {
 

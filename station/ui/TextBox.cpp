@@ -1,6 +1,14 @@
 #include "host/ui/TextBox.h"
 
 #include <algorithm>
+#include <cmath>
+
+#include "host/ui/ScrollableTextBox.h"
+#include "host/ui/TitleTextBox.h"
+#include "host/ui/UifStd.h"
+#include "station/base/Events.h"
+#include "station/base/Strings.h"
+#include "station/ui/PanelDriver.h"
 
 namespace korvel {
 
@@ -112,4 +120,115 @@ void TextBox::erase(std::size_t from) {
   text_ = LightweightString<wchar_t>(std::wstring_view(whole));
   draw();
   tell(eTextChanged);
+}
+
+namespace korvel {
+
+namespace {
+
+/// A title's width, from the mean width of a letter.
+double widthOf(const LightweightString<wchar_t>& title) {
+  constexpr double kLetterToFontSize = 0.6;
+  if (title.empty()) return 0;
+  const double letters = static_cast<double>(title.size()) * UifStd::getFont().size;
+  return letters * kLetterToFontSize + UifStd::getWidgetGap();
+}
+
+}  // namespace
+
+}  // namespace korvel
+
+TitleTextBox::TitleTextBox(const LightweightString<wchar_t>& title, double width, double height)
+    : title_(title), textBox_(addChild(std::make_unique<TextBox>(), UserTopRight(0, 0))) {
+  TitleTextBox::resize(width, height);
+}
+
+TitleTextBox::~TitleTextBox() = default;
+
+void TitleTextBox::resize(double width, double height) {
+  textBox_->resize(width - widthOf(title_), height);
+  Glob::resize(width, height);
+}
+
+namespace korvel {
+
+namespace {
+
+bool isInMessagePanel(const Glob* widget) {
+  for (; widget; widget = widget->parent()) {
+    if (widget->idstring() == kMessagePanelId) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+}  // namespace korvel
+
+MultiLineTextBox::MultiLineTextBox() = default;
+MultiLineTextBox::~MultiLineTextBox() = default;
+
+ScrollableTextBoxBase::ScrollableTextBoxBase(std::unique_ptr<MultiLineTextBox> content,
+                                             double width, double height)
+    : content_(addChild(std::move(content))) {
+  ScrollableTextBoxBase::resize(width, height);
+}
+
+ScrollableTextBoxBase::~ScrollableTextBoxBase() = default;
+
+void ScrollableTextBoxBase::setStrings(const Lines& lines) {
+  const bool showsEnd = first_ == lastFirstLine();
+  const bool isLong = lines.size() > kMostLines;
+  content_->setLines(isLong ? Lines(lines.end() - kMostLines, lines.end()) : lines);
+  first_ = showsEnd ? lastFirstLine() : std::min(first_, lastFirstLine());
+  if (!isInMessagePanel(this)) return;
+  noteTextShown();
+  events().panel(utf8Lines(*this));
+}
+
+std::size_t ScrollableTextBoxBase::visibleLines() const {
+  return static_cast<std::size_t>(size().height / UifStd::getLineHeight());
+}
+
+std::size_t ScrollableTextBoxBase::lastFirstLine() const {
+  const std::size_t all = getStrings().size();
+  return all > visibleLines() ? all - visibleLines() : 0;
+}
+
+void ScrollableTextBoxBase::scroll(double lines) {
+  const double last = static_cast<double>(lastFirstLine());
+  const double wish = static_cast<double>(first_) + std::trunc(lines);
+  first_ = static_cast<std::size_t>(std::clamp(wish, 0.0, last));
+  draw();
+}
+
+void ScrollableTextBoxBase::resize(double width, double height) {
+  const bool showsEnd = first_ == lastFirstLine();
+  content_->resize(width, height);
+  Glob::resize(width, height);
+  first_ = showsEnd ? lastFirstLine() : std::min(first_, lastFirstLine());
+}
+
+bool ScrollableTextBoxBase::handleEvent(const Event& event) {
+  if (event.type == Event::eMouseWheel) {
+    scroll(event.wheel);
+    return true;
+  }
+  if (event.type != Event::eKeyPress) return false;
+  switch (event.key) {
+    case Event::eUp:
+      scroll(-1);
+      return true;
+    case Event::eDown:
+      scroll(1);
+      return true;
+    case Event::eHome:
+      scroll(-static_cast<double>(first_));
+      return true;
+    case Event::eEnd:
+      scroll(static_cast<double>(getStrings().size()));
+      return true;
+    default:
+      return false;
+  }
 }

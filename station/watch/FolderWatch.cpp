@@ -5,8 +5,8 @@
 #include <mutex>
 #include <utility>
 
-#include "station/base/QuietThread.h"
-#include "station/os/FolderNotices.h"
+#include "station/base/HostThread.h"
+#include "station/os/FolderListing.h"
 
 namespace korvel {
 

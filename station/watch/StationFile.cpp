@@ -10,7 +10,7 @@
 #include "host/base/Log.h"
 #include "host/os/OS.h"
 #include "host/os/iFileManager.h"
-#include "station/base/QuietThread.h"
+#include "station/base/HostThread.h"
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"

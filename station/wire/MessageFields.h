@@ -5,6 +5,9 @@
 #include <string_view>
 #include <vector>
 
+#include "host/net/iNetworkService.h"
+#include "station/base/Events.h"
+#include "station/base/Json.h"
 #include "station/wire/MessageType.h"
 
 namespace korvel {
@@ -55,5 +58,41 @@ bool isContainerValue(const std::string& text);
 /// `project` (a cookie's text) is open.
 std::string composeActionRequest(const std::string& project, const std::string& user, int machine,
                                  const std::string& command);
+
+/// The keys under which an event shows a message: type, type_name, project, cookie, target and data
+/// always; source, modification and container where the message has them.
+std::vector<JsonValue::Member> messageMembers(const MessageFields& message);
+
+/// The keys under which an event shows a datagram's bytes: text_hex, of kMostHexBytes at most, and
+/// text_bytes with the whole number where there are more.
+std::vector<JsonValue::Member> datagramMembers(const std::string& wireText);
+
+inline constexpr std::size_t kMostHexBytes = 2048;
+
+/// A datagram that is being delivered: the currentMessage().
+struct ReceivedMessage {
+  std::string wireText;
+  MessageFields fields;  ///< what it says, read once for all of this station
+  Notification words;    ///< its text for people
+};
+
+/// A text as a notification, of the current message's sender where it is what the sender wrote.
+/// Host thread.
+inline Notification notificationOf(const std::string& text) {
+  const ReceivedMessage* const message = currentMessage();
+  return message && message->words.text == text ? message->words : Notification{{}, text};
+}
+
+/// Reads a datagram. Any thread.
+ReceivedMessage receivedMessage(std::string wireText);
+
+/// Hands a datagram to the plug-in: tells the station's events first, and marks everything that the
+/// plug-in does as another station's change. Words for this user that the plug-in showed nowhere
+/// become a notification. Host thread.
+void deliverMessage(iNetMessageReceiver& receiver, const ReceivedMessage& message);
+
+/// The same for a message whose file the station has waited for already: the plug-in looks for it
+/// as often as ever, and does not wait in between.
+void deliverAfterWait(iNetMessageReceiver& receiver, const ReceivedMessage& message);
 
 }  // namespace korvel

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "station/base/DiagnosticStream.h"
+#include "station/base/Log.h"
 
 /// One input; called by libFuzzer or by the replay.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);

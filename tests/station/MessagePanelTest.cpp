@@ -1,4 +1,4 @@
-#include "station/base/Notifications.h"
+#include "station/base/Events.h"
 #include "station/ui/PanelDriver.h"
 #include "tests/station/PluginStation.h"
 

@@ -23,7 +23,7 @@
 #include "station/plugin/PluginLoader.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
-#include "station/ui/ComponentTypes.h"
+#include "station/ui/Desktop.h"
 #include "station/wire/MessageFields.h"
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/support/LoopNetwork.h"

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "host/net/iNetworkService.h"
-#include "station/wire/Delivery.h"
+#include "station/wire/MessageFields.h"
 
 namespace korvel {
 

@@ -6,7 +6,6 @@
 #include <iostream>
 #include <map>
 
-#include "station/base/NearestName.h"
 #include "station/base/Strings.h"
 
 // The one file that includes the library for command lines: its headers take longer to compile than

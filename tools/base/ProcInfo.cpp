@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <charconv>
 #include <filesystem>
@@ -130,6 +131,185 @@ bool isStationRunning() {
     if (programOf(each->path()) == "kv-station") return true;
   }
   return false;
+}
+
+namespace {
+
+struct KnownOption {
+  const char* type;  ///< of the file systems that it concerns, by how their names begin
+  const char* name;  ///< with "=VALUE" where only that value matters
+  Verdict verdict;
+  const char* meaning;
+  const char* fix;
+};
+
+constexpr const char* kWithLocks =
+    "mount it without this option, on every machine (umount, take it out of /etc/fstab, mount); "
+    "NFSv4 needs no lock option at all";
+
+constexpr std::array kKnownOptions{
+    KnownOption{"nfs", "nolock", Verdict::eFail,
+                "locks hold on this machine alone: two stations can take one project", kWithLocks},
+    KnownOption{"nfs", "local_lock=all", Verdict::eFail,
+                "locks hold on this machine alone: two stations can take one project", kWithLocks},
+    KnownOption{"nfs", "local_lock=posix", Verdict::eFail,
+                "locks hold on this machine alone: two stations can take one project", kWithLocks},
+    KnownOption{"cifs", "nobrl", Verdict::eFail,
+                "locks are never sent to the server: two stations can take one project",
+                "mount it without nobrl, on every machine"},
+    KnownOption{"smb3", "nobrl", Verdict::eFail,
+                "locks are never sent to the server: two stations can take one project",
+                "mount it without nobrl, on every machine"},
+    KnownOption{"", "ro", Verdict::eFail, "nothing can be written", "mount it with rw"},
+    KnownOption{"nfs", "soft", Verdict::eWarn,
+                "a server that is slow for a moment makes writes fail, and what was being saved is "
+                "lost",
+                "mount it with hard"},
+    KnownOption{"nfs", "softerr", Verdict::eWarn,
+                "a server that is slow for a moment makes writes fail, and what was being saved is "
+                "lost",
+                "mount it with hard"},
+    KnownOption{"nfs", "nocto", Verdict::eWarn,
+                "what other machines wrote may not be seen for a minute", "mount it without nocto"},
+    KnownOption{"nfs", "noac", Verdict::eWarn,
+                "every look at a file asks the server: nothing breaks, everything is slow",
+                "mount it without noac: stations look freshly where they must"},
+    KnownOption{"cifs", "cache=loose", Verdict::eWarn,
+                "what other machines wrote may not be seen for long", "mount it with cache=strict"},
+    KnownOption{"smb3", "cache=loose", Verdict::eWarn,
+                "what other machines wrote may not be seen for long", "mount it with cache=strict"},
+};
+
+/// File systems that keep no locks for other machines, or whose names say that they are local.
+constexpr std::array kNetworkTypes{
+    "nfs",        "nfs4",      "cifs",        "smb3",   "ceph",
+    "gfs2",       "ocfs2",     "lustre",      "beegfs", "afs",
+    "9p",         "virtiofs",  "gpfs",        "fuse",   "fuse.glusterfs",
+    "fuse.sshfs", "fuse.ceph", "fuse.rclone", "vboxsf", "glusterfs"};
+
+constexpr std::array kWithoutLocks{"fuse.sshfs", "fuse.rclone", "vboxsf"};
+
+/// Above this many seconds, an attribute cache is reported.
+constexpr int kLongestCache = 60;
+
+std::vector<std::string> split(const std::string& text, char separator) {
+  std::vector<std::string> parts;
+  std::istringstream stream(text);
+  for (std::string part; std::getline(stream, part, separator);) parts.push_back(part);
+  return parts;
+}
+
+/// Blanks and their like are written as a backslash and three octal digits.
+std::string unescaped(const std::string& text) {
+  std::string plain;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (text[at] == '\\' && at + 3 < text.size()) {
+      int code = 0;
+      std::from_chars(text.data() + at + 1, text.data() + at + 4, code, 8);
+      plain += static_cast<char>(code);
+      at += 3;
+    } else {
+      plain += text[at];
+    }
+  }
+  return plain;
+}
+
+/// A line: id, parent, device, root, mount point, options, tags up to "-", type, source, options.
+std::optional<Mount> readLine(const std::string& line) {
+  const auto words = split(line, ' ');
+  const auto dash = std::find(words.begin(), words.end(), "-");
+  if (dash - words.begin() < 6 || words.end() - dash < 4) return std::nullopt;
+  Mount mount{unescaped(words[4]), dash[1], unescaped(dash[2]), split(words[5], ',')};
+  for (auto& option : split(dash[3], ',')) {
+    if (std::ranges::find(mount.options, option) == mount.options.end()) {
+      mount.options.push_back(std::move(option));
+    }
+  }
+  return mount;
+}
+
+bool liesIn(const std::string& path, const std::string& folder) {
+  return folder == "/" || path == folder || path.starts_with(folder + "/");
+}
+
+bool isOf(const Mount& mount, const KnownOption& known) {
+  return mount.type.starts_with(known.type) &&
+         std::ranges::find(mount.options, known.name) != mount.options.end();
+}
+
+std::string joined(const std::vector<std::string>& words) {
+  std::string all;
+  for (const auto& word : words) all += (all.empty() ? "" : ",") + word;
+  return all;
+}
+
+Findings judgeCaches(const Mount& mount) {
+  Findings findings;
+  for (const std::string& option : mount.options) {
+    for (const char* name : {"actimeo=", "acregmax=", "acdirmax="}) {
+      if (!option.starts_with(name)) continue;
+      int seconds = 0;
+      std::from_chars(option.data() + option.find('=') + 1, option.data() + option.size(), seconds);
+      if (seconds <= kLongestCache) continue;
+      findings.push_back(warn(
+          "the option " + option + ": a changed file may look unchanged for that many seconds",
+          "mount it with " + std::string(name) + std::to_string(kLongestCache) + " or without it"));
+    }
+  }
+  return findings;
+}
+
+std::string describe(const Mount& mount) {
+  std::string text = mount.type + " from " + mount.source + " at " + mount.point;
+  if (!mount.isNetwork()) {
+    return text + ": a disk of this machine, which other machines see only if it serves it to them";
+  }
+  return text + " with " + joined(mount.options);
+}
+
+}  // namespace
+
+bool Mount::isNetwork() const {
+  return std::ranges::find(kNetworkTypes, type) != kNetworkTypes.end();
+}
+
+std::optional<Mount> mountOf(const std::string& mountInfo, const std::string& path) {
+  std::optional<Mount> found;
+  for (const std::string& line : split(mountInfo, '\n')) {
+    auto mount = readLine(line);
+    // Of several at one point, the last was mounted over the others.
+    if (mount && liesIn(path, mount->point) &&
+        (!found || mount->point.size() >= found->point.size())) {
+      found = std::move(mount);
+    }
+  }
+  return found;
+}
+
+Findings judgeMount(const Mount& mount) {
+  Findings findings{pass(describe(mount))};
+  if (std::ranges::find(kWithoutLocks, mount.type) != kWithoutLocks.end()) {
+    findings.push_back(fail(mount.type + " keeps no locks between machines",
+                            "share the folder over NFSv4, SMB 3 or GlusterFS"));
+  }
+  for (const KnownOption& known : kKnownOptions) {
+    if (!isOf(mount, known)) continue;
+    const std::string text = std::string("the option ") + known.name + ": " + known.meaning;
+    findings.push_back({known.verdict, {}, {}, text, known.fix});
+  }
+  for (Finding& finding : judgeCaches(mount)) findings.push_back(std::move(finding));
+  return findings;
+}
+
+std::vector<std::string> lockBreakersOf(const Mount& mount) {
+  std::vector<std::string> names;
+  for (const KnownOption& known : kKnownOptions) {
+    const std::string name = known.name;
+    const bool isLock = name == "nolock" || name == "nobrl" || name.starts_with("local_lock=");
+    if (isLock && isOf(mount, known)) names.push_back(name);
+  }
+  return names;
 }
 
 }  // namespace korvel

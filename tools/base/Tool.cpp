@@ -13,7 +13,7 @@
 
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
-#include "tools/base/ShareTimeout.h"
+#include "tools/base/ToolHost.h"
 
 namespace korvel {
 

@@ -4,8 +4,8 @@
 #include <atomic>
 #include <chrono>
 
-#include "station/net/DuplicateFilter.h"
-#include "station/os/Signals.h"
+#include "station/net/ListenerSocket.h"
+#include "station/os/HostOS.h"
 
 namespace korvel {
 

@@ -5,7 +5,7 @@
 
 #include "station/base/Result.h"
 #include "tools/capture/CaptureSource.h"
-#include "tools/capture/MessageFilter.h"
+#include "tools/capture/HeardMessage.h"
 
 namespace korvel {
 

@@ -2,13 +2,25 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <ctime>
+#include <deque>
 #include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
 #include <string_view>
+#include <thread>
 
+#include "host/base/Cookie.h"
+#include "station/base/Json.h"
+#include "station/base/Rendering.h"
 #include "station/base/Strings.h"
-#include "tools/capture/MessageFilter.h"
+#include "station/edit/EditSummary.h"
+#include "station/os/SharedFiles.h"
+#include "tools/capture/HeardMessage.h"
 #include "tools/wire/MessageReport.h"
 
 namespace korvel {
@@ -17,7 +29,6 @@ namespace {
 
 constexpr std::array kSenderColours{"\033[32m", "\033[33m", "\033[34m", "\033[35m", "\033[36m"};
 constexpr std::size_t kTimeWidth = 12;
-constexpr std::int64_t kNanosecondsASecond = 1'000'000'000;
 
 /// The time of day here, to the millisecond.
 std::string timeOfDay(std::int64_t time) {
@@ -93,6 +104,218 @@ std::string objectText(const MessageFields& fields) {
     shown += part.before + (part.field == &kContainerField ? happening(text) : text);
   }
   return shown;
+}
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kPatience = std::chrono::milliseconds(300);
+constexpr auto kLookAgainAfter = std::chrono::seconds(20);  // names change now and then
+constexpr std::size_t kMostNames = 10'000;                  // anybody may send any cookie
+
+/// Whether a text is a cookie and nothing else: it becomes part of a path.
+bool isCookie(const std::string& text) {
+  const Cookie cookie(text.c_str(), false);
+  return !cookie.isNull() && cookie.asString().str() == text;
+}
+
+std::string readName(const std::string& path) {
+  if (path.ends_with(".otio")) {
+    const auto bytes = readFresh(path);
+    const auto summary = bytes ? readEditSummary(*bytes) : Result<EditSummary>(bytes.error());
+    return summary ? summary->name : std::string();
+  }
+  const auto bytes = readFresh(path, kLargestRecord);
+  const auto json = bytes ? parseJson(*bytes) : Result<JsonValue>(bytes.error());
+  return json ? (*json)["name"].asString() : std::string();
+}
+
+}  // namespace
+
+/// What the thread that asks and the one that looks have in common; the last of them ends it.
+struct NameBook::Shared {
+  struct Name {
+    std::string text;
+    Clock::time_point lookedAt;
+  };
+
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::deque<std::string> wanted;
+  std::map<std::string, Name> names;
+  bool isLate = false;  ///< the share did not answer in time, and is not waited for until it does
+  bool isEnding = false;
+
+  void look() {
+    std::unique_lock lock(mutex);
+    for (;;) {
+      changed.wait(lock, [this] { return isEnding || !wanted.empty(); });
+      if (isEnding) return;
+      const std::string path = wanted.front();
+      wanted.pop_front();
+      lock.unlock();
+      std::string name = readName(path);
+      lock.lock();
+      if (names.size() >= kMostNames) names.clear();
+      names[path] = {std::move(name), Clock::now()};
+      isLate = false;
+      changed.notify_all();
+    }
+  }
+};
+
+NameBook::NameBook(const std::string& directory)
+    : directory_(directory), shared_(std::make_shared<Shared>()) {
+  // Detached: a look at a share that hangs never ends, and must not keep the program.
+  std::thread([shared = shared_] { shared->look(); }).detach();
+}
+
+NameBook::~NameBook() {
+  const std::lock_guard lock(shared_->mutex);
+  shared_->isEnding = true;
+  shared_->changed.notify_all();
+}
+
+MessageFields NameBook::withNames(MessageFields fields) {
+  if (!fields.valid || !isCookie(fields.project)) return fields;
+  const std::string folder = directory_ + "/" + fields.project;
+  const auto addName = [this](std::string& cookie, const std::string& path) {
+    const std::string name = nameOf(path);
+    if (!name.empty()) cookie = name + " (" + cookie + ")";
+  };
+  if (isCookie(fields.cookie)) {
+    const char kind = Cookie(fields.cookie.c_str(), false).getType();
+    const bool isEdit = kind == CookieTypeEdit || kind == 'S';
+    addName(fields.cookie, folder + "/" + fields.cookie + (isEdit ? ".otio" : ".json"));
+  }
+  addName(fields.project, folder + "/project.json");
+  return fields;
+}
+
+std::string NameBook::nameOf(const std::string& path) {
+  std::unique_lock lock(shared_->mutex);
+  const auto known = shared_->names.find(path);
+  const bool isKnown = known != shared_->names.end();
+  const bool isOld = isKnown && Clock::now() - known->second.lookedAt > kLookAgainAfter;
+  if (isKnown && !isOld) return known->second.text;
+  if (shared_->isLate) return isKnown ? known->second.text : std::string();
+  shared_->wanted.push_back(path);
+  shared_->changed.notify_all();
+  const auto asked = Clock::now();
+  const auto isThere = [&] {
+    const auto found = shared_->names.find(path);
+    return found != shared_->names.end() && found->second.lookedAt >= asked;
+  };
+  if (!shared_->changed.wait_for(lock, kPatience, isThere)) shared_->isLate = true;
+  const auto found = shared_->names.find(path);
+  return found != shared_->names.end() ? found->second.text : std::string();
+}
+
+namespace {
+
+double secondsBetween(std::int64_t from, std::int64_t to) {
+  return static_cast<double>(std::max<std::int64_t>(to - from, 0)) / kNanosecondsASecond;
+}
+
+/// Messages a second, to three places.
+JsonValue rateOf(std::uint64_t messages, double seconds) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.3f",
+                static_cast<double>(messages) / std::max(seconds, 0.001));
+  return JsonValue::number(text);
+}
+
+std::string typesText(const SenderCount& count) {
+  std::string text;
+  for (const auto& [type, messages] : count.types) {
+    text += (text.empty() ? "" : ", ") + type + " " + std::to_string(messages);
+  }
+  return text;
+}
+
+JsonValue typesObject(const SenderCount& count) {
+  JsonValue types = JsonValue::array();
+  for (const auto& [type, messages] : count.types) {
+    types.append(JsonValue::object({{"type_name", type}, {"messages", messages}}));
+  }
+  return types;
+}
+
+std::string nameOf(const std::pair<Ipv4, std::uint16_t>& sender) {
+  return textOf(sender.first) + ":" + std::to_string(sender.second);
+}
+
+}  // namespace
+
+SenderCounts::SenderCounts(std::int64_t start, Observer observer)
+    : start_(start), observer_(std::move(observer)) {}
+
+void SenderCounts::count(const HeardMessage& message, const MessageFields& fields) {
+  ++messages_;
+  SenderCount& sender = senders_[{message.sender, message.senderPort}];
+  if (sender.messages++ == 0) sender.first = message.time;
+  sender.last = message.time;
+  if (!fields.valid) ++sender.notValid;
+  if (!fields.source.empty()) sender.user = fields.source;
+  ++sender.types[fields.valid ? fields.typeName : kNotValid];
+  if (observer_) observer_(message, sender);
+}
+
+JsonValue SenderCounts::report(std::int64_t now, const MissedMessages& missed) const {
+  const double seconds = secondsBetween(start_, now);
+  JsonValue senders = JsonValue::array();
+  for (const auto& [sender, count] : senders_) {
+    senders.append(JsonValue::object({{"sender", textOf(sender.first)},
+                                      {"port", static_cast<int>(sender.second)},
+                                      textMember("user", count.user),
+                                      {"messages", count.messages},
+                                      {"not_valid", count.notValid},
+                                      {"rate", rateOf(count.messages, seconds)},
+                                      {"types", typesObject(count)}}));
+  }
+  return JsonValue::object({{"seconds", seconds},
+                            {"messages", messages_},
+                            {"rate", rateOf(messages_, seconds)},
+                            {"copies", copies_},
+                            {"missed_by_system", missed.bySystem},
+                            {"missed_by_reader", missed.byQueue},
+                            {"senders", std::move(senders)}});
+}
+
+std::string SenderCounts::table(std::int64_t now, const MissedMessages& missed) const {
+  const double seconds = secondsBetween(start_, now);
+  JsonValue rows = JsonValue::array();
+  for (const auto& [sender, count] : senders_) {
+    char rate[32];
+    std::snprintf(rate, sizeof rate, "%.1f",
+                  static_cast<double>(count.messages) / std::max(seconds, 0.001));
+    rows.append(JsonValue::object({{"sender", nameOf(sender)},
+                                   {"user", count.user},
+                                   {"messages", count.messages},
+                                   {"a second", rate},
+                                   {"types", typesText(count)}}));
+  }
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f", seconds);
+  std::string all = senders_.empty() ? "" : renderForPeople(rows) + "\n";
+  all += countText(messages_, "message") + " of " + countText(senders_.size(), "sender") + " in " +
+         text + " s";
+  if (copies_ > 0) all += ", " + countText(copies_, "copy") + " over another network";
+  const std::string lost = missedText(missed);
+  return all + (lost.empty() ? ", none missed" : "\n" + lost);
+}
+
+std::string missedText(const MissedMessages& missed) {
+  std::string text;
+  if (missed.bySystem > 0) {
+    text = countText(missed.bySystem, "message") + " missed: this machine's buffer was full";
+  }
+  if (missed.byQueue > 0) {
+    text += (text.empty() ? "" : "; ") + countText(missed.byQueue, "message") +
+            " missed: what takes the output is too slow";
+  }
+  return text;
 }
 
 }  // namespace korvel

@@ -1,9 +1,15 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
 #include <string>
 
+#include "station/base/Json.h"
 #include "station/wire/MessageFields.h"
 #include "tools/base/Tool.h"
+#include "tools/capture/CaptureSource.h"
 #include "tools/capture/HeardMessage.h"
 
 namespace korvel {
@@ -30,5 +36,71 @@ class MessageLine {
 
 /// What a message is about, in a few words: the object, and what happened to it.
 std::string objectText(const MessageFields& fields);
+
+/// The names of the projects and objects of a projects directory, for people who watch messages, in
+/// which stand cookies alone. Looks them up on a thread of its own, which a share that hangs keeps
+/// without keeping anybody else. One thread.
+class NameBook {
+ public:
+  explicit NameBook(const std::string& directory);
+  NameBook(const NameBook&) = delete;
+  NameBook& operator=(const NameBook&) = delete;
+  ~NameBook();
+
+  /// The same message with names before its cookies: "Feature (P0001)". A cookie whose name is not
+  /// there, or is not found within a third of a second, stays alone.
+  [[nodiscard]] MessageFields withNames(MessageFields fields);
+
+ private:
+  struct Shared;
+
+  std::string nameOf(const std::string& path);
+
+  std::string directory_;
+  std::shared_ptr<Shared> shared_;
+};
+
+/// What was heard of one sender.
+struct SenderCount {
+  std::string user;  ///< the name it gave itself last; empty while it gave none
+  std::uint64_t messages = 0;
+  std::uint64_t notValid = 0;
+  std::int64_t first = 0;  ///< when it was heard first and last, in nanoseconds since 1970
+  std::int64_t last = 0;
+  std::map<std::string, std::uint64_t> types;
+};
+
+/// Counts the messages of each sender. One thread.
+class SenderCounts {
+ public:
+  /// Told of every message with what is known of its sender by then.
+  using Observer = std::function<void(const HeardMessage&, const SenderCount&)>;
+
+  explicit SenderCounts(std::int64_t start, Observer observer = {});
+
+  void count(const HeardMessage& message, const MessageFields& fields);
+
+  /// A message came once more, over another network.
+  void countCopy() { ++copies_; }
+
+  [[nodiscard]] std::uint64_t messages() const { return messages_; }
+  [[nodiscard]] std::size_t senders() const { return senders_.size(); }
+
+  /// The counts as one object: seconds, messages, copies, missed, senders.
+  [[nodiscard]] JsonValue report(std::int64_t now, const MissedMessages& missed) const;
+
+  /// The same for people: a table of the senders and a line about all of them.
+  [[nodiscard]] std::string table(std::int64_t now, const MissedMessages& missed) const;
+
+ private:
+  std::int64_t start_;
+  Observer observer_;
+  std::uint64_t messages_ = 0;
+  std::uint64_t copies_ = 0;
+  std::map<std::pair<Ipv4, std::uint16_t>, SenderCount> senders_;
+};
+
+/// "3 messages missed: ..." with the reason; empty when none were.
+std::string missedText(const MissedMessages& missed);
 
 }  // namespace korvel

@@ -8,11 +8,9 @@
 
 #include "station/net/HeardList.h"
 #include "station/os/SharedFiles.h"
-#include "tools/base/ShareTimeout.h"
+#include "tools/base/ToolHost.h"
 #include "tools/capture/Listening.h"
 #include "tools/capture/MessageLine.h"
-#include "tools/capture/NameBook.h"
-#include "tools/capture/SenderCounts.h"
 #include "tools/wire/MessageReport.h"
 
 namespace korvel {
@@ -21,7 +19,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::int64_t kNanosecondsASecond = 1'000'000'000;
 constexpr auto kBetweenCounts = std::chrono::seconds(10);
 constexpr auto kBetweenLosses = std::chrono::seconds(1);
 

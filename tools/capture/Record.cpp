@@ -8,11 +8,11 @@
 #include <iostream>
 #include <optional>
 
+#include "station/base/Json.h"
 #include "station/base/Strings.h"
-#include "station/base/TextMember.h"
+#include "tools/capture/CaptureFile.h"
 #include "tools/capture/Listening.h"
-#include "tools/capture/PcapngWriter.h"
-#include "tools/capture/SenderCounts.h"
+#include "tools/capture/MessageLine.h"
 
 namespace korvel {
 

@@ -1,3 +1,5 @@
+#include "tools/capture/Replay.h"
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -8,26 +10,64 @@
 #include <limits>
 #include <mutex>
 #include <optional>
+#include <utility>
 
+#include "station/base/Json.h"
 #include "station/base/Strings.h"
-#include "station/base/TextMember.h"
-#include "station/net/DuplicateFilter.h"
 #include "station/net/Interfaces.h"
-#include "station/net/SenderSocket.h"
-#include "station/os/Signals.h"
+#include "station/net/ListenerSocket.h"
+#include "station/net/UdpBroadcaster.h"
+#include "station/os/HostOS.h"
 #include "tools/capture/CaptureFile.h"
-#include "tools/capture/FaultInjector.h"
-#include "tools/capture/MessageFilter.h"
-#include "tools/capture/SenderCounts.h"
+#include "tools/capture/HeardMessage.h"
+#include "tools/capture/MessageLine.h"
 
 namespace korvel {
+
+namespace {
+
+constexpr double kNanosecondsAMillisecond = 1e6;
+
+}  // namespace
+
+std::vector<Departure> FaultInjector::take(Departure departure) {
+  // All four are drawn for every message, so that none depends on which others are asked for.
+  const bool isLost = chance() < faults_.loss;
+  const bool isDoubled = chance() < faults_.duplicate;
+  const bool isLate = chance() < faults_.reorder;
+  const double delay = chance() * faults_.delay * kNanosecondsAMillisecond;
+  if (isLost) {
+    ++lost_;
+    return {};
+  }
+  latest_ = std::max(latest_, departure.due + static_cast<std::int64_t>(delay));
+  departure.due = latest_;
+  std::vector<Departure> group(isDoubled ? 2 : 1, std::move(departure));
+  if (isDoubled) ++duplicated_;
+  if (isLate && held_.empty()) {
+    ++reordered_;
+    held_ = std::move(group);
+    return {};
+  }
+  for (Departure& late : std::exchange(held_, {})) {
+    late.due = latest_;
+    group.push_back(std::move(late));
+  }
+  return group;
+}
+
+std::vector<Departure> FaultInjector::finish() { return std::exchange(held_, {}); }
+
+double FaultInjector::chance() {
+  constexpr double kSteps = 9007199254740992.0;  // 2^53
+  return static_cast<double>(random_() >> 11) / kSteps;
+}
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
 constexpr int kStationsPort = 27015;
-constexpr double kNanosecondsASecond = 1e9;
 constexpr double kLongestWait = 1e17;  // nanoseconds, three years: a clock can hold it
 constexpr const char* kOwnNetwork = "127.255.255.255";
 

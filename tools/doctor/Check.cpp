@@ -3,7 +3,7 @@
 #include <exception>
 
 #include "station/os/Posix.h"
-#include "tools/base/ChildProcess.h"
+#include "tools/base/ToolHost.h"
 
 namespace korvel {
 

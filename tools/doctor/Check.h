@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "station/base/StationSettings.h"
-#include "tools/base/MountInfo.h"
-#include "tools/doctor/LockTrial.h"
+#include "tools/base/ProcInfo.h"
+#include "tools/doctor/ProbeFolder.h"
 #include "tools/locks/UserList.h"
 
 namespace korvel {

@@ -1,7 +1,7 @@
 #include <iostream>
 #include <optional>
 
-#include "station/base/TextMember.h"
+#include "station/base/Json.h"
 #include "tools/base/CommandLine.h"
 #include "tools/base/ToolHost.h"
 #include "tools/doctor/Check.h"

@@ -9,12 +9,11 @@
 #include <cstring>
 
 #include "station/base/Strings.h"
-#include "station/net/DatagramReader.h"
 #include "station/net/ListenerSocket.h"
-#include "station/net/SenderSocket.h"
+#include "station/net/UdpBroadcaster.h"
 #include "station/os/SharedFiles.h"
-#include "tools/base/ChildProcess.h"
 #include "tools/base/ProcInfo.h"
+#include "tools/base/ToolHost.h"
 #include "tools/doctor/Firewall.h"
 #include "tools/doctor/ProbeFolder.h"
 

@@ -1,5 +1,6 @@
 #include "tools/doctor/PeerTest.h"
 
+#include <poll.h>
 #include <strings.h>
 #include <unistd.h>
 
@@ -7,6 +8,8 @@
 #include <cstdio>
 
 #include "station/base/Strings.h"
+#include "station/net/ListenerSocket.h"
+#include "station/net/UdpBroadcaster.h"
 #include "station/os/SharedFiles.h"
 #include "tools/doctor/Check.h"
 
@@ -189,6 +192,242 @@ Check meetingCheck(const DoctorFacts& facts, const std::string& other,
           Role::eOrdinary,
           kLimit + patience.value_or(kPatience),
           look};
+}
+
+namespace {
+
+constexpr int kDatagrams = 10;
+constexpr unsigned kMicrosecondsBetweenDatagrams = 20'000;
+constexpr int kMillisecondsAfterwards = 500;
+
+/// What one side heard of the other's datagrams.
+struct Hearing {
+  bool canListen = true;
+  int heard = 0;
+};
+
+JsonValue letterOf(const Hearing& hearing) {
+  return JsonValue::object({{"can_listen", hearing.canListen}, {"heard", hearing.heard}});
+}
+
+void sendAll(const Pair& pair) {
+  SenderSocket sender;
+  Interfaces interfaces;
+  std::vector<Ipv4> addresses;
+  for (const std::string& word : pair.facts.station.sendTo) {
+    if (const auto address = parseIpv4(word)) addresses.push_back(*address);
+  }
+  const std::string bytes = trialDatagram(pair.mail.ownId());
+  for (int count = 0; count < kDatagrams; ++count) {
+    for (const Destination& destination : interfaces.destinations(addresses)) {
+      sender.send(destination, static_cast<std::uint16_t>(pair.facts.port), bytes);
+    }
+    ::usleep(kMicrosecondsBetweenDatagrams);
+  }
+}
+
+/// Over several networks in common each may come more than once.
+int countFrom(const std::string& id, const ListenerSocket& listener) {
+  DatagramReader reader;
+  const std::string wanted = trialDatagram(id);
+  int heard = 0;
+  pollfd readable{listener.descriptor(), POLLIN, 0};
+  while (heard < kDatagrams && ::poll(&readable, 1, kMillisecondsAfterwards) == 1) {
+    const int count = reader.read(listener.descriptor());
+    if (count <= 0) break;
+    for (int index = 0; index < count; ++index) {
+      if (reader.at(static_cast<std::size_t>(index)).bytes == wanted) ++heard;
+    }
+  }
+  return std::min(heard, kDatagrams);
+}
+
+Finding deafFinding(const PeerTestSide& deaf, const PeerTestSide& heard) {
+  const std::string port = std::to_string(deaf.port);
+  return fail(
+      heard.host + " hears " + deaf.host + ", but " + deaf.host + " does not hear " + heard.host,
+      "on " + deaf.host + ", let UDP port " + port +
+          " in through the firewall: a rule there drops what comes in (ufw allow " + port +
+          "/udp; firewall-cmd --permanent --add-port=" + port +
+          "/udp; kv-share doctor as root names the rule), or one on " + heard.host +
+          " drops what goes out");
+}
+
+Finding judge(const Pair& pair, const Hearing& own, const Hearing& others) {
+  const std::string both = pair.self.host + " and " + pair.other.host;
+  if (pair.self.port != pair.other.port) {
+    return fail(both + " use different ports, " + std::to_string(pair.self.port) + " and " +
+                    std::to_string(pair.other.port),
+                "set one port on every station (shared_projects_udp_port)");
+  }
+  for (const auto& [hearing, side] : {std::pair(own, pair.self), std::pair(others, pair.other)}) {
+    if (!hearing.canListen) {
+      return fail(
+          side.host + " cannot listen at UDP port " + std::to_string(side.port),
+          "end the program that has the port there: kv-share doctor on " + side.host + " names it");
+    }
+  }
+  if (own.heard > 0 && others.heard > 0) {
+    return pass(both + " hear each other: " + std::to_string(own.heard) + " and " +
+                std::to_string(others.heard) + " of " + std::to_string(kDatagrams) + " datagrams");
+  }
+  if (own.heard > 0) return deafFinding(pair.other, pair.self);
+  if (others.heard > 0) return deafFinding(pair.self, pair.other);
+  return fail(
+      both + " do not hear each other",
+      "see that both are in one network (their destinations' lines name it), else name each "
+      "other with --send-to; then see both firewalls, and whether the switch passes "
+      "broadcasts");
+}
+
+}  // namespace
+
+Findings tryHearing(Pair& pair) {
+  Hearing own;
+  const auto listener = ListenerSocket::open(pair.facts.station.listen, pair.facts.port);
+  own.canListen = static_cast<bool>(listener);
+  pair.mail.post("listens");
+  if (!pair.mail.await(pair.otherId, "listens", pair.patience)) {
+    return {fail(pair.other.host + " went away before it listened", "run both again")};
+  }
+  sendAll(pair);
+  pair.mail.post("sent");
+  if (!pair.mail.await(pair.otherId, "sent", pair.patience)) {
+    return {fail(pair.other.host + " went away before it had sent", "run both again")};
+  }
+  if (listener) own.heard = countFrom(pair.otherId, *listener);
+  pair.mail.post("heard", letterOf(own));
+  const auto letter = pair.mail.await(pair.otherId, "heard", pair.patience);
+  if (!letter) return {fail(pair.other.host + " did not say what it heard", "run both again")};
+  return {judge(pair, own,
+                {(*letter)["can_listen"].asBool(), static_cast<int>((*letter)["heard"].asLong())})};
+}
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr auto kTimeToFree = std::chrono::seconds(10);
+
+/// What came of one order of holding and trying.
+struct Round {
+  bool isHeld = false;   ///< the holder got the file
+  bool isTaken = false;  ///< the other got it at the same time
+  long freeAfter = -1;   ///< milliseconds after the kill; -1 for not within the limit
+  std::string problem;   ///< why there was no trial at all
+};
+
+JsonValue letterOf(const Round& round) {
+  return JsonValue::object({{"held", round.isHeld},
+                            {"taken", round.isTaken},
+                            {"free_after", round.freeAfter},
+                            {"problem", round.problem}});
+}
+
+Round roundOf(const JsonValue& letter) {
+  return {letter["held"].asBool(), letter["taken"].asBool(), letter["free_after"].asLong(-1),
+          letter["problem"].asString()};
+}
+
+Round lost(const Pair& pair) {
+  Round round;
+  round.problem = pair.other.host + " went away during the trial";
+  return round;
+}
+
+/// Holds the file until the other has tried it, then kills the holder.
+Round hold(Pair& pair, const std::string& name) {
+  const ProbeFile file(pair.folder.file(std::min(pair.mail.ownId(), pair.otherId), name));
+  LockHolder holder(pair.facts.open, file.path());
+  Round round;
+  round.isHeld = holder.isHolding();
+  if (!round.isHeld) round.problem = refusalText(holder.problem());
+  pair.mail.post(name + "-held", letterOf(round));
+  if (!round.isHeld) return round;
+  if (!pair.mail.await(pair.otherId, name + "-tried", pair.patience)) return lost(pair);
+  holder.kill();
+  pair.mail.post(name + "-killed");
+  const auto result = pair.mail.await(pair.otherId, name + "-free", pair.patience + kTimeToFree);
+  return result ? roundOf(*result) : lost(pair);
+}
+
+/// Tries the file while the other holds it, and again after the holder was killed.
+Round tryWhileHeld(Pair& pair, const std::string& name) {
+  const std::string path = pair.folder.file(std::min(pair.mail.ownId(), pair.otherId), name);
+  const auto held = pair.mail.await(pair.otherId, name + "-held", pair.patience);
+  if (!held) return lost(pair);
+  Round round = roundOf(*held);
+  if (!round.isHeld) return round;
+  {
+    const OpenOutcome outcome = pair.facts.open(path);
+    round.isTaken = outcome.problem == eFileError::eNone;
+    if (!round.isTaken && outcome.problem != eFileError::eHeld) {
+      round.problem = refusalText(outcome.problem);
+    }
+  }
+  pair.mail.post(name + "-tried");
+  if (!pair.mail.await(pair.otherId, name + "-killed", pair.patience)) return lost(pair);
+  const auto free = timeUntilFree(pair.facts.open, path, kTimeToFree);
+  if (free) round.freeAfter = free->count();
+  pair.mail.post(name + "-free", letterOf(round));
+  return round;
+}
+
+std::string joined(const std::vector<std::string>& words) {
+  std::string all;
+  for (const auto& word : words) all += (all.empty() ? "" : " and ") + word;
+  return all;
+}
+
+/// The option that is to blame, by the mounts of both; what to look for where none shows.
+std::string fixFor(const Pair& pair) {
+  std::string fix;
+  for (const PeerTestSide* const side : {&pair.self, &pair.other}) {
+    if (side->breakers.empty()) continue;
+    fix += (fix.empty() ? "on " : "; on ") + side->host + ", mount it without " +
+           joined(side->breakers);
+  }
+  if (!fix.empty()) return fix + "; a lock counts between machines only if every one sends it";
+  return "no option of either mount says why (" + pair.self.host + ": " + pair.self.mount + "; " +
+         pair.other.host + ": " + pair.other.mount +
+         "): see that both mount the same export of one server, and that the server passes locks "
+         "on";
+}
+
+Findings judge(const Pair& pair, const Round& round, const std::string& holder,
+               const std::string& other) {
+  const std::string held = "while " + holder + " holds a file, ";
+  if (!round.problem.empty()) {
+    return {fail(held + "the trial failed: " + round.problem, fixFor(pair))};
+  }
+  if (round.isTaken) {
+    return {fail("locks do not lock: " + held + other + " takes it, too", fixFor(pair))};
+  }
+  if (round.freeAfter < 0) {
+    return {pass(held + other + " is refused"),
+            warn("10 s after the program on " + holder + " that held it was killed, " + other +
+                     " is still refused",
+                 "wait for the server's lease (NFSv4: 90 s unless set otherwise); if it stays so, "
+                 "clear the server's locks")};
+  }
+  return {pass(held + other + " is refused, and gets it " + std::to_string(round.freeAfter) +
+               " ms after the holder was killed")};
+}
+
+}  // namespace
+
+Findings tryLocks(Pair& pair) {
+  Findings findings;
+  for (const char* const name : {"lock-1", "lock-2"}) {
+    const bool isHolder = pair.isFirst() == (std::string(name) == "lock-1");
+    const Round round = isHolder ? hold(pair, name) : tryWhileHeld(pair, name);
+    const std::string& holder = isHolder ? pair.self.host : pair.other.host;
+    const std::string& other = isHolder ? pair.other.host : pair.self.host;
+    for (Finding& finding : judge(pair, round, holder, other)) {
+      findings.push_back(std::move(finding));
+    }
+  }
+  return findings;
 }
 
 }  // namespace korvel

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "tools/doctor/Check.h"
-#include "tools/doctor/FileMailbox.h"
+#include "tools/doctor/ProbeFolder.h"
 
 namespace korvel {
 

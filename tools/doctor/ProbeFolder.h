@@ -1,8 +1,16 @@
 #pragma once
 
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
+#include "host/os/iFileManager.h"
+#include "station/base/Json.h"
 #include "station/base/Result.h"
+#include "tools/base/ToolHost.h"
 
 namespace korvel {
 
@@ -56,5 +64,81 @@ class ProbeFile {
  private:
   std::string path_;
 };
+
+/// Letters between the trials of two machines: small files in the probe folder, each written once,
+/// whole, under a name of its own, so that no cache of a network file system has an older one of it
+/// and no lock is needed.
+///
+///     kvd-<who wrote it>-<step>      kvd-6f1c22ab-here
+///
+/// Letters are found by listing the folder, never by looking for one in vain. What this one wrote
+/// is removed with it.
+class FileMailbox {
+ public:
+  FileMailbox(const ProbeFolder& folder, std::string ownId);
+  FileMailbox(const FileMailbox&) = delete;
+  FileMailbox& operator=(const FileMailbox&) = delete;
+  ~FileMailbox();
+
+  [[nodiscard]] const std::string& ownId() const { return ownId_; }
+
+  /// Writes a letter; false where the share does not take it.
+  bool post(const std::string& step, const JsonValue& letter = JsonValue::object());
+
+  /// The letter of this step by another trial, as soon as it is there; nothing after `patience`.
+  [[nodiscard]] std::optional<JsonValue> await(const std::string& id, const std::string& step,
+                                               std::chrono::milliseconds patience) const;
+
+  /// The trials, other than this one, that have written this step.
+  [[nodiscard]] std::set<std::string> writersOf(const std::string& step) const;
+
+ private:
+  /// A letter that came in the same tick of the server's clock as the last look leaves the folder's
+  /// time as it was, and a network file system's cache does not look again for up to a minute; a
+  /// new time of the folder makes it look.
+  void touchNowAndThen() const;
+
+  const ProbeFolder& folder_;
+  std::string ownId_;
+  mutable std::chrono::steady_clock::time_point nextTouch_;
+  std::vector<std::string> written_;
+};
+
+/// How an exclusive open came out.
+struct OpenOutcome {
+  Kv::Ptr<iFile> file;  ///< open where it was won
+  eFileError problem = eFileError::eNone;
+};
+
+/// Opens a file exclusively, as a station takes a lock; makes it where it is missing.
+using ExclusiveOpen = std::function<OpenOutcome(const std::string& path)>;
+
+/// The station's own file manager.
+OpenOutcome openAsStationsDo(const std::string& path);
+
+/// A process that holds a file exclusively until it is killed or this is destroyed.
+class LockHolder {
+ public:
+  /// Waits until the process holds the file or could not take it.
+  LockHolder(const ExclusiveOpen& open, const std::string& path);
+  [[nodiscard]] bool isHolding() const { return problem_ == eFileError::eNone; }
+  [[nodiscard]] eFileError problem() const { return problem_; }
+
+  /// kill -9.
+  void kill() { child_.kill(); }
+
+ private:
+  ChildProcess child_;
+  eFileError problem_ = eFileError::eOther;
+};
+
+/// Opens until it is won or `patience` is over; how long it took, or nothing.
+std::optional<std::chrono::milliseconds> timeUntilFree(const ExclusiveOpen& open,
+                                                       const std::string& path,
+                                                       std::chrono::milliseconds patience);
+
+/// Why a file could not be opened exclusively, and what to do: "the file system offers no locks,
+/// ...". Not for one that is held.
+std::string refusalText(eFileError problem);
 
 }  // namespace korvel

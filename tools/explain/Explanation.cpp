@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iostream>
+#include <optional>
+#include <sstream>
 
 #include "host/os/OS.h"
 #include "station/base/Json.h"
@@ -12,9 +15,9 @@
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
-#include "tools/base/MountInfo.h"
 #include "tools/base/ProcInfo.h"
 #include "tools/base/Tool.h"
+#include "tools/base/ToolHost.h"
 #include "tools/locks/LockList.h"
 #include "tools/locks/UserList.h"
 
@@ -281,6 +284,79 @@ std::string sentenceOf(const Explanation& explanation) {
   if (!explanation.where.empty()) text += " (" + explanation.where + ")";
   if (!explanation.advice.empty()) text += "; " + explanation.advice;
   return shownText(text) + ".";
+}
+
+namespace {
+
+struct Request : ShareRequest {
+  std::optional<std::string> host;  ///< of the station that is refused
+};
+
+const char* kindOf(const Subject& subject) {
+  constexpr const char* kKinds[] = {"project", "room", "edit", "log", "file"};
+  return kKinds[static_cast<std::size_t>(subject.kind)];
+}
+
+JsonValue objectOf(const Subject& subject, const Explanation& explanation) {
+  JsonValue object = JsonValue::object({textMember("path", subject.path),
+                                        {"kind", kindOf(subject)},
+                                        {"object", shownText(explanation.object)},
+                                        {"state", explanation.state},
+                                        {"by", shownText(explanation.by)},
+                                        {"since", ""},
+                                        {"where", shownText(explanation.where)},
+                                        {"advice", shownText(explanation.advice)},
+                                        {"text", sentenceOf(explanation)}});
+  if (explanation.since != 0) object.set("since", textOfTime(explanation.since));
+  return object;
+}
+
+/// A refusal of several lines, each without control characters.
+ToolStatus refuse(const std::string& message) {
+  std::istringstream lines(message);
+  std::string line;
+  std::getline(lines, line);
+  toolProblem(eToolUsage, line);
+  while (std::getline(lines, line)) std::cerr << shownText(line) << '\n';
+  return eToolUsage;
+}
+
+ToolStatus explainPath(const Request& request) {
+  const std::string path = directoryOf(request.path);
+  std::vector<std::string> words{"--projects", projectsDirectoryOf(path)};
+  if (request.host) words.insert(words.end(), {"--host", *request.host});
+  const auto options = stationOptions(words);
+  if (!options) return toolProblem(eToolUsage, options.error().message);
+  const ToolHost host(options->projectsDirectory);
+  const auto subject = subjectAt(path);
+  if (!subject) return refuse(subject.error().message);
+  const Explanation explanation = explain(*subject, options->host);
+  if (request.asJson) {
+    printJson(objectOf(*subject, explanation));
+  } else {
+    std::cout << sentenceOf(explanation) << '\n';
+  }
+  return explanation.isFree() ? eToolDone : eToolFinding;
+}
+
+}  // namespace
+
+void addExplainCommand(CommandLine& line) {
+  addShareCommand<Request>(
+      line,
+      {"explain", "Say why a project, room or edit cannot be taken or changed, and what to do",
+       [](CommandOptions& options, Request& request) {
+         options.word("PATH", request.path,
+                      "A project's folder, a lock file, a room's or edit's file, or one made "
+                      "of names: DIR/Feature/Sound");
+         options.text("--host", "NAME", request.host,
+                      "The host name of the station that is refused; this machine's by "
+                      "default");
+         options.flag("--json", request.asJson, "One JSON object instead of a sentence");
+         options.footer(
+             "Takes nothing. Exit status: 0 when nothing stands in the way; 1 when it does.");
+       },
+       explainPath});
 }
 
 }  // namespace korvel

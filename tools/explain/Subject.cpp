@@ -10,7 +10,7 @@
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/RoomNames.h"
-#include "tools/base/ShareTimeout.h"
+#include "tools/base/ToolHost.h"
 
 namespace korvel {
 

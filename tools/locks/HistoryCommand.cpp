@@ -1,10 +1,9 @@
 #include <memory>
 
-#include "station/base/TextMember.h"
+#include "station/base/Json.h"
 #include "station/os/FolderListing.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
-#include "tools/base/ShareTimeout.h"
 #include "tools/base/Tool.h"
 #include "tools/base/ToolHost.h"
 

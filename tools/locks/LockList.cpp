@@ -3,17 +3,20 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <iostream>
 #include <set>
 #include <tuple>
 
 #include "host/os/OS.h"
+#include "station/base/Json.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/RoomNames.h"
-#include "tools/base/ShareTimeout.h"
+#include "tools/base/Tool.h"
+#include "tools/base/ToolHost.h"
 
 namespace korvel {
 
@@ -157,6 +160,185 @@ std::string lockFileOf(const LockEntry& lock) {
 
 std::string stateName(LockState state) {
   return state == LockState::eHeld ? "held" : lockStateText(state);
+}
+
+namespace {
+
+std::string timeText(const LockEntry& lock) { return lock.since ? textOfTime(lock.since) : ""; }
+
+/// For people: a held lock without a readable name says so.
+std::string holderColumn(const LockEntry& lock) {
+  if (lock.hasOldName) return "(not known: " + nameOf(lock.path) + ".inf is of an earlier holder)";
+  if (!lock.holder.empty()) return lock.holder;
+  return lock.state == LockState::eHeld ? "(name not readable yet)" : "";
+}
+
+/// For people: "free" would say that nobody is in a shared project, which no lock tells.
+std::string stateColumn(const LockEntry& lock) {
+  return lock.isShared && lock.state == LockState::eFree ? "open to all" : stateName(lock.state);
+}
+
+JsonValue rowOf(const LockEntry& lock) {
+  return JsonValue::object({{"lock", lock.path},
+                            {"project", lock.project},
+                            {"room", lock.room},
+                            {"state", stateColumn(lock)},
+                            {"by", holderColumn(lock)},
+                            {"since", timeText(lock)}});
+}
+
+JsonValue objectOf(const LockEntry& lock) {
+  return JsonValue::object({textMember("lock", lock.path),
+                            {"kind", lock.room.empty() ? "project" : "room"},
+                            textMember("project", lock.project),
+                            textMember("room", lock.room),
+                            {"state", stateName(lock.state)},
+                            textMember("by", lock.holder),
+                            {"since", timeText(lock)}});
+}
+
+/// What needs a look stands out: what a gone station left behind, and what cannot be looked at.
+const char* colourOf(const JsonValue& row) {
+  const std::string& state = row["state"].asString();
+  if (state == stateName(LockState::eHeld)) return kGreen;
+  if (state == stateName(LockState::eLeftBehind)) return kYellow;
+  return state == stateName(LockState::eUnknown) ? kRed : kPlain;
+}
+
+ToolStatus showLocks(const ShareRequest& request) {
+  const ToolHost host(directoryOf(request.path));
+  if (auto usable = host.checkDirectory(); !usable) {
+    return toolProblem(eToolUsage, usable.error().message);
+  }
+  std::vector<LockEntry> locks;
+  const auto listed = forEachLock([&](const LockEntry& lock) { locks.push_back(lock); });
+  if (!listed) return toolProblem(eToolUsage, listed.error().message);
+  if (locks.empty()) {
+    if (auto found = expectProjects(directoryOf(request.path)); !found) {
+      return toolProblem(eToolUsage, found.error().message);
+    }
+  }
+  sortByName(locks);
+  JsonValue all = JsonValue::array();
+  for (const LockEntry& lock : locks) all.append(request.asJson ? objectOf(lock) : rowOf(lock));
+  if (request.asJson) {
+    printJson(all);
+  } else {
+    printTable(all, colourOf);
+  }
+  const bool isKnown = std::ranges::none_of(
+      locks, [](const LockEntry& lock) { return lock.state == LockState::eUnknown; });
+  return isKnown ? eToolDone : eToolFinding;
+}
+
+}  // namespace
+
+void addLocksCommand(CommandLine& line) {
+  addShareCommand<ShareRequest>(
+      line, {"locks", "Show every project and room: free, held or left behind",
+             [](CommandOptions& options, ShareRequest& request) {
+               options.word("DIR", request.path, "The projects directory");
+               options.flag("--json", request.asJson, "One JSON array instead of a table");
+               options.footer(
+                   "Looking takes no lock. Exit status: 0; 1 when a lock may not be looked at.");
+             },
+             showLocks});
+}
+
+namespace {
+
+struct Request : ShareRequest {
+  std::string lock;
+  bool isAgreed = false;
+};
+
+std::string holderOf(const LockEntry& lock) {
+  return lock.holder.empty() ? "a station whose user's name cannot be read"
+                             : shownText(lock.holder);
+}
+
+ToolStatus refuseHeld(LockEntry lock) {
+  lookAgain(lock);
+  return toolProblem(eToolFinding, shownText(lock.path) + " is held by " + holderOf(lock) +
+                                       ": nothing was removed; it can be removed when that "
+                                       "station has left or is gone");
+}
+
+bool userAgrees(const LockEntry& lock) {
+  std::cout << "Remove " << shownText(lock.path) << ", left behind by " << holderOf(lock) << " at "
+            << textOfTime(lock.since) << "? [y/N] " << std::flush;
+  std::string answer;
+  shareRests();
+  std::getline(std::cin, answer);
+  shareAnswered();
+  return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+/// The information file goes while this holds the lock, so that it cannot be a new holder's; then
+/// the lock file goes by the file manager's removal, which takes the lock itself and leaves alone
+/// what a station has taken in between.
+ToolStatus removeLock(const LockEntry& lock) {
+  iFileManager& files = OS().fileManager();
+  const auto path = wideText(lockFileOf(lock));
+  auto held = files.openFile(path, eFileReadWrite, eFileOpenExisting, eFileShareNone, eFileNoFlags);
+  if (!held || !held->isOpen()) {
+    if (files.lastError() == eFileError::eHeld) return refuseHeld(lock);
+    return toolProblem(eToolFinding,
+                       lockRefusal(shownText(lock.path), files.lastError(), {}, {}).message);
+  }
+  const bool hadName = files.removeFile(path + L".inf") && !lock.holder.empty();
+  held.reset();
+  if (!files.removeFile(path)) return refuseHeld(lock);
+  std::cout << "removed " << shownText(lock.path) << (hadName ? " and its information file" : "")
+            << ", left behind by " << holderOf(lock) << '\n';
+  return eToolDone;
+}
+
+ToolStatus breakOne(const LockEntry& lock, const Request& request) {
+  switch (lock.state) {
+    case LockState::eFree:
+      std::cout << shownText(lock.path) << " is free: there is nothing to remove\n";
+      return eToolDone;
+    case LockState::eHeld:
+      return refuseHeld(lock);
+    default:
+      break;
+  }
+  if (request.isAgreed || userAgrees(lock)) return removeLock(lock);
+  return toolProblem(eToolFinding, "nothing was removed");
+}
+
+ToolStatus breakLock(const Request& request) {
+  const ToolHost host(directoryOf(request.path));
+  if (auto usable = host.checkDirectory(); !usable) {
+    return toolProblem(eToolUsage, usable.error().message);
+  }
+  const auto named = locksNamed(request.lock);
+  if (!named) return toolProblem(eToolUsage, named.error().message);
+  const std::vector<LockEntry>& locks = *named;
+  if (locks.size() == 1) return breakOne(locks.front(), request);
+  std::string problem = "\"" + shownText(request.lock) + "\" is no project or room of " +
+                        shownText(request.path) + "; kv-share locks shows them";
+  if (!locks.empty()) problem = "\"" + shownText(request.lock) + "\" is the name of several:";
+  for (const LockEntry& lock : locks) problem += " " + shownText(lock.path);
+  return toolProblem(eToolUsage, problem);
+}
+
+}  // namespace
+
+void addBreakCommand(CommandLine& line) {
+  addShareCommand<Request>(
+      line,
+      {"break", "Remove a lock that a station left behind that is gone",
+       [](CommandOptions& options, Request& request) {
+         options.word("DIR", request.path, "The projects directory");
+         options.word("LOCK", request.lock,
+                      "As kv-share locks shows it, or a project's or room's name");
+         options.flag("--yes", request.isAgreed, "Do not ask before");
+         options.footer(
+             "Refuses while anybody holds the lock. Exit status: 0; 1 when nothing was removed.");
+       },
+       breakLock});
 }
 
 }  // namespace korvel

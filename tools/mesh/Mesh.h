@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "station/base/Result.h"
-#include "station/net/Ipv4.h"
+#include "station/net/Interfaces.h"
 #include "tools/base/Finding.h"
 
 namespace korvel {

@@ -1,16 +1,74 @@
 #include "tools/wire/MessageReport.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
+#include <cstring>
+#include <iostream>
+#include <optional>
+#include <sstream>
 
 #include "host/base/Cookie.h"
 #include "host/edit/EditModification.h"
+#include "station/base/Json.h"
 #include "station/base/Strings.h"
-#include "station/base/TextMember.h"
-#include "station/net/SenderSocket.h"
+#include "station/net/UdpBroadcaster.h"
 #include "station/wire/MessageFields.h"
+#include "station/wire/MessageType.h"
+#include "tools/base/CommandLine.h"
 
 namespace korvel {
+
+namespace {
+
+/// Without capitals, dashes and the leading "e" of the record's own names.
+std::string plainName(const std::string& name) {
+  std::string plain;
+  const bool hasPrefix = name.size() > 1 && name[0] == 'e' && std::isupper(name[1] & 0xFF) != 0;
+  for (const char letter : name.substr(hasPrefix ? 1 : 0)) {
+    const int byte = letter & 0xFF;
+    if (std::isalnum(byte)) plain += static_cast<char>(std::tolower(byte));
+  }
+  return plain;
+}
+
+std::string dashedName(const std::string& name) {
+  std::string dashed;
+  for (const char letter : name) {
+    const bool startsWord = std::isupper(letter & 0xFF) != 0;
+    if (startsWord && !dashed.empty()) dashed += '-';
+    dashed += static_cast<char>(std::tolower(letter & 0xFF));
+  }
+  return dashed;
+}
+
+}  // namespace
+
+std::optional<int> messageTypeOf(const std::string& text) {
+  int number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error == std::errc() && end == text.data() + text.size()) return number;
+  for (const MessageType& type : messageTypes()) {
+    if (plainName(text) == plainName(type.name)) return type.number;
+  }
+  if (plainName(text) == plainName(messageTypeName(MessageType::eNone))) return MessageType::eNone;
+  return std::nullopt;
+}
+
+std::vector<std::string> messageTypeNames() {
+  std::vector<std::string> names;
+  for (const MessageType& type : messageTypes()) names.push_back(dashedName(type.name));
+  return names;
+}
+
+std::string noSuchMessageType(const std::string& text) {
+  const std::string near = nearestName(text, messageTypeNames());
+  const std::string remedy = near.empty()
+                                 ? "; types are " + std::to_string(MessageType::kFirst) + " to " +
+                                       std::to_string(MessageType::kLast) + " and their names"
+                                 : "; did you mean " + near + "?";
+  return "there is no message type \"" + shownText(text) + "\"" + remedy;
+}
 
 namespace {
 
@@ -177,6 +235,83 @@ std::vector<std::string> warningsAbout(const std::string& wireText) {
   warnAboutValues(*type, message, warnings);
   warnAboutLetters(fields, warnings);
   return warnings;
+}
+
+namespace {
+
+struct Request {
+  std::string file;
+  bool isHex = false;
+};
+
+int digitOf(char letter) {
+  if (letter >= '0' && letter <= '9') return letter - '0';
+  if (letter >= 'a' && letter <= 'f') return letter - 'a' + 10;
+  if (letter >= 'A' && letter <= 'F') return letter - 'A' + 10;
+  return -1;
+}
+
+/// The bytes that hex digits stand for; blanks and colons between them do not count.
+std::optional<std::string> bytesOfHex(const std::string& line) {
+  std::string bytes;
+  int high = -1;
+  for (const char letter : line) {
+    if (std::strchr(" \t\r:", letter)) continue;
+    const int digit = digitOf(letter);
+    if (digit < 0) return std::nullopt;
+    if (high >= 0) bytes += static_cast<char>(high * 16 + digit);
+    high = high >= 0 ? -1 : digit;
+  }
+  if (high >= 0) return std::nullopt;
+  return bytes;
+}
+
+ToolStatus show(const std::string& datagram) {
+  const JsonValue message = describeMessage(datagram);
+  printJson(message);
+  return message["valid"].asBool() ? eToolDone : eToolFinding;
+}
+
+std::string placeOf(const Request& request, int line) {
+  return (request.file.empty() ? "standard input" : request.file) + " line " + std::to_string(line);
+}
+
+ToolStatus decodeHexLines(const Request& request, const std::string& input) {
+  ToolStatus status = eToolDone;
+  std::istringstream lines(input);
+  int number = 0;
+  for (std::string line; std::getline(lines, line);) {
+    ++number;
+    if (line.find_first_not_of(" \t\r") == line.npos) continue;
+    const auto bytes = bytesOfHex(line);
+    status = std::max(
+        status, bytes ? show(*bytes)
+                      : toolProblem(eToolUsage, placeOf(request, number) +
+                                                    " is not pairs of hex digits; it is left out"));
+  }
+  return status;
+}
+
+ToolStatus decode(const Request& request) {
+  std::string input;
+  if (!readInput(request.file, input)) {
+    return toolProblem(eToolUsage, request.file + " cannot be read (" + std::strerror(errno) + ")");
+  }
+  return request.isHex ? decodeHexLines(request, input) : show(input);
+}
+
+}  // namespace
+
+void addDecodeCommand(CommandLine& line) {
+  line.add<Request>(
+      {"decode", "Show what datagrams say, one JSON object each",
+       [](CommandOptions& options, Request& request) {
+         options.flag("--hex", request.isHex, "The input is one datagram a line, in hex");
+         options.optionalWord("FILE", request.file, "The input; standard input by default");
+         options.footer(
+             "Exit status: 0; 1 when a message is not valid; 2 for an input that cannot be read.");
+       },
+       decode});
 }
 
 }  // namespace korvel

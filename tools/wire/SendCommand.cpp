@@ -4,9 +4,10 @@
 #include <string_view>
 
 #include "ProjectShare/NetMessage.h"
-#include "station/base/DiagnosticStream.h"
+#include "host/project/iProjectShare.h"
 #include "station/base/Events.h"
 #include "station/base/HostThread.h"
+#include "station/base/Log.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/net/NetworkService.h"
@@ -14,8 +15,6 @@
 #include "station/wire/MessageFields.h"
 #include "tools/base/CommandLine.h"
 #include "tools/wire/MessageReport.h"
-#include "tools/wire/MessageTypes.h"
-#include "tools/wire/NamedSender.h"
 
 namespace korvel {
 
@@ -39,6 +38,33 @@ struct Request {
   std::string source = loginName();
   int port = kDefaultPort;
   std::vector<std::string> sendTo;
+};
+
+/// Stands in for a station's project share where messages are written on behalf of a user: it
+/// knows that user's name, and holds nothing.
+class NamedSender : public iProjectShare {
+ public:
+  explicit NamedSender(const std::string& user)
+      : iProjectShare("kv-share"), user_(wideText(user)) {}
+
+  LightweightString<wchar_t> getCurrentUser() override { return user_; }
+
+  [[nodiscard]] bool canManageCurrentProjectSpace() const override { return false; }
+  LightweightString<wchar_t> getProjectLockFile(const Cookie&) override { return {}; }
+  bool isProjectOccupied(const Cookie&) override { return false; }
+  bool lockProject(const Cookie&) override { return false; }
+  bool unlockCurrentlyLockedProject() override { return false; }
+  LightweightString<wchar_t> getProjectLockOwner(const Cookie&) override { return {}; }
+  bool isRoomOccupied(const LightweightString<wchar_t>&) override { return false; }
+  bool lockRoom(const LightweightString<wchar_t>&) override { return false; }
+  void unlockCurrentRoom() override {}
+  LightweightString<wchar_t> getRoomLockOwner(const LightweightString<wchar_t>&) override {
+    return {};
+  }
+  std::uint32_t getNumActiveUsers() override { return 0; }
+
+ private:
+  LightweightString<wchar_t> user_;
 };
 
 /// What happened to the datagram, for the user.

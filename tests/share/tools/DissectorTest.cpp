@@ -7,7 +7,7 @@
 
 #include "station/wire/MessageFields.h"
 #include "tests/support/ToolRun.h"
-#include "tools/capture/PcapngWriter.h"
+#include "tools/capture/CaptureFile.h"
 
 #ifdef KV_TSHARK
 

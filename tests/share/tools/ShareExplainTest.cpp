@@ -8,7 +8,7 @@
 #include "station/base/Json.h"
 #include "tests/fakes/ForkedProcess.h"
 #include "tests/support/ToolRun.h"
-#include "tools/doctor/LockTrial.h"
+#include "tools/doctor/ProbeFolder.h"
 
 using namespace korvel;
 

@@ -6,7 +6,7 @@
 
 #include "ProjectShare/Broadcaster.h"
 #include "ProjectShare/Messager.h"
-#include "station/base/Notifications.h"
+#include "station/base/Events.h"
 #include "station/base/Strings.h"
 #include "station/ui/Desktop.h"
 #include "station/ui/PanelDriver.h"

@@ -4,8 +4,7 @@
 
 #include "host/ui/DragDropManager.h"
 #include "host/ui/UifStd.h"
-#include "station/ui/ComponentTypes.h"
-#include "station/ui/Screen.h"
+#include "station/ui/Desktop.h"
 #include "tests/unit/ProjectShare/MessagerScene.h"
 
 using namespace korvel;

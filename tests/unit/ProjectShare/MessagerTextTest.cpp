@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "station/ui/Screen.h"
+#include "station/ui/Desktop.h"
 #include "tests/unit/ProjectShare/MessagerScene.h"
 
 using namespace korvel;

@@ -1,4 +1,4 @@
-#include "app/base/ConfigFile.h"
+#include "app/base/Options.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "app/base/EventFile.h"
+#include "app/base/EventSinks.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "app/base/EventHistory.h"
+#include "app/base/EventSinks.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "app/base/EventFile.h"
+#include "app/base/EventSinks.h"
 
 using namespace korvel;
 

@@ -3,7 +3,7 @@
 #include <chrono>
 
 #include "app/commands/Command.h"
-#include "station/base/NearestName.h"
+#include "station/base/Strings.h"
 
 using namespace korvel;
 

@@ -8,7 +8,7 @@
 #include "host/base/Config.h"
 #include "host/base/Diagnostics.h"
 #include "host/base/Ptr.h"
-#include "station/base/DiagnosticStream.h"
+#include "station/base/Log.h"
 #include "station/base/StationSettings.h"
 #include "tests/support/RecordedEvents.h"
 

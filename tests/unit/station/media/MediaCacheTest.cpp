@@ -6,7 +6,6 @@
 #include "host/media/DiskManager.h"
 #include "station/base/Json.h"
 #include "station/media/MediaFiles.h"
-#include "station/media/MediaPaths.h"
 #include "tests/support/DelayedRereadRun.h"
 #include "tests/support/StationScene.h"
 

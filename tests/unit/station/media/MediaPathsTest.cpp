@@ -1,4 +1,4 @@
-#include "station/media/MediaPaths.h"
+#include "station/media/MediaFiles.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "station/net/AwaitedFiles.h"
+#include "station/net/DeliveryLanes.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "station/net/DuplicateFilter.h"
+#include "station/net/ListenerSocket.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "station/net/HeardSenders.h"
+#include "station/net/HeardList.h"
 
 #include <gtest/gtest.h>
 

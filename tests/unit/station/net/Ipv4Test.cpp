@@ -1,4 +1,4 @@
-#include "station/net/Ipv4.h"
+#include "station/net/Interfaces.h"
 
 #include <gtest/gtest.h>
 

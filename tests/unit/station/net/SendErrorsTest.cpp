@@ -1,9 +1,8 @@
-#include "station/net/SendErrors.h"
+#include "station/net/UdpBroadcaster.h"
 
 #include <gtest/gtest.h>
 
-#include "station/net/AcceptedNetworks.h"
-#include "station/net/LossReport.h"
+#include "station/net/UdpListener.h"
 #include "tests/support/RecordedEvents.h"
 
 using namespace korvel;

@@ -7,7 +7,6 @@
 
 #include "host/plugin/KvPluginBase.h"
 #include "host/plugin/Shutdown.h"
-#include "station/plugin/InstanceRegistry.h"
 #include "station/plugin/PluginServices.h"
 #include "tests/support/RecordedEvents.h"
 

@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "station/base/Notifications.h"
-#include "station/ui/ComponentTypes.h"
-#include "station/ui/PanelBox.h"
+#include "station/base/Events.h"
 #include "tests/unit/station/ui/UiScene.h"
 
 using namespace korvel;

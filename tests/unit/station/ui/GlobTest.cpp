@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "host/ui/Glib.h"
-#include "station/ui/Screen.h"
+#include "station/ui/Desktop.h"
 #include "tests/unit/station/ui/UiScene.h"
 
 using namespace korvel;

@@ -1,4 +1,4 @@
-#include "tools/base/ShareTimeout.h"
+#include "tools/base/ToolHost.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -9,7 +9,6 @@
 
 #include "tests/support/ToolRun.h"
 #include "tools/capture/HeardMessage.h"
-#include "tools/capture/PcapngWriter.h"
 
 using namespace korvel;
 

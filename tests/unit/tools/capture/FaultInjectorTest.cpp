@@ -1,4 +1,4 @@
-#include "tools/capture/FaultInjector.h"
+#include "tools/capture/Replay.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tools/capture/MessageFilter.h"
+#include "tools/capture/HeardMessage.h"
 
 #include <gtest/gtest.h>
 

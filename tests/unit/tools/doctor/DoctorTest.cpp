@@ -6,8 +6,8 @@
 
 #include "station/os/SharedFiles.h"
 #include "tests/support/ToolRun.h"
-#include "tools/base/ChildProcess.h"
-#include "tools/base/MountInfo.h"
+#include "tools/base/ProcInfo.h"
+#include "tools/base/ToolHost.h"
 #include "tools/doctor/Check.h"
 #include "tools/doctor/ProbeFolder.h"
 

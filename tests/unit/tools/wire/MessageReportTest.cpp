@@ -6,7 +6,6 @@
 
 #include "station/base/Strings.h"
 #include "station/wire/MessageFields.h"
-#include "tools/wire/MessageTypes.h"
 
 using namespace korvel;
 
