@@ -23,6 +23,7 @@
 #include "station/media/MediaCache.h"
 #include "station/net/HeardList.h"
 #include "station/net/NetworkService.h"
+#include "station/os/FileErrors.h"
 #include "station/os/HostOS.h"
 #include "station/os/SharedFiles.h"
 #include "station/plugin/PluginLoader.h"
@@ -41,22 +42,9 @@ namespace korvel {
 
 namespace {
 
-constexpr const char* kMarkerEnding = ".cli";
-
 /// The file by which other stations see that this one's user is there.
 std::string markerFile() {
-  return utf8Text(getProjectsBaseDirectory()) + settings().user + kMarkerEnding;
-}
-
-const char* adviceFor(eFileError problem) {
-  switch (problem) {
-    case eFileError::eReadOnly:
-      return "It is mounted read-only; mount it for writing.";
-    case eFileError::eFull:
-      return "It is full; make room on it.";
-    default:
-      return "Ask for the right to write there.";
-  }
+  return utf8Text(getProjectsBaseDirectory()) + settings().user + std::string(kMarkerEnding);
 }
 
 Result<void> checkProjectsDirectory() {
@@ -81,12 +69,10 @@ void warnOfCutName(const char* what, const std::string& name, const char* option
 }
 
 std::shared_ptr<iTrafficObserver> heardList(const NetworkService& network) {
-  constexpr int kDefaultPort = 27015;
   const StationSettings& with = settings();
   if (with.shareHeard.empty()) return {};
   HeardList::Keeper keeper{with.shareHeard, with.user + " at " + with.host, with.host,
-                           config_int("shared_projects_udp_port", kDefaultPort),
-                           network.senderPort()};
+                           stationPort(), network.senderPort()};
   return std::make_shared<HeardList>(std::move(keeper));
 }
 
@@ -177,8 +163,8 @@ void Station::markPresent() {
   if (existsFresh(markerFile())) return;
   LogBoth(
       "Nothing can be written in the projects directory %s: others do not see this station, and "
-      "changes cannot be saved. %s\n",
-      settings().projectsDirectory, adviceFor(problem));
+      "changes cannot be saved, since %s.\n",
+      settings().projectsDirectory, sentenceOf(fileProblem(problem)));
 }
 
 void Station::unmarkPresent() {
@@ -198,10 +184,6 @@ std::string Station::pluginVersion() const {
 }
 
 namespace {
-
-bool isAscii(const std::string& text) {
-  return std::ranges::none_of(text, [](char byte) { return (byte & 0x80) != 0; });
-}
 
 /// Whether the projects directory has a list of users in which this one is not.
 bool isLeftOut(const std::string& user) {

@@ -1,22 +1,17 @@
 #include <iostream>
 
 #include "app/base/OptionTable.h"
+#include "station/base/Strings.h"
 #include "tools/base/CommandLine.h"
 
 namespace korvel {
 
 namespace {
 
-std::string joined(const std::vector<std::string>& words) {
-  std::string all;
-  for (const auto& word : words) all += (all.empty() ? "" : " ") + word;
-  return all;
-}
-
 void writeCases(const CommandLine& tool, const char* variable) {
   for (const std::string& command : tool.commandNames()) {
-    std::cout << "    " << command << ") " << variable << "=\"" << joined(tool.wordsAfter(command))
-              << "\" ;;\n";
+    std::cout << "    " << command << ") " << variable << "=\""
+              << joined(tool.wordsAfter(command), " ") << "\" ;;\n";
   }
 }
 
@@ -25,7 +20,7 @@ void writeShareForBash(const CommandLine& tool) {
                "  local word=${COMP_WORDS[COMP_CWORD]} words\n"
                "  case ${COMP_CWORD}:${COMP_WORDS[1]} in\n"
                "    1:*) words=\""
-            << joined(tool.commandNames()) << " --help --version\" ;;\n"
+            << joined(tool.commandNames(), " ") << " --help --version\" ;;\n"
             << "    *) case ${COMP_WORDS[1]} in\n";
   writeCases(tool, "words");
   std::cout << "    esac ;;\n"
@@ -41,7 +36,7 @@ std::string stationWords() {
   for (const OptionSpec& option : optionTable()) words.push_back(std::string("--") + option.name);
   for (const FlagSpec& flag : flagTable()) words.push_back(std::string("--") + flag.name);
   words.insert(words.end(), {"--help", "--version"});
-  return joined(words);
+  return joined(words, " ");
 }
 
 /// The options whose value is `value`, or those with any other than the three that are known, as a
@@ -87,7 +82,7 @@ void writeShareForZsh(const CommandLine& tool) {
                "  local words_known=''\n"
                "  if (( CURRENT == 2 )); then\n"
                "    words_known=\""
-            << joined(tool.commandNames()) << " --help --version\"\n"
+            << joined(tool.commandNames(), " ") << " --help --version\"\n"
             << "  else\n"
                "    case $words[2] in\n";
   writeCases(tool, "words_known");

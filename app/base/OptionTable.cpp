@@ -1,7 +1,6 @@
 #include "app/base/OptionTable.h"
 
 #include <arpa/inet.h>
-#include <pwd.h>
 #include <unistd.h>
 
 #include <array>
@@ -13,6 +12,7 @@
 #include <optional>
 
 #include "app/base/Options.h"
+#include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 
 namespace korvel {
@@ -60,8 +60,7 @@ constexpr FlagSpec kFlags[] = {
     {"gui", "open the window; without --script no commands are read then"},
 };
 
-constexpr const char* kKnownConfigKeys[] = {"shared_projects_udp_port", "log_incoming_net_messages",
-                                            "Administrator"};
+constexpr const char* kKnownConfigKeys[] = {kPortKey, "log_incoming_net_messages", "Administrator"};
 
 bool isKnownConfigKey(const std::string& key) {
   for (const char* known : kKnownConfigKeys) {
@@ -108,7 +107,7 @@ Result<void> addFromConfigFile(const std::string& file, GivenOptions& given) {
       return wrongKey(where, "may stand on the command line alone; remove the line.");
     }
     if (line.key == "port") {  // so that --set on the command line replaces it, too
-      inFile["set"].push_back({"shared_projects_udp_port=" + line.value, where});
+      inFile["set"].push_back({std::string(kPortKey) + "=" + line.value, where});
       continue;
     }
     if (option) {
@@ -116,7 +115,7 @@ Result<void> addFromConfigFile(const std::string& file, GivenOptions& given) {
       continue;
     }
     if (const std::string meant = misspelt(line.key); !meant.empty()) {
-      return wrongKey(where, "is no option; did you mean \"" + meant + "\"?");
+      return wrongKey(where, "is no option; did you mean " + inQuotes(meant) + "?");
     }
     inFile["set"].push_back({line.key + "=" + line.value, where});
   }
@@ -134,22 +133,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kPortKey = "shared_projects_udp_port";
 constexpr const char* kNumberKeys[] = {kPortKey, "log_incoming_net_messages", "Administrator"};
 constexpr int kHighestPort = 65535;
-// The user's marker is a file of that name and an ending; a host's name is shown as a user's.
-constexpr std::size_t kLongestUser = 200;
-constexpr std::size_t kLongestHost = kLongestUser;
 
 Error unusable(const GivenValue& value, const std::string& what) {
-  return {ErrorCode::eUsage, value.where + ": \"" + value.text + "\" " + what, {}};
-}
-
-std::string loginName() {
-  const passwd* entry = ::getpwuid(::getuid());
-  if (entry && *entry->pw_name) return entry->pw_name;
-  const char* name = std::getenv("LOGNAME");
-  return name && *name ? name : "user" + std::to_string(::getuid());
+  return {ErrorCode::eUsage, value.where + ": " + inQuotes(value.text) + " " + what, {}};
 }
 
 std::string hostName() {
@@ -252,7 +240,7 @@ class OptionReader {
     station().user = value ? value->text : loginName();
     if (!value) return {};
     const std::string& name = value->text;
-    if (name.empty() || name.size() > kLongestUser || hasControlBytes(name)) {
+    if (name.empty() || name.size() > kLongestUserName || hasControlBytes(name)) {
       return unusable(*value, "is no user name; it needs 1 to 200 bytes, all of them printable.");
     }
     if (name.find('/') != std::string::npos) {
@@ -268,7 +256,7 @@ class OptionReader {
     station().host = value ? value->text : hostName();
     if (!value) return {};
     const std::string& name = value->text;
-    if (name.empty() || name.size() > kLongestHost || hasControlBytes(name)) {
+    if (name.empty() || name.size() > kLongestUserName || hasControlBytes(name)) {
       return unusable(*value, "is no host name; it needs 1 to 200 bytes, all of them printable.");
     }
     return {};
@@ -300,8 +288,8 @@ class OptionReader {
     for (const GivenValue& value : all("send-to")) {
       for (const std::string& address : splitAtCommas(value.text)) {
         if (!isAddress(address)) {
-          return unusable(value, "holds \"" + address +
-                                     "\", which is no IPv4 address; give addresses such as "
+          return unusable(value, "holds " + inQuotes(address) +
+                                     ", which is no IPv4 address; give addresses such as "
                                      "192.168.1.255, with commas between them.");
         }
         station().sendTo.push_back(address);

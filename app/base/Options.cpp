@@ -10,6 +10,7 @@
 #include <filesystem>
 
 #include "station/base/Rendering.h"
+#include "station/base/Strings.h"
 #include "station/os/Posix.h"
 
 namespace korvel {
@@ -57,12 +58,12 @@ Result<std::string> readValue(std::string_view text, const std::string& file, in
 Result<ConfigLine> readLine(std::string_view line, const std::string& file, int number) {
   const std::size_t equals = line.find('=');
   if (equals == std::string_view::npos) {
-    return wrongLine(file, number, "\"" + std::string(line) + "\" has no \"=\"");
+    return wrongLine(file, number, inQuotes(std::string(line)) + " has no \"=\"");
   }
   const std::string_view key = trimmed(line.substr(0, equals));
   if (key.empty()) return wrongLine(file, number, "nothing stands before the \"=\"");
   if (key.find_first_of(" \t\"#") != std::string_view::npos) {
-    return wrongLine(file, number, "\"" + std::string(key) + "\" is no key");
+    return wrongLine(file, number, inQuotes(std::string(key)) + " is no key");
   }
   auto value = readValue(line.substr(equals + 1), file, number);
   if (!value) return value.error();

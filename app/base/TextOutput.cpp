@@ -33,7 +33,8 @@ std::string missing(std::size_t count) {
 std::string textOf(const JsonValue& event, const std::string& key) {
   const JsonValue* const text = event.find(key);
   const std::string shown =
-      text ? renderForPeople(*text) : loggedText(bytesOfHex(event[key + "_hex"].asString()));
+      text ? renderForPeople(*text)
+           : loggedText(bytesOfHex(event[key + "_hex"].asString()).value_or(""));
   std::string lines;
   for (const char byte : shown)
     lines += byte == '\n' ? std::string("\n    ") : std::string(1, byte);

@@ -8,6 +8,7 @@
 #include "station/base/Events.h"
 #include "station/base/Json.h"
 #include "station/base/Rendering.h"
+#include "station/base/Strings.h"
 #include "station/project/Projects.h"
 #include "station/watch/Health.h"
 
@@ -46,14 +47,8 @@ JsonValue helpRow(const Command& command) {
   return JsonValue::object({{"command", fullUsage(command)}, {"does", command.help}});
 }
 
-std::string joined(const Arguments& words) {
-  std::string text;
-  for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
-  return text;
-}
-
 Result<JsonValue> help(const CommandTable& table, const Arguments& words) {
-  const std::string name = joined(words);
+  const std::string name = joined(words, " ");
   JsonValue rows = JsonValue::array();
   for (const auto& [each, command] : table.all()) {
     if (name.empty() || each == name || each.starts_with(name + " ")) rows.append(helpRow(command));
@@ -120,7 +115,7 @@ Result<JsonValue> waitForEvent(const Arguments& words, const ConsoleServices& se
   std::snprintf(seconds, sizeof seconds, "%g", wanted->timeout);
   return Error{
       ErrorCode::eNotFound,
-      "No event \"" + joined(words) + "\" within " + seconds + " s; --timeout S waits longer.",
+      "No event \"" + joined(words, " ") + "\" within " + seconds + " s; --timeout S waits longer.",
       {}};
 }
 

@@ -14,7 +14,6 @@ namespace korvel {
 namespace {
 
 /// The ending of the files that mark users as present.
-constexpr std::string_view kMarkerEnding = ".cli";
 
 /// Whether a user marked as present in the projects directory has this name; capitals do not
 /// matter.
@@ -39,8 +38,7 @@ std::string recipientAdvice(const std::string& user) {
     return "Nobody of the name \"" + shownText(user) +
            "\" is at work in the projects directory now: nobody sees your message.";
   }
-  const bool isAscii = std::ranges::none_of(user, [](char byte) { return (byte & 0x80) != 0; });
-  if (isAscii) return {};
+  if (isAscii(user)) return {};
   return "The name \"" + shownText(user) +
          "\" holds letters that are not ASCII: its station shows your message as a notification "
          "alone, and one of an earlier version not at all.";

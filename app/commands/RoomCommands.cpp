@@ -36,7 +36,7 @@ void addRoomCommands(CommandTable& table) {
                return "There is now a room " + shownName(arguments);
              }});
   table.add({"room list", "",
-             "Shows the rooms: free, taken and by whom, or left behind by a station that is gone.",
+             "Shows the rooms: free, held and by whom, or left behind by a station that is gone.",
              0, 0, list});
   table.add({"room enter", "R", "Goes into a room; the one you are in is given up for it.", 1, 1,
              enter, Command::Place::eHostThread,

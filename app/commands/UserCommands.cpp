@@ -120,7 +120,7 @@ Result<JsonValue> request(Station&, const Arguments& arguments) {
   const LightweightString<wchar_t> user = share ? share->getCurrentUser() : OS().currentUserName();
   const std::string text = composeActionRequest(utf8Text(get_project_cookie().asString()),
                                                 utf8Text(user), *machine, arguments[1]);
-  const int port = config_int("shared_projects_udp_port", 27015);
+  const int port = stationPort();
   OSPrivate().networkService().createUDPBroadcaster(port)->broadcast(hostText(text));
   return JsonValue();
 }

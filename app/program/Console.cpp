@@ -5,6 +5,7 @@
 #include "app/commands/CommandCall.h"
 #include "station/base/HostThread.h"
 #include "station/base/Json.h"
+#include "station/base/Strings.h"
 
 namespace korvel {
 
@@ -91,7 +92,7 @@ Console::Answer Console::answerTo(Station& station, const CommandCall& call) {
 Console::Answer Console::runOnHostThread(const std::string& line, const CommandCall& call) {
   const auto pending = std::make_shared<Pending>();
   with_.station.hostThread().post([with = with_, pending, line, call] {
-    const ActivityScope activity("the command \"" + line + "\"");
+    const ActivityScope activity("the command " + inQuotes(line));
     Answer answer = answerTo(with.station, call);
     reply(with.events, line, call, answer.result);
     with.waiter.change([&] {

@@ -20,6 +20,7 @@
 #include "station/base/HostThread.h"
 #include "station/base/Json.h"
 #include "station/base/Log.h"
+#include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/HostOS.h"
 #include "station/project/ProjectFolder.h"
@@ -30,15 +31,12 @@ namespace korvel {
 namespace {
 
 constexpr int kStartFailed = 2;
-constexpr int kDefaultPort = 27015;
 
 /// How long Tab and `wait` give the host thread to say what a name means.
 constexpr auto kPatience = std::chrono::seconds(2);
 
 /// How long saving before the end may take.
 constexpr auto kSavingPatience = std::chrono::seconds(600);
-
-int port() { return config_int("shared_projects_udp_port", kDefaultPort); }
 
 /// Asks the host thread a question; `otherwise` when it does not answer soon.
 template <typename Answer>
@@ -223,14 +221,14 @@ void StationProgram::useStation() {
   events_.emit("ready", {textMember("user", with.user),
                          textMember("host", with.host),
                          {"machine", with.machine},
-                         {"port", port()},
+                         {"port", stationPort()},
                          textMember("plugin", station_->pluginName()),
                          textMember("plugin_version", station_->pluginVersion()),
                          {"network_mode", with.networkMode}});
   if (reader_ && reader_->isInteractive()) {
     text_.answer(with.user + " on " + with.host + " (machine " + std::to_string(with.machine) +
                  "), " + station_->pluginName() + " " + station_->pluginVersion() + ", port " +
-                 std::to_string(port()) + ". \"help\" lists the commands; \"quit\" ends.");
+                 std::to_string(stationPort()) + ". \"help\" lists the commands; \"quit\" ends.");
   }
   tellOfNames();
   std::thread console([this] {

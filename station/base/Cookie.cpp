@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
 
 using namespace korvel;
 
@@ -16,7 +17,6 @@ namespace korvel {
 
 namespace {
 
-constexpr char kDigits[] = "0123456789abcdef";
 constexpr std::size_t kMinDigits = 4;
 constexpr std::size_t kMaxDigits = 32;
 constexpr std::size_t kTail = 5;         ///< "-ff00"
@@ -45,8 +45,8 @@ std::uint8_t byteAt(std::string_view digits, std::size_t index) {
 }
 
 char* putHex(char* to, std::uint8_t byte) {
-  *to++ = kDigits[byte >> 4];
-  *to++ = kDigits[byte & 15];
+  *to++ = kHexDigits[byte >> 4];
+  *to++ = kHexDigits[byte & 15];
   return to;
 }
 

@@ -3,6 +3,7 @@
 #include <new>
 
 #include "station/base/Json.h"
+#include "station/base/Strings.h"
 
 namespace korvel {
 
@@ -13,36 +14,6 @@ namespace {
 
 constexpr int kMaxDepth = 512;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
-void appendThreeBytes(std::string& text, std::uint32_t unit) {
-  text += static_cast<char>(0xE0 | (unit >> 12));
-  text += static_cast<char>(0x80 | ((unit >> 6) & 0x3F));
-  text += static_cast<char>(0x80 | (unit & 0x3F));
-}
-
-/// Appends a code point as UTF-8; half of a surrogate pair becomes the three bytes of its number.
-void appendCodePoint(std::string& text, std::uint32_t c) {
-  if (c < 0x80) {
-    text += static_cast<char>(c);
-  } else if (c < 0x800) {
-    text += static_cast<char>(0xC0 | (c >> 6));
-    text += static_cast<char>(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    appendThreeBytes(text, c);
-  } else {
-    text += static_cast<char>(0xF0 | (c >> 18));
-    text += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-    text += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    text += static_cast<char>(0x80 | (c & 0x3F));
-  }
-}
-
-int hexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 /// Reads one text from its head to its end; the first thing that does not fit ends it.
 class Reader {
@@ -203,18 +174,18 @@ class Reader {
     if (unit >= 0xD800 && unit < 0xDC00 && takeWord("\\u")) {
       if (!readFourDigits(low)) return false;
       if (low >= 0xDC00 && low < 0xE000) {
-        appendCodePoint(text, 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00));
+        appendUtf8(text, 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00));
         return true;
       }
       at_ = afterFirst;
     }
-    appendCodePoint(text, unit);
+    appendUtf8(text, unit);
     return true;
   }
 
   bool readFourDigits(std::uint32_t& unit) {
     for (int i = 0; i < 4; ++i) {
-      const int digit = hexValue(peek());
+      const int digit = hexDigitValue(peek());
       if (digit < 0) return expected("four hex digits after \\u");
       unit = unit * 16 + static_cast<std::uint32_t>(digit);
       ++at_;
@@ -264,9 +235,8 @@ bool isLoneSurrogate(std::string_view text, std::uint32_t half) {
 }
 
 void appendEscape(std::string& out, std::uint32_t unit) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
   out += "\\u";
-  for (int shift = 12; shift >= 0; shift -= 4) out += kDigits[(unit >> shift) & 15];
+  for (int shift = 12; shift >= 0; shift -= 4) out += kHexDigits[(unit >> shift) & 15];
 }
 
 void appendControl(std::string& out, char c) {

@@ -24,17 +24,16 @@
 
 namespace korvel {
 
-namespace {
-
 bool writeAll(int descriptor, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
+    if (count < 0 && errno != EINTR) return false;
+    if (count > 0) bytes.remove_prefix(static_cast<std::size_t>(count));
   }
   return true;
 }
+
+namespace {
 
 std::string numbered(const std::string& path, int number) {
   return number == 0 ? path : path + "." + std::to_string(number);

@@ -8,6 +8,9 @@
 
 namespace korvel {
 
+/// Writes all bytes, going on after an interruption; false, with errno, on failure.
+bool writeAll(int descriptor, std::string_view bytes);
+
 /// A file of lines that cannot fill a disk.
 ///
 ///     station.log      written to

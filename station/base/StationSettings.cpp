@@ -1,11 +1,15 @@
 #include "station/base/StationSettings.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
 #include <charconv>
 #include <cstdint>
+#include <cstdlib>
 #include <string_view>
 
 #include "host/base/Config.h"
-#include "host/base/Text.h"
+#include "station/base/Strings.h"
 
 namespace korvel {
 
@@ -19,15 +23,17 @@ const StationSettings& settings() { return installed; }
 
 void installSettings(StationSettings settings) { installed = std::move(settings); }
 
+int stationPort() { return config_int(kPortKey, kDefaultPort); }
+
+std::string loginName() {
+  const passwd* entry = ::getpwuid(::getuid());
+  if (entry && *entry->pw_name) return entry->pw_name;
+  const char* name = std::getenv("LOGNAME");
+  return name && *name ? name : "user" + std::to_string(::getuid());
+}
+
 int machineNumberFor(const std::string& host) {
-  LightweightString<wchar_t> name = fromUTF8(LightweightString<char>(std::string_view(host)));
-  Kv::toUpper(name);
-  const LightweightString<char> bytes = toUTF8(name);
-  std::uint32_t hash = 2166136261U;
-  for (const char byte : bytes.view()) {
-    hash = (hash ^ static_cast<unsigned char>(byte)) * 16777619U;
-  }
-  return static_cast<int>(hash % 65535U) + 1;
+  return static_cast<int>(hash32(upperCased(host)) % 65535U) + 1;
 }
 
 }  // namespace korvel

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <vector>
@@ -12,6 +13,14 @@ struct MediaDirectory {
   std::string local;
   std::string unc;
 };
+
+/// The UDP port of stations, and the configuration key that names another.
+inline constexpr int kDefaultPort = 27015;
+inline constexpr const char* kPortKey = "shared_projects_udp_port";
+
+/// The longest name of a user or host, in bytes: the user's marker is a file of that name and an
+/// ending, and holders of locks are read as far.
+inline constexpr std::size_t kLongestUserName = 200;
 
 /// What a station was started with. All texts UTF-8.
 struct StationSettings {
@@ -38,6 +47,13 @@ const StationSettings& settings();
 
 /// Sets them, once, before anything else of the station is used and before other threads start.
 void installSettings(StationSettings settings);
+
+/// The port that this station sends to and listens at.
+int stationPort();
+
+/// The operating system's name of the user who runs this program; "user" and a number for one
+/// without a name.
+std::string loginName();
 
 /// A machine number for a host name: 1 to 65535, the same on every station and in every version. It
 /// is the FNV-1a hash (32 bits, offset 2166136261, prime 16777619) of the upper-cased name's UTF-8

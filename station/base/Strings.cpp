@@ -1,6 +1,7 @@
 #include "station/base/Strings.h"
 
 #include <algorithm>
+#include <ctime>
 #include <string>
 
 namespace korvel {
@@ -22,8 +23,7 @@ std::string escapeOf(wchar_t control) {
     default:
       break;
   }
-  constexpr const char* kDigits = "0123456789ABCDEF";
-  return std::string("\\x") + kDigits[(control >> 4) & 15] + kDigits[control & 15];
+  return std::string("\\x") + kUpperHexDigits[(control >> 4) & 15] + kUpperHexDigits[control & 15];
 }
 
 std::string escaped(std::string_view utf8) {
@@ -91,6 +91,90 @@ std::string nearestName(const std::string& typed, const std::vector<std::string>
     nearest = candidate;
   }
   return nearest;
+}
+
+std::string joined(const std::vector<std::string>& words, std::string_view separator) {
+  std::string all;
+  for (const std::string& word : words) {
+    if (&word != &words.front()) all += separator;
+    all += word;
+  }
+  return all;
+}
+
+bool isAscii(std::string_view text) {
+  return std::ranges::none_of(text, [](char byte) { return (byte & 0x80) != 0; });
+}
+
+bool isUtf8(std::string_view text) {
+  if (isAscii(text)) return true;
+  // Decoding marks each byte that is no part of a UTF-8 sequence by a low surrogate.
+  const LightweightString<wchar_t> wide = wideText(text);
+  return std::ranges::none_of(wide.view(),
+                              [](wchar_t letter) { return letter >= 0xDC00 && letter <= 0xDFFF; });
+}
+
+void appendUtf8(std::string& bytes, std::uint32_t character) {
+  const auto push = [&bytes](std::uint32_t byte) { bytes += static_cast<char>(byte); };
+  if (character < 0x80) {
+    push(character);
+    return;
+  }
+  const int following = character < 0x800 ? 1 : character < 0x10000 ? 2 : 3;
+  constexpr std::uint32_t kFirst[] = {0, 0xC0, 0xE0, 0xF0};
+  push(kFirst[following] | (character >> (6 * following)));
+  for (int left = following - 1; left >= 0; --left) {
+    push(0x80 | ((character >> (6 * left)) & 0x3F));
+  }
+}
+
+int hexDigitValue(char digit) {
+  if (digit >= '0' && digit <= '9') return digit - '0';
+  if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+  if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
+  return -1;
+}
+
+std::string hexText(std::string_view bytes) {
+  std::string hex;
+  hex.reserve(bytes.size() * 2);
+  for (const char byte : bytes) {
+    hex += kHexDigits[static_cast<unsigned char>(byte) >> 4];
+    hex += kHexDigits[static_cast<unsigned char>(byte) & 15];
+  }
+  return hex;
+}
+
+std::optional<std::string> bytesOfHex(std::string_view hex) {
+  if (hex.size() % 2 != 0) return {};
+  std::string bytes;
+  for (std::size_t at = 0; at < hex.size(); at += 2) {
+    const int high = hexDigitValue(hex[at]);
+    const int low = hexDigitValue(hex[at + 1]);
+    if (high < 0 || low < 0) return {};
+    bytes += static_cast<char>(high * 16 + low);
+  }
+  return bytes;
+}
+
+std::uint32_t hash32(std::string_view bytes) {
+  std::uint32_t hash = 2166136261U;
+  for (const char byte : bytes) hash = (hash ^ static_cast<unsigned char>(byte)) * 16777619U;
+  return hash;
+}
+
+std::uint64_t hash64(std::string_view bytes) {
+  std::uint64_t hash = 14695981039346656037ULL;
+  for (const char byte : bytes) hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211ULL;
+  return hash;
+}
+
+std::string utcText(std::int64_t seconds) {
+  const std::time_t time = seconds;
+  std::tm parts{};
+  gmtime_r(&time, &parts);
+  char text[32];
+  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
 }  // namespace korvel

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -56,8 +58,38 @@ inline constexpr std::size_t kMostLoggedBytes = 4096;
 /// kMostLoggedBytes is cut, and its length said.
 std::string loggedText(std::string_view utf8);
 
-/// The same between double quotes, as names stand in sentences.
+/// The same as shownText() between double quotes, as names stand in sentences.
 inline std::string inQuotes(std::string_view utf8) { return "\"" + shownText(utf8) + "\""; }
+
+/// The words one after another with the separator between them; empty for none.
+std::string joined(const std::vector<std::string>& words, std::string_view separator);
+
+/// Whether a text holds ASCII alone; whether it is UTF-8 as a whole.
+bool isAscii(std::string_view text);
+bool isUtf8(std::string_view text);
+
+/// Appends a character's UTF-8 bytes. Half of a surrogate pair becomes the three bytes of its
+/// number.
+void appendUtf8(std::string& bytes, std::uint32_t character);
+
+inline constexpr std::string_view kHexDigits = "0123456789abcdef";
+inline constexpr std::string_view kUpperHexDigits = "0123456789ABCDEF";
+
+/// The value of a hexadecimal digit of either case; -1 for any other character.
+int hexDigitValue(char digit);
+
+/// Bytes as lower-case hexadecimal digits, two a byte; and back, nothing where the text is not
+/// pairs of hexadecimal digits.
+std::string hexText(std::string_view bytes);
+std::optional<std::string> bytesOfHex(std::string_view hex);
+
+/// The FNV-1a hashes of 32 and 64 bits: the same on every station and in every version, so files
+/// and numbers can be named after them.
+std::uint32_t hash32(std::string_view bytes);
+std::uint64_t hash64(std::string_view bytes);
+
+/// A time, in seconds since 1970, as files and lists show it: "2026-05-31T12:00:00Z".
+std::string utcText(std::int64_t seconds);
 
 /// How many letters must be added, taken away, replaced or swapped with their neighbour to turn one
 /// text into the other.

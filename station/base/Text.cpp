@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "station/base/Strings.h"
+
 namespace korvel {
 
 namespace {
@@ -43,25 +45,6 @@ std::size_t decodeOne(std::string_view bytes, std::uint32_t& character) {
     character = (character << 6) | (next & 0x3FU);
   }
   return isCharacter(character) && character >= kSmallest[length] ? length : 0;
-}
-
-void encodeOne(std::string& bytes, std::uint32_t c) {
-  const auto push = [&bytes](std::uint32_t byte) { bytes += static_cast<char>(byte); };
-  if (c < 0x80) {
-    push(c);
-  } else if (c < 0x800) {
-    push(0xC0 | (c >> 6));
-    push(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    push(0xE0 | (c >> 12));
-    push(0x80 | ((c >> 6) & 0x3F));
-    push(0x80 | (c & 0x3F));
-  } else {
-    push(0xF0 | (c >> 18));
-    push(0x80 | ((c >> 12) & 0x3F));
-    push(0x80 | ((c >> 6) & 0x3F));
-    push(0x80 | (c & 0x3F));
-  }
 }
 
 LightweightString<wchar_t> decode(std::string_view bytes) {
@@ -105,8 +88,10 @@ LightweightString<char> toUTF8(const LightweightString<wchar_t>& text) {
     const auto character = static_cast<std::uint32_t>(element);
     if (isEscapedByte(character)) {
       bytes += static_cast<char>(character - kEscape);
+    } else if (character < 0x80) {
+      bytes += static_cast<char>(character);
     } else {
-      encodeOne(bytes, isCharacter(character) ? character : kReplacement);
+      appendUtf8(bytes, isCharacter(character) ? character : kReplacement);
     }
   }
   return LightweightString<char>(std::string_view(bytes));

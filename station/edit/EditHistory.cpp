@@ -17,14 +17,6 @@ namespace korvel {
 
 namespace {
 
-std::string timeText(std::int64_t seconds) {
-  const std::time_t time = seconds;
-  std::tm parts{};
-  gmtime_r(&time, &parts);
-  char text[32];
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
-}
-
 Result<OtioDocument> documentOf(const std::string& path) {
   const auto bytes = readListed(path);
   if (!bytes) return bytes.error();
@@ -38,7 +30,7 @@ Result<OtioDocument> documentOf(const std::string& path) {
 JsonValue rowOf(const Version& version, const std::string& text,
                 const Result<OtioDocument>& document, const std::optional<OtioDocument>& before) {
   JsonValue row = JsonValue::object({{"version", text},
-                                     {"time", timeText(version.modified)},
+                                     {"time", utcText(version.modified)},
                                      {"user", ""},
                                      {"size", static_cast<unsigned long>(version.size)},
                                      {"now", false},

@@ -16,8 +16,6 @@ namespace korvel {
 
 namespace {
 
-constexpr std::string_view kEnding = ".otio";
-
 /// A summary, and the state of the file that it was read from.
 struct StampedSummary {
   FileStamp stamp;
@@ -68,10 +66,10 @@ Edits::Edits() = default;
 Edits::~Edits() = default;
 
 Cookie Edits::cookieOfFile(const std::string& name) {
-  if (name.size() <= kEnding.size() || !name.ends_with(kEnding)) return {};
-  const Cookie cookie(name.substr(0, name.size() - kEnding.size()).c_str(), false);
+  if (name.size() <= kEditEnding.size() || !name.ends_with(kEditEnding)) return {};
+  const Cookie cookie(name.substr(0, name.size() - kEditEnding.size()).c_str(), false);
   const bool isEdit = cookie.getType() == CookieTypeEdit || cookie.getType() == CookieTypeShot;
-  return isEdit && name == cookie.asString().str() + std::string(kEnding) ? cookie : Cookie();
+  return isEdit && name == cookie.asString().str() + std::string(kEditEnding) ? cookie : Cookie();
 }
 
 const char* Edits::kindText(const Cookie& cookie) {
@@ -442,7 +440,7 @@ void Edits::forget(const Cookie& cookie) {
 }
 
 std::string Edits::pathFor(const Cookie& cookie) const {
-  return folder_ + "/" + cookie.asString().str() + std::string(kEnding);
+  return folder_ + "/" + cookie.asString().str() + std::string(kEditEnding);
 }
 
 std::string Edits::nameOf(const Cookie& cookie) const {

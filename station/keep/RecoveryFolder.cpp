@@ -15,6 +15,7 @@
 #include <iterator>
 #include <utility>
 
+#include "station/base/Strings.h"
 #include "station/os/FolderListing.h"
 #include "station/os/SharedFiles.h"
 
@@ -25,16 +26,11 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kLock = "/lock";
-constexpr std::string_view kRecoveryEnding = ".json";
 
 /// Names may hold anything, and a file name may not.
 std::string hashText(const std::string& name) {
-  std::uint64_t hash = 14695981039346656037ULL;
-  for (const char byte : name) {
-    hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211ULL;
-  }
   char text[20];
-  std::snprintf(text, sizeof text, "%016llx-", static_cast<unsigned long long>(hash));
+  std::snprintf(text, sizeof text, "%016llx-", static_cast<unsigned long long>(hash64(name)));
   return text;
 }
 
@@ -75,7 +71,7 @@ bool isOwnFolder(const std::string& path) {
 }
 
 bool isStateFile(const std::string& name) {
-  return name.ends_with(kRecoveryEnding) && name[0] != '.';
+  return name.ends_with(kRecordEnding) && name[0] != '.';
 }
 
 std::vector<std::string> stateFilesOf(const std::string& folder) {
@@ -164,7 +160,7 @@ void RecoveryFolder::keep(const UnsavedState& state, const std::string& contentT
   std::string text = headerOf(state);
   text.pop_back();
   text += ",\"content\":" + contentText + "}\n";
-  write(own_->folder + "/" + state.object + std::string(kRecoveryEnding), std::move(text));
+  write(own_->folder + "/" + state.object + std::string(kRecordEnding), std::move(text));
 }
 
 void RecoveryFolder::write(const std::string& path, const std::string& text) {
@@ -178,7 +174,7 @@ void RecoveryFolder::write(const std::string& path, const std::string& text) {
 
 void RecoveryFolder::forget(const std::string& object) {
   if (!own_) return;
-  writer_.add([path = own_->folder + "/" + object + std::string(kRecoveryEnding)] {
+  writer_.add([path = own_->folder + "/" + object + std::string(kRecordEnding)] {
     ::unlink(path.c_str());
   });
 }
@@ -186,8 +182,8 @@ void RecoveryFolder::forget(const std::string& object) {
 void RecoveryFolder::setAside(const std::string& object) {
   if (!own_) return;
   const std::string path = own_->folder + "/" + object;
-  writer_.add([from = path + std::string(kRecoveryEnding),
-               to = path + "~" + uniqueName().substr(0, 8) + std::string(kRecoveryEnding)] {
+  writer_.add([from = path + std::string(kRecordEnding),
+               to = path + "~" + uniqueName().substr(0, 8) + std::string(kRecordEnding)] {
     ::rename(from.c_str(), to.c_str());
   });
 }

@@ -53,12 +53,6 @@ namespace {
 /// More programs of one name than anybody starts.
 constexpr int kMostPrograms = 100;
 
-std::uint32_t hashOf(const std::string& text) {
-  std::uint32_t hash = 2166136261U;
-  for (const char letter : text) hash = (hash ^ static_cast<unsigned char>(letter)) * 16777619U;
-  return hash;
-}
-
 /// The station's name as the beginning of a file name: what is no letter or digit becomes "_", and
 /// a number told from the name keeps two apart.
 std::string fileNameFor(const std::string& station) {
@@ -68,7 +62,7 @@ std::string fileNameFor(const std::string& station) {
                          (letter >= 'a' && letter <= 'z') || letter == '-';
     name += isPlain ? letter : '_';
   }
-  return name.substr(0, 100) + "-" + std::to_string(hashOf(station));
+  return name.substr(0, 100) + "-" + std::to_string(hash32(station));
 }
 
 /// Whether another program of this machine has the path; `claim` keeps it from others. A system
@@ -78,7 +72,7 @@ bool isTaken(const std::string& path, Descriptor& claim) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   // A name that begins with a zero byte is no file, and goes with the socket.
-  const std::string name = "kv-heard-" + std::to_string(hashOf(path)) + path.substr(0, 80);
+  const std::string name = "kv-heard-" + std::to_string(hash32(path)) + path.substr(0, 80);
   std::memcpy(address.sun_path + 1, name.data(), name.size());
   const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
   if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), size) != 0) {

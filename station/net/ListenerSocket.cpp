@@ -12,6 +12,7 @@
 #include <cstring>
 #include <utility>
 
+#include "station/base/Strings.h"
 #include "station/net/UdpBroadcaster.h"
 
 namespace korvel {
@@ -193,7 +194,7 @@ Result<ListenerSocket> ListenerSocket::open(const std::string& address, int port
   const auto where = parseIpv4(address);
   if (!where) {
     return refusal(ErrorCode::eUsage,
-                   "--listen names \"" + address + "\", which is no IPv4 address");
+                   "--listen names " + inQuotes(address) + ", which is no IPv4 address");
   }
   if (port < 1 || port > 65535) {
     return refusal(ErrorCode::eUsage,

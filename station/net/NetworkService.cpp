@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
 #include "station/net/ListenerSocket.h"
 #include "station/net/UdpBroadcaster.h"
 #include "station/net/UdpListener.h"
@@ -23,8 +24,8 @@ std::vector<Ipv4> configuredAddresses() {
     if (const auto address = parseIpv4(word)) {
       addresses.push_back(*address);
     } else {
-      tellNetworkProblem("--send-to names \"" + word +
-                         "\", which is no IPv4 address; nothing is sent there");
+      tellNetworkProblem("--send-to names " + inQuotes(word) +
+                         ", which is no IPv4 address; nothing is sent there");
     }
   }
   if (addresses.empty() && !settings().sendTo.empty()) addresses.push_back(kThisMachineAlone);
@@ -52,8 +53,8 @@ void readLimit(const std::string& key, SourceLimit& limit) {
   double rate = 0;
   const auto read = std::from_chars(found->second.data(), end, rate);
   if (read.ec != std::errc() || read.ptr != end || !(rate >= 0)) {
-    return tellNetworkProblem(key + " is \"" + found->second +
-                              "\", which is no number of messages a second; the usual limit stays");
+    return tellNetworkProblem(key + " is " + inQuotes(found->second) +
+                              ", which is no number of messages a second; the usual limit stays");
   }
   const double usualSeconds = limit.atOnce / limit.perSecond;
   limit = {rate, std::max(1.0, rate * usualSeconds)};

@@ -14,6 +14,7 @@
 
 #include "station/base/HostThread.h"
 #include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
 #include "station/net/UdpBroadcaster.h"
 #include "station/wire/MessageFields.h"
 
@@ -40,8 +41,8 @@ AcceptedNetworks::AcceptedNetworks(const std::string& configured) {
     if (const auto network = parseIpv4Network(word)) {
       networks_.push_back(*network);
     } else {
-      tellNetworkProblem("accept_networks names \"" + word +
-                         "\", which is no network: write it like 192.168.1.0/24");
+      tellNetworkProblem("accept_networks names " + inQuotes(word) +
+                         ", which is no network: write it like 192.168.1.0/24");
     }
   }
 }
@@ -73,11 +74,6 @@ constexpr const char* kReadAgain =
 
 }  // namespace
 
-void LossReport::queueRefused(Time now) {
-  note(now);
-  ++queue_;
-}
-
 void LossReport::wasTooLarge(Time now) {
   note(now);
   ++tooLarge_;
@@ -98,7 +94,6 @@ void LossReport::tellIfOver(Time now) {
 }
 
 void LossReport::tell() {
-  tellLoss(queue_, std::string(" dropped by this station's full queue") + kReadAgain);
   tellLoss(system_, std::string(" dropped by the system, whose buffer was full") + kReadAgain);
   tellLoss(tooLarge_, " dropped, larger than a datagram can be");
 }

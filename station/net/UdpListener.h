@@ -49,9 +49,6 @@ class LossReport {
   /// A flood that does not end is told this often.
   static constexpr auto kLongest = std::chrono::seconds(10);
 
-  /// The station's own queue took no more.
-  void queueRefused(Time now);
-
   /// A datagram was larger than any can be, and is dropped whole.
   void wasTooLarge(Time now);
 
@@ -59,7 +56,7 @@ class LossReport {
   /// rise.
   void systemDropped(std::uint32_t total, Time now);
 
-  [[nodiscard]] bool isPending() const { return queue_ + tooLarge_ + system_ > 0; }
+  [[nodiscard]] bool isPending() const { return tooLarge_ + system_ > 0; }
 
   /// Tells what is pending if its flood is over.
   void tellIfOver(Time now);
@@ -70,7 +67,6 @@ class LossReport {
  private:
   void note(Time now);
 
-  std::uint64_t queue_ = 0;
   std::uint64_t tooLarge_ = 0;
   std::uint64_t system_ = 0;
   std::uint32_t systemTotal_ = 0;

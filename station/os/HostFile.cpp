@@ -11,6 +11,7 @@
 #include "host/base/Log.h"
 #include "host/base/Text.h"
 #include "host/os/Files.h"
+#include "station/base/Log.h"
 #include "station/base/StationSettings.h"
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
@@ -61,7 +62,7 @@ std::size_t HostFile::read(void* bytes, std::size_t count) {
 }
 
 bool HostFile::write(const void* bytes, std::size_t count) {
-  return writeAll(file_.get(), bytes, count);
+  return writeAll(file_.get(), {static_cast<const char*>(bytes), count});
 }
 
 /// A removal that began before the write may have found the old content and be about to go on: it

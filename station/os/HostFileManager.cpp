@@ -10,6 +10,7 @@
 #include <iterator>
 
 #include "host/base/Text.h"
+#include "station/os/FileErrors.h"
 #include "station/os/HostFile.h"
 #include "station/os/Posix.h"
 
@@ -101,38 +102,9 @@ constexpr int kNameTries = 64;
 thread_local eFileError lastError_ = eFileError::eNone;
 thread_local int lastNumber_ = 0;
 
-eFileError fileErrorOf(int number) {
-  switch (number) {
-    case EAGAIN:
-      return eFileError::eHeld;
-    case ENOENT:
-    case ENOTDIR:
-      return eFileError::eMissing;
-    case EACCES:
-    case EPERM:
-      return eFileError::eNoRights;
-    case ENOLCK:
-      return eFileError::eNoLockService;
-    case ESTALE:
-      return eFileError::eStale;
-    case EROFS:
-      return eFileError::eReadOnly;
-    case ENOSPC:
-    case EDQUOT:
-    case EFBIG:
-      return eFileError::eFull;
-    case EISDIR:
-    case ENXIO:
-    case ELOOP:
-      return eFileError::eNotAFile;
-    default:
-      return eFileError::eOther;
-  }
-}
-
 void keepError(bool isWell) {
   lastNumber_ = isWell ? 0 : errno;
-  lastError_ = isWell ? eFileError::eNone : fileErrorOf(errno);
+  lastError_ = isWell ? eFileError::eNone : fileProblem(errno).error;
 }
 
 /// The path's bytes; empty, and so missing, for a text that no path can be.

@@ -5,6 +5,7 @@
 #include "host/os/OS.h"
 #include "host/os/iFileManager.h"
 #include "station/base/Strings.h"
+#include "station/os/FileErrors.h"
 #include "station/os/HostFileManager.h"
 
 namespace korvel {
@@ -20,41 +21,20 @@ std::string lockFileOf(const std::string& objectFile) {
 }
 
 Error notTaken(const std::string& path, eFileError why) {
-  const std::string shown = "\"" + shownText(path) + "\"";
-  switch (why) {
-    case eFileError::eHeld:
-      return {
-          ErrorCode::eHeld,
-          "Another station is changing this; nothing was changed here. Try again (its lock is " +
-              shown + ").",
-          path};
-    case eFileError::eMissing:
-      return {ErrorCode::eNotFound, "The project's folder is gone: " + shown + " cannot be made.",
-              path};
-    case eFileError::eReadOnly:
-      return {ErrorCode::eReadOnly,
-              "The share is mounted read-only; nothing was changed, since " + shown +
-                  " cannot be made. Mount it for writing.",
-              path};
-    case eFileError::eNoRights:
-      return {ErrorCode::eNoRights,
-              "Permission denied: " + shown +
-                  " cannot be made, and nothing was changed. Ask for rights on the folder.",
-              path};
-    case eFileError::eNoLockService:
-      return {ErrorCode::eNoLockService,
-              "The share offers no locks, so changes could be lost: " + shown +
-                  " cannot be locked. Ask whoever mounted it.",
-              path};
-    case eFileError::eFull:
-      return {ErrorCode::eFull, "The share is full: " + shown + " cannot be made. Make room on it.",
-              path};
-    default:
-      return {ErrorCode::eSystem,
-              shown + " cannot be locked (" + HostFileManager::lastErrorText() +
-                  "); nothing was changed. Try again.",
-              path};
+  const FileProblem& problem = fileProblem(why);
+  const std::string lock = inQuotes(path);
+  if (problem.code == ErrorCode::eHeld) {
+    return {problem.code,
+            "Another station is changing this; nothing was changed here. Try again (its lock is " +
+                lock + ").",
+            path};
   }
+  const std::string said =
+      problem.code == ErrorCode::eSystem ? " (" + HostFileManager::lastErrorText() + ")" : "";
+  return {problem.code,
+          "Nothing was changed, since " + lock + " cannot be locked: " + sentenceOf(problem) +
+              said + ".",
+          path};
 }
 
 }  // namespace

@@ -99,19 +99,6 @@ bool readAll(int descriptor, std::string& bytes) {
   }
 }
 
-bool writeAll(int descriptor, const void* bytes, std::size_t count) {
-  const char* next = static_cast<const char*>(bytes);
-  while (count > 0) {
-    const ssize_t written = ::write(descriptor, next, count);
-    if (written < 0 && errno != EINTR) return false;
-    if (written > 0) {
-      next += written;
-      count -= static_cast<std::size_t>(written);
-    }
-  }
-  return true;
-}
-
 bool tryLock(int descriptor) {
   struct flock whole {};
   whole.l_type = F_WRLCK;

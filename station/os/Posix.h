@@ -62,10 +62,8 @@ Descriptor openToChange(const std::string& path, int flags);
 /// search bits), so that what one user leaves another can open.
 void shareLikeFolder(int descriptor, const std::string& folder);
 
-/// Reads or writes everything, going on after an interruption; false on failure. `readAll` stops at
-/// the end of the file.
+/// Appends everything to the end of the file, going on after an interruption; false on failure.
 bool readAll(int descriptor, std::string& bytes);
-bool writeAll(int descriptor, const void* bytes, std::size_t count);
 
 /// Tries to take the open file's lock on the whole file for this open alone. errno is EAGAIN when
 /// another open holds it, whatever the file system says to that.

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "station/base/HostThread.h"
+#include "station/base/Log.h"
 #include "station/os/Posix.h"
 
 namespace korvel {
@@ -151,8 +152,7 @@ void replaceFile(const std::string& directory, const std::string& name, const st
   const bool isFolder = ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
   std::error_code problem;
   if (isFolder) fs::remove_all(path, problem);
-  if (!writeAll(file.get(), bytes.data(), bytes.size()) ||
-      std::rename(building.c_str(), path.c_str()) != 0) {
+  if (!writeAll(file.get(), bytes) || std::rename(building.c_str(), path.c_str()) != 0) {
     ::unlink(building.c_str());
   }
   throwOutOldest(directory, most);

@@ -13,6 +13,8 @@
 #include <new>
 #include <thread>
 
+#include "station/base/Log.h"
+#include "station/base/Strings.h"
 #include "station/os/Posix.h"
 
 namespace korvel {
@@ -22,73 +24,13 @@ namespace {
 constexpr int kTemporaryTries = 100;
 constexpr std::chrono::milliseconds kTemporaryPause(10);
 
-ErrorCode codeOf(int number) {
-  switch (number) {
-    case ENOENT:
-    case ENOTDIR:
-      return ErrorCode::eNotFound;
-    case EEXIST:
-      return ErrorCode::eExists;
-    case EAGAIN:
-      return ErrorCode::eHeld;
-    case EACCES:
-    case EPERM:
-      return ErrorCode::eNoRights;
-    case ENOLCK:
-      return ErrorCode::eNoLockService;
-    case ESTALE:
-      return ErrorCode::eStale;
-    case EROFS:
-      return ErrorCode::eReadOnly;
-    case ENOSPC:
-    case EDQUOT:
-    case EFBIG:
-      return ErrorCode::eFull;
-    case EISDIR:
-    case ENXIO:
-    case ELOOP:
-    case EMLINK:
-      return ErrorCode::eBadContent;
-    default:
-      return ErrorCode::eSystem;
-  }
-}
-
-const char* adviceFor(ErrorCode code) {
-  switch (code) {
-    case ErrorCode::eNotFound:
-      return "Check the path, and that the share is mounted.";
-    case ErrorCode::eExists:
-      return "Choose another name.";
-    case ErrorCode::eHeld:
-      return "Another station is using it; try again when it is done.";
-    case ErrorCode::eNoRights:
-      return "Ask whoever manages the share for access.";
-    case ErrorCode::eNoLockService:
-      return "The share offers no locks; mount it with locking.";
-    case ErrorCode::eStale:
-      return "The share lost it; mount the share again.";
-    case ErrorCode::eReadOnly:
-      return "The share is mounted read-only; mount it for writing.";
-    case ErrorCode::eFull:
-      return "Make room on the share.";
-    case ErrorCode::eBadContent:
-      return "Something that is no plain file is in its place; move it away.";
-    default:
-      return "Try again, and see the system's log if it stays so.";
-  }
-}
-
 /// The temporary files of one path all begin like this: a dot, so that no listing takes them for
 /// anything, and a number for the name, since a name of the greatest length leaves no room for
 /// more.
 std::string temporaryStem(const std::string& path) {
-  std::uint64_t hash = 14695981039346656037ULL;
-  for (const char byte : nameOf(path)) {
-    hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211ULL;
-  }
   char stem[32];
-  std::snprintf(stem, sizeof stem, ".kv-%016llx", static_cast<unsigned long long>(hash));
+  std::snprintf(stem, sizeof stem, ".kv-%016llx",
+                static_cast<unsigned long long>(hash64(nameOf(path))));
   return folderOf(path) + "/" + stem;
 }
 
@@ -149,7 +91,7 @@ void syncFolder(const std::string& folder) {
 
 bool fill(const Temporary& temporary, const std::string& path, const std::string& bytes) {
   const int file = temporary.file.get();
-  if (!writeAll(file, bytes.data(), bytes.size())) return false;
+  if (!writeAll(file, bytes)) return false;
   shareLikeFolder(file, folderOf(path));
   return ::fsync(file) == 0;
 }
@@ -200,7 +142,7 @@ Result<bool> isThereFresh(const std::string& path) {
   errno = ENOENT;
   const bool canLook = !path.empty() && (lookAfresh(folderOf(path)) || errno == EACCES);
   if (canLook && ::stat(path.c_str(), &status) == 0) return true;
-  if (codeOf(errno) == ErrorCode::eNotFound) return false;
+  if (fileProblem(errno).code == ErrorCode::eNotFound) return false;
   return errorFromErrno(errno, "look for", path);
 }
 
@@ -267,8 +209,8 @@ Result<void> checkReplaceable(const std::string& path, std::size_t size) {
   const Temporary temporary = makeOwnTemporary(path);
   if (!temporary.file.isOpen()) return errorFromErrno(errno, "write", path);
   const std::string bytes(size, ' ');
-  const bool isWritten = writeAll(temporary.file.get(), bytes.data(), bytes.size()) &&
-                         ::fsync(temporary.file.get()) == 0;
+  const bool isWritten =
+      writeAll(temporary.file.get(), bytes) && ::fsync(temporary.file.get()) == 0;
   const int problem = errno;
   ::unlink(temporary.path.c_str());
   if (!isWritten) return errorFromErrno(problem, "write", path);
@@ -298,13 +240,6 @@ Result<void> makeFolder(const std::string& path) {
   const Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (folder.isOpen()) shareLikeFolder(folder.get(), folderOf(path));
   return {};
-}
-
-Error errorFromErrno(int number, const std::string& what, const std::string& path) {
-  const ErrorCode code = codeOf(number);
-  return {code,
-          "Cannot " + what + " " + path + ": " + std::strerror(number) + ". " + adviceFor(code),
-          path};
 }
 
 Error tooLarge(const std::string& path, std::size_t most) {

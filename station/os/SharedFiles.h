@@ -3,11 +3,21 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "station/base/Result.h"
+#include "station/os/FileErrors.h"
 
 namespace korvel {
+
+// The endings of files of a projects directory: an edit or log; a record of a project, room or
+// other object; a room's lock; what names the holder of a lock; a user's marker.
+inline constexpr std::string_view kEditEnding = ".otio";
+inline constexpr std::string_view kRecordEnding = ".json";
+inline constexpr std::string_view kLockEnding = ".lck";
+inline constexpr std::string_view kInformationEnding = ".inf";
+inline constexpr std::string_view kMarkerEnding = ".cli";
 
 // Files on the shared projects directory as the station's documents use them. Paths are UTF-8.
 // Every question is asked freshly: the parent directory is opened and one entry read before the
@@ -71,9 +81,6 @@ Result<void> moveFile(const std::string& from, const std::string& to);
 
 /// Makes a folder that takes its parent's group and write bits. eExists when it is there.
 Result<void> makeFolder(const std::string& path);
-
-/// The code and sentence for an errno value met while doing `what` ("write", "open") to `path`.
-Error errorFromErrno(int number, const std::string& what, const std::string& path);
 
 /// The refusal to read a file that is larger than `most`.
 Error tooLarge(const std::string& path, std::size_t most);

@@ -1,44 +1,19 @@
 #include "station/project/LockProbe.h"
 
-#include <array>
-
 #include "host/base/Log.h"
 #include "host/os/OS.h"
 #include "station/base/Strings.h"
+#include "station/os/FileErrors.h"
 #include "station/os/HostFileManager.h"
 
 namespace korvel {
 
 namespace {
 
-struct Reason {
-  eFileError error;
-  ErrorCode code;
-  const char* text;
-};
-
-constexpr std::array kReasons{
-    Reason{eFileError::eNoRights, ErrorCode::eNoRights,
-           "its lock file may not be opened by this user; ask the administrator for rights"},
-    Reason{eFileError::eNoLockService, ErrorCode::eNoLockService,
-           "the file system offers no locks, so nothing can be held safely; mount it with locks"},
-    Reason{eFileError::eStale, ErrorCode::eStale,
-           "the network file system lost the folder; mount it again"},
-    Reason{eFileError::eReadOnly, ErrorCode::eReadOnly,
-           "the projects folder is read-only; mount it for writing"},
-    Reason{eFileError::eFull, ErrorCode::eFull, "the file system is full; free some space"},
-    Reason{eFileError::eMissing, ErrorCode::eNotFound,
-           "its folder is gone; see whether the projects folder is still mounted"},
-    Reason{eFileError::eNotAFile, ErrorCode::eSystem,
-           "something else is in the place of its lock file; remove it"},
-    Reason{eFileError::eOther, ErrorCode::eSystem,
-           "the system would not open its lock file; see whether the projects folder is usable"},
-};
-
 /// What the system said, where the reason does not tell.
-std::string saidBySystem(const Reason& reason) {
+std::string saidBySystem(eFileError reason) {
   const std::string said = HostFileManager::lastErrorText();
-  return reason.error != eFileError::eOther || said.empty() ? "" : " (" + said + ")";
+  return reason != eFileError::eOther || said.empty() ? "" : " (" + said + ")";
 }
 
 }  // namespace
@@ -72,7 +47,7 @@ std::string lockStateText(LockState state) {
     case LockState::eFree:
       return "free";
     case LockState::eHeld:
-      return "taken";
+      return "held";
     case LockState::eLeftBehind:
       return "left behind";
     case LockState::eUnknown:
@@ -99,11 +74,12 @@ std::string holderText(const std::string& holder) {
 Error lockRefusal(const std::string& what, eFileError reason,
                   const std::function<LightweightString<wchar_t>()>& ask,
                   const std::string& advice) {
-  for (const Reason& known : kReasons) {
-    if (known.error == reason) {
-      return {
-          known.code, what + " could not be taken: " + known.text + saidBySystem(known) + ".", {}};
-    }
+  if (reason != eFileError::eHeld && reason != eFileError::eNone) {
+    const FileProblem& problem = fileProblem(reason);
+    return {problem.code,
+            what + " could not be taken: its lock file cannot be opened, since " +
+                sentenceOf(problem) + saidBySystem(reason) + ".",
+            {}};
   }
   return {
       ErrorCode::eHeld, what + " is held by " + holderText(awaitHolder(ask)) + ". " + advice, {}};

@@ -25,7 +25,7 @@ LockState lookAtLock(const LightweightString<wchar_t>& lockFile);
 /// \"Sound\"").
 void clearGivenUp(const std::string& what, const LightweightString<wchar_t>& lockFile);
 
-/// How lists show a state: "free", "taken", "left behind", "unknown".
+/// How lists show a state: "free", "held", "left behind", "unknown".
 std::string lockStateText(LockState state);
 
 /// The holder's name as it may be shown. `ask` reads it; while it reads nothing it is asked again,

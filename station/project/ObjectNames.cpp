@@ -1,13 +1,13 @@
 #include "station/project/ObjectNames.h"
 
 #include "station/base/Strings.h"
+#include "station/wire/MessageType.h"
 
 namespace korvel {
 
 namespace {
 
 constexpr std::size_t kLongestName = 1000;
-constexpr char kWireSeparator = '\xAC';
 
 bool hasControlCharacter(const std::string& name) {
   const LightweightString<wchar_t> wide = wideText(name);
@@ -37,7 +37,7 @@ Result<void> checkName(const std::string& what, const std::string& name) {
 }
 
 bool travelsWhole(const std::string& text) {
-  return text.find(kWireSeparator) == std::string::npos;
+  return text.find(kFieldSeparator) == std::string::npos;
 }
 
 }  // namespace korvel

@@ -11,6 +11,7 @@
 #include "host/base/Log.h"
 #include "station/base/Json.h"
 #include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
 
 namespace korvel {
@@ -142,12 +143,6 @@ Result<void> makeProjectFolder(const Cookie& project, const ProjectRecord& recor
   return filled;
 }
 
-std::string timeForRecord() {
-  const std::time_t now = std::time(nullptr);
-  std::tm parts{};
-  gmtime_r(&now, &parts);
-  char text[32];
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
-}
+std::string timeForRecord() { return utcText(std::time(nullptr)); }
 
 }  // namespace korvel

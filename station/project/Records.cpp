@@ -13,8 +13,6 @@ namespace korvel {
 
 namespace {
 
-constexpr std::string_view kEnding = ".json";
-
 /// How many records are in memory before they are taken up.
 constexpr std::size_t kRecordsAtOnce = 64;
 
@@ -71,14 +69,14 @@ void takeOne(const OpenProject& project, const ListedRecord& record, Result<Stam
 
 Cookie recordCookie(std::string_view fileName, std::string_view kinds) {
   if (fileName.empty() || kinds.find(fileName.front()) == std::string_view::npos) return {};
-  if (!fileName.ends_with(kEnding)) return {};
-  const std::string stem(fileName.substr(0, fileName.size() - kEnding.size()));
+  if (!fileName.ends_with(kRecordEnding)) return {};
+  const std::string stem(fileName.substr(0, fileName.size() - kRecordEnding.size()));
   Cookie cookie(stem.c_str(), false);
   return utf8Text(cookie.asString()) == stem ? cookie : Cookie();
 }
 
 std::string recordPath(const std::string& folder, const Cookie& cookie) {
-  return folder + '/' + utf8Text(cookie.asString()) + std::string(kEnding);
+  return folder + '/' + utf8Text(cookie.asString()) + std::string(kRecordEnding);
 }
 
 Result<JsonValue> parseRecord(const Result<std::string>& bytes, const std::string& path) {

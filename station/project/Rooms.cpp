@@ -19,8 +19,6 @@ namespace korvel {
 
 namespace {
 
-constexpr std::string_view kRecordEnding = ".json";
-
 /// The file name of the room whose record this is; empty for other files.
 std::string roomOfRecord(const std::string& file) {
   if (!file.ends_with(kRecordEnding)) return {};

@@ -44,7 +44,6 @@ void Screen::resumeUpdates() {
 void Screen::update() {
   hasDrawing_ = false;
   ++updates_;
-  if (listener_) listener_();
 }
 
 }  // namespace korvel
@@ -84,14 +83,14 @@ Result<std::unique_ptr<GenIcon>> ComponentTypes::create(GlobCreationInfo info) {
   const std::string name = shownText(info.typeName.view());
   const Type* type = instance().find(info.typeName);
   if (!type) {
-    return Error{ErrorCode::eNotFound, "There is no tool \"" + name + "\": no plug-in offers it",
-                 ""};
+    return Error{ErrorCode::eNotFound,
+                 "There is no tool " + inQuotes(name) + ": no plug-in offers it", ""};
   }
   std::unique_ptr<Glob> made(type->factory(&info));
   auto* tool = dynamic_cast<GenIcon*>(made.get());
   if (!tool) {
-    return Error{ErrorCode::eSystem, "The tool \"" + name + "\" could not be made by its plug-in",
-                 ""};
+    return Error{ErrorCode::eSystem,
+                 "The tool " + inQuotes(name) + " could not be made by its plug-in", ""};
   }
   made.release();
   return std::unique_ptr<GenIcon>(tool);

@@ -51,9 +51,6 @@ class Screen {
   /// The number of screen updates so far.
   [[nodiscard]] std::uint64_t updates() const { return updates_; }
 
-  /// Called on the host thread after each update; an empty function for nobody.
-  void setListener(std::function<void()> listener) { listener_ = std::move(listener); }
-
  private:
   void update();
 
@@ -65,7 +62,6 @@ class Screen {
   int deferrals_ = 0;
   bool hasDrawing_ = false;
   std::uint64_t updates_ = 0;
-  std::function<void()> listener_;
 };
 
 /// The types of tool that plug-ins registered, in the order in which they did. Host thread.

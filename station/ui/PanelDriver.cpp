@@ -130,8 +130,8 @@ Result<void> PanelDriver::chooseRecipient(const std::string& user) {
   const std::size_t item = itemFor(menu, wideText(user));
   if (item == TitleMenuButton::kNoItem) {
     return Error{ErrorCode::eNotFound,
-                 "There is no user \"" + shownText(user) +
-                     "\" to write to: \"users\" lists the known, \"user add NAME\" adds one. "
+                 "There is no user " + inQuotes(user) +
+                     " to write to: \"users\" lists the known, \"user add NAME\" adds one. "
                      "Who was added since the panel was opened is in its menu after \"panel "
                      "close\".",
                  ""};

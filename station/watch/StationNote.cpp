@@ -11,8 +11,6 @@ namespace korvel {
 
 namespace {
 
-constexpr std::string_view kEnding = ".json";
-
 /// Raised when a reader of this version could not understand what is written.
 constexpr long kFormat = 1;
 
@@ -39,7 +37,7 @@ JsonValue addressesOf(const StationNote& note) {
 
 Error noNote(const std::string& id, const std::string& why) {
   return {ErrorCode::eBadContent,
-          "The note " + inQuotes(id + std::string(kEnding)) +
+          "The note " + inQuotes(id + std::string(kRecordEnding)) +
               " of a station cannot be read: " + why + ". Remove it if its station is gone.",
           {}};
 }
@@ -123,11 +121,11 @@ std::string notesFolder(const std::string& projectsDirectory) {
 }
 
 bool isNoteFile(std::string_view name) {
-  return name.size() > kEnding.size() && name.front() != '.' && name.ends_with(kEnding);
+  return name.size() > kRecordEnding.size() && name.front() != '.' && name.ends_with(kRecordEnding);
 }
 
 std::string noteId(std::string_view name) {
-  return std::string(name.substr(0, name.size() - kEnding.size()));
+  return std::string(name.substr(0, name.size() - kRecordEnding.size()));
 }
 
 std::string noteLock(const std::string& folder, const std::string& id) {

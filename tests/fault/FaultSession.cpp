@@ -269,7 +269,7 @@ void FaultSession::lookAgain() {
   const JsonValue projects = mustWork(*next, "project list");
   for (const JsonValue& project : projects.elements()) {
     if (!project["problem"].asString().empty()) complain(writeJson(project));
-    if (project["lock"].asString() == "taken") complain("a lock stays: " + writeJson(project));
+    if (project["lock"].asString() == "held") complain("a lock stays: " + writeJson(project));
     enterAndWork(*next, project);
   }
   if (next->quit() != 0) complain("the other does not end: " + next->errorText());

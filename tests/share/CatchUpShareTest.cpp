@@ -115,7 +115,7 @@ TEST_F(CatchUpShareTest, RoomsAreFollowed) {
   benFinds("room", "refreshed");
   run(anna, "room enter Sound");
   benFinds("room", "refreshed");
-  EXPECT_EQ(run(ben, "state")["rooms"].elements().at(0)["state"].asString(), "taken");
+  EXPECT_EQ(run(ben, "state")["rooms"].elements().at(0)["state"].asString(), "held");
   run(anna, "room leave");
   benFinds("room", "refreshed");
 }

@@ -78,7 +78,7 @@ TEST_F(GuardTest, AfterTheHolderWasKilledTheSecondEntersAtOnce) {
   anna_->kill9();
   EXPECT_EQ(listed(*ben_, "project list", "Secret")["lock"].asString(), "left behind");
   run(*ben_, "project enter Secret");
-  EXPECT_EQ(listed(*ben_, "project list", "Secret")["lock"].asString(), "taken");
+  EXPECT_EQ(listed(*ben_, "project list", "Secret")["lock"].asString(), "held");
   EXPECT_EQ(listed(*ben_, "project list", "Secret")["owner"].asString(), "BEN");
 }
 
@@ -119,7 +119,7 @@ TEST_F(GuardTest, WhateverTheInformationFileHoldsTheProjectStaysHeld) {
     SCOPED_TRACE(row.what);
     std::ofstream(info, std::ios::binary) << row.content;
     const JsonValue shown = listed(*ben_, "project list", "Secret");
-    EXPECT_EQ(shown["lock"].asString(), "taken");
+    EXPECT_EQ(shown["lock"].asString(), "held");
     EXPECT_EQ(shown["owner"].asString().substr(0, row.owner.size()), row.owner) << writeJson(shown);
     const std::string said = refusal(*ben_, "project enter Secret");
     const std::string holder = row.owner.empty() ? "another station" : row.owner;
@@ -149,7 +149,7 @@ TEST_F(GuardTest, ALockFileThatIsNoFileOrAnotherUsersAloneIsToldAndNothingIsHeld
   const std::string cookie = run(*anna_, "project create Secret --private").asString();
   const std::string lock = folder_ / ("projects/" + cookie + "/Lock");
   std::filesystem::create_directory(lock);
-  EXPECT_NE(refusal(*ben_, "project enter Secret").find("in the place of its lock file"),
+  EXPECT_NE(refusal(*ben_, "project enter Secret").find("no plain file is in its place"),
             std::string::npos);
   std::filesystem::remove(lock);
   std::ofstream(lock).flush();
@@ -159,7 +159,9 @@ TEST_F(GuardTest, ALockFileThatIsNoFileOrAnotherUsersAloneIsToldAndNothingIsHeld
   }
   StationProcess& carla = start("CARLA", 13);
   const std::string said = refusal(carla, "project enter Secret");
-  EXPECT_NE(said.find("its lock file may not be opened by this user"), std::string::npos) << said;
+  EXPECT_NE(said.find("its lock file cannot be opened, since this user may not use it"),
+            std::string::npos)
+      << said;
   EXPECT_EQ(refusal(carla, "edit list").find("No project is open"), 0U);
   EXPECT_EQ(listed(carla, "project list", "Secret")["lock"].asString(), "unknown");
 }

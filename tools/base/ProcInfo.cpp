@@ -1,4 +1,5 @@
 #include "tools/base/ProcInfo.h"
+#include "station/base/Strings.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -238,12 +239,6 @@ bool isOf(const Mount& mount, const KnownOption& known) {
          std::ranges::find(mount.options, known.name) != mount.options.end();
 }
 
-std::string joined(const std::vector<std::string>& words) {
-  std::string all;
-  for (const auto& word : words) all += (all.empty() ? "" : ",") + word;
-  return all;
-}
-
 Findings judgeCaches(const Mount& mount) {
   Findings findings;
   for (const std::string& option : mount.options) {
@@ -265,7 +260,7 @@ std::string describe(const Mount& mount) {
   if (!mount.isNetwork()) {
     return text + ": a disk of this machine, which other machines see only if it serves it to them";
   }
-  return text + " with " + joined(mount.options);
+  return text + " with " + joined(mount.options, ",");
 }
 
 }  // namespace

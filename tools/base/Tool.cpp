@@ -97,12 +97,4 @@ std::string countText(std::uint64_t count, const std::string& noun) {
   return std::to_string(count) + " " + (count == 1 ? noun : plural);
 }
 
-std::string textOfTime(std::int64_t secondsSince1970) {
-  const auto time = static_cast<std::time_t>(secondsSince1970);
-  std::tm parts{};
-  gmtime_r(&time, &parts);
-  char text[32];
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
-}
-
 }  // namespace korvel

@@ -51,9 +51,6 @@ void printTable(const JsonValue& rows, const char* (*colourOf)(const JsonValue& 
 /// A count with its noun: "1 message", "2 messages".
 std::string countText(std::uint64_t count, const std::string& noun);
 
-/// A time as "2026-05-31T12:00:00Z".
-std::string textOfTime(std::int64_t secondsSince1970);
-
 class CommandLine;
 
 // Each adds its command.

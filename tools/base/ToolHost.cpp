@@ -13,6 +13,7 @@
 #include <iostream>
 
 #include "app/base/Options.h"
+#include "station/base/Log.h"
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 
@@ -113,7 +114,7 @@ constexpr auto kBetweenAnswers = std::chrono::milliseconds(50);
 int waiting_ = -1;
 
 void tell(char what) {
-  if (waiting_ >= 0) writeAll(waiting_, &what, 1);
+  if (waiting_ >= 0) writeAll(waiting_, {&what, 1});
 }
 
 ToolStatus lookSafely(const std::function<ToolStatus()>& look) {

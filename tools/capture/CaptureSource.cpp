@@ -194,7 +194,7 @@ Result<void> add(const Hearing& hearing, Opened& opened) {
   const auto where = parseIpv4(hearing.listen);
   if (!where) {
     return Error{ErrorCode::eUsage,
-                 "--listen names \"" + hearing.listen + "\", which is no IPv4 address",
+                 "--listen names " + inQuotes(hearing.listen) + ", which is no IPv4 address",
                  {}};
   }
   if (*where == Ipv4{}) return addAtAll(hearing.port, opened);

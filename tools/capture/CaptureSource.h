@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "station/base/Result.h"
+#include "station/base/StationSettings.h"
 #include "tools/capture/HeardMessage.h"
 
 namespace korvel {
@@ -74,7 +75,7 @@ class iCaptureSource {
 
 /// Where to hear, and how.
 struct Hearing {
-  int port = 27015;
+  int port = kDefaultPort;
   std::string listen =
       "0.0.0.0";              ///< all, a multicast or broadcast address, or one of this machine
   bool onlyCaptures = false;  ///< capture packets even where the port could be shared

@@ -198,8 +198,7 @@ Result<void> MessageFilter::readProjects(const std::vector<std::string>& words) 
   for (const std::string& word : words) {
     const Cookie cookie(word.c_str(), false);
     if (cookie.isNull()) {
-      return refusal("\"" + shownText(word) +
-                     "\" is no cookie; kv-share locks shows those of projects");
+      return refusal(inQuotes(word) + " is no cookie; kv-share locks shows those of projects");
     }
     projects_.insert(cookie.asString().str());
   }
@@ -219,8 +218,8 @@ Result<void> MessageFilter::readSenders(const std::vector<std::string>& words) {
       isSender = isSender && read.ec == std::errc() && read.ptr == end && sender.port > 0;
     }
     if (!isSender) {
-      return refusal("\"" + shownText(word) +
-                     "\" is no sender: give an address, an address:port or a network like "
+      return refusal(inQuotes(word) +
+                     " is no sender: give an address, an address:port or a network like "
                      "192.168.1.0/24");
     }
     senders_.push_back(sender);

@@ -121,7 +121,7 @@ bool isCookie(const std::string& text) {
 }
 
 std::string readName(const std::string& path) {
-  if (path.ends_with(".otio")) {
+  if (path.ends_with(kEditEnding)) {
     const auto bytes = readFresh(path);
     const auto summary = bytes ? readEditSummary(*bytes) : Result<EditSummary>(bytes.error());
     return summary ? summary->name : std::string();
@@ -187,7 +187,8 @@ MessageFields NameBook::withNames(MessageFields fields) {
   if (isCookie(fields.cookie)) {
     const char kind = Cookie(fields.cookie.c_str(), false).getType();
     const bool isEdit = kind == CookieTypeEdit || kind == 'S';
-    addName(fields.cookie, folder + "/" + fields.cookie + (isEdit ? ".otio" : ".json"));
+    addName(fields.cookie,
+            folder + "/" + fields.cookie + std::string(isEdit ? kEditEnding : kRecordEnding));
   }
   addName(fields.project, folder + "/project.json");
   return fields;

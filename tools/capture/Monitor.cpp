@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "station/base/Strings.h"
 #include "station/net/HeardList.h"
 #include "station/os/SharedFiles.h"
 #include "tools/base/ToolHost.h"
@@ -32,7 +33,7 @@ struct Request {
 
 /// A time as "2026-05-31T12:00:00.123456Z".
 std::string preciseTime(std::int64_t time) {
-  std::string text = textOfTime(time / kNanosecondsASecond);
+  std::string text = utcText(time / kNanosecondsASecond);
   char fraction[16];
   std::snprintf(fraction, sizeof fraction, ".%06dZ",
                 static_cast<int>(time % kNanosecondsASecond / 1000));

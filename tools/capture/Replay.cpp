@@ -13,11 +13,13 @@
 #include <utility>
 
 #include "station/base/Json.h"
+#include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/net/Interfaces.h"
 #include "station/net/ListenerSocket.h"
 #include "station/net/UdpBroadcaster.h"
 #include "station/os/HostOS.h"
+#include "station/wire/MessageType.h"
 #include "tools/capture/CaptureFile.h"
 #include "tools/capture/HeardMessage.h"
 #include "tools/capture/MessageLine.h"
@@ -67,7 +69,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kStationsPort = 27015;
 constexpr double kLongestWait = 1e17;  // nanoseconds, three years: a clock can hold it
 constexpr const char* kOwnNetwork = "127.255.255.255";
 
@@ -133,8 +134,8 @@ class MeantMessages {
  private:
   /// A datagram to the stations' port, or with the beginning of a message.
   [[nodiscard]] bool isMessage(const HeardMessage& message) const {
-    return message.port == kStationsPort || message.port == request_.port.value_or(0) ||
-           message.bytes.starts_with("d\xAC");
+    return message.port == kDefaultPort || message.port == request_.port.value_or(0) ||
+           message.bytes.starts_with(std::string("d") + kFieldSeparator);
   }
 
   bool isMeant(const HeardMessage& message) {
@@ -236,7 +237,7 @@ Result<std::vector<Ipv4>> targetsOf(const Request& request) {
   for (const std::string& word : words) {
     const auto address = parseIpv4(word);
     if (!address) {
-      return Error{ErrorCode::eUsage, "\"" + shownText(word) + "\" is no IPv4 address", {}};
+      return Error{ErrorCode::eUsage, inQuotes(word) + " is no IPv4 address", {}};
     }
     const bool isAllowed =
         std::find(request.onto.begin(), request.onto.end(), word) != request.onto.end();
@@ -303,7 +304,7 @@ std::string nothingIn(const Request& request, const CaptureFile& capture,
     return "none of the " + countText(messages.found(), "message") + " of " + file + " is meant";
   }
   return file + " holds no messages of stations, in " + countText(capture.packets(), "packet") +
-         "; those that went to another port than " + std::to_string(kStationsPort) + " need --port";
+         "; those that went to another port than " + std::to_string(kDefaultPort) + " need --port";
 }
 
 /// What was wrong with the capture, for the user.

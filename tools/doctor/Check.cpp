@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "station/base/Log.h"
 #include "station/os/Posix.h"
 #include "tools/base/ToolHost.h"
 
@@ -30,7 +31,7 @@ void answer(const Check& check, int pipe) {
   JsonValue all = JsonValue::array();
   for (const Finding& finding : lookSafely(check)) all.append(objectOf(finding));
   const std::string line = writeJson(all) + "\n";
-  writeAll(pipe, line.data(), line.size());
+  writeAll(pipe, line);
 }
 
 std::string secondsText(std::chrono::milliseconds time) {
@@ -80,8 +81,6 @@ Outcome runOne(const Check& check) {
 }
 
 }  // namespace
-
-Findings runLimited(const Check& check) { return named(check, runOne(check).findings); }
 
 void runChecks(std::span<const Check> checks, const std::function<void(const Finding&)>& take) {
   bool canUseShare = true;

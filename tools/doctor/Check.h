@@ -30,20 +30,18 @@ struct Check {
   std::function<Findings()> look;
 };
 
-/// Runs a check in a process of its own, for its limit at most: one that hangs (a mount whose
-/// server is gone keeps even `kill -9` waiting) is left to itself, and its finding says so. One
-/// that ends in any other way than by its answer is a failure as well.
-Findings runLimited(const Check& check);
-
-/// Runs checks one after another and hands each finding to `take` as it comes. After the share hung
-/// or a gate failed, what touches the share is left out.
+/// Runs checks one after another and hands each finding to `take` as it comes. Each runs in a
+/// process of its own, for its limit at most: one that hangs (a mount whose server is gone keeps
+/// even `kill -9` waiting) is left to itself, and its finding says so. One that ends in any other
+/// way than by its answer is a failure as well. After the share hung or a gate failed, what touches
+/// the share is left out.
 void runChecks(std::span<const Check> checks, const std::function<void(const Finding&)>& take);
 
 /// What the checks look at: a station as it would be started here, and where the machine tells of
 /// itself.
 struct DoctorFacts {
   StationSettings station;
-  int port = 27015;
+  int port = kDefaultPort;
   std::string mountInfo = "/proc/self/mountinfo";
   std::string largestBuffer = "/proc/sys/net/core/rmem_max";
   ExclusiveOpen open = openAsStationsDo;

@@ -11,8 +11,6 @@ namespace korvel {
 
 namespace {
 
-constexpr const char* kPortKey = "shared_projects_udp_port";
-
 /// An option of kv-station, as it was given.
 struct StationOption {
   const char* name;

@@ -373,19 +373,13 @@ Round tryWhileHeld(Pair& pair, const std::string& name) {
   return round;
 }
 
-std::string joined(const std::vector<std::string>& words) {
-  std::string all;
-  for (const auto& word : words) all += (all.empty() ? "" : " and ") + word;
-  return all;
-}
-
 /// The option that is to blame, by the mounts of both; what to look for where none shows.
 std::string fixFor(const Pair& pair) {
   std::string fix;
   for (const PeerTestSide* const side : {&pair.self, &pair.other}) {
     if (side->breakers.empty()) continue;
     fix += (fix.empty() ? "on " : "; on ") + side->host + ", mount it without " +
-           joined(side->breakers);
+           joined(side->breakers, " and ");
   }
   if (!fix.empty()) return fix + "; a lock counts between machines only if every one sends it";
   return "no option of either mount says why (" + pair.self.host + ": " + pair.self.mount + "; " +

@@ -10,6 +10,7 @@
 #include <random>
 #include <utility>
 
+#include "station/base/Log.h"
 #include "station/base/Strings.h"
 #include "station/os/HostFileManager.h"
 #include "station/os/Posix.h"
@@ -164,7 +165,7 @@ constexpr auto kTimeToTake = std::chrono::seconds(10);
 void holdUntilKilled(const ExclusiveOpen& open, const std::string& path, int pipe) {
   const OpenOutcome outcome = open(path);
   const char answer = static_cast<char>(outcome.problem);
-  writeAll(pipe, &answer, 1);
+  writeAll(pipe, {&answer, 1});
   while (outcome.problem == eFileError::eNone) ::pause();
 }
 

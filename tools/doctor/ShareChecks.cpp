@@ -9,6 +9,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include "station/base/Log.h"
+#include "station/os/FileErrors.h"
 #include "station/os/SharedFiles.h"
 #include "tools/doctor/ProbeFolder.h"
 
@@ -56,20 +58,6 @@ Findings lookExists(const DoctorFacts& facts) {
                (names->size() == 1 ? " entry" : " entries"))};
 }
 
-std::string fixOfRights(const Error& problem, const std::string& path) {
-  switch (problem.code) {
-    case ErrorCode::eNoRights:
-      return "give the editors' group the right to write (chgrp editors '" + path +
-             "'; chmod g+rwxs '" + path + "') and make this user a member of it";
-    case ErrorCode::eBadContent:
-      return "remove it: the trials need a folder of that name";
-    case ErrorCode::eFull:
-      return "make room on it";
-    default:
-      return "mount it for writing";
-  }
-}
-
 Findings lookRights(const DoctorFacts& facts) {
   const std::string& path = facts.station.projectsDirectory;
   ProbeFolder folder(path);
@@ -78,7 +66,7 @@ Findings lookRights(const DoctorFacts& facts) {
   if (made) made = writeAtomically(file.path(), "rights");
   if (made) return {pass("this user can make folders and files in it")};
   return {fail("this user cannot make folders and files in it: " + clause(made.error().message),
-               fixOfRights(made.error(), path))};
+               fileProblem(made.error().code).advice)};
 }
 
 Findings lookGroup(const DoctorFacts& facts) {
@@ -139,9 +127,9 @@ Findings lookExclusion(const DoctorFacts& facts) {
 /// Looks as a station does, first in vain, then until the file is there.
 void watchFor(const std::string& path, int pipe) {
   const char mark = existsFresh(path) ? '-' : '+';
-  writeAll(pipe, &mark, 1);
+  writeAll(pipe, {&mark, 1});
   while (!existsFresh(path)) ::usleep(1000);
-  writeAll(pipe, &mark, 1);
+  writeAll(pipe, {&mark, 1});
 }
 
 Findings lookSeen(const DoctorFacts& facts) {

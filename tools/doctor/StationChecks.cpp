@@ -22,13 +22,10 @@ bool hasControls(const std::string& name) {
                      [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; });
 }
 
-bool hasOtherThanAscii(const std::string& name) {
-  return std::any_of(name.begin(), name.end(), [](char byte) { return (byte & 0x80) != 0; });
-}
-
 Findings lookMarker(const DoctorFacts& facts) {
   const std::string& user = facts.station.user;
-  const std::string marker = facts.station.projectsDirectory + "/" + user + ".cli";
+  const std::string marker =
+      facts.station.projectsDirectory + "/" + user + std::string(kMarkerEnding);
   struct stat status {};
   const bool isThere =
       !user.empty() && existsFresh(marker) && ::lstat(marker.c_str(), &status) == 0;
@@ -56,7 +53,7 @@ Findings lookUserList(const DoctorFacts& facts) {
 }  // namespace
 
 Findings judgeName(const std::string& what, const std::string& name) {
-  const std::string shown = "the " + what + " \"" + name + "\"";
+  const std::string shown = "the " + what + " " + inQuotes(name);
   const std::string other = "choose another with --" + what.substr(0, what.find(' '));
   if (name.empty()) return {fail("the " + what + " is empty: nobody knows this station", other)};
   if (!travelsWhole(name)) {
@@ -72,7 +69,7 @@ Findings judgeName(const std::string& what, const std::string& name) {
                      " bytes: others see its first " + std::to_string(kLongestName),
                  other + ", a shorter one")};
   }
-  if (hasOtherThanAscii(name)) {
+  if (!isAscii(name)) {
     return {warn(shown + " holds letters that are not ASCII: words to this user alone become "
                          "notifications, and no lines of the panel",
                  other + ", in capitals from A to Z")};
@@ -84,12 +81,10 @@ Findings judgeMarker(const std::string& user, long age, StationHere here) {
   if (age < 0) return {pass("no other station is marked as " + user + "'s")};
   const std::string text = user + ".cli was set " + std::to_string(age) + " s ago";
   if (here == StationHere::eRuns) return {pass(text + ", and a station runs on this machine")};
-  return {warn(text +
-                   ", and no station runs on this machine: another station has the user name "
-                   "\"" +
-                   user + "\", or one was killed",
+  return {warn(text + ", and no station runs on this machine: another station has the user name " +
+                   inQuotes(user) + ", or one was killed",
                "give every station a user name of its own; if no other is " + user + "'s, remove " +
-                   user + ".cli")};
+                   user + std::string(kMarkerEnding))};
 }
 
 Findings judgeUser(const std::string& user, const std::string& host, const UserList& list) {
@@ -105,7 +100,7 @@ Findings judgeUser(const std::string& user, const std::string& host, const UserL
                      "own, and may not change what it owns",
                  "choose another with --user and --host")};
   }
-  if (hasOtherThanAscii(user)) {
+  if (!isAscii(user)) {
     return {warn(shown + " holds letters beyond ASCII: messages to this user alone become "
                          "notifications, and no lines of the panel",
                  fix)};

@@ -12,6 +12,7 @@
 #include "station/base/Json.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditSummary.h"
+#include "station/os/FileErrors.h"
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
@@ -43,47 +44,22 @@ Explanation freeOf(const std::string& object, const char* cause) {
 }
 
 /// What keeps a file from being read or written, by the error that tells.
-Explanation refusedBy(const std::string& object, const Error& problem) {
-  switch (problem.code) {
-    case ErrorCode::eNotFound:
-      return state(object, "missing", "is not there (" + problem.path + ")",
-                   "see whether the share is mounted, else bring it back from a backup");
-    case ErrorCode::eNoRights:
-      return state(object, "no rights", "may not be used by this user (" + problem.path + ")",
-                   "give the editors' group the right to read and write it (chmod g+rwX), and make "
-                   "this user a member of the group");
-    case ErrorCode::eReadOnly:
-      return state(object, "read-only", "lies on a file system that is mounted read-only",
-                   "mount it for writing (mount -o remount,rw)");
-    case ErrorCode::eNoLockService:
-      return state(object, "no locks", "lies on a file system that offers no locks",
-                   "mount it with locks: NFS without nolock, SMB without nobrl");
-    case ErrorCode::eStale:
-      return state(object, "stale", "lies in a folder that the share has lost",
-                   "mount the share again");
-    case ErrorCode::eFull:
-      return state(object, "full", "lies on a file system that is full", "make room on it");
-    default:
-      return state(object, "broken", "cannot be read: " + problem.message,
-                   "bring it back from a backup");
+Explanation refusedBy(const std::string& object, const Error& error) {
+  const FileProblem& problem = fileProblem(error.code);
+  if (problem.code == ErrorCode::eSystem || problem.code == ErrorCode::eBadContent) {
+    return state(object, problem.name, "cannot be read: " + error.message,
+                 "bring it back from a backup");
   }
+  return state(object, problem.name,
+               "cannot be used: " + std::string(problem.text) + " (" + error.path + ")",
+               problem.advice);
 }
 
-/// The same for what the file manager's last open met.
-Explanation refusedBy(const std::string& object, eFileError problem, const std::string& path) {
-  const std::pair<eFileError, ErrorCode> codes[] = {
-      {eFileError::eMissing, ErrorCode::eNotFound},
-      {eFileError::eNoRights, ErrorCode::eNoRights},
-      {eFileError::eReadOnly, ErrorCode::eReadOnly},
-      {eFileError::eStale, ErrorCode::eStale},
-      {eFileError::eFull, ErrorCode::eFull},
-      {eFileError::eNoLockService, ErrorCode::eNoLockService}};
-  for (const auto& [met, code] : codes) {
-    if (met == problem) return refusedBy(object, Error{code, {}, path});
-  }
-  return state(object, "broken",
-               "has something else than a file in the place of its lock (" + path + ")",
-               "move that away");
+/// The same for what the file manager's last open of a lock met.
+Explanation refusedBy(const std::string& object, eFileError error, const std::string& path) {
+  const FileProblem& problem = fileProblem(error);
+  return state(object, problem.name,
+               "cannot be used: " + std::string(problem.text) + " (" + path + ")", problem.advice);
 }
 
 /// Whether this user could make and replace files in a folder; the one thing that stands in the
@@ -160,7 +136,7 @@ Explanation explainProject(const Subject& subject) {
     if (problem.code == ErrorCode::eNotFound && !existsFresh(folder)) problem.path = folder;
     return refusedBy("Project " + cookie, problem);
   }
-  const std::string object = "Project \"" + record->name + "\"";
+  const std::string object = "Project " + inQuotes(record->name);
   Explanation lock = lookAtLockOf(object, folder + "/Lock", subject);
   if (!lock.isFree() && lock.state != "left behind") return lock;
   Explanation rights = lookAtRights(object, folder);
@@ -180,7 +156,7 @@ Explanation explainDependencies(const Subject& subject) {
 Explanation explainRoom(const Subject& subject) {
   const Explanation around = explainDependencies(subject);
   if (!around.isFree()) return around;
-  const std::string object = "Room \"" + subject.name + "\"";
+  const std::string object = "Room " + inQuotes(subject.name);
   Explanation lock = lookAtLockOf(object, subject.path, subject);
   if (!lock.isFree() && lock.state != "left behind") return lock;
   const std::string folder = folderOf(subject.path);
@@ -251,7 +227,7 @@ Explanation explainFile(const Subject& subject) {
   const std::string object = "File " + subject.name;
   const auto bytes = readFresh(subject.path);
   if (!bytes) return refusedBy(object, bytes.error());
-  if (subject.name.ends_with(".json")) {
+  if (subject.name.ends_with(kRecordEnding)) {
     if (bytes->size() > kLargestRecord) {
       return refusedBy(object, readFresh(subject.path, kLargestRecord).error());
     }
@@ -280,7 +256,7 @@ std::string sentenceOf(const Explanation& explanation) {
   std::string text = explanation.object + " " + explanation.cause;
   while (text.back() == '.') text.pop_back();
   if (!explanation.by.empty()) text += " by " + explanation.by;
-  if (explanation.since != 0) text += " since " + textOfTime(explanation.since);
+  if (explanation.since != 0) text += " since " + utcText(explanation.since);
   if (!explanation.where.empty()) text += " (" + explanation.where + ")";
   if (!explanation.advice.empty()) text += "; " + explanation.advice;
   return shownText(text) + ".";
@@ -307,7 +283,7 @@ JsonValue objectOf(const Subject& subject, const Explanation& explanation) {
                                         {"where", shownText(explanation.where)},
                                         {"advice", shownText(explanation.advice)},
                                         {"text", sentenceOf(explanation)}});
-  if (explanation.since != 0) object.set("since", textOfTime(explanation.since));
+  if (explanation.since != 0) object.set("since", utcText(explanation.since));
   return object;
 }
 

@@ -16,7 +16,6 @@ namespace korvel {
 
 namespace {
 
-constexpr std::string_view kEditEnding = ".otio";
 constexpr std::string_view kRoomFolder = "rooms/";
 
 /// The cookie that a name is the whole text of; else the null cookie.
@@ -47,7 +46,7 @@ std::string withoutEndings(std::string name, std::initializer_list<std::string_v
 }
 
 Error nothingThere(const std::string& path, const std::string& why) {
-  return {ErrorCode::eNotFound, "\"" + shownText(path) + "\" " + why, path};
+  return {ErrorCode::eNotFound, inQuotes(path) + " " + why, path};
 }
 
 /// The refusal of a name that several things have; `choices` are their paths, a line each.
@@ -66,7 +65,7 @@ Subject roomOf(const Cookie& project, const std::string& fileName) {
   Subject room = subjectIn(project);
   room.kind = Subject::Kind::eRoom;
   room.name = roomNameOf(fileName);
-  room.path += "/" + std::string(kRoomFolder) + fileName + ".lck";
+  room.path += "/" + std::string(kRoomFolder) + fileName + std::string(kLockEnding);
   return room;
 }
 
@@ -105,8 +104,8 @@ std::vector<Subject> namedIn(const Cookie& project, const std::string& word) {
   std::vector<Subject> found;
   const std::string folder = projectFolder(project);
   const auto fileName = roomFileName(word);
-  if (fileName && (existsFresh(folder + "/rooms/" + *fileName + ".json") ||
-                   existsFresh(folder + "/rooms/" + *fileName + ".lck"))) {
+  if (fileName && (existsFresh(folder + "/rooms/" + *fileName + std::string(kRecordEnding)) ||
+                   existsFresh(folder + "/rooms/" + *fileName + std::string(kLockEnding)))) {
     found.push_back(roomOf(project, *fileName));
   }
   const auto files = listFresh(folder);
@@ -130,8 +129,8 @@ Result<Subject> subjectUnder(const Cookie& project, const std::string& rest) {
     return subject;
   }
   if (rest.starts_with(kRoomFolder)) {
-    const std::string name =
-        withoutEndings(rest.substr(kRoomFolder.size()), {".inf", ".lck", ".json"});
+    const std::string name = withoutEndings(rest.substr(kRoomFolder.size()),
+                                            {kInformationEnding, kLockEnding, kRecordEnding});
     if (!roomNameOf(name).empty()) return roomOf(project, name);
     if (const auto fileName = roomFileName(name)) return roomOf(project, *fileName);
   }

@@ -22,18 +22,11 @@ namespace korvel {
 
 namespace {
 
-constexpr std::string_view kRoomLockEnding = ".lck";
-constexpr std::string_view kRecordEnding = ".json";
-constexpr std::string_view kInformationEnding = ".inf";
-
-/// As many bytes of a name as stations read.
-constexpr std::size_t kNameBytes = 200;
-
 std::string readHolder(const std::string& informationFile) {
   const Kv::Ptr<iFile> file = OS().fileManager().openFile(
       wideText(informationFile), eFileRead, eFileOpenExisting, eFileShareRead, eFileNoFlags);
   if (!file || !file->isOpen()) return {};
-  std::string name(kNameBytes, '\0');
+  std::string name(kLongestUserName, '\0');
   name.resize(file->read(name.data(), name.size()));
   return name.substr(0, name.find('\0'));
 }
@@ -57,7 +50,7 @@ std::set<std::string> roomsOf(const std::string& folder) {
   const auto names = listFresh(folder + "/rooms");
   if (!names) return rooms;
   for (const std::string& name : *names) {
-    for (const std::string_view ending : {kRoomLockEnding, kRecordEnding}) {
+    for (const std::string_view ending : {kLockEnding, kRecordEnding}) {
       if (name.ends_with(ending)) rooms.insert(name.substr(0, name.size() - ending.size()));
     }
   }
@@ -77,7 +70,7 @@ void takeLocksOf(const Cookie& project, const std::function<void(const LockEntry
   shareAnswered();
   for (const std::string& room : roomsOf(projectFolder(project))) {
     LockEntry entry;
-    entry.path = cookie + "/rooms/" + room + std::string(kRoomLockEnding);
+    entry.path = cookie + "/rooms/" + room + std::string(kLockEnding);
     entry.project = lock.project;
     entry.room = roomNameOf(room);
     lookAgain(entry);
@@ -114,7 +107,7 @@ Result<void> expectProjects(const std::string& directory) {
   const auto names = listFresh(directory);
   if (!names) return names.error();
   const auto isKnown = [](const std::string& name) {
-    return name == "userlist.dat" || name.ends_with(".cli") || name.starts_with(".kv-");
+    return name == "userlist.dat" || name.ends_with(kMarkerEnding) || name.starts_with(".kv-");
   };
   if (names->empty() || std::ranges::any_of(*names, isKnown)) return {};
   const bool isProject = std::ranges::find(*names, "project.json") != names->end();
@@ -164,7 +157,7 @@ std::string stateName(LockState state) {
 
 namespace {
 
-std::string timeText(const LockEntry& lock) { return lock.since ? textOfTime(lock.since) : ""; }
+std::string timeText(const LockEntry& lock) { return lock.since ? utcText(lock.since) : ""; }
 
 /// For people: a held lock without a readable name says so.
 std::string holderColumn(const LockEntry& lock) {
@@ -266,7 +259,7 @@ ToolStatus refuseHeld(LockEntry lock) {
 
 bool userAgrees(const LockEntry& lock) {
   std::cout << "Remove " << shownText(lock.path) << ", left behind by " << holderOf(lock) << " at "
-            << textOfTime(lock.since) << "? [y/N] " << std::flush;
+            << utcText(lock.since) << "? [y/N] " << std::flush;
   std::string answer;
   shareRests();
   std::getline(std::cin, answer);
@@ -317,9 +310,9 @@ ToolStatus breakLock(const Request& request) {
   if (!named) return toolProblem(eToolUsage, named.error().message);
   const std::vector<LockEntry>& locks = *named;
   if (locks.size() == 1) return breakOne(locks.front(), request);
-  std::string problem = "\"" + shownText(request.lock) + "\" is no project or room of " +
+  std::string problem = inQuotes(request.lock) + " is no project or room of " +
                         shownText(request.path) + "; kv-share locks shows them";
-  if (!locks.empty()) problem = "\"" + shownText(request.lock) + "\" is the name of several:";
+  if (!locks.empty()) problem = inQuotes(request.lock) + " is the name of several:";
   for (const LockEntry& lock : locks) problem += " " + shownText(lock.path);
   return toolProblem(eToolUsage, problem);
 }

@@ -31,10 +31,6 @@ std::string takeLine(std::string_view& rest) {
   return line;
 }
 
-bool isAscii(const std::string& text) {
-  return std::ranges::all_of(text, [](unsigned char byte) { return byte < 0x80; });
-}
-
 /// What is wrong with a line; empty where it is a name that a station can have.
 std::string problemOf(const std::string& line) {
   if (line.starts_with(kByteOrderMark)) {
@@ -73,8 +69,6 @@ UserList readUserList(std::string_view bytes) {
 
 namespace {
 
-constexpr std::size_t kMarkerEnding = 4;  // ".cli"
-
 /// The user list; empty where there is none.
 UserList userList() {
   const auto bytes = readFresh(settings().projectsDirectory + "/userlist.dat", kLargestList);
@@ -94,7 +88,7 @@ std::vector<Marker> activeUsers() {
   std::vector<Marker> markers;
   for (const auto& item : items) {
     const std::string name = utf8Text(item.name);
-    markers.push_back({name.substr(0, name.size() - kMarkerEnding), item.modified});
+    markers.push_back({name.substr(0, name.size() - kMarkerEnding.size()), item.modified});
   }
   std::ranges::sort(markers, [](const Marker& a, const Marker& b) {
     return a.since != b.since ? a.since > b.since : a.user < b.user;
@@ -120,7 +114,7 @@ JsonValue report(const UserList& list, const std::vector<Marker>& markers) {
   JsonValue active = JsonValue::array();
   for (const auto& marker : markers) {
     active.append(JsonValue::object({textMember("user", marker.user),
-                                     {"since", textOfTime(marker.since)},
+                                     {"since", utcText(marker.since)},
                                      {"age", static_cast<long>(ageOf(marker))}}));
   }
   return JsonValue::object({{"users", std::move(listed)}, {"active", std::move(active)}});

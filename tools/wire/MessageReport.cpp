@@ -67,21 +67,13 @@ std::string noSuchMessageType(const std::string& text) {
                                  ? "; types are " + std::to_string(MessageType::kFirst) + " to " +
                                        std::to_string(MessageType::kLast) + " and their names"
                                  : "; did you mean " + near + "?";
-  return "there is no message type \"" + shownText(text) + "\"" + remedy;
+  return "there is no message type " + inQuotes(text) + remedy;
 }
 
 namespace {
 
 using Warnings = std::vector<std::string>;
 using Fields = std::vector<std::string>;
-
-bool isUtf8(const std::string& bytes) {
-  const auto wide = wideText(bytes);
-  const auto view = wide.view();
-  // A byte that is no part of a letter is read as a low surrogate, which no letter is.
-  return std::none_of(view.begin(), view.end(),
-                      [](wchar_t letter) { return letter >= 0xDC00 && letter <= 0xDFFF; });
-}
 
 bool isNumber(const std::string& text) {
   long value = 0;
@@ -244,26 +236,10 @@ struct Request {
   bool isHex = false;
 };
 
-int digitOf(char letter) {
-  if (letter >= '0' && letter <= '9') return letter - '0';
-  if (letter >= 'a' && letter <= 'f') return letter - 'a' + 10;
-  if (letter >= 'A' && letter <= 'F') return letter - 'A' + 10;
-  return -1;
-}
-
 /// The bytes that hex digits stand for; blanks and colons between them do not count.
-std::optional<std::string> bytesOfHex(const std::string& line) {
-  std::string bytes;
-  int high = -1;
-  for (const char letter : line) {
-    if (std::strchr(" \t\r:", letter)) continue;
-    const int digit = digitOf(letter);
-    if (digit < 0) return std::nullopt;
-    if (high >= 0) bytes += static_cast<char>(high * 16 + digit);
-    high = high >= 0 ? -1 : digit;
-  }
-  if (high >= 0) return std::nullopt;
-  return bytes;
+std::optional<std::string> bytesOfHexLine(std::string line) {
+  std::erase_if(line, [](char letter) { return std::strchr(" \t\r:", letter) != nullptr; });
+  return bytesOfHex(line);
 }
 
 ToolStatus show(const std::string& datagram) {
@@ -283,7 +259,7 @@ ToolStatus decodeHexLines(const Request& request, const std::string& input) {
   for (std::string line; std::getline(lines, line);) {
     ++number;
     if (line.find_first_not_of(" \t\r") == line.npos) continue;
-    const auto bytes = bytesOfHex(line);
+    const auto bytes = bytesOfHexLine(line);
     status = std::max(
         status, bytes ? show(*bytes)
                       : toolProblem(eToolUsage, placeOf(request, number) +

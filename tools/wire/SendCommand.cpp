@@ -20,15 +20,6 @@ namespace korvel {
 
 namespace {
 
-constexpr int kDefaultPort = 27015;
-
-std::string loginName() {
-  for (const char* const key : {"LOGNAME", "USER"}) {
-    if (const char* const name = std::getenv(key)) return name;
-  }
-  return "kv-share";
-}
-
 struct Request {
   std::string type;
   std::optional<std::string> project;
@@ -116,13 +107,11 @@ std::string objectionTo(const Request& request, int type) {
   }
   for (const auto& text : {request.project.value_or(""), request.cookie.value_or("")}) {
     if (!text.empty() && Cookie(text.c_str(), false).isNull()) {
-      return "\"" + shownText(text) +
-             "\" is no cookie: a cookie is a letter and hex digits, like P0001";
+      return inQuotes(text) + " is no cookie: a cookie is a letter and hex digits, like P0001";
     }
   }
   for (const auto& word : request.sendTo) {
-    if (!parseIpv4(word))
-      return "--send-to names \"" + shownText(word) + "\", which is no IPv4 address";
+    if (!parseIpv4(word)) return "--send-to names " + inQuotes(word) + ", which is no IPv4 address";
   }
   return {};
 }
@@ -165,12 +154,6 @@ std::string datagramOf(const Request& request, int type) {
   return utf8Text(message.asString());
 }
 
-std::string joined(const std::vector<std::string>& words, const std::string& otherwise) {
-  std::string all;
-  for (const auto& word : words) all += (all.empty() ? "" : ", ") + word;
-  return all.empty() ? otherwise : all;
-}
-
 ToolStatus sendDatagram(const Request& request, const std::string& datagram, int type) {
   SendEvents events;
   StationSettings with;
@@ -181,8 +164,10 @@ ToolStatus sendDatagram(const Request& request, const std::string& datagram, int
   network.createUDPBroadcaster(request.port)->broadcast(hostText(datagram));
   if (!events.hasLeft()) return eToolFinding;
   std::cout << "sent " << messageTypeName(type) << " (" << type << "), " << datagram.size()
-            << " bytes, to " << joined(request.sendTo, "every network of this machine") << ", port "
-            << request.port << '\n';
+            << " bytes, to "
+            << (request.sendTo.empty() ? "every network of this machine"
+                                       : joined(request.sendTo, ", "))
+            << ", port " << request.port << '\n';
   return eToolDone;
 }
 

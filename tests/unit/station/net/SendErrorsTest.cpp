@@ -89,7 +89,7 @@ class LossReportTest : public ::testing::Test {
 };
 
 TEST_F(LossReportTest, TellsEachKindInOneEventWhenTheFloodIsOver) {
-  for (int count = 0; count < 1000; ++count) report_.queueRefused(now_ += 1ms);
+  for (int count = 0; count < 1000; ++count) report_.wasTooLarge(now_ += 1ms);
   report_.systemDropped(30, now_);
   report_.systemDropped(50, now_);
   report_.tellIfOver(now_ + 199ms);
@@ -97,13 +97,13 @@ TEST_F(LossReportTest, TellsEachKindInOneEventWhenTheFloodIsOver) {
   report_.tellIfOver(now_ + 200ms);
   report_.tellIfOver(now_ + 9s);
   ASSERT_EQ(events_.problems().size(), 2u);
-  EXPECT_EQ(events_.problems()[0].dropped, 1000u);
-  EXPECT_EQ(events_.problems()[1].dropped, 50u);
+  EXPECT_EQ(events_.problems()[0].dropped, 50u);
+  EXPECT_EQ(events_.problems()[1].dropped, 1000u);
 }
 
 TEST_F(LossReportTest, TellsOfAFloodThatDoesNotEnd) {
   for (int count = 0; count < 101; ++count) {
-    report_.queueRefused(now_);
+    report_.wasTooLarge(now_);
     report_.tellIfOver(now_);
     now_ += 100ms;
   }

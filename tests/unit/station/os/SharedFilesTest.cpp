@@ -239,9 +239,11 @@ TEST(SharedFilesTest, FailuresNameThePathAndTellWhatCanBeDone) {
   EXPECT_EQ(listFresh(folder / "gone").error().code, ErrorCode::eNotFound);
   const Error error = readFresh(folder / "gone").error();
   EXPECT_EQ(error.path, folder / "gone");
-  EXPECT_EQ(error.message, "Cannot read " + folder / "gone" +
-                               ": No such file or directory. Check the path, and that the share is "
-                               "mounted.");
+  EXPECT_EQ(
+      error.message,
+      "Cannot read " + folder / "gone" +
+          ": No such file or directory. It is not there; check the path, and that the share is "
+          "mounted.");
 }
 
 TEST(SharedFilesTest, ErrnoValuesAreToldApart) {

@@ -65,9 +65,9 @@ TEST(DoctorCheckTest, OnlyAFailedGateEndsTheChecksOfTheShare) {
 
 TEST(DoctorCheckTest, ACheckThatEndsWithoutAnAnswerIsAFailure) {
   const Findings died =
-      runLimited(shareCheck("x", Role::eOrdinary, kLong, []() -> Findings { ::_exit(3); }));
-  const Findings threw = runLimited(shareCheck(
-      "x", Role::eOrdinary, kLong, []() -> Findings { throw std::runtime_error("no luck"); }));
+      run({shareCheck("x", Role::eOrdinary, kLong, []() -> Findings { ::_exit(3); })});
+  const Findings threw = run({shareCheck(
+      "x", Role::eOrdinary, kLong, []() -> Findings { throw std::runtime_error("no luck"); })});
   EXPECT_EQ(worstOf(died), Verdict::eFail);
   ASSERT_EQ(threw.size(), 1u);
   EXPECT_EQ(threw[0].text, "the check stopped: no luck");
@@ -75,8 +75,8 @@ TEST(DoctorCheckTest, ACheckThatEndsWithoutAnAnswerIsAFailure) {
 
 TEST(DoctorCheckTest, AFindingOfAnyTextComesWholeAndReachesNoTerminalRaw) {
   const std::string text = "a\nb\x1B[2J " + std::string(100'000, 'x');
-  const Findings found = runLimited(
-      shareCheck("x", Role::eOrdinary, kLong, [&] { return Findings{warn(text, "f\x07")}; }));
+  const Findings found =
+      run({shareCheck("x", Role::eOrdinary, kLong, [&] { return Findings{warn(text, "f\x07")}; })});
   ASSERT_EQ(found.size(), 1u);
   EXPECT_EQ(found[0].text.size(), text.size());
   const std::string lines = linesOf(found[0]);
