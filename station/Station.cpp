@@ -20,6 +20,7 @@
 #include "station/containers/Racks.h"
 #include "station/edit/Edits.h"
 #include "station/edit/UnsavedEdits.h"
+#include "station/keep/UndoList.h"
 #include "station/media/MediaCache.h"
 #include "station/net/HeardList.h"
 #include "station/net/NetworkService.h"
@@ -92,6 +93,7 @@ struct Station::Parts {
   std::shared_ptr<const TrafficCounts> traffic = observed(network);
   HostOS os{network};
   Projects projects;
+  UndoList undo;
   Edits edits;
   Bins bins;
   Racks racks;
@@ -117,6 +119,7 @@ Station::Station() : parts_(std::make_unique<Parts>()) {
   parts_->projects.addPart(parts_->media);
   parts_->projects.addPart(parts_->rooms);
   parts_->projects.addPart(parts_->unsaved);
+  parts_->projects.addPart(parts_->undo);
 }
 
 Station::~Station() { stop(Shutdown::eNormalExit); }
@@ -154,6 +157,8 @@ Projects& Station::projects() { return parts_->projects; }
 Racks& Station::racks() { return parts_->racks; }
 Rooms& Station::rooms() { return parts_->rooms; }
 Trash& Station::trash() { return parts_->trash; }
+
+UndoList& Station::undo() { return parts_->undo; }
 
 UnsavedEdits& Station::unsaved() { return parts_->unsaved; }
 

@@ -20,6 +20,7 @@ class Projects;
 class Racks;
 class Rooms;
 class Trash;
+class UndoList;
 class UnsavedEdits;
 
 /// One workstation: the host behind the plug-in, whole.
@@ -72,6 +73,7 @@ class Station {
   [[nodiscard]] Racks& racks();
   [[nodiscard]] Rooms& rooms();
   [[nodiscard]] Trash& trash();
+  [[nodiscard]] UndoList& undo();
   [[nodiscard]] UnsavedEdits& unsaved();
 
   /// The plug-in's name and version as it reports them; empty while none is loaded.

@@ -67,17 +67,6 @@ Result<Trashed> findOne(const std::vector<Trashed>& all, const std::string& word
                {}};
 }
 
-Error notTakenBack(const std::string& what, const Error& why) {
-  std::string message = what + " was not taken back from the trash: " + why.message;
-  if (why.code == ErrorCode::eExists) {
-    message = what + " is in the project again; nothing was taken back from the trash.";
-  }
-  if (why.code == ErrorCode::eNotFound) {
-    message = what + " is no longer in the trash: another station took it back, or emptied it.";
-  }
-  return {why.code, message, why.path};
-}
-
 /// Removes the versions of an object of which nothing is left.
 void removeHistory(const std::string& file) {
   const VersionFolder versions(file);
@@ -198,8 +187,28 @@ Result<Cookie> Trash::restore(const std::string& object) {
   }
   ContainerPart* const container = containerOf(*trashed);
   const auto taken = container ? container->takeBack(*trashed) : EditActions::takeBack(*trashed);
-  if (!taken) return notTakenBack(what, taken.error());
+  if (!taken) {
+    return Error{taken.error().code,
+                 what + " was not taken back from the trash: " + taken.error().message,
+                 taken.error().path};
+  }
+  recordStep(stepOf(*trashed, content.name));
   return cookieOf(*trashed);
+}
+
+/// What was taken back goes to the trash again, and the newest of its deletions comes back.
+Step Trash::stepOf(const Trashed& trashed, const std::string& name) {
+  const Cookie cookie = cookieOf(trashed);
+  ContainerPart* const container = containerOf(trashed);
+  return {"taking back of " + name,
+          [cookie, container] {
+            return container ? container->discard(cookie) : EditActions::remove({cookie});
+          },
+          [this, object = trashed.object]() -> Result<void> {
+            const auto back = restore(object);
+            if (!back) return back.error();
+            return {};
+          }};
 }
 
 /// The rules of the plug-in answer for objects of the project; of what is in the trash they could

@@ -8,6 +8,7 @@
 #include "station/base/Json.h"
 #include "station/base/Result.h"
 #include "station/keep/TrashFolder.h"
+#include "station/keep/UndoList.h"
 
 namespace korvel {
 
@@ -56,6 +57,7 @@ class Trash {
   [[nodiscard]] std::string kindOf(const Trashed& trashed) const;
   [[nodiscard]] Content contentOf(const Trashed& trashed) const;
   [[nodiscard]] Result<Trashed> find(const std::string& object) const;
+  Step stepOf(const Trashed& trashed, const std::string& name);
   [[nodiscard]] bool mayRemove(const Trashed& trashed) const;
   Result<bool> remove(const Trashed& trashed) const;
 

@@ -74,6 +74,10 @@ void EventWriter::presence(const std::string& how, const JsonValue& station) {
 
 void EventWriter::health(const JsonValue& health) { emit("health", health.members()); }
 
+void EventWriter::steps(const std::string& undo, const std::string& redo) {
+  emit("steps", {textMember("undo", undo), textMember("redo", redo)});
+}
+
 void EventWriter::notification(const std::string& text) {
   std::vector<JsonValue::Member> members{textMember("text", text)};
   const bool isTheirs = currentOrigin() == Origin::eRemote && message_.data == text;

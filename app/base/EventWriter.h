@@ -37,6 +37,7 @@ class EventWriter : public iStationEvents {
   void network(const std::string& problem, std::uint64_t dropped) override;
   void presence(const std::string& how, const JsonValue& station) override;
   void health(const JsonValue& health) override;
+  void steps(const std::string& undo, const std::string& redo) override;
   void notification(const std::string& text) override;
   void panel(const std::vector<std::string>& lines) override;
 

@@ -35,7 +35,7 @@ void addEditCommands(CommandTable& table);
 /// What keeps people's work: saving, versions, copies and what was not saved.
 void addKeepCommands(CommandTable& table);
 
-/// What brings back: the "trash" commands.
+/// What brings back: the "trash" commands, "undo" and "redo".
 void addTrashCommands(CommandTable& table);
 
 /// The "bin" and "rack" commands.

@@ -8,6 +8,7 @@
 #include "station/Station.h"
 #include "station/Trash.h"
 #include "station/base/Rendering.h"
+#include "station/keep/UndoList.h"
 
 namespace korvel {
 
@@ -58,6 +59,20 @@ std::string shownEmptied(Station&, const Arguments&, const JsonValue& result) {
   return text;
 }
 
+Result<JsonValue> did(const Result<std::string>& step) {
+  if (!step) return step.error();
+  return JsonValue(*step);
+}
+
+void addSteps(CommandTable& table) {
+  table.add({"undo", "",
+             "Undoes your last trim, rename, gift, deletion, or change of a bin, rack or filter in "
+             "the open project, and says which.",
+             0, 0, [](Station& station, const Arguments&) { return did(station.undo().undo()); }});
+  table.add({"redo", "", "Does again what was undone last.", 0, 0,
+             [](Station& station, const Arguments&) { return did(station.undo().redo()); }});
+}
+
 }  // namespace
 
 void addTrashCommands(CommandTable& table) {
@@ -80,6 +95,7 @@ void addTrashCommands(CommandTable& table) {
                   shownEmptied};
   removal.question = "What is removed from the trash is gone for everybody. Remove it?";
   table.add(std::move(removal));
+  addSteps(table);
 }
 
 }  // namespace korvel

@@ -68,6 +68,12 @@ class iStationEvents {
 
   /// The share, the network, or whether what is shown is up to date, works better or worse now.
   virtual void health(const JsonValue& health) { static_cast<void>(health); }
+
+  /// What the user could undo and do again changed: each in words, "Undo trim of Clip-002 in
+  /// Harbour", or empty.
+  virtual void steps(const std::string& undo, const std::string& redo) {
+    static_cast<void>(undo), static_cast<void>(redo);
+  }
 };
 
 /// The station's events; a sink that drops everything until one is installed.

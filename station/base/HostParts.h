@@ -11,6 +11,7 @@ class Projects;
 class Racks;
 class RemoteCommands;
 class Rooms;
+class UndoList;
 
 /// The parts of the one station of this process, each null while there is none: what the host's
 /// static operations, which the plug-in calls without an object, and the parts among themselves
@@ -25,6 +26,7 @@ struct HostParts {
   Racks* racks = nullptr;
   RemoteCommands* commands = nullptr;
   Rooms* rooms = nullptr;
+  UndoList* undo = nullptr;
 };
 
 /// The parts that there are now.

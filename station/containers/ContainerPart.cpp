@@ -1,5 +1,6 @@
 #include "station/containers/ContainerPart.h"
 
+#include <memory>
 #include <utility>
 
 #include "host/base/Log.h"
@@ -7,6 +8,7 @@
 #include "station/base/Events.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
+#include "station/keep/UndoList.h"
 #include "station/os/ObjectLock.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/DelayedReread.h"
@@ -86,6 +88,7 @@ Result<Cookie> ContainerPart::create(const std::string& name, JsonValue content)
   if (!written) return written.error();
   show(cookie, std::move(record));
   tell(cookie, "created", kRewritten);
+  noteMade(cookie);
   return cookie;
 }
 
@@ -110,11 +113,56 @@ Result<void> ContainerPart::change(const Cookie& cookie, const Change& change) {
 }
 
 Result<void> ContainerPart::discard(const Cookie& cookie) {
-  if (const Result<void> known = requireKnown(cookie); !known) return known;
-  if (const Result<void> removed = moveToTrash(cookie); !removed) return removed;
+  const std::string words = "deletion of " + wordsFor(cookie);
+  const auto trashed = discardNow(cookie);
+  if (!trashed) return trashed.error();
+  if (!*trashed) return {};
+  const auto kept = std::make_shared<Trashed>(**trashed);
+  recordStep({words, [this, kept] { return takeBack(*kept); },
+              [this, kept, cookie] { return discardInto(cookie, *kept); }});
+  return {};
+}
+
+Result<std::optional<Trashed>> ContainerPart::discardNow(const Cookie& cookie) {
+  if (const Result<void> known = requireKnown(cookie); !known) return known.error();
+  auto trashed = moveToTrash(cookie);
+  if (!trashed) return trashed;
   drop(cookie);
   tell(cookie, "destroyed", ContainerManagerBase::eDestroyed);
+  return trashed;
+}
+
+Result<void> ContainerPart::discardInto(const Cookie& cookie, Trashed& trashed) {
+  auto discarded = discardNow(cookie);
+  if (!discarded) return discarded.error();
+  if (*discarded) trashed = std::move(**discarded);
   return {};
+}
+
+Result<void> ContainerPart::requireUnchanged(const Cookie& cookie, const JsonValue& record) const {
+  if (const Result<void> known = requireKnown(cookie); !known) return known;
+  const auto now = read(cookie);
+  if (!now) return now.error();
+  if (*now == record) return {};
+  return Error{ErrorCode::eChanged,
+               "The " + wordsFor(cookie) + " was changed since, here or by another station.",
+               fileOf(cookie)};
+}
+
+/// Undone, a new container goes to the trash, from where it comes back.
+void ContainerPart::noteMade(const Cookie& cookie) {
+  const auto trashed = std::make_shared<Trashed>();
+  recordStep({"making of " + wordsFor(cookie),
+              [this, cookie, trashed, record = find(cookie)->record]() -> Result<void> {
+                if (auto same = requireUnchanged(cookie, record); !same) return same;
+                return discardInto(cookie, *trashed);
+              },
+              [this, trashed] { return takeBack(*trashed); }});
+}
+
+std::string ContainerPart::wordsFor(const Cookie& cookie) const {
+  const Container* const known = find(cookie);
+  return kind_.word + " " + (known ? known->name : std::string());
 }
 
 Result<void> ContainerPart::takeBack(const Trashed& trashed) {
@@ -151,7 +199,7 @@ void ContainerPart::forget(const Cookie& cookie) {
     return readLate(cookie);
   }
   if (existsFresh(fileOf(cookie))) {
-    const Result<void> removed = moveToTrash(cookie);
+    const auto removed = moveToTrash(cookie);
     if (!removed) LogBoth("%s\n", removed.error().message);
   }
   drop(cookie);
@@ -290,12 +338,13 @@ Result<void> ContainerPart::requireNew(const std::string& name) const {
                {}};
 }
 
-Result<void> ContainerPart::moveToTrash(const Cookie& cookie) const {
+Result<std::optional<Trashed>> ContainerPart::moveToTrash(const Cookie& cookie) const {
   const ObjectLock lock(fileOf(cookie));
-  if (!lock.taken()) return lock.taken();
-  const auto moved = TrashFolder(folder_).take(fileOf(cookie), settings().user);
-  if (!moved && !isGoneFrom(folder_, fileOf(cookie))) return moved.error();
-  return {};
+  if (!lock.taken()) return lock.taken().error();
+  auto moved = TrashFolder(folder_).take(fileOf(cookie), settings().user);
+  if (moved) return std::optional<Trashed>(std::move(*moved));
+  if (!isGoneFrom(folder_, fileOf(cookie))) return moved.error();
+  return std::optional<Trashed>();
 }
 
 void ContainerPart::show(const Cookie& cookie, JsonValue record) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -98,6 +99,9 @@ class ContainerPart : public iProjectPart {
   /// Changes a container's record, as it stands in its file now.
   Result<void> change(const Cookie& cookie, const Change& change);
 
+  /// What a container is called in steps: "bin Rushes".
+  [[nodiscard]] std::string wordsFor(const Cookie& cookie) const;
+
   /// What is wrong with a record's content, as the end of a sentence; empty when it is sound.
   [[nodiscard]] virtual std::string contentProblem(const JsonValue& content) const = 0;
 
@@ -110,7 +114,11 @@ class ContainerPart : public iProjectPart {
   Result<void> requireKnown(const Cookie& cookie) const;
   Result<void> requireNew(const std::string& name) const;
   void warnOfNamesakes(const std::string& name) const;
-  Result<void> moveToTrash(const Cookie& cookie) const;
+  Result<std::optional<Trashed>> moveToTrash(const Cookie& cookie) const;
+  Result<std::optional<Trashed>> discardNow(const Cookie& cookie);
+  Result<void> discardInto(const Cookie& cookie, Trashed& trashed);
+  [[nodiscard]] Result<void> requireUnchanged(const Cookie& cookie, const JsonValue& record) const;
+  void noteMade(const Cookie& cookie);
   void show(const Cookie& cookie, JsonValue record);
   void drop(const Cookie& cookie);
   void take(const Cookie& cookie, JsonValue record, std::uint32_t flags);

@@ -1,8 +1,11 @@
 #include "station/containers/CookieLists.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <set>
 
 #include "station/base/Strings.h"
+#include "station/keep/UndoList.h"
 
 namespace korvel {
 
@@ -11,6 +14,10 @@ namespace {
 constexpr const char* kContents = "contents";
 
 std::string textOf(const Cookie& cookie) { return utf8Text(cookie.asString()); }
+
+std::string countOf(std::size_t objects) {
+  return std::to_string(objects) + (objects == 1 ? " object" : " objects");
+}
 
 std::set<std::string> textsOf(const std::vector<JsonValue>& cookies) {
   std::set<std::string> texts;
@@ -25,7 +32,7 @@ Result<Cookie> CookieLists::create(const std::string& name) {
 }
 
 Result<std::size_t> CookieLists::add(const Cookie& container, const CookieVec& objects) {
-  std::size_t added = 0;
+  Places added;
   const Result<void> changed = change(container, [&](JsonValue& record) -> Result<bool> {
     JsonValue& contents = *record.find(kContents);
     std::set<std::string> held = textsOf(contents.elements());
@@ -34,27 +41,73 @@ Result<std::size_t> CookieLists::add(const Cookie& container, const CookieVec& o
         return Error{ErrorCode::eUsage, "A " + kind().word + " cannot hold itself.", {}};
       }
       if (!held.insert(textOf(object)).second) continue;
+      added.push_back({textOf(object), contents.elements().size()});
       contents.append(textOf(object));
-      ++added;
     }
-    return added > 0;
+    return !added.empty();
   });
   if (!changed) return changed.error();
-  return added;
+  if (!added.empty()) noteAdded(container, added);
+  return added.size();
 }
 
 Result<std::size_t> CookieLists::remove(const Cookie& container, const CookieVec& objects) {
-  std::size_t removed = 0;
+  Places removed;
   const Result<void> changed = change(container, [&](JsonValue& record) -> Result<bool> {
     std::set<std::string> unwanted;
     for (const Cookie& object : objects) unwanted.insert(textOf(object));
-    removed = std::erase_if(record.find(kContents)->elements(), [&](const JsonValue& held) {
-      return unwanted.contains(held.asString());
-    });
-    return removed > 0;
+    std::vector<JsonValue>& held = record.find(kContents)->elements();
+    for (std::size_t index = 0; index < held.size(); ++index) {
+      if (unwanted.contains(held[index].asString())) {
+        removed.push_back({held[index].asString(), index});
+      }
+    }
+    std::erase_if(held, [&](const JsonValue& each) { return unwanted.contains(each.asString()); });
+    return !removed.empty();
   });
   if (!changed) return changed.error();
-  return removed;
+  if (!removed.empty()) noteRemoved(container, removed);
+  return removed.size();
+}
+
+Result<void> CookieLists::putBack(const Cookie& container, const Places& places) {
+  return change(container, [&](JsonValue& record) -> Result<bool> {
+    std::vector<JsonValue>& held = record.find(kContents)->elements();
+    const std::set<std::string> there = textsOf(held);
+    const std::size_t before = held.size();
+    for (const Place& each : places) {
+      if (there.contains(each.object)) continue;
+      const auto at = static_cast<std::ptrdiff_t>(std::min(each.index, held.size()));
+      held.insert(held.begin() + at, JsonValue(each.object));
+    }
+    if (held.size() > before) return true;
+    return Error{ErrorCode::eChanged, "All of it is in the " + wordsFor(container) + " again.", {}};
+  });
+}
+
+Result<void> CookieLists::takeOut(const Cookie& container, const Places& places) {
+  return change(container, [&](JsonValue& record) -> Result<bool> {
+    std::set<std::string> unwanted;
+    for (const Place& each : places) unwanted.insert(each.object);
+    const auto taken =
+        std::erase_if(record.find(kContents)->elements(),
+                      [&](const JsonValue& each) { return unwanted.contains(each.asString()); });
+    if (taken > 0) return true;
+    return Error{
+        ErrorCode::eChanged, "Nothing of it is in the " + wordsFor(container) + " any more.", {}};
+  });
+}
+
+void CookieLists::noteAdded(const Cookie& container, const Places& places) {
+  recordStep({"putting " + countOf(places.size()) + " into " + wordsFor(container),
+              [this, container, places] { return takeOut(container, places); },
+              [this, container, places] { return putBack(container, places); }});
+}
+
+void CookieLists::noteRemoved(const Cookie& container, const Places& places) {
+  recordStep({"taking " + countOf(places.size()) + " out of " + wordsFor(container),
+              [this, container, places] { return putBack(container, places); },
+              [this, container, places] { return takeOut(container, places); }});
 }
 
 CookieVec CookieLists::contents(const Cookie& container) const {

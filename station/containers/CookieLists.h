@@ -28,6 +28,19 @@ class CookieLists : public ContainerPart {
 
  protected:
   [[nodiscard]] std::string contentProblem(const JsonValue& content) const override;
+
+ private:
+  /// An object and where in the list it is.
+  struct Place {
+    std::string object;
+    std::size_t index = 0;
+  };
+  using Places = std::vector<Place>;
+
+  Result<void> putBack(const Cookie& container, const Places& places);
+  Result<void> takeOut(const Cookie& container, const Places& places);
+  void noteAdded(const Cookie& container, const Places& places);
+  void noteRemoved(const Cookie& container, const Places& places);
 };
 
 }  // namespace korvel

@@ -3,6 +3,7 @@
 #include "station/base/Events.h"
 #include "station/base/HostParts.h"
 #include "station/base/Strings.h"
+#include "station/keep/UndoList.h"
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
@@ -27,9 +28,29 @@ Result<Cookie> Filters::create(const std::string& name, const std::string& text)
 }
 
 Result<void> Filters::change(const Cookie& filter, const std::string& text) {
-  return ContainerPart::change(filter, [&text](JsonValue& record) -> Result<bool> {
-    if (record[kText].asString() == text) return false;
+  std::string before = text;
+  const auto changed = ContainerPart::change(filter, [&](JsonValue& record) -> Result<bool> {
+    before = record[kText].asString();
+    if (before == text) return false;
     record.set(kText, text);
+    return true;
+  });
+  if (!changed || before == text) return changed;
+  recordStep({"change of " + wordsFor(filter),
+              [this, filter, before, text] { return changeFrom(filter, text, before); },
+              [this, filter, before, text] { return changeFrom(filter, before, text); }});
+  return changed;
+}
+
+Result<void> Filters::changeFrom(const Cookie& filter, const std::string& from,
+                                 const std::string& to) {
+  return ContainerPart::change(filter, [&](JsonValue& record) -> Result<bool> {
+    if (record[kText].asString() != from) {
+      return Error{ErrorCode::eChanged,
+                   "The " + wordsFor(filter) + " was changed since, here or by another station.",
+                   {}};
+    }
+    record.set(kText, to);
     return true;
   });
 }

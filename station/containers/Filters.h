@@ -28,6 +28,8 @@ class Filters : public ContainerNotifier<ProjectFilterManager, BinData, Containe
   [[nodiscard]] std::string contentProblem(const JsonValue& content) const override;
 
  private:
+  Result<void> changeFrom(const Cookie& filter, const std::string& from, const std::string& to);
+
   const HostEntry<Filters> entry_{&HostParts::filters, *this};
 };
 

@@ -11,6 +11,7 @@
 #include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
+#include "station/edit/EditSteps.h"
 #include "station/edit/Edits.h"
 #include "station/edit/OtioClips.h"
 #include "station/os/SharedFiles.h"
@@ -70,20 +71,6 @@ class HeldEdit {
  private:
   Result<EditFile*> held_;
 };
-
-/// Opens the object and makes a modification under a description; releasing the modifier announces
-/// it.
-Result<void> modify(const Cookie& cookie, const EditModification& modification,
-                    const char* description) {
-  EditPtr edit;
-  edit.i_open(cookie, 0);
-  const EditModifier modifier(edit, description);
-  if (!modifier) return Error{ErrorCode::eNotFound, "The " + title(cookie) + " is gone.", {}};
-  EditFile& file = *openEdits().loaded(cookie);
-  if (auto changed = file.change(modification); !changed) return changed;
-  openEdits().noteLoaded(file);
-  return {};
-}
 
 int logTypeOf(char kind) {
   return kind == CookieTypeEdit ? Edit::kEditLogType : EditFile::kShotLogType;
@@ -164,6 +151,20 @@ Result<void> EditActions::requireAllowed(const Cookie& cookie, EditModificationT
   return refusal(cookie);
 }
 
+Result<void> EditActions::modify(const Cookie& cookie, const EditModification& modification,
+                                 const char* description) {
+  if (auto allowed = requireAllowed(cookie, modification.type_); !allowed) return allowed;
+  EditPtr edit;
+  edit.i_open(cookie, 0);
+  // Releasing the modifier announces the change.
+  const EditModifier modifier(edit, description);
+  if (!modifier) return Error{ErrorCode::eNotFound, "The " + title(cookie) + " is gone.", {}};
+  EditFile& file = *openEdits().loaded(cookie);
+  if (auto changed = file.change(modification); !changed) return changed;
+  openEdits().noteLoaded(file);
+  return {};
+}
+
 std::string EditActions::titleOf(const Cookie& cookie) { return title(cookie); }
 
 Result<Cookie> EditActions::store(OtioDocument document, char kind) {
@@ -222,24 +223,28 @@ Result<void> EditActions::trim(const Cookie& cookie, const std::string& clip,
   const auto trim = describeTrim((*edit.held())->document().json(), clip, start, end);
   if (auto allowed = requireAllowed(cookie, eModTrim); !allowed) return allowed;
   if (!trim) return trim.error();
-  return modify(cookie, *trim, "Trim");
+  const auto before = clipAt((*edit.held())->document().json(), trim->subject_.str());
+  if (auto trimmed = modify(cookie, *trim, "Trim"); !trimmed) return trimmed;
+  if (before) EditSteps::noteTrim(cookie, *before);
+  return {};
 }
 
 Result<void> EditActions::rename(const Cookie& cookie, const std::string& name) {
   const HeldEdit edit(cookie);
   if (!edit.held()) return failed("The " + title(cookie) + " was not renamed", edit.held().error());
-  if (auto allowed = requireAllowed(cookie, eModRename); !allowed) return allowed;
+  const std::string before = (*edit.held())->document().name();
   EditModification rename(eModRename);
   rename.value_ = hostText(name);
-  return modify(cookie, rename, "Rename");
+  if (auto renamed = modify(cookie, rename, "Rename"); !renamed) return renamed;
+  EditSteps::noteRename(cookie, before);
+  return {};
+}
+
+Result<void> EditActions::requireMayGive(const Cookie& cookie) {
+  return hasNoOwner(cookie) ? Result<void>() : requireAllowed(cookie, eModOwnerChanged);
 }
 
 namespace {
-
-/// An edit without an owner may be taken by everybody.
-Result<void> requireMayGive(const Cookie& cookie) {
-  return hasNoOwner(cookie) ? Result<void>() : requireAllowed(cookie, eModOwnerChanged);
-}
 
 /// Looks whether an edit's new owner can be written, since owners are announced before they are.
 Result<void> requireWritable(const Cookie& cookie) {
@@ -294,14 +299,16 @@ Result<void> saveBeforeGiving(EditFile& edit) {
   return {};
 }
 
-/// Records and announces the owner of a held object, under its lock.
-Result<void> giveHeld(EditFile& edit, const LightweightString<wchar_t>& owner) {
+/// Records and announces the owner of a held object, under its lock, where that is still right
+/// then.
+Result<void> giveHeld(EditFile& edit, const LightweightString<wchar_t>& owner,
+                      const EditActions::Check& isStillRight) {
   const Cookie cookie = edit.getCookie();
   const bool isEdit = cookie.getType() == CookieTypeEdit;
   const auto lock = edit.lockFile();
   if (!lock) return failed("The owner stays as it is", lock.error());
   edit.takeStoredOwner();
-  if (auto allowed = requireMayGive(cookie); !allowed) return allowed;
+  if (auto right = isStillRight(); !right) return right;
   iPermissionsManager::instance()->setOwner(
       cookie, owner, isEdit ? iPermissionsManager::eEdit : iPermissionsManager::eShot, true);
   if (auto stored = edit.flushConfiguration(); !stored) {
@@ -324,13 +331,26 @@ Result<void> EditActions::give(const Cookie& cookie, const std::string& user, Re
   LightweightString<wchar_t> owner = wideText(user);
   Kv::toUpper(owner);
   if (auto known = requireRecipient(owner, who); !known) return known;
+  const std::string before = openEdits().ownerOf(cookie);
+  {
+    const HeldEdit edit(cookie);
+    if (!edit.held()) return failed("The owner stays as it is", edit.held().error());
+    if (auto saved = saveBeforeGiving(**edit.held()); !saved) return saved;
+  }
+  const auto given =
+      putOwner(cookie, utf8Text(owner), [&cookie] { return requireMayGive(cookie); });
+  if (given) EditSteps::noteGift(cookie, before);
+  return given;
+}
+
+Result<void> EditActions::putOwner(const Cookie& cookie, const std::string& owner,
+                                   const Check& isStillRight) {
   const HeldEdit edit(cookie);
   if (!edit.held()) return failed("The owner stays as it is", edit.held().error());
-  if (auto saved = saveBeforeGiving(**edit.held()); !saved) return saved;
   if (cookie.getType() == CookieTypeEdit) {
     if (auto writable = requireWritable(cookie); !writable) return writable;
   }
-  return giveHeld(**edit.held(), owner);
+  return giveHeld(**edit.held(), wideText(owner), isStillRight);
 }
 
 bool EditActions::isAllowed(const Cookie& cookie) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -71,6 +72,21 @@ enum class Recipient {
 /// owner stays.
 Result<void> give(const Cookie& cookie, const std::string& user,
                   Recipient who = Recipient::eKnownUser);
+
+/// Makes a modification under a description, as an unsaved change, and announces it.
+Result<void> modify(const Cookie& cookie, const EditModification& modification,
+                    const char* description);
+
+/// Whether the user may make another the owner: an edit without an owner may be taken by everybody.
+Result<void> requireMayGive(const Cookie& cookie);
+
+/// Records an owner and announces it, if that `isStillRight` while no other station can change it.
+using Check = std::function<Result<void>()>;
+Result<void> putOwner(const Cookie& cookie, const std::string& owner, const Check& isStillRight);
+
+/// Moves objects to the trash and announces them together, without asking whether the user may.
+/// What was moved is left in `trashed`, on failure too.
+Result<void> moveToTrash(const std::vector<Cookie>& cookies, std::vector<Trashed>& trashed);
 
 /// The refusal of a modification of this kind where the local user may not make it.
 Result<void> requireAllowed(const Cookie& cookie, EditModificationType kind);

@@ -72,7 +72,7 @@ void EditPtr::i_close() {
   giveBack(edit_);
 }
 
-// The description is what an undo list would show; this host keeps none.
+// The description is what an undo list would show; this host's list has words of its own.
 EditModifier::EditModifier(EditPtr& edit, const LightweightString<char>&) : edit_(edit.get()) {
   if (edit_) Edits::holdAgain(*fileOf(edit_));
 }

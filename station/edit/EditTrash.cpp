@@ -6,6 +6,7 @@
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditActions.h"
+#include "station/edit/EditSteps.h"
 #include "station/edit/Edits.h"
 #include "station/os/ObjectLock.h"
 #include "station/os/Posix.h"
@@ -25,13 +26,17 @@ Result<void> requireLock(const ObjectLock& lock) {
 }
 
 /// An object whose file is gone already is deleted all the same.
-Result<void> moveToTrash(const Cookie& cookie) {
+Result<void> moveOne(const Cookie& cookie, std::vector<Trashed>& trashed) {
   const std::string path = openEdits().pathFor(cookie);
   const ObjectLock lock(path);
   if (auto taken = requireLock(lock); !taken) return taken;
   const std::string folder = folderOf(path);
-  const auto moved = TrashFolder(folder).take(path, settings().user);
-  if (!moved && !isGoneFrom(folder, path)) return moved.error();
+  auto moved = TrashFolder(folder).take(path, settings().user);
+  if (moved) {
+    trashed.push_back(std::move(*moved));
+  } else if (!isGoneFrom(folder, path)) {
+    return moved.error();
+  }
   return {};
 }
 
@@ -59,10 +64,20 @@ Result<void> EditActions::remove(const std::vector<Cookie>& cookies) {
   for (const Cookie& cookie : cookies) {
     if (auto allowed = requireAllowed(cookie, eModContentsChanged); !allowed) return allowed;
   }
+  const std::string name = cookies.empty() ? std::string() : openEdits().nameOf(cookies.front());
+  std::vector<Trashed> trashed;
+  auto moved = moveToTrash(cookies, trashed);
+  if (!trashed.empty()) EditSteps::noteDeletion(trashed, name);
+  return moved;
+}
+
+Result<void> EditActions::moveToTrash(const std::vector<Cookie>& cookies,
+                                      std::vector<Trashed>& trashed) {
   CookieVec deleted;
   Result<void> result;
+  trashed.clear();
   for (const Cookie& cookie : cookies) {
-    if (auto moved = moveToTrash(cookie); moved) {
+    if (auto moved = moveOne(cookie, trashed); moved) {
       deleted.push_back(cookie);
     } else {
       const Error& why = moved.error();

@@ -161,7 +161,16 @@ std::string TrashFolder::whoDeleted(const std::string& object) const {
 }
 
 Result<void> TrashFolder::giveBack(const Trashed& trashed, const std::string& file) {
-  return moveFile(trashed.path, file);
+  auto moved = moveFile(trashed.path, file);
+  if (moved) return moved;
+  Error why = moved.error();
+  if (why.code == ErrorCode::eExists) {
+    why.message = "It is in the project again, so it stays in the trash as well.";
+  }
+  if (why.code == ErrorCode::eNotFound) {
+    why.message = "It is no longer in the trash: another station took it back, or emptied it.";
+  }
+  return why;
 }
 
 Result<bool> TrashFolder::remove(const Trashed& trashed) {

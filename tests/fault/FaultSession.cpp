@@ -320,7 +320,7 @@ std::string FaultSession::normal(const JsonValue& value) const {
   std::vector<std::string> parts;
   for (const JsonValue& element : value.elements()) parts.push_back(normal(element));
   for (const auto& [key, member] : value.members()) {
-    if (key == "open" || key == "dirty" || key == "clips") continue;
+    if (key == "open" || key == "dirty" || key == "clips" || key == "steps") continue;
     parts.push_back(key + "=" + normal(member));
   }
   if (value.isArray()) std::ranges::sort(parts);

@@ -94,14 +94,14 @@ TEST_F(TrashShareTest, ContainersAndFiltersComeBackEverywhere) {
   for (const Row& row : {Row{"bin", "bin create Rushes"}, Row{"rack", "rack create Shelf"},
                          Row{"filter", "filter create Day night"}}) {
     const std::string cookie = run(*anna_, row.made).asString();
-    const auto told = [&](const char* how) {
-      await(*ben_, "changed", {{"what", row.what}, {"cookie", cookie}, {"how", how}});
+    const auto told = [&](StationProcess& station, const char* how) {
+      await(station, "changed", {{"what", row.what}, {"cookie", cookie}, {"how", how}});
     };
-    told("created");
+    for (StationProcess* each : {anna_, ben_}) told(*each, "created");
     run(*anna_, std::string(row.what) + " destroy " + cookie);
-    told("destroyed");
+    told(*ben_, "destroyed");
     run(*ben_, "trash restore " + cookie);
-    await(*anna_, "changed", {{"what", row.what}, {"cookie", cookie}, {"how", "created"}});
+    told(*anna_, "created");
   }
   EXPECT_EQ(run(*anna_, "filter list").elements()[0]["filter"].asString(), "night");
 }
