@@ -140,7 +140,7 @@ Result<Trashed> TrashFolder::take(const std::string& file, const std::string& us
 Result<std::vector<Trashed>> TrashFolder::list() const {
   std::vector<Trashed> all;
   const auto names = listFresh(folder_);
-  if (!names && names.error().code == ErrorCode::eNotFound) return all;
+  if (!names && isGoneFrom(folderOf(folder_), folder_)) return all;
   if (!names) return names.error();
   for (const std::string& name : *names) {
     Trashed trashed;

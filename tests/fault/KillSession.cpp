@@ -103,16 +103,25 @@ bool KillSession::takeUp() {
     return false;
   }
   const JsonValue state = answer_["result"];
+  project_ = state["project"]["cookie"].asString();
   for (const JsonValue& left : state["recovery"].elements()) {
     if (!give("edit recover " + left["cookie"].asString(), ok)) return false;
     outcome_.recovered += ok;
     const std::string& said = answer_["error"].asString();
     if (!ok && said.find("other unsaved changes") == std::string::npos) complain(said);
   }
+  if (!give("trash list", ok)) return false;
+  if (!ok) complain("trash: " + answer_["error"].asString());
+  trashed_.clear();
+  for (const JsonValue& each : answer_["result"].elements()) {
+    trashed_.push_back(each["cookie"].asString());
+    if (!each["problem"].asString().empty()) complain(each["problem"].asString());
+  }
   if (!give("edit list", ok)) return false;
   edits_.clear();
   for (const JsonValue& edit : answer_["result"].elements()) {
     const bool isDirty = edit["dirty"].asBool();
+    made_.insert(edit["cookie"].asString());
     edits_.push_back({edit["cookie"].asString(), isDirty ? edit["name"].asString() : std::string(),
                       Clock::now()});
     if (!edit["problem"].asString().empty()) complain(edit["problem"].asString());
@@ -136,10 +145,14 @@ void KillSession::work() {
 }
 
 bool KillSession::step() {
-  if (edits_.size() < kEdits) return create();
+  if (edits_.size() < kEdits) {
+    const bool isTakenBack = !trashed_.empty() && random(4) > 0;
+    return isTakenBack ? takeBack(random(trashed_.size())) : create();
+  }
   Known& edit = edits_[random(edits_.size())];
-  switch (random(12)) {
+  switch (random(13)) {
     case 0:
+    case 12:
       return remove(random(edits_.size()));
     case 1:
       return restore(edit);
@@ -165,6 +178,7 @@ bool KillSession::create() {
   if (!give("edit import " + (folder_ / (name + ".otio")), ok)) return false;
   if (!ok) complain("import: " + answer_["error"].asString());
   if (ok) edits_.push_back({answer_["result"].asString(), {}, {}});
+  if (ok) made_.insert(answer_["result"].asString());
   return true;
 }
 
@@ -221,12 +235,42 @@ bool KillSession::remove(std::size_t which) {
   Known& edit = edits_[which];
   if (!save(edit) || !give("edit delete " + edit.cookie, ok)) return false;
   if (!ok) complain("delete: " + answer_["error"].asString());
-  if (ok) edits_.erase(edits_.begin() + static_cast<std::ptrdiff_t>(which));
+  if (!ok) return true;
+  ++outcome_.deleted;
+  trashed_.push_back(edit.cookie);
+  edits_.erase(edits_.begin() + static_cast<std::ptrdiff_t>(which));
   return true;
+}
+
+bool KillSession::takeBack(std::size_t which) {
+  bool ok = false;
+  const std::string cookie = trashed_[which];
+  if (!give("trash restore " + cookie, ok)) return false;
+  if (!ok) complain("trash restore: " + answer_["error"].asString());
+  outcome_.restored += ok;
+  if (ok) edits_.push_back({cookie, {}, {}});
+  trashed_.erase(trashed_.begin() + static_cast<std::ptrdiff_t>(which));
+  return true;
+}
+
+/// Each edit is in the project or in its trash, in one of both.
+void KillSession::lookForFiles() {
+  const std::string folder = folder_ / ("projects/" + project_);
+  std::multiset<std::string> trashed;
+  std::error_code none;
+  for (const auto& each : fs::directory_iterator(folder + "/.trash", none)) {
+    const std::string name = each.path().filename();
+    trashed.insert(name.substr(0, name.find('~')));
+  }
+  for (const std::string& cookie : made_) {
+    const std::size_t count = trashed.count(cookie) + fs::exists(folder + "/" + cookie + ".otio");
+    if (count != 1) complain(cookie + " is there " + std::to_string(count) + " times");
+  }
 }
 
 void KillSession::look() {
   station_.reset();
+  lookForFiles();
   const std::set<std::string> kept = namesBelow(folder_ / "projects");
   const std::set<std::string> left = namesBelow(folder_ / "state");
   for (const std::string& name : saved_) {

@@ -17,17 +17,19 @@ namespace korvel {
 struct KillOutcome {
   int rounds = 0;
   int commands = 0;   ///< that were answered
+  int deleted = 0;    ///< edits that were moved to the trash
+  int restored = 0;   ///< edits that were taken back from it
   int saved = 0;      ///< versions that were reported as saved, each looked for after each kill
   int unsaved = 0;    ///< changes that were a second old when the station was killed
   int recovered = 0;  ///< edits whose unsaved changes were taken up again
   std::vector<std::string> lost;  ///< what was found nowhere, and what went wrong
 };
 
-/// A station that trims, renames, saves, deletes, restores and gives, and is killed at a random
-/// moment of it; then another takes up what was left, and goes on in the same project. After each
-/// kill everything that was answered must be there: as a file, in the history, in the trash, or, if
-/// it was not saved and a second old, in the recovery files. Each change gives its edit a name of
-/// its own, by which it is looked for.
+/// A station that trims, renames, saves, deletes, takes back, restores versions and gives, and is
+/// killed at a random moment of it; then another takes up what was left, and goes on in the same
+/// project. After each kill everything that was answered must be there: as a file, in the history,
+/// in the trash, or, if it was not saved and a second old, in the recovery files. Each change gives
+/// its edit a name of its own, by which it is looked for.
 class KillSession {
  public:
   explicit KillSession(unsigned seed);
@@ -55,7 +57,9 @@ class KillSession {
   bool restore(Known& edit);
   bool give(Known& edit);
   bool remove(std::size_t which);
+  bool takeBack(std::size_t which);
   void look();
+  void lookForFiles();
 
   /// Gives a command; false when the station is gone. `ok` tells what came of it.
   bool give(const std::string& line, bool& ok);
@@ -68,6 +72,9 @@ class KillSession {
   std::mt19937 random_;
   std::unique_ptr<StationProcess> station_;
   std::vector<Known> edits_;
+  std::vector<std::string> trashed_;  ///< the cookies of what is in the trash
+  std::set<std::string> made_;        ///< the cookies of all edits that were ever made
+  std::string project_;
   std::set<std::string> saved_;
   Clock::time_point killed_;
   JsonValue answer_;

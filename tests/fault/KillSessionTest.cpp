@@ -12,6 +12,8 @@ TEST(KillSessionTest, NothingIsLostWhenAStationIsKilledAtAnyMoment) {
   EXPECT_EQ(outcome.lost, std::vector<std::string>{});
   EXPECT_EQ(outcome.rounds, 12);
   EXPECT_GT(outcome.saved, 20);
+  EXPECT_GT(outcome.deleted, 0);
+  EXPECT_GT(outcome.restored, 0);
   EXPECT_GT(outcome.recovered, 0);
 }
 

@@ -20,9 +20,13 @@ int main(int count, char** words) {
   for (const std::string& each : outcome.lost) std::fprintf(stderr, "%s\n", each.c_str());
   const bool isWell = outcome.lost.empty() && outcome.rounds == rounds;
   std::printf(
-      "a station is killed at random moments\t%s\t%d kills, %d commands, %d versions saved, %d "
-      "changes not saved and a second old, %d times taken up again, %zu lost\t%.1f\n",
-      isWell ? "passed" : "failed", outcome.rounds, outcome.commands, outcome.saved,
-      outcome.unsaved, outcome.recovered, outcome.lost.size(), seconds.count());
+      "a station is killed at random moments\t%s\t%d kills, %d commands, %d edits deleted, %d "
+      "taken "
+      "back, %d versions saved, %d changes not saved and a second old, %d times taken up again, "
+      "%zu "
+      "lost\t%.1f\n",
+      isWell ? "passed" : "failed", outcome.rounds, outcome.commands, outcome.deleted,
+      outcome.restored, outcome.saved, outcome.unsaved, outcome.recovered, outcome.lost.size(),
+      seconds.count());
   return isWell ? 0 : 1;
 }

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include "tests/share/SharedStations.h"
@@ -42,6 +43,8 @@ class FaultyShareTest : public SharedStations {
     run(station, "edit import \"" + sample("simple_cut.otio") + "\"");
     run(station, "edit create Reel");
     run(station, "bin add Dailies Reel");
+    run(station, "edit create Old");
+    run(station, "edit delete Old");
     run(station, "project leave");
   }
 
@@ -65,6 +68,23 @@ class FaultyShareTest : public SharedStations {
     run(station, "edit rename Reel Roll");
     refused("edit save Roll");
     EXPECT_TRUE(run(station, "edit show Roll")["dirty"].asBool());
+  }
+
+  /// Nothing goes to the trash or comes from it, and each refusal has one of these reasons.
+  void expectTheTrashStays(StationProcess& station, const std::vector<std::string>& reasons) {
+    run(station, "project enter Film");
+    const std::string before = withoutRooms(run(station, "state"));
+    const std::string trash = writeJson(run(station, "trash list"));
+    for (const char* line :
+         {"edit delete Reel", "bin destroy Dailies", "trash restore Old", "trash empty"}) {
+      const std::string said = refusal(station, line);
+      EXPECT_TRUE(std::ranges::any_of(
+          reasons, [&](const auto& reason) { return said.find(reason) != said.npos; }))
+          << line << ": " << said;
+    }
+    EXPECT_EQ(withoutRooms(run(station, "state")), before);
+    EXPECT_EQ(writeJson(run(station, "trash list")), trash);
+    run(station, "project leave");
   }
 
   /// A lock is refused for this reason and nothing is believed to be held.
@@ -113,6 +133,7 @@ TEST_F(FaultyShareTest, OnAReadOnlyMountEverythingIsRefusedThatWritesOrLocks) {
   StationProcess& reader = start("ANNA", 11);
   EXPECT_TRUE(hasLogged(reader, "the share is mounted read-only"));
   expectNoLockCanBeHad(reader, "read-only");
+  expectTheTrashStays(reader, {"read-only"});
   expectNothingCanBeWritten(reader, "read-only");
   EXPECT_EQ(reader.quit(), 0);
 }
@@ -151,6 +172,30 @@ TEST_F(FaultyShareTest, OnAFullFileSystemWritesAreRefusedAndWhatIsThereStays) {
   EXPECT_EQ(anna.quit(), 0);
 }
 
+TEST_F(FaultyShareTest, OnAFullFileSystemEmptyingTheTrashMakesRoom) {
+  if (!mountProjects("size=2m")) return;
+  StationProcess& anna = start("ANNA", 11);
+  prepare(anna);
+  run(anna, "project enter Film");
+  std::ofstream(folder_ / "large.otio")
+      << R"({"OTIO_SCHEMA":"Timeline.1","name":"Large","tracks":{"OTIO_SCHEMA":"Stack.1",)"
+      << R"("children":[]},"metadata":{"filling":")" << std::string(300'000, 'x') << R"("}})";
+  run(anna, "edit import " + (folder_ / "large.otio"));
+  run(anna, "edit rename Large Big");
+  run(anna, "edit save Big");
+  std::ofstream fill(projects() + "/fill", std::ios::binary);
+  const std::string block(4096, 'x');
+  while (fill.write(block.data(), 4096).flush()) continue;
+  run(anna, "edit rename Reel Roll");
+  EXPECT_NE(refusal(anna, "edit save Roll").find("No space left on device"), std::string::npos);
+  run(anna, "edit delete Big");
+  EXPECT_NE(refusal(anna, "edit save Roll").find("No space left on device"), std::string::npos);
+  run(anna, "trash restore Big");
+  run(anna, "edit delete Big");
+  EXPECT_EQ(run(anna, "trash empty")["removed"].asLong(), 2);
+  run(anna, "edit save Roll");
+}
+
 TEST_F(FaultyShareTest, WithoutRoomForAnotherFileNoLockIsHad) {
   if (!mountProjects("nr_inodes=40")) return;
   StationProcess& anna = start("ANNA", 11);
@@ -173,9 +218,12 @@ TEST_F(FaultyShareTest, AProjectFolderThatGoesAwayInTheMiddleIsToldByEveryComman
   std::filesystem::rename(projects() + "/" + cookie, folder_ / "away");
   for (const std::string line :
        {"room create Late", "room enter Colour", "room list", "edit create New", "edit show Reel",
-        "bin create New", "filter change Day night", "edit give Reel BEN --force"}) {
+        "bin create New", "filter change Day night", "edit give Reel BEN --force",
+        "edit delete Reel", "bin destroy Dailies", "trash list", "trash restore Old",
+        "trash empty"}) {
     EXPECT_NE(refusal(anna, line), "") << line;
   }
+  EXPECT_EQ(run(anna, "state")["bins"].elements().size(), 1U);
   EXPECT_NE(refusal(anna, "edit import \"" + sample("simple_cut.otio") + "\""), "");
   run(anna, "state");
   run(anna, "project leave --discard");
@@ -183,6 +231,12 @@ TEST_F(FaultyShareTest, AProjectFolderThatGoesAwayInTheMiddleIsToldByEveryComman
   std::filesystem::rename(folder_ / "away", projects() + "/" + cookie);
   run(anna, "project enter Film");
   run(anna, "room enter Sound");
+  run(anna, "edit delete Reel");
+  EXPECT_EQ(run(anna, "trash list").elements().size(), 2U);
+  run(anna, "trash restore Old");
+  run(anna, "undo");
+  run(anna, "undo");
+  EXPECT_EQ(run(anna, "edit show Reel")["name"].asString(), "Reel");
 }
 
 TEST_F(FaultyShareTest, AProjectsDirectoryThatGoesAwayInTheMiddleIsToldAndQuitStillEnds) {
@@ -210,6 +264,7 @@ TEST_F(FaultyShareTest, InAFolderWithoutRightsEverythingIsRefusedThatWritesOrLoc
   StationProcess& reader = start("ANNA", 11);
   EXPECT_TRUE(hasLogged(reader, "this user may not use it"));
   expectNoLockCanBeHad(reader, "since this user may not use it");
+  expectTheTrashStays(reader, {"may not use it", "Permission denied"});
   expectNothingCanBeWritten(reader, "user may not use it");
   EXPECT_EQ(reader.quit(), 0);
   setRights(0755, 0644);

@@ -109,6 +109,26 @@ TEST_F(TrashTest, ObjectsAreNamedByNameCookieBeginningAndDeletion) {
   }
 }
 
+TEST_F(TrashTest, ALongNameWithSlashesIsFound) {
+  std::string name;
+  for (int i = 0; i < 100; ++i) name += "../";
+  const Cookie cookie = deleted(name);
+  EXPECT_EQ(listed().elements()[0]["name"].asString(), name);
+  ASSERT_TRUE(trash_.restore(name));
+  EXPECT_EQ(edits.nameOf(cookie), name);
+}
+
+TEST_F(TrashTest, WhileTheShareIsAwayNothingIsSaidToBeEmpty) {
+  deleted("Reel");
+  const std::string place = projects.current()->folder;
+  fs::rename(place, folder / "away");
+  EXPECT_FALSE(trash_.list());
+  EXPECT_FALSE(trash_.restore("Reel"));
+  EXPECT_FALSE(trash_.empty({}));
+  fs::rename(folder / "away", place);
+  EXPECT_TRUE(trash_.restore("Reel"));
+}
+
 TEST_F(TrashTest, AWordForSeveralObjectsOrNoneIsRefused) {
   deleted("Reel");
   deleted("Reel");
