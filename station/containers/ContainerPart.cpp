@@ -10,6 +10,7 @@
 #include "station/base/Strings.h"
 #include "station/keep/UndoList.h"
 #include "station/os/ObjectLock.h"
+#include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/DelayedReread.h"
 #include "station/project/ObjectNames.h"
@@ -36,6 +37,7 @@ void ContainerPart::enter(const OpenProject& project, const std::vector<std::str
                 if (sound) show(cookie, std::move(record));
                 return sound;
               });
+  shown_ = project.shown;
 }
 
 void ContainerPart::takeUpUnlisted(const std::vector<std::string>& files) {
@@ -49,6 +51,7 @@ void ContainerPart::takeUpUnlisted(const std::vector<std::string>& files) {
 
 void ContainerPart::leave() {
   folder_.clear();
+  shown_.reset();
   containers_.clear();
   byName_.clear();
 }
@@ -348,6 +351,7 @@ Result<std::optional<Trashed>> ContainerPart::moveToTrash(const Cookie& cookie) 
 }
 
 void ContainerPart::show(const Cookie& cookie, JsonValue record) {
+  if (shown_ && !find(cookie)) shown_->add(nameOf(recordPath({}, cookie)));
   drop(cookie);
   const std::string name = record["name"].asString();
   byName_[name].insert(cookie);

@@ -131,6 +131,7 @@ class ContainerPart : public iProjectPart {
 
   ContainerKind kind_;
   std::string folder_;  ///< the open project's; empty when none is open
+  std::shared_ptr<NewlyShown> shown_;
   std::map<Cookie, Container> containers_;
   std::map<std::string, std::set<Cookie>> byName_;
   std::map<Cookie, std::string> problems_;  ///< of files found that cannot be read, as logged

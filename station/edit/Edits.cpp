@@ -78,6 +78,7 @@ const char* Edits::kindText(const Cookie& cookie) {
 
 void Edits::enter(const OpenProject& project, const std::vector<std::string>&) {
   folder_ = project.folder;
+  shown_ = project.shown;
   std::vector<std::string> unread;
   for (const auto& [name, stamp] : project.listing.files) {
     const Cookie cookie = cookieOfFile(name);
@@ -93,6 +94,11 @@ void Edits::enter(const OpenProject& project, const std::vector<std::string>&) {
     if (!cookie.isNull()) enterOne(cookie, readListedSummary(folder_ + "/" + name));
   }
   enterUnread(project, unread);
+}
+
+void Edits::put(const Cookie& cookie, EditSummary summary) const {
+  if (shown_ && !holds(cookie)) shown_->add(cookie.asString().str() + std::string(kEditEnding));
+  index_.put(cookie, std::move(summary));
 }
 
 void Edits::enterUnread(const OpenProject& project, const std::vector<std::string>& names) {
@@ -127,7 +133,7 @@ void Edits::takeUpUnlisted(const std::vector<std::string>& files) {
     if (cookie.isNull() || holds(cookie)) continue;
     auto summary = readListedSummary(folder_ + "/" + file);
     if (!summary) continue;
-    index_.put(cookie, std::move(*summary));
+    put(cookie, std::move(*summary));
     events().changed(kindText(cookie), cookie, "created", currentOrigin());
   }
 }
@@ -141,6 +147,7 @@ void Edits::leave() {
   }
   while (!loaded_.empty()) unload(Cookie(loaded_.begin()->first));
   index_.clear();
+  shown_.reset();
   folder_.clear();
 }
 
@@ -149,7 +156,7 @@ void Edits::setAside(const Cookie& cookie, const std::string& problem) const {
   if (known && known->problem == problem) return;
   LogBoth("The file of %s %s cannot be read and is left as it is: %s\n", kindText(cookie),
           cookie.asString(), problem);
-  index_.put(cookie, EditSummary{known ? known->name : std::string(), {}, problem});
+  put(cookie, EditSummary{known ? known->name : std::string(), {}, problem});
 }
 
 void Edits::indexFile(const Cookie& cookie) const {
@@ -157,7 +164,7 @@ void Edits::indexFile(const Cookie& cookie) const {
   if (!bytes && bytes.error().code == ErrorCode::eNotFound) return index_.remove(cookie);
   auto summary = bytes ? readEditSummary(*bytes) : Result<EditSummary>(bytes.error());
   if (!summary) return setAside(cookie, summary.error().message);
-  index_.put(cookie, std::move(*summary));
+  put(cookie, std::move(*summary));
 }
 
 void Edits::indexStale() const {
@@ -348,8 +355,8 @@ void Edits::refresh(const Cookie& cookie) {
 }
 
 void Edits::noteLoaded(const EditFile& edit) {
-  index_.put(edit.getCookie(),
-             EditSummary{edit.document().name(), utf8Text(edit.getOwner()), {}, edit.content()});
+  put(edit.getCookie(),
+      EditSummary{edit.document().name(), utf8Text(edit.getOwner()), {}, edit.content()});
 }
 
 void Edits::noteOwner(const Cookie& cookie, const std::string& owner) {

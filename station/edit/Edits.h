@@ -134,6 +134,7 @@ class Edits : public iProjectPart {
 
  private:
   void enterUnread(const OpenProject& project, const std::vector<std::string>& names);
+  void put(const Cookie& cookie, EditSummary summary) const;
   void enterOne(const Cookie& cookie, Result<EditSummary> summary);
   Result<EditFile*> load(const Cookie& cookie);
   void indexFile(const Cookie& cookie) const;
@@ -151,6 +152,7 @@ class Edits : public iProjectPart {
 
   iUnsavedObserver* observer_ = nullptr;
   std::string folder_;
+  std::shared_ptr<NewlyShown> shown_;
   mutable EditIndex index_;
   std::map<Cookie, std::unique_ptr<EditFile>> loaded_;
   std::vector<std::unique_ptr<EditFile>> gone_;  ///< unloaded while something still held them

@@ -8,6 +8,7 @@
 #include "station/base/HostParts.h"
 #include "station/base/Strings.h"
 #include "station/media/MediaFiles.h"
+#include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/DelayedReread.h"
 #include "station/project/ObjectNames.h"
@@ -226,6 +227,7 @@ void MediaCache::enter(const OpenProject& project, const std::vector<std::string
   folder_ = project.folder;
   readRecords(project, files, kMaterialKind,
               [this](const Cookie& record, JsonValue&& content) { return take(record, content); });
+  shown_ = project.shown;
 }
 
 Result<void> MediaCache::take(const Cookie& record, const JsonValue& content) {
@@ -290,6 +292,7 @@ void MediaCache::leave() {
   toldFull_ = false;
   folder_.clear();
   table_.clear();
+  shown_.reset();
 }
 
 void MediaCache::findByName(const std::string& name, std::vector<NamedObject>& found) const {
@@ -340,6 +343,7 @@ std::vector<MediaFile> MediaCache::withoutRecord(std::vector<MediaFile> files) c
 }
 
 void MediaCache::show(const MediaFile& file) {
+  if (shown_ && !file.isHearsay) shown_->add(nameOf(recordOf(file)));
   table_.insert(file);
   tell(file, fileAddedMsgType_, proxyAddedMsgType_, "added");
 }

@@ -96,6 +96,7 @@ class MediaCache : public SystemCache, public iProjectPart {
             const std::string& how);
 
   std::string folder_;  ///< the open project's; empty when none is open
+  std::shared_ptr<NewlyShown> shown_;
   MediaTable table_;
   bool toldFull_ = false;
   NotifierList listeners_;

@@ -13,8 +13,8 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <new>
-#include <system_error>
 #include <thread>
 
 #include "station/base/HostThread.h"
@@ -112,19 +112,29 @@ Result<FileStamp> freshStampOfFile(const std::string& path) {
 
 void inFlight(std::size_t count, const std::function<void(std::size_t)>& job) {
   std::atomic<std::size_t> next = 0;
+  std::atomic<bool> hasFailed = false;
+  std::exception_ptr failure;
   const auto work = [&] {
-    for (std::size_t each = next++; each < count; each = next++) job(each);
-  };
-  std::vector<std::thread> threads;
-  try {
-    while (threads.size() + 1 < std::min(count, kMostInFlight)) {
-      threads.push_back(threadWithoutSignals(work));
+    try {
+      for (std::size_t each = next++; each < count; each = next++) job(each);
+    } catch (...) {
+      next = count;
+      if (!hasFailed.exchange(true)) failure = std::current_exception();
     }
-  } catch (const std::system_error&) {
+  };
+  std::array<std::thread, kMostInFlight - 1> threads;
+  try {
+    for (std::size_t each = 0; each + 1 < std::min(count, kMostInFlight); ++each) {
+      threads[each] = threadWithoutSignals(work);
+    }
+  } catch (const std::exception&) {
     // As many as the machine has are enough.
   }
   work();
-  for (std::thread& thread : threads) thread.join();
+  for (std::thread& thread : threads) {
+    if (thread.joinable()) thread.join();
+  }
+  if (failure) std::rethrow_exception(failure);
 }
 
 bool isStillStamped(const std::string& path, const FileStamp& stamp) {

@@ -77,7 +77,8 @@ Result<StampedContent> readStamped(const std::string& path, std::size_t most);
 inline constexpr std::size_t kMostInFlight = 8;
 
 /// Calls job(0) to job(count - 1), up to kMostInFlight of them at once on threads of their own and
-/// on the calling one, which returns when all are done. A job throws nothing.
+/// on the calling one, which returns when all are done. When a job throws, no further one begins,
+/// and the first exception is thrown here.
 void inFlight(std::size_t count, const std::function<void(std::size_t)>& job);
 
 /// Whether the path leads to the file in this state now.

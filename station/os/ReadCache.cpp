@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <mutex>
 #include <system_error>
@@ -191,7 +192,11 @@ class Errand {
 template <typename Work>
 void run(const std::shared_ptr<Errand>& errand, Work work) {
   auto all = [errand, work = std::move(work)] {
-    work();
+    try {
+      work();
+    } catch (const std::exception&) {
+      // Without memory for it nothing is kept.
+    }
     errand->end();
   };
   try {

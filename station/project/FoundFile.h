@@ -1,6 +1,9 @@
 #pragma once
 
+#include <mutex>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "station/base/Result.h"
@@ -25,5 +28,26 @@ struct FoundFile {
 };
 
 using FoundFiles = std::vector<FoundFile>;
+
+/// Files of the open project whose objects are shown because of a message or of this station's own
+/// doing. One that was made and removed between two looks at the folder would never be missed
+/// there. Any thread.
+class NewlyShown {
+ public:
+  void add(const std::string& name) {
+    const std::lock_guard lock(mutex_);
+    names_.insert(name);
+  }
+
+  /// The names since the last time.
+  std::set<std::string> take() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(names_, {});
+  }
+
+ private:
+  std::mutex mutex_;
+  std::set<std::string> names_;
+};
 
 }  // namespace korvel

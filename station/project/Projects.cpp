@@ -244,7 +244,8 @@ Result<void> Projects::open(const Found& project) {
   for (const auto& [name, stamp] : listing->files) files.push_back(name);
   current_ = std::make_unique<OpenProject>(OpenProject{
       cookie, record->name, projectFolder(cookie), project.record.isPrivate, std::move(*listing),
-      std::make_shared<ReadCache>(settings().cache, projectFolder(cookie))});
+      std::make_shared<ReadCache>(settings().cache, projectFolder(cookie)),
+      std::make_shared<NewlyShown>()});
   flushPermissions();
   enterParts(files);
   ProjectListeners::instance().tell([](ProjectListener& each) { each.handleProjectEntry(); });

@@ -18,8 +18,9 @@ struct OpenProject {
   std::string name;
   std::string folder;  ///< <projects directory>/<cookie>, without a trailing separator
   bool isPrivate = false;
-  FolderListing listing = {};             ///< as it was when the project was entered
-  std::shared_ptr<ReadCache> cache = {};  ///< of the folder's files; null where nothing is kept
+  FolderListing listing = {};              ///< as it was when the project was entered
+  std::shared_ptr<ReadCache> cache = {};   ///< of the folder's files; null where nothing is kept
+  std::shared_ptr<NewlyShown> shown = {};  ///< where parts note what they show; null for nowhere
 };
 
 /// An object with a name that users may type in place of its cookie.

@@ -32,10 +32,21 @@ constexpr const char* kRecord = "project.json";
 bool isRoomFile(std::string_view name) { return !name.starts_with('.'); }
 
 std::vector<WatchedFolder> foldersOf(const OpenProject& project) {
-  WatchedFolder folder{project.folder, {},      isProjectFile,   kLargestFile, kProjectPeriod,
-                       false,          kRecord, project.listing, project.cache};
-  WatchedFolder rooms{
-      project.folder + "/rooms", "rooms/", isRoomFile, 0, kRoomsPeriod, true, {}, {}, {}};
+  WatchedFolder folder;
+  folder.path = project.folder;
+  folder.isWanted = isProjectFile;
+  folder.largest = kLargestFile;
+  folder.period = kProjectPeriod;
+  folder.proof = kRecord;
+  folder.known = project.listing;
+  folder.cache = project.cache;
+  folder.shown = project.shown;
+  WatchedFolder rooms;
+  rooms.path = project.folder + "/rooms";
+  rooms.prefix = "rooms/";
+  rooms.isWanted = isRoomFile;
+  rooms.period = kRoomsPeriod;
+  rooms.mayBeMissing = true;
   return {std::move(folder), std::move(rooms)};
 }
 

@@ -74,7 +74,12 @@ void Presence::start(const std::string& version) try {
   }
   const std::string folder = notesFolder(settings().projectsDirectory);
   file_ = std::make_unique<StationFile>(folder, noteOfThis());
-  WatchedFolder watched{folder, {}, isNoteFile, kLargestNote, kPeriod, true, {}, {}, {}};
+  WatchedFolder watched;
+  watched.path = folder;
+  watched.isWanted = isNoteFile;
+  watched.largest = kLargestNote;
+  watched.period = kPeriod;
+  watched.mayBeMissing = true;
   watch_ = std::make_unique<FolderWatch>(host_, std::vector{std::move(watched)},
                                          [this](const FoundFiles& files) { take(files); });
   postRefresh();

@@ -42,6 +42,7 @@ Result<bool> WatchedFiles::hasMoved() {
 }
 
 Result<std::vector<std::string>> WatchedFiles::look() {
+  if (folder_.shown) shown_.merge(folder_.shown->take());
   auto now = listStamped(folder_.path, folder_.isWanted);
   const bool isMissing = !now && now.error().code == ErrorCode::eNotFound;
   if (!now && !(folder_.mayBeMissing && isMissing)) return now.error();
@@ -52,7 +53,9 @@ Result<std::vector<std::string>> WatchedFiles::look() {
                      ". See whether the share is mounted.",
                  folder_.path};
   }
-  recheck_ = Clock::time_point::max();
+  // The folder may change once more within the tick of the change that led to this look.
+  const bool hasChanged = !(listing.folder == stamp_);
+  recheck_ = hasChanged ? Clock::now() + kTick : Clock::time_point::max();
   return differing(listing);
 }
 
@@ -66,6 +69,10 @@ std::vector<std::string> WatchedFiles::differing(const FolderListing& now) {
   for (const auto& [name, known] : known_) {
     if (!now.files.contains(name)) names.push_back(name);
   }
+  for (const std::string& name : shown_) {
+    if (!now.files.contains(name) && !known_.contains(name)) names.push_back(name);
+  }
+  shown_.clear();
   stamp_ = now.folder;
   listed_ = now.files;
   return names;

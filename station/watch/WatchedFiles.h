@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,7 @@ struct WatchedFolder {
   std::string proof;    ///< a file without which the folder counts as gone, or empty
   FolderListing known;  ///< what is known of it at the start
   std::shared_ptr<const ReadCache> cache = {};  ///< holds what was at rest when it was read
+  std::shared_ptr<NewlyShown> shown = {};       ///< what is shown beside what was found
 };
 
 /// What is known of one folder's files, and how they differ from it. One thread.
@@ -65,6 +67,7 @@ class WatchedFiles {
   FileStamp stamp_;
   std::map<std::string, Known> known_;
   std::map<std::string, FileStamp> listed_;
+  std::set<std::string> shown_;  ///< files to be missed where they are not in the folder
   Clock::time_point recheck_ = Clock::time_point::max();
 };
 

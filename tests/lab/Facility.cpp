@@ -114,6 +114,14 @@ std::string Facility::difference(std::chrono::seconds limit) {
   return told.empty() ? differenceFromFolder() : told;
 }
 
+std::chrono::duration<double> Facility::timeToAgree(std::chrono::seconds limit) {
+  const auto start = Clock::now();
+  while (!differenceNow().empty() && Clock::now() < start + limit) {
+    std::this_thread::sleep_for(kPause);
+  }
+  return Clock::now() - start;
+}
+
 std::map<std::string, std::vector<Workstation*>> Facility::byProject() const {
   std::map<std::string, std::vector<Workstation*>> groups;
   for (Workstation* const machine : running()) groups[machine->project()].push_back(machine);

@@ -44,6 +44,9 @@ class Facility {
   /// nothing.
   std::string difference(std::chrono::seconds limit);
 
+  /// How long it takes from now on until every machine shows the same; at most `limit`.
+  std::chrono::duration<double> timeToAgree(std::chrono::seconds limit);
+
   /// Lets every machine leave its project, enter it again and open all its edits.
   void reenter();
 
@@ -58,6 +61,11 @@ class Facility {
 
   /// Datagrams that stations say they could not take.
   [[nodiscard]] long droppedCount() const;
+
+  /// Where a project's files are.
+  [[nodiscard]] std::string folderOf(const std::string& project) const {
+    return folder_ / ("projects/" + project);
+  }
 
   /// Messages sent so far by all.
   [[nodiscard]] std::size_t sentCount() const;

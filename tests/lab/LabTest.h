@@ -16,6 +16,10 @@ class LabTest : public testing::Test {
   /// minute to come.
   void expectAgreement();
 
+  /// Stations that missed messages show what the folder holds within five seconds of now, the last
+  /// write, though nobody enters anything again. "all agreed 0.8 s after the last write".
+  std::string expectCatchingUp();
+
   /// Stations that missed messages show the same once they entered the project again. Returns
   /// whether they differed before.
   bool expectHealing();

@@ -1,3 +1,4 @@
+#include <chrono>
 #include <sstream>
 
 #include "tests/lab/LabTest.h"
@@ -67,31 +68,27 @@ TEST_F(NetworksTest, StationsMeetInAMulticastGroup) {
   shows(figures() + ", each came once, whatever the ways");
 }
 
-TEST_F(NetworksTest, ACableIsPulledAndPutBack) {
+TEST_F(NetworksTest, ACableIsPulledForAMinute) {
   openTwo();
   const std::string edit = makeThings(*anna_);
   expectAgreement();
   ben_->run("edit open " + edit);
-  ben_->run("sleep 2.5");  // until what the last messages told of is not looked at once more
   ben_->cable().pull();
-  anna_->run("edit trim " + edit + " 0/0 0 0.0625s");
-  anna_->run("edit save " + edit);
-  const std::string unheard = anna_->run("edit create Unheard").asString();
-  everyoneWorks(facility_);
-  EXPECT_NE(facility_.difference(std::chrono::seconds(0)), "");
-  EXPECT_NE(ben_->run("edit show " + edit)["clips"], anna_->run("edit show " + edit)["clips"]);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  std::string agreed;
+  while (std::chrono::steady_clock::now() < end) {
+    everyoneWorks(facility_);
+    anna_->run("edit trim " + edit + " 0/0 0 0.0625s");
+    anna_->run("edit save " + edit);
+    agreed = expectCatchingUp();
+    anna_->run("sleep 5");
+  }
   ben_->cable().putBack();
   facility_.awaitHearing();
-  ben_->run("edit close " + edit);
-  for (const std::string& each : {edit, unheard}) ben_->run("edit open " + each);
-  EXPECT_EQ(ben_->run("edit show " + edit)["clips"], anna_->run("edit show " + edit)["clips"]);
-  EXPECT_TRUE(expectHealing());
   everyoneWorks(facility_);
   expectEachMessageOnce();
   expectAgreement();
-  shows(
-      "an edit opened again is up to date, the project entered again is; then each message came "
-      "once");
+  shows(agreed + ", with the cable out; then each message came once");
 }
 
 TEST_F(NetworksTest, AnInterfaceAppearsLater) {

@@ -76,6 +76,15 @@ TEST_F(CatchUpTest, AnEditMadeElsewhereIsListed) {
   EXPECT_EQ(catchUp.found(), 1u);
 }
 
+TEST_F(CatchUpTest, AnEditThatAMessageToldOfAndThatIsGoneByTheNextLookIsGoneHereToo) {
+  const Cookie other = Cookie::create(CookieTypeEdit);
+  writeElsewhere(other, bytesOf(fileOf(edit)));
+  edits.refresh(other);
+  fs::remove(fileOf(other));
+  EXPECT_TRUE(edits.holds(other));
+  EXPECT_TRUE(becomes([&] { return !edits.holds(other); }));
+}
+
 TEST_F(CatchUpTest, AnEditRenamedElsewhereIsListedByItsNewName) {
   renameElsewhere(edit, "Cut", "New");
   EXPECT_TRUE(becomes([&] { return edits.nameOf(edit) == "New"; }));

@@ -111,6 +111,30 @@ TEST_F(WatchedFilesTest, AFileWithTheInodeOfARemovedOneIsAnother) {
   EXPECT_EQ(*found.back().bytes, "second");
 }
 
+TEST_F(WatchedFilesTest, AFileThatWasMadeShownAndRemovedBetweenTwoLooksIsMissed) {
+  WatchedFolder watch = watched();
+  watch.shown = std::make_shared<NewlyShown>();
+  WatchedFiles files(watch);
+  lookAt(files);
+  write("a.json", "1");
+  write("b.json", "2");
+  watch.shown->add("a.json");
+  watch.shown->add("b.json");
+  std::filesystem::remove(folder / "b.json");
+  const FoundFiles found = lookAt(files);
+  ASSERT_EQ(found.size(), 2u);
+  EXPECT_FALSE(found[0].isGone);
+  EXPECT_TRUE(found[1].isGone);
+}
+
+TEST_F(WatchedFilesTest, AFolderThatChangedIsLookedAtOnceMoreWhenTheClockHasTicked) {
+  WatchedFiles files(watched());
+  lookAt(files);
+  EXPECT_LE(files.recheck(), WatchedFiles::Clock::now() + std::chrono::seconds(3));
+  lookUntilSure(files);
+  EXPECT_FALSE(*files.hasMoved());
+}
+
 TEST_F(WatchedFilesTest, AHundredThousandFilesOfOthersAreNotRead) {
   for (int number = 0; number < 100'000; ++number) write("other" + std::to_string(number), "");
   write("a.json", "1");
