@@ -85,7 +85,7 @@ QString countOf(const std::vector<ObjectRow>& rows) {
 }  // namespace
 
 ActionRunner::ActionRunner(QWidget& window, HostLink& link, const WindowPanes& panes)
-    : window_(window), link_(link), panes_(panes), guard_(window, link) {}
+    : window_(window), link_(link), panes_(panes), guard_(window, link, *panes.recovery) {}
 
 bool ActionRunner::isThere(Target target) const {
   const bool hasProject = snapshot_ && !snapshot_->project.cookie.isEmpty();

@@ -116,7 +116,7 @@ void DetailPane::showChange() {
   shownChanges_ = row_.remoteChanges;
   change_->tell(MessageBar::Kind::eChange,
                 QStringLiteral("Another station changed this. The drawing is as you left it."));
-  change_->offer(QStringLiteral("Show the change (F7)"));
+  change_->offer({QStringLiteral("Show the change (F7)")});
 }
 
 void DetailPane::takeTimeline(const TimelinePtr& timeline) {

@@ -8,6 +8,7 @@
 #include "app/window/TimelineMaker.h"
 #include "station/base/HostThread.h"
 #include "station/base/Rendering.h"
+#include "station/base/Strings.h"
 #include "station/edit/EditActions.h"
 #include "station/edit/EditHistory.h"
 #include "station/edit/Edits.h"
@@ -35,6 +36,25 @@ VersionRow versionRow(const JsonValue& line) {
   row.problem = readableText(line["problem"].asString());
   row.isNow = line["now"].asBool();
   return row;
+}
+
+OtherSave otherSave(const EditHistory::OtherVersion& found) {
+  OtherSave other;
+  other.isKnown = found.isKnown;
+  for (const std::string& each : found.changes) other.changes.append(readableText(each));
+  other.isGone = found.isGone;
+  if (found.isGone) {
+    other.what = QStringLiteral("was deleted by another");
+  } else if (!found.problem.empty()) {
+    other.what = QStringLiteral("was changed by another program and cannot be read now");
+  } else if (found.by.empty()) {
+    other.what = QStringLiteral("was changed by another program");
+  } else {
+    const auto at = QDateTime::fromString(readableText(found.at), Qt::ISODate).toLocalTime();
+    other.what = QStringLiteral("was saved by %1 at %2")
+                     .arg(oneLine(readableText(shownText(found.by))), shownTime(at));
+  }
+  return other;
 }
 
 VersionsPtr versionsOf(const QString& cookie) {
@@ -186,6 +206,15 @@ void HostLink::askUnsaved(const std::function<void(const std::vector<UnsavedEdit
           {readableText(edit["cookie"].asString()), readableText(edit["name"].asString())});
     }
     QMetaObject::invokeMethod(this, [then, unsaved] { then(unsaved); });
+  });
+}
+
+void HostLink::askOtherSave(const QString& cookie,
+                            const std::function<void(const std::optional<OtherSave>&)>& then) {
+  post("looking at what another saved", [this, cookie, then] {
+    const auto found = EditHistory::otherVersion(Cookie(cookie.toStdString().c_str(), false));
+    const auto other = found ? std::optional(otherSave(*found)) : std::nullopt;
+    QMetaObject::invokeMethod(this, [then, other] { then(other); });
   });
 }
 

@@ -6,6 +6,7 @@
 #include <QStringList>
 #include <QTimer>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,14 @@ struct UnsavedEdit {
   QString name;
 };
 
+/// What another saved in the place of an edit that is open here, as a refused save tells it.
+struct OtherSave {
+  QString what;  ///< who saved it and when, in a sentence's end: "was saved by BEN at 12:04:11"
+  QStringList changes;
+  bool isGone = false;   ///< the file was deleted
+  bool isKnown = false;  ///< `changes` are what it changed; else how it differs from the edit here
+};
+
 /// The window's way to the host thread: actions go there as tasks, answers come back as signals.
 /// Never waits. Lives on the window's thread.
 class HostLink : public QObject {
@@ -59,6 +68,11 @@ class HostLink : public QObject {
 
   /// Asks the station for what is not saved right now.
   void askUnsaved(const std::function<void(const std::vector<UnsavedEdit>& unsaved)>& then);
+
+  /// Asks what another did to an edit's file since it was opened here; nothing where that cannot be
+  /// told.
+  void askOtherSave(const QString& cookie,
+                    const std::function<void(const std::optional<OtherSave>& other)>& then);
 
   /// Has an edit's timeline drawn up; timelineReady() follows.
   void askTimeline(const QString& cookie);

@@ -53,6 +53,7 @@ WindowPanes makePanes() {
           new HistoryPane,
           new MessageBar(QStringLiteral("messages")),
           new MessageBar(QStringLiteral("strip")),
+          new MessageBar(QStringLiteral("recovery")),
           new StatusLine,
           new PanelDock,
           new LogPane,
@@ -98,6 +99,9 @@ void MainWindow::connectLink() {
   connect(&link_, &HostLink::snapshotReady, this, &MainWindow::takeSnapshot);
   connect(&link_, &HostLink::newsReady, this, &MainWindow::takeNews);
   connect(&link_, &HostLink::finished, outcomes_.get(), &OutcomeTeller::take);
+  connect(&link_, &HostLink::finished, &actions_->guard(), &UnsavedGuard::takeOutcome);
+  connect(&actions_->guard(), &UnsavedGuard::refused, this,
+          [this](const QString& why) { messages().tell(MessageBar::Kind::eError, why); });
   connect(&link_, &HostLink::busyChanged, panes_.status, &StatusLine::showBusy);
   connect(&link_, &HostLink::timelineReady, panes_.detail, &DetailPane::takeTimeline);
   connect(&link_, &HostLink::mayReady, panes_.objects, &ObjectsPane::takeAnswers);
@@ -189,6 +193,7 @@ void MainWindow::connectNotifications() {
 void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
   snapshot_ = snapshot;
   actions_->takeSnapshot(snapshot);
+  actions_->guard().takeSnapshot(snapshot);
   projects().show(*snapshot);
   objects().show(*snapshot);
   if (snapshot->panel) {
@@ -209,6 +214,7 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
 void MainWindow::takeNews(const News& news) {
   status().showNews(news);
   actions_->takeUser(news.station.user);
+  actions_->guard().takeUser(news.station.user);
   received_ = news.received;
   log().append(news.lines);
   notifications().add(news.notifications);
@@ -228,7 +234,7 @@ void MainWindow::tellOfWords(const NotificationLine& latest) {
   strip().tell(
       MessageBar::Kind::eNote,
       before + latest.time.toString(QStringLiteral("HH:mm:ss  ")) + notificationText(latest));
-  strip().offer(unread > 1 ? QStringLiteral("All %L1").arg(unread) : QStringLiteral("All"));
+  strip().offer({unread > 1 ? QStringLiteral("All %L1").arg(unread) : QStringLiteral("All")});
 }
 
 void MainWindow::showChoice() {

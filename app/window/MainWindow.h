@@ -32,6 +32,7 @@ class MainWindow : public QMainWindow {
   [[nodiscard]] StatusLine& status() const { return *panes_.status; }
   [[nodiscard]] MessageBar& messages() const { return *panes_.messages; }
   [[nodiscard]] MessageBar& strip() const { return *panes_.strip; }
+  [[nodiscard]] MessageBar& recovery() const { return *panes_.recovery; }
   [[nodiscard]] MainMenus& menus() const { return *menus_; }
   [[nodiscard]] const SnapshotPtr& snapshot() const { return snapshot_; }
   [[nodiscard]] const CommandTable& commands() const { return link_.commands(); }

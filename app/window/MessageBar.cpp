@@ -34,7 +34,7 @@ MessageBar::MessageBar(const QString& name, QWidget* parent)
     : QFrame(parent),
       sign_(new QLabel),
       label_(new QLabel),
-      button_(new QToolButton),
+      buttons_{new QToolButton, new QToolButton, new QToolButton},
       close_(new QToolButton) {
   setObjectName(name);
   label_->setObjectName(name + QStringLiteral("Text"));
@@ -42,8 +42,6 @@ MessageBar::MessageBar(const QString& name, QWidget* parent)
   label_->setTextFormat(Qt::PlainText);
   label_->setTextInteractionFlags(Qt::TextSelectableByMouse);
   label_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-  button_->setObjectName(name + QStringLiteral("Button"));
-  button_->hide();
   close_->setAutoRaise(true);
   close_->setToolTip(QStringLiteral("Close (Esc)"));
   close_->setAccessibleName(QStringLiteral("Close this message"));
@@ -51,10 +49,16 @@ MessageBar::MessageBar(const QString& name, QWidget* parent)
   layout->setContentsMargins(12, 8, 8, 8);
   layout->addWidget(sign_, 0, Qt::AlignTop);
   layout->addWidget(label_, 1);
-  layout->addWidget(button_, 0, Qt::AlignVCenter);
+  for (int i = 0; QToolButton * button : buttons_) {
+    button->setObjectName(name + QStringLiteral("Button") +
+                          (i > 0 ? QString::number(i) : QString()));
+    button->hide();
+    layout->addWidget(button, 0, Qt::AlignVCenter);
+    connect(button, &QToolButton::clicked, this, [this, i] { Q_EMIT acted(i); });
+    ++i;
+  }
   layout->addWidget(close_, 0, Qt::AlignTop);
   connect(close_, &QToolButton::clicked, this, &QWidget::hide);
-  connect(button_, &QToolButton::clicked, this, &MessageBar::acted);
   hide();
 }
 
@@ -71,9 +75,12 @@ void MessageBar::tell(Kind kind, const QString& text) {
   show();
 }
 
-void MessageBar::offer(const QString& action) {
-  button_->setText(action);
-  button_->setVisible(!action.isEmpty());
+void MessageBar::offer(const QStringList& actions) {
+  for (qsizetype i = 0; QToolButton * button : buttons_) {
+    const QString action = actions.value(i++);
+    button->setText(action);
+    button->setVisible(!action.isEmpty());
+  }
 }
 
 void MessageBar::setLines(Lines lines) {

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <QFrame>
+#include <QStringList>
+#include <array>
+#include <cstddef>
 
 class QLabel;
 class QToolButton;
@@ -24,13 +27,14 @@ class MessageBar : public QFrame {
 
   void tell(Kind kind, const QString& text);
 
-  /// Offers something to do about it.
-  void offer(const QString& action);
+  /// Offers things to do about it, three at most; none takes the last offer back.
+  void offer(const QStringList& actions);
   [[nodiscard]] QString text() const { return text_; }
-  [[nodiscard]] QToolButton& button() const { return *button_; }
+  [[nodiscard]] QToolButton& button(std::size_t which = 0) const { return *buttons_[which]; }
 
  Q_SIGNALS:
-  void acted();
+  /// What was offered is to be done; counted from zero.
+  void acted(int which);
 
  private:
   void resizeEvent(QResizeEvent* event) override;
@@ -38,7 +42,7 @@ class MessageBar : public QFrame {
 
   QLabel* sign_;
   QLabel* label_;
-  QToolButton* button_;
+  std::array<QToolButton*, 3> buttons_;
   QToolButton* close_;
   QString text_;
   Lines lines_ = Lines::eAll;

@@ -12,6 +12,7 @@
 #include "app/window/ProjectsPane.h"
 #include "app/window/TextDialogs.h"
 #include "app/window/Texts.h"
+#include "app/window/UnsavedGuard.h"
 
 namespace korvel {
 
@@ -49,7 +50,7 @@ void OutcomeTeller::tell(const QString& text, const QString& action,
                          const std::function<void()>& act) {
   tellsOfSending_ = false;
   panes_.messages->tell(MessageBar::Kind::eNote, text);
-  panes_.messages->offer(action);
+  panes_.messages->offer({action});
   act_ = act;
 }
 
@@ -75,6 +76,7 @@ void OutcomeTeller::tellUndoably(const QString& text, const QStringList& undoLin
 }
 
 void OutcomeTeller::take(const CommandOutcome& outcome) {
+  if (UnsavedGuard::isConflict(outcome)) return;  // it asks
   const bool isMessage = outcome.command == QLatin1String("say");
   if (!outcome.succeeded) {
     tellsOfSending_ = false;

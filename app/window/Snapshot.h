@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDateTime>
 #include <QMetaType>
 #include <QString>
 #include <QStringList>
@@ -79,6 +80,16 @@ struct PanelState {
   friend bool operator==(const PanelState&, const PanelState&) = default;
 };
 
+/// What a station of this user's that ended without saving left of an edit.
+struct LeftEdit {
+  QString cookie;
+  QString name;
+  QDateTime changed;  ///< local; invalid where nothing tells it
+  QString problem;    ///< why it cannot be read; empty when it can
+
+  friend bool operator==(const LeftEdit&, const LeftEdit&) = default;
+};
+
 /// The open project; without a cookie where none is open.
 struct ProjectState {
   QString cookie;
@@ -98,6 +109,7 @@ struct Snapshot {
   QString projectsProblem;  ///< why they cannot be listed
   Shared<std::vector<RoomRow>> rooms;
   std::array<Shared<ObjectRows>, kObjectKinds> objects;
+  Shared<std::vector<LeftEdit>> left;  ///< unsaved changes that can be taken up, the newest first
   Shared<PanelState> panel;
   KeptTools tools;
   Shared<QStringList> users;

@@ -9,6 +9,7 @@
 #include "host/project/iProjectShare.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
+#include "station/edit/UnsavedEdits.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
 #include "station/ui/PanelDriver.h"
@@ -152,6 +153,7 @@ void SnapshotMaker::lookAtEdits(Snapshot& next, const Changes& changes) {
       rows.back().remoteChanges = remoteChanges(rows.back().cookie);
     }
     sortByKey(rows);
+    lookAtLeft(next);
   } else {
     for (const std::string& cookie : changes.edits) {
       ObjectRow row = editRow(station_.edits().listed(Cookie(cookie.c_str(), false)));
@@ -160,6 +162,18 @@ void SnapshotMaker::lookAtEdits(Snapshot& next, const Changes& changes) {
     }
   }
   shown = unlessSame(shown, std::move(rows));
+}
+
+void SnapshotMaker::lookAtLeft(Snapshot& next) {
+  std::vector<LeftEdit> left;
+  const JsonValue list = station_.unsaved().state();
+  for (const JsonValue& each : list.elements()) {
+    const QString changed = readableText(each["changed"].asString());
+    left.push_back({readableText(each["cookie"].asString()), readableText(each["name"].asString()),
+                    QDateTime::fromString(changed, Qt::ISODate).toLocalTime(),
+                    readableText(each["problem"].asString())});
+  }
+  next.left = unlessSame(next.left, std::move(left));
 }
 
 void SnapshotMaker::lookAtOthers(Snapshot& next, const Changes& changes) {

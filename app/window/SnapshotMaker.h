@@ -23,6 +23,7 @@ class SnapshotMaker {
   void lookAtProject(Snapshot& next);
   void lookAtLists(Snapshot& next);
   void lookAtEdits(Snapshot& next, const Changes& changes);
+  void lookAtLeft(Snapshot& next);
   void lookAtOthers(Snapshot& next, const Changes& changes);
   void lookAtPanel(Snapshot& next);
   void lookAtUsers(Snapshot& next);

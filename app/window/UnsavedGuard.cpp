@@ -1,5 +1,11 @@
 #include "app/window/UnsavedGuard.h"
 
+#include <algorithm>
+
+#include "app/commands/CommandCall.h"
+#include "app/window/ActionDialog.h"
+#include "app/window/ActionTable.h"
+#include "app/window/MessageBar.h"
 #include "app/window/Question.h"
 #include "app/window/Texts.h"
 
@@ -7,14 +13,57 @@ namespace korvel {
 
 namespace {
 
-QStringList saveLines(const std::vector<UnsavedEdit>& unsaved) {
+constexpr const char* kSaveCopy = "edit save-copy {object} {0}";
+
+QString lineOn(const char* command, const QString& cookie) {
+  return QLatin1String(command) + QLatin1Char(' ') + quoted(cookie);
+}
+
+QStringList linesOn(const char* command, const std::vector<UnsavedEdit>& edits) {
   QStringList lines;
-  for (const UnsavedEdit& edit : unsaved)
-    lines << QStringLiteral("edit save ") + quoted(edit.cookie);
+  for (const UnsavedEdit& edit : edits) lines << lineOn(command, edit.cookie);
   return lines;
 }
 
+/// Each edit once, though several runs may have left something of it.
+QStringList cookiesOf(const std::vector<LeftEdit>& left) {
+  QStringList cookies;
+  for (const LeftEdit& each : left) {
+    if (!cookies.contains(each.cookie)) cookies << each.cookie;
+  }
+  return cookies;
+}
+
+QString titleOf(const LeftEdit& left) {
+  const QString name = oneLine(left.name.isEmpty() ? left.cookie : left.name);
+  return left.problem.isEmpty() ? QStringLiteral("%1 (%2)").arg(name, shownTime(left.changed))
+                                : QStringLiteral("%1 (cannot be read)").arg(name);
+}
+
+QString textOf(const std::vector<LeftEdit>& left) {
+  const qsizetype count = cookiesOf(left).size();
+  const QString what = count == 1 ? QStringLiteral("\"%1\"").arg(oneLine(left.front().name))
+                                  : QStringLiteral("%L1 edits").arg(count);
+  return QStringLiteral("Unsaved changes of %1 in %2 were left when the station ended.")
+      .arg(shownTime(left.front().changed), what);
+}
+
+const ActionSpec& saveCopyAction() {
+  return *std::ranges::find_if(actionTable(), [](const ActionSpec& action) {
+    return QLatin1String(action.line) == QLatin1String(kSaveCopy);
+  });
+}
+
 }  // namespace
+
+UnsavedGuard::UnsavedGuard(QWidget& window, HostLink& link, MessageBar& bar)
+    : window_(window), link_(link), bar_(bar) {
+  connect(&bar_, &MessageBar::acted, this, [this](int which) {
+    bar_.hide();
+    if (which == 0) takeUpLeft();
+    if (which == 1) askBeforeThrowingAway();
+  });
+}
 
 void UnsavedGuard::before(const QString& what, const std::function<void()>& go,
                           const std::function<void()>& stay) {
@@ -37,24 +86,113 @@ void UnsavedGuard::ask(const QString& what, const std::vector<UnsavedEdit>& unsa
     outcome.succeeded ? go() : stay();
   };
   asked_ = new Question(QStringLiteral("unsavedDialog"), what, text, names, &window_);
-  asked_->usualAnswer(QStringLiteral("&Save"), [this, lines = saveLines(unsaved), unlessFailed] {
-    link_.runAll(lines, unlessFailed);
-  });
-  asked_->answer(QStringLiteral("&Discard"),
-                 [this, lines = discardLines(unsaved), go, unlessFailed] {
-                   lines.isEmpty() ? go() : link_.runAll(lines, unlessFailed);
-                 });
+  asked_->usualAnswer(QStringLiteral("&Save"),
+                      [this, lines = linesOn("edit save", unsaved), unlessFailed] {
+                        link_.runAll(lines, unlessFailed);
+                      });
+  asked_->answer(QStringLiteral("&Discard"), [this, lines = linesOn("edit revert", unsaved),
+                                              unlessFailed] { link_.runAll(lines, unlessFailed); });
   asked_->otherwise(stay);
   asked_->ask();
 }
 
-QStringList UnsavedGuard::discardLines(const std::vector<UnsavedEdit>& unsaved) const {
-  QStringList lines;
-  if (!link_.commands().all().contains("edit revert")) return lines;
-  for (const UnsavedEdit& edit : unsaved) {
-    lines << QStringLiteral("edit revert ") + quoted(edit.cookie);
+bool UnsavedGuard::isConflict(const CommandOutcome& outcome) {
+  return !outcome.succeeded && outcome.command == QLatin1String("edit save") &&
+         outcome.code == ErrorCode::eChanged;
+}
+
+void UnsavedGuard::takeOutcome(const CommandOutcome& outcome) {
+  if (!isConflict(outcome) || conflict_) return;
+  const auto edit = editOf(outcome.line);
+  if (!edit) return Q_EMIT refused(outcome.text);
+  link_.askOtherSave(edit->cookie, [this, edit, outcome](const std::optional<OtherSave>& other) {
+    if (!other) return Q_EMIT refused(outcome.text);
+    if (!conflict_) askAboutConflict(*edit, *other);
+  });
+}
+
+/// The edit that a command line names first.
+std::optional<UnsavedEdit> UnsavedGuard::editOf(const QString& line) const {
+  const CommandCall call = readCall(link_.commands(), line.toStdString());
+  const auto& edits = snapshot_ ? snapshot_->objects[0] : nullptr;
+  if (call.arguments.empty() || !edits) return std::nullopt;
+  const QString word = readableText(call.arguments.front());
+  for (const ObjectRow& row : *edits) {
+    if (row.name == word || row.cookie.startsWith(word)) return UnsavedEdit{row.cookie, row.name};
   }
-  return lines;
+  return std::nullopt;
+}
+
+void UnsavedGuard::askAboutConflict(const UnsavedEdit& edit, const OtherSave& other) {
+  const QString text =
+      QStringLiteral(
+          "\"%1\" %2 since you opened it. Your changes are not saved yet. Where you save "
+          "over it, the other version stays in the history.")
+          .arg(oneLine(edit.name), other.what) +
+      (other.changes.isEmpty() ? QString()
+       : other.isKnown         ? QStringLiteral(" What the other changed:")
+                               : QStringLiteral(" How the other differs from yours:"));
+  conflict_ = new Question(QStringLiteral("saveDialog"), QStringLiteral("Save"), text,
+                           other.changes, &window_);
+  conflict_->usualAnswer(QStringLiteral("Save a &copy…"),
+                         [this, edit, other] { askForCopy(edit, other); });
+  conflict_->answer(QStringLiteral("Save &over it"), [this, edit] {
+    link_.run(lineOn("edit save", edit.cookie) + QStringLiteral(" --over"));
+  });
+  conflict_->ask();
+}
+
+// Once the copy is there, the edit itself shows what the other saved; one without a file is gone.
+void UnsavedGuard::askForCopy(const UnsavedEdit& edit, const OtherSave& other) {
+  const ActionSpec& action = saveCopyAction();
+  const QString name = QStringLiteral("%1 (%2)").arg(edit.name, user_);
+  auto* dialog = new ActionDialog(action, {{name, {}}}, &window_);
+  QStringList after;
+  if (!other.isGone) after << lineOn("edit revert", edit.cookie);
+  connect(dialog, &ActionDialog::filled, this,
+          [this, &action, edit, after](const QStringList& values) {
+            link_.runAll(QStringList(filledLine(action, {edit.cookie}, values)) + after,
+                         [](const CommandOutcome&) {});
+          });
+  dialog->show();
+}
+
+void UnsavedGuard::takeSnapshot(const SnapshotPtr& snapshot) {
+  const bool isOther = !snapshot_ || snapshot_->project.cookie != snapshot->project.cookie;
+  snapshot_ = snapshot;
+  if (isOther) left_ = nullptr;
+  if (snapshot->left == left_) return;
+  left_ = snapshot->left;
+  offerLeft();
+}
+
+void UnsavedGuard::offerLeft() {
+  if (!left_ || left_->empty()) return bar_.hide();
+  bar_.tell(MessageBar::Kind::eChange, textOf(*left_));
+  bar_.offer({QStringLiteral("Take up"), QStringLiteral("Throw away…"), QStringLiteral("Later")});
+}
+
+void UnsavedGuard::takeUpLeft() {
+  QStringList lines;
+  for (const QString& cookie : cookiesOf(*left_)) lines << lineOn("edit recover", cookie);
+  link_.runAll(lines, [](const CommandOutcome&) {});
+}
+
+void UnsavedGuard::askBeforeThrowingAway() {
+  QStringList things;
+  QStringList lines;
+  for (const LeftEdit& each : *left_) things << titleOf(each);
+  for (const QString& cookie : cookiesOf(*left_)) {
+    lines << lineOn("edit recover", cookie) + QStringLiteral(" --discard");
+  }
+  auto* question =
+      new Question(QStringLiteral("throwAwayDialog"), QStringLiteral("Throw away"),
+                   QStringLiteral("Throw these unsaved changes away? They cannot be brought back."),
+                   things, &window_);
+  question->answer(QStringLiteral("&Throw away"),
+                   [this, lines] { link_.runAll(lines, [](const CommandOutcome&) {}); });
+  question->otherwise([this] { offerLeft(); });
+  question->ask();
 }
 
 }  // namespace korvel

@@ -3,6 +3,7 @@
 #include <QObject>
 #include <QPointer>
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "app/window/HostLink.h"
@@ -11,30 +12,53 @@ class QWidget;
 
 namespace korvel {
 
+class MessageBar;
 class Question;
 
-/// Stands before everything that would drop unsaved changes: leaving a project, entering another,
-/// closing the window.
+/// Sees to it that no unsaved change goes without a word: stands before everything that would drop
+/// some (leaving a project, entering another, closing the window), asks where a save was refused
+/// since another saved meanwhile, and offers what an earlier run left.
 class UnsavedGuard : public QObject {
   Q_OBJECT
 
  public:
-  /// Both must outlive it.
-  UnsavedGuard(QWidget& window, HostLink& link) : window_(window), link_(link) {}
+  /// All must outlive it. `bar` is for what an earlier run left, alone.
+  UnsavedGuard(QWidget& window, HostLink& link, MessageBar& bar);
 
   /// Asks the station what is not saved, and the user what to do with it. `go` follows when nothing
   /// is unsaved any more, or when it may be dropped; `stay` when the user stays or a save failed.
   void before(const QString& what, const std::function<void()>& go,
               const std::function<void()>& stay);
 
+  /// Whether a save was refused since another saved in between: that is asked about.
+  static bool isConflict(const CommandOutcome& outcome);
+
+  void takeOutcome(const CommandOutcome& outcome);
+  void takeSnapshot(const SnapshotPtr& snapshot);
+  void takeUser(const QString& user) { user_ = user; }
+
+ Q_SIGNALS:
+  /// A save was refused and nothing more can be told of it than this.
+  void refused(const QString& why);
+
  private:
   void ask(const QString& what, const std::vector<UnsavedEdit>& unsaved,
            const std::function<void()>& go, const std::function<void()>& stay);
-  [[nodiscard]] QStringList discardLines(const std::vector<UnsavedEdit>& unsaved) const;
+  [[nodiscard]] std::optional<UnsavedEdit> editOf(const QString& line) const;
+  void askAboutConflict(const UnsavedEdit& edit, const OtherSave& other);
+  void askForCopy(const UnsavedEdit& edit, const OtherSave& other);
+  void offerLeft();
+  void takeUpLeft();
+  void askBeforeThrowingAway();
 
   QWidget& window_;
   HostLink& link_;
+  MessageBar& bar_;
   QPointer<Question> asked_;
+  QPointer<Question> conflict_;
+  SnapshotPtr snapshot_;
+  QString user_;
+  Shared<std::vector<LeftEdit>> left_;  ///< as it was offered last
 };
 
 }  // namespace korvel

@@ -77,8 +77,7 @@ void WindowLayout::buildPanes() {
   auto* layout = new QVBoxLayout(middle);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
-  layout->addWidget(panes_.messages);
-  layout->addWidget(panes_.strip);
+  for (MessageBar* bar : {panes_.recovery, panes_.messages, panes_.strip}) layout->addWidget(bar);
   layout->addWidget(scrolled(side_), 1);
   window_.setCentralWidget(middle);
 }
@@ -139,7 +138,7 @@ void WindowLayout::showNotifications() {
 void WindowLayout::fit() {
   const bool isSmall =
       window_.width() < kRoomForDocks.width() || window_.height() < kRoomForDocks.height();
-  for (MessageBar* bar : {panes_.messages, panes_.strip}) {
+  for (MessageBar* bar : {panes_.recovery, panes_.messages, panes_.strip}) {
     bar->setLines(isSmall ? MessageBar::Lines::eOne : MessageBar::Lines::eAll);
   }
   if (isSmall != isSmall_) isSmall ? gatherDocks() : spreadDocks();

@@ -26,6 +26,7 @@ struct WindowPanes {
   HistoryPane* history = nullptr;
   MessageBar* messages = nullptr;
   MessageBar* strip = nullptr;
+  MessageBar* recovery = nullptr;
   StatusLine* status = nullptr;
   PanelDock* panel = nullptr;
   LogPane* log = nullptr;

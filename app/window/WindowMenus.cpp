@@ -85,7 +85,7 @@ void WindowMenus::buildViewMenu() {
              [this] { layout_.focusNextPane(); });
   menus_.add(view, QStringLiteral("Show another station's &change"), QStringLiteral("F7"), [this] {
     MessageBar& change = panes_.detail->changeBar();
-    if (change.isVisible()) Q_EMIT change.acted();
+    if (change.isVisible()) Q_EMIT change.acted(0);
   });
   menus_.add(view, QStringLiteral("&Look again"), QStringLiteral("F5"),
              [this] { Q_EMIT lookWanted(); });

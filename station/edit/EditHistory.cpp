@@ -93,12 +93,35 @@ std::optional<OtioDocument> baseOf(const EditFile& edit) {
   return {};
 }
 
-/// Who put the document in the place of the one that was read, and when.
-std::string whoAndWhen(const OtioDocument& other, const EditFile& edit) {
-  const SaveStamp stamp = other.stamp();
-  if (stamp.by.empty() || stamp == edit.document().stamp())
-    return " was changed by another program";
-  return " was saved by " + shownText(stamp.by) + " (" + shownText(stamp.at) + ")";
+Result<EditHistory::OtherVersion> otherVersionOf(const EditFile& edit) {
+  EditHistory::OtherVersion found;
+  const auto bytes = readFresh(edit.path());
+  found.isGone = !bytes && bytes.error().code == ErrorCode::eNotFound;
+  if (found.isGone) return found;
+  if (!bytes) return bytes.error();
+  const auto other = OtioDocument::parse(*bytes);
+  if (!other) {
+    found.problem = other.error().message;
+    return found;
+  }
+  const SaveStamp stamp = other->stamp();
+  if (!stamp.by.empty() && !(stamp == edit.document().stamp())) {
+    found.by = stamp.by;
+    found.at = stamp.at;
+  }
+  const auto base = baseOf(edit);
+  found.isKnown = base.has_value();
+  found.changes = differencesOf(base ? *base : edit.document(), *other);
+  return found;
+}
+
+/// Who put it in the place of the one that was read, when, and what differs.
+std::string whatHappened(const EditHistory::OtherVersion& other) {
+  const std::string who =
+      other.by.empty() ? "was changed by another program"
+                       : "was saved by " + shownText(other.by) + " (" + shownText(other.at) + ")";
+  return who + "; " + (other.isKnown ? "it changed: " : "from yours it differs in: ") +
+         summaryOf(other.changes);
 }
 
 }  // namespace
@@ -150,34 +173,35 @@ bool EditHistory::takeChangedSettings(EditFile& edit) {
   return true;
 }
 
+Result<EditHistory::OtherVersion> EditHistory::otherVersion(const Cookie& cookie) {
+  const EditFile* const edit = openEdits().loaded(cookie);
+  if (edit) return otherVersionOf(*edit);
+  return Error{ErrorCode::eNotFound, "The edit " + cookie.asString().str() + " is not loaded.", {}};
+}
+
 Error EditHistory::refusalOf(const EditFile& edit) {
   const std::string title = EditActions::titleOf(edit.getCookie());
   const std::string name = inQuotes(openEdits().nameOf(edit.getCookie()));
   const std::string beside = "\"edit save-copy\" saves yours beside it";
-  const auto bytes = readFresh(edit.path());
-  if (!bytes && bytes.error().code == ErrorCode::eNotFound) {
+  const auto other = otherVersionOf(edit);
+  if (!other) return other.error();
+  if (other->isGone) {
     return {ErrorCode::eChanged,
             "The " + title + " was not saved: its file is gone since you opened it. \"edit save " +
                 name + " --over\" makes it again, " + beside + ".",
             edit.path()};
   }
-  if (!bytes) return bytes.error();
-  const auto other = OtioDocument::parse(*bytes);
-  if (!other) {
-    return {ErrorCode::eChanged,
-            "The " + title +
-                " was not saved: its file was changed since you opened it, and cannot "
-                "be read now: " +
-                other.error().message + " " + beside + ".",
-            edit.path()};
+  if (!other->problem.empty()) {
+    return {
+        ErrorCode::eChanged,
+        "The " + title +
+            " was not saved: its file was changed since you opened it, and cannot be read now: " +
+            other->problem + " " + beside + ".",
+        edit.path()};
   }
-  const auto base = baseOf(edit);
-  const std::string what =
-      base ? "it changed: " + summaryOf(differencesOf(*base, *other))
-           : "from yours it differs in: " + summaryOf(differencesOf(edit.document(), *other));
   return {ErrorCode::eChanged,
-          "The " + title + " was not saved: since you opened it, it" + whoAndWhen(*other, edit) +
-              "; " + what + ". \"edit save " + name +
+          "The " + title + " was not saved: since you opened it, it " + whatHappened(*other) +
+              ". \"edit save " + name +
               " --over\" saves yours all the same (the other stays in the history), " + beside +
               ", \"edit revert\" drops your changes.",
           edit.path()};

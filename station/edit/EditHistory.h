@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "host/base/Cookie.h"
 #include "station/base/Json.h"
@@ -26,6 +27,21 @@ Result<OtioDocument> read(const Cookie& cookie, const std::string& version);
 /// Takes up what another wrote into an object's file where that is settings alone (a new owner), so
 /// that the object can be saved; false where other content differs.
 bool takeChangedSettings(EditFile& edit);
+
+/// What became of an object's file since it was read here.
+struct OtherVersion {
+  bool isGone = false;
+  std::string problem;   ///< why the file is no edit any more; empty when it is
+  std::string by;        ///< the user who saved it; empty where another program changed it
+  std::string at;        ///< when, "2024-05-31T12:00:00Z"; empty like `by`
+  bool isKnown = false;  ///< whether what was read here is still known, to tell what changed
+  std::vector<std::string> changes;  ///< what changed in the file; else in what it differs from
+                                     ///< the object as it is shown
+};
+
+/// Looks at the file of a loaded object of the open project; a failure where it is not loaded or
+/// the share cannot be read.
+Result<OtherVersion> otherVersion(const Cookie& cookie);
 
 /// Why an object is not saved whose file another changed: who did, when, what differs, and what can
 /// be done.

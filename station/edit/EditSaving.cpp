@@ -55,6 +55,11 @@ Result<void> withLoaded(const Cookie& cookie, const Action& action) {
   return done;
 }
 
+/// Whether another deleted it, be that noticed yet or not.
+bool hasNoFile(const EditFile& edit) {
+  return edit.fileState() == EditFile::FileState::eGone || openEdits().isFileGone(edit.getCookie());
+}
+
 }  // namespace
 
 Result<void> EditActions::save(const Cookie& cookie, EditFile::Overwrite overwrite) {
@@ -66,7 +71,7 @@ Result<Cookie> EditActions::saveCopy(const Cookie& cookie, const std::string& na
   const auto edit = openEdits().hold(cookie);
   if (!edit) return edit.error();
   OtioDocument copy = (*edit)->document();
-  const bool isGone = (*edit)->fileState() == EditFile::FileState::eGone;
+  const bool isGone = hasNoFile(**edit);
   openEdits().release(*edit);
   copy.rename(name);
   auto stored = store(std::move(copy), cookie.getType());
@@ -77,7 +82,7 @@ Result<Cookie> EditActions::saveCopy(const Cookie& cookie, const std::string& na
 Result<void> EditActions::revert(const Cookie& cookie) {
   EditFile* const edit = openEdits().loaded(cookie);
   if (!edit || !edit->isDirty()) return {};
-  if (edit->fileState() == EditFile::FileState::eGone) {
+  if (hasNoFile(*edit)) {
     openEdits().letGo(cookie);
     return {};
   }

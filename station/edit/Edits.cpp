@@ -388,6 +388,10 @@ bool Edits::forgetIfGone(const Cookie& cookie) {
   return true;
 }
 
+bool Edits::isFileGone(const Cookie& cookie) const {
+  return isProjectOpen() && isGoneFrom(folder_, pathFor(cookie));
+}
+
 bool Edits::takeDeletion(const Cookie& cookie) {
   EditFile* const edit = loaded(cookie);
   if (edit && (edit->isUserOpen || edit->holdsUnsaved())) {

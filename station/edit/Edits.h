@@ -87,6 +87,9 @@ class Edits : public iProjectPart {
   /// there stays, and is looked at again a little later.
   void noteDeletedElsewhere(const Cookie& cookie);
 
+  /// Whether the file of an object of the open project is surely gone. Asks the share.
+  [[nodiscard]] bool isFileGone(const Cookie& cookie) const;
+
   /// Takes up the owner that the file of an edit names, and tells of it.
   void takeStoredOwner(const Cookie& cookie);
 

@@ -82,6 +82,7 @@ int WindowScene::play(const Act& act) {
   with.machine = 1;
   with.sendTo = {"127.255.255.255"};
   with.plugin = KV_PLUGIN;
+  with.recovery = folder / "state/korvel/recovery";
   with.config = config;
   with.config["shared_projects_udp_port"] = std::to_string(port);
   return StationProgram(
