@@ -153,6 +153,34 @@ void ActionRunner::open(const ObjectRow& row) {
   link_.run(QStringLiteral("edit open ") + quoted(row.cookie));
 }
 
+void ActionRunner::showTrash() {
+  if (trash_) return trash_->raise();
+  trash_ = new TrashDialog(&window_);
+  connect(&link_, &HostLink::trashReady, trash_, &TrashDialog::take);
+  connect(&link_, &HostLink::snapshotReady, trash_, [this] { link_.askTrash(); });
+  connect(trash_, &TrashDialog::restoreWanted, this, [this](const QStringList& keys) {
+    QStringList lines;
+    for (const QString& key : keys) lines << QStringLiteral("trash restore ") + quoted(key);
+    link_.runAll(lines, [this](const CommandOutcome&) { link_.askTrash(); });
+  });
+  connect(trash_, &TrashDialog::emptyWanted, this, &ActionRunner::askBeforeEmptying);
+  trash_->show();
+  link_.askTrash();
+}
+
+void ActionRunner::askBeforeEmptying(std::size_t count) {
+  auto* question = new Question(
+      QStringLiteral("emptyDialog"), QStringLiteral("Empty the trash"),
+      QStringLiteral("Remove what is in the trash (%L1) for good, with its versions? Nobody can "
+                     "bring it back then. What others own and deleted stays.")
+          .arg(count),
+      {}, trash_);
+  question->answer(QStringLiteral("&Empty the trash"), [this] {
+    link_.run(QStringLiteral("trash empty"), [this](const CommandOutcome&) { link_.askTrash(); });
+  });
+  question->ask();
+}
+
 void ActionRunner::restore(const ObjectRow& edit, const VersionRow& version) {
   const QString cookie = quoted(edit.cookie);
   const QString line = QStringLiteral("edit restore %1 %2").arg(cookie, quoted(version.version));
@@ -181,10 +209,6 @@ void ActionRunner::restore(const ObjectRow& edit, const VersionRow& version) {
   question->ask();
 }
 
-bool ActionRunner::knows(const char* command) const {
-  return link_.commands().all().contains(command);
-}
-
 bool ActionRunner::takesOption(const char* command, const char* option) const {
   const auto found = link_.commands().all().find(command);
   return found != link_.commands().all().end() &&
@@ -196,13 +220,27 @@ void ActionRunner::askBeforeDeleting(const ActionSpec& action) {
   const std::vector<ObjectRow> rows = panes_.objects->chosen();
   QStringList things;
   for (const ObjectRow& row : rows) things.append(thingToDelete(row));
-  const QString after = knows("trash restore") ? QStringLiteral("It goes to the project's trash.")
-                                               : QStringLiteral("It cannot be brought back.");
   auto* question = new Question(
       QStringLiteral("deleteDialog"), QStringLiteral("Delete"),
-      QStringLiteral("Delete this for everybody in the project? ") + after, things, &window_);
+      QStringLiteral("Delete this for everybody in the project? It goes to the project's trash."),
+      things, &window_);
   question->answer(QStringLiteral("&Delete"), [this, &action, rows] { remove(action, rows); });
   question->ask();
+  nameOpeners(question, rows);
+}
+
+// Who else has it open is told as soon as it is known.
+void ActionRunner::nameOpeners(const QPointer<Question>& question,
+                               const std::vector<ObjectRow>& rows) {
+  QStringList cookies;
+  for (const ObjectRow& row : rows) cookies << row.cookie;
+  link_.askOpeners(cookies, [question, rows](const QHash<QString, QString>& openers) {
+    for (int i = 0; const ObjectRow& row : rows) {
+      const int at = i++;
+      if (!question || !openers.contains(row.cookie)) continue;
+      question->setThing(at, thingToDelete(row) + QStringLiteral(", ") + openers[row.cookie]);
+    }
+  });
 }
 
 // An action on one object alone is run once for each that is chosen.
@@ -216,9 +254,7 @@ void ActionRunner::remove(const ActionSpec& action, const std::vector<ObjectRow>
     for (const QString& cookie : cookies) lines.append(filledLine(action, {cookie}, {}));
   }
   QStringList undo;
-  if (knows("trash restore")) {
-    for (const QString& cookie : cookies) undo << QStringLiteral("trash restore ") + quoted(cookie);
-  }
+  for (const QString& cookie : cookies) undo << QStringLiteral("trash restore ") + quoted(cookie);
   link_.runAll(lines, [this, undo, what = countOf(rows)](const CommandOutcome& outcome) {
     if (outcome.succeeded) Q_EMIT done(QStringLiteral("Deleted %1.").arg(what), undo);
   });

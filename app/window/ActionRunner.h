@@ -1,16 +1,20 @@
 #pragma once
 
 #include <QObject>
+#include <QPointer>
 #include <functional>
 #include <optional>
 
 #include "app/window/ActionDialog.h"
 #include "app/window/ActionTable.h"
 #include "app/window/HostLink.h"
+#include "app/window/TrashDialog.h"
 #include "app/window/UnsavedGuard.h"
 #include "app/window/WindowLayout.h"
 
 namespace korvel {
+
+class Question;
 
 /// Does what the menus, the keys and the lists ask for, with what is chosen: asks for what an
 /// action needs and before what cannot simply be taken back, and runs the line.
@@ -39,6 +43,9 @@ class ActionRunner : public QObject {
   /// Makes a version the newest of an edit; what is unsaved of it is asked about.
   void restore(const ObjectRow& edit, const VersionRow& version);
 
+  /// Shows the open project's trash.
+  void showTrash();
+
   [[nodiscard]] UnsavedGuard& guard() { return guard_; }
 
  Q_SIGNALS:
@@ -52,10 +59,11 @@ class ActionRunner : public QObject {
   void fillChoices(FieldContent& content, const ActionField& field) const;
   void askFields(const ActionSpec& action);
   void askBeforeDeleting(const ActionSpec& action);
+  void nameOpeners(const QPointer<Question>& question, const std::vector<ObjectRow>& rows);
+  void askBeforeEmptying(std::size_t count);
   void remove(const ActionSpec& action, const std::vector<ObjectRow>& rows);
   void give(const QString& line, const QString& user);
   [[nodiscard]] QString doubtAbout(const QString& user) const;
-  [[nodiscard]] bool knows(const char* command) const;
   [[nodiscard]] bool takesOption(const char* command, const char* option) const;
   [[nodiscard]] bool leavesProject(const QString& line) const;
 
@@ -64,6 +72,7 @@ class ActionRunner : public QObject {
   const WindowPanes& panes_;
   UnsavedGuard guard_;
   SnapshotPtr snapshot_;
+  QPointer<TrashDialog> trash_;
   QString user_;  ///< who this station's user is
 };
 

@@ -63,6 +63,8 @@ void EventFeed::take(const StationEvent& event) {
     changes_.panel = true;
   } else if (event.name == "reply") {
     noteCommandLocked(value["command"].asString());
+  } else if (event.name == "steps") {
+    changes_.families.insert("steps");
   } else if (event.name == "ready") {
     takeReady(value);
   }

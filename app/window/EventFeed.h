@@ -56,7 +56,7 @@ struct Changes {
   bool panel = false;
   bool users = false;
   std::set<std::string> edits;             ///< cookies of edits and logs
-  std::set<std::string> families;          ///< "bin", "rack", "filter", "media", "room"
+  std::set<std::string> families;          ///< "bin", "rack", "filter", "media", "room", "steps"
   std::map<std::string, unsigned> remote;  ///< how often another station changed a cookie
 
   [[nodiscard]] bool isEmpty() const {

@@ -6,6 +6,7 @@
 #include "app/commands/CommandCall.h"
 #include "app/window/Texts.h"
 #include "app/window/TimelineMaker.h"
+#include "station/Trash.h"
 #include "station/base/HostThread.h"
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
@@ -13,6 +14,7 @@
 #include "station/edit/EditHistory.h"
 #include "station/edit/Edits.h"
 #include "station/ui/Desktop.h"
+#include "station/watch/Presence.h"
 
 namespace korvel {
 
@@ -36,6 +38,18 @@ VersionRow versionRow(const JsonValue& line) {
   row.problem = readableText(line["problem"].asString());
   row.isNow = line["now"].asBool();
   return row;
+}
+
+TrashRow trashRow(const JsonValue& line) {
+  const auto text = [&line](const char* key) { return readableText(line[key].asString()); };
+  return {text("cookie") + QLatin1Char('.') + text("deletion"),
+          text("name"),
+          text("kind"),
+          text("owner"),
+          QDateTime::fromString(text("deleted"), Qt::ISODate).toLocalTime(),
+          text("by"),
+          line["size"].asLong(),
+          text("problem")};
 }
 
 OtherSave otherSave(const EditHistory::OtherVersion& found) {
@@ -215,6 +229,48 @@ void HostLink::askOtherSave(const QString& cookie,
     const auto found = EditHistory::otherVersion(Cookie(cookie.toStdString().c_str(), false));
     const auto other = found ? std::optional(otherSave(*found)) : std::nullopt;
     QMetaObject::invokeMethod(this, [then, other] { then(other); });
+  });
+}
+
+void HostLink::askOpeners(const QStringList& cookies,
+                          const std::function<void(const QHash<QString, QString>&)>& then) {
+  post("looking who has something open", [this, cookies, then] {
+    QHash<QString, QString> openers;
+    for (const QString& cookie : cookies) {
+      const Cookie object(cookie.toStdString().c_str(), false);
+      for (const auto& each : with_.station.presence().openersOf(object)) {
+        QString& text = openers[cookie];
+        text += text.isEmpty() ? QStringLiteral("open at ") : QStringLiteral(", ");
+        text += oneLine(readableText(shownText(each.user)));
+        if (each.isUnsaved) text += QStringLiteral(" with unsaved changes");
+      }
+    }
+    QMetaObject::invokeMethod(this, [then, openers] { then(openers); });
+  });
+}
+
+void HostLink::askDeleter(const QString& cookie, const std::function<void(const QString&)>& then) {
+  post("looking who deleted an edit", [this, cookie, then] {
+    QString user;
+    const auto trash = with_.station.trash().list();
+    for (const JsonValue& each : trash ? trash->elements() : std::vector<JsonValue>()) {
+      if (readableText(each["cookie"].asString()) != cookie) continue;
+      user = readableText(each["by"].asString());
+      break;
+    }
+    QMetaObject::invokeMethod(this, [then, user] { then(user); });
+  });
+}
+
+void HostLink::askTrash() {
+  post("listing the trash", [this] {
+    auto content = std::make_shared<TrashContent>();
+    const auto list = with_.station.trash().list();
+    if (!list) content->problem = readableText(list.error().message);
+    for (const JsonValue& each : list ? list->elements() : std::vector<JsonValue>()) {
+      content->rows.push_back(trashRow(each));
+    }
+    QMetaObject::invokeMethod(this, [this, content] { Q_EMIT trashReady(content); });
   });
 }
 

@@ -15,6 +15,7 @@
 #include "app/window/Snapshot.h"
 #include "app/window/SnapshotMaker.h"
 #include "app/window/Timeline.h"
+#include "app/window/TrashDialog.h"
 #include "app/window/iStationWindow.h"
 #include "station/base/Json.h"
 #include "station/base/Result.h"
@@ -74,6 +75,16 @@ class HostLink : public QObject {
   void askOtherSave(const QString& cookie,
                     const std::function<void(const std::optional<OtherSave>& other)>& then);
 
+  /// Asks who has these objects open at other stations: "open at BEN, unsaved" by cookie.
+  void askOpeners(const QStringList& cookies,
+                  const std::function<void(const QHash<QString, QString>& openers)>& then);
+
+  /// Asks who deleted an object; an empty name where nobody knows.
+  void askDeleter(const QString& cookie, const std::function<void(const QString& user)>& then);
+
+  /// Has the open project's trash listed; trashReady() follows.
+  void askTrash();
+
   /// Has an edit's timeline drawn up; timelineReady() follows.
   void askTimeline(const QString& cookie);
 
@@ -101,6 +112,7 @@ class HostLink : public QObject {
   void newsReady(const News& news);
   void timelineReady(const TimelinePtr& timeline);
   void versionsReady(const VersionsPtr& versions);
+  void trashReady(const TrashPtr& trash);
   void mayReady(const QHash<QString, bool>& answers);
 
   /// The host thread does not answer and has been at `what` for this long; with an empty text it

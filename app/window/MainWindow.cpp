@@ -83,11 +83,35 @@ MainWindow::MainWindow(HostLink& link)
   connectHistory();
   connectPanel();
   connectNotifications();
+  addKeepingActions();
   QSettings kept = windowSettings();
   keepsLayout_ = layout_->restore(kept);
   if (keepsLayout_) link_.putBackOnceReady(keptTools(kept));
   layout_->noteSpread();
   enableActions();
+}
+
+void MainWindow::addKeepingActions() {
+  trashAction_ = &menus_->add(QStringLiteral("Project"), QStringLiteral("T&rash…"),
+                              QStringLiteral("Ctrl+Shift+T"), [this] { actions_->showTrash(); });
+  const QString edit = QStringLiteral("Edit");
+  undoAction_ = &menus_->add(edit, QStringLiteral("Undo"), QStringLiteral("Ctrl+Z"),
+                             [this] { link_.run(QStringLiteral("undo")); });
+  redoAction_ = &menus_->add(edit, QStringLiteral("Redo"), QStringLiteral("Ctrl+Shift+Z"),
+                             [this] { link_.run(QStringLiteral("redo")); });
+  QMenu& menu = menus_->menu(edit);
+  menu.insertActions(menu.actions().front(), {undoAction_, redoAction_});
+  menu.insertSeparator(menu.actions().at(2));
+  for (QAction* action : {trashAction_, undoAction_, redoAction_}) action->setEnabled(false);
+}
+
+void MainWindow::showSteps() {
+  const auto show = [](QAction& action, const QString& step, const QString& none) {
+    action.setEnabled(!step.isEmpty());
+    action.setText(step.isEmpty() ? none : menuText(step));
+  };
+  show(*undoAction_, snapshot_->undo, QStringLiteral("Undo"));
+  show(*redoAction_, snapshot_->redo, QStringLiteral("Redo"));
 }
 
 // The panes' signals lead to members that go before the panes do.
@@ -200,6 +224,7 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
     ownMenus_->showPanel(*snapshot->panel);
     panel().show(*snapshot->panel);
   }
+  showSteps();
   status().showActiveUsers(snapshot->activeUsers);
   setWindowTitle(snapshot->project.name.isEmpty()
                      ? QStringLiteral("Station")
@@ -258,6 +283,7 @@ void MainWindow::showHistory() {
 
 void MainWindow::enableActions() {
   menus_->enable([this](Target target) { return actions_->isThere(target); });
+  trashAction_->setEnabled(actions_->isThere(Target::eOpenProject));
 }
 
 // Asking what is unsaved and leaving the project may take as long as the share does: the window

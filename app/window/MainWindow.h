@@ -55,6 +55,8 @@ class MainWindow : public QMainWindow {
   void takeSnapshot(const SnapshotPtr& snapshot);
   void takeNews(const News& news);
   void tellOfWords(const NotificationLine& latest);
+  void addKeepingActions();
+  void showSteps();
   void showChoice();
   void showHistory();
   void enableActions();
@@ -67,6 +69,9 @@ class MainWindow : public QMainWindow {
   std::unique_ptr<OutcomeTeller> outcomes_;
   std::unique_ptr<MainMenus> menus_;
   std::unique_ptr<WindowMenus> ownMenus_;
+  QAction* trashAction_ = nullptr;
+  QAction* undoAction_ = nullptr;
+  QAction* redoAction_ = nullptr;
   SnapshotPtr snapshot_;
   unsigned long received_ = 0;
   bool keepsLayout_ = true;

@@ -60,6 +60,7 @@ ObjectRow editRow(const JsonValue& line) {
   row.isLog = line["kind"].asString() == "log";
   row.isOpen = line["open"].asBool();
   row.isDirty = line["dirty"].asBool();
+  row.isDeleted = line["deleted"].asBool();
   return row;
 }
 

@@ -42,7 +42,10 @@ Question::Question(const QString& name, const QString& title, const QString& tex
   layout->setContentsMargins(16, 16, 16, 12);
   layout->setSpacing(12);
   layout->addWidget(label);
-  if (!things.isEmpty()) layout->addWidget(listOf(things));
+  if (!things.isEmpty()) {
+    things_ = listOf(things);
+    layout->addWidget(things_);
+  }
   layout->addWidget(buttons_);
   setMinimumWidth(260);
   resize(440, sizeHint().height());
@@ -72,6 +75,10 @@ void Question::usualAnswer(const QString& text, const std::function<void()>& run
   QPushButton* const button = addAnswer(text, run);
   button->setDefault(true);
   button->setFocus();
+}
+
+void Question::setThing(int at, const QString& text) {
+  if (things_ && at < things_->count()) things_->item(at)->setText(oneLine(text));
 }
 
 void Question::ask() { open(); }

@@ -5,6 +5,7 @@
 #include <functional>
 
 class QDialogButtonBox;
+class QListWidget;
 class QPushButton;
 
 namespace korvel {
@@ -29,12 +30,16 @@ class Question : public QDialog {
   /// What follows when the question is left unanswered.
   void otherwise(const std::function<void()>& run) { otherwise_ = run; }
 
+  /// What is listed at this place is called so from now on.
+  void setThing(int at, const QString& text);
+
   /// Shows it; it deletes itself.
   void ask();
 
  private:
   QPushButton* addAnswer(const QString& text, const std::function<void()>& run);
 
+  QListWidget* things_ = nullptr;
   QDialogButtonBox* buttons_;
   std::function<void()> chosen_;
   std::function<void()> otherwise_;

@@ -56,6 +56,7 @@ struct ObjectRow {
   bool isLog = false;
   bool isOpen = false;
   bool isDirty = false;
+  bool isDeleted = false;  ///< by another, while it was open or had unsaved changes here
   unsigned remoteChanges =
       0;                 ///< how often another station changed it since the project was opened
   QStringList contents;  ///< a bin's and a rack's cookies
@@ -105,6 +106,8 @@ using Shared = std::shared_ptr<const Value>;
 
 struct Snapshot {
   ProjectState project;
+  QString undo;  ///< what undoing would do, "Undo trim of Clip-002 in Harbour"; empty for nothing
+  QString redo;
   Shared<std::vector<ProjectRow>> projects;
   QString projectsProblem;  ///< why they cannot be listed
   Shared<std::vector<RoomRow>> rooms;

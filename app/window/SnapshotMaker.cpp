@@ -10,6 +10,7 @@
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
 #include "station/edit/UnsavedEdits.h"
+#include "station/keep/UndoList.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
 #include "station/ui/PanelDriver.h"
@@ -108,7 +109,11 @@ SnapshotPtr SnapshotMaker::make(const Changes& changes) {
   return next;
 }
 
-void SnapshotMaker::lookAtProject(Snapshot& next) { next.project = projectState(station_); }
+void SnapshotMaker::lookAtProject(Snapshot& next) {
+  next.project = projectState(station_);
+  next.undo = readableText(shownText(station_.undo().undoText()));
+  next.redo = readableText(shownText(station_.undo().redoText()));
+}
 
 void SnapshotMaker::lookAtLists(Snapshot& next) {
   std::vector<ProjectRow> projects;

@@ -9,6 +9,7 @@ namespace korvel {
 namespace {
 
 constexpr qsizetype kLongestTip = 4000;
+constexpr qsizetype kLongestInMenu = 80;
 constexpr qsizetype kLongestTitle = 120;
 
 bool isControl(QChar letter) {
@@ -39,6 +40,12 @@ QString shownTime(const QDateTime& time) {
   if (!time.isValid()) return QStringLiteral("-");
   const bool isToday = time.date() == QDate::currentDate();
   return time.toString(isToday ? QStringLiteral("HH:mm:ss") : QStringLiteral("yyyy-MM-dd HH:mm"));
+}
+
+QString menuText(const QString& text) {
+  const QString line = oneLine(
+      text.size() > kLongestInMenu ? text.left(kLongestInMenu) + QStringLiteral("…") : text);
+  return QString(line).replace(QLatin1Char('&'), QStringLiteral("&&"));
 }
 
 QString quoted(const QString& word) {

@@ -17,6 +17,9 @@ QString plainTip(const QString& text);
 /// for marks.
 QString plainTitle(const QString& text);
 
+/// A text as a menu shows it: on one line, not endless, and without places for letters to press.
+QString menuText(const QString& text);
+
 /// A text as one line of a list shows it: blanks where it has line ends or other control
 /// characters.
 QString oneLine(const QString& text);

@@ -60,8 +60,8 @@ UnsavedGuard::UnsavedGuard(QWidget& window, HostLink& link, MessageBar& bar)
     : window_(window), link_(link), bar_(bar) {
   connect(&bar_, &MessageBar::acted, this, [this](int which) {
     bar_.hide();
-    if (which == 0) takeUpLeft();
-    if (which == 1) askBeforeThrowingAway();
+    const auto act = offered_[static_cast<std::size_t>(which)];
+    if (act) act();
   });
 }
 
@@ -134,21 +134,21 @@ void UnsavedGuard::askAboutConflict(const UnsavedEdit& edit, const OtherSave& ot
                                : QStringLiteral(" How the other differs from yours:"));
   conflict_ = new Question(QStringLiteral("saveDialog"), QStringLiteral("Save"), text,
                            other.changes, &window_);
-  conflict_->usualAnswer(QStringLiteral("Save a &copy…"),
-                         [this, edit, other] { askForCopy(edit, other); });
+  conflict_->usualAnswer(QStringLiteral("Save a &copy…"), [this, edit, other] {
+    QStringList after;  // the edit then shows what the other saved
+    if (!other.isGone) after << lineOn("edit revert", edit.cookie);
+    askForCopy(edit, QStringLiteral("%1 (%2)").arg(edit.name, user_), after);
+  });
   conflict_->answer(QStringLiteral("Save &over it"), [this, edit] {
     link_.run(lineOn("edit save", edit.cookie) + QStringLiteral(" --over"));
   });
   conflict_->ask();
 }
 
-// Once the copy is there, the edit itself shows what the other saved; one without a file is gone.
-void UnsavedGuard::askForCopy(const UnsavedEdit& edit, const OtherSave& other) {
+void UnsavedGuard::askForCopy(const UnsavedEdit& edit, const QString& name,
+                              const QStringList& after) {
   const ActionSpec& action = saveCopyAction();
-  const QString name = QStringLiteral("%1 (%2)").arg(edit.name, user_);
   auto* dialog = new ActionDialog(action, {{name, {}}}, &window_);
-  QStringList after;
-  if (!other.isGone) after << lineOn("edit revert", edit.cookie);
   connect(dialog, &ActionDialog::filled, this,
           [this, &action, edit, after](const QStringList& values) {
             link_.runAll(QStringList(filledLine(action, {edit.cookie}, values)) + after,
@@ -157,10 +157,41 @@ void UnsavedGuard::askForCopy(const UnsavedEdit& edit, const OtherSave& other) {
   dialog->show();
 }
 
+void UnsavedGuard::offer(const QString& text, const QStringList& actions,
+                         std::vector<std::function<void()>> offered) {
+  offered_ = std::move(offered);
+  offered_.resize(3);
+  bar_.tell(MessageBar::Kind::eChange, text);
+  bar_.offer(actions);
+}
+
+// What it holds is in this station's memory alone: that is told once, and again when it is entered.
+void UnsavedGuard::tellOfDeletions() {
+  QSet<QString> deleted;
+  for (const ObjectRow& row : *snapshot_->objects[0]) {
+    if (!row.isDeleted) continue;
+    deleted.insert(row.cookie);
+    if (deleted_.contains(row.cookie)) continue;
+    link_.askDeleter(row.cookie, [this, edit = UnsavedEdit{row.cookie, row.name},
+                                  isDirty = row.isDirty](const QString& user) {
+      const QString who = user.isEmpty() ? QStringLiteral("Another") : oneLine(user);
+      const char* const drop = isDirty ? "edit revert" : "edit close";
+      offer(QStringLiteral("%1 deleted \"%2\". What it holds is kept here until you close it.")
+                .arg(who, oneLine(edit.name)),
+            {QStringLiteral("Save a copy…"), QStringLiteral("Let it go"), QStringLiteral("Later")},
+            {[this, edit] { askForCopy(edit, edit.name, {}); },
+             [this, edit, drop] { link_.run(lineOn(drop, edit.cookie)); }});
+    });
+  }
+  deleted_ = deleted;
+}
+
 void UnsavedGuard::takeSnapshot(const SnapshotPtr& snapshot) {
   const bool isOther = !snapshot_ || snapshot_->project.cookie != snapshot->project.cookie;
   snapshot_ = snapshot;
   if (isOther) left_ = nullptr;
+  if (isOther) deleted_.clear();
+  if (snapshot->objects[0]) tellOfDeletions();
   if (snapshot->left == left_) return;
   left_ = snapshot->left;
   offerLeft();
@@ -168,8 +199,9 @@ void UnsavedGuard::takeSnapshot(const SnapshotPtr& snapshot) {
 
 void UnsavedGuard::offerLeft() {
   if (!left_ || left_->empty()) return bar_.hide();
-  bar_.tell(MessageBar::Kind::eChange, textOf(*left_));
-  bar_.offer({QStringLiteral("Take up"), QStringLiteral("Throw away…"), QStringLiteral("Later")});
+  offer(textOf(*left_),
+        {QStringLiteral("Take up"), QStringLiteral("Throw away…"), QStringLiteral("Later")},
+        {[this] { takeUpLeft(); }, [this] { askBeforeThrowingAway(); }});
 }
 
 void UnsavedGuard::takeUpLeft() {

@@ -2,6 +2,7 @@
 
 #include <QObject>
 #include <QPointer>
+#include <QSet>
 #include <functional>
 #include <optional>
 #include <vector>
@@ -17,7 +18,8 @@ class Question;
 
 /// Sees to it that no unsaved change goes without a word: stands before everything that would drop
 /// some (leaving a project, entering another, closing the window), asks where a save was refused
-/// since another saved meanwhile, and offers what an earlier run left.
+/// since another saved meanwhile, and offers what an earlier run left and
+/// what another deleted while it was open here.
 class UnsavedGuard : public QObject {
   Q_OBJECT
 
@@ -46,7 +48,10 @@ class UnsavedGuard : public QObject {
            const std::function<void()>& go, const std::function<void()>& stay);
   [[nodiscard]] std::optional<UnsavedEdit> editOf(const QString& line) const;
   void askAboutConflict(const UnsavedEdit& edit, const OtherSave& other);
-  void askForCopy(const UnsavedEdit& edit, const OtherSave& other);
+  void offer(const QString& text, const QStringList& actions,
+             std::vector<std::function<void()>> offered);
+  void askForCopy(const UnsavedEdit& edit, const QString& name, const QStringList& after);
+  void tellOfDeletions();
   void offerLeft();
   void takeUpLeft();
   void askBeforeThrowingAway();
@@ -58,7 +63,9 @@ class UnsavedGuard : public QObject {
   QPointer<Question> conflict_;
   SnapshotPtr snapshot_;
   QString user_;
-  Shared<std::vector<LeftEdit>> left_;  ///< as it was offered last
+  QSet<QString> deleted_;  ///< edits of which it was told that another deleted them
+  std::vector<std::function<void()>> offered_;  ///< what the bar's buttons do
+  Shared<std::vector<LeftEdit>> left_;          ///< as it was offered last
 };
 
 }  // namespace korvel

@@ -112,6 +112,17 @@ Result<JsonValue> Presence::who(Which which) const {
   return list;
 }
 
+std::vector<Presence::Opener> Presence::openersOf(const Cookie& object) const {
+  std::vector<Opener> openers;
+  for (const auto& [id, station] : others_) {
+    const StationNote& note = station.note;
+    const bool isUnsaved = std::ranges::find(note.unsaved, object) != note.unsaved.end();
+    if (!isUnsaved && std::ranges::find(note.open, object) == note.open.end()) continue;
+    openers.push_back({note.user, isUnsaved});
+  }
+  return openers;
+}
+
 StationNote Presence::noteOfThis() const {
   StationNote note = own_;
   note.sent = traffic_->sentCount();

@@ -38,6 +38,14 @@ class Presence : public ProjectListener {
   /// How the projects directory answered.
   [[nodiscard]] ShareAnswer answer() const { return watch_ ? watch_->answer() : ShareAnswer(); }
 
+  /// The users at other stations who have an object open, as far as is known without asking; with
+  /// whether they have unsaved changes in it.
+  struct Opener {
+    std::string user;
+    bool isUnsaved = false;
+  };
+  [[nodiscard]] std::vector<Opener> openersOf(const Cookie& object) const;
+
   /// How many others are alive, as far as is known without asking.
   [[nodiscard]] std::size_t others() const { return others_.size(); }
 

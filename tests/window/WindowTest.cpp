@@ -251,7 +251,8 @@ TEST_F(WindowTest, EveryCommandOfTheConsoleIsInTheMenusOrAPane) {
   const QStringList elsewhere{"help",       "quit",          "wait",         "sleep",
                               "panel to",   "panel type",    "panel return", "panel lines",
                               "panel show", "edit history",  "edit compare", "edit restore",
-                              "trash list", "trash restore", "trash empty"};
+                              "trash list", "trash restore", "trash empty",  "undo",
+                              "redo"};
   play([&](MainWindow& window) {
     for (const auto& [name, command] : window.commands().all()) {
       const QString wanted = QString::fromStdString(name);
