@@ -1,10 +1,14 @@
 // Takes the pictures of the window that the documents show: window_shots NAME FILE [WIDTH HEIGHT].
 
+#include <QDialog>
+#include <QPainter>
 #include <QTreeView>
 #include <QTreeWidget>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 
 #include "app/window/HistoryPane.h"
@@ -96,6 +100,84 @@ void takeHistory(WindowScene& scene, MainWindow& window) {
   letItSettle();
 }
 
+/// Saves an edit under another name and as BEN, without a word on the network.
+void saveBehind(const WindowScene& scene, const std::string& cookie) {
+  for (const auto& each :
+       std::filesystem::recursive_directory_iterator(scene.folder / "projects")) {
+    if (each.path().filename() != cookie + ".otio") continue;
+    std::ifstream in(each.path());
+    std::string text{std::istreambuf_iterator<char>(in), {}};
+    text.replace(text.find("rough cut"), 9, "fine cut");
+    text.replace(text.find("\"ANNA\"", text.find("\"saved\"")), 6, "\"BEN\"");
+    std::ofstream(each.path().string() + ".new") << text;
+    std::filesystem::rename(each.path().string() + ".new", each.path());
+    return;
+  }
+}
+
+/// What another saved while this one has unsaved changes.
+void takeConflict(WindowScene& scene, MainWindow& window) {
+  StationProcess ben(scene.other("BEN"));
+  showFilm(window, ben);
+  const QString cut = keyOf(window, "Harbour, rough cut");
+  window.link().run("edit trim \"Harbour, rough cut\" 0/2 0s 1s");
+  waitFor([&] { return window.objects().find(cut)->isDirty; });
+  saveBehind(scene, cut.toStdString());
+  window.link().run("edit save \"Harbour, rough cut\"");
+  letItSettle();
+}
+
+void takeDelete(WindowScene& scene, MainWindow& window) {
+  StationProcess ben(scene.other("BEN"));
+  showFilm(window, ben);
+  ben.command("edit open \"Harbour, rough cut\"");
+  QTest::qWait(4000);
+  QTest::keyClick(&window.objects().view(ObjectKind::eEdits), Qt::Key_Delete);
+  letItSettle();
+}
+
+void takeTrash(WindowScene& scene, MainWindow& window) {
+  StationProcess ben(scene.other("BEN"));
+  showFilm(window, ben);
+  ben.command("edit delete \"Opening titles\"");
+  window.link().run("edit delete \"Reel 7, dailies\"");
+  window.link().run("bin destroy Selects");
+  letItSettle();
+  QApplication::setActiveWindow(&window);
+  QTest::keyClick(&window, Qt::Key_T, Qt::ControlModifier | Qt::ShiftModifier);
+  letItSettle();
+}
+
+/// A station of the same user's was killed before.
+void takeRecovery(WindowScene& scene, MainWindow& window) {
+  waitForProject(window, "");
+  StationProcess killed(scene.other("ANNA"));
+  killed.waitUntilReady();
+  for (const char* line : {"project create Harbour", "project enter Harbour", "edit create Quay",
+                           "edit create Pier", "edit rename Quay Dock", "edit rename Pier Mole"}) {
+    killed.command(line);
+  }
+  QTest::qWait(2500);
+  killed.kill9();
+  window.link().run("project enter Harbour");
+  letItSettle();
+}
+
+/// The window with the dialog that is open in front of it.
+QPixmap pictureOf(MainWindow& window) {
+  QPixmap picture = window.grab();
+  for (QDialog* dialog : window.findChildren<QDialog*>()) {
+    if (!dialog->isVisible()) continue;
+    const QPixmap front = dialog->grab();
+    const QPoint at((picture.width() - front.width()) / 2, (picture.height() - front.height()) / 3);
+    QPainter painter(&picture);
+    painter.drawPixmap(at, front);
+    painter.setPen(Qt::gray);
+    painter.drawRect(QRect(at, front.size()).adjusted(-1, -1, 0, 0));
+  }
+  return picture;
+}
+
 void takeEmpty(WindowScene&, MainWindow& window) {
   waitForProject(window, "Harbour");
   letItSettle();
@@ -123,6 +205,15 @@ const std::map<std::string, Shot>& shots() {
       {"refused", {kFilm, "light", takeRefused}},
       {"dark", {kFilm, "dark", takeEdit}},
       {"history", {kFilm, "light", takeHistory}},
+      {"history-dark", {kFilm, "dark", takeHistory}},
+      {"conflict", {kFilm, "light", takeConflict}},
+      {"conflict-dark", {kFilm, "dark", takeConflict}},
+      {"delete", {kFilm, "light", takeDelete}},
+      {"delete-dark", {kFilm, "dark", takeDelete}},
+      {"trash", {kFilm, "light", takeTrash}},
+      {"trash-dark", {kFilm, "dark", takeTrash}},
+      {"recovery", {"", "light", takeRecovery}},
+      {"recovery-dark", {"", "dark", takeRecovery}},
       {"empty", {"project create Harbour\nproject enter Harbour\n", "light", takeEmpty}},
       {"many", {"project create Series\n", "light", takeMany}},
   };
@@ -136,9 +227,9 @@ const std::map<std::string, Shot>& shots() {
 int main(int argc, char** argv) {
   const auto found = argc == 3 || argc == 5 ? shots().find(argv[1]) : shots().end();
   if (found == shots().end()) {
-    std::fputs(
-        "usage: window_shots edit|panel|refused|dark|history|empty|many FILE.png [WIDTH HEIGHT]\n",
-        stderr);
+    std::fputs("usage: window_shots NAME FILE.png [WIDTH HEIGHT]; the names:", stderr);
+    for (const auto& [name, shot] : shots()) std::fprintf(stderr, " %s", name.c_str());
+    std::fputs("\n", stderr);
     return 2;
   }
   WindowScene scene;
@@ -149,7 +240,7 @@ int main(int argc, char** argv) {
   scene.play([&](MainWindow& window) {
     window.resize(size);
     found->second.take(scene, window);
-    isTaken = window.grab().save(argv[2]);
+    isTaken = pictureOf(window).save(argv[2]);
   });
   return isTaken ? 0 : 1;
 }
