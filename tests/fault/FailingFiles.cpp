@@ -74,7 +74,7 @@ class Watch {
 
   /// Counts an operation; what is to happen to it.
   FaultAction meet(const char* operation, int descriptor, const char* path) {
-    if (isInBackground()) return FaultAction::eNone;
+    if (!control_->seesBackground && isInBackground()) return FaultAction::eNone;
     const bool isNamed = control_->operation[0] != '\0';
     if (isNamed && std::strcmp(control_->operation, operation) != 0) return FaultAction::eNone;
     std::array<char, 400> name{};
@@ -89,11 +89,15 @@ class Watch {
 
   [[nodiscard]] int number() const { return control_->number; }
 
+  [[nodiscard]] bool isStalled() const { return control_->action == FaultAction::eStall; }
+
  private:
   /// A share that hangs hangs for all.
   [[nodiscard]] bool isChosen(std::uint64_t number) const {
     const std::uint64_t chosen = control_->chosen;
-    const bool isLater = control_->action == FaultAction::eHang && chosen != 0 && number > chosen;
+    const FaultAction action = control_->action;
+    const bool lasts = action == FaultAction::eHang || action == FaultAction::eStall;
+    const bool isLater = lasts && chosen != 0 && number > chosen;
     return number == chosen || isLater;
   }
 
@@ -149,6 +153,7 @@ class Turn {
     action_ = watch().meet(operation, descriptor, path);
     if (action_ == FaultAction::eKillBefore) end();
     if (action_ == FaultAction::eHang) hang();
+    while (action_ == FaultAction::eStall && watch().isStalled()) ::usleep(10'000);
   }
 
   static void end() {

@@ -13,6 +13,7 @@ enum class FaultAction : int {
   eKillBefore,  ///< SIGKILL, and nothing is done
   eKillAfter,   ///< SIGKILL once it is done
   eHang,        ///< it never comes back, nor any after it
+  eStall,       ///< it and all after it wait until the action is another one
 };
 
 /// What a test and the process that it makes fail agree on: both map one file. Operations are
@@ -21,11 +22,12 @@ struct FaultControl {
   std::atomic<std::uint64_t> count;   ///< operations so far
   std::atomic<std::uint64_t> chosen;  ///< the operation to be met; 0 for none
   std::atomic<FaultAction> action;
-  std::atomic<int> number;  ///< the errno value
-  std::atomic<bool> isMet;  ///< whether the chosen operation came
-  char operation[16];       ///< count those of this name alone, "open"; empty for all
-  char path[64];            ///< and of those the ones with this in their path
-  char what[512];           ///< which it was, "write /path"; valid once isMet
+  std::atomic<int> number;           ///< the errno value
+  std::atomic<bool> isMet;           ///< whether the chosen operation came
+  std::atomic<bool> seesBackground;  ///< threads that look by the clock are counted and met, too
+  char operation[16];                ///< count those of this name alone, "open"; empty for all
+  char path[64];                     ///< and of those the ones with this in their path
+  char what[512];                    ///< which it was, "write /path"; valid once isMet
 };
 
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);

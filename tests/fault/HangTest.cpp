@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <thread>
 
 #include "tests/fault/MappedFaultControl.h"
 #include "tests/support/BecomesTrue.h"
@@ -62,6 +64,34 @@ TEST_F(HangTest, EveryCommandThatLooksAtAShareGivesItUpAndNamesIt) {
     EXPECT_EQ(run.err.rfind("kv-share: " + folder_.path(), 0), 0u) << command << run.err;
     EXPECT_NE(run.err.find("did not answer within 1 s"), std::string::npos) << command << run.err;
   }
+}
+
+// For twenty seconds, as while a file server starts again.
+TEST_F(HangTest, AStationAnswersWhileItsShareHangsAndFindsAfterwardsWhatHappenedMeanwhile) {
+  StationProcess::Options options;
+  options.program = KV_STATION;
+  options.projects = folder_.path();
+  options.user = options.host = "ANNA";
+  options.port = freeUdpPort();
+  StationProcess station(std::move(options));
+  ASSERT_TRUE(station.waitUntilReady(StationProcess::Seconds(30)));
+  ASSERT_TRUE(station.command("project create Series")["ok"].asBool());
+  ASSERT_TRUE(station.command("project enter Series")["ok"].asBool());
+  const std::string project = station.command("state")["result"]["project"]["cookie"].asString();
+  control_.seesBackground = true;
+  hangAt("");
+  control_.action = FaultAction::eStall;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  ASSERT_TRUE(station.waitFor("health", {{"share", "bad"}}, StationProcess::Seconds(60)));
+  while (std::chrono::steady_clock::now() < end) {
+    EXPECT_TRUE(station.command("whoami", StationProcess::Seconds(5))["ok"].asBool());
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  }
+  static_cast<void>(folder_.write(project + "/G0001.json", R"({"name":"New","contents":[]})"));
+  control_.action = FaultAction::eNone;
+  EXPECT_TRUE(station.waitFor("changed", {{"what", "bin"}, {"origin", "folder"}},
+                              StationProcess::Seconds(60)));
+  EXPECT_TRUE(station.waitFor("health", {{"share", "good"}}, StationProcess::Seconds(60)));
 }
 
 TEST_F(HangTest, AFolderOfHeardListsThatHangsDelaysNoStationsEnd) {
