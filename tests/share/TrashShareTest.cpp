@@ -101,7 +101,7 @@ TEST_F(TrashShareTest, ContainersAndFiltersComeBackEverywhere) {
     run(*anna_, std::string(row.what) + " destroy " + cookie);
     told(*ben_, "destroyed");
     run(*ben_, "trash restore " + cookie);
-    told(*anna_, "created");
+    await(*anna_, "changed", {{"cookie", cookie}, {"how", "created"}, {"origin", "remote"}});
   }
   EXPECT_EQ(run(*anna_, "filter list").elements()[0]["filter"].asString(), "night");
 }
