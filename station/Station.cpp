@@ -32,6 +32,7 @@
 #include "station/project/ObjectNames.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
+#include "station/seal/Seals.h"
 #include "station/ui/Desktop.h"
 #include "station/watch/CatchUp.h"
 #include "station/watch/Health.h"
@@ -77,6 +78,15 @@ std::shared_ptr<iTrafficObserver> heardList(const NetworkService& network) {
   return std::make_shared<HeardList>(std::move(keeper));
 }
 
+/// What the network is to seal with.
+std::shared_ptr<Seals> makeSeals(NetworkService& network) {
+  const StationSettings& with = settings();
+  auto seals = std::make_shared<Seals>(with.seal, with.projectsDirectory,
+                                       Seals::senderOf(with.user, with.host, with.machine));
+  network.sealBy(seals);
+  return seals;
+}
+
 /// What the network is told to tell of itself.
 std::shared_ptr<const TrafficCounts> observed(NetworkService& network) {
   auto counts = std::make_shared<TrafficCounts>(network.senderPort(), heardList(network));
@@ -90,6 +100,7 @@ struct Station::Parts {
   HostThread hostThread;
   DelayedReread lateLooks{hostThread};
   NetworkService network{hostThread};
+  std::shared_ptr<Seals> seals = makeSeals(network);
   std::shared_ptr<const TrafficCounts> traffic = observed(network);
   HostOS os{network};
   Projects projects;
@@ -103,7 +114,7 @@ struct Station::Parts {
   CatchUp catchUp{hostThread};
   UnsavedEdits unsaved{hostThread, edits};
   Trash trash{projects, {&bins, &racks, &filters}};
-  Presence presence{hostThread, traffic};
+  Presence presence{hostThread, traffic, seals};
   Health health{hostThread, catchUp, presence, traffic};
   RemoteCommands commands;
   Desktop desktop;

@@ -41,8 +41,20 @@ void EventWriter::sent(const std::string& wireText) {
   emit("sent", messageMembers(readMessage(wireText)), wireText);
 }
 
+namespace {
+
+/// Whether nobody vouches for the sender of the message that is being delivered.
+bool isUnverified() {
+  const ReceivedMessage* const message = currentMessage();
+  return message && message->isUnverified;
+}
+
+}  // namespace
+
 void EventWriter::received(const std::string& wireText, const MessageFields& message) {
-  emit("received", messageMembers(message), wireText);
+  auto members = messageMembers(message);
+  if (isUnverified()) members.emplace_back("unverified", true);
+  emit("received", members, wireText);
   message_ = message;
 }
 
@@ -84,6 +96,7 @@ void EventWriter::notification(const std::string& text) {
   if (isTheirs && !message_.source.empty())
     members.push_back(textMember("source", message_.source));
   if (isTheirs && message_.isCut()) members.emplace_back("cut", true);
+  if (isTheirs && isUnverified()) members.emplace_back("unverified", true);
   emit("notification", members);
 }
 

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
+#include <map>
 #include <optional>
 
 #include "app/base/Options.h"
@@ -46,6 +47,10 @@ constexpr auto kOptions = std::to_array<OptionSpec>({
      "write one JSON object a line to FILE, - for standard output (the text for people then goes "
      "to standard error)",
      true},
+    {"seal", "POLICY",
+     "datagrams sealed with the share's key: \"off\", \"accept\" (sealed where there is a key, "
+     "taken also without) or \"require\" (nothing else is taken) [accept]",
+     false},
     {"share-heard", "DIR",
      "keep a list of the senders that this station hears in DIR, outside of the projects "
      "directory, "
@@ -203,7 +208,7 @@ class OptionReader {
                         &OptionReader::machine,   &OptionReader::mode,   &OptionReader::sendTo,
                         &OptionReader::listen,    &OptionReader::media,  &OptionReader::config,
                         &OptionReader::port,      &OptionReader::plugin, &OptionReader::files,
-                        &OptionReader::shareHeard};
+                        &OptionReader::shareHeard, &OptionReader::seal};
     for (const auto step : steps) {
       if (auto taken = (this->*step)(); !taken) return taken.error();
     }
@@ -388,6 +393,18 @@ class OptionReader {
                       "stations reach.");
     }
     station().shareHeard = folder;
+    return {};
+  }
+
+  Result<void> seal() {
+    const GivenValue* value = last("seal");
+    if (!value) return {};
+    const std::map<std::string, SealPolicy> policies{{"off", SealPolicy::eOff},
+                                                     {"accept", SealPolicy::eAccept},
+                                                     {"require", SealPolicy::eRequire}};
+    const auto found = policies.find(value->text);
+    if (found == policies.end()) return unusable(*value, "is none of off, accept and require.");
+    station().seal = found->second;
     return {};
   }
 

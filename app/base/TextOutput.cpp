@@ -44,7 +44,8 @@ std::string textOf(const JsonValue& event, const std::string& key) {
 /// "Notification from ANNA: lunch?"
 std::string notificationText(const JsonValue& event) {
   const bool hasSender = event.find("source") || event.find("source_hex");
-  return "Notification" + (hasSender ? " from " + textOf(event, "source") : "") + ": " +
+  const std::string mark = event["unverified"].asBool() ? " (unverified)" : "";
+  return "Notification" + (hasSender ? " from " + textOf(event, "source") + mark : "") + ": " +
          textOf(event, "text") + (event["cut"].asBool() ? " (cut here)" : "");
 }
 

@@ -134,6 +134,7 @@ Result<JsonValue> listNotifications() {
     if (!each.source.empty()) add(textMember("from", each.source));
     add(textMember("text", each.text));
     if (each.isCut) add({"cut", true});
+    if (each.isUnverified) add({"unverified", true});
     all.append(std::move(shown));
   }
   return all;

@@ -18,6 +18,12 @@ QString eventText(const JsonValue& event, const std::string& key) {
   return readableText(QByteArray::fromHex(QByteArray::fromStdString(digits)).toStdString());
 }
 
+/// The sender of words, marked where nobody vouches for him.
+QString senderText(const JsonValue& event) {
+  const QString sender = eventText(event, "source");
+  return event["unverified"].asBool() ? sender + QStringLiteral(" (unverified)") : sender;
+}
+
 /// "EditSaved  E09a1…  to BEN  \"data\""
 QString messageText(const JsonValue& event) {
   QString text = readableText(event["type_name"].asString());
@@ -53,7 +59,7 @@ void EventFeed::take(const StationEvent& event) {
              text);
   } else if (event.name == "notification") {
     news_.notifications.push_back(
-        {QDateTime::currentDateTime(), eventText(value, "source"), eventText(value, "text")});
+        {QDateTime::currentDateTime(), senderText(value), eventText(value, "text")});
   } else if (event.name == "network") {
     takeLine(LogLine::Kind::eNetwork, eventText(value, "problem"));
   } else if (event.name == "command") {

@@ -130,6 +130,7 @@ struct Notification {
   std::string text;      ///< as it came: UTF-8, if its sender wrote that
   std::string source{};  ///< the user who wrote it; empty where this station did
   bool isCut = false;    ///< the separator of fields ended it
+  bool isUnverified = false;  ///< its sender could have sealed it, and did not
 
   /// The local time of day as "2024-05-31 12:00:00".
   [[nodiscard]] std::string timeText() const;

@@ -22,6 +22,13 @@ inline constexpr const char* kPortKey = "shared_projects_udp_port";
 /// ending, and holders of locks are read as far.
 inline constexpr std::size_t kLongestUserName = 200;
 
+/// Whether datagrams are sealed with the share's key.
+enum class SealPolicy {
+  eOff,      ///< neither sealed nor looked at
+  eAccept,   ///< sealed where there is a key; what others do not seal is taken and marked
+  eRequire,  ///< sealed, and nothing else is taken
+};
+
 /// What a station was started with. All texts UTF-8.
 struct StationSettings {
   std::string projectsDirectory;  ///< absolute, without a trailing separator
@@ -35,6 +42,7 @@ struct StationSettings {
   std::vector<MediaDirectory> media;
   std::map<std::string, std::string> config;  ///< the host configuration, key to value
   std::string plugin;                         ///< path of the plug-in library
+  SealPolicy seal = SealPolicy::eAccept;
   std::string shareHeard;                     ///< where whom it hears is kept; empty for nowhere
   std::string logFile;                        ///< empty for none
   std::string recovery;  ///< the folder of unsaved changes on this machine; empty for nowhere

@@ -55,6 +55,12 @@ bool DeliveryLanes::add(const Source& source, Kind kind, std::string bytes, Time
   return true;
 }
 
+void DeliveryLanes::refuse(const Source& source, bool isForged, Time now) {
+  const std::lock_guard lock(mutex_);
+  Lane& lane = laneOf(source, now);
+  noteLoss(lane, isForged ? lane.loss.forged : lane.loss.unsealed, now);
+}
+
 std::optional<DeliveryLanes::Item> DeliveryLanes::next() {
   const std::lock_guard lock(mutex_);
   if (turns_.empty()) return std::nullopt;

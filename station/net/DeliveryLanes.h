@@ -50,8 +50,15 @@ class DeliveryLanes {
   /// The kinds of message that have limits of their own.
   enum class Kind { eOther, eWords, eRequest };
 
-  /// Where a datagram came from. A port of 0 stands for all of an address.
-  using Source = std::pair<Ipv4, std::uint16_t>;
+  /// Where a datagram came from. A port of 0 stands for all of an address. What is sealed has a
+  /// lane of its own, so that nobody fills it who only pretends to be at that address.
+  struct Source {
+    Ipv4 address{};
+    std::uint16_t port = 0;
+    bool isSealed = false;
+
+    friend auto operator<=>(const Source&, const Source&) = default;
+  };
 
   /// More sources than any facility has. What comes from more shares one lane.
   static constexpr std::size_t kMaxLanes = 256;
@@ -67,12 +74,17 @@ class DeliveryLanes {
     Source source;
     std::uint64_t overLimit = 0;  ///< since the source sent more than its limits allow
     std::uint64_t noRoom = 0;     ///< since its lane was full
+    std::uint64_t unsealed = 0;   ///< since they bore no seal, or an old one, and must
+    std::uint64_t forged = 0;     ///< since the seal they bore was not made with its key
   };
 
   explicit DeliveryLanes(SourceLimits limits) : limits_(limits) {}
 
   /// Puts a message behind those of its source; false where it was left out.
   bool add(const Source& source, Kind kind, std::string bytes, Time now);
+
+  /// Counts a datagram that is not taken because of its seal.
+  void refuse(const Source& source, bool isForged, Time now);
 
   /// A message that waited, and whose it is.
   struct Item {
@@ -118,7 +130,9 @@ class DeliveryLanes {
     bool wasTold = false;
     Time lastUse;
 
-    [[nodiscard]] bool hasLoss() const { return loss.overLimit + loss.noRoom > 0; }
+    [[nodiscard]] bool hasLoss() const {
+      return loss.overLimit + loss.noRoom + loss.unsealed + loss.forged > 0;
+    }
   };
 
   Lane& laneOf(Source source, Time now);

@@ -80,7 +80,7 @@ NetworkService::NetworkService(HostThread& hostThread, Interfaces::Reader reader
       sendTo_(configuredAddresses()) {}
 
 Kv::Ptr<iUDPBroadcaster> NetworkService::createUDPBroadcaster(int port) {
-  return new UdpBroadcaster(port, sendTo_, sender_, interfaces_, observer_);
+  return new UdpBroadcaster(port, sendTo_, sender_, interfaces_, observer_, seals_);
 }
 
 Kv::Ptr<iUDPListener> NetworkService::createUDPListener(int port, unsigned /*flags*/,
@@ -99,7 +99,8 @@ Kv::Ptr<iUDPListener> NetworkService::createUDPListener(int port, unsigned /*fla
                                          AcceptedNetworks(configuredNetworks()),
                                          observer_,
                                          configuredLimits(),
-                                         judge_};
+                                         judge_,
+                                         seals_};
   return new UdpListener(std::move(*socket), std::move(surroundings), receiver);
 }
 

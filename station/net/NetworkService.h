@@ -10,6 +10,7 @@
 #include "station/net/Interfaces.h"
 #include "station/net/NetworkHooks.h"
 #include "station/net/UdpBroadcaster.h"
+#include "station/seal/Seals.h"
 
 namespace korvel {
 
@@ -33,6 +34,9 @@ class NetworkService : public iNetworkService {
   /// Has messages judged before the plug-in sees them, by listeners that are created from now on.
   void judgeBy(MessageGate::Judge judge) { judge_ = std::move(judge); }
 
+  /// Seals what those send that are created from now on, and judges what they hear.
+  void sealBy(std::shared_ptr<Seals> seals) { seals_ = std::move(seals); }
+
   /// The port that messages leave from; 0 while there is none.
   [[nodiscard]] std::uint16_t senderPort() const { return sender_->port(); }
 
@@ -46,6 +50,7 @@ class NetworkService : public iNetworkService {
   std::vector<Ipv4> sendTo_;
   std::shared_ptr<iTrafficObserver> observer_;
   MessageGate::Judge judge_;
+  std::shared_ptr<Seals> seals_;
   Result<void> listening_;
 };
 

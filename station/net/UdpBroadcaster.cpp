@@ -204,19 +204,22 @@ bool contains(const std::vector<Destination>& list, const Destination& wanted) {
 UdpBroadcaster::UdpBroadcaster(int port, std::vector<Ipv4> addresses,
                                std::shared_ptr<SenderSocket> socket,
                                std::shared_ptr<Interfaces> interfaces,
-                               std::shared_ptr<iTrafficObserver> observer)
+                               std::shared_ptr<iTrafficObserver> observer,
+                               std::shared_ptr<Seals> seals)
     : port_(port),
       addresses_(std::move(addresses)),
       socket_(std::move(socket)),
       interfaces_(std::move(interfaces)),
-      observer_(std::move(observer)) {}
+      observer_(std::move(observer)),
+      seals_(std::move(seals)) {}
 
 void UdpBroadcaster::broadcast(const LightweightString<char>& text) {
-  if (!canCarry(text.view())) return;
+  const std::string datagram = seals_ ? seals_->outgoing(text.view()) : text.str();
+  if (!canCarry(datagram.size())) return;
   const auto destinations = interfaces_->destinations(addresses_);
   std::vector<Failure> failures;
-  std::size_t left = sendTo(destinations, text.view(), failures);
-  if (!failures.empty()) left += followMachine(destinations, text.view(), failures);
+  std::size_t left = sendTo(destinations, datagram, failures);
+  if (!failures.empty()) left += followMachine(destinations, datagram, failures);
   for (const Failure& failure : failures) tell(failure);
   if (observer_) observer_->reached(failures.empty() && left > 0);
   if (left == 0) return;
@@ -224,15 +227,15 @@ void UdpBroadcaster::broadcast(const LightweightString<char>& text) {
   events().sent(text.str());
 }
 
-bool UdpBroadcaster::canCarry(std::string_view text) {
+bool UdpBroadcaster::canCarry(std::size_t bytes) {
   if (port_ < 1 || port_ > 65535) {
     problems_.failed("port", "nothing can be sent to port " + std::to_string(port_) +
                                  ": set shared_projects_udp_port to a number from 1 to 65535");
     return false;
   }
-  if (text.size() <= SenderSocket::kMaxBytes) return true;
+  if (bytes <= SenderSocket::kMaxBytes) return true;
   tellNetworkProblem(
-      "a message of " + std::to_string(text.size()) + " bytes was not sent: a datagram carries " +
+      "a message of " + std::to_string(bytes) + " bytes was not sent: a datagram carries " +
           std::to_string(SenderSocket::kMaxBytes) + " at most; use a shorter text or name",
       1);
   return false;

@@ -12,6 +12,7 @@
 #include "host/net/iNetworkService.h"
 #include "station/net/Interfaces.h"
 #include "station/net/NetworkHooks.h"
+#include "station/seal/Seals.h"
 
 namespace korvel {
 
@@ -75,10 +76,11 @@ class SenderSocket {
 /// is no event of a sent message. Any thread.
 class UdpBroadcaster : public iUDPBroadcaster {
  public:
-  /// `addresses` as Interfaces::destinations takes them; the observer may be null.
+  /// `addresses` as Interfaces::destinations takes them; the observer may be null, and the seals.
   UdpBroadcaster(int port, std::vector<Ipv4> addresses, std::shared_ptr<SenderSocket> socket,
                  std::shared_ptr<Interfaces> interfaces,
-                 std::shared_ptr<iTrafficObserver> observer = nullptr);
+                 std::shared_ptr<iTrafficObserver> observer = nullptr,
+                 std::shared_ptr<Seals> seals = nullptr);
 
   void broadcast(const LightweightString<char>& text) override;
 
@@ -88,7 +90,7 @@ class UdpBroadcaster : public iUDPBroadcaster {
     int error;
   };
 
-  [[nodiscard]] bool canCarry(std::string_view text);
+  [[nodiscard]] bool canCarry(std::size_t bytes);
 
   /// Sends to each destination; those that failed are appended. How many did not.
   std::size_t sendTo(const std::vector<Destination>& destinations, std::string_view text,
@@ -106,6 +108,7 @@ class UdpBroadcaster : public iUDPBroadcaster {
   std::shared_ptr<SenderSocket> socket_;
   std::shared_ptr<Interfaces> interfaces_;
   std::shared_ptr<iTrafficObserver> observer_;
+  std::shared_ptr<Seals> seals_;
   SendErrors problems_;
 };
 

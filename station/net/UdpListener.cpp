@@ -126,8 +126,8 @@ DeliveryLanes::Kind kindOf(std::string_view bytes) {
 
 std::string nameOf(const DeliveryLanes::Source& source) {
   if (source == DeliveryLanes::Source{}) return "sources that are too many to be told apart";
-  return textOf(source.first) +
-         (source.second == 0 ? std::string() : " port " + std::to_string(source.second));
+  return textOf(source.address) +
+         (source.port == 0 ? std::string() : " port " + std::to_string(source.port));
 }
 
 void tellLoss(const DeliveryLanes::Loss& loss) {
@@ -140,6 +140,11 @@ void tellLoss(const DeliveryLanes::Loss& loss) {
   tell(loss.overLimit,
        "since it sends more than this station takes of one source; see who it is with kv-share "
        "monitor, or raise receive_limit");
+  tell(
+      loss.unsealed,
+      "since they are not sealed with the share's key; if a station of yours is there, see that it "
+      "reads the projects directory and that its clock is right");
+  tell(loss.forged, "since their seal is not right: somebody there pretends to be a station");
   tell(loss.noRoom,
        "by this station's full queue; what they announced shows when the project is left and "
        "entered again");
@@ -151,6 +156,7 @@ UdpListener::DeliveryTarget::DeliveryTarget(iNetMessageReceiver* receiver,
                                             const Dependencies& surroundings)
     : taker(std::make_shared<Taker>()),
       hostThread(surroundings.hostThread),
+      seals(surroundings.seals),
       lanes(surroundings.limits) {
   taker->receiver = receiver;
   const auto deliver = [to = taker](const ReceivedMessage& message, AwaitedFiles::Waited waited) {
@@ -191,7 +197,11 @@ void UdpListener::deliverNext(const std::shared_ptr<DeliveryTarget>& outlet) {
   auto item = outlet->lanes.next();
   if (!item) return;
   queueDelivery(outlet);
-  outlet->awaited->take(item->source, receivedMessage(std::move(item->bytes)));
+  ReceivedMessage message = receivedMessage(std::move(item->bytes));
+  if (outlet->seals && !item->source.isSealed && outlet->seals->marksUnsealed()) {
+    message.markUnverified();
+  }
+  outlet->awaited->take(item->source, std::move(message));
 }
 
 void UdpListener::drain() {
@@ -235,20 +245,36 @@ std::size_t UdpListener::takeBatch(std::size_t count) {
   return count;
 }
 
-void UdpListener::take(const Datagram& datagram, LossReport::Time now) {
+void UdpListener::take(Datagram datagram, LossReport::Time now) {
   if (isOwn(datagram) || !surroundings_.accepted.accepts(datagram.source)) return;
+  DeliveryLanes::Source lane = laneOf(datagram);
+  if (surroundings_.seals && !passesSeal(datagram, lane, now)) return;
   tellObserver(datagram);
-  if (duplicates_.isDuplicate(datagram, now)) return;
-  const bool isTaken = outlet_->lanes.add(laneOf(datagram), kindOf(datagram.bytes),
-                                          std::string(datagram.bytes), now);
+  // A seal's number tells a copy already.
+  if (!lane.isSealed && duplicates_.isDuplicate(datagram, now)) return;
+  const bool isTaken =
+      outlet_->lanes.add(lane, kindOf(datagram.bytes), std::string(datagram.bytes), now);
   if (isTaken) queueDelivery(outlet_);
+}
+
+/// Takes the seal off; false where the datagram is not to be taken.
+bool UdpListener::passesSeal(Datagram& datagram, DeliveryLanes::Source& lane,
+                             LossReport::Time now) {
+  const auto judged = surroundings_.seals->judge(datagram.bytes, millisecondsNow());
+  datagram.bytes = judged.text;
+  lane.isSealed = judged.verdict == Seals::Verdict::eSealed;
+  const bool isForged = judged.verdict == Seals::Verdict::eForged;
+  if (isForged || judged.verdict == Seals::Verdict::eRefused) {
+    outlet_->lanes.refuse(lane, isForged, now);
+  }
+  return judged.isTaken();
 }
 
 // The programs of this machine share its addresses and are told apart by their ports; of another
 // machine all is one source, or a stranger would have a lane for each port.
 DeliveryLanes::Source UdpListener::laneOf(const Datagram& datagram) const {
   const bool isHere = surroundings_.interfaces->isOwn(datagram.source);
-  return {datagram.source, isHere ? datagram.port : std::uint16_t{0}};
+  return {datagram.source, isHere ? datagram.port : std::uint16_t{0}, false};
 }
 
 void UdpListener::tellLosses(LossReport::Time now) {

@@ -16,6 +16,7 @@
 #include "station/net/ListenerSocket.h"
 #include "station/net/NetworkHooks.h"
 #include "station/net/UdpBroadcaster.h"
+#include "station/seal/Seals.h"
 
 namespace korvel {
 
@@ -97,7 +98,8 @@ class UdpListener : public iUDPListener {
     AcceptedNetworks accepted;
     std::shared_ptr<iTrafficObserver> observer;  ///< or null
     SourceLimits limits{};
-    MessageGate::Judge judge{};  ///< or none: every message is delivered at once
+    MessageGate::Judge judge{};      ///< or none: every message is delivered at once
+    std::shared_ptr<Seals> seals{};  ///< or null: seals are not looked at
   };
 
   UdpListener(ListenerSocket socket, Dependencies surroundings, iNetMessageReceiver* receiver);
@@ -117,6 +119,7 @@ class UdpListener : public iUDPListener {
     std::atomic<bool> isDue{false};  ///< a delivery is queued
     std::shared_ptr<Taker> taker;
     HostThread& hostThread;
+    std::shared_ptr<Seals> seals;
     DeliveryLanes lanes;
     std::shared_ptr<AwaitedFiles> awaited;
   };
@@ -130,7 +133,9 @@ class UdpListener : public iUDPListener {
   /// Takes datagrams until none waits; how many.
   std::size_t takeWhatIsThere();
   std::size_t takeBatch(std::size_t count);
-  void take(const Datagram& datagram, LossReport::Time now);
+  void take(Datagram datagram, LossReport::Time now);
+  [[nodiscard]] bool passesSeal(Datagram& datagram, DeliveryLanes::Source& lane,
+                                LossReport::Time now);
   void joinGroups();
   [[nodiscard]] DeliveryLanes::Source laneOf(const Datagram& datagram) const;
   void tellLosses(LossReport::Time now);

@@ -55,8 +55,9 @@ std::string placeOf(const StationNote& note) {
 
 }  // namespace
 
-Presence::Presence(HostThread& host, std::shared_ptr<const TrafficCounts> traffic)
-    : host_(host), traffic_(std::move(traffic)) {}
+Presence::Presence(HostThread& host, std::shared_ptr<const TrafficCounts> traffic,
+                   std::shared_ptr<const Seals> seals)
+    : host_(host), traffic_(std::move(traffic)), seals_(std::move(seals)) {}
 
 Presence::~Presence() { stop(); }
 
@@ -126,6 +127,8 @@ std::vector<Presence::Opener> Presence::openersOf(const Cookie& object) const {
 StationNote Presence::noteOfThis() const {
   StationNote note = own_;
   note.sent = traffic_->sentCount();
+  note.seal = sealPolicyText(settings().seal);
+  note.keys = seals_->keyIds();
   const OpenProject* const project = hostParts().projects->current();
   if (!project) return note;
   note.project = project->cookie;

@@ -8,6 +8,7 @@
 
 #include "host/project/ProjectListener.h"
 #include "station/base/HostThread.h"
+#include "station/seal/Seals.h"
 #include "station/watch/FolderWatch.h"
 #include "station/watch/StationFile.h"
 #include "station/watch/TrafficCounts.h"
@@ -19,7 +20,8 @@ namespace korvel {
 /// process.
 class Presence : public ProjectListener {
  public:
-  Presence(HostThread& host, std::shared_ptr<const TrafficCounts> traffic);
+  Presence(HostThread& host, std::shared_ptr<const TrafficCounts> traffic,
+           std::shared_ptr<const Seals> seals);
   Presence(const Presence&) = delete;
   Presence& operator=(const Presence&) = delete;
   ~Presence();
@@ -65,6 +67,7 @@ class Presence : public ProjectListener {
 
   HostThread& host_;
   std::shared_ptr<const TrafficCounts> traffic_;
+  std::shared_ptr<const Seals> seals_;
   StationNote own_;
   std::unique_ptr<StationFile> file_;
   std::unique_ptr<FolderWatch> watch_;

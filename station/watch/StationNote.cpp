@@ -29,10 +29,16 @@ std::vector<Cookie> cookiesIn(const JsonValue& list) {
   return cookies;
 }
 
-JsonValue addressesOf(const StationNote& note) {
+JsonValue textsOf(const std::vector<std::string>& texts) {
   JsonValue list = JsonValue::array();
-  for (const std::string& address : note.addresses) list.append(shownText(address));
+  for (const std::string& text : texts) list.append(shownText(text));
   return list;
+}
+
+std::vector<std::string> textsIn(const JsonValue& list) {
+  std::vector<std::string> texts;
+  for (const JsonValue& each : list.elements()) texts.push_back(each.asString());
+  return texts;
 }
 
 Error noNote(const std::string& id, const std::string& why) {
@@ -77,7 +83,7 @@ std::string noteText(const StationNote& note) {
                                               {"user", shownText(note.user)},
                                               {"host", shownText(note.host)},
                                               {"machine", note.machine},
-                                              {"addresses", addressesOf(note)},
+                                              {"addresses", textsOf(note.addresses)},
                                               {"version", note.version},
                                               {"since", note.since},
                                               {"project", utf8Text(note.project.asString())},
@@ -86,6 +92,8 @@ std::string noteText(const StationNote& note) {
                                               {"open", cookiesOf(note.open)},
                                               {"unsaved", cookiesOf(note.unsaved)},
                                               {"sent", note.sent},
+                                              {"seal", note.seal},
+                                              {"keys", textsOf(note.keys)},
                                               {"written", note.written}})) +
          "\n";
 }
@@ -101,9 +109,7 @@ Result<StationNote> parseNote(const std::string& bytes, const std::string& id) {
   read.user = note["user"].asString();
   read.host = note["host"].asString();
   read.machine = static_cast<int>(note["machine"].asLong());
-  for (const JsonValue& address : note["addresses"].elements()) {
-    read.addresses.push_back(address.asString());
-  }
+  read.addresses = textsIn(note["addresses"]);
   read.version = note["version"].asString();
   read.since = note["since"].asString();
   read.project = Cookie(note["project"].asString().c_str(), false);
@@ -112,6 +118,8 @@ Result<StationNote> parseNote(const std::string& bytes, const std::string& id) {
   read.open = cookiesIn(note["open"]);
   read.unsaved = cookiesIn(note["unsaved"]);
   read.sent = std::max(0L, note["sent"].asLong());
+  read.seal = note["seal"].asString();
+  read.keys = textsIn(note["keys"]);
   read.written = note["written"].asString();
   return read;
 }
@@ -158,8 +166,10 @@ JsonValue shownStation(const FoundStation& station) {
                                        {"since", shownText(note.since)},
                                        {"written", shownText(note.written)},
                                        {"sent", note.sent},
-                                       {"addresses", addressesOf(note)},
-                                       {"version", shownText(note.version)}});
+                                       {"addresses", textsOf(note.addresses)},
+                                       {"version", shownText(note.version)},
+                                       {"seal", shownText(note.seal)},
+                                       {"keys", textsOf(note.keys)}});
   if (!station.problem.empty()) shown.set("problem", shownText(station.problem));
   return shown;
 }

@@ -29,10 +29,12 @@ struct StationNote {
   Cookie project;     ///< null where none is open
   std::string projectName;
   std::string room;
-  std::vector<Cookie> open;     ///< the edits that its user has open
-  std::vector<Cookie> unsaved;  ///< those with changes that are not saved
-  long sent = 0;                ///< messages since it started
-  std::string written;          ///< when this was written, by its machine's clock
+  std::vector<Cookie> open;       ///< the edits that its user has open
+  std::vector<Cookie> unsaved;    ///< those with changes that are not saved
+  long sent = 0;                  ///< messages since it started
+  std::string seal;               ///< "off", "accept" or "require": its policy for seals
+  std::vector<std::string> keys;  ///< the identifiers of the keys that it knows
+  std::string written;            ///< when this was written, by its machine's clock
 };
 
 /// A station's note as another finds it.

@@ -132,8 +132,8 @@ bool isForThisUser(const MessageFields& message) {
 
 ReceivedMessage receivedMessage(std::string wireText) {
   MessageFields fields = readMessage(wireText);
-  Notification words{{}, fields.data, fields.source, fields.isCut()};
-  return {std::move(wireText), std::move(fields), std::move(words)};
+  Notification words{{}, fields.data, fields.source, fields.isCut(), false};
+  return {std::move(wireText), std::move(fields), std::move(words), false};
 }
 
 void deliverAfterWait(iNetMessageReceiver& receiver, const ReceivedMessage& message) {

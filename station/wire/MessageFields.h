@@ -74,6 +74,9 @@ struct ReceivedMessage {
   std::string wireText;
   MessageFields fields;  ///< what it says, read once for all of this station
   Notification words;    ///< its text for people
+  bool isUnverified = false;  ///< nobody vouches for its sender, though he could have sealed it
+
+  void markUnverified() { isUnverified = words.isUnverified = true; }
 };
 
 /// A text as a notification, of the current message's sender where it is what the sender wrote.

@@ -121,6 +121,14 @@ TEST_F(ShareJsonPage, WhoWritesWhatItSays) {
   EXPECT_NE(run.out.find("\"problem\""), std::string::npos) << run.out;
 }
 
+TEST_F(ShareJsonPage, KeysWritesWhatItSays) {
+  for (const char* action : {"add", "list"}) {
+    const ToolRun run = runTool({"keys", folder_.path(), action, "--json"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(JsonShape::ofSection("keys").differences(run.out), "") << run.out;
+  }
+}
+
 TEST_F(ShareJsonPage, DoctorWritesWhatItSays) {
   const ToolRun run = runTool({"doctor", folder_.path(), "--config", "/dev/null", "--send-to",
                                "127.255.255.255", "--json"});

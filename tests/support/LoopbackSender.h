@@ -29,6 +29,11 @@ class LoopbackSender {
   [[nodiscard]] bool send(const std::vector<std::string>& fields) const {
     std::string text;
     for (const std::string& field : fields) text += field + '\xAC';
+    return sendBytes(text);
+  }
+
+  /// Sends a datagram as it stands.
+  [[nodiscard]] bool sendBytes(const std::string& text) const {
     const auto* const to = reinterpret_cast<const sockaddr*>(&address_);
     return ::sendto(socket_, text.data(), text.size(), 0, to, sizeof address_) ==
            static_cast<ssize_t>(text.size());

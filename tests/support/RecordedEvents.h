@@ -47,6 +47,7 @@ class RecordedEvents : public iStationEvents {
   }
 
   [[nodiscard]] bool loggedThat(const std::string& part) const {
+    const std::lock_guard lock(mutex_);
     return std::any_of(lines.begin(), lines.end(), [&part](const std::string& line) {
       return line.find(part) != std::string::npos;
     });
@@ -76,7 +77,7 @@ class RecordedEvents : public iStationEvents {
   std::vector<std::string> lines;  ///< of the log, each with where it goes before it
 
  private:
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::vector<Problem> problems_;
 };
 

@@ -65,6 +65,7 @@ void addBreakCommand(CommandLine& line);
 void addUsersCommand(CommandLine& line);
 void addWhoCommand(CommandLine& line);
 void addHistoryCommand(CommandLine& line);
+void addKeysCommand(CommandLine& line);
 void addDoctorCommand(CommandLine& line);
 void addExplainCommand(CommandLine& line);
 void addMeshCommand(CommandLine& line);

@@ -13,6 +13,7 @@
 #include "station/base/Json.h"
 #include "station/base/Strings.h"
 #include "station/net/UdpBroadcaster.h"
+#include "station/seal/Seal.h"
 #include "station/wire/MessageFields.h"
 #include "station/wire/MessageType.h"
 #include "tools/base/CommandLine.h"
@@ -194,23 +195,43 @@ void warnAboutLetters(const Fields& fields, Warnings& warnings) {
   }
 }
 
+std::string hexText(std::uint64_t number) {
+  char text[17];
+  std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(number));
+  return text;
+}
+
+/// What a seal says of itself; whether it is right is for those to tell who have the key.
+JsonValue shownSeal(const Seal& seal) {
+  constexpr std::int64_t kSecond = 1000;
+  return JsonValue::object({{"key", seal.keyText()},
+                            {"sender", hexText(seal.sender)},
+                            {"start", hexText(seal.boot)},
+                            {"sequence", static_cast<unsigned long>(seal.sequence)},
+                            {"time", textOfTime(seal.time / kSecond)}});
+}
+
 }  // namespace
 
-JsonValue describeMessage(const std::string& wireText) {
+JsonValue describeMessage(const std::string& datagram) {
+  const SealedText parts = takeSealApart(datagram);
+  const std::string wireText(parts.text);
   const MessageFields message = readMessage(wireText);
   JsonValue warnings = JsonValue::array();
   for (auto& warning : warningsAbout(wireText)) warnings.append(std::move(warning));
-  return JsonValue::object({{"type", message.type},
-                            {"type_name", message.typeName},
-                            textMember("project", message.project),
-                            textMember("cookie", message.cookie),
-                            textMember("data", message.data),
-                            textMember("target", message.target),
-                            textMember("source", message.source),
-                            textMember("container", message.container),
-                            textMember("modification", message.modification),
-                            {"valid", message.valid},
-                            {"warnings", std::move(warnings)}});
+  JsonValue report = JsonValue::object({{"type", message.type},
+                                        {"type_name", message.typeName},
+                                        textMember("project", message.project),
+                                        textMember("cookie", message.cookie),
+                                        textMember("data", message.data),
+                                        textMember("target", message.target),
+                                        textMember("source", message.source),
+                                        textMember("container", message.container),
+                                        textMember("modification", message.modification),
+                                        {"valid", message.valid},
+                                        {"warnings", std::move(warnings)}});
+  if (parts.seal) report.set("seal", shownSeal(*parts.seal));
+  return report;
 }
 
 std::vector<std::string> warningsAbout(const std::string& wireText) {

@@ -19,8 +19,9 @@ std::vector<std::string> messageTypeNames();
 std::string noSuchMessageType(const std::string& text);
 
 /// What a datagram says, as one object: type, type_name, project, cookie, data, target, source,
-/// container, modification, valid, warnings. The texts are the fields as they stand on the wire.
-JsonValue describeMessage(const std::string& wireText);
+/// container, modification, valid, warnings, and where it is sealed "seal". The texts are the
+/// fields as they stand on the wire.
+JsonValue describeMessage(const std::string& datagram);
 
 /// What stations make of a datagram that is not what it should be, a sentence each.
 std::vector<std::string> warningsAbout(const std::string& wireText);

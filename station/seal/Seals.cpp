@@ -1,0 +1,212 @@
+#include "station/seal/Seals.h"
+
+#include <sodium.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <condition_variable>
+#include <thread>
+
+#include "host/base/Log.h"
+#include "station/base/QuietThread.h"
+
+namespace korvel {
+
+namespace {
+
+/// How often the ring is looked at. A mount's cache may make the answer older by a minute.
+constexpr auto kBetweenLooks = std::chrono::seconds(5);
+
+std::uint64_t randomNumber() {
+  if (sodium_init() < 0) return 0;
+  std::uint64_t number = 0;
+  randombytes_buf(&number, sizeof number);
+  return number;
+}
+
+/// What tells one state of the ring's file from another: replacing it makes a new inode.
+using Mark = std::array<std::int64_t, 4>;
+
+Mark markOf(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return {};
+  return {static_cast<std::int64_t>(status.st_ino), status.st_size, status.st_mtim.tv_sec,
+          status.st_mtim.tv_nsec};
+}
+
+}  // namespace
+
+const char* sealPolicyText(SealPolicy policy) {
+  switch (policy) {
+    case SealPolicy::eOff:
+      return "off";
+    case SealPolicy::eAccept:
+      return "accept";
+    case SealPolicy::eRequire:
+      break;
+  }
+  return "require";
+}
+
+std::int64_t millisecondsNow() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+ReplayWindow::Verdict ReplayWindow::take(const Seal& seal, std::int64_t now) {
+  const std::pair boot{seal.sender, seal.boot};
+  auto found = boots_.find(boot);
+  if (found == boots_.end()) {
+    if (seal.time < now - kTolerance || seal.time > now + kTolerance) return Verdict::eStale;
+    if (boots_.size() == kMostBoots) forgetOldest();
+    found = boots_.emplace(boot, Heard{seal.sequence, {}, now}).first;
+    found->second.below.set(0);
+    return Verdict::eNew;
+  }
+  Heard& heard = found->second;
+  heard.last = now;
+  if (seal.sequence > heard.highest) {
+    const std::uint64_t ahead = seal.sequence - heard.highest;
+    heard.below = ahead < kWidth ? heard.below << ahead : std::bitset<kWidth>();
+    heard.below.set(0);
+    heard.highest = seal.sequence;
+    return Verdict::eNew;
+  }
+  const std::uint64_t behind = heard.highest - seal.sequence;
+  if (behind >= kWidth || heard.below.test(behind)) return Verdict::eRepeated;
+  heard.below.set(behind);
+  return Verdict::eNew;
+}
+
+void ReplayWindow::forgetOldest() {
+  boots_.erase(
+      std::ranges::min_element(boots_, {}, [](const auto& entry) { return entry.second.last; }));
+}
+
+/// The ring and the thread that follows it, which may outlive the station by a share that hangs.
+struct Seals::Following {
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::shared_ptr<const KeyRing> ring = std::make_shared<const KeyRing>();
+  std::string directory;
+  Mark mark{};
+  bool isEnding = false;
+  bool isAsking = false;
+  std::thread thread;
+
+  void read() {
+    const Mark now = markOf(directory + "/" + KeyRing::kFile);
+    if (now == mark) return;
+    auto keys = KeyRing::read(directory);
+    const std::lock_guard lock(mutex);
+    mark = now;
+    if (isEnding) return;
+    if (keys) {
+      ring = std::make_shared<const KeyRing>(std::move(*keys));
+    } else {
+      LogBoth("%s The keys known before are used on.\n", keys.error().message);
+    }
+  }
+
+  void follow() {
+    std::unique_lock lock(mutex);
+    while (!changed.wait_for(lock, kBetweenLooks, [this] { return isEnding; })) {
+      isAsking = true;
+      lock.unlock();
+      read();
+      lock.lock();
+      isAsking = false;
+    }
+  }
+};
+
+Seals::Seals(SealPolicy policy, std::string projectsDirectory, std::uint64_t sender)
+    : Seals(policy, KeyRing(), sender) {
+  if (policy == SealPolicy::eOff) return;
+  following_->directory = std::move(projectsDirectory);
+  following_->read();
+  following_->thread = watchThread([state = following_] { state->follow(); });
+}
+
+Seals::Seals(SealPolicy policy, KeyRing keys, std::uint64_t sender)
+    : policy_(policy),
+      sender_(sender),
+      boot_(randomNumber()),
+      following_(std::make_shared<Following>()) {
+  following_->ring = std::make_shared<const KeyRing>(std::move(keys));
+}
+
+Seals::~Seals() {
+  bool isStuck = false;
+  {
+    const std::lock_guard lock(following_->mutex);
+    following_->isEnding = true;
+    isStuck = following_->isAsking;
+  }
+  following_->changed.notify_all();
+  if (!following_->thread.joinable()) return;
+  isStuck ? following_->thread.detach() : following_->thread.join();
+}
+
+std::shared_ptr<const KeyRing> Seals::keys() const {
+  const std::lock_guard lock(following_->mutex);
+  return following_->ring;
+}
+
+std::string Seals::outgoing(std::string_view text) {
+  const auto ring = keys();
+  const SealKey* const key = policy_ == SealPolicy::eOff ? nullptr : ring->used();
+  if (!key) return std::string(text);
+  Seal seal;
+  seal.sender = sender_;
+  seal.boot = boot_;
+  seal.sequence = ++sequence_;
+  seal.time = millisecondsNow();
+  return sealed(text, seal, *key);
+}
+
+Seals::Judged Seals::judge(std::string_view datagram, std::int64_t now) {
+  const SealedText parts = takeSealApart(datagram);
+  const auto ring = keys();
+  if (policy_ == SealPolicy::eOff || !parts.seal) return unsealed(parts.text);
+  const auto& id = parts.seal->key;
+  const SealKey* const key = ring->find({reinterpret_cast<const char*>(id.data()), id.size()});
+  // A key that is not known here yet, or not any more, vouches for nothing and accuses nobody.
+  if (!key) return unsealed(parts.text);
+  if (!isSealedWith(datagram, *key)) return {Verdict::eForged, parts.text};
+  switch (window_.take(*parts.seal, now)) {
+    case ReplayWindow::Verdict::eNew:
+      return {Verdict::eSealed, parts.text};
+    case ReplayWindow::Verdict::eRepeated:
+      return {Verdict::eRepeated, parts.text};
+    case ReplayWindow::Verdict::eStale:
+      break;
+  }
+  return unsealed(parts.text);
+}
+
+Seals::Judged Seals::unsealed(std::string_view text) const {
+  return {policy_ == SealPolicy::eRequire ? Verdict::eRefused : Verdict::eUnsealed, text};
+}
+
+bool Seals::marksUnsealed() const {
+  return policy_ != SealPolicy::eOff && keys()->used() != nullptr;
+}
+
+std::vector<std::string> Seals::keyIds() const {
+  std::vector<std::string> ids;
+  const auto ring = keys();
+  for (const SealKey& key : ring->keys()) ids.push_back(key.idText());
+  return ids;
+}
+
+std::uint64_t Seals::senderOf(const std::string& user, const std::string& host, int machine) {
+  const std::string name = user + '\0' + host + '\0' + std::to_string(machine);
+  std::uint64_t sender = 0;
+  crypto_generichash(reinterpret_cast<unsigned char*>(&sender), sizeof sender,
+                     reinterpret_cast<const unsigned char*>(name.data()), name.size(), nullptr, 0);
+  return sender;
+}
+
+}  // namespace korvel

@@ -1,0 +1,120 @@
+#pragma once
+
+#include <atomic>
+#include <bitset>
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "station/base/StationSettings.h"
+#include "station/seal/KeyRing.h"
+#include "station/seal/Seal.h"
+
+namespace korvel {
+
+/// Knows which sequence numbers of which sender were heard, so that nothing that was recorded and
+/// is sent again is taken. One thread.
+class ReplayWindow {
+ public:
+  static constexpr std::size_t kWidth = 1024;  ///< how far messages may overtake each other
+  static constexpr std::size_t kMostBoots = 4096;
+
+  /// How far from this machine's clock the first message of a start may be, in milliseconds.
+  static constexpr std::int64_t kTolerance = 120'000;
+
+  enum class Verdict {
+    eNew,
+    eRepeated,
+    eStale,  ///< of a start that was not heard yet, and not of now
+  };
+
+  /// `now` as Seal::time.
+  Verdict take(const Seal& seal, std::int64_t now);
+
+ private:
+  struct Heard {
+    std::uint64_t highest = 0;
+    std::bitset<kWidth> below;  ///< bit n: highest - n was heard
+    std::int64_t last = 0;      ///< when something was heard
+  };
+
+  void forgetOldest();
+
+  std::map<std::pair<std::uint64_t, std::uint64_t>, Heard> boots_;
+};
+
+/// The seals of a station: puts them on what it sends, and judges those of what it hears. Follows
+/// the share's key ring while it lives, without a restart of anything.
+class Seals {
+ public:
+  /// What is to become of a datagram.
+  enum class Verdict {
+    eSealed,    ///< of somebody who has the key, and new
+    eUnsealed,  ///< nobody vouches for it; taken by this station's policy
+    eRefused,   ///< not sealed, or stale, where a seal is required
+    eForged,    ///< the code is wrong, or it was changed on its way
+    eRepeated,  ///< heard before: a copy that came another way, or a recording
+  };
+
+  struct Judged {
+    Verdict verdict = Verdict::eUnsealed;
+    std::string_view text;  ///< without the seal; of the bytes given
+
+    [[nodiscard]] bool isTaken() const {
+      return verdict == Verdict::eSealed || verdict == Verdict::eUnsealed;
+    }
+  };
+
+  /// Reads the ring at once, and looks at it again every few seconds on a thread of its own. Where
+  /// it cannot be read, the keys known before stay. `sender` is this station's, from its user, host
+  /// and machine.
+  Seals(SealPolicy policy, std::string projectsDirectory, std::uint64_t sender);
+
+  /// For tests and tools: with these keys, and no folder to follow.
+  Seals(SealPolicy policy, KeyRing keys, std::uint64_t sender);
+  Seals(const Seals&) = delete;
+  Seals& operator=(const Seals&) = delete;
+  ~Seals();
+
+  /// What goes onto the network for a text: sealed where there is a key to do it with. Any thread.
+  [[nodiscard]] std::string outgoing(std::string_view text);
+
+  /// Judges a datagram; `now` in milliseconds since 1970. The thread that reads the socket.
+  Judged judge(std::string_view datagram, std::int64_t now);
+
+  /// Whether words without a seal are to be marked: there is a key, and others could have used it.
+  [[nodiscard]] bool marksUnsealed() const;
+
+  /// The identifiers of the keys that are known.
+  [[nodiscard]] std::vector<std::string> keyIds() const;
+
+  /// The sender of a user at a host on a machine.
+  static std::uint64_t senderOf(const std::string& user, const std::string& host, int machine);
+
+ private:
+  struct Following;
+
+  [[nodiscard]] std::shared_ptr<const KeyRing> keys() const;
+  [[nodiscard]] Judged unsealed(std::string_view text) const;
+
+  const SealPolicy policy_;
+  const std::uint64_t sender_;
+  const std::uint64_t boot_;
+  std::atomic<std::uint64_t> sequence_{0};
+  std::shared_ptr<Following> following_;
+  ReplayWindow window_;
+};
+
+/// How the option calls a policy: "off", "accept", "require".
+const char* sealPolicyText(SealPolicy policy);
+
+/// Milliseconds since 1970 by this machine's clock.
+std::int64_t millisecondsNow();
+
+}  // namespace korvel

@@ -1,0 +1,189 @@
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/share/SharedStations.h"
+#include "tests/support/LoopbackSender.h"
+
+using namespace korvel;
+
+namespace {
+
+/// Hears every datagram on the stations' port, as anybody on the network can.
+class Eavesdropper {
+ public:
+  explicit Eavesdropper(int port) : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    const int yes = 1;
+    ::setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    sockaddr_in here{};
+    here.sin_family = AF_INET;
+    here.sin_port = htons(static_cast<std::uint16_t>(port));
+    EXPECT_EQ(::bind(socket_, reinterpret_cast<const sockaddr*>(&here), sizeof here), 0);
+  }
+  Eavesdropper(const Eavesdropper&) = delete;
+  Eavesdropper& operator=(const Eavesdropper&) = delete;
+  ~Eavesdropper() { ::close(socket_); }
+
+  /// The next datagram that holds `part`; empty when none comes within a minute.
+  [[nodiscard]] std::string next(const std::string& part) const {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (std::chrono::steady_clock::now() < deadline) {
+      pollfd wait{socket_, POLLIN, 0};
+      if (::poll(&wait, 1, 1000) != 1) continue;
+      std::array<char, 65536> bytes{};
+      const ssize_t size = ::recv(socket_, bytes.data(), bytes.size(), 0);
+      const std::string datagram(bytes.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
+      if (datagram.find(part) != std::string::npos) return datagram;
+    }
+    return {};
+  }
+
+ private:
+  int socket_;
+};
+
+/// Stations on a share with keys.
+class SealShareTest : public SharedStations {
+ protected:
+  ProgramRun keys(std::vector<std::string> words) {
+    words.insert(words.begin(), {KV_SHARE, "keys", folder_ / "projects"});
+    return runProgram(words);
+  }
+
+  /// Makes a key; its identifier.
+  std::string addKey() {
+    const ProgramRun made = keys({"add", "--json"});
+    EXPECT_EQ(made.status, 0) << made.errors;
+    return (*parseJson(made.output))["id"].asString();
+  }
+
+  /// Words to all, from somebody who has no key.
+  void shout(const std::string& text) {
+    EXPECT_TRUE(stranger_.send({"d", "10", project_, "BEN", "<All>", text}));
+  }
+
+  void say(StationProcess& station, const std::string& text) {
+    run(station, "say <All> \"" + text + "\"");
+  }
+
+  LoopbackSender stranger_{port_};
+};
+
+TEST_F(SealShareTest, WordsWithoutASealAreMarkedWhereOthersSeal) {
+  addKey();
+  startThree();
+  say(*anna_, "lunch?");
+  const JsonValue sealed = await(*carla_, "received", {{"data", "lunch?"}});
+  EXPECT_FALSE(sealed["unverified"].asBool());
+  shout("lunch is off");
+  const JsonValue heard = await(*carla_, "received", {{"data", "lunch is off"}});
+  EXPECT_TRUE(heard["unverified"].asBool());
+  const JsonValue told = await(*carla_, "notification", {{"text", "lunch is off"}});
+  EXPECT_TRUE(told["unverified"].asBool());
+  EXPECT_TRUE(run(*carla_, "notifications").elements().back()["unverified"].asBool());
+}
+
+TEST_F(SealShareTest, WithoutAKeyNothingIsMarkedAndNothingIsSealed) {
+  startThree();
+  const Eavesdropper network(port_);
+  say(*anna_, "lunch?");
+  EXPECT_TRUE(network.next("lunch?").ends_with('\xAC'));
+  shout("lunch is off");
+  EXPECT_FALSE(await(*carla_, "received", {{"data", "lunch is off"}})["unverified"].asBool());
+}
+
+TEST_F(SealShareTest, AStrictStationTakesWhatIsSealedAloneAndSaysWhatItLeavesOut) {
+  addKey();
+  startThree();
+  StationProcess& dora = start("DORA", 14, {"--seal", "require"});
+  run(dora, "project enter Film");
+  for (int count = 0; count < 3; ++count) shout("lunch is off");
+  const JsonValue told = await(dora, "network", {});
+  EXPECT_NE(told["problem"].asString().find("not sealed"), std::string::npos)
+      << told["problem"].asString();
+  EXPECT_EQ(told["dropped"].asLong(), 3);
+  say(*anna_, "lunch?");
+  await(dora, "received", {{"data", "lunch?"}});
+  EXPECT_FALSE(dora.waitFor("received", {{"data", "lunch is off"}}, StationProcess::Seconds(0)));
+}
+
+TEST_F(SealShareTest, ARecordedMessageIsNotTakenAgainAndAChangedOneNever) {
+  addKey();
+  startThree();
+  const Eavesdropper network(port_);
+  say(*anna_, "lunch?");
+  await(*carla_, "received", {{"data", "lunch?"}});
+  const std::string recorded = network.next("lunch?");
+  ASSERT_FALSE(recorded.empty());
+  EXPECT_FALSE(recorded.ends_with('\xAC'));
+  std::string changed = recorded;
+  changed.replace(changed.find("lunch?"), 6, "supper");
+  EXPECT_TRUE(stranger_.sendBytes(recorded));
+  EXPECT_TRUE(stranger_.sendBytes(changed));
+  const JsonValue told = await(*carla_, "network", {});
+  EXPECT_NE(told["problem"].asString().find("pretends"), std::string::npos);
+  settle(*carla_);
+  EXPECT_FALSE(carla_->waitFor("received", {{"data", "lunch?"}}, StationProcess::Seconds(0)));
+  EXPECT_FALSE(carla_->waitFor("received", {{"data", "supper"}}, StationProcess::Seconds(0)));
+}
+
+TEST_F(SealShareTest, ARotationLosesNoMessage) {
+  const std::string first = addKey();
+  startThree();
+  StationProcess& dora = start("DORA", 14, {"--seal", "require"});
+  StationProcess& plain = start("EMIL", 15, {"--seal", "off"});
+  const Eavesdropper network(port_);
+  int said = 0;
+  const auto allHear = [&] {
+    const std::string text = "number " + std::to_string(++said);
+    say(*anna_, text);
+    for (StationProcess* each : {carla_, &dora, &plain}) await(*each, "received", {{"data", text}});
+    return network.next(text);
+  };
+  const std::string before = allHear();
+  const std::string second = addKey();
+  allHear();
+  // A key is used when all have read it, and not before.
+  constexpr auto kBetweenWords = std::chrono::milliseconds(100);  // more is taken of nobody
+  EXPECT_NE(keys({"use", second}).status, 0);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(3);
+  while (keys({"use", second}).status != 0 && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(kBetweenWords);
+    allHear();
+  }
+  const auto keyIn = [](const std::string& datagram) {
+    constexpr std::size_t kFromEnd = 56;
+    return datagram.substr(datagram.size() - kFromEnd, 8);
+  };
+  std::string now = allHear();
+  for (int tries = 0; tries < 600 && keyIn(now) == keyIn(before); ++tries) {
+    std::this_thread::sleep_for(kBetweenWords);
+    now = allHear();
+  }
+  EXPECT_NE(keyIn(now), keyIn(before));
+  EXPECT_EQ(keys({"remove", first}).status, 0);
+  for (int count = 0; count < 20; ++count) allHear();
+}
+
+TEST_F(SealShareTest, TheCommandForKeysSaysWhatItDidAndWhatIsWrong) {
+  EXPECT_NE(keys({"list"}).output.find("no keys"), std::string::npos);
+  const std::string id = addKey();
+  EXPECT_NE(keys({"list"}).output.find(id), std::string::npos);
+  EXPECT_EQ(keys({"list"}).output.find("warning"), std::string::npos);
+  EXPECT_EQ(keys({"remove", id}).status, 1) << "in use";
+  EXPECT_NE(keys({"remove", id}).errors.find("--force"), std::string::npos);
+  EXPECT_EQ(keys({"use"}).status, 2);
+  EXPECT_EQ(keys({"burn"}).status, 2);
+  EXPECT_EQ(keys({"list", id}).status, 2);
+  EXPECT_EQ(keys({"use", "nobody"}).status, 1);
+  EXPECT_EQ(keys({"remove", id.substr(0, 4), "--force"}).status, 0);
+}
+
+}  // namespace

@@ -1,0 +1,181 @@
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <functional>
+#include <iostream>
+#include <utility>
+#include <vector>
+
+#include "station/base/Strings.h"
+#include "station/seal/KeyRing.h"
+#include "station/watch/StationNote.h"
+#include "tools/base/Tool.h"
+#include "tools/base/ToolHost.h"
+
+namespace korvel {
+
+namespace {
+
+struct KeysRequest : ShareRequest {
+  std::string action;
+  std::string id;
+  bool isForced = false;
+};
+
+constexpr const char* kRotation =
+    "To change keys, add a new one, use it, and remove the old one a minute later. A key is used "
+    "when every station that is there has read it, which takes seconds.";
+
+/// The living stations that look at seals, and those of them that do not know a key.
+struct Knowing {
+  std::size_t all = 0;
+  std::vector<std::string> without;
+};
+
+Knowing knowingOf(const std::vector<FoundStation>& stations, const std::string& id) {
+  Knowing knowing;
+  for (const FoundStation& each : stations) {
+    if (!each.isAlive() || each.note.seal.empty() || each.note.seal == "off") continue;
+    ++knowing.all;
+    if (std::ranges::find(each.note.keys, id) != each.note.keys.end()) continue;
+    knowing.without.push_back(each.note.user + " on " + each.note.host);
+  }
+  return knowing;
+}
+
+std::vector<FoundStation> stationsIn(const std::string& directory) {
+  auto stations = listStations(directory);
+  return stations ? std::move(*stations) : std::vector<FoundStation>();
+}
+
+/// Refuses a key that others would take for a stranger's.
+Result<void> checkKnown(const std::string& directory, const std::string& id) {
+  const Knowing knowing = knowingOf(stationsIn(directory), id);
+  if (knowing.without.empty()) return {};
+  std::string names;
+  for (const std::string& name : knowing.without) names += (names.empty() ? "" : ", ") + name;
+  return Error{ErrorCode::eRefused,
+               "The key " + id + " is not known yet at " + names +
+                   "; wait some seconds, or use it all the same with --force.",
+               {}};
+}
+
+JsonValue shown(const std::string& directory, const KeyRing& ring) {
+  JsonValue keys = JsonValue::array();
+  const auto stations = stationsIn(directory);
+  for (const SealKey& key : ring.keys()) {
+    const Knowing knowing = knowingOf(stations, key.idText());
+    keys.append(JsonValue::object({{"id", key.idText()},
+                                   {"made", key.made},
+                                   {"used", key.isUsed},
+                                   {"known_by", knowing.all - knowing.without.size()},
+                                   {"stations", knowing.all}}));
+  }
+  return keys;
+}
+
+/// A ring that everybody can read protects nobody; some mounts show every file so.
+void warnOfReaders(const std::string& directory) {
+  const std::string path = directory + "/" + KeyRing::kFile;
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0 || (status.st_mode & S_IRWXO) == 0) return;
+  std::cout << "warning: " << shownText(path)
+            << " can be read by everybody on this machine; mount the share, or set the file's "
+               "mode, for the editors' group alone\n";
+}
+
+ToolStatus list(const KeysRequest& request, const KeyRing& ring) {
+  if (request.asJson) {
+    printJson(JsonValue::object({{"keys", shown(directoryOf(request.path), ring)}}));
+    return eToolDone;
+  }
+  if (ring.isEmpty()) {
+    printForPeople(
+        "no keys: datagrams on this share are not sealed; kv-share keys DIR add makes one");
+    return eToolDone;
+  }
+  printForPeople(shown(directoryOf(request.path), ring));
+  warnOfReaders(directoryOf(request.path));
+  return eToolDone;
+}
+
+/// Changes the ring, which is read again first by whoever else changes it at this moment.
+ToolStatus change(const KeysRequest& request, KeyRing ring,
+                  const std::function<Result<std::string>(KeyRing&)>& change, const char* did) {
+  const auto id = change(ring);
+  if (!id) return toolProblem(eToolFinding, id.error().message);
+  if (auto written = ring.write(directoryOf(request.path)); !written) {
+    return toolProblem(eToolFinding, written.error().message);
+  }
+  if (request.asJson) {
+    printJson(JsonValue::object({{"id", *id}, {"keys", shown(directoryOf(request.path), ring)}}));
+  } else {
+    printForPeople(*id + " " + did);
+    warnOfReaders(directoryOf(request.path));
+  }
+  return eToolDone;
+}
+
+Result<std::string> use(const KeysRequest& request, KeyRing& ring) {
+  auto id = ring.use(request.id);
+  if (!id || request.isForced) return id;
+  if (auto known = checkKnown(directoryOf(request.path), *id); !known) return known.error();
+  return id;
+}
+
+bool wantsId(const std::string& action) { return action == "use" || action == "remove"; }
+
+ToolStatus keys(const KeysRequest& request) {
+  const std::string directory = directoryOf(request.path);
+  const ToolHost host(directory);
+  if (auto usable = host.checkDirectory(); !usable) {
+    return toolProblem(eToolUsage, usable.error().message);
+  }
+  if (wantsId(request.action) == request.id.empty()) {
+    return toolProblem(eToolUsage, request.id.empty()
+                                       ? "keys DIR " + request.action +
+                                             " needs the key's ID; keys "
+                                             "DIR list shows them"
+                                       : inQuotes(request.id) + " is one word too many");
+  }
+  auto ring = KeyRing::read(directory);
+  if (!ring) return toolProblem(eToolFinding, ring.error().message);
+  if (request.action == "list") return list(request, *ring);
+  if (request.action == "add") {
+    return change(
+        request, *ring, [](KeyRing& all) { return all.add(); },
+        ring->isEmpty() ? "is there, and used" : "is there; it is not used yet");
+  }
+  if (request.action == "use") {
+    return change(
+        request, *ring, [&](KeyRing& all) { return use(request, all); }, "is used now");
+  }
+  if (request.action == "remove") {
+    return change(
+        request, *ring, [&](KeyRing& all) { return all.remove(request.id, request.isForced); },
+        "is removed");
+  }
+  return toolProblem(eToolUsage,
+                     inQuotes(request.action) + " is none of list, add, use and remove");
+}
+
+}  // namespace
+
+void addKeysCommand(CommandLine& line) {
+  addShareCommand<KeysRequest>(
+      line, {"keys", "Show and change the keys that a share's datagrams are sealed with",
+             [](CommandOptions& options, KeysRequest& request) {
+               options.word("DIR", request.path, "The projects directory");
+               options.word("ACTION", request.action, "list, add, use or remove");
+               options.offer({"list", "add", "use", "remove"});
+               options.optionalWord("ID", request.id,
+                                    "The key, or the beginning of its identifier");
+               options.flag("--force", request.isForced,
+                            "Use a key that not all know, remove one that is in use");
+               options.flag("--json", request.asJson, "One JSON object instead of a table");
+               options.footer(kRotation);
+             },
+             keys});
+}
+
+}  // namespace korvel
