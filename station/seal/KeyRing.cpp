@@ -40,14 +40,6 @@ void nameKey(SealKey& key) {
   crypto_generichash(key.id.data(), key.id.size(), key.bytes.data(), key.bytes.size(), nullptr, 0);
 }
 
-std::string timeNow() {
-  const std::time_t now = std::time(nullptr);
-  std::tm parts{};
-  ::gmtime_r(&now, &parts);
-  char text[32];
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
-}
-
 std::string pathIn(const std::string& directory) { return directory + "/" + KeyRing::kFile; }
 
 Error noRing(const std::string& path, const std::string& why) {
@@ -113,7 +105,7 @@ Result<std::string> KeyRing::add() {
   if (sodium_init() < 0) return Error{ErrorCode::eSystem, "This machine has no random bytes.", {}};
   randombytes_buf(key.bytes.data(), key.bytes.size());
   nameKey(key);
-  key.made = timeNow();
+  key.made = utcText(std::time(nullptr));
   key.isUsed = keys_.empty();
   keys_.push_back(key);
   return key.idText();

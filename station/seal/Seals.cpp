@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "host/base/Log.h"
-#include "station/base/QuietThread.h"
+#include "station/base/HostThread.h"
 
 namespace korvel {
 

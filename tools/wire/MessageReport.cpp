@@ -208,7 +208,7 @@ JsonValue shownSeal(const Seal& seal) {
                             {"sender", hexText(seal.sender)},
                             {"start", hexText(seal.boot)},
                             {"sequence", static_cast<unsigned long>(seal.sequence)},
-                            {"time", textOfTime(seal.time / kSecond)}});
+                            {"time", utcText(seal.time / kSecond)}});
 }
 
 }  // namespace
