@@ -204,10 +204,10 @@ class OptionReader {
   explicit OptionReader(const GivenOptions& given) : given_(given) {}
 
   Result<Options> settle() {
-    const auto steps = {&OptionReader::projects,  &OptionReader::user,   &OptionReader::host,
-                        &OptionReader::machine,   &OptionReader::mode,   &OptionReader::sendTo,
-                        &OptionReader::listen,    &OptionReader::media,  &OptionReader::config,
-                        &OptionReader::port,      &OptionReader::plugin, &OptionReader::files,
+    const auto steps = {&OptionReader::projects,   &OptionReader::user,   &OptionReader::host,
+                        &OptionReader::machine,    &OptionReader::mode,   &OptionReader::sendTo,
+                        &OptionReader::listen,     &OptionReader::media,  &OptionReader::config,
+                        &OptionReader::port,       &OptionReader::plugin, &OptionReader::files,
                         &OptionReader::shareHeard, &OptionReader::seal};
     for (const auto step : steps) {
       if (auto taken = (this->*step)(); !taken) return taken.error();

@@ -127,9 +127,9 @@ class FolderChangeScope {
 /// A text for the user that no panel took.
 struct Notification {
   std::chrono::system_clock::time_point time;
-  std::string text;      ///< as it came: UTF-8, if its sender wrote that
-  std::string source{};  ///< the user who wrote it; empty where this station did
-  bool isCut = false;    ///< the separator of fields ended it
+  std::string text;           ///< as it came: UTF-8, if its sender wrote that
+  std::string source{};       ///< the user who wrote it; empty where this station did
+  bool isCut = false;         ///< the separator of fields ended it
   bool isUnverified = false;  ///< its sender could have sealed it, and did not
 
   /// The local time of day as "2024-05-31 12:00:00".

@@ -72,8 +72,8 @@ inline constexpr std::size_t kMostHexBytes = 2048;
 /// A datagram that is being delivered: the currentMessage().
 struct ReceivedMessage {
   std::string wireText;
-  MessageFields fields;  ///< what it says, read once for all of this station
-  Notification words;    ///< its text for people
+  MessageFields fields;       ///< what it says, read once for all of this station
+  Notification words;         ///< its text for people
   bool isUnverified = false;  ///< nobody vouches for its sender, though he could have sealed it
 
   void markUnverified() { isUnverified = words.isUnverified = true; }
