@@ -14,7 +14,11 @@ namespace korvel {
 namespace {
 
 Error changedSince(const std::string& what) {
-  return {ErrorCode::eChanged, what + " was changed since, here or by another station.", {}};
+  Error problem;
+  problem.code = ErrorCode::eChanged;
+  problem.message = what;
+  problem.message += " was changed since, here or by another station.";
+  return problem;
 }
 
 bool isSameRange(const ClipRange& a, const ClipRange& b) {
