@@ -17,12 +17,9 @@ if(KV_SANITIZE)
     add_compile_options(-fno-sanitize-recover=undefined)
   endif()
   # Several sources are compiled as one: half the time. Names of unnamed namespaces must differ within a library for it;
-  # where each source has the same by design (a family of commands), the library is left out by kv_separate_sources.
+  # where each source has the same by design (a family of commands), the library is SEPARATE.
   set(CMAKE_UNITY_BUILD ON)
 endif()
-function(kv_separate_sources target)
-  set_target_properties(${target} PROPERTIES UNITY_BUILD OFF)
-endfunction()
 # What is packaged survives less of a mistake: symbols bound and sealed at the start, checked buffers and stacks, and
 # programs at an address of the system's choice.
 if(CMAKE_BUILD_TYPE STREQUAL Release AND NOT KV_SANITIZE)
@@ -36,41 +33,41 @@ if(KV_FUZZ)
 endif()
 
 # Precompiled standard headers, for all builds but "dev", which goes without and so sees that every file includes what it
-# uses. kv_reuse_precompiled(TARGET FROM) takes those of another target, which must be compiled with the same options.
-set(KV_PRECOMPILED <algorithm> <filesystem> <functional> <map> <memory> <string> <string_view> <variant> <vector>)
-function(kv_precompile target)
-  if(KV_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL Release)
-    target_precompile_headers(${target} PRIVATE ${KV_PRECOMPILED} ${ARGN})
-  endif()
-endfunction()
-function(kv_reuse_precompiled target from)
-  if(KV_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL Release)
-    target_precompile_headers(${target} REUSE_FROM ${from})
-    set_target_properties(${target} PROPERTIES UNITY_BUILD ON)
-  endif()
-endfunction()
+# uses.
+if(KV_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL Release)
+  set(KV_PRECOMPILED <algorithm> <filesystem> <functional> <map> <memory> <string> <string_view> <variant> <vector>)
+endif()
 
-# One small source file a header, so that each is known to compile alone.
-function(kv_check_headers target)
-  set(sources "")
-  foreach(header IN LISTS ARGN)
-    file(RELATIVE_PATH path ${CMAKE_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR}/${header})
-    string(REPLACE "/" "_" stem ${path})
-    set(source ${CMAKE_CURRENT_BINARY_DIR}/alone/${stem}.cpp)
-    if(NOT EXISTS ${source})
-      file(WRITE ${source} "#include \"${path}\"\n")
-    endif()
-    list(APPEND sources ${source})
-  endforeach()
-  add_library(${target} OBJECT ${sources})
-  kv_separate_sources(${target})
-  target_link_libraries(${target} PRIVATE kv_options)
-endfunction()
-
-# kv_sources(TARGET FOLDER...): all sources of these folders, without those below them, belong to the target.
-function(kv_sources target)
-  foreach(folder IN LISTS ARGN)
+# kv_target(NAME EXECUTABLE|STATIC|SHARED|MODULE|OBJECT [SEPARATE] [MANUAL] [PRECOMPILED] [FOLDERS ...] [SOURCES ...]
+# [WITHOUT REGEX] [HEADERS ...] [LIBS ...] [PUBLIC ...] [DEFINE ...] [LINK ...] [NEEDS ...]): a target of all sources of
+# these folders, without those below them, and of these sources, but not of those that the expression matches. LIBS are
+# linked for itself, PUBLIC for its users, too; LINK gives options to the linker; NEEDS names what it starts or loads.
+# SEPARATE: never several sources as one. MANUAL: left out of "all". PRECOMPILED: with the standard headers and HEADERS.
+function(kv_target name kind)
+  cmake_parse_arguments(ARG "SEPARATE;MANUAL;PRECOMPILED" "WITHOUT" "FOLDERS;SOURCES;HEADERS;LIBS;PUBLIC;DEFINE;LINK;NEEDS" ${ARGN})
+  foreach(folder IN LISTS ARG_FOLDERS)
     file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
-    target_sources(${target} PRIVATE ${sources})
+    list(APPEND ARG_SOURCES ${sources})
   endforeach()
+  if(ARG_WITHOUT)
+    list(FILTER ARG_SOURCES EXCLUDE REGEX ${ARG_WITHOUT})
+  endif()
+  if(kind STREQUAL EXECUTABLE)
+    add_executable(${name} ${ARG_SOURCES})
+  else()
+    add_library(${name} ${kind} ${ARG_SOURCES})
+  endif()
+  set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ${ARG_MANUAL})
+  target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE kv_options ${ARG_LIBS})
+  target_link_options(${name} PRIVATE ${ARG_LINK})
+  target_compile_definitions(${name} PRIVATE ${ARG_DEFINE})
+  if(ARG_NEEDS)
+    add_dependencies(${name} ${ARG_NEEDS})
+  endif()
+  if(ARG_SEPARATE)
+    set_target_properties(${name} PROPERTIES UNITY_BUILD OFF)
+  endif()
+  if(ARG_PRECOMPILED AND KV_PRECOMPILED)
+    target_precompile_headers(${name} PRIVATE ${KV_PRECOMPILED} ${ARG_HEADERS})
+  endif()
 endfunction()

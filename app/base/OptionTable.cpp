@@ -139,6 +139,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kNumberKeys[] = {kPortKey, "log_incoming_net_messages", "Administrator"};
+constexpr const char* kPluginName = "ProjectShare.so";
 constexpr int kHighestPort = 65535;
 
 Error unusable(const GivenValue& value, const std::string& what) {
@@ -150,15 +151,14 @@ std::string hostName() {
   return ::gethostname(name, HOST_NAME_MAX) == 0 && *name ? name : "localhost";
 }
 
-/// The library beside the program, else the one that is installed with it. The program's place
-/// counts, not the prefix that it was built for.
-std::string pluginBesideProgram() {
+/// Where the plug-in and the icons lie: beside the program, or where they are installed with it.
+/// The program's place counts, not the folder that it is run in.
+fs::path libraryFolder() {
   std::error_code problem;
   const fs::path folder = fs::read_symlink("/proc/self/exe", problem).parent_path();
-  const fs::path beside = folder / "ProjectShare.so";
-  const fs::path installed =
-      (folder / KV_INSTALLED_LIBRARIES / "ProjectShare.so").lexically_normal();
-  return fs::exists(installed, problem) && !fs::exists(beside, problem) ? installed : beside;
+  if (fs::exists(folder / kPluginName, problem)) return folder;
+  const fs::path installed = (folder / KV_INSTALLED_LIBRARIES).lexically_normal();
+  return fs::exists(installed / kPluginName, problem) ? installed : folder;
 }
 
 std::string absolutePath(const std::string& path) {
@@ -367,7 +367,8 @@ class OptionReader {
   Result<void> plugin() {
     const GivenValue* value = last("plugin");
     if (value && value->text.empty()) return unusable(*value, "is no file.");
-    station().plugin = value ? absolutePath(value->text) : pluginBesideProgram();
+    station().plugin = value ? absolutePath(value->text) : (libraryFolder() / kPluginName).string();
+    station().config.try_emplace("resources", libraryFolder() / "resources");
     return {};
   }
 

@@ -7,8 +7,8 @@
 
 namespace korvel {
 
-/// The folder of the host's resources: the configuration's `resources`, else the folder "resources"
-/// beside the library (or program) that holds the toolkit. Any thread.
+/// The folder of the host's resources: the configuration's `resources`, which kv-station sets, else
+/// the folder "resources" beside the library that holds the toolkit. Any thread.
 std::string resourceDirectory();
 
 /// The size in pixels of the PNG picture in a file; nothing when it cannot be read or is no PNG.

@@ -63,7 +63,8 @@ TEST_F(OptionsTest, TheDefaultsAreThoseOfAWorkstation) {
   EXPECT_TRUE(given.station.networkMode);
   EXPECT_TRUE(given.station.sendTo.empty());
   EXPECT_EQ(given.station.listen, "0.0.0.0");
-  EXPECT_TRUE(given.station.config.empty());
+  EXPECT_EQ(given.station.config.size(), 1U);
+  EXPECT_TRUE(given.station.config.at("resources").ends_with("/resources"));
   EXPECT_EQ(fs::path(given.station.plugin).filename(), "ProjectShare.so");
   EXPECT_TRUE(given.script.empty() && given.events.empty() && !given.keepsGoing);
   EXPECT_FALSE(given.station.user.empty());
