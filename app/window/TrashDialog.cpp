@@ -15,6 +15,8 @@ namespace {
 
 enum TrashColumn { eTrashName, eTrashKind, eTrashOwner, eTrashTime, eTrashBy, eTrashSize };
 
+constexpr QSize kTrashSize{720, 360};
+
 QTreeWidgetItem* trashItem(const TrashRow& row) {
   const QString name = oneLine(row.name.isEmpty() ? row.key : row.name);
   auto* item = new QTreeWidgetItem({name, row.kind, oneLine(row.owner), shownTime(row.deleted),
@@ -41,7 +43,7 @@ TrashDialog::TrashDialog(QWidget* parent)
   list_->setAllColumnsShowFocus(true);
   list_->setTextElideMode(Qt::ElideMiddle);
   list_->setSelectionMode(QAbstractItemView::ExtendedSelection);
-  const int widths[] = {230, 60, 90, 130, 90};
+  const int widths[] = {220, 50, 90, 130, 90};
   for (int column = 0; const int width : widths) list_->setColumnWidth(column++, width);
   hint_->setObjectName(QStringLiteral("trashHint"));
   hint_->setProperty("role", "quiet");
@@ -55,7 +57,8 @@ TrashDialog::TrashDialog(QWidget* parent)
   layout->addWidget(hint_);
   layout->addWidget(list_, 1);
   layout->addWidget(buttons);
-  resize(720, 360);
+  const QSize room = parent ? parent->window()->size() : kTrashSize;
+  resize(kTrashSize.boundedTo(room));
   connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
   connect(list_, &QTreeWidget::itemSelectionChanged, this, &TrashDialog::enable);
   connect(restore_, &QPushButton::clicked, this, [this] { Q_EMIT restoreWanted(chosen()); });
