@@ -15,8 +15,8 @@ namespace {
 using Texts = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
 
-constexpr DeliveryLanes::Source kAnna{Ipv4{0x0A000001}, 0};
-constexpr DeliveryLanes::Source kStranger{Ipv4{0x0A000002}, 0};
+constexpr DeliveryLanes::Source kAnnaAway{Ipv4{0x0A000001}, 0};
+constexpr DeliveryLanes::Source kStrangerAway{Ipv4{0x0A000002}, 0};
 
 /// Edits that are announced await a file of their cookie's name; owners of "E404" are dropped.
 class AwaitedFilesTest : public testing::Test {
@@ -63,12 +63,12 @@ class AwaitedFilesTest : public testing::Test {
 
 TEST_F(AwaitedFilesTest, AFileThatIsThereIsNotAwaited) {
   write("E0001");
-  files_->take(kAnna, message(14, "E0001"));
+  files_->take(kAnnaAway, message(14, "E0001"));
   EXPECT_EQ(delivered_, Texts{"EditCreated E0001"});
 }
 
 TEST_F(AwaitedFilesTest, AMessageIsHeldUntilItsFileComes) {
-  files_->take(kAnna, message(14, "E0001"));
+  files_->take(kAnnaAway, message(14, "E0001"));
   EXPECT_EQ(files_->held(), 1u);
   write("E0001");
   ASSERT_TRUE(delivers(1));
@@ -80,9 +80,9 @@ TEST_F(AwaitedFilesTest, AHundredAndTwentyWithoutAFileDelayNoOther) {
   write("E0001");
   const auto start = Clock::now();
   for (int each = 0; each < 120; ++each) {
-    files_->take(kStranger, message(14, "E00" + std::to_string(100 + each)));
+    files_->take(kStrangerAway, message(14, "E00" + std::to_string(100 + each)));
   }
-  files_->take(kAnna, message(14, "E0001"));
+  files_->take(kAnnaAway, message(14, "E0001"));
   // What no longer found room was given to the plug-in at once, as waited for.
   ASSERT_EQ(delivered_.size(), 120 - AwaitedFiles::kMaxOfSource + 1);
   EXPECT_EQ(delivered_.back(), "EditCreated E0001");
@@ -93,9 +93,9 @@ TEST_F(AwaitedFilesTest, AHundredAndTwentyWithoutAFileDelayNoOther) {
 }
 
 TEST_F(AwaitedFilesTest, ALaterMessageAboutTheObjectStaysBehind) {
-  files_->take(kAnna, message(14, "E0001"));
-  files_->take(kAnna, message(2, "E0001"));
-  files_->take(kAnna, message(2, "E0002"));
+  files_->take(kAnnaAway, message(14, "E0001"));
+  files_->take(kAnnaAway, message(2, "E0001"));
+  files_->take(kAnnaAway, message(2, "E0002"));
   EXPECT_EQ(delivered_, Texts{"EditSaved E0002"});
   write("E0001");
   ASSERT_TRUE(delivers(3));
@@ -112,13 +112,13 @@ TEST_F(AwaitedFilesTest, InAllNoMoreThan256AreHeld) {
 }
 
 TEST_F(AwaitedFilesTest, AMessageAboutNothingThatThereIsIsDropped) {
-  files_->take(kStranger, message(5, "E404", "BOB"));
+  files_->take(kStrangerAway, message(5, "E404", "BOB"));
   hostThread_.runPending();
   EXPECT_EQ(delivered_, Texts{});
 }
 
 TEST_F(AwaitedFilesTest, NothingIsDeliveredOnceItIsGone) {
-  files_->take(kAnna, message(14, "E0001"));
+  files_->take(kAnnaAway, message(14, "E0001"));
   files_.reset();
   write("E0001");
   hostThread_.runPending();
