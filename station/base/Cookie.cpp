@@ -39,7 +39,7 @@ bool allHex(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return digitValue(c) >= 0; });
 }
 
-std::uint8_t byteAt(std::string_view digits, std::size_t index) {
+std::uint8_t hexByteAt(std::string_view digits, std::size_t index) {
   return static_cast<std::uint8_t>(digitValue(digits[2 * index]) * 16 +
                                    digitValue(digits[2 * index + 1]));
 }
@@ -65,7 +65,7 @@ UUID uuidFromDigits(std::string_view digits) {
   std::copy(digits.begin(), digits.end(), padded.end() - digits.size());
   const std::string_view whole(padded.data(), padded.size());
   UUID uuid;
-  for (std::size_t i = 0; i < uuid.bytes.size(); ++i) uuid.bytes[i] = byteAt(whole, i);
+  for (std::size_t i = 0; i < uuid.bytes.size(); ++i) uuid.bytes[i] = hexByteAt(whole, i);
   return uuid;
 }
 
@@ -76,8 +76,8 @@ Cookie fromTextForm(std::string_view text) {
   const std::string_view tail = text.substr(1 + digits.size());
   if (!isUuidText(digits) || !(tail.empty() || isTailText(tail))) return {};
   if (tail.empty()) return Cookie(uuidFromDigits(digits), text[0]);
-  return Cookie(uuidFromDigits(digits), text[0], byteAt(tail.substr(1), 0),
-                byteAt(tail.substr(1), 1));
+  return Cookie(uuidFromDigits(digits), text[0], hexByteAt(tail.substr(1), 0),
+                hexByteAt(tail.substr(1), 1));
 }
 
 Cookie fromName(std::string_view name) {

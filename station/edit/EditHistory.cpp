@@ -60,9 +60,9 @@ Result<std::vector<Version>> versionsOf(const Cookie& cookie, std::string& markN
   const auto document = OtioDocument::parse(*bytes);
   const auto identity = stampOfFile(path);
   if (!document || !identity) return versions;
-  constexpr std::int64_t kSecond = 1'000'000'000;
+  constexpr std::int64_t kNanoseconds = 1'000'000'000;
   versions->push_back(
-      {path, document->stamp().number, markNow, identity->modified / kSecond, bytes->size()});
+      {path, document->stamp().number, markNow, identity->modified / kNanoseconds, bytes->size()});
   return versions;
 }
 

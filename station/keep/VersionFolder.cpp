@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::size_t kMarkLength = 8;
 constexpr std::size_t kShortMark = 4;
-constexpr std::int64_t kSecond = 1'000'000'000;
+constexpr std::int64_t kNanosecondsASecond = 1'000'000'000;
 constexpr std::int64_t kDay = 86'400;
 
 /// What link() says where the file system has no hard links, or no more of them for this file.
@@ -126,7 +126,7 @@ Result<std::vector<Version>> VersionFolder::list() const {
     version.path = folder_ + "/" + name;
     const auto identity = stampOfFile(version.path);
     if (!identity) continue;
-    version.modified = identity->modified / kSecond;
+    version.modified = identity->modified / kNanosecondsASecond;
     version.size = identity->size;
     versions.push_back(std::move(version));
   }

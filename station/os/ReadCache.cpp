@@ -165,8 +165,10 @@ std::string nameFor(const std::string& folder) {
   return name;
 }
 
+}  // namespace
+
 /// What a thread does that may have to be left to itself.
-class Errand {
+class CacheErrand {
  public:
   bool awaitEnd() {
     std::unique_lock lock(mutex_);
@@ -188,9 +190,11 @@ class Errand {
   bool hasEnded_ = false;
 };
 
+namespace {
+
 /// Runs the work on a thread of its own, or on this one where the machine has none left.
 template <typename Work>
-void run(const std::shared_ptr<Errand>& errand, Work work) {
+void run(const std::shared_ptr<CacheErrand>& errand, Work work) {
   auto all = [errand, work = std::move(work)] {
     try {
       work();
@@ -208,12 +212,12 @@ void run(const std::shared_ptr<Errand>& errand, Work work) {
 
 }  // namespace
 
-class ReadCache::Loading : public Errand {
+class ReadCache::Loading : public CacheErrand {
  public:
   std::string bytes;
 };
 
-class ReadCache::Saving : public Errand {};
+class ReadCache::Saving : public CacheErrand {};
 
 ReadCache::ReadCache(std::string directory, std::string folder, std::size_t most)
     : directory_(std::move(directory)), folder_(std::move(folder)), most_(most) {
