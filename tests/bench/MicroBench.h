@@ -46,5 +46,6 @@ class MicroBench {
 void addMessagePairs(MicroBench& bench);
 void addLockPairs(MicroBench& bench);
 void addPermissionPairs(MicroBench& bench);
+void addSealPairs(MicroBench& bench);
 
 }  // namespace korvel
