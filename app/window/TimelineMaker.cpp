@@ -102,7 +102,7 @@ double rateOf(const Timeline& timeline) {
   return 24;
 }
 
-/// Of a clip within a nested one, the part of the track that it is in: "0/2" for "0/2/1".
+/// Of a clip within a nested one, the place in the track where it lies: "0/2" for "0/2/1".
 QString partOf(const std::string& path) {
   return readableText(path).section(QLatin1Char('/'), 0, 1);
 }
