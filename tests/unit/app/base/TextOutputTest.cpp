@@ -121,6 +121,11 @@ TEST(TextOutput, ANotificationNamesItsSender) {
   EXPECT_EQ(shownOf("notification", {{"text", "lunch?"}}), "Notification: lunch?\n");
 }
 
+TEST(TextOutput, ASenderWhomNobodyVouchesForIsMarked) {
+  EXPECT_EQ(shownOf("notification", {{"text", "lunch?"}, {"source", "ANNA"}, {"unverified", true}}),
+            "Notification from ANNA (unverified): lunch?\n");
+}
+
 TEST(TextOutput, WordsThatWereCutSaySo) {
   EXPECT_EQ(
       shownOf("notification", {{"text_hex", "323020e282"}, {"source", "ANNA"}, {"cut", true}}),
