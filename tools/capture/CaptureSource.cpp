@@ -270,9 +270,12 @@ class PacketCapture : public iCaptureSource {
   ~PacketCapture() override { finish(); }
 
   void finish() override {
+    if (!thread_.joinable()) return;
     isEnding_ = true;
     pcap_breakloop(capture_.get());
-    if (thread_.joinable()) thread_.join();
+    isBroken_ = true;
+    isBroken_.notify_all();
+    thread_.join();
   }
 
   [[nodiscard]] std::string manner() const override {
@@ -292,6 +295,8 @@ class PacketCapture : public iCaptureSource {
       }
       count();
     }
+    // What follows closes the descriptor by which pcap_breakloop() wakes this thread.
+    isBroken_.wait(false);
     takeTheRest();
   }
 
@@ -325,6 +330,7 @@ class PacketCapture : public iCaptureSource {
   Hearing hearing_;
   CaptureQueue& queue_;
   std::atomic<bool> isEnding_{false};
+  std::atomic<bool> isBroken_{false};  ///< pcap_breakloop() has returned
   std::thread thread_;
 };
 
