@@ -59,6 +59,7 @@ class BudgetTest : public testing::Test {
 
   /// Until what was made is at rest, and the project's folder tells that time has passed.
   void letAllComeToRest() const {
+    // A file is at rest 2 s after its last change; nothing tells when that is over.
     std::this_thread::sleep_for(std::chrono::milliseconds(2200));
     static_cast<void>(folder_.write(numbered('P', 0) + "/other.txt", ""));
     fs::remove(folder_ / (numbered('P', 0) + "/other.txt"));
@@ -127,6 +128,7 @@ TEST_F(BudgetTest, AnOpenProjectInWhichNothingHappens) {
   long minute = kIdleBudget + 1;
   for (int tries = 0; tries < kTries && minute > kIdleBudget; ++tries) {
     control_.count = 0;
+    // The time that is measured.
     std::this_thread::sleep_for(std::chrono::seconds(kSeconds));
     minute = static_cast<long>(control_.count.load()) * 60 / kSeconds;
   }

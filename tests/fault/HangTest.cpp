@@ -85,6 +85,7 @@ TEST_F(HangTest, AStationAnswersWhileItsShareHangsAndFindsAfterwardsWhatHappened
   ASSERT_TRUE(station.waitFor("health", {{"share", "bad"}}, StationProcess::Seconds(60)));
   while (std::chrono::steady_clock::now() < end) {
     EXPECT_TRUE(station.command("whoami", StationProcess::Seconds(5))["ok"].asBool());
+    // The pace of the questions while the share stalls.
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
   }
   static_cast<void>(folder_.write(project + "/G0001.json", R"({"name":"New","contents":[]})"));

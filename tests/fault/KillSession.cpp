@@ -84,7 +84,8 @@ bool KillSession::give(const std::string& line, bool& ok) {
   return true;
 }
 
-KillOutcome KillSession::run(int rounds) {
+KillOutcome KillSession::run(int rounds, Moments moments) {
+  moments_ = moments;
   for (outcome_.rounds = 0; outcome_.rounds < rounds; ++outcome_.rounds) {
     start();
     if (!takeUp()) break;
@@ -130,8 +131,8 @@ bool KillSession::takeUp() {
 }
 
 void KillSession::work() {
-  // A quick station saves all it changed: a third of the rounds ends with a change it did not.
-  const bool isLeftUnsaved = outcome_.rounds % 3 == 1 && !edits_.empty();
+  const bool isLeftUnsaved =
+      moments_ == Moments::eThirdAtRest && outcome_.rounds % 3 == 1 && !edits_.empty();
   if (isLeftUnsaved && !rename(edits_.front())) return;
   const auto delay = isLeftUnsaved ? kUntilKept : std::chrono::milliseconds(random(kLongest));
   const std::jthread killer([this, delay, process = station_->pid()] {

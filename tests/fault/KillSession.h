@@ -34,7 +34,11 @@ class KillSession {
  public:
   explicit KillSession(unsigned seed);
 
-  KillOutcome run(int rounds);
+  /// Where the kills fall: at random moments alone, or in every third round when a change that was
+  /// not saved is in the recovery files, since a quick station saves all else.
+  enum class Moments { eRandom, eThirdAtRest };
+
+  KillOutcome run(int rounds, Moments moments = Moments::eRandom);
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -79,6 +83,7 @@ class KillSession {
   Clock::time_point killed_;
   JsonValue answer_;
   int names_ = 0;
+  Moments moments_ = Moments::eRandom;
   int port_ = freeUdpPort();
   KillOutcome outcome_;
 };

@@ -8,7 +8,7 @@ namespace {
 
 TEST(KillSessionTest, NothingIsLostWhenAStationIsKilledAtAnyMoment) {
   KillSession session(20240531);
-  const KillOutcome outcome = session.run(12);
+  const KillOutcome outcome = session.run(12, KillSession::Moments::eThirdAtRest);
   EXPECT_EQ(outcome.lost, std::vector<std::string>{});
   EXPECT_EQ(outcome.rounds, 12);
   EXPECT_GT(outcome.saved, 20);
