@@ -1,7 +1,7 @@
 #pragma once
 
+#include "host/base/LightweightString.h"
 #include "host/base/Ptr.h"
-#include "host/base/Vector.h"
 #include "host/net/iNetworkService.h"
 #include "host/notify/Notifier.h"
 #include "host/project/ProjectListener.h"

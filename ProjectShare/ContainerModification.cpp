@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "host/base/Diagnostics.h"
+#include "host/base/Log.h"
 
 ContainerModification::ContainerModification(const LightweightString<char>& text)
     : value_(static_cast<std::uint32_t>(std::strtol(text.c_str(), nullptr, 10))),

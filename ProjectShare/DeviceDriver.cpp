@@ -3,7 +3,7 @@
 #include "ProjectShare/HostEntry.h"
 #include "ProjectShare/PermissionsManager.h"
 #include "ProjectShare/ProjectShare.h"
-#include "host/base/Diagnostics.h"
+#include "host/base/Log.h"
 
 namespace ProjectSharing {
 

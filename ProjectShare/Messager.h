@@ -3,9 +3,8 @@
 #include "host/base/LightweightString.h"
 #include "host/ui/GenIcon.h"
 #include "host/ui/GlobManager.h"
-#include "host/ui/ScrollableTextBox.h"
-#include "host/ui/TitleMenuButton.h"
-#include "host/ui/TitleTextBox.h"
+#include "host/ui/MenuGlob.h"
+#include "host/ui/TextBox.h"
 
 class NetMessage;
 

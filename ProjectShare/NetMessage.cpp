@@ -4,7 +4,6 @@
 #include <string>
 #include <string_view>
 
-#include "host/base/Diagnostics.h"
 #include "host/base/Log.h"
 #include "host/base/NumRange.h"
 #include "host/base/Text.h"

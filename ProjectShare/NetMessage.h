@@ -6,7 +6,6 @@
 #include "ProjectShare/ContainerModification.h"
 #include "host/base/Cookie.h"
 #include "host/base/LightweightString.h"
-#include "host/base/Vector.h"
 #include "host/edit/EditModification.h"
 
 /// The one record that workstations exchange about a shared project.

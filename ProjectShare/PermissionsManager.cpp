@@ -2,7 +2,7 @@
 
 #include "ProjectShare/HostEntry.h"
 #include "host/base/Config.h"
-#include "host/base/Diagnostics.h"
+#include "host/base/Log.h"
 #include "host/base/Text.h"
 #include "host/edit/Edit.h"
 #include "host/edit/EditManager.h"

@@ -8,7 +8,6 @@
 
 #include "host/base/Cookie.h"
 #include "host/base/LightweightString.h"
-#include "host/base/Vector.h"
 #include "host/project/iPermissionsManager.h"
 
 /// Knows the users of the shared projects, and decides whether the local one may change an object.

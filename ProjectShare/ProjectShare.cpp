@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "ProjectShare/HostEntry.h"
-#include "host/base/Diagnostics.h"
+#include "host/base/Log.h"
 #include "host/base/Text.h"
 #include "host/os/Files.h"
 #include "host/os/OS.h"

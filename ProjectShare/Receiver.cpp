@@ -6,7 +6,6 @@
 #include "ProjectShare/Broadcaster.h"
 #include "ProjectShare/HostEntry.h"
 #include "host/base/Config.h"
-#include "host/base/Diagnostics.h"
 #include "host/base/Log.h"
 #include "host/base/Text.h"
 #include "host/containers/ContainerManager.h"

@@ -8,9 +8,8 @@
 #include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
-#include "station/containers/Bins.h"
+#include "station/containers/CookieLists.h"
 #include "station/containers/Filters.h"
-#include "station/containers/Racks.h"
 
 using namespace korvel;
 

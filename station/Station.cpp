@@ -15,9 +15,8 @@
 #include "station/Trash.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
-#include "station/containers/Bins.h"
+#include "station/containers/CookieLists.h"
 #include "station/containers/Filters.h"
-#include "station/containers/Racks.h"
 #include "station/edit/Edits.h"
 #include "station/edit/UnsavedEdits.h"
 #include "station/keep/UndoList.h"
@@ -29,7 +28,7 @@
 #include "station/os/SharedFiles.h"
 #include "station/plugin/PluginLoader.h"
 #include "station/project/DelayedReread.h"
-#include "station/project/ObjectNames.h"
+#include "station/project/Names.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
 #include "station/seal/Seals.h"
@@ -37,8 +36,8 @@
 #include "station/watch/CatchUp.h"
 #include "station/watch/Health.h"
 #include "station/watch/Presence.h"
-#include "station/watch/TrafficCounts.h"
-#include "station/wire/MessageType.h"
+#include "station/watch/StationNote.h"
+#include "station/wire/MessageTable.h"
 
 namespace korvel {
 

@@ -15,7 +15,6 @@
 #include "station/edit/EditSummary.h"
 #include "station/edit/Edits.h"
 #include "station/keep/VersionFolder.h"
-#include "station/os/ObjectLock.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/Projects.h"
 #include "station/project/Records.h"

@@ -6,7 +6,7 @@
 #include <set>
 #include <sstream>
 
-#include "app/base/CommandLine.h"
+#include "app/base/Options.h"
 #include "station/base/Strings.h"
 
 namespace korvel {

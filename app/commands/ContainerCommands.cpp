@@ -4,8 +4,7 @@
 
 #include "station/Station.h"
 #include "station/base/Strings.h"
-#include "station/containers/Bins.h"
-#include "station/containers/Racks.h"
+#include "station/containers/CookieLists.h"
 #include "station/project/Projects.h"
 
 namespace korvel {

@@ -6,8 +6,8 @@
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
-#include "station/project/ObjectNames.h"
-#include "station/wire/MessageType.h"
+#include "station/project/Names.h"
+#include "station/wire/MessageTable.h"
 
 namespace korvel {
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "app/commands/CommandCall.h"
+#include "app/commands/Command.h"
 #include "host/base/Log.h"
 #include "station/Station.h"
 #include "station/base/Rendering.h"

@@ -4,7 +4,7 @@
 #include <optional>
 #include <utility>
 
-#include "app/commands/CommandCall.h"
+#include "app/commands/Command.h"
 #include "station/Station.h"
 #include "station/Trash.h"
 #include "station/base/Rendering.h"

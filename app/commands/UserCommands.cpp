@@ -13,9 +13,9 @@
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
-#include "station/project/ObjectNames.h"
+#include "station/project/Names.h"
 #include "station/watch/Presence.h"
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 
 namespace korvel {
 

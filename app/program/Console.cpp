@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "app/commands/CommandCall.h"
+#include "app/commands/Command.h"
 #include "station/base/HostThread.h"
 #include "station/base/Json.h"
 #include "station/base/Strings.h"

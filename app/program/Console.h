@@ -6,9 +6,8 @@
 #include <string>
 
 #include "app/base/EventSinks.h"
-#include "app/base/EventWriter.h"
 #include "app/base/TextOutput.h"
-#include "app/commands/CommandCall.h"
+#include "app/commands/Command.h"
 #include "app/program/LineReader.h"
 #include "station/Station.h"
 

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "app/base/EventSinks.h"
-#include "app/base/EventWriter.h"
 #include "app/base/Options.h"
 #include "app/base/TextOutput.h"
 #include "app/commands/Command.h"

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 
-#include "app/commands/CommandCall.h"
+#include "app/commands/Command.h"
 #include "app/window/DetailPane.h"
+#include "app/window/Dialogs.h"
 #include "app/window/HistoryPane.h"
 #include "app/window/ObjectsPane.h"
 #include "app/window/ProjectsPane.h"
-#include "app/window/Question.h"
 #include "app/window/Texts.h"
 #include "app/window/TimelineView.h"
 

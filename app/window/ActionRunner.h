@@ -5,8 +5,8 @@
 #include <functional>
 #include <optional>
 
-#include "app/window/ActionDialog.h"
 #include "app/window/ActionTable.h"
+#include "app/window/Dialogs.h"
 #include "app/window/HostLink.h"
 #include "app/window/TrashDialog.h"
 #include "app/window/UnsavedGuard.h"

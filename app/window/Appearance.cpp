@@ -1,11 +1,203 @@
 #include "app/window/Appearance.h"
 
 #include <QApplication>
+#include <QHash>
+#include <QPainter>
+#include <QPainterPath>
 #include <QPalette>
+#include <QPixmap>
 #include <QStyle>
 #include <QStyleFactory>
+#include <array>
 
 namespace korvel {
+
+namespace {
+
+/// Draws on a field of 16 by 16.
+class GlyphPainter {
+ public:
+  GlyphPainter(QPainter& painter, const QColor& colour) : painter_(painter), colour_(colour) {
+    painter_.setRenderHint(QPainter::Antialiasing);
+    painter_.setPen(QPen(colour, 1.4, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    painter_.setBrush(Qt::NoBrush);
+  }
+
+  void paint(Glyph glyph) {
+    using Draw = void (GlyphPainter::*)();
+    // In the order of Glyph.
+    constexpr std::array<Draw, 28> kDraw{
+        &GlyphPainter::project,   &GlyphPainter::padlock, &GlyphPainter::room,
+        &GlyphPainter::ring,      &GlyphPainter::held,    &GlyphPainter::triangle,
+        &GlyphPainter::question,  &GlyphPainter::pin,     &GlyphPainter::film,
+        &GlyphPainter::log,       &GlyphPainter::bin,     &GlyphPainter::rack,
+        &GlyphPainter::funnel,    &GlyphPainter::media,   &GlyphPainter::pencil,
+        &GlyphPainter::padlock,   &GlyphPainter::dots,    &GlyphPainter::openBook,
+        &GlyphPainter::dot,       &GlyphPainter::arrowIn, &GlyphPainter::triangle,
+        &GlyphPainter::bubble,    &GlyphPainter::bell,    &GlyphPainter::arrowRight,
+        &GlyphPainter::arrowLeft, &GlyphPainter::waves,   &GlyphPainter::cross,
+        &GlyphPainter::clock};
+    (this->*kDraw[static_cast<std::size_t>(glyph)])();
+  }
+
+ private:
+  void line(double x1, double y1, double x2, double y2) {
+    painter_.drawLine(QPointF(x1, y1), QPointF(x2, y2));
+  }
+  void box(double x, double y, double w, double h) {
+    painter_.drawRoundedRect(QRectF(x, y, w, h), 1.5, 1.5);
+  }
+  void fill() { painter_.setBrush(colour_); }
+  void shape(const QPolygonF& points) { painter_.drawPolygon(points); }
+
+  void project() {
+    painter_.drawPolyline(QPolygonF({{2, 12.5}, {2, 3.5}, {6, 3.5}, {7.5, 5.5}, {14, 5.5}}));
+    box(2, 5.5, 12, 7.5);
+  }
+  void padlock() {
+    box(3.5, 7, 9, 6.5);
+    painter_.drawArc(QRectF(5, 2, 6, 9), 0, 180 * 16);
+    fill();
+    painter_.drawEllipse(QPointF(8, 10.2), 0.7, 0.7);
+  }
+  void room() {
+    box(4, 2.5, 8, 11);
+    fill();
+    painter_.drawEllipse(QPointF(9.7, 8.2), 0.6, 0.6);
+  }
+  void ring() { painter_.drawEllipse(QPointF(8, 8), 4.5, 4.5); }
+  void held() {
+    fill();
+    painter_.drawEllipse(QPointF(8, 8), 4.8, 4.8);
+  }
+  void triangle() {
+    shape(QPolygonF({{8, 2.5}, {14, 13}, {2, 13}}));
+    line(8, 6.5, 8, 9.5);
+    line(8, 11.3, 8, 11.4);
+  }
+  void question() {
+    painter_.drawEllipse(QPointF(8, 8), 5.5, 5.5);
+    line(8, 11, 8, 11.1);
+    painter_.drawArc(QRectF(6.2, 4.6, 3.6, 3.6), -60 * 16, 240 * 16);
+    line(8.9, 8, 8, 9.2);
+  }
+  void pin() {
+    fill();
+    painter_.drawEllipse(QPointF(8, 8), 2.4, 2.4);
+    painter_.setBrush(Qt::NoBrush);
+    painter_.drawEllipse(QPointF(8, 8), 5.5, 5.5);
+  }
+  void film() {
+    box(2, 3.5, 12, 9);
+    line(5, 3.5, 5, 12.5);
+    line(11, 3.5, 11, 12.5);
+    line(5, 8, 11, 8);
+  }
+  void log() {
+    box(3, 2.5, 10, 11);
+    for (const double y : {5.5, 8.0, 10.5}) line(5.5, y, 10.5, y);
+  }
+  void bin() {
+    painter_.drawPolyline(QPolygonF({{2.5, 5}, {4, 13.5}, {12, 13.5}, {13.5, 5}}));
+    line(2, 5, 14, 5);
+    line(6, 2.5, 10, 2.5);
+  }
+  void rack() {
+    for (const double y : {2.5, 6.5, 10.5}) box(2.5, y, 11, 3);
+  }
+  void funnel() {
+    shape(QPolygonF({{2.5, 3}, {13.5, 3}, {9.3, 8.2}, {9.3, 13}, {6.7, 11.5}, {6.7, 8.2}}));
+  }
+  void media() {
+    box(2, 3, 12, 10);
+    fill();
+    shape(QPolygonF({{6.5, 5.8}, {10.5, 8}, {6.5, 10.2}}));
+  }
+  void pencil() {
+    shape(QPolygonF({{3, 13}, {3.6, 10}, {10.8, 2.8}, {13.2, 5.2}, {6, 12.4}}));
+    line(9.2, 4.4, 11.6, 6.8);
+  }
+  void dots() {
+    fill();
+    for (const double x : {4.0, 8.0, 12.0}) painter_.drawEllipse(QPointF(x, 8), 0.6, 0.6);
+  }
+  void openBook() {
+    line(8, 4.5, 8, 13);
+    shape(QPolygonF({{8, 4.5}, {2, 3}, {2, 11.5}, {8, 13}, {14, 11.5}, {14, 3}}));
+  }
+  void dot() {
+    fill();
+    painter_.drawEllipse(QPointF(8, 8), 2.6, 2.6);
+  }
+  void arrowIn() {
+    painter_.drawEllipse(QPointF(8, 8), 6, 6);
+    line(8, 4.8, 8, 11);
+    painter_.drawPolyline(QPolygonF({{5.4, 8.4}, {8, 11}, {10.6, 8.4}}));
+  }
+  void bubble() {
+    shape(QPolygonF({{2, 3}, {14, 3}, {14, 11}, {8, 11}, {5, 13.8}, {5, 11}, {2, 11}}));
+    line(5, 6, 11, 6);
+    line(5, 8.3, 9, 8.3);
+  }
+  void bell() {
+    QPainterPath path(QPointF(3, 11.5));
+    path.cubicTo(5, 9, 3.5, 3, 8, 3);
+    path.cubicTo(12.5, 3, 11, 9, 13, 11.5);
+    path.closeSubpath();
+    painter_.drawPath(path);
+    line(7.2, 13.6, 8.8, 13.6);
+  }
+  void arrowRight() {
+    line(2.5, 8, 13, 8);
+    painter_.drawPolyline(QPolygonF({{9.5, 4.5}, {13, 8}, {9.5, 11.5}}));
+  }
+  void arrowLeft() {
+    line(3, 8, 13.5, 8);
+    painter_.drawPolyline(QPolygonF({{6.5, 4.5}, {3, 8}, {6.5, 11.5}}));
+  }
+  void waves() {
+    for (const double size : {3.0, 7.0, 11.0}) {
+      painter_.drawArc(QRectF(8 - size / 2, 11 - size / 2, size, size), 45 * 16, 90 * 16);
+    }
+    line(8, 12, 8, 12.1);
+  }
+  void cross() {
+    line(4.5, 4.5, 11.5, 11.5);
+    line(11.5, 4.5, 4.5, 11.5);
+  }
+  void clock() {
+    painter_.drawEllipse(QPointF(8, 8), 5.8, 5.8);
+    painter_.drawPolyline(QPolygonF({{8, 4.6}, {8, 8}, {10.4, 9.4}}));
+  }
+
+  QPainter& painter_;
+  QColor colour_;
+};
+
+QPixmap drawn(Glyph glyph, const QColor& colour, int pixels) {
+  QPixmap pixmap(pixels, pixels);
+  pixmap.fill(Qt::transparent);
+  QPainter painter(&pixmap);
+  painter.scale(pixels / 16.0, pixels / 16.0);
+  GlyphPainter(painter, colour).paint(glyph);
+  return pixmap;
+}
+
+}  // namespace
+
+QIcon icon(Glyph glyph, const QColor& colour) {
+  static QHash<quint64, QIcon> made;
+  const quint64 key = (static_cast<quint64>(glyph) << 32) | colour.rgba();
+  QIcon& found = made[key];
+  if (found.isNull()) {
+    for (const int pixels : {16, 24, 32, 48}) {
+      const QPixmap pixmap = drawn(glyph, colour, pixels);
+      found.addPixmap(pixmap);
+      found.addPixmap(pixmap, QIcon::Selected);  // else styles tint it
+    }
+  }
+  return found;
+}
 
 namespace {
 

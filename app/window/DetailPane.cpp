@@ -4,8 +4,6 @@
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
-#include "app/window/ElidedLabel.h"
-#include "app/window/LongText.h"
 #include "app/window/Texts.h"
 
 namespace korvel {

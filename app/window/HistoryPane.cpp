@@ -11,8 +11,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "app/window/ElidedLabel.h"
-#include "app/window/LongText.h"
 #include "app/window/Texts.h"
 
 namespace korvel {

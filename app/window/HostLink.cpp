@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "app/commands/CommandCall.h"
+#include "app/commands/Command.h"
 #include "app/window/Texts.h"
-#include "app/window/TimelineMaker.h"
+#include "app/window/Timeline.h"
 #include "station/Trash.h"
 #include "station/base/HostThread.h"
 #include "station/base/Rendering.h"

@@ -13,7 +13,6 @@
 #include "app/window/EventFeed.h"
 #include "app/window/HistoryPane.h"
 #include "app/window/Snapshot.h"
-#include "app/window/SnapshotMaker.h"
 #include "app/window/Timeline.h"
 #include "app/window/TrashDialog.h"
 #include "app/window/iStationWindow.h"

@@ -10,7 +10,6 @@
 #include <QVBoxLayout>
 
 #include "app/window/Appearance.h"
-#include "app/window/Icons.h"
 #include "app/window/Texts.h"
 
 namespace korvel {

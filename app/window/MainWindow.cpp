@@ -8,20 +8,18 @@
 
 #include "app/window/ActionRunner.h"
 #include "app/window/DetailPane.h"
+#include "app/window/Dialogs.h"
 #include "app/window/HistoryPane.h"
-#include "app/window/KeptTools.h"
 #include "app/window/LogPane.h"
+#include "app/window/Menus.h"
 #include "app/window/MessageBar.h"
 #include "app/window/NotificationsPane.h"
 #include "app/window/ObjectsPane.h"
-#include "app/window/OutcomeTeller.h"
 #include "app/window/PanelDock.h"
 #include "app/window/ProjectsPane.h"
 #include "app/window/StatusLine.h"
-#include "app/window/TextDialogs.h"
 #include "app/window/Texts.h"
-#include "app/window/WindowMenus.h"
-#include "app/window/WindowSettings.h"
+#include "app/window/WindowLayout.h"
 
 namespace korvel {
 

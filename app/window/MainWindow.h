@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "app/window/HostLink.h"
-#include "app/window/MainMenus.h"
+#include "app/window/Menus.h"
 #include "app/window/WindowLayout.h"
 
 namespace korvel {

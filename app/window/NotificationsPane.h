@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QPlainTextEdit>
+#include <QStringList>
 #include <QWidget>
 
 #include "app/window/EventFeed.h"
@@ -7,9 +9,22 @@
 class QLabel;
 class QListWidget;
 class QListWidgetItem;
-class QPlainTextEdit;
 
 namespace korvel {
+
+/// Lines of a conversation, of which only new ones are laid out. Stays at its end unless the reader
+/// scrolled away.
+class ConversationView : public QPlainTextEdit {
+  Q_OBJECT
+
+ public:
+  explicit ConversationView(QWidget* parent = nullptr);
+
+  void setLines(const QStringList& lines);
+
+ private:
+  QStringList lines_;
+};
 
 /// All notifications with their times and who wrote them, the latest first, and the whole text of
 /// the chosen one. What came while nobody saw the list is bold until the list is left again.

@@ -4,10 +4,7 @@
 #include <QVBoxLayout>
 
 #include "app/window/Appearance.h"
-#include "app/window/ChoiceKeeper.h"
-#include "app/window/ColumnFit.h"
-#include "app/window/Icons.h"
-#include "app/window/NaturalOrder.h"
+#include "app/window/Lists.h"
 
 namespace korvel {
 

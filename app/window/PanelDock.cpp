@@ -10,9 +10,8 @@
 #include <QVBoxLayout>
 
 #include "app/window/Appearance.h"
-#include "app/window/ConversationView.h"
-#include "app/window/Icons.h"
-#include "app/window/Scrolled.h"
+#include "app/window/NotificationsPane.h"
+#include "app/window/WindowLayout.h"
 #include "station/ui/Resources.h"
 
 namespace korvel {

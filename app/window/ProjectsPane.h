@@ -1,15 +1,65 @@
 #pragma once
 
+#include <QAbstractTableModel>
+#include <QString>
 #include <QWidget>
 #include <optional>
+#include <vector>
 
-#include "app/window/HoldersModel.h"
+#include "app/window/Appearance.h"
 #include "app/window/Snapshot.h"
 
 class QLabel;
 class QTreeView;
 
 namespace korvel {
+
+/// A project or a room as its list shows it: its name, and its state with who holds it.
+struct HolderRow {
+  QString key;  ///< the same for as long as the thing exists
+  QString name;
+  Glyph kind = Glyph::eProject;
+  QString state;
+  Glyph sign = Glyph::eUnknown;               ///< the state's, beside its words
+  QColor Colours::*colour = &Colours::quiet;  ///< the sign's
+  QString tip;                                ///< on the state
+  bool isHere = false;                        ///< this station is in it
+
+  friend bool operator==(const HolderRow&, const HolderRow&) = default;
+};
+using HolderRows = std::vector<HolderRow>;  ///< in the order in which they are shown
+
+/// Projects or rooms as a table. New rows are taken over one by one, by their keys, so that views
+/// keep what is chosen whatever comes, goes or moves beside it.
+class HoldersModel : public QAbstractTableModel {
+  Q_OBJECT
+
+ public:
+  enum Column { eName, eState, eColumns };
+
+  using QAbstractTableModel::QAbstractTableModel;
+
+  void setRows(HolderRows rows);
+  [[nodiscard]] const HolderRows& rows() const { return rows_; }
+
+  /// The row with this key; below zero where there is none.
+  [[nodiscard]] int rowOf(const QString& key) const;
+
+  int rowCount(const QModelIndex& parent = {}) const override;
+  int columnCount(const QModelIndex& parent = {}) const override;
+  QVariant data(const QModelIndex& index, int role) const override;
+
+ private:
+  void removeMissing(const HolderRows& rows);
+  void putInPlace(const HolderRow& wanted, int row);
+  [[nodiscard]] int rowFrom(int first, const QString& key) const;
+  void removeAt(int row);
+  void insertAt(int row, const HolderRow& what);
+  void moveRow(int from, int to);
+  [[nodiscard]] QVariant iconOf(const HolderRow& row, int column) const;
+
+  HolderRows rows_;
+};
 
 class ColumnFit;
 

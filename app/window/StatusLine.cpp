@@ -3,8 +3,6 @@
 #include <algorithm>
 
 #include "app/window/Appearance.h"
-#include "app/window/ElidedLabel.h"
-#include "app/window/Icons.h"
 #include "app/window/Texts.h"
 
 namespace korvel {

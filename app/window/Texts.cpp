@@ -1,8 +1,14 @@
 #include "app/window/Texts.h"
 
+#include <QHelpEvent>
+#include <QPainter>
+#include <QPlainTextEdit>
+#include <QStyle>
 #include <QTextDocument>
+#include <QToolTip>
+#include <algorithm>
 
-#include "app/base/CommandLine.h"
+#include "app/base/Options.h"
 
 namespace korvel {
 
@@ -50,6 +56,65 @@ QString menuText(const QString& text) {
 
 QString quoted(const QString& word) {
   return QString::fromStdString(quotedWord(word.toStdString()));
+}
+
+namespace {
+
+/// The toolkit's time to break a word over lines grows with the square of its length: 60 000
+/// letters take it most of a second.
+constexpr int kLongestWord = 2000;
+
+bool hasEndlessWord(const QString& text) {
+  int length = 0;
+  return std::ranges::any_of(text, [&length](QChar letter) {
+    length = letter.isSpace() ? 0 : length + 1;
+    return length > kLongestWord;
+  });
+}
+
+}  // namespace
+
+void wrapFor(QPlainTextEdit& view, const QString& text) {
+  if (hasEndlessWord(text)) view.setWordWrapMode(QTextOption::WrapAnywhere);
+}
+
+void showLongText(QPlainTextEdit& view, const QString& text) {
+  view.clear();
+  view.setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+  wrapFor(view, text);
+  view.setPlainText(text);
+}
+
+namespace {
+
+constexpr int kLeastLabelWidth = 24;
+
+}  // namespace
+
+ElidedLabel::ElidedLabel(QWidget* parent) : QLabel(parent) { setTextFormat(Qt::PlainText); }
+
+bool ElidedLabel::isElided() const {
+  return fontMetrics().horizontalAdvance(text()) > contentsRect().width();
+}
+
+QSize ElidedLabel::minimumSizeHint() const {
+  return {kLeastLabelWidth, QLabel::minimumSizeHint().height()};
+}
+
+bool ElidedLabel::event(QEvent* event) {
+  if (event->type() == QEvent::ToolTip && toolTip().isEmpty() && isElided()) {
+    QToolTip::showText(static_cast<QHelpEvent*>(event)->globalPos(), plainTip(text()), this);
+    return true;
+  }
+  return QLabel::event(event);
+}
+
+void ElidedLabel::paintEvent(QPaintEvent*) {
+  QPainter painter(this);
+  const QRect room = contentsRect();
+  const QString shown = fontMetrics().elidedText(text(), Qt::ElideRight, room.width());
+  style()->drawItemText(&painter, room, static_cast<int>(alignment() | Qt::TextSingleLine),
+                        palette(), isEnabled(), shown, foregroundRole());
 }
 
 }  // namespace korvel

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <QDateTime>
+#include <QLabel>
 #include <QString>
 #include <string>
+
+class QPlainTextEdit;
 
 namespace korvel {
 
@@ -30,5 +33,26 @@ QString shownTime(const QDateTime& time);
 
 /// A word as it must be typed for a command line to hold it whole.
 QString quoted(const QString& word);
+
+/// Has a view wrap its lines so that showing `text` takes no longer than it must: at the ends of
+/// words, or anywhere as soon as a word is too long for that.
+void wrapFor(QPlainTextEdit& view, const QString& text);
+
+/// Shows a text of any length.
+void showLongText(QPlainTextEdit& view, const QString& text);
+
+/// One line of plain text that ends in "…" where it does not fit; its tool tip is then the whole of
+/// it, unless it has been given another.
+class ElidedLabel : public QLabel {
+ public:
+  explicit ElidedLabel(QWidget* parent = nullptr);
+
+  [[nodiscard]] bool isElided() const;
+  [[nodiscard]] QSize minimumSizeHint() const override;
+
+ private:
+  bool event(QEvent* event) override;
+  void paintEvent(QPaintEvent* event) override;
+};
 
 }  // namespace korvel

@@ -2,11 +2,10 @@
 
 #include <algorithm>
 
-#include "app/commands/CommandCall.h"
-#include "app/window/ActionDialog.h"
+#include "app/commands/Command.h"
 #include "app/window/ActionTable.h"
+#include "app/window/Dialogs.h"
 #include "app/window/MessageBar.h"
-#include "app/window/Question.h"
 #include "app/window/Texts.h"
 
 namespace korvel {

@@ -2,11 +2,55 @@
 
 #include <QDockWidget>
 #include <QMainWindow>
+#include <QScrollArea>
 #include <QSettings>
+#include <QString>
+#include <vector>
 
 class QSplitter;
 
 namespace korvel {
+
+/// What the window remembers from one run to the next, in a file beside the station's own
+/// configuration, which people write by hand.
+inline QSettings windowSettings() {
+  return QSettings(QSettings::IniFormat, QSettings::UserScope, QStringLiteral("korvel"),
+                   QStringLiteral("station-window"));
+}
+
+/// The widget in an area without a frame that takes any size: where there is less room than the
+/// widget needs, it is scrolled, so that nothing in it is pressed over something else.
+inline QScrollArea* scrolled(QWidget* content) {
+  auto* area = new QScrollArea;
+  area->setFrameShape(QFrame::NoFrame);
+  area->setWidgetResizable(true);
+  area->setFocusPolicy(Qt::NoFocus);
+  area->setWidget(content);
+  return area;
+}
+
+class Desktop;
+
+/// A tool on the station's desktop, as the window remembers it from one run to the next.
+struct KeptTool {
+  QString type;
+  int sizeState = 0;  ///< as the toolkit counts: 0 open, 1 an icon
+  double x = 0;
+  double y = 0;
+
+  friend bool operator==(const KeptTool&, const KeptTool&) = default;
+};
+using KeptTools = std::vector<KeptTool>;
+
+/// The tools on the desktop now. Host thread.
+KeptTools toolsOn(const Desktop& desktop);
+
+/// Puts tools back as they were, unless some are there already: a script came first. Host thread.
+void putBack(const KeptTools& tools, Desktop& desktop);
+
+/// Remembers tools, and what was remembered.
+void keepTools(QSettings& settings, const KeptTools& tools);
+KeptTools keptTools(QSettings& settings);
 
 class DetailPane;
 class HistoryPane;

@@ -5,7 +5,6 @@
 
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
-#include "host/base/Vector.h"
 
 /// 128 bits that are unique to one stored object; all zero in a null cookie.
 struct UUID {

@@ -6,6 +6,11 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
+
+/// The host's growable array.
+template <typename T>
+using Vector = std::vector<T>;
 
 /// The host's reference-counted string.
 ///

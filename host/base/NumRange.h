@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "host/base/Diagnostics.h"
+#include "host/base/Log.h"
 
 /// A pair of numbers, start then end.
 ///

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/base/Cookie.h"
-#include "host/base/Vector.h"
-#include "host/media/MaterialFilename.h"
+#include "host/base/LightweightString.h"
+#include "host/media/DiskManager.h"
 #include "host/notify/Notifier.h"
 
 /// A media file that the system cache knows, with its proxies. The payload of the cache's

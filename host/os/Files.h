@@ -4,7 +4,6 @@
 
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
-#include "host/base/Vector.h"
 
 // Helpers on whole paths. Those that ask the file system give fresh answers on a network mount, and
 // may block with it.

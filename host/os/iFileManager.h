@@ -6,7 +6,6 @@
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
 #include "host/base/Ptr.h"
-#include "host/base/Vector.h"
 
 // The host's file manager: every file that a plug-in touches on the shared projects directory goes
 // through it.

@@ -2,7 +2,6 @@
 
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
-#include "host/base/Vector.h"
 
 // The plug-in protocol.
 //

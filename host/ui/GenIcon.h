@@ -2,7 +2,8 @@
 
 #include <optional>
 
-#include "host/ui/GlobCreationInfo.h"
+#include "host/base/HostApi.h"
+#include "host/ui/GlobManager.h"
 #include "host/ui/IconSet.h"
 #include "host/ui/StandardPanel.h"
 
@@ -67,4 +68,18 @@ class KV_HOST_API GenIcon : public StandardPanel {
   int sizeState_ = eIconState;
   Glob* dragSource_ = nullptr;
   std::optional<XY> restoredPosition_;
+};
+
+/// Dragging tools out of the toolbox. User-interface thread.
+class KV_HOST_API DragDropManager {
+ public:
+  /// Begins to drag a tool; one that was being dragged is left where it is.
+  static void beginDrag(GenIcon* tool);
+
+  /// Ends the drag: a tool that has a drag source leaves it, has none any more, and lies on the
+  /// desktop, centred on the mouse. Nothing when nothing is dragged, or when there is no desktop.
+  static void drop();
+
+  /// The tool that is being dragged, or null.
+  static GenIcon* dragged();
 };

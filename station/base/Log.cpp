@@ -16,7 +16,6 @@
 #include <string>
 #include <utility>
 
-#include "host/base/Diagnostics.h"
 #include "host/base/Log.h"
 #include "station/base/Events.h"
 #include "station/base/PipeWriter.h"

@@ -9,11 +9,10 @@
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/keep/UndoList.h"
-#include "station/os/ObjectLock.h"
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/DelayedReread.h"
-#include "station/project/ObjectNames.h"
+#include "station/project/Names.h"
 #include "station/project/Records.h"
 
 namespace korvel {

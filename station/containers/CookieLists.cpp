@@ -4,8 +4,11 @@
 #include <cstddef>
 #include <set>
 
+#include "station/base/HostParts.h"
 #include "station/base/Strings.h"
 #include "station/keep/UndoList.h"
+#include "station/project/ProjectFolder.h"
+#include "station/project/Records.h"
 
 namespace korvel {
 
@@ -131,3 +134,33 @@ std::string CookieLists::contentProblem(const JsonValue& content) const {
 }
 
 }  // namespace korvel
+
+using namespace korvel;
+
+namespace korvel {
+
+Bins::Bins() : CookieListManager("bin", "GM", "bins") {}
+
+Bins::~Bins() = default;
+
+}  // namespace korvel
+
+BinManager* BinManager::instance() { return hostParts().bins; }
+
+LightweightString<wchar_t> getFileNameForLogGroup(const Cookie& cookie,
+                                                  const LightweightString<wchar_t>& /*name*/,
+                                                  const Cookie& project) {
+  if (!project.isNull()) return wideText(recordPath(projectFolder(project), cookie));
+  const Bins* const bins = hostParts().bins;
+  return bins ? wideText(bins->fileOf(cookie)) : LightweightString<wchar_t>();
+}
+
+namespace korvel {
+
+Racks::Racks() : CookieListManager("rack", "B", "racks") {}
+
+Racks::~Racks() = default;
+
+}  // namespace korvel
+
+RackManager* RackManager::instance() { return hostParts().racks; }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 
+#include "station/base/HostParts.h"
 #include "station/containers/ContainerPart.h"
 
 namespace korvel {
@@ -41,6 +42,40 @@ class CookieLists : public ContainerPart {
   Result<void> takeOut(const Cookie& container, const Places& places);
   void noteAdded(const Cookie& container, const Places& places);
   void noteRemoved(const Cookie& container, const Places& places);
+};
+
+/// The host's manager of a kind of container that holds cookies: bins and racks. Host thread.
+template <typename Manager, typename Data>
+class CookieListManager : public ContainerNotifier<Manager, Data, CookieLists> {
+ public:
+  using ContainerNotifier<Manager, Data, CookieLists>::ContainerNotifier;
+
+  void destroy(const Cookie& cookie, const LightweightString<char>& /*reason*/) override {
+    this->forget(cookie);
+  }
+  void reload(const Cookie& cookie) override { this->readAgain(cookie); }
+};
+
+/// The open project's bins, each the file <cookie>.json of the project's folder. Building one makes
+/// it the host's BinManager. Host thread.
+class Bins : public CookieListManager<BinManager, BinData> {
+ public:
+  Bins();
+  ~Bins() override;
+
+ private:
+  const HostEntry<Bins> entry_{&HostParts::bins, *this};
+};
+
+/// The open project's racks, each the file <cookie>.json of the project's folder. Building one
+/// makes it the host's RackManager. Host thread.
+class Racks : public CookieListManager<RackManager, RackData> {
+ public:
+  Racks();
+  ~Racks() override;
+
+ private:
+  const HostEntry<Racks> entry_{&HostParts::racks, *this};
 };
 
 }  // namespace korvel

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "station/base/HostParts.h"
-#include "station/containers/ContainerNotifier.h"
 #include "station/containers/ContainerPart.h"
 
 namespace korvel {

@@ -9,11 +9,11 @@
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
-#include "station/edit/OtioClips.h"
+#include "station/edit/OtioDocument.h"
 #include "station/os/SharedFiles.h"
-#include "station/project/ObjectNames.h"
+#include "station/project/Names.h"
 #include "station/project/ProjectFolder.h"
-#include "station/project/ProjectListeners.h"
+#include "station/project/Projects.h"
 
 namespace korvel {
 

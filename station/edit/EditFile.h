@@ -8,14 +8,31 @@
 #include <string_view>
 #include <vector>
 
+#include "host/base/Cookie.h"
 #include "host/edit/Edit.h"
 #include "station/edit/EditSummary.h"
 #include "station/edit/OtioDocument.h"
-#include "station/edit/iUnsavedObserver.h"
-#include "station/keep/SavedFile.h"
-#include "station/os/ObjectLock.h"
+#include "station/keep/VersionFolder.h"
+#include "station/os/SharedFiles.h"
 
 namespace korvel {
+
+class EditFile;
+
+/// Who is told what becomes of the local user's unsaved changes. Host thread.
+class iUnsavedObserver {
+ public:
+  virtual ~iUnsavedObserver() = default;
+
+  /// An edit has an unsaved change more.
+  virtual void changed(const EditFile& edit) = 0;
+
+  /// An edit has no unsaved changes any more: they were saved, or the user dropped them.
+  virtual void settled(const Cookie& cookie) = 0;
+
+  /// An edit is about to lose its unsaved changes without the user's wish.
+  virtual void dropping(const EditFile& edit) = 0;
+};
 
 /// One loaded edit or log: its document in memory and what this station knows besides. Host thread.
 class EditFile : public Edit {

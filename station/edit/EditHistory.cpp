@@ -1,19 +1,229 @@
 #include "station/edit/EditHistory.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
 #include <ctime>
+#include <map>
 #include <optional>
 #include <utility>
 
 #include "station/base/Strings.h"
 #include "station/edit/EditActions.h"
-#include "station/edit/EditDifference.h"
+#include "station/edit/EditFile.h"
 #include "station/edit/Edits.h"
+#include "station/edit/OtioDocument.h"
 #include "station/keep/VersionFolder.h"
 #include "station/os/FolderListing.h"
 #include "station/os/SharedFiles.h"
 
 namespace korvel {
+
+namespace {
+
+using Clips = std::vector<ClipInfo>;
+using Words = std::vector<std::string>;
+
+/// Above this many pairs clips are matched by their places alone: a table of them would take too
+/// much time and memory.
+constexpr std::size_t kMostPairs = 16'000'000;
+
+constexpr std::size_t kMostInSummary = 3;
+
+bool isSameKind(const ClipInfo& a, const ClipInfo& b) {
+  return a.schema == b.schema && a.name == b.name;
+}
+
+bool isSameRange(const ClipInfo& a, const ClipInfo& b) {
+  constexpr double kTolerance = 1e-9;
+  if (a.hasRange != b.hasRange) return false;
+  return !a.hasRange || (std::abs(a.range.start - b.range.start) < kTolerance &&
+                         std::abs(a.range.end - b.range.end) < kTolerance);
+}
+
+std::string title(const ClipInfo& clip) {
+  std::string kind = clip.schema.substr(0, clip.schema.find('.'));
+  if (!kind.empty() && kind[0] >= 'A' && kind[0] <= 'Z') kind[0] = static_cast<char>(kind[0] + 32);
+  if (kind.empty()) kind = "item";
+  return kind + " " + (clip.name.empty() ? "at " + clip.path : inQuotes(clip.name));
+}
+
+std::string secondsText(double seconds) {
+  char text[32];
+  return {text, static_cast<std::size_t>(std::snprintf(text, sizeof text, "%.6g", seconds))};
+}
+
+std::string rangeText(const ClipInfo& clip) {
+  if (!clip.hasRange) return "all";
+  return secondsText(clip.range.start) + "-" + secondsText(clip.range.end) + " s";
+}
+
+/// Walks both lists and says what became of each clip of the first.
+class ClipComparison {
+ public:
+  ClipComparison(const Clips& before, const Clips& after) : before_(before), after_(after) {}
+
+  std::vector<ClipChange> changes() {
+    const std::size_t shorter = std::min(before_.size(), after_.size());
+    while (first_ < shorter && isSameKind(before_[first_], after_[first_])) {
+      compare(before_[first_], after_[first_]);
+      ++first_;
+    }
+    while (behind_ < shorter - first_ && isSameKind(fromEnd(before_), fromEnd(after_))) {
+      compare(fromEnd(before_), fromEnd(after_));
+      ++behind_;
+    }
+    compareMiddle();
+    return std::move(changes_);
+  }
+
+ private:
+  using Kind = ClipChange::Kind;
+
+  [[nodiscard]] const ClipInfo& fromEnd(const Clips& clips) const {
+    return clips[clips.size() - 1 - behind_];
+  }
+
+  void compare(const ClipInfo& before, const ClipInfo& after) {
+    if (isSameRange(before, after)) return;
+    changes_.push_back(
+        {Kind::eTrimmed, before.path, after.path,
+         title(after) + " trimmed to " + rangeText(after) + ", was " + rangeText(before)});
+  }
+
+  void removed(const ClipInfo& clip) { removed_.push_back(&clip); }
+  void added(const ClipInfo& clip) { added_.push_back(&clip); }
+
+  void compareMiddle() {
+    const std::size_t rows = before_.size() - first_ - behind_;
+    const std::size_t columns = after_.size() - first_ - behind_;
+    if (rows * columns > kMostPairs) {
+      for (std::size_t i = 0; i < rows; ++i) removed(before_[first_ + i]);
+      for (std::size_t i = 0; i < columns; ++i) added(after_[first_ + i]);
+    } else {
+      walk(rows, columns, longestCommon(rows, columns));
+    }
+    tellTheRest();
+  }
+
+  /// For each pair of ends, how many clips both have in common in the same order.
+  [[nodiscard]] std::vector<std::uint32_t> longestCommon(std::size_t rows,
+                                                         std::size_t columns) const {
+    std::vector<std::uint32_t> table((rows + 1) * (columns + 1), 0);
+    for (std::size_t row = rows; row-- > 0;) {
+      for (std::size_t column = columns; column-- > 0;) {
+        const std::size_t here = row * (columns + 1) + column;
+        const bool isSame = isSameKind(before_[first_ + row], after_[first_ + column]);
+        table[here] = isSame ? table[here + columns + 2] + 1
+                             : std::max(table[here + 1], table[here + columns + 1]);
+      }
+    }
+    return table;
+  }
+
+  void walk(std::size_t rows, std::size_t columns, const std::vector<std::uint32_t>& table) {
+    std::size_t row = 0;
+    std::size_t column = 0;
+    while (row < rows || column < columns) {
+      const std::size_t here = row * (columns + 1) + column;
+      const bool isInside = row < rows && column < columns;
+      if (isInside && isSameKind(before_[first_ + row], after_[first_ + column])) {
+        compare(before_[first_ + row++], after_[first_ + column++]);
+      } else if (column >= columns || (isInside && table[here + columns + 1] >= table[here + 1])) {
+        removed(before_[first_ + row++]);
+      } else {
+        added(after_[first_ + column++]);
+      }
+    }
+  }
+
+  /// A clip that went and one that came in the same place with the same range is the same one under
+  /// another name.
+  void tellTheRest() {
+    std::map<std::string, const ClipInfo*> newAt;
+    for (const ClipInfo* clip : added_) newAt[clip->path] = clip;
+    for (const ClipInfo* clip : removed_) {
+      const auto there = newAt.find(clip->path);
+      const bool isRenamed = there != newAt.end() && there->second->schema == clip->schema &&
+                             clip->hasRange && isSameRange(*clip, *there->second);
+      if (isRenamed) {
+        changes_.push_back({Kind::eRenamed, clip->path, clip->path,
+                            title(*clip) + " renamed to " + inQuotes(there->second->name)});
+        newAt.erase(there);
+      } else {
+        changes_.push_back({Kind::eRemoved, clip->path, {}, title(*clip) + " removed"});
+      }
+    }
+    for (const ClipInfo* clip : added_) {
+      if (!newAt.contains(clip->path)) continue;
+      changes_.push_back({Kind::eAdded, {}, clip->path, title(*clip) + " added"});
+    }
+  }
+
+  const Clips& before_;
+  const Clips& after_;
+  std::size_t first_ = 0;   ///< how many clips both begin with
+  std::size_t behind_ = 0;  ///< how many both end with
+  std::vector<const ClipInfo*> removed_;
+  std::vector<const ClipInfo*> added_;
+  std::vector<ClipChange> changes_;
+};
+
+/// Two versions without what differs in any two saves.
+bool holdSame(OtioDocument before, OtioDocument after) {
+  before.setStamp({});
+  after.setStamp({});
+  return before.json() == after.json();
+}
+
+std::string ownerText(const OtioDocument& document) {
+  const std::string owner = document.setting(EditFile::kOwnerKey);
+  return owner.empty() ? "nobody" : shownText(owner);
+}
+
+}  // namespace
+
+std::vector<ClipChange> clipChangesOf(const OtioDocument& before, const OtioDocument& after) {
+  const Clips old = listClips(before.json());
+  const Clips now = listClips(after.json());
+  return ClipComparison(old, now).changes();
+}
+
+std::vector<std::string> differencesOf(const OtioDocument& before, const OtioDocument& after) {
+  Words words;
+  if (before.name() != after.name()) {
+    words.push_back("renamed to " + inQuotes(after.name()) + ", was " + inQuotes(before.name()));
+  }
+  if (ownerText(before) != ownerText(after)) {
+    words.push_back("owner " + ownerText(after) + ", was " + ownerText(before));
+  }
+  for (ClipChange& each : clipChangesOf(before, after)) words.push_back(std::move(each.words));
+  if (words.empty() && !holdSame(before, after)) words.emplace_back("other content changed");
+  return words;
+}
+
+std::string summaryOf(const std::vector<std::string>& differences) {
+  if (differences.empty()) return "nothing differs";
+  std::string text;
+  if (differences.size() <= kMostInSummary) {
+    for (const std::string& each : differences) text += (text.empty() ? "" : "; ") + each;
+    return text;
+  }
+  std::map<std::string, int> counts;
+  for (const std::string& each : differences) {
+    const char* kind = "other change";
+    if (each.ends_with(" added")) kind = "added";
+    if (each.ends_with(" removed")) kind = "removed";
+    if (each.find(" trimmed to ") != std::string::npos) kind = "trimmed";
+    if (each.find("renamed to ") != std::string::npos) kind = "renamed";
+    ++counts[kind];
+  }
+  for (const auto& [kind, count] : counts) {
+    text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + kind;
+  }
+  return text;
+}
 
 namespace {
 

@@ -130,7 +130,7 @@ std::string keptText(const EditSummary& summary) {
   return head + summary.name + summary.owner;
 }
 
-std::optional<EditSummary> summaryOf(std::string_view keptText) {
+std::optional<EditSummary> keptSummary(std::string_view keptText) {
   EditSummary summary;
   std::size_t length = 0;
   const char* const end = keptText.data() + keptText.size();

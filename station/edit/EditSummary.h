@@ -24,7 +24,7 @@ std::size_t contentHash(std::string_view bytes);
 
 /// The summary as a cache of what was read holds it, and back.
 std::string keptText(const EditSummary& summary);
-std::optional<EditSummary> summaryOf(std::string_view keptText);
+std::optional<EditSummary> keptSummary(std::string_view keptText);
 
 /// Reads name and owner out of an edit's file without building its document, so that thousands are
 /// looked through in a moment. Checks the schema and that the text is whole, but not all of its

@@ -6,13 +6,53 @@
 #include "host/base/Log.h"
 #include "station/base/Events.h"
 #include "station/base/Strings.h"
-#include "station/edit/OtioClips.h"
+#include "station/edit/OtioDocument.h"
 #include "station/keep/TrashFolder.h"
 #include "station/os/FolderListing.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/DelayedReread.h"
 
 namespace korvel {
+
+void EditIndex::put(const Cookie& cookie, EditSummary summary) {
+  remove(cookie);
+  if (summary.problem.empty()) byName_.emplace(summary.name, cookie);
+  summaries_.emplace(cookie, std::move(summary));
+}
+
+void EditIndex::remove(const Cookie& cookie) {
+  const auto known = summaries_.find(cookie);
+  if (known == summaries_.end()) return;
+  removeName(cookie, known->second.name);
+  summaries_.erase(known);
+  stale_.erase(cookie);
+}
+
+void EditIndex::removeName(const Cookie& cookie, const std::string& name) {
+  auto [at, end] = byName_.equal_range(name);
+  for (; at != end; ++at) {
+    if (at->second == cookie) {
+      byName_.erase(at);
+      return;
+    }
+  }
+}
+
+void EditIndex::clear() {
+  summaries_.clear();
+  byName_.clear();
+  stale_.clear();
+}
+
+const EditSummary* EditIndex::find(const Cookie& cookie) const {
+  const auto known = summaries_.find(cookie);
+  return known == summaries_.end() ? nullptr : &known->second;
+}
+
+void EditIndex::findByName(const std::string& name, std::vector<NamedObject>& found) const {
+  auto [at, end] = byName_.equal_range(name);
+  for (; at != end; ++at) found.push_back({at->second, name});
+}
 
 namespace {
 
@@ -37,10 +77,10 @@ Result<StampedSummary> readStampedSummary(const std::string& path) {
 }
 
 /// What is known of the file from an earlier session.
-std::optional<EditSummary> keptSummary(const OpenProject& project, const std::string& name,
-                                       const FileStamp& stamp) {
+std::optional<EditSummary> summaryInCache(const OpenProject& project, const std::string& name,
+                                          const FileStamp& stamp) {
   const std::string_view* const text = project.cache ? project.cache->find(name, stamp) : nullptr;
-  return text ? summaryOf(*text) : std::nullopt;
+  return text ? keptSummary(*text) : std::nullopt;
 }
 
 JsonValue shownClip(const ClipInfo& clip) {
@@ -83,7 +123,7 @@ void Edits::enter(const OpenProject& project, const std::vector<std::string>&) {
   for (const auto& [name, stamp] : project.listing.files) {
     const Cookie cookie = cookieOfFile(name);
     if (cookie.isNull()) continue;
-    if (auto summary = keptSummary(project, name, stamp)) {
+    if (auto summary = summaryInCache(project, name, stamp)) {
       index_.put(cookie, std::move(*summary));
     } else {
       unread.push_back(name);

@@ -8,8 +8,8 @@
 
 #include "station/base/HostThread.h"
 #include "station/base/Json.h"
+#include "station/edit/EditFile.h"
 #include "station/edit/Edits.h"
-#include "station/edit/iUnsavedObserver.h"
 #include "station/keep/RecoveryFolder.h"
 
 namespace korvel {

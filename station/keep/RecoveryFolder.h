@@ -1,17 +1,49 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstddef>
+#include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "station/base/Json.h"
 #include "station/base/Result.h"
-#include "station/keep/RecoveryWriter.h"
 #include "station/os/Posix.h"
 
 namespace korvel {
+
+/// Does the writing of recovery files on a thread of its own, in order, so that nobody waits for a
+/// disk. Any thread.
+class RecoveryWriter {
+ public:
+  using Job = std::function<void()>;
+
+  RecoveryWriter() = default;
+  RecoveryWriter(const RecoveryWriter&) = delete;
+  RecoveryWriter& operator=(const RecoveryWriter&) = delete;
+
+  /// Does what is queued, then ends.
+  ~RecoveryWriter();
+
+  void add(Job job);
+
+  /// Waits until everything that was added before is done.
+  void finish();
+
+ private:
+  void work();
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<Job> jobs_;
+  bool isBusy_ = false;
+  bool isEnding_ = false;
+  std::thread thread_;  ///< runs from the first job on
+};
 
 /// The unsaved state of one object, as a recovery file holds it.
 struct UnsavedState {

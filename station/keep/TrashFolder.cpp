@@ -12,8 +12,8 @@
 
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
+#include "station/project/Names.h"
 #include "station/project/ProjectFolder.h"
-#include "station/project/RoomNames.h"
 
 namespace korvel {
 

@@ -11,7 +11,7 @@
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/DelayedReread.h"
-#include "station/project/ObjectNames.h"
+#include "station/project/Names.h"
 #include "station/project/Records.h"
 
 using namespace korvel;

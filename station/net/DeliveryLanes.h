@@ -17,7 +17,7 @@
 #include "station/base/HostThread.h"
 #include "station/net/Interfaces.h"
 #include "station/net/NetworkHooks.h"
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 
 namespace korvel {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "station/net/Interfaces.h"
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 
 namespace korvel {
 

@@ -16,7 +16,7 @@
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/net/UdpBroadcaster.h"
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 
 namespace korvel {
 

@@ -5,14 +5,39 @@
 
 #include "host/base/Log.h"
 #include "host/os/OS.h"
+#include "host/project/ProjectSpacesManager.h"
 #include "host/project/iPermissionsManager.h"
 #include "host/project/iProjectShare.h"
 #include "station/base/Events.h"
+#include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
-#include "station/project/ObjectNames.h"
-#include "station/project/ProjectListeners.h"
+#include "station/project/Names.h"
+#include "station/project/Rooms.h"
+
+using namespace korvel;
+
+namespace korvel {
+
+ProjectListeners& ProjectListeners::instance() {
+  static auto* const listeners = new ProjectListeners;
+  return *listeners;
+}
+
+void ProjectListeners::add(ProjectListener* listener) { listeners_.push_back(listener); }
+
+void ProjectListeners::remove(ProjectListener* listener) { std::erase(listeners_, listener); }
+
+bool ProjectListeners::isListening(const ProjectListener* listener) const {
+  return std::find(listeners_.begin(), listeners_.end(), listener) != listeners_.end();
+}
+
+}  // namespace korvel
+
+ProjectListener::ProjectListener() { ProjectListeners::instance().add(this); }
+
+ProjectListener::~ProjectListener() { ProjectListeners::instance().remove(this); }
 
 namespace korvel {
 
@@ -366,3 +391,23 @@ JsonValue Projects::state() const {
 }
 
 }  // namespace korvel
+
+Cookie get_project_cookie() {
+  const OpenProject* project = hostParts().projects->current();
+  return project ? project->cookie : Cookie();
+}
+
+bool ProjectSpacesManager::machineIsInNetworkMode() { return settings().networkMode; }
+
+int ProjectSpacesManager::getCurrentProjectSpaceType() {
+  const OpenProject* project = hostParts().projects->current();
+  if (!project) return eNoProjectSpace;
+  return project->isPrivate ? ePrivateProjectSpace : eSharedProjectSpace;
+}
+
+// Occupancy is read from the share whenever it is shown, so that what a station left when it died
+// shows too: whoever shows it is told to look again.
+void ProjectSpacesManager::refreshCurrentLobby() {
+  events().changed("room", get_project_cookie(), "refreshed", currentOrigin());
+  Rooms::noteToldHere();
+}

@@ -8,7 +8,7 @@
 #include "station/base/Json.h"
 #include "station/os/FolderListing.h"
 #include "station/os/ReadCache.h"
-#include "station/project/FoundFile.h"
+#include "station/project/ProjectFolder.h"
 
 namespace korvel {
 

@@ -3,12 +3,12 @@
 #include <algorithm>
 
 #include "host/base/Log.h"
-#include "host/ui/DragDropManager.h"
+#include "host/ui/GenIcon.h"
 #include "host/ui/Glib.h"
 #include "station/base/Events.h"
 #include "station/base/HostParts.h"
 #include "station/base/Strings.h"
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 
 using namespace korvel;
 

@@ -4,7 +4,7 @@
 #include "host/ui/TextBox.h"
 #include "station/base/HostParts.h"
 #include "station/ui/Desktop.h"
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 
 using namespace korvel;
 

@@ -5,9 +5,8 @@
 
 #include "host/ui/GenIcon.h"
 #include "host/ui/GlobManager.h"
-#include "host/ui/ScrollableTextBox.h"
-#include "host/ui/TitleMenuButton.h"
-#include "host/ui/TitleTextBox.h"
+#include "host/ui/MenuGlob.h"
+#include "host/ui/TextBox.h"
 #include "station/base/Json.h"
 #include "station/base/Result.h"
 #include "station/ui/Desktop.h"

@@ -12,7 +12,6 @@
 #include <string_view>
 
 #include "host/base/Log.h"
-#include "host/ui/DragDropManager.h"
 #include "host/ui/GenIcon.h"
 #include "host/ui/IconSet.h"
 #include "host/ui/ResourceStrings.h"

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "host/ui/MenuGlob.h"
-#include "host/ui/TitleMenuButton.h"
 #include "station/ui/Desktop.h"
 
 using namespace korvel;

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "host/ui/ScrollableTextBox.h"
-#include "host/ui/TitleTextBox.h"
 #include "host/ui/UifStd.h"
 #include "station/base/Events.h"
 #include "station/base/Strings.h"

@@ -1,17 +1,79 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "station/base/HostThread.h"
 #include "station/base/Result.h"
-#include "station/watch/WatchedFiles.h"
+#include "station/os/FolderListing.h"
+#include "station/os/ReadCache.h"
+#include "station/project/ProjectFolder.h"
 
 namespace korvel {
+
+/// A folder to be watched.
+struct WatchedFolder {
+  std::string path;
+  std::string prefix;  ///< what stands before its files' names in reports: "", "rooms/"
+  WantedName isWanted = nullptr;
+  std::size_t largest = 0;  ///< the largest file that is read; 0: none is, names and times will do
+  std::chrono::milliseconds period{2000};  ///< between two questions, where answers are quick
+  bool mayBeMissing = false;               ///< it is made with its first file
+  std::string proof;    ///< a file without which the folder counts as gone, or empty
+  FolderListing known;  ///< what is known of it at the start
+  std::shared_ptr<const ReadCache> cache = {};  ///< holds what was at rest when it was read
+  std::shared_ptr<NewlyShown> shown = {};       ///< what is shown beside what was found
+};
+
+/// What is known of one folder's files, and how they differ from it. One thread.
+class WatchedFiles {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  explicit WatchedFiles(WatchedFolder folder);
+
+  [[nodiscard]] const WatchedFolder& folder() const { return folder_; }
+
+  /// Whether its files must be looked at: its time of change is another than when they were looked
+  /// at, or the time for another look at recent changes has come. Asks the share.
+  Result<bool> hasMoved();
+
+  /// Lists the folder. The names of the files that differ, and of those that were too young when
+  /// they were read. Without its proof the folder is not looked at: another may stand in its place.
+  Result<std::vector<std::string>> look();
+
+  /// Reads as many of these files as fit into one report, takes note of them and removes their
+  /// names.
+  FoundFiles readSome(std::vector<std::string>& names);
+
+  /// When files that were too young are to be looked at again; far away where there are none.
+  [[nodiscard]] Clock::time_point recheck() const { return recheck_; }
+
+ private:
+  struct Known {
+    FileStamp stamp;
+    Clock::time_point since;  ///< when it was first found in this state
+    bool isSure = false;      ///< it was read when it was at rest
+  };
+
+  [[nodiscard]] std::vector<std::string> differing(const FolderListing& now);
+  void read(const std::string& name, FoundFile& found) const;
+  void note(const std::string& name, FoundFile& found, Clock::time_point start);
+
+  WatchedFolder folder_;
+  FileStamp stamp_;
+  std::map<std::string, Known> known_;
+  std::map<std::string, FileStamp> listed_;
+  std::set<std::string> shown_;  ///< files to be missed where they are not in the folder
+  Clock::time_point recheck_ = Clock::time_point::max();
+};
 
 /// How the share answered a watch's latest question.
 struct ShareAnswer {

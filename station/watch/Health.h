@@ -9,7 +9,7 @@
 #include "station/base/Json.h"
 #include "station/watch/CatchUp.h"
 #include "station/watch/Presence.h"
-#include "station/watch/TrafficCounts.h"
+#include "station/watch/StationNote.h"
 
 namespace korvel {
 

@@ -10,8 +10,7 @@
 #include "station/base/HostThread.h"
 #include "station/seal/Seals.h"
 #include "station/watch/FolderWatch.h"
-#include "station/watch/StationFile.h"
-#include "station/watch/TrafficCounts.h"
+#include "station/watch/StationNote.h"
 
 namespace korvel {
 

@@ -1,15 +1,54 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "host/base/Cookie.h"
 #include "station/base/Json.h"
 #include "station/base/Result.h"
-#include "station/project/LockProbe.h"
+#include "station/net/NetworkHooks.h"
+#include "station/project/Rooms.h"
 
 namespace korvel {
+
+/// Counts what this station sent and heard of others, for what it tells of itself and of its
+/// health. Any thread.
+class TrafficCounts : public iTrafficObserver {
+ public:
+  /// `ownPort` is the port that this station's messages leave from; `next` is told of everything,
+  /// too, and may be null.
+  TrafficCounts(std::uint16_t ownPort, std::shared_ptr<iTrafficObserver> next)
+      : ownPort_(ownPort), next_(std::move(next)) {}
+
+  void heard(Ipv4 address, std::uint16_t port) override {
+    if (port != ownPort_) ++heard_;
+    if (next_) next_->heard(address, port);
+  }
+  void sent() override {
+    ++sent_;
+    if (next_) next_->sent();
+  }
+  void reached(bool everywhere) override { isCut_ = !everywhere; }
+
+  [[nodiscard]] long sentCount() const { return sent_; }
+  [[nodiscard]] long heardCount() const { return heard_; }
+
+  /// Whether the latest message did not leave for every destination.
+  [[nodiscard]] bool hasFailed() const { return isCut_; }
+
+ private:
+  const std::uint16_t ownPort_;
+  const std::shared_ptr<iTrafficObserver> next_;
+  std::atomic<long> sent_{0};
+  std::atomic<long> heard_{0};
+  std::atomic<bool> isCut_{false};
+};
 
 /// What a station tells of itself, in a small file that others read.
 ///
@@ -74,5 +113,31 @@ inline constexpr std::size_t kLargestNote = std::size_t{64} << 10;
 
 /// A station's line in a list and in the event "presence".
 JsonValue shownStation(const FoundStation& station);
+
+/// This station's note in the projects directory and the lock that says that it lives, kept by a
+/// thread of its own: a share that hangs keeps nobody waiting. Host thread.
+class StationFile {
+ public:
+  /// Makes the folder where it is missing, takes the lock and writes the note. Where that cannot be
+  /// done it is told once, and tried again with each change.
+  StationFile(std::string folder, StationNote note);
+  StationFile(const StationFile&) = delete;
+  StationFile& operator=(const StationFile&) = delete;
+
+  /// Says goodbye: removes the files, unless the share does not answer within a second.
+  ~StationFile();
+
+  /// Writes the note where it differs from the one that was written, at most once a second.
+  void show(const StationNote& note);
+
+  /// A name for the files of a station that starts now.
+  static std::string newId();
+
+ private:
+  class Writer;
+
+  std::shared_ptr<Writer> writer_;
+  std::thread thread_;
+};
 
 }  // namespace korvel

@@ -4,7 +4,7 @@
 #include <iterator>
 #include <sstream>
 
-#include "station/wire/MessageType.h"
+#include "station/wire/MessageTable.h"
 
 using namespace korvel;
 

@@ -1,6 +1,5 @@
 #include "station/base/Strings.h"
 #include "station/edit/EditSummary.h"
-#include "station/edit/OtioClips.h"
 #include "station/edit/OtioDocument.h"
 #include "tests/fuzz/Fuzz.h"
 

@@ -1,6 +1,6 @@
 #include "station/project/Rooms.h"
 
-#include "station/project/RoomNames.h"
+#include "station/project/Names.h"
 #include "tests/station/PluginStation.h"
 
 using namespace korvel;

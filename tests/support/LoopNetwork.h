@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "host/net/iNetworkService.h"
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 
 namespace korvel {
 

@@ -13,7 +13,7 @@
 
 #include "app/window/HistoryPane.h"
 #include "app/window/MessageBar.h"
-#include "app/window/WindowSettings.h"
+#include "app/window/WindowLayout.h"
 #include "tests/window/WindowScene.h"
 
 using namespace korvel;

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "app/window/ElidedLabel.h"
+#include "app/window/Texts.h"
 #include "tests/window/WindowScene.h"
 
 using namespace korvel;

@@ -1,4 +1,4 @@
-#include "app/window/TimelineMaker.h"
+#include "app/window/Timeline.h"
 
 #include <gtest/gtest.h>
 

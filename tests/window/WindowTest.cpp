@@ -10,12 +10,11 @@
 #include <QToolButton>
 #include <QTreeView>
 
-#include "app/commands/CommandCall.h"
+#include "app/commands/Command.h"
 #include "app/window/ActionTable.h"
-#include "app/window/ConversationView.h"
-#include "app/window/KeptTools.h"
 #include "app/window/MessageBar.h"
-#include "app/window/WindowSettings.h"
+#include "app/window/NotificationsPane.h"
+#include "app/window/WindowLayout.h"
 #include "host/ui/GenIcon.h"
 #include "tests/window/WindowScene.h"
 

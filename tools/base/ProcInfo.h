@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/base/Finding.h"
+#include "tools/base/Tool.h"
 
 // What /proc tells of the programs of this machine.
 

@@ -9,7 +9,7 @@
 
 #include "station/base/Result.h"
 #include "station/net/Interfaces.h"
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 #include "tools/base/CommandLine.h"
 
 namespace korvel {

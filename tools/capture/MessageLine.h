@@ -7,7 +7,7 @@
 #include <string>
 
 #include "station/base/Json.h"
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 #include "tools/base/Tool.h"
 #include "tools/capture/CaptureSource.h"
 #include "tools/capture/HeardMessage.h"

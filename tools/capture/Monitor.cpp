@@ -10,7 +10,7 @@
 #include "station/net/HeardList.h"
 #include "station/os/SharedFiles.h"
 #include "tools/base/ToolHost.h"
-#include "tools/capture/Listening.h"
+#include "tools/capture/CaptureSource.h"
 #include "tools/capture/MessageLine.h"
 #include "tools/wire/MessageReport.h"
 

@@ -11,7 +11,7 @@
 #include "station/base/Json.h"
 #include "station/base/Strings.h"
 #include "tools/capture/CaptureFile.h"
-#include "tools/capture/Listening.h"
+#include "tools/capture/CaptureSource.h"
 #include "tools/capture/MessageLine.h"
 
 namespace korvel {

@@ -19,7 +19,7 @@
 #include "station/net/ListenerSocket.h"
 #include "station/net/UdpBroadcaster.h"
 #include "station/os/HostOS.h"
-#include "station/wire/MessageType.h"
+#include "station/wire/MessageTable.h"
 #include "tools/capture/CaptureFile.h"
 #include "tools/capture/HeardMessage.h"
 #include "tools/capture/MessageLine.h"

@@ -15,7 +15,7 @@
 #include "station/os/HostFileManager.h"
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
-#include "station/project/LockProbe.h"
+#include "station/project/Rooms.h"
 
 namespace korvel {
 

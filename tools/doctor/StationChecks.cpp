@@ -7,7 +7,7 @@
 
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
-#include "station/project/ObjectNames.h"
+#include "station/project/Names.h"
 #include "tools/base/ProcInfo.h"
 
 namespace korvel {

@@ -8,8 +8,8 @@
 #include "station/edit/EditSummary.h"
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
+#include "station/project/Names.h"
 #include "station/project/ProjectFolder.h"
-#include "station/project/RoomNames.h"
 #include "tools/base/ToolHost.h"
 
 namespace korvel {

@@ -13,8 +13,8 @@
 #include "station/base/Strings.h"
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
+#include "station/project/Names.h"
 #include "station/project/ProjectFolder.h"
-#include "station/project/RoomNames.h"
 #include "tools/base/Tool.h"
 #include "tools/base/ToolHost.h"
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "host/base/Cookie.h"
-#include "station/project/LockProbe.h"
+#include "station/project/Rooms.h"
 
 namespace korvel {
 

@@ -6,7 +6,7 @@
 
 #include "station/base/Result.h"
 #include "station/net/Interfaces.h"
-#include "tools/base/Finding.h"
+#include "tools/base/Tool.h"
 
 namespace korvel {
 

@@ -13,9 +13,8 @@
 #include "station/base/Json.h"
 #include "station/base/Strings.h"
 #include "station/net/UdpBroadcaster.h"
-#include "station/seal/Seal.h"
-#include "station/wire/MessageFields.h"
-#include "station/wire/MessageType.h"
+#include "station/seal/Seals.h"
+#include "station/wire/MessageTable.h"
 #include "tools/base/CommandLine.h"
 
 namespace korvel {

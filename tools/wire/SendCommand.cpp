@@ -12,7 +12,7 @@
 #include "station/base/Strings.h"
 #include "station/net/NetworkService.h"
 #include "station/project/Projects.h"
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 #include "tools/base/CommandLine.h"
 #include "tools/wire/MessageReport.h"
 

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "station/base/StationSettings.h"
-#include "station/keep/SavedFile.h"
+#include "station/keep/VersionFolder.h"
 #include "station/os/SharedFiles.h"
 
 using namespace korvel;

@@ -12,7 +12,6 @@
 #include "station/base/Events.h"
 #include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
-#include "station/project/ProjectListeners.h"
 #include "station/project/Projects.h"
 #include "tests/bench/peer/Payload.h"
 #include "tests/bench/peer/Peer.h"

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 #include "tests/support/ToolRun.h"
 #include "tools/capture/CaptureFile.h"
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/ui/DragDropManager.h"
+#include "host/ui/GenIcon.h"
 #include "host/ui/UifStd.h"
 #include "station/ui/Desktop.h"
 #include "tests/unit/ProjectShare/MessagerScene.h"

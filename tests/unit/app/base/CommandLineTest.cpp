@@ -1,4 +1,4 @@
-#include "app/base/CommandLine.h"
+#include "app/base/Options.h"
 
 #include <gtest/gtest.h>
 

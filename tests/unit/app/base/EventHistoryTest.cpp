@@ -4,8 +4,6 @@
 
 #include <thread>
 
-#include "app/base/EventWriter.h"
-
 using namespace korvel;
 
 namespace {

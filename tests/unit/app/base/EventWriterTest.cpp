@@ -1,8 +1,6 @@
-#include "app/base/EventWriter.h"
+#include "app/base/EventSinks.h"
 
 #include <gtest/gtest.h>
-
-#include "app/base/EventSinks.h"
 
 using namespace korvel;
 

@@ -2,12 +2,11 @@
 
 #include "app/commands/Commands.h"
 #include "station/RemoteCommands.h"
-#include "station/containers/Bins.h"
+#include "station/containers/CookieLists.h"
 #include "station/containers/Filters.h"
-#include "station/containers/Racks.h"
 #include "station/media/MediaCache.h"
 #include "station/project/Projects.h"
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 #include "tests/support/IdleStation.h"
 
 using namespace korvel;

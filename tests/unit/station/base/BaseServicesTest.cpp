@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "host/base/Config.h"
-#include "host/base/Diagnostics.h"
+#include "host/base/Log.h"
 #include "host/base/Ptr.h"
 #include "station/base/Log.h"
 #include "station/base/StationSettings.h"

@@ -5,8 +5,7 @@
 #include <chrono>
 
 #include "host/os/iFileManager.h"
-#include "station/containers/Bins.h"
-#include "station/containers/Racks.h"
+#include "station/containers/CookieLists.h"
 #include "tests/support/ContainerListener.h"
 #include "tests/support/DelayedRereadRun.h"
 #include "tests/support/StationScene.h"

@@ -1,4 +1,4 @@
-#include "station/edit/EditDifference.h"
+#include "station/edit/EditHistory.h"
 
 #include <gtest/gtest.h>
 

@@ -42,7 +42,7 @@ class KeptSummariesTest : public DocumentStation {
   [[nodiscard]] std::string keptName() const {
     const ReadCache cache(settings().cache, folderOfProject());
     const auto* const text = cache.find(nameOfFile(), *stampOfFile(file()));
-    const auto summary = text ? summaryOf(*text) : std::nullopt;
+    const auto summary = text ? keptSummary(*text) : std::nullopt;
     return summary ? summary->name : "nothing";
   }
 
@@ -138,10 +138,10 @@ TEST_F(KeptSummariesTest, ADeletedEditIsNotShownThoughItIsKept) {
 TEST_F(KeptSummariesTest, WhatIsKeptIsReadBackOrNotAtAll) {
   const EditSummary summary{std::string("a\0b \xC3\xA9", 6), "ANNA", {}, 0x1234};
   const std::string text = keptText(summary);
-  EXPECT_EQ(*summaryOf(text), summary);
-  EXPECT_EQ(*summaryOf(keptText({})), EditSummary{});
+  EXPECT_EQ(*keptSummary(text), summary);
+  EXPECT_EQ(*keptSummary(keptText({})), EditSummary{});
   for (const char* const bad : {"", " ", "1", "1 ", "x 0 ", "1 x ", "1 9 abc", "1 -1 abc"}) {
-    EXPECT_FALSE(summaryOf(bad)) << bad;
+    EXPECT_FALSE(keptSummary(bad)) << bad;
   }
 }
 

@@ -6,7 +6,6 @@
 #include <filesystem>
 
 #include "station/edit/EditSummary.h"
-#include "station/edit/OtioClips.h"
 #include "tests/support/DocumentStation.h"
 
 using namespace korvel;

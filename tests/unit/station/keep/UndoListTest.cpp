@@ -3,9 +3,9 @@
 #include <filesystem>
 
 #include "station/Trash.h"
-#include "station/containers/Bins.h"
+#include "station/containers/CookieLists.h"
 #include "station/containers/Filters.h"
-#include "station/edit/OtioClips.h"
+#include "station/edit/OtioDocument.h"
 #include "tests/support/DocumentStation.h"
 
 using namespace korvel;

@@ -10,7 +10,6 @@
 #include <thread>
 
 #include "station/base/StationSettings.h"
-#include "station/keep/SavedFile.h"
 #include "station/os/SharedFiles.h"
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/support/StationScene.h"

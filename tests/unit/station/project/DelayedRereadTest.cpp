@@ -1,6 +1,6 @@
 #include "station/project/DelayedReread.h"
 
-#include "station/containers/Bins.h"
+#include "station/containers/CookieLists.h"
 #include "station/containers/Filters.h"
 #include "tests/support/ContainerListener.h"
 #include "tests/support/DelayedRereadRun.h"

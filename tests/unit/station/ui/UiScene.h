@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "host/ui/DragDropManager.h"
+#include "host/ui/GenIcon.h"
 #include "host/ui/GlobManager.h"
 #include "station/base/StationSettings.h"
 #include "station/ui/Desktop.h"

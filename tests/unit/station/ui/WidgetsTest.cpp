@@ -1,9 +1,8 @@
 #include <gtest/gtest.h>
 
+#include "host/ui/MenuGlob.h"
 #include "host/ui/ResourceStrings.h"
-#include "host/ui/ScrollableTextBox.h"
-#include "host/ui/TitleMenuButton.h"
-#include "host/ui/TitleTextBox.h"
+#include "host/ui/TextBox.h"
 #include "tests/unit/station/ui/UiScene.h"
 
 using namespace korvel;

@@ -1,4 +1,4 @@
-#include "station/watch/WatchedFiles.h"
+#include "station/watch/FolderWatch.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <string>
 
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 #include "tests/support/ToolRun.h"
 #include "tools/base/ProcInfo.h"
 #include "tools/doctor/Check.h"

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "station/base/Strings.h"
-#include "station/wire/MessageFields.h"
+#include "station/wire/MessageTable.h"
 
 using namespace korvel;
 

@@ -1,0 +1,257 @@
+#include "app/window/Dialogs.h"
+
+#include <QComboBox>
+#include <QCompleter>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QFileDialog>
+#include <QFontDatabase>
+#include <QFormLayout>
+#include <QInputDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QToolButton>
+#include <QVBoxLayout>
+#include <algorithm>
+
+#include "app/window/Texts.h"
+
+namespace korvel {
+
+namespace {
+
+constexpr int kMostRows = 8;  // in sight; more are scrolled to
+
+QListWidget* listOf(const QStringList& things) {
+  auto* list = new QListWidget;
+  list->setObjectName(QStringLiteral("things"));
+  list->setAccessibleName(QStringLiteral("What this is about"));
+  list->setSelectionMode(QAbstractItemView::NoSelection);
+  for (const QString& thing : things) list->addItem(oneLine(thing));
+  const int rows = std::min<int>(kMostRows, static_cast<int>(things.size()));
+  list->setFixedHeight(rows * list->sizeHintForRow(0) + 2 * list->frameWidth() + 4);
+  return list;
+}
+
+}  // namespace
+
+Question::Question(const QString& name, const QString& title, const QString& text,
+                   const QStringList& things, QWidget* parent)
+    : QDialog(parent), buttons_(new QDialogButtonBox(QDialogButtonBox::Cancel)) {
+  setObjectName(name);
+  setWindowTitle(plainTitle(title));
+  setAttribute(Qt::WA_DeleteOnClose);
+  auto* label = new QLabel(text);
+  label->setObjectName(QStringLiteral("question"));
+  label->setTextFormat(Qt::PlainText);
+  label->setWordWrap(true);
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(16, 16, 16, 12);
+  layout->setSpacing(12);
+  layout->addWidget(label);
+  if (!things.isEmpty()) {
+    things_ = listOf(things);
+    layout->addWidget(things_);
+  }
+  layout->addWidget(buttons_);
+  setMinimumWidth(260);
+  resize(440, sizeHint().height());
+  buttons_->button(QDialogButtonBox::Cancel)->setDefault(true);
+  connect(buttons_, &QDialogButtonBox::rejected, this, &QDialog::reject);
+  connect(this, &QDialog::finished, parent, [this] {
+    const std::function<void()> next = chosen_ ? chosen_ : otherwise_;
+    if (next) next();
+  });
+}
+
+QPushButton* Question::addAnswer(const QString& text, const std::function<void()>& run) {
+  QPushButton* const button = buttons_->addButton(text, QDialogButtonBox::ActionRole);
+  button->setAutoDefault(false);
+  connect(button, &QPushButton::clicked, this, [this, run] {
+    chosen_ = run;
+    accept();
+  });
+  return button;
+}
+
+void Question::answer(const QString& text, const std::function<void()>& run) {
+  addAnswer(text, run);
+}
+
+void Question::usualAnswer(const QString& text, const std::function<void()>& run) {
+  QPushButton* const button = addAnswer(text, run);
+  button->setDefault(true);
+  button->setFocus();
+}
+
+void Question::setThing(int at, const QString& text) {
+  if (things_ && at < things_->count()) things_->item(at)->setText(oneLine(text));
+}
+
+void Question::ask() { open(); }
+
+namespace {
+
+QPlainTextEdit& showInDialog(QWidget& parent, const QString& title) {
+  auto* dialog = new QDialog(&parent);
+  dialog->setAttribute(Qt::WA_DeleteOnClose);
+  dialog->setObjectName(QStringLiteral("answer"));
+  dialog->setWindowTitle(plainTitle(title));
+  auto* shown = new QPlainTextEdit;
+  shown->setReadOnly(true);
+  auto* layout = new QVBoxLayout(dialog);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->addWidget(shown);
+  dialog->resize(720, 420);
+  dialog->show();
+  return *shown;
+}
+
+}  // namespace
+
+void showTable(QWidget& parent, const QString& title, const QString& text) {
+  QPlainTextEdit& shown = showInDialog(parent, title);
+  shown.setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+  shown.setLineWrapMode(QPlainTextEdit::NoWrap);
+  shown.setPlainText(text);
+}
+
+void showWholeText(QWidget& parent, const QString& title, const QString& text) {
+  showLongText(showInDialog(parent, title), text);
+}
+
+void askLine(QWidget& parent, const std::function<void(const QString& line)>& take) {
+  auto* dialog = new QInputDialog(&parent);
+  dialog->setAttribute(Qt::WA_DeleteOnClose);
+  dialog->setObjectName(QStringLiteral("commandDialog"));
+  dialog->setWindowTitle(QStringLiteral("Run a command"));
+  dialog->setLabelText(QStringLiteral("A command as the console takes it:"));
+  dialog->resize(460, dialog->sizeHint().height());
+  QObject::connect(dialog, &QInputDialog::textValueSelected, &parent, [take](const QString& line) {
+    if (!line.trimmed().isEmpty()) take(line);
+  });
+  dialog->show();
+}
+
+namespace {
+
+using Kind = ActionField::Kind;
+
+QString titleOf(const ActionSpec& action) {
+  QString text = QString::fromUtf8(action.text);
+  return text.remove(QLatin1Char('&')).remove(QStringLiteral("…"));
+}
+
+QString valueOf(const QWidget* input) {
+  if (const auto* edit = qobject_cast<const QLineEdit*>(input)) return edit->text();
+  const auto* choice = qobject_cast<const QComboBox*>(input);
+  const int index = choice->findText(choice->currentText());
+  return index < 0 ? choice->currentText() : choice->itemData(index).toString();
+}
+
+}  // namespace
+
+ActionDialog::ActionDialog(const ActionSpec& action, const std::vector<FieldContent>& contents,
+                           QWidget* parent)
+    : QDialog(parent),
+      buttons_(new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel)) {
+  setObjectName(QStringLiteral("actionDialog"));
+  setWindowTitle(titleOf(action));
+  setAttribute(Qt::WA_DeleteOnClose);
+  auto* form = new QFormLayout;
+  form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+  form->setRowWrapPolicy(QFormLayout::WrapLongRows);
+  for (std::size_t i = 0; i < action.fields.size(); ++i) {
+    form->addRow(QString::fromUtf8(action.fields[i].label),
+                 makeField(action.fields[i], contents[i]));
+  }
+  buttons_->button(QDialogButtonBox::Ok)->setText(titleOf(action));
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(16, 16, 16, 12);
+  layout->setSpacing(14);
+  layout->addLayout(form);
+  layout->addWidget(buttons_);
+  setMinimumWidth(240);
+  resize(420, sizeHint().height());
+  connect(buttons_, &QDialogButtonBox::rejected, this, &QDialog::reject);
+  connect(buttons_, &QDialogButtonBox::accepted, this, [this] {
+    Q_EMIT filled(values());
+    accept();
+  });
+  check();
+}
+
+QWidget* ActionDialog::makeField(const ActionField& field, const FieldContent& content) {
+  if (field.kind != Kind::eText && field.kind != Kind::eOpenFile && field.kind != Kind::eSaveFile) {
+    return makeChoice(field, content);
+  }
+  auto* edit = new QLineEdit(content.initial);
+  edit->selectAll();
+  connect(edit, &QLineEdit::textChanged, this, &ActionDialog::check);
+  inputs_.push_back(edit);
+  return field.kind == Kind::eText ? edit : makeFileField(field, edit);
+}
+
+QWidget* ActionDialog::makeFileField(const ActionField& field, QLineEdit* edit) {
+  auto* row = new QWidget;
+  auto* browse = new QToolButton;
+  browse->setText(QStringLiteral("…"));
+  browse->setAccessibleName(QStringLiteral("Choose a file"));
+  auto* layout = new QHBoxLayout(row);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->addWidget(edit, 1);
+  layout->addWidget(browse);
+  row->setFocusProxy(edit);
+  connect(browse, &QToolButton::clicked, this, [this, edit, kind = field.kind] {
+    const QString file = kind == Kind::eSaveFile
+                             ? QFileDialog::getSaveFileName(this, windowTitle(), edit->text())
+                             : QFileDialog::getOpenFileName(this, windowTitle(), edit->text());
+    if (!file.isEmpty()) edit->setText(file);
+  });
+  return row;
+}
+
+// An editable choice completes what is typed within the field: of a name that begins like another
+// it would make that other, and what it holds at first would be typed into. Who is offered shows in
+// a list instead.
+QWidget* ActionDialog::makeChoice(const ActionField& field, const FieldContent& content) {
+  auto* choice = new QComboBox;
+  choice->setEditable(true);
+  choice->setInsertPolicy(QComboBox::NoInsert);
+  choice->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+  auto* view = new QListView;
+  view->setUniformItemSizes(true);
+  choice->setView(view);
+  for (const FieldChoice& each : content.choices) choice->addItem(each.shown, each.word);
+  for (const FieldChoice& each : content.choices) {
+    if (each.word == content.initial) choice->setCurrentText(each.shown);
+  }
+  if (field.kind == Kind::eNewOwner || field.kind == Kind::eUser) {
+    choice->setCurrentIndex(-1);
+    choice->clearEditText();
+    choice->lineEdit()->setPlaceholderText(QStringLiteral("The exact name"));
+    choice->completer()->setCompletionMode(QCompleter::PopupCompletion);
+    choice->completer()->setCaseSensitivity(Qt::CaseInsensitive);
+  }
+  connect(choice, &QComboBox::editTextChanged, this, &ActionDialog::check);
+  inputs_.push_back(choice);
+  return choice;
+}
+
+QStringList ActionDialog::values() const {
+  QStringList values;
+  for (const QWidget* input : inputs_) values.append(valueOf(input));
+  return values;
+}
+
+void ActionDialog::check() {
+  bool isWhole = true;
+  for (const QWidget* input : inputs_) isWhole = isWhole && !valueOf(input).isEmpty();
+  buttons_->button(QDialogButtonBox::Ok)->setEnabled(isWhole);
+}
+
+}  // namespace korvel

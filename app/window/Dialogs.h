@@ -1,0 +1,101 @@
+#pragma once
+
+#include <QDialog>
+#include <QString>
+#include <QStringList>
+#include <functional>
+#include <vector>
+
+#include "app/window/ActionTable.h"
+
+class QDialogButtonBox;
+class QListWidget;
+class QPushButton;
+class QWidget;
+class QComboBox;
+class QLineEdit;
+
+namespace korvel {
+
+/// A question before something is done that cannot simply be taken back: one sentence, the things
+/// that it is about, and the answers. The window below waits for the answer, its thread does not.
+/// Closing the dialog answers nothing, and the keyboard's Return too unless an answer is the usual.
+class Question : public QDialog {
+  Q_OBJECT
+
+ public:
+  /// `name` is the dialog's for those who look for it; `things` are listed below the text.
+  Question(const QString& name, const QString& title, const QString& text,
+           const QStringList& things, QWidget* parent);
+
+  /// Adds an answer; `run` follows once it was given and the dialog is gone.
+  void answer(const QString& text, const std::function<void()>& run);
+
+  /// Adds the answer that Return gives.
+  void usualAnswer(const QString& text, const std::function<void()>& run);
+
+  /// What follows when the question is left unanswered.
+  void otherwise(const std::function<void()>& run) { otherwise_ = run; }
+
+  /// What is listed at this place is called so from now on.
+  void setThing(int at, const QString& text);
+
+  /// Shows it; it deletes itself.
+  void ask();
+
+ private:
+  QPushButton* addAnswer(const QString& text, const std::function<void()>& run);
+
+  QListWidget* things_ = nullptr;
+  QDialogButtonBox* buttons_;
+  std::function<void()> chosen_;
+  std::function<void()> otherwise_;
+};
+
+// Dialogs of text that do not stand in the way of the window, and are gone once they are closed.
+
+/// Shows a table or list of the station, in letters of one width.
+void showTable(QWidget& parent, const QString& title, const QString& text);
+
+/// Shows a text of any length with its lines wrapped.
+void showWholeText(QWidget& parent, const QString& title, const QString& text);
+
+/// Asks for a command line; `take` is told it unless it is empty.
+void askLine(QWidget& parent, const std::function<void(const QString& line)>& take);
+
+/// A choice in a field: what is shown and what a command is given for it.
+struct FieldChoice {
+  QString shown;
+  QString word;
+};
+
+/// What a dialog needs to know of a field: its first text, and the choices where it has some.
+struct FieldContent {
+  QString initial;
+  std::vector<FieldChoice> choices;
+};
+
+/// Asks for what an action needs. Does not stand in the way of the window; filled() comes once, if
+/// at all.
+class ActionDialog : public QDialog {
+  Q_OBJECT
+
+ public:
+  ActionDialog(const ActionSpec& action, const std::vector<FieldContent>& contents,
+               QWidget* parent);
+
+ Q_SIGNALS:
+  void filled(const QStringList& values);
+
+ private:
+  QWidget* makeField(const ActionField& field, const FieldContent& content);
+  QWidget* makeFileField(const ActionField& field, QLineEdit* edit);
+  QWidget* makeChoice(const ActionField& field, const FieldContent& content);
+  void check();
+  [[nodiscard]] QStringList values() const;
+
+  std::vector<QWidget*> inputs_;
+  QDialogButtonBox* buttons_;
+};
+
+}  // namespace korvel

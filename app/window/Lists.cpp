@@ -1,0 +1,135 @@
+#include "app/window/Lists.h"
+
+#include <QEvent>
+#include <QHeaderView>
+#include <QItemSelectionModel>
+#include <QScrollBar>
+#include <QSortFilterProxyModel>
+#include <QTreeView>
+#include <algorithm>
+#include <utility>
+
+#include "app/window/ObjectsModel.h"
+
+namespace korvel {
+
+// The locale "C" knows no numbers within words.
+QCollator naturalOrder() {
+  const QLocale here;
+  QCollator order(here.language() == QLocale::C ? QLocale(QLocale::English) : here);
+  order.setNumericMode(true);
+  order.setCaseSensitivity(Qt::CaseInsensitive);
+  return order;
+}
+
+NaturalOrderProxy::NaturalOrderProxy(QObject* parent)
+    : QSortFilterProxyModel(parent), order_(naturalOrder()) {}
+
+bool NaturalOrderProxy::lessThan(const QModelIndex& left, const QModelIndex& right) const {
+  return order_.compare(left.data(sortRole()).toString(), right.data(sortRole()).toString()) < 0;
+}
+
+namespace {
+
+constexpr int kLeastWidth = 24;
+
+}  // namespace
+
+ColumnFit::ColumnFit(QTreeView& view, int first, std::vector<Width> widths)
+    : QObject(&view), view_(view), first_(first), widths_(std::move(widths)) {
+  QHeaderView& header = *view.header();
+  header.setStretchLastSection(false);
+  header.setMinimumSectionSize(kLeastWidth);
+  header.setSectionResizeMode(0, QHeaderView::Stretch);
+  connect(&header, &QHeaderView::sectionResized, this,
+          [this](int column, int, int width) { takeWidth(column, width); });
+  view.viewport()->installEventFilter(this);
+  fit();
+}
+
+bool ColumnFit::eventFilter(QObject* watched, QEvent* event) {
+  if (event->type() == QEvent::Resize) fit();
+  return QObject::eventFilter(watched, event);
+}
+
+void ColumnFit::setSecond(Width width) {
+  widths_.front() = width;
+  fit();
+}
+
+void ColumnFit::takeWidth(int column, int width) {
+  if (isFitting_ || column == 0 || width == 0) return;
+  Width& own = widths_[static_cast<std::size_t>(column) - 1];
+  own.wanted = width;
+  own.least = std::min(own.least, width);
+}
+
+void ColumnFit::fit() {
+  isFitting_ = true;
+  int room = view_.viewport()->width() - first_;
+  for (std::size_t i = 0; i < widths_.size(); ++i) {
+    const int column = static_cast<int>(i) + 1;
+    const bool fits = room >= widths_[i].least;
+    const int width = std::min(widths_[i].wanted, room);
+    view_.setColumnHidden(column, !fits);
+    if (fits) view_.setColumnWidth(column, width);
+    room = fits ? room - width : 0;
+  }
+  isFitting_ = false;
+}
+
+namespace {
+
+/// Chooses whole rows from the first to the last, none where `first` is below zero.
+void addRows(QItemSelection& selection, const QAbstractItemModel& model, int first, int last) {
+  if (first < 0) return;
+  selection.append(
+      QItemSelectionRange(model.index(first, 0), model.index(last, model.columnCount() - 1)));
+}
+
+}  // namespace
+
+ChoiceKeeper::ChoiceKeeper(const ObjectsModel& model, QSortFilterProxyModel& proxy, QTreeView& view,
+                           QObject* parent)
+    : QObject(parent), model_(model), proxy_(proxy), view_(view) {
+  connect(&proxy, &QAbstractItemModel::modelAboutToBeReset, this, &ChoiceKeeper::remember);
+  connect(&proxy, &QAbstractItemModel::modelReset, this, &ChoiceKeeper::restore);
+}
+
+QString ChoiceKeeper::keyAt(int proxyRow) const {
+  return model_.at(proxy_.mapToSource(proxy_.index(proxyRow, 0)).row()).key;
+}
+
+void ChoiceKeeper::remember() {
+  chosen_.clear();
+  for (const QModelIndex& index : view_.selectionModel()->selectedRows()) {
+    chosen_.insert(keyAt(index.row()));
+  }
+  const QModelIndex current = view_.currentIndex();
+  current_ = current.isValid() ? keyAt(current.row()) : QString();
+  // The view knows no places any more, but it scrolls by rows.
+  const int first = view_.verticalScrollBar()->value();
+  top_ = first > 0 && first < proxy_.rowCount() ? keyAt(first) : QString();
+}
+
+// Rows side by side are chosen as one range: thousands of single ones take the toolkit seconds.
+void ChoiceKeeper::restore() {
+  QItemSelection selection;
+  QModelIndex current;
+  QModelIndex top;
+  int first = -1;
+  for (int row = 0; row < proxy_.rowCount(); ++row) {
+    const QString key = keyAt(row);
+    if (key == current_) current = proxy_.index(row, 0);
+    if (key == top_) top = proxy_.index(row, 0);
+    const bool isChosen = chosen_.contains(key);
+    if (isChosen && first < 0) first = row;
+    if (!isChosen) addRows(selection, proxy_, std::exchange(first, -1), row - 1);
+  }
+  addRows(selection, proxy_, first, proxy_.rowCount() - 1);
+  view_.selectionModel()->setCurrentIndex(current, QItemSelectionModel::NoUpdate);
+  view_.selectionModel()->select(selection, QItemSelectionModel::ClearAndSelect);
+  if (top.isValid()) view_.scrollTo(top, QAbstractItemView::PositionAtTop);
+}
+
+}  // namespace korvel

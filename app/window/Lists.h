@@ -1,0 +1,83 @@
+#pragma once
+
+#include <QCollator>
+#include <QObject>
+#include <QSet>
+#include <QSortFilterProxyModel>
+#include <QString>
+#include <vector>
+
+class QTreeView;
+
+namespace korvel {
+
+/// Compares names as people do: "Edit 2" is before "Edit 10", capital letters do not matter.
+QCollator naturalOrder();
+
+/// A list in the natural order of its sort role's texts.
+class NaturalOrderProxy : public QSortFilterProxyModel {
+ public:
+  explicit NaturalOrderProxy(QObject* parent = nullptr);
+
+ protected:
+  [[nodiscard]] bool lessThan(const QModelIndex& left, const QModelIndex& right) const override;
+
+ private:
+  QCollator order_;
+};
+
+/// Keeps the columns of a list within its width: the first takes what the others leave, and where
+/// there is too little for it the last ones, which matter least, are hidden until there is room
+/// again. Nothing is ever off to the right. A width that the user gives a column is kept.
+class ColumnFit : public QObject {
+ public:
+  /// How wide a column is, and how narrow it may become before it is hidden.
+  struct Width {
+    int wanted = 0;
+    int least = 0;
+  };
+
+  /// `first` is what the first column has at least, `widths` are those of the second and so on.
+  /// Lives as long as the view.
+  ColumnFit(QTreeView& view, int first, std::vector<Width> widths);
+
+  /// The second column shows other texts now, and wants to be this wide.
+  void setSecond(Width width);
+
+ private:
+  bool eventFilter(QObject* watched, QEvent* event) override;
+  void fit();
+  void takeWidth(int column, int width);
+
+  QTreeView& view_;
+  int first_;
+  std::vector<Width> widths_;
+  bool isFitting_ = false;
+};
+
+class ObjectsModel;
+
+/// Keeps what is chosen in a list, and where the list stands, when so much changed at once that its
+/// model begins anew. Goes by the objects' keys.
+class ChoiceKeeper : public QObject {
+  Q_OBJECT
+
+ public:
+  /// `view` shows `proxy`, which shows `model`; all must outlive it.
+  ChoiceKeeper(const ObjectsModel& model, QSortFilterProxyModel& proxy, QTreeView& view,
+               QObject* parent);
+
+ private:
+  void remember();
+  void restore();
+  [[nodiscard]] QString keyAt(int proxyRow) const;
+
+  const ObjectsModel& model_;
+  QSortFilterProxyModel& proxy_;
+  QTreeView& view_;
+  QSet<QString> chosen_;
+  QString current_;
+  QString top_;  ///< the first row in sight; empty at the list's beginning
+};
+
+}  // namespace korvel

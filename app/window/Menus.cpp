@@ -1,0 +1,209 @@
+#include "app/window/Menus.h"
+
+#include <QActionGroup>
+#include <QHash>
+#include <QMainWindow>
+#include <QMenuBar>
+#include <QToolBar>
+#include <QTreeView>
+#include <algorithm>
+
+#include "app/window/Appearance.h"
+#include "app/window/DetailPane.h"
+#include "app/window/Dialogs.h"
+#include "app/window/HostLink.h"
+#include "app/window/ObjectsPane.h"
+#include "app/window/PanelDock.h"
+#include "app/window/WindowLayout.h"
+
+namespace korvel {
+
+namespace {
+
+/// A menu's title with the letter marked that opens it, each menu's another.
+QString withMnemonic(const QString& title) {
+  static const QHash<QString, int> kLetters{
+      {QStringLiteral("Room"), 1}, {QStringLiteral("Messages"), 2}, {QStringLiteral("Station"), 1}};
+  return QString(title).insert(kLetters.value(title, 0), QLatin1Char('&'));
+}
+
+}  // namespace
+
+MainMenus::MainMenus(QMainWindow& window, const Runner& run) : window_(window) {
+  for (const ActionSpec& spec : actionTable()) {
+    QAction& action = add(QString::fromUtf8(spec.menu), QString::fromUtf8(spec.text),
+                          QString::fromUtf8(spec.shortcut), [run, &spec] { run(spec); });
+    actions_.emplace_back(&spec, &action);
+  }
+}
+
+QMenu& MainMenus::menu(const QString& title) {
+  QMenu*& found = menus_[title];
+  if (!found) found = window_.menuBar()->addMenu(withMnemonic(title));
+  return *found;
+}
+
+QAction& MainMenus::add(const QString& title, const QString& text, const QString& shortcut,
+                        const std::function<void()>& run) {
+  QAction* action = menu(title).addAction(text);
+  if (!shortcut.isEmpty()) action->setShortcut(QKeySequence(shortcut));
+  QObject::connect(action, &QAction::triggered, &window_, run);
+  return *action;
+}
+
+void MainMenus::enable(const std::function<bool(Target)>& isThere) {
+  for (const auto& [spec, action] : actions_) action->setEnabled(isThere(spec->target));
+}
+
+void MainMenus::bindKey(const QString& line, QWidget& widget) const {
+  QAction* const bound = action(line);
+  bound->setShortcutContext(Qt::WidgetShortcut);
+  widget.addAction(bound);
+}
+
+void MainMenus::popUp(const std::vector<Target>& targets, const QPoint& at) {
+  auto* shown = new QMenu(&window_);
+  shown->setAttribute(Qt::WA_DeleteOnClose);
+  for (const Target target : targets) {
+    if (!shown->isEmpty()) shown->addSeparator();
+    for (const auto& [spec, action] : actions_) {
+      if (spec->target == target) shown->addAction(action);
+    }
+  }
+  shown->popup(at);
+}
+
+QAction* MainMenus::action(const QString& line) const {
+  const auto found = std::ranges::find_if(
+      actions_, [&line](const auto& each) { return line == QLatin1String(each.first->line); });
+  return found == actions_.end() ? nullptr : found->second;
+}
+
+QString MainMenus::shortcutText() const {
+  QString text;
+  for (const QAction* top : window_.menuBar()->actions()) {
+    text += QString(top->text()).remove(QLatin1Char('&')) + QLatin1Char('\n');
+    for (const QAction* action : top->menu()->actions()) {
+      if (action->isSeparator()) continue;
+      text += QStringLiteral("  %1 %2\n")
+                  .arg(action->shortcut().toString().leftJustified(14),
+                       QString(action->text()).remove(QLatin1Char('&')));
+    }
+  }
+  return text;
+}
+
+WindowMenus::WindowMenus(QMainWindow& window, MainMenus& menus, const WindowPanes& panes,
+                         WindowLayout& layout, Runner run)
+    : window_(window), menus_(menus), panes_(panes), layout_(layout), run_(std::move(run)) {
+  chooseAppearance({});
+  buildTools();
+  buildViewMenu();
+  buildAppearanceMenu();
+  buildHelpMenu();
+}
+
+void WindowMenus::buildTools() {
+  menus_.menu(QStringLiteral("Project")).addSeparator();
+  menus_.add(QStringLiteral("Project"), QStringLiteral("&Quit"), QStringLiteral("Ctrl+Q"),
+             [this] { window_.close(); });
+  auto* bar = window_.addToolBar(QStringLiteral("Tools"));
+  bar->setObjectName(QStringLiteral("tools"));
+  bar->setMovable(false);
+  bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+  bar->setContextMenuPolicy(Qt::PreventContextMenu);
+  panelAction_ = bar->addAction(panelIcon({}), QStringLiteral("Messages"));
+  panelAction_->setCheckable(true);
+  panelAction_->setToolTip(
+      QStringLiteral("Write to colleagues (Ctrl+M opens, Ctrl+Shift+M closes)"));
+  connect(panelAction_, &QAction::triggered, this, &WindowMenus::togglePanel);
+  connect(menus_.action(QStringLiteral("panel open")), &QAction::triggered, panes_.panel,
+          [this] { panes_.panel->focusWhenOpen(); });
+  bar->addActions({layout_.notificationsDock().toggleViewAction(),
+                   layout_.logDock().toggleViewAction(), layout_.historyDock().toggleViewAction()});
+}
+
+void WindowMenus::togglePanel() {
+  const bool isOpen = panes_.panel->state().isOpen;
+  if (!isOpen) panes_.panel->focusWhenOpen();
+  run_(isOpen ? QStringLiteral("panel close") : QStringLiteral("panel open"));
+}
+
+void WindowMenus::showPanel(const PanelState& panel) {
+  const bool isOtherIcon = panel.icon != panes_.panel->state().icon;
+  if (isOtherIcon) panelAction_->setIcon(panelIcon(panel.icon));
+  panelAction_->setEnabled(panel.exists);
+  panelAction_->setChecked(panel.isOpen);
+}
+
+void WindowMenus::buildViewMenu() {
+  const QString view = QStringLiteral("View");
+  QAction* const log = layout_.logDock().toggleViewAction();
+  QAction* const notifications = layout_.notificationsDock().toggleViewAction();
+  log->setShortcut(QKeySequence(QStringLiteral("Ctrl+Alt+L")));
+  QAction* const history = layout_.historyDock().toggleViewAction();
+  notifications->setShortcut(QKeySequence(QStringLiteral("Ctrl+Alt+N")));
+  history->setShortcut(QKeySequence(QStringLiteral("Ctrl+H")));
+  menus_.menu(view).addActions({notifications, log, history});
+  menus_.menu(view).addSeparator();
+  const QStringList kinds{QStringLiteral("Edits and logs"), QStringLiteral("Bins"),
+                          QStringLiteral("Racks"), QStringLiteral("Filters"),
+                          QStringLiteral("Media")};
+  for (int i = 0; i < kinds.size(); ++i) {
+    menus_.add(view, kinds[i], QStringLiteral("Ctrl+%1").arg(i + 1), [this, i] {
+      panes_.objects->setKind(static_cast<ObjectKind>(i));
+      panes_.objects->view(static_cast<ObjectKind>(i)).setFocus();
+    });
+  }
+  menus_.add(view, QStringLiteral("&Narrow the list"), QStringLiteral("Ctrl+F"),
+             [this] { panes_.objects->startSearch(); });
+  menus_.add(view, QStringLiteral("Next &pane"), QStringLiteral("F6"),
+             [this] { layout_.focusNextPane(); });
+  menus_.add(view, QStringLiteral("Show another station's &change"), QStringLiteral("F7"), [this] {
+    MessageBar& change = panes_.detail->changeBar();
+    if (change.isVisible()) Q_EMIT change.acted(0);
+  });
+  menus_.add(view, QStringLiteral("&Look again"), QStringLiteral("F5"),
+             [this] { Q_EMIT lookWanted(); });
+  menus_.menu(view).addSeparator();
+}
+
+void WindowMenus::buildAppearanceMenu() {
+  auto* group = new QActionGroup(this);
+  QMenu* appearance = menus_.menu(QStringLiteral("View")).addMenu(QStringLiteral("&Appearance"));
+  const QString now = windowSettings().value(QStringLiteral("appearance")).toString();
+  for (const Appearance each : {Appearance::eSystem, Appearance::eLight, Appearance::eDark}) {
+    const QStringList texts{QStringLiteral("As the &desktop"), QStringLiteral("&Light"),
+                            QStringLiteral("Dar&k")};
+    QAction* action = appearance->addAction(texts[static_cast<int>(each)]);
+    action->setCheckable(true);
+    action->setChecked(appearanceNamed(now) == each);
+    group->addAction(action);
+    connect(action, &QAction::triggered, this,
+            [this, each] { chooseAppearance(appearanceName(each)); });
+  }
+}
+
+void WindowMenus::buildHelpMenu() {
+  const QString help = QStringLiteral("Help");
+  menus_.add(help, QStringLiteral("&Run a command…"), QStringLiteral("Ctrl+K"),
+             [this] { askLine(window_, [this](const QString& line) { run_(line); }); });
+  menus_.add(help, QStringLiteral("&Shortcuts"), QStringLiteral("F1"),
+             [this] { showTable(window_, QStringLiteral("Shortcuts"), menus_.shortcutText()); });
+  menus_.add(help, QStringLiteral("&Commands"), QString(),
+             [this] { run_(QStringLiteral("help")); });
+}
+
+// The colours of what was drawn before are in icons and labels; an empty name is the remembered
+// one.
+void WindowMenus::chooseAppearance(const QString& name) {
+  QSettings kept = windowSettings();
+  const QString key = QStringLiteral("appearance");
+  if (!name.isEmpty()) kept.setValue(key, name);
+  applyAppearance(appearanceNamed(kept.value(key).toString()));
+  layout_.notificationsDock().toggleViewAction()->setIcon(icon(Glyph::eBell, colours().text));
+  layout_.logDock().toggleViewAction()->setIcon(icon(Glyph::eLog, colours().text));
+  layout_.historyDock().toggleViewAction()->setIcon(icon(Glyph::eBusy, colours().text));
+}
+
+}  // namespace korvel

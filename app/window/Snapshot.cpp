@@ -1,0 +1,215 @@
+#include "app/window/Snapshot.h"
+
+#include <algorithm>
+
+#include "app/window/Lists.h"
+#include "app/window/ObjectsModel.h"
+#include "app/window/Texts.h"
+#include "host/project/iPermissionsManager.h"
+#include "host/project/iProjectShare.h"
+#include "station/base/Strings.h"
+#include "station/edit/Edits.h"
+#include "station/edit/UnsavedEdits.h"
+#include "station/keep/UndoList.h"
+#include "station/project/Projects.h"
+#include "station/project/Rooms.h"
+#include "station/ui/PanelDriver.h"
+
+namespace korvel {
+
+namespace {
+
+/// What a part of a snapshot shows now; the old one where nothing differs, so that readers see at
+/// once that they have it already.
+template <typename Value>
+Shared<Value> unlessSame(const Shared<Value>& before, Value now) {
+  if (before && *before == now) return before;
+  return std::make_shared<const Value>(std::move(now));
+}
+
+Hold holdOf(LockState state) {
+  switch (state) {
+    case LockState::eFree:
+      return Hold::eFree;
+    case LockState::eHeld:
+      return Hold::eTaken;
+    case LockState::eLeftBehind:
+      return Hold::eLeftBehind;
+    case LockState::eUnknown:
+      break;
+  }
+  return Hold::eUnknown;
+}
+
+ProjectRow projectRow(const ProjectInfo& info, const ProjectState& open) {
+  ProjectRow row;
+  row.cookie = readableText(info.cookie.asString().str());
+  row.name = readableText(shownText(info.name));
+  row.isPrivate = info.isPrivate;
+  row.isOpen = row.cookie == open.cookie;
+  row.hold = info.isOccupied ? holdOf(info.lock) : Hold::eFree;
+  row.holder = readableText(info.lockOwner);
+  row.problem = readableText(info.problem);
+  return row;
+}
+
+template <typename Row>
+void sortByName(std::vector<Row>& rows) {
+  const QCollator order = naturalOrder();
+  std::ranges::stable_sort(rows,
+                           [&order](const Row& a, const Row& b) { return order(a.name, b.name); });
+}
+
+QStringList stringList(const JsonValue& array) {
+  QStringList list;
+  for (const JsonValue& each : array.elements()) list.append(readableText(each.asString()));
+  return list;
+}
+
+PanelState panelState(const JsonValue& shown) {
+  PanelState panel;
+  panel.exists = true;
+  panel.isOpen = shown["open"].asBool();
+  panel.title = readableText(shown["title"].asString());
+  panel.recipient = readableText(shown["recipient"].asString());
+  panel.recipients = stringList(shown["recipients"]);
+  panel.lines = stringList(shown["lines"]);
+  panel.entry = readableText(shown["entry"].asString());
+  panel.prompt = readableText(shown["prompt"].asString());
+  panel.icon = readableText(shown["icon"].asString());
+  panel.tooltip = readableText(shown["tooltip"].asString());
+  return panel;
+}
+
+ProjectState projectState(Station& station) {
+  const OpenProject* open = station.projects().current();
+  if (!open) return {};
+  return {readableText(open->cookie.asString().str()), readableText(shownText(open->name)),
+          open->isPrivate, readableText(shownText(station.rooms().current()))};
+}
+
+}  // namespace
+
+SnapshotPtr SnapshotMaker::make(const Changes& changes) {
+  auto next = std::make_shared<Snapshot>(*last_);
+  lookAtProject(*next);
+  const bool isOther = next->project.cookie != last_->project.cookie;
+  Changes wanted = changes;
+  if (isOther) {
+    remote_.clear();
+    wanted.all = true;
+  }
+  for (const auto& [cookie, count] : wanted.remote) remote_[cookie] += count;
+  if (wanted.all || wanted.projects) lookAtLists(*next);
+  lookAtEdits(*next, wanted);
+  lookAtOthers(*next, wanted);
+  if (wanted.all || wanted.panel) lookAtPanel(*next);
+  if (wanted.all || wanted.users) lookAtUsers(*next);
+  last_ = next;
+  return next;
+}
+
+void SnapshotMaker::lookAtProject(Snapshot& next) {
+  next.project = projectState(station_);
+  next.undo = readableText(shownText(station_.undo().undoText()));
+  next.redo = readableText(shownText(station_.undo().redoText()));
+}
+
+void SnapshotMaker::lookAtLists(Snapshot& next) {
+  std::vector<ProjectRow> projects;
+  if (const auto infos = station_.projects().list()) {
+    for (const ProjectInfo& info : *infos) projects.push_back(projectRow(info, next.project));
+    sortByName(projects);
+    next.projectsProblem.clear();
+  } else {
+    next.projectsProblem = readableText(infos.error().message);
+  }
+  next.projects = unlessSame(next.projects, std::move(projects));
+  std::vector<RoomRow> rooms;
+  if (!next.project.cookie.isEmpty() && !next.project.isPrivate) {
+    if (const auto infos = station_.rooms().list()) {
+      for (const RoomInfo& info : *infos) {
+        rooms.push_back({readableText(shownText(info.name)), info.isHere, holdOf(info.state),
+                         readableText(info.holder)});
+      }
+      sortByName(rooms);
+    }
+  }
+  next.rooms = unlessSame(next.rooms, std::move(rooms));
+  if (iProjectShare* share = iProjectShare::instance()) {
+    next.activeUsers = static_cast<int>(share->getNumActiveUsers());
+  }
+}
+
+unsigned SnapshotMaker::remoteChanges(const QString& cookie) const {
+  const auto known = remote_.find(cookie.toStdString());
+  return known == remote_.end() ? 0 : known->second;
+}
+
+void SnapshotMaker::lookAtEdits(Snapshot& next, const Changes& changes) {
+  Shared<ObjectRows>& shown = next.objects[static_cast<std::size_t>(ObjectKind::eEdits)];
+  const bool isWhole = changes.all || !shown || changes.families.contains("edit");
+  if (!isWhole && changes.edits.empty()) return;
+  ObjectRows rows = isWhole ? ObjectRows() : *shown;
+  if (isWhole) {
+    const JsonValue list = station_.edits().list();
+    for (const JsonValue& line : list.elements()) {
+      rows.push_back(editRow(line));
+      rows.back().remoteChanges = remoteChanges(rows.back().cookie);
+    }
+    sortByKey(rows);
+    lookAtLeft(next);
+  } else {
+    for (const std::string& cookie : changes.edits) {
+      ObjectRow row = editRow(station_.edits().listed(Cookie(cookie.c_str(), false)));
+      row.remoteChanges = remoteChanges(row.cookie);
+      putRow(rows, readableText(cookie), std::move(row));
+    }
+  }
+  shown = unlessSame(shown, std::move(rows));
+}
+
+void SnapshotMaker::lookAtLeft(Snapshot& next) {
+  std::vector<LeftEdit> left;
+  const JsonValue list = station_.unsaved().state();
+  for (const JsonValue& each : list.elements()) {
+    const QString changed = readableText(each["changed"].asString());
+    left.push_back({readableText(each["cookie"].asString()), readableText(each["name"].asString()),
+                    QDateTime::fromString(changed, Qt::ISODate).toLocalTime(),
+                    readableText(each["problem"].asString())});
+  }
+  next.left = unlessSame(next.left, std::move(left));
+}
+
+void SnapshotMaker::lookAtOthers(Snapshot& next, const Changes& changes) {
+  for (const ObjectKind kind :
+       {ObjectKind::eBins, ObjectKind::eRacks, ObjectKind::eFilters, ObjectKind::eMedia}) {
+    Shared<ObjectRows>& shown = next.objects[static_cast<std::size_t>(kind)];
+    if (shown && !changes.all && !changes.families.contains(familyOf(kind))) continue;
+    ObjectRows rows = rowsOf(station_, kind);
+    for (ObjectRow& row : rows) row.remoteChanges = remoteChanges(row.cookie);
+    sortByKey(rows);
+    shown = unlessSame(shown, std::move(rows));
+  }
+}
+
+void SnapshotMaker::lookAtPanel(Snapshot& next) {
+  PanelState panel;
+  Desktop& desktop = station_.desktop();
+  if (const auto shown = PanelDriver(desktop).show()) panel = panelState(*shown);
+  next.tools = toolsOn(desktop);
+  next.panel = unlessSame(next.panel, std::move(panel));
+}
+
+// The list only grows, so its length tells whether there is a new name.
+void SnapshotMaker::lookAtUsers(Snapshot& next) {
+  iPermissionsManager* permissions = iPermissionsManager::instance();
+  if (!permissions) return;
+  const auto& users = permissions->getUserList();
+  if (next.users && static_cast<std::size_t>(next.users->size()) == users.size()) return;
+  QStringList names;
+  for (const auto& user : users) names.append(readableText(shownText(user)));
+  next.users = std::make_shared<const QStringList>(std::move(names));
+}
+
+}  // namespace korvel

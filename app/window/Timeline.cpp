@@ -1,0 +1,201 @@
+#include "app/window/Timeline.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "app/window/Texts.h"
+#include "station/base/Strings.h"
+#include "station/edit/EditHistory.h"
+#include "station/edit/Edits.h"
+
+namespace korvel {
+
+namespace {
+
+constexpr double kLongestTime = 1e7;  // seconds; a length beyond it is a mistake in the file
+
+double seconds(const JsonValue& time) {
+  const double rate = time["rate"].asDouble();
+  const double value = time["value"].asDouble() / rate;
+  return rate > 0 && std::isfinite(value) ? std::clamp(value, -kLongestTime, kLongestTime) : 0;
+}
+
+bool isSchema(const JsonValue& item, const char* name) {
+  return item["OTIO_SCHEMA"].asString().rfind(std::string(name) + ".", 0) == 0;
+}
+
+const JsonValue& mediaOf(const JsonValue& clip) {
+  const JsonValue* single = clip.find("media_reference");
+  if (single) return *single;
+  return clip["media_references"][clip["active_media_reference_key"].asString()];
+}
+
+const JsonValue& rangeOf(const JsonValue& item) {
+  const JsonValue& own = item["source_range"];
+  return own.isObject() ? own : mediaOf(item)["available_range"];
+}
+
+double lengthOf(const JsonValue& item);
+
+/// One after the other, for a track; side by side, for a stack.
+double lengthOfChildren(const JsonValue& parent) {
+  double sum = 0;
+  double longest = 0;
+  for (const JsonValue& child : parent["children"].elements()) {
+    const double length = lengthOf(child);
+    sum += length;
+    longest = std::max(longest, length);
+  }
+  return isSchema(parent, "Track") ? sum : longest;
+}
+
+double lengthOf(const JsonValue& item) {
+  if (isSchema(item, "Transition")) return 0;
+  const JsonValue& range = rangeOf(item);
+  if (range.isObject()) return std::max(0.0, seconds(range["duration"]));
+  return lengthOfChildren(item);
+}
+
+TimelineItem itemOf(const JsonValue& json, const QString& path, double at) {
+  TimelineItem item;
+  item.name = readableText(shownText(json["name"].asString()));
+  item.path = path;
+  item.start = at;
+  if (isSchema(json, "Transition")) {
+    item.kind = TimelineItem::Kind::eTransition;
+    const double in = std::max(0.0, seconds(json["in_offset"]));
+    item.start = at - in;
+    item.length = in + std::max(0.0, seconds(json["out_offset"]));
+    return item;
+  }
+  item.length = lengthOf(json);
+  item.from = seconds(rangeOf(json)["start_time"]);
+  item.rate = rangeOf(json)["duration"]["rate"].asDouble();
+  if (isSchema(json, "Gap")) item.kind = TimelineItem::Kind::eGap;
+  if (isSchema(json, "Stack") || isSchema(json, "Track")) item.kind = TimelineItem::Kind::eNested;
+  item.hasMaterial = !isSchema(mediaOf(json), "MissingReference");
+  return item;
+}
+
+TimelineTrack trackOf(const JsonValue& json, const QString& path) {
+  TimelineTrack track;
+  track.name = readableText(shownText(json["name"].asString()));
+  track.isAudio = json["kind"].asString() == "Audio";
+  double at = 0;
+  int index = 0;
+  for (const JsonValue& child : json["children"].elements()) {
+    track.items.push_back(itemOf(child, path + QString::number(index++), at));
+    at +=
+        track.items.back().kind == TimelineItem::Kind::eTransition ? 0 : track.items.back().length;
+  }
+  return track;
+}
+
+/// The first rate that a clip tells.
+double rateOf(const Timeline& timeline) {
+  for (const TimelineTrack& track : timeline.tracks) {
+    for (const TimelineItem& item : track.items) {
+      if (item.rate > 0) return item.rate;
+    }
+  }
+  return 24;
+}
+
+/// Of a clip within a nested one, the place in the track where it lies: "0/2" for "0/2/1".
+QString partOf(const std::string& path) {
+  return readableText(path).section(QLatin1Char('/'), 0, 1);
+}
+
+TimelineItem* itemAt(Timeline& timeline, const QString& path) {
+  for (TimelineTrack& track : timeline.tracks) {
+    const auto found = std::ranges::find(track.items, path, &TimelineItem::path);
+    if (found != track.items.end()) return &*found;
+  }
+  return nullptr;
+}
+
+/// Marks the place of something that is in `now` alone.
+void markAddition(Timeline& drawn, Timeline& now, const QString& path, const QString& words) {
+  const TimelineItem* const added = itemAt(now, path);
+  const std::size_t track = path.section(QLatin1Char('/'), 0, 0).toULong();
+  if (!added || drawn.tracks.empty()) return;
+  TimelineTrack& shown = drawn.tracks[std::min(track, drawn.tracks.size() - 1)];
+  shown.added.push_back({std::min(added->start, drawn.length), words});
+}
+
+void markChanges(Timeline& drawn, const OtioDocument& before, const OtioDocument& after) {
+  Timeline now = timelineOf(after.json());
+  for (const ClipChange& change : clipChangesOf(before, after)) {
+    const QString words = readableText(change.words);
+    if (change.kind == ClipChange::Kind::eAdded) {
+      markAddition(drawn, now, partOf(change.after), words);
+    } else if (TimelineItem* item = itemAt(drawn, partOf(change.before))) {
+      item->change += (item->change.isEmpty() ? QString() : QStringLiteral("\n")) + words;
+    }
+  }
+  for (const std::string& each : differencesOf(before, after)) {
+    drawn.changes.append(readableText(each));
+  }
+}
+
+/// The edit as it is shown, unsaved changes included.
+Result<OtioDocument> shownDocument(Station& station, const Cookie& cookie) {
+  const auto edit = station.edits().hold(cookie);
+  if (!edit) return edit.error();
+  OtioDocument document = (*edit)->document();
+  station.edits().release(*edit);
+  return document;
+}
+
+}  // namespace
+
+Timeline timelineOf(const JsonValue& otio) {
+  Timeline timeline;
+  int index = 0;
+  for (const JsonValue& child : otio["tracks"]["children"].elements()) {
+    const QString path = QString::number(index++);
+    if (isSchema(child, "Track")) {
+      timeline.tracks.push_back(trackOf(child, path + QLatin1Char('/')));
+    } else {  // what lies in the stack by itself is a track of its own
+      TimelineTrack track;
+      track.items.push_back(itemOf(child, path, 0));
+      timeline.tracks.push_back(std::move(track));
+    }
+    for (const TimelineItem& item : timeline.tracks.back().items) {
+      timeline.length = std::max(timeline.length, item.start + item.length);
+    }
+  }
+  timeline.rate = rateOf(timeline);
+  return timeline;
+}
+
+TimelinePtr makeTimeline(Station& station, const QString& cookie) {
+  auto timeline = std::make_shared<Timeline>();
+  const auto document = shownDocument(station, Cookie(cookie.toStdString().c_str(), false));
+  if (document) {
+    *timeline = timelineOf(document->json());
+    timeline->name = readableText(shownText(document->name()));
+  } else {
+    timeline->problem = readableText(document.error().message);
+  }
+  timeline->cookie = cookie;
+  return timeline;
+}
+
+TimelinePtr makeTimelineOf(Station& station, const QString& cookie, const QString& version) {
+  auto timeline = std::make_shared<Timeline>();
+  const Cookie object(cookie.toStdString().c_str(), false);
+  const auto kept = EditHistory::read(object, version.toStdString());
+  if (kept) {
+    *timeline = timelineOf(kept->json());
+    timeline->name = readableText(shownText(kept->name()));
+    if (const auto now = shownDocument(station, object)) markChanges(*timeline, *kept, *now);
+  } else {
+    timeline->problem = readableText(kept.error().message);
+  }
+  timeline->cookie = cookie;
+  timeline->version = version;
+  return timeline;
+}
+
+}  // namespace korvel

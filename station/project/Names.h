@@ -1,0 +1,32 @@
+#pragma once
+
+#include <string>
+
+#include "station/base/Result.h"
+
+namespace korvel {
+
+// The names of rooms as file names: every byte that a file name cannot carry everywhere is written
+// as "%" and two upper-case hex digits (control characters, "/ \ : * ? " < > | %", a dot at the
+// head, a dot or blank at the end). Two names never give the same file name.
+
+/// Any text so written, and what was so written; empty where a text cannot have been.
+std::string escapedForFile(const std::string& text);
+std::string unescapedFromFile(const std::string& escaped);
+
+/// The file name, without an ending; the refusal says what is wrong with the name.
+Result<std::string> roomFileName(const std::string& name);
+
+/// The name that a file name stands for; empty when it stands for none.
+std::string roomNameOf(const std::string& fileName);
+
+/// Whether a user may call something (`what`: "project", "edit") by this name: any text of 1 to
+/// 1 000 bytes without control characters, slashes and leading dots included, since names stand
+/// inside files and never name one. The refusal says what is wrong with it.
+Result<void> checkName(const std::string& what, const std::string& name);
+
+/// Whether the wire can carry the text whole: it holds no byte 0xAC, which separates the fields of
+/// a message.
+bool travelsWhole(const std::string& text);
+
+}  // namespace korvel
