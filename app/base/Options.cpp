@@ -276,7 +276,10 @@ std::string helpText() {
   return kDescription + renderWrapped(rows) + kFooter;
 }
 
-ProgramEnd usageError(const std::string& what) { return {2, std::string(kProgram) + ": " + what}; }
+/// Words of a command line or a file stand in it, which may hold anything.
+ProgramEnd usageError(const std::string& what) {
+  return {2, std::string(kProgram) + ": " + shownText(what)};
+}
 
 /// The folder that a variable names, else this one of the user's home; empty where there is none.
 std::string userFolder(const char* variable, const char* below) {

@@ -132,7 +132,7 @@ Error unknown(const CommandTable& commands, const std::vector<std::string>& word
   } else {
     message += "; \"help\" lists all.";
   }
-  return {ErrorCode::eUsage, message, {}};
+  return {ErrorCode::eUsage, shownText(message), {}};
 }
 
 }  // namespace

@@ -57,7 +57,7 @@ Result<JsonValue> help(const CommandTable& table, const Arguments& words) {
   const std::string nearest = table.nearest(words);
   const std::string hint =
       nearest.empty() ? "; \"help\" lists all." : "; did you mean \"" + nearest + "\"?";
-  return usageError("There is no command \"" + name + "\"" + hint);
+  return usageError("There is no command " + inQuotes(name) + hint);
 }
 
 /// What the words of `wait` say.

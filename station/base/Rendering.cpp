@@ -324,7 +324,8 @@ std::string convert(const Conversion& conversion, const LogArgument& argument) {
   }
   if (argument.kind == LogArgument::eSigned && conversion.letter == 'c' &&
       argument.signedValue > 0 && argument.signedValue < 0x80) {
-    return padTo(std::string(1, static_cast<char>(argument.signedValue)), conversion);
+    const std::string letter(1, static_cast<char>(argument.signedValue));
+    return padTo(loggedText(letter), conversion);
   }
   return textOf(argument);
 }

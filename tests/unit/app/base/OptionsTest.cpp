@@ -8,6 +8,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "station/base/Strings.h"
+
 using namespace korvel;
 
 namespace {
@@ -205,6 +207,13 @@ TEST_F(OptionsTest, AWrongConfigLineIsReportedWithFileAndLine) {
     EXPECT_EQ(found.status, 2) << row.text;
     EXPECT_NE(found.text.find(file + row.part), std::string::npos) << found.text;
   }
+}
+
+TEST_F(OptionsTest, WhatIsSaidOfAWrongLineMovesNoCursor) {
+  writeConfig("sen\x1B-\xFFo = 1\n");
+  const ProgramEnd found = end({"--projects", "/p"});
+  EXPECT_EQ(found.text, shownText(found.text));
+  EXPECT_NE(found.text.find(":1: sen?-?o is no option"), std::string::npos) << found.text;
 }
 
 TEST_F(OptionsTest, KeysThatAreNoOptionAreHostConfigurationValues) {

@@ -158,6 +158,8 @@ TEST_F(ConsoleTest, WhatCannotBeRunSaysWhatToDoInstead) {
                       {"trim edit 'Scene 1' 2", "did you mean \"edit trim \"Scene 1\" 2\"?"},
                       {"trim edits", "did you mean \"edit trim\"?"},
                       {"frobnicate", "\"help\" lists all."},
+                      {"w\x1B[2J\xC2\x9B\xFF", "There is no command \"w?[2J??\""},
+                      {"trim edit \x1B", "did you mean \"edit trim ?\"?"},
                       {"edit trim A", "needs more words; usage: edit trim E CLIP"},
                       {"edit trim A B C", "takes fewer words; usage: edit trim E CLIP"},
                       {"where 'x", "never closed"}};
