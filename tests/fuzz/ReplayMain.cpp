@@ -11,7 +11,8 @@ using namespace korvel;
 namespace korvel {
 
 // Hands every file of the folders named on the command line to the fuzz target. Fails when there is
-// none; the name of a file stands on standard error before a target that ends the program.
+// none; the name of a file stands on standard error before a target that ends the program. Words
+// that begin with "--" are the target's own.
 
 namespace {
 
@@ -26,9 +27,13 @@ void replay(const std::filesystem::path& file) {
 
 }  // namespace korvel
 
+extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int* count, char*** arguments);
+
 int main(int count, char** arguments) {
+  if (LLVMFuzzerInitialize) LLVMFuzzerInitialize(&count, &arguments);
   std::vector<std::filesystem::path> files;
   for (int i = 1; i < count; ++i) {
+    if (std::string_view(arguments[i]).starts_with("--")) continue;
     for (const auto& entry : std::filesystem::directory_iterator(arguments[i]))
       files.push_back(entry.path());
   }
