@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -12,24 +13,6 @@
 #include "station/os/FolderListing.h"
 
 namespace korvel {
-
-/// A file of the open project that was found to differ from what was known of it.
-struct FoundFile {
-  std::string name;  ///< in the project's folder: "E0a1b.otio", "rooms/Sound.lck"
-  std::string path;
-  bool isGone = false;
-  FileStamp stamp;                            ///< as it was when it was found
-  Result<std::string> bytes = std::string();  ///< what it held then, where its content matters
-  bool isAtRest = false;                      ///< these bytes belong to this stamp for good
-
-  /// Whether the file is still so. What was found a moment ago may be older than what this station
-  /// wrote or read since. Asks the share.
-  [[nodiscard]] bool isCurrent() const {
-    return isGone ? isSurelyGone(path) : isStillStamped(path, stamp);
-  }
-};
-
-using FoundFiles = std::vector<FoundFile>;
 
 /// Files of the open project whose objects are shown because of a message or of this station's own
 /// doing. One that was made and removed between two looks at the folder would never be missed
@@ -51,6 +34,29 @@ class NewlyShown {
   std::mutex mutex_;
   std::set<std::string> names_;
 };
+
+/// A file of the open project that was found to differ from what was known of it.
+struct FoundFile {
+  std::string name;  ///< in the project's folder: "E0a1b.otio", "rooms/Sound.lck"
+  std::string path;
+  bool isGone = false;
+  FileStamp stamp;                            ///< as it was when it was found
+  Result<std::string> bytes = std::string();  ///< what it held then, where its content matters
+  bool isAtRest = false;                      ///< these bytes belong to this stamp for good
+  std::shared_ptr<NewlyShown> shown = {};     ///< of its folder; null where nothing is noted
+
+  /// Whether the file is still so. What was found a moment ago may be older than what this station
+  /// wrote or read since. A file that was gone and is back is noted as shown, since the watch no
+  /// longer knows it and would not miss it. Asks the share.
+  [[nodiscard]] bool isCurrent() const {
+    if (!isGone) return isStillStamped(path, stamp);
+    const bool isStillGone = isSurelyGone(path);
+    if (!isStillGone && shown) shown->add(name);
+    return isStillGone;
+  }
+};
+
+using FoundFiles = std::vector<FoundFile>;
 
 /// The record of a project: the file "project.json" in its folder.
 struct ProjectRecord {

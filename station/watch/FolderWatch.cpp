@@ -107,6 +107,7 @@ FoundFiles WatchedFiles::readSome(std::vector<std::string>& names) {
 void WatchedFiles::read(const std::string& name, FoundFile& found) const {
   found.name = folder_.prefix + name;
   found.path = folder_.path + "/" + name;
+  found.shown = folder_.shown;
   if (const auto listed = listed_.find(name); listed != listed_.end()) found.stamp = listed->second;
   if (folder_.largest > 0) {
     auto content = readStamped(found.path, folder_.largest);

@@ -1,7 +1,18 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <chrono>
 #include <csignal>
+#include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <map>
+#include <random>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
 
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/support/StationProcess.h"
@@ -10,13 +21,82 @@ using namespace korvel;
 
 namespace {
 
+std::string textOf(const std::map<std::string, std::string>& names) {
+  std::string text;
+  for (const auto& [cookie, name] : names)
+    text.append(cookie).append(" ").append(name).append("\n");
+  return text;
+}
+
+/// A station that makes, replaces and deletes edits and bins within milliseconds, and says nothing
+/// of it.
+class HastyWriter {
+ public:
+  explicit HastyWriter(std::string folder) : folder_(std::move(folder)) {}
+
+  /// Does something to so many objects, some of them new ones.
+  void work(int objects) {
+    constexpr int kLongest = 60;  // milliseconds between two objects
+    for (int count = 0; count < objects; ++count) {
+      hurry(random(2) == 0 || cookies_.empty() ? newCookie() : cookies_[random(cookies_.size())]);
+      std::this_thread::sleep_for(std::chrono::milliseconds(random(kLongest)));
+    }
+  }
+
+  /// The cookies and names of all that is there.
+  [[nodiscard]] std::string there() const { return textOf(there_); }
+
+ private:
+  std::size_t random(std::size_t below) { return random_() % below; }
+
+  std::string newCookie() {
+    std::array<char, 40> text{};
+    const char* const kind = random(2) == 0 ? "E" : "G";
+    std::snprintf(text.data(), text.size(), "%sc0de%028x", kind, static_cast<unsigned>(random_()));
+    return cookies_.emplace_back(text.data());
+  }
+
+  void hurry(const std::string& cookie) {
+    for (std::size_t count = 1 + random(6); count > 0; --count) {
+      if (there_.contains(cookie) && random(2) == 0) {
+        std::filesystem::remove(fileOf(cookie));
+        there_.erase(cookie);
+      } else {
+        replace(cookie);
+      }
+      if (random(3) == 0) std::this_thread::sleep_for(std::chrono::milliseconds(random(8)));
+    }
+  }
+
+  void replace(const std::string& cookie) {
+    const std::string name = "Name-" + std::to_string(++names_);
+    const bool isEdit = cookie.front() == 'E';
+    std::ofstream(folder_ + "/elsewhere")
+        << (isEdit ? R"({"OTIO_SCHEMA":"Timeline.1","metadata":{},"name":")" + name +
+                         R"(","tracks":{"OTIO_SCHEMA":"Stack.1","children":[]}})"
+                   : R"({"name":")" + name + R"(","contents":[]})");
+    std::filesystem::rename(folder_ + "/elsewhere", fileOf(cookie));
+    there_[cookie] = name;
+  }
+
+  [[nodiscard]] std::string fileOf(const std::string& cookie) const {
+    return folder_ + "/" + cookie + (cookie.front() == 'E' ? ".otio" : ".json");
+  }
+
+  std::string folder_;
+  std::mt19937 random_{20240531};
+  std::vector<std::string> cookies_;
+  std::map<std::string, std::string> there_;
+  int names_ = 0;
+};
+
 /// Two stations on one projects directory. Neither hears the other's datagrams.
 class CatchUpShareTest : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(anna.waitUntilReady());
     ASSERT_TRUE(ben.waitUntilReady());
-    run(anna, "project create Film");
+    project = run(anna, "project create Film").asString();
     for (StationProcess* station : {&anna, &ben}) run(*station, "project enter Film");
   }
 
@@ -46,7 +126,32 @@ class CatchUpShareTest : public testing::Test {
     EXPECT_EQ(ben.events("received").size(), 0u);
   }
 
+  /// Seconds until ben shows the files that there are, and no others; at most two minutes.
+  double timeUntilShown(const HastyWriter& writer) {
+    const auto begin = std::chrono::steady_clock::now();
+    const auto passed = [&] {
+      return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    };
+    while (shownBy(ben) != writer.there() && passed() < 20) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return passed();
+  }
+
+  /// The cookies and names of a station's edits and bins.
+  static std::string shownBy(StationProcess& station) {
+    const JsonValue state = run(station, "state");
+    std::map<std::string, std::string> names;
+    for (const char* part : {"edits", "bins"}) {
+      for (const JsonValue& each : state[part].elements()) {
+        names[each["cookie"].asString()] = each["name"].asString();
+      }
+    }
+    return textOf(names);
+  }
+
   ScratchFolder folder;
+  std::string project;
   StationProcess anna{options("ANNA")};
   StationProcess ben{options("BEN")};
 };
@@ -118,6 +223,21 @@ TEST_F(CatchUpShareTest, RoomsAreFollowed) {
   EXPECT_EQ(run(ben, "state")["rooms"].elements().at(0)["state"].asString(), "held");
   run(anna, "room leave");
   benFinds("room", "refreshed");
+}
+
+TEST_F(CatchUpShareTest, WhatIsReplacedAndDeletedInQuickSuccessionIsShownAsItIsInTheEnd) {
+  constexpr int kRounds = 10;
+  constexpr int kFiles = 20;       // a round
+  constexpr double kLongest = 10;  // seconds; a look comes at the latest 2 s after the one before
+  HastyWriter writer(folder / project);
+  double longest = 0;
+  for (int round = 0; round < kRounds && longest < kLongest; ++round) {
+    writer.work(kFiles);
+    longest = std::max(longest, timeUntilShown(writer));
+  }
+  RecordProperty("longest_milliseconds", static_cast<int>(longest * 1000));
+  EXPECT_LT(longest, kLongest) << shownBy(ben) << "but there is\n"
+                               << writer.there() << ben.errorText();
 }
 
 TEST_F(CatchUpShareTest, AStationThatWasStoppedFindsWhatHappenedMeanwhile) {

@@ -127,6 +127,25 @@ TEST_F(WatchedFilesTest, AFileThatWasMadeShownAndRemovedBetweenTwoLooksIsMissed)
   EXPECT_TRUE(found[1].isGone);
 }
 
+TEST_F(WatchedFilesTest, AFileThatWasBackWhenItsEndWasTakenUpAndIsGoneByTheNextLookIsMissed) {
+  WatchedFolder watch = watched();
+  watch.shown = std::make_shared<NewlyShown>();
+  WatchedFiles files(watch);
+  write("a.json", "1");
+  lookAt(files);
+  std::filesystem::remove(folder / "a.json");
+  FoundFiles found = lookAt(files);
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_TRUE(found[0].isGone);
+  write("a.json", "2");
+  EXPECT_FALSE(found[0].isCurrent());  // so it goes on being shown
+  std::filesystem::remove(folder / "a.json");
+  found = lookAt(files);
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_TRUE(found[0].isGone);
+  EXPECT_TRUE(found[0].isCurrent());
+}
+
 TEST_F(WatchedFilesTest, AFolderThatChangedIsLookedAtOnceMoreWhenTheClockHasTicked) {
   WatchedFiles files(watched());
   lookAt(files);
