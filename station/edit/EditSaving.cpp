@@ -113,8 +113,12 @@ Result<void> EditActions::restore(const Cookie& cookie, const std::string& versi
     }
     edit.putContent(std::move(*document));
     auto saved = saveLoaded(edit, EditFile::Overwrite::eRefuse);
-    if (!saved) (void)edit.revert();
-    if (saved) events().changed(edit.kindText(), cookie, "reloaded", currentOrigin());
+    if (!saved) {
+      (void)edit.revert();
+      openEdits().noteLoaded(edit);  // the list has the older version's name by now
+      return saved;
+    }
+    events().changed(edit.kindText(), cookie, "reloaded", currentOrigin());
     return saved;
   });
 }
