@@ -18,7 +18,7 @@ MessageGate await(const LightweightString<wchar_t>& file) {
 }
 
 bool isRewritten(const MessageFields& message) {
-  return numberAtStart(message.container) == ContainerValue::eRewritten;
+  return numberAtStart(message.container) == static_cast<int>(ContainerValue::eRewritten);
 }
 
 bool isContainer(const Cookie& cookie) {

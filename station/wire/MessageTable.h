@@ -99,7 +99,7 @@ extern const WireField kTransferTargetField;  ///< a target that stations read a
 extern const WireField kTransferCookieField;  ///< a cookie that no station reads
 
 /// What a container message says of its object.
-enum ContainerValue : int { eNothing = 0, eRewritten = 1, eReloadNow = 2, eDestroyed = 3 };
+enum class ContainerValue { eNothing = 0, eRewritten = 1, eReloadNow = 2, eDestroyed = 3 };
 
 /// What each container value means, from 0 on; stations drop a message with a higher one.
 inline constexpr std::array kContainerValues{"nothing", "rewritten", "reload now", "destroyed"};

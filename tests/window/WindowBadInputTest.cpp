@@ -69,7 +69,7 @@ TEST_F(WindowBadInputTest, WhoWritesWhatOthersDoNotSeeWholeIsToldUntilTheNextMes
     openPanel(window);
     for (const auto& [text, told] : toldOf) {
       send(window, text);
-      EXPECT_TRUE(waitFor([&] { return window.messages().text().contains(told); }))
+      EXPECT_TRUE(waitFor([&, &told = told] { return window.messages().text().contains(told); }))
           << text.toStdString();
       EXPECT_TRUE(window.messages().isVisible());
       send(window, QStringLiteral("Dinner for ten"));
@@ -164,8 +164,8 @@ TEST_F(WindowBadInputTest, ASmallWindowHoldsEverythingAtOnceInTabs) {
                                      {QSize(700, 300), 3},
                                      {QSize(1000, 700), 0}}) {
       window.resize(size);
-      EXPECT_TRUE(
-          waitFor([&] { return window.tabifiedDockWidgets(&window.panel()).size() == tabs; }));
+      EXPECT_TRUE(waitFor(
+          [&, tabs = tabs] { return window.tabifiedDockWidgets(&window.panel()).size() == tabs; }));
       EXPECT_FALSE(window.grab().isNull());
       EXPECT_EQ(window.size(), size);
       EXPECT_TRUE(waitFor([&] { return liesApart(window, shownParts(window)); })) << size.width();

@@ -59,7 +59,7 @@ TEST_F(WindowTest, AChosenEditShowsItsTimelineAndWhoMayChangeIt) {
 }
 
 TEST_F(WindowTest, AnEmptyLineIsSentLikeAnyOther) {
-  play([this](MainWindow& window) {
+  play([](MainWindow& window) {
     ASSERT_TRUE(waitFor([&] { return window.snapshot() != nullptr; }));
     openPanel(window);
     QTest::keyClick(&window.panel().entry(), Qt::Key_Return);

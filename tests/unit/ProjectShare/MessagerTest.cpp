@@ -24,7 +24,8 @@ extern "C" void __wrap__ZN4Glob4drawEv(Glob* widget) {
   for (int i = 0; i < drawings; ++i) __real__ZN4Glob4drawEv(widget);
 }
 
-extern "C" const Palette& __wrap__ZN6UifStd10getPaletteEv() { return kLight; }
+// A reference and a pointer are the same to the linker.
+extern "C" const Palette* __wrap__ZN6UifStd10getPaletteEv() { return &kLight; }
 
 namespace {
 
