@@ -202,7 +202,7 @@ namespace {
 
 /// Whether the projects directory has a list of users in which this one is not.
 bool isLeftOut(const std::string& user) {
-  const auto list = readFresh(settings().projectsDirectory + "/userlist.dat", kLargestRecord);
+  const auto list = readFresh(settings().projectsDirectory + "/userlist.dat", kLargestList);
   if (!list) return false;
   std::istringstream lines(*list);
   bool hasNames = false;

@@ -17,12 +17,14 @@ namespace korvel {
 namespace {
 
 constexpr int kMaxDepth = 512;
+constexpr std::size_t kOfAllocation = 17;  // what a text of its own needs beside its bytes
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 /// Reads one text from its head to its end; the first thing that does not fit ends it.
 class Reader {
  public:
-  explicit Reader(std::string_view text) : text_(text) {}
+  Reader(std::string_view text, std::size_t mostMemory)
+      : text_(text), mostMemory_(mostMemory), left_(mostMemory) {}
 
   Result<JsonValue> read() {
     if (text_.substr(0, kByteOrderMark.size()) == kByteOrderMark) at_ = kByteOrderMark.size();
@@ -59,12 +61,31 @@ class Reader {
     return false;
   }
 
+  /// Takes so many bytes of the memory that the value may have; false where there are not as many.
+  bool spend(std::size_t bytes) {
+    if (bytes > left_) return isTooLarge_ = true, false;
+    left_ -= bytes;
+    return true;
+  }
+
+  /// Whether one element more may be had: where the list is full, it doubles.
+  template <typename List>
+  bool spendOnNext(const List& list) {
+    if (list.size() < list.capacity()) return true;
+    return spend(std::max<std::size_t>(1, list.capacity()) * sizeof(list[0]));
+  }
+
+  bool spendOn(const std::string& text) {
+    return text.size() < sizeof text || spend(text.size() + kOfAllocation);
+  }
+
   [[nodiscard]] Error failure() const {
     const auto line = 1 + std::count(text_.begin(), text_.begin() + static_cast<long>(at_), '\n');
-    return {ErrorCode::eBadContent,
-            "line " + std::to_string(line) + ": expected " + expected_ +
-                (at_ >= text_.size() ? ", but the text ends" : ""),
-            ""};
+    const std::string ending = at_ >= text_.size() ? ", but the text ends" : "";
+    const std::string memory = std::to_string(mostMemory_ >> 20) + " MiB of memory";
+    const std::string problem =
+        isTooLarge_ ? "up to here it takes more than " + memory : "expected " + expected_ + ending;
+    return {ErrorCode::eBadContent, "line " + std::to_string(line) + ": " + problem, ""};
   }
 
   bool readValue(JsonValue& value, int depth) {
@@ -110,6 +131,7 @@ class Reader {
     skipBlanks();
     if (take(']')) return true;
     do {
+      if (!spendOnNext(array.elements())) return false;
       if (!readValue(array.elements().emplace_back(), depth)) return false;
       skipBlanks();
     } while (take(','));
@@ -123,6 +145,7 @@ class Reader {
     skipBlanks();
     if (!take('}')) {
       do {
+        if (!spendOnNext(members)) return false;
         if (!readMember(members.emplace_back(), depth)) return false;
         skipBlanks();
       } while (take(','));
@@ -147,7 +170,7 @@ class Reader {
       const std::size_t from = at_;
       while (at_ < text_.size() && isPlain(text_[at_])) ++at_;
       text += text_.substr(from, at_ - from);
-      if (take('"')) return true;
+      if (take('"')) return spendOn(text);
       if (at_ >= text_.size()) break;
       if (!take('\\')) return expected("the end of a string, or control characters as escapes");
       if (!readEscape(text)) return false;
@@ -199,14 +222,17 @@ class Reader {
 
   std::string_view text_;
   std::size_t at_ = 0;
+  const std::size_t mostMemory_;
+  std::size_t left_;  ///< of that memory
+  bool isTooLarge_ = false;
   std::string expected_;
 };
 
 }  // namespace
 
-Result<JsonValue> parseJson(std::string_view text) {
+Result<JsonValue> parseJson(std::string_view text, std::size_t mostMemory) {
   try {
-    return Reader(text).read();
+    return Reader(text, mostMemory).read();
   } catch (const std::bad_alloc&) {
     return Error{ErrorCode::eSystem, "there is not enough memory to read it", {}};
   }

@@ -85,9 +85,14 @@ class JsonValue {
   std::vector<Member> members_;
 };
 
+/// How much memory the value of a record, a list or a letter may take. Most take five times their
+/// text, and texts of nothing but zeros forty times.
+inline constexpr std::size_t kMostJsonMemory = std::size_t{128} << 20;
+
 /// Reads one JSON text (with NaN and Inf as above). Failure: eBadContent, with the line and what
-/// was expected; eSystem without the memory for it. Nesting deeper than 512 is refused.
-Result<JsonValue> parseJson(std::string_view text);
+/// was expected, or that the value would take more than `mostMemory` bytes; eSystem without the
+/// memory for it. Nesting deeper than 512 is refused.
+Result<JsonValue> parseJson(std::string_view text, std::size_t mostMemory = kMostJsonMemory);
 
 /// Writes on one line, without blanks. Strings that are not UTF-8 keep their bytes.
 std::string writeJson(const JsonValue& value);

@@ -94,6 +94,14 @@ Result<Cookie> ContainerPart::create(const std::string& name, JsonValue content)
   return cookie;
 }
 
+Error ContainerPart::tooLargeToWrite(const Cookie& cookie) const {
+  return {ErrorCode::eRefused,
+          "The " + wordsFor(cookie) + " would take more than " +
+              std::to_string(kLargestRecord >> 20) +
+              " MiB on the share, and no station reads so large a file; divide it.",
+          fileOf(cookie)};
+}
+
 Result<void> ContainerPart::change(const Cookie& cookie, const Change& change) {
   if (const Result<void> known = requireKnown(cookie); !known) return known;
   const ObjectLock lock(fileOf(cookie));
@@ -107,7 +115,9 @@ Result<void> ContainerPart::change(const Cookie& cookie, const Change& change) {
       take(cookie, std::move(*record), ContainerManagerBase::eChanged);
     return {};
   }
-  const Result<void> written = writeAtomically(fileOf(cookie), writeJsonIndented(*record) + "\n");
+  const std::string text = writeJsonIndented(*record) + "\n";
+  if (text.size() > kLargestRecord) return tooLargeToWrite(cookie);
+  const Result<void> written = writeAtomically(fileOf(cookie), text);
   if (!written) return written;
   show(cookie, std::move(*record));
   tell(cookie, "modified", kRewritten);

@@ -140,6 +140,7 @@ class ContainerPart : public iProjectPart {
   Result<JsonValue> read(const Cookie& cookie) const;
   [[nodiscard]] Result<void> check(const Cookie& cookie, const JsonValue& record) const;
   Result<void> requireKnown(const Cookie& cookie) const;
+  [[nodiscard]] Error tooLargeToWrite(const Cookie& cookie) const;
   Result<void> requireNew(const std::string& name) const;
   void warnOfNamesakes(const std::string& name) const;
   Result<std::optional<Trashed>> moveToTrash(const Cookie& cookie) const;

@@ -50,6 +50,7 @@ class SummaryScanner {
     switch (letter) {
       case '{':
       case '[':
+        if (levels_.size() == kDeepestNesting) return false;
         levels_.push_back({letter == '{', {}, letter == '{'});
         return true;
       case '}':
@@ -113,7 +114,8 @@ class SummaryScanner {
     return value ? value->asString() : std::string();
   }
 
-  static constexpr std::size_t kDeepest = 4;  ///< where the owner stands
+  static constexpr std::size_t kDeepest = 4;           ///< where the owner stands
+  static constexpr std::size_t kDeepestNesting = 512;  ///< what opening reads
 
   const std::string& text_;
   std::size_t at_ = 0;

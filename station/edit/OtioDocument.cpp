@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "station/base/Strings.h"
+#include "station/os/SharedFiles.h"
 
 namespace korvel {
 
@@ -41,7 +42,7 @@ void restoreMetadata(JsonValue& json, const JsonValue& block) {
 
 Result<OtioDocument> OtioDocument::parse(std::string_view bytes) {
   if (bytes.empty()) return noTimeline("it is empty.");
-  auto json = parseJson(bytes);
+  auto json = parseJson(bytes, kMostEditMemory);
   if (!json && json.error().code != ErrorCode::eBadContent) return json.error();
   if (!json) return noTimeline(json.error().message);
   if (!json->isObject()) return noTimeline("it is not an object.");

@@ -235,7 +235,7 @@ UnsavedState RecoveryFolder::read(const std::string& path) {
   if (const auto plain = stampOfFile(path); !plain) return unreadable(path, plain.error().message);
   const auto bytes = readListed(path);
   if (!bytes) return unreadable(path, bytes.error().message);
-  auto json = parseJson(*bytes);
+  auto json = parseJson(*bytes, kMostEditMemory);
   if (!json) return unreadable(path, path + " cannot be read: " + json.error().message);
   const std::string& hash = (*json)["hash"].asString();
   UnsavedState state;

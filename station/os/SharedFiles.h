@@ -39,8 +39,12 @@ bool isGoneFrom(const std::string& folder, const std::string& path);
 
 /// How large a file is read whole: an edit, and a record or list, which is small. A larger one
 /// holds something else, and reading it would keep the station from everything that it has to do.
-inline constexpr std::size_t kLargestFile = std::size_t{256} << 20;
+inline constexpr std::size_t kLargestFile = std::size_t{128} << 20;
 inline constexpr std::size_t kLargestRecord = std::size_t{16} << 20;
+
+/// How much memory an edit may take that was read; it takes three times its file. For records and
+/// lists kMostJsonMemory is the limit.
+inline constexpr std::size_t kMostEditMemory = std::size_t{512} << 20;
 
 /// A user list, a project's own record, and what trials and stations write about themselves: a few
 /// lines. What is read becomes up to fifty times as large in memory, at every station.

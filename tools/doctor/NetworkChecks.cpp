@@ -256,8 +256,10 @@ Findings judgeWay(const JsonValue& rules, Way way, int port) {
   }
 }
 
+/// Programs complain in a line; what is longer is no complaint.
 std::string firstLineOf(const std::string& text) {
-  return text.empty() ? "" : " (" + text.substr(0, text.find('\n')) + ")";
+  constexpr std::size_t kMost = 200;
+  return text.empty() ? "" : " (" + text.substr(0, std::min(text.find('\n'), kMost)) + ")";
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ctime>
 #include <iostream>
+#include <set>
 
 #include "host/base/Text.h"
 #include "host/os/Files.h"
@@ -53,6 +54,7 @@ bool UserList::holds(const std::string& user) const {
 
 UserList readUserList(std::string_view bytes) {
   UserList list;
+  std::set<std::string> known;
   for (std::size_t number = 1; !bytes.empty(); ++number) {
     const std::string line = takeLine(bytes);
     const std::string problem = problemOf(line);
@@ -62,7 +64,7 @@ UserList readUserList(std::string_view bytes) {
     auto name = Kv::WStringFromAscii(hostText(line));
     Kv::toUpper(name);
     const std::string user = utf8Text(name);
-    if (std::ranges::find(list.users, user) == list.users.end()) list.users.push_back(user);
+    if (known.insert(user).second) list.users.push_back(user);
   }
   return list;
 }

@@ -65,6 +65,25 @@ struct KindName {
 using Kinds = testing::Types<BinKind, RackKind>;
 TYPED_TEST_SUITE(Containers, Kinds, KindName);
 
+TYPED_TEST(Containers, OneThatWouldBeTooLargeToBeReadIsNotWritten) {
+  const Cookie container = this->made();
+  const std::string path = this->fileOf(container);
+  const std::string large = R"({"name":"Rushes","note":")" +
+                            std::string(kLargestRecord - 100, 'n') + R"(","contents":[]})";
+  StationScene::write(path, large);
+  const auto added = this->manager.add(container, CookieVec(100, Cookie("E0001", false)));
+  ASSERT_TRUE(added);
+  CookieVec many;
+  for (int each = 0; each < 20; ++each) many.push_back(Cookie::create('E'));
+  StationScene::write(path, large);
+  const auto refused = this->manager.add(container, many);
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().code, ErrorCode::eRefused);
+  EXPECT_NE(refused.error().message.find("more than 16 MiB"), std::string::npos)
+      << refused.error().message;
+  EXPECT_EQ(StationScene::read(path), large);
+}
+
 TYPED_TEST(Containers, AreWrittenAndAnnouncedWhenTheyAreMade) {
   const Result<Cookie> made = this->manager.create("Rushes");
   ASSERT_TRUE(made);
