@@ -33,7 +33,7 @@ if(KV_TIDY)  # nothing is built; what is read as one needs its headers read once
   set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 endif()
 if(KV_FUZZ)
-  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_compile_options(-fsanitize=fuzzer-no-link -O1)
 endif()
 
 # Precompiled standard headers, for all builds but "dev", which goes without and so sees that every file includes what it
