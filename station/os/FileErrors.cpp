@@ -11,6 +11,7 @@ namespace korvel {
 
 namespace {
 
+// The last row answers for everything without a row of its own, so eSystem stays last.
 constexpr FileProblem kProblems[] = {
     {ErrorCode::eNotFound, eFileError::eMissing, "missing", "it is not there",
      "check the path, and that the share is mounted"},
@@ -40,6 +41,9 @@ struct Number {
   ErrorCode code;
 };
 
+// EACCES means missing rights here: tryLock() has turned the EACCES of a lock that SMB refuses into
+// EAGAIN. EISDIR, ENXIO, ELOOP and EMLINK are what openPlainFile() and openToChange() leave for
+// folders, pipes, links and files of several names.
 constexpr Number kNumbers[] = {
     {ENOENT, ErrorCode::eNotFound},      {ENOTDIR, ErrorCode::eNotFound},
     {EEXIST, ErrorCode::eExists},        {EAGAIN, ErrorCode::eHeld},
@@ -61,6 +65,7 @@ const FileProblem& fileProblem(int number) {
 }
 
 const FileProblem& fileProblem(eFileError error) {
+  // The row of eExists is eOther too, and its text fits no other failure.
   if (error == eFileError::eOther) return otherProblem();
   const auto* const known = std::ranges::find(kProblems, error, &FileProblem::error);
   return known == std::end(kProblems) ? otherProblem() : *known;

@@ -61,9 +61,12 @@ void addEntry(int folder, const char* name, FolderListing& listing) {
 Result<FolderListing> listStamped(const std::string& folder, WantedName isWanted) {
   const OpenFolder directory(::opendir(folder.c_str()));
   FolderListing listing;
+  // Stamped before the entries are read: a change meanwhile shows as another stamp at the next
+  // look.
   if (!directory || !stampOpen(::dirfd(directory.get()), listing.folder)) {
     return errorFromErrno(errno, "list", folder);
   }
+  // readdir() returns null at the end and on failure; only errno tells the two apart.
   errno = 0;
   while (const dirent* const entry = ::readdir(directory.get())) {
     if (isWanted(entry->d_name)) addEntry(::dirfd(directory.get()), entry->d_name, listing);
@@ -73,8 +76,7 @@ Result<FolderListing> listStamped(const std::string& folder, WantedName isWanted
   return listing;
 }
 
-// Some network file systems answer truly after the folder was opened, others only after an entry
-// of it was read.
+// NFS answers freshly once the folder was opened, SMB only once an entry of it was read.
 Result<FileStamp> stampOfFolder(const std::string& folder) {
   const Descriptor directory = openAfresh(folder);
   FileStamp stamp;
@@ -87,6 +89,8 @@ Result<FileStamp> stampOfFolder(const std::string& folder) {
 Result<StampedContent> readStamped(const std::string& path, std::size_t most) try {
   const Descriptor file = openPlainFile(path, O_RDONLY | O_NOFOLLOW);
   StampedContent content;
+  // Stamped before the bytes are read: where another writer changes them meanwhile, the stamp is
+  // too old and the file is read again, instead of never.
   if (!file.isOpen() || !stampOpen(file.get(), content.stamp)) {
     return errorFromErrno(errno, "read", path);
   }
@@ -100,6 +104,7 @@ Result<StampedContent> readStamped(const std::string& path, std::size_t most) tr
 
 Result<FileStamp> stampOfFile(const std::string& path) {
   struct stat status {};
+  // A link is not followed: it may lead out of the share.
   if (::lstat(path.c_str(), &status) != 0) return errorFromErrno(errno, "look at", path);
   if (S_ISREG(status.st_mode)) return stampOf(status);
   return errorFromErrno(S_ISDIR(status.st_mode) ? EISDIR : ELOOP, "look at", path);
@@ -118,6 +123,7 @@ void inFlight(std::size_t count, const std::function<void(std::size_t)>& job) {
     try {
       for (std::size_t each = next++; each < count; each = next++) job(each);
     } catch (...) {
+      // No thread takes another job.
       next = count;
       if (!hasFailed.exchange(true)) failure = std::current_exception();
     }
@@ -128,7 +134,7 @@ void inFlight(std::size_t count, const std::function<void(std::size_t)>& job) {
       threads[each] = threadWithoutSignals(work);
     }
   } catch (const std::exception&) {
-    // As many as the machine has are enough.
+    // The threads that were started do the work; without any, this one does it alone.
   }
   work();
   for (std::thread& thread : threads) {
@@ -148,16 +154,19 @@ bool isSurelyGone(const std::string& path) {
 }
 
 bool isAtRest(const FileStamp& stamp, std::int64_t moment) {
+  // A copy that keeps its original's time sets `modified` to the past, but never `changed`.
   return std::max(stamp.modified, stamp.changed) < moment - kCoarsestTick;
 }
 
 namespace {
 
+// IN_CLOSE_WRITE rather than IN_MODIFY: one notice for a file, once it is whole.
 constexpr std::uint32_t kChanges = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO |
                                    IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
 int millisecondsUntil(FolderNotices::Clock::time_point until) {
   const auto left =
+      // Rounded up: rounded down, the caller would spin through the last millisecond.
       std::chrono::ceil<std::chrono::milliseconds>(until - FolderNotices::Clock::now());
   return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 3'600'000));
 }
@@ -188,6 +197,7 @@ void FolderNotices::pause(Clock::time_point until) {
 }
 
 void FolderNotices::wake() {
+  // The counter is never read back, so that every later wait ends at once, too.
   const std::uint64_t one = 1;
   // The counter can only be full, and then it is readable already.
   [[maybe_unused]] const ssize_t written = ::write(wakes_.get(), &one, sizeof one);

@@ -57,6 +57,7 @@ std::uint64_t HostFile::size() const {
 std::size_t HostFile::read(void* bytes, std::size_t count) {
   std::size_t done = 0;
   while (done < count) {
+    // A read on a network file system may return less than was asked for before the end.
     const ssize_t taken = ::read(file_.get(), static_cast<char*>(bytes) + done, count - done);
     if (taken == 0 || (taken < 0 && errno != EINTR)) break;
     if (taken > 0) done += static_cast<std::size_t>(taken);
@@ -68,8 +69,8 @@ bool HostFile::write(const void* bytes, std::size_t count) {
   return writeAll(file_.get(), {static_cast<const char*>(bytes), count});
 }
 
-/// A removal that began before the write may have found the old content and be about to go on: it
-/// is waited for. One that begins later finds the new content, and leaves the file alone.
+/// A removal that began before the write may have seen the old content and be about to remove the
+/// file: wait for it. A removal that begins later sees the new content and leaves the file alone.
 bool ReplacingFile::write(const void* bytes, std::size_t count) {
   if (replaced_) return HostFile::write(bytes, count);
   for (int tries = 0; tries < kOpenTries; ++tries) {
@@ -85,13 +86,14 @@ bool ReplacingFile::write(const void* bytes, std::size_t count) {
   return false;
 }
 
-/// Empties the file first, so that no reader takes the new text with the old one's end for a text.
+/// Empties the file first: otherwise a reader could see the new text followed by the old one's end.
 bool ReplacingFile::replaceContent(const void* bytes, std::size_t count) {
   return ::ftruncate(file_.get(), 0) == 0 && ::lseek(file_.get(), 0, SEEK_SET) == 0 &&
          HostFile::write(bytes, count);
 }
 
 bool ReplacingFile::makeAgain() {
+  // Exclusively, so that only the station that made the file sets its group and rights.
   file_ = openPlainFile(path_, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW);
   if (file_.isOpen()) {
     shareLikeFolder(file_.get(), folderOf(path_));
@@ -162,7 +164,8 @@ namespace korvel {
 
 namespace {
 
-/// Whether an entry is a folder; asks the file system only where the folder does not tell.
+/// Whether an entry is a folder. Asks the file system only where the directory does not tell: some
+/// file systems leave d_type unknown, and a link has to be followed.
 bool isFolderEntry(int folder, const dirent& entry) {
   if (entry.d_type != DT_UNKNOWN && entry.d_type != DT_LNK) return entry.d_type == DT_DIR;
   struct stat status {};
@@ -243,6 +246,8 @@ namespace {
 /// How often a file is opened again that others replace or remove at the same moment.
 constexpr int kNameTries = 64;
 
+// By thread, like errno: the host asks after its own call, while other threads use the file
+// manager.
 thread_local eFileError lastError_ = eFileError::eNone;
 thread_local int lastNumber_ = 0;
 
@@ -257,7 +262,8 @@ std::string pathOf(const LightweightString<wchar_t>& path) {
   return bytes.find('\0') == std::string::npos ? bytes : std::string();
 }
 
-/// A folder that cannot be read may still be passed through.
+/// Whether the folder exists. One without the right to read it (EACCES) may still be passed
+/// through.
 bool folderIsThere(const std::string& path) {
   return lookAfresh(folderOf(path)) || (errno != ENOENT && errno != ENOTDIR && errno != ESTALE);
 }
@@ -268,6 +274,8 @@ Descriptor openOrCreate(const std::string& path, int flags, bool create) {
     const bool isForReading = (flags & O_ACCMODE) == O_RDONLY;
     Descriptor file = isForReading ? openPlainFile(path, flags) : openToChange(path, flags);
     if (file.isOpen() || errno != ENOENT || !create) return file;
+    // Exclusively, so that only the maker sets group and rights. EEXIST: another station made it
+    // since the first open, so that one is opened.
     file = openPlainFile(path, flags | O_CREAT | O_EXCL);
     if (file.isOpen()) shareLikeFolder(file.get(), folderOf(path));
     if (file.isOpen() || errno != EEXIST) return file;
@@ -286,6 +294,7 @@ bool isLockedAtPath(const Descriptor& file, const std::string& path) {
 
 bool takeLock(const Descriptor& file) {
   if (tryLock(file.get())) return true;
+  // File systems without a lock service say so in different ways.
   if (errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP) errno = ENOLCK;
   return false;
 }
@@ -294,13 +303,16 @@ Descriptor openExclusively(const std::string& path, bool create) {
   for (int tries = 0; tries < kNameTries; ++tries) {
     Descriptor file = openOrCreate(path, O_RDWR | O_NOFOLLOW, create);
     if (!file.isOpen() || !takeLock(file)) return Descriptor();
+    // Another station removed the file between the open and the lock: this lock would exclude no
+    // station that opens the new file.
     if (isLockedAtPath(file, path)) return file;
   }
   errno = EAGAIN;
   return Descriptor();
 }
 
-/// A file to be replaced is nobody's for long: only a removal holds it, for a moment.
+/// Only removeFile() locks a file that is to be replaced, and only briefly: wait instead of
+/// failing.
 bool isRefused(const Descriptor& file, int disposition) {
   if (disposition == eFileReplace) return !waitForRemoval(file.get());
   return isLockedByAnother(file.get());
@@ -342,14 +354,15 @@ bool HostFileManager::removeFile(const LightweightString<wchar_t>& widePath) {
   const std::string path = pathOf(widePath);
   errno = ENOENT;
   const bool removed = !path.empty() && folderIsThere(path) && removeWhileLocked(path);
+  // A file that another station removed first is removed: what the caller wanted is so.
   const bool gone = removed || (!path.empty() && errno == ENOENT);
   keepError(gone);
   if (gone) written_->forget(path);
   return gone;
 }
 
-/// The lock is held from before the file is looked at until it is gone: nobody who holds it, or has
-/// put another file at the path, can lose a file to this.
+/// Takes the lock before it looks at the file and holds it until the file is gone. So a file that
+/// another station holds, or has put at the path meanwhile, is never removed.
 bool HostFileManager::removeWhileLocked(const std::string& path) {
   const Descriptor file = openPlainFile(path, O_RDWR | O_NOFOLLOW);
   if (!file.isOpen() || !takeLock(file)) return false;

@@ -56,8 +56,8 @@ LightweightString<wchar_t> HostOS::currentUserName() const { return wide(setting
 LightweightString<wchar_t> HostOS::networkHostName() const { return wide(settings().host); }
 
 void HostOS::sleepMilliseconds(unsigned milliseconds) {
-  // The operation is to make its caller wait so long; why is the caller's matter. A message whose
-  // file was waited for beside this thread is not waited for again.
+  // A message whose file was waited for on another thread is not waited for again: the host thread
+  // would stand still for nothing.
   if (wasWaitedFor()) return;
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
@@ -78,6 +78,8 @@ sigset_t endingSignals() {
 Signals::Signals(std::function<void()> onFirst, TakeInterrupt takeInterrupt)
     : onFirst_(std::move(onFirst)), takeInterrupt_(std::move(takeInterrupt)) {
   const sigset_t set = endingSignals();
+  // Blocked before any thread starts: a thread that does not block them would take the signal's
+  // default action, the end of the program.
   ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
   ::signal(SIGPIPE, SIG_IGN);
   signals_ = ::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
@@ -96,11 +98,14 @@ void Signals::watch() {
   std::array<pollfd, 2> wanted{pollfd{signals_, POLLIN, 0}, pollfd{stop_, POLLIN, 0}};
   bool isFirst = true;
   while (true) {
+    // Interrupted (EINTR): ask again.
     if (::poll(wanted.data(), wanted.size(), -1) < 0) continue;
     if (wanted[1].revents != 0) return;
     signalfd_siginfo info{};
     if (::read(signals_, &info, sizeof info) != sizeof info) continue;
     if (info.ssi_signo == SIGINT && takeInterrupt_ && takeInterrupt_()) continue;
+    // The user asks a second time when a clean end hangs, most likely on the share. Destructors
+    // would wait for that share as well, so none runs.
     if (!std::exchange(isFirst, false))
       std::_Exit(kEndedBySignal + static_cast<int>(info.ssi_signo));
     onFirst_();

@@ -26,6 +26,7 @@ Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
 
 Descriptor::~Descriptor() {
   if (number_ < 0) return;
+  // Callers report errno after their descriptors are gone; close() must not change it.
   const int before = errno;
   ::close(number_);
   errno = before;
@@ -41,7 +42,9 @@ std::string folderOf(const std::string& path) {
 
 std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
-// A whole block of entries, as readdir() asks for, would cost as much as the folder is large.
+// Opening is enough for NFS; SMB asks its server again only when an entry is read (without that it
+// went on answering with the old content). One entry: a whole block, as readdir() asks for, costs
+// more the larger the folder is.
 Descriptor openAfresh(const std::string& folder) {
   Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK));
   alignas(dirent64) char entry[sizeof(dirent64)];
@@ -54,6 +57,8 @@ bool lookAfresh(const std::string& folder) { return openAfresh(folder).isOpen();
 Descriptor openPlainFile(const std::string& path, int flags) {
   int number = -1;
   do {
+    // O_NONBLOCK: a pipe put in the file's place would hold open() up for good. 0600: a new file is
+    // for its maker alone until shareLikeFolder() gives it its group.
     number = ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600);
   } while (number < 0 && errno == EINTR);
   Descriptor file(number);
@@ -78,6 +83,7 @@ void shareLikeFolder(int descriptor, const std::string& folder) {
   struct stat own {};
   if (::stat(folder.c_str(), &parent) != 0 || ::fstat(descriptor, &own) != 0) return;
   const bool isFolder = S_ISDIR(own.st_mode);
+  // The group first: the mode below may give the group's rights only to the folder's own group.
   const bool sameGroup =
       own.st_gid == parent.st_gid || ::fchown(descriptor, uid_t(-1), parent.st_gid) == 0;
   // Members of a group that is not the folder's are to the folder what all others are.
@@ -103,6 +109,9 @@ bool tryLock(int descriptor) {
   struct flock whole {};
   whole.l_type = F_WRLCK;
   whole.l_whence = SEEK_SET;
+  // A lock of the open file description: another descriptor of this process that is closed does not
+  // end it, as it would end a plain POSIX lock. It never waits: a holder's machine may be dead, and
+  // its lock can outlive it for minutes.
   while (::fcntl(descriptor, F_OFD_SETLK, &whole) != 0) {
     if (errno == EACCES) errno = EAGAIN;  // what SMB says to a lock that another holds
     if (errno != EINTR) return false;

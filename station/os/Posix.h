@@ -41,9 +41,9 @@ using OpenFolder = std::unique_ptr<DIR, CloseFolder>;
 std::string folderOf(const std::string& path);
 std::string nameOf(const std::string& path);
 
-/// Opens a folder and reads one entry of it, which makes the next look at it and at anything in it
-/// true on a network file system: that otherwise answers from its cache. Not open when the folder
-/// cannot be read. What it costs does not grow with the folder.
+/// Opens a folder and reads one entry of it. The next look at the folder, and at anything in it, is
+/// then true on a network file system, which otherwise answers from its cache. Not open when the
+/// folder cannot be read. The cost does not grow with the folder.
 Descriptor openAfresh(const std::string& folder);
 
 /// The same for a look at what is in it alone. False when the folder cannot be read.

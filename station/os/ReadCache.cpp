@@ -29,6 +29,8 @@ namespace fs = std::filesystem;
 constexpr std::string_view kMagic = "korvel cache 1\n";
 constexpr std::uint32_t kByteOrder = 0x01020304;
 constexpr std::string_view kBuilding = ".new-";
+// The cache lies in the user's directory, which may be a network's too. Without the cache the
+// project is only entered more slowly, so no more than this is waited for it.
 constexpr std::chrono::seconds kPatience(1);
 
 void add(std::string& bytes, std::uint64_t number) {
@@ -88,6 +90,8 @@ FileStamp takeStamp(Reader& reader) {
   return stamp;
 }
 
+// The hash may differ between standard libraries. Then the sum is wrong, and the cache counts as
+// empty.
 std::uint64_t sumOf(std::string_view bytes) { return std::hash<std::string_view>()(bytes); }
 
 /// Whether something is this user's, and no other can write to it.
@@ -106,7 +110,7 @@ bool prepare(const std::string& directory) {
   return ::lstat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && isOwn(status);
 }
 
-/// All of a plain file that nobody else can have written; empty for any other.
+/// The bytes of a plain file that only this user can have written; empty for any other file.
 std::string readOwn(const std::string& path, std::size_t most) {
   const Descriptor file = openPlainFile(path, O_RDONLY | O_NOFOLLOW);
   struct stat status {};
@@ -118,7 +122,7 @@ std::string readOwn(const std::string& path, std::size_t most) {
   return bytes;
 }
 
-/// The sum of all but the newest, from the newest on, decides which are thrown out.
+/// Keeps the newest files that have `most` bytes together, and removes all older ones.
 void throwOutOldest(const std::string& directory, std::size_t most) {
   struct Entry {
     fs::file_time_type modified;
@@ -146,13 +150,17 @@ void replaceFile(const std::string& directory, const std::string& name, const st
   const std::string path = directory + "/" + name;
   const std::string building =
       directory + "/" + std::string(kBuilding) + name + "-" + std::to_string(::getpid());
+  // Left by a killed process that had the same number.
   ::unlink(building.c_str());
   const Descriptor file = openPlainFile(building, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
   if (!file.isOpen()) return;
   struct stat status {};
   const bool isFolder = ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
   std::error_code problem;
+  // rename() does not put a file in a folder's place.
   if (isFolder) fs::remove_all(path, problem);
+  // Without fsync(): what a crash cuts off is noticed by the checksum and read again from the
+  // share.
   if (!writeAll(file.get(), bytes) || std::rename(building.c_str(), path.c_str()) != 0) {
     ::unlink(building.c_str());
   }
@@ -167,7 +175,8 @@ std::string nameFor(const std::string& folder) {
 
 }  // namespace
 
-/// What a thread does that may have to be left to itself.
+/// Work on a thread that its owner stops waiting for when it takes too long. Owner and thread share
+/// it, so it outlives either.
 class CacheErrand {
  public:
   bool awaitEnd() {
@@ -228,6 +237,7 @@ ReadCache::ReadCache(std::string directory, std::string folder, std::size_t most
     const bool isOwned = ::lstat(directory.c_str(), &status) == 0 && isOwn(status);
     if (isOwned) loading->bytes = readOwn(path, most);
   });
+  // The thread may still be filling `loading`: its bytes must not be looked at.
   if (!loading->awaitEnd()) return;
   read_ = std::shared_ptr<const std::string>(loading, &loading->bytes);
   takeRows(*read_);
@@ -259,6 +269,7 @@ void ReadCache::takeRows(const std::string& bytes) {
 
 const ReadCache::Row* ReadCache::rowOf(std::string_view name) const {
   if (next_ >= rows_.size() || rows_[next_].name != name) {
+    // Names are mostly asked for in their order, so the next row is the right one; else search.
     const auto at = std::ranges::lower_bound(rows_, name, {}, &Row::name);
     next_ = static_cast<std::size_t>(at - rows_.begin());
   }
@@ -299,6 +310,7 @@ std::string ReadCache::bytes() const {
       addRow(fresh->first, fresh->second.stamp, fresh->second.text);
     }
     const bool isReplaced = fresh != fresh_.end() && fresh->first == row.name;
+    // A row that was not asked for belongs to a file that is gone.
     if (row.isUsed && !isReplaced) addRow(row.name, row.stamp, row.text);
   }
   for (; fresh != fresh_.end(); ++fresh) {

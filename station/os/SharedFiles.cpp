@@ -25,6 +25,7 @@ namespace korvel {
 
 namespace {
 
+// One second in all. Another writer holds the temporary file for one write and one fsync.
 constexpr int kTemporaryTries = 100;
 constexpr std::chrono::milliseconds kTemporaryPause(10);
 
@@ -60,6 +61,7 @@ Temporary takeCommonTemporary(const std::string& path) {
   for (int tries = 0; tries < kTemporaryTries; ++tries) {
     Descriptor file = openPlainFile(temporary.path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW);
     if (file.isOpen() && tryLock(file.get())) {
+      // Between the open and the lock another writer may have removed it as a leftover.
       if (!isStillAt(file.get(), temporary.path)) continue;
       temporary.file = std::move(file);
       break;
@@ -90,13 +92,16 @@ Temporary makeOwnTemporary(const std::string& path) {
 
 void syncFolder(const std::string& folder) {
   const Descriptor directory(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // The result is ignored: the file is in place by now, and some file systems cannot sync a folder.
   if (directory.isOpen()) ::fsync(directory.get());
 }
 
 bool fill(const Temporary& temporary, const std::string& path, const std::string& bytes) {
   const int file = temporary.file.get();
   if (!writeAll(file, bytes)) return false;
+  // Before the rename: other users must be able to open the file from the moment it has its name.
   shareLikeFolder(file, folderOf(path));
+  // Also before the rename: after a crash the name could otherwise lead to an empty file.
   return ::fsync(file) == 0;
 }
 
@@ -119,7 +124,8 @@ std::string sizeText(std::size_t bytes) {
 int renameToNew(const std::string& from, const std::string& to) {
   const int renamed = ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
   if (renamed == 0 || (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP)) return renamed;
-  // A network file system, which knows only the rename that replaces.
+  // NFS and others know only the rename that replaces. Two stations that rename to one new name at
+  // the same moment are not kept apart there.
   struct stat status {};
   lookAfresh(folderOf(to));
   if (::lstat(to.c_str(), &status) == 0) {
@@ -144,6 +150,7 @@ bool existsFresh(const std::string& path) {
 Result<bool> isThereFresh(const std::string& path) {
   struct stat status {};
   errno = ENOENT;
+  // A folder without the right to read it may still be passed through, so its file is looked for.
   const bool canLook = !path.empty() && (lookAfresh(folderOf(path)) || errno == EACCES);
   if (canLook && ::stat(path.c_str(), &status) == 0) return true;
   if (fileProblem(errno).code == ErrorCode::eNotFound) return false;
@@ -152,6 +159,7 @@ Result<bool> isThereFresh(const std::string& path) {
 
 bool isGoneFrom(const std::string& folder, const std::string& path) {
   const auto isThere = isThereFresh(path);
+  // The folder is asked for last: if the share went away meanwhile, nothing counts as gone.
   return isThere && !*isThere && existsFresh(folder);
 }
 
@@ -212,6 +220,7 @@ Result<void> writeAtomically(const std::string& path, const std::string& bytes,
 Result<void> checkReplaceable(const std::string& path, std::size_t size) {
   const Temporary temporary = makeOwnTemporary(path);
   if (!temporary.file.isOpen()) return errorFromErrno(errno, "write", path);
+  // Written rather than only set to that length: quotas and full disks count what is written.
   const std::string bytes(size, ' ');
   const bool isWritten =
       writeAll(temporary.file.get(), bytes) && ::fsync(temporary.file.get()) == 0;
@@ -234,6 +243,7 @@ Result<void> moveFile(const std::string& from, const std::string& to) {
   if (renameToNew(from, to) != 0) {
     return errorFromErrno(errno, "move", errno == EEXIST ? to : from);
   }
+  // The new name first: a crash between the two may leave both names, but never none.
   syncFolder(folderOf(to));
   syncFolder(folderOf(from));
   return {};
@@ -255,6 +265,7 @@ Error tooLarge(const std::string& path, std::size_t most) {
 
 namespace {
 
+// Two seconds in all. A lock of an open file description cannot be waited for with a limit.
 constexpr int kTries = 400;
 constexpr unsigned kPauseMilliseconds = 5;
 
@@ -299,11 +310,13 @@ ObjectLock::ObjectLock(const std::string& objectFile) : path_(lockFileOf(objectF
 
 ObjectLock::~ObjectLock() {
   if (!file_) return;
+  // Closed first: removeFile() takes the lock itself, and leaves the file to a station that got it.
   file_.reset();
   try {
     OS().fileManager().removeFile(wideText(path_));
   } catch (const std::exception&) {
-    // Without memory the file stays. It keeps nobody off, and the next change removes it.
+    // Without memory the file stays. It is not locked, so it stops no station; the next change
+    // removes it.
   }
 }
 
