@@ -52,7 +52,7 @@ std::string stationPattern(const std::string& value) {
   return pattern;
 }
 
-// Where nothing is offered, the shell offers files.
+// `-o default`: where the function offers no word, the shell offers files.
 void writeStationForBash() {
   std::cout << "_kv_station() {\n"
                "  local word=${COMP_WORDS[COMP_CWORD]}\n"
@@ -105,7 +105,8 @@ void writeStationForZsh() {
                "}\n";
 }
 
-// As a file of the function path it is itself the function's body, called for either program.
+// zsh uses the script in two ways. Sourced, it registers the functions. As a file of the function
+// path it is the body of one function, called for either program.
 void writeZsh(const CommandLine& tool) {
   std::cout
       << "#compdef kv-share kv-station\n"

@@ -12,7 +12,8 @@ using namespace korvel;
 
 namespace {
 
-/// Whether the program that reads the output through a pipe has ended, as `head` does.
+/// Whether the program that reads the output through a pipe has ended, as `head` does. The kernel
+/// reports POLLERR at the writing end of a pipe without a reader.
 bool isReaderGone() {
   pollfd output{STDOUT_FILENO, POLLOUT, 0};
   return ::poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
@@ -20,6 +21,7 @@ bool isReaderGone() {
 
 /// The status once all output is written; a full disk is told.
 ToolStatus withWrittenOutput(ToolStatus status) {
+  // The stream tells only that a write failed. The reason is what the system left in errno.
   errno = 0;
   if (std::cout.flush() || isReaderGone()) return status;
   const std::string why = errno != 0 ? std::string(" (") + std::strerror(errno) + ")" : "";

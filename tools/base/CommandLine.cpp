@@ -8,8 +8,8 @@
 
 #include "station/base/Strings.h"
 
-// The one file that includes the library for command lines: its headers take longer to compile than
-// any command.
+// No other file includes the library for command lines: its headers take longer to compile than any
+// command.
 
 namespace korvel {
 
@@ -28,6 +28,7 @@ class HelpText : public CLI::Formatter {
     const bool isWord = option->get_lnames().empty() && option->get_snames().empty();
     if (isWord || option->get_type_size() == 0) return {};
     const std::string type = option->get_type_name();
+    // The library appends the conditions of its validators behind a colon.
     return " " + type.substr(0, type.find(':'));
   }
 
@@ -56,6 +57,8 @@ void addNumber(CLI::App& command, const char* name, const char* value, Number& i
                const CLI::Range& range, const std::string& help) {
   auto* const option = command.add_option(name, into, help)->check(range)->check(kIsNumber);
   option->type_name(value);
+  // Zero stands for "not given". So do the defaults of fractions, one of which is infinite: help
+  // shows neither.
   if constexpr (std::is_integral_v<Number>) {
     if (into != 0) option->capture_default_str();
   }
@@ -100,6 +103,8 @@ void CommandOptions::text(const char* name, const char* value, std::optional<std
 
 void CommandOptions::list(const char* name, const char* value, std::vector<std::string>& into,
                           const std::string& help) {
+  // Without allow_extra_args(false) a list would swallow the words behind its value: `--send-to
+  // ADDR FILE` would leave no FILE.
   command_.add_option(name, into, help)->delimiter(',')->allow_extra_args(false)->type_name(value);
 }
 
@@ -166,10 +171,12 @@ void CommandLine::end(const char* name, std::function<ToolStatus()> run) {
 }
 
 ToolStatus CommandLine::run(int count, const char* const* words) {
+  // Asked before the library reads the line: its own refusal does not suggest the nearest command.
   if (count > 1 && words[1][0] != '-' && !commandNamed(words[1])) return eToolUsage;
   try {
     parts_->app.parse(count, words);
   } catch (const CLI::ParseError& error) {
+    // The library leaves for --help and --version by an exception, too; its exit code is 0.
     if (error.get_exit_code() != 0) return refuse(parts_->app, error);
     parts_->app.exit(error);  // writes the help or the version that was asked for
   }
@@ -197,7 +204,8 @@ std::vector<std::string> CommandLine::wordsAfter(const std::string& command) con
   return words;
 }
 
-/// The command of this name; else says which may have been meant, and null.
+/// The command of this name. Otherwise null, and a line on standard error suggests the nearest
+/// name.
 const CLI::App* CommandLine::commandNamed(const std::string& word) const {
   const auto names = commandNames();
   for (const std::string& name : names) {

@@ -15,9 +15,9 @@ class App;
 
 namespace korvel {
 
-/// Declares the words and options of one command. Each takes a variable for its value, which must
-/// outlive the command line. `value` is how help calls an option's value: "N", "ADDR[,ADDR]". A
-/// number other than zero that a variable holds before is shown as the default.
+/// Declares the words and options of one command. Each call takes a variable for the value, which
+/// must outlive the command line. `value` is the name of an option's value in help: "N",
+/// "ADDR[,ADDR]". Where the variable holds a number other than zero, help shows it as the default.
 class CommandOptions {
  public:
   CommandOptions(CLI::App& command, std::vector<std::string>& offered)
@@ -49,11 +49,11 @@ class CommandOptions {
   void number(const char* name, const char* value, std::uint64_t& into, std::uint64_t from,
               const std::string& help);
 
-  /// A value that the command reads itself: `take` returns what is wrong with it, or nothing.
+  /// A value that the command reads itself: `take` returns the problem, or an empty text.
   void value(const char* name, const char* value,
              std::function<std::string(const std::string&)> take, const std::string& help);
 
-  /// What help says below the options.
+  /// A text that help prints below the options.
   void footer(const std::string& text);
 
  private:
@@ -61,7 +61,8 @@ class CommandOptions {
   std::vector<std::string>& offered_;
 };
 
-/// A command of kv-share: what it is called, how it is told what to do, and what it does then.
+/// A command of kv-share: its name, the declaration of its words and options, and the function that
+/// runs it.
 template <typename Request>
 struct Command {
   const char* name;
@@ -70,7 +71,7 @@ struct Command {
   std::function<ToolStatus(const Request&)> run;
 };
 
-/// The commands of kv-share, and the reading of its command line. Has "help" from the beginning.
+/// The commands of kv-share, and the reader of its command line. "help" is always one of them.
 class CommandLine {
  public:
   explicit CommandLine(const char* version);
@@ -86,13 +87,14 @@ class CommandLine {
     end(command.name, [request, run = std::move(command.run)] { return run(*request); });
   }
 
-  /// Reads a command line and runs the command that it names; a line on standard error says what
-  /// is wrong with it.
+  /// Reads a command line and runs the command that it names. A wrong command line is reported in
+  /// one line on standard error, and the status is eToolUsage.
   ToolStatus run(int count, const char* const* words);
 
   [[nodiscard]] std::vector<std::string> commandNames() const;
 
-  /// What may stand behind a command: its options, and the words that it knows.
+  /// The words that a shell can complete behind a command: its options, and the words offered with
+  /// CommandOptions::offer().
   [[nodiscard]] std::vector<std::string> wordsAfter(const std::string& command) const;
 
  private:

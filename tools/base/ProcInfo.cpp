@@ -29,11 +29,14 @@ std::map<std::string, PortUser> socketsAt(int port, const std::string& proc) {
     std::istringstream words(line);
     std::string word, local, inode;
     words >> word >> local;
+    // Seven columns lie between the local address and the inode: remote address, state, queues,
+    // timer, retransmissions, user, timeout.
     for (int skipped = 0; skipped < 7; ++skipped) words >> word;
     words >> inode;
     const auto colon = local.find(':');
     if (colon == local.npos || inode.empty()) continue;
     int number = 0;
+    // The kernel writes addresses and ports of this table in hex.
     std::from_chars(local.data() + colon + 1, local.data() + local.size(), number, 16);
     if (number == port) sockets["socket:[" + inode + "]"] = {};
   }
@@ -53,6 +56,7 @@ void findOwner(const fs::path& process, int number, std::map<std::string, PortUs
        each.increment(problem)) {
     std::error_code gone;
     const auto found = sockets.find(fs::read_symlink(each->path(), gone).string());
+    // After a fork several processes have one socket; the first of them is named.
     if (found != sockets.end() && found->second.process == 0) {
       found->second = {programOf(process), number};
     }
@@ -64,7 +68,7 @@ bool hasOpen(const fs::path& process, const struct stat& wanted) {
   for (fs::directory_iterator each(process / "fd", problem), end; !problem && each != end;
        each.increment(problem)) {
     std::error_code gone;
-    // A link's text first: asking for the file behind it could wait for a share that hangs.
+    // A link that is no absolute path is a socket or a pipe: there is no file to compare.
     if (!fs::read_symlink(each->path(), gone).is_absolute()) continue;
     struct stat status {};
     if (::stat(each->path().c_str(), &status) == 0 && status.st_dev == wanted.st_dev &&
@@ -122,6 +126,7 @@ std::string placeOfHolder(const std::string& path) {
     if (!hasOpen(each->path(), wanted)) continue;
     return programOf(each->path()) + ", process " + number + " on this machine";
   }
+  // /proc shows the open files of other users to root alone.
   return ::geteuid() == 0 ? "on another machine" : "on another machine or as another user";
 }
 
@@ -129,6 +134,7 @@ bool isStationRunning() {
   std::error_code problem;
   for (fs::directory_iterator each("/proc", problem), end; !problem && each != end;
        each.increment(problem)) {
+    // The kernel cuts this name after 15 bytes; that of the station is shorter.
     if (programOf(each->path()) == "kv-station") return true;
   }
   return false;
@@ -137,7 +143,7 @@ bool isStationRunning() {
 namespace {
 
 struct KnownOption {
-  const char* type;  ///< of the file systems that it concerns, by how their names begin
+  const char* type;  ///< the beginning of the file systems' names: "nfs" is nfs4, too; "" is all
   const char* name;  ///< with "=VALUE" where only that value matters
   Verdict verdict;
   const char* meaning;
@@ -181,16 +187,18 @@ constexpr std::array kKnownOptions{
                 "what other machines wrote may not be seen for long", "mount it with cache=strict"},
 };
 
-/// File systems that keep no locks for other machines, or whose names say that they are local.
+/// File systems that other machines may have mounted as well. "fuse" alone does not tell what is
+/// behind it, and is taken for one of them.
 constexpr std::array kNetworkTypes{
     "nfs",        "nfs4",      "cifs",        "smb3",   "ceph",
     "gfs2",       "ocfs2",     "lustre",      "beegfs", "afs",
     "9p",         "virtiofs",  "gpfs",        "fuse",   "fuse.glusterfs",
     "fuse.sshfs", "fuse.ceph", "fuse.rclone", "vboxsf", "glusterfs"};
 
+/// Of these, those that pass no lock on to a server: a lock holds on one machine alone.
 constexpr std::array kWithoutLocks{"fuse.sshfs", "fuse.rclone", "vboxsf"};
 
-/// Above this many seconds, an attribute cache is reported.
+/// An attribute cache of more seconds is reported: 60 s is the largest that NFS uses by itself.
 constexpr int kLongestCache = 60;
 
 std::vector<std::string> split(const std::string& text, char separator) {
@@ -200,7 +208,8 @@ std::vector<std::string> split(const std::string& text, char separator) {
   return parts;
 }
 
-/// Blanks and their like are written as a backslash and three octal digits.
+/// The kernel separates the fields of a line by blanks. It writes a blank within a field as a
+/// backslash and three octal digits.
 std::string unescaped(const std::string& text) {
   std::string plain;
   for (std::size_t at = 0; at < text.size(); ++at) {
@@ -217,6 +226,8 @@ std::string unescaped(const std::string& text) {
 }
 
 /// A line: id, parent, device, root, mount point, options, tags up to "-", type, source, options.
+/// The first options are those of this mount, the second those of the file system; "ro" may stand
+/// in either.
 std::optional<Mount> readLine(const std::string& line) {
   const auto words = split(line, ' ');
   const auto dash = std::find(words.begin(), words.end(), "-");

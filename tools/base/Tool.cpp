@@ -20,8 +20,8 @@ namespace korvel {
 
 namespace {
 
-/// DEL, and the controls from U+0080 to U+009F (C2 80 to C2 9F), as JSON escapes; those below the
-/// blank are escaped already.
+/// Writes DEL and the controls U+0080 to U+009F (C2 80 to C2 9F) as JSON escapes. Terminals obey
+/// them like escape sequences. Controls below the blank are escaped already.
 std::string withoutControls(const std::string& json) {
   std::string text;
   for (std::size_t index = 0; index < json.size(); ++index) {
@@ -42,6 +42,7 @@ std::string withoutControls(const std::string& json) {
 }  // namespace
 
 ToolStatus toolProblem(ToolStatus status, const std::string& message) {
+  // Keeps the order of the lines where both streams go to one place.
   std::cout.flush();
   std::cerr << "kv-share: " << shownText(message) << '\n';
   return status;
@@ -58,6 +59,7 @@ bool readInput(const std::string& file, std::string& bytes) {
 }
 
 void printJson(const JsonValue& value) {
+  // A slow reader of the output must not count as a share that does not answer.
   shareRests();
   std::cout << withoutControls(writeJson(value)) << '\n';
 }
@@ -71,6 +73,7 @@ Colours coloursOfOutput() {
   const char* const refused = std::getenv("NO_COLOR");
   const char* const terminal = std::getenv("TERM");
   const bool hasColours = terminal && std::string_view(terminal) != "dumb";
+  // By its convention NO_COLOR counts only with a value.
   const bool isWanted = !refused || !*refused;
   return isWanted && hasColours && isatty(STDOUT_FILENO) ? Colours::eTerminal : Colours::eNone;
 }
@@ -81,6 +84,7 @@ std::string coloured(const std::string& text, const char* colour, Colours colour
 }
 
 void printTable(const JsonValue& rows, const char* (*colourOf)(const JsonValue& row)) {
+  // Colours are added to finished lines: their codes would count as letters of a column.
   const Colours colours = coloursOfOutput();
   std::istringstream lines(renderForPeople(rows));
   shareRests();
@@ -101,12 +105,13 @@ std::string countText(std::uint64_t count, const std::string& noun) {
 namespace {
 
 constexpr const char* kVerdicts[] = {"pass", "warn", "fail"};
+/// Room for the longest group, "other machine", and the longest check, "exclusive open".
 constexpr std::size_t kGroupWidth = 15;
 constexpr std::size_t kCheckWidth = 16;
 
 Verdict verdictOf(const std::string& name) {
   const auto* const found = std::find(std::begin(kVerdicts), std::end(kVerdicts), name);
-  // What cannot be read is no pass.
+  // A verdict that cannot be read counts as a failure, never as a pass.
   if (found == std::end(kVerdicts)) return Verdict::eFail;
   return static_cast<Verdict>(found - std::begin(kVerdicts));
 }

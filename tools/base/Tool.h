@@ -11,19 +11,19 @@ namespace korvel {
 /// The exit statuses of kv-share.
 enum ToolStatus : int {
   eToolDone = 0,
-  eToolFinding = 1,  ///< something is wrong with what was looked at, or could not be done
-  eToolUsage = 2,    ///< the command makes no sense as it stands
+  eToolFinding = 1,  ///< a problem was found, or the command could not do its work
+  eToolUsage = 2,    ///< the command line is wrong
 };
 
-/// Writes one line that tells what went wrong to standard error, without control characters;
-/// returns the status for `return`.
+/// Writes one line about a problem to standard error, without control characters. Returns the
+/// status, for `return`.
 ToolStatus toolProblem(ToolStatus status, const std::string& message);
 
 /// Opens a file, or standard input for "-" or nothing, and reads all of it; false when that fails.
 bool readInput(const std::string& file, std::string& bytes);
 
-/// Prints a value on one line of standard output, in which every control character is escaped: no
-/// name moves the cursor of a terminal.
+/// Prints a value on one line of standard output. Control characters are escaped, so that no name
+/// can move the cursor of a terminal.
 void printJson(const JsonValue& value);
 
 /// Prints a value for people: an array of objects as a table.
@@ -35,14 +35,14 @@ enum class Colours { eNone, eTerminal };
 /// Colours where standard output is a terminal that has them and NO_COLOR is not set.
 Colours coloursOfOutput();
 
-// What stands before a coloured text, and behind it.
+// Escape sequences before a coloured text, and kPlain behind it.
 inline constexpr const char* kPlain = "\033[0m";
 inline constexpr const char* kBold = "\033[1m";
 inline constexpr const char* kRed = "\033[31m";
 inline constexpr const char* kGreen = "\033[32m";
 inline constexpr const char* kYellow = "\033[33m";
 
-/// The text in a colour where there are colours; as it stands elsewhere, and in kPlain.
+/// The text between the colour and kPlain. Unchanged for eNone, and for the colour kPlain.
 std::string coloured(const std::string& text, const char* colour, Colours colours);
 
 /// Prints an array of objects as a table with a bold heading, each row in the colour that
@@ -71,21 +71,21 @@ void addDoctorCommand(CommandLine& line);
 void addExplainCommand(CommandLine& line);
 void addMeshCommand(CommandLine& line);
 
-/// How a check came out, the worst last.
+/// The result of a check, in rising order.
 enum class Verdict { ePass, eWarn, eFail };
 
 /// One line of kv-share doctor. A warning and a failure have a fix, in one line; a pass has none.
 struct Finding {
   Verdict verdict = Verdict::ePass;
   std::string group;  ///< "share", "network", "station" or "other machine"
-  std::string check;  ///< what was looked at: "free space"
+  std::string check;  ///< the name of the check: "free space"
   std::string text;
   std::string fix;
 };
 
 using Findings = std::vector<Finding>;
 
-// What a check answers; the group and the name are filled in by who ran it.
+// Findings of a check. runChecks() fills in the group and the name.
 Finding pass(std::string text);
 Finding warn(std::string text, std::string fix);
 Finding fail(std::string text, std::string fix);
@@ -103,7 +103,7 @@ Finding findingOf(const JsonValue& object);
 /// A finding as lines of a terminal without a line end: control characters become "?".
 std::string linesOf(const Finding& finding, Colours colours = Colours::eNone);
 
-/// Counts findings by how they came out.
+/// Counts findings by verdict.
 class FindingCounts {
  public:
   void add(const Finding& finding);

@@ -26,8 +26,10 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kTimeToDie = std::chrono::milliseconds(200);
 
 [[noreturn]] void runAndEnd(const std::function<void(int)>& work, int pipe) {
+  // Without this, a process that waits for a share would outlive a parent that the user has ended.
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   work(pipe);
+  // Not exit(): buffered output and exit handlers belong to the parent.
   ::_exit(0);
 }
 
@@ -37,6 +39,8 @@ ChildProcess::ChildProcess(const std::function<void(int)>& work) {
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC) != 0) return;
   pipe_ = Descriptor(ends[0]);
+  // The parent closes its copy of this end, so that read() sees the end of the process. That also
+  // holds where fork() fails.
   const Descriptor writeEnd(ends[1]);
   process_ = ::fork();
   if (process_ == 0) runAndEnd(work, writeEnd.get());
@@ -48,6 +52,7 @@ void ChildProcess::kill() {
   if (process_ <= 0) return;
   ::kill(process_, SIGKILL);
   const auto deadline = Clock::now() + kTimeToDie;
+  // Never waits without a limit: a process within a hanging system call does not die of SIGKILL.
   while (::waitpid(process_, nullptr, WNOHANG) == 0 && Clock::now() < deadline) ::usleep(500);
   process_ = -1;
 }
@@ -65,6 +70,8 @@ ChildProcess::Reading ChildProcess::read(Clock::time_point deadline, std::string
 
 namespace {
 
+/// Installs the settings before the members that read them are made. Called from the initialiser
+/// list, it passes the host thread on.
 HostThread& withDirectory(const std::string& projectsDirectory, HostThread& hostThread) {
   StationSettings with;
   with.projectsDirectory = projectsDirectory;
@@ -85,12 +92,15 @@ Result<void> ToolHost::checkDirectory() const {
 
 std::string directoryOf(const std::string& word) {
   std::error_code error;
+  // Works on the text alone: this runs before the process that may wait for the share, and
+  // resolving links would ask the share.
   std::string path = std::filesystem::absolute(word, error).lexically_normal().string();
   while (path.size() > 1 && path.back() == '/') path.pop_back();
   return path;
 }
 
 Result<StationSettings> stationOptions(const std::vector<std::string>& words) {
+  // toolProblem() puts the name of this program before the text.
   constexpr std::string_view kProgram = "kv-station: ";
   std::vector<const char*> arguments{"kv-share"};
   for (const std::string& word : words) arguments.push_back(word.c_str());
@@ -105,12 +115,15 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// What the process that looks writes to the pipe, a byte each. Statuses are digits, which are
+// greater than the other two.
 constexpr char kAnswered = '.';
 constexpr char kRests = '-';
 constexpr char kFirstStatus = '0';
+// A byte for each of thousands of files would be a system call for each.
 constexpr auto kBetweenAnswers = std::chrono::milliseconds(50);
 
-/// In the process that looks: the pipe to the one that waits.
+/// The pipe to the waiting process; set only in the process that looks at the share.
 int waiting_ = -1;
 
 void tell(char what) {
@@ -129,6 +142,7 @@ void work(const std::function<ToolStatus()>& look, int pipe) {
   waiting_ = pipe;
   const ToolStatus status = lookSafely(look);
   shareRests();
+  // _exit() writes no buffers. The share is done: a slow reader of the output has all the time.
   std::cout.flush();
   tell(static_cast<char>(kFirstStatus + status));
 }
@@ -148,6 +162,7 @@ void declareTimeLimit(CommandOptions& options, ShareRequest& request) {
 
 ToolStatus lookAtShare(const std::string& directory, std::chrono::milliseconds limit,
                        const std::function<ToolStatus()>& look) {
+  // Otherwise the child would write the buffered text a second time.
   std::cout.flush();
   ChildProcess child([&look](int pipe) { work(look, pipe); });
   std::string told;

@@ -27,8 +27,8 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
   ~ChildProcess();
 
-  /// kill -9. Waits until the process is gone, a fifth of a second at most: one that the system
-  /// does not let die, since its mount hangs, is left to itself.
+  /// kill -9. Waits until the process is gone, 200 ms at most. A process that the system does not
+  /// let die, because its mount hangs, is left behind.
   void kill();
 
   enum class Reading { eGot, eEnded, eLate };
@@ -41,8 +41,8 @@ class ChildProcess {
   pid_t process_ = -1;
 };
 
-/// As much of a station as looking at a projects directory needs: its file manager, without a
-/// plug-in and without documents. One at a time.
+/// The part of a station that reading a projects directory needs: its file manager, without a
+/// plug-in and without documents. One instance at a time.
 class ToolHost {
  public:
   explicit ToolHost(const std::string& projectsDirectory);
@@ -56,23 +56,25 @@ class ToolHost {
   HostOS os_;
 };
 
-/// What a command line's DIR means: an absolute path without a separator at its end.
+/// The absolute path of a DIR on the command line, without a separator at its end. Does not ask the
+/// share.
 std::string directoryOf(const std::string& word);
 
-/// What a kv-station would be started with here by these words of its command line; its
-/// configuration file counts, too. The failure is one for the user of kv-share.
+/// The settings of a kv-station that is started here with these options; its configuration file
+/// counts, too. The failure is a text for the user of kv-share.
 Result<StationSettings> stationOptions(const std::vector<std::string>& words);
 
-/// How long a share may be silent before a command gives up, unless told otherwise.
+/// Seconds that a share may be silent before a command gives up, unless told otherwise.
 inline constexpr int kShareSeconds = 20;
 
-/// Runs a look at a share in a process of its own, and gives it up when the share has been silent
-/// for so long: "DIR did not answer within 20 s", a finding. (A mount whose server is gone keeps
-/// even kill -9 waiting: such a process is left to itself.) No thread may have been started before.
+/// Runs a function that reads a share in a process of its own. Gives up when the share has been
+/// silent for the limit: "DIR did not answer within 20 s", a finding. A process that a hanging
+/// mount keeps from dying is left behind. No thread may have been started before: the process is a
+/// fork.
 ToolStatus lookAtShare(const std::string& directory, std::chrono::milliseconds limit,
                        const std::function<ToolStatus()>& look);
 
-/// What every command that looks at a share is asked for.
+/// The options that all commands about a share have in common.
 struct ShareRequest {
   std::string path;  ///< the word DIR or PATH, as it was given
   bool asJson = false;
@@ -82,8 +84,7 @@ struct ShareRequest {
 /// Declares `--time-limit S`.
 void declareTimeLimit(CommandOptions& options, ShareRequest& request);
 
-/// Adds a command that looks at a share: with --time-limit, and within lookAtShare(). Its Request
-/// is a ShareRequest.
+/// Adds a command that runs within lookAtShare(), with --time-limit. Its Request is a ShareRequest.
 template <typename Request>
 void addShareCommand(CommandLine& line, Command<Request> command) {
   command.declare = [declare = std::move(command.declare)](CommandOptions& options,
@@ -98,13 +99,13 @@ void addShareCommand(CommandLine& line, Command<Request> command) {
   line.add(std::move(command));
 }
 
-// Within such a look; elsewhere they do nothing.
+// For code that runs within lookAtShare(); elsewhere they do nothing.
 
-/// The share has answered, and is asked for more.
+/// The share has answered: the time limit starts anew.
 void shareAnswered();
 
-/// From here to the next shareAnswered() it is not the share that takes its time, but a reader of
-/// the output, or someone who is asked.
+/// Suspends the time limit until the next shareAnswered(): the command waits for a reader of its
+/// output or for an answer of the user.
 void shareRests();
 
 }  // namespace korvel

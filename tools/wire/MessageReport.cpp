@@ -21,7 +21,8 @@ namespace korvel {
 
 namespace {
 
-/// Without capitals, dashes and the leading "e" of the record's own names.
+/// Makes names comparable: without capitals, dashes and the leading "e" that the record's own names
+/// have.
 std::string plainName(const std::string& name) {
   std::string plain;
   const bool hasPrefix = name.size() > 1 && name[0] == 'e' && std::isupper(name[1] & 0xFF) != 0;
@@ -51,6 +52,7 @@ std::optional<int> messageTypeOf(const std::string& text) {
   for (const MessageType& type : messageTypes()) {
     if (plainName(text) == plainName(type.name)) return type.number;
   }
+  // The table has no row for type 0, but messages of that type can be shown and filtered.
   if (plainName(text) == plainName(messageTypeName(MessageType::eNone))) return MessageType::eNone;
   return std::nullopt;
 }
@@ -100,6 +102,7 @@ bool hasHead(const std::string& text, const Fields& fields, Warnings& warnings) 
     warnings.push_back("it does not begin with \"d\": stations ignore it without a word");
     return false;
   }
+  // Stations tell the two apart: another version is reported to the user, strange bytes are not.
   if (fields[0] != kWireVersion) {
     warnings.push_back("the version is " + inQuotes(fields[0]) +
                        ", not \"d\": stations warn of another version and ignore it");
@@ -117,7 +120,8 @@ void warnAboutType(const std::string& text, int type, Warnings& warnings) {
                        std::to_string(type));
   }
   if (messageType(type)) return;
-  // Type 0 ends there; the others reach the receiver, which reports them once more.
+  // Type 0 is dropped while it is read. The others reach the receiver, which reports them once
+  // more.
   warnings.push_back("there is no type " + std::to_string(type) +
                      ": stations report \"false\" (NetMessage line 197" +
                      (type == MessageType::eNone ? "" : ", and Receiver line 417") +
@@ -176,6 +180,7 @@ void warnAboutTransfer(const MessageFields& message, Warnings& warnings) {
 void warnAboutValues(const MessageType& type, const MessageFields& message, Warnings& warnings) {
   warnAboutCookie("project", message.project, warnings);
   warnAboutCookie("cookie", message.cookie, warnings);
+  // Without a fifth field there is no value to judge; warnAboutShape() reports that it is missing.
   const bool hasFifth = message.count > kLeastFields;
   if (hasFifth && type.has(kContainerField)) warnAboutContainer(message.container, warnings);
   if (hasFifth && type.has(kModificationField)) {
@@ -200,7 +205,7 @@ std::string hexText(std::uint64_t number) {
   return text;
 }
 
-/// What a seal says of itself; whether it is right is for those to tell who have the key.
+/// The fields of a seal. Only those who have the key can tell whether it is genuine.
 JsonValue shownSeal(const Seal& seal) {
   constexpr std::int64_t kSecond = 1000;
   return JsonValue::object({{"key", seal.keyText()},
@@ -236,6 +241,7 @@ JsonValue describeMessage(const std::string& datagram) {
 std::vector<std::string> warningsAbout(const std::string& wireText) {
   Warnings warnings;
   warnAboutBytes(wireText, warnings);
+  // Stations read the datagram as a C string: it ends at the first zero byte.
   const std::string text = wireText.substr(0, wireText.find('\0'));
   const Fields fields = splitFields(text);
   if (!hasHead(text, fields, warnings)) return warnings;
@@ -276,6 +282,7 @@ ToolStatus decodeHexLines(const Request& request, const std::string& input) {
   ToolStatus status = eToolDone;
   std::istringstream lines(input);
   int number = 0;
+  // One bad line does not hide the others; the worst status is returned.
   for (std::string line; std::getline(lines, line);) {
     ++number;
     if (line.find_first_not_of(" \t\r") == line.npos) continue;

@@ -8,22 +8,22 @@
 
 namespace korvel {
 
-/// The type that a number or a name stands for: "2", "eEditSaved", "EditSaved" or "edit-saved".
-/// Numbers may be any that the wire can carry.
+/// The message type for a number or a name: "2", "eEditSaved", "EditSaved" or "edit-saved". Any
+/// number that the wire can carry is taken.
 std::optional<int> messageTypeOf(const std::string& text);
 
-/// The names of all types as they are typed: "edit-saved".
+/// The names of all types as users type them: "edit-saved".
 std::vector<std::string> messageTypeNames();
 
-/// What is said of a text that is no type: which it may have meant.
+/// The error for a text that names no type; suggests the nearest one.
 std::string noSuchMessageType(const std::string& text);
 
-/// What a datagram says, as one object: type, type_name, project, cookie, data, target, source,
-/// container, modification, valid, warnings, and where it is sealed "seal". The texts are the
+/// Describes a datagram as one object: type, type_name, project, cookie, data, target, source,
+/// container, modification, valid, warnings, and "seal" where it is sealed. The texts are the
 /// fields as they stand on the wire.
 JsonValue describeMessage(const std::string& datagram);
 
-/// What stations make of a datagram that is not what it should be, a sentence each.
+/// How stations read a datagram that breaks the format, a sentence for each fault.
 std::vector<std::string> warningsAbout(const std::string& wireText);
 
 }  // namespace korvel

@@ -31,8 +31,8 @@ struct Request {
   std::vector<std::string> sendTo;
 };
 
-/// Stands in for a station's project share where messages are written on behalf of a user: it
-/// knows that user's name, and holds nothing.
+/// Stands in for a station's project share: a message takes its source field from there. Knows the
+/// name of the user, and holds nothing.
 class NamedSender : public iProjectShare {
  public:
   explicit NamedSender(const std::string& user)
@@ -58,7 +58,7 @@ class NamedSender : public iProjectShare {
   LightweightString<wchar_t> user_;
 };
 
-/// What happened to the datagram, for the user.
+/// Notes whether the datagram has left, and reports network problems to the user.
 class SendEvents : public iStationEvents {
  public:
   SendEvents() { installEvents(this); }
@@ -176,6 +176,7 @@ ToolStatus send(const Request& request) {
   if (!type) return toolProblem(eToolUsage, noSuchMessageType(request.type));
   const std::string objection = objectionTo(request, *type);
   if (!objection.empty()) return toolProblem(eToolUsage, objection);
+  // Standard output is for the result alone.
   setDiagnosticStream(stderr);
   const std::string datagram = datagramOf(request, *type);
   for (const auto& warning : warningsAbout(datagram)) std::cerr << "warning: " << warning << '\n';
