@@ -48,6 +48,7 @@ void RecoveryWriter::work() {
   std::unique_lock lock(mutex_);
   while (true) {
     changed_.wait(lock, [this] { return !jobs_.empty() || isEnding_; });
+    // Also when ending: what is queued is written first.
     if (jobs_.empty()) return;
     const Job job = std::move(jobs_.front());
     jobs_.pop_front();
@@ -56,7 +57,8 @@ void RecoveryWriter::work() {
     try {
       job();
     } catch (const std::exception&) {
-      // Without memory this change is not kept now; the next one of the edit is written whole.
+      // Without memory this change is not kept. Each change writes the edit whole, so the next one
+      // makes up for it.
     }
     lock.lock();
     isBusy_ = false;
@@ -70,7 +72,8 @@ namespace fs = std::filesystem;
 
 constexpr const char* kLock = "/lock";
 
-/// Names may hold anything, and a file name may not.
+/// A project's or user's name may hold characters that a file name cannot, so its hash stands for
+/// it.
 std::string hashText(const std::string& name) {
   char text[20];
   std::snprintf(text, sizeof text, "%016llx-", static_cast<unsigned long long>(hash64(name)));
@@ -99,7 +102,7 @@ bool makePrivate(const std::string& folder) {
   return makePrivate(folderOf(folder)) && (::mkdir(folder.c_str(), 0700) == 0 || errno == EEXIST);
 }
 
-/// Opens the lock of a session and takes it. Not open where its station lives.
+/// Opens the lock of a session and takes it. Not open while the session's station lives.
 Descriptor takeLock(const std::string& folder) {
   Descriptor lock(
       ::open((folder + kLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
@@ -168,11 +171,14 @@ void RecoveryFolder::takeDeadSessions() {
     const std::string folder = folder_ + "/" + name;
     if (!name.starts_with(user_) || !isOwnFolder(folder) || stateFilesOf(folder).empty()) continue;
     Descriptor lock = takeLock(folder);
+    // The lock is kept until leave(), so that a second station of this user does not offer the same
+    // changes.
     if (lock.isOpen()) dead_.push_back({folder, std::move(lock)});
   }
 }
 
 void RecoveryFolder::leave() {
+  // Queued jobs still write into these folders, and would fail in a folder that was removed.
   writer_.finish();
   if (own_) removeIfEmpty(own_->folder);
   for (const Session& session : dead_) removeIfEmpty(session.folder);
@@ -201,6 +207,8 @@ void RecoveryFolder::keep(const UnsavedState& state, const std::string& contentT
     return;
   }
   std::string text = headerOf(state);
+  // The content is JSON text already. It takes the place of the header's closing brace: parsing it
+  // only to write it again would hold up the host thread.
   text.pop_back();
   text += ",\"content\":" + contentText + "}\n";
   write(own_->folder + "/" + state.object + std::string(kRecordEnding), std::move(text));
@@ -232,6 +240,7 @@ void RecoveryFolder::setAside(const std::string& object) {
 }
 
 UnsavedState RecoveryFolder::read(const std::string& path) {
+  // Refuses a link, which readListed() would follow.
   if (const auto plain = stampOfFile(path); !plain) return unreadable(path, plain.error().message);
   const auto bytes = readListed(path);
   if (!bytes) return unreadable(path, bytes.error().message);
@@ -256,6 +265,7 @@ std::vector<UnsavedState> RecoveryFolder::left() {
   std::vector<UnsavedState> all;
   const auto take = [&](const std::string& folder, const std::string& file) {
     all.push_back(read(folder + "/" + file));
+    // Contents may be large; the one that the user takes back is read again.
     all.back().content = JsonValue();
   };
   for (const Session& session : dead_) {

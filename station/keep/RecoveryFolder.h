@@ -16,8 +16,8 @@
 
 namespace korvel {
 
-/// Does the writing of recovery files on a thread of its own, in order, so that nobody waits for a
-/// disk. Any thread.
+/// Writes recovery files on a thread of its own, in order, so that the host thread does not wait
+/// for the disk. Any thread.
 class RecoveryWriter {
  public:
   using Job = std::function<void()>;

@@ -94,6 +94,7 @@ bool lookAt(Trashed& trashed) {
   if (::lstat(trashed.path.c_str(), &status) != 0) return false;
   trashed.isPlain = S_ISREG(status.st_mode);
   trashed.size = static_cast<std::size_t>(status.st_size);
+  // The rename into the trash set the time of change, by the share's clock.
   trashed.moved = status.st_ctim.tv_sec * kNanosecond + status.st_ctim.tv_nsec;
   return true;
 }
@@ -113,6 +114,7 @@ Result<void> TrashFolder::make() const {
     return made.error();
   }
   struct stat status {};
+  // The name may have been taken by a file, or by a link that leads out of the share.
   if (::lstat(folder_.c_str(), &status) != 0) return errorFromErrno(errno, "use", folder_);
   if (S_ISDIR(status.st_mode)) return {};
   return Error{ErrorCode::eBadContent,
@@ -133,6 +135,8 @@ Result<Trashed> TrashFolder::take(const std::string& file, const std::string& us
   trashed.path = folder_ + "/" + trashed.object + kBetween + shortTime(trashed.at) + kBetween +
                  trashed.mark + kBetween + by + trashed.ending;
   if (auto moved = moveFile(file, trashed.path); !moved) return moved.error();
+  // It may be gone again already, taken back by another station: then only size and time are
+  // missing.
   lookAt(trashed);
   return trashed;
 }
@@ -140,6 +144,7 @@ Result<Trashed> TrashFolder::take(const std::string& file, const std::string& us
 Result<std::vector<Trashed>> TrashFolder::list() const {
   std::vector<Trashed> all;
   const auto names = listFresh(folder_);
+  // Only where the project itself is there: while the share is away, an empty list would be wrong.
   if (!names && isGoneFrom(folderOf(folder_), folder_)) return all;
   if (!names) return names.error();
   for (const std::string& name : *names) {
@@ -156,6 +161,7 @@ Result<std::vector<Trashed>> TrashFolder::list() const {
 std::string TrashFolder::whoDeleted(const std::string& object) const {
   const auto all = list();
   if (!all) return {};
+  // The list begins with the newest, so the first match is the latest deletion.
   const auto newest = std::ranges::find(*all, object, &Trashed::object);
   return newest == all->end() ? std::string() : newest->by;
 }
@@ -174,6 +180,7 @@ Result<void> TrashFolder::giveBack(const Trashed& trashed, const std::string& fi
 }
 
 Result<bool> TrashFolder::remove(const Trashed& trashed) {
+  // Without this a network file system may answer from its cache that a file is there, or is not.
   lookAfresh(folderOf(trashed.path));
   if (::unlink(trashed.path.c_str()) == 0) return true;
   if (errno == ENOENT) return false;
@@ -181,6 +188,8 @@ Result<bool> TrashFolder::remove(const Trashed& trashed) {
 }
 
 Result<std::int64_t> TrashFolder::shareTime() const {
+  // A file that is made now bears the share's time. This machine's clock may be wrong, and would
+  // then empty the trash too early.
   const std::string path = folder_ + "/.kv-" + newMark() + ".tmp";
   const Descriptor file = openPlainFile(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW);
   struct stat status {};

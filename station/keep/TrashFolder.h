@@ -21,8 +21,9 @@ struct Trashed {
   std::int64_t moved = 0;  ///< nanoseconds since 1970, by the share's clock
   bool isPlain = true;     ///< whether it is a file, rather than a folder, a link or a pipe
 
-  /// When it was deleted, in seconds since 1970, for whom it is `now`. The share's clock decides
-  /// where the station's is far ahead; else the later of both, so that nothing is too old too soon.
+  /// When it was deleted, in seconds since 1970, where `now` is this machine's time. The share's
+  /// clock decides where the deleting station's is more than a day ahead; else the later of both,
+  /// so that a wrong clock does not make a deletion too old too soon.
   [[nodiscard]] std::int64_t deletedAt(std::int64_t now) const;
 };
 

@@ -42,6 +42,8 @@ class RunningScope {
 }  // namespace
 
 void UndoList::add(Step step) {
+  // Undoing makes ordinary changes, which come here as well; and the user can undo only what he
+  // did.
   if (isRunning_ || currentOrigin() != Origin::eLocal) return;
   done_.push_back(std::move(step));
   if (done_.size() > kMost) done_.pop_front();
@@ -71,6 +73,7 @@ Result<std::string> UndoList::run(Steps& from, Steps& to, const char* verb,
   if (done) {
     to.push_back(std::move(from.back()));
   } else if (mayWorkLater(done.error().code)) {
+    // The step stays: the user can try again when the share works.
     return Error{done.error().code, "\"" + text + "\" was not done: " + done.error().message,
                  done.error().path};
   }
@@ -94,6 +97,7 @@ void UndoList::clear() {
 
 void UndoList::tell() {
   std::string texts = undoText() + "\n" + redoText();
+  // An event only when a text changed: each sends the new texts to everything that shows them.
   if (texts == told_ || (told_.empty() && texts == "\n")) return;
   told_ = std::move(texts);
   events().steps(undoText(), redoText());

@@ -20,7 +20,8 @@ namespace {
 
 std::size_t hashOf(std::string_view bytes) { return std::hash<std::string_view>()(bytes); }
 
-/// How many saves there may be between two looks at what need not be kept any longer.
+/// Saves from one removal of old versions to the next. A removal lists the whole folder, so not
+/// every save pays for it.
 long thinningInterval(const KeepRule& rule) { return 1 + rule.versions / 8; }
 
 void thinNowAndThen(const VersionFolder& versions, long number) {
@@ -49,8 +50,10 @@ Result<void> SavedFile::requireNoted(const Result<FileStamp>& there) const {
   const bool isMissing = !there && there.error().code == ErrorCode::eNotFound;
   if (isMissing && !content_) return {};
   if (!isMissing && !there) return there.error();
+  // The file that this station wrote: no need to read it.
   if (!isMissing && identity_ && *there == *identity_) return {};
   if (!isMissing && content_) {
+    // The stamp alone decides nothing: a backup's hard link or a change of rights moves it, too.
     const auto bytes = readListed(path_);
     if (!bytes) return bytes.error();
     if (isNoted(*bytes)) return {};
@@ -58,7 +61,8 @@ Result<void> SavedFile::requireNoted(const Result<FileStamp>& there) const {
   return Error{ErrorCode::eChanged, path_ + " is no longer the file that was read.", path_};
 }
 
-// What this station wrote has its name in the history; a second name alone could be a backup's.
+// A file that this station wrote and that has a second name is a version already: that name is in
+// the history. Of other files a second name may be a backup's, so the history is asked.
 Result<void> SavedFile::lookAtReplaced(History history) {
   const auto there = freshStampOfFile(path_);
   if (auto noted = requireNoted(there); !noted) return noted;
@@ -75,7 +79,11 @@ Result<void> SavedFile::replace(const std::string& text, long number, History hi
   std::optional<Version> made;
   std::optional<FileStamp> written;
   const auto prepare = [&](const std::string& temporary) -> Result<void> {
+    // Inside writeAtomically(), where other writers of this path wait: after an earlier look
+    // another station could replace the file before the rename.
     if (auto looked = lookAtReplaced(history); !looked) return looked;
+    // The version is linked before the rename: whatever ends the station in between, every file
+    // that was ever in the object's place has its version.
     auto kept = versions.keep(temporary, number, VersionFolder::markOf(hashOf(text)));
     if (!kept && history == History::eRequired) return kept.error();
     if (kept) made = *kept;
@@ -83,11 +91,14 @@ Result<void> SavedFile::replace(const std::string& text, long number, History hi
     return {};
   };
   if (auto replaced = writeAtomically(path_, text, prepare); !replaced) {
+    // A version of a file that never took the object's place would be shown as a save.
     if (made) VersionFolder::drop(*made);
     return replaced;
   }
   note(text, number);
   const auto now = stampOfFile(path_);
+  // Another station may have replaced the file again since: then its stamp must not be taken for
+  // this station's.
   if (now && written && now->inode == written->inode) identity_ = *now;
   if (made) thinNowAndThen(versions, number);
   return {};
@@ -167,8 +178,10 @@ Result<Version> VersionFolder::keep(const std::string& file, long number,
   version.mark = mark;
   version.path = pathFor(number, mark);
   const auto link = [&] {
+    // EEXIST: the same number and mark stand for the same bytes.
     return ::link(file.c_str(), version.path.c_str()) == 0 || errno == EEXIST ? 0 : errno;
   };
+  // The folder is made only when the link fails: nearly every save finds it there.
   int problem = link();
   const bool isWithoutFolder = problem == ENOENT || problem == ENOTDIR;
   if (isWithoutFolder || isWithoutLinks(problem)) {
@@ -241,11 +254,13 @@ Result<Version> VersionFolder::find(const std::string& text) const {
 void VersionFolder::thin(const KeepRule& rule) const {
   const auto all = list();
   if (!all || all->size() <= static_cast<std::size_t>(rule.versions)) return;
-  // The share's own clock: the newest version was written just now.
+  // By the share's clock: the newest version was written just now. This machine's clock may be
+  // wrong.
   const std::int64_t now = std::ranges::max(*all, {}, &Version::modified).modified;
   std::set<std::int64_t> days;
   const auto older = all->rbegin() + rule.versions;
   std::for_each(older, all->rend(), [&](const Version& version) {
+    // From the newest on, so that the last save of each day stays.
     const bool isTooOld = now - version.modified >= rule.days * kDay;
     if (isTooOld || !days.insert(version.modified / kDay).second) drop(version);
   });

@@ -88,9 +88,9 @@ struct KeepRule {
 ///     <project>/.history/<object>/000007-1a2b3c4d.otio      number and mark
 ///
 /// A version is a hard link to the file that a save puts in the object's place, made before it does
-/// so; from then on nobody writes into that file, since every save makes a new one. Where links
-/// cannot be had it is a copy. So each version that was ever in the object's place is here, whoever
-/// saves at the same time. Host thread.
+/// so. After that the file is never written to again, since every save makes a new one. Where links
+/// cannot be had it is a copy. So each file that was ever in the object's place is here, even when
+/// several stations save at the same time. Host thread.
 class VersionFolder {
  public:
   /// `file` is the object's own: <project>/<object><ending>. Nothing is made yet.
