@@ -49,6 +49,7 @@ void DelayedReread::sweep() {
     const RemoteChangeScope remote;
     for (const Look& look : due) look();
   }
+  // Only now: a look that arranges another one must not post a second sweep.
   isPosted_ = false;
   const bool isMoreDue = due.size() == kMostAtOnce;
   if (!arranged_.empty()) postSweep(isMoreDue ? std::chrono::milliseconds(0) : delays_.front());

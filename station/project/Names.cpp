@@ -11,6 +11,7 @@ namespace {
 
 /// Leaves room for the endings of lock files in what file systems allow (255 bytes).
 constexpr std::size_t kLongestFileName = 240;
+// What some server or client refuses in a name (SMB all but "%"), and the escape itself.
 constexpr std::string_view kForbidden = "/\\:*?\"<>|%";
 constexpr std::string_view kDigits = "0123456789ABCDEF";
 
@@ -67,6 +68,7 @@ Result<std::string> roomFileName(const std::string& name) {
 
 std::string roomNameOf(const std::string& fileName) {
   std::string name = unescapedFromFile(fileName);
+  // Only the one spelling that roomFileName() makes: otherwise two files could stand for one room.
   const auto again = roomFileName(name);
   return again && *again == fileName ? name : std::string();
 }

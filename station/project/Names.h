@@ -10,7 +10,7 @@ namespace korvel {
 // as "%" and two upper-case hex digits (control characters, "/ \ : * ? " < > | %", a dot at the
 // head, a dot or blank at the end). Two names never give the same file name.
 
-/// Any text so written, and what was so written; empty where a text cannot have been.
+/// Escapes any text in this way, and reads it back; empty for a text that was not escaped so.
 std::string escapedForFile(const std::string& text);
 std::string unescapedFromFile(const std::string& escaped);
 
@@ -21,8 +21,8 @@ Result<std::string> roomFileName(const std::string& name);
 std::string roomNameOf(const std::string& fileName);
 
 /// Whether a user may call something (`what`: "project", "edit") by this name: any text of 1 to
-/// 1 000 bytes without control characters, slashes and leading dots included, since names stand
-/// inside files and never name one. The refusal says what is wrong with it.
+/// 1000 bytes without control characters. Slashes and leading dots are allowed, since names stand
+/// inside files and are never file names. The refusal says what is wrong with it.
 Result<void> checkName(const std::string& what, const std::string& name);
 
 /// Whether the wire can carry the text whole: it holds no byte 0xAC, which separates the fields of

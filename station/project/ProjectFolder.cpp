@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 constexpr std::string_view kRecordFile = "/project.json";
 constexpr std::string_view kBuilding = ".new-";
 
-/// Making a folder takes a moment; a station that needed longer is gone.
+/// Making a folder takes a moment. A station that has not finished it after this time is gone.
 constexpr auto kAbandonedAfter = std::chrono::hours(1);
 
 std::string recordPath(const Cookie& project) {
@@ -44,6 +44,7 @@ Result<void> fillFolder(const std::string& building, const std::string& folder,
       !written) {
     return written.error();
   }
+  // Last, so that other stations never list a project without its record.
   if (std::rename(building.c_str(), folder.c_str()) != 0) {
     return errorFromErrno(errno, "make", folder);
   }
@@ -67,6 +68,7 @@ void removeAbandoned(const std::string& made) {
     if (!isBuilding(name)) continue;
     const fs::path path = settings().projectsDirectory + "/" + name;
     const auto since = fs::last_write_time(path, problem);
+    // Another station may be making it at this moment.
     if (problem || now - since < kAbandonedAfter) continue;
     fs::remove_all(path, problem);
     if (!problem) Log("Removed %s, which a station left that ended too soon.\n", path.string());
@@ -137,6 +139,7 @@ Result<void> makeProjectFolder(const Cookie& project, const ProjectRecord& recor
   if (filled) {
     removeAbandoned(projectFolder(project));
   } else {
+    // What cannot be removed is removed by the next project made an hour later or more.
     std::error_code ignored;
     fs::remove_all(building, ignored);
   }

@@ -14,9 +14,9 @@
 
 namespace korvel {
 
-/// Files of the open project whose objects are shown because of a message or of this station's own
-/// doing. One that was made and removed between two looks at the folder would never be missed
-/// there. Any thread.
+/// Files of the open project whose objects are shown because of a message or of something this
+/// station did. The folder watch learns of them here: a file made and removed between two of its
+/// looks would otherwise stay shown for good. Any thread.
 class NewlyShown {
  public:
   void add(const std::string& name) {
@@ -45,9 +45,9 @@ struct FoundFile {
   bool isAtRest = false;                      ///< these bytes belong to this stamp for good
   std::shared_ptr<NewlyShown> shown = {};     ///< of its folder; null where nothing is noted
 
-  /// Whether the file is still so. What was found a moment ago may be older than what this station
-  /// wrote or read since. A file that was gone and is back is noted as shown, since the watch no
-  /// longer knows it and would not miss it. Asks the share.
+  /// Whether the file is still as it was found. The finding may be older than what this station
+  /// wrote or read since. A file that was gone and is back is noted as shown: the watch no longer
+  /// knows it, and would not notice when it goes. Asks the share.
   [[nodiscard]] bool isCurrent() const {
     if (!isGone) return isStillStamped(path, stamp);
     const bool isStillGone = isSurelyGone(path);

@@ -43,7 +43,7 @@ namespace korvel {
 
 namespace {
 
-/// Of how much of a cookie its beginning may stand for it: shorter words are likely to be names.
+/// How many letters of a cookie's beginning stand for it. Shorter words are likely to be names.
 constexpr std::size_t kShortestCookie = 4;
 
 constexpr const char* kLockAdvice =
@@ -56,7 +56,8 @@ Error refusal(const Cookie& project, const std::string& name, eFileError reason)
       [&project] { return iProjectShare::instance()->getProjectLockOwner(project); }, kLockAdvice);
 }
 
-/// Whether a private project may be asked for at all: false is told without leaving what is open.
+/// Whether a private project can be asked for. Asked before the open project is left, so that a
+/// refusal costs nothing.
 Result<void> lookBefore(const Cookie& project, const std::string& name) {
   iProjectShare* share = iProjectShare::instance();
   if (!share) {
@@ -116,7 +117,7 @@ Result<Cookie> resolveBegun(const std::string& begun, const std::vector<NamedObj
   return nothing;
 }
 
-/// No project of this name, or none among those that could be read.
+/// The failure for a name that no project has, or none of those that could be read.
 Error nothingCalled(const std::string& name, const std::vector<std::string>& names,
                     const Result<void>& readable) {
   std::string text = "There is no project " + inQuotes(name);
@@ -208,6 +209,7 @@ Result<Projects::Found> Projects::findByName(const std::string& name) const {
   std::vector<Found> found;
   std::vector<Found> begun;
   std::vector<std::string> names;
+  // A project whose record cannot be read may be the one that is meant: the failure then says so.
   Result<void> readable;
   for (const Cookie& cookie : *cookies) {
     const auto record = readProjectRecord(cookie);
@@ -237,8 +239,9 @@ Result<void> Projects::enter(const std::string& nameOrCookie) {
   return takeOver(*found);
 }
 
-// The open project's lock must be given up before another is asked for, so a project that was taken
-// between the look and the lock costs the open one, which is then entered again.
+// The plug-in holds one private project at a time, so the open one is given up before the other is
+// asked for. If another station takes that one between the look and the lock, the open project is
+// entered again.
 Result<void> Projects::takeOver(const Found& project) {
   const std::unique_ptr<OpenProject> before =
       current_ ? std::make_unique<OpenProject>(*current_) : nullptr;
@@ -296,6 +299,8 @@ Result<void> Projects::leave() {
 void Projects::close() {
   if (!current_) return;
   ProjectListeners::instance().tell([](ProjectListener& each) { each.handleProjectExit(); });
+  // In reverse: parts may use those that were entered before them. The project's lock goes last, so
+  // that no other station enters while a part still writes.
   std::for_each(parts_.rbegin(), parts_.rend(), [](iProjectPart* part) { part->leave(); });
   if (current_->isPrivate && iProjectShare::instance()) {
     iProjectShare::instance()->unlockCurrentlyLockedProject();
@@ -317,17 +322,18 @@ Result<Cookie> Projects::resolve(const std::string& nameOrCookie, const std::str
   if (auto open = requireOpen(); !open) return open.error();
   const auto listed = resolveListed(nameOrCookie, kinds);
   if (listed || listed.error().code != ErrorCode::eNotFound) return listed;
+  // Its message may have been lost, so the folder is asked before the user is refused.
   takeUpUnlisted();
   const auto found = resolveListed(nameOrCookie, kinds);
   if (found || found.error().code != ErrorCode::eNotFound) return found;
-  // Last, so that the beginning of a cookie never stands for an object when another is called so.
+  // Last: a cookie's beginning never stands for an object while another object has that name.
   std::vector<NamedObject> wanted = objects();
   std::erase_if(wanted,
                 [&kinds](const NamedObject& each) { return !isOfKind(each.cookie, kinds); });
   return resolveBegun(nameOrCookie, wanted, found.error());
 }
 
-/// What is found counts as another station's change: its message never came.
+/// What is found counts as another station's change, whose message was lost.
 void Projects::takeUpUnlisted() const {
   const auto files = listFresh(current_->folder);
   if (!files) return;
@@ -405,8 +411,8 @@ int ProjectSpacesManager::getCurrentProjectSpaceType() {
   return project->isPrivate ? ePrivateProjectSpace : eSharedProjectSpace;
 }
 
-// Occupancy is read from the share whenever it is shown, so that what a station left when it died
-// shows too: whoever shows it is told to look again.
+// Occupancy is read from the share each time it is shown, so that locks left by a dead station show
+// as well. The event only says that it is time to read it again.
 void ProjectSpacesManager::refreshCurrentLobby() {
   events().changed("room", get_project_cookie(), "refreshed", currentOrigin());
   Rooms::noteToldHere();

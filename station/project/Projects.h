@@ -45,9 +45,9 @@ struct ProjectInfo {
   Cookie cookie;
   std::string name;
   bool isPrivate = false;
-  bool isOccupied = false;  ///< its lock file exists, whoever holds it
+  bool isOccupied = false;  ///< its lock file exists, held or left behind
   LockState lock = LockState::eFree;
-  std::string lockOwner;  ///< empty when nobody holds it or the name cannot be read
+  std::string lockOwner;  ///< empty when it is free or the name cannot be read
   std::string problem;    ///< why its record cannot be read; empty when it can
 };
 
@@ -87,8 +87,9 @@ class Projects {
   Result<const OpenProject*> requireOpen() const;
 
   /// The object of the open project that a user means by a cookie or an unambiguous name. `kinds`
-  /// are the kind letters that will do ("ES"); empty for any. What nobody has told of yet is looked
-  /// for in the folder. Failures name what was asked for, and the candidates of an ambiguous name.
+  /// are the allowed kind letters ("ES"); empty for any. An object that no message told of yet is
+  /// looked for in the folder. Failures name what was asked for, and the candidates of an ambiguous
+  /// name.
   Result<Cookie> resolve(const std::string& nameOrCookie, const std::string& kinds) const;
 
   /// The names and cookies of the open project's objects, for completion.

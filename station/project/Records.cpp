@@ -44,6 +44,8 @@ Wanted wantedOf(const OpenProject& project, const std::vector<std::string>& file
 /// Any thread.
 Result<StampedContent> readOne(const OpenProject& project, const ListedRecord& record) {
   const std::string path = project.folder + '/' + record.name;
+  // From the cache: no question to the share at all, which is what makes entering a large project
+  // fast.
   if (record.kept) return StampedContent{*record.stamp, std::string(*record.kept)};
   if (record.stamp) return readStamped(path, kLargestRecord);
   auto bytes = readListed(path, kLargestRecord);
@@ -59,6 +61,8 @@ void takeOne(const OpenProject& project, const ListedRecord& record, Result<Stam
   const Result<void> taken =
       parsed ? take(record.cookie, std::move(*parsed)) : Result<void>(parsed.error());
   if (!taken) return LogBoth("%s\n", taken.error().message);
+  // A file that was not at rest may have changed within the same tick of the share's clock: its
+  // stamp would not tell, and the cache would keep the old text for good.
   const bool isToBeKept = project.cache && record.stamp && !record.kept &&
                           read->bytes.size() <= kLongestKept &&
                           isAtRest(read->stamp, project.listing);
@@ -72,6 +76,7 @@ Cookie recordCookie(std::string_view fileName, std::string_view kinds) {
   if (!fileName.ends_with(kRecordEnding)) return {};
   const std::string stem(fileName.substr(0, fileName.size() - kRecordEnding.size()));
   Cookie cookie(stem.c_str(), false);
+  // Only the usual spelling, or two files could stand for one object.
   return utf8Text(cookie.asString()) == stem ? cookie : Cookie();
 }
 
@@ -112,6 +117,7 @@ void readRecords(const OpenProject& project, const std::vector<std::string>& fil
   for (std::size_t from = 0; from < wanted.size(); from += kRecordsAtOnce) {
     const std::size_t count = std::min(kRecordsAtOnce, wanted.size() - from);
     std::vector<Result<StampedContent>> read(count, Error());
+    // Reading waits for the share and is done by several threads; taking up is the host thread's.
     inFlight(count, [&](std::size_t each) { read[each] = readOne(project, wanted[from + each]); });
     for (std::size_t each = 0; each < count; ++each) {
       takeOne(project, wanted[from + each], std::move(read[each]), take);

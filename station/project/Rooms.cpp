@@ -33,6 +33,8 @@ LockState lookAtLock(const LightweightString<wchar_t>& lockFile) {
   iFileManager& files = OS().fileManager();
   const Kv::Ptr<iFile> file =
       files.openFile(lockFile, eFileRead, eFileOpenExisting, eFileShareRead, eFileNoFlags);
+  // An open that shares does not take the lock, but fails while another open holds it. That it
+  // works means that the file exists and is not locked.
   if (file && file->isOpen()) return LockState::eLeftBehind;
   switch (files.lastError()) {
     case eFileError::eHeld:
@@ -46,6 +48,7 @@ LockState lookAtLock(const LightweightString<wchar_t>& lockFile) {
 
 void clearGivenUp(const std::string& what, const LightweightString<wchar_t>& lockFile) {
   if (lookAtLock(lockFile) != LockState::eLeftBehind) return;
+  // removeFile() takes the lock itself, so a station that holds the file by now does not lose it.
   if (OS().fileManager().removeFile(lockFile)) return;
   const std::string said = HostFileManager::lastErrorText();
   if (OS().fileManager().lastError() == eFileError::eHeld) return;  // somebody took it meanwhile
@@ -68,6 +71,9 @@ std::string lockStateText(LockState state) {
 }
 
 std::string awaitHolder(const std::function<LightweightString<wchar_t>()>& ask) {
+  // The holder writes its name after it has won the lock, and a network file system shows it to
+  // others later still (20-60 ms measured on NFS, up to 1 s on SMB). The user waits for the answer,
+  // so not longer.
   constexpr int kTries = 10;
   constexpr unsigned kPauseMilliseconds = 10;
   for (int attempt = 0; attempt < kTries; ++attempt) {
@@ -104,7 +110,7 @@ std::string roomOfRecord(const std::string& file) {
   return file.substr(0, file.size() - kRecordEnding.size());
 }
 
-/// The plug-in takes a lock also when it cannot write who holds it.
+/// The plug-in keeps a lock even when it cannot write the holder's name beside it.
 void warnOfUnnamedHolder(const std::string& room, const LightweightString<wchar_t>& holder) {
   if (!holder.empty()) return;
   LogBoth(
@@ -143,7 +149,8 @@ void Rooms::leave() {
   folder_.clear();
 }
 
-// Leaving all rooms, rather than unlocking the one, keeps the station counted as active.
+// An empty name leaves all rooms, and the station still counts as active. Unlocking the one room
+// would not do that.
 void Rooms::giveUp() {
   iProjectShare* share = iProjectShare::instance();
   if (share && !current_.empty()) {
@@ -208,6 +215,8 @@ Result<std::vector<RoomInfo>> Rooms::list() const {
   std::vector<RoomInfo> rooms;
   const auto files = listFresh(folder_);
   const bool hasNone = !files && files.error().code == ErrorCode::eNotFound;
+  // The folder is made with the first room. It counts as missing only while the project's folder is
+  // there: else the share is away.
   if (hasNone && existsFresh(hostParts().projects->current()->folder)) return rooms;
   if (!files) return files.error();
   for (const std::string& file : *files) {
@@ -240,6 +249,7 @@ Result<void> Rooms::goInto(const std::string& name) {
         [&] { return share->getRoomLockOwner(path); },
         "Wait until it is left, or enter another room (\"room list\").");
   }
+  // After the new lock is won: a station that is refused stays in the room that it was in.
   if (!current_.empty()) clearLock(current_);
   current_ = name;
   warnOfUnnamedHolder(name, share->getRoomLockOwner(path));
@@ -264,7 +274,8 @@ void Rooms::noteTold() {
   if (const auto rooms = list()) told_ = writeJson(shown(*rooms));
 }
 
-// A list asks the share for its locks: what the files were when they were found does not matter.
+// The list asks the share for its locks now, so what was found in the files earlier does not
+// matter.
 std::size_t Rooms::catchUp(const FoundFiles& files) {
   const auto isOfRoom = [](const FoundFile& file) { return file.name.starts_with("rooms/"); };
   if (std::ranges::none_of(files, isOfRoom)) return 0;

@@ -16,15 +16,15 @@ namespace korvel {
 enum class LockState {
   eFree,
   eHeld,        ///< a station holds it, perhaps this one
-  eLeftBehind,  ///< the file is there and nobody holds it: its station is gone
+  eLeftBehind,  ///< the file is there and not locked: its station is gone
   eUnknown,     ///< the file may not be looked at, or the file system offers no locks
 };
 
 /// Looks at a lock file without taking it, asked freshly.
 LockState lookAtLock(const LightweightString<wchar_t>& lockFile);
 
-/// Looks whether a lock that this station gave up is gone, and removes it if its file stayed:
-/// others would take this station for one that died. What cannot be removed is told (`what`: "Room
+/// Looks whether the file of a lock that this station gave up is gone, and removes it if it stayed:
+/// other stations would take this one for dead. What cannot be removed is told (`what`: "Room
 /// \"Sound\"").
 void clearGivenUp(const std::string& what, const LightweightString<wchar_t>& lockFile);
 
@@ -54,8 +54,8 @@ struct RoomInfo {
 };
 
 /// The rooms of the open shared project. A room is the record "rooms/<file name>.json" in the
-/// project's folder (RoomNames.h), and its path without the ending is what is locked. Host thread.
-/// One object a process.
+/// project's folder (Names.h), and its path without the ending is what is locked. Host thread. One
+/// object a process.
 class Rooms : public iProjectPart {
  public:
   Rooms();

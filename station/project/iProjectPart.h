@@ -40,8 +40,8 @@ class iProjectPart {
   /// (log) and set aside; the others go on.
   virtual void enter(const OpenProject& project, const std::vector<std::string>& files) = 0;
 
-  /// Takes up its objects among the folder's `files` that it does not hold: nobody told of them, or
-  /// the message was lost. The names were listed just now.
+  /// Takes up those of its objects among the folder's `files` that it does not hold, because their
+  /// message was lost or not sent. The names were listed just now.
   virtual void takeUpUnlisted(const std::vector<std::string>& files) { (void)files; }
 
   /// Shows what was found in the folder by looking, and tells of what no message told before.
