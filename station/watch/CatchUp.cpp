@@ -22,8 +22,8 @@ constexpr milliseconds kProjectPeriod(2000);
 /// Rooms change less often than edits, and their lists ask the share by themselves.
 constexpr milliseconds kRoomsPeriod(4000);
 
-/// When what was read is kept on this machine: soon after the files that changed just before the
-/// entry are at rest, and now and then.
+/// When the cache of what was read is written: once soon after the entry, when files that changed
+/// just before it are at rest, and then regularly.
 constexpr milliseconds kFirstSave(5000);
 constexpr milliseconds kSavePeriod(60'000);
 
@@ -37,6 +37,8 @@ std::vector<WatchedFolder> foldersOf(const OpenProject& project) {
   folder.isWanted = isProjectFile;
   folder.largest = kLargestFile;
   folder.period = kProjectPeriod;
+  // Under a mount that is away lies an empty folder. Without this every object would count as
+  // removed.
   folder.proof = kRecord;
   folder.known = project.listing;
   folder.cache = project.cache;
@@ -50,7 +52,8 @@ std::vector<WatchedFolder> foldersOf(const OpenProject& project) {
   return {std::move(folder), std::move(rooms)};
 }
 
-/// Keeps what was read of a file for later sessions, as those who read it then look for it.
+/// Keeps what was read of a file for later sessions, in the form in which the edits and the records
+/// look for it.
 void keep(ReadCache& cache, const FoundFile& file) {
   if (!Edits::cookieOfFile(file.name).isNull()) {
     if (const auto summary = readEditSummary(*file.bytes)) {
@@ -81,7 +84,7 @@ void CatchUp::handleProjectExit() {
   cache_.reset();
 }
 
-/// What a station that is killed had read is kept, too.
+/// Regularly, and not only at the end: a station may be killed.
 void CatchUp::postSave(std::chrono::milliseconds delay) {
   host_.postAfter(delay, [this, kept = std::weak_ptr(cache_)] {
     const auto cache = kept.lock();

@@ -14,11 +14,11 @@ namespace {
 
 constexpr std::chrono::nanoseconds kTick(kCoarsestTick);
 
-/// What one report may hold.
+/// What one report may hold: the host thread does nothing else while it takes one.
 constexpr std::size_t kMostFiles = 64;
 constexpr std::size_t kMostBytes = std::size_t{32} << 20;
 
-/// Whether reading it again may have another end.
+/// Whether a second try to read the file may succeed.
 bool mayPass(const Result<std::string>& bytes) {
   return !bytes &&
          (bytes.error().code == ErrorCode::eSystem || bytes.error().code == ErrorCode::eStale);
@@ -36,7 +36,7 @@ WatchedFiles::WatchedFiles(WatchedFolder folder)
     if (!isSure) recheck_ = now + kTick;
   }
   folder_.known = {};
-  folder_.cache.reset();  // it is the host thread's
+  folder_.cache.reset();  // only the host thread may use it
 }
 
 Result<bool> WatchedFiles::hasMoved() {
@@ -58,7 +58,8 @@ Result<std::vector<std::string>> WatchedFiles::look() {
                      ". See whether the share is mounted.",
                  folder_.path};
   }
-  // The folder may change once more within the tick of the change that led to this look.
+  // Within one tick of the share's clock the folder may change again without a new time of change.
+  // So it is looked at once more when the tick is over.
   const bool hasChanged = !(listing.folder == stamp_);
   recheck_ = hasChanged ? Clock::now() + kTick : Clock::time_point::max();
   return differing(listing);
@@ -118,7 +119,8 @@ void WatchedFiles::read(const std::string& name, FoundFile& found) const {
       found.bytes = content.error();
     }
   }
-  // What the listing left out may have been replaced while the folder was read.
+  // A file that the listing left out may have been put back while the folder was read, so absence
+  // from the listing does not prove that it is gone.
   found.isGone = isSurelyGone(found.path);
 }
 
@@ -129,6 +131,8 @@ void WatchedFiles::note(const std::string& name, FoundFile& found, Clock::time_p
   }
   Known& known = known_[name];
   if (!(known.stamp == found.stamp)) known = {found.stamp, start, false};
+  // Measured by this machine's clock from when the state was first seen, so the share's clock may
+  // be wrong.
   known.isSure = start - known.since >= kTick && !mayPass(found.bytes);
   found.isAtRest = known.isSure;
   if (!known.isSure) recheck_ = std::min(recheck_, std::max(start, known.since + kTick));
@@ -156,7 +160,7 @@ milliseconds since(Clock::time_point start) {
 
 }  // namespace
 
-/// What the thread works with. It outlives the watch where the share holds the thread up.
+/// What the thread works with. It lives longer than the watch when the share holds the thread up.
 class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
  public:
   Loop(HostThread& host, std::vector<WatchedFolder> folders, Take take)
@@ -182,6 +186,8 @@ class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
     isEnding_ = true;
     changed_.notify_all();
     notices_.wake();
+    // A thread that waits for the share cannot be interrupted. Leaving a project must not hang with
+    // it.
     return changed_.wait_for(lock, kPatience, [this] { return hasEnded_; });
   }
 
@@ -222,6 +228,8 @@ class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
 
   void ask(Watched& each) {
     noteAsked(each);
+    // Each time: the folder may have been made, or made anew, since. On a network file system only
+    // this machine's changes are noticed, so the question below is always asked as well.
     notices_.watch(each.files.folder().path);
     const auto start = Clock::now();
     const auto moved = each.files.hasMoved();
@@ -231,12 +239,15 @@ class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
     if (moved && (*moved || std::exchange(each.isTold, false))) result = look(each);
     noteAnswer(each, std::move(result), took);
     const auto now = Clock::now();
+    // A slow share is asked less often, so that the watch does not add to its load.
     each.due = now + std::max(each.files.folder().period,
                               std::min<milliseconds>(took * kPauseFactor, kLongestPeriod));
     if (each.files.recheck() > now) each.due = std::min(each.due, each.files.recheck());
   }
 
   Result<void> look(Watched& each) {
+    // The message of this change is likely on its way. When it comes first, the change is told
+    // once, as that station's.
     notices_.pause(Clock::now() +
                    std::clamp<milliseconds>(each.looked * kPauseFactor, kSettle, kLongestSettle));
     const auto start = Clock::now();
@@ -247,19 +258,20 @@ class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
     return {};
   }
 
-  /// Returns when the host thread has dealt with it, so that nothing piles up there.
+  /// Returns when the host thread has taken the report: reports never pile up there.
   void report(FoundFiles found) {
     std::unique_lock lock(mutex_);
     if (found.empty() || isEnding_) return;
     isTaken_ = false;
     const auto shared = std::make_shared<const FoundFiles>(std::move(found));
+    // Weak: the task may run when the project has been left.
     host_.post([weak = weak_from_this(), shared] {
       if (const auto loop = weak.lock()) loop->hand(*shared);
     });
     changed_.wait(lock, [this] { return isTaken_ || isEnding_; });
   }
 
-  /// Host thread, where the watch is destroyed, too.
+  /// On the host thread, which also destroys the watch: so it cannot end in the middle of this.
   void hand(const FoundFiles& found) {
     if (isEnding()) return;
     take_(found);

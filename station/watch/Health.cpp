@@ -19,7 +19,7 @@ constexpr milliseconds kSlow(1000);
 /// A question without an answer for so long is not answered.
 constexpr seconds kSilent(6);
 
-/// So many changes without a message are no chance: a single one may be another program's.
+/// So many changes without a message are no coincidence. A single one may be another program's.
 constexpr std::size_t kCutOff = 3;
 
 const char* levelText(HealthLevel level) {
@@ -63,6 +63,7 @@ void judgeNetwork(const HealthFacts& facts, HealthState& state) {
     add(state.why,
         "The last message could not be sent everywhere. See whether the network is connected.");
   }
+  // Without other stations the changes are other programs', which send no messages.
   if (facts.others == 0 || facts.unannounced < kCutOff) return;
   state.network = HealthLevel::eBad;
   add(state.why, "You seem to be cut off: " + std::to_string(facts.unannounced) +
@@ -72,8 +73,8 @@ void judgeNetwork(const HealthFacts& facts, HealthState& state) {
 
 }  // namespace
 
-// What is on the share is shown as long as the share answers, whether messages come or not: then
-// it is seconds late.
+// As long as the share answers, what it holds is shown, even when messages are lost: then the
+// folder watch finds it, seconds later.
 HealthState judgeHealth(const HealthFacts& facts) {
   HealthState state;
   judgeShare(facts, state);
@@ -107,12 +108,14 @@ HealthState Health::now() const {
   facts.now = std::chrono::steady_clock::now();
   facts.hasSendFailed = traffic_->hasFailed();
   facts.others = presence_.others();
+  // The count starts anew with each project, so it may be below the one noted.
   facts.unannounced = catchUp_.found() - std::min(foundThen_, catchUp_.found());
   return judgeHealth(facts);
 }
 
 void Health::postJudgement() {
   host_.postAfter(kJudgement, [this, alive = std::weak_ptr<int>(alive_)] {
+    // The task cannot be taken back, and may run after this object is gone.
     if (alive.expired()) return;
     noteMessages();
     const HealthState state = now();

@@ -26,12 +26,13 @@ using std::chrono::milliseconds;
 /// How often this station's note is compared with what it does.
 constexpr milliseconds kRefresh(2000);
 
-/// Every so many times the others' locks are asked for: a killed station changes no file.
+/// How many refreshes pass between two looks at the others' locks. A killed station changes no
+/// file, so the folder watch cannot notice it.
 constexpr int kRefreshesBetweenLooks = 10;
 
 constexpr milliseconds kPeriod(5000);
 
-/// A note that a station left behind is removed after so many days, by the next that starts.
+/// A station that starts removes notes that are left behind and older than this many days.
 constexpr std::int64_t kDaysKept = 7;
 
 std::vector<std::string> ownAddresses() {
@@ -69,6 +70,7 @@ void Presence::start(const std::string& version) try {
   own_.addresses = ownAddresses();
   own_.version = version;
   own_.since = timeForRecord();
+  // Before its own note exists, so that this station is not among them.
   if (const auto stations = listStations(settings().projectsDirectory)) {
     warnOfNamesakes(*stations);
     removeOld(*stations);
@@ -151,8 +153,8 @@ void Presence::postRefresh() {
   });
 }
 
-// Messages are addressed to user names and recorded with host names: with two of one name neither
-// can be told from the other.
+// Messages are addressed to user names, and owners are recorded with host names. Two stations with
+// the same name cannot be told apart.
 void Presence::warnOfNamesakes(const std::vector<FoundStation>& stations) const {
   for (const FoundStation& each : stations) {
     if (!each.isAlive()) continue;
@@ -167,7 +169,7 @@ void Presence::warnOfNamesakes(const std::vector<FoundStation>& stations) const 
   }
 }
 
-/// Ages are told by the share's own clock: that of the newest note.
+/// Ages are told by the share's clock: the folder changed when the newest note was written.
 void Presence::removeOld(const std::vector<FoundStation>& stations) const {
   constexpr std::int64_t kDay = std::int64_t{86'400} * 1'000'000'000;
   const std::string folder = notesFolder(settings().projectsDirectory);
@@ -179,6 +181,7 @@ void Presence::removeOld(const std::vector<FoundStation>& stations) const {
       continue;
     }
     if (listing->folder.modified - file->second.modified < kDaysKept * kDay) continue;
+    // Failures are ignored: the next station that starts tries again.
     static_cast<void>(removeFileAt(noteLock(folder, each.note.id)));
     static_cast<void>(removeFileAt(folder + "/" + file->first));
   }
@@ -200,10 +203,13 @@ void Presence::takeOne(const FoundFile& file) {
   }
   const auto note =
       file.bytes ? parseNote(*file.bytes, id) : Result<StationNote>(file.bytes.error());
+  // A note that cannot be read now may be half-visible on this file system; its next change is read
+  // again.
   if (!note) return;
   FoundStation found{*note, LockState::eHeld, {}};
   if (known == others_.end()) {
     const std::string folder = notesFolder(settings().projectsDirectory);
+    // A killed station leaves its note: only the lock tells whether it lives.
     found.state = lookAtLock(wideText(noteLock(folder, id)));
     if (!found.isAlive()) return;
     tell("came", found);
@@ -214,7 +220,7 @@ void Presence::takeOne(const FoundFile& file) {
 }
 
 void Presence::lookForDead() {
-  if (!watch_ || watch_->answer().isAwaited) return;  // the share would hold this thread up, too
+  if (!watch_ || watch_->answer().isAwaited) return;  // the share would hold up this thread, too
   const std::string folder = notesFolder(settings().projectsDirectory);
   for (auto each = others_.begin(); each != others_.end();) {
     FoundStation& station = each->second;

@@ -191,7 +191,8 @@ constexpr std::chrono::seconds kTimeToEnd(1);
 
 }  // namespace
 
-/// What the thread works with. It outlives the file where the share holds the thread up.
+/// What the thread works with. It lives longer than the StationFile when the share holds the thread
+/// up.
 class StationFile::Writer {
  public:
   Writer(std::string folder, StationNote note)
@@ -205,6 +206,7 @@ class StationFile::Writer {
       lock.unlock();
       write(note);
       lock.lock();
+      // At most one write a second: a user who works changes the note all the time.
       changes_.wait_for(lock, kPause, [this] { return isEnding_; });
       changes_.wait(lock, [this] { return isEnding_ || isChanged_; });
     }
@@ -236,6 +238,7 @@ class StationFile::Writer {
   void write(StationNote note) {
     note.written = timeForRecord();
     auto written = takeLock();
+    // The lock first: a note without a lock is shown as that of a dead station.
     if (written) written = writeAtomically(path(), noteText(note));
     if (!written && !hasComplained_) {
       LogBoth("Others cannot see that this station is here and what it has open: %s\n",
@@ -244,7 +247,8 @@ class StationFile::Writer {
     hasComplained_ = !written;
   }
 
-  /// Takes the lock, and takes it again where somebody removed its file.
+  /// Takes the lock; takes it again when its file was removed, since others would see no lock and
+  /// take this station for dead.
   Result<void> takeLock() {
     const std::string path = noteLock(folder_, id_);
     if (lock_ && existsFresh(path)) return {};
@@ -260,6 +264,7 @@ class StationFile::Writer {
   }
 
   void sayGoodbye() {
+    // The note first: without it the free lock means nothing to others.
     static_cast<void>(removeFileAt(path()));
     if (!lock_) return;
     lock_.reset();

@@ -55,8 +55,8 @@ class TrafficCounts : public iTrafficObserver {
 ///     <projects directory>/.stations/<id>.json   what it tells
 ///                                    <id>.lock   held open exclusively for as long as it lives
 ///
-/// Whether it lives is asked of the lock, which the kernel frees when a program dies. The text is
-/// beside the lock, since on some shares nobody can read a locked file. Texts are UTF-8.
+/// The lock tells whether the station lives: the kernel frees it when the program dies. The text is
+/// beside the lock, since a locked file cannot be read by others on SMB. Texts are UTF-8.
 struct StationNote {
   std::string id;  ///< the files' name, new with each start
   std::string user;
@@ -114,8 +114,8 @@ inline constexpr std::size_t kLargestNote = std::size_t{64} << 10;
 /// A station's line in a list and in the event "presence".
 JsonValue shownStation(const FoundStation& station);
 
-/// This station's note in the projects directory and the lock that says that it lives, kept by a
-/// thread of its own: a share that hangs keeps nobody waiting. Host thread.
+/// This station's note in the projects directory, and the lock that says that it lives. A thread of
+/// its own writes them, so that a share that hangs does not hold up the host thread. Host thread.
 class StationFile {
  public:
   /// Makes the folder where it is missing, takes the lock and writes the note. Where that cannot be
