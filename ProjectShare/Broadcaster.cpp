@@ -94,6 +94,7 @@ Broadcaster::Broadcaster() {
   listenTo(SystemCache::instance(), &Broadcaster::handleMediaAvailability);
   const int port = config_int("shared_projects_udp_port", kDefaultPort);
   udpBroadcaster_ = OSPrivate().networkService().createUDPBroadcaster(port);
+  // Last: what throws before this leaves no pointer to a broadcaster that was never whole.
   theBroadcaster = this;
 }
 

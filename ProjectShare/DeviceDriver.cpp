@@ -48,6 +48,7 @@ void DeviceDriver::preUnloadDeinitialization() {
   }
 }
 
+// The shutdown callback runs first and does the work; on an unload without it, this does.
 void DeviceDriver::releaseTransport() {
   broadcaster_.reset();
   receiver_.reset();

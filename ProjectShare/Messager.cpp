@@ -80,6 +80,7 @@ Size Messager::calcSize() { return kPanelSize; }
 void Messager::setSizeState(int state) {
   const bool lacksContent = state == eExpandedState && !messageLog;
   if (state == sizeState() && !lacksContent) return;
+  // The content is rebuilt widget by widget; the screen is to see the result alone.
   const Glib::UpdateDeferrer deferrer;
   if (state == eIconState) becomeIcon();
   if (state == eExpandedState) becomePanel();
@@ -89,6 +90,7 @@ void Messager::setSizeState(int state) {
 
 void Messager::becomeIcon() {
   setSizeFlag(eIconState);
+  // The widgets are destroyed with the content below; nothing may reach them through these.
   recipientButton = nullptr;
   messageLog = nullptr;
   messageEntry = nullptr;
@@ -163,8 +165,8 @@ void Messager::draw() {
 }
 
 bool Messager::handleMessageEvent(const LightweightString<char>& text, Glob*) {
-  // Where sending fails, the return key was pressed all the same: it is nobody else's, and no words
-  // to show anybody.
+  // Report the return event as handled even if sending throws, so that it does not become a
+  // notification.
   const bool isOwnReturn = text == kReturnEvent && messageEntry;
   return guardedEntry("Messager::handleMessageEvent", isOwnReturn, [&] {
     if (text == kReturnEvent) return sendEntry();
@@ -174,7 +176,8 @@ bool Messager::handleMessageEvent(const LightweightString<char>& text, Glob*) {
 }
 
 bool Messager::sendEntry() {
-  // An icon has no entry box; whoever sent it this text meant words, which others may take.
+  // An icon has no entry box. The text then is a message that happens to read like the event, and
+  // goes on to the desktop.
   if (!messageEntry) return false;
   const LightweightString<char> text = toUTF8(messageEntry->getText());
   messageEntry->setText({});

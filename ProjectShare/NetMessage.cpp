@@ -14,6 +14,8 @@ namespace {
 
 using Text = LightweightString<char>;
 
+// One byte, whatever the text's encoding. UTF-8 holds it within some letters (the euro sign ends in
+// it), and a text is cut there; the host refuses such names where they would be stored.
 constexpr char kSeparator = '\xAC';
 constexpr const char* kVersion = "d";
 constexpr std::size_t kFirstPayloadField = 3;
@@ -36,6 +38,7 @@ Vector<std::string_view> split(std::string_view text) {
   return fields;
 }
 
+// Field by field: building the range anew puts it in order, and reports it when it was not.
 EditModification copyOf(const EditModification& from) {
   EditModification copy;
   copy.type_ = from.type_;
@@ -140,7 +143,9 @@ NetMessage::NetMessage(const Text& wireText) {
         "the same version of Korvel software\n");
     return;
   }
+  // A head without content: the type stays eNone, and receivers pass such a message over.
   if (fields.size() <= kFirstPayloadField) return;
+  // No number reads as 0. An unknown one is kept, so that the log shows what came.
   type = static_cast<Type>(std::strtol(std::string(fields[1]).c_str(), nullptr, 10));
   projectCookie = cookieFrom(fields[2]);
   readFields(fields);
@@ -170,6 +175,7 @@ void NetMessage::readFields(const Fields& fields) {
       return;
     case eUserMessage:
     case eActionRequest:
+      // All three or none: words without a recipient would be shown to everybody.
       if (fields.size() < 6) return;
       source = Text(fields[3]);
       target = Text(fields[4]);
@@ -208,6 +214,7 @@ void NetMessage::readContainer(const Fields& fields) {
 }
 
 LightweightString<char> NetMessage::asString() const {
+  // One allocation for most messages; the separator also ends the last field.
   std::string text;
   text.reserve(kUsualHead + data.size() + target.size());
   const auto append = [&text](const Text& field) { (text += field.view()) += kSeparator; };

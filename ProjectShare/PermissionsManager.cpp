@@ -21,6 +21,7 @@ constexpr int kProjectSubtype = 255;
 /// What this manager can do: ownership may be transferred, owners are kept.
 constexpr unsigned kCaps = 12;
 
+// Read once, while the library is loaded: a later change of the configuration gives nobody rights.
 const bool isAdministrator_ = config_int("Administrator", 0) == 1;
 
 LightweightString<wchar_t> upperCased(LightweightString<wchar_t> text) {
@@ -56,6 +57,7 @@ LightweightString<wchar_t> PermissionsManager::getHostName() const {
 LightweightString<wchar_t> PermissionsManager::getCurrentUser() const { return getHostName(); }
 
 const LightweightString<wchar_t>& PermissionsManager::hostName() {
+  // A machine may get its host name after the start, so an empty one is asked for again.
   if (hostName_.empty()) hostName_ = upperCased(OS().networkHostName());
   return hostName_;
 }
@@ -72,6 +74,7 @@ void PermissionsManager::readUserList() {
   for (std::size_t i = 0; i < file.getNumLines(); ++i) {
     addUpperCased(Kv::WStringFromAscii(file.getLine(i)));
   }
+  // The local user is always offered, on a share without a user list, too.
   addUpperCased(hostName());
   initialised_ = true;
 }

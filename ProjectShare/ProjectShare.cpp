@@ -33,6 +33,7 @@ LightweightString<wchar_t> readHolder(const LightweightString<wchar_t>& path) {
   std::array<char, kLongestName + 1> name{};
   const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(file->size(), kLongestName));
   file->read(name.data(), kLongestName);
+  // The size was asked for before: of a name that is being replaced the shorter part is shown.
   name[size] = '\0';
   return fromUTF8(name.data(), -1);
 }
@@ -57,6 +58,7 @@ LightweightString<wchar_t> ProjectShare::getProjectLockFile(const Cookie& projec
   return guardedEntry("getProjectLockFile", LightweightString<wchar_t>(), [&] {
     if (project.getType() == CookieTypeNoProject) return LightweightString<wchar_t>();
     LightweightString<wchar_t> path = getProjectsBaseDirectory() + project.asWString();
+    // Zero stands for "none" and must not end up in the path.
     if (const wchar_t separator = OS().fileManager().pathSeparator()) path += separator;
     return path + L"Lock";
   });
@@ -73,6 +75,7 @@ bool ProjectShare::lockProject(const Cookie& project) {
     if (project.getType() != CookieTypeProject) {
       assertionFailed("pCookie.getType() == CookieTypeProject", kWrongKind);
     }
+    // Made before the old one is put away, so that a failure here changes nothing.
     auto lock = std::make_unique<NetLock>(getProjectLockFile(project));
     dropProjectLock();
     currentProjectLock_ = std::move(lock);
@@ -120,6 +123,7 @@ bool ProjectShare::enterRoom(const LightweightString<wchar_t>& room) {
   if (!lastRoom_.empty()) OS().fileManager().markFile(lastRoom_, iFileManager::eMarkLeft);
   auto lock = std::make_unique<NetLock>(room + kRoomEnding);
   if (!lock->Lock()) {
+    // The refused lock goes without Unlock(): its files belong to the station that holds the room.
     assertionFailed("false", kRoomIsTaken);
     return false;
   }

@@ -37,7 +37,8 @@ constexpr int kFileTries = 10;
 constexpr unsigned kFilePause = 100;      // milliseconds
 constexpr unsigned kThumbnailPause = 10;  // milliseconds
 
-/// Keeps the broadcaster disabled for as long as it lives, whatever happens meanwhile.
+/// Keeps the broadcaster disabled for as long as it lives, whatever happens meanwhile: what a
+/// message changes here must not be announced once more.
 class BroadcasterPause {
  public:
   BroadcasterPause() { Broadcaster::disable(); }
@@ -48,7 +49,8 @@ class BroadcasterPause {
   }
 };
 
-/// A buffer's bytes up to the first zero byte.
+/// A buffer's bytes up to the first zero byte. What follows it is not the plug-in's: hosts may add
+/// something of their own to a datagram there.
 Text textOf(iMemHolder& buffer) {
   const std::string_view bytes(buffer.bytes(), buffer.size());
   return Text(bytes.substr(0, bytes.find('\0')));

@@ -1,5 +1,19 @@
 #pragma once
 
+// The host's settings, and the settings of its objects.
+//
+// config_int answers from the host's configuration: the file and the command line that the
+// application was started with. The plug-in asks for three keys:
+//
+//     "Administrator"              1: this user may change what others own; asked while the library
+//                                  is loaded, before anything else of the plug-in runs
+//     "shared_projects_udp_port"   the port of the datagrams
+//     "log_incoming_net_messages"  other than 0: each received message is written to the log
+//
+// configb is one object's own small dictionary. It travels with the object's file, so all stations
+// see the same values once the file is written. The key "OWNER" holds the name of the object's
+// owner.
+
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
 

@@ -1,5 +1,18 @@
 #pragma once
 
+// Names of stored objects, the same on every station.
+//
+// The host makes a cookie when an object is made, and never gives it to another object. Stations
+// speak of objects by the cookie's text alone: it is what stands in messages, in names of files
+// and of lock files. That is why the text must read back exactly, and why it holds no byte that
+// separates fields of a message (0xAC) or parts of a path.
+//
+//     station A                                        station B
+//     Cookie::create('E') -> asString() --"E0a1b.."--> Cookie(text, false) == the same object
+//
+// The three type bytes belong to the identity: a project's cookie and the cookie of an edit with
+// the same UUID are two objects. convertCookie() makes the one from the other.
+
 #include <array>
 #include <cstdint>
 
@@ -60,7 +73,10 @@ class KV_HOST_API Cookie {
   /// The number of this workstation, by which remote commands address it.
   static int getLocalMachineNumber();
 
+  /// Whether this is no object at all.
   [[nodiscard]] bool isNull() const;
+
+  /// The kind letter, the unique part, and all three type bytes.
   [[nodiscard]] char getType() const { return static_cast<char>(typeBytes_[0]); }
   [[nodiscard]] const UUID& getUuid() const { return uuid_; }
   [[nodiscard]] const std::array<std::uint8_t, 3>& getTypeBytes() const { return typeBytes_; }
@@ -68,6 +84,8 @@ class KV_HOST_API Cookie {
   /// The text form; with `abbreviated` the kind letter and at most eight digits, for people (it
   /// does not read back).
   [[nodiscard]] LightweightString<char> asString(bool abbreviated = false) const;
+
+  /// The same in wide characters, for names of files.
   [[nodiscard]] LightweightString<wchar_t> asWString() const;
 
   /// Orders by kind letter, UUID, then the other type bytes: negative, zero or positive.

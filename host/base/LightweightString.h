@@ -1,5 +1,12 @@
 #pragma once
 
+// Text as it crosses the border between the host and its plug-ins.
+//
+// Both sides make such strings, keep copies, and drop them at any time. A plug-in's string may
+// live in the host after the plug-in was unloaded, and the other way round; therefore nothing in
+// here calls code of the side that made it. Copying is cheap: messages and names are handed
+// through many layers unchanged.
+
 #include <atomic>
 #include <cstddef>
 #include <new>
@@ -51,6 +58,7 @@ class LightweightString {
   }
   ~LightweightString() { clear(); }
 
+  /// The number of characters; the terminator does not count.
   [[nodiscard]] std::size_t size() const { return view().size(); }
   [[nodiscard]] bool empty() const { return size() == 0; }
 
@@ -59,6 +67,8 @@ class LightweightString {
   [[nodiscard]] View view() const {
     return buffer_ ? View(buffer_->text(), buffer_->size) : View();
   }
+
+  /// A copy that this string has no part in.
   [[nodiscard]] std::basic_string<C> str() const { return std::basic_string<C>(view()); }
 
   /// The character at `index`, which must be smaller than size().

@@ -43,10 +43,12 @@ struct KV_HOST_API LogArgument {
 KV_HOST_API std::string formatLogLine(const char* format,
                                       std::initializer_list<LogArgument> arguments);
 
-/// Writes a finished text to the log (and to the console).
+/// Writes a finished text to the log (and to the console). What cannot be written is lost: the log
+/// never stops the program.
 KV_HOST_API void writeLog(const std::string& text);
 KV_HOST_API void writeLogAndConsole(const std::string& text);
 
+/// Formats and writes one line. Nothing is thrown, whatever the format and the arguments.
 template <typename... Arguments>
 void Log(const char* format, const Arguments&... arguments) {
   writeLog(formatLogLine(format, {LogArgument(arguments)...}));

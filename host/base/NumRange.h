@@ -1,5 +1,11 @@
 #pragma once
 
+// A stretch of time or of numbers, as the host's modifications carry it.
+//
+// The host's own code builds ranges from two numbers and relies on their order. A modification
+// that comes from another station is read without that check, so that reading never reports
+// anything; the report is made where such a range is first copied into a checked one.
+
 #include <utility>
 
 #include "host/base/Log.h"
@@ -15,7 +21,10 @@ struct NumRange {
   T start{};
   T end{};
 
+  /// From zero to zero.
   NumRange() = default;
+
+  /// From the smaller to the greater of two numbers, with a report when they were the other way.
   NumRange(T first, T last) : start(first), end(last) {
     if (start > end) {
       assertionFailed("false", "misc/NumRange line 123");

@@ -1,5 +1,23 @@
 #pragma once
 
+// Shared ownership between the host and its plug-ins.
+//
+// Files, senders, listeners and callbacks are held by counted pointers, since neither side can
+// know when the other is done with them. The side that lets go last destroys the object, on its
+// thread:
+//
+//     host                                   plug-in
+//     openFile() makes an iFile, count 1 --> Kv::Ptr<iFile> lock_        holds it
+//                                            lock_.reset()               count 0: the file is
+//                                            closed
+//
+// The order in reset() matters: the pointer is empty before the object's destructor runs. A
+// destructor that reaches back for the same pointer finds nothing instead of an object that is
+// half destroyed.
+//
+// The counts must work while a library is loaded: static initialisers of plug-ins make counted
+// objects before the host has called anything.
+
 #include <utility>
 
 #include "host/base/HostApi.h"
@@ -37,6 +55,7 @@ KV_HOST_API bool releaseReference(void* refCountId);
 template <typename T>
 class Ptr {
  public:
+  /// An empty pointer; so is one from a null pointer.
   Ptr() = default;
   Ptr(std::nullptr_t) {}                           // NOLINT(google-explicit-constructor)
   Ptr(T* object) : object_(object) { acquire(); }  // NOLINT(google-explicit-constructor)
@@ -58,6 +77,7 @@ class Ptr {
   void reset() { Ptr().swap(*this); }
   void swap(Ptr& other) noexcept { std::swap(object_, other.object_); }
 
+  /// The object, still owned by the pointers; null when this one is empty.
   [[nodiscard]] T* get() const { return object_; }
   T* operator->() const { return object_; }
   T& operator*() const { return *object_; }

@@ -1,5 +1,9 @@
 #pragma once
 
+// Names come from people of all countries, and travel as bytes: through messages, files and the
+// environment. Inside the host and its plug-ins they are wide texts, in which one element is one
+// character.
+
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
 

@@ -1,12 +1,21 @@
 #pragma once
 
+// Containers: bins (log groups), racks and project filters. Each kind has a manager that keeps the
+// open project's containers and notifies of their changes. Host thread.
+//
+//     user adds an edit to a bin
+//       -> the manager writes the bin's file
+//       -> notification: Modification<BinData>(bin, eFileWritten | eChanged)
+//       -> the plug-in announces it; other stations call reload() of their manager
+//
+// A container is a file of the project's folder, and its file is what counts: on another station's
+// message a manager reads the file again, or forgets the container if its file is gone. Bins and
+// racks are announced one by one; filters are few, and are all read again.
+
 #include <cstdint>
 
 #include "host/base/Cookie.h"
 #include "host/notify/Notifier.h"
-
-// Containers: bins (log groups), racks and project filters. Each kind has a manager that keeps the
-// open project's containers and notifies of their changes. Host thread.
 
 /// Identifies a bin or a filter (filters are kept as bin data).
 struct KV_HOST_API BinData {
@@ -20,6 +29,8 @@ struct KV_HOST_API RackData {
   std::array<std::uint8_t, 3> typeBytes{};
 };
 
+/// What the managers of bins and racks have in common: their notifications, and what messages of
+/// other stations have them do.
 class KV_HOST_API ContainerManagerBase : public NotifierBase {
  public:
   /// What a change did, as bits.
@@ -39,6 +50,8 @@ class KV_HOST_API ContainerManagerBase : public NotifierBase {
     /// The changed container, owned by the manager for the duration of the notification; may be
     /// null.
     [[nodiscard]] const Data* object() const { return object_; }
+
+    /// A sum of eModificationFlags; several may be set at once.
     [[nodiscard]] std::uint32_t flags() const { return flags_; }
 
    private:
@@ -57,12 +70,14 @@ class KV_HOST_API ContainerManagerBase : public NotifierBase {
   virtual void reload(const Cookie& cookie) = 0;
 };
 
+/// The open project's bins. Without a project there are none, and cookies are ignored.
 class KV_HOST_API BinManager : public ContainerManagerBase {
  public:
   /// Notifies with Modification<BinData>.
   static BinManager* instance();
 };
 
+/// The open project's racks.
 class KV_HOST_API RackManager : public ContainerManagerBase {
  public:
   /// Notifies with Modification<RackData>.
@@ -84,6 +99,7 @@ class KV_HOST_API ProjectFilterManager : public NotifierBase {
 KV_HOST_API LightweightString<wchar_t> getFileNameForLogGroup(
     const Cookie& cookie, const LightweightString<wchar_t>& name, const Cookie& project);
 
+/// Where filters are stored.
 class KV_HOST_API UserFilter {
  public:
   /// The file of a filter in the open project, which need not exist; a filter that the open project

@@ -1,5 +1,18 @@
 #pragma once
 
+// One edit or log while it is loaded, and the ways to open and change it.
+//
+//     EditPtr edit;
+//     edit.i_open(cookie, 0);                      the object is loaded until it is closed
+//     {
+//       EditModifier change(edit, "new owner");    what is changed now belongs together
+//     }                                            released: the host announces the change
+//     edit.i_close();
+//
+// A plug-in opens edits because of messages: to read an owner, to take up another station's
+// change, to read a file again. The rules for that differ from the user's own actions in one
+// point: what the local user has not saved yet is never dropped because of a message.
+
 #include "host/base/Config.h"
 #include "host/base/Cookie.h"
 #include "host/edit/EditModification.h"

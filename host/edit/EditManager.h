@@ -1,5 +1,11 @@
 #pragma once
 
+// All edits and logs of the open project, as other stations' messages concern them.
+//
+// Each function here is called because of one type of message, and says what of it the host takes.
+// A message is a hint: it may be lost, doubled, late, or sent by a stranger. So the host compares
+// with the file before it forgets anything, and writes nothing.
+
 #include "host/base/Cookie.h"
 
 /// The host's edits and logs as a whole. Host thread. An unknown cookie is ignored.

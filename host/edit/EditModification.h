@@ -1,5 +1,13 @@
 #pragma once
 
+// One change of an edit as it travels: from the host to the plug-in, as text to the other
+// stations, and there to the host again.
+//
+//     trim of clip 0/2/1 to 1.5 s .. 5 s   <->   "1;1.5;5;0%2F2%2F1;"
+//
+// The kinds are numbers of the host. A plug-in looks at few of them and passes the others on, so
+// that a newer station's kind reaches another newer station through an older plug-in.
+
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
 #include "host/base/NumRange.h"

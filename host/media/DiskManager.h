@@ -1,5 +1,15 @@
 #pragma once
 
+// Where media files are, on this station and for all.
+//
+// Stations mount the same storage at different places. A message names a file by its network form,
+// which each station turns into its own path:
+//
+//     A: /mnt/rushes/a.mov -> //store/rushes/a.mov  -- message -->  B: /media/store/a.mov
+//
+// When a file changes elsewhere, what this station has read of it is out of date. The player then
+// must let the file go, and the read-ahead must forget what it brought.
+
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
 

@@ -1,5 +1,12 @@
 #pragma once
 
+// The media files that this station knows, by the cookie of their material.
+//
+// It grows in two ways: the user adds a file here, or a message tells that a colleague added one.
+// A file that is known already is left alone, so a message that comes twice adds nothing. One
+// material has at most one file of its own and any number of proxies, which are smaller copies to
+// work with.
+
 #include "host/base/Cookie.h"
 #include "host/base/LightweightString.h"
 #include "host/media/DiskManager.h"
@@ -12,8 +19,13 @@ class KV_HOST_API FsysDirectoryEntry : public NotifyPayload {
   FsysDirectoryEntry(const Cookie& cookie, const MaterialFilename& file)
       : cookie_(cookie), file_(file) {}
 
+  /// The cookie of the material, under which all its files are known.
   [[nodiscard]] const Cookie& getCookie() const { return cookie_; }
+
+  /// The material's own file, as this station opens it.
   [[nodiscard]] const MaterialFilename& getFilename() const { return file_; }
+
+  /// Its proxies in the order in which they were added.
   [[nodiscard]] const Vector<MaterialFilename>& getProxyFiles() const { return proxies_; }
   void addProxyFile(const MaterialFilename& proxy) { proxies_.push_back(proxy); }
 
@@ -29,6 +41,7 @@ class KV_HOST_API SystemCache : public NotifierBase {
   /// The one cache, made on first use. Notifies with FsysDirectoryEntry and the types below.
   static SystemCache& instance();
 
+  /// What is notified: a file or proxy became known, or was forgotten.
   static const NotifyMsgType fileAddedMsgType_;
   static const NotifyMsgType fileRemovedMsgType_;
   static const NotifyMsgType proxyAddedMsgType_;

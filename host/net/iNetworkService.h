@@ -1,5 +1,16 @@
 #pragma once
 
+// How a plug-in reaches its like on other machines. It holds a sender and a listener for as long
+// as it is enabled, and knows nothing of addresses: where datagrams go is the host's
+// configuration.
+//
+//     plug-in: broadcast(text) -> one datagram to each destination -> every station on the port
+//     one datagram arrives     -> the host's queue -> host thread: receive(bytes) of the plug-in
+//
+// Nothing here promises that a datagram arrives, arrives once, or arrives in order. A station does
+// not get its own datagrams back; two stations on one machine hear each other. Bytes come from
+// anybody on the network, and are to be read with that in mind.
+
 #include <cstddef>
 
 #include "host/base/HostApi.h"
@@ -12,7 +23,11 @@
 class KV_HOST_API iMemHolder : public virtual iObject {
  public:
   ~iMemHolder() override = default;
+
+  /// The first byte, valid for as long as the block is held. A datagram may hold zero bytes.
   [[nodiscard]] virtual const char* bytes() const = 0;
+
+  /// The number of bytes; 0 for an empty datagram.
   [[nodiscard]] virtual std::size_t size() const = 0;
 };
 
@@ -49,6 +64,7 @@ class KV_HOST_API iUDPListener : public virtual iObject {
   ~iUDPListener() override = default;
 };
 
+/// Makes senders and listeners. One of each is enough for a station.
 class KV_HOST_API iNetworkService {
  public:
   virtual ~iNetworkService() = default;

@@ -1,5 +1,19 @@
 #pragma once
 
+// How a part of the host tells others that it changed.
+//
+//     listener                                  notifier (a container manager, the media cache)
+//     registerInternal(type, callback) -------> keeps the callback
+//               <------------- Kv::Guard ------
+//                                               its user changes something
+//     callback.call(message)  <---------------- calls all that asked for this type, one by one
+//     guard.reset() --------------------------> forgets the callback
+//
+// All of it happens on the host thread, and nothing is queued: when the change returns, all have
+// been told. A callback may register others, end registrations (its own too) and change the
+// notifier again. Guards may outlive their notifier, since plug-ins are taken down after the
+// documents.
+
 #include <functional>
 
 #include "host/base/HostApi.h"
@@ -11,6 +25,8 @@ template <typename Message>
 class iCallback : public virtual Kv::InternalRefCount {
  public:
   ~iCallback() override = default;
+
+  /// Is called on the host thread. Must not throw.
   virtual int call(const Message& message) = 0;
 };
 
@@ -35,7 +51,10 @@ class CallbackInvoker : public virtual Kv::InternalRefCount {
   CallbackInvoker(NotifyMsgType type, Kv::Ptr<iCallback<Message>> callback)
       : type_(type), callback_(callback) {}
 
+  /// The type that the registration is for.
   [[nodiscard]] NotifyMsgType type() const { return type_; }
+
+  /// Calls the callback, whatever the message's type is: the notifier has compared them.
   int invoke(const Message& message) const { return callback_->call(message); }
 
  private:

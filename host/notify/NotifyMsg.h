@@ -1,5 +1,12 @@
 #pragma once
 
+// What is handed to a callback: the kind of notification, and what it is about.
+//
+// Each notifier says in its own header which class its payload is. A receiver that registers for
+// eAnyChange with one notifier may therefore cast the payload without asking; payloads of two
+// notifiers are never mixed in one registration. The message and its payload live for the duration
+// of the call alone: what is needed later is copied.
+
 #include <cstdint>
 
 #include "host/base/HostApi.h"
@@ -19,6 +26,7 @@ class KV_HOST_API NotifyMsg {
  public:
   NotifyMsg(NotifyMsgType type, const NotifyPayload* payload) : type_(type), payload_(payload) {}
 
+  /// The kind that the notifier issued, never eAnyChange itself.
   [[nodiscard]] NotifyMsgType type() const { return type_; }
 
   /// What the notification carries, owned by the sender; null where it carries nothing.
@@ -36,7 +44,9 @@ class KV_HOST_API NotifyMsgTypeDictionary {
     eAnyChange,  ///< a registration for it receives every notification that its notifier issues
   };
 
+  /// The one dictionary, made on first use. Any thread.
   static NotifyMsgTypeDictionary& instance();
 
+  /// The type's number in this run; it is not stored and not sent.
   [[nodiscard]] NotifyMsgType operator[](eEntry entry) const;
 };

@@ -1,5 +1,10 @@
 #pragma once
 
+// What a plug-in asks about paths and small files. The projects directory is shared by all
+// stations, mostly on a network file system, whose cache may be seconds old. A plug-in decides by
+// these answers whether a lock is taken and whether an announced file has arrived, so a stale
+// answer is a wrong one.
+
 #include <cstddef>
 
 #include "host/base/HostApi.h"

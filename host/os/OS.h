@@ -1,5 +1,16 @@
 #pragma once
 
+// The operating system as a plug-in sees it: files, the user's and the machine's name, a pause.
+//
+// OS() and OSPrivate() answer from before the first plug-in is loaded until after the last one is
+// gone. The names come from the system or from the command line; they are not checked here. A
+// machine may have no host name yet when a plug-in starts: then the name is empty, and is asked
+// for again later.
+//
+// sleepMilliseconds() blocks the caller. On the host thread that stops everything that the user
+// sees, so it is used for waits of at most a second in all: for a file that another machine has
+// just written, which a network file system shows with a delay.
+
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
 

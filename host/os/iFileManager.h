@@ -81,6 +81,8 @@ class KV_HOST_API iFile : public virtual iObject {
   virtual bool write(const void* bytes, std::size_t count) = 0;
 };
 
+/// Opens, lists, marks and removes files. The one object of its kind is reached through OS(), and
+/// may be used on any thread; lastError() speaks of the calling thread alone.
 class KV_HOST_API iFileManager {
  public:
   /// One entry of a directory listing.

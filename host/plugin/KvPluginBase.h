@@ -1,5 +1,12 @@
 #pragma once
 
+// What a plug-in is to the host: an object with a name and components.
+//
+// A component is what the host works with: a permissions manager, a project share. The plug-in
+// makes its components when it is initialised, and owns them; the host finds them by their own
+// registration and never deletes one. When the plug-in closes down they go in the reverse order,
+// since a later one may use an earlier one.
+
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
 
@@ -24,11 +31,13 @@ class KV_HOST_API KvComponentBaseSharedResourceTag {
 /// Something that a plug-in registers with the host under a name.
 class KV_HOST_API KvComponentBase : public virtual KvComponentBaseSharedResourceTag {
  public:
+  /// A component under this name; the name does not change any more.
   explicit KvComponentBase(const LightweightString<char>& name) : name_(name) {}
   KvComponentBase(const KvComponentBase&) = delete;
   KvComponentBase& operator=(const KvComponentBase&) = delete;
   ~KvComponentBase() override = default;
 
+  /// The name as it was given, for logs and for looking a component up.
   [[nodiscard]] const LightweightString<char>& componentName() const { return name_; }
 
  private:
@@ -44,6 +53,7 @@ class KV_HOST_API KvResourceTypeBase : public KvComponentBase {
 /// A plug-in object: its name, its version and the components that it owns.
 class KV_HOST_API KvPluginBase {
  public:
+  /// A plug-in without components that is not initialised yet.
   KvPluginBase(const LightweightString<char>& name, const LightweightString<char>& version);
   KvPluginBase(const KvPluginBase&) = delete;
   KvPluginBase& operator=(const KvPluginBase&) = delete;
@@ -64,8 +74,11 @@ class KV_HOST_API KvPluginBase {
   virtual int enable() { return 0; }
   virtual int disable() { return 0; }
 
+  /// Name and version as the host shows them to users.
   [[nodiscard]] const LightweightString<char>& pluginName() const { return name_; }
   [[nodiscard]] const LightweightString<char>& pluginVersion() const { return version_; }
+
+  /// Whether initialisation has succeeded; kvPluginInstance answers the same.
   [[nodiscard]] bool isInitialised() const { return initialised_; }
 
  protected:
@@ -78,7 +91,8 @@ class KV_HOST_API KvPluginBase {
   bool initialised_ = false;
 };
 
-/// A plug-in of the device-driver kind.
+/// A plug-in of the device-driver kind: it is loaded for as long as the application runs, and shows
+/// nothing by itself.
 class KV_HOST_API KvDeviceDriverBase : public KvPluginBase {
  public:
   using KvPluginBase::KvPluginBase;

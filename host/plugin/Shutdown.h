@@ -1,5 +1,15 @@
 #pragma once
 
+// How the application ends.
+//
+//     user quits, or SIGTERM
+//       -> callbacks, the highest priority first    locks are released, users are told
+//       -> documents are closed
+//       -> preUnloadDeinitialization() of each plug-in, then its library is unloaded
+//
+// A plug-in releases its locks in a callback, not in a destructor: while callbacks run, the share,
+// the network and the log still work.
+
 #include "host/base/HostApi.h"
 #include "host/base/Ptr.h"
 
@@ -8,14 +18,18 @@
 /// callback is called once.
 class KV_HOST_API Shutdown {
  public:
+  /// Why the application ends. Either way the callbacks have time to finish.
   enum eExitType {
     eNormalExit,     ///< the user ended the application
     eSignalledExit,  ///< the system asked it to end
   };
 
+  /// What is called at the end; the service holds a reference until then.
   class KV_HOST_API Callback : public virtual Kv::InternalRefCount {
    public:
     ~Callback() override = default;
+
+    /// Is called once, on the host thread. Must not throw: the others are to be called as well.
     virtual void call(eExitType type) = 0;
   };
 

@@ -1,5 +1,14 @@
 #pragma once
 
+// Commands by name, for machines that are operated from another one.
+//
+// A message asks this machine, by its number, to run a command. The plug-in looks the name up and
+// calls what it finds; it knows no command itself. What is in the map is the host's decision, and
+// therefore the limit of what anybody on the network can have this machine do:
+//
+//     message "run render_pause on machine 7" -> findCommand("render_pause") -> callCommand(index)
+//                                                kNotFound: nothing happens
+
 #include <cstdint>
 
 #include "host/base/HostApi.h"

@@ -1,5 +1,16 @@
 #pragma once
 
+// How the host tells of changes that the local user made.
+//
+// This is where all that other stations learn begins: the plug-in is a listener, and turns each
+// call into one message.
+//
+//     user saves -> the host writes the file -> handleLogStorage() -> a message to the others
+//
+// The calls come after the fact: a file that is announced as written can be read, an object that is
+// announced as deleted is gone. A listener that answers with messages must keep quiet while it
+// handles a message itself; otherwise two stations would answer each other for ever.
+
 #include "host/base/Cookie.h"
 #include "host/edit/EditModification.h"
 

@@ -1,5 +1,15 @@
 #pragma once
 
+// Which project is open here, and whether this machine takes part in sharing at all.
+//
+// Everything that a plug-in sends or obeys depends on these answers. It asks them anew for each
+// message and each change, since the user may switch projects between any two of them.
+//
+//     network mode off   nothing is sent; of what is received, remote commands alone are obeyed
+//     no project open    there is nothing to announce, and messages about objects find none
+//     shared project     several stations, each in a room of it or in none
+//     private project    one station at a time
+
 #include "host/base/Cookie.h"
 
 /// The current project: its cookie, or the null cookie when none is open. Host thread.

@@ -1,5 +1,20 @@
 #pragma once
 
+// Who may change what.
+//
+// The host asks before it lets the user change an object; the plug-in's answer is final.
+// Permissions rest on owners: an object belongs to the user who made it, until it is given to
+// another.
+//
+//     user begins to trim -> host: isModificationAllowed(edit, eModTrim)? -> plug-in: false
+//                         -> the host refuses, and names the owner
+//
+// Owners are compared in upper case, by one mapping on all stations. The manager keeps the owners
+// it has asked for until the project changes, because the host asks for each edit of a list.
+//
+// One manager answers at a time: the one that was built last and still lives. While there is none,
+// nobody has said that anything is forbidden, and the host allows it.
+
 #include "host/base/Cookie.h"
 #include "host/edit/EditModification.h"
 #include "host/plugin/KvPluginBase.h"

@@ -1,5 +1,17 @@
 #pragma once
 
+// Which project and which room this station holds, and who holds the others.
+//
+//     user opens a private project -> lockProject()  true: open it
+//                                                    false: getProjectLockOwner() is shown
+//     user enters a room           -> lockRoom()     true: the room left before is free now
+//                                                    false: this station stays where it was
+//     lists are shown              -> isProjectOccupied(), isRoomOccupied() and the owners
+//
+// A lock is an open file of the share that excludes all others. It ends with the process that
+// holds it, however that ends; the file may stay behind. So "occupied" speaks of the file, and
+// taking the lock is the only sure question. Each of these calls waits for the share.
+
 #include <cstdint>
 
 #include "host/base/Cookie.h"

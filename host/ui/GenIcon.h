@@ -1,5 +1,11 @@
 #pragma once
 
+// Tools: what a user takes out of the toolbox and puts on the desktop, such as the message panel.
+//
+// A plug-in registers a type of tool with GlobManager and derives its class from GenIcon. The
+// toolkit calls the functions below as the user's hands work: a tool is an icon or an open panel,
+// and the same object is both, one after the other.
+
 #include <optional>
 
 #include "host/base/HostApi.h"
@@ -23,6 +29,8 @@ class KV_HOST_API GenIcon : public StandardPanel {
 
   /// Takes another icon and draws it.
   void reInit(const IconSet& icon);
+
+  /// The icon that is drawn while the tool is one.
   [[nodiscard]] const IconSet& icon() const { return icon_; }
 
   /// Reads the icon again; called when the screen's scale or theme changes.
@@ -36,6 +44,8 @@ class KV_HOST_API GenIcon : public StandardPanel {
 
   /// Notes the state without laying anything out.
   void setSizeFlag(int sizeState) { sizeState_ = sizeState; }
+
+  /// One of eSizeState; this is what is saved with the desktop.
   [[nodiscard]] int sizeState() const { return sizeState_; }
 
   /// The icon was clicked or dragged out of the toolbox.
@@ -59,7 +69,10 @@ class KV_HOST_API GenIcon : public StandardPanel {
   void setDragSource(Glob* source) { dragSource_ = source; }
   [[nodiscard]] Glob* dragSource() const { return dragSource_; }
 
+  /// A click on an icon, or return on it, calls generateTool().
   bool handleEvent(const Event& event) override;
+
+  /// An icon can be reached with the keyboard; an open panel leaves that to what it holds.
   [[nodiscard]] bool takesFocus() const override;
 
  private:

@@ -3,6 +3,7 @@
 // Places and sizes on the desktop, in units of one unscaled pixel. The origin is the top-left
 // corner; x grows to the right, y downwards.
 
+/// A place: distances from the origin.
 struct XY {
   double x = 0;
   double y = 0;
@@ -10,6 +11,7 @@ struct XY {
   friend bool operator==(const XY&, const XY&) = default;
 };
 
+/// A width and a height. A widget's own are never negative; see Glob::resize.
 struct Size {
   double width = 0;
   double height = 0;
@@ -17,6 +19,7 @@ struct Size {
   friend bool operator==(const Size&, const Size&) = default;
 };
 
+/// A place with a size: what a widget covers.
 struct Rect {
   XY position;
   Size size;

@@ -1,5 +1,9 @@
 #pragma once
 
+// Drawing as a whole. A tool that is rebuilt (an icon becomes a panel) changes many widgets;
+// without a deferrer each change would reach the screen by itself, and the user would see it
+// flicker.
+
 #include "host/base/HostApi.h"
 
 /// The toolkit's drawing. User-interface thread.

@@ -1,5 +1,19 @@
 #pragma once
 
+// The widget, and what happens to widgets.
+//
+//     desktop
+//       +- message panel                  a GenIcon, and so a StandardPanel, a MenuGlob, a Glob
+//            +- recipient button
+//            +- scroll box
+//            +- entry box
+//
+// Two things travel in this tree. Events come from the user's hands: the toolkit hands them to the
+// widget under the mouse, or to the one that has the keyboard. Texts come from other code: a box
+// tells its panel "return was pressed", a plug-in hands a received message to the widget that
+// shows it. Either goes upwards until somebody handles it. At the top the desktop shows a text to
+// the user as a notification, so no text is lost unseen.
+
 #include <memory>
 #include <string>
 #include <utility>
@@ -71,6 +85,7 @@ class KV_HOST_API Glob {
   /// The position that reshapeAndDraw takes for "where it is".
   static constexpr XY kKeepPosition{-1234, -1234};
 
+  /// A widget without parent, place and size.
   Glob();
   Glob(const Glob&) = delete;
   Glob& operator=(const Glob&) = delete;
@@ -108,12 +123,18 @@ class KV_HOST_API Glob {
   /// Gives a child back to the caller; null for what is no child of this widget.
   std::unique_ptr<Glob> takeChild(Glob* child);
 
+  /// Destroys what the widget holds, the youngest first; the widget itself stays.
   void destroyChildren();
+
+  /// The widget that holds this one; null for the desktop and for what was taken out.
   [[nodiscard]] Glob* parent() const { return parent_; }
+
+  /// The children, the oldest first; the youngest is on top of the others.
   [[nodiscard]] const Vector<std::unique_ptr<Glob>>& children() const { return children_; }
 
   // Geometry.
 
+  /// Where children are put. Distances are in unscaled pixels.
   static Placement UserTopRight(double x, double y) {
     return {Placement::eUserTopRight, nullptr, {x, y}};
   }
@@ -139,6 +160,8 @@ class KV_HOST_API Glob {
   /// The position relative to the parent.
   void setPosition(const XY& position) { position_ = position; }
   [[nodiscard]] const XY& position() const { return position_; }
+
+  /// The size as resize() left it; a parent's layout may change it.
   [[nodiscard]] const Size& size() const { return size_; }
 
   /// Works the positions on the desktop out, of this widget and of all in it.
@@ -157,6 +180,8 @@ class KV_HOST_API Glob {
 
   /// Gives this widget the keyboard, or takes it away again.
   void setFocus();
+
+  /// Whether what the user types comes to this widget.
   [[nodiscard]] bool hasFocus() const;
 
   // The tooltip.
@@ -164,6 +189,8 @@ class KV_HOST_API Glob {
   /// Sets the tooltip and the longer text of the help line; empty texts mean none.
   void setContextString(const LightweightString<wchar_t>& tooltip,
                         const LightweightString<wchar_t>& help = {});
+
+  /// What the host shows when the mouse rests on the widget, and in its help line.
   [[nodiscard]] const LightweightString<wchar_t>& tooltip() const { return tooltip_; }
   [[nodiscard]] const LightweightString<wchar_t>& help() const { return help_; }
 

@@ -1,5 +1,11 @@
 #pragma once
 
+// Widgets by name, and types of tools by name.
+//
+// The desktop is saved when the application ends and restored when it starts: for each tool the
+// name of its type, its state and its place. On restoring, the factory of that name makes the tool
+// again. A factory gets a GlobCreationInfo and may leave its hints alone.
+
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
 #include "host/ui/Geometry.h"

@@ -1,5 +1,8 @@
 #pragma once
 
+// Pictures of tools and buttons. They lie beside the host's library, in one file for each scale,
+// and are looked for when the set is built; drawing reads them.
+
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
 #include "host/ui/Geometry.h"
@@ -15,6 +18,7 @@ class KV_HOST_API IconSet {
   /// Looks the files of this name up among the host's resources.
   explicit IconSet(const LightweightString<char>& fileName);
 
+  /// The name as it was asked for, whether it was found or not.
   [[nodiscard]] const LightweightString<char>& fileName() const { return fileName_; }
 
   /// Whether the picture in its own size was found.

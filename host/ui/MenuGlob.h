@@ -1,5 +1,8 @@
 #pragma once
 
+// Menus: the context menu that any panel can have, and a button that opens a menu to choose from,
+// such as the list of recipients in the message panel.
+
 #include <cstddef>
 #include <functional>
 
@@ -8,19 +11,24 @@
 /// A widget with a context menu, opened by the right mouse button.
 class KV_HOST_API MenuGlob : public Glob {
  public:
+  /// One item: what the user reads, and what follows when it is chosen.
   struct MenuItem {
     LightweightString<wchar_t> name;
     std::function<void()> action;
   };
 
+  /// A widget whose menu is empty, so that the right button does nothing.
   MenuGlob();
   ~MenuGlob() override;
 
   /// Called before the menu is shown, to put into it what applies now. The base leaves it as it is.
   virtual void reviewMenu(Event* event);
 
+  /// Takes all items out, or adds one at the end.
   void clearMenu();
   void addMenuItem(const LightweightString<wchar_t>& name, std::function<void()> action);
+
+  /// The items in the order in which they were added.
   [[nodiscard]] const Vector<MenuItem>& menuItems() const { return menuItems_; }
 
   /// Whether the menu is shown; an empty menu never is.
@@ -29,6 +37,7 @@ class KV_HOST_API MenuGlob : public Glob {
   /// Closes the menu and runs an item's action; a number beyond the menu runs nothing.
   void chooseMenuItem(std::size_t index);
 
+  /// The right button opens the menu; any other press on this widget closes it.
   bool handleEvent(const Event& event) override;
 
  private:
@@ -51,7 +60,10 @@ class KV_HOST_API TitleMenuButton : public Glob {
   TitleMenuButton(const LightweightString<wchar_t>& label, const Items& items, double width,
                   double height);
 
+  /// The words before the menu's button.
   [[nodiscard]] const LightweightString<wchar_t>& label() const { return label_; }
+
+  /// All items, the first on top.
   [[nodiscard]] const Items& items() const { return items_; }
 
   /// The selected item's number; kNoItem for an empty menu.

@@ -1,5 +1,9 @@
 #pragma once
 
+// Colours. A new panel takes the palette that UifStd has for all, and hands it to the boxes that
+// it holds. So a panel's text is always readable on its own background, in the light theme and the
+// dark.
+
 #include <cstdint>
 
 #include "host/base/HostApi.h"
@@ -16,8 +20,10 @@ struct Colour {
 /// The colours in which a panel and what it holds are drawn. A plain value.
 class KV_HOST_API Palette {
  public:
+  /// Dark letters on light surfaces, or light ones on dark.
   enum eTheme { eLight, eDark };
 
+  /// The colours of a theme.
   explicit Palette(eTheme theme = eDark);
 
   [[nodiscard]] const Colour& window() const { return window_; }  ///< an empty surface

@@ -1,5 +1,8 @@
 #pragma once
 
+// Texts of the user interface by number, so that a plug-in holds no words of any language. Numbers
+// and texts belong to the host; a number without a text shows as nothing, and the log names it.
+
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
 

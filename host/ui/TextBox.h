@@ -1,5 +1,14 @@
 #pragma once
 
+// Text on panels: a box to type one line into, the same with a title, and a box that shows many
+// lines.
+//
+// What is typed reaches a panel as texts, not as calls: the panel asks for a text of its own
+// choice to be sent when return is pressed, and reads the box when that text arrives.
+//
+//     requestCallback("returnPressed", panel, eReturnPressed)
+//     user presses return -> sendMsg(panel, "returnPressed", box) -> panel.handleMessageEvent(..)
+
 #include <cstddef>
 #include <map>
 
@@ -16,9 +25,11 @@ class KV_HOST_API TextBox : public Glob {
     eReturnPressed = 3,  ///< the return key; the text stays as it is
   };
 
+  /// An empty box without a prompt.
   TextBox();
   ~TextBox() override;
 
+  /// What was typed or set so far, without a line end.
   [[nodiscard]] const LightweightString<wchar_t>& text() const { return text_; }
 
   /// Replaces the text; the caret goes to its end. Tells no handler.
@@ -63,14 +74,17 @@ class KV_HOST_API TextBox : public Glob {
 /// A one-line entry box with a title before it, which may be empty.
 class KV_HOST_API TitleTextBox : public Glob {
  public:
+  /// A box of this size in all; the title takes the room that its letters need.
   TitleTextBox(const LightweightString<wchar_t>& title, double width, double height);
   ~TitleTextBox() override;
 
+  /// The words before the box.
   [[nodiscard]] const LightweightString<wchar_t>& title() const { return title_; }
 
   /// The box itself, which fills what the title leaves.
   [[nodiscard]] TextBox& textBox() const { return *textBox_; }
 
+  /// What is in the box, and putting something else there. No handler is told of setText().
   [[nodiscard]] LightweightString<wchar_t> getText() const { return textBox_->text(); }
   void setText(const LightweightString<wchar_t>& text) { textBox_->setText(text); }
 
@@ -91,9 +105,11 @@ class KV_HOST_API MultiLineTextBox : public Glob {
  public:
   using Lines = Vector<LightweightString<wchar_t>>;
 
+  /// A box without lines.
   MultiLineTextBox();
   ~MultiLineTextBox() override;
 
+  /// Replaces all lines. Each element is one line, whatever characters it holds.
   void setLines(const Lines& lines) { lines_ = lines; }
   [[nodiscard]] const Lines& lines() const { return lines_; }
 
@@ -120,6 +136,7 @@ class KV_HOST_API ScrollableTextBoxBase : public Glob {
   /// Replaces all lines; of more than kMostLines the last are kept.
   void setStrings(const Lines& lines);
 
+  /// The colours of the lines and of what is behind them.
   void setPalette(const Palette& palette) { palette_ = palette; }
   [[nodiscard]] const Palette& palette() const { return palette_; }
 
@@ -130,6 +147,7 @@ class KV_HOST_API ScrollableTextBoxBase : public Glob {
   /// Scrolls by so many lines, as far as there are lines.
   void scroll(double lines);
 
+  /// The end stays in sight where it was; else the line on top stays, as far as lines go on.
   void resize(double width, double height) override;
   bool handleEvent(const Event& event) override;
   [[nodiscard]] bool takesFocus() const override { return true; }

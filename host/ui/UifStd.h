@@ -1,5 +1,9 @@
 #pragma once
 
+// Measures and looks that every panel takes from one place, so that the host's own panels and
+// those of plug-ins look alike and grow together with the screen's scale. All lengths are unscaled
+// pixels.
+
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
 #include "host/ui/Palette.h"
@@ -23,6 +27,7 @@ struct Border {
 /// The measures and looks that all panels of the host share. User-interface thread.
 class KV_HOST_API UifStd {
  public:
+  /// The frame of a panel, the typeface of its title, and the typeface of all other texts.
   static Border getBorder();
   static Font getTitleFont();
   static Font getFont();
