@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "tests/fault/FaultControl.h"
 
@@ -80,7 +81,9 @@ class Watch {
     std::array<char, 400> name{};
     if (path == nullptr && isNamed) path = pathOf(descriptor, name);
     if (isNamed && std::strstr(path, control_->path) == nullptr) return FaultAction::eNone;
-    if (!isChosen(++control_->count)) return FaultAction::eNone;
+    const std::uint64_t count = ++control_->count;
+    if (control_->isRecording) record(count, operation, descriptor, path);
+    if (!isChosen(count)) return FaultAction::eNone;
     if (path == nullptr) path = pathOf(descriptor, name);
     std::snprintf(control_->what, sizeof control_->what, "%s %s", operation, path);
     control_->isMet = true;
@@ -99,6 +102,16 @@ class Watch {
     const bool lasts = action == FaultAction::eHang || action == FaultAction::eStall;
     const bool isLater = lasts && chosen != 0 && number > chosen;
     return number == chosen || isLater;
+  }
+
+  void record(std::uint64_t count, const char* operation, int descriptor, const char* path) {
+    std::array<char, 400> name{};
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    FaultRecord& record = control_->records[count % kFaultRecords];
+    record.when = now.tv_sec * 1000 + now.tv_nsec / 1'000'000;
+    std::snprintf(record.what, sizeof record.what, "%s %s", operation,
+                  path != nullptr ? path : pathOf(descriptor, name));
   }
 
   static const char* pathOf(int descriptor, std::array<char, 400>& name) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 namespace korvel {
@@ -16,18 +17,29 @@ enum class FaultAction : int {
   eStall,       ///< it and all after it wait until the action is another one
 };
 
+/// An operation that came: "read /path", and when.
+struct FaultRecord {
+  std::int64_t when;  ///< milliseconds of the monotonic clock
+  char what[248];
+};
+
+/// The operations that are remembered.
+inline constexpr std::size_t kFaultRecords = 1024;
+
 /// What a test and the process that it makes fail agree on: both map one file. Operations are
 /// counted from 1 in the order in which the process makes them.
 struct FaultControl {
   std::atomic<std::uint64_t> count;   ///< operations so far
   std::atomic<std::uint64_t> chosen;  ///< the operation to be met; 0 for none
   std::atomic<FaultAction> action;
-  std::atomic<int> number;           ///< the errno value
-  std::atomic<bool> isMet;           ///< whether the chosen operation came
-  std::atomic<bool> seesBackground;  ///< threads that look by the clock are counted and met, too
-  char operation[16];                ///< count those of this name alone, "open"; empty for all
-  char path[64];                     ///< and of those the ones with this in their path
-  char what[512];                    ///< which it was, "write /path"; valid once isMet
+  std::atomic<int> number;             ///< the errno value
+  std::atomic<bool> isMet;             ///< whether the chosen operation came
+  std::atomic<bool> seesBackground;    ///< threads that look by the clock are counted and met, too
+  char operation[16];                  ///< count those of this name alone, "open"; empty for all
+  char path[64];                       ///< and of those the ones with this in their path
+  char what[512];                      ///< which it was, "write /path"; valid once isMet
+  std::atomic<bool> isRecording;       ///< each operation is remembered
+  FaultRecord records[kFaultRecords];  ///< operation n at n % kFaultRecords: the latest ones
 };
 
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
