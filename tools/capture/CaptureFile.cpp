@@ -19,14 +19,14 @@ namespace korvel {
 
 namespace {
 
-constexpr int kBetweenLooks = 100;                   // milliseconds
-constexpr std::int64_t kLastSecond = 9'000'000'000;  // a damaged time may name any
+constexpr int kBetweenLooks = 100;                   // milliseconds until Ctrl-C is seen
+constexpr std::int64_t kLastSecond = 9'000'000'000;  // nanoseconds of a damaged time fit 64 bits
 
 Error unreadable(const std::string& path, const std::string& why) {
   return {ErrorCode::eBadContent, shownText(path) + " cannot be read (" + why + ")", path};
 }
 
-/// Why a path is no file to read; nothing where it is one.
+/// Why a path cannot be read as a file; nothing where it can.
 std::optional<Error> objectionTo(const std::string& path) {
   struct stat status {};
   if (path == "-") return {};
@@ -35,7 +35,7 @@ std::optional<Error> objectionTo(const std::string& path) {
   return {};
 }
 
-/// A file that may stand still, and what ends the wait.
+/// A pipe or terminal without end, and the flag that ends the wait for more.
 struct PatientSource {
   int descriptor;
   const std::atomic<bool>& isEnding;
@@ -44,6 +44,7 @@ struct PatientSource {
 ssize_t readWhatComes(void* cookie, char* buffer, std::size_t size) {
   const auto& source = *static_cast<PatientSource*>(cookie);
   pollfd input{source.descriptor, POLLIN, 0};
+  // libpcap would wait within read(), where it sees no flag. A return of 0 is the end of the file.
   while (::poll(&input, 1, kBetweenLooks) == 0) {
     if (source.isEnding) return 0;
   }
@@ -57,10 +58,12 @@ int closeSource(void* cookie) {
 
 /// A stream of the file; null, with errno, where it cannot be opened.
 std::FILE* streamOf(const std::string& path, const std::atomic<bool>& isEnding) {
+  // dup(): closing the stream must not close standard input.
   const int descriptor =
       path == "-" ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   struct stat status {};
   if (descriptor < 0 || ::fstat(descriptor, &status) != 0) return nullptr;
+  // A regular file never makes its reader wait.
   if (S_ISREG(status.st_mode)) return ::fdopen(descriptor, "rb");
   auto source = std::make_unique<PatientSource>(PatientSource{descriptor, isEnding});
   return ::fopencookie(source.release(), "rb", {readWhatComes, nullptr, nullptr, closeSource});
@@ -82,6 +85,7 @@ Result<CaptureFile> CaptureFile::open(const std::string& path, const std::atomic
   if (!file) return unreadable(path, std::strerror(errno));
   Handle capture(pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, why));
   if (!capture) {
+    // libpcap takes the stream over only when it succeeds.
     std::fclose(file);
     return unreadable(path, std::string("it is no capture: ") + shownText(why));
   }
@@ -102,6 +106,7 @@ std::optional<HeardMessage> CaptureFile::next() {
     const std::string_view frame(reinterpret_cast<const char*>(bytes), header->caplen);
     if (auto message = datagramInFrame(linkType_, frame)) {
       const auto seconds = std::clamp<std::int64_t>(header->ts.tv_sec, 0, kLastSecond);
+      // With nanosecond precision libpcap stores nanoseconds in tv_usec.
       message->time = seconds * kNanosecondsASecond + header->ts.tv_usec;
       return message;
     }
@@ -116,6 +121,8 @@ std::optional<HeardMessage> CaptureFile::next() {
 
 namespace {
 
+// Block types and option codes of pcapng. Option codes count anew for each type of block: 4 stands
+// for the program in one and for received packets in another.
 constexpr std::uint32_t kSectionHeader = 0x0A0D0D0A;
 constexpr std::uint32_t kInterfaceDescription = 1;
 constexpr std::uint32_t kInterfaceStatistics = 5;
@@ -128,7 +135,7 @@ constexpr std::uint16_t kUserProgram = 4;
 constexpr std::uint16_t kReceived = 4;
 constexpr std::uint16_t kDropped = 5;
 
-/// Numbers stand in this machine's byte order, which the section header tells readers.
+/// Numbers are in this machine's byte order; the magic of the section header tells readers which.
 template <typename Number>
 std::string bytesOf(Number number) {
   std::string bytes(sizeof number, '\0');
@@ -136,6 +143,8 @@ std::string bytesOf(Number number) {
   return bytes;
 }
 
+/// Values and packets are filled up to 32 bits. The sizes written beside them do not count the
+/// fill.
 std::string padded(std::string bytes) {
   bytes.resize((bytes.size() + 3) / 4 * 4);
   return bytes;
@@ -147,6 +156,8 @@ std::string option(std::uint16_t code, const std::string& value) {
 
 std::string endOfOptions() { return std::string(4, '\0'); }
 
+/// The size counts the type and the two sizes. It stands at both ends, so that readers can go
+/// backwards.
 std::string blockOf(std::uint32_t type, const std::string& body) {
   const std::string size = bytesOf(static_cast<std::uint32_t>(body.size() + 12));
   return bytesOf(type) + size + body + size;
@@ -159,12 +170,15 @@ std::string timeText(std::int64_t time) {
          bytesOf(static_cast<std::uint32_t>(number));
 }
 
+/// The section's length is -1, not known: packets are written as they come.
 std::string sectionHeader() {
   return blockOf(kSectionHeader, bytesOf(kByteOrderMagic) + bytesOf(std::uint16_t{1}) +
                                      bytesOf(std::uint16_t{0}) + bytesOf(std::int64_t{-1}) +
                                      option(kUserProgram, "kv-share") + endOfOptions());
 }
 
+/// The link type is bare IPv4: a socket hands over datagrams, not frames. The limit of 0 means that
+/// no packet was cut.
 std::string interfaceDescription(const std::string& source) {
   return blockOf(kInterfaceDescription,
                  bytesOf(static_cast<std::uint16_t>(DLT_IPV4)) + bytesOf(std::uint16_t{0}) +
@@ -197,6 +211,7 @@ Result<void> PcapngWriter::end(std::uint64_t heard, std::uint64_t missed, std::i
       blockOf(kInterfaceStatistics, bytesOf(std::uint32_t{0}) + timeText(time) +
                                         option(kReceived, bytesOf(heard + missed)) +
                                         option(kDropped, bytesOf(missed)) + endOfOptions()));
+  // A network file system may report a full disk only when the file is closed.
   if (close(std::exchange(descriptor_, -1)) != 0 && put) return failure(errno);
   return put;
 }
@@ -208,7 +223,7 @@ Result<void> PcapngWriter::put(const std::string& block) {
       done += static_cast<std::size_t>(count);
     } else if (errno != EINTR) {
       const int problem = errno;
-      // A pipe cannot be cut; who reads it has got the half block already.
+      // Removes the half block. A pipe cannot be cut: its reader has the half block already.
       if (done > 0) static_cast<void>(!ftruncate(descriptor_, static_cast<off_t>(written_)));
       return failure(problem);
     }

@@ -17,9 +17,9 @@ namespace korvel {
 /// packet is held. One thread.
 class CaptureFile {
  public:
-  /// Failure: what is wrong with the file: not there, no rights, a folder, no capture, or of a kind
-  /// of network that no datagram can be read from. A pipe or a terminal that stands still is at its
-  /// end once `isEnding` is set, which must outlive the object.
+  /// Failure: the reason why the file cannot be read: not there, no rights, a folder, no capture,
+  /// or a kind of network without IPv4 datagrams. Once `isEnding` is set, a pipe or terminal
+  /// without input counts as ended; the flag must outlive the object.
   static Result<CaptureFile> open(const std::string& path, const std::atomic<bool>& isEnding);
 
   /// The next UDP datagram over IPv4; nothing at the end of what can be read.
@@ -47,8 +47,8 @@ class CaptureFile {
   std::uint64_t fragments_ = 0;
 };
 
-/// Writes messages to a capture in pcapng, which network tools open. It is our own, since libpcap
-/// reads pcapng but writes only pcap, which has no place for how many messages were missed.
+/// Writes messages to a capture in pcapng, which network tools open. Not done by libpcap, which
+/// reads pcapng but writes only pcap; that has no place for the number of missed messages.
 ///
 ///     section header | interface description | enhanced packet | enhanced packet | ...
 ///
@@ -56,19 +56,19 @@ class CaptureFile {
 /// go, so that a file whose writer was killed can be read up to its last packet. One thread.
 class PcapngWriter {
  public:
-  /// Takes over a descriptor that can be written to; `name` is how errors call the file.
+  /// Takes over a descriptor that can be written to; `name` is the file's name in errors.
   PcapngWriter(int descriptor, std::string name);
   PcapngWriter(const PcapngWriter&) = delete;
   PcapngWriter& operator=(const PcapngWriter&) = delete;
   ~PcapngWriter();
 
-  /// Writes what stands before the packets; `source` says where they were heard.
+  /// Writes the blocks before the packets; `source` names the place where they were captured.
   Result<void> begin(const std::string& source);
 
   /// Writes one message. After a failure the file ends behind the message before it.
   Result<void> write(const HeardMessage& message);
 
-  /// Writes how many were heard, and how many were missed; closes the file.
+  /// Writes the numbers of heard and missed messages, and closes the file.
   Result<void> end(std::uint64_t heard, std::uint64_t missed, std::int64_t time);
 
  private:

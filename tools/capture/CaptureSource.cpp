@@ -24,12 +24,15 @@ namespace korvel {
 void CaptureQueue::add(HeardMessage message) {
   const std::size_t size = sizeof message + message.bytes.size();
   const std::lock_guard lock(mutex_);
+  // The thread that hears must never wait for the output: the system would drop datagrams
+  // meanwhile.
   if (bytes_ + size > kMaxWaiting) {
     ++byQueue_;
     return;
   }
   bytes_ += size;
   waiting_.push_back(std::move(message));
+  // One notification is enough: take() empties the queue.
   if (waiting_.size() == 1) changed_.notify_one();
 }
 
@@ -62,11 +65,10 @@ std::string CaptureQueue::problem() const {
 namespace {
 
 constexpr int kMillisecondsBetweenCounts = 100;
-constexpr int kLongestTurn = 2000;  // batches, more than a buffer holds: a flood ends, too
+constexpr int kLongestTurn = 2000;  // batches, more than a socket's buffer: a flood ends
 constexpr const char* kEveryNetwork = "255.255.255.255";
 
-/// What is listened to: sockets, and the number of the interface whose messages alone are meant (0
-/// for all).
+/// Open sockets, and the number of the one interface whose messages count (0 for all).
 struct Opened {
   std::vector<ListenerSocket> sockets;
   unsigned interface = 0;
@@ -115,7 +117,7 @@ class SharedPort : public iCaptureSource {
     bool isLast = false;
     while (!isLast) {
       poll(waitFor.data(), waitFor.size(), kMillisecondsBetweenCounts);
-      isLast = isEnding_;  // asked before: what came until then is taken
+      isLast = isEnding_;  // read first: datagrams until then are taken
       for (const ListenerSocket& socket : opened_.sockets) takeWhatIsThere(socket);
       countDropped();
     }
@@ -132,6 +134,7 @@ class SharedPort : public iCaptureSource {
   }
 
   void take(const Datagram& datagram) {
+    // An address of this machine stands for the network of its interface.
     if (opened_.interface != 0 && datagram.interface != opened_.interface) return;
     HeardMessage message;
     message.time = wallClock();
@@ -153,7 +156,8 @@ class SharedPort : public iCaptureSource {
   std::thread thread_;
 };
 
-/// A socket at a broadcast or multicast address, to which no datagram for one station comes.
+/// Adds a socket at a broadcast or multicast address. No datagram to a single station arrives
+/// there, so the socket takes none from a station.
 Result<void> addAt(const std::string& address, int port, Opened& opened) {
   auto socket = ListenerSocket::open(address, port);
   if (!socket) return socket.error();
@@ -166,8 +170,8 @@ Result<void> addAt(const std::string& address, int port, Opened& opened) {
   return {};
 }
 
-/// Where a machine has no IPv6: a socket at each broadcast address. A datagram for one address is
-/// not heard then.
+/// For a machine without IPv6: adds a socket at each broadcast address. Datagrams to a single
+/// address are not heard then.
 Result<void> addAtBroadcasts(int port, Opened& opened) {
   std::vector<std::string> addresses{kEveryNetwork};
   for (const NetworkInterface& interface : readNetworkInterfaces()) {
@@ -184,6 +188,7 @@ Result<void> addAtBroadcasts(int port, Opened& opened) {
 
 Result<void> addAtAll(int port, Opened& opened) {
   auto socket = ListenerSocket::openBesideStations(port);
+  // This socket is of IPv6; a machine may have none.
   if (!socket && socket.error().code == ErrorCode::eSystem) return addAtBroadcasts(port, opened);
   if (!socket) return socket.error();
   opened.sockets.push_back(std::move(*socket));
@@ -198,6 +203,8 @@ Result<void> add(const Hearing& hearing, Opened& opened) {
                  {}};
   }
   if (*where == Ipv4{}) return addAtAll(hearing.port, opened);
+  // A socket at an address of this machine hears no broadcasts. So this listens everywhere and
+  // filters by the interface.
   for (const NetworkInterface& interface : readNetworkInterfaces()) {
     if (interface.address != *where) continue;
     opened.interface = interface.index;
@@ -218,9 +225,10 @@ Result<std::unique_ptr<iCaptureSource>> sharePort(const Hearing& hearing, Captur
 namespace {
 
 constexpr int kMillisecondsToWait = 100;
+/// The largest IPv4 packet, and room for the header of its link.
 constexpr int kLargestPacket = 65'535 + 64;
 constexpr int kBufferBytes = 16 << 20;
-constexpr int kLongestRest = 200'000;  // packets, more than the buffer holds: a flood ends, too
+constexpr int kLongestRest = 200'000;  // packets, more than the buffer: a flood ends
 
 struct Closer {
   void operator()(pcap_t* capture) const { pcap_close(capture); }
@@ -240,6 +248,7 @@ Result<Handle> openCapture(const Hearing& hearing) {
   if (!capture) return refusal(why);
   pcap_set_snaplen(capture.get(), kLargestPacket);
   pcap_set_timeout(capture.get(), kMillisecondsToWait);
+  // Otherwise packets are held back until a block is full or the timeout is over.
   pcap_set_immediate_mode(capture.get(), 1);
   pcap_set_buffer_size(capture.get(), kBufferBytes);
   pcap_set_tstamp_precision(capture.get(), PCAP_TSTAMP_PRECISION_NANO);
@@ -257,8 +266,8 @@ Result<Handle> openCapture(const Hearing& hearing) {
   return capture;
 }
 
-/// Captures the packets to a port. A packet that leaves by one of this machine's networks and the
-/// copy of it that comes back are the system's to tell apart: it hands over one of them.
+/// Captures the packets to a port. A packet that leaves this machine may come back as a copy: the
+/// system hands over one of the two.
 class PacketCapture : public iCaptureSource {
  public:
   PacketCapture(Handle capture, Hearing hearing, CaptureQueue& queue)
@@ -295,12 +304,13 @@ class PacketCapture : public iCaptureSource {
       }
       count();
     }
-    // What follows closes the descriptor by which pcap_breakloop() wakes this thread.
+    // takeTheRest() closes the descriptor with which pcap_breakloop() wakes this thread: wait until
+    // that call has returned.
     isBroken_.wait(false);
     takeTheRest();
   }
 
-  /// What was captured before the end and waits in the buffer.
+  /// Takes the packets that were captured before the end and still lie in the buffer.
   void takeTheRest() {
     char why[PCAP_ERRBUF_SIZE] = {};
     pcap_pkthdr* header = nullptr;
@@ -323,6 +333,7 @@ class PacketCapture : public iCaptureSource {
 
   void count() {
     pcap_stat statistics{};
+    // libpcap counts from the start of the capture, as systemDropped() expects.
     if (pcap_stats(capture_.get(), &statistics) == 0) queue_.systemDropped(statistics.ps_drop);
   }
 
@@ -347,6 +358,8 @@ Result<std::unique_ptr<iCaptureSource>> capturePackets(const Hearing& hearing,
 Result<std::unique_ptr<iCaptureSource>> openEar(const Hearing& hearing, CaptureQueue& queue) {
   if (hearing.onlyCaptures) return capturePackets(hearing, queue);
   auto shared = sharePort(hearing, queue);
+  // Capturing needs rights that most users do not have. It is tried only where the port cannot be
+  // shared.
   if (shared || shared.error().code != ErrorCode::eHeld) return shared;
   auto captured = capturePackets(hearing, queue);
   if (captured) return captured;
@@ -362,7 +375,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto kLongestWait = std::chrono::milliseconds(200);
 
-/// One hearing from its begin to its end.
+/// Runs one capture from its begin to its end, on the thread that called listen(). The source adds
+/// messages on a thread of its own.
 class Hearer {
  public:
   Hearer(const ListenRequest& request, MessageFilter filter, iHeardSink& sink)
@@ -384,6 +398,7 @@ class Hearer {
       if (auto taken = takeWhatIsThere(); !taken) return taken.error();
       if (!sink_.pause(queue_.missed())) return taken_;
     }
+    // Messages that arrived before the end belong to the result.
     (*ear)->finish();
     if (auto taken = takeWhatIsThere(); !taken) return taken.error();
     sink_.pause(queue_.missed());
@@ -402,6 +417,7 @@ class Hearer {
 
   Result<void> takeWhatIsThere() {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now());
+    // Even without messages the sink's pause() is called a few times a second.
     const auto limit = isOver() ? kLongestWait.zero() : std::min(left, kLongestWait);
     for (const HeardMessage& message : queue_.take(limit)) {
       if (hasEnough()) break;
@@ -412,6 +428,7 @@ class Hearer {
 
   Result<void> take(const HeardMessage& message) {
     const MessageFields fields = readMessage(message.bytes);
+    // Filtered first: copies of messages that are not shown are not counted either.
     if (!filter_.takes(message, fields)) return {};
     const Datagram datagram{message.sender, message.senderPort, message.interface, message.bytes};
     const DuplicateFilter::Time time{std::chrono::nanoseconds(message.time)};

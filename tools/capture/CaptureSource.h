@@ -16,38 +16,39 @@
 
 namespace korvel {
 
-/// The messages that were not heard, by why.
+/// Numbers of missed messages, by cause.
 struct MissedMessages {
   std::uint64_t bySystem = 0;  ///< the system's buffer was full
-  std::uint64_t byQueue = 0;   ///< what reads the output, or the disk, was too slow
+  std::uint64_t byQueue = 0;   ///< the reader of the output, or the disk, was too slow
 
   [[nodiscard]] std::uint64_t total() const { return bySystem + byQueue; }
 };
 
-/// Messages on their way from the thread that hears them to the one that shows them, and what went
-/// wrong on that way. Bounded. Any thread.
+/// Bounded queue from the capture thread to the output; counts the messages that it drops, and
+/// keeps the reason why the capture failed. Any thread.
 class CaptureQueue {
  public:
-  /// How many bytes wait at most.
+  /// Bytes that may wait.
   static constexpr std::size_t kMaxWaiting = 64u << 20;
 
-  /// Adds a message; where there is no room, it is missed.
+  /// Adds a message. Never blocks: without room, the message is dropped and counted as missed.
   void add(HeardMessage message);
 
-  /// How many the system has dropped so far.
+  /// Sets the number of messages that the system has dropped since the start.
   void systemDropped(std::uint64_t total) { bySystem_ = total; }
 
-  /// Nothing more is heard, for this reason.
+  /// Reports that the capture has failed: no more messages come.
   void fail(std::string problem);
 
-  /// Takes all that waits, after waiting for some as long as the limit; wake() ends the wait.
+  /// Takes all waiting messages. Without any, waits for the first as long as the limit; wake() and
+  /// fail() end the wait.
   std::vector<HeardMessage> take(std::chrono::milliseconds limit);
 
   void wake();
 
   [[nodiscard]] MissedMessages missed() const { return {bySystem_, byQueue_}; }
 
-  /// Why nothing more is heard; empty while all is well.
+  /// The reason given to fail(); empty while the capture runs.
   [[nodiscard]] std::string problem() const;
 
  private:
@@ -61,19 +62,19 @@ class CaptureQueue {
   std::atomic<std::uint64_t> byQueue_{0};
 };
 
-/// Hears the messages of a network on a thread of its own until it is destroyed.
+/// Receives the messages of a network on a thread of its own until it is destroyed.
 class iCaptureSource {
  public:
   virtual ~iCaptureSource() = default;
 
-  /// How it hears, for people: "port 27015, beside the stations of this machine".
+  /// How it receives, for people: "port 27015, beside the stations of this machine".
   [[nodiscard]] virtual std::string manner() const = 0;
 
-  /// Takes what came until now, counts what the system dropped, and hears no more.
+  /// Takes the messages that came until now, counts those that the system dropped, and ends.
   virtual void finish() = 0;
 };
 
-/// Where to hear, and how.
+/// Where and how to receive.
 struct Hearing {
   int port = kDefaultPort;
   std::string listen =
@@ -82,17 +83,17 @@ struct Hearing {
 };
 
 /// Shares the stations' port. Where another program holds it without sharing, captures the packets
-/// instead. The ear hands what it hears to `queue`, which must outlive it.
+/// instead. Messages go to `queue`, which must outlive the source.
 Result<std::unique_ptr<iCaptureSource>> openEar(const Hearing& hearing, CaptureQueue& queue);
 
-/// Shares the stations' port, and takes nothing from them. A multicast address is joined; an
-/// address of this machine stands for the network that it is in.
+/// Shares the stations' port without taking datagrams from a station. A multicast address is
+/// joined. An address of this machine stands for the network that it is in.
 Result<std::unique_ptr<iCaptureSource>> sharePort(const Hearing& hearing, CaptureQueue& queue);
 
-/// Captures the packets of all networks, which takes the right to do so.
+/// Captures the packets of all networks. Needs the right to capture.
 Result<std::unique_ptr<iCaptureSource>> capturePackets(const Hearing& hearing, CaptureQueue& queue);
 
-/// What a command hears, and when it ends by itself.
+/// The messages that a command receives, and its end.
 struct ListenRequest {
   Hearing hearing;
   FilterWords filter;
@@ -100,36 +101,36 @@ struct ListenRequest {
   double seconds = 0;       ///< time after which it ends; 0 for never
 };
 
-/// Declares what monitor and record have in common: which messages, where, and until when.
+/// Declares the options that monitor and record have in common: filter, place and end.
 void declareListening(CommandOptions& options, ListenRequest& request);
 
-/// How both hear, for the end of their help.
+/// The end of the help of both.
 inline constexpr const char* kBesideStations =
     "Shares the port with the stations of this machine and takes nothing from them: a datagram to\n"
     "this machine alone goes to one program, a station where there is one, and is not heard here\n"
     "without --capture. Where another program holds the port, packets are captured.\n";
 
-/// Takes what is heard. One thread.
+/// Takes messages as they arrive. One thread.
 class iHeardSink {
  public:
   virtual ~iHeardSink() = default;
 
-  /// Hearing begins, in this manner. A failure ends it at once.
+  /// The capture begins, in this manner. A failure ends it at once.
   virtual Result<void> begin(const std::string& manner) = 0;
 
-  /// A message that is meant. A failure ends the hearing.
+  /// A message that passed the filter. A failure ends the capture.
   virtual Result<void> take(const HeardMessage& message, const MessageFields& fields) = 0;
 
-  /// A copy of a message that came already over another network.
+  /// A copy of a message that has already come over another network.
   virtual Result<void> takeCopy(const HeardMessage& message) = 0;
 
-  /// What was there is taken; a few times a second at least. False ends the hearing.
+  /// Called when no message waits, a few times a second at least. False ends the capture.
   virtual bool pause(const MissedMessages& missed) = 0;
 };
 
-/// Hears messages until the request's end, SIGINT, SIGTERM, SIGHUP or the sink ends it. How many
-/// were meant; the failure says what went wrong (eUsage and eNoRights before anything was heard).
-/// Once a process: it takes those signals for the whole program.
+/// Receives messages until the request's limit, SIGINT, SIGTERM, SIGHUP or the sink ends it.
+/// Returns the number of messages that passed the filter. The failure is eUsage or eNoRights before
+/// anything was received. Call it once in a process: it takes those signals for the whole program.
 Result<std::uint64_t> listen(const ListenRequest& request, iHeardSink& sink);
 
 /// Now, in nanoseconds since 1970, UTC.

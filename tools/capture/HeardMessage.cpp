@@ -19,8 +19,8 @@ constexpr std::size_t kIpv4Header = 20;
 constexpr std::size_t kUdpHeader = 8;
 constexpr unsigned kUdp = 17;
 constexpr unsigned kIpv4Frame = 0x0800;
-constexpr unsigned kFragmentBits = 0x3FFF;  // more to come, and the offset
-constexpr int kRawInFiles = 101;            // what files call DLT_RAW
+constexpr unsigned kFragmentBits = 0x3FFF;  // the flag "more fragments", and the offset
+constexpr int kRawInFiles = 101;            // the number of DLT_RAW in files
 
 unsigned byteAt(std::string_view bytes, std::size_t at) {
   return static_cast<unsigned char>(bytes[at]);
@@ -38,7 +38,8 @@ std::string_view withoutFirst(std::string_view bytes, std::size_t count) {
   return bytes.size() < count ? std::string_view() : bytes.substr(count);
 }
 
-/// What an Ethernet frame carries if that is IPv4, whatever virtual networks it is marked for.
+/// The IPv4 packet of an Ethernet frame. Each tag of a virtual network puts four more bytes before
+/// the type.
 std::string_view inEthernet(std::string_view frame) {
   std::size_t at = 12;
   for (; frame.size() >= at + 2; at += 4) {
@@ -54,12 +55,13 @@ std::string_view inCooked(std::string_view frame, std::size_t protocolAt, std::s
   return frame.substr(header);
 }
 
-/// The IPv4 packet in a frame, empty where there is none or not its whole header.
+/// The IPv4 packet in a frame. Empty without one, or without its whole header.
 std::string_view packetIn(int linkType, std::string_view frame) {
   std::string_view packet;
   switch (linkType) {
     case DLT_NULL:
     case DLT_LOOP:
+      // The family's number depends on the capturing system. The version in the packet tells IPv4.
       packet = withoutFirst(frame, 4);
       break;
     case DLT_EN10MB:
@@ -92,7 +94,7 @@ void put32(std::string& packet, std::uint32_t number) {
   put16(packet, number & 0xFFFF);
 }
 
-/// The sum that the header carries so that a damaged one is noticed.
+/// The checksum of an IPv4 header. Tools report packets whose checksum is wrong.
 unsigned checksumOf(std::string_view header) {
   unsigned sum = 0;
   for (std::size_t at = 0; at + 1 < header.size(); at += 2) sum += number16(header, at);
@@ -114,6 +116,7 @@ std::optional<HeardMessage> datagramInFrame(int linkType, std::string_view frame
   const std::size_t header = (byteAt(packet, 0) & 0xF) * 4u;
   if (header < kIpv4Header || packet.size() < header + kUdpHeader) return {};
   const std::string_view datagram = packet.substr(header);
+  // The datagram's own size counts: Ethernet fills short frames up.
   const std::size_t size = number16(datagram, 4);
   if (size < kUdpHeader || datagram.size() < size) return {};
   HeardMessage message;
@@ -146,7 +149,7 @@ std::string ipv4PacketOf(const HeardMessage& message) {
   put16(packet, message.senderPort);
   put16(packet, message.port);
   put16(packet, size);
-  put16(packet, 0);  // no sum of the datagram: readers do not expect one
+  put16(packet, 0);  // 0 means no checksum, which UDP over IPv4 allows
   return packet + message.bytes;
 }
 
@@ -175,6 +178,7 @@ Result<MessageFilter> MessageFilter::of(const FilterWords& words) {
 }
 
 bool MessageFilter::takes(const HeardMessage& message, const MessageFields& fields) {
+  // Asked first: it learns senders of a user also from messages that the other filters leave out.
   const bool isOfUsers = users_.empty() || isOfUser(message, fields);
   return isOfUsers && isOfType(fields) &&
          (projects_.empty() || projects_.contains(fields.project)) &&
@@ -235,6 +239,7 @@ bool MessageFilter::isOfType(const MessageFields& fields) const {
 
 bool MessageFilter::isOfUser(const HeardMessage& message, const MessageFields& fields) {
   const bool isSource = users_.contains(upperCased(fields.source));
+  // Many messages name no user. Address and port stand for the sender from now on.
   if (isSource) known_.insert(senderText(message));
   const MessageType* const type = messageType(fields.type);
   const bool namesOwner = type && type->has(kOwnerField);

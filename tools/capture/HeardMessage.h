@@ -16,7 +16,7 @@ namespace korvel {
 
 inline constexpr std::int64_t kNanosecondsASecond = 1'000'000'000;
 
-/// A datagram as it was heard or captured. A plain value.
+/// A received or captured datagram. A plain value.
 struct HeardMessage {
   std::int64_t time = 0;  ///< nanoseconds since 1970, UTC
   Ipv4 sender;
@@ -47,11 +47,11 @@ bool isFragment(int linkType, std::string_view frame);
 /// The IPv4 packet that carries the message: a frame of link type DLT_IPV4.
 std::string ipv4PacketOf(const HeardMessage& message);
 
-// What lines of monitor have in place of a type's name.
+// Shown by monitor in place of a type's name.
 inline constexpr const char* kNotValid = "not valid";
 inline constexpr const char* kUnknownType = "unknown";
 
-/// The words of a command line that say which messages are meant. Of each kind any one may fit.
+/// The filter options of a command line. Of each kind any one may fit.
 struct FilterWords {
   std::vector<std::string> types;     ///< numbers, names, kNotValid or kUnknownType
   std::vector<std::string> projects;  ///< cookies
@@ -62,15 +62,15 @@ struct FilterWords {
 /// Declares --type, --project, --user and --sender.
 void declareFilter(CommandOptions& options, FilterWords& filter);
 
-/// Which messages are meant. One thread.
+/// Decides which messages a command takes. One thread.
 class MessageFilter {
  public:
-  /// Failure: the word that makes no sense.
+  /// Failure: names the word that cannot be understood.
   static Result<MessageFilter> of(const FilterWords& words);
 
-  /// Whether a message is meant. A user's messages are those that name the user as sender,
-  /// recipient or owner, and all of a sender that gave itself that user's name before. Capitals do
-  /// not matter.
+  /// Whether the command takes a message. A user's messages are those that name the user as sender,
+  /// recipient or owner, and all of a sender that named itself by that user before. Letter case
+  /// does not matter.
   bool takes(const HeardMessage& message, const MessageFields& fields);
 
  private:

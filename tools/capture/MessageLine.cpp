@@ -42,12 +42,13 @@ std::string timeOfDay(std::int64_t time) {
   return text;
 }
 
+/// Letters of a UTF-8 text: continuation bytes take no column.
 std::size_t lettersOf(const std::string& utf8) {
   return static_cast<std::size_t>(
       std::count_if(utf8.begin(), utf8.end(), [](char byte) { return (byte & 0xC0) != 0x80; }));
 }
 
-/// A container value in words; as it stands where it is none.
+/// The words for a container value. Any other text is returned unchanged.
 std::string happening(const std::string& container) {
   const bool isDigit = container.size() == 1 && container[0] >= '0' && container[0] <= '9';
   if (!isDigit || !isContainerValue(container)) return container;
@@ -58,7 +59,7 @@ bool isGap(const char* text) {
   return std::string_view(text).find_first_not_of(' ') == std::string_view::npos;
 }
 
-/// Why a message is none: the first that is wrong with it.
+/// The first reason why a message is not valid.
 std::string whyNotValid(const HeardMessage& message) {
   const auto warnings = warningsAbout(message.bytes);
   return warnings.empty() ? "" : warnings.front();
@@ -75,6 +76,7 @@ std::string MessageLine::heading() {
 
 std::string MessageLine::of(const HeardMessage& message, const MessageFields& fields) {
   const std::string sender = senderText(message);
+  // By the sender's hash: the same sender has the same colour in every run.
   const char* const colour =
       kSenderColours[std::hash<std::string>()(sender) % kSenderColours.size()];
   const std::string type = fields.valid ? fields.typeName : kNotValid;
@@ -87,6 +89,7 @@ std::string MessageLine::of(const HeardMessage& message, const MessageFields& fi
 
 std::string MessageLine::column(const std::string& text, std::size_t& width,
                                 const char* colour) const {
+  // Padding is counted without the colour: its codes take no column.
   const std::size_t letters = lettersOf(text);
   width = std::max(width, letters);
   const std::string gap(width - letters + 2, ' ');
@@ -110,11 +113,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+/// A line may wait so long for a name. A share that is slower is no longer waited for.
 constexpr auto kPatience = std::chrono::milliseconds(300);
-constexpr auto kLookAgainAfter = std::chrono::seconds(20);  // names change now and then
-constexpr std::size_t kMostNames = 10'000;                  // anybody may send any cookie
+constexpr auto kLookAgainAfter = std::chrono::seconds(20);  // projects and edits are renamed
+constexpr std::size_t kMostNames = 10'000;                  // strangers may send endless cookies
 
-/// Whether a text is a cookie and nothing else: it becomes part of a path.
+/// Whether a text is a cookie and nothing else. It becomes part of a path, so a text from the
+/// network must not hold "/" or "..".
 bool isCookie(const std::string& text) {
   const Cookie cookie(text.c_str(), false);
   return !cookie.isNull() && cookie.asString().str() == text;
@@ -133,7 +138,8 @@ std::string readName(const std::string& path) {
 
 }  // namespace
 
-/// What the thread that asks and the one that looks have in common; the last of them ends it.
+/// State of the asking and the reading thread, owned by both: the reading thread may hang in the
+/// share and outlive the NameBook.
 struct NameBook::Shared {
   struct Name {
     std::string text;
@@ -144,7 +150,7 @@ struct NameBook::Shared {
   std::condition_variable changed;
   std::deque<std::string> wanted;
   std::map<std::string, Name> names;
-  bool isLate = false;  ///< the share did not answer in time, and is not waited for until it does
+  bool isLate = false;  ///< the share was too slow: no waiting until it answers
   bool isEnding = false;
 
   void look() {
@@ -155,6 +161,7 @@ struct NameBook::Shared {
       const std::string path = wanted.front();
       wanted.pop_front();
       lock.unlock();
+      // Without the mutex: the asking thread must be able to give up.
       std::string name = readName(path);
       lock.lock();
       if (names.size() >= kMostNames) names.clear();
@@ -167,7 +174,7 @@ struct NameBook::Shared {
 
 NameBook::NameBook(const std::string& directory)
     : directory_(directory), shared_(std::make_shared<Shared>()) {
-  // Detached: a look at a share that hangs never ends, and must not keep the program.
+  // Detached: a read of a hanging share never returns, and must not keep the program from ending.
   std::thread([shared = shared_] { shared->look(); }).detach();
 }
 
@@ -200,6 +207,7 @@ std::string NameBook::nameOf(const std::string& path) {
   const bool isKnown = known != shared_->names.end();
   const bool isOld = isKnown && Clock::now() - known->second.lookedAt > kLookAgainAfter;
   if (isKnown && !isOld) return known->second.text;
+  // The reading thread still waits for the share: an old name, or none, without asking again.
   if (shared_->isLate) return isKnown ? known->second.text : std::string();
   shared_->wanted.push_back(path);
   shared_->changed.notify_all();

@@ -34,12 +34,12 @@ class MessageLine {
   std::size_t projectWidth_ = 33;  // a whole cookie
 };
 
-/// What a message is about, in a few words: the object, and what happened to it.
+/// The object of a message, and what happened to it, in a few words.
 std::string objectText(const MessageFields& fields);
 
-/// The names of the projects and objects of a projects directory, for people who watch messages, in
-/// which stand cookies alone. Looks them up on a thread of its own, which a share that hangs keeps
-/// without keeping anybody else. One thread.
+/// Finds the names of the projects and objects of a projects directory: messages hold only cookies.
+/// Reads on a thread of its own, so that a share that hangs delays the output only once, by a third
+/// of a second. One thread.
 class NameBook {
  public:
   explicit NameBook(const std::string& directory);
@@ -47,8 +47,8 @@ class NameBook {
   NameBook& operator=(const NameBook&) = delete;
   ~NameBook();
 
-  /// The same message with names before its cookies: "Feature (P0001)". A cookie whose name is not
-  /// there, or is not found within a third of a second, stays alone.
+  /// The same message with names before its cookies: "Feature (P0001)". A cookie stays alone where
+  /// its name does not exist or is not read within a third of a second.
   [[nodiscard]] MessageFields withNames(MessageFields fields);
 
  private:
@@ -60,7 +60,7 @@ class NameBook {
   std::shared_ptr<Shared> shared_;
 };
 
-/// What was heard of one sender.
+/// Counts of one sender.
 struct SenderCount {
   std::string user;  ///< the name it gave itself last; empty while it gave none
   std::uint64_t messages = 0;
@@ -73,7 +73,7 @@ struct SenderCount {
 /// Counts the messages of each sender. One thread.
 class SenderCounts {
  public:
-  /// Told of every message with what is known of its sender by then.
+  /// Called for every message, with the counts of its sender so far.
   using Observer = std::function<void(const HeardMessage&, const SenderCount&)>;
 
   explicit SenderCounts(std::int64_t start, Observer observer = {});

@@ -26,7 +26,7 @@ constexpr auto kBetweenLosses = std::chrono::seconds(1);
 struct Request {
   ListenRequest what;
   std::string projects;     ///< the projects directory, for names; empty for cookies alone
-  std::string heardFolder;  ///< where the list of heard senders is kept; empty for nowhere
+  std::string heardFolder;  ///< directory of the list of heard senders; empty: off
   bool asJson = false;
   bool onlyCounts = false;
 };
@@ -58,6 +58,7 @@ class MonitorOutput : public iHeardSink {
   }
 
   Result<void> begin(const std::string& manner) override {
+    // Standard output carries messages alone, for programs that read it.
     std::cerr << "kv-share: hearing " << manner << "; Ctrl-C ends it" << std::endl;
     if (!request_.asJson && !request_.onlyCounts) std::cout << line_.heading() << std::endl;
     return {};
@@ -82,6 +83,7 @@ class MonitorOutput : public iHeardSink {
   bool pause(const MissedMessages& missed) override {
     missed_ = missed;
     const auto now = Clock::now();
+    // A flood is reported once a second at most, not for every lost message.
     if (missed.total() > told_ && now - toldAt_ >= kBetweenLosses) {
       toldAt_ = now;
       tellMissed();
@@ -90,6 +92,7 @@ class MonitorOutput : public iHeardSink {
       countedAt_ = now;
       showCounts();
     }
+    // Ends the capture when the reader of the output has gone.
     return static_cast<bool>(std::cout.flush());
   }
 
@@ -137,7 +140,7 @@ class MonitorOutput : public iHeardSink {
   Clock::time_point countedAt_ = Clock::now();
 };
 
-/// Whether lists can be kept in a folder; a line says why not.
+/// Checks that the folder for lists can be read, before threads are started: the check forks.
 ToolStatus checkHeardFolder(const std::string& folder) {
   if (folder.empty()) return eToolDone;
   return lookAtShare(folder, std::chrono::seconds(kShareSeconds), [&folder] {
@@ -146,7 +149,8 @@ ToolStatus checkHeardFolder(const std::string& folder) {
   });
 }
 
-/// Keeps a list of the senders that are heard, as stations do; no observer without a folder.
+/// Keeps a list of heard senders, as stations do; no observer without a folder. The list's own port
+/// is 0: a monitor never sends.
 SenderCounts::Observer heardListOf(const Request& request) {
   if (request.heardFolder.empty()) return {};
   char host[256] = {};

@@ -27,7 +27,7 @@ struct Request {
 
 Error usage(const std::string& what) { return {ErrorCode::eUsage, what, {}}; }
 
-/// What is wrong with the request itself; nothing where it makes sense.
+/// The fault of the request itself; nothing where it makes sense.
 std::optional<Error> objectionTo(const Request& request) {
   struct stat status {};
   if (request.file.empty()) return usage("name a file to record to");
@@ -39,13 +39,14 @@ std::optional<Error> objectionTo(const Request& request) {
   return usage(shownText(request.file) + " is a folder: name a file in it");
 }
 
-/// A named pipe is opened before signals are taken: that waits for its reader, and Ctrl-C ends it.
+/// Whether the file is a named pipe. Opening it waits for its reader, so it is opened before
+/// signals are taken: Ctrl-C can still end the program then.
 bool isPipe(const std::string& file) {
   struct stat status {};
   return ::stat(file.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
-/// A descriptor to write to.
+/// A descriptor to write to. A recording is not replaced by mistake; an empty file may be.
 Result<int> openTarget(const Request& request) {
   if (request.file == "-") {
     if (isatty(STDOUT_FILENO)) return usage("a capture is not for a terminal: name a file");
@@ -76,6 +77,7 @@ class Recording : public iHeardSink {
   }
 
   Result<void> begin(const std::string& manner) override {
+    // Opened only now: where nothing can be received, no file is made or cut.
     if (!writer_) {
       if (auto opened = open(); !opened) return opened;
     }
@@ -130,9 +132,9 @@ class Recording : public iHeardSink {
   std::uint64_t copies_ = 0;
 };
 
-/// Records messages, copies over other networks included.
+/// Records messages and their copies over other networks: a capture shows what was on the wire.
 ToolStatus record(const Request& request) {
-  ::signal(SIGXFSZ, SIG_IGN);  // a limit of the file's size is told like a full disk
+  ::signal(SIGXFSZ, SIG_IGN);  // write() then fails as on a full disk
   if (const auto objection = objectionTo(request)) {
     return toolProblem(eToolUsage, objection->message);
   }

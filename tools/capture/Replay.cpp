@@ -33,7 +33,7 @@ constexpr double kNanosecondsAMillisecond = 1e6;
 }  // namespace
 
 std::vector<Departure> FaultInjector::take(Departure departure) {
-  // All four are drawn for every message, so that none depends on which others are asked for.
+  // Always draws all four numbers: a fault stays the same when another option is added.
   const bool isLost = chance() < faults_.loss;
   const bool isDoubled = chance() < faults_.duplicate;
   const bool isLate = chance() < faults_.reorder;
@@ -42,6 +42,7 @@ std::vector<Departure> FaultInjector::take(Departure departure) {
     ++lost_;
     return {};
   }
+  // A delayed message delays those behind it, so that --delay alone never changes the order.
   latest_ = std::max(latest_, departure.due + static_cast<std::int64_t>(delay));
   departure.due = latest_;
   std::vector<Departure> group(isDoubled ? 2 : 1, std::move(departure));
@@ -61,6 +62,8 @@ std::vector<Departure> FaultInjector::take(Departure departure) {
 std::vector<Departure> FaultInjector::finish() { return std::exchange(held_, {}); }
 
 double FaultInjector::chance() {
+  // 53 bits, as many as a double holds. The distributions of the standard library differ between
+  // its makers; this gives the same faults for a seed everywhere.
   constexpr double kSteps = 9007199254740992.0;  // 2^53
   return static_cast<double>(random_() >> 11) / kSteps;
 }
@@ -69,7 +72,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr double kLongestWait = 1e17;  // nanoseconds, three years: a clock can hold it
+constexpr double kLongestWait = 1e17;  // nanoseconds, three years: a clock can add it
 constexpr const char* kOwnNetwork = "127.255.255.255";
 
 struct Request {
@@ -78,17 +81,17 @@ struct Request {
   double from = 0;   ///< seconds after the capture's first message
   double to = std::numeric_limits<double>::infinity();
   std::vector<std::string> sendTo;
-  std::vector<std::string> onto;  ///< networks beyond this machine that are meant in earnest
+  std::vector<std::string> onto;  ///< addresses beyond this machine, allowed by the user
   std::optional<int> port;        ///< the one that each message was sent to, unless given
   FilterWords filter;
   WayFaults faults;
   bool asJson = false;  ///< one object at the end rather than a line
 };
 
-/// A wait that the user's Ctrl-C ends.
+/// A wait that Ctrl-C ends. The signal comes on a thread of its own.
 class Patience {
  public:
-  /// Sets `isEnding` then, too.
+  /// Sets `isEnding` as well: the reader of a pipe watches that flag.
   explicit Patience(std::atomic<bool>& isEnding)
       : signals_([this, &isEnding] {
           isEnding = true;
@@ -97,7 +100,7 @@ class Patience {
           changed_.notify_all();
         }) {}
 
-  /// Whether the time came; false once the user has ended it.
+  /// Waits until the time. False once the user has ended it.
   bool waitUntil(Clock::time_point time) {
     std::unique_lock lock(mutex_);
     if (time <= Clock::now()) return !isOver_;
@@ -111,7 +114,7 @@ class Patience {
   Signals signals_;
 };
 
-/// Reads the messages that are meant of a capture, and notes what is left out.
+/// Reads the messages of a capture that the filter takes, and counts those left out.
 class MeantMessages {
  public:
   MeantMessages(const Request& request, CaptureFile& capture, MessageFilter& filter)
@@ -123,6 +126,8 @@ class MeantMessages {
       if (found_++ == 0) first_ = message->time;
       const double seconds = static_cast<double>(message->time - first_) / kNanosecondsASecond;
       if (seconds > request_.to) return {};
+      // The filter sees earlier messages, too: it learns copies and the senders of a user from
+      // them.
       if (isMeant(*message) && seconds >= request_.from) return message;
     }
     return {};
@@ -132,7 +137,8 @@ class MeantMessages {
   [[nodiscard]] std::uint64_t copies() const { return copies_; }
 
  private:
-  /// A datagram to the stations' port, or with the beginning of a message.
+  /// A datagram to the stations' port, or one that begins like a message: the capture may be of
+  /// another port.
   [[nodiscard]] bool isMessage(const HeardMessage& message) const {
     return message.port == kDefaultPort || message.port == request_.port.value_or(0) ||
            message.bytes.starts_with(std::string("d") + kFieldSeparator);
@@ -209,6 +215,7 @@ class Sending {
   }
 
   void tell(const Destination& destination, int problem) {
+    // One line for a cause, not one for every message.
     if (problem == toldProblem_) return;
     toldProblem_ = problem;
     toolProblem(eToolFinding, "a message to " + textOf(destination.address) + " was not sent (" +
@@ -227,8 +234,8 @@ class Sending {
   int toldProblem_ = 0;
 };
 
-/// The addresses to send to; the failure is for the user. What is not this machine's own network
-/// must stand behind --onto.
+/// The addresses to send to; the failure is for the user. Addresses beyond this machine must be
+/// given with --onto: stations there would take old messages for new ones.
 Result<std::vector<Ipv4>> targetsOf(const Request& request) {
   std::vector<Ipv4> addresses;
   std::vector<std::string> words = request.sendTo;
@@ -262,7 +269,7 @@ std::string textOfAll(const std::vector<Ipv4>& addresses) {
   return text;
 }
 
-/// The same as one object.
+/// The summary as one object.
 JsonValue reportOf(const Request& request, const Sending& sending, const FaultInjector& way,
                    const MeantMessages& messages, const std::vector<Ipv4>& addresses) {
   JsonValue to = JsonValue::array();
@@ -296,7 +303,7 @@ std::string summaryOf(const Sending& sending, const FaultInjector& way,
   return text;
 }
 
-/// What a capture is told to be that held nothing to send.
+/// The text about a capture from which nothing was sent.
 std::string nothingIn(const Request& request, const CaptureFile& capture,
                       const MeantMessages& messages) {
   const std::string file = shownText(request.file);
@@ -307,7 +314,7 @@ std::string nothingIn(const Request& request, const CaptureFile& capture,
          "; those that went to another port than " + std::to_string(kDefaultPort) + " need --port";
 }
 
-/// What was wrong with the capture, for the user.
+/// Problems of the capture, for the user.
 std::vector<std::string> problemsOf(const Request& request, const CaptureFile& capture,
                                     const MeantMessages& messages, const Sending& sending) {
   std::vector<std::string> problems;

@@ -9,7 +9,7 @@
 
 namespace korvel {
 
-/// How bad the way of messages is. Chances are from 0 to 1.
+/// The faults of a network. Chances are from 0 to 1.
 struct WayFaults {
   double loss = 0;
   double duplicate = 0;
@@ -18,22 +18,23 @@ struct WayFaults {
   std::uint64_t seed = 1;
 };
 
-/// A message that leaves, so many nanoseconds after the beginning.
+/// A message, and the nanoseconds after the beginning at which it is sent.
 struct Departure {
   std::int64_t due = 0;
   HeardMessage message;
 };
 
-/// Does to messages what a bad network does. The same seed does the same to the same messages, and
-/// what one fault does to a message does not depend on the other faults. One thread.
+/// Loses, doubles, delays and reorders messages like a bad network. The same seed does the same to
+/// the same messages. A fault of a message does not depend on the other faults. One thread.
 class FaultInjector {
  public:
   explicit FaultInjector(const WayFaults& faults) : faults_(faults), random_(faults.seed) {}
 
-  /// Lets a message go its way: what leaves now, in order. Messages come in the order of `due`.
+  /// Takes a message and returns those to send now, in order. Messages must come in the order of
+  /// `due`.
   std::vector<Departure> take(Departure departure);
 
-  /// What was held back to be late, at the end.
+  /// Returns the messages still held back, at the end.
   std::vector<Departure> finish();
 
   [[nodiscard]] std::uint64_t lost() const { return lost_; }
