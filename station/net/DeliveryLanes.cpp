@@ -17,7 +17,7 @@ namespace {
 /// What a waiting message takes beside its bytes.
 constexpr std::size_t kOverhead = 160;
 
-/// A lane that nobody used for so long, and that has nothing to tell, makes room for another.
+/// A lane without messages and losses that was not used for this long makes room for another.
 constexpr auto kIdle = std::chrono::minutes(2);
 
 /// The lane of the sources that are too many.
@@ -48,6 +48,7 @@ bool DeliveryLanes::add(const Source& source, Kind kind, std::string bytes, Time
     noteLoss(lane, lane.loss.noRoom, now);
     return false;
   }
+  // Only lanes with messages have a turn, so next() costs the same however many sources there are.
   if (lane.waiting.empty()) turns_.push_back(lane.loss.source);
   lane.waiting.push_back(std::move(bytes));
   lane.bytes += size;
@@ -83,6 +84,7 @@ std::list<DeliveryLanes::Loss> DeliveryLanes::lossesToTell(Time now,
   const std::lock_guard lock(mutex_);
   std::list<Loss> losses;
   for (auto& [source, lane] : lanes_) {
+    // One report for a whole flood: the network problem must not become a flood of its own.
     const bool isOver = now - lane.lastLoss >= quiet || now - lane.firstLoss >= kBetweenTellings;
     const bool mayBeTold = !lane.wasTold || now - lane.told >= kBetweenTellings;
     if (!lane.hasLoss() || !isOver || !mayBeTold) continue;
@@ -114,6 +116,7 @@ DeliveryLanes::Lane& DeliveryLanes::laneOf(Source source, Time now) {
       const Lane& lane = each.second;
       return lane.waiting.empty() && !lane.hasLoss() && now - lane.lastUse >= kIdle;
     });
+    // Sender addresses can be forged. Without this bound each forged one would take memory.
     if (lanes_.size() >= kMaxLanes) source = kRest;
     found = lanes_.find(source);
   }
@@ -148,7 +151,8 @@ constexpr auto kTimeToEnd = std::chrono::seconds(1);
 
 }  // namespace
 
-/// What the lookout and its thread share; lives until both are done.
+/// What the lookout and its thread share. A thread that waits for the share may live longer than
+/// the lookout.
 class FileLookout::Looks {
  public:
   void add(const std::string& path, Found found) {
@@ -194,6 +198,7 @@ class FileLookout::Looks {
     awaited_.clear();
     for (Awaited& each : current) {
       lock.unlock();
+      // Without the mutex: this may wait for the share, and add() must not.
       const bool isThere = existsFresh(each.path);
       lock.lock();
       if (isEnding_) return;
@@ -237,7 +242,10 @@ void AwaitedFiles::take(const DeliveryLanes::Source& source, ReceivedMessage mes
   const MessageGate gate = judge_ ? judge_(message.fields) : MessageGate{};
   if (gate.action == MessageGate::eDrop && !isBehind) return;
   const bool isMissing = gate.action == MessageGate::eAwaitFile && !existsFresh(gate.file);
+  // A message behind a held one waits even when its own file is there: the order of an object's
+  // messages stays.
   if (!isBehind && !isMissing) return deliver_(message, Waited::eNo);
+  // Delivered as waited for, so that the plug-in does not make the host thread wait.
   if (!hasRoom(source)) return deliver_(message, Waited::eYes);
   hold(source, std::move(message), gate.file);
 }
@@ -263,7 +271,7 @@ std::function<void()> AwaitedFiles::later(const std::string& object) {
   };
 }
 
-// A share that does not answer keeps the lookout busy: the clock ends the wait all the same.
+// The lookout's thread may wait for a share that does not answer. So a timer ends the wait as well.
 void AwaitedFiles::await(const std::string& object, const std::string& file) {
   Held& first = queues_.at(object).front();
   if (std::exchange(first.isAwaited, true)) return;
@@ -274,6 +282,7 @@ void AwaitedFiles::await(const std::string& object, const std::string& file) {
 
 /// Looks at an object's first message again: its file came, or its time is over.
 void AwaitedFiles::goOn(const std::string& object) {
+  // Found anew each time: delivering a message may change the queues.
   for (auto found = queues_.find(object); found != queues_.end(); found = queues_.find(object)) {
     Queue& queue = found->second;
     const MessageGate gate = judge_(queue.front().message.fields);

@@ -50,8 +50,8 @@ class DeliveryLanes {
   /// The kinds of message that have limits of their own.
   enum class Kind { eOther, eWords, eRequest };
 
-  /// Where a datagram came from. A port of 0 stands for all of an address. What is sealed has a
-  /// lane of its own, so that nobody fills it who only pretends to be at that address.
+  /// Where a datagram came from. A port of 0 stands for all ports of an address. Sealed messages
+  /// have a lane of their own: a stranger who forges that address cannot fill it.
   struct Source {
     Ipv4 address{};
     std::uint16_t port = 0;
@@ -146,8 +146,8 @@ class DeliveryLanes {
   std::size_t bytes_ = 0;
 };
 
-/// Looks for files beside the host thread, each until it is there or kLongest is over. A share that
-/// hangs keeps nobody waiting but its own thread. Any thread.
+/// Looks for files on a thread of its own, each until it is there or kLongest is over. A share that
+/// hangs holds up this thread alone. Any thread.
 class FileLookout {
  public:
   using Found = std::function<void()>;
@@ -176,11 +176,11 @@ class FileLookout {
 ///     take() --the file is there--> deliver
 ///          --not yet--> held --it came, or kLongest is over--> deliver as waited for
 ///
-/// The plug-in would make the host thread wait for each. Here they wait beside it, so that a
-/// stranger who announces files that never come delays nobody. A later message about an object that
-/// one is held of is held behind it: the order of each object's messages stays. Beyond kMaxOfSource
-/// or kMaxInAll messages nothing more is held: the plug-in looks for the file once, at once. Host
-/// thread.
+/// The plug-in would make the host thread wait for each. Here they wait on another thread, so a
+/// stranger who announces files that never come delays no other message. A later message about an
+/// object with a held message is held behind it: the order of each object's messages stays. Beyond
+/// kMaxOfSource or kMaxInAll messages nothing more is held: the plug-in looks for the file once, at
+/// once. Host thread.
 class AwaitedFiles : public std::enable_shared_from_this<AwaitedFiles> {
  public:
   /// As long as the plug-in waits for a file.

@@ -28,6 +28,7 @@ void HeardSenders::heard(Ipv4 address, std::uint16_t port, std::time_t now) {
   const Who who{address, port};
   auto found = senders_.find(who);
   if (found == senders_.end()) {
+    // A stranger can invent senders without end.
     if (senders_.size() == kMostSenders) forgetOne();
     found = senders_.emplace(who, Known{{0, now, now}, once_.insert(once_.end(), who)}).first;
   } else {
@@ -42,6 +43,7 @@ void HeardSenders::forEach(const std::function<void(const Who&, const Sender&)>&
 }
 
 void HeardSenders::forgetOne() {
+  // Invented senders are heard once each, real stations again and again.
   Order& order = once_.empty() ? often_ : once_;
   senders_.erase(order.front());
   order.pop_front();
@@ -50,11 +52,11 @@ void HeardSenders::forgetOne() {
 
 namespace {
 
-/// More programs of one name than anybody starts.
+/// More programs of one name than are ever started on one machine.
 constexpr int kMostPrograms = 100;
 
-/// The station's name as the beginning of a file name: what is no letter or digit becomes "_", and
-/// a number told from the name keeps two apart.
+/// The station's name as the beginning of a file name. Anything but letters, digits and "-" becomes
+/// "_"; a hash of the name keeps two names apart that look alike then.
 std::string fileNameFor(const std::string& station) {
   std::string name;
   for (const char letter : station) {
@@ -71,7 +73,8 @@ bool isTaken(const std::string& path, Descriptor& claim) {
   Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  // A name that begins with a zero byte is no file, and goes with the socket.
+  // A name in the abstract namespace (it begins with a zero byte) leaves no file behind: the kernel
+  // frees it with the socket, however the program ends.
   const std::string name = "kv-heard-" + std::to_string(hash32(path)) + path.substr(0, 80);
   std::memcpy(address.sun_path + 1, name.data(), name.size());
   const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
@@ -113,8 +116,8 @@ JsonValue ownAddresses() {
 
 }  // namespace
 
-/// What the list and its thread share; lives until both are done, since the thread may hang for
-/// longer than the list lives.
+/// What the list and its thread share. It lives until both are done: the thread may hang in the
+/// folder for longer than the list lives.
 class HeardList::Writer {
  public:
   explicit Writer(Keeper keeper)
@@ -160,6 +163,7 @@ class HeardList::Writer {
  private:
   std::time_t sentEarlier() {
     lastSentBefore_.push_back(lastSent_);
+    // What was sent just now may not be in every list yet: only an older time can prove a loss.
     if (lastSentBefore_.size() <= kWritesBefore) return 0;
     const std::time_t earlier = lastSentBefore_.front();
     lastSentBefore_.pop_front();
@@ -202,6 +206,7 @@ class HeardList::Writer {
       tellNetworkProblem("the list of heard stations cannot be kept in " + keeper_.folder + ": " +
                          written.error().message);
     }
+    // One complaint until the folder works again, not one every two seconds.
     hasComplained_ = !written;
   }
 
@@ -209,7 +214,7 @@ class HeardList::Writer {
   const HeardListName name_;
   const std::time_t since_;
   std::atomic<std::time_t> lastSent_{0};
-  std::atomic<bool> isLeft_{false};         ///< nobody waits for the thread any more
+  std::atomic<bool> isLeft_{false};         ///< the end gave up waiting for the thread
   std::deque<std::time_t> lastSentBefore_;  ///< at the last few writes; the thread's
   bool hasComplained_ = false;              ///< the thread's
   std::mutex mutex_;

@@ -17,7 +17,8 @@
 
 namespace korvel {
 
-/// Who was heard, and how often; bounded, so that a stranger who invents senders fills no memory.
+/// The senders that were heard, and how often. Bounded, so that a stranger who invents senders does
+/// not fill the memory.
 ///
 /// When one more than kMostSenders is heard, the one that is unheard for longest is forgotten and
 /// counted: first among those that were heard once only, as invented ones are, then among all. One
@@ -59,8 +60,8 @@ class HeardSenders {
   std::uint64_t forgotten_ = 0;
 };
 
-/// The name that a program's list of heard stations has in its folder, and what people call the
-/// program there. Programs of one name on this machine are told apart: the first has the plain
+/// The name of a program's list of heard stations in its folder, and the name that people call the
+/// program by there. Programs of one name on this machine are told apart: the first has the plain
 /// name, the second has "-2" in the file's and " (2)" in its own. A name is free again when its
 /// program has ended, however it ended. Touches no file.
 class HeardListName {
@@ -76,8 +77,8 @@ class HeardListName {
   Descriptor claim_;  ///< a socket whose name no other program of this machine can have
 };
 
-/// Whom a program hears, kept for an administrator in a folder of his choice: one small file a
-/// program, written anew every few seconds, in one step.
+/// The senders that a program hears, kept for an administrator in a folder of his choice: one small
+/// file a program, written anew every few seconds, in one step.
 ///
 ///     <folder>/<station>.heard.json
 ///     {"station":"ANNA at SUITE1","host":"SUITE1","port":27015,"addresses":["10.0.0.7"],
@@ -115,8 +116,9 @@ class HeardList : public iTrafficObserver {
   void heard(Ipv4 address, std::uint16_t port) override;
   void sent() override;
 
-  /// How many seconds before the list was written "sent_earlier" was true: more than clocks may
-  /// differ and lists be late, or one that sends all the time would never be missed.
+  /// How many seconds before the list was written "sent_earlier" was true. It is more than clocks
+  /// may differ and lists be late: otherwise a station that sends all the time would never be found
+  /// missing.
   static constexpr std::size_t kSentEarlier = 14;
 
   /// The ending of the files' names.

@@ -46,6 +46,8 @@ std::optional<Ipv4Network> parseIpv4Network(std::string_view text) {
 
 namespace {
 
+// Reading the list asks the kernel for every interface. A burst of messages reads it once a second;
+// a failed send reads it sooner, since a cable may have changed, and still not at every message.
 constexpr auto kListAge = std::chrono::seconds(1);
 constexpr auto kListAgeAfterFailure = std::chrono::milliseconds(20);
 constexpr Ipv4 kLoopbackBroadcast{0x7FFFFFFF};
@@ -83,12 +85,16 @@ std::vector<Destination> broadcastsOf(const std::vector<NetworkInterface>& inter
     if (interface.isLoopback || interface.broadcast == Ipv4{}) continue;
     addOnce(result, {interface.broadcast, interface.index});
   }
+  // Without a network the stations of this machine still hear each other: 127.255.255.255 stays
+  // here.
   if (result.empty()) result.push_back({kLoopbackBroadcast, 0});
   return result;
 }
 
 void addByEveryInterface(std::vector<Destination>& result, Ipv4 address,
                          const std::vector<NetworkInterface>& interfaces) {
+  // 255.255.255.255 and multicast leave by one interface only, and fail without a route. So each
+  // interface is named.
   const bool onlyLoopback = std::all_of(interfaces.begin(), interfaces.end(),
                                         [](const auto& interface) { return interface.isLoopback; });
   for (const auto& interface : interfaces) {

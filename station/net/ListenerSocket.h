@@ -19,7 +19,7 @@
 
 namespace korvel {
 
-/// One received datagram; the bytes belong to whoever read it.
+/// One received datagram. The bytes belong to the reader that returned it.
 struct Datagram {
   Ipv4 source;
   std::uint16_t port = 0;  ///< the sender's
@@ -32,8 +32,8 @@ struct Datagram {
 /// the same sender's port by another way (source address or interface) within 100 ms. The same
 /// bytes by the same way are a message said again, however fast. One thread.
 ///
-/// Messages are told apart by a hash of 128 bits with a key of this object's own, so that nobody
-/// can send bytes that pass for a copy of another message, or that make the table slow.
+/// Messages are told apart by a hash of 128 bits with a random key of this object. So a stranger
+/// cannot make bytes that pass for a copy of another message, or that make the table slow.
 class DuplicateFilter {
  public:
   using Time = std::chrono::steady_clock::time_point;

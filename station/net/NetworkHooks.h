@@ -9,7 +9,7 @@
 
 namespace korvel {
 
-/// Is told whom a network service hears, and that it sends. Any thread; must not wait.
+/// Is told which senders a network service hears, and that it sends. Any thread; must not wait.
 class iTrafficObserver {
  public:
   virtual ~iTrafficObserver() = default;
@@ -29,7 +29,7 @@ struct MessageGate {
   enum Action {
     eDeliver,
     eAwaitFile,  ///< held back until the file is there, for as long as the plug-in would wait
-    eDrop,       ///< about nothing that there is: it would only take memory
+    eDrop,       ///< about an object that does not exist: holding it would only take memory
   };
 
   Action action = eDeliver;

@@ -16,8 +16,8 @@ namespace {
 
 constexpr Ipv4 kThisMachineAlone{0x7FFFFFFF};
 
-/// The addresses of --send-to; a word that is none is told and left out. Where nothing is left of
-/// them, messages stay on this machine rather than go everywhere.
+/// The addresses of --send-to. A word that is no address is reported and left out. Where none is
+/// left, messages stay on this machine: the user did not ask for them to go everywhere.
 std::vector<Ipv4> configuredAddresses() {
   std::vector<Ipv4> addresses;
   for (const auto& word : settings().sendTo) {
@@ -56,6 +56,7 @@ void readLimit(const std::string& key, SourceLimit& limit) {
     return tellNetworkProblem(key + " is " + inQuotes(found->second) +
                               ", which is no number of messages a second; the usual limit stays");
   }
+  // The burst grows and shrinks with the rate, so that the configuration needs one number only.
   const double usualSeconds = limit.atOnce / limit.perSecond;
   limit = {rate, std::max(1.0, rate * usualSeconds)};
 }
@@ -89,6 +90,7 @@ Kv::Ptr<iUDPListener> NetworkService::createUDPListener(int port, unsigned /*fla
   if (!socket) {
     listening_ = socket.error();
     tellNetworkProblem(socket.error().message);
+    // The station works on without messages: the folder watch finds changes, later.
     return new NullListener;
   }
   listening_ = {};

@@ -54,6 +54,7 @@ void SendErrors::succeeded(const std::string& destination) {
 
 namespace {
 
+// The sender, often the host thread, waits meanwhile. A full queue must not hold it up for longer.
 constexpr auto kPatience = std::chrono::milliseconds(10);
 
 /// One datagram's header, with the interface by which it is to leave.
@@ -96,7 +97,7 @@ class Header {
 
 bool isQueueFull(int error) { return error == EAGAIN || error == ENOBUFS; }
 
-/// Without an interface to name, sendto does the same for less.
+/// Without an interface to name, sendto() does the same for less work.
 bool leaves(int socket, const msghdr& header) {
   constexpr int kFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
   if (header.msg_controllen != 0) return sendmsg(socket, &header, kFlags) >= 0;
@@ -117,7 +118,8 @@ int keepSending(int socket, const msghdr& header, int error) {
   while (isQueueFull(error) && std::chrono::steady_clock::now() < deadline) {
     pollfd writable{socket, POLLOUT, 0};
     poll(&writable, 1, 1);
-    // A full device queue (ENOBUFS) is no matter of the socket, which stays writable meanwhile.
+    // ENOBUFS is a full queue of the network device. The socket stays writable, so poll() does not
+    // wait.
     if (error == ENOBUFS) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     error = sendOnce(socket, header);
   }
@@ -219,6 +221,7 @@ void UdpBroadcaster::broadcast(const LightweightString<char>& text) {
   const auto destinations = interfaces_->destinations(addresses_);
   std::vector<Failure> failures;
   std::size_t left = sendTo(destinations, datagram, failures);
+  // A cable or a private network may have changed since the list was read. Only new failures count.
   if (!failures.empty()) left += followMachine(destinations, datagram, failures);
   for (const Failure& failure : failures) tell(failure);
   if (observer_) observer_->reached(failures.empty() && left > 0);

@@ -72,8 +72,8 @@ class SenderSocket {
   std::atomic<std::uint16_t> port_{0};
 };
 
-/// Sends each text as one datagram to every destination. A text that no destination could be sent
-/// is no event of a sent message. Any thread.
+/// Sends each text as one datagram to every destination. A text that left for no destination is not
+/// told as a sent message. Any thread.
 class UdpBroadcaster : public iUDPBroadcaster {
  public:
   /// `addresses` as Interfaces::destinations takes them; the observer may be null, and the seals.
@@ -92,7 +92,7 @@ class UdpBroadcaster : public iUDPBroadcaster {
 
   [[nodiscard]] bool canCarry(std::size_t bytes);
 
-  /// Sends to each destination; those that failed are appended. How many did not.
+  /// Sends to each destination and returns how many datagrams left. Failures are appended.
   std::size_t sendTo(const std::vector<Destination>& destinations, std::string_view text,
                      std::vector<Failure>& failures);
 

@@ -22,7 +22,8 @@ namespace korvel {
 
 namespace {
 
-/// Beyond this many refused senders no further one is told.
+/// Beyond this many refused senders no further one is reported: addresses can be forged without
+/// end.
 constexpr std::size_t kMaxTold = 256;
 
 std::string withoutBlanks(std::string word) {
@@ -37,6 +38,7 @@ AcceptedNetworks::AcceptedNetworks(const std::string& configured) {
   for (std::string word; std::getline(words, word, ',');) {
     word = withoutBlanks(word);
     if (word.empty()) continue;
+    // Also for a word that is no network: a typing error must not open the station to everyone.
     takesAll_ = false;
     if (const auto network = parseIpv4Network(word)) {
       networks_.push_back(*network);
@@ -109,7 +111,7 @@ constexpr int kMillisecondsBetweenJoins = 1000;
 constexpr int kMillisecondsAfterError = 200;
 constexpr int kMillisecondsBetweenTellings = 1000;
 
-/// What a message is to this station: words that people here are shown, or a command to be run.
+/// What a message is to this station: a text shown to its user, a command to be run, or another.
 DeliveryLanes::Kind kindOf(std::string_view bytes) {
   const int type = typeOnWire(bytes);
   if (type != MessageType::eUserMessage && type != MessageType::eActionRequest) {
@@ -178,6 +180,7 @@ UdpListener::UdpListener(ListenerSocket socket, Dependencies surroundings,
 }
 
 UdpListener::~UdpListener() {
+  // First: deliveries that are queued on the host thread must find the receiver closed.
   outlet_->taker->isOpen = false;
   isEnding_ = true;
   eventfd_write(wake_, 1);
@@ -186,11 +189,12 @@ UdpListener::~UdpListener() {
 }
 
 void UdpListener::queueDelivery(const std::shared_ptr<DeliveryTarget>& outlet) {
+  // One queued task at most, however many messages wait: the host thread's queue stays short.
   if (outlet->isDue.exchange(true)) return;
   if (!outlet->hostThread.postDelivery([outlet] { deliverNext(outlet); }, 0)) outlet->isDue = false;
 }
 
-// One message a turn, so that the host thread's tasks have theirs in between.
+// One message a task, so that other tasks of the host thread get their turn in between.
 void UdpListener::deliverNext(const std::shared_ptr<DeliveryTarget>& outlet) {
   outlet->isDue = false;
   if (!outlet->taker->isOpen) return;
@@ -206,7 +210,8 @@ void UdpListener::deliverNext(const std::shared_ptr<DeliveryTarget>& outlet) {
 
 void UdpListener::drain() {
   while (!isEnding_) {
-    // The system drops nothing while less than two datagrams wait.
+    // While a single datagram waits the system drops none, so its count is asked for only after
+    // more.
     if (takeWhatIsThere() > 1 || losses_.isPending()) {
       const auto now = std::chrono::steady_clock::now();
       losses_.systemDropped(socket_.droppedBySystem(), now);
@@ -246,11 +251,12 @@ std::size_t UdpListener::takeBatch(std::size_t count) {
 }
 
 void UdpListener::take(Datagram datagram, LossReport::Time now) {
+  // A station's own broadcasts come back to it. What it does itself it has shown already.
   if (isOwn(datagram) || !surroundings_.accepted.accepts(datagram.source)) return;
   DeliveryLanes::Source lane = laneOf(datagram);
   if (surroundings_.seals && !passesSeal(datagram, lane, now)) return;
   tellObserver(datagram);
-  // A seal's number tells a copy already.
+  // The sequence number in a seal has told copies apart already.
   if (!lane.isSealed && duplicates_.isDuplicate(datagram, now)) return;
   const bool isTaken =
       outlet_->lanes.add(lane, kindOf(datagram.bytes), std::string(datagram.bytes), now);
@@ -270,8 +276,8 @@ bool UdpListener::passesSeal(Datagram& datagram, DeliveryLanes::Source& lane,
   return judged.isTaken();
 }
 
-// The programs of this machine share its addresses and are told apart by their ports; of another
-// machine all is one source, or a stranger would have a lane for each port.
+// Programs of this machine share its addresses and are told apart by their ports. All of another
+// machine is one source: else a stranger would have a lane for each port.
 DeliveryLanes::Source UdpListener::laneOf(const Datagram& datagram) const {
   const bool isHere = surroundings_.interfaces->isOwn(datagram.source);
   return {datagram.source, isHere ? datagram.port : std::uint16_t{0}, false};
@@ -283,6 +289,7 @@ void UdpListener::tellLosses(LossReport::Time now) {
 }
 
 void UdpListener::tellObserver(const Datagram& datagram) {
+  // Only messages of this protocol: other programs may use the port.
   static const std::string kStart = std::string(kWireVersion) + kFieldSeparator;
   if (!surroundings_.observer || !datagram.bytes.starts_with(kStart)) return;
   surroundings_.observer->heard(datagram.source, datagram.port);
@@ -317,7 +324,8 @@ void UdpListener::tellBrokenRead(int error) {
 
 void UdpListener::waitForMore() {
   pollfd waitFor[] = {{wake_, POLLIN, 0}, {socket_.descriptor(), POLLIN, 0}};
-  // A socket that cannot be read stays readable: then only the end is waited for.
+  // A socket with an error stays readable, and poll() would return at once again and again. So only
+  // the end, or the next try, is waited for.
   poll(waitFor, toldError_ == 0 ? 2 : 1, millisecondsToWait());
 }
 

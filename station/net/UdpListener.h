@@ -106,13 +106,13 @@ class UdpListener : public iUDPListener {
   ~UdpListener() override;
 
  private:
-  /// Who takes messages, until the listener ends.
+  /// The receiver, and whether it still takes messages: not after the listener ended.
   struct Taker {
     std::atomic<bool> isOpen{true};
     iNetMessageReceiver* receiver;
   };
 
-  /// What the queued deliveries share with the listener, and what outlives it with them.
+  /// What queued deliveries share with the listener. They may run after the listener has gone.
   struct DeliveryTarget {
     DeliveryTarget(iNetMessageReceiver* receiver, const Dependencies& surroundings);
 
