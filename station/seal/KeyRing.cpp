@@ -57,6 +57,7 @@ Result<KeyRing> KeyRing::read(const std::string& projectsDirectory) {
   const std::string path = pathIn(projectsDirectory);
   const auto bytes = readFresh(path, kLargestList);
   if (bytes) return parse(*bytes, path);
+  // Only a missing file means no keys. A file that cannot be read must not turn sealing off.
   if (bytes.error().code == ErrorCode::eNotFound) return KeyRing();
   return bytes.error();
 }
@@ -71,6 +72,7 @@ Result<KeyRing> KeyRing::parse(const std::string& bytes, const std::string& path
     if (!readHex(each["key"].asString(), key.bytes)) return noRing(path, "holds a broken key");
     nameKey(key);
     key.made = each["made"].asString();
+    // One key seals, also where the file, edited by hand, names several.
     key.isUsed = each["used"].asBool() && !ring.used();
     ring.keys_.push_back(std::move(key));
     if (ring.keys_.size() > kMostKeys) return noRing(path, "holds more keys than a ring may");
@@ -86,7 +88,8 @@ Result<void> KeyRing::write(const std::string& projectsDirectory) const {
   }
   const JsonValue ring = JsonValue::object({{"version", kVersion}, {"keys", std::move(all)}});
   const std::string path = pathIn(projectsDirectory);
-  // Nobody else may read it at any moment, so the mode is set before the file has its name.
+  // The mode is set before the file has its name, so that there is no moment at which other users
+  // can read the keys.
   return writeAtomically(path, writeJsonIndented(ring) + "\n",
                          [](const std::string& temporary) -> Result<void> {
                            if (::chmod(temporary.c_str(), kMode) == 0) return {};
@@ -106,6 +109,8 @@ Result<std::string> KeyRing::add() {
   randombytes_buf(key.bytes.data(), key.bytes.size());
   nameKey(key);
   key.made = utcText(std::time(nullptr));
+  // Later keys are used only by use(), once every station has read the ring: until then the others
+  // would take messages sealed with it for a stranger's.
   key.isUsed = keys_.empty();
   keys_.push_back(key);
   return key.idText();

@@ -26,9 +26,9 @@ struct SealKey {
 };
 
 /// The keys of a share: the file ".keyring" in the projects directory, JSON, readable for its owner
-/// and the editors' group alone. Who can read the share has the keys; a stranger on the network has
-/// not. All of them are taken from others; at most one is sealed with. Any thread; blocks as long
-/// as the share does.
+/// and the editors' group alone. A user who can read the share has the keys; a stranger on the
+/// network has not. Messages sealed with any of them are taken; at most one is used for sealing.
+/// Any thread; blocks as long as the share does.
 class KeyRing {
  public:
   static constexpr const char* kFile = ".keyring";

@@ -85,12 +85,14 @@ bool isSealedWith(std::string_view datagram, const SealKey& key) {
   if (datagram.size() < Seal::kBytes) return false;
   const std::size_t length = datagram.size() - Seal::kCodeBytes;
   const auto code = codeOf(datagram.substr(0, length), key);
+  // In constant time: how long a comparison takes must not tell a forger how much of his code is
+  // right.
   return sodium_memcmp(code.data(), unsignedBytes(datagram.substr(length)), code.size()) == 0;
 }
 
 namespace {
 
-/// How often the ring is looked at. A mount's cache may make the answer older by a minute.
+/// How often the ring is looked at. The cache of a mount may delay the answer by up to a minute.
 constexpr auto kBetweenLooks = std::chrono::seconds(5);
 
 std::uint64_t randomNumber() {
@@ -133,6 +135,7 @@ ReplayWindow::Verdict ReplayWindow::take(const Seal& seal, std::int64_t now) {
   const std::pair boot{seal.sender, seal.boot};
   auto found = boots_.find(boot);
   if (found == boots_.end()) {
+    // Of a start that was not heard before, only the time tells a new message from a recording.
     if (seal.time < now - kTolerance || seal.time > now + kTolerance) return Verdict::eStale;
     if (boots_.size() == kMostBoots) forgetOldest();
     found = boots_.emplace(boot, Heard{seal.sequence, {}, now}).first;
@@ -149,6 +152,7 @@ ReplayWindow::Verdict ReplayWindow::take(const Seal& seal, std::int64_t now) {
     return Verdict::eNew;
   }
   const std::uint64_t behind = heard.highest - seal.sequence;
+  // Below the window nothing is known any more, so it counts as heard.
   if (behind >= kWidth || heard.below.test(behind)) return Verdict::eRepeated;
   heard.below.set(behind);
   return Verdict::eNew;
@@ -159,7 +163,8 @@ void ReplayWindow::forgetOldest() {
       std::ranges::min_element(boots_, {}, [](const auto& entry) { return entry.second.last; }));
 }
 
-/// The ring and the thread that follows it, which may outlive the station by a share that hangs.
+/// The ring and the thread that follows it. The thread may live longer than the station's Seals
+/// when the share hangs.
 struct Seals::Following {
   std::mutex mutex;
   std::condition_variable changed;
@@ -217,6 +222,7 @@ Seals::~Seals() {
   {
     const std::lock_guard lock(following_->mutex);
     following_->isEnding = true;
+    // A thread that is asking the share may hang there: the end does not wait for it.
     isStuck = following_->isAsking;
   }
   following_->changed.notify_all();
@@ -247,7 +253,8 @@ Seals::Judged Seals::judge(std::string_view datagram, std::int64_t now) {
   if (policy_ == SealPolicy::eOff || !parts.seal) return unsealed(parts.text);
   const auto& id = parts.seal->key;
   const SealKey* const key = ring->find({reinterpret_cast<const char*>(id.data()), id.size()});
-  // A key that is not known here yet, or not any more, vouches for nothing and accuses nobody.
+  // A key that this station does not know (yet, or any more) proves neither that the message is
+  // genuine nor that it is forged.
   if (!key) return unsealed(parts.text);
   if (!isSealedWith(datagram, *key)) return {Verdict::eForged, parts.text};
   switch (window_.take(*parts.seal, now)) {

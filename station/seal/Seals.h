@@ -58,8 +58,8 @@ std::string sealed(std::string_view text, const Seal& seal, const SealKey& key);
 /// Whether the code of a datagram with a seal was made with this key.
 bool isSealedWith(std::string_view datagram, const SealKey& key);
 
-/// Knows which sequence numbers of which sender were heard, so that nothing that was recorded and
-/// is sent again is taken. One thread.
+/// Knows which sequence numbers of which sender were heard, so that a recorded message that is sent
+/// again is not taken. One thread.
 class ReplayWindow {
  public:
   static constexpr std::size_t kWidth = 1024;  ///< how far messages may overtake each other
@@ -95,8 +95,8 @@ class Seals {
  public:
   /// What is to become of a datagram.
   enum class Verdict {
-    eSealed,    ///< of somebody who has the key, and new
-    eUnsealed,  ///< nobody vouches for it; taken by this station's policy
+    eSealed,    ///< of a sender who has the key, and new
+    eUnsealed,  ///< of an unproven sender; taken by this station's policy
     eRefused,   ///< not sealed, or stale, where a seal is required
     eForged,    ///< the code is wrong, or it was changed on its way
     eRepeated,  ///< heard before: a copy that came another way, or a recording
@@ -128,7 +128,8 @@ class Seals {
   /// Judges a datagram; `now` in milliseconds since 1970. The thread that reads the socket.
   Judged judge(std::string_view datagram, std::int64_t now);
 
-  /// Whether words without a seal are to be marked: there is a key, and others could have used it.
+  /// Whether texts without a seal are to be marked: there is a key, so their sender could have used
+  /// it.
   [[nodiscard]] bool marksUnsealed() const;
 
   /// The identifiers of the keys that are known.
