@@ -22,7 +22,7 @@ namespace {
 constexpr std::uint32_t kRewritten =
     ContainerManagerBase::eChanged | ContainerManagerBase::eFileWritten;
 
-/// A late look finds what other stations know already: nothing that is announced to them.
+/// A late look finds what other stations know already, so listeners show it and announce nothing.
 constexpr std::uint32_t kFoundLate = ContainerManagerBase::eDisplayed;
 
 }  // namespace
@@ -36,6 +36,7 @@ void ContainerPart::enter(const OpenProject& project, const std::vector<std::str
                 if (sound) show(cookie, std::move(record));
                 return sound;
               });
+  // After the records: the watch knows those from the listing, and needs only later ones noted.
   shown_ = project.shown;
 }
 
@@ -111,6 +112,7 @@ Result<void> ContainerPart::change(const Cookie& cookie, const Change& change) {
   const Result<bool> changed = change(*record);
   if (!changed) return changed.error();
   if (!*changed) {
+    // The change was in the file already, made by another station: what is shown follows the file.
     if (!(find(cookie)->record == *record))
       take(cookie, std::move(*record), ContainerManagerBase::eChanged);
     return {};
@@ -161,7 +163,8 @@ Result<void> ContainerPart::requireUnchanged(const Cookie& cookie, const JsonVal
                fileOf(cookie)};
 }
 
-/// Undone, a new container goes to the trash, from where it comes back.
+/// Undoing the making of a container moves it to the trash; doing it again takes it back from
+/// there.
 void ContainerPart::noteMade(const Cookie& cookie) {
   const auto trashed = std::make_shared<Trashed>();
   recordStep({"making of " + wordsFor(cookie),
@@ -200,7 +203,8 @@ void ContainerPart::warnOfNamesakes(const std::string& name) const {
           kind_.word);
 }
 
-// Messages can be forged, lost or early: what another station destroyed, it has removed itself.
+// A message may be forged, lost or early, so it is not believed: the station that destroys a
+// container removes its file itself. While the file is there, the container stays.
 void ContainerPart::forget(const Cookie& cookie) {
   if (!find(cookie)) return;
   if (currentOrigin() != Origin::eLocal) {
@@ -266,11 +270,13 @@ bool ContainerPart::catchUpOne(const Cookie& cookie, const FoundFile& file) {
   const Result<void> sound = record ? check(cookie, *record) : Result<void>(record.error());
   if (!sound) {
     std::string& logged = problems_[cookie];
+    // The watch finds a broken file again after each change: each problem is reported once.
     if (logged != sound.error().message) LogBoth("%s\n", sound.error().message);
     logged = sound.error().message;
     return false;
   }
   problems_.erase(cookie);
+  // A finding that is older than what this station wrote since must not bring the old content back.
   if ((known && known->record == *record) || !file.isCurrent()) return false;
   take(cookie, std::move(*record), kFoundLate);
   return true;
@@ -301,6 +307,7 @@ void ContainerPart::dropMissing(const std::set<Cookie>& present, std::uint32_t f
   for (const auto& [cookie, container] : containers_) {
     if (!present.contains(cookie)) gone.push_back(cookie);
   }
+  // In a second loop, since drop() changes the map.
   for (const Cookie& cookie : gone) {
     drop(cookie);
     tell(cookie, "destroyed", flags);
@@ -355,6 +362,7 @@ Result<std::optional<Trashed>> ContainerPart::moveToTrash(const Cookie& cookie) 
   if (!lock.taken()) return lock.taken().error();
   auto moved = TrashFolder(folder_).take(fileOf(cookie), settings().user);
   if (moved) return std::optional<Trashed>(std::move(*moved));
+  // Another station removed it first: what the user wanted is so, with nothing to undo.
   if (!isGoneFrom(folder_, fileOf(cookie))) return moved.error();
   return std::optional<Trashed>();
 }

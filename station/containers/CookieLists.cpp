@@ -79,7 +79,9 @@ Result<void> CookieLists::putBack(const Cookie& container, const Places& places)
     const std::set<std::string> there = textsOf(held);
     const std::size_t before = held.size();
     for (const Place& each : places) {
+      // Another station may have put it back already.
       if (there.contains(each.object)) continue;
+      // Another station may have shortened the list since.
       const auto at = static_cast<std::ptrdiff_t>(std::min(each.index, held.size()));
       held.insert(held.begin() + at, JsonValue(each.object));
     }

@@ -8,7 +8,7 @@
 namespace korvel {
 
 /// Containers that hold other objects, by cookie: bins and racks. An object stands in a container
-/// once, in the order in which they were added. Host thread.
+/// once; objects are in the order in which they were added. Host thread.
 class CookieLists : public ContainerPart {
  public:
   CookieLists(std::string word, std::string letters, std::string key)

@@ -45,6 +45,7 @@ Result<void> Filters::change(const Cookie& filter, const std::string& text) {
 Result<void> Filters::changeFrom(const Cookie& filter, const std::string& from,
                                  const std::string& to) {
   return ContainerPart::change(filter, [&](JsonValue& record) -> Result<bool> {
+    // Undoing must not overwrite what another station wrote since.
     if (record[kText].asString() != from) {
       return Error{ErrorCode::eChanged,
                    "The " + wordsFor(filter) + " was changed since, here or by another station.",
@@ -57,7 +58,8 @@ Result<void> Filters::changeFrom(const Cookie& filter, const std::string& from,
 
 std::string Filters::fileInAnyProject(const Cookie& filter) const {
   const std::string here = fileOf(filter);
-  // A stranger's message does not have every project searched.
+  // Because of a message only the open project is searched: a stranger must not make this station
+  // read every project.
   if (currentOrigin() == Origin::eRemote || existsFresh(here)) return here;
   const std::string elsewhere = findInAnyProject(nameOf(recordPath({}, filter)));
   return elsewhere.empty() ? here : elsewhere;

@@ -15,9 +15,9 @@ class Filters : public ContainerNotifier<ProjectFilterManager, BinData, Containe
   Result<Cookie> create(const std::string& name, const std::string& text);
   Result<void> change(const Cookie& filter, const std::string& text);
 
-  /// The file of a filter, which is looked for in the other projects where the open one has none;
-  /// else where it would be in the open project, or empty when none is open. Messages about filters
-  /// come from every project, and who waits for such a file is not to wait in vain.
+  /// The file of a filter. Where the open project has none it is looked for in the other projects,
+  /// since messages about filters come from every project and the plug-in waits for the file that
+  /// it is told. Where no project has it: its path in the open project, or empty when none is open.
   [[nodiscard]] std::string fileInAnyProject(const Cookie& filter) const;
 
   /// Reads all filters again and tells of each that is new, differs or is gone.
