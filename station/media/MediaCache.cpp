@@ -100,6 +100,7 @@ MediaCache::~MediaCache() = default;
 
 SystemCache& SystemCache::instance() {
   if (hostParts().media) return *hostParts().media;
+  // For a program without a station: the host's interface returns a reference, never null.
   static MediaCache withoutStation;
   return withoutStation;
 }
@@ -188,16 +189,16 @@ void MediaCache::addFile(const Cookie& cookie, const MaterialFilename& file, boo
   if (isProxy && added.proxyOf.empty() && !material.empty()) {
     added.proxyOf = material.front().network;
   }
-  // Another station's message may name any path; nothing of it is touched on this thread.
+  // Another station's message may name any path, also one on a mount that hangs: the host thread
+  // does not look at it.
   if (!isRemote && !existsFresh(added.path)) {
     LogBoth("The media file %s is not there, and is shown as offline.\n", inQuotes(added.path));
   }
   show(added);
 }
 
-// The station that removed a file has removed its record: one whose record is there stays, whatever
-// a message says. It is looked at once more a little later, since a share may still show the
-// record.
+// The station that removed a file has removed its record, so a file with a record stays whatever a
+// message says. It is looked at once more a little later, since a share may still show the record.
 void MediaCache::removeFile(const Cookie& cookie, bool isProxy, int what) {
   for (const MediaFile& file : unrecorded(cookie, isProxy, what)) drop(file);
   DelayedReread::arrange("media " + utf8Text(cookie.asString()), [this, cookie, isProxy, what] {
@@ -273,6 +274,7 @@ bool MediaCache::catchUpOne(const Cookie& record, const FoundFile& file) {
   }
   problems_.erase(record);
   const MediaFile* const known = table_.find(media->network);
+  // A finding that is older than what this station did since must not undo it.
   if ((known && known->proxyOf == media->proxyOf) || !file.isCurrent()) return false;
   show(*media);
   return true;
@@ -304,6 +306,7 @@ bool MediaCache::holds(const Cookie& cookie) const { return !table_.withCookie(c
 void MediaCache::listObjects(std::vector<NamedObject>& objects) const {
   for (const MediaFile& file : table_.mains()) {
     objects.push_back({file.cookie, mediaName(file.path)});
+    // Proxies first: where that fails the file stays, with the proxies that are left.
     for (const MediaFile& proxy : table_.proxiesOf(file)) {
       objects.push_back({proxy.cookie, mediaName(proxy.path)});
     }
@@ -349,12 +352,13 @@ void MediaCache::show(const MediaFile& file) {
 }
 
 void MediaCache::drop(const MediaFile& file) {
+  // A copy: the reference may be into the table, which takeOut() changes.
   const MediaFile told = file;
   if (!takeOut(file)) return;
   tell(told, fileRemovedMsgType_, proxyRemovedMsgType_, "removed");
 }
 
-// Other stations know it already: listeners, who would announce it, are not told.
+// Other stations know it already. Listeners would announce it again, so they are not told.
 void MediaCache::dropLate(const MediaFile& file) {
   const Cookie cookie = file.cookie;
   if (takeOut(file)) events().changed("media", cookie, "removed", currentOrigin());
@@ -362,6 +366,7 @@ void MediaCache::dropLate(const MediaFile& file) {
 
 bool MediaCache::takeOut(const MediaFile& file) {
   if (!table_.find(file.network)) return false;
+  // An open descriptor would keep the removed file's space on the share.
   MediaFiles::instance().close(file.path);
   MediaFiles::instance().dropHead(file.path);
   table_.remove(MediaFile(file));
@@ -378,7 +383,7 @@ void MediaCache::tell(const MediaFile& file, NotifyMsgType asMain, NotifyMsgType
     if (proxy.network != file.network) entry.addProxyFile(MaterialFilename(wideText(proxy.path)));
   }
   events().changed("media", material.cookie, how, currentOrigin());
-  // Listeners announce changes; what was found in the folder has been announced, or lost, already.
+  // Listeners announce changes. A change found in the folder was announced by its station.
   if (currentOrigin() != Origin::eFolder) listeners_.notify(main ? asProxy : asMain, &entry);
 }
 

@@ -32,8 +32,8 @@ namespace korvel {
 /// SystemCache. Host thread.
 class MediaCache : public SystemCache, public iProjectPart {
  public:
-  /// Of what messages name and no project records, so much is listed: a stranger who invents files
-  /// does not fill the memory.
+  /// How many files are listed that only messages name and no project records: a stranger who
+  /// invents files does not fill the memory.
   static constexpr std::size_t kMostHearsay = 10'000;
 
   MediaCache();

@@ -64,6 +64,7 @@ MediaLook MediaFiles::look(const std::string& path) {
   const auto kept = heads_.find(path);
   errno = 0;
   const bool isThere = stampAt(path, stamp);
+  // The descriptor still leads to the file that was there before.
   if (!isThere || (kept != heads_.end() && !(kept->second.stamp == stamp))) {
     close(path);
     dropHead(path);
@@ -96,6 +97,7 @@ bool MediaFiles::stampAt(const std::string& path, Stamp& stamp) {
 
 int MediaFiles::descriptorFor(const std::string& path) {
   if (const auto found = open_.find(path); found != open_.end()) return found->second;
+  // O_NONBLOCK: a pipe could have taken the file's place since it was looked at.
   const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (descriptor < 0) return descriptor;
   if (open_.size() >= kMaxOpen) close(std::string(order_.front()));
@@ -119,7 +121,8 @@ bool hasBackslashes(const std::string& path) { return path.starts_with("\\\\"); 
 
 bool climbs(const std::string& path) { return (path + '/').find("/../") != std::string::npos; }
 
-/// A directory without separators at its end; the root is the empty text.
+/// A directory without separators at its end, so that "/media" and "/media/" are one; the root is
+/// the empty text.
 std::string stemOf(std::string directory) {
   const char* const separators = hasBackslashes(directory) ? "/\\" : "/";
   directory.resize(directory.find_last_not_of(separators) + 1);
@@ -157,6 +160,8 @@ std::string mediaKey(const std::string& path) {
 }
 
 Cookie materialCookie(const std::string& localPath) {
+  // Required as it is, with the cut before the directories are stripped: other stations make the
+  // same cookie so.
   const std::string cut = localPath.substr(0, localPath.find('.'));
   return Cookie(utf8Text(stripPath(wideText(cut))).c_str(), true);
 }
@@ -165,6 +170,7 @@ std::string networkForm(const std::string& localPath) {
   std::string rest;
   const MediaDirectory* const directory = longestMatch(localPath, &MediaDirectory::local, rest);
   if (!directory) return localPath;
+  // The network form of a share that is written with backslashes has them throughout.
   if (hasBackslashes(directory->unc)) std::replace(rest.begin(), rest.end(), '/', '\\');
   return stemOf(directory->unc) + rest;
 }
@@ -250,6 +256,7 @@ void MediaTable::remove(const MediaFile& file) {
   const std::string key = mediaKey(file.network);
   const auto found = files_.find(key);
   if (found == files_.end()) return;
+  // By what the table knows: the caller's `file` may have another name or main file.
   const MediaFile known = found->second;
   erase(byCookie_, known.cookie, key);
   erase(byName_, mediaName(known.path), key);

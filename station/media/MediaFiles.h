@@ -96,8 +96,8 @@ struct MediaFile {
   std::string proxyOf;  ///< the network form of the file that it is a proxy of, or empty
 
   /// Known by another station's message alone: no record in the project names it, and it lies in no
-  /// media folder of this station. It is not looked at: its path may be one that hangs, or that has
-  /// a stranger's server mounted.
+  /// media folder of this station. Its path may be on a mount that hangs or on a stranger's server,
+  /// so the file is not looked at.
   bool isHearsay = false;
 };
 
