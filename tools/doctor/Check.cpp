@@ -30,6 +30,7 @@ Findings lookSafely(const Check& check) {
 void answer(const Check& check, int pipe) {
   JsonValue all = JsonValue::array();
   for (const Finding& finding : lookSafely(check)) all.append(objectOf(finding));
+  // A line end cannot occur within JSON text, so it marks the end of the answer.
   const std::string line = writeJson(all) + "\n";
   writeAll(pipe, line);
 }
@@ -86,6 +87,7 @@ void runChecks(std::span<const Check> checks, const std::function<void(const Fin
   bool canUseShare = true;
   for (const Check& check : checks) {
     const bool touchesShare = check.touches == Touches::eShare;
+    // Each further check would wait for its whole limit and report the same.
     if (touchesShare && !canUseShare) continue;
     Outcome outcome = runOne(check);
     const Findings findings = named(check, std::move(outcome.findings));

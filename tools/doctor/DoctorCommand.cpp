@@ -37,6 +37,7 @@ DoctorFacts factsOf(const StationSettings& station) {
   DoctorFacts facts;
   facts.station = station;
   const auto port = station.config.find(kPortKey);
+  // readOptions() has refused anything but a port.
   if (port != station.config.end()) facts.port = std::stoi(port->second);
   return facts;
 }
@@ -52,6 +53,7 @@ class DoctorReport {
     if (asJson_) {
       checks_.append(objectOf(finding));
     } else {
+      // Flushed at once: the next check may take its time.
       std::cout << linesOf(finding, colours_) << std::endl;
     }
   }
@@ -115,6 +117,7 @@ ToolStatus examine(const Request& request) {
   }
   std::optional<std::chrono::seconds> patience;
   if (request.secondsToWait) patience = std::chrono::seconds(*request.secondsToWait);
+  // Last, since it waits for another machine.
   checks.push_back(meetingCheck(facts, request.other, patience));
   runChecks(checks, take);
   return report.end(facts.station.projectsDirectory);

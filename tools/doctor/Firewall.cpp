@@ -24,8 +24,8 @@ Answer opposite(Answer answer) {
   return answerOf(answer == Answer::eNo);
 }
 
-/// What the datagram has for a field: some words, one of which a rule may name; nothing where it is
-/// not known.
+/// The datagram's value of a field, in all spellings that a rule may use; nothing where it is not
+/// known.
 using Words = std::optional<std::vector<std::string>>;
 
 std::string wordOf(const JsonValue& value) {
@@ -44,7 +44,8 @@ Answer isInList(const std::vector<std::string>& words, const JsonValue& list) {
   return answer;
 }
 
-/// Whether one of the words is what a rule compares with: a word, a number, a range, a list.
+/// Whether the right side of a comparison, a word, a number, a range or a list, holds one of the
+/// words.
 Answer isAmong(const std::vector<std::string>& words, const JsonValue& right) {
   if (right.isArray()) return isInList(words, right);
   if (const JsonValue* const set = right.find("set")) return isInList(words, *set);
@@ -55,6 +56,7 @@ Answer isAmong(const std::vector<std::string>& words, const JsonValue& right) {
     return answerOf(value >= ends[0].asLong() && value <= ends[1].asLong());
   }
   const std::string wanted = wordOf(right);
+  // A named set: its elements are not looked up.
   if (wanted.empty() || wanted.front() == '@') return Answer::eMaybe;
   for (const std::string& word : words) {
     if (word == wanted) return Answer::eYes;
@@ -75,9 +77,12 @@ class Evaluation {
       base_ = &chain;
       mayAccept_ = mayDrop_ = false;
       walked_.clear();
+      // Only a drop is final. An accept ends this base chain alone: the datagram goes on to those
+      // of a later priority.
       const End end = walk(chain, 0);
       const bool isDropped =
           end == End::eDropped || (end == End::eFell && chain["policy"].asString() == "drop");
+      // An earlier rule whose conditions are not understood may have decided the other way.
       const bool isUnsure = isDropped ? mayAccept_ : mayDrop_;
       if (isUnsure && ruling_.passage == Passage::eOpen) ruling_ = rulingOf(Passage::eUnsure);
       if (isDropped && !isUnsure) return rulingOf(Passage::eBlocked);
@@ -88,6 +93,7 @@ class Evaluation {
  private:
   enum class End { eFell, eAccepted, eDropped, eReturned };
 
+  // The kernel allows no deeper jumps.
   static constexpr int kDeepest = 16;
 
   struct Walk {
@@ -102,6 +108,7 @@ class Evaluation {
     if (family != "ip" && family != "inet" && family != "netdev" && family != kLegacyFamily) {
       return false;
     }
+    // Chains that translate addresses drop nothing.
     if (chain["type"].asString() == "nat") return false;
     return way_ == Way::eIn ? hook == "input" || hook == "prerouting" || hook == "ingress"
                             : hook == "output" || hook == "postrouting" || hook == "egress";
@@ -117,6 +124,7 @@ class Evaluation {
       remedy = "iptables-legacy -I " + (*base_)["name"].asString() + " -p udp --dport " + port_ +
                " -j ACCEPT, and keep it over restarts";
     }
+    // These programs write their rules anew: a rule made by nft would be lost.
     if (table == "firewalld") {
       remedy = "firewall-cmd --permanent --add-port=" + port_ +
                "/udp && firewall-cmd --reload, in the zone of the stations' network";
@@ -142,8 +150,8 @@ class Evaluation {
 
   End walk(const JsonValue& chain, int depth) { return walk(chain["name"].asString(), depth); }
 
-  /// What becomes of the datagram in a chain; worked out once, since chains that jump to each other
-  /// in many ways would take time without end.
+  /// The fate of the datagram in a chain. Computed once for each chain: chains that jump to each
+  /// other in many ways would take exponential time, and circles would not end.
   End walk(const std::string& name, int depth) {
     if (depth > kDeepest) return End::eFell;
     const auto [known, isNew] = walked_.try_emplace(name);
@@ -172,7 +180,7 @@ class Evaluation {
     return End::eFell;
   }
 
-  /// A rule's parts in order: what it asks for, then what it does.
+  /// A rule's parts in order: first its conditions, then its action.
   End apply(const std::vector<JsonValue>& parts, int depth) {
     Answer fits = Answer::eYes;
     for (const JsonValue& part : parts) {
@@ -190,6 +198,7 @@ class Evaluation {
 
   End actOf(const JsonValue& part, int depth) {
     if (part.find("accept")) return End::eAccepted;
+    // A queued datagram waits for a program, which may not let it through.
     if (part.find("drop") || part.find("reject") || part.find("queue")) return End::eDropped;
     if (part.find("return")) return End::eReturned;
     for (const char* const word : {"jump", "goto"}) {
@@ -201,7 +210,7 @@ class Evaluation {
     return End::eFell;
   }
 
-  /// A verdict map: the entry that names what the datagram has.
+  /// A verdict map: the action of the entry that fits the datagram.
   End actOfMap(const JsonValue& map, int depth) {
     const Words words = wordsOf(map["key"]);
     for (const JsonValue& entry : map["data"]["set"].elements()) {
@@ -217,6 +226,7 @@ class Evaluation {
   }
 
   Answer fitsPart(const JsonValue& part) const {
+    // Whether a limit is reached, or what an extension of the old filter asks, is not known here.
     if (part.find("limit") || part.find("xt")) return Answer::eMaybe;
     const JsonValue* const match = part.find("match");
     if (!match) return Answer::eYes;
@@ -237,6 +247,7 @@ class Evaluation {
   }
 
   [[nodiscard]] Words wordsOf(const JsonValue& left) const {
+    // The datagram in question is a new broadcast over UDP and IPv4.
     const std::string& meta = left["meta"]["key"].asString();
     if (meta == "l4proto") return {{"17", "udp"}};
     if (meta == "nfproto") return {{"ipv4"}};
@@ -283,7 +294,7 @@ JsonValue match(JsonValue left, JsonValue right, bool isNot) {
 
 JsonValue meta(const char* key) { return wrapped("meta", wrapped("key", key)); }
 
-/// A condition that may or may not hold.
+/// A condition that is not understood: it may or may not hold.
 JsonValue unsure() { return wrapped("xt", true); }
 
 /// "27000:27100", "27015"
@@ -365,13 +376,15 @@ class Rule {
     }
   }
 
-  /// Other machines' datagrams come and go by any interface but the loopback.
+  /// Datagrams of other machines never use the loopback interface, and may use any other.
   void readInterface(const std::string& name, bool isNot) {
     if (name != "lo") return parts_.append(unsure());
+    // A condition that never holds.
     if (!isNot) parts_.append(match(meta("l4proto"), "none", false));
   }
 
   static JsonValue actOf(const std::string& target) {
+    // These targets change or note a datagram, and the next rule goes on.
     for (const char* const log : {"LOG", "NFLOG", "MARK", "CONNMARK", "TRACE", "CT", "NOTRACK"}) {
       if (target == log) return wrapped("log", true);
     }

@@ -27,8 +27,8 @@ constexpr auto kLimit = std::chrono::seconds(10);
 constexpr auto kTimeToReturn = std::chrono::seconds(2);
 constexpr auto kTimeToList = std::chrono::seconds(8);
 
-/// Where the programs for firewalls are. They are run by their whole path and without a shell, so
-/// that no PATH of this user's decides what runs, which may be as root.
+/// Folders of the firewall programs. They are run by their whole path and without a shell: this may
+/// run as root, and the user's PATH must not decide what runs.
 constexpr std::array kProgramFolders{"/usr/sbin/", "/sbin/", "/usr/bin/", "/bin/"};
 constexpr std::size_t kLargestRuleset = std::size_t{16} << 20;
 
@@ -77,6 +77,7 @@ Findings lookDestinations(const DoctorFacts& facts) {
 }
 
 /// The address from which a datagram to this destination leaves; an errno value where it cannot.
+/// connect() on a UDP socket sends nothing: it asks the kernel for the route.
 int routeTo(const Destination& destination, int port, Ipv4& from) {
   const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   const int on = 1;
@@ -84,6 +85,7 @@ int routeTo(const Destination& destination, int port, Ipv4& from) {
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<std::uint16_t>(port));
   address.sin_addr.s_addr = htonl(destination.address.value);
+  // Without it the kernel refuses to connect to a broadcast address.
   ::setsockopt(socket.get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
   socklen_t size = sizeof address;
   if (::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), size) != 0 ||
@@ -98,7 +100,7 @@ Findings lookRoutes(const DoctorFacts& facts) {
   Interfaces interfaces;
   Findings findings;
   for (const Destination& destination : interfaces.destinations(addressesOf(facts))) {
-    // Such datagrams leave by their interface, whatever the routes are.
+    // These datagrams leave by their interface, independent of routes.
     if (destination.address.isLimitedBroadcast() && destination.interface != 0) continue;
     Ipv4 from;
     const std::string name = placeOf(destination, interfaces);
@@ -115,6 +117,7 @@ Findings lookRoutes(const DoctorFacts& facts) {
 
 Findings lookPort(const DoctorFacts& facts) {
   const std::string port = "UDP port " + std::to_string(facts.port);
+  // Read before this program opens the port, too.
   const auto users = usersOfPort(facts.port);
   const auto socket = ListenerSocket::open(facts.station.listen, facts.port);
   if (socket) {
@@ -134,6 +137,7 @@ Findings lookListen(const DoctorFacts& facts) {
   if (!address || *address == Ipv4{} || address->isMulticast()) {
     return {pass("stations listen at all addresses")};
   }
+  // The kernel delivers a broadcast only to sockets at all addresses or at that broadcast address.
   return {warn("a station that listens at " + facts.station.listen +
                    " hears no broadcasts, only what is sent to that address",
                "leave --listen out")};
@@ -146,8 +150,8 @@ Findings lookBuffer(const DoctorFacts& facts) {
                "see that net.core.rmem_max is 8388608 or more (sysctl net.core.rmem_max)")};
 }
 
-/// What a program of the system writes to standard output and standard error, up to a limit; a
-/// sentence where it is not installed.
+/// The output of a system program, both streams, up to a limit; a sentence where it is not
+/// installed. The error stream tells the user why the rules cannot be read.
 std::string outputOf(const std::string& program, std::vector<const char*> words) {
   for (const char* const folder : kProgramFolders) {
     const std::string path = folder + program;
@@ -171,6 +175,8 @@ std::string outputOf(const std::string& program, std::vector<const char*> words)
 
 Findings lookFirewall(const DoctorFacts& facts) {
   const auto tables = readFresh(kLegacyTables);
+  // The file exists while the old filter is loaded, and only root may read it. Unread, it counts as
+  // in use.
   const bool isLegacyThere = tables ? !tables->empty() : existsFresh(kLegacyTables);
   return judgeFirewall(outputOf("nft", {"-j", "list", "ruleset"}),
                        isLegacyThere ? outputOf("iptables-legacy-save", {}) : "", facts.port);
@@ -190,7 +196,8 @@ bool comesBack(const ListenerSocket& listener, const std::string& bytes) {
   return false;
 }
 
-/// A broadcast that leaves comes back to its own machine; a unicast to another does not.
+/// Sends to a destination and waits for the datagram. The kernel hands a broadcast back to its own
+/// machine; a unicast to another machine does not come back.
 Finding tryDestination(const DoctorFacts& facts, const ListenerSocket& listener,
                        const Destination& destination, const std::string& name) {
   SenderSocket sender;

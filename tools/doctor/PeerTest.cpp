@@ -23,10 +23,10 @@ constexpr unsigned kPauseMicroseconds = 50'000;
 constexpr auto kTimeToReadAnswers = std::chrono::seconds(3);
 constexpr std::chrono::milliseconds kAtOnce(0);
 
-/// How long one that is greeted may take to answer.
+/// A greeted trial may take so long to answer.
 constexpr auto kTimeToAnswer = std::chrono::seconds(5);
 
-/// What waiting and all steps may take together, beyond the patience.
+/// The time for waiting and all steps, beyond the patience.
 constexpr auto kLimit = std::chrono::seconds(150);
 constexpr auto kPatience = std::chrono::seconds(60);
 
@@ -47,6 +47,7 @@ void append(Findings& all, Findings more) {
 
 PeerTestSide sideOf(const DoctorFacts& facts) {
   PeerTestSide side{facts.station.host, facts.station.user, {}, facts.port, {}, {}};
+  // Differs between machines even where they have the same name, as copies of an image do.
   if (const auto id = readFresh("/proc/sys/kernel/random/boot_id")) side.machine = *id;
   if (const auto mount = mountOfFolder(facts)) {
     side.mount = mount->type + " from " + mount->source;
@@ -88,7 +89,7 @@ bool PeerTest::isWished(const PeerTestSide& side) const {
   return side.machine != self_.machine || !isSameName(side.host, self_.host);
 }
 
-/// Greets those that it wishes for and has not greeted yet; whether there were any.
+/// Greets suitable trials that it has not greeted yet; whether there were any.
 bool PeerTest::greetNewcomers() {
   bool hasGreeted = false;
   for (const std::string& id : mail_.writersOf("here")) {
@@ -103,7 +104,8 @@ bool PeerTest::greetNewcomers() {
   return hasGreeted;
 }
 
-/// Agrees with one that greets it.
+/// Agrees with one trial that greets this one, and stays with it: of three trials, two must not
+/// wait for the same third.
 void PeerTest::choose() {
   for (const std::string& id : mail_.writersOf("greets-" + mail_.ownId())) {
     if (!otherId_.empty() || known_.count(id) == 0 || !isWished(known_[id])) continue;
@@ -112,12 +114,13 @@ void PeerTest::choose() {
   }
 }
 
-/// Goes on when the one that it agrees with has agreed, too. What a killed trial left behind
-/// neither greets nor agrees.
+/// True once both trials have agreed with each other. Files that a killed trial left behind neither
+/// greet nor agree.
 bool PeerTest::agree() {
   mail_.post("here", objectOf(self_));
   auto deadline = Clock::now() + wishes_.patience;
   for (;;) {
+    // A trial that came just before the deadline still gets the time to answer.
     if (greetNewcomers()) deadline = std::max(deadline, Clock::now() + kTimeToAnswer);
     choose();
     if (!otherId_.empty() && mail_.writersOf("agrees-" + mail_.ownId()).count(otherId_) != 0) {
@@ -165,7 +168,7 @@ Findings PeerTest::hold() {
   findings = named("names", std::move(findings));
   append(findings, named("datagrams", tryHearing(pair)));
   append(findings, named("exclusive open", tryLocks(pair)));
-  // The letters go with this: the other may still have to read the last one.
+  // Ending removes the letters of this trial. Wait until the other trial has read the last one.
   mail_.post("ends");
   static_cast<void>(mail_.await(otherId_, "ends", kTimeToReadAnswers));
   return findings;
@@ -178,6 +181,7 @@ Check meetingCheck(const DoctorFacts& facts, const std::string& other,
     const bool mayCome = !other.empty() || (mount && mount->isNetwork());
     const auto wait = patience.value_or(mayCome ? kPatience : std::chrono::seconds(0));
     if (wait.count() > 0) {
+      // Otherwise the command would be silent for a minute. Standard output is for findings alone.
       std::fprintf(stderr, "waiting for %s to run the same command, %ld s at most\n",
                    other.empty() ? "another machine" : shownText(other).c_str(),
                    static_cast<long>(wait.count()));
@@ -222,11 +226,12 @@ void sendAll(const Pair& pair) {
     for (const Destination& destination : interfaces.destinations(addresses)) {
       sender.send(destination, static_cast<std::uint16_t>(pair.facts.port), bytes);
     }
+    // A burst could overflow a buffer on the way and look like a firewall.
     ::usleep(kMicrosecondsBetweenDatagrams);
   }
 }
 
-/// Over several networks in common each may come more than once.
+/// Counts the other trial's datagrams. Over several common networks each may arrive more than once.
 int countFrom(const std::string& id, const ListenerSocket& listener) {
   DatagramReader reader;
   const std::string wanted = trialDatagram(id);
@@ -286,6 +291,8 @@ Findings tryHearing(Pair& pair) {
   Hearing own;
   const auto listener = ListenerSocket::open(pair.facts.station.listen, pair.facts.port);
   own.canListen = static_cast<bool>(listener);
+  // Nobody sends before both listen, and nobody counts before both have sent: datagrams wait in the
+  // socket's buffer.
   pair.mail.post("listens");
   if (!pair.mail.await(pair.otherId, "listens", pair.patience)) {
     return {fail(pair.other.host + " went away before it listened", "run both again")};
@@ -309,7 +316,7 @@ using std::chrono::milliseconds;
 
 constexpr auto kTimeToFree = std::chrono::seconds(10);
 
-/// What came of one order of holding and trying.
+/// The result of one order of holding and trying.
 struct Round {
   bool isHeld = false;   ///< the holder got the file
   bool isTaken = false;  ///< the other got it at the same time
@@ -337,6 +344,7 @@ Round lost(const Pair& pair) {
 
 /// Holds the file until the other has tried it, then kills the holder.
 Round hold(Pair& pair, const std::string& name) {
+  // The lower id of the two: both sides name the same file.
   const ProbeFile file(pair.folder.file(std::min(pair.mail.ownId(), pair.otherId), name));
   LockHolder holder(pair.facts.open, file.path());
   Round round;
@@ -359,6 +367,7 @@ Round tryWhileHeld(Pair& pair, const std::string& name) {
   Round round = roundOf(*held);
   if (!round.isHeld) return round;
   {
+    // Closed before the other trial is told: a file that was wrongly taken must not stay held.
     const OpenOutcome outcome = pair.facts.open(path);
     round.isTaken = outcome.problem == eFileError::eNone;
     if (!round.isTaken && outcome.problem != eFileError::eHeld) {
@@ -373,7 +382,7 @@ Round tryWhileHeld(Pair& pair, const std::string& name) {
   return round;
 }
 
-/// The option that is to blame, by the mounts of both; what to look for where none shows.
+/// Names the mount option that breaks locks, or else what to look for.
 std::string fixFor(const Pair& pair) {
   std::string fix;
   for (const PeerTestSide* const side : {&pair.self, &pair.other}) {

@@ -37,7 +37,7 @@ PeerTestSide sideOf(const JsonValue& letter);
 class PeerTest {
  public:
   struct Options {
-    std::string other;  ///< the host to meet; empty for whoever comes from another machine
+    std::string other;                   ///< the host to meet; empty: any other machine
     std::chrono::milliseconds patience;  ///< how long to wait for it
     std::chrono::milliseconds stepPatience = std::chrono::seconds(20);
   };
@@ -45,8 +45,8 @@ class PeerTest {
   /// The facts and the folder must outlive it.
   PeerTest(const DoctorFacts& facts, const ProbeFolder& folder, Options wishes);
 
-  /// Waits for the other and runs the trial. No findings where nobody in particular was wished for
-  /// and there was no patience.
+  /// Waits for the other and runs the trial. No findings where no host was named and the patience
+  /// is 0.
   Findings hold();
 
  private:
@@ -62,7 +62,7 @@ class PeerTest {
   const ProbeFolder& folder_;
   Options wishes_;
   PeerTestSide self_;
-  std::map<std::string, PeerTestSide> known_;  ///< who is here, by id
+  std::map<std::string, PeerTestSide> known_;  ///< the trials in the folder, by id
   std::string otherId_;                        ///< the one that this agreed with
   FileMailbox mail_;
 };
@@ -86,7 +86,7 @@ struct Pair {
   [[nodiscard]] bool isFirst() const { return mail.ownId() < otherId; }
 };
 
-/// Who hears whom.
+/// Whether each machine receives the datagrams of the other.
 Findings tryHearing(Pair& pair);
 
 /// Whether an exclusive open on one machine excludes the other, in both orders, and is free after

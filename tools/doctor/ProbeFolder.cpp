@@ -26,7 +26,7 @@ constexpr std::time_t kStale = 600;  // seconds
 constexpr int kTries = 20;
 constexpr unsigned kPause = 10'000;  // microseconds
 
-/// Whether the folder went between two looks at it.
+/// Whether the folder was removed between two steps.
 bool isGone(const Error& problem) {
   return problem.code == ErrorCode::eNotFound || problem.code == ErrorCode::eStale;
 }
@@ -38,7 +38,8 @@ ProbeFolder::~ProbeFolder() {
   ::rmdir(path_.c_str());
 }
 
-/// A trial on another machine may end, and remove the folder, before there is a file in it.
+/// Tries several times: a trial on another machine may end, and remove the folder, before this one
+/// has a file in it.
 Result<void> ProbeFolder::make() {
   mark_ = file(newTrialId(), "open");
   Result<void> made;
@@ -60,6 +61,7 @@ Result<void> ProbeFolder::makeOnce() {
   if (!S_ISDIR(status.st_mode)) {
     return Error{ErrorCode::eBadContent, path_ + " is no folder; move it away.", path_};
   }
+  // A folder that was there may hold files of killed trials.
   if (!made) removeStale();
   return {};
 }
@@ -68,7 +70,8 @@ std::string ProbeFolder::file(const std::string& id, const std::string& step) co
   return path_ + "/" + std::string(kPrefix) + id + "-" + step;
 }
 
-/// Ages are counted by the share's clock: against the time of a file that is made now.
+/// Ages are counted by the share's clock: the time of a new file stands for now. This machine's
+/// clock may differ.
 void ProbeFolder::removeStale() const {
   const ProbeFile now(file(newTrialId(), "now"));
   struct stat made {};
@@ -78,6 +81,7 @@ void ProbeFolder::removeStale() const {
   for (const std::string& name : *names) {
     const std::string path = path_ + "/" + name;
     struct stat status {};
+    // Half-written files of killed trials begin with ".kv-".
     const bool isOurs = name.starts_with(kPrefix) || name.starts_with(".kv-");
     if (!isOurs || ::lstat(path.c_str(), &status) != 0 || S_ISDIR(status.st_mode)) continue;
     if (made.st_mtime - status.st_mtime > kStale) ::unlink(path.c_str());
@@ -130,6 +134,8 @@ std::optional<JsonValue> FileMailbox::await(const std::string& id, const std::st
   return std::move(*letter);
 }
 
+// Lists the folder anew each time: a cached "not found" of a single file may last for long on a
+// share.
 std::set<std::string> FileMailbox::writersOf(const std::string& step) const {
   touchNowAndThen();
   std::set<std::string> writers;

@@ -65,9 +65,9 @@ class ProbeFile {
   std::string path_;
 };
 
-/// Letters between the trials of two machines: small files in the probe folder, each written once,
-/// whole, under a name of its own, so that no cache of a network file system has an older one of it
-/// and no lock is needed.
+/// Messages between the trials of two machines: small files in the probe folder. Each is written
+/// once, as a whole, under a name of its own. So no cache of a network file system holds an older
+/// version, and no lock is needed.
 ///
 ///     kvd-<who wrote it>-<step>      kvd-6f1c22ab-here
 ///
@@ -93,9 +93,9 @@ class FileMailbox {
   [[nodiscard]] std::set<std::string> writersOf(const std::string& step) const;
 
  private:
-  /// A letter that came in the same tick of the server's clock as the last look leaves the folder's
-  /// time as it was, and a network file system's cache does not look again for up to a minute; a
-  /// new time of the folder makes it look.
+  /// Sets the folder's time now and then. A letter that came within the same tick of the server's
+  /// clock as the last listing leaves that time unchanged; a network file system's cache would then
+  /// not list again for up to a minute.
   void touchNowAndThen() const;
 
   const ProbeFolder& folder_;

@@ -24,6 +24,7 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kLimit = std::chrono::seconds(5);
 constexpr auto kLongLimit = std::chrono::seconds(30);
 constexpr unsigned long long kMebibyte = 1ULL << 20U;
+// File systems may round times to 2 s.
 constexpr double kClockTolerance = 2;  // seconds
 constexpr auto kSlowToSee = milliseconds(2000);
 
@@ -41,7 +42,7 @@ std::string sizeText(unsigned long long bytes) {
 
 std::string timeText(milliseconds time) { return std::to_string(time.count()) + " ms"; }
 
-/// A sentence without its full stop, to stand before more.
+/// A sentence without its full stop, for a text that continues.
 std::string clause(std::string sentence) {
   while (!sentence.empty() && sentence.back() == '.') sentence.pop_back();
   return sentence;
@@ -84,6 +85,7 @@ Findings lookSpace(const DoctorFacts& facts) {
     return {warn("the free space cannot be read: " + std::string(std::strerror(errno)),
                  "look at it on the server")};
   }
+  // f_bavail, not f_bfree: the reserve of root is of no use to stations.
   return judgeSpace(static_cast<unsigned long long>(status.f_bavail) * status.f_frsize,
                     status.f_favail, status.f_files);
 }
@@ -124,7 +126,8 @@ Findings lookExclusion(const DoctorFacts& facts) {
                "too")};
 }
 
-/// Looks as a station does, first in vain, then until the file is there.
+/// Looks for the file as a station does. The first look finds nothing, so that the file system may
+/// keep that answer; the second mark tells when the file is seen in spite of it.
 void watchFor(const std::string& path, int pipe) {
   const char mark = existsFresh(path) ? '-' : '+';
   writeAll(pipe, {&mark, 1});
@@ -178,6 +181,8 @@ Findings lookClock(const DoctorFacts& facts) {
   const ProbeFile file(folder.file(newTrialId(), "clock"));
   timespec here{};
   struct stat status {};
+  // The kernel stamps local files with this clock; by the finer one a new file would seem to be
+  // old.
   ::clock_gettime(CLOCK_REALTIME_COARSE, &here);
   if (!writeAtomically(file.path(), "clock") || ::lstat(file.path().c_str(), &status) != 0) {
     return {warn("the time of a new file cannot be read", "see rights, above")};
@@ -192,6 +197,7 @@ Findings judgeSpace(unsigned long long freeBytes, unsigned long long files,
                     unsigned long long allFiles) {
   const std::string text = sizeText(freeBytes) + " free";
   if (freeBytes < 16 * kMebibyte) return {fail(text, "make room on it: nothing can be saved")};
+  // Some file systems count no files, and report 0 for both.
   if (allFiles > 0 && files == 0) {
     return {fail(text + ", but no more files can be made",
                  "remove files that nobody needs, or give the file system more inodes")};

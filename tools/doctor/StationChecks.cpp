@@ -30,11 +30,12 @@ Findings lookMarker(const DoctorFacts& facts) {
   const bool isThere =
       !user.empty() && existsFresh(marker) && ::lstat(marker.c_str(), &status) == 0;
   const long age =
+      // The share's clock may be ahead of this machine's.
       isThere ? std::max(0L, static_cast<long>(std::time(nullptr) - status.st_mtime)) : -1;
   return judgeMarker(user, age, isStationRunning() ? StationHere::eRuns : StationHere::eNone);
 }
 
-/// The user list; without names where there is none.
+/// The user list; empty where it cannot be read, which lookUserList() reports.
 UserList userListOf(const DoctorFacts& facts) {
   const auto bytes = readFresh(facts.station.projectsDirectory + "/userlist.dat", kLargestList);
   return bytes ? readUserList(*bytes) : UserList();
@@ -56,6 +57,7 @@ Findings judgeName(const std::string& what, const std::string& name) {
   const std::string shown = "the " + what + " " + inQuotes(name);
   const std::string other = "choose another with --" + what.substr(0, what.find(' '));
   if (name.empty()) return {fail("the " + what + " is empty: nobody knows this station", other)};
+  // In the order of harm: the first fault hides the others.
   if (!travelsWhole(name)) {
     return {fail(shown + " holds the byte AC, which ends a field of a message: others see it cut",
                  other + ", without that character")};

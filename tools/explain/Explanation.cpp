@@ -43,7 +43,7 @@ Explanation freeOf(const std::string& object, const char* cause) {
   return state(object, "free", cause, {});
 }
 
-/// What keeps a file from being read or written, by the error that tells.
+/// The state of a file that cannot be read or written, by the error.
 Explanation refusedBy(const std::string& object, const Error& error) {
   const FileProblem& problem = fileProblem(error.code);
   if (problem.code == ErrorCode::eSystem || problem.code == ErrorCode::eBadContent) {
@@ -55,15 +55,14 @@ Explanation refusedBy(const std::string& object, const Error& error) {
                problem.advice);
 }
 
-/// The same for what the file manager's last open of a lock met.
+/// The same, by the error of the file manager's last open of a lock.
 Explanation refusedBy(const std::string& object, eFileError error, const std::string& path) {
   const FileProblem& problem = fileProblem(error);
   return state(object, problem.name,
                "cannot be used: " + std::string(problem.text) + " (" + path + ")", problem.advice);
 }
 
-/// Whether this user could make and replace files in a folder; the one thing that stands in the
-/// way, else a free state.
+/// Whether this user may make and replace files in a folder: the refusal, or else a free state.
 Explanation lookAtRights(const std::string& object, const std::string& folder) {
   if (::access(folder.c_str(), R_OK | W_OK | X_OK) == 0) return freeOf(object, "");
   return refusedBy(object, errorFromErrno(errno, "write", folder));
@@ -73,7 +72,7 @@ std::string holderName(const LockEntry& lock) {
   return lock.holder.empty() ? "a station whose user's name cannot be read" : lock.holder;
 }
 
-/// How a lock ends whose holder's machine is gone, by the file system that keeps it.
+/// Advice for a lock whose holder's machine is gone, by the type of the file system.
 std::string adviceForDeadMachine(const std::string& folder) {
   const auto info = readFresh("/proc/self/mountinfo");
   const auto mount = info ? mountOf(*info, folder) : std::nullopt;
@@ -94,12 +93,13 @@ std::string adviceForDeadMachine(const std::string& folder) {
          stays;
 }
 
-/// What a lock file says; free where it is not there.
+/// The state of a lock file; free where it does not exist.
 Explanation lookAtLockOf(const std::string& object, const std::string& path,
                          const Subject& subject) {
   LockEntry lock;
   lock.path = path.substr(subject.base.size() + 1);
   lookAgain(lock);
+  // At once: every further use of the file manager replaces it.
   const eFileError problem = OS().fileManager().lastError();
   Explanation explanation = freeOf(object, "is free");
   switch (lock.state) {
@@ -138,6 +138,8 @@ Explanation explainProject(const Subject& subject) {
   }
   const std::string object = "Project " + inQuotes(record->name);
   Explanation lock = lookAtLockOf(object, folder + "/Lock", subject);
+  // A lock that was left behind can be taken. Missing rights are the harder obstacle, so they are
+  // told first.
   if (!lock.isFree() && lock.state != "left behind") return lock;
   Explanation rights = lookAtRights(object, folder);
   if (!rights.isFree()) return rights;
@@ -146,7 +148,7 @@ Explanation explainProject(const Subject& subject) {
                 record->isPrivate ? "is free: nobody has it open" : "is open to all: it is shared");
 }
 
-/// The project where it stands in the way of what is in it.
+/// The project as an obstacle for its rooms and edits: a lock that was left behind is none.
 Explanation explainDependencies(const Subject& subject) {
   Explanation project = explainProject(subject);
   if (project.state == "left behind") project.state = "free";
@@ -165,7 +167,7 @@ Explanation explainRoom(const Subject& subject) {
   return rights.isFree() ? lock : rights;
 }
 
-/// How an owner changes that no station is: only a station of an administrator may give such edits.
+/// Advice for an edit whose owner is no station: only an administrator's station may give it away.
 std::string onAdministratorsStation(const std::string& user) {
   return "give it to a station: edit give EDIT " + user +
          ", on a station that was started with --set Administrator=1";
@@ -228,6 +230,7 @@ Explanation explainFile(const Subject& subject) {
   const auto bytes = readFresh(subject.path);
   if (!bytes) return refusedBy(object, bytes.error());
   if (subject.name.ends_with(kRecordEnding)) {
+    // Stations refuse larger records; the second read makes their error.
     if (bytes->size() > kLargestRecord) {
       return refusedBy(object, readFresh(subject.path, kLargestRecord).error());
     }

@@ -129,6 +129,7 @@ Result<Subject> subjectUnder(const Cookie& project, const std::string& rest) {
     return subject;
   }
   if (rest.starts_with(kRoomFolder)) {
+    // In this order: an information file is called NAME.lck.inf.
     const std::string name = withoutEndings(rest.substr(kRoomFolder.size()),
                                             {kInformationEnding, kLockEnding, kRecordEnding});
     if (!roomNameOf(name).empty()) return roomOf(project, name);
@@ -145,6 +146,7 @@ Result<Subject> subjectUnder(const Cookie& project, const std::string& rest) {
     for (const Subject& each : named) choices += "\n  " + each.path;
     return severalOf(rest, choices);
   }
+  // Never outside of the project's folder.
   if (rest.find("..") != rest.npos || !existsFresh(subject.path + "/" + rest)) {
     return nothingThere(rest, "is no room, edit or file of project " + project.asString().str() +
                                   "; kv-share locks " + subject.base + " shows projects and rooms");
@@ -158,6 +160,7 @@ Result<Subject> subjectUnder(const Cookie& project, const std::string& rest) {
 }  // namespace
 
 std::string projectsDirectoryOf(const std::string& path) {
+  // By the text first, which needs no answer of the share.
   for (std::string folder = path; folder.size() > 1; folder = folderOf(folder)) {
     if (isProject(nameOf(folder))) return folderOf(folder);
   }

@@ -18,8 +18,8 @@ struct Amount {
   unsigned long bytes = 0;  ///< that its removal would free
 };
 
-/// Whether a file that has a second name counts. A version that is still the object itself takes no
-/// room of its own; what is deleted has its last version in the history, which goes with it.
+/// Whether files with a second name count. A version that is still the object itself takes no room
+/// of its own. A deleted object keeps its last version in the history, which is removed with it.
 enum class SecondNames { eCount, eLeaveOut };
 
 /// Adds a file, or what lies in a folder.
@@ -42,6 +42,7 @@ Amount amountIn(const std::string& folder, SecondNames names) {
   const auto inside = listFresh(folder);
   if (!inside) return amount;
   for (const std::string& name : *inside) {
+    // Files that are being written begin with a dot.
     if (name.starts_with(".")) continue;
     ++amount.objects;
     addEntry(folder + "/" + name, 0, names, amount);

@@ -26,7 +26,8 @@ constexpr const char* kRotation =
     "To change keys, add a new one, use it, and remove the old one a minute later. A key is used "
     "when every station that is there has read it, which takes seconds.";
 
-/// The living stations that look at seals, and those of them that do not know a key.
+/// The number of running stations that check seals, and the names of those that do not have a key
+/// yet.
 struct Knowing {
   std::size_t all = 0;
   std::vector<std::string> without;
@@ -48,7 +49,8 @@ std::vector<FoundStation> stationsIn(const std::string& directory) {
   return stations ? std::move(*stations) : std::vector<FoundStation>();
 }
 
-/// Refuses a key that others would take for a stranger's.
+/// Refuses to use a key that some stations have not read yet: they would drop what is sealed with
+/// it.
 Result<void> checkKnown(const std::string& directory, const std::string& id) {
   const Knowing knowing = knowingOf(stationsIn(directory), id);
   if (knowing.without.empty()) return {};
@@ -74,7 +76,7 @@ JsonValue shown(const std::string& directory, const KeyRing& ring) {
   return keys;
 }
 
-/// A ring that everybody can read protects nobody; some mounts show every file so.
+/// Warns of a ring that everybody can read. Some mounts show every file so, whatever its mode is.
 void warnOfReaders(const std::string& directory) {
   const std::string path = directory + "/" + KeyRing::kFile;
   struct stat status {};
@@ -99,7 +101,8 @@ ToolStatus list(const KeysRequest& request, const KeyRing& ring) {
   return eToolDone;
 }
 
-/// Changes the ring, which is read again first by whoever else changes it at this moment.
+/// Changes the ring and replaces its file as a whole. No lock is taken: of two changes at the same
+/// moment the later one stays.
 ToolStatus change(const KeysRequest& request, KeyRing ring,
                   const std::function<Result<std::string>(KeyRing&)>& change, const char* did) {
   const auto id = change(ring);

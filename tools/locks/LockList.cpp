@@ -36,8 +36,8 @@ std::int64_t timeOf(const std::string& path) {
   return ::lstat(path.c_str(), &status) == 0 ? status.st_mtime : 0;
 }
 
-/// Whether an information file was written before the lock was taken. A holder writes it after the
-/// lock file; where an earlier one may not be overwritten, its name stays.
+/// Whether an information file is older than the lock. A holder writes it after taking the lock
+/// file. Where it may not overwrite that of an earlier holder, the old name stays.
 bool isOlder(const std::string& information, const std::string& lockFile) {
   constexpr std::int64_t kClockTicks = 2;  // seconds that a file system may round by
   const std::int64_t written = timeOf(information);
@@ -97,6 +97,7 @@ Result<void> forEachLock(const std::function<void(const LockEntry&)>& take) {
 void sortByName(std::vector<LockEntry>& locks) {
   std::ranges::stable_sort(locks, [](const LockEntry& one, const LockEntry& other) {
     const auto keyOf = [](const LockEntry& lock) {
+      // The cookie keeps the rooms of two projects with the same name apart.
       return std::tuple(lock.project, lock.path.substr(0, lock.path.find('/')), lock.room);
     };
     return keyOf(one) < keyOf(other);
@@ -126,6 +127,7 @@ Result<std::vector<LockEntry>> locksNamed(const std::string& word) {
     if (isNamed(lock, wanted)) found.push_back(lock);
   };
   const Cookie project(wanted.substr(0, wanted.find('/')).c_str(), false);
+  // A cookie names the folder: the other projects of a large share need not be read.
   if (project.getType() == CookieTypeProject) {
     takeLocksOf(project, collect);
   } else if (auto listed = forEachLock(collect); !listed) {
@@ -159,14 +161,15 @@ namespace {
 
 std::string timeText(const LockEntry& lock) { return lock.since ? utcText(lock.since) : ""; }
 
-/// For people: a held lock without a readable name says so.
+/// For people. The holder writes the name after the lock, so it may be missing for a moment.
 std::string holderColumn(const LockEntry& lock) {
   if (lock.hasOldName) return "(not known: " + nameOf(lock.path) + ".inf is of an earlier holder)";
   if (!lock.holder.empty()) return lock.holder;
   return lock.state == LockState::eHeld ? "(name not readable yet)" : "";
 }
 
-/// For people: "free" would say that nobody is in a shared project, which no lock tells.
+/// For people. Users of a shared project take no lock, so a free lock does not tell that nobody is
+/// in it.
 std::string stateColumn(const LockEntry& lock) {
   return lock.isShared && lock.state == LockState::eFree ? "open to all" : stateName(lock.state);
 }
@@ -190,7 +193,7 @@ JsonValue objectOf(const LockEntry& lock) {
                             {"since", timeText(lock)}});
 }
 
-/// What needs a look stands out: what a gone station left behind, and what cannot be looked at.
+/// Colours what needs attention: locks left behind, and locks that cannot be checked.
 const char* colourOf(const JsonValue& row) {
   const std::string& state = row["state"].asString();
   if (state == stateName(LockState::eHeld)) return kGreen;
@@ -267,9 +270,9 @@ bool userAgrees(const LockEntry& lock) {
   return answer == "y" || answer == "Y" || answer == "yes";
 }
 
-/// The information file goes while this holds the lock, so that it cannot be a new holder's; then
-/// the lock file goes by the file manager's removal, which takes the lock itself and leaves alone
-/// what a station has taken in between.
+/// Removes the information file while this process holds the lock, so that it cannot be that of a
+/// new holder. Then removes the lock file with the file manager, which takes the lock itself and
+/// leaves a lock alone that a station has taken meanwhile.
 ToolStatus removeLock(const LockEntry& lock) {
   iFileManager& files = OS().fileManager();
   const auto path = wideText(lockFileOf(lock));

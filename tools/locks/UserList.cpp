@@ -61,6 +61,7 @@ UserList readUserList(std::string_view bytes) {
     if (!problem.empty()) {
       list.problems.push_back("userlist.dat line " + std::to_string(number) + " " + problem);
     }
+    // A faulty line counts as a name all the same: stations read it so.
     auto name = Kv::WStringFromAscii(hostText(line));
     Kv::toUpper(name);
     const std::string user = utf8Text(name);
@@ -130,6 +131,7 @@ JsonValue tableOf(const std::vector<std::string>& users, std::vector<Marker> mar
   };
   for (const auto& user : users) {
     const auto found = std::find_if(markers.begin(), markers.end(), [&](const Marker& marker) {
+      // Markers keep the case of the name; the list is in capitals.
       return upperCased(marker.user) == user;
     });
     const bool isActive = found != markers.end();

@@ -17,10 +17,10 @@ namespace korvel {
 
 namespace {
 
-/// How far the clocks of two machines may differ, and how late a list may be, in seconds.
+/// Seconds that the clocks of two machines may differ, and that a list may be late.
 constexpr long kTolerance = 10;
 
-/// One that has sent for so long after it was heard last is no longer heard.
+/// A station that has sent so many seconds after it was last heard is no longer heard.
 constexpr long kLostAfter = 15;
 
 std::vector<Ipv4> addressesOf(const JsonValue& list) {
@@ -94,7 +94,7 @@ Finding strangersOf(const HeardFile& file) {
                         file.host + " shows who, and accept_networks keeps strangers out"));
 }
 
-/// What is wrong between two programs, if anything.
+/// The problem between two stations, if there is one.
 void judgePair(const HeardFile& one, const HeardFile& other, Findings& findings) {
   const MeshLink there = linkOf(one, other);
   const MeshLink back = linkOf(other, one);
@@ -139,12 +139,14 @@ Result<HeardFile> readHeardFile(const std::string& text, long age) {
 
 MeshLink linkOf(const HeardFile& listener, const HeardFile& sender) {
   const long last = lastHeard(listener, sender);
+  // Only what was sent while the listener was listening, and early enough to be in its list, proves
+  // anything.
   const bool couldHear = sender.lastSent > listener.since + kTolerance &&
                          sender.lastSent + kTolerance < listener.written;
   if (last != 0) {
     return couldHear && sender.lastSent > last + kLostAfter ? MeshLink::eDeaf : MeshLink::eHears;
   }
-  // A list that forgot senders does not prove that one of them was never heard.
+  // A full list drops senders, so a missing one may have been heard.
   return couldHear && listener.strangers == 0 ? MeshLink::eDeaf : MeshLink::eQuiet;
 }
 
@@ -205,7 +207,7 @@ std::vector<HeardFile> readLists(const std::string& folder, const std::vector<st
   return files;
 }
 
-/// The names of the others that a station hears in this way.
+/// The names of the other stations with this link to a station.
 JsonValue othersOf(const HeardFile& file, const std::vector<HeardFile>& files, MeshLink link) {
   JsonValue names = JsonValue::array();
   for (const HeardFile& other : files) {
@@ -244,7 +246,7 @@ JsonValue objectOf(const HeardFile& file, const std::vector<HeardFile>& files) {
                             {"strangers", strangersTo(file, files)}});
 }
 
-/// The same for people, who need no loopback address.
+/// The same for people, without the host and its addresses.
 JsonValue rowOf(const HeardFile& file, const std::vector<HeardFile>& files) {
   JsonValue row = objectOf(file, files);
   row.remove("host");

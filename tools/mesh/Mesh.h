@@ -18,7 +18,7 @@ struct HeardSender {
   long last = 0;
 };
 
-/// What one program left in the folder: who it is, and whom it hears.
+/// The list of one station: its identity, and the senders that it hears.
 struct HeardFile {
   std::string station;
   std::string host;
@@ -32,7 +32,7 @@ struct HeardFile {
   long strangers = 0;  ///< senders that it heard and forgot, since more came than it lists
   std::vector<HeardSender> heard;
 
-  /// Whether it is still being written: one that stopped is no witness any more.
+  /// Whether the list is still being written. An old one proves nothing about now.
   [[nodiscard]] bool isFresh() const { return age <= kFreshSeconds; }
 
   static constexpr long kFreshSeconds = 30;
@@ -51,11 +51,11 @@ Result<HeardFile> readHeardFile(const std::string& text, long age);
 /// Whether `listener` hears `sender`, by what both have written.
 MeshLink linkOf(const HeardFile& listener, const HeardFile& sender);
 
-/// What is wrong between any two: pairs that hear each other one way or not at all, with the
+/// Problems between any two stations: pairs that hear each other one way or not at all, with the
 /// likely cause; lists that are no longer written.
 Findings judgeMesh(const std::vector<HeardFile>& files);
 
-/// Whose a sender is; null for one that keeps no list.
+/// The list of the station that a sender is; null for a sender without a list.
 const HeardFile* ownerOf(const HeardSender& sender, const std::vector<HeardFile>& files);
 
 }  // namespace korvel
