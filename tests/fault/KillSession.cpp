@@ -2,12 +2,16 @@
 
 #include <signal.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <thread>
+#include <optional>
 #include <utility>
+
+#include "station/os/FolderListing.h"
 
 namespace korvel {
 
@@ -18,39 +22,69 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 constexpr std::size_t kEdits = 4;
-constexpr int kLongest = 1600;  ///< milliseconds until a kill
+constexpr int kLongest = 1600;           ///< milliseconds until a kill
+constexpr int kLongestPause = 60;        ///< milliseconds between two changes by a person
+constexpr int kLongestTrouble = 500;     ///< milliseconds
+constexpr std::size_t kMostChanges = 8;  ///< in a row
 
-/// By then a change is in the recovery files.
-constexpr auto kUntilKept = 1200ms;
+/// Changes that were unsaved for less may be missing.
+constexpr auto kMayBeMissing = 1s;
+
+constexpr int kFrames = 24;  ///< a second, in the sample
 
 std::string bytesOf(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-/// The names in all edits, versions and recovery files below a folder.
-std::set<std::string> namesBelow(const std::string& folder) {
-  std::set<std::string> names;
-  std::error_code gone;
-  for (fs::recursive_directory_iterator each(folder, gone), end; each != end;
-       each.increment(gone)) {
-    if (!each->is_regular_file(gone) || each->path().filename().string().front() == '.') continue;
-    const auto json = parseJson(bytesOf(each->path()));
-    if (!json) continue;
-    names.insert((*json)["name"].asString());
-  }
-  return names;
+void replaceFirst(std::string& text, const std::string& old, const std::string& by) {
+  text.replace(text.find(old), old.size(), by);
+}
+
+/// An edit of this name, the material of whose first clip is longer than all that is made of it.
+std::string editNamed(const std::string& name) {
+  std::string text = bytesOf(KV_SAMPLES "/simple_cut.otio");
+  replaceFirst(text, "Figure 1 - Simple Cut List", name);
+  replaceFirst(text, "\"value\": 8", "\"value\": 100000000");
+  return text;
+}
+
+const JsonValue& firstOf(const JsonValue& parent) {
+  static const JsonValue kNone;
+  const auto& children = parent["children"].elements();
+  return children.empty() ? kNone : children.front();
+}
+
+/// The cookie of the edit that a file, a version or a file in the trash is of.
+std::string cookieOf(const fs::path& path) {
+  const bool isVersion = path.parent_path().parent_path().filename() == ".history";
+  const std::string name = isVersion ? path.parent_path().filename() : path.filename();
+  return name.substr(0, name.find_first_of(".~"));
+}
+
+std::string keyOf(const FileStamp& stamp) {
+  return std::to_string(stamp.device) + "/" + std::to_string(stamp.inode) + "/" +
+         std::to_string(stamp.modified) + "/" + std::to_string(stamp.size);
 }
 
 }  // namespace
 
-KillSession::KillSession(unsigned seed) : random_(seed) {
-  fs::create_directory(folder_ / "projects");
+KillSession::KillSession(unsigned seed, Trouble trouble)
+    : share_(trouble, folder_ / "projects"), random_(seed), trouble_(trouble) {
   ::setenv("XDG_STATE_HOME", (folder_ / "state").c_str(), 1);
 }
 
 void KillSession::complain(const std::string& what) {
   outcome_.lost.push_back("round " + std::to_string(outcome_.rounds) + ": " + what);
+}
+
+void KillSession::expect(bool ok, const std::string& what) {
+  if (ok) return;
+  if (isTroubled_) {
+    ++outcome_.refused;
+  } else {
+    complain(what + ": " + answer_["error"].asString());
+  }
 }
 
 void KillSession::start() {
@@ -70,6 +104,7 @@ void KillSession::start() {
 bool KillSession::give(const std::string& line, bool& ok) {
   constexpr auto kPause = StationProcess::Seconds(0.02);
   constexpr auto kNow = StationProcess::Seconds(0);
+  const int troubles = troubles_;
   station_->type(line);
   const auto deadline = Clock::now() + 2min;
   auto reply = station_->waitFor("reply", {}, kPause);
@@ -81,11 +116,11 @@ bool KillSession::give(const std::string& line, bool& ok) {
   answer_ = *reply;
   ++outcome_.commands;
   ok = answer_["ok"].asBool();
+  isTroubled_ = troubles_ != troubles || troubles % 2 == 1;
   return true;
 }
 
-KillOutcome KillSession::run(int rounds, Moments moments) {
-  moments_ = moments;
+KillOutcome KillSession::run(int rounds) {
   for (outcome_.rounds = 0; outcome_.rounds < rounds; ++outcome_.rounds) {
     start();
     if (!takeUp()) break;
@@ -111,38 +146,92 @@ bool KillSession::takeUp() {
     const std::string& said = answer_["error"].asString();
     if (!ok && said.find("other unsaved changes") == std::string::npos) complain(said);
   }
+  return learnTrash() && learnEdits();
+}
+
+bool KillSession::learnTrash() {
+  bool ok = true;
   if (!give("trash list", ok)) return false;
-  if (!ok) complain("trash: " + answer_["error"].asString());
+  expect(ok, "trash");
   trashed_.clear();
   for (const JsonValue& each : answer_["result"].elements()) {
     trashed_.push_back(each["cookie"].asString());
     if (!each["problem"].asString().empty()) complain(each["problem"].asString());
   }
+  return true;
+}
+
+bool KillSession::learnEdits() {
+  bool ok = true;
   if (!give("edit list", ok)) return false;
   edits_.clear();
-  for (const JsonValue& edit : answer_["result"].elements()) {
-    const bool isDirty = edit["dirty"].asBool();
-    made_.insert(edit["cookie"].asString());
-    edits_.push_back({edit["cookie"].asString(), isDirty ? edit["name"].asString() : std::string(),
-                      Clock::now()});
-    if (!edit["problem"].asString().empty()) complain(edit["problem"].asString());
+  const JsonValue all = answer_["result"];
+  for (const JsonValue& each : all.elements()) {
+    if (!each["problem"].asString().empty()) complain(each["problem"].asString());
+    Known edit;
+    edit.cookie = each["cookie"].asString();
+    made_.insert(edit.cookie);
+    if (!learn(edit)) return false;
+    if (each["dirty"].asBool()) noteChanged(edit);
+    const auto left = left_.find(edit.cookie);
+    if (left != left_.end() && edit.state != left->second) {
+      complain("taken up as " + edit.state.name + " instead of " + left->second.name);
+    }
+    edits_.push_back(std::move(edit));
   }
   return true;
 }
 
+/// Asks how an edit is shown, until the share's trouble lets it be told.
+bool KillSession::learn(Known& edit) {
+  bool ok = false;
+  while (!ok) {
+    if (!give("edit show " + edit.cookie, ok)) return false;
+    expect(ok, "show");
+    if (!ok && !isTroubled_) return true;
+  }
+  const JsonValue& shown = answer_["result"];
+  const auto& clips = shown["clips"].elements();
+  edit.state.name = shown["name"].asString();
+  if (!clips.empty()) edit.state.end = std::lround(clips.front()["end"].asDouble() * kFrames);
+  return true;
+}
+
+void KillSession::noteSaved(Known& edit) {
+  edit.unsaved.clear();
+  saved_[edit.cookie].insert(edit.state);
+}
+
+void KillSession::noteChanged(Known& edit) { edit.unsaved.push_back({edit.state, Clock::now()}); }
+
 void KillSession::work() {
-  const bool isLeftUnsaved =
-      moments_ == Moments::eThirdAtRest && outcome_.rounds % 3 == 1 && !edits_.empty();
-  if (isLeftUnsaved && !rename(edits_.front())) return;
-  const auto delay = isLeftUnsaved ? kUntilKept : std::chrono::milliseconds(random(kLongest));
-  const std::jthread killer([this, delay, process = station_->pid()] {
-    // The moment of the kill is to be random, so nothing is waited for.
-    std::this_thread::sleep_for(delay);
+  const std::jthread killer = arrangeKill();
+  while (step()) {
+  }
+}
+
+/// Kills the station at a random moment; until then the share's trouble comes and goes.
+std::jthread KillSession::arrangeKill() {
+  const auto begin = Clock::now();
+  const auto moment = begin + std::chrono::milliseconds(random(kLongest));
+  std::vector<Clock::time_point> turns;
+  for (auto at = begin; trouble_ != Trouble::eNone && at < moment;) {
+    at += std::chrono::milliseconds(random(kLongestTrouble));
+    if (at < moment) turns.push_back(at);
+  }
+  return std::jthread([this, turns, moment, process = station_->pid()] {
+    // The moments are to be random, so nothing is waited for.
+    for (const auto turn : turns) {
+      std::this_thread::sleep_until(turn);
+      const bool isBeginning = troubles_ % 2 == 0;
+      if (isBeginning) ++troubles_;
+      isBeginning ? share_.begin() : share_.end();
+      if (!isBeginning) ++troubles_;
+    }
+    std::this_thread::sleep_until(moment);
     killed_ = Clock::now();
     ::kill(process, SIGKILL);
   });
-  while (!isLeftUnsaved && step()) {
-  }
 }
 
 bool KillSession::step() {
@@ -151,9 +240,8 @@ bool KillSession::step() {
     return isTakenBack ? takeBack(random(trashed_.size())) : create();
   }
   Known& edit = edits_[random(edits_.size())];
-  switch (random(13)) {
+  switch (random(isByPerson() ? 40 : 12)) {
     case 0:
-    case 12:
       return remove(random(edits_.size()));
     case 1:
       return restore(edit);
@@ -161,25 +249,37 @@ bool KillSession::step() {
       return give(edit);
     case 3:
     case 4:
-      return trim(edit);
-    case 5:
-    case 6:
-    case 7:
-    case 8:
       return save(edit);
     default:
-      return rename(edit);
+      return change(edit);
   }
+}
+
+/// Several changes in a row.
+bool KillSession::change(Known& edit) {
+  for (std::size_t count = 1 + random(kMostChanges); count > 0; --count) {
+    if (random(3) > 0 ? !trim(edit) : !rename(edit)) return false;
+    // The pace of a person.
+    if (isByPerson()) std::this_thread::sleep_for(std::chrono::milliseconds(random(kLongestPause)));
+  }
+  return true;
 }
 
 bool KillSession::create() {
   bool ok = false;
   const std::string name = nextName();
-  std::ofstream(folder_ / (name + ".otio")) << bytesOf(KV_SAMPLES "/simple_cut.otio");
-  if (!give("edit import " + (folder_ / (name + ".otio")), ok)) return false;
-  if (!ok) complain("import: " + answer_["error"].asString());
-  if (ok) edits_.push_back({answer_["result"].asString(), {}, {}});
-  if (ok) made_.insert(answer_["result"].asString());
+  const std::string file = folder_ / (name + ".otio");
+  std::ofstream(file) << editNamed(name);
+  if (!give("edit import " + file, ok)) return false;
+  expect(ok, "import");
+  fs::remove(file);
+  if (!ok) return true;
+  Known edit;
+  edit.cookie = answer_["result"].asString();
+  made_.insert(edit.cookie);
+  if (!learn(edit)) return false;
+  noteSaved(edit);
+  edits_.push_back(std::move(edit));
   return true;
 }
 
@@ -187,55 +287,69 @@ bool KillSession::rename(Known& edit) {
   bool ok = false;
   const std::string name = nextName();
   if (!give("edit rename " + edit.cookie + " " + name, ok)) return false;
-  if (!ok) complain("rename: " + answer_["error"].asString());
-  edit.unsaved = name;
-  edit.changed = Clock::now();
+  expect(ok, "rename");
+  if (!ok) return true;
+  edit.state.name = name;
+  noteChanged(edit);
   return true;
 }
 
 bool KillSession::trim(Known& edit) {
   bool ok = false;
-  if (!give("edit trim " + edit.cookie + " 0/0 0 " + std::to_string(1 + random(3)), ok))
-    return false;
-  if (!ok) complain("trim: " + answer_["error"].asString());
+  const long end = 100 + ++changes_;
+  if (!give("edit trim " + edit.cookie + " 0/0 0 " + std::to_string(end), ok)) return false;
+  expect(ok, "trim");
+  if (!ok) return true;
+  edit.state.end = end;
+  noteChanged(edit);
   return true;
 }
 
 bool KillSession::save(Known& edit) {
   bool ok = false;
   if (!give("edit save " + edit.cookie, ok)) return false;
-  if (!ok && !give("edit save " + edit.cookie + " --over", ok)) return false;
-  if (!ok) complain("save: " + answer_["error"].asString());
-  if (ok && !edit.unsaved.empty()) saved_.insert(std::exchange(edit.unsaved, {}));
+  if (!ok && !isTroubled_ && !give("edit save " + edit.cookie + " --over", ok)) return false;
+  expect(ok, "save");
+  if (ok) noteSaved(edit);
   return true;
 }
 
 bool KillSession::restore(Known& edit) {
   bool ok = false;
-  if (!save(edit) || !give("edit history " + edit.cookie, ok)) return false;
+  if (!save(edit)) return false;
+  if (!edit.unsaved.empty()) return true;
+  if (!give("edit history " + edit.cookie, ok)) return false;
   const JsonValue versions = answer_["result"];
   if (!ok || versions.elements().empty()) {
-    complain("history: " + answer_["error"].asString());
+    expect(false, "history");
     return true;
   }
   const JsonValue& chosen = versions.elements()[random(versions.elements().size())];
   if (!give("edit restore " + edit.cookie + " " + chosen["version"].asString(), ok)) return false;
-  if (!ok) complain("restore: " + answer_["error"].asString());
+  expect(ok, "restore");
+  const State before = edit.state;
+  if (!learn(edit)) return false;
+  if (ok) noteSaved(edit);
+  if (!ok && edit.state != before) noteChanged(edit);
   return true;
 }
 
 bool KillSession::give(Known& edit) {
   bool ok = false;
-  if (!save(edit) || !give("edit give " + edit.cookie + " ANNA", ok)) return false;
-  if (!ok) complain("give: " + answer_["error"].asString());
+  if (!save(edit)) return false;
+  if (!edit.unsaved.empty()) return true;
+  if (!give("edit give " + edit.cookie + " ANNA", ok)) return false;
+  expect(ok, "give");
   return true;
 }
 
 bool KillSession::remove(std::size_t which) {
   bool ok = false;
   Known& edit = edits_[which];
-  if (!save(edit) || !give("edit delete " + edit.cookie, ok)) return false;
-  if (!ok) complain("delete: " + answer_["error"].asString());
+  if (!save(edit)) return false;
+  if (!edit.unsaved.empty()) return true;
+  if (!give("edit delete " + edit.cookie, ok)) return false;
+  expect(ok, "delete");
   if (!ok) return true;
   ++outcome_.deleted;
   trashed_.push_back(edit.cookie);
@@ -245,12 +359,15 @@ bool KillSession::remove(std::size_t which) {
 
 bool KillSession::takeBack(std::size_t which) {
   bool ok = false;
-  const std::string cookie = trashed_[which];
-  if (!give("trash restore " + cookie, ok)) return false;
-  if (!ok) complain("trash restore: " + answer_["error"].asString());
+  Known edit;
+  edit.cookie = trashed_[which];
+  if (!give("trash restore " + edit.cookie, ok)) return false;
+  expect(ok, "trash restore");
   outcome_.restored += ok;
-  if (ok) edits_.push_back({cookie, {}, {}});
+  if (!ok) return true;
   trashed_.erase(trashed_.begin() + static_cast<std::ptrdiff_t>(which));
+  if (!learn(edit)) return false;
+  edits_.push_back(std::move(edit));
   return true;
 }
 
@@ -260,8 +377,7 @@ void KillSession::lookForFiles() {
   std::multiset<std::string> trashed;
   std::error_code none;
   for (const auto& each : fs::directory_iterator(folder + "/.trash", none)) {
-    const std::string name = each.path().filename();
-    trashed.insert(name.substr(0, name.find('~')));
+    trashed.insert(cookieOf(each.path()));
   }
   for (const std::string& cookie : made_) {
     const std::size_t count = trashed.count(cookie) + fs::exists(folder + "/" + cookie + ".otio");
@@ -269,22 +385,92 @@ void KillSession::lookForFiles() {
   }
 }
 
+/// What a file of an edit, a version or a recovery file holds.
+KillSession::State KillSession::read(const std::string& path) {
+  const auto json = parseJson(bytesOf(path));
+  if (!json) {
+    complain(path + ": " + json.error().message);
+    return {};
+  }
+  const JsonValue* const kept = json->find("content");
+  const JsonValue& edit = kept ? *kept : *json;
+  const JsonValue& range = firstOf(firstOf(edit["tracks"]))["source_range"];
+  return {edit["name"].asString(), std::lround(range["start_time"]["value"].asDouble() +
+                                               range["duration"]["value"].asDouble())};
+}
+
+/// What all edits, versions and recovery files below a folder hold. What was read once is not read
+/// again while its file is the same.
+void KillSession::findBelow(const std::string& folder, std::map<std::string, States>& found) {
+  std::error_code gone;
+  for (fs::recursive_directory_iterator each(folder, gone), end; each != end;
+       each.increment(gone)) {
+    const fs::path& path = each->path();
+    const std::string cookie = cookieOf(path);
+    const bool isTemporary = path.filename().string().front() == '.';
+    const auto stamp = stampOfFile(path);
+    if (!stamp || isTemporary || !cookie.starts_with('E')) continue;
+    const auto [known, isNew] = read_.try_emplace(keyOf(*stamp));
+    if (isNew) known->second = read(path);
+    found[cookie].insert(known->second);
+  }
+}
+
+KillSession::Found KillSession::find() {
+  Found found;
+  findBelow(folder_ / "projects", found.stored);
+  findBelow(folder_ / "state", found.unsaved);
+  return found;
+}
+
 void KillSession::look() {
   station_.reset();
+  outcome_.inTrouble += share_.isInTrouble();
+  if (share_.isInTrouble()) ++troubles_;
+  share_.end();
+  if (!share_.strays().empty()) complain("written beside the share:" + share_.strays());
   lookForFiles();
-  const std::set<std::string> kept = namesBelow(folder_ / "projects");
-  const std::set<std::string> left = namesBelow(folder_ / "state");
-  for (const std::string& name : saved_) {
-    if (!kept.count(name)) complain("saved and nowhere: " + name);
-  }
-  outcome_.saved = static_cast<int>(saved_.size());
-  for (const Known& edit : edits_) {
-    if (edit.unsaved.empty() || killed_ - edit.changed < 1s) continue;
-    ++outcome_.unsaved;
-    if (!left.count(edit.unsaved) && !kept.count(edit.unsaved)) {
-      complain("not saved, a second old, and nowhere: " + edit.unsaved);
+  Found found = find();
+  outcome_.saved = 0;
+  for (const auto& [cookie, states] : saved_) {
+    for (const State& state : states) {
+      if (!found.stored[cookie].contains(state)) complain("saved and nowhere: " + state.name);
     }
+    outcome_.saved += static_cast<int>(states.size());
   }
+  left_.clear();
+  bool isNeeded = false;
+  for (const Known& edit : edits_) isNeeded |= lookForChanges(edit, found);
+  outcome_.needed += isNeeded;
+}
+
+/// Counts the unsaved changes of an edit, and those that are nowhere. Whether one was in the
+/// recovery files alone.
+bool KillSession::lookForChanges(const Known& edit, Found& found) {
+  const States& stored = found.stored[edit.cookie];
+  const States& kept = found.unsaved[edit.cookie];
+  outcome_.unsaved += static_cast<int>(edit.unsaved.size());
+  for (auto each = edit.unsaved.rbegin(); each != edit.unsaved.rend(); ++each) {
+    if (stored.contains(each->state)) return false;  // by a save that was not answered any more
+    if (kept.contains(each->state)) {
+      left_[edit.cookie] = each->state;
+      return true;
+    }
+    noteMissing(edit, *each);
+  }
+  return false;
+}
+
+void KillSession::noteMissing(const Known& edit, const Change& change) {
+  const auto since = std::max(killed_ - change.answered, Clock::duration::zero());
+  const auto age = std::chrono::duration_cast<KillOutcome::Milliseconds>(since);
+  outcome_.oldest = std::max(outcome_.oldest, age);
+  outcome_.youngest = outcome_.missing == 0 ? age : std::min(outcome_.youngest, age);
+  ++outcome_.missing;
+  if (age < kMayBeMissing) return;
+  complain("not saved, " + std::to_string(age.count()) + " ms old, and nowhere: " + edit.cookie +
+           " as " + change.state.name + " with its first clip until " +
+           std::to_string(change.state.end));
 }
 
 }  // namespace korvel

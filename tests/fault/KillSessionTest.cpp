@@ -6,15 +6,33 @@ using namespace korvel;
 
 namespace {
 
-TEST(KillSessionTest, NothingIsLostWhenAStationIsKilledAtAnyMoment) {
-  KillSession session(20240531);
-  const KillOutcome outcome = session.run(12, KillSession::Moments::eThirdAtRest);
+void expectNothingLost(const KillOutcome& outcome, int rounds) {
   EXPECT_EQ(outcome.lost, std::vector<std::string>{});
-  EXPECT_EQ(outcome.rounds, 12);
-  EXPECT_GT(outcome.saved, 20);
-  EXPECT_GT(outcome.deleted, 0);
-  EXPECT_GT(outcome.restored, 0);
-  EXPECT_GT(outcome.recovered, 0);
+  EXPECT_EQ(outcome.rounds, rounds);
+  EXPECT_GT(outcome.saved, rounds);
+  EXPECT_GT(outcome.deleted + outcome.restored, 0);
+  EXPECT_GT(outcome.needed, rounds / 3);
+  EXPECT_GE(outcome.recovered, outcome.needed - 1);
+}
+
+TEST(KillSessionTest, NothingIsLostWhenAStationIsKilledAtAnyMoment) {
+  expectNothingLost(KillSession(20240531).run(14), 14);
+}
+
+TEST(KillSessionTest, NothingIsLostWhereTheDiskIsFullAsWell) {
+  KillSession session(20240601, Trouble::eFull);
+  if (!session.isAble()) GTEST_SKIP() << "a disk that fills up needs a mount";
+  const KillOutcome outcome = session.run(6);
+  expectNothingLost(outcome, 6);
+  EXPECT_GT(outcome.refused, 0);
+  EXPECT_GT(outcome.inTrouble, 0);
+}
+
+TEST(KillSessionTest, NothingIsLostWhereTheShareComesAndGoesAsWell) {
+  const KillOutcome outcome = KillSession(20240602, Trouble::eGone).run(6);
+  expectNothingLost(outcome, 6);
+  EXPECT_GT(outcome.refused, 0);
+  EXPECT_GT(outcome.inTrouble, 0);
 }
 
 }  // namespace
