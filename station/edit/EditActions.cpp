@@ -44,7 +44,7 @@ Error refusal(const Cookie& cookie) {
   const std::string owner = shownText(openEdits().ownerOf(cookie));
   std::string why = " belongs to " + owner + ", who can hand it over with \"edit give\".";
   if (owner.empty()) why = " has no owner; take it with \"edit give\" first.";
-  // Owners that no station is: nobody could follow the advice to ask them.
+  // No station has one of these names, so the advice to ask the owner would lead nowhere.
   if (owner == "RENDER" || owner == "<NOBODY>") {
     why = " has the owner " + owner +
           ", which no station is; a station started with --set Administrator=1 can give it to one.";
@@ -56,8 +56,8 @@ Error failed(const std::string& what, const Error& why) {
   return {why.code, what + ": " + why.message, why.path};
 }
 
-/// Keeps an object loaded for as long as it lives, so that what follows the first look at it needs
-/// no other.
+/// Keeps an object loaded for as long as this lives, so that later steps of an action find it
+/// loaded and the share is read once.
 class HeldEdit {
  public:
   explicit HeldEdit(const Cookie& cookie) : held_(openEdits().hold(cookie)) {}
@@ -156,7 +156,7 @@ Result<void> EditActions::modify(const Cookie& cookie, const EditModification& m
   if (auto allowed = requireAllowed(cookie, modification.type_); !allowed) return allowed;
   EditPtr edit;
   edit.i_open(cookie, 0);
-  // Releasing the modifier announces the change.
+  // Announced when the modifier goes out of scope, after the change was made.
   const EditModifier modifier(edit, description);
   if (!modifier) return Error{ErrorCode::eNotFound, "The " + title(cookie) + " is gone.", {}};
   EditFile& file = *openEdits().loaded(cookie);
@@ -169,6 +169,7 @@ std::string EditActions::titleOf(const Cookie& cookie) { return title(cookie); }
 
 Result<Cookie> EditActions::store(OtioDocument document, char kind) {
   const Cookie cookie = Cookie::create(kind);
+  // Only an edit stores its owner; a log's is kept in memory.
   if (kind == CookieTypeEdit) document.setSetting(EditFile::kOwnerKey, utf8Text(localUser()));
   document.setStamp({1, settings().user, timeForRecord()});
   const std::string text = document.text();
@@ -222,6 +223,8 @@ Result<void> EditActions::trim(const Cookie& cookie, const std::string& clip,
   if (!edit.held()) return failed("The " + title(cookie) + " was not trimmed", edit.held().error());
   const auto trim = describeTrim((*edit.held())->document().json(), clip, start, end);
   if (auto allowed = requireAllowed(cookie, eModTrim); !allowed) return allowed;
+  // After the rules: a user who may not change the edit is told that, not what is wrong with his
+  // times.
   if (!trim) return trim.error();
   const auto before = clipAt((*edit.held())->document().json(), trim->subject_.str());
   if (auto trimmed = modify(cookie, *trim, "Trim"); !trimmed) return trimmed;
@@ -246,7 +249,8 @@ Result<void> EditActions::requireMayGive(const Cookie& cookie) {
 
 namespace {
 
-/// Looks whether an edit's new owner can be written, since owners are announced before they are.
+/// Whether an edit's new owner can be written. Asked first, since the plug-in announces an owner
+/// before it is stored.
 Result<void> requireWritable(const Cookie& cookie) {
   const std::string path = openEdits().pathFor(cookie);
   const auto bytes = readFresh(path);
@@ -260,8 +264,8 @@ Result<void> requireWritable(const Cookie& cookie) {
 
 namespace {
 
-/// Whether the plug-in's rules give the name a meaning of its own: nobody at all could change what
-/// belongs to a render job, and everybody what belongs to no one.
+/// Whether the plug-in's rules give the name a meaning of its own: no user may change what belongs
+/// to a render job, and every user may change what belongs to the other.
 bool isReserved(const LightweightString<wchar_t>& owner) {
   return owner == LightweightString<wchar_t>(L"RENDER") || owner == iPermissionsManager::kNoOwner;
 }
@@ -288,7 +292,8 @@ Result<void> requireRecipient(const LightweightString<wchar_t>& owner, EditActio
                {}};
 }
 
-/// The new owner could not save what is unsaved here, and neither could the old one any more.
+/// Unsaved changes would be lost: the new owner does not have them, and the old one may not save
+/// them any more.
 Result<void> saveBeforeGiving(EditFile& edit) {
   if (!edit.hasLocalChanges()) return {};
   if (auto saved = EditActions::save(edit.getCookie()); !saved) {
@@ -299,14 +304,15 @@ Result<void> saveBeforeGiving(EditFile& edit) {
   return {};
 }
 
-/// Records and announces the owner of a held object, under its lock, where that is still right
-/// then.
+/// Records and announces the owner of a held object, under its lock and only if that is still right
+/// then: another station may have saved or given it meanwhile.
 Result<void> giveHeld(EditFile& edit, const LightweightString<wchar_t>& owner,
                       const EditActions::Check& isStillRight) {
   const Cookie cookie = edit.getCookie();
   const bool isEdit = cookie.getType() == CookieTypeEdit;
   const auto lock = edit.lockFile();
   if (!lock) return failed("The owner stays as it is", lock.error());
+  // The owner that the file names decides: a message about a new one may have been lost.
   edit.takeStoredOwner();
   if (auto right = isStillRight(); !right) return right;
   iPermissionsManager::instance()->setOwner(
@@ -404,7 +410,7 @@ Result<void> renameBack(const Cookie& cookie, const std::string& from, const std
   return EditActions::modify(cookie, rename, "Rename");
 }
 
-/// What the file of an object holds, told from other contents.
+/// A hash of what the file of an object holds.
 Result<std::size_t> storedContent(const Cookie& cookie) {
   const auto bytes = readFresh(openEdits().pathFor(cookie));
   if (!bytes) return bytes.error();
@@ -418,7 +424,8 @@ struct Gift {
   std::size_t content = 0;  ///< of its file after it was given
 };
 
-/// The rules would not let the user change what belongs to another now.
+/// By putOwner() rather than give(): after the gift the rules allow this user nothing any more. The
+/// file must be as it was given.
 Result<void> takeGiftBack(const Gift& gift) {
   return EditActions::putOwner(gift.cookie, gift.before, [&gift]() -> Result<void> {
     const auto content = storedContent(gift.cookie);

@@ -68,8 +68,8 @@ enum class Recipient {
   eAnybody,    ///< any name that messages carry whole
 };
 
-/// Records another owner and announces it. Allowed to whoever may modify the object, and to
-/// everybody while an edit has no owner. Unsaved changes are saved first; where that fails, the
+/// Records another owner and announces it. Allowed to each user who may modify the object, and to
+/// every user while an edit has no owner. Unsaved changes are saved first; where that fails, the
 /// owner stays.
 Result<void> give(const Cookie& cookie, const std::string& user,
                   Recipient who = Recipient::eKnownUser);
@@ -78,7 +78,7 @@ Result<void> give(const Cookie& cookie, const std::string& user,
 Result<void> modify(const Cookie& cookie, const EditModification& modification,
                     const char* description);
 
-/// Whether the user may make another the owner: an edit without an owner may be taken by everybody.
+/// Whether the user may make another user the owner: every user may take an edit without an owner.
 Result<void> requireMayGive(const Cookie& cookie);
 
 /// Records an owner and announces it, if that `isStillRight` while no other station can change it.
@@ -113,8 +113,8 @@ void noteTrim(const Cookie& cookie, const ClipInfo& before);
 
 void noteRename(const Cookie& cookie, const std::string& before);
 
-/// The object was given away by this owner. Although the user may not change it any more, it is
-/// taken back as long as nobody saved it since.
+/// The object was given away by this owner. The user may not change it any more, but can take it
+/// back as long as no other user saved it since.
 void noteGift(const Cookie& cookie, const std::string& before);
 
 /// Objects were moved to the trash, of which the first had this name.

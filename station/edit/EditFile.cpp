@@ -30,7 +30,8 @@ Result<OtioDocument> parsed(const Result<std::string>& bytes) {
   return OtioDocument::parse(*bytes);
 }
 
-/// A hash of a document without its owner, which other stations may change beside unsaved changes.
+/// A hash of a document without its owner and stamp: another station may change the owner without
+/// touching what the user works on.
 std::size_t bodyOf(OtioDocument document) {
   document.setSetting(EditFile::kOwnerKey, {});
   document.setStamp({});
@@ -101,7 +102,8 @@ std::string EditFile::changedText(const char* how) const {
          " by another station while you have unsaved changes to it. They are kept.";
 }
 
-// What was told may be forged, or may be another station's change of the owner alone.
+// A message that the object was saved may be forged, or another station may have changed the owner
+// alone. Then the file still has the content that the unsaved changes were made to.
 bool EditFile::keepUnsaved(const OtioDocument& stored, const std::string& bytes) {
   takeOwner(stored);
   const bool isSame =
@@ -138,6 +140,8 @@ Result<std::shared_ptr<ObjectLock>> EditFile::lockFile() {
   if (held) return held;
   held = std::make_shared<ObjectLock>(path());
   const Result<void>& taken = held->taken();
+  // On a share without locks nothing could ever be saved otherwise; replace() still notices a file
+  // that another station changed before.
   if (!taken && taken.error().code != ErrorCode::eNoLockService) return taken.error();
   lock_ = held;
   return held;
@@ -158,7 +162,7 @@ void EditFile::takeUnsaved(OtioDocument document, std::size_t hash, long number)
   putContent(std::move(document));
   document_.setStamp(stamp);
   saved_.noteHash(hash, number);
-  if (!isOfThisFile) savedBody_ = 0;  // what stands in the file now is another's
+  if (!isOfThisFile) savedBody_ = 0;  // the file holds another station's content by now
 }
 
 void EditFile::takeSettings(const OtioDocument& stored, std::string_view bytes) {
@@ -243,6 +247,7 @@ void EditFile::issueChangeNotification(const EditModification& modification) {
 }
 
 void EditFile::setDirty(bool dirty) {
+  // A message that another station saved must not make this user's changes count as saved.
   if (!dirty && currentOrigin() != Origin::eLocal) return;
   const bool becameDirty = dirty && !dirty_;
   dirty_ = dirty;
@@ -274,6 +279,7 @@ Result<void> EditFile::change(const EditModification& modification) {
 Result<void> EditFile::changeRemotely(const EditModification& modification) {
   noteSavedBody();
   if (auto applied = apply(modification); !applied) return applied;
+  // Without setDirty(): the listeners would announce another station's change as this one's.
   dirty_ = true;
   return {};
 }
@@ -297,6 +303,7 @@ Result<void> EditFile::apply(const EditModification& modification) {
 
 void EditFile::announce() {
   std::vector<EditModification> recorded;
+  // Taken first: a listener may record another modification.
   recorded.swap(pending_);
   for (const EditModification& modification : recorded) tell(modification);
   announceDescription();
@@ -309,7 +316,7 @@ void EditFile::announceDescription() {
   tell(described);
 }
 
-// A created object has been told of as such when it was first loaded.
+// A created object was told of when it was first loaded.
 void EditFile::tell(const EditModification& modification) {
   if (modification.type_ == eModCreated) {
     if (fileState() == FileState::eGone) takeFileAgain();
@@ -328,10 +335,13 @@ Result<void> EditFile::save(Overwrite overwrite) {
   auto written = writeStamped(overwrite);
   for (int tries = 1; tries < kSaveTries && !written; ++tries) {
     if (overwrite == Overwrite::eRefuse || written.error().code != ErrorCode::eChanged) break;
+    // The user chose to overwrite, so what another station saved meanwhile is taken for the file to
+    // be replaced. Its version stays in the history.
     noteWhatIsThere();
     written = writeStamped(overwrite);
   }
   if (!written) {
+    // Not saved, so it is still the save that it was read from.
     document_.setStamp(before);
     return written;
   }
@@ -351,7 +361,7 @@ Result<void> EditFile::writeStamped(Overwrite overwrite) {
       overwrite == Overwrite::eAccept ? History::eIfPossible : History::eRequired);
 }
 
-/// Takes what another put in the file's place for what is to be replaced.
+/// Notes the file that another station put in the place of this one as the file to be replaced.
 void EditFile::noteWhatIsThere() {
   const auto bytes = readFresh(path());
   if (!bytes) return saved_.noteMissing();
@@ -385,12 +395,13 @@ Result<void> EditFile::mergeConfiguration() {
     differs = true;
   }
   if (!differs) return {};
+  // A copy: where the write fails, what is known of the file must stay as it is.
   SavedFile file = saved_;
   const bool isOurs = saved_.isNoted(*bytes);
   if (!isOurs) file.note(*bytes, stored->stamp().number);
   stored->setStamp({file.number() + 1, settings().user, timeForRecord()});
   auto written = file.replace(stored->text(), file.number() + 1, SavedFile::History::eIfPossible);
-  if (!written || !isOurs) return written;  // it was saved elsewhere, and is yet to be read
+  if (!written || !isOurs) return written;  // another station saved it, and it is yet to be read
   saved_ = file;
   document_.setStamp(stored->stamp());
   if (dirty_) savedBody_ = bodyOf(*stored);

@@ -19,12 +19,12 @@ namespace korvel {
 
 class EditFile;
 
-/// Who is told what becomes of the local user's unsaved changes. Host thread.
+/// Is told what becomes of the local user's unsaved changes. Host thread.
 class iUnsavedObserver {
  public:
   virtual ~iUnsavedObserver() = default;
 
-  /// An edit has an unsaved change more.
+  /// An edit has one more unsaved change.
   virtual void changed(const EditFile& edit) = 0;
 
   /// An edit has no unsaved changes any more: they were saved, or the user dropped them.
@@ -107,8 +107,8 @@ class EditFile : public Edit {
   /// and success: there nothing could ever be saved otherwise.
   Result<std::shared_ptr<ObjectLock>> lockFile();
 
-  /// Takes up the owner that the file names, which another station may have written without a
-  /// message of it having come. Nothing changes where the file cannot be read.
+  /// Takes up the owner that the file names. Another station may have written it, and its message
+  /// may have been lost. Nothing changes where the file cannot be read.
   void takeStoredOwner();
 
   /// What a save does where another saved since the edit was read, and where the version that it
@@ -116,8 +116,8 @@ class EditFile : public Edit {
   enum class Overwrite { eRefuse, eAccept };
 
   /// Writes the document to its file, under the object's lock, and keeps the version that it
-  /// replaces. On failure the file
-  /// is the old one and the edit stays dirty; eChanged when another changed the file since.
+  /// replaces. On failure the file is the old one and the edit stays dirty; eChanged when another
+  /// station changed the file since.
   Result<void> save(Overwrite overwrite);
 
   /// Puts other content in the place of the document, as the local user's unsaved change. The

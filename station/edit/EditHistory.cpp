@@ -25,8 +25,8 @@ namespace {
 using Clips = std::vector<ClipInfo>;
 using Words = std::vector<std::string>;
 
-/// Above this many pairs clips are matched by their places alone: a table of them would take too
-/// much time and memory.
+/// Above this many pairs clips are matched by their places alone: a table of 16 million pairs takes
+/// 64 MB.
 constexpr std::size_t kMostPairs = 16'000'000;
 
 constexpr std::size_t kMostInSummary = 3;
@@ -66,6 +66,7 @@ class ClipComparison {
 
   std::vector<ClipChange> changes() {
     const std::size_t shorter = std::min(before_.size(), after_.size());
+    // Most versions differ in a few clips: the common beginning and end need no table.
     while (first_ < shorter && isSameKind(before_[first_], after_[first_])) {
       compare(before_[first_], after_[first_]);
       ++first_;
@@ -138,8 +139,8 @@ class ClipComparison {
     }
   }
 
-  /// A clip that went and one that came in the same place with the same range is the same one under
-  /// another name.
+  /// A clip that was removed and one that was added in the same place with the same range is the
+  /// same clip under another name.
   void tellTheRest() {
     std::map<std::string, const ClipInfo*> newAt;
     for (const ClipInfo* clip : added_) newAt[clip->path] = clip;
@@ -170,7 +171,7 @@ class ClipComparison {
   std::vector<ClipChange> changes_;
 };
 
-/// Two versions without what differs in any two saves.
+/// Compares two versions without their stamps, which differ between any two saves.
 bool holdSame(OtioDocument before, OtioDocument after) {
   before.setStamp({});
   after.setStamp({});
@@ -251,7 +252,7 @@ JsonValue rowOf(const Version& version, const std::string& text,
     return row;
   }
   const SaveStamp stamp = document->stamp();
-  // A file of the same number that no station wrote has the stamp of the one it was made from.
+  // A file that another program made of a save bears that save's stamp.
   row.set("user", shownText(stamp.by));
   if (!stamp.at.empty()) row.set("time", shownText(stamp.at));
   if (before) row.set("changes", summaryOf(differencesOf(*before, *document)));
@@ -296,6 +297,7 @@ std::optional<OtioDocument> baseOf(const EditFile& edit) {
   const auto versions = VersionFolder(edit.path()).list();
   if (!versions) return {};
   for (const Version& each : *versions) {
+    // By content: a number alone may belong to two versions, saved at the same time.
     if (each.mark != edit.saved().mark()) continue;
     auto document = documentOf(each.path);
     if (document) return std::move(*document);
@@ -325,7 +327,7 @@ Result<EditHistory::OtherVersion> otherVersionOf(const EditFile& edit) {
   return found;
 }
 
-/// Who put it in the place of the one that was read, when, and what differs.
+/// Which user saved it after it was read here, when, and what differs.
 std::string whatHappened(const EditHistory::OtherVersion& other) {
   const std::string who =
       other.by.empty() ? "was changed by another program"
@@ -378,6 +380,8 @@ bool EditHistory::takeChangedSettings(EditFile& edit) {
   if (!bytes) return false;
   const auto other = OtioDocument::parse(*bytes);
   const auto base = baseOf(edit);
+  // Without the version that was read it cannot be told whether content changed, so it counts as
+  // changed.
   if (!other || !base || !base->hasContentOf(*other)) return false;
   edit.takeSettings(*other, *bytes);
   return true;

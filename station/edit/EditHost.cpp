@@ -40,7 +40,8 @@ std::string pathIn(const Cookie& project, const Cookie& cookie) {
 /// would be in the open project.
 std::string lookElsewhere(const Cookie& cookie, const Cookie& open) {
   if (!open.isNull() && existsFresh(pathIn(open, cookie))) return pathIn(open, cookie);
-  // A stranger's message does not have every project searched.
+  // Because of a message only the open project is searched: a stranger must not make this station
+  // read every project.
   if (currentOrigin() == Origin::eRemote)
     return open.isNull() ? std::string() : pathIn(open, cookie);
   const std::string found = findInAnyProject(fileNameOf(cookie));
@@ -48,7 +49,7 @@ std::string lookElsewhere(const Cookie& cookie, const Cookie& open) {
   return open.isNull() ? std::string() : pathIn(open, cookie);
 }
 
-/// What a message says; the one that is being delivered is read already.
+/// The fields of a message. The one that is being delivered was read already.
 MessageFields fieldsOf(const LightweightString<char>& wireText) {
   const ReceivedMessage* const current = currentMessage();
   const bool isCurrent = current && wireText.view() == current->wireText;
@@ -72,7 +73,7 @@ void EditPtr::i_close() {
   giveBack(edit_);
 }
 
-// The description is what an undo list would show; this host's list has words of its own.
+// The description is for the host's undo list. This station's list makes its own texts (EditSteps).
 EditModifier::EditModifier(EditPtr& edit, const LightweightString<char>&) : edit_(edit.get()) {
   if (edit_) Edits::holdAgain(*fileOf(edit_));
 }
@@ -106,8 +107,9 @@ void EditManager::handleNetDelete(const Cookie& cookie) {
 
 void EditManager::updateProjdbRec(const Cookie& cookie) { hostParts().edits->refresh(cookie); }
 
-// An edit's owner stands in its file, where the station that gave it away has written it: a message
-// alone makes nobody the owner. A log's owner is kept in memory, so there the message counts.
+// An edit's owner is stored in its file, by the station that gave it away. So a message alone does
+// not change it, forged or not: the file is read. A log's owner is kept in memory only, so there
+// the message counts.
 void EditManager::updateLocalPermissions(const Cookie& cookie,
                                          const LightweightString<char>& owner) {
   Edits& edits = *hostParts().edits;
@@ -120,8 +122,8 @@ void EditManager::updateLocalPermissions(const Cookie& cookie,
   events().changed("permissions", cookie, "modified", currentOrigin());
 }
 
-// While a message is delivered the question means that the object was saved elsewhere: what lists
-// show of one that is not open is out of date from then on.
+// The plug-in asks this while it handles a message that the object was saved elsewhere. Then what
+// lists show of an object that is not open is out of date.
 bool EditManager::isOpen(const Cookie& cookie) {
   const bool isHere = isOpenHere(hostParts().edits->loaded(cookie));
   if (!isHere && currentOrigin() == Origin::eRemote) {
@@ -155,7 +157,7 @@ namespace korvel {
 
 namespace {
 
-/// Permissions are decided by the owner that the rules were told of last.
+/// The permission rules decide by the owner that they were told of last.
 void tellOwner(const Cookie& cookie, const std::string& owner) {
   auto* const permissions = iPermissionsManager::instance();
   if (!permissions || cookie.getType() != CookieTypeEdit) return;
@@ -203,6 +205,7 @@ bool Edits::catchUpListed(const Cookie& cookie, const FoundFile& file) {
   const std::string owner = summary->owner;
   // The owner of a log is kept in memory alone.
   if (known && cookie.getType() != CookieTypeEdit) summary->owner = known->owner;
+  // A message told of this save already: the lists were told to read it again.
   const bool wasTold = index_.clearStale(cookie);
   index_.put(cookie, std::move(*summary));
   if (hasNewOwner) tellOwner(cookie, owner);

@@ -17,8 +17,8 @@ namespace korvel {
 
 namespace {
 
-/// Writes a loaded object and tells of it. Its lock keeps other stations from changing the owner
-/// meanwhile; the owner that the file names decides.
+/// Writes a loaded object and announces it. Its lock keeps other stations from changing the owner
+/// meanwhile. The owner that the file names decides, so the rules are asked again under the lock.
 Result<void> saveLoaded(EditFile& edit, EditFile::Overwrite overwrite) {
   const Cookie cookie = edit.getCookie();
   if (auto allowed = EditActions::requireAllowed(cookie, eModContentsChanged); !allowed) {
@@ -36,6 +36,7 @@ Result<void> saveLoaded(EditFile& edit, EditFile::Overwrite overwrite) {
   }
   auto saved = edit.save(overwrite);
   const bool isChanged = !saved && saved.error().code == ErrorCode::eChanged;
+  // Another station changed settings alone, such as the owner: the user need not be asked.
   if (isChanged && EditHistory::takeChangedSettings(edit)) saved = edit.save(overwrite);
   if (!saved) {
     const Error& why = saved.error();
@@ -59,7 +60,7 @@ Result<void> withLoaded(const Cookie& cookie, const Action& action) {
   return done;
 }
 
-/// Whether another deleted it, be that noticed yet or not.
+/// Whether another station deleted the object, noticed by now or not.
 bool hasNoFile(const EditFile& edit) {
   return edit.fileState() == EditFile::FileState::eGone || openEdits().isFileGone(edit.getCookie());
 }
@@ -79,6 +80,7 @@ Result<Cookie> EditActions::saveCopy(const Cookie& cookie, const std::string& na
   openEdits().release(*edit);
   copy.rename(name);
   auto stored = store(std::move(copy), cookie.getType());
+  // Only once the copy is on the share: until then the loaded object is the only one.
   if (stored && isGone) openEdits().letGo(cookie);
   return stored;
 }
@@ -114,6 +116,8 @@ Result<void> EditActions::restore(const Cookie& cookie, const std::string& versi
     edit.putContent(std::move(*document));
     auto saved = saveLoaded(edit, EditFile::Overwrite::eRefuse);
     if (!saved) {
+      // The refusal of the save is what the user has to know; where this fails too, the edit stays
+      // dirty.
       (void)edit.revert();
       openEdits().noteLoaded(edit);  // the list has the older version's name by now
       return saved;
@@ -131,7 +135,7 @@ namespace korvel {
 
 namespace {
 
-/// Whether what a file's lock guards may be done: also on a share without locks, where nothing
+/// Whether the work that the lock guards may go on: also on a share without locks, where nothing
 /// could ever be deleted otherwise.
 Result<void> requireLock(const ObjectLock& lock) {
   const Result<void>& taken = lock.taken();
@@ -212,6 +216,7 @@ Result<void> EditActions::takeBack(const Trashed& trashed) {
     if (auto taken = requireLock(lock); !taken) return taken;
     if (auto moved = TrashFolder::giveBack(trashed, path); !moved) return moved;
   }
+  // After the lock was given up: telling of it may lead to reading and saving.
   openEdits().takeUpFile(cookie);
   tellOwner(cookie);
   ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, true); });

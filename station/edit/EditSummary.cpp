@@ -18,9 +18,9 @@ Error broken(const std::string& why) {
   return {ErrorCode::eBadContent, "it is no OpenTimelineIO timeline: " + why, {}};
 }
 
-/// Walks over a JSON text and picks up the strings that a summary needs. What lies between
-/// brackets, commas and strings (blanks, colons, numbers, words) is jumped over by the C library,
-/// whose search is fast in every build.
+/// Walks over a JSON text and picks up the strings that a summary needs. Everything else between
+/// brackets, commas and strings (blanks, colons, numbers, words) is skipped by strcspn(), which the
+/// C library makes fast even in builds without optimisation.
 class SummaryScanner {
  public:
   explicit SummaryScanner(const std::string& text) : text_(text) {}
@@ -50,6 +50,7 @@ class SummaryScanner {
     switch (letter) {
       case '{':
       case '[':
+        // What opening would refuse is refused here, so that lists and opening agree.
         if (levels_.size() == kDeepestNesting) return false;
         levels_.push_back({letter == '{', {}, letter == '{'});
         return true;

@@ -26,9 +26,9 @@ std::size_t contentHash(std::string_view bytes);
 std::string keptText(const EditSummary& summary);
 std::optional<EditSummary> keptSummary(std::string_view keptText);
 
-/// Reads name and owner out of an edit's file without building its document, so that thousands are
-/// looked through in a moment. Checks the schema and that the text is whole, but not all of its
-/// grammar: opening the edit does. Failure: eBadContent, and what is wrong.
+/// Reads name and owner out of an edit's file without building its document, since entering a
+/// project does so for thousands of files. Checks the schema and that the text is whole, but not
+/// all of its grammar: opening the edit does. Failure: eBadContent, and what is wrong.
 Result<EditSummary> readEditSummary(const std::string& bytes);
 
 }  // namespace korvel

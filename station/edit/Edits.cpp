@@ -76,7 +76,7 @@ Result<StampedSummary> readStampedSummary(const std::string& path) {
   return StampedSummary{content->stamp, std::move(*summary)};
 }
 
-/// What is known of the file from an earlier session.
+/// What the cache of an earlier run knows of the file.
 std::optional<EditSummary> summaryInCache(const OpenProject& project, const std::string& name,
                                           const FileStamp& stamp) {
   const std::string_view* const text = project.cache ? project.cache->find(name, stamp) : nullptr;
@@ -143,6 +143,7 @@ void Edits::put(const Cookie& cookie, EditSummary summary) const {
 
 void Edits::enterUnread(const OpenProject& project, const std::vector<std::string>& names) {
   std::vector<Result<StampedSummary>> read(names.size(), Error());
+  // Several at once: each read waits for a round trip to the share.
   inFlight(names.size(),
            [&](std::size_t each) { read[each] = readStampedSummary(folder_ + "/" + names[each]); });
   for (std::size_t each = 0; each < names.size(); ++each) {
@@ -152,6 +153,8 @@ void Edits::enterUnread(const OpenProject& project, const std::vector<std::strin
       continue;
     }
     auto& [stamp, summary] = *read[each];
+    // A file that was not at rest may change again within the same tick of the share's clock, with
+    // the same stamp.
     if (project.cache && isAtRest(stamp, project.listing)) {
       project.cache->put(names[each], stamp, keptText(summary));
     }
@@ -172,6 +175,7 @@ void Edits::takeUpUnlisted(const std::vector<std::string>& files) {
     const Cookie cookie = cookieOfFile(file);
     if (cookie.isNull() || holds(cookie)) continue;
     auto summary = readListedSummary(folder_ + "/" + file);
+    // Not reported: another station may be making the file, and the watch finds it again.
     if (!summary) continue;
     put(cookie, std::move(*summary));
     events().changed(kindText(cookie), cookie, "created", currentOrigin());
@@ -185,6 +189,7 @@ void Edits::leave() {
               edit->kindText(), shownText(nameOf(cookie)));
     }
   }
+  // With a copy of the cookie: unload() erases the entry that holds it.
   while (!loaded_.empty()) unload(Cookie(loaded_.begin()->first));
   index_.clear();
   shown_.reset();
@@ -193,6 +198,7 @@ void Edits::leave() {
 
 void Edits::setAside(const Cookie& cookie, const std::string& problem) const {
   const EditSummary* known = index_.find(cookie);
+  // A broken file is found again by every look; each problem is reported once.
   if (known && known->problem == problem) return;
   LogBoth("The file of %s %s cannot be read and is left as it is: %s\n", kindText(cookie),
           cookie.asString(), problem);
@@ -329,6 +335,7 @@ void Edits::release(EditFile* edit) {
   if (--edit->holders > 0) return;
   const auto known = loaded_.find(edit->getCookie());
   if (known == loaded_.end() || known->second.get() != edit) {
+    // Unloaded while something still held it: this was the last hold.
     std::erase_if(gone_, [edit](const auto& each) { return each.get() == edit; });
   } else if (!edit->isUserOpen && !edit->holdsUnwritten()) {
     if (index_.find(edit->getCookie())) noteLoaded(*edit);
@@ -377,6 +384,7 @@ Result<void> Edits::close(const Cookie& cookie) {
     return {};
   }
   unload(cookie);
+  // It may have shown unsaved changes of other stations. The lists show what the file holds again.
   index_.markStale(cookie);
   return {};
 }
@@ -421,7 +429,7 @@ void Edits::noteDeletedElsewhere(const Cookie& cookie) {
                          [this, cookie] { forgetIfGone(cookie); });
 }
 
-// A message alone deletes nothing: it may be forged, or here before the share shows the deletion.
+// A message alone deletes nothing: it may be forged, or arrive before the share shows the deletion.
 bool Edits::forgetIfGone(const Cookie& cookie) {
   if (!isProjectOpen() || !holds(cookie) || !isGoneFrom(folder_, pathFor(cookie))) return false;
   takeDeletion(cookie);
@@ -456,7 +464,8 @@ void Edits::lookLater(const Cookie& cookie) {
   DelayedReread::arrange(cookie.asString().str(), [this, cookie] { readLate(cookie); });
 }
 
-// An object whose file is gone is left to the message of its deletion.
+// An object whose file is gone is not handled here: the message of its deletion, or the watch, does
+// that.
 void Edits::readLate(const Cookie& cookie) {
   if (!isProjectOpen() || !holds(cookie)) return;
   if (EditFile* const edit = loaded(cookie)) return edit->readLate();
@@ -470,6 +479,7 @@ void Edits::readLate(const Cookie& cookie) {
 }
 
 void Edits::letGo(const Cookie& cookie) {
+  // First: the observer must not keep changes that the user dropped or has elsewhere.
   if (EditFile* const edit = loaded(cookie)) edit->setDirty(false);
   forget(cookie);
   events().changed(kindText(cookie), cookie, "destroyed", currentOrigin());

@@ -93,8 +93,8 @@ class Edits : public iProjectPart {
   /// Holds a loaded object once more.
   static void holdAgain(EditFile& edit) { ++edit.holders; }
 
-  /// Gives a hold back; an object that nobody holds, that is not open and that has nothing unsaved
-  /// is unloaded.
+  /// Gives a hold back. An object without holds that is not open and has nothing unsaved is
+  /// unloaded.
   void release(EditFile* edit);
 
   /// The loaded object, or null.
@@ -139,8 +139,8 @@ class Edits : public iProjectPart {
   /// Takes an object out of the lists and out of memory.
   void forget(const Cookie& cookie);
 
-  /// The same for one that stayed in memory although its file is gone, with its unsaved changes,
-  /// which the user does not want or has elsewhere; tells of it.
+  /// The same for an object that stayed in memory with its unsaved changes although its file is
+  /// gone. The user does not want them, or has saved them elsewhere; tells of it.
   void letGo(const Cookie& cookie);
 
   /// Takes up an object whose file is there again, or for the first time, and tells of it.
@@ -158,10 +158,10 @@ class Edits : public iProjectPart {
   /// The objects with unsaved changes of the local user's.
   [[nodiscard]] std::vector<NamedObject> unsaved() const;
 
-  /// Tells the observer from now on, null for nobody; it must outlive this or be taken back.
+  /// Sets the observer of unsaved changes, or null; it must outlive this or be taken back.
   void observeUnsaved(iUnsavedObserver* observer) { observer_ = observer; }
 
-  /// Who is told of unsaved changes; null for nobody.
+  /// The observer of unsaved changes, or null.
   [[nodiscard]] iUnsavedObserver* unsavedObserver() const { return observer_; }
 
   /// "edit" or "log" after the cookie's kind.

@@ -28,7 +28,7 @@ JsonValue item(const char* schema, const std::string& name) {
   return JsonValue::object({{kSchema, schema}, {kMetadata, JsonValue::object()}, {"name", name}});
 }
 
-/// Puts back what stood in the place of the metadata before the block was made.
+/// Puts back the metadata that was there before the block was made.
 void restoreMetadata(JsonValue& json, const JsonValue& block) {
   if (block.find(kMetadataAdded)) {
     json.remove(kMetadata);
@@ -126,6 +126,7 @@ std::string OtioDocument::exportedText() const {
   JsonValue plain = json_;
   JsonValue* metadata = plain.find(kMetadata);
   if (!metadata || !metadata->find(kBlock)) return writeJsonIndented(plain);
+  // A copy: the block is taken out of the metadata below.
   const JsonValue own = block();
   if (const JsonValue* before = own.find(kBlockWas)) {
     metadata->set(kBlock, *before);
@@ -143,12 +144,14 @@ JsonValue& OtioDocument::ownBlock() {
   JsonValue* own = metadata ? metadata->find(kBlock) : nullptr;
   if (own && own->isObject()) return *own;
   adopt(logType(0), {});
+  // A file that names no log type keeps none: the type follows from the cookie.
   json_.find(kMetadata)->find(kBlock)->remove("logType");
   return *json_.find(kMetadata)->find(kBlock);
 }
 
 namespace {
 
+// Beyond 2^53 a double does not hold every whole number.
 constexpr double kLargestExactInteger = 9007199254740992.0;
 
 Error noClip(const std::string& wanted) {
@@ -268,6 +271,7 @@ Result<std::string> findClip(const JsonValue& timeline, const std::string& nameO
     if (item["name"].asString() == nameOrPath && !nameOrPath.empty()) paths.push_back(path);
   });
   if (paths.size() == 1) return paths.front();
+  // After the names: a clip may be called "0/2".
   if (const JsonValue* item = walk(timeline, nameOrPath); item && isClip(*item)) return nameOrPath;
   if (paths.empty()) return noClip(nameOrPath);
   std::string all;

@@ -43,6 +43,7 @@ void ThumbnailQueue::work() {
     tasks_.pop_front();
     isRendering_ = true;
     lock.unlock();
+    // Without the lock, so that the host thread can queue more meanwhile.
     task();
     lock.lock();
     isRendering_ = false;

@@ -17,7 +17,8 @@ namespace korvel {
 
 namespace {
 
-/// How long changes are gathered: many in a row are written once.
+/// How long changes are gathered: a burst of changes is written once. A crash loses no more than
+/// this.
 constexpr std::chrono::milliseconds kGathering(300);
 
 /// A record's time on the clock of the wall: "12:04", with the date unless it is of today.
@@ -72,7 +73,7 @@ void UnsavedEdits::enter(const OpenProject& project, const std::vector<std::stri
   tellOfLeft();
 }
 
-// A station that ended right after a save may not have come to remove its copy.
+// A station that ended right after a save may have left its copy: nothing of it is unsaved.
 void UnsavedEdits::dropWhatWasSaved() {
   const auto isSaved = [this](const UnsavedState& state) {
     const Cookie cookie(state.object.c_str(), false);
@@ -201,6 +202,7 @@ Result<void> UnsavedEdits::saveAll() {
 Result<void> UnsavedEdits::discardAll() {
   for (const NamedObject& each : list()) {
     if (EditActions::revert(each.cookie)) continue;
+    // The file cannot be read again, but the user wants the changes dropped.
     if (EditFile* const edit = edits_.loaded(each.cookie)) edit->setDirty(false);
   }
   return {};
@@ -217,6 +219,7 @@ Result<void> UnsavedEdits::prepareToLeave(Leaving leaving) {
                      namesOf(unsaved) + ". Add --save to save them, or --discard to drop them.",
                  {}};
   }
+  // Dropped in leave(): until the project is really left the user may still stay.
   isDiscarding_ = true;
   return {};
 }
@@ -258,6 +261,7 @@ Result<Cookie> UnsavedEdits::recover(const std::string& nameOrCookie) {
   if (!cookie) return cookie;
   flush();
   folder_.finish();
+  // Last: the changes are on the disk again, as this session's own, before the old copy goes.
   if (auto removed = RecoveryFolder::remove(state); !removed)
     LogBoth("%s\n", removed.error().message);
   refreshLeft();
@@ -281,6 +285,7 @@ Result<Cookie> UnsavedEdits::takeUp(const UnsavedState& state, OtioDocument docu
                  {}};
   }
   (*edit)->takeUnsaved(std::move(document), state.hash, state.number);
+  // Open, so that it stays loaded, and a save elsewhere reaches it.
   (*edit)->isUserOpen = true;
   edits_.noteLoaded(**edit);
   edits_.release(*edit);
