@@ -8,7 +8,7 @@ namespace korvel {
 
 namespace {
 
-/// Takes events while nobody listens.
+/// Drops events while no sink is installed, so that callers need not ask.
 class DroppingEvents : public iStationEvents {
  public:
   void sent(const std::string&) override {}
@@ -100,6 +100,7 @@ void notifyUser(Notification notification) {
   auto& kept = keptNotifications();
   notification.time = std::chrono::system_clock::now();
   kept.push_back(std::move(notification));
+  // Other stations can send texts without end.
   if (kept.size() > kMostNotifications) kept.pop_front();
   noteTextShown();
   events().notification(kept.back().text);

@@ -25,7 +25,7 @@ enum class Origin {
 /// How events name it: "local", "remote", "folder".
 const char* originText(Origin origin);
 
-/// What the station tells whoever shows it: the console, the window, an event file. Called on the
+/// What the station tells those that show it: the console, the window, an event file. Called on the
 /// host thread, except log() and network(), which any thread may call; implementations of those two
 /// guard themselves.
 class iStationEvents {

@@ -75,12 +75,14 @@ void HostThread::stop() {
 }
 
 bool HostThread::takeNext(Task& next, bool wait) {
-  next = nullptr;  // what the last task held is released before the thread waits
+  // What the last task holds is released before this thread waits, and without the lock.
+  next = nullptr;
   std::unique_lock lock(mutex_);
   queueWhatIsDue();
   if (wait) waitForWork(lock);
   if (wait && stopped_) return false;
   if (tasks_.empty() && deliveries_.empty()) return false;
+  // In turn: a flood of messages must not keep commands waiting, nor the other way round.
   deliveryTurn_ = !deliveryTurn_;
   if (tasks_.empty() || (deliveryTurn_ && !deliveries_.empty())) {
     deliveryBytes_ -= deliveries_.front().bytes;

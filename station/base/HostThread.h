@@ -39,7 +39,7 @@ std::thread watchThread(Work work) {
   });
 }
 
-/// What the host thread is at, for whoever wonders why it does not answer.
+/// What the host thread is doing, to be shown when it does not answer.
 struct Activity {
   std::string what;  ///< "message EditSaved"; empty for nothing in particular
   std::chrono::steady_clock::time_point since;

@@ -60,7 +60,8 @@ constexpr std::size_t kMaxDigits = 32;
 constexpr std::size_t kTail = 5;         ///< "-ff00"
 constexpr std::size_t kAbbreviated = 9;  ///< with the kind letter
 
-/// Names become cookies within this namespace, on every station alike.
+/// Names become cookies within this namespace. It must be the same on every station, or they would
+/// not agree on an object's cookie.
 constexpr uuid_t kNameSpace = {0x3b, 0x5e, 0x0c, 0x52, 0x9d, 0x1f, 0x4e, 0x8a,
                                0x8c, 0x27, 0x61, 0x0f, 0x5a, 0x44, 0xd9, 0x73};
 

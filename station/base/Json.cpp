@@ -496,6 +496,7 @@ void JsonValue::append(JsonValue element) {
 }
 
 const JsonValue* JsonValue::find(std::string_view key) const {
+  // Of several members of one key the last counts.
   const auto found = std::find_if(members_.rbegin(), members_.rend(),
                                   [key](const Member& member) { return member.first == key; });
   return found == members_.rend() ? nullptr : &found->second;
@@ -647,6 +648,7 @@ bool isWholeNumber(std::string_view spelling) {
 bool sameNumber(std::string_view a, std::string_view b) {
   if (a == b) return true;
   if (notFinite(a) || notFinite(b)) return notFinite(a) == notFinite(b);
+  // 1 and 1.0 are different numbers in an edit: neither spelling may be lost.
   if (isWholeNumber(a) || isWholeNumber(b)) return false;
   Decimal left;
   Decimal right;

@@ -66,7 +66,7 @@ void RotatingFile::rotate() {
   for (int number = kFiles - 1; number > 0; --number) {
     ::rename(numbered(path_, number - 1).c_str(), numbered(path_, number).c_str());
   }
-  // Never written into what another put there meanwhile.
+  // O_EXCL: a file that another program put there meanwhile is not written to.
   const int fresh = open(path_, O_APPEND | O_EXCL);
   if (fresh < 0) return;
   ::close(std::exchange(descriptor_, fresh));
@@ -82,7 +82,7 @@ namespace korvel {
 namespace {
 
 /// The host log file of the settings, opened when the first line is written to it; rotated. Where
-/// it is a pipe or a terminal, nobody waits for who reads it.
+/// it is a pipe or a terminal, no thread of the station waits for its reader.
 class LogFile {
  public:
   /// Appends a text; each of its lines begins with the time. Returns a sentence when the file
@@ -95,7 +95,7 @@ class LogFile {
     return file_->write(stamped(text)) ? problem : brokenOff(errno);
   }
 
-  /// Gives who reads a pipe a moment to read the rest; nothing is written to it afterwards.
+  /// Gives the reader of a pipe a moment to read the rest; nothing is written to it afterwards.
   void finish() {
     const std::lock_guard lock(mutex_);
     if (pipe_) pipe_->finish();
@@ -126,7 +126,8 @@ class LogFile {
     return {};
   }
 
-  /// What a reader that went away has not read is lost; another one may come to a named pipe.
+  /// Texts that a reader has not read when it closes the pipe are lost. Another reader may come to
+  /// a named pipe.
   std::string queue(const std::string& lines) {
     std::string problem;
     if (const int why = failure_) {
@@ -177,10 +178,10 @@ class LogFile {
 
   std::mutex mutex_;
   std::unique_ptr<RotatingFile> file_;
-  std::unique_ptr<PipeWriter> pipe_;  ///< in the file's stead where somebody reads
+  std::unique_ptr<PipeWriter> pipe_;  ///< in place of the file where a reader is at the other end
   std::once_flag finishesAtExit_;
   std::atomic<int> failure_{0};  ///< the errno value that ended the writing to the pipe
-  std::size_t leftOut_ = 0;      ///< texts that no line tells of yet
+  std::size_t leftOut_ = 0;      ///< texts left out that no line reports yet
   std::string path_;
   bool atLineStart_ = true;
   bool isBroken_ = false;

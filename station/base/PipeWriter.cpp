@@ -21,8 +21,8 @@ namespace {
 
 constexpr int kMillisecondsBetweenOpens = 50;
 
-/// A terminal that is ready for one byte makes a write of more wait; one that is opened anew can be
-/// told not to, while the shell's own stays as it is.
+/// A terminal that is ready for one byte may still make a longer write wait. Opened anew it can be
+/// told not to wait, without changing the shell's own descriptor.
 int withoutWaiting(int descriptor) {
   if (descriptor < 0 || ::isatty(descriptor) != 1) return descriptor;
   const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
@@ -49,6 +49,8 @@ PipeWriter::~PipeWriter() {
 
 bool PipeWriter::write(const std::string& line) {
   const std::lock_guard lock(mutex_);
+  // Taken and dropped: the failure was reported, and more lines must not wait for a reader that is
+  // gone.
   if (hasFailed_) return true;
   if (waiting_.size() + line.size() > kMaxWaiting) return false;
   waiting_ += line;
@@ -84,7 +86,8 @@ void PipeWriter::run() {
   }
 }
 
-/// Opening for writing alone would wait for a reader without end.
+/// With O_NONBLOCK, and again and again: opening a pipe for writing otherwise waits for a reader
+/// without end.
 bool PipeWriter::openPipe() {
   while (descriptor_ < 0) {
     const bool ends = isEnding();
@@ -120,7 +123,7 @@ bool PipeWriter::writeBlock() {
   return true;
 }
 
-/// A pipe that is ready takes so many bytes without making anybody wait.
+/// A pipe that is ready takes PIPE_BUF bytes at once, so this write does not wait.
 bool PipeWriter::writeSome() {
   const std::size_t size = std::min<std::size_t>(block_.size() - done_, PIPE_BUF);
   const ssize_t count = ::write(descriptor_, block_.data() + done_, size);

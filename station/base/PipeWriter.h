@@ -76,8 +76,7 @@ class PipeWriter {
   std::thread thread_;
 };
 
-/// Whether what is written to the descriptor waits for somebody who reads: a pipe, a socket, a
-/// terminal.
+/// Whether a write to the descriptor may wait for a reader: a pipe, a socket, a terminal.
 bool isReadBySomebody(int descriptor);
 
 /// Whether a path leads to a named pipe, which opening for writing would wait at for a reader.

@@ -201,7 +201,7 @@ std::string renderForPeople(const JsonValue& value) {
 
 namespace {
 
-/// Wider or more precise than any line needs, and small enough to cost nothing.
+/// The greatest width and precision: more than any line needs, and small enough to cost nothing.
 constexpr int kMaxWidth = 4096;
 
 /// What stands between a "%" and the end of its conversion. `letter` is 0 where the format ended.

@@ -43,7 +43,7 @@ struct StationSettings {
   std::map<std::string, std::string> config;  ///< the host configuration, key to value
   std::string plugin;                         ///< path of the plug-in library
   SealPolicy seal = SealPolicy::eAccept;
-  std::string shareHeard;  ///< where whom it hears is kept; empty for nowhere
+  std::string shareHeard;  ///< directory of the list of heard senders; empty: off
   std::string logFile;     ///< empty for none
   std::string recovery;    ///< the folder of unsaved changes on this machine; empty for nowhere
   std::string cache;       ///< the folder on this machine of what was read; empty for nowhere
