@@ -173,7 +173,7 @@ bool PanelBox::handleEvent(const Event& event) {
   const bool isReturn = event.type == Event::eKeyPress && event.key == Event::eReturn;
   auto* tool = dynamic_cast<GenIcon*>(parent());
   if (!tool || (!isClick && !isReturn)) return false;
-  // Either destroys this box.
+  // Either call destroys this box: nothing of it may be used afterwards.
   if (which_ == StandardPanel::eCollapseBox) {
     tool->handleFlipSize();
   } else if (Desktop* desktop = hostParts().desktop) {
@@ -193,7 +193,8 @@ Glob* widgetAt(Glob& root, const XY& place) {
   return &root;
 }
 
-/// Asks a widget, then its parents. A handler may destroy widgets: only living ones are asked.
+/// Asks a widget, then its parents. A handler may destroy widgets, so each is asked only while it
+/// is known to live.
 bool deliver(Glob* widget, const Event& event) {
   while (widget) {
     Glob* next = widget->parent();
@@ -282,6 +283,7 @@ void Desktop::restoreTools(const std::vector<SavedTool>& tools) {
 }
 
 void Desktop::closeTools() {
+  // First: the factories are the plug-in's code, and nothing may make a tool once it is unloaded.
   ComponentTypes::instance().clear();
   toolbox_->destroyChildren();
   while (children().back().get() != toolbox_) takeChild(children().back().get());
@@ -308,6 +310,7 @@ GenIcon* DragDropManager::dragged() { return draggedTool; }
 void DragDropManager::drop() {
   GenIcon* tool = std::exchange(draggedTool, nullptr);
   Desktop* desktop = hostParts().desktop;
+  // A tool without a source was dropped already.
   if (!tool || !tool->dragSource() || !desktop) return;
   std::unique_ptr<Glob> taken = tool->dragSource()->takeChild(tool);
   tool->setDragSource(nullptr);

@@ -48,6 +48,7 @@ std::unique_ptr<Glob> Glob::takeChild(Glob* child) {
 }
 
 void Glob::destroyChildren() {
+  // The youngest first: a child may be placed by an older sibling.
   while (!children_.empty()) children_.pop_back();
 }
 

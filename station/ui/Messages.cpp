@@ -22,8 +22,8 @@ bool isInToolbox(const Glob* widget) {
   return false;
 }
 
-/// Whether a colleague's words spell what a box of this screen sends for a key. They are words all
-/// the same: a handler would take them for the key.
+/// Whether the text of another station's message equals what a box of this screen sends for a key.
+/// It is delivered as a text: a handler would take it for the key.
 bool isForgedCallback(const LightweightString<char>& text) {
   const ReceivedMessage* const message = currentMessage();
   if (!message || text.view() != message->fields.data) return false;
@@ -50,7 +50,7 @@ void Glob::sendMsg(Glob* target, const LightweightString<char>& text, Glob* send
     if (widget->handleMessageEvent(text, sender)) return;
     widget = Screen::instance().isAlive(next) ? next : nullptr;
   }
-  // A widget that lies nowhere has no way up to the desktop; its texts must not be lost.
+  // A widget outside of the desktop has no parent that leads there. Its texts must not be lost.
   Desktop* desktop = hostParts().desktop;
   if (desktop && last != desktop) desktop->handleMessageEvent(text, sender);
 }
@@ -59,6 +59,7 @@ Glob* GlobManager::find(const LightweightString<char>& id) {
   Glob* inToolbox = nullptr;
   for (Glob* widget : Screen::instance().widgets()) {
     if (widget->idstring() != id) continue;
+    // A tool on the desktop goes before its icon in the toolbox, which has the same name.
     if (!isInToolbox(widget)) return widget;
     if (!inToolbox) inToolbox = widget;
   }

@@ -143,7 +143,8 @@ Result<void> PanelDriver::chooseRecipient(const std::string& user) {
 void PanelDriver::focusEntry(const Widgets& widgets) {
   TextBox& box = widgets.entry->textBox();
   click(box);
-  // Something else may lie over the box; the keyboard reaches it all the same.
+  // Another widget may lie over the box and take the click. The keyboard reaches the box all the
+  // same.
   if (!box.hasFocus()) box.setFocus();
 }
 
@@ -172,6 +173,7 @@ Result<void> PanelDriver::say(const std::string& user, const std::string& text) 
   if (Result<void> chosen = chooseRecipient(user); !chosen) return chosen;
   const Result<Widgets> widgets = findOpenPanel();
   if (!widgets) return widgets.error();
+  // What a user began to type must not become part of this text.
   widgets->entry->setText({});
   if (Result<void> typed = type(text); !typed) return typed;
   return pressReturn();

@@ -96,7 +96,8 @@ std::string doubleName(const std::string& name) {
   return dot == std::string::npos ? name + "@2x" : name.substr(0, dot) + "@2x" + name.substr(dot);
 }
 
-/// The path of a picture of the host's; empty, and reported once, when it cannot be used.
+/// The path of one of the host's pictures. Empty, and reported once, when it cannot be used: icons
+/// are made again and again.
 std::string findPicture(const std::string& name, std::optional<Size>& size) {
   static std::set<std::string> reported;
   const std::string path = resourceDirectory() + "/" + name;
@@ -157,6 +158,7 @@ GenIcon::GenIcon(const IconSet& icon, const GlobCreationInfo& info, const Size& 
 }
 
 GenIcon::~GenIcon() {
+  // A tool may be destroyed while it is dragged.
   if (DragDropManager::dragged() == this) DragDropManager::beginDrag(nullptr);
 }
 

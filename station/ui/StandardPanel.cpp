@@ -46,6 +46,7 @@ void StandardPanel::addBox(eStandardWidget which) {
 
 void StandardPanel::removeStandardWidgets(unsigned mask, bool andContent) {
   standardWidgets_ &= ~mask;
+  // Collected first: taking a child out changes the list.
   std::vector<Glob*> unwanted;
   for (const auto& child : children()) {
     if (isBoxOf(*child, mask) || (andContent && !isBox(*child))) unwanted.push_back(child.get());

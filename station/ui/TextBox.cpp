@@ -50,6 +50,7 @@ bool TextBox::sendsCallback(const LightweightString<char>& text) const {
 void TextBox::tell(eCallback callback) {
   const auto request = requests_.find(callback);
   if (request == requests_.end()) return;
+  // A copy: the handler may ask for another callback, or destroy this box.
   const Request told = request->second;
   Glob::sendMsg(told.handler, told.text, this);
 }
@@ -176,6 +177,7 @@ ScrollableTextBoxBase::~ScrollableTextBoxBase() = default;
 
 void ScrollableTextBoxBase::setStrings(const Lines& lines) {
   const bool showsEnd = first_ == lastFirstLine();
+  // Messages of others add lines without end.
   const bool isLong = lines.size() > kMostLines;
   content_->setLines(isLong ? Lines(lines.end() - kMostLines, lines.end()) : lines);
   first_ = showsEnd ? lastFirstLine() : std::min(first_, lastFirstLine());
