@@ -49,8 +49,8 @@ constexpr Shown kTransferShown{
 
 constexpr const char* kTransferFewer = "stations log what there is of them";
 
-// Required of stations with too few fields: type 5 is acted on with empty permissions, type 15
-// with the value 0, and the transfers are logged with what there is.
+// Required for messages with too few fields: type 5 is acted on with empty permissions, type 15
+// with the value 0, and transfers are logged with the fields that are there.
 constexpr MessageType kTypes[] = {
     {MessageType::eEditModification,
      "EditModification",
@@ -150,8 +150,10 @@ std::vector<std::string> splitFields(std::string_view text) {
 MessageFields readMessage(std::string_view wireText) {
   MessageFields message;
   message.typeName = messageTypeName(MessageType::eNone);
+  // Other stations read up to the first zero byte. A seal stands behind one.
   wireText = wireText.substr(0, wireText.find('\0'));
-  // A reader looks at the first byte before it splits: a leading separator is no version.
+  // The version is looked for before the text is split: splitting ignores a separator at the head,
+  // and such a text has no version.
   if (!wireText.starts_with(kWireVersion)) return message;
   const auto fields = splitFields(wireText);
   message.count = fields.size();
@@ -213,7 +215,7 @@ std::vector<JsonValue::Member> datagramMembers(const std::string& wireText) {
 
 namespace {
 
-/// Bytes that outlive their delivery, should the plug-in keep them.
+/// Bytes that live on after their delivery, in case the plug-in keeps them.
 class HeldBytes : public iMemHolder {
  public:
   explicit HeldBytes(std::string bytes) : bytes_(std::move(bytes)) {}
@@ -224,8 +226,8 @@ class HeldBytes : public iMemHolder {
   std::string bytes_;
 };
 
-/// Whether words are for the user of this station. Unlike the plug-in, which compares byte by byte
-/// with letters, it knows a user whose name is not ASCII.
+/// Whether a text is for the user of this station. The plug-in compares byte by byte with letters,
+/// and so misses a user whose name is not ASCII.
 bool isForThisUser(const MessageFields& message) {
   if (message.type != MessageType::eUserMessage || !message.valid) return false;
   if (!settings().networkMode) return false;
@@ -253,7 +255,7 @@ void deliverMessage(iNetMessageReceiver& receiver, const ReceivedMessage& messag
   events().received(message.wireText, message.fields);
   const std::uint64_t shownBefore = textsShown();
   receiver.receive(Kv::Ptr<iMemHolder>(new HeldBytes(message.wireText)), nullptr);
-  // The panel takes words that look like a message of its own and shows nothing of them.
+  // The panel takes a text that looks like one of its own messages, and shows nothing of it.
   if (textsShown() == shownBefore && isForThisUser(message.fields)) notifyUser(message.words);
 }
 

@@ -175,7 +175,7 @@ struct ReceivedMessage {
   std::string wireText;
   MessageFields fields;       ///< what it says, read once for all of this station
   Notification words;         ///< its text for people
-  bool isUnverified = false;  ///< nobody vouches for its sender, though he could have sealed it
+  bool isUnverified = false;  ///< its sender is not proven, though he could have sealed it
 
   void markUnverified() { isUnverified = words.isUnverified = true; }
 };
