@@ -23,6 +23,8 @@ class NotifierList::EntryGuard : public Kv::Guard {
       : entries_(std::move(entries)), entry_(std::move(entry)) {}
 
   ~EntryGuard() override {
+    // A notification that is under way has a copy of the list, and must not call this callback any
+    // more.
     entry_->ended = true;
     if (const auto entries = entries_.lock()) std::erase(*entries, entry_);
   }
@@ -44,7 +46,8 @@ Kv::Ptr<Kv::Guard> NotifierList::add(const Kv::Ptr<CallbackInvoker<NotifyMsg>>& 
 }
 
 void NotifierList::notify(const NotifyMsg& message) const {
-  const Entries atStart = *entries_;  // also keeps the callbacks alive while they run
+  // A callback may add or end others: the copy is walked, and keeps all alive while they run.
+  const Entries atStart = *entries_;
   for (const auto& entry : atStart) {
     if (entry->takes(message.type())) entry->invoker->invoke(message);
   }
