@@ -14,7 +14,7 @@ constexpr const char* kEntry = "kvPluginInstance";
 // The C++ name of Messager::registerTypes(), which a plug-in with a panel exports.
 constexpr const char* kRegisterTypes = "_ZN8Messager13registerTypesEv";
 
-// A leak checker finds what a library's own objects refer to only while the library is mapped.
+// A leak checker follows pointers in a library's own objects only while the library is mapped.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int kLoadFlags = RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE;
 #else
@@ -68,7 +68,7 @@ Result<void> PluginLoader::initialise(const std::string& path) {
                        "; name another with --plugin FILE.");
   }
   KvPluginBase* found = nullptr;
-  entry(&found);  // false before the initialisation, as it should be
+  entry(&found);  // it returns false before the initialisation: required, and no failure
   if (!found) {
     return failure(ErrorCode::eBadContent, path,
                    "hands out no plug-in object; name another with --plugin FILE.");
@@ -87,6 +87,7 @@ void PluginLoader::registerPanelTypes() {
 
 void PluginLoader::unload(Shutdown::eExitType type) {
   if (!library_) return;
+  // First: the callbacks are code of the library that is unmapped below.
   runShutdownCallbacks(type);
   close();
 }

@@ -55,8 +55,8 @@ struct Entry {
   int priority;
 };
 
-/// Built on first use, since plug-ins register while their static objects are built, and never
-/// destroyed.
+/// Built on first use: plug-ins register while their static objects are built, perhaps before this
+/// file's. Never destroyed.
 std::vector<Entry>& entries() {
   static auto* const list = new std::vector<Entry>;
   return *list;
@@ -84,6 +84,7 @@ namespace korvel {
 
 void runShutdownCallbacks(Shutdown::eExitType type) {
   while (!entries().empty()) {
+    // Taken out before it is called: a callback may add others.
     const Entry first = entries().front();
     entries().erase(entries().begin());
     callGuarded(*first.callback, type);
