@@ -53,7 +53,8 @@ MessageGate judgeMessage(const MessageFields& message) {
       return isRewritten(message) ? await(UserFilter::getFilterMetadataFileName(cookie))
                                   : MessageGate{};
     case MessageType::ePermissionsChange:
-      // Owners of objects that nobody has would be kept for as long as the station runs.
+      // The plug-in keeps each announced owner for as long as the station runs. A stranger who
+      // invents objects would fill the memory.
       return {isOfOpen && !isKnown(cookie, open) ? MessageGate::eDrop : MessageGate::eDeliver, {}};
     default:
       return {};

@@ -4,9 +4,9 @@
 
 namespace korvel {
 
-/// What becomes of another station's message before the plug-in sees it: one that announces a file
-/// which is not there yet is held back, and one about the owner of an object that nobody knows is
-/// dropped. Only the open project is looked at. Host thread.
+/// What becomes of another station's message before the plug-in sees it. A message that announces a
+/// file which is not there yet is held back. One about the owner of an object that does not exist
+/// is dropped. Only the open project is looked at. Host thread.
 MessageGate judgeMessage(const MessageFields& message);
 
 }  // namespace korvel

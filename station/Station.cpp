@@ -77,7 +77,7 @@ std::shared_ptr<iTrafficObserver> heardList(const NetworkService& network) {
   return std::make_shared<HeardList>(std::move(keeper));
 }
 
-/// What the network is to seal with.
+/// The seals, which the network uses from now on.
 std::shared_ptr<Seals> makeSeals(NetworkService& network) {
   const StationSettings& with = settings();
   auto seals = std::make_shared<Seals>(with.seal, with.projectsDirectory,
@@ -86,7 +86,7 @@ std::shared_ptr<Seals> makeSeals(NetworkService& network) {
   return seals;
 }
 
-/// What the network is told to tell of itself.
+/// The counts of what the network hears and sends, which it keeps from now on.
 std::shared_ptr<const TrafficCounts> observed(NetworkService& network) {
   auto counts = std::make_shared<TrafficCounts>(network.senderPort(), heardList(network));
   network.observe(counts);
@@ -95,6 +95,7 @@ std::shared_ptr<const TrafficCounts> observed(NetworkService& network) {
 
 }  // namespace
 
+// In the order of need: each part uses earlier ones, and the plug-in, destroyed first, uses all.
 struct Station::Parts {
   HostThread hostThread;
   DelayedReread lateLooks{hostThread};
@@ -128,6 +129,7 @@ Station::Station() : parts_(std::make_unique<Parts>()) {
   parts_->projects.addPart(parts_->filters);
   parts_->projects.addPart(parts_->media);
   parts_->projects.addPart(parts_->rooms);
+  // After the edits, so that leaving keeps their unsaved changes before the edits forget them.
   parts_->projects.addPart(parts_->unsaved);
   parts_->projects.addPart(parts_->undo);
 }
@@ -216,8 +218,8 @@ bool isLeftOut(const std::string& user) {
 
 }  // namespace
 
-// Required: recipients are upper-cased host names, and a receiver compares them with its user's
-// name as it is.
+// Required, and messages rely on it: recipients are upper-cased host names, and a receiver compares
+// them with its user's name as it is.
 std::string Station::adviceOnNames() {
   const std::string& user = settings().user;
   const std::string address = upperCased(settings().host);

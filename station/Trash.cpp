@@ -66,7 +66,7 @@ Result<Trashed> findOne(const std::vector<Trashed>& all, const std::string& word
                {}};
 }
 
-/// Removes the versions of an object of which nothing is left.
+/// Removes all versions of an object that is neither in the project nor in the trash.
 void removeHistory(const std::string& file) {
   const VersionFolder versions(file);
   const auto kept = versions.list();
@@ -195,7 +195,7 @@ Result<Cookie> Trash::restore(const std::string& object) {
   return cookieOf(*trashed);
 }
 
-/// What was taken back goes to the trash again, and the newest of its deletions comes back.
+/// Undoing moves the object to the trash again; doing it again takes its newest deletion back.
 Step Trash::stepOf(const Trashed& trashed, const std::string& name) {
   const Cookie cookie = cookieOf(trashed);
   ContainerPart* const container = containerOf(trashed);
@@ -210,8 +210,8 @@ Step Trash::stepOf(const Trashed& trashed, const std::string& name) {
           }};
 }
 
-/// The rules of the plug-in answer for objects of the project; of what is in the trash they could
-/// only know the owner that an object had before.
+/// The plug-in's rules cannot be asked: they know the objects of the project, and of a deleted one
+/// at most the owner that it had before.
 bool Trash::mayRemove(const Trashed& trashed) const {
   const auto* const permissions = iPermissionsManager::instance();
   const bool isFree = !permissions || !ProjectSpacesManager::machineIsInNetworkMode() ||
@@ -221,8 +221,8 @@ bool Trash::mayRemove(const Trashed& trashed) const {
   return upperCased(contentOf(trashed).owner) == utf8Text(permissions->getCurrentUser());
 }
 
-/// Its versions go with the last deletion of an object that is not in the project again. Without
-/// its lock they stay, since it may be coming back.
+/// The versions of an object go with its last deletion, if it is not in the project again. Without
+/// its lock they stay, since another station may be taking it back.
 Result<bool> Trash::remove(const Trashed& trashed) const {
   const std::string project = *folder();
   const std::string file = placeOf(trashed, project);

@@ -16,8 +16,8 @@ class ContainerPart;
 class Projects;
 
 /// The deleted objects of the open project, as users see them: edits, logs, bins, racks and
-/// filters. Everybody may take back what is there; it belongs to its old owner again. Only what the
-/// user might have deleted, or did delete, can the user remove for good. Host thread.
+/// filters. Every user may take back an object; it belongs to its old owner again. A user can
+/// remove for good only objects that he deleted or could have deleted. Host thread.
 class Trash {
  public:
   /// The parts must outlive this.
