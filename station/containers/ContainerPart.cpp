@@ -86,6 +86,7 @@ JsonValue ContainerPart::shown(const Container& container) const {
 Result<Cookie> ContainerPart::create(const std::string& name, JsonValue content) {
   if (const Result<void> isNew = requireNew(name); !isNew) return isNew.error();
   JsonValue record = JsonValue::object({{"name", name}, {kind_.content, std::move(content)}});
+  // No lock: no other station can know this cookie yet.
   const Cookie cookie = Cookie::create(kind_.letters.front());
   const Result<void> written = writeAtomically(fileOf(cookie), writeJsonIndented(record) + "\n");
   if (!written) return written.error();
@@ -109,6 +110,7 @@ Result<void> ContainerPart::change(const Cookie& cookie, const Change& change) {
   if (!lock.taken()) return lock.taken();
   Result<JsonValue> record = read(cookie);
   if (!record) return record.error();
+  // Applied to the record in the file, not to the one that is shown, which may be older.
   const Result<bool> changed = change(*record);
   if (!changed) return changed.error();
   if (!*changed) {
@@ -187,6 +189,7 @@ Result<void> ContainerPart::takeBack(const Trashed& trashed) {
   if (auto moved = TrashFolder::giveBack(trashed, fileOf(cookie)); !moved) return moved;
   Result<JsonValue> record = read(cookie);
   if (!record) {
+    // A success all the same: the file is back in its place.
     LogBoth("The %s %s was taken back from the trash, but cannot be shown: %s\n", kind_.word,
             cookie.asString(), record.error().message);
     return {};
@@ -368,6 +371,7 @@ Result<std::optional<Trashed>> ContainerPart::moveToTrash(const Cookie& cookie) 
 }
 
 void ContainerPart::show(const Cookie& cookie, JsonValue record) {
+  // The watch has not listed this file yet: noted, so that it notices when the file goes.
   if (shown_ && !find(cookie)) shown_->add(nameOf(recordPath({}, cookie)));
   drop(cookie);
   const std::string name = record["name"].asString();

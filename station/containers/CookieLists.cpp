@@ -60,6 +60,8 @@ Result<std::size_t> CookieLists::remove(const Cookie& container, const CookieVec
     std::set<std::string> unwanted;
     for (const Cookie& object : objects) unwanted.insert(textOf(object));
     std::vector<JsonValue>& held = record.find(kContents)->elements();
+    // Places before anything is taken out: putting the objects back in this order restores the
+    // list.
     for (std::size_t index = 0; index < held.size(); ++index) {
       if (unwanted.contains(held[index].asString())) {
         removed.push_back({held[index].asString(), index});

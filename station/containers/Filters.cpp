@@ -35,6 +35,7 @@ Result<void> Filters::change(const Cookie& filter, const std::string& text) {
     record.set(kText, text);
     return true;
   });
+  // Where nothing was changed there is nothing to undo.
   if (!changed || before == text) return changed;
   recordStep({"change of " + wordsFor(filter),
               [this, filter, before, text] { return changeFrom(filter, text, before); },

@@ -182,6 +182,7 @@ void MediaCache::addFile(const Cookie& cookie, const MaterialFilename& file, boo
   if (table_.find(added.network)) return;
   const bool isRemote = currentOrigin() == Origin::eRemote;
   const bool isRecorded = !isRemote || hasRecord(added);
+  // A recorded file always has room: only files of the project's folder can be recorded.
   if (!isRecorded && !hasRoomForHearsay()) return;
   added.isHearsay = !isRecorded && added.network == added.path;
   added.proxyOf = recordedProxyOf(added);
@@ -346,6 +347,7 @@ std::vector<MediaFile> MediaCache::withoutRecord(std::vector<MediaFile> files) c
 }
 
 void MediaCache::show(const MediaFile& file) {
+  // The watch has not listed this record yet: noted, so that it notices when the record goes.
   if (shown_ && !file.isHearsay) shown_->add(nameOf(recordOf(file)));
   table_.insert(file);
   tell(file, fileAddedMsgType_, proxyAddedMsgType_, "added");

@@ -221,6 +221,7 @@ Result<ListenerSocket> ListenerSocket::openBesideStations(int port) {
   ListenerSocket listener(socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (listener.socket_ < 0) return errorOfBind(errno, "all addresses", port);
   listener.prepare();
+  // An IPv6 socket that hears IPv4 as well, for which the system prefers every IPv4 socket.
   const int off = 0;
   setsockopt(listener.socket_, IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
   sockaddr_in6 own{};
