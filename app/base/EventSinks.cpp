@@ -19,6 +19,7 @@ namespace korvel {
 std::string StationEvent::wholeLine() const {
   if (datagram.empty()) return line;
   const std::string more = writeJson(JsonValue::object(datagramMembers(datagram)));
+  // Joins the two objects as text: the closing brace of one, the opening brace of the other.
   return line.substr(0, line.size() - 1) + "," + more.substr(1);
 }
 
@@ -28,6 +29,7 @@ Result<void> EventFile::open(const std::string& path) {
   const auto failed = [this](int problem) { tellBroken(problem); };
   path_ = path == "-" ? "standard output" : path;
   if (path != "-" && isNamedPipe(path)) {
+    // Opening a named pipe waits for a reader, so the writer does it on its own thread.
     pipe_ = std::make_unique<PipeWriter>(-1, path, failed);
     return {};
   }
@@ -50,12 +52,14 @@ Result<void> EventFile::open(const std::string& path) {
 void EventFile::take(const StationEvent& event) {
   if (pipe_) return queue(event);
   if (!file_ || file_->write(event.wholeLine() + "\n")) return;
+  // close() may change errno.
   const int problem = errno;
   close();
   tellBroken(problem);
 }
 
 void EventFile::queue(const StationEvent& event) {
+  // The reader sees the gap where it is, before the first event that fits again.
   const std::string before = leftOut_ > 0 ? missingLine() : std::string();
   if (!pipe_->write(before + event.wholeLine() + "\n")) return leaveOut(event);
   leftOut_ = 0;
@@ -96,6 +100,7 @@ Waiter::~Waiter() { ::close(descriptor_); }
 
 void Waiter::end() {
   change([this] { ending_ = true; });
+  // Never read again: everything that polls the descriptor sees the end.
   ::eventfd_write(descriptor_, 1);
 }
 
@@ -121,6 +126,7 @@ bool EventPattern::matches(const JsonValue& value) const {
 
 void EventHistory::take(const StationEvent& event) {
   waiter_.change([&] {
+    // Without the value: thousands of events are kept, and few are waited for.
     kept_.push_back({{event.name, {}, event.line, event.datagram}});
     bytes_ += kept_.back().bytes();
     while (kept_.size() > kMaxEvents || bytes_ > kMaxBytes) forgetOldest();
@@ -135,8 +141,8 @@ std::optional<JsonValue> EventHistory::await(const EventPattern& pattern,
   return found;
 }
 
-// `seen` counts events from the first ever, so that each is looked at once however often the waiter
-// wakes.
+// `seen` counts events since the start, so that each is compared once, no matter how often the
+// waiter wakes.
 std::optional<JsonValue> EventHistory::takeMatch(const EventPattern& pattern, std::size_t& seen) {
   for (seen = std::max(seen, forgotten_); seen - forgotten_ < kept_.size(); ++seen) {
     const auto kept = kept_.begin() + static_cast<std::ptrdiff_t>(seen - forgotten_);
@@ -179,6 +185,7 @@ void EventWriter::emit(std::string_view name, const std::vector<JsonValue::Membe
                        const std::string& datagram) {
   StationEvent event{std::string(name), JsonValue::object({{"event", name}}), {}, datagram};
   const std::lock_guard lock(mutex_);
+  // Under the lock: times rise in the order in which sinks get the events.
   event.value.set("time", secondsNow());
   for (const auto& [key, value] : members) event.value.set(key, value);
   event.line = writeJson(event.value);
@@ -191,7 +198,7 @@ void EventWriter::sent(const std::string& wireText) {
 
 namespace {
 
-/// Whether nobody vouches for the sender of the message that is being delivered.
+/// Whether the message that is being delivered comes from an unverified sender.
 bool isUnverified() {
   const ReceivedMessage* const message = currentMessage();
   return message && message->isUnverified;
@@ -240,6 +247,8 @@ void EventWriter::steps(const std::string& undo, const std::string& redo) {
 
 void EventWriter::notification(const std::string& text) {
   std::vector<JsonValue::Member> members{textMember("text", text)};
+  // The plug-in notifies with the words alone. The message that is being delivered tells whose they
+  // are.
   const bool isTheirs = currentOrigin() == Origin::eRemote && message_.data == text;
   if (isTheirs && !message_.source.empty())
     members.push_back(textMember("source", message_.source));

@@ -49,9 +49,9 @@ class iEventSink {
 /// written (a full disk, a reader that is gone) is told once; then nothing more is written. Calls
 /// come one at a time. A file is rotated, and readable by its user alone.
 ///
-/// The station never waits for whoever reads a pipe: when the reader stops reading, events are kept
-/// for it up to PipeWriter::kMaxWaiting bytes; what comes then is left out, which is told at once,
-/// and in an event of the kind `log` where the events are missing.
+/// The station never waits for the reader of a pipe. When the reader stops, up to
+/// PipeWriter::kMaxWaiting bytes of events are kept. Further events are dropped: a message says so
+/// at once, and a `log` event marks the gap.
 class EventFile : public iEventSink {
  public:
   /// Called with a problem, in a sentence. Any thread.
@@ -82,8 +82,8 @@ class EventFile : public iEventSink {
   JsonValue leftOutTime_;             ///< the time of the last of them
 };
 
-/// What the console's thread waits on: changes that other threads make, and the wish to end. Any
-/// thread.
+/// Wakes the console's thread: for changes that other threads make, and for the end of the program.
+/// Any thread.
 class Waiter {
  public:
   using Clock = std::chrono::steady_clock;
@@ -128,7 +128,7 @@ class Waiter {
   int descriptor_ = -1;
 };
 
-/// Which event somebody waits for.
+/// The event that a `wait` command waits for.
 struct EventPattern {
   std::string event;  ///< its name
 
@@ -138,8 +138,8 @@ struct EventPattern {
   [[nodiscard]] bool matches(const JsonValue& value) const;
 };
 
-/// The latest events that nobody waited for yet, oldest first, for `wait`. Bounded in count and
-/// bytes: the oldest are forgotten.
+/// The latest events that no `wait` has taken yet, oldest first. Bounded in count and bytes: the
+/// oldest are dropped.
 class EventHistory : public iEventSink {
  public:
   static constexpr std::size_t kMaxEvents = 20'000;

@@ -74,6 +74,8 @@ bool isKnownConfigKey(const std::string& key) {
   return false;
 }
 
+/// The option that a key may have been meant for. Any key can be a host configuration value, so
+/// only one that is nearly an option is refused.
 std::string misspelt(const std::string& key) {
   if (isKnownConfigKey(key)) return {};
   std::vector<std::string> names;
@@ -111,7 +113,7 @@ Result<void> addFromConfigFile(const std::string& file, GivenOptions& given) {
     if (option && !option->isInFile) {
       return wrongKey(where, "may stand on the command line alone; remove the line.");
     }
-    if (line.key == "port") {  // so that --set on the command line replaces it, too
+    if (line.key == "port") {  // --set on the command line then replaces it, too
       inFile["set"].push_back({std::string(kPortKey) + "=" + line.value, where});
       continue;
     }
@@ -124,12 +126,13 @@ Result<void> addFromConfigFile(const std::string& file, GivenOptions& given) {
     }
     inFile["set"].push_back({line.key + "=" + line.value, where});
   }
-  // Host configuration values are a map: the file's come first, and the command line's replace
-  // them.
+  // Host configuration values are a map, in which later values replace earlier ones: those of the
+  // file come first, those of the command line last.
   const std::vector<GivenValue> typed = std::move(given["set"]);
   given["set"] = std::move(inFile["set"]);
   given["set"].insert(given["set"].end(), typed.begin(), typed.end());
   inFile.erase("set");
+  // merge() keeps what the command line gave.
   given.merge(inFile);
   return {};
 }
@@ -151,8 +154,8 @@ std::string hostName() {
   return ::gethostname(name, HOST_NAME_MAX) == 0 && *name ? name : "localhost";
 }
 
-/// Where the plug-in and the icons lie: beside the program, or where they are installed with it.
-/// The program's place counts, not the folder that it is run in.
+/// The folder of the plug-in and the icons: beside the program, or where they are installed. Found
+/// by the program's own path, so that the current folder does not matter.
 fs::path libraryFolder() {
   std::error_code problem;
   const fs::path folder = fs::read_symlink("/proc/self/exe", problem).parent_path();
@@ -198,12 +201,14 @@ bool hasControlBytes(const std::string& text) {
   return false;
 }
 
-/// Takes the options one by one; the first that cannot be used ends it.
+/// Checks the options one by one and stops at the first that cannot be used.
 class OptionReader {
  public:
   explicit OptionReader(const GivenOptions& given) : given_(given) {}
 
   Result<Options> settle() {
+    // In this order: the machine number is derived from the host, and --port replaces the port
+    // given with --set.
     const auto steps = {&OptionReader::projects,   &OptionReader::user,   &OptionReader::host,
                         &OptionReader::machine,    &OptionReader::mode,   &OptionReader::sendTo,
                         &OptionReader::listen,     &OptionReader::media,  &OptionReader::config,

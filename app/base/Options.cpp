@@ -134,7 +134,7 @@ Error wrongLine(const std::string& file, int number, const std::string& what) {
           file};
 }
 
-/// What stands behind a value: nothing, or a comment.
+/// Whether the text behind a value is empty or a comment.
 bool isRestOfLine(std::string_view rest) {
   rest = trimmed(rest);
   return rest.empty() || rest.front() == '#';
@@ -207,7 +207,8 @@ Result<std::vector<ConfigLine>> readConfigFile(const std::string& file) {
     const char* const kind = S_ISDIR(status.st_mode) ? " is a folder" : " is no plain file";
     return Error{ErrorCode::eSystem, named + kind + "; name a file with --config FILE.", file};
   }
-  // The file decides which plug-in is loaded and which networks are heard.
+  // The file decides which plug-in is loaded and which networks are used: nobody else may change
+  // it.
   if ((status.st_mode & S_IWOTH) != 0) {
     return Error{ErrorCode::eNoRights,
                  named +
@@ -276,7 +277,8 @@ std::string helpText() {
   return kDescription + renderWrapped(rows) + kFooter;
 }
 
-/// Words of a command line or a file stand in it, which may hold anything.
+/// A usage error. It quotes words of the command line or a file, so control characters are
+/// replaced.
 ProgramEnd usageError(const std::string& what) {
   return {2, std::string(kProgram) + ": " + shownText(what)};
 }

@@ -28,8 +28,8 @@ std::string missing(std::size_t count) {
   return std::to_string(count) + " texts are missing here, since nobody read them.";
 }
 
-/// An event's text under a key; bytes that are no text with U+FFFD in the place of each. Further
-/// lines are shifted, so that no line but the first looks like one of the station's own.
+/// The text of an event under a key. Bytes that are no text become U+FFFD. Further lines are
+/// indented, so that only the first can look like a line of the station.
 std::string textOf(const JsonValue& event, const std::string& key) {
   const JsonValue* const text = event.find(key);
   const std::string shown =
@@ -70,6 +70,7 @@ void TextOutput::take(const StationEvent& event) {
 void TextOutput::show(std::FILE* stream, const std::string& text) {
   const std::lock_guard lock(mutex_);
   if (!wake_) return print(stream, text);
+  // Printing now would write into the line that is being typed.
   keep(stream, text);
   wake_();
 }
@@ -91,8 +92,8 @@ void TextOutput::print(std::FILE* stream, const std::string& text) {
   unread_ = isTaken ? 0 : unread_ + 1;
 }
 
-/// Made when there is first something to write, since its thread must come after those who decide
-/// which signals threads take. Two streams that are one file share a writer, which keeps the order.
+/// Made with the first text: the writer's thread must inherit the signal mask, which is set later
+/// than this object is made. Two streams that are one file share a writer, which keeps the order.
 TextOutput::Writer TextOutput::writerFor(std::FILE* stream) {
   const auto known = writers_.find(stream);
   if (known != writers_.end()) return known->second;
@@ -137,7 +138,7 @@ void TextOutput::release() {
   wake_ = nullptr;
 }
 
-// Not under the lock: whoever has something to say meanwhile is not to wait.
+// Waits without the lock, so that other threads can print meanwhile.
 void TextOutput::awaitShown() {
   std::map<std::FILE*, Writer> writers;
   {

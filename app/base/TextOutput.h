@@ -18,10 +18,9 @@ namespace korvel {
 /// The text that people read: answers of commands, problems, and of the events those that concern
 /// them (log lines for the console, notifications, network problems).
 ///
-/// While somebody types at a prompt, what comes is held back for the reader of the prompt, which
-/// shows it above the line being typed. Whoever has something to say never waits for whoever reads
-/// a pipe or a terminal: texts are kept for them up to a bound; those beyond it are left out, which
-/// is told where they are missing. Any thread.
+/// At a prompt, texts are held back for the prompt's reader, which shows them above the line being
+/// typed. Never blocks: texts wait up to a bound for a slow reader of a pipe or terminal. Beyond
+/// the bound they are dropped, and their number is printed. Any thread.
 class TextOutput : public iEventSink {
  public:
   /// How many bytes are held back for a prompt at most.

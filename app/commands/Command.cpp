@@ -48,6 +48,7 @@ std::string CommandTable::nearest(const std::vector<std::string>& words) const {
   std::size_t least = ~std::size_t{0};
   for (const auto& [name, command] : commands_) {
     const std::string typed = joined(words, wordCount(name));
+    // Compared with as many words as the name has: the words behind are arguments.
     if (nearestName(typed, {name}).empty()) continue;
     const std::size_t distance = editDistance(typed, name);
     if (distance >= least) continue;
@@ -70,7 +71,7 @@ std::optional<Error> checkArguments(const Command& command, std::size_t count) {
                {}};
 }
 
-/// What people type who know other programs.
+/// A command of other programs, and the advice for it.
 struct Habit {
   const char* typed;
   const char* meant;
@@ -95,6 +96,7 @@ constexpr Habit kHabits[] = {
 std::string turnedRound(const CommandTable& commands, const std::vector<std::string>& words) {
   if (words.size() < 2) return {};
   std::string object = words[1];
+  // The plural, as in "list projects".
   if (!commands.all().contains(object + " " + words[0]) && object.ends_with('s')) object.pop_back();
   const std::string name = object + " " + words[0];
   if (!commands.all().contains(name)) return {};
@@ -122,6 +124,7 @@ Error unknown(const CommandTable& commands, const std::vector<std::string>& word
   const bool showsTwo = !known.empty() && words.size() > 1;
   const std::string typed = showsTwo ? words[0] + " " + words[1] : words[0];
   std::string message = "There is no command \"" + typed + "\"";
+  // The surest advice first; a list of commands only where nothing is near.
   const std::string habit = habitOf(commands, words);
   if (!habit.empty()) {
     message += "; " + habit;
@@ -165,6 +168,7 @@ JsonValue withShortCookies(JsonValue list) {
   for (const JsonValue& row : list.elements()) cookies.push_back(row["cookie"].asString());
   std::ranges::sort(cookies);
   std::size_t length = kShortest;
+  // In sorted order the longest common beginnings are between neighbours.
   for (std::size_t i = 1; i < cookies.size(); ++i) {
     const auto same =
         std::ranges::mismatch(cookies[i - 1], cookies[i]).in1 - cookies[i - 1].begin();

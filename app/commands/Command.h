@@ -16,8 +16,8 @@ class Station;
 
 using Arguments = std::vector<std::string>;
 
-/// What a person is offered where a command was refused: the word to type, and the option with
-/// which the command is then given again.
+/// A choice offered to a person after a refusal: the word to type, and the option with which the
+/// command is then given again.
 struct Choice {
   ErrorCode on = ErrorCode::eUsage;  ///< the failure on which it is offered
   std::string word;

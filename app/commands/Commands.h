@@ -32,10 +32,10 @@ void addRoomCommands(CommandTable& table);
 /// The "edit" commands and "log create".
 void addEditCommands(CommandTable& table);
 
-/// What keeps people's work: saving, versions, copies and what was not saved.
+/// Saving, versions, copies and recovery of unsaved changes.
 void addKeepCommands(CommandTable& table);
 
-/// What brings back: the "trash" commands, "undo" and "redo".
+/// The "trash" commands, "undo" and "redo".
 void addTrashCommands(CommandTable& table);
 
 /// The "bin" and "rack" commands.
@@ -58,11 +58,10 @@ using EditAction =
     std::function<Result<JsonValue>(Station&, const Cookie& edit, const Arguments& arguments)>;
 std::function<Result<JsonValue>(Station&, const Arguments&)> onEdit(EditAction action);
 
-/// What becomes of unsaved changes by the words "--save" and "--discard", which are taken out of
-/// the others; both are eUsage.
+/// Reads --save and --discard and removes them from the words; eUsage for both together.
 Result<Leaving> takeLeaving(Arguments& words);
 
-/// What a person is offered where a project would be left with unsaved changes.
+/// The choices of a person where leaving a project is refused because of unsaved changes.
 std::vector<Choice> leavingChoices();
 
 }  // namespace korvel

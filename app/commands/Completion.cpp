@@ -43,7 +43,7 @@ void addNextWords(const CommandTable& table, const std::string& before, std::str
   }
 }
 
-/// The text that a word being typed stands for, without its quotes, with ~ as the user's folder.
+/// The text that a half-typed word means: without quotes, and with the user's folder for ~.
 std::string plainText(std::string_view begun) {
   std::string text;
   const char quote = begun.empty() ? '\0' : begun.front();
@@ -66,6 +66,7 @@ void addCandidates(const std::vector<std::string>& candidates, std::string_view 
     // A name with control characters would act on the terminal that offers it.
     if (!candidate.starts_with(text) || shownText(candidate) != candidate) continue;
     const std::string word = quotedWord(candidate);
+    // A quote that was typed stays, even where the word needs none.
     found.insert(isQuoted && word == candidate ? "\"" + candidate + "\"" : word);
   }
 }
@@ -79,13 +80,15 @@ std::vector<std::string> filesBeside(const std::string& path) {
   for (; !problem && each != std::filesystem::directory_iterator(); each.increment(problem)) {
     std::error_code unknown;
     const std::string name = each->path().filename().string();
+    // Hidden files are not offered, as in a shell.
     if (name.starts_with('.')) continue;
     files.push_back(folder + name + (each->is_directory(unknown) ? "/" : ""));
   }
   return files;
 }
 
-/// How the usage calls the argument of this number; one that may be repeated stands for the rest.
+/// The name of an argument in the usage, by its number. The last name stands for all further
+/// arguments.
 std::string argumentOf(const Command& command, std::size_t number) {
   std::istringstream words(command.usage);
   std::string argument;
@@ -106,6 +109,7 @@ std::vector<std::string> completions(std::string_view line, const CommandTable& 
                                      const Candidates& candidates) {
   const std::string_view begun = lastWord(line);
   const auto words = splitCommandLine(line.substr(0, line.size() - begun.size()));
+  // An unclosed quote before the last word: nothing sensible can be offered.
   if (!words) return {};
   std::set<std::string> found;
   std::string before;

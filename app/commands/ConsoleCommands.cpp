@@ -60,7 +60,7 @@ Result<JsonValue> help(const CommandTable& table, const Arguments& words) {
   return usageError("There is no command " + inQuotes(name) + hint);
 }
 
-/// What the words of `wait` say.
+/// The words of `wait`, as read.
 struct Wanted {
   EventPattern pattern;
   double timeout = kDefaultTimeout;
@@ -75,6 +75,8 @@ Result<void> readPair(const std::string& word, const ConsoleServices& services, 
   }
   const std::string key = word.substr(0, equals);
   const std::string value = word.substr(equals + 1);
+  // A name may be given for a cookie. The word itself counts, too: the object may be gone, or not
+  // there yet.
   std::set<std::string> texts{value};
   if (key == "cookie" || key == "project") {
     if (const std::string cookie = services.cookieOf(value); !cookie.empty()) texts.insert(cookie);
@@ -154,6 +156,7 @@ Result<JsonValue> quit(const Arguments& arguments, const ConsoleServices& servic
   if (services.prepareToEnd) {
     if (auto prepared = services.prepareToEnd(*leaving); !prepared) return prepared.error();
   }
+  // Only after unsaved changes are settled: the console must be able to refuse.
   services.waiter.end();
   return JsonValue();
 }
@@ -161,6 +164,7 @@ Result<JsonValue> quit(const Arguments& arguments, const ConsoleServices& servic
 }  // namespace
 
 void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
+  // Commands that wait, and those that need nothing of the station, must not keep the host thread.
   const auto here = Command::Place::eConsoleThread;
   table.add(
       {"help", "[COMMAND]", "Lists the commands, or those that begin like this.", 0, 4,

@@ -21,7 +21,7 @@ Result<Cookie> resolve(const Projects& projects, const CookieLists& manager,
   return projects.resolve(text, manager.kind().letters);
 }
 
-/// The objects that the words after the container's mean.
+/// The objects named by the words behind the container's name.
 Result<CookieVec> resolveObjects(const Projects& projects, const Arguments& arguments) {
   CookieVec objects;
   for (std::size_t index = 1; index < arguments.size(); ++index) {
@@ -32,7 +32,8 @@ Result<CookieVec> resolveObjects(const Projects& projects, const Arguments& argu
   return objects;
 }
 
-/// The same for objects that may be gone from the project already: their cookies will do.
+/// The same for objects that are in a container but may no longer be in the project: a cookie needs
+/// no object.
 Result<CookieVec> resolveHeld(const Projects& projects, const Arguments& arguments) {
   CookieVec objects;
   for (std::size_t index = 1; index < arguments.size(); ++index) {

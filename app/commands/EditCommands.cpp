@@ -17,7 +17,8 @@ Result<Cookie> resolved(Station& station, const std::string& nameOrCookie) {
   return station.projects().resolve(nameOrCookie, Edits::kKinds);
 }
 
-/// Names may stand for cookies, as long as they are one object's.
+/// Answers with the cookie of a new object. Warns where its name is no longer unique: names stand
+/// for cookies only then.
 Result<JsonValue> answerNamed(Station& station, const Result<Cookie>& made) {
   if (!made) return made.error();
   std::vector<NamedObject> namesakes;
@@ -58,7 +59,7 @@ Result<JsonValue> exportTo(Station&, const Cookie& cookie, const Arguments& argu
                                       isForced ? Replacing::eAccept : Replacing::eRefuse));
 }
 
-/// The file has the name, so the user may not know it.
+/// The name comes from the imported file, so the user may not know it.
 std::string cookieAndName(Station& station, const Arguments&, const JsonValue& made) {
   const Cookie cookie(made.asString().c_str(), false);
   return made.asString() + "  " + shownText(station.edits().nameOf(cookie));

@@ -13,7 +13,8 @@ namespace {
 
 constexpr const char* kProxy = "--proxy";
 
-/// A path as it is known here, whatever folder the station was started in.
+/// Media are known by absolute paths. A typed path is relative to the folder in which the station
+/// was started.
 std::string absolutePath(const std::string& path) {
   std::error_code ignored;
   const std::filesystem::path whole = std::filesystem::absolute(path, ignored);
@@ -45,6 +46,7 @@ Result<JsonValue> removeMedia(Station& station, const Arguments& arguments) {
   if (const auto open = station.projects().requireOpen(); !open) return open.error();
   MediaCache& cache = station.media();
   const std::string path = absolutePath(arguments[0]);
+  // Otherwise the word may be a network form, a name or a cookie: none of them is a path here.
   return answer(cache.removeMedia(cache.knows(path) ? path : arguments[0]));
 }
 

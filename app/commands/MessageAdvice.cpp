@@ -13,13 +13,11 @@ namespace korvel {
 
 namespace {
 
-/// The ending of the files that mark users as present.
-
 /// Whether a user marked as present in the projects directory has this name; capitals do not
 /// matter.
 bool isHere(const std::string& user) {
   const auto files = listFresh(settings().projectsDirectory);
-  if (!files) return true;  // what cannot be told is not claimed
+  if (!files) return true;  // without the list, absence cannot be claimed
   const std::string wanted = upperCased(user);
   return std::ranges::any_of(*files, [&wanted](const std::string& file) {
     return file.ends_with(kMarkerEnding) &&

@@ -47,6 +47,7 @@ Result<JsonValue> say(Station& station, const Arguments& words) {
   logAdvice(messageAdvice(words[1]));
   const auto said =
       withPanel(station, [&](PanelDriver& hands) { return answer(hands.say(words[0], words[1])); });
+  // After the message has left: the advice reads the projects directory, which may be slow.
   if (said) logAdvice(recipientAdvice(words[0]));
   return said;
 }

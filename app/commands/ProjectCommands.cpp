@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* kPrivate = "--private";
 
-/// Names may stand for cookies, as long as they are one project's.
+/// Warns where the name of a new project is no longer unique: names stand for cookies only then.
 void warnOfNamesakes(const std::string& name, const std::vector<Cookie>& namesakes) {
   if (namesakes.empty()) return;
   std::string cookies;
@@ -42,6 +42,7 @@ Result<JsonValue> create(Station& station, const Arguments& arguments) {
                  "quotes.",
                  {}};
   }
+  // Asked before, so that the new project is not among them.
   const auto namesakes = station.projects().named(names.front());
   const auto made = station.projects().create(names.front(), isPrivate);
   if (!made) return made.error();
@@ -68,7 +69,7 @@ Result<JsonValue> list(Station& station, const Arguments&) {
   return all;
 }
 
-/// A shared project has no lock of its own, which would be free while others are in it.
+/// Nobody takes the lock of a shared project, so "free" would be misleading while others are in it.
 std::string shownList(Station&, const Arguments&, const JsonValue& projects) {
   JsonValue rows = projects;
   for (JsonValue& row : rows.elements()) {
@@ -89,6 +90,7 @@ Result<void> leaveBy(UnsavedEdits& unsaved, Leaving leaving,
                      const std::function<Result<void>()>& leave) {
   if (auto settled = unsaved.prepareToLeave(leaving); !settled) return settled;
   auto left = leave();
+  // The project stays open: an agreed discard of changes must not happen at the next leaving.
   if (!left) unsaved.stay();
   return left;
 }
@@ -101,6 +103,7 @@ Result<JsonValue> enter(Station& station, const Arguments& arguments) {
     return Error{ErrorCode::eUsage, "Usage: project enter P [--save|--discard]", {}};
   }
   const auto go = [&] { return station.projects().enter(words[0]); };
+  // Entering the open project leaves nothing, so nothing unsaved is asked for.
   if (auto entered = isOpenNow(station, words[0]) ? go() : leaveBy(station.unsaved(), *leaving, go);
       !entered) {
     return entered.error();

@@ -28,7 +28,7 @@ Result<JsonValue> restore(Station& station, const Arguments& arguments) {
   return answer(station.trash().restore(arguments[0]));
 }
 
-/// The days of "--older-than DAYS"; no number where all is meant.
+/// The days of "--older-than DAYS"; no number for the whole trash.
 Result<std::optional<int>> readDays(const Arguments& arguments) {
   if (arguments.empty()) return std::optional<int>();
   int days = -1;

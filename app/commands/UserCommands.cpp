@@ -52,12 +52,12 @@ Result<JsonValue> active(Station&, const Arguments&) {
   if (!share) return noPlugin();
   const std::uint32_t count = share->getNumActiveUsers();
   if (count > 0) return JsonValue(count);
-  // Nobody, or no folder to count in.
+  // 0 is the answer for an unreadable folder, too: tell the two apart.
   if (auto files = listFresh(settings().projectsDirectory); !files) return files.error();
   return JsonValue(0);
 }
 
-/// Owners are recorded under another name than the user's: the permissions manager's own.
+/// Shows both names of the user: owners are recorded under the permissions manager's own.
 Result<JsonValue> whoAmI(Station&, const Arguments&) {
   const LightweightString<wchar_t> user = OS().currentUserName();
   const iPermissionsManager* const manager = iPermissionsManager::instance();

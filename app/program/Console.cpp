@@ -9,7 +9,8 @@
 
 namespace korvel {
 
-/// A command on its way through the host thread; the console may stop waiting for it.
+/// The answer that the host thread will give. Owned by both threads: the console may stop waiting
+/// for it.
 struct Console::Pending {
   bool isDone = false;
   Answer answer;
@@ -44,6 +45,7 @@ bool Console::runLine(const std::string& line, iLineReader& reader) {
   const CommandCall call = readCall(with_.commands, line);
   if (call.isEmpty() || !isConfirmed(call, reader)) return true;
   const Answer answer = answerFor(line, call);
+  // The program ends: a refusal caused by the end is no failure of the command.
   if (with_.waiter.isEnding()) return true;
   if (answer.result) {
     with_.text.answer(answer.text);
@@ -54,14 +56,14 @@ bool Console::runLine(const std::string& line, iLineReader& reader) {
   return option && runLine(line + " " + *option, reader);
 }
 
-/// Whether a person who is asked says yes; true where nobody is.
+/// Whether a person confirms the command; true for commands without a question, and for scripts.
 bool Console::isConfirmed(const CommandCall& call, iLineReader& reader) {
   if (call.problem || !reader.isInteractive() || call.command->question.empty()) return true;
   const auto typed = reader.ask(call.command->question + " yes or no? ");
   return typed && !typed->empty() && std::string("yes").starts_with(*typed);
 }
 
-/// What a person chooses instead of the refusal; nothing for leaving it at that.
+/// The option that a person chooses after a refusal; nothing for "cancel".
 std::optional<std::string> Console::chooseOption(const CommandCall& call, const Error& problem,
                                                  iLineReader& reader) {
   if (!reader.isInteractive() || !call.command) return {};
@@ -87,8 +89,8 @@ Console::Answer Console::answerTo(Station& station, const CommandCall& call) {
   return answer;
 }
 
-// The reply is given on the host thread, right after what the command caused, and also when nobody
-// waits for it any more: the console may be gone by then, so the task keeps what it needs.
+// The host thread sends the reply itself, right after the events of the command, and also when
+// nobody waits any more. The console may be gone by then, so the task copies what it needs.
 Console::Answer Console::runOnHostThread(const std::string& line, const CommandCall& call) {
   const auto pending = std::make_shared<Pending>();
   with_.station.hostThread().post([with = with_, pending, line, call] {

@@ -31,6 +31,7 @@ ScriptReader::~ScriptReader() {
 
 Result<void> ScriptReader::open(const std::string& path) {
   name_ = path == "-" ? "standard input" : path;
+  // A copy: closing this reader must not close standard input.
   descriptor_ = path == "-" ? ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
                             : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   struct stat status {};
@@ -104,8 +105,8 @@ class TerminalReader::Editor {
     ::el_set(edit_, EL_GETCFN, readLetter);
     ::el_set(edit_, EL_ADDFN, "kv-complete", "Completes the word", complete);
     ::el_set(edit_, EL_BIND, "^I", "kv-complete", nullptr);
-    // The end of input typed while the terminal was not being read comes as a zero byte. Bound to
-    // nothing, since as a quoting key it would make the next end of input a letter.
+    // An end of input that was typed while the terminal was not being read arrives as a zero byte.
+    // The library binds that key to quoting, which would turn the next end of input into a letter.
     ::el_set(edit_, EL_BIND, "^@", "ed-unassigned", nullptr);
   }
 
@@ -146,7 +147,7 @@ class TerminalReader::Editor {
     if (waiter_.isEnding()) return std::nullopt;
     prompt_ = prompt;
     text_.hold([this] { ::eventfd_write(told_, 1); });
-    ::el_set(edit_, EL_PREP_TERM, 1);  // before the prompt, so that what is typed at it is a key
+    ::el_set(edit_, EL_PREP_TERM, 1);  // before the prompt: keys typed at it are read singly
     int length = 0;
     isReading_ = true;
     const char* line = ::el_gets(edit_, &length);
@@ -169,7 +170,8 @@ class TerminalReader::Editor {
     return *static_cast<Editor*>(self);
   }
 
-  /// Waits for a letter, showing meanwhile what the station says; 0 ends the line and the input.
+  /// Waits for a letter, and shows texts of the station meanwhile. Returns 0 to end the line and
+  /// the input.
   static int readLetter(EditLine* edit, wchar_t* letter) {
     Editor& self = of(edit);
     std::array<pollfd, 4> wanted{
@@ -184,7 +186,7 @@ class TerminalReader::Editor {
     }
   }
 
-  /// The first clears the line; one after it, and one at a question, ends the reading.
+  /// The first interrupt clears the line. A second one, and one at a question, end the reading.
   int takeInterrupt(wchar_t* letter) {
     eventfd_t count = 0;
     ::eventfd_read(interrupted_, &count);
@@ -196,7 +198,8 @@ class TerminalReader::Editor {
     return 1;
   }
 
-  /// Reads the bytes of one letter of the terminal's encoding; a wrong byte stands for itself.
+  /// Reads one letter in the terminal's encoding, byte by byte. A byte that is no part of a letter
+  /// stands for itself.
   int readOne(wchar_t* letter) {
     std::mbstate_t state{};
     char byte = 0;
@@ -254,7 +257,8 @@ class TerminalReader::Editor {
     HistEvent event;
     if (line.find_first_not_of(" \t\r\n") == std::string::npos) return;
     ::history(history_, &event, H_ENTER, line.c_str());
-    // At once, since a station may be killed. The library gives the file to its owner alone.
+    // Saved with each line, since a station may be killed. The library makes the file readable to
+    // its owner alone.
     if (!historyFile_.empty()) ::history(history_, &event, H_SAVE, historyFile_.c_str());
   }
 

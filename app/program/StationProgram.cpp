@@ -32,13 +32,14 @@ namespace {
 
 constexpr int kStartFailed = 2;
 
-/// How long Tab and `wait` give the host thread to say what a name means.
+/// Tab and `wait` give the host thread so long to answer.
 constexpr auto kPatience = std::chrono::seconds(2);
 
-/// How long saving before the end may take.
+/// Saving before the end may take so long: a share can be slow.
 constexpr auto kSavingPatience = std::chrono::seconds(600);
 
-/// Asks the host thread a question; `otherwise` when it does not answer soon.
+/// Asks the host thread a question; `otherwise` when it does not answer in time. The answer is
+/// shared: a late one must still have a place.
 template <typename Answer>
 Answer ask(HostThread& hostThread, Waiter& waiter, std::function<Answer()> question,
            Answer otherwise, std::chrono::seconds patience = kPatience) {
@@ -79,8 +80,8 @@ std::vector<std::string> userNames() {
   return words;
 }
 
-/// The file that keeps what is typed at the console, in a folder that is made where it is missing;
-/// empty where there is no place for it.
+/// The file of the console's history, in a folder that is made if missing; empty without a home
+/// folder.
 std::string consoleHistory() {
   const char* const state = std::getenv("XDG_STATE_HOME");
   const char* const home = std::getenv("HOME");
@@ -112,6 +113,7 @@ StationProgram::~StationProgram() {
 }
 
 int StationProgram::run() {
+  // Before any other thread is started: threads inherit the blocked signals.
   const Signals signals(
       [this] {
         exitType_ = Shutdown::eSignalledExit;
@@ -153,6 +155,7 @@ void StationProgram::runStation() {
 }
 
 void StationProgram::runBesideWindow() {
+  // Qt wants the window in the main thread, so the host thread is a new one.
   std::thread host([this] {
     runStation();
     window_->hostEnded();
@@ -231,6 +234,8 @@ void StationProgram::useStation() {
                  std::to_string(stationPort()) + ". \"help\" lists the commands; \"quit\" ends.");
   }
   tellOfNames();
+  // The console waits for input on a thread of its own; the host thread must stay free for the
+  // station.
   std::thread console([this] {
     status_ = runConsole();
     station_->hostThread().stop();
@@ -239,7 +244,7 @@ void StationProgram::useStation() {
   console.join();
 }
 
-/// A person is told on the console; what a script's output holds stays as it is.
+/// Told on the console to a person only: the output of a script must not change.
 void StationProgram::tellOfNames() {
   const std::string advice = Station::adviceOnNames();
   if (advice.empty()) return;
@@ -250,7 +255,7 @@ void StationProgram::tellOfNames() {
   }
 }
 
-// A window stays when the commands come to their end; "quit" ends both.
+// A window stays open after the last command of a script; "quit" ends both.
 int StationProgram::runConsole() {
   int status = 0;
   if (reader_) {
@@ -263,8 +268,8 @@ int StationProgram::runConsole() {
   return status;
 }
 
-// A host thread that hangs must not keep the program from its end: what is unsaved is on this
-// machine's disk then.
+// Does not wait for ever: a host thread that hangs must not keep the program from ending. Unsaved
+// changes are in the recovery folder of this machine then.
 Result<void> StationProgram::prepareToEnd(Leaving leaving) {
   const auto patience = leaving == Leaving::eSave ? kSavingPatience : kPatience;
   return ask<Result<void>>(
@@ -299,7 +304,7 @@ std::vector<std::string> StationProgram::candidatesFor(const std::string& argume
 }
 
 int runKvStation(int argc, const char* const* argv, WindowMaker makeWindow) {
-  std::setlocale(LC_CTYPE, "");  // for the terminal alone: widths and input of letters
+  std::setlocale(LC_CTYPE, "");  // letters at the terminal; numbers keep their form
   auto read = readOptions(argc, argv);
   if (const ProgramEnd* end = std::get_if<ProgramEnd>(&read)) {
     std::fprintf(end->status == 0 ? stdout : stderr, "%s\n", end->text.c_str());
