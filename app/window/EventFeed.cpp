@@ -10,15 +10,15 @@ namespace {
 
 constexpr const char* kAssertion = "assertion failed";
 
-/// An event's text under a key. Of bytes that are no text, such as a message cut within a letter,
-/// what can be read of them.
+/// The text of an event under a key. For bytes that are no text, such as a message cut within a
+/// letter, their readable part.
 QString eventText(const JsonValue& event, const std::string& key) {
   if (const JsonValue* text = event.find(key)) return readableText(text->asString());
   const std::string digits = event[key + "_hex"].asString();
   return readableText(QByteArray::fromHex(QByteArray::fromStdString(digits)).toStdString());
 }
 
-/// The sender of words, marked where nobody vouches for him.
+/// The sender of a notification, marked if unverified.
 QString senderText(const JsonValue& event) {
   const QString sender = eventText(event, "source");
   return event["unverified"].asBool() ? sender + QStringLiteral(" (unverified)") : sender;
@@ -41,6 +41,7 @@ QString messageText(const JsonValue& event) {
 }  // namespace
 
 void EventFeed::take(const StationEvent& event) {
+  // Events come on any thread and must not wait for the window: they are only noted here.
   const std::lock_guard lock(mutex_);
   const JsonValue& value = event.value;
   if (event.name == "sent") {
@@ -49,6 +50,7 @@ void EventFeed::take(const StationEvent& event) {
   } else if (event.name == "received") {
     ++news_.received;
     takeLine(LogLine::Kind::eReceived, messageText(value));
+    // A message may come from a user who is not in the list yet.
     changes_.users = true;
   } else if (event.name == "changed") {
     takeChange(value);
@@ -77,6 +79,7 @@ void EventFeed::take(const StationEvent& event) {
 }
 
 void EventFeed::takeLine(LogLine::Kind kind, const QString& text) {
+  // Removes half at once: a line at a time would move all others for each new line.
   if (news_.lines.size() >= 2 * kMostLines) {
     news_.lines.erase(news_.lines.begin(), news_.lines.begin() + kMostLines);
     news_.forgottenLines += kMostLines;
@@ -117,6 +120,8 @@ void EventFeed::noteCommand(const std::string& name) {
 void EventFeed::noteCommandLocked(const std::string& name) {
   const std::string family = name.substr(0, name.find(' '));
   const bool isLook = name.ends_with(" list") || name.ends_with(" show") || name.ends_with(" may");
+  // These commands change nothing. Lists of projects and rooms are read again all the same: they
+  // depend on other stations.
   if (isLook && family != "project" && family != "room") return;
   if (family == "panel" || family == "say") {
     changes_.panel = true;

@@ -22,7 +22,8 @@ namespace {
 
 constexpr int kTickMs = 100;
 
-/// Looking takes at most a fifth of the host thread's time, and looking at the share a twentieth.
+/// Snapshots take at most a fifth of the host thread's time, and lists of the share a twentieth:
+/// after each, there is a pause of so many times its duration.
 constexpr int kPauseFactor = 4;
 constexpr int kListsPauseFactor = 20;
 constexpr qint64 kListsPauseMs = 4000;
@@ -102,6 +103,8 @@ void HostLink::post(const std::string& activity, std::function<void()> task) {
   });
 }
 
+// Polls instead of being called for each event: a flood of messages then costs the window no more
+// than one update a tick.
 void HostLink::tick() {
   const News news = feed_.takeNews();
   isReady_ = news.station.isReady;
@@ -127,6 +130,7 @@ void HostLink::askSnapshot() {
     const SnapshotPtr snapshot = maker_.make(changes);
     const qint64 took = cost.elapsed();
     const bool hadLists = changes.all || changes.projects;
+    // Qt runs this on the window's thread: widgets may be used there only.
     QMetaObject::invokeMethod(this, [this, snapshot, took, hadLists] {
       if (hadLists) listsPauseMs_ = std::max(kListsPauseMs, kListsPauseFactor * took);
       takeSnapshot(snapshot, took);
@@ -141,6 +145,7 @@ void HostLink::takeSnapshot(const SnapshotPtr& snapshot, qint64 cost) {
   Q_EMIT snapshotReady(snapshot);
 }
 
+// An empty task that comes back late shows that the host thread is busy or hangs.
 void HostLink::askSigns() {
   if (isSignAsked_) return;
   isSignAsked_ = true;
@@ -173,6 +178,7 @@ CommandOutcome HostLink::outcomeOf(const QString& line) {
     return outcome;
   }
   const auto result = runCall(with_.station, call);
+  // Not every command causes an event, so its name tells what to read again.
   feed_.noteCommand(call.command->name);
   outcome.succeeded = static_cast<bool>(result);
   outcome.result = result ? *result : JsonValue();
@@ -187,6 +193,7 @@ void HostLink::run(const QString& line, const Ended& then) {
     if (then) then(outcome);
   };
   const CommandCall call = readCall(with_.commands, line.toStdString());
+  // Commands of the console's thread wait for events. There is no such thread for the window.
   if (call.command && !call.problem && call.command->place == Command::Place::eConsoleThread &&
       call.command->name != "help" && call.command->name != "quit") {
     CommandOutcome refused;

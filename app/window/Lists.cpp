@@ -13,7 +13,7 @@
 
 namespace korvel {
 
-// The locale "C" knows no numbers within words.
+// A collator that sorts numbers by value. The locale "C" cannot, so English stands in for it.
 QCollator naturalOrder() {
   const QLocale here;
   QCollator order(here.language() == QLocale::C ? QLocale(QLocale::English) : here);
@@ -40,6 +40,7 @@ ColumnFit::ColumnFit(QTreeView& view, int first, std::vector<Width> widths)
   QHeaderView& header = *view.header();
   header.setStretchLastSection(false);
   header.setMinimumSectionSize(kLeastWidth);
+  // The first column takes the rest, so that no horizontal scroll bar is needed.
   header.setSectionResizeMode(0, QHeaderView::Stretch);
   connect(&header, &QHeaderView::sectionResized, this,
           [this](int column, int, int width) { takeWidth(column, width); });
@@ -58,6 +59,7 @@ void ColumnFit::setSecond(Width width) {
 }
 
 void ColumnFit::takeWidth(int column, int width) {
+  // Only widths that the user has dragged count; a hidden column reports 0.
   if (isFitting_ || column == 0 || width == 0) return;
   Width& own = widths_[static_cast<std::size_t>(column) - 1];
   own.wanted = width;
@@ -107,12 +109,12 @@ void ChoiceKeeper::remember() {
   }
   const QModelIndex current = view_.currentIndex();
   current_ = current.isValid() ? keyAt(current.row()) : QString();
-  // The view knows no places any more, but it scrolls by rows.
+  // The view has lost its row positions by now, but its scroll bar counts rows.
   const int first = view_.verticalScrollBar()->value();
   top_ = first > 0 && first < proxy_.rowCount() ? keyAt(first) : QString();
 }
 
-// Rows side by side are chosen as one range: thousands of single ones take the toolkit seconds.
+// Selects neighbouring rows as one range: thousands of single selections take Qt seconds.
 void ChoiceKeeper::restore() {
   QItemSelection selection;
   QModelIndex current;

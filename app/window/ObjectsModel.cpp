@@ -39,6 +39,7 @@ ObjectRow filterRow(const JsonValue& value) {
 ObjectRow mediaRow(const JsonValue& value) {
   ObjectRow row = named(value);
   row.detail = readableText(value["file"].asString());
+  // A file and its proxies have one cookie; the path tells them apart.
   row.key += QLatin1Char(' ') + row.detail;
   row.extra = readableText(value["proxy_of"].asString());
   return row;
@@ -104,8 +105,9 @@ namespace {
 
 using Column = ObjectsModel::Column;
 
-/// More rows than these that come or go at once are faster shown anew.
+/// Above so many added and removed rows, a reset is faster than single steps.
 constexpr std::size_t kMostSingleRows = 200;
+/// Collects the questions of all rows that come into view at once.
 constexpr int kAskDelayMs = 30;
 
 QList<Column> columnsOf(ObjectKind kind) {
@@ -176,9 +178,10 @@ void ObjectsModel::startAfresh() {
   toAsk_.clear();
 }
 
-// Both are in the order of their keys, so one walk finds what came, went and stayed.
+// Both lists are sorted by key, so one pass finds added, removed and changed rows.
 void ObjectsModel::setRows(const Shared<ObjectRows>& rows) {
   if (!rows || rows == rows_) return;
+  // Single steps keep the selection and the scroll position of the views.
   forgetAnswers(*rows_, *rows);
   if (hasSameKeys(*rows_, *rows)) return takeOverInPlace(rows);
   if (differingKeys(*rows_, *rows) > kMostSingleRows) {
@@ -229,7 +232,7 @@ void ObjectsModel::tellChanged(int first, int last) {
   Q_EMIT dataChanged(index(first, 0), index(last, columnCount() - 1));
 }
 
-// An owner that changed, and whatever another station did, may change who may change it.
+// Forgets answers that a new owner or a change of another station may have made wrong.
 void ObjectsModel::forgetAnswers(const ObjectRows& before, const ObjectRows& now) {
   if (kind_ != ObjectKind::eEdits) return;
   for (std::size_t i = 0, j = 0; i < before.size() && j < now.size();) {
@@ -395,6 +398,8 @@ QVariant ObjectsModel::data(const QModelIndex& index, int role) const {
   const Column column = columns_[index.column()];
   switch (role) {
     case Qt::DisplayRole:
+      // Views ask for visible rows only, so permissions of thousands of edits are never asked at
+      // once.
       if (column == eMay && !may_.contains(row.cookie)) askSoon(row.cookie);
       return textOf(row, column);
     case Qt::DecorationRole:

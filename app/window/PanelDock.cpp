@@ -41,6 +41,7 @@ PanelDock::PanelDock(QWidget* parent)
   recipients_->setMinimumContentsLength(6);
   recipients_->setMaxVisibleItems(14);
   auto* names = new QListView;
+  // Otherwise Qt measures every name when the list opens.
   names->setUniformItemSizes(true);
   recipients_->setView(names);
   entry_->setObjectName(QStringLiteral("entry"));
@@ -70,6 +71,7 @@ PanelDock::PanelDock(QWidget* parent)
 }
 
 void PanelDock::send() {
+  // Kept until the command has ended: a refused message comes back into the entry.
   lastSent_ = entry_->text();
   entry_->clear();
   Q_EMIT sent(recipients_->currentText(), lastSent_);
@@ -86,6 +88,7 @@ void PanelDock::show(const PanelState& panel) {
     showRecipients(panel);
     conversation_->setLines(panel.lines);
     entry_->setPlaceholderText(panel.prompt);
+    // Never replaces what the user is typing.
     if (entry_->text().isEmpty() && !panel.entry.isEmpty() && panel.entry != state_.entry) {
       entry_->setText(panel.entry);
     }
@@ -106,7 +109,7 @@ void PanelDock::showRecipients(const PanelState& panel) {
   }
 }
 
-// The panel itself decides: it is hidden once it is an icon again.
+// The plug-in's panel decides: this dock is hidden once the panel has become an icon.
 void PanelDock::closeEvent(QCloseEvent* event) {
   event->ignore();
   Q_EMIT closeWanted();

@@ -24,7 +24,7 @@ int HoldersModel::rowFrom(int first, const QString& key) const {
 
 void HoldersModel::setRows(HolderRows rows) {
   removeMissing(rows);
-  // Names that are no text are shown alike, so that two rows may have one key.
+  // Names that are no valid text look alike when shown, so two rows may have one key.
   for (int row = 0; row < static_cast<int>(rows.size()); ++row)
     putInPlace(rows[static_cast<std::size_t>(row)], row);
   while (rowCount() > static_cast<int>(rows.size())) removeAt(rowCount() - 1);
@@ -61,7 +61,7 @@ void HoldersModel::insertAt(int row, const HolderRow& what) {
   endInsertRows();
 }
 
-// Always upwards: what is above the place that is filled now has its own place already.
+// Only moves rows up: the rows above `to` are in place already.
 void HoldersModel::moveRow(int from, int to) {
   beginMoveRows({}, from, from, {}, to);
   std::rotate(rows_.begin() + to, rows_.begin() + from, rows_.begin() + from + 1);
@@ -240,7 +240,8 @@ ProjectsPane::ProjectsPane(QWidget* parent)
   showRooms();
 }
 
-// The states get the room for their texts before the names do: they end in who holds it.
+// The state column gets its width first: its text ends with the holder's name, which must not be
+// cut.
 void ProjectsPane::fitColumns(const List& list) {
   int wanted = kLeastState;
   for (const HolderRow& row : list.model->rows()) {
@@ -268,7 +269,8 @@ ProjectsPane::List ProjectsPane::makeList(const QString& name, const QString& ti
   return {list.model, view, new ColumnFit(*view, kLeastHolderName, {{kLeastState, kLeastState}})};
 }
 
-// A list whose chosen row goes chooses the one beside it, which the user never chose.
+// When the current row is removed, Qt makes its neighbour current. Clears that: the user never
+// chose it.
 void ProjectsPane::setRows(const List& list, HolderRows rows) {
   const QString chosen = keyOfCurrent(*list.view, *list.model);
   list.model->setRows(std::move(rows));
@@ -330,7 +332,7 @@ bool ProjectsPane::chooseProject(const QString& cookie) {
   return true;
 }
 
-// The icons have the colours of the moment in which they are drawn.
+// Icons are drawn with the colours of the palette, so they must be drawn again.
 void ProjectsPane::changeEvent(QEvent* event) {
   if (event->type() == QEvent::PaletteChange && projectRows_) {
     projects_.view->viewport()->update();

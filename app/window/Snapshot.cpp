@@ -19,8 +19,8 @@ namespace korvel {
 
 namespace {
 
-/// What a part of a snapshot shows now; the old one where nothing differs, so that readers see at
-/// once that they have it already.
+/// The new value, or the old object if both are equal: readers compare pointers to see that nothing
+/// changed.
 template <typename Value>
 Shared<Value> unlessSame(const Shared<Value>& before, Value now) {
   if (before && *before == now) return before;
@@ -90,6 +90,8 @@ ProjectState projectState(Station& station) {
 
 }  // namespace
 
+// Runs on the host thread. The snapshot is never changed afterwards, so that the window's thread
+// reads it without a lock.
 SnapshotPtr SnapshotMaker::make(const Changes& changes) {
   auto next = std::make_shared<Snapshot>(*last_);
   lookAtProject(*next);
@@ -148,6 +150,7 @@ unsigned SnapshotMaker::remoteChanges(const QString& cookie) const {
 
 void SnapshotMaker::lookAtEdits(Snapshot& next, const Changes& changes) {
   Shared<ObjectRows>& shown = next.objects[static_cast<std::size_t>(ObjectKind::eEdits)];
+  // Reading all edits costs most, so single changed edits are replaced where they are known.
   const bool isWhole = changes.all || !shown || changes.families.contains("edit");
   if (!isWhole && changes.edits.empty()) return;
   ObjectRows rows = isWhole ? ObjectRows() : *shown;
@@ -201,7 +204,7 @@ void SnapshotMaker::lookAtPanel(Snapshot& next) {
   next.panel = unlessSame(next.panel, std::move(panel));
 }
 
-// The list only grows, so its length tells whether there is a new name.
+// The list of users only grows, so its length tells whether there is a new name.
 void SnapshotMaker::lookAtUsers(Snapshot& next) {
   iPermissionsManager* permissions = iPermissionsManager::instance();
   if (!permissions) return;

@@ -19,8 +19,8 @@ std::string noDisplay(const QString& why) {
   return QString::fromUtf8(kNoDisplay).arg(why).toStdString();
 }
 
-/// The toolkit ends the process where it cannot reach a display: that is said in one line, and with
-/// the status of a start that failed.
+/// Qt ends the process if it cannot reach a display. This prints one line and exits with the status
+/// of a failed start.
 void endWithoutDisplay(QtMsgType type, const QMessageLogContext&, const QString&) {
   if (type != QtFatalMsg) return;
   const QString display = qEnvironmentVariable("DISPLAY");
@@ -31,7 +31,7 @@ void endWithoutDisplay(QtMsgType type, const QMessageLogContext&, const QString&
   std::_Exit(2);
 }
 
-/// Lets the handler above speak for as long as it lives.
+/// Installs the handler above while Qt connects to the display.
 class DisplayWatch {
  public:
   DisplayWatch() : before_(qInstallMessageHandler(endWithoutDisplay)) {}
@@ -62,6 +62,7 @@ Result<std::unique_ptr<iStationWindow>> makeStationWindow() {
 
 StationWindow::StationWindow() : application_(argumentCount_, arguments_) {
   QApplication::setApplicationName(QStringLiteral("kv-station"));
+  // The window waits for the station to end; Qt must not end it before.
   QApplication::setQuitOnLastWindowClosed(false);
 }
 

@@ -27,6 +27,7 @@ bool isControl(QChar letter) {
 
 QString plainTip(const QString& text) {
   if (text.isEmpty()) return {};
+  // Qt reads a tool tip that looks like HTML as such: a name must not become markup.
   return Qt::convertFromPlainText(text.left(kLongestTip), Qt::WhiteSpaceNormal);
 }
 
@@ -39,6 +40,7 @@ QString oneLine(const QString& text) {
 }
 
 QString plainTitle(const QString& text) {
+  // Qt takes "[*]" in a window title for the mark of unsaved changes.
   return oneLine(text.left(kLongestTitle)).replace(QStringLiteral("[*]"), QStringLiteral("[*][*]"));
 }
 
@@ -51,6 +53,7 @@ QString shownTime(const QDateTime& time) {
 QString menuText(const QString& text) {
   const QString line = oneLine(
       text.size() > kLongestInMenu ? text.left(kLongestInMenu) + QStringLiteral("…") : text);
+  // A single & would mark a mnemonic.
   return QString(line).replace(QLatin1Char('&'), QStringLiteral("&&"));
 }
 
@@ -60,8 +63,8 @@ QString quoted(const QString& word) {
 
 namespace {
 
-/// The toolkit's time to break a word over lines grows with the square of its length: 60 000
-/// letters take it most of a second.
+/// Qt's time to break a word over lines grows with the square of its length: 60 000 letters take it
+/// most of a second.
 constexpr int kLongestWord = 2000;
 
 bool hasEndlessWord(const QString& text) {

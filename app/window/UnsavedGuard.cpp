@@ -24,7 +24,7 @@ QStringList linesOn(const char* command, const std::vector<UnsavedEdit>& edits) 
   return lines;
 }
 
-/// Each edit once, though several runs may have left something of it.
+/// Each edit once: several ended stations may have left changes to it.
 QStringList cookiesOf(const std::vector<LeftEdit>& left) {
   QStringList cookies;
   for (const LeftEdit& each : left) {
@@ -67,6 +67,7 @@ UnsavedGuard::UnsavedGuard(QWidget& window, HostLink& link, MessageBar& bar)
 void UnsavedGuard::before(const QString& what, const std::function<void()>& go,
                           const std::function<void()>& stay) {
   link_.askUnsaved([this, what, go, stay](const std::vector<UnsavedEdit>& unsaved) {
+    // A question is open already.
     if (asked_) return stay();
     unsaved.empty() ? go() : ask(what, unsaved, go, stay);
   });
@@ -101,6 +102,7 @@ bool UnsavedGuard::isConflict(const CommandOutcome& outcome) {
 }
 
 void UnsavedGuard::takeOutcome(const CommandOutcome& outcome) {
+  // One question at a time; the refused edit stays unsaved and can be saved again.
   if (!isConflict(outcome) || conflict_) return;
   const auto edit = editOf(outcome.line);
   if (!edit) return Q_EMIT refused(outcome.text);
@@ -159,12 +161,14 @@ void UnsavedGuard::askForCopy(const UnsavedEdit& edit, const QString& name,
 void UnsavedGuard::offer(const QString& text, const QStringList& actions,
                          std::vector<std::function<void()>> offered) {
   offered_ = std::move(offered);
+  // The bar has three buttons; those without a function only close it.
   offered_.resize(3);
   bar_.tell(MessageBar::Kind::eChange, text);
   bar_.offer(actions);
 }
 
-// What it holds is in this station's memory alone: that is told once, and again when it is entered.
+// A deleted edit that is open here exists in this station's memory alone. Told once for each
+// project visit.
 void UnsavedGuard::tellOfDeletions() {
   QSet<QString> deleted;
   for (const ObjectRow& row : *snapshot_->objects[0]) {

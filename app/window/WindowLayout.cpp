@@ -30,7 +30,7 @@ namespace korvel {
 
 namespace {
 
-constexpr int kMostTools = 20;  // who edits the file by hand may write any number
+constexpr int kMostTools = 20;  // a file edited by hand may hold any number
 const QString kTools = QStringLiteral("tools");
 const QString kType = QStringLiteral("type");
 const QString kSizeState = QStringLiteral("size");
@@ -49,6 +49,7 @@ KeptTools toolsOn(const Desktop& desktop) {
 }
 
 void putBack(const KeptTools& tools, Desktop& desktop) {
+  // Tools are there already: those of this session count.
   if (!desktop.savedTools().empty()) return;
   std::vector<SavedTool> saved;
   for (const KeptTool& tool : tools) {
@@ -158,6 +159,7 @@ void WindowLayout::buildDocks() {
   for (QDockWidget* each : {notificationsDock_, logDock_, historyDock_}) each->hide();
   window_.resizeDocks({panes_.panel}, {300}, Qt::Horizontal);
   for (QDockWidget* each : docks()) {
+    // Queued: within the signal Qt is still laying out, and a change of sizes would be lost.
     connect(each, &QDockWidget::visibilityChanged, this, &WindowLayout::fit, Qt::QueuedConnection);
     connect(each, &QDockWidget::dockLocationChanged, this, &WindowLayout::fit,
             Qt::QueuedConnection);
@@ -203,7 +205,7 @@ void WindowLayout::fit() {
   if (!isSmall) noteSpread();
 }
 
-// The open project's objects are what the window is for, and nothing beside them takes their room.
+// The list of objects keeps most of the width: the panel gets a third at most.
 void WindowLayout::narrowPanel() {
   const int most = window_.width() / 3;
   if (!panes_.panel->isVisible() || panes_.panel->width() <= most) return;
@@ -219,6 +221,7 @@ void WindowLayout::narrowSide() {
 bool WindowLayout::eventFilter(QObject* watched, QEvent* event) {
   if (event->type() == QEvent::Resize) {
     const auto fitted = watched == side_ ? &WindowLayout::narrowSide : &WindowLayout::fit;
+    // After the layout has taken the new size.
     QMetaObject::invokeMethod(this, fitted, Qt::QueuedConnection);
   }
   return QObject::eventFilter(watched, event);
@@ -227,6 +230,7 @@ bool WindowLayout::eventFilter(QObject* watched, QEvent* event) {
 void WindowLayout::gatherDocks() {
   for (QDockWidget* dock : {notificationsDock_, logDock_, historyDock_}) {
     if (dock->isFloating() || panes_.panel->isFloating()) continue;
+    // Tabifying shows a dock.
     const bool wasShown = !dock->isHidden();
     window_.tabifyDockWidget(panes_.panel, dock);
     dock->setVisible(wasShown);
@@ -245,6 +249,8 @@ bool WindowLayout::restore(QSettings& kept) {
   window_.resize(kFirstSize.boundedTo(window_.screen()->availableSize()));
   window_.setMinimumSize(300, 200);
   if (const auto asked = askedGeometry()) {
+    // A geometry from the configuration is for this start alone; the kept one is neither used nor
+    // replaced.
     window_.setGeometry(*asked);
     return false;
   }
@@ -252,6 +258,7 @@ bool WindowLayout::restore(QSettings& kept) {
   window_.restoreState(kept.value(QStringLiteral("state")).toByteArray());
   side_->restoreState(kept.value(QStringLiteral("side")).toByteArray());
   centre_->restoreState(kept.value(QStringLiteral("centre")).toByteArray());
+  // The station decides whether the panel is open; the kept state may say otherwise.
   panes_.panel->hide();
   return true;
 }
