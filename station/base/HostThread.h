@@ -58,7 +58,7 @@ class ActivityScope {
   Activity before_;
 };
 
-/// What is named now. Any thread; never waits for the host thread.
+/// The activity of the host thread now. Any thread; never waits for the host thread.
 Activity currentActivity();
 
 /// The station's one host thread: documents, managers, notifications and the delivery of datagrams

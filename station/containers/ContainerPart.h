@@ -44,7 +44,7 @@ class ContainerNotifier : public Manager, public Part {
   NotifierList listeners_;
 };
 
-/// What is particular to one kind of container.
+/// The names that make one kind of container differ from another.
 struct ContainerKind {
   std::string word;     ///< as users and events name it: "bin"
   std::string letters;  ///< kind letters of its cookies; new ones get the first
@@ -103,9 +103,10 @@ class ContainerPart : public iProjectPart {
   /// whatever its file holds. eExists where a container of its cookie is there again.
   Result<void> takeBack(const Trashed& trashed);
 
-  /// Takes a container out whatever becomes of its file, which goes to the trash if it is still
-  /// there; what stands in the way of that is logged. Because of a message no file is removed: a
-  /// container whose file is still there stays, and is read again. An unknown cookie is ignored.
+  /// Takes a container out of the lists, even where its file cannot be removed. The file goes to
+  /// the trash if it is still there; a failure of that is logged. Because of a message no file is
+  /// removed: a container whose file is still there stays, and is read again. An unknown cookie is
+  /// ignored.
   void forget(const Cookie& cookie);
 
   /// Reads a container again, or for the first time; because of a message, once more a little later

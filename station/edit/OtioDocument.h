@@ -18,9 +18,8 @@ struct SaveStamp {
   bool operator==(const SaveStamp&) const = default;
 };
 
-/// An edit or log as an OpenTimelineIO timeline. Whatever this station does not know (schemas,
-/// keys, numbers) is kept as it stands. The station's own data is one block of the timeline's
-/// metadata:
+/// An edit or log as an OpenTimelineIO timeline. Schemas, keys and numbers that this station does
+/// not know are kept unchanged. The station's own data is one block of the timeline's metadata:
 ///
 ///     "metadata": { "korvel": { "logType": 2,              what kind of log it is
 ///                               "name": "Reel 1",          only where the timeline has no name

@@ -80,7 +80,8 @@ class RecoveryFolder {
   void enter(const std::string& projectsDirectory, const std::string& project,
              const std::string& user);
 
-  /// Ends with it. What is kept stays on the disk for the next time; an empty session is removed.
+  /// Leaves the project. Kept changes stay on the disk for the next time; an empty session is
+  /// removed.
   void leave();
 
   /// Keeps an object's state, in place of what was kept of it. Written soon.

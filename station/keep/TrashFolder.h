@@ -31,8 +31,8 @@ struct Trashed {
 ///
 ///     <project>/.trash/<object>~20240531T120000Z~1a2b3c4d~ANNA.otio      when, mark and by whom
 ///
-/// A file is moved there, and back, by one rename: whatever ends the station meanwhile, it is in
-/// one of both places, whole. Its name alone says what the trash knows of it. Each deletion of an
+/// A file is moved there, and back, by one rename: even if the station ends meanwhile, it is whole
+/// in one of both places. Its name alone says what the trash knows of it. Each deletion of an
 /// object has a name of its own. Host thread.
 class TrashFolder {
  public:

@@ -182,7 +182,7 @@ void MediaCache::addFile(const Cookie& cookie, const MaterialFilename& file, boo
   if (table_.find(added.network)) return;
   const bool isRemote = currentOrigin() == Origin::eRemote;
   const bool isRecorded = !isRemote || hasRecord(added);
-  // A recorded file always has room: only files of the project's folder can be recorded.
+  // Only files that messages alone name are limited: a stranger can invent them without end.
   if (!isRecorded && !hasRoomForHearsay()) return;
   added.isHearsay = !isRecorded && added.network == added.path;
   added.proxyOf = recordedProxyOf(added);

@@ -41,7 +41,7 @@ struct SourceLimits {
 ///     reader thread --add()--> lane of 10.0.0.7: 3 2 1
 ///                              lane of 10.0.0.9: 9 8 7 6 5 4 ...   --next()--> host thread
 ///
-/// Within a lane the order stays. What is beyond a source's limits or its lane's room is left out
+/// Within a lane the order stays. Messages beyond a source's limits or its lane's room are left out
 /// and counted. Any thread.
 class DeliveryLanes {
  public:
@@ -95,8 +95,8 @@ class DeliveryLanes {
   /// Takes the next message: the oldest of the lane whose turn it is. Nothing when all are empty.
   std::optional<Item> next();
 
-  /// What is to be told now: losses of sources that were not told of in the last minute and that
-  /// have lost nothing for `quiet`, or have for a minute.
+  /// The losses to be reported now: of sources that were not reported in the last minute and that
+  /// have lost nothing for `quiet`, or have lost something for a minute.
   std::list<Loss> lossesToTell(Time now, std::chrono::milliseconds quiet);
 
   /// All losses that were not told yet.

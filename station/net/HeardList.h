@@ -86,12 +86,12 @@ class HeardListName {
 ///      "strangers":0,
 ///      "heard":[{"address":"10.0.0.8","port":51234,"count":12,"first":...,"last":...}]}
 ///
-/// "sent_earlier" is when it sent last as of 14 s before it was written, so that what was sent then
-/// has come everywhere and stands in everybody's list; 0 for never. A sender is known by its
-/// address and the port that it sends from, which it keeps for life; "strangers" counts those that
-/// were forgotten because more were heard than any facility has. Times are seconds since 1970.
-/// A second program of the same name on this machine has a file of its own, and " (2)" behind its
-/// name. Any thread; a folder that hangs keeps nobody waiting.
+/// "sent_earlier" is when it sent last as of 14 s before the list was written: what was sent then
+/// has arrived and stands in every list by now; 0 for never. A sender is known by its address and
+/// the port that it sends from, which it keeps for life. "strangers" counts senders that were
+/// forgotten because more were heard than any facility has. Times are seconds since 1970. A second
+/// program of the same name on this machine has a file of its own, and " (2)" behind its name. Any
+/// thread; a folder that hangs delays no caller.
 class HeardList : public iTrafficObserver {
  public:
   /// Who keeps the list.

@@ -49,7 +49,7 @@ struct NetworkInterface {
   bool isLoopback = false;
 };
 
-/// What is up on this machine now; empty when the system does not say.
+/// The addresses of this machine's interfaces that are up now; empty when the system does not say.
 std::vector<NetworkInterface> readNetworkInterfaces();
 
 /// Where a datagram goes: an address, and the interface by which it leaves; 0 leaves that to the

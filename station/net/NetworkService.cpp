@@ -43,8 +43,8 @@ std::string configuredNetworks() {
   return found == config.end() ? std::string() : found->second;
 }
 
-/// A limit of the configuration: messages a second, 0 for none. What is no number is told, and the
-/// limit stays as it is.
+/// A limit of the configuration: messages a second, 0 for none. A text that is no number is
+/// reported, and the limit stays as it is.
 void readLimit(const std::string& key, SourceLimit& limit) {
   const auto& config = settings().config;
   const auto found = config.find(key);

@@ -82,11 +82,11 @@ class NullListener : public iUDPListener {};
 ///
 ///     socket --reader thread--> lanes --host thread--> receiver
 ///
-/// The reader thread empties the socket at once, whatever the host thread is busy with, and drops
-/// what is not for this station: its own datagrams, copies over another network, senders that are
-/// not taken. What is left waits in a lane for each source; what finds no room there or is beyond
-/// the source's limits, and what the system dropped before, is counted and told. Destroying it, on
-/// the host thread, ends delivery at once.
+/// The reader thread empties the socket at once, even while the host thread is busy. It drops
+/// datagrams that are not for this station: its own, copies over another network, and those of
+/// senders that are not taken. The others wait in a lane for each source. Datagrams that find no
+/// room there, are beyond the source's limits, or were dropped by the system before, are counted
+/// and reported. Destroying the listener, on the host thread, ends delivery at once.
 class UdpListener : public iUDPListener {
  public:
   /// What a listener needs to know of the rest of the network service.

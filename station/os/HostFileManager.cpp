@@ -368,7 +368,7 @@ bool HostFileManager::removeWhileLocked(const std::string& path) {
   if (!file.isOpen() || !takeLock(file)) return false;
   struct stat status {};
   if (!isLockedAtPath(file, path)) {
-    if (::lstat(path.c_str(), &status) != 0) return false;  // somebody else removed it
+    if (::lstat(path.c_str(), &status) != 0) return false;  // another station removed it
     errno = EAGAIN;
     return false;
   }

@@ -45,8 +45,8 @@ class HostFile : public iFile {
   Descriptor file_;
 };
 
-/// An open file whose content counts as replaced: the first write leaves exactly what it wrote at
-/// the path, also when somebody removed the file since it was opened.
+/// An open file whose content is replaced: the first write leaves exactly what it wrote at the
+/// path, even when another station removed the file since it was opened.
 class ReplacingFile : public HostFile {
  public:
   /// `written` remembers what the first write left behind.

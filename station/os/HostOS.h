@@ -33,8 +33,8 @@ class HostOS : public iOS, public iOSPrivate {
 
 /// Takes SIGINT, SIGTERM and SIGHUP for the whole program: the first calls a function, on a thread
 /// of this object; a second one ends the program at once, for a share that does not answer. SIGPIPE
-/// is ignored from now on: who writes sees the failure. An interrupt may be taken by somebody who
-/// does not end for it, such as the reader of a line; that one does not count.
+/// is ignored from now on: writers see the failure as EPIPE. An interrupt may be taken by a part of
+/// the program that does not end for it, such as the reader of a line; that one does not count.
 ///
 /// To be made before other threads, which inherit that these signals are blocked.
 class Signals {

@@ -49,8 +49,8 @@ Descriptor openAfresh(const std::string& folder);
 /// The same for a look at what is in it alone. False when the folder cannot be read.
 bool lookAfresh(const std::string& folder);
 
-/// Opens a plain file, never waiting for the other end of a pipe. What is no plain file fails with
-/// EISDIR (a folder) or ENXIO (anything else).
+/// Opens a plain file, and never waits for the other end of a pipe. A folder fails with EISDIR, a
+/// pipe or a device with ENXIO.
 Descriptor openPlainFile(const std::string& path, int flags);
 
 /// The same for a file whose content is to be changed: one of several names fails with EMLINK,
@@ -66,7 +66,7 @@ void shareLikeFolder(int descriptor, const std::string& folder);
 bool readAll(int descriptor, std::string& bytes);
 
 /// Tries to take the open file's lock on the whole file for this open alone. errno is EAGAIN when
-/// another open holds it, whatever the file system says to that.
+/// another open holds it, also on SMB, which says EACCES.
 bool tryLock(int descriptor);
 
 /// Whether another open holds the file's lock. Takes nothing, since on SMB a reader's lock would

@@ -49,7 +49,7 @@ constexpr std::size_t kShortestCookie = 4;
 constexpr const char* kLockAdvice =
     "Wait until it is left there, or enter another project (\"project list\").";
 
-/// The refusal to hand out a private project: why it cannot be held, and by whom it is.
+/// The refusal of a private project: why it cannot be held, and who holds it.
 Error refusal(const Cookie& project, const std::string& name, eFileError reason) {
   return lockRefusal(
       "Private project " + inQuotes(name), reason,
@@ -333,7 +333,7 @@ Result<Cookie> Projects::resolve(const std::string& nameOrCookie, const std::str
   return resolveBegun(nameOrCookie, wanted, found.error());
 }
 
-/// What is found counts as another station's change, whose message was lost.
+/// An object found in this way counts as another station's change, whose message was lost.
 void Projects::takeUpUnlisted() const {
   const auto files = listFresh(current_->folder);
   if (!files) return;

@@ -51,7 +51,7 @@ void clearGivenUp(const std::string& what, const LightweightString<wchar_t>& loc
   // removeFile() takes the lock itself, so a station that holds the file by now does not lose it.
   if (OS().fileManager().removeFile(lockFile)) return;
   const std::string said = HostFileManager::lastErrorText();
-  if (OS().fileManager().lastError() == eFileError::eHeld) return;  // somebody took it meanwhile
+  if (OS().fileManager().lastError() == eFileError::eHeld) return;  // another station took it
   LogBoth("%s is given up, but its lock file stays: %s. Others see it left behind; remove %s.\n",
           what, said, shownText(lockFile));
 }

@@ -93,7 +93,7 @@ class ReplayWindow {
 /// the share's key ring while it lives, without a restart of anything.
 class Seals {
  public:
-  /// What is to become of a datagram.
+  /// How a datagram is judged.
   enum class Verdict {
     eSealed,    ///< of a sender who has the key, and new
     eUnsealed,  ///< of an unproven sender; taken by this station's policy

@@ -153,7 +153,7 @@ class Desktop : public Glob {
 
   /// Hands what the user did to the widget concerned: mouse events to the one under the mouse, keys
   /// and text to the one that has the keyboard; upwards from there. The tab key moves on to the
-  /// next widget that takes the keyboard. True when somebody handled it.
+  /// next widget that takes the keyboard. True when a widget handled it.
   bool dispatch(const Event& event);
 
   /// Takes a tool off the desktop and destroys it; the toolbox offers it again if the tool asks for

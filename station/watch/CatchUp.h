@@ -12,8 +12,8 @@
 namespace korvel {
 
 /// Brings what is shown of the open project in line with its folder, without a message and without
-/// entering the project again: messages can be lost, the folder is the truth. What is found is
-/// handed to the project's parts and told as changes with the origin "folder". Host thread.
+/// entering the project again: messages can be lost, and the folder decides. Changes found there
+/// are handed to the project's parts and told with the origin "folder". Host thread.
 class CatchUp : public ProjectListener {
  public:
   explicit CatchUp(HostThread& host) : host_(host) {}

@@ -84,7 +84,7 @@ inline constexpr char kFieldSeparator = '\xAC';
 /// The version of the text, its first field.
 inline constexpr const char* kWireVersion = "d";
 
-/// The target of a message to everybody.
+/// The target of a message to all users.
 inline constexpr const char* kEverybody = "<All>";
 
 extern const WireField kCookieField;
