@@ -32,7 +32,8 @@ std::optional<ObjectKind> kindOf(Target target) {
   }
 }
 
-/// How a command names the object: media by their path, which is one file's alone.
+/// The word that names an object in a command. Media are named by path: a file and its proxies
+/// share a cookie.
 QString wordOf(const ObjectRow& row, Target target) {
   return target == Target::eMedia ? row.detail : row.cookie;
 }
@@ -45,7 +46,8 @@ std::vector<FieldChoice> choicesOf(const ObjectRows& rows) {
 
 std::vector<FieldChoice> clipChoices(const TimelinePtr& timeline) {
   std::vector<FieldChoice> choices;
-  if (!timeline || !timeline->version.isEmpty()) return choices;  // an older one has other clips
+  if (!timeline || !timeline->version.isEmpty())
+    return choices;  // an older version has other clips
   for (const TimelineTrack& track : timeline->tracks) {
     for (const TimelineItem& item : track.items) {
       if (item.kind == TimelineItem::Kind::eTransition) continue;
@@ -138,6 +140,7 @@ bool ActionRunner::leavesProject(const QString& line) const {
 }
 
 void ActionRunner::runLine(const QString& line) {
+  // Closing the window asks about unsaved changes and then ends the station.
   if (line.trimmed() == QLatin1String("quit")) {
     window_.close();
   } else if (leavesProject(line)) {
@@ -188,6 +191,7 @@ void ActionRunner::restore(const ObjectRow& edit, const VersionRow& version) {
                            .arg(nameOf(edit), versionTitle(version));
   QStringList undo;  // to the version that is now the newest, unless another comes first
   for (const VersionRow& row : panes_.history->rows()) {
+    // Unsaved changes are in no version: they could not be brought back.
     if (!row.isNow || edit.isDirty) continue;
     undo << QStringLiteral("edit restore %1 %2").arg(cookie, quoted(row.version));
   }
@@ -215,7 +219,8 @@ bool ActionRunner::takesOption(const char* command, const char* option) const {
          found->second.usage.find(option) != std::string::npos;
 }
 
-// What is chosen when the question is asked is what it is about, whatever is chosen meanwhile.
+// The question keeps the rows of the moment in which it was asked: the selection may change before
+// the answer.
 void ActionRunner::askBeforeDeleting(const ActionSpec& action) {
   const std::vector<ObjectRow> rows = panes_.objects->chosen();
   QStringList things;
@@ -229,7 +234,8 @@ void ActionRunner::askBeforeDeleting(const ActionSpec& action) {
   nameOpeners(question, rows);
 }
 
-// Who else has it open is told as soon as it is known.
+// Adds the stations that have an object open. Asking the share takes time, so the question is shown
+// before.
 void ActionRunner::nameOpeners(const QPointer<Question>& question,
                                const std::vector<ObjectRow>& rows) {
   QStringList cookies;
@@ -243,7 +249,7 @@ void ActionRunner::nameOpeners(const QPointer<Question>& question,
   });
 }
 
-// An action on one object alone is run once for each that is chosen.
+// Runs an action on a single object once for each selected object.
 void ActionRunner::remove(const ActionSpec& action, const std::vector<ObjectRow>& rows) {
   QStringList cookies;
   for (const ObjectRow& row : rows) cookies.append(row.cookie);
@@ -260,7 +266,7 @@ void ActionRunner::remove(const ActionSpec& action, const std::vector<ObjectRow>
   });
 }
 
-// What was chosen when the dialog opened is what it is for, whatever is chosen meanwhile.
+// The dialog keeps the words of the moment in which it opened: the selection may change meanwhile.
 void ActionRunner::askFields(const ActionSpec& action) {
   std::vector<FieldContent> contents;
   for (const ActionField& field : action.fields) contents.push_back(fieldContent(field));
@@ -273,7 +279,7 @@ void ActionRunner::askFields(const ActionSpec& action) {
   dialog->show();
 }
 
-// A name that nobody has makes an edit that nobody can change any more, so it is asked about.
+// Asks before giving an edit to an unknown name: nobody could change it then.
 void ActionRunner::give(const QString& line, const QString& user) {
   const QString doubt = doubtAbout(user);
   if (doubt.isEmpty()) return link_.run(line);

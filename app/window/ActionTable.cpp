@@ -56,7 +56,7 @@ const std::vector<ActionSpec>& table() {
        "E&xport…",
        "Ctrl+Shift+E",
        Target::eEdit,
-       "edit export {object} {0} --force",  // the file dialog has asked
+       "edit export {object} {0} --force",  // the file dialog asks before
        {{"To the file", Kind::eSaveFile, "{name}.otio"}}},
       {"Edit", "&Open", "Ctrl+Return", Target::eEdit, "edit open {object}", {}},
       {"Edit", "&Close", "Ctrl+W", Target::eEdit, "edit close {object}", {}},
@@ -196,7 +196,7 @@ const std::vector<ActionSpec>& table() {
 
 std::span<const ActionSpec> actionTable() { return table(); }
 
-// One pass over the pattern, so that braces in names and fields stay what they are.
+// Replaces word by word, in one pass: braces within names and values stay as they are.
 QString filledLine(const ActionSpec& action, const QStringList& objects,
                    const QStringList& values) {
   QStringList words;

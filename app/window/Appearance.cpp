@@ -186,6 +186,7 @@ QPixmap drawn(Glyph glyph, const QColor& colour, int pixels) {
 }  // namespace
 
 QIcon icon(Glyph glyph, const QColor& colour) {
+  // Lists ask for an icon for each cell that they paint. Window thread only.
   static QHash<quint64, QIcon> made;
   const quint64 key = (static_cast<quint64>(glyph) << 32) | colour.rgba();
   QIcon& found = made[key];
@@ -244,7 +245,7 @@ QPalette paletteOf(const Colours& colours, const QColor& window) {
   return palette;
 }
 
-/// The few things that the palette cannot say.
+/// The style sheet for what a palette cannot express.
 QString styleSheet(const Colours& colours, const QColor& window) {
   QString sheet = QStringLiteral(R"(
     QMainWindow::separator { background: @line; width: 1px; height: 1px; }
@@ -299,6 +300,7 @@ QString styleSheet(const Colours& colours, const QColor& window) {
 }
 
 bool isDesktopDark() {
+  // Asked once, before the palette is replaced by one of ours.
   static const bool isIt = QApplication::palette().color(QPalette::Window).lightness() < 128;
   return isIt;
 }
@@ -309,6 +311,7 @@ void applyAppearance(Appearance appearance) {
   const bool desktop = isDesktopDark();
   dark = appearance == Appearance::eDark || (appearance == Appearance::eSystem && desktop);
   const QColor window = dark ? QColor(0x20242a) : QColor(0xf3f4f6);
+  // Styles of desktops ignore parts of a palette; this one follows it.
   if (QApplication::style()->name() != QLatin1String("fusion")) {
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
   }

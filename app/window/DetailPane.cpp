@@ -110,6 +110,7 @@ void DetailPane::showHeading() {
 }
 
 void DetailPane::showChange() {
+  // Tells of a change instead of redrawing: a timeline must not move under the user's eyes.
   if (row_.remoteChanges <= shownChanges_ || kind_ != ObjectKind::eEdits) return;
   shownChanges_ = row_.remoteChanges;
   change_->tell(MessageBar::Kind::eChange,
@@ -119,6 +120,7 @@ void DetailPane::showChange() {
 
 void DetailPane::takeTimeline(const TimelinePtr& timeline) {
   if (kind_ != ObjectKind::eEdits || timeline->cookie != row_.cookie) return;
+  // An answer to an earlier question: the user has chosen another version meanwhile.
   if (timeline->version != version_) return;
   view_->setHint(timeline->problem);
   view_->show(timeline);

@@ -24,7 +24,7 @@ namespace korvel {
 
 namespace {
 
-constexpr int kMostRows = 8;  // in sight; more are scrolled to
+constexpr int kMostRows = 8;  // visible rows; the list scrolls
 
 QListWidget* listOf(const QStringList& things) {
   auto* list = new QListWidget;
@@ -60,6 +60,7 @@ Question::Question(const QString& name, const QString& title, const QString& tex
   layout->addWidget(buttons_);
   setMinimumWidth(260);
   resize(440, sizeHint().height());
+  // Return does no harm, unless a usual answer is added.
   buttons_->button(QDialogButtonBox::Cancel)->setDefault(true);
   connect(buttons_, &QDialogButtonBox::rejected, this, &QDialog::reject);
   connect(this, &QDialog::finished, parent, [this] {
@@ -92,6 +93,7 @@ void Question::setThing(int at, const QString& text) {
   if (things_ && at < things_->count()) things_->item(at)->setText(oneLine(text));
 }
 
+// Returns at once: a nested event loop would let the station's events in while the caller waits.
 void Question::ask() { open(); }
 
 namespace {
@@ -149,6 +151,7 @@ QString titleOf(const ActionSpec& action) {
 QString valueOf(const QWidget* input) {
   if (const auto* edit = qobject_cast<const QLineEdit*>(input)) return edit->text();
   const auto* choice = qobject_cast<const QComboBox*>(input);
+  // A typed text that is an entry stands for its value; any other text is the value.
   const int index = choice->findText(choice->currentText());
   return index < 0 ? choice->currentText() : choice->itemData(index).toString();
 }
@@ -215,9 +218,8 @@ QWidget* ActionDialog::makeFileField(const ActionField& field, QLineEdit* edit) 
   return row;
 }
 
-// An editable choice completes what is typed within the field: of a name that begins like another
-// it would make that other, and what it holds at first would be typed into. Who is offered shows in
-// a list instead.
+// A field with choices. Qt's inline completion would turn a typed name into a longer one that
+// begins alike, so users are completed in a list, and the field starts empty.
 QWidget* ActionDialog::makeChoice(const ActionField& field, const FieldContent& content) {
   auto* choice = new QComboBox;
   choice->setEditable(true);

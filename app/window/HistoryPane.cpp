@@ -118,6 +118,7 @@ void HistoryPane::showEdit(const std::optional<ObjectRow>& row) {
 }
 
 void HistoryPane::refresh() {
+  // Versions are read from the share: only while they can be seen.
   if (isVisible() && !edit_.cookie.isEmpty()) Q_EMIT versionsWanted(edit_.cookie);
 }
 
@@ -131,9 +132,11 @@ void HistoryPane::takeVersions(const VersionsPtr& versions) {
   showHint();
 }
 
-// What is chosen stays so while the rows around it change, and is forgotten once it is thinned out.
+// Keeps the chosen version while other rows come and go. A version that was thinned out is no
+// longer chosen.
 void HistoryPane::fill() {
   const bool isKept = chosen().has_value();
+  // Filling the list changes the current item, which is no choice of the user.
   isFilling_ = true;
   list_->clear();
   for (const VersionRow& row : rows_) {
@@ -203,7 +206,7 @@ void HistoryPane::showEvent(QShowEvent* event) {
   refresh();
 }
 
-// Where there is little room, what changed matters more than how large it is.
+// In a narrow pane the changes matter more than the size.
 void HistoryPane::resizeEvent(QResizeEvent* event) {
   QWidget::resizeEvent(event);
   list_->setColumnHidden(eSize, width() < kRoomForSizes);
@@ -211,6 +214,7 @@ void HistoryPane::resizeEvent(QResizeEvent* event) {
 
 void HistoryPane::hideEvent(QHideEvent* event) {
   QWidget::hideEvent(event);
+  // A spontaneous event means a minimised window, whose state is kept.
   if (!event->spontaneous()) showNow();
 }
 

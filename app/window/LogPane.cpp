@@ -16,6 +16,7 @@ namespace korvel {
 
 namespace {
 
+/// Letters shown of a line; the tool tip has more.
 constexpr qsizetype kLongestLine = 500;
 
 QString kindWord(LogLine::Kind kind) {
@@ -103,6 +104,7 @@ LogPane::LogPane(QWidget* parent)
                      QStringLiteral("^%1$").arg(static_cast<int>(kind)));
   }
   view_->setModel(proxy_);
+  // Otherwise Qt would measure thousands of lines.
   view_->setUniformItemSizes(true);
   view_->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
   view_->setSelectionMode(QAbstractItemView::ExtendedSelection);
@@ -124,6 +126,7 @@ LogPane::LogPane(QWidget* parent)
 void LogPane::append(const std::vector<LogLine>& lines) {
   if (lines.empty()) return;
   const QScrollBar& bar = *view_->verticalScrollBar();
+  // Follows new lines only where the user has not scrolled up.
   const bool isAtEnd = bar.value() >= bar.maximum();
   model_->append(lines);
   if (isAtEnd) view_->scrollToBottom();

@@ -25,10 +25,10 @@ namespace korvel {
 
 namespace {
 
-/// The status of a program that its user ended although it had not given its locks back.
+/// The exit status when the user ends the program before it has returned its locks.
 constexpr int kEndedAtOnce = 1;
 
-/// The names of what a bin or rack holds, or what else there is to say of an object.
+/// The names of the objects in a bin or rack; for other objects their details.
 QString contentText(const ObjectRow& row, ObjectKind kind, const ObjectsPane& objects) {
   if (kind == ObjectKind::eFilters) return QStringLiteral("Finds: ") + row.detail;
   if (kind == ObjectKind::eMedia) {
@@ -112,7 +112,8 @@ void MainWindow::showSteps() {
   show(*redoAction_, snapshot_->redo, QStringLiteral("Redo"));
 }
 
-// The panes' signals lead to members that go before the panes do.
+// Members are destroyed before the panes, which are children of this widget: their signals must not
+// arrive any more.
 MainWindow::~MainWindow() {
   for (QObject* pane : findChildren<QWidget*>()) pane->disconnect(this);
 }
@@ -227,6 +228,7 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
   setWindowTitle(snapshot->project.name.isEmpty()
                      ? QStringLiteral("Station")
                      : plainTitle(snapshot->project.name) + QStringLiteral(" - Station"));
+  // After the lists have the new rows.
   outcomes_->chooseMade();
   const auto chosen = objects().chosen();
   if (!chosen.empty() && chosen.front().key == detail().key()) detail().update(chosen.front());
@@ -241,13 +243,14 @@ void MainWindow::takeNews(const News& news) {
   received_ = news.received;
   log().append(news.lines);
   notifications().add(news.notifications);
+  // Network problems are also shown in the bar: the log may be hidden.
   for (const LogLine& line : news.lines) {
     if (line.kind == LogLine::Kind::eNetwork) outcomes_->tellOfSending(line.text);
   }
   if (!news.notifications.empty()) tellOfWords(news.notifications.back());
 }
 
-// Where the list is on the screen, it has them already.
+// A visible list shows new notifications itself.
 void MainWindow::tellOfWords(const NotificationLine& latest) {
   QApplication::alert(this);
   if (notifications().isVisible()) return;
@@ -266,6 +269,7 @@ void MainWindow::showChoice() {
   if (chosen.empty()) {
     detail().choose(std::nullopt, kind, {});
   } else if (chosen.front().key != detail().key()) {
+    // A row that the program chose has not been seen by the user.
     if (!objects().isChoosing()) objects().markSeen(chosen.front().key);
     detail().choose(chosen.front(), kind, contentText(chosen.front(), kind, objects()));
   }
@@ -284,8 +288,9 @@ void MainWindow::enableActions() {
   trashAction_->setEnabled(actions_->isThere(Target::eOpenProject));
 }
 
-// Asking what is unsaved and leaving the project may take as long as the share does: the window
-// stays and says so, and a second time ends at once. The system frees what this station held then.
+// Finding unsaved changes and leaving the project may take as long as the share does. The window
+// stays open and says so. Closing it a second time ends the process at once; the system then frees
+// its locks.
 void MainWindow::closeEvent(QCloseEvent* event) {
   event->ignore();
   if (keepsLayout_) {

@@ -20,7 +20,7 @@ namespace korvel {
 
 namespace {
 
-/// A menu's title with the letter marked that opens it, each menu's another.
+/// A menu's title with its mnemonic, a different letter for each menu.
 QString withMnemonic(const QString& title) {
   static const QHash<QString, int> kLetters{
       {QStringLiteral("Room"), 1}, {QStringLiteral("Messages"), 2}, {QStringLiteral("Station"), 1}};
@@ -57,12 +57,14 @@ void MainMenus::enable(const std::function<bool(Target)>& isThere) {
 
 void MainMenus::bindKey(const QString& line, QWidget& widget) const {
   QAction* const bound = action(line);
+  // In the other panes the key keeps its usual meaning: Del in a text field must delete a letter.
   bound->setShortcutContext(Qt::WidgetShortcut);
   widget.addAction(bound);
 }
 
 void MainMenus::popUp(const std::vector<Target>& targets, const QPoint& at) {
   auto* shown = new QMenu(&window_);
+  // popup() returns at once, so the menu must delete itself.
   shown->setAttribute(Qt::WA_DeleteOnClose);
   for (const Target target : targets) {
     if (!shown->isEmpty()) shown->addSeparator();
@@ -194,8 +196,8 @@ void WindowMenus::buildHelpMenu() {
              [this] { run_(QStringLiteral("help")); });
 }
 
-// The colours of what was drawn before are in icons and labels; an empty name is the remembered
-// one.
+// Icons keep the colours in which they were drawn, so they are made anew. An empty name means the
+// remembered appearance.
 void WindowMenus::chooseAppearance(const QString& name) {
   QSettings kept = windowSettings();
   const QString key = QStringLiteral("appearance");

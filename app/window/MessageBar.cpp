@@ -73,6 +73,7 @@ void MessageBar::tell(Kind kind, const QString& text) {
   text_ = text;
   offer({});
   setProperty("role", roleOf(kind));
+  // Qt matches a style sheet's property only when a widget is polished.
   style()->unpolish(this);
   style()->polish(this);
   sign_->setPixmap(signOf(kind).pixmap(18, 18));
@@ -104,6 +105,7 @@ void MessageBar::showText() {
   }
   label_->setText(shown);
   label_->setToolTip(shown == text_ ? QString() : plainTip(text_));
+  // A layout does not ask a wrapped label for its height at this width.
   const int height = lines_ == Lines::eAll ? label_->heightForWidth(label_->width()) : 0;
   label_->setMinimumHeight(std::max(0, height));
 }
@@ -126,7 +128,7 @@ bool makesEdit(const QString& command) {
   return isOneOf(command, {"edit create", "log create", "edit import", "edit save-copy"});
 }
 
-/// Whether the lists show what a command did, so that its answer needs no showing.
+/// Whether the lists show the effect of a command, so that its answer need not be shown.
 bool isShownByLists(const QString& command) {
   return makesEdit(command) || command.endsWith(QLatin1String(" create")) ||
          command.endsWith(QLatin1String(" add")) || command.endsWith(QLatin1String(" remove")) ||
@@ -156,7 +158,7 @@ void OutcomeTeller::tellOfSending(const QString& problem) {
   panes_.messages->tell(MessageBar::Kind::eChange, problem);
 }
 
-// Advice on one message has done its part when the next one needs none.
+// Advice on a message is removed when the next message needs none.
 void OutcomeTeller::tellOfMessage(const CommandOutcome& said) {
   const CommandCall call = readCall(link_.commands(), said.line.toStdString());
   const QString before = std::exchange(advice_, readableText(messageAdvice(call.arguments.back())));
@@ -173,7 +175,7 @@ void OutcomeTeller::tellUndoably(const QString& text, const QStringList& undoLin
 }
 
 void OutcomeTeller::take(const CommandOutcome& outcome) {
-  if (UnsavedGuard::isConflict(outcome)) return;  // it asks
+  if (UnsavedGuard::isConflict(outcome)) return;  // UnsavedGuard asks
   const bool isMessage = outcome.command == QLatin1String("say");
   if (!outcome.succeeded) {
     tellsOfSending_ = false;

@@ -23,6 +23,8 @@ ConversationView::ConversationView(QWidget* parent) : QPlainTextEdit(parent) {
 }
 
 void ConversationView::setLines(const QStringList& lines) {
+  // Appends where possible: setting the whole text again would lose the selection and take longer
+  // each time.
   const bool isLonger =
       lines.size() >= lines_.size() && std::equal(lines_.begin(), lines_.end(), lines.begin());
   const bool isAtEnd = verticalScrollBar()->value() >= verticalScrollBar()->maximum();
@@ -98,6 +100,7 @@ void NotificationsPane::add(const std::vector<NotificationLine>& lines) {
   hint_->hide();
   list_->parentWidget()->show();
   for (const NotificationLine& line : lines) addLine(line);
+  // takeItem() hands the item over.
   while (list_->count() > kMost) delete list_->takeItem(list_->count() - 1);
   if (!isVisible()) setUnread(unread_ + static_cast<int>(lines.size()));
 }

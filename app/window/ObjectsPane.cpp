@@ -39,7 +39,7 @@ QString emptyText(ObjectKind kind) {
       "the project.</p>");
 }
 
-/// As wide as the longest text that the column usually shows; names and paths may be cut.
+/// The width of a column: that of its longest usual text. Names and paths may be cut.
 ColumnFit::Width widthOf(const QTreeView& view, Column column) {
   constexpr int kAroundText = 44;
   const auto whole = [&view](const char* text) {
@@ -133,6 +133,7 @@ ObjectsPane::List ObjectsPane::makeList(ObjectKind kind) {
   view.setContextMenuPolicy(Qt::CustomContextMenu);
   view.setSortingEnabled(true);
   view.sortByColumn(0, Qt::AscendingOrder);
+  // ChoiceKeeper reads the scroll bar as a row number.
   view.setVerticalScrollMode(QAbstractItemView::ScrollPerItem);
   view.setTextElideMode(Qt::ElideMiddle);
   setWidths(view, *list.model);
@@ -179,7 +180,8 @@ void ObjectsPane::show(const Snapshot& snapshot) {
   if (lacksChoice_) chooseFirst();
 }
 
-// A project that was entered shows its first edit at once, unless the user was faster.
+// Chooses the first edit of an entered project, unless the user has chosen one before it was
+// listed.
 void ObjectsPane::chooseFirst() {
   const List& edits = list(ObjectKind::eEdits);
   if (edits.proxy->rowCount() == 0) return;
@@ -243,6 +245,7 @@ std::vector<ObjectRow> ObjectsPane::chosen() const {
   const QModelIndex current = shown.view->currentIndex();
   for (const QModelIndex& index : shown.view->selectionModel()->selectedRows()) {
     const ObjectRow& row = shown.model->at(shown.proxy->mapToSource(index).row());
+    // The current row first: actions on a single object take that one.
     rows.insert(index.row() == current.row() ? rows.begin() : rows.end(), row);
   }
   return rows;

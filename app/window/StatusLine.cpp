@@ -86,7 +86,7 @@ void StatusLine::resizeEvent(QResizeEvent* event) {
   fit();
 }
 
-// What fits whole is shown, the most important first; who this is, even if not whole.
+// Shows the texts that fit, the most important first. The station's identity may be shortened.
 void StatusLine::fit() {
   int room = width() - kAround - std::min(busy_->sizeHint().width(), kBusyWidth);
   for (ElidedLabel* label : {who_, network_, counts_}) {

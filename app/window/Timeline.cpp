@@ -91,7 +91,7 @@ TimelineTrack trackOf(const JsonValue& json, const QString& path) {
   return track;
 }
 
-/// The first rate that a clip tells.
+/// The rate of the first clip that has one; 24 without any.
 double rateOf(const Timeline& timeline) {
   for (const TimelineTrack& track : timeline.tracks) {
     for (const TimelineItem& item : track.items) {
@@ -101,7 +101,7 @@ double rateOf(const Timeline& timeline) {
   return 24;
 }
 
-/// Of a clip within a nested one, the place in the track where it lies: "0/2" for "0/2/1".
+/// The drawn place of a clip: "0/2" for "0/2/1", since nested clips are drawn as one.
 QString partOf(const std::string& path) {
   return readableText(path).section(QLatin1Char('/'), 0, 1);
 }
@@ -114,7 +114,7 @@ TimelineItem* itemAt(Timeline& timeline, const QString& path) {
   return nullptr;
 }
 
-/// Marks the place of something that is in `now` alone.
+/// Marks the place of an item that exists in `now` only.
 void markAddition(Timeline& drawn, Timeline& now, const QString& path, const QString& words) {
   const TimelineItem* const added = itemAt(now, path);
   const std::size_t track = path.section(QLatin1Char('/'), 0, 0).toULong();
@@ -156,7 +156,7 @@ Timeline timelineOf(const JsonValue& otio) {
     const QString path = QString::number(index++);
     if (isSchema(child, "Track")) {
       timeline.tracks.push_back(trackOf(child, path + QLatin1Char('/')));
-    } else {  // what lies in the stack by itself is a track of its own
+    } else {  // an item directly in the stack gets a track of its own
       TimelineTrack track;
       track.items.push_back(itemOf(child, path, 0));
       timeline.tracks.push_back(std::move(track));

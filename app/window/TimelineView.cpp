@@ -118,10 +118,12 @@ double TimelineView::pixelsPerSecond() const {
 
 int TimelineView::xAt(double seconds) const {
   const double x = kHeadWidth + seconds * pixelsPerSecond() - horizontalScrollBar()->value();
+  // At the largest zoom, coordinates of a long edit would exceed what the painter can draw.
   return static_cast<int>(std::clamp(x, -1e6, 1e6));
 }
 
 int TimelineView::yOf(std::size_t track) const {
+  // The first track is the lowest, as in editing programs.
   const std::size_t fromTop = timeline_->tracks.size() - 1 - track;
   return kRulerHeight + kTrackGap + static_cast<int>(fromTop) * (kTrackHeight + kTrackGap) -
          verticalScrollBar()->value();
@@ -181,6 +183,7 @@ void TimelineView::paintTrack(QPainter& painter, std::size_t track) const {
   const int y = yOf(track);
   if (y > viewport()->height() || y + kTrackHeight < 0) return;
   painter.setClipRect(kHeadWidth, 0, viewport()->width(), viewport()->height());
+  // Transitions lie over the clips that they join, so they are painted last.
   for (const bool transitions : {false, true}) {
     for (std::size_t item = 0; item < shown.items.size(); ++item) {
       const bool isTransition = shown.items[item].kind == TimelineItem::Kind::eTransition;
@@ -263,6 +266,7 @@ const TimelineItem* TimelineView::itemAt(const QPoint& at, std::size_t& track,
   for (std::size_t t = 0; t < timeline_->tracks.size(); ++t) {
     for (std::size_t i = 0; i < timeline_->tracks[t].items.size(); ++i) {
       const TimelineItem& each = timeline_->tracks[t].items[i];
+      // A transition lies above clips and is hit first.
       const bool isOver = found && each.kind != TimelineItem::Kind::eTransition;
       if (isOver || !rectOf(t, i).contains(at)) continue;
       found = &each;
@@ -335,6 +339,7 @@ void TimelineView::keyPressEvent(QKeyEvent* event) {
 }
 
 void TimelineView::zoom(double factor) {
+  // Zooms around the middle of the view.
   const double middle = (horizontalScrollBar()->value() + viewport()->width() / 2.0) / zoom_;
   zoom_ = factor == 0 ? 1 : std::clamp(zoom_ * factor, 1.0, kMostZoom);
   fitScrollBars();

@@ -80,6 +80,7 @@ void TrashDialog::take(const TrashPtr& trash) {
 }
 
 void TrashDialog::fill() {
+  // By key: a row that stays keeps its selection.
   const QStringList before = chosen();
   list_->clear();
   for (const TrashRow& row : rows_) {
