@@ -25,7 +25,7 @@ class ActionRunner : public QObject {
   /// All must outlive it.
   ActionRunner(QWidget& window, HostLink& link, const WindowPanes& panes);
 
-  /// What is chosen and filled in is of this look at the station.
+  /// The snapshot that selections and fields refer to from now on.
   void takeSnapshot(const SnapshotPtr& snapshot) { snapshot_ = snapshot; }
   void takeUser(const QString& user) { user_ = user; }
 
@@ -40,7 +40,7 @@ class ActionRunner : public QObject {
   /// Opens the edit that is activated, as Return and a double click do.
   void open(const ObjectRow& row);
 
-  /// Makes a version the newest of an edit; what is unsaved of it is asked about.
+  /// Makes a version the newest of an edit; asks about unsaved changes first.
   void restore(const ObjectRow& edit, const VersionRow& version);
 
   /// Shows the open project's trash.

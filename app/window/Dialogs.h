@@ -24,7 +24,7 @@ class Question : public QDialog {
   Q_OBJECT
 
  public:
-  /// `name` is the dialog's for those who look for it; `things` are listed below the text.
+  /// `name` is the object name of the dialog, for tests; `things` are listed below the text.
   Question(const QString& name, const QString& title, const QString& text,
            const QStringList& things, QWidget* parent);
 
@@ -37,7 +37,7 @@ class Question : public QDialog {
   /// What follows when the question is left unanswered.
   void otherwise(const std::function<void()>& run) { otherwise_ = run; }
 
-  /// What is listed at this place is called so from now on.
+  /// Changes the text of the listed thing at this place.
   void setThing(int at, const QString& text);
 
   /// Shows it; it deletes itself.
@@ -63,7 +63,7 @@ void showWholeText(QWidget& parent, const QString& title, const QString& text);
 /// Asks for a command line; `take` is told it unless it is empty.
 void askLine(QWidget& parent, const std::function<void(const QString& line)>& take);
 
-/// A choice in a field: what is shown and what a command is given for it.
+/// A choice in a field: the shown text, and the word for the command.
 struct FieldChoice {
   QString shown;
   QString word;

@@ -28,7 +28,7 @@ struct NotificationLine {
   QString text;
 };
 
-/// Who and where this station is.
+/// The identity of this station.
 struct StationIdentity {
   bool isReady = false;
   QString user;

@@ -66,7 +66,7 @@ class HostLink : public QObject {
   /// last one ended that was run.
   void runAll(const QStringList& lines, const Ended& then);
 
-  /// Asks the station for what is not saved right now.
+  /// Asks the station for its edits with unsaved changes.
   void askUnsaved(const std::function<void(const std::vector<UnsavedEdit>& unsaved)>& then);
 
   /// Asks what another did to an edit's file since it was opened here; nothing where that cannot be
@@ -78,7 +78,7 @@ class HostLink : public QObject {
   void askOpeners(const QStringList& cookies,
                   const std::function<void(const QHash<QString, QString>& openers)>& then);
 
-  /// Asks who deleted an object; an empty name where nobody knows.
+  /// Asks who deleted an object; an empty name where that is not known.
   void askDeleter(const QString& cookie, const std::function<void(const QString& user)>& then);
 
   /// Has the open project's trash listed; trashReady() follows.
@@ -99,7 +99,7 @@ class HostLink : public QObject {
   /// Puts tools back onto the desktop as soon as there is one, before the first snapshot.
   void putBackOnceReady(const KeptTools& tools) { toPutBack_ = tools; }
 
-  /// Looks at everything anew.
+  /// Has the next snapshot read everything anew.
   void lookAgain();
 
   [[nodiscard]] const CommandTable& commands() const { return with_.commands; }

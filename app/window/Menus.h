@@ -33,7 +33,7 @@ class MainMenus {
   /// The action's key works while this widget has the keyboard, and nowhere else.
   void bindKey(const QString& line, QWidget& widget) const;
 
-  /// Enables what can be done with what is chosen.
+  /// Enables the actions that are possible with the selection.
   void enable(const std::function<bool(Target)>& isThere);
 
   /// Shows a menu of the actions that concern this kind of thing.

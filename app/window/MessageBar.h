@@ -38,7 +38,7 @@ class MessageBar : public QFrame {
   [[nodiscard]] QToolButton& button(std::size_t which = 0) const { return *buttons_[which]; }
 
  Q_SIGNALS:
-  /// What was offered is to be done; counted from zero.
+  /// The user chose an offered action; counted from zero.
   void acted(int which);
 
  private:
@@ -70,7 +70,7 @@ class OutcomeTeller : public QObject {
   /// Something was done, and these lines take it back; none where it cannot be.
   void tellUndoably(const QString& text, const QStringList& undoLines);
 
-  /// Chooses what was made here as soon as its list has it.
+  /// Selects a newly made object as soon as its list has it.
   void chooseMade();
 
  private:

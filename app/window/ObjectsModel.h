@@ -42,12 +42,12 @@ class ObjectsModel : public QAbstractTableModel {
 
   void setRows(const Shared<ObjectRows>& rows);
 
-  /// Forgets what was looked at and who may change what: another project is open.
+  /// Forgets seen changes and permissions: another project is open.
   void startAfresh();
 
   void takeAnswers(const QHash<QString, bool>& answers);
 
-  /// The user looked at an object: what was new of it is so no longer.
+  /// The user has seen an object: its changes are no longer news.
   void markSeen(int row);
   [[nodiscard]] bool hasNews(int row) const;
   [[nodiscard]] int newsCount() const;
@@ -67,7 +67,7 @@ class ObjectsModel : public QAbstractTableModel {
   [[nodiscard]] Column columnAt(int section) const { return columns_[section]; }
 
  Q_SIGNALS:
-  /// Rows came into view of which it is not known who may change them.
+  /// Rows came into view whose permissions are not known yet.
   void mayWanted(const QStringList& cookies) const;
 
  private:

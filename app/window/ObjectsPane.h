@@ -32,7 +32,7 @@ class ObjectsPane : public QWidget {
   /// The rows chosen in the list that is shown, the current one first.
   [[nodiscard]] std::vector<ObjectRow> chosen() const;
 
-  /// Whether what is being chosen right now was not the user's choice, who may not look.
+  /// Whether the program, not the user, is changing the selection right now.
   [[nodiscard]] bool isChoosing() const { return isChoosing_; }
 
   /// The object of this cookie, whatever its kind.

@@ -24,7 +24,7 @@ class PanelDock : public QDockWidget {
   /// The next time that the panel is seen open, its entry takes the keyboard: the user opened it.
   void focusWhenOpen() { wantsFocus_ = true; }
 
-  /// What was sent last did not go out: it is in the entry again.
+  /// The last message was not sent: puts it back into the entry.
   void restoreUnsent();
 
   [[nodiscard]] QComboBox& recipients() const { return *recipients_; }

@@ -21,7 +21,7 @@ namespace korvel {
 // afterwards, so that any number of threads may read them. Parts that did not change are shared
 // from one snapshot to the next.
 
-/// What is known of a lock.
+/// The state of a lock, as far as it is known.
 enum class Hold { eFree, eTaken, eLeftBehind, eUnknown };
 
 struct ProjectRow {

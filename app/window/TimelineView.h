@@ -18,7 +18,7 @@ class TimelineView : public QAbstractScrollArea {
 
   void show(const TimelinePtr& timeline);
 
-  /// What is said in the place of a drawing; empty for the drawing.
+  /// A text in place of the drawing; empty for the drawing.
   void setHint(const QString& hint);
   [[nodiscard]] const QString& hint() const { return hint_; }
 

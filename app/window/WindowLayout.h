@@ -48,7 +48,7 @@ KeptTools toolsOn(const Desktop& desktop);
 /// Puts tools back as they were, unless some are there already: a script came first. Host thread.
 void putBack(const KeptTools& tools, Desktop& desktop);
 
-/// Remembers tools, and what was remembered.
+/// Stores tools in the settings, and reads them back.
 void keepTools(QSettings& settings, const KeptTools& tools);
 KeptTools keptTools(QSettings& settings);
 
@@ -102,7 +102,7 @@ class WindowLayout : public QObject {
   bool restore(QSettings& kept);
   void save(QSettings& kept) const;
 
-  /// What was laid out last is how it is meant to be once there is room.
+  /// Stores the present layout as the one to return to once there is room.
   void noteSpread() { spread_ = window_.saveState(); }
 
  private:
