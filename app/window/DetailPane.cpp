@@ -46,6 +46,7 @@ DetailPane::DetailPane(QWidget* parent)
   layout->addWidget(stack_, 1);
   connect(change_, &MessageBar::acted, this, [this] {
     change_->hide();
+    // The user asked for the present state, not for the version that was shown.
     version_.clear();
     Q_EMIT seen(row_.key);
     Q_EMIT timelineWanted(row_.cookie, {});
@@ -67,6 +68,7 @@ void DetailPane::choose(const std::optional<ObjectRow>& row, ObjectKind kind,
     view_->show(nullptr);
     view_->setHint(QStringLiteral("Choose an edit to see its timeline."));
   } else if (isEdit) {
+    // The drawing of another edit must not stay under this heading.
     if (!view_->timeline() || view_->timeline()->cookie != row_.cookie) view_->show(nullptr);
     view_->setHint(view_->timeline() ? QString() : QStringLiteral("Reading the edit…"));
     Q_EMIT timelineWanted(row_.cookie, {});

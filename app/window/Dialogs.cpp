@@ -64,6 +64,7 @@ Question::Question(const QString& name, const QString& title, const QString& tex
   buttons_->button(QDialogButtonBox::Cancel)->setDefault(true);
   connect(buttons_, &QDialogButtonBox::rejected, this, &QDialog::reject);
   connect(this, &QDialog::finished, parent, [this] {
+    // After the dialog has closed: the next step may open another one.
     const std::function<void()> next = chosen_ ? chosen_ : otherwise_;
     if (next) next();
   });

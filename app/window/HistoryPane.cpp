@@ -123,6 +123,7 @@ void HistoryPane::refresh() {
 }
 
 void HistoryPane::takeVersions(const VersionsPtr& versions) {
+  // A late answer about an edit that was chosen before.
   if (versions->cookie != edit_.cookie) return;
   problem_ = versions->problem;
   if (rows_ != versions->rows) {

@@ -109,6 +109,8 @@ void HostLink::tick() {
   const News news = feed_.takeNews();
   isReady_ = news.station.isReady;
   Q_EMIT newsReady(news);
+  // Locks and projects change on the share without any message, so their lists are read from time
+  // to time.
   if (isReady_ && sinceLists_.elapsed() > listsPauseMs_ && !isBusy_) {
     sinceLists_.restart();
     feed_.noteDue();
@@ -121,6 +123,7 @@ void HostLink::tick() {
 void HostLink::askSnapshot() {
   const bool isDue = sinceSnapshot_.elapsed() >= snapshotPauseMs_ && feed_.hasChanges();
   if (!isReady_ || isSnapshotAsked_ || !isDue) return;
+  // One at a time: a slow share must not fill the host thread's queue.
   isSnapshotAsked_ = true;
   post("a look at the project", [this, tools = std::exchange(toPutBack_, {})] {
     putBack(tools, with_.station.desktop());
@@ -213,10 +216,13 @@ void HostLink::run(const QString& line, const Ended& then) {
 void HostLink::runAll(const QStringList& lines, const Ended& then) {
   if (lines.isEmpty()) return;
   run(lines.front(), [this, rest = lines.mid(1), then](const CommandOutcome& outcome) {
+    // Stops at the first failure: later lines may depend on earlier ones, as leaving depends on
+    // saving.
     outcome.succeeded && !rest.isEmpty() ? runAll(rest, then) : then(outcome);
   });
 }
 
+// Asked anew, not taken from the snapshot, which may be some commands old.
 void HostLink::askUnsaved(const std::function<void(const std::vector<UnsavedEdit>&)>& then) {
   post("looking for what is not saved", [this, then] {
     std::vector<UnsavedEdit> unsaved;

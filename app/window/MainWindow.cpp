@@ -84,6 +84,7 @@ MainWindow::MainWindow(HostLink& link)
   addKeepingActions();
   QSettings kept = windowSettings();
   keepsLayout_ = layout_->restore(kept);
+  // Tools of the last session need a running plug-in.
   if (keepsLayout_) link_.putBackOnceReady(keptTools(kept));
   layout_->noteSpread();
   enableActions();

@@ -98,6 +98,7 @@ void MessageBar::setLines(Lines lines) {
 }
 
 void MessageBar::showText() {
+  // A label lays out its whole text at once; a long answer would fill the window.
   QString shown =
       text_.size() > kLongestBarText ? text_.left(kLongestBarText) + QStringLiteral("…") : text_;
   if (lines_ == Lines::eOne) {
@@ -180,6 +181,7 @@ void OutcomeTeller::take(const CommandOutcome& outcome) {
   if (!outcome.succeeded) {
     tellsOfSending_ = false;
     panes_.messages->tell(MessageBar::Kind::eError, outcome.text);
+    // The text must not be lost with the refusal.
     if (isMessage) panes_.panel->restoreUnsent();
     return;
   }

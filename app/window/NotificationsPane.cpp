@@ -37,6 +37,7 @@ void ConversationView::setLines(const QStringList& lines) {
     showLongText(*this, lines.join(QLatin1Char('\n')));
   }
   lines_ = lines;
+  // Follows new lines only where the user has not scrolled up.
   if (isAtEnd) verticalScrollBar()->setValue(verticalScrollBar()->maximum());
 }
 

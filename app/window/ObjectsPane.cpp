@@ -230,6 +230,7 @@ ObjectKind ObjectsPane::kind() const {
 void ObjectsPane::setKind(ObjectKind kind) { tabs_->setCurrentIndex(static_cast<int>(kind)); }
 
 void ObjectsPane::showKind() {
+  // All lists share the search field, but each has its own filter.
   narrow(search_->text());
   Q_EMIT choiceChanged();
 }

@@ -153,6 +153,7 @@ HolderRow shownProject(const ProjectRow& project) {
   row.key = project.cookie;
   row.name = oneLine(project.name.isEmpty() ? project.cookie : project.name);
   row.kind = project.isPrivate ? Glyph::ePrivate : Glyph::eProject;
+  // Users of a shared project take no lock.
   const bool hasHolder = project.isPrivate || project.hold != Hold::eFree;
   row.state = hasHolder ? holdText(project.hold, project.holder) : QStringLiteral("open to all");
   row.tip = row.state;
@@ -287,6 +288,7 @@ void ProjectsPane::show(const Snapshot& snapshot) {
     problem_ = snapshot.projectsProblem;
     showProjects();
   }
+  // Unchanged parts of snapshots are the same object.
   if (snapshot.rooms && (snapshot.rooms != roomRows_ || isOther)) {
     roomRows_ = snapshot.rooms;
     showRooms();

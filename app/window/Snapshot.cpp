@@ -93,11 +93,13 @@ ProjectState projectState(Station& station) {
 // Runs on the host thread. The snapshot is never changed afterwards, so that the window's thread
 // reads it without a lock.
 SnapshotPtr SnapshotMaker::make(const Changes& changes) {
+  // A copy shares all parts with the last snapshot; only changed parts are replaced.
   auto next = std::make_shared<Snapshot>(*last_);
   lookAtProject(*next);
   const bool isOther = next->project.cookie != last_->project.cookie;
   Changes wanted = changes;
   if (isOther) {
+    // Counts of changes belong to the objects of the project that was left.
     remote_.clear();
     wanted.all = true;
   }

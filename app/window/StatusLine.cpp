@@ -62,6 +62,7 @@ void StatusLine::showActiveUsers(int count) {
           .arg(sent_)
           .arg(received_)
           .arg(count == 1 ? QStringLiteral("1 user") : QStringLiteral("%1 users").arg(count));
+  // Called ten times a second; fit() lays the line out anew.
   if (counts_->text() == text) return;
   counts_->setText(text);
   fit();

@@ -57,6 +57,7 @@ TrashDialog::TrashDialog(QWidget* parent)
   layout->addWidget(hint_);
   layout->addWidget(list_, 1);
   layout->addWidget(buttons);
+  // Not larger than the window, which may be on a small screen.
   const QSize room = parent ? parent->window()->size() : kTrashSize;
   resize(kTrashSize.boundedTo(room));
   connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);

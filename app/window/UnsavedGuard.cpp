@@ -66,6 +66,7 @@ UnsavedGuard::UnsavedGuard(QWidget& window, HostLink& link, MessageBar& bar)
 
 void UnsavedGuard::before(const QString& what, const std::function<void()>& go,
                           const std::function<void()>& stay) {
+  // Asks the host thread, so go() or stay() is called later, never from here.
   link_.askUnsaved([this, what, go, stay](const std::vector<UnsavedEdit>& unsaved) {
     // A question is open already.
     if (asked_) return stay();
@@ -137,6 +138,7 @@ void UnsavedGuard::askAboutConflict(const UnsavedEdit& edit, const OtherSave& ot
                            other.changes, &window_);
   conflict_->usualAnswer(QStringLiteral("Save a &copy…"), [this, edit, other] {
     QStringList after;  // the edit then shows what the other saved
+    // A deleted edit has no saved version to go back to.
     if (!other.isGone) after << lineOn("edit revert", edit.cookie);
     askForCopy(edit, QStringLiteral("%1 (%2)").arg(edit.name, user_), after);
   });
@@ -178,6 +180,7 @@ void UnsavedGuard::tellOfDeletions() {
     link_.askDeleter(row.cookie, [this, edit = UnsavedEdit{row.cookie, row.name},
                                   isDirty = row.isDirty](const QString& user) {
       const QString who = user.isEmpty() ? QStringLiteral("Another") : oneLine(user);
+      // Closing is refused with unsaved changes.
       const char* const drop = isDirty ? "edit revert" : "edit close";
       offer(QStringLiteral("%1 deleted \"%2\". What it holds is kept here until you close it.")
                 .arg(who, oneLine(edit.name)),
@@ -195,6 +198,7 @@ void UnsavedGuard::takeSnapshot(const SnapshotPtr& snapshot) {
   if (isOther) left_ = nullptr;
   if (isOther) deleted_.clear();
   if (snapshot->objects[0]) tellOfDeletions();
+  // Unchanged parts are the same object, so a dismissed offer is not repeated.
   if (snapshot->left == left_) return;
   left_ = snapshot->left;
   offerLeft();

@@ -227,6 +227,7 @@ bool WindowLayout::eventFilter(QObject* watched, QEvent* event) {
   return QObject::eventFilter(watched, event);
 }
 
+// In a small window docks become tabs of one place, so that the centre keeps its room.
 void WindowLayout::gatherDocks() {
   for (QDockWidget* dock : {notificationsDock_, logDock_, historyDock_}) {
     if (dock->isFloating() || panes_.panel->isFloating()) continue;
@@ -242,6 +243,7 @@ void WindowLayout::spreadDocks() {
   QList<bool> shown;
   for (const QDockWidget* dock : all) shown.append(!dock->isHidden());
   window_.restoreState(spread_);
+  // The kept state also holds which docks were open; the user may have opened others since.
   for (qsizetype i = 0; i < all.size(); ++i) all[i]->setVisible(shown[i]);
 }
 
