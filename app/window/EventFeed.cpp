@@ -96,6 +96,7 @@ void EventFeed::takeChange(const JsonValue& event) {
     changes_.families.insert(what);
     if (what == "room") changes_.projects = true;
   }
+  // Only changes by other stations are news for the user.
   if (event["origin"].asString() == "remote" && !cookie.empty()) ++changes_.remote[cookie];
 }
 

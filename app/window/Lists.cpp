@@ -102,6 +102,7 @@ QString ChoiceKeeper::keyAt(int proxyRow) const {
   return model_.at(proxy_.mapToSource(proxy_.index(proxyRow, 0)).row()).key;
 }
 
+// By key: a reset invalidates all indexes.
 void ChoiceKeeper::remember() {
   chosen_.clear();
   for (const QModelIndex& index : view_.selectionModel()->selectedRows()) {

@@ -113,6 +113,7 @@ void WindowMenus::buildTools() {
   bar->setObjectName(QStringLiteral("tools"));
   bar->setMovable(false);
   bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+  // Its menu could hide the tool bar, and nothing would bring it back.
   bar->setContextMenuPolicy(Qt::PreventContextMenu);
   panelAction_ = bar->addAction(panelIcon({}), QStringLiteral("Messages"));
   panelAction_->setCheckable(true);

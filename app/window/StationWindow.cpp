@@ -48,6 +48,7 @@ bool isSet(const char* variable) { return !qEnvironmentVariableIsEmpty(variable)
 }  // namespace
 
 std::string missingDisplay() {
+  // Asked before Qt is started: Qt would end the process.
   if (isSet("QT_QPA_PLATFORM") || isSet("DISPLAY") || isSet("WAYLAND_DISPLAY")) return {};
   return noDisplay(QStringLiteral("neither DISPLAY nor WAYLAND_DISPLAY is set"));
 }

@@ -64,6 +64,7 @@ TimelineItem itemOf(const JsonValue& json, const QString& path, double at) {
   if (isSchema(json, "Transition")) {
     item.kind = TimelineItem::Kind::eTransition;
     const double in = std::max(0.0, seconds(json["in_offset"]));
+    // A transition takes no time of its own: it overlaps the ends of its neighbours.
     item.start = at - in;
     item.length = in + std::max(0.0, seconds(json["out_offset"]));
     return item;
@@ -142,6 +143,7 @@ void markChanges(Timeline& drawn, const OtioDocument& before, const OtioDocument
 Result<OtioDocument> shownDocument(Station& station, const Cookie& cookie) {
   const auto edit = station.edits().hold(cookie);
   if (!edit) return edit.error();
+  // A copy: once released, the edit may be closed.
   OtioDocument document = (*edit)->document();
   station.edits().release(*edit);
   return document;

@@ -93,6 +93,7 @@ void TimelineView::show(const TimelinePtr& timeline) {
     horizontalScrollBar()->setValue(0);
     verticalScrollBar()->setValue(0);
   }
+  // The new drawing of the same edit may have fewer clips.
   if (!chosen()) hasChoice_ = false;
   fitScrollBars();
   viewport()->update();
@@ -363,6 +364,7 @@ void TimelineView::fitScrollBars() {
   const int width = kHeadWidth + 12 + static_cast<int>(length * pixelsPerSecond());
   const int tracks = timeline_ ? static_cast<int>(timeline_->tracks.size()) : 0;
   const int height = kRulerHeight + 2 * kTrackGap + tracks * (kTrackHeight + kTrackGap);
+  // Unzoomed, the whole edit fits; rounding must not show a scroll bar.
   horizontalScrollBar()->setRange(0, zoom_ > 1 ? std::max(0, width - viewport()->width()) : 0);
   horizontalScrollBar()->setPageStep(viewport()->width());
   verticalScrollBar()->setRange(0, std::max(0, height - viewport()->height()));
