@@ -5,6 +5,7 @@
 #include "host/project/ProjectSpacesManager.h"
 #include "station/base/Events.h"
 #include "station/base/HostParts.h"
+#include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
 #include "station/os/SharedFiles.h"
@@ -59,6 +60,18 @@ MessageGate judgeMessage(const MessageFields& message) {
     default:
       return {};
   }
+}
+
+void noteDelivered(const ReceivedMessage& message) {
+  const MessageFields& fields = message.fields;
+  if (fields.type != MessageType::eEditSaved || !fields.valid || !settings().networkMode) return;
+  const Cookie open = get_project_cookie();
+  if (open.isNull() || Cookie(fields.project.c_str(), false).compare(open) != 0) return;
+  const Cookie cookie(fields.cookie.c_str(), false);
+  if (EditManager::isOpen(cookie)) return;
+  const RemoteChangeScope scope(&message);
+  const AuthorScope author(message.by);
+  hostParts().edits->noteSavedElsewhere(cookie);
 }
 
 }  // namespace korvel

@@ -9,4 +9,9 @@ namespace korvel {
 /// is dropped. Only the open project is looked at. Host thread.
 MessageGate judgeMessage(const MessageFields& message);
 
+/// Does about a delivered message what the plug-in leaves to its host: lists read the file of an
+/// edit that was saved elsewhere and that is not open here again when they are next shown. Host
+/// thread.
+void noteDelivered(const ReceivedMessage& message);
+
 }  // namespace korvel

@@ -122,7 +122,10 @@ struct Station::Parts {
 };
 
 Station::Station() : parts_(std::make_unique<Parts>()) {
-  parts_->network.judgeBy(judgeMessage);
+  parts_->network.hookBy(
+      {judgeMessage,
+       [this](Ipv4 address, std::uint16_t port) { return parts_->presence.userAt(address, port); },
+       noteDelivered});
   parts_->projects.addPart(parts_->edits);
   parts_->projects.addPart(parts_->bins);
   parts_->projects.addPart(parts_->racks);

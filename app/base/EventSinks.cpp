@@ -215,10 +215,12 @@ void EventWriter::received(const std::string& wireText, const MessageFields& mes
 
 void EventWriter::changed(const std::string& what, const Cookie& cookie, const std::string& how,
                           Origin origin) {
-  emit("changed", {{"what", what},
-                   {"cookie", cookie.asString().str()},
-                   {"how", how},
-                   {"origin", originText(origin)}});
+  std::vector<JsonValue::Member> members{{"what", what},
+                                         {"cookie", cookie.asString().str()},
+                                         {"how", how},
+                                         {"origin", originText(origin)}};
+  if (const std::string by = currentAuthor(); !by.empty()) members.push_back(textMember("by", by));
+  emit("changed", members);
 }
 
 void EventWriter::log(bool toConsole, const std::string& text) {

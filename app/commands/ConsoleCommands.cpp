@@ -20,7 +20,8 @@ constexpr double kDefaultTimeout = 10;
 constexpr double kLongest = 1e7;  // seconds; about four months
 
 constexpr const char* kEventNames =
-    "ready, reply, sent, received, changed, log, panel, notification, command, network, closed";
+    "ready, reply, sent, received, changed, log, panel, notification, command, network, presence, "
+    "health, steps, closed";
 
 Error usageError(const std::string& message) { return {ErrorCode::eUsage, message, {}}; }
 

@@ -4,6 +4,8 @@
 #include <ctime>
 #include <utility>
 
+#include "station/base/StationSettings.h"
+
 namespace korvel {
 
 namespace {
@@ -27,6 +29,7 @@ int remoteScopes = 0;
 int folderScopes = 0;
 thread_local int waitedScopes = 0;
 const ReceivedMessage* delivered = nullptr;
+std::string author;
 
 }  // namespace
 
@@ -50,6 +53,14 @@ Origin currentOrigin() {
   if (folderScopes > 0) return Origin::eFolder;
   return remoteScopes > 0 ? Origin::eRemote : Origin::eLocal;
 }
+
+std::string currentAuthor() { return currentOrigin() == Origin::eLocal ? settings().user : author; }
+
+AuthorScope::AuthorScope(std::string user) : before_(author) {
+  if (author.empty()) author = std::move(user);
+}
+
+AuthorScope::~AuthorScope() { author = std::move(before_); }
 
 bool wasWaitedFor() { return waitedScopes > 0; }
 

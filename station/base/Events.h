@@ -86,6 +86,24 @@ void installEvents(iStationEvents* sink);
 /// delivered, folder while what was found there is being shown. Host thread.
 Origin currentOrigin();
 
+/// The user who made the change that is being told of: this station's own for one made here, else
+/// the sender of the message that is being delivered, else the one whom an AuthorScope names; empty
+/// where it is not known. Host thread.
+std::string currentAuthor();
+
+/// Names who made what is being shown, where nothing else says so, for as long as it lives: the
+/// user who a file says has saved it. Host thread.
+class AuthorScope {
+ public:
+  explicit AuthorScope(std::string user);
+  AuthorScope(const AuthorScope&) = delete;
+  AuthorScope& operator=(const AuthorScope&) = delete;
+  ~AuthorScope();
+
+ private:
+  std::string before_;
+};
+
 /// The message that is being delivered right now; null while none is. Host thread.
 const ReceivedMessage* currentMessage();
 

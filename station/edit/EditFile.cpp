@@ -108,6 +108,7 @@ bool EditFile::keepUnsaved(const OtioDocument& stored, const std::string& bytes)
   takeOwner(stored);
   const bool isSame =
       isContent(bytes) || bodyOf(stored) == (dirty_ ? savedBody_ : bodyOf(document_));
+  const AuthorScope author(stored.stamp().by);
   if (!isSame) return noteElsewhere(contentHash(bytes), changedText("saved"));
   saved_.note(bytes, stored.stamp().number);
   changedElsewhere_.reset();
@@ -207,6 +208,7 @@ bool EditFile::catchUp(const std::string& bytes) {
 }
 
 bool EditFile::keepWithoutFile(const std::string& who) {
+  const AuthorScope author(who);
   const std::string name = inQuotes(document_.name());
   const std::string deleted = (who.empty() ? "Another station" : shownText(who)) + " deleted the " +
                               kindText() + " " + name;
@@ -243,6 +245,7 @@ void EditFile::tellReplaced() {
 
 void EditFile::issueChangeNotification(const EditModification& modification) {
   const bool isWhole = modification.type_ == eModContentsChanged;
+  const AuthorScope author(isWhole ? document_.stamp().by : std::string());
   events().changed(kindText(), cookie_, isWhole ? "reloaded" : "modified", currentOrigin());
 }
 

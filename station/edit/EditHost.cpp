@@ -122,14 +122,8 @@ void EditManager::updateLocalPermissions(const Cookie& cookie,
   events().changed("permissions", cookie, "modified", currentOrigin());
 }
 
-// The plug-in asks this while it handles a message that the object was saved elsewhere. Then what
-// lists show of an object that is not open is out of date.
 bool EditManager::isOpen(const Cookie& cookie) {
-  const bool isHere = isOpenHere(hostParts().edits->loaded(cookie));
-  if (!isHere && currentOrigin() == Origin::eRemote) {
-    hostParts().edits->noteSavedElsewhere(cookie);
-  }
-  return isHere;
+  return isOpenHere(hostParts().edits->loaded(cookie));
 }
 
 Cookie EditManager::getCurrentProjectID() { return get_project_cookie(); }
@@ -207,6 +201,7 @@ bool Edits::catchUpListed(const Cookie& cookie, const FoundFile& file) {
   if (known && cookie.getType() != CookieTypeEdit) summary->owner = known->owner;
   // A message told of this save already: the lists were told to read it again.
   const bool wasTold = index_.clearStale(cookie);
+  const AuthorScope author(summary->savedBy);
   index_.put(cookie, std::move(*summary));
   if (hasNewOwner) tellOwner(cookie, owner);
   if (wasTold) return false;

@@ -163,9 +163,7 @@ void tellDeleted(const CookieVec& cookies) {
     openEdits().forget(cookie);
     events().changed(Edits::kindText(cookie), cookie, "destroyed", currentOrigin());
   }
-  if (cookies.empty()) return;
-  ProjectListeners::instance().tell(
-      [&](auto& each) { each.handleLogsDeletion(cookies, LightweightString<char>("user")); });
+  ProjectListeners::instance().tellDeleted(cookies, "user");
 }
 
 /// The rules may remember the owner that the object had before it was deleted.

@@ -37,7 +37,7 @@ class SummaryScanner {
     return levels_.empty() && text_.find_first_not_of(" \t\r\n", at_) == std::string::npos;
   }
 
-  std::string schema, name, adoptedName, owner;
+  std::string schema, name, adoptedName, owner, savedBy;
 
  private:
   struct Level {
@@ -97,6 +97,7 @@ class SummaryScanner {
     if (isAt({"name"})) name = plain(raw);
     if (isAt({"metadata", "korvel", "name"})) adoptedName = plain(raw);
     if (isAt({"metadata", "korvel", "config", "OWNER"})) owner = plain(raw);
+    if (isAt({"metadata", "korvel", "saved", "by"})) savedBy = plain(raw);
   }
 
   [[nodiscard]] bool isAt(std::initializer_list<std::string_view> path) const {
@@ -159,7 +160,8 @@ Result<EditSummary> readEditSummary(const std::string& bytes) try {
   return EditSummary{scanner.name.empty() ? scanner.adoptedName : scanner.name,
                      scanner.owner,
                      {},
-                     contentHash(bytes)};
+                     contentHash(bytes),
+                     scanner.savedBy};
 } catch (const std::bad_alloc&) {
   return Error{ErrorCode::eSystem, "there is not enough memory to read it.", {}};
 }

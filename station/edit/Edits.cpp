@@ -177,6 +177,7 @@ void Edits::takeUpUnlisted(const std::vector<std::string>& files) {
     auto summary = readListedSummary(folder_ + "/" + file);
     // Not reported: another station may be making the file, and the watch finds it again.
     if (!summary) continue;
+    const AuthorScope author(summary->savedBy);
     put(cookie, std::move(*summary));
     events().changed(kindText(cookie), cookie, "created", currentOrigin());
   }
@@ -327,6 +328,7 @@ EditFile* Edits::takeUp(const Cookie& cookie, OtioDocument document, std::string
   if (!edit->isEdit()) edit->setLogOwner(ownerOf(cookie));
   edit->noteContent(bytes);
   noteLoaded(*edit);
+  const AuthorScope author(edit->document().stamp().by);
   if (isNew) events().changed(kindText(cookie), cookie, "created", currentOrigin());
   return edit.get();
 }
@@ -403,8 +405,11 @@ void Edits::refresh(const Cookie& cookie) {
 }
 
 void Edits::noteLoaded(const EditFile& edit) {
-  put(edit.getCookie(),
-      EditSummary{edit.document().name(), utf8Text(edit.getOwner()), {}, edit.content()});
+  put(edit.getCookie(), EditSummary{edit.document().name(),
+                                    utf8Text(edit.getOwner()),
+                                    {},
+                                    edit.content(),
+                                    edit.document().stamp().by});
 }
 
 void Edits::noteOwner(const Cookie& cookie, const std::string& owner) {
@@ -474,6 +479,7 @@ void Edits::readLate(const Cookie& cookie) {
   indexFile(cookie);
   const EditSummary* const now = index_.find(cookie);
   if (!now || *now == before) return;
+  const AuthorScope author(now->savedBy);
   events().changed(kindText(cookie), cookie, "refreshed", currentOrigin());
   if (now->owner != before.owner) takeStoredOwner(cookie);
 }

@@ -39,4 +39,16 @@ struct MessageGate {
   using Judge = std::function<MessageGate(const MessageFields& message)>;
 };
 
+/// What the station does with messages beside the plug-in. Host thread.
+struct DeliveryHooks {
+  MessageGate::Judge judge{};  ///< or none: every message is delivered at once
+
+  /// The user of the station that sends from here; empty where that is not known. The port is 0 for
+  /// another machine, all of which is one source.
+  std::function<std::string(Ipv4 address, std::uint16_t port)> userAt{};
+
+  /// Is told of each message after the plug-in was handed it.
+  std::function<void(const ReceivedMessage& message)> delivered{};
+};
+
 }  // namespace korvel

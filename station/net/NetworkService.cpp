@@ -101,7 +101,7 @@ Kv::Ptr<iUDPListener> NetworkService::createUDPListener(int port, unsigned /*fla
                                          AcceptedNetworks(configuredNetworks()),
                                          observer_,
                                          configuredLimits(),
-                                         judge_,
+                                         hooks_,
                                          seals_};
   return new UdpListener(std::move(*socket), std::move(surroundings), receiver);
 }

@@ -31,8 +31,8 @@ class NetworkService : public iNetworkService {
   /// Tells an observer of what those hear and send that are created from now on.
   void observe(std::shared_ptr<iTrafficObserver> observer) { observer_ = std::move(observer); }
 
-  /// Has messages judged before the plug-in sees them, by listeners that are created from now on.
-  void judgeBy(MessageGate::Judge judge) { judge_ = std::move(judge); }
+  /// What is done with messages beside the plug-in, by listeners that are created from now on.
+  void hookBy(DeliveryHooks hooks) { hooks_ = std::move(hooks); }
 
   /// Seals what those send that are created from now on, and judges what they hear.
   void sealBy(std::shared_ptr<Seals> seals) { seals_ = std::move(seals); }
@@ -49,7 +49,7 @@ class NetworkService : public iNetworkService {
   std::shared_ptr<SenderSocket> sender_;
   std::vector<Ipv4> sendTo_;
   std::shared_ptr<iTrafficObserver> observer_;
-  MessageGate::Judge judge_;
+  DeliveryHooks hooks_;
   std::shared_ptr<Seals> seals_;
   Result<void> listening_;
 };

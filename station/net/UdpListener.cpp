@@ -159,14 +159,20 @@ UdpListener::DeliveryTarget::DeliveryTarget(iNetMessageReceiver* receiver,
     : taker(std::make_shared<Taker>()),
       hostThread(surroundings.hostThread),
       seals(surroundings.seals),
+      hooks(surroundings.hooks),
       lanes(surroundings.limits) {
   taker->receiver = receiver;
-  const auto deliver = [to = taker](const ReceivedMessage& message, AwaitedFiles::Waited waited) {
+  const auto deliver = [to = taker, delivered = hooks.delivered](const ReceivedMessage& message,
+                                                                 AwaitedFiles::Waited waited) {
     if (!to->isOpen) return;
-    if (waited == AwaitedFiles::Waited::eYes) return deliverAfterWait(*to->receiver, message);
-    deliverMessage(*to->receiver, message);
+    if (waited == AwaitedFiles::Waited::eYes) {
+      deliverAfterWait(*to->receiver, message);
+    } else {
+      deliverMessage(*to->receiver, message);
+    }
+    if (delivered) delivered(message);
   };
-  awaited = std::make_shared<AwaitedFiles>(hostThread, surroundings.judge, deliver);
+  awaited = std::make_shared<AwaitedFiles>(hostThread, hooks.judge, deliver);
 }
 
 UdpListener::UdpListener(ListenerSocket socket, Dependencies surroundings,
@@ -204,6 +210,10 @@ void UdpListener::deliverNext(const std::shared_ptr<DeliveryTarget>& outlet) {
   ReceivedMessage message = receivedMessage(std::move(item->bytes));
   if (outlet->seals && !item->source.isSealed && outlet->seals->marksUnsealed()) {
     message.markUnverified();
+  }
+  if (outlet->hooks.userAt) {
+    std::string user = outlet->hooks.userAt(item->source.address, item->source.port);
+    if (!user.empty()) message.by = std::move(user);
   }
   outlet->awaited->take(item->source, std::move(message));
 }

@@ -98,7 +98,7 @@ class UdpListener : public iUDPListener {
     AcceptedNetworks accepted;
     std::shared_ptr<iTrafficObserver> observer;  ///< or null
     SourceLimits limits{};
-    MessageGate::Judge judge{};      ///< or none: every message is delivered at once
+    DeliveryHooks hooks{};
     std::shared_ptr<Seals> seals{};  ///< or null: seals are not looked at
   };
 
@@ -120,6 +120,7 @@ class UdpListener : public iUDPListener {
     std::shared_ptr<Taker> taker;
     HostThread& hostThread;
     std::shared_ptr<Seals> seals;
+    DeliveryHooks hooks;
     DeliveryLanes lanes;
     std::shared_ptr<AwaitedFiles> awaited;
   };

@@ -33,6 +33,15 @@ bool ProjectListeners::isListening(const ProjectListener* listener) const {
   return std::find(listeners_.begin(), listeners_.end(), listener) != listeners_.end();
 }
 
+void ProjectListeners::tellDeleted(const CookieVec& cookies, const LightweightString<char>& by) {
+  for (std::size_t at = 0; at < cookies.size(); at += kMostDeleted) {
+    const auto begin = cookies.begin() + static_cast<std::ptrdiff_t>(at);
+    const std::size_t count = std::min(kMostDeleted, cookies.size() - at);
+    const CookieVec some(begin, begin + static_cast<std::ptrdiff_t>(count));
+    tell([&](ProjectListener& each) { each.handleLogsDeletion(some, by); });
+  }
+}
+
 }  // namespace korvel
 
 ProjectListener::ProjectListener() { ProjectListeners::instance().add(this); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,6 +23,13 @@ class ProjectListeners {
 
   void add(ProjectListener* listener);
   void remove(ProjectListener* listener);
+
+  /// How many cookies a listener is handed at once: the plug-in's broadcaster counts in 16 bits.
+  static constexpr std::size_t kMostDeleted = 65'535;
+
+  /// Tells of logs and edits that were deleted, kMostDeleted at once at most; of none nothing is
+  /// told.
+  void tellDeleted(const CookieVec& cookies, const LightweightString<char>& by);
 
   /// Calls `event` with each listener. One that is destroyed meanwhile is not called any more; one
   /// that is made meanwhile is called from the next event on.

@@ -68,6 +68,7 @@ void Presence::start(const std::string& version) try {
   own_.host = settings().host;
   own_.machine = settings().machine;
   own_.addresses = ownAddresses();
+  own_.port = traffic_->ownPort();
   own_.version = version;
   own_.since = timeForRecord();
   // Before its own note exists, so that this station is not among them.
@@ -124,6 +125,21 @@ std::vector<Presence::Opener> Presence::openersOf(const Cookie& object) const {
     openers.push_back({note.user, isUnsaved});
   }
   return openers;
+}
+
+std::string Presence::userAt(Ipv4 address, std::uint16_t port) const {
+  const std::string wanted = textOf(address);
+  std::string user;
+  for (const auto& [id, station] : others_) {
+    const StationNote& note = station.note;
+    const bool isThere = port != 0
+                             ? note.port == port && note.addresses == own_.addresses
+                             : std::ranges::find(note.addresses, wanted) != note.addresses.end();
+    if (!isThere) continue;
+    if (!user.empty()) return {};
+    user = note.user;
+  }
+  return user;
 }
 
 StationNote Presence::noteOfThis() const {

@@ -47,6 +47,10 @@ class Presence : public ProjectListener {
   };
   [[nodiscard]] std::vector<Opener> openersOf(const Cookie& object) const;
 
+  /// The user of the one station known to send from here; empty where there is none, or several
+  /// cannot be told apart. The port tells those of this machine apart; it is 0 for another machine.
+  [[nodiscard]] std::string userAt(Ipv4 address, std::uint16_t port) const;
+
   /// How many others are alive, as far as is known without asking.
   [[nodiscard]] std::size_t others() const { return others_.size(); }
 

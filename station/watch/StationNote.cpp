@@ -94,6 +94,7 @@ std::string noteText(const StationNote& note) {
                                               {"host", shownText(note.host)},
                                               {"machine", note.machine},
                                               {"addresses", textsOf(note.addresses)},
+                                              {"port", static_cast<int>(note.port)},
                                               {"version", note.version},
                                               {"since", note.since},
                                               {"project", utf8Text(note.project.asString())},
@@ -120,6 +121,8 @@ Result<StationNote> parseNote(const std::string& bytes, const std::string& id) {
   read.host = note["host"].asString();
   read.machine = static_cast<int>(note["machine"].asLong());
   read.addresses = textsIn(note["addresses"]);
+  const long port = note["port"].asLong();
+  read.port = port > 0 && port <= 0xFFFF ? static_cast<std::uint16_t>(port) : std::uint16_t{0};
   read.version = note["version"].asString();
   read.since = note["since"].asString();
   read.project = Cookie(note["project"].asString().c_str(), false);

@@ -39,6 +39,8 @@ class TrafficCounts : public iTrafficObserver {
   [[nodiscard]] long sentCount() const { return sent_; }
   [[nodiscard]] long heardCount() const { return heard_; }
 
+  [[nodiscard]] std::uint16_t ownPort() const { return ownPort_; }
+
   /// Whether the latest message did not leave for every destination.
   [[nodiscard]] bool hasFailed() const { return isCut_; }
 
@@ -63,6 +65,7 @@ struct StationNote {
   std::string host;
   int machine = 0;
   std::vector<std::string> addresses;
+  std::uint16_t port = 0;  ///< that its messages leave from; 0 where that is not known
   std::string version;
   std::string since;  ///< when it started, "2024-05-31T12:00:00Z"
   Cookie project;     ///< null where none is open

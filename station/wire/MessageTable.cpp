@@ -241,7 +241,8 @@ bool isForThisUser(const MessageFields& message) {
 ReceivedMessage receivedMessage(std::string wireText) {
   MessageFields fields = readMessage(wireText);
   Notification words{{}, fields.data, fields.source, fields.isCut(), false};
-  return {std::move(wireText), std::move(fields), std::move(words), false};
+  std::string by = fields.source;
+  return {std::move(wireText), std::move(fields), std::move(words), false, std::move(by)};
 }
 
 void deliverAfterWait(iNetMessageReceiver& receiver, const ReceivedMessage& message) {
@@ -251,6 +252,7 @@ void deliverAfterWait(iNetMessageReceiver& receiver, const ReceivedMessage& mess
 
 void deliverMessage(iNetMessageReceiver& receiver, const ReceivedMessage& message) {
   const RemoteChangeScope scope(&message);
+  const AuthorScope author(message.by);
   const ActivityScope activity("the message " + message.fields.typeName);
   events().received(message.wireText, message.fields);
   const std::uint64_t shownBefore = textsShown();

@@ -176,6 +176,7 @@ struct ReceivedMessage {
   MessageFields fields;       ///< what it says, read once for all of this station
   Notification words;         ///< its text for people
   bool isUnverified = false;  ///< its sender is not proven, though he could have sealed it
+  std::string by{};           ///< the user whose station sent it; empty where that is not known
 
   void markUnverified() { isUnverified = words.isUnverified = true; }
 };

@@ -1,4 +1,5 @@
 #include <chrono>
+#include <filesystem>
 
 #include "tests/share/SharedStations.h"
 #include "tests/support/BecomesTrue.h"
@@ -131,21 +132,36 @@ TEST_F(MessagesTest, CreatedEditsAndFiltersAreAppliedWhateverProjectTheyName) {
   startThree();
   StationProcess& silent = start("DORA", 14, {"--network-mode", "off"});
   run(silent, "project enter Film");
-  // The folder may tell of one before its message does; of a few in a row, one is told first.
-  const auto isApplied = [&](const std::string& what, const std::string& making,
-                             std::vector<std::string> message) {
-    message.insert(message.end(), {"--project", "P0bad", "--cookie", ""});
-    for (int tries = 0; tries < 20; ++tries) {
-      const std::string name = "Night" + std::to_string(tries);
-      message.back() = run(silent, what + " create " + name + making).asString();
-      send(message);
-      const auto changed = ben_->waitFor("changed", {{"what", what}, {"cookie", message.back()}});
-      if (changed && (*changed)["origin"].asString() == "remote") return true;
-    }
-    return false;
-  };
-  EXPECT_TRUE(isApplied("edit", "", {"14"}));
-  EXPECT_TRUE(isApplied("filter", " dark", {"15", "--data", "1"}));
+  // A folder without its record is not looked at, so that messages alone tell of what is in it.
+  const std::string record = folder_ / ("projects/" + project_ + "/project.json");
+  std::filesystem::rename(record, record + ".away");
+  const std::string edit = run(silent, "edit create Night").asString();
+  send({"14", "--project", "P0bad", "--cookie", edit});
+  const JsonValue made = await(*ben_, "changed", {{"what", "edit"}, {"cookie", edit}});
+  EXPECT_EQ(made["origin"].asString() + " " + made["how"].asString(), "remote created");
+  EXPECT_EQ(made["by"].asString(), "DORA") << "the file says who saved it";
+  const std::string filter = run(silent, "filter create Night dark").asString();
+  send({"15", "--project", "P0bad", "--cookie", filter, "--data", "1"});
+  const JsonValue shown = await(*ben_, "changed", {{"what", "filter"}, {"cookie", filter}});
+  EXPECT_EQ(shown["origin"].asString() + " " + shown["how"].asString(), "remote created");
+}
+
+TEST_F(MessagesTest, WhoMadeAChangeIsKnownByTheStationThatItsMessageCameFrom) {
+  startThree();
+  for (StationProcess* station : {anna_, carla_}) {
+    await(*ben_, "presence", {{"how", "came"}, {"user", station->options().user}});
+  }
+  const std::string bin = run(*anna_, "bin create Dailies").asString();
+  await(*ben_, "changed", {{"what", "bin"}, {"cookie", bin}, {"by", "ANNA"}});
+  run(*carla_, "bin destroy Dailies");
+  await(*ben_, "changed", {{"cookie", bin}, {"how", "destroyed"}, {"by", "CARLA"}});
+  const std::string edit = run(*carla_, "edit create Scene").asString();
+  await(*ben_, "changed", {{"cookie", edit}, {"how", "created"}, {"by", "CARLA"}});
+  run(*carla_, "edit give Scene ANNA --force");
+  run(*anna_, "edit rename Scene Take");
+  run(*anna_, "edit save Take");
+  await(*ben_, "changed", {{"cookie", edit}, {"how", "refreshed"}, {"by", "ANNA"}});
+  await(*anna_, "changed", {{"cookie", edit}, {"origin", "local"}, {"by", "ANNA"}});
 }
 
 TEST_F(MessagesTest, AFileThatNeverComesIsWaitedForOnceAndLogged) {

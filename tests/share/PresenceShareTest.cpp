@@ -38,6 +38,7 @@ TEST_F(PresenceShareTest, AStationIsSeenComingWorkingAndGoing) {
   StationProcess ben(options("BEN", "BEN"));
   ASSERT_TRUE(ben.waitUntilReady());
   ASSERT_TRUE(await(anna, {{"how", "came"}, {"user", "BEN"}}));
+  EXPECT_EQ(run(anna, "wait presence how=came")["user"].asString(), "BEN");
   run(ben, "project create Film");
   run(ben, "project enter Film");
   ASSERT_TRUE(await(anna, {{"how", "changed"}, {"project", "Film"}}));

@@ -21,6 +21,7 @@
 #include "station/os/HostOS.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
+#include "station/wire/MessageTable.h"
 #include "tests/fakes/ScratchFolder.h"
 
 namespace korvel {
@@ -45,6 +46,7 @@ class NotedEvents : public iStationEvents {
   void changed(const std::string& what, const Cookie&, const std::string& how,
                Origin origin) override {
     changes.push_back(what + " " + how + " " + originText(origin));
+    authors.push_back(currentAuthor());
   }
   void log(bool, const std::string& text) override { logged += text; }
   void command(const std::string&) override {}
@@ -53,6 +55,7 @@ class NotedEvents : public iStationEvents {
   void panel(const std::vector<std::string>&) override {}
 
   std::vector<std::string> changes;
+  std::vector<std::string> authors;  ///< of each change
   std::string logged;
 };
 
@@ -136,6 +139,7 @@ class DocumentStation : public ::testing::Test {
     EXPECT_TRUE(cookie);
     listener.heard.clear();
     events.changes.clear();
+    events.authors.clear();
     return *cookie;
   }
 
@@ -183,6 +187,14 @@ class DocumentStation : public ::testing::Test {
         "1\xAC" +
         project.asString().str() + "\xAC" + cookie.asString().str() + "\xAC" + modification +
         "\xAC");
+  }
+
+  /// Another station's message that it saved an object of the open project.
+  [[nodiscard]] ReceivedMessage savedMessage(const Cookie& cookie) const {
+    return receivedMessage(
+        "d\xAC"
+        "2\xAC" +
+        project.asString().str() + "\xAC" + cookie.asString().str() + "\xAC");
   }
 
   void remoteModification(const Cookie& cookie, const std::string& modification) {

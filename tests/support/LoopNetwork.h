@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "host/net/iNetworkService.h"
+#include "station/MessageJudge.h"
 #include "station/wire/MessageTable.h"
 
 namespace korvel {
@@ -15,7 +16,10 @@ class LoopNetwork : public iNetworkService {
 
   /// Hands a datagram to the plug-in as another station's.
   void deliver(const std::string& text) {
-    if (receiver_) deliverMessage(*receiver_, receivedMessage(text));
+    if (!receiver_) return;
+    const ReceivedMessage message = receivedMessage(text);
+    deliverMessage(*receiver_, message);
+    noteDelivered(message);
   }
 
   /// The same after the station has waited for the message's file.

@@ -1,6 +1,7 @@
 #include "host/edit/Edit.h"
 
 #include "host/edit/EditManager.h"
+#include "station/MessageJudge.h"
 #include "tests/support/DocumentStation.h"
 
 using namespace korvel;
@@ -348,10 +349,45 @@ TEST_F(EditsTest, AnEditSavedElsewhereThatIsNotOpenIsListedUnderItsNewName) {
   std::string bytes = bytesOf(fileOf(cookie));
   bytes.replace(bytes.find("\"Reel\""), 6, "\"Tape\"");
   write(fileOf(cookie), bytes);
-  const RemoteChangeScope remote;
-  EXPECT_FALSE(EditManager::isOpen(cookie));
+  noteDelivered(savedMessage(cookie));
+  EXPECT_EQ(events.changes, Notes{"edit refreshed remote"});
   EXPECT_TRUE(projects.resolve("Tape", "E"));
   EXPECT_FALSE(projects.resolve("Reel", "E"));
+}
+
+TEST_F(EditsTest, AskingWhetherAnEditIsOpenChangesAndTellsNothing) {
+  const Cookie cookie = made("Reel");
+  replaceInFile(cookie, "\"Reel\"", "\"Tape\"");
+  const RemoteChangeScope remote;
+  EXPECT_FALSE(EditManager::isOpen(cookie));
+  EXPECT_EQ(events.changes, Notes{});
+  EXPECT_EQ(edits.listed(cookie)["name"].asString(), "Reel");
+}
+
+TEST_F(EditsTest, ASaveElsewhereIsNotedOnlyForAnEditOfTheOpenProjectThatIsNotOpen) {
+  const Cookie cookie = made("Reel");
+  ReceivedMessage elsewhere = savedMessage(cookie);
+  elsewhere.fields.project = "P0001";
+  noteDelivered(elsewhere);
+  EXPECT_EQ(events.changes, Notes{});
+  ASSERT_TRUE(edits.open(cookie));
+  noteDelivered(savedMessage(cookie));
+  EXPECT_EQ(events.changes, Notes{});
+}
+
+TEST_F(EditsTest, WhoSavedAnEditIsToldOfTheMessageElseOfTheFile) {
+  const Cookie cookie = made("Reel");
+  ReceivedMessage message = savedMessage(cookie);
+  message.by = "BEN";
+  noteDelivered(message);
+  ASSERT_TRUE(edits.open(cookie));
+  replaceInFile(cookie, "\"by\": \"anna\"", "\"by\": \"CARLA\"");
+  {
+    const RemoteChangeScope remote;
+    edits.loaded(cookie)->readLate();
+  }
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  EXPECT_EQ(events.authors, (Notes{"BEN", "CARLA", "anna"}));
 }
 
 TEST_F(EditsTest, AnEditDeletedElsewhereIsForgottenEvenWhileItIsLookedAt) {
@@ -366,6 +402,15 @@ TEST_F(EditsTest, AnEditDeletedElsewhereIsForgottenEvenWhileItIsLookedAt) {
   EXPECT_EQ(events.changes, Notes{"edit destroyed remote"});
   EditManager::handleNetDelete(cookie);
   EXPECT_EQ(events.changes.size(), 1U);
+}
+
+TEST_F(EditsTest, ListenersAreHandedNoMoreDeletedObjectsThanTheirCounterHolds) {
+  const CookieVec many(70'000, Cookie("E0001", false));
+  ProjectListeners::instance().tellDeleted(many, "user");
+  EXPECT_EQ(listener.heard, (Notes{"deleted 65535", "deleted 4465"}));
+  listener.heard.clear();
+  ProjectListeners::instance().tellDeleted({}, "user");
+  EXPECT_EQ(listener.heard, Notes{});
 }
 
 TEST_F(EditsTest, AllThatAreDeletedAreAnnouncedTogether) {

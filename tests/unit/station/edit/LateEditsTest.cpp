@@ -1,3 +1,4 @@
+#include "station/MessageJudge.h"
 #include "tests/support/DelayedRereadRun.h"
 #include "tests/support/DocumentStation.h"
 
@@ -8,11 +9,13 @@ namespace {
 /// A share that still shows the old file of an edit when the message comes that it was saved.
 class LateEditsTest : public DocumentStation {
  protected:
-  /// What the plug-in does about the message.
+  /// What plug-in and host do about the message.
   void savedElsewhere() {
-    const RemoteChangeScope remote;
-    if (!EditManager::isOpen(edit)) return;
-    EXPECT_TRUE(edits.loaded(edit)->reOpen(wideText(fileOf(edit))));
+    if (EditManager::isOpen(edit)) {
+      const RemoteChangeScope remote;
+      EXPECT_TRUE(edits.loaded(edit)->reOpen(wideText(fileOf(edit))));
+    }
+    noteDelivered(savedMessage(edit));
   }
 
   /// The file as the other station wrote it.

@@ -5,6 +5,7 @@
 #include <functional>
 #include <thread>
 
+#include "station/MessageJudge.h"
 #include "tests/support/DocumentStation.h"
 
 using namespace korvel;
@@ -147,10 +148,7 @@ TEST_F(CatchUpTest, WhatThisStationWroteIsNotToldAgain) {
 
 TEST_F(CatchUpTest, WhatAMessageToldIsNotToldAgain) {
   renameElsewhere(edit, "Cut", "New");
-  {
-    const RemoteChangeScope remote;
-    EXPECT_FALSE(EditManager::isOpen(edit));
-  }
+  noteDelivered(savedMessage(edit));
   passALook();
   EXPECT_EQ(events.changes, Notes{"edit refreshed remote"});
   EXPECT_EQ(edits.listed(edit)["name"].asString(), "New");
