@@ -299,6 +299,9 @@ bool takeLock(const Descriptor& file) {
   return false;
 }
 
+/// Whether the file says who holds the lock beside it.
+bool isInformation(const std::string& path) { return path.ends_with(".inf"); }
+
 Descriptor openExclusively(const std::string& path, bool create) {
   for (int tries = 0; tries < kNameTries; ++tries) {
     Descriptor file = openOrCreate(path, O_RDWR | O_NOFOLLOW, create);
@@ -311,6 +314,17 @@ Descriptor openExclusively(const std::string& path, bool create) {
   return Descriptor();
 }
 
+/// Makes room for a new information file where the old one may not be written to, such as another
+/// user's, and a link, which would be written through; false, with errno as it was, where that is
+/// not the reason or the folder does not allow it.
+bool removeUnwritable(const std::string& path) {
+  const int why = errno;
+  const bool isUnwritable = why == EACCES || why == EPERM || why == ELOOP || why == EMLINK;
+  if (isInformation(path) && isUnwritable && ::unlink(path.c_str()) == 0) return true;
+  errno = why;
+  return false;
+}
+
 /// Only removeFile() locks a file that is to be replaced, and only briefly: wait instead of
 /// failing.
 bool isRefused(const Descriptor& file, int disposition) {
@@ -321,6 +335,9 @@ bool isRefused(const Descriptor& file, int disposition) {
 Descriptor openShared(const std::string& path, int access, int disposition) {
   const int flags = (access & 2 ? O_RDWR : O_RDONLY) | O_NOFOLLOW;
   Descriptor file = openOrCreate(path, flags, disposition != eFileOpenExisting);
+  if (!file.isOpen() && disposition == eFileReplace && removeUnwritable(path)) {
+    file = openOrCreate(path, flags, true);
+  }
   if (!file.isOpen() || !isRefused(file, disposition)) return file;
   errno = EAGAIN;
   return Descriptor();
@@ -365,6 +382,7 @@ bool HostFileManager::removeFile(const LightweightString<wchar_t>& widePath) {
 /// another station holds, or has put at the path meanwhile, is never removed.
 bool HostFileManager::removeWhileLocked(const std::string& path) {
   const Descriptor file = openPlainFile(path, O_RDWR | O_NOFOLLOW);
+  if (!file.isOpen() && isInformation(path)) return removeUnlocked(path);
   if (!file.isOpen() || !takeLock(file)) return false;
   struct stat status {};
   if (!isLockedAtPath(file, path)) {
@@ -373,6 +391,18 @@ bool HostFileManager::removeWhileLocked(const std::string& path) {
     return false;
   }
   if (written_->isRewritten(file.get(), path)) {
+    errno = EAGAIN;
+    return false;
+  }
+  return ::unlink(path.c_str()) == 0;
+}
+
+/// Removes an information file that may be removed but not written to, and so not locked. Nobody
+/// relies on its lock: the lock file beside it says who may write it.
+bool HostFileManager::removeUnlocked(const std::string& path) {
+  const Descriptor file = openPlainFile(path, O_RDONLY | O_NOFOLLOW);
+  if (!file.isOpen()) return errno == ELOOP && ::unlink(path.c_str()) == 0;
+  if (isLockedByAnother(file.get()) || written_->isRewritten(file.get(), path)) {
     errno = EAGAIN;
     return false;
   }

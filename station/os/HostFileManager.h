@@ -96,6 +96,7 @@ class HostFileManager : public iFileManager {
  private:
   Kv::Ptr<iFile> makeHandle(Descriptor file, const std::string& path, int disposition, int share);
   bool removeWhileLocked(const std::string& path);
+  bool removeUnlocked(const std::string& path);
 
   std::shared_ptr<WrittenFiles> written_ = std::make_shared<WrittenFiles>();
 };

@@ -33,6 +33,20 @@ bool ProjectListeners::isListening(const ProjectListener* listener) const {
   return std::find(listeners_.begin(), listeners_.end(), listener) != listeners_.end();
 }
 
+std::string likelyName(const std::string& typed, const std::vector<std::string>& names) {
+  constexpr std::size_t kShortestBeginning = 3;
+  const std::string wanted = upperCased(typed);
+  std::vector<std::string> begun;
+  for (const std::string& name : names) {
+    const std::string upper = upperCased(name);
+    if (upper == wanted) return name;
+    if (upper.starts_with(wanted)) begun.push_back(name);
+  }
+  const std::string nearest = nearestName(typed, names);
+  if (!nearest.empty() || begun.empty() || typed.size() < kShortestBeginning) return nearest;
+  return begun.front();
+}
+
 void ProjectListeners::tellDeleted(const CookieVec& cookies, const LightweightString<char>& by) {
   for (std::size_t at = 0; at < cookies.size(); at += kMostDeleted) {
     const auto begin = cookies.begin() + static_cast<std::ptrdiff_t>(at);
@@ -82,16 +96,13 @@ Result<void> lookBefore(const Cookie& project, const std::string& name) {
 }
 
 Result<void> lock(const Cookie& project, const std::string& name) {
-  if (iProjectShare::instance()->lockProject(project)) return {};
-  return refusal(project, name, OS().fileManager().lastError());
-}
-
-/// The name that was most likely meant: one that differs in capitals alone, else the nearest.
-std::string likelyName(const std::string& typed, const std::vector<std::string>& names) {
-  for (const std::string& name : names) {
-    if (upperCased(name) == upperCased(typed)) return name;
+  iProjectShare& share = *iProjectShare::instance();
+  if (share.lockProject(project)) {
+    warnOfHolderName("You hold the private project " + inQuotes(name),
+                     share.getProjectLockOwner(project));
+    return {};
   }
-  return nearestName(typed, names);
+  return refusal(project, name, OS().fileManager().lastError());
 }
 
 /// Whether the text is the beginning of the cookie's, at least its kind and one digit.

@@ -15,6 +15,10 @@
 
 namespace korvel {
 
+/// The name that was most likely meant by what was typed: one that differs in capitals alone, else
+/// the nearest, else the first that begins so; empty where none is likely.
+std::string likelyName(const std::string& typed, const std::vector<std::string>& names);
+
 /// Every living ProjectListener, in the order of construction. Host thread.
 class ProjectListeners {
  public:

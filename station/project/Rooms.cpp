@@ -84,6 +84,32 @@ std::string awaitHolder(const std::function<LightweightString<wchar_t>()>& ask) 
   return {};
 }
 
+namespace {
+
+/// This station's user as readers of an information file see the name: its first bytes alone.
+LightweightString<wchar_t> ownNameAsRead() {
+  constexpr std::size_t kReadBytes = 200;
+  const std::string name = utf8Text(OS().currentUserName());
+  return wideText(name.substr(0, kReadBytes));
+}
+
+}  // namespace
+
+void warnOfHolderName(const std::string& what, const LightweightString<wchar_t>& holder) {
+  if (holder == ownNameAsRead()) return;
+  if (holder.empty()) {
+    LogBoth(
+        "%s, but your name could not be written beside the lock: others see it taken, and not by "
+        "whom. See whether the share has room.\n",
+        what);
+  } else {
+    LogBoth(
+        "%s, but others are told that %s holds it: the old information file beside the lock cannot "
+        "be replaced. See to the rights of the files beside it, and enter it again.\n",
+        what, inQuotes(shownText(holder)));
+  }
+}
+
 std::string holderText(const std::string& holder) {
   return holder.empty() ? "another station (its user's name cannot be read yet)" : holder;
 }
@@ -108,15 +134,6 @@ namespace {
 std::string roomOfRecord(const std::string& file) {
   if (!file.ends_with(kRecordEnding)) return {};
   return file.substr(0, file.size() - kRecordEnding.size());
-}
-
-/// The plug-in keeps a lock even when it cannot write the holder's name beside it.
-void warnOfUnnamedHolder(const std::string& room, const LightweightString<wchar_t>& holder) {
-  if (!holder.empty()) return;
-  LogBoth(
-      "You are in room %s, but your name could not be written beside its lock: others see it "
-      "taken, and not by whom. See whether the share has room.\n",
-      inQuotes(room));
 }
 
 JsonValue shown(const RoomInfo& room) {
@@ -228,17 +245,24 @@ Result<std::vector<RoomInfo>> Rooms::list() const {
   return rooms;
 }
 
+Error Rooms::noRoom(const std::string& name) const {
+  std::vector<std::string> names;
+  if (const auto rooms = list()) {
+    for (const RoomInfo& each : *rooms) names.push_back(each.name);
+  }
+  const std::string likely = likelyName(name, names);
+  const std::string advice =
+      likely.empty() ? "\"room create\" makes it." : "did you mean " + inQuotes(likely) + "?";
+  return {ErrorCode::eNotFound, "There is no room " + inQuotes(name) + "; " + advice, {}};
+}
+
 Result<void> Rooms::goInto(const std::string& name) {
   if (auto shared = requireShared(); !shared) return shared;
   const auto fileName = roomFileName(name);
   if (!fileName) return fileName.error();
   const auto isThere = isThereFresh(pathOf(*fileName) + std::string(kRecordEnding));
   if (!isThere) return isThere.error();
-  if (!*isThere) {
-    return Error{ErrorCode::eNotFound,
-                 "There is no room " + inQuotes(name) + "; \"room create\" makes it.",
-                 {}};
-  }
+  if (!*isThere) return noRoom(name);
   if (name == current_) return {};
   iProjectShare* share = iProjectShare::instance();
   if (!share) return Error{ErrorCode::eRefused, "No plug-in guards rooms here.", {}};
@@ -252,7 +276,7 @@ Result<void> Rooms::goInto(const std::string& name) {
   // After the new lock is won: a station that is refused stays in the room that it was in.
   if (!current_.empty()) clearLock(current_);
   current_ = name;
-  warnOfUnnamedHolder(name, share->getRoomLockOwner(path));
+  warnOfHolderName("You are in room " + inQuotes(name), share->getRoomLockOwner(path));
   ProjectSpacesManager::refreshCurrentLobby();
   return {};
 }

@@ -36,6 +36,11 @@ std::string lockStateText(LockState state);
 /// unreadable.
 std::string awaitHolder(const std::function<LightweightString<wchar_t>()>& ask);
 
+/// Tells the user where others are shown another name than his beside a lock that was just taken:
+/// `what` ("You are in room \"Sound\"") and what they are shown, `holder`, as read back. The
+/// plug-in holds a lock also when it cannot write who does.
+void warnOfHolderName(const std::string& what, const LightweightString<wchar_t>& holder);
+
 /// Who holds it, in words: the name, or that it cannot be read yet.
 std::string holderText(const std::string& holder);
 
@@ -95,6 +100,7 @@ class Rooms : public iProjectPart {
   void noteTold();
   [[nodiscard]] Result<void> requireShared() const;
   [[nodiscard]] std::string pathOf(const std::string& fileName) const;
+  [[nodiscard]] Error noRoom(const std::string& name) const;
   void giveUp();
   void clearLock(const std::string& room) const;
   [[nodiscard]] RoomInfo look(const std::string& name, const std::string& fileName) const;

@@ -237,6 +237,46 @@ TEST_F(HostFileManagerTest, AnInformationFileThatAnotherWroteSinceIsNotRemoved) 
   EXPECT_TRUE(other.removeFile(wide(folder_ / "Lock.inf")));
 }
 
+TEST_F(HostFileManagerTest,
+       AnInformationFileOfAnotherUserIsReplacedAndRemovedWhereTheFolderAllowsIt) {
+  ASSERT_EQ(::chmod(folder_.path().c_str(), 0777), 0);
+  for (const char* const name : {"Lock.inf", "Sound.lck.inf"}) {
+    makeFile(folder_ / name, "ANNA");
+    ASSERT_EQ(::chmod((folder_ / name).c_str(), ::geteuid() == 0 ? 0644 : 0444), 0);
+  }
+  EXPECT_EQ(runAsOrdinaryUser([this] { return writeName(folder_ / "Lock.inf", "BOB") ? 0 : 1; }),
+            0);
+  EXPECT_EQ(contentOf(folder_ / "Lock.inf"), "BOB");
+  EXPECT_EQ(runAsOrdinaryUser([this] { return remove(folder_ / "Sound.lck.inf") ? 0 : 1; }), 0);
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "Sound.lck.inf"));
+}
+
+TEST_F(HostFileManagerTest, AnInformationFileOfAnotherUserStaysWhereTheFolderDoesNotAllowIt) {
+  makeFile(folder_ / "Lock.inf", "ANNA");
+  ASSERT_EQ(::chmod((folder_ / "Lock.inf").c_str(), 0444), 0);
+  ASSERT_EQ(::chmod(folder_.path().c_str(), 0555), 0);
+  EXPECT_EQ(runAsOrdinaryUser([this] {
+              const bool isWritten = writeName(folder_ / "Lock.inf", "BOB");
+              return isWritten || remove(folder_ / "Lock.inf") ? 1 : 0;
+            }),
+            0);
+  ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
+  EXPECT_EQ(contentOf(folder_ / "Lock.inf"), "ANNA");
+}
+
+TEST_F(HostFileManagerTest, ALinkInAnInformationFilesPlaceIsReplacedAndNotWrittenThrough) {
+  makeFile(folder_ / "target", "kept");
+  std::filesystem::create_symlink(folder_ / "target", folder_ / "Lock.inf");
+  std::filesystem::create_hard_link(folder_ / "target", folder_ / "Sound.lck.inf");
+  EXPECT_TRUE(writeName(folder_ / "Lock.inf", "ANNA"));
+  EXPECT_TRUE(writeName(folder_ / "Sound.lck.inf", "ANNA"));
+  EXPECT_FALSE(std::filesystem::is_symlink(folder_ / "Lock.inf"));
+  EXPECT_EQ(contentOf(folder_ / "Sound.lck.inf"), "ANNA");
+  std::filesystem::create_symlink(folder_ / "target", folder_ / "Left.inf");
+  EXPECT_TRUE(remove(folder_ / "Left.inf"));
+  EXPECT_EQ(contentOf(folder_ / "target"), "kept");
+}
+
 TEST_F(HostFileManagerTest, ANameWrittenIntoAFileThatWasRemovedMeanwhileIsStillAtThePath) {
   const auto file = files_.openFile(wide(folder_ / "Lock.inf"), eFileReadWrite, eFileReplace,
                                     eFileShareWrite, eFileNoFlags);

@@ -2,6 +2,7 @@
 
 #include "station/project/Names.h"
 #include "tests/station/PluginStation.h"
+#include "tests/support/DocumentStation.h"
 
 using namespace korvel;
 
@@ -35,6 +36,45 @@ TEST_F(RoomsTest, AreHeldByWhoeverIsInThem) {
   EXPECT_EQ(bytesOf(pathOf("Sound") + ".lck.inf"), "anna");
   ASSERT_TRUE(rooms.goOut());
   EXPECT_EQ(stateOf("Sound"), LockState::eFree);
+}
+
+TEST_F(RoomsTest, AHolderOfWhomOthersAreToldAnotherNameIsWarned) {
+  NotedEvents noted;
+  warnOfHolderName("You are in room \"Sound\"", L"anna");
+  EXPECT_EQ(noted.logged, "");
+  warnOfHolderName("You are in room \"Sound\"", L"bob");
+  EXPECT_NE(noted.logged.find("others are told that \"bob\" holds it"), std::string::npos)
+      << noted.logged;
+  StationSettings longName = settings();
+  longName.user = std::string(300, 'x');
+  installSettings(longName);
+  noted.logged.clear();
+  warnOfHolderName("You are in room \"Sound\"", wideText(std::string(200, 'x')));
+  EXPECT_EQ(noted.logged, "") << "readers see the first 200 bytes of a name";
+}
+
+TEST_F(RoomsTest, WhoseNameCannotBeWrittenBesideALockIsToldSoInRoomsAndPrivateProjects) {
+  NotedEvents noted;
+  ASSERT_TRUE(rooms.create("Sound"));
+  std::filesystem::create_directory(pathOf("Sound") + ".lck.inf");
+  ASSERT_TRUE(rooms.goInto("Sound"));
+  EXPECT_NE(noted.logged.find("You are in room \"Sound\", but your name"), std::string::npos)
+      << noted.logged;
+  const auto mine = projects.create("Mine", true);
+  ASSERT_TRUE(mine);
+  std::filesystem::create_directory(folder / (mine->asString().str() + "/Lock.inf"));
+  ASSERT_TRUE(projects.enter("Mine"));
+  EXPECT_NE(noted.logged.find("You hold the private project \"Mine\", but your name"),
+            std::string::npos)
+      << noted.logged;
+}
+
+TEST_F(RoomsTest, ARoomThatIsNotThereIsAnsweredWithTheOneMeant) {
+  ASSERT_TRUE(rooms.create("Sound"));
+  const auto entered = rooms.goInto("sound");
+  ASSERT_FALSE(entered);
+  EXPECT_NE(entered.error().message.find("did you mean \"Sound\"?"), std::string::npos)
+      << entered.error().message;
 }
 
 TEST_F(RoomsTest, ARoomIsGivenUpForAnother) {

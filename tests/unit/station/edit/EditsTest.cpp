@@ -115,6 +115,15 @@ TEST_F(EditsTest, ANameThatDiffersInCapitalsAloneIsOffered) {
       << found.error().message;
 }
 
+TEST(LikelyName, IsOneInOtherCapitalsElseANearOneElseOneThatBeginsSo) {
+  const std::vector<std::string> names{"Harbour at dawn", "Harbour at dusk", "Night", "Nightfall"};
+  EXPECT_EQ(likelyName("night", names), "Night");
+  EXPECT_EQ(likelyName("harbour at dusc", names), "Harbour at dusk");
+  EXPECT_EQ(likelyName("harbour", names), "Harbour at dawn");
+  EXPECT_EQ(likelyName("ha", names), "");
+  EXPECT_EQ(likelyName("Day", names), "");
+}
+
 TEST_F(EditsTest, ARemoteTrimShowsInTheOpenEditUnsavedAndIsNotEchoed) {
   const Cookie cookie = imported("simple_cut.otio");
   ASSERT_TRUE(edits.open(cookie));
