@@ -62,6 +62,7 @@ constexpr auto kOptions = std::to_array<OptionSpec>({
 
 constexpr FlagSpec kFlags[] = {
     {"keep-going", "go on after a command of a script that failed"},
+    {"verbose", "show at a terminal, too, what the log says of each message"},
     {"gui", "open the window; without --script no commands are read then"},
 };
 

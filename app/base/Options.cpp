@@ -324,6 +324,7 @@ std::variant<Options, ProgramEnd> settled(GivenOptions given, Flags& flags) {
   auto options = validateOptions(given);
   if (!options) return usageError(options.error().message);
   options->keepsGoing = flags["keep-going"];
+  options->isVerbose = flags["verbose"];
   options->hasWindow = flags["gui"];
   options->station.recovery = recoveryFolder();
   options->station.cache = cacheFolder();

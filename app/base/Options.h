@@ -49,6 +49,7 @@ struct Options {
   std::string events;       ///< where events go: a file, "-", or empty for nowhere
   bool hasWindow = false;   ///< whether a window was asked for
   bool keepsGoing = false;  ///< whether a script goes on after a command that failed
+  bool isVerbose = false;   ///< whether a person is shown what the log says of each message
 };
 
 /// An end before the station started: what to print (on standard output when `status` is 0, else on

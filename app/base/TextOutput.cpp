@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <string_view>
+
 #include "station/base/Json.h"
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
@@ -41,6 +43,22 @@ std::string textOf(const JsonValue& event, const std::string& key) {
   return lines;
 }
 
+/// How the plug-in's line begins that words for a user came.
+constexpr std::string_view kWordsCame = "msg for ";
+
+/// Whether a line is of a block in which the plug-in logs a message:
+///
+///     Sent :
+///     {
+///        Project : P7c1...
+///        Type    : EditSaved
+///     }
+bool isLineOfBlock(const std::string& line) {
+  constexpr std::size_t kColon = 11;
+  if (line == "Sent :" || line == "Received :" || line == "{" || line == "}") return true;
+  return line.starts_with("   ") && line.find(" : ") == kColon - 1;
+}
+
 /// "Notification from ANNA: lunch?"
 std::string notificationText(const JsonValue& event) {
   const bool hasSender = event.find("source") || event.find("source_hex");
@@ -57,9 +75,18 @@ void TextOutput::answer(const std::string& text) {
 
 void TextOutput::problem(const std::string& text) { show(problems_, text); }
 
+bool TextOutput::isHidden(const std::string& line) {
+  if (!hidesBlocks_) return false;
+  if (line == "Sent :" || line == "Received :") isInBlock_ = true;
+  if (!isInBlock_) return line.starts_with(kWordsCame);
+  if (line == "}") isInBlock_ = false;
+  // Another thread may log something between two lines of a block.
+  return isLineOfBlock(line);
+}
+
 void TextOutput::take(const StationEvent& event) {
   if (event.name == "log" && event.value["to"].asString() == "console") {
-    show(problems_, textOf(event.value, "text"));
+    if (!isHidden(event.value["text"].asString())) show(problems_, textOf(event.value, "text"));
   } else if (event.name == "notification") {
     show(answers_, notificationText(event.value));
   } else if (event.name == "network") {

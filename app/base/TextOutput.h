@@ -39,6 +39,10 @@ class TextOutput : public iEventSink {
 
   void take(const StationEvent& event) override;
 
+  /// Leaves what the plug-in logs of each message ("Sent :", "{" ..., and that words came) to the
+  /// log file and to events: a person at a terminal is told of both in words. Before events come.
+  void hideMessageBlocks() { hidesBlocks_ = true; }
+
   /// From now on texts are held back, and `wake` is called for each. Returns when everything before
   /// is shown, or nobody reads it.
   void hold(std::function<void()> wake);
@@ -52,6 +56,7 @@ class TextOutput : public iEventSink {
  private:
   using Writer = std::shared_ptr<PipeWriter>;
 
+  [[nodiscard]] bool isHidden(const std::string& line);
   void show(std::FILE* stream, const std::string& text);
   void keep(std::FILE* stream, const std::string& text);
   void print(std::FILE* stream, const std::string& text);
@@ -61,6 +66,8 @@ class TextOutput : public iEventSink {
 
   std::FILE* answers_;
   std::FILE* problems_;
+  bool hidesBlocks_ = false;
+  bool isInBlock_ = false;  ///< the block's first line came, and not its last
   std::mutex mutex_;
   std::function<void()> wake_;
   std::deque<std::pair<std::FILE*, std::string>> held_;

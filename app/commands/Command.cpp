@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 #include <exception>
+#include <sstream>
 
 #include "app/base/Options.h"
 #include "station/base/Rendering.h"
@@ -16,7 +17,7 @@ std::size_t wordCount(const std::string& name) {
   return static_cast<std::size_t>(std::count(name.begin(), name.end(), ' ')) + 1;
 }
 
-std::string joined(const std::vector<std::string>& words, std::size_t count) {
+std::string beginning(const std::vector<std::string>& words, std::size_t count) {
   std::string text;
   for (std::size_t i = 0; i < std::min(count, words.size()); ++i) {
     if (i > 0) text += ' ';
@@ -37,7 +38,7 @@ void CommandTable::add(Command command) {
 const Command* CommandTable::find(const std::vector<std::string>& words,
                                   std::size_t& nameWords) const {
   for (nameWords = std::min(words.size(), longestName_); nameWords > 0; --nameWords) {
-    const auto found = commands_.find(joined(words, nameWords));
+    const auto found = commands_.find(beginning(words, nameWords));
     if (found != commands_.end()) return &found->second;
   }
   return nullptr;
@@ -47,8 +48,8 @@ std::string CommandTable::nearest(const std::vector<std::string>& words) const {
   std::string nearest;
   std::size_t least = ~std::size_t{0};
   for (const auto& [name, command] : commands_) {
-    const std::string typed = joined(words, wordCount(name));
     // Compared with as many words as the name has: the words behind are arguments.
+    const std::string typed = beginning(words, wordCount(name));
     if (nearestName(typed, {name}).empty()) continue;
     const std::size_t distance = editDistance(typed, name);
     if (distance >= least) continue;
@@ -60,15 +61,51 @@ std::string CommandTable::nearest(const std::vector<std::string>& words) const {
 
 namespace {
 
-std::optional<Error> checkArguments(const Command& command, std::size_t count) {
-  if (count >= command.minArguments && count <= command.maxArguments) return {};
-  const char* problem = count < command.minArguments ? "needs more words" : "takes fewer words";
+/// How many words besides options a command takes, where its usage says so: "E NAME" is 2, and so
+/// is "E NAME [--force]".
+std::optional<std::size_t> plainWords(const Command& command) {
+  std::istringstream words(command.usage);
+  std::size_t count = 0;
+  for (std::string word; words >> word;) {
+    const bool isOption = word.starts_with("[--") && word.ends_with(']');
+    if (!isOption && (word.starts_with('[') || word.ends_with("..."))) return {};
+    if (!isOption) ++count;
+  }
+  return count;
+}
+
+bool isOption(const std::string& word) { return word.starts_with("--"); }
+
+/// The line with the words that are too many taken as one with blanks: what was most likely meant
+/// by "say BEN good morning". Empty where nothing is too many.
+std::string withQuotes(const Command& command, const Arguments& arguments) {
+  const auto wanted = plainWords(command);
+  if (!wanted || *wanted == 0) return {};
+  Arguments plain;
+  Arguments options;
+  for (const std::string& word : arguments) (isOption(word) ? options : plain).push_back(word);
+  if (plain.size() <= *wanted) return {};
+  const auto first = plain.begin() + static_cast<std::ptrdiff_t>(*wanted) - 1;
+  const std::string last = joined(Arguments(first, plain.end()), " ");
+  std::string line = command.name;
+  for (auto each = plain.begin(); each != first; ++each) line += " " + quotedWord(*each);
+  line += " " + quotedWord(last);
+  for (const std::string& option : options) line += " " + option;
+  return line;
+}
+
+std::optional<Error> checkArguments(const Command& command, const Arguments& arguments) {
+  const std::size_t count = arguments.size();
+  const std::string quoted = withQuotes(command, arguments);
+  const bool isEnough = count >= command.minArguments;
+  if (isEnough && count <= command.maxArguments && quoted.empty()) return {};
+  const char* problem = isEnough ? "takes fewer words" : "needs more words";
   const std::string usage =
       command.usage.empty() ? command.name : command.name + " " + command.usage;
-  return Error{ErrorCode::eUsage,
-               "\"" + command.name + "\" " + problem + "; usage: " + usage +
-                   " (a word with blanks needs quotes)",
-               {}};
+  const std::string advice = quoted.empty() ? " (a word with blanks needs quotes)"
+                                            : "; did you mean: " + shownText(quoted);
+  return Error{
+      ErrorCode::eUsage, "\"" + command.name + "\" " + problem + "; usage: " + usage + advice, {}};
 }
 
 /// A command of other programs, and the advice for it.
@@ -105,6 +142,31 @@ std::string turnedRound(const CommandTable& commands, const std::vector<std::str
   return line;
 }
 
+/// The commands that do what was typed without saying to what, as in "open Scene"; empty where
+/// there is none.
+std::string verbAlone(const CommandTable& commands, const std::vector<std::string>& words) {
+  std::vector<std::string> found;
+  for (const auto& [name, command] : commands.all()) {
+    if (!name.ends_with(" " + words.front())) continue;
+    std::string line = name;
+    for (std::size_t i = 1; i < words.size(); ++i) line += " " + quotedWord(words[i]);
+    found.push_back("\"" + line + "\"");
+  }
+  if (found.empty()) return {};
+  const std::string last = found.back();
+  found.pop_back();
+  return "did you mean " + (found.empty() ? last : joined(found, ", ") + " or " + last) + "?";
+}
+
+/// The kind of thing ("edit", "project") most like a word that was typed; empty where none is.
+std::string familyLike(const CommandTable& commands, const std::string& typed) {
+  std::vector<std::string> families;
+  for (const auto& [name, command] : commands.all()) {
+    if (name.find(' ') != std::string::npos) families.push_back(name.substr(0, name.find(' ')));
+  }
+  return nearestName(typed, families);
+}
+
 /// A hint for words that are not just a misspelt command; empty where there is none.
 std::string habitOf(const CommandTable& commands, const std::vector<std::string>& words) {
   const std::string turned = turnedRound(commands, words);
@@ -112,16 +174,19 @@ std::string habitOf(const CommandTable& commands, const std::vector<std::string>
   for (const Habit& habit : kHabits) {
     if (words.front() == habit.typed) return std::string(habit.meant) + ".";
   }
-  return {};
+  return verbAlone(commands, words);
 }
 
-Error unknown(const CommandTable& commands, const std::vector<std::string>& words) {
+}  // namespace
+
+Error noCommand(const CommandTable& commands, const std::vector<std::string>& words) {
   std::string known;
+  const std::string family = familyLike(commands, words.front());
   for (const auto& [name, command] : commands.all()) {
-    if (name.starts_with(words.front() + " ")) known += (known.empty() ? "" : ", ") + name;
+    if (name.starts_with(family + " ")) known += (known.empty() ? "" : ", ") + name;
   }
   const std::string nearest = commands.nearest(words);
-  const bool showsTwo = !known.empty() && words.size() > 1;
+  const bool showsTwo = family == words.front() && words.size() > 1;
   const std::string typed = showsTwo ? words[0] + " " + words[1] : words[0];
   std::string message = "There is no command \"" + typed + "\"";
   // The surest advice first; a list of commands only where nothing is near.
@@ -138,18 +203,15 @@ Error unknown(const CommandTable& commands, const std::vector<std::string>& word
   return {ErrorCode::eUsage, shownText(message), {}};
 }
 
-}  // namespace
-
 CommandCall readCall(const CommandTable& commands, const std::string& line) {
   const auto words = splitCommandLine(line);
   if (!words) return {nullptr, {}, words.error()};
   if (words->empty()) return {};
   std::size_t nameWords = 0;
   const Command* command = commands.find(*words, nameWords);
-  if (!command) return {nullptr, {}, unknown(commands, *words)};
+  if (!command) return {nullptr, {}, noCommand(commands, *words)};
   Arguments arguments(words->begin() + static_cast<std::ptrdiff_t>(nameWords), words->end());
-  const std::size_t count = arguments.size();
-  return {command, std::move(arguments), checkArguments(*command, count)};
+  return {command, arguments, checkArguments(*command, arguments)};
 }
 
 Result<JsonValue> runCall(Station& station, const CommandCall& call) {

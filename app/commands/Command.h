@@ -89,6 +89,9 @@ struct CommandCall {
 /// thread.
 CommandCall readCall(const CommandTable& commands, const std::string& line);
 
+/// Says that there is no command of these words, at least one, and what may have been meant.
+Error noCommand(const CommandTable& commands, const std::vector<std::string>& words);
+
 /// Runs a call without a problem, in the place that its command asks for. What the command throws
 /// is a failure like any other.
 Result<JsonValue> runCall(Station& station, const CommandCall& call);

@@ -55,10 +55,7 @@ Result<JsonValue> help(const CommandTable& table, const Arguments& words) {
     if (name.empty() || each == name || each.starts_with(name + " ")) rows.append(helpRow(command));
   }
   if (!rows.elements().empty()) return rows;
-  const std::string nearest = table.nearest(words);
-  const std::string hint =
-      nearest.empty() ? "; \"help\" lists all." : "; did you mean \"" + nearest + "\"?";
-  return usageError("There is no command " + inQuotes(name) + hint);
+  return noCommand(table, words);
 }
 
 /// The words of `wait`, as read.

@@ -70,6 +70,12 @@ Result<JsonValue> list(Station& station, const Arguments&) {
   return station.edits().list();
 }
 
+/// What a person is told after a change that gives nothing to show.
+std::function<std::string(Station&, const Arguments&, const JsonValue&)> said(
+    const std::string& words) {
+  return [words](Station&, const Arguments&, const JsonValue&) { return words; };
+}
+
 Result<JsonValue> remove(Station& station, const Arguments& arguments) {
   std::vector<Cookie> cookies;
   for (const std::string& argument : arguments) {
@@ -82,7 +88,7 @@ Result<JsonValue> remove(Station& station, const Arguments& arguments) {
 
 Result<JsonValue> give(Station& station, const Arguments& words) {
   Arguments names = words;
-  const bool isForced = std::erase(names, "--force") > 0;
+  const bool isForced = std::erase(names, kForce) > 0;
   if (names.size() != 2) {
     return Error{ErrorCode::eUsage, "edit give takes E USER [--force].", {}};
   }
@@ -143,20 +149,28 @@ void addChanging(CommandTable& table) {
              "each in frames of the clip (36) or seconds (1.5s); announced before it is saved.",
              4, 4, onEdit([](Station&, const Cookie& cookie, const Arguments& arguments) {
                return answer(EditActions::trim(cookie, arguments[1], arguments[2], arguments[3]));
-             })});
+             }),
+             Command::Place::eHostThread, said("Trimmed; \"edit save\" keeps it.")});
   table.add({"edit rename", "E NAME",
              "Gives an edit or log another name; announced before it is saved.", 2, 2,
              onEdit([](Station&, const Cookie& cookie, const Arguments& arguments) {
                return answer(EditActions::rename(cookie, arguments[1]));
-             })});
+             }),
+             Command::Place::eHostThread, said("Renamed; \"edit save\" keeps it.")});
   table.add({"edit delete", "E...",
              "Moves edits and logs to the project's trash: all of them, or none if one may not be "
              "deleted.",
-             1, Command::kAnyNumber, remove});
+             1, Command::kAnyNumber, remove, Command::Place::eHostThread,
+             said("Moved to the trash; \"undo\" takes it back.")});
   table.add({"edit give", "E USER [--force]",
              "Makes USER the owner of an edit or log, and announces it; unsaved changes are saved "
              "first. A user in no list, and a reserved word, only with --force.",
-             2, 3, give});
+             2, 3, give, Command::Place::eHostThread,
+             [](Station&, const Arguments& arguments, const JsonValue&) {
+               Arguments names = arguments;
+               std::erase(names, kForce);
+               return shownText(upperCased(names[1])) + " is its owner now.";
+             }});
 }
 
 }  // namespace

@@ -56,7 +56,8 @@ void addSaving(CommandTable& table) {
   table.add({"edit save", "E [--over]",
              "Writes an edit or log to the project and announces it. It is refused where another "
              "saved since you opened it, unless --over is given.",
-             1, 2, onEdit(save)});
+             1, 2, onEdit(save), Command::Place::eHostThread,
+             [](Station&, const Arguments&, const JsonValue&) { return std::string("Saved."); }});
   table.add({"edit save-copy", "E NAME",
              "Makes a new edit of yours of an edit as it is shown, unsaved changes included.", 2, 2,
              onEdit(saveCopy)});

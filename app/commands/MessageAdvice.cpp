@@ -1,6 +1,7 @@
 #include "app/commands/MessageAdvice.h"
 
 #include <algorithm>
+#include <functional>
 #include <string_view>
 
 #include "station/base/StationSettings.h"
@@ -13,28 +14,40 @@ namespace korvel {
 
 namespace {
 
-/// Whether a user marked as present in the projects directory has this name; capitals do not
-/// matter.
-bool isHere(const std::string& user) {
+/// Whether somebody marked as present in the projects directory is so; true where that cannot be
+/// told, so that nothing is claimed.
+bool isMarked(const std::function<bool(const std::string& user)>& isSo) {
   const auto files = listFresh(settings().projectsDirectory);
-  if (!files) return true;  // without the list, absence cannot be claimed
-  const std::string wanted = upperCased(user);
-  return std::ranges::any_of(*files, [&wanted](const std::string& file) {
+  if (!files) return true;
+  return std::ranges::any_of(*files, [&isSo](const std::string& file) {
     return file.ends_with(kMarkerEnding) &&
-           upperCased(file.substr(0, file.size() - kMarkerEnding.size())) == wanted;
+           isSo(file.substr(0, file.size() - kMarkerEnding.size()));
   });
 }
 
 }  // namespace
+
+bool isAtWork(const std::string& user) {
+  return isMarked([wanted = upperCased(user)](const std::string& marked) {
+    return upperCased(marked) == wanted;
+  });
+}
 
 std::string recipientAdvice(const std::string& user) {
   if (user == kEverybody) return {};
   if (upperCased(user) == upperCased(settings().user)) {
     return "You write to yourself: a station shows none of its own messages as received.";
   }
-  if (!isHere(user)) {
+  if (!isAtWork(user)) {
     return "Nobody of the name \"" + shownText(user) +
            "\" is at work in the projects directory now: nobody sees your message.";
+  }
+  const std::string address = upperCased(user);
+  if (!isMarked([&address](const std::string& marked) { return marked == address; })) {
+    return "Your message went to " + inQuotes(address) +
+           ", and the user at work here has the name in other letters: it is not shown there. Have "
+           "that station started with --user " +
+           inQuotes(address) + ".";
   }
   if (isAscii(user)) return {};
   return "The name \"" + shownText(user) +

@@ -1,10 +1,14 @@
 #include "app/commands/Commands.h"
 
+#include <algorithm>
 #include <functional>
 
 #include "app/commands/MessageAdvice.h"
 #include "host/base/Log.h"
+#include "host/base/Text.h"
+#include "host/project/iPermissionsManager.h"
 #include "station/Station.h"
+#include "station/base/Strings.h"
 #include "station/ui/PanelDriver.h"
 
 namespace korvel {
@@ -43,10 +47,31 @@ Result<JsonValue> pressReturn(Station& station, const Arguments&) {
   return withPanel(station, [](PanelDriver& hands) { return answer(hands.pressReturn()); });
 }
 
+/// Puts a user whom the panel does not offer into its menu: one of the user list who was added
+/// since the panel was opened, or one at work here whom nobody put into the list.
+Result<void> offer(PanelDriver& hands, const std::string& user) {
+  iPermissionsManager* const manager = iPermissionsManager::instance();
+  if (!manager) return {};
+  LightweightString<wchar_t> name = wideText(user);
+  Kv::toUpper(name);
+  const auto& known = manager->getUserList();
+  const bool isKnown = std::ranges::find(known, name) != known.end();
+  if (!isKnown && !isAtWork(user)) return {};
+  manager->addUser(name);
+  return hands.reopen();
+}
+
+Result<void> sayTo(PanelDriver& hands, const std::string& user, const std::string& text) {
+  auto said = hands.say(user, text);
+  if (said || said.error().code != ErrorCode::eNotFound) return said;
+  if (auto offered = offer(hands, user); !offered) return offered;
+  return hands.say(user, text);
+}
+
 Result<JsonValue> say(Station& station, const Arguments& words) {
   logAdvice(messageAdvice(words[1]));
-  const auto said =
-      withPanel(station, [&](PanelDriver& hands) { return answer(hands.say(words[0], words[1])); });
+  const auto said = withPanel(
+      station, [&](PanelDriver& hands) { return answer(sayTo(hands, words[0], words[1])); });
   // After the message has left: the advice reads the projects directory, which may be slow.
   if (said) logAdvice(recipientAdvice(words[0]));
   return said;

@@ -25,6 +25,7 @@
 #include "station/os/HostOS.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/Projects.h"
+#include "station/project/Rooms.h"
 
 namespace korvel {
 
@@ -71,6 +72,14 @@ std::vector<std::string> projectNames() {
   return words;
 }
 
+std::vector<std::string> roomNames(const Rooms& rooms) {
+  std::vector<std::string> names;
+  if (const auto listed = rooms.list()) {
+    for (const RoomInfo& room : *listed) names.push_back(room.name);
+  }
+  return names;
+}
+
 /// The users to whom messages can be sent, and everybody.
 std::vector<std::string> userNames() {
   std::vector<std::string> words{"<All>"};
@@ -109,6 +118,7 @@ StationProgram::StationProgram(Options options, WindowMaker makeWindow)
 StationProgram::~StationProgram() {
   station_.reset();
   installEvents(nullptr);
+  teller_.reset();
   setDiagnosticWriter(nullptr);
 }
 
@@ -197,7 +207,14 @@ Result<void> StationProgram::prepare() {
                [this](Leaving leaving) { return prepareToEnd(leaving); }});
   if (auto opened = openInput(); !opened) return opened;
   station_ = std::make_unique<Station>();
+  if (terminal_) tellPerson();
   return {};
+}
+
+void StationProgram::tellPerson() {
+  if (!options_.isVerbose) text_.hideMessageBlocks();
+  teller_ = std::make_unique<ChangeTeller>(*station_, text_);
+  events_.addSink(*teller_);
 }
 
 Result<void> StationProgram::openInput() {
@@ -292,6 +309,7 @@ std::vector<std::string> StationProgram::candidatesFor(const std::string& argume
       [this, argument] {
         if (argument == "P") return projectNames();
         if (argument == "USER") return userNames();
+        if (argument == "R") return roomNames(station_->rooms());
         if (argument == "DELETED") return station_->trash().namesAndCookies();
         std::vector<std::string> words;
         for (const NamedObject& each : station_->projects().objects()) {

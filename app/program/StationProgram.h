@@ -8,6 +8,7 @@
 #include "app/base/Options.h"
 #include "app/base/TextOutput.h"
 #include "app/commands/Command.h"
+#include "app/program/ChangeTeller.h"
 #include "app/program/LineReader.h"
 #include "app/window/iStationWindow.h"
 #include "station/Station.h"
@@ -39,6 +40,7 @@ class StationProgram {
   void runStation();
   void runBesideWindow();
   void useStation();
+  void tellPerson();
   void tellOfNames();
   void fail(const Error& problem);
   int runConsole();
@@ -59,6 +61,7 @@ class StationProgram {
   std::unique_ptr<iLineReader> reader_;              ///< null where no commands are read
   std::atomic<TerminalReader*> terminal_ = nullptr;  ///< the reader, where it is a terminal's
   std::unique_ptr<Station> station_;
+  std::unique_ptr<ChangeTeller> teller_;  ///< null where nobody sits at a terminal
   std::atomic<Shutdown::eExitType> exitType_ = Shutdown::eNormalExit;
   int status_ = 0;
 };

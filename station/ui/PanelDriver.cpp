@@ -123,6 +123,18 @@ Result<void> PanelDriver::close() {
   return {};
 }
 
+Result<void> PanelDriver::reopen() {
+  const Result<Widgets> before = findOpenPanel();
+  if (!before) return open();
+  const Vector<LightweightString<wchar_t>> lines = before->log->getStrings();
+  if (auto closed = close(); !closed) return closed;
+  if (auto opened = open(); !opened) return opened;
+  const Result<Widgets> again = findOpenPanel();
+  if (!again) return again.error();
+  again->log->setStrings(lines);
+  return {};
+}
+
 Result<void> PanelDriver::chooseRecipient(const std::string& user) {
   const Result<Widgets> widgets = findOpenPanel();
   if (!widgets) return widgets.error();

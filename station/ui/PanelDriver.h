@@ -32,6 +32,10 @@ class PanelDriver {
   /// Makes the panel an icon; nothing when it is one.
   Result<void> close();
 
+  /// Closes the panel and opens it again, so that its menu offers who was added since; the
+  /// conversation stays.
+  Result<void> reopen();
+
   /// Chooses a recipient: "<All>" or a user of the menu, in the menu's spelling or in any case.
   Result<void> chooseRecipient(const std::string& user);
 

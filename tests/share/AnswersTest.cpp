@@ -103,6 +103,34 @@ TEST_F(AnswersTest, WhoWritesToNobodyKnownLearnsHowToAddAUser) {
   EXPECT_NE(said.find("\"user add NAME\""), said.npos) << said;
 }
 
+TEST_F(AnswersTest, WhoIsAtWorkIsWrittenToWithoutAUserList) {
+  StationProcess& anna = start("ANNA", 11);
+  StationProcess& ben = start("BEN", 12);
+  run(anna, "say <All> first");
+  StationProcess& carla = start("CARLA", 13);
+  run(anna, "say ben second");
+  await(ben, "notification", {{"text", "second"}, {"source", "ANNA"}});
+  run(anna, "say CARLA third");
+  await(carla, "notification", {{"text", "third"}});
+  const JsonValue lines = run(anna, "panel lines");
+  ASSERT_EQ(lines.elements().size(), 3u) << writeJson(lines);
+  EXPECT_EQ(lines.elements()[0].asString(), " : first") << "the conversation stays";
+  run(anna, "user add DORA");
+  run(anna, "say DORA fourth");
+  EXPECT_FALSE(anna.command("say GHOST boo")["ok"].asBool());
+}
+
+TEST_F(AnswersTest, WhoWritesToAUserOfOtherCapitalsIsTold) {
+  StationProcess& anna = start("ANNA", 11);
+  start("ben", 12);
+  run(anna, "say ben hello");
+  bool isTold = false;
+  for (const JsonValue& log : anna.events("log")) {
+    isTold = isTold || log["text"].asString().find("--user \"BEN\"") != std::string::npos;
+  }
+  EXPECT_TRUE(isTold);
+}
+
 TEST_F(AnswersTest, AnEmptyUserListSaysWhereItWasLookedFor) {
   const std::string said = share("users");
   EXPECT_EQ(said, "no users: " + folder_ / "projects" +

@@ -7,8 +7,12 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "tests/share/SharedStations.h"
+#include "tests/support/BecomesTrue.h"
 
 using namespace korvel;
 
@@ -24,8 +28,10 @@ class TerminalTest : public SharedStations {
     sitDown("ANNA", "ANNA");
   }
 
-  void sitDown(const std::string& user, const std::string& host) {
+  void sitDown(const std::string& user, const std::string& host,
+               const std::vector<std::string>& options = {}) {
     std::vector<std::string> words = stationWords({"--user", user, "--host", host});
+    words.insert(words.end(), options.begin(), options.end());
     std::vector<char*> arguments;
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
@@ -48,6 +54,11 @@ class TerminalTest : public SharedStations {
     isClosed_ = false;
   }
 
+  static std::string bytesOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  }
+
   void type(const std::string& keys) const {
     EXPECT_EQ(::write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
   }
@@ -64,6 +75,7 @@ class TerminalTest : public SharedStations {
 
   bool sees(const std::string& text) {
     if (!shows(text)) return false;
+    before_ += shown_.substr(0, shown_.find(text) + text.size());
     shown_.erase(0, shown_.find(text) + text.size());
     return true;
   }
@@ -89,6 +101,7 @@ class TerminalTest : public SharedStations {
   }
 
   std::string shown_;
+  std::string before_;  ///< all that sees() passed over
 
  private:
   static std::chrono::steady_clock::time_point soon() {
@@ -114,8 +127,8 @@ TEST_F(TerminalTest, TabCompletesCommandsAndTheNamesOfTheOpenProject) {
   ASSERT_TRUE(sees("kv> ")) << shown_;
   type("whoa\t\r");
   EXPECT_TRUE(sees("network_mode: yes")) << shown_;
-  type("project create Film\rproject enter Film\redit create \"Night scene\"\r");
-  EXPECT_TRUE(sees("EditCreated")) << shown_;
+  type("project create Film\rproject enter Film\redit create \"Night scene\"\rwhoami\r");
+  EXPECT_TRUE(sees("network_mode: yes")) << shown_;
   type("edit show Ni\t\r");
   EXPECT_TRUE(sees("name: Night scene")) << shown_;
 }
@@ -148,12 +161,16 @@ TEST_F(TerminalTest, WhatWasTypedIsThereTheNextTime) {
             std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 }
 
-TEST_F(TerminalTest, TabCompletesTheNamesOfProjects) {
+TEST_F(TerminalTest, TabCompletesTheNamesOfProjectsAndRooms) {
   ASSERT_TRUE(sees("kv> ")) << shown_;
   type("project create \"Harbour at dawn\"\r");
   EXPECT_TRUE(sees("kv> "));
   type("project enter Har\t\r");
   EXPECT_TRUE(sees("name: Harbour at dawn")) << shown_;
+  type("room create \"Sound mix\"\r");
+  EXPECT_TRUE(sees("There is now a room")) << shown_;
+  type("room enter So\t\r");
+  EXPECT_TRUE(sees("You are in the room \"Sound mix\".")) << shown_;
 }
 
 TEST_F(TerminalTest, TheLastLineComesBackWithTheArrowKey) {
@@ -174,6 +191,67 @@ TEST_F(TerminalTest, WhatTheStationSaysAppearsAboveTheLineBeingTyped) {
   EXPECT_TRUE(sees("kv> who")) << shown_;
   type("ami\r");
   EXPECT_TRUE(sees("network_mode: yes")) << shown_;
+}
+
+TEST_F(TerminalTest, WhatOthersChangeIsToldInALineEachAndNotInTheLogsWords) {
+  const std::string events = folder_ / "anna.events";
+  getUp();
+  sitDown("ANNA", "ANNA", {"--events", events});
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("project create Film\rproject enter Film\redit create Mine\rwhoami\r");
+  ASSERT_TRUE(sees("network_mode: yes")) << shown_;
+  EXPECT_EQ(before_.find("Sent :"), std::string::npos) << before_;
+  StationProcess& ben = start("BEN", 12);
+  run(ben, "project enter Film");
+  const auto knowsBen = [&events] {
+    return bytesOf(events).find("\"event\":\"presence\"") != std::string::npos;
+  };
+  ASSERT_TRUE(becomesTrue(knowsBen));
+  run(ben, "edit create \"Harbour at dawn\"");
+  EXPECT_TRUE(sees("BEN made Harbour at dawn.")) << shown_;
+  EXPECT_TRUE(sees("kv> ")) << shown_;
+  run(ben, "edit rename \"Harbour at dawn\" Harbour");
+  run(ben, "edit save Harbour");
+  EXPECT_TRUE(sees("BEN saved Harbour.")) << shown_;
+  run(ben, "bin create Dailies");
+  EXPECT_TRUE(sees("BEN made the bin Dailies.")) << shown_;
+  run(ben, "edit give Harbour ANNA --force");
+  EXPECT_TRUE(sees("BEN made ANNA the owner of Harbour.")) << shown_;
+  type("edit open Harbour\redit delete Mine\rwhoami\r");
+  ASSERT_TRUE(sees("network_mode: yes")) << shown_;
+  run(ben, "bin destroy Dailies");
+  EXPECT_TRUE(sees("BEN deleted the bin Dailies.")) << shown_;
+  run(ben, "say <All> lunch?");
+  EXPECT_TRUE(sees("Notification from BEN: lunch?")) << shown_;
+  for (const char* const line : {"Received :", "Type    :", "msg for", "   Project"}) {
+    EXPECT_EQ(before_.find(line), std::string::npos) << line << " in " << before_;
+  }
+}
+
+TEST_F(TerminalTest, OfManyChangesAtOnceTheFirstAreToldAndTheRestCounted) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("project create Film\rproject enter Film\rwhoami\r");
+  ASSERT_TRUE(sees("network_mode: yes")) << shown_;
+  const auto film = std::filesystem::directory_iterator(folder_ / "projects");
+  std::filesystem::path folder;
+  for (const auto& each : film) {
+    if (each.path().filename().string().starts_with('P')) folder = each.path();
+  }
+  const std::string edit = bytesOf(sample("simple_cut.otio"));
+  for (int each = 0; each < 40; ++each) {
+    std::ofstream(folder / ("E0" + std::to_string(100 + each) + ".otio")) << edit;
+  }
+  EXPECT_TRUE(sees("Somebody made Figure 1 - Simple Cut List.")) << shown_;
+  EXPECT_TRUE(sees("further changes.")) << shown_;
+}
+
+TEST_F(TerminalTest, WhoAsksForItIsShownTheLogsWordsAsWell) {
+  getUp();
+  sitDown("ANNA", "ANNA", {"--verbose"});
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("project create Film\rproject enter Film\redit create Mine\r");
+  EXPECT_TRUE(sees("Sent :")) << shown_;
+  EXPECT_TRUE(sees("Type    : EditCreated")) << shown_;
 }
 
 TEST_F(TerminalTest, APersonGoesOnAfterAMistakeAndLeavesWithTheEndOfInput) {
@@ -206,7 +284,7 @@ TEST_F(TerminalTest, TheFirstInterruptClearsTheLine) {
 TEST_F(TerminalTest, QuitAsksWhatBecomesOfUnsavedChanges) {
   ASSERT_TRUE(sees("kv> ")) << shown_;
   type("project create Film\rproject enter Film\redit create Reel\redit rename Reel Tape\r");
-  ASSERT_TRUE(sees("EditModification")) << shown_;
+  ASSERT_TRUE(sees("Renamed;")) << shown_;
   type("quit\r");
   ASSERT_TRUE(sees("1 edit: \"Tape\"")) << shown_;
   ASSERT_TRUE(sees("save, discard, or cancel? ")) << shown_;
@@ -223,7 +301,7 @@ TEST_F(TerminalTest, QuitAsksWhatBecomesOfUnsavedChanges) {
 TEST_F(TerminalTest, EmptyingTheTrashAsksFirst) {
   ASSERT_TRUE(sees("kv> ")) << shown_;
   type("project create Film\rproject enter Film\redit create Reel\redit delete Reel\r");
-  ASSERT_TRUE(sees("EditDeleted")) << shown_;
+  ASSERT_TRUE(sees("Moved to the trash;")) << shown_;
   for (const char* answer : {"no\r", "\r"}) {
     type("trash empty\r");
     ASSERT_TRUE(sees("gone for everybody. Remove it? yes or no? ")) << shown_;

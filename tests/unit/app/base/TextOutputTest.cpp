@@ -121,6 +121,28 @@ TEST(TextOutput, ANotificationNamesItsSender) {
   EXPECT_EQ(shownOf("notification", {{"text", "lunch?"}}), "Notification: lunch?\n");
 }
 
+TEST(TextOutput, APersonIsNotShownWhatTheLogSaysOfEachMessage) {
+  std::FILE* const file = std::tmpfile();
+  {
+    TextOutput output(file, file);
+    output.hideMessageBlocks();
+    for (const char* const line :
+         {"Sent :", "{", "   Project : P1", "Disk full.", "   Type    : EditSaved", "}", "{",
+          "Received :", "{", "   Source  : ANNA", "}", "msg for ANNArom BENs, (hi)", "Sentence."}) {
+      output.take({"log", JsonValue::object({{"to", "console"}, {"text", line}}), {}, {}});
+    }
+  }
+  std::rewind(file);
+  std::string text(1000, '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), file));
+  std::fclose(file);
+  EXPECT_EQ(text, "Disk full.\n{\nSentence.\n");
+}
+
+TEST(TextOutput, WithoutThatWishTheyAreShown) {
+  EXPECT_EQ(shownOf("log", {{"to", "console"}, {"text", "Sent :"}}), "Sent :\n");
+}
+
 TEST(TextOutput, ASenderWhomNobodyVouchesForIsMarked) {
   EXPECT_EQ(shownOf("notification", {{"text", "lunch?"}, {"source", "ANNA"}, {"unverified", true}}),
             "Notification from ANNA (unverified): lunch?\n");

@@ -72,4 +72,44 @@ TEST(CommandTable, TheNearestNameIsSuggestedWhateverFollowsIt) {
   EXPECT_EQ(table.nearest({"frobnicate"}), "");
 }
 
+/// Why a line is not run, of commands as the console has them.
+std::string problemOf(const std::string& line) {
+  CommandTable table;
+  table.add({"edit list", "", "", 0, 0, nothing});
+  table.add({"edit open", "E", "", 1, 1, nothing});
+  table.add({"edit delete", "E...", "", 1, Command::kAnyNumber, nothing});
+  table.add({"edit compare", "E [V [W]]", "", 1, 3, nothing});
+  table.add({"panel open", "", "", 0, 0, nothing});
+  table.add({"project enter", "P [--save|--discard]", "", 1, 2, nothing});
+  table.add({"say", "USER TEXT", "", 2, 2, nothing});
+  const auto problem = readCall(table, line).problem;
+  return problem ? problem->message : std::string();
+}
+
+TEST(CommandTable, SaysWhatWasMostLikelyMeant) {
+  struct Row {
+    const char* line;
+    const char* part;
+  };
+  for (const Row& row :
+       {Row{"say BEN good morning, all", "did you mean: say BEN \"good morning, all\""},
+        Row{"project enter Harbour at dawn --save",
+            "did you mean: project enter \"Harbour at dawn\" --save"},
+        Row{"project enter Harbour dawn", "did you mean: project enter \"Harbour dawn\""},
+        Row{"say BEN", "needs more words"},
+        Row{"open \"Night scene\"",
+            "did you mean \"edit open \"Night scene\"\" or \"panel open \"Night scene\"\"?"},
+        Row{"delete Scene", "did you mean \"edit delete Scene\"?"},
+        Row{"edti", "there are edit compare, edit delete, edit list, edit open."},
+        Row{"edti lsit", "did you mean \"edit list\"?"}, Row{"exit", "\"quit\" ends"},
+        Row{"create project X", "\"help\" lists all."}}) {
+    EXPECT_NE(problemOf(row.line).find(row.part), std::string::npos)
+        << row.line << ": " << problemOf(row.line);
+  }
+  for (const char* const line : {"edit delete A B C", "edit compare A 1 2",
+                                 "project enter A --save", "say BEN \"good morning\""}) {
+    EXPECT_EQ(problemOf(line), "") << line;
+  }
+}
+
 }  // namespace

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "app/base/EventSinks.h"
+#include "app/base/TextOutput.h"
+#include "station/Station.h"
+
+namespace korvel {
+
+/// Tells a person at the console in one line each what others changed: "ANNA saved Harbour at
+/// dawn".
+///
+/// What comes within kTogether is told together: an object once, with what matters most of it, and
+/// of very many only the first. Names are asked for on the host thread afterwards; those of objects
+/// that are gone are remembered. Any thread.
+class ChangeTeller : public iEventSink {
+ public:
+  static constexpr auto kTogether = std::chrono::milliseconds(300);
+
+  /// Of more lines at once the rest are counted.
+  static constexpr std::size_t kMostLines = 8;
+
+  /// Both must outlive this; what is on its way when this ends is not told.
+  ChangeTeller(Station& station, TextOutput& text);
+  ChangeTeller(const ChangeTeller&) = delete;
+  ChangeTeller& operator=(const ChangeTeller&) = delete;
+
+  void take(const StationEvent& event) override;
+
+ private:
+  struct Change {
+    std::string what;
+    std::string cookie;
+    std::string how;
+    std::string who;
+  };
+
+  void note(Change change);
+  void tellSoon();
+  void tell();
+  void learnNames();
+  [[nodiscard]] std::string lineOf(const Change& change) const;
+  [[nodiscard]] std::string nameOf(const Change& change) const;
+
+  Station& station_;
+  HostThread& hostThread_;
+  TextOutput& text_;
+  std::mutex mutex_;
+  std::vector<Change> pending_;
+  bool isPosted_ = false;
+  std::map<std::string, std::string> names_;               ///< by cookie; host thread
+  std::shared_ptr<int> alive_ = std::make_shared<int>(0);  ///< what posted tasks hold weakly
+};
+
+}  // namespace korvel
