@@ -51,7 +51,14 @@ Result<void> EventFile::open(const std::string& path) {
 
 void EventFile::take(const StationEvent& event) {
   if (pipe_) return queue(event);
-  if (!file_ || file_->write(event.wholeLine() + "\n")) return;
+  if (!file_) return;
+  if (!file_->hasRoom()) return stopFor(event);
+  const std::string before =
+      leftOut_ > 0
+          ? logLine(std::to_string(leftOut_) + " events are missing here, for want of room.")
+          : std::string();
+  leftOut_ = 0;
+  if (file_->write(before + event.wholeLine() + "\n")) return;
   // close() may change errno.
   const int problem = errno;
   close();
@@ -65,13 +72,21 @@ void EventFile::queue(const StationEvent& event) {
   leftOut_ = 0;
 }
 
-std::string EventFile::missingLine() const {
+void EventFile::stopFor(const StationEvent& event) {
+  leftOutTime_ = event.value["time"];
+  if (leftOut_++ > 0) return;
+  file_->write(logLine(std::string("The events stop: ") + RotatingFile::kNoRoom + "."));
+  tell_("The events written to " + path_ + " stop: " + RotatingFile::kNoRoom + ". Make room.");
+}
+
+std::string EventFile::logLine(const std::string& text) const {
   const JsonValue line = JsonValue::object(
-      {{"event", "log"},
-       {"time", leftOutTime_},
-       {"to", "console"},
-       {"text", std::to_string(leftOut_) + " events are missing here, since nobody read them."}});
+      {{"event", "log"}, {"time", leftOutTime_}, {"to", "console"}, {"text", text}});
   return writeJson(line) + "\n";
+}
+
+std::string EventFile::missingLine() const {
+  return logLine(std::to_string(leftOut_) + " events are missing here, since nobody read them.");
 }
 
 void EventFile::leaveOut(const StationEvent& event) {

@@ -68,7 +68,9 @@ class EventFile : public iEventSink {
   void take(const StationEvent& event) override;
 
  private:
+  [[nodiscard]] std::string logLine(const std::string& text) const;
   [[nodiscard]] std::string missingLine() const;
+  void stopFor(const StationEvent& event);
   void queue(const StationEvent& event);
   void leaveOut(const StationEvent& event);
   void tellBroken(int problem) const;

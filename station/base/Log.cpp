@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -62,6 +63,32 @@ bool RotatingFile::write(std::string_view bytes) {
   return true;
 }
 
+namespace {
+
+constexpr double kLeastFreePart = 0.05;
+
+double freePartOf(int descriptor) {
+  struct statvfs state {};
+  if (::fstatvfs(descriptor, &state) != 0 || state.f_blocks == 0) return 1;
+  return static_cast<double>(state.f_bavail) / static_cast<double>(state.f_blocks);
+}
+
+RotatingFile::FreePart freePart = freePartOf;
+
+}  // namespace
+
+void RotatingFile::setFreePart(FreePart replacing) {
+  freePart = replacing ? replacing : freePartOf;
+}
+
+bool RotatingFile::hasRoom() {
+  const auto now = std::chrono::steady_clock::now();
+  if (!isRegular_ || now < nextLook_) return hasRoom_;
+  nextLook_ = now + std::chrono::seconds(1);
+  hasRoom_ = freePart(descriptor_) >= kLeastFreePart;
+  return hasRoom_;
+}
+
 void RotatingFile::rotate() {
   for (int number = kFiles - 1; number > 0; --number) {
     ::rename(numbered(path_, number - 1).c_str(), numbered(path_, number).c_str());
@@ -92,7 +119,11 @@ class LogFile {
     const std::string problem = open();
     if (pipe_) return queue(stamped(text));
     if (!file_) return problem;
-    return file_->write(stamped(text)) ? problem : brokenOff(errno);
+    if (!file_->hasRoom()) return problem + stopped();
+    std::string lines;
+    if (std::exchange(isStopped_, false)) lines = missing("for want of room");
+    lines += stamped(text);
+    return file_->write(lines) ? problem : brokenOff(errno);
   }
 
   /// Gives the reader of a pipe a moment to read the rest; nothing is written to it afterwards.
@@ -108,7 +139,8 @@ class LogFile {
     file_.reset();
     pipe_.reset();
     atLineStart_ = true;
-    isBroken_ = false;
+    isBroken_ = isStopped_ = false;
+    leftOut_ = 0;
     if (path_.empty()) return {};
     if (isNamedPipe(path_)) return openPipe(-1);
     const int file = RotatingFile::open(path_, O_APPEND);
@@ -134,9 +166,12 @@ class LogFile {
       problem = brokenOff(why);
       if (isNamedPipe(path_)) openPipe(-1);
     }
-    if (pipe_->write((leftOut_ > 0 ? missing() : std::string()) + lines)) {
-      leftOut_ = 0;
-    } else if (leftOut_++ == 0) {
+    const std::size_t before = leftOut_;
+    if (pipe_->write((before > 0 ? missing("since nobody read them") : std::string()) + lines)) {
+      return problem;
+    }
+    leftOut_ = before + 1;
+    if (before == 0) {
       problem += "Nobody reads the log file " + path_ +
                  "; the station goes on, and lines are left out until it is read.\n";
     }
@@ -150,8 +185,19 @@ class LogFile {
            ". Lines are missing in it; make room, or name another with --log.\n";
   }
 
-  [[nodiscard]] std::string missing() const {
-    return now() + std::to_string(leftOut_) + " texts are missing here, since nobody read them.\n";
+  /// The system needs what is left of a nearly full disk more than the log does.
+  std::string stopped() {
+    ++leftOut_;
+    if (std::exchange(isStopped_, true)) return {};
+    if (!std::exchange(atLineStart_, true)) file_->write("\n");
+    file_->write(now() + "The log stops: " + RotatingFile::kNoRoom + ".\n");
+    return "The log file " + path_ + " stops: " + RotatingFile::kNoRoom +
+           ". Make room, or name another with --log.\n";
+  }
+
+  std::string missing(const char* reason) {
+    return now() + std::to_string(std::exchange(leftOut_, 0)) + " texts are missing here, " +
+           reason + ".\n";
   }
 
   std::string stamped(const std::string& text) {
@@ -185,6 +231,7 @@ class LogFile {
   std::string path_;
   bool atLineStart_ = true;
   bool isBroken_ = false;
+  bool isStopped_ = false;  ///< for want of room
 };
 
 /// Never destroyed: lines are written until the very end of the process.
@@ -200,19 +247,130 @@ void writeToFile(const std::string& text) {
   if (!problem.empty()) events().log(true, problem);
 }
 
+void writeLine(bool toConsole, const std::string& text) {
+  writeToFile(text);
+  events().log(toConsole, text);
+}
+
+thread_local const std::string* lineSource = nullptr;
+
+struct GuardedBudget {
+  std::mutex mutex;
+  LineBudget budget;
+  std::atomic<bool> hasLeftOut{false};
+};
+
+/// Never destroyed, as the log.
+GuardedBudget& lineBudget() {
+  static auto* const budget = new GuardedBudget;
+  return *budget;
+}
+
+LineBudget::Answer answerTo(const std::string& source) {
+  GuardedBudget& guarded = lineBudget();
+  const std::lock_guard lock(guarded.mutex);
+  const auto answer = guarded.budget.take(source, std::chrono::steady_clock::now());
+  if (answer != LineBudget::Answer::eWrite) guarded.hasLeftOut = true;
+  return answer;
+}
+
+void writeWithinBudget(bool toConsole, const std::string& text) {
+  if (!lineSource) return writeLine(toConsole, text);
+  switch (answerTo(*lineSource)) {
+    case LineBudget::Answer::eWrite:
+      return writeLine(toConsole, text);
+    case LineBudget::Answer::eLastLine:
+      return writeLine(false, "Messages from " + *lineSource +
+                                  " fill the log: from here on their lines are counted.\n");
+    case LineBudget::Answer::eCount:
+      break;
+  }
+}
+
+std::string leftOutSentence(const std::string& source, std::uint64_t count) {
+  return std::to_string(count) + " more like this, of messages from " + source +
+         ", were left out.\n";
+}
+
 }  // namespace
+
+void LineBudget::refill(Source& source, Time now) {
+  const std::chrono::duration<double> passed = now - source.since;
+  source.left = std::min(kAtOnce, source.left + std::max(0.0, passed.count()) * kPerSecond);
+  source.since = now;
+}
+
+LineBudget::Source& LineBudget::sourceOf(const std::string& name, Time now) {
+  const Source fresh{kAtOnce, now, 0};
+  if (sources_.size() < kMostSources || sources_.contains(name)) {
+    return sources_.try_emplace(name, fresh).first->second;
+  }
+  for (auto& each : sources_) refill(each.second, now);
+  std::erase_if(sources_, [](const auto& each) {
+    return each.second.leftOut == 0 && each.second.left >= kAtOnce;
+  });
+  const bool hasRoom = sources_.size() < kMostSources;
+  return sources_.try_emplace(hasRoom ? name : "others", fresh).first->second;
+}
+
+LineBudget::Answer LineBudget::take(const std::string& name, Time now) {
+  Source& source = sourceOf(name, now);
+  refill(source, now);
+  if (source.leftOut == 0 && source.left >= 1) {
+    --source.left;
+    return Answer::eWrite;
+  }
+  return source.leftOut++ == 0 ? Answer::eLastLine : Answer::eCount;
+}
+
+std::vector<std::string> LineBudget::due(Time now) {
+  std::vector<std::string> sentences;
+  for (auto& [name, source] : sources_) {
+    refill(source, now);
+    if (source.leftOut == 0 || source.left < kAgain) continue;
+    sentences.push_back(leftOutSentence(name, std::exchange(source.leftOut, 0)));
+  }
+  return sentences;
+}
+
+std::vector<std::string> LineBudget::all() {
+  std::vector<std::string> sentences;
+  for (auto& [name, source] : sources_) {
+    if (source.leftOut == 0) continue;
+    sentences.push_back(leftOutSentence(name, std::exchange(source.leftOut, 0)));
+  }
+  return sentences;
+}
+
+bool LineBudget::hasLeftOut() const {
+  return std::ranges::any_of(sources_, [](const auto& each) { return each.second.leftOut > 0; });
+}
+
+LogSourceScope::LogSourceScope(const std::string& source)
+    : before_(std::exchange(lineSource, source.empty() ? nullptr : &source)) {}
+
+LogSourceScope::~LogSourceScope() { lineSource = before_; }
+
+bool hasLeftOutLines() { return lineBudget().hasLeftOut; }
+
+void logLeftOutLines(LeftOutLines which) {
+  GuardedBudget& guarded = lineBudget();
+  if (!guarded.hasLeftOut) return;
+  std::vector<std::string> sentences;
+  {
+    const std::lock_guard lock(guarded.mutex);
+    const bool isEnd = which == LeftOutLines::eAll;
+    sentences = isEnd ? guarded.budget.all() : guarded.budget.due(std::chrono::steady_clock::now());
+    guarded.hasLeftOut = guarded.budget.hasLeftOut();
+  }
+  for (const std::string& each : sentences) writeLine(false, each);
+}
 
 }  // namespace korvel
 
-void writeLog(const std::string& text) {
-  writeToFile(text);
-  events().log(false, text);
-}
+void writeLog(const std::string& text) { writeWithinBudget(false, text); }
 
-void writeLogAndConsole(const std::string& text) {
-  writeToFile(text);
-  events().log(true, text);
-}
+void writeLogAndConsole(const std::string& text) { writeWithinBudget(true, text); }
 
 namespace korvel {
 

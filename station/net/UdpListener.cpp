@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "station/base/HostThread.h"
+#include "station/base/Log.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/net/UdpBroadcaster.h"
@@ -110,6 +111,7 @@ namespace {
 constexpr int kMillisecondsBetweenJoins = 1000;
 constexpr int kMillisecondsAfterError = 200;
 constexpr int kMillisecondsBetweenTellings = 1000;
+constexpr auto kBetweenLines = std::chrono::seconds(1);
 
 /// What a message is to this station: a text shown to its user, a command to be run, or another.
 DeliveryLanes::Kind kindOf(std::string_view bytes) {
@@ -208,6 +210,7 @@ void UdpListener::deliverNext(const std::shared_ptr<DeliveryTarget>& outlet) {
   if (!item) return;
   queueDelivery(outlet);
   ReceivedMessage message = receivedMessage(std::move(item->bytes));
+  message.from = textOf(item->source.address) + ":" + std::to_string(item->source.port);
   if (outlet->seals && !item->source.isSealed && outlet->seals->marksUnsealed()) {
     message.markUnverified();
   }
@@ -216,6 +219,17 @@ void UdpListener::deliverNext(const std::shared_ptr<DeliveryTarget>& outlet) {
     if (!user.empty()) message.by = std::move(user);
   }
   outlet->awaited->take(item->source, std::move(message));
+  tellLeftOutLines(outlet);
+}
+
+void UdpListener::tellLeftOutLines(const std::shared_ptr<DeliveryTarget>& outlet) {
+  if (!hasLeftOutLines() || outlet->tellsLines.exchange(true)) return;
+  outlet->hostThread.postAfter(kBetweenLines, [outlet] {
+    outlet->tellsLines = false;
+    if (!outlet->taker->isOpen) return;
+    logLeftOutLines(LeftOutLines::eOfQuietSources);
+    tellLeftOutLines(outlet);
+  });
 }
 
 void UdpListener::drain() {
@@ -233,6 +247,7 @@ void UdpListener::drain() {
   }
   losses_.tell();
   for (const auto& loss : outlet_->lanes.allLosses()) tellLoss(loss);
+  logLeftOutLines(LeftOutLines::eAll);
 }
 
 std::size_t UdpListener::takeWhatIsThere() {

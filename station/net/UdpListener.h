@@ -116,7 +116,8 @@ class UdpListener : public iUDPListener {
   struct DeliveryTarget {
     DeliveryTarget(iNetMessageReceiver* receiver, const Dependencies& surroundings);
 
-    std::atomic<bool> isDue{false};  ///< a delivery is queued
+    std::atomic<bool> isDue{false};       ///< a delivery is queued
+    std::atomic<bool> tellsLines{false};  ///< tellLeftOutLines() will be called
     std::shared_ptr<Taker> taker;
     HostThread& hostThread;
     std::shared_ptr<Seals> seals;
@@ -128,6 +129,9 @@ class UdpListener : public iUDPListener {
   /// Queues the delivery of the next message, unless one is queued.
   static void queueDelivery(const std::shared_ptr<DeliveryTarget>& outlet);
   static void deliverNext(const std::shared_ptr<DeliveryTarget>& outlet);
+
+  /// Has it logged how many lines were left out, once their source is quiet. Host thread.
+  static void tellLeftOutLines(const std::shared_ptr<DeliveryTarget>& outlet);
 
   void drain();
 

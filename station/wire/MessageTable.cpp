@@ -8,6 +8,7 @@
 #include "station/base/Events.h"
 #include "station/base/HostThread.h"
 #include "station/base/Json.h"
+#include "station/base/Log.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 
@@ -253,6 +254,7 @@ void deliverAfterWait(iNetMessageReceiver& receiver, const ReceivedMessage& mess
 void deliverMessage(iNetMessageReceiver& receiver, const ReceivedMessage& message) {
   const RemoteChangeScope scope(&message);
   const AuthorScope author(message.by);
+  const LogSourceScope source(message.from);
   const ActivityScope activity("the message " + message.fields.typeName);
   events().received(message.wireText, message.fields);
   const std::uint64_t shownBefore = textsShown();

@@ -177,6 +177,7 @@ struct ReceivedMessage {
   Notification words;         ///< its text for people
   bool isUnverified = false;  ///< its sender is not proven, though he could have sealed it
   std::string by{};           ///< the user whose station sent it; empty where that is not known
+  std::string from{};         ///< its sender's address and port; empty where that is not known
 
   void markUnverified() { isUnverified = words.isUnverified = true; }
 };

@@ -89,6 +89,31 @@ void flood(int port, int sender, long& taken) {
     taken += socket.send({"d", "10", "", name, "NOBODY", std::to_string(i)});
 }
 
+TEST_F(FloodTest, AStrangerFillsTheLogWithAThousandLinesAndIsCounted) {
+  const std::string log = folder_ / "log";
+  StationProcess::Options options{KV_STATION, folder_ / "projects", "ANNA", "ANNA", 11, port_, {}};
+  options.more = {"--events", events_, "--log", log, "--set", "log_incoming_net_messages=1"};
+  StationProcess station(options);
+  station.type("project create Film");
+  station.type("project enter Film");
+  ASSERT_TRUE(readUntil([this] { return tally_.hasEntered; })) << station.errorText();
+
+  const LoopbackSender socket(port_);
+  for (int i = 0; i < 2000; ++i) {
+    ASSERT_TRUE(socket.send({"d", "2", openProject(), "E0001"}));
+  }
+  const auto content = [&log] {
+    std::ifstream file(log);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  };
+  ASSERT_TRUE(readUntil([&] {
+    return content().find(" more like this, of messages from 127.0.0.1:") != std::string::npos;
+  })) << content().substr(0, 2000);
+  const std::string text = content();
+  EXPECT_NE(text.find("fill the log: from here on their lines are counted"), text.npos);
+  EXPECT_LT(std::count(text.begin(), text.end(), '\n'), 1700);
+}
+
 TEST_F(FloodTest, AHundredThousandMessagesDuringAWaitForAFileArriveInOrderOrAreTold) {
   StationProcess::Options options{KV_STATION, folder_ / "projects", "ANNA", "ANNA", 11, port_, {}};
   // What is looked at is the queue: that one source may send less is tested elsewhere.

@@ -12,7 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "station/os/SharedFiles.h"
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/support/BecomesTrue.h"
 
 using namespace korvel;
 
@@ -59,6 +61,32 @@ class EventFileTest : public testing::Test {
   int reader = -1;
   std::string read;
 };
+
+TEST(EventFile, StopsWhereTheDiskIsNearlyFullAndGoesOnWhenThereIsRoom) {
+  static double free = 0.04;
+  RotatingFile::setFreePart([](int) { return free; });
+  const ScratchFolder folder;
+  std::vector<std::string> told;
+  EventFile file([&told](const std::string& text) { told.push_back(text); });
+  ASSERT_TRUE(file.open(folder / "events"));
+  const auto take = [&file](const std::string& line) {
+    file.take({"log", JsonValue::object({{"time", 7L}}), line, {}});
+  };
+  const auto content = [&folder] { return *readListed(folder / "events"); };
+  take("{\"lost\":1}");
+  take("{\"lost\":2}");
+  EXPECT_EQ(content().find("lost"), std::string::npos);
+  EXPECT_NE(content().find("The events stop: less than 5 % of the file system"), std::string::npos);
+  ASSERT_EQ(told.size(), 1u);
+  EXPECT_NE(told[0].find("stop: less than 5 %"), std::string::npos) << told[0];
+  free = 0.05;
+  EXPECT_TRUE(becomesTrue([&] {
+    take("{\"more\":1}");
+    return content().find("\"more\"") != std::string::npos;
+  }));
+  EXPECT_NE(content().find("events are missing here, for want of room."), std::string::npos);
+  RotatingFile::setFreePart(nullptr);
+}
 
 // Everything that waits is read before more is written. A writer that outruns the reader fills the
 // queue anew, and that is rightly told anew.

@@ -8,7 +8,11 @@
 #include <fstream>
 #include <iterator>
 
+#include "host/base/Log.h"
+#include "station/base/StationSettings.h"
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/support/BecomesTrue.h"
+#include "tests/support/RecordedEvents.h"
 
 using namespace korvel;
 
@@ -54,6 +58,90 @@ TEST_F(RotatingFileTest, AnEmptyFileTakesALineLargerThanTheLimit) {
   EXPECT_TRUE(file.write("123456\n"));
   EXPECT_EQ(content(), "123456\n");
   EXPECT_FALSE(std::filesystem::exists(path_ + ".1"));
+}
+
+TEST_F(RotatingFileTest, ALogStopsWhereTheDiskIsNearlyFullAndGoesOnWhenThereIsRoom) {
+  static double free = 0.04;
+  RotatingFile::setFreePart([](int) { return free; });
+  StationSettings settings;
+  settings.logFile = path_;
+  installSettings(settings);
+  RecordedEvents events;
+  for (int line = 0; line < 3; ++line) Log("lost %d\n", line);
+  EXPECT_EQ(content().find("lost"), std::string::npos) << content();
+  EXPECT_NE(content().find("The log stops: less than 5 % of the file system is free"),
+            std::string::npos);
+  EXPECT_TRUE(events.loggedThat(path_ + " stops: less than 5 %"));
+  free = 0.05;
+  EXPECT_TRUE(becomesTrue([this] {
+    Log("more\n");
+    return content().ends_with("more\n");
+  }));
+  EXPECT_NE(content().find(" texts are missing here, for want of room."), std::string::npos);
+  RotatingFile::setFreePart(nullptr);
+}
+
+TEST_F(RotatingFileTest, WhatIsNoFileAlwaysHasRoom) {
+  RotatingFile::setFreePart([](int) { return 0.0; });
+  RotatingFile device(RotatingFile::open("/dev/null", O_APPEND), "/dev/null");
+  RotatingFile file(RotatingFile::open(path_, O_APPEND), path_);
+  EXPECT_TRUE(device.hasRoom());
+  EXPECT_FALSE(file.hasRoom());
+  RotatingFile::setFreePart(nullptr);
+}
+
+TEST(LineBudget, ASourceIsCountedBeyondItsBudgetAndWrittenAgainWhenItIsQuiet) {
+  using Answer = LineBudget::Answer;
+  LineBudget budget;
+  const LineBudget::Time now{};
+  for (int line = 0; line < LineBudget::kAtOnce; ++line) {
+    ASSERT_EQ(budget.take("10.0.0.7:1", now), Answer::eWrite) << line;
+  }
+  EXPECT_EQ(budget.take("10.0.0.7:1", now), Answer::eLastLine);
+  EXPECT_EQ(budget.take("10.0.0.7:1", now), Answer::eCount);
+  EXPECT_EQ(budget.take("10.0.0.8:1", now), Answer::eWrite);
+  EXPECT_TRUE(budget.due(now + std::chrono::seconds(4)).empty());
+  const auto told = budget.due(now + std::chrono::seconds(5));
+  ASSERT_EQ(told.size(), 1u);
+  EXPECT_EQ(told[0], "2 more like this, of messages from 10.0.0.7:1, were left out.\n");
+  EXPECT_FALSE(budget.hasLeftOut());
+  EXPECT_EQ(budget.take("10.0.0.7:1", now + std::chrono::seconds(5)), Answer::eWrite);
+}
+
+TEST(LineBudget, InventedSourcesShareOneBudget) {
+  LineBudget budget;
+  const LineBudget::Time now{};
+  int written = 0;
+  for (int line = 0; line < 20'000; ++line) {
+    const auto answer = budget.take("10.0.0.7:" + std::to_string(line), now);
+    written += answer == LineBudget::Answer::eWrite ? 1 : 0;
+  }
+  EXPECT_LT(written, LineBudget::kAtOnce + 2 * LineBudget::kMostSources);
+}
+
+TEST_F(RotatingFileTest, AStrangerFillsOnlyHisBudgetOfTheLog) {
+  StationSettings settings;
+  settings.logFile = path_;
+  installSettings(settings);
+  const std::string stranger = "10.0.0.7:51234";
+  for (int line = 0; line < 2205; ++line) {
+    const LogSourceScope source(stranger);
+    Log("forged\n");
+  }
+  EXPECT_TRUE(hasLeftOutLines());
+  Log("own\n");
+  logLeftOutLines(LeftOutLines::eAll);
+  EXPECT_FALSE(hasLeftOutLines());
+  const std::string text = content();
+  std::size_t forged = 0;
+  for (auto at = text.find("forged"); at != text.npos; at = text.find("forged", at + 1)) ++forged;
+  EXPECT_GE(forged, 1000u);
+  EXPECT_LT(forged, 1500u);
+  EXPECT_NE(text.find("Messages from 10.0.0.7:51234 fill the log"), text.npos);
+  EXPECT_NE(text.find("own\n"), text.npos);
+  EXPECT_NE(text.find(std::to_string(2205 - forged) +
+                      " more like this, of messages from 10.0.0.7:51234, were left out.\n"),
+            text.npos);
 }
 
 TEST_F(RotatingFileTest, WhatIsNoRegularFileIsNotRenamed) {
