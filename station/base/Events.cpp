@@ -11,19 +11,7 @@ namespace korvel {
 namespace {
 
 /// Drops events while no sink is installed, so that callers need not ask.
-class DroppingEvents : public iStationEvents {
- public:
-  void sent(const std::string&) override {}
-  void received(const std::string&, const MessageFields&) override {}
-  void changed(const std::string&, const Cookie&, const std::string&, Origin) override {}
-  void log(bool, const std::string&) override {}
-  void command(const std::string&) override {}
-  void network(const std::string&, std::uint64_t) override {}
-  void notification(const std::string&) override {}
-  void panel(const std::vector<std::string>&) override {}
-};
-
-DroppingEvents dropping;
+iStationEvents dropping;
 iStationEvents* installed = &dropping;
 int remoteScopes = 0;
 int folderScopes = 0;

@@ -27,53 +27,54 @@ const char* originText(Origin origin);
 
 /// What the station tells those that show it: the console, the window, an event file. Called on the
 /// host thread, except log() and network(), which any thread may call; implementations of those two
-/// guard themselves.
+/// guard themselves. Each does nothing unless it is overridden: a sink takes what it shows.
 class iStationEvents {
  public:
   virtual ~iStationEvents() = default;
 
   /// A datagram left this station, once a message however many destinations it has. `wireText` is
   /// its bytes.
-  virtual void sent(const std::string& wireText) = 0;
+  virtual void sent([[maybe_unused]] const std::string& wireText) {}
 
   /// A datagram is about to be handed to the plug-in: its bytes, and what they say.
-  virtual void received(const std::string& wireText, const MessageFields& message) = 0;
+  virtual void received([[maybe_unused]] const std::string& wireText,
+                        [[maybe_unused]] const MessageFields& message) {}
 
   /// Something that this station shows changed. `what`: edit, log, bin, rack, filter, media, room,
   /// permissions. `how`: created, reloaded, modified, destroyed, added, removed, refreshed.
-  virtual void changed(const std::string& what, const Cookie& cookie, const std::string& how,
-                       Origin origin) = 0;
+  virtual void changed([[maybe_unused]] const std::string& what,
+                       [[maybe_unused]] const Cookie& cookie,
+                       [[maybe_unused]] const std::string& how, [[maybe_unused]] Origin origin) {}
 
   /// A line went to the host log; `toConsole` when it went to the console as well.
-  virtual void log(bool toConsole, const std::string& text) = 0;
+  virtual void log([[maybe_unused]] bool toConsole, [[maybe_unused]] const std::string& text) {}
 
   /// A remote command ran.
-  virtual void command(const std::string& name) = 0;
+  virtual void command([[maybe_unused]] const std::string& name) {}
 
   /// A network problem, in a sentence; `dropped` counts the datagrams lost with it, 0 where none
   /// were.
-  virtual void network(const std::string& problem, std::uint64_t dropped) = 0;
+  virtual void network([[maybe_unused]] const std::string& problem,
+                       [[maybe_unused]] std::uint64_t dropped) {}
 
   /// A text that no panel took.
-  virtual void notification(const std::string& text) = 0;
+  virtual void notification([[maybe_unused]] const std::string& text) {}
 
   /// The message panel's conversation changed; these are all its lines now, UTF-8, the oldest
   /// first.
-  virtual void panel(const std::vector<std::string>& lines) = 0;
+  virtual void panel([[maybe_unused]] const std::vector<std::string>& lines) {}
 
   /// Another station came, changed or went (`how`); `station` is its line in the list of stations.
-  virtual void presence(const std::string& how, const JsonValue& station) {
-    static_cast<void>(how), static_cast<void>(station);
-  }
+  virtual void presence([[maybe_unused]] const std::string& how,
+                        [[maybe_unused]] const JsonValue& station) {}
 
   /// The share, the network, or whether what is shown is up to date, works better or worse now.
-  virtual void health(const JsonValue& health) { static_cast<void>(health); }
+  virtual void health([[maybe_unused]] const JsonValue& health) {}
 
   /// What the user could undo and do again changed: each in words, "Undo trim of Clip-002 in
   /// Harbour", or empty.
-  virtual void steps(const std::string& undo, const std::string& redo) {
-    static_cast<void>(undo), static_cast<void>(redo);
-  }
+  virtual void steps([[maybe_unused]] const std::string& undo,
+                     [[maybe_unused]] const std::string& redo) {}
 };
 
 /// The station's events; a sink that drops everything until one is installed.

@@ -4,10 +4,10 @@
 #include <string>
 
 #include "ProjectShare/ProjectShare.h"
-#include "host/net/iNetworkService.h"
 #include "station/os/HostOS.h"
 #include "station/project/Projects.h"
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/support/LoopNetwork.h"
 
 namespace korvel {
 
@@ -35,20 +35,12 @@ class BenchShare {
   static std::string fileSystemOf(const std::string& path);
 
  private:
-  class NoNetwork : public iNetworkService {
-   public:
-    Kv::Ptr<iUDPBroadcaster> createUDPBroadcaster(int) override { return {}; }
-    Kv::Ptr<iUDPListener> createUDPListener(int, unsigned, iNetMessageReceiver*) override {
-      return {};
-    }
-  };
-
   BenchShare();
 
   ScratchFolder memory_{"/dev/shm"};
   ScratchFolder disk_;
   Cookie project_ = Cookie::create(CookieTypeProject);
-  NoNetwork network_;
+  LoopNetwork network_;
   HostOS os_{network_};
   Projects projects_;
   ProjectShare share_;

@@ -18,6 +18,7 @@
 #include "station/os/SharedFiles.h"
 #include "tests/fakes/ForkedProcess.h"
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/support/LoopNetwork.h"
 
 using namespace korvel;
 
@@ -38,14 +39,6 @@ struct Ring {
   std::atomic<int> acquisitions{0};
   std::atomic<int> twoAtOnce{0};   ///< somebody else was in the ring as well
   std::atomic<int> wrongNames{0};  ///< the information file named somebody else than the holder
-};
-
-class NoNetwork : public iNetworkService {
- public:
-  Kv::Ptr<iUDPBroadcaster> createUDPBroadcaster(int) override { return {}; }
-  Kv::Ptr<iUDPListener> createUDPListener(int, unsigned, iNetMessageReceiver*) override {
-    return {};
-  }
 };
 
 LightweightString<wchar_t> wide(const std::string& text) {
@@ -143,7 +136,7 @@ class LockFight : public testing::Test {
     EXPECT_GT(ring_->acquisitions, isLong_ ? kShareOfAcquisitions : 20);
   }
 
-  NoNetwork network_;
+  LoopNetwork network_;
   HostOS os_{network_};
   ScratchFolder folder_{folderFromEnvironment()};
   std::string path_ = folder_ / "Lock";

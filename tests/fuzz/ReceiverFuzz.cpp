@@ -57,16 +57,9 @@ class HastyOS : public HostOS {
 class FailureWatch : public iStationEvents {
  public:
   FailureWatch() { installEvents(this); }
-  void sent(const std::string&) override {}
-  void received(const std::string&, const MessageFields&) override {}
-  void changed(const std::string&, const Cookie&, const std::string&, Origin) override {}
   void log(bool, const std::string& text) override {
     if (text.rfind("Project Share: ", 0) == 0) mustBeEqual("log", text, "no failure");
   }
-  void command(const std::string&) override {}
-  void network(const std::string&, std::uint64_t) override {}
-  void notification(const std::string&) override {}
-  void panel(const std::vector<std::string>&) override {}
 };
 
 /// One of each kind of object; the edits hold a clip, and the bin holds them.

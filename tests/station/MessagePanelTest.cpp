@@ -16,13 +16,6 @@ class PanelEvents : public iStationEvents {
   PanelEvents& operator=(const PanelEvents&) = delete;
   ~PanelEvents() override { installEvents(nullptr); }
 
-  void sent(const std::string&) override {}
-  void received(const std::string&, const MessageFields&) override {}
-  void changed(const std::string&, const Cookie&, const std::string&, Origin) override {}
-  void log(bool, const std::string&) override {}
-  void command(const std::string&) override {}
-  void network(const std::string&, std::uint64_t) override {}
-  void notification(const std::string&) override {}
   void panel(const Texts& lines) override { told.push_back(lines); }
 
   std::vector<Texts> told;

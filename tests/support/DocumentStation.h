@@ -23,17 +23,9 @@
 #include "station/project/Rooms.h"
 #include "station/wire/MessageTable.h"
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/support/LoopNetwork.h"
 
 namespace korvel {
-
-/// A network on which nothing is sent or heard.
-class SilentNetwork : public iNetworkService {
- public:
-  Kv::Ptr<iUDPBroadcaster> createUDPBroadcaster(int) override { return {}; }
-  Kv::Ptr<iUDPListener> createUDPListener(int, unsigned, iNetMessageReceiver*) override {
-    return {};
-  }
-};
 
 /// Keeps what the station tells, as "edit created local".
 class NotedEvents : public iStationEvents {
@@ -41,18 +33,12 @@ class NotedEvents : public iStationEvents {
   NotedEvents() { installEvents(this); }
   ~NotedEvents() override { installEvents(nullptr); }
 
-  void sent(const std::string&) override {}
-  void received(const std::string&, const MessageFields&) override {}
   void changed(const std::string& what, const Cookie&, const std::string& how,
                Origin origin) override {
     changes.push_back(what + " " + how + " " + originText(origin));
     authors.push_back(currentAuthor());
   }
   void log(bool, const std::string& text) override { logged += text; }
-  void command(const std::string&) override {}
-  void network(const std::string&, std::uint64_t) override {}
-  void notification(const std::string&) override {}
-  void panel(const std::vector<std::string>&) override {}
 
   std::vector<std::string> changes;
   std::vector<std::string> authors;  ///< of each change
@@ -205,7 +191,7 @@ class DocumentStation : public ::testing::Test {
   using Notes = std::vector<std::string>;
 
   ScratchFolder folder;
-  SilentNetwork network;
+  LoopNetwork network;
   HostOS os{network};
   NotedEvents events;
   NotedListener listener;

@@ -32,7 +32,7 @@ class IdleStation {
 
  public:
   Station station;
-  RecordedNetwork network;
+  LoopNetwork network;
   HostOS os{network};
 };
 

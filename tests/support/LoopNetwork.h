@@ -9,10 +9,11 @@
 
 namespace korvel {
 
-/// A network that keeps what is sent and delivers what a test hands it.
+/// A network within the process: it keeps what is sent and delivers what a test hands it.
 class LoopNetwork : public iNetworkService {
  public:
   std::vector<std::string> sent;
+  std::vector<int> ports;  ///< of each text that was sent
 
   /// Hands a datagram to the plug-in as another station's.
   void deliver(const std::string& text) {
@@ -27,7 +28,9 @@ class LoopNetwork : public iNetworkService {
     if (receiver_) deliverAfterWait(*receiver_, receivedMessage(text));
   }
 
-  Kv::Ptr<iUDPBroadcaster> createUDPBroadcaster(int) override { return {new Sender(sent)}; }
+  Kv::Ptr<iUDPBroadcaster> createUDPBroadcaster(int port) override {
+    return {new Sender(*this, port)};
+  }
   Kv::Ptr<iUDPListener> createUDPListener(int, unsigned, iNetMessageReceiver* receiver) override {
     receiver_ = receiver;
     return {new Listener(receiver_)};
@@ -36,11 +39,15 @@ class LoopNetwork : public iNetworkService {
  private:
   class Sender : public iUDPBroadcaster {
    public:
-    explicit Sender(std::vector<std::string>& sent) : sent_(sent) {}
-    void broadcast(const LightweightString<char>& text) override { sent_.push_back(text.str()); }
+    Sender(LoopNetwork& network, int port) : network_(network), port_(port) {}
+    void broadcast(const LightweightString<char>& text) override {
+      network_.sent.push_back(text.str());
+      network_.ports.push_back(port_);
+    }
 
    private:
-    std::vector<std::string>& sent_;
+    LoopNetwork& network_;
+    int port_;
   };
 
   class Listener : public iUDPListener {

@@ -28,7 +28,6 @@ class RecordedEvents : public iStationEvents {
   void received(const std::string& wireText, const MessageFields&) override {
     receivedTexts.push_back(wireText);
   }
-  void panel(const std::vector<std::string>&) override {}
   void command(const std::string& name) override { commands.push_back(name); }
   void notification(const std::string& text) override { notifications.push_back(text); }
 

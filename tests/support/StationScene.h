@@ -12,37 +12,10 @@
 #include "station/os/SharedFiles.h"
 #include "station/project/iProjectPart.h"
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/support/LoopNetwork.h"
 #include "tests/support/RecordedEvents.h"
 
 namespace korvel {
-
-/// Keeps the texts that would be sent; nothing leaves the process.
-class RecordedNetwork : public iNetworkService {
- public:
-  std::vector<std::string> sent;
-  std::vector<int> ports;
-
-  Kv::Ptr<iUDPBroadcaster> createUDPBroadcaster(int port) override {
-    return {new Sender(*this, port)};
-  }
-  Kv::Ptr<iUDPListener> createUDPListener(int, unsigned, iNetMessageReceiver*) override {
-    return {new iUDPListener};
-  }
-
- private:
-  class Sender : public iUDPBroadcaster {
-   public:
-    Sender(RecordedNetwork& network, int port) : network_(network), port_(port) {}
-    void broadcast(const LightweightString<char>& text) override {
-      network_.sent.push_back(text.str());
-      network_.ports.push_back(port_);
-    }
-
-   private:
-    RecordedNetwork& network_;
-    int port_;
-  };
-};
 
 /// A projects directory with one open project in it, and the station's services that documents
 /// need.
@@ -77,7 +50,7 @@ class StationScene {
 
   ScratchFolder scratch;
   RecordedEvents events;
-  RecordedNetwork network;
+  LoopNetwork network;
   HostOS os;
   OpenProject project;
 };

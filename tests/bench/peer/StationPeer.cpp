@@ -33,15 +33,9 @@ class AppliedChanges : public iStationEvents {
     const auto& bytes = cookie.getUuid().bytes;
     board_.arrived(peer_, bytes[14] * 256U + bytes[15]);
   }
-  void sent(const std::string&) override {}
-  void received(const std::string&, const MessageFields&) override {}
-  void log(bool, const std::string&) override {}
-  void command(const std::string&) override {}
   void network(const std::string& problem, std::uint64_t) override {
     std::fprintf(stderr, "%s\n", problem.c_str());
   }
-  void notification(const std::string&) override {}
-  void panel(const std::vector<std::string>&) override {}
 
  private:
   Board& board_;
