@@ -194,7 +194,7 @@ Error noCommand(const CommandTable& commands, const std::vector<std::string>& wo
   if (!habit.empty()) {
     message += "; " + habit;
   } else if (!nearest.empty()) {
-    message += "; did you mean \"" + nearest + "\"?";
+    message += "; did you mean " + inQuotes(nearest) + "?";
   } else if (!known.empty()) {
     message += "; there are " + known + ".";
   } else {

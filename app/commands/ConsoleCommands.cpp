@@ -30,7 +30,7 @@ Result<double> readSeconds(const std::string& text) {
   const char* end = text.data() + text.size();
   const auto [stop, problem] = std::from_chars(text.data(), end, seconds);
   if (problem != std::errc() || stop != end || !(seconds >= 0 && seconds <= kLongest)) {
-    return usageError("\"" + text + "\" is no number of seconds; give one such as 2.5.");
+    return usageError(inQuotes(text) + " is no number of seconds; give one such as 2.5.");
   }
   return seconds;
 }
@@ -67,8 +67,8 @@ struct Wanted {
 Result<void> readPair(const std::string& word, const ConsoleServices& services, Wanted& wanted) {
   const std::size_t equals = word.find('=');
   if (equals == 0 || equals == std::string::npos) {
-    return usageError("\"" + word +
-                      "\" is no KEY=VALUE; usage: wait EVENT [KEY=VALUE...] "
+    return usageError(inQuotes(word) +
+                      " is no KEY=VALUE; usage: wait EVENT [KEY=VALUE...] "
                       "[--timeout S]");
   }
   const std::string key = word.substr(0, equals);
@@ -104,7 +104,7 @@ bool isEventName(const std::string& name) {
 
 Result<JsonValue> waitForEvent(const Arguments& words, const ConsoleServices& services) {
   if (!isEventName(words.front())) {
-    return usageError("\"" + words.front() + "\" is no event; there are " + kEventNames + ".");
+    return usageError(inQuotes(words.front()) + " is no event; there are " + kEventNames + ".");
   }
   const auto wanted = readWanted(words, services);
   if (!wanted) return wanted.error();

@@ -39,8 +39,8 @@ std::string recipientAdvice(const std::string& user) {
     return "You write to yourself: a station shows none of its own messages as received.";
   }
   if (!isAtWork(user)) {
-    return "Nobody of the name \"" + shownText(user) +
-           "\" is at work in the projects directory now: nobody sees your message.";
+    return "Nobody of the name " + inQuotes(user) +
+           " is at work in the projects directory now: nobody sees your message.";
   }
   const std::string address = upperCased(user);
   if (!isMarked([&address](const std::string& marked) { return marked == address; })) {
@@ -50,8 +50,8 @@ std::string recipientAdvice(const std::string& user) {
            inQuotes(address) + ".";
   }
   if (isAscii(user)) return {};
-  return "The name \"" + shownText(user) +
-         "\" holds letters that are not ASCII: its station shows your message as a notification "
+  return "The name " + inQuotes(user) +
+         " holds letters that are not ASCII: its station shows your message as a notification "
          "alone, and one of an earlier version not at all.";
 }
 

@@ -25,7 +25,7 @@ Result<JsonValue> leave(Station& station, const Arguments&) {
   return answer(station.rooms().goOut());
 }
 
-std::string shownName(const Arguments& arguments) { return "\"" + shownText(arguments[0]) + "\"."; }
+std::string shownName(const Arguments& arguments) { return inQuotes(arguments[0]) + "."; }
 
 }  // namespace
 

@@ -73,7 +73,7 @@ Result<JsonValue> who(Station& station, const Arguments& arguments) {
   if (arguments.empty()) return presence.who(Presence::Which::eHere);
   if (arguments[0] == "--all") return presence.who(Presence::Which::eAll);
   return Error{ErrorCode::eUsage,
-               "\"" + shownText(arguments[0]) + "\" is not understood; \"who\" takes --all only.",
+               inQuotes(arguments[0]) + " is not understood; \"who\" takes --all only.",
                {}};
 }
 
@@ -99,16 +99,16 @@ Result<int> machineNumber(const std::string& text) {
   const char* const end = text.data() + text.size();
   const auto [stop, problem] = std::from_chars(text.data(), end, number);
   if (problem == std::errc() && stop == end && number >= 0) return number;
-  return Error{ErrorCode::eUsage,
-               "\"" + shownText(text) +
-                   "\" is no machine number; \"whoami\" on the other station shows its number.",
-               {}};
+  return Error{
+      ErrorCode::eUsage,
+      inQuotes(text) + " is no machine number; \"whoami\" on the other station shows its number.",
+      {}};
 }
 
 Result<void> checkTravelsWhole(const std::string& command) {
   if (!command.empty() && travelsWhole(command)) return {};
   return Error{ErrorCode::eUsage,
-               "\"" + shownText(command) + "\" is no command that another machine can be sent.",
+               inQuotes(command) + " is no command that another machine can be sent.",
                {}};
 }
 
@@ -132,8 +132,8 @@ void addUserCommands(CommandTable& table) {
   table.add({"user add", "NAME", "Adds a user to this station's list until it ends.", 1, 1, addUser,
              Command::Place::eHostThread,
              [](Station&, const Arguments& arguments, const JsonValue&) {
-               return "\"" + shownText(arguments[0]) +
-                      "\" is on this station's list until it ends; the projects directory's "
+               return inQuotes(arguments[0]) +
+                      " is on this station's list until it ends; the projects directory's "
                       "userlist.dat holds every station's.";
              }});
   table.add(
@@ -151,8 +151,8 @@ void addUserCommands(CommandTable& table) {
              "Asks the station with this machine number to run one of its remote commands.", 2, 2,
              request, Command::Place::eHostThread,
              [](Station&, const Arguments& arguments, const JsonValue&) {
-               return "Machine " + arguments[0] + " was asked to run \"" + shownText(arguments[1]) +
-                      "\". Nobody answers a request: look there whether it did.";
+               return "Machine " + arguments[0] + " was asked to run " + inQuotes(arguments[1]) +
+                      ". Nobody answers a request: look there whether it did.";
              }});
 }
 

@@ -27,8 +27,7 @@ using EditActions::requireAllowed;
 namespace {
 
 std::string title(const Cookie& cookie) {
-  return std::string(Edits::kindText(cookie)) + " \"" + shownText(openEdits().nameOf(cookie)) +
-         "\"";
+  return std::string(Edits::kindText(cookie)) + " " + inQuotes(openEdits().nameOf(cookie));
 }
 
 LightweightString<wchar_t> localUser() {
@@ -91,10 +90,10 @@ Result<double> readTime(const std::string& text, double rate) {
                  {}};
   }
   if (isFrames) return number / rate;
-  return Error{ErrorCode::eUsage,
-               "\"" + shownText(text) +
-                   "\" is no time; write frames of the clip (\"36\") or seconds (\"1.5s\").",
-               {}};
+  return Error{
+      ErrorCode::eUsage,
+      inQuotes(text) + " is no time; write frames of the clip (\"36\") or seconds (\"1.5s\").",
+      {}};
 }
 
 /// Whether the clip has material for the whole range, as far as anything tells.
@@ -196,7 +195,7 @@ Result<Cookie> EditActions::import(const std::string& path) {
   const auto bytes = readFresh(path);
   if (!bytes) return failed("Nothing was imported", bytes.error());
   auto document = OtioDocument::parse(*bytes);
-  if (!document) return failed("\"" + shownText(path) + "\" was not imported", document.error());
+  if (!document) return failed(inQuotes(path) + " was not imported", document.error());
   document->adopt(Edit::kEditLogType, std::filesystem::path(path).stem().string());
   return store(std::move(*document), CookieTypeEdit);
 }

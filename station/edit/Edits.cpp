@@ -374,12 +374,11 @@ Result<void> Edits::close(const Cookie& cookie) {
   EditFile* edit = loaded(cookie);
   if (!edit) return {};
   if (edit->hasLocalChanges()) {
-    return Error{
-        ErrorCode::eRefused,
-        "The " + std::string(kindText(cookie)) + " \"" + shownText(nameOf(cookie)) +
-            "\" has unsaved changes; save them with \"edit save\", or drop them with \"edit "
-            "revert\".",
-        {}};
+    return Error{ErrorCode::eRefused,
+                 "The " + std::string(kindText(cookie)) + " " + inQuotes(nameOf(cookie)) +
+                     " has unsaved changes; save them with \"edit save\", or drop them with \"edit "
+                     "revert\".",
+                 {}};
   }
   if (edit->fileState() == EditFile::FileState::eGone) {
     letGo(cookie);

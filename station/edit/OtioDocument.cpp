@@ -156,7 +156,7 @@ constexpr double kLargestExactInteger = 9007199254740992.0;
 
 Error noClip(const std::string& wanted) {
   return {ErrorCode::eNotFound,
-          "The edit has no clip \"" + shownText(wanted) + "\"; \"edit show\" lists its clips.",
+          "The edit has no clip " + inQuotes(wanted) + "; \"edit show\" lists its clips.",
           {}};
 }
 
@@ -276,10 +276,10 @@ Result<std::string> findClip(const JsonValue& timeline, const std::string& nameO
   if (paths.empty()) return noClip(nameOrPath);
   std::string all;
   for (const std::string& path : paths) all += " " + path;
-  return Error{ErrorCode::eUsage,
-               "Several clips are called \"" + shownText(nameOrPath) +
-                   "\"; name one by its path:" + all + ".",
-               {}};
+  return Error{
+      ErrorCode::eUsage,
+      "Several clips are called " + inQuotes(nameOrPath) + "; name one by its path:" + all + ".",
+      {}};
 }
 
 Result<ClipInfo> clipAt(const JsonValue& timeline, const std::string& path) {

@@ -74,14 +74,14 @@ Result<std::string> UndoList::run(Steps& from, Steps& to, const char* verb,
     to.push_back(std::move(from.back()));
   } else if (mayWorkLater(done.error().code)) {
     // The step stays: the user can try again when the share works.
-    return Error{done.error().code, "\"" + text + "\" was not done: " + done.error().message,
+    return Error{done.error().code, inQuotes(text) + " was not done: " + done.error().message,
                  done.error().path};
   }
   from.pop_back();
   tell();
   if (done) return text;
   return Error{done.error().code,
-               "\"" + text + "\" is no longer possible, and was dropped: " + done.error().message,
+               inQuotes(text) + " is no longer possible, and was dropped: " + done.error().message,
                done.error().path};
 }
 

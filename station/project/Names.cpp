@@ -97,8 +97,8 @@ Result<void> checkName(const std::string& what, const std::string& name) {
   }
   if (hasControlCharacter(name)) {
     return Error{ErrorCode::eUsage,
-                 "The name of the " + what + ", \"" + shownText(name) +
-                     "\", holds control characters (shown as \"?\"); leave them out.",
+                 "The name of the " + what + ", " + inQuotes(name) +
+                     ", holds control characters (shown as \"?\"); leave them out.",
                  {}};
   }
   return {};

@@ -90,12 +90,11 @@ Result<JsonValue> parseRecord(const Result<std::string>& bytes, const std::strin
   if (value && value->isObject()) return value;
   if (!value && value.error().code != ErrorCode::eBadContent) {
     return Error{value.error().code,
-                 "\"" + shownText(path) + "\" cannot be read: " + value.error().message + ".",
-                 path};
+                 inQuotes(path) + " cannot be read: " + value.error().message + ".", path};
   }
   const std::string why = value ? "it holds no JSON object" : value.error().message;
   return Error{ErrorCode::eBadContent,
-               "\"" + shownText(path) + "\" cannot be understood: " + why +
+               inQuotes(path) + " cannot be understood: " + why +
                    ". It is left as it is; repair it or move it away.",
                path};
 }
