@@ -1,6 +1,9 @@
 #include "station/RemoteCommands.h"
 
+#include <algorithm>
 #include <array>
+#include <optional>
+#include <sstream>
 
 #include "host/base/Log.h"
 #include "host/project/ProjectSpacesManager.h"
@@ -41,7 +44,36 @@ constexpr std::array kCommands{StationCommand{"identify", identify},
 
 }  // namespace
 
-RemoteCommands::RemoteCommands() = default;
+namespace {
+
+/// The configuration's "remote_commands": the names that other machines may ask for, separated by
+/// commas. Absent, all of them; empty, none.
+std::optional<std::vector<std::string>> configuredNames() {
+  const auto& config = settings().config;
+  const auto found = config.find("remote_commands");
+  if (found == config.end()) return std::nullopt;
+  std::vector<std::string> names;
+  std::istringstream words(found->second);
+  for (std::string word; std::getline(words, word, ',');) {
+    std::erase(word, ' ');
+    if (!word.empty()) names.push_back(word);
+  }
+  return names;
+}
+
+bool isOneOf(const std::vector<std::string>& names, const std::string& name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+}  // namespace
+
+RemoteCommands::RemoteCommands() : allowed_(configuredNames().value_or(names())) {
+  for (const std::string& name : allowed_) {
+    if (isOneOf(names(), name)) continue;
+    LogBoth("remote_commands names %s, which is no command; there are %s.\n", inQuotes(name),
+            joined(names(), ", "));
+  }
+}
 
 RemoteCommands::~RemoteCommands() = default;
 
@@ -64,6 +96,11 @@ CommandMap::Index RemoteCommands::findCommand(const LightweightString<char>& nam
 
 void RemoteCommands::callCommand(Index index, const CommandContext& /*context*/) {
   if (index >= kCommands.size()) return;
+  if (!isOneOf(allowed_, kCommands[index].name)) {
+    LogBoth("Another machine asked for the command \"%s\", which remote_commands does not allow.\n",
+            kCommands[index].name);
+    return;
+  }
   const std::string said = kCommands[index].run();
   LogBoth("Remote command \"%s\": %s\n", kCommands[index].name, said);
   notifyUser(said);

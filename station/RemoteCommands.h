@@ -13,8 +13,9 @@ namespace korvel {
 ///     identify   shows that this station was asked for, so that people find the machine
 ///     refresh    reads the open project's containers, filters and rooms again
 ///
-/// None touches the operating system. Building an object makes it the host's command map. Host
-/// thread.
+/// None touches the operating system. The configuration's "remote_commands" names those that may be
+/// asked for; the others are refused, with a line in the log. Building an object makes it the
+/// host's command map. Host thread.
 class RemoteCommands : public CommandMap {
  public:
   RemoteCommands();
@@ -29,6 +30,7 @@ class RemoteCommands : public CommandMap {
   [[nodiscard]] static std::vector<std::string> names();
 
  private:
+  const std::vector<std::string> allowed_;
   const HostEntry<RemoteCommands> entry_{&HostParts::commands, *this};
 };
 

@@ -42,10 +42,10 @@ std::vector<std::string> split(const std::string& text, const std::string& separ
 std::map<std::string, Levels> roomsOf(const std::string& page) {
   std::map<std::string, Levels> rooms;
   static const std::regex kRow(R"(^\| (\w+) \| ([^|]*) \|$)");
-  std::istringstream text(page.substr(page.find("| room | its folders")));
+  std::istringstream text(page.substr(page.find("| part | its folders")));
   for (std::string line; std::getline(text, line) && !line.empty();) {
     std::smatch row;
-    if (!std::regex_match(line, row, kRow) || row[1] == "room") continue;
+    if (!std::regex_match(line, row, kRow) || row[1] == "part") continue;
     std::size_t level = 0;
     for (const std::string& folders : split(row[2], " · ")) {
       for (const std::string& folder : split(folders, ", ")) rooms[row[1]][folder] = level;

@@ -164,6 +164,25 @@ TEST_F(ObjectCommandsTest, ARemoteCommandIsLoggedToldAndAnEvent) {
   EXPECT_TRUE(idle.events.loggedThat("identify"));
 }
 
+TEST_F(ObjectCommandsTest, OnlyCommandsThatTheConfigurationNamesRun) {
+  const auto runAllWith = [](const std::string& configured) {
+    StationSettings with = settings();
+    with.config["remote_commands"] = configured;
+    installSettings(std::move(with));
+    RemoteCommands commands;
+    for (const std::string& name : RemoteCommands::names()) {
+      commands.callCommand(commands.findCommand(name.c_str()), CommandContext());
+    }
+  };
+  runAllWith("refresh, halt");
+  EXPECT_EQ(idle.events.commands, std::vector<std::string>{"refresh"});
+  EXPECT_EQ(idle.events.notifications.size(), 1u);
+  EXPECT_TRUE(idle.events.loggedThat("command \"identify\", which remote_commands does not allow"));
+  EXPECT_TRUE(idle.events.loggedThat("remote_commands names \"halt\", which is no command"));
+  runAllWith("");
+  EXPECT_EQ(idle.events.commands.size(), 1u);
+}
+
 TEST_F(ObjectCommandsTest, OnlyNamesOfCommandsAreFound) {
   for (const char* row : {"", "Identify", "identify ", "ident", "rm -rf", "quit"}) {
     EXPECT_EQ(CommandMap::theCommandMap().findCommand(row), CommandMap::kNotFound) << row;
