@@ -17,16 +17,28 @@
 
 namespace korvel {
 
-/// A thread that no signal is delivered to: those are the main thread's.
+/// Keeps all signals from the calling thread for as long as it lives.
+class SignalsBlocked {
+ public:
+  SignalsBlocked() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before_);
+  }
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+ private:
+  sigset_t before_;
+};
+
+/// A thread that no signal is delivered to: those are the main thread's. It takes the mask over
+/// from the thread that makes it. std::system_error where there is no thread to be had.
 template <typename Work>
 std::thread threadWithoutSignals(Work work) {
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  std::thread thread(std::move(work));
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return thread;
+  const SignalsBlocked blocked;
+  return std::thread(std::move(work));
 }
 
 /// The same for a thread that looks at the share by the clock. It bears the name "kv-watch", by

@@ -33,8 +33,9 @@ RecoveryWriter::~RecoveryWriter() {
 void RecoveryWriter::add(Job job) {
   {
     const std::lock_guard lock(mutex_);
-    jobs_.push_back(std::move(job));
+    // The thread first: where there is none to be had, no job must wait for it.
     if (!thread_.joinable()) thread_ = std::thread([this] { work(); });
+    jobs_.push_back(std::move(job));
   }
   changed_.notify_all();
 }

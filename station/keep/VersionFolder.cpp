@@ -207,7 +207,9 @@ bool VersionFolder::holds(long number, const std::string& mark) const {
 Result<std::vector<Version>> VersionFolder::list() const {
   const auto names = listFresh(folder_);
   std::vector<Version> versions;
-  if (!names && names.error().code == ErrorCode::eNotFound) return versions;
+  // Without a history there are no versions; without the project's folder nobody knows.
+  const bool isMissing = !names && names.error().code == ErrorCode::eNotFound;
+  if (isMissing && existsFresh(folderOf(parent_))) return versions;
   if (!names) return names.error();
   for (const std::string& name : *names) {
     Version version;

@@ -9,6 +9,7 @@
 
 #include "host/base/Log.h"
 #include "station/base/HostThread.h"
+#include "station/os/Posix.h"
 
 namespace korvel {
 
@@ -171,22 +172,27 @@ struct Seals::Following {
   std::shared_ptr<const KeyRing> ring = std::make_shared<const KeyRing>();
   std::string directory;
   Mark mark{};
+  bool isTold = false;  ///< that the ring cannot be read; once until it can be
   bool isEnding = false;
   bool isAsking = false;
   std::thread thread;
 
   void read() {
+    // Freshly: a network file system goes on saying that there is no ring, or the old one.
+    static_cast<void>(lookAfresh(directory));
     const Mark now = markOf(directory + "/" + KeyRing::kFile);
     if (now == mark) return;
     auto keys = KeyRing::read(directory);
     const std::lock_guard lock(mutex);
-    mark = now;
     if (isEnding) return;
     if (keys) {
       ring = std::make_shared<const KeyRing>(std::move(*keys));
-    } else {
+      mark = now;
+    } else if (!isTold) {
       LogBoth("%s The keys known before are used on.\n", keys.error().message);
     }
+    // A failure may pass, so the ring is read again at the next look.
+    isTold = !keys;
   }
 
   void follow() {

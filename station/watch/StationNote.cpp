@@ -232,7 +232,8 @@ class StationFile::Writer {
     std::unique_lock lock(mutex_);
     isEnding_ = true;
     changes_.notify_all();
-    return changes_.wait_for(lock, kTimeToEnd, [this] { return hasEnded_; });
+    isAbandoned_ = !changes_.wait_for(lock, kTimeToEnd, [this] { return hasEnded_; });
+    return !isAbandoned_;
   }
 
  private:
@@ -258,6 +259,7 @@ class StationFile::Writer {
     if (auto made = makeFolder(folder_); !made && made.error().code != ErrorCode::eExists) {
       return made;
     }
+    if (isAbandoned_) return {};
     lock_ = OS().fileManager().openFile(wideText(path), eFileReadWrite, eFileCreate, eFileShareNone,
                                         eFileGroupShared);
     if (lock_ && lock_->isOpen()) return {};
@@ -271,6 +273,7 @@ class StationFile::Writer {
     static_cast<void>(removeFileAt(path()));
     if (!lock_) return;
     lock_.reset();
+    if (isAbandoned_) return;
     OS().fileManager().removeFile(wideText(noteLock(folder_, id_)));
   }
 
@@ -284,6 +287,8 @@ class StationFile::Writer {
   bool isChanged_ = false;
   bool isEnding_ = false;
   bool hasEnded_ = false;
+  /// The share held the thread up until after the end: the host's services may be gone.
+  std::atomic<bool> isAbandoned_{false};
 };
 
 StationFile::StationFile(std::string folder, StationNote note)
