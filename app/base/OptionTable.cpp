@@ -66,6 +66,7 @@ constexpr FlagSpec kFlags[] = {
     {"gui", "open the window; without --script no commands are read then"},
 };
 
+/// The configuration's keys that the plug-in reads; each holds a whole number.
 constexpr const char* kKnownConfigKeys[] = {kPortKey, "log_incoming_net_messages", "Administrator"};
 
 bool isKnownConfigKey(const std::string& key) {
@@ -142,7 +143,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kNumberKeys[] = {kPortKey, "log_incoming_net_messages", "Administrator"};
 constexpr const char* kPluginName = "ProjectShare.so";
 constexpr int kHighestPort = 65535;
 
@@ -351,10 +351,8 @@ class OptionReader {
   static Result<void> checkConfig(const GivenValue& value, const std::string& key,
                                   const std::string& text) {
     if (key == kPortKey && !wholeNumber(text, 1, kHighestPort)) return wrongPort(value);
-    for (const char* known : kNumberKeys) {
-      const bool isNumber = wholeNumber(text, INT_MIN, INT_MAX).has_value();
-      if (key == known && !isNumber) return unusable(value, "is no whole number.");
-    }
+    const bool isNumber = wholeNumber(text, INT_MIN, INT_MAX).has_value();
+    if (isKnownConfigKey(key) && !isNumber) return unusable(value, "is no whole number.");
     return {};
   }
 

@@ -3,8 +3,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
+#include <future>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -75,6 +78,23 @@ class SealShareTest : public SharedStations {
 
   LoopbackSender stranger_{port_};
 };
+
+TEST_F(SealShareTest, OfKeysThatAreAddedAtOnceNoneIsLost) {
+  constexpr std::size_t kAdders = 6;
+  addKey();
+  std::vector<std::future<std::string>> adders;
+  for (std::size_t each = 0; each < kAdders; ++each) {
+    adders.push_back(std::async(std::launch::async, [this] { return addKey(); }));
+  }
+  std::set<std::string> made;
+  for (auto& adder : adders) made.insert(adder.get());
+  std::set<std::string> kept;
+  const auto listed = parseJson(keys({"list", "--json"}).output);
+  for (const JsonValue& key : (*listed)["keys"].elements()) kept.insert(key["id"].asString());
+  EXPECT_EQ(made.size(), kAdders);
+  EXPECT_EQ(kept.size(), kAdders + 1);
+  EXPECT_TRUE(std::ranges::includes(kept, made));
+}
 
 TEST_F(SealShareTest, WordsWithoutASealAreMarkedWhereOthersSeal) {
   addKey();

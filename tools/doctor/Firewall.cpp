@@ -201,10 +201,13 @@ class Evaluation {
     // A queued datagram waits for a program, which may not let it through.
     if (part.find("drop") || part.find("reject") || part.find("queue")) return End::eDropped;
     if (part.find("return")) return End::eReturned;
-    for (const char* const word : {"jump", "goto"}) {
-      if (const JsonValue* const jump = part.find(word)) {
-        return walk((*jump)["target"].asString(), depth + 1);
-      }
+    if (const JsonValue* const jump = part.find("jump")) {
+      return walk((*jump)["target"].asString(), depth + 1);
+    }
+    if (const JsonValue* const jump = part.find("goto")) {
+      // No way back: the rules behind this one are not asked.
+      const End end = walk((*jump)["target"].asString(), depth + 1);
+      return end == End::eFell ? End::eReturned : end;
     }
     if (const JsonValue* const map = part.find("vmap")) return actOfMap(*map, depth);
     return End::eFell;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "station/base/Strings.h"
+#include "station/os/SharedFiles.h"
 #include "station/seal/KeyRing.h"
 #include "station/watch/StationNote.h"
 #include "tools/base/Tool.h"
@@ -101,10 +102,15 @@ ToolStatus list(const KeysRequest& request, const KeyRing& ring) {
   return eToolDone;
 }
 
-/// Changes the ring and replaces its file as a whole. No lock is taken: of two changes at the same
-/// moment the later one stays.
-ToolStatus change(const KeysRequest& request, KeyRing ring,
+/// Changes the ring and replaces its file as a whole. The lock keeps other changes away meanwhile,
+/// and the ring is read once more under it: of two changes at the same moment both stay.
+ToolStatus change(const KeysRequest& request,
                   const std::function<Result<std::string>(KeyRing&)>& change, const char* did) {
+  const ObjectLock lock(directoryOf(request.path) + "/" + KeyRing::kFile);
+  if (!lock.taken()) return toolProblem(eToolFinding, lock.taken().error().message);
+  auto read = KeyRing::read(directoryOf(request.path));
+  if (!read) return toolProblem(eToolFinding, read.error().message);
+  KeyRing& ring = *read;
   const auto id = change(ring);
   if (!id) return toolProblem(eToolFinding, id.error().message);
   if (auto written = ring.write(directoryOf(request.path)); !written) {
@@ -146,16 +152,16 @@ ToolStatus keys(const KeysRequest& request) {
   if (request.action == "list") return list(request, *ring);
   if (request.action == "add") {
     return change(
-        request, *ring, [](KeyRing& all) { return all.add(); },
+        request, [](KeyRing& all) { return all.add(); },
         ring->isEmpty() ? "is there, and used" : "is there; it is not used yet");
   }
   if (request.action == "use") {
     return change(
-        request, *ring, [&](KeyRing& all) { return use(request, all); }, "is used now");
+        request, [&](KeyRing& all) { return use(request, all); }, "is used now");
   }
   if (request.action == "remove") {
     return change(
-        request, *ring, [&](KeyRing& all) { return all.remove(request.id, request.isForced); },
+        request, [&](KeyRing& all) { return all.remove(request.id, request.isForced); },
         "is removed");
   }
   return toolProblem(eToolUsage,

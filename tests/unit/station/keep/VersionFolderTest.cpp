@@ -48,6 +48,11 @@ TEST_F(VersionFolderTest, ThereIsNoHistoryBeforeTheFirstVersion) {
   EXPECT_FALSE(fs::exists(scratch_ / ".history"));
 }
 
+TEST_F(VersionFolderTest, OfAFolderThatIsAwayNobodyKnowsTheVersions) {
+  const VersionFolder away(scratch_ / "away/E1.otio");
+  EXPECT_EQ(away.list().error().code, ErrorCode::eNotFound);
+}
+
 TEST_F(VersionFolderTest, TheLastAreKeptAndOneADayOfThoseBefore) {
   keep(1, 100);
   keep(2, 80);

@@ -73,6 +73,10 @@ TEST(DoctorFirewallTest, RulesAreReadAsTheKernelReadsThem) {
        dropping + "," + rule(R"({"jump":{"target":"mine"}})") + "," + chain("", "mine") + "," +
            rule(kUdpPort + "27015}}," + kAccept, "mine"),
        Passage::eOpen},
+      {"a goto, behind which no rule is asked",
+       dropping + "," + rule(R"({"goto":{"target":"mine"}})") + "," +
+           rule(kUdpPort + "27015}}," + kAccept) + "," + chain("", "mine"),
+       Passage::eBlocked},
       {"some addresses",
        dropping + "," +
            rule(R"({"match":{"op":"==","left":{"payload":{"protocol":"ip",)"
