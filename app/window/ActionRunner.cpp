@@ -89,25 +89,115 @@ QString countOf(const std::vector<ObjectRow>& rows) {
 ActionRunner::ActionRunner(QWidget& window, HostLink& link, const WindowPanes& panes)
     : window_(window), link_(link), panes_(panes), guard_(window, link, *panes.recovery) {}
 
-bool ActionRunner::isThere(Target target) const {
+namespace {
+
+QString lackOf(Target target) {
+  switch (target) {
+    case Target::eProject:
+      return QStringLiteral("Choose a project in the list first.");
+    case Target::eRoom:
+      return QStringLiteral("Choose a room in the list first.");
+    case Target::eEdit:
+      return QStringLiteral("Choose an edit or a log in the list first.");
+    case Target::eBin:
+      return QStringLiteral("Choose a bin in the list first.");
+    case Target::eRack:
+      return QStringLiteral("Choose a rack in the list first.");
+    case Target::eFilter:
+      return QStringLiteral("Choose a filter in the list first.");
+    case Target::eMedia:
+      return QStringLiteral("Choose a media file in the list first.");
+    default:
+      return QStringLiteral("Choose something in the list first.");
+  }
+}
+
+}  // namespace
+
+QString ActionRunner::whatLacks(Target target) const {
   const bool hasProject = snapshot_ && !snapshot_->project.cookie.isEmpty();
   const bool hasObject = hasProject && !panes_.objects->chosen().empty();
+  const QString noProject = hasProject ? QString() : QStringLiteral("Open a project first.");
+  const auto unless = [target](bool isThere) { return isThere ? QString() : lackOf(target); };
   switch (target) {
     case Target::eNothing:
-      return snapshot_ != nullptr;
+      return snapshot_ ? QString() : QStringLiteral("The station is starting.");
     case Target::eOpenProject:
-      return hasProject;
+      return noProject;
     case Target::eSharedProject:
-      return hasProject && !snapshot_->project.isPrivate;
+      if (!hasProject || !snapshot_->project.isPrivate) return noProject;
+      return QStringLiteral("A private project has no rooms.");
     case Target::eProject:
-      return panes_.projects->chosenProject().has_value();
+      return unless(panes_.projects->chosenProject().has_value());
     case Target::eRoom:
-      return panes_.projects->chosenRoom().has_value();
+      return unless(panes_.projects->chosenRoom().has_value());
     case Target::eObject:
-      return hasObject;
+      return hasProject ? unless(hasObject) : noProject;
     default:
-      return hasObject && kindOf(target) == panes_.objects->kind();
+      return hasProject ? unless(hasObject && kindOf(target) == panes_.objects->kind()) : noProject;
   }
+}
+
+QString ActionRunner::whyNot(const ActionSpec& action) const {
+  const QString lack = whatLacks(action.target);
+  if (!lack.isEmpty() || !snapshot_) return lack;
+  const QString line = QString::fromUtf8(action.line);
+  const QString why = whyNotPlace(line);
+  return why.isEmpty() && action.target != Target::eNothing ? whyNotObject(line) : why;
+}
+
+QString ActionRunner::whyNotPlace(const QString& line) const {
+  const auto is = [&line](const char* command) { return line.startsWith(QLatin1String(command)); };
+  if (is("project enter") && panes_.projects->chosenProject()->isOpen)
+    return QStringLiteral("This project is open already.");
+  if (is("room enter") && panes_.projects->chosenRoom()->isHere)
+    return QStringLiteral("You are in this room already.");
+  if (is("room leave") && snapshot_->project.room.isEmpty())
+    return QStringLiteral("You are in no room.");
+  if (is("panel close") && snapshot_->panel && !snapshot_->panel->isOpen)
+    return QStringLiteral("The message panel is closed.");
+  if (is("bin add") && panes_.objects->rows(ObjectKind::eBins).empty())
+    return QStringLiteral("There is no bin yet: Bin > New bin makes one.");
+  if (is("rack add") && panes_.objects->rows(ObjectKind::eRacks).empty())
+    return QStringLiteral("There is no rack yet: Rack > New rack makes one.");
+  if (is("edit recover") && (!snapshot_->left || snapshot_->left->empty()))
+    return QStringLiteral("No unsaved changes were left behind.");
+  return {};
+}
+
+QString ActionRunner::whyNotObject(const QString& line) const {
+  const auto chosen = panes_.objects->chosen();
+  if (chosen.empty() || !line.contains(QLatin1String("{object"))) return {};
+  const ObjectRow& row = chosen.front();
+  const auto is = [&line](const char* command) { return line.startsWith(QLatin1String(command)); };
+  if (is("edit close") && !row.isOpen && !row.isDirty) return QStringLiteral("It is not open.");
+  if (is("edit revert") && !row.isDirty) return QStringLiteral("It has no unsaved changes.");
+  if ((is("bin remove") || is("rack remove")) && row.contents.isEmpty())
+    return QStringLiteral("It is empty.");
+  for (const ObjectRow& each : chosen) {
+    if (const QString why = whyNotChange(line, each); !why.isEmpty()) return why;
+    if (!line.contains(QLatin1String("{objects}"))) break;
+  }
+  return {};
+}
+
+QString ActionRunner::whyNotRestore() const {
+  return isThere(Target::eEdit) ? whyNotObject(QStringLiteral("edit save {object}")) : QString();
+}
+
+// What the rules said last may be untrue by now: then it is asked anew, and meanwhile allowed.
+QString ActionRunner::whyNotChange(const QString& line, const ObjectRow& row) const {
+  const bool isGift = line.startsWith(QLatin1String("edit give"));
+  const bool isChange = isGift || line.startsWith(QLatin1String("edit trim")) ||
+                        line.startsWith(QLatin1String("edit rename")) ||
+                        line.startsWith(QLatin1String("edit delete")) ||
+                        line.startsWith(QLatin1String("edit save "));
+  const auto may = panes_.objects->model(ObjectKind::eEdits).mayChange(row.cookie);
+  if (!isChange || may.value_or(true)) return {};
+  if (!row.owner.isEmpty())
+    return QStringLiteral("\"%1\" belongs to %2.").arg(nameOf(row), oneLine(row.owner));
+  if (isGift) return {};
+  return QStringLiteral("\"%1\" has no owner: give it to somebody first.").arg(nameOf(row));
 }
 
 QStringList ActionRunner::targetWords(Target target) const {
@@ -119,7 +209,7 @@ QStringList ActionRunner::targetWords(Target target) const {
 }
 
 void ActionRunner::run(const ActionSpec& action) {
-  if (!isThere(action.target)) return;
+  if (!whyNot(action).isEmpty()) return;
   if (isDeletion(action)) {
     askBeforeDeleting(action);
   } else if (action.fields.empty()) {

@@ -29,8 +29,16 @@ class ActionRunner : public QObject {
   void takeSnapshot(const SnapshotPtr& snapshot) { snapshot_ = snapshot; }
   void takeUser(const QString& user) { user_ = user; }
 
-  /// Whether there is something of this kind to act on.
-  [[nodiscard]] bool isThere(Target target) const;
+  /// What must be done before there is something of this kind to act on, as a sentence; empty where
+  /// there is.
+  [[nodiscard]] QString whatLacks(Target target) const;
+
+  /// Why an action cannot be done now, as a sentence; empty where it can, or where only trying
+  /// tells.
+  [[nodiscard]] QString whyNot(const ActionSpec& action) const;
+
+  /// The same of taking back a version of the chosen edit.
+  [[nodiscard]] QString whyNotRestore() const;
 
   void run(const ActionSpec& action);
 
@@ -54,6 +62,10 @@ class ActionRunner : public QObject {
   void done(const QString& what, const QStringList& undoLines);
 
  private:
+  [[nodiscard]] bool isThere(Target target) const { return whatLacks(target).isEmpty(); }
+  [[nodiscard]] QString whyNotPlace(const QString& line) const;
+  [[nodiscard]] QString whyNotObject(const QString& line) const;
+  [[nodiscard]] QString whyNotChange(const QString& line, const ObjectRow& row) const;
   [[nodiscard]] QStringList targetWords(Target target) const;
   [[nodiscard]] FieldContent fieldContent(const ActionField& field) const;
   void fillChoices(FieldContent& content, const ActionField& field) const;

@@ -1,6 +1,8 @@
 #include "app/window/ActionTable.h"
 
+#include <QRegularExpression>
 #include <QStringList>
+#include <algorithm>
 
 #include "app/window/Texts.h"
 
@@ -213,5 +215,96 @@ QString filledLine(const ActionSpec& action, const QStringList& objects,
   }
   return words.join(QLatin1Char(' '));
 }
+
+namespace {
+
+/// Where the window has what no line of the table does.
+struct Place {
+  const char* line;
+  const char* where;
+};
+constexpr Place kElsewhere[] = {
+    {"project list", "the list of projects"},
+    {"room list", "the list of rooms"},
+    {"trash", "Project > Trash"},
+    {"edit history", "View > History"},
+    {"edit compare", "View > History"},
+    {"edit restore", "View > History"},
+    {"undo", "Edit > Undo"},
+    {"redo", "Edit > Redo"},
+    {"panel", "the message panel"},
+    {"quit", "Project > Quit"},
+    {"help", "Help > Commands"},
+    {"wait", "Help > Commands"},
+    {"sleep", "Help > Commands"},
+};
+
+/// The words of a line that are always the same, in front of its places.
+QStringList fixedWords(const QString& line) {
+  QStringList words = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+  words.removeIf([](const QString& word) { return word.startsWith(QLatin1Char('{')); });
+  return words;
+}
+
+/// Whether a line runs this command: it has all of its words, and begins with the same ones.
+bool runs(const QStringList& words, const QStringList& command) {
+  if (words.isEmpty() || words.front() != command.front()) return false;
+  if (command.size() > 1 && words.value(1) != command[1]) return false;
+  return std::ranges::all_of(command,
+                             [&words](const QString& word) { return words.contains(word); });
+}
+
+QString menuPlace(const ActionSpec& action) {
+  QString text = QString::fromUtf8(action.text);
+  text.remove(QLatin1Char('&')).remove(QStringLiteral("…"));
+  return QString::fromUtf8(action.menu) + QStringLiteral(" > ") + text;
+}
+
+}  // namespace
+
+// The command that has most words in common is the one that is meant: "edit save --over" is not
+// "edit save".
+QString placeOf(const QString& line) {
+  const QStringList words = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+  for (const Place& place : kElsewhere) {
+    if (runs(words, fixedWords(QLatin1String(place.line)))) return QLatin1String(place.where);
+  }
+  const ActionSpec* found = nullptr;
+  qsizetype most = 0;
+  for (const ActionSpec& action : actionTable()) {
+    const QStringList command = fixedWords(QString::fromUtf8(action.line));
+    const auto isOption = [](const QString& word) { return word.startsWith(QLatin1String("--")); };
+    const auto options = std::ranges::count_if(command, isOption);
+    QStringList plain = command;
+    plain.removeIf(isOption);
+    if (!runs(words, plain)) continue;
+    const bool isWhole = runs(words, command);
+    const qsizetype score = 2 * (isWhole ? command.size() : plain.size()) + (isWhole || !options);
+    if (score <= most) continue;
+    most = score;
+    found = &action;
+  }
+  return found ? menuPlace(*found) : QString();
+}
+
+QString inWindowWords(const QString& text) {
+  static const QRegularExpression kQuoted(QStringLiteral(
+      "(\\b(?:edit|log|project|room|bin|rack|filter|file|user|version|clip|called|named) )?"
+      "\"([^\"\\n]+)\""));
+  QString told;
+  qsizetype from = 0;
+  for (auto each = kQuoted.globalMatch(text); each.hasNext();) {
+    const QRegularExpressionMatch match = each.next();
+    const QString place = match.hasCaptured(1) && !match.captured(1).isEmpty()
+                              ? QString()
+                              : placeOf(match.captured(2));
+    if (place.isEmpty()) continue;
+    told += text.mid(from, match.capturedStart(2) - from) + place;
+    from = match.capturedEnd(2);
+  }
+  return told + text.mid(from);
+}
+
+QString shownError(const Error& error) { return inWindowWords(readableText(error.message)); }
 
 }  // namespace korvel

@@ -4,6 +4,8 @@
 #include <span>
 #include <vector>
 
+#include "station/base/Result.h"
+
 namespace korvel {
 
 /// Something to fill in before an action can run.
@@ -60,5 +62,16 @@ std::span<const ActionSpec> actionTable();
 /// The line with everything in its place. `objects` are words as commands take them, the chosen one
 /// first; all are quoted where need be.
 QString filledLine(const ActionSpec& action, const QStringList& objects, const QStringList& values);
+
+/// Where the window does what a line of the console does: "Edit > Rename" for "edit rename E Quay".
+/// Empty for a line that nothing here does.
+QString placeOf(const QString& line);
+
+/// A text of the station in which the window's own words stand for the console's commands that it
+/// has in quotation marks: "Edit > Give to" for "edit give". What an object is called stays.
+QString inWindowWords(const QString& text);
+
+/// What an error says to somebody in the window.
+QString shownError(const Error& error);
 
 }  // namespace korvel

@@ -204,31 +204,71 @@ namespace {
 
 bool dark = false;
 
+// Text stands out 4.5 to 1 from whatever is behind it; borders, and the lines around what is
+// chosen), 3 to 1.
 const Colours& lightColours() {
-  static const Colours kLight{
-      QColor(0x1d2127), QColor(0x667080), QColor(0x2a63c9), QColor(0x23784a), QColor(0xb3541e),
-      QColor(0x9a6700), QColor(0xb42318), QColor(0xd9dde3), QColor(0xffffff), QColor(0xbcd3f5),
-      QColor(0xd7c8f2), QColor(0xbfe3cc), QColor(0xeceff3), QColor(0xf0c987), QColor(0x16202e)};
+  static const Colours kLight{.text = QColor(0x1d2127),
+                              .quiet = QColor(0x596270),
+                              .accent = QColor(0x2a63c9),
+                              .good = QColor(0x23784a),
+                              .held = QColor(0xa34a17),
+                              .warn = QColor(0x885a00),
+                              .bad = QColor(0xb42318),
+                              .line = QColor(0xd9dde3),
+                              .border = QColor(0x7f8896),
+                              .window = QColor(0xf3f4f6),
+                              .panel = QColor(0xffffff),
+                              .choice = QColor(0xc3d7f8),
+                              .softChoice = QColor(0xdbe6f8),
+                              .onAccent = QColor(0xffffff),
+                              .errorBack = QColor(0xfdecea),
+                              .noteBack = QColor(0xe9f1fd),
+                              .clip = QColor(0xbcd3f5),
+                              .nested = QColor(0xd7c8f2),
+                              .audio = QColor(0xbfe3cc),
+                              .gap = QColor(0xeceff3),
+                              .transition = QColor(0xf0c987),
+                              .clipText = QColor(0x16202e),
+                              .edge = QColor(0x66728a)};
   return kLight;
 }
 
 const Colours& darkColours() {
-  static const Colours kDark{QColor(0xe3e7ed), QColor(0x98a2b1), QColor(0x79acff), QColor(0x63c793),
-                             QColor(0xf0935a), QColor(0xe3b341), QColor(0xff8278), QColor(0x343a43),
-                             QColor(0x181b20), QColor(0x2f4f7f), QColor(0x54427f), QColor(0x2d5f45),
-                             QColor(0x23272e), QColor(0x8a6a2f), QColor(0xeef2f8)};
+  static const Colours kDark{.text = QColor(0xe3e7ed),
+                             .quiet = QColor(0x98a2b1),
+                             .accent = QColor(0x79acff),
+                             .good = QColor(0x63c793),
+                             .held = QColor(0xf0935a),
+                             .warn = QColor(0xe3b341),
+                             .bad = QColor(0xff8278),
+                             .line = QColor(0x343a43),
+                             .border = QColor(0x7a8492),
+                             .window = QColor(0x20242a),
+                             .panel = QColor(0x181b20),
+                             .choice = QColor(0x33496e),
+                             .softChoice = QColor(0x2c3442),
+                             .onAccent = QColor(0x10151d),
+                             .errorBack = QColor(0x3a2220),
+                             .noteBack = QColor(0x222c3b),
+                             .clip = QColor(0x2f4f7f),
+                             .nested = QColor(0x54427f),
+                             .audio = QColor(0x2d5f45),
+                             .gap = QColor(0x23272e),
+                             .transition = QColor(0x7a5c26),
+                             .clipText = QColor(0xeef2f8),
+                             .edge = QColor(0x8d98aa)};
   return kDark;
 }
 
-QPalette paletteOf(const Colours& colours, const QColor& window) {
+QPalette paletteOf(const Colours& colours) {
   QPalette palette;
   const auto set = [&palette](QPalette::ColorRole role, const QColor& colour) {
     palette.setColor(role, colour);
   };
-  set(QPalette::Window, window);
+  set(QPalette::Window, colours.window);
   set(QPalette::Base, colours.panel);
-  set(QPalette::AlternateBase, window);
-  set(QPalette::Button, window);
+  set(QPalette::AlternateBase, colours.window);
+  set(QPalette::Button, colours.window);
   set(QPalette::ToolTipBase, colours.panel);
   for (const auto role :
        {QPalette::WindowText, QPalette::Text, QPalette::ButtonText, QPalette::ToolTipText}) {
@@ -237,7 +277,7 @@ QPalette paletteOf(const Colours& colours, const QColor& window) {
   }
   set(QPalette::PlaceholderText, colours.quiet);
   set(QPalette::Highlight, colours.accent);
-  set(QPalette::HighlightedText, dark ? QColor(0x10151d) : QColor(0xffffff));
+  set(QPalette::HighlightedText, colours.onAccent);
   set(QPalette::Link, colours.accent);
   set(QPalette::Light, colours.panel);
   set(QPalette::Mid, colours.line);
@@ -245,35 +285,58 @@ QPalette paletteOf(const Colours& colours, const QColor& window) {
   return palette;
 }
 
-/// The style sheet for what a palette cannot express.
-QString styleSheet(const Colours& colours, const QColor& window) {
+/// The few things that the palette cannot say.
+QString styleSheet(const Colours& colours) {
   QString sheet = QStringLiteral(R"(
     QMainWindow::separator { background: @line; width: 1px; height: 1px; }
     QSplitter::handle { background: @line; }
-    QTreeView, QListView, QPlainTextEdit { border: none; outline: none; }
-    QTreeView::item { padding: 3px 4px; border: none; }
-    QTreeView::item:selected, QListView::item:selected { background: @choice; color: @text; }
+    QTreeView, QListView, QPlainTextEdit { border: 2px solid @panel; outline: none; }
+    QTreeView:focus, QListView:focus, QPlainTextEdit:focus { border-color: @accent; }
+    QTreeView::item, QListView::item { padding: 2px 4px; border: 1px solid transparent;
+      border-left: none; border-right: none; }
+    QTreeView::item:selected, QListView::item:selected { background: @choice; color: @text;
+      border-color: @accent; }
     QTreeView::item:selected:!active, QListView::item:selected:!active {
-      background: @soft; color: @text; }
+      background: @softchoice; color: @text; border-color: @border; }
     QHeaderView::section { background: @window; color: @quiet; border: none;
       border-bottom: 1px solid @line; padding: 4px 6px; }
-    QTabBar::tab { padding: 6px 12px; border: none; color: @quiet; background: transparent; }
+    QTabBar::tab { padding: 5px 11px; border: 1px solid transparent; color: @quiet;
+      background: transparent; }
     QTabBar::tab:selected { color: @text; border-bottom: 2px solid @accent; }
-    QTabBar::tab:focus { color: @accent; }
+    QTabBar::tab:selected:focus { color: @accent; border: 1px solid @accent;
+      border-bottom: 2px solid @accent; }
     QTabWidget::pane { border: none; border-top: 1px solid @line; }
-    QLineEdit { border: 1px solid @line; border-radius: 4px; padding: 4px 6px;
+    QLineEdit { border: 1px solid @border; border-radius: 4px; padding: 4px 6px;
       background: @panel; }
-    QLineEdit:focus { border-color: @accent; }
+    QLineEdit:focus { border: 2px solid @accent; padding: 3px 5px; }
+    QPushButton { border: 1px solid @border; border-radius: 4px; padding: 5px 12px;
+      background: @panel; }
+    QPushButton:default { border-color: @accent; }
+    QPushButton:hover { background: @choice; }
+    QPushButton:pressed { background: @softchoice; }
+    QPushButton:focus { border: 2px solid @accent; padding: 4px 11px; }
+    QPushButton:disabled { color: @quiet; border-color: @line; background: @window; }
+    QToolButton { border: 2px solid transparent; border-radius: 4px; padding: 2px 4px; }
+    QToolButton[role="button"] { border: 1px solid @border; padding: 3px 8px;
+      background: @panel; }
+    QToolButton:hover { background: @choice; }
+    QToolButton:pressed, QToolButton:checked { background: @softchoice; border-color: @border; }
+    QToolButton:focus, QToolButton[role="button"]:focus { border: 2px solid @accent; }
+    QComboBox { border: 1px solid @border; border-radius: 4px; padding: 3px 6px;
+      background: @panel; }
+    QComboBox:focus { border: 2px solid @accent; padding: 2px 5px; }
     QDockWidget { font-weight: 600; }
     QDockWidget::title { padding: 6px 8px; background: @window; text-align: left; }
     QToolBar { border: none; border-bottom: 1px solid @line; padding: 3px; spacing: 4px; }
     QStatusBar { border-top: 1px solid @line; }
     QStatusBar::item { border: none; }
-    QMenu { border: 1px solid @line; padding: 4px; background: @panel; }
+    QMenu { border: 1px solid @border; padding: 4px; background: @panel; }
     QMenu::item { padding: 5px 24px 5px 12px; border-radius: 3px; }
-    QMenu::item:selected { background: @accent; color: @chosen; }
+    QMenu::item:selected { background: @accent; color: @onaccent; }
     QMenu::item:disabled { color: @quiet; }
+    QMenu::item:disabled:selected { background: @softchoice; color: @text; }
     QMenu::separator { height: 1px; background: @line; margin: 4px 8px; }
+    QToolTip { border: 1px solid @border; background: @panel; color: @text; }
     QLabel[role="heading"] { font-weight: 600; }
     QLabel[role="quiet"] { color: @quiet; }
     QFrame[role="bar-error"] { background: @errorback; border-left: 4px solid @bad; }
@@ -284,16 +347,17 @@ QString styleSheet(const Colours& colours, const QColor& window) {
     sheet.replace(QLatin1String(name), colour.name());
   };
   put("@line", colours.line);
+  put("@border", colours.border);
   put("@accent", colours.accent);
-  put("@chosen", dark ? QColor(0x10151d) : QColor(0xffffff));
-  put("@choice", dark ? QColor(0x33496e) : QColor(0xc3d7f8));
-  put("@soft", dark ? QColor(0x2c3442) : QColor(0xdbe6f8));
+  put("@onaccent", colours.onAccent);
+  put("@choice", colours.choice);
+  put("@softchoice", colours.softChoice);
   put("@text", colours.text);
   put("@quiet", colours.quiet);
-  put("@window", window);
+  put("@window", colours.window);
   put("@panel", colours.panel);
-  put("@errorback", dark ? QColor(0x3a2220) : QColor(0xfdecea));
-  put("@noteback", dark ? QColor(0x222c3b) : QColor(0xe9f1fd));
+  put("@errorback", colours.errorBack);
+  put("@noteback", colours.noteBack);
   put("@bad", colours.bad);
   put("@warn", colours.warn);
   return sheet;
@@ -310,13 +374,12 @@ bool isDesktopDark() {
 void applyAppearance(Appearance appearance) {
   const bool desktop = isDesktopDark();
   dark = appearance == Appearance::eDark || (appearance == Appearance::eSystem && desktop);
-  const QColor window = dark ? QColor(0x20242a) : QColor(0xf3f4f6);
   // Styles of desktops ignore parts of a palette; this one follows it.
   if (QApplication::style()->name() != QLatin1String("fusion")) {
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
   }
-  QApplication::setPalette(paletteOf(colours(), window));
-  qApp->setStyleSheet(styleSheet(colours(), window));
+  QApplication::setPalette(paletteOf(colours()));
+  qApp->setStyleSheet(styleSheet(colours()));
 }
 
 const Colours& colours() { return dark ? darkColours() : lightColours(); }

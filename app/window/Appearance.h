@@ -54,9 +54,14 @@ struct Colours {
   QColor held;  ///< taken by somebody
   QColor warn;
   QColor bad;
-  QColor line;                                            ///< thin rules
-  QColor panel;                                           ///< behind the lists
-  QColor clip, nested, audio, gap, transition, clipText;  ///< the timeline's
+  QColor line;    ///< thin rules between what stands beside one another anyway
+  QColor border;  ///< around what can be acted on
+  QColor window;
+  QColor panel;                ///< behind the lists
+  QColor choice, softChoice;   ///< behind what is chosen, with and without the keyboard
+  QColor onAccent;             ///< text on the accent
+  QColor errorBack, noteBack;  ///< the message bars'
+  QColor clip, nested, audio, gap, transition, clipText, edge;  ///< the timeline's
 };
 
 /// Colours the whole application. Window thread.

@@ -106,6 +106,8 @@ QPlainTextEdit& showInDialog(QWidget& parent, const QString& title) {
   dialog->setWindowTitle(plainTitle(title));
   auto* shown = new QPlainTextEdit;
   shown->setReadOnly(true);
+  shown->setTabChangesFocus(true);
+  shown->setAccessibleName(dialog->windowTitle());
   auto* layout = new QVBoxLayout(dialog);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->addWidget(shown);
@@ -132,7 +134,7 @@ void askLine(QWidget& parent, const std::function<void(const QString& line)>& ta
   dialog->setAttribute(Qt::WA_DeleteOnClose);
   dialog->setObjectName(QStringLiteral("commandDialog"));
   dialog->setWindowTitle(QStringLiteral("Run a command"));
-  dialog->setLabelText(QStringLiteral("A command as the console takes it:"));
+  dialog->setLabelText(QStringLiteral("Command:"));
   dialog->resize(460, dialog->sizeHint().height());
   QObject::connect(dialog, &QInputDialog::textValueSelected, &parent, [take](const QString& line) {
     if (!line.trimmed().isEmpty()) take(line);
@@ -204,6 +206,7 @@ QWidget* ActionDialog::makeFileField(const ActionField& field, QLineEdit* edit) 
   auto* row = new QWidget;
   auto* browse = new QToolButton;
   browse->setText(QStringLiteral("…"));
+  browse->setProperty("role", "button");
   browse->setAccessibleName(QStringLiteral("Choose a file"));
   auto* layout = new QHBoxLayout(row);
   layout->setContentsMargins(0, 0, 0, 0);
@@ -254,7 +257,9 @@ QStringList ActionDialog::values() const {
 void ActionDialog::check() {
   bool isWhole = true;
   for (const QWidget* input : inputs_) isWhole = isWhole && !valueOf(input).isEmpty();
-  buttons_->button(QDialogButtonBox::Ok)->setEnabled(isWhole);
+  QPushButton* const ok = buttons_->button(QDialogButtonBox::Ok);
+  ok->setEnabled(isWhole);
+  ok->setToolTip(isWhole ? QString() : QStringLiteral("Fill in every field first."));
 }
 
 }  // namespace korvel

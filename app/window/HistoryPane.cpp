@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "app/window/Lists.h"
 #include "app/window/Texts.h"
 
 namespace korvel {
@@ -70,6 +71,7 @@ void HistoryPane::build() {
   hint_->setTextFormat(Qt::PlainText);
   list_->setObjectName(QStringLiteral("versions"));
   list_->setAccessibleName(QStringLiteral("Versions of the chosen edit"));
+  new ArrowKeys(*list_);
   list_->setHeaderLabels({QStringLiteral("Saved"), QStringLiteral("By"), QStringLiteral("Size"),
                           QStringLiteral("What changed")});
   list_->setRootIsDecorated(false);
@@ -115,6 +117,10 @@ void HistoryPane::showEdit(const std::optional<ObjectRow>& row) {
   }
   showHint();
   refresh();
+}
+
+void HistoryPane::setRefusal(const QString& why) {
+  if (std::exchange(refusal_, why) != why) showHint();
 }
 
 void HistoryPane::refresh() {
@@ -193,9 +199,11 @@ void HistoryPane::showHint() {
   hint_->setVisible(!hint_->text().isEmpty());
   list_->parentWidget()->setVisible(hasEdit && problem_.isEmpty());
   restore_->setVisible(hasEdit);
-  restore_->setEnabled(version && !version->isNow && version->problem.isEmpty());
-  restore_->setToolTip(restore_->isEnabled() ? QString()
-                                             : QStringLiteral("Choose an older version first."));
+  const bool isOlder = version && !version->isNow && version->problem.isEmpty();
+  restore_->setEnabled(isOlder && refusal_.isEmpty());
+  restore_->setToolTip(!refusal_.isEmpty() ? plainTip(refusal_)
+                       : isOlder           ? QString()
+                                           : QStringLiteral("Choose an older version first."));
   if (!version) {
     changes_->setPlainText(
         QStringLiteral("Choose a version to see it drawn above, with what changed since."));

@@ -49,6 +49,9 @@ class HistoryPane : public QWidget {
   /// Another edit is chosen, or the same one is as this now; nothing for none.
   void showEdit(const std::optional<ObjectRow>& row);
 
+  /// Why nothing of the edit may be restored; empty where it may.
+  void setRefusal(const QString& why);
+
   /// The edit may have another version by now.
   void refresh();
 
@@ -92,6 +95,7 @@ class HistoryPane : public QWidget {
   QPlainTextEdit* changes_;
   QPushButton* restore_;
   ObjectRow edit_;
+  QString refusal_;
   QString problem_;
   std::vector<VersionRow> rows_;
   QString chosen_;  ///< the version; empty for none

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "app/commands/Command.h"
+#include "app/window/ActionTable.h"
 #include "app/window/Texts.h"
 #include "app/window/Timeline.h"
 #include "station/Trash.h"
@@ -77,7 +78,7 @@ VersionsPtr versionsOf(const QString& cookie) {
   versions->cookie = cookie;
   const auto list = EditHistory::list(Cookie(cookie.toStdString().c_str(), false));
   if (!list) {
-    versions->problem = readableText(list.error().message);
+    versions->problem = shownError(list.error());
   } else {
     for (const JsonValue& line : list->elements()) versions->rows.push_back(versionRow(line));
   }
@@ -165,8 +166,8 @@ void HostLink::tellBusy() {
   }
   isBusy_ = true;
   const Activity activity = currentActivity();
-  const QString what =
-      activity.what.empty() ? QStringLiteral("its other work") : readableText(activity.what);
+  const QString what = activity.what.empty() ? QStringLiteral("its other work")
+                                             : inWindowWords(readableText(activity.what));
   Q_EMIT busyChanged(what, static_cast<int>(sinceSign_.elapsed() / 1000));
 }
 
@@ -176,7 +177,7 @@ CommandOutcome HostLink::outcomeOf(const QString& line) {
   outcome.line = line;
   if (call.command) outcome.command = readableText(call.command->name);
   if (call.problem || !call.command) {
-    outcome.text = call.problem ? readableText(call.problem->message) : QString();
+    outcome.text = call.problem ? shownError(*call.problem) : QString();
     outcome.code = ErrorCode::eUsage;
     return outcome;
   }
@@ -186,7 +187,7 @@ CommandOutcome HostLink::outcomeOf(const QString& line) {
   outcome.succeeded = static_cast<bool>(result);
   outcome.result = result ? *result : JsonValue();
   if (!result) outcome.code = result.error().code;
-  outcome.text = readableText(result ? renderForPeople(*result) : result.error().message);
+  outcome.text = result ? readableText(renderForPeople(*result)) : shownError(result.error());
   return outcome;
 }
 
@@ -279,7 +280,7 @@ void HostLink::askTrash() {
   post("listing the trash", [this] {
     auto content = std::make_shared<TrashContent>();
     const auto list = with_.station.trash().list();
-    if (!list) content->problem = readableText(list.error().message);
+    if (!list) content->problem = shownError(list.error());
     for (const JsonValue& each : list ? list->elements() : std::vector<JsonValue>()) {
       content->rows.push_back(trashRow(each));
     }

@@ -3,6 +3,7 @@
 #include <QEvent>
 #include <QHeaderView>
 #include <QItemSelectionModel>
+#include <QKeyEvent>
 #include <QScrollBar>
 #include <QSortFilterProxyModel>
 #include <QTreeView>
@@ -78,6 +79,24 @@ void ColumnFit::fit() {
     room = fits ? room - width : 0;
   }
   isFitting_ = false;
+}
+
+ArrowKeys::ArrowKeys(QAbstractItemView& view) : QObject(&view), view_(view) {
+  view.installEventFilter(this);
+}
+
+bool ArrowKeys::eventFilter(QObject* watched, QEvent* event) {
+  if (event->type() != QEvent::KeyPress) return QObject::eventFilter(watched, event);
+  const int key = static_cast<QKeyEvent*>(event)->key();
+  const bool isMove = key == Qt::Key_Up || key == Qt::Key_Down || key == Qt::Key_Home ||
+                      key == Qt::Key_End || key == Qt::Key_PageUp || key == Qt::Key_PageDown;
+  const bool hasChoice = view_.selectionModel()->hasSelection();
+  if (!isMove || hasChoice || view_.model()->rowCount() == 0) return false;
+  const QModelIndex current = view_.currentIndex();
+  view_.setCurrentIndex(current.isValid() ? current : view_.model()->index(0, 0));
+  view_.selectionModel()->select(view_.currentIndex(),
+                                 QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+  return true;
 }
 
 namespace {

@@ -7,6 +7,7 @@
 #include <QString>
 #include <vector>
 
+class QAbstractItemView;
 class QTreeView;
 
 namespace korvel {
@@ -53,6 +54,19 @@ class ColumnFit : public QObject {
   int first_;
   std::vector<Width> widths_;
   bool isFitting_ = false;
+};
+
+/// Has the keys that move in a list choose a row where none is chosen: by itself the list moves on
+/// from its current row, so that the only row of a list could not be chosen. Lives as long as the
+/// view.
+class ArrowKeys : public QObject {
+ public:
+  explicit ArrowKeys(QAbstractItemView& view);
+
+ private:
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
+  QAbstractItemView& view_;
 };
 
 class ObjectsModel;

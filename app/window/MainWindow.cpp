@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "app/window/ActionRunner.h"
+#include "app/window/ActionTable.h"
 #include "app/window/DetailPane.h"
 #include "app/window/Dialogs.h"
 #include "app/window/HistoryPane.h"
@@ -106,8 +107,10 @@ void MainWindow::addKeepingActions() {
 
 void MainWindow::showSteps() {
   const auto show = [](QAction& action, const QString& step, const QString& none) {
-    action.setEnabled(!step.isEmpty());
     action.setText(step.isEmpty() ? none : menuText(step));
+    setAllowed(action, step.isEmpty()
+                           ? QStringLiteral("There is nothing to %1.").arg(none.toLower())
+                           : QString());
   };
   show(*undoAction_, snapshot_->undo, QStringLiteral("Undo"));
   show(*redoAction_, snapshot_->redo, QStringLiteral("Redo"));
@@ -128,7 +131,10 @@ void MainWindow::connectLink() {
           [this](const QString& why) { messages().tell(MessageBar::Kind::eError, why); });
   connect(&link_, &HostLink::busyChanged, panes_.status, &StatusLine::showBusy);
   connect(&link_, &HostLink::timelineReady, panes_.detail, &DetailPane::takeTimeline);
-  connect(&link_, &HostLink::mayReady, panes_.objects, &ObjectsPane::takeAnswers);
+  connect(&link_, &HostLink::mayReady, this, [this](const QHash<QString, bool>& answers) {
+    objects().takeAnswers(answers);
+    enableActions();
+  });
   connect(ownMenus_.get(), &WindowMenus::lookWanted, &link_, &HostLink::lookAgain);
   connect(actions_.get(), &ActionRunner::done, outcomes_.get(), &OutcomeTeller::tellUndoably);
 }
@@ -242,7 +248,11 @@ void MainWindow::takeNews(const News& news) {
   actions_->takeUser(news.station.user);
   actions_->guard().takeUser(news.station.user);
   received_ = news.received;
-  log().append(news.lines);
+  std::vector<LogLine> lines = news.lines;
+  for (LogLine& line : lines) {
+    if (line.kind == LogLine::Kind::eText) line.text = inWindowWords(line.text);
+  }
+  log().append(lines);
   notifications().add(news.notifications);
   // Network problems are also shown in the bar: the log may be hidden.
   for (const LogLine& line : news.lines) {
@@ -285,8 +295,9 @@ void MainWindow::showHistory() {
 }
 
 void MainWindow::enableActions() {
-  menus_->enable([this](Target target) { return actions_->isThere(target); });
-  trashAction_->setEnabled(actions_->isThere(Target::eOpenProject));
+  history().setRefusal(actions_->whyNotRestore());
+  menus_->enable([this](const ActionSpec& action) { return actions_->whyNot(action); });
+  setAllowed(*trashAction_, actions_->whatLacks(Target::eOpenProject));
 }
 
 // Finding unsaved changes and leaving the project may take as long as the share does. The window

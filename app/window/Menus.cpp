@@ -14,6 +14,7 @@
 #include "app/window/HostLink.h"
 #include "app/window/ObjectsPane.h"
 #include "app/window/PanelDock.h"
+#include "app/window/Texts.h"
 #include "app/window/WindowLayout.h"
 
 namespace korvel {
@@ -39,7 +40,9 @@ MainMenus::MainMenus(QMainWindow& window, const Runner& run) : window_(window) {
 
 QMenu& MainMenus::menu(const QString& title) {
   QMenu*& found = menus_[title];
-  if (!found) found = window_.menuBar()->addMenu(withMnemonic(title));
+  if (found) return *found;
+  found = window_.menuBar()->addMenu(withMnemonic(title));
+  found->setToolTipsVisible(true);
   return *found;
 }
 
@@ -51,8 +54,15 @@ QAction& MainMenus::add(const QString& title, const QString& text, const QString
   return *action;
 }
 
-void MainMenus::enable(const std::function<bool(Target)>& isThere) {
-  for (const auto& [spec, action] : actions_) action->setEnabled(isThere(spec->target));
+void setAllowed(QAction& action, const QString& whyNot) {
+  action.setEnabled(whyNot.isEmpty());
+  if (action.statusTip() == whyNot) return;
+  action.setStatusTip(whyNot);
+  action.setToolTip(whyNot.isEmpty() ? QString() : plainTip(whyNot));
+}
+
+void MainMenus::enable(const std::function<QString(const ActionSpec&)>& whyNot) {
+  for (const auto& [spec, action] : actions_) setAllowed(*action, whyNot(*spec));
 }
 
 void MainMenus::bindKey(const QString& line, QWidget& widget) const {
@@ -66,6 +76,7 @@ void MainMenus::popUp(const std::vector<Target>& targets, const QPoint& at) {
   auto* shown = new QMenu(&window_);
   // popup() returns at once, so the menu must delete itself.
   shown->setAttribute(Qt::WA_DeleteOnClose);
+  shown->setToolTipsVisible(true);
   for (const Target target : targets) {
     if (!shown->isEmpty()) shown->addSeparator();
     for (const auto& [spec, action] : actions_) {
@@ -117,8 +128,6 @@ void WindowMenus::buildTools() {
   bar->setContextMenuPolicy(Qt::PreventContextMenu);
   panelAction_ = bar->addAction(panelIcon({}), QStringLiteral("Messages"));
   panelAction_->setCheckable(true);
-  panelAction_->setToolTip(
-      QStringLiteral("Write to colleagues (Ctrl+M opens, Ctrl+Shift+M closes)"));
   connect(panelAction_, &QAction::triggered, this, &WindowMenus::togglePanel);
   connect(menus_.action(QStringLiteral("panel open")), &QAction::triggered, panes_.panel,
           [this] { panes_.panel->focusWhenOpen(); });
@@ -136,6 +145,9 @@ void WindowMenus::showPanel(const PanelState& panel) {
   const bool isOtherIcon = panel.icon != panes_.panel->state().icon;
   if (isOtherIcon) panelAction_->setIcon(panelIcon(panel.icon));
   panelAction_->setEnabled(panel.exists);
+  panelAction_->setToolTip(
+      panel.exists ? QStringLiteral("Write to colleagues (Ctrl+M opens, Ctrl+Shift+M closes)")
+                   : QStringLiteral("The plug-in of this station offers no messages."));
   panelAction_->setChecked(panel.isOpen);
 }
 

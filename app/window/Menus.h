@@ -33,8 +33,9 @@ class MainMenus {
   /// The action's key works while this widget has the keyboard, and nowhere else.
   void bindKey(const QString& line, QWidget& widget) const;
 
-  /// Enables the actions that are possible with the selection.
-  void enable(const std::function<bool(Target)>& isThere);
+  /// Enables what can be done with what is chosen. `whyNot` says why something cannot be done;
+  /// empty for what can.
+  void enable(const std::function<QString(const ActionSpec&)>& whyNot);
 
   /// Shows a menu of the actions that concern this kind of thing.
   void popUp(const std::vector<Target>& targets, const QPoint& at);
@@ -51,7 +52,8 @@ class MainMenus {
   std::vector<std::pair<const ActionSpec*, QAction*>> actions_;
 };
 
-class MainMenus;
+/// Enables an action, or disables it and has its tool tip and the status line say why.
+void setAllowed(QAction& action, const QString& whyNot);
 
 /// The window's own menus and tools, beside those of the table of actions: what is in sight, how it
 /// is coloured, the help.

@@ -10,6 +10,7 @@
 
 #include "app/commands/Command.h"
 #include "app/commands/MessageAdvice.h"
+#include "app/window/ActionTable.h"
 #include "app/window/Appearance.h"
 #include "app/window/Dialogs.h"
 #include "app/window/ObjectsPane.h"
@@ -59,6 +60,7 @@ MessageBar::MessageBar(const QString& name, QWidget* parent)
   for (int i = 0; QToolButton * button : buttons_) {
     button->setObjectName(name + QStringLiteral("Button") +
                           (i > 0 ? QString::number(i) : QString()));
+    button->setProperty("role", "button");
     button->hide();
     layout->addWidget(button, 0, Qt::AlignVCenter);
     connect(button, &QToolButton::clicked, this, [this, i] { Q_EMIT acted(i); });
@@ -129,7 +131,13 @@ bool makesEdit(const QString& command) {
   return isOneOf(command, {"edit create", "log create", "edit import", "edit save-copy"});
 }
 
-/// Whether the lists show the effect of a command, so that its answer need not be shown.
+/// What an answer is called: as the menu calls what was asked for.
+QString titleOf(const QString& line) {
+  const QString place = placeOf(line);
+  return place.isEmpty() ? line : place.section(QStringLiteral(" > "), -1);
+}
+
+/// Whether the lists show what a command did, so that its answer needs no showing.
 bool isShownByLists(const QString& command) {
   return makesEdit(command) || command.endsWith(QLatin1String(" create")) ||
          command.endsWith(QLatin1String(" add")) || command.endsWith(QLatin1String(" remove")) ||
@@ -195,7 +203,7 @@ void OutcomeTeller::take(const CommandOutcome& outcome) {
 void OutcomeTeller::tellAnswer(const CommandOutcome& outcome) {
   if (outcome.text.isEmpty()) return;
   if (outcome.text.contains(QLatin1Char('\n')) || outcome.text.size() >= kLongestAnswer) {
-    return showTable(window_, outcome.line, outcome.text);
+    return showTable(window_, titleOf(outcome.line), outcome.text);
   }
   panes_.messages->tell(MessageBar::Kind::eNote, outcome.text);
 }

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "app/window/Appearance.h"
+#include "app/window/Lists.h"
 #include "app/window/Texts.h"
 
 namespace korvel {
@@ -69,6 +70,7 @@ NotificationsPane::NotificationsPane(QWidget* parent)
       whole_(new QPlainTextEdit) {
   list_->setObjectName(QStringLiteral("notifications"));
   list_->setAccessibleName(QStringLiteral("Notifications"));
+  new ArrowKeys(*list_);
   list_->setUniformItemSizes(true);
   list_->setTextElideMode(Qt::ElideRight);
   list_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
@@ -79,6 +81,11 @@ NotificationsPane::NotificationsPane(QWidget* parent)
   whole_->setTabChangesFocus(true);
   whole_->setAccessibleName(QStringLiteral("The whole notification"));
   whole_->hide();
+  for (QWidget* each : {static_cast<QWidget*>(list_), list_->viewport(),
+                        static_cast<QWidget*>(whole_), whole_->viewport()}) {
+    each->setMouseTracking(true);
+    each->installEventFilter(this);
+  }
   auto* both = new QSplitter(Qt::Vertical);
   both->addWidget(list_);
   both->addWidget(whole_);
@@ -98,12 +105,13 @@ NotificationsPane::NotificationsPane(QWidget* parent)
 
 void NotificationsPane::add(const std::vector<NotificationLine>& lines) {
   if (lines.empty()) return;
+  if (unread_ == 0) markAllRead();
   hint_->hide();
   list_->parentWidget()->show();
   for (const NotificationLine& line : lines) addLine(line);
   // takeItem() hands the item over.
   while (list_->count() > kMost) delete list_->takeItem(list_->count() - 1);
-  if (!isVisible()) setUnread(unread_ + static_cast<int>(lines.size()));
+  setUnread(unread_ + static_cast<int>(lines.size()));
 }
 
 void NotificationsPane::addLine(const NotificationLine& line) {
@@ -114,7 +122,7 @@ void NotificationsPane::addLine(const NotificationLine& line) {
   item->setData(kTextRole, line.text);
   item->setData(kTitleRole, line.sender.isEmpty() ? when : line.sender + ", " + when);
   item->setToolTip(plainTip(item->data(kTitleRole).toString() + QLatin1Char('\n') + line.text));
-  if (!isVisible()) setBold(*item, QFont::Bold);
+  setBold(*item, QFont::Bold);
   list_->insertItem(0, item);
 }
 
@@ -132,11 +140,26 @@ void NotificationsPane::setUnread(int count) {
 
 void NotificationsPane::showEvent(QShowEvent* event) {
   QWidget::showEvent(event);
-  setUnread(0);
+  if (!event->spontaneous()) takeLook();
 }
+
+bool NotificationsPane::eventFilter(QObject* watched, QEvent* event) {
+  const QEvent::Type type = event->type();
+  if (type == QEvent::KeyPress || type == QEvent::MouseMove || type == QEvent::MouseButtonPress ||
+      type == QEvent::Wheel || type == QEvent::FocusIn) {
+    takeLook();
+  }
+  return QWidget::eventFilter(watched, event);
+}
+
+void NotificationsPane::takeLook() { setUnread(0); }
 
 void NotificationsPane::hideEvent(QHideEvent* event) {
   QWidget::hideEvent(event);
+  if (unread_ == 0) markAllRead();
+}
+
+void NotificationsPane::markAllRead() {
   for (int i = 0; i < list_->count(); ++i) setBold(*list_->item(i), QFont::Normal);
 }
 

@@ -27,7 +27,9 @@ class ConversationView : public QPlainTextEdit {
 };
 
 /// All notifications with their times and who wrote them, the latest first, and the whole text of
-/// the chosen one. What came while nobody saw the list is bold until the list is left again.
+/// the chosen one. What came counts as unread until somebody looks: brings the list to the front,
+/// moves the mouse over it or presses a key in it. A list that was left open is not looked at by
+/// itself. What is new is bold until the list is left, or what is newer comes.
 class NotificationsPane : public QWidget {
   Q_OBJECT
 
@@ -38,7 +40,7 @@ class NotificationsPane : public QWidget {
 
   void add(const std::vector<NotificationLine>& lines);
 
-  /// How many came since the list was last on the screen.
+  /// How many came since somebody looked at the list.
   [[nodiscard]] int unread() const { return unread_; }
 
   /// Chooses the latest, so that its whole text shows.
@@ -55,7 +57,10 @@ class NotificationsPane : public QWidget {
   void showChosen();
   void setUnread(int count);
   void showEvent(QShowEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
   void hideEvent(QHideEvent* event) override;
+  void takeLook();
+  void markAllRead();
 
   QListWidget* list_;
   QLabel* hint_;

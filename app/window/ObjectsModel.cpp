@@ -256,6 +256,11 @@ void ObjectsModel::takeAnswers(const QHash<QString, bool>& answers) {
   }
 }
 
+std::optional<bool> ObjectsModel::mayChange(const QString& cookie) const {
+  const auto answer = may_.find(cookie);
+  return answer == may_.end() ? std::nullopt : std::optional(*answer);
+}
+
 void ObjectsModel::askSoon(const QString& cookie) const {
   if (asked_.contains(cookie)) return;
   asked_.insert(cookie);
@@ -285,12 +290,15 @@ void ObjectsModel::markSeen(int row) {
   tellChanged(row, row);
 }
 
-QString ObjectsModel::tabText() const {
+QString ObjectsModel::title() const {
   static const QStringList kTitles{QStringLiteral("Edits and logs"), QStringLiteral("Bins"),
                                    QStringLiteral("Racks"), QStringLiteral("Filters"),
                                    QStringLiteral("Media")};
-  const QString title = kTitles[static_cast<int>(kind_)];
-  return rows_->empty() ? title : QStringLiteral("%1  %L2").arg(title).arg(rows_->size());
+  return kTitles[static_cast<int>(kind_)];
+}
+
+QString ObjectsModel::tabText() const {
+  return rows_->empty() ? title() : QStringLiteral("%1  %L2").arg(title()).arg(rows_->size());
 }
 
 int ObjectsModel::rowCount(const QModelIndex& parent) const {

@@ -4,6 +4,7 @@
 #include <QHash>
 #include <QSet>
 #include <QTimer>
+#include <optional>
 #include <string>
 
 #include "app/window/Snapshot.h"
@@ -47,7 +48,10 @@ class ObjectsModel : public QAbstractTableModel {
 
   void takeAnswers(const QHash<QString, bool>& answers);
 
-  /// The user has seen an object: its changes are no longer news.
+  /// Whether the user may change an edit, as far as it is known.
+  [[nodiscard]] std::optional<bool> mayChange(const QString& cookie) const;
+
+  /// The user looked at an object: what was new of it is so no longer.
   void markSeen(int row);
   [[nodiscard]] bool hasNews(int row) const;
   [[nodiscard]] int newsCount() const;
@@ -58,6 +62,7 @@ class ObjectsModel : public QAbstractTableModel {
   [[nodiscard]] const ObjectRows& rows() const { return *rows_; }
   [[nodiscard]] int rowOf(const QString& key) const;
   [[nodiscard]] ObjectKind kind() const { return kind_; }
+  [[nodiscard]] QString title() const;  ///< "Edits and logs"
   [[nodiscard]] QString tabText() const;
 
   int rowCount(const QModelIndex& parent = {}) const override;

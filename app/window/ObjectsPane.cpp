@@ -1,6 +1,8 @@
 #include "app/window/ObjectsPane.h"
 
+#include <QKeyEvent>
 #include <QLabel>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 #include "app/window/Appearance.h"
@@ -83,12 +85,16 @@ ObjectsPane::ObjectsPane(QWidget* parent)
       stack_(new QStackedWidget),
       empty_(new QLabel) {
   tabs_->setObjectName(QStringLiteral("kinds"));
+  tabs_->setAccessibleName(QStringLiteral("Kinds of objects"));
   tabs_->setDrawBase(false);
   tabs_->setExpanding(false);
   tabs_->setUsesScrollButtons(true);
+  for (auto* scroll : tabs_->findChildren<QToolButton*>()) scroll->setFocusPolicy(Qt::NoFocus);
   search_->setObjectName(QStringLiteral("search"));
   search_->setPlaceholderText(QStringLiteral("Narrow the list by name (Ctrl+F)"));
+  search_->setAccessibleName(QStringLiteral("Narrow the list by name"));
   search_->setClearButtonEnabled(true);
+  search_->installEventFilter(this);
   search_->setMaximumWidth(320);
   search_->setMinimumWidth(60);
   empty_->setAlignment(Qt::AlignCenter);
@@ -137,6 +143,9 @@ ObjectsPane::List ObjectsPane::makeList(ObjectKind kind) {
   view.setVerticalScrollMode(QAbstractItemView::ScrollPerItem);
   view.setTextElideMode(Qt::ElideMiddle);
   setWidths(view, *list.model);
+  view.setObjectName(QString::fromStdString(familyOf(kind)) + QStringLiteral("List"));
+  view.setAccessibleName(list.model->title());
+  new ArrowKeys(view);
   new ChoiceKeeper(*list.model, *list.proxy, view, this);
   connect(list.model, &ObjectsModel::mayWanted, this, &ObjectsPane::mayWanted);
   connect(view.selectionModel(), &QItemSelectionModel::selectionChanged, this,
@@ -279,6 +288,29 @@ void ObjectsPane::markSeen(const QString& key) {
 void ObjectsPane::startSearch() {
   search_->setFocus(Qt::ShortcutFocusReason);
   search_->selectAll();
+}
+
+// Escape takes the whole list back, and once it is whole leaves the field, as Down and Return do.
+bool ObjectsPane::eventFilter(QObject* watched, QEvent* event) {
+  const bool isKey = watched == search_ && event->type() == QEvent::KeyPress;
+  if (!isKey) return QWidget::eventFilter(watched, event);
+  const int key = static_cast<QKeyEvent*>(event)->key();
+  const bool isEscape = key == Qt::Key_Escape;
+  if (isEscape && !search_->text().isEmpty()) {
+    search_->clear();
+    return true;
+  }
+  if (!isEscape && key != Qt::Key_Down && key != Qt::Key_Return && key != Qt::Key_Enter)
+    return false;
+  leaveSearch();
+  return !isEscape;  // which also closes a message
+}
+
+void ObjectsPane::leaveSearch() {
+  QTreeView& view = *list(kind()).view;
+  if (!view.isVisible()) return;
+  view.setFocus(Qt::OtherFocusReason);
+  if (!view.selectionModel()->hasSelection()) view.setCurrentIndex(view.model()->index(0, 0));
 }
 
 }  // namespace korvel

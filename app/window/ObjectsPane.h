@@ -73,6 +73,8 @@ class ObjectsPane : public QWidget {
   void showEmptiness();
   void narrow(const QString& text);
   void chooseFirst();
+  void leaveSearch();
+  bool eventFilter(QObject* watched, QEvent* event) override;
 
   QTabBar* tabs_;
   QLineEdit* search_;

@@ -49,6 +49,7 @@ PanelDock::PanelDock(QWidget* parent)
   entry_->setAccessibleName(QStringLiteral("Message"));
   auto* send = new QToolButton;
   send->setText(QStringLiteral("Send"));
+  send->setProperty("role", "button");
   send->setToolTip(QStringLiteral("Send (Return)"));
   auto* to = new QHBoxLayout;
   to->addWidget(new QLabel(QStringLiteral("To")));

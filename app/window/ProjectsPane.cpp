@@ -265,6 +265,7 @@ ProjectsPane::List ProjectsPane::makeList(const QString& name, const QString& ti
   view->setContextMenuPolicy(Qt::CustomContextMenu);
   view->setMinimumHeight(40);
   view->setTextElideMode(Qt::ElideRight);
+  new ArrowKeys(*view);
   connect(view->selectionModel(), &QItemSelectionModel::currentChanged, this,
           &ProjectsPane::choiceChanged);
   return {list.model, view, new ColumnFit(*view, kLeastHolderName, {{kLeastState, kLeastState}})};

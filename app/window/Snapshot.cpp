@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "app/window/ActionTable.h"
 #include "app/window/Lists.h"
 #include "app/window/ObjectsModel.h"
 #include "app/window/Texts.h"
@@ -126,7 +127,7 @@ void SnapshotMaker::lookAtLists(Snapshot& next) {
     sortByName(projects);
     next.projectsProblem.clear();
   } else {
-    next.projectsProblem = readableText(infos.error().message);
+    next.projectsProblem = shownError(infos.error());
   }
   next.projects = unlessSame(next.projects, std::move(projects));
   std::vector<RoomRow> rooms;

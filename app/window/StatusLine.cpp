@@ -30,7 +30,6 @@ StatusLine::StatusLine(QWidget* parent)
       who_(quietLabel("who")),
       network_(quietLabel("network")),
       counts_(quietLabel("counts")) {
-  busy_->setAccessibleName(QStringLiteral("What the station waits for"));
   busy_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
   addWidget(sign_);
   addWidget(busy_, 1);
@@ -101,6 +100,7 @@ void StatusLine::fit() {
   all.removeAll(QString());
   for (ElidedLabel* label : {busy_, who_, network_, counts_}) {
     label->setToolTip(plainTip(all.join(QLatin1Char('\n'))));
+    label->setAccessibleName(QStringLiteral("Status: ") + label->text());
   }
 }
 

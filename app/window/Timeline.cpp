@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "app/window/ActionTable.h"
 #include "app/window/Texts.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditHistory.h"
@@ -178,7 +179,7 @@ TimelinePtr makeTimeline(Station& station, const QString& cookie) {
     *timeline = timelineOf(document->json());
     timeline->name = readableText(shownText(document->name()));
   } else {
-    timeline->problem = readableText(document.error().message);
+    timeline->problem = shownError(document.error());
   }
   timeline->cookie = cookie;
   return timeline;
@@ -193,7 +194,7 @@ TimelinePtr makeTimelineOf(Station& station, const QString& cookie, const QStrin
     timeline->name = readableText(shownText(kept->name()));
     if (const auto now = shownDocument(station, object)) markChanges(*timeline, *kept, *now);
   } else {
-    timeline->problem = readableText(kept.error().message);
+    timeline->problem = shownError(kept.error());
   }
   timeline->cookie = cookie;
   timeline->version = version;

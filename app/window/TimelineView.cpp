@@ -24,15 +24,7 @@ constexpr int kLeastTextWidth = 26;
 constexpr int kMarkHeight = 5;
 constexpr double kMostZoom = 400;
 constexpr int kLeastTickWidth = 84;
-
-/// The seconds from tick to tick: a round number that leaves room for the text.
-double tickSeconds(double pixelsPerSecond) {
-  for (const double step : {0.04, 0.2, 1.0, 2.0, 5.0, 10.0, 30.0, 60.0, 120.0, 300.0, 600.0, 1800.0,
-                            3600.0, 7200.0, 36000.0}) {
-    if (step * pixelsPerSecond >= kLeastTickWidth) return step;
-  }
-  return kLeastTickWidth / pixelsPerSecond;
-}
+constexpr long kMostTickSeconds = 100'000'000'000;
 
 QColor fillOf(const TimelineTrack& track, const TimelineItem& item) {
   const Colours& with = colours();
@@ -65,9 +57,34 @@ QString kindWord(const TimelineItem& item) {
 
 }  // namespace
 
+namespace {
+
+/// How many frames a second of a timecode has.
+long framesPerSecond(double rate) { return std::max(1L, std::lround(rate)); }
+
+}  // namespace
+
+long framesFromTickToTick(double pixelsPerFrame, double rate) {
+  const long perSecond = framesPerSecond(rate);
+  for (const long step : {1, 2, 5, 10}) {
+    if (step < perSecond && static_cast<double>(step) * pixelsPerFrame >= kLeastTickWidth)
+      return step;
+  }
+  long seconds = 1;
+  for (const long step : {1, 2, 5, 10, 30, 60, 120, 300, 600, 1800, 3600, 7200, 36000}) {
+    seconds = step;
+    if (static_cast<double>(seconds * perSecond) * pixelsPerFrame >= kLeastTickWidth) break;
+  }
+  while (static_cast<double>(seconds * perSecond) * pixelsPerFrame < kLeastTickWidth &&
+         seconds < kMostTickSeconds) {
+    seconds *= 10;
+  }
+  return seconds * perSecond;
+}
+
 QString timecode(double seconds, double rate) {
   const long frames = std::lround(std::max(0.0, seconds) * rate);
-  const long perSecond = std::max(1L, std::lround(rate));
+  const long perSecond = framesPerSecond(rate);
   const long whole = frames / perSecond;
   const auto two = [](long number) {
     return QString::number(number).rightJustified(2, QLatin1Char('0'));
@@ -150,12 +167,30 @@ void TimelineView::paintEvent(QPaintEvent*) {
         !hint_.isEmpty() ? hint_ : QStringLiteral("This edit is empty: it has no tracks yet.");
     painter.drawText(viewport()->rect().adjusted(16, 8, -16, -8),
                      Qt::AlignCenter | Qt::TextWordWrap, text);
-    return;
+    return paintFocus(painter);
   }
   for (std::size_t track = 0; track < timeline_->tracks.size(); ++track) {
     paintTrack(painter, track);
   }
   paintRuler(painter);
+  paintFocus(painter);
+}
+
+void TimelineView::paintFocus(QPainter& painter) const {
+  if (!hasFocus()) return;
+  painter.setPen(QPen(colours().accent, 2));
+  painter.setBrush(Qt::NoBrush);
+  painter.drawRect(viewport()->rect().adjusted(1, 1, -1, -1));
+}
+
+void TimelineView::focusInEvent(QFocusEvent* event) {
+  QAbstractScrollArea::focusInEvent(event);
+  viewport()->update();
+}
+
+void TimelineView::focusOutEvent(QFocusEvent* event) {
+  QAbstractScrollArea::focusOutEvent(event);
+  viewport()->update();
 }
 
 void TimelineView::paintRuler(QPainter& painter) const {
@@ -163,20 +198,30 @@ void TimelineView::paintRuler(QPainter& painter) const {
   painter.fillRect(QRect(0, 0, viewport()->width(), kRulerHeight), palette().window());
   painter.setPen(with.line);
   painter.drawLine(0, kRulerHeight, viewport()->width(), kRulerHeight);
-  const double scale = pixelsPerSecond();
-  const double step = tickSeconds(scale);
   painter.setClipRect(kHeadWidth, 0, viewport()->width(), kRulerHeight);
-  const double first = std::floor(horizontalScrollBar()->value() / scale / step);
-  for (double tick = std::max(0.0, first); xAt(tick * step) < viewport()->width(); ++tick) {
-    if (tick * step > timeline_->length + step) break;
-    const int x = xAt(tick * step);
-    painter.setPen(with.line);
+  for (const long frame : ticks()) {
+    const double seconds = static_cast<double>(frame) / timeline_->rate;
+    const int x = xAt(seconds);
+    painter.setPen(with.border);
     painter.drawLine(x, kRulerHeight - 8, x, kRulerHeight);
     painter.setPen(with.quiet);
     painter.drawText(QRect(x + 4, 0, kLeastTickWidth, kRulerHeight - 2),
-                     Qt::AlignLeft | Qt::AlignVCenter, timecode(tick * step, timeline_->rate));
+                     Qt::AlignLeft | Qt::AlignVCenter, timecode(seconds, timeline_->rate));
   }
   painter.setClipping(false);
+}
+
+std::vector<long> TimelineView::ticks() const {
+  std::vector<long> frames;
+  if (!timeline_ || timeline_->rate <= 0) return frames;
+  const double scale = pixelsPerSecond() / timeline_->rate;
+  const long step = framesFromTickToTick(scale, timeline_->rate);
+  const double last = std::min(timeline_->length * timeline_->rate + static_cast<double>(step),
+                               (horizontalScrollBar()->value() + viewport()->width()) / scale);
+  const auto first = static_cast<long>(horizontalScrollBar()->value() / scale);
+  for (long frame = first - first % step; static_cast<double>(frame) <= last; frame += step)
+    frames.push_back(frame);
+  return frames;
 }
 
 void TimelineView::paintTrack(QPainter& painter, std::size_t track) const {
@@ -212,8 +257,7 @@ void TimelineView::paintItem(QPainter& painter, const TimelineTrack& track,
   const Colours& with = colours();
   const bool isGap = item.kind == TimelineItem::Kind::eGap;
   const bool isChosen = weight == Weight::eChosen;
-  QPen pen(isChosen ? with.accent : (isGap ? with.line : fillOf(track, item).darker(130)),
-           isChosen ? 2 : 1);
+  QPen pen(isChosen ? with.accent : with.edge, isChosen ? 2 : 1);
   if (isGap && !isChosen) pen.setStyle(Qt::DashLine);
   painter.setPen(pen);
   painter.setBrush(fillOf(track, item));

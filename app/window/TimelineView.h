@@ -32,6 +32,9 @@ class TimelineView : public QAbstractScrollArea {
   /// What the tool tip at a place of the viewport says; empty for none.
   [[nodiscard]] QString tipAt(const QPoint& at) const;
 
+  /// The frames at which the ruler has a tick with its timecode.
+  [[nodiscard]] std::vector<long> ticks() const;
+
  Q_SIGNALS:
   void choiceChanged();
 
@@ -41,6 +44,8 @@ class TimelineView : public QAbstractScrollArea {
   void mousePressEvent(QMouseEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
   void wheelEvent(QWheelEvent* event) override;
+  void focusInEvent(QFocusEvent* event) override;
+  void focusOutEvent(QFocusEvent* event) override;
   bool viewportEvent(QEvent* event) override;
 
  private:
@@ -52,6 +57,7 @@ class TimelineView : public QAbstractScrollArea {
   [[nodiscard]] const TimelineItem* itemAt(const QPoint& at, std::size_t& track,
                                            std::size_t& item) const;
   void paintRuler(QPainter& painter) const;
+  void paintFocus(QPainter& painter) const;
   void paintTrack(QPainter& painter, std::size_t track) const;
   void paintItem(QPainter& painter, const TimelineTrack& track, const TimelineItem& item,
                  const QRect& rect, Weight weight) const;
@@ -71,6 +77,10 @@ class TimelineView : public QAbstractScrollArea {
   std::size_t track_ = 0;
   std::size_t item_ = 0;
 };
+
+/// How many frames are from tick to tick of a ruler on which a frame is this wide: as few as leave
+/// each its text, a whole number, and from a second on whole seconds.
+long framesFromTickToTick(double pixelsPerFrame, double rate);
 
 /// "00:00:03:12": hours, minutes, seconds and frames of a time.
 QString timecode(double seconds, double rate);

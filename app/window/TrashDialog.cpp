@@ -7,6 +7,7 @@
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
+#include "app/window/Lists.h"
 #include "app/window/Texts.h"
 
 namespace korvel {
@@ -36,6 +37,7 @@ TrashDialog::TrashDialog(QWidget* parent)
   setAttribute(Qt::WA_DeleteOnClose);
   list_->setObjectName(QStringLiteral("trash"));
   list_->setAccessibleName(QStringLiteral("Deleted objects"));
+  new ArrowKeys(*list_);
   list_->setHeaderLabels({QStringLiteral("Name"), QStringLiteral("Kind"), QStringLiteral("Owner"),
                           QStringLiteral("Deleted"), QStringLiteral("By"), QStringLiteral("Size")});
   list_->setRootIsDecorated(false);
@@ -104,6 +106,7 @@ void TrashDialog::enable() {
   restore_->setToolTip(restore_->isEnabled() ? QString()
                                              : QStringLiteral("Choose what is to come back."));
   empty_->setEnabled(!rows_.empty());
+  empty_->setToolTip(rows_.empty() ? QStringLiteral("It is empty already.") : QString());
 }
 
 }  // namespace korvel

@@ -213,7 +213,7 @@ TEST_F(WindowSafetyTest, GivingToAnUnknownOrReservedNameIsAskedAbout) {
   });
 }
 
-TEST_F(WindowSafetyTest, AProjectMadeHereIsChosenAndReturnOpensIt) {
+TEST_F(WindowSafetyTest, AProjectMadeHereIsChosenAndReturnAndCtrlOOpenIt) {
   play([](MainWindow& window) {
     ASSERT_TRUE(waitForProject(window, "Harbour"));
     command(window, "project create Alley");
@@ -224,6 +224,14 @@ TEST_F(WindowSafetyTest, AProjectMadeHereIsChosenAndReturnOpensIt) {
     }));
     QTest::keyClick(&list, Qt::Key_Return);
     EXPECT_TRUE(waitForProject(window, "Alley"));
+    command(window, "project create Beach");
+    EXPECT_TRUE(waitFor([&] {
+      const auto chosen = window.projects().chosenProject();
+      return chosen && chosen->name == "Beach" && window.focusWidget() == &list;
+    }));
+    QApplication::setActiveWindow(&window);
+    QTest::keyClick(&list, Qt::Key_O, Qt::ControlModifier);
+    EXPECT_TRUE(waitForProject(window, "Beach"));
   });
 }
 

@@ -1,0 +1,328 @@
+#include <gtest/gtest.h>
+
+#include <QAccessible>
+#include <QDockWidget>
+#include <QImage>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QToolBar>
+#include <QTreeView>
+#include <cmath>
+#include <set>
+
+#include "app/commands/Command.h"
+#include "app/window/ActionTable.h"
+#include "app/window/Appearance.h"
+#include "app/window/HistoryPane.h"
+#include "app/window/MessageBar.h"
+#include "tests/window/WindowScene.h"
+
+using namespace korvel;
+
+namespace {
+
+constexpr const char* kTwoEdits =
+    "project create Harbour\n"
+    "project enter Harbour\n"
+    "edit create Quay\n"
+    "edit create Pier\n";
+
+/// Everything that the Tab key reaches.
+QList<QWidget*> reachable(MainWindow& window) {
+  QList<QWidget*> found;
+  for (QWidget* each : window.findChildren<QWidget*>()) {
+    if (each->isVisible() && each->isEnabled() && (each->focusPolicy() & Qt::TabFocus) &&
+        !each->focusProxy()) {
+      found.append(each);
+    }
+  }
+  return found;
+}
+
+/// All panes and a message, so that nothing is left out.
+void showEverything(MainWindow& window) {
+  ASSERT_TRUE(waitForProject(window, "Harbour"));
+  openPanel(window);
+  for (QDockWidget* dock : window.findChildren<QDockWidget*>()) dock->show();
+  window.messages().tell(MessageBar::Kind::eNote, "A message");
+  window.messages().offer({"Undo"});
+  NotificationLine line{QDateTime::currentDateTime(), "BEN", "words"};
+  window.notifications().add({line});
+  ASSERT_TRUE(waitFor([&] { return !window.detail().key().isEmpty(); }));
+}
+
+std::string nameOfWidget(const QWidget* widget) {
+  return widget->metaObject()->className() + (" " + widget->objectName()).toStdString();
+}
+
+class WindowWaysTest : public testing::Test, protected WindowScene {};
+
+TEST_F(WindowWaysTest, EscapeClearsTheSearchAndDownLeavesItIntoTheList) {
+  script = kTwoEdits;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return window.objects().rows(ObjectKind::eEdits).size() == 2; }));
+    QTreeView& list = window.objects().view(ObjectKind::eEdits);
+    auto& search = *window.findChild<QLineEdit*>("search");
+    list.selectionModel()->clear();
+    QTest::keyClick(&window, Qt::Key_F, Qt::ControlModifier);
+    EXPECT_EQ(window.focusWidget(), &search);
+    QTest::keyClicks(&search, "pie");
+    EXPECT_EQ(list.model()->rowCount(), 1);
+    QTest::keyClick(&search, Qt::Key_Down);
+    EXPECT_EQ(window.focusWidget(), &list);
+    ASSERT_EQ(window.objects().chosen().size(), 1U);
+    EXPECT_EQ(window.objects().chosen().front().name, "Pier");
+    search.setFocus();
+    QTest::keyClick(&search, Qt::Key_Escape);
+    EXPECT_EQ(list.model()->rowCount(), 2);
+    EXPECT_EQ(window.focusWidget(), &search);
+    QTest::keyClick(&search, Qt::Key_Escape);
+    EXPECT_EQ(window.focusWidget(), &list);
+  });
+}
+
+TEST_F(WindowWaysTest, TheOnlyRowOfAListIsChosenByTheArrows) {
+  script = "project create Harbour\nproject enter Harbour\nroom create Foyley\nbin create Best\n";
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    ASSERT_TRUE(waitFor([&] { return window.projects().rooms().model()->rowCount() == 1; }));
+    window.objects().setKind(ObjectKind::eBins);
+    for (QTreeView* list : {&window.objects().view(ObjectKind::eBins), &window.projects().rooms(),
+                            &window.projects().projects()}) {
+      list->setFocus(Qt::TabFocusReason);
+      QTest::keyClick(list, Qt::Key_Down);
+      EXPECT_EQ(list->selectionModel()->selectedRows().size(), 1)
+          << list->objectName().toStdString();
+    }
+    EXPECT_EQ(window.objects().chosen().size(), 1U);
+    EXPECT_TRUE(window.projects().chosenRoom());
+  });
+}
+
+/// How many dots differ by more than a shade.
+int differingDots(const QImage& a, const QImage& b) {
+  int dots = 0;
+  for (int y = 0; y < std::min(a.height(), b.height()); ++y) {
+    for (int x = 0; x < std::min(a.width(), b.width()); ++x) {
+      const int less = qGray(a.pixel(x, y));
+      dots += std::abs(less - qGray(b.pixel(x, y))) > 24;
+    }
+  }
+  return dots;
+}
+
+TEST_F(WindowWaysTest, TheFocusIsVisibleWhereverItIs) {
+  script = kTwoEdits;
+  play([](MainWindow& window) {
+    showEverything(window);
+    const QList<QWidget*> all = reachable(window);
+    EXPECT_GT(all.size(), 8);
+    for (QWidget* each : all) {
+      QWidget* const other = each == all.front() ? all.back() : all.front();
+      other->setFocus(Qt::TabFocusReason);
+      QCoreApplication::processEvents();
+      const QImage without = each->grab().toImage();
+      each->setFocus(Qt::TabFocusReason);
+      QCoreApplication::processEvents();
+      EXPECT_GT(differingDots(without, each->grab().toImage()), 30) << nameOfWidget(each);
+    }
+  });
+}
+
+TEST_F(WindowWaysTest, WhatTakesTheFocusAndTheStatusHaveNamesForAScreenReader) {
+  script = kTwoEdits;
+  play([](MainWindow& window) {
+    showEverything(window);
+    QList<QWidget*> all = reachable(window);
+    for (const char* label : {"busy", "who"}) all.append(window.findChild<QWidget*>(label));
+    for (QWidget* each : all) {
+      QAccessibleInterface* const access = QAccessible::queryAccessibleInterface(each);
+      ASSERT_NE(access, nullptr);
+      EXPECT_FALSE(access->text(QAccessible::Name).isEmpty()) << nameOfWidget(each);
+    }
+    const auto nameOf = [&](QWidget& widget) {
+      return QAccessible::queryAccessibleInterface(&widget)->text(QAccessible::Name);
+    };
+    EXPECT_EQ(nameOf(window.objects().view(ObjectKind::eEdits)), "Edits and logs");
+    EXPECT_EQ(nameOf(*window.findChild<QWidget*>("search")), "Narrow the list by name");
+    EXPECT_EQ(nameOf(*window.findChild<QWidget*>("busy")), "Status: Ready");
+  });
+}
+
+TEST_F(WindowWaysTest, WhatMayNotBeDoneIsDisabledAndSaysWhy) {
+  script = "project create Harbour\n";
+  play([this](MainWindow& window) {
+    const auto why = [&](const char* line) {
+      const QAction& action = *window.menus().action(line);
+      EXPECT_NE(action.isEnabled(), !action.statusTip().isEmpty()) << line;
+      return action.isEnabled() ? std::string() : action.statusTip().toStdString();
+    };
+    ASSERT_TRUE(waitForProject(window, ""));
+    EXPECT_EQ(why("edit create {0}"), "Open a project first.");
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    for (const char* line : {"project enter Harbour", "edit create Reel", "edit save Reel",
+                             "edit create Free", "edit give Free BEN --force"}) {
+      EXPECT_TRUE(ben.command(line)["ok"].asBool()) << line;
+    }
+    command(window, "project enter Harbour");
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Reel").isEmpty(); }));
+    window.objects().choose(ObjectKind::eEdits, keyOf(window, "Reel"));
+    EXPECT_TRUE(waitFor([&] { return !why("edit rename {object} {0}").empty(); }));
+    EXPECT_EQ(why("edit rename {object} {0}"), "\"Reel\" belongs to BEN.");
+    EXPECT_EQ(why("edit delete {objects}"), "\"Reel\" belongs to BEN.");
+    EXPECT_EQ(why("edit open {object}"), "");
+    EXPECT_EQ(why("edit close {object}"), "It is not open.");
+    EXPECT_EQ(why("bin add {0} {objects}"), "There is no bin yet: Bin > New bin makes one.");
+    EXPECT_EQ(why("room leave"), "You are in no room.");
+    EXPECT_TRUE(ben.command("edit give Reel ANNA --force")["ok"].asBool());
+    EXPECT_TRUE(waitFor([&] { return why("edit rename {object} {0}").empty(); }));
+    EXPECT_TRUE(window.menus().menu("Edit").toolTipsVisible());
+  });
+}
+
+TEST_F(WindowWaysTest, NoWordsOfTheConsoleAreInTheWindow) {
+  script = kTwoEdits;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    for (const auto& [name, command] : window.commands().all()) {
+      const QString told = inWindowWords(QString::fromStdString("so; \"" + name + "\" does it."));
+      EXPECT_FALSE(told.contains(QString::fromStdString("\"" + name + "\""))) << name;
+    }
+    EXPECT_EQ(inWindowWords("\"edit save Quay --over\" saves yours, \"edit revert\" drops it."),
+              "\"Edit > Save over another's version\" saves yours, "
+              "\"Edit > Drop unsaved changes\" drops it.");
+    EXPECT_EQ(inWindowWords("The edit \"undo\" belongs to \"BEN\"."),
+              "The edit \"undo\" belongs to \"BEN\".");
+    window.link().run("room enter Nowhere");
+    EXPECT_TRUE(waitFor([&] { return window.messages().text().contains("\"Room > New room\""); }))
+        << window.messages().text().toStdString();
+    EXPECT_FALSE(window.messages().text().contains("room create"));
+    window.link().run("users");
+    EXPECT_TRUE(waitFor([&] { return window.findChild<QDialog*>("answer"); }) ||
+                window.messages().isVisible());
+  });
+}
+
+double brightness(const QColor& colour) {
+  const auto part = [](double value) {
+    return value <= 0.03928 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+  };
+  return 0.2126 * part(colour.redF()) + 0.7152 * part(colour.greenF()) +
+         0.0722 * part(colour.blueF());
+}
+
+double contrast(const QColor& a, const QColor& b) {
+  const double one = brightness(a) + 0.05;
+  const double two = brightness(b) + 0.05;
+  return std::max(one, two) / std::min(one, two);
+}
+
+/// What is read, and what it may stand on.
+std::vector<std::pair<QColor, QColor>> readPairs() {
+  const Colours& c = colours();
+  const QPalette palette = QApplication::palette();
+  std::vector<std::pair<QColor, QColor>> pairs{{c.text, c.choice},    {c.text, c.softChoice},
+                                               {c.text, c.errorBack}, {c.text, c.noteBack},
+                                               {c.quiet, c.gap},      {c.onAccent, c.accent},
+                                               {c.clipText, c.clip},  {c.clipText, c.nested},
+                                               {c.clipText, c.audio}, {c.clipText, c.transition}};
+  for (const QColor& back : {c.panel, c.window}) {
+    for (const QColor& text : {c.text, c.quiet, c.accent, c.warn, c.bad})
+      pairs.push_back({text, back});
+  }
+  for (const auto group : {QPalette::Active, QPalette::Inactive, QPalette::Disabled}) {
+    const auto add = [&](QPalette::ColorRole text, QPalette::ColorRole back) {
+      pairs.push_back({palette.color(group, text), palette.color(group, back)});
+    };
+    add(QPalette::WindowText, QPalette::Window);
+    add(QPalette::Text, QPalette::Base);
+    add(QPalette::Text, QPalette::AlternateBase);
+    add(QPalette::ButtonText, QPalette::Button);
+    add(QPalette::ToolTipText, QPalette::ToolTipBase);
+    add(QPalette::PlaceholderText, QPalette::Base);
+    add(QPalette::HighlightedText, QPalette::Highlight);
+    add(QPalette::Link, QPalette::Window);
+  }
+  return pairs;
+}
+
+TEST_F(WindowWaysTest, TextBordersAndWhatIsChosenStandOutLightAndDark) {
+  const WithoutDisplay display;
+  for (const Appearance each : {Appearance::eLight, Appearance::eDark}) {
+    applyAppearance(each);
+    const Colours& c = colours();
+    for (const auto& [text, back] : readPairs()) {
+      EXPECT_GE(contrast(text, back), 4.5)
+          << text.name().toStdString() << " on " << back.name().toStdString();
+    }
+    for (const QColor& line : {c.border, c.accent, c.edge, c.good, c.held, c.warn, c.bad}) {
+      EXPECT_GE(contrast(line, c.panel), 3.0) << line.name().toStdString();
+      EXPECT_GE(contrast(line, c.window), 3.0) << line.name().toStdString();
+    }
+  }
+}
+
+/// The colour that most of a row's upper edge has.
+QColor edgeOfRow(QTreeView& list, int row) {
+  const QRect rect = list.visualRect(list.model()->index(row, 0));
+  const QImage image = list.viewport()->grab().toImage();
+  return image.pixelColor(rect.center().x(), rect.top());
+}
+
+TEST_F(WindowWaysTest, AChosenRowIsDrawnWithAnEdgeThatStandsOut) {
+  script = kTwoEdits;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return window.objects().rows(ObjectKind::eEdits).size() == 2; }));
+    for (const Appearance each : {Appearance::eLight, Appearance::eDark}) {
+      applyAppearance(each);
+      QTreeView& list = window.objects().view(ObjectKind::eEdits);
+      list.setCurrentIndex(list.model()->index(1, 0));
+      for (QWidget* focus : {static_cast<QWidget*>(&list), window.findChild<QWidget*>("search")}) {
+        focus->setFocus();
+        QCoreApplication::processEvents();
+        EXPECT_GE(contrast(edgeOfRow(list, 1), colours().panel), 3.0) << nameOfWidget(focus);
+        EXPECT_LT(contrast(edgeOfRow(list, 0), colours().panel), 1.5) << nameOfWidget(focus);
+      }
+    }
+  });
+}
+
+TEST(WindowRulerTest, TicksAreWholeFramesAndNoTwoHaveOneTimecode) {
+  for (const double rate : {12.0, 23.976, 24.0, 25.0, 29.97, 30.0, 50.0, 59.94, 60.0}) {
+    for (double pixels = 1e-9; pixels < 200; pixels *= 1.37) {
+      const long step = framesFromTickToTick(pixels, rate);
+      ASSERT_GE(step, 1);
+      EXPECT_TRUE(static_cast<double>(step) * pixels >= 84 || pixels < 1e-7 || pixels > 84);
+      const long perSecond = std::lround(rate);
+      EXPECT_TRUE(step < perSecond || step % perSecond == 0) << step << " at " << rate;
+      std::set<QString> texts;
+      for (long frame = 0; frame < 20 * step && step < 1'000'000; frame += step) {
+        EXPECT_TRUE(texts.insert(timecode(static_cast<double>(frame) / rate, rate)).second);
+      }
+    }
+  }
+}
+
+TEST(WindowRulerTest, TheRulerOfAZoomedEditHasATickAtEachFrame) {
+  const WithoutDisplay display;
+  auto timeline = std::make_shared<Timeline>();
+  timeline->cookie = "E1";
+  timeline->length = 2;
+  timeline->rate = 24;
+  timeline->tracks.push_back({"V1", false, {{}}, {}});
+  TimelineView view;
+  view.resize(800, 200);
+  view.QWidget::show();
+  view.show(timeline);
+  for (int i = 0; i < 8; ++i) QTest::keyClick(&view, Qt::Key_Plus);
+  const std::vector<long> ticks = view.ticks();
+  ASSERT_GT(ticks.size(), 3U);
+  for (std::size_t i = 1; i < ticks.size(); ++i) EXPECT_EQ(ticks[i] - ticks[i - 1], 1);
+}
+
+}  // namespace
