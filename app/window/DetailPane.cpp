@@ -42,8 +42,8 @@ DetailPane::DetailPane(QWidget* parent)
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
   layout->addLayout(top);
-  layout->addWidget(change_);
   layout->addWidget(stack_, 1);
+  layout->addWidget(change_);
   connect(change_, &MessageBar::acted, this, [this] {
     change_->hide();
     // The user asked for the present state, not for the version that was shown.

@@ -15,7 +15,7 @@ class QToolButton;
 
 namespace korvel {
 
-/// A strip above the lists that tells how an action ended, and why one was refused. Takes no focus;
+/// A strip below the lists that tells how an action ended, and why one was refused. Takes no focus;
 /// stays until it is closed or another takes its place.
 class MessageBar : public QFrame {
   Q_OBJECT

@@ -4,6 +4,7 @@
 #include <QFont>
 #include <QLabel>
 #include <QSet>
+#include <QSplitter>
 #include <QTreeView>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -119,6 +120,15 @@ QLabel* makeLabel(const QString& text, const char* role) {
   return label;
 }
 
+QWidget* inColumn(const QList<QWidget*>& widgets) {
+  auto* column = new QWidget;
+  auto* layout = new QVBoxLayout(column);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  for (QWidget* each : widgets) layout->addWidget(each, each == widgets.back() ? 1 : 0);
+  return column;
+}
+
 /// Shape and colour of a lock, beside its words.
 void setHold(HolderRow& row, Hold hold) {
   switch (hold) {
@@ -215,17 +225,17 @@ ProjectsPane::ProjectsPane(QWidget* parent)
       projectsHint_(makeLabel({}, "quiet")),
       roomsHint_(makeLabel({}, "quiet")),
       projects_(makeList(QStringLiteral("projects"), QStringLiteral("Projects"))),
-      rooms_(makeList(QStringLiteral("rooms"), QStringLiteral("Rooms"))) {
+      rooms_(makeList(QStringLiteral("rooms"), QStringLiteral("Rooms"))),
+      lists_(new QSplitter(Qt::Vertical)) {
   projectsHint_->setObjectName(QStringLiteral("projectsHint"));
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
-  layout->addWidget(projectsHeading_);
-  layout->addWidget(projectsHint_);
-  layout->addWidget(projects_.view, 3);
-  layout->addWidget(roomsHeading_);
-  layout->addWidget(roomsHint_);
-  layout->addWidget(rooms_.view, 2);
+  layout->addWidget(lists_);
+  lists_->setHandleWidth(1);
+  lists_->setChildrenCollapsible(false);
+  lists_->addWidget(inColumn({projectsHeading_, projectsHint_, projects_.view}));
+  lists_->addWidget(inColumn({roomsHeading_, roomsHint_, rooms_.view}));
   setMinimumWidth(80);
   connect(projects_.view, &QTreeView::activated, this, [this] {
     if (const auto row = chosenProject()) Q_EMIT projectOpened(*row);

@@ -10,6 +10,7 @@
 #include "app/window/Snapshot.h"
 
 class QLabel;
+class QSplitter;
 class QTreeView;
 
 namespace korvel {
@@ -79,6 +80,8 @@ class ProjectsPane : public QWidget {
   /// Chooses the project of this cookie, and has the keys act on it; false where the list has none.
   bool chooseProject(const QString& cookie);
 
+  /// Projects above, rooms below.
+  [[nodiscard]] QSplitter& lists() const { return *lists_; }
   [[nodiscard]] QTreeView& projects() const { return *projects_.view; }
   [[nodiscard]] QTreeView& rooms() const { return *rooms_.view; }
 
@@ -109,6 +112,7 @@ class ProjectsPane : public QWidget {
   QLabel* roomsHint_;
   List projects_;
   List rooms_;
+  QSplitter* lists_;
   Shared<std::vector<ProjectRow>> projectRows_;
   Shared<std::vector<RoomRow>> roomRows_;
   QString problem_;

@@ -59,8 +59,8 @@ UnsavedGuard::UnsavedGuard(QWidget& window, HostLink& link, MessageBar& bar)
     : window_(window), link_(link), bar_(bar) {
   connect(&bar_, &MessageBar::acted, this, [this](int which) {
     bar_.hide();
-    const auto act = offered_[static_cast<std::size_t>(which)];
-    if (act) act();
+    const auto at = static_cast<std::size_t>(which);
+    if (const auto act = at < offered_.size() ? offered_[at] : nullptr) act();
   });
 }
 

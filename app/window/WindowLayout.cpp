@@ -36,6 +36,7 @@ const QString kType = QStringLiteral("type");
 const QString kSizeState = QStringLiteral("size");
 const QString kX = QStringLiteral("x");
 const QString kY = QStringLiteral("y");
+const QString kDockSizes = QStringLiteral("size/");
 
 }  // namespace
 
@@ -88,6 +89,7 @@ namespace {
 constexpr QSize kFirstSize{1240, 780};
 constexpr QSize kRoomForDocks{480, 320};  // beside one another
 constexpr int kUsefulSide = 180;          // of the projects, to tell who holds them
+constexpr QSize kDockSize{300, 190};
 
 /// "640x700+10+0": a size and a place.
 std::optional<QRect> geometryFrom(const std::string& text) {
@@ -114,8 +116,27 @@ QSplitter* splitter(Qt::Orientation orientation, const QList<QWidget*>& widgets)
 
 }  // namespace
 
+namespace {
+
+/// How much of a splitter's room its first part has.
+double shareOf(const QSplitter& parts) {
+  const QList<int> sizes = parts.sizes();
+  const int room = sizes.front() + sizes.back();
+  return room > 0 ? static_cast<double>(sizes.front()) / room : 0.5;
+}
+
+void giveShare(QSplitter& parts, double share) {
+  const QList<int> sizes = parts.sizes();
+  const int room = sizes.front() + sizes.back();
+  const int first = static_cast<int>(share * room + 0.5);
+  if (first != sizes.front()) parts.setSizes({first, room - first});
+}
+
+}  // namespace
+
 WindowLayout::WindowLayout(QMainWindow& window, const WindowPanes& panes)
     : window_(window), panes_(panes) {
+  window_.setAnimated(false);
   buildPanes();
   buildDocks();
   window_.installEventFilter(this);
@@ -123,19 +144,25 @@ WindowLayout::WindowLayout(QMainWindow& window, const WindowPanes& panes)
 
 void WindowLayout::buildPanes() {
   centre_ = splitter(Qt::Vertical, {panes_.objects, panes_.detail});
-  centre_->setStretchFactor(0, 3);
-  centre_->setStretchFactor(1, 2);
+  // Only the lower part gives room to a message, so that rows stay under the mouse.
+  for (QSplitter* each : {centre_, &lists()}) {
+    each->setStretchFactor(0, 0);
+    each->setStretchFactor(1, 1);
+  }
   centre_->setSizes({420, 230});
   side_ = splitter(Qt::Horizontal, {panes_.projects, centre_});
   side_->setStretchFactor(1, 1);
-  side_->setSizes({270, 900});
+  side_->setSizes({sideWidth_, 900});
   side_->installEventFilter(this);
+  connect(side_, &QSplitter::splitterMoved, this, [this] { sideWidth_ = side_->sizes().front(); });
+  connect(centre_, &QSplitter::splitterMoved, this, [this] { centreShare_ = shareOf(*centre_); });
+  connect(&lists(), &QSplitter::splitterMoved, this, [this] { listsShare_ = shareOf(lists()); });
   auto* middle = new QWidget;
   auto* layout = new QVBoxLayout(middle);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
-  for (MessageBar* bar : {panes_.recovery, panes_.messages, panes_.strip}) layout->addWidget(bar);
   layout->addWidget(scrolled(side_), 1);
+  for (MessageBar* bar : {panes_.strip, panes_.messages, panes_.recovery}) layout->addWidget(bar);
   window_.setCentralWidget(middle);
 }
 
@@ -157,14 +184,16 @@ void WindowLayout::buildDocks() {
   window_.addDockWidget(Qt::BottomDockWidgetArea, historyDock_);
   window_.tabifyDockWidget(logDock_, historyDock_);
   for (QDockWidget* each : {notificationsDock_, logDock_, historyDock_}) each->hide();
-  window_.resizeDocks({panes_.panel}, {300}, Qt::Horizontal);
+  window_.resizeDocks({panes_.panel}, {kDockSize.width()}, Qt::Horizontal);
   for (QDockWidget* each : docks()) {
+    dockSizes_[each] = kDockSize;
     // Queued: within the signal Qt is still laying out, and a change of sizes would be lost.
     connect(each, &QDockWidget::visibilityChanged, this, &WindowLayout::fit, Qt::QueuedConnection);
     connect(each, &QDockWidget::dockLocationChanged, this, &WindowLayout::fit,
             Qt::QueuedConnection);
   }
-  window_.resizeDocks({logDock_, historyDock_}, {190, 190}, Qt::Vertical);
+  window_.resizeDocks({logDock_, historyDock_}, {kDockSize.height(), kDockSize.height()},
+                      Qt::Vertical);
 }
 
 QList<QDockWidget*> WindowLayout::docks() const {
@@ -201,28 +230,56 @@ void WindowLayout::fit() {
   }
   if (isSmall != isSmall_) isSmall ? gatherDocks() : spreadDocks();
   isSmall_ = isSmall;
-  narrowPanel();
+  fitDocks();
   if (!isSmall) noteSpread();
 }
 
-// The list of objects keeps most of the width: the panel gets a third at most.
-void WindowLayout::narrowPanel() {
-  const int most = window_.width() / 3;
-  if (!panes_.panel->isVisible() || panes_.panel->width() <= most) return;
-  window_.resizeDocks({panes_.panel}, {most}, Qt::Horizontal);
+// The list of objects keeps most of the width: what is beside it gets a third at most.
+void WindowLayout::fitDocks() {
+  const QSize most = window_.size() / 3;
+  for (QDockWidget* dock : docks()) {
+    if (!dock->isVisible() || dock->isFloating()) continue;
+    const Qt::DockWidgetArea area = window_.dockWidgetArea(dock);
+    const bool isBeside = area == Qt::LeftDockWidgetArea || area == Qt::RightDockWidgetArea;
+    const QSize wanted = dockSizes_[dock].boundedTo(most);
+    const int size = isBeside ? wanted.width() : wanted.height();
+    if ((isBeside ? dock->width() : dock->height()) == size) continue;
+    window_.resizeDocks({dock}, {size}, isBeside ? Qt::Horizontal : Qt::Vertical);
+  }
 }
 
-void WindowLayout::narrowSide() {
+// The user moved the edge of a dock, which is no widget of its own.
+void WindowLayout::noteDockSizes() {
+  for (QDockWidget* dock : docks()) {
+    if (dock->isVisible() && !dock->isFloating()) dockSizes_[dock] = dock->size();
+  }
+}
+
+void WindowLayout::fitSide() {
   const int room = side_->width();
   const int most = std::max(room * 2 / 5, std::min(kUsefulSide, room / 2));
-  if (side_->sizes().front() > most) side_->setSizes({most, room - most});
+  const int width = std::min(sideWidth_, most);
+  if (side_->sizes().front() != width) side_->setSizes({width, room - width});
 }
 
+void WindowLayout::fitHeights() {
+  window_.layout()->activate();  // the docks have their sizes before what is between them
+  giveShare(*centre_, centreShare_);
+  giveShare(lists(), listsShare_);
+}
+
+QSplitter& WindowLayout::lists() const { return panes_.projects->lists(); }
+
 bool WindowLayout::eventFilter(QObject* watched, QEvent* event) {
+  const auto later = [this](void (WindowLayout::*what)()) {
+    QMetaObject::invokeMethod(this, what, Qt::QueuedConnection);
+  };
   if (event->type() == QEvent::Resize) {
-    const auto fitted = watched == side_ ? &WindowLayout::narrowSide : &WindowLayout::fit;
     // After the layout has taken the new size.
-    QMetaObject::invokeMethod(this, fitted, Qt::QueuedConnection);
+    later(watched == side_ ? &WindowLayout::fitSide : &WindowLayout::fit);
+    if (watched == &window_) later(&WindowLayout::fitHeights);
+  } else if (event->type() == QEvent::MouseButtonRelease && watched == &window_) {
+    later(&WindowLayout::noteDockSizes);
   }
   return QObject::eventFilter(watched, event);
 }
@@ -258,9 +315,13 @@ bool WindowLayout::restore(QSettings& kept) {
   }
   window_.restoreGeometry(kept.value(QStringLiteral("geometry")).toByteArray());
   window_.restoreState(kept.value(QStringLiteral("state")).toByteArray());
-  side_->restoreState(kept.value(QStringLiteral("side")).toByteArray());
-  centre_->restoreState(kept.value(QStringLiteral("centre")).toByteArray());
-  // The station decides whether the panel is open; the kept state may say otherwise.
+  sideWidth_ = kept.value(QStringLiteral("sideWidth"), sideWidth_).toInt();
+  centreShare_ = kept.value(QStringLiteral("centreShare"), centreShare_).toDouble();
+  listsShare_ = kept.value(QStringLiteral("listsShare"), listsShare_).toDouble();
+  for (QDockWidget* dock : docks()) {
+    const QSize size = kept.value(kDockSizes + dock->objectName(), kDockSize).toSize();
+    dockSizes_[dock] = size.expandedTo(dock->minimumSizeHint());
+  }
   panes_.panel->hide();
   return true;
 }
@@ -268,8 +329,12 @@ bool WindowLayout::restore(QSettings& kept) {
 void WindowLayout::save(QSettings& kept) const {
   kept.setValue(QStringLiteral("geometry"), window_.saveGeometry());
   kept.setValue(QStringLiteral("state"), isSmall_ ? spread_ : window_.saveState());
-  kept.setValue(QStringLiteral("side"), side_->saveState());
-  kept.setValue(QStringLiteral("centre"), centre_->saveState());
+  kept.setValue(QStringLiteral("sideWidth"), sideWidth_);
+  kept.setValue(QStringLiteral("centreShare"), centreShare_);
+  kept.setValue(QStringLiteral("listsShare"), listsShare_);
+  for (auto each = dockSizes_.begin(); each != dockSizes_.end(); ++each) {
+    kept.setValue(kDockSizes + each.key()->objectName(), each.value());
+  }
 }
 
 }  // namespace korvel

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDockWidget>
+#include <QHash>
 #include <QMainWindow>
 #include <QScrollArea>
 #include <QSettings>
@@ -78,8 +79,10 @@ struct WindowPanes {
 };
 
 /// Where everything in the window is: projects and rooms on the left, the open project's objects in
-/// the middle with the chosen one below them, the tools around. In a small window the tools lie
-/// over one another, each with a tab, and find back to their places once there is room.
+/// the middle with the chosen one below them, the tools around, messages at the lower edge, where
+/// they take room from below and move nothing under the mouse. In a small window the tools lie over
+/// one another, each with a tab, and find back to their places once there is room; what the user
+/// made wide or high is so again, too.
 class WindowLayout : public QObject {
   Q_OBJECT
 
@@ -111,8 +114,11 @@ class WindowLayout : public QObject {
   [[nodiscard]] QList<QDockWidget*> docks() const;
   QDockWidget* makeDock(const QString& title, const char* name, QWidget* content);
   void fit();
-  void narrowPanel();
-  void narrowSide();
+  void fitDocks();
+  void fitSide();
+  void fitHeights();
+  void noteDockSizes();
+  [[nodiscard]] QSplitter& lists() const;
   void gatherDocks();
   void spreadDocks();
   bool eventFilter(QObject* watched, QEvent* event) override;
@@ -124,7 +130,11 @@ class WindowLayout : public QObject {
   QDockWidget* historyDock_ = nullptr;
   QSplitter* side_ = nullptr;
   QSplitter* centre_ = nullptr;
-  QByteArray spread_;  ///< where the docks were when there was room for them
+  QByteArray spread_;                     ///< where the docks were when there was room for them
+  QHash<QDockWidget*, QSize> dockSizes_;  ///< as the user wants them where there is room
+  int sideWidth_ = 270;
+  double centreShare_ = 0.65;  ///< of the height, for the upper part
+  double listsShare_ = 0.6;
   bool isSmall_ = false;
 };
 

@@ -45,6 +45,7 @@ class WindowTrashTest : public testing::Test, protected WindowScene {
 
   /// BEN's "Reel" is open here, and BEN deletes it.
   static void haveReelDeleted(MainWindow& window, StationProcess& ben) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
     ASSERT_TRUE(ben.waitUntilReady());
     ASSERT_TRUE(ben.command("project enter Harbour")["ok"].asBool());
     ASSERT_TRUE(ben.command("edit create Reel")["ok"].asBool());

@@ -208,6 +208,79 @@ TEST_F(WindowWaysTest, NoWordsOfTheConsoleAreInTheWindow) {
   });
 }
 
+/// Where on the screen the first row of each list and the timeline are.
+std::vector<QPoint> places(const MainWindow& window) {
+  std::vector<QPoint> at;
+  for (const QTreeView* list : {&window.projects().projects(), &window.projects().rooms(),
+                                &window.objects().view(ObjectKind::eEdits)}) {
+    const QRect row = list->visualRect(list->model()->index(0, 0));
+    at.push_back(list->viewport()->mapToGlobal(row.topLeft()));
+  }
+  at.push_back(window.detail().view().viewport()->mapToGlobal(QPoint()));
+  return at;
+}
+
+TEST_F(WindowWaysTest, MessagesMoveNothingUnderTheMouse) {
+  script = std::string(kTwoEdits) + "room create Foyley\n";
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return window.projects().rooms().model()->rowCount() == 1; }));
+    ASSERT_TRUE(waitFor([&] { return window.objects().rows(ObjectKind::eEdits).size() == 2; }));
+    for (const QSize size : {QSize(1240, 780), QSize(640, 480)}) {
+      window.resize(size);
+      QTest::qWait(100);
+      const std::vector<QPoint> before = places(window);
+      const QString text = QString("A message of several words. ").repeated(6);
+      for (MessageBar* bar : {&window.messages(), &window.strip(), &window.recovery(),
+                              &window.detail().changeBar()}) {
+        bar->tell(MessageBar::Kind::eError, text);
+        QTest::qWait(50);
+        EXPECT_TRUE(bar->isVisible());
+        std::vector<QPoint> now = places(window);
+        if (size.height() < 500) now.back() = before.back();  // it has no room to give
+        EXPECT_EQ(now, before) << bar->objectName().toStdString();
+        bar->hide();
+        QTest::qWait(50);
+        EXPECT_EQ(places(window), before) << bar->objectName().toStdString();
+      }
+    }
+  });
+}
+
+/// Of the log and the history, which lie over one another.
+int shownHeight(const MainWindow& window) {
+  const auto* const log = window.findChild<QDockWidget*>("logDock");
+  const bool isLog = !log->visibleRegion().isEmpty();
+  return isLog ? log->height() : window.findChild<QDockWidget*>("historyDock")->height();
+}
+
+/// The sizes that the user sees: of the side, the parts, the docks and the list's columns.
+std::vector<int> sizesOf(const MainWindow& window) {
+  const QTreeView& list = window.objects().view(ObjectKind::eEdits);
+  std::vector<int> sizes{window.projects().width(), window.projects().projects().height(),
+                         window.objects().height(), window.panel().width(), shownHeight(window)};
+  for (int column = 0; column < list.model()->columnCount(); ++column) {
+    sizes.push_back(list.columnWidth(column));
+  }
+  return sizes;
+}
+
+TEST_F(WindowWaysTest, WhatASmallWindowTookComesBackWhenItGrows) {
+  script = kTwoEdits;
+  play([](MainWindow& window) {
+    showEverything(window);
+    window.messages().hide();
+    window.resize(1240, 780);
+    QTest::qWait(200);
+    const std::vector<int> before = sizesOf(window);
+    for (const QSize size : {QSize(900, 600), QSize(640, 480), QSize(490, 330), QSize(300, 200),
+                             QSize(490, 330), QSize(1240, 780)}) {
+      window.resize(size);
+      QTest::qWait(200);
+    }
+    EXPECT_EQ(sizesOf(window), before);
+  });
+}
+
 double brightness(const QColor& colour) {
   const auto part = [](double value) {
     return value <= 0.03928 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
