@@ -1,23 +1,41 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <QStringListModel>
+#include <algorithm>
 #include <atomic>
 #include <latch>
 #include <thread>
 
+#include "app/window/Lists.h"
 #include "host/edit/ThumbnailRenderTaskQueue.h"
 #include "station/base/StationSettings.h"
 #include "station/edit/ThumbnailQueue.h"
-#include "tests/support/Slowdown.h"
 #include "tests/window/WindowScene.h"
 
 using namespace korvel;
 
 namespace {
 
-constexpr double kMostLagMs = 100 * kSlowdown;
-constexpr double kMostOpeningMs = 300 * kSlowdown;
 constexpr std::size_t kBusyEdits = 1'000;
+constexpr std::size_t kFlood = 1'500;
+constexpr int kManyEdits = 10'000;
+constexpr int kPages = 40;
+constexpr double kMostSortings = 4;
+
+/// The processor time that sorting as many names as there are edits takes here and now: how fast
+/// this build, on this machine and beside whatever else runs, does what the list must do once.
+double sortingMilliseconds() {
+  QStringList names;
+  for (int i = 0; i < kManyEdits; ++i)
+    names << QStringLiteral("Edit %1").arg(i * 7919 % kManyEdits);
+  QStringListModel model(names);
+  NaturalOrderProxy sorted;
+  const double before = ownMilliseconds();
+  sorted.setSourceModel(&model);
+  sorted.sort(0);
+  return ownMilliseconds() - before;
+}
 
 class WindowUnderLoadTest : public testing::Test, protected WindowScene {};
 
@@ -41,6 +59,8 @@ class Flood {
     return count_;
   }
 
+  [[nodiscard]] std::size_t count() const { return count_; }
+
  private:
   void run() {
     auto next = std::chrono::steady_clock::now();
@@ -58,7 +78,7 @@ class Flood {
   std::size_t at_ = 0;
   std::size_t length_ = 0;
   std::atomic<bool> isEnding_ = false;
-  std::size_t count_ = 0;
+  std::atomic<std::size_t> count_ = 0;
   std::thread thread_;
 };
 
@@ -75,17 +95,21 @@ TEST_F(WindowUnderLoadTest, TenThousandEditsAreListedAtOnceAndScroll) {
   play([this](MainWindow& window) {
     ASSERT_TRUE(
         waitFor([&] { return window.snapshot() && !window.snapshot()->projects->empty(); }));
-    writeEdits(10'000);
+    writeEdits(kManyEdits);
+    const double sorting = sortingMilliseconds();
     QTreeView& view = window.objects().view(ObjectKind::eEdits);
+    qsizetype shown = 0;  // only rows in sight are asked about
+    QObject::connect(&window.objects(), &ObjectsPane::mayWanted, &view,
+                     [&shown](const QStringList& cookies) { shown += cookies.size(); });
     const double before = ownMilliseconds();
     window.link().run("project enter Many");
-    ASSERT_TRUE(waitFor([&] { return view.model()->rowCount() == 10'000; }, 60'000));
+    ASSERT_TRUE(waitFor([&] { return view.model()->rowCount() == kManyEdits; }, 60'000));
     view.viewport()->repaint();
-    EXPECT_LT(ownMilliseconds() - before, kMostOpeningMs);
-    EXPECT_EQ(view.model()->index(9'999, 0).data().toString(), "Edit 10000");
+    EXPECT_LT(ownMilliseconds() - before, kMostSortings * sorting) << "sorting: " << sorting;
+    EXPECT_EQ(view.model()->index(kManyEdits - 1, 0).data().toString(), "Edit 10000");
     const LatencyWatch latency;
     QTest::mouseClick(view.viewport(), Qt::LeftButton, {}, QPoint(20, 10));
-    for (int page = 0; page < 40; ++page) {
+    for (int page = 0; page < kPages; ++page) {
       const QModelIndex top = view.indexAt(QPoint(20, 10));
       QTest::keyClick(&view, Qt::Key_PageDown);
       EXPECT_TRUE(page == 0 || view.indexAt(QPoint(20, 10)).row() > top.row()) << page;
@@ -93,8 +117,9 @@ TEST_F(WindowUnderLoadTest, TenThousandEditsAreListedAtOnceAndScroll) {
     }
     QTest::keyClick(&view, Qt::Key_End);
     EXPECT_TRUE(waitFor([&] { return window.detail().key() == keyOf(window, "Edit 10000"); }));
-    EXPECT_LT(latency.longestWork(), kMostLagMs);
-    EXPECT_LT(latency.ninetyNinth(), kMostLagMs);
+    const int inSight = view.viewport()->height() / view.sizeHintForRow(0) + 2;
+    EXPECT_LT(shown, (kPages + 4) * inSight);
+    EXPECT_LT(latency.longestWork(), sorting) << "no round may look at all rows again";
   });
 }
 
@@ -118,14 +143,14 @@ TEST_F(WindowUnderLoadTest, AThousandChangesASecondAreAllShownWithoutLag) {
     const ObjectsPane& objects = window.objects();
     ASSERT_TRUE(waitFor([&] { return objects.rows(ObjectKind::eEdits).size() == kBusyEdits; }));
     const unsigned long receivedBefore = window.received();
+    const double sorting = sortingMilliseconds();
     const LatencyWatch latency;
     Flood flood(*this, bytesOf((*saved)["text_hex"].asString()), (*saved)["cookie"].asString(),
                 objects.rows(ObjectKind::eEdits));
-    QTest::qWait(2'500);
+    EXPECT_TRUE(waitFor([&] { return flood.count() > kFlood; }, 60'000));
     const std::size_t said = flood.end();
-    EXPECT_LT(latency.longestWork(), kMostLagMs);
-    EXPECT_LT(latency.ninetyNinth(), kMostLagMs);
-    EXPECT_GT(said, 1'500u);
+    EXPECT_LT(latency.longestWork(), kMostSortings * sorting) << "sorting: " << sorting;
+    EXPECT_LT(latency.ninetyNinth(), std::max<double>(kStandingStillMs, sorting));
     EXPECT_TRUE(waitFor([&] { return window.received() - receivedBefore == said; }, 60'000))
         << window.received() - receivedBefore << " of " << said;
     EXPECT_TRUE(waitFor([&] { return remoteChanges(window) == said; }, 60'000))
