@@ -1,5 +1,6 @@
 #include "app/window/TimelineView.h"
 
+#include <QAccessible>
 #include <QHelpEvent>
 #include <QKeyEvent>
 #include <QPainter>
@@ -11,6 +12,7 @@
 
 #include "app/window/Appearance.h"
 #include "app/window/Texts.h"
+#include "app/window/TimelineAccess.h"
 
 namespace korvel {
 
@@ -94,11 +96,63 @@ QString timecode(double seconds, double rate) {
 }
 
 TimelineView::TimelineView(QWidget* parent) : QAbstractScrollArea(parent) {
+  installTimelineAccess();  // before anything asks for it
   setFocusPolicy(Qt::StrongFocus);
   setFrameShape(QFrame::NoFrame);
   setAccessibleName(QStringLiteral("Timeline"));
   setMinimumHeight(60);
   setContextMenuPolicy(Qt::CustomContextMenu);
+}
+
+int TimelineView::itemCount() const {
+  std::size_t count = 0;
+  for (const TimelineTrack& track : timeline_ ? timeline_->tracks : std::vector<TimelineTrack>())
+    count += track.items.size();
+  return static_cast<int>(count);
+}
+
+std::pair<std::size_t, std::size_t> TimelineView::placeOfItem(int index) const {
+  auto left = static_cast<std::size_t>(index);
+  for (std::size_t track = timeline_->tracks.size(); track-- > 0;) {
+    const std::size_t count = timeline_->tracks[track].items.size();
+    if (left < count) return {track, left};
+    left -= count;
+  }
+  return {};
+}
+
+int TimelineView::numberOf(std::size_t track, std::size_t item) const {
+  for (std::size_t above = track + 1; above < timeline_->tracks.size(); ++above)
+    item += timeline_->tracks[above].items.size();
+  return static_cast<int>(item);
+}
+
+QString TimelineView::itemText(int index) const {
+  const auto [track, number] = placeOfItem(index);
+  const TimelineTrack& on = timeline_->tracks[track];
+  const TimelineItem& item = on.items[number];
+  const double rate = item.rate > 0 ? item.rate : timeline_->rate;
+  QStringList words{item.name.isEmpty() ? kindWord(item) : kindWord(item) + ' ' + item.name,
+                    QStringLiteral("track ") +
+                        (on.name.isEmpty() ? QString::number(track + 1) : oneLine(on.name)),
+                    timecode(item.length, rate) + QStringLiteral(" long"),
+                    QStringLiteral("from ") + timecode(item.start, rate)};
+  if (!item.change.isEmpty()) words << QStringLiteral("since then ") + item.change;
+  if (!item.hasMaterial) words << QStringLiteral("its material is missing");
+  return words.join(QStringLiteral(", "));
+}
+
+QRect TimelineView::itemRect(int index) const {
+  const auto [track, item] = placeOfItem(index);
+  return rectOf(track, item);
+}
+
+int TimelineView::chosenItem() const { return chosen() ? numberOf(track_, item_) : -1; }
+
+int TimelineView::itemUnder(const QPoint& at) const {
+  std::size_t track = 0;
+  std::size_t item = 0;
+  return itemAt(at, track, item) ? numberOf(track, item) : -1;
 }
 
 void TimelineView::show(const TimelinePtr& timeline) {
@@ -331,6 +385,11 @@ void TimelineView::choose(std::size_t track, std::size_t item) {
     horizontalScrollBar()->setValue(horizontalScrollBar()->value() + rect.left() - kHeadWidth - 40);
   }
   viewport()->update();
+  if (QAccessible::isActive()) {
+    QAccessibleEvent focus(this, QAccessible::Focus);
+    focus.setChild(chosenItem());
+    QAccessible::updateAccessibility(&focus);
+  }
   Q_EMIT choiceChanged();
 }
 

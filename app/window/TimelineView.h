@@ -35,6 +35,18 @@ class TimelineView : public QAbstractScrollArea {
   /// The frames at which the ruler has a tick with its timecode.
   [[nodiscard]] std::vector<long> ticks() const;
 
+  // The items one after another, as a screen reader walks them: the highest track's first.
+
+  [[nodiscard]] int itemCount() const;
+
+  /// "clip Opening, track V1, 00:00:02:00 long, from 00:00:10:00".
+  [[nodiscard]] QString itemText(int index) const;
+  [[nodiscard]] QRect itemRect(int index) const;
+
+  /// The chosen one's number, and that of the one at a place of the viewport; below zero for none.
+  [[nodiscard]] int chosenItem() const;
+  [[nodiscard]] int itemUnder(const QPoint& at) const;
+
  Q_SIGNALS:
   void choiceChanged();
 
@@ -54,6 +66,8 @@ class TimelineView : public QAbstractScrollArea {
   [[nodiscard]] double pixelsPerSecond() const;
   [[nodiscard]] int xAt(double seconds) const;
   [[nodiscard]] int yOf(std::size_t track) const;
+  [[nodiscard]] int numberOf(std::size_t track, std::size_t item) const;
+  [[nodiscard]] std::pair<std::size_t, std::size_t> placeOfItem(int index) const;
   [[nodiscard]] const TimelineItem* itemAt(const QPoint& at, std::size_t& track,
                                            std::size_t& item) const;
   void paintRuler(QPainter& painter) const;

@@ -398,4 +398,43 @@ TEST(WindowRulerTest, TheRulerOfAZoomedEditHasATickAtEachFrame) {
   for (std::size_t i = 1; i < ticks.size(); ++i) EXPECT_EQ(ticks[i] - ticks[i - 1], 1);
 }
 
+TEST(WindowRulerTest, AScreenReaderWalksTheItemsOfATimeline) {
+  const WithoutDisplay display;
+  auto timeline = std::make_shared<Timeline>();
+  timeline->cookie = "E1";
+  timeline->length = 3;
+  timeline->rate = 24;
+  TimelineItem quay;
+  quay.name = "Quay";
+  quay.length = 1;
+  TimelineItem pier = quay;
+  pier.name = "Pier";
+  pier.start = 1;
+  pier.length = 2;
+  timeline->tracks.push_back({"V1", false, {quay, pier}, {}});
+  timeline->tracks.push_back({"V2", false, {quay}, {}});
+  TimelineView view;
+  view.resize(800, 200);
+  view.QWidget::show();
+  view.show(timeline);
+  QAccessibleInterface* const list = QAccessible::queryAccessibleInterface(&view);
+  ASSERT_EQ(list->childCount(), 3);
+  EXPECT_EQ(list->role(), QAccessible::List);
+  EXPECT_EQ(list->child(0)->text(QAccessible::Name),
+            "clip Quay, track V2, 00:00:01:00 long, from 00:00:00:00");
+  QAccessibleInterface* const last = list->child(2);
+  EXPECT_EQ(last->text(QAccessible::Name),
+            "clip Pier, track V1, 00:00:02:00 long, from 00:00:01:00");
+  EXPECT_EQ(list->indexOfChild(last), 2);
+  EXPECT_EQ(last->parent(), list);
+  const QPoint middle = last->rect().center();
+  EXPECT_EQ(list->childAt(middle.x(), middle.y()), last);
+  EXPECT_FALSE(last->state().selected);
+  QTest::mouseClick(view.viewport(), Qt::LeftButton, {}, view.rectOf(0, 1).center());
+  EXPECT_TRUE(last->state().selected);
+  view.show(nullptr);
+  EXPECT_EQ(list->childCount(), 0);
+  EXPECT_FALSE(last->isValid());
+}
+
 }  // namespace
