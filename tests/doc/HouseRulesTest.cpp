@@ -19,11 +19,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kHouse = KV_SOURCE_DIR;
+const fs::path kHouseFolder = KV_SOURCE_DIR;
 
 std::vector<fs::path> pages() {
-  std::vector<fs::path> found{kHouse / "README.md"};
-  for (const auto& entry : fs::directory_iterator(kHouse / "docs")) {
+  std::vector<fs::path> found{kHouseFolder / "README.md"};
+  for (const auto& entry : fs::directory_iterator(kHouseFolder / "docs")) {
     if (entry.path().extension() == ".md") found.push_back(entry.path());
   }
   return found;
@@ -32,7 +32,7 @@ std::vector<fs::path> pages() {
 bool exists(const std::string& named) {
   const std::vector<std::string> endings{"", ".h", ".cpp"};
   return std::any_of(endings.begin(), endings.end(), [&named](const std::string& ending) {
-    return fs::exists(kHouse / (named + ending));
+    return fs::exists(kHouseFolder / (named + ending));
   });
 }
 
@@ -43,7 +43,7 @@ bool isPattern(const std::string& named) {
 }
 
 std::vector<fs::path> productFiles(const std::string& room, const std::string& ending) {
-  std::vector<fs::path> files = sourcesBelow(kHouse / room);
+  std::vector<fs::path> files = sourcesBelow(kHouseFolder / room);
   std::erase_if(files, [&ending](const fs::path& file) { return file.extension() != ending; });
   return files;
 }
@@ -81,7 +81,7 @@ TEST(HouseRules, FilesThatPagesNameExist) {
 TEST(HouseRules, TheProductHasFewFiles) {
   std::size_t files = 0;
   for (const char* room : {"host", "ProjectShare", "station", "app", "tools"}) {
-    files += sourcesBelow(kHouse / room).size();
+    files += sourcesBelow(kHouseFolder / room).size();
   }
   EXPECT_LE(files, 340u) << "a file is a thought: does the newest belong to a neighbour?";
 }
