@@ -8,11 +8,11 @@ namespace korvel {
 namespace {
 
 std::mutex mutex;
-Activity now;
+Activity theActivity;
 
 Activity exchange(Activity next) {
   const std::lock_guard lock(mutex);
-  return std::exchange(now, std::move(next));
+  return std::exchange(theActivity, std::move(next));
 }
 
 }  // namespace
@@ -24,7 +24,7 @@ ActivityScope::~ActivityScope() { exchange(std::move(before_)); }
 
 Activity currentActivity() {
   const std::lock_guard lock(mutex);
-  return now;
+  return theActivity;
 }
 
 void HostThread::post(Task task) {

@@ -9,7 +9,6 @@
 
 #include "host/base/Log.h"
 #include "station/base/HostThread.h"
-#include "station/os/Posix.h"
 
 namespace korvel {
 
@@ -178,8 +177,8 @@ struct Seals::Following {
   std::thread thread;
 
   void read() {
-    // Freshly: a network file system goes on saying that there is no ring, or the old one.
-    static_cast<void>(lookAfresh(directory));
+    // Not afresh, which would cost round trips all day: NFS may answer from its cache for a minute,
+    // and no key is used before every station knows it.
     const Mark now = markOf(directory + "/" + KeyRing::kFile);
     if (now == mark) return;
     auto keys = KeyRing::read(directory);
