@@ -9,6 +9,7 @@
 
 #include "host/base/Log.h"
 #include "station/base/HostThread.h"
+#include "station/os/Posix.h"
 
 namespace korvel {
 
@@ -94,6 +95,7 @@ namespace {
 
 /// How often the ring is looked at. The cache of a mount may delay the answer by up to a minute.
 constexpr auto kBetweenLooks = std::chrono::seconds(5);
+constexpr unsigned kLooksOfACache = 6;
 
 std::uint64_t randomNumber() {
   if (sodium_init() < 0) return 0;
@@ -171,14 +173,17 @@ struct Seals::Following {
   std::shared_ptr<const KeyRing> ring = std::make_shared<const KeyRing>();
   std::string directory;
   Mark mark{};
+  unsigned looks = 0;
   bool isTold = false;  ///< that the ring cannot be read; once until it can be
   bool isEnding = false;
   bool isAsking = false;
   std::thread thread;
 
   void read() {
-    // Not afresh, which would cost round trips all day: NFS may answer from its cache for a minute,
-    // and no key is used before every station knows it.
+    // NFS goes on saying that a file is missing which was missing before. Looking past its cache
+    // each time would cost round trips all day, so every half minute is enough: no key is used
+    // before every station knows it.
+    if (looks++ % kLooksOfACache == 0) static_cast<void>(lookAfresh(directory));
     const Mark now = markOf(directory + "/" + KeyRing::kFile);
     if (now == mark) return;
     auto keys = KeyRing::read(directory);
