@@ -299,8 +299,10 @@ QString inWindowWords(const QString& text) {
                               ? QString()
                               : placeOf(match.captured(2));
     if (place.isEmpty()) continue;
-    told += text.mid(from, match.capturedStart(2) - from) + place;
-    from = match.capturedEnd(2);
+    // Words that describe a place are no name of a menu: they stand without quotes.
+    const qsizetype quotes = place.front().isLower() ? 1 : 0;
+    told += text.mid(from, match.capturedStart(2) - quotes - from) + place;
+    from = match.capturedEnd(2) + quotes;
   }
   return told + text.mid(from);
 }

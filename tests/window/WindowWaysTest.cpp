@@ -196,6 +196,8 @@ TEST_F(WindowWaysTest, NoWordsOfTheConsoleAreInTheWindow) {
     EXPECT_EQ(inWindowWords("\"edit save Quay --over\" saves yours, \"edit revert\" drops it."),
               "\"Edit > Save over another's version\" saves yours, "
               "\"Edit > Drop unsaved changes\" drops it.");
+    EXPECT_EQ(inWindowWords("Enter another (\"project list\")."),
+              "Enter another (the list of projects).");
     EXPECT_EQ(inWindowWords("The edit \"undo\" belongs to \"BEN\"."),
               "The edit \"undo\" belongs to \"BEN\".");
     window.link().run("room enter Nowhere");
