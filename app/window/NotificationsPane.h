@@ -12,7 +12,7 @@ class QListWidgetItem;
 
 namespace korvel {
 
-/// Lines of a conversation, of which only new ones are laid out. Stays at its end unless the reader
+/// Lines of a conversation; only the new ones are laid out. It stays at its end unless the reader
 /// scrolled away.
 class ConversationView : public QPlainTextEdit {
   Q_OBJECT

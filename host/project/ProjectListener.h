@@ -9,7 +9,7 @@
 //
 // The calls come after the fact: a file that is announced as written can be read, an object that is
 // announced as deleted is gone. A listener that answers with messages must keep quiet while it
-// handles a message itself; otherwise two stations would answer each other for ever.
+// handles a message itself; otherwise two stations would answer each other without end.
 
 #include "host/base/Cookie.h"
 #include "host/edit/EditModification.h"

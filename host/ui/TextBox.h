@@ -119,8 +119,8 @@ class KV_HOST_API MultiLineTextBox : public Glob {
 
 /// A box with a scroll bar that shows a part of its lines.
 ///
-/// New lines come into sight when the end was in sight; whoever has scrolled back stays where he
-/// reads.
+/// New lines come into sight when the end was in sight. A user who has scrolled back stays at the
+/// same lines.
 class KV_HOST_API ScrollableTextBoxBase : public Glob {
  public:
   using Lines = MultiLineTextBox::Lines;

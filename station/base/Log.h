@@ -101,7 +101,7 @@ class LineBudget {
   std::vector<std::string> due(Time now);
   std::vector<std::string> all();
 
-  /// Whether a line was left out of which no sentence told yet.
+  /// Whether lines were left out that no report has counted yet.
   [[nodiscard]] bool hasLeftOut() const;
 
  private:
