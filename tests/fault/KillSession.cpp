@@ -121,7 +121,12 @@ bool KillSession::give(const std::string& line, bool& ok) {
 }
 
 KillOutcome KillSession::run(int rounds) {
-  for (outcome_.rounds = 0; outcome_.rounds < rounds; ++outcome_.rounds) {
+  const auto hasMet = [this] {
+    return trouble_ == Trouble::eNone || (outcome_.inTrouble > 0 && outcome_.refused > 0);
+  };
+  const int most = 4 * rounds;
+  for (outcome_.rounds = 0; outcome_.rounds < rounds || (!hasMet() && outcome_.rounds < most);
+       ++outcome_.rounds) {
     start();
     if (!takeUp()) break;
     work();
