@@ -21,7 +21,7 @@ constexpr std::size_t kBusyEdits = 1'000;
 constexpr std::size_t kFlood = 1'500;
 constexpr int kManyEdits = 10'000;
 constexpr int kPages = 40;
-constexpr double kMostSortings = 4;
+constexpr double kMostSortings = 6;  // sorting, filling and laying out take 3.5 in all
 
 /// The processor time that sorting as many names as there are edits takes here and now: how fast
 /// this build, on this machine and beside whatever else runs, does what the list must do once.
@@ -102,11 +102,11 @@ TEST_F(WindowUnderLoadTest, TenThousandEditsAreListedAtOnceAndScroll) {
     const QObject counting;  // ends the connection before `shown` goes
     QObject::connect(&window.objects(), &ObjectsPane::mayWanted, &counting,
                      [&shown](const QStringList& cookies) { shown += cookies.size(); });
-    const double before = ownMilliseconds();
+    const LatencyWatch entering;
     window.link().run("project enter Many");
     ASSERT_TRUE(waitFor([&] { return view.model()->rowCount() == kManyEdits; }, 60'000));
     view.viewport()->repaint();
-    EXPECT_LT(ownMilliseconds() - before, kMostSortings * sorting) << "sorting: " << sorting;
+    EXPECT_LT(entering.longestWork(), kMostSortings * sorting) << "sorting: " << sorting;
     EXPECT_EQ(view.model()->index(kManyEdits - 1, 0).data().toString(), "Edit 10000");
     const LatencyWatch latency;
     QTest::mouseClick(view.viewport(), Qt::LeftButton, {}, QPoint(20, 10));
