@@ -50,8 +50,8 @@ class KillSession {
   /// Whether this machine allows to make the trouble.
   [[nodiscard]] bool isAble() const { return share_.isAble(); }
 
-  /// Plays so many rounds, and as many as it takes, up to four times as many, until a kill and a
-  /// refused command fell into the share's trouble.
+  /// Plays so many rounds, and up to four times as many until kills have met all that they are to
+  /// meet: saves, deletions, unsaved changes, and the share's trouble.
   KillOutcome run(int rounds);
 
  private:
