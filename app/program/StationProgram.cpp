@@ -285,8 +285,8 @@ int StationProgram::runConsole() {
   return status;
 }
 
-// Does not wait for ever: a host thread that hangs must not keep the program from ending. Unsaved
-// changes are in the recovery folder of this machine then.
+// The wait has a limit: a host thread that hangs must not keep the program from ending. Unsaved
+// changes are then in the recovery folder of this machine.
 Result<void> StationProgram::prepareToEnd(Leaving leaving) {
   const auto patience = leaving == Leaving::eSave ? kSavingPatience : kPatience;
   return ask<Result<void>>(

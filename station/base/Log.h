@@ -130,12 +130,12 @@ class LogSourceScope {
   const std::string* before_;
 };
 
-/// Writes how many lines of which source were left out, where that source is quiet again. Any
+/// Writes for each source that is quiet again how many of its lines were left out. Any
 /// thread; to be called now and then, and with eAll at the end.
 enum class LeftOutLines { eOfQuietSources, eAll };
 void logLeftOutLines(LeftOutLines which);
 
-/// Whether there are lines of which that is still to be written.
+/// Whether lines were left out that logLeftOutLines() has not counted yet.
 bool hasLeftOutLines();
 
 /// Sends what the host prints on standard output (failed assertions and the like) to another

@@ -117,7 +117,7 @@ void noteRename(const Cookie& cookie, const std::string& before);
 /// back as long as no other user saved it since.
 void noteGift(const Cookie& cookie, const std::string& before);
 
-/// Objects were moved to the trash, of which the first had this name.
+/// Notes that objects were moved to the trash; `name` is the first one's.
 void noteDeletion(const std::vector<Trashed>& trashed, const std::string& name);
 
 }  // namespace EditSteps

@@ -44,7 +44,7 @@ struct DeliveryHooks {
   MessageGate::Judge judge{};  ///< or none: every message is delivered at once
 
   /// The user of the station that sends from here; empty where that is not known. The port is 0 for
-  /// another machine, all of which is one source.
+  /// another machine; that machine is then one source.
   std::function<std::string(Ipv4 address, std::uint16_t port)> userAt{};
 
   /// Is told of each message after the plug-in was handed it.

@@ -58,8 +58,8 @@ std::string sealed(std::string_view text, const Seal& seal, const SealKey& key);
 /// Whether the code of a datagram with a seal was made with this key.
 bool isSealedWith(std::string_view datagram, const SealKey& key);
 
-/// Knows which sequence numbers of which sender were heard, so that a recorded message that is sent
-/// again is not taken. One thread.
+/// Remembers the sequence numbers of each sender's messages, so that a recorded message that is
+/// sent again is not taken. One thread.
 class ReplayWindow {
  public:
   static constexpr std::size_t kWidth = 1024;  ///< how far messages may overtake each other

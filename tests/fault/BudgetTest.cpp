@@ -127,6 +127,7 @@ class BudgetTest : public testing::Test {
     auto last = std::chrono::steady_clock::now();
     std::uint64_t seen = 0;
     while (std::chrono::steady_clock::now() < std::min(deadline, last + kQuiet)) {
+      // How often the records are read: they are in shared memory, and wake nobody.
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
       const std::uint64_t count = control_.count;
       const auto more = operations(std::exchange(seen, count), count);

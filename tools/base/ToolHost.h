@@ -41,8 +41,8 @@ class ChildProcess {
   pid_t process_ = -1;
 };
 
-/// The part of a station that reading a projects directory needs: its file manager, without a
-/// plug-in and without documents. One instance at a time.
+/// A station without a plug-in and without documents: the file manager with which a projects
+/// directory is read. One instance at a time.
 class ToolHost {
  public:
   explicit ToolHost(const std::string& projectsDirectory);
