@@ -334,18 +334,25 @@ void EditFile::tell(const EditModification& modification) {
 Result<void> EditFile::save(Overwrite overwrite) {
   const auto lock = lockFile();
   if (!lock) return lock.error();
+  using History = SavedFile::History;
   const SaveStamp before = document_.stamp();
-  auto written = writeStamped(overwrite);
+  const SavedFile savedBefore = saved_;
+  const bool isAccepted = overwrite == Overwrite::eAccept;
+  const bool isOwn = before.by == settings().user;
+  const History history = isOwn ? History::eIfPossible : History::eOfReplaced;
+  auto written = writeStamped(isAccepted ? history : History::eRequired);
   for (int tries = 1; tries < kSaveTries && !written; ++tries) {
-    if (overwrite == Overwrite::eRefuse || written.error().code != ErrorCode::eChanged) break;
+    if (!isAccepted || written.error().code != ErrorCode::eChanged) break;
     // The user chose to overwrite, so what another station saved meanwhile is taken for the file to
     // be replaced. Its version stays in the history.
     noteWhatIsThere();
-    written = writeStamped(overwrite);
+    written = writeStamped(History::eOfReplaced);
   }
   if (!written) {
-    // Not saved, so it is still the save that it was read from.
+    // Not saved, so it is still the save that it was read from, and another station's is still one
+    // that the user has to be asked about.
     document_.setStamp(before);
+    saved_ = savedBefore;
     return written;
   }
   changedElsewhere_.reset();
@@ -355,13 +362,10 @@ Result<void> EditFile::save(Overwrite overwrite) {
   return {};
 }
 
-Result<void> EditFile::writeStamped(Overwrite overwrite) {
-  using History = SavedFile::History;
+Result<void> EditFile::writeStamped(SavedFile::History history) {
   const long number = std::max(saved_.number(), document_.stamp().number) + 1;
   document_.setStamp({number, settings().user, timeForRecord()});
-  return saved_.replace(
-      document_.text(), number,
-      overwrite == Overwrite::eAccept ? History::eIfPossible : History::eRequired);
+  return saved_.replace(document_.text(), number, history);
 }
 
 /// Notes the file that another station put in the place of this one as the file to be replaced.

@@ -111,8 +111,8 @@ class EditFile : public Edit {
   /// may have been lost. Nothing changes where the file cannot be read.
   void takeStoredOwner();
 
-  /// What a save does where another saved since the edit was read, and where the version that it
-  /// replaces cannot be kept.
+  /// What a save does where another saved since the edit was read, and where its versions cannot be
+  /// kept. What another user saved is replaced only once it is kept.
   enum class Overwrite { eRefuse, eAccept };
 
   /// Writes the document to its file, under the object's lock, and keeps the version that it
@@ -209,7 +209,7 @@ class EditFile : public Edit {
   bool keepUnsaved(const OtioDocument& stored, const std::string& bytes);
   void tell(const EditModification& modification);
   [[nodiscard]] bool isContent(std::string_view bytes) const { return saved_.isNoted(bytes); }
-  Result<void> writeStamped(Overwrite overwrite);
+  Result<void> writeStamped(SavedFile::History history);
   Result<void> mergeConfiguration();
   void noteWhatIsThere();
   [[nodiscard]] iUnsavedObserver* unsavedObserver() const;

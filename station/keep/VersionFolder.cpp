@@ -1,14 +1,17 @@
 #include "station/keep/VersionFolder.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <iterator>
 #include <set>
 
 #include "host/base/Config.h"
+#include "host/base/Log.h"
 #include "station/base/Strings.h"
 #include "station/os/FolderListing.h"
 #include "station/os/Posix.h"
@@ -19,6 +22,13 @@ namespace korvel {
 namespace {
 
 std::size_t hashOf(std::string_view bytes) { return std::hash<std::string_view>()(bytes); }
+
+Error notKept(const Error& why) {
+  return {why.code,
+          why.message +
+              " Nothing was replaced that is not kept; \"edit save-copy\" saves yours beside it.",
+          why.path};
+}
 
 /// Saves from one removal of old versions to the next. A removal lists the whole folder, so not
 /// every save pays for it.
@@ -68,9 +78,10 @@ Result<void> SavedFile::lookAtReplaced(History history) {
   if (auto noted = requireNoted(there); !noted) return noted;
   if (!there || (identity_ && there->names > 1)) return {};
   const VersionFolder versions(path_);
-  if (versions.holds(number_, mark())) return {};
+  if (versions.holds(*there, number_, mark())) return {};
   const auto kept = versions.keep(path_, number_, mark());
-  if (!kept && history == History::eRequired) return kept.error();
+  if (!kept && history != History::eIfPossible) return notKept(kept.error());
+  if (!kept) LogBoth("The version that was replaced is not kept: %s\n", kept.error().message);
   return {};
 }
 
@@ -85,8 +96,9 @@ Result<void> SavedFile::replace(const std::string& text, long number, History hi
     // The version is linked before the rename: whatever ends the station in between, every file
     // that was ever in the object's place has its version.
     auto kept = versions.keep(temporary, number, VersionFolder::markOf(hashOf(text)));
-    if (!kept && history == History::eRequired) return kept.error();
+    if (!kept && history == History::eRequired) return notKept(kept.error());
     if (kept) made = *kept;
+    if (!kept) LogBoth("No version is kept of what is saved: %s\n", kept.error().message);
     if (const auto identity = stampOfFile(temporary)) written = *identity;
     return {};
   };
@@ -115,6 +127,14 @@ constexpr std::int64_t kDay = 86'400;
 bool isWithoutLinks(int problem) {
   return problem == EPERM || problem == EOPNOTSUPP || problem == ENOSYS || problem == EMLINK ||
          problem == EXDEV || problem == EINVAL;
+}
+
+/// Gives what lies at a path another name, under which it is no version; nothing is success.
+Result<void> moveAside(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return {};
+  const auto time = std::chrono::system_clock::now().time_since_epoch().count();
+  return moveFile(path, path + ".aside-" + std::to_string(time));
 }
 
 /// Reads a version's file name, "000007-1a2b3c4d.otio"; false for any other.
@@ -167,6 +187,10 @@ Result<void> VersionFolder::make() const {
     if (auto made = makeFolder(each); !made && made.error().code != ErrorCode::eExists) {
       return made.error();
     }
+    struct stat status {};
+    if (::lstat(each.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) continue;
+    return Error{ErrorCode::eBadContent,
+                 each + " is no folder, so no versions can be kept there. Move it away.", each};
   }
   return {};
 }
@@ -177,10 +201,7 @@ Result<Version> VersionFolder::keep(const std::string& file, long number,
   version.number = number;
   version.mark = mark;
   version.path = pathFor(number, mark);
-  const auto link = [&] {
-    // EEXIST: the same number and mark stand for the same bytes.
-    return ::link(file.c_str(), version.path.c_str()) == 0 || errno == EEXIST ? 0 : errno;
-  };
+  const auto link = [&] { return ::link(file.c_str(), version.path.c_str()) == 0 ? 0 : errno; };
   // The folder is made only when the link fails: nearly every save finds it there.
   int problem = link();
   const bool isWithoutFolder = problem == ENOENT || problem == ENOTDIR;
@@ -188,6 +209,12 @@ Result<Version> VersionFolder::keep(const std::string& file, long number,
     if (auto made = make(); !made) return made.error();
     if (isWithoutFolder) problem = link();
   }
+  if (problem == 0) return version;
+  const auto original = stampOfFile(file);
+  if (original && holds(*original, number, mark)) return version;
+  // Only a whole version has the right to its name: what bears it otherwise is no longer one.
+  if (auto aside = moveAside(version.path); !aside) return aside.error();
+  if (problem == EEXIST) problem = link();
   if (problem == 0) return version;
   if (!isWithoutLinks(problem)) return errorFromErrno(problem, "keep a version as", version.path);
   const auto bytes = readListed(file);
@@ -200,8 +227,15 @@ void VersionFolder::drop(const Version& version) { ::unlink(version.path.c_str()
 
 void VersionFolder::removeIfEmpty() const { ::rmdir(folder_.c_str()); }
 
-bool VersionFolder::holds(long number, const std::string& mark) const {
-  return static_cast<bool>(stampOfFile(pathFor(number, mark)));
+bool VersionFolder::holds(const FileStamp& file, long number, const std::string& mark) const {
+  const std::string path = pathFor(number, mark);
+  const auto kept = stampOfFile(path);
+  if (!kept) return false;
+  if (kept->device == file.device && kept->inode == file.inode) return true;
+  // A copy, or the same save under another name: damaged ones would be counted on in vain.
+  if (kept->size != file.size) return false;
+  const auto bytes = readListed(path);
+  return bytes && markOf(hashOf(*bytes)) == mark;
 }
 
 Result<std::vector<Version>> VersionFolder::list() const {

@@ -23,8 +23,13 @@ namespace korvel {
 /// Other stations that replace the same file wait meanwhile. Host thread.
 class SavedFile {
  public:
-  /// Whether a file is replaced even where no version of it can be kept.
-  enum class History { eRequired, eIfPossible };
+  /// Which versions must be kept, or nothing is replaced. Where another cannot be kept, that is
+  /// logged.
+  enum class History {
+    eRequired,    ///< the one that is replaced and the new one
+    eOfReplaced,  ///< the one that is replaced: it may be another user's, and there is no other
+    eIfPossible,  ///< none
+  };
 
   explicit SavedFile(std::string path) : path_(std::move(path)) {}
 
@@ -97,6 +102,7 @@ class VersionFolder {
   explicit VersionFolder(const std::string& file);
 
   /// Keeps `file`, whose bytes have this mark, as a version. One that is kept already is success.
+  /// Whatever else has the version's name (a damaged copy, a link, a folder) is moved aside.
   [[nodiscard]] Result<Version> keep(const std::string& file, long number,
                                      const std::string& mark) const;
 
@@ -106,8 +112,8 @@ class VersionFolder {
   /// Removes the folder once no version is left in it.
   void removeIfEmpty() const;
 
-  /// Whether bytes of this mark are kept under this number.
-  [[nodiscard]] bool holds(long number, const std::string& mark) const;
+  /// Whether a file, whose bytes have this mark, is kept under this number, whole.
+  [[nodiscard]] bool holds(const FileStamp& file, long number, const std::string& mark) const;
 
   /// All versions, the oldest first. Links, folders and other names are left out. None where there
   /// is no history yet.

@@ -24,21 +24,24 @@ class KeepingTest : public SharedStations {
     cookie_ = run(anna, "edit import " + (folder_ / "cut.otio")).asString();
     run(anna, "edit rename " + cookie_ + " cut");
     run(anna, "edit save cut");
+    awaitKept(0);
     return anna;
   }
 
-  /// Waits until a change is on the disk of this machine.
-  void awaitKept() {
+  /// Waits until so many files with unsaved changes of the edit are on the disk of this machine.
+  void awaitKept(std::size_t files = 1) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
     while (std::chrono::steady_clock::now() < deadline) {
+      std::size_t found = 0;
       std::error_code gone;
       for (fs::recursive_directory_iterator each(folder_ / "state", gone), end; each != end;
            each.increment(gone)) {
-        if (each->path().filename() == cookie_ + ".json") return;
+        found += each->path().filename() == cookie_ + ".json";
       }
+      if (found == files) return;
       ::usleep(10'000);
     }
-    ADD_FAILURE() << "nothing was kept";
+    ADD_FAILURE() << "not " << files << " files are kept";
   }
 
   static bool wasTold(const StationProcess& station, const std::string& part) {

@@ -236,6 +236,49 @@ TEST_F(EditHistoryTest, ASaveIsRefusedWhereNothingCanBeKeptUnlessThatIsAccepted)
   EXPECT_NE(saved.error().message.find(".history"), std::string::npos) << saved.error().message;
   EXPECT_EQ(bytesOf(fileOf(cookie)), before);
   EXPECT_TRUE(EditActions::save(cookie, EditFile::Overwrite::eAccept));
+  EXPECT_NE(events.logged.find("No version is kept of what is saved"), std::string::npos);
+}
+
+TEST_F(EditHistoryTest, WhatAnotherSavedIsNeverReplacedWithoutBeingKept) {
+  const Cookie cookie = made("Reel");
+  const std::string history = fs::path(fileOf(cookie)).parent_path() / ".history";
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  savedByAnother(cookie, "Theirs", "ben");
+  const std::string theirs = bytesOf(fileOf(cookie));
+  const ScratchFolder elsewhere(fs::path("/dev/shm"));
+  const auto expectRefused = [&](const char* where) {
+    const auto saved = EditActions::save(cookie, EditFile::Overwrite::eAccept);
+    ASSERT_FALSE(saved) << where;
+    EXPECT_NE(saved.error().message.find(".history"), std::string::npos) << saved.error().message;
+    EXPECT_NE(saved.error().message.find("save-copy"), std::string::npos) << saved.error().message;
+    EXPECT_EQ(bytesOf(fileOf(cookie)), theirs) << where;
+    EXPECT_TRUE(edits.loaded(cookie)->hasLocalChanges()) << where;
+    fs::remove(history);
+    EXPECT_EQ(EditActions::save(cookie).error().code, ErrorCode::eChanged) << where;
+  };
+  write(history, "a file in the way");
+  expectRefused("a file");
+  if (fs::path(elsewhere.path()).parent_path() == "/dev/shm") {
+    fs::create_symlink(elsewhere.path(), history);
+    expectRefused("a link that leads out of the share");
+    EXPECT_TRUE(fs::is_empty(elsewhere.path()));
+  }
+  const auto copy = EditActions::saveCopy(cookie, "Beside");
+  EXPECT_TRUE(copy) << copy.error().message;
+  EXPECT_TRUE(EditActions::save(cookie, EditFile::Overwrite::eAccept));
+  EXPECT_EQ(EditHistory::read(cookie, "2")->name(), "Theirs");
+}
+
+// Also where nobody saved meanwhile: what was opened here is another user's work.
+TEST_F(EditHistoryTest, WhatWasOpenedOfAnotherUserIsNeverReplacedWithoutBeingKept) {
+  const Cookie cookie = made("Reel");
+  savedByAnother(cookie, "Theirs", "ben");
+  edits.refresh(cookie);
+  const std::string theirs = bytesOf(fileOf(cookie));
+  write(fs::path(fileOf(cookie)).parent_path() / ".history", "a file in the way");
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  EXPECT_FALSE(EditActions::save(cookie, EditFile::Overwrite::eAccept));
+  EXPECT_EQ(bytesOf(fileOf(cookie)), theirs);
 }
 
 TEST_F(EditHistoryTest, AnOwnerThatIsGivenIsAVersion) {

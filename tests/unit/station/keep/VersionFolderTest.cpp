@@ -6,6 +6,8 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <iterator>
 #include <set>
 #include <thread>
 
@@ -140,6 +142,33 @@ TEST_F(VersionFolderTest, AChangeInPlaceOfTheSameLengthIsSeen) {
   std::ofstream(path) << "six";
   EXPECT_EQ(file.replace("ten", 3, SavedFile::History::eRequired).error().code,
             ErrorCode::eChanged);
+}
+
+TEST_F(VersionFolderTest, WhatBearsAVersionsNameWrongfullyIsMovedAside) {
+  const std::string path = scratch_ / "E1.otio";
+  ASSERT_TRUE(writeAtomically(path, "one, whole"));
+  SavedFile file(path);
+  file.note("one, whole", 1);
+  const std::string kept = folder_.path() + "/000001-" + file.mark() + ".otio";
+  const std::vector<std::function<void()>> intruders{
+      [&] { std::ofstream(kept) << "one, w"; }, [&] { std::ofstream(kept) << "ONE, WHOLE"; },
+      [&] { fs::create_symlink(path, kept); },  [&] { fs::create_directory(kept); },
+      [&] { ::mkfifo(kept.c_str(), 0600); },
+  };
+  fs::create_directories(folder_.path());
+  for (std::size_t row = 0; row < intruders.size(); ++row) {
+    fs::remove(kept);
+    intruders[row]();
+    SavedFile saved(path);
+    saved.note("one, whole", 1);
+    const auto replaced = saved.replace("two", 2, SavedFile::History::eRequired);
+    ASSERT_TRUE(replaced) << row << replaced.error().message;
+    EXPECT_EQ(*readFresh(kept), "one, whole") << row;
+    ASSERT_TRUE(writeAtomically(path, "one, whole"));
+  }
+  EXPECT_EQ(numbers(), (std::vector<long>{1, 2}));
+  // Nothing was destroyed: two files, a link, a folder and a pipe lie beside both versions.
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 7);
 }
 
 TEST_F(VersionFolderTest, TwoThatSaveAtOnceLoseNoVersionThatWasReportedAsSaved) {
