@@ -291,10 +291,10 @@ std::string userFolder(const char* variable, const char* below) {
   return home && *home == '/' ? std::string(home) + below : std::string();
 }
 
-/// $XDG_STATE_HOME/korvel/recovery.
+/// The folder of recovery files.
 std::string recoveryFolder() {
-  const std::string folder = userFolder("XDG_STATE_HOME", "/.local/state");
-  return folder.empty() ? folder : folder + "/korvel/recovery";
+  const std::string folder = stateFolder();
+  return folder.empty() ? folder : folder + "/recovery";
 }
 
 /// $XDG_CACHE_HOME/korvel.
@@ -355,6 +355,11 @@ std::variant<Options, ProgramEnd> readOptions(int argc, const char* const* argv)
     for (const std::string& text : texts) given[name].push_back({text, "--" + name});
   }
   return settled(std::move(given), flags);
+}
+
+std::string stateFolder() {
+  const std::string folder = userFolder("XDG_STATE_HOME", "/.local/state");
+  return folder.empty() ? folder : folder + "/korvel";
 }
 
 }  // namespace korvel

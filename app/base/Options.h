@@ -66,4 +66,8 @@ std::variant<Options, ProgramEnd> readOptions(int argc, const char* const* argv)
 /// Checks the values and puts them where they belong; eUsage for one that cannot be used.
 Result<Options> validateOptions(const GivenOptions& given);
 
+/// The folder of what this user's stations keep on this machine from one run to the next:
+/// $XDG_STATE_HOME/korvel, else ~/.local/state/korvel. Empty where there is no home folder.
+std::string stateFolder();
+
 }  // namespace korvel

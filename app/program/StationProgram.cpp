@@ -92,18 +92,11 @@ std::vector<std::string> userNames() {
 /// The file of the console's history, in a folder that is made if missing; empty without a home
 /// folder.
 std::string consoleHistory() {
-  const char* const state = std::getenv("XDG_STATE_HOME");
-  const char* const home = std::getenv("HOME");
-  std::string folder;
-  if (state && *state == '/') {
-    folder = state;
-  } else if (home && *home == '/') {
-    folder = std::string(home) + "/.local/state";
-  }
+  const std::string folder = stateFolder();
   std::error_code problem;
   if (folder.empty()) return {};
-  std::filesystem::create_directories(folder + "/korvel", problem);
-  return problem ? std::string() : folder + "/korvel/console-history";
+  std::filesystem::create_directories(folder, problem);
+  return problem ? std::string() : folder + "/console-history";
 }
 
 }  // namespace

@@ -58,7 +58,7 @@ void DetailPane::choose(const std::optional<ObjectRow>& row, ObjectKind kind,
                         const QString& contents) {
   row_ = row.value_or(ObjectRow());
   kind_ = kind;
-  shownChanges_ = row_.remoteChanges;
+  shownChanges_ = row_.elsewhere.count;
   version_.clear();
   change_->hide();
   const bool isEdit = kind == ObjectKind::eEdits;
@@ -113,8 +113,8 @@ void DetailPane::showHeading() {
 
 void DetailPane::showChange() {
   // Tells of a change instead of redrawing: a timeline must not move under the user's eyes.
-  if (row_.remoteChanges <= shownChanges_ || kind_ != ObjectKind::eEdits) return;
-  shownChanges_ = row_.remoteChanges;
+  if (row_.elsewhere.count <= shownChanges_ || kind_ != ObjectKind::eEdits) return;
+  shownChanges_ = row_.elsewhere.count;
   change_->tell(MessageBar::Kind::eChange,
                 QStringLiteral("Another station changed this. The drawing is as you left it."));
   change_->offer({QStringLiteral("Show the change (F7)")});

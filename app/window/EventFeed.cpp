@@ -96,8 +96,17 @@ void EventFeed::takeChange(const JsonValue& event) {
     changes_.families.insert(what);
     if (what == "room") changes_.projects = true;
   }
-  // Only changes by other stations are news for the user.
-  if (event["origin"].asString() == "remote" && !cookie.empty()) ++changes_.remote[cookie];
+  // Only what others did is news for the user: what a message told, or was found in the folder.
+  const QString by = eventText(event, "by");
+  const bool isOwn = event["origin"].asString() == "local" || by == news_.station.user;
+  if (!isOwn && !cookie.empty()) noteRemote(changes_.remote[cookie], event["how"].asString(), by);
+}
+
+void EventFeed::noteRemote(RemoteChanges& changes, const std::string& how, const QString& by) {
+  ++changes.count;
+  changes.wasMade = changes.wasMade || how == "created";
+  changes.by = by;
+  changes.at = QDateTime::currentDateTime();
 }
 
 void EventFeed::takeReady(const JsonValue& event) {

@@ -49,15 +49,25 @@ struct News {
   unsigned long received = 0;
 };
 
+/// What other stations did to one object since the project was opened.
+struct RemoteChanges {
+  unsigned count = 0;
+  bool wasMade = false;  ///< one of them made it
+  QString by;            ///< the user of the last one; empty where that is not known
+  QDateTime at;          ///< when this station learned of the last one; local time
+
+  friend bool operator==(const RemoteChanges&, const RemoteChanges&) = default;
+};
+
 /// What of the station changed since it was last looked at.
 struct Changes {
   bool all = false;       ///< another project, or something that no event tells
   bool projects = false;  ///< the lists of projects and rooms
   bool panel = false;
   bool users = false;
-  std::set<std::string> edits;             ///< cookies of edits and logs
-  std::set<std::string> families;          ///< "bin", "rack", "filter", "media", "room", "steps"
-  std::map<std::string, unsigned> remote;  ///< how often another station changed a cookie
+  std::set<std::string> edits;     ///< cookies of edits and logs
+  std::set<std::string> families;  ///< "bin", "rack", "filter", "media", "room", "steps"
+  std::map<std::string, RemoteChanges> remote;  ///< by cookie
 
   [[nodiscard]] bool isEmpty() const {
     return !all && !projects && !panel && !users && edits.empty() && families.empty();
@@ -87,6 +97,7 @@ class EventFeed : public iEventSink {
   void takeLine(LogLine::Kind kind, const QString& text);
   void takeChange(const JsonValue& event);
   void takeReady(const JsonValue& event);
+  static void noteRemote(RemoteChanges& changes, const std::string& how, const QString& by);
   void noteCommandLocked(const std::string& name);
 
   mutable std::mutex mutex_;

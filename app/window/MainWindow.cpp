@@ -297,6 +297,7 @@ void MainWindow::showHistory() {
 void MainWindow::enableActions() {
   history().setRefusal(actions_->whyNotRestore());
   menus_->enable([this](const ActionSpec& action) { return actions_->whyNot(action); });
+  ownMenus_->showNews(objects().hasNews());
   setAllowed(*trashAction_, actions_->whatLacks(Target::eOpenProject));
 }
 

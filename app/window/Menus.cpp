@@ -178,9 +178,18 @@ void WindowMenus::buildViewMenu() {
     MessageBar& change = panes_.detail->changeBar();
     if (change.isVisible()) Q_EMIT change.acted(0);
   });
+  seenAction_ = &menus_.add(view, QStringLiteral("&Mark all news as seen"),
+                            QStringLiteral("Shift+F7"), [this] {
+                              panes_.objects->markAllSeen();
+                              showNews(false);
+                            });
   menus_.add(view, QStringLiteral("&Look again"), QStringLiteral("F5"),
              [this] { Q_EMIT lookWanted(); });
   menus_.menu(view).addSeparator();
+}
+
+void WindowMenus::showNews(bool hasNews) {
+  setAllowed(*seenAction_, hasNews ? QString() : QStringLiteral("Nothing here is new or changed."));
 }
 
 void WindowMenus::buildAppearanceMenu() {

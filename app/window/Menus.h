@@ -71,6 +71,9 @@ class WindowMenus : public QObject {
   /// The tool of the message panel shows whether it is open.
   void showPanel(const PanelState& panel);
 
+  /// There is something to be marked as seen, or nothing.
+  void showNews(bool hasNews);
+
  Q_SIGNALS:
   /// Everything is to be looked at anew.
   void lookWanted();
@@ -89,6 +92,7 @@ class WindowMenus : public QObject {
   WindowLayout& layout_;
   Runner run_;
   QAction* panelAction_ = nullptr;
+  QAction* seenAction_ = nullptr;
 };
 
 }  // namespace korvel

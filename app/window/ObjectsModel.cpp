@@ -164,15 +164,14 @@ std::size_t differingKeys(const ObjectRows& a, const ObjectRows& b) {
 
 }  // namespace
 
-ObjectsModel::ObjectsModel(ObjectKind kind, QObject* parent)
-    : QAbstractTableModel(parent), kind_(kind), columns_(columnsOf(kind)) {
+ObjectsModel::ObjectsModel(ObjectKind kind, NewsBook& news, QObject* parent)
+    : QAbstractTableModel(parent), kind_(kind), columns_(columnsOf(kind)), news_(news) {
   askTimer_.setSingleShot(true);
   connect(&askTimer_, &QTimer::timeout, this,
           [this] { Q_EMIT mayWanted(std::exchange(toAsk_, {})); });
 }
 
 void ObjectsModel::startAfresh() {
-  seen_.clear();
   may_.clear();
   asked_.clear();
   toAsk_.clear();
@@ -181,6 +180,7 @@ void ObjectsModel::startAfresh() {
 // Both lists are sorted by key, so one pass finds added, removed and changed rows.
 void ObjectsModel::setRows(const Shared<ObjectRows>& rows) {
   if (!rows || rows == rows_) return;
+  news_.take(kind_, *rows);
   // Single steps keep the selection and the scroll position of the views.
   forgetAnswers(*rows_, *rows);
   if (hasSameKeys(*rows_, *rows)) return takeOverInPlace(rows);
@@ -238,7 +238,7 @@ void ObjectsModel::forgetAnswers(const ObjectRows& before, const ObjectRows& now
   for (std::size_t i = 0, j = 0; i < before.size() && j < now.size();) {
     const int order = before[i].key.compare(now[j].key);
     const bool differs = before[i].owner != now[j].owner ||
-                         before[i].remoteChanges != now[j].remoteChanges ||
+                         before[i].elsewhere.count != now[j].elsewhere.count ||
                          before[i].problem != now[j].problem;
     if (order == 0 && differs) {
       may_.remove(now[j].cookie);
@@ -273,21 +273,21 @@ int ObjectsModel::rowOf(const QString& key) const {
   return at != rows_->end() && at->key == key ? static_cast<int>(at - rows_->begin()) : -1;
 }
 
-bool ObjectsModel::isNew(const ObjectRow& row) const {
-  return row.remoteChanges > seen_.value(row.key, 0);
-}
-
-bool ObjectsModel::hasNews(int row) const { return isNew(at(row)); }
+bool ObjectsModel::hasNews(int row) const { return news_.has(at(row).key); }
 
 int ObjectsModel::newsCount() const {
   return static_cast<int>(
-      std::ranges::count_if(*rows_, [this](const ObjectRow& row) { return isNew(row); }));
+      std::ranges::count_if(*rows_, [this](const ObjectRow& row) { return news_.has(row.key); }));
 }
 
 void ObjectsModel::markSeen(int row) {
   if (!hasNews(row)) return;
-  seen_[at(row).key] = at(row).remoteChanges;
+  news_.forget(at(row).key);
   tellChanged(row, row);
+}
+
+void ObjectsModel::markAllSeen() {
+  for (int row = 0; row < rowCount(); ++row) markSeen(row);
 }
 
 QString ObjectsModel::title() const {
@@ -356,7 +356,8 @@ QString ObjectsModel::textOf(const ObjectRow& row, Column column) const {
       return oneLine(row.extra);
     case eNews:
       if (!row.problem.isEmpty()) return QStringLiteral("unreadable");
-      return isNew(row) ? QStringLiteral("changed elsewhere") : QString();
+      if (const auto mark = news_.mark(row.key)) return newsText(*mark);
+      break;
   }
   return {};
 }
@@ -376,7 +377,7 @@ QVariant ObjectsModel::iconOf(const ObjectRow& row, Column column) const {
       return row.isOpen ? icon(Glyph::eOpen, with.accent) : QVariant();
     case eNews:
       if (!row.problem.isEmpty()) return icon(Glyph::eProblem, with.bad);
-      return isNew(row) ? icon(Glyph::eChanged, with.accent) : QVariant();
+      return news_.has(row.key) ? icon(Glyph::eChanged, with.accent) : QVariant();
     default:
       return {};
   }

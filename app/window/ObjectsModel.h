@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "app/window/NewsBook.h"
 #include "app/window/Snapshot.h"
 #include "station/Station.h"
 #include "station/base/Json.h"
@@ -39,11 +40,12 @@ class ObjectsModel : public QAbstractTableModel {
   enum Column { eName, eOwner, eMay, eState, eDetail, eExtra, eNews };
   enum Role { eSortRole = Qt::UserRole, eCookieRole };
 
-  explicit ObjectsModel(ObjectKind kind, QObject* parent = nullptr);
+  /// The book of news must outlive it, and is told the rows that come.
+  ObjectsModel(ObjectKind kind, NewsBook& news, QObject* parent = nullptr);
 
   void setRows(const Shared<ObjectRows>& rows);
 
-  /// Forgets seen changes and permissions: another project is open.
+  /// Forgets permissions: another project is open.
   void startAfresh();
 
   void takeAnswers(const QHash<QString, bool>& answers);
@@ -53,6 +55,7 @@ class ObjectsModel : public QAbstractTableModel {
 
   /// The user looked at an object: what was new of it is so no longer.
   void markSeen(int row);
+  void markAllSeen();
   [[nodiscard]] bool hasNews(int row) const;
   [[nodiscard]] int newsCount() const;
 
@@ -82,7 +85,6 @@ class ObjectsModel : public QAbstractTableModel {
   [[nodiscard]] QString toolTipOf(const ObjectRow& row) const;
   [[nodiscard]] QString headerText(Column column) const;
   [[nodiscard]] QString mayText(const ObjectRow& row) const;
-  [[nodiscard]] bool isNew(const ObjectRow& row) const;
   void forgetAnswers(const ObjectRows& before, const ObjectRows& now);
   void takeOverInPlace(const Shared<ObjectRows>& rows);
   void takeOverOneByOne(const ObjectRows& now);
@@ -92,8 +94,8 @@ class ObjectsModel : public QAbstractTableModel {
   ObjectKind kind_;
   QList<Column> columns_;
   Shared<ObjectRows> rows_ = std::make_shared<const ObjectRows>();
-  QHash<QString, unsigned> seen_;  ///< remote changes looked at, by key
-  QHash<QString, bool> may_;       ///< by cookie
+  NewsBook& news_;
+  QHash<QString, bool> may_;  ///< by cookie
   mutable QSet<QString> asked_;
   mutable QStringList toAsk_;
   mutable QTimer askTimer_;

@@ -5,6 +5,7 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include "app/base/Options.h"
 #include "app/window/Appearance.h"
 #include "app/window/Lists.h"
 
@@ -15,6 +16,8 @@ namespace {
 using Column = ObjectsModel::Column;
 
 constexpr int kLeastObjectName = 100;
+/// How soon news are kept that came or were looked at.
+constexpr int kKeepNewsMs = 2000;
 
 QString emptyText(ObjectKind kind) {
   switch (kind) {
@@ -50,7 +53,7 @@ ColumnFit::Width widthOf(const QTreeView& view, Column column) {
   };
   switch (column) {
     case Column::eNews:
-      return whole("changed elsewhere");
+      return {whole("changed by ANNABEN, 12:04").wanted, whole("changed by").wanted};
     case Column::eMay:
       return whole("change it");
     case Column::eState:
@@ -70,6 +73,11 @@ void setWidths(QTreeView& view, const ObjectsModel& model) {
   new ColumnFit(view, kLeastObjectName, std::move(widths));
 }
 
+std::string newsFolder() {
+  const std::string folder = stateFolder();
+  return folder.empty() ? folder : folder + "/news";
+}
+
 QString noProjectText() {
   return QStringLiteral(
       "<h3>No project is open</h3><p>Choose one on the left and press Return to enter it,<br>or "
@@ -80,6 +88,7 @@ QString noProjectText() {
 
 ObjectsPane::ObjectsPane(QWidget* parent)
     : QWidget(parent),
+      news_(newsFolder()),
       tabs_(new QTabBar),
       search_(new QLineEdit),
       stack_(new QStackedWidget),
@@ -120,12 +129,14 @@ ObjectsPane::ObjectsPane(QWidget* parent)
   layout->addWidget(stack_, 1);
   connect(tabs_, &QTabBar::currentChanged, this, &ObjectsPane::showKind);
   connect(search_, &QLineEdit::textChanged, this, &ObjectsPane::narrow);
+  keepNews_.setSingleShot(true);
+  connect(&keepNews_, &QTimer::timeout, this, [this] { news_.save(); });
   showTitles();
   showEmptiness();
 }
 
 ObjectsPane::List ObjectsPane::makeList(ObjectKind kind) {
-  List list{new ObjectsModel(kind, this), new NaturalOrderProxy(this), new QTreeView};
+  List list{new ObjectsModel(kind, news_, this), new NaturalOrderProxy(this), new QTreeView};
   list.proxy->setSourceModel(list.model);
   list.proxy->setSortRole(ObjectsModel::eSortRole);
   list.proxy->setFilterCaseSensitivity(Qt::CaseInsensitive);
@@ -178,6 +189,7 @@ void ObjectsPane::show(const Snapshot& snapshot) {
   hasProject_ = !snapshot.project.cookie.isEmpty();
   const bool isOther = project_ != snapshot.project.cookie;
   project_ = snapshot.project.cookie;
+  news_.open(project_, snapshot.user);
   for (std::size_t i = 0; i < kObjectKinds; ++i) {
     if (isOther) lists_[i].view->selectionModel()->clear();
     if (isOther) lists_[i].model->startAfresh();
@@ -213,8 +225,9 @@ void ObjectsPane::showTitles() {
     tabs_->setTabText(tab, model.tabText());
     tabs_->setTabIcon(tab, news > 0 ? icon(Glyph::eChanged, colours().accent) : QIcon());
     tabs_->setTabToolTip(
-        tab, news > 0 ? QStringLiteral("%1 changed by other stations").arg(news) : QString());
+        tab, news > 0 ? QStringLiteral("%1 new or changed by others").arg(news) : QString());
   }
+  if (!keepNews_.isActive()) keepNews_.start(kKeepNewsMs);
 }
 
 void ObjectsPane::showEmptiness() {
@@ -283,6 +296,15 @@ void ObjectsPane::markSeen(const QString& key) {
   ObjectsModel& model = *list(kind()).model;
   if (const int row = model.rowOf(key); row >= 0) model.markSeen(row);
   showTitles();
+}
+
+void ObjectsPane::markAllSeen() {
+  for (const List& each : lists_) each.model->markAllSeen();
+  showTitles();
+}
+
+bool ObjectsPane::hasNews() const {
+  return std::ranges::any_of(lists_, [](const List& each) { return each.model->newsCount() > 0; });
 }
 
 void ObjectsPane::startSearch() {

@@ -4,6 +4,7 @@
 #include <QSortFilterProxyModel>
 #include <QStackedWidget>
 #include <QTabBar>
+#include <QTimer>
 #include <QTreeView>
 #include <QWidget>
 #include <array>
@@ -45,6 +46,10 @@ class ObjectsPane : public QWidget {
   void choose(ObjectKind kind, const QString& key);
   void markSeen(const QString& key);
 
+  /// Marks all objects of all kinds as looked at.
+  void markAllSeen();
+  [[nodiscard]] bool hasNews() const;
+
   /// Goes to the field that narrows the list.
   void startSearch();
 
@@ -76,6 +81,8 @@ class ObjectsPane : public QWidget {
   void leaveSearch();
   bool eventFilter(QObject* watched, QEvent* event) override;
 
+  NewsBook news_;
+  QTimer keepNews_;
   QTabBar* tabs_;
   QLineEdit* search_;
   QStackedWidget* stack_;

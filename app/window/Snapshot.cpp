@@ -82,6 +82,14 @@ PanelState panelState(const JsonValue& shown) {
   return panel;
 }
 
+/// Adds later changes to earlier ones.
+void add(RemoteChanges& changes, const RemoteChanges& later) {
+  changes.count += later.count;
+  changes.wasMade = changes.wasMade || later.wasMade;
+  changes.by = later.by;
+  changes.at = later.at;
+}
+
 ProjectState projectState(Station& station) {
   const OpenProject* open = station.projects().current();
   if (!open) return {};
@@ -104,7 +112,7 @@ SnapshotPtr SnapshotMaker::make(const Changes& changes) {
     remote_.clear();
     wanted.all = true;
   }
-  for (const auto& [cookie, count] : wanted.remote) remote_[cookie] += count;
+  for (const auto& [cookie, later] : wanted.remote) add(remote_[cookie], later);
   if (wanted.all || wanted.projects) lookAtLists(*next);
   lookAtEdits(*next, wanted);
   lookAtOthers(*next, wanted);
@@ -146,9 +154,19 @@ void SnapshotMaker::lookAtLists(Snapshot& next) {
   }
 }
 
-unsigned SnapshotMaker::remoteChanges(const QString& cookie) const {
-  const auto known = remote_.find(cookie.toStdString());
-  return known == remote_.end() ? 0 : known->second;
+// What tells later whether others changed it.
+void SnapshotMaker::addHistory(ObjectRow& row) const {
+  const std::string cookie = row.cookie.toStdString();
+  if (const auto known = remote_.find(cookie); known != remote_.end()) {
+    row.elsewhere = known->second;
+  }
+  if (const EditSummary* edit = station_.edits().summary(Cookie(cookie.c_str(), false))) {
+    row.content = edit->content;
+    row.savedBy = readableText(shownText(edit->savedBy));
+  } else {
+    const QStringList texts = QStringList{row.name, row.detail, row.extra} + row.contents;
+    row.content = hash64(texts.join(QLatin1Char('\n')).toStdString());
+  }
 }
 
 void SnapshotMaker::lookAtEdits(Snapshot& next, const Changes& changes) {
@@ -161,14 +179,14 @@ void SnapshotMaker::lookAtEdits(Snapshot& next, const Changes& changes) {
     const JsonValue list = station_.edits().list();
     for (const JsonValue& line : list.elements()) {
       rows.push_back(editRow(line));
-      rows.back().remoteChanges = remoteChanges(rows.back().cookie);
+      addHistory(rows.back());
     }
     sortByKey(rows);
     lookAtLeft(next);
   } else {
     for (const std::string& cookie : changes.edits) {
       ObjectRow row = editRow(station_.edits().listed(Cookie(cookie.c_str(), false)));
-      row.remoteChanges = remoteChanges(row.cookie);
+      addHistory(row);
       putRow(rows, readableText(cookie), std::move(row));
     }
   }
@@ -193,7 +211,7 @@ void SnapshotMaker::lookAtOthers(Snapshot& next, const Changes& changes) {
     Shared<ObjectRows>& shown = next.objects[static_cast<std::size_t>(kind)];
     if (shown && !changes.all && !changes.families.contains(familyOf(kind))) continue;
     ObjectRows rows = rowsOf(station_, kind);
-    for (ObjectRow& row : rows) row.remoteChanges = remoteChanges(row.cookie);
+    for (ObjectRow& row : rows) addHistory(row);
     sortByKey(rows);
     shown = unlessSame(shown, std::move(rows));
   }
@@ -211,6 +229,7 @@ void SnapshotMaker::lookAtPanel(Snapshot& next) {
 void SnapshotMaker::lookAtUsers(Snapshot& next) {
   iPermissionsManager* permissions = iPermissionsManager::instance();
   if (!permissions) return;
+  next.user = readableText(shownText(permissions->getCurrentUser()));
   const auto& users = permissions->getUserList();
   if (next.users && static_cast<std::size_t>(next.users->size()) == users.size()) return;
   QStringList names;

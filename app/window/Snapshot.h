@@ -62,8 +62,9 @@ struct ObjectRow {
   bool isOpen = false;
   bool isDirty = false;
   bool isDeleted = false;  ///< by another, while it was open or had unsaved changes here
-  unsigned remoteChanges =
-      0;                 ///< how often another station changed it since the project was opened
+  RemoteChanges elsewhere;
+  quint64 content = 0;   ///< other when it holds something else; the same at every start
+  QString savedBy;       ///< the user who saved an edit last, where that is known
   QStringList contents;  ///< a bin's and a rack's cookies
 
   friend bool operator==(const ObjectRow&, const ObjectRow&) = default;
@@ -121,6 +122,7 @@ struct Snapshot {
   Shared<PanelState> panel;
   KeptTools tools;
   Shared<QStringList> users;
+  QString user;  ///< of this station; empty before there is one
   int activeUsers = 0;
 };
 using SnapshotPtr = std::shared_ptr<const Snapshot>;
@@ -148,11 +150,11 @@ class SnapshotMaker {
   void lookAtOthers(Snapshot& next, const Changes& changes);
   void lookAtPanel(Snapshot& next);
   void lookAtUsers(Snapshot& next);
-  [[nodiscard]] unsigned remoteChanges(const QString& cookie) const;
+  void addHistory(ObjectRow& row) const;
 
   Station& station_;
   SnapshotPtr last_ = std::make_shared<const Snapshot>();
-  std::map<std::string, unsigned> remote_;  ///< since the project was opened, by cookie
+  std::map<std::string, RemoteChanges> remote_;  ///< since the project was opened, by cookie
 };
 
 }  // namespace korvel

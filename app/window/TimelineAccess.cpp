@@ -1,11 +1,9 @@
-#include "app/window/TimelineAccess.h"
+#include "app/window/TimelineView.h"
 
 #include <QAccessible>
 #include <QAccessibleWidget>
 #include <QHash>
 #include <QPointer>
-
-#include "app/window/TimelineView.h"
 
 namespace korvel {
 

@@ -12,7 +12,6 @@
 
 #include "app/window/Appearance.h"
 #include "app/window/Texts.h"
-#include "app/window/TimelineAccess.h"
 
 namespace korvel {
 

@@ -99,4 +99,10 @@ long framesFromTickToTick(double pixelsPerFrame, double rate);
 /// "00:00:03:12": hours, minutes, seconds and frames of a time.
 QString timecode(double seconds, double rate);
 
+/// Makes timelines known to screen readers: a list of their items, from the highest track's first
+/// to the lowest track's last, each with its name, track, length and place; the chosen one has the
+/// focus. To be called before the first timeline is looked at; more than once does no harm. Window
+/// thread.
+void installTimelineAccess();
+
 }  // namespace korvel

@@ -3,6 +3,8 @@
 #include <mutex>
 #include <utility>
 
+#include "station/base/HostParts.h"
+
 namespace korvel {
 
 namespace {
@@ -111,6 +113,11 @@ void HostThread::queueWhatIsDue() {
   const auto end = later_.upper_bound(Clock::now());
   for (auto each = later_.begin(); each != end; ++each) tasks_.push_back(std::move(each->second));
   later_.erase(later_.begin(), end);
+}
+
+HostParts& hostParts() {
+  static HostParts parts;
+  return parts;
 }
 
 }  // namespace korvel

@@ -129,23 +129,27 @@ class SummaryScanner {
 std::size_t contentHash(std::string_view bytes) { return std::hash<std::string_view>()(bytes); }
 
 std::string keptText(const EditSummary& summary) {
-  char head[40];
-  std::snprintf(head, sizeof head, "%zx %zx ", summary.content, summary.name.size());
-  return head + summary.name + summary.owner;
+  char head[64];
+  std::snprintf(head, sizeof head, "%zx %zx %zx ", summary.content, summary.name.size(),
+                summary.owner.size());
+  return head + summary.name + summary.owner + summary.savedBy;
 }
 
 std::optional<EditSummary> keptSummary(std::string_view keptText) {
   EditSummary summary;
-  std::size_t length = 0;
+  std::size_t name = 0, owner = 0;
   const char* const end = keptText.data() + keptText.size();
-  const auto content = std::from_chars(keptText.data(), end, summary.content, 16);
-  if (content.ec != std::errc() || content.ptr == end) return {};
-  const auto name = std::from_chars(content.ptr + 1, end, length, 16);
-  if (name.ec != std::errc() || name.ptr == end) return {};
-  const std::string_view texts(name.ptr + 1, static_cast<std::size_t>(end - name.ptr - 1));
-  if (length > texts.size()) return {};
-  summary.name = texts.substr(0, length);
-  summary.owner = texts.substr(length);
+  const char* at = keptText.data();
+  for (std::size_t* number : {&summary.content, &name, &owner}) {
+    const auto read = std::from_chars(at, end, *number, 16);
+    if (read.ec != std::errc() || read.ptr == end) return {};
+    at = read.ptr + 1;
+  }
+  const std::string_view texts(at, static_cast<std::size_t>(end - at));
+  if (name > texts.size() || owner > texts.size() - name) return {};
+  summary.name = texts.substr(0, name);
+  summary.owner = texts.substr(name, owner);
+  summary.savedBy = texts.substr(name + owner);
   return summary;
 }
 

@@ -82,6 +82,11 @@ class Edits : public iProjectPart {
   /// One object's line in it; null when there is no such object.
   [[nodiscard]] JsonValue listed(const Cookie& cookie) const;
 
+  /// What the lists know of an object; null when there is no such object. Valid until it changes.
+  [[nodiscard]] const EditSummary* summary(const Cookie& cookie) const {
+    return index_.find(cookie);
+  }
+
   /// One object with its clips; loads it if need be.
   Result<JsonValue> show(const Cookie& cookie);
 

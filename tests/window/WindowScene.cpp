@@ -122,6 +122,7 @@ void WindowScene::writeEdits(int count) const {
 
 WithoutDisplay::WithoutDisplay() {
   qputenv("QT_QPA_PLATFORM", "offscreen");
+  qputenv("XDG_STATE_HOME", QByteArray::fromStdString(state_.path()));
   application_ = std::make_unique<QApplication>(none_, nullptr);
 }
 

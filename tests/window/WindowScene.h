@@ -50,7 +50,8 @@ class WindowScene {
   std::string script;                         ///< commands of the console, run at the start
 };
 
-/// What a test of a single pane needs of a program: no display, and fonts and events all the same.
+/// What a test of a single pane needs of a program: no display, and fonts and events all the same;
+/// and a folder for what panes keep.
 class WithoutDisplay {
  public:
   WithoutDisplay();
@@ -58,6 +59,7 @@ class WithoutDisplay {
 
  private:
   int none_ = 0;
+  ScratchFolder state_;
   std::unique_ptr<QApplication> application_;
 };
 

@@ -174,6 +174,45 @@ TEST_F(WindowTest, ARemoteChangeIsMarkedUntilItIsLookedAtAndNothingMovesUnderThe
   });
 }
 
+TEST_F(WindowTest, WhatAnotherDidIsStillNewsAfterTheProjectWasLeftAndMayBeMarkedAsSeen) {
+  script = kHarbour;
+  play([this](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    EXPECT_TRUE(ben.command("project enter Harbour")["ok"].asBool());
+    EXPECT_TRUE(ben.command("edit create Quay")["ok"].asBool());
+    const auto news = [&window](const QString& name) {
+      const ObjectsModel& model = window.objects().model(ObjectKind::eEdits);
+      const int row = model.rowOf(keyOf(window, name));
+      return row < 0 ? QString() : model.index(row, 1).data().toString();
+    };
+    EXPECT_TRUE(waitFor([&] { return news("Quay").startsWith("new by BEN, "); }))
+        << news("Quay").toStdString();
+    command(window, "project leave");
+    ASSERT_TRUE(waitForProject(window, ""));
+    EXPECT_TRUE(ben.command("edit create Pier")["ok"].asBool());
+    EXPECT_TRUE(ben.command("edit save Pier")["ok"].asBool());
+    command(window, "project enter Harbour");
+    EXPECT_TRUE(waitFor([&] { return news("Quay").startsWith("new by BEN, "); }))
+        << news("Quay").toStdString();
+    EXPECT_TRUE(waitFor([&] { return news("Pier") == "new by BEN"; }))
+        << news("Pier").toStdString();
+    const auto actions = window.findChildren<QAction*>();
+    const auto isSeen = [](const QAction* each) {
+      return each->text() == "&Mark all news as seen";
+    };
+    const auto seen = std::ranges::find_if(actions, isSeen);
+    ASSERT_TRUE(seen != actions.end() && (*seen)->isEnabled());
+    window.activateWindow();
+    ASSERT_TRUE(waitFor([&] { return window.isActiveWindow(); }));
+    QTest::keyClick(&window, Qt::Key_F7, Qt::ShiftModifier);
+    EXPECT_EQ(news("Quay") + news("Pier"), "");
+    EXPECT_FALSE((*seen)->isEnabled());
+    EXPECT_FALSE(window.objects().hasNews());
+  });
+}
+
 TEST_F(WindowTest, ARefusedProjectNamesItsHolder) {
   script = "project create Trailer --private\n";
   play([this](MainWindow& window) {

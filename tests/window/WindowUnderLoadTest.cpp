@@ -85,7 +85,7 @@ class Flood {
 std::size_t remoteChanges(const MainWindow& window) {
   std::size_t changes = 0;
   for (const ObjectRow& row : window.objects().rows(ObjectKind::eEdits)) {
-    changes += row.remoteChanges;
+    changes += row.elsewhere.count;
   }
   return changes;
 }

@@ -136,11 +136,12 @@ TEST_F(KeptSummariesTest, ADeletedEditIsNotShownThoughItIsKept) {
 }
 
 TEST_F(KeptSummariesTest, WhatIsKeptIsReadBackOrNotAtAll) {
-  const EditSummary summary{std::string("a\0b \xC3\xA9", 6), "ANNA", {}, 0x1234};
+  const EditSummary summary{std::string("a\0b \xC3\xA9", 6), "ANNA", {}, 0x1234, "BEN"};
   const std::string text = keptText(summary);
   EXPECT_EQ(*keptSummary(text), summary);
   EXPECT_EQ(*keptSummary(keptText({})), EditSummary{});
-  for (const char* const bad : {"", " ", "1", "1 ", "x 0 ", "1 x ", "1 9 abc", "1 -1 abc"}) {
+  for (const char* const bad : {"", " ", "1", "1 ", "x 0 0 ", "1 x 0 ", "1 0 x ", "1 0 ",
+                                "1 9 0 abc", "1 0 9 abc", "1 2 2 abc", "1 -1 0 abc"}) {
     EXPECT_FALSE(keptSummary(bad)) << bad;
   }
 }
