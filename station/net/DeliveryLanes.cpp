@@ -236,18 +236,45 @@ void FileLookout::await(const std::string& path, Found found) {
 AwaitedFiles::AwaitedFiles(HostThread& hostThread, MessageGate::Judge judge, Deliver deliver)
     : hostThread_(hostThread), judge_(std::move(judge)), deliver_(std::move(deliver)) {}
 
+namespace {
+
+bool isMissing(const MessageGate& gate) {
+  return gate.action == MessageGate::eAwaitFile && !existsFresh(gate.file);
+}
+
+// Waited for is only what awaits a file. The plug-in makes no pause in a message that was waited
+// for: any other wait of its would keep the processor busy.
+AwaitedFiles::Waited waitedFor(bool isFileMissing) {
+  return isFileMissing ? AwaitedFiles::Waited::eYes : AwaitedFiles::Waited::eNo;
+}
+
+}  // namespace
+
 void AwaitedFiles::take(const DeliveryLanes::Source& source, ReceivedMessage message) {
   const std::string& object = message.fields.cookie;
-  const bool isBehind = queues_.contains(object);
-  const MessageGate gate = judge_ ? judge_(message.fields) : MessageGate{};
-  if (gate.action == MessageGate::eDrop && !isBehind) return;
-  const bool isMissing = gate.action == MessageGate::eAwaitFile && !existsFresh(gate.file);
+  if (!hasRoom(source)) deliverHeld(source, object);
+  const bool mayBeHeld = hasRoom(source);
   // A message behind a held one waits even when its own file is there: the order of an object's
   // messages stays.
-  if (!isBehind && !isMissing) return deliver_(message, Waited::eNo);
-  // Delivered as waited for, so that the plug-in does not make the host thread wait.
-  if (!hasRoom(source)) return deliver_(message, Waited::eYes);
-  hold(source, std::move(message), gate.file);
+  const bool isBehind = mayBeHeld && queues_.contains(object);
+  const MessageGate gate = judge_ ? judge_(message.fields) : MessageGate{};
+  if (gate.action == MessageGate::eDrop && !isBehind) return;
+  const bool isFileMissing = isMissing(gate);
+  if (mayBeHeld && (isBehind || isFileMissing)) return hold(source, std::move(message), gate.file);
+  deliver_(message, waitedFor(isFileMissing));
+}
+
+/// Delivers what is held of a source's messages about an object, in their order. What is held of
+/// other sources stays: a stranger could otherwise end the waiting for a colleague's file.
+void AwaitedFiles::deliverHeld(const DeliveryLanes::Source& source, const std::string& object) {
+  // Found anew each time: delivering a message may change the queues.
+  for (auto found = queues_.find(object); found != queues_.end(); found = queues_.find(object)) {
+    const auto first = std::ranges::find(found->second, source, &Held::source);
+    if (first == found->second.end()) return goOn(object);
+    const Held held = takeOut(found->second, first);
+    const MessageGate gate = judge_(held.message.fields);
+    if (gate.action != MessageGate::eDrop) deliver_(held.message, waitedFor(isMissing(gate)));
+  }
 }
 
 bool AwaitedFiles::hasRoom(const DeliveryLanes::Source& source) const {
@@ -286,21 +313,20 @@ void AwaitedFiles::goOn(const std::string& object) {
   for (auto found = queues_.find(object); found != queues_.end(); found = queues_.find(object)) {
     Queue& queue = found->second;
     const MessageGate gate = judge_(queue.front().message.fields);
-    const bool isMissing = gate.action == MessageGate::eAwaitFile && !existsFresh(gate.file);
-    if (isMissing && Clock::now() < queue.front().until) return await(object, gate.file);
-    const Held first = takeFirst(queue);
-    if (gate.action == MessageGate::eDrop) continue;
-    deliver_(first.message, isMissing ? Waited::eYes : Waited::eNo);
+    const bool isFileMissing = isMissing(gate);
+    if (isFileMissing && Clock::now() < queue.front().until) return await(object, gate.file);
+    const Held first = takeOut(queue, queue.begin());
+    if (gate.action != MessageGate::eDrop) deliver_(first.message, waitedFor(isFileMissing));
   }
 }
 
-AwaitedFiles::Held AwaitedFiles::takeFirst(Queue& queue) {
-  Held first = std::move(queue.front());
-  queue.pop_front();
-  if (queue.empty()) queues_.erase(first.message.fields.cookie);
-  if (--counts_[first.source] == 0) counts_.erase(first.source);
+AwaitedFiles::Held AwaitedFiles::takeOut(Queue& queue, Queue::iterator which) {
+  Held held = std::move(*which);
+  queue.erase(which);
+  if (queue.empty()) queues_.erase(held.message.fields.cookie);
+  if (--counts_[held.source] == 0) counts_.erase(held.source);
   --held_;
-  return first;
+  return held;
 }
 
 }  // namespace korvel

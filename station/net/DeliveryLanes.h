@@ -178,9 +178,12 @@ class FileLookout {
 ///
 /// The plug-in would make the host thread wait for each. Here they wait on another thread, so a
 /// stranger who announces files that never come delays no other message. A later message about an
-/// object with a held message is held behind it: the order of each object's messages stays. Beyond
-/// kMaxOfSource or kMaxInAll messages nothing more is held: the plug-in looks for the file once, at
-/// once. Host thread.
+/// object with a held message is held behind it: the order of each object's messages stays.
+///
+/// Beyond kMaxOfSource or kMaxInAll messages nothing more is held: the plug-in looks for the file
+/// once, at once. What the same source has held about the object goes before, so that its order
+/// stays; what others have held waits on. Only a message whose own file is missing counts as
+/// waited for. Host thread.
 class AwaitedFiles : public std::enable_shared_from_this<AwaitedFiles> {
  public:
   /// As long as the plug-in waits for a file.
@@ -216,7 +219,8 @@ class AwaitedFiles : public std::enable_shared_from_this<AwaitedFiles> {
   void hold(const DeliveryLanes::Source& source, ReceivedMessage message, const std::string& file);
   void await(const std::string& object, const std::string& file);
   void goOn(const std::string& object);
-  Held takeFirst(Queue& queue);
+  void deliverHeld(const DeliveryLanes::Source& source, const std::string& object);
+  Held takeOut(Queue& queue, Queue::iterator which);
   std::function<void()> later(const std::string& object);
 
   HostThread& hostThread_;

@@ -44,6 +44,14 @@ class AwaitedFilesTest : public testing::Test {
                          (isWaited ? " waited" : ""));
   }
 
+  /// As many as are held of one source: edits E00000, E00001, ... without a file.
+  void takeAsManyAsAreHeld(const DeliveryLanes::Source& source, std::size_t heldBefore = 0) {
+    for (std::size_t each = 0; each < AwaitedFiles::kMaxOfSource - heldBefore; ++each) {
+      files_->take(source, message(14, "E0000" + std::to_string(each)));
+    }
+    ASSERT_TRUE(delivered_.empty());
+  }
+
   bool delivers(std::size_t count) {
     return becomesTrue([&] {
       hostThread_.runPending();
@@ -109,6 +117,45 @@ TEST_F(AwaitedFilesTest, InAllNoMoreThan256AreHeld) {
   }
   EXPECT_EQ(delivered_.size(), 1000 - AwaitedFiles::kMaxInAll);
   ASSERT_TRUE(delivers(1000));
+}
+
+TEST_F(AwaitedFilesTest, WithoutRoomTheOrderOfAnObjectsMessagesStays) {
+  files_->take(kAnnaAway, message(14, "E0001"));
+  files_->take(kAnnaAway, message(2, "E0001"));
+  takeAsManyAsAreHeld(kAnnaAway, 2);
+  files_->take(kAnnaAway, message(3, "E0001"));
+  EXPECT_EQ(delivered_,
+            (Texts{"EditCreated E0001 waited", "EditSaved E0001", "EditDeleted E0001"}));
+  EXPECT_EQ(files_->held(), AwaitedFiles::kMaxOfSource - 2);
+}
+
+TEST_F(AwaitedFilesTest, AMessageThatAwaitsNoFileIsNeverDeliveredAsWaitedFor) {
+  files_->take(kAnnaAway, message(14, "E0001"));
+  takeAsManyAsAreHeld(kStrangerAway);
+  files_->take(kStrangerAway, message(2, "E0001"));
+  EXPECT_EQ(delivered_, Texts{"EditSaved E0001"});
+}
+
+TEST_F(AwaitedFilesTest, AStrangerWithoutRoomHurriesNoMessageOfAnother) {
+  files_->take(kAnnaAway, message(14, "E0001"));
+  files_->take(kStrangerAway, message(2, "E0001"));
+  files_->take(kAnnaAway, message(2, "E0001"));
+  takeAsManyAsAreHeld(kStrangerAway, 1);
+  files_->take(kStrangerAway, message(15, "E0001"));
+  EXPECT_EQ(delivered_, Texts{"EditSaved E0001"});
+  write("E0001");
+  ASSERT_TRUE(delivers(4));
+  EXPECT_EQ(delivered_, (Texts{"EditSaved E0001", "EditCreated E0001", "EditSaved E0001",
+                               "FilterModification E0001"}));
+}
+
+TEST_F(AwaitedFilesTest, WhatAwaitsNothingFollowsAtOnceWhenTheMessageBeforeItIsGone) {
+  files_->take(kStrangerAway, message(14, "E0001"));
+  files_->take(kAnnaAway, message(2, "E0001"));
+  takeAsManyAsAreHeld(kStrangerAway, 1);
+  files_->take(kStrangerAway, message(3, "E0001"));
+  EXPECT_EQ(delivered_,
+            (Texts{"EditCreated E0001 waited", "EditSaved E0001", "EditDeleted E0001"}));
 }
 
 TEST_F(AwaitedFilesTest, AMessageAboutNothingThatThereIsIsDropped) {
