@@ -115,7 +115,7 @@ struct Station::Parts {
   UnsavedEdits unsaved{hostThread, edits};
   Trash trash{projects, {&bins, &racks, &filters}};
   Presence presence{hostThread, traffic, seals};
-  Health health{hostThread, catchUp, presence, traffic};
+  Health health{hostThread, catchUp, presence, unsaved, traffic};
   RemoteCommands commands;
   Desktop desktop;
   PluginLoader plugin;

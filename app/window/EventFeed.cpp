@@ -71,6 +71,8 @@ void EventFeed::take(const StationEvent& event) {
     changes_.panel = true;
   } else if (event.name == "reply") {
     noteCommandLocked(value["command"].asString());
+  } else if (event.name == "health") {
+    news_.trouble = eventText(value, "why");
   } else if (event.name == "steps") {
     changes_.families.insert("steps");
   } else if (event.name == "ready") {
@@ -162,7 +164,8 @@ News EventFeed::takeNews() {
             std::exchange(news_.notifications, {}),
             std::exchange(news_.forgottenLines, 0),
             news_.sent,
-            news_.received};
+            news_.received,
+            news_.trouble};
   return news;
 }
 

@@ -47,6 +47,7 @@ struct News {
   std::size_t forgottenLines = 0;  ///< how many lines a flood pushed out unseen
   unsigned long sent = 0;
   unsigned long received = 0;
+  QString trouble;  ///< what is wrong with share, network or unsaved changes; empty for nothing
 };
 
 /// What other stations did to one object since the project was opened.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "app/window/ActionTable.h"
 #include "app/window/Appearance.h"
 #include "app/window/Texts.h"
 
@@ -49,6 +50,10 @@ void StatusLine::showNews(const News& news) {
     plugin_ = station.plugin;
     showBusy({}, 0);
   }
+  if (trouble_ != news.trouble) {
+    trouble_ = news.trouble;
+    showSign();
+  }
   sent_ = news.sent;
   received_ = news.received;
   showActiveUsers(activeUsers_);
@@ -68,13 +73,19 @@ void StatusLine::showActiveUsers(int count) {
 }
 
 void StatusLine::showBusy(const QString& what, int seconds) {
-  const bool isBusy = !what.isEmpty();
-  sign_->setPixmap(isBusy ? icon(Glyph::eBusy, colours().warn).pixmap(16, 16)
-                          : icon(Glyph::eFree, colours().good).pixmap(16, 16));
-  const QString text = !isBusy ? QStringLiteral("Ready")
-                       : seconds < 1
-                           ? QStringLiteral("Waiting for %1").arg(what)
-                           : QStringLiteral("Waiting for %1 (%2 s)").arg(what).arg(seconds);
+  waiting_ = what.isEmpty() ? QString()
+             : seconds < 1  ? QStringLiteral("Waiting for %1").arg(what)
+                            : QStringLiteral("Waiting for %1 (%2 s)").arg(what).arg(seconds);
+  showSign();
+}
+
+void StatusLine::showSign() {
+  const bool isWell = waiting_.isEmpty() && trouble_.isEmpty();
+  sign_->setPixmap(isWell ? icon(Glyph::eFree, colours().good).pixmap(16, 16)
+                          : icon(Glyph::eBusy, colours().warn).pixmap(16, 16));
+  const QString text = !waiting_.isEmpty()   ? waiting_
+                       : !trouble_.isEmpty() ? inWindowWords(trouble_)
+                                             : QStringLiteral("Ready");
   busy_->setText(oneLine(text));
   fit();
 }

@@ -23,11 +23,14 @@ class StatusLine : public QStatusBar {
 
   /// The host thread has been at this for so long; with an empty text it is not.
   void showBusy(const QString& what, int seconds);
+
+  /// What it waits for; else what is wrong; else that it is ready.
   [[nodiscard]] QString busyText() const;
 
  private:
   void resizeEvent(QResizeEvent* event) override;
   void fit();
+  void showSign();
 
   QLabel* sign_;
   ElidedLabel* busy_;
@@ -35,6 +38,8 @@ class StatusLine : public QStatusBar {
   ElidedLabel* network_;
   ElidedLabel* counts_;
   QString plugin_;
+  QString waiting_;  ///< for what; empty for nothing
+  QString trouble_;
   int activeUsers_ = 0;
   unsigned long sent_ = 0;
   unsigned long received_ = 0;

@@ -21,6 +21,9 @@ namespace {
 /// this.
 constexpr std::chrono::milliseconds kGathering(300);
 
+/// How long changes that could not be kept wait for another try.
+constexpr std::chrono::milliseconds kTryAgain(2000);
+
 /// A record's time on the clock of the wall: "12:04", with the date unless it is of today.
 std::string wallTime(const std::string& record) {
   std::tm parts{};
@@ -58,6 +61,12 @@ UnsavedEdits::UnsavedEdits(HostThread& thread, Edits& edits)
       folder_(settings().recovery),
       self_(std::make_shared<UnsavedEdits*>(this)) {
   edits_.observeUnsaved(this);
+  folder_.onResult([this, self = self_] {
+    // On the thread that writes, which ends before this object does.
+    thread_.post([self] {
+      if (*self) (*self)->noteKeeping();
+    });
+  });
 }
 
 UnsavedEdits::~UnsavedEdits() {
@@ -113,7 +122,7 @@ void UnsavedEdits::leave() {
     for (const NamedObject& each : unsaved) waiting_.insert(each.cookie);
     flush();
     folder_.finish();
-    const std::string problem = folder_.takeProblem();
+    const std::string problem = folder_.problem();
     if (!folder_.isKeeping() || !problem.empty()) {
       LogBoth("Unsaved changes in %s are lost: %s. %s\n", counted(unsaved.size()), namesOf(unsaved),
               problem);
@@ -170,9 +179,44 @@ void UnsavedEdits::keep(const EditFile& edit) {
   state.hash = edit.saved().hash().value_or(0);
   state.number = edit.saved().number();
   folder_.keep(state, edit.document().text());
-  if (const std::string problem = folder_.takeProblem(); !problem.empty()) {
-    LogBoth("Unsaved changes cannot be kept on this machine: %s\n", problem);
+}
+
+/// Told once where changes are not kept, and once where they are again.
+void UnsavedEdits::noteKeeping() {
+  const std::string problem = folder_.problem();
+  if (!problem.empty()) tryAgainLater();
+  if (problem.empty() != isUnkeptTold_) return;
+  isUnkeptTold_ = !problem.empty();
+  if (isUnkeptTold_) {
+    LogBoth(
+        "Unsaved changes are not being kept on this machine: %s Until that is mended they are lost "
+        "if this station ends; save them (\"edit save\").\n",
+        problem);
+  } else {
+    LogBoth("Unsaved changes are kept on this machine again.\n");
   }
+}
+
+void UnsavedEdits::tryAgainLater() {
+  if (std::exchange(isTryPosted_, true)) return;
+  thread_.postAfter(kTryAgain, [self = self_] {
+    if (!*self) return;
+    (*self)->isTryPosted_ = false;
+    (*self)->tryAgain();
+  });
+}
+
+void UnsavedEdits::tryAgain() {
+  for (const std::string& object : folder_.unkept()) {
+    const Cookie cookie(object.c_str(), false);
+    const EditFile* const edit = edits_.loaded(cookie);
+    if (edit && edit->hasLocalChanges()) {
+      waiting_.insert(cookie);
+    } else {
+      folder_.forget(object);
+    }
+  }
+  flush();
 }
 
 void UnsavedEdits::settled(const Cookie& cookie) {
@@ -184,7 +228,15 @@ void UnsavedEdits::dropping(const EditFile& edit) {
   if (!folder_.isKeeping()) return;
   waiting_.erase(edit.getCookie());
   keep(edit);
-  folder_.setAside(edit.getCookie().asString().str());
+  const std::string object = edit.getCookie().asString().str();
+  folder_.finish();
+  if (std::ranges::count(folder_.unkept(), object) > 0) {
+    // They are gone from memory next, so a later try has nothing to keep.
+    folder_.forget(object);
+    return LogBoth("Your unsaved changes are lost, since they cannot be kept: %s\n",
+                   folder_.problem());
+  }
+  folder_.setAside(object);
   refreshLeft();
   LogBoth("Your unsaved changes are kept: \"edit recover %s\" takes them up.\n",
           inQuotes(edit.document().name()));
@@ -261,6 +313,8 @@ Result<Cookie> UnsavedEdits::recover(const std::string& nameOrCookie) {
   if (!cookie) return cookie;
   flush();
   folder_.finish();
+  // Where the disk has no room for another, this copy is the only one.
+  if (std::ranges::count(folder_.unkept(), cookie->asString().str()) > 0) return cookie;
   // Last: the changes are on the disk again, as this session's own, before the old copy goes.
   if (auto removed = RecoveryFolder::remove(state); !removed)
     LogBoth("%s\n", removed.error().message);

@@ -63,6 +63,9 @@ class UnsavedEdits : public iProjectPart, public iUnsavedObserver {
   /// The project was not left after all.
   void stay() { isDiscarding_ = false; }
 
+  /// Why unsaved changes are not being kept on this machine, in a sentence; empty while they are.
+  [[nodiscard]] std::string problem() const { return folder_.problem(); }
+
   /// Takes up what was left of an object, by cookie or name: as unsaved changes of the edit, or as
   /// a new edit where that one is gone. The edit's cookie.
   Result<Cookie> recover(const std::string& nameOrCookie);
@@ -75,6 +78,9 @@ class UnsavedEdits : public iProjectPart, public iUnsavedObserver {
   Result<Cookie> takeUp(const UnsavedState& state, OtioDocument document);
   void flush();
   void keep(const EditFile& edit);
+  void noteKeeping();
+  void tryAgainLater();
+  void tryAgain();
   void refreshLeft() { left_ = folder_.left(); }
   void dropWhatWasSaved();
   void tellOfLeft() const;
@@ -88,6 +94,8 @@ class UnsavedEdits : public iProjectPart, public iUnsavedObserver {
   std::set<Cookie> waiting_;  ///< changed since they were last kept
   Clock::time_point lastKept_;
   bool isPosted_ = false;
+  bool isTryPosted_ = false;
+  bool isUnkeptTold_ = false;
   bool isDiscarding_ = false;
   std::shared_ptr<UnsavedEdits*> self_;  ///< for tasks that come after this object's end
 };

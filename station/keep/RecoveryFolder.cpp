@@ -185,49 +185,64 @@ void RecoveryFolder::leave() {
   for (const Session& session : dead_) removeIfEmpty(session.folder);
   own_.reset();
   dead_.clear();
+  problems_.clear();
   if (!folder_.empty()) ::rmdir(folder_.c_str());  // where nothing is left in it
   folder_.clear();
 }
 
-bool RecoveryFolder::openSession() {
-  if (own_) return true;
+Result<void> RecoveryFolder::openSession() {
+  if (own_) return {};
   const std::string folder = folder_ + "/" + user_ + uniqueName();
-  if (!makePrivate(folder)) return false;
-  Descriptor lock = takeLock(folder);
-  if (!lock.isOpen()) return false;
+  Descriptor lock;
+  if (makePrivate(folder)) lock = takeLock(folder);
+  if (!lock.isOpen()) {
+    const Error why = errorFromErrno(errno, "make a folder in", folder_);
+    // Each try has a folder of its own.
+    removeIfEmpty(folder);
+    return why;
+  }
   own_ = std::make_unique<Session>(Session{folder, std::move(lock)});
-  return true;
+  return {};
 }
 
 void RecoveryFolder::keep(const UnsavedState& state, const std::string& contentText) {
   if (!isKeeping()) return;
-  if (!openSession()) {
-    const Error why = errorFromErrno(errno, "make a folder in", folder_);
-    const std::lock_guard lock(problemMutex_);
-    problem_ = why.message;
-    return;
-  }
+  if (auto opened = openSession(); !opened) return note(state.object, opened);
   std::string text = headerOf(state);
   // The content is JSON text already. It takes the place of the header's closing brace: parsing it
   // only to write it again would hold up the host thread.
   text.pop_back();
   text += ",\"content\":" + contentText + "}\n";
-  write(own_->folder + "/" + state.object + std::string(kRecordEnding), std::move(text));
+  write(state.object, std::move(text));
 }
 
-void RecoveryFolder::write(const std::string& path, const std::string& text) {
-  writer_.add([this, path, text] {
-    const auto written = writeAtomically(path, text);
-    if (written) return;
-    const std::lock_guard lock(problemMutex_);
-    problem_ = written.error().message;
+void RecoveryFolder::write(const std::string& object, const std::string& text) {
+  writer_.add([this, object, text, folder = own_->folder] {
+    note(object, writeAtomically(folder + "/" + object + std::string(kRecordEnding), text));
   });
 }
 
+/// The text of a failure speaks of the share, which this folder is not on.
+void RecoveryFolder::note(const std::string& object, const Result<void>& written) {
+  {
+    const std::lock_guard lock(problemMutex_);
+    if (written) {
+      problems_.erase(object);
+    } else if (written.error().code == ErrorCode::eFull) {
+      problems_[object] = "The disk is full on which " + root_ + " is.";
+    } else {
+      problems_[object] = written.error().message;
+    }
+  }
+  if (told_) told_();
+}
+
 void RecoveryFolder::forget(const std::string& object) {
-  if (!own_) return;
-  writer_.add([path = own_->folder + "/" + object + std::string(kRecordEnding)] {
-    ::unlink(path.c_str());
+  if (!isKeeping()) return;
+  writer_.add([this, object, folder = own_ ? own_->folder : std::string()] {
+    if (!folder.empty()) ::unlink((folder + "/" + object + std::string(kRecordEnding)).c_str());
+    const std::lock_guard lock(problemMutex_);
+    problems_.erase(object);
   });
 }
 
@@ -281,9 +296,16 @@ std::vector<UnsavedState> RecoveryFolder::left() {
 
 Result<void> RecoveryFolder::remove(const UnsavedState& state) { return removeFileAt(state.path); }
 
-std::string RecoveryFolder::takeProblem() {
+std::string RecoveryFolder::problem() const {
   const std::lock_guard lock(problemMutex_);
-  return std::exchange(problem_, {});
+  return problems_.empty() ? std::string() : problems_.begin()->second;
+}
+
+std::vector<std::string> RecoveryFolder::unkept() const {
+  const std::lock_guard lock(problemMutex_);
+  std::vector<std::string> objects;
+  for (const auto& [object, why] : problems_) objects.push_back(object);
+  return objects;
 }
 
 }  // namespace korvel

@@ -4,10 +4,12 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "station/base/Json.h"
@@ -84,7 +86,8 @@ class RecoveryFolder {
   /// removed.
   void leave();
 
-  /// Keeps an object's state, in place of what was kept of it. Written soon.
+  /// Keeps an object's state, in place of what was kept of it. Written soon; whether that succeeded
+  /// shows in problem().
   void keep(const UnsavedState& state, const std::string& contentText);
 
   /// Forgets what this session keeps of an object.
@@ -108,8 +111,14 @@ class RecoveryFolder {
 
   [[nodiscard]] bool isKeeping() const { return !folder_.empty(); }
 
-  /// Whether a write failed since this was last asked, and why.
-  [[nodiscard]] std::string takeProblem();
+  /// Why an object's latest state is not kept, in a sentence; empty while all are.
+  [[nodiscard]] std::string problem() const;
+
+  /// The objects whose latest state is not kept.
+  [[nodiscard]] std::vector<std::string> unkept() const;
+
+  /// Calls this each time that problem() may have changed; any thread. To be set before enter().
+  void onResult(std::function<void()> told) { told_ = std::move(told); }
 
  private:
   struct Session {
@@ -118,16 +127,18 @@ class RecoveryFolder {
   };
 
   void takeDeadSessions();
-  bool openSession();
-  void write(const std::string& path, const std::string& text);
+  Result<void> openSession();
+  void write(const std::string& object, const std::string& text);
+  void note(const std::string& object, const Result<void>& written);
 
   std::string root_;
   std::string folder_;  ///< of the project; empty outside of one
   std::string user_;    ///< how the names of the user's sessions begin
   std::unique_ptr<Session> own_;
   std::vector<Session> dead_;
-  std::mutex problemMutex_;
-  std::string problem_;
+  std::function<void()> told_;
+  mutable std::mutex problemMutex_;
+  std::map<std::string, std::string> problems_;  ///< of the objects that are not kept
   RecoveryWriter writer_;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "station/base/Events.h"
+#include "station/edit/UnsavedEdits.h"
 
 namespace korvel {
 
@@ -83,6 +84,10 @@ HealthState judgeHealth(const HealthFacts& facts) {
   if (state.network == HealthLevel::eBad) {
     state.upToDate = std::max(state.upToDate, HealthLevel::eSlow);
   }
+  if (!facts.unkept.empty()) {
+    state.unsaved = HealthLevel::eBad;
+    add(state.why, "Unsaved changes are not being kept on this machine: " + facts.unkept);
+  }
   return state;
 }
 
@@ -90,12 +95,17 @@ JsonValue shownHealth(const HealthState& state) {
   return JsonValue::object({{"share", levelText(state.share)},
                             {"network", levelText(state.network)},
                             {"up_to_date", levelText(state.upToDate)},
+                            {"unsaved", levelText(state.unsaved)},
                             {"why", state.why}});
 }
 
 Health::Health(HostThread& host, const CatchUp& catchUp, const Presence& presence,
-               std::shared_ptr<const TrafficCounts> traffic)
-    : host_(host), catchUp_(catchUp), presence_(presence), traffic_(std::move(traffic)) {
+               const UnsavedEdits& unsaved, std::shared_ptr<const TrafficCounts> traffic)
+    : host_(host),
+      catchUp_(catchUp),
+      presence_(presence),
+      unsaved_(unsaved),
+      traffic_(std::move(traffic)) {
   postJudgement();
 }
 
@@ -110,6 +120,7 @@ HealthState Health::now() const {
   facts.others = presence_.others();
   // The count starts anew with each project, so it may be below the one noted.
   facts.unannounced = catchUp_.found() - std::min(foundThen_, catchUp_.found());
+  facts.unkept = unsaved_.problem();
   return judgeHealth(facts);
 }
 

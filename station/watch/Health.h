@@ -13,6 +13,8 @@
 
 namespace korvel {
 
+class UnsavedEdits;
+
 /// How well something works, the worst last.
 enum class HealthLevel { eGood, eSlow, eBad };
 
@@ -23,13 +25,16 @@ struct HealthFacts {
   bool hasSendFailed = false;
   std::size_t others = 0;       ///< stations alive beside this one
   std::size_t unannounced = 0;  ///< changes found in the folder since a message came last
+  std::string unkept = {};      ///< why unsaved changes are not kept; empty while they are
 };
 
-/// Whether the share answers, the network works, and what is shown is what the folder holds.
+/// Whether the share answers, the network works, what is shown is what the folder holds, and
+/// unsaved changes are kept.
 struct HealthState {
   HealthLevel share = HealthLevel::eGood;
   HealthLevel network = HealthLevel::eGood;
   HealthLevel upToDate = HealthLevel::eGood;
+  HealthLevel unsaved = HealthLevel::eGood;
   std::string why;  ///< in sentences; empty where all is good
 
   bool operator==(const HealthState&) const = default;
@@ -45,7 +50,7 @@ JsonValue shownHealth(const HealthState& state);
 class Health {
  public:
   Health(HostThread& host, const CatchUp& catchUp, const Presence& presence,
-         std::shared_ptr<const TrafficCounts> traffic);
+         const UnsavedEdits& unsaved, std::shared_ptr<const TrafficCounts> traffic);
   Health(const Health&) = delete;
   Health& operator=(const Health&) = delete;
   ~Health();
@@ -59,6 +64,7 @@ class Health {
   HostThread& host_;
   const CatchUp& catchUp_;
   const Presence& presence_;
+  const UnsavedEdits& unsaved_;
   std::shared_ptr<const TrafficCounts> traffic_;
   HealthState told_;
   long heard_ = 0;                                         ///< messages, when one came last

@@ -20,6 +20,7 @@ class FaultyShareTest : public SharedStations {
   ~FaultyShareTest() override {
     stations_.clear();
     if (isMounted_) ::umount2(projects().c_str(), MNT_DETACH);
+    if (!ownMount_.empty()) ::umount2(ownMount_.c_str(), MNT_DETACH);
   }
 
   [[nodiscard]] std::string projects() const { return folder_ / "projects"; }
@@ -30,6 +31,17 @@ class FaultyShareTest : public SharedStations {
     if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return false;
     isMounted_ = ::mount("share", projects().c_str(), "tmpfs", 0, options) == 0;
     return isMounted_;
+  }
+
+  /// The same for the folder in which stations keep unsaved changes.
+  bool mountState(const char* options) {
+    const std::string state = folder_ / "state";
+    std::filesystem::create_directory(state);
+    if (::unshare(CLONE_NEWNS) != 0) return false;
+    if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return false;
+    if (::mount("state", state.c_str(), "tmpfs", 0, options) != 0) return false;
+    ownMount_ = state;
+    return true;
   }
 
   /// A private project "Secret", and "Film" with an edit, a bin, a filter and the rooms "Sound" and
@@ -121,7 +133,16 @@ class FaultyShareTest : public SharedStations {
     return writeJson(state);
   }
 
+  static std::size_t timesLogged(const StationProcess& station, const std::string& part) {
+    std::size_t times = 0;
+    for (const JsonValue& event : station.events("log")) {
+      times += event["text"].asString().find(part) != std::string::npos;
+    }
+    return times;
+  }
+
   bool isMounted_ = false;
+  std::string ownMount_;
 };
 
 TEST_F(FaultyShareTest, OnAReadOnlyMountEverythingIsRefusedThatWritesOrLocks) {
@@ -194,6 +215,37 @@ TEST_F(FaultyShareTest, OnAFullFileSystemEmptyingTheTrashMakesRoom) {
   run(anna, "edit delete Big");
   EXPECT_EQ(run(anna, "trash empty")["removed"].asLong(), 2);
   run(anna, "edit save Roll");
+}
+
+TEST_F(FaultyShareTest, UnsavedChangesForWhichThisMachineHasNoRoomAreToldOnceAndKeptLater) {
+  if (!mountState("size=256k")) return;
+  StationProcess& anna = start("ANNA", 11);
+  run(anna, "project create Film");
+  run(anna, "project enter Film");
+  run(anna, "edit create Reel");
+  std::ofstream fill(ownMount_ + "/fill", std::ios::binary);
+  const std::string block(4096, 'x');
+  while (fill.write(block.data(), 4096).flush()) continue;
+  run(anna, "edit rename Reel Rolle");
+  await(anna, "health", {{"unsaved", "bad"}});
+  for (const char* name : {"\"zwei \xE2\x82\xAC\"", "drei"}) {
+    run(anna, std::string("edit rename Rolle ") + name);
+    run(anna, std::string("edit rename ") + name + " Rolle");
+  }
+  const JsonValue health = run(anna, "state")["health"];
+  EXPECT_EQ(health["share"].asString(), "good");
+  EXPECT_NE(health["why"].asString().find("not being kept on this machine: The disk is full"),
+            std::string::npos);
+  std::filesystem::remove(ownMount_ + "/fill");
+  fill.close();
+  await(anna, "health", {{"unsaved", "good"}});
+  EXPECT_EQ(timesLogged(anna, "not being kept on this machine"), 1U);
+  EXPECT_EQ(timesLogged(anna, "are kept on this machine again"), 1U);
+  anna.kill9();
+  StationProcess& again = start("ANNA", 11);
+  run(again, "project enter Film");
+  run(again, "edit recover Rolle");
+  EXPECT_TRUE(run(again, "edit show Rolle")["dirty"].asBool());
 }
 
 TEST_F(FaultyShareTest, WithoutRoomForAnotherFileNoLockIsHad) {

@@ -53,6 +53,21 @@ TEST_F(StatusLineTest, WhereThereIsNoRoomTheLeastImportantGoesFirst) {
   }
 }
 
+TEST_F(StatusLineTest, WhatIsWrongStandsThereUntilItIsMended) {
+  News news;
+  EXPECT_EQ(line.busyText(), "Ready");
+  news.trouble = QStringLiteral("The share has not answered for 20 s.");
+  line.showNews(news);
+  EXPECT_EQ(line.busyText(), news.trouble);
+  line.showBusy(QStringLiteral("the save"), 2);
+  EXPECT_EQ(line.busyText(), "Waiting for the save (2 s)");
+  line.showBusy({}, 0);
+  EXPECT_EQ(line.busyText(), news.trouble);
+  EXPECT_TRUE(label("busy").toolTip().contains(news.trouble));
+  line.showNews(News());
+  EXPECT_EQ(line.busyText(), "Ready");
+}
+
 TEST_F(StatusLineTest, WhatItWaitsForIsCutVisiblyAndTheToolTipHasItWhole) {
   setWidth(300);
   const QString what = QStringLiteral("the command ") + QString(80, QLatin1Char('x'));

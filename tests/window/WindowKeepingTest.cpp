@@ -150,6 +150,22 @@ TEST_F(WindowConflictTest, LeavingWithASaveThatIsRefusedStays) {
 }
 
 /// A station of ANNA's that was killed with unsaved changes in two edits.
+class WindowUnkeptTest : public testing::Test, protected WindowScene {};
+
+TEST_F(WindowUnkeptTest, ChangesThatThisMachineCannotKeepStandInTheStatusLineUntilItCan) {
+  const std::string state = folder / "state";
+  std::ofstream(state) << "a file in the way";
+  script =
+      "project create Harbour\nproject enter Harbour\nedit create Quay\nedit rename Quay Dock\n";
+  play([&](MainWindow& window) {
+    EXPECT_TRUE(waitFor([&] {
+      return window.status().busyText().startsWith("Unsaved changes are not being kept");
+    }));
+    std::filesystem::remove(state);
+    EXPECT_TRUE(waitFor([&] { return window.status().busyText() == "Ready"; }));
+  });
+}
+
 class WindowRecoveryTest : public testing::Test, protected WindowScene {
  protected:
   WindowRecoveryTest() {

@@ -33,7 +33,7 @@ TEST_F(WindowTest, AnEmptyWindowSaysWhatToDo) {
   EXPECT_EQ(0, play([](MainWindow& window) {
               ASSERT_TRUE(waitFor([&] { return window.snapshot() != nullptr; }));
               EXPECT_TRUE(window.objects().findChild<QWidget*>("empty")->isVisible());
-              EXPECT_EQ(window.status().busyText(), QStringLiteral("Ready"));
+              EXPECT_TRUE(waitFor([&] { return window.status().busyText() == "Ready"; }));
             }));
 }
 

@@ -1,7 +1,11 @@
 #include "station/edit/UnsavedEdits.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <memory>
 
@@ -60,6 +64,38 @@ class UnsavedEditsTest : public DocumentStation {
     Notes names;
     for (const NamedObject& each : unsaved_->list()) names.push_back(each.name);
     return names;
+  }
+
+  static constexpr std::chrono::milliseconds kTries{3000};  // time for more than one other try
+
+  /// Whether something is so in time, while the host thread does what it has to.
+  template <typename IsSo>
+  bool soon(const IsSo& isSo, std::chrono::milliseconds limit = std::chrono::minutes(2)) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!isSo() && std::chrono::steady_clock::now() < deadline) {
+      thread_.runPending();
+      ::usleep(1000);
+    }
+    return isSo();
+  }
+
+  bool isSoonTold(const std::string& text) {
+    return soon([&] { return events.logged.find(text) != std::string::npos; });
+  }
+
+  [[nodiscard]] std::size_t countOf(const std::string& text) const {
+    std::size_t count = 0;
+    for (std::size_t at = events.logged.find(text); at != std::string::npos; ++count) {
+      at = events.logged.find(text, at + 1);
+    }
+    return count;
+  }
+
+  /// Lets no file of this process grow beyond this, as on a full disk.
+  static void allowFilesOf(rlim_t size) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit allowed{size, RLIM_INFINITY};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &allowed), 0);
   }
 
   HostThread thread_;
@@ -237,8 +273,52 @@ TEST_F(UnsavedEditsTest, AMachineThatCannotKeepThemSaysSo) {
   write(root(), "a file in the way");
   const Cookie cookie = made("Reel");
   ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
-  EXPECT_NE(events.logged.find("cannot be kept"), std::string::npos) << events.logged;
+  EXPECT_TRUE(isSoonTold("not being kept on this machine: Cannot make a folder in " + root()));
+  EXPECT_NE(unsaved_->problem(), "");
   ASSERT_TRUE(EditActions::save(cookie));
+  EXPECT_TRUE(soon([this] { return unsaved_->problem().empty(); }));
+}
+
+TEST_F(UnsavedEditsTest, AFullDiskIsToldOnceAndWhenThereIsRoomTheyAreKept) {
+  const Cookie cookie = made("Reel");
+  allowFilesOf(10);
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  EXPECT_TRUE(isSoonTold("not being kept on this machine: The disk is full on which " + root()));
+  ASSERT_TRUE(EditActions::rename(cookie, "Own"));
+  EXPECT_FALSE(soon([this] { return events.logged.find("again") != events.logged.npos; }, kTries));
+  EXPECT_EQ(countOf("not being kept"), 1U) << events.logged;
+  EXPECT_EQ(files(), Notes{});
+  allowFilesOf(RLIM_INFINITY);
+  EXPECT_TRUE(isSoonTold("are kept on this machine again"));
+  ASSERT_EQ(files().size(), 1U);
+  EXPECT_EQ(RecoveryFolder::read(files()[0]).name, "Own");
+  ASSERT_TRUE(EditActions::rename(cookie, "Other"));
+  EXPECT_TRUE(soon([this] { return RecoveryFolder::read(files()[0]).name == "Other"; }));
+  EXPECT_EQ(countOf("kept on this machine"), 2U) << events.logged;
+}
+
+TEST_F(UnsavedEditsTest, WhatIsTakenUpWhereThereIsNoRoomIsStillLeft) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  enterAgain();
+  ASSERT_EQ(files().size(), 1U);
+  const std::string kept = files()[0];
+  allowFilesOf(10);
+  ASSERT_TRUE(unsaved_->recover("Mine"));
+  EXPECT_EQ(edits.nameOf(cookie), "Mine");
+  EXPECT_EQ(files(), Notes{kept}) << "the only copy";
+  EXPECT_EQ(RecoveryFolder::read(kept).name, "Mine");
+  allowFilesOf(RLIM_INFINITY);
+}
+
+TEST_F(UnsavedEditsTest, WhatIsUnsavedWhenAProjectIsLeftWithoutRoomIsToldAsLost) {
+  const Cookie cookie = made("Reel");
+  allowFilesOf(10);
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  ASSERT_TRUE(projects.leave());
+  EXPECT_NE(events.logged.find("Unsaved changes in 1 edit are lost: \"Mine\""), std::string::npos);
+  EXPECT_EQ(events.logged.find("are kept"), std::string::npos) << events.logged;
+  allowFilesOf(RLIM_INFINITY);
 }
 
 }  // namespace

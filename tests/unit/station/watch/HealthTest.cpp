@@ -21,7 +21,7 @@ HealthFacts allWell() {
 TEST(HealthTest, AllIsGoodWhereTheShareAnswersAndMessagesLeave) {
   const HealthState state = judgeHealth(allWell());
   EXPECT_EQ(writeJson(shownHealth(state)),
-            R"({"share":"good","network":"good","up_to_date":"good","why":""})");
+            R"({"share":"good","network":"good","up_to_date":"good","unsaved":"good","why":""})");
 }
 
 TEST(HealthTest, AShareThatTakesLongIsSlowAndOneThatIsSilentIsBad) {
@@ -41,6 +41,15 @@ TEST(HealthTest, AFolderThatIsGoneIsTold) {
   facts.share.result = Error{ErrorCode::eNotFound, "Cannot look at /p.", {}};
   EXPECT_EQ(judgeHealth(facts).share, HealthLevel::eBad);
   EXPECT_EQ(judgeHealth(facts).why, "Cannot look at /p.");
+}
+
+TEST(HealthTest, UnsavedChangesThatAreNotKeptAreTold) {
+  HealthFacts facts = allWell();
+  facts.unkept = "The disk is full on which /home is.";
+  const HealthState state = judgeHealth(facts);
+  EXPECT_EQ(state.unsaved, HealthLevel::eBad);
+  EXPECT_EQ(state.share, HealthLevel::eGood);
+  EXPECT_NE(state.why.find("not being kept on this machine: The disk is full"), std::string::npos);
 }
 
 TEST(HealthTest, AFailedSendMakesTheNetworkBad) {
