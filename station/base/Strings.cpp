@@ -177,4 +177,16 @@ std::string utcText(std::int64_t seconds) {
   return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
+std::string wallText(std::int64_t seconds) {
+  const std::time_t time = seconds;
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  std::tm today{};
+  ::localtime_r(&time, &local);
+  ::localtime_r(&now, &today);
+  const bool isToday = local.tm_year == today.tm_year && local.tm_yday == today.tm_yday;
+  char text[32];
+  return {text, std::strftime(text, sizeof text, isToday ? "%H:%M" : "%Y-%m-%d %H:%M", &local)};
+}
+
 }  // namespace korvel

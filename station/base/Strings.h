@@ -91,6 +91,9 @@ std::uint64_t hash64(std::string_view bytes);
 /// A time, in seconds since 1970, as files and lists show it: "2026-05-31T12:00:00Z".
 std::string utcText(std::int64_t seconds);
 
+/// The same on the clock of the wall: "12:04", with the date unless it is of today.
+std::string wallText(std::int64_t seconds);
+
 /// How many letters must be added, taken away, replaced or swapped with their neighbour to turn one
 /// text into the other.
 std::size_t editDistance(std::string_view a, std::string_view b);

@@ -28,15 +28,7 @@ constexpr std::chrono::milliseconds kTryAgain(2000);
 std::string wallTime(const std::string& record) {
   std::tm parts{};
   if (!::strptime(record.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts)) return shownText(record);
-  const std::time_t time = ::timegm(&parts);
-  const std::time_t now = std::time(nullptr);
-  std::tm local{};
-  std::tm today{};
-  ::localtime_r(&time, &local);
-  ::localtime_r(&now, &today);
-  const bool isToday = local.tm_year == today.tm_year && local.tm_yday == today.tm_yday;
-  char text[32];
-  return {text, std::strftime(text, sizeof text, isToday ? "%H:%M" : "%Y-%m-%d %H:%M", &local)};
+  return wallText(::timegm(&parts));
 }
 
 std::string counted(std::size_t count) {

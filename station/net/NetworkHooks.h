@@ -17,6 +17,9 @@ class iTrafficObserver {
   /// A message came from this sender; once for each way by which it came.
   virtual void heard(Ipv4 address, std::uint16_t port) = 0;
 
+  /// A message came from this sender that was not heard before, by whatever way.
+  virtual void taken([[maybe_unused]] Ipv4 address, [[maybe_unused]] std::uint16_t port) {}
+
   /// A message left.
   virtual void sent() = 0;
 

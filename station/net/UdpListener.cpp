@@ -128,6 +128,12 @@ DeliveryLanes::Kind kindOf(std::string_view bytes) {
   return isOurs ? DeliveryLanes::Kind::eWords : DeliveryLanes::Kind::eOther;
 }
 
+/// Whether it is a message of this protocol: other programs may use the port.
+bool isOurs(const Datagram& datagram) {
+  static const std::string kStart = std::string(kWireVersion) + kFieldSeparator;
+  return datagram.bytes.starts_with(kStart);
+}
+
 std::string nameOf(const DeliveryLanes::Source& source) {
   if (source == DeliveryLanes::Source{}) return "sources that are too many to be told apart";
   return textOf(source.address) +
@@ -283,6 +289,9 @@ void UdpListener::take(Datagram datagram, LossReport::Time now) {
   tellObserver(datagram);
   // The sequence number in a seal has told copies apart already.
   if (!lane.isSealed && duplicates_.isDuplicate(datagram, now)) return;
+  if (surroundings_.observer && isOurs(datagram)) {
+    surroundings_.observer->taken(datagram.source, datagram.port);
+  }
   const bool isTaken =
       outlet_->lanes.add(lane, kindOf(datagram.bytes), std::string(datagram.bytes), now);
   if (isTaken) queueDelivery(outlet_);
@@ -314,9 +323,7 @@ void UdpListener::tellLosses(LossReport::Time now) {
 }
 
 void UdpListener::tellObserver(const Datagram& datagram) {
-  // Only messages of this protocol: other programs may use the port.
-  static const std::string kStart = std::string(kWireVersion) + kFieldSeparator;
-  if (!surroundings_.observer || !datagram.bytes.starts_with(kStart)) return;
+  if (!surroundings_.observer || !isOurs(datagram)) return;
   surroundings_.observer->heard(datagram.source, datagram.port);
 }
 

@@ -72,6 +72,13 @@ void judgeNetwork(const HealthFacts& facts, HealthState& state) {
                      "firewall or another port keeps messages away (\"kv-share doctor\").");
 }
 
+void judgeMissing(const HealthFacts& facts, HealthState& state) {
+  if (facts.missing.empty()) return;
+  state.network = std::max(state.network, HealthLevel::eSlow);
+  state.upToDate = std::max(state.upToDate, HealthLevel::eSlow);
+  add(state.why, facts.missing);
+}
+
 }  // namespace
 
 // As long as the share answers, what it holds is shown, even when messages are lost: then the
@@ -84,6 +91,7 @@ HealthState judgeHealth(const HealthFacts& facts) {
   if (state.network == HealthLevel::eBad) {
     state.upToDate = std::max(state.upToDate, HealthLevel::eSlow);
   }
+  judgeMissing(facts, state);
   if (!facts.unkept.empty()) {
     state.unsaved = HealthLevel::eBad;
     add(state.why, "Unsaved changes are not being kept on this machine: " + facts.unkept);
@@ -118,6 +126,7 @@ HealthState Health::now() const {
   facts.now = std::chrono::steady_clock::now();
   facts.hasSendFailed = traffic_->hasFailed();
   facts.others = presence_.others();
+  facts.missing = presence_.missing();
   // The count starts anew with each project, so it may be below the one noted.
   facts.unannounced = catchUp_.found() - std::min(foundThen_, catchUp_.found());
   facts.unkept = unsaved_.problem();

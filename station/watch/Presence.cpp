@@ -1,6 +1,7 @@
 #include "station/watch/Presence.h"
 
 #include <algorithm>
+#include <ctime>
 #include <iterator>
 #include <system_error>
 #include <utility>
@@ -12,6 +13,7 @@
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
 #include "station/net/Interfaces.h"
+#include "station/net/UdpBroadcaster.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/Projects.h"
@@ -47,6 +49,17 @@ LightweightString<wchar_t> upperCase(const std::string& name) {
   LightweightString<wchar_t> text = wideText(name);
   Kv::toUpper(text);
   return text;
+}
+
+/// How long the user is warned at least, where nothing of the lost is known to be unsaved.
+constexpr std::int64_t kShortestWarning = 60;
+constexpr std::int64_t kBetweenTellings = 60;
+
+std::string lossText(const std::string& user, const MissedMessages::Loss& loss) {
+  const bool isOne = loss.count == 1;
+  return std::to_string(loss.count) + (isOne ? " message of " : " messages of ") + shownText(user) +
+         "'s station " + (isOne ? "was" : "were") + " lost at " + wallText(loss.when) +
+         ": words may be missing, and changes until they are saved";
 }
 
 std::string placeOf(const StationNote& note) {
@@ -165,6 +178,7 @@ void Presence::postRefresh() {
     if (alive.expired()) return;
     refresh();
     if (++refreshes_ % kRefreshesBetweenLooks == 0) lookForDead();
+    lookForMissed();
     postRefresh();
   });
 }
@@ -246,6 +260,66 @@ void Presence::lookForDead() {
     if (isGone) tell("went", station);
     each = isGone ? others_.erase(each) : std::next(each);
   }
+}
+
+void Presence::lookForMissed() {
+  for (const auto& [id, station] : others_) {
+    const StationNote& note = station.note;
+    if (note.port == 0) continue;
+    noteMissed(station,
+               missed_.look(id, note.sent, traffic_->takenFrom(note.addresses, note.port)));
+  }
+  missed_.keepOnly([this](const std::string& id) { return others_.contains(id); });
+  std::erase_if(untold_, [this](const auto& each) { return !others_.contains(each.first); });
+  std::erase_if(losses_, [this](const auto& each) {
+    const auto station = others_.find(each.first);
+    const bool hasSaved = station == others_.end() || station->second.note.unsaved.empty();
+    return hasSaved && std::time(nullptr) - each.second.when >= kShortestWarning;
+  });
+}
+
+// Told once a minute at most: on a bad network messages are lost all the time.
+void Presence::noteMissed(const FoundStation& station, long lost) {
+  const std::string& id = station.note.id;
+  const std::int64_t now = std::time(nullptr);
+  untold_[id] += lost;
+  const auto told = losses_.find(id);
+  if (untold_[id] == 0 || (told != losses_.end() && now - told->second.when < kBetweenTellings)) {
+    return;
+  }
+  const long count = std::exchange(untold_[id], 0);
+  losses_[id] = {count, now};
+  tellNetworkProblem(lossText(station.note.user, losses_[id]), static_cast<std::uint64_t>(count));
+}
+
+std::string Presence::missing() const {
+  std::string text;
+  for (const auto& [id, loss] : losses_) {
+    const auto station = others_.find(id);
+    if (station == others_.end()) continue;
+    text += (text.empty() ? "" : " ") + lossText(station->second.note.user, loss) + ".";
+  }
+  return text;
+}
+
+long MissedMessages::look(const std::string& id, long sent, long taken) {
+  Counts& counts = stations_[id];
+  const bool isAtRest = counts.sent == sent && counts.taken == taken;
+  counts.atRest = isAtRest ? counts.atRest + 1 : 0;
+  counts.sent = sent;
+  counts.taken = taken;
+  const long behind = sent - taken;
+  if (!counts.behind) {
+    if (counts.atRest >= kLooksAtRest) counts.behind = behind;
+    return 0;
+  }
+  // A message may be on its way while the note is here already: what is lost still is at the next
+  // look.
+  const long suspected = std::max(0L, behind - *counts.behind);
+  const long lost = std::min(suspected, std::exchange(counts.suspected, suspected));
+  *counts.behind += lost;
+  counts.suspected -= lost;
+  return lost;
 }
 
 void Presence::tell(const char* how, const FoundStation& station) const {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,42 @@
 #include "station/watch/StationNote.h"
 
 namespace korvel {
+
+/// Finds lost messages by comparing what a station says that it sent with what came of it. A note
+/// tells of messages some seconds after they were sent, so the number of those that are behind is
+/// at times too low, and never too high. Host thread.
+class MissedMessages {
+ public:
+  /// What is known of one station's lost messages.
+  struct Loss {
+    long count = 0;
+    std::int64_t when = 0;  ///< seconds since 1970, of the last one
+  };
+
+  /// So many looks, two seconds apart, without a new message make up for a note's delay. What a
+  /// station sent before this one began to listen is known then.
+  static constexpr int kLooksAtRest = 5;
+
+  /// Takes in one station's counts; how many of its messages are newly known to be lost.
+  long look(const std::string& id, long sent, long taken);
+
+  /// Forgets the stations whose id is not to be kept.
+  template <typename IsKept>
+  void keepOnly(IsKept isKept) {
+    std::erase_if(stations_, [&](const auto& each) { return !isKept(each.first); });
+  }
+
+ private:
+  struct Counts {
+    long sent = -1;
+    long taken = -1;
+    int atRest = 0;
+    std::optional<long> behind;  ///< sent less taken, with all losses that are known
+    long suspected = 0;          ///< lost by the last look's counts
+  };
+
+  std::map<std::string, Counts> stations_;
+};
 
 /// What this station tells of itself to the others, and what they tell of themselves. Each change
 /// of another is told as an event "presence": it came, changed or went. Host thread. One object a
@@ -54,6 +91,10 @@ class Presence : public ProjectListener {
   /// How many others are alive, as far as is known without asking.
   [[nodiscard]] std::size_t others() const { return others_.size(); }
 
+  /// What may be missing here since messages were lost, a sentence for each station; empty once
+  /// what is lost shows in files.
+  [[nodiscard]] std::string missing() const;
+
   void handleProjectEntry() override { refresh(); }
   void handleProjectExit() override { refresh(); }
 
@@ -66,6 +107,8 @@ class Presence : public ProjectListener {
   void take(const FoundFiles& files);
   void takeOne(const FoundFile& file);
   void lookForDead();
+  void lookForMissed();
+  void noteMissed(const FoundStation& station, long lost);
   void tell(const char* how, const FoundStation& station) const;
 
   HostThread& host_;
@@ -74,7 +117,10 @@ class Presence : public ProjectListener {
   StationNote own_;
   std::unique_ptr<StationFile> file_;
   std::unique_ptr<FolderWatch> watch_;
-  std::map<std::string, FoundStation> others_;             ///< those alive, by id
+  std::map<std::string, FoundStation> others_;  ///< those alive, by id
+  MissedMessages missed_;
+  std::map<std::string, MissedMessages::Loss> losses_;     ///< told and not made up for yet, by id
+  std::map<std::string, long> untold_;                     ///< lost since that was told, by id
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);  ///< what posted tasks hold weakly
   int refreshes_ = 0;
 };

@@ -19,6 +19,25 @@
 
 namespace korvel {
 
+void TrafficCounts::taken(Ipv4 address, std::uint16_t port) {
+  const std::lock_guard lock(mutex_);
+  const auto sender = std::pair(port, address);
+  if (taken_.size() < kMostSenders || taken_.contains(sender)) ++taken_[sender];
+}
+
+// A machine's own messages to itself may come from its loopback address, which no note names.
+long TrafficCounts::takenFrom(const std::vector<std::string>& addresses, std::uint16_t port) const {
+  const std::lock_guard lock(mutex_);
+  long count = 0;
+  for (auto at = taken_.lower_bound({port, Ipv4{}}); at != taken_.end() && at->first.first == port;
+       ++at) {
+    const std::string address = textOf(at->first.second);
+    const bool isTheirs = std::ranges::find(addresses, address) != addresses.end();
+    if (isTheirs || address.starts_with("127.")) count += at->second;
+  }
+  return count;
+}
+
 namespace {
 
 /// Raised when a reader of this version could not understand what is written.

@@ -2,7 +2,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -30,6 +32,7 @@ class TrafficCounts : public iTrafficObserver {
     if (port != ownPort_) ++heard_;
     if (next_) next_->heard(address, port);
   }
+  void taken(Ipv4 address, std::uint16_t port) override;
   void sent() override {
     ++sent_;
     if (next_) next_->sent();
@@ -39,16 +42,24 @@ class TrafficCounts : public iTrafficObserver {
   [[nodiscard]] long sentCount() const { return sent_; }
   [[nodiscard]] long heardCount() const { return heard_; }
 
+  /// How many different messages came from a port of a machine with these addresses, "10.0.0.7".
+  [[nodiscard]] long takenFrom(const std::vector<std::string>& addresses, std::uint16_t port) const;
+
   [[nodiscard]] std::uint16_t ownPort() const { return ownPort_; }
 
   /// Whether the latest message did not leave for every destination.
   [[nodiscard]] bool hasFailed() const { return isCut_; }
 
  private:
+  /// More senders than any facility has; addresses and ports can be forged without end.
+  static constexpr std::size_t kMostSenders = 4096;
+
   const std::uint16_t ownPort_;
   const std::shared_ptr<iTrafficObserver> next_;
   std::atomic<long> sent_{0};
   std::atomic<long> heard_{0};
+  mutable std::mutex mutex_;
+  std::map<std::pair<std::uint16_t, Ipv4>, long> taken_;  ///< by port, then address
   std::atomic<bool> isCut_{false};
 };
 

@@ -1,8 +1,18 @@
+#include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
+#include <string>
+#include <thread>
 
+#include "station/os/SharedFiles.h"
+#include "station/project/ProjectFolder.h"
+#include "station/watch/StationNote.h"
+#include "station/wire/MessageTable.h"
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/support/BecomesTrue.h"
 #include "tests/support/StationProcess.h"
@@ -31,6 +41,58 @@ class PresenceShareTest : public testing::Test {
 
   ScratchFolder folder;
   StationProcess anna{options("ANNA", "ANNA")};
+};
+
+/// A station of BEN's that is no program: its note, and messages from its port.
+class GhostStation {
+ public:
+  GhostStation(const std::string& projects, int port)
+      : folder_(notesFolder(projects)), socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    const int yes = 1;
+    EXPECT_EQ(::setsockopt(socket_, SOL_SOCKET, SO_BROADCAST, &yes, sizeof yes), 0);
+    sockaddr_in own{};
+    own.sin_family = AF_INET;
+    socklen_t size = sizeof own;
+    EXPECT_EQ(::bind(socket_, reinterpret_cast<sockaddr*>(&own), size), 0);
+    EXPECT_EQ(::getsockname(socket_, reinterpret_cast<sockaddr*>(&own), &size), 0);
+    to_.sin_family = AF_INET;
+    to_.sin_port = htons(static_cast<std::uint16_t>(port));
+    to_.sin_addr.s_addr = inet_addr("127.255.255.255");
+    note_.id = StationFile::newId();
+    note_.user = note_.host = "BEN";
+    note_.port = ntohs(own.sin_port);
+    note_.since = timeForRecord();
+    const std::string lock = noteLock(folder_, note_.id);
+    lock_ = ::open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    EXPECT_EQ(::fcntl(lock_, F_OFD_SETLK, &whole), 0);
+    tellSent(0);
+  }
+  ~GhostStation() {
+    ::close(socket_);
+    ::close(lock_);
+  }
+
+  void send() const {
+    const std::string message = std::string(kWireVersion) + kFieldSeparator + "of no type";
+    EXPECT_GT(::sendto(socket_, message.data(), message.size(), 0,
+                       reinterpret_cast<const sockaddr*>(&to_), sizeof to_),
+              0);
+  }
+
+  /// Says that it sent so many messages since it started.
+  void tellSent(long count) {
+    note_.sent = count;
+    EXPECT_TRUE(writeAtomically(folder_ + "/" + note_.id + ".json", noteText(note_)));
+  }
+
+ private:
+  std::string folder_;
+  int socket_;
+  int lock_ = -1;
+  sockaddr_in to_{};
+  StationNote note_;
 };
 
 TEST_F(PresenceShareTest, AStationIsSeenComingWorkingAndGoing) {
@@ -101,6 +163,26 @@ TEST_F(PresenceShareTest, ChangesWithoutMessagesAreToldAsBeingCutOff) {
   EXPECT_NE((*health)["why"].asString().find("You seem to be cut off"), std::string::npos);
   EXPECT_EQ(run(anna, "state")["health"]["network"].asString(), "bad");
   EXPECT_EQ(run(anna, "state")["health"]["share"].asString(), "good");
+}
+
+TEST_F(PresenceShareTest, LostMessagesAreCountedByWhatTheirSenderSaysThatHeSent) {
+  const int port = freeUdpPort();
+  StationProcess carla({KV_STATION, folder.path(), "CARLA", "CARLA", 0, port, {}});
+  ASSERT_TRUE(carla.waitUntilReady());
+  GhostStation ben(folder.path(), port);
+  ASSERT_TRUE(await(carla, {{"how", "came"}, {"user", "BEN"}}));
+  std::this_thread::sleep_for(
+      std::chrono::seconds(14));  // until his counts are known to be at rest
+  ben.send();
+  ben.tellSent(8);  // seven of them were lost on their way
+  const auto told = carla.waitFor("network", {{"dropped", "7"}}, std::chrono::minutes(2));
+  ASSERT_TRUE(told);
+  EXPECT_TRUE(
+      (*told)["problem"].asString().starts_with("7 messages of BEN's station were lost at "))
+      << (*told)["problem"].asString();
+  const auto health = carla.waitFor("health", {{"up_to_date", "slow"}}, std::chrono::minutes(2));
+  ASSERT_TRUE(health);
+  EXPECT_NE((*health)["why"].asString().find("7 messages of BEN's station"), std::string::npos);
 }
 
 }  // namespace

@@ -71,4 +71,14 @@ TEST(HealthTest, ChangesOfOthersWithoutAMessageMeanThatThisStationIsCutOff) {
             std::string::npos);
 }
 
+TEST(HealthTest, LostMessagesMeanThatSomethingMayBeMissing) {
+  HealthFacts facts = allWell();
+  facts.missing = "12 messages of ANNA's station were lost at 12:04.";
+  const HealthState state = judgeHealth(facts);
+  EXPECT_EQ(state.upToDate, HealthLevel::eSlow);
+  EXPECT_EQ(state.network, HealthLevel::eSlow);
+  EXPECT_EQ(state.share, HealthLevel::eGood);
+  EXPECT_EQ(state.why, facts.missing);
+}
+
 }  // namespace
