@@ -27,26 +27,24 @@ bool isContainer(const Cookie& cookie) {
   return kind == CookieTypeBin || kind == CookieTypeMediaBin || kind == CookieTypeRack;
 }
 
-/// The file of an edit in the open project; empty, which never comes, where none is open.
-LightweightString<wchar_t> fileHere(const Cookie& cookie, const Cookie& open) {
-  return open.isNull() ? LightweightString<wchar_t>() : getFilenameForCookie(cookie, open);
-}
-
 bool isKnown(const Cookie& cookie, const Cookie& open) {
-  return hostParts().edits->holds(cookie) || existsFresh(utf8Text(fileHere(cookie, open)));
+  if (hostParts().edits->holds(cookie)) return true;
+  return !open.isNull() && existsFresh(utf8Text(getFilenameForCookie(cookie, open)));
 }
 
 }  // namespace
 
-MessageGate judgeMessage(const MessageFields& message) {
+MessageGate judgeMessage(const ReceivedMessage& received) {
+  const MessageFields& message = received.fields;
   if (!message.valid) return {};
   const Cookie open = get_project_cookie();
   const Cookie cookie(message.cookie.c_str(), false);
   const bool isOfOpen = Cookie(message.project.c_str(), false).compare(open) == 0;
-  const RemoteChangeScope scope;  // so that files are looked for in the open project alone
+  // So that the file is the one for which the plug-in will look when it is handed the message.
+  const RemoteChangeScope scope(&received);
   switch (message.type) {
     case MessageType::eEditCreated:
-      return await(fileHere(cookie, open));
+      return await(getFilenameForCookie(cookie, Cookie()));
     case MessageType::eContainerModification:
       if (!isOfOpen || !isRewritten(message) || !isContainer(cookie)) return {};
       return await(getFileNameForLogGroup(cookie, {}, Cookie()));

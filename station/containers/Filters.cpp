@@ -57,13 +57,11 @@ Result<void> Filters::changeFrom(const Cookie& filter, const std::string& from,
   });
 }
 
-std::string Filters::fileInAnyProject(const Cookie& filter) const {
+std::string Filters::metadataFile(const Cookie& filter) const {
   const std::string here = fileOf(filter);
-  // Because of a message only the open project is searched: a stranger must not make this station
-  // read every project.
-  if (currentOrigin() == Origin::eRemote || existsFresh(here)) return here;
-  const std::string elsewhere = findInAnyProject(nameOf(recordPath({}, filter)));
-  return elsewhere.empty() ? here : elsewhere;
+  if (existsFresh(here)) return here;
+  const std::string there = pathInNamedProject(nameOf(recordPath({}, filter)));
+  return there.empty() ? here : there;
 }
 
 std::string Filters::contentProblem(const JsonValue& content) const {
@@ -76,5 +74,5 @@ ProjectFilterManager* ProjectFilterManager::instance() { return hostParts().filt
 
 LightweightString<wchar_t> UserFilter::getFilterMetadataFileName(const Cookie& cookie) {
   const Filters* const filters = hostParts().filters;
-  return filters ? wideText(filters->fileInAnyProject(cookie)) : LightweightString<wchar_t>();
+  return filters ? wideText(filters->metadataFile(cookie)) : LightweightString<wchar_t>();
 }

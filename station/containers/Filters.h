@@ -15,10 +15,11 @@ class Filters : public ContainerNotifier<ProjectFilterManager, BinData, Containe
   Result<Cookie> create(const std::string& name, const std::string& text);
   Result<void> change(const Cookie& filter, const std::string& text);
 
-  /// The file of a filter. Where the open project has none it is looked for in the other projects,
-  /// since messages about filters come from every project and the plug-in waits for the file that
-  /// it is told. Where no project has it: its path in the open project, or empty when none is open.
-  [[nodiscard]] std::string fileInAnyProject(const Cookie& filter) const;
+  /// Where the file of a filter is: in the open project, else in the project that the message being
+  /// delivered names. Messages about filters come from every project, and the plug-in waits for the
+  /// file that it is told. Without either: its path in the open project, or empty when none is
+  /// open.
+  [[nodiscard]] std::string metadataFile(const Cookie& filter) const;
 
   /// Reads all filters again and tells of each that is new, differs or is gone.
   void reInit() override { readAllAgain(); }

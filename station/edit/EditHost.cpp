@@ -36,17 +36,13 @@ std::string pathIn(const Cookie& project, const Cookie& cookie) {
   return projectFolder(project) + "/" + fileNameOf(cookie);
 }
 
-/// The path of an object that the open project does not hold: where it is found, else where it
-/// would be in the open project.
-std::string lookElsewhere(const Cookie& cookie, const Cookie& open) {
-  if (!open.isNull() && existsFresh(pathIn(open, cookie))) return pathIn(open, cookie);
-  // Because of a message only the open project is searched: a stranger must not make this station
-  // read every project.
-  if (currentOrigin() == Origin::eRemote)
-    return open.isNull() ? std::string() : pathIn(open, cookie);
-  const std::string found = findInAnyProject(fileNameOf(cookie));
-  if (!found.empty()) return found;
-  return open.isNull() ? std::string() : pathIn(open, cookie);
+/// Where an object is: in the open project, else in the project that the message being delivered
+/// names. No other is searched: a stranger must not make this station read every project.
+std::string findFile(const Cookie& cookie, const Cookie& open) {
+  const std::string here = open.isNull() ? std::string() : pathIn(open, cookie);
+  if (hostParts().edits->holds(cookie) || existsFresh(here)) return here;
+  const std::string there = pathInNamedProject(fileNameOf(cookie));
+  return there.empty() ? here : there;
 }
 
 /// The fields of a message. The one that is being delivered was read already.
@@ -140,9 +136,7 @@ void EditManager::flushChanges(const Cookie& cookie) {
 
 LightweightString<wchar_t> getFilenameForCookie(const Cookie& cookie, const Cookie& project) {
   if (!project.isNull()) return wideText(pathIn(project, cookie));
-  const Cookie open = get_project_cookie();
-  if (!open.isNull() && hostParts().edits->holds(cookie)) return wideText(pathIn(open, cookie));
-  return wideText(lookElsewhere(cookie, open));
+  return wideText(findFile(cookie, get_project_cookie()));
 }
 
 // How the list of edits and the open edits follow what is found in the folder.

@@ -257,7 +257,7 @@ void AwaitedFiles::take(const DeliveryLanes::Source& source, ReceivedMessage mes
   // A message behind a held one waits even when its own file is there: the order of an object's
   // messages stays.
   const bool isBehind = mayBeHeld && queues_.contains(object);
-  const MessageGate gate = judge_ ? judge_(message.fields) : MessageGate{};
+  const MessageGate gate = judge_ ? judge_(message) : MessageGate{};
   if (gate.action == MessageGate::eDrop && !isBehind) return;
   const bool isFileMissing = isMissing(gate);
   if (mayBeHeld && (isBehind || isFileMissing)) return hold(source, std::move(message), gate.file);
@@ -272,7 +272,7 @@ void AwaitedFiles::deliverHeld(const DeliveryLanes::Source& source, const std::s
     const auto first = std::ranges::find(found->second, source, &Held::source);
     if (first == found->second.end()) return goOn(object);
     const Held held = takeOut(found->second, first);
-    const MessageGate gate = judge_(held.message.fields);
+    const MessageGate gate = judge_(held.message);
     if (gate.action != MessageGate::eDrop) deliver_(held.message, waitedFor(isMissing(gate)));
   }
 }
@@ -312,7 +312,7 @@ void AwaitedFiles::goOn(const std::string& object) {
   // Found anew each time: delivering a message may change the queues.
   for (auto found = queues_.find(object); found != queues_.end(); found = queues_.find(object)) {
     Queue& queue = found->second;
-    const MessageGate gate = judge_(queue.front().message.fields);
+    const MessageGate gate = judge_(queue.front().message);
     const bool isFileMissing = isMissing(gate);
     if (isFileMissing && Clock::now() < queue.front().until) return await(object, gate.file);
     const Held first = takeOut(queue, queue.begin());

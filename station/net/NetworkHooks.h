@@ -39,7 +39,7 @@ struct MessageGate {
   std::string file;  ///< to be awaited
 
   /// Decides for a message that would be delivered now. Host thread.
-  using Judge = std::function<MessageGate(const MessageFields& message)>;
+  using Judge = std::function<MessageGate(const ReceivedMessage& message)>;
 };
 
 /// What the station does with messages beside the plug-in. Host thread.

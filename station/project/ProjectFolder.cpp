@@ -9,10 +9,12 @@
 #include <string_view>
 
 #include "host/base/Log.h"
+#include "station/base/Events.h"
 #include "station/base/Json.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
+#include "station/wire/MessageTable.h"
 
 namespace korvel {
 
@@ -106,14 +108,11 @@ bool isProjectFile(std::string_view name) {
   return !Cookie(std::string(name.substr(0, dot)).c_str(), false).isNull();
 }
 
-std::string findInAnyProject(const std::string& fileName) {
-  const auto projects = listProjectFolders();
-  if (!projects) return {};
-  for (const Cookie& project : *projects) {
-    const std::string path = projectFolder(project) + "/" + fileName;
-    if (existsFresh(path)) return path;
-  }
-  return {};
+std::string pathInNamedProject(const std::string& fileName) {
+  const ReceivedMessage* const message = currentMessage();
+  const Cookie named(message ? message->fields.project.c_str() : "", false);
+  if (named.getType() != CookieTypeProject) return {};
+  return projectFolder(named) + "/" + fileName;
 }
 
 Result<ProjectRecord> readProjectRecord(const Cookie& project) {

@@ -75,8 +75,10 @@ std::string projectFolder(const Cookie& project);
 /// with the directory and how to name another.
 Result<std::vector<Cookie>> listProjectFolders();
 
-/// The path of a file of this name in the folder of a project that holds one; empty when none does.
-std::string findInAnyProject(const std::string& fileName);
+/// Where a file of this name is in the project that the message being delivered names; empty while
+/// none is delivered and where it names none. Neither the file nor the folder need exist. Host
+/// thread.
+std::string pathInNamedProject(const std::string& fileName);
 
 /// Whether a file of this name in a project's folder can belong to one of its parts, or is its
 /// record. Other programs' files are not looked at.

@@ -146,6 +146,19 @@ TEST_F(MessagesTest, CreatedEditsAndFiltersAreAppliedWhateverProjectTheyName) {
   EXPECT_EQ(shown["origin"].asString() + " " + shown["how"].asString(), "remote created");
 }
 
+TEST_F(MessagesTest, WhatIsMadeInAnotherProjectIsNeitherWaitedForNorMissed) {
+  startThree();
+  StationProcess& other = start("DORA", 14);
+  run(other, "project create Other");
+  run(other, "project enter Other");
+  const std::string edit = run(other, "edit create Night").asString();
+  await(*ben_, "received", {{"type", "14"}, {"cookie", edit}});
+  const std::string filter = run(other, "filter create Night dark").asString();
+  await(*ben_, "received", {{"type", "15"}, {"cookie", filter}});
+  settle(*ben_);
+  EXPECT_FALSE(benLogged("Receiver::waitForFile("));
+}
+
 TEST_F(MessagesTest, WhoMadeAChangeIsKnownByTheStationThatItsMessageCameFrom) {
   startThree();
   for (StationProcess* station : {anna_, carla_}) {

@@ -64,7 +64,7 @@ class FewFieldsTest : public PluginStation {
   /// A filter whose file another station has just written.
   Cookie filterChangedElsewhere(const std::string& name) {
     const Cookie cookie = *filters.create(name, "before");
-    const std::string path = filters.fileInAnyProject(cookie);
+    const std::string path = filters.metadataFile(cookie);
     std::string bytes = bytesOf(path);
     write(path, bytes.replace(bytes.find("before"), 6, "after"));
     return cookie;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "station/wire/MessageTable.h"
 #include "tests/support/ContainerListener.h"
 #include "tests/support/StationScene.h"
 
@@ -82,15 +83,35 @@ TEST_F(FiltersTest, TheMetadataFileIsTheRecordInTheOpenProject) {
   EXPECT_TRUE(UserFilter::getFilterMetadataFileName(cookie("F0001")).empty());
 }
 
-TEST_F(FiltersTest, AFilterOfAnotherProjectIsFoundThereSoThatNobodyWaitsForIt) {
-  ASSERT_TRUE(makeFolder(scene.scratch / "P0002"));
-  ASSERT_TRUE(writeAtomically(scene.scratch / "P0002/F0002.json", "{}"));
+TEST_F(FiltersTest, WhileAMessageIsDeliveredAFilterIsFoundInTheProjectThatItNames) {
+  const ReceivedMessage message = receivedMessage(
+      "d\xAC"
+      "15\xACP0002\xAC"
+      "F0002\xAC"
+      "1\xAC");
+  const std::string there = scene.scratch / "P0002/F0002.json";
+  const auto found = [] {
+    return utf8Text(UserFilter::getFilterMetadataFileName(cookie("F0002")));
+  };
   for (const bool isOpen : {true, false}) {
     SCOPED_TRACE(isOpen);
     if (!isOpen) filters.leave();
-    EXPECT_EQ(utf8Text(UserFilter::getFilterMetadataFileName(cookie("F0002"))),
-              scene.scratch / "P0002/F0002.json");
+    EXPECT_EQ(found(), isOpen ? scene.fileOf("F0002") : "");
+    const RemoteChangeScope delivery(&message);
+    EXPECT_EQ(found(), there);
   }
+}
+
+TEST_F(FiltersTest, TheOpenProjectsFilterCountsWhateverProjectTheMessageNames) {
+  const ReceivedMessage message = receivedMessage(
+      "d\xAC"
+      "15\xACP0002\xAC"
+      "F0001\xAC"
+      "1\xAC");
+  scene.write(scene.fileOf("F0001"), R"({"name": "New", "filter": "c"})");
+  const RemoteChangeScope delivery(&message);
+  EXPECT_EQ(utf8Text(UserFilter::getFilterMetadataFileName(cookie("F0001"))),
+            scene.fileOf("F0001"));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include "host/edit/EditManager.h"
 #include "station/MessageJudge.h"
+#include "station/wire/MessageTable.h"
 #include "tests/support/DocumentStation.h"
 
 using namespace korvel;
@@ -462,14 +463,34 @@ TEST_F(EditsTest, BrokenFilesAreReportedAndSetAsideWhileOthersGoOn) {
   }
 }
 
-TEST_F(EditsTest, AFileIsFoundInAnotherProjectWhenTheOpenOneDoesNotHoldIt) {
-  const Cookie cookie = made("Reel");
-  ASSERT_TRUE(projects.create("Other", false));
-  ASSERT_TRUE(projects.enter("Other"));
-  EXPECT_EQ(utf8Text(getFilenameForCookie(cookie, Cookie())),
-            folder / (project.asString().str() + "/" + cookie.asString().str() + ".otio"));
+TEST_F(EditsTest, WhileAMessageIsDeliveredAFileIsFoundInTheProjectThatItNames) {
   const Cookie unknown = Cookie::create(CookieTypeEdit);
-  EXPECT_EQ(utf8Text(getFilenameForCookie(unknown, Cookie())), fileOf(unknown));
+  const Cookie known = made("Reel");
+  const auto found = [](const Cookie& cookie) {
+    return utf8Text(getFilenameForCookie(cookie, Cookie()));
+  };
+  EXPECT_EQ(found(unknown), fileOf(unknown));
+  const ReceivedMessage message = receivedMessage(
+      "d\xAC"
+      "14\xACP0002\xAC");
+  const RemoteChangeScope delivery(&message);
+  EXPECT_EQ(found(unknown), folder / ("P0002/" + unknown.asString().str() + ".otio"));
+  EXPECT_EQ(found(known), fileOf(known));
+  ASSERT_TRUE(projects.leave());
+  EXPECT_EQ(found(unknown), folder / ("P0002/" + unknown.asString().str() + ".otio"));
+}
+
+TEST_F(EditsTest, AMessageThatNamesNoProjectIsAboutTheOpenOne) {
+  const Cookie unknown = Cookie::create(CookieTypeEdit);
+  for (const std::string named : {"", "E0002", "../P0002", "P000x"}) {
+    SCOPED_TRACE(named);
+    const ReceivedMessage message = receivedMessage(
+        "d\xAC"
+        "14\xAC" +
+        named + "\xAC");
+    const RemoteChangeScope delivery(&message);
+    EXPECT_EQ(utf8Text(getFilenameForCookie(unknown, Cookie())), fileOf(unknown));
+  }
 }
 
 TEST_F(EditsTest, NamesOfAnyKindAreKept) {

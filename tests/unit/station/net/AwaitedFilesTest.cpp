@@ -31,7 +31,8 @@ class AwaitedFilesTest : public testing::Test {
     return receivedMessage(text);
   }
 
-  [[nodiscard]] MessageGate judge(const MessageFields& fields) const {
+  [[nodiscard]] MessageGate judge(const ReceivedMessage& message) const {
+    const MessageFields& fields = message.fields;
     if (fields.type == MessageType::eEditCreated) {
       return {MessageGate::eAwaitFile, folder_ / fields.cookie};
     }
@@ -65,7 +66,7 @@ class AwaitedFilesTest : public testing::Test {
   HostThread hostThread_;
   Texts delivered_;
   std::shared_ptr<AwaitedFiles> files_ = std::make_shared<AwaitedFiles>(
-      hostThread_, [this](const MessageFields& fields) { return judge(fields); },
+      hostThread_, [this](const ReceivedMessage& each) { return judge(each); },
       [this](const ReceivedMessage& each, AwaitedFiles::Waited waited) { deliver(each, waited); });
 };
 
