@@ -36,7 +36,8 @@ bool DeliveryLanes::Allowance::take(const SourceLimit& limit, Time now) {
   return true;
 }
 
-bool DeliveryLanes::add(const Source& source, Kind kind, std::string bytes, Time now) {
+bool DeliveryLanes::add(const Source& source, Kind kind, std::string bytes, Time now,
+                        std::uint64_t sender) {
   const std::lock_guard lock(mutex_);
   Lane& lane = laneOf(source, now);
   if (!isAllowed(lane, kind, now)) {
@@ -50,7 +51,7 @@ bool DeliveryLanes::add(const Source& source, Kind kind, std::string bytes, Time
   }
   // Only lanes with messages have a turn, so next() costs the same however many sources there are.
   if (lane.waiting.empty()) turns_.push_back(lane.loss.source);
-  lane.waiting.push_back(std::move(bytes));
+  lane.waiting.push_back({std::move(bytes), sender});
   lane.bytes += size;
   bytes_ += size;
   return true;
@@ -67,16 +68,16 @@ std::optional<DeliveryLanes::Item> DeliveryLanes::next() {
   if (turns_.empty()) return std::nullopt;
   const Source source = turns_.front();
   Lane& lane = lanes_.at(source);
-  std::string bytes = std::move(lane.waiting.front());
+  Waiting message = std::move(lane.waiting.front());
   lane.waiting.pop_front();
-  lane.bytes -= bytes.size() + kOverhead;
-  bytes_ -= bytes.size() + kOverhead;
+  lane.bytes -= message.bytes.size() + kOverhead;
+  bytes_ -= message.bytes.size() + kOverhead;
   if (lane.waiting.empty()) {
     turns_.pop_front();
   } else {
     turns_.splice(turns_.end(), turns_, turns_.begin());
   }
-  return Item{source, std::move(bytes)};
+  return Item{source, std::move(message.bytes), message.sender};
 }
 
 std::list<DeliveryLanes::Loss> DeliveryLanes::lossesToTell(Time now,

@@ -80,8 +80,9 @@ class DeliveryLanes {
 
   explicit DeliveryLanes(SourceLimits limits) : limits_(limits) {}
 
-  /// Puts a message behind those of its source; false where it was left out.
-  bool add(const Source& source, Kind kind, std::string bytes, Time now);
+  /// Puts a message behind those of its source; false where it was left out. `sender` is proven by
+  /// the message's seal, and 0 where nothing proves it.
+  bool add(const Source& source, Kind kind, std::string bytes, Time now, std::uint64_t sender = 0);
 
   /// Counts a datagram that is not taken because of its seal.
   void refuse(const Source& source, bool isForged, Time now);
@@ -90,6 +91,7 @@ class DeliveryLanes {
   struct Item {
     Source source;
     std::string bytes;
+    std::uint64_t sender = 0;
   };
 
   /// Takes the next message: the oldest of the lane whose turn it is. Nothing when all are empty.
@@ -117,8 +119,13 @@ class DeliveryLanes {
     bool isUsed_ = false;
   };
 
+  struct Waiting {
+    std::string bytes;
+    std::uint64_t sender;
+  };
+
   struct Lane {
-    std::deque<std::string> waiting;
+    std::deque<Waiting> waiting;
     std::size_t bytes = 0;
     Allowance all;
     Allowance words;

@@ -217,15 +217,22 @@ void UdpListener::deliverNext(const std::shared_ptr<DeliveryTarget>& outlet) {
   queueDelivery(outlet);
   ReceivedMessage message = receivedMessage(std::move(item->bytes));
   message.from = textOf(item->source.address) + ":" + std::to_string(item->source.port);
-  if (outlet->seals && !item->source.isSealed && outlet->seals->marksUnsealed()) {
-    message.markUnverified();
-  }
+  if (outlet->seals) judgeSender(*outlet, *item, message);
   if (outlet->hooks.userAt) {
     std::string user = outlet->hooks.userAt(item->source.address, item->source.port);
     if (!user.empty()) message.by = std::move(user);
   }
   outlet->awaited->take(item->source, std::move(message));
   tellLeftOutLines(outlet);
+}
+
+void UdpListener::judgeSender(DeliveryTarget& outlet, const DeliveryLanes::Item& item,
+                              ReceivedMessage& message) {
+  // Where there is no key nobody could have sealed anything.
+  if (!outlet.seals->marksUnsealed()) return;
+  if (!item.source.isSealed) message.markUnverified();
+  const std::string alarm = outlet.impostors.note(message.fields.source, item.sender);
+  if (!alarm.empty()) tellNetworkProblem(alarm);
 }
 
 void UdpListener::tellLeftOutLines(const std::shared_ptr<DeliveryTarget>& outlet) {
@@ -285,7 +292,8 @@ void UdpListener::take(Datagram datagram, LossReport::Time now) {
   // A station's own broadcasts come back to it. What it does itself it has shown already.
   if (isOwn(datagram) || !surroundings_.accepted.accepts(datagram.source)) return;
   DeliveryLanes::Source lane = laneOf(datagram);
-  if (surroundings_.seals && !passesSeal(datagram, lane, now)) return;
+  const auto sender = passSeal(datagram, lane, now);
+  if (!sender) return;
   tellObserver(datagram);
   // The sequence number in a seal has told copies apart already.
   if (!lane.isSealed && duplicates_.isDuplicate(datagram, now)) return;
@@ -293,13 +301,15 @@ void UdpListener::take(Datagram datagram, LossReport::Time now) {
     surroundings_.observer->taken(datagram.source, datagram.port);
   }
   const bool isTaken =
-      outlet_->lanes.add(lane, kindOf(datagram.bytes), std::string(datagram.bytes), now);
+      outlet_->lanes.add(lane, kindOf(datagram.bytes), std::string(datagram.bytes), now, *sender);
   if (isTaken) queueDelivery(outlet_);
 }
 
-/// Takes the seal off; false where the datagram is not to be taken.
-bool UdpListener::passesSeal(Datagram& datagram, DeliveryLanes::Source& lane,
-                             LossReport::Time now) {
+/// Takes the seal off. The sender that it proves, 0 where nothing does; nothing where the datagram
+/// is not to be taken.
+std::optional<std::uint64_t> UdpListener::passSeal(Datagram& datagram, DeliveryLanes::Source& lane,
+                                                   LossReport::Time now) {
+  if (!surroundings_.seals) return 0;
   const auto judged = surroundings_.seals->judge(datagram.bytes, millisecondsNow());
   datagram.bytes = judged.text;
   lane.isSealed = judged.verdict == Seals::Verdict::eSealed;
@@ -307,7 +317,7 @@ bool UdpListener::passesSeal(Datagram& datagram, DeliveryLanes::Source& lane,
   if (isForged || judged.verdict == Seals::Verdict::eRefused) {
     outlet_->lanes.refuse(lane, isForged, now);
   }
-  return judged.isTaken();
+  return judged.isTaken() ? std::optional(judged.sender) : std::nullopt;
 }
 
 // Programs of this machine share its addresses and are told apart by their ports. All of another

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -123,12 +124,17 @@ class UdpListener : public iUDPListener {
     std::shared_ptr<Seals> seals;
     DeliveryHooks hooks;
     DeliveryLanes lanes;
+    Impostors impostors;
     std::shared_ptr<AwaitedFiles> awaited;
   };
 
   /// Queues the delivery of the next message, unless one is queued.
   static void queueDelivery(const std::shared_ptr<DeliveryTarget>& outlet);
   static void deliverNext(const std::shared_ptr<DeliveryTarget>& outlet);
+
+  /// Warns of a message whose sender is not the one that it names. Host thread.
+  static void judgeSender(DeliveryTarget& outlet, const DeliveryLanes::Item& item,
+                          ReceivedMessage& message);
 
   /// Has it logged how many lines were left out, once their source is quiet. Host thread.
   static void tellLeftOutLines(const std::shared_ptr<DeliveryTarget>& outlet);
@@ -139,8 +145,9 @@ class UdpListener : public iUDPListener {
   std::size_t takeWhatIsThere();
   std::size_t takeBatch(std::size_t count);
   void take(Datagram datagram, LossReport::Time now);
-  [[nodiscard]] bool passesSeal(Datagram& datagram, DeliveryLanes::Source& lane,
-                                LossReport::Time now);
+  [[nodiscard]] std::optional<std::uint64_t> passSeal(Datagram& datagram,
+                                                      DeliveryLanes::Source& lane,
+                                                      LossReport::Time now);
   void joinGroups();
   [[nodiscard]] DeliveryLanes::Source laneOf(const Datagram& datagram) const;
   void tellLosses(LossReport::Time now);

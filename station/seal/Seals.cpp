@@ -9,6 +9,7 @@
 
 #include "host/base/Log.h"
 #include "station/base/HostThread.h"
+#include "station/base/Strings.h"
 #include "station/os/Posix.h"
 
 namespace korvel {
@@ -269,7 +270,7 @@ Seals::Judged Seals::judge(std::string_view datagram, std::int64_t now) {
   if (!isSealedWith(datagram, *key)) return {Verdict::eForged, parts.text};
   switch (window_.take(*parts.seal, now)) {
     case ReplayWindow::Verdict::eNew:
-      return {Verdict::eSealed, parts.text};
+      return {Verdict::eSealed, parts.text, parts.seal->sender};
     case ReplayWindow::Verdict::eRepeated:
       return {Verdict::eRepeated, parts.text};
     case ReplayWindow::Verdict::eStale:
@@ -299,6 +300,22 @@ std::uint64_t Seals::senderOf(const std::string& user, const std::string& host, 
   crypto_generichash(reinterpret_cast<unsigned char*>(&sender), sizeof sender,
                      reinterpret_cast<const unsigned char*>(name.data()), name.size(), nullptr, 0);
   return sender;
+}
+
+std::string Impostors::note(const std::string& user, std::uint64_t sender) {
+  const auto known = names_.find(user);
+  if (known == names_.end()) {
+    if (sender != 0 && !user.empty() && names_.size() < kMostNames) names_[user].sender = sender;
+    return {};
+  }
+  if (known->second.sender == sender || std::exchange(known->second.isTold, true)) return {};
+  const std::string name = inQuotes(user);
+  if (sender == 0) {
+    return "a message in the name of " + name + " bears no seal, and the station of " + name +
+           " seals what it sends: somebody may pretend to be " + name;
+  }
+  return "messages in the name of " + name + " come from two stations: unless " + name +
+         " is at work at both, somebody who has the share's key uses the name";
 }
 
 }  // namespace korvel

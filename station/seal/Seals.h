@@ -104,7 +104,8 @@ class Seals {
 
   struct Judged {
     Verdict verdict = Verdict::eUnsealed;
-    std::string_view text;  ///< without the seal; of the bytes given
+    std::string_view text;     ///< without the seal; of the bytes given
+    std::uint64_t sender = 0;  ///< as Seal::sender, where the seal proves it
 
     [[nodiscard]] bool isTaken() const {
       return verdict == Verdict::eSealed || verdict == Verdict::eUnsealed;
@@ -150,6 +151,26 @@ class Seals {
   std::atomic<std::uint64_t> sequence_{0};
   std::shared_ptr<Following> following_;
   ReplayWindow window_;
+};
+
+/// Notices names that are used by more than one sender, and names of senders who seal on messages
+/// without a seal. Host thread.
+class Impostors {
+ public:
+  /// More users than any facility has; names can be invented without end.
+  static constexpr std::size_t kMostNames = 4096;
+
+  /// A message says that it is of this user. `sender` is proven by its seal, and 0 where nothing
+  /// proves it. What the user is to be told, once a name; empty for nothing.
+  std::string note(const std::string& user, std::uint64_t sender);
+
+ private:
+  struct Name {
+    std::uint64_t sender = 0;  ///< the first that was proven
+    bool isTold = false;
+  };
+
+  std::map<std::string, Name> names_;
 };
 
 /// How the option calls a policy: "off", "accept", "require".

@@ -110,6 +110,34 @@ TEST_F(SealShareTest, WordsWithoutASealAreMarkedWhereOthersSeal) {
   EXPECT_TRUE(run(*carla_, "notifications").elements().back()["unverified"].asBool());
 }
 
+TEST_F(SealShareTest, WhoUsesTheNameOfOneWhoSealsIsToldOfOnce) {
+  addKey();
+  startThree();
+  say(*ben_, "lunch?");
+  await(*carla_, "received", {{"data", "lunch?"}});
+  shout("lunch is off");
+  const JsonValue alarm = await(*carla_, "network", {});
+  EXPECT_NE(alarm["problem"].asString().find("in the name of \"BEN\" bears no seal"),
+            std::string::npos)
+      << alarm["problem"].asString();
+  shout("once more");
+  await(*carla_, "received", {{"data", "once more"}});
+  EXPECT_FALSE(carla_->waitFor("network", {}, StationProcess::Seconds(0)));
+}
+
+TEST_F(SealShareTest, ANameThatTwoSealingStationsUseIsTold) {
+  addKey();
+  startThree();
+  StationProcess other({KV_STATION, folder_ / "projects", "BEN", "ELSEWHERE", 15, port_, {}});
+  ASSERT_TRUE(other.waitUntilReady());
+  say(*ben_, "lunch?");
+  await(*carla_, "received", {{"data", "lunch?"}});
+  EXPECT_TRUE(other.command("say <All> later")["ok"].asBool());
+  const JsonValue alarm = await(*carla_, "network", {});
+  EXPECT_NE(alarm["problem"].asString().find("\"BEN\" come from two stations"), std::string::npos)
+      << alarm["problem"].asString();
+}
+
 TEST_F(SealShareTest, WithoutAKeyNothingIsMarkedAndNothingIsSealed) {
   startThree();
   const Eavesdropper network(port_);

@@ -249,6 +249,49 @@ TEST_F(KeyRingTest, AStationFollowsTheFileWithoutARestart) {
   EXPECT_NE(seals.outgoing("one"), "one") << "the keys known before stay";
 }
 
+TEST(ImpostorsTest, WhoSealsIsTheOneWhoIsNamed) {
+  Impostors impostors;
+  for (int times = 0; times < 3; ++times) {
+    EXPECT_EQ(impostors.note("ANNA", 1), "");
+    EXPECT_EQ(impostors.note("BEN", 2), "");
+  }
+}
+
+TEST(ImpostorsTest, OfWhoNeverSealedNothingIsKnown) {
+  Impostors impostors;
+  EXPECT_EQ(impostors.note("ANNA", 0), "");
+  EXPECT_EQ(impostors.note("ANNA", 1), "") << "she seals from now on";
+  EXPECT_EQ(impostors.note("", 1), "") << "a message that names nobody";
+  EXPECT_EQ(impostors.note("", 2), "");
+}
+
+TEST(ImpostorsTest, AMessageWithoutASealInTheNameOfOneWhoSealsIsToldOnce) {
+  Impostors impostors;
+  impostors.note("ANNA", 1);
+  EXPECT_NE(impostors.note("ANNA", 0).find("\"ANNA\" bears no seal"), std::string::npos);
+  EXPECT_EQ(impostors.note("ANNA", 0), "");
+  EXPECT_EQ(impostors.note("ANNA", 1), "");
+}
+
+TEST(ImpostorsTest, ANameFromTwoSendersIsToldOnce) {
+  Impostors impostors;
+  impostors.note("ANNA", 1);
+  EXPECT_NE(impostors.note("ANNA", 2).find("come from two stations"), std::string::npos);
+  EXPECT_EQ(impostors.note("ANNA", 2), "");
+  EXPECT_EQ(impostors.note("ANNA", 1), "");
+}
+
+TEST(ImpostorsTest, InventedNamesFillNoMemoryAndHideNoKnownOne) {
+  Impostors impostors;
+  impostors.note("ANNA", 1);
+  for (std::size_t i = 0; i < 2 * Impostors::kMostNames; ++i) {
+    EXPECT_EQ(impostors.note("user " + std::to_string(i), 2), "");
+  }
+  EXPECT_NE(impostors.note("ANNA", 2), "");
+  EXPECT_EQ(impostors.note("user " + std::to_string(2 * Impostors::kMostNames - 1), 0), "")
+      << "it was not remembered";
+}
+
 }  // namespace
 
 }  // namespace korvel
