@@ -44,7 +44,7 @@ std::optional<ContainerModification> announcedChange(std::uint32_t flags) {
                                                            : ContainerModification::eReload);
 }
 
-/// A container without an object is not looked for: bins and racks are always sent with theirs.
+/// Required: unlike a filter's, a bin's or rack's object is not tested; it is always there.
 template <typename Data>
 void announceContainer(Broadcaster& broadcaster, const NotifyMsg& message) {
   const auto& change = payloadOf<ContainerManagerBase::Modification<Data>>(message);

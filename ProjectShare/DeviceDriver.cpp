@@ -48,7 +48,7 @@ void DeviceDriver::preUnloadDeinitialization() {
   }
 }
 
-// The shutdown callback runs first and does the work; on an unload without it, this does.
+// The shutdown callback and the unload both call it; the second call finds nothing to release.
 void DeviceDriver::releaseTransport() {
   broadcaster_.reset();
   receiver_.reset();

@@ -33,6 +33,7 @@ class DeviceDriver : public KvDeviceDriverBase {
  private:
   void releaseTransport();
 
+  // Required: in this order, so that destruction releases the receiver first, unlike shutdown().
   Kv::Ptr<Broadcaster> broadcaster_;
   Kv::Ptr<Receiver> receiver_;
 };

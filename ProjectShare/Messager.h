@@ -22,7 +22,8 @@ class NetMessage;
 ///
 /// A tool icon that opens into this panel and closes to the icon again. The conversation begins
 /// anew with each opening. It takes two kinds of text: the entry box's return event, and whole wire
-/// texts of messages. User-interface thread.
+/// texts of messages. The receiver hands it a message's words alone: most are not taken, and become
+/// notifications. User-interface thread.
 class Messager : public GenIcon {
  public:
   /// An icon.

@@ -38,6 +38,7 @@ bool NetLock::SetLockInfo(const LightweightString<wchar_t>& user) {
 bool NetLock::Unlock() {
   lockFile.reset();
   OS().fileManager().removeFile(lockFilePath);
+  // Required: the path stays, so that unlocking again removes the file again.
   if (!infoFilePath.empty()) OS().fileManager().removeFile(infoFilePath);
   return true;
 }

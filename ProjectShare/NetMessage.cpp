@@ -91,6 +91,8 @@ const char* displayName(NetMessage::Type type) {
 
 }  // namespace
 
+// Required: assertions name fixed places, which readers of logs know; not this file's lines.
+
 NetMessage::NetMessage(Type t, const Cookie& object) : type(t), cookie(object) {
   if (t == eEditModification)
     assertionFailed("t != eEditModification", "ProjectShare/NetMessage line 46");
@@ -145,7 +147,7 @@ NetMessage::NetMessage(const Text& wireText) {
   }
   // A head without content: the type stays eNone, and receivers pass such a message over.
   if (fields.size() <= kFirstPayloadField) return;
-  // No number reads as 0. An unknown one is kept, so that the log shows what came.
+  // No number reads as 0. An unknown one is kept: the receiver reports it.
   type = static_cast<Type>(std::strtol(std::string(fields[1]).c_str(), nullptr, 10));
   projectCookie = cookieFrom(fields[2]);
   readFields(fields);
@@ -175,7 +177,7 @@ void NetMessage::readFields(const Fields& fields) {
       return;
     case eUserMessage:
     case eActionRequest:
-      // All three or none: words without a recipient would be shown to everybody.
+      // All three or none: a text with too few fields names neither sender nor recipient.
       if (fields.size() < 6) return;
       source = Text(fields[3]);
       target = Text(fields[4]);

@@ -134,6 +134,7 @@ const iPermissionsManager::PermissionsInfo* PermissionsManager::findInfo(const C
 }
 
 /// An unowned shot is free for all, an unowned edit closed to all: required, users rely on both.
+// Required: assertions name fixed places, which readers of logs know; not this file's lines.
 bool PermissionsManager::isAllowedFor(const PermissionsInfo& info) const {
   if (info.type_ == eUnsupported) {
     assertionFailed("false", "ProjectShare/PermissionsManager line 203");

@@ -47,7 +47,7 @@ class PermissionsManager : public iPermissionsManager {
   void flushOnProjectChange() override;
 
   [[nodiscard]] bool canManageCurrentProjectSpace() const override;
-  [[nodiscard]] bool canTranferOwnership() const override;
+  [[nodiscard]] bool canTranferOwnership() const override;  // Required: spelled so.
   [[nodiscard]] unsigned getCaps() const override;
 
  private:

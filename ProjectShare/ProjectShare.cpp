@@ -72,6 +72,7 @@ bool ProjectShare::isProjectOccupied(const Cookie& project) {
 
 bool ProjectShare::lockProject(const Cookie& project) {
   return guardedEntry("lockProject", false, [&] {
+    // Required: another kind is reported, and locked all the same.
     if (project.getType() != CookieTypeProject) {
       assertionFailed("pCookie.getType() == CookieTypeProject", kWrongKind);
     }

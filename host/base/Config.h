@@ -5,8 +5,8 @@
 // config_int answers from the host's configuration: the file and the command line that the
 // application was started with. The plug-in asks for three keys:
 //
-//     "Administrator"              1: this user may change what others own; asked while the library
-//                                  is loaded, before anything else of the plug-in runs
+//     "Administrator"              1: this user may change what others own; asked once, while the
+//                                  library is loaded
 //     "shared_projects_udp_port"   the port of the datagrams
 //     "log_incoming_net_messages"  other than 0: each received message is written to the log
 //

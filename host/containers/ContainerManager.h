@@ -102,7 +102,7 @@ KV_HOST_API LightweightString<wchar_t> getFileNameForLogGroup(
 /// Where filters are stored.
 class KV_HOST_API UserFilter {
  public:
-  /// The file of a filter in the open project, which need not exist; a filter that the open project
-  /// does not hold is looked for in the others. Empty when no project is known.
+  /// The file of a filter, which need not exist: in the open project, or where that holds none, in
+  /// the one that the message being delivered names. Empty when no project is known.
   static LightweightString<wchar_t> getFilterMetadataFileName(const Cookie& cookie);
 };

@@ -9,9 +9,9 @@
 //     }                                            released: the host announces the change
 //     edit.i_close();
 //
-// A plug-in opens edits because of messages: to read an owner, to take up another station's
-// change, to read a file again. The rules for that differ from the user's own actions in one
-// point: what the local user has not saved yet is never dropped because of a message.
+// A plug-in opens edits to learn their owner, and because of messages: to take up another station's
+// change, to read a file again. Two rules hold for messages and not for the user's own actions:
+// what the local user has not saved yet is never dropped, and no file is written.
 
 #include "host/base/Config.h"
 #include "host/base/Cookie.h"

@@ -2,9 +2,9 @@
 
 // All edits and logs of the open project, as other stations' messages concern them.
 //
-// Each function here is called because of one type of message, and says what of it the host takes.
-// A message is a hint: it may be lost, doubled, late, or sent by a stranger. So the host compares
-// with the file before it forgets anything, and writes nothing.
+// Most functions here are called because of messages, each of one type, and say what of it the host
+// takes. A message is a hint: it may be lost, doubled, late, or sent by a stranger. So the host
+// compares with the file before it forgets anything, and writes nothing because of one.
 
 #include "host/base/Cookie.h"
 
@@ -38,8 +38,8 @@ class KV_HOST_API EditManager {
   static void flushChanges(const Cookie& cookie);
 };
 
-/// The file that holds a log or edit. A null `project` means the open one; an object that the open
-/// project does not hold is looked for in the others. Empty when no project is known. The file need
-/// not exist.
+/// The file of a log or edit, which need not exist. A null `project` means the open one; an object
+/// that it does not hold is looked for in the project that the message being delivered names. Empty
+/// when no project is known.
 KV_HOST_API LightweightString<wchar_t> getFilenameForCookie(const Cookie& cookie,
                                                             const Cookie& project);

@@ -1,7 +1,7 @@
 #pragma once
 
-// How a plug-in reaches its like on other machines. It holds a sender and a listener for as long
-// as it is enabled, and knows nothing of addresses: where datagrams go is the host's
+// How a plug-in reaches its like on other machines. It holds a sender and a listener from its
+// initialisation to its shutdown, and knows nothing of addresses: where datagrams go is the host's
 // configuration.
 //
 //     plug-in: broadcast(text) -> one datagram to each destination -> every station on the port

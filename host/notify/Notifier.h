@@ -11,8 +11,8 @@
 //
 // All of it happens on the host thread, and nothing is queued: when the change returns, all have
 // been told. A callback may register others, end registrations (its own too) and change the
-// notifier again. Guards may outlive their notifier, since plug-ins are taken down after the
-// documents.
+// notifier again. Guards may outlive their notifier: either side, plug-in or document, may be taken
+// down first.
 
 #include <functional>
 

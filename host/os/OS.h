@@ -8,8 +8,8 @@
 // for again later.
 //
 // sleepMilliseconds() blocks the caller. On the host thread that stops everything that the user
-// sees, so it is used for waits of at most a second in all: for a file that another machine has
-// just written, which a network file system shows with a delay.
+// sees. It is used to wait at most a second for a file that another machine has just written, and
+// until the thumbnails are done before an edit is read again.
 
 #include "host/base/HostApi.h"
 #include "host/base/LightweightString.h"
@@ -31,7 +31,7 @@ class KV_HOST_API iOS {
   /// This machine's network host name; empty when the system has none.
   [[nodiscard]] virtual LightweightString<wchar_t> networkHostName() const = 0;
 
-  /// Blocks the calling thread.
+  /// Blocks the calling thread; returns at once where the host has done the waiting already.
   virtual void sleepMilliseconds(unsigned milliseconds) = 0;
 };
 

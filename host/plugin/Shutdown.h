@@ -3,12 +3,12 @@
 // How the application ends.
 //
 //     user quits, or SIGTERM
-//       -> callbacks, the highest priority first    locks are released, users are told
-//       -> documents are closed
+//       -> the open project and its room are left   their locks are released, tools are closed
+//       -> callbacks, the highest priority first    nothing is sent or received any more
 //       -> preUnloadDeinitialization() of each plug-in, then its library is unloaded
 //
-// A plug-in releases its locks in a callback, not in a destructor: while callbacks run, the share,
-// the network and the log still work.
+// A plug-in lets go of the network in a callback, not in a destructor: while callbacks run, the
+// share, the network and the log still work.
 
 #include "host/base/HostApi.h"
 #include "host/base/Ptr.h"

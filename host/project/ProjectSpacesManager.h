@@ -2,10 +2,10 @@
 
 // Which project is open here, and whether this machine takes part in sharing at all.
 //
-// Everything that a plug-in sends or obeys depends on these answers. It asks them anew for each
-// message and each change, since the user may switch projects between any two of them.
+// What a plug-in announces or obeys depends on these answers; what users write is always sent. It
+// asks anew for each message and each change: the user may switch projects between any two.
 //
-//     network mode off   nothing is sent; of what is received, remote commands alone are obeyed
+//     network mode off   no change is announced; of messages, remote commands alone are obeyed
 //     no project open    there is nothing to announce, and messages about objects find none
 //     shared project     several stations, each in a room of it or in none
 //     private project    one station at a time

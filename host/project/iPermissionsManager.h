@@ -83,7 +83,7 @@ class KV_HOST_API iPermissionsManager : public KvResourceTypeBase {
   virtual void flushOnProjectChange() = 0;
 
   [[nodiscard]] virtual bool canManageCurrentProjectSpace() const = 0;
-  [[nodiscard]] virtual bool canTranferOwnership() const = 0;
+  [[nodiscard]] virtual bool canTranferOwnership() const = 0;  // Required: spelled so.
   [[nodiscard]] virtual bool canModifyProject(const Kv::ProjectSummary&) const { return true; }
   [[nodiscard]] virtual bool canCreateProjects() const { return true; }
 
