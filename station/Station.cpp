@@ -141,6 +141,7 @@ Station::~Station() { stop(Shutdown::eNormalExit); }
 
 Result<void> Station::start() {
   if (auto checked = checkProjectsDirectory(); !checked) return checked;
+  if (auto seen = parts_->projects.directory()->check(); !seen) return seen;
   if (auto loaded = parts_->plugin.load(settings().plugin); !loaded) return loaded;
   warnOfCutName("user", settings().user, "--user");
   warnOfCutName("host", upperCased(settings().host), "--host");

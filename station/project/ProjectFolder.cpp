@@ -145,6 +145,32 @@ Result<void> makeProjectFolder(const Cookie& project, const ProjectRecord& recor
   return filled;
 }
 
+void SeenDirectory::addProof(const std::string& file) {
+  const std::lock_guard lock(mutex_);
+  proofs_.insert(file);
+}
+
+Result<void> SeenDirectory::check() {
+  const auto now = stampOfFolder(path_);
+  if (!now) return now.error();
+  const std::lock_guard lock(mutex_);
+  const bool isSame = seen_ && seen_->device == now->device && seen_->inode == now->inode;
+  if (seen_ && !isSame && !holdsProof()) {
+    return Error{ErrorCode::eNotFound,
+                 "Another folder stands in the place of the projects directory " + path_ +
+                     " that this station started with, so nothing is written there. See whether "
+                     "the share is mounted; where it was really replaced, start the station anew.",
+                 path_};
+  }
+  seen_ = *now;
+  return {};
+}
+
+bool SeenDirectory::holdsProof() const {
+  return std::ranges::any_of(
+      proofs_, [this](const std::string& file) { return existsFresh(path_ + "/" + file); });
+}
+
 std::string timeForRecord() { return utcText(std::time(nullptr)); }
 
 }  // namespace korvel

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -57,6 +58,29 @@ struct FoundFile {
 };
 
 using FoundFiles = std::vector<FoundFile>;
+
+/// A directory as it was when it was first seen. A share that is no longer mounted leaves the
+/// folder that it was mounted on in its place, mostly empty, and what is written there is lost to
+/// everybody. Any thread.
+class SeenDirectory {
+ public:
+  explicit SeenDirectory(std::string path) : path_(std::move(path)) {}
+
+  /// Adds a file in the directory, named from there, which nothing but the share holds.
+  void addProof(const std::string& file);
+
+  /// Success while the path leads to the directory that it led to at the first call, or to another
+  /// that holds a proof: the share, mounted anew. The failure says what to do. Asks the share.
+  Result<void> check();
+
+ private:
+  [[nodiscard]] bool holdsProof() const;
+
+  const std::string path_;
+  std::mutex mutex_;
+  std::set<std::string> proofs_;
+  std::optional<FileStamp> seen_;
+};
 
 /// The record of a project: the file "project.json" in its folder.
 struct ProjectRecord {

@@ -150,6 +150,11 @@ Error nothingCalled(const std::string& name, const std::vector<std::string>& nam
   return {readable.error().code, text, readable.error().path};
 }
 
+Error notMade(const std::string& project, Error why) {
+  why.message = "Project " + inQuotes(project) + " was not made: " + why.message;
+  return why;
+}
+
 void flushPermissions() {
   if (auto* permissions = iPermissionsManager::instance()) permissions->flushOnProjectChange();
 }
@@ -181,13 +186,10 @@ void Projects::addPart(iProjectPart& part) { parts_.push_back(&part); }
 
 Result<Cookie> Projects::create(const std::string& name, bool isPrivate) {
   if (auto checked = checkName("project", name); !checked) return checked.error();
+  if (auto there = directory()->check(); !there) return notMade(name, there.error());
   const Cookie cookie = Cookie::create(CookieTypeProject);
   const ProjectRecord record{name, isPrivate, timeForRecord(), settings().user};
-  if (auto made = makeProjectFolder(cookie, record); !made) {
-    Error problem = made.error();
-    problem.message = "Project " + inQuotes(name) + " was not made: " + problem.message;
-    return problem;
-  }
+  if (auto made = makeProjectFolder(cookie, record); !made) return notMade(name, made.error());
   return cookie;
 }
 
@@ -204,6 +206,10 @@ std::vector<Cookie> Projects::named(const std::string& name) const {
 Result<std::vector<ProjectInfo>> Projects::list() const {
   const auto cookies = listProjectFolders();
   if (!cookies) return cookies.error();
+  // An empty list is true only of the share itself.
+  if (cookies->empty()) {
+    if (auto there = directory()->check(); !there) return there.error();
+  }
   std::vector<ProjectInfo> infos;
   std::ranges::transform(*cookies, std::back_inserter(infos), infoOf);
   return infos;
@@ -240,7 +246,10 @@ Result<Projects::Found> Projects::findByName(const std::string& name) const {
   }
   if (found.empty()) found = begun;
   if (found.size() == 1) return found.front();
-  if (found.empty()) return nothingCalled(name, names, readable);
+  if (found.empty()) {
+    if (auto there = directory()->check(); !there) return there.error();
+    return nothingCalled(name, names, readable);
+  }
   std::string candidates;
   for (const Found& each : found) candidates += " " + each.cookie.asString().str();
   return Error{ErrorCode::eUsage,
@@ -294,6 +303,7 @@ Result<void> Projects::open(const Found& project) {
       cookie, record->name, projectFolder(cookie), project.record.isPrivate, std::move(*listing),
       std::make_shared<ReadCache>(settings().cache, projectFolder(cookie)),
       std::make_shared<NewlyShown>()});
+  directory()->addProof(cookie.asString().str() + "/project.json");
   flushPermissions();
   enterParts(files);
   ProjectListeners::instance().tell([](ProjectListener& each) { each.handleProjectEntry(); });
@@ -308,6 +318,12 @@ void Projects::enterParts(const std::vector<std::string>& files) {
     close();
     throw;
   }
+}
+
+// Made when it is first needed: settings() are not yet there when this is.
+std::shared_ptr<SeenDirectory> Projects::directory() const {
+  if (!directory_) directory_ = std::make_shared<SeenDirectory>(settings().projectsDirectory);
+  return directory_;
 }
 
 Result<void> Projects::leave() {

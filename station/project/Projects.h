@@ -107,6 +107,9 @@ class Projects {
   /// The names and cookies of the open project's objects, for completion.
   [[nodiscard]] std::vector<NamedObject> objects() const;
 
+  /// The projects directory as this station first saw it.
+  [[nodiscard]] std::shared_ptr<SeenDirectory> directory() const;
+
   /// Hands what was found in the open project's folder to the parts; the number of changes that
   /// they told of.
   std::size_t catchUp(const FoundFiles& files);
@@ -132,6 +135,7 @@ class Projects {
   void close();
 
   std::vector<iProjectPart*> parts_;
+  mutable std::shared_ptr<SeenDirectory> directory_;
   std::unique_ptr<OpenProject> current_;
   const HostEntry<Projects> entry_{&HostParts::projects, *this};
 };

@@ -51,8 +51,10 @@ Result<std::vector<std::string>> WatchedFiles::look() {
   auto now = listStamped(folder_.path, folder_.isWanted);
   const bool isMissing = !now && now.error().code == ErrorCode::eNotFound;
   if (!now && !(folder_.mayBeMissing && isMissing)) return now.error();
+  const bool isProven = known_.contains(folder_.proof);
+  if (!now && isProven) return now.error();
   const FolderListing listing = now ? std::move(*now) : FolderListing();
-  if (!folder_.proof.empty() && !listing.files.contains(folder_.proof)) {
+  if (isProven && !listing.files.contains(folder_.proof)) {
     return Error{ErrorCode::eNotFound,
                  "The folder " + folder_.path + " is there without its " + folder_.proof +
                      ". See whether the share is mounted.",

@@ -26,7 +26,7 @@ struct WatchedFolder {
   std::size_t largest = 0;  ///< the largest file that is read; 0: none is, names and times will do
   std::chrono::milliseconds period{2000};  ///< between two questions, where answers are quick
   bool mayBeMissing = false;               ///< it is made with its first file
-  std::string proof;    ///< a file without which the folder counts as gone, or empty
+  std::string proof;    ///< once seen, a file without which the folder counts as gone; or empty
   FolderListing known;  ///< what is known of it at the start
   std::shared_ptr<const ReadCache> cache = {};  ///< holds what was at rest when it was read
   std::shared_ptr<NewlyShown> shown = {};       ///< what is shown beside what was found

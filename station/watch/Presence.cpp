@@ -90,13 +90,15 @@ void Presence::start(const std::string& version) try {
     removeOld(*stations);
   }
   const std::string folder = notesFolder(settings().projectsDirectory);
-  file_ = std::make_unique<StationFile>(folder, noteOfThis());
+  file_ = std::make_unique<StationFile>(hostParts().projects->directory(), folder, noteOfThis());
   WatchedFolder watched;
   watched.path = folder;
   watched.isWanted = isNoteFile;
   watched.largest = kLargestNote;
   watched.period = kPeriod;
   watched.mayBeMissing = true;
+  // As long as its own note is not there, nobody else's counts as gone either.
+  watched.proof = own_.id + std::string(kRecordEnding);
   watch_ = std::make_unique<FolderWatch>(host_, std::vector{std::move(watched)},
                                          [this](const FoundFiles& files) { take(files); });
   postRefresh();
@@ -177,6 +179,7 @@ void Presence::postRefresh() {
   host_.postAfter(kRefresh, [this, alive = std::weak_ptr<int>(alive_)] {
     if (alive.expired()) return;
     refresh();
+    if (file_ && watch_ && !watch_->answer().result) file_->writeAgain();
     if (++refreshes_ % kRefreshesBetweenLooks == 0) lookForDead();
     lookForMissed();
     postRefresh();
@@ -250,7 +253,10 @@ void Presence::takeOne(const FoundFile& file) {
 }
 
 void Presence::lookForDead() {
-  if (!watch_ || watch_->answer().isAwaited) return;  // the share would hold up this thread, too
+  if (!watch_) return;
+  const ShareAnswer share = watch_->answer();
+  if (share.isAwaited) return;  // the share would hold up this thread, too
+  if (!share.result) return;    // without the share every lock looks free
   const std::string folder = notesFolder(settings().projectsDirectory);
   for (auto each = others_.begin(); each != others_.end();) {
     FoundStation& station = each->second;

@@ -217,8 +217,13 @@ constexpr std::chrono::seconds kTimeToEnd(1);
 /// up.
 class StationFile::Writer {
  public:
-  Writer(std::string folder, StationNote note)
-      : folder_(std::move(folder)), wanted_(std::move(note)), id_(wanted_.id) {}
+  Writer(std::shared_ptr<SeenDirectory> directory, std::string folder, StationNote note)
+      : directory_(std::move(directory)),
+        folder_(std::move(folder)),
+        wanted_(std::move(note)),
+        id_(wanted_.id) {
+    directory_->addProof(nameOf(folder_) + "/" + id_ + ".json");
+  }
 
   void run() {
     std::unique_lock lock(mutex_);
@@ -247,6 +252,12 @@ class StationFile::Writer {
     changes_.notify_all();
   }
 
+  void writeAgain() {
+    const std::lock_guard lock(mutex_);
+    isChanged_ = true;
+    changes_.notify_all();
+  }
+
   bool end() {
     std::unique_lock lock(mutex_);
     isEnding_ = true;
@@ -260,7 +271,8 @@ class StationFile::Writer {
 
   void write(StationNote note) {
     note.written = timeForRecord();
-    auto written = takeLock();
+    auto written = directory_->check();
+    if (written) written = takeLock();
     // The lock first: a note without a lock is shown as that of a dead station.
     if (written) written = writeAtomically(path(), noteText(note));
     if (!written && !hasComplained_) {
@@ -296,6 +308,7 @@ class StationFile::Writer {
     OS().fileManager().removeFile(wideText(noteLock(folder_, id_)));
   }
 
+  const std::shared_ptr<SeenDirectory> directory_;
   const std::string folder_;
   StationNote wanted_;
   const std::string id_;
@@ -310,8 +323,9 @@ class StationFile::Writer {
   std::atomic<bool> isAbandoned_{false};
 };
 
-StationFile::StationFile(std::string folder, StationNote note)
-    : writer_(std::make_shared<Writer>(std::move(folder), std::move(note))),
+StationFile::StationFile(std::shared_ptr<SeenDirectory> directory, std::string folder,
+                         StationNote note)
+    : writer_(std::make_shared<Writer>(std::move(directory), std::move(folder), std::move(note))),
       thread_(watchThread([writer = writer_] { writer->run(); })) {}
 
 StationFile::~StationFile() {
@@ -323,6 +337,8 @@ StationFile::~StationFile() {
 }
 
 void StationFile::show(const StationNote& note) { writer_->show(note); }
+
+void StationFile::writeAgain() { writer_->writeAgain(); }
 
 std::string StationFile::newId() {
   uuid_t bytes;

@@ -15,6 +15,7 @@
 #include "station/base/Json.h"
 #include "station/base/Result.h"
 #include "station/net/NetworkHooks.h"
+#include "station/project/ProjectFolder.h"
 #include "station/project/Rooms.h"
 
 namespace korvel {
@@ -134,7 +135,8 @@ class StationFile {
  public:
   /// Makes the folder where it is missing, takes the lock and writes the note. Where that cannot be
   /// done it is told once, and tried again with each change.
-  StationFile(std::string folder, StationNote note);
+  /// `directory` is the projects directory, in which nothing is written while it is another.
+  StationFile(std::shared_ptr<SeenDirectory> directory, std::string folder, StationNote note);
   StationFile(const StationFile&) = delete;
   StationFile& operator=(const StationFile&) = delete;
 
@@ -143,6 +145,9 @@ class StationFile {
 
   /// Writes the note where it differs from the one that was written, at most once a second.
   void show(const StationNote& note);
+
+  /// Writes the note anew soon, for where it may be missing.
+  void writeAgain();
 
   /// A name for the files of a station that starts now.
   static std::string newId();

@@ -16,9 +16,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* kRoomy = "size=1g";
 
-/// A station tells there that it lives. It holds nothing that a person made.
-constexpr const char* kPresence = ".stations";
-
 /// Mounts made from now on are this process's own, and end with it.
 bool enterOwnMounts() {
   if (::unshare(CLONE_NEWNS) != 0) return false;
@@ -74,7 +71,7 @@ void TroubledShare::vanish() {
 void TroubledShare::comeBack() {
   std::error_code none;
   for (const auto& each : fs::directory_iterator(folder_, none)) {
-    if (each.path().filename() != kPresence) strays_ += " " + each.path().string();
+    strays_ += " " + each.path().string();
   }
   if (!isMounted_) {
     fs::remove_all(folder_, none);

@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "tests/share/SharedStations.h"
+#include "tests/support/BecomesTrue.h"
 
 using namespace korvel;
 
@@ -302,6 +303,46 @@ TEST_F(FaultyShareTest, AProjectsDirectoryThatGoesAwayInTheMiddleIsToldAndQuitSt
     EXPECT_NE(said.find(projects()), std::string::npos) << line << ": " << said;
   }
   EXPECT_EQ(anna.quit(), 0);
+}
+
+TEST_F(FaultyShareTest, NothingIsWrittenIntoTheFolderThatAMountLeavesAndNothingCountsAsGone) {
+  if (!mountProjects("size=4m")) return;
+  StationProcess& anna = start("ANNA", 11);
+  StationProcess& ben = start("BEN", 12);
+  await(ben, "presence", {{"how", "came"}, {"user", "ANNA"}});
+  prepare(anna);
+  run(anna, "project enter Film");
+  run(anna, "edit rename Reel Rolle");
+  const std::string edits = writeJson(run(anna, "edit list"));
+  const std::string away = folder_ / "away";
+  std::filesystem::create_directory(away);
+  ASSERT_EQ(::mount(projects().c_str(), away.c_str(), nullptr, MS_MOVE, nullptr), 0);
+  for (StationProcess* station : {&anna, &ben}) await(*station, "health", {{"share", "bad"}});
+  EXPECT_TRUE(becomesTrue([&] { return hasLogged(anna, "Others cannot see"); }));
+  for (StationProcess* station : {&anna, &ben}) {
+    for (const char* line : {"project create Neu", "project list", "project enter Neu --discard"}) {
+      const std::string said = refusal(*station, line);
+      EXPECT_NE(said.find("See whether the share is mounted"), std::string::npos) << said;
+    }
+  }
+  for (const char* line : {"edit save Rolle --over", "edit create New", "edit delete Rolle",
+                           "bin create New", "room create New", "trash empty"}) {
+    refusal(anna, line);
+  }
+  EXPECT_EQ(writeJson(run(anna, "edit list")), edits);
+  EXPECT_TRUE(std::filesystem::is_empty(projects()));
+  ASSERT_EQ(::mount(away.c_str(), projects().c_str(), nullptr, MS_MOVE, nullptr), 0);
+  for (StationProcess* station : {&anna, &ben}) await(*station, "health", {{"share", "good"}});
+  run(anna, "edit save Rolle");
+  run(ben, "project create Neu");
+  for (const JsonValue& event : ben.events("presence")) {
+    EXPECT_NE(event["how"].asString(), "went") << writeJson(event);
+  }
+  std::size_t destroyed = 0;
+  for (const JsonValue& event : anna.events("changed")) {
+    destroyed += event["how"].asString() == "destroyed";
+  }
+  EXPECT_EQ(destroyed, 1U) << "\"Old\" alone, before";
 }
 
 TEST_F(FaultyShareTest, InAFolderWithoutRightsEverythingIsRefusedThatWritesOrLocks) {

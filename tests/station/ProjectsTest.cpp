@@ -32,6 +32,24 @@ TEST_F(ProjectsTest, APrivateProjectIsLockedWhileItIsOpen) {
   EXPECT_FALSE(std::filesystem::exists(lockOf(project) + ".inf"));
 }
 
+TEST_F(ProjectsTest, AnotherFolderInThePlaceOfTheDirectoryIsTheShareOnlyWithAProof) {
+  namespace fs = std::filesystem;
+  ASSERT_TRUE(projects.leave());
+  ASSERT_TRUE(projects.directory()->check());
+  fs::rename(folder.path(), folder.path() + "-away");
+  fs::create_directory(folder.path());
+  EXPECT_EQ(projects.create("Late", false).error().code, ErrorCode::eNotFound);
+  EXPECT_FALSE(projects.list());
+  EXPECT_NE(projects.enter("Film").error().message.find("mounted"), std::string::npos);
+  EXPECT_TRUE(fs::is_empty(folder.path()));
+  fs::create_directory(folder / project.asString().str());
+  EXPECT_FALSE(projects.directory()->check());
+  write(folder / (project.asString().str() + "/project.json"), "{}");
+  EXPECT_TRUE(projects.directory()->check()) << "the share, mounted anew";
+  EXPECT_TRUE(projects.create("Late", false));
+  fs::remove_all(folder.path() + "-away");
+}
+
 TEST_F(ProjectsTest, ASharedProjectIsNotLocked) {
   EXPECT_FALSE(std::filesystem::exists(lockOf(project)));
 }

@@ -184,6 +184,28 @@ TEST_F(WatchedFilesTest, AFolderWithoutItsProofLosesNothing) {
   EXPECT_TRUE(found.front().isGone);
 }
 
+TEST_F(WatchedFilesTest, AFolderThatMayBeMissingIsMissedOnceItsProofWasSeen) {
+  WatchedFolder watch = watched();
+  watch.mayBeMissing = true;
+  watch.proof = "proof.json";
+  write("a.json", "1");
+  WatchedFiles files(watch);
+  EXPECT_EQ(lookAt(files).size(), 1u) << "not seen yet, so not needed";
+  write("proof.json", "it");
+  lookAt(files);
+  std::filesystem::rename(folder.path(), folder.path() + "-away");
+  EXPECT_FALSE(files.look());
+  std::filesystem::create_directory(folder.path());
+  EXPECT_FALSE(files.look()) << "an empty folder in its place";
+  std::filesystem::remove(folder.path());
+  std::filesystem::rename(folder.path() + "-away", folder.path());
+  EXPECT_TRUE(files.look());
+  std::filesystem::remove(folder / "a.json");
+  const FoundFiles found = lookAt(files);
+  ASSERT_FALSE(found.empty());
+  EXPECT_TRUE(found.front().isGone);
+}
+
 TEST_F(WatchedFilesTest, AFolderThatIsMissingIsAProblemUnlessItMayBe) {
   WatchedFolder watch = watched();
   watch.path += "/missing";
