@@ -164,7 +164,8 @@ void addChanging(CommandTable& table) {
              said("Moved to the trash; \"undo\" takes it back.")});
   table.add({"edit give", "E USER [--force]",
              "Makes USER the owner of an edit or log, and announces it; unsaved changes are saved "
-             "first. A user in no list, and a reserved word, only with --force.",
+             "first. What has no owner may be given by anybody. A user in no list, and a reserved "
+             "word, only with --force.",
              2, 3, give, Command::Place::eHostThread,
              [](Station&, const Arguments& arguments, const JsonValue&) {
                Arguments names = arguments;

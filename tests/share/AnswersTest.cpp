@@ -1,3 +1,5 @@
+#include <fstream>
+
 #include "tests/share/SharedStations.h"
 
 using namespace korvel;
@@ -129,6 +131,39 @@ TEST_F(AnswersTest, WhoWritesToAUserOfOtherCapitalsIsTold) {
     isTold = isTold || log["text"].asString().find("--user \"BEN\"") != std::string::npos;
   }
   EXPECT_TRUE(isTold);
+}
+
+TEST_F(AnswersTest, WhoWritesToANameThatIsNotAsciiIsTold) {
+  start("J\xC3\x9CRGEN", 12);
+  const std::string said = answers("user add j\xC3\xBCrgen\nsay J\xC3\x9CRGEN hello\n");
+  EXPECT_NE(said.find("holds letters that are not ASCII: its station shows your message as a "
+                      "notification alone"),
+            said.npos)
+      << said;
+}
+
+TEST_F(AnswersTest, WhoWritesToHimselfIsTold) {
+  const std::string said = answers("user add ANNA\nsay anna hello\nsay <All> hello\n");
+  const std::string advice = "You write to yourself";
+  EXPECT_NE(said.find(advice), said.npos) << said;
+  EXPECT_EQ(said.find(advice), said.rfind(advice)) << said;
+}
+
+TEST_F(AnswersTest, WhoWritesToAUserWhoIsNotAtWorkIsTold) {
+  start("BEN", 12);
+  const std::string said = answers("user add CARL\nuser add BEN\nsay CARL hello\nsay BEN hello\n");
+  EXPECT_NE(said.find("Nobody of the name \"CARL\" is at work"), said.npos) << said;
+  EXPECT_EQ(said.find("Nobody of the name \"BEN\""), said.npos) << said;
+}
+
+TEST_F(AnswersTest, LinesOfTheUserListThatNoStationIsCalledAreNoted) {
+  std::ofstream(folder_ / "projects/userlist.dat") << "BEN\n\nCARL \nANNA\n";
+  const std::string said = share("users");
+  ASSERT_NE(said.find("note: "), said.npos) << said;
+  EXPECT_EQ(said.substr(said.find("note: ")),
+            "note: userlist.dat line 2 is empty: no station has that name\n"
+            "note: userlist.dat line 3 has blanks at an end, which become a part of the name: no "
+            "station has that name\n");
 }
 
 TEST_F(AnswersTest, AnEmptyUserListSaysWhereItWasLookedFor) {

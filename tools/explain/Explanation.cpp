@@ -179,7 +179,8 @@ Explanation lookAtOwner(const std::string& object, const EditSummary& edit,
   const std::string owner = upperCased(edit.owner);
   const std::string user = upperCased(host);
   if (owner.empty()) {
-    return state(object, "no owner", "has no owner, so that no station may change it",
+    return state(object, "no owner",
+                 "has no owner, so that no station may change it and anybody may give it away",
                  "give it one: edit give EDIT " + user + ", on any station");
   }
   if (owner == kNoOwner) {

@@ -110,8 +110,10 @@ TEST_F(ShareExplainTest, TheOwnersRenderAndNobodyAreNoStationsToAsk) {
 
 TEST_F(ShareExplainTest, AnEditWithoutAnOwnerCanBeGivenAwayByEveryStation) {
   put("P0002/E0002.otio", R"({"OTIO_SCHEMA":"Timeline.1","name":"x"})");
-  EXPECT_EQ(explain("P0002/E0002.otio")["advice"].asString(),
-            "give it one: edit give EDIT ANN, on any station");
+  const JsonValue said = explain("P0002/E0002.otio");
+  EXPECT_EQ(said["advice"].asString(), "give it one: edit give EDIT ANN, on any station");
+  EXPECT_NE(said["text"].asString().find("anybody may give it away"), std::string::npos)
+      << writeJson(said);
 }
 
 TEST_F(ShareExplainTest, ANameOfSeveralThingsListsTheirPaths) {

@@ -145,6 +145,15 @@ TEST_F(BroadcasterTest, AMessageSentWhileDisabledGoesOutAndIsLoggedUnderSent) {
                      "both:    Type    : EditSaved\n", "both:    Cookie  : E0001\n", "both: }\n"}));
 }
 
+TEST_F(BroadcasterTest, WordsOfTheUserGoOutOutsideNetworkModeToo) {
+  host.project.networkMode = false;
+  buildEnabled();
+  Broadcaster::broadcastMessage(NetMessage(NetMessage::eUserMessage, LightweightString<char>("BOB"),
+                                           LightweightString<char>("hello")));
+  ASSERT_EQ(count(), 1U);
+  EXPECT_EQ(sent(0).data, "hello");
+}
+
 TEST_F(BroadcasterTest, AMessageIsSentBeforeItIsLogged) {
   build();
   std::size_t loggedWhenSent = 99;

@@ -36,7 +36,12 @@ TEST(ContainerModification, KeepsAndReportsAValueOfFourOrMore) {
   const struct {
     const char* text;
     unsigned value;
-  } rows[] = {{"4", 4}, {"9", 9}, {"-1", 4294967295u}, {"4294967295", 4294967295u}, {"12x", 12}};
+  } rows[] = {{"4", 4},
+              {"9", 9},
+              {"-1", 4294967295u},
+              {"4294967295", 4294967295u},
+              {"12x", 12},
+              {"9223372036854775810", 4294967295u}};  // read as the largest signed number
   for (const auto& row : rows) {
     SCOPED_TRACE(row.text);
     CaptureStdout();

@@ -125,6 +125,14 @@ TEST_F(MessagerTextTest, TransfersAreAnnouncedInTheLogAlone) {
   EXPECT_EQ(scene.lines(), Lines{});
 }
 
+TEST_F(MessagerTextTest, ATransfersCookieIsLoggedInFull) {
+  const std::string whole = "E123456789-ff00";
+  ASSERT_NE(Cookie(whole.c_str(), false).asString(true).str(), whole);
+  bool isHandled = false;
+  printedFor("d|12|P0001|bob|" + whole + "|ANNA|", isHandled);
+  EXPECT_EQ(std::ranges::count(scene.host.logLines, "both: bin/clip for : (" + whole + ")\n"), 1);
+}
+
 TEST_F(MessagerTextTest, BytesAreWidenedOneByOne) {
   scene.hand("d|10|P0001|bob|ANNA|\xC3\xA4\xFF|");
   EXPECT_EQ(scene.child<ScrollableTextBoxBase>()->getStrings().back(), L"bob : \u00C3\u00A4\u00FF");

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "ProjectShare/NetMessage.h"
 #include "tests/fakes/FakeHost.h"
 #include "tests/support/WireFields.h"
@@ -48,6 +50,18 @@ TEST(NetMessageLog, NamesTheTypeAndItsFields) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.text);
     EXPECT_EQ(logged(row.text), row.lines);
+  }
+}
+
+TEST(NetMessageLog, CookiesAreWrittenInFull) {
+  FakeHost host;
+  NetMessage message(NetMessage::eEditSaved, Cookie("E123456789-ff00", false));
+  message.projectCookie = Cookie("P123456789-ff00", false);
+  ASSERT_NE(message.projectCookie.asString(true).str(), "P123456789-ff00");
+  message.log("Sent");
+  for (const char* const line :
+       {"both:    Project : P123456789-ff00\n", "both:    Cookie  : E123456789-ff00\n"}) {
+    EXPECT_EQ(std::ranges::count(host.logLines, line), 1) << line;
   }
 }
 

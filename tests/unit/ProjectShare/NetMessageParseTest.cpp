@@ -105,6 +105,7 @@ TEST(NetMessageParse, ReadsTheTypeAsANumberAtTheStartOfItsField) {
       {"d|99|P0001|E0001|a|b|", "99 P0001 ", "false 197 "},
       {"d|2147483647|P0001|E0001|", "2147483647 P0001 ", "false 197 "},
       {"d|99999999999999999999999|P0001|E0001|", "-1 P0001 ", "false 197 "},
+      {"d|9223372036854775810|P0001|E0001|", "-1 P0001 ", "false 197 "},
   };
   for (const Row& row : rows) check(row);
 }

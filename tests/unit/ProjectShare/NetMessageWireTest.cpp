@@ -74,6 +74,24 @@ TEST_F(NetMessageWireTest, TypesThatNobodySendsAreReportedAndWrittenWithTheirCoo
   }
 }
 
+TEST_F(NetMessageWireTest, EveryTypeIsWrittenWithItsCookiesInFull) {
+  const Cookie whole("E123456789-ff00", false);
+  ASSERT_NE(whole.asString(true).str(), whole.asString(false).str());
+  for (int number = 0; number <= 17; ++number) {
+    SCOPED_TRACE(number);
+    CaptureStdout();
+    NetMessage message(static_cast<NetMessage::Type>(number), whole);
+    message.projectCookie = Cookie("P123456789-ff00", false);
+    const std::string text = message.asString().str();
+    GetCapturedStdout();
+    EXPECT_NE(text.find(wire("|P123456789-ff00|")), text.npos) << text;
+    const bool hasNoCookie =
+        number == NetMessage::eAddMaterial || number == NetMessage::eRemoveMaterial ||
+        number == NetMessage::eUserMessage || number == NetMessage::eActionRequest;
+    EXPECT_EQ(text.find(wire("|E123456789-ff00|")) == text.npos, hasNoCookie) << text;
+  }
+}
+
 TEST_F(NetMessageWireTest, TheSenderIsTheLocalUserNeverTheSourceField) {
   share_.user = L"J\u00fcrgen";
   NetMessage message(NetMessage::eUserMessage, Text("BOB"), Text("hi"));

@@ -147,6 +147,14 @@ TEST_F(ProjectShareRoomsTest, EnteringARoomFirstMarksTheLastMarkerAndRemembersIt
   }
 }
 
+TEST_F(ProjectShareRoomsTest, ARoomIsEnteredAlthoughTheLastMarkerCannotBeMarked) {
+  share.lockRoom(L"");
+  host.files.marksFail = true;
+  EXPECT_TRUE(share.lockRoom(kRoomA));
+  EXPECT_EQ(host.journal.count("iFileManager::markFile(/projects/anna.cli, 1)"), 1);
+  EXPECT_EQ(share.getRoomLockOwner(kRoomA), L"anna");
+}
+
 TEST_F(ProjectShareRoomsTest, EvenARefusedRoomMarksTheLastMarker) {
   share.lockRoom(L"");
   host.files.heldElsewhere.insert("/rooms/A.lck");
