@@ -1,6 +1,5 @@
 #include "station/containers/Filters.h"
 
-#include "station/base/Events.h"
 #include "station/base/HostParts.h"
 #include "station/base/Strings.h"
 #include "station/keep/UndoList.h"
@@ -58,7 +57,7 @@ Result<void> Filters::changeFrom(const Cookie& filter, const std::string& from,
 }
 
 std::string Filters::metadataFile(const Cookie& filter) const {
-  const std::string here = fileOf(filter);
+  std::string here = fileOf(filter);
   if (existsFresh(here)) return here;
   const std::string there = pathInNamedProject(nameOf(recordPath({}, filter)));
   return there.empty() ? here : there;

@@ -39,7 +39,7 @@ std::string pathIn(const Cookie& project, const Cookie& cookie) {
 /// Where an object is: in the open project, else in the project that the message being delivered
 /// names. No other is searched: a stranger must not make this station read every project.
 std::string findFile(const Cookie& cookie, const Cookie& open) {
-  const std::string here = open.isNull() ? std::string() : pathIn(open, cookie);
+  std::string here = open.isNull() ? std::string() : pathIn(open, cookie);
   if (hostParts().edits->holds(cookie) || existsFresh(here)) return here;
   const std::string there = pathInNamedProject(fileNameOf(cookie));
   return there.empty() ? here : there;

@@ -321,7 +321,7 @@ void AwaitedFiles::goOn(const std::string& object) {
   }
 }
 
-AwaitedFiles::Held AwaitedFiles::takeOut(Queue& queue, Queue::iterator which) {
+AwaitedFiles::Held AwaitedFiles::takeOut(Queue& queue, const Queue::iterator& which) {
   Held held = std::move(*which);
   queue.erase(which);
   if (queue.empty()) queues_.erase(held.message.fields.cookie);

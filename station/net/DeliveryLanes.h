@@ -227,7 +227,7 @@ class AwaitedFiles : public std::enable_shared_from_this<AwaitedFiles> {
   void await(const std::string& object, const std::string& file);
   void goOn(const std::string& object);
   void deliverHeld(const DeliveryLanes::Source& source, const std::string& object);
-  Held takeOut(Queue& queue, Queue::iterator which);
+  Held takeOut(Queue& queue, const Queue::iterator& which);
   std::function<void()> later(const std::string& object);
 
   HostThread& hostThread_;

@@ -123,12 +123,15 @@ TEST_F(ProjectShareTest, AProjectLockedElsewhereIsRefusedAndItsFilesStay) {
 }
 
 TEST_F(ProjectShareTest, LockingWhatIsNoProjectIsReportedAndDoneAllTheSame) {
-  testing::internal::CaptureStdout();
-  EXPECT_TRUE(share.lockProject(cookie("G0001")));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "assertion failed pCookie.getType() == CookieTypeProject at "
-            "ProjectShare/ProjectSharing line 180\n");
-  EXPECT_EQ(host.files.content("/projects/G0001/Lock.inf"), "anna");
+  for (const std::string object : {"G0001", "E0001"}) {
+    SCOPED_TRACE(object);
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(share.lockProject(cookie(object.c_str())));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "assertion failed pCookie.getType() == CookieTypeProject at "
+              "ProjectShare/ProjectSharing line 180\n");
+    EXPECT_EQ(host.files.content("/projects/" + object + "/Lock.inf"), "anna");
+  }
 }
 
 TEST_F(ProjectShareTest, ASecondProjectDropsTheFirstLockWhichStaysHeld) {
