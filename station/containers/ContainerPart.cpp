@@ -134,7 +134,7 @@ Result<void> ContainerPart::discard(const Cookie& cookie) {
   if (!trashed) return trashed.error();
   if (!*trashed) return {};
   const auto kept = std::make_shared<Trashed>(**trashed);
-  recordStep({words, [this, kept] { return takeBack(*kept); },
+  recordStep({words, [this, kept] { return takeBack(TrashFolder::asItIsNow(*kept)); },
               [this, kept, cookie] { return discardInto(cookie, *kept); }});
   return {};
 }
@@ -174,7 +174,7 @@ void ContainerPart::noteMade(const Cookie& cookie) {
                 if (auto same = requireUnchanged(cookie, record); !same) return same;
                 return discardInto(cookie, *trashed);
               },
-              [this, trashed] { return takeBack(*trashed); }});
+              [this, trashed] { return takeBack(TrashFolder::asItIsNow(*trashed)); }});
 }
 
 std::string ContainerPart::wordsFor(const Cookie& cookie) const {

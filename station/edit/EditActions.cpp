@@ -481,7 +481,7 @@ void EditSteps::noteDeletion(const std::vector<Trashed>& trashed, const std::str
   const auto kept = std::make_shared<std::vector<Trashed>>(trashed);
   const auto takeBack = [kept]() -> Result<void> {
     for (const Trashed& each : *kept) {
-      if (auto taken = EditActions::takeBack(each); !taken) return taken;
+      if (auto taken = EditActions::takeBack(TrashFolder::asItIsNow(each)); !taken) return taken;
     }
     return {};
   };

@@ -166,6 +166,16 @@ std::string TrashFolder::whoDeleted(const std::string& object) const {
   return newest == all->end() ? std::string() : newest->by;
 }
 
+Trashed TrashFolder::asItIsNow(const Trashed& trashed) {
+  if (existsFresh(trashed.path)) return trashed;
+  const auto all = TrashFolder(folderOf(folderOf(trashed.path))).list();
+  if (!all) return trashed;
+  const auto newest = std::ranges::find_if(*all, [&](const Trashed& each) {
+    return each.object == trashed.object && each.by == trashed.by;
+  });
+  return newest == all->end() ? trashed : *newest;
+}
+
 Result<void> TrashFolder::giveBack(const Trashed& trashed, const std::string& file) {
   auto moved = moveFile(trashed.path, file);
   if (moved) return moved;

@@ -48,6 +48,10 @@ class TrashFolder {
   /// Who deleted an object last; empty where the trash does not hold it.
   [[nodiscard]] std::string whoDeleted(const std::string& object) const;
 
+  /// The deletion itself while it is in the trash; else the newest of the same object by the same
+  /// user, who took it back and deleted it again; the one that was given where there is none.
+  static Trashed asItIsNow(const Trashed& trashed);
+
   /// Moves a deletion back to where its object's file was: eExists where one is there again,
   /// eNotFound where another station took it back or removed it.
   static Result<void> giveBack(const Trashed& trashed, const std::string& file);

@@ -237,6 +237,22 @@ TEST_F(UndoTest, WhatWasTakenBackGoesToTheTrashAgain) {
   EXPECT_TRUE(edits.holds(edit_));
 }
 
+TEST_F(UndoTest, ADeletionIsUndoneThoughItsTakingBackWasUndoneBefore) {
+  const auto bin = bins_.create("Rushes");
+  ASSERT_TRUE(bin);
+  ASSERT_TRUE(EditActions::remove({edit_}));
+  ASSERT_TRUE(trash_.restore(name_));
+  ASSERT_TRUE(bins_.discard(*bin));
+  ASSERT_TRUE(trash_.restore("Rushes"));
+  undo("Undo taking back of Rushes");
+  undo("Undo deletion of bin Rushes");
+  EXPECT_TRUE(bins_.holds(*bin));
+  undo("Undo taking back of " + name_);
+  EXPECT_FALSE(edits.holds(edit_));
+  undo("Undo deletion of " + name_);
+  EXPECT_TRUE(edits.holds(edit_));
+}
+
 TEST_F(UndoTest, ChangesOfABinAreUndoneOneByOne) {
   const Cookie first = made("First");
   const Cookie second = made("Second");
