@@ -397,6 +397,8 @@ Error EditHistory::refusalOf(const EditFile& edit) {
   const std::string title = EditActions::titleOf(edit.getCookie());
   const std::string name = inQuotes(openEdits().nameOf(edit.getCookie()));
   const std::string beside = "\"edit save-copy\" saves yours beside it";
+  const std::string over =
+      "\"edit save " + name + " --over\" saves yours all the same (the other stays in the history)";
   const auto other = otherVersionOf(edit);
   if (!other) return other.error();
   if (other->isGone) {
@@ -410,14 +412,12 @@ Error EditHistory::refusalOf(const EditFile& edit) {
         ErrorCode::eChanged,
         "The " + title +
             " was not saved: its file was changed since you opened it, and cannot be read now: " +
-            other->problem + " " + beside + ".",
+            other->problem + ". " + over + ", " + beside + ".",
         edit.path()};
   }
   return {ErrorCode::eChanged,
           "The " + title + " was not saved: since you opened it, it " + whatHappened(*other) +
-              ". \"edit save " + name +
-              " --over\" saves yours all the same (the other stays in the history), " + beside +
-              ", \"edit revert\" drops your changes.",
+              ". " + over + ", " + beside + ", \"edit revert\" drops your changes.",
           edit.path()};
 }
 

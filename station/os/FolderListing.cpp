@@ -107,7 +107,8 @@ Result<FileStamp> stampOfFile(const std::string& path) {
   // A link is not followed: it may lead out of the share.
   if (::lstat(path.c_str(), &status) != 0) return errorFromErrno(errno, "look at", path);
   if (S_ISREG(status.st_mode)) return stampOf(status);
-  return errorFromErrno(S_ISDIR(status.st_mode) ? EISDIR : ELOOP, "look at", path);
+  const int problem = S_ISDIR(status.st_mode) ? EISDIR : S_ISLNK(status.st_mode) ? ELOOP : ENXIO;
+  return errorFromErrno(problem, "look at", path);
 }
 
 Result<FileStamp> freshStampOfFile(const std::string& path) {

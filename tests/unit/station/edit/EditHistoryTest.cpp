@@ -134,6 +134,23 @@ TEST_F(EditHistoryTest, ASaveDoesNotReplaceWhatAnotherSavedMeanwhile) {
   EXPECT_TRUE(edits.loaded(cookie)->hasLocalChanges());
 }
 
+TEST_F(EditHistoryTest, WhatADamagedFileHoldsStaysInTheHistoryWhenItIsSavedOver) {
+  const Cookie cookie = made("Reel");
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  const std::string half = bytesOf(fileOf(cookie)).substr(0, 200);
+  ASSERT_TRUE(writeAtomically(fileOf(cookie), half));
+  const auto saved = EditActions::save(cookie);
+  ASSERT_FALSE(saved);
+  for (const char* part : {"cannot be read now", ". \"edit save \"Mine\" --over\"", "save-copy"}) {
+    EXPECT_NE(saved.error().message.find(part), std::string::npos) << saved.error().message;
+  }
+  EXPECT_EQ(bytesOf(fileOf(cookie)), half);
+  ASSERT_TRUE(EditActions::save(cookie, EditFile::Overwrite::eAccept));
+  const auto versions = VersionFolder(fileOf(cookie)).list();
+  ASSERT_TRUE(versions && versions->size() == 2U);
+  EXPECT_EQ(bytesOf(versions->front().path), half);
+}
+
 TEST_F(EditHistoryTest, AnOwnerThatAnotherGaveMeanwhileIsKeptByTheSave) {
   const Cookie cookie = made("Reel");
   ASSERT_TRUE(EditActions::rename(cookie, "Mine"));

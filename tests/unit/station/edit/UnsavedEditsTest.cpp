@@ -258,9 +258,10 @@ TEST_F(UnsavedEditsTest, BrokenRecoveryFilesAreNamedAndLeft) {
   write(session / "E3.json", "{\"version\": 99}");
   fs::create_symlink(files()[0], session / "E4.json");
   fs::create_directory(session / "E5.json");
+  ASSERT_EQ(::mkfifo((session / "E6.json").c_str(), 0600), 0);
   events.logged.clear();
   ASSERT_TRUE(projects.enter("Film"));
-  for (const char* name : {"E2.json", "E3.json", "E4.json", "E5.json"}) {
+  for (const char* name : {"E2.json", "E3.json", "E4.json", "E5.json", "E6.json: No such device"}) {
     EXPECT_NE(events.logged.find(name), std::string::npos) << name << events.logged;
   }
   EXPECT_NE(events.logged.find("\"Mine\""), std::string::npos);
