@@ -78,6 +78,22 @@ TEST(HouseRules, FilesThatPagesNameExist) {
   }
 }
 
+TEST(HouseRules, WhatAPageSaysIsInAFileIsThere) {
+  static const std::regex kPlace(R"(`(\w+)` in `([\w/.]+)`)");
+  int places = 0;
+  for (const fs::path& page : pages()) {
+    const std::string text = readText(page);
+    for (std::sregex_iterator match(text.begin(), text.end(), kPlace), end; match != end; ++match) {
+      if (!fs::is_regular_file(kHouseFolder / (*match)[2].str())) continue;
+      const std::regex word("\\b" + (*match)[1].str() + "\\b");
+      const std::string source = readText(kHouseFolder / (*match)[2].str());
+      EXPECT_TRUE(std::regex_search(source, word)) << page.filename() << ": " << match->str();
+      ++places;
+    }
+  }
+  EXPECT_GE(places, 20);
+}
+
 TEST(HouseRules, TheProductHasFewFiles) {
   std::size_t files = 0;
   for (const char* room : {"host", "ProjectShare", "station", "app", "tools"}) {

@@ -64,7 +64,12 @@ TEST(WireTable, IsWhatThePageSays) {
                             fieldsOf(type, "") + " | " +
                             std::to_string(kHeadFields + type.actedFrom) + " | " + fewer + "|";
     EXPECT_NE(page.find(row), page.npos) << row;
+    const std::string example = "### Type " + std::to_string(type.number) + ":";
+    EXPECT_EQ(countOf(page, example), 1u) << example;
   }
+  EXPECT_EQ(countOf(page, "### Type "), messageTypes().size());
+  const std::string range = "as decimal, 1 to " + std::to_string(MessageType::kLast) + ".";
+  EXPECT_NE(page.find(range), page.npos) << range;
 }
 
 }  // namespace
