@@ -56,6 +56,17 @@ bool hasWord(const std::string& text, const std::string& word) {
   return false;
 }
 
+std::string disagreement(const std::set<std::string>& page, const std::set<std::string>& programs) {
+  std::string text;
+  for (const std::string& each : programs) {
+    if (!page.contains(each)) text += "not on the page: " + each + '\n';
+  }
+  for (const std::string& each : page) {
+    if (!programs.contains(each)) text += "on the page alone: " + each + '\n';
+  }
+  return text;
+}
+
 std::vector<std::string> linesOf(const std::string& command) {
   std::vector<std::string> lines;
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(popen(command.c_str(), "r"), pclose);

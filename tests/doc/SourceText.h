@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,10 @@ std::string withoutCommentsAndStrings(const std::string& text);
 
 /// Whether a text holds an identifier as a whole word.
 bool hasWord(const std::string& text, const std::string& word);
+
+/// What only one of a page and its programs (or sources) has: "not on the page: quit\n"; empty
+/// where they agree.
+std::string disagreement(const std::set<std::string>& page, const std::set<std::string>& programs);
 
 /// What a shell command prints, line by line.
 std::vector<std::string> linesOf(const std::string& command);
