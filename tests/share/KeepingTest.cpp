@@ -4,6 +4,7 @@
 #include <set>
 
 #include "tests/share/SharedStations.h"
+#include "tests/support/ToolRun.h"
 
 // What people made is kept: whatever ends a station, and whatever other stations save.
 
@@ -169,6 +170,37 @@ TEST_F(KeepingTest, EveryVersionThatTwoStationsReportAsSavedIsInFileOrHistory) {
     kept.insert((*json)["name"].asString());
   }
   for (const std::string& name : saved) EXPECT_EQ(kept.count(name), 1U) << name << " is lost";
+}
+
+TEST_F(KeepingTest, TheAdministratorSeesHowMuchVersionsAndTrashTake) {
+  StationProcess& anna = startWithEdit();
+  const std::string more(20'000, 'x');
+  std::ofstream(folder_ / "more.otio")
+      << R"({"OTIO_SCHEMA":"Timeline.1","name":"More","tracks":{"OTIO_SCHEMA":"Stack.1",)"
+      << R"("children":[]},"metadata":{"filling":")" << more << R"("}})";
+  const auto amounts = [this] {
+    const auto json = parseJson(runTool({"history", folder_ / "projects", "--json"}).out);
+    return json ? (*json)["projects"].elements().at(0) : JsonValue();
+  };
+  const JsonValue before = amounts();
+  EXPECT_EQ(before["history"]["objects"].asLong(), 1);
+  EXPECT_EQ(before["history"]["versions"].asLong(), 2);
+  EXPECT_EQ(before["trash"]["files"].asLong(), 0);
+  const std::string large = run(anna, "edit import " + (folder_ / "more.otio")).asString();
+  for (const char* name : {"B", "C", "D"}) {
+    run(anna, "edit rename " + large + " " + name);
+    run(anna, "edit save " + large);
+  }
+  const JsonValue saved = amounts();
+  EXPECT_EQ(saved["history"]["objects"].asLong(), 2);
+  EXPECT_EQ(saved["history"]["versions"].asLong(), 6);
+  // The newest version is the edit's own file under a second name, and takes no room.
+  const long grown = saved["history"]["bytes"].asLong() - before["history"]["bytes"].asLong();
+  EXPECT_GT(grown, 3 * 20'000);
+  EXPECT_LT(grown, 4 * 20'000);
+  run(anna, "edit delete D");
+  EXPECT_EQ(amounts()["trash"]["files"].asLong(), 1);
+  EXPECT_GT(amounts()["trash"]["bytes"].asLong(), 20'000);
 }
 
 TEST_F(KeepingTest, AnExportReplacesAFileOnlyWhenItSaysSo) {

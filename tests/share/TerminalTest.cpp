@@ -298,6 +298,22 @@ TEST_F(TerminalTest, QuitAsksWhatBecomesOfUnsavedChanges) {
   EXPECT_TRUE(sees("name: Tape")) << shown_;
 }
 
+TEST_F(TerminalTest, AnExportAsksBeforeItReplacesAFile) {
+  const std::string file = folder_ / "out.otio";
+  std::ofstream(file) << "mine";
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("project create Film\rproject enter Film\redit create Reel\r");
+  for (const char* answer : {"cancel\r", "\r", "replace\r"}) {
+    EXPECT_EQ(bytesOf(file), "mine");
+    type("edit export Reel " + file + "\r");
+    ASSERT_TRUE(sees("replace, or cancel? ")) << shown_;
+    type(answer);
+    type("whoami\r");
+    ASSERT_TRUE(sees("network_mode: ")) << shown_;
+  }
+  EXPECT_NE(bytesOf(file).find("OTIO_SCHEMA"), std::string::npos) << bytesOf(file);
+}
+
 TEST_F(TerminalTest, EmptyingTheTrashAsksFirst) {
   ASSERT_TRUE(sees("kv> ")) << shown_;
   type("project create Film\rproject enter Film\redit create Reel\redit delete Reel\r");
