@@ -217,7 +217,7 @@ void UnsavedEdits::settled(const Cookie& cookie) {
 }
 
 void UnsavedEdits::dropping(const EditFile& edit) {
-  if (!folder_.isKeeping()) return;
+  if (!folder_.isEntered()) return;  // what was unsaved was kept when the project was left
   waiting_.erase(edit.getCookie());
   keep(edit);
   const std::string object = edit.getCookie().asString().str();

@@ -188,6 +188,7 @@ void RecoveryFolder::leave() {
   problems_.clear();
   if (!folder_.empty()) ::rmdir(folder_.c_str());  // where nothing is left in it
   folder_.clear();
+  user_.clear();
 }
 
 Result<void> RecoveryFolder::openSession() {
@@ -206,6 +207,11 @@ Result<void> RecoveryFolder::openSession() {
 }
 
 void RecoveryFolder::keep(const UnsavedState& state, const std::string& contentText) {
+  if (root_.empty()) {
+    return note(state.object, Error{ErrorCode::eNotFound,
+                                    "There is no folder for them; set HOME, or XDG_STATE_HOME.",
+                                    {}});
+  }
   if (!isKeeping()) return;
   if (auto opened = openSession(); !opened) return note(state.object, opened);
   std::string text = headerOf(state);
@@ -238,7 +244,6 @@ void RecoveryFolder::note(const std::string& object, const Result<void>& written
 }
 
 void RecoveryFolder::forget(const std::string& object) {
-  if (!isKeeping()) return;
   writer_.add([this, object, folder = own_ ? own_->folder : std::string()] {
     if (!folder.empty()) ::unlink((folder + "/" + object + std::string(kRecordEnding)).c_str());
     const std::lock_guard lock(problemMutex_);

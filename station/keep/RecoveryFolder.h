@@ -71,7 +71,7 @@ struct UnsavedState {
 /// another.
 class RecoveryFolder {
  public:
-  /// `root` is the folder of all; empty keeps nothing.
+  /// `root` is the folder of all; empty keeps nothing, and problem() says so.
   explicit RecoveryFolder(std::string root) : root_(std::move(root)) {}
   RecoveryFolder(const RecoveryFolder&) = delete;
   RecoveryFolder& operator=(const RecoveryFolder&) = delete;
@@ -108,6 +108,9 @@ class RecoveryFolder {
 
   /// Waits until everything is on the disk.
   void finish() { writer_.finish(); }
+
+  /// Whether a project is entered.
+  [[nodiscard]] bool isEntered() const { return !user_.empty(); }
 
   [[nodiscard]] bool isKeeping() const { return !folder_.empty(); }
 

@@ -280,6 +280,19 @@ TEST_F(UnsavedEditsTest, AMachineThatCannotKeepThemSaysSo) {
   EXPECT_TRUE(soon([this] { return unsaved_->problem().empty(); }));
 }
 
+TEST_F(UnsavedEditsTest, WithoutAFolderForThemThatIsSaid) {
+  RecoveryFolder nowhere({});
+  nowhere.enter(folder.path(), project.asString().str(), "anna");
+  UnsavedState state;
+  state.object = "E1";
+  nowhere.keep(state, "{}");
+  nowhere.finish();
+  EXPECT_NE(nowhere.problem().find("XDG_STATE_HOME"), std::string::npos);
+  nowhere.forget("E1");
+  nowhere.finish();
+  EXPECT_EQ(nowhere.problem(), "");
+}
+
 TEST_F(UnsavedEditsTest, AFullDiskIsToldOnceAndWhenThereIsRoomTheyAreKept) {
   const Cookie cookie = made("Reel");
   allowFilesOf(10);
