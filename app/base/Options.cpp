@@ -297,12 +297,6 @@ std::string recoveryFolder() {
   return folder.empty() ? folder : folder + "/recovery";
 }
 
-/// $XDG_CACHE_HOME/korvel.
-std::string cacheFolder() {
-  const std::string folder = userFolder("XDG_CACHE_HOME", "/.cache");
-  return folder.empty() ? folder : folder + "/korvel";
-}
-
 /// $XDG_CONFIG_HOME/korvel/station.conf when there is one; else empty.
 std::string defaultConfigFile() {
   const std::string folder = userFolder("XDG_CONFIG_HOME", "/.config");
@@ -359,6 +353,11 @@ std::variant<Options, ProgramEnd> readOptions(int argc, const char* const* argv)
 
 std::string stateFolder() {
   const std::string folder = userFolder("XDG_STATE_HOME", "/.local/state");
+  return folder.empty() ? folder : folder + "/korvel";
+}
+
+std::string cacheFolder() {
+  const std::string folder = userFolder("XDG_CACHE_HOME", "/.cache");
   return folder.empty() ? folder : folder + "/korvel";
 }
 

@@ -70,4 +70,8 @@ Result<Options> validateOptions(const GivenOptions& given);
 /// $XDG_STATE_HOME/korvel, else ~/.local/state/korvel. Empty where there is no home folder.
 std::string stateFolder();
 
+/// The folder of what was read of shares: $XDG_CACHE_HOME/korvel, else ~/.cache/korvel. Empty where
+/// there is no home folder.
+std::string cacheFolder();
+
 }  // namespace korvel

@@ -61,14 +61,14 @@ Answer ask(HostThread& hostThread, Waiter& waiter, std::function<Answer()> quest
 }
 
 /// The names and cookies of all projects.
-std::vector<std::string> projectNames() {
+std::vector<std::string> projectNames(const Projects& projects) {
   std::vector<std::string> words;
-  const auto projects = listProjectFolders();
-  for (const Cookie& project : projects ? *projects : std::vector<Cookie>()) {
-    const auto record = readProjectRecord(project);
+  const auto take = [&words](const Cookie& project, const Result<ProjectRecord>& record) {
     if (record) words.push_back(record->name);
     words.push_back(project.asString().str());
-  }
+  };
+  // Without the directory there is nothing to complete.
+  static_cast<void>(projects.records().forEach(take));
   return words;
 }
 
@@ -300,7 +300,7 @@ std::vector<std::string> StationProgram::candidatesFor(const std::string& argume
   return ask<std::vector<std::string>>(
       station_->hostThread(), waiter_,
       [this, argument] {
-        if (argument == "P") return projectNames();
+        if (argument == "P") return projectNames(station_->projects());
         if (argument == "USER") return userNames();
         if (argument == "R") return roomNames(station_->rooms());
         if (argument == "DELETED") return station_->trash().namesAndCookies();

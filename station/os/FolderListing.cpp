@@ -86,6 +86,12 @@ Result<FileStamp> stampOfFolder(const std::string& folder) {
   return stamp;
 }
 
+Result<FileStamp> lookAfreshStamped(const std::string& folder) {
+  struct stat before {};
+  if (!openAfresh(folder, &before).isOpen()) return errorFromErrno(errno, "look at", folder);
+  return stampOf(before);
+}
+
 Result<StampedContent> readStamped(const std::string& path, std::size_t most) try {
   const Descriptor file = openPlainFile(path, O_RDONLY | O_NOFOLLOW);
   StampedContent content;

@@ -17,6 +17,8 @@ namespace {
 constexpr int kRemovalTries = 40;
 constexpr std::chrono::milliseconds kRemovalPause(5);
 
+thread_local const std::string* lookedAfresh = nullptr;
+
 }  // namespace
 
 Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
@@ -45,14 +47,23 @@ std::string nameOf(const std::string& path) { return path.substr(path.rfind('/')
 // Opening is enough for NFS; SMB asks its server again only when an entry is read (without that it
 // went on answering with the old content). One entry: a whole block, as readdir() asks for, costs
 // more the larger the folder is.
-Descriptor openAfresh(const std::string& folder) {
+Descriptor openAfresh(const std::string& folder, struct stat* before) {
   Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK));
+  if (before && opened.isOpen() && ::fstat(opened.get(), before) != 0) return Descriptor();
   alignas(dirent64) char entry[sizeof(dirent64)];
   if (opened.isOpen() && ::getdents64(opened.get(), entry, sizeof entry) >= 0) return opened;
   return Descriptor();
 }
 
-bool lookAfresh(const std::string& folder) { return openAfresh(folder).isOpen(); }
+bool lookAfresh(const std::string& folder) {
+  return (lookedAfresh && *lookedAfresh == folder) || openAfresh(folder).isOpen();
+}
+
+LookedAfresh::LookedAfresh(std::string folder) : folder_(std::move(folder)) {
+  lookedAfresh = &folder_;
+}
+
+LookedAfresh::~LookedAfresh() { lookedAfresh = nullptr; }
 
 Descriptor openPlainFile(const std::string& path, int flags) {
   int number = -1;

@@ -43,11 +43,25 @@ std::string nameOf(const std::string& path);
 
 /// Opens a folder and reads one entry of it. The next look at the folder, and at anything in it, is
 /// then true on a network file system, which otherwise answers from its cache. Not open when the
-/// folder cannot be read. The cost does not grow with the folder.
-Descriptor openAfresh(const std::string& folder);
+/// folder cannot be read. The cost does not grow with the folder. `before` is filled with its
+/// state, unless null: as it was before the entry was read, and so possibly an older one.
+Descriptor openAfresh(const std::string& folder, struct stat* before = nullptr);
 
 /// The same for a look at what is in it alone. False when the folder cannot be read.
 bool lookAfresh(const std::string& folder);
+
+/// For as long as it lives, lookAfresh() of this folder does not ask the share on this thread: it
+/// was asked a moment ago, and several questions follow at once. Does not nest.
+class LookedAfresh {
+ public:
+  explicit LookedAfresh(std::string folder);
+  LookedAfresh(const LookedAfresh&) = delete;
+  LookedAfresh& operator=(const LookedAfresh&) = delete;
+  ~LookedAfresh();
+
+ private:
+  const std::string folder_;
+};
 
 /// Opens a plain file, and never waits for the other end of a pipe. A folder fails with EISDIR, a
 /// pipe or a device with ENXIO.

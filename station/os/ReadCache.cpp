@@ -287,6 +287,10 @@ const std::string_view* ReadCache::find(std::string_view name, const FileStamp& 
   return &row->text;
 }
 
+bool ReadCache::holds(std::string_view name) const {
+  return fresh_.contains(name) || std::ranges::binary_search(rows_, name, {}, &Row::name);
+}
+
 void ReadCache::put(std::string_view name, const FileStamp& stamp, std::string_view text) {
   if (directory_.empty()) return;
   Fresh& fresh = fresh_[std::string(name)];

@@ -39,6 +39,9 @@ class ReadCache {
   /// Quick where names are asked for in their order. Valid until put() or the end.
   [[nodiscard]] const std::string_view* find(std::string_view name, const FileStamp& stamp) const;
 
+  /// Whether a text was put in for a file of this name, in whatever state.
+  [[nodiscard]] bool holds(std::string_view name) const;
+
   /// Keeps a text for a file that was at rest when it was read.
   void put(std::string_view name, const FileStamp& stamp, std::string_view text);
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <optional>
 #include <string_view>
 
 #include "host/base/Log.h"
@@ -14,6 +15,7 @@
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
+#include "station/project/Records.h"
 #include "station/wire/MessageTable.h"
 
 namespace korvel {
@@ -115,10 +117,11 @@ std::string pathInNamedProject(const std::string& fileName) {
   return projectFolder(named) + "/" + fileName;
 }
 
-Result<ProjectRecord> readProjectRecord(const Cookie& project) {
-  const std::string path = recordPath(project);
-  const auto bytes = readFresh(path, kLargestList);
+namespace {
+
+Result<ProjectRecord> parseProjectRecord(const Cookie& project, const Result<std::string>& bytes) {
   if (!bytes) return bytes.error();
+  const std::string path = recordPath(project);
   const auto json = parseJson(*bytes);
   const std::string complaint = "The record of project " + project.asString().str() +
                                 " cannot be read; it is left as it is, repair or remove " + path;
@@ -129,6 +132,89 @@ Result<ProjectRecord> readProjectRecord(const Cookie& project) {
   }
   return ProjectRecord{name.asString(), (*json)["private"].asBool(), (*json)["made"].asString(),
                        (*json)["madeBy"].asString()};
+}
+
+/// How many projects are looked at before they are handed on. A share that hangs is to show soon,
+/// and locks are asked for right after the look at their folder.
+constexpr std::size_t kProjectsAtOnce = 4 * kMostInFlight;
+
+std::string cachedName(const Cookie& project) {
+  return project.asString().str() + std::string(kRecordFile);
+}
+
+}  // namespace
+
+Result<ProjectRecord> readProjectRecord(const Cookie& project) {
+  return parseProjectRecord(project, readFresh(recordPath(project), kLargestList));
+}
+
+/// What was found of one project.
+struct ProjectRecords::Look {
+  Cookie project;
+  Result<ProjectRecord> record = Error();
+  Result<FileStamp> folder = Error();
+  StampedContent read = {};  ///< without bytes where nothing was read, or nothing that can be kept
+};
+
+ProjectRecords::ProjectRecords() : cache_(settings().cache, settings().projectsDirectory) {}
+
+Result<void> ProjectRecords::forEach(const Take& take) {
+  // Before the projects are listed: a moment that has passed by the share's clock.
+  const auto directory = lookAfreshStamped(settings().projectsDirectory);
+  const auto projects = listProjectFolders();
+  if (!projects) return projects.error();
+  std::mutex cacheMutex;
+  for (std::size_t from = 0; from < projects->size(); from += kProjectsAtOnce) {
+    std::vector<Look> looks(std::min(kProjectsAtOnce, projects->size() - from));
+    // Looking waits for the share and is done by several threads; `take` is the caller's.
+    inFlight(looks.size(),
+             [&](std::size_t each) { looks[each] = lookAt((*projects)[from + each], cacheMutex); });
+    for (const Look& look : looks) {
+      if (directory) keep(look, *directory);
+      std::optional<LookedAfresh> looked;
+      if (look.folder) looked.emplace(projectFolder(look.project));
+      take(look.project, look.record);
+    }
+  }
+  cache_.save();
+  return {};
+}
+
+ProjectRecords::Look ProjectRecords::lookAt(const Cookie& project, std::mutex& cacheMutex) const {
+  const std::string path = recordPath(project);
+  const std::string name = cachedName(project);
+  Look look{project};
+  look.folder = lookAfreshStamped(projectFolder(project));
+  if (!look.folder) {
+    look.record = readProjectRecord(project);
+    return look;
+  }
+  // The file's own state is a question more, so it is asked only where that may spare the reading.
+  if (const auto stamp = cache_.holds(name) ? stampOfFile(path) : Error()) {
+    const std::lock_guard lock(cacheMutex);
+    if (const auto* const kept = cache_.find(name, *stamp)) {
+      look.record = parseProjectRecord(project, std::string(*kept));
+      return look;
+    }
+  }
+  if (auto read = readStamped(path, kLargestList)) {
+    look.read = std::move(*read);
+    look.record = parseProjectRecord(project, look.read.bytes);
+  } else {
+    look.record = readProjectRecord(project);
+  }
+  return look;
+}
+
+/// A file that was not at rest may have changed within the same tick of the share's clock: its
+/// stamp would not tell, and the cache would keep the old text for good.
+void ProjectRecords::keep(const Look& look, const FileStamp& directory) {
+  if (!look.record || !look.folder || look.read.bytes.empty()) return;
+  const FileStamp& stamp = look.read.stamp;
+  const bool isAlike = stamp.device == directory.device && stamp.device == look.folder->device;
+  const std::int64_t moment = std::max(directory.changed, look.folder->changed);
+  if (!isAlike || look.read.bytes.size() > kLongestKept || !isAtRest(stamp, moment)) return;
+  cache_.put(cachedName(look.project), stamp, look.read.bytes);
 }
 
 Result<void> makeProjectFolder(const Cookie& project, const ProjectRecord& record) {

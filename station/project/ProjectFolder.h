@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -12,6 +13,7 @@
 #include "host/base/Cookie.h"
 #include "station/base/Result.h"
 #include "station/os/FolderListing.h"
+#include "station/os/ReadCache.h"
 
 namespace korvel {
 
@@ -110,6 +112,28 @@ bool isProjectFile(std::string_view name);
 
 /// Reads a project's record. A broken one is eBadContent, and is never written over.
 Result<ProjectRecord> readProjectRecord(const Cookie& project);
+
+/// The records of all projects. What was read is kept on this machine, and is not read again while
+/// its file is the same. One thread.
+class ProjectRecords {
+ public:
+  ProjectRecords();
+
+  using Take = std::function<void(const Cookie&, const Result<ProjectRecord>&)>;
+
+  /// Calls `take` with each project of the projects directory, in the order of their cookies, and
+  /// with its record as it is now, or why it cannot be read. While `take` runs its project's folder
+  /// counts as looked at afresh. Several projects are looked at, and read, at once. Failure: as of
+  /// listProjectFolders().
+  Result<void> forEach(const Take& take);
+
+ private:
+  struct Look;
+  [[nodiscard]] Look lookAt(const Cookie& project, std::mutex& cacheMutex) const;
+  void keep(const Look& look, const FileStamp& directory);
+
+  ReadCache cache_;
+};
 
 /// Makes the folder of a new project with its record in it. Others see it whole or not at all; on
 /// failure nothing is left. What a station left an hour ago or longer that was killed meanwhile is

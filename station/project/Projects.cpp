@@ -1,7 +1,6 @@
 #include "station/project/Projects.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include "host/base/Log.h"
 #include "host/os/OS.h"
@@ -159,10 +158,10 @@ void flushPermissions() {
   if (auto* permissions = iPermissionsManager::instance()) permissions->flushOnProjectChange();
 }
 
-ProjectInfo infoOf(const Cookie& cookie) {
+ProjectInfo infoOf(const Cookie& cookie, const Result<ProjectRecord>& record) {
   ProjectInfo info;
   info.cookie = cookie;
-  if (const auto record = readProjectRecord(cookie)) {
+  if (record) {
     info.name = record->name;
     info.isPrivate = record->isPrivate;
   } else {
@@ -193,25 +192,30 @@ Result<Cookie> Projects::create(const std::string& name, bool isPrivate) {
   return cookie;
 }
 
+ProjectRecords& Projects::records() const {
+  // Made with its first use, since it reads a file.
+  if (!records_) records_ = std::make_unique<ProjectRecords>();
+  return *records_;
+}
+
 std::vector<Cookie> Projects::named(const std::string& name) const {
-  const auto cookies = listProjectFolders();
   std::vector<Cookie> found;
-  for (const Cookie& cookie : cookies ? *cookies : std::vector<Cookie>()) {
-    const auto record = readProjectRecord(cookie);
+  const auto read = records().forEach([&](const Cookie& cookie, const auto& record) {
     if (record && record->name == name) found.push_back(cookie);
-  }
-  return found;
+  });
+  return read ? found : std::vector<Cookie>();
 }
 
 Result<std::vector<ProjectInfo>> Projects::list() const {
-  const auto cookies = listProjectFolders();
-  if (!cookies) return cookies.error();
+  std::vector<ProjectInfo> infos;
+  const auto read = records().forEach([&infos](const Cookie& cookie, const auto& record) {
+    infos.push_back(infoOf(cookie, record));
+  });
+  if (!read) return read.error();
   // An empty list is true only of the share itself.
-  if (cookies->empty()) {
+  if (infos.empty()) {
     if (auto there = directory()->check(); !there) return there.error();
   }
-  std::vector<ProjectInfo> infos;
-  std::ranges::transform(*cookies, std::back_inserter(infos), infoOf);
   return infos;
 }
 
@@ -230,20 +234,18 @@ Result<Projects::Found> Projects::find(const std::string& nameOrCookie) const {
 }
 
 Result<Projects::Found> Projects::findByName(const std::string& name) const {
-  const auto cookies = listProjectFolders();
-  if (!cookies) return cookies.error();
   std::vector<Found> found;
   std::vector<Found> begun;
   std::vector<std::string> names;
   // A project whose record cannot be read may be the one that is meant: the failure then says so.
   Result<void> readable;
-  for (const Cookie& cookie : *cookies) {
-    const auto record = readProjectRecord(cookie);
+  const auto take = [&](const Cookie& cookie, const Result<ProjectRecord>& record) {
     if (record && record->name == name) found.push_back({cookie, *record});
     if (record && beginsCookie(name, cookie)) begun.push_back({cookie, *record});
     if (record) names.push_back(record->name);
     if (!record) readable = record.error();
-  }
+  };
+  if (auto read = records().forEach(take); !read) return read.error();
   if (found.empty()) found = begun;
   if (found.size() == 1) return found.front();
   if (found.empty()) {

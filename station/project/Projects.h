@@ -80,6 +80,9 @@ class Projects {
 
   Result<Cookie> create(const std::string& name, bool isPrivate);
 
+  /// The records of all projects.
+  [[nodiscard]] ProjectRecords& records() const;
+
   /// The projects of exactly this name; none where the projects directory cannot be read.
   [[nodiscard]] std::vector<Cookie> named(const std::string& name) const;
   Result<std::vector<ProjectInfo>> list() const;
@@ -137,6 +140,7 @@ class Projects {
   std::vector<iProjectPart*> parts_;
   mutable std::shared_ptr<SeenDirectory> directory_;
   std::unique_ptr<OpenProject> current_;
+  mutable std::unique_ptr<ProjectRecords> records_;
   const HostEntry<Projects> entry_{&HostParts::projects, *this};
 };
 

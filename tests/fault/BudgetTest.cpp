@@ -29,8 +29,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr long kListBudget = 2900;
-constexpr long kLocksBudget = 3300;
+constexpr int kAtOnce = 8;
 constexpr long kIdleBudget = 240;
 
 class BudgetTest : public testing::Test {
@@ -63,12 +62,27 @@ class BudgetTest : public testing::Test {
     }
   }
 
-  /// Until what was made is at rest, and the project's folder tells that time has passed.
-  void letAllComeToRest() const {
+  /// Until what was made is at rest, and the folder in which this file is made and removed tells
+  /// that time has passed.
+  void letAllComeToRest(const std::string& file = numbered('P', 0) + "/other.txt") const {
     // A file is at rest 2 s after its last change; nothing tells when that is over.
     std::this_thread::sleep_for(std::chrono::milliseconds(2200));
-    static_cast<void>(folder_.write(numbered('P', 0) + "/other.txt", ""));
-    fs::remove(folder_ / (numbered('P', 0) + "/other.txt"));
+    static_cast<void>(folder_.write(file, ""));
+    fs::remove(folder_ / file);
+  }
+
+  /// The operations that a command takes a station that was just started. Each takes a while, as on
+  /// a network, and several must be under way at the same time.
+  long costAtStart(const std::string& line, int atOnce) {
+    StationProcess station(options("ANNA"));
+    EXPECT_TRUE(station.waitUntilReady(StationProcess::Seconds(30)));
+    control_.mostPausing = 0;
+    control_.pause = 300;
+    const long cost = costOf(station, line);
+    control_.pause = 0;
+    EXPECT_GE(control_.mostPausing, atOnce) << line;
+    EXPECT_EQ(station.quit(), 0);
+    return cost;
   }
 
   [[nodiscard]] StationProcess::Options options(const std::string& user) const {
@@ -145,26 +159,19 @@ TEST_F(BudgetTest, EnteringAThousandEditsAgainListsThemAndReadsNone) {
   makeProjects(1);
   makeEdits(1000);
   letAllComeToRest();
-  {
-    StationProcess station(options("ANNA"));
-    ASSERT_TRUE(station.waitUntilReady(StationProcess::Seconds(30)));
-    keeps("enter_1000_first", costOf(station, "project enter \"Film 0\""), 8060);
-    EXPECT_EQ(station.quit(), 0);
-  }
-  StationProcess station(options("ANNA"));
-  ASSERT_TRUE(station.waitUntilReady(StationProcess::Seconds(30)));
-  keeps("enter_1000_again", costOf(station, "project enter \"Film 0\""), 2060);
+  keeps("enter_1000_first", costAtStart("project enter \"Film 0\"", kAtOnce), 8060);
+  keeps("enter_1000_again", costAtStart("project enter \"Film 0\"", 1), 2060);
 }
 
-TEST_F(BudgetTest, ListingTwoHundredProjects) {
+TEST_F(BudgetTest, ListingTwoHundredProjectsAgainReadsNoRecord) {
   makeProjects(200);
-  StationProcess station(options("ANNA"));
-  ASSERT_TRUE(station.waitUntilReady(StationProcess::Seconds(30)));
-  keeps("project_list_200", costOf(station, "project list"), kListBudget);
+  letAllComeToRest("other.txt");
+  keeps("project_list_200_first", costAtStart("project list", kAtOnce), 2430);
+  keeps("project_list_200_again", costAtStart("project list", kAtOnce), 1430);
   control_.count = 0;
   const ToolRun run = BackgroundTool({"locks", folder_.path()}).finish();
   EXPECT_EQ(run.status, 0) << run.err;
-  keeps("locks_200", static_cast<long>(control_.count.load()), kLocksBudget);
+  keeps("locks_200", static_cast<long>(control_.count.load()), 1840);
 }
 
 TEST_F(BudgetTest, AnOpenProjectInWhichNothingHappens) {

@@ -82,6 +82,7 @@ class Watch {
     if (path == nullptr && isNamed) path = pathOf(descriptor, name);
     if (isNamed && std::strstr(path, control_->path) == nullptr) return FaultAction::eNone;
     const std::uint64_t count = ++control_->count;
+    pause();
     if (control_->isRecording) record(count, operation, descriptor, path);
     if (!isChosen(count)) return FaultAction::eNone;
     if (path == nullptr) path = pathOf(descriptor, name);
@@ -95,6 +96,17 @@ class Watch {
   [[nodiscard]] bool isStalled() const { return control_->action == FaultAction::eStall; }
 
  private:
+  /// Makes an operation take its time, and counts how many do so at the same time.
+  void pause() {
+    if (control_->pause == 0) return;
+    const int now = ++control_->pausing;
+    int most = control_->mostPausing;
+    while (now > most && !control_->mostPausing.compare_exchange_weak(most, now)) {
+    }
+    ::usleep(control_->pause);
+    --control_->pausing;
+  }
+
   /// A share that hangs hangs for all.
   [[nodiscard]] bool isChosen(std::uint64_t number) const {
     const std::uint64_t chosen = control_->chosen;

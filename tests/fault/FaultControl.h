@@ -38,6 +38,9 @@ struct FaultControl {
   char operation[16];                  ///< count those of this name alone, "open"; empty for all
   char path[64];                       ///< and of those the ones with this in their path
   char what[512];                      ///< which it was, "write /path"; valid once isMet
+  std::atomic<unsigned> pause;         ///< microseconds that each operation takes, as on a network
+  std::atomic<int> pausing;            ///< operations within their pause
+  std::atomic<int> mostPausing;        ///< the most of them at the same time
   std::atomic<bool> isRecording;       ///< each operation is remembered
   FaultRecord records[kFaultRecords];  ///< operation n at n % kFaultRecords: the latest ones
 };

@@ -75,6 +75,7 @@ namespace {
 HostThread& withDirectory(const std::string& projectsDirectory, HostThread& hostThread) {
   StationSettings with;
   with.projectsDirectory = projectsDirectory;
+  with.cache = cacheFolder();
   installSettings(with);
   return hostThread;
 }

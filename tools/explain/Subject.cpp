@@ -79,16 +79,14 @@ Subject editOf(const Cookie& project, const Cookie& edit) {
 
 Result<Cookie> projectNamed(const std::string& word) {
   if (isProject(word)) return cookieOf(word);
-  const auto projects = listProjectFolders();
-  if (!projects) {
-    return nothingThere(
-        word, "is no project: the folder " + settings().projectsDirectory + " cannot be read");
-  }
   std::vector<Cookie> found;
-  for (const Cookie& project : *projects) {
-    const auto record = readProjectRecord(project);
+  const auto take = [&](const Cookie& project, const Result<ProjectRecord>& record) {
     shareAnswered();
     if (record && record->name == word) found.push_back(project);
+  };
+  if (!ProjectRecords().forEach(take)) {
+    return nothingThere(
+        word, "is no project: the folder " + settings().projectsDirectory + " cannot be read");
   }
   if (found.size() == 1) return found.front();
   if (found.size() > 1) {

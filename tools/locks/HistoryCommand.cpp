@@ -50,21 +50,17 @@ Amount amountIn(const std::string& folder, SecondNames names) {
   return amount;
 }
 
-std::string nameOfProject(const Cookie& project) {
-  const auto record = readProjectRecord(project);
-  return record ? record->name : project.asString().str();
-}
-
 JsonValue shown(const Amount& amount, const char* objects, const char* files) {
   return JsonValue::object(
       {{objects, amount.objects}, {files, amount.files}, {"bytes", amount.bytes}});
 }
 
-JsonValue reportOf(const Cookie& project) {
+JsonValue reportOf(const Cookie& project, const Result<ProjectRecord>& record) {
   const std::string folder = projectFolder(project);
+  const std::string cookie = project.asString().str();
   return JsonValue::object(
-      {textMember("project", nameOfProject(project)),
-       {"cookie", project.asString().str()},
+      {textMember("project", record ? record->name : cookie),
+       {"cookie", cookie},
        {"history",
         shown(amountIn(folder + "/.history", SecondNames::eLeaveOut), "objects", "versions")},
        {"trash", shown(amountIn(folder + "/.trash", SecondNames::eCount), "objects", "files")}});
@@ -96,13 +92,14 @@ ToolStatus showHistory(const ShareRequest& request) {
   if (auto usable = host.checkDirectory(); !usable) {
     return toolProblem(eToolUsage, usable.error().message);
   }
-  const auto projects = listProjectFolders();
-  if (!projects) return toolProblem(eToolFinding, projects.error().message);
   JsonValue reports = JsonValue::array();
-  for (const Cookie& project : *projects) reports.append(reportOf(project));
+  const auto listed = ProjectRecords().forEach([&](const Cookie& project, const auto& record) {
+    reports.append(reportOf(project, record));
+  });
+  if (!listed) return toolProblem(eToolFinding, listed.error().message);
   if (request.asJson) {
     printJson(JsonValue::object({{"projects", std::move(reports)}}));
-  } else if (projects->empty()) {
+  } else if (reports.elements().empty()) {
     printForPeople("no projects: " + directoryOf(request.path) + " holds none");
   } else {
     printForPeople(tableOf(reports));

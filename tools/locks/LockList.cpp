@@ -58,10 +58,10 @@ std::set<std::string> roomsOf(const std::string& folder) {
   return rooms;
 }
 
-void takeLocksOf(const Cookie& project, const std::function<void(const LockEntry&)>& take) {
+void takeLocksOf(const Cookie& project, const Result<ProjectRecord>& record,
+                 const std::function<void(const LockEntry&)>& take) {
   const std::string cookie = project.asString().str();
   LockEntry lock;
-  const auto record = readProjectRecord(project);
   lock.project = record ? record->name : cookie;
   lock.path = cookie + "/Lock";
   lock.isShared = record && !record->isPrivate;
@@ -88,10 +88,8 @@ bool isNamed(const LockEntry& lock, const std::string& word) {
 }  // namespace
 
 Result<void> forEachLock(const std::function<void(const LockEntry&)>& take) {
-  const auto projects = listProjectFolders();
-  if (!projects) return projects.error();
-  for (const Cookie& project : *projects) takeLocksOf(project, take);
-  return {};
+  return ProjectRecords().forEach(
+      [&take](const Cookie& project, const auto& record) { takeLocksOf(project, record, take); });
 }
 
 void sortByName(std::vector<LockEntry>& locks) {
@@ -129,7 +127,7 @@ Result<std::vector<LockEntry>> locksNamed(const std::string& word) {
   const Cookie project(wanted.substr(0, wanted.find('/')).c_str(), false);
   // A cookie names the folder: the other projects of a large share need not be read.
   if (project.getType() == CookieTypeProject) {
-    takeLocksOf(project, collect);
+    takeLocksOf(project, readProjectRecord(project), collect);
   } else if (auto listed = forEachLock(collect); !listed) {
     return listed.error();
   }

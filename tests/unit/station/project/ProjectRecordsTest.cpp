@@ -1,0 +1,125 @@
+#include <algorithm>
+#include <filesystem>
+#include <thread>
+
+#include "station/os/ReadCache.h"
+#include "station/os/SharedFiles.h"
+#include "station/project/ProjectFolder.h"
+#include "tests/support/DocumentStation.h"
+
+using namespace korvel;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Projects whose records are read by a station that keeps what it read.
+class ProjectRecordsTest : public DocumentStation {
+ protected:
+  ProjectRecordsTest() {
+    StationSettings chosen = settings();
+    chosen.cache = cacheFolder / "korvel";
+    installSettings(chosen);
+  }
+
+  /// Lets the share's clock tick, and the directory tell of it.
+  void letAllComeToRest() const {
+    std::this_thread::sleep_for(std::chrono::nanoseconds(kCoarsestTick + kCoarsestTick / 10));
+    write(folder.path() + "/other.txt", "");
+    fs::remove(folder.path() + "/other.txt");
+  }
+
+  /// The names as they are read, or "unreadable", in their order.
+  static std::vector<std::string> names() {
+    std::vector<std::string> names;
+    EXPECT_TRUE(ProjectRecords().forEach([&names](const Cookie&, const auto& record) {
+      names.push_back(record ? record->name : "unreadable");
+    }));
+    std::ranges::sort(names);
+    return names;
+  }
+
+  /// Makes what is kept of the record untrue, so that it shows who trusts it.
+  void renameInCache(const std::string& name) const {
+    ReadCache cache(settings().cache, folder.path());
+    cache.put(project.asString().str() + "/project.json", *stampOfFile(record()), named(name));
+  }
+
+  [[nodiscard]] bool isKept() const {
+    const ReadCache cache(settings().cache, folder.path());
+    return cache.find(project.asString().str() + "/project.json", *stampOfFile(record()));
+  }
+
+  [[nodiscard]] std::string record() const {
+    return folder.path() + "/" + project.asString().str() + "/project.json";
+  }
+
+  static std::string named(const std::string& name) { return R"({"name":")" + name + "\"}"; }
+
+  ScratchFolder cacheFolder;
+};
+
+using Names = std::vector<std::string>;
+
+TEST_F(ProjectRecordsTest, ARecordAtRestIsNotReadAgain) {
+  letAllComeToRest();
+  EXPECT_EQ(names(), Names{"Film"});
+  EXPECT_TRUE(isKept());
+  renameInCache("Kept");
+  EXPECT_EQ(names(), Names{"Kept"});
+}
+
+TEST_F(ProjectRecordsTest, OneThatChangedIsReadAgain) {
+  letAllComeToRest();
+  EXPECT_EQ(names(), Names{"Film"});
+  ASSERT_TRUE(writeAtomically(record(), named("Feature")));
+  EXPECT_EQ(names(), Names{"Feature"});
+}
+
+TEST_F(ProjectRecordsTest, OneThatWasJustWrittenIsNotKept) {
+  letAllComeToRest();
+  ASSERT_TRUE(writeAtomically(record(), named("Feature")));
+  EXPECT_EQ(names(), Names{"Feature"});
+  EXPECT_FALSE(isKept());
+}
+
+TEST_F(ProjectRecordsTest, BrokenLinkedAndMissingOnesAreTold) {
+  letAllComeToRest();
+  const std::string elsewhere = cacheFolder / "record";
+  write(elsewhere, named("Linked"));
+  fs::create_directory(folder / "P0001");
+  fs::create_symlink(elsewhere, folder / "P0001/project.json");
+  fs::create_directory(folder / "P0002");
+  fs::create_directory(folder / "P0003");
+  write(folder / "P0003/project.json", "{");
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(names(), (Names{"Film", "Linked", "unreadable", "unreadable"}));
+  }
+}
+
+TEST_F(ProjectRecordsTest, MoreThanAreReadAtOnceComeInTheirOrder) {
+  std::vector<Cookie> expected{project};
+  for (int number = 0; number < 100; ++number) {
+    expected.push_back(*projects.create("Film " + std::to_string(number), false));
+  }
+  std::sort(expected.begin(), expected.end());
+  std::vector<Cookie> found;
+  ASSERT_TRUE(ProjectRecords().forEach(
+      [&found](const Cookie& cookie, const auto&) { found.push_back(cookie); }));
+  EXPECT_EQ(found, expected);
+}
+
+// The folder is moved away while it counts as looked at: nothing of it is asked of the share.
+TEST_F(ProjectRecordsTest, MeanwhileTheFolderIsNotLookedAtAgain) {
+  const std::string inside = folderOf(record());
+  ASSERT_TRUE(ProjectRecords().forEach([&](const Cookie&, const auto&) {
+    fs::rename(inside, inside + "-away");
+    EXPECT_TRUE(lookAfresh(inside));
+    EXPECT_FALSE(lookAfresh(inside + "/rooms"));
+    fs::rename(inside + "-away", inside);
+  }));
+  fs::rename(inside, inside + "-away");
+  EXPECT_FALSE(lookAfresh(inside));
+}
+
+}  // namespace
