@@ -71,6 +71,8 @@ void EventFeed::take(const StationEvent& event) {
     changes_.panel = true;
   } else if (event.name == "reply") {
     noteCommandLocked(value["command"].asString());
+  } else if (event.name == "presence") {
+    changes_.users = true;
   } else if (event.name == "health") {
     news_.trouble = eventText(value, "why");
   } else if (event.name == "steps") {

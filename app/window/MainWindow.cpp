@@ -231,7 +231,7 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
     panel().show(*snapshot->panel);
   }
   showSteps();
-  status().showActiveUsers(snapshot->activeUsers);
+  status().showPresence(snapshot->presence);
   setWindowTitle(snapshot->project.name.isEmpty()
                      ? QStringLiteral("Station")
                      : plainTitle(snapshot->project.name) + QStringLiteral(" - Station"));

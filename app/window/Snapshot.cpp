@@ -1,20 +1,24 @@
 #include "app/window/Snapshot.h"
 
 #include <algorithm>
+#include <set>
 
 #include "app/window/ActionTable.h"
 #include "app/window/Lists.h"
 #include "app/window/ObjectsModel.h"
 #include "app/window/Texts.h"
+#include "host/os/Files.h"
+#include "host/os/OS.h"
 #include "host/project/iPermissionsManager.h"
-#include "host/project/iProjectShare.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
 #include "station/edit/UnsavedEdits.h"
 #include "station/keep/UndoList.h"
+#include "station/os/SharedFiles.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
 #include "station/ui/PanelDriver.h"
+#include "station/watch/Presence.h"
 
 namespace korvel {
 
@@ -52,6 +56,31 @@ ProjectRow projectRow(const ProjectInfo& info, const ProjectState& open) {
   row.holder = readableText(info.lockOwner);
   row.problem = readableText(info.problem);
   return row;
+}
+
+StationRow stationRow(const FoundStation& station) {
+  const StationNote& note = station.note;
+  const auto text = [](const std::string& bytes) { return readableText(shownText(bytes)); };
+  return {text(note.user),
+          text(note.host),
+          QDateTime::fromString(text(note.since), Qt::ISODate).toLocalTime(),
+          text(note.projectName),
+          text(note.room),
+          station.isAlive()};
+}
+
+/// The users who have a marker in the projects directory.
+std::vector<std::string> markedUsers() {
+  Vector<iFileManager::DirectoryItem> items;
+  OS().fileManager().listDirectory(getProjectsBaseDirectory() + L"*.cli", iFileManager::eListFiles,
+                                   0, items);
+  std::vector<std::string> users;
+  for (const auto& item : items) {
+    const std::string name = shownText(item.name);
+    users.push_back(name.substr(0, name.size() - kMarkerEnding.size()));
+  }
+  std::ranges::sort(users);
+  return users;
 }
 
 template <typename Row>
@@ -118,6 +147,7 @@ SnapshotPtr SnapshotMaker::make(const Changes& changes) {
   lookAtOthers(*next, wanted);
   if (wanted.all || wanted.panel) lookAtPanel(*next);
   if (wanted.all || wanted.users) lookAtUsers(*next);
+  lookAtPresence(*next);
   last_ = next;
   return next;
 }
@@ -149,9 +179,7 @@ void SnapshotMaker::lookAtLists(Snapshot& next) {
     }
   }
   next.rooms = unlessSame(next.rooms, std::move(rooms));
-  if (iProjectShare* share = iProjectShare::instance()) {
-    next.activeUsers = static_cast<int>(share->getNumActiveUsers());
-  }
+  markers_ = markedUsers();
 }
 
 // What tells later whether others changed it.
@@ -235,6 +263,19 @@ void SnapshotMaker::lookAtUsers(Snapshot& next) {
   QStringList names;
   for (const auto& user : users) names.append(readableText(shownText(user)));
   next.users = std::make_shared<const QStringList>(std::move(names));
+}
+
+void SnapshotMaker::lookAtPresence(Snapshot& next) const {
+  const std::vector<FoundStation> stations = station_.presence().known();
+  next.presence = {};
+  std::set<std::string> told;
+  for (const FoundStation& each : stations) {
+    told.insert(upperCased(each.note.user));
+    next.presence.stations.push_back(stationRow(each));
+  }
+  for (const std::string& user : markers_) {
+    if (!told.contains(upperCased(user))) next.presence.marked.append(readableText(user));
+  }
 }
 
 }  // namespace korvel

@@ -107,6 +107,26 @@ struct ProjectState {
   friend bool operator==(const ProjectState&, const ProjectState&) = default;
 };
 
+/// A station as it tells of itself.
+struct StationRow {
+  QString user;
+  QString host;
+  QDateTime since;  ///< local time
+  QString project;  ///< the name of the one that is open there; empty for none
+  QString room;
+  bool isHere = true;  ///< else it is gone without goodbye
+
+  friend bool operator==(const StationRow&, const StationRow&) = default;
+};
+
+/// Who works on the share.
+struct PresenceState {
+  std::vector<StationRow> stations;  ///< this one first, then those here, then those gone
+  QStringList marked;                ///< users who are marked active, and of whom no station tells
+
+  friend bool operator==(const PresenceState&, const PresenceState&) = default;
+};
+
 template <typename Value>
 using Shared = std::shared_ptr<const Value>;
 
@@ -123,7 +143,7 @@ struct Snapshot {
   KeptTools tools;
   Shared<QStringList> users;
   QString user;  ///< of this station; empty before there is one
-  int activeUsers = 0;
+  PresenceState presence;
 };
 using SnapshotPtr = std::shared_ptr<const Snapshot>;
 
@@ -150,10 +170,12 @@ class SnapshotMaker {
   void lookAtOthers(Snapshot& next, const Changes& changes);
   void lookAtPanel(Snapshot& next);
   void lookAtUsers(Snapshot& next);
+  void lookAtPresence(Snapshot& next) const;
   void addHistory(ObjectRow& row) const;
 
   Station& station_;
   SnapshotPtr last_ = std::make_shared<const Snapshot>();
+  std::vector<std::string> markers_;             ///< the users who are marked active
   std::map<std::string, RemoteChanges> remote_;  ///< since the project was opened, by cookie
 };
 

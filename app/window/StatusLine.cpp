@@ -22,6 +22,48 @@ ElidedLabel* quietLabel(const char* name) {
   return label;
 }
 
+/// "2 here, 1 gone without goodbye". Stations that tell nothing of themselves leave markers alone.
+QString presenceText(const PresenceState& presence) {
+  const auto marked = presence.marked.size();
+  if (presence.stations.empty()) {
+    return marked == 1 ? QStringLiteral("1 user active")
+                       : QStringLiteral("%1 users active").arg(marked);
+  }
+  const auto here = std::ranges::count_if(presence.stations, &StationRow::isHere);
+  const auto gone = std::ssize(presence.stations) - here;
+  QString text = QStringLiteral("%1 here").arg(here);
+  if (gone > 0) text += QStringLiteral(", %1 gone without goodbye").arg(gone);
+  if (marked > 0) text += QStringLiteral(", %1 more marked active").arg(marked);
+  return text;
+}
+
+/// "BEN on SUITE2: here since 09:12:30, in project "Film", in room "Sound"".
+QString stationText(const StationRow& station) {
+  const auto named = [](const char* what, const QString& name) {
+    return QStringLiteral(", in %1 \"%2\"").arg(QLatin1String(what), oneLine(name));
+  };
+  const QString state =
+      station.isHere ? QStringLiteral("here") : QStringLiteral("gone without goodbye, there");
+  QString text =
+      QStringLiteral("%1 on %2: %3 since %4")
+          .arg(oneLine(station.user), oneLine(station.host), state, shownTime(station.since));
+  text += station.project.isEmpty() ? QStringLiteral(", in no project")
+                                    : named("project", station.project);
+  if (!station.room.isEmpty()) text += named("room", station.room);
+  return text;
+}
+
+/// Who is meant, a line each.
+QStringList presenceLines(const PresenceState& presence) {
+  QStringList lines;
+  for (const StationRow& each : presence.stations) lines.append(stationText(each));
+  for (const QString& user : presence.marked) {
+    lines.append(oneLine(user) + QStringLiteral(": marked active, by a station that tells nothing "
+                                                "of itself or is gone"));
+  }
+  return lines;
+}
+
 }  // namespace
 
 StatusLine::StatusLine(QWidget* parent)
@@ -56,16 +98,21 @@ void StatusLine::showNews(const News& news) {
   }
   sent_ = news.sent;
   received_ = news.received;
-  showActiveUsers(activeUsers_);
+  showCounts();
 }
 
-void StatusLine::showActiveUsers(int count) {
-  activeUsers_ = count;
-  const QString text =
-      QStringLiteral("%L1 sent, %L2 received, %3 active")
-          .arg(sent_)
-          .arg(received_)
-          .arg(count == 1 ? QStringLiteral("1 user") : QStringLiteral("%1 users").arg(count));
+void StatusLine::showPresence(const PresenceState& presence) {
+  if (presence == presence_) return;
+  presence_ = presence;
+  showCounts();
+  fit();
+}
+
+void StatusLine::showCounts() {
+  const QString text = QStringLiteral("%L1 sent, %L2 received, %3")
+                           .arg(sent_)
+                           .arg(received_)
+                           .arg(presenceText(presence_));
   // Called ten times a second; fit() lays the line out anew.
   if (counts_->text() == text) return;
   counts_->setText(text);
@@ -108,6 +155,7 @@ void StatusLine::fit() {
     room = fits ? room - wanted : 0;
   }
   QStringList all{busy_->text(), who_->text(), plugin_, network_->text(), counts_->text()};
+  all += presenceLines(presence_);
   all.removeAll(QString());
   for (ElidedLabel* label : {busy_, who_, network_, counts_}) {
     label->setToolTip(plainTip(all.join(QLatin1Char('\n'))));

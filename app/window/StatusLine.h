@@ -3,6 +3,7 @@
 #include <QStatusBar>
 
 #include "app/window/EventFeed.h"
+#include "app/window/Snapshot.h"
 
 class QLabel;
 
@@ -19,7 +20,7 @@ class StatusLine : public QStatusBar {
   explicit StatusLine(QWidget* parent = nullptr);
 
   void showNews(const News& news);
-  void showActiveUsers(int count);
+  void showPresence(const PresenceState& presence);
 
   /// The host thread has been at this for so long; with an empty text it is not.
   void showBusy(const QString& what, int seconds);
@@ -31,6 +32,7 @@ class StatusLine : public QStatusBar {
   void resizeEvent(QResizeEvent* event) override;
   void fit();
   void showSign();
+  void showCounts();
 
   QLabel* sign_;
   ElidedLabel* busy_;
@@ -40,7 +42,7 @@ class StatusLine : public QStatusBar {
   QString plugin_;
   QString waiting_;  ///< for what; empty for nothing
   QString trouble_;
-  int activeUsers_ = 0;
+  PresenceState presence_;
   unsigned long sent_ = 0;
   unsigned long received_ = 0;
 };

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <ctime>
-#include <iterator>
 #include <system_error>
+#include <tuple>
 #include <utility>
 
 #include "host/base/Log.h"
@@ -49,6 +49,11 @@ LightweightString<wchar_t> upperCase(const std::string& name) {
   LightweightString<wchar_t> text = wideText(name);
   Kv::toUpper(text);
   return text;
+}
+
+/// Whether nobody holds a station's lock. A lock that cannot be looked at tells nothing.
+bool isGone(const FoundStation& station) {
+  return station.state == LockState::eLeftBehind || station.state == LockState::eFree;
 }
 
 /// How long the user is warned at least, where nothing of the lost is known to be unsaved.
@@ -112,6 +117,7 @@ void Presence::stop() {
   watch_.reset();
   file_.reset();
   others_.clear();
+  gone_.clear();
 }
 
 Result<JsonValue> Presence::who(Which which) const {
@@ -129,6 +135,21 @@ Result<JsonValue> Presence::who(Which which) const {
     list.append(std::move(shown));
   }
   return list;
+}
+
+std::vector<FoundStation> Presence::known() const {
+  if (!file_) return {};
+  std::vector<FoundStation> all{{noteOfThis(), LockState::eHeld, {}}};
+  const auto addAll = [&all](const std::map<std::string, FoundStation>& stations) {
+    const auto first = static_cast<std::ptrdiff_t>(all.size());
+    for (const auto& [id, station] : stations) all.push_back(station);
+    std::ranges::sort(all.begin() + first, all.end(), {}, [](const FoundStation& each) {
+      return std::tie(each.note.user, each.note.host, each.note.id);
+    });
+  };
+  addAll(others_);
+  addAll(gone_);
+  return all;
 }
 
 std::vector<Presence::Opener> Presence::openersOf(const Cookie& object) const {
@@ -229,6 +250,7 @@ void Presence::takeOne(const FoundFile& file) {
   const auto known = others_.find(id);
   if (id == own_.id) return;
   if (file.isGone) {
+    gone_.erase(id);
     if (known == others_.end()) return;
     tell("went", known->second);
     others_.erase(known);
@@ -244,7 +266,9 @@ void Presence::takeOne(const FoundFile& file) {
     const std::string folder = notesFolder(settings().projectsDirectory);
     // A killed station leaves its note: only the lock tells whether it lives.
     found.state = lookAtLock(wideText(noteLock(folder, id)));
+    if (isGone(found)) gone_[id] = found;
     if (!found.isAlive()) return;
+    gone_.erase(id);
     tell("came", found);
   } else if (noteText(known->second.note) != noteText(*note)) {
     tell("changed", found);
@@ -261,10 +285,13 @@ void Presence::lookForDead() {
   for (auto each = others_.begin(); each != others_.end();) {
     FoundStation& station = each->second;
     station.state = lookAtLock(wideText(noteLock(folder, each->first)));
-    const bool isGone =
-        station.state == LockState::eLeftBehind || station.state == LockState::eFree;
-    if (isGone) tell("went", station);
-    each = isGone ? others_.erase(each) : std::next(each);
+    if (!isGone(station)) {
+      ++each;
+      continue;
+    }
+    tell("went", station);
+    gone_[each->first] = station;
+    each = others_.erase(each);
   }
 }
 

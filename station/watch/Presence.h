@@ -88,6 +88,10 @@ class Presence : public ProjectListener {
   /// cannot be told apart. The port tells those of this machine apart; it is 0 for another machine.
   [[nodiscard]] std::string userAt(Ipv4 address, std::uint16_t port) const;
 
+  /// This station, then the others that are there, then those gone without goodbye, each in the
+  /// order of users, as far as is known without asking; none where it tells nothing of itself.
+  [[nodiscard]] std::vector<FoundStation> known() const;
+
   /// How many others are alive, as far as is known without asking.
   [[nodiscard]] std::size_t others() const { return others_.size(); }
 
@@ -118,6 +122,7 @@ class Presence : public ProjectListener {
   std::unique_ptr<StationFile> file_;
   std::unique_ptr<FolderWatch> watch_;
   std::map<std::string, FoundStation> others_;  ///< those alive, by id
+  std::map<std::string, FoundStation> gone_;    ///< those gone without goodbye, by id
   MissedMessages missed_;
   std::map<std::string, MissedMessages::Loss> losses_;     ///< told and not made up for yet, by id
   std::map<std::string, long> untold_;                     ///< lost since that was told, by id

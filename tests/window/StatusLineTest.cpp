@@ -68,6 +68,39 @@ TEST_F(StatusLineTest, WhatIsWrongStandsThereUntilItIsMended) {
   EXPECT_EQ(line.busyText(), "Ready");
 }
 
+TEST_F(StatusLineTest, StationsAreCountedAsTheyTellOfThemselves) {
+  setWidth(1000);
+  const QDateTime since(QDate(2026, 11, 21), QTime(17, 40));
+  PresenceState presence;
+  presence.stations = {{"ANNA", "SUITE1", since, {}, {}, true},
+                       {"BEN", "SUITE2", since, "Film", "Sound", true},
+                       {"CARL", "SUITE3", since, "Film", {}, false}};
+  line.showPresence(presence);
+  EXPECT_EQ(label("counts").text(), "0 sent, 0 received, 2 here, 1 gone without goodbye");
+  for (const char* words :
+       {"ANNA on SUITE1: here since 2026-11-21 17:40, in no project",
+        "BEN on SUITE2: here since 2026-11-21 17:40, in project \"Film\", in "
+        "room \"Sound\"",
+        "CARL on SUITE3: gone without goodbye, there since 2026-11-21 17:40, in "
+        "project \"Film\""}) {
+    EXPECT_TRUE(label("counts").toolTip().contains(words)) << words;
+  }
+  presence.marked = {"DORA"};
+  line.showPresence(presence);
+  EXPECT_TRUE(label("counts").text().endsWith("1 gone without goodbye, 1 more marked active"));
+  EXPECT_TRUE(label("counts").toolTip().contains("DORA: marked active"));
+}
+
+TEST_F(StatusLineTest, WhereNoStationTellsOfItselfMarkersAreCounted) {
+  PresenceState presence;
+  presence.marked = {"BEN"};
+  line.showPresence(presence);
+  EXPECT_EQ(label("counts").text(), "0 sent, 0 received, 1 user active");
+  presence.marked.append("CARL");
+  line.showPresence(presence);
+  EXPECT_EQ(label("counts").text(), "0 sent, 0 received, 2 users active");
+}
+
 TEST_F(StatusLineTest, WhatItWaitsForIsCutVisiblyAndTheToolTipHasItWhole) {
   setWidth(300);
   const QString what = QStringLiteral("the command ") + QString(80, QLatin1Char('x'));

@@ -9,11 +9,13 @@
 #include <QPlainTextEdit>
 #include <QToolButton>
 #include <QTreeView>
+#include <fstream>
 
 #include "app/commands/Command.h"
 #include "app/window/ActionTable.h"
 #include "app/window/MessageBar.h"
 #include "app/window/NotificationsPane.h"
+#include "app/window/Texts.h"
 #include "app/window/WindowLayout.h"
 #include "host/ui/GenIcon.h"
 #include "tests/window/WindowScene.h"
@@ -35,6 +37,35 @@ TEST_F(WindowTest, AnEmptyWindowSaysWhatToDo) {
               EXPECT_TRUE(window.objects().findChild<QWidget*>("empty")->isVisible());
               EXPECT_TRUE(waitFor([&] { return window.status().busyText() == "Ready"; }));
             }));
+}
+
+TEST_F(WindowTest, TheStatusLineCountsStationsThatAreHereAndThoseThatAreGone) {
+  StationProcess carl(other("CARL"));
+  ASSERT_TRUE(carl.waitUntilReady());
+  ASSERT_TRUE(carl.command("project create Film")["ok"].asBool());
+  carl.kill9();
+  // Of a station that tells nothing of itself.
+  std::ofstream(folder / "projects/DORA.cli").put('\n');
+  play([this](MainWindow& window) {
+    const auto* const counts = window.status().findChild<ElidedLabel*>("counts");
+    const auto ends = [counts](const char* text) {
+      return waitFor([=] { return counts->text().endsWith(QLatin1String(text)); });
+    };
+    EXPECT_TRUE(ends(", 1 here, 1 gone without goodbye, 1 more marked active"))
+        << counts->text().toStdString();
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    ASSERT_TRUE(ben.command("project enter Film")["ok"].asBool());
+    EXPECT_TRUE(ends(", 2 here, 1 gone without goodbye, 1 more marked active"))
+        << counts->text().toStdString();
+    EXPECT_TRUE(waitFor([counts] {
+      const QString tip = counts->toolTip();
+      return tip.contains("BEN on BEN: here since ") && tip.contains(", in project \"Film\"") &&
+             tip.contains("CARL on CARL: gone without goodbye, there since ");
+    })) << counts->toolTip().toStdString();
+    EXPECT_EQ(ben.quit(), 0);
+    EXPECT_TRUE(ends(", 1 here, 1 gone without goodbye, 1 more marked active"));
+  });
 }
 
 TEST_F(WindowTest, AChosenEditShowsItsTimelineAndWhoMayChangeIt) {
