@@ -111,6 +111,17 @@ TEST_F(CatchUpTest, UnsavedChangesAreKeptAndMarked) {
   EXPECT_NE(events.logged.find("They are kept"), std::string::npos) << events.logged;
 }
 
+TEST_F(CatchUpTest, UnsavedChangesBesideADamagedFileAreKeptAndMarked) {
+  ASSERT_TRUE(edits.open(edit));
+  ASSERT_TRUE(EditActions::rename(edit, "Mine"));
+  writeElsewhere(edit, "{ cut off");
+  EXPECT_TRUE(becomes([&] { return wasTold("edit refreshed folder"); }));
+  EXPECT_TRUE(edits.loaded(edit)->isChangedElsewhere());
+  EXPECT_EQ(edits.nameOf(edit), "Mine");
+  EXPECT_NE(events.logged.find("was damaged by another station"), std::string::npos)
+      << events.logged;
+}
+
 TEST_F(CatchUpTest, AnEditDeletedElsewhereIsGone) {
   fs::remove(fileOf(edit));
   EXPECT_TRUE(becomes([&] { return !edits.holds(edit); }));
