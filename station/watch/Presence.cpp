@@ -178,6 +178,12 @@ std::string Presence::userAt(Ipv4 address, std::uint16_t port) const {
   return user;
 }
 
+std::set<std::string> Presence::hosts() const {
+  std::set<std::string> hosts;
+  for (const auto& [id, station] : others_) hosts.insert(utf8Text(upperCase(station.note.host)));
+  return hosts;
+}
+
 StationNote Presence::noteOfThis() const {
   StationNote note = own_;
   note.sent = traffic_->sentCount();

@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -91,6 +92,10 @@ class Presence : public ProjectListener {
   /// This station, then the others that are there, then those gone without goodbye, each in the
   /// order of users, as far as is known without asking; none where it tells nothing of itself.
   [[nodiscard]] std::vector<FoundStation> known() const;
+
+  /// The host names of the other stations, upper-case as owners are recorded, as far as is known
+  /// without asking.
+  [[nodiscard]] std::set<std::string> hosts() const;
 
   /// How many others are alive, as far as is known without asking.
   [[nodiscard]] std::size_t others() const { return others_.size(); }

@@ -231,11 +231,17 @@ class StationFile::Writer {
       const StationNote note = wanted_;
       isChanged_ = false;
       lock.unlock();
-      write(note);
+      const bool isWritten = write(note);
       lock.lock();
       // At most one write a second: a user who works changes the note all the time.
       changes_.wait_for(lock, kPause, [this] { return isEnding_; });
-      changes_.wait(lock, [this] { return isEnding_ || isChanged_; });
+      const auto isWanted = [this] { return isEnding_ || isChanged_; };
+      if (isWritten) {
+        changes_.wait(lock, isWanted);
+      } else {
+        // The share may be back soon, and nothing else may change until then.
+        changes_.wait_for(lock, kPause, isWanted);
+      }
     }
     lock.unlock();
     sayGoodbye();
@@ -269,7 +275,7 @@ class StationFile::Writer {
  private:
   [[nodiscard]] std::string path() const { return folder_ + "/" + id_ + ".json"; }
 
-  void write(StationNote note) {
+  bool write(StationNote note) {
     note.written = timeForRecord();
     auto written = directory_->check();
     if (written) written = takeLock();
@@ -280,6 +286,7 @@ class StationFile::Writer {
               written.error().message);
     }
     hasComplained_ = !written;
+    return static_cast<bool>(written);
   }
 
   /// Takes the lock; takes it again when its file was removed, since others would see no lock and

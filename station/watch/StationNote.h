@@ -134,7 +134,7 @@ JsonValue shownStation(const FoundStation& station);
 class StationFile {
  public:
   /// Makes the folder where it is missing, takes the lock and writes the note. Where that cannot be
-  /// done it is told once, and tried again with each change.
+  /// done it is told once, and tried again every second.
   /// `directory` is the projects directory, in which nothing is written while it is another.
   StationFile(std::shared_ptr<SeenDirectory> directory, std::string folder, StationNote note);
   StationFile(const StationFile&) = delete;

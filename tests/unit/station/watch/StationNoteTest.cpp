@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "tests/support/DocumentStation.h"
 
@@ -54,6 +56,33 @@ TEST_F(StationNoteTest, ANoteWhoseLockNobodyHoldsIsOfAStationThatIsGone) {
                                               eFileReadWrite, eFileCreate, eFileShareNone, 0);
   ASSERT_TRUE(held && held->isOpen());
   EXPECT_TRUE(listed()[0].isAlive());
+}
+
+TEST_F(StationNoteTest, ANoteThatCouldNotBeWrittenIsWrittenOnceTheShareIsBack) {
+  const std::string notes = notesFolder(folder.path());
+  StationNote note;
+  note.id = StationFile::newId();
+  note.user = "ANNA";
+  StationFile file(projects.directory(), notes, note);
+  const auto roomIs = [&](const std::string& room) {
+    for (int tries = 0; tries < 100; ++tries) {
+      const auto stations = listStations(folder.path());
+      if (stations && stations->size() == 1 && (*stations)[0].note.room == room) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    return false;
+  };
+  note.room = "Sound";
+  file.show(note);
+  ASSERT_TRUE(roomIs("Sound"));
+  std::filesystem::rename(notes, notes + ".away");
+  std::ofstream(notes) << "a file where the folder was";
+  note.room.clear();
+  file.show(note);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  std::filesystem::remove(notes);
+  std::filesystem::rename(notes + ".away", notes);
+  EXPECT_TRUE(roomIs(""));
 }
 
 TEST_F(StationNoteTest, WhatIsNoNoteIsTold) {
