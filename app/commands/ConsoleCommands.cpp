@@ -140,6 +140,23 @@ Result<JsonValue> listNotifications() {
   return all;
 }
 
+/// The same for people: what is no text is shown as far as it can be read.
+std::string shownNotifications(Station&, const Arguments&, const JsonValue& all) {
+  const auto readable = [](const JsonValue& one, const std::string& key) {
+    if (const JsonValue* text = one.find(key)) return text->asString();
+    return loggedText(bytesOfHex(one[key + "_hex"].asString()).value_or(""));
+  };
+  JsonValue rows = JsonValue::array();
+  for (const JsonValue& each : all.elements()) {
+    const std::string mark = each["unverified"].asBool() ? " (unverified)" : "";
+    const std::string end = each["cut"].asBool() ? " (cut here)" : "";
+    rows.append(JsonValue::object({{"time", each["time"]},
+                                   {"from", readable(each, "from") + mark},
+                                   {"text", readable(each, "text") + end}}));
+  }
+  return renderForPeople(rows);
+}
+
 JsonValue shownState(Station& station) {
   JsonValue state = station.projects().state();
   state.set("health", shownHealth(station.health().now()));
@@ -174,7 +191,8 @@ void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
              }});
   table.add({"notifications", "",
              "Shows the texts that reached this station and that no panel took.", 0, 0,
-             [](Station&, const Arguments&) { return listNotifications(); }});
+             [](Station&, const Arguments&) { return listNotifications(); },
+             Command::Place::eHostThread, shownNotifications});
   table.add({"wait", "EVENT [KEY=VALUE...] [--timeout S]",
              "Waits for an event that was not waited for before, 10 seconds at most.", 1,
              Command::kAnyNumber,

@@ -6,6 +6,7 @@
 #include "station/edit/EditActions.h"
 #include "station/edit/Edits.h"
 #include "station/project/Projects.h"
+#include "station/watch/Presence.h"
 
 namespace korvel {
 
@@ -95,8 +96,11 @@ Result<JsonValue> give(Station& station, const Arguments& words) {
   const auto cookie = resolved(station, names[0]);
   if (!cookie) return cookie.error();
   using EditActions::Recipient;
-  return answer(
-      EditActions::give(*cookie, names[1], isForced ? Recipient::eAnybody : Recipient::eKnownUser));
+  LightweightString<wchar_t> owner = wideText(names[1]);
+  Kv::toUpper(owner);
+  const bool isHere = station.presence().hosts().contains(utf8Text(owner));
+  const Recipient who = isHere ? Recipient::ePresent : Recipient::eKnownUser;
+  return answer(EditActions::give(*cookie, names[1], isForced ? Recipient::eAnybody : who));
 }
 
 Result<JsonValue> may(Station& station, const Cookie& cookie, const Arguments&) {
@@ -164,8 +168,8 @@ void addChanging(CommandTable& table) {
              said("Moved to the trash; \"undo\" takes it back.")});
   table.add({"edit give", "E USER [--force]",
              "Makes USER the owner of an edit or log, and announces it; unsaved changes are saved "
-             "first. What has no owner may be given by anybody. A user in no list, and a reserved "
-             "word, only with --force.",
+             "first. What has no owner may be given by anybody. A user in no list whose station is "
+             "not here, and a reserved word, only with --force.",
              2, 3, give, Command::Place::eHostThread,
              [](Station&, const Arguments& arguments, const JsonValue&) {
                Arguments names = arguments;

@@ -96,6 +96,15 @@ Result<double> readTime(const std::string& text, double rate) {
       {}};
 }
 
+/// A time as a number of frames, as users write it.
+std::string frameOf(double seconds, double rate) {
+  const double frames = seconds * rate;
+  const double nearest = std::round(frames);
+  constexpr double kTolerance = 1e-6;
+  const bool isWhole = std::abs(frames - nearest) < kTolerance;
+  return (isWhole ? JsonValue(std::lround(nearest)) : JsonValue(frames)).spelling();
+}
+
 /// Whether the clip has material for the whole range, as far as anything tells.
 Result<void> requireMaterial(const JsonValue& timeline, const std::string& path,
                              const ClipRange& range) {
@@ -104,9 +113,10 @@ Result<void> requireMaterial(const JsonValue& timeline, const std::string& path,
   const bool isInside = range.start >= material.range.start - kTolerance &&
                         range.end <= material.range.end + kTolerance;
   if (!material.hasRange || isInside) return {};
+  const double rate = clipAt(timeline, path)->rate;
   return Error{ErrorCode::eRefused,
-               "The clip has material from " + JsonValue(material.range.start).spelling() + " to " +
-                   JsonValue(material.range.end).spelling() + " seconds only.",
+               "The clip has material from frame " + frameOf(material.range.start, rate) + " to " +
+                   frameOf(material.range.end, rate) + " only.",
                {}};
 }
 
@@ -193,6 +203,12 @@ Result<Cookie> EditActions::create(const std::string& name, char kind) {
 Result<Cookie> EditActions::import(const std::string& path) {
   if (auto open = hostParts().projects->requireOpen(); !open) return open.error();
   const auto bytes = readFresh(path);
+  if (!bytes && bytes.error().code == ErrorCode::eBadContent) {
+    return Error{ErrorCode::eBadContent,
+                 "Nothing was imported: " + inQuotes(path) +
+                     " is no plain file. Name an OpenTimelineIO file (.otio).",
+                 path};
+  }
   if (!bytes) return failed("Nothing was imported", bytes.error());
   auto document = OtioDocument::parse(*bytes);
   if (!document) return failed(inQuotes(path) + " was not imported", document.error());
@@ -280,7 +296,8 @@ Result<void> requireRecipient(const LightweightString<wchar_t>& owner, EditActio
   }
   if (who == EditActions::Recipient::eAnybody) return {};
   const auto& known = iPermissionsManager::instance()->getUserList();
-  const bool isKnown = std::find(known.begin(), known.end(), owner) != known.end();
+  const bool isKnown = who == EditActions::Recipient::ePresent ||
+                       std::find(known.begin(), known.end(), owner) != known.end();
   if (isKnown && !isReserved(owner)) return {};
   return Error{ErrorCode::eRefused,
                inQuotes(name) +

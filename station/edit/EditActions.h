@@ -65,6 +65,7 @@ Result<void> takeBack(const Trashed& trashed);
 /// Who may be made the owner.
 enum class Recipient {
   eKnownUser,  ///< one in the user list, whose name is no reserved word
+  ePresent,    ///< one whose station is here, whose name is no reserved word
   eAnybody,    ///< any name that messages carry whole
 };
 

@@ -68,6 +68,7 @@ Result<std::string> UndoList::run(Steps& from, Steps& to, const char* verb,
                  {}};
   }
   const std::string text = textOf(verb, from);
+  const std::string words = textOf(&from == &done_ ? "Undone:" : "Done again:", from);
   const RunningScope running(isRunning_);
   const Result<void> done = (from.back().*action)();
   if (done) {
@@ -79,7 +80,7 @@ Result<std::string> UndoList::run(Steps& from, Steps& to, const char* verb,
   }
   from.pop_back();
   tell();
-  if (done) return text;
+  if (done) return words;
   return Error{done.error().code,
                inQuotes(text) + " is no longer possible, and was dropped: " + done.error().message,
                done.error().path};

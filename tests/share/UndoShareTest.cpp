@@ -83,7 +83,8 @@ TEST_F(UndoShareTest, TheOthersSeeEveryStepUndoneAndDoneAgain) {
   for (int round = 0; round < 2; ++round) {
     for (int step = 0; step < 7; ++step) {
       const std::string text = run(*anna_, "undo").asString();
-      EXPECT_EQ(run(*anna_, "state")["steps"]["redo"].asString(), "Redo" + text.substr(4));
+      EXPECT_EQ(run(*anna_, "state")["steps"]["redo"].asString(),
+                "Redo" + text.substr(std::string("Undone:").size()));
     }
     EXPECT_NE(run(*anna_, "state")["steps"]["undo"].asString().find("trim of "), std::string::npos);
     run(*anna_, "undo");
@@ -135,7 +136,7 @@ TEST_F(UndoShareTest, AnothersChangeInBetweenMakesAnUndoRefuse) {
   run(*ben_, "bin remove Rushes " + edit_);
   settle(*anna_);
   EXPECT_NE(refusal(*anna_, "undo").find("no longer possible, and was dropped"), std::string::npos);
-  EXPECT_EQ(run(*anna_, "undo").asString(), "Undo making of bin Rushes");
+  EXPECT_EQ(run(*anna_, "undo").asString(), "Undone: making of bin Rushes");
   EXPECT_NE(refusal(*ben_, "redo").find("nothing to redo"), std::string::npos);
   expectSame();
 }

@@ -101,6 +101,17 @@ TEST_F(ConsoleTest, CommandsRunOnTheHostThread) {
   EXPECT_TRUE(kept.replies[0]["result"].asBool());
 }
 
+TEST_F(ConsoleTest, NotificationsAreShownAsFarAsTheyCanBeRead) {
+  JsonValue came = JsonValue::array();
+  came.append(JsonValue::object(
+      {{"time", "12:04"}, {"from", "ANNA"}, {"text_hex", "636f7374732035e282"}, {"cut", true}}));
+  const std::string shown = commands.all().at("notifications").show(station, {}, came);
+  EXPECT_NE(shown.find("ANNA"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("costs 5"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("(cut here)"), std::string::npos) << shown;
+  EXPECT_EQ(shown.find("636f"), std::string::npos) << shown;
+}
+
 TEST_F(ConsoleTest, TheReplyComesAfterWhatTheCommandCaused) {
   EXPECT_EQ(run({"  edit trim 'Scene 1' 2 # shorter"}), 0);
   ASSERT_EQ(kept.replies.size(), 2u);

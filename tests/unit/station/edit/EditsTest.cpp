@@ -44,6 +44,13 @@ TEST_F(EditsTest, ATrimDirtiesThenIsAnnouncedAndIsNotSaved) {
   EXPECT_EQ(events.changes, Notes{"edit modified local"});
 }
 
+TEST_F(EditsTest, ATrimBeyondTheMaterialNamesItsFrames) {
+  const Cookie cookie = imported("simple_cut.otio");
+  const auto trimmed = EditActions::trim(cookie, "Clip-001", "500", "9000");
+  ASSERT_FALSE(trimmed);
+  EXPECT_EQ(trimmed.error().message, "The clip has material from frame 0 to 8 only.");
+}
+
 TEST_F(EditsTest, ASaveWritesTheChangesAndIsAnnounced) {
   const Cookie cookie = imported("simple_cut.otio");
   ASSERT_TRUE(EditActions::trim(cookie, "Clip-001", "0.125s", "6"));

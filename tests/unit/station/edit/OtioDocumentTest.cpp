@@ -126,7 +126,10 @@ TEST_F(DocumentStation, AnImportOfWhatIsNoEditLeavesNothingBehind) {
     EXPECT_FALSE(EditActions::import(folder / "in.otio"));
   }
   EXPECT_FALSE(EditActions::import(folder / "missing.otio"));
-  EXPECT_FALSE(EditActions::import(folder.path()));
+  const auto ofFolder = EditActions::import(folder.path());
+  ASSERT_FALSE(ofFolder);
+  EXPECT_NE(ofFolder.error().message.find("Name an OpenTimelineIO file"), std::string::npos)
+      << ofFolder.error().message;
   EXPECT_EQ(edits.list().elements().size(), 0U);
   EXPECT_EQ(listener.heard, Notes{});
 }

@@ -40,10 +40,10 @@ TEST_F(StepsTest, TheLastStepIsUndoneFirstAndDoneAgainLast) {
   add("two");
   EXPECT_EQ(list_.undoText(), "Undo two");
   EXPECT_EQ(list_.redoText(), "");
-  EXPECT_EQ(*list_.undo(), "Undo two");
-  EXPECT_EQ(*list_.undo(), "Undo one");
+  EXPECT_EQ(*list_.undo(), "Undone: two");
+  EXPECT_EQ(*list_.undo(), "Undone: one");
   EXPECT_EQ(list_.undoText(), "");
-  EXPECT_EQ(*list_.redo(), "Redo one");
+  EXPECT_EQ(*list_.redo(), "Done again: one");
   EXPECT_EQ(list_.redoText(), "Redo two");
   EXPECT_EQ(ran_, (std::vector<std::string>{"undone two", "undone one", "done one"}));
 }
@@ -140,14 +140,14 @@ TEST_F(UndoTest, ATrimIsUndoneAsAnOrdinaryTrim) {
   ASSERT_TRUE(EditActions::trim(edit_, "0/0", "0", "2"));
   ASSERT_TRUE(EditActions::save(edit_));
   listener.heard.clear();
-  undo("Undo trim of " + clip_ + " in " + name_);
+  undo("Undone: trim of " + clip_ + " in " + name_);
   EXPECT_DOUBLE_EQ(clip().range.start, before.start);
   EXPECT_DOUBLE_EQ(clip().range.end, before.end);
   EXPECT_TRUE(edits.loaded(edit_)->isDirty());
   EXPECT_EQ(listener.heard, (Notes{"dirtied", "modified " + std::to_string(eModTrim)}));
-  redo("Redo trim of " + clip_ + " in " + name_);
+  redo("Done again: trim of " + clip_ + " in " + name_);
   EXPECT_DOUBLE_EQ(clip().range.end, 2.0 / 24);
-  undo("Undo trim of " + clip_ + " in " + name_);
+  undo("Undone: trim of " + clip_ + " in " + name_);
 }
 
 TEST_F(UndoTest, ATrimThatAnotherChangedIsNotUndone) {
@@ -156,15 +156,15 @@ TEST_F(UndoTest, ATrimThatAnotherChangedIsNotUndone) {
   remoteModification(edit_, std::to_string(eModTrim) + ";0;0.125;0%2F0;");
   expectImpossible("The clip was changed since");
   EXPECT_DOUBLE_EQ(clip().range.end, 0.125);
-  undo("Undo rename of " + name_ + " to Mine");
+  undo("Undone: rename of " + name_ + " to Mine");
 }
 
 TEST_F(UndoTest, ARenameIsUndoneUnlessAnotherRenamed) {
   ASSERT_TRUE(EditActions::rename(edit_, "One"));
   ASSERT_TRUE(EditActions::rename(edit_, "Two"));
-  undo("Undo rename of One to Two");
+  undo("Undone: rename of One to Two");
   EXPECT_EQ(edits.nameOf(edit_), "One");
-  redo("Redo rename of One to Two");
+  redo("Done again: rename of One to Two");
   EXPECT_EQ(edits.nameOf(edit_), "Two");
   remoteModification(edit_, std::to_string(eModRename) + ";0;0;;Theirs");
   expectImpossible("The name was changed since");
@@ -182,14 +182,14 @@ TEST_F(UndoTest, AGiftIsTakenBackThoughItIsAnothersNow) {
   ASSERT_TRUE(EditActions::give(edit_, "BOB"));
   rules.isAllowed = false;
   listener.heard.clear();
-  undo("Undo gift of " + name_ + " to BOB");
+  undo("Undone: gift of " + name_ + " to BOB");
   EXPECT_EQ(edits.ownerOf(edit_), "ANNA");
   EXPECT_NE(bytesOf(fileOf(edit_)).find("ANNA"), std::string::npos);
   EXPECT_EQ(listener.heard, Notes{"modified " + std::to_string(eModOwnerChanged)});
   rules.isAllowed = true;
-  redo("Redo gift of " + name_ + " to BOB");
+  redo("Done again: gift of " + name_ + " to BOB");
   EXPECT_EQ(edits.ownerOf(edit_), "BOB");
-  undo("Undo gift of " + name_ + " to BOB");
+  undo("Undone: gift of " + name_ + " to BOB");
   EXPECT_EQ(edits.ownerOf(edit_), "ANNA");
 }
 
@@ -211,15 +211,15 @@ TEST_F(UndoTest, ADeletionIsUndoneFromTheTrash) {
   const Cookie other = made("Other");
   ASSERT_TRUE(EditActions::remove({edit_, other}));
   listener.heard.clear();
-  undo("Undo deletion of 2 edits");
+  undo("Undone: deletion of 2 edits");
   EXPECT_EQ(listener.heard, (Notes{"stored new", "stored new"}));
   EXPECT_TRUE(edits.holds(edit_));
   EXPECT_TRUE(edits.holds(other));
-  redo("Redo deletion of 2 edits");
+  redo("Done again: deletion of 2 edits");
   EXPECT_FALSE(edits.holds(edit_));
-  undo("Undo deletion of 2 edits");
+  undo("Undone: deletion of 2 edits");
   ASSERT_TRUE(EditActions::remove({other}));
-  undo("Undo deletion of Other");
+  undo("Undone: deletion of Other");
 }
 
 TEST_F(UndoTest, ADeletionThatWasEmptiedAwayIsNotUndone) {
@@ -231,9 +231,9 @@ TEST_F(UndoTest, ADeletionThatWasEmptiedAwayIsNotUndone) {
 TEST_F(UndoTest, WhatWasTakenBackGoesToTheTrashAgain) {
   ASSERT_TRUE(EditActions::remove({edit_}));
   ASSERT_TRUE(trash_.restore(name_));
-  undo("Undo taking back of " + name_);
+  undo("Undone: taking back of " + name_);
   EXPECT_FALSE(edits.holds(edit_));
-  redo("Redo taking back of " + name_);
+  redo("Done again: taking back of " + name_);
   EXPECT_TRUE(edits.holds(edit_));
 }
 
@@ -244,12 +244,12 @@ TEST_F(UndoTest, ADeletionIsUndoneThoughItsTakingBackWasUndoneBefore) {
   ASSERT_TRUE(trash_.restore(name_));
   ASSERT_TRUE(bins_.discard(*bin));
   ASSERT_TRUE(trash_.restore("Rushes"));
-  undo("Undo taking back of Rushes");
-  undo("Undo deletion of bin Rushes");
+  undo("Undone: taking back of Rushes");
+  undo("Undone: deletion of bin Rushes");
   EXPECT_TRUE(bins_.holds(*bin));
-  undo("Undo taking back of " + name_);
+  undo("Undone: taking back of " + name_);
   EXPECT_FALSE(edits.holds(edit_));
-  undo("Undo deletion of " + name_);
+  undo("Undone: deletion of " + name_);
   EXPECT_TRUE(edits.holds(edit_));
 }
 
@@ -261,21 +261,21 @@ TEST_F(UndoTest, ChangesOfABinAreUndoneOneByOne) {
   ASSERT_TRUE(bins_.add(*bin, {edit_, first, second}));
   ASSERT_TRUE(bins_.remove(*bin, {first, edit_}));
   ASSERT_TRUE(bins_.discard(*bin));
-  undo("Undo deletion of bin Rushes");
+  undo("Undone: deletion of bin Rushes");
   EXPECT_EQ(bins_.contents(*bin), CookieVec{second});
-  undo("Undo taking 2 objects out of bin Rushes");
+  undo("Undone: taking 2 objects out of bin Rushes");
   EXPECT_EQ(bins_.contents(*bin), (CookieVec{edit_, first, second}));
-  undo("Undo putting 3 objects into bin Rushes");
+  undo("Undone: putting 3 objects into bin Rushes");
   EXPECT_EQ(bins_.contents(*bin), CookieVec{});
-  undo("Undo making of bin Rushes");
+  undo("Undone: making of bin Rushes");
   EXPECT_FALSE(bins_.holds(*bin));
-  redo("Redo making of bin Rushes");
-  redo("Redo putting 3 objects into bin Rushes");
-  redo("Redo taking 2 objects out of bin Rushes");
+  redo("Done again: making of bin Rushes");
+  redo("Done again: putting 3 objects into bin Rushes");
+  redo("Done again: taking 2 objects out of bin Rushes");
   EXPECT_EQ(bins_.contents(*bin), CookieVec{second});
-  redo("Redo deletion of bin Rushes");
+  redo("Done again: deletion of bin Rushes");
   EXPECT_FALSE(bins_.holds(*bin));
-  undo("Undo deletion of bin Rushes");
+  undo("Undone: deletion of bin Rushes");
   EXPECT_TRUE(bins_.holds(*bin));
 }
 
@@ -302,9 +302,9 @@ TEST_F(UndoTest, WhatAnotherPutBackOrTookOutMeanwhileIsSaid) {
 TEST_F(UndoTest, AFiltersTextIsUndoneUnlessAnotherChangedIt) {
   const auto filter = filters_.create("Day", "day");
   ASSERT_TRUE(filters_.change(*filter, "night"));
-  undo("Undo change of filter Day");
+  undo("Undone: change of filter Day");
   EXPECT_EQ(filters_.find(*filter)->record["filter"].asString(), "day");
-  redo("Redo change of filter Day");
+  redo("Done again: change of filter Day");
   write(filters_.fileOf(*filter), "{\"name\":\"Day\",\"filter\":\"dusk\"}");
   expectImpossible("was changed since");
 }
