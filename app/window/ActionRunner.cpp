@@ -6,6 +6,7 @@
 #include "app/window/DetailPane.h"
 #include "app/window/Dialogs.h"
 #include "app/window/HistoryPane.h"
+#include "app/window/ObjectsModel.h"
 #include "app/window/ObjectsPane.h"
 #include "app/window/ProjectsPane.h"
 #include "app/window/Texts.h"
@@ -44,6 +45,17 @@ std::vector<FieldChoice> choicesOf(const ObjectRows& rows) {
   return choices;
 }
 
+/// "Crane  (0/1), now 12 to 36": the part that is shown, in frames as they are typed.
+QString clipText(const TimelineItem& item) {
+  const QString text = QStringLiteral("%1  (%2)").arg(oneLine(item.name), item.path);
+  if (!(item.rate > 0)) return text;
+  const auto frames = [&item](double seconds) {
+    return QString::number(qRound64(seconds * item.rate));
+  };
+  return text +
+         QStringLiteral(", now %1 to %2").arg(frames(item.from), frames(item.from + item.length));
+}
+
 std::vector<FieldChoice> clipChoices(const TimelinePtr& timeline) {
   std::vector<FieldChoice> choices;
   if (!timeline || !timeline->version.isEmpty())
@@ -51,7 +63,7 @@ std::vector<FieldChoice> clipChoices(const TimelinePtr& timeline) {
   for (const TimelineTrack& track : timeline->tracks) {
     for (const TimelineItem& item : track.items) {
       if (item.kind == TimelineItem::Kind::eTransition) continue;
-      choices.push_back({QStringLiteral("%1  (%2)").arg(item.name, item.path), item.path});
+      choices.push_back({clipText(item), item.path});
     }
   }
   return choices;
@@ -67,8 +79,6 @@ bool isGift(const ActionSpec& action) {
   return QLatin1String(action.line).startsWith(QLatin1String("edit give"));
 }
 
-QString nameOf(const ObjectRow& row) { return row.name.isEmpty() ? row.cookie : oneLine(row.name); }
-
 /// "Quay", or "Quay (open here, with unsaved changes)".
 QString thingToDelete(const ObjectRow& row) {
   QString remark;
@@ -76,11 +86,11 @@ QString thingToDelete(const ObjectRow& row) {
   if (row.isDirty)
     remark += remark.isEmpty() ? QStringLiteral("with unsaved changes")
                                : QStringLiteral(", with unsaved changes");
-  return remark.isEmpty() ? nameOf(row) : QStringLiteral("%1 (%2)").arg(nameOf(row), remark);
+  return remark.isEmpty() ? shownName(row) : QStringLiteral("%1 (%2)").arg(shownName(row), remark);
 }
 
 QString countOf(const std::vector<ObjectRow>& rows) {
-  return rows.size() == 1 ? QStringLiteral("\"%1\"").arg(nameOf(rows.front()))
+  return rows.size() == 1 ? QStringLiteral("\"%1\"").arg(shownName(rows.front()))
                           : QStringLiteral("%L1 objects").arg(rows.size());
 }
 
@@ -195,9 +205,9 @@ QString ActionRunner::whyNotChange(const QString& line, const ObjectRow& row) co
   const auto may = panes_.objects->model(ObjectKind::eEdits).mayChange(row.cookie);
   if (!isChange || may.value_or(true)) return {};
   if (!row.owner.isEmpty())
-    return QStringLiteral("\"%1\" belongs to %2.").arg(nameOf(row), oneLine(row.owner));
+    return QStringLiteral("\"%1\" belongs to %2.").arg(shownName(row), oneLine(row.owner));
   if (isGift) return {};
-  return QStringLiteral("\"%1\" has no owner: give it to somebody first.").arg(nameOf(row));
+  return QStringLiteral("\"%1\" has no owner: give it to somebody first.").arg(shownName(row));
 }
 
 QStringList ActionRunner::targetWords(Target target) const {
@@ -278,7 +288,7 @@ void ActionRunner::restore(const ObjectRow& edit, const VersionRow& version) {
   const QString cookie = quoted(edit.cookie);
   const QString line = QStringLiteral("edit restore %1 %2").arg(cookie, quoted(version.version));
   const QString what = QStringLiteral("\"%1\" is again as it was saved %2.")
-                           .arg(nameOf(edit), versionTitle(version));
+                           .arg(shownName(edit), versionTitle(version));
   QStringList undo;  // to the version that is now the newest, unless another comes first
   for (const VersionRow& row : panes_.history->rows()) {
     // Unsaved changes are in no version: they could not be brought back.
@@ -294,7 +304,7 @@ void ActionRunner::restore(const ObjectRow& edit, const VersionRow& version) {
   auto* question = new Question(
       QStringLiteral("restoreDialog"), QStringLiteral("Restore"),
       QStringLiteral("\"%1\" has changes that are not saved. What is to become of them?")
-          .arg(nameOf(edit)),
+          .arg(shownName(edit)),
       {}, &window_);
   question->usualAnswer(QStringLiteral("&Save them first"),
                         [run, cookie] { run({QStringLiteral("edit save ") + cookie}); });
@@ -315,10 +325,16 @@ void ActionRunner::askBeforeDeleting(const ActionSpec& action) {
   const std::vector<ObjectRow> rows = panes_.objects->chosen();
   QStringList things;
   for (const ObjectRow& row : rows) things.append(thingToDelete(row));
-  auto* question = new Question(
-      QStringLiteral("deleteDialog"), QStringLiteral("Delete"),
-      QStringLiteral("Delete this for everybody in the project? It goes to the project's trash."),
-      things, &window_);
+  const QString text =
+      rows.size() == 1 ? QStringLiteral(
+                             "Delete this for everybody in the project? It goes to the project's "
+                             "trash.")
+                       : QStringLiteral(
+                             "Delete these %L1 for everybody in the project? They go to the "
+                             "project's trash.")
+                             .arg(rows.size());
+  auto* question = new Question(QStringLiteral("deleteDialog"), QStringLiteral("Delete"), text,
+                                things, &window_);
   question->answer(QStringLiteral("&Delete"), [this, &action, rows] { remove(action, rows); });
   question->ask();
   nameOpeners(question, rows);
@@ -369,6 +385,25 @@ void ActionRunner::askFields(const ActionSpec& action) {
   dialog->show();
 }
 
+bool ActionRunner::wouldReplace(const CommandOutcome& outcome) {
+  return !outcome.succeeded && outcome.command == QLatin1String("edit export") &&
+         outcome.code == ErrorCode::eExists;
+}
+
+// Asked here and not in the file dialog: a name may also be typed.
+void ActionRunner::takeOutcome(const CommandOutcome& outcome) {
+  if (!wouldReplace(outcome)) return;
+  const CommandCall call = readCall(link_.commands(), outcome.line.toStdString());
+  auto* question = new Question(
+      QStringLiteral("replaceDialog"), QStringLiteral("Export"),
+      QStringLiteral("This file is there already. Replace what it holds? It cannot be brought "
+                     "back."),
+      {readableText(call.arguments[1])}, &window_);
+  question->answer(QStringLiteral("&Replace"),
+                   [this, line = outcome.line] { link_.run(line + QStringLiteral(" --force")); });
+  question->ask();
+}
+
 // Asks before giving an edit to an unknown name: nobody could change it then.
 void ActionRunner::give(const QString& line, const QString& user) {
   const QString doubt = doubtAbout(user);
@@ -391,7 +426,7 @@ QString ActionRunner::doubtAbout(const QString& user) const {
                "the same?")
         .arg(user);
   }
-  const QStringList users = snapshot_ && snapshot_->users ? *snapshot_->users : QStringList();
+  const QStringList users = snapshot_ && snapshot_->owners ? *snapshot_->owners : QStringList();
   if (users.contains(user)) return {};
   for (const QString& known : users) {
     if (known.compare(user, Qt::CaseInsensitive) != 0) continue;
@@ -419,12 +454,14 @@ void ActionRunner::fillChoices(FieldContent& content, const ActionField& field) 
   const auto chosen = panes_.objects->chosen();
   switch (field.kind) {
     case ActionField::Kind::eUser:
-    case ActionField::Kind::eNewOwner:
-      if (!snapshot_->users) break;
-      for (const QString& user : *snapshot_->users) {
+    case ActionField::Kind::eNewOwner: {
+      const bool isOwner = field.kind == ActionField::Kind::eNewOwner;
+      const auto& users = isOwner ? snapshot_->owners : snapshot_->users;
+      for (const QString& user : users ? *users : QStringList()) {
         if (user != user_) content.choices.push_back({user, user});
       }
       break;
+    }
     case ActionField::Kind::eBin:
       content.choices = choicesOf(panes_.objects->rows(ObjectKind::eBins));
       break;

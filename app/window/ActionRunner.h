@@ -54,6 +54,12 @@ class ActionRunner : public QObject {
   /// Shows the open project's trash.
   void showTrash();
 
+  /// Whether a command was refused because it would replace a file: then takeOutcome() asks.
+  [[nodiscard]] static bool wouldReplace(const CommandOutcome& outcome);
+
+  /// Every command that ended, to ask whether an export may replace a file.
+  void takeOutcome(const CommandOutcome& outcome);
+
   [[nodiscard]] UnsavedGuard& guard() { return guard_; }
 
  Q_SIGNALS:

@@ -58,7 +58,7 @@ const std::vector<ActionSpec>& table() {
        "E&xport…",
        "Ctrl+Shift+E",
        Target::eEdit,
-       "edit export {object} {0} --force",  // the file dialog asks before
+       "edit export {object} {0}",
        {{"To the file", Kind::eSaveFile, "{name}.otio"}}},
       {"Edit", "&Open", "Ctrl+Return", Target::eEdit, "edit open {object}", {}},
       {"Edit", "&Close", "Ctrl+W", Target::eEdit, "edit close {object}", {}},
@@ -115,7 +115,7 @@ const std::vector<ActionSpec>& table() {
        {{"What", Kind::eContent}}},
       {"Bin", "&Show it as text", "", Target::eBin, "bin show {object}", {}},
       {"Bin", "&List all as text", "", Target::eOpenProject, "bin list", {}},
-      {"Bin", "&Delete the bin…", "", Target::eBin, "bin destroy {object}", {}},
+      {"Bin", "&Delete the bin…", "Del", Target::eBin, "bin destroy {object}", {}},
 
       {"Rack", "&New rack…", "", Target::eOpenProject, "rack create {0}", {{"Name"}}},
       {"Rack",
@@ -132,7 +132,7 @@ const std::vector<ActionSpec>& table() {
        {{"What", Kind::eContent}}},
       {"Rack", "&Show it as text", "", Target::eRack, "rack show {object}", {}},
       {"Rack", "&List all as text", "", Target::eOpenProject, "rack list", {}},
-      {"Rack", "&Delete the rack…", "", Target::eRack, "rack destroy {object}", {}},
+      {"Rack", "&Delete the rack…", "Del", Target::eRack, "rack destroy {object}", {}},
 
       {"Filter",
        "&New filter…",
@@ -147,7 +147,7 @@ const std::vector<ActionSpec>& table() {
        "filter change {object} {0}",
        {{"What it finds", Kind::eText, "{detail}"}}},
       {"Filter", "&List all as text", "", Target::eOpenProject, "filter list", {}},
-      {"Filter", "&Delete the filter…", "", Target::eFilter, "filter destroy {object}", {}},
+      {"Filter", "&Delete the filter…", "Del", Target::eFilter, "filter destroy {object}", {}},
 
       {"Media",
        "&Add a file…",

@@ -3,7 +3,9 @@
 #include <QPlainTextEdit>
 #include <QStackedWidget>
 #include <QVBoxLayout>
+#include <utility>
 
+#include "app/window/ObjectsModel.h"
 #include "app/window/Texts.h"
 
 namespace korvel {
@@ -63,6 +65,7 @@ void DetailPane::choose(const std::optional<ObjectRow>& row, ObjectKind kind,
   change_->hide();
   const bool isEdit = kind == ObjectKind::eEdits;
   stack_->setCurrentWidget(isEdit || !row ? static_cast<QWidget*>(view_) : words_);
+  contents_ = contents;
   showLongText(*words_, contents);
   if (!row) {
     view_->show(nullptr);
@@ -84,15 +87,16 @@ void DetailPane::showVersion(const QString& version, const QString& title) {
   Q_EMIT timelineWanted(row_.cookie, version_);
 }
 
-void DetailPane::update(const ObjectRow& row) {
+void DetailPane::update(const ObjectRow& row, const QString& contents) {
   row_ = row;
+  // Only what differs: setting a text scrolls it to its beginning.
+  if (std::exchange(contents_, contents) != contents) showLongText(*words_, contents);
   showHeading();
   showChange();
 }
 
 void DetailPane::showHeading() {
-  heading_->setText(row_.key.isEmpty() ? QStringLiteral("Timeline")
-                                       : (row_.name.isEmpty() ? row_.cookie : oneLine(row_.name)));
+  heading_->setText(row_.key.isEmpty() ? QStringLiteral("Timeline") : shownName(row_));
   QString facts;
   if (!version_.isEmpty()) {
     facts = QStringLiteral("Version of %1; marked: what changed since").arg(versionTitle_);
@@ -106,6 +110,7 @@ void DetailPane::showHeading() {
                    .arg(timeline->rate);
     }
     if (row_.isDirty) facts += QStringLiteral(", unsaved changes");
+    if (row_.isUnsavedElsewhere) facts += QStringLiteral(", changed elsewhere and not saved yet");
   }
   facts_->setText(facts);
   facts_->setToolTip(plainTip(facts));

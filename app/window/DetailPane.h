@@ -24,8 +24,8 @@ class DetailPane : public QWidget {
   /// Another object is chosen; none with nothing.
   void choose(const std::optional<ObjectRow>& row, ObjectKind kind, const QString& contents);
 
-  /// The chosen object as it is now.
-  void update(const ObjectRow& row);
+  /// The chosen object as it is now, and what it holds in words.
+  void update(const ObjectRow& row, const QString& contents);
 
   /// This version of the chosen edit is to be drawn, under this title; with nothing the edit as it
   /// is now.
@@ -56,7 +56,8 @@ class DetailPane : public QWidget {
   TimelineView* view_;
   QPlainTextEdit* words_;
   ObjectRow row_;
-  QString version_;  ///< which one is drawn; empty for the edit as it is now
+  QString contents_;  ///< as shown in words
+  QString version_;   ///< which one is drawn; empty for the edit as it is now
   QString versionTitle_;
   ObjectKind kind_ = ObjectKind::eEdits;
   unsigned shownChanges_ = 0;

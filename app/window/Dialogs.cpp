@@ -60,8 +60,9 @@ Question::Question(const QString& name, const QString& title, const QString& tex
   layout->addWidget(buttons_);
   setMinimumWidth(260);
   resize(440, sizeHint().height());
-  // Return does no harm, unless a usual answer is added.
+  // Return does no harm, unless a usual answer is added. The focus shows what it does.
   buttons_->button(QDialogButtonBox::Cancel)->setDefault(true);
+  buttons_->button(QDialogButtonBox::Cancel)->setFocus();
   connect(buttons_, &QDialogButtonBox::rejected, this, &QDialog::reject);
   connect(this, &QDialog::finished, parent, [this] {
     // After the dialog has closed: the next step may open another one.
@@ -214,9 +215,11 @@ QWidget* ActionDialog::makeFileField(const ActionField& field, QLineEdit* edit) 
   layout->addWidget(browse);
   row->setFocusProxy(edit);
   connect(browse, &QToolButton::clicked, this, [this, edit, kind = field.kind] {
-    const QString file = kind == Kind::eSaveFile
-                             ? QFileDialog::getSaveFileName(this, windowTitle(), edit->text())
-                             : QFileDialog::getOpenFileName(this, windowTitle(), edit->text());
+    const QString file =
+        kind == Kind::eSaveFile
+            ? QFileDialog::getSaveFileName(this, windowTitle(), edit->text(), {}, nullptr,
+                                           QFileDialog::DontConfirmOverwrite)
+            : QFileDialog::getOpenFileName(this, windowTitle(), edit->text());
     if (!file.isEmpty()) edit->setText(file);
   });
   return row;

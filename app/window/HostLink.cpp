@@ -227,11 +227,9 @@ void HostLink::runAll(const QStringList& lines, const Ended& then) {
 void HostLink::askUnsaved(const std::function<void(const std::vector<UnsavedEdit>&)>& then) {
   post("looking for what is not saved", [this, then] {
     std::vector<UnsavedEdit> unsaved;
-    const JsonValue list = with_.station.edits().list();
-    for (const JsonValue& edit : list.elements()) {
-      if (!edit["dirty"].asBool()) continue;
+    for (const NamedObject& edit : with_.station.edits().unsaved()) {
       unsaved.push_back(
-          {readableText(edit["cookie"].asString()), readableText(edit["name"].asString())});
+          {readableText(edit.cookie.asString().str()), readableText(shownText(edit.name))});
     }
     QMetaObject::invokeMethod(this, [then, unsaved] { then(unsaved); });
   });

@@ -76,6 +76,9 @@ MainWindow::MainWindow(HostLink& link)
   setWindowTitle(QStringLiteral("Station"));
   setStatusBar(panes_.status);
   menus_->bindKey(QStringLiteral("edit delete {objects}"), objects().view(ObjectKind::eEdits));
+  menus_->bindKey(QStringLiteral("bin destroy {object}"), objects().view(ObjectKind::eBins));
+  menus_->bindKey(QStringLiteral("rack destroy {object}"), objects().view(ObjectKind::eRacks));
+  menus_->bindKey(QStringLiteral("filter destroy {object}"), objects().view(ObjectKind::eFilters));
   connectLink();
   connectObjects();
   connectProjects();
@@ -94,6 +97,9 @@ MainWindow::MainWindow(HostLink& link)
 void MainWindow::addKeepingActions() {
   trashAction_ = &menus_->add(QStringLiteral("Project"), QStringLiteral("T&rash…"),
                               QStringLiteral("Ctrl+Shift+T"), [this] { actions_->showTrash(); });
+  QMenu& project = menus_->menu(QStringLiteral("Project"));
+  // Quitting stays last, below its line.
+  project.insertAction(project.actions().at(project.actions().size() - 3), trashAction_);
   const QString edit = QStringLiteral("Edit");
   undoAction_ = &menus_->add(edit, QStringLiteral("Undo"), QStringLiteral("Ctrl+Z"),
                              [this] { link_.run(QStringLiteral("undo")); });
@@ -127,6 +133,7 @@ void MainWindow::connectLink() {
   connect(&link_, &HostLink::newsReady, this, &MainWindow::takeNews);
   connect(&link_, &HostLink::finished, outcomes_.get(), &OutcomeTeller::take);
   connect(&link_, &HostLink::finished, &actions_->guard(), &UnsavedGuard::takeOutcome);
+  connect(&link_, &HostLink::finished, actions_.get(), &ActionRunner::takeOutcome);
   connect(&actions_->guard(), &UnsavedGuard::refused, this,
           [this](const QString& why) { messages().tell(MessageBar::Kind::eError, why); });
   connect(&link_, &HostLink::busyChanged, panes_.status, &StatusLine::showBusy);
@@ -224,8 +231,11 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
   snapshot_ = snapshot;
   actions_->takeSnapshot(snapshot);
   actions_->guard().takeSnapshot(snapshot);
+  const bool hadFocus = focusWidget() && objects().isAncestorOf(focusWidget());
   projects().show(*snapshot);
   objects().show(*snapshot);
+  // A list that goes takes the keyboard with it, to a place that shows no focus.
+  if (hadFocus && snapshot->project.cookie.isEmpty()) projects().projects().setFocus();
   if (snapshot->panel) {
     ownMenus_->showPanel(*snapshot->panel);
     panel().show(*snapshot->panel);
@@ -238,7 +248,8 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
   // After the lists have the new rows.
   outcomes_->chooseMade();
   const auto chosen = objects().chosen();
-  if (!chosen.empty() && chosen.front().key == detail().key()) detail().update(chosen.front());
+  if (!chosen.empty() && chosen.front().key == detail().key())
+    detail().update(chosen.front(), contentText(chosen.front(), objects().kind(), objects()));
   showHistory();
   enableActions();
 }
@@ -315,7 +326,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
   isEnding_ = true;
   messages().tell(MessageBar::Kind::eNote,
                   QStringLiteral("Looking for unsaved changes. Close the window again to end at "
-                                 "once, without them."));
+                                 "once; they are then offered at the next start."));
   actions_->guard().before(
       QStringLiteral("Close the window"), [this] { end(); },
       [this] {

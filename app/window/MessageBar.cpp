@@ -1,5 +1,7 @@
 #include "app/window/MessageBar.h"
 
+#include <QFileInfo>
+#include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QStyle>
@@ -10,6 +12,7 @@
 
 #include "app/commands/Command.h"
 #include "app/commands/MessageAdvice.h"
+#include "app/window/ActionRunner.h"
 #include "app/window/ActionTable.h"
 #include "app/window/Appearance.h"
 #include "app/window/Dialogs.h"
@@ -40,6 +43,8 @@ QIcon signOf(MessageBar::Kind kind) {
 
 MessageBar::MessageBar(const QString& name, QWidget* parent)
     : QFrame(parent),
+      grid_(new QGridLayout(this)),
+      offers_(new QWidget),
       sign_(new QLabel),
       label_(new QLabel),
       buttons_{new QToolButton, new QToolButton, new QToolButton},
@@ -53,20 +58,23 @@ MessageBar::MessageBar(const QString& name, QWidget* parent)
   close_->setAutoRaise(true);
   close_->setToolTip(QStringLiteral("Close (Esc)"));
   close_->setAccessibleName(QStringLiteral("Close this message"));
-  auto* layout = new QHBoxLayout(this);
-  layout->setContentsMargins(12, 8, 8, 8);
-  layout->addWidget(sign_, 0, Qt::AlignTop);
-  layout->addWidget(label_, 1);
+  grid_->setContentsMargins(12, 8, 8, 8);
+  grid_->addWidget(sign_, 0, 0, Qt::AlignTop);
+  grid_->addWidget(label_, 0, 1);
+  grid_->setColumnStretch(1, 1);
+  auto* row = new QHBoxLayout(offers_);
+  row->setContentsMargins(0, 0, 0, 0);
   for (int i = 0; QToolButton * button : buttons_) {
     button->setObjectName(name + QStringLiteral("Button") +
                           (i > 0 ? QString::number(i) : QString()));
     button->setProperty("role", "button");
     button->hide();
-    layout->addWidget(button, 0, Qt::AlignVCenter);
+    row->addWidget(button, 0, Qt::AlignVCenter);
     connect(button, &QToolButton::clicked, this, [this, i] { Q_EMIT acted(i); });
     ++i;
   }
-  layout->addWidget(close_, 0, Qt::AlignTop);
+  grid_->addWidget(close_, 0, 3, Qt::AlignTop);
+  placeButtons();
   connect(close_, &QToolButton::clicked, this, &QWidget::hide);
   hide();
 }
@@ -91,11 +99,22 @@ void MessageBar::offer(const QStringList& actions) {
     button->setText(action);
     button->setVisible(!action.isEmpty());
   }
+  offers_->setVisible(!actions.value(0).isEmpty());
+}
+
+void MessageBar::placeButtons() {
+  grid_->removeWidget(offers_);
+  if (lines_ == Lines::eAll) {
+    grid_->addWidget(offers_, 0, 2, Qt::AlignVCenter);
+  } else {
+    grid_->addWidget(offers_, 1, 0, 1, 4, Qt::AlignLeft);
+  }
 }
 
 void MessageBar::setLines(Lines lines) {
   if (std::exchange(lines_, lines) == lines) return;
   label_->setWordWrap(lines == Lines::eAll);
+  placeButtons();
   showText();
 }
 
@@ -144,6 +163,11 @@ bool isShownByLists(const QString& command) {
          command.startsWith(QLatin1String("project enter"));
 }
 
+QString countOfUsers(long count) {
+  return count == 1 ? QStringLiteral("One user is active.")
+                    : QStringLiteral("%L1 users are active.").arg(count);
+}
+
 }  // namespace
 
 OutcomeTeller::OutcomeTeller(QWidget& window, HostLink& link, const WindowPanes& panes)
@@ -184,7 +208,8 @@ void OutcomeTeller::tellUndoably(const QString& text, const QStringList& undoLin
 }
 
 void OutcomeTeller::take(const CommandOutcome& outcome) {
-  if (UnsavedGuard::isConflict(outcome)) return;  // UnsavedGuard asks
+  if (UnsavedGuard::isConflict(outcome)) return;    // UnsavedGuard asks
+  if (ActionRunner::wouldReplace(outcome)) return;  // ActionRunner asks
   const bool isMessage = outcome.command == QLatin1String("say");
   if (!outcome.succeeded) {
     tellsOfSending_ = false;
@@ -200,16 +225,36 @@ void OutcomeTeller::take(const CommandOutcome& outcome) {
   showAgain(outcome);
 }
 
+// An answer that is a cookie, a number or nothing says little to somebody in the window.
+QString OutcomeTeller::inWords(const CommandOutcome& outcome) const {
+  const auto is = [&outcome](const char* command) {
+    return outcome.command == QLatin1String(command);
+  };
+  if (is("active")) return countOfUsers(outcome.result.asLong());
+  if (is("trash restore")) return QStringLiteral("Brought back from the trash.");
+  if (is("edit recover")) {
+    return outcome.line.endsWith(QLatin1String(" --discard"))
+               ? QStringLiteral("The unsaved changes are thrown away.")
+               : QStringLiteral("The unsaved changes are back. They are not saved yet.");
+  }
+  if (!is("edit export")) return outcome.text;
+  const CommandCall call = readCall(link_.commands(), outcome.line.toStdString());
+  const QFileInfo file(readableText(call.arguments[1]));
+  return QStringLiteral("Exported to \"%1\".").arg(oneLine(file.absoluteFilePath()));
+}
+
 void OutcomeTeller::tellAnswer(const CommandOutcome& outcome) {
-  if (outcome.text.isEmpty()) return;
+  const QString text = inWords(outcome);
+  if (text.isEmpty()) return;
   if (outcome.text.contains(QLatin1Char('\n')) || outcome.text.size() >= kLongestAnswer) {
     return showTable(window_, titleOf(outcome.line), outcome.text);
   }
-  panes_.messages->tell(MessageBar::Kind::eNote, outcome.text);
+  panes_.messages->tell(MessageBar::Kind::eNote, text);
 }
 
 void OutcomeTeller::noteMade(const CommandOutcome& outcome) {
-  if (makesEdit(outcome.command)) madeEdit_ = outcome.text;
+  const bool isBack = isOneOf(outcome.command, {"trash restore", "edit recover"});
+  if (isBack || makesEdit(outcome.command)) madeEdit_ = outcome.text;
   if (outcome.command == QLatin1String("project create")) madeProject_ = outcome.text;
 }
 
@@ -222,13 +267,16 @@ void OutcomeTeller::chooseMade() {
   }
 }
 
-// The chosen edit's timeline is drawn anew where a command of the user's changed it.
+// The chosen edit's timeline is drawn anew where a command of the user's changed it. Which edit a
+// step belonged to is not said, so it may always be the chosen one.
 void OutcomeTeller::showAgain(const CommandOutcome& outcome) {
+  const bool isStep = isOneOf(outcome.command, {"undo", "redo"});
   const bool isEdit = outcome.command.startsWith(QLatin1String("edit "));
   const auto chosen = panes_.objects->chosen();
-  if (!isEdit || isShownByLists(outcome.command) || chosen.empty()) return;
+  if (!(isEdit || isStep) || isShownByLists(outcome.command) || chosen.empty()) return;
   if (panes_.objects->kind() != ObjectKind::eEdits) return;
-  if (outcome.line.contains(chosen.front().cookie)) link_.askTimeline(chosen.front().cookie);
+  if (isStep || outcome.line.contains(chosen.front().cookie))
+    link_.askTimeline(chosen.front().cookie);
 }
 
 }  // namespace korvel

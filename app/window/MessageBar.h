@@ -10,6 +10,7 @@
 #include "app/window/HostLink.h"
 #include "app/window/WindowLayout.h"
 
+class QGridLayout;
 class QLabel;
 class QToolButton;
 
@@ -26,7 +27,7 @@ class MessageBar : public QFrame {
   explicit MessageBar(const QString& name, QWidget* parent = nullptr);
 
   /// Whether a text gets as many lines as it needs, or one that ends in "…" with the whole in its
-  /// tool tip.
+  /// tool tip, and its buttons below it.
   enum class Lines { eAll, eOne };
   void setLines(Lines lines);
 
@@ -44,7 +45,10 @@ class MessageBar : public QFrame {
  private:
   void resizeEvent(QResizeEvent* event) override;
   void showText();
+  void placeButtons();
 
+  QGridLayout* grid_;
+  QWidget* offers_;  ///< holds the buttons
   QLabel* sign_;
   QLabel* label_;
   std::array<QToolButton*, 3> buttons_;
@@ -77,6 +81,7 @@ class OutcomeTeller : public QObject {
   void tell(const QString& text, const QString& action, const std::function<void()>& act);
   void tellOfMessage(const CommandOutcome& said);
   void tellAnswer(const CommandOutcome& outcome);
+  [[nodiscard]] QString inWords(const CommandOutcome& outcome) const;
   void noteMade(const CommandOutcome& outcome);
   void showAgain(const CommandOutcome& outcome);
 

@@ -143,6 +143,7 @@ QString detailHeading(ObjectKind kind) {
 
 QString stateText(const ObjectRow& row) {
   if (row.isDirty) return row.isOpen ? QStringLiteral("open, unsaved") : QStringLiteral("unsaved");
+  if (row.isUnsavedElsewhere) return QStringLiteral("unsaved there");
   return row.isOpen ? QStringLiteral("open") : QString();
 }
 
@@ -178,6 +179,13 @@ void ObjectsModel::startAfresh() {
 }
 
 // Both lists are sorted by key, so one pass finds added, removed and changed rows.
+QString shownName(const ObjectRow& row) {
+  constexpr qsizetype kShortCookie = 9;
+  if (row.name.isEmpty()) return row.cookie;
+  if (!row.isNamesake) return oneLine(row.name);
+  return QStringLiteral("%1  (%2)").arg(oneLine(row.name), row.cookie.left(kShortCookie));
+}
+
 void ObjectsModel::setRows(const Shared<ObjectRows>& rows) {
   if (!rows || rows == rows_) return;
   news_.take(kind_, *rows);
@@ -343,7 +351,7 @@ QString ObjectsModel::mayText(const ObjectRow& row) const {
 QString ObjectsModel::textOf(const ObjectRow& row, Column column) const {
   switch (column) {
     case eName:
-      return row.name.isEmpty() ? row.cookie : oneLine(row.name);
+      return shownName(row);
     case eOwner:
       return row.owner.isEmpty() ? QStringLiteral("nobody") : oneLine(row.owner);
     case eMay:

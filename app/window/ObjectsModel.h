@@ -30,6 +30,10 @@ void sortByKey(ObjectRows& rows);
 /// Replaces a row, adds it, or takes it out when `row` has no cookie; the order by key stays.
 void putRow(ObjectRows& rows, const QString& key, ObjectRow row);
 
+/// What an object is called: with the beginning of its cookie where another has the same name, and
+/// with the cookie alone where it has none.
+QString shownName(const ObjectRow& row);
+
 /// One kind of a project's objects as a table. A new set of rows is taken over row by row, so that
 /// what is chosen, and where the list stands, stays. Whether the user may change an edit is asked
 /// for only once its row is shown.

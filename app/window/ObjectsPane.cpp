@@ -189,6 +189,8 @@ void ObjectsPane::show(const Snapshot& snapshot) {
   hasProject_ = !snapshot.project.cookie.isEmpty();
   const bool isOther = project_ != snapshot.project.cookie;
   project_ = snapshot.project.cookie;
+  // What was looked for in one project would hide the next one's objects.
+  if (isOther) search_->clear();
   news_.open(project_, snapshot.user);
   for (std::size_t i = 0; i < kObjectKinds; ++i) {
     if (isOther) lists_[i].view->selectionModel()->clear();
@@ -266,7 +268,9 @@ std::vector<ObjectRow> ObjectsPane::chosen() const {
   std::vector<ObjectRow> rows;
   const List& shown = list(kind());
   const QModelIndex current = shown.view->currentIndex();
-  for (const QModelIndex& index : shown.view->selectionModel()->selectedRows()) {
+  QModelIndexList selected = shown.view->selectionModel()->selectedRows();
+  std::ranges::sort(selected, {}, &QModelIndex::row);
+  for (const QModelIndex& index : selected) {
     const ObjectRow& row = shown.model->at(shown.proxy->mapToSource(index).row());
     // The current row first: actions on a single object take that one.
     rows.insert(index.row() == current.row() ? rows.begin() : rows.end(), row);

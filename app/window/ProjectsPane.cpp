@@ -300,8 +300,10 @@ void ProjectsPane::show(const Snapshot& snapshot) {
     showProjects();
   }
   // Unchanged parts of snapshots are the same object.
-  if (snapshot.rooms && (snapshot.rooms != roomRows_ || isOther)) {
+  if (snapshot.rooms &&
+      (snapshot.rooms != roomRows_ || isOther || roomsProblem_ != snapshot.roomsProblem)) {
     roomRows_ = snapshot.rooms;
+    roomsProblem_ = snapshot.roomsProblem;
     showRooms();
   }
 }
@@ -324,7 +326,9 @@ void ProjectsPane::showRooms() {
   const bool hasRooms = !open_.cookie.isEmpty() && !open_.isPrivate;
   roomsHint_->setText(open_.cookie.isEmpty() ? QStringLiteral("Rooms belong to an open project.")
                       : open_.isPrivate      ? QStringLiteral("A private project has no rooms.")
-                                        : QStringLiteral("None yet. Room > New room makes one."));
+                      : !roomsProblem_.isEmpty()
+                          ? roomsProblem_
+                          : QStringLiteral("None yet. Room > New room makes one."));
   roomsHint_->setVisible(!hasRooms || rooms_.model->rows().empty());
 }
 

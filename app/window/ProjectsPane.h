@@ -116,6 +116,7 @@ class ProjectsPane : public QWidget {
   Shared<std::vector<ProjectRow>> projectRows_;
   Shared<std::vector<RoomRow>> roomRows_;
   QString problem_;
+  QString roomsProblem_;
   ProjectState open_;
 };
 

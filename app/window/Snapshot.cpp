@@ -11,6 +11,7 @@
 #include "host/os/OS.h"
 #include "host/project/iPermissionsManager.h"
 #include "station/base/Strings.h"
+#include "station/edit/EditFile.h"
 #include "station/edit/Edits.h"
 #include "station/edit/UnsavedEdits.h"
 #include "station/keep/UndoList.h"
@@ -104,6 +105,7 @@ PanelState panelState(const JsonValue& shown) {
   panel.recipient = readableText(shown["recipient"].asString());
   panel.recipients = stringList(shown["recipients"]);
   panel.lines = stringList(shown["lines"]);
+  for (QString& line : panel.lines) line = asTyped(line);
   panel.entry = readableText(shown["entry"].asString());
   panel.prompt = readableText(shown["prompt"].asString());
   panel.icon = readableText(shown["icon"].asString());
@@ -124,6 +126,13 @@ ProjectState projectState(Station& station) {
   if (!open) return {};
   return {readableText(open->cookie.asString().str()), readableText(shownText(open->name)),
           open->isPrivate, readableText(shownText(station.rooms().current()))};
+}
+
+void markNamesakes(ObjectRows& rows) {
+  QHash<QString, int> counts;
+  counts.reserve(static_cast<qsizetype>(rows.size()));
+  for (const ObjectRow& row : rows) ++counts[row.name];
+  for (ObjectRow& row : rows) row.isNamesake = counts[row.name] > 1;
 }
 
 }  // namespace
@@ -169,6 +178,7 @@ void SnapshotMaker::lookAtLists(Snapshot& next) {
   }
   next.projects = unlessSame(next.projects, std::move(projects));
   std::vector<RoomRow> rooms;
+  next.roomsProblem.clear();
   if (!next.project.cookie.isEmpty() && !next.project.isPrivate) {
     if (const auto infos = station_.rooms().list()) {
       for (const RoomInfo& info : *infos) {
@@ -176,6 +186,8 @@ void SnapshotMaker::lookAtLists(Snapshot& next) {
                          readableText(info.holder)});
       }
       sortByName(rooms);
+    } else {
+      next.roomsProblem = shownError(infos.error());
     }
   }
   next.rooms = unlessSame(next.rooms, std::move(rooms));
@@ -197,6 +209,19 @@ void SnapshotMaker::addHistory(ObjectRow& row) const {
   }
 }
 
+// Changes that another announced and has not saved make an edit dirty here as well. They are not
+// this user's to save or to lose.
+ObjectRow SnapshotMaker::shownEdit(const JsonValue& line) const {
+  ObjectRow row = editRow(line);
+  addHistory(row);
+  if (!row.isDirty) return row;
+  const EditFile* const edit =
+      station_.edits().loaded(Cookie(row.cookie.toStdString().c_str(), false));
+  row.isDirty = edit && edit->hasLocalChanges();
+  row.isUnsavedElsewhere = !row.isDirty;
+  return row;
+}
+
 void SnapshotMaker::lookAtEdits(Snapshot& next, const Changes& changes) {
   Shared<ObjectRows>& shown = next.objects[static_cast<std::size_t>(ObjectKind::eEdits)];
   // Reading all edits costs most, so single changed edits are replaced where they are known.
@@ -206,18 +231,17 @@ void SnapshotMaker::lookAtEdits(Snapshot& next, const Changes& changes) {
   if (isWhole) {
     const JsonValue list = station_.edits().list();
     for (const JsonValue& line : list.elements()) {
-      rows.push_back(editRow(line));
-      addHistory(rows.back());
+      rows.push_back(shownEdit(line));
     }
     sortByKey(rows);
     lookAtLeft(next);
   } else {
     for (const std::string& cookie : changes.edits) {
-      ObjectRow row = editRow(station_.edits().listed(Cookie(cookie.c_str(), false)));
-      addHistory(row);
-      putRow(rows, readableText(cookie), std::move(row));
+      const JsonValue line = station_.edits().listed(Cookie(cookie.c_str(), false));
+      putRow(rows, readableText(cookie), shownEdit(line));
     }
   }
+  markNamesakes(rows);
   shown = unlessSame(shown, std::move(rows));
 }
 
@@ -259,10 +283,17 @@ void SnapshotMaker::lookAtUsers(Snapshot& next) {
   if (!permissions) return;
   next.user = readableText(shownText(permissions->getCurrentUser()));
   const auto& users = permissions->getUserList();
-  if (next.users && static_cast<std::size_t>(next.users->size()) == users.size()) return;
-  QStringList names;
-  for (const auto& user : users) names.append(readableText(shownText(user)));
-  next.users = std::make_shared<const QStringList>(std::move(names));
+  if (!next.users || static_cast<std::size_t>(next.users->size()) != users.size()) {
+    QStringList names;
+    for (const auto& user : users) names.append(readableText(shownText(user)));
+    next.users = std::make_shared<const QStringList>(std::move(names));
+  }
+  QStringList owners = *next.users;
+  for (const std::string& host : station_.presence().hosts()) {
+    const QString name = readableText(host);
+    if (!owners.contains(name)) owners.append(name);
+  }
+  next.owners = unlessSame(next.owners, std::move(owners));
 }
 
 void SnapshotMaker::lookAtPresence(Snapshot& next) const {

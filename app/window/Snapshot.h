@@ -60,8 +60,10 @@ struct ObjectRow {
   QString problem;
   bool isLog = false;
   bool isOpen = false;
-  bool isDirty = false;
-  bool isDeleted = false;  ///< by another, while it was open or had unsaved changes here
+  bool isDirty = false;             ///< the user's changes are not saved
+  bool isNamesake = false;          ///< another edit or log has its name, too
+  bool isUnsavedElsewhere = false;  ///< another's, who announced them, are not
+  bool isDeleted = false;           ///< by another, while it was open or had unsaved changes here
   RemoteChanges elsewhere;
   quint64 content = 0;   ///< other when it holds something else; the same at every start
   QString savedBy;       ///< the user who saved an edit last, where that is known
@@ -137,12 +139,14 @@ struct Snapshot {
   Shared<std::vector<ProjectRow>> projects;
   QString projectsProblem;  ///< why they cannot be listed
   Shared<std::vector<RoomRow>> rooms;
+  QString roomsProblem;  ///< why they cannot be listed
   std::array<Shared<ObjectRows>, kObjectKinds> objects;
   Shared<std::vector<LeftEdit>> left;  ///< unsaved changes that can be taken up, the newest first
   Shared<PanelState> panel;
   KeptTools tools;
   Shared<QStringList> users;
-  QString user;  ///< of this station; empty before there is one
+  Shared<QStringList> owners;  ///< who can be given something: users, and stations that are here
+  QString user;                ///< of this station; empty before there is one
   PresenceState presence;
 };
 using SnapshotPtr = std::shared_ptr<const Snapshot>;
@@ -172,6 +176,7 @@ class SnapshotMaker {
   void lookAtUsers(Snapshot& next);
   void lookAtPresence(Snapshot& next) const;
   void addHistory(ObjectRow& row) const;
+  [[nodiscard]] ObjectRow shownEdit(const JsonValue& line) const;
 
   Station& station_;
   SnapshotPtr last_ = std::make_shared<const Snapshot>();

@@ -3,6 +3,7 @@
 #include <QHelpEvent>
 #include <QPainter>
 #include <QPlainTextEdit>
+#include <QStringDecoder>
 #include <QStyle>
 #include <QTextDocument>
 #include <QToolTip>
@@ -24,6 +25,19 @@ bool isControl(QChar letter) {
 }
 
 }  // namespace
+
+QString asTyped(const QString& line) {
+  constexpr qsizetype kLongestLetter = 4;  // bytes
+  const bool isWidened = std::ranges::all_of(line, [](QChar each) { return each.unicode() < 256; });
+  if (!isWidened) return line;
+  const QByteArray bytes = line.toLatin1();
+  for (qsizetype cut = 0; cut < std::min(kLongestLetter, bytes.size() + 1); ++cut) {
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString text = decoder(bytes.chopped(cut));
+    if (!decoder.hasError()) return cut == 0 ? text : text + QChar(QChar::ReplacementCharacter);
+  }
+  return line;
+}
 
 QString plainTip(const QString& text) {
   if (text.isEmpty()) return {};

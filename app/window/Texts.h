@@ -13,6 +13,11 @@ namespace korvel {
 /// character.
 inline QString readableText(const std::string& utf8) { return QString::fromStdString(utf8); }
 
+/// A line of the message panel as it was typed. The panel widens the bytes of a text one by one, so
+/// that each letter beyond ASCII became several. A letter cut at the end becomes the replacement
+/// character.
+QString asTyped(const QString& line);
+
 /// A tool tip that shows a text as it is: names and messages of others never become markup.
 QString plainTip(const QString& text);
 

@@ -162,6 +162,7 @@ void UnsavedGuard::askForCopy(const UnsavedEdit& edit, const QString& name,
 
 void UnsavedGuard::offer(const QString& text, const QStringList& actions,
                          std::vector<std::function<void()>> offered) {
+  told_.clear();
   offered_ = std::move(offered);
   // The bar has three buttons; those without a function only close it.
   offered_.resize(3);
@@ -179,6 +180,7 @@ void UnsavedGuard::tellOfDeletions() {
     if (deleted_.contains(row.cookie)) continue;
     link_.askDeleter(row.cookie, [this, edit = UnsavedEdit{row.cookie, row.name},
                                   isDirty = row.isDirty](const QString& user) {
+      if (!deleted_.contains(edit.cookie)) return;  // brought back meanwhile
       const QString who = user.isEmpty() ? QStringLiteral("Another") : oneLine(user);
       // Closing is refused with unsaved changes.
       const char* const drop = isDirty ? "edit revert" : "edit close";
@@ -187,9 +189,13 @@ void UnsavedGuard::tellOfDeletions() {
             {QStringLiteral("Save a copy…"), QStringLiteral("Let it go"), QStringLiteral("Later")},
             {[this, edit] { askForCopy(edit, edit.name, {}); },
              [this, edit, drop] { link_.run(lineOn(drop, edit.cookie)); }});
+      told_ = edit.cookie;
     });
   }
   deleted_ = deleted;
+  if (told_.isEmpty() || deleted.contains(told_)) return;
+  told_.clear();
+  bar_.hide();
 }
 
 void UnsavedGuard::takeSnapshot(const SnapshotPtr& snapshot) {

@@ -64,6 +64,7 @@ class UnsavedGuard : public QObject {
   SnapshotPtr snapshot_;
   QString user_;
   QSet<QString> deleted_;  ///< edits of which it was told that another deleted them
+  QString told_;           ///< the one of them that the bar speaks of; empty for none
   std::vector<std::function<void()>> offered_;  ///< what the bar's buttons do
   Shared<std::vector<LeftEdit>> left_;          ///< as it was offered last
 };

@@ -6,6 +6,7 @@
 #include <QScreen>
 #include <QSettings>
 #include <QSplitter>
+#include <QTabBar>
 #include <QTreeView>
 #include <QTreeWidget>
 #include <QVBoxLayout>
@@ -189,6 +190,9 @@ void WindowLayout::buildDocks() {
     dockSizes_[each] = kDockSize;
     // Queued: within the signal Qt is still laying out, and a change of sizes would be lost.
     connect(each, &QDockWidget::visibilityChanged, this, &WindowLayout::fit, Qt::QueuedConnection);
+    // The list and the timeline both give room to a dock; a message takes it from the timeline.
+    connect(each, &QDockWidget::visibilityChanged, this, &WindowLayout::fitHeights,
+            Qt::QueuedConnection);
     connect(each, &QDockWidget::dockLocationChanged, this, &WindowLayout::fit,
             Qt::QueuedConnection);
   }
@@ -231,7 +235,16 @@ void WindowLayout::fit() {
   if (isSmall != isSmall_) isSmall ? gatherDocks() : spreadDocks();
   isSmall_ = isSmall;
   fitDocks();
+  fitTabs();
   if (!isSmall) noteSpread();
+}
+
+// The tabs of docks that are closed stay, without a size: the Tab key must not go there.
+void WindowLayout::fitTabs() {
+  const auto direct = Qt::FindDirectChildrenOnly;
+  for (QTabBar* tabs : window_.findChildren<QTabBar*>(QString(), direct)) {
+    tabs->setFocusPolicy(tabs->visibleRegion().isEmpty() ? Qt::NoFocus : Qt::TabFocus);
+  }
 }
 
 // The list of objects keeps most of the width: what is beside it gets a third at most.

@@ -274,4 +274,18 @@ TEST_F(WindowBadInputTest, AStationThatDiedIsNamedAtWhatItLeftBehind) {
   });
 }
 
+TEST(PanelLinesTest, ALineReadsAsItWasTyped) {
+  const auto widened = [](const QString& text) { return QString::fromLatin1(text.toUtf8()); };
+  for (const char* each :
+       {" : hello", "", "ANNA : Gr\xc3\xbc\xc3\x9f", " : 5 \xe2\x82\xac", " : \xf0\x9f\x8e\xac"}) {
+    const QString text = QString::fromUtf8(each);
+    EXPECT_EQ(asTyped(widened(text)), text) << each;
+  }
+  EXPECT_EQ(asTyped(QString::fromLatin1(" : 5 \xe2\x82")), QString(" : 5 ") + QChar(0xfffd));
+  const QString broken = QString::fromLatin1("\xff middle");
+  EXPECT_EQ(asTyped(broken), broken);
+  const QString wide = QString::fromUtf8("\xe6\xb5\xb7");
+  EXPECT_EQ(asTyped(wide), wide);
+}
+
 }  // namespace

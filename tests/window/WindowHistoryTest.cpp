@@ -133,6 +133,29 @@ TEST_F(WindowHistoryTest, RestoringSavesTheVersionAndUndoTakesItBack) {
   });
 }
 
+TEST_F(WindowHistoryTest, ATrimThatIsUndoneOrDoneAgainIsDrawnAnew) {
+  play([this](MainWindow& window) {
+    const QString name = QString::fromStdString(name_);
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Zebra").isEmpty(); }));
+    clickEdit(window, name);
+    const auto length = [&window] {
+      const auto& timeline = window.detail().view().timeline();
+      return timeline ? timeline->length : 0;
+    };
+    ASSERT_TRUE(waitFor([&] { return length() > 0; }));
+    const auto whole = length();
+    window.link().run("edit trim " + keyOf(window, name) + " Gull 0s 1s");
+    ASSERT_TRUE(waitFor([&] { return length() < whole; }));
+    const auto trimmed = length();
+    ASSERT_TRUE(waitFor([&] { return !window.snapshot()->undo.isEmpty(); }));
+    QTest::keyClick(&window, Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_TRUE(waitFor([&] { return length() == whole; })) << length();
+    ASSERT_TRUE(waitFor([&] { return !window.snapshot()->redo.isEmpty(); }));
+    QTest::keyClick(&window, Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_TRUE(waitFor([&] { return length() == trimmed; })) << length();
+  });
+}
+
 TEST_F(WindowHistoryTest, RestoringAsksWhatBecomesOfUnsavedChanges) {
   play([this](MainWindow& window) {
     openHistory(window);

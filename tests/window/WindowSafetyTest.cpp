@@ -6,7 +6,11 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPointer>
+#include <QPushButton>
+#include <fstream>
+#include <iterator>
 
+#include "app/window/MessageBar.h"
 #include "tests/window/WindowScene.h"
 
 namespace korvel {
@@ -210,6 +214,101 @@ TEST_F(WindowSafetyTest, GivingToAnUnknownOrReservedNameIsAskedAbout) {
     }
     EXPECT_EQ(window.snapshot()->objects[0]->size(), 2U);
     for (const ObjectRow& row : *window.snapshot()->objects[0]) EXPECT_EQ(row.owner, "ANNA");
+  });
+}
+
+TEST_F(WindowSafetyTest, TheFocusOfAQuestionShowsWhatReturnDoes) {
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Pier").isEmpty(); }));
+    clickEdit(window, "Pier");
+    QTest::keyClick(&window.objects().view(ObjectKind::eEdits), Qt::Key_Delete);
+    const QPointer<QDialog> dialog = dialogOf(window, "deleteDialog");
+    ASSERT_TRUE(dialog);
+    const auto* const button = qobject_cast<QPushButton*>(dialog->focusWidget());
+    ASSERT_TRUE(button) << "the focus is in no button";
+    EXPECT_TRUE(button->isDefault()) << button->text().toStdString();
+    QTest::keyClick(dialog, Qt::Key_Return);
+    EXPECT_TRUE(waitFor([&] { return dialog.isNull(); }));
+    EXPECT_FALSE(keyOf(window, "Pier").isEmpty());
+  });
+}
+
+TEST_F(WindowSafetyTest, WhoIsHereCanBeGivenAnEditWithoutAUserList) {
+  play([this](MainWindow& window) {
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    ASSERT_TRUE(waitFor([&] {
+      const auto& owners = window.snapshot() ? window.snapshot()->owners : nullptr;
+      return owners && owners->contains("BEN") && !keyOf(window, "Pier").isEmpty();
+    }));
+    clickEdit(window, "Pier");
+    QTest::keyClick(&window, Qt::Key_G, Qt::ControlModifier);
+    const QPointer<QDialog> dialog = dialogOf(window, "actionDialog");
+    ASSERT_TRUE(dialog);
+    EXPECT_GE(dialog->findChild<QComboBox*>()->findText("BEN"), 0);
+    QTest::keyClicks(dialog->findChild<QComboBox*>()->lineEdit(), "BEN");
+    ASSERT_TRUE(answer(window, "actionDialog", "Give to"));
+    EXPECT_TRUE(waitFor([&] {
+      for (const ObjectRow& row : window.objects().rows(ObjectKind::eEdits)) {
+        if (row.name == "Pier" && row.owner == "BEN") return true;
+      }
+      return false;
+    })) << window.messages().text().toStdString();
+    EXPECT_FALSE(window.findChild<QDialog*>("giveDialog"));
+  });
+}
+
+TEST_F(WindowSafetyTest, WhatAnotherHasNotSavedIsNotAskedAboutOnLeaving) {
+  play([this](MainWindow& window) {
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    ASSERT_TRUE(ben.command("project enter Harbour")["ok"].asBool());
+    ASSERT_TRUE(ben.command("edit create Wharf")["ok"].asBool());
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Wharf").isEmpty(); }));
+    clickEdit(window, "Wharf");
+    window.link().run("edit open Wharf");
+    ASSERT_TRUE(waitFor([&] { return window.objects().chosen().front().isOpen; }));
+    ASSERT_TRUE(ben.command("edit rename Wharf Jetty")["ok"].asBool());
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Jetty").isEmpty(); }));
+    const ObjectRow shown = window.objects().chosen().front();
+    EXPECT_FALSE(shown.isDirty) << "they are BEN's changes";
+    EXPECT_TRUE(shown.isUnsavedElsewhere);
+    QTest::keyClick(&window, Qt::Key_L, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_TRUE(waitForProject(window, ""));
+    EXPECT_FALSE(window.findChild<QDialog*>("unsavedDialog"));
+  });
+}
+
+std::string contentOf(const std::string& path) {
+  std::ifstream in(path);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+TEST_F(WindowSafetyTest, AnExportAsksBeforeItReplacesAFile) {
+  play([this](MainWindow& window) {
+    const std::string there = folder / "cut of friday.otio";
+    std::ofstream(there) << "Friday";
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Pier").isEmpty(); }));
+    clickEdit(window, "Pier");
+    for (const bool isToBe : {false, true}) {
+      comeBack(window);
+      QTest::keyClick(&window, Qt::Key_E, Qt::ControlModifier | Qt::ShiftModifier);
+      const QPointer<QDialog> dialog = dialogOf(window, "actionDialog");
+      ASSERT_TRUE(dialog);
+      dialog->findChild<QLineEdit*>()->setText(QString::fromStdString(there));
+      ASSERT_TRUE(answer(window, "actionDialog", "Export"));
+      const QPointer<QDialog> question = dialogOf(window, "replaceDialog");
+      ASSERT_TRUE(question);
+      EXPECT_EQ(thingsOf(*question), QStringList(QString::fromStdString(there)));
+      EXPECT_EQ(contentOf(there), "Friday");
+      ASSERT_TRUE(answer(window, "replaceDialog", isToBe ? "Replace" : "Cancel"));
+      EXPECT_TRUE(waitFor([&] { return question.isNull() && dialog.isNull(); }));
+    }
+    EXPECT_TRUE(waitFor([&] { return contentOf(there) != "Friday"; }));
+    EXPECT_TRUE(waitFor([&] {
+      return window.messages().text().contains(QString::fromStdString(there));
+    })) << window.messages().text().toStdString();
   });
 }
 

@@ -305,7 +305,8 @@ TEST_F(WindowTest, NoTwoActionsAnswerToTheSameKey) {
     QStringList keys;
     for (const QAction* action : window.findChildren<QAction*>()) {
       const QString key = action->shortcut().toString();
-      if (key.isEmpty()) continue;
+      // A key of a single list means another action in another list.
+      if (key.isEmpty() || action->shortcutContext() == Qt::WidgetShortcut) continue;
       EXPECT_FALSE(keys.contains(key)) << key.toStdString();
       keys.append(key);
     }

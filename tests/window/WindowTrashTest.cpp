@@ -5,6 +5,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QPlainTextEdit>
 #include <QPointer>
 #include <QToolButton>
 #include <QTreeWidget>
@@ -170,6 +171,48 @@ TEST_F(WindowTrashTest, WhatAnotherDeletedCanBeLetGo) {
     QTest::mouseClick(&window.recovery().button(1), Qt::LeftButton);
     EXPECT_TRUE(waitFor([&] { return keyOf(window, "Reel").isEmpty(); }));
     EXPECT_FALSE(window.recovery().isVisible());
+  });
+}
+
+TEST_F(WindowTrashTest, WhatAnotherBringsBackIsNoLongerToldAsDeleted) {
+  play([this](MainWindow& window) {
+    StationProcess ben(other("BEN"));
+    haveReelDeleted(window, ben);
+    ASSERT_TRUE(ben.command("undo")["ok"].asBool());
+    EXPECT_TRUE(waitFor([&] { return !window.recovery().isVisible(); }))
+        << window.recovery().text().toStdString();
+    EXPECT_FALSE(keyOf(window, "Reel").isEmpty());
+  });
+}
+
+TEST_F(WindowTrashTest, WhatIsBackIsChosenAndNamedInWords) {
+  play([this](MainWindow& window) {
+    waitForEdits(window);
+    deleteByKey(window, longName());
+    ASSERT_TRUE(waitFor([&] { return window.messages().button().isVisible(); }));
+    QTest::mouseClick(&window.messages().button(), Qt::LeftButton);
+    EXPECT_TRUE(waitFor([&] {
+      const auto chosen = window.objects().chosen();
+      return !chosen.empty() && chosen.front().name == longName();
+    }));
+    EXPECT_EQ(window.messages().text(), "Brought back from the trash.");
+  });
+}
+
+TEST_F(WindowTrashTest, AStepThatIsUndoneIsSeenBelowTheList) {
+  play([this](MainWindow& window) {
+    waitForEdits(window);
+    command(window, "bin create Rushes");
+    ASSERT_TRUE(waitFor([&] { return !window.objects().rows(ObjectKind::eBins).empty(); }));
+    window.objects().choose(ObjectKind::eBins,
+                            window.objects().rows(ObjectKind::eBins).front().key);
+    command(window, "bin add Rushes Quay");
+    const auto words = [&window] {
+      return window.detail().findChild<QPlainTextEdit*>()->toPlainText();
+    };
+    EXPECT_TRUE(waitFor([&] { return words() == "Quay"; })) << words().toStdString();
+    command(window, "undo");
+    EXPECT_TRUE(waitFor([&] { return words() == "It is empty."; })) << words().toStdString();
   });
 }
 

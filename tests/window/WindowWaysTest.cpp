@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <QAbstractScrollArea>
 #include <QAccessible>
 #include <QDockWidget>
 #include <QImage>
+#include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMenu>
@@ -10,6 +12,7 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QToolBar>
+#include <QToolButton>
 #include <QTreeView>
 #include <cmath>
 #include <set>
@@ -129,6 +132,117 @@ TEST_F(WindowWaysTest, TheFocusIsVisibleWhereverItIs) {
       each->setFocus(Qt::TabFocusReason);
       QCoreApplication::processEvents();
       EXPECT_GT(differingDots(without, each->grab().toImage()), 30) << nameOfWidget(each);
+    }
+  });
+}
+
+TEST_F(WindowWaysTest, TabGoesWhereTheFocusIsVisible) {
+  script = kTwoEdits;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    QApplication::setActiveWindow(&window);
+    window.projects().projects().setFocus();
+    for (int i = 0; i < 12; ++i) {
+      QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+      QWidget* const now = QApplication::focusWidget();
+      ASSERT_TRUE(now);
+      EXPECT_TRUE(reachable(window).contains(now)) << nameOfWidget(now);
+      const auto* const area = qobject_cast<QAbstractScrollArea*>(now);
+      const QWidget* const seen = area ? area->viewport() : now;
+      EXPECT_FALSE(seen->visibleRegion().isEmpty()) << nameOfWidget(now);
+    }
+  });
+}
+
+TEST_F(WindowWaysTest, LeavingAProjectLeavesTheKeyboardAtTheListOfProjects) {
+  script = kTwoEdits;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return !window.objects().rows(ObjectKind::eEdits).empty(); }));
+    QApplication::setActiveWindow(&window);
+    window.objects().view(ObjectKind::eEdits).setFocus();
+    window.link().run("project leave");
+    ASSERT_TRUE(waitForProject(window, ""));
+    EXPECT_TRUE(waitFor([&] { return window.projects().projects().hasFocus(); }));
+  });
+}
+
+TEST_F(WindowWaysTest, ASearchEndsWithTheProject) {
+  script = kTwoEdits + std::string("project create Zoo\n");
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return !window.objects().rows(ObjectKind::eEdits).empty(); }));
+    auto* const search = window.findChild<QLineEdit*>("search");
+    search->setText("nothing is called so");
+    window.link().run("project enter Zoo");
+    ASSERT_TRUE(waitForProject(window, "Zoo"));
+    EXPECT_TRUE(waitFor([&] { return search->text().isEmpty(); }));
+  });
+}
+
+TEST_F(WindowWaysTest, EditsOfOneNameAreToldApart) {
+  script = kTwoEdits + std::string("edit create Twin\nedit create Twin\n");
+  play([](MainWindow& window) {
+    const auto twins = [&window] {
+      QStringList shown;
+      const QAbstractItemModel& list = *window.objects().view(ObjectKind::eEdits).model();
+      for (int i = 0; i < list.rowCount(); ++i) {
+        const QString name = list.index(i, 0).data().toString();
+        if (name.startsWith("Twin")) shown.append(name);
+      }
+      return shown;
+    };
+    ASSERT_TRUE(waitFor([&] { return twins().size() == 2; }));
+    EXPECT_NE(twins()[0], twins()[1]);
+    window.link().run("edit delete " + keyOf(window, "Twin"));
+    EXPECT_TRUE(waitFor([&] { return twins() == QStringList("Twin"); }));
+  });
+}
+
+TEST_F(WindowWaysTest, DelDeletesInEveryListOfObjects) {
+  script = kTwoEdits + std::string("bin create Rushes\n");
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return !window.objects().rows(ObjectKind::eBins).empty(); }));
+    window.objects().choose(ObjectKind::eBins,
+                            window.objects().rows(ObjectKind::eBins).front().key);
+    QApplication::setActiveWindow(&window);
+    window.objects().view(ObjectKind::eBins).setFocus();
+    QTest::keyClick(&window.objects().view(ObjectKind::eBins), Qt::Key_Delete);
+    ASSERT_TRUE(waitFor([&] { return answer(window, "deleteDialog", "Delete"); }));
+    EXPECT_TRUE(waitFor([&] { return window.objects().rows(ObjectKind::eBins).empty(); }));
+    EXPECT_EQ(window.objects().rows(ObjectKind::eEdits).size(), 2U);
+  });
+}
+
+TEST_F(WindowWaysTest, AnOpenHistoryLeavesTheTimelineItsShare) {
+  script = kTwoEdits;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    window.resize(1280, 800);
+    const auto room = [&window] { return window.detail().height() + window.objects().height(); };
+    const auto share = [&] { return static_cast<double>(window.detail().height()) / room(); };
+    ASSERT_TRUE(waitFor([&] { return window.height() == 800 && share() > 0.3; })) << share();
+    // What the new size led to is over before the history opens.
+    for (int i = 0; i < 3; ++i) QCoreApplication::processEvents();
+    const double before = share();
+    const int roomBefore = room();
+    QTest::keyClick(&window, Qt::Key_H, Qt::ControlModifier);
+    ASSERT_TRUE(waitFor([&] { return room() < roomBefore - 100; })) << room();
+    EXPECT_TRUE(waitFor([&] { return share() > 0.9 * before; })) << share() << " of " << before;
+  });
+}
+
+TEST_F(WindowWaysTest, InASmallWindowAMessageIsReadAboveItsButtons) {
+  script = kTwoEdits;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    window.resize(300, 200);
+    MessageBar& bar = window.recovery();
+    bar.tell(MessageBar::Kind::eChange, "Unsaved changes of 12:04 in \"Quay\" were left.");
+    bar.offer({"Take up", "Throw away", "Later"});
+    const auto* const text = bar.findChild<QLabel*>("recoveryText");
+    EXPECT_TRUE(waitFor([&] { return text->width() > 180; })) << text->width();
+    for (std::size_t i = 0; i < 3; ++i) {
+      EXPECT_GE(bar.button(i).width(), bar.button(i).sizeHint().width()) << i;
+      EXPECT_GT(bar.button(i).mapTo(&bar, QPoint()).y(), text->geometry().bottom()) << i;
     }
   });
 }
