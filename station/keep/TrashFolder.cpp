@@ -113,6 +113,10 @@ Result<void> TrashFolder::make() const {
   if (auto made = makeFolder(folder_); !made && made.error().code != ErrorCode::eExists) {
     return made.error();
   }
+  return requireFolder();
+}
+
+Result<void> TrashFolder::requireFolder() const {
   struct stat status {};
   // The name may have been taken by a file, or by a link that leads out of the share.
   if (::lstat(folder_.c_str(), &status) != 0) return errorFromErrno(errno, "use", folder_);
@@ -147,6 +151,7 @@ Result<std::vector<Trashed>> TrashFolder::list() const {
   // Only where the project itself is there: while the share is away, an empty list would be wrong.
   if (!names && isGoneFrom(folderOf(folder_), folder_)) return all;
   if (!names) return names.error();
+  if (auto folder = requireFolder(); !folder) return folder.error();
   for (const std::string& name : *names) {
     Trashed trashed;
     trashed.path = folder_ + "/" + name;

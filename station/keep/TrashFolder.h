@@ -66,6 +66,7 @@ class TrashFolder {
 
  private:
   [[nodiscard]] Result<void> make() const;
+  [[nodiscard]] Result<void> requireFolder() const;
 
   std::string folder_;
 };

@@ -121,6 +121,7 @@ TEST_F(TrashFolderTest, SomethingElseInThePlaceOfTheTrashLosesNothing) {
     const auto taken = trash_.take(file, "anna");
     EXPECT_FALSE(taken);
     EXPECT_TRUE(fs::exists(file));
+    EXPECT_FALSE(trash_.list()) << "what a link leads to would be emptied as well";
     fs::remove(place);
     return taken ? std::string() : taken.error().message;
   };
