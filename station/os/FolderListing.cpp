@@ -6,6 +6,7 @@
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,31 +26,43 @@ namespace korvel {
 
 namespace {
 
-std::int64_t nanoseconds(const timespec& time) {
+// Not the time of the last reading, which all calls of stat() ask for: NFS does not know it after
+// each reading, and asks the server once more.
+constexpr unsigned kAsked =
+    STATX_TYPE | STATX_INO | STATX_SIZE | STATX_MTIME | STATX_CTIME | STATX_NLINK;
+
+/// What is at the name, seen from the open folder, or with no name the open file itself. A link is
+/// not followed: it may lead out of the share.
+bool look(int folder, const char* name, struct statx& status) {
+  const int flags = AT_SYMLINK_NOFOLLOW | (*name == '\0' ? AT_EMPTY_PATH : 0);
+  return ::statx(folder, name, flags, kAsked, &status) == 0;
+}
+
+std::int64_t nanoseconds(const statx_timestamp& time) {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
-FileStamp stampOf(const struct stat& status) {
-  return {status.st_dev,
-          status.st_ino,
-          static_cast<std::uint64_t>(status.st_size),
-          nanoseconds(status.st_mtim),
-          nanoseconds(status.st_ctim),
-          status.st_nlink};
+FileStamp stampOf(const struct statx& status) {
+  return {::makedev(status.stx_dev_major, status.stx_dev_minor),
+          status.stx_ino,
+          status.stx_size,
+          nanoseconds(status.stx_mtime),
+          nanoseconds(status.stx_ctime),
+          status.stx_nlink};
 }
 
 bool stampOpen(int descriptor, FileStamp& stamp) {
-  struct stat status {};
-  if (::fstat(descriptor, &status) != 0) return false;
+  struct statx status {};
+  if (!look(descriptor, "", status)) return false;
   stamp = stampOf(status);
   return true;
 }
 
 /// A file that vanishes while the folder is read is not in the listing.
 void addEntry(int folder, const char* name, FolderListing& listing) {
-  struct stat status {};
-  if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return;
-  if (S_ISREG(status.st_mode)) {
+  struct statx status {};
+  if (!look(folder, name, status)) return;
+  if (S_ISREG(status.stx_mode)) {
     listing.files.emplace(name, stampOf(status));
   } else {
     listing.others.emplace_back(name);
@@ -86,12 +99,6 @@ Result<FileStamp> stampOfFolder(const std::string& folder) {
   return stamp;
 }
 
-Result<FileStamp> lookAfreshStamped(const std::string& folder) {
-  struct stat before {};
-  if (!openAfresh(folder, &before).isOpen()) return errorFromErrno(errno, "look at", folder);
-  return stampOf(before);
-}
-
 Result<StampedContent> readStamped(const std::string& path, std::size_t most) try {
   const Descriptor file = openPlainFile(path, O_RDONLY | O_NOFOLLOW);
   StampedContent content;
@@ -109,11 +116,10 @@ Result<StampedContent> readStamped(const std::string& path, std::size_t most) tr
 }
 
 Result<FileStamp> stampOfFile(const std::string& path) {
-  struct stat status {};
-  // A link is not followed: it may lead out of the share.
-  if (::lstat(path.c_str(), &status) != 0) return errorFromErrno(errno, "look at", path);
-  if (S_ISREG(status.st_mode)) return stampOf(status);
-  const int problem = S_ISDIR(status.st_mode) ? EISDIR : S_ISLNK(status.st_mode) ? ELOOP : ENXIO;
+  struct statx status {};
+  if (!look(AT_FDCWD, path.c_str(), status)) return errorFromErrno(errno, "look at", path);
+  if (S_ISREG(status.stx_mode)) return stampOf(status);
+  const int problem = S_ISDIR(status.stx_mode) ? EISDIR : S_ISLNK(status.stx_mode) ? ELOOP : ENXIO;
   return errorFromErrno(problem, "look at", path);
 }
 
@@ -151,8 +157,8 @@ void inFlight(std::size_t count, const std::function<void(std::size_t)>& job) {
 }
 
 bool isStillStamped(const std::string& path, const FileStamp& stamp) {
-  struct stat status {};
-  return ::lstat(path.c_str(), &status) == 0 && stampOf(status) == stamp;
+  struct statx status {};
+  return look(AT_FDCWD, path.c_str(), status) && stampOf(status) == stamp;
 }
 
 bool isSurelyGone(const std::string& path) {

@@ -63,11 +63,6 @@ Result<FolderListing> listStamped(const std::string& folder, WantedName isWanted
 /// One or two round trips, whatever the folder's size.
 Result<FileStamp> stampOfFolder(const std::string& folder);
 
-/// Looks at a folder afresh for the sake of what is in it; the folder's own stamp may be an older
-/// one. A round trip less than stampOfFolder() on NFS, where reading an entry makes the system ask
-/// for the folder's state again.
-Result<FileStamp> lookAfreshStamped(const std::string& folder);
-
 /// The stamp of the plain file at `path`; a link or a folder is eBadContent. It is as fresh as the
 /// last look at the folder, so that each of many files costs one call.
 Result<FileStamp> stampOfFile(const std::string& path);

@@ -47,9 +47,8 @@ std::string nameOf(const std::string& path) { return path.substr(path.rfind('/')
 // Opening is enough for NFS; SMB asks its server again only when an entry is read (without that it
 // went on answering with the old content). One entry: a whole block, as readdir() asks for, costs
 // more the larger the folder is.
-Descriptor openAfresh(const std::string& folder, struct stat* before) {
+Descriptor openAfresh(const std::string& folder) {
   Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK));
-  if (before && opened.isOpen() && ::fstat(opened.get(), before) != 0) return Descriptor();
   alignas(dirent64) char entry[sizeof(dirent64)];
   if (opened.isOpen() && ::getdents64(opened.get(), entry, sizeof entry) >= 0) return opened;
   return Descriptor();

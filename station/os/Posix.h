@@ -43,9 +43,8 @@ std::string nameOf(const std::string& path);
 
 /// Opens a folder and reads one entry of it. The next look at the folder, and at anything in it, is
 /// then true on a network file system, which otherwise answers from its cache. Not open when the
-/// folder cannot be read. The cost does not grow with the folder. `before` is filled with its
-/// state, unless null: as it was before the entry was read, and so possibly an older one.
-Descriptor openAfresh(const std::string& folder, struct stat* before = nullptr);
+/// folder cannot be read. The cost does not grow with the folder.
+Descriptor openAfresh(const std::string& folder);
 
 /// The same for a look at what is in it alone. False when the folder cannot be read.
 bool lookAfresh(const std::string& folder);

@@ -160,7 +160,7 @@ ProjectRecords::ProjectRecords() : cache_(settings().cache, settings().projectsD
 
 Result<void> ProjectRecords::forEach(const Take& take) {
   // Before the projects are listed: a moment that has passed by the share's clock.
-  const auto directory = lookAfreshStamped(settings().projectsDirectory);
+  const auto directory = stampOfFolder(settings().projectsDirectory);
   const auto projects = listProjectFolders();
   if (!projects) return projects.error();
   std::mutex cacheMutex;
@@ -184,7 +184,7 @@ ProjectRecords::Look ProjectRecords::lookAt(const Cookie& project, std::mutex& c
   const std::string path = recordPath(project);
   const std::string name = cachedName(project);
   Look look{project};
-  look.folder = lookAfreshStamped(projectFolder(project));
+  look.folder = stampOfFolder(projectFolder(project));
   if (!look.folder) {
     look.record = readProjectRecord(project);
     return look;

@@ -57,7 +57,7 @@ class Watch {
   /// Whether the path, seen from the folder open at `at`, lies in the watched folder.
   bool sees(int at, const char* path) const {
     if (control_ == nullptr) return false;
-    if (path[0] != '/') return sees(at);
+    if (path == nullptr || path[0] != '/') return sees(at);
     return std::strncmp(path, folder_, std::strlen(folder_)) == 0;
   }
 
@@ -356,7 +356,10 @@ int fstatat(int at, const char* path, struct stat* status, int flags) noexcept {
 }
 
 int statx(int at, const char* path, int flags, unsigned mask, struct statx* status) noexcept {
-  return inFolder("statx", next<decltype(&::statx)>("statx"), at, path, flags, mask, status);
+  static const auto real = next<decltype(&::statx)>("statx");
+  const bool isOpenFile = *path == '\0';
+  const Turn turn("statx", at, isOpenFile ? nullptr : path);
+  return turn.fails() ? -1 : real(at, path, flags, mask, status);
 }
 
 int rename(const char* from, const char* to) noexcept {
