@@ -16,6 +16,7 @@ bool measureRate(BenchTable& table, const std::string& programs);
 
 bool measureUserList(BenchTable& table, const std::string& programs);
 bool measureEntering(BenchTable& table, const std::string& programs);
+bool measureEnteringAgain(BenchTable& table, const std::string& programs);
 bool measureSaving(BenchTable& table, const std::string& programs);
 bool measureStart(BenchTable& table, const std::string& programs);
 

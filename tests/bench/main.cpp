@@ -42,6 +42,7 @@ constexpr Group kGroups[] = {
      measurePairs<addPermissionPairs>},
     {"users", "getUserList", measureUserList},
     {"enter", "project enter and the memory it takes", measureEntering},
+    {"again", "project enter where nothing changed since", measureEnteringAgain},
     {"save", "saving an edit with its versions kept, beside saving alone", measureSaving},
     {"start", "a station's start", measureStart},
     {"latency", "a change's way to 1, 4 and 16 stations", measureLatency},
