@@ -53,6 +53,10 @@ struct Command {
   /// What a person at a terminal is asked, yes or no, before it is done: "Remove it for good?". A
   /// script is not asked. Empty for nothing.
   std::string question = {};
+
+  /// The same where there is reason to ask, such as a name that another has already; host thread.
+  /// Empty for nothing.
+  std::function<std::string(Station&, const Arguments&)> doubt = {};
 };
 
 /// All console commands by name.

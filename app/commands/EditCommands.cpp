@@ -18,17 +18,35 @@ Result<Cookie> resolved(Station& station, const std::string& nameOrCookie) {
   return station.projects().resolve(nameOrCookie, Edits::kKinds);
 }
 
+/// The cookies of the edits and logs of a name, but for one, each after a blank.
+std::string namesakesOf(Station& station, const std::string& name, const Cookie& butFor) {
+  std::vector<NamedObject> namesakes;
+  station.edits().findByName(name, namesakes);
+  std::string cookies;
+  for (const NamedObject& each : namesakes) {
+    if (!(each.cookie == butFor)) cookies += " " + each.cookie.asString().str();
+  }
+  return cookies;
+}
+
+std::string doubtAboutNew(Station& station, const Arguments& arguments) {
+  if (namesakesOf(station, arguments[0], {}).empty()) return {};
+  return "There is an edit or log called " + inQuotes(arguments[0]) + " already. Make another?";
+}
+
+std::string doubtAboutRename(Station& station, const Arguments& arguments) {
+  const auto cookie = resolved(station, arguments[0]);
+  if (!cookie || namesakesOf(station, arguments[1], *cookie).empty()) return {};
+  return "There is an edit or log called " + inQuotes(arguments[1]) +
+         " already. Call this one so, too?";
+}
+
 /// Answers with the cookie of a new object. Warns where its name is no longer unique: names stand
 /// for cookies only then.
 Result<JsonValue> answerNamed(Station& station, const Result<Cookie>& made) {
   if (!made) return made.error();
-  std::vector<NamedObject> namesakes;
   const std::string name = station.edits().nameOf(*made);
-  station.edits().findByName(name, namesakes);
-  std::string cookies;
-  for (const NamedObject& each : namesakes) {
-    if (!(each.cookie == *made)) cookies += " " + each.cookie.asString().str();
-  }
+  const std::string cookies = namesakesOf(station, name, *made);
   if (!cookies.empty()) {
     LogBoth(
         "There was an edit or log called \"%s\" already:%s. The name alone no longer says which "
@@ -110,10 +128,14 @@ Result<JsonValue> may(Station& station, const Cookie& cookie, const Arguments&) 
 }
 
 void addMaking(CommandTable& table) {
-  table.add({"edit create", "NAME", "Makes an empty edit of yours and shows its cookie.", 1, 1,
-             createEdit});
-  table.add(
-      {"log create", "NAME", "Makes an empty log (shot) and shows its cookie.", 1, 1, createLog});
+  Command makeEdit{
+      "edit create", "NAME", "Makes an empty edit of yours and shows its cookie.", 1, 1,
+      createEdit};
+  Command makeLog{"log create", "NAME", "Makes an empty log (shot) and shows its cookie.", 1, 1,
+                  createLog};
+  makeEdit.doubt = makeLog.doubt = doubtAboutNew;
+  table.add(std::move(makeEdit));
+  table.add(std::move(makeLog));
   table.add({"edit import", "FILE",
              "Takes an OpenTimelineIO file (.otio) into the project as an edit of yours.", 1, 1,
              import, Command::Place::eHostThread, cookieAndName});
@@ -155,12 +177,18 @@ void addChanging(CommandTable& table) {
                return answer(EditActions::trim(cookie, arguments[1], arguments[2], arguments[3]));
              }),
              Command::Place::eHostThread, said("Trimmed; \"edit save\" keeps it.")});
-  table.add({"edit rename", "E NAME",
-             "Gives an edit or log another name; announced before it is saved.", 2, 2,
-             onEdit([](Station&, const Cookie& cookie, const Arguments& arguments) {
-               return answer(EditActions::rename(cookie, arguments[1]));
-             }),
-             Command::Place::eHostThread, said("Renamed; \"edit save\" keeps it.")});
+  Command rename{"edit rename",
+                 "E NAME",
+                 "Gives an edit or log another name; announced before it is saved.",
+                 2,
+                 2,
+                 onEdit([](Station&, const Cookie& cookie, const Arguments& arguments) {
+                   return answer(EditActions::rename(cookie, arguments[1]));
+                 }),
+                 Command::Place::eHostThread,
+                 said("Renamed; \"edit save\" keeps it.")};
+  rename.doubt = doubtAboutRename;
+  table.add(std::move(rename));
   table.add({"edit delete", "E...",
              "Moves edits and logs to the project's trash: all of them, or none if one may not be "
              "deleted.",

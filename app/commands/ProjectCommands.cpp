@@ -26,6 +26,14 @@ void warnOfNamesakes(const std::string& name, const std::vector<Cookie>& namesak
       shownText(name), cookies);
 }
 
+std::string doubtAboutNew(Station& station, const Arguments& arguments) {
+  for (const std::string& name : arguments) {
+    if (name == kPrivate || station.projects().named(name).empty()) continue;
+    return "There is a project called " + inQuotes(name) + " already. Make another?";
+  }
+  return {};
+}
+
 Result<JsonValue> create(Station& station, const Arguments& arguments) {
   std::vector<std::string> names;
   bool isPrivate = false;
@@ -130,9 +138,14 @@ Result<JsonValue> leave(Station& station, const Arguments& arguments) {
 }  // namespace
 
 void addProjectCommands(CommandTable& table) {
-  table.add({"project create", "NAME [--private]",
-             "Makes a project, shared unless --private is given, and shows its cookie.", 1, 2,
-             create});
+  Command make{"project create",
+               "NAME [--private]",
+               "Makes a project, shared unless --private is given, and shows its cookie.",
+               1,
+               2,
+               create};
+  make.doubt = doubtAboutNew;
+  table.add(std::move(make));
   table.add({"project list", "",
              "Shows every project: cookie, name, kind, whether it is occupied and by whom.", 0, 0,
              list, Command::Place::eHostThread, shownList});

@@ -58,9 +58,24 @@ bool Console::runLine(const std::string& line, iLineReader& reader) {
 
 /// Whether a person confirms the command; true for commands without a question, and for scripts.
 bool Console::isConfirmed(const CommandCall& call, iLineReader& reader) {
-  if (call.problem || !reader.isInteractive() || call.command->question.empty()) return true;
-  const auto typed = reader.ask(call.command->question + " yes or no? ");
+  if (call.problem || !reader.isInteractive()) return true;
+  const std::string question =
+      call.command->question.empty() ? doubtAbout(call) : call.command->question;
+  if (question.empty()) return true;
+  const auto typed = reader.ask(question + " yes or no? ");
   return typed && !typed->empty() && std::string("yes").starts_with(*typed);
+}
+
+/// What a person is asked before this is done; empty for nothing, and when the program ends.
+std::string Console::doubtAbout(const CommandCall& call) {
+  if (!call.command->doubt) return {};
+  const auto pending = std::make_shared<std::optional<std::string>>();
+  with_.station.hostThread().post([with = with_, pending, call] {
+    std::string doubt = call.command->doubt(with.station, call.arguments);
+    with.waiter.change([&] { *pending = std::move(doubt); });
+  });
+  with_.waiter.await(Waiter::Clock::time_point::max(), [&pending] { return pending->has_value(); });
+  return pending->value_or("");
 }
 
 /// The option that a person chooses after a refusal; nothing for "cancel".

@@ -46,7 +46,8 @@ class Console {
 
   bool runLine(const std::string& line, iLineReader& reader);
   Answer answerFor(const std::string& line, const CommandCall& call);
-  static bool isConfirmed(const CommandCall& call, iLineReader& reader);
+  bool isConfirmed(const CommandCall& call, iLineReader& reader);
+  std::string doubtAbout(const CommandCall& call);
   std::optional<std::string> chooseOption(const CommandCall& call, const Error& problem,
                                           iLineReader& reader);
   Answer runOnHostThread(const std::string& line, const CommandCall& call);

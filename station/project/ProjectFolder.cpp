@@ -89,7 +89,9 @@ Result<std::vector<Cookie>> listProjectFolders() {
   const auto names = listFresh(settings().projectsDirectory);
   if (!names) {
     Error problem = names.error();
-    problem.message += " This is the projects directory; --projects names another.";
+    problem.message +=
+        " This is the projects directory: see whether the share is mounted, or start the "
+        "station with another.";
     return problem;
   }
   std::vector<Cookie> projects;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <iterator>
 
 #include "tests/share/SharedStations.h"
 #include "tests/support/BecomesTrue.h"
@@ -120,6 +121,22 @@ class FaultyShareTest : public SharedStations {
     for (const auto& each : std::filesystem::recursive_directory_iterator(projects())) {
       ::chmod(each.path().c_str(), each.is_directory() ? ofFolders : ofFiles);
     }
+  }
+
+  /// The files with this ending below a folder of this test's.
+  [[nodiscard]] std::vector<std::string> filesBelow(const std::string& folder,
+                                                    const std::string& ending) const {
+    std::vector<std::string> files;
+    if (!std::filesystem::exists(folder_ / folder)) return files;
+    for (const auto& each : std::filesystem::recursive_directory_iterator(folder_ / folder)) {
+      if (each.path().string().ends_with(ending)) files.push_back(each.path());
+    }
+    return files;
+  }
+
+  static std::string bytesOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
   }
 
   static bool hasLogged(const StationProcess& station, const std::string& part) {
@@ -343,6 +360,46 @@ TEST_F(FaultyShareTest, NothingIsWrittenIntoTheFolderThatAMountLeavesAndNothingC
     destroyed += event["how"].asString() == "destroyed";
   }
   EXPECT_EQ(destroyed, 1U) << "\"Old\" alone, before";
+}
+
+TEST_F(FaultyShareTest, WhatAnotherUserKeepsToHimselfIsNamedAndLeft) {
+  if (::geteuid() != 0) GTEST_SKIP() << "files cannot be given to another user";
+  StationProcess& anna = start("ANNA", 11);
+  prepare(anna);
+  run(anna, "project enter Film");
+  run(anna, "edit save Reel");
+  run(anna, "edit rename Reel Roll");
+  run(anna, "edit save Roll");
+  run(anna, "edit rename Roll Lost");
+  ASSERT_TRUE(becomesTrue([&] { return !filesBelow("state", ".json").empty(); }));
+  anna.kill9();
+  std::vector<std::string> theirs = filesBelow("state", ".json");
+  for (const std::string& each : filesBelow("projects", ".otio")) {
+    const bool isVersion =
+        each.find("/.history/") != each.npos && bytesOf(each).find("Roll") == each.npos;
+    if (isVersion || each.find("/.trash/") != each.npos) theirs.push_back(each);
+  }
+  ASSERT_GE(theirs.size(), 3u);
+  std::vector<std::string> bytes;
+  for (const std::string& each : theirs) {
+    bytes.push_back(bytesOf(each));
+    ASSERT_EQ(::chown(each.c_str(), 65534, 65534), 0);
+    ASSERT_EQ(::chmod(each.c_str(), 0600), 0);
+  }
+  ASSERT_EQ(::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE), 0);
+  ASSERT_EQ(::prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH), 0);
+  StationProcess& reader = start("ANNA", 11);
+  run(reader, "project enter Film");
+  EXPECT_TRUE(hasLogged(reader, "Unsaved changes cannot be read and are left as they are"));
+  const JsonValue trash = run(reader, "trash list");
+  EXPECT_NE(trash.elements()[0]["problem"].asString().find("Permission denied"), std::string::npos);
+  EXPECT_NE(refusal(reader, "edit restore Roll 1").find("Permission denied"), std::string::npos);
+  EXPECT_EQ(run(reader, "edit history Roll").elements().size(), 3u);
+  run(reader, "edit rename Roll Rolled");
+  run(reader, "edit save Rolled");
+  EXPECT_EQ(reader.quit(), 0);
+  for (std::size_t i = 0; i < theirs.size(); ++i)
+    EXPECT_EQ(bytesOf(theirs[i]), bytes[i]) << theirs[i];
 }
 
 TEST_F(FaultyShareTest, InAFolderWithoutRightsEverythingIsRefusedThatWritesOrLocks) {

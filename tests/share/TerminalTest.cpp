@@ -314,6 +314,30 @@ TEST_F(TerminalTest, AnExportAsksBeforeItReplacesAFile) {
   EXPECT_NE(bytesOf(file).find("OTIO_SCHEMA"), std::string::npos) << bytesOf(file);
 }
 
+TEST_F(TerminalTest, ASecondProjectOrEditOfOneNameIsAskedAbout) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("project create Film\rproject enter Film\redit create Reel\redit create Roll\r");
+  const std::vector<std::pair<std::string, std::string>> twice{
+      {"project create Film", "a project called \"Film\" already"},
+      {"edit create Reel", "an edit or log called \"Reel\" already"},
+      {"log create Reel", "an edit or log called \"Reel\" already"},
+      {"edit rename Roll Reel", "an edit or log called \"Reel\" already"}};
+  for (const auto& [line, doubt] : twice) {
+    type(line + "\r");
+    ASSERT_TRUE(sees(doubt)) << line << ": " << shown_;
+    ASSERT_TRUE(sees("no? ")) << line << ": " << shown_;
+    type("no\r");
+  }
+  type("edit rename Reel Reel\r");  // its own name is no other's
+  ASSERT_TRUE(sees("Renamed;")) << shown_;
+  type("edit list\r");
+  ASSERT_TRUE(sees("Roll")) << shown_;
+  type("edit create Roll\r");
+  ASSERT_TRUE(sees("no? ")) << shown_;
+  type("yes\r");
+  EXPECT_TRUE(sees("There was an edit or log called \"Roll\" already")) << shown_;
+}
+
 TEST_F(TerminalTest, EmptyingTheTrashAsksFirst) {
   ASSERT_TRUE(sees("kv> ")) << shown_;
   type("project create Film\rproject enter Film\redit create Reel\redit delete Reel\r");

@@ -312,6 +312,35 @@ TEST_F(WindowSafetyTest, AnExportAsksBeforeItReplacesAFile) {
   });
 }
 
+TEST_F(WindowSafetyTest, ASecondProjectOrEditOfOneNameIsAskedAbout) {
+  script += "edit create Twin\n";
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Twin").isEmpty(); }));
+    const auto count = [&window] { return window.objects().rows(ObjectKind::eEdits).size(); };
+    const std::size_t before = count();
+    const auto typeName = [&window](Qt::Key key, const QString& name) {
+      comeBack(window);
+      QTest::keyClick(&window, key, Qt::ControlModifier);
+      const QPointer<QDialog> dialog = dialogOf(window, "actionDialog");
+      ASSERT_TRUE(dialog);
+      dialog->findChild<QLineEdit*>()->setText(name);
+      QTest::keyClick(dialog, Qt::Key_Return);
+      ASSERT_TRUE(waitFor([&] { return dialog.isNull(); }));
+    };
+    for (const Qt::Key key : {Qt::Key_E, Qt::Key_L, Qt::Key_N}) {
+      typeName(key, key == Qt::Key_N ? "Harbour" : "Twin");
+      ASSERT_TRUE(dialogOf(window, "nameDialog")) << key;
+      ASSERT_TRUE(answer(window, "nameDialog", "Cancel"));
+      ASSERT_TRUE(waitFor([&] { return !window.findChild<QDialog*>("nameDialog"); }));
+    }
+    EXPECT_EQ(count(), before);
+    typeName(Qt::Key_E, "Twin");
+    ASSERT_TRUE(dialogOf(window, "nameDialog"));
+    ASSERT_TRUE(answer(window, "nameDialog", "Use it all the same"));
+    EXPECT_TRUE(waitFor([&] { return count() == before + 1; }));
+  });
+}
+
 TEST_F(WindowSafetyTest, AProjectMadeHereIsChosenAndReturnAndCtrlOOpenIt) {
   play([](MainWindow& window) {
     ASSERT_TRUE(waitForProject(window, "Harbour"));
