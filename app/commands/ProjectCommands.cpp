@@ -165,7 +165,7 @@ void addProjectCommands(CommandTable& table) {
        "are saved or discarded.",
        0, 1, leave, Command::Place::eHostThread,
        [](Station&, const Arguments&, const JsonValue&) {
-         return std::string("No project is open.");
+         return std::string("Left the project; none is open now.");
        },
        leavingChoices()});
 }

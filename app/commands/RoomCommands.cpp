@@ -43,10 +43,9 @@ void addRoomCommands(CommandTable& table) {
              [](Station&, const Arguments& arguments, const JsonValue&) {
                return "You are in the room " + shownName(arguments);
              }});
-  table.add({"room leave", "", "Leaves the room you are in.", 0, 0, leave,
-             Command::Place::eHostThread, [](Station&, const Arguments&, const JsonValue&) {
-               return std::string("You are in no room.");
-             }});
+  table.add(
+      {"room leave", "", "Leaves the room you are in.", 0, 0, leave, Command::Place::eHostThread,
+       [](Station&, const Arguments&, const JsonValue&) { return std::string("Left the room."); }});
 }
 
 }  // namespace korvel

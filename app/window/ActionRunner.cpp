@@ -181,7 +181,10 @@ QString ActionRunner::whyNotObject(const QString& line) const {
   const ObjectRow& row = chosen.front();
   const auto is = [&line](const char* command) { return line.startsWith(QLatin1String(command)); };
   if (is("edit close") && !row.isOpen && !row.isDirty) return QStringLiteral("It is not open.");
-  if (is("edit revert") && !row.isDirty) return QStringLiteral("It has no unsaved changes.");
+  const bool isSave =
+      line == QLatin1String("edit save {object}") || is("edit save {object} --over");
+  if ((is("edit revert") || (isSave && !row.isDeleted)) && !row.isDirty)
+    return QStringLiteral("It has no unsaved changes.");
   if ((is("bin remove") || is("rack remove")) && row.contents.isEmpty())
     return QStringLiteral("It is empty.");
   for (const ObjectRow& each : chosen) {
@@ -192,7 +195,7 @@ QString ActionRunner::whyNotObject(const QString& line) const {
 }
 
 QString ActionRunner::whyNotRestore() const {
-  return isThere(Target::eEdit) ? whyNotObject(QStringLiteral("edit save {object}")) : QString();
+  return isThere(Target::eEdit) ? whyNotObject(QStringLiteral("edit restore {object}")) : QString();
 }
 
 // What the rules said last may be untrue by now: then it is asked anew, and meanwhile allowed.
@@ -201,6 +204,7 @@ QString ActionRunner::whyNotChange(const QString& line, const ObjectRow& row) co
   const bool isChange = isGift || line.startsWith(QLatin1String("edit trim")) ||
                         line.startsWith(QLatin1String("edit rename")) ||
                         line.startsWith(QLatin1String("edit delete")) ||
+                        line.startsWith(QLatin1String("edit restore")) ||
                         line.startsWith(QLatin1String("edit save "));
   const auto may = panes_.objects->model(ObjectKind::eEdits).mayChange(row.cookie);
   if (!isChange || may.value_or(true)) return {};

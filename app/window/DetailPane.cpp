@@ -120,6 +120,7 @@ void DetailPane::showChange() {
   // Tells of a change instead of redrawing: a timeline must not move under the user's eyes.
   if (row_.elsewhere.count <= shownChanges_ || kind_ != ObjectKind::eEdits) return;
   shownChanges_ = row_.elsewhere.count;
+  if (row_.isDeleted) return;  // there is no later state to be shown
   change_->tell(MessageBar::Kind::eChange,
                 QStringLiteral("Another station changed this. The drawing is as you left it."));
   change_->offer({QStringLiteral("Show the change (F7)")});

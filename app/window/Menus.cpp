@@ -181,6 +181,8 @@ void WindowMenus::buildViewMenu() {
   seenAction_ = &menus_.add(view, QStringLiteral("&Mark all news as seen"),
                             QStringLiteral("Shift+F7"), [this] {
                               panes_.objects->markAllSeen();
+                              MessageBar& change = panes_.detail->changeBar();
+                              if (change.isVisible()) Q_EMIT change.acted(0);
                               showNews(false);
                             });
   menus_.add(view, QStringLiteral("&Look again"), QStringLiteral("F5"),

@@ -259,8 +259,16 @@ void OutcomeTeller::noteMade(const CommandOutcome& outcome) {
 }
 
 void OutcomeTeller::chooseMade() {
-  if (!madeEdit_.isEmpty() && panes_.objects->model(ObjectKind::eEdits).rowOf(madeEdit_) >= 0) {
+  const ObjectsModel& edits = panes_.objects->model(ObjectKind::eEdits);
+  if (const int row = madeEdit_.isEmpty() ? -1 : edits.rowOf(madeEdit_); row >= 0) {
     panes_.objects->choose(ObjectKind::eEdits, std::exchange(madeEdit_, {}));
+    // Of what was imported the name is known only now.
+    if (edits.at(row).isNamesake) {
+      panes_.messages->tell(
+          MessageBar::Kind::eNote,
+          QStringLiteral("Another edit or log is called so, too. This one is \"%1\".")
+              .arg(shownName(edits.at(row))));
+    }
   }
   if (!madeProject_.isEmpty() && panes_.projects->chooseProject(madeProject_)) {
     madeProject_.clear();

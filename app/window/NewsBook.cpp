@@ -80,8 +80,10 @@ void NewsBook::takeOne(ObjectKind kind, const ObjectRow& row, bool isFirstLook) 
   known_[row.key] = {row.elsewhere.count, content, kind};
   isChanged_ = true;
   if (row.elsewhere.count > before.changes) {
-    const bool wasNew = marks_.value(row.key).isNew;
-    marks_[row.key] = {wasNew || row.elsewhere.wasMade, row.elsewhere.by, row.elsewhere.at};
+    // What was looked at once is no longer new, though it was made in this visit.
+    const bool isNew =
+        marks_.value(row.key).isNew || (row.elsewhere.wasMade && before.changes == 0);
+    marks_[row.key] = {isNew, row.elsewhere.by, row.elsewhere.at};
   } else if (isFirstLook && wasHere_ && (isOther || !isKnown) && row.savedBy != user_) {
     marks_[row.key] = {!isKnown, row.savedBy, {}};
   }

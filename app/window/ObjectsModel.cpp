@@ -364,6 +364,7 @@ QString ObjectsModel::textOf(const ObjectRow& row, Column column) const {
       return oneLine(row.extra);
     case eNews:
       if (!row.problem.isEmpty()) return QStringLiteral("unreadable");
+      if (row.isDeleted) return QStringLiteral("deleted by another");
       if (const auto mark = news_.mark(row.key)) return newsText(*mark);
       break;
   }

@@ -358,7 +358,10 @@ Result<JsonValue> EditHistory::list(const Cookie& cookie) {
 
 Result<OtioDocument> EditHistory::read(const Cookie& cookie, const std::string& version) {
   if (auto known = requireKnown(cookie); !known) return known.error();
-  const auto found = VersionFolder(openEdits().pathFor(cookie)).find(version);
+  std::string markNow;
+  const auto versions = versionsOf(cookie, markNow);
+  if (!versions) return versions.error();
+  const auto found = VersionFolder::find(version, *versions);
   if (!found) return found.error();
   return documentOf(found->path);
 }

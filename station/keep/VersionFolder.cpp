@@ -210,12 +210,18 @@ Result<Version> VersionFolder::keep(const std::string& file, long number,
     if (isWithoutFolder) problem = link();
   }
   if (problem == 0) return version;
-  const auto original = stampOfFile(file);
-  if (original && holds(*original, number, mark)) return version;
-  // Only a whole version has the right to its name: what bears it otherwise is no longer one.
-  if (auto aside = moveAside(version.path); !aside) return aside.error();
-  if (problem == EEXIST) problem = link();
-  if (problem == 0) return version;
+  struct stat status {};
+  if (::lstat(version.path.c_str(), &status) == 0) {
+    const auto original = stampOfFile(file);
+    if (!original) return original.error();
+    const auto isHeld = isWhole(*original, number, mark);
+    if (!isHeld) return isHeld.error();
+    if (*isHeld) return version;
+    // Only a whole version has the right to its name: what bears it otherwise is no longer one.
+    if (auto aside = moveAside(version.path); !aside) return aside.error();
+    if (problem == EEXIST) problem = link();
+    if (problem == 0) return version;
+  }
   if (!isWithoutLinks(problem)) return errorFromErrno(problem, "keep a version as", version.path);
   const auto bytes = readListed(file);
   if (!bytes) return bytes.error();
@@ -228,14 +234,25 @@ void VersionFolder::drop(const Version& version) { ::unlink(version.path.c_str()
 void VersionFolder::removeIfEmpty() const { ::rmdir(folder_.c_str()); }
 
 bool VersionFolder::holds(const FileStamp& file, long number, const std::string& mark) const {
+  const auto isHeld = isWhole(file, number, mark);
+  return isHeld && *isHeld;
+}
+
+// A version that cannot be read at this moment, since the share is away, may be whole.
+Result<bool> VersionFolder::isWhole(const FileStamp& file, long number,
+                                    const std::string& mark) const {
   const std::string path = pathFor(number, mark);
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return errorFromErrno(errno, "look at", path);
+  if (!S_ISREG(status.st_mode)) return false;
   const auto kept = stampOfFile(path);
-  if (!kept) return false;
+  if (!kept) return kept.error();
   if (kept->device == file.device && kept->inode == file.inode) return true;
   // A copy, or the same save under another name: damaged ones would be counted on in vain.
   if (kept->size != file.size) return false;
   const auto bytes = readListed(path);
-  return bytes && markOf(hashOf(*bytes)) == mark;
+  if (!bytes) return bytes.error();
+  return markOf(hashOf(*bytes)) == mark;
 }
 
 Result<std::vector<Version>> VersionFolder::list() const {
@@ -268,8 +285,12 @@ std::string VersionFolder::textOf(const Version& version, const std::vector<Vers
 Result<Version> VersionFolder::find(const std::string& text) const {
   const auto all = list();
   if (!all) return all.error();
+  return find(text, *all);
+}
+
+Result<Version> VersionFolder::find(const std::string& text, const std::vector<Version>& among) {
   std::vector<Version> found;
-  std::ranges::copy_if(*all, std::back_inserter(found), [&](const Version& each) {
+  std::ranges::copy_if(among, std::back_inserter(found), [&](const Version& each) {
     const std::string number = std::to_string(each.number);
     if (text == number) return true;
     return text.size() > number.size() + 1 && (number + "." + each.mark).starts_with(text);

@@ -115,12 +115,20 @@ class VersionFolder {
   /// Whether a file, whose bytes have this mark, is kept under this number, whole.
   [[nodiscard]] bool holds(const FileStamp& file, long number, const std::string& mark) const;
 
+  /// The same, with why it cannot be told as a failure. What is there and is no such version is
+  /// `false`.
+  [[nodiscard]] Result<bool> isWhole(const FileStamp& file, long number,
+                                     const std::string& mark) const;
+
   /// All versions, the oldest first. Links, folders and other names are left out. None where there
   /// is no history yet.
   [[nodiscard]] Result<std::vector<Version>> list() const;
 
   /// The version that a user means: "7", or "7.1a2b" where several have this number.
   [[nodiscard]] Result<Version> find(const std::string& text) const;
+
+  /// The same among versions that were listed.
+  static Result<Version> find(const std::string& text, const std::vector<Version>& among);
 
   /// Removes what the rule does not keep. Another station may do so at the same time.
   void thin(const KeepRule& rule) const;

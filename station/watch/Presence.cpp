@@ -148,7 +148,14 @@ std::vector<FoundStation> Presence::known() const {
     });
   };
   addAll(others_);
-  addAll(gone_);
+  std::map<std::string, FoundStation> missed = gone_;
+  // Who was killed and has started again is here.
+  std::erase_if(missed, [&all](const auto& each) {
+    return std::ranges::any_of(all, [&](const FoundStation& one) {
+      return one.note.user == each.second.note.user && one.note.host == each.second.note.host;
+    });
+  });
+  addAll(missed);
   return all;
 }
 

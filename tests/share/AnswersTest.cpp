@@ -37,8 +37,8 @@ TEST_F(AnswersTest, ACommandSaysWhatItDid) {
   const std::pair<std::string, std::string> rows[] = {
       {"room create Sound", "There is now a room \"Sound\"."},
       {"room enter Sound", "You are in the room \"Sound\"."},
-      {"room enter Sound\nroom leave", "You are in no room."},
-      {"project leave", "No project is open."},
+      {"room enter Sound\nroom leave", "Left the room."},
+      {"project leave", "Left the project;"},
       {"request 4711 identify", "Machine 4711 was asked to run \"identify\"."},
       {"user add BEN", "\"BEN\" is on this station's list until it ends"},
       {"edit import \"" + sample("simple_cut.otio") + "\"", "  Figure 1 - Simple Cut List\n"},

@@ -293,7 +293,7 @@ TEST_F(TerminalTest, QuitAsksWhatBecomesOfUnsavedChanges) {
   type("project leave\r");
   ASSERT_TRUE(sees("save, discard, or cancel? ")) << shown_;
   type("save\r");
-  ASSERT_TRUE(sees("No project is open.")) << shown_;
+  ASSERT_TRUE(sees("Left the project;")) << shown_;
   type("project enter Film\redit show Tape\r");
   EXPECT_TRUE(sees("name: Tape")) << shown_;
 }

@@ -74,6 +74,18 @@ TEST(ObjectsPaneTest, NamesStandInTheOrderOfTheirNumbers) {
   EXPECT_EQ(names, QStringList({"Edit 1", "EDIT 2", "edit 9", "Edit 10", "Reel 2"}));
 }
 
+TEST(ObjectsPaneTest, AnEditThatAnotherDeletedSaysSo) {
+  const WithoutDisplay display;
+  ObjectsPane pane;
+  Snapshot snapshot = edits({"Quay"});
+  ObjectRows rows = *snapshot.objects[0];
+  rows[0].isDeleted = true;
+  rows[0].elsewhere = {1, true, "BEN", QDateTime::currentDateTime()};
+  snapshot.objects[0] = std::make_shared<const ObjectRows>(std::move(rows));
+  pane.show(snapshot);
+  EXPECT_EQ(pane.model(ObjectKind::eEdits).index(0, 1).data().toString(), "deleted by another");
+}
+
 TEST(ObjectsPaneTest, WhatMattersMostIsNeverOffToTheRight) {
   const WithoutDisplay display;
   ObjectsPane pane;

@@ -65,6 +65,9 @@ TEST_F(WindowTest, TheStatusLineCountsStationsThatAreHereAndThoseThatAreGone) {
     })) << counts->toolTip().toStdString();
     EXPECT_EQ(ben.quit(), 0);
     EXPECT_TRUE(ends(", 1 here, 1 gone without goodbye, 1 more marked active"));
+    StationProcess again(other("CARL"));
+    ASSERT_TRUE(again.waitUntilReady());
+    EXPECT_TRUE(ends(", 2 here, 1 more marked active")) << counts->text().toStdString();
   });
 }
 

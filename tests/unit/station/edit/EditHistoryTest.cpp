@@ -105,6 +105,16 @@ TEST_F(EditHistoryTest, AnOlderVersionIsRestoredAsAnOrdinarySave) {
   EXPECT_EQ(column(cookie, "version"), (Notes{"4", "3", "2", "1"}));
 }
 
+TEST_F(EditHistoryTest, WhatTheHistoryListsCanBeComparedAndRestored) {
+  const Cookie cookie = made("One");
+  fs::remove_all(fs::path(fileOf(cookie)).parent_path() / ".history");
+  ASSERT_EQ(column(cookie, "version"), Notes{"1"})
+      << "the file itself, of which no version is kept";
+  EXPECT_TRUE(EditHistory::compare(cookie, "1", ""));
+  const auto restored = EditActions::restore(cookie, "1");
+  EXPECT_TRUE(restored) << restored.error().message;
+}
+
 TEST_F(EditHistoryTest, NothingIsRestoredOverUnsavedChangesOrAgainstTheRules) {
   const Cookie cookie = made("One");
   saveAs(cookie, "Two");
