@@ -132,7 +132,10 @@ bool isWithoutLinks(int problem) {
 /// Gives what lies at a path another name, under which it is no version; nothing is success.
 Result<void> moveAside(const std::string& path) {
   struct stat status {};
-  if (::lstat(path.c_str(), &status) != 0) return {};
+  if (::lstat(path.c_str(), &status) != 0) {
+    if (errno == ENOENT) return {};
+    return errorFromErrno(errno, "look at", path);
+  }
   const auto time = std::chrono::system_clock::now().time_since_epoch().count();
   return moveFile(path, path + ".aside-" + std::to_string(time));
 }
@@ -188,7 +191,8 @@ Result<void> VersionFolder::make() const {
       return made.error();
     }
     struct stat status {};
-    if (::lstat(each.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) continue;
+    if (::lstat(each.c_str(), &status) != 0) return errorFromErrno(errno, "look at", each);
+    if (S_ISDIR(status.st_mode)) continue;
     return Error{ErrorCode::eBadContent,
                  each + " is no folder, so no versions can be kept there. Move it away.", each};
   }
@@ -211,7 +215,11 @@ Result<Version> VersionFolder::keep(const std::string& file, long number,
   }
   if (problem == 0) return version;
   struct stat status {};
-  if (::lstat(version.path.c_str(), &status) == 0) {
+  const bool isThere = ::lstat(version.path.c_str(), &status) == 0;
+  if (!isThere && errno != ENOENT && errno != ENOTDIR) {
+    return errorFromErrno(errno, "look at", version.path);
+  }
+  if (isThere) {
     const auto original = stampOfFile(file);
     if (!original) return original.error();
     const auto isHeld = isWhole(*original, number, mark);
