@@ -34,6 +34,12 @@ std::string doubtAboutNew(Station& station, const Arguments& arguments) {
   return "There is an edit or log called " + inQuotes(arguments[0]) + " already. Make another?";
 }
 
+/// The name comes from the file. One that cannot be read is refused by the import itself.
+std::string doubtAboutImport(Station& station, const Arguments& arguments) {
+  const auto name = EditActions::nameInFile(arguments[0]);
+  return name ? doubtAboutNew(station, {*name}) : std::string();
+}
+
 std::string doubtAboutRename(Station& station, const Arguments& arguments) {
   const auto cookie = resolved(station, arguments[0]);
   if (!cookie || namesakesOf(station, arguments[1], *cookie).empty()) return {};
@@ -136,9 +142,16 @@ void addMaking(CommandTable& table) {
   makeEdit.doubt = makeLog.doubt = doubtAboutNew;
   table.add(std::move(makeEdit));
   table.add(std::move(makeLog));
-  table.add({"edit import", "FILE",
-             "Takes an OpenTimelineIO file (.otio) into the project as an edit of yours.", 1, 1,
-             import, Command::Place::eHostThread, cookieAndName});
+  Command importing{"edit import",
+                    "FILE",
+                    "Takes an OpenTimelineIO file (.otio) into the project as an edit of yours.",
+                    1,
+                    1,
+                    import,
+                    Command::Place::eHostThread,
+                    cookieAndName};
+  importing.doubt = doubtAboutImport;
+  table.add(std::move(importing));
   table.add({"edit export",
              "E FILE [--force]",
              "Writes an edit or log, unsaved changes included, as OpenTimelineIO. A file that is "

@@ -384,43 +384,21 @@ void ActionRunner::askFields(const ActionSpec& action) {
   const QStringList words = targetWords(action.target);
   connect(dialog, &ActionDialog::filled, this, [this, &action, words](const QStringList& values) {
     const QString line = filledLine(action, words, values);
-    const QString doubt = doubtAboutName(action, words, values.value(0));
-    if (isGift(action)) {
-      give(line, values.front());
-    } else if (!doubt.isEmpty()) {
-      askOfName(doubt, line);
-    } else {
-      runLine(line);
-    }
+    isGift(action) ? give(line, values.front()) : runDoubtful(line);
   });
   dialog->show();
 }
 
-// A second project or edit of one name is told from the first by its cookie alone.
-QString ActionRunner::doubtAboutName(const ActionSpec& action, const QStringList& objects,
-                                     const QString& name) const {
-  const QLatin1String line(action.line);
-  const bool isProject = line.startsWith(QLatin1String("project create"));
-  const bool isEdit = line.startsWith(QLatin1String("edit create")) ||
-                      line.startsWith(QLatin1String("log create")) ||
-                      line.startsWith(QLatin1String("edit rename"));
-  const auto isNamesake = [&](const auto& row) {
-    return row.name == name && !objects.contains(row.cookie);
-  };
-  const bool isThere =
-      (isProject && snapshot_->projects && std::ranges::any_of(*snapshot_->projects, isNamesake)) ||
-      (isEdit && std::ranges::any_of(panes_.objects->rows(ObjectKind::eEdits), isNamesake));
-  if (!isThere) return {};
-  return QStringLiteral("There is %1 called \"%2\" already. Use the name once more?")
-      .arg(isProject ? QStringLiteral("a project") : QStringLiteral("an edit or log"),
-           oneLine(name));
-}
-
-void ActionRunner::askOfName(const QString& doubt, const QString& line) {
-  auto* question = new Question(QStringLiteral("nameDialog"), QStringLiteral("Two of one name"),
-                                doubt, {}, &window_);
-  question->answer(QStringLiteral("&Use it all the same"), [this, line] { runLine(line); });
-  question->ask();
+// Asks first where the station has reason to doubt it: of two of one name only the cookie says
+// which is meant.
+void ActionRunner::runDoubtful(const QString& line) {
+  link_.askDoubt(line, [this, line](const QString& doubt) {
+    if (doubt.isEmpty()) return runLine(line);
+    auto* question = new Question(QStringLiteral("nameDialog"), QStringLiteral("Two of one name"),
+                                  doubt, {}, &window_);
+    question->answer(QStringLiteral("&Use it all the same"), [this, line] { runLine(line); });
+    question->ask();
+  });
 }
 
 bool ActionRunner::wouldReplace(const CommandOutcome& outcome) {

@@ -82,9 +82,7 @@ class ActionRunner : public QObject {
   void remove(const ActionSpec& action, const std::vector<ObjectRow>& rows);
   void give(const QString& line, const QString& user);
   [[nodiscard]] QString doubtAbout(const QString& user) const;
-  [[nodiscard]] QString doubtAboutName(const ActionSpec& action, const QStringList& objects,
-                                       const QString& name) const;
-  void askOfName(const QString& doubt, const QString& line);
+  void runDoubtful(const QString& line);
   [[nodiscard]] bool takesOption(const char* command, const char* option) const;
   [[nodiscard]] bool leavesProject(const QString& line) const;
 

@@ -261,6 +261,17 @@ void HostLink::askOpeners(const QStringList& cookies,
   });
 }
 
+void HostLink::askDoubt(const QString& line, const std::function<void(const QString&)>& then) {
+  post("looking for namesakes", [this, line, then] {
+    const CommandCall call = readCall(with_.commands, line.toStdString());
+    QString doubt;
+    if (call.command && !call.problem && call.command->doubt) {
+      doubt = readableText(call.command->doubt(with_.station, call.arguments));
+    }
+    QMetaObject::invokeMethod(this, [then, doubt] { then(doubt); });
+  });
+}
+
 void HostLink::askDeleter(const QString& cookie, const std::function<void(const QString&)>& then) {
   post("looking who deleted an edit", [this, cookie, then] {
     QString user;

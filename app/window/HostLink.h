@@ -78,6 +78,10 @@ class HostLink : public QObject {
   void askOpeners(const QStringList& cookies,
                   const std::function<void(const QHash<QString, QString>& openers)>& then);
 
+  /// Asks whether there is reason to doubt a line before it is run, such as a name that another has
+  /// already: what the user is to be asked; empty for nothing.
+  void askDoubt(const QString& line, const std::function<void(const QString& doubt)>& then);
+
   /// Asks who deleted an object; an empty name where that is not known.
   void askDeleter(const QString& cookie, const std::function<void(const QString& user)>& then);
 

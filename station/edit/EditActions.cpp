@@ -200,8 +200,10 @@ Result<Cookie> EditActions::create(const std::string& name, char kind) {
   return store(std::move(document), kind);
 }
 
-Result<Cookie> EditActions::import(const std::string& path) {
-  if (auto open = hostParts().projects->requireOpen(); !open) return open.error();
+namespace {
+
+/// What an import makes of a file.
+Result<OtioDocument> documentToImport(const std::string& path) {
   const auto bytes = readFresh(path);
   if (!bytes && bytes.error().code == ErrorCode::eBadContent) {
     return Error{ErrorCode::eBadContent,
@@ -213,6 +215,20 @@ Result<Cookie> EditActions::import(const std::string& path) {
   auto document = OtioDocument::parse(*bytes);
   if (!document) return failed(inQuotes(path) + " was not imported", document.error());
   document->adopt(Edit::kEditLogType, std::filesystem::path(path).stem().string());
+  return document;
+}
+
+}  // namespace
+
+Result<std::string> EditActions::nameInFile(const std::string& path) {
+  const auto document = documentToImport(path);
+  return document ? Result<std::string>(document->name()) : document.error();
+}
+
+Result<Cookie> EditActions::import(const std::string& path) {
+  if (auto open = hostParts().projects->requireOpen(); !open) return open.error();
+  auto document = documentToImport(path);
+  if (!document) return document.error();
   return store(std::move(*document), CookieTypeEdit);
 }
 

@@ -19,6 +19,10 @@ namespace EditActions {
 /// Makes an edit (kind 'E') or a log ('S') with a file of its own; an edit is the local user's.
 Result<Cookie> create(const std::string& name, char kind);
 
+/// The name that an import of this file would give its edit. Failure: a file that cannot be
+/// imported.
+Result<std::string> nameInFile(const std::string& path);
+
 /// Takes an OpenTimelineIO file into the project as a new edit of the local user's. On failure
 /// nothing is left behind.
 Result<Cookie> import(const std::string& path);

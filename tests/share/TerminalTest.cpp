@@ -328,6 +328,12 @@ TEST_F(TerminalTest, ASecondProjectOrEditOfOneNameIsAskedAbout) {
     ASSERT_TRUE(sees("no? ")) << line << ": " << shown_;
     type("no\r");
   }
+  std::ofstream(folder_ / "in.otio")
+      << R"({"OTIO_SCHEMA": "Timeline.1", "name": "Reel", "tracks": {"OTIO_SCHEMA": "Stack.1",)"
+         R"( "children": []}})";
+  type("edit import " + (folder_ / "in.otio") + "\r");
+  ASSERT_TRUE(sees("\"Reel\" already. Make another?")) << shown_;
+  type("no\r");
   type("edit rename Reel Reel\r");  // its own name is no other's
   ASSERT_TRUE(sees("Renamed;")) << shown_;
   type("edit list\r");
