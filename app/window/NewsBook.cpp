@@ -81,9 +81,10 @@ void NewsBook::takeOne(ObjectKind kind, const ObjectRow& row, bool isFirstLook) 
   isChanged_ = true;
   if (row.elsewhere.count > before.changes) {
     // What was looked at once is no longer new, though it was made in this visit.
-    const bool isNew =
-        marks_.value(row.key).isNew || (row.elsewhere.wasMade && before.changes == 0);
-    marks_[row.key] = {isNew, row.elsewhere.by, row.elsewhere.at};
+    const bool isNew = marks_.value(row.key).isNew || (!isKnown && wasHere_) ||
+                       (row.elsewhere.wasMade && before.changes == 0);
+    const QString& by = row.elsewhere.by.isEmpty() ? row.savedBy : row.elsewhere.by;
+    marks_[row.key] = {isNew, by, row.elsewhere.at};
   } else if (isFirstLook && wasHere_ && (isOther || !isKnown) && row.savedBy != user_) {
     marks_[row.key] = {!isKnown, row.savedBy, {}};
   }

@@ -129,6 +129,15 @@ TEST_F(NewsBookTest, WhatOthersDidWhileNobodyWasHereIsNewsToo) {
   EXPECT_EQ(told("E4"), "new elsewhere");
 }
 
+TEST_F(NewsBookTest, WhatIsNewAndChangesAgainBeforeItIsListedIsNew) {
+  book_.reset();
+  ObjectRow late = row("E2", 3, "BEN");
+  late.elsewhere = {1, false, {}, QDateTime(QDate(2026, 3, 4), QTime(12, 4))};
+  putRow(rows_, "E2", late);
+  begin();
+  EXPECT_EQ(told("E2"), "new by BEN, 4 Mar 12:04");
+}
+
 TEST_F(NewsBookTest, AnotherUserKnowsNothingOfIt) {
   benChanges("E1");
   begin("BEN");
