@@ -1,6 +1,7 @@
 // Takes the pictures of the window that the documents show: window_shots NAME FILE [WIDTH HEIGHT].
 
 #include <QDialog>
+#include <QLineEdit>
 #include <QPainter>
 #include <QTreeView>
 #include <QTreeWidget>
@@ -136,6 +137,30 @@ void takeDelete(WindowScene& scene, MainWindow& window) {
   letItSettle();
 }
 
+/// Leaving asks what becomes of unsaved changes.
+void takeLeave(WindowScene& scene, MainWindow& window) {
+  StationProcess ben(scene.other("BEN"));
+  showFilm(window, ben);
+  window.link().run("edit rename \"Harbour, rough cut\" \"Harbour, fine cut\"");
+  letItSettle();
+  QApplication::setActiveWindow(&window);
+  QTest::keyClick(&window, Qt::Key_L, Qt::ControlModifier | Qt::ShiftModifier);
+  letItSettle();
+}
+
+/// A second edit of one name is asked about.
+void takeName(WindowScene& scene, MainWindow& window) {
+  StationProcess ben(scene.other("BEN"));
+  showFilm(window, ben);
+  QApplication::setActiveWindow(&window);
+  QTest::keyClick(&window, Qt::Key_E, Qt::ControlModifier);
+  letItSettle();
+  auto* const dialog = window.findChild<QDialog*>("actionDialog");
+  dialog->findChild<QLineEdit*>()->setText("Opening titles");
+  QTest::keyClick(dialog, Qt::Key_Return);
+  letItSettle();
+}
+
 void takeTrash(WindowScene& scene, MainWindow& window) {
   StationProcess ben(scene.other("BEN"));
   showFilm(window, ben);
@@ -209,6 +234,8 @@ const std::map<std::string, Shot>& shots() {
       {"conflict", {kFilm, "light", takeConflict}},
       {"conflict-dark", {kFilm, "dark", takeConflict}},
       {"delete", {kFilm, "light", takeDelete}},
+      {"leave", {kFilm, "light", takeLeave}},
+      {"name", {kFilm, "light", takeName}},
       {"delete-dark", {kFilm, "dark", takeDelete}},
       {"trash", {kFilm, "light", takeTrash}},
       {"trash-dark", {kFilm, "dark", takeTrash}},
