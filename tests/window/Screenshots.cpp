@@ -1,5 +1,6 @@
 // Takes the pictures of the window that the documents show: window_shots NAME FILE [WIDTH HEIGHT].
 
+#include <QComboBox>
 #include <QDialog>
 #include <QLineEdit>
 #include <QPainter>
@@ -161,6 +162,29 @@ void takeName(WindowScene& scene, MainWindow& window) {
   letItSettle();
 }
 
+/// Giving to somebody whom nobody knows is asked about.
+void takeGive(WindowScene& scene, MainWindow& window) {
+  StationProcess ben(scene.other("BEN"));
+  showFilm(window, ben);
+  QApplication::setActiveWindow(&window);
+  window.menus().action("edit give {object} {0}")->trigger();
+  letItSettle();
+  auto* const dialog = window.findChild<QDialog*>("actionDialog");
+  dialog->findChild<QComboBox*>()->setEditText("GHOST");
+  QTest::keyClick(dialog, Qt::Key_Return);
+  letItSettle();
+}
+
+/// An export over a file is asked about.
+void takeReplace(WindowScene& scene, MainWindow& window) {
+  StationProcess ben(scene.other("BEN"));
+  showFilm(window, ben);
+  const std::string file = scene.folder / "friday.otio";
+  std::ofstream(file) << "Friday";
+  window.link().run(QString::fromStdString("edit export \"Harbour, rough cut\" \"" + file + '"'));
+  letItSettle();
+}
+
 void takeTrash(WindowScene& scene, MainWindow& window) {
   StationProcess ben(scene.other("BEN"));
   showFilm(window, ben);
@@ -236,6 +260,8 @@ const std::map<std::string, Shot>& shots() {
       {"delete", {kFilm, "light", takeDelete}},
       {"leave", {kFilm, "light", takeLeave}},
       {"name", {kFilm, "light", takeName}},
+      {"give", {kFilm, "light", takeGive}},
+      {"replace", {kFilm, "light", takeReplace}},
       {"delete-dark", {kFilm, "dark", takeDelete}},
       {"trash", {kFilm, "light", takeTrash}},
       {"trash-dark", {kFilm, "dark", takeTrash}},
