@@ -45,7 +45,7 @@ std::vector<FieldChoice> choicesOf(const ObjectRows& rows) {
   return choices;
 }
 
-/// "Crane  (0/1), now 12 to 36": the part that is shown, in frames as they are typed.
+/// "Crane  (0/1), now 12 to 36": what of it is shown, in frames as they are typed.
 QString clipText(const TimelineItem& item) {
   const QString text = QStringLiteral("%1  (%2)").arg(oneLine(item.name), item.path);
   if (!(item.rate > 0)) return text;

@@ -256,7 +256,7 @@ Result<bool> VersionFolder::isWhole(const FileStamp& file, long number,
   const auto kept = stampOfFile(path);
   if (!kept) return kept.error();
   if (kept->device == file.device && kept->inode == file.inode) return true;
-  // A copy, or the same save under another name: damaged ones would be counted on in vain.
+  // A copy, or the same save under another name. A damaged one would be no version to go back to.
   if (kept->size != file.size) return false;
   const auto bytes = readListed(path);
   if (!bytes) return bytes.error();
