@@ -44,9 +44,9 @@ bool isMarked(const Trashed& trashed, const std::string& word) {
 
 /// The newest of the deletions that `isMeant`, if they are all of one object; eUsage where they are
 /// of several, eNotFound for none.
-template <typename IsMeant>
+template <typename IsMeant, typename NameOf>
 Result<Trashed> findOne(const std::vector<Trashed>& all, const std::string& word,
-                        const IsMeant& isMeant) {
+                        const IsMeant& isMeant, const NameOf& nameOf) {
   std::map<std::string, const Trashed*> found;
   for (const Trashed& each : all) {
     if (isMeant(each)) found.emplace(each.object, &each);
@@ -58,12 +58,11 @@ Result<Trashed> findOne(const std::vector<Trashed>& all, const std::string& word
                      " is in the trash; \"trash list\" shows what there is.",
                  {}};
   }
-  std::string candidates;
-  for (const auto& [object, each] : found) candidates += " " + object;
-  return Error{ErrorCode::eUsage,
-               "Several deleted objects are called " + inQuotes(word) +
-                   "; name one by its cookie:" + candidates + ".",
-               {}};
+  std::vector<NamedObject> candidates;
+  for (const auto& [object, each] : found) {
+    candidates.push_back({cookieOf(*each), nameOf(*each)});
+  }
+  return severalMeant("deleted objects", word, candidates);
 }
 
 /// Removes all versions of an object that is neither in the project nor in the trash.
@@ -155,14 +154,15 @@ std::vector<std::string> Trash::namesAndCookies() const {
 Result<Trashed> Trash::find(const std::string& object) const {
   const auto found = all();
   if (!found) return found.error();
-  const auto meant = [&](const auto& isMeant) { return findOne(*found, object, isMeant); };
+  const auto nameOf = [this](const Trashed& each) { return contentOf(each).name; };
+  const auto meant = [&](const auto& isMeant) { return findOne(*found, object, isMeant, nameOf); };
   const auto isNone = [](const Result<Trashed>& each) {
     return !each && each.error().code == ErrorCode::eNotFound;
   };
   auto one =
       meant([&](const Trashed& each) { return each.object == object || isMarked(each, object); });
   if (isNone(one)) {
-    one = meant([&](const Trashed& each) { return contentOf(each).name == object; });
+    one = meant([&](const Trashed& each) { return nameOf(each) == object; });
   }
   if (isNone(one)) {
     one = meant([&](const Trashed& each) {

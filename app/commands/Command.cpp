@@ -4,10 +4,12 @@
 #include <cassert>
 #include <exception>
 #include <sstream>
+#include <utility>
 
 #include "app/base/Options.h"
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
+#include "station/project/Names.h"
 
 namespace korvel {
 
@@ -225,17 +227,9 @@ Result<JsonValue> runCall(Station& station, const CommandCall& call) {
 }
 
 JsonValue withShortCookies(JsonValue list) {
-  constexpr std::size_t kShortest = 8;
   std::vector<std::string> cookies;
   for (const JsonValue& row : list.elements()) cookies.push_back(row["cookie"].asString());
-  std::ranges::sort(cookies);
-  std::size_t length = kShortest;
-  // In sorted order the longest common beginnings are between neighbours.
-  for (std::size_t i = 1; i < cookies.size(); ++i) {
-    const auto same =
-        std::ranges::mismatch(cookies[i - 1], cookies[i]).in1 - cookies[i - 1].begin();
-    length = std::max(length, static_cast<std::size_t>(same) + 1);
-  }
+  const std::size_t length = tellingLength(std::move(cookies));
   for (JsonValue& row : list.elements()) {
     if (row["cookie"].isString()) row.set("cookie", row["cookie"].asString().substr(0, length));
   }

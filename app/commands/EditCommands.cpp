@@ -120,11 +120,14 @@ Result<JsonValue> give(Station& station, const Arguments& words) {
   const auto cookie = resolved(station, names[0]);
   if (!cookie) return cookie.error();
   using EditActions::Recipient;
-  LightweightString<wchar_t> owner = wideText(names[1]);
-  Kv::toUpper(owner);
-  const bool isHere = station.presence().hosts().contains(utf8Text(owner));
+  const std::string owner = upperCased(names[1]);
+  const bool isHere = station.presence().hosts().contains(owner);
   const Recipient who = isHere ? Recipient::ePresent : Recipient::eKnownUser;
-  return answer(EditActions::give(*cookie, names[1], isForced ? Recipient::eAnybody : who));
+  const auto given = EditActions::give(*cookie, names[1], isForced ? Recipient::eAnybody : who);
+  if (!given) return given.error();
+  if (*given == EditActions::Given::eNow) return JsonValue();
+  return JsonValue("The " + EditActions::titleOf(*cookie) + " belongs to " + shownText(owner) +
+                   " already.");
 }
 
 Result<JsonValue> may(Station& station, const Cookie& cookie, const Arguments&) {
@@ -212,7 +215,8 @@ void addChanging(CommandTable& table) {
              "first. What has no owner may be given by anybody. A user in no list whose station is "
              "not here, and a reserved word, only with --force.",
              2, 3, give, Command::Place::eHostThread,
-             [](Station&, const Arguments& arguments, const JsonValue&) {
+             [](Station&, const Arguments& arguments, const JsonValue& result) {
+               if (result.isString()) return result.asString();
                Arguments names = arguments;
                std::erase(names, kForce);
                return shownText(upperCased(names[1])) + " is its owner now.";

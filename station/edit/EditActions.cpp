@@ -27,7 +27,9 @@ using EditActions::requireAllowed;
 namespace {
 
 std::string title(const Cookie& cookie) {
-  return std::string(Edits::kindText(cookie)) + " " + inQuotes(openEdits().nameOf(cookie));
+  const std::string name = openEdits().nameOf(cookie);
+  return std::string(Edits::kindText(cookie)) + " " + inQuotes(name) +
+         openEdits().namesakeMark(cookie, name);
 }
 
 LightweightString<wchar_t> localUser() {
@@ -360,25 +362,38 @@ Result<void> giveHeld(EditFile& edit, const LightweightString<wchar_t>& owner,
 
 }  // namespace
 
-Result<void> EditActions::give(const Cookie& cookie, const std::string& user, Recipient who) {
-  if (auto checked = checkName("owner", user); !checked) return checked;
-  if (auto allowed = requireMayGive(cookie); !allowed) return allowed;
+namespace {
+
+/// Whether an object belongs to this user already. Its file is asked before that is claimed: a
+/// message about a new owner may have been lost.
+bool belongsTo(EditFile& edit, const std::string& owner) {
+  if (openEdits().ownerOf(edit.getCookie()) != owner) return false;
+  edit.takeStoredOwner();
+  return openEdits().ownerOf(edit.getCookie()) == owner;
+}
+
+}  // namespace
+
+Result<EditActions::Given> EditActions::give(const Cookie& cookie, const std::string& user,
+                                             Recipient who) {
+  if (auto checked = checkName("owner", user); !checked) return checked.error();
+  if (auto allowed = requireMayGive(cookie); !allowed) return allowed.error();
   if (!iPermissionsManager::instance()) {
     return Error{ErrorCode::eRefused, "No plug-in keeps owners here.", {}};
   }
-  LightweightString<wchar_t> owner = wideText(user);
-  Kv::toUpper(owner);
-  if (auto known = requireRecipient(owner, who); !known) return known;
+  const std::string owner = upperCased(user);
+  if (auto known = requireRecipient(wideText(owner), who); !known) return known.error();
   const std::string before = openEdits().ownerOf(cookie);
   {
     const HeldEdit edit(cookie);
     if (!edit.held()) return failed("The owner stays as it is", edit.held().error());
-    if (auto saved = saveBeforeGiving(**edit.held()); !saved) return saved;
+    if (belongsTo(**edit.held(), owner)) return Given::eBefore;
+    if (auto saved = saveBeforeGiving(**edit.held()); !saved) return saved.error();
   }
-  const auto given =
-      putOwner(cookie, utf8Text(owner), [&cookie] { return requireMayGive(cookie); });
-  if (given) EditSteps::noteGift(cookie, before);
-  return given;
+  const auto given = putOwner(cookie, owner, [&cookie] { return requireMayGive(cookie); });
+  if (!given) return given.error();
+  EditSteps::noteGift(cookie, before);
+  return Given::eNow;
 }
 
 Result<void> EditActions::putOwner(const Cookie& cookie, const std::string& owner,
@@ -480,6 +495,10 @@ Result<void> giveAgain(Gift& gift) {
   return given;
 }
 
+std::string markedName(const Cookie& cookie, const std::string& name) {
+  return name + openEdits().namesakeMark(cookie, name);
+}
+
 }  // namespace
 
 void EditSteps::noteTrim(const Cookie& cookie, const ClipInfo& before) {
@@ -488,14 +507,14 @@ void EditSteps::noteTrim(const Cookie& cookie, const ClipInfo& before) {
   if (!clip) return;
   const std::string name = before.name.empty() ? before.path : before.name;
   recordStep(
-      {"trim of " + name + " in " + document->name(),
+      {"trim of " + name + " in " + markedName(cookie, document->name()),
        [=, after = clip->range] { return trimBack(cookie, before.path, after, before.range); },
        [=, after = clip->range] { return trimBack(cookie, before.path, before.range, after); }});
 }
 
 void EditSteps::noteRename(const Cookie& cookie, const std::string& before) {
   const std::string after = openEdits().nameOf(cookie);
-  recordStep({"rename of " + before + " to " + after,
+  recordStep({"rename of " + markedName(cookie, before) + " to " + markedName(cookie, after),
               [=] { return renameBack(cookie, after, before); },
               [=] { return renameBack(cookie, before, after); }});
 }
@@ -505,7 +524,7 @@ void EditSteps::noteGift(const Cookie& cookie, const std::string& before) {
   if (!content) return;
   const auto gift =
       std::make_shared<Gift>(Gift{cookie, before, openEdits().ownerOf(cookie), *content});
-  recordStep({"gift of " + openEdits().nameOf(cookie) + " to " + gift->after,
+  recordStep({"gift of " + markedName(cookie, openEdits().nameOf(cookie)) + " to " + gift->after,
               [gift] { return takeGiftBack(*gift); }, [gift] { return giveAgain(*gift); }});
 }
 
@@ -527,8 +546,10 @@ void EditSteps::noteDeletion(const std::vector<Trashed>& trashed, const std::str
     }
     return EditActions::moveToTrash(cookies, *kept);
   };
-  recordStep({"deletion of " + (count == 1 ? name : std::to_string(count) + " edits"), takeBack,
-              removeAgain});
+  const std::string what = count == 1
+                               ? markedName(Cookie(trashed.front().object.c_str(), false), name)
+                               : std::to_string(count) + " edits";
+  recordStep({"deletion of " + what, takeBack, removeAgain});
 }
 
 }  // namespace korvel

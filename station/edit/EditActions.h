@@ -73,11 +73,15 @@ enum class Recipient {
   eAnybody,    ///< any name that messages carry whole
 };
 
+/// Whether something was given, or belonged to that user before.
+enum class Given { eNow, eBefore };
+
 /// Records another owner and announces it. Allowed to each user who may modify the object, and to
 /// every user while an edit has no owner. Unsaved changes are saved first; where that fails, the
-/// owner stays.
-Result<void> give(const Cookie& cookie, const std::string& user,
-                  Recipient who = Recipient::eKnownUser);
+/// owner stays. What belongs to the user already is left alone, unsaved changes included, and
+/// nothing is announced.
+Result<Given> give(const Cookie& cookie, const std::string& user,
+                   Recipient who = Recipient::eKnownUser);
 
 /// Makes a modification under a description, as an unsaved change, and announces it.
 Result<void> modify(const Cookie& cookie, const EditModification& modification,

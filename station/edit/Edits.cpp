@@ -11,6 +11,7 @@
 #include "station/os/FolderListing.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/DelayedReread.h"
+#include "station/project/Names.h"
 
 namespace korvel {
 
@@ -517,6 +518,18 @@ std::string Edits::nameOf(const Cookie& cookie) const {
 std::string Edits::ownerOf(const Cookie& cookie) const {
   const EditSummary* known = index_.find(cookie);
   return known ? known->owner : std::string();
+}
+
+std::string Edits::namesakeMark(const Cookie& cookie, const std::string& name) const {
+  std::vector<NamedObject> called;
+  findByName(name, called);
+  const std::string own = cookie.asString().str();
+  std::vector<std::string> cookies{own};
+  for (const NamedObject& each : called) {
+    if (!(each.cookie == cookie)) cookies.push_back(each.cookie.asString().str());
+  }
+  if (cookies.size() == 1) return {};
+  return " (" + own.substr(0, tellingLength(std::move(cookies))) + ")";
 }
 
 }  // namespace korvel

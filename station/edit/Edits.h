@@ -158,6 +158,10 @@ class Edits : public iProjectPart {
   [[nodiscard]] std::string nameOf(const Cookie& cookie) const;
   [[nodiscard]] std::string ownerOf(const Cookie& cookie) const;
 
+  /// What stands in a sentence behind an object's name where another edit or log is called so, too:
+  /// " (E0a1b2c3)". Empty where the name alone tells which one is meant.
+  [[nodiscard]] std::string namesakeMark(const Cookie& cookie, const std::string& name) const;
+
   [[nodiscard]] bool isProjectOpen() const { return !folder_.empty(); }
 
   /// The objects with unsaved changes of the local user's.

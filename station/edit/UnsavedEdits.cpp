@@ -12,6 +12,7 @@
 #include "station/edit/EditActions.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
+#include "station/project/Projects.h"
 
 namespace korvel {
 
@@ -35,14 +36,17 @@ std::string counted(std::size_t count) {
   return std::to_string(count) + (count == 1 ? " edit" : " edits");
 }
 
-/// The names in quotes, with commas between them.
+Cookie cookieOf(const NamedObject& object) { return object.cookie; }
+Cookie cookieOf(const UnsavedState& state) { return Cookie(state.object.c_str(), false); }
+
+/// The names in quotes, with commas between them; what has a namesake with its cookie.
 template <typename Named>
-std::string namesOf(const std::vector<Named>& all) {
+std::string namesOf(const std::vector<Named>& all, const Edits& edits) {
   std::set<std::string> names;
-  for (const Named& each : all) names.insert(inQuotes(each.name));
-  std::string text;
-  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
-  return text;
+  for (const Named& each : all) {
+    names.insert(inQuotes(each.name) + edits.namesakeMark(cookieOf(each), each.name));
+  }
+  return joined({names.begin(), names.end()}, ", ");
 }
 
 }  // namespace
@@ -103,7 +107,7 @@ void UnsavedEdits::tellOfLeft() const {
       "There are unsaved changes of %s in %s: %s. \"edit recover E\" takes them up, \"edit recover "
       "E "
       "--discard\" throws them away.\n",
-      wallTime(readable.front().changed), counted(objects.size()), namesOf(readable));
+      wallTime(readable.front().changed), counted(objects.size()), namesOf(readable, edits_));
 }
 
 void UnsavedEdits::leave() {
@@ -116,13 +120,13 @@ void UnsavedEdits::leave() {
     folder_.finish();
     const std::string problem = folder_.problem();
     if (!folder_.isKeeping() || !problem.empty()) {
-      LogBoth("Unsaved changes in %s are lost: %s. %s\n", counted(unsaved.size()), namesOf(unsaved),
-              problem);
+      LogBoth("Unsaved changes in %s are lost: %s. %s\n", counted(unsaved.size()),
+              namesOf(unsaved, edits_), problem);
     } else {
       LogBoth(
           "Unsaved changes in %s are kept on this machine: %s. Enter the project again, and \"edit "
           "recover E\" takes them up.\n",
-          counted(unsaved.size()), namesOf(unsaved));
+          counted(unsaved.size()), namesOf(unsaved, edits_));
     }
   }
   waiting_.clear();
@@ -230,8 +234,10 @@ void UnsavedEdits::dropping(const EditFile& edit) {
   }
   folder_.setAside(object);
   refreshLeft();
+  const std::string& name = edit.document().name();
+  const bool hasNamesake = !edits_.namesakeMark(edit.getCookie(), name).empty();
   LogBoth("Your unsaved changes are kept: \"edit recover %s\" takes them up.\n",
-          inQuotes(edit.document().name()));
+          hasNamesake ? object : inQuotes(name));
 }
 
 std::vector<NamedObject> UnsavedEdits::list() const { return edits_.unsaved(); }
@@ -260,7 +266,8 @@ Result<void> UnsavedEdits::prepareToLeave(Leaving leaving) {
   if (leaving == Leaving::eRefuse) {
     return Error{ErrorCode::eUnsaved,
                  "There are unsaved changes in " + counted(unsaved.size()) + ": " +
-                     namesOf(unsaved) + ". Add --save to save them, or --discard to drop them.",
+                     namesOf(unsaved, edits_) +
+                     ". Add --save to save them, or --discard to drop them.",
                  {}};
   }
   // Dropped in leave(): until the project is really left the user may still stay.
@@ -270,22 +277,28 @@ Result<void> UnsavedEdits::prepareToLeave(Leaving leaving) {
 
 Result<std::vector<UnsavedState>> UnsavedEdits::findLeft(const std::string& nameOrCookie) const {
   std::vector<UnsavedState> found;
-  std::set<std::string> objects;
-  for (const UnsavedState& state : left_) {
-    const bool isMeant = state.object == nameOrCookie || state.name == nameOrCookie;
-    if (!isMeant) continue;
-    found.push_back(state);
-    objects.insert(state.object);
+  std::vector<NamedObject> objects;
+  const auto find = [&](const auto& isMeant) {
+    for (const UnsavedState& state : left_) {
+      if (!isMeant(state)) continue;
+      found.push_back(state);
+      const Cookie cookie = cookieOf(state);
+      if (std::ranges::find(objects, cookie, &NamedObject::cookie) == objects.end()) {
+        objects.push_back({cookie, state.name});
+      }
+    }
+  };
+  find([&](const auto& state) {
+    return state.object == nameOrCookie || state.name == nameOrCookie;
+  });
+  // A beginning of the cookie, as everywhere, where nothing is called so.
+  if (found.empty() && nameOrCookie.size() > 1) {
+    find([begun = upperCased(nameOrCookie)](const auto& state) {
+      return upperCased(state.object).starts_with(begun);
+    });
   }
   if (objects.size() == 1) return found;
-  std::string candidates;
-  for (const std::string& object : objects) candidates += " " + object;
-  if (!objects.empty()) {
-    return Error{ErrorCode::eUsage,
-                 "Several edits were called " + inQuotes(nameOrCookie) +
-                     "; name one by its cookie:" + candidates + ".",
-                 {}};
-  }
+  if (!objects.empty()) return severalMeant("edits with unsaved changes", nameOrCookie, objects);
   return Error{ErrorCode::eNotFound,
                "Nothing unsaved was left of " + inQuotes(nameOrCookie) + " on this machine.",
                {}};

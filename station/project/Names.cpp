@@ -1,5 +1,7 @@
 #include "station/project/Names.h"
 
+#include <algorithm>
+
 #include <cstdlib>
 
 #include "station/base/Strings.h"
@@ -106,6 +108,18 @@ Result<void> checkName(const std::string& what, const std::string& name) {
 
 bool travelsWhole(const std::string& text) {
   return text.find(kFieldSeparator) == std::string::npos;
+}
+
+std::size_t tellingLength(std::vector<std::string> cookies) {
+  std::size_t length = 8;
+  std::ranges::sort(cookies);
+  // In sorted order the longest common beginnings are between neighbours.
+  for (std::size_t i = 1; i < cookies.size(); ++i) {
+    if (cookies[i] == cookies[i - 1]) continue;
+    const auto differs = std::ranges::mismatch(cookies[i - 1], cookies[i]).in1;
+    length = std::max(length, static_cast<std::size_t>(differs - cookies[i - 1].begin()) + 1);
+  }
+  return length;
 }
 
 }  // namespace korvel

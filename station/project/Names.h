@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <vector>
 
 #include "station/base/Result.h"
 
@@ -28,5 +30,9 @@ Result<void> checkName(const std::string& what, const std::string& name);
 /// Whether the wire can carry the text whole: it holds no byte 0xAC, which separates the fields of
 /// a message.
 bool travelsWhole(const std::string& text);
+
+/// How many letters of each of these cookies tell it from the others, eight at least: what people
+/// read and type.
+std::size_t tellingLength(std::vector<std::string> cookies);
 
 }  // namespace korvel

@@ -46,6 +46,32 @@ std::string likelyName(const std::string& typed, const std::vector<std::string>&
   return begun.front();
 }
 
+std::string candidateList(const std::vector<NamedObject>& objects) {
+  constexpr std::size_t kMost = 8;
+  std::vector<std::string> cookies;
+  for (const NamedObject& each : objects) cookies.push_back(each.cookie.asString().str());
+  const std::size_t length = tellingLength(cookies);
+  const bool isOneName = std::ranges::all_of(
+      objects, [&objects](const NamedObject& each) { return each.name == objects.front().name; });
+  std::vector<std::string> shown;
+  for (std::size_t i = 0; i < std::min(objects.size(), kMost); ++i) {
+    shown.push_back(cookies[i].substr(0, length));
+    if (!isOneName) shown.back() += " (" + shownText(objects[i].name) + ")";
+  }
+  const std::size_t left = objects.size() - shown.size();
+  return joined(shown, ", ") + (left > 0 ? " and " + std::to_string(left) + " more" : "");
+}
+
+Error severalMeant(const std::string& what, const std::string& word,
+                   const std::vector<NamedObject>& objects) {
+  const bool areCalledSo =
+      std::ranges::all_of(objects, [&word](const NamedObject& each) { return each.name == word; });
+  return {ErrorCode::eUsage,
+          "Several " + what + (areCalledSo ? " are called " : " begin with ") + inQuotes(word) +
+              "; name one by its cookie: " + candidateList(objects) + ".",
+          {}};
+}
+
 void ProjectListeners::tellDeleted(const CookieVec& cookies, const LightweightString<char>& by) {
   for (std::size_t at = 0; at < cookies.size(); at += kMostDeleted) {
     const auto begin = cookies.begin() + static_cast<std::ptrdiff_t>(at);
@@ -104,10 +130,14 @@ Result<void> lock(const Cookie& project, const std::string& name) {
   return refusal(project, name, OS().fileManager().lastError());
 }
 
-/// Whether the text is the beginning of the cookie's, at least its kind and one digit.
+/// Whether the text is the beginning of the cookie's.
 bool beginsCookie(const std::string& text, const Cookie& cookie) {
-  return text.size() > 1 && upperCased(cookie.asString().str()).starts_with(upperCased(text));
+  return !text.empty() && upperCased(cookie.asString().str()).starts_with(upperCased(text));
 }
+
+/// Whether the only cookie that begins with a text is meant by it. A kind's letter alone says
+/// nothing yet of what is meant.
+bool isMeantBy(const std::string& begun) { return begun.size() > 1; }
 
 /// Whether a cookie is of one of the kinds; of any for no kinds.
 bool isOfKind(const Cookie& cookie, const std::string& kinds) {
@@ -118,19 +148,13 @@ bool isOfKind(const Cookie& cookie, const std::string& kinds) {
 Result<Cookie> resolveBegun(const std::string& begun, const std::vector<NamedObject>& objects,
                             Error nothing) {
   std::vector<std::string> names;
-  std::vector<Cookie> found;
+  std::vector<NamedObject> found;
   for (const NamedObject& each : objects) {
     names.push_back(each.name);
-    if (beginsCookie(begun, each.cookie)) found.push_back(each.cookie);
+    if (beginsCookie(begun, each.cookie)) found.push_back(each);
   }
-  if (found.size() == 1) return found.front();
-  if (found.size() > 1) {
-    std::string candidates;
-    for (const Cookie& each : found) candidates += " " + each.asString().str();
-    return Error{ErrorCode::eUsage,
-                 "Several cookies begin with " + inQuotes(begun) + ":" + candidates + ".",
-                 {}};
-  }
+  if (found.size() == 1 && isMeantBy(begun)) return found.front().cookie;
+  if (found.size() > 1) return severalMeant("objects", begun, found);
   const std::string likely = likelyName(begun, names);
   nothing.message += likely.empty() ? "." : "; did you mean " + inQuotes(likely) + "?";
   return nothing;
@@ -246,18 +270,15 @@ Result<Projects::Found> Projects::findByName(const std::string& name) const {
     if (!record) readable = record.error();
   };
   if (auto read = records().forEach(take); !read) return read.error();
-  if (found.empty()) found = begun;
+  if (found.empty() && (begun.size() > 1 || isMeantBy(name))) found = begun;
   if (found.size() == 1) return found.front();
   if (found.empty()) {
     if (auto there = directory()->check(); !there) return there.error();
     return nothingCalled(name, names, readable);
   }
-  std::string candidates;
-  for (const Found& each : found) candidates += " " + each.cookie.asString().str();
-  return Error{ErrorCode::eUsage,
-               "Several projects are called " + inQuotes(name) +
-                   "; name one by its cookie:" + candidates + ".",
-               {}};
+  std::vector<NamedObject> candidates;
+  for (const Found& each : found) candidates.push_back({each.cookie, each.record.name});
+  return severalMeant("projects", name, candidates);
 }
 
 Result<void> Projects::enter(const std::string& nameOrCookie) {
@@ -401,12 +422,7 @@ Result<Cookie> Projects::resolveListed(const std::string& nameOrCookie,
                      inQuotes(nameOrCookie),
                  {}};
   }
-  std::string candidates;
-  for (const NamedObject& each : found) candidates += " " + each.cookie.asString().str();
-  return Error{ErrorCode::eUsage,
-               "Several objects are called " + inQuotes(nameOrCookie) +
-                   "; name one by its cookie:" + candidates + ".",
-               {}};
+  return severalMeant("objects", nameOrCookie, found);
 }
 
 std::size_t Projects::catchUp(const FoundFiles& files) {

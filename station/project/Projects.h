@@ -19,6 +19,15 @@ namespace korvel {
 /// the nearest, else the first that begins so; empty where none is likely.
 std::string likelyName(const std::string& typed, const std::vector<std::string>& names);
 
+/// Several objects in one line, each by as much of its cookie as tells it from the others, and by
+/// its name where the names differ: "E0a1b2c3 (Harbour), E0a1b2c4 (Night)". Of many the first.
+std::string candidateList(const std::vector<NamedObject>& objects);
+
+/// The failure for a word that several objects have for their name, or, where none is called so,
+/// with which several cookies begin (`what`: "edits").
+Error severalMeant(const std::string& what, const std::string& word,
+                   const std::vector<NamedObject>& objects);
+
 /// Every living ProjectListener, in the order of construction. Host thread.
 class ProjectListeners {
  public:

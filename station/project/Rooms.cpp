@@ -163,6 +163,7 @@ void Rooms::enter(const OpenProject& project, const std::vector<std::string>&) {
 
 void Rooms::leave() {
   giveUp();
+  told_.clear();
   folder_.clear();
 }
 
@@ -295,7 +296,7 @@ void Rooms::noteToldHere() {
 
 void Rooms::noteTold() {
   if (!isShared_ || folder_.empty()) return;
-  if (const auto rooms = list()) told_ = writeJson(shown(*rooms));
+  if (auto rooms = list()) told_ = std::move(*rooms);
 }
 
 // The list asks the share for its locks now, so what was found in the files earlier does not
@@ -303,7 +304,7 @@ void Rooms::noteTold() {
 std::size_t Rooms::catchUp(const FoundFiles& files) {
   const auto isOfRoom = [](const FoundFile& file) { return file.name.starts_with("rooms/"); };
   if (std::ranges::none_of(files, isOfRoom)) return 0;
-  const std::string before = told_;
+  const std::vector<RoomInfo> before = told_;
   noteTold();
   if (told_ == before) return 0;
   events().changed("room", hostParts().projects->current()->cookie, "refreshed", currentOrigin());

@@ -56,6 +56,8 @@ struct RoomInfo {
   LockState state = LockState::eFree;
   std::string holder;   ///< empty unless it is taken or left behind and the name can be read
   bool isHere = false;  ///< whether this station is in it
+
+  friend bool operator==(const RoomInfo&, const RoomInfo&) = default;
 };
 
 /// The rooms of the open shared project. A room is the record "rooms/<file name>.json" in the
@@ -86,6 +88,9 @@ class Rooms : public iProjectPart {
   Result<void> create(const std::string& name);
   Result<std::vector<RoomInfo>> list() const;
 
+  /// The rooms as they were told of last, in the order of their names. Asks nothing.
+  [[nodiscard]] const std::vector<RoomInfo>& known() const { return told_; }
+
   /// Goes into a room; the one the station is in is given up only when the new one is won. A room
   /// that another station holds is refused with the holder's name.
   Result<void> goInto(const std::string& name);
@@ -108,7 +113,7 @@ class Rooms : public iProjectPart {
   std::string folder_;  ///< of the rooms; empty when no project is open
   bool isShared_ = false;
   std::string current_;
-  std::string told_;  ///< the rooms as they were last told of
+  std::vector<RoomInfo> told_;  ///< the rooms as they were last told of
   const HostEntry<Rooms> entry_{&HostParts::rooms, *this};
 };
 

@@ -123,6 +123,11 @@ void Presence::stop() {
 Result<JsonValue> Presence::who(Which which) const {
   const auto stations = listStations(settings().projectsDirectory);
   if (!stations) return stations.error();
+  // A folder without any note may be a share that is away: then nobody was looked for.
+  const auto isOwn = [this](const FoundStation& each) { return each.note.id == own_.id; };
+  if (std::ranges::none_of(*stations, isOwn)) {
+    if (auto there = hostParts().projects->directory()->check(); !there) return there.error();
+  }
   JsonValue list = JsonValue::array();
   FoundStation own{noteOfThis(), LockState::eHeld, {}};
   JsonValue first = shownStation(own);

@@ -93,6 +93,9 @@ class Presence : public ProjectListener {
   /// order of users, as far as is known without asking; none where it tells nothing of itself.
   [[nodiscard]] std::vector<FoundStation> known() const;
 
+  /// What tells this station's note from those of the others.
+  [[nodiscard]] const std::string& ownId() const { return own_.id; }
+
   /// The host names of the other stations, upper-case as owners are recorded, as far as is known
   /// without asking.
   [[nodiscard]] std::set<std::string> hosts() const;

@@ -172,4 +172,78 @@ TEST_F(AnswersTest, AnEmptyUserListSaysWhereItWasLookedFor) {
                       " has no userlist.dat with names, and no marker (*.cli)\n");
 }
 
+TEST_F(AnswersTest, AWordForSeveralThingsListsThemShortly) {
+  StationProcess& anna = start("ANNA", 11);
+  for (int each = 0; each < 17; ++each)
+    run(anna, "project create \"Film " + std::to_string(each) + "\"");
+  run(anna, "project enter \"Film 0\"");
+  for (int each = 0; each < 17; ++each)
+    run(anna, "edit create \"Reel " + std::to_string(each) + "\"");
+  // The letter of a kind, and a beginning that two of seventeen cookies must share.
+  const std::string projects = refusal(anna, "project enter P");
+  EXPECT_NE(projects.find("Several projects begin with \"P\""), projects.npos) << projects;
+  EXPECT_NE(projects.find("(Film "), projects.npos) << projects;
+  EXPECT_NE(projects.find(" and 9 more"), projects.npos) << projects;
+  for (const char* command : {"edit open E", "edit show e"}) {
+    const std::string said = refusal(anna, command);
+    EXPECT_NE(said.find("Several objects begin with"), said.npos) << said;
+    EXPECT_NE(said.find("(Reel "), said.npos) << said;
+  }
+  run(anna, "edit create \"Reel 0\"");
+  const std::string same = refusal(anna, "edit open \"Reel 0\"");
+  EXPECT_NE(same.find("Several objects are called \"Reel 0\""), same.npos) << same;
+  EXPECT_EQ(same.find(" more"), same.npos) << same;
+  std::size_t listed = 0;
+  const JsonValue all = run(anna, "edit list");
+  for (const JsonValue& edit : all.elements()) {
+    const std::string cookie = edit["cookie"].asString();
+    EXPECT_EQ(same.find(cookie), same.npos) << "short ones only: " << same;
+    listed += same.find(cookie.substr(0, 8)) != same.npos ? 1 : 0;
+  }
+  EXPECT_GE(listed, 2u) << same;
+}
+
+TEST_F(AnswersTest, GivingToTheOwnerGivesNothing) {
+  StationProcess& anna = start("ANNA", 11);
+  run(anna, "project create Film");
+  run(anna, "project enter Film");
+  run(anna, "edit create Reel");
+  run(anna, "edit rename Reel Roll");
+  const auto sent = anna.events("sent").size();
+  EXPECT_EQ(run(anna, "edit give Roll anna").asString(),
+            "The edit \"Roll\" belongs to ANNA already.");
+  EXPECT_EQ(anna.events("sent").size(), sent);
+  const JsonValue state = run(anna, "state");
+  EXPECT_EQ(state["steps"]["undo"].asString(), "Undo rename of Reel to Roll");
+  EXPECT_TRUE(state["edits"].elements()[0]["dirty"].asBool()) << "nothing was saved for it";
+}
+
+TEST_F(AnswersTest, WhoSaysThatItCouldNotLook) {
+  StationProcess& anna = start("ANNA", 11);
+  EXPECT_EQ(run(anna, "who").elements().size(), 1u);
+  std::filesystem::rename(folder_ / "projects", folder_ / "away");
+  EXPECT_NE(refusal(anna, "who").find("projects"), std::string::npos);
+  std::filesystem::create_directory(folder_ / "projects");
+  EXPECT_NE(refusal(anna, "who").find("mounted"), std::string::npos);
+  std::filesystem::remove(folder_ / "projects");
+  std::filesystem::rename(folder_ / "away", folder_ / "projects");
+  EXPECT_EQ(run(anna, "who").elements().size(), 1u);
+}
+
+TEST_F(AnswersTest, OfTwoOfOneNameItSaysWhich) {
+  StationProcess& anna = start("ANNA", 11);
+  run(anna, "project create Film");
+  run(anna, "project enter Film");
+  const std::string reel = run(anna, "edit create Reel").asString().substr(0, 8);
+  run(anna, "edit create Reel");
+  const std::string alone = run(anna, "edit create Roll").asString().substr(0, 8);
+  run(anna, "edit rename " + reel + " Tape");
+  EXPECT_NE(run(anna, "undo").asString().find("rename of Reel (" + reel), std::string::npos);
+  run(anna, "edit rename Roll Scene");
+  EXPECT_EQ(run(anna, "undo").asString().find(alone), std::string::npos);
+  run(anna, "edit rename Roll Reel");
+  const std::string unsaved = refusal(anna, "project leave");
+  EXPECT_NE(unsaved.find("\"Reel\" (" + alone), std::string::npos) << unsaved;
+}
+
 }  // namespace

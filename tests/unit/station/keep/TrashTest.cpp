@@ -137,7 +137,8 @@ TEST_F(TrashTest, AWordForSeveralObjectsOrNoneIsRefused) {
   EXPECT_EQ(several.error().code, ErrorCode::eUsage);
   const JsonValue rows = listed();
   for (const JsonValue& row : rows.elements()) {
-    EXPECT_NE(several.error().message.find(row["cookie"].asString()), std::string::npos);
+    const std::string cookie = row["cookie"].asString().substr(0, 8);
+    EXPECT_NE(several.error().message.find(cookie), std::string::npos) << several.error().message;
   }
   EXPECT_EQ(trash_.restore("Other").error().code, ErrorCode::eNotFound);
   EXPECT_EQ(trash_.restore("E").error().code, ErrorCode::eNotFound);
