@@ -8,6 +8,7 @@
 #include "host/base/Text.h"
 #include "host/project/iPermissionsManager.h"
 #include "station/Station.h"
+#include "station/base/Rendering.h"
 #include "station/base/Strings.h"
 #include "station/ui/PanelDriver.h"
 
@@ -91,6 +92,34 @@ Result<JsonValue> show(Station& station, const Arguments&) {
   return withPanel(station, [](PanelDriver& hands) { return hands.show(); });
 }
 
+/// A line of the panel as it was typed. The panel widens the bytes of a text one by one, so that
+/// each letter beyond ASCII became several.
+std::string asTyped(const std::string& line) {
+  const LightweightString<wchar_t> letters = wideText(line);
+  std::string bytes;
+  for (const wchar_t letter : letters.view()) {
+    if (letter > 0xFF) return line;
+    bytes += static_cast<char>(letter);
+  }
+  return isUtf8(bytes) ? bytes : line;
+}
+
+JsonValue linesAsTyped(const JsonValue& lines) {
+  JsonValue typed = JsonValue::array();
+  for (const JsonValue& line : lines.elements()) typed.append(asTyped(line.asString()));
+  return typed;
+}
+
+std::string shownLines(Station&, const Arguments&, const JsonValue& lines) {
+  return renderForPeople(linesAsTyped(lines));
+}
+
+std::string shownPanel(Station&, const Arguments&, const JsonValue& panel) {
+  JsonValue typed = panel;
+  if (panel.find("lines")) typed.set("lines", linesAsTyped(panel["lines"]));
+  return renderForPeople(typed);
+}
+
 }  // namespace
 
 void addPanelCommands(CommandTable& table) {
@@ -100,8 +129,10 @@ void addPanelCommands(CommandTable& table) {
              chooseRecipient});
   table.add({"panel type", "TEXT", "Types into the panel's entry box.", 1, 1, type});
   table.add({"panel return", "", "Presses return in the panel's entry box.", 0, 0, pressReturn});
-  table.add({"panel lines", "", "Shows the panel's conversation.", 0, 0, lines});
-  table.add({"panel show", "", "Shows everything that the panel shows.", 0, 0, show});
+  table.add({"panel lines", "", "Shows the panel's conversation.", 0, 0, lines,
+             Command::Place::eHostThread, shownLines});
+  table.add({"panel show", "", "Shows everything that the panel shows.", 0, 0, show,
+             Command::Place::eHostThread, shownPanel});
   table.add({"say", "USER TEXT",
              "Writes to a user through the panel, opening it if need be; \"<All>\" is everybody.",
              2, 2, say});

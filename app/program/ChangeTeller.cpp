@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "station/base/Events.h"
 #include "station/base/HostThread.h"
@@ -9,6 +10,8 @@
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
 #include "station/project/Projects.h"
+#include "station/project/Rooms.h"
+#include "station/watch/Presence.h"
 
 namespace korvel {
 
@@ -50,6 +53,7 @@ void ChangeTeller::take(const StationEvent& event) {
   const JsonValue& value = event.value;
   // What is in a project that was just entered may be deleted before anything else happens to it.
   const bool hasEntered = event.name == "reply" && value["command"].asString() == "project enter";
+  if (event.name == "presence") return tellSoon(false);
   if (event.name != "changed" && !hasEntered) return;
   const std::string origin = value["origin"].asString();
   if (!hasEntered && origin != originText(Origin::eLocal)) {
@@ -57,7 +61,7 @@ void ChangeTeller::take(const StationEvent& event) {
     if (who.empty()) who = origin == originText(Origin::eFolder) ? "Somebody" : "Another station";
     note({value["what"].asString(), value["cookie"].asString(), value["how"].asString(), who});
   }
-  tellSoon();
+  tellSoon(hasEntered);
 }
 
 void ChangeTeller::note(Change change) {
@@ -72,9 +76,10 @@ void ChangeTeller::note(Change change) {
   }
 }
 
-void ChangeTeller::tellSoon() {
+void ChangeTeller::tellSoon(bool hasEntered) {
   {
     const std::lock_guard lock(mutex_);
+    hasEntered_ = hasEntered_ || hasEntered;
     if (std::exchange(isPosted_, true)) return;
   }
   hostThread_.postAfter(kTogether, [this, alive = std::weak_ptr<int>(alive_)] {
@@ -84,18 +89,85 @@ void ChangeTeller::tellSoon() {
 
 void ChangeTeller::tell() {
   std::vector<Change> changes;
+  bool hasEntered = false;
   {
     const std::lock_guard lock(mutex_);
     changes.swap(pending_);
+    hasEntered = std::exchange(hasEntered_, false);
     isPosted_ = false;
   }
   if (!station_.projects().current()) return names_.clear();
   learnNames();
-  const std::size_t shown = changes.size() > kMostLines ? kMostLines - 1 : changes.size();
-  for (std::size_t each = 0; each < shown; ++each) text_.answer(lineOf(changes[each]));
-  if (shown < changes.size()) {
-    text_.answer("Others made " + std::to_string(changes.size() - shown) + " further changes.");
+  std::vector<std::string> lines;
+  // Which room it was no message says: what is shown of the rooms is compared.
+  std::erase_if(changes, [](const Change& each) { return each.what == "room"; });
+  for (const Change& each : changes) lines.push_back(lineOf(each));
+  std::vector<std::string> ofPeople = newsOfPeople();
+  newsOfRooms(ofPeople);
+  // What was there when the project was entered is no news.
+  if (!hasEntered) lines.insert(lines.end(), ofPeople.begin(), ofPeople.end());
+  const std::size_t shown = lines.size() > kMostLines ? kMostLines - 1 : lines.size();
+  for (std::size_t each = 0; each < shown; ++each) text_.answer(lines[each]);
+  if (shown < lines.size()) {
+    text_.answer("Others made " + std::to_string(lines.size() - shown) + " further changes.");
   }
+}
+
+namespace {
+
+/// Who is seen in a room: empty for this station and for nobody.
+std::string seenIn(const RoomInfo& room) {
+  if (room.isHere || room.state != LockState::eHeld) return {};
+  return room.holder.empty() ? "Another station" : room.holder;
+}
+
+std::string changeText(const RoomInfo& before, const RoomInfo& now) {
+  const std::string was = seenIn(before);
+  const std::string is = seenIn(now);
+  const std::string room = "the room " + inQuotes(now.name) + ".";
+  // Its user's name can be read some moments later than that it is taken.
+  if (was == is || (before.holder.empty() && !was.empty() && !is.empty())) return {};
+  if (!is.empty()) return is + " came into " + room;
+  if (now.state == LockState::eLeftBehind) return was + " ended without leaving " + room;
+  return was + " left " + room;
+}
+
+}  // namespace
+
+/// Who opened and left the project since this was last called.
+std::vector<std::string> ChangeTeller::newsOfPeople() {
+  std::vector<std::string> lines;
+  std::map<std::string, std::string> now;
+  const Cookie project = station_.projects().current()->cookie;
+  for (const FoundStation& each : station_.presence().known()) {
+    const bool isOwn = each.note.id == station_.presence().ownId();
+    if (isOwn || !each.isAlive() || !(each.note.project == project)) continue;
+    const std::string user = shownText(each.note.user);
+    now.emplace(each.note.id, user);
+    if (!people_.contains(each.note.id)) lines.push_back(user + " opened this project.");
+  }
+  for (const auto& [id, user] : people_) {
+    if (!now.contains(id)) lines.push_back(user + " left this project.");
+  }
+  people_ = std::move(now);
+  return lines;
+}
+
+/// Adds what became of the rooms since this was last called.
+void ChangeTeller::newsOfRooms(std::vector<std::string>& lines) {
+  std::map<std::string, RoomInfo> now;
+  for (const RoomInfo& room : station_.rooms().known()) {
+    now.emplace(room.name, room);
+    const auto before = rooms_.find(room.name);
+    const bool isNew = before == rooms_.end();
+    const RoomInfo free{room.name, LockState::eFree, {}, room.isHere};
+    if (isNew && !room.isHere) {
+      lines.push_back("There is now a room " + inQuotes(room.name) + ".");
+    }
+    const std::string text = changeText(isNew ? free : before->second, room);
+    if (!text.empty()) lines.push_back(text);
+  }
+  rooms_ = std::move(now);
 }
 
 /// Of objects that are gone the names stay for as long as the project is open.
@@ -107,13 +179,16 @@ void ChangeTeller::learnNames() {
 
 std::string ChangeTeller::nameOf(const Change& change) const {
   const auto known = names_.find(change.cookie);
-  const bool isNamed = known != names_.end() && !known->second.empty();
-  return isNamed ? known->second : change.cookie.substr(0, kShortCookie);
+  const std::string cookie = change.cookie.substr(0, kShortCookie);
+  if (known == names_.end() || known->second.empty()) return cookie;
+  const bool hasNamesake = std::ranges::any_of(names_, [&known](const auto& each) {
+    return each.second == known->second && each.first != known->first;
+  });
+  return known->second + (hasNamesake ? " (" + cookie + ")" : "");
 }
 
 std::string ChangeTeller::lineOf(const Change& change) const {
   const Verb& verb = verbOf(change.how);
-  if (change.what == "room") return change.who + " came, left or went to another room.";
   if (change.what == "permissions") {
     const std::string owner = station_.edits().ownerOf(Cookie(change.cookie.c_str(), false));
     const std::string now = owner.empty() ? "nobody" : shownText(owner);

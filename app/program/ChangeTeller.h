@@ -12,11 +12,12 @@
 #include "app/base/EventSinks.h"
 #include "app/base/TextOutput.h"
 #include "station/Station.h"
+#include "station/project/Rooms.h"
 
 namespace korvel {
 
 /// Tells a person at the console in one line each what others changed: "ANNA saved Harbour at
-/// dawn".
+/// dawn", and who came and went: "BEN opened this project", "BEN left the room "Sound"".
 ///
 /// What comes within kTogether is told together: an object once, with what matters most of it, and
 /// of very many only the first. Names are asked for on the host thread afterwards; those of objects
@@ -44,9 +45,11 @@ class ChangeTeller : public iEventSink {
   };
 
   void note(Change change);
-  void tellSoon();
+  void tellSoon(bool hasEntered);
   void tell();
   void learnNames();
+  std::vector<std::string> newsOfPeople();
+  void newsOfRooms(std::vector<std::string>& lines);
   [[nodiscard]] std::string lineOf(const Change& change) const;
   [[nodiscard]] std::string nameOf(const Change& change) const;
 
@@ -56,7 +59,10 @@ class ChangeTeller : public iEventSink {
   std::mutex mutex_;
   std::vector<Change> pending_;
   bool isPosted_ = false;
-  std::map<std::string, std::string> names_;               ///< by cookie; host thread
+  bool hasEntered_ = false;                    ///< a project was entered since it was told last
+  std::map<std::string, std::string> names_;   ///< by cookie; host thread
+  std::map<std::string, RoomInfo> rooms_;      ///< by name, as told last; host thread
+  std::map<std::string, std::string> people_;  ///< users here by station; host thread
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);  ///< what posted tasks hold weakly
 };
 

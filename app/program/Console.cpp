@@ -43,7 +43,7 @@ Console::Answer Console::answerFor(const std::string& line, const CommandCall& c
 
 bool Console::runLine(const std::string& line, iLineReader& reader) {
   const CommandCall call = readCall(with_.commands, line);
-  if (call.isEmpty() || !isConfirmed(call, reader)) return true;
+  if (call.isEmpty() || !isConfirmed(line, call, reader)) return true;
   const Answer answer = answerFor(line, call);
   // The program ends: a refusal caused by the end is no failure of the command.
   if (with_.waiter.isEnding()) return true;
@@ -52,18 +52,39 @@ bool Console::runLine(const std::string& line, iLineReader& reader) {
     return true;
   }
   with_.text.problem(reader.place() + answer.result.error().message);
-  const auto option = chooseOption(call, answer.result.error(), reader);
+  const auto option = chooseOption(line, call, answer.result.error(), reader);
   return option && runLine(line + " " + *option, reader);
 }
 
+namespace {
+
+/// Whether an answer is a word of these letters, or the beginning of one, in whatever case.
+bool isAnswer(const std::string& typed, const std::string& word) {
+  return !typed.empty() && upperCased(word).starts_with(upperCased(typed));
+}
+
+/// Says that a command was not done, and what became of an answer that is none: it may be another
+/// command.
+std::string notDone(const std::string& line, const std::string& strange) {
+  const std::string said = "Not done: " + shownText(line) + ".";
+  return strange.empty() ? said
+                         : said + " " + inQuotes(strange) +
+                               " was taken for the answer; if it is a command, type it again.";
+}
+
+}  // namespace
+
 /// Whether a person confirms the command; true for commands without a question, and for scripts.
-bool Console::isConfirmed(const CommandCall& call, iLineReader& reader) {
+bool Console::isConfirmed(const std::string& line, const CommandCall& call, iLineReader& reader) {
   if (call.problem || !reader.isInteractive()) return true;
   const std::string question =
       call.command->question.empty() ? doubtAbout(call) : call.command->question;
   if (question.empty()) return true;
-  const auto typed = reader.ask(question + " yes or no? ");
-  return typed && !typed->empty() && std::string("yes").starts_with(*typed);
+  const std::string typed = reader.ask(question + " yes or no? ").value_or("");
+  if (isAnswer(typed, "yes")) return true;
+  if (with_.waiter.isEnding()) return false;
+  with_.text.answer(notDone(line, isAnswer(typed, "no") ? "" : typed));
+  return false;
 }
 
 /// What a person is asked before this is done; empty for nothing, and when the program ends.
@@ -79,8 +100,8 @@ std::string Console::doubtAbout(const CommandCall& call) {
 }
 
 /// The option that a person chooses after a refusal; nothing for "cancel".
-std::optional<std::string> Console::chooseOption(const CommandCall& call, const Error& problem,
-                                                 iLineReader& reader) {
+std::optional<std::string> Console::chooseOption(const std::string& line, const CommandCall& call,
+                                                 const Error& problem, iLineReader& reader) {
   if (!reader.isInteractive() || !call.command) return {};
   std::vector<Choice> offered;
   std::string question;
@@ -90,11 +111,12 @@ std::optional<std::string> Console::chooseOption(const CommandCall& call, const 
     question += choice.word + ", ";
   }
   if (offered.empty()) return {};
-  const auto typed = reader.ask(question + "or cancel? ");
-  if (!typed || typed->empty()) return {};
+  const std::string typed = reader.ask(question + "or cancel? ").value_or("");
   for (const Choice& choice : offered) {
-    if (choice.word.starts_with(*typed)) return choice.option;
+    if (isAnswer(typed, choice.word)) return choice.option;
   }
+  if (with_.waiter.isEnding()) return {};
+  with_.text.answer(notDone(line, isAnswer(typed, "cancel") ? "" : typed));
   return {};
 }
 

@@ -46,10 +46,10 @@ class Console {
 
   bool runLine(const std::string& line, iLineReader& reader);
   Answer answerFor(const std::string& line, const CommandCall& call);
-  bool isConfirmed(const CommandCall& call, iLineReader& reader);
+  bool isConfirmed(const std::string& line, const CommandCall& call, iLineReader& reader);
   std::string doubtAbout(const CommandCall& call);
-  std::optional<std::string> chooseOption(const CommandCall& call, const Error& problem,
-                                          iLineReader& reader);
+  std::optional<std::string> chooseOption(const std::string& line, const CommandCall& call,
+                                          const Error& problem, iLineReader& reader);
   Answer runOnHostThread(const std::string& line, const CommandCall& call);
   static Answer answerTo(Station& station, const CommandCall& call);
   static void reply(EventWriter& events, const std::string& line, const CommandCall& call,

@@ -228,6 +228,63 @@ TEST_F(TerminalTest, WhatOthersChangeIsToldInALineEachAndNotInTheLogsWords) {
   }
 }
 
+TEST_F(TerminalTest, WhoComesAndGoesIsToldWithTheRoom) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("project create Film\rproject enter Film\rroom create Sound\rwhoami\r");
+  ASSERT_TRUE(sees("network_mode: yes")) << shown_;
+  StationProcess& ben = start("BEN", 12);
+  run(ben, "project enter Film");
+  EXPECT_TRUE(sees("BEN opened this project.")) << shown_;
+  run(ben, "room enter Sound");
+  EXPECT_TRUE(sees("BEN came into the room \"Sound\".")) << shown_;
+  run(ben, "room create Picture");
+  EXPECT_TRUE(sees("There is now a room \"Picture\".")) << shown_;
+  run(ben, "room leave");
+  EXPECT_TRUE(sees("BEN left the room \"Sound\".")) << shown_;
+  run(ben, "project leave");
+  EXPECT_TRUE(sees("BEN left this project.")) << shown_;
+  type("room enter Sound\rwhoami\r");
+  ASSERT_TRUE(sees("network_mode: yes")) << shown_;
+  EXPECT_EQ((before_ + shown_).find("ANNA came"), std::string::npos) << "one's own are no news";
+}
+
+TEST_F(TerminalTest, ThePanelShowsWordsAsTheyWereTyped) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type(
+      "say <All> \"Gr\xC3\xBC\xC3\x9F"
+      "e aus K\xC3\xB6ln\"\rwhoami\r");
+  ASSERT_TRUE(sees("network_mode: yes")) << shown_;
+  for (const char* const line : {"panel lines\r", "panel show\r"}) {
+    type(line);
+    EXPECT_TRUE(
+        sees(" : Gr\xC3\xBC\xC3\x9F"
+             "e aus K\xC3\xB6ln\r\n"))
+        << line << shown_;
+  }
+}
+
+TEST_F(TerminalTest, AQuestionThatIsNotAnsweredWithYesSaysWhatWasNotDone) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("project create Film\rproject enter Film\rwhoami\r");
+  ASSERT_TRUE(sees("network_mode: yes")) << shown_;
+  type("trash empty\r");
+  ASSERT_TRUE(sees("no? ")) << shown_;
+  type("edit list\r");
+  EXPECT_TRUE(sees("Not done: trash empty. \"edit list\" was taken for the answer")) << shown_;
+  type("trash empty\r");
+  ASSERT_TRUE(sees("no? ")) << shown_;
+  type("n\r");
+  EXPECT_TRUE(sees("Not done: trash empty.\r\n")) << shown_;
+  type("trash empty\r");
+  ASSERT_TRUE(sees("no? ")) << shown_;
+  type("Yes\r");
+  EXPECT_TRUE(sees("Removed for good: 0.")) << shown_;
+  type("edit create Reel\redit rename Reel Tape\rproject leave\r");
+  ASSERT_TRUE(sees("save, discard, or cancel? ")) << shown_;
+  type("who\r");
+  EXPECT_TRUE(sees("Not done: project leave. \"who\" was taken for the answer")) << shown_;
+}
+
 TEST_F(TerminalTest, OfManyChangesAtOnceTheFirstAreToldAndTheRestCounted) {
   ASSERT_TRUE(sees("kv> ")) << shown_;
   type("project create Film\rproject enter Film\rwhoami\r");
@@ -241,7 +298,7 @@ TEST_F(TerminalTest, OfManyChangesAtOnceTheFirstAreToldAndTheRestCounted) {
   for (int each = 0; each < 40; ++each) {
     std::ofstream(folder / ("E0" + std::to_string(100 + each) + ".otio")) << edit;
   }
-  EXPECT_TRUE(sees("Somebody made Figure 1 - Simple Cut List.")) << shown_;
+  EXPECT_TRUE(sees("Somebody made Figure 1 - Simple Cut List (E01")) << shown_;
   EXPECT_TRUE(sees("further changes.")) << shown_;
 }
 
