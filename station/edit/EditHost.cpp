@@ -143,16 +143,12 @@ LightweightString<wchar_t> getFilenameForCookie(const Cookie& cookie, const Cook
 
 namespace korvel {
 
-namespace {
-
 /// The permission rules decide by the owner that they were told of last.
-void tellOwner(const Cookie& cookie, const std::string& owner) {
+void Edits::tellOwner(const Cookie& cookie, const std::string& owner) {
   auto* const permissions = iPermissionsManager::instance();
   if (!permissions || cookie.getType() != CookieTypeEdit) return;
   permissions->setOwner(cookie, wideText(owner), iPermissionsManager::eEdit, false);
 }
-
-}  // namespace
 
 std::size_t Edits::catchUp(const FoundFiles& files) {
   std::size_t told = 0;
@@ -196,7 +192,7 @@ bool Edits::catchUpListed(const Cookie& cookie, const FoundFile& file) {
   // A message told of this save already: the lists were told to read it again.
   const bool wasTold = index_.clearStale(cookie);
   const AuthorScope author(summary->savedBy);
-  index_.put(cookie, std::move(*summary));
+  put(cookie, std::move(*summary));
   if (hasNewOwner) tellOwner(cookie, owner);
   if (wasTold) return false;
   events().changed(kindText(cookie), cookie, isNew ? "created" : "refreshed", currentOrigin());

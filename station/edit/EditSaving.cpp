@@ -166,14 +166,6 @@ void tellDeleted(const CookieVec& cookies) {
   ProjectListeners::instance().tellDeleted(cookies, "user");
 }
 
-/// The rules may remember the owner that the object had before it was deleted.
-void tellOwner(const Cookie& cookie) {
-  auto* const permissions = iPermissionsManager::instance();
-  if (!permissions || cookie.getType() != CookieTypeEdit) return;
-  permissions->setOwner(cookie, wideText(openEdits().ownerOf(cookie)), iPermissionsManager::eEdit,
-                        false);
-}
-
 }  // namespace
 
 Result<void> EditActions::remove(const std::vector<Cookie>& cookies) {
@@ -216,7 +208,6 @@ Result<void> EditActions::takeBack(const Trashed& trashed) {
   }
   // After the lock was given up: telling of it may lead to reading and saving.
   openEdits().takeUpFile(cookie);
-  tellOwner(cookie);
   ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, true); });
   return {};
 }

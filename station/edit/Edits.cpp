@@ -43,6 +43,7 @@ void EditIndex::clear() {
   summaries_.clear();
   byName_.clear();
   stale_.clear();
+  forgotten_.clear();
 }
 
 const EditSummary* EditIndex::find(const Cookie& cookie) const {
@@ -139,7 +140,11 @@ void Edits::enter(const OpenProject& project, const std::vector<std::string>&) {
 
 void Edits::put(const Cookie& cookie, EditSummary summary) const {
   if (shown_ && !holds(cookie)) shown_->add(cookie.asString().str() + std::string(kEditEnding));
+  const bool isReadable = summary.problem.empty();
+  const std::string owner = summary.owner;
   index_.put(cookie, std::move(summary));
+  // Away in the trash, or with the whole share, it may have got another owner.
+  if (isReadable && index_.clearForgotten(cookie)) tellOwner(cookie, owner);
 }
 
 void Edits::enterUnread(const OpenProject& project, const std::vector<std::string>& names) {
@@ -209,7 +214,10 @@ void Edits::setAside(const Cookie& cookie, const std::string& problem) const {
 
 void Edits::indexFile(const Cookie& cookie) const {
   const auto bytes = readFresh(pathFor(cookie));
-  if (!bytes && bytes.error().code == ErrorCode::eNotFound) return index_.remove(cookie);
+  if (!bytes && bytes.error().code == ErrorCode::eNotFound) {
+    index_.remove(cookie);
+    return index_.markForgotten(cookie);
+  }
   auto summary = bytes ? readEditSummary(*bytes) : Result<EditSummary>(bytes.error());
   if (!summary) return setAside(cookie, summary.error().message);
   put(cookie, std::move(*summary));
@@ -504,6 +512,7 @@ void Edits::takeUpFile(const Cookie& cookie) {
 void Edits::forget(const Cookie& cookie) {
   unload(cookie);
   index_.remove(cookie);
+  index_.markForgotten(cookie);
 }
 
 std::string Edits::pathFor(const Cookie& cookie) const {

@@ -27,6 +27,12 @@ class EditIndex {
   void remove(const Cookie& cookie);
   void clear();
 
+  /// Notes that an object was forgotten whose owner others may remember.
+  void markForgotten(const Cookie& cookie) { forgotten_.insert(cookie); }
+
+  /// Notes that it is known again; whether it was so noted.
+  bool clearForgotten(const Cookie& cookie) { return forgotten_.erase(cookie) > 0; }
+
   /// What is known of an object, or null; valid until the index changes.
   [[nodiscard]] const EditSummary* find(const Cookie& cookie) const;
 
@@ -52,6 +58,7 @@ class EditIndex {
   std::map<Cookie, EditSummary> summaries_;
   std::unordered_multimap<std::string, Cookie> byName_;
   std::set<Cookie> stale_;
+  std::set<Cookie> forgotten_;
 };
 
 /// The open project's edits (cookie kind 'E') and logs (kind 'S'): an index of all, and the
@@ -186,6 +193,7 @@ class Edits : public iProjectPart {
  private:
   void enterUnread(const OpenProject& project, const std::vector<std::string>& names);
   void put(const Cookie& cookie, EditSummary summary) const;
+  static void tellOwner(const Cookie& cookie, const std::string& owner);
   void enterOne(const Cookie& cookie, Result<EditSummary> summary);
   Result<EditFile*> load(const Cookie& cookie);
   void indexFile(const Cookie& cookie) const;

@@ -84,6 +84,7 @@ class SettableRules : public iPermissionsManager {
   }
   void setOwner(const Cookie& object, const Text& owner, eObjectType type,
                 bool describeChange) override {
+    told.push_back(utf8Text(owner));
     EditPtr edit;
     edit.i_open(object, 0);
     if (!edit || type != eEdit || edit->getOwner() == owner) return;
@@ -96,6 +97,7 @@ class SettableRules : public iPermissionsManager {
   [[nodiscard]] bool canTranferOwnership() const override { return true; }
 
   bool isAllowed = true;
+  std::vector<std::string> told;  ///< the owners, in the order in which they were told
 
  private:
   Vector<Text> users_{L"ANNA", L"BOB", L"CARL"};

@@ -141,6 +141,30 @@ TEST_F(CatchUpTest, AnOwnerGivenElsewhereIsShown) {
   EXPECT_TRUE(becomes([&] { return edits.ownerOf(edit) == "BEN"; }));
 }
 
+// The rules remember whose it was before.
+TEST_F(CatchUpTest, AnEditThatComesBackBelongsToWhomItsFileNames) {
+  const std::string bytes = bytesOf(fileOf(edit));
+  fs::remove(fileOf(edit));
+  ASSERT_TRUE(becomes([&] { return !edits.holds(edit); }));
+  rules.told.clear();
+  writeElsewhere(edit, bytes);
+  ASSERT_TRUE(becomes([&] { return edits.holds(edit); }));
+  EXPECT_EQ(rules.told, Notes{"ANNA"});
+}
+
+TEST_F(CatchUpTest, AnEditThatComesBackDamagedTellsItsOwnerOnceItIsMended) {
+  const std::string bytes = bytesOf(fileOf(edit));
+  fs::remove(fileOf(edit));
+  ASSERT_TRUE(becomes([&] { return !edits.holds(edit); }));
+  rules.told.clear();
+  writeElsewhere(edit, "{");
+  ASSERT_TRUE(becomes([&] { return edits.holds(edit); }));
+  EXPECT_EQ(rules.told, Notes{});
+  writeElsewhere(edit, bytes);
+  ASSERT_TRUE(becomes([&] { return edits.ownerOf(edit) == "ANNA"; }));
+  EXPECT_EQ(rules.told.back(), "ANNA");
+}
+
 TEST_F(CatchUpTest, WhatThisStationWroteIsNotToldAgain) {
   const auto own = EditActions::create("Own", CookieTypeEdit);
   ASSERT_TRUE(own);
