@@ -5,6 +5,7 @@
 #include "station/Station.h"
 #include "station/base/Strings.h"
 #include "station/containers/CookieLists.h"
+#include "station/containers/Filters.h"
 #include "station/project/Projects.h"
 
 namespace korvel {
@@ -126,6 +127,46 @@ void addFamily(CommandTable& table, const std::string& word, Manager manager) {
 void addContainerCommands(CommandTable& table) {
   addFamily(table, "bin", bins);
   addFamily(table, "rack", racks);
+}
+
+// Filters: a name and a text, without objects in them.
+
+namespace {
+
+Result<Cookie> resolveFilter(Station& station, const std::string& text) {
+  return station.projects().resolve(text, station.filters().kind().letters);
+}
+
+Result<JsonValue> createFilter(Station& station, const Arguments& arguments) {
+  return answer(station.filters().create(arguments[0], arguments[1]));
+}
+
+Result<JsonValue> changeFilter(Station& station, const Arguments& arguments) {
+  const Result<Cookie> filter = resolveFilter(station, arguments[0]);
+  if (!filter) return filter.error();
+  return answer(station.filters().change(*filter, arguments[1]));
+}
+
+Result<JsonValue> destroyFilter(Station& station, const Arguments& arguments) {
+  const Result<Cookie> filter = resolveFilter(station, arguments[0]);
+  if (!filter) return filter.error();
+  return answer(station.filters().discard(*filter));
+}
+
+Result<JsonValue> listFilters(Station& station, const Arguments&) {
+  if (const auto open = station.projects().requireOpen(); !open) return open.error();
+  return station.filters().state();
+}
+
+}  // namespace
+
+void addFilterCommands(CommandTable& table) {
+  table.add({"filter create", "NAME TEXT",
+             "Makes a filter of the open project and shows its cookie.", 2, 2, createFilter});
+  table.add({"filter change", "F TEXT", "Gives a filter another text.", 2, 2, changeFilter});
+  table.add({"filter destroy", "F", "Moves a filter to the trash.", 1, 1, destroyFilter});
+  table.add({"filter list", "", "Shows every filter of the open project with its text.", 0, 0,
+             listFilters});
 }
 
 }  // namespace korvel
