@@ -107,7 +107,7 @@ std::optional<Error> checkArguments(const Command& command, const Arguments& arg
   const std::string advice = quoted.empty() ? " (a word with blanks needs quotes)"
                                             : "; did you mean: " + shownText(quoted);
   return Error{
-      ErrorCode::eUsage, "\"" + command.name + "\" " + problem + "; usage: " + usage + advice, {}};
+      ErrorCode::eUsage, inQuotes(command.name) + " " + problem + "; usage: " + usage + advice, {}};
 }
 
 /// A command of other programs, and the advice for it.
@@ -152,7 +152,7 @@ std::string verbAlone(const CommandTable& commands, const std::vector<std::strin
     if (!name.ends_with(" " + words.front())) continue;
     std::string line = name;
     for (std::size_t i = 1; i < words.size(); ++i) line += " " + quotedWord(words[i]);
-    found.push_back("\"" + line + "\"");
+    found.push_back(inQuotes(line));
   }
   if (found.empty()) return {};
   const std::string last = found.back();
@@ -172,7 +172,7 @@ std::string familyLike(const CommandTable& commands, const std::string& typed) {
 /// A hint for words that are not just a misspelt command; empty where there is none.
 std::string habitOf(const CommandTable& commands, const std::vector<std::string>& words) {
   const std::string turned = turnedRound(commands, words);
-  if (!turned.empty()) return "did you mean \"" + turned + "\"?";
+  if (!turned.empty()) return "did you mean " + inQuotes(turned) + "?";
   for (const Habit& habit : kHabits) {
     if (words.front() == habit.typed) return std::string(habit.meant) + ".";
   }
@@ -190,7 +190,7 @@ Error noCommand(const CommandTable& commands, const std::vector<std::string>& wo
   const std::string nearest = commands.nearest(words);
   const bool showsTwo = family == words.front() && words.size() > 1;
   const std::string typed = showsTwo ? words[0] + " " + words[1] : words[0];
-  std::string message = "There is no command \"" + typed + "\"";
+  std::string message = "There is no command " + inQuotes(typed);
   // The surest advice first; a list of commands only where nothing is near.
   const std::string habit = habitOf(commands, words);
   if (!habit.empty()) {
@@ -221,7 +221,7 @@ Result<JsonValue> runCall(Station& station, const CommandCall& call) {
     return call.command->run(station, call.arguments);
   } catch (const std::exception& problem) {
     return Error{ErrorCode::eSystem,
-                 "\"" + call.command->name + "\" failed unexpectedly: " + problem.what() + ".",
+                 inQuotes(call.command->name) + " failed unexpectedly: " + problem.what() + ".",
                  {}};
   }
 }

@@ -113,10 +113,10 @@ Result<JsonValue> waitForEvent(const Arguments& words, const ConsoleServices& se
   if (services.waiter.isEnding()) return Error{ErrorCode::eSystem, "The station ends.", {}};
   char seconds[32];
   std::snprintf(seconds, sizeof seconds, "%g", wanted->timeout);
-  return Error{
-      ErrorCode::eNotFound,
-      "No event \"" + joined(words, " ") + "\" within " + seconds + " s; --timeout S waits longer.",
-      {}};
+  return Error{ErrorCode::eNotFound,
+               "No event " + inQuotes(joined(words, " ")) + " within " + seconds +
+                   " s; --timeout S waits longer.",
+               {}};
 }
 
 Result<JsonValue> sleepFor(const Arguments& words, Waiter& waiter) {

@@ -217,7 +217,7 @@ Explanation explainEdit(const Subject& subject, const std::string& host) {
   if (!summary) {
     return refusedBy(object, {ErrorCode::eBadContent, summary.error().message, subject.path});
   }
-  if (!summary->name.empty()) object = (isEdit ? "Edit \"" : "Log \"") + summary->name + "\"";
+  if (!summary->name.empty()) object = (isEdit ? "Edit " : "Log ") + inQuotes(summary->name);
   if (isEdit) return lookAtOwner(object, *summary, host);
   return freeOf(object,
                 "can be changed, unless a station that runs now owns it: owners of logs "
