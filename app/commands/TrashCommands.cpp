@@ -66,8 +66,8 @@ Result<JsonValue> did(const Result<std::string>& step) {
 
 void addSteps(CommandTable& table) {
   table.add({"undo", "",
-             "Undoes your last trim, rename, gift, deletion, or change of a bin, rack or filter in "
-             "the open project, and says which.",
+             "Undoes your last trim, rename, gift, deletion, return to an older version, or change "
+             "of a bin, rack or filter in the open project, and says which.",
              0, 0, [](Station& station, const Arguments&) { return did(station.undo().undo()); }});
   table.add({"redo", "", "Does again what was undone last.", 0, 0,
              [](Station& station, const Arguments&) { return did(station.undo().redo()); }});

@@ -1,7 +1,9 @@
 #include "station/base/Rendering.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cwchar>
 #include <sstream>
@@ -64,6 +66,13 @@ std::string indented(const std::string& text) {
   return shifted;
 }
 
+/// Doubles of this size and beyond have no decimals.
+constexpr double kNoDecimals = 1e15;
+
+bool hasDecimals(const JsonValue& number) {
+  return !isWholeNumber(number.spelling()) && std::abs(number.asDouble()) < kNoDecimals;
+}
+
 /// A value on one line.
 std::string cell(const JsonValue& value) {
   switch (value.kind()) {
@@ -78,6 +87,8 @@ std::string cell(const JsonValue& value) {
       for (const JsonValue& each : value.elements()) all += (all.empty() ? "" : ", ") + cell(each);
       return all;
     }
+    case JsonValue::Kind::eNumber:
+      return hasDecimals(value) ? shownNumber(value.asDouble()) : value.spelling();
     default:
       return writeJson(value);
   }
@@ -182,6 +193,16 @@ std::string wrappedRow(const std::string& first, const std::string& second) {
 }
 
 }  // namespace
+
+std::string shownNumber(double number) {
+  if (!(std::abs(number) < kNoDecimals)) return JsonValue(number).spelling();
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%.3f", number);
+  std::string shown = text.data();
+  shown.erase(shown.find_last_not_of('0') + 1);
+  if (shown.back() == '.') shown.pop_back();
+  return shown == "-0" ? "0" : shown;
+}
 
 std::string renderWrapped(const JsonValue& rows) {
   std::string text;

@@ -12,6 +12,9 @@ namespace korvel {
 /// the line ends of a text.
 std::string renderForPeople(const JsonValue& value);
 
+/// A number as people read it: with three decimals at most, and none that say nothing.
+std::string shownNumber(double number);
+
 /// An array of objects of two texts each as two columns of 80 in all: the first as it stands, the
 /// second wrapped between words, beginning on a line of its own where the first is long.
 std::string renderWrapped(const JsonValue& rows);

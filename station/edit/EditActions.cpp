@@ -10,6 +10,7 @@
 #include "host/project/iPermissionsManager.h"
 #include "station/base/Events.h"
 #include "station/base/HostParts.h"
+#include "station/base/Rendering.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
@@ -99,13 +100,7 @@ Result<double> readTime(const std::string& text, double rate) {
 }
 
 /// A time as a number of frames, as users write it.
-std::string frameOf(double seconds, double rate) {
-  const double frames = seconds * rate;
-  const double nearest = std::round(frames);
-  constexpr double kTolerance = 1e-6;
-  const bool isWhole = std::abs(frames - nearest) < kTolerance;
-  return (isWhole ? JsonValue(std::lround(nearest)) : JsonValue(frames)).spelling();
-}
+std::string frameOf(double seconds, double rate) { return shownNumber(seconds * rate); }
 
 /// Whether the clip has material for the whole range, as far as anything tells.
 Result<void> requireMaterial(const JsonValue& timeline, const std::string& path,
@@ -435,6 +430,14 @@ Result<OtioDocument> shownDocumentOf(const Cookie& cookie) {
   return document;
 }
 
+/// Makes a change that undoing, or doing again, is made of.
+Result<void> changeBack(const Cookie& cookie, const EditModification& change, const char* words) {
+  auto changed = EditActions::modify(cookie, change, words);
+  EditFile* const edit = changed ? openEdits().loaded(cookie) : nullptr;
+  if (edit) edit->noteUndone();
+  return changed;
+}
+
 Result<void> trimBack(const Cookie& cookie, const std::string& path, const ClipRange& from,
                       const ClipRange& to) {
   const auto document = shownDocumentOf(cookie);
@@ -445,7 +448,7 @@ Result<void> trimBack(const Cookie& cookie, const std::string& path, const ClipR
   trim.range_.start = to.start;
   trim.range_.end = to.end;
   trim.subject_ = hostText(path);
-  return EditActions::modify(cookie, trim, "Trim");
+  return changeBack(cookie, trim, "Trim");
 }
 
 Result<void> renameBack(const Cookie& cookie, const std::string& from, const std::string& to) {
@@ -454,7 +457,7 @@ Result<void> renameBack(const Cookie& cookie, const std::string& from, const std
   if (document->name() != from) return changedSince("The name");
   EditModification rename(eModRename);
   rename.value_ = hostText(to);
-  return EditActions::modify(cookie, rename, "Rename");
+  return changeBack(cookie, rename, "Rename");
 }
 
 /// A hash of what the file of an object holds.
@@ -495,6 +498,24 @@ Result<void> giveAgain(Gift& gift) {
   return given;
 }
 
+/// A version that was saved as the newest, and what the file held before.
+struct Restoration {
+  Cookie cookie;
+  OtioDocument before;
+  OtioDocument after;
+  std::size_t content = 0;  ///< of its file as it was left
+};
+
+/// Saves one of the two as the newest version; the file must be as it was left.
+Result<void> saveAgain(Restoration& step, const OtioDocument& document) {
+  const auto content = storedContent(step.cookie);
+  if (!content) return content.error();
+  if (*content != step.content) return changedSince("The " + EditActions::titleOf(step.cookie));
+  if (auto saved = EditActions::saveAsNewest(step.cookie, document); !saved) return saved;
+  if (const auto now = storedContent(step.cookie)) step.content = *now;
+  return {};
+}
+
 std::string markedName(const Cookie& cookie, const std::string& name) {
   return name + openEdits().namesakeMark(cookie, name);
 }
@@ -526,6 +547,16 @@ void EditSteps::noteGift(const Cookie& cookie, const std::string& before) {
       std::make_shared<Gift>(Gift{cookie, before, openEdits().ownerOf(cookie), *content});
   recordStep({"gift of " + markedName(cookie, openEdits().nameOf(cookie)) + " to " + gift->after,
               [gift] { return takeGiftBack(*gift); }, [gift] { return giveAgain(*gift); }});
+}
+
+void EditSteps::noteRestore(const Cookie& cookie, const OtioDocument& before,
+                            const OtioDocument& after, const std::string& version) {
+  const auto content = storedContent(cookie);
+  if (!content) return;
+  const auto step = std::make_shared<Restoration>(Restoration{cookie, before, after, *content});
+  recordStep({"return of " + markedName(cookie, after.name()) + " to version " + version,
+              [step] { return saveAgain(*step, step->before); },
+              [step] { return saveAgain(*step, step->after); }});
 }
 
 void EditSteps::noteDeletion(const std::vector<Trashed>& trashed, const std::string& name) {

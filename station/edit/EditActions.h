@@ -55,9 +55,11 @@ Result<Cookie> saveCopy(const Cookie& cookie, const std::string& name);
 /// gone.
 Result<void> revert(const Cookie& cookie);
 
-/// Saves an older version, or any other content, as the newest version of an object without unsaved
-/// changes. Its owner stays.
+/// Saves an older version as the newest of an object without unsaved changes. Its owner stays.
 Result<void> restore(const Cookie& cookie, const std::string& version);
+
+/// Saves any content as the newest version of an object without unsaved changes. Its owner stays.
+Result<void> saveAsNewest(const Cookie& cookie, const OtioDocument& document);
 
 /// Moves objects to the trash, all or (when one is refused) none; announces them together.
 Result<void> remove(const std::vector<Cookie>& cookies);
@@ -125,6 +127,10 @@ void noteRename(const Cookie& cookie, const std::string& before);
 /// The object was given away by this owner. The user may not change it any more, but can take it
 /// back as long as no other user saved it since.
 void noteGift(const Cookie& cookie, const std::string& before);
+
+/// A version was saved as the newest; the object's file held `before` then.
+void noteRestore(const Cookie& cookie, const OtioDocument& before, const OtioDocument& after,
+                 const std::string& version);
 
 /// Notes that objects were moved to the trash; `name` is the first one's.
 void noteDeletion(const std::vector<Trashed>& trashed, const std::string& name);

@@ -164,6 +164,7 @@ void EditFile::takeUnsaved(OtioDocument document, std::size_t hash, long number)
   document_.setStamp(stamp);
   saved_.noteHash(hash, number);
   if (!isOfThisFile) savedBody_ = 0;  // the file holds another station's content by now
+  isAsSaved_.reset();
 }
 
 void EditFile::takeSettings(const OtioDocument& stored, std::string_view bytes) {
@@ -289,6 +290,20 @@ Result<void> EditFile::changeRemotely(const EditModification& modification) {
 
 void EditFile::noteSavedBody() {
   if (!dirty_) savedBody_ = bodyOf(document_);
+  isAsSaved_.reset();
+}
+
+bool EditFile::isAsSaved() const {
+  if (!dirty_) return true;
+  if (!isAsSaved_) isAsSaved_ = bodyOf(document_) == savedBody_;
+  return *isAsSaved_;
+}
+
+void EditFile::noteUndone() {
+  // What another saved meanwhile is not in the document: taking it for saved would hide that.
+  if (!hasLocalChanges_ || changedElsewhere_ || !isAsSaved()) return;
+  hasLocalChanges_ = false;
+  tellObserver();
 }
 
 Result<void> EditFile::apply(const EditModification& modification) {

@@ -177,6 +177,14 @@ class EditFile : public Edit {
   /// Whether there are unsaved changes of the local user's, rather than other stations' alone.
   [[nodiscard]] bool hasLocalChanges() const { return hasLocalChanges_; }
 
+  /// Whether a dirty edit holds what it held when it was last read or saved here, as after undoing.
+  /// For the plug-in it stays dirty: it tells the others of each edit that becomes so.
+  [[nodiscard]] bool isAsSaved() const;
+
+  /// A change was undone. Where that brought back what is saved, nothing of the local user's is
+  /// unsaved any more.
+  void noteUndone();
+
   /// Whether anything is lost when the edit is forgotten now.
   [[nodiscard]] bool holdsUnwritten() const {
     return dirty_ || description_ != eModNone || !configuration_.unwritten.empty();
@@ -224,6 +232,7 @@ class EditFile : public Edit {
   std::string logOwner_;
   std::optional<std::size_t> changedElsewhere_;  ///< what its file was found to hold, or kNoFile
   std::size_t savedBody_ = 0;  ///< of a dirty edit: a hash of that document without its owner
+  mutable std::optional<bool> isAsSaved_;  ///< where it was looked at since the last change
   std::weak_ptr<ObjectLock> lock_;
   bool isInStock_ = true;
   bool dirty_ = false;

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <ctime>
 #include <map>
 #include <optional>
 #include <utility>
 
+#include "station/base/Rendering.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditActions.h"
 #include "station/edit/EditFile.h"
@@ -49,14 +49,9 @@ std::string title(const ClipInfo& clip) {
   return kind + " " + (clip.name.empty() ? "at " + clip.path : inQuotes(clip.name));
 }
 
-std::string secondsText(double seconds) {
-  char text[32];
-  return {text, static_cast<std::size_t>(std::snprintf(text, sizeof text, "%.6g", seconds))};
-}
-
 std::string rangeText(const ClipInfo& clip) {
   if (!clip.hasRange) return "all";
-  return secondsText(clip.range.start) + "-" + secondsText(clip.range.end) + " s";
+  return shownNumber(clip.range.start) + "-" + shownNumber(clip.range.end) + " s";
 }
 
 /// Walks both lists and says what became of each clip of the first.

@@ -103,8 +103,17 @@ Result<void> EditActions::revert(const Cookie& cookie) {
 }
 
 Result<void> EditActions::restore(const Cookie& cookie, const std::string& version) {
-  auto document = EditHistory::read(cookie, version);
+  const auto document = EditHistory::read(cookie, version);
   if (!document) return document.error();
+  const auto bytes = readFresh(openEdits().pathFor(cookie));
+  const auto before = bytes ? OtioDocument::parse(*bytes) : Result<OtioDocument>(bytes.error());
+  const auto saved = saveAsNewest(cookie, *document);
+  // Of a file that could not be read nothing can be brought back.
+  if (saved && before) EditSteps::noteRestore(cookie, *before, *document, version);
+  return saved;
+}
+
+Result<void> EditActions::saveAsNewest(const Cookie& cookie, const OtioDocument& document) {
   return withLoaded(cookie, [&](EditFile& edit) -> Result<void> {
     if (auto allowed = requireAllowed(cookie, eModContentsChanged); !allowed) return allowed;
     if (edit.hasLocalChanges()) {
@@ -113,7 +122,7 @@ Result<void> EditActions::restore(const Cookie& cookie, const std::string& versi
                        " has unsaved changes; \"edit save\" or \"edit revert\" it first.",
                    {}};
     }
-    edit.putContent(std::move(*document));
+    edit.putContent(document);
     auto saved = saveLoaded(edit, EditFile::Overwrite::eRefuse);
     if (!saved) {
       // The refusal of the save is what the user has to know; where this fails too, the edit stays

@@ -248,7 +248,7 @@ JsonValue Edits::line(const Cookie& cookie, const EditSummary& summary) const {
                                        {"kind", kindText(cookie)},
                                        {"owner", shownText(ownerOf(cookie))},
                                        {"open", edit && edit->isUserOpen},
-                                       {"dirty", edit && edit->isDirty()}});
+                                       {"dirty", edit && !edit->isAsSaved()}});
   if (edit && edit->isChangedElsewhere()) shown.set("changed_elsewhere", true);
   if (edit && edit->fileState() == EditFile::FileState::eGone) shown.set("deleted", true);
   if (!summary.problem.empty()) shown.set("problem", summary.problem);

@@ -17,6 +17,7 @@ bool mayWorkLater(ErrorCode code) {
     case ErrorCode::eReadOnly:
     case ErrorCode::eFull:
     case ErrorCode::eSystem:
+    case ErrorCode::eUnsaved:  // the user saves or drops it first
       return true;
     default:
       return false;

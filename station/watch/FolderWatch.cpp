@@ -153,6 +153,9 @@ constexpr milliseconds kLongestSettle(2000);
 constexpr int kPauseFactor = 5;
 constexpr milliseconds kLongestPeriod(10'000);
 
+/// What takes longer was no slow answer: the share hung, or was away.
+constexpr milliseconds kHung(5000);
+
 /// How long the end waits for the thread before it leaves the thread to the share.
 constexpr milliseconds kPatience(200);
 
@@ -229,7 +232,7 @@ class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
   }
 
   void ask(Watched& each) {
-    noteAsked(each);
+    noteAsked();
     // Each time: the folder may have been made, or made anew, since. On a network file system only
     // this machine's changes are noticed, so the question below is always asked as well.
     notices_.watch(each.files.folder().path);
@@ -241,9 +244,10 @@ class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
     if (moved && (*moved || std::exchange(each.isTold, false))) result = look(each);
     noteAnswer(each, std::move(result), took);
     const auto now = Clock::now();
-    // A slow share is asked less often, so that the watch does not add to its load.
-    each.due = now + std::max(each.files.folder().period,
-                              std::min<milliseconds>(took * kPauseFactor, kLongestPeriod));
+    // A slow share is asked less often, so that the watch does not add to its load. One that hung
+    // is not: whoever works with it waits for the news that it is back.
+    const milliseconds pause = took < kHung ? took * kPauseFactor : milliseconds(0);
+    each.due = now + std::max(each.files.folder().period, std::min(pause, kLongestPeriod));
     if (each.files.recheck() > now) each.due = std::min(each.due, each.files.recheck());
   }
 
@@ -282,15 +286,16 @@ class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
     changed_.notify_all();
   }
 
-  void noteAsked(const Watched& each) {
+  /// Of any folder: a share that hangs holds up whatever is asked first.
+  void noteAsked() {
     const std::lock_guard lock(mutex_);
-    if (&each != &watched_.front()) return;
     answer_.isAwaited = true;
     answer_.asked = Clock::now();
   }
 
   void noteAnswer(const Watched& each, Result<void> result, milliseconds took) {
     const std::lock_guard lock(mutex_);
+    answer_.isAwaited = false;
     if (&each == &watched_.front()) answer_ = {std::move(result), took, Clock::now(), false, {}};
   }
 

@@ -105,7 +105,7 @@ class FolderWatch {
   /// Ends the watch. A thread that waits for the share is left to end by itself.
   ~FolderWatch();
 
-  /// How the first of the folders answered.
+  /// How the first of the folders answered; and whether any of them is awaited, since when.
   [[nodiscard]] ShareAnswer answer() const;
 
   /// Asks all folders now: the network came back, or a message says that something changed.

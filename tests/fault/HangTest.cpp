@@ -95,6 +95,36 @@ TEST_F(HangTest, AStationAnswersWhileItsShareHangsAndFindsAfterwardsWhatHappened
   EXPECT_TRUE(station.waitFor("health", {{"share", "good"}}, StationProcess::Seconds(60)));
 }
 
+// The folder of rooms is asked by the same thread as the project's. Whichever is asked when the
+// share hangs is the one that waits.
+TEST_F(HangTest, AShareThatHangsAndComesBackIsToldSoonWhateverWasAskedFirst) {
+  using Clock = std::chrono::steady_clock;
+  constexpr std::chrono::seconds kSoon(10);
+  StationProcess::Options options;
+  options.program = KV_STATION;
+  options.projects = folder_.path();
+  options.user = options.host = "ANNA";
+  options.port = freeUdpPort();
+  StationProcess station(std::move(options));
+  ASSERT_TRUE(station.waitUntilReady(StationProcess::Seconds(30)));
+  ASSERT_TRUE(station.command("project create Series")["ok"].asBool());
+  ASSERT_TRUE(station.command("project enter Series")["ok"].asBool());
+  ASSERT_TRUE(station.command("room create Sound")["ok"].asBool());
+  control_.seesBackground = true;
+  std::strncpy(control_.path, "/rooms", sizeof control_.path - 1);
+  hangAt("open");
+  control_.action = FaultAction::eStall;
+  ASSERT_TRUE(becomesTrue([this] { return control_.isMet.load(); }));
+  auto begin = Clock::now();
+  ASSERT_TRUE(station.waitFor("health", {{"share", "bad"}}, StationProcess::Seconds(60)));
+  EXPECT_LT(Clock::now() - begin, kSoon);
+  std::this_thread::sleep_until(begin + std::chrono::seconds(9));
+  control_.action = FaultAction::eNone;
+  begin = Clock::now();
+  ASSERT_TRUE(station.waitFor("health", {{"share", "good"}}, StationProcess::Seconds(60)));
+  EXPECT_LT(Clock::now() - begin, kSoon);
+}
+
 TEST_F(HangTest, AFolderOfHeardListsThatHangsDelaysNoStationsEnd) {
   const TestFolder projects;
   StationProcess::Options options;

@@ -158,4 +158,58 @@ TEST_F(UndoShareTest, AGiftIsTakenBackUntilItsNewOwnerSaves) {
   EXPECT_FALSE(run(*anna_, "edit may Bens")["allowed"].asBool());
 }
 
+TEST_F(UndoShareTest, WhatIsUndoneToWhatWasSavedIsUnsavedNoMore) {
+  const auto isDirty = [this](StationProcess& station) {
+    const JsonValue edits = run(station, "edit list");
+    return edits.elements().at(0)["dirty"].asBool();
+  };
+  run(*anna_, "edit trim cut 0/0 1 2");
+  run(*anna_, "edit rename cut Harbour");
+  settle(*ben_);
+  EXPECT_TRUE(isDirty(*anna_) && isDirty(*ben_));
+  run(*anna_, "undo");
+  EXPECT_TRUE(isDirty(*anna_));
+  const auto sent = anna_->events("sent").size();
+  run(*anna_, "undo");
+  settle(*ben_);
+  EXPECT_FALSE(isDirty(*anna_));
+  EXPECT_FALSE(isDirty(*ben_)) << "neither where it is open";
+  EXPECT_EQ(sentSince(*anna_, sent).size(), 1u) << "the step itself is all that goes out";
+  run(*anna_, "redo");
+  EXPECT_TRUE(isDirty(*anna_));
+  EXPECT_NE(refusal(*anna_, "project leave").find("unsaved"), std::string::npos);
+  run(*anna_, "undo");
+  run(*anna_, "project leave");
+  run(*anna_, "project enter Film");
+  EXPECT_TRUE(run(*anna_, "state")["recovery"].elements().empty()) << "nothing to recover";
+}
+
+TEST_F(UndoShareTest, AReturnToAnOlderVersionIsAStepOfItsOwn) {
+  run(*anna_, "edit rename cut Harbour");
+  run(*anna_, "edit save Harbour");
+  const JsonValue versions = run(*anna_, "edit history Harbour");
+  const std::string first = versions.elements().back()["version"].asString();
+  run(*anna_, "edit restore Harbour " + first);
+  const auto name = [](StationProcess& station) {
+    const JsonValue edits = run(station, "edit list");
+    return edits.elements().at(0)["name"].asString();
+  };
+  const std::string before = name(*anna_);
+  EXPECT_NE(before, "Harbour");
+  EXPECT_EQ(run(*anna_, "undo").asString(), "Undone: return of " + before + " to version " + first);
+  EXPECT_EQ(name(*anna_), "Harbour");
+  expectSame();
+  run(*anna_, "redo");
+  EXPECT_EQ(name(*anna_), before);
+  run(*anna_, "undo");
+  EXPECT_EQ(run(*anna_, "edit history Harbour").elements().front()["user"].asString(), "ANNA");
+  // What was saved since is not lost to a step.
+  run(*anna_, "redo");
+  run(*anna_, "edit rename " + edit_ + " Quay");
+  run(*anna_, "edit save Quay");
+  run(*anna_, "undo");
+  run(*anna_, "edit save " + edit_ + " --over");
+  EXPECT_NE(refusal(*anna_, "undo").find("changed since"), std::string::npos);
+}
+
 }  // namespace

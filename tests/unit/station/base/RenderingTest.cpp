@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
+#include <utility>
 
 using namespace korvel;
 
@@ -67,6 +68,25 @@ TEST(Rendering, ColumnsAreAlignedByWhatATerminalShows) {
   table.append(JsonValue::object({{"name", "\xC3\x84\xC3\x96"}, {"n", 1}}));
   table.append(JsonValue::object({{"name", "\xE6\x98\xA0\xE7\x94\xBB"}, {"n", 2}}));
   EXPECT_EQ(renderForPeople(table), "name  n\n\xC3\x84\xC3\x96    1\n\xE6\x98\xA0\xE7\x94\xBB  2");
+}
+
+TEST(NumbersForPeople, HaveThreeDecimalsAtMost) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"1.041666666666667", "1.042"},
+      {"0.1", "0.1"},
+      {"2.0", "2"},
+      {"-0.00004", "0"},
+      {"1e-7", "0"},
+      {"41.9999999", "42"},
+      {"1e300", "1e300"},
+      {"123456789012345678901", "123456789012345678901"},
+      {"Inf", "Inf"},
+      {"NaN", "NaN"}};
+  for (const auto& [spelling, shown] : rows) {
+    const JsonValue range = JsonValue::object({{"start", JsonValue::number(spelling)}});
+    EXPECT_EQ(renderForPeople(range), "start: " + std::string(shown)) << spelling;
+    EXPECT_EQ(writeJson(range), "{\"start\":" + std::string(spelling) + "}") << "JSON keeps it";
+  }
 }
 
 }  // namespace
