@@ -149,7 +149,6 @@ TEST_F(WindowConflictTest, LeavingWithASaveThatIsRefusedStays) {
   });
 }
 
-/// A station of ANNA's that was killed with unsaved changes in two edits.
 class WindowUnkeptTest : public testing::Test, protected WindowScene {};
 
 TEST_F(WindowUnkeptTest, ChangesThatThisMachineCannotKeepStandInTheStatusLineUntilItCan) {
@@ -166,6 +165,7 @@ TEST_F(WindowUnkeptTest, ChangesThatThisMachineCannotKeepStandInTheStatusLineUnt
   });
 }
 
+/// A station of ANNA's that was killed with unsaved changes in two edits.
 class WindowRecoveryTest : public testing::Test, protected WindowScene {
  protected:
   WindowRecoveryTest() {
