@@ -20,6 +20,11 @@ if(KV_SANITIZE)
   # where each source has the same by design (a family of commands), the library is SEPARATE.
   set(CMAKE_UNITY_BUILD ON)
 endif()
+# Debug information makes linking slow; this linker takes a fifth of the time. What is packaged is linked as elsewhere.
+find_program(KV_QUICK_LINKER ld.lld)
+if(KV_QUICK_LINKER AND CMAKE_BUILD_TYPE STREQUAL Debug)
+  add_link_options(-fuse-ld=lld)
+endif()
 # What is packaged survives less of a mistake: symbols bound and sealed at the start, checked buffers and stacks, and
 # programs at an address of the system's choice.
 if(CMAKE_BUILD_TYPE STREQUAL Release AND NOT KV_SANITIZE)
