@@ -350,7 +350,8 @@ Kv::Ptr<iFile> HostFileManager::openFile(const LightweightString<wchar_t>& wideP
   const std::string path = pathOf(widePath);
   Descriptor file;
   errno = ENOENT;
-  if (!path.empty() && folderIsThere(path)) {
+  const bool isMissing = disposition == eFileOpenExisting && wasMissing(path);
+  if (!path.empty() && !isMissing && folderIsThere(path)) {
     file = share == eFileShareNone ? openExclusively(path, disposition != eFileOpenExisting)
                                    : openShared(path, access, disposition);
   }

@@ -2,10 +2,16 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <map>
+#include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -17,7 +23,7 @@ namespace {
 constexpr int kRemovalTries = 40;
 constexpr std::chrono::milliseconds kRemovalPause(5);
 
-thread_local const std::string* lookedAfresh = nullptr;
+thread_local const LookedAfresh* lookedAfresh = nullptr;
 
 }  // namespace
 
@@ -44,27 +50,104 @@ std::string folderOf(const std::string& path) {
 
 std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
-// Opening is enough for NFS; SMB asks its server again only when an entry is read (without that it
-// went on answering with the old content). One entry: a whole block, as readdir() asks for, costs
-// more the larger the folder is.
-Descriptor openAfresh(const std::string& folder) {
+bool lookAt(int folder, const char* name, struct statx& status) {
+  constexpr unsigned kAsked =
+      STATX_TYPE | STATX_INO | STATX_SIZE | STATX_MTIME | STATX_CTIME | STATX_NLINK;
+  const int flags = AT_SYMLINK_NOFOLLOW | (*name == '\0' ? AT_EMPTY_PATH : 0);
+  return ::statx(folder, name, flags, kAsked, &status) == 0;
+}
+
+// SMB asks its server again only when an entry is read: without that it went on answering with the
+// old content. Others are taken to be like it.
+bool isFreshOnceOpened(std::int64_t kind) {
+  switch (kind) {
+    case NFS_SUPER_MAGIC:
+    case EXT4_SUPER_MAGIC:
+    case XFS_SUPER_MAGIC:
+    case BTRFS_SUPER_MAGIC:
+    case TMPFS_MAGIC:
+      return true;
+    default:
+      return false;
+  }
+}
+
+namespace {
+
+/// Remembers which file systems are fresh once a folder is opened, by device: asking for the kind
+/// is a question to the share, too.
+class FreshDevices {
+ public:
+  bool contains(int folder, const struct statx& status) {
+    const std::pair device(status.stx_dev_major, status.stx_dev_minor);
+    const auto now = std::chrono::steady_clock::now();
+    const std::lock_guard lock(mutex_);
+    Kind& known = known_[device];
+    if (known.asked && now - *known.asked < kHolds) return known.isFresh;
+    struct statfs system {};
+    known.isFresh = ::fstatfs(folder, &system) == 0 && isFreshOnceOpened(system.f_type);
+    known.asked = now;
+    return known.isFresh;
+  }
+
+ private:
+  /// A file system of another kind that is mounted in its place may get the same device.
+  static constexpr std::chrono::minutes kHolds{1};
+
+  struct Kind {
+    std::optional<std::chrono::steady_clock::time_point> asked;
+    bool isFresh = false;
+  };
+
+  std::mutex mutex_;
+  std::map<std::pair<unsigned, unsigned>, Kind> known_;
+};
+
+/// Never destroyed: threads that wait for a share may outlive main().
+FreshDevices& freshDevices() {
+  static auto* const devices = new FreshDevices;
+  return *devices;
+}
+
+}  // namespace
+
+// One entry: a whole block, as readdir() asks for, costs more the larger the folder is.
+Descriptor openAfresh(const std::string& folder, struct statx& status) {
   Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK));
+  if (!opened.isOpen() || !lookAt(opened.get(), "", status)) return Descriptor();
+  if (freshDevices().contains(opened.get(), status)) return opened;
   alignas(dirent64) char entry[sizeof(dirent64)];
-  if (opened.isOpen() && ::getdents64(opened.get(), entry, sizeof entry) >= 0) return opened;
-  return Descriptor();
+  if (::getdents64(opened.get(), entry, sizeof entry) < 0) return Descriptor();
+  return lookAt(opened.get(), "", status) ? std::move(opened) : Descriptor();
 }
 
 bool lookAfresh(const std::string& folder) {
-  return (lookedAfresh && *lookedAfresh == folder) || openAfresh(folder).isOpen();
+  struct statx status {};
+  return (lookedAfresh && lookedAfresh->folder_ == folder) || openAfresh(folder, status).isOpen();
 }
 
-LookedAfresh::LookedAfresh(std::string folder) : folder_(std::move(folder)) {
-  lookedAfresh = &folder_;
+bool wasMissing(const std::string& path) {
+  if (!lookedAfresh || lookedAfresh->folder_ != folderOf(path)) return false;
+  if (std::ranges::find(lookedAfresh->missing_, nameOf(path)) == lookedAfresh->missing_.end()) {
+    return false;
+  }
+  errno = ENOENT;
+  return true;
+}
+
+LookedAfresh::LookedAfresh(std::string folder, std::vector<std::string_view> missing)
+    : folder_(std::move(folder)), missing_(std::move(missing)) {
+  lookedAfresh = this;
 }
 
 LookedAfresh::~LookedAfresh() { lookedAfresh = nullptr; }
 
 Descriptor openPlainFile(const std::string& path, int flags) {
+  struct statx status {};
+  return openPlainFile(path, flags, status);
+}
+
+Descriptor openPlainFile(const std::string& path, int flags, struct statx& status) {
   int number = -1;
   do {
     // O_NONBLOCK: a pipe put in the file's place would hold open() up for good. 0600: a new file is
@@ -72,18 +155,16 @@ Descriptor openPlainFile(const std::string& path, int flags) {
     number = ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600);
   } while (number < 0 && errno == EINTR);
   Descriptor file(number);
-  struct stat status {};
-  if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return Descriptor();
-  if (S_ISREG(status.st_mode)) return file;
-  errno = S_ISDIR(status.st_mode) ? EISDIR : ENXIO;
+  if (!file.isOpen() || !lookAt(file.get(), "", status)) return Descriptor();
+  if (S_ISREG(status.stx_mode)) return file;
+  errno = S_ISDIR(status.stx_mode) ? EISDIR : ENXIO;
   return Descriptor();
 }
 
 Descriptor openToChange(const std::string& path, int flags) {
-  Descriptor file = openPlainFile(path, flags);
-  struct stat status {};
-  if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return Descriptor();
-  if (status.st_nlink <= 1) return file;
+  struct statx status {};
+  Descriptor file = openPlainFile(path, flags, status);
+  if (!file.isOpen() || status.stx_nlink <= 1) return file;
   errno = EMLINK;
   return Descriptor();
 }
@@ -105,14 +186,34 @@ void shareLikeFolder(int descriptor, const std::string& folder) {
   if (::fchmod(descriptor, mode) != 0) errno = 0;
 }
 
-bool readAll(int descriptor, std::string& bytes) {
+namespace {
+
+/// Appends at most `most` bytes. How many; -1 and errno on failure.
+ssize_t readSome(int descriptor, std::size_t most, std::string& bytes) {
   char block[1 << 16];
   for (;;) {
-    const ssize_t count = ::read(descriptor, block, sizeof block);
-    if (count == 0) return true;
+    const ssize_t count = ::read(descriptor, block, std::min(most, sizeof block));
     if (count > 0) bytes.append(block, static_cast<std::size_t>(count));
-    if (count < 0 && errno != EINTR) return false;
+    if (count >= 0 || errno != EINTR) return count;
   }
+}
+
+}  // namespace
+
+bool readAll(int descriptor, std::string& bytes) {
+  for (;;) {
+    const ssize_t count = readSome(descriptor, SIZE_MAX, bytes);
+    if (count <= 0) return count == 0;
+  }
+}
+
+bool readSized(int descriptor, std::size_t size, std::string& bytes) {
+  while (size > 0) {
+    const ssize_t count = readSome(descriptor, size, bytes);
+    if (count <= 0) return count == 0;
+    size -= static_cast<std::size_t>(count);
+  }
+  return true;
 }
 
 bool tryLock(int descriptor) {

@@ -151,6 +151,7 @@ Result<bool> isThereFresh(const std::string& path) {
   struct stat status {};
   errno = ENOENT;
   // A folder without the right to read it may still be passed through, so its file is looked for.
+  if (wasMissing(path)) return false;
   const bool canLook = !path.empty() && (lookAfresh(folderOf(path)) || errno == EACCES);
   if (canLook && ::stat(path.c_str(), &status) == 0) return true;
   if (fileProblem(errno).code == ErrorCode::eNotFound) return false;
@@ -169,16 +170,14 @@ Result<std::string> readFresh(const std::string& path, std::size_t most) {
 }
 
 Result<std::string> readListed(const std::string& path, std::size_t most) {
-  const Descriptor file = openPlainFile(path, O_RDONLY);
-  struct stat status {};
-  if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
-    return errorFromErrno(errno, "read", path);
-  }
-  if (status.st_size > static_cast<off_t>(most)) return tooLarge(path, most);
+  struct statx status {};
+  const Descriptor file = openPlainFile(path, O_RDONLY, status);
+  if (!file.isOpen()) return errorFromErrno(errno, "read", path);
+  if (status.stx_size > most) return tooLarge(path, most);
   try {
     std::string bytes;
-    bytes.reserve(static_cast<std::size_t>(status.st_size));
-    if (!readAll(file.get(), bytes)) return errorFromErrno(errno, "read", path);
+    bytes.reserve(status.stx_size);
+    if (!readSized(file.get(), status.stx_size, bytes)) return errorFromErrno(errno, "read", path);
     return bytes;
   } catch (const std::bad_alloc&) {
     return errorFromErrno(ENOMEM, "read", path);
@@ -186,7 +185,7 @@ Result<std::string> readListed(const std::string& path, std::size_t most) {
 }
 
 Result<std::vector<std::string>> listFresh(const std::string& folder) {
-  const OpenFolder directory(::opendir(folder.c_str()));
+  const OpenFolder directory(wasMissing(folder) ? nullptr : ::opendir(folder.c_str()));
   if (!directory) return errorFromErrno(errno, "list", folder);
   std::vector<std::string> names;
   errno = 0;

@@ -137,11 +137,21 @@ Result<ProjectRecord> parseProjectRecord(const Cookie& project, const Result<std
 }
 
 /// How many projects are looked at before they are handed on. A share that hangs is to show soon,
-/// and locks are asked for right after the look at their folder.
+/// and what is told of locks is to be as young as the look at their folder.
 constexpr std::size_t kProjectsAtOnce = 4 * kMostInFlight;
 
 std::string cachedName(const Cookie& project) {
   return project.asString().str() + std::string(kRecordFile);
+}
+
+/// Those of the names that are not in the folder, which was looked at a moment ago.
+std::vector<std::string_view> missingIn(const std::string& folder,
+                                        const std::vector<std::string_view>& names) {
+  std::vector<std::string_view> missing;
+  for (const std::string_view name : names) {
+    if (isSurelyGone(folder + "/" + std::string(name))) missing.push_back(name);
+  }
+  return missing;
 }
 
 }  // namespace
@@ -155,12 +165,13 @@ struct ProjectRecords::Look {
   Cookie project;
   Result<ProjectRecord> record = Error();
   Result<FileStamp> folder = Error();
+  std::vector<std::string_view> missing = {};
   StampedContent read = {};  ///< without bytes where nothing was read, or nothing that can be kept
 };
 
 ProjectRecords::ProjectRecords() : cache_(settings().cache, settings().projectsDirectory) {}
 
-Result<void> ProjectRecords::forEach(const Take& take) {
+Result<void> ProjectRecords::forEach(const Take& take, const std::vector<std::string_view>& asked) {
   // Before the projects are listed: a moment that has passed by the share's clock.
   const auto directory = stampOfFolder(settings().projectsDirectory);
   const auto projects = listProjectFolders();
@@ -169,12 +180,14 @@ Result<void> ProjectRecords::forEach(const Take& take) {
   for (std::size_t from = 0; from < projects->size(); from += kProjectsAtOnce) {
     std::vector<Look> looks(std::min(kProjectsAtOnce, projects->size() - from));
     // Looking waits for the share and is done by several threads; `take` is the caller's.
-    inFlight(looks.size(),
-             [&](std::size_t each) { looks[each] = lookAt((*projects)[from + each], cacheMutex); });
+    inFlight(looks.size(), [&](std::size_t each) {
+      Look& look = looks[each] = lookAtProject((*projects)[from + each], cacheMutex);
+      if (look.folder) look.missing = missingIn(projectFolder(look.project), asked);
+    });
     for (const Look& look : looks) {
       if (directory) keep(look, *directory);
       std::optional<LookedAfresh> looked;
-      if (look.folder) looked.emplace(projectFolder(look.project));
+      if (look.folder) looked.emplace(projectFolder(look.project), look.missing);
       take(look.project, look.record);
     }
   }
@@ -182,7 +195,8 @@ Result<void> ProjectRecords::forEach(const Take& take) {
   return {};
 }
 
-ProjectRecords::Look ProjectRecords::lookAt(const Cookie& project, std::mutex& cacheMutex) const {
+ProjectRecords::Look ProjectRecords::lookAtProject(const Cookie& project,
+                                                   std::mutex& cacheMutex) const {
   const std::string path = recordPath(project);
   const std::string name = cachedName(project);
   Look look{project};

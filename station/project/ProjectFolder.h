@@ -94,6 +94,10 @@ struct ProjectRecord {
 
 // The folders of the projects directory. Any thread; answers are fresh.
 
+/// The file in a project's folder that is its lock, and the folder of its rooms.
+inline constexpr std::string_view kProjectLock = "Lock";
+inline constexpr std::string_view kRoomsFolder = "rooms";
+
 /// <projects directory>/<cookie>, without a trailing separator.
 std::string projectFolder(const Cookie& project);
 
@@ -123,13 +127,14 @@ class ProjectRecords {
 
   /// Calls `take` with each project of the projects directory, in the order of their cookies, and
   /// with its record as it is now, or why it cannot be read. While `take` runs its project's folder
-  /// counts as looked at afresh. Several projects are looked at, and read, at once. Failure: as of
+  /// counts as looked at afresh, and what it lacks of the files that `take` asks for (`asked`) as
+  /// missing. Several projects are looked at, and read, at once. Failure: as of
   /// listProjectFolders().
-  Result<void> forEach(const Take& take);
+  Result<void> forEach(const Take& take, const std::vector<std::string_view>& asked = {});
 
  private:
   struct Look;
-  [[nodiscard]] Look lookAt(const Cookie& project, std::mutex& cacheMutex) const;
+  [[nodiscard]] Look lookAtProject(const Cookie& project, std::mutex& cacheMutex) const;
   void keep(const Look& look, const FileStamp& directory);
 
   ReadCache cache_;

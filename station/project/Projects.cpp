@@ -232,9 +232,10 @@ std::vector<Cookie> Projects::named(const std::string& name) const {
 
 Result<std::vector<ProjectInfo>> Projects::list() const {
   std::vector<ProjectInfo> infos;
-  const auto read = records().forEach([&infos](const Cookie& cookie, const auto& record) {
+  const auto take = [&infos](const Cookie& cookie, const auto& record) {
     infos.push_back(infoOf(cookie, record));
-  });
+  };
+  const auto read = records().forEach(take, {kProjectLock});
   if (!read) return read.error();
   // An empty list is true only of the share itself.
   if (infos.empty()) {

@@ -30,7 +30,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kAtOnce = 8;
-constexpr long kIdleBudget = 240;
+constexpr long kIdleBudget = 190;
 
 class BudgetTest : public testing::Test {
  protected:
@@ -171,19 +171,19 @@ TEST_F(BudgetTest, EnteringAThousandEditsAgainListsThemAndReadsNone) {
   makeProjects(1);
   makeEdits(1000);
   letAllComeToRest();
-  keeps("enter_1000_first", costAtStart("project enter \"Film 0\"", kAtOnce), 8060);
+  keeps("enter_1000_first", costAtStart("project enter \"Film 0\"", kAtOnce), 6060);
   keeps("enter_1000_again", costAtStart("project enter \"Film 0\"", 1), 2060);
 }
 
 TEST_F(BudgetTest, ListingTwoHundredProjectsAgainReadsNoRecord) {
   makeProjects(200);
   letAllComeToRest("other.txt");
-  keeps("project_list_200_first", costAtStart("project list", kAtOnce), 2430);
-  keeps("project_list_200_again", costAtStart("project list", kAtOnce), 1430);
+  keeps("project_list_200_first", costAtStart("project list", kAtOnce), 1830);
+  keeps("project_list_200_again", costAtStart("project list", kAtOnce), 1230);
   control_.count = 0;
   const ToolRun run = BackgroundTool({"locks", folder_.path()}).finish();
   EXPECT_EQ(run.status, 0) << run.err;
-  keeps("locks_200", static_cast<long>(control_.count.load()), 1840);
+  keeps("locks_200", static_cast<long>(control_.count.load()), 1640);
 }
 
 TEST_F(BudgetTest, AnOpenProjectInWhichNothingHappens) {

@@ -47,7 +47,7 @@ bool isOlder(const std::string& information, const std::string& lockFile) {
 /// The file names of a project's rooms: those that have a record or a lock file.
 std::set<std::string> roomsOf(const std::string& folder) {
   std::set<std::string> rooms;
-  const auto names = listFresh(folder + "/rooms");
+  const auto names = listFresh(folder + "/" + std::string(kRoomsFolder));
   if (!names) return rooms;
   for (const std::string& name : *names) {
     for (const std::string_view ending : {kLockEnding, kRecordEnding}) {
@@ -63,7 +63,7 @@ void takeLocksOf(const Cookie& project, const Result<ProjectRecord>& record,
   const std::string cookie = project.asString().str();
   LockEntry lock;
   lock.project = record ? record->name : cookie;
-  lock.path = cookie + "/Lock";
+  lock.path = cookie + "/" + std::string(kProjectLock);
   lock.isShared = record && !record->isPrivate;
   lookAgain(lock);
   take(lock);
@@ -82,14 +82,15 @@ void takeLocksOf(const Cookie& project, const Result<ProjectRecord>& record,
 bool isNamed(const LockEntry& lock, const std::string& word) {
   if (lock.path == word) return true;
   if (!lock.room.empty()) return lock.room == word;
-  return lock.project == word || lock.path == word + "/Lock";
+  return lock.project == word || lock.path == word + "/" + std::string(kProjectLock);
 }
 
 }  // namespace
 
 Result<void> forEachLock(const std::function<void(const LockEntry&)>& take) {
   return ProjectRecords().forEach(
-      [&take](const Cookie& project, const auto& record) { takeLocksOf(project, record, take); });
+      [&take](const Cookie& project, const auto& record) { takeLocksOf(project, record, take); },
+      {kProjectLock, kRoomsFolder});
 }
 
 void sortByName(std::vector<LockEntry>& locks) {

@@ -2,12 +2,16 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/magic.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -69,6 +73,46 @@ TEST(SharedFilesTest, AFileOfSenselessSizeIsRefusedWithTheLimitAndNotRead) {
   EXPECT_TRUE(readFresh(folder / "G0001.json"));
   std::filesystem::resize_file(folder / "G0001.json", kLargestFile + 1);
   EXPECT_FALSE(readListed(folder / "G0001.json"));
+}
+
+TEST(SharedFilesTest, AFileIsReadAsFarAsItReachedWhenItWasOpened) {
+  const ScratchFolder folder;
+  const std::string path = folder / "names";
+  ASSERT_TRUE(writeAtomically(path, "ANNA"));
+  const Descriptor grown = openPlainFile(path, O_RDONLY);
+  std::ofstream(path, std::ios::app) << "BEN";
+  std::string bytes;
+  EXPECT_TRUE(readSized(grown.get(), 4, bytes));
+  EXPECT_EQ(bytes, "ANNA");
+  const Descriptor cut = openPlainFile(path, O_RDONLY);
+  EXPECT_TRUE(readSized(cut.get(), 100, bytes));
+  EXPECT_EQ(bytes, "ANNAANNABEN");
+  EXPECT_FALSE(readSized(-1, 1, bytes));
+}
+
+TEST(SharedFilesTest, AFreshLookReadsAnEntryWhereOpeningTheFolderDoesNotDo) {
+  for (const std::int64_t kind : {NFS_SUPER_MAGIC, EXT4_SUPER_MAGIC, TMPFS_MAGIC}) {
+    EXPECT_TRUE(isFreshOnceOpened(kind)) << kind;
+  }
+  constexpr std::int64_t kSmb = 0xFE534D42;
+  for (const std::int64_t kind : {kSmb, std::int64_t{FUSE_SUPER_MAGIC}, std::int64_t{0}}) {
+    EXPECT_FALSE(isFreshOnceOpened(kind)) << kind;
+  }
+  const ScratchFolder folder;
+  // A folder's reading position is behind its beginning once an entry was read.
+  for (const std::string& looked : {folder.path(), std::string("/proc/self")}) {
+    struct statfs system {};
+    ASSERT_EQ(::statfs(looked.c_str(), &system), 0);
+    for (int round = 0; round < 2; ++round) {
+      struct statx status {};
+      const Descriptor opened = openAfresh(looked, status);
+      ASSERT_TRUE(opened.isOpen()) << looked;
+      EXPECT_TRUE(S_ISDIR(status.stx_mode)) << looked;
+      const bool hasRead = ::lseek(opened.get(), 0, SEEK_CUR) != 0;
+      EXPECT_NE(hasRead, isFreshOnceOpened(system.f_type)) << looked;
+    }
+  }
+  EXPECT_FALSE(lookAfresh("/proc/self/missing"));
 }
 
 TEST(SharedFilesTest, AReaderSeesTheOldOrTheNewContentWhole) {

@@ -2,6 +2,9 @@
 #include <filesystem>
 #include <thread>
 
+#include "host/os/OS.h"
+#include "station/base/Strings.h"
+#include "station/os/Posix.h"
 #include "station/os/ReadCache.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
@@ -120,6 +123,31 @@ TEST_F(ProjectRecordsTest, MeanwhileTheFolderIsNotLookedAtAgain) {
   }));
   fs::rename(inside, inside + "-away");
   EXPECT_FALSE(lookAfresh(inside));
+}
+
+// What a lock's lister asks of a folder was asked by the look at it: nothing of it is asked again.
+TEST_F(ProjectRecordsTest, WhatALookDidNotFindIsMissingUntilTheNext) {
+  const std::string inside = folderOf(record());
+  const auto isOpened = [&inside] {
+    const auto file = OS().fileManager().openFile(wideText(inside + "/Lock"), eFileRead,
+                                                  eFileOpenExisting, eFileShareRead, eFileNoFlags);
+    return file && file->isOpen();
+  };
+  write(inside + "/There", "");
+  const auto take = [&](const Cookie&, const auto&) {
+    write(inside + "/Lock", "");
+    fs::create_directory(inside + "/rooms");
+    EXPECT_FALSE(existsFresh(inside + "/Lock"));
+    EXPECT_FALSE(isOpened());
+    EXPECT_EQ(OS().fileManager().lastError(), eFileError::eMissing);
+    EXPECT_FALSE(listFresh(inside + "/rooms"));
+    EXPECT_TRUE(existsFresh(inside + "/There"));
+    EXPECT_TRUE(existsFresh(inside + "/project.json"));
+  };
+  ASSERT_TRUE(ProjectRecords().forEach(take, {"Lock", "rooms", "There"}));
+  EXPECT_TRUE(existsFresh(inside + "/Lock"));
+  EXPECT_TRUE(isOpened());
+  EXPECT_TRUE(listFresh(inside + "/rooms"));
 }
 
 }  // namespace
