@@ -293,15 +293,9 @@ void ActionRunner::restore(const ObjectRow& edit, const VersionRow& version) {
   const QString line = QStringLiteral("edit restore %1 %2").arg(cookie, quoted(version.version));
   const QString what = QStringLiteral("\"%1\" is again as it was saved %2.")
                            .arg(shownName(edit), versionTitle(version));
-  QStringList undo;  // to the version that is now the newest, unless another comes first
-  for (const VersionRow& row : panes_.history->rows()) {
-    // Unsaved changes are in no version: they could not be brought back.
-    if (!row.isNow || edit.isDirty) continue;
-    undo << QStringLiteral("edit restore %1 %2").arg(cookie, quoted(row.version));
-  }
-  const auto run = [this, line, what, undo](const QStringList& before) {
-    link_.runAll(before + QStringList(line), [this, what, undo](const CommandOutcome& outcome) {
-      if (outcome.succeeded) Q_EMIT done(what, undo);
+  const auto run = [this, line, what](const QStringList& before) {
+    link_.runAll(before + QStringList(line), [this, what](const CommandOutcome& outcome) {
+      if (outcome.succeeded) Q_EMIT done(what, {QStringLiteral("undo")});
     });
   };
   if (!edit.isDirty) return run({});
@@ -383,6 +377,8 @@ void ActionRunner::askFields(const ActionSpec& action) {
   auto* dialog = new ActionDialog(action, contents, &window_);
   const QStringList words = targetWords(action.target);
   connect(dialog, &ActionDialog::filled, this, [this, &action, words](const QStringList& values) {
+    const QStringList files = values.front().split(QLatin1Char('\n'));
+    if (files.size() > 1) return import(action, files);
     const QString line = filledLine(action, words, values);
     isGift(action) ? give(line, values.front()) : runDoubtful(line);
   });
@@ -390,14 +386,33 @@ void ActionRunner::askFields(const ActionSpec& action) {
 }
 
 // Asks first where the station has reason to doubt it: of two of one name only the cookie says
-// which is meant.
-void ActionRunner::runDoubtful(const QString& line) {
-  link_.askDoubt(line, [this, line](const QString& doubt) {
-    if (doubt.isEmpty()) return runLine(line);
+// which is meant. `then` follows in any case; with the outcome of no line where it was not run.
+void ActionRunner::runDoubtful(const QString& line, const HostLink::Ended& then) {
+  link_.askDoubt(line, [this, line, then](const QString& doubt) {
+    const auto go = [this, line, then] { then ? link_.run(line, then) : runLine(line); };
+    if (doubt.isEmpty()) return go();
     auto* question = new Question(QStringLiteral("nameDialog"), QStringLiteral("Two of one name"),
                                   doubt, {}, &window_);
-    question->answer(QStringLiteral("&Use it all the same"), [this, line] { runLine(line); });
+    question->answer(QStringLiteral("&Use it all the same"), go);
+    if (then) question->otherwise([then] { then({}); });
     question->ask();
+  });
+}
+
+// One after the other; a file that cannot be imported does not keep the others from it. Of several
+// it is said at the end what became of them.
+void ActionRunner::import(const ActionSpec& action, const QStringList& files) {
+  const QString file = files.front();
+  const QStringList rest = files.mid(1);
+  runDoubtful(filledLine(action, {}, {file}), [this, &action, file,
+                                               rest](const CommandOutcome& outcome) {
+    imported_ += outcome.succeeded ? 1 : 0;
+    if (!outcome.succeeded && !outcome.line.isEmpty()) notImported_ << outcome.text;
+    if (!rest.isEmpty()) return import(action, rest);
+    const int count = std::exchange(imported_, 0);
+    const QString text = count == 1 ? QStringLiteral("One edit is imported.")
+                                    : QStringLiteral("%L1 edits are imported.").arg(count);
+    Q_EMIT done((QStringList(text) + std::exchange(notImported_, {})).join(QLatin1Char(' ')), {});
   });
 }
 

@@ -82,7 +82,8 @@ class ActionRunner : public QObject {
   void remove(const ActionSpec& action, const std::vector<ObjectRow>& rows);
   void give(const QString& line, const QString& user);
   [[nodiscard]] QString doubtAbout(const QString& user) const;
-  void runDoubtful(const QString& line);
+  void runDoubtful(const QString& line, const HostLink::Ended& then = {});
+  void import(const ActionSpec& action, const QStringList& files);
   [[nodiscard]] bool takesOption(const char* command, const char* option) const;
   [[nodiscard]] bool leavesProject(const QString& line) const;
 
@@ -92,6 +93,8 @@ class ActionRunner : public QObject {
   UnsavedGuard guard_;
   SnapshotPtr snapshot_;
   QPointer<TrashDialog> trash_;
+  QStringList notImported_;  ///< of several files, each with why
+  int imported_ = 0;
   QString user_;  ///< who this station's user is
 };
 

@@ -53,7 +53,7 @@ const std::vector<ActionSpec>& table() {
        "Ctrl+I",
        Target::eOpenProject,
        "edit import {0}",
-       {{"OpenTimelineIO file", Kind::eOpenFile}}},
+       {{"OpenTimelineIO files", Kind::eImportFiles}}},
       {"Edit",
        "E&xport…",
        "Ctrl+Shift+E",

@@ -13,6 +13,7 @@ struct ActionField {
   enum class Kind {
     eText,
     eOpenFile,
+    eImportFiles,  ///< one OpenTimelineIO file or several; its value has one a line
     eSaveFile,
     eUser,      ///< one to write to
     eNewOwner,  ///< a user's exact name, which nothing fills in beforehand

@@ -5,6 +5,7 @@
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QFontDatabase>
 #include <QFormLayout>
 #include <QInputDialog>
@@ -152,8 +153,23 @@ QString titleOf(const ActionSpec& action) {
   return text.remove(QLatin1Char('&')).remove(QStringLiteral("…"));
 }
 
+/// Where a field keeps the files that were chosen together; what is typed is one file.
+constexpr const char* kFiles = "files";
+
+/// Shows files that were chosen together, by their names where there are several.
+void showFiles(QLineEdit& field, const QStringList& files) {
+  QStringList names;
+  for (const QString& file : files) names << QFileInfo(file).fileName();
+  field.setText(files.size() == 1 ? files.front() : names.join(QStringLiteral(", ")));
+  field.setToolTip(plainTip(files.join(QLatin1Char('\n'))));
+  field.setProperty(kFiles, files.size() == 1 ? QStringList() : files);
+}
+
 QString valueOf(const QWidget* input) {
-  if (const auto* edit = qobject_cast<const QLineEdit*>(input)) return edit->text();
+  if (const auto* edit = qobject_cast<const QLineEdit*>(input)) {
+    const QStringList files = edit->property(kFiles).toStringList();
+    return files.isEmpty() ? edit->text() : files.join(QLatin1Char('\n'));
+  }
   const auto* choice = qobject_cast<const QComboBox*>(input);
   // A typed text that is an entry stands for its value; any other text is the value.
   const int index = choice->findText(choice->currentText());
@@ -193,14 +209,15 @@ ActionDialog::ActionDialog(const ActionSpec& action, const std::vector<FieldCont
 }
 
 QWidget* ActionDialog::makeField(const ActionField& field, const FieldContent& content) {
-  if (field.kind != Kind::eText && field.kind != Kind::eOpenFile && field.kind != Kind::eSaveFile) {
-    return makeChoice(field, content);
-  }
+  const bool isFile = field.kind == Kind::eOpenFile || field.kind == Kind::eImportFiles ||
+                      field.kind == Kind::eSaveFile;
+  if (field.kind != Kind::eText && !isFile) return makeChoice(field, content);
   auto* edit = new QLineEdit(content.initial);
   edit->selectAll();
   connect(edit, &QLineEdit::textChanged, this, &ActionDialog::check);
   inputs_.push_back(edit);
-  return field.kind == Kind::eText ? edit : makeFileField(field, edit);
+  connect(edit, &QLineEdit::textEdited, edit, [edit] { edit->setProperty(kFiles, QVariant()); });
+  return isFile ? makeFileField(field, edit) : edit;
 }
 
 QWidget* ActionDialog::makeFileField(const ActionField& field, QLineEdit* edit) {
@@ -214,15 +231,24 @@ QWidget* ActionDialog::makeFileField(const ActionField& field, QLineEdit* edit) 
   layout->addWidget(edit, 1);
   layout->addWidget(browse);
   row->setFocusProxy(edit);
-  connect(browse, &QToolButton::clicked, this, [this, edit, kind = field.kind] {
-    const QString file =
-        kind == Kind::eSaveFile
-            ? QFileDialog::getSaveFileName(this, windowTitle(), edit->text(), {}, nullptr,
-                                           QFileDialog::DontConfirmOverwrite)
-            : QFileDialog::getOpenFileName(this, windowTitle(), edit->text());
-    if (!file.isEmpty()) edit->setText(file);
-  });
+  connect(browse, &QToolButton::clicked, this,
+          [this, edit, kind = field.kind] { browseFor(kind, *edit); });
   return row;
+}
+
+void ActionDialog::browseFor(Kind kind, QLineEdit& edit) {
+  if (kind == Kind::eImportFiles) {
+    const QStringList files = QFileDialog::getOpenFileNames(
+        this, windowTitle(), edit.text(), QStringLiteral("OpenTimelineIO (*.otio);;All files (*)"));
+    if (!files.isEmpty()) showFiles(edit, files);
+    return;
+  }
+  const QString file =
+      kind == Kind::eSaveFile
+          ? QFileDialog::getSaveFileName(this, windowTitle(), edit.text(), {}, nullptr,
+                                         QFileDialog::DontConfirmOverwrite)
+          : QFileDialog::getOpenFileName(this, windowTitle(), edit.text());
+  if (!file.isEmpty()) edit.setText(file);
 }
 
 // A field with choices. Qt's inline completion would turn a typed name into a longer one that

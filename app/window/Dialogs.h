@@ -90,6 +90,7 @@ class ActionDialog : public QDialog {
  private:
   QWidget* makeField(const ActionField& field, const FieldContent& content);
   QWidget* makeFileField(const ActionField& field, QLineEdit* edit);
+  void browseFor(ActionField::Kind kind, QLineEdit& edit);
   QWidget* makeChoice(const ActionField& field, const FieldContent& content);
   void check();
   [[nodiscard]] QStringList values() const;

@@ -60,8 +60,9 @@ void EventFeed::take(const StationEvent& event) {
                                                         : LogLine::Kind::eText,
              text);
   } else if (event.name == "notification") {
+    const QString cut = value["cut"].asBool() ? QStringLiteral(" (cut here)") : QString();
     news_.notifications.push_back(
-        {QDateTime::currentDateTime(), senderText(value), eventText(value, "text")});
+        {QDateTime::currentDateTime(), senderText(value), eventText(value, "text") + cut});
   } else if (event.name == "network") {
     takeLine(LogLine::Kind::eNetwork, eventText(value, "problem"));
   } else if (event.name == "command") {
@@ -75,6 +76,8 @@ void EventFeed::take(const StationEvent& event) {
     changes_.users = true;
   } else if (event.name == "health") {
     news_.trouble = eventText(value, "why");
+    // The share went or came back: what is listed of it is no longer true.
+    changes_.projects = changes_.users = true;
   } else if (event.name == "steps") {
     changes_.families.insert("steps");
   } else if (event.name == "ready") {

@@ -29,6 +29,11 @@ constexpr int kPauseFactor = 4;
 constexpr int kListsPauseFactor = 20;
 constexpr qint64 kListsPauseMs = 4000;
 
+/// A look that took long was held up by the share, which is back now: what happened meanwhile must
+/// not wait for a multiple of that.
+constexpr qint64 kLongestPauseMs = 2000;
+constexpr qint64 kLongestListsPauseMs = 15'000;
+
 VersionRow versionRow(const JsonValue& line) {
   VersionRow row;
   row.version = readableText(line["version"].asString());
@@ -136,15 +141,21 @@ void HostLink::askSnapshot() {
     const bool hadLists = changes.all || changes.projects;
     // Qt runs this on the window's thread: widgets may be used there only.
     QMetaObject::invokeMethod(this, [this, snapshot, took, hadLists] {
-      if (hadLists) listsPauseMs_ = std::max(kListsPauseMs, kListsPauseFactor * took);
+      if (hadLists) listsPauseMs_ = pauseBetweenLists(took);
       takeSnapshot(snapshot, took);
     });
   });
 }
 
+qint64 HostLink::pauseAfter(qint64 cost) { return std::min(kPauseFactor * cost, kLongestPauseMs); }
+
+qint64 HostLink::pauseBetweenLists(qint64 cost) {
+  return std::clamp(kListsPauseFactor * cost, kListsPauseMs, kLongestListsPauseMs);
+}
+
 void HostLink::takeSnapshot(const SnapshotPtr& snapshot, qint64 cost) {
   isSnapshotAsked_ = false;
-  snapshotPauseMs_ = kPauseFactor * cost;
+  snapshotPauseMs_ = pauseAfter(cost);
   sinceSnapshot_.restart();
   Q_EMIT snapshotReady(snapshot);
 }

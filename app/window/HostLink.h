@@ -54,6 +54,11 @@ class HostLink : public QObject {
   /// How long the host thread may be silent before the user is told what it does.
   static constexpr int kPatienceMs = 300;
 
+  /// How long after a snapshot, or a look at the lists of the share, which took `cost`, the next is
+  /// due; milliseconds.
+  static qint64 pauseAfter(qint64 cost);
+  static qint64 pauseBetweenLists(qint64 cost);
+
   HostLink(iStationWindow::Dependencies surroundings, EventFeed& feed);
 
   /// Told how a command ended, after finished(); on the window's thread.

@@ -134,6 +134,10 @@ void MainWindow::connectLink() {
   connect(&link_, &HostLink::finished, outcomes_.get(), &OutcomeTeller::take);
   connect(&link_, &HostLink::finished, &actions_->guard(), &UnsavedGuard::takeOutcome);
   connect(&link_, &HostLink::finished, actions_.get(), &ActionRunner::takeOutcome);
+  // Its question says more than what the window said while it looked.
+  connect(&actions_->guard(), &UnsavedGuard::asking, &messages(), [this] {
+    if (isEnding_) messages().hide();
+  });
   connect(&actions_->guard(), &UnsavedGuard::refused, this,
           [this](const QString& why) { messages().tell(MessageBar::Kind::eError, why); });
   connect(&link_, &HostLink::busyChanged, panes_.status, &StatusLine::showBusy);
@@ -172,7 +176,9 @@ void MainWindow::connectHistory() {
   connect(&link_, &HostLink::versionsReady, panes_.history, &HistoryPane::takeVersions);
   connect(&link_, &HostLink::timelineReady, panes_.history, &HistoryPane::takeTimeline);
   connect(&link_, &HostLink::finished, this, [this](const CommandOutcome& outcome) {
-    if (outcome.command.startsWith(QLatin1String("edit "))) history().refresh();
+    const bool isStep =
+        outcome.command == QLatin1String("undo") || outcome.command == QLatin1String("redo");
+    if (isStep || outcome.command.startsWith(QLatin1String("edit "))) history().refresh();
   });
   connect(panes_.history, &HistoryPane::versionsWanted, &link_, &HostLink::askVersions);
   connect(panes_.history, &HistoryPane::versionChosen, this,
@@ -212,16 +218,19 @@ void MainWindow::connectPanel() {
 }
 
 void MainWindow::connectNotifications() {
-  connect(panes_.strip, &MessageBar::acted, this, [this] {
+  const auto showAll = [this] {
     strip().hide();
     layout_->showNotifications();
     notifications().chooseLatest();
-  });
+  };
+  connect(panes_.strip, &MessageBar::acted, this, showAll);
+  connect(panes_.panel, &PanelDock::notificationsWanted, this, showAll);
   connect(panes_.notifications, &NotificationsPane::unreadChanged, this, [this](int count) {
     const QString title = QStringLiteral("Notifications");
     layout_->notificationsDock().setWindowTitle(
         count == 0 ? title : QStringLiteral("%1 (%L2)").arg(title).arg(count));
     if (count == 0) strip().hide();
+    panel().showUnread(count);
   });
   connect(panes_.notifications, &NotificationsPane::wholeWanted, this,
           [this](const QString& title, const QString& text) { showWholeText(*this, title, text); });
@@ -247,6 +256,7 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
                      : plainTitle(snapshot->project.name) + QStringLiteral(" - Station"));
   // After the lists have the new rows.
   outcomes_->chooseMade();
+  outcomes_->takeSnapshot(*snapshot);
   const auto chosen = objects().chosen();
   if (!chosen.empty() && chosen.front().key == detail().key())
     detail().update(chosen.front(), contentText(chosen.front(), objects().kind(), objects()));

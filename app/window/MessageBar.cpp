@@ -214,6 +214,7 @@ void OutcomeTeller::take(const CommandOutcome& outcome) {
   if (!outcome.succeeded) {
     tellsOfSending_ = false;
     panes_.messages->tell(MessageBar::Kind::eError, outcome.text);
+    noteRefusal(outcome);
     // The text must not be lost with the refusal.
     if (isMessage) panes_.panel->restoreUnsent();
     return;
@@ -256,6 +257,31 @@ void OutcomeTeller::noteMade(const CommandOutcome& outcome) {
   const bool isBack = isOneOf(outcome.command, {"trash restore", "edit recover"});
   if (isBack || makesEdit(outcome.command)) madeEdit_ = outcome.text;
   if (outcome.command == QLatin1String("project create")) madeProject_ = outcome.text;
+}
+
+void OutcomeTeller::noteRefusal(const CommandOutcome& outcome) {
+  const bool isEntry = isOneOf(outcome.command, {"room enter", "project enter"});
+  held_ = isEntry && outcome.code == ErrorCode::eHeld ? outcome : CommandOutcome();
+}
+
+void OutcomeTeller::takeSnapshot(const Snapshot& snapshot) {
+  if (held_.line.isEmpty()) return;
+  // Another message stands there by now.
+  if (panes_.messages->text() != held_.text) return noteRefusal({});
+  const CommandCall call = readCall(link_.commands(), held_.line.toStdString());
+  const QString word = readableText(call.arguments.front());
+  const auto isOpen = [](Hold hold) { return hold == Hold::eFree || hold == Hold::eLeftBehind; };
+  bool canBeEntered = false;
+  if (held_.command == QLatin1String("room enter") && snapshot.rooms) {
+    for (const RoomRow& row : *snapshot.rooms) canBeEntered |= row.name == word && isOpen(row.hold);
+  } else if (held_.command == QLatin1String("project enter") && snapshot.projects) {
+    for (const ProjectRow& row : *snapshot.projects) {
+      canBeEntered |= (row.cookie == word || row.name == word) && isOpen(row.hold);
+    }
+  }
+  if (!canBeEntered) return;
+  noteRefusal({});
+  panes_.messages->hide();
 }
 
 void OutcomeTeller::chooseMade() {

@@ -77,12 +77,16 @@ class OutcomeTeller : public QObject {
   /// Selects a newly made object as soon as its list has it.
   void chooseMade();
 
+  /// Takes away the refusal of a room or project that can be entered by now.
+  void takeSnapshot(const Snapshot& snapshot);
+
  private:
   void tell(const QString& text, const QString& action, const std::function<void()>& act);
   void tellOfMessage(const CommandOutcome& said);
   void tellAnswer(const CommandOutcome& outcome);
   [[nodiscard]] QString inWords(const CommandOutcome& outcome) const;
   void noteMade(const CommandOutcome& outcome);
+  void noteRefusal(const CommandOutcome& outcome);
   void showAgain(const CommandOutcome& outcome);
 
   QWidget& window_;
@@ -90,7 +94,8 @@ class OutcomeTeller : public QObject {
   const WindowPanes& panes_;
   QString madeEdit_;  ///< cookies of what was just made here, until the lists have it
   QString madeProject_;
-  QString advice_;  ///< on the message that was sent last
+  QString advice_;       ///< on the message that was sent last
+  CommandOutcome held_;  ///< the last entry refused since another holds it; without a line for none
   std::function<void()> act_;
   bool tellsOfSending_ = false;
 };

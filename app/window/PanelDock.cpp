@@ -33,7 +33,8 @@ PanelDock::PanelDock(QWidget* parent)
     : QDockWidget(QStringLiteral("Messages"), parent),
       recipients_(new QComboBox),
       conversation_(new ConversationView),
-      entry_(new QLineEdit) {
+      entry_(new QLineEdit),
+      others_(new QToolButton) {
   setObjectName(QStringLiteral("panelDock"));
   recipients_->setObjectName(QStringLiteral("recipients"));
   recipients_->setAccessibleName(QStringLiteral("Whom to write to"));
@@ -51,6 +52,10 @@ PanelDock::PanelDock(QWidget* parent)
   send->setText(QStringLiteral("Send"));
   send->setProperty("role", "button");
   send->setToolTip(QStringLiteral("Send (Return)"));
+  others_->setObjectName(QStringLiteral("others"));
+  others_->setProperty("role", "button");
+  others_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+  others_->setToolTip(QStringLiteral("What others write to you is listed there, not here"));
   auto* to = new QHBoxLayout;
   to->addWidget(new QLabel(QStringLiteral("To")));
   to->addWidget(recipients_, 1);
@@ -62,12 +67,15 @@ PanelDock::PanelDock(QWidget* parent)
   layout->setContentsMargins(10, 8, 10, 10);
   layout->addLayout(to);
   layout->addWidget(conversation_, 1);
+  layout->addWidget(others_);
   layout->addLayout(bottom);
   setWidget(scrolled(content));
   setFocusProxy(entry_);
   connect(recipients_, &QComboBox::textActivated, this, &PanelDock::recipientChosen);
   connect(entry_, &QLineEdit::returnPressed, this, &PanelDock::send);
   connect(send, &QToolButton::clicked, this, &PanelDock::send);
+  connect(others_, &QToolButton::clicked, this, &PanelDock::notificationsWanted);
+  showUnread(0);
   hide();
 }
 
@@ -76,6 +84,12 @@ void PanelDock::send() {
   lastSent_ = entry_->text();
   entry_->clear();
   Q_EMIT sent(recipients_->currentText(), lastSent_);
+}
+
+void PanelDock::showUnread(int count) {
+  const QString text = QStringLiteral("What others write: Notifications");
+  others_->setText(count == 0 ? text : QStringLiteral("%1 (%L2 new)").arg(text).arg(count));
+  others_->setAccessibleName(others_->text());
 }
 
 void PanelDock::restoreUnsent() {

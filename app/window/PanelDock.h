@@ -6,6 +6,7 @@
 
 class QComboBox;
 class QLineEdit;
+class QToolButton;
 
 namespace korvel {
 
@@ -27,6 +28,9 @@ class PanelDock : public QDockWidget {
   /// The last message was not sent: puts it back into the entry.
   void restoreUnsent();
 
+  /// Says how many notifications nobody has looked at: what others write is there, not here.
+  void showUnread(int count);
+
   [[nodiscard]] QComboBox& recipients() const { return *recipients_; }
   [[nodiscard]] QLineEdit& entry() const { return *entry_; }
   [[nodiscard]] ConversationView& conversation() const { return *conversation_; }
@@ -36,6 +40,7 @@ class PanelDock : public QDockWidget {
   void recipientChosen(const QString& recipient);
   void sent(const QString& recipient, const QString& text);
   void closeWanted();
+  void notificationsWanted();
 
  private:
   void send();
@@ -45,6 +50,7 @@ class PanelDock : public QDockWidget {
   QComboBox* recipients_;
   ConversationView* conversation_;
   QLineEdit* entry_;
+  QToolButton* others_;
   PanelState state_;
   QString lastSent_;
   bool wantsFocus_ = false;

@@ -311,10 +311,23 @@ void ProjectsPane::show(const Snapshot& snapshot) {
 void ProjectsPane::showProjects() {
   HolderRows rows;
   for (const ProjectRow& row : *projectRows_) rows.push_back(shownProject(row));
+  const QString before = keyOfCurrent(*projects_.view, *projects_.model);
   setRows(projects_, std::move(rows));
+  keepChoice(before);
   projectsHint_->setText(!problem_.isEmpty() ? problem_
                                              : QStringLiteral("None yet. Ctrl+N makes one."));
   projectsHint_->setVisible(projectRows_->empty() || !problem_.isEmpty());
+}
+
+// While the share is away the list has no projects. The one that was chosen is chosen again when it
+// is back, unless the user chose another.
+void ProjectsPane::keepChoice(const QString& before) {
+  const QString now = keyOfCurrent(*projects_.view, *projects_.model);
+  if (!before.isEmpty()) missed_ = now.isEmpty() ? before : QString();
+  const int row = now.isEmpty() && !missed_.isEmpty() ? projects_.model->rowOf(missed_) : -1;
+  if (row < 0) return;
+  missed_.clear();
+  projects_.view->setCurrentIndex(projects_.model->index(row, HoldersModel::eName));
 }
 
 void ProjectsPane::showRooms() {

@@ -106,6 +106,8 @@ class ProjectsPane : public QWidget {
   void showRooms();
   void changeEvent(QEvent* event) override;
 
+  void keepChoice(const QString& before);
+
   QLabel* projectsHeading_;
   QLabel* roomsHeading_;
   QLabel* projectsHint_;
@@ -118,6 +120,7 @@ class ProjectsPane : public QWidget {
   QString problem_;
   QString roomsProblem_;
   ProjectState open_;
+  QString missed_;  ///< the chosen project that went from the list; empty where none did
 };
 
 /// "held by ANNA", "left behind by BEN": a lock in words.

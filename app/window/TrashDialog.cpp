@@ -6,6 +6,7 @@
 #include <QPushButton>
 #include <QTreeWidget>
 #include <QVBoxLayout>
+#include <utility>
 
 #include "app/window/Lists.h"
 #include "app/window/Texts.h"
@@ -91,6 +92,9 @@ void TrashDialog::fill() {
     list_->addTopLevelItem(item);
     item->setSelected(before.contains(row.key));
   }
+  // What was deleted last is most likely what is wanted back.
+  const bool isFirst = !rows_.empty() && !std::exchange(isFilled_, true);
+  if (isFirst) list_->setCurrentItem(list_->topLevelItem(0));
 }
 
 QStringList TrashDialog::chosen() const {

@@ -62,6 +62,7 @@ class TrashDialog : public QDialog {
   QPushButton* restore_;
   QPushButton* empty_;
   std::vector<TrashRow> rows_;
+  bool isFilled_ = false;  ///< rows were shown since it opened
 };
 
 }  // namespace korvel

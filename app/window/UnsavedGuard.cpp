@@ -6,6 +6,7 @@
 #include "app/window/ActionTable.h"
 #include "app/window/Dialogs.h"
 #include "app/window/MessageBar.h"
+#include "app/window/ObjectsModel.h"
 #include "app/window/Texts.h"
 
 namespace korvel {
@@ -33,20 +34,6 @@ QStringList cookiesOf(const std::vector<LeftEdit>& left) {
   return cookies;
 }
 
-QString titleOf(const LeftEdit& left) {
-  const QString name = oneLine(left.name.isEmpty() ? left.cookie : left.name);
-  return left.problem.isEmpty() ? QStringLiteral("%1 (%2)").arg(name, shownTime(left.changed))
-                                : QStringLiteral("%1 (cannot be read)").arg(name);
-}
-
-QString textOf(const std::vector<LeftEdit>& left) {
-  const qsizetype count = cookiesOf(left).size();
-  const QString what = count == 1 ? QStringLiteral("\"%1\"").arg(oneLine(left.front().name))
-                                  : QStringLiteral("%L1 edits").arg(count);
-  return QStringLiteral("Unsaved changes of %1 in %2 were left when the station ended.")
-      .arg(shownTime(left.front().changed), what);
-}
-
 const ActionSpec& saveCopyAction() {
   return *std::ranges::find_if(actionTable(), [](const ActionSpec& action) {
     return QLatin1String(action.line) == QLatin1String(kSaveCopy);
@@ -64,6 +51,33 @@ UnsavedGuard::UnsavedGuard(QWidget& window, HostLink& link, MessageBar& bar)
   });
 }
 
+/// The name of an edit, with the beginning of its cookie where another has that name, too.
+QString UnsavedGuard::called(const QString& cookie, const QString& name) const {
+  ObjectRow row;
+  row.cookie = cookie;
+  row.name = name;
+  const auto isOther = [&](const auto& each) { return each.name == name && each.cookie != cookie; };
+  const auto& edits = snapshot_ ? snapshot_->objects[0] : nullptr;
+  row.isNamesake = (edits && std::ranges::any_of(*edits, isOther)) ||
+                   (left_ && std::ranges::any_of(*left_, isOther));
+  return shownName(row);
+}
+
+QString UnsavedGuard::titleOf(const LeftEdit& left) const {
+  const QString name = called(left.cookie, left.name);
+  return left.problem.isEmpty() ? QStringLiteral("%1 (%2)").arg(name, shownTime(left.changed))
+                                : QStringLiteral("%1 (cannot be read)").arg(name);
+}
+
+QString UnsavedGuard::textOf(const std::vector<LeftEdit>& left) const {
+  const qsizetype count = cookiesOf(left).size();
+  const QString what =
+      count == 1 ? QStringLiteral("\"%1\"").arg(called(left.front().cookie, left.front().name))
+                 : QStringLiteral("%L1 edits").arg(count);
+  return QStringLiteral("Unsaved changes of %1 in %2 were left when the station ended.")
+      .arg(shownTime(left.front().changed), what);
+}
+
 void UnsavedGuard::before(const QString& what, const std::function<void()>& go,
                           const std::function<void()>& stay) {
   // Asks the host thread, so go() or stay() is called later, never from here.
@@ -77,7 +91,7 @@ void UnsavedGuard::before(const QString& what, const std::function<void()>& go,
 void UnsavedGuard::ask(const QString& what, const std::vector<UnsavedEdit>& unsaved,
                        const std::function<void()>& go, const std::function<void()>& stay) {
   QStringList names;
-  for (const UnsavedEdit& edit : unsaved) names << (edit.name.isEmpty() ? edit.cookie : edit.name);
+  for (const UnsavedEdit& edit : unsaved) names << called(edit.cookie, edit.name);
   const QString text =
       unsaved.size() == 1
           ? QStringLiteral("One edit has changes that are not saved. Discarded changes are lost.")
@@ -95,6 +109,7 @@ void UnsavedGuard::ask(const QString& what, const std::vector<UnsavedEdit>& unsa
                                               unlessFailed] { link_.runAll(lines, unlessFailed); });
   asked_->otherwise(stay);
   asked_->ask();
+  Q_EMIT asking();
 }
 
 bool UnsavedGuard::isConflict(const CommandOutcome& outcome) {
@@ -130,7 +145,7 @@ void UnsavedGuard::askAboutConflict(const UnsavedEdit& edit, const OtherSave& ot
       QStringLiteral(
           "\"%1\" %2 since you opened it. Your changes are not saved yet. Where you save "
           "over it, the other version stays in the history.")
-          .arg(oneLine(edit.name), other.what) +
+          .arg(called(edit.cookie, edit.name), other.what) +
       (other.changes.isEmpty() ? QString()
        : other.isKnown         ? QStringLiteral(" What the other changed:")
                                : QStringLiteral(" How the other differs from yours:"));
@@ -185,7 +200,7 @@ void UnsavedGuard::tellOfDeletions() {
       // Closing is refused with unsaved changes.
       const char* const drop = isDirty ? "edit revert" : "edit close";
       offer(QStringLiteral("%1 deleted \"%2\". What it holds is kept here until you close it.")
-                .arg(who, oneLine(edit.name)),
+                .arg(who, called(edit.cookie, edit.name)),
             {QStringLiteral("Save a copy…"), QStringLiteral("Let it go"), QStringLiteral("Later")},
             {[this, edit] { askForCopy(edit, edit.name, {}); },
              [this, edit, drop] { link_.run(lineOn(drop, edit.cookie)); }});

@@ -40,12 +40,18 @@ class UnsavedGuard : public QObject {
   void takeUser(const QString& user) { user_ = user; }
 
  Q_SIGNALS:
+  /// The user is asked what to do with what is not saved.
+  void asking();
+
   /// A save was refused and nothing more can be told of it than this.
   void refused(const QString& why);
 
  private:
   void ask(const QString& what, const std::vector<UnsavedEdit>& unsaved,
            const std::function<void()>& go, const std::function<void()>& stay);
+  [[nodiscard]] QString called(const QString& cookie, const QString& name) const;
+  [[nodiscard]] QString titleOf(const LeftEdit& left) const;
+  [[nodiscard]] QString textOf(const std::vector<LeftEdit>& left) const;
   [[nodiscard]] std::optional<UnsavedEdit> editOf(const QString& line) const;
   void askAboutConflict(const UnsavedEdit& edit, const OtherSave& other);
   void offer(const QString& text, const QStringList& actions,

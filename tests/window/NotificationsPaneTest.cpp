@@ -6,6 +6,7 @@
 #include <QPlainTextEdit>
 #include <QSignalSpy>
 
+#include "app/window/EventFeed.h"
 #include "tests/window/WindowScene.h"
 
 using namespace korvel;
@@ -65,6 +66,27 @@ TEST_F(NotificationsPaneTest, OfALongMessageTheListHasTheBeginningAndAReturnTheW
   ASSERT_EQ(whole.count(), 1);
   EXPECT_TRUE(whole[0][0].toString().startsWith("ANNA, "));
   EXPECT_EQ(whole[0][1].toString(), text);
+}
+
+TEST(EventFeedTest, WhatTheWireCutSaysSo) {
+  EventFeed feed;
+  feed.take({"notification", JsonValue::object({{"source", "ANNA"}, {"text", "lunch?"}}), {}});
+  feed.take({"notification",
+             JsonValue::object({{"source", "ANNA"}, {"text_hex", "352ce2"}, {"cut", true}}),
+             {}});
+  const News news = feed.takeNews();
+  ASSERT_EQ(news.notifications.size(), 2u);
+  EXPECT_EQ(news.notifications[0].text, "lunch?");
+  EXPECT_TRUE(news.notifications[1].text.startsWith("5,"));
+  EXPECT_TRUE(news.notifications[1].text.endsWith(" (cut here)"));
+}
+
+TEST(EventFeedTest, AShareThatGoesOrComesBackIsLookedAtAnew) {
+  EventFeed feed;
+  feed.take({"health", JsonValue::object({{"share", "bad"}, {"why", "It is away."}}), {}});
+  EXPECT_EQ(feed.takeNews().trouble, "It is away.");
+  EXPECT_TRUE(feed.takeChanges().projects);
+  EXPECT_FALSE(feed.hasChanges());
 }
 
 }  // namespace

@@ -133,4 +133,21 @@ TEST_F(ProjectsPaneTest, RoomsWhoseNamesLookAlikeAreAllListed) {
   EXPECT_EQ(pane.rooms().model()->rowCount(), 4);
 }
 
+TEST_F(ProjectsPaneTest, TheChosenProjectIsChosenAgainWhenTheShareIsBack) {
+  pane.show(showing(kNames, {}));
+  chooseRow(pane.projects(), 1);
+  for (int time = 0; time < 2; ++time) {
+    pane.show(showing({}, {}));
+    EXPECT_EQ(chosenProject(pane), "");
+    pane.show(showing(kNames, {}));
+    EXPECT_EQ(chosenProject(pane), kNames[1]);
+  }
+  pane.show(showing({}, {}));
+  pane.show(showing({kNames[0]}, {}));
+  EXPECT_EQ(chosenProject(pane), "");
+  chooseRow(pane.projects(), 0);
+  pane.show(showing(kNames, {}));
+  EXPECT_EQ(chosenProject(pane), kNames[0]) << "what the user chose meanwhile counts";
+}
+
 }  // namespace

@@ -130,6 +130,14 @@ TEST_F(WindowHistoryTest, RestoringSavesTheVersionAndUndoTakesItBack) {
     EXPECT_TRUE(window.messages().text().contains("is again as it was saved"));
     QTest::mouseClick(&window.messages().button(), Qt::LeftButton);
     EXPECT_TRUE(waitFor([&] { return !keyOf(window, "Dock").isEmpty(); }));
+    // As every step: done again, and undone by the key.
+    ASSERT_TRUE(waitFor([&] { return window.snapshot()->redo.startsWith("Redo return of Quay"); }));
+    QTest::keyClick(&window, Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_TRUE(waitFor([&] { return !keyOf(window, "Quay").isEmpty(); }));
+    ASSERT_TRUE(waitFor([&] { return window.snapshot()->undo.startsWith("Undo return of Quay"); }));
+    QTest::keyClick(&window, Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_TRUE(waitFor([&] { return !keyOf(window, "Dock").isEmpty(); }));
+    EXPECT_TRUE(waitFor([&] { return window.history().rows().size() == 7; })) << "each is kept";
   });
 }
 

@@ -146,7 +146,10 @@ TEST_F(WindowSafetyTest, ClosingTheWindowAsksAndCancelKeepsItOpen) {
   play([](MainWindow& window) {
     ASSERT_TRUE(changeQuay(window));
     window.close();
-    ASSERT_TRUE(waitFor([&] { return answer(window, "unsavedDialog", "Cancel"); }));
+    EXPECT_TRUE(window.messages().isVisible()) << "it may take as long as the host thread does";
+    ASSERT_TRUE(dialogOf(window, "unsavedDialog"));
+    EXPECT_FALSE(window.messages().isVisible()) << "nothing stands behind the question";
+    ASSERT_TRUE(answer(window, "unsavedDialog", "Cancel"));
     EXPECT_TRUE(waitFor([&] { return !window.messages().isVisible(); }));
     EXPECT_TRUE(window.isVisible());
     EXPECT_TRUE(isDirty(window, "Dock"));
@@ -360,6 +363,23 @@ TEST_F(WindowSafetyTest, AProjectMadeHereIsChosenAndReturnAndCtrlOOpenIt) {
     QApplication::setActiveWindow(&window);
     QTest::keyClick(&list, Qt::Key_O, Qt::ControlModifier);
     EXPECT_TRUE(waitForProject(window, "Beach"));
+  });
+}
+
+TEST_F(WindowSafetyTest, OfTwoOfOneNameTheQuestionSaysWhichIsUnsaved) {
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Pier").isEmpty(); }));
+    const QString pier = keyOf(window, "Pier");
+    window.link().run("edit rename Pier Quay");
+    ASSERT_TRUE(waitFor([&] { return keyOf(window, "Pier").isEmpty(); }));
+    command(window, "project leave");
+    const auto dialog = dialogOf(window, "unsavedDialog");
+    ASSERT_TRUE(dialog);
+    ASSERT_EQ(thingsOf(*dialog).size(), 1);
+    EXPECT_TRUE(thingsOf(*dialog).front().startsWith("Quay")) << thingsOf(*dialog)[0].toStdString();
+    EXPECT_TRUE(thingsOf(*dialog).front().contains(pier.left(9)));
+    ASSERT_TRUE(answer(window, "unsavedDialog", "Cancel"));
+    EXPECT_TRUE(waitFor([&] { return dialog.isNull(); }));
   });
 }
 

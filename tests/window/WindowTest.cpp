@@ -343,4 +343,47 @@ TEST_F(WindowTest, EveryCommandOfTheConsoleIsInTheMenusOrAPane) {
   });
 }
 
+TEST_F(WindowTest, ARefusalGoesOnceTheRoomIsFree) {
+  script = kHarbour + std::string("room create Sound\n");
+  play([this](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    EXPECT_TRUE(ben.command("project enter Harbour")["ok"].asBool());
+    EXPECT_TRUE(ben.command("room enter Sound")["ok"].asBool());
+    window.link().run("room enter Sound");
+    ASSERT_TRUE(waitFor([&] { return window.messages().text().contains("BEN"); }));
+    const auto isHeld = [&] {
+      const auto& rooms = window.snapshot()->rooms;
+      return rooms && rooms->size() == 1 && rooms->front().hold == Hold::eTaken;
+    };
+    ASSERT_TRUE(waitFor(isHeld));
+    EXPECT_TRUE(window.messages().isVisible()) << "it is true still";
+    EXPECT_TRUE(ben.command("room leave")["ok"].asBool());
+    EXPECT_TRUE(waitFor([&] { return !window.messages().isVisible(); }));
+    EXPECT_FALSE(isHeld());
+    window.link().run("room enter Cellar");
+    ASSERT_TRUE(waitFor([&] { return window.messages().text().contains("Cellar"); }));
+    EXPECT_FALSE(waitFor([&] { return !window.messages().isVisible(); }, 500));
+  });
+}
+
+TEST_F(WindowTest, TheOpenPanelSaysWhereTheWordsOfOthersAre) {
+  play([this](MainWindow& window) {
+    openPanel(window);
+    auto* const others = window.panel().findChild<QToolButton*>("others");
+    ASSERT_TRUE(others && others->isVisible());
+    EXPECT_TRUE(others->text().contains("Notifications"));
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    EXPECT_TRUE(ben.command("say <All> lunch")["ok"].asBool());
+    ASSERT_TRUE(waitFor([&] { return others->text().endsWith("(1 new)"); }))
+        << others->text().toStdString();
+    QTest::mouseClick(others, Qt::LeftButton);
+    EXPECT_TRUE(waitFor([&] { return window.notifications().list().isVisible(); }));
+    EXPECT_EQ(window.notifications().whole().toPlainText(), "lunch");
+    EXPECT_FALSE(others->text().contains("new"));
+  });
+}
+
 }  // namespace

@@ -207,4 +207,13 @@ TEST_F(WindowUnderLoadTest, WithoutADisplayItEndsWithOneLineAndStatusTwo) {
   }
 }
 
+TEST(WindowPausesTest, AShareThatHungDoesNotDelayTheLooksAfterIt) {
+  constexpr qint64 kHungMs = 60'000;
+  EXPECT_EQ(HostLink::pauseAfter(100), 400) << "a fifth of the host thread's time";
+  EXPECT_LE(HostLink::pauseAfter(kHungMs), 2000);
+  EXPECT_EQ(HostLink::pauseBetweenLists(0), 4000);
+  EXPECT_EQ(HostLink::pauseBetweenLists(500), 10'000);
+  EXPECT_LE(HostLink::pauseBetweenLists(kHungMs), 15'000);
+}
+
 }  // namespace

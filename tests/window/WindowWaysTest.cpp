@@ -3,6 +3,7 @@
 #include <QAbstractScrollArea>
 #include <QAccessible>
 #include <QDockWidget>
+#include <QFileDialog>
 #include <QImage>
 #include <QLabel>
 #include <QLineEdit>
@@ -10,11 +11,14 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QPlainTextEdit>
+#include <QPointer>
 #include <QPushButton>
+#include <QTimer>
 #include <QToolBar>
 #include <QToolButton>
 #include <QTreeView>
 #include <cmath>
+#include <fstream>
 #include <set>
 
 #include "app/commands/Command.h"
@@ -551,6 +555,46 @@ TEST(WindowRulerTest, AScreenReaderWalksTheItemsOfATimeline) {
   view.show(nullptr);
   EXPECT_EQ(list->childCount(), 0);
   EXPECT_FALSE(last->isValid());
+}
+
+TEST_F(WindowWaysTest, SeveralFilesAreImportedAtOnceAndABadOneIsNamed) {
+  script = kTwoEdits;
+  const auto write = [this](const char* file, const std::string& text) {
+    std::ofstream(folder / file) << text;
+  };
+  const auto edit = [](const char* name) {
+    return R"({"OTIO_SCHEMA":"Timeline.1","name":")" + std::string(name) +
+           R"(","tracks":{"OTIO_SCHEMA":"Stack.1","children":[]}})";
+  };
+  write("bad.otio", "no edit");
+  write("one.otio", edit("One"));
+  write("two.otio", edit("Two"));
+  play([this](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return window.snapshot() && window.snapshot()->objects[0]; }));
+    window.menus().action("edit import {0}")->trigger();
+    QPointer<QDialog> dialog;
+    ASSERT_TRUE(waitFor([&] { return (dialog = window.findChild<QDialog*>("actionDialog")); }));
+    QTimer choosing;
+    QObject::connect(&choosing, &QTimer::timeout, &window, [&] {
+      auto* const files = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+      if (!files) return;
+      choosing.stop();
+      EXPECT_EQ(files->fileMode(), QFileDialog::ExistingFiles);
+      EXPECT_TRUE(files->nameFilters().front().contains("(*.otio)"));
+      files->setDirectory(QString::fromStdString(folder.path()));
+      files->findChild<QLineEdit*>("fileNameEdit")->setText(R"("bad.otio" "one.otio" "two.otio")");
+      QMetaObject::invokeMethod(files, "accept");
+    });
+    choosing.start(20);
+    dialog->findChild<QToolButton*>()->click();
+    EXPECT_EQ(dialog->findChild<QLineEdit*>()->text(), "bad.otio, one.otio, two.otio");
+    ASSERT_TRUE(answer(window, "actionDialog", "Import"));
+    EXPECT_TRUE(waitFor([&] { return !keyOf(window, "Two").isEmpty(); }));
+    EXPECT_FALSE(keyOf(window, "One").isEmpty());
+    EXPECT_TRUE(waitFor([&] { return window.messages().text().startsWith("2 edits are imp"); }))
+        << window.messages().text().toStdString();
+    EXPECT_TRUE(window.messages().text().contains("bad.otio"));
+  });
 }
 
 }  // namespace
