@@ -90,10 +90,7 @@ void Presence::start(const std::string& version) try {
   own_.version = version;
   own_.since = timeForRecord();
   // Before its own note exists, so that this station is not among them.
-  if (const auto stations = listStations(settings().projectsDirectory)) {
-    warnOfNamesakes(*stations);
-    removeOld(*stations);
-  }
+  if (const auto stations = listStations(settings().projectsDirectory)) removeOld(*stations);
   const std::string folder = notesFolder(settings().projectsDirectory);
   file_ = std::make_unique<StationFile>(hostParts().projects->directory(), folder, noteOfThis());
   WatchedFolder watched;
@@ -226,19 +223,17 @@ void Presence::postRefresh() {
 }
 
 // Messages are addressed to user names, and owners are recorded with host names. Two stations with
-// the same name cannot be told apart.
-void Presence::warnOfNamesakes(const std::vector<FoundStation>& stations) const {
-  for (const FoundStation& each : stations) {
-    if (!each.isAlive()) continue;
-    const bool isUser = upperCase(each.note.user) == upperCase(own_.user);
-    const bool isHost = upperCase(each.note.host) == upperCase(own_.host);
-    if (!isUser && !isHost) continue;
-    LogBoth(
-        "Another station has the %s already: %s. Messages and owners cannot tell the two apart. "
-        "End one of them, or start it with another %s.\n",
-        isUser ? (isHost ? "same user and host name" : "same user name") : "same host name",
-        placeOf(each.note), isUser ? "--user" : "--host");
-  }
+// the same name cannot be told apart. Told on both: either may be the one that was started wrongly,
+// and of two that start at once neither was first.
+void Presence::warnOfNamesake(const FoundStation& other) const {
+  const bool isUser = upperCase(other.note.user) == upperCase(own_.user);
+  const bool isHost = upperCase(other.note.host) == upperCase(own_.host);
+  if (!isUser && !isHost) return;
+  LogBoth(
+      "Another station has the %s: %s. Messages and owners cannot tell the two apart. End one of "
+      "them, or start it with another %s.\n",
+      isUser ? (isHost ? "same user and host name" : "same user name") : "same host name",
+      placeOf(other.note), isUser ? "--user" : "--host");
 }
 
 /// Ages are told by the share's clock: the folder changed when the newest note was written.
@@ -288,6 +283,7 @@ void Presence::takeOne(const FoundFile& file) {
     if (!found.isAlive()) return;
     gone_.erase(id);
     tell("came", found);
+    warnOfNamesake(found);
   } else if (noteText(known->second.note) != noteText(*note)) {
     tell("changed", found);
   }

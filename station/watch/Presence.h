@@ -63,7 +63,7 @@ class Presence : public ProjectListener {
   Presence& operator=(const Presence&) = delete;
   ~Presence();
 
-  /// Shows this station to the others, and tells of one that has its user or host name already.
+  /// Shows this station to the others, and tells of one that has its user or host name.
   void start(const std::string& version);
 
   /// Says goodbye.
@@ -114,7 +114,7 @@ class Presence : public ProjectListener {
   [[nodiscard]] StationNote noteOfThis() const;
   void refresh();
   void postRefresh();
-  void warnOfNamesakes(const std::vector<FoundStation>& stations) const;
+  void warnOfNamesake(const FoundStation& other) const;
   void removeOld(const std::vector<FoundStation>& stations) const;
   void take(const FoundFiles& files);
   void takeOne(const FoundFile& file);
