@@ -10,6 +10,7 @@
 #include "host/os/Files.h"
 #include "host/os/OS.h"
 #include "host/project/iPermissionsManager.h"
+#include "station/base/HostThread.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditFile.h"
 #include "station/edit/Edits.h"
@@ -19,6 +20,7 @@
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
 #include "station/ui/PanelDriver.h"
+#include "station/watch/Health.h"
 #include "station/watch/Presence.h"
 
 namespace korvel {
@@ -151,7 +153,9 @@ SnapshotPtr SnapshotMaker::make(const Changes& changes) {
     wanted.all = true;
   }
   for (const auto& [cookie, later] : wanted.remote) add(remote_[cookie], later);
-  if (wanted.all || wanted.projects) lookAtLists(*next);
+  // The host thread must be free to tell of a share that hangs; once it is back it is looked at.
+  const bool isDue = wanted.all || wanted.projects;
+  if (isDue && !station_.health().isShareSilent()) lookAtLists(*next);
   lookAtEdits(*next, wanted);
   lookAtOthers(*next, wanted);
   if (wanted.all || wanted.panel) lookAtPanel(*next);
@@ -168,6 +172,7 @@ void SnapshotMaker::lookAtProject(Snapshot& next) {
 }
 
 void SnapshotMaker::lookAtLists(Snapshot& next) {
+  const ActivityScope activity("the share to list the projects");
   std::vector<ProjectRow> projects;
   if (const auto infos = station_.projects().list()) {
     for (const ProjectInfo& info : *infos) projects.push_back(projectRow(info, next.project));

@@ -133,6 +133,14 @@ HealthState Health::now() const {
   return judgeHealth(facts);
 }
 
+bool Health::isShareSilent() const {
+  const auto isSilent = [](const ShareAnswer& answer) {
+    return answer.isAwaited && std::chrono::steady_clock::now() - answer.asked > kSlow;
+  };
+  const auto project = catchUp_.answer();
+  return isSilent(presence_.answer()) || (project && isSilent(*project));
+}
+
 void Health::postJudgement() {
   host_.postAfter(kJudgement, [this, alive = std::weak_ptr<int>(alive_)] {
     // The task cannot be taken back, and may run after this object is gone.

@@ -58,6 +58,10 @@ class Health {
 
   [[nodiscard]] HealthState now() const;
 
+  /// Whether the share keeps a question waiting that is asked on another thread. Who asked it now
+  /// would wait as well, and nothing could be told meanwhile.
+  [[nodiscard]] bool isShareSilent() const;
+
  private:
   void postJudgement();
   void noteMessages();

@@ -125,6 +125,34 @@ TEST_F(HangTest, AShareThatHangsAndComesBackIsToldSoonWhateverWasAskedFirst) {
   EXPECT_LT(Clock::now() - begin, kSoon);
 }
 
+// Its lists of projects and rooms are read by the host thread, again and again.
+TEST_F(HangTest, AWindowDoesNotAskAShareThatIsKnownToHang) {
+  ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
+  StationProcess::Options options;
+  options.program = KV_STATION;
+  options.projects = folder_.path();
+  options.user = options.host = "ANNA";
+  options.port = freeUdpPort();
+  options.more = {"--gui"};
+  StationProcess station(std::move(options));
+  if (!station.waitUntilReady(StationProcess::Seconds(30))) {
+    ASSERT_NE(station.errorText().find("no window"), std::string::npos) << station.errorText();
+    GTEST_SKIP() << "this build has no window";
+  }
+  control_.seesBackground = true;
+  std::strncpy(control_.path, "/.stations", sizeof control_.path - 1);
+  hangAt("open");
+  control_.action = FaultAction::eStall;
+  ASSERT_TRUE(station.waitFor("health", {{"share", "bad"}}, StationProcess::Seconds(60)));
+  control_.operation[0] = '\0';  // now that the station knows everything hangs
+  for (int look = 0; look < 6; ++look) {
+    EXPECT_TRUE(station.command("whoami", StationProcess::Seconds(5))["ok"].asBool());
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+  }
+  control_.action = FaultAction::eNone;
+  EXPECT_TRUE(station.waitFor("health", {{"share", "good"}}, StationProcess::Seconds(60)));
+}
+
 TEST_F(HangTest, AFolderOfHeardListsThatHangsDelaysNoStationsEnd) {
   const TestFolder projects;
   StationProcess::Options options;
