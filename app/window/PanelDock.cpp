@@ -87,8 +87,8 @@ void PanelDock::send() {
 }
 
 void PanelDock::showUnread(int count) {
-  const QString text = QStringLiteral("What others write: Notifications");
-  others_->setText(count == 0 ? text : QStringLiteral("%1 (%L2 new)").arg(text).arg(count));
+  const QString text = QStringLiteral("Replies: Notifications");
+  others_->setText(count == 0 ? text : QStringLiteral("%1 (%L2)").arg(text).arg(count));
   others_->setAccessibleName(others_->text());
 }
 
