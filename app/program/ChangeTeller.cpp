@@ -99,6 +99,7 @@ void ChangeTeller::tell() {
   if (!station_.projects().current()) return names_.clear();
   learnNames();
   std::vector<std::string> lines;
+  lines.reserve(changes.size());
   // Which room it was no message says: what is shown of the rooms is compared.
   std::erase_if(changes, [](const Change& each) { return each.what == "room"; });
   for (const Change& each : changes) lines.push_back(lineOf(each));

@@ -402,10 +402,9 @@ void ActionRunner::runDoubtful(const QString& line, const HostLink::Ended& then)
 // One after the other; a file that cannot be imported does not keep the others from it. Of several
 // it is said at the end what became of them.
 void ActionRunner::import(const ActionSpec& action, const QStringList& files) {
-  const QString file = files.front();
   const QStringList rest = files.mid(1);
-  runDoubtful(filledLine(action, {}, {file}), [this, &action, file,
-                                               rest](const CommandOutcome& outcome) {
+  runDoubtful(filledLine(action, {}, {files.front()}), [this, &action,
+                                                        rest](const CommandOutcome& outcome) {
     imported_ += outcome.succeeded ? 1 : 0;
     if (!outcome.succeeded && !outcome.line.isEmpty()) notImported_ << outcome.text;
     if (!rest.isEmpty()) return import(action, rest);

@@ -49,6 +49,7 @@ std::string likelyName(const std::string& typed, const std::vector<std::string>&
 std::string candidateList(const std::vector<NamedObject>& objects) {
   constexpr std::size_t kMost = 8;
   std::vector<std::string> cookies;
+  cookies.reserve(objects.size());
   for (const NamedObject& each : objects) cookies.push_back(each.cookie.asString().str());
   const std::size_t length = tellingLength(cookies);
   const bool isOneName = std::ranges::all_of(
@@ -278,6 +279,7 @@ Result<Projects::Found> Projects::findByName(const std::string& name) const {
     return nothingCalled(name, names, readable);
   }
   std::vector<NamedObject> candidates;
+  candidates.reserve(found.size());
   for (const Found& each : found) candidates.push_back({each.cookie, each.record.name});
   return severalMeant("projects", name, candidates);
 }
