@@ -13,6 +13,7 @@
 #include "station/base/Strings.h"
 #include "station/containers/CookieLists.h"
 #include "station/containers/Filters.h"
+#include "station/wire/MessageTable.h"
 
 using namespace korvel;
 
@@ -61,6 +62,14 @@ std::optional<std::vector<std::string>> configuredNames() {
   return names;
 }
 
+void auditCommand(const std::string& name, bool isAllowed) {
+  const ReceivedMessage* const message = currentMessage();
+  events().audit("command", {{"name", name},
+                             {"allowed", isAllowed},
+                             textMember("by", message ? message->by : std::string()),
+                             {"sender", message ? message->from : std::string()}});
+}
+
 bool isOneOf(const std::vector<std::string>& names, const std::string& name) {
   return std::find(names.begin(), names.end(), name) != names.end();
 }
@@ -96,7 +105,9 @@ CommandMap::Index RemoteCommands::findCommand(const LightweightString<char>& nam
 
 void RemoteCommands::callCommand(Index index, const CommandContext& /*context*/) {
   if (index >= kCommands.size()) return;
-  if (!isOneOf(allowed_, kCommands[index].name)) {
+  const bool isAllowed = isOneOf(allowed_, kCommands[index].name);
+  auditCommand(kCommands[index].name, isAllowed);
+  if (!isAllowed) {
     LogBoth("Another machine asked for the command \"%s\", which remote_commands does not allow.\n",
             kCommands[index].name);
     return;

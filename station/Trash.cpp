@@ -8,6 +8,7 @@
 #include "host/base/Log.h"
 #include "host/project/ProjectSpacesManager.h"
 #include "host/project/iPermissionsManager.h"
+#include "station/base/Events.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/containers/ContainerPart.h"
@@ -227,8 +228,11 @@ Result<bool> Trash::remove(const Trashed& trashed) const {
   const std::string project = *folder();
   const std::string file = placeOf(trashed, project);
   const ObjectLock lock(file);
+  const std::string name = contentOf(trashed).name;
   auto removed = TrashFolder::remove(trashed);
-  if (!removed || !*removed || !lock.taken()) return removed;
+  if (!removed || !*removed) return removed;
+  events().audit("emptied", auditedObject(kindOf(trashed), cookieOf(trashed), name));
+  if (!lock.taken()) return removed;
   const auto left = TrashFolder(project).list();
   const bool isLast =
       left && std::ranges::find(*left, trashed.object, &Trashed::object) == left->end();

@@ -31,10 +31,11 @@ ToolStatus withWrittenOutput(ToolStatus status) {
 ToolStatus run(int count, char** words) {
   CommandLine line(KV_VERSION);
   // In the order in which help lists them.
-  for (const auto add : {addDecodeCommand, addMonitorCommand, addRecordCommand, addReplayCommand,
-                         addSendCommand, addLocksCommand, addBreakCommand, addUsersCommand,
-                         addWhoCommand, addHistoryCommand, addKeysCommand, addDoctorCommand,
-                         addExplainCommand, addMeshCommand, addCompletionCommand}) {
+  for (const auto add :
+       {addDecodeCommand, addMonitorCommand, addRecordCommand, addReplayCommand, addSendCommand,
+        addLocksCommand, addBreakCommand, addUsersCommand, addWhoCommand, addHistoryCommand,
+        addKeysCommand, addAuditCommand, addDoctorCommand, addExplainCommand, addMeshCommand,
+        addCompletionCommand}) {
     add(line);
   }
   return line.run(count, words);

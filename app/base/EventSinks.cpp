@@ -12,6 +12,8 @@
 #include <utility>
 
 #include "station/base/Json.h"
+#include "station/base/StationSettings.h"
+#include "station/project/ProjectFolder.h"
 #include "station/wire/MessageTable.h"
 
 namespace korvel {
@@ -107,6 +109,33 @@ void EventFile::close() {
   const std::size_t unread = pipe_->finish() + leftOut_;
   pipe_.reset();
   if (unread > 0) tell_("The last events written to " + path_ + " were never read.");
+}
+
+Result<void> AuditFile::open(const std::string& path) {
+  log_.emplace(path);
+  auto written = append(JsonValue::object({{"what", "started"}}));
+  if (written) return written;
+  const Error& why = written.error();
+  return Error{why.code, why.message + " Or name another file with --audit FILE.", why.path};
+}
+
+void AuditFile::take(const StationEvent& event) {
+  if (!log_ || event.name != "audit") return;
+  const auto written = append(event.value);
+  if (!written && !isTold_) {
+    tell_("The audit log is incomplete from now on: " + written.error().message);
+  }
+  isTold_ = !written;
+}
+
+Result<void> AuditFile::append(const JsonValue& event) {
+  JsonValue record = JsonValue::object({{"time", timeForRecord()},
+                                        textMember("user", settings().user),
+                                        textMember("host", settings().host)});
+  for (const auto& [key, value] : event.members()) {
+    if (key != "event" && key != "time") record.set(key, value);
+  }
+  return log_->append(std::move(record));
 }
 
 Waiter::Waiter() : descriptor_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
@@ -254,6 +283,12 @@ void EventWriter::presence(const std::string& how, const JsonValue& station) {
   std::vector<JsonValue::Member> members{{"how", how}};
   members.insert(members.end(), station.members().begin(), station.members().end());
   emit("presence", members);
+}
+
+void EventWriter::audit(const std::string& what, const std::vector<JsonValue::Member>& detail) {
+  std::vector<JsonValue::Member> members{{"what", what}};
+  members.insert(members.end(), detail.begin(), detail.end());
+  emit("audit", members);
 }
 
 void EventWriter::health(const JsonValue& health) { emit("health", health.members()); }

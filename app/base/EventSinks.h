@@ -20,6 +20,7 @@
 #include "station/base/Log.h"
 #include "station/base/PipeWriter.h"
 #include "station/base/Result.h"
+#include "station/seal/AuditLog.h"
 #include "station/wire/MessageTable.h"
 
 namespace korvel {
@@ -82,6 +83,26 @@ class EventFile : public iEventSink {
   std::unique_ptr<PipeWriter> pipe_;  ///< in the file's stead where somebody reads
   std::uint64_t leftOut_ = 0;         ///< events that no line tells of yet
   JsonValue leftOutTime_;             ///< the time of the last of them
+};
+
+/// Keeps what somebody may have to account for in an audit log, and nothing else: `audit` events,
+/// with the time, this station's user and its host. What cannot be written is told, once until it
+/// can be again. Calls come one at a time.
+class AuditFile : public iEventSink {
+ public:
+  explicit AuditFile(EventFile::Tell tell) : tell_(std::move(tell)) {}
+
+  /// Begins with a record of the station's start. Failure: the log cannot be written.
+  Result<void> open(const std::string& path);
+
+  void take(const StationEvent& event) override;
+
+ private:
+  Result<void> append(const JsonValue& event);
+
+  EventFile::Tell tell_;
+  std::optional<AuditLog> log_;
+  bool isTold_ = false;
 };
 
 /// Wakes the console's thread: for changes that other threads make, and for the end of the program.
@@ -196,6 +217,7 @@ class EventWriter : public iStationEvents {
   void network(const std::string& problem, std::uint64_t dropped) override;
   void presence(const std::string& how, const JsonValue& station) override;
   void health(const JsonValue& health) override;
+  void audit(const std::string& what, const std::vector<JsonValue::Member>& detail) override;
   void steps(const std::string& undo, const std::string& redo) override;
   void notification(const std::string& text) override;
   void panel(const std::vector<std::string>& lines) override;

@@ -56,6 +56,10 @@ constexpr auto kOptions = std::to_array<OptionSpec>({
      "directory, "
      "for kv-share mesh [no list]",
      true},
+    {"audit", "FILE",
+     "keep in FILE who gave, deleted and restored what, which commands others asked for, and whom "
+     "this station refused; kv-share audit verify FILE shows whether it was changed [no file]",
+     true},
     {"log", "FILE", "the host log file; lines for the console go to standard error [no file]",
      true},
 });
@@ -377,12 +381,13 @@ class OptionReader {
   }
 
   Result<void> files() {
-    for (const char* name : {"script", "events", "log"}) {
+    for (const char* name : {"script", "events", "audit", "log"}) {
       const GivenValue* value = last(name);
       if (value && value->text.empty()) return unusable(*value, "is no file.");
     }
     if (last("script")) options_.script = last("script")->text;
     if (last("events")) options_.events = last("events")->text;
+    if (last("audit")) options_.audit = absolutePath(last("audit")->text);
     if (last("log")) station().logFile = absolutePath(last("log")->text);
     return {};
   }

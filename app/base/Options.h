@@ -46,6 +46,7 @@ Result<std::vector<ConfigLine>> readConfigFile(const std::string& file);
 struct Options {
   StationSettings station;
   std::string script;       ///< where commands come from: a file, "-", or empty for the terminal
+  std::string audit;        ///< the file of the audit log, or empty for none
   std::string events;       ///< where events go: a file, "-", or empty for nowhere
   bool hasWindow = false;   ///< whether a window was asked for
   bool keepsGoing = false;  ///< whether a script goes on after a command that failed

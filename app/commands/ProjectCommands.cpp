@@ -8,6 +8,7 @@
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
 #include "station/project/Projects.h"
+#include "station/project/Rooms.h"
 
 namespace korvel {
 
@@ -168,6 +169,51 @@ void addProjectCommands(CommandTable& table) {
          return std::string("Left the project; none is open now.");
        },
        leavingChoices()});
+}
+
+// The rooms of a shared project.
+
+namespace {
+
+Result<JsonValue> createRoom(Station& station, const Arguments& arguments) {
+  return answer(station.rooms().create(arguments[0]));
+}
+
+Result<JsonValue> listRooms(Station& station, const Arguments&) {
+  if (const auto rooms = station.rooms().list(); !rooms) return rooms.error();
+  return station.rooms().state();
+}
+
+Result<JsonValue> enterRoom(Station& station, const Arguments& arguments) {
+  return answer(station.rooms().goInto(arguments[0]));
+}
+
+Result<JsonValue> leaveRoom(Station& station, const Arguments&) {
+  return answer(station.rooms().goOut());
+}
+
+std::string shownName(const Arguments& arguments) { return inQuotes(arguments[0]) + "."; }
+
+}  // namespace
+
+void addRoomCommands(CommandTable& table) {
+  table.add({"room create", "R", "Makes a room in the open shared project.", 1, 1, createRoom,
+             Command::Place::eHostThread,
+             [](Station&, const Arguments& arguments, const JsonValue&) {
+               return "There is now a room " + shownName(arguments);
+             }});
+  table.add({"room list", "",
+             "Shows the rooms: free, held and by whom, or left behind by a station that is gone.",
+             0, 0, listRooms});
+  table.add({"room enter", "R", "Goes into a room; the one you are in is given up for it.", 1, 1,
+             enterRoom, Command::Place::eHostThread,
+             [](Station&, const Arguments& arguments, const JsonValue&) {
+               return "You are in the room " + shownName(arguments);
+             }});
+  table.add({"room leave", "", "Leaves the room you are in.", 0, 0, leaveRoom,
+             Command::Place::eHostThread, [](Station&, const Arguments&, const JsonValue&) {
+               return std::string("Left the room.");
+             }});
 }
 
 }  // namespace korvel

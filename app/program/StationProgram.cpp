@@ -105,6 +105,7 @@ StationProgram::StationProgram(Options options, WindowMaker makeWindow)
     : options_(std::move(options)),
       text_(options_.events == "-" ? stderr : stdout, stderr),
       file_([this](const std::string& problem) { text_.problem(problem); }),
+      audit_([this](const std::string& problem) { text_.problem(problem); }),
       history_(waiter_),
       makeWindow_(std::move(makeWindow)) {}
 
@@ -188,6 +189,10 @@ Result<void> StationProgram::prepare() {
   if (!options_.events.empty()) {
     if (auto opened = file_.open(options_.events); !opened) return opened;
     events_.addSink(file_);
+  }
+  if (!options_.audit.empty()) {
+    if (auto opened = audit_.open(options_.audit); !opened) return opened;
+    events_.addSink(audit_);
   }
   events_.addSink(history_);
   events_.addSink(text_);

@@ -53,6 +53,7 @@ class StationProgram {
   Waiter waiter_;
   TextOutput text_;
   EventFile file_;
+  AuditFile audit_;
   EventHistory history_;
   EventWriter events_;
   CommandTable commands_;

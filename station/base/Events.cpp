@@ -21,6 +21,11 @@ std::string author;
 
 }  // namespace
 
+std::vector<JsonValue::Member> auditedObject(const std::string& kind, const Cookie& cookie,
+                                             const std::string& name) {
+  return {{"kind", kind}, {"cookie", cookie.asString().str()}, textMember("name", name)};
+}
+
 iStationEvents& events() { return *installed; }
 
 void installEvents(iStationEvents* sink) { installed = sink ? sink : &dropping; }

@@ -26,8 +26,8 @@ enum class Origin {
 const char* originText(Origin origin);
 
 /// What the station tells those that show it: the console, the window, an event file. Called on the
-/// host thread, except log() and network(), which any thread may call; implementations of those two
-/// guard themselves. Each does nothing unless it is overridden: a sink takes what it shows.
+/// host thread, except log(), network() and audit(), which any thread may call; implementations of
+/// those guard themselves. Each does nothing unless it is overridden: a sink takes what it shows.
 class iStationEvents {
  public:
   virtual ~iStationEvents() = default;
@@ -71,11 +71,21 @@ class iStationEvents {
   /// The share, the network, or whether what is shown is up to date, works better or worse now.
   virtual void health([[maybe_unused]] const JsonValue& health) {}
 
+  /// Something happened for which somebody may have to account. `what`: owner, deleted, restored,
+  /// version, emptied, command, refused, keys; `detail` has the keys that docs/administration.md
+  /// lists. Any thread.
+  virtual void audit([[maybe_unused]] const std::string& what,
+                     [[maybe_unused]] const std::vector<JsonValue::Member>& detail) {}
+
   /// What the user could undo and do again changed: each in words, "Undo trim of Clip-002 in
   /// Harbour", or empty.
   virtual void steps([[maybe_unused]] const std::string& undo,
                      [[maybe_unused]] const std::string& redo) {}
 };
+
+/// The detail of an audit() about an object: `kind`, `cookie` and `name`.
+std::vector<JsonValue::Member> auditedObject(const std::string& kind, const Cookie& cookie,
+                                             const std::string& name);
 
 /// The station's events; a sink that drops everything until one is installed.
 iStationEvents& events();

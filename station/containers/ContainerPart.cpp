@@ -143,6 +143,7 @@ Result<std::optional<Trashed>> ContainerPart::discardNow(const Cookie& cookie) {
   if (const Result<void> known = requireKnown(cookie); !known) return known.error();
   auto trashed = moveToTrash(cookie);
   if (!trashed) return trashed;
+  events().audit("deleted", auditedObject(kind_.word, cookie, find(cookie)->name));
   drop(cookie);
   tell(cookie, "destroyed", ContainerManagerBase::eDestroyed);
   return trashed;
@@ -188,13 +189,15 @@ Result<void> ContainerPart::takeBack(const Trashed& trashed) {
   if (!lock.taken()) return lock.taken();
   if (auto moved = TrashFolder::giveBack(trashed, fileOf(cookie)); !moved) return moved;
   Result<JsonValue> record = read(cookie);
+  const std::string name = record ? (*record)["name"].asString() : std::string();
+  events().audit("restored", auditedObject(kind_.word, cookie, name));
   if (!record) {
     // A success all the same: the file is back in its place.
     LogBoth("The %s %s was taken back from the trash, but cannot be shown: %s\n", kind_.word,
             cookie.asString(), record.error().message);
     return {};
   }
-  warnOfNamesakes((*record)["name"].asString());
+  warnOfNamesakes(name);
   show(cookie, std::move(*record));
   tell(cookie, "created", kRewritten);
   return {};

@@ -343,6 +343,7 @@ Result<void> giveHeld(EditFile& edit, const LightweightString<wchar_t>& owner,
   if (!lock) return failed("The owner stays as it is", lock.error());
   // The owner that the file names decides: a message about a new one may have been lost.
   edit.takeStoredOwner();
+  const std::string before = utf8Text(edit.getOwner());
   if (auto right = isStillRight(); !right) return right;
   iPermissionsManager::instance()->setOwner(
       cookie, owner, isEdit ? iPermissionsManager::eEdit : iPermissionsManager::eShot, true);
@@ -352,6 +353,10 @@ Result<void> giveHeld(EditFile& edit, const LightweightString<wchar_t>& owner,
                   stored.error());
   }
   if (!isEdit) announceLogOwner(cookie, utf8Text(owner));
+  events().audit("owner", {{"cookie", cookie.asString().str()},
+                           textMember("name", openEdits().nameOf(cookie)),
+                           textMember("from", before),
+                           textMember("to", utf8Text(owner))});
   return {};
 }
 

@@ -109,6 +109,11 @@ Result<void> EditActions::restore(const Cookie& cookie, const std::string& versi
   const auto before = bytes ? OtioDocument::parse(*bytes) : Result<OtioDocument>(bytes.error());
   const auto saved = saveAsNewest(cookie, *document);
   // Of a file that could not be read nothing can be brought back.
+  if (saved) {
+    events().audit("version", {{"cookie", cookie.asString().str()},
+                               textMember("name", openEdits().nameOf(cookie)),
+                               {"version", version}});
+  }
   if (saved && before) EditSteps::noteRestore(cookie, *before, *document, version);
   return saved;
 }
@@ -196,6 +201,8 @@ Result<void> EditActions::moveToTrash(const std::vector<Cookie>& cookies,
   for (const Cookie& cookie : cookies) {
     if (auto moved = moveOne(cookie, trashed); moved) {
       deleted.push_back(cookie);
+      events().audit("deleted",
+                     auditedObject(Edits::kindText(cookie), cookie, openEdits().nameOf(cookie)));
     } else {
       const Error& why = moved.error();
       result =
@@ -217,6 +224,8 @@ Result<void> EditActions::takeBack(const Trashed& trashed) {
   }
   // After the lock was given up: telling of it may lead to reading and saving.
   openEdits().takeUpFile(cookie);
+  events().audit("restored",
+                 auditedObject(Edits::kindText(cookie), cookie, openEdits().nameOf(cookie)));
   ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, true); });
   return {};
 }

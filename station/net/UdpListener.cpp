@@ -60,8 +60,10 @@ bool AcceptedNetworks::accepts(Ipv4 sender) {
 
 void AcceptedNetworks::tellOnce(Ipv4 sender) {
   if (told_.size() >= kMaxTold || !told_.insert(sender).second) return;
-  tellNetworkProblem("a sender refused: datagrams from " + textOf(sender) +
-                     " are not taken, since accept_networks does not name its network");
+  const std::string problem = "a sender refused: datagrams from " + textOf(sender) +
+                              " are not taken, since accept_networks does not name its network";
+  tellNetworkProblem(problem);
+  events().audit("refused", {{"problem", problem}});
 }
 
 namespace {
@@ -141,11 +143,12 @@ std::string nameOf(const DeliveryLanes::Source& source) {
 }
 
 void tellLoss(const DeliveryLanes::Loss& loss) {
-  const auto tell = [&loss](std::uint64_t count, const std::string& why) {
+  const auto tell = [&loss](std::uint64_t count, const std::string& why, bool isRefusal = false) {
     if (count == 0) return;
-    tellNetworkProblem(std::to_string(count) + (count == 1 ? " datagram" : " datagrams") + " of " +
-                           nameOf(loss.source) + " dropped, " + why,
-                       count);
+    const std::string problem = std::to_string(count) + (count == 1 ? " datagram" : " datagrams") +
+                                " of " + nameOf(loss.source) + " dropped, " + why;
+    tellNetworkProblem(problem, count);
+    if (isRefusal) events().audit("refused", {{"problem", problem}});
   };
   tell(loss.overLimit,
        "since it sends more than this station takes of one source; see who it is with kv-share "
@@ -153,8 +156,9 @@ void tellLoss(const DeliveryLanes::Loss& loss) {
   tell(
       loss.unsealed,
       "since they are not sealed with the share's key; if a station of yours is there, see that it "
-      "reads the projects directory and that its clock is right");
-  tell(loss.forged, "since their seal is not right: somebody there pretends to be a station");
+      "reads the projects directory and that its clock is right",
+      true);
+  tell(loss.forged, "since their seal is not right: somebody there pretends to be a station", true);
   tell(loss.noRoom,
        "by this station's full queue; what they announced shows when the project is left and "
        "entered again");
@@ -232,7 +236,9 @@ void UdpListener::judgeSender(DeliveryTarget& outlet, const DeliveryLanes::Item&
   if (!outlet.seals->marksUnsealed()) return;
   if (!item.source.isSealed) message.markUnverified();
   const std::string alarm = outlet.impostors.note(message.fields.source, item.sender);
-  if (!alarm.empty()) tellNetworkProblem(alarm);
+  if (alarm.empty()) return;
+  tellNetworkProblem(alarm);
+  events().audit("refused", {{"problem", alarm}});
 }
 
 void UdpListener::tellLeftOutLines(const std::shared_ptr<DeliveryTarget>& outlet) {

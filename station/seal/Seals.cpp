@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "host/base/Log.h"
+#include "station/base/Events.h"
 #include "station/base/HostThread.h"
 #include "station/base/Strings.h"
 #include "station/os/Posix.h"
@@ -166,6 +167,20 @@ void ReplayWindow::forgetOldest() {
       std::ranges::min_element(boots_, {}, [](const auto& entry) { return entry.second.last; }));
 }
 
+namespace {
+
+void auditKeys(const KeyRing& ring) {
+  JsonValue ids = JsonValue::array();
+  std::string used;
+  for (const SealKey& key : ring.keys()) {
+    ids.append(key.idText());
+    if (key.isUsed) used = key.idText();
+  }
+  events().audit("keys", {{"keys", ids}, {"used", used}});
+}
+
+}  // namespace
+
 /// The ring and the thread that follows it. The thread may live longer than the station's Seals
 /// when the share hangs.
 struct Seals::Following {
@@ -193,6 +208,7 @@ struct Seals::Following {
     if (keys) {
       ring = std::make_shared<const KeyRing>(std::move(*keys));
       mark = now;
+      if (!ring->isEmpty()) auditKeys(*ring);
     } else if (!isTold) {
       LogBoth("%s The keys known before are used on.\n", keys.error().message);
     }

@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <fstream>
 #include <future>
+#include <iterator>
 #include <set>
 #include <string>
 #include <thread>
@@ -232,6 +234,55 @@ TEST_F(SealShareTest, TheCommandForKeysSaysWhatItDidAndWhatIsWrong) {
   EXPECT_EQ(keys({"list", id}).status, 2);
   EXPECT_EQ(keys({"use", "nobody"}).status, 1);
   EXPECT_EQ(keys({"remove", id.substr(0, 4), "--force"}).status, 0);
+}
+
+TEST_F(SealShareTest, WhoDidWhatIsInAnAuditLogThatShowsWhetherItWasChanged) {
+  const std::string file = folder_ / "audit.log";
+  const std::string key = addKey();
+  StationProcess& dora = start("DORA", 21, {"--audit", file});
+  StationProcess& emil = start("EMIL", 22);
+  run(dora, "project create Film");
+  run(dora, "project enter Film");
+  const std::string edit = run(dora, "edit create \"Opening titles\"").asString();
+  run(dora, "edit rename " + edit + " Titles");
+  run(dora, "edit save " + edit);
+  run(dora, "edit restore " + edit + " 1");
+  run(dora, "edit delete " + edit);
+  run(dora, "trash restore " + edit);
+  run(dora, "edit give " + edit + " EMIL --force");
+  const std::string bin = run(dora, "bin create Dailies").asString();
+  run(dora, "bin destroy " + bin);
+  run(dora, "trash empty");
+  run(emil, "request 21 identify");
+  await(dora, "audit", {{"what", "command"}});
+  ASSERT_EQ(keys({"add", "--audit", file}).status, 0);
+
+  std::ifstream lines(file);
+  std::vector<std::string> did;
+  for (std::string line; std::getline(lines, line);) {
+    did.push_back((*parseJson(line))["what"].asString());
+  }
+  std::erase(did, "keys");  // at a moment of its own
+  EXPECT_EQ(did, (std::vector<std::string>{"started", "version", "deleted", "restored", "owner",
+                                           "deleted", "emptied", "command", "key"}));
+  const ProgramRun whole = runProgram({KV_SHARE, "audit", "verify", file});
+  EXPECT_EQ(whole.status, 0) << whole.output << whole.errors;
+  EXPECT_NE(whole.output.find("records, each as it was written; the last has the hash "),
+            std::string::npos);
+  std::ifstream again(file);
+  std::string text(std::istreambuf_iterator<char>(again), {});
+  text.replace(text.find("EMIL"), 4, "OTTO");
+  std::ofstream(file) << text;
+  const ProgramRun changed = runProgram({KV_SHARE, "audit", "verify", file});
+  EXPECT_EQ(changed.status, 1);
+  EXPECT_NE(changed.output.find("does not follow from the line before"), std::string::npos);
+}
+
+TEST_F(SealShareTest, AnAuditLogThatCannotBeWrittenIsNoStart) {
+  const ProgramRun refused = runProgram(
+      {KV_STATION, "--projects", folder_ / "projects", "--audit", folder_ / "missing/audit.log"});
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_NE(refused.errors.find("missing/audit.log: "), std::string::npos) << refused.errors;
 }
 
 }  // namespace

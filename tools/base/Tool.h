@@ -67,6 +67,7 @@ void addUsersCommand(CommandLine& line);
 void addWhoCommand(CommandLine& line);
 void addHistoryCommand(CommandLine& line);
 void addKeysCommand(CommandLine& line);
+void addAuditCommand(CommandLine& line);
 void addDoctorCommand(CommandLine& line);
 void addExplainCommand(CommandLine& line);
 void addMeshCommand(CommandLine& line);

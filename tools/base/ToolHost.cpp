@@ -14,8 +14,11 @@
 
 #include "app/base/Options.h"
 #include "station/base/Log.h"
+#include "station/base/StationSettings.h"
 #include "station/os/Posix.h"
 #include "station/os/SharedFiles.h"
+#include "station/project/ProjectFolder.h"
+#include "station/seal/AuditLog.h"
 
 namespace korvel {
 
@@ -194,5 +197,19 @@ void shareAnswered() {
 }
 
 void shareRests() { tell(kRests); }
+
+void declareAudit(CommandOptions& options, std::string& file) {
+  options.text("--audit", "FILE", file, "Keep what was changed, and by whom, in an audit log");
+}
+
+ToolStatus audited(const std::string& file, std::vector<JsonValue::Member> members) {
+  if (file.empty()) return eToolDone;
+  JsonValue record =
+      JsonValue::object({{"time", timeForRecord()}, textMember("user", loginName())});
+  for (auto& [key, value] : members) record.set(key, std::move(value));
+  const auto written = AuditLog(file).append(std::move(record));
+  if (written) return eToolDone;
+  return toolProblem(eToolFinding, "it is not in the audit log: " + written.error().message);
+}
 
 }  // namespace korvel

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "station/base/HostThread.h"
+#include "station/base/Json.h"
 #include "station/base/Result.h"
 #include "station/base/StationSettings.h"
 #include "station/net/NetworkService.h"
@@ -98,6 +99,14 @@ void addShareCommand(CommandLine& line, Command<Request> command) {
   };
   line.add(std::move(command));
 }
+
+/// Declares `--audit FILE`, the audit log in which a change of the share is kept.
+void declareAudit(CommandOptions& options, std::string& file);
+
+/// Keeps a change that was just made, `members` with the time and the user's login name, in the
+/// audit log; nothing where no file was named. What cannot be kept is told, and makes the status a
+/// finding.
+ToolStatus audited(const std::string& file, std::vector<JsonValue::Member> members);
 
 // For code that runs within lookAtShare(); elsewhere they do nothing.
 

@@ -8,6 +8,7 @@
 
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
+#include "station/seal/AuditLog.h"
 #include "station/seal/KeyRing.h"
 #include "station/watch/StationNote.h"
 #include "tools/base/Tool.h"
@@ -20,6 +21,7 @@ namespace {
 struct KeysRequest : ShareRequest {
   std::string action;
   std::string id;
+  std::string audit;
   bool isForced = false;
 };
 
@@ -122,7 +124,10 @@ ToolStatus change(const KeysRequest& request,
     printForPeople(*id + " " + did);
     warnOfReaders(directoryOf(request.path));
   }
-  return eToolDone;
+  return audited(request.audit, {{"what", "key"},
+                                 textMember("directory", directoryOf(request.path)),
+                                 {"action", request.action},
+                                 {"key", *id}});
 }
 
 Result<std::string> use(const KeysRequest& request, KeyRing& ring) {
@@ -182,9 +187,76 @@ void addKeysCommand(CommandLine& line) {
                options.flag("--force", request.isForced,
                             "Use a key that not all know, remove one that is in use");
                options.flag("--json", request.asJson, "One JSON object instead of a table");
+               declareAudit(options, request.audit);
                options.footer(kRotation);
              },
              keys});
+}
+
+// Audit logs: what was done with keys and all else, and whether anybody changed it afterwards.
+
+namespace {
+
+struct AuditRequest {
+  std::string action;
+  std::string file;
+  bool asJson = false;
+};
+
+JsonValue shownFaults(const std::vector<AuditLog::Fault>& faults) {
+  JsonValue shown = JsonValue::array();
+  for (const AuditLog::Fault& each : faults) {
+    shown.append(JsonValue::object(
+        {{"line", static_cast<unsigned long>(each.line)}, {"problem", each.what}}));
+  }
+  return shown;
+}
+
+void printFaults(const std::vector<AuditLog::Fault>& faults) {
+  for (const AuditLog::Fault& each : faults) {
+    printForPeople("line " + std::to_string(each.line) + " " + each.what);
+  }
+}
+
+ToolStatus verify(const AuditRequest& request) {
+  if (request.action != "verify") {
+    return toolProblem(eToolUsage, inQuotes(request.action) + " is not verify");
+  }
+  const auto checked = AuditLog(request.file).check();
+  if (!checked) return toolProblem(eToolFinding, checked.error().message);
+  const bool isWhole = checked->faults.empty();
+  if (request.asJson) {
+    printJson(JsonValue::object({{"whole", isWhole},
+                                 {"records", static_cast<unsigned long>(checked->lines)},
+                                 {"last", checked->last},
+                                 {"faults", shownFaults(checked->faults)},
+                                 {"cut", shownFaults(checked->cut)}}));
+  } else {
+    printFaults(checked->faults);
+    printFaults(checked->cut);
+    printForPeople(countText(checked->lines, "record") +
+                   (isWhole ? ", each as it was written" : ", not all as they were written") +
+                   "; the last has the hash " + checked->last);
+  }
+  return isWhole ? eToolDone : eToolFinding;
+}
+
+}  // namespace
+
+void addAuditCommand(CommandLine& line) {
+  line.add(Command<AuditRequest>{
+      "audit", "Show whether an audit log is as it was written",
+      [](CommandOptions& options, AuditRequest& request) {
+        options.word("ACTION", request.action, "verify");
+        options.offer({"verify"});
+        options.word("FILE", request.file, "The file of kv-station --audit");
+        options.flag("--json", request.asJson, "One JSON object instead of lines");
+        options.footer(
+            "Keep the hash of the last record elsewhere: it shows later whether records were cut "
+            "off the end, or the whole was written anew. Exit status: 0; 1 when something was "
+            "changed.");
+      },
+      verify});
 }
 
 }  // namespace korvel

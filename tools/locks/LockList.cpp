@@ -244,6 +244,7 @@ namespace {
 
 struct Request : ShareRequest {
   std::string lock;
+  std::string audit;
   bool isAgreed = false;
 };
 
@@ -272,7 +273,7 @@ bool userAgrees(const LockEntry& lock) {
 /// Removes the information file while this process holds the lock, so that it cannot be that of a
 /// new holder. Then removes the lock file with the file manager, which takes the lock itself and
 /// leaves a lock alone that a station has taken meanwhile.
-ToolStatus removeLock(const LockEntry& lock) {
+ToolStatus removeLock(const LockEntry& lock, const std::string& audit) {
   iFileManager& files = OS().fileManager();
   const auto path = wideText(lockFileOf(lock));
   auto held = files.openFile(path, eFileReadWrite, eFileOpenExisting, eFileShareNone, eFileNoFlags);
@@ -286,7 +287,10 @@ ToolStatus removeLock(const LockEntry& lock) {
   if (!files.removeFile(path)) return refuseHeld(lock);
   std::cout << "removed " << shownText(lock.path) << (hadName ? " and its information file" : "")
             << ", left behind by " << holderOf(lock) << '\n';
-  return eToolDone;
+  return audited(audit, {{"what", "broken"},
+                         textMember("directory", settings().projectsDirectory),
+                         textMember("lock", lock.path),
+                         textMember("holder", lock.holder)});
 }
 
 ToolStatus breakOne(const LockEntry& lock, const Request& request) {
@@ -299,7 +303,7 @@ ToolStatus breakOne(const LockEntry& lock, const Request& request) {
     default:
       break;
   }
-  if (request.isAgreed || userAgrees(lock)) return removeLock(lock);
+  if (request.isAgreed || userAgrees(lock)) return removeLock(lock, request.audit);
   return toolProblem(eToolFinding, "nothing was removed");
 }
 
@@ -330,6 +334,7 @@ void addBreakCommand(CommandLine& line) {
          options.word("LOCK", request.lock,
                       "As kv-share locks shows it, or a project's or room's name");
          options.flag("--yes", request.isAgreed, "Do not ask before");
+         declareAudit(options, request.audit);
          options.footer(
              "Refuses while anybody holds the lock. Exit status: 0; 1 when nothing was removed.");
        },
