@@ -176,6 +176,9 @@ TEST_F(WindowSafetyTest, GivingFillsNothingInAndOffersEverybodyElse) {
   script += "user add ANNA\nuser add BEN\n";
   play([](MainWindow& window) {
     ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Pier").isEmpty(); }));
+    // The script's last line, which comes after the edits.
+    ASSERT_TRUE(waitFor(
+        [&] { return window.snapshot()->owners && window.snapshot()->owners->contains("BEN"); }));
     clickEdit(window, "Pier");
     QTest::keyClick(&window, Qt::Key_G, Qt::ControlModifier);
     const QPointer<QDialog> dialog = dialogOf(window, "actionDialog");

@@ -570,7 +570,7 @@ TEST_F(WindowWaysTest, SeveralFilesAreImportedAtOnceAndABadOneIsNamed) {
   write("one.otio", edit("One"));
   write("two.otio", edit("Two"));
   play([this](MainWindow& window) {
-    ASSERT_TRUE(waitFor([&] { return window.snapshot() && window.snapshot()->objects[0]; }));
+    ASSERT_TRUE(waitFor([&] { return window.objects().rows(ObjectKind::eEdits).size() == 2; }));
     window.menus().action("edit import {0}")->trigger();
     QPointer<QDialog> dialog;
     ASSERT_TRUE(waitFor([&] { return (dialog = window.findChild<QDialog*>("actionDialog")); }));
