@@ -56,13 +56,16 @@ std::string recipientAdvice(const std::string& user) {
 }
 
 std::string messageAdvice(const std::string& text) {
+  std::string advice;
   if (text.starts_with('d')) {
-    return "Your message begins with a small \"d\", as only messages between stations do: others "
-           "see it as a notification alone, and stations of earlier versions not at all. Begin it "
-           "with a capital \"D\" or another word.";
+    advice =
+        "Your message begins with a small \"d\", as only messages between stations do: others see "
+        "it as a notification alone, and stations of earlier versions not at all. Begin it with a "
+        "capital \"D\" or another word.";
   }
-  if (travelsWhole(text)) return {};
-  return "Your message holds a character that messages cannot carry, such as \"\u20AC\" or "
+  if (travelsWhole(text)) return advice;
+  return advice + (advice.empty() ? "" : " ") +
+         "Your message holds a character that messages cannot carry, such as \"\u20AC\" or "
          "\"\u00AC\": others see it cut there. Write it without.";
 }
 

@@ -372,16 +372,35 @@ void ActionRunner::remove(const ActionSpec& action, const std::vector<ObjectRow>
 
 // The dialog keeps the words of the moment in which it opened: the selection may change meanwhile.
 void ActionRunner::askFields(const ActionSpec& action) {
+  askFields(action, targetWords(action.target))->show();
+}
+
+ActionDialog* ActionRunner::askFields(const ActionSpec& action, const QStringList& words) {
   std::vector<FieldContent> contents;
   for (const ActionField& field : action.fields) contents.push_back(fieldContent(field));
   auto* dialog = new ActionDialog(action, contents, &window_);
-  const QStringList words = targetWords(action.target);
   connect(dialog, &ActionDialog::filled, this, [this, &action, words](const QStringList& values) {
     const QStringList files = values.front().split(QLatin1Char('\n'));
     if (files.size() > 1) return import(action, files);
     const QString line = filledLine(action, words, values);
-    isGift(action) ? give(line, values.front()) : runDoubtful(line);
+    if (isGift(action)) return give(line, values.front());
+    runDoubtful(line, [this, &action, words, values](const CommandOutcome& outcome) {
+      askAgain(action, words, values, outcome);
+    });
   });
+  return dialog;
+}
+
+// Of two times that were typed one may be wrong: neither is to be typed a second time.
+void ActionRunner::askAgain(const ActionSpec& action, const QStringList& words,
+                            const QStringList& values, const CommandOutcome& outcome) {
+  if (outcome.succeeded || outcome.line.isEmpty()) return;
+  if (outcome.code != ErrorCode::eUsage && outcome.code != ErrorCode::eExists &&
+      outcome.code != ErrorCode::eRefused) {
+    return;
+  }
+  ActionDialog* const dialog = askFields(action, words);
+  dialog->correct(values, outcome.text);
   dialog->show();
 }
 

@@ -14,6 +14,7 @@
 
 namespace korvel {
 
+class ActionDialog;
 class Question;
 
 /// Does what the menus, the keys and the lists ask for, with what is chosen: asks for what an
@@ -76,6 +77,9 @@ class ActionRunner : public QObject {
   [[nodiscard]] FieldContent fieldContent(const ActionField& field) const;
   void fillChoices(FieldContent& content, const ActionField& field) const;
   void askFields(const ActionSpec& action);
+  ActionDialog* askFields(const ActionSpec& action, const QStringList& words);
+  void askAgain(const ActionSpec& action, const QStringList& words, const QStringList& values,
+                const CommandOutcome& outcome);
   void askBeforeDeleting(const ActionSpec& action);
   void nameOpeners(const QPointer<Question>& question, const std::vector<ObjectRow>& rows);
   void askBeforeEmptying(std::size_t count);

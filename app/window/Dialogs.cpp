@@ -208,6 +208,24 @@ ActionDialog::ActionDialog(const ActionSpec& action, const std::vector<FieldCont
   check();
 }
 
+void ActionDialog::correct(const QStringList& values, const QString& why) {
+  for (int i = 0; i < std::min<int>(values.size(), static_cast<int>(inputs_.size())); ++i) {
+    QWidget* const input = inputs_[static_cast<std::size_t>(i)];
+    if (auto* const edit = qobject_cast<QLineEdit*>(input)) {
+      edit->setText(values[i]);
+    } else if (auto* const choice = qobject_cast<QComboBox*>(input)) {
+      const int known = choice->findData(values[i]);
+      choice->setEditText(known < 0 ? values[i] : choice->itemText(known));
+    }
+  }
+  auto* const reason = new QLabel(why);
+  reason->setObjectName(QStringLiteral("reason"));
+  reason->setTextFormat(Qt::PlainText);
+  reason->setWordWrap(true);
+  qobject_cast<QVBoxLayout*>(layout())->insertWidget(0, reason);
+  resize(width(), sizeHint().height());
+}
+
 QWidget* ActionDialog::makeField(const ActionField& field, const FieldContent& content) {
   const bool isFile = field.kind == Kind::eOpenFile || field.kind == Kind::eImportFiles ||
                       field.kind == Kind::eSaveFile;

@@ -84,6 +84,9 @@ class ActionDialog : public QDialog {
   ActionDialog(const ActionSpec& action, const std::vector<FieldContent>& contents,
                QWidget* parent);
 
+  /// Fills in what was typed before, and says why it was refused.
+  void correct(const QStringList& values, const QString& why);
+
  Q_SIGNALS:
   void filled(const QStringList& values);
 

@@ -174,10 +174,16 @@ void WindowMenus::buildViewMenu() {
              [this] { panes_.objects->startSearch(); });
   menus_.add(view, QStringLiteral("Next &pane"), QStringLiteral("F6"),
              [this] { layout_.focusNextPane(); });
-  menus_.add(view, QStringLiteral("Show another station's &change"), QStringLiteral("F7"), [this] {
-    MessageBar& change = panes_.detail->changeBar();
-    if (change.isVisible()) Q_EMIT change.acted(0);
-  });
+  MessageBar& news = panes_.detail->changeBar();
+  QAction& show = menus_.add(view, QStringLiteral("Show another station's &change"),
+                             QStringLiteral("F7"), [&news] { Q_EMIT news.acted(0); });
+  const auto allow = [&show](bool isTelling) {
+    setAllowed(show, isTelling
+                         ? QString()
+                         : QStringLiteral("No change of another station's waits to be shown."));
+  };
+  QObject::connect(&news, &MessageBar::tells, &show, allow);
+  allow(!news.isHidden());
   seenAction_ = &menus_.add(view, QStringLiteral("&Mark all news as seen"),
                             QStringLiteral("Shift+F7"), [this] {
                               panes_.objects->markAllSeen();

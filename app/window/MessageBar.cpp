@@ -137,6 +137,17 @@ void MessageBar::resizeEvent(QResizeEvent* event) {
   showText();
 }
 
+void MessageBar::showEvent(QShowEvent* event) {
+  QFrame::showEvent(event);
+  Q_EMIT tells(true);
+}
+
+void MessageBar::hideEvent(QHideEvent* event) {
+  QFrame::hideEvent(event);
+  // Behind another tab it goes on telling.
+  Q_EMIT tells(!isHidden());
+}
+
 namespace {
 
 constexpr qsizetype kLongestAnswer = 200;  // letters of an answer that needs no dialog

@@ -42,8 +42,13 @@ class MessageBar : public QFrame {
   /// The user chose an offered action; counted from zero.
   void acted(int which);
 
+  /// It tells something from now on, or nothing any more.
+  void tells(bool isTelling);
+
  private:
   void resizeEvent(QResizeEvent* event) override;
+  void showEvent(QShowEvent* event) override;
+  void hideEvent(QHideEvent* event) override;
   void showText();
   void placeButtons();
 

@@ -99,6 +99,12 @@ TEST_F(AnswersTest, WhoBeginsAMessageAsStationsDoIsWarned) {
   EXPECT_EQ(said.find("begins with a small"), said.rfind("begins with a small")) << said;
 }
 
+TEST_F(AnswersTest, AMessageWithTwoFaultsIsWarnedOfBoth) {
+  const std::string said = answers("say <All> \"dinner for 10 \xE2\x82\xAC?\"\n");
+  EXPECT_NE(said.find("begins with a small \"d\""), said.npos) << said;
+  EXPECT_NE(said.find("others see it cut"), said.npos) << said;
+}
+
 TEST_F(AnswersTest, WhoWritesToNobodyKnownLearnsHowToAddAUser) {
   const std::string said = answers("say CARL hello\n");
   EXPECT_NE(said.find("There is no user \"CARL\" to write to"), said.npos) << said;

@@ -200,6 +200,28 @@ TEST_F(WindowSafetyTest, GivingFillsNothingInAndOffersEverybodyElse) {
   });
 }
 
+TEST_F(WindowSafetyTest, WhatWasRefusedIsAskedOnceMoreWithWhatWasTyped) {
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Pier").isEmpty(); }));
+    clickEdit(window, "Pier");
+    QTest::keyClick(&window, Qt::Key_F2);
+    const QString tooLong(1100, 'x');
+    const QPointer<QDialog> dialog = dialogOf(window, "actionDialog");
+    ASSERT_TRUE(dialog);
+    dialog->findChild<QLineEdit*>()->setText(tooLong);
+    ASSERT_TRUE(answer(window, "actionDialog", "Rename"));
+    QLabel* reason = nullptr;
+    ASSERT_TRUE(waitFor([&] { return reason = window.findChild<QLabel*>("reason"); }));
+    EXPECT_FALSE(reason->text().isEmpty());
+    auto* const typed = reason->parentWidget()->findChild<QLineEdit*>();
+    EXPECT_EQ(typed->text(), tooLong);
+    typed->setText("Mole");
+    ASSERT_TRUE(waitFor([&] { return !dialog; }));
+    ASSERT_TRUE(answer(window, "actionDialog", "Rename"));
+    EXPECT_TRUE(waitFor([&] { return !keyOf(window, "Mole").isEmpty(); }));
+  });
+}
+
 TEST_F(WindowSafetyTest, GivingToAnUnknownOrReservedNameIsAskedAbout) {
   script += "user add BEN\n";
   play([](MainWindow& window) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <QAction>
 #include <QComboBox>
 #include <QDockWidget>
 #include <QLineEdit>
@@ -9,7 +10,9 @@
 #include <QPlainTextEdit>
 #include <QToolButton>
 #include <QTreeView>
+#include <algorithm>
 #include <fstream>
+#include <stdexcept>
 
 #include "app/commands/Command.h"
 #include "app/window/ActionTable.h"
@@ -185,6 +188,18 @@ TEST_F(WindowTest, OfSeveralNotificationsNoneIsOverlooked) {
   });
 }
 
+namespace {
+
+QAction& actionOf(const MainWindow& window, const QString& text) {
+  const auto actions = window.findChildren<QAction*>();
+  const auto found =
+      std::ranges::find_if(actions, [&text](const QAction* each) { return each->text() == text; });
+  if (found == actions.end()) throw std::runtime_error("no action " + text.toStdString());
+  return **found;
+}
+
+}  // namespace
+
 TEST_F(WindowTest, ARemoteChangeIsMarkedUntilItIsLookedAtAndNothingMovesUnderTheHand) {
   script = kHarbour;
   play([this](MainWindow& window) {
@@ -199,12 +214,16 @@ TEST_F(WindowTest, ARemoteChangeIsMarkedUntilItIsLookedAtAndNothingMovesUnderThe
     EXPECT_TRUE(waitFor([&] { return model.hasNews(model.rowOf(key)); }));
     clickEdit(window, "Quay");
     EXPECT_FALSE(model.hasNews(model.rowOf(key)));
+    QAction& show = actionOf(window, "Show another station's &change");
+    EXPECT_FALSE(show.isEnabled());
     EXPECT_TRUE(ben.command("edit rename Quay Pier")["ok"].asBool());
     EXPECT_TRUE(ben.command("edit save Pier")["ok"].asBool());
     EXPECT_TRUE(waitFor([&] { return window.detail().changeBar().isVisible(); }));
     EXPECT_TRUE(model.hasNews(model.rowOf(key)));
+    EXPECT_TRUE(show.isEnabled());
     QTest::keyClick(&window, Qt::Key_F7);
     EXPECT_TRUE(waitFor([&] { return !model.hasNews(model.rowOf(key)); }));
+    EXPECT_TRUE(waitFor([&] { return !show.isEnabled(); }));
   });
 }
 
@@ -232,17 +251,13 @@ TEST_F(WindowTest, WhatAnotherDidIsStillNewsAfterTheProjectWasLeftAndMayBeMarked
         << news("Quay").toStdString();
     EXPECT_TRUE(waitFor([&] { return news("Pier").startsWith("new by BEN"); }))
         << news("Pier").toStdString();
-    const auto actions = window.findChildren<QAction*>();
-    const auto isSeen = [](const QAction* each) {
-      return each->text() == "&Mark all news as seen";
-    };
-    const auto seen = std::ranges::find_if(actions, isSeen);
-    ASSERT_TRUE(seen != actions.end() && (*seen)->isEnabled());
+    QAction& seen = actionOf(window, "&Mark all news as seen");
+    ASSERT_TRUE(seen.isEnabled());
     window.activateWindow();
     ASSERT_TRUE(waitFor([&] { return window.isActiveWindow(); }));
     QTest::keyClick(&window, Qt::Key_F7, Qt::ShiftModifier);
     EXPECT_EQ(news("Quay") + news("Pier"), "");
-    EXPECT_FALSE((*seen)->isEnabled());
+    EXPECT_FALSE(seen.isEnabled());
     EXPECT_FALSE(window.objects().hasNews());
   });
 }
