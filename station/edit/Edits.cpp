@@ -15,10 +15,21 @@
 
 namespace korvel {
 
+// Objects of a folder that is read come in their order, behind all that are there.
 void EditIndex::put(const Cookie& cookie, EditSummary summary) {
-  remove(cookie);
-  if (summary.problem.empty()) byName_.emplace(summary.name, cookie);
-  summaries_.emplace(cookie, std::move(summary));
+  const bool isLast = summaries_.empty() || summaries_.rbegin()->first < cookie;
+  if (!isLast) remove(cookie);
+  if (byName_ && summary.problem.empty()) byName_->emplace(summary.name, cookie);
+  summaries_.emplace_hint(summaries_.end(), cookie, std::move(summary));
+}
+
+EditIndex::Names& EditIndex::names() const {
+  if (byName_) return *byName_;
+  byName_.emplace(summaries_.size());
+  for (const auto& [cookie, summary] : summaries_) {
+    if (summary.problem.empty()) byName_->emplace(summary.name, cookie);
+  }
+  return *byName_;
 }
 
 void EditIndex::remove(const Cookie& cookie) {
@@ -30,10 +41,11 @@ void EditIndex::remove(const Cookie& cookie) {
 }
 
 void EditIndex::removeName(const Cookie& cookie, const std::string& name) {
-  auto [at, end] = byName_.equal_range(name);
+  if (!byName_) return;
+  auto [at, end] = byName_->equal_range(name);
   for (; at != end; ++at) {
     if (at->second == cookie) {
-      byName_.erase(at);
+      byName_->erase(at);
       return;
     }
   }
@@ -41,7 +53,7 @@ void EditIndex::removeName(const Cookie& cookie, const std::string& name) {
 
 void EditIndex::clear() {
   summaries_.clear();
-  byName_.clear();
+  byName_.reset();
   stale_.clear();
   forgotten_.clear();
 }
@@ -52,7 +64,7 @@ const EditSummary* EditIndex::find(const Cookie& cookie) const {
 }
 
 void EditIndex::findByName(const std::string& name, std::vector<NamedObject>& found) const {
-  auto [at, end] = byName_.equal_range(name);
+  auto [at, end] = names().equal_range(name);
   for (; at != end; ++at) found.push_back({at->second, name});
 }
 
@@ -111,7 +123,9 @@ Cookie Edits::cookieOfFile(const std::string& name) {
   if (name.size() <= kEditEnding.size() || !name.ends_with(kEditEnding)) return {};
   const Cookie cookie(name.substr(0, name.size() - kEditEnding.size()).c_str(), false);
   const bool isEdit = cookie.getType() == CookieTypeEdit || cookie.getType() == CookieTypeShot;
-  return isEdit && name == cookie.asString().str() + std::string(kEditEnding) ? cookie : Cookie();
+  // Only the usual spelling, or two files could stand for one object.
+  const std::string_view stem(name.data(), name.size() - kEditEnding.size());
+  return isEdit && cookie.asString().view() == stem ? cookie : Cookie();
 }
 
 const char* Edits::kindText(const Cookie& cookie) {
@@ -122,7 +136,7 @@ void Edits::enter(const OpenProject& project, const std::vector<std::string>&) {
   folder_ = project.folder;
   shown_ = project.shown;
   std::vector<std::string> unread;
-  for (const auto& [name, stamp] : project.listing.files) {
+  for (const auto& [name, stamp] : project.listing->files) {
     const Cookie cookie = cookieOfFile(name);
     if (cookie.isNull()) continue;
     if (auto summary = summaryInCache(project, name, stamp)) {
@@ -131,7 +145,7 @@ void Edits::enter(const OpenProject& project, const std::vector<std::string>&) {
       unread.push_back(name);
     }
   }
-  for (const std::string& name : project.listing.others) {
+  for (const std::string& name : project.listing->others) {
     const Cookie cookie = cookieOfFile(name);
     if (!cookie.isNull()) enterOne(cookie, readListedSummary(folder_ + "/" + name));
   }
@@ -161,7 +175,7 @@ void Edits::enterUnread(const OpenProject& project, const std::vector<std::strin
     auto& [stamp, summary] = *read[each];
     // A file that was not at rest may change again within the same tick of the share's clock, with
     // the same stamp.
-    if (project.cache && isAtRest(stamp, project.listing)) {
+    if (project.cache && isAtRest(stamp, *project.listing)) {
       project.cache->put(names[each], stamp, keptText(summary));
     }
     enterOne(cookie, std::move(summary));

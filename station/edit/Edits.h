@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -53,10 +54,13 @@ class EditIndex {
   std::set<Cookie> takeStale() { return std::exchange(stale_, {}); }
 
  private:
+  using Names = std::unordered_multimap<std::string, Cookie>;
+
   void removeName(const Cookie& cookie, const std::string& name);
+  Names& names() const;
 
   std::map<Cookie, EditSummary> summaries_;
-  std::unordered_multimap<std::string, Cookie> byName_;
+  mutable std::optional<Names> byName_;  ///< made when it is first asked for
   std::set<Cookie> stale_;
   std::set<Cookie> forgotten_;
 };

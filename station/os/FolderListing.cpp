@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <memory>
 #include <new>
 #include <thread>
 
@@ -39,45 +40,85 @@ FileStamp stampOf(const struct statx& status) {
           status.stx_nlink};
 }
 
-bool stampOpen(int descriptor, FileStamp& stamp) {
-  struct statx status {};
-  if (!lookAt(descriptor, "", status)) return false;
-  stamp = stampOf(status);
-  return true;
+/// A wanted name of a folder, and what is there.
+struct Entry {
+  enum class Kind { eVanished, eFile, eOther };
+
+  std::string name;
+  Kind kind = Kind::eVanished;
+  FileStamp stamp;
+};
+
+/// How many bytes of entries are read before the states of their files are asked for: some 1 800
+/// names. NFS sends names and states together as long as the states are asked for in between.
+constexpr std::size_t kBlock = std::size_t{128} << 10;
+
+/// How many states one thread asks for.
+constexpr std::size_t kStatesAtOnce = 256;
+
+std::vector<Entry> wantedIn(const char* block, std::size_t size, WantedName isWanted) {
+  std::vector<Entry> wanted;
+  for (std::size_t at = 0; at < size;) {
+    const auto* const entry = reinterpret_cast<const dirent64*>(block + at);
+    if (isWanted(entry->d_name)) wanted.push_back({entry->d_name, {}, {}});
+    at += entry->d_reclen;
+  }
+  return wanted;
 }
 
-/// A file that vanishes while the folder is read is not in the listing.
-void addEntry(int folder, const char* name, FolderListing& listing) {
-  struct statx status {};
-  if (!lookAt(folder, name, status)) return;
-  if (S_ISREG(status.stx_mode)) {
-    listing.files.emplace(name, stampOf(status));
-  } else {
-    listing.others.emplace_back(name);
-  }
+/// Several threads, since each state may take a round trip, and always takes this machine some
+/// time.
+void stampAll(int folder, std::vector<Entry>& entries) {
+  inFlight((entries.size() + kStatesAtOnce - 1) / kStatesAtOnce, [&](std::size_t part) {
+    const std::size_t end = std::min(entries.size(), (part + 1) * kStatesAtOnce);
+    for (std::size_t at = part * kStatesAtOnce; at < end; ++at) {
+      struct statx status {};
+      if (!lookAt(folder, entries[at].name.c_str(), status)) continue;
+      entries[at].kind = S_ISREG(status.stx_mode) ? Entry::Kind::eFile : Entry::Kind::eOther;
+      entries[at].stamp = stampOf(status);
+    }
+  });
 }
 
 }  // namespace
 
+StampedFiles::StampedFiles(std::vector<File> files) : files_(std::move(files)) {
+  std::ranges::sort(files_, {}, &File::name);
+  const auto doubled = std::ranges::unique(files_, {}, &File::name);
+  files_.erase(doubled.begin(), doubled.end());
+}
+
+const FileStamp* StampedFiles::find(std::string_view name) const {
+  const auto at = std::ranges::lower_bound(files_, name, {}, &File::name);
+  return at != files_.end() && at->name == name ? &at->stamp : nullptr;
+}
+
 Result<FolderListing> listStamped(const std::string& folder, WantedName isWanted) {
-  const OpenFolder directory(::opendir(folder.c_str()));
-  FolderListing listing;
+  const Descriptor directory(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  struct statx status {};
   // Stamped before the entries are read: a change meanwhile shows as another stamp at the next
   // look.
-  if (!directory || !stampOpen(::dirfd(directory.get()), listing.folder)) {
+  if (!directory.isOpen() || !lookAt(directory.get(), "", status)) {
     return errorFromErrno(errno, "list", folder);
   }
   // NFS keeps a folder's names for as long as its time of change stays, but the states of its files
   // for seconds. Once it has forgotten the names, it asks for both together, a hundred in one round
   // trip, instead of for each state.
-  ::posix_fadvise(::dirfd(directory.get()), 0, 0, POSIX_FADV_DONTNEED);
-  // readdir() returns null at the end and on failure; only errno tells the two apart.
-  errno = 0;
-  while (const dirent* const entry = ::readdir(directory.get())) {
-    if (isWanted(entry->d_name)) addEntry(::dirfd(directory.get()), entry->d_name, listing);
-    errno = 0;
+  ::posix_fadvise(directory.get(), 0, 0, POSIX_FADV_DONTNEED);
+  FolderListing listing{stampOf(status), {}, {}};
+  std::vector<StampedFiles::File> files;
+  const auto block = std::make_unique_for_overwrite<char[]>(kBlock);
+  ssize_t size = 0;
+  while ((size = ::getdents64(directory.get(), block.get(), kBlock)) > 0) {
+    std::vector<Entry> entries = wantedIn(block.get(), static_cast<std::size_t>(size), isWanted);
+    stampAll(directory.get(), entries);
+    for (Entry& each : entries) {
+      if (each.kind == Entry::Kind::eFile) files.push_back({std::move(each.name), each.stamp});
+      if (each.kind == Entry::Kind::eOther) listing.others.push_back(std::move(each.name));
+    }
   }
-  if (errno != 0) return errorFromErrno(errno, "list", folder);
+  if (size < 0) return errorFromErrno(errno, "list", folder);
+  listing.files = StampedFiles(std::move(files));
   return listing;
 }
 

@@ -32,11 +32,38 @@ struct FileStamp {
   }
 };
 
-/// A folder's files by name, each as it was when the folder was read. The folder's own stamp is
-/// older than all of them: a change after it shows in the next stamp of the folder.
+/// Files by name. One thread may change it; any number may look at it then.
+class StampedFiles {
+ public:
+  struct File {
+    std::string name;
+    FileStamp stamp;
+  };
+
+  StampedFiles() = default;
+
+  /// Of two files of one name one stays.
+  explicit StampedFiles(std::vector<File> files);
+
+  /// The stamp of the file of this name, or null.
+  [[nodiscard]] const FileStamp* find(std::string_view name) const;
+
+  [[nodiscard]] bool contains(std::string_view name) const { return find(name) != nullptr; }
+  [[nodiscard]] bool empty() const { return files_.empty(); }
+
+  // In the order of their names.
+  [[nodiscard]] auto begin() const { return files_.begin(); }
+  [[nodiscard]] auto end() const { return files_.end(); }
+
+ private:
+  std::vector<File> files_;
+};
+
+/// A folder's files, each as it was when the folder was read. The folder's own stamp is older than
+/// all of them: a change after it shows in the next stamp of the folder.
 struct FolderListing {
   FileStamp folder;
-  std::map<std::string, FileStamp> files;
+  StampedFiles files;
   std::vector<std::string> others;  ///< wanted names that are no plain files: links and folders
 };
 

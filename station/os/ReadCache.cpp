@@ -237,8 +237,13 @@ ReadCache::ReadCache(std::string directory, std::string folder, std::size_t most
     const bool isOwned = ::lstat(directory.c_str(), &status) == 0 && isOwn(status);
     if (isOwned) loading->bytes = readOwn(path, most);
   });
-  // The thread may still be filling `loading`: its bytes must not be looked at.
-  if (!loading->awaitEnd()) return;
+  loading_ = loading;
+}
+
+void ReadCache::awaitRows() const {
+  const auto loading = std::exchange(loading_, nullptr);
+  // A thread that takes longer may still be filling `loading`: its bytes must not be looked at.
+  if (!loading || !loading->awaitEnd()) return;
   read_ = std::shared_ptr<const std::string>(loading, &loading->bytes);
   takeRows(*read_);
 }
@@ -249,7 +254,7 @@ ReadCache::~ReadCache() {
   if (saving_) saving_->awaitEnd();
 }
 
-void ReadCache::takeRows(const std::string& bytes) {
+void ReadCache::takeRows(const std::string& bytes) const {
   Reader head(bytes);
   const bool isOurs = head.take(kMagic.size()) == kMagic && head.number() == kByteOrder;
   const std::uint64_t sum = head.number();
@@ -268,6 +273,7 @@ void ReadCache::takeRows(const std::string& bytes) {
 }
 
 const ReadCache::Row* ReadCache::rowOf(std::string_view name) const {
+  awaitRows();
   if (next_ >= rows_.size() || rows_[next_].name != name) {
     // Names are mostly asked for in their order, so the next row is the right one; else search.
     const auto at = std::ranges::lower_bound(rows_, name, {}, &Row::name);
@@ -288,6 +294,7 @@ const std::string_view* ReadCache::find(std::string_view name, const FileStamp& 
 }
 
 bool ReadCache::holds(std::string_view name) const {
+  awaitRows();
   return fresh_.contains(name) || std::ranges::binary_search(rows_, name, {}, &Row::name);
 }
 
@@ -300,6 +307,7 @@ void ReadCache::put(std::string_view name, const FileStamp& stamp, std::string_v
 }
 
 std::string ReadCache::bytes() const {
+  awaitRows();
   std::string body;
   add(body, folder_);
   const auto addRow = [&body](std::string_view name, const FileStamp& stamp,

@@ -26,8 +26,8 @@ class ReadCache {
   /// The largest directory of caches, in bytes; beyond it the oldest are thrown out.
   static constexpr std::size_t kMostBytes = std::size_t{64} << 20;
 
-  /// Reads the cache of `folder` in this directory; an empty directory means that nothing is kept.
-  /// What cannot be read within a second counts as empty.
+  /// Begins to read the cache of `folder` in this directory; an empty directory means that nothing
+  /// is kept. What cannot be read within a second of the first question counts as empty.
   ReadCache(std::string directory, std::string folder, std::size_t most = kMostBytes);
   ReadCache(const ReadCache&) = delete;
   ReadCache& operator=(const ReadCache&) = delete;
@@ -64,16 +64,18 @@ class ReadCache {
   class Loading;
   class Saving;
 
-  void takeRows(const std::string& bytes);
+  void awaitRows() const;
+  void takeRows(const std::string& bytes) const;
   [[nodiscard]] const Row* rowOf(std::string_view name) const;
   [[nodiscard]] std::string bytes() const;
 
   const std::string directory_;
   const std::string folder_;
   const std::size_t most_;
-  std::shared_ptr<const std::string> read_;  ///< what rows_ look into
-  std::vector<Row> rows_;                    ///< in the order of their names
-  mutable std::size_t next_ = 0;             ///< the row that is likely to be asked for next
+  mutable std::shared_ptr<Loading> loading_;         ///< null once the rows are there
+  mutable std::shared_ptr<const std::string> read_;  ///< what rows_ look into
+  mutable std::vector<Row> rows_;                    ///< in the order of their names
+  mutable std::size_t next_ = 0;  ///< the row that is likely to be asked for next
   std::map<std::string, Fresh, std::less<>> fresh_;
   bool isChanged_ = false;
   std::shared_ptr<Saving> saving_;

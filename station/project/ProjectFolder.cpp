@@ -1,6 +1,7 @@
 #include "station/project/ProjectFolder.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -108,8 +109,12 @@ bool isProjectFile(std::string_view name) {
   const std::size_t dot = name.rfind('.');
   if (dot == std::string_view::npos || dot == 0) return false;
   const std::string_view ending = name.substr(dot);
-  if (ending != ".otio" && ending != ".json") return false;
-  return !Cookie(std::string(name.substr(0, dot)).c_str(), false).isNull();
+  if (ending != kEditEnding && ending != kRecordEnding) return false;
+  // No cookie's text is as long; a text on the stack costs a large folder no memory.
+  std::array<char, 64> stem{};
+  if (dot >= stem.size()) return false;
+  name.copy(stem.data(), dot);
+  return !Cookie(stem.data(), false).isNull();
 }
 
 std::string pathInNamedProject(const std::string& fileName) {
@@ -205,8 +210,12 @@ ProjectRecords::Look ProjectRecords::lookAtProject(const Cookie& project,
     look.record = readProjectRecord(project);
     return look;
   }
+  const auto isHeld = [&] {
+    const std::lock_guard lock(cacheMutex);
+    return cache_.holds(name);
+  };
   // The file's own state is a question more, so it is asked only where that may spare the reading.
-  if (const auto stamp = cache_.holds(name) ? stampOfFile(path) : Error()) {
+  if (const auto stamp = isHeld() ? stampOfFile(path) : Error()) {
     const std::lock_guard lock(cacheMutex);
     if (const auto* const kept = cache_.find(name, *stamp)) {
       look.record = parseProjectRecord(project, std::string(*kept));

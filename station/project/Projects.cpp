@@ -318,17 +318,21 @@ Result<void> Projects::open(const Found& project) {
     if (auto locked = lock(cookie, project.record.name); !locked) return locked;
   }
   const auto record = readProjectRecord(cookie);
+  // First: it is read while the folder is listed.
+  const auto cache = std::make_shared<ReadCache>(settings().cache, projectFolder(cookie));
   auto listing = listStamped(projectFolder(cookie), isProjectFile);
   if (!record || !listing) {
     if (project.record.isPrivate) iProjectShare::instance()->unlockCurrentlyLockedProject();
     return record ? listing.error() : record.error();
   }
   std::vector<std::string> files = listing->others;
-  for (const auto& [name, stamp] : listing->files) files.push_back(name);
-  current_ = std::make_unique<OpenProject>(OpenProject{
-      cookie, record->name, projectFolder(cookie), project.record.isPrivate, std::move(*listing),
-      std::make_shared<ReadCache>(settings().cache, projectFolder(cookie)),
-      std::make_shared<NewlyShown>()});
+  for (const auto& [name, stamp] : listing->files) {
+    if (!name.ends_with(kEditEnding)) files.push_back(name);
+  }
+  current_ = std::make_unique<OpenProject>(
+      OpenProject{cookie, record->name, projectFolder(cookie), project.record.isPrivate,
+                  std::make_shared<const FolderListing>(std::move(*listing)), cache,
+                  std::make_shared<NewlyShown>()});
   directory()->addProof(cookie.asString().str() + "/project.json");
   flushPermissions();
   enterParts(files);

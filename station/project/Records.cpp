@@ -32,10 +32,8 @@ Wanted wantedOf(const OpenProject& project, const std::vector<std::string>& file
   for (const std::string& name : files) {
     ListedRecord record{recordCookie(name, kinds), name};
     if (record.cookie.isNull()) continue;
-    if (const auto at = project.listing.files.find(name); at != project.listing.files.end()) {
-      record.stamp = &at->second;
-      if (project.cache) record.kept = project.cache->find(name, at->second);
-    }
+    record.stamp = project.listing->files.find(name);
+    if (record.stamp && project.cache) record.kept = project.cache->find(name, *record.stamp);
     wanted.push_back(std::move(record));
   }
   return wanted;
@@ -65,7 +63,7 @@ void takeOne(const OpenProject& project, const ListedRecord& record, Result<Stam
   // stamp would not tell, and the cache would keep the old text for good.
   const bool isToBeKept = project.cache && record.stamp && !record.kept &&
                           read->bytes.size() <= kLongestKept &&
-                          isAtRest(read->stamp, project.listing);
+                          isAtRest(read->stamp, *project.listing);
   if (isToBeKept) project.cache->put(record.name, read->stamp, read->bytes);
 }
 

@@ -18,7 +18,8 @@ struct OpenProject {
   std::string name;
   std::string folder;  ///< <projects directory>/<cookie>, without a trailing separator
   bool isPrivate = false;
-  FolderListing listing = {};              ///< as it was when the project was entered
+  /// As the folder was when the project was entered.
+  std::shared_ptr<const FolderListing> listing = std::make_shared<const FolderListing>();
   std::shared_ptr<ReadCache> cache = {};   ///< of the folder's files; null where nothing is kept
   std::shared_ptr<NewlyShown> shown = {};  ///< where parts note what they show; null for nowhere
 };
@@ -36,8 +37,8 @@ class iProjectPart {
   virtual ~iProjectPart() = default;
 
   /// Loads this part of the project that was just opened, with one look at the folder: `files` are
-  /// the names in it, of which this part takes its own. A file that cannot be read is reported
-  /// (log) and set aside; the others go on.
+  /// the names in it but those of edits and logs, of which this part takes its own. A file that
+  /// cannot be read is reported (log) and set aside; the others go on.
   virtual void enter(const OpenProject& project, const std::vector<std::string>& files) = 0;
 
   /// Takes up those of its objects among the folder's `files` that it does not hold, because their

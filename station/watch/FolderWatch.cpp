@@ -27,33 +27,47 @@ bool mayPass(const Result<std::string>& bytes) {
 }  // namespace
 
 WatchedFiles::WatchedFiles(WatchedFolder folder)
-    : folder_(std::move(folder)), stamp_(folder_.known.folder) {
-  const auto now = Clock::now();
-  for (const auto& [name, stamp] : folder_.known.files) {
-    const bool isKept = folder_.cache && folder_.cache->find(name, stamp);
-    const bool isSure = isKept || isAtRest(stamp, folder_.known);
-    known_[name] = {stamp, now, isSure};
-    if (!isSure) recheck_ = now + kTick;
+    : folder_(std::move(folder)),
+      stamp_(folder_.known->folder),
+      start_(std::move(folder_.known)),
+      started_(Clock::now()) {
+  for (const auto& [name, stamp] : start_->files) {
+    if (isAtRest(stamp, *start_) || (folder_.cache && folder_.cache->find(name, stamp))) continue;
+    young_.insert(name);
+    recheck_ = started_ + kTick;
   }
-  folder_.known = {};
   folder_.cache.reset();  // only the host thread may use it
+}
+
+/// Not before it is needed, so that entering a large project does not wait for it.
+void WatchedFiles::takeUpStart() {
+  if (!start_) return;
+  for (const auto& [name, stamp] : start_->files) {
+    known_.emplace_hint(known_.end(), name, Known{stamp, started_, !young_.contains(name)});
+  }
+  start_.reset();
+  young_.clear();
 }
 
 Result<bool> WatchedFiles::hasMoved() {
   const auto stamp = stampOfFolder(folder_.path);
   if (stamp) return !(*stamp == stamp_) || Clock::now() >= recheck_;
-  if (folder_.mayBeMissing && stamp.error().code == ErrorCode::eNotFound) return !known_.empty();
+  if (folder_.mayBeMissing && stamp.error().code == ErrorCode::eNotFound) {
+    takeUpStart();
+    return !known_.empty();
+  }
   return stamp.error();
 }
 
 Result<std::vector<std::string>> WatchedFiles::look() {
+  takeUpStart();
   if (folder_.shown) shown_.merge(folder_.shown->take());
   auto now = listStamped(folder_.path, folder_.isWanted);
   const bool isMissing = !now && now.error().code == ErrorCode::eNotFound;
   if (!now && !(folder_.mayBeMissing && isMissing)) return now.error();
   const bool isProven = known_.contains(folder_.proof);
   if (!now && isProven) return now.error();
-  const FolderListing listing = now ? std::move(*now) : FolderListing();
+  FolderListing listing = now ? std::move(*now) : FolderListing();
   if (isProven && !listing.files.contains(folder_.proof)) {
     return Error{ErrorCode::eNotFound,
                  "The folder " + folder_.path + " is there without its " + folder_.proof +
@@ -64,10 +78,10 @@ Result<std::vector<std::string>> WatchedFiles::look() {
   // So it is looked at once more when the tick is over.
   const bool hasChanged = !(listing.folder == stamp_);
   recheck_ = hasChanged ? Clock::now() + kTick : Clock::time_point::max();
-  return differing(listing);
+  return differing(std::move(listing));
 }
 
-std::vector<std::string> WatchedFiles::differing(const FolderListing& now) {
+std::vector<std::string> WatchedFiles::differing(FolderListing now) {
   std::vector<std::string> names;
   for (const auto& [name, stamp] : now.files) {
     const auto known = known_.find(name);
@@ -82,7 +96,7 @@ std::vector<std::string> WatchedFiles::differing(const FolderListing& now) {
   }
   shown_.clear();
   stamp_ = now.folder;
-  listed_ = now.files;
+  listed_ = std::move(now.files);
   return names;
 }
 
@@ -111,7 +125,7 @@ void WatchedFiles::read(const std::string& name, FoundFile& found) const {
   found.name = folder_.prefix + name;
   found.path = folder_.path + "/" + name;
   found.shown = folder_.shown;
-  if (const auto listed = listed_.find(name); listed != listed_.end()) found.stamp = listed->second;
+  if (const FileStamp* const listed = listed_.find(name)) found.stamp = *listed;
   if (folder_.largest > 0) {
     auto content = readStamped(found.path, folder_.largest);
     if (content) {

@@ -26,8 +26,9 @@ struct WatchedFolder {
   std::size_t largest = 0;  ///< the largest file that is read; 0: none is, names and times will do
   std::chrono::milliseconds period{2000};  ///< between two questions, where answers are quick
   bool mayBeMissing = false;               ///< it is made with its first file
-  std::string proof;    ///< once seen, a file without which the folder counts as gone; or empty
-  FolderListing known;  ///< what is known of it at the start
+  std::string proof;  ///< once seen, a file without which the folder counts as gone; or empty
+  /// What is known of it at the start.
+  std::shared_ptr<const FolderListing> known = std::make_shared<const FolderListing>();
   std::shared_ptr<const ReadCache> cache = {};  ///< holds what was at rest when it was read
   std::shared_ptr<NewlyShown> shown = {};       ///< what is shown beside what was found
 };
@@ -63,14 +64,18 @@ class WatchedFiles {
     bool isSure = false;      ///< it was read when it was at rest
   };
 
-  [[nodiscard]] std::vector<std::string> differing(const FolderListing& now);
+  void takeUpStart();
+  [[nodiscard]] std::vector<std::string> differing(FolderListing now);
   void read(const std::string& name, FoundFile& found) const;
   void note(const std::string& name, FoundFile& found, Clock::time_point start);
 
   WatchedFolder folder_;
   FileStamp stamp_;
+  std::shared_ptr<const FolderListing> start_;  ///< not yet among the known; else null
+  std::set<std::string> young_;                 ///< its files that were read when they were young
+  Clock::time_point started_;
   std::map<std::string, Known> known_;
-  std::map<std::string, FileStamp> listed_;
+  StampedFiles listed_;
   std::set<std::string> shown_;  ///< files to be missed where they are not in the folder
   Clock::time_point recheck_ = Clock::time_point::max();
 };

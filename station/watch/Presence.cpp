@@ -243,14 +243,13 @@ void Presence::removeOld(const std::vector<FoundStation>& stations) const {
   const auto listing = listStamped(folder, isNoteFile);
   if (!listing) return;
   for (const FoundStation& each : stations) {
-    const auto file = listing->files.find(each.note.id + ".json");
-    if (each.isAlive() || each.state == LockState::eUnknown || file == listing->files.end()) {
-      continue;
-    }
-    if (listing->folder.modified - file->second.modified < kDaysKept * kDay) continue;
+    const std::string name = each.note.id + ".json";
+    const FileStamp* const file = listing->files.find(name);
+    if (each.isAlive() || each.state == LockState::eUnknown || !file) continue;
+    if (listing->folder.modified - file->modified < kDaysKept * kDay) continue;
     // Failures are ignored: the next station that starts tries again.
     static_cast<void>(removeFileAt(noteLock(folder, each.note.id)));
-    static_cast<void>(removeFileAt(folder + "/" + file->first));
+    static_cast<void>(removeFileAt(folder + "/" + name));
   }
 }
 

@@ -126,7 +126,8 @@ TEST_P(ContentTest, WhatIsChangedInABurstIsShownInTheEnd) {
   for (const std::string& line : lines) anna_.type(line);
   for (const std::string& line : lines) {
     const auto reply = anna_.waitFor("reply", {}, Seconds(60));
-    ASSERT_TRUE(reply && (*reply)["ok"].asBool()) << line;
+    ASSERT_TRUE(reply && (*reply)["ok"].asBool())
+        << line << (reply ? ": " + writeJson(*reply) : ": no reply");
   }
   shows("agreed", agrees());
   expectAgreement();

@@ -2,6 +2,8 @@
 
 #include "host/edit/EditManager.h"
 #include "station/MessageJudge.h"
+#include "station/base/Strings.h"
+#include "station/edit/Edits.h"
 #include "station/wire/MessageTable.h"
 #include "tests/support/DocumentStation.h"
 
@@ -131,6 +133,33 @@ TEST(LikelyName, IsOneInOtherCapitalsElseANearOneElseOneThatBeginsSo) {
   EXPECT_EQ(likelyName("harbour", names), "Harbour at dawn");
   EXPECT_EQ(likelyName("ha", names), "");
   EXPECT_EQ(likelyName("Day", names), "");
+}
+
+TEST(EditIndexTest, NamesAreFoundWhetherTheyCameBeforeOrAfterTheFirstQuestion) {
+  const Cookie first("E0001", false);
+  const Cookie second("E0002", false);
+  const Cookie third("E0003", false);
+  EditIndex index;
+  const auto cookiesOf = [&index](const std::string& name) {
+    std::vector<NamedObject> found;
+    index.findByName(name, found);
+    std::string cookies;
+    for (const NamedObject& each : found) cookies += utf8Text(each.cookie.asString());
+    return cookies;
+  };
+  index.put(second, {"Cut", {}, {}});
+  index.put(first, {"Trailer", {}, {}});
+  index.put(second, {"Feature", {}, {}});
+  index.put(third, {"Broken", {}, "it cannot be read"});
+  EXPECT_EQ(cookiesOf("Cut") + cookiesOf("Broken"), "");
+  EXPECT_EQ(cookiesOf("Feature") + cookiesOf("Trailer"), "E0002E0001");
+  index.put(first, {"Feature", {}, {}});
+  index.remove(second);
+  EXPECT_EQ(cookiesOf("Trailer"), "");
+  EXPECT_EQ(cookiesOf("Feature"), "E0001");
+  EXPECT_EQ(index.all().size(), 2u);
+  index.clear();
+  EXPECT_EQ(cookiesOf("Feature"), "");
 }
 
 TEST_F(EditsTest, ARemoteTrimShowsInTheOpenEditUnsavedAndIsNotEchoed) {

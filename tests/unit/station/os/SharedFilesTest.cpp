@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "station/os/FolderListing.h"
 #include "station/os/Posix.h"
 #include "tests/fakes/ForkedProcess.h"
 #include "tests/fakes/ScratchFolder.h"
@@ -113,6 +114,36 @@ TEST(SharedFilesTest, AFreshLookReadsAnEntryWhereOpeningTheFolderDoesNotDo) {
     }
   }
   EXPECT_FALSE(lookAfresh("/proc/self/missing"));
+}
+
+TEST(SharedFilesTest, AListingHoldsEveryWantedFileOnceInItsOrderWithItsState) {
+  constexpr int kFiles = 2000;
+  // So long that no single reading holds all.
+  const std::string ending = std::string(80, '-') + ".json";
+  const ScratchFolder folder;
+  for (int number = 0; number < kFiles; ++number) {
+    std::ofstream(folder / (std::to_string(number) + ending)) << std::string(number % 7U, 'x');
+  }
+  std::ofstream(folder / "other.txt") << "x";
+  std::filesystem::create_directory(folder / "folder.json");
+  std::filesystem::create_symlink("0" + ending, folder / "link.json");
+  const auto listing =
+      listStamped(folder.path(), [](std::string_view name) { return name.ends_with(".json"); });
+  ASSERT_TRUE(listing);
+  std::vector<std::string> names;
+  for (const auto& [name, stamp] : listing->files) {
+    names.push_back(name);
+    const auto alone = stampOfFile(folder / name);
+    ASSERT_TRUE(alone && *alone == stamp && stamp == *listing->files.find(name)) << name;
+  }
+  EXPECT_EQ(names.size(), static_cast<std::size_t>(kFiles));
+  EXPECT_TRUE(std::ranges::is_sorted(names));
+  EXPECT_FALSE(listing->files.contains("other.txt"));
+  std::vector<std::string> others = listing->others;
+  std::ranges::sort(others);
+  EXPECT_EQ(others, (std::vector<std::string>{"folder.json", "link.json"}));
+  EXPECT_EQ(listing->folder, *stampOfFolder(folder.path()));
+  EXPECT_FALSE(listStamped(folder / "other.txt", [](std::string_view) { return true; }));
 }
 
 TEST(SharedFilesTest, AReaderSeesTheOldOrTheNewContentWhole) {

@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <fstream>
+#include <memory>
 #include <thread>
+#include <utility>
 
 #include "tests/fakes/ScratchFolder.h"
 
@@ -79,9 +81,10 @@ TEST_F(WatchedFilesTest, WhatWasListedBeforeIsNotReadAgain) {
   const auto old = std::chrono::file_clock::now() - std::chrono::hours(1);
   std::filesystem::last_write_time(folder / "a.json", old);
   WatchedFolder watch = watched();
-  watch.known = *listStamped(folder.path(), isJson);
-  watch.known.folder.changed += 10 * kCoarsestTick;  // the file was made long ago
-  const FileStamp folderNow = watch.known.folder;
+  FolderListing known = *listStamped(folder.path(), isJson);
+  known.folder.changed += 10 * kCoarsestTick;  // the file was made long ago
+  const FileStamp folderNow = known.folder;
+  watch.known = std::make_shared<const FolderListing>(std::move(known));
   WatchedFiles files(watch);
   EXPECT_EQ(files.recheck(), WatchedFiles::Clock::time_point::max());
   EXPECT_EQ(lookAt(files).size(), 0u);
