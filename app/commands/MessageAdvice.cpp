@@ -35,7 +35,12 @@ bool isAtWork(const std::string& user) {
 
 std::string recipientAdvice(const std::string& user) {
   if (user == kEverybody) return {};
-  if (upperCased(user) == upperCased(settings().user)) {
+  // Names that differ in capitals alone are different users.
+  const bool isOwn = upperCased(user) == upperCased(settings().user);
+  const auto isOther = [&user](const std::string& marked) {
+    return marked == upperCased(user) && marked != settings().user;
+  };
+  if (isOwn && !isMarked(isOther)) {
     return "You write to yourself: a station shows none of its own messages as received.";
   }
   if (!isAtWork(user)) {

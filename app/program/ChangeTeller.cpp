@@ -135,20 +135,22 @@ std::string changeText(const RoomInfo& before, const RoomInfo& now) {
 
 }  // namespace
 
-/// Who opened and left the project since this was last called.
+/// Who opened and left the project since this was last called. Users, not stations: one that was
+/// killed may be found dead after it was started again.
 std::vector<std::string> ChangeTeller::newsOfPeople() {
   std::vector<std::string> lines;
-  std::map<std::string, std::string> now;
+  std::set<std::string> now;
   const Cookie project = station_.projects().current()->cookie;
   for (const FoundStation& each : station_.presence().known()) {
     const bool isOwn = each.note.id == station_.presence().ownId();
     if (isOwn || !each.isAlive() || !(each.note.project == project)) continue;
-    const std::string user = shownText(each.note.user);
-    now.emplace(each.note.id, user);
-    if (!people_.contains(each.note.id)) lines.push_back(user + " opened this project.");
+    now.insert(shownText(each.note.user));
   }
-  for (const auto& [id, user] : people_) {
-    if (!now.contains(id)) lines.push_back(user + " left this project.");
+  for (const std::string& user : now) {
+    if (!people_.contains(user)) lines.push_back(user + " opened this project.");
+  }
+  for (const std::string& user : people_) {
+    if (!now.contains(user)) lines.push_back(user + " left this project.");
   }
   people_ = std::move(now);
   return lines;

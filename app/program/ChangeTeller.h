@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -59,10 +60,10 @@ class ChangeTeller : public iEventSink {
   std::mutex mutex_;
   std::vector<Change> pending_;
   bool isPosted_ = false;
-  bool hasEntered_ = false;                    ///< a project was entered since it was told last
-  std::map<std::string, std::string> names_;   ///< by cookie; host thread
-  std::map<std::string, RoomInfo> rooms_;      ///< by name, as told last; host thread
-  std::map<std::string, std::string> people_;  ///< users here by station; host thread
+  bool hasEntered_ = false;                   ///< a project was entered since it was told last
+  std::map<std::string, std::string> names_;  ///< by cookie; host thread
+  std::map<std::string, RoomInfo> rooms_;     ///< by name, as told last; host thread
+  std::set<std::string> people_;              ///< users who have the project open; host thread
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);  ///< what posted tasks hold weakly
 };
 

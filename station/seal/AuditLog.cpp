@@ -26,8 +26,8 @@ constexpr std::size_t kHashBytes = 32;
 constexpr const char* kPrevious = "previous";
 
 /// How long another program may write.
-constexpr std::chrono::milliseconds kPatience(3000);
-constexpr std::chrono::milliseconds kPause(2);
+constexpr std::chrono::milliseconds kLongestWait(3000);
+constexpr std::chrono::milliseconds kBetweenTries(2);
 
 std::string noHash() { return std::string(2 * kHashBytes, '0'); }
 
@@ -39,10 +39,10 @@ std::string hashOf(std::string_view line) {
 }
 
 bool waitForLock(int descriptor) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kLongestWait;
   while (!tryLock(descriptor)) {
     if (errno != EAGAIN || std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(kPause);
+    std::this_thread::sleep_for(kBetweenTries);
   }
   return true;
 }

@@ -274,6 +274,7 @@ void Presence::takeOne(const FoundFile& file) {
   // again.
   if (!note) return;
   FoundStation found{*note, LockState::eHeld, {}};
+  bool isBack = false;
   if (known == others_.end()) {
     const std::string folder = notesFolder(settings().projectsDirectory);
     // A killed station leaves its note: only the lock tells whether it lives.
@@ -283,10 +284,20 @@ void Presence::takeOne(const FoundFile& file) {
     gone_.erase(id);
     tell("came", found);
     warnOfNamesake(found);
+    isBack = hasSamePlace(found);
   } else if (noteText(known->second.note) != noteText(*note)) {
     tell("changed", found);
   }
   others_[id] = std::move(found);
+  // One that was killed and is started again: its first start is not to count for long.
+  if (isBack) lookForDead();
+}
+
+bool Presence::hasSamePlace(const FoundStation& other) const {
+  return std::ranges::any_of(others_, [&other](const auto& each) {
+    const StationNote& note = each.second.note;
+    return note.user == other.note.user && note.host == other.note.host;
+  });
 }
 
 void Presence::lookForDead() {

@@ -118,6 +118,7 @@ class Presence : public ProjectListener {
   void removeOld(const std::vector<FoundStation>& stations) const;
   void take(const FoundFiles& files);
   void takeOne(const FoundFile& file);
+  [[nodiscard]] bool hasSamePlace(const FoundStation& other) const;
   void lookForDead();
   void lookForMissed();
   void noteMissed(const FoundStation& station, long lost);

@@ -155,6 +155,16 @@ TEST_F(AnswersTest, WhoWritesToHimselfIsTold) {
   EXPECT_EQ(said.find(advice), said.rfind(advice)) << said;
 }
 
+TEST_F(AnswersTest, AUserWhoseNameDiffersInCapitalsAloneIsAnother) {
+  start("CARL", 13);
+  StationProcess& small = start("carl", 12);
+  run(small, "user add CARL");
+  run(small, "say CARL hello");
+  for (const JsonValue& log : small.events("log")) {
+    EXPECT_EQ(log["text"].asString().find("You write to yourself"), std::string::npos);
+  }
+}
+
 TEST_F(AnswersTest, WhoWritesToAUserWhoIsNotAtWorkIsTold) {
   start("BEN", 12);
   const std::string said = answers("user add CARL\nuser add BEN\nsay CARL hello\nsay BEN hello\n");

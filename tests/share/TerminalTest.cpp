@@ -248,6 +248,21 @@ TEST_F(TerminalTest, WhoComesAndGoesIsToldWithTheRoom) {
   EXPECT_EQ((before_ + shown_).find("ANNA came"), std::string::npos) << "one's own are no news";
 }
 
+TEST_F(TerminalTest, WhoWasKilledAndIsBackIsNotToldAsGone) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("project create Film\rproject enter Film\rwhoami\r");
+  ASSERT_TRUE(sees("network_mode: yes")) << shown_;
+  StationProcess& ben = start("BEN", 12);
+  run(ben, "project enter Film");
+  EXPECT_TRUE(sees("BEN opened this project.")) << shown_;
+  ben.kill9();
+  StationProcess& again = start("BEN", 12);
+  run(again, "project enter Film");
+  run(again, "room create Sound");
+  EXPECT_TRUE(sees("There is now a room \"Sound\".")) << shown_;
+  EXPECT_EQ(before_.find("BEN left"), std::string::npos) << before_;
+}
+
 TEST_F(TerminalTest, ThePanelShowsWordsAsTheyWereTyped) {
   ASSERT_TRUE(sees("kv> ")) << shown_;
   type(

@@ -167,11 +167,17 @@ Explanation explainRoom(const Subject& subject) {
   return rights.isFree() ? lock : rights;
 }
 
+/// Whether an edit that is given to a station of this host can never be changed there.
+bool isReserved(const std::string& user) { return user == kRenderOwner || user == kNoOwner; }
+
 /// Advice for an edit whose owner is no station: only an administrator's station may give it away.
 std::string onAdministratorsStation(const std::string& user) {
   return "give it to a station: edit give EDIT " + user +
          ", on a station that was started with --set Administrator=1";
 }
+
+constexpr const char* kOtherHost =
+    "start that station with another --host: what belongs to one of this name nobody may change";
 
 /// The permission rules: an edit is changed by its owner's station alone.
 Explanation lookAtOwner(const std::string& object, const EditSummary& edit,
@@ -179,9 +185,10 @@ Explanation lookAtOwner(const std::string& object, const EditSummary& edit,
   const std::string owner = upperCased(edit.owner);
   const std::string user = upperCased(host);
   if (owner.empty()) {
-    return state(object, "no owner",
-                 "has no owner, so that no station may change it and anybody may give it away",
-                 "give it one: edit give EDIT " + user + ", on any station");
+    return state(
+        object, "no owner",
+        "has no owner, so that no station may change it and anybody may give it away",
+        isReserved(user) ? kOtherHost : "give it one: edit give EDIT " + user + ", on any station");
   }
   if (owner == kNoOwner) {
     return state(object, "no owner",
@@ -193,9 +200,10 @@ Explanation lookAtOwner(const std::string& object, const EditSummary& edit,
   if (owner == user && owner != kRenderOwner) {
     return freeOf(object, "belongs to this station and can be changed");
   }
-  Explanation owned =
-      state(object, "owned", "is owned",
-            "ask its owner for it: edit give EDIT " + user + ", on the station " + owner);
+  Explanation owned = state(object, "owned", "is owned",
+                            isReserved(user) ? kOtherHost
+                                             : "ask its owner for it: edit give EDIT " + user +
+                                                   ", on the station " + owner);
   if (owner == kRenderOwner) {
     owned.cause = "is held for a render job";
     owned.advice = "wait until the render is done; if it was broken off, " +

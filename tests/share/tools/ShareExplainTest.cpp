@@ -108,6 +108,17 @@ TEST_F(ShareExplainTest, TheOwnersRenderAndNobodyAreNoStationsToAsk) {
   EXPECT_NE(nobodys["advice"].asString().find("--set Administrator=1"), std::string::npos);
 }
 
+TEST_F(ShareExplainTest, NothingIsToBeGivenToAStationWithAReservedName) {
+  put("P0002/E0001.otio",
+      R"({"OTIO_SCHEMA":"Timeline.1","name":"x","metadata":{"korvel":{"config":{"OWNER":"BEN"}}}})");
+  put("P0002/E0002.otio", R"({"OTIO_SCHEMA":"Timeline.1","name":"x"})");
+  for (const char* edit : {"P0002/E0001.otio", "P0002/E0002.otio"}) {
+    const std::string advice = explain(edit, "RENDER")["advice"].asString();
+    EXPECT_NE(advice.find("with another --host"), std::string::npos) << advice;
+    EXPECT_EQ(advice.find("edit give"), std::string::npos) << advice;
+  }
+}
+
 TEST_F(ShareExplainTest, AnEditWithoutAnOwnerCanBeGivenAwayByEveryStation) {
   put("P0002/E0002.otio", R"({"OTIO_SCHEMA":"Timeline.1","name":"x"})");
   const JsonValue said = explain("P0002/E0002.otio");
