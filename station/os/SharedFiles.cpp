@@ -29,6 +29,9 @@ namespace {
 constexpr int kTemporaryTries = 100;
 constexpr std::chrono::milliseconds kTemporaryPause(10);
 
+/// A quarter of a second. The host thread waits for it.
+constexpr int kRenameTries = 25;
+
 /// The temporary files of one path all begin like this: a dot, so that no listing takes them for
 /// anything, and a number for the name, since a name of the greatest length leaves no room for
 /// more.
@@ -105,13 +108,25 @@ bool fill(const Temporary& temporary, const std::string& path, const std::string
   return ::fsync(file) == 0;
 }
 
+/// On SMB a file cannot be replaced while another machine has it open, which it has for one
+/// reading, and EACCES says so. The folder itself may be written to: the temporary file was made in
+/// it.
+bool renameOver(const std::string& temporary, const std::string& path) {
+  for (int tries = 0; ::rename(temporary.c_str(), path.c_str()) != 0; ++tries) {
+    if (errno != EACCES || tries == kRenameTries) return false;
+    // Nothing tells when the other has closed it.
+    std::this_thread::sleep_for(kTemporaryPause);
+  }
+  return true;
+}
+
 Result<void> fillAndRename(const Temporary& temporary, const std::string& path,
                            const std::string& bytes, const BeforeRename& beforeRename) {
   if (!fill(temporary, path, bytes)) return errorFromErrno(errno, "write", path);
   if (beforeRename) {
     if (auto looked = beforeRename(temporary.path); !looked) return looked;
   }
-  if (::rename(temporary.path.c_str(), path.c_str()) == 0) return {};
+  if (renameOver(temporary.path, path)) return {};
   return errorFromErrno(errno, "write", path);
 }
 

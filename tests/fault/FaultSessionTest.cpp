@@ -104,6 +104,12 @@ TEST_F(FaultSessionTest, ALockFileThatCouldNotBeRemovedIsRemovedAtTheSecondTry) 
   EXPECT_EQ(said("unlink", "/Lock", EIO), "");
 }
 
+TEST_F(FaultSessionTest, AFileThatAnotherHasOpenAtTheMomentIsReplacedAtTheSecondTry) {
+  for (const std::uint64_t at : {1, 3, 6, 10}) {
+    EXPECT_EQ(said("rename", "/.kv-", EACCES, at), "") << at;
+  }
+}
+
 TEST_F(FaultSessionTest, ARoomTakenWithoutItsHoldersNameIsTold) {
   EXPECT_EQ(said("open", "Sound.lck.inf", ENOSPC), "");
   EXPECT_TRUE(wasTold("your name could not be written"));
