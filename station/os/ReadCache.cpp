@@ -124,21 +124,21 @@ std::string readOwn(const std::string& path, std::size_t most) {
 
 /// Keeps the newest files that have `most` bytes together, and removes all older ones.
 void throwOutOldest(const std::string& directory, std::size_t most) {
-  struct Entry {
+  struct Aged {
     fs::file_time_type modified;
     std::uintmax_t size;
     fs::path path;
   };
-  std::vector<Entry> entries;
+  std::vector<Aged> entries;
   std::error_code problem;
   for (const fs::directory_entry& each : fs::directory_iterator(directory, problem)) {
     std::error_code gone;
-    const Entry entry{each.last_write_time(gone), each.file_size(gone), each.path()};
+    const Aged entry{each.last_write_time(gone), each.file_size(gone), each.path()};
     if (!gone) entries.push_back(entry);
   }
-  std::ranges::sort(entries, std::ranges::greater(), &Entry::modified);
+  std::ranges::sort(entries, std::ranges::greater(), &Aged::modified);
   std::uintmax_t sum = 0;
-  for (const Entry& each : entries) {
+  for (const Aged& each : entries) {
     sum += each.size;
     if (sum > most) fs::remove(each.path, problem);
   }
