@@ -2,6 +2,7 @@
 
 #include <QEvent>
 #include <QFont>
+#include <QHash>
 #include <QLabel>
 #include <QSet>
 #include <QSplitter>
@@ -11,6 +12,7 @@
 #include <utility>
 
 #include "app/window/Lists.h"
+#include "app/window/ObjectsModel.h"
 #include "app/window/Texts.h"
 
 namespace korvel {
@@ -158,10 +160,19 @@ void setHere(HolderRow& row, const QString& state) {
   row.colour = &Colours::accent;
 }
 
-HolderRow shownProject(const ProjectRow& project) {
+/// As edits are called, too: by name, with the beginning of the cookie where another has the name.
+QString calledProject(const ProjectRow& project, bool isNamesake) {
+  ObjectRow row;
+  row.cookie = project.cookie;
+  row.name = project.name;
+  row.isNamesake = isNamesake;
+  return shownName(row);
+}
+
+HolderRow shownProject(const ProjectRow& project, bool isNamesake) {
   HolderRow row;
   row.key = project.cookie;
-  row.name = oneLine(project.name.isEmpty() ? project.cookie : project.name);
+  row.name = calledProject(project, isNamesake);
   row.kind = project.isPrivate ? Glyph::ePrivate : Glyph::eProject;
   // Users of a shared project take no lock.
   const bool hasHolder = project.isPrivate || project.hold != Hold::eFree;
@@ -310,7 +321,11 @@ void ProjectsPane::show(const Snapshot& snapshot) {
 
 void ProjectsPane::showProjects() {
   HolderRows rows;
-  for (const ProjectRow& row : *projectRows_) rows.push_back(shownProject(row));
+  QHash<QString, int> counts;
+  for (const ProjectRow& row : *projectRows_) ++counts[row.name];
+  for (const ProjectRow& row : *projectRows_) {
+    rows.push_back(shownProject(row, counts[row.name] > 1));
+  }
   const QString before = keyOfCurrent(*projects_.view, *projects_.model);
   setRows(projects_, std::move(rows));
   keepChoice(before);

@@ -150,4 +150,19 @@ TEST_F(ProjectsPaneTest, TheChosenProjectIsChosenAgainWhenTheShareIsBack) {
   EXPECT_EQ(chosenProject(pane), kNames[0]) << "what the user chose meanwhile counts";
 }
 
+TEST_F(ProjectsPaneTest, ProjectsOfOneNameAreToldApart) {
+  Snapshot snapshot = showing({"Film", "Harbour", "Film"}, {});
+  std::vector<ProjectRow> rows = *snapshot.projects;
+  rows[0].cookie = "P111111112222";
+  rows[2].cookie = "P333333334444";
+  snapshot.projects = std::make_shared<const std::vector<ProjectRow>>(std::move(rows));
+  pane.show(snapshot);
+  const auto name = [&](int row) {
+    return pane.projects().model()->index(row, 0).data().toString();
+  };
+  EXPECT_EQ(name(0), "Film  (P11111111)");
+  EXPECT_EQ(name(1), "Harbour");
+  EXPECT_EQ(name(2), "Film  (P33333333)");
+}
+
 }  // namespace
