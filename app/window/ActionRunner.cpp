@@ -1,5 +1,6 @@
 #include "app/window/ActionRunner.h"
 
+#include <QFileInfo>
 #include <algorithm>
 
 #include "app/commands/Command.h"
@@ -406,12 +407,15 @@ void ActionRunner::askAgain(const ActionSpec& action, const QStringList& words,
 
 // Asks first where the station has reason to doubt it: of two of one name only the cookie says
 // which is meant. `then` follows in any case; with the outcome of no line where it was not run.
-void ActionRunner::runDoubtful(const QString& line, const HostLink::Ended& then) {
-  link_.askDoubt(line, [this, line, then](const QString& doubt) {
+// `file` is the one of several that the question is about.
+void ActionRunner::runDoubtful(const QString& line, const HostLink::Ended& then,
+                               const QString& file) {
+  link_.askDoubt(line, [this, line, then, file](const QString& doubt) {
     const auto go = [this, line, then] { then ? link_.run(line, then) : runLine(line); };
     if (doubt.isEmpty()) return go();
-    auto* question = new Question(QStringLiteral("nameDialog"), QStringLiteral("Two of one name"),
-                                  doubt, {}, &window_);
+    auto* question =
+        new Question(QStringLiteral("nameDialog"), QStringLiteral("Two of one name"),
+                     file.isEmpty() ? doubt : file + QStringLiteral(": ") + doubt, {}, &window_);
     question->answer(QStringLiteral("&Use it all the same"), go);
     if (then) question->otherwise([then] { then({}); });
     question->ask();
@@ -422,16 +426,19 @@ void ActionRunner::runDoubtful(const QString& line, const HostLink::Ended& then)
 // it is said at the end what became of them.
 void ActionRunner::import(const ActionSpec& action, const QStringList& files) {
   const QStringList rest = files.mid(1);
-  runDoubtful(filledLine(action, {}, {files.front()}), [this, &action,
-                                                        rest](const CommandOutcome& outcome) {
+  const QString file = oneLine(QFileInfo(files.front()).fileName());
+  const auto next = [this, &action, rest, file](const CommandOutcome& outcome) {
     imported_ += outcome.succeeded ? 1 : 0;
-    if (!outcome.succeeded && !outcome.line.isEmpty()) notImported_ << outcome.text;
+    const bool isLeftOut = outcome.line.isEmpty();
+    if (isLeftOut) notImported_ << QStringLiteral("%1 was left out.").arg(file);
+    if (!outcome.succeeded && !isLeftOut) notImported_ << outcome.text;
     if (!rest.isEmpty()) return import(action, rest);
     const int count = std::exchange(imported_, 0);
     const QString text = count == 1 ? QStringLiteral("One edit is imported.")
                                     : QStringLiteral("%L1 edits are imported.").arg(count);
     Q_EMIT done((QStringList(text) + std::exchange(notImported_, {})).join(QLatin1Char(' ')), {});
-  });
+  };
+  runDoubtful(filledLine(action, {}, {files.front()}), next, file);
 }
 
 bool ActionRunner::wouldReplace(const CommandOutcome& outcome) {

@@ -86,7 +86,7 @@ class ActionRunner : public QObject {
   void remove(const ActionSpec& action, const std::vector<ObjectRow>& rows);
   void give(const QString& line, const QString& user);
   [[nodiscard]] QString doubtAbout(const QString& user) const;
-  void runDoubtful(const QString& line, const HostLink::Ended& then = {});
+  void runDoubtful(const QString& line, const HostLink::Ended& then = {}, const QString& file = {});
   void import(const ActionSpec& action, const QStringList& files);
   [[nodiscard]] bool takesOption(const char* command, const char* option) const;
   [[nodiscard]] bool leavesProject(const QString& line) const;

@@ -95,7 +95,7 @@ const std::vector<ActionSpec>& table() {
        Target::eEdit,
        "edit give {object} {0}",
        {{"New owner", Kind::eNewOwner}}},
-      {"Edit", "May I change it&?", "", Target::eEdit, "edit may {object}", {}},
+      {"Edit", "&May I change it?", "", Target::eEdit, "edit may {object}", {}},
       {"Edit", "S&how it as text", "", Target::eEdit, "edit show {object}", {}},
       {"Edit", "List &all as text", "", Target::eOpenProject, "edit list", {}},
       {"Edit", "&Delete…", "Del", Target::eEdit, "edit delete {objects}", {}},
@@ -287,7 +287,21 @@ QString placeOf(const QString& line) {
   return found ? menuPlace(*found) : QString();
 }
 
-QString inWindowWords(const QString& text) {
+namespace {
+
+/// Advice that reads otherwise where there are lists to choose from.
+QString withLists(QString text) {
+  for (const QString& what : {QStringLiteral("room"), QStringLiteral("project")}) {
+    text.replace(QStringLiteral("enter another %1 (\"%1 list\")").arg(what),
+                 QStringLiteral("choose another %1 in the list").arg(what));
+  }
+  return text;
+}
+
+}  // namespace
+
+QString inWindowWords(const QString& said) {
+  const QString text = withLists(said);
   static const QRegularExpression kQuoted(QStringLiteral(
       "(\\b(?:edit|log|project|room|bin|rack|filter|file|user|version|clip|called|named) )?"
       "\"([^\"\\n]+)\""));

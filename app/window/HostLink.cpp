@@ -339,6 +339,13 @@ void HostLink::askMay(const QStringList& cookies) {
   });
 }
 
+void HostLink::askAdviceOnNames(const std::function<void(const QString&)>& then) {
+  post("a look at the list of users", [this, then] {
+    const QString advice = readableText(Station::adviceOnNames());
+    QMetaObject::invokeMethod(this, [then, advice] { then(advice); });
+  });
+}
+
 void HostLink::lookAgain() { feed_.noteCommand("project enter"); }
 
 }  // namespace korvel

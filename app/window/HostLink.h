@@ -105,6 +105,10 @@ class HostLink : public QObject {
   /// Asks whether the local user may modify these edits and logs; mayReady() follows.
   void askMay(const QStringList& cookies);
 
+  /// Asks whether the names that the station was started with keep messages away: what to do about
+  /// it, empty for nothing.
+  void askAdviceOnNames(const std::function<void(const QString& advice)>& then);
+
   /// Puts tools back onto the desktop as soon as there is one, before the first snapshot.
   void putBackOnceReady(const KeptTools& tools) { toPutBack_ = tools; }
 

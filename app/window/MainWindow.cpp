@@ -79,6 +79,8 @@ MainWindow::MainWindow(HostLink& link)
   menus_->bindKey(QStringLiteral("bin destroy {object}"), objects().view(ObjectKind::eBins));
   menus_->bindKey(QStringLiteral("rack destroy {object}"), objects().view(ObjectKind::eRacks));
   menus_->bindKey(QStringLiteral("filter destroy {object}"), objects().view(ObjectKind::eFilters));
+  menus_->tellRefusals(
+      [this](const QString& why) { messages().tell(MessageBar::Kind::eNote, why); });
   connectLink();
   connectObjects();
   connectProjects();
@@ -237,6 +239,11 @@ void MainWindow::connectNotifications() {
 }
 
 void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
+  if (!snapshot_) {
+    link_.askAdviceOnNames([this](const QString& advice) {
+      if (!advice.isEmpty()) messages().tell(MessageBar::Kind::eNote, advice);
+    });
+  }
   snapshot_ = snapshot;
   actions_->takeSnapshot(snapshot);
   actions_->guard().takeSnapshot(snapshot);

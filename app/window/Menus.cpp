@@ -62,14 +62,35 @@ void setAllowed(QAction& action, const QString& whyNot) {
 }
 
 void MainMenus::enable(const std::function<QString(const ActionSpec&)>& whyNot) {
-  for (const auto& [spec, action] : actions_) setAllowed(*action, whyNot(*spec));
+  for (const auto& [spec, action] : actions_) {
+    setAllowed(*action, whyNot(*spec));
+    if (QShortcut* const refusal = refusals_.value(action)) {
+      refusal->setEnabled(!action->isEnabled());
+    }
+  }
 }
 
-void MainMenus::bindKey(const QString& line, QWidget& widget) const {
+// Qt ignores the key of an action that is disabled, and somebody who pressed it would not learn
+// why nothing happens.
+void MainMenus::tellRefusals(const std::function<void(const QString&)>& tell) {
+  for (const auto& [spec, action] : actions_) {
+    if (action->shortcut().isEmpty()) continue;
+    QWidget* const place = bound_.value(action);
+    auto* const refusal = new QShortcut(action->shortcut(), place ? place : &window_);
+    if (place) refusal->setContext(Qt::WidgetShortcut);
+    refusal->setEnabled(false);
+    QObject::connect(refusal, &QShortcut::activated, &window_,
+                     [tell, refused = action] { tell(refused->statusTip()); });
+    refusals_[action] = refusal;
+  }
+}
+
+void MainMenus::bindKey(const QString& line, QWidget& widget) {
   QAction* const bound = action(line);
   // In the other panes the key keeps its usual meaning: Del in a text field must delete a letter.
   bound->setShortcutContext(Qt::WidgetShortcut);
   widget.addAction(bound);
+  bound_[bound] = &widget;
 }
 
 void MainMenus::popUp(const std::vector<Target>& targets, const QPoint& at) {

@@ -5,6 +5,7 @@
 #include <QMainWindow>
 #include <QMenu>
 #include <QObject>
+#include <QShortcut>
 #include <functional>
 #include <vector>
 
@@ -31,11 +32,14 @@ class MainMenus {
                const std::function<void()>& run);
 
   /// The action's key works while this widget has the keyboard, and nowhere else.
-  void bindKey(const QString& line, QWidget& widget) const;
+  void bindKey(const QString& line, QWidget& widget);
 
   /// Enables what can be done with what is chosen. `whyNot` says why something cannot be done;
   /// empty for what can.
   void enable(const std::function<QString(const ActionSpec&)>& whyNot);
+
+  /// `tell` is told why an action cannot be done when its key is pressed all the same.
+  void tellRefusals(const std::function<void(const QString& why)>& tell);
 
   /// Shows a menu of the actions that concern this kind of thing.
   void popUp(const std::vector<Target>& targets, const QPoint& at);
@@ -50,6 +54,8 @@ class MainMenus {
   QMainWindow& window_;
   QHash<QString, QMenu*> menus_;
   std::vector<std::pair<const ActionSpec*, QAction*>> actions_;
+  QHash<QAction*, QWidget*> bound_;       ///< to the widget where alone the key works
+  QHash<QAction*, QShortcut*> refusals_;  ///< have the key while the action cannot be done
 };
 
 /// Enables an action, or disables it and has its tool tip and the status line say why.

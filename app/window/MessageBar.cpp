@@ -237,12 +237,25 @@ void OutcomeTeller::take(const CommandOutcome& outcome) {
   showAgain(outcome);
 }
 
+/// "You may not change "Quay": it belongs to DORA."
+QString OutcomeTeller::permission(const JsonValue& answer) const {
+  const QString cookie = readableText(answer["cookie"].asString());
+  const auto row = panes_.objects->find(cookie);
+  const QString name = row ? shownName(*row) : cookie;
+  if (answer["allowed"].asBool()) return QStringLiteral("You may change \"%1\".").arg(name);
+  const QString owner = oneLine(readableText(answer["owner"].asString()));
+  return QStringLiteral("You may not change \"%1\": it %2.")
+      .arg(name, owner.isEmpty() ? QStringLiteral("has no owner")
+                                 : QStringLiteral("belongs to ") + owner);
+}
+
 // An answer that is a cookie, a number or nothing says little to somebody in the window.
 QString OutcomeTeller::inWords(const CommandOutcome& outcome) const {
   const auto is = [&outcome](const char* command) {
     return outcome.command == QLatin1String(command);
   };
   if (is("active")) return countOfUsers(outcome.result.asLong());
+  if (is("edit may")) return permission(outcome.result);
   if (is("trash restore")) return QStringLiteral("Brought back from the trash.");
   if (is("edit recover")) {
     return outcome.line.endsWith(QLatin1String(" --discard"))
@@ -258,9 +271,8 @@ QString OutcomeTeller::inWords(const CommandOutcome& outcome) const {
 void OutcomeTeller::tellAnswer(const CommandOutcome& outcome) {
   const QString text = inWords(outcome);
   if (text.isEmpty()) return;
-  if (outcome.text.contains(QLatin1Char('\n')) || outcome.text.size() >= kLongestAnswer) {
-    return showTable(window_, titleOf(outcome.line), outcome.text);
-  }
+  const bool isLong = text.contains(QLatin1Char('\n')) || text.size() >= kLongestAnswer;
+  if (isLong && text == outcome.text) return showTable(window_, titleOf(outcome.line), text);
   panes_.messages->tell(MessageBar::Kind::eNote, text);
 }
 

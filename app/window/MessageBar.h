@@ -89,6 +89,7 @@ class OutcomeTeller : public QObject {
   void tell(const QString& text, const QString& action, const std::function<void()>& act);
   void tellOfMessage(const CommandOutcome& said);
   void tellAnswer(const CommandOutcome& outcome);
+  [[nodiscard]] QString permission(const JsonValue& answer) const;
   [[nodiscard]] QString inWords(const CommandOutcome& outcome) const;
   void noteMade(const CommandOutcome& outcome);
   void noteRefusal(const CommandOutcome& outcome);

@@ -316,8 +316,26 @@ void ObjectsPane::startSearch() {
   search_->selectAll();
 }
 
+namespace {
+
+/// Whether a field takes this key of the window's menus for its own: line end, cut to the end, cut
+/// all.
+bool isMenuKeyOfAField(const QKeyEvent& event) {
+  const int key = event.key();
+  return event.modifiers() == Qt::ControlModifier &&
+         (key == Qt::Key_E || key == Qt::Key_K || key == Qt::Key_U);
+}
+
+}  // namespace
+
 // Escape takes the whole list back, and once it is whole leaves the field, as Down and Return do.
 bool ObjectsPane::eventFilter(QObject* watched, QEvent* event) {
+  // Somebody who asks for a new edit would type its name into the search.
+  if (watched == search_ && event->type() == QEvent::ShortcutOverride &&
+      isMenuKeyOfAField(*static_cast<QKeyEvent*>(event))) {
+    event->ignore();
+    return true;
+  }
   const bool isKey = watched == search_ && event->type() == QEvent::KeyPress;
   if (!isKey) return QWidget::eventFilter(watched, event);
   const int key = static_cast<QKeyEvent*>(event)->key();

@@ -17,6 +17,7 @@
 #include <QToolBar>
 #include <QToolButton>
 #include <QTreeView>
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <set>
@@ -294,12 +295,61 @@ TEST_F(WindowWaysTest, WhatMayNotBeDoneIsDisabledAndSaysWhy) {
     EXPECT_EQ(why("edit rename {object} {0}"), "\"Reel\" belongs to BEN.");
     EXPECT_EQ(why("edit delete {objects}"), "\"Reel\" belongs to BEN.");
     EXPECT_EQ(why("edit open {object}"), "");
+    QTreeView& list = window.objects().view(ObjectKind::eEdits);
+    QApplication::setActiveWindow(&window);
+    list.setFocus();
+    const auto press = [&](Qt::Key key, Qt::KeyboardModifiers with) {
+      window.messages().hide();
+      QTest::keyClick(&list, key, with);
+      return window.messages().isVisible() ? window.messages().text().toStdString() : "";
+    };
+    EXPECT_EQ(press(Qt::Key_F2, {}), "\"Reel\" belongs to BEN.");
+    EXPECT_EQ(press(Qt::Key_Delete, {}), "\"Reel\" belongs to BEN.");
+    EXPECT_EQ(press(Qt::Key_T, Qt::ControlModifier), "\"Reel\" belongs to BEN.");
+    window.menus().action("edit may {object}")->trigger();
+    const auto isTold = [&](const char* text) { return window.messages().text() == text; };
+    EXPECT_TRUE(waitFor([&] { return isTold("You may not change \"Reel\": it belongs to BEN."); }))
+        << window.messages().text().toStdString();
     EXPECT_EQ(why("edit close {object}"), "It is not open.");
     EXPECT_EQ(why("bin add {0} {objects}"), "There is no bin yet: Bin > New bin makes one.");
     EXPECT_EQ(why("room leave"), "You are in no room.");
     EXPECT_TRUE(ben.command("edit give Reel ANNA --force")["ok"].asBool());
     EXPECT_TRUE(waitFor([&] { return why("edit rename {object} {0}").empty(); }));
     EXPECT_TRUE(window.menus().menu("Edit").toolTipsVisible());
+    press(Qt::Key_F2, {});
+    EXPECT_TRUE(waitFor([&] { return window.findChild<QDialog*>("actionDialog"); }));
+    window.menus().action("edit may {object}")->trigger();
+    EXPECT_TRUE(waitFor([&] { return isTold("You may change \"Reel\"."); }))
+        << window.messages().text().toStdString();
+  });
+}
+
+TEST_F(WindowWaysTest, EveryMarkedKeyOfAMenuIsALetter) {
+  for (const ActionSpec& action : actionTable()) {
+    const QString text = QString::fromUtf8(action.text);
+    const qsizetype mark = text.indexOf(QLatin1Char('&'));
+    EXPECT_TRUE(mark < 0 || text.at(mark + 1).isLetter()) << action.text;
+  }
+}
+
+TEST_F(WindowWaysTest, ANameThatKeepsMessagesAwayIsToldAtTheStart) {
+  std::ofstream(folder / "projects/userlist.dat") << "BEN\n";
+  play([](MainWindow& window) {
+    EXPECT_TRUE(waitFor([&] { return window.messages().isVisible(); }));
+    EXPECT_EQ(window.messages().text(),
+              "Others are not offered your name to write to: userlist.dat in the projects "
+              "directory does not hold \"ANNA\". Add it there as a line of its own.");
+  });
+}
+
+TEST_F(WindowWaysTest, TheKeyOfANewEditWorksInTheSearchToo) {
+  script = kTwoEdits;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return window.objects().rows(ObjectKind::eEdits).size() == 2; }));
+    auto& search = *window.findChild<QLineEdit*>("search");
+    search.setFocus();
+    QTest::keyClick(&search, Qt::Key_E, Qt::ControlModifier);
+    EXPECT_TRUE(waitFor([&] { return window.findChild<QDialog*>("actionDialog"); }, 2000));
   });
 }
 
@@ -316,6 +366,11 @@ TEST_F(WindowWaysTest, NoWordsOfTheConsoleAreInTheWindow) {
               "\"Edit > Drop unsaved changes\" drops it.");
     EXPECT_EQ(inWindowWords("Enter another (\"project list\")."),
               "Enter another (the list of projects).");
+    EXPECT_EQ(inWindowWords("Wait until it is left, or enter another room (\"room list\")."),
+              "Wait until it is left, or choose another room in the list.");
+    EXPECT_EQ(
+        inWindowWords("Wait until it is left there, or enter another project (\"project list\")."),
+        "Wait until it is left there, or choose another project in the list.");
     EXPECT_EQ(inWindowWords("The edit \"undo\" belongs to \"BEN\"."),
               "The edit \"undo\" belongs to \"BEN\".");
     window.link().run("room enter Nowhere");
@@ -568,6 +623,7 @@ TEST_F(WindowWaysTest, SeveralFilesAreImportedAtOnceAndABadOneIsNamed) {
   };
   write("bad.otio", "no edit");
   write("one.otio", edit("One"));
+  write("pier.otio", edit("Pier"));
   write("two.otio", edit("Two"));
   play([this](MainWindow& window) {
     ASSERT_TRUE(waitFor([&] { return window.objects().rows(ObjectKind::eEdits).size() == 2; }));
@@ -582,18 +638,27 @@ TEST_F(WindowWaysTest, SeveralFilesAreImportedAtOnceAndABadOneIsNamed) {
       EXPECT_EQ(files->fileMode(), QFileDialog::ExistingFiles);
       EXPECT_TRUE(files->nameFilters().front().contains("(*.otio)"));
       files->setDirectory(QString::fromStdString(folder.path()));
-      files->findChild<QLineEdit*>("fileNameEdit")->setText(R"("bad.otio" "one.otio" "two.otio")");
+      files->findChild<QLineEdit*>("fileNameEdit")
+          ->setText(R"("bad.otio" "one.otio" "pier.otio" "two.otio")");
       QMetaObject::invokeMethod(files, "accept");
     });
     choosing.start(20);
     dialog->findChild<QToolButton*>()->click();
-    EXPECT_EQ(dialog->findChild<QLineEdit*>()->text(), "bad.otio, one.otio, two.otio");
+    EXPECT_EQ(dialog->findChild<QLineEdit*>()->text(), "bad.otio, one.otio, pier.otio, two.otio");
     ASSERT_TRUE(answer(window, "actionDialog", "Import"));
+    QPointer<QDialog> doubt;
+    ASSERT_TRUE(waitFor([&] { return (doubt = window.findChild<QDialog*>("nameDialog")); }));
+    EXPECT_TRUE(std::ranges::any_of(doubt->findChildren<QLabel*>(), [](const QLabel* label) {
+      return label->text().startsWith("pier.otio: ");
+    }));
+    ASSERT_TRUE(answer(window, "nameDialog", "Cancel"));
     EXPECT_TRUE(waitFor([&] { return !keyOf(window, "Two").isEmpty(); }));
     EXPECT_FALSE(keyOf(window, "One").isEmpty());
     EXPECT_TRUE(waitFor([&] { return window.messages().text().startsWith("2 edits are imp"); }))
         << window.messages().text().toStdString();
     EXPECT_TRUE(window.messages().text().contains("bad.otio"));
+    EXPECT_TRUE(window.messages().text().endsWith("pier.otio was left out."))
+        << window.messages().text().toStdString();
   });
 }
 
