@@ -50,6 +50,7 @@ DetailPane::DetailPane(QWidget* parent)
     change_->hide();
     // The user asked for the present state, not for the version that was shown.
     version_.clear();
+    shownContent_ = row_.content;
     Q_EMIT seen(row_.key);
     Q_EMIT timelineWanted(row_.cookie, {});
   });
@@ -61,6 +62,8 @@ void DetailPane::choose(const std::optional<ObjectRow>& row, ObjectKind kind,
   row_ = row.value_or(ObjectRow());
   kind_ = kind;
   shownChanges_ = row_.elsewhere.count;
+  shownContent_ = row_.content;
+  wasDeleted_ = row_.isDeleted;
   version_.clear();
   change_->hide();
   const bool isEdit = kind == ObjectKind::eEdits;
@@ -118,9 +121,15 @@ void DetailPane::showHeading() {
 
 void DetailPane::showChange() {
   // Tells of a change instead of redrawing: a timeline must not move under the user's eyes.
-  if (row_.elsewhere.count <= shownChanges_ || kind_ != ObjectKind::eEdits) return;
-  shownChanges_ = row_.elsewhere.count;
-  if (row_.isDeleted) return;  // there is no later state to be shown
+  if (kind_ != ObjectKind::eEdits) return;
+  const bool isBack = std::exchange(wasDeleted_, row_.isDeleted) && !row_.isDeleted;
+  const bool isTold = std::exchange(shownChanges_, row_.elsewhere.count) >= row_.elsewhere.count;
+  if (row_.isDeleted) return change_->hide();  // there is no later state to be shown
+  if (isBack && row_.content == shownContent_) return;
+  if (isTold) {
+    if (change_->isHidden()) shownContent_ = row_.content;
+    return;
+  }
   change_->tell(MessageBar::Kind::eChange,
                 QStringLiteral("Another station changed this. The drawing is as you left it."));
   change_->offer({QStringLiteral("Show the change (F7)")});

@@ -61,6 +61,8 @@ class DetailPane : public QWidget {
   QString versionTitle_;
   ObjectKind kind_ = ObjectKind::eEdits;
   unsigned shownChanges_ = 0;
+  quint64 shownContent_ = 0;  ///< of what is drawn
+  bool wasDeleted_ = false;
 };
 
 }  // namespace korvel

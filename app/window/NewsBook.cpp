@@ -76,8 +76,13 @@ void NewsBook::takeOne(ObjectKind kind, const ObjectRow& row, bool isFirstLook) 
   // What cannot be read says nothing of what it holds.
   const quint64 content = row.problem.isEmpty() ? row.content : before.content;
   const bool isOther = isKnown && before.content != content;
+  // That it is deleted is told for as long as it is; what comes back as it was is no news.
+  if (isKnown && !isOther && (row.isDeleted || before.isDeleted)) {
+    known_[row.key] = {row.elsewhere.count, content, kind, row.isDeleted};
+    return;
+  }
   if (isKnown && !isOther && before.changes == row.elsewhere.count) return;
-  known_[row.key] = {row.elsewhere.count, content, kind};
+  known_[row.key] = {row.elsewhere.count, content, kind, row.isDeleted};
   isChanged_ = true;
   if (row.elsewhere.count > before.changes) {
     // What was looked at once is no longer new, though it was made in this visit.
@@ -147,7 +152,7 @@ bool NewsBook::read(const std::string& text) {
     const unsigned kind = fields[1].toUInt();
     if (kind >= kObjectKinds) return false;
     const QString key = unescaped(fields[0]);
-    known_[key] = {0, fields[2].toULongLong(nullptr, 16), static_cast<ObjectKind>(kind)};
+    known_[key] = {0, fields[2].toULongLong(nullptr, 16), static_cast<ObjectKind>(kind), false};
     if (fields[3] == QLatin1String("-")) continue;
     const qint64 at = fields[4].toLongLong();
     marks_[key] = {fields[3] == QLatin1String("n"), unescaped(fields[5]),

@@ -59,6 +59,7 @@ class NewsBook {
     unsigned changes = 0;  ///< how many changes by others were taken in, of this visit
     quint64 content = 0;
     ObjectKind kind = ObjectKind::eEdits;
+    bool isDeleted = false;
   };
 
   void takeOne(ObjectKind kind, const ObjectRow& row, bool isFirstLook);

@@ -208,10 +208,20 @@ void SnapshotMaker::addHistory(ObjectRow& row) const {
   if (const EditSummary* edit = station_.edits().summary(Cookie(cookie.c_str(), false))) {
     row.content = edit->content;
     row.savedBy = readableText(shownText(edit->savedBy));
+  } else if (row.isDeleted) {
+    row.content = contentBefore(row);
   } else {
     const QStringList texts = QStringList{row.name, row.detail, row.extra} + row.contents;
     row.content = hash64(texts.join(QLatin1Char('\n')).toStdString());
   }
+}
+
+// Of a deleted edit, to know it again when it comes back.
+quint64 SnapshotMaker::contentBefore(const ObjectRow& row) const {
+  const auto& edits = last_->objects[static_cast<std::size_t>(ObjectKind::eEdits)];
+  if (!edits) return row.content;
+  const auto found = std::ranges::lower_bound(*edits, row.key, {}, &ObjectRow::key);
+  return found != edits->end() && found->key == row.key ? found->content : row.content;
 }
 
 // Changes that another announced and has not saved make an edit dirty here as well. They are not

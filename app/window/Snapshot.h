@@ -176,6 +176,7 @@ class SnapshotMaker {
   void lookAtUsers(Snapshot& next);
   void lookAtPresence(Snapshot& next) const;
   void addHistory(ObjectRow& row) const;
+  [[nodiscard]] quint64 contentBefore(const ObjectRow& row) const;
   [[nodiscard]] ObjectRow shownEdit(const JsonValue& line) const;
 
   Station& station_;

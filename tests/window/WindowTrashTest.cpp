@@ -184,6 +184,29 @@ TEST_F(WindowTrashTest, WhatAnotherBringsBackIsNoLongerToldAsDeleted) {
   });
 }
 
+TEST_F(WindowTrashTest, WhatComesBackUnchangedIsNotToldAsChanged) {
+  play([this](MainWindow& window) {
+    StationProcess ben(other("BEN"));
+    haveReelDeleted(window, ben);
+    const QString reel = keyOf(window, "Reel");
+    clickEdit(window, "Reel");
+    ASSERT_EQ(window.detail().key(), reel);
+    for (const char* line : {"undo", "redo", "undo"}) {
+      EXPECT_TRUE(ben.command(line)["ok"].asBool());
+      const bool isGone = line == std::string("redo");
+      EXPECT_TRUE(waitFor([&] { return window.objects().find(reel)->isDeleted == isGone; }));
+      QTest::qWait(500);  // what follows would be told by now
+      EXPECT_TRUE(window.detail().changeBar().isHidden()) << line;
+    }
+    EXPECT_FALSE(window.objects().hasNews());
+    EXPECT_TRUE(ben.command("edit rename Reel Coil")["ok"].asBool());
+    EXPECT_TRUE(waitFor([&] { return !window.detail().changeBar().isHidden(); }));
+    EXPECT_TRUE(ben.command("edit delete Coil")["ok"].asBool());
+    EXPECT_TRUE(waitFor([&] { return window.recovery().isVisible(); }));
+    EXPECT_TRUE(waitFor([&] { return window.detail().changeBar().isHidden(); }));
+  });
+}
+
 TEST_F(WindowTrashTest, WhatIsBackIsChosenAndNamedInWords) {
   play([this](MainWindow& window) {
     waitForEdits(window);
