@@ -48,19 +48,23 @@ ProgramRun runProgram(const std::vector<std::string>& words, const std::string& 
   std::vector<char*> arguments;
   for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
+  const std::string in = folder / "input";
+  const std::string out = folder / "output";
+  const std::string errors = folder / "errors";
   const pid_t process = ::fork();
+  // Another thread may have held the lock of the memory: nothing takes memory here.
   if (process == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    redirect(folder / "input", O_RDONLY, STDIN_FILENO);
-    redirect(folder / "output", O_WRONLY | O_CREAT, STDOUT_FILENO);
-    redirect(folder / "errors", O_WRONLY | O_CREAT, STDERR_FILENO);
+    redirect(in, O_RDONLY, STDIN_FILENO);
+    redirect(out, O_WRONLY | O_CREAT, STDOUT_FILENO);
+    redirect(errors, O_WRONLY | O_CREAT, STDERR_FILENO);
     ::execvp(arguments[0], arguments.data());
     ::_exit(127);
   }
   ProgramRun run;
   run.status = waitForEnd(process);
-  run.output = contentOf(folder / "output");
-  run.errors = contentOf(folder / "errors");
+  run.output = contentOf(out);
+  run.errors = contentOf(errors);
   return run;
 }
 

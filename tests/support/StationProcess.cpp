@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <iostream>
 #include <utility>
 
 namespace korvel {
@@ -48,16 +49,23 @@ std::vector<std::string> commandLine(const StationProcess::Options& options) {
   return words;
 }
 
-[[noreturn]] void become(std::vector<std::string> words, int input, int output, int errors) {
-  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  ::dup2(input, STDIN_FILENO);
-  ::dup2(output, STDOUT_FILENO);
-  ::dup2(errors, STDERR_FILENO);
+/// What exec() takes; of words that live longer.
+std::vector<char*> argumentsOf(std::vector<std::string>& words) {
   std::vector<char*> arguments;
   arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
-  ::execvp(arguments[0], arguments.data());
+  return arguments;
+}
+
+/// In the child of a process that has threads: one of them may have held the lock of the memory
+/// when it was copied, so nothing here takes memory.
+[[noreturn]] void become(char* const* arguments, int input, int output, int errors) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  ::dup2(input, STDIN_FILENO);
+  ::dup2(output, STDOUT_FILENO);
+  ::dup2(errors, STDERR_FILENO);
+  ::execvp(arguments[0], arguments);
   ::_exit(127);
 }
 
@@ -89,8 +97,9 @@ void StationProcess::start() {
   const Pipe output;
   const Pipe errors;
   std::vector<std::string> words = commandLine(options_);
+  const std::vector<char*> arguments = argumentsOf(words);
   pid_ = ::fork();
-  if (pid_ == 0) become(std::move(words), input.reading(), output.writing(), errors.writing());
+  if (pid_ == 0) become(arguments.data(), input.reading(), output.writing(), errors.writing());
   ::close(input.reading());
   ::close(output.writing());
   ::close(errors.writing());
@@ -128,7 +137,9 @@ void StationProcess::readErrors(int descriptor) {
 }
 
 bool StationProcess::waitUntilReady(Seconds limit) {
-  return waitFor("ready", {}, limit).has_value();
+  if (waitFor("ready", {}, limit)) return true;
+  std::cerr << options_.user << " is not ready: " << errorText() << '\n';
+  return false;
 }
 
 void StationProcess::type(const std::string& line) {

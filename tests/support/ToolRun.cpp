@@ -21,14 +21,19 @@ void redirect(int stream, const std::string& path, int flags) {
   ::close(file);
 }
 
-[[noreturn]] void become(const std::vector<std::string>& words, const std::string& folder) {
-  redirect(STDIN_FILENO, folder + "/in", O_RDONLY);
-  redirect(STDOUT_FILENO, folder + "/out", O_WRONLY | O_CREAT);
-  redirect(STDERR_FILENO, folder + "/err", O_WRONLY | O_CREAT);
-  std::vector<char*> arguments{const_cast<char*>(KV_SHARE)};
-  for (const auto& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-  arguments.push_back(nullptr);
-  ::execv(KV_SHARE, arguments.data());
+struct Streams {
+  std::string in;
+  std::string out;
+  std::string errors;
+};
+
+/// In the child of a process that has threads: one of them may have held the lock of the memory
+/// when it was copied, so nothing here takes memory.
+[[noreturn]] void become(char* const* arguments, const Streams& streams) {
+  redirect(STDIN_FILENO, streams.in, O_RDONLY);
+  redirect(STDOUT_FILENO, streams.out, O_WRONLY | O_CREAT);
+  redirect(STDERR_FILENO, streams.errors, O_WRONLY | O_CREAT);
+  ::execv(KV_SHARE, arguments);
   ::_exit(127);
 }
 
@@ -45,8 +50,13 @@ ToolRun runTool(const std::vector<std::string>& words, const std::string& input)
 
 BackgroundTool::BackgroundTool(const std::vector<std::string>& words, const std::string& input) {
   static_cast<void>(folder_.write("in", input));
+  std::vector<char*> arguments{const_cast<char*>(KV_SHARE)};
+  for (const auto& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  const std::string folder = folder_.path();
+  const Streams streams{folder + "/in", folder + "/out", folder + "/err"};
   child_ = ::fork();
-  if (child_ == 0) become(words, folder_.path());
+  if (child_ == 0) become(arguments.data(), streams);
 }
 
 BackgroundTool::~BackgroundTool() {
