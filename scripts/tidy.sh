@@ -15,8 +15,8 @@ case "${1:-}" in
 esac
 # A compiler cache has no part in this, and would stand in the commands that clang-tidy reads.
 env -u CMAKE_CXX_COMPILER_LAUNCHER cmake --preset tidy >/dev/null
-if ninja -C build/tidy -t targets all | grep -q '^station_window_autogen:'; then
-  ninja -C build/tidy station_window_autogen >/dev/null
+if ninja -C build/tidy -t targets all | grep '^station_window_autogen:' >/dev/null; then
+  made=$(ninja -C build/tidy station_window_autogen) || { tail -n 40 <<<"$made"; exit 1; }
 fi
 # What Qt generates has names of its own.
 units=$(sed -nE 's/^ *"file": "(.*)",?$/\1/p' build/tidy/compile_commands.json | grep -v _autogen/ | sort -u)

@@ -84,8 +84,8 @@ void stampAll(int folder, std::vector<Entry>& entries) {
 
 StampedFiles::StampedFiles(std::vector<File> files) : files_(std::move(files)) {
   std::ranges::sort(files_, {}, &File::name);
-  const auto doubled = std::ranges::unique(files_, {}, &File::name);
-  files_.erase(doubled.begin(), doubled.end());
+  const auto isSame = [](const File& a, const File& b) { return a.name == b.name; };
+  files_.erase(std::unique(files_.begin(), files_.end(), isSame), files_.end());
 }
 
 const FileStamp* StampedFiles::find(std::string_view name) const {
