@@ -1,12 +1,16 @@
 #include "app/commands/Commands.h"
 
 #include <filesystem>
+#include <map>
 #include <utility>
+#include <vector>
 
 #include "station/Station.h"
+#include "station/base/Rendering.h"
 #include "station/base/Strings.h"
 #include "station/containers/CookieLists.h"
 #include "station/containers/Filters.h"
+#include "station/edit/Edits.h"
 #include "station/media/MediaCache.h"
 #include "station/project/Projects.h"
 
@@ -104,20 +108,53 @@ Result<JsonValue> destroy(const Projects& projects, CookieLists& manager,
   return answer(manager.discard(*container));
 }
 
+/// A container with the names of what is in it. An object that is no longer in the project has its
+/// cookie alone.
+std::string shownWithNames(Station& station, const JsonValue& container) {
+  std::vector<NamedObject> known;
+  station.edits().listObjects(known);
+  for (const CookieLists* each :
+       {static_cast<CookieLists*>(&station.bins()), static_cast<CookieLists*>(&station.racks())}) {
+    each->listObjects(known);
+  }
+  std::map<std::string, std::string> names;
+  for (const NamedObject& each : known) names[each.cookie.asString().str()] = each.name;
+  JsonValue rows = JsonValue::array();
+  for (const auto& [key, value] : container.members()) {
+    for (const JsonValue& cookie : value.elements()) {
+      rows.append(JsonValue::object(
+          {{"cookie", cookie.asString()}, {"name", shownText(names[cookie.asString()])}}));
+    }
+  }
+  const std::string title = shownText(container["name"].asString());
+  if (rows.elements().empty()) return title + " is empty.";
+  return title + ":\n" + renderForPeople(withShortCookies(rows));
+}
+
 /// Adds one family; `word` is "bin" or "rack".
 void addFamily(CommandTable& table, const std::string& word, Manager manager) {
   using Run = Result<JsonValue> (*)(const Projects&, CookieLists&, const Arguments&);
   const auto command = [&](const char* verb, const char* usage, const std::string& help,
                            std::size_t least, std::size_t most, Run run) {
-    table.add({word + ' ' + verb, usage, help, least, most,
-               [manager, run](Station& station, const Arguments& arguments) {
-                 return run(station.projects(), manager(station), arguments);
-               }});
+    Command added{word + ' ' + verb,
+                  usage,
+                  help,
+                  least,
+                  most,
+                  [manager, run](Station& station, const Arguments& arguments) {
+                    return run(station.projects(), manager(station), arguments);
+                  }};
+    if (run == show) {
+      added.show = [](Station& station, const Arguments&, const JsonValue& container) {
+        return shownWithNames(station, container);
+      };
+    }
+    table.add(std::move(added));
   };
   constexpr std::size_t kAny = Command::kAnyNumber;
   command("create", "NAME", "Makes an empty " + word + " and shows its cookie.", 1, 1, create);
   command("list", "", "Shows every " + word + " of the open project.", 0, 0, list);
-  command("show", "X", "Shows one " + word + " and the cookies in it.", 1, 1, show);
+  command("show", "X", "Shows one " + word + " and what is in it.", 1, 1, show);
   command("add", "X COOKIE...", "Puts objects of the project into a " + word + ".", 2, kAny, add);
   command("remove", "X COOKIE...", "Takes objects out of a " + word + ".", 2, kAny, remove);
   command("destroy", "X", "Moves a " + word + " to the trash; what was in it stays in the project.",

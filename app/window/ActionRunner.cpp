@@ -46,9 +46,19 @@ std::vector<FieldChoice> choicesOf(const ObjectRows& rows) {
   return choices;
 }
 
-/// "Crane  (0/1), now 12 to 36": what of it is shown, in frames as they are typed.
+/// "track 1, clip 2" of "0/1": people count from one.
+QString placeText(const QString& path) {
+  QStringList numbers;
+  for (const QString& part : path.split(QLatin1Char('/'))) {
+    numbers << QString::number(part.toInt() + 1);
+  }
+  const QString track = numbers.takeFirst();
+  return QStringLiteral("track %1, clip %2").arg(track, numbers.join(QStringLiteral(" in ")));
+}
+
+/// "Crane  (track 1, clip 2), now 12 to 36": what of it is shown, in frames as they are typed.
 QString clipText(const TimelineItem& item) {
-  const QString text = QStringLiteral("%1  (%2)").arg(oneLine(item.name), item.path);
+  const QString text = QStringLiteral("%1  (%2)").arg(oneLine(item.name), placeText(item.path));
   if (!(item.rate > 0)) return text;
   const auto frames = [&item](double seconds) {
     return QString::number(qRound64(seconds * item.rate));

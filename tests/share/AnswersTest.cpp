@@ -99,6 +99,16 @@ TEST_F(AnswersTest, WhoBeginsAMessageAsStationsDoIsWarned) {
   EXPECT_EQ(said.find("begins with a small"), said.rfind("begins with a small")) << said;
 }
 
+TEST_F(AnswersTest, ABinIsShownWithTheNamesOfWhatIsInIt) {
+  const std::string said = answers(
+      "project create Film\nproject enter Film\nedit create Reel\nbin create Dailies\n"
+      "bin show Dailies\nbin add Dailies Reel\nbin show Dailies\n");
+  EXPECT_NE(said.find("\nDailies is empty.\n"), said.npos) << said;
+  const std::size_t shown = said.find("\nDailies:\n");
+  ASSERT_NE(shown, said.npos) << said;
+  EXPECT_NE(said.find("  Reel\n", shown), said.npos) << said;
+}
+
 TEST_F(AnswersTest, AMessageWithTwoFaultsIsWarnedOfBoth) {
   const std::string said = answers("say <All> \"dinner for 10 \xE2\x82\xAC?\"\n");
   EXPECT_NE(said.find("begins with a small \"d\""), said.npos) << said;

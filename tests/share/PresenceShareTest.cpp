@@ -62,6 +62,7 @@ class GhostStation {
     note_.user = note_.host = "BEN";
     note_.port = ntohs(own.sin_port);
     note_.since = timeForRecord();
+    std::filesystem::create_directories(folder_);  // the first station makes it after its start
     const std::string lock = noteLock(folder_, note_.id);
     lock_ = ::open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     struct flock whole {};

@@ -159,7 +159,7 @@ TEST_F(UndoShareTest, AGiftIsTakenBackUntilItsNewOwnerSaves) {
 }
 
 TEST_F(UndoShareTest, WhatIsUndoneToWhatWasSavedIsUnsavedNoMore) {
-  const auto isDirty = [this](StationProcess& station) {
+  const auto isDirty = [](StationProcess& station) {
     const JsonValue edits = run(station, "edit list");
     return edits.elements().at(0)["dirty"].asBool();
   };

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
+#include <QComboBox>
+#include <QDialog>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -77,6 +79,21 @@ class WindowHistoryTest : public testing::Test, protected WindowScene {
 
   std::string name_ = "Dock";
 };
+
+TEST_F(WindowHistoryTest, AClipThatIsTrimmedIsNamedByItsTrackAndPlace) {
+  play([this](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Zebra").isEmpty(); }));
+    clickEdit(window, QString::fromStdString(name_));
+    ASSERT_TRUE(waitFor([&] { return drawn(window); }));
+    QTest::keyClick(&window, Qt::Key_T, Qt::ControlModifier);
+    const QComboBox* clips = nullptr;
+    ASSERT_TRUE(waitFor([&] {
+      const auto* const dialog = window.findChild<QDialog*>("actionDialog");
+      return dialog && (clips = dialog->findChild<QComboBox*>());
+    }));
+    EXPECT_EQ(clips->itemText(1), "Crane  (track 1, clip 2), now 0 to 24");
+  });
+}
 
 TEST_F(WindowHistoryTest, TheHistoryListsWhoSavedWhatAndWhatChanged) {
   play([this](MainWindow& window) {

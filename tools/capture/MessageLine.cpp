@@ -20,6 +20,7 @@
 #include "station/base/Strings.h"
 #include "station/edit/EditSummary.h"
 #include "station/os/SharedFiles.h"
+#include "station/wire/MessageTable.h"
 #include "tools/capture/HeardMessage.h"
 #include "tools/wire/MessageReport.h"
 
@@ -116,7 +117,9 @@ using Clock = std::chrono::steady_clock;
 /// A line may wait so long for a name. A share that is slower is no longer waited for.
 constexpr auto kPatience = std::chrono::milliseconds(300);
 constexpr auto kLookAgainAfter = std::chrono::seconds(20);  // projects and edits are renamed
-constexpr std::size_t kMostNames = 10'000;                  // strangers may send endless cookies
+constexpr std::array kAboutFiles{MessageType::eEditSaved, MessageType::eContainerModification,
+                                 MessageType::eFilterModification};
+constexpr std::size_t kMostNames = 10'000;  // strangers may send endless cookies
 
 /// Whether a text is a cookie and nothing else. It becomes part of a path, so a text from the
 /// network must not hold "/" or "..".
@@ -187,25 +190,28 @@ NameBook::~NameBook() {
 MessageFields NameBook::withNames(MessageFields fields) {
   if (!fields.valid || !isCookie(fields.project)) return fields;
   const std::string folder = directory_ + "/" + fields.project;
-  const auto addName = [this](std::string& cookie, const std::string& path) {
-    const std::string name = nameOf(path);
+  // Where the message tells of a new file, the name may be a new one.
+  const bool tellsOfFile = std::ranges::count(kAboutFiles, fields.type) > 0;
+  const auto addName = [this](std::string& cookie, const std::string& path, bool isNew) {
+    const std::string name = nameOf(path, isNew);
     if (!name.empty()) cookie = name + " (" + cookie + ")";
   };
   if (isCookie(fields.cookie)) {
     const char kind = Cookie(fields.cookie.c_str(), false).getType();
     const bool isEdit = kind == CookieTypeEdit || kind == 'S';
     addName(fields.cookie,
-            folder + "/" + fields.cookie + std::string(isEdit ? kEditEnding : kRecordEnding));
+            folder + "/" + fields.cookie + std::string(isEdit ? kEditEnding : kRecordEnding),
+            tellsOfFile);
   }
-  addName(fields.project, folder + "/project.json");
+  addName(fields.project, folder + "/project.json", false);
   return fields;
 }
 
-std::string NameBook::nameOf(const std::string& path) {
+std::string NameBook::nameOf(const std::string& path, bool isNew) {
   std::unique_lock lock(shared_->mutex);
   const auto known = shared_->names.find(path);
   const bool isKnown = known != shared_->names.end();
-  const bool isOld = isKnown && Clock::now() - known->second.lookedAt > kLookAgainAfter;
+  const bool isOld = isNew || (isKnown && Clock::now() - known->second.lookedAt > kLookAgainAfter);
   if (isKnown && !isOld) return known->second.text;
   // The reading thread still waits for the share: an old name, or none, without asking again.
   if (shared_->isLate) return isKnown ? known->second.text : std::string();

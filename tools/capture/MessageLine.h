@@ -54,7 +54,8 @@ class NameBook {
  private:
   struct Shared;
 
-  std::string nameOf(const std::string& path);
+  /// `isNew`: what is known of it is out of date.
+  std::string nameOf(const std::string& path, bool isNew);
 
   std::string directory_;
   std::shared_ptr<Shared> shared_;

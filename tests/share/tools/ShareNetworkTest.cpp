@@ -126,6 +126,11 @@ TEST_F(ShareNetworkTest, MonitorShowsTheNamesOfAProjectsDirectoryBesideCookies) 
   ASSERT_TRUE(sender_.send({"d", "2", "P0001", "E0001"}));
   ASSERT_TRUE(sender_.send({"d", "2", "P0001", "E0002"}));
   ASSERT_TRUE(tool.hasWritten("  E0002\n"));
+  // Saved under another name a moment later.
+  static_cast<void>(projects.write("P0001/E0001.otio",
+                                   R"({"OTIO_SCHEMA":"Timeline.1","name":"Harbour at noon"})"));
+  ASSERT_TRUE(sender_.send({"d", "2", "P0001", "E0001"}));
+  EXPECT_TRUE(tool.hasWritten("  Harbour at noon (E0001)\n"));
   tool.signal(SIGINT);
   const ToolRun run = tool.finish();
   EXPECT_NE(run.out.find("Feature (P0001)"), std::string::npos) << run.out;
