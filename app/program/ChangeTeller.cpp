@@ -52,7 +52,9 @@ ChangeTeller::ChangeTeller(Station& station, TextOutput& text)
 void ChangeTeller::take(const StationEvent& event) {
   const JsonValue& value = event.value;
   // What is in a project that was just entered may be deleted before anything else happens to it.
-  const bool hasEntered = event.name == "reply" && value["command"].asString() == "project enter";
+  const std::string command = event.name == "reply" ? value["command"].asString() : std::string();
+  const bool hasEntered = command == "project enter";
+  if (command == "room create") hasMadeRoom_ = true;
   if (event.name == "presence") return tellSoon(false);
   if (event.name != "changed" && !hasEntered) return;
   const std::string origin = value["origin"].asString();
@@ -104,7 +106,7 @@ void ChangeTeller::tell() {
   std::erase_if(changes, [](const Change& each) { return each.what == "room"; });
   for (const Change& each : changes) lines.push_back(lineOf(each));
   std::vector<std::string> ofPeople = newsOfPeople();
-  newsOfRooms(ofPeople);
+  newsOfRooms(ofPeople, hasMadeRoom_.exchange(false));
   // What was there when the project was entered is no news.
   if (!hasEntered) lines.insert(lines.end(), ofPeople.begin(), ofPeople.end());
   const std::size_t shown = lines.size() > kMostLines ? kMostLines - 1 : lines.size();
@@ -156,15 +158,16 @@ std::vector<std::string> ChangeTeller::newsOfPeople() {
   return lines;
 }
 
-/// Adds what became of the rooms since this was last called.
-void ChangeTeller::newsOfRooms(std::vector<std::string>& lines) {
+/// Adds what became of the rooms since this was last called. `hasMade`: a new one is the user's
+/// own, and was told in answer to the command.
+void ChangeTeller::newsOfRooms(std::vector<std::string>& lines, bool hasMade) {
   std::map<std::string, RoomInfo> now;
   for (const RoomInfo& room : station_.rooms().known()) {
     now.emplace(room.name, room);
     const auto before = rooms_.find(room.name);
     const bool isNew = before == rooms_.end();
     const RoomInfo free{room.name, LockState::eFree, {}, room.isHere};
-    if (isNew && !room.isHere) {
+    if (isNew && !room.isHere && !hasMade) {
       lines.push_back("There is now a room " + inQuotes(room.name) + ".");
     }
     const std::string text = changeText(isNew ? free : before->second, room);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <map>
@@ -50,7 +51,7 @@ class ChangeTeller : public iEventSink {
   void tell();
   void learnNames();
   std::vector<std::string> newsOfPeople();
-  void newsOfRooms(std::vector<std::string>& lines);
+  void newsOfRooms(std::vector<std::string>& lines, bool hasMade);
   [[nodiscard]] std::string lineOf(const Change& change) const;
   [[nodiscard]] std::string nameOf(const Change& change) const;
 
@@ -60,6 +61,7 @@ class ChangeTeller : public iEventSink {
   std::mutex mutex_;
   std::vector<Change> pending_;
   bool isPosted_ = false;
+  std::atomic<bool> hasMadeRoom_{false};      ///< here, since it was told last
   bool hasEntered_ = false;                   ///< a project was entered since it was told last
   std::map<std::string, std::string> names_;  ///< by cookie; host thread
   std::map<std::string, RoomInfo> rooms_;     ///< by name, as told last; host thread

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <thread>
 
 #include "tests/share/SharedStations.h"
 #include "tests/support/BecomesTrue.h"
@@ -246,6 +247,12 @@ TEST_F(TerminalTest, WhoComesAndGoesIsToldWithTheRoom) {
   type("room enter Sound\rwhoami\r");
   ASSERT_TRUE(sees("network_mode: yes")) << shown_;
   EXPECT_EQ((before_ + shown_).find("ANNA came"), std::string::npos) << "one's own are no news";
+  type("room create Foley\r");
+  EXPECT_TRUE(sees("There is now a room \"Foley\".")) << shown_;
+  std::this_thread::sleep_for(std::chrono::seconds(1));  // all that is told of it is told together
+  run(ben, "project enter Film");
+  EXPECT_TRUE(sees("BEN opened this project.")) << shown_;
+  EXPECT_EQ(before_.find("a room \"Foley\"."), before_.rfind("a room \"Foley\".")) << before_;
 }
 
 TEST_F(TerminalTest, WhoWasKilledAndIsBackIsNotToldAsGone) {
