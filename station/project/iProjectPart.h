@@ -37,7 +37,7 @@ class iProjectPart {
   virtual ~iProjectPart() = default;
 
   /// Loads this part of the project that was just opened, with one look at the folder: `files` are
-  /// the names in it but those of edits and logs, of which this part takes its own. A file that
+  /// the names in it without those of edits and logs. Each part takes its own of them. A file that
   /// cannot be read is reported (log) and set aside; the others go on.
   virtual void enter(const OpenProject& project, const std::vector<std::string>& files) = 0;
 

@@ -42,12 +42,13 @@ bool waitForLock(int descriptor) {
   const auto deadline = std::chrono::steady_clock::now() + kLongestWait;
   while (!tryLock(descriptor)) {
     if (errno != EAGAIN || std::chrono::steady_clock::now() > deadline) return false;
+    // Such a lock cannot be waited for with a limit; this is asked again.
     std::this_thread::sleep_for(kBetweenTries);
   }
   return true;
 }
 
-/// The end of a file, of which a last line is part.
+/// What the next record has to know of the file's last line.
 struct Tail {
   std::string hash = noHash();  ///< of the last line
   bool isCut = false;           ///< the last line has no end
