@@ -67,12 +67,16 @@ constexpr uuid_t kNameSpace = {0x3b, 0x5e, 0x0c, 0x52, 0x9d, 0x1f, 0x4e, 0x8a,
 
 bool isKindLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 
+constexpr auto kDigitValues = [] {
+  std::array<std::int8_t, 256> values{};
+  values.fill(-1);
+  for (std::size_t value = 0; value < kHexDigits.size(); ++value)
+    values[static_cast<unsigned char>(kHexDigits[value])] = static_cast<std::int8_t>(value);
+  return values;
+}();
+
 /// The value of a lower-case hex digit, or -1.
-int digitValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
+int digitValue(char c) { return kDigitValues[static_cast<unsigned char>(c)]; }
 
 bool allHex(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return digitValue(c) >= 0; });
@@ -83,10 +87,16 @@ std::uint8_t hexByteAt(std::string_view digits, std::size_t index) {
                                    digitValue(digits[2 * index + 1]));
 }
 
+/// Both digits of every byte: cookies are most of what a message is made of.
+constexpr auto kHexPairs = [] {
+  std::array<std::array<char, 2>, 256> pairs{};
+  for (std::size_t byte = 0; byte < pairs.size(); ++byte)
+    pairs[byte] = {kHexDigits[byte >> 4], kHexDigits[byte & 15]};
+  return pairs;
+}();
+
 char* putHex(char* to, std::uint8_t byte) {
-  *to++ = kHexDigits[byte >> 4];
-  *to++ = kHexDigits[byte & 15];
-  return to;
+  return std::copy_n(kHexPairs[byte].data(), 2, to);
 }
 
 bool isUuidText(std::string_view digits) {
@@ -100,11 +110,13 @@ bool isTailText(std::string_view tail) {
 
 UUID uuidFromDigits(std::string_view digits) {
   std::array<char, kMaxDigits> padded;
-  padded.fill('0');
-  std::copy(digits.begin(), digits.end(), padded.end() - digits.size());
-  const std::string_view whole(padded.data(), padded.size());
+  if (digits.size() < kMaxDigits) {  // nearly all have all digits, and need no copy
+    padded.fill('0');
+    std::copy(digits.begin(), digits.end(), padded.end() - digits.size());
+    digits = std::string_view(padded.data(), padded.size());
+  }
   UUID uuid;
-  for (std::size_t i = 0; i < uuid.bytes.size(); ++i) uuid.bytes[i] = hexByteAt(whole, i);
+  for (std::size_t i = 0; i < uuid.bytes.size(); ++i) uuid.bytes[i] = hexByteAt(digits, i);
   return uuid;
 }
 
