@@ -95,9 +95,7 @@ constexpr auto kHexPairs = [] {
   return pairs;
 }();
 
-char* putHex(char* to, std::uint8_t byte) {
-  return std::copy_n(kHexPairs[byte].data(), 2, to);
-}
+char* putHex(char* to, std::uint8_t byte) { return std::copy_n(kHexPairs[byte].data(), 2, to); }
 
 bool isUuidText(std::string_view digits) {
   if (digits.size() < kMinDigits || digits.size() > kMaxDigits || !allHex(digits)) return false;

@@ -101,6 +101,18 @@ TEST(HouseRules, TheProductHasFewFiles) {
   EXPECT_LE(files, 340u) << "a file is a thought: does the newest belong to a neighbour?";
 }
 
+TEST(HouseRules, TheBuildIsToldInFewLines) {
+  std::size_t lines = 0;
+  for (const std::string& file :
+       linesOf("cd '" KV_SOURCE_DIR "' && find . -path ./build -prune -o "
+               "\\( -name CMakeLists.txt -o -name '*.cmake' \\) -print")) {
+    const std::string text = readText(kHouseFolder / file);
+    lines += static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+  }
+  EXPECT_GE(lines, 300u) << "the files were not found";
+  EXPECT_LE(lines, 650u) << "a target is one call of kv_target";
+}
+
 TEST(HouseRules, CommentsSayEnough) {
   constexpr double kHostHeaders = 45;  // percent; they are read without the sources
   constexpr double kSources = 5;
