@@ -98,7 +98,7 @@ std::shared_ptr<const TrafficCounts> observed(NetworkService& network) {
 // In the order of need: each part uses earlier ones, and the plug-in, destroyed first, uses all.
 struct Station::Parts {
   HostThread hostThread;
-  DelayedReread lateLooks{hostThread};
+  DelayedReread lateLooks{hostThread, DelayedReread::delaysIn(settings().projectsDirectory)};
   NetworkService network{hostThread};
   std::shared_ptr<Seals> seals = makeSeals(network);
   std::shared_ptr<const TrafficCounts> traffic = observed(network);

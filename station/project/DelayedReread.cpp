@@ -1,8 +1,11 @@
 #include "station/project/DelayedReread.h"
 
+#include <linux/magic.h>
+#include <sys/vfs.h>
 #include <utility>
 
 #include "station/base/Events.h"
+#include "station/os/Posix.h"
 
 namespace korvel {
 
@@ -10,6 +13,9 @@ namespace {
 
 /// Looks in one task of the host thread: the station goes on answering in between.
 constexpr std::size_t kMostAtOnce = 50;
+
+constexpr std::chrono::milliseconds kSoon{150};
+constexpr std::chrono::milliseconds kLater{2000};
 
 DelayedReread* theDelayedReread = nullptr;
 
@@ -24,13 +30,20 @@ DelayedReread::~DelayedReread() {
   if (theDelayedReread == this) theDelayedReread = nullptr;
 }
 
-DelayedReread::Delays DelayedReread::defaultDelays() {
-  return {std::chrono::milliseconds(150), std::chrono::milliseconds(2000)};
+DelayedReread::Delays DelayedReread::delaysOn(std::int64_t kind) {
+  if (kind == NFS_SUPER_MAGIC) return {kSoon};
+  if (isFreshOnceOpened(kind)) return {};
+  return {kSoon, kLater};
+}
+
+DelayedReread::Delays DelayedReread::delaysIn(const std::string& folder) {
+  struct statfs system {};
+  return delaysOn(::statfs(folder.c_str(), &system) == 0 ? system.f_type : 0);
 }
 
 void DelayedReread::arrange(const std::string& name, Look look) {
-  if (theDelayedReread && currentOrigin() == Origin::eRemote)
-    theDelayedReread->add(name, std::move(look));
+  if (!theDelayedReread || theDelayedReread->delays_.empty()) return;
+  if (currentOrigin() == Origin::eRemote) theDelayedReread->add(name, std::move(look));
 }
 
 void DelayedReread::add(const std::string& name, Look look) {

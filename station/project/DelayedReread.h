@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
@@ -15,7 +16,7 @@ namespace korvel {
 /// On a network file system a message can arrive before the file that it announces: for a moment a
 /// look finds the old file, and without another look the old content would be shown until the next
 /// change. So a file that is read because of a message is read again a little later, and shown if
-/// it differs by then. Host thread. One object a process.
+/// it differs by then. Without delays nothing is. Host thread. One object a process.
 class DelayedReread {
  public:
   /// Looks again, and does nothing where all is as it was.
@@ -24,7 +25,7 @@ class DelayedReread {
 
   /// Looks when each of the delays, the shortest first, has passed since the message; some time may
   /// pass beyond it, as long as the first delay and whatever else the host thread does.
-  explicit DelayedReread(HostThread& thread, Delays delays = defaultDelays());
+  DelayedReread(HostThread& thread, Delays delays);
   DelayedReread(const DelayedReread&) = delete;
   DelayedReread& operator=(const DelayedReread&) = delete;
   ~DelayedReread();
@@ -34,8 +35,14 @@ class DelayedReread {
   /// process without this object.
   static void arrange(const std::string& name, Look look);
 
-  /// 150 ms and 2 s. Measured worst cases are 60 ms on NFS and 1 s on SMB.
-  static Delays defaultDelays();
+  /// What a file system of this kind (`statfs::f_type`) wants. Nothing on this machine's own disks,
+  /// where a file is there before its message; 150 ms on NFS, whose measured worst case is 60 ms,
+  /// and where the watch of the folder finds what is later still; 150 ms and 2 s on others: SMB
+  /// may show the old content for a second.
+  static Delays delaysOn(std::int64_t kind);
+
+  /// The same for the file system that holds a folder; the longest where that cannot be told.
+  static Delays delaysIn(const std::string& folder);
 
  private:
   using Clock = std::chrono::steady_clock;

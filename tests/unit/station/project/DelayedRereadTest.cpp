@@ -1,5 +1,7 @@
 #include "station/project/DelayedReread.h"
 
+#include <linux/magic.h>
+
 #include "station/containers/CookieLists.h"
 #include "station/containers/Filters.h"
 #include "tests/support/ContainerListener.h"
@@ -55,6 +57,26 @@ TEST(DelayedRereadTest, WhatTheUserDoesIsNotFollowedByALook) {
   DelayedReread::arrange("bin", [&looks] { ++looks; });
   run.finish();
   EXPECT_EQ(looks, 0);
+}
+
+TEST(DelayedRereadTest, LooksAreMadeWhereAFolderMayStillShowWhatWas) {
+  EXPECT_EQ(DelayedReread::delaysOn(EXT4_SUPER_MAGIC).size(), 0u);
+  EXPECT_EQ(DelayedReread::delaysOn(NFS_SUPER_MAGIC).size(), 1u);
+  EXPECT_EQ(DelayedReread::delaysOn(SMB2_SUPER_MAGIC).size(), 2u);
+  EXPECT_EQ(DelayedReread::delaysIn("/no such folder").size(), 2u);
+  EXPECT_EQ(DelayedReread::delaysIn("/proc").size(), 2u) << "a kind that nobody has measured";
+}
+
+TEST(DelayedRereadTest, WithoutDelaysNothingIsLookedAt) {
+  HostThread thread;
+  DelayedReread looks(thread, {});
+  int made = 0;
+  {
+    const RemoteChangeScope remote;
+    DelayedReread::arrange("bin", [&made] { ++made; });
+  }
+  thread.runPending();
+  EXPECT_EQ(made, 0);
 }
 
 TEST(DelayedRereadTest, WithoutThemNothingIsArranged) {
