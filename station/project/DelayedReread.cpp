@@ -1,6 +1,5 @@
 #include "station/project/DelayedReread.h"
 
-#include <linux/magic.h>
 #include <sys/vfs.h>
 #include <utility>
 
@@ -13,9 +12,6 @@ namespace {
 
 /// Looks in one task of the host thread: the station goes on answering in between.
 constexpr std::size_t kMostAtOnce = 50;
-
-constexpr std::chrono::milliseconds kSoon{150};
-constexpr std::chrono::milliseconds kLater{2000};
 
 DelayedReread* theDelayedReread = nullptr;
 
@@ -31,9 +27,8 @@ DelayedReread::~DelayedReread() {
 }
 
 DelayedReread::Delays DelayedReread::delaysOn(std::int64_t kind) {
-  if (kind == NFS_SUPER_MAGIC) return {kSoon};
   if (isFreshOnceOpened(kind)) return {};
-  return {kSoon, kLater};
+  return {std::chrono::milliseconds(150), std::chrono::milliseconds(2000)};
 }
 
 DelayedReread::Delays DelayedReread::delaysIn(const std::string& folder) {

@@ -35,10 +35,10 @@ class DelayedReread {
   /// process without this object.
   static void arrange(const std::string& name, Look look);
 
-  /// What a file system of this kind (`statfs::f_type`) wants. Nothing on this machine's own disks,
-  /// where a file is there before its message; 150 ms on NFS, whose measured worst case is 60 ms,
-  /// and where the watch of the folder finds what is later still; 150 ms and 2 s on others: SMB
-  /// may show the old content for a second.
+  /// What a file system of this kind (`statfs::f_type`) wants. Nothing where the opening of a
+  /// folder shows what is in it, on NFS and this machine's own disks: a file is in its place before
+  /// its message leaves, and what comes later still the watch of the folder finds. 150 ms and 2 s
+  /// on others: SMB may show the old content for a second.
   static Delays delaysOn(std::int64_t kind);
 
   /// The same for the file system that holds a folder; the longest where that cannot be told.
