@@ -266,8 +266,9 @@ void addMediaCommands(CommandTable& table) {
              "Takes a media file and its proxies out of the project; the file itself stays.", 1, 1,
              removeMedia});
   table.add({"media list", "",
-             "Shows the project's media: where each file is, whether it is there, its size.", 0, 0,
-             listMedia});
+             "Shows the project's media: where each file is, whether it is there and how large. "
+             "\"looked_at\": false where its folder does not answer, or a stranger named it.",
+             0, 0, listMedia});
 }
 
 }  // namespace korvel

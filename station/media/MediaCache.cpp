@@ -1,6 +1,7 @@
 #include "station/media/MediaCache.h"
 
 #include <functional>
+#include <optional>
 #include <utility>
 
 #include "host/base/Log.h"
@@ -29,6 +30,9 @@ constexpr const char* kMaterialKind = "V";
 constexpr const char* kFile = "file";
 constexpr const char* kProxyOf = "proxyOf";
 
+/// How long a user who adds a file waits for its mount, as for one that is made when it is asked.
+constexpr MediaLooks::Limit kTimeToAdd(5000);
+
 MediaFile fileAt(const std::string& path, const std::string& proxyOf) {
   return {materialCookie(path), path, networkForm(path), proxyOf};
 }
@@ -52,6 +56,14 @@ Error notThere(const std::string& path, const std::string& why) {
           path};
 }
 
+Error noAnswer(const std::string& path) {
+  return {ErrorCode::eSystem,
+          inQuotes(path) +
+              " does not answer, so it was not added. See whether its folder is mounted "
+              "and its server runs.",
+          path};
+}
+
 Error unknownMedia(const std::string& text) {
   return {ErrorCode::eNotFound,
           inQuotes(text) + " is no media file of the open project; \"media list\" shows them.",
@@ -66,14 +78,10 @@ JsonValue shown(const MediaFile& file) {
                             {"proxy_of", file.proxyOf}});
 }
 
-/// Whether a file is looked at.
-enum class Looks { eTaken, eNone };
-
-JsonValue looked(const MediaFile& file, Looks looks) {
+JsonValue looked(const MediaFile& file, const std::optional<MediaLook>& seen) {
   JsonValue value = shown(file);
-  const bool isLookedAt = looks == Looks::eTaken;
-  const MediaLook look = isLookedAt ? MediaFiles::instance().look(file.path) : MediaLook{};
-  if (!isLookedAt) value.set("looked_at", false);
+  if (!seen) value.set("looked_at", false);
+  const MediaLook look = seen.value_or(MediaLook{});
   value.set("online", look.isOnline);
   value.set("size", static_cast<unsigned long>(look.size));
   value.set("format", look.format);
@@ -122,8 +130,9 @@ Result<Cookie> MediaCache::add(const std::string& path, const std::string& proxy
     return Error{ErrorCode::eNoProject, "No project is open; open one with \"project enter\".", {}};
   }
   if (knows(path)) return alreadyKnown(path);
-  const MediaLook look = MediaFiles::instance().look(path);
-  if (!look.isOnline) return notThere(path, look.problem);
+  const auto look = looks_.lookNow(path, rootOf(path), kTimeToAdd);
+  if (!look) return noAnswer(path);
+  if (!look->isOnline) return notThere(path, look->problem);
   const MediaFile file = fileAt(path, proxyOf);
   JsonValue record = JsonValue::object({{"name", mediaName(path)}, {kFile, file.network}});
   if (!proxyOf.empty()) record.set(kProxyOf, proxyOf);
@@ -168,10 +177,11 @@ Result<void> MediaCache::discard(const MediaFile& file) {
 
 bool MediaCache::knows(const std::string& path) const { return table_.find(networkForm(path)); }
 
-JsonValue MediaCache::look() const {
-  return listed(table_, [this](const MediaFile& file) {
-    return looked(file, file.isHearsay && !hasRecord(file) ? Looks::eNone : Looks::eTaken);
-  });
+JsonValue MediaCache::look() {
+  for (const MediaFile& file : table_.all()) askFor(file);
+  looks_.await(MediaLooks::kPatience);
+  return listed(table_,
+                [this](const MediaFile& file) { return looked(file, looks_.at(file.path)); });
 }
 
 JsonValue MediaCache::state() const { return listed(table_, shown); }
@@ -184,18 +194,34 @@ void MediaCache::addFile(const Cookie& cookie, const MaterialFilename& file, boo
   const bool isRecorded = !isRemote || hasRecord(added);
   // Only files that messages alone name are limited: a stranger can invent them without end.
   if (!isRecorded && !hasRoomForHearsay()) return;
-  added.isHearsay = !isRecorded && added.network == added.path;
+  added.isHearsay = !isRecorded && !isOfOurs(added.path);
   added.proxyOf = recordedProxyOf(added);
   const std::vector<MediaFile> material = table_.withCookie(cookie);
   if (isProxy && added.proxyOf.empty() && !material.empty()) {
     added.proxyOf = material.front().network;
   }
-  // Another station's message may name any path, also one on a mount that hangs: the host thread
-  // does not look at it.
+  // Another station's message may name a path on a mount that hangs: the host thread does not look.
   if (!isRemote && !existsFresh(added.path)) {
     LogBoth("The media file %s is not there, and is shown as offline.\n", inQuotes(added.path));
   }
   show(added);
+  askFor(added);
+}
+
+bool MediaCache::isOfOurs(const std::string& path) const {
+  return !mediaDirectoryOf(path).empty() || liesBelow(path, folder_);
+}
+
+/// The folder whose files are looked at one after the other: most likely they are on one mount.
+std::string MediaCache::rootOf(const std::string& path) const {
+  if (std::string directory = mediaDirectoryOf(path); !directory.empty()) return directory;
+  if (liesBelow(path, folder_)) return folder_;
+  const std::size_t second = path.find('/', 1);
+  return path.substr(0, second == path.npos ? second : path.find('/', second + 1));
+}
+
+void MediaCache::askFor(const MediaFile& file) {
+  if (!file.isHearsay) looks_.ask(file.path, rootOf(file.path));
 }
 
 // The station that removed a file has removed its record, so a file with a record stays whatever a
@@ -276,9 +302,13 @@ bool MediaCache::catchUpOne(const Cookie& record, const FoundFile& file) {
   problems_.erase(record);
   const MediaFile* const known = table_.find(media->network);
   // A finding that is older than what this station did since must not undo it.
-  if ((known && known->proxyOf == media->proxyOf) || !file.isCurrent()) return false;
-  show(*media);
-  return true;
+  if (!file.isCurrent()) return false;
+  const bool isShown = known && known->proxyOf == media->proxyOf;
+  // Its record came after the message: it is no hearsay any more.
+  if (isShown && known->isHearsay) table_.insert(*media);
+  if (!isShown) show(*media);
+  askFor(*media);
+  return !isShown;
 }
 
 bool MediaCache::catchUpGone(const Cookie& record) {
@@ -293,6 +323,7 @@ bool MediaCache::catchUpGone(const Cookie& record) {
 
 void MediaCache::leave() {
   toldFull_ = false;
+  looks_.forgetAll();
   folder_.clear();
   table_.clear();
   shown_.reset();
@@ -371,6 +402,7 @@ bool MediaCache::takeOut(const MediaFile& file) {
   // An open descriptor would keep the removed file's space on the share.
   MediaFiles::instance().close(file.path);
   MediaFiles::instance().dropHead(file.path);
+  looks_.forget(file.path);
   table_.remove(MediaFile(file));
   return true;
 }

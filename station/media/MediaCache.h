@@ -55,8 +55,10 @@ class MediaCache : public SystemCache, public iProjectPart {
   /// Whether a local path is known.
   [[nodiscard]] bool knows(const std::string& path) const;
 
-  /// All files, each followed by its proxies, as a look at each shows it now.
-  [[nodiscard]] JsonValue look() const;
+  /// All files, each followed by its proxies, as a look at each shows it now. Waits for the looks a
+  /// moment; a file of which nothing is known yet, since its mount does not answer or since a
+  /// stranger named it, has "looked_at": false.
+  [[nodiscard]] JsonValue look();
 
   void addFile(const Cookie& cookie, const MaterialFilename& file, bool isProxy) override;
   void removeFile(const Cookie& cookie, bool isProxy, int what) override;
@@ -84,6 +86,9 @@ class MediaCache : public SystemCache, public iProjectPart {
   /// Whether a file that only another station's message names still has room.
   bool hasRoomForHearsay();
   [[nodiscard]] bool hasRecord(const MediaFile& file) const;
+  [[nodiscard]] bool isOfOurs(const std::string& path) const;
+  [[nodiscard]] std::string rootOf(const std::string& path) const;
+  void askFor(const MediaFile& file);
   [[nodiscard]] std::vector<MediaFile> withoutRecord(std::vector<MediaFile> files) const;
   Result<void> discard(const MediaFile& file);
   [[nodiscard]] std::vector<MediaFile> unrecorded(const Cookie& cookie, bool isProxy,
@@ -98,6 +103,7 @@ class MediaCache : public SystemCache, public iProjectPart {
   std::string folder_;  ///< the open project's; empty when none is open
   std::shared_ptr<NewlyShown> shown_;
   MediaTable table_;
+  MediaLooks looks_;
   bool toldFull_ = false;
   NotifierList listeners_;
   std::map<Cookie, std::string> problems_;  ///< of files found that cannot be read, as logged

@@ -6,12 +6,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <cstring>
-#include <optional>
 #include <string_view>
+#include <system_error>
+#include <utility>
 
 #include "host/media/DiskManager.h"
 #include "host/os/Files.h"
+#include "station/base/HostThread.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 
@@ -50,10 +53,40 @@ std::string formatOf(std::string_view head) {
 
 }  // namespace
 
-MediaFiles& MediaFiles::instance() {
-  static MediaFiles files;
+std::shared_ptr<MediaFiles> MediaFiles::shared() {
+  static const auto files = std::make_shared<MediaFiles>();
   return files;
 }
+
+MediaFiles& MediaFiles::instance() { return *shared(); }
+
+namespace {
+
+// Closing asks the mount, too, on some file systems.
+void closeOnAThread(int descriptor) {
+  try {
+    threadWithoutSignals([descriptor] { ::close(descriptor); }).detach();
+  } catch (const std::system_error&) {
+    ::close(descriptor);
+  }
+}
+
+MediaLook lookOf(std::uint64_t size, std::string_view head) {
+  return {true, size, {}, formatOf(head)};
+}
+
+MediaLook noFile(int problem) {
+  return {false, 0, problem == 0 ? "no plain file" : std::strerror(problem), {}};
+}
+
+std::string headOf(int descriptor) {
+  std::string bytes(kHeadSize, '\0');
+  const ssize_t count = ::pread(descriptor, bytes.data(), bytes.size(), 0);
+  bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  return bytes;
+}
+
+}  // namespace
 
 MediaFiles::~MediaFiles() {
   for (const auto& [path, descriptor] : open_) ::close(descriptor);
@@ -61,30 +94,55 @@ MediaFiles::~MediaFiles() {
 
 MediaLook MediaFiles::look(const std::string& path) {
   Stamp stamp;
-  const auto kept = heads_.find(path);
   errno = 0;
   const bool isThere = stampAt(path, stamp);
-  // The descriptor still leads to the file that was there before.
-  if (!isThere || (kept != heads_.end() && !(kept->second.stamp == stamp))) {
-    close(path);
-    dropHead(path);
+  const int missing = errno;
+  std::uint64_t closings = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    closings = closings_;
+    // The descriptor would still lead to the file that was there before.
+    if (!isThere) letGo(path);
+    if (const auto head = isThere ? kept(path, stamp) : std::nullopt) {
+      return lookOf(stamp.size, *head);
+    }
   }
-  const int descriptor = isThere ? descriptorFor(path) : -1;
-  const int problem = errno;
-  if (descriptor < 0)
-    return {false, 0, problem == 0 ? "no plain file" : std::strerror(problem), {}};
-  return {true, stamp.size, {}, formatOf(headOf(path, stamp, descriptor))};
+  if (!isThere) return noFile(missing);
+  errno = 0;
+  // O_NONBLOCK: a pipe could have taken the file's place since it was looked at.
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor < 0) return noFile(errno);
+  Head head{stamp, headOf(descriptor)};
+  const MediaLook look = lookOf(stamp.size, head.bytes);
+  keep(path, descriptor, std::move(head), closings);
+  return look;
 }
 
 void MediaFiles::close(const std::string& path) {
+  const std::lock_guard lock(mutex_);
+  ++closings_;
   const auto found = open_.find(path);
   if (found == open_.end()) return;
-  ::close(found->second);
+  closeOnAThread(found->second);
   open_.erase(found);
   std::erase(order_, path);
 }
 
-void MediaFiles::dropHead(const std::string& path) { heads_.erase(path); }
+void MediaFiles::dropHead(const std::string& path) {
+  const std::lock_guard lock(mutex_);
+  ++closings_;
+  heads_.erase(path);
+}
+
+bool MediaFiles::isOpen(const std::string& path) const {
+  const std::lock_guard lock(mutex_);
+  return open_.contains(path);
+}
+
+bool MediaFiles::keepsHead(const std::string& path) const {
+  const std::lock_guard lock(mutex_);
+  return heads_.contains(path);
+}
 
 bool MediaFiles::stampAt(const std::string& path, Stamp& stamp) {
   struct stat found {};
@@ -95,25 +153,196 @@ bool MediaFiles::stampAt(const std::string& path, Stamp& stamp) {
   return true;
 }
 
-int MediaFiles::descriptorFor(const std::string& path) {
-  if (const auto found = open_.find(path); found != open_.end()) return found->second;
-  // O_NONBLOCK: a pipe could have taken the file's place since it was looked at.
-  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (descriptor < 0) return descriptor;
-  if (open_.size() >= kMaxOpen) close(std::string(order_.front()));
-  open_.emplace(path, descriptor);
-  order_.push_back(path);
-  return descriptor;
+std::optional<std::string> MediaFiles::kept(const std::string& path, const Stamp& stamp) {
+  const auto head = heads_.find(path);
+  if (head != heads_.end() && head->second.stamp == stamp && open_.contains(path)) {
+    return head->second.bytes;
+  }
+  letGo(path);
+  return std::nullopt;
 }
 
-const std::string& MediaFiles::headOf(const std::string& path, const Stamp& stamp, int descriptor) {
-  const auto kept = heads_.find(path);
-  if (kept != heads_.end()) return kept->second.bytes;
-  std::string bytes(kHeadSize, '\0');
-  const ssize_t count = ::pread(descriptor, bytes.data(), bytes.size(), 0);
-  bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-  return heads_.insert_or_assign(path, Head{stamp, bytes}).first->second.bytes;
+void MediaFiles::keep(const std::string& path, int descriptor, Head head, std::uint64_t closings) {
+  const std::lock_guard lock(mutex_);
+  // Given up while it was looked at: an open descriptor would keep the removed file on the share.
+  if (closings != closings_ || open_.contains(path)) return closeOnAThread(descriptor);
+  if (open_.size() >= kMaxOpen) {
+    const auto oldest = open_.find(order_.front());
+    closeOnAThread(oldest->second);
+    open_.erase(oldest);
+    order_.pop_front();
+  }
+  open_.emplace(path, descriptor);
+  order_.push_back(path);
+  heads_.insert_or_assign(path, std::move(head));
 }
+
+void MediaFiles::letGo(const std::string& path) {
+  heads_.erase(path);
+  const auto found = open_.find(path);
+  if (found == open_.end()) return;
+  closeOnAThread(found->second);
+  open_.erase(found);
+  std::erase(order_, path);
+}
+
+/// What the looks and their threads share. A thread that waits for a mount may live longer than the
+/// looks.
+class MediaLooks::Work : public std::enable_shared_from_this<Work> {
+ public:
+  explicit Work(Look look) : look_(std::move(look)) {}
+
+  void ask(const std::string& path, const std::string& root) {
+    const std::lock_guard lock(mutex_);
+    Asked& asked = asked_[path];
+    if (asked.isWaiting) return;
+    // Also where it is being looked at: it may have changed since that began.
+    asked = {root, ++number_, true};
+    lanes_[root].waiting.push_back(path);
+    if (threads_ >= kMostThreads || !laneToWork()) return;
+    try {
+      threadWithoutSignals([self = shared_from_this()] { self->work(); }).detach();
+      ++threads_;
+    } catch (const std::system_error&) {
+      // There is no thread to be had now. It is asked again when the files are listed.
+    }
+  }
+
+  std::optional<MediaLook> lookNow(const std::string& path, const std::string& root, Limit limit) {
+    ask(path, root);
+    std::unique_lock lock(mutex_);
+    if (!changes_.wait_for(lock, limit, [&] { return !asked_.contains(path); })) return {};
+    const auto found = answers_.find(path);
+    return found == answers_.end() ? std::nullopt : std::optional(found->second);
+  }
+
+  void await(Limit limit) {
+    std::unique_lock lock(mutex_);
+    changes_.wait_for(lock, limit, [this] { return isAnswered(); });
+  }
+
+  std::optional<MediaLook> at(const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    const auto asked = asked_.find(path);
+    if (asked != asked_.end() && lanes_[asked->second.root].hangs()) return std::nullopt;
+    const auto found = answers_.find(path);
+    return found == answers_.end() ? std::nullopt : std::optional(found->second);
+  }
+
+  void forget(const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    answers_.erase(path);
+    const auto asked = asked_.find(path);
+    if (asked == asked_.end()) return;
+    std::erase(lanes_[asked->second.root].waiting, path);
+    asked_.erase(asked);
+  }
+
+  void forgetAll() {
+    const std::lock_guard lock(mutex_);
+    answers_.clear();
+    asked_.clear();
+    for (auto& [root, lane] : lanes_) lane.waiting.clear();
+  }
+
+  /// Asks the threads to end, and waits for them a little.
+  void end() {
+    constexpr Limit kTimeToEnd(200);
+    forgetAll();
+    std::unique_lock lock(mutex_);
+    changes_.wait_for(lock, kTimeToEnd, [this] { return threads_ == 0; });
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Lane {
+    std::deque<std::string> waiting;
+    bool isWorked = false;
+    Clock::time_point since;  ///< when its present look began
+
+    [[nodiscard]] bool hangs() const { return isWorked && Clock::now() - since >= kPatience; }
+  };
+
+  struct Asked {
+    std::string root;
+    std::uint64_t number = 0;
+    bool isWaiting = false;  ///< no look at it has begun
+  };
+
+  Lane* laneToWork() {
+    const auto found = std::ranges::find_if(lanes_, [](const auto& each) {
+      return !each.second.isWorked && !each.second.waiting.empty();
+    });
+    return found == lanes_.end() ? nullptr : &found->second;
+  }
+
+  [[nodiscard]] bool isAnswered() const {
+    return std::ranges::all_of(lanes_, [](const auto& each) {
+      const Lane& lane = each.second;
+      return (lane.waiting.empty() && !lane.isWorked) || lane.hangs();
+    });
+  }
+
+  /// A thread's work: lanes in turn, until nothing is asked.
+  void work() {
+    std::unique_lock lock(mutex_);
+    while (Lane* const lane = laneToWork()) {
+      const std::string path = std::move(lane->waiting.front());
+      lane->waiting.pop_front();
+      lane->isWorked = true;
+      lane->since = Clock::now();
+      Asked& taken = asked_.at(path);
+      taken.isWaiting = false;
+      const std::uint64_t number = taken.number;
+      lock.unlock();
+      MediaLook look = look_(path);
+      lock.lock();
+      lane->isWorked = false;
+      // Not where the file was forgotten meanwhile, or asked for again.
+      const auto asked = asked_.find(path);
+      if (asked != asked_.end() && asked->second.number == number) {
+        asked_.erase(asked);
+        answers_.insert_or_assign(path, std::move(look));
+      }
+      changes_.notify_all();
+    }
+    --threads_;
+    changes_.notify_all();
+  }
+
+  const Look look_;
+  std::mutex mutex_;
+  std::condition_variable changes_;
+  std::map<std::string, Lane> lanes_;   ///< by root
+  std::map<std::string, Asked> asked_;  ///< not answered yet
+  std::map<std::string, MediaLook> answers_;
+  std::uint64_t number_ = 0;  ///< of the latest question
+  std::size_t threads_ = 0;
+};
+
+MediaLooks::MediaLooks()
+    : MediaLooks(
+          [files = MediaFiles::shared()](const std::string& path) { return files->look(path); }) {}
+
+MediaLooks::MediaLooks(Look look) : work_(std::make_shared<Work>(std::move(look))) {}
+
+MediaLooks::~MediaLooks() { work_->end(); }
+
+void MediaLooks::ask(const std::string& path, const std::string& root) { work_->ask(path, root); }
+
+std::optional<MediaLook> MediaLooks::lookNow(const std::string& path, const std::string& root,
+                                             Limit limit) {
+  return work_->lookNow(path, root, limit);
+}
+
+void MediaLooks::await(Limit limit) { work_->await(limit); }
+
+std::optional<MediaLook> MediaLooks::at(const std::string& path) const { return work_->at(path); }
+
+void MediaLooks::forget(const std::string& path) { work_->forget(path); }
+
+void MediaLooks::forgetAll() { work_->forgetAll(); }
 
 namespace {
 
@@ -173,6 +402,16 @@ std::string networkForm(const std::string& localPath) {
   // The network form of a share that is written with backslashes has them throughout.
   if (hasBackslashes(directory->unc)) std::replace(rest.begin(), rest.end(), '/', '\\');
   return stemOf(directory->unc) + rest;
+}
+
+std::string mediaDirectoryOf(const std::string& localPath) {
+  std::string rest;
+  const MediaDirectory* const directory = longestMatch(localPath, &MediaDirectory::local, rest);
+  return directory ? directory->local : std::string();
+}
+
+bool liesBelow(const std::string& path, const std::string& directory) {
+  return below(path, directory).has_value();
 }
 
 std::string localForm(const std::string& networkPath) {

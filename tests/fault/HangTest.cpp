@@ -9,6 +9,7 @@
 
 #include "tests/fault/MappedFaultControl.h"
 #include "tests/support/BecomesTrue.h"
+#include "tests/support/LoopbackSender.h"
 #include "tests/support/StationProcess.h"
 #include "tests/support/ToolRun.h"
 
@@ -93,6 +94,40 @@ TEST_F(HangTest, AStationAnswersWhileItsShareHangsAndFindsAfterwardsWhatHappened
   EXPECT_TRUE(station.waitFor("changed", {{"what", "bin"}, {"origin", "folder"}},
                               StationProcess::Seconds(60)));
   EXPECT_TRUE(station.waitFor("health", {{"share", "good"}}, StationProcess::Seconds(60)));
+}
+
+TEST_F(HangTest, AMediaFileOnAMountThatHangsDoesNotHoldUpTheStation) {
+  constexpr StationProcess::Seconds kSoon(10);
+  const std::string rushes = folder_ / "rushes";
+  static_cast<void>(folder_.write("rushes/far.mov", "frames"));
+  static_cast<void>(folder_.write("near/here.mov", "frames"));
+  StationProcess::Options options;
+  options.program = KV_STATION;
+  options.projects = folder_.path();
+  options.user = options.host = "ANNA";
+  options.port = freeUdpPort();
+  const LoopbackSender stranger(options.port);
+  options.more = {"--media", rushes + "=//store/rushes"};
+  StationProcess station(std::move(options));
+  ASSERT_TRUE(station.waitUntilReady(StationProcess::Seconds(30)));
+  ASSERT_TRUE(station.command("project create Series")["ok"].asBool());
+  ASSERT_TRUE(station.command("project enter Series")["ok"].asBool());
+  const std::string project = station.command("state")["result"]["project"]["cookie"].asString();
+  std::strncpy(control_.path, "/rushes", sizeof control_.path - 1);
+  hangAt("stat");
+  ASSERT_TRUE(stranger.send({"d", "8", project, "//store/rushes/far.mov"}));
+  EXPECT_TRUE(station.waitFor("changed", {{"what", "media"}, {"origin", "remote"}}));
+  ASSERT_TRUE(becomesTrue([this] { return control_.isMet.load(); }));
+  const JsonValue listed = station.command("media list", kSoon);
+  ASSERT_EQ(listed["result"].elements().size(), 1U) << writeJson(listed);
+  EXPECT_FALSE(listed["result"].elements()[0]["looked_at"].asBool(true)) << writeJson(listed);
+  const JsonValue refused = station.command("media add " + rushes + "/far2.mov", kSoon);
+  EXPECT_NE(refused["error"].asString().find("does not answer"), std::string::npos)
+      << writeJson(refused);
+  EXPECT_TRUE(station.command("media add " + (folder_ / "near/here.mov"), kSoon)["ok"].asBool());
+  EXPECT_TRUE(stranger.send({"d", "9", project, "//store/rushes/far.mov"}));
+  EXPECT_TRUE(station.waitFor("changed", {{"what", "media"}, {"how", "removed"}}));
+  EXPECT_EQ(station.quit(), 0);
 }
 
 // The folder of rooms is asked by the same thread as the project's. Whichever is asked when the

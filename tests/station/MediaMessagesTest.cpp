@@ -1,7 +1,11 @@
 #include <algorithm>
+#include <cstddef>
+#include <filesystem>
 
 #include "station/media/MediaFiles.h"
+#include "station/os/FolderListing.h"
 #include "tests/station/PluginStation.h"
+#include "tests/support/BecomesTrue.h"
 #include "tests/support/RecordedEvents.h"
 
 using namespace korvel;
@@ -10,7 +14,22 @@ namespace {
 
 class MediaMessagesTest : public PluginStation {
  protected:
-  [[nodiscard]] JsonValue listed() const { return media.look(); }
+  [[nodiscard]] JsonValue listed() { return media.look(); }
+
+  /// Whether the only file that is listed was looked at, and is there.
+  bool isFound() {
+    const JsonValue all = listed();
+    return all.elements().size() == 1 && all.elements()[0]["online"].asBool();
+  }
+
+  /// A folder of media on this station, and the network form of a file in it.
+  std::string rushes() {
+    StationSettings changed = settings();
+    changed.media = {{folder / "rushes", "//store/rushes"}};
+    installSettings(std::move(changed));
+    std::filesystem::create_directory(folder / "rushes");
+    return "//store/rushes";
+  }
 };
 
 TEST_F(MediaMessagesTest, AFileThatOnlyAMessageNamesIsListedAndNotLookedAt) {
@@ -30,6 +49,50 @@ TEST_F(MediaMessagesTest, AFileThatTheProjectRecordsIsLookedAt) {
   const JsonValue known = listed();
   EXPECT_TRUE(known.elements()[0]["online"].asBool());
   EXPECT_EQ(known.elements()[0].find("looked_at"), nullptr);
+}
+
+TEST_F(MediaMessagesTest, AFileInAFolderForMediaIsLookedAt) {
+  const std::string file = rushes() + "/clip.mov";
+  write(folder / "rushes/clip.mov", "frames");
+  network.deliver(message(8, {file}));
+  EXPECT_TRUE(becomesTrue([this] { return isFound(); }));
+}
+
+TEST_F(MediaMessagesTest, AFileInTheProjectsFolderIsLookedAt) {
+  const std::string path = folder / (project.asString().str() + "/clip.mov");
+  write(path, "frames");
+  network.deliver(message(8, {path}));
+  EXPECT_TRUE(becomesTrue([this] { return isFound(); }));
+}
+
+TEST_F(MediaMessagesTest, APathThatClimbsOutOfAFolderForMediaIsNotLookedAt) {
+  write(folder / "secret.mov", "frames");
+  const std::string file = rushes() + "/../secret.mov";
+  network.deliver(message(8, {file}));
+  EXPECT_FALSE(listed().elements()[0]["looked_at"].asBool(true));
+  network.deliver(message(8, {folder / "rushes/../secret.mov"}));
+  for (const JsonValue& each : listed().elements()) {
+    EXPECT_FALSE(each["looked_at"].asBool(true)) << each["file"].asString();
+  }
+}
+
+TEST_F(MediaMessagesTest, AFileWhoseRecordIsFoundLaterIsLookedAtThen) {
+  const std::string path = folder / "clip.mov";
+  write(path, "frames");
+  network.deliver(message(8, {path}));
+  FoundFile record;
+  record.name = Cookie(path.c_str(), true).asString().str() + ".json";
+  record.path = folder / (project.asString().str() + "/" + record.name);
+  write(record.path, R"({"name": "clip.mov", "file": ")" + path + "\"}");
+  constexpr std::size_t kLargest = 1000;
+  const auto content = readStamped(record.path, kLargest);
+  ASSERT_TRUE(content);
+  record.stamp = content->stamp;
+  record.bytes = content->bytes;
+  EXPECT_EQ(media.catchUp({record}), 0U) << "it is listed already";
+  EXPECT_TRUE(becomesTrue([this] { return isFound(); }));
+  std::filesystem::remove(path);
+  EXPECT_TRUE(becomesTrue([this] { return !isFound(); }));
 }
 
 TEST_F(MediaMessagesTest, InventedFilesFillNoMemoryAndAreToldOnce) {

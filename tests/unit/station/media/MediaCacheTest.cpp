@@ -3,9 +3,17 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <chrono>
+#include <condition_variable>
+#include <filesystem>
+#include <iterator>
+#include <mutex>
+#include <optional>
+
 #include "host/media/DiskManager.h"
 #include "station/base/Json.h"
 #include "station/media/MediaFiles.h"
+#include "tests/support/BecomesTrue.h"
 #include "tests/support/DelayedRereadRun.h"
 #include "tests/support/StationScene.h"
 
@@ -336,6 +344,79 @@ TEST_F(MediaFilesTest, ThePlayersCachesAreDroppedByPath) {
   EXPECT_FALSE(MediaFiles::instance().isOpen(path));
   Kv::FileReaderResource::clearRequestCache(wideText(path));
   EXPECT_FALSE(MediaFiles::instance().keepsHead(path));
+}
+
+/// A mount that does not answer until it is told to.
+class MediaLooksTest : public testing::Test {
+ protected:
+  MediaLook lookAt(const std::string& path) {
+    std::unique_lock lock(mutex_);
+    if (path.starts_with("/dead/")) changed_.wait(lock, [this] { return answers_; });
+    return {true, path.size(), {}, {}};
+  }
+
+  /// Ends what is asked, too, so that no thread outlives the test.
+  void letItAnswer() {
+    const std::lock_guard lock(mutex_);
+    answers_ = true;
+    changed_.notify_all();
+  }
+
+  ~MediaLooksTest() override { letItAnswer(); }
+
+  [[nodiscard]] bool isLookedAt(const std::string& path) const {
+    return looks_.at(path).has_value();
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool answers_ = false;
+  MediaLooks looks_{[this](const std::string& path) { return lookAt(path); }};
+};
+
+TEST_F(MediaLooksTest, AFolderThatDoesNotAnswerHoldsUpNeitherOthersNorTheCaller) {
+  looks_.ask("/dead/a.mov", "/dead");
+  looks_.ask("/dead/b.mov", "/dead");
+  looks_.ask("/live/c.mov", "/live");
+  const auto begin = std::chrono::steady_clock::now();
+  looks_.await(MediaLooks::kPatience);
+  EXPECT_TRUE(isLookedAt("/live/c.mov"));
+  EXPECT_FALSE(isLookedAt("/dead/a.mov") || isLookedAt("/dead/b.mov"));
+  EXPECT_EQ(looks_.lookNow("/dead/d.mov", "/dead", std::chrono::milliseconds(1)), std::nullopt);
+  // Known by now not to answer, so nothing waits for it.
+  looks_.await(std::chrono::hours(1));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::minutes(1));
+  letItAnswer();
+  looks_.await(std::chrono::minutes(1));
+  EXPECT_TRUE(becomesTrue([this] {
+    return isLookedAt("/dead/a.mov") && isLookedAt("/dead/b.mov") && isLookedAt("/dead/d.mov");
+  }));
+}
+
+TEST_F(MediaLooksTest, AFolderThatNoLongerAnswersShowsNothingOfItsFiles) {
+  letItAnswer();
+  ASSERT_TRUE(looks_.lookNow("/dead/a.mov", "/dead", std::chrono::minutes(1)));
+  {
+    const std::lock_guard lock(mutex_);
+    answers_ = false;
+  }
+  looks_.ask("/dead/a.mov", "/dead");
+  EXPECT_TRUE(becomesTrue([this] { return !isLookedAt("/dead/a.mov"); }));
+}
+
+TEST_F(MediaLooksTest, ManyFoldersThatDoNotAnswerTakeABoundedNumberOfThreads) {
+  for (std::size_t each = 0; each < 3 * MediaLooks::kMostThreads; ++each) {
+    looks_.ask("/dead/" + std::to_string(each), "/dead/" + std::to_string(each));
+  }
+  const auto threads = [] {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+  };
+  EXPECT_TRUE(becomesTrue([&] { return threads() > 2; }));
+  EXPECT_LE(threads(), MediaLooks::kMostThreads + 2);  // a sanitizer may have one of its own
+  letItAnswer();
+  looks_.await(std::chrono::minutes(1));
+  EXPECT_TRUE(becomesTrue([this] { return isLookedAt("/dead/0"); }));
 }
 
 }  // namespace
