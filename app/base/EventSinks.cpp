@@ -309,10 +309,31 @@ void EventWriter::notification(const std::string& text) {
   emit("notification", members);
 }
 
-void EventWriter::panel(const std::vector<std::string>& lines) {
+namespace {
+
+JsonValue textsFrom(const std::vector<std::string>& lines, std::size_t first) {
   JsonValue shown = JsonValue::array();
-  for (const std::string& line : lines) shown.append(textMember("", line).second);
-  emit("panel", {{"lines", shown}});
+  for (; first < lines.size(); ++first) shown.append(textMember("", lines[first]).second);
+  return shown;
+}
+
+/// How many of the lines were there before. Lines are added at the end, and the oldest go.
+std::size_t commonCount(const std::vector<std::string>& before,
+                        const std::vector<std::string>& now) {
+  for (std::size_t gone = 0; gone < before.size(); ++gone) {
+    const std::size_t left = before.size() - gone;
+    const auto from = before.begin() + static_cast<std::ptrdiff_t>(gone);
+    if (left <= now.size() && std::equal(from, before.end(), now.begin())) return left;
+  }
+  return 0;
+}
+
+}  // namespace
+
+void EventWriter::panel(const std::vector<std::string>& lines) {
+  const std::size_t common = commonCount(panel_, lines);
+  panel_ = lines;
+  emit("panel", {{"added", textsFrom(lines, common)}, {"lines", textsFrom(lines, 0)}});
 }
 
 }  // namespace korvel

@@ -225,7 +225,8 @@ class EventWriter : public iStationEvents {
  private:
   std::mutex mutex_;
   std::vector<iEventSink*> sinks_;
-  MessageFields message_;  ///< the words of a user that came last; host thread
+  MessageFields message_;           ///< the words of a user that came last; host thread
+  std::vector<std::string> panel_;  ///< the panel's lines as they were told last; host thread
 };
 
 }  // namespace korvel

@@ -166,4 +166,20 @@ TEST_F(EventWriterTest, AnEventFileThatCannotBeOpenedIsNamed) {
   EXPECT_NE(opened.error().message.find("/nowhere/events"), std::string::npos);
 }
 
+TEST_F(EventWriterTest, ThePanelIsToldWithWhatWasAdded) {
+  struct Row {
+    std::vector<std::string> lines;
+    const char* added;
+  };
+  const Row rows[] = {{{"a"}, R"(["a"])"},     {{"a", "b", "c"}, R"(["b", "c"])"},
+                      {{"a", "b", "c"}, "[]"}, {{"b", "c", "d"}, R"(["d"])"},
+                      {{"x"}, R"(["x"])"},     {{}, "[]"},
+                      {{"x"}, R"(["x"])"}};
+  for (const Row& row : rows) {
+    writer.panel(row.lines);
+    EXPECT_EQ(last()["added"], *parseJson(row.added)) << writeJson(last());
+    EXPECT_EQ(last()["lines"].elements().size(), row.lines.size());
+  }
+}
+
 }  // namespace
