@@ -125,6 +125,9 @@ Station::Station() : parts_(std::make_unique<Parts>()) {
   parts_->network.hookBy(
       {judgeMessage,
        [this](Ipv4 address, std::uint16_t port) { return parts_->presence.userAt(address, port); },
+       [this](Ipv4 address, std::uint16_t port, std::uint64_t sender) {
+         return parts_->presence.namesOf(address, port, sender);
+       },
        noteDelivered});
   parts_->projects.addPart(parts_->edits);
   parts_->projects.addPart(parts_->bins);

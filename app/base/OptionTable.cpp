@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <climits>
@@ -11,6 +12,7 @@
 #include <limits>
 #include <map>
 #include <optional>
+#include <string_view>
 
 #include "app/base/Options.h"
 #include "station/base/StationSettings.h"
@@ -73,6 +75,11 @@ constexpr FlagSpec kFlags[] = {
 /// The configuration's keys that the plug-in reads; each holds a whole number.
 constexpr const char* kKnownConfigKeys[] = {kPortKey, "log_incoming_net_messages", "Administrator"};
 
+/// The keys that the station itself reads. A misspelt one would leave open what was to be closed.
+constexpr std::string_view kStationKeys[] = {
+    "accept_networks", "accept_stations",     "history_days",           "history_versions",
+    "receive_limit",   "receive_limit_words", "receive_limit_requests", "remote_commands"};
+
 bool isKnownConfigKey(const std::string& key) {
   for (const char* known : kKnownConfigKeys) {
     if (key == known) return true;
@@ -83,12 +90,15 @@ bool isKnownConfigKey(const std::string& key) {
 /// The option that a key may have been meant for. Any key can be a host configuration value, so
 /// only one that is nearly an option is refused.
 std::string misspelt(const std::string& key) {
-  if (isKnownConfigKey(key)) return {};
+  if (isKnownConfigKey(key) || std::ranges::find(kStationKeys, key) != std::end(kStationKeys)) {
+    return {};
+  }
   std::vector<std::string> names;
   for (const OptionSpec& option : kOptions) {
     if (option.isInFile) names.emplace_back(option.name);
   }
   names.insert(names.end(), std::begin(kKnownConfigKeys), std::end(kKnownConfigKeys));
+  names.insert(names.end(), std::begin(kStationKeys), std::end(kStationKeys));
   return nearestName(key, names);
 }
 
@@ -97,6 +107,11 @@ Error wrongKey(const std::string& where, const std::string& what) {
 }
 
 }  // namespace
+
+std::string machineHostName() {
+  char name[HOST_NAME_MAX + 1] = {};
+  return ::gethostname(name, HOST_NAME_MAX) == 0 && *name ? name : "localhost";
+}
 
 std::span<const OptionSpec> optionTable() { return kOptions; }
 
@@ -152,11 +167,6 @@ constexpr int kHighestPort = 65535;
 
 Error unusable(const GivenValue& value, const std::string& what) {
   return {ErrorCode::eUsage, value.where + ": " + inQuotes(value.text) + " " + what, {}};
-}
-
-std::string hostName() {
-  char name[HOST_NAME_MAX + 1] = {};
-  return ::gethostname(name, HOST_NAME_MAX) == 0 && *name ? name : "localhost";
 }
 
 /// The folder of the plug-in and the icons: beside the program, or where they are installed. Found
@@ -268,7 +278,7 @@ class OptionReader {
 
   Result<void> host() {
     const GivenValue* value = last("host");
-    station().host = value ? value->text : hostName();
+    station().host = value ? value->text : machineHostName();
     if (!value) return {};
     const std::string& name = value->text;
     if (name.empty() || name.size() > kLongestUserName || hasControlBytes(name)) {

@@ -42,6 +42,9 @@ struct GivenValue {
 /// Values by option; those of "set" are KEY=VALUE.
 using GivenOptions = std::map<std::string, std::vector<GivenValue>>;
 
+/// The machine's host name; "localhost" where it has none.
+std::string machineHostName();
+
 /// Adds what a configuration file says for options that the command line does not give. A key that
 /// is no option is a host configuration value, unless it looks like a misspelt option; that, and an
 /// option that no file may hold, are eUsage with file and line. For host configuration values that

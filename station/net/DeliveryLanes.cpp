@@ -20,8 +20,8 @@ constexpr std::size_t kOverhead = 160;
 /// A lane without messages and losses that was not used for this long makes room for another.
 constexpr auto kIdle = std::chrono::minutes(2);
 
-/// The lane of the sources that are too many.
-constexpr DeliveryLanes::Source kRest{};
+/// The lane of the words of unproven senders.
+constexpr DeliveryLanes::Source kUnproven{Ipv4{}, 1};
 
 }  // namespace
 
@@ -40,19 +40,22 @@ bool DeliveryLanes::add(const Source& source, Kind kind, std::string bytes, Time
                         std::uint64_t sender) {
   const std::lock_guard lock(mutex_);
   Lane& lane = laneOf(source, now);
-  if (!isAllowed(lane, kind, now)) {
-    noteLoss(lane, lane.loss.overLimit, now);
+  if (std::uint64_t* const count = beyondLimit(lane, kind, now)) {
+    noteLoss(lane, *count, now);
     return false;
   }
   const std::size_t size = bytes.size() + kOverhead;
-  if (lane.bytes + size > kMaxLaneBytes || bytes_ + size > kMaxBytes) {
+  const bool isUnproven = kind == Kind::eUnprovenWords;
+  Lane& way = isUnproven ? laneOf(kUnproven, now) : lane;
+  const std::size_t most = isUnproven ? kMaxUnprovenBytes : kMaxLaneBytes;
+  if (way.bytes + size > most || bytes_ + size > kMaxBytes) {
     noteLoss(lane, lane.loss.noRoom, now);
     return false;
   }
   // Only lanes with messages have a turn, so next() costs the same however many sources there are.
-  if (lane.waiting.empty()) turns_.push_back(lane.loss.source);
-  lane.waiting.push_back({std::move(bytes), sender});
-  lane.bytes += size;
+  if (way.waiting.empty()) turns_.push_back(way.loss.source);
+  way.waiting.push_back({source, std::move(bytes), sender});
+  way.bytes += size;
   bytes_ += size;
   return true;
 }
@@ -77,7 +80,7 @@ std::optional<DeliveryLanes::Item> DeliveryLanes::next() {
   } else {
     turns_.splice(turns_.end(), turns_, turns_.begin());
   }
-  return Item{source, std::move(message.bytes), message.sender};
+  return Item{message.source, std::move(message.bytes), message.sender};
 }
 
 std::list<DeliveryLanes::Loss> DeliveryLanes::lossesToTell(Time now,
@@ -111,29 +114,42 @@ bool DeliveryLanes::hasLosses() const {
 }
 
 DeliveryLanes::Lane& DeliveryLanes::laneOf(Source source, Time now) {
+  const auto count = [this, &source] {
+    return source.isSealed ? sealedLanes_ : lanes_.size() - sealedLanes_;
+  };
   auto found = lanes_.find(source);
-  if (found == lanes_.end() && lanes_.size() >= kMaxLanes) {
-    std::erase_if(lanes_, [now](const auto& each) {
-      const Lane& lane = each.second;
-      return lane.waiting.empty() && !lane.hasLoss() && now - lane.lastUse >= kIdle;
-    });
+  if (found == lanes_.end() && count() >= kMaxLanes && source != kUnproven) {
+    removeIdle(now);
     // Sender addresses can be forged. Without this bound each forged one would take memory.
-    if (lanes_.size() >= kMaxLanes) source = kRest;
+    if (count() >= kMaxLanes) source = {Ipv4{}, 0, source.isSealed};
     found = lanes_.find(source);
   }
   if (found == lanes_.end()) {
     found = lanes_.try_emplace(source).first;
     found->second.loss.source = source;
+    sealedLanes_ += source.isSealed ? 1 : 0;
   }
   found->second.lastUse = now;
   return found->second;
 }
 
-bool DeliveryLanes::isAllowed(Lane& lane, Kind kind, Time now) const {
-  if (!lane.all.take(limits_.all, now)) return false;
-  if (kind == Kind::eWords) return lane.words.take(limits_.words, now);
-  if (kind == Kind::eRequest) return lane.requests.take(limits_.requests, now);
-  return true;
+void DeliveryLanes::removeIdle(Time now) {
+  std::erase_if(lanes_, [this, now](const auto& each) {
+    const Lane& lane = each.second;
+    const bool isIdle = lane.waiting.empty() && !lane.hasLoss() && now - lane.lastUse >= kIdle;
+    if (isIdle && each.first.isSealed) --sealedLanes_;
+    return isIdle;
+  });
+}
+
+std::uint64_t* DeliveryLanes::beyondLimit(Lane& lane, Kind kind, Time now) {
+  const bool areWords = kind == Kind::eWords || kind == Kind::eUnprovenWords;
+  if (!lane.all.take(limits_.all, now) || (areWords && !lane.words.take(limits_.words, now)) ||
+      (kind == Kind::eRequest && !lane.requests.take(limits_.requests, now))) {
+    return &lane.loss.overLimit;
+  }
+  const bool isBeyond = kind == Kind::eUnprovenWords && !unproven_.take(limits_.words, now);
+  return isBeyond ? &lane.loss.unproven : nullptr;
 }
 
 void DeliveryLanes::noteLoss(Lane& lane, std::uint64_t& count, Time now) {

@@ -41,14 +41,21 @@ struct SourceLimits {
 ///     reader thread --add()--> lane of 10.0.0.7: 3 2 1
 ///                              lane of 10.0.0.9: 9 8 7 6 5 4 ...   --next()--> host thread
 ///
-/// Within a lane the order stays. Messages beyond a source's limits or its lane's room are left out
-/// and counted. Any thread.
+/// Within a lane the order stays. Words whose sender nothing proves, where others prove theirs,
+/// share one small lane and one limit, however many sources they come from: addresses can be
+/// invented. Messages beyond a source's limits or its lane's room are left out and counted. Any
+/// thread.
 class DeliveryLanes {
  public:
   using Time = std::chrono::steady_clock::time_point;
 
   /// The kinds of message that have limits of their own.
-  enum class Kind { eOther, eWords, eRequest };
+  enum class Kind {
+    eOther,
+    eWords,
+    eUnprovenWords,  ///< of a sender who could have sealed them
+    eRequest,
+  };
 
   /// Where a datagram came from. A port of 0 stands for all ports of an address. Sealed messages
   /// have a lane of their own: a stranger who forges that address cannot fill it.
@@ -60,10 +67,12 @@ class DeliveryLanes {
     friend auto operator<=>(const Source&, const Source&) = default;
   };
 
-  /// More sources than any facility has. What comes from more shares one lane.
+  /// More sources than any facility has. What comes from more shares one lane; sealed and unsealed
+  /// ones are counted apart, so that invented sources take no lane from those that are proven.
   static constexpr std::size_t kMaxLanes = 256;
 
   static constexpr std::size_t kMaxLaneBytes = 32u << 20;
+  static constexpr std::size_t kMaxUnprovenBytes = 256u << 10;
   static constexpr std::size_t kMaxBytes = 256u << 20;
 
   /// A source is told of at most this often.
@@ -74,6 +83,7 @@ class DeliveryLanes {
     Source source;
     std::uint64_t overLimit = 0;  ///< since the source sent more than its limits allow
     std::uint64_t noRoom = 0;     ///< since its lane was full
+    std::uint64_t unproven = 0;   ///< words, since unproven ones come too often in all
     std::uint64_t unsealed = 0;   ///< since they bore no seal, or an old one, and must
     std::uint64_t forged = 0;     ///< since the seal they bore was not made with its key
   };
@@ -120,6 +130,7 @@ class DeliveryLanes {
   };
 
   struct Waiting {
+    Source source;
     std::string bytes;
     std::uint64_t sender;
   };
@@ -138,17 +149,22 @@ class DeliveryLanes {
     Time lastUse;
 
     [[nodiscard]] bool hasLoss() const {
-      return loss.overLimit + loss.noRoom + loss.unsealed + loss.forged > 0;
+      return loss.overLimit + loss.noRoom + loss.unproven + loss.unsealed + loss.forged > 0;
     }
   };
 
   Lane& laneOf(Source source, Time now);
-  bool isAllowed(Lane& lane, Kind kind, Time now) const;
+  void removeIdle(Time now);
+
+  /// The count of losses that a message falls under; null where it is within all limits.
+  std::uint64_t* beyondLimit(Lane& lane, Kind kind, Time now);
   static void noteLoss(Lane& lane, std::uint64_t& count, Time now);
 
   const SourceLimits limits_;
   mutable std::mutex mutex_;
   std::map<Source, Lane> lanes_;
+  std::size_t sealedLanes_ = 0;
+  Allowance unproven_;       ///< for the words of all unproven senders
   std::list<Source> turns_;  ///< the sources that have something waiting, the next one first
   std::size_t bytes_ = 0;
 };

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "station/net/Interfaces.h"
 #include "station/wire/MessageTable.h"
@@ -49,6 +50,11 @@ struct DeliveryHooks {
   /// The user of the station that sends from here; empty where that is not known. The port is 0 for
   /// another machine; that machine is then one source.
   std::function<std::string(Ipv4 address, std::uint16_t port)> userAt{};
+
+  /// The users and hosts of the stations that seal as this sender, or, where nothing proves it (0),
+  /// of those known to send from here.
+  std::function<std::vector<std::string>(Ipv4 address, std::uint16_t port, std::uint64_t sender)>
+      namesOf{};
 
   /// Is told of each message after the plug-in was handed it.
   std::function<void(const ReceivedMessage& message)> delivered{};

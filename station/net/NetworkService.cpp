@@ -37,9 +37,9 @@ std::vector<Ipv4> multicastOf(std::vector<Ipv4> addresses) {
   return addresses;
 }
 
-std::string configuredNetworks() {
+std::string configured(const char* key) {
   const auto& config = settings().config;
-  const auto found = config.find("accept_networks");
+  const auto found = config.find(key);
   return found == config.end() ? std::string() : found->second;
 }
 
@@ -98,11 +98,12 @@ Kv::Ptr<iUDPListener> NetworkService::createUDPListener(int port, unsigned /*fla
                                          interfaces_,
                                          sender_,
                                          multicastOf(sendTo_),
-                                         AcceptedNetworks(configuredNetworks()),
+                                         AcceptedNetworks(configured("accept_networks")),
                                          observer_,
                                          configuredLimits(),
                                          hooks_,
-                                         seals_};
+                                         seals_,
+                                         AcceptedStations(configured("accept_stations"))};
   return new UdpListener(std::move(*socket), std::move(surroundings), receiver);
 }
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <cstring>
 #include <sstream>
@@ -26,6 +27,12 @@ namespace {
 /// Beyond this many refused senders no further one is reported: addresses can be forged without
 /// end.
 constexpr std::size_t kMaxTold = 256;
+
+std::string nameOf(const DeliveryLanes::Source& source) {
+  if (source.address == Ipv4{}) return "sources that are too many to be told apart";
+  return textOf(source.address) +
+         (source.port == 0 ? std::string() : " port " + std::to_string(source.port));
+}
 
 std::string withoutBlanks(std::string word) {
   std::erase_if(word, [](char letter) { return letter == ' ' || letter == '\t'; });
@@ -62,6 +69,67 @@ void AcceptedNetworks::tellOnce(Ipv4 sender) {
   if (told_.size() >= kMaxTold || !told_.insert(sender).second) return;
   const std::string problem = "a sender refused: datagrams from " + textOf(sender) +
                               " are not taken, since accept_networks does not name its network";
+  tellNetworkProblem(problem);
+  events().audit("refused", {{"problem", problem}});
+}
+
+namespace {
+
+std::string trimmed(const std::string& word) {
+  const std::size_t first = word.find_first_not_of(" \t");
+  if (first == word.npos) return {};
+  return word.substr(first, word.find_last_not_of(" \t") - first + 1);
+}
+
+/// A sender as `kv-share decode` shows it: 16 hexadecimal digits.
+std::optional<std::uint64_t> senderIn(const std::string& word) {
+  constexpr std::size_t kDigits = 16;
+  constexpr int kHexadecimal = 16;
+  std::uint64_t sender = 0;
+  const char* const end = word.data() + word.size();
+  const auto read = std::from_chars(word.data(), end, sender, kHexadecimal);
+  if (word.size() != kDigits || read.ec != std::errc() || read.ptr != end) return std::nullopt;
+  return sender;
+}
+
+}  // namespace
+
+AcceptedStations::AcceptedStations(const std::string& configured) {
+  std::istringstream words(configured);
+  for (std::string word; std::getline(words, word, ',');) {
+    word = trimmed(word);
+    if (word.empty()) continue;
+    takesAll_ = false;
+    if (const auto sender = senderIn(word)) senders_.insert(*sender);
+    const std::string name = upperCased(word);
+    names_.insert(name);
+    // A station that was named as usual is heard from its start on, before its note was read.
+    for (const std::string& host : {name, word}) {
+      senders_.insert(Seals::senderOf(host, host, machineNumberFor(host)));
+    }
+  }
+}
+
+bool AcceptedStations::accepts(const DeliveryLanes::Item& item, const DeliveryHooks& hooks) {
+  if (takesAll_ || (item.sender != 0 && senders_.contains(item.sender))) return true;
+  const auto names = hooks.namesOf
+                         ? hooks.namesOf(item.source.address, item.source.port, item.sender)
+                         : std::vector<std::string>();
+  const bool isTaken = std::ranges::any_of(
+      names, [this](const std::string& name) { return names_.contains(upperCased(name)); });
+  // A seal proves the same for as long as the user works there.
+  if (isTaken && item.sender != 0) senders_.insert(item.sender);
+  if (!isTaken) tellOnce(item, names);
+  return isTaken;
+}
+
+void AcceptedStations::tellOnce(const DeliveryLanes::Item& item,
+                                const std::vector<std::string>& names) {
+  const std::string who =
+      nameOf(item.source) + (names.empty() ? std::string() : " (" + shownText(names.front()) + ")");
+  if (told_.size() >= kMaxTold || !told_.insert(who).second) return;
+  const std::string problem = "a station refused: what " + who +
+                              " sends is not taken, since accept_stations does not name it";
   tellNetworkProblem(problem);
   events().audit("refused", {{"problem", problem}});
 }
@@ -136,12 +204,6 @@ bool isOurs(const Datagram& datagram) {
   return datagram.bytes.starts_with(kStart);
 }
 
-std::string nameOf(const DeliveryLanes::Source& source) {
-  if (source == DeliveryLanes::Source{}) return "sources that are too many to be told apart";
-  return textOf(source.address) +
-         (source.port == 0 ? std::string() : " port " + std::to_string(source.port));
-}
-
 void tellLoss(const DeliveryLanes::Loss& loss) {
   const auto tell = [&loss](std::uint64_t count, const std::string& why, bool isRefusal = false) {
     if (count == 0) return;
@@ -153,6 +215,10 @@ void tellLoss(const DeliveryLanes::Loss& loss) {
   tell(loss.overLimit,
        "since it sends more than this station takes of one source; see who it is with kv-share "
        "monitor, or raise receive_limit");
+  tell(
+      loss.unproven,
+      "since words without a seal come more often than this station takes of all who seal nothing; "
+      "give your own stations the share's key, or raise receive_limit_words");
   tell(
       loss.unsealed,
       "since they are not sealed with the share's key; if a station of yours is there, see that it "
@@ -172,7 +238,8 @@ UdpListener::DeliveryTarget::DeliveryTarget(iNetMessageReceiver* receiver,
       hostThread(surroundings.hostThread),
       seals(surroundings.seals),
       hooks(surroundings.hooks),
-      lanes(surroundings.limits) {
+      lanes(surroundings.limits),
+      stations(surroundings.stations) {
   taker->receiver = receiver;
   const auto deliver = [to = taker, delivered = hooks.delivered](const ReceivedMessage& message,
                                                                  AwaitedFiles::Waited waited) {
@@ -219,6 +286,7 @@ void UdpListener::deliverNext(const std::shared_ptr<DeliveryTarget>& outlet) {
   auto item = outlet->lanes.next();
   if (!item) return;
   queueDelivery(outlet);
+  if (!outlet->stations.accepts(*item, outlet->hooks)) return;
   ReceivedMessage message = receivedMessage(std::move(item->bytes));
   message.from = textOf(item->source.address) + ":" + std::to_string(item->source.port);
   if (outlet->seals) judgeSender(*outlet, *item, message);
@@ -306,8 +374,12 @@ void UdpListener::take(Datagram datagram, LossReport::Time now) {
   if (surroundings_.observer && isOurs(datagram)) {
     surroundings_.observer->taken(datagram.source, datagram.port);
   }
-  const bool isTaken =
-      outlet_->lanes.add(lane, kindOf(datagram.bytes), std::string(datagram.bytes), now, *sender);
+  DeliveryLanes::Kind kind = kindOf(datagram.bytes);
+  const bool isWords = kind == DeliveryLanes::Kind::eWords;
+  if (isWords && !lane.isSealed && surroundings_.seals && surroundings_.seals->marksUnsealed()) {
+    kind = DeliveryLanes::Kind::eUnprovenWords;
+  }
+  const bool isTaken = outlet_->lanes.add(lane, kind, std::string(datagram.bytes), now, *sender);
   if (isTaken) queueDelivery(outlet_);
 }
 

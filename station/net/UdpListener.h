@@ -39,6 +39,26 @@ class AcceptedNetworks {
   std::set<Ipv4> told_;
 };
 
+/// The stations that this one listens to, as the configuration's "accept_stations" names them, by
+/// their users, hosts or the senders in their seals: "ANNA, BEN, 9f86d081884c7d65". An absent or
+/// empty value takes all. Of a message without a seal the address tells whose it is, as far as that
+/// is known; addresses can be forged. Host thread.
+class AcceptedStations {
+ public:
+  explicit AcceptedStations(const std::string& configured);
+
+  /// Whether a message is taken. A station that is refused is told once.
+  bool accepts(const DeliveryLanes::Item& item, const DeliveryHooks& hooks);
+
+ private:
+  void tellOnce(const DeliveryLanes::Item& item, const std::vector<std::string>& names);
+
+  bool takesAll_ = true;
+  std::set<std::string> names_;  ///< in capitals
+  std::set<std::uint64_t> senders_;
+  std::set<std::string> told_;
+};
+
 /// Counts datagrams that this station lost, by why, and tells each kind in one event when a flood
 /// is over. One thread.
 class LossReport {
@@ -100,7 +120,8 @@ class UdpListener : public iUDPListener {
     std::shared_ptr<iTrafficObserver> observer;  ///< or null
     SourceLimits limits{};
     DeliveryHooks hooks{};
-    std::shared_ptr<Seals> seals{};  ///< or null: seals are not looked at
+    std::shared_ptr<Seals> seals{};            ///< or null: seals are not looked at
+    AcceptedStations stations{std::string()};  ///< whom it listens to
   };
 
   UdpListener(ListenerSocket socket, Dependencies surroundings, iNetMessageReceiver* receiver);
@@ -124,6 +145,7 @@ class UdpListener : public iUDPListener {
     std::shared_ptr<Seals> seals;
     DeliveryHooks hooks;
     DeliveryLanes lanes;
+    AcceptedStations stations;
     Impostors impostors;
     std::shared_ptr<AwaitedFiles> awaited;
   };

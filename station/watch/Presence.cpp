@@ -172,19 +172,32 @@ std::vector<Presence::Opener> Presence::openersOf(const Cookie& object) const {
   return openers;
 }
 
+bool Presence::sendsFrom(const StationNote& note, Ipv4 address, std::uint16_t port) const {
+  if (port != 0) return note.port == port && note.addresses == own_.addresses;
+  return std::ranges::find(note.addresses, textOf(address)) != note.addresses.end();
+}
+
 std::string Presence::userAt(Ipv4 address, std::uint16_t port) const {
-  const std::string wanted = textOf(address);
   std::string user;
   for (const auto& [id, station] : others_) {
-    const StationNote& note = station.note;
-    const bool isThere = port != 0
-                             ? note.port == port && note.addresses == own_.addresses
-                             : std::ranges::find(note.addresses, wanted) != note.addresses.end();
-    if (!isThere) continue;
+    if (!sendsFrom(station.note, address, port)) continue;
     if (!user.empty()) return {};
-    user = note.user;
+    user = station.note.user;
   }
   return user;
+}
+
+std::vector<std::string> Presence::namesOf(Ipv4 address, std::uint16_t port,
+                                           std::uint64_t sender) const {
+  std::vector<std::string> names;
+  for (const auto& [id, station] : others_) {
+    const StationNote& note = station.note;
+    const bool isSender = sender == 0
+                              ? sendsFrom(note, address, port)
+                              : Seals::senderOf(note.user, note.host, note.machine) == sender;
+    if (isSender) names.insert(names.end(), {note.user, note.host});
+  }
+  return names;
 }
 
 std::set<std::string> Presence::hosts() const {

@@ -89,6 +89,11 @@ class Presence : public ProjectListener {
   /// cannot be told apart. The port tells those of this machine apart; it is 0 for another machine.
   [[nodiscard]] std::string userAt(Ipv4 address, std::uint16_t port) const;
 
+  /// The users and hosts of the stations that seal as this sender, or, where that is 0, of those
+  /// known to send from here.
+  [[nodiscard]] std::vector<std::string> namesOf(Ipv4 address, std::uint16_t port,
+                                                 std::uint64_t sender) const;
+
   /// This station, then the others that are there, then those gone without goodbye, each in the
   /// order of users, as far as is known without asking; none where it tells nothing of itself.
   [[nodiscard]] std::vector<FoundStation> known() const;
@@ -118,6 +123,7 @@ class Presence : public ProjectListener {
   void removeOld(const std::vector<FoundStation>& stations) const;
   void take(const FoundFiles& files);
   void takeOne(const FoundFile& file);
+  [[nodiscard]] bool sendsFrom(const StationNote& note, Ipv4 address, std::uint16_t port) const;
   [[nodiscard]] bool hasSamePlace(const FoundStation& other) const;
   void lookForDead();
   void lookForMissed();

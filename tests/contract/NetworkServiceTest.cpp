@@ -5,7 +5,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <latch>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -112,6 +114,7 @@ class NetworkServiceTest : public ::testing::Test {
     with.sendTo = sendTo;
     with.config["receive_limit"] = limit_;
     if (!networks.empty()) with.config["accept_networks"] = networks;
+    with.config.insert(config_.begin(), config_.end());
     installSettings(with);
     stations_.push_back(std::make_unique<Station>(port_));
     return *stations_.back();
@@ -119,6 +122,7 @@ class NetworkServiceTest : public ::testing::Test {
 
   RecordedEvents events_;
   std::string limit_ = "0";  ///< messages a second that are taken of one source; 0 for no limit
+  std::map<std::string, std::string> config_;  ///< further values of the configuration
   int port_ = freePort();
   std::vector<std::unique_ptr<Station>> stations_;
 };
@@ -262,6 +266,35 @@ TEST_F(NetworkServiceTest, OnlyTheNetworksNamedInTheConfigurationAreHeard) {
   EXPECT_EQ(picky.receiver.texts, std::vector<std::string>{"taken"});
   ASSERT_EQ(events_.problems().size(), 1u);
   EXPECT_NE(events_.told().find("a sender refused: datagrams from 127.0.0.2"), std::string::npos);
+  EXPECT_EQ(events_.audits(), std::vector<std::string>{"refused"});
+}
+
+TEST_F(NetworkServiceTest, OnlyTheStationsNamedInTheConfigurationAreHeard) {
+  config_["accept_stations"] = " anna , 00000000000000ff";
+  Station& picky = station();
+  const ForeignSocket anna("127.0.0.1");
+  const ForeignSocket ben("127.0.0.1");
+  const std::map<int, std::string> users{{anna.port(), "ANNA"}, {ben.port(), "BEN"}};
+  DeliveryHooks hooks;
+  hooks.namesOf = [&users](Ipv4, std::uint16_t port, std::uint64_t) {
+    const auto found = users.find(port);
+    return found == users.end() ? std::vector<std::string>() : std::vector{found->second};
+  };
+  picky.service.hookBy(hooks);
+  picky.listener = nullptr;
+  picky.listener = picky.service.createUDPListener(port_, 0, &picky.receiver);
+  ben.send("refused", port_);
+  ForeignSocket("127.0.0.1").send("nobody's", port_);
+  ben.send("refused again", port_);
+  anna.send("taken", port_);
+  EXPECT_TRUE(picky.receives(1));
+  EXPECT_EQ(picky.receiver.texts, std::vector<std::string>{"taken"});
+  const auto problems = events_.problems();
+  ASSERT_EQ(problems.size(), 2U) << events_.told();
+  EXPECT_NE(problems.front().text.find("(BEN) sends is not taken, since accept_stations"),
+            std::string::npos)
+      << problems.front().text;
+  EXPECT_EQ(events_.audits(), (std::vector<std::string>{"refused", "refused"}));
 }
 
 TEST_F(NetworkServiceTest, AMulticastGroupIsJoinedAndSentTo) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "station/base/Events.h"
+#include "station/base/Json.h"
 #include "station/base/Strings.h"
 
 namespace korvel {
@@ -45,11 +46,21 @@ class RecordedEvents : public iStationEvents {
     problems_.push_back({problem, dropped});
   }
 
+  void audit(const std::string& what, const std::vector<JsonValue::Member>&) override {
+    const std::lock_guard lock(mutex_);
+    audits_.push_back(what);
+  }
+
   [[nodiscard]] bool loggedThat(const std::string& part) const {
     const std::lock_guard lock(mutex_);
     return std::any_of(lines.begin(), lines.end(), [&part](const std::string& line) {
       return line.find(part) != std::string::npos;
     });
+  }
+  /// What the audit log would hold.
+  [[nodiscard]] std::vector<std::string> audits() {
+    const std::lock_guard lock(mutex_);
+    return audits_;
   }
   [[nodiscard]] std::vector<Problem> problems() {
     const std::lock_guard lock(mutex_);
@@ -78,6 +89,7 @@ class RecordedEvents : public iStationEvents {
  private:
   mutable std::mutex mutex_;
   std::vector<Problem> problems_;
+  std::vector<std::string> audits_;
 };
 
 }  // namespace korvel

@@ -199,6 +199,8 @@ TEST_F(OptionsTest, AWrongConfigLineIsReportedWithFileAndLine) {
   for (const Row& row :
        {Row{"user = Anna\nrubbish\n", ":2: \"rubbish\" has no"},
         Row{"projcts = /p\n", ":1: projcts is no option; did you mean \"projects\""},
+        Row{"accept_station = ANNA\n",
+            ":1: accept_station is no option; did you mean \"accept_stations\""},
         Row{"\nport = many\n", ":2: port: \"shared_projects_udp_port=many\" is no port"},
         Row{"machine = x\n", ":1: machine: \"x\" is no machine number"},
         Row{"script = /s\n", ":1: script may stand on the command line alone"}}) {

@@ -94,6 +94,37 @@ TEST_F(DeliveryLanesTest, ASourcesLossesAreToldOnceAMinute) {
   EXPECT_EQ(lanes_.lossesToTell(now_, 200ms).front().overLimit, 900u);
 }
 
+TEST_F(DeliveryLanesTest, UnprovenWordsOfAnyNumberOfSourcesTakeOneTurnAndOneLimit) {
+  DeliveryLanes::Source sealed = kAnna;
+  sealed.isSealed = true;
+  int unproven = 0;
+  for (std::uint32_t each = 0; each < 200; ++each) {
+    unproven += taken(20, {Ipv4{0x0B000000 + each}, 0}, Kind::eUnprovenWords);
+  }
+  EXPECT_EQ(unproven, 100);
+  ASSERT_TRUE(add(sealed, "lunch?", Kind::eWords));
+  EXPECT_EQ(lanes_.next()->source.address, Ipv4{0x0B000000});
+  EXPECT_EQ(lanes_.next()->bytes, "lunch?");
+  now_ += 1s;
+  EXPECT_EQ(taken(200, kStranger, Kind::eUnprovenWords), 20);
+  EXPECT_EQ(taken(200, sealed, Kind::eWords), 100);
+  now_ += 1min;
+  std::uint64_t told = 0;
+  for (const auto& loss : lanes_.lossesToTell(now_, 200ms)) told += loss.unproven;
+  EXPECT_GE(told, 3900U);
+}
+
+TEST_F(DeliveryLanesTest, InventedSourcesTakeNoLaneFromProvenOnes) {
+  for (std::uint32_t each = 0; each < 1000; ++each) {
+    taken(20, {Ipv4{0x0B000000 + each}, 0});
+  }
+  ASSERT_TRUE(lanes_.add({kAnna.address, 0, true}, Kind::eOther, "real", now_));
+  for (std::size_t turn = 0; turn <= DeliveryLanes::kMaxLanes + 1; ++turn) {
+    if (lanes_.next()->bytes == "real") return;
+  }
+  FAIL() << "the sealed message waits behind the strangers'";
+}
+
 TEST_F(DeliveryLanesTest, InventedSourcesShareALaneAndFillNoMemory) {
   for (std::uint32_t each = 0; each < 100'000; ++each) {
     add({Ipv4{0x0B000000 + each}, 0}, "x");
