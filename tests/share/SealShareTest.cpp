@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <deque>
 #include <fstream>
 #include <future>
 #include <iterator>
@@ -162,6 +163,74 @@ TEST_F(SealShareTest, AStrictStationTakesWhatIsSealedAloneAndSaysWhatItLeavesOut
   say(*anna_, "lunch?");
   await(dora, "received", {{"data", "lunch?"}});
   EXPECT_FALSE(dora.waitFor("received", {{"data", "lunch is off"}}, StationProcess::Seconds(0)));
+}
+
+TEST_F(SealShareTest, TheToolsSealWhatTheySendWhereTheyReadTheKey) {
+  addKey();
+  startThree();
+  StationProcess& dora = start("DORA", 14, {"--seal", "require"});
+  run(dora, "project enter Film");
+  const std::string projects = folder_ / "projects";
+  const std::vector<std::string> way{"--port", std::to_string(port_), "--send-to",
+                                     "127.255.255.255"};
+  std::vector<std::string> words{KV_SHARE,         "send",     "user-message", "--source",
+                                 "ADMIN",          "--target", "<All>",        "--data",
+                                 "restart at six", "--keys",   projects};
+  words.insert(words.end(), way.begin(), way.end());
+  const ProgramRun sent = runProgram(words);
+  EXPECT_NE(sent.output.find(" and a seal, to "), std::string::npos) << sent.output << sent.errors;
+  EXPECT_FALSE(await(dora, "received", {{"data", "restart at six"}})["unverified"].asBool());
+  words = {KV_SHARE, "doctor", projects,   "--user",   "ADMIN",
+           "--host", "ADMIN",  "--config", "/dev/null"};
+  words.insert(words.end(), way.begin(), way.end());
+  const ProgramRun doctor = runProgram(words);
+  EXPECT_NE(doctor.output.find("own datagram"), std::string::npos) << doctor.output;
+  EXPECT_NE(doctor.output.find("clock agrees with those of 4 stations"), std::string::npos)
+      << doctor.output;
+  // Told as refused is the stranger alone.
+  shout("lunch is off");
+  await(dora, "network", {});
+  EXPECT_FALSE(dora.waitFor("network", {}, StationProcess::Seconds(3)));
+}
+
+TEST_F(SealShareTest, AFloodOfWordsWithoutSealsTakesNoPlaceFromSealedOnes) {
+  addKey();
+  startThree();
+  std::deque<LoopbackSender> strangers;
+  for (int each = 0; each < 5; ++each) strangers.emplace_back(port_);
+  for (const LoopbackSender& stranger : strangers) {
+    for (int number = 0; number < 80; ++number) {
+      ASSERT_TRUE(stranger.send({"d", "10", project_, "MALLORY", "<All>", "buy"}));
+    }
+  }
+  say(*anna_, "lunch?");
+  await(*carla_, "received", {{"data", "lunch?"}});
+  const JsonValue told = await(*carla_, "network", {});
+  EXPECT_NE(told["problem"].asString().find("words without a seal"), std::string::npos)
+      << told["problem"].asString();
+  const auto all = carla_->events("received");
+  const auto bought = std::ranges::count_if(
+      all, [](const JsonValue& each) { return each["data"].asString() == "buy"; });
+  EXPECT_LT(bought, 300) << "of 400";
+}
+
+TEST_F(SealShareTest, OnlyTheStationsThatTheConfigurationNamesAreHeard) {
+  addKey();
+  startThree();
+  StationProcess& dora = start("DORA", 14, {"--set", "accept_stations=CARLA, anna"});
+  run(dora, "project enter Film");
+  for (const char* const each : {"ANNA", "BEN"}) await(dora, "presence", {{"user", each}});
+  say(*ben_, "lunch?");
+  shout("lunch is off");
+  const JsonValue told = await(dora, "network", {});
+  EXPECT_NE(told["problem"].asString().find("(BEN) sends is not taken"), std::string::npos)
+      << told["problem"].asString();
+  await(dora, "audit", {{"what", "refused"}});
+  say(*anna_, "supper?");
+  await(dora, "received", {{"data", "supper?"}});
+  for (const char* const words : {"lunch?", "lunch is off"}) {
+    EXPECT_FALSE(dora.waitFor("received", {{"data", words}}, StationProcess::Seconds(0))) << words;
+  }
 }
 
 TEST_F(SealShareTest, ARecordedMessageIsNotTakenAgainAndAChangedOneNever) {

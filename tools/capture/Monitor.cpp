@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "app/base/OptionTable.h"
 #include "station/base/Strings.h"
 #include "station/net/HeardList.h"
 #include "station/os/SharedFiles.h"
@@ -153,9 +154,8 @@ ToolStatus checkHeardFolder(const std::string& folder) {
 /// is 0: a monitor never sends.
 SenderCounts::Observer heardListOf(const Request& request) {
   if (request.heardFolder.empty()) return {};
-  char host[256] = {};
-  ::gethostname(host, sizeof host - 1);
-  HeardList::Keeper keeper{request.heardFolder, std::string("monitor at ") + host, host,
+  const std::string host = machineHostName();
+  HeardList::Keeper keeper{request.heardFolder, "monitor at " + host, host,
                            request.what.hearing.port, 0};
   const auto list = std::make_shared<HeardList>(std::move(keeper));
   return [list](const HeardMessage& message, const SenderCount&) {

@@ -63,6 +63,9 @@ Findings judgeGroup(unsigned mode, const std::string& path);
 /// How far the machine's clock is before (positive) or behind the share's, in seconds.
 Findings judgeClock(double seconds);
 
+/// The same, as a new file in the projects directory shows it; nothing where none can be made.
+std::optional<double> clockBeforeShares(const DoctorFacts& facts);
+
 /// The mount that holds a folder, by the facts' mountinfo; nothing where it cannot be read.
 std::optional<Mount> mountOfFolder(const DoctorFacts& facts);
 
@@ -80,6 +83,10 @@ Findings judgeBuffer(long largest);
 /// A datagram of a trial: stations drop it, since it is no message.
 std::string trialDatagram(const std::string& trial);
 
+/// The datagram with the share's seal, where it has a key that can be read: stations that require
+/// seals would tell of an unsealed one as a stranger's.
+std::string sealedForStations(const DoctorFacts& facts, const std::string& datagram);
+
 /// The names that a station here would have, by which others know it; the facts must outlive the
 /// checks.
 std::vector<Check> stationChecks(const DoctorFacts& facts);
@@ -90,6 +97,16 @@ Findings judgeName(const std::string& what, const std::string& name);
 /// Whether messages to the user alone arrive: others choose recipients from userlist.dat and
 /// address a station by its host's name in capitals, and only ASCII survives the list.
 Findings judgeUser(const std::string& user, const std::string& host, const UserList& list);
+
+/// Another station's clock.
+struct StationClock {
+  std::string station;  ///< "ANNA at SUITE1"
+  double seconds = 0;   ///< before (positive) or behind this machine's
+};
+
+/// Whether the stations' clocks agree with this machine's as far as seals need it.
+enum class ShareKeys { eNone, eUsed };
+Findings judgeClocks(const std::vector<StationClock>& clocks, ShareKeys keys);
 
 /// The lines of userlist.dat that are names of no station.
 Findings judgeUserList(const UserList& list);

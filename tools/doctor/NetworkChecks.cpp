@@ -7,11 +7,14 @@
 
 #include <array>
 #include <cstring>
+#include <utility>
 
 #include "station/base/Strings.h"
 #include "station/net/ListenerSocket.h"
 #include "station/net/UdpBroadcaster.h"
 #include "station/os/SharedFiles.h"
+#include "station/seal/KeyRing.h"
+#include "station/seal/Seals.h"
 #include "tools/base/ProcInfo.h"
 #include "tools/base/ToolHost.h"
 #include "tools/doctor/Firewall.h"
@@ -201,7 +204,7 @@ bool comesBack(const ListenerSocket& listener, const std::string& bytes) {
 Finding tryDestination(const DoctorFacts& facts, const ListenerSocket& listener,
                        const Destination& destination, const std::string& name) {
   SenderSocket sender;
-  const std::string bytes = trialDatagram(newTrialId());
+  const std::string bytes = sealedForStations(facts, trialDatagram(newTrialId()));
   if (const int error = sender.send(destination, static_cast<std::uint16_t>(facts.port), bytes)) {
     return fail("a datagram to " + name + " did not leave (" + std::strerror(error) + ")",
                 "see the network's and the firewall's lines above");
@@ -305,6 +308,14 @@ Findings judgeBuffer(long largest) {
 }
 
 std::string trialDatagram(const std::string& trial) { return "kv-doctor " + trial; }
+
+std::string sealedForStations(const DoctorFacts& facts, const std::string& datagram) {
+  auto ring = KeyRing::read(facts.station.projectsDirectory);
+  if (!ring) return datagram;
+  const StationSettings& station = facts.station;
+  const auto sender = Seals::senderOf(station.user, station.host, station.machine);
+  return Seals(SealPolicy::eAccept, std::move(*ring), sender).outgoing(datagram);
+}
 
 std::vector<Check> networkChecks(const DoctorFacts& facts) {
   using Look = Findings (*)(const DoctorFacts&);

@@ -11,6 +11,7 @@
 #include "station/net/ListenerSocket.h"
 #include "station/net/UdpBroadcaster.h"
 #include "station/os/SharedFiles.h"
+#include "station/seal/Seals.h"
 #include "tools/doctor/Check.h"
 
 namespace korvel {
@@ -221,7 +222,7 @@ void sendAll(const Pair& pair) {
   for (const std::string& word : pair.facts.station.sendTo) {
     if (const auto address = parseIpv4(word)) addresses.push_back(*address);
   }
-  const std::string bytes = trialDatagram(pair.mail.ownId());
+  const std::string bytes = sealedForStations(pair.facts, trialDatagram(pair.mail.ownId()));
   for (int count = 0; count < kDatagrams; ++count) {
     for (const Destination& destination : interfaces.destinations(addresses)) {
       sender.send(destination, static_cast<std::uint16_t>(pair.facts.port), bytes);
@@ -241,7 +242,8 @@ int countFrom(const std::string& id, const ListenerSocket& listener) {
     const int count = reader.read(listener.descriptor());
     if (count <= 0) break;
     for (int index = 0; index < count; ++index) {
-      if (reader.at(static_cast<std::size_t>(index)).bytes == wanted) ++heard;
+      const Datagram datagram = reader.at(static_cast<std::size_t>(index));
+      if (takeSealApart(datagram.bytes).text == wanted) ++heard;
     }
   }
   return std::min(heard, kDatagrams);

@@ -176,8 +176,15 @@ Findings lookRemoval(const DoctorFacts& facts) {
 }
 
 Findings lookClock(const DoctorFacts& facts) {
+  if (const auto seconds = clockBeforeShares(facts)) return judgeClock(*seconds);
+  return {warn("the time of a new file cannot be read", "see rights, above")};
+}
+
+}  // namespace
+
+std::optional<double> clockBeforeShares(const DoctorFacts& facts) {
   ProbeFolder folder(facts.station.projectsDirectory);
-  if (auto made = folder.make(); !made) return {fail(made.error().message, "see rights, above")};
+  if (!folder.make()) return std::nullopt;
   const ProbeFile file(folder.file(newTrialId(), "clock"));
   timespec here{};
   struct stat status {};
@@ -185,13 +192,11 @@ Findings lookClock(const DoctorFacts& facts) {
   // old.
   ::clock_gettime(CLOCK_REALTIME_COARSE, &here);
   if (!writeAtomically(file.path(), "clock") || ::lstat(file.path().c_str(), &status) != 0) {
-    return {warn("the time of a new file cannot be read", "see rights, above")};
+    return std::nullopt;
   }
-  return judgeClock(static_cast<double>(here.tv_sec - status.st_mtim.tv_sec) +
-                    static_cast<double>(here.tv_nsec - status.st_mtim.tv_nsec) / 1e9);
+  return static_cast<double>(here.tv_sec - status.st_mtim.tv_sec) +
+         static_cast<double>(here.tv_nsec - status.st_mtim.tv_nsec) / 1e9;
 }
-
-}  // namespace
 
 Findings judgeSpace(unsigned long long freeBytes, unsigned long long files,
                     unsigned long long allFiles) {

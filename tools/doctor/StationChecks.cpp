@@ -3,12 +3,19 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <ctime>
+#include <optional>
 
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/Names.h"
+#include "station/seal/KeyRing.h"
+#include "station/seal/Seals.h"
+#include "station/watch/StationNote.h"
 #include "tools/base/ProcInfo.h"
+#include "tools/base/ToolHost.h"
 
 namespace korvel {
 
@@ -51,7 +58,72 @@ Findings lookUserList(const DoctorFacts& facts) {
   return {fail(bytes.error().message, "make it a plain file of one user name a line")};
 }
 
+std::optional<std::int64_t> secondsIn(const std::string& utc) {
+  std::tm parts{};
+  const char* const end = ::strptime(utc.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+  if (!end || *end != '\0') return std::nullopt;
+  return ::timegm(&parts);
+}
+
+/// How far a station's clock is before the share's: its note holds the one, the file's time of
+/// change is the other.
+std::optional<double> clockOf(const StationNote& note, const std::string& folder) {
+  struct stat status {};
+  const auto written = secondsIn(note.written);
+  const std::string file = folder + "/" + note.id + std::string(kRecordEnding);
+  if (!written || ::lstat(file.c_str(), &status) != 0) return std::nullopt;
+  return static_cast<double>(*written - status.st_mtim.tv_sec);
+}
+
+Findings lookClocks(const DoctorFacts& facts) {
+  const std::string& directory = facts.station.projectsDirectory;
+  const auto here = clockBeforeShares(facts);
+  const ToolHost host(directory);  // whether a station lives is asked of its lock
+  const auto stations = listStations(directory);
+  if (!here || !stations) {
+    return {warn("the clocks of the stations cannot be compared", "see the share's lines, above")};
+  }
+  std::vector<StationClock> clocks;
+  for (const FoundStation& each : *stations) {
+    if (!each.isAlive()) continue;
+    const auto there = clockOf(each.note, notesFolder(directory));
+    if (!there) continue;
+    clocks.push_back({shownText(each.note.user + " at " + each.note.host), *there - *here});
+  }
+  const auto ring = KeyRing::read(directory);
+  return judgeClocks(clocks, ring && ring->used() ? ShareKeys::eUsed : ShareKeys::eNone);
+}
+
 }  // namespace
+
+Findings judgeClocks(const std::vector<StationClock>& clocks, ShareKeys keys) {
+  constexpr double kMost = static_cast<double>(ReplayWindow::kTolerance) / 1000;
+  constexpr const char* kFix =
+      "let a time service set the clocks of all machines (timedatectl set-ntp true)";
+  Findings findings;
+  for (const StationClock& each : clocks) {
+    const double size = std::fabs(each.seconds);
+    if (size <= kMost / 2) continue;
+    const std::string text = "the clock of " + each.station + " is " +
+                             std::to_string(std::lround(size)) + " s " +
+                             (each.seconds > 0 ? "before" : "behind") + " this machine's";
+    if (keys == ShareKeys::eNone) {
+      findings.push_back(warn(text + ": times are shown wrong", kFix));
+    } else if (size <= kMost) {
+      findings.push_back(warn(text + ": beyond " + std::to_string(std::lround(kMost)) +
+                                  " s its messages count as not sealed",
+                              kFix));
+    } else {
+      findings.push_back(
+          fail(text + ": what it sends after a start of either counts as not sealed", kFix));
+    }
+  }
+  if (!findings.empty()) return findings;
+  if (clocks.empty()) return {pass("no station is there whose clock could be compared")};
+  return {pass("this machine's clock agrees with " +
+               (clocks.size() == 1 ? "that of " + clocks.front().station
+                                   : "those of " + countText(clocks.size(), "station")))};
+}
 
 Findings judgeName(const std::string& what, const std::string& name) {
   const std::string shown = "the " + what + " " + inQuotes(name);
@@ -143,9 +215,11 @@ std::vector<Check> stationChecks(const DoctorFacts& facts) {
                 [&station] { return judgeName("host name", station.host); }),
           check("marker", Touches::eShare, [&facts] { return lookMarker(facts); }),
           check("user list", Touches::eShare, [&facts] { return lookUserList(facts); }),
-          check("address", Touches::eShare, [&facts] {
-            return judgeUser(facts.station.user, facts.station.host, userListOf(facts));
-          })};
+          check("address", Touches::eShare,
+                [&facts] {
+                  return judgeUser(facts.station.user, facts.station.host, userListOf(facts));
+                }),
+          check("clocks", Touches::eShare, [&facts] { return lookClocks(facts); })};
 }
 
 }  // namespace korvel

@@ -1,9 +1,12 @@
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "ProjectShare/NetMessage.h"
+#include "app/base/OptionTable.h"
 #include "host/project/iProjectShare.h"
 #include "station/base/Events.h"
 #include "station/base/HostThread.h"
@@ -12,6 +15,8 @@
 #include "station/base/Strings.h"
 #include "station/net/NetworkService.h"
 #include "station/project/Projects.h"
+#include "station/seal/KeyRing.h"
+#include "station/seal/Seals.h"
 #include "station/wire/MessageTable.h"
 #include "tools/base/CommandLine.h"
 #include "tools/wire/MessageReport.h"
@@ -29,6 +34,7 @@ struct Request {
   std::string source = loginName();
   int port = kDefaultPort;
   std::vector<std::string> sendTo;
+  std::optional<std::string> keys;
 };
 
 /// Stands in for a station's project share: a message takes its source field from there. Knows the
@@ -154,17 +160,36 @@ std::string datagramOf(const Request& request, int type) {
   return utf8Text(message.asString());
 }
 
+/// What seals the message: nothing where no key is asked for, or the share has none.
+Result<std::shared_ptr<Seals>> sealsFor(const Request& request) {
+  if (!request.keys) return std::shared_ptr<Seals>();
+  auto ring = KeyRing::read(*request.keys);
+  if (!ring) return ring.error();
+  if (!ring->used()) {
+    std::cerr << "warning: " << shownText(*request.keys)
+              << " has no key in use, so the message is not sealed\n";
+    return std::shared_ptr<Seals>();
+  }
+  // The same sender as a station of this user here, so that nobody is taken for an impostor.
+  const std::string host = machineHostName();
+  const auto sender = Seals::senderOf(request.source, host, machineNumberFor(host));
+  return std::make_shared<Seals>(SealPolicy::eAccept, std::move(*ring), sender);
+}
+
 ToolStatus sendDatagram(const Request& request, const std::string& datagram, int type) {
+  const auto seals = sealsFor(request);
+  if (!seals) return toolProblem(eToolFinding, seals.error().message);
   SendEvents events;
   StationSettings with;
   with.sendTo = request.sendTo;
   installSettings(with);
   HostThread hostThread;
   NetworkService network(hostThread);
+  network.sealBy(*seals);
   network.createUDPBroadcaster(request.port)->broadcast(hostText(datagram));
   if (!events.hasLeft()) return eToolFinding;
   std::cout << "sent " << messageTypeName(type) << " (" << type << "), " << datagram.size()
-            << " bytes, to "
+            << " bytes" << (*seals ? " and a seal" : "") << ", to "
             << (request.sendTo.empty() ? "every network of this machine"
                                        : joined(request.sendTo, ", "))
             << ", port " << request.port << '\n';
@@ -195,6 +220,9 @@ void declare(CommandOptions& options, Request& request) {
   options.number("--port", "N", request.port, 1, 65535, "The stations' UDP port");
   options.list("--send-to", "ADDR[,ADDR]", request.sendTo,
                "IPv4 addresses; all networks by default");
+  options.text(
+      "--keys", "DIR", request.keys,
+      "The projects directory with whose key the message is sealed; else it bears no seal");
 }
 
 }  // namespace

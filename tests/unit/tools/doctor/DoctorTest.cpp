@@ -209,4 +209,25 @@ TEST(DoctorProbeFolderTest, ATrialThatEndsTakesNoFolderFromOneThatGoesOn) {
   EXPECT_TRUE(removeFileAt(lasting.file("12345678", "x")));
 }
 
+TEST(DoctorClocksTest, ClocksMustAgreeWithinWhatSealsNeed) {
+  struct Row {
+    double seconds;
+    ShareKeys keys;
+    Verdict verdict;
+    const char* part;
+  };
+  for (const Row& row :
+       {Row{3, ShareKeys::eUsed, Verdict::ePass, "agrees with that of ANNA at SUITE1"},
+        Row{-60, ShareKeys::eUsed, Verdict::ePass, "agrees"},
+        Row{-90, ShareKeys::eUsed, Verdict::eWarn, "90 s behind this machine's: beyond 120 s"},
+        Row{121, ShareKeys::eUsed, Verdict::eFail, "121 s before this machine's: what it sends"},
+        Row{3600, ShareKeys::eNone, Verdict::eWarn, "times are shown wrong"}}) {
+    const Findings found = judgeClocks({{"ANNA at SUITE1", row.seconds}}, row.keys);
+    ASSERT_EQ(found.size(), 1U) << row.part;
+    EXPECT_EQ(found[0].verdict, row.verdict) << found[0].text;
+    EXPECT_NE(found[0].text.find(row.part), std::string::npos) << found[0].text;
+  }
+  EXPECT_EQ(judgeClocks({}, ShareKeys::eUsed).at(0).verdict, Verdict::ePass);
+}
+
 }  // namespace
