@@ -31,16 +31,25 @@ void write(const std::string& path, const std::string& text) {
   static_cast<void>(writeAtomically(path, text));
 }
 
-}  // namespace
-
-QString newsText(const NewsBook::Mark& mark) {
+/// What was done, by whom and when: of today the time alone, else in this form.
+QString withTime(const NewsBook::Mark& mark, const QString& form) {
   const QString what = mark.isNew ? QStringLiteral("new") : QStringLiteral("changed");
   const QString by =
       mark.by.isEmpty() ? QStringLiteral(" elsewhere") : QStringLiteral(" by ") + oneLine(mark.by);
   if (!mark.at.isValid()) return what + by;
   const bool isToday = mark.at.date() == QDate::currentDate();
   return what + by + QStringLiteral(", ") +
-         mark.at.toString(isToday ? QStringLiteral("HH:mm") : QStringLiteral("d MMM HH:mm"));
+         mark.at.toString(isToday ? QStringLiteral("HH:mm") : form);
+}
+
+}  // namespace
+
+QString newsText(const NewsBook::Mark& mark) {
+  return withTime(mark, QStringLiteral("d MMM HH:mm"));
+}
+
+QString newsInFull(const NewsBook::Mark& mark) {
+  return withTime(mark, QStringLiteral("d MMMM yyyy HH:mm"));
 }
 
 void NewsBook::open(const QString& project, const QString& user) {
@@ -91,7 +100,7 @@ void NewsBook::takeOne(ObjectKind kind, const ObjectRow& row, bool isFirstLook) 
     const QString& by = row.elsewhere.by.isEmpty() ? row.savedBy : row.elsewhere.by;
     marks_[row.key] = {isNew, by, row.elsewhere.at};
   } else if (isFirstLook && wasHere_ && (isOther || !isKnown) && row.savedBy != user_) {
-    marks_[row.key] = {!isKnown, row.savedBy, {}};
+    marks_[row.key] = {!isKnown, row.savedBy, row.savedAt.toLocalTime()};
   }
 }
 

@@ -23,7 +23,7 @@ class NewsBook {
   struct Mark {
     bool isNew = false;  ///< another made it; else changed it
     QString by;          ///< the user who did so last; empty where that is not known
-    QDateTime at;        ///< local time; invalid for what happened while nobody was here
+    QDateTime at;        ///< local time; invalid where nothing tells it
 
     friend bool operator==(const Mark&, const Mark&) = default;
   };
@@ -79,7 +79,10 @@ class NewsBook {
   QThreadPool writer_;
 };
 
-/// "new by ANNA, 12:04", "changed by ANNA, 21 Nov", "changed elsewhere".
+/// "new by ANNA, 12:04", "changed by ANNA, 21 Nov 12:04", "changed elsewhere".
 QString newsText(const NewsBook::Mark& mark);
+
+/// The same with the whole day where that is not today: "changed by ANNA, 21 November 2026 12:04".
+QString newsInFull(const NewsBook::Mark& mark);
 
 }  // namespace korvel

@@ -348,6 +348,14 @@ QString ObjectsModel::mayText(const ObjectRow& row) const {
   return *answer ? QStringLiteral("change it") : QStringLiteral("look only");
 }
 
+QString ObjectsModel::newsOf(const ObjectRow& row,
+                             QString (*inWords)(const NewsBook::Mark&)) const {
+  if (!row.problem.isEmpty()) return QStringLiteral("unreadable");
+  if (row.isDeleted) return QStringLiteral("deleted by another");
+  const auto mark = news_.mark(row.key);
+  return mark ? inWords(*mark) : QString();
+}
+
 QString ObjectsModel::textOf(const ObjectRow& row, Column column) const {
   switch (column) {
     case eName:
@@ -363,10 +371,7 @@ QString ObjectsModel::textOf(const ObjectRow& row, Column column) const {
     case eExtra:
       return oneLine(row.extra);
     case eNews:
-      if (!row.problem.isEmpty()) return QStringLiteral("unreadable");
-      if (row.isDeleted) return QStringLiteral("deleted by another");
-      if (const auto mark = news_.mark(row.key)) return newsText(*mark);
-      break;
+      return newsOf(row, newsText);
   }
   return {};
 }
@@ -403,7 +408,7 @@ QString ObjectsModel::toolTipOf(const ObjectRow& row) const {
   QStringList lines{textOf(row, eName)};
   if (!row.problem.isEmpty()) lines.append(row.problem);
   for (int i = 1; i < columns_.size(); ++i) {
-    const QString text = textOf(row, columns_[i]);
+    const QString text = columns_[i] == eNews ? newsOf(row, newsInFull) : textOf(row, columns_[i]);
     if (!text.isEmpty()) lines.append(headerText(columns_[i]) + QStringLiteral(": ") + text);
   }
   lines.append(row.cookie);

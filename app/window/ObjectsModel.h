@@ -83,6 +83,8 @@ class ObjectsModel : public QAbstractTableModel {
   void mayWanted(const QStringList& cookies) const;
 
  private:
+  [[nodiscard]] QString newsOf(const ObjectRow& row,
+                               QString (*inWords)(const NewsBook::Mark&)) const;
   [[nodiscard]] QString textOf(const ObjectRow& row, Column column) const;
   [[nodiscard]] QVariant iconOf(const ObjectRow& row, Column column) const;
   [[nodiscard]] QVariant colourOf(const ObjectRow& row, Column column) const;

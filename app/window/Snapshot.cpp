@@ -16,7 +16,9 @@
 #include "station/edit/Edits.h"
 #include "station/edit/UnsavedEdits.h"
 #include "station/keep/UndoList.h"
+#include "station/media/MediaFiles.h"
 #include "station/os/SharedFiles.h"
+#include "station/project/ProjectFolder.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
 #include "station/ui/PanelDriver.h"
@@ -208,12 +210,32 @@ void SnapshotMaker::addHistory(ObjectRow& row) const {
   if (const EditSummary* edit = station_.edits().summary(Cookie(cookie.c_str(), false))) {
     row.content = edit->content;
     row.savedBy = readableText(shownText(edit->savedBy));
+    row.savedAt = QDateTime::fromString(readableText(edit->savedAt), Qt::ISODate);
   } else if (row.isDeleted) {
     row.content = contentBefore(row);
   } else {
     const QStringList texts = QStringList{row.name, row.detail, row.extra} + row.contents;
     row.content = hash64(texts.join(QLatin1Char('\n')).toStdString());
   }
+  if (!row.savedAt.isValid()) row.savedAt = fileTime(row);
+}
+
+// Bins, filters and media have no stamp of who saved them when; nor has an edit that another
+// program wrote. When the project was entered, each file's own time was listed.
+QDateTime SnapshotMaker::fileTime(const ObjectRow& row) const {
+  constexpr std::int64_t kNanosecondsPerMs = 1'000'000;
+  const OpenProject* const open = station_.projects().current();
+  if (!open) return {};
+  const std::string path = row.detail.toStdString();
+  // A media file's record is called after its path.
+  const std::string cookie =
+      row.key == row.cookie ? row.cookie.toStdString()
+                            : Cookie(mediaKey(networkForm(path)).c_str(), true).asString().str();
+  for (const std::string_view ending : {kEditEnding, kRecordEnding}) {
+    const FileStamp* const file = open->listing->files.find(cookie + std::string(ending));
+    if (file) return QDateTime::fromMSecsSinceEpoch(file->modified / kNanosecondsPerMs, Qt::UTC);
+  }
+  return {};
 }
 
 // Of a deleted edit, to know it again when it comes back.

@@ -67,6 +67,7 @@ struct ObjectRow {
   RemoteChanges elsewhere;
   quint64 content = 0;   ///< other when it holds something else; the same at every start
   QString savedBy;       ///< the user who saved an edit last, where that is known
+  QDateTime savedAt;     ///< when it was saved last, UTC; invalid where nothing tells it
   QStringList contents;  ///< a bin's and a rack's cookies
 
   friend bool operator==(const ObjectRow&, const ObjectRow&) = default;
@@ -176,6 +177,7 @@ class SnapshotMaker {
   void lookAtUsers(Snapshot& next);
   void lookAtPresence(Snapshot& next) const;
   void addHistory(ObjectRow& row) const;
+  [[nodiscard]] QDateTime fileTime(const ObjectRow& row) const;
   [[nodiscard]] quint64 contentBefore(const ObjectRow& row) const;
   [[nodiscard]] ObjectRow shownEdit(const JsonValue& line) const;
 

@@ -37,7 +37,7 @@ class SummaryScanner {
     return levels_.empty() && text_.find_first_not_of(" \t\r\n", at_) == std::string::npos;
   }
 
-  std::string schema, name, adoptedName, owner, savedBy;
+  std::string schema, name, adoptedName, owner, savedBy, savedAt;
 
  private:
   struct Level {
@@ -98,6 +98,7 @@ class SummaryScanner {
     if (isAt({"metadata", "korvel", "name"})) adoptedName = plain(raw);
     if (isAt({"metadata", "korvel", "config", "OWNER"})) owner = plain(raw);
     if (isAt({"metadata", "korvel", "saved", "by"})) savedBy = plain(raw);
+    if (isAt({"metadata", "korvel", "saved", "at"})) savedAt = plain(raw);
   }
 
   [[nodiscard]] bool isAt(std::initializer_list<std::string_view> path) const {
@@ -129,27 +130,36 @@ class SummaryScanner {
 std::size_t contentHash(std::string_view bytes) { return std::hash<std::string_view>()(bytes); }
 
 std::string keptText(const EditSummary& summary) {
-  char head[64];
-  std::snprintf(head, sizeof head, "%zx %zx %zx ", summary.content, summary.name.size(),
-                summary.owner.size());
-  return head + summary.name + summary.owner + summary.savedBy;
+  char head[80];
+  std::snprintf(head, sizeof head, "%zx %zx %zx %zx ", summary.content, summary.name.size(),
+                summary.owner.size(), summary.savedBy.size());
+  return head + summary.name + summary.owner + summary.savedBy + summary.savedAt;
 }
 
 std::optional<EditSummary> keptSummary(std::string_view keptText) {
   EditSummary summary;
-  std::size_t name = 0, owner = 0;
+  std::size_t name = 0, owner = 0, savedBy = 0;
   const char* const end = keptText.data() + keptText.size();
   const char* at = keptText.data();
-  for (std::size_t* number : {&summary.content, &name, &owner}) {
+  for (std::size_t* number : {&summary.content, &name, &owner, &savedBy}) {
     const auto read = std::from_chars(at, end, *number, 16);
     if (read.ec != std::errc() || read.ptr == end) return {};
     at = read.ptr + 1;
   }
-  const std::string_view texts(at, static_cast<std::size_t>(end - at));
-  if (name > texts.size() || owner > texts.size() - name) return {};
-  summary.name = texts.substr(0, name);
-  summary.owner = texts.substr(name, owner);
-  summary.savedBy = texts.substr(name + owner);
+  std::string_view texts(at, static_cast<std::size_t>(end - at));
+  const auto next = [&texts](std::size_t size) {
+    const std::string_view text = texts.substr(0, size);
+    texts.remove_prefix(text.size());
+    return text;
+  };
+  summary.name = next(name);
+  summary.owner = next(owner);
+  summary.savedBy = next(savedBy);
+  summary.savedAt = texts;
+  if (summary.name.size() < name || summary.owner.size() < owner ||
+      summary.savedBy.size() < savedBy) {
+    return {};
+  }
   return summary;
 }
 
@@ -165,7 +175,8 @@ Result<EditSummary> readEditSummary(const std::string& bytes) try {
                      scanner.owner,
                      {},
                      contentHash(bytes),
-                     scanner.savedBy};
+                     scanner.savedBy,
+                     scanner.savedAt};
 } catch (const std::bad_alloc&) {
   return Error{ErrorCode::eSystem, "there is not enough memory to read it.", {}};
 }

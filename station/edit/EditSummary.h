@@ -16,6 +16,7 @@ struct EditSummary {
   std::string problem;      ///< why its file cannot be read; empty when it can
   std::size_t content = 0;  ///< contentHash of the bytes that this was read from
   std::string savedBy{};    ///< who saved it last; empty where that is not known
+  std::string savedAt{};    ///< when, as a SaveStamp has it; empty where that is not known
 
   bool operator==(const EditSummary&) const = default;
 };

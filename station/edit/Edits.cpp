@@ -427,11 +427,13 @@ void Edits::refresh(const Cookie& cookie) {
 }
 
 void Edits::noteLoaded(const EditFile& edit) {
+  const SaveStamp saved = edit.document().stamp();
   put(edit.getCookie(), EditSummary{edit.document().name(),
                                     utf8Text(edit.getOwner()),
                                     {},
                                     edit.content(),
-                                    edit.document().stamp().by});
+                                    saved.by,
+                                    saved.at});
 }
 
 void Edits::noteOwner(const Cookie& cookie, const std::string& owner) {

@@ -87,6 +87,7 @@ TEST_F(NewsBookTest, WhatOthersDoIsNewsByWhomAndWhen) {
 TEST_F(NewsBookTest, OfTodayTheTimeIsEnough) {
   NewsBook::Mark mark{false, "BEN", QDateTime::currentDateTime()};
   EXPECT_EQ(newsText(mark), "changed by BEN, " + mark.at.toString("HH:mm"));
+  EXPECT_EQ(newsInFull(mark), newsText(mark));
   mark.by = {};
   mark.at = {};
   EXPECT_EQ(newsText(mark), "changed elsewhere");
@@ -127,6 +128,23 @@ TEST_F(NewsBookTest, WhatOthersDidWhileNobodyWasHereIsNewsToo) {
   EXPECT_EQ(told("E2"), "new by BEN");
   EXPECT_EQ(told("E3"), "");
   EXPECT_EQ(told("E4"), "new elsewhere");
+}
+
+TEST_F(NewsBookTest, WhatWasSavedWhileNobodyWasHereHasTheTimeOfTheSave) {
+  const QDateTime saved(QDate(2026, 3, 4), QTime(12, 4));
+  book_.reset();
+  for (const char* const key : {"E1", "E2"}) {
+    ObjectRow late = row(key, 2, "BEN");
+    late.savedAt = saved.toUTC();
+    putRow(rows_, key, late);
+  }
+  begin();
+  EXPECT_EQ(told("E1"), "changed by BEN, 4 Mar 12:04");
+  EXPECT_EQ(told("E2"), "new by BEN, 4 Mar 12:04");
+  EXPECT_EQ(newsInFull(*book_->mark("E1")), "changed by BEN, 4 March 2026 12:04");
+  begin();  // nothing changed since
+  EXPECT_EQ(told("E1"), "changed by BEN, 4 Mar 12:04");
+  EXPECT_EQ(book_->mark("E2")->at, saved);
 }
 
 TEST_F(NewsBookTest, WhatIsNewAndChangesAgainBeforeItIsListedIsNew) {

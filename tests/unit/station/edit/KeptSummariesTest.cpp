@@ -136,12 +136,14 @@ TEST_F(KeptSummariesTest, ADeletedEditIsNotShownThoughItIsKept) {
 }
 
 TEST_F(KeptSummariesTest, WhatIsKeptIsReadBackOrNotAtAll) {
-  const EditSummary summary{std::string("a\0b \xC3\xA9", 6), "ANNA", {}, 0x1234, "BEN"};
+  const EditSummary summary{std::string("a\0b \xC3\xA9", 6), "ANNA", {}, 0x1234, "BEN",
+                            "2026-03-04T12:04:00Z"};
   const std::string text = keptText(summary);
   EXPECT_EQ(*keptSummary(text), summary);
   EXPECT_EQ(*keptSummary(keptText({})), EditSummary{});
-  for (const char* const bad : {"", " ", "1", "1 ", "x 0 0 ", "1 x 0 ", "1 0 x ", "1 0 ",
-                                "1 9 0 abc", "1 0 9 abc", "1 2 2 abc", "1 -1 0 abc"}) {
+  for (const char* const bad :
+       {"", " ", "1", "1 ", "x 0 0 0 ", "1 x 0 0 ", "1 0 x 0 ", "1 0 0 x ", "1 0 0 ", "1 9 0 0 abc",
+        "1 0 9 0 abc", "1 0 0 9 abc", "1 2 2 0 abc", "1 1 1 2 abc", "1 -1 0 0 abc"}) {
     EXPECT_FALSE(keptSummary(bad)) << bad;
   }
 }
