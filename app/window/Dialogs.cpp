@@ -171,6 +171,7 @@ QString valueOf(const QWidget* input) {
     return files.isEmpty() ? edit->text() : files.join(QLatin1Char('\n'));
   }
   const auto* choice = qobject_cast<const QComboBox*>(input);
+  if (!choice->isEditable()) return choice->currentData().toString();
   // A typed text that is an entry stands for its value; any other text is the value.
   const int index = choice->findText(choice->currentText());
   return index < 0 ? choice->currentText() : choice->itemData(index).toString();
@@ -215,7 +216,8 @@ void ActionDialog::correct(const QStringList& values, const QString& why) {
       edit->setText(values[i]);
     } else if (auto* const choice = qobject_cast<QComboBox*>(input)) {
       const int known = choice->findData(values[i]);
-      choice->setEditText(known < 0 ? values[i] : choice->itemText(known));
+      choice->setCurrentIndex(known);
+      if (known < 0) choice->setEditText(values[i]);
     }
   }
   auto* const reason = new QLabel(why);
@@ -269,28 +271,29 @@ void ActionDialog::browseFor(Kind kind, QLineEdit& edit) {
   if (!file.isEmpty()) edit.setText(file);
 }
 
-// A field with choices. Qt's inline completion would turn a typed name into a longer one that
-// begins alike, so users are completed in a list, and the field starts empty.
+// A field with choices; only a user's name may be another one. Qt's inline completion would turn a
+// typed name into a longer one that begins alike, so users are completed in a list, and the field
+// starts empty.
 QWidget* ActionDialog::makeChoice(const ActionField& field, const FieldContent& content) {
   auto* choice = new QComboBox;
-  choice->setEditable(true);
+  choice->setEditable(field.kind == Kind::eNewOwner || field.kind == Kind::eUser);
   choice->setInsertPolicy(QComboBox::NoInsert);
   choice->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
   auto* view = new QListView;
   view->setUniformItemSizes(true);
   choice->setView(view);
-  for (const FieldChoice& each : content.choices) choice->addItem(each.shown, each.word);
   for (const FieldChoice& each : content.choices) {
-    if (each.word == content.initial) choice->setCurrentText(each.shown);
+    choice->addItem(each.shown, each.word);
+    if (each.word == content.initial) choice->setCurrentIndex(choice->count() - 1);
   }
-  if (field.kind == Kind::eNewOwner || field.kind == Kind::eUser) {
+  if (choice->isEditable()) {
     choice->setCurrentIndex(-1);
     choice->clearEditText();
     choice->lineEdit()->setPlaceholderText(QStringLiteral("The exact name"));
     choice->completer()->setCompletionMode(QCompleter::PopupCompletion);
     choice->completer()->setCaseSensitivity(Qt::CaseInsensitive);
   }
-  connect(choice, &QComboBox::editTextChanged, this, &ActionDialog::check);
+  connect(choice, &QComboBox::currentTextChanged, this, &ActionDialog::check);
   inputs_.push_back(choice);
   return choice;
 }

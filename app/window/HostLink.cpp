@@ -198,7 +198,8 @@ CommandOutcome HostLink::outcomeOf(const QString& line) {
   outcome.succeeded = static_cast<bool>(result);
   outcome.result = result ? *result : JsonValue();
   if (!result) outcome.code = result.error().code;
-  outcome.text = result ? readableText(renderForPeople(*result)) : shownError(result.error());
+  outcome.text = result ? readableText(renderForPeople(withShortCookies(*result)))
+                        : shownError(result.error());
   return outcome;
 }
 

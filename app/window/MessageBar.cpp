@@ -1,5 +1,6 @@
 #include "app/window/MessageBar.h"
 
+#include <QEvent>
 #include <QFileInfo>
 #include <QGridLayout>
 #include <QHBoxLayout>
@@ -51,6 +52,7 @@ MessageBar::MessageBar(const QString& name, QWidget* parent)
       close_(new QToolButton) {
   setObjectName(name);
   label_->setObjectName(name + QStringLiteral("Text"));
+  sign_->setObjectName(QStringLiteral("sign"));
   label_->setWordWrap(true);
   label_->setTextFormat(Qt::PlainText);
   label_->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -86,11 +88,21 @@ void MessageBar::tell(Kind kind, const QString& text) {
   // Qt matches a style sheet's property only when a widget is polished.
   style()->unpolish(this);
   style()->polish(this);
-  sign_->setPixmap(signOf(kind).pixmap(18, 18));
-  close_->setIcon(icon(Glyph::eClose, colours().quiet));
+  kind_ = kind;
+  drawSigns();
   setAccessibleName(text);
   showText();
   show();
+}
+
+void MessageBar::drawSigns() {
+  sign_->setPixmap(signOf(kind_).pixmap(18, 18));
+  close_->setIcon(icon(Glyph::eClose, colours().quiet));
+}
+
+void MessageBar::changeEvent(QEvent* event) {
+  QFrame::changeEvent(event);
+  if (event->type() == QEvent::PaletteChange) drawSigns();  // in the colours of now
 }
 
 void MessageBar::offer(const QStringList& actions) {

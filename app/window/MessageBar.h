@@ -49,6 +49,8 @@ class MessageBar : public QFrame {
   void resizeEvent(QResizeEvent* event) override;
   void showEvent(QShowEvent* event) override;
   void hideEvent(QHideEvent* event) override;
+  void changeEvent(QEvent* event) override;
+  void drawSigns();
   void showText();
   void placeButtons();
 
@@ -59,6 +61,7 @@ class MessageBar : public QFrame {
   std::array<QToolButton*, 3> buttons_;
   QToolButton* close_;
   QString text_;
+  Kind kind_ = Kind::eNote;
   Lines lines_ = Lines::eAll;
 };
 

@@ -1,5 +1,6 @@
 #include "app/window/NotificationsPane.h"
 
+#include <QEvent>
 #include <QLabel>
 #include <QListWidget>
 #include <QPlainTextEdit>
@@ -47,6 +48,8 @@ namespace {
 constexpr qsizetype kLongestNotice = 300;
 constexpr int kTextRole = Qt::UserRole;
 constexpr int kTitleRole = Qt::UserRole + 1;
+
+QIcon sign() { return icon(Glyph::eBell, colours().accent); }
 
 void setBold(QListWidgetItem& item, int weight) {
   QFont font = item.font();
@@ -116,8 +119,7 @@ void NotificationsPane::add(const std::vector<NotificationLine>& lines) {
 
 void NotificationsPane::addLine(const NotificationLine& line) {
   auto* item = new QListWidgetItem(
-      icon(Glyph::eBell, colours().accent),
-      line.time.toString(QStringLiteral("HH:mm:ss  ")) + notificationText(line));
+      sign(), line.time.toString(QStringLiteral("HH:mm:ss  ")) + notificationText(line));
   const QString when = line.time.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
   item->setData(kTextRole, line.text);
   item->setData(kTitleRole, line.sender.isEmpty() ? when : line.sender + ", " + when);
@@ -152,7 +154,18 @@ bool NotificationsPane::eventFilter(QObject* watched, QEvent* event) {
   return QWidget::eventFilter(watched, event);
 }
 
-void NotificationsPane::takeLook() { setUnread(0); }
+// While the window moves its panes about, this one may come and go and get the keyboard although
+// nobody looks.
+void NotificationsPane::takeLook() {
+  if (updatesEnabled()) setUnread(0);
+}
+
+// Icons keep the colours in which they were drawn.
+void NotificationsPane::changeEvent(QEvent* event) {
+  QWidget::changeEvent(event);
+  if (event->type() != QEvent::PaletteChange) return;
+  for (int i = 0; i < list_->count(); ++i) list_->item(i)->setIcon(sign());
+}
 
 void NotificationsPane::hideEvent(QHideEvent* event) {
   QWidget::hideEvent(event);

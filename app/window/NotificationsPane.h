@@ -59,6 +59,7 @@ class NotificationsPane : public QWidget {
   void showEvent(QShowEvent* event) override;
   bool eventFilter(QObject* watched, QEvent* event) override;
   void hideEvent(QHideEvent* event) override;
+  void changeEvent(QEvent* event) override;
   void takeLook();
   void markAllRead();
 

@@ -157,6 +157,7 @@ ObjectsPane::List ObjectsPane::makeList(ObjectKind kind) {
   view.setObjectName(QString::fromStdString(familyOf(kind)) + QStringLiteral("List"));
   view.setAccessibleName(list.model->title());
   new ArrowKeys(view);
+  view.installEventFilter(this);
   new ChoiceKeeper(*list.model, *list.proxy, view, this);
   connect(list.model, &ObjectsModel::mayWanted, this, &ObjectsPane::mayWanted);
   connect(view.selectionModel(), &QItemSelectionModel::selectionChanged, this,
@@ -336,7 +337,8 @@ bool ObjectsPane::eventFilter(QObject* watched, QEvent* event) {
     event->ignore();
     return true;
   }
-  const bool isKey = watched == search_ && event->type() == QEvent::KeyPress;
+  const bool isKey = event->type() == QEvent::KeyPress;
+  if (isKey && watched != search_) return takeListKey(*static_cast<QKeyEvent*>(event));
   if (!isKey) return QWidget::eventFilter(watched, event);
   const int key = static_cast<QKeyEvent*>(event)->key();
   const bool isEscape = key == Qt::Key_Escape;
@@ -348,6 +350,21 @@ bool ObjectsPane::eventFilter(QObject* watched, QEvent* event) {
     return false;
   leaveSearch();
   return !isEscape;  // which also closes a message
+}
+
+// In a list that is narrowed, Escape takes the whole list back, too.
+bool ObjectsPane::takeListKey(const QKeyEvent& event) {
+  if (event.key() != Qt::Key_Escape || search_->text().isEmpty()) return false;
+  search_->clear();
+  QTreeView& view = *list(kind()).view;
+  view.scrollTo(view.currentIndex());
+  return true;
+}
+
+// Icons keep the colours in which they were drawn.
+void ObjectsPane::changeEvent(QEvent* event) {
+  QWidget::changeEvent(event);
+  if (event->type() == QEvent::PaletteChange) showTitles();
 }
 
 void ObjectsPane::leaveSearch() {

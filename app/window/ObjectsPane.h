@@ -12,6 +12,7 @@
 
 #include "app/window/ObjectsModel.h"
 
+class QKeyEvent;
 class QLabel;
 
 namespace korvel {
@@ -79,7 +80,9 @@ class ObjectsPane : public QWidget {
   void narrow(const QString& text);
   void chooseFirst();
   void leaveSearch();
+  bool takeListKey(const QKeyEvent& event);
   bool eventFilter(QObject* watched, QEvent* event) override;
+  void changeEvent(QEvent* event) override;
 
   NewsBook news_;
   QTimer keepNews_;

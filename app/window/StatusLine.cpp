@@ -1,5 +1,6 @@
 #include "app/window/StatusLine.h"
 
+#include <QEvent>
 #include <algorithm>
 
 #include "app/window/ActionTable.h"
@@ -74,6 +75,7 @@ StatusLine::StatusLine(QWidget* parent)
       network_(quietLabel("network")),
       counts_(quietLabel("counts")) {
   busy_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+  sign_->setObjectName(QStringLiteral("sign"));
   addWidget(sign_);
   addWidget(busy_, 1);
   for (ElidedLabel* label : {who_, network_, counts_}) addPermanentWidget(label);
@@ -142,6 +144,11 @@ QString StatusLine::busyText() const { return busy_->text(); }
 void StatusLine::resizeEvent(QResizeEvent* event) {
   QStatusBar::resizeEvent(event);
   fit();
+}
+
+void StatusLine::changeEvent(QEvent* event) {
+  QStatusBar::changeEvent(event);
+  if (event->type() == QEvent::PaletteChange) showSign();  // in the colours of now
 }
 
 // Shows the texts that fit, the most important first. The station's identity may be shortened.

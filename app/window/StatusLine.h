@@ -30,6 +30,7 @@ class StatusLine : public QStatusBar {
 
  private:
   void resizeEvent(QResizeEvent* event) override;
+  void changeEvent(QEvent* event) override;
   void fit();
   void showSign();
   void showCounts();

@@ -258,8 +258,11 @@ void TimelineView::paintRuler(QPainter& painter) const {
     painter.setPen(with.border);
     painter.drawLine(x, kRulerHeight - 8, x, kRulerHeight);
     painter.setPen(with.quiet);
+    const QString label = timecode(seconds, timeline_->rate);
+    // A timecode that is cut at the edge reads as another one.
+    if (x + 4 + painter.fontMetrics().horizontalAdvance(label) > viewport()->width()) continue;
     painter.drawText(QRect(x + 4, 0, kLeastTickWidth, kRulerHeight - 2),
-                     Qt::AlignLeft | Qt::AlignVCenter, timecode(seconds, timeline_->rate));
+                     Qt::AlignLeft | Qt::AlignVCenter, label);
   }
   painter.setClipping(false);
 }

@@ -91,6 +91,7 @@ constexpr QSize kFirstSize{1240, 780};
 constexpr QSize kRoomForDocks{480, 320};  // beside one another
 constexpr int kUsefulSide = 180;          // of the projects, to tell who holds them
 constexpr QSize kDockSize{300, 190};
+constexpr QSize kPanelSize{300, 380};  // there, one writes
 
 /// "640x700+10+0": a size and a place.
 std::optional<QRect> geometryFrom(const std::string& text) {
@@ -187,7 +188,7 @@ void WindowLayout::buildDocks() {
   for (QDockWidget* each : {notificationsDock_, logDock_, historyDock_}) each->hide();
   window_.resizeDocks({panes_.panel}, {kDockSize.width()}, Qt::Horizontal);
   for (QDockWidget* each : docks()) {
-    dockSizes_[each] = kDockSize;
+    dockSizes_[each] = each == panes_.panel ? kPanelSize : kDockSize;
     // Queued: within the signal Qt is still laying out, and a change of sizes would be lost.
     connect(each, &QDockWidget::visibilityChanged, this, &WindowLayout::fit, Qt::QueuedConnection);
     // The list and the timeline both give room to a dock; a message takes it from the timeline.
@@ -227,6 +228,8 @@ void WindowLayout::showNotifications() {
 }
 
 void WindowLayout::fit() {
+  // Docks that are taken out and put in again are neither painted nor looked at meanwhile.
+  window_.setUpdatesEnabled(false);
   const bool isSmall =
       window_.width() < kRoomForDocks.width() || window_.height() < kRoomForDocks.height();
   for (MessageBar* bar : {panes_.recovery, panes_.messages, panes_.strip}) {
@@ -237,6 +240,7 @@ void WindowLayout::fit() {
   fitDocks();
   fitTabs();
   if (!isSmall) noteSpread();
+  window_.setUpdatesEnabled(true);
 }
 
 // The tabs of docks that are closed stay, without a size: the Tab key must not go there.
@@ -259,12 +263,37 @@ void WindowLayout::fitDocks() {
     if ((isBeside ? dock->width() : dock->height()) == size) continue;
     window_.resizeDocks({dock}, {size}, isBeside ? Qt::Horizontal : Qt::Vertical);
   }
+  for (const Qt::DockWidgetArea area : {Qt::LeftDockWidgetArea, Qt::RightDockWidgetArea}) {
+    const QList<QDockWidget*> column = oneBelowAnother(area);
+    QList<int> heights;
+    for (QDockWidget* dock : column) heights.append(dockSizes_[dock].height());
+    // As far as there is room; else in this proportion. Left alone, a dock that comes back gets
+    // less each time.
+    if (column.size() > 1) window_.resizeDocks(column, heights, Qt::Vertical);
+  }
+}
+
+// The docks that share the height of one side. A dock with tabs has all of it.
+QList<QDockWidget*> WindowLayout::oneBelowAnother(Qt::DockWidgetArea area) const {
+  QList<QDockWidget*> found;
+  for (QDockWidget* dock : docks()) {
+    const bool isThere = dock->isVisible() && !dock->isFloating() &&
+                         window_.dockWidgetArea(dock) == area &&
+                         window_.tabifiedDockWidgets(dock).isEmpty();
+    if (isThere) found.append(dock);
+  }
+  return found;
 }
 
 // The user moved the edge of a dock, which is no widget of its own.
 void WindowLayout::noteDockSizes() {
   for (QDockWidget* dock : docks()) {
-    if (dock->isVisible() && !dock->isFloating()) dockSizes_[dock] = dock->size();
+    if (!dock->isVisible() || dock->isFloating()) continue;
+    const Qt::DockWidgetArea area = window_.dockWidgetArea(dock);
+    const bool isBeside = area == Qt::LeftDockWidgetArea || area == Qt::RightDockWidgetArea;
+    // Alone on its side it has all the height, which is no wish of the user's.
+    const bool hasOwnHeight = !isBeside || oneBelowAnother(area).size() > 1;
+    dockSizes_[dock] = {dock->width(), hasOwnHeight ? dock->height() : dockSizes_[dock].height()};
   }
 }
 
@@ -332,7 +361,7 @@ bool WindowLayout::restore(QSettings& kept) {
   centreShare_ = kept.value(QStringLiteral("centreShare"), centreShare_).toDouble();
   listsShare_ = kept.value(QStringLiteral("listsShare"), listsShare_).toDouble();
   for (QDockWidget* dock : docks()) {
-    const QSize size = kept.value(kDockSizes + dock->objectName(), kDockSize).toSize();
+    const QSize size = kept.value(kDockSizes + dock->objectName(), dockSizes_[dock]).toSize();
     dockSizes_[dock] = size.expandedTo(dock->minimumSizeHint());
   }
   panes_.panel->hide();

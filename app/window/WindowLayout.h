@@ -115,6 +115,7 @@ class WindowLayout : public QObject {
   QDockWidget* makeDock(const QString& title, const char* name, QWidget* content);
   void fit();
   void fitDocks();
+  [[nodiscard]] QList<QDockWidget*> oneBelowAnother(Qt::DockWidgetArea area) const;
   void fitTabs();
   void fitSide();
   void fitHeights();

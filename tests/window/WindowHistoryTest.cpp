@@ -92,6 +92,7 @@ TEST_F(WindowHistoryTest, AClipThatIsTrimmedIsNamedByItsTrackAndPlace) {
       return dialog && (clips = dialog->findChild<QComboBox*>());
     }));
     EXPECT_EQ(clips->itemText(1), "Crane  (track 1, clip 2), now 0 to 24");
+    EXPECT_FALSE(clips->isEditable()) << "what is typed there is no clip";
   });
 }
 

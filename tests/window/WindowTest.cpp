@@ -8,6 +8,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QPlainTextEdit>
+#include <QRegularExpression>
 #include <QToolButton>
 #include <QTreeView>
 #include <algorithm>
@@ -150,6 +151,72 @@ TEST_F(WindowTest, ThePanelLeftOpenIsThereAgainWhereItWas) {
   EXPECT_EQ(keptTools(kept), left);
 }
 
+/// Opens the message panel and the list of notifications, one below the other.
+void showBoth(MainWindow& window) {
+  window.resize(1240, 780);
+  openPanel(window);
+  window.findChild<QDockWidget*>("notificationsDock")->show();
+  ASSERT_TRUE(waitFor([&] { return window.notifications().isVisible(); }));
+}
+
+TEST_F(WindowTest, AResizedWindowIsNoLookAtTheNotifications) {
+  script = kHarbour;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    showBoth(window);
+    window.objects().view(ObjectKind::eEdits).setFocus();
+    QTest::qWait(200);
+    window.notifications().add({{QDateTime::currentDateTime(), "BEN", "tea is ready"}});
+    const auto* const dock = window.findChild<QDockWidget*>("notificationsDock");
+    EXPECT_EQ(dock->windowTitle(), "Notifications (1)");
+    for (const QSize size : {QSize(300, 200), QSize(1200, 760)}) {
+      window.resize(size);
+      QTest::qWait(300);
+      EXPECT_EQ(dock->windowTitle(), "Notifications (1)") << size.width();
+    }
+    EXPECT_TRUE(window.notifications().isVisible());
+    QTest::mouseMove(window.notifications().list().viewport(), QPoint(20, 10));
+    EXPECT_EQ(dock->windowTitle(), "Notifications");
+  });
+}
+
+TEST_F(WindowTest, DocksOfOneSideHaveTheirHeightsAgainAtTheNextStart) {
+  {
+    QSettings kept = windowSettings();
+    kept.setValue("size/panelDock", QSize(300, 500));
+    kept.setValue("size/notificationsDock", QSize(300, 150));
+  }
+  script = kHarbour;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    showBoth(window);
+    const auto* const dock = window.findChild<QDockWidget*>("notificationsDock");
+    QTest::qWait(200);
+    const double share = 1.0 * window.panel().height() / dock->height();
+    EXPECT_NEAR(share, 500 / 150., 0.3) << window.panel().height() << ' ' << dock->height();
+    const int before = window.panel().height();
+    for (int times = 0; times < 3; ++times) {
+      QTest::keyClick(&window, Qt::Key_M, Qt::ControlModifier | Qt::ShiftModifier);
+      ASSERT_TRUE(waitFor([&] { return !window.panel().isVisible(); }));
+      QTest::qWait(50);
+      openPanel(window);
+      QTest::qWait(50);
+    }
+    EXPECT_TRUE(waitFor([&] { return window.panel().height() == before; }, 2000))
+        << window.panel().height() << ' ' << before;
+    // The user moves the edge between them.
+    window.resizeDocks({&window.panel(), window.findChild<QDockWidget*>("notificationsDock")},
+                       {200, 400}, Qt::Vertical);
+    QTest::qWait(50);
+    QTest::mouseRelease(&window, Qt::LeftButton);
+    QTest::qWait(50);
+    EXPECT_LT(window.panel().height(), dock->height());
+  });
+  QSettings kept = windowSettings();
+  EXPECT_LT(kept.value("size/panelDock").toSize().height(),
+            kept.value("size/notificationsDock").toSize().height());
+}
+
 TEST_F(WindowTest, AColleaguesWordsShowWithoutTakingTheKeyboard) {
   script = kHarbour;
   play([this](MainWindow& window) {
@@ -246,11 +313,23 @@ TEST_F(WindowTest, WhatAnotherDidIsStillNewsAfterTheProjectWasLeftAndMayBeMarked
     ASSERT_TRUE(waitForProject(window, ""));
     EXPECT_TRUE(ben.command("edit create Pier")["ok"].asBool());
     EXPECT_TRUE(ben.command("edit save Pier")["ok"].asBool());
+    EXPECT_TRUE(ben.command("bin create Rushes")["ok"].asBool());
     command(window, "project enter Harbour");
     EXPECT_TRUE(waitFor([&] { return news("Quay").startsWith("new by BEN, "); }))
         << news("Quay").toStdString();
-    EXPECT_TRUE(waitFor([&] { return news("Pier").startsWith("new by BEN"); }))
+    const QRegularExpression byBen("^new by BEN, (\\d+ \\w+ )?\\d\\d:\\d\\d$");
+    EXPECT_TRUE(waitFor([&] { return byBen.match(news("Pier")).hasMatch(); }))
         << news("Pier").toStdString();
+    const ObjectsModel& edits = window.objects().model(ObjectKind::eEdits);
+    const QString tip =
+        edits.index(edits.rowOf(keyOf(window, "Pier")), 0).data(Qt::ToolTipRole).toString();
+    EXPECT_TRUE(tip.contains("News: new by BEN, ")) << tip.toStdString();
+    // Nobody signs a bin; its file has a time all the same.
+    const ObjectsModel& bins = window.objects().model(ObjectKind::eBins);
+    ASSERT_EQ(bins.rowCount(), 1);
+    const QRegularExpression elsewhere("^new elsewhere, (\\d+ \\w+ )?\\d\\d:\\d\\d$");
+    const QString bin = bins.index(0, 1).data().toString();
+    EXPECT_TRUE(elsewhere.match(bin).hasMatch()) << bin.toStdString();
     QAction& seen = actionOf(window, "&Mark all news as seen");
     ASSERT_TRUE(seen.isEnabled());
     window.activateWindow();

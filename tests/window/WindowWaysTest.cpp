@@ -84,7 +84,12 @@ TEST_F(WindowWaysTest, EscapeClearsTheSearchAndDownLeavesItIntoTheList) {
     EXPECT_EQ(window.focusWidget(), &list);
     ASSERT_EQ(window.objects().chosen().size(), 1U);
     EXPECT_EQ(window.objects().chosen().front().name, "Pier");
+    QTest::keyClick(&list, Qt::Key_Escape);
+    EXPECT_EQ(list.model()->rowCount(), 2) << "in the list, too";
+    EXPECT_EQ(window.focusWidget(), &list);
+    EXPECT_EQ(window.objects().chosen().front().name, "Pier");
     search.setFocus();
+    QTest::keyClicks(&search, "pie");
     QTest::keyClick(&search, Qt::Key_Escape);
     EXPECT_EQ(list.model()->rowCount(), 2);
     EXPECT_EQ(window.focusWidget(), &search);
@@ -522,6 +527,32 @@ QColor edgeOfRow(QTreeView& list, int row) {
   return image.pixelColor(rect.center().x(), rect.top());
 }
 
+TEST_F(WindowWaysTest, WhatIsDrawnFollowsTheAppearanceAtOnce) {
+  script = kTwoEdits;
+  play([this](MainWindow& window) {
+    showEverything(window);
+    auto* const kinds = window.findChild<QTabBar*>("kinds");
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    EXPECT_TRUE(ben.command("project enter Harbour")["ok"].asBool());
+    EXPECT_TRUE(ben.command("edit create Mole")["ok"].asBool());
+    ASSERT_TRUE(waitFor([&] { return !kinds->tabIcon(0).isNull(); }));
+    const auto signs = [&] {
+      return QList<QImage>{kinds->tabIcon(0).pixmap(16, 16).toImage(),
+                           window.status().findChild<QLabel*>("sign")->pixmap().toImage(),
+                           window.messages().findChild<QLabel*>("sign")->pixmap().toImage(),
+                           window.notifications().list().item(0)->icon().pixmap(16, 16).toImage()};
+    };
+    applyAppearance(Appearance::eLight);
+    const QList<QImage> light = signs();
+    applyAppearance(Appearance::eDark);
+    const QList<QImage> dark = signs();
+    for (qsizetype i = 0; i < light.size(); ++i) EXPECT_NE(light[i], dark[i]) << i;
+    applyAppearance(Appearance::eLight);
+    EXPECT_EQ(signs(), light);
+  });
+}
+
 TEST_F(WindowWaysTest, AChosenRowIsDrawnWithAnEdgeThatStandsOut) {
   script = kTwoEdits;
   play([](MainWindow& window) {
@@ -571,6 +602,30 @@ TEST(WindowRulerTest, TheRulerOfAZoomedEditHasATickAtEachFrame) {
   const std::vector<long> ticks = view.ticks();
   ASSERT_GT(ticks.size(), 3U);
   for (std::size_t i = 1; i < ticks.size(); ++i) EXPECT_EQ(ticks[i] - ticks[i - 1], 1);
+}
+
+TEST(WindowRulerTest, NoTimecodeOfTheRulerIsCutAtTheEdge) {
+  const WithoutDisplay display;
+  applyAppearance(Appearance::eLight);
+  TimelineView view;
+  view.resize(600, 120);
+  view.QWidget::show();
+  int shown = 0;
+  for (double length = 20; length < 60; length += 1.3) {
+    auto timeline = std::make_shared<Timeline>();
+    timeline->rate = 24;
+    timeline->length = length;
+    timeline->tracks.push_back({"V1", false, {{}}, {}});
+    view.show(timeline);
+    const QImage image = view.viewport()->grab().toImage();
+    ASSERT_EQ(image.width(), 600);
+    const QColor back = image.pixelColor(599, 0);
+    for (int y = 0; y < 14; ++y) {  // above the ticks
+      EXPECT_EQ(image.pixelColor(599, y), back) << length << ' ' << y;
+      shown += image.pixelColor(300, y) != back;
+    }
+  }
+  EXPECT_GT(shown, 0);
 }
 
 TEST(WindowRulerTest, AScreenReaderWalksTheItemsOfATimeline) {
