@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cassert>
 #include <exception>
+#include <functional>
 #include <sstream>
 #include <utility>
 
 #include "app/base/Options.h"
+#include "host/base/Cookie.h"
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
 #include "station/project/Names.h"
@@ -226,13 +228,47 @@ Result<JsonValue> runCall(Station& station, const CommandCall& call) {
   }
 }
 
-JsonValue withShortCookies(JsonValue list) {
+namespace {
+
+/// Whether a text under a key is a cookie. A short word of hexadecimal digits may be anything.
+bool isCookie(const std::string& key, const JsonValue& value) {
+  constexpr std::size_t kLeast = 20;
+  if (!value.isString() || key == "name") return false;
+  if (key == "cookie" || value.asString().size() < kLeast) return key == "cookie";
+  const Cookie cookie(value.asString().c_str(), false);
+  return !cookie.isNull() && cookie.asString().view() == value.asString();
+}
+
+using ShowCookie = std::function<std::string(const std::string& cookie)>;
+
+/// A value with each cookie inside as `show` has it.
+JsonValue withCookiesShown(const JsonValue& value, const ShowCookie& show) {
+  const auto shown = [&show](const std::string& key, const JsonValue& each) {
+    return isCookie(key, each) ? JsonValue(show(each.asString())) : withCookiesShown(each, show);
+  };
+  JsonValue all = value;
+  for (JsonValue& each : all.elements()) each = shown({}, each);
+  for (const auto& [key, each] : value.members()) all.set(key, shown(key, each));
+  return all;
+}
+
+}  // namespace
+
+JsonValue withShortCookies(const JsonValue& value) {
   std::vector<std::string> cookies;
-  for (const JsonValue& row : list.elements()) cookies.push_back(row["cookie"].asString());
+  static_cast<void>(withCookiesShown(value, [&cookies](const std::string& cookie) {
+    cookies.push_back(cookie);
+    return cookie;
+  }));
   const std::size_t length = tellingLength(std::move(cookies));
-  for (JsonValue& row : list.elements()) {
-    if (row["cookie"].isString()) row.set("cookie", row["cookie"].asString().substr(0, length));
-  }
+  return withCookiesShown(value,
+                          [length](const std::string& cookie) { return cookie.substr(0, length); });
+}
+
+JsonValue sortedByName(JsonValue list) {
+  std::ranges::stable_sort(list.elements(), {}, [](const JsonValue& each) {
+    return upperCased(each["name"].asString());
+  });
   return list;
 }
 

@@ -100,9 +100,12 @@ Error noCommand(const CommandTable& commands, const std::vector<std::string>& wo
 /// is a failure like any other.
 Result<JsonValue> runCall(Station& station, const CommandCall& call);
 
-/// A list of objects with each "cookie" cut to as many letters as tell it from the others, eight at
-/// least: what people read and type. Anything else stays as it is.
-JsonValue withShortCookies(JsonValue list);
+/// A list or object with each cookie in it cut to as many letters as tell it from the others, eight
+/// at least: what people read and type. Names, and a cookie that is all there is, stay as they are.
+JsonValue withShortCookies(const JsonValue& value);
+
+/// A list of objects in the order of their names, whatever their capitals.
+JsonValue sortedByName(JsonValue list);
 
 /// What people are shown of the result of a call that succeeded; in the same place as runCall.
 std::string shownResult(Station& station, const CommandCall& call, const JsonValue& result);

@@ -40,6 +40,11 @@ Result<JsonValue> answer(const Result<Cookie>& made) {
   return JsonValue(utf8Text(made->asString()));
 }
 
+std::function<std::string(Station&, const Arguments&, const JsonValue&)> said(
+    const std::string& words) {
+  return [words](Station&, const Arguments&, const JsonValue&) { return words; };
+}
+
 std::function<Result<JsonValue>(Station&, const Arguments&)> onEdit(EditAction action) {
   return [action = std::move(action)](Station& station,
                                       const Arguments& arguments) -> Result<JsonValue> {

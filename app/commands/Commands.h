@@ -53,6 +53,10 @@ void addUserCommands(CommandTable& table);
 Result<JsonValue> answer(const Result<void>& done);
 Result<JsonValue> answer(const Result<Cookie>& made);
 
+/// What a person is told after a change that gives nothing to show.
+std::function<std::string(Station&, const Arguments&, const JsonValue&)> said(
+    const std::string& words);
+
 /// A command on the edit or log that its first word names.
 using EditAction =
     std::function<Result<JsonValue>(Station&, const Cookie& edit, const Arguments& arguments)>;

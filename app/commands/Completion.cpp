@@ -57,18 +57,25 @@ std::string plainText(std::string_view begun) {
   return text;
 }
 
-/// The candidates that begin with what is typed so far, as they must be typed.
+/// The candidates that begin with what is typed so far, as they must be typed; where none does,
+/// those that differ in capitals alone.
 void addCandidates(const std::vector<std::string>& candidates, std::string_view begun,
                    std::set<std::string>& found) {
   const bool isQuoted = begun.starts_with('"');
   const std::string text = plainText(begun);
-  for (const std::string& candidate : candidates) {
-    // A name with control characters would act on the terminal that offers it.
-    if (!candidate.starts_with(text) || shownText(candidate) != candidate) continue;
-    const std::string word = quotedWord(candidate);
-    // A quote that was typed stays, even where the word needs none.
-    found.insert(isQuoted && word == candidate ? "\"" + candidate + "\"" : word);
-  }
+  const auto add = [&](const auto& beginsSo) {
+    for (const std::string& candidate : candidates) {
+      // A name with control characters would act on the terminal that offers it.
+      if (!beginsSo(candidate) || shownText(candidate) != candidate) continue;
+      const std::string word = quotedWord(candidate);
+      // A quote that was typed stays, even where the word needs none.
+      found.insert(isQuoted && word == candidate ? "\"" + candidate + "\"" : word);
+    }
+  };
+  add([&](const std::string& candidate) { return candidate.starts_with(text); });
+  if (!found.empty()) return;
+  const std::string wanted = upperCased(text);
+  add([&](const std::string& candidate) { return upperCased(candidate).starts_with(wanted); });
 }
 
 /// The files and folders (with a / behind them) of the folder in which the path being typed lies.

@@ -20,6 +20,8 @@ namespace {
 
 using Manager = CookieLists& (*)(Station&);
 
+constexpr const char* kTrashed = "Moved to the trash; \"undo\" takes it back.";
+
 CookieLists& bins(Station& station) { return station.bins(); }
 CookieLists& racks(Station& station) { return station.racks(); }
 
@@ -144,6 +146,7 @@ void addFamily(CommandTable& table, const std::string& word, Manager manager) {
                   [manager, run](Station& station, const Arguments& arguments) {
                     return run(station.projects(), manager(station), arguments);
                   }};
+    if (run == destroy) added.show = said(kTrashed);
     if (run == show) {
       added.show = [](Station& station, const Arguments&, const JsonValue& container) {
         return shownWithNames(station, container);
@@ -202,8 +205,13 @@ Result<JsonValue> listFilters(Station& station, const Arguments&) {
 void addFilterCommands(CommandTable& table) {
   table.add({"filter create", "NAME TEXT",
              "Makes a filter of the open project and shows its cookie.", 2, 2, createFilter});
-  table.add({"filter change", "F TEXT", "Gives a filter another text.", 2, 2, changeFilter});
-  table.add({"filter destroy", "F", "Moves a filter to the trash.", 1, 1, destroyFilter});
+  table.add({"filter change", "F TEXT", "Gives a filter another text.", 2, 2, changeFilter,
+             Command::Place::eHostThread,
+             [](Station&, const Arguments& arguments, const JsonValue&) {
+               return "It finds " + inQuotes(arguments[1]) + " now; \"undo\" takes it back.";
+             }});
+  table.add({"filter destroy", "F", "Moves a filter to the trash.", 1, 1, destroyFilter,
+             Command::Place::eHostThread, said(kTrashed)});
   table.add({"filter list", "", "Shows every filter of the open project with its text.", 0, 0,
              listFilters});
 }
@@ -248,7 +256,22 @@ Result<JsonValue> removeMedia(Station& station, const Arguments& arguments) {
   MediaCache& cache = station.media();
   const std::string path = absolutePath(arguments[0]);
   // Otherwise the word may be a network form, a name or a cookie: none of them is a path here.
-  return answer(cache.removeMedia(cache.knows(path) ? path : arguments[0]));
+  const auto removed = cache.removeMedia(cache.knows(path) ? path : arguments[0]);
+  if (!removed) return removed.error();
+  const MediaFile& file = removed->front();
+  return JsonValue::object({{"cookie", utf8Text(file.cookie.asString())},
+                            {"name", mediaName(file.path)},
+                            {"file", file.path},
+                            {"proxies", removed->size() - 1}});
+}
+
+std::string shownRemoval(Station&, const Arguments&, const JsonValue& removed) {
+  const long proxies = removed["proxies"].asLong();
+  const std::string along = proxies == 0   ? ""
+                            : proxies == 1 ? " with its proxy"
+                                           : " with its " + std::to_string(proxies) + " proxies";
+  return "Took " + inQuotes(removed["name"].asString()) + along +
+         " out of the project; the file itself stays.";
 }
 
 Result<JsonValue> listMedia(Station& station, const Arguments&) {
@@ -264,7 +287,7 @@ void addMediaCommands(CommandTable& table) {
              1, 3, addMedia});
   table.add({"media remove", "FILE",
              "Takes a media file and its proxies out of the project; the file itself stays.", 1, 1,
-             removeMedia});
+             removeMedia, Command::Place::eHostThread, shownRemoval});
   table.add({"media list", "",
              "Shows the project's media: where each file is, whether it is there and how large. "
              "\"looked_at\": false where its folder does not answer, or a stranger named it.",

@@ -2,6 +2,7 @@
 
 #include "host/base/Log.h"
 #include "station/Station.h"
+#include "station/base/Rendering.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditActions.h"
 #include "station/edit/Edits.h"
@@ -95,12 +96,6 @@ Result<JsonValue> list(Station& station, const Arguments&) {
   return station.edits().list();
 }
 
-/// What a person is told after a change that gives nothing to show.
-std::function<std::string(Station&, const Arguments&, const JsonValue&)> said(
-    const std::string& words) {
-  return [words](Station&, const Arguments&, const JsonValue&) { return words; };
-}
-
 Result<JsonValue> remove(Station& station, const Arguments& arguments) {
   std::vector<Cookie> cookies;
   for (const std::string& argument : arguments) {
@@ -163,12 +158,17 @@ void addMaking(CommandTable& table) {
              3,
              onEdit(exportTo),
              Command::Place::eHostThread,
-             {},
+             [](Station&, const Arguments& arguments, const JsonValue&) {
+               return "Exported to " + inQuotes(arguments[1]) + ".";
+             },
              {{ErrorCode::eExists, "replace", kForce}}});
 }
 
 void addLooking(CommandTable& table) {
-  table.add({"edit list", "", "Shows the project's edits and logs.", 0, 0, list});
+  table.add({"edit list", "", "Shows the project's edits and logs.", 0, 0, list,
+             Command::Place::eHostThread, [](Station&, const Arguments&, const JsonValue& edits) {
+               return renderForPeople(withShortCookies(sortedByName(edits)));
+             }});
   table.add({"edit show", "E", "Shows an edit or log with its clips; times are in seconds.", 1, 1,
              onEdit([](Station& station, const Cookie& cookie, const Arguments&) {
                return station.edits().show(cookie);
@@ -176,11 +176,13 @@ void addLooking(CommandTable& table) {
   table.add({"edit open", "E", "Opens an edit or log: changes made elsewhere show at once.", 1, 1,
              onEdit([](Station& station, const Cookie& cookie, const Arguments&) {
                return answer(station.edits().open(cookie));
-             })});
+             }),
+             Command::Place::eHostThread, said("It is open.")});
   table.add({"edit close", "E", "Closes an edit or log that has no unsaved changes of yours.", 1, 1,
              onEdit([](Station& station, const Cookie& cookie, const Arguments&) {
                return answer(station.edits().close(cookie));
-             })});
+             }),
+             Command::Place::eHostThread, said("It is closed.")});
   table.add({"edit may", "E", "Shows whether you may modify an edit or log, and its owner.", 1, 1,
              onEdit(may)});
 }

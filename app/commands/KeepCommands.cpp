@@ -56,8 +56,7 @@ void addSaving(CommandTable& table) {
   table.add({"edit save", "E [--over]",
              "Writes an edit or log to the project and announces it. It is refused where another "
              "saved since you opened it, unless --over is given.",
-             1, 2, onEdit(save), Command::Place::eHostThread,
-             [](Station&, const Arguments&, const JsonValue&) { return std::string("Saved."); }});
+             1, 2, onEdit(save), Command::Place::eHostThread, said("Saved.")});
   table.add({"edit save-copy", "E NAME",
              "Makes a new edit of yours of an edit as it is shown, unsaved changes included.", 2, 2,
              onEdit(saveCopy)});
@@ -68,7 +67,8 @@ void addSaving(CommandTable& table) {
   table.add({"edit revert", "E", "Drops your unsaved changes to an edit or log.", 1, 1,
              onEdit([](Station&, const Cookie& cookie, const Arguments&) {
                return answer(EditActions::revert(cookie));
-             })});
+             }),
+             Command::Place::eHostThread, said("Your unsaved changes are dropped.")});
 }
 
 void addVersions(CommandTable& table) {
@@ -86,7 +86,12 @@ void addVersions(CommandTable& table) {
   table.add({"edit restore", "E V", "Saves an older version as the newest; its owner stays.", 2, 2,
              onEdit([](Station&, const Cookie& cookie, const Arguments& arguments) {
                return answer(EditActions::restore(cookie, arguments[1]));
-             })});
+             }),
+             Command::Place::eHostThread,
+             [](Station&, const Arguments& arguments, const JsonValue&) {
+               return "Version " + shownText(arguments[1]) +
+                      " is saved as the newest; \"undo\" takes it back.";
+             }});
 }
 
 }  // namespace

@@ -86,7 +86,7 @@ std::string shownList(Station&, const Arguments&, const JsonValue& projects) {
     row.set("occupied", JsonValue());
     row.set("lock", "open to all");
   }
-  return renderForPeople(withShortCookies(std::move(rows)));
+  return renderForPeople(withShortCookies(rows));
 }
 
 bool isOpenNow(Station& station, const std::string& nameOrCookie) {

@@ -20,6 +20,9 @@ namespace {
 /// How much of a cookie stands for a name that is not known.
 constexpr std::size_t kShortCookie = 9;
 
+/// How what had been deleted is there again; the events have no word of their own for it.
+constexpr const char* kRestored = "restored";
+
 /// What people call a change, and how much it matters beside others of the same object.
 struct Verb {
   const char* how;
@@ -27,10 +30,10 @@ struct Verb {
   const char* said;
 };
 
-constexpr std::array kVerbs{Verb{"modified", 0, "changed"}, Verb{"refreshed", 1, "changed"},
-                            Verb{"reloaded", 1, "changed"}, Verb{"added", 2, "added"},
-                            Verb{"created", 2, "made"},     Verb{"removed", 2, "took out"},
-                            Verb{"destroyed", 2, "deleted"}};
+constexpr std::array kVerbs{Verb{"modified", 0, "changed"},  Verb{"refreshed", 1, "changed"},
+                            Verb{"reloaded", 1, "changed"},  Verb{"added", 2, "added"},
+                            Verb{"created", 2, "made"},      Verb{"removed", 2, "took out"},
+                            Verb{"destroyed", 2, "deleted"}, Verb{kRestored, 2, "brought back"}};
 
 const Verb& verbOf(const std::string& how) {
   const auto found = std::ranges::find(kVerbs, how, &Verb::how);
@@ -58,12 +61,21 @@ void ChangeTeller::take(const StationEvent& event) {
   if (event.name == "presence") return tellSoon(false);
   if (event.name != "changed" && !hasEntered) return;
   const std::string origin = value["origin"].asString();
+  const bool isAgain = !hasEntered && isBack(value["cookie"].asString(), value["how"].asString());
   if (!hasEntered && origin != originText(Origin::eLocal)) {
     std::string who = textOf(value, "by");
     if (who.empty()) who = origin == originText(Origin::eFolder) ? "Somebody" : "Another station";
-    note({value["what"].asString(), value["cookie"].asString(), value["how"].asString(), who});
+    note({value["what"].asString(), value["cookie"].asString(),
+          isAgain ? kRestored : value["how"].asString(), who});
   }
   tellSoon(hasEntered);
+}
+
+/// Notes what was deleted, and says whether this is what brought it back.
+bool ChangeTeller::isBack(const std::string& cookie, const std::string& how) {
+  const std::lock_guard lock(mutex_);
+  if (how == "destroyed") gone_.insert(cookie);
+  return how == "created" && gone_.erase(cookie) > 0;
 }
 
 void ChangeTeller::note(Change change) {

@@ -46,6 +46,7 @@ class ChangeTeller : public iEventSink {
     std::string who;
   };
 
+  bool isBack(const std::string& cookie, const std::string& how);
   void note(Change change);
   void tellSoon(bool hasEntered);
   void tell();
@@ -65,6 +66,7 @@ class ChangeTeller : public iEventSink {
   bool hasEntered_ = false;                   ///< a project was entered since it was told last
   std::map<std::string, std::string> names_;  ///< by cookie; host thread
   std::map<std::string, RoomInfo> rooms_;     ///< by name, as told last; host thread
+  std::set<std::string> gone_;                ///< cookies of what was deleted; under the mutex
   std::set<std::string> people_;              ///< users who have the project open; host thread
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);  ///< what posted tasks hold weakly
 };

@@ -205,12 +205,14 @@ Result<void> StationProgram::prepare() {
                [this](Leaving leaving) { return prepareToEnd(leaving); }});
   if (auto opened = openInput(); !opened) return opened;
   station_ = std::make_unique<Station>();
+  // A person who watches a script is spared them, too; a script's pipe or file has them.
+  const bool isWatched = terminal_ || ::isatty(STDERR_FILENO) == 1;
+  if (isWatched && !options_.isVerbose) text_.hideMessageBlocks();
   if (terminal_) tellPerson();
   return {};
 }
 
 void StationProgram::tellPerson() {
-  if (!options_.isVerbose) text_.hideMessageBlocks();
   teller_ = std::make_unique<ChangeTeller>(*station_, text_);
   events_.addSink(*teller_);
 }

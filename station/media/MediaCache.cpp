@@ -13,6 +13,7 @@
 #include "station/os/SharedFiles.h"
 #include "station/project/DelayedReread.h"
 #include "station/project/Names.h"
+#include "station/project/Projects.h"
 #include "station/project/Records.h"
 
 using namespace korvel;
@@ -66,7 +67,7 @@ Error noAnswer(const std::string& path) {
 
 Error unknownMedia(const std::string& text) {
   return {ErrorCode::eNotFound,
-          inQuotes(text) + " is no media file of the open project; \"media list\" shows them.",
+          inQuotes(text) + " is no media file of the open project (\"media list\" shows them)",
           {}};
 }
 
@@ -119,7 +120,11 @@ Result<Cookie> MediaCache::addMedia(const std::string& path) { return add(path, 
 
 Result<Cookie> MediaCache::addProxy(const std::string& path, const std::string& proxy) {
   const MediaFile* const main = table_.find(networkForm(path));
-  if (!main) return unknownMedia(path);
+  if (!main) {
+    Error unknown = unknownMedia(path);
+    unknown.message += ".";
+    return unknown;
+  }
   const Cookie material = main->cookie;
   const Result<Cookie> added = add(proxy, main->network);
   return added ? material : added;
@@ -143,23 +148,30 @@ Result<Cookie> MediaCache::add(const std::string& path, const std::string& proxy
   return file.cookie;
 }
 
-Result<void> MediaCache::removeMedia(const std::string& text) {
-  const Result<std::vector<MediaFile>> files = meant(text);
-  if (!files) return files.error();
-  const MediaFile& file = files->front();
-  for (const MediaFile& proxy : table_.proxiesOf(file)) {
-    if (const Result<void> gone = discard(proxy); !gone) return gone;
+Result<std::vector<MediaFile>> MediaCache::removeMedia(const std::string& text) {
+  const Result<MediaFile> file = meant(text);
+  if (!file) return file.error();
+  std::vector<MediaFile> removed = table_.proxiesOf(*file);
+  for (const MediaFile& proxy : removed) {
+    if (const Result<void> gone = discard(proxy); !gone) return gone.error();
   }
-  return discard(file);
+  if (const Result<void> gone = discard(*file); !gone) return gone.error();
+  removed.insert(removed.begin(), *file);
+  return removed;
 }
 
-Result<std::vector<MediaFile>> MediaCache::meant(const std::string& text) const {
-  if (const MediaFile* const byPath = table_.find(networkForm(text))) return {{*byPath}};
-  if (const MediaFile* const byNetwork = table_.find(text)) return {{*byNetwork}};
+Result<MediaFile> MediaCache::meant(const std::string& text) const {
+  if (const MediaFile* const byPath = table_.find(networkForm(text))) return *byPath;
+  if (const MediaFile* const byNetwork = table_.find(text)) return *byNetwork;
   std::vector<MediaFile> files = table_.withName(text);
-  if (files.empty()) files = table_.withCookie(Cookie(text.c_str(), false));
-  if (files.empty()) return unknownMedia(text);
-  if (files.size() == 1) return files;
+  if (files.empty()) {
+    std::vector<NamedObject> all;
+    listObjects(all);
+    const Result<Cookie> cookie = resolveBegun(text, all, unknownMedia(text));
+    if (!cookie) return cookie.error();
+    files = table_.withCookie(*cookie);
+  }
+  if (files.size() == 1) return files.front();
   std::string candidates;
   for (const MediaFile& file : files) candidates += "\n  " + shownText(file.path);
   return Error{ErrorCode::eUsage,

@@ -49,8 +49,9 @@ class MediaCache : public SystemCache, public iProjectPart {
   Result<Cookie> addProxy(const std::string& path, const std::string& proxy);
 
   /// Takes a file, with its proxies, or one proxy out of the project; the file itself stays on the
-  /// disk. `text` is its path here, its network form, its name or its cookie.
-  Result<void> removeMedia(const std::string& text);
+  /// disk. `text` is its path here, its network form, its name, its cookie or the unambiguous
+  /// beginning of one. What was taken out, the named file first.
+  Result<std::vector<MediaFile>> removeMedia(const std::string& text);
 
   /// Whether a local path is known.
   [[nodiscard]] bool knows(const std::string& path) const;
@@ -79,7 +80,7 @@ class MediaCache : public SystemCache, public iProjectPart {
   [[nodiscard]] Result<MediaFile> understand(const Cookie& record, const JsonValue& content) const;
   bool catchUpOne(const Cookie& record, const FoundFile& file);
   bool catchUpGone(const Cookie& record);
-  Result<std::vector<MediaFile>> meant(const std::string& text) const;
+  [[nodiscard]] Result<MediaFile> meant(const std::string& text) const;
   [[nodiscard]] std::string recordOf(const MediaFile& file) const;
   [[nodiscard]] std::string recordedProxyOf(const MediaFile& file) const;
 

@@ -73,6 +73,43 @@ Error severalMeant(const std::string& what, const std::string& word,
           {}};
 }
 
+namespace {
+
+/// Whether the text is the beginning of the cookie's.
+bool beginsCookie(const std::string& text, const Cookie& cookie) {
+  return !text.empty() && upperCased(cookie.asString().str()).starts_with(upperCased(text));
+}
+
+/// Whether the only cookie that begins with a text is meant by it. A kind's letter alone says
+/// nothing yet of what is meant.
+bool isMeantBy(const std::string& begun) { return begun.size() > 1; }
+
+/// Media files may share a cookie; for whoever means it they are one.
+void dropSameCookies(std::vector<NamedObject>& objects) {
+  std::ranges::stable_sort(objects, [](auto& a, auto& b) { return a.cookie < b.cookie; });
+  const auto same =
+      std::ranges::unique(objects, [](auto& a, auto& b) { return a.cookie == b.cookie; });
+  objects.erase(same.begin(), same.end());
+}
+
+}  // namespace
+
+Result<Cookie> resolveBegun(const std::string& begun, const std::vector<NamedObject>& objects,
+                            Error nothing) {
+  std::vector<std::string> names;
+  std::vector<NamedObject> found;
+  for (const NamedObject& each : objects) {
+    names.push_back(each.name);
+    if (beginsCookie(begun, each.cookie)) found.push_back(each);
+  }
+  dropSameCookies(found);
+  if (found.size() == 1 && isMeantBy(begun)) return found.front().cookie;
+  if (found.size() > 1) return severalMeant("objects", begun, found);
+  const std::string likely = likelyName(begun, names);
+  nothing.message += likely.empty() ? "." : "; did you mean " + inQuotes(likely) + "?";
+  return nothing;
+}
+
 void ProjectListeners::tellDeleted(const CookieVec& cookies, const LightweightString<char>& by) {
   for (std::size_t at = 0; at < cookies.size(); at += kMostDeleted) {
     const auto begin = cookies.begin() + static_cast<std::ptrdiff_t>(at);
@@ -131,34 +168,9 @@ Result<void> lock(const Cookie& project, const std::string& name) {
   return refusal(project, name, OS().fileManager().lastError());
 }
 
-/// Whether the text is the beginning of the cookie's.
-bool beginsCookie(const std::string& text, const Cookie& cookie) {
-  return !text.empty() && upperCased(cookie.asString().str()).starts_with(upperCased(text));
-}
-
-/// Whether the only cookie that begins with a text is meant by it. A kind's letter alone says
-/// nothing yet of what is meant.
-bool isMeantBy(const std::string& begun) { return begun.size() > 1; }
-
 /// Whether a cookie is of one of the kinds; of any for no kinds.
 bool isOfKind(const Cookie& cookie, const std::string& kinds) {
   return kinds.empty() || kinds.find(cookie.getType()) != std::string::npos;
-}
-
-/// The one object whose cookie begins like this; else what may have been meant, behind `nothing`.
-Result<Cookie> resolveBegun(const std::string& begun, const std::vector<NamedObject>& objects,
-                            Error nothing) {
-  std::vector<std::string> names;
-  std::vector<NamedObject> found;
-  for (const NamedObject& each : objects) {
-    names.push_back(each.name);
-    if (beginsCookie(begun, each.cookie)) found.push_back(each);
-  }
-  if (found.size() == 1 && isMeantBy(begun)) return found.front().cookie;
-  if (found.size() > 1) return severalMeant("objects", begun, found);
-  const std::string likely = likelyName(begun, names);
-  nothing.message += likely.empty() ? "." : "; did you mean " + inQuotes(likely) + "?";
-  return nothing;
 }
 
 /// The failure for a name that no project has, or none of those that could be read.
@@ -422,6 +434,7 @@ Result<Cookie> Projects::resolveListed(const std::string& nameOrCookie,
     });
   }
   std::erase_if(found, [&](const NamedObject& each) { return !isWanted(each.cookie); });
+  dropSameCookies(found);
   if (found.size() == 1) return found.front().cookie;
   if (found.empty()) {
     return Error{ErrorCode::eNotFound,

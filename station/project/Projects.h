@@ -28,6 +28,12 @@ std::string candidateList(const std::vector<NamedObject>& objects);
 Error severalMeant(const std::string& what, const std::string& word,
                    const std::vector<NamedObject>& objects);
 
+/// The one object whose cookie begins with a word, in capitals or not. Media files that share a
+/// cookie count once. Failures: severalMeant(), or `nothing` with what may have been meant behind
+/// it.
+Result<Cookie> resolveBegun(const std::string& begun, const std::vector<NamedObject>& objects,
+                            Error nothing);
+
 /// Every living ProjectListener, in the order of construction. Host thread.
 class ProjectListeners {
  public:

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <thread>
 
 #include "tests/share/SharedStations.h"
@@ -222,6 +223,10 @@ TEST_F(TerminalTest, WhatOthersChangeIsToldInALineEachAndNotInTheLogsWords) {
   ASSERT_TRUE(sees("network_mode: yes")) << shown_;
   run(ben, "bin destroy Dailies");
   EXPECT_TRUE(sees("BEN deleted the bin Dailies.")) << shown_;
+  run(ben, "trash restore Dailies");
+  EXPECT_TRUE(sees("BEN brought back the bin Dailies.")) << shown_;
+  run(ben, "trash restore Mine");
+  EXPECT_TRUE(sees("BEN brought back Mine.")) << shown_;
   run(ben, "say <All> lunch?");
   EXPECT_TRUE(sees("Notification from BEN: lunch?")) << shown_;
   for (const char* const line : {"Received :", "Type    :", "msg for", "   Project"}) {
@@ -331,6 +336,55 @@ TEST_F(TerminalTest, WhoAsksForItIsShownTheLogsWordsAsWell) {
   type("project create Film\rproject enter Film\redit create Mine\r");
   EXPECT_TRUE(sees("Sent :")) << shown_;
   EXPECT_TRUE(sees("Type    : EditCreated")) << shown_;
+}
+
+TEST_F(TerminalTest, AScriptAtATerminalIsSparedTheLogsWords) {
+  for (const std::string& option : {std::string(), std::string("--verbose")}) {
+    getUp();
+    std::ofstream(folder_ / "script")
+        << "project create \"Film" << option << "\"\nproject enter \"Film" << option
+        << "\"\nedit create Mine\nwhoami\n";
+    std::vector<std::string> options{"--script", folder_ / "script", "--log", folder_ / "log"};
+    if (!option.empty()) options.push_back(option);
+    before_.clear();
+    sitDown("ANNA", "ANNA", options);
+    ASSERT_TRUE(sees("network_mode: yes")) << shown_;
+    EXPECT_EQ(before_.find("Sent :") == std::string::npos, option.empty()) << before_;
+    EXPECT_TRUE(becomesTrue(
+        [this] { return bytesOf(folder_ / "log").find("Sent :") != std::string::npos; }));
+  }
+}
+
+TEST_F(TerminalTest, WhatWasDoneIsSaidAndListsAreInOrder) {
+  ASSERT_TRUE(sees("kv> ")) << shown_;
+  type("project create Film\rproject enter Film\redit create Quay\redit rename Quay Mole\r");
+  ASSERT_TRUE(sees("Renamed;")) << shown_;
+  type("edit save Mole\redit create Alder\rfilter create Unused uses=0\rwhoami\r");
+  ASSERT_TRUE(sees("network_mode: yes")) << shown_;
+  const std::pair<std::string, const char*> rows[] = {
+      {"edit restore Mole 1", "Version 1 is saved as the newest; \"undo\" takes it back."},
+      {"edit rename Quay Mole", "Renamed;"},
+      {"edit revert Mole", "Your unsaved changes are dropped."},
+      {"edit open Quay", "It is open."},
+      {"edit close Quay", "It is closed."},
+      {"edit export Quay " + (folder_ / "out.otio"), "Exported to \""},
+      {"filter change Unused uses<2", "It finds \"uses<2\" now;"},
+      {"filter destroy Unused", "Moved to the trash;"}};
+  for (const auto& [line, answer] : rows) {
+    type(line + "\r");
+    EXPECT_TRUE(sees(answer)) << line << ": " << shown_;
+  }
+  before_.clear();
+  type("edit create beech\redit list\r");
+  ASSERT_TRUE(sees("  Alder  ")) << shown_;
+  EXPECT_TRUE(sees("  beech  ")) << shown_;
+  EXPECT_TRUE(sees("  Quay   ")) << shown_;
+  type("whoami\rstate\r");
+  ASSERT_TRUE(sees("network_mode: yes")) << shown_;
+  ASSERT_TRUE(sees("health")) << shown_;
+  const std::string state = before_.substr(before_.rfind("network_mode"));
+  EXPECT_NE(state.find("beech"), state.npos) << state;
+  EXPECT_FALSE(std::regex_search(state, std::regex("[0-9a-f]{12}"))) << state;
 }
 
 TEST_F(TerminalTest, APersonGoesOnAfterAMistakeAndLeavesWithTheEndOfInput) {

@@ -1,6 +1,7 @@
 #include "tools/explain/Explanation.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "station/base/StationSettings.h"
@@ -10,6 +11,7 @@
 #include "station/os/SharedFiles.h"
 #include "station/project/Names.h"
 #include "station/project/ProjectFolder.h"
+#include "station/project/Projects.h"
 #include "tools/base/ToolHost.h"
 
 namespace korvel {
@@ -77,14 +79,20 @@ Subject editOf(const Cookie& project, const Cookie& edit) {
   return subject;
 }
 
+/// The project of this name, or whose cookie begins so. A whole cookie stands for itself: that its
+/// folder is missing is explained.
 Result<Cookie> projectNamed(const std::string& word) {
-  if (isProject(word)) return cookieOf(word);
+  const Cookie whole = isProject(word) ? cookieOf(word) : Cookie();
+  if (!whole.isNull() && existsFresh(projectFolder(whole))) return whole;
   std::vector<Cookie> found;
+  std::vector<NamedObject> all;
   const auto take = [&](const Cookie& project, const Result<ProjectRecord>& record) {
     shareAnswered();
     if (record && record->name == word) found.push_back(project);
+    all.push_back({project, record ? record->name : std::string()});
   };
   if (!ProjectRecords().forEach(take)) {
+    if (!whole.isNull()) return whole;
     return nothingThere(
         word, "is no project: the folder " + settings().projectsDirectory + " cannot be read");
   }
@@ -94,11 +102,45 @@ Result<Cookie> projectNamed(const std::string& word) {
     for (const Cookie& project : found) choices += "\n  " + projectFolder(project);
     return severalOf(word, choices);
   }
-  return nothingThere(word, "is no project of " + settings().projectsDirectory);
+  const Result<Cookie> begun = resolveBegun(
+      word, all, nothingThere(word, "is no project of " + settings().projectsDirectory));
+  const bool isMissing = !begun && begun.error().code == ErrorCode::eNotFound;
+  return isMissing && !whole.isNull() ? whole : begun;
+}
+
+/// The edits and logs of the project; without a name where the file cannot be read.
+std::vector<NamedObject> editsOf(const Cookie& project) {
+  std::vector<NamedObject> edits;
+  const std::string folder = projectFolder(project);
+  const auto files = listFresh(folder);
+  if (!files) return edits;
+  for (const std::string& file : *files) {
+    if (!file.ends_with(kEditEnding)) continue;
+    const Cookie edit = cookieOf(withoutEndings(file, {kEditEnding}));
+    if (edit.isNull()) continue;
+    const auto bytes = readListed(folder + "/" + file);
+    shareAnswered();
+    const auto summary = bytes ? readEditSummary(*bytes) : Result<EditSummary>(Error{});
+    edits.push_back({edit, summary ? summary->name : std::string()});
+  }
+  return edits;
+}
+
+/// The project's rooms, by name alone.
+std::vector<NamedObject> roomsOf(const Cookie& project) {
+  std::vector<NamedObject> rooms;
+  const auto files = listFresh(projectFolder(project) + "/rooms");
+  if (!files) return rooms;
+  for (const std::string& file : *files) {
+    const std::string name = roomNameOf(withoutEndings(file, {kRecordEnding}));
+    if (file.ends_with(kRecordEnding) && !name.empty()) rooms.push_back({{}, name});
+  }
+  return rooms;
 }
 
 /// The rooms, edits and logs of the project that have this name.
-std::vector<Subject> namedIn(const Cookie& project, const std::string& word) {
+std::vector<Subject> namedIn(const Cookie& project, const std::vector<NamedObject>& edits,
+                             const std::string& word) {
   std::vector<Subject> found;
   const std::string folder = projectFolder(project);
   const auto fileName = roomFileName(word);
@@ -106,15 +148,8 @@ std::vector<Subject> namedIn(const Cookie& project, const std::string& word) {
                    existsFresh(folder + "/rooms/" + *fileName + std::string(kLockEnding)))) {
     found.push_back(roomOf(project, *fileName));
   }
-  const auto files = listFresh(folder);
-  if (!files) return found;
-  for (const std::string& file : *files) {
-    if (!file.ends_with(kEditEnding)) continue;
-    const auto bytes = readListed(folder + "/" + file);
-    shareAnswered();
-    const auto summary = bytes ? readEditSummary(*bytes) : Result<EditSummary>(Error{});
-    const Cookie edit = cookieOf(withoutEndings(file, {kEditEnding}));
-    if (summary && summary->name == word && !edit.isNull()) found.push_back(editOf(project, edit));
+  for (const NamedObject& each : edits) {
+    if (each.name == word) found.push_back(editOf(project, each.cookie));
   }
   std::ranges::sort(found, {}, &Subject::path);
   return found;
@@ -137,7 +172,8 @@ Result<Subject> subjectUnder(const Cookie& project, const std::string& rest) {
   const bool isEditFile = rest.ends_with(kEditEnding) ||
                           existsFresh(subject.path + "/" + rest + std::string(kEditEnding));
   if (!cookie.isNull() && isEditFile) return editOf(project, cookie);
-  const auto named = namedIn(project, rest);
+  std::vector<NamedObject> known = editsOf(project);
+  const auto named = namedIn(project, known, rest);
   if (named.size() == 1) return named.front();
   if (named.size() > 1) {
     std::string choices;
@@ -146,8 +182,12 @@ Result<Subject> subjectUnder(const Cookie& project, const std::string& rest) {
   }
   // Never outside of the project's folder.
   if (rest.find("..") != rest.npos || !existsFresh(subject.path + "/" + rest)) {
-    return nothingThere(rest, "is no room, edit or file of project " + project.asString().str() +
-                                  "; kv-share locks " + subject.base + " shows projects and rooms");
+    for (NamedObject& room : roomsOf(project)) known.push_back(std::move(room));
+    const Result<Cookie> begun = resolveBegun(
+        rest, known,
+        nothingThere(rest, "is no room, edit or file of project " + project.asString().str() +
+                               " (kv-share locks " + subject.base + " shows projects and rooms)"));
+    return begun ? editOf(project, *begun) : Result<Subject>(begun.error());
   }
   subject.kind = Subject::Kind::eFile;
   subject.name = rest;

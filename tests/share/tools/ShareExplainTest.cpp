@@ -142,6 +142,31 @@ TEST_F(ShareExplainTest, ANameOfSeveralThingsListsTheirPaths) {
     EXPECT_NE(objects.err.find(choice), std::string::npos) << objects.err;
 }
 
+TEST_F(ShareExplainTest, ACookiesBeginningStandsForTheOneThatItBegins) {
+  put("P9abc1111/project.json", R"({"name":"Trailer","private":false})");
+  put("P9abc1111/E5abc1111.otio", kTimeline);
+  put("P9abc1111/E5abd2222.otio", R"({"OTIO_SCHEMA":"Timeline.1","name":"x"})");
+  EXPECT_EQ(explain("P9ab")["state"].asString(), "free");
+  for (const char* path : {"P9ab/E5abc", "P9abc1111/e5abc1", "Trailer/E5ABC111"})
+    EXPECT_EQ(explain(path)["state"].asString(), "owned") << path;
+  const ToolRun two = runTool({"explain", folder_ / "Trailer/E5ab"});
+  EXPECT_EQ(two.status, 2);
+  EXPECT_NE(two.err.find("begin with \"E5ab\""), std::string::npos) << two.err;
+}
+
+TEST_F(ShareExplainTest, ANameInTheWrongCaseIsAnsweredWithTheRightOne) {
+  put("P0002/E0001.otio", kTimeline);
+  put("P0002/rooms/Sound.json", "{}");
+  const std::pair<const char*, const char*> rows[] = {
+      {"spot", "Spot"}, {"Spot/scene", "Scene"}, {"Spot/SOUND", "Sound"}};
+  for (const auto& [path, meant] : rows) {
+    const ToolRun run = runTool({"explain", folder_ / path});
+    EXPECT_EQ(run.status, 2) << path;
+    EXPECT_NE(run.err.find("did you mean \"" + std::string(meant) + "\"?"), std::string::npos)
+        << run.err;
+  }
+}
+
 TEST_F(ShareExplainTest, WhatIsBrokenMissingOrUnownedSaysSo) {
   put("P0002/E0001.otio", "{\"OTIO_SCHEMA\":");
   put("P0002/E0002.otio", R"({"OTIO_SCHEMA":"Timeline.1","name":"x"})");

@@ -59,13 +59,18 @@ TEST(Completion, OffersWhatTheUsageCallsAnArgument) {
   table.add({"edit give", "E USER", "", 2, 2, noAnswer});
   table.add({"bin add", "X COOKIE...", "", 2, 9, noAnswer});
   const Candidates candidates = [](const std::string& argument) -> Words {
-    if (argument == "P") return {"Harbour at dawn", "Spot"};
+    if (argument == "P") return {"Harbour at dawn", "Spot", "Sx", "small"};
     if (argument == "USER") return {"ANNA"};
     return {"an " + argument};
   };
   const std::pair<const char*, Words> rows[] = {
       {"project enter Har", {"\"Harbour at dawn\""}},
       {"project enter Harbour\\ at", {"\"Harbour at dawn\""}},
+      {"project enter har", {"\"Harbour at dawn\""}},
+      {"project enter \"HARBOUR A", {"\"Harbour at dawn\""}},
+      {"project enter sp", {"Spot"}},
+      {"project enter S", {"Spot", "Sx"}},
+      {"project enter s", {"small"}},
       {"edit give a", {"\"an E\""}},
       {"edit give E0001 A", {"ANNA"}},
       {"bin add B1 E1 E2 an", {"\"an COOKIE\""}}};

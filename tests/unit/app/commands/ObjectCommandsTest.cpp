@@ -43,6 +43,11 @@ class ObjectCommandsTest : public testing::Test {
     return {};
   }
 
+  /// What a person is told of a result.
+  std::string shown(const std::string& name, const JsonValue& result) {
+    return shownResult(station, {&table.all().at(name), {}, {}}, result);
+  }
+
   IdleStation idle;
   Station& station = idle.station;
   CommandTable table;
@@ -96,8 +101,28 @@ TEST_F(ObjectCommandsTest, MediaIsAddedWithItsProxyAndRemoved) {
   EXPECT_EQ(all.elements()[0]["cookie"], material);
   EXPECT_EQ(all.elements()[1]["proxy_of"].asString(), file);
   EXPECT_EQ(run({"media", "add", file, "other"}).error().code, ErrorCode::eUsage);
-  did({"media", "remove", file});
+  const JsonValue removed = did({"media", "remove", material.asString().substr(0, 8)});
+  EXPECT_EQ(removed["file"].asString(), file);
+  EXPECT_EQ(shown("media remove", removed),
+            "Took \"a.mov\" with its proxy out of the project; the file itself stays.");
   EXPECT_TRUE(did({"media", "list"}).elements().empty());
+}
+
+TEST_F(ObjectCommandsTest, AFileWithoutAProxyIsRemovedAlone) {
+  StationScene::write(idle.scratch / "a.mov", "x");
+  did({"media", "add", idle.scratch / "a.mov"});
+  EXPECT_EQ(shown("media remove", did({"media", "remove", "a.mov"})),
+            "Took \"a.mov\" out of the project; the file itself stays.");
+}
+
+TEST_F(ObjectCommandsTest, MediaThatShareACookieArePutIntoABinByItsBeginning) {
+  for (const char* const name : {"take.1.mov", "take.2.mov"}) {
+    StationScene::write(idle.scratch / name, "x");
+    did({"media", "add", idle.scratch / name});
+  }
+  const std::string cookie = did({"media", "list"}).elements().at(0)["cookie"].asString();
+  did({"bin", "create", "Rushes"});
+  EXPECT_EQ(did({"bin", "add", "Rushes", cookie.substr(0, 8)})["added"].asLong(), 1);
 }
 
 TEST_F(ObjectCommandsTest, WithoutAProjectEachSaysSo) {

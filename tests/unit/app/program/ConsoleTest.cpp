@@ -196,6 +196,32 @@ TEST(ShortCookies, AreAsLongAsTellsThemApart) {
   EXPECT_EQ(withShortCookies(JsonValue("text")).asString(), "text");
 }
 
+TEST(ShortCookies, AreShortWhereverTheyStand) {
+  const std::string edit = "E437b81f4b3d04882af62d0db00000001";
+  const std::string bin = "B437b81f4b3d04882af62d0db00000002";
+  JsonValue contents = JsonValue::array();
+  contents.append(edit);
+  JsonValue bins = JsonValue::array();
+  bins.append(JsonValue::object({{"cookie", bin}, {"name", edit}, {"contents", contents}}));
+  const JsonValue shown = withShortCookies(
+      JsonValue::object({{"project", JsonValue::object({{"cookie", "P1"}})}, {"bins", bins}}));
+  EXPECT_EQ(shown["project"]["cookie"].asString(), "P1");
+  const JsonValue& row = shown["bins"].elements().at(0);
+  EXPECT_EQ(row["cookie"].asString(), "B437b81f");
+  EXPECT_EQ(row["name"].asString(), edit) << "a name is no cookie";
+  EXPECT_EQ(row["contents"].elements().at(0).asString(), "E437b81f");
+}
+
+TEST(SortedByName, DoesNotMindCapitals) {
+  JsonValue list = JsonValue::array();
+  for (const char* name : {"beta", "Alpha", "Gamma", "alpha"})
+    list.append(JsonValue::object({{"name", name}}));
+  std::string names;
+  const JsonValue sorted = sortedByName(list);
+  for (const JsonValue& each : sorted.elements()) names += each["name"].asString() + " ";
+  EXPECT_EQ(names, "Alpha alpha beta Gamma ");
+}
+
 TEST_F(ConsoleTest, QuitEndsTheScript) {
   EXPECT_EQ(run({"quit", "fail"}), 0);
   EXPECT_EQ(kept.replies.size(), 1u);

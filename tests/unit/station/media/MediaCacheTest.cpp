@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <filesystem>
 #include <iterator>
+#include <map>
 #include <mutex>
 #include <optional>
 
@@ -165,11 +167,54 @@ TEST_F(MediaCacheTest, ANameThatSeveralFilesHaveIsRefusedWithTheirPaths) {
   (void)makeFolder(rushes + "/b");
   ASSERT_TRUE(cache.addMedia(file("a.mov")));
   ASSERT_TRUE(cache.addMedia(file("b/a.mov")));
-  const Result<void> removed = cache.removeMedia("a.mov");
+  const auto removed = cache.removeMedia("a.mov");
   ASSERT_FALSE(removed);
   EXPECT_NE(removed.error().message.find(rushes + "/b/a.mov"), std::string::npos);
   EXPECT_TRUE(cache.removeMedia(rushes + "/b/a.mov"));
   EXPECT_TRUE(cache.knows(rushes + "/a.mov"));
+}
+
+TEST_F(MediaCacheTest, ACookiesBeginningStandsForTheOneFileThatItBegins) {
+  ASSERT_TRUE(cache.addMedia(file("a.mov")));
+  ASSERT_TRUE(cache.addProxy(rushes + "/a.mov", file("p.mov")));
+  const std::string cookie = text(Cookie("a", true));
+  ASSERT_NE(cookie.substr(0, 4), text(Cookie("p", true)).substr(0, 4));
+  const auto removed = cache.removeMedia(cookie.substr(0, 4));
+  ASSERT_TRUE(removed) << removed.error().message;
+  ASSERT_EQ(removed->size(), 2u);
+  EXPECT_EQ(removed->at(0).path, rushes + "/a.mov");
+  EXPECT_EQ(removed->at(1).path, rushes + "/p.mov");
+  EXPECT_FALSE(cache.knows(rushes + "/a.mov"));
+  const auto unknown = cache.removeMedia(cookie.substr(0, 4));
+  EXPECT_NE(unknown.error().message.find("is no media file of the open project"), std::string::npos)
+      << unknown.error().message;
+}
+
+TEST_F(MediaCacheTest, OfSeveralCookiesThatBeginAlikeNoneIsTaken) {
+  // The second letter of a cookie is one of 16, so two of 17 files have the same.
+  std::map<std::string, int> beginnings;
+  for (int i = 0; i < 17; ++i) {
+    const Result<Cookie> added = cache.addMedia(file("m" + std::to_string(i) + ".mov"));
+    ++beginnings[text(*added).substr(0, 2)];
+  }
+  const auto shared =
+      std::ranges::find_if(beginnings, [](const auto& each) { return each.second > 1; });
+  ASSERT_NE(shared, beginnings.end());
+  const auto removed = cache.removeMedia(shared->first);
+  ASSERT_FALSE(removed);
+  EXPECT_NE(removed.error().message.find("begin with \"" + shared->first + "\"; name one by"),
+            std::string::npos)
+      << removed.error().message;
+  EXPECT_EQ(cache.state().elements().size(), 17u);
+}
+
+TEST_F(MediaCacheTest, ABeginningOfACookieThatFilesShareIsRefusedWithTheirPaths) {
+  ASSERT_TRUE(cache.addMedia(file("take.1.mov")));
+  ASSERT_TRUE(cache.addMedia(file("take.2.mov")));
+  const auto removed = cache.removeMedia(text(Cookie("take", true)).substr(0, 4));
+  ASSERT_FALSE(removed);
+  EXPECT_NE(removed.error().message.find(rushes + "/take.2.mov"), std::string::npos)
+      << removed.error().message;
 }
 
 TEST_F(MediaCacheTest, AFileAddedElsewhereIsKnownHereOnce) {
