@@ -166,6 +166,7 @@ void Station::stop(Shutdown::eExitType type) {
 
 HostThread& Station::hostThread() { return parts_->hostThread; }
 Bins& Station::bins() { return parts_->bins; }
+CatchUp& Station::catchUp() { return parts_->catchUp; }
 Desktop& Station::desktop() { return parts_->desktop; }
 Edits& Station::edits() { return parts_->edits; }
 Filters& Station::filters() { return parts_->filters; }

@@ -13,6 +13,7 @@ class Bins;
 class Desktop;
 class Edits;
 class Filters;
+class CatchUp;
 class Health;
 class MediaCache;
 class Presence;
@@ -63,6 +64,7 @@ class Station {
 
   /// The parts. Host thread.
   [[nodiscard]] Bins& bins();
+  [[nodiscard]] CatchUp& catchUp();
   [[nodiscard]] Desktop& desktop();
   [[nodiscard]] Edits& edits();
   [[nodiscard]] Filters& filters();

@@ -10,6 +10,7 @@
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
 #include "station/project/Projects.h"
+#include "station/watch/CatchUp.h"
 #include "station/watch/Health.h"
 
 namespace korvel {
@@ -160,6 +161,11 @@ std::string shownNotifications(Station&, const Arguments&, const JsonValue& all)
 JsonValue shownState(Station& station) {
   JsonValue state = station.projects().state();
   state.set("health", shownHealth(station.health().now()));
+  if (const auto counts = station.catchUp().counts()) {
+    state.set("watch",
+              JsonValue::object(
+                  {{"asked", counts->asked}, {"listed", counts->listed}, {"read", counts->read}}));
+  }
   return state;
 }
 
@@ -185,8 +191,11 @@ void addConsoleCommands(CommandTable& table, const ConsoleServices& services) {
       {"help", "[COMMAND]", "Lists the commands, or those that begin like this.", 0, 4,
        [&table](Station&, const Arguments& words) { return help(table, words); }, here,
        [](Station&, const Arguments&, const JsonValue& rows) { return renderWrapped(rows); }});
-  table.add({"state", "", "Shows everything that this station shows of the open project.", 0, 0,
-             [](Station& station, const Arguments&) -> Result<JsonValue> {
+  table.add({"state", "",
+             "Shows everything that this station shows of the open project, how it is, and what "
+             "watching its "
+             "folder asked of the share.",
+             0, 0, [](Station& station, const Arguments&) -> Result<JsonValue> {
                return shownState(station);
              }});
   table.add({"notifications", "",

@@ -99,6 +99,11 @@ std::optional<ShareAnswer> CatchUp::answer() const {
   return watch_->answer();
 }
 
+std::optional<WatchCounts> CatchUp::counts() const {
+  if (!watch_) return {};
+  return watch_->counts();
+}
+
 void CatchUp::take(const FoundFiles& files) {
   const FolderChangeScope scope;
   found_ += hostParts().projects->catchUp(files);

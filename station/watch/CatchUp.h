@@ -26,6 +26,9 @@ class CatchUp : public ProjectListener {
   /// How the open project's folder answered; nothing while no project is open.
   [[nodiscard]] std::optional<ShareAnswer> answer() const;
 
+  /// What the open project's folders were asked since it was entered; nothing while none is open.
+  [[nodiscard]] std::optional<WatchCounts> counts() const;
+
   /// How many changes were found, since the project was entered, that no message had told of.
   [[nodiscard]] std::size_t found() const { return found_; }
 

@@ -221,6 +221,11 @@ class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
     return answer_;
   }
 
+  WatchCounts counts() {
+    const std::lock_guard lock(mutex_);
+    return counts_;
+  }
+
  private:
   struct Watched {
     WatchedFiles files;
@@ -273,7 +278,12 @@ class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
     const auto start = Clock::now();
     auto differing = each.files.look();
     if (!differing) return differing.error();
-    while (!differing->empty() && !isEnding()) report(each.files.readSome(*differing));
+    count(&WatchCounts::listed, 1);
+    while (!differing->empty() && !isEnding()) {
+      FoundFiles found = each.files.readSome(*differing);
+      if (each.files.folder().largest > 0) count(&WatchCounts::read, found.size());
+      report(std::move(found));
+    }
     each.looked = since(start);
     return {};
   }
@@ -305,6 +315,12 @@ class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
     const std::lock_guard lock(mutex_);
     answer_.isAwaited = true;
     answer_.asked = Clock::now();
+    ++counts_.asked;
+  }
+
+  void count(std::size_t WatchCounts::*what, std::size_t more) {
+    const std::lock_guard lock(mutex_);
+    counts_.*what += more;
   }
 
   void noteAnswer(const Watched& each, Result<void> result, milliseconds took) {
@@ -320,6 +336,7 @@ class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
   std::mutex mutex_;
   std::condition_variable changed_;
   ShareAnswer answer_;
+  WatchCounts counts_;
   bool isHurried_ = false;
   bool isTaken_ = false;
   bool isEnding_ = false;
@@ -339,6 +356,8 @@ FolderWatch::~FolderWatch() {
 }
 
 ShareAnswer FolderWatch::answer() const { return loop_->answer(); }
+
+WatchCounts FolderWatch::counts() const { return loop_->counts(); }
 
 void FolderWatch::askNow() { loop_->askNow(); }
 

@@ -89,6 +89,14 @@ struct ShareAnswer {
   std::chrono::steady_clock::time_point asked{};  ///< when that was asked
 };
 
+/// What a watch has asked of the share so far. On a network file system a question is a round trip
+/// or two, a listing one for each 60 to 200 names, a file that is read three.
+struct WatchCounts {
+  std::size_t asked = 0;   ///< whether a folder has changed
+  std::size_t listed = 0;  ///< folders
+  std::size_t read = 0;    ///< files
+};
+
 /// Finds what changes in folders, on a thread of its own that may wait for a share that hangs.
 ///
 ///     each period     is the folder's time of change another?   one question
@@ -112,6 +120,9 @@ class FolderWatch {
 
   /// How the first of the folders answered; and whether any of them is awaited, since when.
   [[nodiscard]] ShareAnswer answer() const;
+
+  /// Of all its folders.
+  [[nodiscard]] WatchCounts counts() const;
 
   /// Asks all folders now: the network came back, or a message says that something changed.
   void askNow();

@@ -182,6 +182,19 @@ TEST_F(CatchUpShareTest, AnOpenEditIsReadAgainWhenItWasSavedElsewhere) {
   EXPECT_EQ(run(ben, "edit show New")["name"].asString(), "New");
 }
 
+TEST_F(CatchUpShareTest, TheStateCountsWhatWatchingAsksOfTheShare) {
+  const JsonValue before = run(ben, "state")["watch"];
+  run(anna, "edit create Cut");
+  benFinds("edit", "created");
+  const JsonValue after = run(ben, "state")["watch"];
+  for (const char* what : {"asked", "listed", "read"}) {
+    EXPECT_GT(after[what].asDouble(), before[what].asDouble()) << what;
+  }
+  run(ben, "project leave");
+  const JsonValue left = run(ben, "state");
+  EXPECT_EQ(left.find("watch"), nullptr);
+}
+
 TEST_F(CatchUpShareTest, BinsRacksAndFiltersAreFollowed) {
   run(anna, "edit create Cut");
   for (const std::string word : {"bin", "rack"}) {
