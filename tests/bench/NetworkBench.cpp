@@ -1,14 +1,21 @@
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <thread>
+#include <utility>
 
 #include "tests/bench/Figures.h"
 #include "tests/bench/PeerGroup.h"
 #include "tests/bench/ProcessBench.h"
 #include "tests/bench/ProjectFiles.h"
+#include "tests/bench/peer/Payload.h"
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/support/LoopbackSender.h"
 
 namespace korvel {
 
@@ -158,6 +165,102 @@ bool measureRate(BenchTable& table, const std::string& programs) {
                  {}});
     }
   }
+  return true;
+}
+
+namespace {
+
+constexpr double kFloodRate = 100'000;     ///< messages a second
+constexpr std::uint32_t kFloodBatch = 50;  ///< sent at once
+constexpr double kFloodBound = 0.010;      ///< seconds, of p99
+constexpr int kFloodRounds = 20;
+
+/// A stranger who announces owners of objects that there are not: each message that is taken makes
+/// a station look for a file.
+class Flood {
+ public:
+  explicit Flood(int port) : sender_(port), thread_([this] { send(); }) {}
+  Flood(const Flood&) = delete;
+  Flood& operator=(const Flood&) = delete;
+  ~Flood() {
+    isEnding_ = true;
+    thread_.join();
+  }
+
+  [[nodiscard]] double perSecond() const {
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin_;
+    return static_cast<double>(sent_) / time.count();
+  }
+
+ private:
+  void send() {
+    auto due = begin_;
+    while (!isEnding_) {
+      for (std::uint32_t each = 0; each < kFloodBatch; ++each, ++number_) {
+        sent_ += sender_.send({"d", "5", kBenchProject, cookie(), "MALLORY"}) ? 1 : 0;
+      }
+      due += std::chrono::nanoseconds(static_cast<long long>(kFloodBatch * 1e9 / kFloodRate));
+      std::this_thread::sleep_until(due);
+    }
+  }
+
+  [[nodiscard]] std::string cookie() const {
+    char text[34];
+    std::snprintf(text, sizeof text, "Ebad%029x", number_);
+    return text;
+  }
+
+  LoopbackSender sender_;
+  std::uint32_t number_ = 0;
+  std::atomic<long> sent_{0};
+  std::atomic<bool> isEnding_{false};
+  const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+  std::thread thread_;
+};
+
+}  // namespace
+
+bool measureFlood(BenchTable& table, const std::string& programs) {
+  constexpr int kPort = kFirstPort + 100;
+  ScratchFolder folder("/dev/shm");
+  writeBenchProject(folder.path(), Board::kMessages);
+  ::setenv(kReceiveLimitVariable, "500", 1);
+  PeerGroup stations({"station", programs + "/bench-station"}, folder.path(), kPort);
+  const bool isUp = stations.growTo(1);
+  ::unsetenv(kReceiveLimitVariable);
+  if (!isUp) return complain("flood");
+  std::vector<std::vector<double>> quiet;
+  std::vector<std::vector<double>> flooded;
+  int lost = 0;
+  for (int round = 0; round < kFloodRounds; ++round) {
+    if (auto times = stations.latencies(kPaced, kPause)) quiet.push_back(std::move(*times));
+  }
+  double rate = 0;
+  {
+    const Flood flood(kPort);
+    for (int round = 0; round < kFloodRounds; ++round) {
+      auto times = stations.latencies(kPaced, kPause);
+      lost += times ? 0 : 1;
+      if (times) flooded.push_back(std::move(*times));
+    }
+    rate = flood.perSecond();
+  }
+  char note[160];
+  std::snprintf(note, sizeof note, "%.0f k/s sent by the stranger; %d of %d rounds lost a message",
+                rate / 1000, lost, kFloodRounds);
+  const Latency ours = summed(flooded);
+  const Latency floor = summed(quiet);
+  // A round in which a message was lost has no times: it counts as a second.
+  const double p99 = lost == 0 ? percentile(ours.all, 0.99) : 1.0;
+  table.add({"latency p50 in a flood",
+             0,
+             Unit::eSeconds,
+             median(ours.all),
+             median(floor.all),
+             Bound::none(),
+             {}});
+  table.add({"latency p99 in a flood", 0, Unit::eSeconds, p99, percentile(floor.all, 0.99),
+             Bound::timeAtMost(kFloodBound), note});
   return true;
 }
 

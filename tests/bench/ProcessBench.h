@@ -14,6 +14,9 @@ namespace korvel {
 bool measureLatency(BenchTable& table, const std::string& programs);
 bool measureRate(BenchTable& table, const std::string& programs);
 
+/// The former while a stranger floods the network.
+bool measureFlood(BenchTable& table, const std::string& programs);
+
 bool measureUserList(BenchTable& table, const std::string& programs);
 bool measureEntering(BenchTable& table, const std::string& programs);
 bool measureEnteringAgain(BenchTable& table, const std::string& programs);

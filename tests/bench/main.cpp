@@ -46,6 +46,7 @@ constexpr Group kGroups[] = {
     {"save", "saving an edit with its versions kept, beside saving alone", measureSaving},
     {"start", "a station's start", measureStart},
     {"latency", "a change's way to 1, 4 and 16 stations", measureLatency},
+    {"flood", "a change's way while a stranger sends 100 000 messages a second", measureFlood},
     {"rate", "messages a second to 1, 4 and 16 stations", measureRate},
 };
 

@@ -14,6 +14,10 @@ namespace korvel {
 inline constexpr const char* kBenchProject = "P7c1d0000000000000000000000000001";
 std::string benchEdit(std::uint32_t number);
 
+/// The environment variable with the messages a second that a station takes of one source; without
+/// it there is no limit.
+inline constexpr const char* kReceiveLimitVariable = "KV_BENCH_RECEIVE_LIMIT";
+
 /// The wire text of message `number`, and back.
 std::string payloadOf(std::uint32_t number);
 std::uint32_t numberOf(std::string_view payload);

@@ -48,7 +48,9 @@ StationSettings settingsFor(const PeerArguments& arguments) {
   settings.user = settings.host = "PEER" + std::to_string(arguments.number);
   settings.machine = static_cast<int>(arguments.number) + 1;
   settings.sendTo = {"127.255.255.255"};
-  settings.config["receive_limit"] = "0";  // what is measured is how fast it can be
+  // Mostly it is measured how fast it can be.
+  const char* const limit = std::getenv(kReceiveLimitVariable);
+  settings.config["receive_limit"] = limit ? limit : "0";
   settings.config["shared_projects_udp_port"] = std::to_string(arguments.port);
   settings.plugin = KV_PLUGIN;
   return settings;
