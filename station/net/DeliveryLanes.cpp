@@ -25,10 +25,18 @@ constexpr DeliveryLanes::Source kUnproven{Ipv4{}, 1};
 
 }  // namespace
 
+double DeliveryLanes::Allowance::leftAt(const SourceLimit& limit, Time now) const {
+  const double seconds = std::chrono::duration<double>(now - since_).count();
+  return isUsed_ ? std::min(limit.atOnce, left_ + seconds * limit.perSecond) : limit.atOnce;
+}
+
+bool DeliveryLanes::Allowance::isUsedUp(const SourceLimit& limit, Time now) const {
+  return limit.perSecond > 0 && leftAt(limit, now) < 1;
+}
+
 bool DeliveryLanes::Allowance::take(const SourceLimit& limit, Time now) {
   if (limit.perSecond <= 0) return true;
-  const double seconds = std::chrono::duration<double>(now - since_).count();
-  left_ = isUsed_ ? std::min(limit.atOnce, left_ + seconds * limit.perSecond) : limit.atOnce;
+  left_ = leftAt(limit, now);
   isUsed_ = true;
   since_ = now;
   if (left_ < 1) return false;
@@ -57,6 +65,14 @@ bool DeliveryLanes::add(const Source& source, Kind kind, std::string bytes, Time
   way.waiting.push_back({source, std::move(bytes), sender});
   way.bytes += size;
   bytes_ += size;
+  return true;
+}
+
+bool DeliveryLanes::refuseBeyondLimit(const Source& source, Time now) {
+  const std::lock_guard lock(mutex_);
+  Lane& lane = laneOf(source, now);
+  if (!lane.all.isUsedUp(limits_.all, now)) return false;
+  noteLoss(lane, lane.loss.overLimit, now);
   return true;
 }
 

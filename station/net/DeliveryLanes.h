@@ -94,6 +94,10 @@ class DeliveryLanes {
   /// the message's seal, and 0 where nothing proves it.
   bool add(const Source& source, Kind kind, std::string bytes, Time now, std::uint64_t sender = 0);
 
+  /// Whether the source has used up what it may send; then its datagram is counted as left out.
+  /// Costs less than all else that is done with a datagram, so that a flood leaves time for others.
+  bool refuseBeyondLimit(const Source& source, Time now);
+
   /// Counts a datagram that is not taken because of its seal.
   void refuse(const Source& source, bool isForged, Time now);
 
@@ -122,8 +126,11 @@ class DeliveryLanes {
   class Allowance {
    public:
     bool take(const SourceLimit& limit, Time now);
+    [[nodiscard]] bool isUsedUp(const SourceLimit& limit, Time now) const;
 
    private:
+    [[nodiscard]] double leftAt(const SourceLimit& limit, Time now) const;
+
     double left_ = 0;
     Time since_;
     bool isUsed_ = false;

@@ -369,6 +369,7 @@ void UdpListener::take(Datagram datagram, LossReport::Time now) {
   const auto sender = passSeal(datagram, lane, now);
   if (!sender) return;
   tellObserver(datagram);
+  if (outlet_->lanes.refuseBeyondLimit(lane, now)) return;
   // The sequence number in a seal has told copies apart already.
   if (!lane.isSealed && duplicates_.isDuplicate(datagram, now)) return;
   if (surroundings_.observer && isOurs(datagram)) {

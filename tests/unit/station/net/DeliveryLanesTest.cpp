@@ -51,6 +51,19 @@ TEST_F(DeliveryLanesTest, ASourceMaySendSoManyAtOnceAndSoManyASecond) {
   EXPECT_EQ(taken(10, kStranger), 10);
 }
 
+TEST_F(DeliveryLanesTest, ThatASourceIsBeyondItsLimitIsKnownBeforehandAndTakesNothingOfIt) {
+  for (int each = 0; each < 10; ++each) EXPECT_FALSE(lanes_.refuseBeyondLimit(kAnna, now_));
+  EXPECT_EQ(taken(20'000, kAnna), 20'000);
+  for (int each = 0; each < 10; ++each) EXPECT_TRUE(lanes_.refuseBeyondLimit(kAnna, now_));
+  EXPECT_FALSE(lanes_.refuseBeyondLimit(kStranger, now_));
+  now_ += 1s;
+  EXPECT_FALSE(lanes_.refuseBeyondLimit(kAnna, now_));
+  EXPECT_EQ(taken(1000, kAnna), 500);
+  EXPECT_EQ(lanes_.allLosses().front().overLimit, 510U);
+  DeliveryLanes open(SourceLimits{{0, 0}, {0, 0}, {0, 0}});
+  EXPECT_FALSE(open.refuseBeyondLimit(kAnna, now_));
+}
+
 TEST_F(DeliveryLanesTest, WordsAndRequestsHaveLimitsOfTheirOwn) {
   EXPECT_EQ(taken(200, kAnna, Kind::eWords), 100);
   EXPECT_EQ(taken(20, kAnna, Kind::eRequest), 5);
