@@ -1,4 +1,22 @@
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "station/base/Strings.h"
+#include "station/seal/Seals.h"
 #include "tests/lab/LabTest.h"
+#include "tests/share/ProgramRun.h"
 
 using namespace korvel;
 
@@ -51,6 +69,224 @@ TEST_F(LossTest, DatagramsOvertakeEachOther) {
   expectAgreement();
   EXPECT_GT(facility_.counts().late, 0u);
   shows(figures() + ", " + std::to_string(facility_.counts().late) + " datagrams overtaken");
+}
+
+/// Hears at a machine, beside its station, what others' datagrams arrive there.
+class Witness {
+ public:
+  explicit Witness(Workstation& machine) : machine_(machine) {
+    machine.space().within([this] { open(); });
+  }
+  Witness(const Witness&) = delete;
+  Witness& operator=(const Witness&) = delete;
+  ~Witness() { ::close(socket_); }
+
+  /// Takes what waits; how many datagrams.
+  int drain() {
+    int count = 0;
+    for (std::array<char, 65536> bytes;; ++count) {
+      sockaddr_in from{};
+      socklen_t size = sizeof from;
+      const ssize_t length = ::recvfrom(socket_, bytes.data(), bytes.size(), MSG_DONTWAIT,
+                                        reinterpret_cast<sockaddr*>(&from), &size);
+      if (length < 0) return count;
+      std::array<char, INET_ADDRSTRLEN> address{};
+      ::inet_ntop(AF_INET, &from.sin_addr, address.data(), address.size());
+      if (machine_.cable().address() != address.data()) {
+        note({bytes.data(), static_cast<std::size_t>(length)}, address.data());
+      }
+    }
+  }
+
+  void startOver() {
+    drain();
+    sealed_.clear();
+    plain_.clear();
+    keys_.clear();
+    machine_.countFromNow();
+  }
+
+  /// What arrived and the station did not take, or took without that it arrived; with `onlySealed`
+  /// it takes nothing else.
+  std::string difference(bool onlySealed) {
+    drain();
+    std::map<std::string, int> left = machine_.messages("received");
+    for (auto& [text, count] : left) count = -count;
+    for (const auto& [text, count] : sealed_) left[text] += count;
+    if (!onlySealed) {
+      for (const auto& [text, count] : plain_) left[text] += count;
+    }
+    std::string told;
+    for (const auto& [text, count] : left) {
+      if (count == 0) continue;
+      told += machine_.name() + (count > 0 ? " lost " : " invented ") + text + "\n";
+    }
+    return told;
+  }
+
+  [[nodiscard]] int sealedCount() const { return sum(sealed_); }
+  [[nodiscard]] int plainCount() const { return sum(plain_); }
+
+  /// Whether the latest seals of so many others were made with this key.
+  bool sawKey(const std::string& key, std::size_t others) {
+    drain();
+    return keys_.size() == others &&
+           std::ranges::all_of(keys_, [&key](const auto& each) { return each.second == key; });
+  }
+
+ private:
+  void open() {
+    constexpr int kStationsPort = 27015;
+    const int yes = 1;
+    const int buffer = 64 << 20;
+    sockaddr_in here{};
+    here.sin_family = AF_INET;
+    here.sin_port = htons(kStationsPort);
+    socket_ = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ::setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    ::setsockopt(socket_, SOL_SOCKET, SO_RCVBUFFORCE, &buffer, sizeof buffer);
+    EXPECT_EQ(::bind(socket_, reinterpret_cast<const sockaddr*>(&here), sizeof here), 0);
+  }
+
+  void note(const std::string& datagram, const std::string& sender) {
+    const SealedText parts = takeSealApart(datagram);
+    ++(parts.seal ? sealed_ : plain_)[hexText(parts.text)];
+    if (parts.seal) keys_[sender] = parts.seal->keyText();
+  }
+
+  static int sum(const std::map<std::string, int>& counts) {
+    int all = 0;
+    for (const auto& [text, count] : counts) all += count;
+    return all;
+  }
+
+  Workstation& machine_;
+  int socket_ = -1;
+  std::map<std::string, int> sealed_;  ///< texts as hexadecimal digits
+  std::map<std::string, int> plain_;
+  std::map<std::string, std::string> keys_;  ///< of the latest seal, by the sender's address
+};
+
+/// Four stations that seal, of which one takes nothing else, and two that know of no seals.
+class RotationTest : public LossTest {
+ protected:
+  static constexpr const char* kStrict = "DORA";
+
+  void openAll() {
+    LineFaults faults{.lost = 10};
+    for (const auto& [host, policy] :
+         std::vector<std::pair<std::string, std::string>>{{"ANNA", "accept"},
+                                                          {"BEN", "accept"},
+                                                          {"CARLA", "accept"},
+                                                          {kStrict, "require"},
+                                                          {"EMIL", "off"},
+                                                          {"FRED", "off"}}) {
+      Workstation::Setup setup;
+      setup.host = host;
+      setup.more = {"--seal", policy};
+      Workstation& machine = facility_.workstation(std::move(setup), {&office_});
+      machine.cable().degrade(faults);
+      ++faults.seed;
+      witnesses_.push_back(std::make_unique<Witness>(machine));
+    }
+    facility_.open();
+    // Stations read the keys every five seconds from their start on: now not all at the same time.
+    for (const std::size_t late : {std::size_t{1}, std::size_t{3}}) {
+      std::this_thread::sleep_for(kApart);
+      Workstation& machine = *facility_.machines()[late];
+      machine.cutPower();
+      machine.switchOn();
+      machine.enter("Film");
+    }
+    while (drainAll() > 0) std::this_thread::sleep_for(kQuiet);
+    for (const auto& witness : witnesses_) witness->startOver();
+  }
+
+  /// Whether each of the four is known to seal with this key.
+  bool allUse(const std::string& key) {
+    constexpr std::size_t kOthers = 3;
+    return witnesses_[0]->sawKey(key, kOthers) && witnesses_[1]->sawKey(key, kOthers);
+  }
+
+  int drainAll() {
+    int count = 0;
+    for (const auto& witness : witnesses_) count += witness->drain();
+    return count;
+  }
+
+  ProgramRun keys(std::vector<std::string> words) {
+    words.insert(words.begin(), {KV_SHARE, "keys", facility_.folderOf("")});
+    return runProgram(words);
+  }
+
+  std::string addKey() {
+    const ProgramRun made = keys({"add", "--json"});
+    EXPECT_EQ(made.status, 0) << made.errors;
+    return (*parseJson(made.output))["id"].asString();
+  }
+
+  /// Works on until `isSo`, a minute at most.
+  template <typename Condition>
+  void workUntil(Condition isSo) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (!isSo()) {
+      ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+      for (const auto& machine : facility_.machines()) {
+        machine->run("bin create \"" + machine->newName("Dailies") + "\"");
+      }
+      drainAll();
+    }
+  }
+
+  std::string difference() {
+    std::string told;
+    for (std::size_t each = 0; each < witnesses_.size(); ++each) {
+      told += witnesses_[each]->difference(facility_.machines()[each]->host() == kStrict);
+    }
+    return told;
+  }
+
+  /// Every station took what arrived at its machine, once.
+  void expectNothingLost() {
+    std::string told = difference();
+    for (int tries = 0; !told.empty() && tries < 60; ++tries) {
+      std::this_thread::sleep_for(kQuiet);
+      told = difference();
+    }
+    EXPECT_EQ(told, "");
+  }
+
+  static constexpr std::chrono::milliseconds kQuiet{500};
+  static constexpr std::chrono::milliseconds kApart{1700};
+  std::vector<std::unique_ptr<Witness>> witnesses_;
+};
+
+TEST_F(RotationTest, OfWhatArrivesNothingIsLostWhileTheKeyIsChanged) {
+  const std::string first = addKey();
+  openAll();
+  everyoneWorks(facility_);
+  expectNothingLost();
+  EXPECT_TRUE(allUse(first));
+  const std::string second = addKey();
+  everyoneWorks(facility_);
+  workUntil([&] { return keys({"use", second}).status == 0; });
+  workUntil([&] { return allUse(second); });
+  EXPECT_EQ(keys({"remove", first}).status, 0);
+  everyoneWorks(facility_);
+  expectNothingLost();
+  EXPECT_TRUE(allUse(second));
+  const std::string agreed = expectCatchingUp();
+  int sealed = 0;
+  int plain = 0;
+  for (const auto& witness : witnesses_) {
+    sealed += witness->sealedCount();
+    plain += witness->plainCount();
+  }
+  EXPECT_GT(facility_.counts().lost, 0U);
+  EXPECT_GT(plain, 0);
+  shows(figures() + "; " + std::to_string(facility_.counts().lost) +
+        " datagrams lost on the way, " + std::to_string(sealed) + " sealed and " +
+        std::to_string(plain) + " plain ones arrived and were taken; " + agreed);
 }
 
 }  // namespace
