@@ -392,31 +392,35 @@ TEST_F(MediaFilesTest, ThePlayersCachesAreDroppedByPath) {
 }
 
 /// A mount that does not answer until it is told to.
-class MediaLooksTest : public testing::Test {
- protected:
+struct DeadMount {
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool answers = false;
+
   MediaLook lookAt(const std::string& path) {
-    std::unique_lock lock(mutex_);
-    if (path.starts_with("/dead/")) changed_.wait(lock, [this] { return answers_; });
+    std::unique_lock lock(mutex);
+    if (path.starts_with("/dead/")) changed.wait(lock, [this] { return answers; });
     return {true, path.size(), {}, {}};
   }
 
-  /// Ends what is asked, too, so that no thread outlives the test.
-  void letItAnswer() {
-    const std::lock_guard lock(mutex_);
-    answers_ = true;
-    changed_.notify_all();
+  void answer(bool doesAnswer) {
+    const std::lock_guard lock(mutex);
+    answers = doesAnswer;
+    changed.notify_all();
   }
+};
 
-  ~MediaLooksTest() override { letItAnswer(); }
+class MediaLooksTest : public testing::Test {
+ protected:
+  // Looks that still wait end with the test; their threads keep the mount.
+  ~MediaLooksTest() override { mount_->answer(true); }
 
   [[nodiscard]] bool isLookedAt(const std::string& path) const {
     return looks_.at(path).has_value();
   }
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool answers_ = false;
-  MediaLooks looks_{[this](const std::string& path) { return lookAt(path); }};
+  std::shared_ptr<DeadMount> mount_ = std::make_shared<DeadMount>();
+  MediaLooks looks_{[mount = mount_](const std::string& path) { return mount->lookAt(path); }};
 };
 
 TEST_F(MediaLooksTest, AFolderThatDoesNotAnswerHoldsUpNeitherOthersNorTheCaller) {
@@ -431,7 +435,7 @@ TEST_F(MediaLooksTest, AFolderThatDoesNotAnswerHoldsUpNeitherOthersNorTheCaller)
   // Known by now not to answer, so nothing waits for it.
   looks_.await(std::chrono::hours(1));
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::minutes(1));
-  letItAnswer();
+  mount_->answer(true);
   looks_.await(std::chrono::minutes(1));
   EXPECT_TRUE(becomesTrue([this] {
     return isLookedAt("/dead/a.mov") && isLookedAt("/dead/b.mov") && isLookedAt("/dead/d.mov");
@@ -439,12 +443,9 @@ TEST_F(MediaLooksTest, AFolderThatDoesNotAnswerHoldsUpNeitherOthersNorTheCaller)
 }
 
 TEST_F(MediaLooksTest, AFolderThatNoLongerAnswersShowsNothingOfItsFiles) {
-  letItAnswer();
+  mount_->answer(true);
   ASSERT_TRUE(looks_.lookNow("/dead/a.mov", "/dead", std::chrono::minutes(1)));
-  {
-    const std::lock_guard lock(mutex_);
-    answers_ = false;
-  }
+  mount_->answer(false);
   looks_.ask("/dead/a.mov", "/dead");
   EXPECT_TRUE(becomesTrue([this] { return !isLookedAt("/dead/a.mov"); }));
 }
@@ -459,7 +460,7 @@ TEST_F(MediaLooksTest, ManyFoldersThatDoNotAnswerTakeABoundedNumberOfThreads) {
   };
   EXPECT_TRUE(becomesTrue([&] { return threads() > 2; }));
   EXPECT_LE(threads(), MediaLooks::kMostThreads + 2);  // a sanitizer may have one of its own
-  letItAnswer();
+  mount_->answer(true);
   looks_.await(std::chrono::minutes(1));
   EXPECT_TRUE(becomesTrue([this] { return isLookedAt("/dead/0"); }));
 }
