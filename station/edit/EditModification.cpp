@@ -1,6 +1,9 @@
 #include "host/edit/EditModification.h"
 
+#include <array>
 #include <charconv>
+#include <cmath>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -9,22 +12,29 @@ namespace korvel {
 namespace {
 
 constexpr char kFieldSeparator = ';';
+constexpr std::size_t kUsualNumbers = 64;  ///< bytes: the type, two real numbers, some escapes
 
-bool isPlain(unsigned char byte) {
-  return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
-         (byte >= '0' && byte <= '9') || byte == '-' || byte == '_' || byte == '.' || byte == '~';
-}
+constexpr auto kPlain = [] {
+  std::array<bool, 256> plain{};
+  for (const char each : std::string_view("-_.~0123456789abcdefghijklmnopqrstuvwxyz"
+                                          "ABCDEFGHIJKLMNOPQRSTUVWXYZ"))
+    plain[static_cast<unsigned char>(each)] = true;
+  return plain;
+}();
+
+bool isPlain(unsigned char byte) { return kPlain[byte]; }
 
 void appendEscaped(std::string& text, std::string_view bytes) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
-  for (const char each : bytes) {
-    const auto byte = static_cast<unsigned char>(each);
-    if (isPlain(byte)) {
-      text += each;
-    } else {
-      text += {'%', kDigits[byte >> 4U], kDigits[byte & 15U]};
-    }
+  std::size_t plain = 0;  // those before `at` that are not in the text yet
+  for (std::size_t at = 0; at < bytes.size(); ++at) {
+    const auto byte = static_cast<unsigned char>(bytes[at]);
+    if (isPlain(byte)) continue;
+    const char escaped[] = {'%', kDigits[byte >> 4U], kDigits[byte & 15U]};
+    text.append(bytes, plain, at - plain).append(escaped, sizeof escaped);
+    plain = at + 1;
   }
+  text.append(bytes, plain);
 }
 
 /// The value of an upper-case hex digit, or -1.
@@ -52,8 +62,32 @@ bool unescape(std::string_view text, LightweightString<char>& bytes) {
   return true;
 }
 
-template <typename Number>
-void appendDecimal(std::string& text, Number number) {
+void appendDecimal(std::string& text, int number) {
+  char digits[16];
+  text.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+}
+
+/// A number of at most three decimals below 100 000, in a third of the time that finding the
+/// shortest text of any number takes; false where it is none. The text is the same: of decimals
+/// with up to 15 digits no two are one real number, and below 100 000 none is shorter with an
+/// exponent.
+bool appendThousandths(std::string& text, double number) {
+  constexpr double kBeyond = 100'000;
+  if (!(number >= 0 && number < kBeyond) || std::signbit(number)) return false;
+  auto thousandths = static_cast<std::int32_t>(number * 1000 + 0.5);
+  if (thousandths / 1000.0 != number) return false;
+  appendDecimal(text, thousandths / 1000);
+  thousandths %= 1000;
+  if (thousandths == 0) return true;
+  text += '.';
+  for (int unit = 100; thousandths > 0; thousandths %= unit, unit /= 10)
+    text += static_cast<char>('0' + thousandths / unit);
+  return true;
+}
+
+/// The shortest text that reads back as the same number.
+void appendDecimal(std::string& text, double number) {
+  if (appendThousandths(text, number)) return;
   char digits[64];
   text.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
@@ -99,6 +133,7 @@ EditModification::EditModification(const LightweightString<char>& text) {
 
 LightweightString<char> EditModification::asString() const {
   std::string text;
+  text.reserve(kUsualNumbers + subject_.size() + value_.size());
   appendDecimal(text, static_cast<int>(type_));
   appendDecimal(text += kFieldSeparator, range_.start);
   appendDecimal(text += kFieldSeparator, range_.end);

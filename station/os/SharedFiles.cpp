@@ -2,6 +2,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 #include <uuid/uuid.h>
 #include <cerrno>
@@ -29,8 +31,9 @@ namespace {
 constexpr int kTemporaryTries = 100;
 constexpr std::chrono::milliseconds kTemporaryPause(10);
 
-/// A quarter of a second. The host thread waits for it.
+/// A quarter of a second, and a twentieth. The host thread waits for it.
 constexpr int kRenameTries = 25;
+constexpr int kReadTries = 5;
 
 /// The temporary files of one path all begin like this: a dot, so that no listing takes them for
 /// anything, and a number for the name, since a name of the greatest length leaves no room for
@@ -150,6 +153,13 @@ int renameToNew(const std::string& from, const std::string& to) {
   return ::rename(from.c_str(), to.c_str());
 }
 
+/// On SMB a file that is being replaced is not there for a moment.
+bool isReplacedInSteps(const std::string& folder) {
+  struct statfs system {};
+  if (::statfs(folder.c_str(), &system) != 0) return false;
+  return system.f_type == SMB2_SUPER_MAGIC || system.f_type == CIFS_SUPER_MAGIC;
+}
+
 bool isFolder(const std::string& path) {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
@@ -180,8 +190,14 @@ bool isGoneFrom(const std::string& folder, const std::string& path) {
 }
 
 Result<std::string> readFresh(const std::string& path, std::size_t most) {
-  if (!lookAfresh(folderOf(path)) && errno != EACCES) return errorFromErrno(errno, "read", path);
-  return readListed(path, most);
+  const std::string folder = folderOf(path);
+  for (int tries = 0;; ++tries) {
+    if (!lookAfresh(folder) && errno != EACCES) return errorFromErrno(errno, "read", path);
+    auto bytes = readListed(path, most);
+    const bool isMissing = !bytes && bytes.error().code == ErrorCode::eNotFound;
+    if (!isMissing || tries == kReadTries || !isReplacedInSteps(folder)) return bytes;
+    std::this_thread::sleep_for(kTemporaryPause);
+  }
 }
 
 Result<std::string> readListed(const std::string& path, std::size_t most) {

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <charconv>
 #include <cmath>
 #include <limits>
+#include <random>
 #include <string>
 
 namespace {
@@ -95,6 +97,39 @@ TEST(EditModificationText, ThatIsNotOfTheFormIsReadAsFarAsItIsUnderstood) {
   };
   for (const Row& row : rows) {
     EXPECT_EQ(read(row.text).asString().str(), row.understood) << "'" << row.text << "'";
+  }
+}
+
+std::string shortestOf(double number) {
+  char digits[64];
+  return {digits, std::to_chars(digits, digits + sizeof digits, number).ptr};
+}
+
+/// The text of a number as a modification's start.
+std::string writtenAs(double number) {
+  EditModification modification(eModTrim);
+  modification.range_.start = number;
+  const std::string text = modification.asString().str();
+  const std::size_t start = text.find(';') + 1;
+  return text.substr(start, text.find(';', start) - start);
+}
+
+TEST(EditModificationTest, EveryNumberIsWrittenAsTheShortestText) {
+  for (int thousandths = 0; thousandths <= 200'000; ++thousandths) {
+    const double number = thousandths / 1000.0;
+    ASSERT_EQ(writtenAs(number), shortestOf(number));
+  }
+  std::mt19937_64 random(7);
+  for (int count = 0; count < 200'000; ++count) {
+    const double number = static_cast<double>(random() % 200'000'000) / 1000.0;
+    for (const double each : {number, -number, number / 7, std::nextafter(number, 1e9),
+                              std::nextafter(number, 0.0), number * 1e9, number / 1e9}) {
+      ASSERT_EQ(writtenAs(each), shortestOf(each));
+    }
+  }
+  for (const double each : {0.0, -0.0, 0.0005, 0.0004999, 99'999.999, 99'999.9995, 100'000.0, 1e300,
+                            std::numeric_limits<double>::infinity(), 5e-324}) {
+    EXPECT_EQ(writtenAs(each), shortestOf(each));
   }
 }
 
