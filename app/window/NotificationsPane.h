@@ -43,6 +43,9 @@ class NotificationsPane : public QWidget {
   /// How many came since somebody looked at the list.
   [[nodiscard]] int unread() const { return unread_; }
 
+  /// The user brought the list to the front: nothing is unread any more.
+  void takeLook();
+
   /// Chooses the latest, so that its whole text shows.
   void chooseLatest();
   [[nodiscard]] QListWidget& list() const { return *list_; }
@@ -60,7 +63,6 @@ class NotificationsPane : public QWidget {
   bool eventFilter(QObject* watched, QEvent* event) override;
   void hideEvent(QHideEvent* event) override;
   void changeEvent(QEvent* event) override;
-  void takeLook();
   void markAllRead();
 
   QListWidget* list_;

@@ -197,6 +197,10 @@ void WindowLayout::buildDocks() {
     connect(each, &QDockWidget::dockLocationChanged, this, &WindowLayout::fit,
             Qt::QueuedConnection);
   }
+  // A dock behind another is not hidden, so its content is not told that it comes to the front.
+  connect(&window_, &QMainWindow::tabifiedDockWidgetActivated, this, [this](QDockWidget* dock) {
+    if (dock == notificationsDock_) panes_.notifications->takeLook();
+  });
   window_.resizeDocks({logDock_, historyDock_}, {kDockSize.height(), kDockSize.height()},
                       Qt::Vertical);
 }

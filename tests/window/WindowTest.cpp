@@ -9,6 +9,7 @@
 #include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QRegularExpression>
+#include <QTabBar>
 #include <QToolButton>
 #include <QTreeView>
 #include <algorithm>
@@ -177,6 +178,30 @@ TEST_F(WindowTest, AResizedWindowIsNoLookAtTheNotifications) {
     EXPECT_TRUE(window.notifications().isVisible());
     QTest::mouseMove(window.notifications().list().viewport(), QPoint(20, 10));
     EXPECT_EQ(dock->windowTitle(), "Notifications");
+  });
+}
+
+TEST_F(WindowTest, TheTabThatBringsTheNotificationsToTheFrontIsALook) {
+  script = kHarbour;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    showBoth(window);
+    window.objects().view(ObjectKind::eEdits).setFocus();
+    window.resize(300, 200);
+    QTest::qWait(300);
+    QTabBar* tabs = nullptr;
+    for (QTabBar* each : window.findChildren<QTabBar*>(QString(), Qt::FindDirectChildrenOnly)) {
+      if (each->isVisible() && each->count() == 2) tabs = each;
+    }
+    ASSERT_TRUE(tabs);
+    const int notifications = tabs->tabText(0).startsWith("Notifications") ? 0 : 1;
+    tabs->setCurrentIndex(1 - notifications);
+    QTest::qWait(100);
+    window.notifications().add({{QDateTime::currentDateTime(), "BEN", "tea is ready"}});
+    QTest::qWait(100);
+    EXPECT_EQ(window.notifications().unread(), 1);
+    QTest::mouseClick(tabs, Qt::LeftButton, {}, tabs->tabRect(notifications).center());
+    EXPECT_EQ(window.notifications().unread(), 0);
   });
 }
 
