@@ -63,6 +63,7 @@ class FaultSession {
   void lookAgain();
   void enterAndWork(Station& station, const JsonValue& project);
   JsonValue mustWork(Station& station, const std::string& line);
+  static JsonValue whatIsShown(JsonValue state);
   [[nodiscard]] std::string normal(const JsonValue& value) const;
   void complain(const std::string& problem) { outcome_.problems.push_back(problem); }
 
