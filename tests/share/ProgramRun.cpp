@@ -6,7 +6,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -16,8 +15,6 @@
 namespace korvel {
 
 namespace {
-
-constexpr auto kLimit = std::chrono::seconds(60);
 
 std::string contentOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
@@ -30,8 +27,8 @@ void redirect(const std::string& path, int flags, int descriptor) {
   ::close(file);
 }
 
-int waitForEnd(pid_t process) {
-  const auto deadline = std::chrono::steady_clock::now() + kLimit;
+int waitForEnd(pid_t process, std::chrono::duration<double> limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
   int status = 0;
   while (::waitpid(process, &status, WNOHANG) == 0) {
     if (std::chrono::steady_clock::now() > deadline) ::kill(process, SIGKILL);
@@ -42,7 +39,8 @@ int waitForEnd(pid_t process) {
 
 }  // namespace
 
-ProgramRun runProgram(const std::vector<std::string>& words, const std::string& input) {
+ProgramRun runProgram(const std::vector<std::string>& words, const std::string& input,
+                      std::chrono::duration<double> limit) {
   const ScratchFolder folder;
   std::ofstream(folder / "input", std::ios::binary) << input;
   std::vector<char*> arguments;
@@ -62,7 +60,7 @@ ProgramRun runProgram(const std::vector<std::string>& words, const std::string& 
     ::_exit(127);
   }
   ProgramRun run;
-  run.status = waitForEnd(process);
+  run.status = waitForEnd(process, limit);
   run.output = contentOf(out);
   run.errors = contentOf(errors);
   return run;

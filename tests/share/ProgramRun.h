@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,8 @@ struct ProgramRun {
 };
 
 /// Runs a program (a path, or a name to be found where programs are) with these words, gives it
-/// `input`, and waits for its end, a minute at most (then it is killed).
-ProgramRun runProgram(const std::vector<std::string>& words, const std::string& input = {});
+/// `input`, and waits for its end, `limit` at most (then it is killed).
+ProgramRun runProgram(const std::vector<std::string>& words, const std::string& input = {},
+                      std::chrono::duration<double> limit = std::chrono::minutes(1));
 
 }  // namespace korvel

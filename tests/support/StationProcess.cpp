@@ -174,7 +174,8 @@ std::optional<JsonValue> StationProcess::waitFor(const std::string& event, const
   std::unique_lock lock(mutex_);
   Seen* found = nullptr;
   std::size_t from = 0;  // what was looked at once is not looked at again while more arrives
-  arrived_.wait_for(lock, limit, [&] { return (found = findNew(event, keys, from)) != nullptr; });
+  arrived_.wait_for(lock, limit * options_.pace,
+                    [&] { return (found = findNew(event, keys, from)) != nullptr; });
   if (!found) return std::nullopt;
   found->taken = true;
   return found->event;
@@ -210,7 +211,7 @@ void StationProcess::endInput() {
 }
 
 std::optional<int> StationProcess::waitForExit(Seconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
+  const auto deadline = std::chrono::steady_clock::now() + limit * options_.pace;
   while (!exitStatus_) {
     int status = 0;
     if (::waitpid(pid_, &status, WNOHANG) == pid_) {

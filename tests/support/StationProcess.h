@@ -39,6 +39,8 @@ class StationProcess {
     std::vector<std::string> prefix = {};
     /// Where datagrams go; empty leaves that to the station.
     std::string sendTo = "127.255.255.255";
+    /// Every wait is so many times as long, for a station on a slow machine.
+    double pace = 1;
   };
 
   /// Starts the program; its datagrams stay on this machine unless the options say otherwise. Does

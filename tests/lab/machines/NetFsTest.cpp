@@ -31,7 +31,7 @@ NetFsTest::Seen NetFsTest::seeks(const std::function<bool()>& question, Seconds 
   const auto begin = Clock::now();
   const auto elapsed = [begin] { return Clock::now() - begin; };
   bool isSeen = question();
-  while (!isSeen && elapsed() < limit) {
+  while (!isSeen && elapsed() < limit * Site::pace()) {
     // Nothing tells of what another machine's cache shows; it is asked again, up to the limit.
     std::this_thread::sleep_for(kPause);
     isSeen = question();
@@ -39,6 +39,8 @@ NetFsTest::Seen NetFsTest::seeks(const std::function<bool()>& question, Seconds 
   using std::chrono::milliseconds;
   return {isSeen, static_cast<int>(std::chrono::duration_cast<milliseconds>(elapsed()).count())};
 }
+
+void NetFsTest::rest(Seconds duration) { std::this_thread::sleep_for(duration * Site::pace()); }
 
 bool NetFsTest::canEnter(StationProcess& station) {
   const JsonValue reply = station.command("project enter " + project_);

@@ -30,7 +30,7 @@ class NetFsTest : public testing::TestWithParam<std::string> {
     return Site::run(station, line);
   }
 
-  /// Asks again and again, for so long at most.
+  /// Asks again and again, for so long at most, stretched as slow machines need it.
   static Seen seeks(const std::function<bool()>& question, Seconds limit);
 
   /// Whether the station can open the project now; what it says when it cannot is kept.
@@ -57,6 +57,9 @@ class NetFsTest : public testing::TestWithParam<std::string> {
   /// Adds to what the lab's table says that the scenario showed.
   void shows(const std::string& what);
   void shows(const std::string& what, const Seen& seen);
+
+  /// Lets what nothing tells the end of come to rest, for so long on a quick machine.
+  static void rest(Seconds duration);
 
   /// What a network file system may take to tell, on a machine that others use as well.
   static constexpr Seconds kSoon{20};

@@ -101,7 +101,7 @@ class RoundTripTest : public NetFsTest {
     StationProcess& station = site_.start("first", "ANNA");
     run(station, "who");
     // Its note and its marker are written and looked at once more; nothing tells when that is over.
-    std::this_thread::sleep_for(std::chrono::seconds(4));
+    rest(Seconds(4));
     keeps(
         what, [&] { run(station, line); }, most);
     site_.end(station);
@@ -130,7 +130,7 @@ TEST_P(RoundTripTest, NothingHappensInAnOpenProject) {
   fill(makingProjects(1));
   StationProcess& station = site_.start("first", "ANNA");
   run(station, "project enter \"Film 1\"");
-  std::this_thread::sleep_for(std::chrono::seconds(10));
+  rest(Seconds(10));
   const auto wait = [] { std::this_thread::sleep_for(std::chrono::minutes(1)); };
   keeps("a minute", wait, 70);
 }
@@ -143,7 +143,7 @@ TEST_P(RoundTripTest, AnotherSavesAnEdit) {
   run(saving, "project enter \"Film 1\"");
   const std::string edit = run(saving, "edit create Cut").asString();
   ASSERT_TRUE(shown.waitFor("received", {{"type_name", "EditCreated"}}, kSoon));
-  std::this_thread::sleep_for(std::chrono::seconds(10));
+  rest(Seconds(10));
   const auto save = [&] {
     run(saving, "edit rename " + edit + " Cut2");
     run(saving, "edit save " + edit);

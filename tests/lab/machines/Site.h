@@ -45,6 +45,9 @@ class Site {
   /// Ends all stations.
   void endAll();
 
+  /// How many times as long as on a quick machine everything may take: what KV_LAB_PACE says.
+  [[nodiscard]] static double pace();
+
   [[nodiscard]] const std::string& kind() const { return kind_; }
   [[nodiscard]] bool hasKernels() const { return kind_ != "gluster"; }
 
