@@ -4,6 +4,7 @@
 # kv_setup test       and what the tests need
 # kv_setup bench      and what the benchmarks need, beside what the tests do
 # kv_setup lab        and what the lab's machines and file systems need, beside what the tests do; no service is started
+# kv_setup qemu       and what machines under qemu need, beside what the lab does; their kernel lies below build/, not installed
 #
 # Says what it installs, asks nothing, and does nothing where all is there.
 
@@ -13,6 +14,8 @@ KV_BENCH_PACKAGES="libbenchmark-dev"
 KV_BENCH_OTHERS="liblcm-dev cyclonedds-dev cyclonedds-tools libzmq3-dev" # compared with, where they can be had
 KV_LAB_PACKAGES="user-mode-linux kmod socat nftables e2fsprogs nfs-kernel-server nfs-common rpcbind samba cifs-utils glusterfs-server
  glusterfs-client"
+KV_QEMU_PACKAGES="qemu-system-x86 busybox-static cpio xz-utils" # where user-mode Linux does not run
+KV_QEMU_OTHERS="virtiofsd"                                      # part of the former on older systems
 
 kv_missing() {
   local package
@@ -44,7 +47,8 @@ kv_setup() {
   local wanted=$KV_BUILD_PACKAGES others= missing as_root=
   if [ "$1" != build ]; then wanted="$wanted $KV_TEST_PACKAGES"; fi
   if [ "$1" = bench ]; then wanted="$wanted $KV_BENCH_PACKAGES" others=$KV_BENCH_OTHERS; fi
-  if [ "$1" = lab ]; then wanted="$wanted $KV_LAB_PACKAGES"; fi
+  if [ "$1" = lab ] || [ "$1" = qemu ]; then wanted="$wanted $KV_LAB_PACKAGES"; fi
+  if [ "$1" = qemu ]; then wanted="$wanted $KV_QEMU_PACKAGES" others=$KV_QEMU_OTHERS; fi
   if ! command -v dpkg-query >/dev/null; then
     echo "setup: this is no Debian system; please install by hand what these packages hold: $wanted" >&2
     return 0
