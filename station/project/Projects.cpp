@@ -87,9 +87,8 @@ bool isMeantBy(const std::string& begun) { return begun.size() > 1; }
 /// Media files may share a cookie; for whoever means it they are one.
 void dropSameCookies(std::vector<NamedObject>& objects) {
   std::ranges::stable_sort(objects, [](auto& a, auto& b) { return a.cookie < b.cookie; });
-  const auto same =
-      std::ranges::unique(objects, [](auto& a, auto& b) { return a.cookie == b.cookie; });
-  objects.erase(same.begin(), same.end());
+  const auto isSame = [](auto& a, auto& b) { return a.cookie == b.cookie; };
+  objects.erase(std::unique(objects.begin(), objects.end(), isSame), objects.end());
 }
 
 }  // namespace
