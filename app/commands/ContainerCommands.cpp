@@ -285,7 +285,7 @@ void addMediaCommands(CommandTable& table) {
   table.add({"media add", "FILE [--proxy FILE]",
              "Adds a media file to the project, and shows its cookie; with --proxy also its proxy.",
              1, 3, addMedia});
-  table.add({"media remove", "FILE",
+  table.add({"media remove", "MEDIA",
              "Takes a media file and its proxies out of the project; the file itself stays.", 1, 1,
              removeMedia, Command::Place::eHostThread, shownRemoval});
   table.add({"media list", "",

@@ -80,9 +80,11 @@ std::vector<std::string> roomNames(const Rooms& rooms) {
   return names;
 }
 
-/// The users to whom messages can be sent, and everybody.
-std::vector<std::string> userNames() {
+/// The users to whom messages can be sent: those of the user list and those who are here; and
+/// everybody.
+std::vector<std::string> userNames(const Presence& presence) {
   std::vector<std::string> words{"<All>"};
+  for (const std::string& host : presence.hosts()) words.push_back(host);
   auto* const permissions = iPermissionsManager::instance();
   if (!permissions) return words;
   for (const auto& user : permissions->getUserList()) words.push_back(utf8Text(user));
@@ -308,11 +310,14 @@ std::vector<std::string> StationProgram::candidatesFor(const std::string& argume
       station_->hostThread(), waiter_,
       [this, argument] {
         if (argument == "P") return projectNames(station_->projects());
-        if (argument == "USER") return userNames();
+        if (argument == "USER") return userNames(station_->presence());
         if (argument == "R") return roomNames(station_->rooms());
         if (argument == "DELETED") return station_->trash().namesAndCookies();
         std::vector<std::string> words;
         for (const NamedObject& each : station_->projects().objects()) {
+          const char kind = each.cookie.getType();
+          if (argument == "F" && kind != CookieTypeFilter) continue;
+          if (argument == "MEDIA" && kind != CookieTypeMaterial) continue;
           words.push_back(each.name);
           words.push_back(each.cookie.asString().str());
         }

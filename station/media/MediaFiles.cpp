@@ -217,8 +217,11 @@ class MediaLooks::Work : public std::enable_shared_from_this<Work> {
   }
 
   void await(Limit limit) {
+    const auto deadline = Clock::now() + limit;
     std::unique_lock lock(mutex_);
-    changes_.wait_for(lock, limit, [this] { return isAnswered(); });
+    while (!isAnswered() && Clock::now() < deadline) {
+      changes_.wait_until(lock, nextToHang(deadline));
+    }
   }
 
   std::optional<MediaLook> at(const std::string& path) {
@@ -282,6 +285,15 @@ class MediaLooks::Work : public std::enable_shared_from_this<Work> {
       const Lane& lane = each.second;
       return (lane.waiting.empty() && !lane.isWorked) || lane.hangs();
     });
+  }
+
+  /// When the first of the lanes that answer will count as one that does not: nothing is notified
+  /// of that.
+  [[nodiscard]] Clock::time_point nextToHang(Clock::time_point atLast) const {
+    for (const auto& [root, lane] : lanes_) {
+      if (lane.isWorked && !lane.hangs()) atLast = std::min(atLast, lane.since + kPatience);
+    }
+    return atLast;
   }
 
   /// A thread's work: lanes in turn, until nothing is asked.

@@ -208,7 +208,9 @@ Result<std::string> readListed(const std::string& path, std::size_t most) {
   try {
     std::string bytes;
     bytes.reserve(status.stx_size);
-    if (!readSized(file.get(), status.stx_size, bytes)) return errorFromErrno(errno, "read", path);
+    // What the kernel makes as it is read (/proc, /sys) calls itself empty.
+    const std::size_t size = status.stx_size > 0 ? status.stx_size : most;
+    if (!readSized(file.get(), size, bytes)) return errorFromErrno(errno, "read", path);
     return bytes;
   } catch (const std::bad_alloc&) {
     return errorFromErrno(ENOMEM, "read", path);

@@ -241,6 +241,8 @@ TEST_F(TerminalTest, WhoComesAndGoesIsToldWithTheRoom) {
   StationProcess& ben = start("BEN", 12);
   run(ben, "project enter Film");
   EXPECT_TRUE(sees("BEN opened this project.")) << shown_;
+  type("say BE\t lunch?\r");  // there is no user list that names him
+  await(ben, "notification", {{"text", "lunch?"}});
   run(ben, "room enter Sound");
   EXPECT_TRUE(sees("BEN came into the room \"Sound\".")) << shown_;
   run(ben, "room create Picture");

@@ -71,7 +71,8 @@ TEST_F(MediaMessagesTest, APathThatClimbsOutOfAFolderForMediaIsNotLookedAt) {
   network.deliver(message(8, {file}));
   EXPECT_FALSE(listed().elements()[0]["looked_at"].asBool(true));
   network.deliver(message(8, {folder / "rushes/../secret.mov"}));
-  for (const JsonValue& each : listed().elements()) {
+  const JsonValue files = listed();
+  for (const JsonValue& each : files.elements()) {
     EXPECT_FALSE(each["looked_at"].asBool(true)) << each["file"].asString();
   }
 }

@@ -57,7 +57,7 @@ class StationProcess {
 
   /// Gives one command and waits for its reply: the `reply` event; null when none came within the
   /// time.
-  JsonValue command(const std::string& line, Seconds limit = Seconds(30));
+  JsonValue command(const std::string& line, Seconds limit = Seconds(180));
 
   /// Gives one command and does not wait.
   void type(const std::string& line);

@@ -76,6 +76,13 @@ TEST(SharedFilesTest, AFileOfSenselessSizeIsRefusedWithTheLimitAndNotRead) {
   EXPECT_FALSE(readListed(folder / "G0001.json"));
 }
 
+TEST(SharedFilesTest, WhatTheKernelMakesAsItIsReadIsReadWhole) {
+  const auto mounts = readFresh("/proc/self/mountinfo");
+  ASSERT_TRUE(mounts);
+  EXPECT_NE(mounts->find(" /proc "), std::string::npos);
+  EXPECT_EQ(mounts->back(), '\n');
+}
+
 TEST(SharedFilesTest, AFileIsReadAsFarAsItReachedWhenItWasOpened) {
   const ScratchFolder folder;
   const std::string path = folder / "names";
