@@ -289,8 +289,12 @@ QString placeOf(const QString& line) {
 
 namespace {
 
-/// Advice that reads otherwise where there are lists to choose from.
+/// What reads otherwise where there are lists to choose from.
 QString withLists(QString text) {
+  // The window names objects by their cookies, which nobody reads.
+  static const QRegularExpression kGone(
+      QStringLiteral("\\b(holds) no such object as \"[A-Za-z][0-9a-f]{16,32}(?:-[0-9a-f]{4})?\""));
+  text.replace(kGone, QStringLiteral("no longer \\1 what was chosen: it was deleted meanwhile"));
   for (const QString& what : {QStringLiteral("room"), QStringLiteral("project")}) {
     text.replace(QStringLiteral("enter another %1 (\"%1 list\")").arg(what),
                  QStringLiteral("choose another %1 in the list").arg(what));

@@ -139,13 +139,16 @@ std::string NewsBook::text() const {
   QString text = kFirstLine + QLatin1Char('\n');
   for (auto each = known_.begin(); each != known_.end(); ++each) {
     const std::optional<Mark> marked = mark(each.key());
-    text += QStringLiteral("%1 %2 %3 %4 %5 %6\n")
-                .arg(escaped(each.key()))
-                .arg(static_cast<int>(each->kind))
-                .arg(each->content, 0, 16)
-                .arg(QLatin1Char(marked ? marked->isNew ? 'n' : 'c' : '-'))
-                .arg(marked && marked->at.isValid() ? marked->at.toMSecsSinceEpoch() : 0)
-                .arg(marked ? escaped(marked->by) : QString());
+    const qint64 at = marked && marked->at.isValid() ? marked->at.toMSecsSinceEpoch() : 0;
+    // Joined, not filled in one by one: an escaped text holds what looks like the next place.
+    text += QStringList{escaped(each.key()),
+                        QString::number(static_cast<int>(each->kind)),
+                        QString::number(each->content, 16),
+                        QStringLiteral("-nc").mid(marked ? marked->isNew ? 1 : 2 : 0, 1),
+                        QString::number(at),
+                        marked ? escaped(marked->by) : QString()}
+                .join(QLatin1Char(' ')) +
+            QLatin1Char('\n');
   }
   return (text + kLastLine + QLatin1Char('\n')).toStdString();
 }

@@ -85,9 +85,9 @@ StatusLine::StatusLine(QWidget* parent)
 void StatusLine::showNews(const News& news) {
   const StationIdentity& station = news.station;
   if (station.isReady && who_->text().isEmpty()) {
-    who_->setText(QStringLiteral("%1 on %2 (machine %3)")
-                      .arg(oneLine(station.user), oneLine(station.host))
-                      .arg(station.machine));
+    who_->setText(
+        QStringLiteral("%1 on %2 (machine %3)")
+            .arg(oneLine(station.user), oneLine(station.host), QString::number(station.machine)));
     network_->setText(QStringLiteral("network %1, port %2")
                           .arg(station.networkMode ? QStringLiteral("on") : QStringLiteral("off"))
                           .arg(station.port));
@@ -123,8 +123,9 @@ void StatusLine::showCounts() {
 
 void StatusLine::showBusy(const QString& what, int seconds) {
   waiting_ = what.isEmpty() ? QString()
-             : seconds < 1  ? QStringLiteral("Waiting for %1").arg(what)
-                            : QStringLiteral("Waiting for %1 (%2 s)").arg(what).arg(seconds);
+             : seconds < 1
+                 ? QStringLiteral("Waiting for %1").arg(what)
+                 : QStringLiteral("Waiting for %1 (%2 s)").arg(what, QString::number(seconds));
   showSign();
 }
 

@@ -101,6 +101,14 @@ TEST_F(NewsBookTest, WhatOneDoesOneselfIsNone) {
   EXPECT_EQ(told("E1") + told("E2"), "");
 }
 
+TEST_F(NewsBookTest, AFileOfAnyNameIsKnownAgain) {
+  const char* const key = "V1 /rushes/5%2 take.mov";
+  show(row(key, 7, {}));
+  begin();
+  begin();
+  EXPECT_EQ(told(key), "");
+}
+
 TEST_F(NewsBookTest, MarksSurviveTheEndOfTheProgramAndLeaving) {
   benChanges("E1");
   benChanges("E2", true);

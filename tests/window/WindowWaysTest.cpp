@@ -376,6 +376,9 @@ TEST_F(WindowWaysTest, NoWordsOfTheConsoleAreInTheWindow) {
     EXPECT_EQ(
         inWindowWords("Wait until it is left there, or enter another project (\"project list\")."),
         "Wait until it is left there, or choose another project in the list.");
+    EXPECT_EQ(inWindowWords("The project \"Own\" holds no such object as "
+                            "\"E753df67580c49f39d27c1409cc78a19\""),
+              "The project \"Own\" no longer holds what was chosen: it was deleted meanwhile");
     EXPECT_EQ(inWindowWords("The edit \"undo\" belongs to \"BEN\"."),
               "The edit \"undo\" belongs to \"BEN\".");
     window.link().run("room enter Nowhere");
