@@ -56,9 +56,9 @@ class MediaCache : public SystemCache, public iProjectPart {
   /// Whether a local path is known.
   [[nodiscard]] bool knows(const std::string& path) const;
 
-  /// All files, each followed by its proxies, as a look at each shows it now. Waits for the looks a
-  /// moment; a file of which nothing is known yet, since its mount does not answer or since a
-  /// stranger named it, has "looked_at": false.
+  /// All files, each followed by its proxies, as a look at each shows it now. Waits half a
+  /// second for them. A file whose mount does not answer has "looked_at": false, and so has one
+  /// that only a stranger has named.
   [[nodiscard]] JsonValue look();
 
   void addFile(const Cookie& cookie, const MaterialFilename& file, bool isProxy) override;

@@ -196,6 +196,7 @@ Result<std::string> readFresh(const std::string& path, std::size_t most) {
     auto bytes = readListed(path, most);
     const bool isMissing = !bytes && bytes.error().code == ErrorCode::eNotFound;
     if (!isMissing || tries == kReadTries || !isReplacedInSteps(folder)) return bytes;
+    // Nothing tells when the other writer has put it in its place.
     std::this_thread::sleep_for(kTemporaryPause);
   }
 }

@@ -84,7 +84,7 @@ bool beginsCookie(const std::string& text, const Cookie& cookie) {
 /// nothing yet of what is meant.
 bool isMeantBy(const std::string& begun) { return begun.size() > 1; }
 
-/// Media files may share a cookie; for whoever means it they are one.
+/// Several media files may share a cookie. Whoever types it means all of them, so it counts once.
 void dropSameCookies(std::vector<NamedObject>& objects) {
   std::ranges::stable_sort(objects, [](auto& a, auto& b) { return a.cookie < b.cookie; });
   const auto isSame = [](auto& a, auto& b) { return a.cookie == b.cookie; };

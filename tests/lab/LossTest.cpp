@@ -167,7 +167,7 @@ class Witness {
   std::map<std::string, std::string> keys_;  ///< of the latest seal, by the sender's address
 };
 
-/// Four stations that seal, of which one takes nothing else, and two that know of no seals.
+/// Four stations seal their messages, and one of these takes sealed ones alone. Two more are plain.
 class RotationTest : public LossTest {
  protected:
   static constexpr const char* kStrict = "DORA";
