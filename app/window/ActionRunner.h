@@ -8,7 +8,6 @@
 #include "app/window/ActionTable.h"
 #include "app/window/Dialogs.h"
 #include "app/window/HostLink.h"
-#include "app/window/TrashDialog.h"
 #include "app/window/UnsavedGuard.h"
 #include "app/window/WindowLayout.h"
 

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
+#include "app/window/Dialogs.h"
 #include "app/window/EventFeed.h"
 #include "app/window/HistoryPane.h"
 #include "app/window/Snapshot.h"
 #include "app/window/Timeline.h"
-#include "app/window/TrashDialog.h"
 #include "app/window/iStationWindow.h"
 #include "station/base/Json.h"
 #include "station/base/Result.h"

@@ -6,15 +6,44 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
+#include <QScrollBar>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <algorithm>
 
 #include "app/window/Appearance.h"
-#include "app/window/NotificationsPane.h"
+#include "app/window/Texts.h"
 #include "app/window/WindowLayout.h"
 #include "station/ui/Resources.h"
 
 namespace korvel {
+
+ConversationView::ConversationView(QWidget* parent) : QPlainTextEdit(parent) {
+  setReadOnly(true);
+  setTabChangesFocus(true);
+  setPlaceholderText(QStringLiteral("Nothing written yet."));
+  setAccessibleName(QStringLiteral("Conversation"));
+  setMinimumHeight(40);
+}
+
+void ConversationView::setLines(const QStringList& lines) {
+  // Appends where possible: setting the whole text again would lose the selection and take longer
+  // each time.
+  const bool isLonger =
+      lines.size() >= lines_.size() && std::equal(lines_.begin(), lines_.end(), lines.begin());
+  const bool isAtEnd = verticalScrollBar()->value() >= verticalScrollBar()->maximum();
+  if (isLonger) {
+    for (qsizetype i = lines_.size(); i < lines.size(); ++i) {
+      wrapFor(*this, lines[i]);
+      appendPlainText(lines[i]);
+    }
+  } else {
+    showLongText(*this, lines.join(QLatin1Char('\n')));
+  }
+  lines_ = lines;
+  // Follows new lines only where the user has not scrolled up.
+  if (isAtEnd) verticalScrollBar()->setValue(verticalScrollBar()->maximum());
+}
 
 namespace {
 

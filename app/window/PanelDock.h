@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QDockWidget>
+#include <QPlainTextEdit>
+#include <QStringList>
 
 #include "app/window/Snapshot.h"
 
@@ -10,7 +12,19 @@ class QToolButton;
 
 namespace korvel {
 
-class ConversationView;
+/// Lines of a conversation; only the new ones are laid out. It stays at its end unless the reader
+/// scrolled away.
+class ConversationView : public QPlainTextEdit {
+  Q_OBJECT
+
+ public:
+  explicit ConversationView(QWidget* parent = nullptr);
+
+  void setLines(const QStringList& lines);
+
+ private:
+  QStringList lines_;
+};
 
 /// Shows the message panel, which lives on the host thread, and hands over what the user does with
 /// it. It is there while the panel is open.

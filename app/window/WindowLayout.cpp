@@ -16,10 +16,9 @@
 #include <string>
 
 #include "app/window/DetailPane.h"
+#include "app/window/EventPanes.h"
 #include "app/window/HistoryPane.h"
-#include "app/window/LogPane.h"
 #include "app/window/MessageBar.h"
-#include "app/window/NotificationsPane.h"
 #include "app/window/ObjectsPane.h"
 #include "app/window/PanelDock.h"
 #include "app/window/ProjectsPane.h"

@@ -11,8 +11,8 @@
 #include <QTreeView>
 #include <fstream>
 
+#include "app/window/EventPanes.h"
 #include "app/window/MessageBar.h"
-#include "app/window/NotificationsPane.h"
 #include "app/window/Texts.h"
 #include "tests/window/WindowScene.h"
 

@@ -11,9 +11,8 @@
 #include <vector>
 
 #include "app/window/DetailPane.h"
-#include "app/window/LogPane.h"
+#include "app/window/EventPanes.h"
 #include "app/window/MainWindow.h"
-#include "app/window/NotificationsPane.h"
 #include "app/window/ObjectsPane.h"
 #include "app/window/PanelDock.h"
 #include "app/window/ProjectsPane.h"

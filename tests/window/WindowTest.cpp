@@ -18,8 +18,8 @@
 
 #include "app/commands/Command.h"
 #include "app/window/ActionTable.h"
+#include "app/window/EventPanes.h"
 #include "app/window/MessageBar.h"
-#include "app/window/NotificationsPane.h"
 #include "app/window/Texts.h"
 #include "app/window/WindowLayout.h"
 #include "host/ui/GenIcon.h"

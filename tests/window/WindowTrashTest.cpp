@@ -10,8 +10,8 @@
 #include <QToolButton>
 #include <QTreeWidget>
 
+#include "app/window/Dialogs.h"
 #include "app/window/MessageBar.h"
-#include "app/window/TrashDialog.h"
 #include "tests/window/WindowScene.h"
 
 namespace korvel {

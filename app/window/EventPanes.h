@@ -1,29 +1,61 @@
 #pragma once
 
-#include <QPlainTextEdit>
-#include <QStringList>
+#include <QAbstractListModel>
 #include <QWidget>
+#include <deque>
 
 #include "app/window/EventFeed.h"
 
+class QComboBox;
 class QLabel;
+class QListView;
 class QListWidget;
 class QListWidgetItem;
+class QPlainTextEdit;
+class QSortFilterProxyModel;
 
 namespace korvel {
 
-/// Lines of a conversation; only the new ones are laid out. It stays at its end unless the reader
-/// scrolled away.
-class ConversationView : public QPlainTextEdit {
+/// The latest lines of the log, the oldest first; bounded.
+class LogModel : public QAbstractListModel {
   Q_OBJECT
 
  public:
-  explicit ConversationView(QWidget* parent = nullptr);
+  static constexpr std::size_t kMostLines = 5000;
 
-  void setLines(const QStringList& lines);
+  using QAbstractListModel::QAbstractListModel;
+
+  void append(const std::vector<LogLine>& lines);
+
+  int rowCount(const QModelIndex& parent = {}) const override;
+  QVariant data(const QModelIndex& index, int role) const override;
+
+  /// The role under which a line tells its kind.
+  static constexpr int kKindRole = Qt::UserRole;
 
  private:
-  QStringList lines_;
+  std::deque<LogLine> lines_;
+};
+
+/// What the station sent, received and wrote to its log, with a choice of which to show.
+class LogPane : public QWidget {
+  Q_OBJECT
+
+ public:
+  explicit LogPane(QWidget* parent = nullptr);
+
+  void append(const std::vector<LogLine>& lines);
+
+  [[nodiscard]] QComboBox& choice() const { return *choice_; }
+  [[nodiscard]] QListView& view() const { return *view_; }
+
+ private:
+  void narrow();
+
+  LogModel* model_;
+  QSortFilterProxyModel* proxy_;
+  QComboBox* choice_;
+  QListView* view_;
 };
 
 /// All notifications with their times and who wrote them, the latest first, and the whole text of

@@ -1,4 +1,4 @@
-#include "app/window/NotificationsPane.h"
+#include "app/window/EventPanes.h"
 
 #include <gtest/gtest.h>
 
