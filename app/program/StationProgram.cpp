@@ -26,6 +26,7 @@
 #include "station/project/ProjectFolder.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
+#include "station/watch/Presence.h"
 
 namespace korvel {
 
