@@ -26,7 +26,7 @@ class GlyphPainter {
   void paint(Glyph glyph) {
     using Draw = void (GlyphPainter::*)();
     // In the order of Glyph.
-    constexpr std::array<Draw, 28> kDraw{
+    constexpr std::array<Draw, 29> kDraw{
         &GlyphPainter::project,   &GlyphPainter::padlock, &GlyphPainter::room,
         &GlyphPainter::ring,      &GlyphPainter::held,    &GlyphPainter::triangle,
         &GlyphPainter::question,  &GlyphPainter::pin,     &GlyphPainter::film,
@@ -36,7 +36,7 @@ class GlyphPainter {
         &GlyphPainter::dot,       &GlyphPainter::arrowIn, &GlyphPainter::triangle,
         &GlyphPainter::bubble,    &GlyphPainter::bell,    &GlyphPainter::arrowRight,
         &GlyphPainter::arrowLeft, &GlyphPainter::waves,   &GlyphPainter::cross,
-        &GlyphPainter::clock};
+        &GlyphPainter::clock,     &GlyphPainter::people};
     (this->*kDraw[static_cast<std::size_t>(glyph)])();
   }
 
@@ -168,6 +168,12 @@ class GlyphPainter {
   void clock() {
     painter_.drawEllipse(QPointF(8, 8), 5.8, 5.8);
     painter_.drawPolyline(QPolygonF({{8, 4.6}, {8, 8}, {10.4, 9.4}}));
+  }
+  void people() {
+    painter_.drawEllipse(QPointF(6, 5.5), 2.3, 2.3);
+    painter_.drawArc(QRectF(1.8, 9, 8.4, 9), 0, 180 * 16);
+    painter_.drawArc(QRectF(8.4, 3.4, 4.4, 4.4), -80 * 16, 190 * 16);
+    painter_.drawArc(QRectF(7.6, 9.2, 6.8, 8.6), 0, 100 * 16);
   }
 
   QPainter& painter_;

@@ -37,6 +37,7 @@ enum class Glyph {
   eNetwork,
   eClose,
   eBusy,
+  ePeople,
 };
 
 /// The icon in this colour, at 16 to 48 pixels. Window thread.

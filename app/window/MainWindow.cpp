@@ -16,6 +16,7 @@
 #include "app/window/MessageBar.h"
 #include "app/window/ObjectsPane.h"
 #include "app/window/PanelDock.h"
+#include "app/window/PeoplePane.h"
 #include "app/window/ProjectsPane.h"
 #include "app/window/StatusLine.h"
 #include "app/window/Texts.h"
@@ -55,7 +56,8 @@ WindowPanes makePanes() {
           new StatusLine,
           new PanelDock,
           new LogPane,
-          new NotificationsPane};
+          new NotificationsPane,
+          new PeoplePane};
 }
 
 }  // namespace
@@ -85,6 +87,7 @@ MainWindow::MainWindow(HostLink& link)
   connectProjects();
   connectHistory();
   connectPanel();
+  connectPeople();
   connectNotifications();
   addKeepingActions();
   QSettings kept = windowSettings();
@@ -218,6 +221,18 @@ void MainWindow::connectPanel() {
           });
 }
 
+void MainWindow::connectPeople() {
+  connect(panes_.people, &PeoplePane::writeWanted, this, [this](const QString& user) {
+    panel().focusWhenOpen();
+    link_.runAll({QStringLiteral("panel open"), QStringLiteral("panel to ") + quoted(user)},
+                 [](const CommandOutcome&) {});
+  });
+  connect(panes_.people, &PeoplePane::editWanted, this, [this](const QString& cookie) {
+    objects().choose(ObjectKind::eEdits, cookie);
+    objects().view(ObjectKind::eEdits).setFocus(Qt::OtherFocusReason);
+  });
+}
+
 void MainWindow::connectNotifications() {
   const auto showAll = [this] {
     strip().hide();
@@ -257,6 +272,7 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
   }
   showSteps();
   status().showPresence(snapshot->presence);
+  people().show(*snapshot);
   setWindowTitle(snapshot->project.name.isEmpty()
                      ? QStringLiteral("Station")
                      : plainTitle(snapshot->project.name) + QStringLiteral(" - Station"));

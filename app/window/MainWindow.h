@@ -29,6 +29,7 @@ class MainWindow : public QMainWindow {
   [[nodiscard]] PanelDock& panel() const { return *panes_.panel; }
   [[nodiscard]] LogPane& log() const { return *panes_.log; }
   [[nodiscard]] NotificationsPane& notifications() const { return *panes_.notifications; }
+  [[nodiscard]] PeoplePane& people() const { return *panes_.people; }
   [[nodiscard]] StatusLine& status() const { return *panes_.status; }
   [[nodiscard]] MessageBar& messages() const { return *panes_.messages; }
   [[nodiscard]] MessageBar& strip() const { return *panes_.strip; }
@@ -51,6 +52,7 @@ class MainWindow : public QMainWindow {
   void connectProjects();
   void connectHistory();
   void connectPanel();
+  void connectPeople();
   void connectNotifications();
   void takeSnapshot(const SnapshotPtr& snapshot);
   void takeNews(const News& news);

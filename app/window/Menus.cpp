@@ -153,7 +153,8 @@ void WindowMenus::buildTools() {
   connect(menus_.action(QStringLiteral("panel open")), &QAction::triggered, panes_.panel,
           [this] { panes_.panel->focusWhenOpen(); });
   bar->addActions({layout_.notificationsDock().toggleViewAction(),
-                   layout_.logDock().toggleViewAction(), layout_.historyDock().toggleViewAction()});
+                   layout_.logDock().toggleViewAction(), layout_.historyDock().toggleViewAction(),
+                   layout_.peopleDock().toggleViewAction()});
 }
 
 void WindowMenus::togglePanel() {
@@ -180,7 +181,9 @@ void WindowMenus::buildViewMenu() {
   QAction* const history = layout_.historyDock().toggleViewAction();
   notifications->setShortcut(QKeySequence(QStringLiteral("Ctrl+Alt+N")));
   history->setShortcut(QKeySequence(QStringLiteral("Ctrl+H")));
-  menus_.menu(view).addActions({notifications, log, history});
+  QAction* const people = layout_.peopleDock().toggleViewAction();
+  people->setShortcut(QKeySequence(QStringLiteral("Ctrl+Alt+P")));
+  menus_.menu(view).addActions({notifications, log, history, people});
   menus_.menu(view).addSeparator();
   const QStringList kinds{QStringLiteral("Edits and logs"), QStringLiteral("Bins"),
                           QStringLiteral("Racks"), QStringLiteral("Filters"),
@@ -257,6 +260,7 @@ void WindowMenus::chooseAppearance(const QString& name) {
   layout_.notificationsDock().toggleViewAction()->setIcon(icon(Glyph::eBell, colours().text));
   layout_.logDock().toggleViewAction()->setIcon(icon(Glyph::eLog, colours().text));
   layout_.historyDock().toggleViewAction()->setIcon(icon(Glyph::eBusy, colours().text));
+  layout_.peopleDock().toggleViewAction()->setIcon(icon(Glyph::ePeople, colours().text));
 }
 
 }  // namespace korvel

@@ -264,6 +264,14 @@ void ObjectsModel::takeAnswers(const QHash<QString, bool>& answers) {
   }
 }
 
+void ObjectsModel::setPeople(const QHash<QString, Badges>& people) {
+  const QHash<QString, Badges> before = std::exchange(people_, people);
+  for (int row = 0; row < rowCount() && before != people; ++row) {
+    const QString& cookie = at(row).cookie;
+    if (before.value(cookie) != people.value(cookie)) tellChanged(row, row);
+  }
+}
+
 std::optional<bool> ObjectsModel::mayChange(const QString& cookie) const {
   const auto answer = may_.find(cookie);
   return answer == may_.end() ? std::nullopt : std::optional(*answer);
@@ -411,8 +419,19 @@ QString ObjectsModel::toolTipOf(const ObjectRow& row) const {
     const QString text = columns_[i] == eNews ? newsOf(row, newsInFull) : textOf(row, columns_[i]);
     if (!text.isEmpty()) lines.append(headerText(columns_[i]) + QStringLiteral(": ") + text);
   }
+  if (const auto people = people_.value(row.cookie); !people.empty()) {
+    lines.append(tr("Open at: ") + peopleText(people));
+  }
   lines.append(row.cookie);
   return plainTip(lines.join(QLatin1Char('\n')));
+}
+
+/// What the name of an object tells of who has it open elsewhere.
+QVariant ObjectsModel::peopleAt(const ObjectRow& row, int role) const {
+  const auto people = people_.constFind(row.cookie);
+  if (people == people_.constEnd()) return {};
+  if (role == kBadgesRole) return QVariant::fromValue(*people);
+  return tr("%1, open at: %2").arg(shownName(row), peopleText(*people));
 }
 
 QVariant ObjectsModel::data(const QModelIndex& index, int role) const {
@@ -435,6 +454,9 @@ QVariant ObjectsModel::data(const QModelIndex& index, int role) const {
       return textOf(row, column);
     case eCookieRole:
       return row.cookie;
+    case kBadgesRole:
+    case Qt::AccessibleTextRole:
+      return column == eName ? peopleAt(row, role) : QVariant();
     default:
       return {};
   }

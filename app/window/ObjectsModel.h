@@ -8,6 +8,7 @@
 #include <string>
 
 #include "app/window/NewsBook.h"
+#include "app/window/People.h"
 #include "app/window/Snapshot.h"
 #include "station/Station.h"
 #include "station/base/Json.h"
@@ -54,6 +55,9 @@ class ObjectsModel : public QAbstractTableModel {
 
   void takeAnswers(const QHash<QString, bool>& answers);
 
+  /// Who has which edit open elsewhere, by cookie.
+  void setPeople(const QHash<QString, Badges>& people);
+
   /// Whether the user may change an edit, as far as it is known.
   [[nodiscard]] std::optional<bool> mayChange(const QString& cookie) const;
 
@@ -89,6 +93,7 @@ class ObjectsModel : public QAbstractTableModel {
   [[nodiscard]] QVariant iconOf(const ObjectRow& row, Column column) const;
   [[nodiscard]] QVariant colourOf(const ObjectRow& row, Column column) const;
   [[nodiscard]] QString toolTipOf(const ObjectRow& row) const;
+  [[nodiscard]] QVariant peopleAt(const ObjectRow& row, int role) const;
   [[nodiscard]] QString headerText(Column column) const;
   [[nodiscard]] QString mayText(const ObjectRow& row) const;
   void forgetAnswers(const ObjectRows& before, const ObjectRows& now);
@@ -101,7 +106,8 @@ class ObjectsModel : public QAbstractTableModel {
   QList<Column> columns_;
   Shared<ObjectRows> rows_ = std::make_shared<const ObjectRows>();
   NewsBook& news_;
-  QHash<QString, bool> may_;  ///< by cookie
+  QHash<QString, bool> may_;       ///< by cookie
+  QHash<QString, Badges> people_;  ///< by cookie
   mutable QSet<QString> asked_;
   mutable QStringList toAsk_;
   mutable QTimer askTimer_;

@@ -153,6 +153,7 @@ ObjectsPane::List ObjectsPane::makeList(ObjectKind kind) {
   // ChoiceKeeper reads the scroll bar as a row number.
   view.setVerticalScrollMode(QAbstractItemView::ScrollPerItem);
   view.setTextElideMode(Qt::ElideMiddle);
+  view.setItemDelegateForColumn(ObjectsModel::eName, new BadgesDelegate(&view));
   setWidths(view, *list.model);
   view.setObjectName(QString::fromStdString(familyOf(kind)) + QStringLiteral("List"));
   view.setAccessibleName(list.model->title());
@@ -198,6 +199,7 @@ void ObjectsPane::show(const Snapshot& snapshot) {
     if (isOther) lists_[i].model->startAfresh();
     lists_[i].model->setRows(snapshot.objects[i]);
   }
+  list(ObjectKind::eEdits).model->setPeople(whereaboutsOf(snapshot.presence, project_).edits);
   showTitles();
   showEmptiness();
   lacksChoice_ = lacksChoice_ || isOther;
@@ -292,7 +294,9 @@ void ObjectsPane::choose(ObjectKind kind, const QString& key) {
   if (row < 0) return;
   setKind(kind);
   const List& shown = list(kind);
-  const QModelIndex index = shown.proxy->mapFromSource(shown.model->index(row, 0));
+  const auto place = [&] { return shown.proxy->mapFromSource(shown.model->index(row, 0)); };
+  if (!place().isValid()) search_->clear();
+  const QModelIndex index = place();
   shown.view->setCurrentIndex(index);
   shown.view->scrollTo(index);
 }

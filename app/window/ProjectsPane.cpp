@@ -17,6 +17,16 @@
 
 namespace korvel {
 
+namespace {
+
+/// With who is in it, on a line or in a sentence of its own.
+QString withPeople(const QString& text, const char* between, const HolderRow& row) {
+  if (row.people.empty()) return text;
+  return text + QLatin1String(between) + HoldersModel::tr("In it: ") + peopleText(row.people);
+}
+
+}  // namespace
+
 int HoldersModel::rowOf(const QString& key) const { return rowFrom(0, key); }
 
 int HoldersModel::rowFrom(int first, const QString& key) const {
@@ -94,9 +104,12 @@ QVariant HoldersModel::data(const QModelIndex& index, int role) const {
     case Qt::DecorationRole:
       return iconOf(row, index.column());
     case Qt::ToolTipRole:
-      return plainTip(isName ? row.name : row.tip);
+      return plainTip(withPeople(isName ? row.name : row.tip, "\n", row));
     case Qt::AccessibleTextRole:
-      return isName ? row.name + QStringLiteral(", ") + row.state : row.state;
+      return isName ? withPeople(row.name + QStringLiteral(", ") + row.state, ". ", row)
+                    : row.state;
+    case kBadgesRole:
+      return isName ? QVariant::fromValue(row.people) : QVariant();
     case Qt::FontRole: {
       QFont font;
       font.setBold(true);
@@ -286,6 +299,7 @@ ProjectsPane::List ProjectsPane::makeList(const QString& name, const QString& ti
   view->setContextMenuPolicy(Qt::CustomContextMenu);
   view->setMinimumHeight(40);
   view->setTextElideMode(Qt::ElideRight);
+  view->setItemDelegateForColumn(HoldersModel::eName, new BadgesDelegate(view));
   new ArrowKeys(*view);
   connect(view->selectionModel(), &QItemSelectionModel::currentChanged, this,
           &ProjectsPane::choiceChanged);
@@ -302,8 +316,9 @@ void ProjectsPane::setRows(const List& list, HolderRows rows) {
 }
 
 void ProjectsPane::show(const Snapshot& snapshot) {
-  const bool isOther = open_ != snapshot.project;
+  const bool isOther = open_ != snapshot.project || presence_ != snapshot.presence;
   open_ = snapshot.project;
+  presence_ = snapshot.presence;
   if (snapshot.projects &&
       (snapshot.projects != projectRows_ || isOther || problem_ != snapshot.projectsProblem)) {
     projectRows_ = snapshot.projects;
@@ -323,8 +338,10 @@ void ProjectsPane::showProjects() {
   HolderRows rows;
   QHash<QString, int> counts;
   for (const ProjectRow& row : *projectRows_) ++counts[row.name];
+  const auto people = whereaboutsOf(presence_, open_.cookie).projects;
   for (const ProjectRow& row : *projectRows_) {
     rows.push_back(shownProject(row, counts[row.name] > 1));
+    rows.back().people = people.value(row.cookie);
   }
   const QString before = keyOfCurrent(*projects_.view, *projects_.model);
   setRows(projects_, std::move(rows));
@@ -348,7 +365,11 @@ void ProjectsPane::keepChoice(const QString& before) {
 void ProjectsPane::showRooms() {
   HolderRows rows;
   if (roomRows_) {
-    for (const RoomRow& row : *roomRows_) rows.push_back(shownRoom(row));
+    const auto people = whereaboutsOf(presence_, open_.cookie).rooms;
+    for (const RoomRow& row : *roomRows_) {
+      rows.push_back(shownRoom(row));
+      rows.back().people = people.value(row.name);
+    }
   }
   setRows(rooms_, std::move(rows));
   const bool hasRooms = !open_.cookie.isEmpty() && !open_.isPrivate;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "app/window/Appearance.h"
+#include "app/window/People.h"
 #include "app/window/Snapshot.h"
 
 class QLabel;
@@ -25,6 +26,7 @@ struct HolderRow {
   QColor Colours::*colour = &Colours::quiet;  ///< the sign's
   QString tip;                                ///< on the state
   bool isHere = false;                        ///< this station is in it
+  Badges people;                              ///< of other stations, who are in it
 
   friend bool operator==(const HolderRow&, const HolderRow&) = default;
 };
@@ -120,6 +122,7 @@ class ProjectsPane : public QWidget {
   QString problem_;
   QString roomsProblem_;
   ProjectState open_;
+  PresenceState presence_;
   QString missed_;  ///< the chosen project that went from the list; empty where none did
 };
 

@@ -63,7 +63,13 @@ ProjectRow projectRow(const ProjectInfo& info, const ProjectState& open) {
   return row;
 }
 
-StationRow stationRow(const FoundStation& station) {
+QStringList cookieList(const std::vector<Cookie>& cookies) {
+  QStringList list;
+  for (const Cookie& each : cookies) list.append(readableText(each.asString().str()));
+  return list;
+}
+
+StationRow stationRow(const FoundStation& station, const std::string& ownId) {
   const StationNote& note = station.note;
   const auto text = [](const std::string& bytes) { return readableText(shownText(bytes)); };
   return {text(note.user),
@@ -71,7 +77,12 @@ StationRow stationRow(const FoundStation& station) {
           QDateTime::fromString(text(note.since), Qt::ISODate).toLocalTime(),
           text(note.projectName),
           text(note.room),
-          station.isAlive()};
+          station.isAlive(),
+          note.id == ownId,
+          text(note.id),
+          note.projectName.empty() ? QString() : readableText(note.project.asString().str()),
+          cookieList(note.open),
+          cookieList(note.unsaved)};
 }
 
 /// The users who have a marker in the projects directory.
@@ -339,7 +350,7 @@ void SnapshotMaker::lookAtPresence(Snapshot& next) const {
   std::set<std::string> told;
   for (const FoundStation& each : stations) {
     told.insert(upperCased(each.note.user));
-    next.presence.stations.push_back(stationRow(each));
+    next.presence.stations.push_back(stationRow(each, station_.presence().ownId()));
   }
   for (const std::string& user : markers_) {
     if (!told.contains(upperCased(user))) next.presence.marked.append(readableText(user));

@@ -118,6 +118,11 @@ struct StationRow {
   QString project;  ///< the name of the one that is open there; empty for none
   QString room;
   bool isHere = true;  ///< else it is gone without goodbye
+  bool isSelf = false;
+  QString key;  ///< other at each start of a station
+  QString projectCookie;
+  QStringList open;     ///< the cookies of the edits that its user has open
+  QStringList unsaved;  ///< of those with changes that are not saved
 
   friend bool operator==(const StationRow&, const StationRow&) = default;
 };

@@ -5,6 +5,7 @@
 
 #include "app/window/ActionTable.h"
 #include "app/window/Appearance.h"
+#include "app/window/People.h"
 #include "app/window/Texts.h"
 
 namespace korvel {
@@ -35,22 +36,6 @@ QString presenceText(const PresenceState& presence) {
   QString text = QStringLiteral("%1 here").arg(here);
   if (gone > 0) text += QStringLiteral(", %1 gone without goodbye").arg(gone);
   if (marked > 0) text += QStringLiteral(", %1 more marked active").arg(marked);
-  return text;
-}
-
-/// "BEN on SUITE2: here since 09:12:30, in project "Film", in room "Sound"".
-QString stationText(const StationRow& station) {
-  const auto named = [](const char* what, const QString& name) {
-    return QStringLiteral(", in %1 \"%2\"").arg(QLatin1String(what), oneLine(name));
-  };
-  const QString state =
-      station.isHere ? QStringLiteral("here") : QStringLiteral("gone without goodbye, there");
-  QString text =
-      QStringLiteral("%1 on %2: %3 since %4")
-          .arg(oneLine(station.user), oneLine(station.host), state, shownTime(station.since));
-  text += station.project.isEmpty() ? QStringLiteral(", in no project")
-                                    : named("project", station.project);
-  if (!station.room.isEmpty()) text += named("room", station.room);
   return text;
 }
 

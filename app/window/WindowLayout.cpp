@@ -21,6 +21,7 @@
 #include "app/window/MessageBar.h"
 #include "app/window/ObjectsPane.h"
 #include "app/window/PanelDock.h"
+#include "app/window/PeoplePane.h"
 #include "app/window/ProjectsPane.h"
 #include "app/window/Texts.h"
 #include "station/base/StationSettings.h"
@@ -184,7 +185,10 @@ void WindowLayout::buildDocks() {
   historyDock_ = makeDock(QStringLiteral("History"), "historyDock", panes_.history);
   window_.addDockWidget(Qt::BottomDockWidgetArea, historyDock_);
   window_.tabifyDockWidget(logDock_, historyDock_);
-  for (QDockWidget* each : {notificationsDock_, logDock_, historyDock_}) each->hide();
+  peopleDock_ = makeDock(QDockWidget::tr("People"), "peopleDock", panes_.people);
+  window_.addDockWidget(Qt::BottomDockWidgetArea, peopleDock_);
+  window_.tabifyDockWidget(historyDock_, peopleDock_);
+  for (QDockWidget* each : {notificationsDock_, logDock_, historyDock_, peopleDock_}) each->hide();
   window_.resizeDocks({panes_.panel}, {kDockSize.width()}, Qt::Horizontal);
   for (QDockWidget* each : docks()) {
     dockSizes_[each] = each == panes_.panel ? kPanelSize : kDockSize;
@@ -200,12 +204,13 @@ void WindowLayout::buildDocks() {
   connect(&window_, &QMainWindow::tabifiedDockWidgetActivated, this, [this](QDockWidget* dock) {
     if (dock == notificationsDock_) panes_.notifications->takeLook();
   });
-  window_.resizeDocks({logDock_, historyDock_}, {kDockSize.height(), kDockSize.height()},
+  const int height = kDockSize.height();
+  window_.resizeDocks({logDock_, historyDock_, peopleDock_}, {height, height, height},
                       Qt::Vertical);
 }
 
 QList<QDockWidget*> WindowLayout::docks() const {
-  return {panes_.panel, notificationsDock_, logDock_, historyDock_};
+  return {panes_.panel, notificationsDock_, logDock_, historyDock_, peopleDock_};
 }
 
 void WindowLayout::focusNextPane() {
@@ -216,6 +221,7 @@ void WindowLayout::focusNextPane() {
     panes.append(panes_.notifications->findChild<QWidget*>(QStringLiteral("notifications")));
   if (historyDock_->isVisible()) panes.append(&panes_.history->list());
   if (logDock_->isVisible()) panes.append(&panes_.log->view());
+  if (peopleDock_->isVisible()) panes.append(&panes_.people->list());
   const qsizetype now = panes.indexOf(QApplication::focusWidget());
   for (qsizetype i = 1; i <= panes.size(); ++i) {
     QWidget* next = panes[(now + i) % panes.size()];
@@ -331,7 +337,7 @@ bool WindowLayout::eventFilter(QObject* watched, QEvent* event) {
 
 // In a small window docks become tabs of one place, so that the centre keeps its room.
 void WindowLayout::gatherDocks() {
-  for (QDockWidget* dock : {notificationsDock_, logDock_, historyDock_}) {
+  for (QDockWidget* dock : {notificationsDock_, logDock_, historyDock_, peopleDock_}) {
     if (dock->isFloating() || panes_.panel->isFloating()) continue;
     // Tabifying shows a dock.
     const bool wasShown = !dock->isHidden();

@@ -60,6 +60,7 @@ class MessageBar;
 class NotificationsPane;
 class ObjectsPane;
 class PanelDock;
+class PeoplePane;
 class ProjectsPane;
 class StatusLine;
 
@@ -76,6 +77,7 @@ struct WindowPanes {
   PanelDock* panel = nullptr;
   LogPane* log = nullptr;
   NotificationsPane* notifications = nullptr;
+  PeoplePane* people = nullptr;
 };
 
 /// Where everything in the window is: projects and rooms on the left, the open project's objects in
@@ -93,6 +95,7 @@ class WindowLayout : public QObject {
   [[nodiscard]] QDockWidget& notificationsDock() const { return *notificationsDock_; }
   [[nodiscard]] QDockWidget& logDock() const { return *logDock_; }
   [[nodiscard]] QDockWidget& historyDock() const { return *historyDock_; }
+  [[nodiscard]] QDockWidget& peopleDock() const { return *peopleDock_; }
 
   /// The keyboard goes to the pane after the one that has it.
   void focusNextPane();
@@ -130,6 +133,7 @@ class WindowLayout : public QObject {
   QDockWidget* notificationsDock_ = nullptr;
   QDockWidget* logDock_ = nullptr;
   QDockWidget* historyDock_ = nullptr;
+  QDockWidget* peopleDock_ = nullptr;
   QSplitter* side_ = nullptr;
   QSplitter* centre_ = nullptr;
   QByteArray spread_;                     ///< where the docks were when there was room for them

@@ -2,6 +2,7 @@
 
 #include <QComboBox>
 #include <QDialog>
+#include <QDockWidget>
 #include <QLineEdit>
 #include <QPainter>
 #include <QTreeView>
@@ -15,6 +16,7 @@
 
 #include "app/window/HistoryPane.h"
 #include "app/window/MessageBar.h"
+#include "app/window/PeoplePane.h"
 #include "app/window/WindowLayout.h"
 #include "tests/window/WindowScene.h"
 
@@ -99,6 +101,32 @@ void takeHistory(WindowScene& scene, MainWindow& window) {
   QTreeWidget& list = window.history().list();
   list.setFocus();
   list.setCurrentItem(list.topLevelItem(2));
+  letItSettle();
+}
+
+/// Who is at work, and with what.
+void takePeople(WindowScene& scene, MainWindow& window) {
+  StationProcess ben(scene.other("BEN"));
+  StationProcess carla(scene.other("CARLA"));
+  StationProcess dora(scene.other("Dora Dunn"));
+  showFilm(window, ben);
+  ben.command("edit rename \"Opening titles\" \"Opening titles, v2\"");
+  ben.command("edit open \"Harbour, rough cut\"");
+  for (StationProcess* each : {&carla, &dora}) {
+    each->waitUntilReady();
+    each->command("project enter Harbour");
+    each->command("edit open \"Harbour, rough cut\"");
+  }
+  carla.command("room enter Sound");
+  QTest::qWait(4000);
+  dora.kill9();
+  window.findChild<QDockWidget*>("peopleDock")->show();
+  waitFor(
+      [&] {
+        return !window.people().rows().empty() && !window.people().rows().back().station.isHere;
+      },
+      40'000);
+  window.people().list().setCurrentItem(window.people().list().topLevelItem(1));
   letItSettle();
 }
 
@@ -255,6 +283,8 @@ const std::map<std::string, Shot>& shots() {
       {"dark", {kFilm, "dark", takeEdit}},
       {"history", {kFilm, "light", takeHistory}},
       {"history-dark", {kFilm, "dark", takeHistory}},
+      {"people", {kFilm, "light", takePeople}},
+      {"people-dark", {kFilm, "dark", takePeople}},
       {"conflict", {kFilm, "light", takeConflict}},
       {"conflict-dark", {kFilm, "dark", takeConflict}},
       {"delete", {kFilm, "light", takeDelete}},

@@ -72,9 +72,18 @@ TEST_F(StatusLineTest, StationsAreCountedAsTheyTellOfThemselves) {
   setWidth(1000);
   const QDateTime since(QDate(2026, 11, 21), QTime(17, 40));
   PresenceState presence;
-  presence.stations = {{"ANNA", "SUITE1", since, {}, {}, true},
-                       {"BEN", "SUITE2", since, "Film", "Sound", true},
-                       {"CARL", "SUITE3", since, "Film", {}, false}};
+  const auto station = [&](const char* user, const char* host) {
+    StationRow row;
+    row.user = user;
+    row.host = host;
+    row.since = since;
+    return row;
+  };
+  presence.stations = {station("ANNA", "SUITE1"), station("BEN", "SUITE2"),
+                       station("CARL", "SUITE3")};
+  presence.stations[1].project = presence.stations[2].project = "Film";
+  presence.stations[1].room = "Sound";
+  presence.stations[2].isHere = false;
   line.showPresence(presence);
   EXPECT_EQ(label("counts").text(), "0 sent, 0 received, 2 here, 1 gone without goodbye");
   for (const char* words :
