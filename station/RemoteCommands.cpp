@@ -11,8 +11,7 @@
 #include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
-#include "station/containers/CookieLists.h"
-#include "station/containers/Filters.h"
+#include "station/containers/Containers.h"
 #include "station/wire/MessageTable.h"
 
 using namespace korvel;

@@ -4,8 +4,7 @@
 
 #include "app/window/Appearance.h"
 #include "app/window/Texts.h"
-#include "station/containers/CookieLists.h"
-#include "station/containers/Filters.h"
+#include "station/containers/Containers.h"
 #include "station/media/MediaCache.h"
 
 namespace korvel {

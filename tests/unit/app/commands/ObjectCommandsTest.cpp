@@ -2,8 +2,7 @@
 
 #include "app/commands/Commands.h"
 #include "station/RemoteCommands.h"
-#include "station/containers/CookieLists.h"
-#include "station/containers/Filters.h"
+#include "station/containers/Containers.h"
 #include "station/media/MediaCache.h"
 #include "station/project/Projects.h"
 #include "station/wire/MessageTable.h"

@@ -5,7 +5,7 @@
 #include <chrono>
 
 #include "host/os/iFileManager.h"
-#include "station/containers/CookieLists.h"
+#include "station/containers/Containers.h"
 #include "tests/support/ContainerListener.h"
 #include "tests/support/DelayedRereadRun.h"
 #include "tests/support/StationScene.h"

@@ -1,4 +1,4 @@
-#include "station/containers/Filters.h"
+#include "station/containers/Containers.h"
 
 #include <gtest/gtest.h>
 

@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "station/containers/CookieLists.h"
+#include "station/containers/Containers.h"
 #include "station/edit/EditHistory.h"
 #include "station/os/SharedFiles.h"
 #include "tests/support/DocumentStation.h"

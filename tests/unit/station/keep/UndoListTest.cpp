@@ -3,8 +3,7 @@
 #include <filesystem>
 
 #include "station/Trash.h"
-#include "station/containers/CookieLists.h"
-#include "station/containers/Filters.h"
+#include "station/containers/Containers.h"
 #include "station/edit/OtioDocument.h"
 #include "tests/support/DocumentStation.h"
 

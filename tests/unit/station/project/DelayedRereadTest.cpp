@@ -2,8 +2,7 @@
 
 #include <linux/magic.h>
 
-#include "station/containers/CookieLists.h"
-#include "station/containers/Filters.h"
+#include "station/containers/Containers.h"
 #include "tests/support/ContainerListener.h"
 #include "tests/support/DelayedRereadRun.h"
 #include "tests/support/StationScene.h"

@@ -7,7 +7,7 @@
 #include <functional>
 
 #include "station/base/StationSettings.h"
-#include "station/containers/CookieLists.h"
+#include "station/containers/Containers.h"
 #include "station/edit/EditSummary.h"
 #include "station/edit/OtioDocument.h"
 #include "station/keep/RecoveryFolder.h"
