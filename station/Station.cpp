@@ -15,8 +15,7 @@
 #include "station/Trash.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
-#include "station/containers/CookieLists.h"
-#include "station/containers/Filters.h"
+#include "station/containers/Containers.h"
 #include "station/edit/Edits.h"
 #include "station/edit/UnsavedEdits.h"
 #include "station/keep/UndoList.h"
@@ -32,6 +31,8 @@
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
 #include "station/seal/Seals.h"
+#include "station/talk/Asks.h"
+#include "station/talk/Conversation.h"
 #include "station/ui/Desktop.h"
 #include "station/watch/CatchUp.h"
 #include "station/watch/Health.h"
@@ -115,6 +116,8 @@ struct Station::Parts {
   UnsavedEdits unsaved{hostThread, edits};
   Trash trash{projects, {&bins, &racks, &filters}};
   Presence presence{hostThread, traffic, seals};
+  Conversation conversation{settings().talk, settings().user, settings().projectsDirectory};
+  Asks asks{{hostThread, projects, edits, rooms, presence, unsaved, conversation}};
   Health health{hostThread, catchUp, presence, unsaved, traffic};
   RemoteCommands commands;
   Desktop desktop;
@@ -128,7 +131,14 @@ Station::Station() : parts_(std::make_unique<Parts>()) {
        [this](Ipv4 address, std::uint16_t port, std::uint64_t sender) {
          return parts_->presence.namesOf(address, port, sender);
        },
-       noteDelivered});
+       [this](const std::string& wireText) { parts_->conversation.noteSent(wireText); },
+       [this](const ReceivedMessage& message) {
+         noteDelivered(message);
+         parts_->asks.noteDelivered(message);
+         parts_->conversation.noteDelivered(message);
+       }});
+  parts_->presence.talkBy({[this](StationNote& note) { parts_->asks.addTo(note); },
+                           [this](const StationNote& note) { parts_->asks.noteStation(note); }});
   parts_->projects.addPart(parts_->edits);
   parts_->projects.addPart(parts_->bins);
   parts_->projects.addPart(parts_->racks);
@@ -165,8 +175,10 @@ void Station::stop(Shutdown::eExitType type) {
 }
 
 HostThread& Station::hostThread() { return parts_->hostThread; }
+Asks& Station::asks() { return parts_->asks; }
 Bins& Station::bins() { return parts_->bins; }
 CatchUp& Station::catchUp() { return parts_->catchUp; }
+Conversation& Station::conversation() { return parts_->conversation; }
 Desktop& Station::desktop() { return parts_->desktop; }
 Edits& Station::edits() { return parts_->edits; }
 Filters& Station::filters() { return parts_->filters; }

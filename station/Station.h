@@ -9,11 +9,13 @@
 
 namespace korvel {
 
+class Asks;
 class Bins;
 class Desktop;
 class Edits;
 class Filters;
 class CatchUp;
+class Conversation;
 class Health;
 class MediaCache;
 class Presence;
@@ -63,8 +65,10 @@ class Station {
   [[nodiscard]] HostThread& hostThread();
 
   /// The parts. Host thread.
+  [[nodiscard]] Asks& asks();
   [[nodiscard]] Bins& bins();
   [[nodiscard]] CatchUp& catchUp();
+  [[nodiscard]] Conversation& conversation();
   [[nodiscard]] Desktop& desktop();
   [[nodiscard]] Edits& edits();
   [[nodiscard]] Filters& filters();

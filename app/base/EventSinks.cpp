@@ -285,6 +285,10 @@ void EventWriter::presence(const std::string& how, const JsonValue& station) {
   emit("presence", members);
 }
 
+void EventWriter::talk(const std::string& event, const std::vector<JsonValue::Member>& members) {
+  emit(event, members);
+}
+
 void EventWriter::audit(const std::string& what, const std::vector<JsonValue::Member>& detail) {
   std::vector<JsonValue::Member> members{{"what", what}};
   members.insert(members.end(), detail.begin(), detail.end());

@@ -297,6 +297,12 @@ std::string recoveryFolder() {
   return folder.empty() ? folder : folder + "/recovery";
 }
 
+/// The folder of conversations.
+std::string conversationFolder() {
+  const std::string folder = stateFolder();
+  return folder.empty() ? folder : folder + "/conversations";
+}
+
 /// $XDG_CONFIG_HOME/korvel/station.conf when there is one; else empty.
 std::string defaultConfigFile() {
   const std::string folder = userFolder("XDG_CONFIG_HOME", "/.config");
@@ -321,6 +327,7 @@ std::variant<Options, ProgramEnd> settled(GivenOptions given, Flags& flags) {
   options->isVerbose = flags["verbose"];
   options->hasWindow = flags["gui"];
   options->station.recovery = recoveryFolder();
+  options->station.talk = conversationFolder();
   options->station.cache = cacheFolder();
   return *options;
 }

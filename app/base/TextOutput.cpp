@@ -8,6 +8,7 @@
 #include "station/base/Json.h"
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
+#include "station/talk/Asks.h"
 
 namespace korvel {
 
@@ -59,6 +60,21 @@ bool isLineOfBlock(const std::string& line) {
   return line.starts_with("   ") && line.find(" : ") == kColon - 1;
 }
 
+/// What came of asking, in words; empty for other events.
+std::string askingText(const JsonValue& event, const std::string& name) {
+  const std::string mark = event["unverified"].asBool() ? " (unverified)" : "";
+  if (name == "free") return event["words"].asString();
+  if (name == "answered") return event["words"].asString() + "." + mark;
+  const std::string number = std::to_string(event["number"].asLong());
+  if (name == "asked") {
+    return event["words"].asString() + mark + ". \"answer " + number +
+           " give\" gives it away, \"answer " + number + " no\" keeps it.";
+  }
+  if (name != "withdrawn") return {};
+  return event["from"].asString() + " no longer asks for the " + event["kind"].asString() + " " +
+         inQuotes(event["name"].asString()) + ".";
+}
+
 /// "Notification from ANNA: lunch?"
 std::string notificationText(const JsonValue& event) {
   const bool hasSender = event.find("source") || event.find("source_hex");
@@ -88,9 +104,13 @@ void TextOutput::take(const StationEvent& event) {
   if (event.name == "log" && event.value["to"].asString() == "console") {
     if (!isHidden(event.value["text"].asString())) show(problems_, textOf(event.value, "text"));
   } else if (event.name == "notification") {
-    show(answers_, notificationText(event.value));
+    // An ask is told with what can be typed about it.
+    const bool isAsk = readAskWords(event.value["text"].asString()).has_value();
+    if (!isAsk) show(answers_, notificationText(event.value));
   } else if (event.name == "network") {
     show(problems_, "Network: " + textOf(event.value, "problem"));
+  } else {
+    answer(askingText(event.value, event.name));
   }
 }
 

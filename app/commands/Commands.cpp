@@ -26,7 +26,7 @@ void addCommands(CommandTable& table, const ConsoleServices& services) {
   addContainerCommands(table);
   addFilterCommands(table);
   addMediaCommands(table);
-  addPanelCommands(table);
+  addTalkCommands(table);
   addUserCommands(table);
 }
 

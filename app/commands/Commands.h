@@ -43,8 +43,8 @@ void addContainerCommands(CommandTable& table);
 void addFilterCommands(CommandTable& table);
 void addMediaCommands(CommandTable& table);
 
-/// The "panel" commands, and "say".
-void addPanelCommands(CommandTable& table);
+/// The "panel" commands, "say", the conversation, and asking.
+void addTalkCommands(CommandTable& table);
 
 /// Who is here, who this station is, and requests to other machines.
 void addUserCommands(CommandTable& table);

@@ -81,6 +81,17 @@ std::vector<std::string> roomNames(const Rooms& rooms) {
   return names;
 }
 
+/// What colleagues can be asked for.
+std::vector<std::string> askables(Station& station) {
+  std::vector<std::string> words = projectNames(station.projects());
+  for (const std::string& room : roomNames(station.rooms())) words.push_back(room);
+  for (const NamedObject& each : station.projects().objects()) {
+    const char kind = each.cookie.getType();
+    if (kind == CookieTypeEdit || kind == CookieTypeShot) words.push_back(each.name);
+  }
+  return words;
+}
+
 /// The users to whom messages can be sent: those of the user list and those who are here; and
 /// everybody.
 std::vector<std::string> userNames(const Presence& presence) {
@@ -313,6 +324,7 @@ std::vector<std::string> StationProgram::candidatesFor(const std::string& argume
         if (argument == "P") return projectNames(station_->projects());
         if (argument == "USER") return userNames(station_->presence());
         if (argument == "R") return roomNames(station_->rooms());
+        if (argument == "OBJECT") return askables(*station_);
         if (argument == "DELETED") return station_->trash().namesAndCookies();
         std::vector<std::string> words;
         for (const NamedObject& each : station_->projects().objects()) {

@@ -12,7 +12,6 @@
 #include <utility>
 
 #include "app/commands/Command.h"
-#include "app/commands/MessageAdvice.h"
 #include "app/window/ActionRunner.h"
 #include "app/window/ActionTable.h"
 #include "app/window/Appearance.h"
@@ -22,6 +21,7 @@
 #include "app/window/ProjectsPane.h"
 #include "app/window/Texts.h"
 #include "app/window/UnsavedGuard.h"
+#include "station/talk/Conversation.h"
 
 namespace korvel {
 

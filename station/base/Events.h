@@ -68,6 +68,11 @@ class iStationEvents {
   virtual void presence([[maybe_unused]] const std::string& how,
                         [[maybe_unused]] const JsonValue& station) {}
 
+  /// Something between users: `event` is "said", "asked", "answered", "withdrawn" or "free", with
+  /// the keys that the manual page of kv-station lists.
+  virtual void talk([[maybe_unused]] const std::string& event,
+                    [[maybe_unused]] const std::vector<JsonValue::Member>& members) {}
+
   /// The share, the network, or whether what is shown is up to date, works better or worse now.
   virtual void health([[maybe_unused]] const JsonValue& health) {}
 

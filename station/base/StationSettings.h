@@ -46,6 +46,7 @@ struct StationSettings {
   std::string shareHeard;  ///< directory of the list of heard senders; empty: off
   std::string logFile;     ///< empty for none
   std::string recovery;    ///< the folder of unsaved changes on this machine; empty for nowhere
+  std::string talk;        ///< the folder of conversations on this machine; empty for nowhere
   std::string cache;       ///< the folder on this machine of what was read; empty for nowhere
 };
 

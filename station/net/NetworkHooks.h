@@ -56,6 +56,10 @@ struct DeliveryHooks {
   std::function<std::vector<std::string>(Ipv4 address, std::uint16_t port, std::uint64_t sender)>
       namesOf{};
 
+  /// Is told of each message after it has left for one destination at least, as its text. In the
+  /// thread that sent it.
+  std::function<void(const std::string& wireText)> sent{};
+
   /// Is told of each message after the plug-in was handed it.
   std::function<void(const ReceivedMessage& message)> delivered{};
 };

@@ -81,7 +81,7 @@ NetworkService::NetworkService(HostThread& hostThread, Interfaces::Reader reader
       sendTo_(configuredAddresses()) {}
 
 Kv::Ptr<iUDPBroadcaster> NetworkService::createUDPBroadcaster(int port) {
-  return new UdpBroadcaster(port, sendTo_, sender_, interfaces_, observer_, seals_);
+  return new UdpBroadcaster(port, sendTo_, sender_, interfaces_, observer_, seals_, hooks_.sent);
 }
 
 Kv::Ptr<iUDPListener> NetworkService::createUDPListener(int port, unsigned /*flags*/,

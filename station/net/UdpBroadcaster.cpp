@@ -207,13 +207,14 @@ UdpBroadcaster::UdpBroadcaster(int port, std::vector<Ipv4> addresses,
                                std::shared_ptr<SenderSocket> socket,
                                std::shared_ptr<Interfaces> interfaces,
                                std::shared_ptr<iTrafficObserver> observer,
-                               std::shared_ptr<Seals> seals)
+                               std::shared_ptr<Seals> seals, Sent sent)
     : port_(port),
       addresses_(std::move(addresses)),
       socket_(std::move(socket)),
       interfaces_(std::move(interfaces)),
       observer_(std::move(observer)),
-      seals_(std::move(seals)) {}
+      seals_(std::move(seals)),
+      sent_(std::move(sent)) {}
 
 void UdpBroadcaster::broadcast(const LightweightString<char>& text) {
   const std::string datagram = seals_ ? seals_->outgoing(text.view()) : text.str();
@@ -228,6 +229,7 @@ void UdpBroadcaster::broadcast(const LightweightString<char>& text) {
   if (left == 0) return;
   if (observer_) observer_->sent();
   events().sent(text.str());
+  if (sent_) sent_(text.str());
 }
 
 bool UdpBroadcaster::canCarry(std::size_t bytes) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -76,11 +77,15 @@ class SenderSocket {
 /// told as a sent message. Any thread.
 class UdpBroadcaster : public iUDPBroadcaster {
  public:
-  /// `addresses` as Interfaces::destinations takes them; the observer may be null, and the seals.
+  /// Is told of each text that left for one destination at least.
+  using Sent = std::function<void(const std::string& wireText)>;
+
+  /// `addresses` as Interfaces::destinations takes them; the observer may be null, the seals, and
+  /// `sent`.
   UdpBroadcaster(int port, std::vector<Ipv4> addresses, std::shared_ptr<SenderSocket> socket,
                  std::shared_ptr<Interfaces> interfaces,
                  std::shared_ptr<iTrafficObserver> observer = nullptr,
-                 std::shared_ptr<Seals> seals = nullptr);
+                 std::shared_ptr<Seals> seals = nullptr, Sent sent = {});
 
   void broadcast(const LightweightString<char>& text) override;
 
@@ -109,6 +114,7 @@ class UdpBroadcaster : public iUDPBroadcaster {
   std::shared_ptr<Interfaces> interfaces_;
   std::shared_ptr<iTrafficObserver> observer_;
   std::shared_ptr<Seals> seals_;
+  Sent sent_;
   SendErrors problems_;
 };
 

@@ -206,11 +206,26 @@ std::set<std::string> Presence::hosts() const {
   return hosts;
 }
 
+std::optional<StationNote> Presence::lookFor(const std::string& user) const {
+  const auto stations = listStations(settings().projectsDirectory);
+  if (!stations) return std::nullopt;
+  const auto found = std::ranges::find_if(*stations, [&user](const FoundStation& each) {
+    return each.isAlive() && each.note.user == user;
+  });
+  return found == stations->end() ? std::nullopt : std::optional(found->note);
+}
+
+bool Presence::isHere(const std::string& user) const {
+  return std::ranges::any_of(others_,
+                             [&](const auto& each) { return each.second.note.user == user; });
+}
+
 StationNote Presence::noteOfThis() const {
   StationNote note = own_;
   note.sent = traffic_->sentCount();
   note.seal = sealPolicyText(settings().seal);
   note.keys = seals_->keyIds();
+  if (talk_.addTo) talk_.addTo(note);
   const OpenProject* const project = hostParts().projects->current();
   if (!project) return note;
   note.project = project->cookie;
@@ -302,6 +317,7 @@ void Presence::takeOne(const FoundFile& file) {
     tell("changed", found);
   }
   others_[id] = std::move(found);
+  if (talk_.seen) talk_.seen(*note);
   // One that was killed and is started again: its first start is not to count for long.
   if (isBack) lookForDead();
 }

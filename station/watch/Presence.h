@@ -1,11 +1,13 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/project/ProjectListener.h"
@@ -63,6 +65,17 @@ class Presence : public ProjectListener {
   Presence& operator=(const Presence&) = delete;
   ~Presence();
 
+  /// What is put into this station's note, and who is told of each note that came or changed, of a
+  /// station that is here. Before start().
+  struct Talk {
+    std::function<void(StationNote&)> addTo{};
+    std::function<void(const StationNote&)> seen{};
+  };
+  void talkBy(Talk talk) { talk_ = std::move(talk); }
+
+  /// Shows the others soon what this station's note is to say now.
+  void showSoon() { refresh(); }
+
   /// Shows this station to the others, and tells of one that has its user or host name.
   void start(const std::string& version);
 
@@ -105,6 +118,13 @@ class Presence : public ProjectListener {
   /// without asking.
   [[nodiscard]] std::set<std::string> hosts() const;
 
+  /// What a station of this user that is here says of itself; nothing where there is none. Asks the
+  /// share.
+  [[nodiscard]] std::optional<StationNote> lookFor(const std::string& user) const;
+
+  /// Whether a station of this user is here, as far as is known without asking.
+  [[nodiscard]] bool isHere(const std::string& user) const;
+
   /// How many others are alive, as far as is known without asking.
   [[nodiscard]] std::size_t others() const { return others_.size(); }
 
@@ -133,6 +153,7 @@ class Presence : public ProjectListener {
   HostThread& host_;
   std::shared_ptr<const TrafficCounts> traffic_;
   std::shared_ptr<const Seals> seals_;
+  Talk talk_;
   StationNote own_;
   std::unique_ptr<StationFile> file_;
   std::unique_ptr<FolderWatch> watch_;

@@ -70,6 +70,25 @@ std::vector<std::string> textsIn(const JsonValue& list) {
   return texts;
 }
 
+template <typename Each>
+JsonValue listOf(const std::vector<Each>& all, JsonValue (*json)(const Each&)) {
+  JsonValue list = JsonValue::array();
+  for (const Each& each : all) list.append(json(each));
+  return list;
+}
+
+JsonValue jsonOfAnswer(const NotedAnswer& answer) {
+  return JsonValue::object({{"ask", answer.ask},
+                            {"to", shownText(answer.to)},
+                            {"given", answer.isGiven},
+                            {"text", shownText(answer.text)}});
+}
+
+NotedAnswer notedAnswer(const JsonValue& json) {
+  return {json["ask"].asString(), json["to"].asString(), json["given"].asBool(),
+          json["text"].asString()};
+}
+
 Error noNote(const std::string& id, const std::string& why) {
   return {ErrorCode::eBadContent,
           "The note " + inQuotes(id + std::string(kRecordEnding)) +
@@ -107,6 +126,23 @@ const char* FoundStation::stateText() const {
   return "unknown";
 }
 
+JsonValue jsonOf(const NotedAsk& ask) {
+  return JsonValue::object({{"id", ask.id},
+                            {"to", shownText(ask.to)},
+                            {"kind", ask.kind},
+                            {"object", ask.object},
+                            {"name", shownText(ask.name)},
+                            {"project", ask.project},
+                            {"text", shownText(ask.text)},
+                            {"when", ask.when}});
+}
+
+NotedAsk notedAsk(const JsonValue& json) {
+  return {json["id"].asString(),     json["to"].asString(),   json["kind"].asString(),
+          json["object"].asString(), json["name"].asString(), json["project"].asString(),
+          json["text"].asString(),   json["when"].asLong()};
+}
+
 std::string noteText(const StationNote& note) {
   return writeJsonIndented(JsonValue::object({{"format", kFormat},
                                               {"user", shownText(note.user)},
@@ -124,6 +160,8 @@ std::string noteText(const StationNote& note) {
                                               {"sent", note.sent},
                                               {"seal", note.seal},
                                               {"keys", textsOf(note.keys)},
+                                              {"asks", listOf(note.asks, jsonOf)},
+                                              {"answers", listOf(note.answers, jsonOfAnswer)},
                                               {"written", note.written}})) +
          "\n";
 }
@@ -152,6 +190,10 @@ Result<StationNote> parseNote(const std::string& bytes, const std::string& id) {
   read.sent = std::max(0L, note["sent"].asLong());
   read.seal = note["seal"].asString();
   read.keys = textsIn(note["keys"]);
+  for (const JsonValue& each : note["asks"].elements()) read.asks.push_back(notedAsk(each));
+  for (const JsonValue& each : note["answers"].elements()) {
+    read.answers.push_back(notedAnswer(each));
+  }
   read.written = note["written"].asString();
   return read;
 }

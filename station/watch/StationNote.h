@@ -64,6 +64,29 @@ class TrafficCounts : public iTrafficObserver {
   std::atomic<bool> isCut_{false};
 };
 
+/// What one user asks another for, as it waits in the asker's note.
+struct NotedAsk {
+  std::string id;         ///< 16 hexadecimal digits
+  std::string to;         ///< the user who is asked
+  std::string kind;       ///< "edit", "log", "room" or "project"
+  std::string object;     ///< the cookie's text; of a room its name in hexadecimal
+  std::string name;       ///< as the asker was shown it
+  std::string project;    ///< the cookie's text of the project that it is in
+  std::string text;       ///< the asker's own words; may be empty
+  std::int64_t when = 0;  ///< seconds since 1970, by the asker's clock
+};
+
+JsonValue jsonOf(const NotedAsk& ask);
+NotedAsk notedAsk(const JsonValue& json);
+
+/// The answer to an ask, as it waits in the answerer's note until it was seen.
+struct NotedAnswer {
+  std::string ask;  ///< its identifier
+  std::string to;   ///< the user who asked
+  bool isGiven = false;
+  std::string text;
+};
+
 /// What a station tells of itself, in a small file that others read.
 ///
 ///     <projects directory>/.stations/<id>.json   what it tells
@@ -88,7 +111,9 @@ struct StationNote {
   long sent = 0;                  ///< messages since it started
   std::string seal;               ///< "off", "accept" or "require": its policy for seals
   std::vector<std::string> keys;  ///< the identifiers of the keys that it knows
-  std::string written;            ///< when this was written, by its machine's clock
+  std::vector<NotedAsk> asks;     ///< that wait for an answer
+  std::vector<NotedAnswer> answers;
+  std::string written;  ///< when this was written, by its machine's clock
 };
 
 /// A station's note as another finds it.

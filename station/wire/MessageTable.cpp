@@ -185,14 +185,26 @@ bool isContainerValue(const std::string& text) {
   return static_cast<unsigned>(numberAtStart(text)) < kContainerValues.size();
 }
 
+namespace {
+
+std::string composed(MessageType::Number type, std::initializer_list<std::string> fields) {
+  std::string text;
+  text += kWireVersion;
+  text += kFieldSeparator + std::to_string(type) + kFieldSeparator;
+  for (const std::string& field : fields) text += field + kFieldSeparator;
+  return text;
+}
+
+}  // namespace
+
 std::string composeActionRequest(const std::string& project, const std::string& user, int machine,
                                  const std::string& command) {
-  std::string text;
-  for (const auto& field : {std::string(kWireVersion), std::to_string(MessageType::eActionRequest),
-                            project, user, std::to_string(machine), command}) {
-    text += field + kFieldSeparator;
-  }
-  return text;
+  return composed(MessageType::eActionRequest, {project, user, std::to_string(machine), command});
+}
+
+std::string composeUserMessage(const std::string& project, const std::string& user,
+                               const std::string& to, const std::string& words) {
+  return composed(MessageType::eUserMessage, {project, user, to, words});
 }
 
 std::vector<JsonValue::Member> messageMembers(const MessageFields& message) {
@@ -227,8 +239,8 @@ class HeldBytes : public iMemHolder {
   std::string bytes_;
 };
 
-/// Whether a text is for the user of this station. The plug-in compares byte by byte with letters,
-/// and so misses a user whose name is not ASCII.
+}  // namespace
+
 bool isForThisUser(const MessageFields& message) {
   if (message.type != MessageType::eUserMessage || !message.valid) return false;
   if (!settings().networkMode) return false;
@@ -236,8 +248,6 @@ bool isForThisUser(const MessageFields& message) {
   return message.target == kEverybody ||
          (share && utf8Text(share->getCurrentUser()) == message.target);
 }
-
-}  // namespace
 
 ReceivedMessage receivedMessage(std::string wireText) {
   MessageFields fields = readMessage(wireText);

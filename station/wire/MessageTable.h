@@ -160,6 +160,14 @@ bool isContainerValue(const std::string& text);
 std::string composeActionRequest(const std::string& project, const std::string& user, int machine,
                                  const std::string& command);
 
+/// The text of words from one user to another, or to kEverybody.
+std::string composeUserMessage(const std::string& project, const std::string& user,
+                               const std::string& to, const std::string& words);
+
+/// Whether a text is words for the user of this station. The plug-in compares names byte by byte
+/// with letters, and so misses a user whose name is not ASCII.
+bool isForThisUser(const MessageFields& message);
+
 /// The keys under which an event shows a message: type, type_name, project, cookie, target and data
 /// always; source, modification and container where the message has them.
 std::vector<JsonValue::Member> messageMembers(const MessageFields& message);

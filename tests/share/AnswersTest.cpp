@@ -94,7 +94,7 @@ TEST_F(AnswersTest, WhoWritesAMessageThatArrivesCutIsWarnedAndItIsSentAsItIs) {
 }
 
 TEST_F(AnswersTest, WhoBeginsAMessageAsStationsDoIsWarned) {
-  const std::string said = answers("say <All> dinner?\nsay <All> Dinner?\n");
+  const std::string said = answers("panel open\npanel type dinner?\npanel type Dinner?\n");
   EXPECT_NE(said.find("begins with a small \"d\""), said.npos) << said;
   EXPECT_EQ(said.find("begins with a small"), said.rfind("begins with a small")) << said;
 }
@@ -110,7 +110,7 @@ TEST_F(AnswersTest, ABinIsShownWithTheNamesOfWhatIsInIt) {
 }
 
 TEST_F(AnswersTest, AMessageWithTwoFaultsIsWarnedOfBoth) {
-  const std::string said = answers("say <All> \"dinner for 10 \xE2\x82\xAC?\"\n");
+  const std::string said = answers("panel open\npanel type \"dinner for 10 \xE2\x82\xAC?\"\n");
   EXPECT_NE(said.find("begins with a small \"d\""), said.npos) << said;
   EXPECT_NE(said.find("others see it cut"), said.npos) << said;
 }

@@ -52,10 +52,13 @@ TEST_F(PanelTest, ALongMessageArrivesWholeAndAnImpossibleOneIsTold) {
 // travels as words ends at its first separator, so that a whole wire text reaches no other station.
 TEST_F(PanelTest, WordsThatBeginLikeAWireTextAreReportedByThePanelThereAndNotified) {
   EXPECT_TRUE(ben.command("panel open")["ok"].asBool());
-  EXPECT_TRUE(anna.command("say BEN \"d\xC2\xAC"
-                           "10\xC2\xAC"
-                           "ANNA\"")["ok"]
-                  .asBool());
+  for (const std::string line : {"panel open", "panel to BEN",
+                                 "panel type \"d\xC2\xAC"
+                                 "10\xC2\xAC"
+                                 "ANNA\"",
+                                 "panel return"}) {
+    EXPECT_TRUE(anna.command(line)["ok"].asBool()) << line;
+  }
   EXPECT_TRUE(ben.waitFor("received", {{"type_name", "UserMessage"}}));
   EXPECT_TRUE(anna.command("say BEN after")["ok"].asBool());
   EXPECT_TRUE(ben.waitFor("notification", {{"text", "after"}}));

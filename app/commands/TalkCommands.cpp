@@ -1,15 +1,17 @@
 #include "app/commands/Commands.h"
 
 #include <algorithm>
+#include <charconv>
 #include <functional>
 
-#include "app/commands/MessageAdvice.h"
 #include "host/base/Log.h"
 #include "host/base/Text.h"
 #include "host/project/iPermissionsManager.h"
 #include "station/Station.h"
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
+#include "station/talk/Asks.h"
+#include "station/talk/Conversation.h"
 #include "station/ui/PanelDriver.h"
 
 namespace korvel {
@@ -70,9 +72,10 @@ Result<void> sayTo(PanelDriver& hands, const std::string& user, const std::strin
 }
 
 Result<JsonValue> say(Station& station, const Arguments& words) {
-  logAdvice(messageAdvice(words[1]));
-  const auto said = withPanel(
-      station, [&](PanelDriver& hands) { return answer(sayTo(hands, words[0], words[1])); });
+  const std::string text = wordsToSend(words[1]);
+  logAdvice(messageAdvice(text));
+  const auto said =
+      withPanel(station, [&](PanelDriver& hands) { return answer(sayTo(hands, words[0], text)); });
   // After the message has left: the advice reads the projects directory, which may be slow.
   if (said) logAdvice(recipientAdvice(words[0]));
   return said;
@@ -120,9 +123,102 @@ std::string shownPanel(Station&, const Arguments&, const JsonValue& panel) {
   return renderForPeople(typed);
 }
 
+// Asking and answering.
+
+Result<JsonValue> ask(Station& station, const Arguments& words) {
+  return station.asks().ask(words[0], words.size() > 1 ? words[1] : std::string());
+}
+
+std::string shownAsking(Station&, const Arguments&, const JsonValue& ask) {
+  const std::string asked = "Asked " + ask["to"].asString() + " for the " + ask["kind"].asString() +
+                            " " + inQuotes(ask["name"].asString());
+  return asked + (ask["here"].asBool()
+                      ? ". \"asks\" shows what waits for an answer."
+                      : ", who is not here now: the ask waits, and comes with the return.");
+}
+
+Result<JsonValue> asks(Station& station, const Arguments&) { return station.asks().list(); }
+
+std::string shownAsks(Station&, const Arguments&, const JsonValue& asks) {
+  if (asks.elements().empty()) return "Nothing waits for an answer.";
+  JsonValue rows = JsonValue::array();
+  for (const JsonValue& each : asks.elements()) {
+    const bool isOwn = each["own"].asBool();
+    const std::string whom = isOwn ? "you asked " + each["to"].asString() : each["from"].asString();
+    rows.append(JsonValue::object(
+        {{"number", each["number"]},
+         {"who", whom},
+         {"for", each["kind"].asString() + " " + inQuotes(each["name"].asString())},
+         {"text", each["text"]},
+         {"time", each["time"]}}));
+  }
+  return renderForPeople(rows);
+}
+
+Result<JsonValue> answerAsk(Station& station, const Arguments& words) {
+  long number = 0;
+  const char* const end = words[0].data() + words[0].size();
+  const auto [stop, problem] = std::from_chars(words[0].data(), end, number);
+  const bool gives = words[1] == "give";
+  if (problem != std::errc() || stop != end || (!gives && words[1] != "no")) {
+    return Error{ErrorCode::eUsage,
+                 "Usage: answer N give|no [TEXT], with a number that \"asks\" shows.",
+                 {}};
+  }
+  return station.asks().answer(number, gives ? Asks::Answer::eGive : Asks::Answer::eKeep,
+                               words.size() > 2 ? words[2] : std::string());
+}
+
+Result<JsonValue> tellWhenFree(Station& station, const Arguments& words) {
+  return station.asks().tellWhenFree(words[0]);
+}
+
+std::string shownWaiting(Station&, const Arguments&, const JsonValue& held) {
+  return "You are told when " + held["holder"].asString() + " no longer holds the " +
+         held["kind"].asString() + " " + inQuotes(held["name"].asString()) + ".";
+}
+
+Result<JsonValue> conversation(Station& station, const Arguments& words) {
+  return station.conversation().listed(words.empty() ? std::string() : words[0]);
+}
+
+std::string shownConversation(Station&, const Arguments&, const JsonValue& said) {
+  if (said.elements().empty()) return "Nothing was said yet.";
+  std::string text;
+  for (const JsonValue& each : said.elements()) {
+    if (!text.empty()) text += "\n";
+    text += wallText(each["when"].asLong()) + "  ";
+    if (each["kind"].asString() == "words") {
+      text += each["from"].asString() + " to " + each["to"].asString() + ": ";
+    }
+    text += each["text"].asString() + (each["unverified"].asBool() ? " (unverified)" : "");
+  }
+  return text;
+}
+
+void addAsking(CommandTable& table) {
+  table.add({"ask", "OBJECT [TEXT]",
+             "Asks whoever holds an edit, room or private project for it, with a few words if "
+             "given.",
+             1, 2, ask, Command::Place::eHostThread, shownAsking});
+  table.add({"asks", "", "Shows what waits for an answer: others' asks, and yours.", 0, 0, asks,
+             Command::Place::eHostThread, shownAsks});
+  table.add({"answer", "N give|no [TEXT]",
+             "Answers the ask of this number: gives what is asked for away, saved, or keeps it. "
+             "\"no\" takes an ask of yours back.",
+             2, 3, answerAsk, Command::Place::eHostThread, said("Answered.")});
+  table.add({"tell-when-free", "OBJECT",
+             "Tells you when you can have an edit, room or private project that another holds.", 1,
+             1, tellWhenFree, Command::Place::eHostThread, shownWaiting});
+  table.add({"conversation", "[USER]",
+             "Shows what you and others said and asked, with one colleague or with all; kept over "
+             "restarts.",
+             0, 1, conversation, Command::Place::eHostThread, shownConversation});
+}
+
 }  // namespace
 
-void addPanelCommands(CommandTable& table) {
+void addTalkCommands(CommandTable& table) {
   table.add({"panel open", "", "Opens the message panel.", 0, 0, openPanel});
   table.add({"panel close", "", "Closes the message panel to its icon.", 0, 0, closePanel});
   table.add({"panel to", "USER", "Chooses whom the panel writes to; \"<All>\" is everybody.", 1, 1,
@@ -136,6 +232,7 @@ void addPanelCommands(CommandTable& table) {
   table.add({"say", "USER TEXT",
              "Writes to a user through the panel, opening it if need be; \"<All>\" is everybody.",
              2, 2, say});
+  addAsking(table);
 }
 
 }  // namespace korvel

@@ -1,0 +1,622 @@
+#include "station/talk/Asks.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <chrono>
+#include <ctime>
+#include <random>
+#include <tuple>
+#include <utility>
+
+#include "host/base/Log.h"
+#include "host/base/Text.h"
+#include "host/net/iNetworkService.h"
+#include "host/os/OS.h"
+#include "host/project/ProjectSpacesManager.h"
+#include "host/project/iProjectShare.h"
+#include "station/base/Events.h"
+#include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
+#include "station/edit/EditActions.h"
+#include "station/edit/Edits.h"
+#include "station/edit/UnsavedEdits.h"
+#include "station/project/Names.h"
+#include "station/project/Projects.h"
+#include "station/project/Rooms.h"
+#include "station/talk/Conversation.h"
+#include "station/watch/Presence.h"
+
+namespace korvel {
+
+namespace {
+
+constexpr const char* kEdit = "edit";
+constexpr const char* kLog = "log";
+constexpr const char* kRoom = "room";
+constexpr const char* kProject = "project";
+
+/// How often what this station waits for is looked at.
+constexpr std::chrono::milliseconds kBetweenLooks(2000);
+
+/// Of settled asks so many are remembered, so that a late copy is not taken for a new one.
+constexpr std::size_t kMostAnswered = 4096;
+
+/// The first word of the token of each kind of words.
+constexpr std::array<std::string_view, 3> kTokens{"ask", "given", "kept"};
+
+bool isDocument(const std::string& kind) { return kind == kEdit || kind == kLog; }
+
+std::string titleOf(const NotedAsk& ask) { return "the " + ask.kind + " " + inQuotes(ask.name); }
+
+/// The room that is asked for; empty where its name was no hexadecimal.
+std::string roomOf(const NotedAsk& ask) { return bytesOfHex(ask.object).value_or(std::string()); }
+
+std::string shortName(const std::string& name) {
+  std::wstring letters(wideText(name).view());
+  while (utf8Text(LightweightString<wchar_t>(std::wstring_view(letters))).size() >
+         Asks::kLongestName) {
+    letters.resize(letters.size() - std::max<std::size_t>(letters.size() / 16, 1));
+  }
+  return utf8Text(LightweightString<wchar_t>(std::wstring_view(letters)));
+}
+
+std::string newId() {
+  std::random_device random;
+  std::string bytes;
+  for (int i = 0; i < 8; ++i) bytes += static_cast<char>(random() & 0xFF);
+  return hexText(bytes);
+}
+
+std::vector<std::string_view> wordsOf(std::string_view text) {
+  std::vector<std::string_view> words;
+  for (std::size_t end; (end = text.find(' ')) != text.npos; text.remove_prefix(end + 1)) {
+    words.push_back(text.substr(0, end));
+  }
+  words.push_back(text);
+  return words;
+}
+
+bool isId(std::string_view text) {
+  return text.size() == 16 && text.find_first_not_of(kHexDigits) == text.npos;
+}
+
+bool isKind(std::string_view word) {
+  return word == kEdit || word == kLog || word == kRoom || word == kProject;
+}
+
+/// Splits the words before a token into the name that stands in quotation marks there and the
+/// user's own text, the last `bytes` of them; false where they are not so many.
+bool readBefore(std::string_view before, std::size_t bytes, NotedAsk& ask) {
+  if (bytes > before.size()) return false;
+  ask.text = std::string(before.substr(before.size() - bytes));
+  before.remove_suffix(bytes);
+  const std::size_t first = before.find('"');
+  const std::size_t last = before.rfind('"');
+  if (first < last) ask.name = std::string(before.substr(first + 1, last - first - 1));
+  return true;
+}
+
+}  // namespace
+
+std::optional<AskWords> readAskWords(std::string_view words) {
+  const std::size_t start = words.rfind(" [");
+  if (start == words.npos || !words.ends_with(']')) return std::nullopt;
+  const auto token = wordsOf(words.substr(start + 2, words.size() - start - 3));
+  if (token.size() != 5 || !isId(token[1]) || !isKind(token[2]) || token[3].empty()) return {};
+  const auto what = std::ranges::find(kTokens, token[0]);
+  std::size_t bytes = 0;
+  const char* const end = token[4].data() + token[4].size();
+  const auto [stop, problem] = std::from_chars(token[4].data(), end, bytes);
+  if (what == kTokens.end() || problem != std::errc() || stop != end) return std::nullopt;
+  AskWords read;
+  read.what = static_cast<AskWords::What>(what - kTokens.begin());
+  read.words = wordsAsTyped(std::string(words.substr(0, start)));
+  read.ask.id = token[1];
+  read.ask.kind = token[2];
+  read.ask.object = token[3];
+  if (!readBefore(words.substr(0, start), bytes, read.ask)) return std::nullopt;
+  return read;
+}
+
+std::string composeAskWords(const std::string& user, AskWords::What what, const NotedAsk& ask) {
+  std::string words = shownText(user);
+  if (what == AskWords::What::eAsk) words += " asks for " + titleOf(ask);
+  if (what == AskWords::What::eGiven) words += " gives you " + titleOf(ask);
+  if (what == AskWords::What::eKept) words += " keeps " + titleOf(ask) + " for now";
+  if (!ask.text.empty()) words += ": " + ask.text;
+  words += " [";
+  words += kTokens[static_cast<std::size_t>(what)];
+  for (const std::string& each :
+       {ask.id, ask.kind, ask.object, std::to_string(ask.text.size()) + "]"}) {
+    words += " " + each;
+  }
+  return words;
+}
+
+namespace {
+
+std::string wordsWithoutToken(const std::string& user, AskWords::What what, const NotedAsk& ask) {
+  const std::string words = composeAskWords(user, what, ask);
+  return words.substr(0, words.rfind(" ["));
+}
+
+/// An ask as lists, events and the conversation's file show it.
+JsonValue shownAsk(const NotedAsk& ask, long number, const std::string& from, bool isOwn) {
+  return JsonValue::object({{"number", number},
+                            {"own", isOwn},
+                            {"from", shownText(from)},
+                            {"to", shownText(ask.to)},
+                            {"kind", ask.kind},
+                            {"object", ask.kind == kRoom ? shownText(roomOf(ask)) : ask.object},
+                            {"name", shownText(ask.name)},
+                            {"project", ask.project},
+                            {"text", shownText(ask.text)},
+                            {"time", utcText(ask.when)},
+                            {"id", ask.id}});
+}
+
+Error nothingHeld(const std::string& object) {
+  return {ErrorCode::eNotFound,
+          "There is no edit, room or private project called " + inQuotes(object) +
+              " that another could give you.",
+          {}};
+}
+
+Error holderUnknown(const NotedAsk& held) {
+  return {ErrorCode::eHeld,
+          "Another station holds " + titleOf(held) +
+              ", and whose it is cannot be read. Try again in a moment.",
+          {}};
+}
+
+Error askedOfSeveral(const std::string& object, const std::vector<NotedAsk>& found) {
+  std::string several;
+  for (const NotedAsk& each : found) {
+    several += (several.empty() ? "" : ", ") + titleOf(each) +
+               (each.kind == kRoom ? std::string() : " (" + each.object + ")");
+  }
+  return {ErrorCode::eUsage,
+          inQuotes(object) + " may be " + several + ". Name an edit or project by its cookie.",
+          {}};
+}
+
+Result<void> checkText(const std::string& text) {
+  if (text.size() <= Asks::kLongestText) return {};
+  return Error{ErrorCode::eUsage,
+               "The text has " + std::to_string(text.size()) + " bytes; one beside an ask has " +
+                   std::to_string(Asks::kLongestText) +
+                   " at most. Make it shorter, and write the rest as a message.",
+               {}};
+}
+
+}  // namespace
+
+Asks::Asks(const Parts& parts) : parts_(parts) { takeUpEarlier(); }
+
+Asks::~Asks() = default;
+
+/// What was asked before this station ended last and has no answer yet.
+void Asks::takeUpEarlier() {
+  const std::int64_t oldest = std::time(nullptr) - kLongestWait;
+  for (const Said& said : parts_.conversation.all()) {
+    if (said.ask.empty()) continue;
+    std::erase_if(outgoing_, [&](const Outgoing& own) { return own.ask.id == said.ask; });
+    if (said.kind == Said::Kind::eAnswer) answered_.insert(said.ask);
+    if (said.kind != Said::Kind::eAsk || !said.isOwn || said.when < oldest) continue;
+    NotedAsk ask = notedAsk(said.detail);
+    if (ask.id != said.ask || !isKind(ask.kind) || outgoing_.size() >= kMostOfOne) continue;
+    outgoing_.push_back({std::move(ask), ++lastNumber_});
+  }
+  if (!outgoing_.empty()) watchSoon();
+}
+
+Result<JsonValue> Asks::ask(const std::string& object, const std::string& text) {
+  if (auto sound = checkText(text); !sound) return sound.error();
+  auto held = findHeld(object);
+  if (!held) return held.error();
+  // Asked again, it is the same ask with another text.
+  std::erase_if(outgoing_, [&](const Outgoing& own) {
+    return own.ask.kind == held->kind && own.ask.object == held->object;
+  });
+  if (outgoing_.size() >= kMostOfOne) {
+    return Error{ErrorCode::eRefused,
+                 std::to_string(kMostOfOne) +
+                     " of your asks wait already. Take one back first: \"asks\" shows them.",
+                 {}};
+  }
+  NotedAsk ask = *held;
+  ask.id = newId();
+  ask.text = text;
+  ask.when = std::time(nullptr);
+  outgoing_.push_back({ask, ++lastNumber_});
+  const std::string& user = settings().user;
+  send(ask.to, composeAskWords(user, AskWords::What::eAsk, ask));
+  parts_.presence.showSoon();
+  parts_.conversation.add({ask.when, Said::Kind::eAsk, user, ask.to,
+                           wordsWithoutToken(user, AskWords::What::eAsk, ask), ask.id, jsonOf(ask),
+                           true});
+  watchSoon();
+  JsonValue shown = shownAsk(ask, lastNumber_, user, true);
+  shown.set("here", parts_.presence.isHere(ask.to));
+  return shown;
+}
+
+JsonValue Asks::list() const {
+  std::vector<std::pair<long, JsonValue>> all;
+  for (const Incoming& each : incoming_) {
+    JsonValue shown = shownAsk(each.ask, each.number, each.from, false);
+    if (each.isUnverified) shown.set("unverified", true);
+    all.emplace_back(each.number, std::move(shown));
+  }
+  for (const Outgoing& each : outgoing_) {
+    all.emplace_back(each.number, shownAsk(each.ask, each.number, settings().user, true));
+  }
+  std::ranges::sort(all, {}, &std::pair<long, JsonValue>::first);
+  JsonValue list = JsonValue::array();
+  for (auto& [number, shown] : all) list.append(std::move(shown));
+  return list;
+}
+
+Result<JsonValue> Asks::answer(long number, Answer answer, const std::string& text) {
+  if (auto sound = checkText(text); !sound) return sound.error();
+  const auto own = std::ranges::find(outgoing_, number, &Outgoing::number);
+  if (own != outgoing_.end() && answer == Answer::eKeep) return withdraw(own);
+  const auto ask = std::ranges::find(incoming_, number, &Incoming::number);
+  if (ask != incoming_.end()) return answerIncoming(ask, answer, text);
+  return Error{ErrorCode::eNotFound,
+               own == outgoing_.end()
+                   ? "No ask has the number " + std::to_string(number) +
+                         " now: it was answered or taken back, or there was none. \"asks\" shows "
+                         "those that wait."
+                   : "You cannot give yourself what another has. \"no\" takes your ask back.",
+               {}};
+}
+
+Result<JsonValue> Asks::withdraw(std::vector<Outgoing>::iterator own) {
+  const NotedAsk ask = own->ask;
+  outgoing_.erase(own);
+  answered_.insert(ask.id);
+  parts_.presence.showSoon();
+  parts_.conversation.add({0,
+                           Said::Kind::eAnswer,
+                           settings().user,
+                           ask.to,
+                           "You took your ask for " + titleOf(ask) + " back.",
+                           ask.id,
+                           {},
+                           true});
+  return JsonValue();
+}
+
+Result<JsonValue> Asks::answerIncoming(std::vector<Incoming>::iterator ask, Answer answer,
+                                       const std::string& text) {
+  const bool isGiven = answer == Answer::eGive;
+  Incoming done = *ask;
+  if (isGiven) {
+    if (auto given = handOver(done); !given) return given.error();
+  }
+  std::erase_if(incoming_, [&](const Incoming& each) { return each.number == done.number; });
+  if (answered_.size() >= kMostAnswered) answered_.clear();
+  answered_.insert(done.ask.id);
+  done.ask.text = text;
+  const auto what = isGiven ? AskWords::What::eGiven : AskWords::What::eKept;
+  const std::string& user = settings().user;
+  answers_.push_back({{done.ask.id, done.from, isGiven, text}, done.note});
+  if (answers_.size() > kMostAnswers) answers_.erase(answers_.begin());
+  send(done.from, composeAskWords(user, what, done.ask));
+  parts_.presence.showSoon();
+  parts_.conversation.add({0,
+                           Said::Kind::eAnswer,
+                           user,
+                           done.from,
+                           wordsWithoutToken(user, what, done.ask),
+                           done.ask.id,
+                           {},
+                           true});
+  return JsonValue();
+}
+
+Result<void> Asks::handOver(const Incoming& ask) {
+  if (isDocument(ask.ask.kind)) return giveEdit(ask);
+  return ask.ask.kind == kRoom ? leaveRoom(ask.ask) : leaveProject(ask.ask);
+}
+
+Result<void> Asks::giveEdit(const Incoming& ask) {
+  const auto edit = parts_.projects.resolve(ask.ask.object, Edits::kKinds);
+  if (!edit) return edit.error();
+  using EditActions::Recipient;
+  // Freshly: who has just come is not known otherwise. Owners have the names of hosts.
+  const auto asker = parts_.presence.lookFor(ask.from);
+  const auto given = EditActions::give(*edit, upperCased(asker ? asker->host : ask.from),
+                                       asker ? Recipient::ePresent : Recipient::eKnownUser);
+  return given ? Result<void>() : given.error();
+}
+
+Result<void> Asks::leaveRoom(const NotedAsk& ask) {
+  const std::string room = roomOf(ask);
+  if (!room.empty() && parts_.rooms.current() == room) return parts_.rooms.goOut();
+  return Error{ErrorCode::eNotFound, "You are not in the room " + inQuotes(ask.name) + " now.", {}};
+}
+
+Result<void> Asks::leaveProject(const NotedAsk& ask) {
+  const OpenProject* const open = parts_.projects.current();
+  if (!open || open->cookie.asString().str() != ask.object) {
+    return Error{
+        ErrorCode::eNotFound, "The project " + inQuotes(ask.name) + " is not open here now.", {}};
+  }
+  if (auto settled = parts_.unsaved.prepareToLeave(Leaving::eSave); !settled) return settled;
+  auto left = parts_.projects.leave();
+  if (!left) parts_.unsaved.stay();
+  return left;
+}
+
+Result<JsonValue> Asks::tellWhenFree(const std::string& object) {
+  const auto held = findHeld(object);
+  if (!held) return held.error();
+  std::erase_if(awaited_, [&](const NotedAsk& each) {
+    return each.kind == held->kind && each.object == held->object;
+  });
+  if (awaited_.size() >= kMostOfOne) awaited_.erase(awaited_.begin());
+  awaited_.push_back(*held);
+  watchSoon();
+  return JsonValue::object({{"kind", held->kind}, {"name", held->name}, {"holder", held->to}});
+}
+
+// What others hold.
+
+Result<NotedAsk> Asks::findHeld(const std::string& object) const {
+  std::vector<NotedAsk> found;
+  bool isKnown = false;
+  findEdit(object, found, isKnown);
+  findRoom(object, found, isKnown);
+  findProject(object, found, isKnown);
+  if (found.size() == 1) {
+    if (found.front().to.empty()) return holderUnknown(found.front());
+    found.front().to = userOf(found.front().to);
+    return found.front();
+  }
+  if (!found.empty()) return askedOfSeveral(object, found);
+  if (!isKnown) return nothingHeld(object);
+  return Error{ErrorCode::eUsage,
+               "Nobody else holds " + inQuotes(object) + ": you can have it without asking.",
+               {}};
+}
+
+void Asks::findEdit(const std::string& object, std::vector<NotedAsk>& found, bool& isKnown) const {
+  const OpenProject* const open = parts_.projects.current();
+  if (!open) return;
+  const auto cookie = parts_.projects.resolve(object, Edits::kKinds);
+  if (!cookie) return;
+  isKnown = true;
+  const std::string owner = parts_.edits.ownerOf(*cookie);
+  if (owner.empty() || EditActions::isAllowed(*cookie)) return;
+  found.push_back({{},
+                   owner,
+                   Edits::kindText(*cookie),
+                   cookie->asString().str(),
+                   shortName(parts_.edits.nameOf(*cookie)),
+                   open->cookie.asString().str(),
+                   {},
+                   0});
+}
+
+void Asks::findRoom(const std::string& object, std::vector<NotedAsk>& found, bool& isKnown) const {
+  const OpenProject* const open = parts_.projects.current();
+  if (!open || open->isPrivate) return;
+  const auto rooms = parts_.rooms.list();
+  if (!rooms) return;
+  const auto room = std::ranges::find(*rooms, object, &RoomInfo::name);
+  if (room == rooms->end()) return;
+  isKnown = true;
+  if (room->isHere || room->state != LockState::eHeld) return;
+  found.push_back({{},
+                   room->holder,
+                   kRoom,
+                   hexText(object),
+                   shortName(object),
+                   open->cookie.asString().str(),
+                   {},
+                   0});
+}
+
+void Asks::findProject(const std::string& object, std::vector<NotedAsk>& found,
+                       bool& isKnown) const {
+  const auto projects = parts_.projects.list();
+  if (!projects) return;
+  for (const ProjectInfo& each : *projects) {
+    const std::string cookie = each.cookie.asString().str();
+    if (object != each.name && object != cookie) continue;
+    isKnown = true;
+    const OpenProject* const open = parts_.projects.current();
+    const bool isOpen = open && open->cookie.asString().str() == cookie;
+    if (isOpen || each.lock != LockState::eHeld) continue;
+    found.push_back({{}, each.lockOwner, kProject, cookie, shortName(each.name), cookie, {}, 0});
+  }
+}
+
+/// The user to whom words for a holder are sent: edits have owners of the names of hosts.
+std::string Asks::userOf(const std::string& holder) const {
+  for (const FoundStation& each : parts_.presence.known()) {
+    const StationNote& note = each.note;
+    if (note.user == holder || upperCased(note.host) == holder) return note.user;
+  }
+  return holder;
+}
+
+bool Asks::isMe(const std::string& name) const {
+  const std::string upper = upperCased(name);
+  return upper == upperCased(settings().user) || upper == upperCased(settings().host);
+}
+
+// What comes.
+
+void Asks::noteDelivered(const ReceivedMessage& message) {
+  if (!isForThisUser(message.fields)) return;
+  auto read = readAskWords(message.fields.data);
+  if (!read) return;
+  const std::string& from = message.fields.source;
+  if (read->what != AskWords::What::eAsk) {
+    return takeAnswer(read->ask.id, read->what == AskWords::What::eGiven, from, read->ask.text,
+                      message.isUnverified);
+  }
+  read->ask.to = settings().user;
+  read->ask.project = message.fields.project;
+  read->ask.when = std::time(nullptr);
+  takeAsk({std::move(read->ask), 0, from, {}, message.isUnverified});
+}
+
+void Asks::noteStation(const StationNote& note) {
+  if (note.user == settings().user && note.host == settings().host) return;
+  withdrawMissing(note);
+  for (const NotedAsk& each : note.asks) {
+    if (isMe(each.to)) takeAsk({each, 0, note.user, note.id, false});
+  }
+  for (const NotedAnswer& each : note.answers) {
+    if (isMe(each.to)) takeAnswer(each.ask, each.isGiven, note.user, each.text, false);
+  }
+}
+
+bool Asks::knows(const std::string& id) const {
+  return answered_.contains(id) ||
+         std::ranges::any_of(incoming_, [&](const Incoming& each) { return each.ask.id == id; });
+}
+
+void Asks::takeAsk(Incoming ask) {
+  const auto known = std::ranges::find_if(
+      incoming_, [&](const Incoming& each) { return each.ask.id == ask.ask.id; });
+  if (known != incoming_.end() && !ask.note.empty()) {
+    // The note has the text whole, also what messages cannot carry.
+    known->note = ask.note;
+    known->ask = ask.ask;
+  }
+  for (Given& each : answers_) {
+    if (each.answer.ask == ask.ask.id && !ask.note.empty()) each.note = ask.note;
+  }
+  if (knows(ask.ask.id)) return;
+  // Asked again for the same, he means the last.
+  std::erase_if(incoming_, [&](const Incoming& each) {
+    return each.from == ask.from && each.ask.kind == ask.ask.kind &&
+           each.ask.object == ask.ask.object;
+  });
+  const auto waiting = std::ranges::count(incoming_, ask.from, &Incoming::from);
+  if (static_cast<std::size_t>(waiting) >= kMostOfOne || incoming_.size() >= 10 * kMostOfOne) {
+    if (more_[ask.from]++ == 0) {
+      LogBoth("%s asks for very much: further asks are not shown until some are answered.\n",
+              shownText(ask.from));
+    }
+    return;
+  }
+  ask.number = ++lastNumber_;
+  const std::string words = wordsWithoutToken(ask.from, AskWords::What::eAsk, ask.ask);
+  JsonValue shown = shownAsk(ask.ask, ask.number, ask.from, false);
+  if (ask.isUnverified) shown.set("unverified", true);
+  shown.set("words", shownText(words));
+  const Said said{ask.ask.when, Said::Kind::eAsk, ask.from, settings().user, words, ask.ask.id, {},
+                  false,        ask.isUnverified};
+  incoming_.push_back(std::move(ask));
+  events().talk("asked", shown.members());
+  parts_.conversation.add(said);
+}
+
+void Asks::takeAnswer(const std::string& id, bool isGiven, const std::string& by,
+                      const std::string& text, bool isUnverified) {
+  const auto own =
+      std::ranges::find_if(outgoing_, [&](const Outgoing& each) { return each.ask.id == id; });
+  // Only of whom it was asked.
+  if (own == outgoing_.end() || upperCased(own->ask.to) != upperCased(by)) return;
+  NotedAsk ask = own->ask;
+  const long number = own->number;
+  outgoing_.erase(own);
+  answered_.insert(id);
+  ask.text = text;
+  const std::string words =
+      wordsWithoutToken(by, isGiven ? AskWords::What::eGiven : AskWords::What::eKept, ask);
+  JsonValue shown = shownAsk(ask, number, by, false);
+  shown.set("answer", isGiven ? "give" : "no");
+  if (isUnverified) shown.set("unverified", true);
+  shown.set("words", shownText(words));
+  parts_.presence.showSoon();
+  events().talk("answered", shown.members());
+  parts_.conversation.add(
+      {0, Said::Kind::eAnswer, by, settings().user, words, id, {}, false, isUnverified});
+}
+
+/// An ask that its asker's note had and has no more was taken back, or its answer has arrived.
+void Asks::withdrawMissing(const StationNote& note) {
+  const auto isMissing = [&note](const std::string& inNote, const std::string& id) {
+    return inNote == note.id &&
+           std::ranges::none_of(note.asks, [&](const NotedAsk& each) { return each.id == id; });
+  };
+  const std::size_t before = answers_.size();
+  std::erase_if(answers_, [&](const Given& each) { return isMissing(each.note, each.answer.ask); });
+  if (answers_.size() != before) parts_.presence.showSoon();
+  for (const Incoming& each : incoming_) {
+    if (!isMissing(each.note, each.ask.id)) continue;
+    events().talk("withdrawn", shownAsk(each.ask, each.number, each.from, false).members());
+  }
+  std::erase_if(incoming_, [&](const Incoming& each) { return isMissing(each.note, each.ask.id); });
+}
+
+void Asks::addTo(StationNote& note) const {
+  for (const Outgoing& each : outgoing_) note.asks.push_back(each.ask);
+  for (const Given& each : answers_) note.answers.push_back(each.answer);
+}
+
+void Asks::send(const std::string& to, const std::string& words) const {
+  iProjectShare* const share = iProjectShare::instance();
+  const LightweightString<wchar_t> user = share ? share->getCurrentUser() : OS().currentUserName();
+  const std::string text = composeUserMessage(utf8Text(get_project_cookie().asString()),
+                                              utf8Text(user), to, wordsToSend(carriedWords(words)));
+  OSPrivate().networkService().createUDPBroadcaster(stationPort())->broadcast(hostText(text));
+}
+
+// What this station waits for.
+
+void Asks::watchSoon() {
+  if (std::exchange(isWatching_, true)) return;
+  parts_.host.postAfter(kBetweenLooks, [this, alive = std::weak_ptr<int>(alive_)] {
+    if (!alive.expired()) look();
+  });
+}
+
+void Asks::look() {
+  isWatching_ = false;
+  for (auto each = awaited_.begin(); each != awaited_.end();) {
+    if (!isFree(*each)) {
+      ++each;
+      continue;
+    }
+    const std::string words = "You can have " + titleOf(*each) + " now.";
+    events().talk("free",
+                  {{"kind", each->kind},
+                   {"object", each->kind == kRoom ? shownText(roomOf(*each)) : each->object},
+                   {"name", shownText(each->name)},
+                   {"words", words}});
+    each = awaited_.erase(each);
+  }
+  if (!awaited_.empty()) watchSoon();
+}
+
+bool Asks::isFree(const NotedAsk& object) const {
+  if (object.kind == kProject) {
+    iProjectShare* const share = iProjectShare::instance();
+    // A share that does not answer would hold up the window.
+    if (!share || parts_.presence.answer().isAwaited || !parts_.presence.answer().result) {
+      return false;
+    }
+    const Cookie project(object.object.c_str(), false);
+    return lookAtLock(share->getProjectLockFile(project)) != LockState::eHeld;
+  }
+  const OpenProject* const open = parts_.projects.current();
+  if (!open || open->cookie.asString().str() != object.project) return false;
+  if (isDocument(object.kind)) {
+    const Cookie cookie(object.object.c_str(), false);
+    return parts_.edits.summary(cookie) && EditActions::isAllowed(cookie);
+  }
+  const auto& rooms = parts_.rooms.known();
+  const auto room = std::ranges::find(rooms, roomOf(object), &RoomInfo::name);
+  return room != rooms.end() && room->state != LockState::eHeld;
+}
+
+}  // namespace korvel

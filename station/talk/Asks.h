@@ -1,0 +1,174 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/base/Cookie.h"
+#include "station/base/HostThread.h"
+#include "station/base/Json.h"
+#include "station/base/Result.h"
+#include "station/watch/StationNote.h"
+#include "station/wire/MessageTable.h"
+
+namespace korvel {
+
+class Conversation;
+class Edits;
+class Presence;
+class Projects;
+class Rooms;
+class UnsavedEdits;
+
+/// An ask, or the answer to one, as it travels in words from user to user. People at a station
+/// without asks read it like any other words; ours find all they need in the token at the end.
+///
+///     BEN asks for the edit "Opening titles": please [ask 1f2e3d4c5b6a7988 edit E0a1b2c3 6]
+///     ANNA gives you the edit "Opening titles" [given 1f2e3d4c5b6a7988 edit E0a1b2c3 0]
+///     ANNA keeps the edit "Opening titles" for now: at five [kept 1f2e3d4c5b6a7988 edit E0a1b2c3
+///     7]
+///
+/// A room stands in the token by its name in hexadecimal, since it may hold any character. The
+/// number is that of the bytes of the user's own words before it.
+struct AskWords {
+  enum class What { eAsk, eGiven, eKept };
+
+  What what = What::eAsk;
+  NotedAsk ask;       ///< without `to` and `when`; an answer's `text` is the answer's
+  std::string words;  ///< all of it, without the token
+};
+
+/// The ask or answer that words are; nothing for other words.
+std::optional<AskWords> readAskWords(std::string_view words);
+
+/// The words of an ask or answer of `user`, whole; carriedWords() are to be sent.
+std::string composeAskWords(const std::string& user, AskWords::What what, const NotedAsk& ask);
+
+/// Asking colleagues for what they hold: an edit that is theirs, a room they are in, a private
+/// project that they have open.
+///
+/// An ask goes out as words to the colleague and stands in this station's note as long as it waits
+/// for an answer, so that it arrives where the message was lost, and also when the colleague comes
+/// back. Answers do the same. Either is taken once, by its identifier. What waits at this station's
+/// end is taken up again at its next start.
+///
+/// Told as events: "asked" and "answered" of what came, "withdrawn" of an ask that its asker took
+/// back, "free" of what tellWhenFree() waited for. Host thread.
+class Asks {
+ public:
+  struct Parts {
+    HostThread& host;
+    Projects& projects;
+    Edits& edits;
+    Rooms& rooms;
+    Presence& presence;
+    UnsavedEdits& unsaved;
+    Conversation& conversation;
+  };
+
+  /// Of one colleague's asks that wait, and of one's own, no more are taken. A note holds so many.
+  static constexpr std::size_t kMostOfOne = 20;
+  static constexpr std::size_t kMostAnswers = 40;
+
+  /// The longest text of an ask or answer, and what is shown of a name, in bytes.
+  static constexpr std::size_t kLongestText = 300;
+  static constexpr std::size_t kLongestName = 200;
+
+  /// Where this station starts again so much later, in seconds, nobody waits for an answer any
+  /// more.
+  static constexpr std::int64_t kLongestWait = 7 * std::int64_t{86'400};
+
+  explicit Asks(const Parts& parts);
+  Asks(const Asks&) = delete;
+  Asks& operator=(const Asks&) = delete;
+  ~Asks();
+
+  /// Asks whoever holds an object, named as users name it, for it. The ask as lists show it.
+  /// Failures: there is no such object, nobody holds it, several are meant, the text is too long.
+  Result<JsonValue> ask(const std::string& object, const std::string& text);
+
+  /// What waits for an answer, others' asks and one's own, the oldest first.
+  [[nodiscard]] JsonValue list() const;
+
+  /// Answers the ask of this number. To give is to give the edit away, with unsaved changes saved
+  /// first, or to leave the room or project; where that fails, the ask stays. One's own ask is
+  /// withdrawn by keeping.
+  enum class Answer { eGive, eKeep };
+  Result<JsonValue> answer(long number, Answer answer, const std::string& text);
+
+  /// Tells this station's user when an object that another holds can be had. Who holds it now, as
+  /// `holder`. Failures as of ask().
+  Result<JsonValue> tellWhenFree(const std::string& object);
+
+  /// A message that was delivered.
+  void noteDelivered(const ReceivedMessage& message);
+
+  /// What another station says of itself now.
+  void noteStation(const StationNote& note);
+
+  /// Puts what waits into this station's note.
+  void addTo(StationNote& note) const;
+
+ private:
+  struct Incoming {
+    NotedAsk ask;
+    long number = 0;
+    std::string from;
+    std::string note;  ///< the id of the asker's station, once the ask was seen in its note
+    bool isUnverified = false;
+  };
+
+  struct Outgoing {
+    NotedAsk ask;
+    long number = 0;
+  };
+
+  struct Given {
+    NotedAnswer answer;
+    std::string note;  ///< of the asker's station, which had the ask; else empty
+  };
+
+  [[nodiscard]] Result<NotedAsk> findHeld(const std::string& object) const;
+  void findEdit(const std::string& object, std::vector<NotedAsk>& found, bool& isKnown) const;
+  void findRoom(const std::string& object, std::vector<NotedAsk>& found, bool& isKnown) const;
+  void findProject(const std::string& object, std::vector<NotedAsk>& found, bool& isKnown) const;
+  [[nodiscard]] std::string userOf(const std::string& holder) const;
+  [[nodiscard]] bool isMe(const std::string& name) const;
+
+  void takeUpEarlier();
+  void takeAsk(Incoming ask);
+  void takeAnswer(const std::string& id, bool isGiven, const std::string& by,
+                  const std::string& text, bool isUnverified);
+  void withdrawMissing(const StationNote& note);
+  [[nodiscard]] bool knows(const std::string& id) const;
+  Result<JsonValue> withdraw(std::vector<Outgoing>::iterator own);
+  Result<JsonValue> answerIncoming(std::vector<Incoming>::iterator ask, Answer answer,
+                                   const std::string& text);
+  Result<void> handOver(const Incoming& ask);
+  Result<void> giveEdit(const Incoming& ask);
+  Result<void> leaveRoom(const NotedAsk& ask);
+  Result<void> leaveProject(const NotedAsk& ask);
+  void send(const std::string& to, const std::string& words) const;
+  void watchSoon();
+  void look();
+  [[nodiscard]] bool isFree(const NotedAsk& object) const;
+
+  Parts parts_;
+  std::vector<Incoming> incoming_;
+  std::vector<Outgoing> outgoing_;
+  std::vector<Given> answers_;
+  std::vector<NotedAsk> awaited_;            ///< by tellWhenFree()
+  std::set<std::string> answered_;           ///< ids that were answered here or settled
+  std::map<std::string, std::size_t> more_;  ///< asks that were not taken, by asker
+  long lastNumber_ = 0;
+  bool isWatching_ = false;
+  std::shared_ptr<int> alive_ = std::make_shared<int>(0);  ///< what posted tasks hold weakly
+};
+
+}  // namespace korvel

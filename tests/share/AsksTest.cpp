@@ -1,0 +1,192 @@
+#include <algorithm>
+#include <chrono>
+#include <string>
+
+#include "station/base/Strings.h"
+#include "tests/share/SharedStations.h"
+
+using namespace korvel;
+
+namespace {
+
+/// Stations that ask each other for what they hold.
+class AsksTest : public SharedStations {
+ protected:
+  /// A station of this name that no datagram reaches, nor leaves.
+  StationProcess& startDeaf(const std::string& name, int machine) {
+    StationProcess::Options options;
+    options.program = KV_STATION;
+    options.projects = folder_ / "projects";
+    options.user = options.host = name;
+    options.machine = machine;
+    options.port = freeUdpPort();
+    stations_.push_back(std::make_unique<StationProcess>(std::move(options)));
+    EXPECT_TRUE(stations_.back()->waitUntilReady());
+    return *stations_.back();
+  }
+
+  static JsonValue awaitLong(StationProcess& station, const std::string& event, const Keys& keys) {
+    const auto found = station.waitFor(event, keys, std::chrono::minutes(2));
+    EXPECT_TRUE(found) << station.options().user << " saw no " << event;
+    return found ? *found : JsonValue();
+  }
+
+  static std::size_t countOf(StationProcess& station, const std::string& event) {
+    return station.events(event).size();
+  }
+
+  static std::string ownerOf(StationProcess& station, const std::string& edit) {
+    return run(station, "edit show " + edit)["owner"].asString();
+  }
+
+  /// ANNA's edit "Reel", which all three have.
+  void makeReel() {
+    startThree();
+    run(*anna_, "edit create Reel");
+    for (StationProcess* station : {ben_, carla_}) settle(*station);
+  }
+};
+
+TEST_F(AsksTest, WhoIsAskedForAnEditGivesItWithItsUnsavedChanges) {
+  makeReel();
+  run(*anna_, "edit rename Reel Roll");
+  settle(*ben_);
+  const JsonValue mine = run(*ben_, "ask Reel \"dear Anna, please\"");
+  EXPECT_EQ(mine["to"].asString(), "ANNA");
+  EXPECT_TRUE(mine["own"].asBool());
+  const JsonValue asked = await(*anna_, "asked", {{"from", "BEN"}});
+  EXPECT_EQ(asked["name"].asString(), "Reel");
+  EXPECT_EQ(asked["text"].asString(), "dear Anna, please");
+  EXPECT_EQ(asked["words"].asString(), "BEN asks for the edit \"Reel\": dear Anna, please");
+  EXPECT_EQ(run(*anna_, "asks").elements().size(), 1u);
+  EXPECT_EQ(run(*carla_, "asks").elements().size(), 0u);
+  run(*anna_, "answer " + std::to_string(asked["number"].asLong()) + " give \"here you are\"");
+  const JsonValue answered = await(*ben_, "answered", {{"from", "ANNA"}});
+  EXPECT_EQ(answered["answer"].asString(), "give");
+  EXPECT_EQ(answered["words"].asString(), "ANNA gives you the edit \"Reel\": here you are");
+  await(*ben_, "changed", {{"what", "permissions"}});
+  EXPECT_EQ(ownerOf(*ben_, "Roll"), "BEN");
+  EXPECT_FALSE(run(*anna_, "edit show Roll")["dirty"].asBool());
+  for (StationProcess* station : {anna_, ben_}) {
+    EXPECT_TRUE(run(*station, "asks").elements().empty());
+    EXPECT_EQ(run(*station, "conversation").elements().size(), 2u);
+  }
+  // Neither the notes of the stations nor the messages tell it twice.
+  EXPECT_EQ(countOf(*anna_, "asked"), 1u);
+  EXPECT_EQ(countOf(*ben_, "answered"), 1u);
+  EXPECT_TRUE(run(*carla_, "conversation").elements().empty());
+}
+
+TEST_F(AsksTest, AnAskAndItsAnswerArriveThoughEveryDatagramIsLost) {
+  StationProcess& anna = startDeaf("ANNA", 11);
+  StationProcess& ben = startDeaf("BEN", 12);
+  for (const std::string line : {"project create Film", "project enter Film", "room create Cut 1",
+                                 "room create \"S\xC3\xBC\xC3\x9F \xE2\x82\xAC\""}) {
+    anna.command(line);
+  }
+  run(anna, "room enter \"S\xC3\xBC\xC3\x9F \xE2\x82\xAC\"");
+  run(ben, "project enter Film");
+  run(ben, "ask \"S\xC3\xBC\xC3\x9F \xE2\x82\xAC\" \"10 \xE2\x82\xAC for it\"");
+  const JsonValue asked = awaitLong(anna, "asked", {{"from", "BEN"}});
+  EXPECT_EQ(asked["kind"].asString(), "room");
+  EXPECT_EQ(asked["object"].asString(), "S\xC3\xBC\xC3\x9F \xE2\x82\xAC");
+  EXPECT_EQ(asked["text"].asString(), "10 \xE2\x82\xAC for it");
+  run(anna, "answer " + std::to_string(asked["number"].asLong()) + " give");
+  EXPECT_EQ(awaitLong(ben, "answered", {})["answer"].asString(), "give");
+  run(ben, "room enter \"S\xC3\xBC\xC3\x9F \xE2\x82\xAC\"");
+}
+
+TEST_F(AsksTest, WhoIsAwayIsAskedOnReturnAlsoIfTheAskerStartedAgain) {
+  makeReel();
+  ASSERT_EQ(anna_->quit(), 0);
+  EXPECT_FALSE(run(*ben_, "ask Reel")["here"].asBool());
+  ASSERT_EQ(ben_->quit(), 0);
+  StationProcess& ben = start("BEN", 12);
+  ASSERT_EQ(run(ben, "asks").elements().size(), 1u);
+  StationProcess& anna = start("ANNA", 11);
+  const JsonValue asked = awaitLong(anna, "asked", {{"from", "BEN"}});
+  run(anna, "project enter Film");
+  run(anna, "answer " + std::to_string(asked["number"].asLong()) + " no \"at five\"");
+  const JsonValue answered = awaitLong(ben, "answered", {});
+  EXPECT_EQ(answered["answer"].asString(), "no");
+  EXPECT_EQ(answered["text"].asString(), "at five");
+  run(ben, "project enter Film");
+  EXPECT_EQ(ownerOf(ben, "Reel"), "ANNA");
+}
+
+TEST_F(AsksTest, APrivateProjectIsLeftForWhoAsks) {
+  startThree();
+  run(*anna_, "project leave");
+  run(*anna_, "project create Secret --private");
+  run(*anna_, "project enter Secret");
+  run(*ben_, "tell-when-free Secret");
+  run(*ben_, "ask Secret");
+  const JsonValue asked = await(*anna_, "asked", {{"kind", "project"}});
+  run(*anna_, "answer " + std::to_string(asked["number"].asLong()) + " give");
+  await(*ben_, "answered", {{"answer", "give"}});
+  EXPECT_EQ(awaitLong(*ben_, "free", {})["name"].asString(), "Secret");
+  run(*ben_, "project enter Secret");
+}
+
+TEST_F(AsksTest, WhoAsksAgainTakesTheFirstBackAndAWithdrawnAskIsGone) {
+  makeReel();
+  run(*ben_, "ask Reel one");
+  await(*anna_, "asked", {{"text", "one"}});
+  run(*ben_, "ask Reel two");
+  await(*anna_, "asked", {{"text", "two"}});
+  ASSERT_EQ(run(*anna_, "asks").elements().size(), 1u);
+  const JsonValue mine = run(*ben_, "asks").elements().at(0);
+  // An ask that was taken back before it was ever in the note needs nothing; this one was.
+  awaitLong(*anna_, "presence", {{"how", "changed"}, {"user", "BEN"}});
+  run(*ben_, "answer " + std::to_string(mine["number"].asLong()) + " no");
+  awaitLong(*anna_, "withdrawn", {{"text", "two"}});
+  EXPECT_TRUE(run(*anna_, "asks").elements().empty());
+}
+
+TEST_F(AsksTest, WhatCannotBeAskedForSaysWhy) {
+  makeReel();
+  run(*ben_, "edit create Mine");
+  const auto says = [&](const std::string& line, const std::string& part) {
+    const std::string said = refusal(*ben_, line);
+    EXPECT_NE(said.find(part), said.npos) << line << ": " << said;
+  };
+  says("ask Mine", "Nobody else holds \"Mine\"");
+  says("ask Nothing", "There is no edit, room or private project called \"Nothing\"");
+  says("ask Reel " + std::string(301, 'x'), "301 bytes");
+  says("answer 7 give", "No ask has the number 7");
+  says("answer x give", "Usage: answer N give|no");
+  says("tell-when-free Film", "Nobody else holds");
+}
+
+TEST_F(AsksTest, AThousandAsksAreFoldedIntoALine) {
+  makeReel();
+  for (int i = 0; i < 100; ++i) {
+    std::string id = std::to_string(i);
+    id.insert(0, 16 - id.size(), '0');
+    send({"user-message", "--source", "EVE", "--target", "ANNA", "--data",
+          "EVE asks for the edit \"x\" [ask " + id + " edit E" + id + " 0]"});
+  }
+  settle(*anna_);
+  EXPECT_LE(run(*anna_, "asks").elements().size(), 20u);
+  const auto logs = anna_->events("log");
+  EXPECT_EQ(std::ranges::count_if(logs,
+                                  [](const JsonValue& log) {
+                                    return log["text"].asString().find("EVE asks for very much") !=
+                                           std::string::npos;
+                                  }),
+            1);
+}
+
+TEST_F(AsksTest, WordsThatBeginWithASmallDAreShownAsTyped) {
+  startThree();
+  run(*ben_, "panel open");
+  run(*anna_, "say BEN \"dinner?\"");
+  await(*ben_, "said", {{"text", "dinner?"}});
+  await(*ben_, "notification", {{"text", " dinner?"}});
+  const JsonValue own = run(*anna_, "conversation BEN");
+  ASSERT_EQ(own.elements().size(), 1u);
+  EXPECT_EQ(own.elements()[0]["text"].asString(), "dinner?");
+  EXPECT_TRUE(run(*carla_, "conversation").elements().empty());
+}
+
+}  // namespace
