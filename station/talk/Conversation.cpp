@@ -108,7 +108,7 @@ namespace {
 constexpr std::string_view kEnding = ".jsonl";
 
 /// Raised when a reader of this version could not understand what is written.
-constexpr long kFormat = 1;
+constexpr long kConversationFormat = 1;
 
 constexpr std::array kKinds{"words", "ask", "answer"};
 
@@ -176,7 +176,7 @@ Conversation::Conversation(std::string folder, std::string user,
 }
 
 std::string Conversation::header() const {
-  return writeJson(JsonValue::object({{"conversation", kFormat},
+  return writeJson(JsonValue::object({{"conversation", kConversationFormat},
                                       {"user", shownText(user_)},
                                       {"projects", shownText(projects_)}})) +
          "\n";
@@ -184,7 +184,7 @@ std::string Conversation::header() const {
 
 bool Conversation::isOurs(const std::string& line) const {
   const auto first = parseJson(line);
-  return first && (*first)["conversation"].asLong() == kFormat &&
+  return first && (*first)["conversation"].asLong() == kConversationFormat &&
          (*first)["user"].asString() == shownText(user_) &&
          (*first)["projects"].asString() == shownText(projects_);
 }
