@@ -11,6 +11,7 @@
 #include "host/base/Cookie.h"
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
+#include "station/edit/Timecode.h"
 #include "station/project/Names.h"
 
 namespace korvel {
@@ -265,6 +266,23 @@ JsonValue withShortCookies(const JsonValue& value) {
                           [length](const std::string& cookie) { return cookie.substr(0, length); });
 }
 
+JsonValue withTimecodes(const JsonValue& value) {
+  JsonValue all = value;
+  for (JsonValue& each : all.elements()) each = withTimecodes(each);
+  for (const auto& [key, each] : value.members()) all.set(key, withTimecodes(each));
+  const JsonValue rate = value["rate"];
+  if (!rate.isNumber() || !value["start"].isNumber() || !value["end"].isNumber()) return all;
+  const Timecode timecode(rate.asDouble());
+  const double start = value["start"].asDouble();
+  const double end = value["end"].asDouble();
+  all.set("start", timecode.textAt(start));
+  all.set("end", timecode.textAt(end));
+  all.remove("rate");  // which stands last
+  all.set("length", timecode.textAt(end - start));
+  all.set("rate", rate);
+  return all;
+}
+
 JsonValue sortedByName(JsonValue list) {
   std::ranges::stable_sort(list.elements(), {}, [](const JsonValue& each) {
     return upperCased(each["name"].asString());
@@ -274,7 +292,8 @@ JsonValue sortedByName(JsonValue list) {
 
 std::string shownResult(Station& station, const CommandCall& call, const JsonValue& result) {
   const auto& show = call.command->show;
-  return show ? show(station, call.arguments, result) : renderForPeople(withShortCookies(result));
+  return show ? show(station, call.arguments, result)
+              : renderForPeople(withTimecodes(withShortCookies(result)));
 }
 
 }  // namespace korvel

@@ -104,6 +104,10 @@ Result<JsonValue> runCall(Station& station, const CommandCall& call);
 /// at least: what people read and type. Names, and a cookie that is all there is, stay as they are.
 JsonValue withShortCookies(const JsonValue& value);
 
+/// The same with the start and end of each clip in it as timecode at the clip's rate, and its
+/// length behind them: what people read. Scripts get seconds.
+JsonValue withTimecodes(const JsonValue& value);
+
 /// A list of objects in the order of their names, whatever their capitals.
 JsonValue sortedByName(JsonValue list);
 

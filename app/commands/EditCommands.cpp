@@ -169,7 +169,8 @@ void addLooking(CommandTable& table) {
              Command::Place::eHostThread, [](Station&, const Arguments&, const JsonValue& edits) {
                return renderForPeople(withShortCookies(sortedByName(edits)));
              }});
-  table.add({"edit show", "E", "Shows an edit or log with its clips; times are in seconds.", 1, 1,
+  table.add({"edit show", "E",
+             "Shows an edit or log with its clips; times are timecode, for scripts seconds.", 1, 1,
              onEdit([](Station& station, const Cookie& cookie, const Arguments&) {
                return station.edits().show(cookie);
              })});
@@ -188,13 +189,15 @@ void addLooking(CommandTable& table) {
 }
 
 void addChanging(CommandTable& table) {
-  table.add({"edit trim", "E CLIP START END",
-             "Makes a clip (by name, or by path such as 0/2) show its material from START to END, "
-             "each in frames of the clip (36) or seconds (1.5s); announced before it is saved.",
-             4, 4, onEdit([](Station&, const Cookie& cookie, const Arguments& arguments) {
-               return answer(EditActions::trim(cookie, arguments[1], arguments[2], arguments[3]));
-             }),
-             Command::Place::eHostThread, said("Trimmed; \"edit save\" keeps it.")});
+  table.add(
+      {"edit trim", "E CLIP START END",
+       "Makes a clip (by name, or by path such as 0/2) show its material from START to END, "
+       "each as timecode (1:12), frames of the clip (36), seconds (1.5s) or a step from where "
+       "it is now (+12f); announced before it is saved.",
+       4, 4, onEdit([](Station&, const Cookie& cookie, const Arguments& arguments) {
+         return answer(EditActions::trim(cookie, arguments[1], arguments[2], arguments[3]));
+       }),
+       Command::Place::eHostThread, said("Trimmed; \"edit save\" keeps it.")});
   Command rename{"edit rename",
                  "E NAME",
                  "Gives an edit or log another name; announced before it is saved.",

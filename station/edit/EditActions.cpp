@@ -1,7 +1,6 @@
 #include "station/edit/EditActions.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <filesystem>
 #include <memory>
@@ -10,11 +9,11 @@
 #include "host/project/iPermissionsManager.h"
 #include "station/base/Events.h"
 #include "station/base/HostParts.h"
-#include "station/base/Rendering.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
 #include "station/edit/OtioDocument.h"
+#include "station/edit/Timecode.h"
 #include "station/keep/UndoList.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/Names.h"
@@ -78,30 +77,6 @@ int logTypeOf(char kind) {
   return kind == CookieTypeEdit ? Edit::kEditLogType : EditFile::kShotLogType;
 }
 
-Result<double> readTime(const std::string& text, double rate) {
-  double number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stopped, problem] = std::from_chars(text.data(), end, number);
-  const std::string_view unit(stopped, static_cast<std::size_t>(end - stopped));
-  if (problem == std::errc{} && unit == "s") return number;
-  const bool isFrames = problem == std::errc{} && (unit.empty() || unit == "f") && rate > 0;
-  if (isFrames && number != std::floor(number)) {
-    return Error{ErrorCode::eUsage,
-                 inQuotes(text) +
-                     " is no whole number of frames; write frames (\"36\"), or seconds "
-                     "with an s (\"1.5s\").",
-                 {}};
-  }
-  if (isFrames) return number / rate;
-  return Error{
-      ErrorCode::eUsage,
-      inQuotes(text) + " is no time; write frames of the clip (\"36\") or seconds (\"1.5s\").",
-      {}};
-}
-
-/// A time as a number of frames, as users write it.
-std::string frameOf(double seconds, double rate) { return shownNumber(seconds * rate); }
-
 /// Whether the clip has material for the whole range, as far as anything tells.
 Result<void> requireMaterial(const JsonValue& timeline, const std::string& path,
                              const ClipRange& range) {
@@ -110,10 +85,10 @@ Result<void> requireMaterial(const JsonValue& timeline, const std::string& path,
   const bool isInside = range.start >= material.range.start - kTolerance &&
                         range.end <= material.range.end + kTolerance;
   if (!material.hasRange || isInside) return {};
-  const double rate = clipAt(timeline, path)->rate;
+  const Timecode timecode(clipAt(timeline, path)->rate);
   return Error{ErrorCode::eRefused,
-               "The clip has material from frame " + frameOf(material.range.start, rate) + " to " +
-                   frameOf(material.range.end, rate) + " only.",
+               "The clip has material from " + timecode.textAt(material.range.start) + " to " +
+                   timecode.textAt(material.range.end) + " only.",
                {}};
 }
 
@@ -121,10 +96,12 @@ Result<EditModification> describeTrim(const JsonValue& timeline, const std::stri
                                       const std::string& start, const std::string& end) {
   const auto path = findClip(timeline, clip);
   if (!path) return path.error();
-  const double rate = clipAt(timeline, *path)->rate;
-  const auto from = readTime(start, rate);
+  const auto now = clipAt(timeline, *path);
+  if (!now) return now.error();
+  const Timecode timecode(now->rate);
+  const auto from = timecode.read(start, now->range.start);
   if (!from) return from.error();
-  const auto to = readTime(end, rate);
+  const auto to = timecode.read(end, now->range.end);
   if (!to) return to.error();
   EditModification trim(eModTrim);
   trim.range_.start = *from;

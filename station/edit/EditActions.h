@@ -35,7 +35,8 @@ Result<void> exportTo(const Cookie& cookie, const std::string& path,
                       Replacing replacing = Replacing::eRefuse);
 
 /// Makes a clip show another stretch of its material. `clip` is a path or an unambiguous name;
-/// times are frames of the clip's own rate ("36", "36f"), or seconds ("1.5s").
+/// times are of its material, as Timecode reads them at the clip's own rate; a step ("+12f") counts
+/// from where the clip starts and ends now.
 Result<void> trim(const Cookie& cookie, const std::string& clip, const std::string& start,
                   const std::string& end);
 

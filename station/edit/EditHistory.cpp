@@ -8,12 +8,12 @@
 #include <optional>
 #include <utility>
 
-#include "station/base/Rendering.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditActions.h"
 #include "station/edit/EditFile.h"
 #include "station/edit/Edits.h"
 #include "station/edit/OtioDocument.h"
+#include "station/edit/Timecode.h"
 #include "station/keep/VersionFolder.h"
 #include "station/os/FolderListing.h"
 #include "station/os/SharedFiles.h"
@@ -51,7 +51,8 @@ std::string title(const ClipInfo& clip) {
 
 std::string rangeText(const ClipInfo& clip) {
   if (!clip.hasRange) return "all";
-  return shownNumber(clip.range.start) + "-" + shownNumber(clip.range.end) + " s";
+  const Timecode timecode(clip.rate);
+  return timecode.textAt(clip.range.start) + "-" + timecode.textAt(clip.range.end);
 }
 
 /// Walks both lists and says what became of each clip of the first.

@@ -49,6 +49,20 @@ TEST_F(AnswersTest, ACommandSaysWhatItDid) {
   }
 }
 
+TEST_F(AnswersTest, APersonReadsTimecodeAndAScriptSeconds) {
+  answers("project create Film\nproject enter Film\nedit import \"" + sample("simple_cut.otio") +
+          "\"\n");
+  const std::string said = answers(
+      "project enter Film\nedit trim \"Figure 1 - Simple Cut List\" Clip-001 "
+      "0:02 0:06\nedit show \"Figure 1 - Simple Cut List\"\nquit --discard\n");
+  EXPECT_NE(said.find("00:00:00:02  00:00:00:06  00:00:00:04  24"), said.npos) << said;
+  StationProcess& ben = start("BEN", 12);
+  run(ben, "project enter Film");
+  const JsonValue clip =
+      run(ben, "edit show \"Figure 1 - Simple Cut List\"")["clips"].elements()[0];
+  EXPECT_EQ(writeJson(clip["start"]) + " " + writeJson(clip["rate"]), "0.125 24.0");
+}
+
 TEST_F(AnswersTest, WhoMakesAProjectOfAKnownNameIsWarned) {
   const std::string once = answers("project create Film\n");
   EXPECT_EQ(once.find("already"), once.npos) << once;

@@ -40,6 +40,20 @@ TEST(NearestName, NothingIsNearWhenAThirdOfTheLettersDiffers) {
   EXPECT_EQ(nearestName("", {"quit"}), "");
 }
 
+TEST(CommandTable, PeopleReadTheTimesOfClipsAsTimecode) {
+  const auto clip = [](double rate) {
+    return JsonValue::object({{"name", "Quay"}, {"start", 60.06}, {"end", 61.061}, {"rate", rate}});
+  };
+  JsonValue clips = JsonValue::array();
+  clips.append(clip(30000.0 / 1001));
+  clips.append(JsonValue::object({{"start", 1.5}}));
+  const JsonValue shown = withTimecodes(JsonValue::object({{"clips", clips}}))["clips"];
+  EXPECT_EQ(writeJson(shown.elements()[0]),
+            R"({"name":"Quay","start":"00:01:00;02","end":"00:01:01;02",)"
+            R"("length":"00:00:01;00","rate":29.97002997002997})");
+  EXPECT_EQ(writeJson(shown.elements()[1]), R"({"start":1.5})");
+}
+
 TEST(CommandTable, MegabytesThatAreNoCommandAreAnsweredAtOnce) {
   const CommandTable table = someCommands();
   const auto begin = std::chrono::steady_clock::now();

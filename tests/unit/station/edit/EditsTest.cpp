@@ -50,7 +50,7 @@ TEST_F(EditsTest, ATrimBeyondTheMaterialNamesItsFrames) {
   const Cookie cookie = imported("simple_cut.otio");
   const auto trimmed = EditActions::trim(cookie, "Clip-001", "500", "9000");
   ASSERT_FALSE(trimmed);
-  EXPECT_EQ(trimmed.error().message, "The clip has material from frame 0 to 8 only.");
+  EXPECT_EQ(trimmed.error().message, "The clip has material from 00:00:00:00 to 00:00:00:08 only.");
 }
 
 TEST_F(EditsTest, ASaveWritesTheChangesAndIsAnnounced) {
@@ -86,13 +86,23 @@ TEST_F(EditsTest, ARefusedModificationNamesTheOwnerAndChangesNothing) {
 
 TEST_F(EditsTest, ATrimToAPartOfAFrameIsRefusedAndSaysHowSecondsAreWritten) {
   const Cookie cookie = imported("simple_cut.otio");
-  for (const char* start : {"1.5", "1.5f"}) {
-    const auto refused = EditActions::trim(cookie, "Clip-001", start, "5");
-    ASSERT_FALSE(refused) << start;
-    EXPECT_EQ(refused.error().code, ErrorCode::eUsage);
-    EXPECT_NE(refused.error().message.find("no whole number of frames"), std::string::npos);
-    EXPECT_NE(refused.error().message.find("\"1.5s\""), std::string::npos);
-  }
+  const auto refused = EditActions::trim(cookie, "Clip-001", "1.5f", "5");
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().code, ErrorCode::eUsage);
+  EXPECT_NE(refused.error().message.find("no whole number of frames"), std::string::npos);
+  EXPECT_NE(refused.error().message.find("\"1.5s\""), std::string::npos);
+}
+
+TEST_F(EditsTest, ATrimTakesTimecodeAndStepsFromWhereTheClipIs) {
+  const Cookie cookie = imported("simple_cut.otio");
+  const auto range = [&] {
+    const JsonValue clip = (*edits.show(cookie))["clips"].elements().at(0);
+    return std::pair(clip["start"].asDouble() * 24, clip["end"].asDouble() * 24);
+  };
+  ASSERT_TRUE(EditActions::trim(cookie, "Clip-001", "0:02", "00:00:00:06"));
+  EXPECT_EQ(range(), std::pair(2.0, 6.0));
+  ASSERT_TRUE(EditActions::trim(cookie, "Clip-001", "-1f", "+0:01"));
+  EXPECT_EQ(range(), std::pair(1.0, 7.0));
 }
 
 TEST_F(EditsTest, AnOwnerThatNoStationIsIsNotNamedAsOneToAsk) {
