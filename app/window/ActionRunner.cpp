@@ -20,6 +20,7 @@ namespace {
 std::optional<ObjectKind> kindOf(Target target) {
   switch (target) {
     case Target::eEdit:
+    case Target::eClip:
       return ObjectKind::eEdits;
     case Target::eBin:
       return ObjectKind::eBins;
@@ -46,44 +47,16 @@ std::vector<FieldChoice> choicesOf(const ObjectRows& rows) {
   return choices;
 }
 
-/// "track 1, clip 2" of "0/1": people count from one.
-QString placeText(const QString& path) {
-  QStringList numbers;
-  for (const QString& part : path.split(QLatin1Char('/'))) {
-    numbers << QString::number(part.toInt() + 1);
-  }
-  const QString track = numbers.takeFirst();
-  return QStringLiteral("track %1, clip %2").arg(track, numbers.join(QStringLiteral(" in ")));
-}
-
-/// "Crane  (track 1, clip 2), now 12 to 36": what of it is shown, in frames as they are typed.
-QString clipText(const TimelineItem& item) {
-  const QString text = QStringLiteral("%1  (%2)").arg(oneLine(item.name), placeText(item.path));
-  if (!(item.rate > 0)) return text;
-  const auto frames = [&item](double seconds) {
-    return QString::number(qRound64(seconds * item.rate));
-  };
-  return text +
-         QStringLiteral(", now %1 to %2").arg(frames(item.from), frames(item.from + item.length));
-}
-
-std::vector<FieldChoice> clipChoices(const TimelinePtr& timeline) {
-  std::vector<FieldChoice> choices;
-  if (!timeline || !timeline->version.isEmpty())
-    return choices;  // an older version has other clips
-  for (const TimelineTrack& track : timeline->tracks) {
-    for (const TimelineItem& item : track.items) {
-      if (item.kind == TimelineItem::Kind::eTransition) continue;
-      choices.push_back({clipText(item), item.path});
-    }
-  }
-  return choices;
-}
-
 /// Whether an action takes something away from everybody.
 bool isDeletion(const ActionSpec& action) {
   const QString line = QString::fromUtf8(action.line);
   return line.startsWith(QLatin1String("edit delete")) || line.contains(QLatin1String(" destroy "));
+}
+
+/// Whether an action asks where a clip is to begin and end.
+bool asksForTrim(const ActionSpec& action) {
+  return QLatin1String(action.line).startsWith(QLatin1String("edit trim")) &&
+         !action.fields.empty();
 }
 
 bool isGift(const ActionSpec& action) {
@@ -120,6 +93,8 @@ QString lackOf(Target target) {
       return QStringLiteral("Choose a room in the list first.");
     case Target::eEdit:
       return QStringLiteral("Choose an edit or a log in the list first.");
+    case Target::eClip:
+      return ActionRunner::tr("Choose a clip in the timeline first.");
     case Target::eBin:
       return QStringLiteral("Choose a bin in the list first.");
     case Target::eRack:
@@ -154,6 +129,9 @@ QString ActionRunner::whatLacks(Target target) const {
       return unless(panes_.projects->chosenRoom().has_value());
     case Target::eObject:
       return hasProject ? unless(hasObject) : noProject;
+    case Target::eClip:
+      return whatLacks(Target::eEdit).isEmpty() ? unless(panes_.detail->view().chosen())
+                                                : whatLacks(Target::eEdit);
     default:
       return hasProject ? unless(hasObject && kindOf(target) == panes_.objects->kind()) : noProject;
   }
@@ -183,7 +161,19 @@ QString ActionRunner::whyNotPlace(const QString& line) const {
     return QStringLiteral("There is no rack yet: Rack > New rack makes one.");
   if (is("edit recover") && (!snapshot_->left || snapshot_->left->empty()))
     return QStringLiteral("No unsaved changes were left behind.");
-  return {};
+  return is("edit trim") ? whyNotTrim(line) : QString();
+}
+
+QString ActionRunner::whyNotTrim(const QString& line) const {
+  const TimelineView& view = panes_.detail->view();
+  const TimelinePtr& shown = view.timeline();
+  if (!shown || !shown->problem.isEmpty()) return tr("The timeline is not there yet.");
+  if (!shown->version.isEmpty()) {
+    return tr("This is an older version. Only the edit as it is now can be trimmed.");
+  }
+  const bool isOfChosen = line.contains(QLatin1String("{clip}"));
+  if (!isOfChosen || !view.chosen() || view.chosen()->canBeTrimmed) return {};
+  return tr("This part of the edit cannot be trimmed.");
 }
 
 QString ActionRunner::whyNotObject(const QString& line) const {
@@ -230,6 +220,7 @@ QStringList ActionRunner::targetWords(Target target) const {
   if (target == Target::eRoom) return {panes_.projects->chosenRoom()->name};
   QStringList words;
   for (const ObjectRow& row : panes_.objects->chosen()) words.append(wordOf(row, target));
+  if (target == Target::eClip) return {words.front(), panes_.detail->view().chosen()->path};
   return words;
 }
 
@@ -237,6 +228,9 @@ void ActionRunner::run(const ActionSpec& action) {
   if (!whyNot(action).isEmpty()) return;
   if (isDeletion(action)) {
     askBeforeDeleting(action);
+  } else if (asksForTrim(action)) {
+    const TimelineItem* const clip = panes_.detail->view().chosen();
+    askTrim(clip ? clip->path : QString())->show();
   } else if (action.fields.empty()) {
     runLine(filledLine(action, targetWords(action.target), {}));
   } else {
@@ -402,7 +396,38 @@ ActionDialog* ActionRunner::askFields(const ActionSpec& action, const QStringLis
   return dialog;
 }
 
-// Of two times that were typed one may be wrong: neither is to be typed a second time.
+TrimDialog* ActionRunner::askTrim(const QString& path) {
+  auto* dialog = new TrimDialog(panes_.detail->view().timeline(), path, &window_);
+  const QString edit = panes_.objects->chosen().front().cookie;
+  connect(dialog, &TrimDialog::filled, this, [this, edit](const ClipTrim& trim) {
+    link_.run(trim.line(edit), [this, edit, trim](const CommandOutcome& outcome) {
+      const TimelinePtr& shown = panes_.detail->view().timeline();
+      if (outcome.succeeded || !shown || shown->cookie != edit) return;
+      TrimDialog* const again = askTrim(trim.path());
+      again->correct(trim, outcome.text);
+      again->show();
+    });
+  });
+  return dialog;
+}
+
+void ActionRunner::trim(const ClipTrim& trim) {
+  const auto chosen = panes_.objects->chosen();
+  if (chosen.empty()) return;
+  link_.run(trim.line(chosen.front().cookie), [this](const CommandOutcome& outcome) {
+    if (!outcome.succeeded) panes_.detail->view().dropTrim();
+  });
+}
+
+QString ActionRunner::whyNotTrim() const {
+  const QString line = QStringLiteral("edit trim {object}");
+  const QString lack = whatLacks(Target::eEdit);
+  if (!lack.isEmpty()) return lack;
+  const QString why = whyNotTrim(line);
+  return why.isEmpty() ? whyNotObject(line) : why;
+}
+
+// What was typed and refused is not to be typed a second time.
 void ActionRunner::askAgain(const ActionSpec& action, const QStringList& words,
                             const QStringList& values, const CommandOutcome& outcome) {
   if (outcome.succeeded || outcome.line.isEmpty()) return;
@@ -540,12 +565,6 @@ void ActionRunner::fillChoices(FieldContent& content, const ActionField& field) 
         const auto object = panes_.objects->find(cookie);
         content.choices.push_back({object ? object->name : cookie, cookie});
       }
-      break;
-    case ActionField::Kind::eClip:
-      content.choices = clipChoices(panes_.detail->view().timeline());
-      if (const TimelineItem* clip = panes_.detail->view().chosen();
-          clip && !content.choices.empty())
-        content.initial = clip->path;
       break;
     default:
       break;

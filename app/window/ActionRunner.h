@@ -15,6 +15,7 @@ namespace korvel {
 
 class ActionDialog;
 class Question;
+class TrimDialog;
 
 /// Does what the menus, the keys and the lists ask for, with what is chosen: asks for what an
 /// action needs and before what cannot simply be taken back, and runs the line.
@@ -40,7 +41,13 @@ class ActionRunner : public QObject {
   /// The same of taking back a version of the chosen edit.
   [[nodiscard]] QString whyNotRestore() const;
 
+  /// The same of trimming a clip of the timeline that is shown.
+  [[nodiscard]] QString whyNotTrim() const;
+
   void run(const ActionSpec& action);
+
+  /// Trims a clip of the chosen edit, whose timeline is shown.
+  void trim(const ClipTrim& trim);
 
   /// Runs a line of the console; one that would leave a project asks about unsaved changes first.
   void runLine(const QString& line);
@@ -75,6 +82,8 @@ class ActionRunner : public QObject {
   [[nodiscard]] QStringList targetWords(Target target) const;
   [[nodiscard]] FieldContent fieldContent(const ActionField& field) const;
   void fillChoices(FieldContent& content, const ActionField& field) const;
+  [[nodiscard]] QString whyNotTrim(const QString& line) const;
+  TrimDialog* askTrim(const QString& path);
   void askFields(const ActionSpec& action);
   ActionDialog* askFields(const ActionSpec& action, const QStringList& words);
   void askAgain(const ActionSpec& action, const QStringList& words, const QStringList& values,

@@ -63,12 +63,6 @@ const std::vector<ActionSpec>& table() {
       {"Edit", "&Open", "Ctrl+Return", Target::eEdit, "edit open {object}", {}},
       {"Edit", "&Close", "Ctrl+W", Target::eEdit, "edit close {object}", {}},
       {"Edit",
-       "&Trim a clip…",
-       "Ctrl+T",
-       Target::eEdit,
-       "edit trim {object} {0} {1} {2}",
-       {{"Clip", Kind::eClip}, {"From (frames, or 1.5s)"}, {"To (frames, or 1.5s)"}}},
-      {"Edit",
        "&Rename…",
        "F2",
        Target::eEdit,
@@ -99,6 +93,37 @@ const std::vector<ActionSpec>& table() {
       {"Edit", "S&how it as text", "", Target::eEdit, "edit show {object}", {}},
       {"Edit", "List &all as text", "", Target::eOpenProject, "edit list", {}},
       {"Edit", "&Delete…", "Del", Target::eEdit, "edit delete {objects}", {}},
+
+      {"Clip",
+       "&Trim a clip…",
+       "Ctrl+T",
+       Target::eEdit,
+       "edit trim {object} {0} {1} {2}",
+       {{"Clip"}, {"In"}, {"Out"}}},
+      {"Clip",
+       "&In a frame earlier",
+       "Shift+Left",
+       Target::eClip,
+       "edit trim {object} {clip} -1f +0f",
+       {}},
+      {"Clip",
+       "In a frame &later",
+       "Shift+Right",
+       Target::eClip,
+       "edit trim {object} {clip} +1f +0f",
+       {}},
+      {"Clip",
+       "&Out a frame earlier",
+       "Ctrl+Left",
+       Target::eClip,
+       "edit trim {object} {clip} +0f -1f",
+       {}},
+      {"Clip",
+       "Out a frame late&r",
+       "Ctrl+Right",
+       Target::eClip,
+       "edit trim {object} {clip} +0f +1f",
+       {}},
 
       {"Bin", "&New bin…", "", Target::eOpenProject, "bin create {0}", {{"Name"}}},
       {"Bin",
@@ -207,6 +232,8 @@ QString filledLine(const ActionSpec& action, const QStringList& objects,
       for (const QString& object : objects) words.append(quoted(object));
     } else if (word == QLatin1String("{object}")) {
       words.append(quoted(objects.value(0)));
+    } else if (word == QLatin1String("{clip}")) {
+      words.append(quoted(objects.value(1)));
     } else if (word.startsWith(QLatin1Char('{'))) {
       words.append(quoted(values.value(word.mid(1, word.size() - 2).toInt())));
     } else {

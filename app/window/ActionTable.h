@@ -19,8 +19,7 @@ struct ActionField {
     eNewOwner,  ///< a user's exact name, which nothing fills in beforehand
     eBin,
     eRack,
-    eContent,
-    eClip
+    eContent
   };
   const char* label;
   Kind kind = Kind::eText;
@@ -35,6 +34,7 @@ enum class Target {
   eProject,        ///< one of the list
   eRoom,
   eEdit,
+  eClip,    ///< of the timeline that is shown
   eObject,  ///< of any kind
   eBin,
   eRack,
@@ -47,6 +47,7 @@ enum class Target {
 ///
 ///     "edit give {object} {0}"    {object}   the chosen one
 ///                                 {objects}  all that are chosen
+///                                 {clip}     the chosen one of the timeline, by its path
 ///                                 {0} {1}    the fields
 struct ActionSpec {
   const char* menu;  ///< "Edit"
@@ -61,7 +62,7 @@ struct ActionSpec {
 std::span<const ActionSpec> actionTable();
 
 /// The line with everything in its place. `objects` are words as commands take them, the chosen one
-/// first; all are quoted where need be.
+/// first; of a clip the edit's and its own. All are quoted where need be.
 QString filledLine(const ActionSpec& action, const QStringList& objects, const QStringList& values);
 
 /// Where the window does what a line of the console does: "Edit > Rename" for "edit rename E Quay".

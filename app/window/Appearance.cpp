@@ -346,6 +346,7 @@ QString styleSheet(const Colours& colours) {
     QToolTip { border: 1px solid @border; background: @panel; color: @text; }
     QLabel[role="heading"] { font-weight: 600; }
     QLabel[role="quiet"] { color: @quiet; }
+    QLabel[role="problem"] { color: @bad; }
     QFrame[role="bar-error"] { background: @errorback; border-left: 4px solid @bad; }
     QFrame[role="bar-note"] { background: @noteback; border-left: 4px solid @accent; }
     QFrame[role="bar-change"] { background: @noteback; border-left: 4px solid @warn; }

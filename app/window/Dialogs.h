@@ -5,14 +5,18 @@
 #include <QMetaType>
 #include <QString>
 #include <QStringList>
+#include <array>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "app/window/ActionTable.h"
+#include "app/window/Timeline.h"
 
 class QComboBox;
 class QDialogButtonBox;
+class QFormLayout;
 class QLabel;
 class QLineEdit;
 class QListWidget;
@@ -157,6 +161,50 @@ class TrashDialog : public QDialog {
   QPushButton* empty_;
   std::vector<TrashRow> rows_;
   bool isFilled_ = false;  ///< rows were shown since it opened
+};
+
+/// Asks where a clip is to begin and end in its material: in, out and length, prefilled, as
+/// timecode, frames or seconds. Each follows the others, and what is wrong with one is said below
+/// it while it is typed. Does not stand in the way of the window; filled() comes once, if at all.
+class TrimDialog : public QDialog {
+  Q_OBJECT
+
+ public:
+  /// Offers the clips of the timeline that can be trimmed; the one at `path` first, if it is one.
+  TrimDialog(const TimelinePtr& timeline, const QString& path, QWidget* parent);
+
+  /// Fills in what was typed before, and says why it was refused.
+  void correct(const ClipTrim& trim, const QString& why);
+
+ Q_SIGNALS:
+  void filled(const ClipTrim& trim);
+
+ private:
+  enum Field { eIn, eOut, eLength };
+
+  /// A time that is typed, and what is wrong with it.
+  struct Input {
+    QLineEdit* text = nullptr;
+    QLabel* problem = nullptr;
+    bool isTime = true;
+  };
+
+  void addInput(QFormLayout& form, Field field, const QString& label);
+  void chooseClip(int index);
+  void take(Field field);
+  void showTimes(std::optional<Field> butFor = std::nullopt);
+  void say(Field field, const QString& problem);
+  void allow();
+  [[nodiscard]] long frameOf(Field field) const;
+  [[nodiscard]] long firstOf(Field field) const;
+
+  TimelinePtr timeline_;
+  std::optional<ClipTrim> trim_;
+  std::array<Input, 3> inputs_;
+  QComboBox* clips_;
+  QLabel* material_;
+  QLabel* reason_;
+  QDialogButtonBox* buttons_;
 };
 
 }  // namespace korvel

@@ -80,6 +80,10 @@ MainWindow::MainWindow(HostLink& link)
   menus_->bindKey(QStringLiteral("bin destroy {object}"), objects().view(ObjectKind::eBins));
   menus_->bindKey(QStringLiteral("rack destroy {object}"), objects().view(ObjectKind::eRacks));
   menus_->bindKey(QStringLiteral("filter destroy {object}"), objects().view(ObjectKind::eFilters));
+  for (const char* frame : {"-1f +0f", "+1f +0f", "+0f -1f", "+0f +1f"}) {
+    menus_->bindKey(QStringLiteral("edit trim {object} {clip} ") + QLatin1String(frame),
+                    detail().view());
+  }
   menus_->tellRefusals(
       [this](const QString& why) { messages().tell(MessageBar::Kind::eNote, why); });
   connectLink();
@@ -164,8 +168,12 @@ void MainWindow::connectObjects() {
     menus_->popUp({kinds[static_cast<int>(objects().kind())], Target::eObject}, at);
   });
   connect(&detail().view(), &QWidget::customContextMenuRequested, this, [this](const QPoint& at) {
-    menus_->popUp({Target::eEdit}, detail().view().mapToGlobal(at));
+    menus_->popUp({Target::eClip, Target::eEdit}, detail().view().mapToGlobal(at));
   });
+  connect(&detail().view(), &TimelineView::choiceChanged, this, &MainWindow::enableActions);
+  connect(&detail().view(), &TimelineView::trimmed, actions_.get(), &ActionRunner::trim);
+  connect(&detail().view(), &TimelineView::trimRefused, this,
+          [this](const QString& why) { messages().tell(MessageBar::Kind::eNote, why); });
   connect(panes_.detail, &DetailPane::timelineWanted, this,
           [this](const QString& cookie, const QString& version) {
             version.isEmpty() ? link_.askTimeline(cookie) : link_.askVersion(cookie, version);
@@ -339,6 +347,7 @@ void MainWindow::showHistory() {
 
 void MainWindow::enableActions() {
   history().setRefusal(actions_->whyNotRestore());
+  detail().view().setTrimRefusal(actions_->whyNotTrim());
   menus_->enable([this](const ActionSpec& action) { return actions_->whyNot(action); });
   ownMenus_->showNews(objects().hasNews());
   setAllowed(*trashAction_, actions_->whatLacks(Target::eOpenProject));

@@ -57,6 +57,11 @@ double lengthOf(const JsonValue& item) {
   return lengthOfChildren(item);
 }
 
+ClipRange stretchOf(const JsonValue& range) {
+  const double start = seconds(range["start_time"]);
+  return {start, start + std::max(0.0, seconds(range["duration"]))};
+}
+
 TimelineItem itemOf(const JsonValue& json, const QString& path, double at) {
   TimelineItem item;
   item.name = readableText(shownText(json["name"].asString()));
@@ -76,6 +81,9 @@ TimelineItem itemOf(const JsonValue& json, const QString& path, double at) {
   if (isSchema(json, "Gap")) item.kind = TimelineItem::Kind::eGap;
   if (isSchema(json, "Stack") || isSchema(json, "Track")) item.kind = TimelineItem::Kind::eNested;
   item.hasMaterial = !isSchema(mediaOf(json), "MissingReference");
+  item.material = stretchOf(mediaOf(json)["available_range"]);
+  const bool isOne = isSchema(json, "Clip") || isSchema(json, "Gap");
+  item.canBeTrimmed = item.rate > 0 && (isOne || json["source_range"].isObject());
   return item;
 }
 
@@ -170,6 +178,51 @@ Timeline timelineOf(const JsonValue& otio) {
   }
   timeline.rate = rateOf(timeline);
   return timeline;
+}
+
+ClipTrim::ClipTrim(const TimelineItem& clip)
+    : path_(clip.path),
+      timecode_(clip.rate),
+      firstIn_(timecode_.frameAt(clip.from)),
+      firstOut_(timecode_.frameAt(clip.from + clip.length)),
+      in_(firstIn_),
+      out_(firstOut_),
+      firstFrame_(timecode_.frameAt(clip.material.start)),
+      lastFrame_(timecode_.frameAt(clip.material.end)) {}
+
+void ClipTrim::moveIn(long frame) {
+  if (isBounded()) frame = std::max(frame, std::min(firstFrame_, firstIn_));
+  in_ = std::min(frame, out_ - 1);
+}
+
+void ClipTrim::moveOut(long frame) {
+  if (isBounded()) frame = std::min(frame, std::max(lastFrame_, firstOut_));
+  out_ = std::max(frame, in_ + 1);
+}
+
+QString ClipTrim::problem() const {
+  if (out_ <= in_) return tr("Nothing would be left: out must come after in.");
+  if (!isBounded()) return {};
+  if (in_ < firstFrame_) return tr("The material begins at %1.").arg(text(firstFrame_));
+  if (out_ > lastFrame_) return tr("The material ends at %1.").arg(text(lastFrame_));
+  return {};
+}
+
+QString ClipTrim::materialText() const {
+  if (!isBounded()) return tr("Nothing tells how much material there is.");
+  return tr("%1 to %2, unused %3 before and %4 after")
+      .arg(text(firstFrame_), text(lastFrame_), text(in_ - firstFrame_), text(lastFrame_ - out_));
+}
+
+// A frame before the material's zero is written as a step: a minus in front means one.
+QString ClipTrim::line(const QString& cookie) const {
+  const auto word = [](long frame, long first) {
+    const long step = frame - first;
+    if (step != 0 && frame >= 0) return QStringLiteral("%1f").arg(frame);
+    return QStringLiteral("%1%2f").arg(step < 0 ? QString() : QStringLiteral("+")).arg(step);
+  };
+  return QStringLiteral("edit trim %1 %2 %3 %4")
+      .arg(quoted(cookie), quoted(path_), word(in_, firstIn_), word(out_, firstOut_));
 }
 
 TimelinePtr makeTimeline(Station& station, const QString& cookie) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QMetaType>
 #include <QString>
 #include <QStringList>
@@ -8,6 +9,8 @@
 
 #include "station/Station.h"
 #include "station/base/Json.h"
+#include "station/edit/OtioDocument.h"
+#include "station/edit/Timecode.h"
 
 namespace korvel {
 
@@ -16,11 +19,13 @@ struct TimelineItem {
   enum class Kind { eClip, eGap, eTransition, eNested };
   Kind kind = Kind::eClip;
   QString name;
-  QString path;             ///< by which commands name it: "0/2"
-  double start = 0;         ///< in seconds from the track's beginning
-  double length = 0;        ///< in seconds; of a transition its whole extent
-  double from = 0;          ///< the first second shown of the material
-  double rate = 0;          ///< frames a second; 0 where none is told
+  QString path;          ///< by which commands name it: "0/2"
+  double start = 0;      ///< in seconds from the track's beginning
+  double length = 0;     ///< in seconds; of a transition its whole extent
+  double from = 0;       ///< the first second shown of the material
+  double rate = 0;       ///< frames a second; 0 where none is told
+  ClipRange material{};  ///< all that it could show; empty where nothing tells it
+  bool canBeTrimmed = false;
   bool hasMaterial = true;  ///< false where the material is missing
   QString change;           ///< of a version: what became of it since; empty for nothing
 };
@@ -52,6 +57,55 @@ struct Timeline {
   QStringList changes;  ///< of a version: all that became of it since, in words
 };
 using TimelinePtr = std::shared_ptr<const Timeline>;
+
+/// Where a clip begins and ends in its material while the user tries other places, in whole frames.
+/// What is not touched stays as it is, to a part of a frame. A plain value.
+class ClipTrim {
+  Q_DECLARE_TR_FUNCTIONS(ClipTrim)
+
+ public:
+  explicit ClipTrim(const TimelineItem& clip);
+
+  [[nodiscard]] const QString& path() const { return path_; }
+  [[nodiscard]] const Timecode& timecode() const { return timecode_; }
+
+  /// The first frame that is shown, and the first that is not any more.
+  [[nodiscard]] long in() const { return in_; }
+  [[nodiscard]] long out() const { return out_; }
+  [[nodiscard]] long length() const { return out_ - in_; }
+
+  /// The same as it was at first.
+  [[nodiscard]] long firstIn() const { return firstIn_; }
+  [[nodiscard]] long firstOut() const { return firstOut_; }
+  [[nodiscard]] bool isChanged() const { return in_ != firstIn_ || out_ != firstOut_; }
+
+  void setIn(long frame) { in_ = frame; }
+  void setOut(long frame) { out_ = frame; }
+
+  /// Moves an edge towards a frame, as far as there is material and a frame is left.
+  void moveIn(long frame);
+  void moveOut(long frame);
+
+  /// Why the clip cannot be so, as a sentence; empty where it can.
+  [[nodiscard]] QString problem() const;
+
+  /// "00:00:00:00 to 00:00:08:00, unused 12 frames before and 30 after": what there is of material.
+  [[nodiscard]] QString materialText() const;
+
+  /// The command that does it.
+  [[nodiscard]] QString line(const QString& cookie) const;
+
+ private:
+  [[nodiscard]] bool isBounded() const { return lastFrame_ > firstFrame_; }
+  [[nodiscard]] QString text(long frame) const {
+    return QString::fromStdString(timecode_.text(frame));
+  }
+
+  QString path_;
+  Timecode timecode_;
+  long firstIn_, firstOut_, in_, out_;
+  long firstFrame_, lastFrame_;  ///< of the material, the last not included
+};
 
 }  // namespace korvel
 

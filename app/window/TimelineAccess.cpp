@@ -7,6 +7,42 @@
 
 namespace korvel {
 
+int TimelineView::itemCount() const {
+  std::size_t count = 0;
+  for (const TimelineTrack& track : timeline_ ? timeline_->tracks : std::vector<TimelineTrack>())
+    count += track.items.size();
+  return static_cast<int>(count);
+}
+
+std::pair<std::size_t, std::size_t> TimelineView::placeOfItem(int index) const {
+  auto left = static_cast<std::size_t>(index);
+  for (std::size_t track = timeline_->tracks.size(); track-- > 0;) {
+    const std::size_t count = timeline_->tracks[track].items.size();
+    if (left < count) return {track, left};
+    left -= count;
+  }
+  return {};
+}
+
+int TimelineView::numberOf(std::size_t track, std::size_t item) const {
+  for (std::size_t above = track + 1; above < timeline_->tracks.size(); ++above)
+    item += timeline_->tracks[above].items.size();
+  return static_cast<int>(item);
+}
+
+QRect TimelineView::itemRect(int index) const {
+  const auto [track, item] = placeOfItem(index);
+  return rectOf(track, item);
+}
+
+int TimelineView::chosenItem() const { return chosen() ? numberOf(track_, item_) : -1; }
+
+int TimelineView::itemUnder(const QPoint& at) const {
+  std::size_t track = 0;
+  std::size_t item = 0;
+  return itemAt(at, track, item) ? numberOf(track, item) : -1;
+}
+
 namespace {
 
 /// One item of a timeline, by its place in the list. There is no object behind it.

@@ -12,6 +12,7 @@
 
 #include "app/window/Appearance.h"
 #include "app/window/Texts.h"
+#include "station/edit/Timecode.h"
 
 namespace korvel {
 
@@ -26,6 +27,8 @@ constexpr int kMarkHeight = 5;
 constexpr double kMostZoom = 400;
 constexpr int kLeastTickWidth = 84;
 constexpr long kMostTickSeconds = 100'000'000'000;
+constexpr int kEdgeWidth = 6;  ///< in which the mouse takes an edge
+constexpr int kTrembling = 3;  ///< how far a hand moves the mouse without meaning it
 
 QColor fillOf(const TimelineTrack& track, const TimelineItem& item) {
   const Colours& with = colours();
@@ -58,15 +61,8 @@ QString kindWord(const TimelineItem& item) {
 
 }  // namespace
 
-namespace {
-
-/// How many frames a second of a timecode has.
-long framesPerSecond(double rate) { return std::max(1L, std::lround(rate)); }
-
-}  // namespace
-
 long framesFromTickToTick(double pixelsPerFrame, double rate) {
-  const long perSecond = framesPerSecond(rate);
+  const long perSecond = Timecode(rate).framesPerSecond();
   for (const long step : {1, 2, 5, 10}) {
     if (step < perSecond && static_cast<double>(step) * pixelsPerFrame >= kLeastTickWidth)
       return step;
@@ -84,14 +80,7 @@ long framesFromTickToTick(double pixelsPerFrame, double rate) {
 }
 
 QString timecode(double seconds, double rate) {
-  const long frames = std::lround(std::max(0.0, seconds) * rate);
-  const long perSecond = framesPerSecond(rate);
-  const long whole = frames / perSecond;
-  const auto two = [](long number) {
-    return QString::number(number).rightJustified(2, QLatin1Char('0'));
-  };
-  return QStringLiteral("%1:%2:%3:%4")
-      .arg(two(whole / 3600), two(whole / 60 % 60), two(whole % 60), two(frames % perSecond));
+  return QString::fromStdString(Timecode(rate).textAt(seconds));
 }
 
 TimelineView::TimelineView(QWidget* parent) : QAbstractScrollArea(parent) {
@@ -101,29 +90,7 @@ TimelineView::TimelineView(QWidget* parent) : QAbstractScrollArea(parent) {
   setAccessibleName(QStringLiteral("Timeline"));
   setMinimumHeight(60);
   setContextMenuPolicy(Qt::CustomContextMenu);
-}
-
-int TimelineView::itemCount() const {
-  std::size_t count = 0;
-  for (const TimelineTrack& track : timeline_ ? timeline_->tracks : std::vector<TimelineTrack>())
-    count += track.items.size();
-  return static_cast<int>(count);
-}
-
-std::pair<std::size_t, std::size_t> TimelineView::placeOfItem(int index) const {
-  auto left = static_cast<std::size_t>(index);
-  for (std::size_t track = timeline_->tracks.size(); track-- > 0;) {
-    const std::size_t count = timeline_->tracks[track].items.size();
-    if (left < count) return {track, left};
-    left -= count;
-  }
-  return {};
-}
-
-int TimelineView::numberOf(std::size_t track, std::size_t item) const {
-  for (std::size_t above = track + 1; above < timeline_->tracks.size(); ++above)
-    item += timeline_->tracks[above].items.size();
-  return static_cast<int>(item);
+  viewport()->setMouseTracking(true);
 }
 
 QString TimelineView::itemText(int index) const {
@@ -141,22 +108,10 @@ QString TimelineView::itemText(int index) const {
   return words.join(QStringLiteral(", "));
 }
 
-QRect TimelineView::itemRect(int index) const {
-  const auto [track, item] = placeOfItem(index);
-  return rectOf(track, item);
-}
-
-int TimelineView::chosenItem() const { return chosen() ? numberOf(track_, item_) : -1; }
-
-int TimelineView::itemUnder(const QPoint& at) const {
-  std::size_t track = 0;
-  std::size_t item = 0;
-  return itemAt(at, track, item) ? numberOf(track, item) : -1;
-}
-
 void TimelineView::show(const TimelinePtr& timeline) {
   const bool isOther = !timeline || !timeline_ || timeline->cookie != timeline_->cookie;
   timeline_ = timeline;
+  drag_.reset();
   if (isOther) {
     zoom_ = 1;
     hasChoice_ = false;
@@ -225,6 +180,7 @@ void TimelineView::paintEvent(QPaintEvent*) {
   for (std::size_t track = 0; track < timeline_->tracks.size(); ++track) {
     paintTrack(painter, track);
   }
+  if (drag_ && drag_->hasMoved) paintTrim(painter);
   paintRuler(painter);
   paintFocus(painter);
 }
@@ -275,9 +231,15 @@ std::vector<long> TimelineView::ticks() const {
   const double last = std::min(timeline_->length * timeline_->rate + static_cast<double>(step),
                                (horizontalScrollBar()->value() + viewport()->width()) / scale);
   const auto first = static_cast<long>(horizontalScrollBar()->value() / scale);
-  for (long frame = first - first % step; static_cast<double>(frame) <= last; frame += step)
+  const Timecode timecode(timeline_->rate);
+  const long perSecond = timecode.framesPerSecond();
+  for (long number = first - first % step; true; number += step) {
+    // In drop-frame the numbers that are left out must not move the ticks off the seconds.
+    const bool isSecond = step % perSecond == 0;
+    const long frame = isSecond ? timecode.firstFrameOf(number / perSecond) : number;
+    if (static_cast<double>(frame) > last) return frames;
     frames.push_back(frame);
-  return frames;
+  }
 }
 
 void TimelineView::paintTrack(QPainter& painter, std::size_t track) const {
@@ -395,11 +357,110 @@ void TimelineView::choose(std::size_t track, std::size_t item) {
   Q_EMIT choiceChanged();
 }
 
+// The edges are within the clip, so that those of neighbours are told apart; of a narrow clip a
+// third stays to take it by.
+TimelineView::Edge TimelineView::edgeAt(const QPoint& at) const {
+  std::size_t track = 0;
+  std::size_t item = 0;
+  const TimelineItem* const found = itemAt(at, track, item);
+  if (!found || !found->canBeTrimmed) return Edge::eNone;
+  const QRect rect = rectOf(track, item);
+  const int reach = std::min(kEdgeWidth, rect.width() / 3);
+  if (at.x() - rect.left() < reach) return Edge::eIn;
+  return rect.right() - at.x() < reach ? Edge::eOut : Edge::eNone;
+}
+
+void TimelineView::dragTo(int x) {
+  const int way = x - drag_->fromX;
+  drag_->hasMoved = drag_->hasMoved || std::abs(way) > kTrembling;
+  if (!drag_->hasMoved) return;
+  if (!trimRefusal_.isEmpty()) {
+    dropTrim();  // so that it is told once
+    Q_EMIT trimRefused(trimRefusal_);
+    return;
+  }
+  ClipTrim& trim = drag_->trim;
+  const long frames = trim.timecode().frameAt(way / pixelsPerSecond());
+  drag_->edge == Edge::eIn ? trim.moveIn(trim.firstIn() + frames)
+                           : trim.moveOut(trim.firstOut() + frames);
+  viewport()->update();
+}
+
+void TimelineView::mouseMoveEvent(QMouseEvent* event) {
+  const QPoint at = event->position().toPoint();
+  if (drag_ && !drag_->isLetGo) return dragTo(at.x());
+  const bool isEdge = trimRefusal_.isEmpty() && edgeAt(at) != Edge::eNone;
+  viewport()->setCursor(isEdge ? Qt::SplitHCursor : Qt::ArrowCursor);
+}
+
+void TimelineView::mouseReleaseEvent(QMouseEvent* event) {
+  if (event->button() != Qt::LeftButton || !drag_ || drag_->isLetGo) return;
+  if (!drag_->hasMoved || !drag_->trim.isChanged()) return dropTrim();
+  // It stays drawn as it was left until the station has answered.
+  drag_->isLetGo = true;
+  Q_EMIT trimmed(drag_->trim);
+}
+
+void TimelineView::dropTrim() {
+  drag_.reset();
+  viewport()->update();
+}
+
+// The edge that is dragged goes with the mouse; what follows is drawn in its place only after.
+QRect TimelineView::trimmedRect() const {
+  const ClipTrim& trim = drag_->trim;
+  const Timecode& timecode = trim.timecode();
+  const double in = timecode.secondsAt(trim.in() - trim.firstIn());
+  const double out = timecode.secondsAt(trim.out() - trim.firstOut());
+  const TimelineItem& item = timeline_->tracks[drag_->track].items[drag_->item];
+  const int left = xAt(item.start + in);
+  const int right = xAt(item.start + item.length + out);
+  return {left, yOf(drag_->track), std::max(2, right - left - 1), kTrackHeight};
+}
+
+QString TimelineView::trimText() const {
+  const ClipTrim& trim = drag_->trim;
+  const bool isIn = drag_->edge == Edge::eIn;
+  const long frame = isIn ? trim.in() : trim.out();
+  const long step = frame - (isIn ? trim.firstIn() : trim.firstOut());
+  const QString words = isIn ? tr("In %1 (%2 f), length %3") : tr("Out %1 (%2 f), length %3");
+  const auto text = [&trim](long at) { return QString::fromStdString(trim.timecode().text(at)); };
+  return words.arg(text(frame),
+                   (step > 0 ? QStringLiteral("+") : QString()) + QString::number(step),
+                   text(trim.length()));
+}
+
+void TimelineView::paintTrim(QPainter& painter) const {
+  const Colours& with = colours();
+  const QRect rect = trimmedRect();
+  painter.setClipRect(kHeadWidth, 0, viewport()->width(), viewport()->height());
+  QColor fill = with.accent;
+  fill.setAlphaF(0.25F);
+  painter.setBrush(fill);
+  painter.setPen(QPen(with.accent, 2));
+  painter.drawRoundedRect(QRectF(rect).adjusted(0.5, 0.5, -0.5, -0.5), 3, 3);
+  painter.setClipping(false);
+  const QString text = trimText();
+  const QSize size = painter.fontMetrics().size(Qt::TextSingleLine, text) + QSize(16, 6);
+  const int edge = drag_->edge == Edge::eIn ? rect.left() : rect.right();
+  QRect label(QPoint(edge - size.width() / 2, rect.top() - size.height() - 2), size);
+  // Within the view, and below the clip where there is no room above it.
+  label.moveLeft(std::clamp(label.left(), 2, std::max(2, viewport()->width() - size.width() - 2)));
+  if (label.top() < 1) label.moveTop(rect.bottom() + 3);
+  painter.setBrush(with.panel);
+  painter.drawRoundedRect(label, 3, 3);
+  painter.setPen(with.text);
+  painter.drawText(label, Qt::AlignCenter, text);
+}
+
 void TimelineView::mousePressEvent(QMouseEvent* event) {
   std::size_t track = 0;
   std::size_t item = 0;
-  if (itemAt(event->position().toPoint(), track, item)) {
+  const QPoint at = event->position().toPoint();
+  if (itemAt(at, track, item)) {
     choose(track, item);
+    const Edge edge = event->button() == Qt::LeftButton ? edgeAt(at) : Edge::eNone;
+    if (edge != Edge::eNone && !drag_) drag_ = Drag{ClipTrim(*chosen()), edge, at.x(), track, item};
   } else {
     hasChoice_ = false;
     viewport()->update();
@@ -423,6 +484,8 @@ void TimelineView::step(int tracks, int items) {
 }
 
 void TimelineView::keyPressEvent(QKeyEvent* event) {
+  const bool isDragging = drag_ && !drag_->isLetGo;
+  if (isDragging && event->key() == Qt::Key_Escape) return dropTrim();
   switch (event->key()) {
     case Qt::Key_Left:
       return step(0, -1);

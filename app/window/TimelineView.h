@@ -2,14 +2,17 @@
 
 #include <QAbstractScrollArea>
 
+#include <optional>
+
 #include "app/window/Timeline.h"
 
 namespace korvel {
 
 /// Draws an edit to scale: a row a track, the highest on top, under a ruler. The whole edit fits
 /// the width at first; Ctrl and the wheel, "+", "-" and "0" change that. The arrow keys go from
-/// clip to clip. Of an older version, what became another since is marked at its upper edge, and
-/// what came since by a line at its place; the tool tips say what it is.
+/// clip to clip. The edges of clips are dragged with the mouse, frame by frame, as far as there is
+/// material; Escape gives that up. Of an older version, what became another since is marked at its
+/// upper edge, and what came since by a line at its place; the tool tips say what it is.
 class TimelineView : public QAbstractScrollArea {
   Q_OBJECT
 
@@ -35,6 +38,15 @@ class TimelineView : public QAbstractScrollArea {
   /// The frames at which the ruler has a tick with its timecode.
   [[nodiscard]] std::vector<long> ticks() const;
 
+  /// Why no clip can be trimmed now, as a sentence; empty where they can.
+  void setTrimRefusal(const QString& why) { trimRefusal_ = why; }
+
+  /// The clip whose edge is being dragged, or was until it is drawn anew; null for none.
+  [[nodiscard]] const ClipTrim* trim() const { return drag_ ? &drag_->trim : nullptr; }
+
+  /// Draws the clip whose edge was dragged where it is: it was not trimmed.
+  void dropTrim();
+
   // The items one after another, as a screen reader walks them: the highest track's first.
 
   [[nodiscard]] int itemCount() const;
@@ -50,10 +62,18 @@ class TimelineView : public QAbstractScrollArea {
  Q_SIGNALS:
   void choiceChanged();
 
+  /// An edge was dragged to another frame and let go.
+  void trimmed(const ClipTrim& trim);
+
+  /// An edge was taken that must not be moved; `why` as setTrimRefusal() told it.
+  void trimRefused(const QString& why);
+
  protected:
   void paintEvent(QPaintEvent* event) override;
   void resizeEvent(QResizeEvent* event) override;
   void mousePressEvent(QMouseEvent* event) override;
+  void mouseMoveEvent(QMouseEvent* event) override;
+  void mouseReleaseEvent(QMouseEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
   void wheelEvent(QWheelEvent* event) override;
   void focusInEvent(QFocusEvent* event) override;
@@ -62,6 +82,18 @@ class TimelineView : public QAbstractScrollArea {
 
  private:
   enum class Weight { eNormal, eChosen };
+  enum class Edge { eNone, eIn, eOut };
+
+  /// An edge on its way.
+  struct Drag {
+    ClipTrim trim;
+    Edge edge = Edge::eNone;
+    int fromX = 0;  ///< where the mouse took it
+    std::size_t track = 0;
+    std::size_t item = 0;
+    bool hasMoved = false;  ///< by more than a hand trembles
+    bool isLetGo = false;   ///< and asked of the station
+  };
 
   [[nodiscard]] double pixelsPerSecond() const;
   [[nodiscard]] int xAt(double seconds) const;
@@ -78,6 +110,11 @@ class TimelineView : public QAbstractScrollArea {
   void paintChange(QPainter& painter, const QRect& rect) const;
   void paintAdded(QPainter& painter, std::size_t track) const;
   [[nodiscard]] const TimelineAddition* additionAt(const QPoint& at) const;
+  [[nodiscard]] Edge edgeAt(const QPoint& at) const;
+  void dragTo(int x);
+  void paintTrim(QPainter& painter) const;
+  [[nodiscard]] QRect trimmedRect() const;
+  [[nodiscard]] QString trimText() const;
   void choose(std::size_t track, std::size_t item);
   void step(int tracks, int items);
   void zoom(double factor);
@@ -90,13 +127,15 @@ class TimelineView : public QAbstractScrollArea {
   bool hasChoice_ = false;
   std::size_t track_ = 0;
   std::size_t item_ = 0;
+  QString trimRefusal_;
+  std::optional<Drag> drag_;
 };
 
 /// How many frames are from tick to tick of a ruler on which a frame is this wide: as few as leave
 /// each its text, a whole number, and from a second on whole seconds.
 long framesFromTickToTick(double pixelsPerFrame, double rate);
 
-/// "00:00:03:12": hours, minutes, seconds and frames of a time.
+/// A time as Timecode shows it at a rate: "00:00:03:12".
 QString timecode(double seconds, double rate);
 
 /// Makes timelines known to screen readers: a list of their items, from the highest track's first

@@ -213,6 +213,32 @@ void takeReplace(WindowScene& scene, MainWindow& window) {
   letItSettle();
 }
 
+/// A clip's end on its way under the mouse.
+void takeTrim(WindowScene& scene, MainWindow& window) {
+  StationProcess ben(scene.other("BEN"));
+  showFilm(window, ben);
+  const TimelineView& view = window.detail().view();
+  const QRect clip = view.rectOf(0, 2);
+  const QPoint end(clip.right() - 1, clip.center().y());
+  QTest::mousePress(view.viewport(), Qt::LeftButton, {}, end);
+  for (int way = 0; way <= clip.width() / 3; ++way) {
+    QTest::mouseMove(view.viewport(), end - QPoint(way, 0));
+  }
+  letItSettle();
+}
+
+/// Where a clip is to begin is typed, and is no place for it.
+void takeTrimDialog(WindowScene& scene, MainWindow& window) {
+  StationProcess ben(scene.other("BEN"));
+  showFilm(window, ben);
+  QApplication::setActiveWindow(&window);
+  QTest::keyClick(&window, Qt::Key_T, Qt::ControlModifier);
+  letItSettle();
+  auto* const in = window.findChild<QDialog*>("trimDialog")->findChild<QLineEdit*>("in");
+  QTest::keyClicks(in, "1:48");
+  letItSettle();
+}
+
 void takeTrash(WindowScene& scene, MainWindow& window) {
   StationProcess ben(scene.other("BEN"));
   showFilm(window, ben);
@@ -293,6 +319,10 @@ const std::map<std::string, Shot>& shots() {
       {"give", {kFilm, "light", takeGive}},
       {"replace", {kFilm, "light", takeReplace}},
       {"delete-dark", {kFilm, "dark", takeDelete}},
+      {"trim", {kFilm, "light", takeTrim}},
+      {"trim-dark", {kFilm, "dark", takeTrim}},
+      {"trim-dialog", {kFilm, "light", takeTrimDialog}},
+      {"trim-dialog-dark", {kFilm, "dark", takeTrimDialog}},
       {"trash", {kFilm, "light", takeTrash}},
       {"trash-dark", {kFilm, "dark", takeTrash}},
       {"recovery", {"", "light", takeRecovery}},

@@ -88,10 +88,10 @@ TEST_F(WindowHistoryTest, AClipThatIsTrimmedIsNamedByItsTrackAndPlace) {
     QTest::keyClick(&window, Qt::Key_T, Qt::ControlModifier);
     const QComboBox* clips = nullptr;
     ASSERT_TRUE(waitFor([&] {
-      const auto* const dialog = window.findChild<QDialog*>("actionDialog");
+      const auto* const dialog = window.findChild<QDialog*>("trimDialog");
       return dialog && (clips = dialog->findChild<QComboBox*>());
     }));
-    EXPECT_EQ(clips->itemText(1), "Crane  (track 1, clip 2), now 0 to 24");
+    EXPECT_EQ(clips->itemText(1), "Crane  (track 1, clip 2)");
     EXPECT_FALSE(clips->isEditable()) << "what is typed there is no clip";
   });
 }
@@ -121,7 +121,8 @@ TEST_F(WindowHistoryTest, AChosenVersionIsDrawnWithWhatChangedSince) {
     ASSERT_TRUE(waitFor([&] { return drawn(window) && !drawn(window)->version.isEmpty(); }));
     const TimelineTrack& track = drawn(window)->tracks[0];
     EXPECT_EQ(track.items[0].change, "");
-    EXPECT_TRUE(track.items[1].change.contains("trimmed to 0-1 s, was 0-2 s"))
+    EXPECT_TRUE(track.items[1].change.contains(
+        "trimmed to 00:00:00:00-00:00:01:00, was 00:00:00:00-00:00:02:00"))
         << track.items[1].change.toStdString();
     const TimelineView& view = window.detail().view();
     EXPECT_TRUE(view.tipAt(view.rectOf(0, 1).center()).contains("trimmed"));

@@ -5,6 +5,7 @@
 #include <set>
 
 #include "app/window/Appearance.h"
+#include "station/edit/Timecode.h"
 #include "tests/window/WindowScene.h"
 
 using namespace korvel;
@@ -42,6 +43,24 @@ TEST(WindowRulerTest, TheRulerOfAZoomedEditHasATickAtEachFrame) {
   const std::vector<long> ticks = view.ticks();
   ASSERT_GT(ticks.size(), 3U);
   for (std::size_t i = 1; i < ticks.size(); ++i) EXPECT_EQ(ticks[i] - ticks[i - 1], 1);
+}
+
+TEST(WindowRulerTest, InDropFrameTicksStayOnTheSeconds) {
+  const WithoutDisplay display;
+  auto timeline = std::make_shared<Timeline>();
+  timeline->rate = 30000.0 / 1001;
+  timeline->length = 7200;
+  timeline->tracks.push_back({"V1", false, {{}}, {}});
+  TimelineView view;
+  view.resize(900, 200);
+  view.QWidget::show();
+  view.show(timeline);
+  const Timecode timecode(timeline->rate);
+  ASSERT_GT(view.ticks().size(), 4U);
+  for (const long frame : view.ticks()) {
+    const std::string text = timecode.text(frame);
+    EXPECT_TRUE(text.ends_with(":00;00") || text.ends_with(":00;02")) << text;
+  }
 }
 
 TEST(WindowRulerTest, NoTimecodeOfTheRulerIsCutAtTheEdge) {
