@@ -14,7 +14,7 @@
 #include "app/window/Appearance.h"
 #include "app/window/Texts.h"
 #include "app/window/WindowLayout.h"
-#include "station/ui/Resources.h"
+#include "station/ui/Desktop.h"
 
 namespace korvel {
 

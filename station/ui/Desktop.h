@@ -3,11 +3,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_set>
 #include <vector>
 
 #include "host/ui/GenIcon.h"
+#include "host/ui/Geometry.h"
 #include "host/ui/Glob.h"
 #include "host/ui/GlobManager.h"
 #include "host/ui/StandardPanel.h"
@@ -178,5 +180,12 @@ class Desktop : public Glob {
   Toolbox* toolbox_ = nullptr;
   const HostEntry<Desktop> entry_{&HostParts::desktop, *this};
 };
+
+/// The folder of the host's resources: the configuration's `resources`, which kv-station sets, else
+/// the folder "resources" beside the library that holds the toolkit. Any thread.
+std::string resourceDirectory();
+
+/// The size in pixels of the PNG picture in a file; nothing when it cannot be read or is no PNG.
+std::optional<Size> pngSize(const std::string& path);
 
 }  // namespace korvel

@@ -1,4 +1,4 @@
-#include "station/ui/Resources.h"
+#include "station/ui/Desktop.h"
 
 #include <dlfcn.h>
 
@@ -19,7 +19,6 @@
 #include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
-#include "station/ui/Desktop.h"
 
 namespace korvel {
 
