@@ -39,11 +39,14 @@ constexpr const char* kProject = "project";
 /// How often what this station waits for is looked at.
 constexpr std::chrono::milliseconds kBetweenLooks(2000);
 
+/// A note is written within a second, and looked at every five.
+constexpr std::chrono::seconds kLongestUntilNoted(20);
+
 /// Of settled asks so many are remembered, so that a late copy is not taken for a new one.
 constexpr std::size_t kMostAnswered = 4096;
 
 /// The first word of the token of each kind of words.
-constexpr std::array<std::string_view, 3> kTokens{"ask", "given", "kept"};
+constexpr std::array<std::string_view, 4> kTokens{"ask", "given", "kept", "withdrawn"};
 
 bool isDocument(const std::string& kind) { return kind == kEdit || kind == kLog; }
 
@@ -124,6 +127,7 @@ std::string composeAskWords(const std::string& user, AskWords::What what, const 
   if (what == AskWords::What::eAsk) words += " asks for " + titleOf(ask);
   if (what == AskWords::What::eGiven) words += " gives you " + titleOf(ask);
   if (what == AskWords::What::eKept) words += " keeps " + titleOf(ask) + " for now";
+  if (what == AskWords::What::eWithdrawn) words += " no longer asks for " + titleOf(ask);
   if (!ask.text.empty()) words += ": " + ask.text;
   words += " [";
   words += kTokens[static_cast<std::size_t>(what)];
@@ -274,9 +278,11 @@ Result<JsonValue> Asks::answer(long number, Answer answer, const std::string& te
 }
 
 Result<JsonValue> Asks::withdraw(std::vector<Outgoing>::iterator own) {
-  const NotedAsk ask = own->ask;
+  NotedAsk ask = own->ask;
   outgoing_.erase(own);
   answered_.insert(ask.id);
+  ask.text.clear();
+  send(ask.to, composeAskWords(settings().user, AskWords::What::eWithdrawn, ask));
   parts_.presence.showSoon();
   parts_.conversation.add({0,
                            Said::Kind::eAnswer,
@@ -456,6 +462,10 @@ void Asks::noteDelivered(const ReceivedMessage& message) {
   auto read = readAskWords(message.fields.data);
   if (!read) return;
   const std::string& from = message.fields.source;
+  if (read->what == AskWords::What::eWithdrawn) {
+    return dropIncoming(
+        [&](const Incoming& each) { return each.ask.id == read->ask.id && each.from == from; });
+  }
   if (read->what != AskWords::What::eAsk) {
     return takeAnswer(read->ask.id, read->what == AskWords::What::eGiven, from, read->ask.text,
                       message.isUnverified);
@@ -542,20 +552,31 @@ void Asks::takeAnswer(const std::string& id, bool isGiven, const std::string& by
       {0, Said::Kind::eAnswer, by, settings().user, words, id, {}, false, isUnverified});
 }
 
-/// An ask that its asker's note had and has no more was taken back, or its answer has arrived.
-void Asks::withdrawMissing(const StationNote& note) {
-  const auto isMissing = [&note](const std::string& inNote, const std::string& id) {
-    return inNote == note.id &&
-           std::ranges::none_of(note.asks, [&](const NotedAsk& each) { return each.id == id; });
-  };
-  const std::size_t before = answers_.size();
-  std::erase_if(answers_, [&](const Given& each) { return isMissing(each.note, each.answer.ask); });
-  if (answers_.size() != before) parts_.presence.showSoon();
+template <typename IsWithdrawn>
+void Asks::dropIncoming(const IsWithdrawn& isWithdrawn) {
   for (const Incoming& each : incoming_) {
-    if (!isMissing(each.note, each.ask.id)) continue;
+    if (!isWithdrawn(each)) continue;
     events().talk("withdrawn", shownAsk(each.ask, each.number, each.from, false).members());
   }
-  std::erase_if(incoming_, [&](const Incoming& each) { return isMissing(each.note, each.ask.id); });
+  std::erase_if(incoming_, isWithdrawn);
+}
+
+/// An ask that its asker's note had and has no more was taken back, or its answer has arrived. So
+/// was one that never came into it: a message may tell of an ask that is taken back at once.
+void Asks::withdrawMissing(const StationNote& note) {
+  const auto isIn = [&note](const std::string& id) {
+    return std::ranges::any_of(note.asks, [&](const NotedAsk& each) { return each.id == id; });
+  };
+  const std::size_t before = answers_.size();
+  std::erase_if(answers_,
+                [&](const Given& each) { return each.note == note.id && !isIn(each.answer.ask); });
+  if (answers_.size() != before) parts_.presence.showSoon();
+  const auto now = std::chrono::steady_clock::now();
+  dropIncoming([&](const Incoming& each) {
+    const bool isLate =
+        each.note.empty() && each.from == note.user && now - each.arrived > kLongestUntilNoted;
+    return (isLate || each.note == note.id) && !isIn(each.ask.id);
+  });
 }
 
 void Asks::addTo(StationNote& note) const {

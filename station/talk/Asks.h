@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -37,7 +38,7 @@ class UnsavedEdits;
 /// A room stands in the token by its name in hexadecimal, since it may hold any character. The
 /// number is that of the bytes of the user's own words before it.
 struct AskWords {
-  enum class What { eAsk, eGiven, eKept };
+  enum class What { eAsk, eGiven, eKept, eWithdrawn };
 
   What what = What::eAsk;
   NotedAsk ask;       ///< without `to` and `when`; an answer's `text` is the answer's
@@ -122,6 +123,7 @@ class Asks {
     std::string from;
     std::string note;  ///< the id of the asker's station, once the ask was seen in its note
     bool isUnverified = false;
+    std::chrono::steady_clock::time_point arrived = std::chrono::steady_clock::now();
   };
 
   struct Outgoing {
@@ -146,6 +148,8 @@ class Asks {
   void takeAnswer(const std::string& id, bool isGiven, const std::string& by,
                   const std::string& text, bool isUnverified);
   void withdrawMissing(const StationNote& note);
+  template <typename IsWithdrawn>
+  void dropIncoming(const IsWithdrawn& isWithdrawn);
   [[nodiscard]] bool knows(const std::string& id) const;
   Result<JsonValue> withdraw(std::vector<Outgoing>::iterator own);
   Result<JsonValue> answerIncoming(std::vector<Incoming>::iterator ask, Answer answer,
