@@ -54,6 +54,37 @@ TEST_F(LossTest, ThirtyPercentAreLost) { losePercent(30); }
 
 TEST_F(LossTest, AllAreLost) { losePercent(100); }
 
+/// BEN and CARLA ask ANNA for edits of hers in turn, and are refused or given.
+TEST_F(LossTest, AsksAndAnswersArriveOnceThoughHalfIsLost) {
+  openWith({.lost = 50});
+  constexpr int kAsks = 8;
+  const auto& machines = facility_.machines();
+  Workstation* const anna = machines[0].get();
+  for (int i = 0; i < kAsks; ++i) anna->run("edit create Cut" + std::to_string(i));
+  expectCatchingUp();
+  for (int i = 0; i < kAsks; ++i) {
+    Workstation& asker = *machines[1 + i % 2];
+    const std::string edit = "Cut" + std::to_string(i);
+    asker.run("ask " + edit + " please");
+    const auto asked = anna->station().waitFor("asked", {{"name", edit}}, std::chrono::minutes(1));
+    ASSERT_TRUE(asked) << edit;
+    anna->run("answer " + std::to_string((*asked)["number"].asLong()) +
+              (i % 4 < 2 ? " give" : " no later"));
+    const auto answered =
+        asker.station().waitFor("answered", {{"name", edit}}, std::chrono::minutes(1));
+    ASSERT_TRUE(answered) << edit;
+    EXPECT_EQ((*answered)["answer"].asString(), i % 4 < 2 ? "give" : "no");
+  }
+  EXPECT_EQ(anna->station().events("asked").size(), kAsks);
+  for (const int asker : {1, 2}) {
+    EXPECT_EQ(machines[asker]->station().events("answered").size(), kAsks / 2) << asker;
+  }
+  EXPECT_TRUE(anna->run("asks").elements().empty());
+  EXPECT_GT(facility_.counts().lost, 0u);
+  shows(figures() + ", " + std::to_string(facility_.counts().lost) + " datagrams lost; " +
+        std::to_string(kAsks) + " asks and as many answers came once each");
+}
+
 TEST_F(LossTest, AllDatagramsComeTwice) {
   openWith({.doubled = 100});
   everyoneWorks(facility_);
