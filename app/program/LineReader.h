@@ -8,7 +8,7 @@
 
 #include "app/base/EventSinks.h"
 #include "app/base/TextOutput.h"
-#include "app/commands/Completion.h"
+#include "app/commands/Command.h"
 #include "station/base/Result.h"
 
 namespace korvel {

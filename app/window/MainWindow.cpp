@@ -15,10 +15,10 @@
 #include "app/window/Menus.h"
 #include "app/window/MessageBar.h"
 #include "app/window/ObjectsPane.h"
-#include "app/window/PanelDock.h"
 #include "app/window/PeoplePane.h"
 #include "app/window/ProjectsPane.h"
 #include "app/window/StatusLine.h"
+#include "app/window/TalkPanes.h"
 #include "app/window/Texts.h"
 #include "app/window/WindowLayout.h"
 

@@ -13,7 +13,7 @@
 #include "app/window/Dialogs.h"
 #include "app/window/HostLink.h"
 #include "app/window/ObjectsPane.h"
-#include "app/window/PanelDock.h"
+#include "app/window/TalkPanes.h"
 #include "app/window/Texts.h"
 #include "app/window/WindowLayout.h"
 

@@ -14,9 +14,9 @@
 #include "app/window/EventPanes.h"
 #include "app/window/MainWindow.h"
 #include "app/window/ObjectsPane.h"
-#include "app/window/PanelDock.h"
 #include "app/window/ProjectsPane.h"
 #include "app/window/StatusLine.h"
+#include "app/window/TalkPanes.h"
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/support/StationProcess.h"
 

@@ -1,4 +1,4 @@
-#include "app/commands/Completion.h"
+#include "app/commands/Command.h"
 
 #include <gtest/gtest.h>
 

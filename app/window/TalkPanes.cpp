@@ -1,4 +1,4 @@
-#include "app/window/PanelDock.h"
+#include "app/window/TalkPanes.h"
 
 #include <QCloseEvent>
 #include <QComboBox>
