@@ -32,11 +32,6 @@ Result<JsonValue> closePanel(Station& station, const Arguments&) {
   return withPanel(station, [](PanelDriver& hands) { return answer(hands.close()); });
 }
 
-Result<JsonValue> chooseRecipient(Station& station, const Arguments& words) {
-  return withPanel(station,
-                   [&](PanelDriver& hands) { return answer(hands.chooseRecipient(words[0])); });
-}
-
 void logAdvice(const std::string& advice) {
   if (!advice.empty()) LogBoth("%s\n", advice);
 }
@@ -64,11 +59,24 @@ Result<void> offer(PanelDriver& hands, const std::string& user) {
   return hands.reopen();
 }
 
-Result<void> sayTo(PanelDriver& hands, const std::string& user, const std::string& text) {
-  auto said = hands.say(user, text);
-  if (said || said.error().code != ErrorCode::eNotFound) return said;
+/// Does what needs a user in the panel's menu, which has to be put there first where it is not.
+Result<void> withRecipient(PanelDriver& hands, const std::string& user,
+                           const std::function<Result<void>()>& action) {
+  auto done = action();
+  if (done || done.error().code != ErrorCode::eNotFound) return done;
   if (auto offered = offer(hands, user); !offered) return offered;
-  return hands.say(user, text);
+  return action();
+}
+
+Result<JsonValue> chooseRecipient(Station& station, const Arguments& words) {
+  return withPanel(station, [&](PanelDriver& hands) {
+    const auto choose = [&] { return hands.chooseRecipient(words[0]); };
+    return answer(withRecipient(hands, words[0], choose));
+  });
+}
+
+Result<void> sayTo(PanelDriver& hands, const std::string& user, const std::string& text) {
+  return withRecipient(hands, user, [&] { return hands.say(user, text); });
 }
 
 Result<JsonValue> say(Station& station, const Arguments& words) {

@@ -85,6 +85,11 @@ ActionRunner::ActionRunner(QWidget& window, HostLink& link, const WindowPanes& p
 
 namespace {
 
+bool isAsking(const QString& line) {
+  return line.startsWith(QLatin1String("ask ")) ||
+         line.startsWith(QLatin1String("tell-when-free "));
+}
+
 QString lackOf(Target target) {
   switch (target) {
     case Target::eProject:
@@ -141,8 +146,30 @@ QString ActionRunner::whyNot(const ActionSpec& action) const {
   const QString lack = whatLacks(action.target);
   if (!lack.isEmpty() || !snapshot_) return lack;
   const QString line = QString::fromUtf8(action.line);
+  if (isAsking(line)) return whyNotAsk(action.target);
   const QString why = whyNotPlace(line);
   return why.isEmpty() && action.target != Target::eNothing ? whyNotObject(line) : why;
+}
+
+// Only what another holds can be asked for.
+QString ActionRunner::whyNotAsk(Target target) const {
+  if (target == Target::eEdit) return whyNotAskForEdit();
+  if (target == Target::eRoom) {
+    const auto room = panes_.projects->chosenRoom();
+    if (room->isHere) return tr("You are in this room already.");
+    return room->hold == Hold::eTaken ? QString() : tr("Nobody is in this room.");
+  }
+  const auto project = panes_.projects->chosenProject();
+  if (project->isOpen) return tr("This project is open already.");
+  if (!project->isPrivate) return tr("A shared project is open to all.");
+  return project->hold == Hold::eTaken ? QString() : tr("Nobody has this project open.");
+}
+
+QString ActionRunner::whyNotAskForEdit() const {
+  const ObjectRow edit = panes_.objects->chosen().front();
+  if (edit.owner.isEmpty()) return tr("It has no owner who could be asked for it.");
+  const auto may = panes_.objects->model(ObjectKind::eEdits).mayChange(edit.cookie);
+  return may.value_or(false) ? tr("You may change it already.") : QString();
 }
 
 QString ActionRunner::whyNotPlace(const QString& line) const {
@@ -195,6 +222,10 @@ QString ActionRunner::whyNotObject(const QString& line) const {
   return {};
 }
 
+QString ActionRunner::ownerText(const ObjectRow& row) {
+  return QStringLiteral("\"%1\" belongs to %2.").arg(shownName(row), oneLine(row.owner));
+}
+
 QString ActionRunner::whyNotRestore() const {
   return isThere(Target::eEdit) ? whyNotObject(QStringLiteral("edit restore {object}")) : QString();
 }
@@ -209,8 +240,7 @@ QString ActionRunner::whyNotChange(const QString& line, const ObjectRow& row) co
                         line.startsWith(QLatin1String("edit save "));
   const auto may = panes_.objects->model(ObjectKind::eEdits).mayChange(row.cookie);
   if (!isChange || may.value_or(true)) return {};
-  if (!row.owner.isEmpty())
-    return QStringLiteral("\"%1\" belongs to %2.").arg(shownName(row), oneLine(row.owner));
+  if (!row.owner.isEmpty()) return ownerText(row);
   if (isGift) return {};
   return QStringLiteral("\"%1\" has no owner: give it to somebody first.").arg(shownName(row));
 }

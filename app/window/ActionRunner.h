@@ -38,6 +38,9 @@ class ActionRunner : public QObject {
   /// tells.
   [[nodiscard]] QString whyNot(const ActionSpec& action) const;
 
+  /// "\"Quay\" belongs to DORA.": why this user may not change an edit.
+  [[nodiscard]] static QString ownerText(const ObjectRow& row);
+
   /// The same of taking back a version of the chosen edit.
   [[nodiscard]] QString whyNotRestore() const;
 
@@ -77,6 +80,8 @@ class ActionRunner : public QObject {
  private:
   [[nodiscard]] bool isThere(Target target) const { return whatLacks(target).isEmpty(); }
   [[nodiscard]] QString whyNotPlace(const QString& line) const;
+  [[nodiscard]] QString whyNotAsk(Target target) const;
+  [[nodiscard]] QString whyNotAskForEdit() const;
   [[nodiscard]] QString whyNotObject(const QString& line) const;
   [[nodiscard]] QString whyNotChange(const QString& line, const ObjectRow& row) const;
   [[nodiscard]] QStringList targetWords(Target target) const;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "app/window/Texts.h"
+#include "station/talk/Asks.h"
 
 namespace korvel {
 
@@ -60,9 +61,7 @@ void EventFeed::take(const StationEvent& event) {
                                                         : LogLine::Kind::eText,
              text);
   } else if (event.name == "notification") {
-    const QString cut = value["cut"].asBool() ? QStringLiteral(" (cut here)") : QString();
-    news_.notifications.push_back(
-        {QDateTime::currentDateTime(), senderText(value), eventText(value, "text") + cut});
+    takeNotification(value);
   } else if (event.name == "network") {
     takeLine(LogLine::Kind::eNetwork, eventText(value, "problem"));
   } else if (event.name == "command") {
@@ -82,7 +81,50 @@ void EventFeed::take(const StationEvent& event) {
     changes_.families.insert("steps");
   } else if (event.name == "ready") {
     takeReady(value);
+  } else {
+    takeTalk(event.name, value);
   }
+}
+
+SaidLine saidLine(const JsonValue& said) {
+  const std::string& kind = said["kind"].asString();
+  return {QDateTime::fromSecsSinceEpoch(said["when"].asLong()),
+          kind == "ask"      ? SaidLine::Kind::eAsk
+          : kind == "answer" ? SaidLine::Kind::eAnswer
+                             : SaidLine::Kind::eWords,
+          eventText(said, "from"),
+          eventText(said, "to"),
+          eventText(said, "text"),
+          said["own"].asBool(),
+          said["unverified"].asBool()};
+}
+
+void EventFeed::takeTalk(const std::string& name, const JsonValue& event) {
+  const bool isAnswer = name == "answered" || name == "free";
+  if (isAnswer || name == "asked" || name == "withdrawn") changes_.families.insert("asks");
+  if (name == "said" && followsSaid_) news_.said.push_back(saidLine(event));
+  if (news_.said.size() >= 2 * kMostLines) {
+    news_.said.erase(news_.said.begin(), news_.said.begin() + kMostLines);
+  }
+  if (!isAnswer) return;
+  const bool canOpen = name == "free" || event["answer"].asString() == "give";
+  news_.answers.push_back({eventText(event, "words"), eventText(event, "kind"),
+                           eventText(event, "object"), eventText(event, "name"), canOpen});
+}
+
+void EventFeed::followSaid() {
+  const std::lock_guard lock(mutex_);
+  followsSaid_ = true;
+}
+
+// What our stations read at the end of an ask is nothing for people.
+void EventFeed::takeNotification(const JsonValue& event) {
+  const QString text = eventText(event, "text");
+  const auto asking = readAskWords(text.toStdString());
+  const QString cut = event["cut"].asBool() ? QStringLiteral(" (cut here)") : QString();
+  news_.notifications.push_back({QDateTime::currentDateTime(), senderText(event),
+                                 (asking ? readableText(asking->words) : text) + cut,
+                                 asking.has_value()});
 }
 
 void EventFeed::takeLine(LogLine::Kind kind, const QString& text) {
@@ -170,6 +212,8 @@ News EventFeed::takeNews() {
             std::exchange(news_.forgottenLines, 0),
             news_.sent,
             news_.received,
+            std::exchange(news_.said, {}),
+            std::exchange(news_.answers, {}),
             news_.trouble};
   return news;
 }

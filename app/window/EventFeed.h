@@ -26,6 +26,28 @@ struct NotificationLine {
   QDateTime time;
   QString sender;  ///< the user who wrote it; empty where none is known
   QString text;
+  bool isAsking = false;  ///< an ask or an answer, which has a bar of its own
+};
+
+/// What one user said to another.
+struct SaidLine {
+  enum class Kind { eWords, eAsk, eAnswer };
+  QDateTime time;  ///< local
+  Kind kind = Kind::eWords;
+  QString from;
+  QString to;
+  QString text;
+  bool isOwn = false;
+  bool isUnverified = false;
+};
+
+/// The answer to an ask of this user's, or that something is free that the user waits for.
+struct AskAnswer {
+  QString words;
+  QString kind;    ///< "edit", "log", "room", "project"
+  QString object;  ///< its cookie; a room's name
+  QString name;
+  bool canOpen = false;  ///< it was given, or is free
 };
 
 /// The identity of this station.
@@ -47,6 +69,8 @@ struct News {
   std::size_t forgottenLines = 0;  ///< how many lines a flood pushed out unseen
   unsigned long sent = 0;
   unsigned long received = 0;
+  std::vector<SaidLine> said;
+  std::vector<AskAnswer> answers;
   QString trouble;  ///< what is wrong with share, network or unsaved changes; empty for nothing
 };
 
@@ -67,13 +91,16 @@ struct Changes {
   bool panel = false;
   bool users = false;
   std::set<std::string> edits;     ///< cookies of edits and logs
-  std::set<std::string> families;  ///< "bin", "rack", "filter", "media", "room", "steps"
+  std::set<std::string> families;  ///< "bin", "rack", "filter", "media", "room", "steps", "asks"
   std::map<std::string, RemoteChanges> remote;  ///< by cookie
 
   [[nodiscard]] bool isEmpty() const {
     return !all && !projects && !panel && !users && edits.empty() && families.empty();
   }
 };
+
+/// What was said, as the station lists it.
+SaidLine saidLine(const JsonValue& said);
 
 /// Takes the station's events and keeps, until they are fetched, what the window shows of them
 /// itself (log lines, notifications, counts) and what has to be looked at anew. Bounded: of a flood
@@ -90,6 +117,9 @@ class EventFeed : public iEventSink {
   /// Notes that the lists of projects, rooms and users are due for another look.
   void noteDue();
 
+  /// From now on what is said is kept until it is fetched.
+  void followSaid();
+
   News takeNews();
   Changes takeChanges();
   [[nodiscard]] bool hasChanges() const;
@@ -98,10 +128,13 @@ class EventFeed : public iEventSink {
   void takeLine(LogLine::Kind kind, const QString& text);
   void takeChange(const JsonValue& event);
   void takeReady(const JsonValue& event);
+  void takeNotification(const JsonValue& event);
+  void takeTalk(const std::string& name, const JsonValue& event);
   static void noteRemote(RemoteChanges& changes, const std::string& how, const QString& by);
   void noteCommandLocked(const std::string& name);
 
   mutable std::mutex mutex_;
+  bool followsSaid_ = false;
   News news_;
   Changes changes_;
 };

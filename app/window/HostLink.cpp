@@ -14,6 +14,7 @@
 #include "station/edit/EditActions.h"
 #include "station/edit/EditHistory.h"
 #include "station/edit/Edits.h"
+#include "station/talk/Conversation.h"
 #include "station/ui/Desktop.h"
 #include "station/watch/Presence.h"
 
@@ -344,6 +345,16 @@ void HostLink::askAdviceOnNames(const std::function<void(const QString&)>& then)
   post("a look at the list of users", [this, then] {
     const QString advice = readableText(Station::adviceOnNames());
     QMetaObject::invokeMethod(this, [then, advice] { then(advice); });
+  });
+}
+
+void HostLink::askConversation(const std::function<void(const std::vector<SaidLine>&)>& then) {
+  post("reading what was said", [this, then] {
+    std::vector<SaidLine> said;
+    const JsonValue list = with_.station.conversation().listed({});
+    for (const JsonValue& each : list.elements()) said.push_back(saidLine(each));
+    feed_.followSaid();
+    QMetaObject::invokeMethod(this, [then, said] { then(said); });
   });
 }
 

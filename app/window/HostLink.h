@@ -109,6 +109,9 @@ class HostLink : public QObject {
   /// it, empty for nothing.
   void askAdviceOnNames(const std::function<void(const QString& advice)>& then);
 
+  /// Asks for all that was said before; what is said afterwards is news.
+  void askConversation(const std::function<void(const std::vector<SaidLine>& said)>& then);
+
   /// Puts tools back onto the desktop as soon as there is one, before the first snapshot.
   void putBackOnceReady(const KeptTools& tools) { toPutBack_ = tools; }
 

@@ -4,10 +4,12 @@
 #include <QCloseEvent>
 #include <QKeyEvent>
 #include <QTreeView>
+#include <algorithm>
 #include <cstdlib>
 
 #include "app/window/ActionRunner.h"
 #include "app/window/ActionTable.h"
+#include "app/window/AskBar.h"
 #include "app/window/DetailPane.h"
 #include "app/window/Dialogs.h"
 #include "app/window/EventPanes.h"
@@ -53,11 +55,14 @@ WindowPanes makePanes() {
           new MessageBar(QStringLiteral("messages")),
           new MessageBar(QStringLiteral("strip")),
           new MessageBar(QStringLiteral("recovery")),
+          new MessageBar(QStringLiteral("asks")),
+          new MessageBar(QStringLiteral("answers")),
           new StatusLine,
           new PanelDock,
           new LogPane,
           new NotificationsPane,
-          new PeoplePane};
+          new PeoplePane,
+          new ConversationPane};
 }
 
 }  // namespace
@@ -72,7 +77,9 @@ MainWindow::MainWindow(HostLink& link)
           *this, [this](const ActionSpec& action) { actions_->run(action); })),
       ownMenus_(
           std::make_unique<WindowMenus>(*this, *menus_, panes_, *layout_,
-                                        [this](const QString& line) { actions_->runLine(line); })) {
+                                        [this](const QString& line) { actions_->runLine(line); })),
+      asking_(std::make_unique<AskTeller>(*this, *panes_.asks, *panes_.answers,
+                                          [this](const QString& line) { link_.run(line); })) {
   setObjectName(QStringLiteral("mainWindow"));
   setWindowTitle(QStringLiteral("Station"));
   setStatusBar(panes_.status);
@@ -84,14 +91,14 @@ MainWindow::MainWindow(HostLink& link)
     menus_->bindKey(QStringLiteral("edit trim {object} {clip} ") + QLatin1String(frame),
                     detail().view());
   }
-  menus_->tellRefusals(
-      [this](const QString& why) { messages().tell(MessageBar::Kind::eNote, why); });
+  menus_->tellRefusals([this](const QString& why) { outcomes_->tellRefusal(why); });
   connectLink();
   connectObjects();
   connectProjects();
   connectHistory();
   connectPanel();
   connectPeople();
+  connectTalk();
   connectNotifications();
   addKeepingActions();
   QSettings kept = windowSettings();
@@ -230,15 +237,47 @@ void MainWindow::connectPanel() {
 }
 
 void MainWindow::connectPeople() {
-  connect(panes_.people, &PeoplePane::writeWanted, this, [this](const QString& user) {
-    panel().focusWhenOpen();
-    link_.runAll({QStringLiteral("panel open"), QStringLiteral("panel to ") + quoted(user)},
-                 [](const CommandOutcome&) {});
-  });
+  connect(panes_.people, &PeoplePane::writeWanted, this, &MainWindow::writeTo);
   connect(panes_.people, &PeoplePane::editWanted, this, [this](const QString& cookie) {
     objects().choose(ObjectKind::eEdits, cookie);
     objects().view(ObjectKind::eEdits).setFocus(Qt::OtherFocusReason);
   });
+}
+
+void MainWindow::writeTo(const QString& user) {
+  panel().focusWhenOpen();
+  QStringList lines{QStringLiteral("panel open")};
+  if (!user.isEmpty()) lines << QStringLiteral("panel to ") + quoted(user);
+  link_.runAll(lines, [](const CommandOutcome&) {});
+}
+
+// The same words are in the conversation and among the notifications: who looks at one of them has
+// seen both.
+void MainWindow::connectTalk() {
+  asksAction_ = &menus_->add(QStringLiteral("Messages"), tr("&Asks that wait…"), QString(),
+                             [this] { asking_->showAll(); });
+  connect(panes_.conversation, &ConversationPane::writeWanted, this, &MainWindow::writeTo);
+  connect(panes_.conversation, &ConversationPane::unreadChanged, this, [this](int count) {
+    const QString title = tr("Conversation");
+    layout_->conversationDock().setWindowTitle(
+        count == 0 ? title : QStringLiteral("%1 (%L2)").arg(title).arg(count));
+    if (count == 0) notifications().takeLook();
+    showTitle();
+  });
+  connect(panes_.notifications, &NotificationsPane::unreadChanged, this, [this](int count) {
+    if (count == 0) conversation().takeLook();
+  });
+  connect(asking_.get(), &AskTeller::openWanted, this, &MainWindow::open);
+}
+
+void MainWindow::open(const AskAnswer& given) {
+  const QString word = quoted(given.object);
+  if (given.kind == QLatin1String("room"))
+    return actions_->runLine(QStringLiteral("room enter ") + word);
+  if (given.kind == QLatin1String("project"))
+    return actions_->runLine(QStringLiteral("project enter ") + word);
+  objects().choose(ObjectKind::eEdits, given.object);
+  link_.run(QStringLiteral("edit open ") + word);
 }
 
 void MainWindow::connectNotifications() {
@@ -260,8 +299,18 @@ void MainWindow::connectNotifications() {
           [this](const QString& title, const QString& text) { showWholeText(*this, title, text); });
 }
 
+/// "(3) Harbour - Station": how much was said that nobody has looked at.
+void MainWindow::showTitle() {
+  const int unread = conversation().unread();
+  const QString count = unread == 0 ? QString() : QStringLiteral("(%L1) ").arg(unread);
+  const QString project = snapshot_ ? snapshot_->project.name : QString();
+  const QString name = project.isEmpty() ? QString() : plainTitle(project) + QStringLiteral(" - ");
+  setWindowTitle(count + name + QStringLiteral("Station"));
+}
+
 void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
   if (!snapshot_) {
+    link_.askConversation([this](const std::vector<SaidLine>& said) { conversation().load(said); });
     link_.askAdviceOnNames([this](const QString& advice) {
       if (!advice.isEmpty()) messages().tell(MessageBar::Kind::eNote, advice);
     });
@@ -281,9 +330,8 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
   showSteps();
   status().showPresence(snapshot->presence);
   people().show(*snapshot);
-  setWindowTitle(snapshot->project.name.isEmpty()
-                     ? QStringLiteral("Station")
-                     : plainTitle(snapshot->project.name) + QStringLiteral(" - Station"));
+  asking_->takeSnapshot(*snapshot);
+  showTitle();
   // After the lists have the new rows.
   outcomes_->chooseMade();
   outcomes_->takeSnapshot(*snapshot);
@@ -305,16 +353,22 @@ void MainWindow::takeNews(const News& news) {
   }
   log().append(lines);
   notifications().add(news.notifications);
+  conversation().add(news.said);
+  asking_->takeAnswers(news.answers);
   // Network problems are also shown in the bar: the log may be hidden.
   for (const LogLine& line : news.lines) {
     if (line.kind == LogLine::Kind::eNetwork) outcomes_->tellOfSending(line.text);
   }
-  if (!news.notifications.empty()) tellOfWords(news.notifications.back());
+  if (news.notifications.empty()) return;
+  QApplication::alert(this);
+  const auto& latest = news.notifications;
+  const auto words =
+      std::ranges::find(latest.rbegin(), latest.rend(), false, &NotificationLine::isAsking);
+  if (words != latest.rend()) tellOfWords(*words);
 }
 
 // A visible list shows new notifications itself.
 void MainWindow::tellOfWords(const NotificationLine& latest) {
-  QApplication::alert(this);
   if (notifications().isVisible()) return;
   const int unread = notifications().unread();
   const QString before =

@@ -10,6 +10,7 @@
 namespace korvel {
 
 class ActionRunner;
+class AskTeller;
 class OutcomeTeller;
 class WindowMenus;
 
@@ -29,6 +30,9 @@ class MainWindow : public QMainWindow {
   [[nodiscard]] PanelDock& panel() const { return *panes_.panel; }
   [[nodiscard]] LogPane& log() const { return *panes_.log; }
   [[nodiscard]] NotificationsPane& notifications() const { return *panes_.notifications; }
+  [[nodiscard]] ConversationPane& conversation() const { return *panes_.conversation; }
+  [[nodiscard]] MessageBar& asks() const { return *panes_.asks; }
+  [[nodiscard]] MessageBar& answers() const { return *panes_.answers; }
   [[nodiscard]] PeoplePane& people() const { return *panes_.people; }
   [[nodiscard]] StatusLine& status() const { return *panes_.status; }
   [[nodiscard]] MessageBar& messages() const { return *panes_.messages; }
@@ -53,12 +57,16 @@ class MainWindow : public QMainWindow {
   void connectHistory();
   void connectPanel();
   void connectPeople();
+  void connectTalk();
+  void writeTo(const QString& user);
+  void open(const AskAnswer& given);
   void connectNotifications();
   void takeSnapshot(const SnapshotPtr& snapshot);
   void takeNews(const News& news);
   void tellOfWords(const NotificationLine& latest);
   void addKeepingActions();
   void showSteps();
+  void showTitle();
   void showChoice();
   void showHistory();
   void enableActions();
@@ -71,6 +79,8 @@ class MainWindow : public QMainWindow {
   std::unique_ptr<OutcomeTeller> outcomes_;
   std::unique_ptr<MainMenus> menus_;
   std::unique_ptr<WindowMenus> ownMenus_;
+  std::unique_ptr<AskTeller> asking_;
+  QAction* asksAction_ = nullptr;
   QAction* trashAction_ = nullptr;
   QAction* undoAction_ = nullptr;
   QAction* redoAction_ = nullptr;

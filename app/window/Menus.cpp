@@ -152,7 +152,8 @@ void WindowMenus::buildTools() {
   connect(panelAction_, &QAction::triggered, this, &WindowMenus::togglePanel);
   connect(menus_.action(QStringLiteral("panel open")), &QAction::triggered, panes_.panel,
           [this] { panes_.panel->focusWhenOpen(); });
-  bar->addActions({layout_.notificationsDock().toggleViewAction(),
+  bar->addActions({layout_.conversationDock().toggleViewAction(),
+                   layout_.notificationsDock().toggleViewAction(),
                    layout_.logDock().toggleViewAction(), layout_.historyDock().toggleViewAction(),
                    layout_.peopleDock().toggleViewAction()});
 }
@@ -183,7 +184,9 @@ void WindowMenus::buildViewMenu() {
   history->setShortcut(QKeySequence(QStringLiteral("Ctrl+H")));
   QAction* const people = layout_.peopleDock().toggleViewAction();
   people->setShortcut(QKeySequence(QStringLiteral("Ctrl+Alt+P")));
-  menus_.menu(view).addActions({notifications, log, history, people});
+  QAction* const conversation = layout_.conversationDock().toggleViewAction();
+  conversation->setShortcut(QKeySequence(QStringLiteral("Ctrl+Alt+C")));
+  menus_.menu(view).addActions({notifications, log, history, people, conversation});
   menus_.menu(view).addSeparator();
   const QStringList kinds{QStringLiteral("Edits and logs"), QStringLiteral("Bins"),
                           QStringLiteral("Racks"), QStringLiteral("Filters"),
@@ -261,6 +264,7 @@ void WindowMenus::chooseAppearance(const QString& name) {
   layout_.logDock().toggleViewAction()->setIcon(icon(Glyph::eLog, colours().text));
   layout_.historyDock().toggleViewAction()->setIcon(icon(Glyph::eBusy, colours().text));
   layout_.peopleDock().toggleViewAction()->setIcon(icon(Glyph::ePeople, colours().text));
+  layout_.conversationDock().toggleViewAction()->setIcon(icon(Glyph::eMessage, colours().text));
 }
 
 }  // namespace korvel

@@ -17,6 +17,7 @@
 #include "app/window/Appearance.h"
 #include "app/window/Dialogs.h"
 #include "app/window/ObjectsPane.h"
+#include "app/window/People.h"
 #include "app/window/ProjectsPane.h"
 #include "app/window/TalkPanes.h"
 #include "app/window/Texts.h"
@@ -186,6 +187,15 @@ bool isShownByLists(const QString& command) {
          command.startsWith(QLatin1String("project enter"));
 }
 
+/// "BEN is asked for "Quay"; the ask waits until BEN is back."
+QString askedText(const JsonValue& ask) {
+  const QString to = personName(readableText(ask["to"].asString()));
+  const QString name = personName(readableText(ask["name"].asString()));
+  if (ask["here"].asBool()) return OutcomeTeller::tr("%1 is asked for \"%2\".").arg(to, name);
+  return OutcomeTeller::tr("%1 is not here now: the ask for \"%2\" waits until then.")
+      .arg(to, name);
+}
+
 QString countOfUsers(long count) {
   return count == 1 ? QStringLiteral("One user is active.")
                     : QStringLiteral("%L1 users are active.").arg(count);
@@ -195,9 +205,11 @@ QString countOfUsers(long count) {
 
 OutcomeTeller::OutcomeTeller(QWidget& window, HostLink& link, const WindowPanes& panes)
     : window_(window), link_(link), panes_(panes) {
-  connect(panes.messages, &MessageBar::acted, this, [this] {
+  connect(panes.messages, &MessageBar::acted, this, [this](int which) {
     panes_.messages->hide();
-    if (const auto act = std::exchange(act_, {})) act();
+    const auto acts = std::exchange(acts_, {});
+    const auto chosen = static_cast<std::size_t>(which);
+    if (chosen < acts.size() && acts[chosen]) acts[chosen]();
   });
 }
 
@@ -206,7 +218,7 @@ void OutcomeTeller::tell(const QString& text, const QString& action,
   tellsOfSending_ = false;
   panes_.messages->tell(MessageBar::Kind::eNote, text);
   panes_.messages->offer({action});
-  act_ = act;
+  acts_ = {act};
 }
 
 void OutcomeTeller::tellOfSending(const QString& problem) {
@@ -238,6 +250,7 @@ void OutcomeTeller::take(const CommandOutcome& outcome) {
     tellsOfSending_ = false;
     panes_.messages->tell(MessageBar::Kind::eError, outcome.text);
     noteRefusal(outcome);
+    offerAsking(outcome);
     // The text must not be lost with the refusal.
     if (isMessage) panes_.panel->restoreUnsent();
     return;
@@ -268,6 +281,9 @@ QString OutcomeTeller::inWords(const CommandOutcome& outcome) const {
   };
   if (is("active")) return countOfUsers(outcome.result.asLong());
   if (is("edit may")) return permission(outcome.result);
+  if (is("ask")) return askedText(outcome.result);
+  if (is("answer")) return {};
+  if (is("tell-when-free")) return tr("You are told when you can have it.");
   if (is("trash restore")) return QStringLiteral("Brought back from the trash.");
   if (is("edit recover")) {
     return outcome.line.endsWith(QLatin1String(" --discard"))
@@ -299,7 +315,51 @@ void OutcomeTeller::noteRefusal(const CommandOutcome& outcome) {
   held_ = isEntry && outcome.code == ErrorCode::eHeld ? outcome : CommandOutcome();
 }
 
+void OutcomeTeller::tellRefusal(const QString& why) {
+  panes_.messages->tell(MessageBar::Kind::eNote, why);
+  if (panes_.objects->kind() != ObjectKind::eEdits) return;
+  for (const ObjectRow& row : panes_.objects->chosen()) {
+    if (why == ActionRunner::ownerText(row)) return offerAsking(row.cookie, row.owner);
+  }
+}
+
+// A refused entry may be asked for, and an edit that belongs to another.
+void OutcomeTeller::offerAsking(const CommandOutcome& refused) {
+  const CommandCall call = readCall(link_.commands(), refused.line.toStdString());
+  if (call.arguments.empty()) return;
+  const QString word = readableText(call.arguments.front());
+  if (!held_.line.isEmpty()) return offerAsking(word, holderOf(held_.command, word));
+  if (refused.code != ErrorCode::eRefused || !refused.command.startsWith(QLatin1String("edit ")))
+    return;
+  const auto row = panes_.objects->find(word);
+  // A refusal for another reason does not name the owner.
+  if (row && !row->owner.isEmpty() && refused.text.contains(row->owner))
+    offerAsking(word, row->owner);
+}
+
+void OutcomeTeller::offerAsking(const QString& word, const QString& holder) {
+  const QString ask =
+      holder.isEmpty() ? tr("Ask for it") : tr("Ask %1 for it").arg(personName(holder));
+  panes_.messages->offer({menuText(ask), tr("Tell me when it is free")});
+  acts_ = {[this, word] { link_.run(QStringLiteral("ask ") + quoted(word)); },
+           [this, word] { link_.run(QStringLiteral("tell-when-free ") + quoted(word)); }};
+}
+
+QString OutcomeTeller::holderOf(const QString& command, const QString& word) const {
+  if (command == QLatin1String("room enter")) {
+    for (const RoomRow& row : rooms_ ? *rooms_ : std::vector<RoomRow>()) {
+      if (row.name == word) return row.holder;
+    }
+  }
+  for (const ProjectRow& row : projects_ ? *projects_ : std::vector<ProjectRow>()) {
+    if (row.cookie == word || row.name == word) return row.holder;
+  }
+  return {};
+}
+
 void OutcomeTeller::takeSnapshot(const Snapshot& snapshot) {
+  projects_ = snapshot.projects;
+  rooms_ = snapshot.rooms;
   if (held_.line.isEmpty()) return;
   // Another message stands there by now.
   if (panes_.messages->text() != held_.text) return noteRefusal({});

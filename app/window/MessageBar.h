@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <functional>
+#include <vector>
 
 #include "app/window/HostLink.h"
 #include "app/window/WindowLayout.h"
@@ -79,6 +80,9 @@ class OutcomeTeller : public QObject {
   /// What could not be sent, or not whole, stays told: the command itself went well.
   void tellOfSending(const QString& problem);
 
+  /// Why something cannot be done; where it belongs to another, with the offer to ask for it.
+  void tellRefusal(const QString& why);
+
   /// Something was done, and these lines take it back; none where it cannot be.
   void tellUndoably(const QString& text, const QStringList& undoLines);
 
@@ -96,6 +100,9 @@ class OutcomeTeller : public QObject {
   [[nodiscard]] QString inWords(const CommandOutcome& outcome) const;
   void noteMade(const CommandOutcome& outcome);
   void noteRefusal(const CommandOutcome& outcome);
+  void offerAsking(const CommandOutcome& refused);
+  void offerAsking(const QString& word, const QString& holder);
+  [[nodiscard]] QString holderOf(const QString& command, const QString& word) const;
   void showAgain(const CommandOutcome& outcome);
 
   QWidget& window_;
@@ -105,7 +112,9 @@ class OutcomeTeller : public QObject {
   QString madeProject_;
   QString advice_;       ///< on the message that was sent last
   CommandOutcome held_;  ///< the last entry refused since another holds it; without a line for none
-  std::function<void()> act_;
+  std::vector<std::function<void()>> acts_;  ///< of what is offered, in its order
+  Shared<std::vector<ProjectRow>> projects_;
+  Shared<std::vector<RoomRow>> rooms_;
   bool tellsOfSending_ = false;
 };
 

@@ -24,7 +24,7 @@ namespace {
 enum PersonColumn { ePerson, ePersonProject, ePersonRoom, ePersonEdits, ePersonHost, ePersonSince };
 
 constexpr int kPersonKeyRole = Qt::UserRole;
-constexpr int kLeastPerson = 90;
+constexpr int kLeastPerson = 120;
 constexpr std::size_t kMostEditsNamed = 8;
 
 /// The name of an edit of the open project; empty for another.
@@ -161,7 +161,7 @@ void PeoplePane::build() {
   list_->setContextMenuPolicy(Qt::ActionsContextMenu);
   list_->addActions({write_, go_});
   // What matters least is hidden first where there is no room for all.
-  new ColumnFit(*list_, kLeastPerson, {{140, 70}, {110, 60}, {320, 80}, {110, 60}, {130, 70}});
+  new ColumnFit(*list_, kLeastPerson, {{120, 70}, {100, 60}, {320, 80}, {110, 60}, {130, 70}});
   auto* tools = new QHBoxLayout;
   tools->setContentsMargins(10, 6, 10, 6);
   tools->setSpacing(8);

@@ -21,6 +21,7 @@
 #include "station/project/ProjectFolder.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
+#include "station/talk/Asks.h"
 #include "station/ui/PanelDriver.h"
 #include "station/watch/Health.h"
 #include "station/watch/Presence.h"
@@ -83,6 +84,19 @@ StationRow stationRow(const FoundStation& station, const std::string& ownId) {
           note.projectName.empty() ? QString() : readableText(note.project.asString().str()),
           cookieList(note.open),
           cookieList(note.unsaved)};
+}
+
+AskRow askRow(const JsonValue& ask) {
+  const auto text = [&ask](const char* key) { return readableText(ask[key].asString()); };
+  return {ask["number"].asLong(),
+          ask["own"].asBool(),
+          text("from"),
+          text("to"),
+          text("kind"),
+          text("name"),
+          text("text"),
+          QDateTime::fromString(text("time"), Qt::ISODate).toLocalTime(),
+          ask["unverified"].asBool()};
 }
 
 /// The users who have a marker in the projects directory.
@@ -174,6 +188,7 @@ SnapshotPtr SnapshotMaker::make(const Changes& changes) {
   if (wanted.all || wanted.panel) lookAtPanel(*next);
   if (wanted.all || wanted.users) lookAtUsers(*next);
   lookAtPresence(*next);
+  lookAtAsks(*next);
   last_ = next;
   return next;
 }
@@ -355,6 +370,13 @@ void SnapshotMaker::lookAtPresence(Snapshot& next) const {
   for (const std::string& user : markers_) {
     if (!told.contains(upperCased(user))) next.presence.marked.append(readableText(user));
   }
+}
+
+void SnapshotMaker::lookAtAsks(Snapshot& next) const {
+  std::vector<AskRow> asks;
+  const JsonValue list = station_.asks().list();
+  for (const JsonValue& each : list.elements()) asks.push_back(askRow(each));
+  next.asks = unlessSame(next.asks, std::move(asks));
 }
 
 }  // namespace korvel

@@ -100,6 +100,21 @@ struct LeftEdit {
   friend bool operator==(const LeftEdit&, const LeftEdit&) = default;
 };
 
+/// An ask that waits for an answer: another's for something of this user's, or the other way round.
+struct AskRow {
+  long number = 0;  ///< by which commands name it
+  bool isOwn = false;
+  QString from;
+  QString to;
+  QString kind;  ///< "edit", "log", "room", "project"
+  QString name;
+  QString text;
+  QDateTime when;  ///< local
+  bool isUnverified = false;
+
+  friend bool operator==(const AskRow&, const AskRow&) = default;
+};
+
 /// The open project; without a cookie where none is open.
 struct ProjectState {
   QString cookie;
@@ -154,6 +169,7 @@ struct Snapshot {
   Shared<QStringList> owners;  ///< who can be given something: users, and stations that are here
   QString user;                ///< of this station; empty before there is one
   PresenceState presence;
+  Shared<std::vector<AskRow>> asks;  ///< the oldest first
 };
 using SnapshotPtr = std::shared_ptr<const Snapshot>;
 
@@ -181,6 +197,7 @@ class SnapshotMaker {
   void lookAtPanel(Snapshot& next);
   void lookAtUsers(Snapshot& next);
   void lookAtPresence(Snapshot& next) const;
+  void lookAtAsks(Snapshot& next) const;
   void addHistory(ObjectRow& row) const;
   [[nodiscard]] QDateTime fileTime(const ObjectRow& row) const;
   [[nodiscard]] quint64 contentBefore(const ObjectRow& row) const;

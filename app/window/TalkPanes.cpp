@@ -7,11 +7,15 @@
 #include <QLineEdit>
 #include <QListView>
 #include <QScrollBar>
+#include <QTextCursor>
+#include <QTextDocument>
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <algorithm>
+#include <utility>
 
 #include "app/window/Appearance.h"
+#include "app/window/People.h"
 #include "app/window/Texts.h"
 #include "app/window/WindowLayout.h"
 #include "station/ui/Desktop.h"
@@ -157,6 +161,208 @@ void PanelDock::showRecipients(const PanelState& panel) {
 void PanelDock::closeEvent(QCloseEvent* event) {
   event->ignore();
   Q_EMIT closeWanted();
+}
+
+namespace {
+
+const QString kToAll = QStringLiteral("<All>");
+constexpr int kBlocksOfOne = 2;  // a line of who and when, and the words
+
+/// The colleague with whom it was said; empty for everybody.
+QString colleagueOf(const SaidLine& line) {
+  if (line.to == kToAll) return {};
+  return line.isOwn ? line.to : line.from;
+}
+
+/// The words with their lines, and blanks for what else has no place in a text.
+QString saidText(const SaidLine& line) {
+  QString text = line.text.left(ConversationPane::kLongestSaid);
+  text.replace(QLatin1Char('\n'), QChar::LineSeparator);
+  for (QChar& each : text) {
+    if (each.category() == QChar::Other_Control) each = QLatin1Char(' ');
+  }
+  const qsizetype more = line.text.size() - ConversationPane::kLongestSaid;
+  return more <= 0 ? text : text + ConversationPane::tr("… (%L1 letters more)").arg(more);
+}
+
+/// "ANNA to BEN", "BEN to everybody (unverified)".
+QString saidHeading(const SaidLine& line) {
+  const QString to = line.to == kToAll ? ConversationPane::tr("everybody") : personName(line.to);
+  const QString text = ConversationPane::tr("%1 to %2").arg(personName(line.from), to);
+  return line.isUnverified ? ConversationPane::tr("%1 (unverified)").arg(text) : text;
+}
+
+QTextCharFormat badgeFormat(const QString& user) {
+  QTextCharFormat format;
+  format.setBackground(colourOf(user));
+  format.setForeground(Qt::white);
+  format.setFontWeight(QFont::Bold);
+  return format;
+}
+
+QTextCharFormat formatOf(const QColor& colour, QFont::Weight weight) {
+  QTextCharFormat format;
+  format.setForeground(colour);
+  format.setFontWeight(weight);
+  return format;
+}
+
+}  // namespace
+
+ConversationPane::ConversationPane(QWidget* parent)
+    : QWidget(parent),
+      colleagues_(new QComboBox),
+      search_(new QLineEdit),
+      view_(new QPlainTextEdit) {
+  build();
+  for (QWidget* each : {static_cast<QWidget*>(view_), view_->viewport(),
+                        static_cast<QWidget*>(search_), static_cast<QWidget*>(colleagues_)}) {
+    each->setMouseTracking(true);
+    each->installEventFilter(this);
+  }
+  connect(colleagues_, &QComboBox::currentIndexChanged, this, &ConversationPane::fill);
+  connect(search_, &QLineEdit::textChanged, this, &ConversationPane::fill);
+}
+
+void ConversationPane::build() {
+  colleagues_->setObjectName(QStringLiteral("colleagues"));
+  colleagues_->setAccessibleName(tr("Whose words to show"));
+  colleagues_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+  colleagues_->setMinimumContentsLength(8);
+  colleagues_->addItem(tr("With all"), QString());
+  search_->setObjectName(QStringLiteral("searchSaid"));
+  search_->setPlaceholderText(tr("Find words"));
+  search_->setAccessibleName(tr("Find words in the conversation"));
+  search_->setClearButtonEnabled(true);
+  view_->setObjectName(QStringLiteral("said"));
+  view_->setReadOnly(true);
+  view_->setTabChangesFocus(true);
+  view_->setUndoRedoEnabled(false);
+  view_->setMaximumBlockCount(kBlocksOfOne * kMost);
+  view_->setPlaceholderText(tr("Nothing was said yet."));
+  view_->setAccessibleName(tr("All that was said"));
+  view_->setMinimumHeight(40);
+  auto* write = new QToolButton;
+  write->setObjectName(QStringLiteral("writeThere"));
+  write->setText(tr("&Write…"));
+  write->setProperty("role", "button");
+  write->setFocusPolicy(Qt::StrongFocus);
+  connect(write, &QToolButton::clicked, this,
+          [this] { Q_EMIT writeWanted(colleagues_->currentData().toString()); });
+  auto* tools = new QHBoxLayout;
+  tools->setContentsMargins(8, 6, 8, 6);
+  tools->setSpacing(8);
+  tools->addWidget(colleagues_);
+  tools->addWidget(search_, 1);
+  tools->addWidget(write);
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  layout->addLayout(tools);
+  layout->addWidget(view_, 1);
+}
+
+void ConversationPane::load(const std::vector<SaidLine>& lines) {
+  const std::deque<SaidLine> later = std::exchange(lines_, {});
+  for (const SaidLine& each : lines) keep(each);
+  for (const SaidLine& each : later) keep(each);
+  fill();
+}
+
+void ConversationPane::add(const std::vector<SaidLine>& lines) {
+  if (lines.empty()) return;
+  QScrollBar& bar = *view_->verticalScrollBar();
+  // Follows new words only where the user has not scrolled up.
+  const bool isAtEnd = bar.value() >= bar.maximum();
+  int others = 0;
+  for (const SaidLine& each : lines) {
+    keep(each);
+    if (isShown(each)) append(each);
+    others += !each.isOwn;
+  }
+  if (isAtEnd) bar.setValue(bar.maximum());
+  if (!isLookedAt()) setUnread(unread_ + others);
+}
+
+void ConversationPane::keep(const SaidLine& line) {
+  lines_.push_back(line);
+  if (lines_.size() > kMost) lines_.pop_front();
+  const QString colleague = colleagueOf(line);
+  const bool isKnown = colleague.isEmpty() || colleagues_->findData(colleague) >= 0;
+  if (!isKnown) {
+    const Badge badge{colleague, {}, false, false};
+    colleagues_->addItem(badgeIcon(badge), personName(colleague), colleague);
+  }
+}
+
+bool ConversationPane::isShown(const SaidLine& line) const {
+  const QString colleague = colleagues_->currentData().toString();
+  const QString with = colleagueOf(line);
+  const bool isMeant = colleague.isEmpty() || with.isEmpty() || with == colleague;
+  const QString& words = search_->text();
+  return isMeant && (words.isEmpty() || line.text.contains(words, Qt::CaseInsensitive) ||
+                     line.from.contains(words, Qt::CaseInsensitive));
+}
+
+void ConversationPane::fill() {
+  view_->clear();
+  view_->setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+  for (const SaidLine& each : lines_) {
+    if (isShown(each)) append(each);
+  }
+  view_->verticalScrollBar()->setValue(view_->verticalScrollBar()->maximum());
+}
+
+void ConversationPane::append(const SaidLine& line) {
+  const QString text = saidText(line);
+  wrapFor(*view_, text);
+  QTextCursor end(view_->document());
+  end.movePosition(QTextCursor::End);
+  end.beginEditBlock();
+  if (!view_->document()->isEmpty()) end.insertBlock();
+  end.insertText(QStringLiteral(" %1 ").arg(initialsOf(line.from)), badgeFormat(line.from));
+  end.insertText(QStringLiteral(" ") + saidHeading(line), formatOf(colours().text, QFont::Bold));
+  end.insertText(QStringLiteral("  ") + shownTime(line.time),
+                 formatOf(colours().quiet, QFont::Normal));
+  end.insertBlock();
+  const bool isAsking = line.kind != SaidLine::Kind::eWords;
+  end.insertText(text, formatOf(isAsking ? colours().accent : colours().text, QFont::Normal));
+  end.endEditBlock();
+}
+
+void ConversationPane::setUnread(int count) {
+  if (std::exchange(unread_, count) != count) Q_EMIT unreadChanged(count);
+}
+
+bool ConversationPane::isLookedAt() const {
+  const QWidget* const focus = window()->focusWidget();
+  const bool hasKeys = focus && isAncestorOf(focus);
+  return isVisible() && !visibleRegion().isEmpty() && isActiveWindow() && (hasKeys || underMouse());
+}
+
+// While the window moves its panes about, this one may come and go although nobody looks.
+void ConversationPane::takeLook() {
+  if (updatesEnabled()) setUnread(0);
+}
+
+void ConversationPane::showEvent(QShowEvent* event) {
+  QWidget::showEvent(event);
+  if (!event->spontaneous()) takeLook();
+}
+
+bool ConversationPane::eventFilter(QObject* watched, QEvent* event) {
+  const QEvent::Type type = event->type();
+  if (type == QEvent::KeyPress || type == QEvent::MouseMove || type == QEvent::MouseButtonPress ||
+      type == QEvent::Wheel || type == QEvent::FocusIn) {
+    takeLook();
+  }
+  return QWidget::eventFilter(watched, event);
+}
+
+// Texts keep the colours in which they were drawn.
+void ConversationPane::changeEvent(QEvent* event) {
+  QWidget::changeEvent(event);
+  if (event->type() == QEvent::PaletteChange) fill();
 }
 
 }  // namespace korvel

@@ -3,7 +3,11 @@
 #include <QDockWidget>
 #include <QPlainTextEdit>
 #include <QStringList>
+#include <QWidget>
+#include <deque>
+#include <vector>
 
+#include "app/window/EventFeed.h"
 #include "app/window/Snapshot.h"
 
 class QComboBox;
@@ -68,6 +72,57 @@ class PanelDock : public QDockWidget {
   PanelState state_;
   QString lastSent_;
   bool wantsFocus_ = false;
+};
+
+/// All that was said: own and others' words, asks and answers, the latest last; with everybody or
+/// with one colleague, and searched by words. What others said counts as unread until somebody
+/// looks: brings the pane to the front, moves the mouse over it or presses a key in it. What comes
+/// while the pane has the mouse or the keyboard is looked at already.
+class ConversationPane : public QWidget {
+  Q_OBJECT
+
+ public:
+  /// Of more the oldest are forgotten, and of longer texts only so many letters are shown.
+  static constexpr int kMost = 2000;
+  static constexpr qsizetype kLongestSaid = 4000;
+
+  explicit ConversationPane(QWidget* parent = nullptr);
+
+  /// What was said before this start. What add() brought until now comes after it.
+  void load(const std::vector<SaidLine>& lines);
+  void add(const std::vector<SaidLine>& lines);
+
+  /// How much of others' came since somebody looked.
+  [[nodiscard]] int unread() const { return unread_; }
+  void takeLook();
+
+  [[nodiscard]] QComboBox& colleagues() const { return *colleagues_; }
+  [[nodiscard]] QLineEdit& search() const { return *search_; }
+  [[nodiscard]] QPlainTextEdit& view() const { return *view_; }
+
+ Q_SIGNALS:
+  void unreadChanged(int count);
+
+  /// The user wants to write to this colleague, to nobody yet where it is empty.
+  void writeWanted(const QString& user);
+
+ private:
+  void build();
+  void fill();
+  void append(const SaidLine& line);
+  void keep(const SaidLine& line);
+  [[nodiscard]] bool isShown(const SaidLine& line) const;
+  [[nodiscard]] bool isLookedAt() const;
+  void setUnread(int count);
+  void showEvent(QShowEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
+  void changeEvent(QEvent* event) override;
+
+  QComboBox* colleagues_;
+  QLineEdit* search_;
+  QPlainTextEdit* view_;
+  std::deque<SaidLine> lines_;
+  int unread_ = 0;
 };
 
 /// The panel's icon, as its file in the resources has it; one drawn here where the file is missing.

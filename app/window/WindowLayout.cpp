@@ -7,6 +7,7 @@
 #include <QSettings>
 #include <QSplitter>
 #include <QTabBar>
+#include <QToolBar>
 #include <QTreeView>
 #include <QTreeWidget>
 #include <QVBoxLayout>
@@ -89,6 +90,7 @@ namespace {
 
 constexpr QSize kFirstSize{1240, 780};
 constexpr QSize kRoomForDocks{480, 320};  // beside one another
+constexpr int kRoomForTexts = 800;        // of the tools, beside their icons
 constexpr int kUsefulSide = 180;          // of the projects, to tell who holds them
 constexpr QSize kDockSize{300, 190};
 constexpr QSize kPanelSize{300, 380};  // there, one writes
@@ -164,7 +166,10 @@ void WindowLayout::buildPanes() {
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
   layout->addWidget(scrolled(side_), 1);
-  for (MessageBar* bar : {panes_.strip, panes_.messages, panes_.recovery}) layout->addWidget(bar);
+  for (MessageBar* bar :
+       {panes_.strip, panes_.messages, panes_.asks, panes_.answers, panes_.recovery}) {
+    layout->addWidget(bar);
+  }
   window_.setCentralWidget(middle);
 }
 
@@ -188,7 +193,11 @@ void WindowLayout::buildDocks() {
   peopleDock_ = makeDock(QDockWidget::tr("People"), "peopleDock", panes_.people);
   window_.addDockWidget(Qt::BottomDockWidgetArea, peopleDock_);
   window_.tabifyDockWidget(historyDock_, peopleDock_);
-  for (QDockWidget* each : {notificationsDock_, logDock_, historyDock_, peopleDock_}) each->hide();
+  conversationDock_ =
+      makeDock(QDockWidget::tr("Conversation"), "conversationDock", panes_.conversation);
+  window_.addDockWidget(Qt::BottomDockWidgetArea, conversationDock_);
+  window_.tabifyDockWidget(peopleDock_, conversationDock_);
+  for (QDockWidget* each : toolDocks()) each->hide();
   window_.resizeDocks({panes_.panel}, {kDockSize.width()}, Qt::Horizontal);
   for (QDockWidget* each : docks()) {
     dockSizes_[each] = each == panes_.panel ? kPanelSize : kDockSize;
@@ -203,14 +212,20 @@ void WindowLayout::buildDocks() {
   // A dock behind another is not hidden, so its content is not told that it comes to the front.
   connect(&window_, &QMainWindow::tabifiedDockWidgetActivated, this, [this](QDockWidget* dock) {
     if (dock == notificationsDock_) panes_.notifications->takeLook();
+    if (dock == conversationDock_) panes_.conversation->takeLook();
   });
   const int height = kDockSize.height();
-  window_.resizeDocks({logDock_, historyDock_, peopleDock_}, {height, height, height},
-                      Qt::Vertical);
+  window_.resizeDocks({logDock_, historyDock_, peopleDock_, conversationDock_},
+                      {height, height, height, height}, Qt::Vertical);
 }
 
 QList<QDockWidget*> WindowLayout::docks() const {
-  return {panes_.panel, notificationsDock_, logDock_, historyDock_, peopleDock_};
+  return QList<QDockWidget*>{panes_.panel} + toolDocks();
+}
+
+// All but the panel, which the plug-in opens and closes.
+QList<QDockWidget*> WindowLayout::toolDocks() const {
+  return {notificationsDock_, logDock_, historyDock_, peopleDock_, conversationDock_};
 }
 
 void WindowLayout::focusNextPane() {
@@ -222,6 +237,7 @@ void WindowLayout::focusNextPane() {
   if (historyDock_->isVisible()) panes.append(&panes_.history->list());
   if (logDock_->isVisible()) panes.append(&panes_.log->view());
   if (peopleDock_->isVisible()) panes.append(&panes_.people->list());
+  if (conversationDock_->isVisible()) panes.append(&panes_.conversation->view());
   const qsizetype now = panes.indexOf(QApplication::focusWidget());
   for (qsizetype i = 1; i <= panes.size(); ++i) {
     QWidget* next = panes[(now + i) % panes.size()];
@@ -241,8 +257,13 @@ void WindowLayout::fit() {
   window_.setUpdatesEnabled(false);
   const bool isSmall =
       window_.width() < kRoomForDocks.width() || window_.height() < kRoomForDocks.height();
-  for (MessageBar* bar : {panes_.recovery, panes_.messages, panes_.strip}) {
+  for (MessageBar* bar :
+       {panes_.recovery, panes_.answers, panes_.asks, panes_.messages, panes_.strip}) {
     bar->setLines(isSmall ? MessageBar::Lines::eOne : MessageBar::Lines::eAll);
+  }
+  const bool hasTexts = window_.width() >= kRoomForTexts;
+  for (QToolBar* bar : window_.findChildren<QToolBar*>()) {
+    bar->setToolButtonStyle(hasTexts ? Qt::ToolButtonTextBesideIcon : Qt::ToolButtonIconOnly);
   }
   if (isSmall != isSmall_) isSmall ? gatherDocks() : spreadDocks();
   isSmall_ = isSmall;
@@ -337,7 +358,7 @@ bool WindowLayout::eventFilter(QObject* watched, QEvent* event) {
 
 // In a small window docks become tabs of one place, so that the centre keeps its room.
 void WindowLayout::gatherDocks() {
-  for (QDockWidget* dock : {notificationsDock_, logDock_, historyDock_, peopleDock_}) {
+  for (QDockWidget* dock : toolDocks()) {
     if (dock->isFloating() || panes_.panel->isFloating()) continue;
     // Tabifying shows a dock.
     const bool wasShown = !dock->isHidden();

@@ -53,6 +53,7 @@ void putBack(const KeptTools& tools, Desktop& desktop);
 void keepTools(QSettings& settings, const KeptTools& tools);
 KeptTools keptTools(QSettings& settings);
 
+class ConversationPane;
 class DetailPane;
 class HistoryPane;
 class LogPane;
@@ -73,11 +74,14 @@ struct WindowPanes {
   MessageBar* messages = nullptr;
   MessageBar* strip = nullptr;
   MessageBar* recovery = nullptr;
+  MessageBar* asks = nullptr;
+  MessageBar* answers = nullptr;
   StatusLine* status = nullptr;
   PanelDock* panel = nullptr;
   LogPane* log = nullptr;
   NotificationsPane* notifications = nullptr;
   PeoplePane* people = nullptr;
+  ConversationPane* conversation = nullptr;
 };
 
 /// Where everything in the window is: projects and rooms on the left, the open project's objects in
@@ -96,6 +100,7 @@ class WindowLayout : public QObject {
   [[nodiscard]] QDockWidget& logDock() const { return *logDock_; }
   [[nodiscard]] QDockWidget& historyDock() const { return *historyDock_; }
   [[nodiscard]] QDockWidget& peopleDock() const { return *peopleDock_; }
+  [[nodiscard]] QDockWidget& conversationDock() const { return *conversationDock_; }
 
   /// The keyboard goes to the pane after the one that has it.
   void focusNextPane();
@@ -115,6 +120,7 @@ class WindowLayout : public QObject {
   void buildPanes();
   void buildDocks();
   [[nodiscard]] QList<QDockWidget*> docks() const;
+  [[nodiscard]] QList<QDockWidget*> toolDocks() const;
   QDockWidget* makeDock(const QString& title, const char* name, QWidget* content);
   void fit();
   void fitDocks();
@@ -134,6 +140,7 @@ class WindowLayout : public QObject {
   QDockWidget* logDock_ = nullptr;
   QDockWidget* historyDock_ = nullptr;
   QDockWidget* peopleDock_ = nullptr;
+  QDockWidget* conversationDock_ = nullptr;
   QSplitter* side_ = nullptr;
   QSplitter* centre_ = nullptr;
   QByteArray spread_;                     ///< where the docks were when there was room for them

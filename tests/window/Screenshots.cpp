@@ -5,6 +5,7 @@
 #include <QDockWidget>
 #include <QLineEdit>
 #include <QPainter>
+#include <QToolButton>
 #include <QTreeView>
 #include <QTreeWidget>
 #include <cstdio>
@@ -127,6 +128,43 @@ void takePeople(WindowScene& scene, MainWindow& window) {
       },
       40'000);
   window.people().list().setCurrentItem(window.people().list().topLevelItem(1));
+  letItSettle();
+}
+
+/// A colleague asks for an edit, and what was said is open.
+void takeAsked(WindowScene& scene, MainWindow& window) {
+  StationProcess ben(scene.other("BEN"));
+  showFilm(window, ben);
+  ben.command("user add ANNA");
+  command(window, "say BEN \"The crane shot is yours, I am through with it.\"");
+  ben.command("say ANNA \"Thank you! I take it from 01:12 on.\"");
+  ben.command("say \"<All>\" \"Screening at five in room 2. Please save before.\"");
+  window.findChild<QDockWidget*>("conversationDock")->show();
+  ben.command("ask \"Harbour, rough cut\" \"only for the titles, till five\"");
+  waitFor([&] { return window.asks().isVisible(); });
+  letItSettle();
+}
+
+/// Several ask, and one answered.
+void takeAsks(WindowScene& scene, MainWindow& window) {
+  StationProcess carla(scene.other("CARLA"));
+  takeAsked(scene, window);
+  carla.waitUntilReady();
+  carla.command("project enter Harbour");
+  carla.command("ask transition_test");
+  window.link().run("ask \"Opening titles\"");
+  waitFor([&] { return window.asks().text().startsWith("2 asks"); });
+  window.asks().button().click();
+  letItSettle();
+}
+
+/// An edit of another's that is wanted.
+void takeOwned(WindowScene& scene, MainWindow& window) {
+  StationProcess ben(scene.other("BEN"));
+  showFilm(window, ben);
+  clickEdit(window, "Opening titles");
+  QApplication::setActiveWindow(&window);
+  window.link().run("edit rename " + keyOf(window, "Opening titles") + " Titles");
   letItSettle();
 }
 
@@ -311,6 +349,10 @@ const std::map<std::string, Shot>& shots() {
       {"history-dark", {kFilm, "dark", takeHistory}},
       {"people", {kFilm, "light", takePeople}},
       {"people-dark", {kFilm, "dark", takePeople}},
+      {"asked", {kFilm, "light", takeAsked}},
+      {"asked-dark", {kFilm, "dark", takeAsked}},
+      {"asks", {kFilm, "light", takeAsks}},
+      {"owned", {kFilm, "light", takeOwned}},
       {"conflict", {kFilm, "light", takeConflict}},
       {"conflict-dark", {kFilm, "dark", takeConflict}},
       {"delete", {kFilm, "light", takeDelete}},

@@ -159,9 +159,9 @@ TEST_F(WindowBadInputTest, ASmallWindowHoldsEverythingAtOnceInTabs) {
     ASSERT_TRUE(waitForProject(window, "Harbour"));
     openPanel(window);
     for (QDockWidget* dock : window.findChildren<QDockWidget*>()) dock->show();
-    for (const auto& [size, tabs] : {std::pair(QSize(300, 200), 4),
+    for (const auto& [size, tabs] : {std::pair(QSize(300, 200), 5),
                                      {QSize(1000, 700), 0},
-                                     {QSize(700, 300), 4},
+                                     {QSize(700, 300), 5},
                                      {QSize(1000, 700), 0}}) {
       window.resize(size);
       EXPECT_TRUE(waitFor(
@@ -207,7 +207,7 @@ TEST_F(WindowBadInputTest, MarkupInNamesAndMessagesIsShownAsWritten) {
     ASSERT_TRUE(ben.waitUntilReady());
     EXPECT_TRUE(ben.command("say <All> '<h1>tea</h1>'")["ok"].asBool());
     EXPECT_TRUE(waitFor([&] { return window.strip().text().contains("<h1>tea</h1>"); }));
-    EXPECT_EQ(window.windowTitle(), "<b>Harbour</b>[*][*] - Station");
+    EXPECT_TRUE(window.windowTitle().endsWith("<b>Harbour</b>[*][*] - Station"));
     for (QLabel* label : window.findChildren<QLabel*>()) {
       EXPECT_TRUE(label->textFormat() == Qt::PlainText || !label->text().contains("h1>"))
           << label->text().toStdString();

@@ -61,7 +61,7 @@ TEST_F(WindowPeopleTest, WhereAColleagueIsShowsBesideProjectRoomAndEdit) {
 }
 
 TEST_F(WindowPeopleTest, OneFindsAColleagueAndWritesByKeysAlone) {
-  script = std::string(kHarbour) + "user add BEN\n";
+  script = kHarbour;
   play([this](MainWindow& window) {
     ASSERT_TRUE(waitForProject(window, "Harbour"));
     StationProcess ben(other("BEN"));

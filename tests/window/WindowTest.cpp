@@ -444,7 +444,7 @@ TEST_F(WindowTest, EveryCommandOfTheConsoleIsInTheMenusOrAPane) {
                               "panel to",   "panel type",    "panel return", "panel lines",
                               "panel show", "edit history",  "edit compare", "edit restore",
                               "trash list", "trash restore", "trash empty",  "undo",
-                              "redo"};
+                              "redo",       "asks",          "answer",       "conversation"};
   play([&](MainWindow& window) {
     for (const auto& [name, command] : window.commands().all()) {
       const QString wanted = QString::fromStdString(name);

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <QDialog>
+#include <QObject>
+#include <QPointer>
+#include <functional>
+#include <vector>
+
+#include "app/window/EventFeed.h"
+#include "app/window/HostLink.h"
+#include "app/window/Snapshot.h"
+
+class QLineEdit;
+class QPushButton;
+class QTreeWidget;
+class QTreeWidgetItem;
+
+namespace korvel {
+
+class MessageBar;
+
+/// All asks that wait for an answer, others' and one's own: gives, keeps or takes back the chosen
+/// one, with a few words if some are typed. What is chosen goes by the ask, whatever comes or goes
+/// beside it.
+class AskDialog : public QDialog {
+  Q_OBJECT
+
+ public:
+  explicit AskDialog(QWidget* parent);
+
+  void take(const std::vector<AskRow>& asks);
+  [[nodiscard]] QTreeWidget& list() const { return *list_; }
+  [[nodiscard]] QLineEdit& words() const { return *words_; }
+
+ Q_SIGNALS:
+  /// The line of the console that answers.
+  void answered(const QString& line);
+
+ private:
+  void build();
+  void answer(const QString& how);
+  void enable();
+  [[nodiscard]] const AskRow* chosen() const;
+
+  QTreeWidget* list_;
+  QLineEdit* words_;
+  QPushButton* give_;
+  QPushButton* keep_;
+  std::vector<AskRow> rows_;
+};
+
+/// Tells of asks that wait for this user's answer, and of answers that came, in a bar each; several
+/// in one line.
+class AskTeller : public QObject {
+  Q_OBJECT
+
+ public:
+  /// Runs a line of the console, as the window's actions do.
+  using Runner = std::function<void(const QString& line)>;
+
+  /// All must outlive it.
+  AskTeller(QWidget& window, MessageBar& asks, MessageBar& answers, Runner run);
+
+  void takeSnapshot(const Snapshot& snapshot);
+  void takeAnswers(const std::vector<AskAnswer>& answers);
+
+  /// Lists all that wait.
+  void showAll();
+
+  /// How many wait for this user's answer.
+  [[nodiscard]] std::size_t waiting() const;
+
+ Q_SIGNALS:
+  /// Something was given or is free now, and the user wants to have it open.
+  void openWanted(const AskAnswer& answer);
+
+ private:
+  void showAsks();
+  void act(int which);
+  void showAnswers();
+  void actOnAnswer(int which);
+  [[nodiscard]] std::vector<AskRow> others() const;
+
+  QWidget& window_;
+  MessageBar& asks_;
+  MessageBar& answers_;
+  Runner run_;
+  Shared<std::vector<AskRow>> rows_;
+  std::vector<AskAnswer> told_;  ///< answers that stand in their bar
+  QPointer<AskDialog> dialog_;
+};
+
+/// The line that answers an ask, "give" or "no", with words or none.
+QString answerLine(const AskRow& ask, const QString& how, const QString& words);
+
+}  // namespace korvel

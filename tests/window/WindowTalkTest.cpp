@@ -1,0 +1,186 @@
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QDockWidget>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QToolButton>
+#include <QTreeView>
+
+#include "app/window/MessageBar.h"
+#include "tests/window/WindowScene.h"
+
+using namespace korvel;
+
+namespace {
+
+constexpr const char* kHarbour =
+    "project create Harbour\n"
+    "project enter Harbour\n"
+    "edit create Quay\n"
+    "edit save Quay\n";
+
+/// Two users, one of them at the window, who ask and answer each other.
+class WindowTalkTest : public testing::Test, protected WindowScene {
+ protected:
+  /// Starts BEN, in the same project.
+  std::unique_ptr<StationProcess> startBen(MainWindow& window) {
+    EXPECT_TRUE(waitForProject(window, "Harbour"));
+    auto ben = std::make_unique<StationProcess>(other("BEN"));
+    EXPECT_TRUE(ben->waitUntilReady());
+    EXPECT_TRUE(ben->command("project enter Harbour")["ok"].asBool());
+    const auto isSeen = [&] {
+      return window.snapshot()->presence.stations.size() == 2 &&
+             !window.snapshot()->presence.stations[1].project.isEmpty();
+    };
+    EXPECT_TRUE(waitFor(isSeen, 60'000));
+    return ben;
+  }
+
+  /// Waits until BEN was told of such an event, and gives the last of them.
+  static JsonValue told(const StationProcess& ben, const std::string& event) {
+    EXPECT_TRUE(waitFor([&] { return !ben.events(event).empty(); }, 60'000)) << event;
+    const auto events = ben.events(event);
+    return events.empty() ? JsonValue() : events.back();
+  }
+
+  static bool tells(const MessageBar& bar, const QString& text) {
+    return waitFor([&] { return bar.isVisible() && bar.text() == text; }, 60'000);
+  }
+
+  /// Presses the button with this text; false while there is none.
+  static bool press(const MessageBar& bar, const QString& text) {
+    for (std::size_t i = 0; i < 3; ++i) {
+      QToolButton& button = bar.button(i);
+      if (!button.isVisible() || button.text() != text) continue;
+      QTest::mouseClick(&button, Qt::LeftButton);
+      return true;
+    }
+    return false;
+  }
+
+  static QString ownerOf(const MainWindow& window, const QString& name) {
+    const auto row = window.objects().find(keyOf(window, name));
+    return row ? row->owner : QString();
+  }
+};
+
+TEST_F(WindowTalkTest, WhoIsAskedGivesAtTheBar) {
+  script = kHarbour;
+  play([this](MainWindow& window) {
+    const auto ben = startBen(window);
+    EXPECT_TRUE(ben->command("ask Quay please")["ok"].asBool());
+    ASSERT_TRUE(tells(window.asks(), "BEN asks for the edit \"Quay\": please"))
+        << window.asks().text().toStdString();
+    EXPECT_TRUE(press(window.asks(), "Give"));
+    EXPECT_EQ(told(*ben, "answered")["answer"].asString(), "give");
+    EXPECT_TRUE(waitFor([&] { return !window.asks().isVisible(); }));
+    EXPECT_TRUE(waitFor([&] { return ownerOf(window, "Quay") == "BEN"; }));
+    EXPECT_TRUE(window.conversation().view().toPlainText().contains("BEN asks for the edit"));
+    ASSERT_EQ(window.notifications().list().count(), 1);
+    EXPECT_TRUE(window.notifications().list().item(0)->text().endsWith("\"Quay\": please"))
+        << "without what stations read";
+    EXPECT_FALSE(window.strip().isVisible()) << "it has a bar of its own";
+  });
+}
+
+TEST_F(WindowTalkTest, ARefusedEditIsAskedForAndOpenedWhenItIsGiven) {
+  script = kHarbour;
+  play([this](MainWindow& window) {
+    const auto ben = startBen(window);
+    EXPECT_TRUE(ben->command("edit create Pier")["ok"].asBool());
+    EXPECT_TRUE(ben->command("edit save Pier")["ok"].asBool());
+    ASSERT_TRUE(waitFor([&] { return ownerOf(window, "Pier") == "BEN"; }));
+    clickEdit(window, "Pier");
+    const ObjectsModel& edits = window.objects().model(ObjectKind::eEdits);
+    const QString pier = keyOf(window, "Pier");
+    ASSERT_TRUE(waitFor([&] { return edits.mayChange(pier) == false; }));
+    QTest::keyClick(&window, Qt::Key_F2);
+    ASSERT_TRUE(tells(window.messages(), "\"Pier\" belongs to BEN."));
+    EXPECT_TRUE(press(window.messages(), "Ask BEN for it"));
+    const long number = told(*ben, "asked")["number"].asLong();
+    EXPECT_TRUE(tells(window.messages(), "BEN is asked for \"Pier\"."))
+        << window.messages().text().toStdString();
+    EXPECT_TRUE(
+        ben->command("answer " + std::to_string(number) + " give \"all yours\"")["ok"].asBool());
+    ASSERT_TRUE(tells(window.answers(), "BEN gives you the edit \"Pier\": all yours"))
+        << window.answers().text().toStdString();
+    EXPECT_TRUE(press(window.answers(), "Open Pier"));
+    EXPECT_TRUE(waitFor([&] { return window.objects().find(pier)->isOpen; }));
+    EXPECT_FALSE(window.answers().isVisible());
+    EXPECT_TRUE(waitFor([&] { return ownerOf(window, "Pier") == "ANNA"; }));
+  });
+}
+
+TEST_F(WindowTalkTest, WhoWaitsForAProjectIsToldThatItIsFree) {
+  script = std::string(kHarbour) + "project create Trailer --private\n";
+  play([this](MainWindow& window) {
+    const auto ben = startBen(window);
+    EXPECT_TRUE(ben->command("project enter Trailer")["ok"].asBool());
+    window.link().run("project enter Trailer");
+    ASSERT_TRUE(waitFor([&] { return window.messages().text().contains("held by BEN"); }));
+    EXPECT_TRUE(press(window.messages(), "Tell me when it is free"));
+    ASSERT_TRUE(tells(window.messages(), "You are told when you can have it."))
+        << window.messages().text().toStdString();
+    EXPECT_TRUE(ben->command("project leave")["ok"].asBool());
+    ASSERT_TRUE(tells(window.answers(), "You can have the project \"Trailer\" now."))
+        << window.answers().text().toStdString();
+    EXPECT_TRUE(press(window.answers(), "Open Trailer"));
+    EXPECT_TRUE(waitForProject(window, "Trailer"));
+  });
+}
+
+TEST_F(WindowTalkTest, ARefusedProjectIsAskedFor) {
+  script = std::string(kHarbour) + "project create Trailer --private\n";
+  play([this](MainWindow& window) {
+    const auto ben = startBen(window);
+    EXPECT_TRUE(ben->command("project enter Trailer")["ok"].asBool());
+    const auto isHeld = [&] {
+      for (const ProjectRow& row : *window.snapshot()->projects) {
+        if (row.name == "Trailer" && row.holder == "BEN") return true;
+      }
+      return false;
+    };
+    window.link().lookAgain();
+    ASSERT_TRUE(waitFor(isHeld));
+    window.link().run("project enter Trailer");
+    ASSERT_TRUE(waitFor([&] { return window.messages().text().contains("held by BEN"); }));
+    EXPECT_TRUE(press(window.messages(), "Ask BEN for it"));
+    EXPECT_EQ(told(*ben, "asked")["kind"].asString(), "project");
+  });
+}
+
+TEST_F(WindowTalkTest, WhatIsSaidIsOneConversationCountedUntilItIsLookedAt) {
+  script = std::string(kHarbour) + "user add BEN\n";
+  play([this](MainWindow& window) {
+    const auto ben = startBen(window);
+    EXPECT_TRUE(ben->command("user add ANNA")["ok"].asBool());
+    window.link().run("say BEN \"Is Quay yours?\"");
+    const QPlainTextEdit& said = window.conversation().view();
+    EXPECT_TRUE(waitFor([&] { return said.toPlainText().contains("Is Quay yours?"); }));
+    EXPECT_EQ(window.windowTitle(), "Harbour - Station") << "own words are read";
+    EXPECT_TRUE(ben->command("say ANNA \"dear Anna, no\"")["ok"].asBool());
+    EXPECT_TRUE(waitFor([&] { return window.windowTitle() == "(1) Harbour - Station"; }));
+    auto* const dock = window.findChild<QDockWidget*>("conversationDock");
+    EXPECT_EQ(dock->toggleViewAction()->text(), "Conversation (1)");
+    EXPECT_EQ(window.notifications().unread(), 1);
+    QTest::keyClick(&window, Qt::Key_C, Qt::ControlModifier | Qt::AltModifier);
+    EXPECT_TRUE(waitFor([&] { return said.isVisible(); }));
+    EXPECT_EQ(window.windowTitle(), "Harbour - Station");
+    EXPECT_EQ(dock->toggleViewAction()->text(), "Conversation");
+    EXPECT_EQ(window.notifications().unread(), 0) << "the same words";
+    EXPECT_TRUE(said.toPlainText().contains("\ndear Anna, no")) << "as it was typed";
+  });
+}
+
+TEST_F(WindowTalkTest, WhatWasSaidBeforeTheWindowOpenedIsThere) {
+  script = "user add BEN\nsay BEN \"before\"\n";
+  play([](MainWindow& window) {
+    const QPlainTextEdit& said = window.conversation().view();
+    EXPECT_TRUE(waitFor([&] { return said.toPlainText().contains("before"); }));
+    EXPECT_EQ(said.toPlainText().count("before"), 1);
+    EXPECT_EQ(window.conversation().unread(), 0);
+  });
+}
+
+}  // namespace
