@@ -25,6 +25,7 @@
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"
 #include "station/talk/Conversation.h"
+#include "station/watch/FolderWatch.h"
 #include "station/watch/Presence.h"
 
 namespace korvel {
@@ -596,7 +597,7 @@ void Asks::send(const std::string& to, const std::string& words) const {
 
 void Asks::watchSoon() {
   if (std::exchange(isWatching_, true)) return;
-  parts_.host.postAfter(kBetweenLooks, [this, alive = std::weak_ptr<int>(alive_)] {
+  parts_.host.postAfter(untilNextBeat(kBetweenLooks), [this, alive = std::weak_ptr<int>(alive_)] {
     if (!alive.expired()) look();
   });
 }

@@ -4,6 +4,7 @@
 
 #include "station/base/Events.h"
 #include "station/edit/UnsavedEdits.h"
+#include "station/watch/FolderWatch.h"
 
 namespace korvel {
 
@@ -142,7 +143,7 @@ bool Health::isShareSilent() const {
 }
 
 void Health::postJudgement() {
-  host_.postAfter(kJudgement, [this, alive = std::weak_ptr<int>(alive_)] {
+  host_.postAfter(untilNextBeat(kJudgement), [this, alive = std::weak_ptr<int>(alive_)] {
     // The task cannot be taken back, and may run after this object is gone.
     if (alive.expired()) return;
     noteMessages();

@@ -240,7 +240,7 @@ void Presence::refresh() {
 }
 
 void Presence::postRefresh() {
-  host_.postAfter(kRefresh, [this, alive = std::weak_ptr<int>(alive_)] {
+  host_.postAfter(untilNextBeat(kRefresh), [this, alive = std::weak_ptr<int>(alive_)] {
     if (alive.expired()) return;
     refresh();
     if (file_ && watch_ && !watch_->answer().result) file_->writeAgain();

@@ -195,6 +195,35 @@ TEST_F(CatchUpShareTest, TheStateCountsWhatWatchingAsksOfTheShare) {
   EXPECT_EQ(left.find("watch"), nullptr);
 }
 
+#ifndef KV_SANITIZED  // whose own threads wake, too
+
+/// How often a process's threads have gone to sleep by themselves.
+long sleepsOf(pid_t process) {
+  long sleeps = 0;
+  for (const auto& each :
+       std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+    std::ifstream status(each.path() / "status");
+    for (std::string word; status >> word;) {
+      long count = 0;
+      if (word == "voluntary_ctxt_switches:" && status >> count) sleeps += count;
+    }
+  }
+  return sleeps;
+}
+
+TEST_F(CatchUpShareTest, AnIdleStationWakesTwiceASecondAtMost) {
+  run(anna, "edit create Cut");
+  benFinds("edit", "created");
+  // What was written is looked at once more when it is at rest.
+  std::this_thread::sleep_for(std::chrono::seconds(8));
+  const long before = sleepsOf(ben.pid());
+  constexpr int kSeconds = 20;
+  std::this_thread::sleep_for(std::chrono::seconds(kSeconds));
+  EXPECT_LE(sleepsOf(ben.pid()) - before, 2 * kSeconds);
+}
+
+#endif
+
 TEST_F(CatchUpShareTest, BinsRacksAndFiltersAreFollowed) {
   run(anna, "edit create Cut");
   for (const std::string word : {"bin", "rack"}) {
