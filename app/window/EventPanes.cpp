@@ -1,7 +1,10 @@
 #include "app/window/EventPanes.h"
 
 #include <QComboBox>
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QEvent>
+#include <QFileInfo>
 #include <QFontDatabase>
 #include <QLabel>
 #include <QListView>
@@ -274,6 +277,40 @@ void NotificationsPane::hideEvent(QHideEvent* event) {
 
 void NotificationsPane::markAllRead() {
   for (int i = 0; i < list_->count(); ++i) setBold(*list_->item(i), QFont::Normal);
+}
+
+bool DesktopNotices::isPossible() {
+  if (!qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS")) return true;
+  const QString folder = qEnvironmentVariable("XDG_RUNTIME_DIR");
+  return !folder.isEmpty() && QFileInfo::exists(folder + QStringLiteral("/bus"));
+}
+
+void DesktopNotices::tell(const QString& title, const QString& text) {
+  const std::lock_guard lock(mutex_);
+  waiting_ = Notice{title, text};
+  if (!std::exchange(isWorking_, true)) worker_.start([this] { work(); });
+}
+
+std::optional<DesktopNotices::Notice> DesktopNotices::next() {
+  const std::lock_guard lock(mutex_);
+  isWorking_ = waiting_.has_value();
+  return std::exchange(waiting_, std::nullopt);
+}
+
+// Without a word where the desktop takes none: the window shows the same.
+void DesktopNotices::work() {
+  constexpr int kPatience = 2000;  // milliseconds
+  const QString service = QStringLiteral("org.freedesktop.Notifications");
+  while (const auto notice = next()) {
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(service, QStringLiteral("/org/freedesktop/Notifications"),
+                                       service, QStringLiteral("Notify"));
+    // Desktops read the text, not the title, as markup.
+    call << QStringLiteral("kv-station") << shown_ << QString() << notice->title
+         << notice->text.toHtmlEscaped() << QStringList() << QVariantMap() << -1;
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(call, QDBus::Block, kPatience);
+    if (reply.type() == QDBusMessage::ReplyMessage) shown_ = reply.arguments().value(0).toUInt();
+  }
 }
 
 }  // namespace korvel

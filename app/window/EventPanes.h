@@ -1,8 +1,12 @@
 #pragma once
 
 #include <QAbstractListModel>
+#include <QString>
+#include <QThreadPool>
 #include <QWidget>
 #include <deque>
+#include <mutex>
+#include <optional>
 
 #include "app/window/EventFeed.h"
 
@@ -101,6 +105,39 @@ class NotificationsPane : public QWidget {
   QLabel* hint_;
   QPlainTextEdit* whole_;
   int unread_ = 0;
+};
+
+/// Shows words as a notification of the desktop, where the session has a bus for them: one at a
+/// time, each in the place of the last. Never waits for the desktop. Window thread.
+class DesktopNotices {
+ public:
+  DesktopNotices() { worker_.setMaxThreadCount(1); }
+  DesktopNotices(const DesktopNotices&) = delete;
+  DesktopNotices& operator=(const DesktopNotices&) = delete;
+
+  /// Waits for what is under way, two seconds at most.
+  ~DesktopNotices() = default;
+
+  /// Whether this session has a bus. One that is not there must not be started by the toolkit.
+  [[nodiscard]] static bool isPossible();
+
+  /// Both are plain texts. Of several within a moment the last is shown.
+  void tell(const QString& title, const QString& text);
+
+ private:
+  struct Notice {
+    QString title;
+    QString text;
+  };
+
+  void work();
+  std::optional<Notice> next();
+
+  std::mutex mutex_;
+  std::optional<Notice> waiting_;
+  bool isWorking_ = false;
+  unsigned shown_ = 0;  ///< the desktop's number of the last; the worker's
+  QThreadPool worker_;  ///< ends before what it uses
 };
 
 /// "ANNA: text", or the text alone where nobody knows who wrote it; on one line, of a long one the

@@ -17,6 +17,7 @@
 #include "app/window/Menus.h"
 #include "app/window/MessageBar.h"
 #include "app/window/ObjectsPane.h"
+#include "app/window/People.h"
 #include "app/window/PeoplePane.h"
 #include "app/window/ProjectsPane.h"
 #include "app/window/StatusLine.h"
@@ -30,6 +31,13 @@ namespace {
 
 /// The exit status when the user ends the program before it has returned its locks.
 constexpr int kEndedAtOnce = 1;
+
+/// Whether the keyboard is in the window or one of its dialogs.
+bool isInFront(const QWidget& window) {
+  const QWidget* active = QApplication::activeWindow();
+  while (active && active != &window) active = active->parentWidget();
+  return active != nullptr;
+}
 
 /// The names of the objects in a bin or rack; for other objects their details.
 QString contentText(const ObjectRow& row, ObjectKind kind, const ObjectsPane& objects) {
@@ -355,6 +363,7 @@ void MainWindow::takeNews(const News& news) {
   notifications().add(news.notifications);
   conversation().add(news.said);
   asking_->takeAnswers(news.answers);
+  tellDesktop(news.said);
   // Network problems are also shown in the bar: the log may be hidden.
   for (const LogLine& line : news.lines) {
     if (line.kind == LogLine::Kind::eNetwork) outcomes_->tellOfSending(line.text);
@@ -377,6 +386,18 @@ void MainWindow::tellOfWords(const NotificationLine& latest) {
       MessageBar::Kind::eNote,
       before + latest.time.toString(QStringLiteral("HH:mm:ss  ")) + notificationText(latest));
   strip().offer({unread > 1 ? QStringLiteral("All %L1").arg(unread) : QStringLiteral("All")});
+}
+
+// Who looks at the window needs no notice of the desktop.
+void MainWindow::tellDesktop(const std::vector<SaidLine>& said) {
+  constexpr qsizetype kLongestNoticed = 300;
+  const auto words = std::ranges::find(said.rbegin(), said.rend(), false, &SaidLine::isOwn);
+  if (words == said.rend() || isInFront(*this) || !wantsDesktopNotices()) return;
+  if (!DesktopNotices::isPossible()) return;
+  const int unread = conversation().unread();
+  const QString who = personName(words->from);
+  notices_.tell(unread > 1 ? tr("%1 (%n unread)", nullptr, unread).arg(who) : who,
+                oneLine(words->text.left(kLongestNoticed)));
 }
 
 void MainWindow::showChoice() {

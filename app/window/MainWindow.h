@@ -3,6 +3,7 @@
 #include <QMainWindow>
 #include <memory>
 
+#include "app/window/EventPanes.h"
 #include "app/window/HostLink.h"
 #include "app/window/Menus.h"
 #include "app/window/WindowLayout.h"
@@ -64,6 +65,7 @@ class MainWindow : public QMainWindow {
   void takeSnapshot(const SnapshotPtr& snapshot);
   void takeNews(const News& news);
   void tellOfWords(const NotificationLine& latest);
+  void tellDesktop(const std::vector<SaidLine>& said);
   void addKeepingActions();
   void showSteps();
   void showTitle();
@@ -84,6 +86,7 @@ class MainWindow : public QMainWindow {
   QAction* trashAction_ = nullptr;
   QAction* undoAction_ = nullptr;
   QAction* redoAction_ = nullptr;
+  DesktopNotices notices_;
   SnapshotPtr snapshot_;
   unsigned long received_ = 0;
   bool keepsLayout_ = true;

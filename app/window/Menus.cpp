@@ -11,6 +11,7 @@
 #include "app/window/Appearance.h"
 #include "app/window/DetailPane.h"
 #include "app/window/Dialogs.h"
+#include "app/window/EventPanes.h"
 #include "app/window/HostLink.h"
 #include "app/window/ObjectsPane.h"
 #include "app/window/TalkPanes.h"
@@ -134,6 +135,7 @@ WindowMenus::WindowMenus(QMainWindow& window, MainMenus& menus, const WindowPane
   buildTools();
   buildViewMenu();
   buildAppearanceMenu();
+  buildNoticeSetting();
   buildHelpMenu();
 }
 
@@ -241,6 +243,16 @@ void WindowMenus::buildAppearanceMenu() {
     connect(action, &QAction::triggered, this,
             [this, each] { chooseAppearance(appearanceName(each)); });
   }
+}
+
+void WindowMenus::buildNoticeSetting() {
+  QAction& wanted = menus_.add(QStringLiteral("View"), tr("Notify on the &desktop"), {}, [] {
+    windowSettings().setValue(QStringLiteral("desktopNotices"), !wantsDesktopNotices());
+  });
+  wanted.setCheckable(true);
+  wanted.setChecked(wantsDesktopNotices());
+  setAllowed(wanted,
+             DesktopNotices::isPossible() ? QString() : tr("No desktop takes notices here."));
 }
 
 void WindowMenus::buildHelpMenu() {

@@ -88,6 +88,7 @@ class WindowMenus : public QObject {
   void buildTools();
   void buildViewMenu();
   void buildAppearanceMenu();
+  void buildNoticeSetting();
   void buildHelpMenu();
   void togglePanel();
   void chooseAppearance(const QString& name);

@@ -19,6 +19,11 @@ inline QSettings windowSettings() {
                    QStringLiteral("station-window"));
 }
 
+/// Whether the user wants to be told on the desktop of what others say.
+inline bool wantsDesktopNotices() {
+  return windowSettings().value(QStringLiteral("desktopNotices"), true).toBool();
+}
+
 /// The widget in an area without a frame that takes any size: where there is less room than the
 /// widget needs, it is scrolled, so that nothing in it is pressed over something else.
 inline QScrollArea* scrolled(QWidget* content) {
