@@ -1,6 +1,7 @@
 #include "app/window/ActionRunner.h"
 
 #include <QFileInfo>
+#include <QSet>
 #include <algorithm>
 
 #include "app/commands/Command.h"
@@ -258,6 +259,9 @@ void ActionRunner::run(const ActionSpec& action) {
   if (!whyNot(action).isEmpty()) return;
   if (isDeletion(action)) {
     askBeforeDeleting(action);
+  } else if (QLatin1String(action.line).contains(QLatin1String("{copy}"))) {
+    const ObjectRow row = panes_.objects->chosen().front();
+    runLine(filledLine(action, {row.cookie, copyName(row.name)}, {}));
   } else if (asksForTrim(action)) {
     const TimelineItem* const clip = panes_.detail->view().chosen();
     askTrim(clip ? clip->path : QString())->show();
@@ -291,8 +295,31 @@ void ActionRunner::runLine(const QString& line) {
 }
 
 void ActionRunner::open(const ObjectRow& row) {
-  if (panes_.objects->kind() != ObjectKind::eEdits) return;
-  link_.run(QStringLiteral("edit open ") + quoted(row.cookie));
+  const ObjectKind kind = panes_.objects->kind();
+  if (kind == ObjectKind::eEdits) link_.run(QStringLiteral("edit open ") + quoted(row.cookie));
+  if (kind == ObjectKind::eFilters) panes_.objects->showFound(row.detail);
+  if (kind == ObjectKind::eBins || kind == ObjectKind::eRacks) {
+    panes_.objects->showWithin(kind, row.key);
+  }
+}
+
+void ActionRunner::putInto(ObjectKind kind, const QString& container, const QStringList& cookies) {
+  QStringList words{QString::fromStdString(familyOf(kind)), QStringLiteral("add"),
+                    quoted(container)};
+  for (const QString& cookie : cookies) words << quoted(cookie);
+  link_.run(words.join(QLatin1Char(' ')));
+}
+
+// "Quay copy", "Quay copy 2": a name that no other has.
+QString ActionRunner::copyName(const QString& name) const {
+  QSet<QString> taken;
+  for (const ObjectRow& row : panes_.objects->rows(ObjectKind::eEdits)) taken.insert(row.name);
+  const QString first = tr("%1 copy").arg(name);
+  QString copy = first;
+  for (int number = 2; taken.contains(copy); ++number) {
+    copy = QStringLiteral("%1 %2").arg(first).arg(number);
+  }
+  return copy;
 }
 
 void ActionRunner::showTrash() {
@@ -416,7 +443,7 @@ ActionDialog* ActionRunner::askFields(const ActionSpec& action, const QStringLis
   auto* dialog = new ActionDialog(action, contents, &window_);
   connect(dialog, &ActionDialog::filled, this, [this, &action, words](const QStringList& values) {
     const QStringList files = values.front().split(QLatin1Char('\n'));
-    if (files.size() > 1) return import(action, files);
+    if (files.size() > 1) return importFiles(files);
     const QString line = filledLine(action, words, values);
     if (isGift(action)) return give(line, values.front());
     runDoubtful(line, [this, &action, words, values](const CommandOutcome& outcome) {
@@ -487,23 +514,44 @@ void ActionRunner::runDoubtful(const QString& line, const HostLink::Ended& then,
   });
 }
 
-// One after the other; a file that cannot be imported does not keep the others from it. Of several
-// it is said at the end what became of them.
-void ActionRunner::import(const ActionSpec& action, const QStringList& files) {
-  const QStringList rest = files.mid(1);
-  const QString file = oneLine(QFileInfo(files.front()).fileName());
-  const auto next = [this, &action, rest, file](const CommandOutcome& outcome) {
+void ActionRunner::importFiles(const QStringList& files) {
+  const QString lack = whatLacks(Target::eOpenProject);
+  if (!lack.isEmpty()) {
+    Q_EMIT told(lack);
+    return;
+  }
+  toImport_ += files;
+  const bool isUnderWay = importsInAll_ > 0;
+  importsInAll_ += static_cast<int>(files.size());
+  if (!isUnderWay) importNext();
+}
+
+// One after the other; a file that cannot be imported does not keep the others from it.
+void ActionRunner::importNext() {
+  if (toImport_.isEmpty()) {
+    const int count = std::exchange(imported_, 0);
+    importsInAll_ = 0;
+    const QString text = count == 1 ? QStringLiteral("One edit is imported.")
+                                    : QStringLiteral("%L1 edits are imported.").arg(count);
+    Q_EMIT done((QStringList(text) + std::exchange(notImported_, {})).join(QLatin1Char(' ')), {});
+    return;
+  }
+  const QString path = toImport_.takeFirst();
+  const QString file = oneLine(QFileInfo(path).fileName());
+  const auto next = [this, file](const CommandOutcome& outcome) {
     imported_ += outcome.succeeded ? 1 : 0;
     const bool isLeftOut = outcome.line.isEmpty();
     if (isLeftOut) notImported_ << QStringLiteral("%1 was left out.").arg(file);
     if (!outcome.succeeded && !isLeftOut) notImported_ << outcome.text;
-    if (!rest.isEmpty()) return import(action, rest);
-    const int count = std::exchange(imported_, 0);
-    const QString text = count == 1 ? QStringLiteral("One edit is imported.")
-                                    : QStringLiteral("%L1 edits are imported.").arg(count);
-    Q_EMIT done((QStringList(text) + std::exchange(notImported_, {})).join(QLatin1Char(' ')), {});
+    importNext();
   };
-  runDoubtful(filledLine(action, {}, {files.front()}), next, file);
+  if (importsInAll_ > 1) {
+    Q_EMIT told(tr("Importing %L1 of %L2: %3")
+                    .arg(importsInAll_ - static_cast<int>(toImport_.size()))
+                    .arg(importsInAll_)
+                    .arg(file));
+  }
+  runDoubtful(QStringLiteral("edit import ") + quoted(path), next, file);
 }
 
 bool ActionRunner::wouldReplace(const CommandOutcome& outcome) {

@@ -55,8 +55,16 @@ class ActionRunner : public QObject {
   /// Runs a line of the console; one that would leave a project asks about unsaved changes first.
   void runLine(const QString& line);
 
-  /// Opens the edit that is activated, as Return and a double click do.
+  /// Opens what is activated, as Return and a double click do: an edit itself, of a bin or rack
+  /// what is in it, of a filter what it finds.
   void open(const ObjectRow& row);
+
+  /// Takes files into the project, one after another: says how far it is, and at the end what
+  /// became of them.
+  void importFiles(const QStringList& files);
+
+  /// Puts objects into a bin or rack.
+  void putInto(ObjectKind kind, const QString& container, const QStringList& cookies);
 
   /// Makes a version the newest of an edit; asks about unsaved changes first.
   void restore(const ObjectRow& edit, const VersionRow& version);
@@ -76,6 +84,9 @@ class ActionRunner : public QObject {
   /// Something was done that can be taken back, or might have been: `undoLines` do, none where it
   /// cannot be.
   void done(const QString& what, const QStringList& undoLines);
+
+  /// Something to be told while several things are done, or why they are not.
+  void told(const QString& what);
 
  private:
   [[nodiscard]] bool isThere(Target target) const { return whatLacks(target).isEmpty(); }
@@ -100,7 +111,8 @@ class ActionRunner : public QObject {
   void give(const QString& line, const QString& user);
   [[nodiscard]] QString doubtAbout(const QString& user) const;
   void runDoubtful(const QString& line, const HostLink::Ended& then = {}, const QString& file = {});
-  void import(const ActionSpec& action, const QStringList& files);
+  void importNext();
+  [[nodiscard]] QString copyName(const QString& name) const;
   [[nodiscard]] bool takesOption(const char* command, const char* option) const;
   [[nodiscard]] bool leavesProject(const QString& line) const;
 
@@ -110,9 +122,11 @@ class ActionRunner : public QObject {
   UnsavedGuard guard_;
   SnapshotPtr snapshot_;
   QPointer<TrashDialog> trash_;
-  QStringList notImported_;  ///< of several files, each with why
+  QStringList toImport_;     ///< files that wait
+  QStringList notImported_;  ///< each with why
   int imported_ = 0;
-  QString user_;  ///< who this station's user is
+  int importsInAll_ = 0;  ///< 0 while nothing is imported
+  QString user_;          ///< who this station's user is
 };
 
 }  // namespace korvel

@@ -80,6 +80,7 @@ const std::vector<ActionSpec>& table() {
        Target::eEdit,
        "edit save-copy {object} {0}",
        {{"Name of the copy", Kind::eText, "{name}"}}},
+      {"Edit", "Duplicate", "Ctrl+D", Target::eEdit, "edit save-copy {object} {copy}", {}},
       {"Edit", "Drop unsaved changes", "", Target::eEdit, "edit revert {object}", {}},
       {"Edit",
        "Recover unsaved changes…",
@@ -238,7 +239,7 @@ QString filledLine(const ActionSpec& action, const QStringList& objects,
       for (const QString& object : objects) words.append(quoted(object));
     } else if (word == QLatin1String("{object}")) {
       words.append(quoted(objects.value(0)));
-    } else if (word == QLatin1String("{clip}")) {
+    } else if (word == QLatin1String("{clip}") || word == QLatin1String("{copy}")) {
       words.append(quoted(objects.value(1)));
     } else if (word.startsWith(QLatin1Char('{'))) {
       words.append(quoted(values.value(word.mid(1, word.size() - 2).toInt())));

@@ -48,6 +48,7 @@ enum class Target {
 ///     "edit give {object} {0}"    {object}   the chosen one
 ///                                 {objects}  all that are chosen
 ///                                 {clip}     the chosen one of the timeline, by its path
+///                                 {copy}     a name for a copy of the chosen one
 ///                                 {0} {1}    the fields
 struct ActionSpec {
   const char* menu;  ///< "Edit"
@@ -62,7 +63,7 @@ struct ActionSpec {
 std::span<const ActionSpec> actionTable();
 
 /// The line with everything in its place. `objects` are words as commands take them, the chosen one
-/// first; of a clip the edit's and its own. All are quoted where need be.
+/// first; of a clip the edit's and its own, of a copy the edit's and its name. All are quoted.
 QString filledLine(const ActionSpec& action, const QStringList& objects, const QStringList& values);
 
 /// Where the window does what a line of the console does: "Edit > Rename" for "edit rename E Quay".

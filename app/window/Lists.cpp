@@ -4,6 +4,7 @@
 #include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QKeyEvent>
+#include <QMenu>
 #include <QScrollBar>
 #include <QSortFilterProxyModel>
 #include <QTreeView>
@@ -30,6 +31,19 @@ bool NaturalOrderProxy::lessThan(const QModelIndex& left, const QModelIndex& rig
   return order_.compare(left.data(sortRole()).toString(), right.data(sortRole()).toString()) < 0;
 }
 
+void ObjectsProxy::keepTo(const std::optional<QSet<QString>>& cookies) {
+  if (cookies_ == cookies) return;
+  cookies_ = cookies;
+  invalidateFilter();
+}
+
+bool ObjectsProxy::filterAcceptsRow(int row, const QModelIndex& parent) const {
+  const QModelIndex index = sourceModel()->index(row, 0, parent);
+  const bool isIn =
+      !cookies_ || cookies_->contains(index.data(ObjectsModel::eCookieRole).toString());
+  return isIn && NaturalOrderProxy::filterAcceptsRow(row, parent);
+}
+
 namespace {
 
 constexpr int kLeastWidth = 24;
@@ -46,6 +60,32 @@ ColumnFit::ColumnFit(QTreeView& view, int first, std::vector<Width> widths)
   connect(&header, &QHeaderView::sectionResized, this,
           [this](int column, int, int width) { takeWidth(column, width); });
   view.viewport()->installEventFilter(this);
+  header.setContextMenuPolicy(Qt::CustomContextMenu);
+  connect(&header, &QHeaderView::customContextMenuRequested, this, [this, &header](QPoint at) {
+    auto* menu = new QMenu(&view_);
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    offer(*menu);
+    menu->popup(header.mapToGlobal(at));
+  });
+  fit();
+}
+
+void ColumnFit::offer(QMenu& menu) {
+  const QAbstractItemModel& model = *view_.model();
+  for (int column = 1; column < model.columnCount(); ++column) {
+    QAction* action = menu.addAction(model.headerData(column, Qt::Horizontal).toString());
+    action->setCheckable(true);
+    action->setChecked(!unwanted_.contains(column));
+    connect(action, &QAction::toggled, this, [this, column](bool isWanted) {
+      std::set<int> columns = unwanted_;
+      isWanted ? void(columns.erase(column)) : void(columns.insert(column));
+      setUnwanted(columns);
+    });
+  }
+}
+
+void ColumnFit::setUnwanted(const std::set<int>& columns) {
+  unwanted_ = columns;
   fit();
 }
 
@@ -72,10 +112,13 @@ void ColumnFit::fit() {
   int room = view_.viewport()->width() - first_;
   for (std::size_t i = 0; i < widths_.size(); ++i) {
     const int column = static_cast<int>(i) + 1;
-    const bool fits = room >= widths_[i].least;
-    const int width = std::min(widths_[i].wanted, room);
+    const bool isWanted = !unwanted_.contains(column);
+    const int keeps = std::max(0, widths_[i].beside - first_);
+    const bool fits = isWanted && room >= widths_[i].least + keeps;
+    const int width = std::min(widths_[i].wanted, room - keeps);
     view_.setColumnHidden(column, !fits);
     if (fits) view_.setColumnWidth(column, width);
+    if (!isWanted) continue;
     room = fits ? room - width : 0;
   }
   isFitting_ = false;

@@ -5,9 +5,12 @@
 #include <QSet>
 #include <QSortFilterProxyModel>
 #include <QString>
+#include <optional>
+#include <set>
 #include <vector>
 
 class QAbstractItemView;
+class QMenu;
 class QTreeView;
 
 namespace korvel {
@@ -27,15 +30,32 @@ class NaturalOrderProxy : public QSortFilterProxyModel {
   QCollator order_;
 };
 
+/// The rows of an ObjectsModel, those of a container alone where one is open.
+class ObjectsProxy : public NaturalOrderProxy {
+ public:
+  using NaturalOrderProxy::NaturalOrderProxy;
+
+  /// Shows objects of these cookies alone; all with nothing.
+  void keepTo(const std::optional<QSet<QString>>& cookies);
+
+ protected:
+  [[nodiscard]] bool filterAcceptsRow(int row, const QModelIndex& parent) const override;
+
+ private:
+  std::optional<QSet<QString>> cookies_;
+};
+
 /// Keeps the columns of a list within its width: the first takes what the others leave, and where
 /// there is too little for it the last ones, which matter least, are hidden until there is room
-/// again. Nothing is ever off to the right. A width that the user gives a column is kept.
+/// again. Nothing is ever off to the right. A width that the user gives a column is kept. The menu
+/// of the list's head hides columns and shows them again.
 class ColumnFit : public QObject {
  public:
   /// How wide a column is, and how narrow it may become before it is hidden.
   struct Width {
     int wanted = 0;
     int least = 0;
+    int beside = 0;  ///< what the first column must have left for this one to be shown
   };
 
   /// `first` is what the first column has at least, `widths` are those of the second and so on.
@@ -45,6 +65,13 @@ class ColumnFit : public QObject {
   /// The second column shows other texts now, and wants to be this wide.
   void setSecond(Width width);
 
+  /// The columns that the user does not want to see.
+  [[nodiscard]] const std::set<int>& unwanted() const { return unwanted_; }
+  void setUnwanted(const std::set<int>& columns);
+
+  /// Adds an entry for each column but the first, which shows or hides it.
+  void offer(QMenu& menu);
+
  private:
   bool eventFilter(QObject* watched, QEvent* event) override;
   void fit();
@@ -53,6 +80,7 @@ class ColumnFit : public QObject {
   QTreeView& view_;
   int first_;
   std::vector<Width> widths_;
+  std::set<int> unwanted_;
   bool isFitting_ = false;
 };
 

@@ -3,7 +3,9 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QKeyEvent>
+#include <QMimeData>
 #include <QTreeView>
+#include <QUrl>
 #include <algorithm>
 #include <cstdlib>
 
@@ -41,7 +43,10 @@ bool isInFront(const QWidget& window) {
 
 /// The names of the objects in a bin or rack; for other objects their details.
 QString contentText(const ObjectRow& row, ObjectKind kind, const ObjectsPane& objects) {
-  if (kind == ObjectKind::eFilters) return QStringLiteral("Finds: ") + row.detail;
+  if (kind == ObjectKind::eFilters) {
+    const QStringList found = objects.namesWith(row.detail);
+    return (QStringList(QStringLiteral("Finds: ") + row.detail) + found).join(QLatin1Char('\n'));
+  }
   if (kind == ObjectKind::eMedia) {
     return row.extra.isEmpty() ? row.detail
                                : row.detail + QStringLiteral("\nProxy of ") + row.extra;
@@ -90,6 +95,7 @@ MainWindow::MainWindow(HostLink& link)
                                           [this](const QString& line) { link_.run(line); })) {
   setObjectName(QStringLiteral("mainWindow"));
   setWindowTitle(QStringLiteral("Station"));
+  setAcceptDrops(true);
   setStatusBar(panes_.status);
   menus_->bindKey(QStringLiteral("edit delete {objects}"), objects().view(ObjectKind::eEdits));
   menus_->bindKey(QStringLiteral("bin destroy {object}"), objects().view(ObjectKind::eBins));
@@ -171,12 +177,15 @@ void MainWindow::connectLink() {
   });
   connect(ownMenus_.get(), &WindowMenus::lookWanted, &link_, &HostLink::lookAgain);
   connect(actions_.get(), &ActionRunner::done, outcomes_.get(), &OutcomeTeller::tellUndoably);
+  connect(actions_.get(), &ActionRunner::told, this,
+          [this](const QString& what) { messages().tell(MessageBar::Kind::eNote, what); });
 }
 
 void MainWindow::connectObjects() {
   connect(panes_.objects, &ObjectsPane::mayWanted, &link_, &HostLink::askMay);
   connect(panes_.objects, &ObjectsPane::choiceChanged, this, &MainWindow::showChoice);
   connect(panes_.objects, &ObjectsPane::opened, actions_.get(), &ActionRunner::open);
+  connect(panes_.objects, &ObjectsPane::dropped, actions_.get(), &ActionRunner::putInto);
   connect(panes_.objects, &ObjectsPane::menuWanted, this, [this](const QPoint& at) {
     const Target kinds[] = {Target::eEdit, Target::eBin, Target::eRack, Target::eFilter,
                             Target::eMedia};
@@ -449,6 +458,29 @@ void MainWindow::closeEvent(QCloseEvent* event) {
         isEnding_ = false;
         messages().hide();
       });
+}
+
+namespace {
+
+QStringList localFiles(const QMimeData& dropped) {
+  QStringList files;
+  for (const QUrl& url : dropped.urls()) {
+    if (url.isLocalFile()) files << url.toLocalFile();
+  }
+  return files;
+}
+
+}  // namespace
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+  if (!localFiles(*event->mimeData()).isEmpty()) event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event) {
+  const QStringList files = localFiles(*event->mimeData());
+  if (files.isEmpty()) return;
+  event->acceptProposedAction();
+  actions_->importFiles(files);
 }
 
 void MainWindow::end() {

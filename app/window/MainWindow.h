@@ -48,6 +48,8 @@ class MainWindow : public QMainWindow {
   [[nodiscard]] unsigned long received() const { return received_; }
 
  protected:
+  void dragEnterEvent(QDragEnterEvent* event) override;
+  void dropEvent(QDropEvent* event) override;
   void closeEvent(QCloseEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
 

@@ -199,6 +199,11 @@ void WindowMenus::buildViewMenu() {
       panes_.objects->view(static_cast<ObjectKind>(i)).setFocus();
     });
   }
+  QMenu* columns = menus_.menu(view).addMenu(tr("Col&umns of the list"));
+  connect(columns, &QMenu::aboutToShow, this, [this, columns] {
+    columns->clear();
+    panes_.objects->offerColumns(*columns);
+  });
   menus_.add(view, QStringLiteral("&Narrow the list"), QStringLiteral("Ctrl+F"),
              [this] { panes_.objects->startSearch(); });
   menus_.add(view, QStringLiteral("Next &pane"), QStringLiteral("F6"),

@@ -1,5 +1,6 @@
 #include "app/window/ObjectsModel.h"
 
+#include <QMimeData>
 #include <algorithm>
 
 #include "app/window/Appearance.h"
@@ -112,7 +113,8 @@ constexpr int kAskDelayMs = 30;
 QList<Column> columnsOf(ObjectKind kind) {
   switch (kind) {
     case ObjectKind::eEdits:
-      return {Column::eName, Column::eNews, Column::eMay, Column::eOwner, Column::eState};
+      return {Column::eName,  Column::eNews,     Column::eMay,    Column::eOwner,
+              Column::eState, Column::eModified, Column::eSavedBy};
     case ObjectKind::eMedia:
       return {Column::eName, Column::eNews, Column::eDetail, Column::eExtra};
     default:
@@ -345,6 +347,10 @@ QString ObjectsModel::headerText(Column column) const {
       return QStringLiteral("Proxy of");
     case eNews:
       return QStringLiteral("News");
+    case eModified:
+      return tr("Saved");
+    case eSavedBy:
+      return tr("By");
   }
   return {};
 }
@@ -379,6 +385,10 @@ QString ObjectsModel::textOf(const ObjectRow& row, Column column) const {
       return oneLine(row.extra);
     case eNews:
       return newsOf(row, newsText);
+    case eModified:
+      return row.savedAt.isValid() ? shownTime(row.savedAt.toLocalTime()) : QString();
+    case eSavedBy:
+      return oneLine(row.savedBy);
   }
   return {};
 }
@@ -405,7 +415,9 @@ QVariant ObjectsModel::iconOf(const ObjectRow& row, Column column) const {
 }
 
 QVariant ObjectsModel::colourOf(const ObjectRow& row, Column column) const {
-  if (column == eOwner || column == eDetail || column == eExtra) return colours().quiet;
+  const bool isQuiet = column == eOwner || column == eDetail || column == eExtra ||
+                       column == eModified || column == eSavedBy;
+  if (isQuiet) return colours().quiet;
   if (column == eNews) return row.problem.isEmpty() ? colours().accent : colours().bad;
   if (column == eState && row.isDirty) return colours().warn;
   return {};
@@ -433,6 +445,45 @@ QVariant ObjectsModel::peopleAt(const ObjectRow& row, int role) const {
   return tr("%1, open at: %2").arg(shownName(row), peopleText(*people));
 }
 
+namespace {
+
+constexpr const char* kCookiesType = "application/x-korvel-cookies";
+
+}  // namespace
+
+Qt::ItemFlags ObjectsModel::flags(const QModelIndex& index) const {
+  const bool isContainer = kind_ == ObjectKind::eBins || kind_ == ObjectKind::eRacks;
+  const Qt::ItemFlags own = QAbstractTableModel::flags(index);
+  if (!index.isValid()) return own;
+  return own | Qt::ItemIsDragEnabled | (isContainer ? Qt::ItemIsDropEnabled : Qt::NoItemFlags);
+}
+
+QStringList ObjectsModel::mimeTypes() const { return {QLatin1String(kCookiesType)}; }
+
+QMimeData* ObjectsModel::mimeData(const QModelIndexList& indexes) const {
+  QStringList cookies;
+  for (const QModelIndex& index : indexes) {
+    const QString& cookie = at(index.row()).cookie;
+    if (!cookies.contains(cookie)) cookies << cookie;
+  }
+  auto* data = new QMimeData;
+  data->setData(QLatin1String(kCookiesType), cookies.join(QLatin1Char('\n')).toUtf8());
+  return data;
+}
+
+bool ObjectsModel::canDropMimeData(const QMimeData* data, Qt::DropAction, int, int,
+                                   const QModelIndex& parent) const {
+  return data->hasFormat(QLatin1String(kCookiesType)) && flags(parent) & Qt::ItemIsDropEnabled;
+}
+
+bool ObjectsModel::dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
+                                const QModelIndex& parent) {
+  if (!canDropMimeData(data, action, row, column, parent)) return false;
+  const QString cookies = QString::fromUtf8(data->data(QLatin1String(kCookiesType)));
+  Q_EMIT dropped(at(parent.row()).cookie, cookies.split(QLatin1Char('\n')));
+  return true;
+}
+
 QVariant ObjectsModel::data(const QModelIndex& index, int role) const {
   if (!index.isValid()) return {};
   const ObjectRow& row = at(index.row());
@@ -450,7 +501,9 @@ QVariant ObjectsModel::data(const QModelIndex& index, int role) const {
     case Qt::ToolTipRole:
       return toolTipOf(row);
     case eSortRole:
-      return textOf(row, column);
+      // What is shown of a time is short and in no order.
+      return column == eModified ? row.savedAt.toUTC().toString(QStringLiteral("yyyyMMddHHmmss"))
+                                 : textOf(row, column);
     case eCookieRole:
       return row.cookie;
     case kBadgesRole:

@@ -42,7 +42,7 @@ class ObjectsModel : public QAbstractTableModel {
   Q_OBJECT
 
  public:
-  enum Column { eName, eOwner, eMay, eState, eDetail, eExtra, eNews };
+  enum Column { eName, eOwner, eMay, eState, eDetail, eExtra, eNews, eModified, eSavedBy };
   enum Role { eSortRole = Qt::UserRole, eCookieRole };
 
   /// The book of news must outlive it, and is told the rows that come.
@@ -80,11 +80,25 @@ class ObjectsModel : public QAbstractTableModel {
   int columnCount(const QModelIndex& parent = {}) const override;
   QVariant data(const QModelIndex& index, int role) const override;
   QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
+  // Objects are dragged by their cookies; bins and racks take what is dropped on them.
+
+  [[nodiscard]] Qt::ItemFlags flags(const QModelIndex& index) const override;
+  [[nodiscard]] QStringList mimeTypes() const override;
+  [[nodiscard]] QMimeData* mimeData(const QModelIndexList& indexes) const override;
+  bool canDropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
+                       const QModelIndex& parent) const override;
+  bool dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
+                    const QModelIndex& parent) override;
+  [[nodiscard]] Qt::DropActions supportedDropActions() const override { return Qt::CopyAction; }
   [[nodiscard]] Column columnAt(int section) const { return columns_[section]; }
 
  Q_SIGNALS:
   /// Rows came into view whose permissions are not known yet.
   void mayWanted(const QStringList& cookies) const;
+
+  /// Objects were dropped on a bin or rack of this list.
+  void dropped(const QString& container, const QStringList& cookies);
 
  private:
   [[nodiscard]] QString newsOf(const ObjectRow& row,

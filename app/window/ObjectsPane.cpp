@@ -1,13 +1,16 @@
 #include "app/window/ObjectsPane.h"
 
+#include <QHeaderView>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QMenu>
+#include <QSettings>
 #include <QToolButton>
 #include <QVBoxLayout>
 
 #include "app/base/Options.h"
 #include "app/window/Appearance.h"
-#include "app/window/Lists.h"
+#include "app/window/Texts.h"
 
 namespace korvel {
 
@@ -16,6 +19,7 @@ namespace {
 using Column = ObjectsModel::Column;
 
 constexpr int kLeastObjectName = 100;
+constexpr int kNameBeside = 220;  ///< the least for names beside what tells little
 /// How soon news are kept that came or were looked at.
 constexpr int kKeepNewsMs = 2000;
 
@@ -58,6 +62,10 @@ ColumnFit::Width widthOf(const QTreeView& view, Column column) {
       return whole("change it");
     case Column::eState:
       return whole("open, unsaved");
+    case Column::eModified:
+      return {whole("2026-11-22 12:04").wanted, whole("2026-11-22 12:04").least, kNameBeside};
+    case Column::eSavedBy:
+      return {96, 72, kNameBeside};
     case Column::eOwner:
       return {96, 72};
     default:
@@ -65,12 +73,12 @@ ColumnFit::Width widthOf(const QTreeView& view, Column column) {
   }
 }
 
-void setWidths(QTreeView& view, const ObjectsModel& model) {
+ColumnFit* makeColumns(QTreeView& view, const ObjectsModel& model) {
   std::vector<ColumnFit::Width> widths;
   for (int i = 1; i < model.columnCount(); ++i) {
     widths.push_back(widthOf(view, model.columnAt(i)));
   }
-  new ColumnFit(view, kLeastObjectName, std::move(widths));
+  return new ColumnFit(view, kLeastObjectName, std::move(widths));
 }
 
 std::string newsFolder() {
@@ -92,12 +100,16 @@ ObjectsPane::ObjectsPane(QWidget* parent)
       tabs_(new QTabBar),
       search_(new QLineEdit),
       stack_(new QStackedWidget),
-      empty_(new QLabel) {
+      empty_(new QLabel),
+      within_(new QToolButton) {
   tabs_->setObjectName(QStringLiteral("kinds"));
   tabs_->setAccessibleName(QStringLiteral("Kinds of objects"));
   tabs_->setDrawBase(false);
   tabs_->setExpanding(false);
   tabs_->setUsesScrollButtons(true);
+  // So that what is dragged reaches another kind's list.
+  tabs_->setChangeCurrentOnDrag(true);
+  tabs_->setAcceptDrops(true);
   for (auto* scroll : tabs_->findChildren<QToolButton*>()) scroll->setFocusPolicy(Qt::NoFocus);
   search_->setObjectName(QStringLiteral("search"));
   search_->setPlaceholderText(QStringLiteral("Narrow the list by name (Ctrl+F)"));
@@ -120,6 +132,12 @@ ObjectsPane::ObjectsPane(QWidget* parent)
   auto* tools = new QHBoxLayout;
   tools->setContentsMargins(10, 8, 10, 8);
   tools->addWidget(search_, 1);
+  within_->setObjectName(QStringLiteral("within"));
+  within_->setProperty("role", "button");
+  within_->setToolTip(tr("Show everything again (Escape)"));
+  within_->hide();
+  connect(within_, &QToolButton::clicked, this, &ObjectsPane::showAll);
+  tools->addWidget(within_);
   tools->addStretch();
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
@@ -136,7 +154,7 @@ ObjectsPane::ObjectsPane(QWidget* parent)
 }
 
 ObjectsPane::List ObjectsPane::makeList(ObjectKind kind) {
-  List list{new ObjectsModel(kind, news_, this), new NaturalOrderProxy(this), new QTreeView};
+  List list{new ObjectsModel(kind, news_, this), new ObjectsProxy(this), new QTreeView, nullptr};
   list.proxy->setSourceModel(list.model);
   list.proxy->setSortRole(ObjectsModel::eSortRole);
   list.proxy->setFilterCaseSensitivity(Qt::CaseInsensitive);
@@ -149,12 +167,18 @@ ObjectsPane::List ObjectsPane::makeList(ObjectKind kind) {
   view.setSelectionMode(QAbstractItemView::ExtendedSelection);
   view.setContextMenuPolicy(Qt::CustomContextMenu);
   view.setSortingEnabled(true);
+  view.setDragEnabled(true);
+  view.setAcceptDrops(kind == ObjectKind::eBins || kind == ObjectKind::eRacks);
+  connect(list.model, &ObjectsModel::dropped, this,
+          [this, kind](const QString& container, const QStringList& cookies) {
+            Q_EMIT dropped(kind, container, cookies);
+          });
   view.sortByColumn(0, Qt::AscendingOrder);
   // ChoiceKeeper reads the scroll bar as a row number.
   view.setVerticalScrollMode(QAbstractItemView::ScrollPerItem);
   view.setTextElideMode(Qt::ElideMiddle);
   view.setItemDelegateForColumn(ObjectsModel::eName, new BadgesDelegate(&view));
-  setWidths(view, *list.model);
+  list.columns = makeColumns(view, *list.model);
   view.setObjectName(QString::fromStdString(familyOf(kind)) + QStringLiteral("List"));
   view.setAccessibleName(list.model->title());
   new ArrowKeys(view);
@@ -193,6 +217,7 @@ void ObjectsPane::show(const Snapshot& snapshot) {
   project_ = snapshot.project.cookie;
   // What was looked for in one project would hide the next one's objects.
   if (isOther) search_->clear();
+  if (isOther) opened_.clear();
   news_.open(project_, snapshot.user);
   for (std::size_t i = 0; i < kObjectKinds; ++i) {
     if (isOther) lists_[i].view->selectionModel()->clear();
@@ -200,6 +225,7 @@ void ObjectsPane::show(const Snapshot& snapshot) {
     lists_[i].model->setRows(snapshot.objects[i]);
   }
   list(ObjectKind::eEdits).model->setPeople(whereaboutsOf(snapshot.presence, project_).edits);
+  keepToOpened();
   showTitles();
   showEmptiness();
   lacksChoice_ = lacksChoice_ || isOther;
@@ -242,6 +268,8 @@ void ObjectsPane::showEmptiness() {
   search_->setVisible(!isEmpty);
   if (isEmpty) {
     empty_->setText(hasProject_ ? emptyText(kind()) : noProjectText());
+  } else if (isNarrowed && !opened_.isEmpty() && search_->text().isEmpty()) {
+    empty_->setText(QStringLiteral("<h3>%1</h3>").arg(tr("Nothing of this kind is in it")));
   } else if (isNarrowed) {
     empty_->setText(
         QStringLiteral("<h3>No name contains \"%1\"</h3>").arg(search_->text().toHtmlEscaped()));
@@ -316,6 +344,108 @@ bool ObjectsPane::hasNews() const {
   return std::ranges::any_of(lists_, [](const List& each) { return each.model->newsCount() > 0; });
 }
 
+void ObjectsPane::showWithin(ObjectKind kind, const QString& key) {
+  const int row = list(kind).model->rowOf(key);
+  if (row < 0) return;
+  opened_ = key;
+  openedKind_ = kind;
+  search_->clear();
+  keepToOpened();
+  const QStringList contents = list(kind).model->at(row).contents;
+  const auto holds = [&contents](const List& each) {
+    return std::ranges::any_of(each.model->rows(), [&contents](const ObjectRow& object) {
+      return contents.contains(object.cookie);
+    });
+  };
+  const auto found = std::ranges::find_if(lists_, holds);
+  setKind(found == lists_.end() ? ObjectKind::eEdits : found->model->kind());
+  showEmptiness();
+  view(this->kind()).setFocus();
+}
+
+void ObjectsPane::showAll() {
+  opened_.clear();
+  keepToOpened();
+  showEmptiness();
+}
+
+// A container that is gone, or that another project has, is not open any more.
+void ObjectsPane::keepToOpened() {
+  const ObjectsModel& model = *list(openedKind_).model;
+  const int row = opened_.isEmpty() ? -1 : model.rowOf(opened_);
+  std::optional<QSet<QString>> cookies;
+  if (row < 0) opened_.clear();
+  if (row >= 0) {
+    const QStringList& contents = model.at(row).contents;
+    cookies.emplace(contents.begin(), contents.end());
+    within_->setText(tr("In %1").arg(menuText(shownName(model.at(row)))) + QStringLiteral("  ✕"));
+  }
+  for (const List& each : lists_) each.proxy->keepTo(cookies);
+  within_->setVisible(row >= 0);
+}
+
+void ObjectsPane::showFound(const QString& text) {
+  showAll();
+  setKind(ObjectKind::eEdits);
+  search_->setText(text);
+  view(ObjectKind::eEdits).setFocus();
+}
+
+QStringList ObjectsPane::namesWith(const QString& text) const {
+  QStringList names;
+  for (const List& each : lists_) {
+    if (text.isEmpty() || each.model->kind() == ObjectKind::eFilters) continue;
+    for (const ObjectRow& row : each.model->rows()) {
+      if (row.name.contains(text, Qt::CaseInsensitive)) names << shownName(row);
+    }
+  }
+  return names;
+}
+
+namespace {
+
+QString columnsKey(ObjectKind kind, const char* what) {
+  return QStringLiteral("columns/%1/%2")
+      .arg(QString::fromStdString(familyOf(kind)), QLatin1String(what));
+}
+
+}  // namespace
+
+// By what the columns show: a later program may have others, in another order.
+void ObjectsPane::saveColumns(QSettings& kept) const {
+  for (const List& each : lists_) {
+    QVariantList hidden;
+    for (const int column : each.columns->unwanted()) hidden << each.model->columnAt(column);
+    const ObjectKind kind = each.model->kind();
+    const QHeaderView& header = *each.view->header();
+    kept.setValue(columnsKey(kind, "hidden"), hidden);
+    kept.setValue(columnsKey(kind, "sortedBy"),
+                  each.model->columnAt(std::max(0, header.sortIndicatorSection())));
+    kept.setValue(columnsKey(kind, "isDescending"),
+                  header.sortIndicatorOrder() == Qt::DescendingOrder);
+  }
+}
+
+void ObjectsPane::restoreColumns(QSettings& kept) {
+  for (const List& each : lists_) {
+    const ObjectKind kind = each.model->kind();
+    const QVariantList hidden = kept.value(columnsKey(kind, "hidden")).toList();
+    const int sortedBy = kept.value(columnsKey(kind, "sortedBy")).toInt();
+    const bool isDescending = kept.value(columnsKey(kind, "isDescending")).toBool();
+    std::set<int> unwanted;
+    for (int column = 0; column < each.model->columnCount(); ++column) {
+      const int shows = each.model->columnAt(column);
+      const auto isShown = [shows](const QVariant& one) { return one.toInt() == shows; };
+      if (column > 0 && std::ranges::any_of(hidden, isShown)) unwanted.insert(column);
+      if (shows != sortedBy) continue;
+      each.view->sortByColumn(column, isDescending ? Qt::DescendingOrder : Qt::AscendingOrder);
+    }
+    each.columns->setUnwanted(unwanted);
+  }
+}
+
+void ObjectsPane::offerColumns(QMenu& menu) { list(kind()).columns->offer(menu); }
+
 void ObjectsPane::startSearch() {
   search_->setFocus(Qt::ShortcutFocusReason);
   search_->selectAll();
@@ -358,8 +488,9 @@ bool ObjectsPane::eventFilter(QObject* watched, QEvent* event) {
 
 // In a list that is narrowed, Escape takes the whole list back, too.
 bool ObjectsPane::takeListKey(const QKeyEvent& event) {
-  if (event.key() != Qt::Key_Escape || search_->text().isEmpty()) return false;
-  search_->clear();
+  const bool isNarrowed = !search_->text().isEmpty();
+  if (event.key() != Qt::Key_Escape || (!isNarrowed && opened_.isEmpty())) return false;
+  isNarrowed ? search_->clear() : showAll();
   QTreeView& view = *list(kind()).view;
   view.scrollTo(view.currentIndex());
   return true;

@@ -10,10 +10,14 @@
 #include <array>
 #include <optional>
 
+#include "app/window/Lists.h"
 #include "app/window/ObjectsModel.h"
 
 class QKeyEvent;
 class QLabel;
+class QMenu;
+class QSettings;
+class QToolButton;
 
 namespace korvel {
 
@@ -51,6 +55,24 @@ class ObjectsPane : public QWidget {
   void markAllSeen();
   [[nodiscard]] bool hasNews() const;
 
+  /// Which columns each list shows and by which it is sorted, as an earlier run left it.
+  void restoreColumns(QSettings& kept);
+  void saveColumns(QSettings& kept) const;
+
+  /// Adds an entry for each column of the list that is shown, which shows or hides it.
+  void offerColumns(QMenu& menu);
+
+  /// Shows what is in a bin or rack alone, of every kind, until the user wants all again.
+  void showWithin(ObjectKind kind, const QString& key);
+  void showAll();
+
+  /// Shows the edits and logs whose names have this text in them.
+  void showFound(const QString& text);
+
+  /// The names of all objects of all kinds but filters that have a text in them, as the field that
+  /// narrows finds them; none for no text.
+  [[nodiscard]] QStringList namesWith(const QString& text) const;
+
   /// Goes to the field that narrows the list.
   void startSearch();
 
@@ -65,11 +87,15 @@ class ObjectsPane : public QWidget {
   void menuWanted(const QPoint& at);
   void opened(const ObjectRow& row);
 
+  /// Objects were dropped on a bin or rack.
+  void dropped(ObjectKind kind, const QString& container, const QStringList& cookies);
+
  private:
   struct List {
     ObjectsModel* model = nullptr;
-    QSortFilterProxyModel* proxy = nullptr;
+    ObjectsProxy* proxy = nullptr;
     QTreeView* view = nullptr;
+    ColumnFit* columns = nullptr;
   };
 
   [[nodiscard]] const List& list(ObjectKind kind) const;
@@ -78,6 +104,7 @@ class ObjectsPane : public QWidget {
   void showTitles();
   void showEmptiness();
   void narrow(const QString& text);
+  void keepToOpened();
   void chooseFirst();
   void leaveSearch();
   bool takeListKey(const QKeyEvent& event);
@@ -90,7 +117,10 @@ class ObjectsPane : public QWidget {
   QLineEdit* search_;
   QStackedWidget* stack_;
   QLabel* empty_;
+  QToolButton* within_;  ///< says which container is open, and closes it
   std::array<List, kObjectKinds> lists_;
+  ObjectKind openedKind_ = ObjectKind::eBins;
+  QString opened_;  ///< the key of the bin or rack that is open; empty for none
   QString project_;
   bool hasProject_ = false;
   bool lacksChoice_ = false;  ///< a project was entered and had no edit to show yet

@@ -394,6 +394,7 @@ bool WindowLayout::restore(QSettings& kept) {
     const QSize size = kept.value(kDockSizes + dock->objectName(), dockSizes_[dock]).toSize();
     dockSizes_[dock] = size.expandedTo(dock->minimumSizeHint());
   }
+  panes_.objects->restoreColumns(kept);
   panes_.panel->hide();
   return true;
 }
@@ -407,6 +408,7 @@ void WindowLayout::save(QSettings& kept) const {
   for (auto each = dockSizes_.begin(); each != dockSizes_.end(); ++each) {
     kept.setValue(kDockSizes + each.key()->objectName(), each.value());
   }
+  panes_.objects->saveColumns(kept);
 }
 
 }  // namespace korvel

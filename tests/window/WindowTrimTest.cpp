@@ -240,7 +240,7 @@ TEST_F(WindowTrimViewTest, EscapeGivesADragUp) {
 }
 
 TEST_F(WindowTrimViewTest, AClickOnAnEdgeAndADragInTheMiddleTrimNothing) {
-  drag(outEdge(0), 2);
+  drag(outEdge(0), 3);  // more than half a frame
   drag(view_.rectOf(0, 0).center(), 60);
   drag(outEdge(0), 0);
   EXPECT_TRUE(lines_.empty());

@@ -147,6 +147,8 @@ TEST(TimecodeTest, TimesBeyondAllBoundsAndWithoutARateAreShownAllTheSame) {
       EXPECT_FALSE(Timecode(rate).textAt(seconds).empty());
     }
   }
+  EXPECT_EQ(Timecode(24).frameAt(Limits::quiet_NaN()), 0);
+  EXPECT_EQ(Timecode(24).frameAt(Limits::infinity()), 0);
   EXPECT_EQ(Timecode(0).textAt(1.5), "1.5 s");
   EXPECT_EQ(*Timecode(0).read("1.5"), 1.5);
 }
