@@ -44,6 +44,7 @@ QString messageText(const JsonValue& event) {
 void EventFeed::take(const StationEvent& event) {
   // Events come on any thread and must not wait for the window: they are only noted here.
   const std::lock_guard lock(mutex_);
+  wakeLocked();
   const JsonValue& value = event.value;
   if (event.name == "sent") {
     ++news_.sent;
@@ -112,6 +113,16 @@ void EventFeed::takeTalk(const std::string& name, const JsonValue& event) {
                            eventText(event, "object"), eventText(event, "name"), canOpen});
 }
 
+void EventFeed::wakeBy(std::function<void()> wake) {
+  const std::lock_guard lock(mutex_);
+  wake_ = std::move(wake);
+  isAwake_ = false;
+}
+
+void EventFeed::wakeLocked() {
+  if (!std::exchange(isAwake_, true) && wake_) wake_();
+}
+
 void EventFeed::followSaid() {
   const std::lock_guard lock(mutex_);
   followsSaid_ = true;
@@ -173,6 +184,7 @@ void EventFeed::takeReady(const JsonValue& event) {
 
 void EventFeed::noteCommand(const std::string& name) {
   const std::lock_guard lock(mutex_);
+  wakeLocked();
   noteCommandLocked(name);
 }
 
@@ -206,6 +218,7 @@ void EventFeed::noteDue() {
 
 News EventFeed::takeNews() {
   const std::lock_guard lock(mutex_);
+  isAwake_ = false;
   News news{news_.station,
             std::exchange(news_.lines, {}),
             std::exchange(news_.notifications, {}),

@@ -3,6 +3,7 @@
 #include <QDateTime>
 #include <QString>
 #include <array>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
@@ -114,8 +115,12 @@ class EventFeed : public iEventSink {
   /// Notes what a command may have changed, by the command's name.
   void noteCommand(const std::string& name);
 
-  /// Notes that the lists of projects, rooms and users are due for another look.
+  /// Notes that the lists of projects, rooms and users are due for another look; wakes nobody.
   void noteDue();
+
+  /// Has `wake` called, on any thread, for the first thing that is noted after takeNews(): it must
+  /// not wait, nor use the feed. Empty: nothing is called from now on.
+  void wakeBy(std::function<void()> wake);
 
   /// From now on what is said is kept until it is fetched.
   void followSaid();
@@ -133,7 +138,11 @@ class EventFeed : public iEventSink {
   static void noteRemote(RemoteChanges& changes, const std::string& how, const QString& by);
   void noteCommandLocked(const std::string& name);
 
+  void wakeLocked();
+
   mutable std::mutex mutex_;
+  std::function<void()> wake_;
+  bool isAwake_ = false;  ///< something was noted since takeNews()
   bool followsSaid_ = false;
   News news_;
   Changes changes_;

@@ -24,6 +24,10 @@ namespace {
 
 constexpr int kTickMs = 100;
 
+/// The same while nothing happens, and how long nothing must have happened for that.
+constexpr int kIdleTickMs = 2000;
+constexpr qint64 kIdleAfterMs = 1000;
+
 /// Snapshots take at most a fifth of the host thread's time, and lists of the share a twentieth:
 /// after each, there is a pause of so many times its duration.
 constexpr int kPauseFactor = 4;
@@ -100,10 +104,33 @@ HostLink::HostLink(iStationWindow::Dependencies surroundings, EventFeed& feed)
   sinceLists_.start();
   sinceSign_.start();
   listsPauseMs_ = kListsPauseMs;
+  sinceNews_.start();
   timer_.start(kTickMs);
+  feed_.wakeBy([this] { QMetaObject::invokeMethod(this, &HostLink::hurry, Qt::QueuedConnection); });
+}
+
+HostLink::~HostLink() { feed_.wakeBy({}); }
+
+/// Something happened: looks at it a tick from now, and goes on looking for a while.
+void HostLink::hurry() {
+  sinceNews_.restart();
+  if (timer_.interval() != kTickMs) timer_.start(kTickMs);
+}
+
+/// Looks seldom where nothing happens and nothing is awaited.
+void HostLink::rest() {
+  const bool isIdle = sinceNews_.elapsed() > kIdleAfterMs && !isSnapshotAsked_ && !isSignAsked_ &&
+                      !isBusy_ && !feed_.hasChanges();
+  const int pause = isIdle ? kIdleTickMs : kTickMs;
+  if (timer_.interval() != pause) timer_.start(pause);
 }
 
 void HostLink::post(const std::string& activity, std::function<void()> task) {
+  hurry();
+  postQuietly(activity, std::move(task));
+}
+
+void HostLink::postQuietly(const std::string& activity, std::function<void()> task) {
   with_.station.hostThread().post([activity, task = std::move(task)] {
     const ActivityScope scope(activity);
     task();
@@ -125,6 +152,7 @@ void HostLink::tick() {
   askSnapshot();
   askSigns();
   tellBusy();
+  rest();
 }
 
 void HostLink::askSnapshot() {
@@ -132,7 +160,7 @@ void HostLink::askSnapshot() {
   if (!isReady_ || isSnapshotAsked_ || !isDue) return;
   // One at a time: a slow share must not fill the host thread's queue.
   isSnapshotAsked_ = true;
-  post("a look at the project", [this, tools = std::exchange(toPutBack_, {})] {
+  postQuietly("a look at the project", [this, tools = std::exchange(toPutBack_, {})] {
     putBack(tools, with_.station.desktop());
     QElapsedTimer cost;
     cost.start();
@@ -166,8 +194,12 @@ void HostLink::askSigns() {
   if (isSignAsked_) return;
   isSignAsked_ = true;
   sinceSign_.restart();
-  with_.station.hostThread().post(
-      [this] { QMetaObject::invokeMethod(this, [this] { isSignAsked_ = false; }); });
+  with_.station.hostThread().post([this] {
+    QMetaObject::invokeMethod(this, [this] {
+      isSignAsked_ = false;
+      rest();
+    });
+  });
 }
 
 void HostLink::tellBusy() {

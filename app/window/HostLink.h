@@ -60,6 +60,7 @@ class HostLink : public QObject {
   static qint64 pauseBetweenLists(qint64 cost);
 
   HostLink(iStationWindow::Dependencies surroundings, EventFeed& feed);
+  ~HostLink() override;
 
   /// Told how a command ended, after finished(); on the window's thread.
   using Ended = std::function<void(const CommandOutcome& outcome)>;
@@ -136,10 +137,15 @@ class HostLink : public QObject {
 
  private:
   void tick();
+  void hurry();
+  void rest();
   void askSnapshot();
   void askSigns();
   void tellBusy();
+
+  /// Has the host thread do something; `post` for the user, who waits for what comes of it.
   void post(const std::string& activity, std::function<void()> task);
+  void postQuietly(const std::string& activity, std::function<void()> task);
   void takeSnapshot(const SnapshotPtr& snapshot, qint64 cost);
   CommandOutcome outcomeOf(const QString& line);
 
@@ -147,6 +153,7 @@ class HostLink : public QObject {
   EventFeed& feed_;
   SnapshotMaker maker_;  ///< the host thread's
   QTimer timer_;
+  QElapsedTimer sinceNews_;  ///< or since a wish of the user's
   QElapsedTimer sinceSnapshot_;
   QElapsedTimer sinceSign_;   ///< since the host thread was last asked for a sign of life
   QElapsedTimer sinceLists_;  ///< since lists that no event tells of were looked at

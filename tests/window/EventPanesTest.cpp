@@ -89,4 +89,22 @@ TEST(EventFeedTest, AShareThatGoesOrComesBackIsLookedAtAnew) {
   EXPECT_FALSE(feed.hasChanges());
 }
 
+TEST(EventFeedTest, WhatHappensWakesTheWindowOnceUntilItLooks) {
+  EventFeed feed;
+  int woken = 0;
+  feed.wakeBy([&woken] { ++woken; });
+  feed.noteDue();
+  EXPECT_EQ(woken, 0);
+  feed.noteCommand("edit create");
+  feed.noteCommand("edit create");
+  EXPECT_EQ(woken, 1);
+  feed.takeNews();
+  feed.take({"presence", JsonValue::object(), "{}"});
+  EXPECT_EQ(woken, 2);
+  feed.wakeBy({});
+  feed.takeNews();
+  feed.noteCommand("edit create");
+  EXPECT_EQ(woken, 2);
+}
+
 }  // namespace
