@@ -49,7 +49,7 @@ Snapshot peopleAround(const std::vector<StationRow>& others) {
   return snapshot;
 }
 
-double luminance(const QColor& colour) {
+double luminanceOf(const QColor& colour) {
   const auto linear = [](double part) {
     return part <= 0.03928 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
   };
@@ -57,9 +57,9 @@ double luminance(const QColor& colour) {
          0.0722 * linear(colour.blueF());
 }
 
-double contrast(const QColor& a, const QColor& b) {
-  const double one = luminance(a) + 0.05;
-  const double other = luminance(b) + 0.05;
+double contrastOf(const QColor& a, const QColor& b) {
+  const double one = luminanceOf(a) + 0.05;
+  const double other = luminanceOf(b) + 0.05;
   return std::max(one, other) / std::min(one, other);
 }
 
@@ -99,10 +99,10 @@ TEST_F(PeopleTest, AColourIsOfTheNameAloneAndReadableInLightAndDark) {
   for (int i = 0; i < 500; ++i) {
     const QColor colour = colourOf(QStringLiteral("user %1").arg(i));
     all.insert(colour.name());
-    EXPECT_GE(contrast(colour, Qt::white), 4.5) << colour.name().toStdString();
+    EXPECT_GE(contrastOf(colour, Qt::white), 4.5) << colour.name().toStdString();
     for (const Appearance each : {Appearance::eLight, Appearance::eDark}) {
       applyAppearance(each);
-      EXPECT_GE(contrast(colour, colours().panel), 3) << colour.name().toStdString();
+      EXPECT_GE(contrastOf(colour, colours().panel), 3) << colour.name().toStdString();
     }
   }
   EXPECT_EQ(all.size(), 12u);

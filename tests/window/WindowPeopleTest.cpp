@@ -15,7 +15,7 @@ using namespace korvel;
 
 namespace {
 
-constexpr const char* kHarbour =
+constexpr const char* kSavedEdits =
     "project create Harbour\n"
     "project enter Harbour\n"
     "edit create Quay\n"
@@ -41,7 +41,7 @@ class WindowPeopleTest : public testing::Test, protected WindowScene {
 };
 
 TEST_F(WindowPeopleTest, WhereAColleagueIsShowsBesideProjectRoomAndEdit) {
-  script = kHarbour;
+  script = kSavedEdits;
   play([this](MainWindow& window) {
     ASSERT_TRUE(waitForProject(window, "Harbour"));
     StationProcess ben(other("BEN"));
@@ -61,7 +61,7 @@ TEST_F(WindowPeopleTest, WhereAColleagueIsShowsBesideProjectRoomAndEdit) {
 }
 
 TEST_F(WindowPeopleTest, OneFindsAColleagueAndWritesByKeysAlone) {
-  script = kHarbour;
+  script = kSavedEdits;
   play([this](MainWindow& window) {
     ASSERT_TRUE(waitForProject(window, "Harbour"));
     StationProcess ben(other("BEN"));

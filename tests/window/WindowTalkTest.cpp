@@ -14,7 +14,7 @@ using namespace korvel;
 
 namespace {
 
-constexpr const char* kHarbour =
+constexpr const char* kOneEdit =
     "project create Harbour\n"
     "project enter Harbour\n"
     "edit create Quay\n"
@@ -66,7 +66,7 @@ class WindowTalkTest : public testing::Test, protected WindowScene {
 };
 
 TEST_F(WindowTalkTest, WhoIsAskedGivesAtTheBar) {
-  script = kHarbour;
+  script = kOneEdit;
   play([this](MainWindow& window) {
     const auto ben = startBen(window);
     EXPECT_TRUE(ben->command("ask Quay please")["ok"].asBool());
@@ -85,7 +85,7 @@ TEST_F(WindowTalkTest, WhoIsAskedGivesAtTheBar) {
 }
 
 TEST_F(WindowTalkTest, ARefusedEditIsAskedForAndOpenedWhenItIsGiven) {
-  script = kHarbour;
+  script = kOneEdit;
   play([this](MainWindow& window) {
     const auto ben = startBen(window);
     EXPECT_TRUE(ben->command("edit create Pier")["ok"].asBool());
@@ -113,7 +113,7 @@ TEST_F(WindowTalkTest, ARefusedEditIsAskedForAndOpenedWhenItIsGiven) {
 }
 
 TEST_F(WindowTalkTest, WhoWaitsForAProjectIsToldThatItIsFree) {
-  script = std::string(kHarbour) + "project create Trailer --private\n";
+  script = std::string(kOneEdit) + "project create Trailer --private\n";
   play([this](MainWindow& window) {
     const auto ben = startBen(window);
     EXPECT_TRUE(ben->command("project enter Trailer")["ok"].asBool());
@@ -131,7 +131,7 @@ TEST_F(WindowTalkTest, WhoWaitsForAProjectIsToldThatItIsFree) {
 }
 
 TEST_F(WindowTalkTest, ARefusedProjectIsAskedFor) {
-  script = std::string(kHarbour) + "project create Trailer --private\n";
+  script = std::string(kOneEdit) + "project create Trailer --private\n";
   play([this](MainWindow& window) {
     const auto ben = startBen(window);
     EXPECT_TRUE(ben->command("project enter Trailer")["ok"].asBool());
@@ -151,7 +151,7 @@ TEST_F(WindowTalkTest, ARefusedProjectIsAskedFor) {
 }
 
 TEST_F(WindowTalkTest, WhatIsSaidIsOneConversationCountedUntilItIsLookedAt) {
-  script = std::string(kHarbour) + "user add BEN\n";
+  script = std::string(kOneEdit) + "user add BEN\n";
   play([this](MainWindow& window) {
     const auto ben = startBen(window);
     EXPECT_TRUE(ben->command("user add ANNA")["ok"].asBool());
