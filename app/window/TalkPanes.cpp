@@ -166,7 +166,8 @@ void PanelDock::closeEvent(QCloseEvent* event) {
 namespace {
 
 const QString kToAll = QStringLiteral("<All>");
-constexpr int kBlocksOfOne = 2;  // a line of who and when, and the words
+constexpr int kMostColleagues = 500;  // senders' names can be made up without end
+constexpr int kBlocksOfOne = 2;       // a line of who and when, and the words
 
 /// The colleague with whom it was said; empty for everybody.
 QString colleagueOf(const SaidLine& line) {
@@ -289,7 +290,7 @@ void ConversationPane::keep(const SaidLine& line) {
   if (lines_.size() > kMost) lines_.pop_front();
   const QString colleague = colleagueOf(line);
   const bool isKnown = colleague.isEmpty() || colleagues_->findData(colleague) >= 0;
-  if (!isKnown) {
+  if (!isKnown && colleagues_->count() < kMostColleagues) {
     const Badge badge{colleague, {}, false, false};
     colleagues_->addItem(badgeIcon(badge), personName(colleague), colleague);
   }

@@ -118,4 +118,12 @@ TEST_F(ConversationPaneTest, WritingGoesToTheColleagueWhoseWordsAreShown) {
   EXPECT_EQ(asked.front().front().toString(), "BEN");
 }
 
+TEST_F(ConversationPaneTest, NamesWithoutEndFillNoListWithoutEnd) {
+  std::vector<SaidLine> lines;
+  for (int i = 0; i < 1500; ++i) lines.push_back(saidOf(QString("U%1").arg(i), "ANNA", "words"));
+  pane.add(lines);
+  EXPECT_EQ(pane.colleagues().count(), 500);
+  EXPECT_TRUE(text().contains("U1499 to ANNA")) << "their words are there all the same";
+}
+
 }  // namespace
