@@ -357,6 +357,12 @@ QString OutcomeTeller::holderOf(const QString& command, const QString& word) con
   return {};
 }
 
+// The lists learn of the holder after the refusal.
+void OutcomeTeller::nameHolder(const QString& word) {
+  const QString holder = holderOf(held_.command, word);
+  if (!holder.isEmpty() && panes_.messages->isVisible()) offerAsking(word, holder);
+}
+
 void OutcomeTeller::takeSnapshot(const Snapshot& snapshot) {
   projects_ = snapshot.projects;
   rooms_ = snapshot.rooms;
@@ -374,7 +380,7 @@ void OutcomeTeller::takeSnapshot(const Snapshot& snapshot) {
       canBeEntered |= (row.cookie == word || row.name == word) && isOpen(row.hold);
     }
   }
-  if (!canBeEntered) return;
+  if (!canBeEntered) return nameHolder(word);
   noteRefusal({});
   panes_.messages->hide();
 }

@@ -102,6 +102,7 @@ class OutcomeTeller : public QObject {
   void noteRefusal(const CommandOutcome& outcome);
   void offerAsking(const CommandOutcome& refused);
   void offerAsking(const QString& word, const QString& holder);
+  void nameHolder(const QString& word);
   [[nodiscard]] QString holderOf(const QString& command, const QString& word) const;
   void showAgain(const CommandOutcome& outcome);
 
