@@ -1,10 +1,8 @@
 #include "station/edit/Timecode.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <vector>
 
 #include "station/base/Rendering.h"
@@ -75,6 +73,13 @@ Error noTime(std::string_view typed) {
                  "(\"1.5s\").");
 }
 
+/// A number with zeros before it, of so many digits at least, and of two.
+std::string padded(long number, std::size_t digits = 2) {
+  const std::string text = std::to_string(number);
+  digits = std::max<std::size_t>(digits, 2);
+  return text.size() < digits ? std::string(digits - text.size(), '0') + text : text;
+}
+
 }  // namespace
 
 Timecode::Timecode(double rate)
@@ -105,12 +110,9 @@ std::string Timecode::text(long frame) const {
   const long begun = inTen < minute ? 0 : 1 + (inTen - minute) / (minute - dropped_);
   number += dropped_ * (9 * (number / tenMinutes) + begun);
   const long second = number / perSecond_;
-  const int digits = std::max(2, static_cast<int>(std::to_string(perSecond_ - 1).size()));
-  std::array<char, 96> shown{};
-  std::snprintf(shown.data(), shown.size(), "%s%02ld:%02ld:%02ld%c%0*ld", frame < 0 ? "-" : "",
-                second / 3600, second / 60 % 60, second % 60, isDropFrame() ? ';' : ':', digits,
-                number % perSecond_);
-  return shown.data();
+  const std::size_t digits = std::to_string(perSecond_ - 1).size();
+  return (frame < 0 ? "-" : "") + padded(second / 3600) + ":" + padded(second / 60 % 60) + ":" +
+         padded(second % 60) + (isDropFrame() ? ";" : ":") + padded(number % perSecond_, digits);
 }
 
 std::string Timecode::textAt(double seconds) const {
