@@ -286,7 +286,10 @@ void EventWriter::presence(const std::string& how, const JsonValue& station) {
 }
 
 void EventWriter::talk(const std::string& event, const std::vector<JsonValue::Member>& members) {
-  emit(event, members);
+  std::vector<JsonValue::Member> own = members;
+  // An event's time is that of the machine's clock; what was said has its own under "when".
+  std::erase_if(own, [](const JsonValue::Member& each) { return each.first == "time"; });
+  emit(event, own);
 }
 
 void EventWriter::audit(const std::string& what, const std::vector<JsonValue::Member>& detail) {

@@ -64,15 +64,13 @@ bool isLineOfBlock(const std::string& line) {
 std::string askingText(const JsonValue& event, const std::string& name) {
   const std::string mark = event["unverified"].asBool() ? " (unverified)" : "";
   if (name == "free") return event["words"].asString();
-  if (name == "answered") return event["words"].asString() + "." + mark;
+  if (name == "answered" || name == "withdrawn") return event["words"].asString() + mark;
   const std::string number = std::to_string(event["number"].asLong());
   if (name == "asked") {
-    return event["words"].asString() + mark + ". \"answer " + number +
-           " give\" gives it away, \"answer " + number + " no\" keeps it.";
+    return event["words"].asString() + mark + " (\"answer " + number +
+           " give\" gives it away, \"answer " + number + " no\" keeps it)";
   }
-  if (name != "withdrawn") return {};
-  return event["from"].asString() + " no longer asks for the " + event["kind"].asString() + " " +
-         inQuotes(event["name"].asString()) + ".";
+  return {};
 }
 
 /// "Notification from ANNA: lunch?"

@@ -138,11 +138,12 @@ Result<JsonValue> ask(Station& station, const Arguments& words) {
 }
 
 std::string shownAsking(Station&, const Arguments&, const JsonValue& ask) {
-  const std::string asked = "Asked " + ask["to"].asString() + " for the " + ask["kind"].asString() +
-                            " " + inQuotes(ask["name"].asString());
-  return asked + (ask["here"].asBool()
-                      ? ". \"asks\" shows what waits for an answer."
-                      : ", who is not here now: the ask waits, and comes with the return.");
+  const std::string& whom = ask["to"].asString();
+  const std::string what = "the " + ask["kind"].asString() + " " + inQuotes(ask["name"].asString());
+  if (ask["here"].asBool()) {
+    return "Asked " + whom + " for " + what + ". \"asks\" shows what waits for an answer.";
+  }
+  return whom + " is not here now: the ask for " + what + " waits until " + whom + " is back.";
 }
 
 Result<JsonValue> asks(Station& station, const Arguments&) { return station.asks().list(); }
@@ -175,6 +176,10 @@ Result<JsonValue> answerAsk(Station& station, const Arguments& words) {
   }
   return station.asks().answer(number, gives ? Asks::Answer::eGive : Asks::Answer::eKeep,
                                words.size() > 2 ? words[2] : std::string());
+}
+
+std::string shownAnswering(Station&, const Arguments&, const JsonValue& ask) {
+  return ask["own"].asBool() ? "Taken back." : "Answered.";
 }
 
 Result<JsonValue> tellWhenFree(Station& station, const Arguments& words) {
@@ -214,7 +219,7 @@ void addAsking(CommandTable& table) {
   table.add({"answer", "N give|no [TEXT]",
              "Answers the ask of this number: gives what is asked for away, saved, or keeps it. "
              "\"no\" takes an ask of yours back.",
-             2, 3, answerAsk, Command::Place::eHostThread, said("Answered.")});
+             2, 3, answerAsk, Command::Place::eHostThread, shownAnswering});
   table.add({"tell-when-free", "OBJECT",
              "Tells you when you can have an edit, room or private project that another holds.", 1,
              1, tellWhenFree, Command::Place::eHostThread, shownWaiting});

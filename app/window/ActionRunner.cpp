@@ -199,6 +199,9 @@ QString ActionRunner::whyNotTrim(const QString& line) const {
   if (!shown->version.isEmpty()) {
     return tr("This is an older version. Only the edit as it is now can be trimmed.");
   }
+  if (panes_.detail->isOutdated()) {
+    return tr("Another station changed this edit. Show the change first (F7).");
+  }
   const bool isOfChosen = line.contains(QLatin1String("{clip}"));
   if (!isOfChosen || !view.chosen() || view.chosen()->canBeTrimmed) return {};
   return tr("This part of the edit cannot be trimmed.");
@@ -317,7 +320,7 @@ QString ActionRunner::copyName(const QString& name) const {
   const QString first = tr("%1 copy").arg(name);
   QString copy = first;
   for (int number = 2; taken.contains(copy); ++number) {
-    copy = QStringLiteral("%1 %2").arg(first).arg(number);
+    copy = QStringLiteral("%1 %2").arg(first, QString::number(number));
   }
   return copy;
 }
@@ -442,8 +445,9 @@ ActionDialog* ActionRunner::askFields(const ActionSpec& action, const QStringLis
   for (const ActionField& field : action.fields) contents.push_back(fieldContent(field));
   auto* dialog = new ActionDialog(action, contents, &window_);
   connect(dialog, &ActionDialog::filled, this, [this, &action, words](const QStringList& values) {
+    const bool isImport = action.fields.front().kind == ActionField::Kind::eImportFiles;
     const QStringList files = values.front().split(QLatin1Char('\n'));
-    if (files.size() > 1) return importFiles(files);
+    if (isImport && files.size() > 1) return importFiles(files);
     const QString line = filledLine(action, words, values);
     if (isGift(action)) return give(line, values.front());
     runDoubtful(line, [this, &action, words, values](const CommandOutcome& outcome) {
@@ -459,7 +463,9 @@ TrimDialog* ActionRunner::askTrim(const QString& path) {
   connect(dialog, &TrimDialog::filled, this, [this, edit](const ClipTrim& trim) {
     link_.run(trim.line(edit), [this, edit, trim](const CommandOutcome& outcome) {
       const TimelinePtr& shown = panes_.detail->view().timeline();
-      if (outcome.succeeded || !shown || shown->cookie != edit) return;
+      const auto chosen = panes_.objects->chosen();
+      const bool isChosen = !chosen.empty() && chosen.front().cookie == edit;
+      if (outcome.succeeded || !isChosen || !shown || shown->cookie != edit) return;
       TrimDialog* const again = askTrim(trim.path());
       again->correct(trim, outcome.text);
       again->show();
@@ -523,11 +529,20 @@ void ActionRunner::importFiles(const QStringList& files) {
   toImport_ += files;
   const bool isUnderWay = importsInAll_ > 0;
   importsInAll_ += static_cast<int>(files.size());
-  if (!isUnderWay) importNext();
+  if (isUnderWay) return;
+  importProject_ = snapshot_->project.cookie;
+  importNext();
 }
 
 // One after the other; a file that cannot be imported does not keep the others from it.
 void ActionRunner::importNext() {
+  // What still waits is not for another project.
+  if (snapshot_->project.cookie != importProject_) {
+    for (const QString& each : std::exchange(toImport_, {})) {
+      notImported_
+          << tr("%1 was left out: the project was left.").arg(oneLine(QFileInfo(each).fileName()));
+    }
+  }
   if (toImport_.isEmpty()) {
     const int count = std::exchange(imported_, 0);
     importsInAll_ = 0;

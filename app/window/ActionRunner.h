@@ -123,6 +123,7 @@ class ActionRunner : public QObject {
   SnapshotPtr snapshot_;
   QPointer<TrashDialog> trash_;
   QStringList toImport_;     ///< files that wait
+  QString importProject_;    ///< the project that they are for
   QStringList notImported_;  ///< each with why
   int imported_ = 0;
   int importsInAll_ = 0;  ///< 0 while nothing is imported

@@ -66,6 +66,7 @@ void DetailPane::choose(const std::optional<ObjectRow>& row, ObjectKind kind,
   wasDeleted_ = row_.isDeleted;
   version_.clear();
   change_->hide();
+  isOutdated_ = false;
   const bool isEdit = kind == ObjectKind::eEdits;
   stack_->setCurrentWidget(isEdit || !row ? static_cast<QWidget*>(view_) : words_);
   contents_ = contents;
@@ -130,6 +131,7 @@ void DetailPane::showChange() {
     if (change_->isHidden()) shownContent_ = row_.content;
     return;
   }
+  isOutdated_ = true;
   change_->tell(MessageBar::Kind::eChange,
                 QStringLiteral("Another station changed this. The drawing is as you left it."));
   change_->offer({QStringLiteral("Show the change (F7)")});
@@ -140,6 +142,7 @@ void DetailPane::takeTimeline(const TimelinePtr& timeline) {
   // An answer to an earlier question: the user has chosen another version meanwhile.
   if (timeline->version != version_) return;
   view_->setHint(timeline->problem);
+  isOutdated_ = false;
   view_->show(timeline);
   showHeading();
 }

@@ -38,6 +38,10 @@ class DetailPane : public QWidget {
   [[nodiscard]] MessageBar& changeBar() const { return *change_; }
   [[nodiscard]] const QString& key() const { return row_.key; }
 
+  /// Whether the edit is drawn as it was before another station changed it: what a clip's place
+  /// means there may be another clip by now.
+  [[nodiscard]] bool isOutdated() const { return isOutdated_; }
+
  Q_SIGNALS:
   /// The timeline of this edit is to be drawn up, as it is now or (with a version) as it was.
   void timelineWanted(const QString& cookie, const QString& version);
@@ -63,6 +67,7 @@ class DetailPane : public QWidget {
   unsigned shownChanges_ = 0;
   quint64 shownContent_ = 0;  ///< of what is drawn
   bool wasDeleted_ = false;
+  bool isOutdated_ = false;
 };
 
 }  // namespace korvel

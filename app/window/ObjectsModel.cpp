@@ -267,7 +267,8 @@ void ObjectsModel::takeAnswers(const QHash<QString, bool>& answers) {
 
 void ObjectsModel::setPeople(const QHash<QString, Badges>& people) {
   const QHash<QString, Badges> before = std::exchange(people_, people);
-  for (int row = 0; row < rowCount() && before != people; ++row) {
+  if (before == people) return;
+  for (int row = 0; row < rowCount(); ++row) {
     const QString& cookie = at(row).cookie;
     if (before.value(cookie) != people.value(cookie)) tellChanged(row, row);
   }
@@ -462,9 +463,12 @@ QStringList ObjectsModel::mimeTypes() const { return {QLatin1String(kCookiesType
 
 QMimeData* ObjectsModel::mimeData(const QModelIndexList& indexes) const {
   QStringList cookies;
+  QSet<QString> known;  // a file and its proxies share a cookie
   for (const QModelIndex& index : indexes) {
     const QString& cookie = at(index.row()).cookie;
-    if (!cookies.contains(cookie)) cookies << cookie;
+    if (known.contains(cookie)) continue;
+    known.insert(cookie);
+    cookies << cookie;
   }
   auto* data = new QMimeData;
   data->setData(QLatin1String(kCookiesType), cookies.join(QLatin1Char('\n')).toUtf8());

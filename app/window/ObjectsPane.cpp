@@ -324,6 +324,7 @@ void ObjectsPane::choose(ObjectKind kind, const QString& key) {
   const List& shown = list(kind);
   const auto place = [&] { return shown.proxy->mapFromSource(shown.model->index(row, 0)); };
   if (!place().isValid()) search_->clear();
+  if (!place().isValid()) showAll();  // it is not in the bin that is open
   const QModelIndex index = place();
   shown.view->setCurrentIndex(index);
   shown.view->scrollTo(index);
@@ -351,7 +352,8 @@ void ObjectsPane::showWithin(ObjectKind kind, const QString& key) {
   openedKind_ = kind;
   search_->clear();
   keepToOpened();
-  const QStringList contents = list(kind).model->at(row).contents;
+  const QStringList listed = list(kind).model->at(row).contents;
+  const QSet<QString> contents(listed.begin(), listed.end());
   const auto holds = [&contents](const List& each) {
     return std::ranges::any_of(each.model->rows(), [&contents](const ObjectRow& object) {
       return contents.contains(object.cookie);

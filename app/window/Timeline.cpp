@@ -180,6 +180,14 @@ Timeline timelineOf(const JsonValue& otio) {
   return timeline;
 }
 
+namespace {
+
+/// What is left out of rounding to the nearest frame, so that only whole frames of the material
+/// count: nearly half a frame, in seconds. A file's times are not exact.
+double partOfFrame(double rate) { return rate > 0 ? 0.4999 / rate : 0; }
+
+}  // namespace
+
 ClipTrim::ClipTrim(const TimelineItem& clip)
     : path_(clip.path),
       timecode_(clip.rate),
@@ -187,8 +195,8 @@ ClipTrim::ClipTrim(const TimelineItem& clip)
       firstOut_(timecode_.frameAt(clip.from + clip.length)),
       in_(firstIn_),
       out_(firstOut_),
-      firstFrame_(timecode_.frameAt(clip.material.start)),
-      lastFrame_(timecode_.frameAt(clip.material.end)) {}
+      firstFrame_(timecode_.frameAt(clip.material.start + partOfFrame(clip.rate))),
+      lastFrame_(timecode_.frameAt(clip.material.end - partOfFrame(clip.rate))) {}
 
 void ClipTrim::moveIn(long frame) {
   if (isBounded()) frame = std::max(frame, std::min(firstFrame_, firstIn_));
@@ -203,8 +211,11 @@ void ClipTrim::moveOut(long frame) {
 QString ClipTrim::problem() const {
   if (out_ <= in_) return tr("Nothing would be left: out must come after in.");
   if (!isBounded()) return {};
-  if (in_ < firstFrame_) return tr("The material begins at %1.").arg(text(firstFrame_));
-  if (out_ > lastFrame_) return tr("The material ends at %1.").arg(text(lastFrame_));
+  // An edge that is not touched stays where it is.
+  if (in_ < std::min(firstFrame_, firstIn_))
+    return tr("The material begins at %1.").arg(text(firstFrame_));
+  if (out_ > std::max(lastFrame_, firstOut_))
+    return tr("The material ends at %1.").arg(text(lastFrame_));
   return {};
 }
 

@@ -8,9 +8,9 @@
 namespace korvel {
 
 int TimelineView::itemCount() const {
+  if (!timeline_) return 0;
   std::size_t count = 0;
-  for (const TimelineTrack& track : timeline_ ? timeline_->tracks : std::vector<TimelineTrack>())
-    count += track.items.size();
+  for (const TimelineTrack& track : timeline_->tracks) count += track.items.size();
   return static_cast<int>(count);
 }
 

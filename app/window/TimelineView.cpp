@@ -388,6 +388,8 @@ void TimelineView::dragTo(int x) {
 
 void TimelineView::mouseMoveEvent(QMouseEvent* event) {
   const QPoint at = event->position().toPoint();
+  // A menu or a question may have taken the release.
+  if (drag_ && !drag_->isLetGo && !(event->buttons() & Qt::LeftButton)) dropTrim();
   if (drag_ && !drag_->isLetGo) return dragTo(at.x());
   const bool isEdge = trimRefusal_.isEmpty() && edgeAt(at) != Edge::eNone;
   viewport()->setCursor(isEdge ? Qt::SplitHCursor : Qt::ArrowCursor);

@@ -12,10 +12,12 @@ namespace korvel {
 
 namespace {
 
-constexpr double kLargestFrame = 9e15;  // beyond it a double does not hold every frame
-constexpr std::size_t kMostDigits = 9;  // of a number that is typed
-constexpr std::size_t kMostFields = 4;  // hours, minutes, seconds, frames
-constexpr double kMostPerSecond = 1e6;  // any hour that can be typed has its frames in a long
+constexpr double kLargestFrame = 9e15;        // beyond it a double does not hold every frame
+constexpr std::size_t kMostDigits = 9;        // of a field of a timecode
+constexpr std::size_t kMostFrameDigits = 15;  // a double holds each such frame
+constexpr std::size_t kMostDecimals = 25;     // all that a double is printed with
+constexpr std::size_t kMostFields = 4;        // hours, minutes, seconds, frames
+constexpr double kMostPerSecond = 1e6;        // any hour that can be typed has its frames in a long
 constexpr const char* kSeparators = ":;.";
 
 /// How many numbers a minute of the timecode leaves out. Files write such a rate as 29.97, or as
@@ -26,8 +28,8 @@ long droppedOf(double rate) {
   return std::abs(rate - 60000.0 / 1001) < kTolerance ? 4 : 0;
 }
 
-bool isWhole(std::string_view text) {
-  return !text.empty() && text.size() <= kMostDigits &&
+bool isWhole(std::string_view text, std::size_t most = kMostDigits) {
+  return !text.empty() && text.size() <= most &&
          std::ranges::all_of(text, [](char each) { return each >= '0' && each <= '9'; });
 }
 
@@ -47,7 +49,8 @@ std::string_view withoutBlanks(std::string_view text) {
 std::optional<double> decimal(std::string_view text) {
   const std::size_t point = std::min(text.find('.'), text.size());
   const std::string_view behind = text.substr(std::min(point + 1, text.size()));
-  if (!isWhole(text.substr(0, point)) || (point < text.size() && !isWhole(behind))) return {};
+  const bool isPart = point == text.size() || isWhole(behind, kMostDecimals);
+  if (!isWhole(text.substr(0, point), kMostFrameDigits) || !isPart) return {};
   double number = 0;
   std::from_chars(text.data(), text.data() + text.size(), number);
   return number;
@@ -120,7 +123,7 @@ std::string Timecode::textAt(double seconds) const {
 }
 
 Result<double> Timecode::readFrames(std::string_view digits, std::string_view typed) const {
-  if (!isWhole(digits)) {
+  if (!isWhole(digits, kMostFrameDigits)) {
     const bool isPart = decimal(digits).has_value();
     return isPart ? refused(typed,
                             " is no whole number of frames; write frames (\"36\"), or seconds "
@@ -132,7 +135,10 @@ Result<double> Timecode::readFrames(std::string_view digits, std::string_view ty
 
 Result<double> Timecode::readFields(std::string_view text, std::string_view typed) const {
   const std::vector<std::string_view> fields = fieldsOf(text);
-  if (fields.size() > kMostFields || !std::ranges::all_of(fields, isWhole)) return noTime(typed);
+  if (fields.size() > kMostFields ||
+      !std::ranges::all_of(fields, [](std::string_view each) { return isWhole(each); })) {
+    return noTime(typed);
+  }
   const long frames = wholeNumber(fields.back());
   if (frames >= perSecond_) {
     return refused(typed, " has frame " + std::to_string(frames) +
@@ -161,7 +167,7 @@ Result<double> Timecode::readUnsigned(std::string_view text, std::string_view ty
   const bool hasSeconds = text.ends_with('s') || text.ends_with('S');
   const std::string_view number = text.substr(0, text.size() - (hasFrames || hasSeconds ? 1 : 0));
   const auto seconds = decimal(number);
-  const bool isFrames = hasFrames || (!hasSeconds && isWhole(number));
+  const bool isFrames = hasFrames || (!hasSeconds && isWhole(number, kMostFrameDigits));
   if (seconds && !isFrames) return *seconds;
   if (hasSeconds) return noTime(typed);
   if (rate_ <= 0) {

@@ -65,6 +65,11 @@ std::string shortName(const std::string& name) {
   return utf8Text(LightweightString<wchar_t>(std::wstring_view(letters)));
 }
 
+/// A lock that cannot be looked at may be held.
+bool isFreeNow(LockState state) {
+  return state == LockState::eFree || state == LockState::eLeftBehind;
+}
+
 std::string newId() {
   std::random_device random;
   std::string bytes;
@@ -87,6 +92,14 @@ bool isId(std::string_view text) {
 
 bool isKind(std::string_view word) {
   return word == kEdit || word == kLog || word == kRoom || word == kProject;
+}
+
+/// Whether an ask or answer is one of ours: others can write what they like into words and notes.
+bool isSound(const NotedAsk& ask) {
+  constexpr std::size_t kLongestObject = 1024;
+  return isId(ask.id) && isKind(ask.kind) && ask.text.size() <= Asks::kLongestText &&
+         ask.name.size() <= Asks::kLongestName && ask.object.size() <= kLongestObject &&
+         ask.project.size() <= kLongestObject;
 }
 
 /// Splits the words before a token into the name that stands in quotation marks there and the
@@ -119,7 +132,7 @@ std::optional<AskWords> readAskWords(std::string_view words) {
   read.ask.id = token[1];
   read.ask.kind = token[2];
   read.ask.object = token[3];
-  if (!readBefore(words.substr(0, start), bytes, read.ask)) return std::nullopt;
+  if (!readBefore(words.substr(0, start), bytes, read.ask) || !isSound(read.ask)) return {};
   return read;
 }
 
@@ -153,10 +166,11 @@ JsonValue shownAsk(const NotedAsk& ask, long number, const std::string& from, bo
                             {"from", shownText(from)},
                             {"to", shownText(ask.to)},
                             {"kind", ask.kind},
-                            {"object", ask.kind == kRoom ? shownText(roomOf(ask)) : ask.object},
+                            {"object", shownText(ask.kind == kRoom ? roomOf(ask) : ask.object)},
                             {"name", shownText(ask.name)},
-                            {"project", ask.project},
+                            {"project", shownText(ask.project)},
                             {"text", shownText(ask.text)},
+                            {"when", ask.when},
                             {"time", utcText(ask.when)},
                             {"id", ask.id}});
 }
@@ -201,29 +215,49 @@ Asks::Asks(const Parts& parts) : parts_(parts) { takeUpEarlier(); }
 
 Asks::~Asks() = default;
 
-/// What was asked before this station ended last and has no answer yet.
+/// What was asked before this station ended last and has no answer yet, and what was answered: the
+/// asker may not have been there.
 void Asks::takeUpEarlier() {
   const std::int64_t oldest = std::time(nullptr) - kLongestWait;
   for (const Said& said : parts_.conversation.all()) {
     if (said.ask.empty()) continue;
     std::erase_if(outgoing_, [&](const Outgoing& own) { return own.ask.id == said.ask; });
-    if (said.kind == Said::Kind::eAnswer) answered_.insert(said.ask);
-    if (said.kind != Said::Kind::eAsk || !said.isOwn || said.when < oldest) continue;
-    NotedAsk ask = notedAsk(said.detail);
-    if (ask.id != said.ask || !isKind(ask.kind) || outgoing_.size() >= kMostOfOne) continue;
-    outgoing_.push_back({std::move(ask), ++lastNumber_});
+    if (said.kind == Said::Kind::eAnswer) settle(said.ask);
+    if (!said.isOwn || said.when < oldest || !said.detail.isObject()) continue;
+    if (said.kind == Said::Kind::eAsk) takeUpAsk(notedAsk(said.detail));
+    if (said.kind == Said::Kind::eAnswer) keepAnswer({notedAnswer(said.detail), {}});
   }
-  if (!outgoing_.empty()) watchSoon();
+}
+
+void Asks::takeUpAsk(NotedAsk ask) {
+  if (!isSound(ask)) return;
+  dropOwnFor(ask);
+  if (outgoing_.size() < kMostOfOne) outgoing_.push_back({std::move(ask), ++lastNumber_});
+}
+
+/// Asked again for the same object, the user means the last ask.
+void Asks::dropOwnFor(const NotedAsk& ask) {
+  std::erase_if(outgoing_, [&](const Outgoing& own) {
+    return own.ask.kind == ask.kind && own.ask.object == ask.object;
+  });
+}
+
+void Asks::keepAnswer(Given answer) {
+  answers_.push_back(std::move(answer));
+  if (answers_.size() > kMostAnswers) answers_.erase(answers_.begin());
+}
+
+/// From now on nothing about this ask is news.
+void Asks::settle(const std::string& id) {
+  if (answered_.size() >= kMostAnswered) answered_.clear();
+  answered_.insert(id);
 }
 
 Result<JsonValue> Asks::ask(const std::string& object, const std::string& text) {
   if (auto sound = checkText(text); !sound) return sound.error();
   auto held = findHeld(object);
   if (!held) return held.error();
-  // Asked again, it is the same ask with another text.
-  std::erase_if(outgoing_, [&](const Outgoing& own) {
-    return own.ask.kind == held->kind && own.ask.object == held->object;
-  });
+  dropOwnFor(*held);
   if (outgoing_.size() >= kMostOfOne) {
     return Error{ErrorCode::eRefused,
                  std::to_string(kMostOfOne) +
@@ -236,7 +270,7 @@ Result<JsonValue> Asks::ask(const std::string& object, const std::string& text) 
   ask.when = std::time(nullptr);
   outgoing_.push_back({ask, ++lastNumber_});
   const std::string& user = settings().user;
-  send(ask.to, composeAskWords(user, AskWords::What::eAsk, ask));
+  send(ask.to, AskWords::What::eAsk, ask);
   parts_.presence.showSoon();
   parts_.conversation.add({ask.when, Said::Kind::eAsk, user, ask.to,
                            wordsWithoutToken(user, AskWords::What::eAsk, ask), ask.id, jsonOf(ask),
@@ -281,9 +315,9 @@ Result<JsonValue> Asks::answer(long number, Answer answer, const std::string& te
 Result<JsonValue> Asks::withdraw(std::vector<Outgoing>::iterator own) {
   NotedAsk ask = own->ask;
   outgoing_.erase(own);
-  answered_.insert(ask.id);
+  settle(ask.id);
   ask.text.clear();
-  send(ask.to, composeAskWords(settings().user, AskWords::What::eWithdrawn, ask));
+  send(ask.to, AskWords::What::eWithdrawn, ask);
   parts_.presence.showSoon();
   parts_.conversation.add({0,
                            Said::Kind::eAnswer,
@@ -293,7 +327,7 @@ Result<JsonValue> Asks::withdraw(std::vector<Outgoing>::iterator own) {
                            ask.id,
                            {},
                            true});
-  return JsonValue();
+  return JsonValue::object({{"own", true}});
 }
 
 Result<JsonValue> Asks::answerIncoming(std::vector<Incoming>::iterator ask, Answer answer,
@@ -304,24 +338,18 @@ Result<JsonValue> Asks::answerIncoming(std::vector<Incoming>::iterator ask, Answ
     if (auto given = handOver(done); !given) return given.error();
   }
   std::erase_if(incoming_, [&](const Incoming& each) { return each.number == done.number; });
-  if (answered_.size() >= kMostAnswered) answered_.clear();
-  answered_.insert(done.ask.id);
+  settle(done.ask.id);
   done.ask.text = text;
   const auto what = isGiven ? AskWords::What::eGiven : AskWords::What::eKept;
   const std::string& user = settings().user;
-  answers_.push_back({{done.ask.id, done.from, isGiven, text}, done.note});
-  if (answers_.size() > kMostAnswers) answers_.erase(answers_.begin());
-  send(done.from, composeAskWords(user, what, done.ask));
+  const NotedAnswer noted{done.ask.id, done.from, isGiven, text};
+  keepAnswer({noted, done.note});
+  send(done.from, what, done.ask);
   parts_.presence.showSoon();
-  parts_.conversation.add({0,
-                           Said::Kind::eAnswer,
-                           user,
-                           done.from,
-                           wordsWithoutToken(user, what, done.ask),
-                           done.ask.id,
-                           {},
+  parts_.conversation.add({0, Said::Kind::eAnswer, user, done.from,
+                           wordsWithoutToken(user, what, done.ask), done.ask.id, jsonOf(noted),
                            true});
-  return JsonValue();
+  return JsonValue::object({{"own", false}});
 }
 
 Result<void> Asks::handOver(const Incoming& ask) {
@@ -330,20 +358,37 @@ Result<void> Asks::handOver(const Incoming& ask) {
 }
 
 Result<void> Asks::giveEdit(const Incoming& ask) {
-  const auto edit = parts_.projects.resolve(ask.ask.object, Edits::kKinds);
-  if (!edit) return edit.error();
+  const Cookie edit(ask.ask.object.c_str(), false);
+  if (edit.isNull() || !parts_.edits.holds(edit)) {
+    return Error{ErrorCode::eNotFound,
+                 "The open project does not hold " + titleOf(ask.ask) +
+                     ". Enter the project that does, and answer there.",
+                 {}};
+  }
   using EditActions::Recipient;
   // Freshly: who has just come is not known otherwise. Owners have the names of hosts.
   const auto asker = parts_.presence.lookFor(ask.from);
-  const auto given = EditActions::give(*edit, upperCased(asker ? asker->host : ask.from),
+  const auto given = EditActions::give(edit, upperCased(asker ? asker->host : ask.from),
                                        asker ? Recipient::ePresent : Recipient::eKnownUser);
-  return given ? Result<void>() : given.error();
+  if (given) return {};
+  if (asker || given.error().code != ErrorCode::eNotFound) return given.error();
+  return Error{
+      ErrorCode::eNotFound,
+      inQuotes(ask.from) +
+          " is not here now and in no user list, so perhaps nobody could change it "
+          "afterwards. The ask waits; \"edit give\" with \"--force\" gives it all the same.",
+      {}};
 }
 
 Result<void> Asks::leaveRoom(const NotedAsk& ask) {
   const std::string room = roomOf(ask);
-  if (!room.empty() && parts_.rooms.current() == room) return parts_.rooms.goOut();
-  return Error{ErrorCode::eNotFound, "You are not in the room " + inQuotes(ask.name) + " now.", {}};
+  const OpenProject* const open = parts_.projects.current();
+  const bool isThere = open && open->cookie.asString().str() == ask.project;
+  if (isThere && !room.empty() && parts_.rooms.current() == room) return parts_.rooms.goOut();
+  return Error{ErrorCode::eNotFound,
+               "You are not in the room " + inQuotes(ask.name) +
+                   " now: it can be had without you. \"no\" settles the ask.",
+               {}};
 }
 
 Result<void> Asks::leaveProject(const NotedAsk& ask) {
@@ -463,6 +508,7 @@ void Asks::noteDelivered(const ReceivedMessage& message) {
   auto read = readAskWords(message.fields.data);
   if (!read) return;
   const std::string& from = message.fields.source;
+  if (from.empty() || from.size() > kLongestUserName) return;
   if (read->what == AskWords::What::eWithdrawn) {
     return dropIncoming(
         [&](const Incoming& each) { return each.ask.id == read->ask.id && each.from == from; });
@@ -481,7 +527,7 @@ void Asks::noteStation(const StationNote& note) {
   if (note.user == settings().user && note.host == settings().host) return;
   withdrawMissing(note);
   for (const NotedAsk& each : note.asks) {
-    if (isMe(each.to)) takeAsk({each, 0, note.user, note.id, false});
+    if (isMe(each.to) && isSound(each)) takeAsk({each, 0, note.user, note.id, false});
   }
   for (const NotedAnswer& each : note.answers) {
     if (isMe(each.to)) takeAnswer(each.ask, each.isGiven, note.user, each.text, false);
@@ -506,17 +552,25 @@ void Asks::takeAsk(Incoming ask) {
   }
   if (knows(ask.ask.id)) return;
   // Asked again for the same, he means the last.
-  std::erase_if(incoming_, [&](const Incoming& each) {
+  dropIncoming([&](const Incoming& each) {
     return each.from == ask.from && each.ask.kind == ask.ask.kind &&
            each.ask.object == ask.ask.object;
   });
+  makeRoom();
   const auto waiting = std::ranges::count(incoming_, ask.from, &Incoming::from);
-  if (static_cast<std::size_t>(waiting) >= kMostOfOne || incoming_.size() >= 10 * kMostOfOne) {
-    if (more_[ask.from]++ == 0) {
+  if (static_cast<std::size_t>(waiting) >= kMostOfOne || incoming_.size() >= kMostIncoming) {
+    const bool isNew = more_.size() < kMostIncoming && more_.insert(ask.from).second;
+    if (isNew) {
       LogBoth("%s asks for very much: further asks are not shown until some are answered.\n",
               shownText(ask.from));
     }
     return;
+  }
+  more_.erase(ask.from);
+  // People are asked for what they know it as, whatever the asker calls it.
+  const Cookie edit(ask.ask.object.c_str(), false);
+  if (isDocument(ask.ask.kind) && parts_.edits.holds(edit)) {
+    ask.ask.name = shortName(parts_.edits.nameOf(edit));
   }
   ask.number = ++lastNumber_;
   const std::string words = wordsWithoutToken(ask.from, AskWords::What::eAsk, ask.ask);
@@ -527,7 +581,21 @@ void Asks::takeAsk(Incoming ask) {
                   false,        ask.isUnverified};
   incoming_.push_back(std::move(ask));
   events().talk("asked", shown.members());
-  parts_.conversation.add(said);
+  // A station that was restarted has it in its conversation already.
+  const bool isKept = std::ranges::any_of(parts_.conversation.all(), [&](const Said& each) {
+    return each.kind == Said::Kind::eAsk && each.ask == said.ask;
+  });
+  if (!isKept) parts_.conversation.add(said);
+}
+
+/// Of so many the oldest goes that no note has: anybody can send messages.
+void Asks::makeRoom() {
+  if (incoming_.size() < kMostIncoming) return;
+  const auto now = std::chrono::steady_clock::now();
+  const auto oldest = std::ranges::find_if(incoming_, [&](const Incoming& each) {
+    return each.note.empty() && now - each.arrived > kLongestUntilNoted;
+  });
+  if (oldest != incoming_.end()) incoming_.erase(oldest);
 }
 
 void Asks::takeAnswer(const std::string& id, bool isGiven, const std::string& by,
@@ -535,11 +603,14 @@ void Asks::takeAnswer(const std::string& id, bool isGiven, const std::string& by
   const auto own =
       std::ranges::find_if(outgoing_, [&](const Outgoing& each) { return each.ask.id == id; });
   // Only of whom it was asked.
-  if (own == outgoing_.end() || upperCased(own->ask.to) != upperCased(by)) return;
+  if (own == outgoing_.end()) return;
+  const auto isBy = [&by](const std::string& name) { return upperCased(name) == upperCased(by); };
+  if (!isBy(own->ask.to) && !isBy(userOf(own->ask.to))) return;
   NotedAsk ask = own->ask;
   const long number = own->number;
   outgoing_.erase(own);
-  answered_.insert(id);
+  settle(id);
+  ask.to = settings().user;
   ask.text = text;
   const std::string words =
       wordsWithoutToken(by, isGiven ? AskWords::What::eGiven : AskWords::What::eKept, ask);
@@ -557,7 +628,12 @@ template <typename IsWithdrawn>
 void Asks::dropIncoming(const IsWithdrawn& isWithdrawn) {
   for (const Incoming& each : incoming_) {
     if (!isWithdrawn(each)) continue;
-    events().talk("withdrawn", shownAsk(each.ask, each.number, each.from, false).members());
+    settle(each.ask.id);
+    JsonValue shown = shownAsk(each.ask, each.number, each.from, false);
+    NotedAsk bare = each.ask;
+    bare.text.clear();
+    shown.set("words", shownText(wordsWithoutToken(each.from, AskWords::What::eWithdrawn, bare)));
+    events().talk("withdrawn", shown.members());
   }
   std::erase_if(incoming_, isWithdrawn);
 }
@@ -585,7 +661,11 @@ void Asks::addTo(StationNote& note) const {
   for (const Given& each : answers_) note.answers.push_back(each.answer);
 }
 
-void Asks::send(const std::string& to, const std::string& words) const {
+void Asks::send(const std::string& to, AskWords::What what, NotedAsk ask) const {
+  // The token counts the text's bytes as they travel.
+  ask.text = carriedWords(ask.text);
+  ask.name = carriedWords(ask.name);
+  const std::string words = composeAskWords(settings().user, what, ask);
   iProjectShare* const share = iProjectShare::instance();
   const LightweightString<wchar_t> user = share ? share->getCurrentUser() : OS().currentUserName();
   const std::string text = composeUserMessage(utf8Text(get_project_cookie().asString()),
@@ -604,6 +684,9 @@ void Asks::watchSoon() {
 
 void Asks::look() {
   isWatching_ = false;
+  // A share that does not answer would hold up everything.
+  const ShareAnswer answer = parts_.presence.answer();
+  if (answer.isAwaited || !answer.result) return watchSoon();
   for (auto each = awaited_.begin(); each != awaited_.end();) {
     if (!isFree(*each)) {
       ++each;
@@ -623,12 +706,9 @@ void Asks::look() {
 bool Asks::isFree(const NotedAsk& object) const {
   if (object.kind == kProject) {
     iProjectShare* const share = iProjectShare::instance();
-    // A share that does not answer would hold up the window.
-    if (!share || parts_.presence.answer().isAwaited || !parts_.presence.answer().result) {
-      return false;
-    }
+    if (!share) return false;
     const Cookie project(object.object.c_str(), false);
-    return lookAtLock(share->getProjectLockFile(project)) != LockState::eHeld;
+    return isFreeNow(lookAtLock(share->getProjectLockFile(project)));
   }
   const OpenProject* const open = parts_.projects.current();
   if (!open || open->cookie.asString().str() != object.project) return false;
@@ -638,7 +718,7 @@ bool Asks::isFree(const NotedAsk& object) const {
   }
   const auto& rooms = parts_.rooms.known();
   const auto room = std::ranges::find(rooms, roomOf(object), &RoomInfo::name);
-  return room != rooms.end() && room->state != LockState::eHeld;
+  return room != rooms.end() && isFreeNow(room->state);
 }
 
 }  // namespace korvel

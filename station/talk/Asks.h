@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -76,6 +75,7 @@ class Asks {
   /// Of one colleague's asks that wait, and of one's own, no more are taken. A note holds so many.
   static constexpr std::size_t kMostOfOne = 20;
   static constexpr std::size_t kMostAnswers = 40;
+  static constexpr std::size_t kMostIncoming = 200;
 
   /// The longest text of an ask or answer, and what is shown of a name, in bytes.
   static constexpr std::size_t kLongestText = 300;
@@ -144,6 +144,11 @@ class Asks {
   [[nodiscard]] bool isMe(const std::string& name) const;
 
   void takeUpEarlier();
+  void takeUpAsk(NotedAsk ask);
+  void dropOwnFor(const NotedAsk& ask);
+  void keepAnswer(Given answer);
+  void settle(const std::string& id);
+  void makeRoom();
   void takeAsk(Incoming ask);
   void takeAnswer(const std::string& id, bool isGiven, const std::string& by,
                   const std::string& text, bool isUnverified);
@@ -158,7 +163,7 @@ class Asks {
   Result<void> giveEdit(const Incoming& ask);
   Result<void> leaveRoom(const NotedAsk& ask);
   Result<void> leaveProject(const NotedAsk& ask);
-  void send(const std::string& to, const std::string& words) const;
+  void send(const std::string& to, AskWords::What what, NotedAsk ask) const;
   void watchSoon();
   void look();
   [[nodiscard]] bool isFree(const NotedAsk& object) const;
@@ -167,9 +172,9 @@ class Asks {
   std::vector<Incoming> incoming_;
   std::vector<Outgoing> outgoing_;
   std::vector<Given> answers_;
-  std::vector<NotedAsk> awaited_;            ///< by tellWhenFree()
-  std::set<std::string> answered_;           ///< ids that were answered here or settled
-  std::map<std::string, std::size_t> more_;  ///< asks that were not taken, by asker
+  std::vector<NotedAsk> awaited_;   ///< by tellWhenFree()
+  std::set<std::string> answered_;  ///< ids that were answered here or settled
+  std::set<std::string> more_;      ///< askers whose further asks are not taken
   long lastNumber_ = 0;
   bool isWatching_ = false;
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);  ///< what posted tasks hold weakly

@@ -1,6 +1,7 @@
 #include "station/talk/Conversation.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -33,8 +34,9 @@ std::string wordsAsTyped(const std::string& words) {
 }
 
 std::string carriedWords(const std::string& words) {
+  const LightweightString<wchar_t> wide = wideText(words);
   std::wstring carried;
-  for (const wchar_t letter : wideText(words).view()) {
+  for (const wchar_t letter : wide.view()) {
     const std::string bytes = utf8Text(LightweightString<wchar_t>(std::wstring_view(&letter, 1)));
     carried += travelsWhole(bytes) ? letter : L'?';
   }
@@ -129,9 +131,9 @@ std::string shortened(std::string text) {
 /// What cannot be made shows when the file is written.
 void makePrivateFolder(const std::string& folder) {
   std::error_code ignored;
-  if (std::filesystem::create_directories(folder, ignored)) {
-    std::filesystem::permissions(folder, std::filesystem::perms::owner_all, ignored);
-  }
+  std::filesystem::create_directories(folder, ignored);
+  // Files that are written anew are as open as their folder.
+  std::filesystem::permissions(folder, std::filesystem::perms::owner_all, ignored);
 }
 
 std::string fileFor(const std::string& folder, const std::string& user,
@@ -141,6 +143,10 @@ std::string fileFor(const std::string& folder, const std::string& user,
   std::string bytes;
   for (int shift = 56; shift >= 0; shift -= 8) bytes += static_cast<char>(hash >> shift & 0xFF);
   return folder + "/" + hexText(bytes) + std::string(kEnding);
+}
+
+std::size_t sizeOf(const Said& said) {
+  return said.from.size() + said.to.size() + said.text.size();
 }
 
 /// A line of the file: what is shown, and what only this station needs.
@@ -189,14 +195,14 @@ bool Conversation::isOurs(const std::string& line) const {
          (*first)["projects"].asString() == shownText(projects_);
 }
 
-void Conversation::setAside() const {
+void Conversation::setAside() {
   const std::string aside = path_ + ".set-aside";
   std::error_code problem;
   std::filesystem::rename(path_, aside, problem);
-  LogBoth(
-      "The file of your conversation, %s, is damaged or another's. It is %s, and a new one is "
-      "begun.\n",
-      path_, problem ? "left as it is" : "kept as " + aside);
+  LogBoth("The file of your conversation, %s, is damaged or another's. It is %s.\n", path_,
+          problem ? "left as it is, and what is said now is kept in memory only"
+                  : "kept as " + aside + ", and a new one is begun");
+  if (problem) path_.clear();
 }
 
 void Conversation::load() {
@@ -206,7 +212,13 @@ void Conversation::load() {
   // Written by this program alone, it never grows so large.
   const auto bytes = readListed(path_, 4 * kMostBytes);
   const std::string first = bytes ? bytes->substr(0, bytes->find('\n')) : std::string();
-  if (!bytes || (!bytes->empty() && !isOurs(first))) return setAside();
+  const bool isTooLarge = !bytes && bytes.error().code == ErrorCode::eBadContent;
+  if (isTooLarge || (bytes && !bytes->empty() && !isOurs(first))) return setAside();
+  if (!bytes) {
+    // It may be whole, and only cannot be read now.
+    tellProblem(bytes.error().message);
+    return path_.clear();
+  }
   written_ = bytes->size();
   endsInLine_ = bytes->empty() || bytes->back() == '\n';
   for (std::size_t start = first.size() + 1; start < bytes->size();) {
@@ -235,10 +247,10 @@ void Conversation::take(const std::string& line) {
 }
 
 void Conversation::keep(Said said) {
-  bytes_ += said.text.size();
+  bytes_ += sizeOf(said);
   said_.push_back(std::move(said));
   while (said_.size() > kMostSaid || (bytes_ > kMostBytes && said_.size() > 1)) {
-    bytes_ -= said_.front().text.size();
+    bytes_ -= sizeOf(said_.front());
     said_.pop_front();
   }
 }
@@ -271,7 +283,8 @@ void Conversation::noteSent(const std::string& wireText) {
 }
 
 void Conversation::noteDelivered(const ReceivedMessage& message) {
-  if (!isForThisUser(message.fields) || readAskWords(message.fields.data)) return;
+  const std::string& words = message.fields.data;
+  if (words.empty() || !isForThisUser(message.fields) || readAskWords(words)) return;
   add({0,
        Said::Kind::eWords,
        message.fields.source,
@@ -288,6 +301,11 @@ void Conversation::write(const std::string& lines) {
   if (written_ + lines.size() > 3 * kMostBytes) rewrite();
   if (written_ == 0) makePrivateFolder(folderOf(path_));
   const Descriptor file = openToChange(path_, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW);
+  // Another station of this user's may have written, or somebody removed it.
+  struct stat status {};
+  if (file.isOpen() && ::fstat(file.get(), &status) == 0) {
+    written_ = static_cast<std::size_t>(status.st_size);
+  }
   const std::string bytes = (written_ == 0 ? header() : "") + (endsInLine_ ? "" : "\n") + lines;
   if (!file.isOpen() || !writeAll(file.get(), bytes)) {
     // What was written of it may be a part of a line.

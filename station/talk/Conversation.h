@@ -101,7 +101,7 @@ class Conversation {
   void keep(Said said);
   [[nodiscard]] std::string header() const;
   [[nodiscard]] bool isOurs(const std::string& line) const;
-  void setAside() const;
+  void setAside();
   void write(const std::string& lines);
   void rewrite();
   void tellProblem(const std::string& problem);

@@ -70,25 +70,6 @@ std::vector<std::string> textsIn(const JsonValue& list) {
   return texts;
 }
 
-template <typename Each>
-JsonValue listOf(const std::vector<Each>& all, JsonValue (*json)(const Each&)) {
-  JsonValue list = JsonValue::array();
-  for (const Each& each : all) list.append(json(each));
-  return list;
-}
-
-JsonValue jsonOfAnswer(const NotedAnswer& answer) {
-  return JsonValue::object({{"ask", answer.ask},
-                            {"to", shownText(answer.to)},
-                            {"given", answer.isGiven},
-                            {"text", shownText(answer.text)}});
-}
-
-NotedAnswer notedAnswer(const JsonValue& json) {
-  return {json["ask"].asString(), json["to"].asString(), json["given"].asBool(),
-          json["text"].asString()};
-}
-
 Error noNote(const std::string& id, const std::string& why) {
   return {ErrorCode::eBadContent,
           "The note " + inQuotes(id + std::string(kRecordEnding)) +
@@ -137,11 +118,34 @@ JsonValue jsonOf(const NotedAsk& ask) {
                             {"when", ask.when}});
 }
 
+JsonValue jsonOf(const NotedAnswer& answer) {
+  return JsonValue::object({{"ask", answer.ask},
+                            {"to", shownText(answer.to)},
+                            {"given", answer.isGiven},
+                            {"text", shownText(answer.text)}});
+}
+
+NotedAnswer notedAnswer(const JsonValue& json) {
+  return {json["ask"].asString(), json["to"].asString(), json["given"].asBool(),
+          json["text"].asString()};
+}
+
 NotedAsk notedAsk(const JsonValue& json) {
   return {json["id"].asString(),     json["to"].asString(),   json["kind"].asString(),
           json["object"].asString(), json["name"].asString(), json["project"].asString(),
           json["text"].asString(),   json["when"].asLong()};
 }
+
+namespace {
+
+template <typename Each>
+JsonValue listOf(const std::vector<Each>& all) {
+  JsonValue list = JsonValue::array();
+  for (const Each& each : all) list.append(jsonOf(each));
+  return list;
+}
+
+}  // namespace
 
 std::string noteText(const StationNote& note) {
   return writeJsonIndented(JsonValue::object({{"format", kFormat},
@@ -160,8 +164,8 @@ std::string noteText(const StationNote& note) {
                                               {"sent", note.sent},
                                               {"seal", note.seal},
                                               {"keys", textsOf(note.keys)},
-                                              {"asks", listOf(note.asks, jsonOf)},
-                                              {"answers", listOf(note.answers, jsonOfAnswer)},
+                                              {"asks", listOf(note.asks)},
+                                              {"answers", listOf(note.answers)},
                                               {"written", note.written}})) +
          "\n";
 }

@@ -87,6 +87,9 @@ struct NotedAnswer {
   std::string text;
 };
 
+JsonValue jsonOf(const NotedAnswer& answer);
+NotedAnswer notedAnswer(const JsonValue& json);
+
 /// What a station tells of itself, in a small file that others read.
 ///
 ///     <projects directory>/.stations/<id>.json   what it tells

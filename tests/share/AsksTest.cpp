@@ -55,9 +55,9 @@ TEST_F(AsksTest, WhoIsAskedForAnEditGivesItWithItsUnsavedChanges) {
   EXPECT_EQ(mine["to"].asString(), "ANNA");
   EXPECT_TRUE(mine["own"].asBool());
   const JsonValue asked = await(*anna_, "asked", {{"from", "BEN"}});
-  EXPECT_EQ(asked["name"].asString(), "Reel");
+  EXPECT_EQ(asked["name"].asString(), "Roll");  // as ANNA calls it by now
   EXPECT_EQ(asked["text"].asString(), "dear Anna, please");
-  EXPECT_EQ(asked["words"].asString(), "BEN asks for the edit \"Reel\": dear Anna, please");
+  EXPECT_EQ(asked["words"].asString(), "BEN asks for the edit \"Roll\": dear Anna, please");
   EXPECT_EQ(run(*anna_, "asks").elements().size(), 1u);
   EXPECT_EQ(run(*carla_, "asks").elements().size(), 0u);
   run(*anna_, "answer " + std::to_string(asked["number"].asLong()) + " give \"here you are\"");
@@ -191,6 +191,59 @@ TEST_F(AsksTest, WordsThatBeginWithASmallDAreShownAsTyped) {
   ASSERT_EQ(own.elements().size(), 1u);
   EXPECT_EQ(own.elements()[0]["text"].asString(), "dinner?");
   EXPECT_TRUE(run(*carla_, "conversation").elements().empty());
+}
+
+TEST_F(AsksTest, WordsThatMessagesCannotCarryDoNotSpoilAnAsk) {
+  makeReel();
+  run(*ben_, "ask Reel \"10 \xE2\x82\xAC, please\"");
+  const JsonValue asked = await(*anna_, "asked", {{"from", "BEN"}});
+  EXPECT_EQ(asked["name"].asString(), "Reel");
+  const std::string text = asked["text"].asString();
+  EXPECT_TRUE(text == "10 ?, please" || text == "10 \xE2\x82\xAC, please") << text;
+}
+
+TEST_F(AsksTest, AnAnswerWaitsForAnAskerWhoIsAwayAlsoOverARestart) {
+  makeReel();
+  run(*ben_, "ask Reel");
+  const JsonValue asked = await(*anna_, "asked", {{"from", "BEN"}});
+  ASSERT_EQ(ben_->quit(), 0);
+  run(*anna_, "answer " + std::to_string(asked["number"].asLong()) + " no \"at five\"");
+  ASSERT_EQ(anna_->quit(), 0);
+  StationProcess& anna = start("ANNA", 11);
+  StationProcess& ben = start("BEN", 12);
+  EXPECT_EQ(awaitLong(ben, "answered", {})["text"].asString(), "at five");
+  EXPECT_TRUE(run(anna, "asks").elements().empty());
+}
+
+TEST_F(AsksTest, AnAskThatWasReplacedStaysGoneAfterARestart) {
+  makeReel();
+  run(*ben_, "ask Reel one");
+  run(*ben_, "ask Reel two");
+  ASSERT_EQ(ben_->quit(), 0);
+  StationProcess& ben = start("BEN", 12);
+  const JsonValue asks = run(ben, "asks");
+  ASSERT_EQ(asks.elements().size(), 1u);
+  EXPECT_EQ(asks.elements()[0]["text"].asString(), "two");
+}
+
+TEST_F(AsksTest, WhatIsGivenIsWhatTheCookieSaysAndNothingElse) {
+  makeReel();
+  const std::string id = "0123456789abcdef";
+  send({"user-message", "--source", "BEN", "--target", "ANNA", "--data",
+        "BEN asks for the edit \"Junk\" [ask " + id + " edit Reel 0]"});
+  const JsonValue asked = await(*anna_, "asked", {{"id", id}});
+  const std::string said =
+      refusal(*anna_, "answer " + std::to_string(asked["number"].asLong()) + " give");
+  EXPECT_NE(said.find("does not hold the edit \"Junk\""), said.npos) << said;
+  EXPECT_EQ(ownerOf(*anna_, "Reel"), "ANNA");
+}
+
+TEST_F(AsksTest, EventsOfTalkHaveTheTimeOfEvents) {
+  makeReel();
+  run(*ben_, "ask Reel");
+  const JsonValue asked = await(*anna_, "asked", {});
+  EXPECT_TRUE(asked["time"].isNumber());
+  EXPECT_GT(asked["when"].asLong(), 0);
 }
 
 }  // namespace

@@ -121,7 +121,7 @@ TEST(TimecodeTest, WhatIsNoTimeIsRefusedInWords) {
       {24, "s", "is no time"},
       {24, "+", "is no time"},
       {24, "--1", "is no time"},
-      {24, "9999999999", "is no time"},
+      {24, "9999999999999999", "is no time"},
       {24, "1.5f", "is no whole number of frames"},
       {24, "1:24", "has frame 24, but a second has the frames 0 to 23."},
       {24, "1:60:00", "has 60 where 59 is the most."},
@@ -138,6 +138,12 @@ TEST(TimecodeTest, WhatIsNoTimeIsRefusedInWords) {
     EXPECT_EQ(read.error().code, ErrorCode::eUsage);
     EXPECT_NE(read.error().message.find(each.why), std::string::npos) << read.error().message;
   }
+}
+
+TEST(TimecodeTest, WhatAStationPrintsItAlsoReads) {
+  EXPECT_EQ(*Timecode(24).read("0.08333333333333333s"), 0.08333333333333333);
+  EXPECT_EQ(*Timecode(24).read("0.000012345678901234567"), 0.000012345678901234567);
+  EXPECT_EQ(*Timecode(48000).read("1728000012f"), 1728000012.0 / 48000);
 }
 
 TEST(TimecodeTest, TimesBeyondAllBoundsAndWithoutARateAreShownAllTheSame) {

@@ -112,6 +112,15 @@ TEST_F(ConversationTest, VeryMuchIsBoundedInMemoryAndOnDisk) {
   EXPECT_EQ(talk.all().size(), Conversation::kMostSaid);
 }
 
+TEST_F(ConversationTest, AFileThatWasRemovedIsBegunAnew) {
+  Conversation talk = conversation();
+  talk.add(words("ANNA", "BEN", "first"));
+  std::filesystem::remove(file());
+  talk.add(words("ANNA", "BEN", "second"));
+  ASSERT_EQ(conversation().all().size(), 1u);
+  EXPECT_EQ(conversation().all()[0].text, "second");
+}
+
 TEST_F(ConversationTest, WhatCannotBeWrittenIsKeptInMemory) {
   put(folder_ / "file", "");
   Conversation talk(folder_ / "file", "ANNA", "/projects");
