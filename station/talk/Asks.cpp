@@ -277,7 +277,7 @@ Result<JsonValue> Asks::ask(const std::string& object, const std::string& text) 
                            true});
   watchSoon();
   JsonValue shown = shownAsk(ask, lastNumber_, user, true);
-  shown.set("here", parts_.presence.isHere(ask.to));
+  shown.set("here", parts_.presence.lookFor(ask.to).has_value());
   return shown;
 }
 

@@ -215,11 +215,6 @@ std::optional<StationNote> Presence::lookFor(const std::string& user) const {
   return found == stations->end() ? std::nullopt : std::optional(found->note);
 }
 
-bool Presence::isHere(const std::string& user) const {
-  return std::ranges::any_of(others_,
-                             [&](const auto& each) { return each.second.note.user == user; });
-}
-
 StationNote Presence::noteOfThis() const {
   StationNote note = own_;
   note.sent = traffic_->sentCount();

@@ -122,9 +122,6 @@ class Presence : public ProjectListener {
   /// share.
   [[nodiscard]] std::optional<StationNote> lookFor(const std::string& user) const;
 
-  /// Whether a station of this user is here, as far as is known without asking.
-  [[nodiscard]] bool isHere(const std::string& user) const;
-
   /// How many others are alive, as far as is known without asking.
   [[nodiscard]] std::size_t others() const { return others_.size(); }
 
