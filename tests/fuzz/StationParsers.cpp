@@ -10,16 +10,20 @@
 #include "station/base/Strings.h"
 #include "station/containers/Containers.h"
 #include "station/edit/EditSummary.h"
+#include "station/edit/Timecode.h"
 #include "station/keep/RecoveryFolder.h"
 #include "station/keep/TrashFolder.h"
 #include "station/keep/VersionFolder.h"
 #include "station/os/FolderListing.h"
+#include "station/os/Posix.h"
 #include "station/os/ReadCache.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/Names.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/Records.h"
 #include "station/seal/Seals.h"
+#include "station/talk/Asks.h"
+#include "station/talk/Conversation.h"
 #include "station/watch/StationNote.h"
 #include "tests/fuzz/Fuzz.h"
 #include "tests/fuzz/Parsers.h"
@@ -142,6 +146,38 @@ void checkTrash(std::string_view bytes) {
   }
 }
 
+/// An ask says the same when it is written again.
+void checkAskWords(std::string_view bytes) {
+  const auto read = readAskWords(bytes);
+  if (!read) return;
+  const auto again = readAskWords(composeAskWords("BEN", read->what, read->ask));
+  mustBeEqual("ask", again ? again->ask.id + again->ask.object : "none",
+              read->ask.id + read->ask.object);
+  mustBeEqual("text", again->ask.text, read->ask.text);
+}
+
+/// Behind the line that says whose it is a file may hold anything; what is said afterwards is kept.
+void checkConversation(std::string_view bytes) {
+  const std::string folder = folderOf(placed("talk/-", {}));
+  std::filesystem::remove_all(folder);
+  Conversation(folder, "ANNA", "/p").add({1, Said::Kind::eWords, "BEN", "ANNA", "first"});
+  for (const auto& each : std::filesystem::directory_iterator(folder)) {
+    std::ofstream(each.path(), std::ios::binary | std::ios::app) << bytes;
+  }
+  Conversation(folder, "ANNA", "/p").add({1, Said::Kind::eWords, "BEN", "ANNA", "last"});
+  const Conversation after(folder, "ANNA", "/p");
+  mustBeEqual("last", after.all().empty() ? "nothing" : after.all().back().text, "last");
+}
+
+/// What a person types for a time is a time or is refused in words.
+void checkTimecode(std::string_view bytes) {
+  for (const double rate : {0.0, 24.0, 30000.0 / 1001, 60000.0 / 1001, 48000.0}) {
+    const auto read = Timecode(rate).read(bytes, 1.0);
+    mustBeEqual("time", read || !read.error().message.empty() ? "told" : "silent", "told");
+    if (read) mustBeShowable("time", Timecode(rate).textAt(*read));
+  }
+}
+
 /// Of any names in a history those of versions are listed, each found by what it is called.
 void checkHistory(std::string_view bytes) {
   const std::string project = placed("P0004/E0001.otio", {});
@@ -231,6 +267,9 @@ void addStationParsers(Parsers& parsers) {
                   {"Cache", checkCache},
                   {"Summary", checkSummary},
                   {"LogFormat", checkLogFormat},
+                  {"AskWords", checkAskWords},
+                  {"Conversation", checkConversation},
+                  {"Timecode", checkTimecode},
                   {"Text", checkText}});
 }
 

@@ -81,7 +81,8 @@ TEST_F(SharingTest, ARenamedEditIsFoundByItsNewNameEverywhere) {
 TEST_F(SharingTest, ADeletedEditIsGoneEverywhere) {
   run(*anna_, "edit delete " + edit_);
   for (StationProcess* station : {ben_, carla_}) {
-    await(*station, "changed", {{"cookie", edit_}, {"how", "destroyed"}, {"origin", "remote"}});
+    // By the message or, on a machine so busy that it comes late, by the folder.
+    await(*station, "changed", {{"cookie", edit_}, {"how", "destroyed"}});
     EXPECT_TRUE(run(*station, "edit list").elements().empty());
   }
 }

@@ -13,6 +13,7 @@
 #include <QToolButton>
 #include <QTreeView>
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
@@ -23,6 +24,8 @@
 #include "app/window/Texts.h"
 #include "app/window/WindowLayout.h"
 #include "host/ui/GenIcon.h"
+#include "station/watch/StationNote.h"
+#include "tests/support/BecomesTrue.h"
 #include "tests/window/WindowScene.h"
 
 using namespace korvel;
@@ -48,6 +51,15 @@ TEST_F(WindowTest, TheStatusLineCountsStationsThatAreHereAndThoseThatAreGone) {
   StationProcess carl(other("CARL"));
   ASSERT_TRUE(carl.waitUntilReady());
   ASSERT_TRUE(carl.command("project create Film")["ok"].asBool());
+  // Who dies before he has shown himself leaves nothing that tells of him.
+  ASSERT_TRUE(becomesTrue([this] {
+    namespace fs = std::filesystem;
+    const fs::path notes = notesFolder(folder / "projects");
+    return fs::exists(notes) &&
+           std::ranges::any_of(fs::directory_iterator(notes), [](const auto& each) {
+             return isNoteFile(each.path().filename().string());
+           });
+  }));
   carl.kill9();
   // Of a station that tells nothing of itself.
   std::ofstream(folder / "projects/DORA.cli").put('\n');
