@@ -602,7 +602,7 @@ void Asks::takeAnswer(const std::string& id, bool isGiven, const std::string& by
                       const std::string& text, bool isUnverified) {
   const auto own =
       std::ranges::find_if(outgoing_, [&](const Outgoing& each) { return each.ask.id == id; });
-  // Only of whom it was asked.
+  // Nobody else can answer for the colleague who was asked.
   if (own == outgoing_.end()) return;
   const auto isBy = [&by](const std::string& name) { return upperCased(name) == upperCased(by); };
   if (!isBy(own->ask.to) && !isBy(userOf(own->ask.to))) return;

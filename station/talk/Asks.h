@@ -90,7 +90,8 @@ class Asks {
   Asks& operator=(const Asks&) = delete;
   ~Asks();
 
-  /// Asks whoever holds an object, named as users name it, for it. The ask as lists show it.
+  /// Asks the holder of an object to give it. `object` is a name or a cookie. Returns the ask as
+  /// lists show it.
   /// Failures: there is no such object, nobody holds it, several are meant, the text is too long.
   Result<JsonValue> ask(const std::string& object, const std::string& text);
 

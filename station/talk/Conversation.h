@@ -65,9 +65,9 @@ JsonValue shownSaid(const Said& said);
 ///
 ///     <folder>/<hash of user and projects directory>.jsonl
 ///
-/// One JSON object a line, the first of which says whose it is. A line that was cut, as by a power
-/// cut, is passed over; a file of another user's is set aside under another name. Readable by its
-/// user alone. What cannot be written is told once and kept in memory. Host thread.
+/// One JSON object a line. The first line names the user and the projects directory. A line that a
+/// power cut left unfinished is passed over. Another user's file is set aside under another name.
+/// Readable by its user alone. What cannot be written is told once and kept in memory. Host thread.
 class Conversation {
  public:
   /// Of more the oldest are forgotten.

@@ -81,8 +81,7 @@ TEST_F(SharingTest, ARenamedEditIsFoundByItsNewNameEverywhere) {
 TEST_F(SharingTest, ADeletedEditIsGoneEverywhere) {
   run(*anna_, "edit delete " + edit_);
   for (StationProcess* station : {ben_, carla_}) {
-    // By the message or, on a machine so busy that it comes late, by the folder.
-    await(*station, "changed", {{"cookie", edit_}, {"how", "destroyed"}});
+    await(*station, "changed", {{"cookie", edit_}, {"how", "destroyed"}, {"origin", "remote"}});
     EXPECT_TRUE(run(*station, "edit list").elements().empty());
   }
 }
