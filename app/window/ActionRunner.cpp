@@ -66,17 +66,17 @@ bool isGift(const ActionSpec& action) {
 
 /// "Quay", or "Quay (open here, with unsaved changes)".
 QString thingToDelete(const ObjectRow& row) {
-  QString remark;
-  if (row.isOpen) remark = QStringLiteral("open here");
-  if (row.isDirty)
-    remark += remark.isEmpty() ? QStringLiteral("with unsaved changes")
-                               : QStringLiteral(", with unsaved changes");
-  return remark.isEmpty() ? shownName(row) : QStringLiteral("%1 (%2)").arg(shownName(row), remark);
+  const QString name = shownName(row);
+  if (row.isOpen && row.isDirty) {
+    return ActionRunner::tr("%1 (open here, with unsaved changes)").arg(name);
+  }
+  if (row.isDirty) return ActionRunner::tr("%1 (with unsaved changes)").arg(name);
+  return row.isOpen ? ActionRunner::tr("%1 (open here)").arg(name) : name;
 }
 
-QString countOf(const std::vector<ObjectRow>& rows) {
-  return rows.size() == 1 ? QStringLiteral("\"%1\"").arg(shownName(rows.front()))
-                          : QStringLiteral("%L1 objects").arg(rows.size());
+QString deletedText(const std::vector<ObjectRow>& rows) {
+  if (rows.size() == 1) return ActionRunner::tr("Deleted \"%1\".").arg(shownName(rows.front()));
+  return ActionRunner::tr("Deleted %Ln objects.", nullptr, static_cast<int>(rows.size()));
 }
 
 }  // namespace
@@ -94,23 +94,23 @@ bool isAsking(const QString& line) {
 QString lackOf(Target target) {
   switch (target) {
     case Target::eProject:
-      return QStringLiteral("Choose a project in the list first.");
+      return ActionRunner::tr("Choose a project in the list first.");
     case Target::eRoom:
-      return QStringLiteral("Choose a room in the list first.");
+      return ActionRunner::tr("Choose a room in the list first.");
     case Target::eEdit:
-      return QStringLiteral("Choose an edit or a log in the list first.");
+      return ActionRunner::tr("Choose an edit or a log in the list first.");
     case Target::eClip:
       return ActionRunner::tr("Choose a clip in the timeline first.");
     case Target::eBin:
-      return QStringLiteral("Choose a bin in the list first.");
+      return ActionRunner::tr("Choose a bin in the list first.");
     case Target::eRack:
-      return QStringLiteral("Choose a rack in the list first.");
+      return ActionRunner::tr("Choose a rack in the list first.");
     case Target::eFilter:
-      return QStringLiteral("Choose a filter in the list first.");
+      return ActionRunner::tr("Choose a filter in the list first.");
     case Target::eMedia:
-      return QStringLiteral("Choose a media file in the list first.");
+      return ActionRunner::tr("Choose a media file in the list first.");
     default:
-      return QStringLiteral("Choose something in the list first.");
+      return ActionRunner::tr("Choose something in the list first.");
   }
 }
 
@@ -119,16 +119,16 @@ QString lackOf(Target target) {
 QString ActionRunner::whatLacks(Target target) const {
   const bool hasProject = snapshot_ && !snapshot_->project.cookie.isEmpty();
   const bool hasObject = hasProject && !panes_.objects->chosen().empty();
-  const QString noProject = hasProject ? QString() : QStringLiteral("Open a project first.");
+  const QString noProject = hasProject ? QString() : tr("Open a project first.");
   const auto unless = [target](bool isThere) { return isThere ? QString() : lackOf(target); };
   switch (target) {
     case Target::eNothing:
-      return snapshot_ ? QString() : QStringLiteral("The station is starting.");
+      return snapshot_ ? QString() : tr("The station is starting.");
     case Target::eOpenProject:
       return noProject;
     case Target::eSharedProject:
       if (!hasProject || !snapshot_->project.isPrivate) return noProject;
-      return QStringLiteral("A private project has no rooms.");
+      return tr("A private project has no rooms.");
     case Target::eProject:
       return unless(panes_.projects->chosenProject().has_value());
     case Target::eRoom:
@@ -176,19 +176,18 @@ QString ActionRunner::whyNotAskForEdit() const {
 QString ActionRunner::whyNotPlace(const QString& line) const {
   const auto is = [&line](const char* command) { return line.startsWith(QLatin1String(command)); };
   if (is("project enter") && panes_.projects->chosenProject()->isOpen)
-    return QStringLiteral("This project is open already.");
+    return tr("This project is open already.");
   if (is("room enter") && panes_.projects->chosenRoom()->isHere)
-    return QStringLiteral("You are in this room already.");
-  if (is("room leave") && snapshot_->project.room.isEmpty())
-    return QStringLiteral("You are in no room.");
+    return tr("You are in this room already.");
+  if (is("room leave") && snapshot_->project.room.isEmpty()) return tr("You are in no room.");
   if (is("panel close") && snapshot_->panel && !snapshot_->panel->isOpen)
-    return QStringLiteral("The message panel is closed.");
+    return tr("The message panel is closed.");
   if (is("bin add") && panes_.objects->rows(ObjectKind::eBins).empty())
-    return QStringLiteral("There is no bin yet: Bin > New bin makes one.");
+    return tr("There is no bin yet: Bin > New bin makes one.");
   if (is("rack add") && panes_.objects->rows(ObjectKind::eRacks).empty())
-    return QStringLiteral("There is no rack yet: Rack > New rack makes one.");
+    return tr("There is no rack yet: Rack > New rack makes one.");
   if (is("edit recover") && (!snapshot_->left || snapshot_->left->empty()))
-    return QStringLiteral("No unsaved changes were left behind.");
+    return tr("No unsaved changes were left behind.");
   return is("edit trim") ? whyNotTrim(line) : QString();
 }
 
@@ -212,13 +211,12 @@ QString ActionRunner::whyNotObject(const QString& line) const {
   if (chosen.empty() || !line.contains(QLatin1String("{object"))) return {};
   const ObjectRow& row = chosen.front();
   const auto is = [&line](const char* command) { return line.startsWith(QLatin1String(command)); };
-  if (is("edit close") && !row.isOpen && !row.isDirty) return QStringLiteral("It is not open.");
+  if (is("edit close") && !row.isOpen && !row.isDirty) return tr("It is not open.");
   const bool isSave =
       line == QLatin1String("edit save {object}") || is("edit save {object} --over");
   if ((is("edit revert") || (isSave && !row.isDeleted)) && !row.isDirty)
-    return QStringLiteral("It has no unsaved changes.");
-  if ((is("bin remove") || is("rack remove")) && row.contents.isEmpty())
-    return QStringLiteral("It is empty.");
+    return tr("It has no unsaved changes.");
+  if ((is("bin remove") || is("rack remove")) && row.contents.isEmpty()) return tr("It is empty.");
   for (const ObjectRow& each : chosen) {
     if (const QString why = whyNotChange(line, each); !why.isEmpty()) return why;
     if (!line.contains(QLatin1String("{objects}"))) break;
@@ -227,7 +225,7 @@ QString ActionRunner::whyNotObject(const QString& line) const {
 }
 
 QString ActionRunner::ownerText(const ObjectRow& row) {
-  return QStringLiteral("\"%1\" belongs to %2.").arg(shownName(row), oneLine(row.owner));
+  return tr("\"%1\" belongs to %2.").arg(shownName(row), oneLine(row.owner));
 }
 
 QString ActionRunner::whyNotRestore() const {
@@ -246,7 +244,7 @@ QString ActionRunner::whyNotChange(const QString& line, const ObjectRow& row) co
   if (!isChange || may.value_or(true)) return {};
   if (!row.owner.isEmpty()) return ownerText(row);
   if (isGift) return {};
-  return QStringLiteral("\"%1\" has no owner: give it to somebody first.").arg(shownName(row));
+  return tr("\"%1\" has no owner: give it to somebody first.").arg(shownName(row));
 }
 
 QStringList ActionRunner::targetWords(Target target) const {
@@ -291,7 +289,7 @@ void ActionRunner::runLine(const QString& line) {
     window_.close();
   } else if (leavesProject(line)) {
     guard_.before(
-        QStringLiteral("Leave the project"), [this, line] { link_.run(line); }, [] {});
+        tr("Leave the project"), [this, line] { link_.run(line); }, [] {});
   } else {
     link_.run(line);
   }
@@ -320,7 +318,7 @@ QString ActionRunner::copyName(const QString& name) const {
   const QString first = tr("%1 copy").arg(name);
   QString copy = first;
   for (int number = 2; taken.contains(copy); ++number) {
-    copy = QStringLiteral("%1 %2").arg(first, QString::number(number));
+    copy = tr("%1 copy %2").arg(name).arg(number);
   }
   return copy;
 }
@@ -341,13 +339,13 @@ void ActionRunner::showTrash() {
 }
 
 void ActionRunner::askBeforeEmptying(std::size_t count) {
-  auto* question = new Question(
-      QStringLiteral("emptyDialog"), QStringLiteral("Empty the trash"),
-      QStringLiteral("Remove what is in the trash (%L1) for good, with its versions? Nobody can "
-                     "bring it back then. What others own and deleted stays.")
-          .arg(count),
-      {}, trash_);
-  question->answer(QStringLiteral("&Empty the trash"), [this] {
+  auto* question =
+      new Question(QStringLiteral("emptyDialog"), tr("Empty the trash"),
+                   tr("Remove what is in the trash (%L1) for good, with its versions? Nobody can "
+                      "bring it back then. What others own and deleted stays.")
+                       .arg(count),
+                   {}, trash_);
+  question->answer(tr("&Empty the trash"), [this] {
     link_.run(QStringLiteral("trash empty"), [this](const CommandOutcome&) { link_.askTrash(); });
   });
   question->ask();
@@ -356,8 +354,8 @@ void ActionRunner::askBeforeEmptying(std::size_t count) {
 void ActionRunner::restore(const ObjectRow& edit, const VersionRow& version) {
   const QString cookie = quoted(edit.cookie);
   const QString line = QStringLiteral("edit restore %1 %2").arg(cookie, quoted(version.version));
-  const QString what = QStringLiteral("\"%1\" is again as it was saved %2.")
-                           .arg(shownName(edit), versionTitle(version));
+  const QString what =
+      tr("\"%1\" is again as it was saved %2.").arg(shownName(edit), versionTitle(version));
   const auto run = [this, line, what](const QStringList& before) {
     link_.runAll(before + QStringList(line), [this, what](const CommandOutcome& outcome) {
       if (outcome.succeeded) Q_EMIT done(what, {QStringLiteral("undo")});
@@ -365,13 +363,12 @@ void ActionRunner::restore(const ObjectRow& edit, const VersionRow& version) {
   };
   if (!edit.isDirty) return run({});
   auto* question = new Question(
-      QStringLiteral("restoreDialog"), QStringLiteral("Restore"),
-      QStringLiteral("\"%1\" has changes that are not saved. What is to become of them?")
-          .arg(shownName(edit)),
+      QStringLiteral("restoreDialog"), tr("Restore"),
+      tr("\"%1\" has changes that are not saved. What is to become of them?").arg(shownName(edit)),
       {}, &window_);
-  question->usualAnswer(QStringLiteral("&Save them first"),
+  question->usualAnswer(tr("&Save them first"),
                         [run, cookie] { run({QStringLiteral("edit save ") + cookie}); });
-  question->answer(QStringLiteral("&Drop them"),
+  question->answer(tr("&Drop them"),
                    [run, cookie] { run({QStringLiteral("edit revert ") + cookie}); });
   question->ask();
 }
@@ -389,16 +386,11 @@ void ActionRunner::askBeforeDeleting(const ActionSpec& action) {
   QStringList things;
   for (const ObjectRow& row : rows) things.append(thingToDelete(row));
   const QString text =
-      rows.size() == 1 ? QStringLiteral(
-                             "Delete this for everybody in the project? It goes to the project's "
-                             "trash.")
-                       : QStringLiteral(
-                             "Delete these %L1 for everybody in the project? They go to the "
-                             "project's trash.")
-                             .arg(rows.size());
-  auto* question = new Question(QStringLiteral("deleteDialog"), QStringLiteral("Delete"), text,
-                                things, &window_);
-  question->answer(QStringLiteral("&Delete"), [this, &action, rows] { remove(action, rows); });
+      tr("Delete these %Ln for everybody in the project? They go to the project's trash.", nullptr,
+         static_cast<int>(rows.size()));
+  auto* question =
+      new Question(QStringLiteral("deleteDialog"), tr("Delete"), text, things, &window_);
+  question->answer(tr("&Delete"), [this, &action, rows] { remove(action, rows); });
   question->ask();
   nameOpeners(question, rows);
 }
@@ -413,7 +405,7 @@ void ActionRunner::nameOpeners(const QPointer<Question>& question,
     for (int i = 0; const ObjectRow& row : rows) {
       const int at = i++;
       if (!question || !openers.contains(row.cookie)) continue;
-      question->setThing(at, thingToDelete(row) + QStringLiteral(", ") + openers[row.cookie]);
+      question->setThing(at, tr("%1, open at %2").arg(thingToDelete(row), openers[row.cookie]));
     }
   });
 }
@@ -430,8 +422,8 @@ void ActionRunner::remove(const ActionSpec& action, const std::vector<ObjectRow>
   }
   QStringList undo;
   for (const QString& cookie : cookies) undo << QStringLiteral("trash restore ") + quoted(cookie);
-  link_.runAll(lines, [this, undo, what = countOf(rows)](const CommandOutcome& outcome) {
-    if (outcome.succeeded) Q_EMIT done(QStringLiteral("Deleted %1.").arg(what), undo);
+  link_.runAll(lines, [this, undo, what = deletedText(rows)](const CommandOutcome& outcome) {
+    if (outcome.succeeded) Q_EMIT done(what, undo);
   });
 }
 
@@ -512,9 +504,9 @@ void ActionRunner::runDoubtful(const QString& line, const HostLink::Ended& then,
     const auto go = [this, line, then] { then ? link_.run(line, then) : runLine(line); };
     if (doubt.isEmpty()) return go();
     auto* question =
-        new Question(QStringLiteral("nameDialog"), QStringLiteral("Two of one name"),
-                     file.isEmpty() ? doubt : file + QStringLiteral(": ") + doubt, {}, &window_);
-    question->answer(QStringLiteral("&Use it all the same"), go);
+        new Question(QStringLiteral("nameDialog"), tr("Two of one name"),
+                     file.isEmpty() ? doubt : tr("%1: %2").arg(file, doubt), {}, &window_);
+    question->answer(tr("&Use it all the same"), go);
     if (then) question->otherwise([then] { then({}); });
     question->ask();
   });
@@ -546,8 +538,7 @@ void ActionRunner::importNext() {
   if (toImport_.isEmpty()) {
     const int count = std::exchange(imported_, 0);
     importsInAll_ = 0;
-    const QString text = count == 1 ? QStringLiteral("One edit is imported.")
-                                    : QStringLiteral("%L1 edits are imported.").arg(count);
+    const QString text = tr("%Ln edits are imported.", nullptr, count);
     Q_EMIT done((QStringList(text) + std::exchange(notImported_, {})).join(QLatin1Char(' ')), {});
     return;
   }
@@ -556,7 +547,7 @@ void ActionRunner::importNext() {
   const auto next = [this, file](const CommandOutcome& outcome) {
     imported_ += outcome.succeeded ? 1 : 0;
     const bool isLeftOut = outcome.line.isEmpty();
-    if (isLeftOut) notImported_ << QStringLiteral("%1 was left out.").arg(file);
+    if (isLeftOut) notImported_ << tr("%1 was left out.").arg(file);
     if (!outcome.succeeded && !isLeftOut) notImported_ << outcome.text;
     importNext();
   };
@@ -578,12 +569,12 @@ bool ActionRunner::wouldReplace(const CommandOutcome& outcome) {
 void ActionRunner::takeOutcome(const CommandOutcome& outcome) {
   if (!wouldReplace(outcome)) return;
   const CommandCall call = readCall(link_.commands(), outcome.line.toStdString());
-  auto* question = new Question(
-      QStringLiteral("replaceDialog"), QStringLiteral("Export"),
-      QStringLiteral("This file is there already. Replace what it holds? It cannot be brought "
-                     "back."),
-      {readableText(call.arguments[1])}, &window_);
-  question->answer(QStringLiteral("&Replace"),
+  auto* question =
+      new Question(QStringLiteral("replaceDialog"), tr("Export"),
+                   tr("This file is there already. Replace what it holds? It cannot be brought "
+                      "back."),
+                   {readableText(call.arguments[1])}, &window_);
+  question->answer(tr("&Replace"),
                    [this, line = outcome.line] { link_.run(line + QStringLiteral(" --force")); });
   question->ask();
 }
@@ -592,12 +583,10 @@ void ActionRunner::takeOutcome(const CommandOutcome& outcome) {
 void ActionRunner::give(const QString& line, const QString& user) {
   const QString doubt = doubtAbout(user);
   if (doubt.isEmpty()) return link_.run(line);
-  auto* question =
-      new Question(QStringLiteral("giveDialog"), QStringLiteral("Give"), doubt, {}, &window_);
+  auto* question = new Question(QStringLiteral("giveDialog"), tr("Give"), doubt, {}, &window_);
   const QString forced =
       takesOption("edit give", "--force") ? QStringLiteral(" --force") : QString();
-  question->answer(QStringLiteral("&Give all the same"),
-                   [this, line, forced] { link_.run(line + forced); });
+  question->answer(tr("&Give all the same"), [this, line, forced] { link_.run(line + forced); });
   question->ask();
 }
 
@@ -605,21 +594,18 @@ QString ActionRunner::doubtAbout(const QString& user) const {
   static const QStringList kReserved{QStringLiteral("RENDER"), QStringLiteral("<NOBODY>"),
                                      QStringLiteral("<All>")};
   if (kReserved.contains(user, Qt::CaseInsensitive)) {
-    return QStringLiteral(
-               "\"%1\" is no user. Only an administrator could then change the edit. Give it all "
-               "the same?")
+    return tr("\"%1\" is no user. Only an administrator could then change the edit. Give it all "
+              "the same?")
         .arg(user);
   }
   const QStringList users = snapshot_ && snapshot_->owners ? *snapshot_->owners : QStringList();
   if (users.contains(user)) return {};
   for (const QString& known : users) {
     if (known.compare(user, Qt::CaseInsensitive) != 0) continue;
-    return QStringLiteral("Nobody is called \"%1\", but there is \"%2\". Give it to \"%1\"?")
-        .arg(user, known);
+    return tr("Nobody is called \"%1\", but there is \"%2\". Give it to \"%1\"?").arg(user, known);
   }
-  return QStringLiteral(
-             "Nobody called \"%1\" is known here. Until somebody of that name comes, you could "
-             "not change the edit, and nobody else could. Give it all the same?")
+  return tr("Nobody called \"%1\" is known here. Until somebody of that name comes, you could "
+            "not change the edit, and nobody else could. Give it all the same?")
       .arg(user);
 }
 

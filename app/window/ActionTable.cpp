@@ -1,8 +1,11 @@
 #include "app/window/ActionTable.h"
 
+#include <QCoreApplication>
+#include <QHash>
 #include <QRegularExpression>
 #include <QStringList>
 #include <algorithm>
+#include <iterator>
 
 #include "app/window/Texts.h"
 
@@ -12,223 +15,349 @@ namespace {
 
 using Kind = ActionField::Kind;
 
-const std::vector<ActionSpec>& table() {
+/// The tables' texts are English, and translated where they are used: the tables may be older than
+/// the language.
+class Actions {
+  Q_DECLARE_TR_FUNCTIONS(Actions)
+
+ public:
+  static const std::vector<ActionSpec>& table();
+  static const QHash<QString, const char*>& menus();
+};
+
+const std::vector<ActionSpec>& Actions::table() {
   static const std::vector<ActionSpec> kTable{
       {"Project",
-       "&New shared project…",
+       QT_TR_NOOP("&New shared project…"),
        "Ctrl+N",
        Target::eNothing,
        "project create {0}",
-       {{"Name"}}},
+       {{QT_TR_NOOP("Name")}}},
       {"Project",
-       "New &private project…",
+       QT_TR_NOOP("New &private project…"),
        "Ctrl+Shift+N",
        Target::eNothing,
        "project create {0} --private",
-       {{"Name"}}},
+       {{QT_TR_NOOP("Name")}}},
       {"Project",
-       "&Enter the chosen project",
+       QT_TR_NOOP("&Enter the chosen project"),
        "Ctrl+O",
        Target::eProject,
        "project enter {object}",
        {}},
       {"Project",
-       "&Leave the open project",
+       QT_TR_NOOP("&Leave the open project"),
        "Ctrl+Shift+L",
        Target::eOpenProject,
        "project leave",
        {}},
-      {"Project", "As&k for the chosen project", "", Target::eProject, "ask {object}", {}},
-      {"Project", "Tell me when it is &free", "", Target::eProject, "tell-when-free {object}", {}},
-      {"Project", "Show the &state as text", "", Target::eNothing, "state", {}},
-      {"Project", "L&ist all projects as text", "", Target::eNothing, "project list", {}},
+      {"Project",
+       QT_TR_NOOP("As&k for the chosen project"),
+       "",
+       Target::eProject,
+       "ask {object}",
+       {}},
+      {"Project",
+       QT_TR_NOOP("Tell me when it is &free"),
+       "",
+       Target::eProject,
+       "tell-when-free {object}",
+       {}},
+      {"Project", QT_TR_NOOP("Show the &state as text"), "", Target::eNothing, "state", {}},
+      {"Project",
+       QT_TR_NOOP("L&ist all projects as text"),
+       "",
+       Target::eNothing,
+       "project list",
+       {}},
 
-      {"Room", "&New room…", "Ctrl+Shift+R", Target::eSharedProject, "room create {0}", {{"Name"}}},
-      {"Room", "&Go into the chosen room", "Ctrl+R", Target::eRoom, "room enter {object}", {}},
-      {"Room", "&Leave the room", "", Target::eSharedProject, "room leave", {}},
-      {"Room", "As&k for the chosen room", "", Target::eRoom, "ask {object}", {}},
-      {"Room", "Tell me when it is &free", "", Target::eRoom, "tell-when-free {object}", {}},
-      {"Room", "L&ist all rooms as text", "", Target::eSharedProject, "room list", {}},
+      {"Room",
+       QT_TR_NOOP("&New room…"),
+       "Ctrl+Shift+R",
+       Target::eSharedProject,
+       "room create {0}",
+       {{QT_TR_NOOP("Name")}}},
+      {"Room",
+       QT_TR_NOOP("&Go into the chosen room"),
+       "Ctrl+R",
+       Target::eRoom,
+       "room enter {object}",
+       {}},
+      {"Room", QT_TR_NOOP("&Leave the room"), "", Target::eSharedProject, "room leave", {}},
+      {"Room", QT_TR_NOOP("As&k for the chosen room"), "", Target::eRoom, "ask {object}", {}},
+      {"Room",
+       QT_TR_NOOP("Tell me when it is &free"),
+       "",
+       Target::eRoom,
+       "tell-when-free {object}",
+       {}},
+      {"Room", QT_TR_NOOP("L&ist all rooms as text"), "", Target::eSharedProject, "room list", {}},
 
-      {"Edit", "&New edit…", "Ctrl+E", Target::eOpenProject, "edit create {0}", {{"Name"}}},
-      {"Edit", "New &log…", "Ctrl+L", Target::eOpenProject, "log create {0}", {{"Name"}}},
       {"Edit",
-       "&Import…",
+       QT_TR_NOOP("&New edit…"),
+       "Ctrl+E",
+       Target::eOpenProject,
+       "edit create {0}",
+       {{QT_TR_NOOP("Name")}}},
+      {"Edit",
+       QT_TR_NOOP("New &log…"),
+       "Ctrl+L",
+       Target::eOpenProject,
+       "log create {0}",
+       {{QT_TR_NOOP("Name")}}},
+      {"Edit",
+       QT_TR_NOOP("&Import…"),
        "Ctrl+I",
        Target::eOpenProject,
        "edit import {0}",
-       {{"OpenTimelineIO files", Kind::eImportFiles}}},
+       {{QT_TR_NOOP("OpenTimelineIO files"), Kind::eImportFiles}}},
       {"Edit",
-       "E&xport…",
+       QT_TR_NOOP("E&xport…"),
        "Ctrl+Shift+E",
        Target::eEdit,
        "edit export {object} {0}",
-       {{"To the file", Kind::eSaveFile, "{name}.otio"}}},
-      {"Edit", "&Open", "Ctrl+Return", Target::eEdit, "edit open {object}", {}},
-      {"Edit", "&Close", "Ctrl+W", Target::eEdit, "edit close {object}", {}},
+       {{QT_TR_NOOP("To the file"), Kind::eSaveFile, "{name}.otio"}}},
+      {"Edit", QT_TR_NOOP("&Open"), "Ctrl+Return", Target::eEdit, "edit open {object}", {}},
+      {"Edit", QT_TR_NOOP("&Close"), "Ctrl+W", Target::eEdit, "edit close {object}", {}},
       {"Edit",
-       "&Rename…",
+       QT_TR_NOOP("&Rename…"),
        "F2",
        Target::eEdit,
        "edit rename {object} {0}",
-       {{"New name", Kind::eText, "{name}"}}},
-      {"Edit", "&Save", "Ctrl+S", Target::eEdit, "edit save {object}", {}},
-      {"Edit", "Save over another's version", "", Target::eEdit, "edit save {object} --over", {}},
+       {{QT_TR_NOOP("New name"), Kind::eText, "{name}"}}},
+      {"Edit", QT_TR_NOOP("&Save"), "Ctrl+S", Target::eEdit, "edit save {object}", {}},
       {"Edit",
-       "Save a copy…",
+       QT_TR_NOOP("Save over another's version"),
+       "",
+       Target::eEdit,
+       "edit save {object} --over",
+       {}},
+      {"Edit",
+       QT_TR_NOOP("Save a copy…"),
        "Ctrl+Shift+S",
        Target::eEdit,
        "edit save-copy {object} {0}",
-       {{"Name of the copy", Kind::eText, "{name}"}}},
-      {"Edit", "Duplicate", "Ctrl+D", Target::eEdit, "edit save-copy {object} {copy}", {}},
-      {"Edit", "Drop unsaved changes", "", Target::eEdit, "edit revert {object}", {}},
+       {{QT_TR_NOOP("Name of the copy"), Kind::eText, "{name}"}}},
       {"Edit",
-       "Recover unsaved changes…",
+       QT_TR_NOOP("Duplicate"),
+       "Ctrl+D",
+       Target::eEdit,
+       "edit save-copy {object} {copy}",
+       {}},
+      {"Edit", QT_TR_NOOP("Drop unsaved changes"), "", Target::eEdit, "edit revert {object}", {}},
+      {"Edit",
+       QT_TR_NOOP("Recover unsaved changes…"),
        "",
        Target::eOpenProject,
        "edit recover {0}",
-       {{"Edit, by name or cookie"}}},
+       {{QT_TR_NOOP("Edit, by name or cookie")}}},
       {"Edit",
-       "&Give to…",
+       QT_TR_NOOP("&Give to…"),
        "Ctrl+G",
        Target::eEdit,
        "edit give {object} {0}",
-       {{"New owner", Kind::eNewOwner}}},
-      {"Edit", "As&k its owner for it", "Ctrl+Shift+K", Target::eEdit, "ask {object}", {}},
-      {"Edit", "Tell me when it is &free", "", Target::eEdit, "tell-when-free {object}", {}},
-      {"Edit", "&May I change it?", "", Target::eEdit, "edit may {object}", {}},
-      {"Edit", "S&how it as text", "", Target::eEdit, "edit show {object}", {}},
-      {"Edit", "List &all as text", "", Target::eOpenProject, "edit list", {}},
-      {"Edit", "&Delete…", "Del", Target::eEdit, "edit delete {objects}", {}},
+       {{QT_TR_NOOP("New owner"), Kind::eNewOwner}}},
+      {"Edit",
+       QT_TR_NOOP("As&k its owner for it"),
+       "Ctrl+Shift+K",
+       Target::eEdit,
+       "ask {object}",
+       {}},
+      {"Edit",
+       QT_TR_NOOP("Tell me when it is &free"),
+       "",
+       Target::eEdit,
+       "tell-when-free {object}",
+       {}},
+      {"Edit", QT_TR_NOOP("&May I change it?"), "", Target::eEdit, "edit may {object}", {}},
+      {"Edit", QT_TR_NOOP("S&how it as text"), "", Target::eEdit, "edit show {object}", {}},
+      {"Edit", QT_TR_NOOP("List &all as text"), "", Target::eOpenProject, "edit list", {}},
+      {"Edit", QT_TR_NOOP("&Delete…"), "Del", Target::eEdit, "edit delete {objects}", {}},
 
       {"Clip",
-       "&Trim a clip…",
+       QT_TR_NOOP("&Trim a clip…"),
        "Ctrl+T",
        Target::eEdit,
        "edit trim {object} {0} {1} {2}",
-       {{"Clip"}, {"In"}, {"Out"}}},
+       {{QT_TR_NOOP("Clip")}, {QT_TR_NOOP("In")}, {QT_TR_NOOP("Out")}}},
       {"Clip",
-       "&In a frame earlier",
+       QT_TR_NOOP("&In a frame earlier"),
        "Shift+Left",
        Target::eClip,
        "edit trim {object} {clip} -1f +0f",
        {}},
       {"Clip",
-       "In a frame &later",
+       QT_TR_NOOP("In a frame &later"),
        "Shift+Right",
        Target::eClip,
        "edit trim {object} {clip} +1f +0f",
        {}},
       {"Clip",
-       "&Out a frame earlier",
+       QT_TR_NOOP("&Out a frame earlier"),
        "Ctrl+Left",
        Target::eClip,
        "edit trim {object} {clip} +0f -1f",
        {}},
       {"Clip",
-       "Out a frame late&r",
+       QT_TR_NOOP("Out a frame late&r"),
        "Ctrl+Right",
        Target::eClip,
        "edit trim {object} {clip} +0f +1f",
        {}},
 
-      {"Bin", "&New bin…", "", Target::eOpenProject, "bin create {0}", {{"Name"}}},
       {"Bin",
-       "&Put the chosen into a bin…",
+       QT_TR_NOOP("&New bin…"),
+       "",
+       Target::eOpenProject,
+       "bin create {0}",
+       {{QT_TR_NOOP("Name")}}},
+      {"Bin",
+       QT_TR_NOOP("&Put the chosen into a bin…"),
        "Ctrl+B",
        Target::eObject,
        "bin add {0} {objects}",
-       {{"Bin", Kind::eBin}}},
+       {{QT_TR_NOOP("Bin"), Kind::eBin}}},
       {"Bin",
-       "&Take something out…",
+       QT_TR_NOOP("&Take something out…"),
        "",
        Target::eBin,
        "bin remove {object} {0}",
-       {{"What", Kind::eContent}}},
-      {"Bin", "&Show it as text", "", Target::eBin, "bin show {object}", {}},
-      {"Bin", "&List all as text", "", Target::eOpenProject, "bin list", {}},
-      {"Bin", "&Delete the bin…", "Del", Target::eBin, "bin destroy {object}", {}},
+       {{QT_TR_NOOP("What"), Kind::eContent}}},
+      {"Bin", QT_TR_NOOP("&Show it as text"), "", Target::eBin, "bin show {object}", {}},
+      {"Bin", QT_TR_NOOP("&List all as text"), "", Target::eOpenProject, "bin list", {}},
+      {"Bin", QT_TR_NOOP("&Delete the bin…"), "Del", Target::eBin, "bin destroy {object}", {}},
 
-      {"Rack", "&New rack…", "", Target::eOpenProject, "rack create {0}", {{"Name"}}},
       {"Rack",
-       "&Put the chosen into a rack…",
+       QT_TR_NOOP("&New rack…"),
+       "",
+       Target::eOpenProject,
+       "rack create {0}",
+       {{QT_TR_NOOP("Name")}}},
+      {"Rack",
+       QT_TR_NOOP("&Put the chosen into a rack…"),
        "",
        Target::eObject,
        "rack add {0} {objects}",
-       {{"Rack", Kind::eRack}}},
+       {{QT_TR_NOOP("Rack"), Kind::eRack}}},
       {"Rack",
-       "&Take something out…",
+       QT_TR_NOOP("&Take something out…"),
        "",
        Target::eRack,
        "rack remove {object} {0}",
-       {{"What", Kind::eContent}}},
-      {"Rack", "&Show it as text", "", Target::eRack, "rack show {object}", {}},
-      {"Rack", "&List all as text", "", Target::eOpenProject, "rack list", {}},
-      {"Rack", "&Delete the rack…", "Del", Target::eRack, "rack destroy {object}", {}},
+       {{QT_TR_NOOP("What"), Kind::eContent}}},
+      {"Rack", QT_TR_NOOP("&Show it as text"), "", Target::eRack, "rack show {object}", {}},
+      {"Rack", QT_TR_NOOP("&List all as text"), "", Target::eOpenProject, "rack list", {}},
+      {"Rack", QT_TR_NOOP("&Delete the rack…"), "Del", Target::eRack, "rack destroy {object}", {}},
 
       {"Filter",
-       "&New filter…",
+       QT_TR_NOOP("&New filter…"),
        "",
        Target::eOpenProject,
        "filter create {0} {1}",
-       {{"Name"}, {"What it finds"}}},
+       {{QT_TR_NOOP("Name")}, {QT_TR_NOOP("What it finds")}}},
       {"Filter",
-       "&Change…",
+       QT_TR_NOOP("&Change…"),
        "",
        Target::eFilter,
        "filter change {object} {0}",
-       {{"What it finds", Kind::eText, "{detail}"}}},
-      {"Filter", "&List all as text", "", Target::eOpenProject, "filter list", {}},
-      {"Filter", "&Delete the filter…", "Del", Target::eFilter, "filter destroy {object}", {}},
+       {{QT_TR_NOOP("What it finds"), Kind::eText, "{detail}"}}},
+      {"Filter", QT_TR_NOOP("&List all as text"), "", Target::eOpenProject, "filter list", {}},
+      {"Filter",
+       QT_TR_NOOP("&Delete the filter…"),
+       "Del",
+       Target::eFilter,
+       "filter destroy {object}",
+       {}},
 
       {"Media",
-       "&Add a file…",
+       QT_TR_NOOP("&Add a file…"),
        "Ctrl+Shift+I",
        Target::eOpenProject,
        "media add {0}",
-       {{"Media file", Kind::eOpenFile}}},
+       {{QT_TR_NOOP("Media file"), Kind::eOpenFile}}},
       {"Media",
-       "Add a &proxy of the chosen file…",
+       QT_TR_NOOP("Add a &proxy of the chosen file…"),
        "",
        Target::eMedia,
        "media add {object} --proxy {0}",
-       {{"Proxy file", Kind::eOpenFile}}},
-      {"Media", "&List all, with where each is", "", Target::eOpenProject, "media list", {}},
+       {{QT_TR_NOOP("Proxy file"), Kind::eOpenFile}}},
       {"Media",
-       "&Take the chosen out of the project",
+       QT_TR_NOOP("&List all, with where each is"),
+       "",
+       Target::eOpenProject,
+       "media list",
+       {}},
+      {"Media",
+       QT_TR_NOOP("&Take the chosen out of the project"),
        "",
        Target::eMedia,
        "media remove {object}",
        {}},
 
-      {"Messages", "&Open the panel", "Ctrl+M", Target::eNothing, "panel open", {}},
-      {"Messages", "&Close the panel", "Ctrl+Shift+M", Target::eNothing, "panel close", {}},
+      {"Messages", QT_TR_NOOP("&Open the panel"), "Ctrl+M", Target::eNothing, "panel open", {}},
       {"Messages",
-       "&Write to a user…",
+       QT_TR_NOOP("&Close the panel"),
+       "Ctrl+Shift+M",
+       Target::eNothing,
+       "panel close",
+       {}},
+      {"Messages",
+       QT_TR_NOOP("&Write to a user…"),
        "Ctrl+Shift+W",
        Target::eNothing,
        "say {0} {1}",
-       {{"To", Kind::eUser}, {"Message"}}},
-      {"Messages", "&Notifications as text", "", Target::eNothing, "notifications", {}},
+       {{QT_TR_NOOP("To"), Kind::eUser}, {QT_TR_NOOP("Message")}}},
+      {"Messages", QT_TR_NOOP("&Notifications as text"), "", Target::eNothing, "notifications", {}},
 
-      {"Station", "&Users", "Ctrl+U", Target::eNothing, "users", {}},
-      {"Station", "&Add a user…", "", Target::eNothing, "user add {0}", {{"Name"}}},
-      {"Station", "&Stations at work", "", Target::eNothing, "who --all", {}},
-      {"Station", "&How many are at work?", "", Target::eNothing, "active", {}},
-      {"Station", "&Who am I?", "", Target::eNothing, "whoami", {}},
+      {"Station", QT_TR_NOOP("&Users"), "Ctrl+U", Target::eNothing, "users", {}},
       {"Station",
-       "&Request something of a machine…",
+       QT_TR_NOOP("&Add a user…"),
+       "",
+       Target::eNothing,
+       "user add {0}",
+       {{QT_TR_NOOP("Name")}}},
+      {"Station", QT_TR_NOOP("&Stations at work"), "", Target::eNothing, "who --all", {}},
+      {"Station", QT_TR_NOOP("&How many are at work?"), "", Target::eNothing, "active", {}},
+      {"Station", QT_TR_NOOP("&Who am I?"), "", Target::eNothing, "whoami", {}},
+      {"Station",
+       QT_TR_NOOP("&Request something of a machine…"),
        "",
        Target::eNothing,
        "request {0} {1}",
-       {{"Machine number"}, {"Command", Kind::eText, "identify"}}},
+       {{QT_TR_NOOP("Machine number")}, {QT_TR_NOOP("Command"), Kind::eText, "identify"}}},
   };
   return kTable;
 }
 
+// A different letter for each menu.
+const QHash<QString, const char*>& Actions::menus() {
+  static const QHash<QString, const char*> kTitles{
+      {QStringLiteral("Project"), QT_TR_NOOP("&Project")},
+      {QStringLiteral("Room"), QT_TR_NOOP("R&oom")},
+      {QStringLiteral("Edit"), QT_TR_NOOP("&Edit")},
+      {QStringLiteral("Clip"), QT_TR_NOOP("&Clip")},
+      {QStringLiteral("Bin"), QT_TR_NOOP("&Bin")},
+      {QStringLiteral("Rack"), QT_TR_NOOP("&Rack")},
+      {QStringLiteral("Filter"), QT_TR_NOOP("&Filter")},
+      {QStringLiteral("Media"), QT_TR_NOOP("&Media")},
+      {QStringLiteral("Messages"), QT_TR_NOOP("Me&ssages")},
+      {QStringLiteral("Station"), QT_TR_NOOP("S&tation")},
+      {QStringLiteral("View"), QT_TR_NOOP("&View")},
+      {QStringLiteral("Help"), QT_TR_NOOP("&Help")}};
+  return kTitles;
+}
+
 }  // namespace
 
-std::span<const ActionSpec> actionTable() { return table(); }
+std::span<const ActionSpec> actionTable() { return Actions::table(); }
+
+QString actionText(const char* text) { return Actions::tr(text); }
+
+QString menuTitle(const QString& menu) { return Actions::tr(Actions::menus().value(menu)); }
+
+QString withoutMarks(QString text) {
+  return text.remove(QLatin1Char('&')).remove(QStringLiteral("…"));
+}
 
 // Replaces word by word, in one pass: braces within names and values stay as they are.
 QString filledLine(const ActionSpec& action, const QStringList& objects,
@@ -252,28 +381,30 @@ QString filledLine(const ActionSpec& action, const QStringList& objects,
 
 namespace {
 
-/// Where the window has what no line of the table does.
+/// Where the window has what no line of the table does: in a menu, or in a place that has no name
+/// and is described.
 struct Place {
   const char* line;
   const char* where;
+  enum class Kind { eMenu, eDescribed } kind = Kind::eMenu;
 };
 constexpr Place kElsewhere[] = {
-    {"project list", "the list of projects"},
-    {"room list", "the list of rooms"},
-    {"trash", "Project > Trash"},
-    {"edit history", "View > History"},
-    {"edit compare", "View > History"},
-    {"edit restore", "View > History"},
-    {"undo", "Edit > Undo"},
-    {"redo", "Edit > Redo"},
-    {"panel", "the message panel"},
-    {"asks", "Messages > Asks that wait"},
-    {"answer", "Messages > Asks that wait"},
-    {"conversation", "View > Conversation"},
-    {"quit", "Project > Quit"},
-    {"help", "Help > Commands"},
-    {"wait", "Help > Commands"},
-    {"sleep", "Help > Commands"},
+    {"project list", QT_TRANSLATE_NOOP("Actions", "the list of projects"), Place::Kind::eDescribed},
+    {"room list", QT_TRANSLATE_NOOP("Actions", "the list of rooms"), Place::Kind::eDescribed},
+    {"trash", QT_TRANSLATE_NOOP("Actions", "Project > Trash")},
+    {"edit history", QT_TRANSLATE_NOOP("Actions", "View > History")},
+    {"edit compare", QT_TRANSLATE_NOOP("Actions", "View > History")},
+    {"edit restore", QT_TRANSLATE_NOOP("Actions", "View > History")},
+    {"undo", QT_TRANSLATE_NOOP("Actions", "Edit > Undo")},
+    {"redo", QT_TRANSLATE_NOOP("Actions", "Edit > Redo")},
+    {"panel", QT_TRANSLATE_NOOP("Actions", "the message panel"), Place::Kind::eDescribed},
+    {"asks", QT_TRANSLATE_NOOP("Actions", "Messages > Asks that wait")},
+    {"answer", QT_TRANSLATE_NOOP("Actions", "Messages > Asks that wait")},
+    {"conversation", QT_TRANSLATE_NOOP("Actions", "View > Conversation")},
+    {"quit", QT_TRANSLATE_NOOP("Actions", "Project > Quit")},
+    {"help", QT_TRANSLATE_NOOP("Actions", "Help > Commands")},
+    {"wait", QT_TRANSLATE_NOOP("Actions", "Help > Commands")},
+    {"sleep", QT_TRANSLATE_NOOP("Actions", "Help > Commands")},
 };
 
 /// The words of a line that are always the same, in front of its places.
@@ -292,9 +423,21 @@ bool runs(const QStringList& words, const QStringList& command) {
 }
 
 QString menuPlace(const ActionSpec& action) {
-  QString text = QString::fromUtf8(action.text);
-  text.remove(QLatin1Char('&')).remove(QStringLiteral("…"));
-  return QString::fromUtf8(action.menu) + QStringLiteral(" > ") + text;
+  return withoutMarks(menuTitle(QString::fromUtf8(action.menu))) + QStringLiteral(" > ") +
+         withoutMarks(actionText(action.text));
+}
+
+const Place* elsewhere(const QString& line) {
+  const QStringList words = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+  const auto found = std::ranges::find_if(kElsewhere, [&words](const Place& place) {
+    return runs(words, fixedWords(QLatin1String(place.line)));
+  });
+  return found == std::end(kElsewhere) ? nullptr : found;
+}
+
+bool isDescribed(const QString& line) {
+  const Place* const place = elsewhere(line);
+  return place && place->kind == Place::Kind::eDescribed;
 }
 
 }  // namespace
@@ -303,9 +446,7 @@ QString menuPlace(const ActionSpec& action) {
 // "edit save".
 QString placeOf(const QString& line) {
   const QStringList words = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
-  for (const Place& place : kElsewhere) {
-    if (runs(words, fixedWords(QLatin1String(place.line)))) return QLatin1String(place.where);
-  }
+  if (const Place* const place = elsewhere(line)) return actionText(place->where);
   const ActionSpec* found = nullptr;
   qsizetype most = 0;
   for (const ActionSpec& action : actionTable()) {
@@ -326,7 +467,8 @@ QString placeOf(const QString& line) {
 
 namespace {
 
-/// What reads otherwise where there are lists to choose from.
+/// What reads otherwise where there are lists to choose from. The station's sentences are English,
+/// so what is put into them is, too.
 QString withLists(QString text) {
   // The window names objects by their cookies, which nobody reads.
   static const QRegularExpression kGone(
@@ -355,7 +497,7 @@ QString inWindowWords(const QString& said) {
                               : placeOf(match.captured(2));
     if (place.isEmpty()) continue;
     // Words that describe a place are no name of a menu: they stand without quotes.
-    const qsizetype quotes = place.front().isLower() ? 1 : 0;
+    const qsizetype quotes = isDescribed(match.captured(2)) ? 1 : 0;
     told += text.mid(from, match.capturedStart(2) - quotes - from) + place;
     from = match.capturedEnd(2) + quotes;
   }

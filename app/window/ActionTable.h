@@ -21,7 +21,7 @@ struct ActionField {
     eRack,
     eContent
   };
-  const char* label;
+  const char* label;  ///< English; actionText() has it in the language of the window
   Kind kind = Kind::eText;
   const char* initial = "";  ///< "{name}" for the chosen object's name
 };
@@ -51,8 +51,8 @@ enum class Target {
 ///                                 {copy}     a name for a copy of the chosen one
 ///                                 {0} {1}    the fields
 struct ActionSpec {
-  const char* menu;  ///< "Edit"
-  const char* text;  ///< with its mnemonic
+  const char* menu;  ///< "Edit", whatever the language; menuTitle() is what is shown
+  const char* text;  ///< English, with its mnemonic
   const char* shortcut;
   Target target;
   const char* line;
@@ -61,6 +61,15 @@ struct ActionSpec {
 
 /// Every action that is a line of the console, menu by menu in the order in which they are shown.
 std::span<const ActionSpec> actionTable();
+
+/// A text of the table in the language of the window.
+QString actionText(const char* text);
+
+/// What a menu of the table or of the window is called, with its mnemonic: "R&oom" of "Room".
+QString menuTitle(const QString& menu);
+
+/// A text of a menu without its mnemonic and its "…".
+QString withoutMarks(QString text);
 
 /// The line with everything in its place. `objects` are words as commands take them, the chosen one
 /// first; of a clip the edit's and its own, of a copy the edit's and its name. All are quoted.

@@ -43,7 +43,9 @@ QString askerName(const AskRow& ask) {
 QString wholeAsk(const AskRow& ask) {
   const QString text =
       AskTeller::tr("%1 asks for %2").arg(askerName(ask), thing(ask.kind, ask.name));
-  return ask.text.isEmpty() ? text : text + QStringLiteral(": ") + oneLine(ask.text);
+  return ask.text.isEmpty()
+             ? text
+             : AskTeller::tr("%1: %2", "an ask, and its words").arg(text, oneLine(ask.text));
 }
 
 /// "3 asks: BEN for the edit "Quay", CARL for the room "Sound", ...".
@@ -56,7 +58,7 @@ QString foldedAsks(const std::vector<AskRow>& asks) {
   const auto count = static_cast<int>(asks.size());
   const int more = count - static_cast<int>(texts.size());
   if (more > 0) texts.append(AskTeller::tr("%n more", nullptr, more));
-  return AskTeller::tr("%n asks: ", nullptr, count) + texts.join(QStringLiteral(", "));
+  return AskTeller::tr("%n asks: %1", nullptr, count).arg(listed(texts));
 }
 
 QTreeWidgetItem* askItem(const AskRow& ask) {
@@ -101,7 +103,7 @@ void AskDialog::build() {
   list_->setAllColumnsShowFocus(true);
   list_->setTextElideMode(Qt::ElideRight);
   list_->setIconSize({27, 18});
-  for (int column = 0; const int width : {130, 200, 170}) list_->setColumnWidth(column++, width);
+  setColumnWidths(*list_, {130, 200, 170});
   words_->setObjectName(QStringLiteral("replyWords"));
   words_->setAccessibleName(tr("A word back"));
   words_->setPlaceholderText(tr("A word back, if you like"));

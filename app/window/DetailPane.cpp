@@ -31,7 +31,7 @@ DetailPane::DetailPane(QWidget* parent)
       words_(new QPlainTextEdit) {
   words_->setReadOnly(true);
   words_->setTabChangesFocus(true);
-  words_->setAccessibleName(QStringLiteral("What the chosen object holds"));
+  words_->setAccessibleName(tr("What the chosen object holds"));
   heading_->setObjectName(QStringLiteral("detailHeading"));
   facts_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
   stack_->addWidget(view_);
@@ -73,11 +73,11 @@ void DetailPane::choose(const std::optional<ObjectRow>& row, ObjectKind kind,
   showLongText(*words_, contents);
   if (!row) {
     view_->show(nullptr);
-    view_->setHint(QStringLiteral("Choose an edit to see its timeline."));
+    view_->setHint(tr("Choose an edit to see its timeline."));
   } else if (isEdit) {
     // The drawing of another edit must not stay under this heading.
     if (!view_->timeline() || view_->timeline()->cookie != row_.cookie) view_->show(nullptr);
-    view_->setHint(view_->timeline() ? QString() : QStringLiteral("Reading the edit…"));
+    view_->setHint(view_->timeline() ? QString() : tr("Reading the edit…"));
     Q_EMIT timelineWanted(row_.cookie, {});
   }
   showHeading();
@@ -100,24 +100,24 @@ void DetailPane::update(const ObjectRow& row, const QString& contents) {
 }
 
 void DetailPane::showHeading() {
-  heading_->setText(row_.key.isEmpty() ? QStringLiteral("Timeline") : shownName(row_));
-  QString facts;
+  heading_->setText(row_.key.isEmpty() ? tr("Timeline") : shownName(row_));
+  QStringList facts;
   if (!version_.isEmpty()) {
-    facts = QStringLiteral("Version of %1; marked: what changed since").arg(versionTitle_);
+    facts << tr("Version of %1; marked: what changed since").arg(versionTitle_);
   } else if (kind_ == ObjectKind::eEdits && !row_.key.isEmpty()) {
-    facts = row_.owner.isEmpty() ? QStringLiteral("belongs to nobody")
-                                 : QStringLiteral("belongs to ") + oneLine(row_.owner);
+    facts << (row_.owner.isEmpty() ? tr("belongs to nobody")
+                                   : tr("belongs to %1").arg(oneLine(row_.owner)));
     const TimelinePtr& timeline = view_->timeline();
     if (timeline && timeline->cookie == row_.cookie && timeline->problem.isEmpty()) {
-      facts += QStringLiteral(", %1 at %2 frames a second")
+      facts << tr("%1 at %L2 frames a second")
                    .arg(timecode(timeline->length, timeline->rate))
                    .arg(timeline->rate);
     }
-    if (row_.isDirty) facts += QStringLiteral(", unsaved changes");
-    if (row_.isUnsavedElsewhere) facts += QStringLiteral(", changed elsewhere and not saved yet");
+    if (row_.isDirty) facts << tr("unsaved changes");
+    if (row_.isUnsavedElsewhere) facts << tr("changed elsewhere and not saved yet");
   }
-  facts_->setText(facts);
-  facts_->setToolTip(plainTip(facts));
+  facts_->setText(listed(facts));
+  facts_->setToolTip(plainTip(listed(facts)));
 }
 
 void DetailPane::showChange() {
@@ -133,8 +133,8 @@ void DetailPane::showChange() {
   }
   isOutdated_ = true;
   change_->tell(MessageBar::Kind::eChange,
-                QStringLiteral("Another station changed this. The drawing is as you left it."));
-  change_->offer({QStringLiteral("Show the change (F7)")});
+                tr("Another station changed this. The drawing is as you left it."));
+  change_->offer({tr("Show the change (F7)")});
 }
 
 void DetailPane::takeTimeline(const TimelinePtr& timeline) {

@@ -34,7 +34,7 @@ constexpr int kMostRows = 8;  // visible rows; the list scrolls
 QListWidget* listOf(const QStringList& things) {
   auto* list = new QListWidget;
   list->setObjectName(QStringLiteral("things"));
-  list->setAccessibleName(QStringLiteral("What this is about"));
+  list->setAccessibleName(Question::tr("What this is about"));
   list->setSelectionMode(QAbstractItemView::NoSelection);
   for (const QString& thing : things) list->addItem(oneLine(thing));
   const int rows = std::min<int>(kMostRows, static_cast<int>(things.size()));
@@ -139,8 +139,8 @@ void askLine(QWidget& parent, const std::function<void(const QString& line)>& ta
   auto* dialog = new QInputDialog(&parent);
   dialog->setAttribute(Qt::WA_DeleteOnClose);
   dialog->setObjectName(QStringLiteral("commandDialog"));
-  dialog->setWindowTitle(QStringLiteral("Run a command"));
-  dialog->setLabelText(QStringLiteral("Command:"));
+  dialog->setWindowTitle(Question::tr("Run a command"));
+  dialog->setLabelText(Question::tr("Command:"));
   dialog->resize(460, dialog->sizeHint().height());
   QObject::connect(dialog, &QInputDialog::textValueSelected, &parent, [take](const QString& line) {
     if (!line.trimmed().isEmpty()) take(line);
@@ -152,10 +152,7 @@ namespace {
 
 using Kind = ActionField::Kind;
 
-QString titleOf(const ActionSpec& action) {
-  QString text = QString::fromUtf8(action.text);
-  return text.remove(QLatin1Char('&')).remove(QStringLiteral("…"));
-}
+QString titleOf(const ActionSpec& action) { return withoutMarks(actionText(action.text)); }
 
 /// Where a field keeps the files that were chosen together; what is typed is one file.
 constexpr const char* kFiles = "files";
@@ -164,7 +161,7 @@ constexpr const char* kFiles = "files";
 void showFiles(QLineEdit& field, const QStringList& files) {
   QStringList names;
   for (const QString& file : files) names << QFileInfo(file).fileName();
-  field.setText(files.size() == 1 ? files.front() : names.join(QStringLiteral(", ")));
+  field.setText(files.size() == 1 ? files.front() : listed(names));
   field.setToolTip(plainTip(files.join(QLatin1Char('\n'))));
   field.setProperty(kFiles, files.size() == 1 ? QStringList() : files);
 }
@@ -194,8 +191,7 @@ ActionDialog::ActionDialog(const ActionSpec& action, const std::vector<FieldCont
   form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
   form->setRowWrapPolicy(QFormLayout::WrapLongRows);
   for (std::size_t i = 0; i < action.fields.size(); ++i) {
-    form->addRow(QString::fromUtf8(action.fields[i].label),
-                 makeField(action.fields[i], contents[i]));
+    form->addRow(actionText(action.fields[i].label), makeField(action.fields[i], contents[i]));
   }
   buttons_->button(QDialogButtonBox::Ok)->setText(titleOf(action));
   auto* layout = new QVBoxLayout(this);
@@ -249,7 +245,7 @@ QWidget* ActionDialog::makeFileField(const ActionField& field, QLineEdit* edit) 
   auto* browse = new QToolButton;
   browse->setText(QStringLiteral("…"));
   browse->setProperty("role", "button");
-  browse->setAccessibleName(QStringLiteral("Choose a file"));
+  browse->setAccessibleName(tr("Choose a file"));
   auto* layout = new QHBoxLayout(row);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->addWidget(edit, 1);
@@ -263,7 +259,7 @@ QWidget* ActionDialog::makeFileField(const ActionField& field, QLineEdit* edit) 
 void ActionDialog::browseFor(Kind kind, QLineEdit& edit) {
   if (kind == Kind::eImportFiles) {
     const QStringList files = QFileDialog::getOpenFileNames(
-        this, windowTitle(), edit.text(), QStringLiteral("OpenTimelineIO (*.otio);;All files (*)"));
+        this, windowTitle(), edit.text(), tr("OpenTimelineIO (*.otio);;All files (*)"));
     if (!files.isEmpty()) showFiles(edit, files);
     return;
   }
@@ -293,7 +289,7 @@ QWidget* ActionDialog::makeChoice(const ActionField& field, const FieldContent& 
   if (choice->isEditable()) {
     choice->setCurrentIndex(-1);
     choice->clearEditText();
-    choice->lineEdit()->setPlaceholderText(QStringLiteral("The exact name"));
+    choice->lineEdit()->setPlaceholderText(tr("The exact name"));
     choice->completer()->setCompletionMode(QCompleter::PopupCompletion);
     choice->completer()->setCaseSensitivity(Qt::CaseInsensitive);
   }
@@ -313,7 +309,7 @@ void ActionDialog::check() {
   for (const QWidget* input : inputs_) isWhole = isWhole && !valueOf(input).isEmpty();
   QPushButton* const ok = buttons_->button(QDialogButtonBox::Ok);
   ok->setEnabled(isWhole);
-  ok->setToolTip(isWhole ? QString() : QStringLiteral("Fill in every field first."));
+  ok->setToolTip(isWhole ? QString() : tr("Fill in every field first."));
 }
 
 namespace {
@@ -322,10 +318,24 @@ enum TrashColumn { eTrashName, eTrashKind, eTrashOwner, eTrashTime, eTrashBy, eT
 
 constexpr QSize kTrashSize{720, 360};
 
+/// The kind of what was deleted, which the station tells in English.
+QString trashKind(const QString& kind) {
+  constexpr std::array<const char*, 6> kKinds{QT_TRANSLATE_NOOP("korvel::TrashDialog", "edit"),
+                                              QT_TRANSLATE_NOOP("korvel::TrashDialog", "log"),
+                                              QT_TRANSLATE_NOOP("korvel::TrashDialog", "bin"),
+                                              QT_TRANSLATE_NOOP("korvel::TrashDialog", "rack"),
+                                              QT_TRANSLATE_NOOP("korvel::TrashDialog", "filter"),
+                                              QT_TRANSLATE_NOOP("korvel::TrashDialog", "media")};
+  const auto found =
+      std::ranges::find(kKinds, kind, [](auto* each) { return QLatin1String(each); });
+  return found == kKinds.end() ? kind : TrashDialog::tr(*found);
+}
+
 QTreeWidgetItem* trashItem(const TrashRow& row) {
   const QString name = oneLine(row.name.isEmpty() ? row.key : row.name);
-  auto* item = new QTreeWidgetItem({name, row.kind, oneLine(row.owner), shownTime(row.deleted),
-                                    oneLine(row.by), QLocale().formattedDataSize(row.size, 0)});
+  auto* item =
+      new QTreeWidgetItem({name, trashKind(row.kind), oneLine(row.owner), shownTime(row.deleted),
+                           oneLine(row.by), QLocale().formattedDataSize(row.size, 0)});
   item->setData(eTrashName, Qt::UserRole, row.key);
   item->setToolTip(eTrashName, plainTip(row.problem.isEmpty() ? row.name : row.problem));
   item->setTextAlignment(eTrashSize, Qt::AlignRight | Qt::AlignVCenter);
@@ -337,27 +347,26 @@ QTreeWidgetItem* trashItem(const TrashRow& row) {
 TrashDialog::TrashDialog(QWidget* parent)
     : QDialog(parent), list_(new QTreeWidget), hint_(new QLabel) {
   setObjectName(QStringLiteral("trashDialog"));
-  setWindowTitle(QStringLiteral("Trash of the project"));
+  setWindowTitle(tr("Trash of the project"));
   setAttribute(Qt::WA_DeleteOnClose);
   list_->setObjectName(QStringLiteral("trash"));
-  list_->setAccessibleName(QStringLiteral("Deleted objects"));
+  list_->setAccessibleName(tr("Deleted objects"));
   new ArrowKeys(*list_);
-  list_->setHeaderLabels({QStringLiteral("Name"), QStringLiteral("Kind"), QStringLiteral("Owner"),
-                          QStringLiteral("Deleted"), QStringLiteral("By"), QStringLiteral("Size")});
+  list_->setHeaderLabels(
+      {tr("Name"), tr("Kind"), tr("Owner"), tr("Deleted"), tr("By"), tr("Size")});
   list_->setRootIsDecorated(false);
   list_->setUniformRowHeights(true);
   list_->setAllColumnsShowFocus(true);
   list_->setTextElideMode(Qt::ElideMiddle);
   list_->setSelectionMode(QAbstractItemView::ExtendedSelection);
-  const int widths[] = {220, 50, 90, 130, 90};
-  for (int column = 0; const int width : widths) list_->setColumnWidth(column++, width);
+  setColumnWidths(*list_, {220, 50, 90, widthOfTimes(*list_), 90});
   hint_->setObjectName(QStringLiteral("trashHint"));
   hint_->setProperty("role", "quiet");
   hint_->setWordWrap(true);
   hint_->setTextFormat(Qt::PlainText);
   auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close);
-  restore_ = buttons->addButton(QStringLiteral("&Restore"), QDialogButtonBox::ActionRole);
-  empty_ = buttons->addButton(QStringLiteral("&Empty the trash…"), QDialogButtonBox::ActionRole);
+  restore_ = buttons->addButton(tr("&Restore"), QDialogButtonBox::ActionRole);
+  empty_ = buttons->addButton(tr("&Empty the trash…"), QDialogButtonBox::ActionRole);
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(12, 12, 12, 12);
   layout->addWidget(hint_);
@@ -376,9 +385,9 @@ TrashDialog::TrashDialog(QWidget* parent)
 void TrashDialog::take(const TrashPtr& trash) {
   hint_->setText(!trash->problem.isEmpty() ? trash->problem
                  : trash->rows.empty()
-                     ? QStringLiteral("The trash is empty.")
-                     : QStringLiteral("What is deleted stays here until the trash is emptied. "
-                                      "Everybody in the project may take it back."));
+                     ? tr("The trash is empty.")
+                     : tr("What is deleted stays here until the trash is emptied. "
+                          "Everybody in the project may take it back."));
   if (rows_ != trash->rows) {
     rows_ = trash->rows;
     fill();
@@ -410,22 +419,25 @@ QStringList TrashDialog::chosen() const {
 
 void TrashDialog::enable() {
   restore_->setEnabled(!list_->selectedItems().isEmpty());
-  restore_->setToolTip(restore_->isEnabled() ? QString()
-                                             : QStringLiteral("Choose what is to come back."));
+  restore_->setToolTip(restore_->isEnabled() ? QString() : tr("Choose what is to come back."));
   empty_->setEnabled(!rows_.empty());
-  empty_->setToolTip(rows_.empty() ? QStringLiteral("It is empty already.") : QString());
+  empty_->setToolTip(rows_.empty() ? tr("It is empty already.") : QString());
 }
 
 namespace {
 
-/// "track 1, clip 2" of "0/1": people count from one.
+/// "track 1, clip 2" of "0/1", "track 1, clip 2 in 3" of "0/1/2": people count from one.
 QString placeText(const QString& path) {
   QStringList numbers;
   for (const QString& part : path.split(QLatin1Char('/'))) {
     numbers << QString::number(part.toInt() + 1);
   }
   const QString track = numbers.takeFirst();
-  return TrimDialog::tr("track %1, clip %2").arg(track, numbers.join(QStringLiteral(" in ")));
+  QString clip = numbers.takeFirst();
+  for (const QString& each : numbers) {
+    clip = TrimDialog::tr("%1 in %2", "places of nested clips").arg(clip, each);
+  }
+  return TrimDialog::tr("track %1, clip %2").arg(track, clip);
 }
 
 const TimelineItem* clipAt(const Timeline& timeline, const QString& path) {

@@ -22,21 +22,21 @@ QString eventText(const JsonValue& event, const std::string& key) {
 /// The sender of a notification, marked if unverified.
 QString senderText(const JsonValue& event) {
   const QString sender = eventText(event, "source");
-  return event["unverified"].asBool() ? sender + QStringLiteral(" (unverified)") : sender;
+  return event["unverified"].asBool() ? WindowText::tr("%1 (unverified)").arg(sender) : sender;
 }
 
 /// "EditSaved  E09a1…  to BEN  \"data\""
 QString messageText(const JsonValue& event) {
-  QString text = readableText(event["type_name"].asString());
-  const auto add = [&text](const QString& before, const std::string& value, const QString& after) {
-    if (!value.empty()) text += before + readableText(value) + after;
+  QStringList texts{readableText(event["type_name"].asString())};
+  const auto add = [&texts](const QString& form, const std::string& value) {
+    if (!value.empty()) texts << form.arg(readableText(value));
   };
-  add(QStringLiteral("  "), event["cookie"].asString(), {});
-  add(QStringLiteral("  from "), event["source"].asString(), {});
-  add(QStringLiteral("  to "), event["target"].asString(), {});
-  add(QStringLiteral("  \""), event["data"].asString(), QStringLiteral("\""));
-  add(QStringLiteral("  "), event["modification"].asString(), {});
-  return text;
+  add(QStringLiteral("%1"), event["cookie"].asString());
+  add(WindowText::tr("from %1", "the sender of a message"), event["source"].asString());
+  add(WindowText::tr("to %1", "the recipient of a message"), event["target"].asString());
+  add(QStringLiteral("\"%1\""), event["data"].asString());
+  add(QStringLiteral("%1"), event["modification"].asString());
+  return texts.join(QStringLiteral("  "));
 }
 
 }  // namespace
@@ -67,7 +67,7 @@ void EventFeed::take(const StationEvent& event) {
     takeLine(LogLine::Kind::eNetwork, eventText(value, "problem"));
   } else if (event.name == "command") {
     takeLine(LogLine::Kind::eCommand,
-             QStringLiteral("Another station had this one run: ") + eventText(value, "name"));
+             WindowText::tr("Another station had this one run: %1").arg(eventText(value, "name")));
   } else if (event.name == "panel") {
     changes_.panel = true;
   } else if (event.name == "reply") {
@@ -132,9 +132,10 @@ void EventFeed::followSaid() {
 void EventFeed::takeNotification(const JsonValue& event) {
   const QString text = eventText(event, "text");
   const auto asking = readAskWords(text.toStdString());
-  const QString cut = event["cut"].asBool() ? QStringLiteral(" (cut here)") : QString();
+  const QString words = asking ? readableText(asking->words) : text;
+  const bool isCut = event["cut"].asBool();
   news_.notifications.push_back({QDateTime::currentDateTime(), senderText(event),
-                                 (asking ? readableText(asking->words) : text) + cut,
+                                 isCut ? WindowText::tr("%1 (cut here)").arg(words) : words,
                                  asking.has_value()});
 }
 

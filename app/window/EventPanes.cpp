@@ -9,12 +9,14 @@
 #include <QLabel>
 #include <QListView>
 #include <QListWidget>
+#include <QLocale>
 #include <QPlainTextEdit>
 #include <QRegularExpression>
 #include <QScrollBar>
 #include <QSortFilterProxyModel>
 #include <QSplitter>
 #include <QVBoxLayout>
+#include <algorithm>
 #include <utility>
 
 #include "app/window/Appearance.h"
@@ -31,19 +33,30 @@ constexpr qsizetype kLongestLine = 500;
 QString kindWord(LogLine::Kind kind) {
   switch (kind) {
     case LogLine::Kind::eSent:
-      return QStringLiteral("sent");
+      return LogPane::tr("sent");
     case LogLine::Kind::eReceived:
-      return QStringLiteral("received");
+      return LogPane::tr("received");
     case LogLine::Kind::eAssertion:
-      return QStringLiteral("assertion");
+      return LogPane::tr("assertion");
     case LogLine::Kind::eNetwork:
-      return QStringLiteral("network");
+      return LogPane::tr("network");
     case LogLine::Kind::eCommand:
-      return QStringLiteral("command");
+      return LogPane::tr("command");
     case LogLine::Kind::eText:
       break;
   }
-  return QStringLiteral("log");
+  return LogPane::tr("log");
+}
+
+/// In letters, so that what follows the words begins in one column.
+qsizetype longestKindWord() {
+  qsizetype most = 0;
+  for (const LogLine::Kind kind :
+       {LogLine::Kind::eText, LogLine::Kind::eSent, LogLine::Kind::eReceived,
+        LogLine::Kind::eAssertion, LogLine::Kind::eNetwork, LogLine::Kind::eCommand}) {
+    most = std::max(most, kindWord(kind).size());
+  }
+  return most;
 }
 
 QIcon kindIcon(LogLine::Kind kind) {
@@ -85,7 +98,7 @@ QVariant LogModel::data(const QModelIndex& index, int role) const {
   const LogLine& line = lines_[static_cast<std::size_t>(index.row())];
   if (role == Qt::DisplayRole) {
     return QStringLiteral("%1  %2  %3")
-        .arg(line.time.toString(QStringLiteral("HH:mm:ss")), kindWord(line.kind).leftJustified(9),
+        .arg(clockTime(line.time), kindWord(line.kind).leftJustified(longestKindWord()),
              line.text.left(kLongestLine).simplified());
   }
   if (role == Qt::DecorationRole) return kindIcon(line.kind);
@@ -103,12 +116,11 @@ LogPane::LogPane(QWidget* parent)
   proxy_->setSourceModel(model_);
   proxy_->setFilterRole(LogModel::kKindRole);
   choice_->setObjectName(QStringLiteral("logChoice"));
-  choice_->setAccessibleName(QStringLiteral("Which log lines to show"));
-  choice_->addItem(QStringLiteral("Everything"), QString());
+  choice_->setAccessibleName(tr("Which log lines to show"));
+  choice_->addItem(tr("Everything"), QString());
   for (const LogLine::Kind kind : {LogLine::Kind::eSent, LogLine::Kind::eReceived,
                                    LogLine::Kind::eAssertion, LogLine::Kind::eNetwork}) {
-    const QString words[] = {QStringLiteral("Sent"), QStringLiteral("Received"),
-                             QStringLiteral("Assertions"), QStringLiteral("Network")};
+    const QString words[] = {tr("Sent"), tr("Received"), tr("Assertions"), tr("Network")};
     choice_->addItem(words[static_cast<int>(kind)],
                      QStringLiteral("^%1$").arg(static_cast<int>(kind)));
   }
@@ -117,11 +129,11 @@ LogPane::LogPane(QWidget* parent)
   view_->setUniformItemSizes(true);
   view_->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
   view_->setSelectionMode(QAbstractItemView::ExtendedSelection);
-  view_->setAccessibleName(QStringLiteral("Log"));
+  view_->setAccessibleName(tr("Log"));
   view_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   auto* tools = new QHBoxLayout;
   tools->setContentsMargins(8, 6, 8, 6);
-  tools->addWidget(new QLabel(QStringLiteral("Show")));
+  tools->addWidget(new QLabel(tr("Show")));
   tools->addWidget(choice_);
   tools->addStretch();
   auto* layout = new QVBoxLayout(this);
@@ -163,19 +175,22 @@ void setBold(QListWidgetItem& item, int weight) {
 }  // namespace
 
 QString notificationText(const NotificationLine& line) {
-  const QString who = line.sender.isEmpty() ? QString() : oneLine(line.sender) + ": ";
-  if (line.text.size() <= kLongestNotice) return who + line.text.simplified();
-  return who + line.text.left(kLongestNotice).simplified() +
-         QStringLiteral("… (%L1 letters)").arg(line.text.size());
+  QString text = line.text.left(kLongestNotice).simplified();
+  if (line.text.size() > kLongestNotice) {
+    text =
+        NotificationsPane::tr("%1… (%2 letters)").arg(text, QLocale().toString(line.text.size()));
+  }
+  if (line.sender.isEmpty()) return text;
+  return NotificationsPane::tr("%1: %2", "who, and the words").arg(oneLine(line.sender), text);
 }
 
 NotificationsPane::NotificationsPane(QWidget* parent)
     : QWidget(parent),
       list_(new QListWidget),
-      hint_(new QLabel(QStringLiteral("Nothing yet. What colleagues write to you shows here."))),
+      hint_(new QLabel(tr("Nothing yet. What colleagues write to you shows here."))),
       whole_(new QPlainTextEdit) {
   list_->setObjectName(QStringLiteral("notifications"));
-  list_->setAccessibleName(QStringLiteral("Notifications"));
+  list_->setAccessibleName(tr("Notifications"));
   new ArrowKeys(*list_);
   list_->setUniformItemSizes(true);
   list_->setTextElideMode(Qt::ElideRight);
@@ -185,7 +200,7 @@ NotificationsPane::NotificationsPane(QWidget* parent)
   hint_->setMargin(12);
   whole_->setReadOnly(true);
   whole_->setTabChangesFocus(true);
-  whole_->setAccessibleName(QStringLiteral("The whole notification"));
+  whole_->setAccessibleName(tr("The whole notification"));
   whole_->hide();
   for (QWidget* each : {static_cast<QWidget*>(list_), list_->viewport(),
                         static_cast<QWidget*>(whole_), whole_->viewport()}) {
@@ -222,10 +237,11 @@ void NotificationsPane::add(const std::vector<NotificationLine>& lines) {
 
 void NotificationsPane::addLine(const NotificationLine& line) {
   auto* item = new QListWidgetItem(
-      sign(), line.time.toString(QStringLiteral("HH:mm:ss  ")) + notificationText(line));
-  const QString when = line.time.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+      sign(), clockTime(line.time.time()) + QStringLiteral("  ") + notificationText(line));
+  const QString when = QLocale().toString(line.time.date(), QLocale::ShortFormat) +
+                       QLatin1Char(' ') + clockTime(line.time.time());
   item->setData(kTextRole, line.text);
-  item->setData(kTitleRole, line.sender.isEmpty() ? when : line.sender + ", " + when);
+  item->setData(kTitleRole, line.sender.isEmpty() ? when : listed({line.sender, when}));
   item->setToolTip(plainTip(item->data(kTitleRole).toString() + QLatin1Char('\n') + line.text));
   setBold(*item, QFont::Bold);
   list_->insertItem(0, item);

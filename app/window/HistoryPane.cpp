@@ -25,8 +25,8 @@ constexpr int kVersionRole = Qt::UserRole;
 
 QString versionChanges(const VersionRow& row) {
   if (!row.problem.isEmpty()) return row.problem;
-  const QString changes = row.changes.isEmpty() ? QStringLiteral("the first kept") : row.changes;
-  return row.isNow ? QStringLiteral("as it is now: ") + changes : changes;
+  const QString changes = row.changes.isEmpty() ? HistoryPane::tr("the first kept") : row.changes;
+  return row.isNow ? HistoryPane::tr("as it is now: %1").arg(changes) : changes;
 }
 
 QTreeWidgetItem* versionItem(const VersionRow& row) {
@@ -44,7 +44,7 @@ QTreeWidgetItem* versionItem(const VersionRow& row) {
 
 QString versionTitle(const VersionRow& version) {
   const QString when = shownTime(version.time);
-  return version.user.isEmpty() ? when : when + QStringLiteral(", ") + oneLine(version.user);
+  return version.user.isEmpty() ? when : listed({when, oneLine(version.user)});
 }
 
 HistoryPane::HistoryPane(QWidget* parent)
@@ -53,7 +53,7 @@ HistoryPane::HistoryPane(QWidget* parent)
       hint_(new QLabel),
       list_(new QTreeWidget),
       changes_(new QPlainTextEdit),
-      restore_(new QPushButton(QStringLiteral("&Restore this version"))) {
+      restore_(new QPushButton(tr("&Restore this version"))) {
   build();
   connect(list_, &QTreeWidget::currentItemChanged, this, &HistoryPane::takeChoice);
   connect(restore_, &QPushButton::clicked, this, [this] {
@@ -70,19 +70,16 @@ void HistoryPane::build() {
   hint_->setMargin(12);
   hint_->setTextFormat(Qt::PlainText);
   list_->setObjectName(QStringLiteral("versions"));
-  list_->setAccessibleName(QStringLiteral("Versions of the chosen edit"));
+  list_->setAccessibleName(tr("Versions of the chosen edit"));
   new ArrowKeys(*list_);
-  list_->setHeaderLabels({QStringLiteral("Saved"), QStringLiteral("By"), QStringLiteral("Size"),
-                          QStringLiteral("What changed")});
+  list_->setHeaderLabels({tr("Saved"), tr("By"), tr("Size"), tr("What changed")});
   list_->setRootIsDecorated(false);
   list_->setUniformRowHeights(true);
   list_->setAllColumnsShowFocus(true);
   list_->setTextElideMode(Qt::ElideRight);
-  list_->setColumnWidth(eTime, 130);
-  list_->setColumnWidth(eUser, 90);
-  list_->setColumnWidth(eSize, 70);
+  setColumnWidths(*list_, {widthOfTimes(*list_), 90, 70});
   changes_->setObjectName(QStringLiteral("versionChanges"));
-  changes_->setAccessibleName(QStringLiteral("What changed since the chosen version"));
+  changes_->setAccessibleName(tr("What changed since the chosen version"));
   changes_->setReadOnly(true);
   changes_->setTabChangesFocus(true);
   restore_->setObjectName(QStringLiteral("restoreVersion"));
@@ -183,9 +180,9 @@ void HistoryPane::takeTimeline(const TimelinePtr& timeline) {
   if (timeline->cookie != edit_.cookie || chosen_.isEmpty() || timeline->version != chosen_) return;
   QString text = timeline->problem;
   if (text.isEmpty() && timeline->changes.isEmpty()) {
-    text = QStringLiteral("The edit holds the same now.");
+    text = tr("The edit holds the same now.");
   } else if (text.isEmpty()) {
-    text = QStringLiteral("Since then:\n") + timeline->changes.join(QLatin1Char('\n'));
+    text = tr("Since then:") + QLatin1Char('\n') + timeline->changes.join(QLatin1Char('\n'));
   }
   showLongText(*changes_, text);
 }
@@ -194,8 +191,8 @@ void HistoryPane::showHint() {
   const bool hasEdit = !edit_.cookie.isEmpty();
   const auto version = chosen();
   const QString name = edit_.name.isEmpty() ? edit_.cookie : oneLine(edit_.name);
-  title_->setText(hasEdit ? QStringLiteral("Versions of ") + name : QStringLiteral("Versions"));
-  hint_->setText(!hasEdit ? QStringLiteral("Choose an edit to see its versions.") : problem_);
+  title_->setText(hasEdit ? tr("Versions of %1").arg(name) : tr("Versions"));
+  hint_->setText(!hasEdit ? tr("Choose an edit to see its versions.") : problem_);
   hint_->setVisible(!hint_->text().isEmpty());
   list_->parentWidget()->setVisible(hasEdit && problem_.isEmpty());
   restore_->setVisible(hasEdit);
@@ -203,10 +200,9 @@ void HistoryPane::showHint() {
   restore_->setEnabled(isOlder && refusal_.isEmpty());
   restore_->setToolTip(!refusal_.isEmpty() ? plainTip(refusal_)
                        : isOlder           ? QString()
-                                           : QStringLiteral("Choose an older version first."));
+                                           : tr("Choose an older version first."));
   if (!version) {
-    changes_->setPlainText(
-        QStringLiteral("Choose a version to see it drawn above, with what changed since."));
+    changes_->setPlainText(tr("Choose a version to see it drawn above, with what changed since."));
   }
 }
 

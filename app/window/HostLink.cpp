@@ -69,17 +69,9 @@ OtherSave otherSave(const EditHistory::OtherVersion& found) {
   other.isKnown = found.isKnown;
   for (const std::string& each : found.changes) other.changes.append(readableText(each));
   other.isGone = found.isGone;
-  if (found.isGone) {
-    other.what = QStringLiteral("was deleted by another");
-  } else if (!found.problem.empty()) {
-    other.what = QStringLiteral("was changed by another program and cannot be read now");
-  } else if (found.by.empty()) {
-    other.what = QStringLiteral("was changed by another program");
-  } else {
-    const auto at = QDateTime::fromString(readableText(found.at), Qt::ISODate).toLocalTime();
-    other.what = QStringLiteral("was saved by %1 at %2")
-                     .arg(oneLine(readableText(shownText(found.by))), shownTime(at));
-  }
+  other.problem = readableText(found.problem);
+  other.by = readableText(shownText(found.by));
+  other.at = QDateTime::fromString(readableText(found.at), Qt::ISODate).toLocalTime();
   return other;
 }
 
@@ -210,8 +202,8 @@ void HostLink::tellBusy() {
   }
   isBusy_ = true;
   const Activity activity = currentActivity();
-  const QString what = activity.what.empty() ? QStringLiteral("its other work")
-                                             : inWindowWords(readableText(activity.what));
+  const QString what =
+      activity.what.empty() ? tr("its other work") : inWindowWords(readableText(activity.what));
   Q_EMIT busyChanged(what, static_cast<int>(sinceSign_.elapsed() / 1000));
 }
 
@@ -249,8 +241,7 @@ void HostLink::run(const QString& line, const Ended& then) {
     refused.line = line;
     refused.command = readableText(call.command->name);
     refused.code = ErrorCode::eRefused;
-    refused.text =
-        QStringLiteral("\"%1\" is for scripts: the window would stand still.").arg(refused.command);
+    refused.text = tr("\"%1\" is for scripts: the window would stand still.").arg(refused.command);
     return tell(refused);
   }
   post("the command \"" + line.toStdString() + "\"", [this, line, tell] {
@@ -295,12 +286,12 @@ void HostLink::askOpeners(const QStringList& cookies,
     QHash<QString, QString> openers;
     for (const QString& cookie : cookies) {
       const Cookie object(cookie.toStdString().c_str(), false);
+      QStringList users;
       for (const auto& each : with_.station.presence().openersOf(object)) {
-        QString& text = openers[cookie];
-        text += text.isEmpty() ? QStringLiteral("open at ") : QStringLiteral(", ");
-        text += oneLine(readableText(shownText(each.user)));
-        if (each.isUnsaved) text += QStringLiteral(" with unsaved changes");
+        const QString user = oneLine(readableText(shownText(each.user)));
+        users << (each.isUnsaved ? tr("%1 with unsaved changes").arg(user) : user);
       }
+      if (!users.isEmpty()) openers[cookie] = listed(users);
     }
     QMetaObject::invokeMethod(this, [then, openers] { then(openers); });
   });

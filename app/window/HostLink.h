@@ -39,7 +39,9 @@ struct UnsavedEdit {
 
 /// What another saved in the place of an edit that is open here, as a refused save tells it.
 struct OtherSave {
-  QString what;  ///< who saved it and when, in a sentence's end: "was saved by BEN at 12:04:11"
+  QString by;       ///< the user who saved it; empty for another program
+  QDateTime at;     ///< local
+  QString problem;  ///< why it cannot be read now; empty when it can
   QStringList changes;
   bool isGone = false;   ///< the file was deleted
   bool isKnown = false;  ///< `changes` are what it changed; else how it differs from the edit here

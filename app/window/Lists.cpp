@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "app/window/ObjectsModel.h"
+#include "app/window/Texts.h"
 
 namespace korvel {
 
@@ -44,6 +45,19 @@ bool ObjectsProxy::filterAcceptsRow(int row, const QModelIndex& parent) const {
   return isIn && NaturalOrderProxy::filterAcceptsRow(row, parent);
 }
 
+void setColumnWidths(QTreeView& view, std::initializer_list<int> widths) {
+  for (int column = 0; const int width : widths) {
+    view.setColumnWidth(column, std::max(width, view.header()->sectionSizeHint(column)));
+    ++column;
+  }
+}
+
+int widthOfTimes(const QWidget& view) {
+  constexpr int kAround = 20;
+  const QDateTime evening(QDate(2026, 11, 28), QTime(22, 44));
+  return view.fontMetrics().horizontalAdvance(shownDayAndTime(evening)) + kAround;
+}
+
 namespace {
 
 constexpr int kLeastWidth = 24;
@@ -55,6 +69,11 @@ ColumnFit::ColumnFit(QTreeView& view, int first, std::vector<Width> widths)
   QHeaderView& header = *view.header();
   header.setStretchLastSection(false);
   header.setMinimumSectionSize(kLeastWidth);
+  for (int column = 0; Width & each : widths_) {
+    const int heading = view.isHeaderHidden() ? 0 : header.sectionSizeHint(++column);
+    each.wanted = std::max(each.wanted, heading);
+    each.least = std::max(each.least, heading);
+  }
   // The first column takes the rest, so that no horizontal scroll bar is needed.
   header.setSectionResizeMode(0, QHeaderView::Stretch);
   connect(&header, &QHeaderView::sectionResized, this,

@@ -5,6 +5,7 @@
 #include <QSet>
 #include <QSortFilterProxyModel>
 #include <QString>
+#include <initializer_list>
 #include <optional>
 #include <set>
 #include <vector>
@@ -12,6 +13,7 @@
 class QAbstractItemView;
 class QMenu;
 class QTreeView;
+class QWidget;
 
 namespace korvel {
 
@@ -45,6 +47,12 @@ class ObjectsProxy : public NaturalOrderProxy {
   std::optional<QSet<QString>> cookies_;
 };
 
+/// Gives the columns of a list these widths, and each at least what its heading needs.
+void setColumnWidths(QTreeView& view, std::initializer_list<int> widths);
+
+/// How wide a column of times is.
+int widthOfTimes(const QWidget& view);
+
 /// Keeps the columns of a list within its width: the first takes what the others leave, and where
 /// there is too little for it the last ones, which matter least, are hidden until there is room
 /// again. Nothing is ever off to the right. A width that the user gives a column is kept. The menu
@@ -58,8 +66,8 @@ class ColumnFit : public QObject {
     int beside = 0;  ///< what the first column must have left for this one to be shown
   };
 
-  /// `first` is what the first column has at least, `widths` are those of the second and so on.
-  /// Lives as long as the view.
+  /// `first` is what the first column has at least, `widths` are those of the second and so on; a
+  /// column has room for its heading in any case. Lives as long as the view.
   ColumnFit(QTreeView& view, int first, std::vector<Width> widths);
 
   /// The second column shows other texts now, and wants to be this wide.

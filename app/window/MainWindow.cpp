@@ -45,17 +45,20 @@ bool isInFront(const QWidget& window) {
 QString contentText(const ObjectRow& row, ObjectKind kind, const ObjectsPane& objects) {
   if (kind == ObjectKind::eFilters) {
     const QStringList found = objects.namesWith(row.detail);
-    return (QStringList(QStringLiteral("Finds: ") + row.detail) + found).join(QLatin1Char('\n'));
+    return (QStringList(MainWindow::tr("Finds: %1").arg(row.detail)) + found)
+        .join(QLatin1Char('\n'));
   }
   if (kind == ObjectKind::eMedia) {
-    return row.extra.isEmpty() ? row.detail
-                               : row.detail + QStringLiteral("\nProxy of ") + row.extra;
+    return row.extra.isEmpty()
+               ? row.detail
+               : row.detail + QLatin1Char('\n') + MainWindow::tr("Proxy of %1").arg(row.extra);
   }
-  if (row.contents.isEmpty()) return QStringLiteral("It is empty.");
+  if (row.contents.isEmpty()) return MainWindow::tr("It is empty.");
   QStringList lines;
   for (const QString& cookie : row.contents) {
     const auto object = objects.find(cookie);
-    lines.append(object ? object->name : cookie + QStringLiteral(" (not in the project any more)"));
+    lines.append(object ? object->name
+                        : MainWindow::tr("%1 (not in the project any more)").arg(cookie));
   }
   return lines.join(QLatin1Char('\n'));
 }
@@ -94,7 +97,7 @@ MainWindow::MainWindow(HostLink& link)
       asking_(std::make_unique<AskTeller>(*this, *panes_.asks, *panes_.answers,
                                           [this](const QString& line) { link_.run(line); })) {
   setObjectName(QStringLiteral("mainWindow"));
-  setWindowTitle(QStringLiteral("Station"));
+  setWindowTitle(tr("Station"));
   setAcceptDrops(true);
   setStatusBar(panes_.status);
   menus_->bindKey(QStringLiteral("edit delete {objects}"), objects().view(ObjectKind::eEdits));
@@ -124,15 +127,15 @@ MainWindow::MainWindow(HostLink& link)
 }
 
 void MainWindow::addKeepingActions() {
-  trashAction_ = &menus_->add(QStringLiteral("Project"), QStringLiteral("T&rash…"),
+  trashAction_ = &menus_->add(QStringLiteral("Project"), tr("T&rash…"),
                               QStringLiteral("Ctrl+Shift+T"), [this] { actions_->showTrash(); });
   QMenu& project = menus_->menu(QStringLiteral("Project"));
   // Quitting stays last, below its line.
   project.insertAction(project.actions().at(project.actions().size() - 3), trashAction_);
   const QString edit = QStringLiteral("Edit");
-  undoAction_ = &menus_->add(edit, QStringLiteral("Undo"), QStringLiteral("Ctrl+Z"),
+  undoAction_ = &menus_->add(edit, tr("Undo"), QStringLiteral("Ctrl+Z"),
                              [this] { link_.run(QStringLiteral("undo")); });
-  redoAction_ = &menus_->add(edit, QStringLiteral("Redo"), QStringLiteral("Ctrl+Shift+Z"),
+  redoAction_ = &menus_->add(edit, tr("Redo"), QStringLiteral("Ctrl+Shift+Z"),
                              [this] { link_.run(QStringLiteral("redo")); });
   QMenu& menu = menus_->menu(edit);
   menu.insertActions(menu.actions().front(), {undoAction_, redoAction_});
@@ -141,14 +144,13 @@ void MainWindow::addKeepingActions() {
 }
 
 void MainWindow::showSteps() {
-  const auto show = [](QAction& action, const QString& step, const QString& none) {
+  const auto show = [](QAction& action, const QString& step, const QString& none,
+                       const QString& whyNot) {
     action.setText(step.isEmpty() ? none : menuText(step));
-    setAllowed(action, step.isEmpty()
-                           ? QStringLiteral("There is nothing to %1.").arg(none.toLower())
-                           : QString());
+    setAllowed(action, step.isEmpty() ? whyNot : QString());
   };
-  show(*undoAction_, snapshot_->undo, QStringLiteral("Undo"));
-  show(*redoAction_, snapshot_->redo, QStringLiteral("Redo"));
+  show(*undoAction_, snapshot_->undo, tr("Undo"), tr("There is nothing to undo."));
+  show(*redoAction_, snapshot_->redo, tr("Redo"), tr("There is nothing to redo."));
 }
 
 // Members are destroyed before the panes, which are children of this widget: their signals must not
@@ -306,7 +308,7 @@ void MainWindow::connectNotifications() {
   connect(panes_.strip, &MessageBar::acted, this, showAll);
   connect(panes_.panel, &PanelDock::notificationsWanted, this, showAll);
   connect(panes_.notifications, &NotificationsPane::unreadChanged, this, [this](int count) {
-    const QString title = QStringLiteral("Notifications");
+    const QString title = tr("Notifications");
     layout_->notificationsDock().setWindowTitle(
         count == 0 ? title : QStringLiteral("%1 (%L2)").arg(title).arg(count));
     if (count == 0) strip().hide();
@@ -321,8 +323,8 @@ void MainWindow::showTitle() {
   const int unread = conversation().unread();
   const QString count = unread == 0 ? QString() : QStringLiteral("(%L1) ").arg(unread);
   const QString project = snapshot_ ? snapshot_->project.name : QString();
-  const QString name = project.isEmpty() ? QString() : plainTitle(project) + QStringLiteral(" - ");
-  setWindowTitle(count + name + QStringLiteral("Station"));
+  setWindowTitle(count +
+                 (project.isEmpty() ? tr("Station") : tr("%1 - Station").arg(plainTitle(project))));
 }
 
 void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
@@ -389,12 +391,11 @@ void MainWindow::takeNews(const News& news) {
 void MainWindow::tellOfWords(const NotificationLine& latest) {
   if (notifications().isVisible()) return;
   const int unread = notifications().unread();
-  const QString before =
-      unread > 1 ? QStringLiteral("%L1 unread, the latest:  ").arg(unread) : QString();
-  strip().tell(
-      MessageBar::Kind::eNote,
-      before + latest.time.toString(QStringLiteral("HH:mm:ss  ")) + notificationText(latest));
-  strip().offer({unread > 1 ? QStringLiteral("All %L1").arg(unread) : QStringLiteral("All")});
+  const QString words =
+      clockTime(latest.time.time()) + QStringLiteral("  ") + notificationText(latest);
+  strip().tell(MessageBar::Kind::eNote,
+               unread > 1 ? tr("%Ln unread, the latest:  %1", nullptr, unread).arg(words) : words);
+  strip().offer({unread > 1 ? tr("All %L1").arg(unread) : tr("All")});
 }
 
 // Who looks at the window needs no notice of the desktop.
@@ -450,10 +451,10 @@ void MainWindow::closeEvent(QCloseEvent* event) {
   if (isEnding_) std::_Exit(kEndedAtOnce);
   isEnding_ = true;
   messages().tell(MessageBar::Kind::eNote,
-                  QStringLiteral("Looking for unsaved changes. Close the window again to end at "
-                                 "once; they are then offered at the next start."));
+                  tr("Looking for unsaved changes. Close the window again to end at "
+                     "once; they are then offered at the next start."));
   actions_->guard().before(
-      QStringLiteral("Close the window"), [this] { end(); },
+      tr("Close the window"), [this] { end(); },
       [this] {
         isEnding_ = false;
         messages().hide();
@@ -486,7 +487,7 @@ void MainWindow::dropEvent(QDropEvent* event) {
 void MainWindow::end() {
   centralWidget()->setEnabled(false);
   messages().tell(MessageBar::Kind::eNote,
-                  QStringLiteral("Leaving the project. Close the window again to end at once."));
+                  tr("Leaving the project. Close the window again to end at once."));
   link_.askForEnd();
 }
 

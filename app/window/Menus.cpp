@@ -1,7 +1,6 @@
 #include "app/window/Menus.h"
 
 #include <QActionGroup>
-#include <QHash>
 #include <QMainWindow>
 #include <QMenuBar>
 #include <QToolBar>
@@ -20,20 +19,9 @@
 
 namespace korvel {
 
-namespace {
-
-/// A menu's title with its mnemonic, a different letter for each menu.
-QString withMnemonic(const QString& title) {
-  static const QHash<QString, int> kLetters{
-      {QStringLiteral("Room"), 1}, {QStringLiteral("Messages"), 2}, {QStringLiteral("Station"), 1}};
-  return QString(title).insert(kLetters.value(title, 0), QLatin1Char('&'));
-}
-
-}  // namespace
-
 MainMenus::MainMenus(QMainWindow& window, const Runner& run) : window_(window) {
   for (const ActionSpec& spec : actionTable()) {
-    QAction& action = add(QString::fromUtf8(spec.menu), QString::fromUtf8(spec.text),
+    QAction& action = add(QString::fromUtf8(spec.menu), actionText(spec.text),
                           QString::fromUtf8(spec.shortcut), [run, &spec] { run(spec); });
     actions_.emplace_back(&spec, &action);
   }
@@ -42,7 +30,7 @@ MainMenus::MainMenus(QMainWindow& window, const Runner& run) : window_(window) {
 QMenu& MainMenus::menu(const QString& title) {
   QMenu*& found = menus_[title];
   if (found) return *found;
-  found = window_.menuBar()->addMenu(withMnemonic(title));
+  found = window_.menuBar()->addMenu(menuTitle(title));
   found->setToolTipsVisible(true);
   return *found;
 }
@@ -50,7 +38,7 @@ QMenu& MainMenus::menu(const QString& title) {
 QAction& MainMenus::add(const QString& title, const QString& text, const QString& shortcut,
                         const std::function<void()>& run) {
   QAction* action = menu(title).addAction(text);
-  if (!shortcut.isEmpty()) action->setShortcut(QKeySequence(shortcut));
+  if (!shortcut.isEmpty()) action->setShortcut(QKeySequence::fromString(shortcut));
   QObject::connect(action, &QAction::triggered, &window_, run);
   return *action;
 }
@@ -121,7 +109,7 @@ QString MainMenus::shortcutText() const {
     for (const QAction* action : top->menu()->actions()) {
       if (action->isSeparator()) continue;
       text += QStringLiteral("  %1 %2\n")
-                  .arg(action->shortcut().toString().leftJustified(14),
+                  .arg(action->shortcut().toString(QKeySequence::NativeText).leftJustified(14),
                        QString(action->text()).remove(QLatin1Char('&')));
     }
   }
@@ -141,15 +129,15 @@ WindowMenus::WindowMenus(QMainWindow& window, MainMenus& menus, const WindowPane
 
 void WindowMenus::buildTools() {
   menus_.menu(QStringLiteral("Project")).addSeparator();
-  menus_.add(QStringLiteral("Project"), QStringLiteral("&Quit"), QStringLiteral("Ctrl+Q"),
+  menus_.add(QStringLiteral("Project"), tr("&Quit"), QStringLiteral("Ctrl+Q"),
              [this] { window_.close(); });
-  auto* bar = window_.addToolBar(QStringLiteral("Tools"));
+  auto* bar = window_.addToolBar(tr("Tools"));
   bar->setObjectName(QStringLiteral("tools"));
   bar->setMovable(false);
   bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
   // Its menu could hide the tool bar, and nothing would bring it back.
   bar->setContextMenuPolicy(Qt::PreventContextMenu);
-  panelAction_ = bar->addAction(panelIcon({}), QStringLiteral("Messages"));
+  panelAction_ = bar->addAction(panelIcon({}), tr("Messages"));
   panelAction_->setCheckable(true);
   connect(panelAction_, &QAction::triggered, this, &WindowMenus::togglePanel);
   connect(menus_.action(QStringLiteral("panel open")), &QAction::triggered, panes_.panel,
@@ -170,9 +158,9 @@ void WindowMenus::showPanel(const PanelState& panel) {
   const bool isOtherIcon = panel.icon != panes_.panel->state().icon;
   if (isOtherIcon) panelAction_->setIcon(panelIcon(panel.icon));
   panelAction_->setEnabled(panel.exists);
-  panelAction_->setToolTip(
-      panel.exists ? QStringLiteral("Write to colleagues (Ctrl+M opens, Ctrl+Shift+M closes)")
-                   : QStringLiteral("The plug-in of this station offers no messages."));
+  panelAction_->setToolTip(panel.exists
+                               ? tr("Write to colleagues (Ctrl+M opens, Ctrl+Shift+M closes)")
+                               : tr("The plug-in of this station offers no messages."));
   panelAction_->setChecked(panel.isOpen);
 }
 
@@ -190,11 +178,9 @@ void WindowMenus::buildViewMenu() {
   conversation->setShortcut(QKeySequence(QStringLiteral("Ctrl+Alt+C")));
   menus_.menu(view).addActions({notifications, log, history, people, conversation});
   menus_.menu(view).addSeparator();
-  const QStringList kinds{QStringLiteral("Edits and logs"), QStringLiteral("Bins"),
-                          QStringLiteral("Racks"), QStringLiteral("Filters"),
-                          QStringLiteral("Media")};
-  for (int i = 0; i < kinds.size(); ++i) {
-    menus_.add(view, kinds[i], QStringLiteral("Ctrl+%1").arg(i + 1), [this, i] {
+  for (int i = 0; i < static_cast<int>(kObjectKinds); ++i) {
+    const QString title = ObjectsModel::titleOf(static_cast<ObjectKind>(i));
+    menus_.add(view, title, QStringLiteral("Ctrl+%1").arg(i + 1), [this, i] {
       panes_.objects->setKind(static_cast<ObjectKind>(i));
       panes_.objects->view(static_cast<ObjectKind>(i)).setFocus();
     });
@@ -204,43 +190,38 @@ void WindowMenus::buildViewMenu() {
     columns->clear();
     panes_.objects->offerColumns(*columns);
   });
-  menus_.add(view, QStringLiteral("&Narrow the list"), QStringLiteral("Ctrl+F"),
+  menus_.add(view, tr("&Narrow the list"), QStringLiteral("Ctrl+F"),
              [this] { panes_.objects->startSearch(); });
-  menus_.add(view, QStringLiteral("Next &pane"), QStringLiteral("F6"),
-             [this] { layout_.focusNextPane(); });
+  menus_.add(view, tr("Next &pane"), QStringLiteral("F6"), [this] { layout_.focusNextPane(); });
   MessageBar& news = panes_.detail->changeBar();
-  QAction& show = menus_.add(view, QStringLiteral("Show another station's &change"),
-                             QStringLiteral("F7"), [&news] { Q_EMIT news.acted(0); });
+  QAction& show = menus_.add(view, tr("Show another station's &change"), QStringLiteral("F7"),
+                             [&news] { Q_EMIT news.acted(0); });
   const auto allow = [&show](bool isTelling) {
-    setAllowed(show, isTelling
-                         ? QString()
-                         : QStringLiteral("No change of another station's waits to be shown."));
+    setAllowed(show,
+               isTelling ? QString() : tr("No change of another station's waits to be shown."));
   };
   QObject::connect(&news, &MessageBar::tells, &show, allow);
   allow(!news.isHidden());
-  seenAction_ = &menus_.add(view, QStringLiteral("&Mark all news as seen"),
-                            QStringLiteral("Shift+F7"), [this] {
-                              panes_.objects->markAllSeen();
-                              MessageBar& change = panes_.detail->changeBar();
-                              if (change.isVisible()) Q_EMIT change.acted(0);
-                              showNews(false);
-                            });
-  menus_.add(view, QStringLiteral("&Look again"), QStringLiteral("F5"),
-             [this] { Q_EMIT lookWanted(); });
+  seenAction_ = &menus_.add(view, tr("&Mark all news as seen"), QStringLiteral("Shift+F7"), [this] {
+    panes_.objects->markAllSeen();
+    MessageBar& change = panes_.detail->changeBar();
+    if (change.isVisible()) Q_EMIT change.acted(0);
+    showNews(false);
+  });
+  menus_.add(view, tr("&Look again"), QStringLiteral("F5"), [this] { Q_EMIT lookWanted(); });
   menus_.menu(view).addSeparator();
 }
 
 void WindowMenus::showNews(bool hasNews) {
-  setAllowed(*seenAction_, hasNews ? QString() : QStringLiteral("Nothing here is new or changed."));
+  setAllowed(*seenAction_, hasNews ? QString() : tr("Nothing here is new or changed."));
 }
 
 void WindowMenus::buildAppearanceMenu() {
   auto* group = new QActionGroup(this);
-  QMenu* appearance = menus_.menu(QStringLiteral("View")).addMenu(QStringLiteral("&Appearance"));
+  QMenu* appearance = menus_.menu(QStringLiteral("View")).addMenu(tr("&Appearance"));
   const QString now = windowSettings().value(QStringLiteral("appearance")).toString();
   for (const Appearance each : {Appearance::eSystem, Appearance::eLight, Appearance::eDark}) {
-    const QStringList texts{QStringLiteral("As the &desktop"), QStringLiteral("&Light"),
-                            QStringLiteral("Dar&k")};
+    const QStringList texts{tr("As the &desktop"), tr("&Light"), tr("Dar&k")};
     QAction* action = appearance->addAction(texts[static_cast<int>(each)]);
     action->setCheckable(true);
     action->setChecked(appearanceNamed(now) == each);
@@ -262,12 +243,11 @@ void WindowMenus::buildNoticeSetting() {
 
 void WindowMenus::buildHelpMenu() {
   const QString help = QStringLiteral("Help");
-  menus_.add(help, QStringLiteral("&Run a command…"), QStringLiteral("Ctrl+K"),
+  menus_.add(help, tr("&Run a command…"), QStringLiteral("Ctrl+K"),
              [this] { askLine(window_, [this](const QString& line) { run_(line); }); });
-  menus_.add(help, QStringLiteral("&Shortcuts"), QStringLiteral("F1"),
-             [this] { showTable(window_, QStringLiteral("Shortcuts"), menus_.shortcutText()); });
-  menus_.add(help, QStringLiteral("&Commands"), QString(),
-             [this] { run_(QStringLiteral("help")); });
+  menus_.add(help, tr("&Shortcuts"), QStringLiteral("F1"),
+             [this] { showTable(window_, tr("Shortcuts"), menus_.shortcutText()); });
+  menus_.add(help, tr("&Commands"), QString(), [this] { run_(QStringLiteral("help")); });
 }
 
 // Icons keep the colours in which they were drawn, so they are made anew. An empty name means the

@@ -59,8 +59,8 @@ MessageBar::MessageBar(const QString& name, QWidget* parent)
   label_->setTextInteractionFlags(Qt::TextSelectableByMouse);
   label_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
   close_->setAutoRaise(true);
-  close_->setToolTip(QStringLiteral("Close (Esc)"));
-  close_->setAccessibleName(QStringLiteral("Close this message"));
+  close_->setToolTip(tr("Close (Esc)"));
+  close_->setAccessibleName(tr("Close this message"));
   grid_->setContentsMargins(12, 8, 8, 8);
   grid_->addWidget(sign_, 0, 0, Qt::AlignTop);
   grid_->addWidget(label_, 0, 1);
@@ -197,8 +197,7 @@ QString askedText(const JsonValue& ask) {
 }
 
 QString countOfUsers(long count) {
-  return count == 1 ? QStringLiteral("One user is active.")
-                    : QStringLiteral("%L1 users are active.").arg(count);
+  return OutcomeTeller::tr("%Ln users are active.", nullptr, static_cast<int>(count));
 }
 
 }  // namespace
@@ -238,7 +237,7 @@ void OutcomeTeller::tellOfMessage(const CommandOutcome& said) {
 }
 
 void OutcomeTeller::tellUndoably(const QString& text, const QStringList& undoLines) {
-  const QString undo = undoLines.isEmpty() ? QString() : QStringLiteral("Undo");
+  const QString undo = undoLines.isEmpty() ? QString() : tr("Undo");
   tell(text, undo, [this, undoLines] { link_.runAll(undoLines, [](const CommandOutcome&) {}); });
 }
 
@@ -267,11 +266,10 @@ QString OutcomeTeller::permission(const JsonValue& answer) const {
   const QString cookie = readableText(answer["cookie"].asString());
   const auto row = panes_.objects->find(cookie);
   const QString name = row ? shownName(*row) : cookie;
-  if (answer["allowed"].asBool()) return QStringLiteral("You may change \"%1\".").arg(name);
+  if (answer["allowed"].asBool()) return tr("You may change \"%1\".").arg(name);
   const QString owner = oneLine(readableText(answer["owner"].asString()));
-  return QStringLiteral("You may not change \"%1\": it %2.")
-      .arg(name, owner.isEmpty() ? QStringLiteral("has no owner")
-                                 : QStringLiteral("belongs to ") + owner);
+  if (owner.isEmpty()) return tr("You may not change \"%1\": it has no owner.").arg(name);
+  return tr("You may not change \"%1\": it belongs to %2.").arg(name, owner);
 }
 
 // An answer that is a cookie, a number or nothing says little to somebody in the window.
@@ -284,16 +282,16 @@ QString OutcomeTeller::inWords(const CommandOutcome& outcome) const {
   if (is("ask")) return askedText(outcome.result);
   if (is("answer")) return {};
   if (is("tell-when-free")) return tr("You are told when you can have it.");
-  if (is("trash restore")) return QStringLiteral("Brought back from the trash.");
+  if (is("trash restore")) return tr("Brought back from the trash.");
   if (is("edit recover")) {
     return outcome.line.endsWith(QLatin1String(" --discard"))
-               ? QStringLiteral("The unsaved changes are thrown away.")
-               : QStringLiteral("The unsaved changes are back. They are not saved yet.");
+               ? tr("The unsaved changes are thrown away.")
+               : tr("The unsaved changes are back. They are not saved yet.");
   }
   if (!is("edit export")) return outcome.text;
   const CommandCall call = readCall(link_.commands(), outcome.line.toStdString());
   const QFileInfo file(readableText(call.arguments[1]));
-  return QStringLiteral("Exported to \"%1\".").arg(oneLine(file.absoluteFilePath()));
+  return tr("Exported to \"%1\".").arg(oneLine(file.absoluteFilePath()));
 }
 
 void OutcomeTeller::tellAnswer(const CommandOutcome& outcome) {
@@ -391,10 +389,9 @@ void OutcomeTeller::chooseMade() {
     panes_.objects->choose(ObjectKind::eEdits, std::exchange(madeEdit_, {}));
     // Of what was imported the name is known only now.
     if (edits.at(row).isNamesake) {
-      panes_.messages->tell(
-          MessageBar::Kind::eNote,
-          QStringLiteral("Another edit or log is called so, too. This one is \"%1\".")
-              .arg(shownName(edits.at(row))));
+      panes_.messages->tell(MessageBar::Kind::eNote,
+                            tr("Another edit or log is called so, too. This one is \"%1\".")
+                                .arg(shownName(edits.at(row))));
     }
   }
   if (!madeProject_.isEmpty() && panes_.projects->chooseProject(madeProject_)) {

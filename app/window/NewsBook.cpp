@@ -1,5 +1,6 @@
 #include "app/window/NewsBook.h"
 
+#include <QLocale>
 #include <QSet>
 #include <QStringList>
 #include <QUrl>
@@ -31,26 +32,29 @@ void write(const std::string& path, const std::string& text) {
   static_cast<void>(writeAtomically(path, text));
 }
 
-/// What was done, by whom and when: of today the time alone, else in this form.
-QString withTime(const NewsBook::Mark& mark, const QString& form) {
-  const QString what = mark.isNew ? QStringLiteral("new") : QStringLiteral("changed");
-  const QString by =
-      mark.by.isEmpty() ? QStringLiteral(" elsewhere") : QStringLiteral(" by ") + oneLine(mark.by);
-  if (!mark.at.isValid()) return what + by;
+/// What was done, and by whom.
+QString deedText(const NewsBook::Mark& mark) {
+  if (mark.by.isEmpty()) {
+    return mark.isNew ? WindowText::tr("new elsewhere") : WindowText::tr("changed elsewhere");
+  }
+  const QString form = mark.isNew ? WindowText::tr("new by %1") : WindowText::tr("changed by %1");
+  return form.arg(oneLine(mark.by));
+}
+
+/// What was done, by whom and when: of today the time alone, else the day in this form, too.
+QString withTime(const NewsBook::Mark& mark, QLocale::FormatType day) {
+  if (!mark.at.isValid()) return deedText(mark);
   const bool isToday = mark.at.date() == QDate::currentDate();
-  return what + by + QStringLiteral(", ") +
-         mark.at.toString(isToday ? QStringLiteral("HH:mm") : form);
+  const QString time = clockTimeToMinute(mark.at.time());
+  const QString date = QLocale().toString(mark.at.date(), day);
+  return listed({deedText(mark), isToday ? time : date + QLatin1Char(' ') + time});
 }
 
 }  // namespace
 
-QString newsText(const NewsBook::Mark& mark) {
-  return withTime(mark, QStringLiteral("d MMM HH:mm"));
-}
+QString newsText(const NewsBook::Mark& mark) { return withTime(mark, QLocale::ShortFormat); }
 
-QString newsInFull(const NewsBook::Mark& mark) {
-  return withTime(mark, QStringLiteral("d MMMM yyyy HH:mm"));
-}
+QString newsInFull(const NewsBook::Mark& mark) { return withTime(mark, QLocale::LongFormat); }
 
 void NewsBook::open(const QString& project, const QString& user) {
   if (project == project_ && user == user_) return;

@@ -25,8 +25,7 @@ ObjectRow listRow(const JsonValue& value) {
   for (const JsonValue& each : value["contents"].elements()) {
     row.contents.append(readableText(each.asString()));
   }
-  row.detail = row.contents.size() == 1 ? QStringLiteral("1 object")
-                                        : QStringLiteral("%1 objects").arg(row.contents.size());
+  row.detail = ObjectsModel::tr("%Ln objects", nullptr, static_cast<int>(row.contents.size()));
   return row;
 }
 
@@ -138,14 +137,15 @@ Glyph glyphOf(ObjectKind kind) {
 }
 
 QString detailHeading(ObjectKind kind) {
-  if (kind == ObjectKind::eFilters) return QStringLiteral("Finds");
-  return kind == ObjectKind::eMedia ? QStringLiteral("File") : QStringLiteral("Holds");
+  if (kind == ObjectKind::eFilters) return ObjectsModel::tr("Finds");
+  return kind == ObjectKind::eMedia ? ObjectsModel::tr("File") : ObjectsModel::tr("Holds");
 }
 
 QString stateText(const ObjectRow& row) {
-  if (row.isDirty) return row.isOpen ? QStringLiteral("open, unsaved") : QStringLiteral("unsaved");
-  if (row.isUnsavedElsewhere) return QStringLiteral("unsaved there");
-  return row.isOpen ? QStringLiteral("open") : QString();
+  if (row.isDirty)
+    return row.isOpen ? ObjectsModel::tr("open, unsaved") : ObjectsModel::tr("unsaved");
+  if (row.isUnsavedElsewhere) return ObjectsModel::tr("unsaved there");
+  return row.isOpen ? ObjectsModel::tr("open") : QString();
 }
 
 bool hasSameKeys(const ObjectRows& a, const ObjectRows& b) {
@@ -308,11 +308,11 @@ void ObjectsModel::markAllSeen() {
   for (int row = 0; row < rowCount(); ++row) markSeen(row);
 }
 
-QString ObjectsModel::title() const {
-  static const QStringList kTitles{QStringLiteral("Edits and logs"), QStringLiteral("Bins"),
-                                   QStringLiteral("Racks"), QStringLiteral("Filters"),
-                                   QStringLiteral("Media")};
-  return kTitles[static_cast<int>(kind_)];
+QString ObjectsModel::titleOf(ObjectKind kind) {
+  constexpr std::array<const char*, kObjectKinds> kTitles{
+      QT_TR_NOOP("Edits and logs"), QT_TR_NOOP("Bins"), QT_TR_NOOP("Racks"), QT_TR_NOOP("Filters"),
+      QT_TR_NOOP("Media")};
+  return tr(kTitles[static_cast<std::size_t>(kind)]);
 }
 
 QString ObjectsModel::tabText() const {
@@ -335,19 +335,19 @@ QVariant ObjectsModel::headerData(int section, Qt::Orientation orientation, int 
 QString ObjectsModel::headerText(Column column) const {
   switch (column) {
     case eName:
-      return QStringLiteral("Name");
+      return tr("Name");
     case eOwner:
-      return QStringLiteral("Owner");
+      return tr("Owner");
     case eMay:
-      return QStringLiteral("You may");
+      return tr("You may");
     case eState:
-      return QStringLiteral("State");
+      return tr("State");
     case eDetail:
       return detailHeading(kind_);
     case eExtra:
-      return QStringLiteral("Proxy of");
+      return tr("Proxy of");
     case eNews:
-      return QStringLiteral("News");
+      return tr("News");
     case eModified:
       return tr("Saved");
     case eSavedBy:
@@ -359,13 +359,13 @@ QString ObjectsModel::headerText(Column column) const {
 QString ObjectsModel::mayText(const ObjectRow& row) const {
   const auto answer = may_.find(row.cookie);
   if (answer == may_.end()) return QStringLiteral("…");
-  return *answer ? QStringLiteral("change it") : QStringLiteral("look only");
+  return *answer ? tr("change it") : tr("look only");
 }
 
 QString ObjectsModel::newsOf(const ObjectRow& row,
                              QString (*inWords)(const NewsBook::Mark&)) const {
-  if (!row.problem.isEmpty()) return QStringLiteral("unreadable");
-  if (row.isDeleted) return QStringLiteral("deleted by another");
+  if (!row.problem.isEmpty()) return tr("unreadable");
+  if (row.isDeleted) return tr("deleted by another");
   const auto mark = news_.mark(row.key);
   return mark ? inWords(*mark) : QString();
 }
@@ -375,7 +375,7 @@ QString ObjectsModel::textOf(const ObjectRow& row, Column column) const {
     case eName:
       return shownName(row);
     case eOwner:
-      return row.owner.isEmpty() ? QStringLiteral("nobody") : oneLine(row.owner);
+      return row.owner.isEmpty() ? tr("nobody") : oneLine(row.owner);
     case eMay:
       return mayText(row);
     case eState:
@@ -429,10 +429,13 @@ QString ObjectsModel::toolTipOf(const ObjectRow& row) const {
   if (!row.problem.isEmpty()) lines.append(row.problem);
   for (int i = 1; i < columns_.size(); ++i) {
     const QString text = columns_[i] == eNews ? newsOf(row, newsInFull) : textOf(row, columns_[i]);
-    if (!text.isEmpty()) lines.append(headerText(columns_[i]) + QStringLiteral(": ") + text);
+    if (!text.isEmpty()) {
+      lines.append(
+          tr("%1: %2", "a heading, and what is below it").arg(headerText(columns_[i]), text));
+    }
   }
   if (const auto people = people_.value(row.cookie); !people.empty()) {
-    lines.append(tr("Open at: ") + peopleText(people));
+    lines.append(tr("Open at: %1").arg(peopleText(people)));
   }
   lines.append(row.cookie);
   return plainTip(lines.join(QLatin1Char('\n')));

@@ -73,7 +73,8 @@ class ObjectsModel : public QAbstractTableModel {
   [[nodiscard]] const ObjectRows& rows() const { return *rows_; }
   [[nodiscard]] int rowOf(const QString& key) const;
   [[nodiscard]] ObjectKind kind() const { return kind_; }
-  [[nodiscard]] QString title() const;  ///< "Edits and logs"
+  [[nodiscard]] static QString titleOf(ObjectKind kind);  ///< "Edits and logs"
+  [[nodiscard]] QString title() const { return titleOf(kind_); }
   [[nodiscard]] QString tabText() const;
 
   int rowCount(const QModelIndex& parent = {}) const override;

@@ -7,6 +7,7 @@
 #include <QSettings>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <algorithm>
 
 #include "app/base/Options.h"
 #include "app/window/Appearance.h"
@@ -26,24 +27,24 @@ constexpr int kKeepNewsMs = 2000;
 QString emptyText(ObjectKind kind) {
   switch (kind) {
     case ObjectKind::eEdits:
-      return QStringLiteral(
+      return ObjectsPane::tr(
           "<h3>No edits yet</h3><p>Ctrl+I takes an OpenTimelineIO file (.otio) in, Ctrl+E makes an "
           "empty edit.<br>What others make shows here at once.</p>");
     case ObjectKind::eBins:
-      return QStringLiteral(
+      return ObjectsPane::tr(
           "<h3>No bins yet</h3><p>A bin gathers edits, logs and media. Bin &gt; New bin makes "
           "one.</p>");
     case ObjectKind::eRacks:
-      return QStringLiteral(
+      return ObjectsPane::tr(
           "<h3>No racks yet</h3><p>A rack gathers bins. Rack &gt; New rack makes one.</p>");
     case ObjectKind::eFilters:
-      return QStringLiteral(
+      return ObjectsPane::tr(
           "<h3>No filters yet</h3><p>A filter keeps a search for all users of the project. "
           "Filter &gt; New filter makes one.</p>");
     case ObjectKind::eMedia:
       break;
   }
-  return QStringLiteral(
+  return ObjectsPane::tr(
       "<h3>No media yet</h3><p>Media &gt; Add a file makes a media file known to all users of "
       "the project.</p>");
 }
@@ -51,19 +52,24 @@ QString emptyText(ObjectKind kind) {
 /// The width of a column: that of its longest usual text. Names and paths may be cut.
 ColumnFit::Width widthOf(const QTreeView& view, Column column) {
   constexpr int kAroundText = 44;
-  const auto whole = [&view](const char* text) {
-    const int width = view.fontMetrics().horizontalAdvance(QString::fromUtf8(text)) + kAroundText;
+  const auto whole = [&view](const QString& text) {
+    return view.fontMetrics().horizontalAdvance(text) + kAroundText;
+  };
+  const auto longest = [&whole](const QString& a, const QString& b) {
+    const int width = std::max(whole(a), whole(b));
     return ColumnFit::Width{width, width};
   };
+  const QDateTime noon(QDate::currentDate(), QTime(12, 4));
   switch (column) {
     case Column::eNews:
-      return {whole("changed by ANNABEN, 12:04").wanted, whole("changed by").wanted};
+      return {whole(newsText({false, QStringLiteral("ANNABEN"), noon})),
+              whole(WindowText::tr("changed by %1").arg(QString()))};
     case Column::eMay:
-      return whole("change it");
+      return longest(ObjectsModel::tr("change it"), ObjectsModel::tr("look only"));
     case Column::eState:
-      return whole("open, unsaved");
+      return longest(ObjectsModel::tr("open, unsaved"), ObjectsModel::tr("unsaved there"));
     case Column::eModified:
-      return {whole("2026-11-22 12:04").wanted, whole("2026-11-22 12:04").least, kNameBeside};
+      return {whole(shownDayAndTime(noon)), whole(shownDayAndTime(noon)), kNameBeside};
     case Column::eSavedBy:
       return {96, 72, kNameBeside};
     case Column::eOwner:
@@ -87,7 +93,7 @@ std::string newsFolder() {
 }
 
 QString noProjectText() {
-  return QStringLiteral(
+  return ObjectsPane::tr(
       "<h3>No project is open</h3><p>Choose one on the left and press Return to enter it,<br>or "
       "make one with Ctrl+N.</p>");
 }
@@ -103,7 +109,7 @@ ObjectsPane::ObjectsPane(QWidget* parent)
       empty_(new QLabel),
       within_(new QToolButton) {
   tabs_->setObjectName(QStringLiteral("kinds"));
-  tabs_->setAccessibleName(QStringLiteral("Kinds of objects"));
+  tabs_->setAccessibleName(tr("Kinds of objects"));
   tabs_->setDrawBase(false);
   tabs_->setExpanding(false);
   tabs_->setUsesScrollButtons(true);
@@ -112,11 +118,14 @@ ObjectsPane::ObjectsPane(QWidget* parent)
   tabs_->setAcceptDrops(true);
   for (auto* scroll : tabs_->findChildren<QToolButton*>()) scroll->setFocusPolicy(Qt::NoFocus);
   search_->setObjectName(QStringLiteral("search"));
-  search_->setPlaceholderText(QStringLiteral("Narrow the list by name (Ctrl+F)"));
-  search_->setAccessibleName(QStringLiteral("Narrow the list by name"));
+  search_->setPlaceholderText(tr("Narrow the list by name (Ctrl+F)"));
+  search_->setAccessibleName(tr("Narrow the list by name"));
   search_->setClearButtonEnabled(true);
   search_->installEventFilter(this);
-  search_->setMaximumWidth(320);
+  // Where the window is too narrow for the whole of it, its tool tip has it.
+  search_->setToolTip(search_->placeholderText());
+  search_->setMaximumWidth(
+      std::max(320, search_->fontMetrics().horizontalAdvance(search_->placeholderText()) + 60));
   search_->setMinimumWidth(60);
   empty_->setAlignment(Qt::AlignCenter);
   empty_->setWordWrap(true);
@@ -255,8 +264,8 @@ void ObjectsPane::showTitles() {
     const int news = model.newsCount();
     tabs_->setTabText(tab, model.tabText());
     tabs_->setTabIcon(tab, news > 0 ? icon(Glyph::eChanged, colours().accent) : QIcon());
-    tabs_->setTabToolTip(
-        tab, news > 0 ? QStringLiteral("%1 new or changed by others").arg(news) : QString());
+    tabs_->setTabToolTip(tab,
+                         news > 0 ? tr("%Ln new or changed by others", nullptr, news) : QString());
   }
   if (!keepNews_.isActive()) keepNews_.start(kKeepNewsMs);
 }
@@ -271,8 +280,7 @@ void ObjectsPane::showEmptiness() {
   } else if (isNarrowed && !opened_.isEmpty() && search_->text().isEmpty()) {
     empty_->setText(QStringLiteral("<h3>%1</h3>").arg(tr("Nothing of this kind is in it")));
   } else if (isNarrowed) {
-    empty_->setText(
-        QStringLiteral("<h3>No name contains \"%1\"</h3>").arg(search_->text().toHtmlEscaped()));
+    empty_->setText(tr("<h3>No name contains \"%1\"</h3>").arg(search_->text().toHtmlEscaped()));
   }
   QWidget* const page = isEmpty || isNarrowed ? static_cast<QWidget*>(empty_) : shown.view;
   if (stack_->currentWidget() != page) stack_->setCurrentWidget(page);
@@ -380,7 +388,7 @@ void ObjectsPane::keepToOpened() {
   if (row >= 0) {
     const QStringList& contents = model.at(row).contents;
     cookies.emplace(contents.begin(), contents.end());
-    within_->setText(tr("In %1").arg(menuText(shownName(model.at(row)))) + QStringLiteral("  ✕"));
+    within_->setText(tr("In %1  ✕").arg(menuText(shownName(model.at(row)))));
   }
   for (const List& each : lists_) each.proxy->keepTo(cookies);
   within_->setVisible(row >= 0);

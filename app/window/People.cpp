@@ -129,7 +129,7 @@ QString peopleText(const Badges& people) {
   }
   const auto more = static_cast<int>(std::ssize(people) - texts.size());
   if (more > 0) texts.append(PeopleTexts::tr("%n more", nullptr, more));
-  return texts.join(QStringLiteral(", "));
+  return listed(texts);
 }
 
 QString stationText(const StationRow& station) {

@@ -58,7 +58,8 @@ QString editCount(const std::vector<PersonEdit>& edits) {
   const auto count = static_cast<int>(edits.size());
   const auto unsaved = static_cast<int>(std::ranges::count_if(edits, &PersonEdit::isUnsaved));
   const QString text = PeoplePane::tr("%n open", nullptr, count);
-  return unsaved == 0 ? text : PeoplePane::tr("%1, %2 of them unsaved").arg(text).arg(unsaved);
+  return unsaved == 0 ? text
+                      : PeoplePane::tr("%1, %Ln of them unsaved", nullptr, unsaved).arg(text);
 }
 
 /// "Quay (unsaved), Pier", or how many of another project.
@@ -72,7 +73,7 @@ QString personEditsText(const std::vector<PersonEdit>& edits) {
     const QString name = personName(each.name.isEmpty() ? each.cookie : each.name);
     texts.append(each.isUnsaved ? PeoplePane::tr("%1 (unsaved)").arg(name) : name);
   }
-  return texts.join(QStringLiteral(", "));
+  return listed(texts);
 }
 
 QString personTitle(const PersonRow& row) {
@@ -161,7 +162,8 @@ void PeoplePane::build() {
   list_->setContextMenuPolicy(Qt::ActionsContextMenu);
   list_->addActions({write_, go_});
   // What matters least is hidden first where there is no room for all.
-  new ColumnFit(*list_, kLeastPerson, {{120, 70}, {100, 60}, {320, 80}, {110, 60}, {130, 70}});
+  new ColumnFit(*list_, kLeastPerson,
+                {{120, 70}, {100, 60}, {320, 80}, {110, 60}, {widthOfTimes(*list_), 70}});
   auto* tools = new QHBoxLayout;
   tools->setContentsMargins(10, 6, 10, 6);
   tools->setSpacing(8);

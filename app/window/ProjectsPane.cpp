@@ -22,7 +22,7 @@ namespace {
 /// With who is in it, on a line or in a sentence of its own.
 QString withPeople(const QString& text, const char* between, const HolderRow& row) {
   if (row.people.empty()) return text;
-  return text + QLatin1String(between) + HoldersModel::tr("In it: ") + peopleText(row.people);
+  return text + QLatin1String(between) + HoldersModel::tr("In it: %1").arg(peopleText(row.people));
 }
 
 }  // namespace
@@ -106,8 +106,7 @@ QVariant HoldersModel::data(const QModelIndex& index, int role) const {
     case Qt::ToolTipRole:
       return plainTip(withPeople(isName ? row.name : row.tip, "\n", row));
     case Qt::AccessibleTextRole:
-      return isName ? withPeople(row.name + QStringLiteral(", ") + row.state, ". ", row)
-                    : row.state;
+      return isName ? withPeople(listed({row.name, row.state}), ". ", row) : row.state;
     case kBadgesRole:
       return isName ? QVariant::fromValue(row.people) : QVariant();
     case Qt::FontRole: {
@@ -189,12 +188,12 @@ HolderRow shownProject(const ProjectRow& project, bool isNamesake) {
   row.kind = project.isPrivate ? Glyph::ePrivate : Glyph::eProject;
   // Users of a shared project take no lock.
   const bool hasHolder = project.isPrivate || project.hold != Hold::eFree;
-  row.state = hasHolder ? holdText(project.hold, project.holder) : QStringLiteral("open to all");
+  row.state = hasHolder ? holdText(project.hold, project.holder) : ProjectsPane::tr("open to all");
   row.tip = row.state;
   setHold(row, project.hold);
-  if (project.isOpen) setHere(row, QStringLiteral("open here"));
+  if (project.isOpen) setHere(row, ProjectsPane::tr("open here"));
   if (project.problem.isEmpty()) return row;
-  row.state = QStringLiteral("unreadable");
+  row.state = ProjectsPane::tr("unreadable");
   row.tip = project.problem;
   row.sign = Glyph::eProblem;
   row.colour = &Colours::bad;
@@ -208,7 +207,7 @@ HolderRow shownRoom(const RoomRow& room) {
   row.kind = Glyph::eRoom;
   row.state = row.tip = holdText(room.hold, room.holder);
   setHold(row, room.hold);
-  if (room.isHere) setHere(row, QStringLiteral("you are here"));
+  if (room.isHere) setHere(row, ProjectsPane::tr("you are here"));
   return row;
 }
 
@@ -228,28 +227,29 @@ std::optional<Row> rowWith(const Shared<std::vector<Row>>& rows, const QString& 
 }  // namespace
 
 QString holdText(Hold hold, const QString& holder) {
-  const QString who = holder.isEmpty() ? QStringLiteral("somebody") : holder;
   switch (hold) {
     case Hold::eFree:
-      return QStringLiteral("free");
+      return ProjectsPane::tr("free");
     case Hold::eTaken:
-      return QStringLiteral("held by ") + who;
+      return holder.isEmpty() ? ProjectsPane::tr("held by somebody")
+                              : ProjectsPane::tr("held by %1").arg(holder);
     case Hold::eLeftBehind:
-      return QStringLiteral("left behind by ") + who;
+      return holder.isEmpty() ? ProjectsPane::tr("left behind by somebody")
+                              : ProjectsPane::tr("left behind by %1").arg(holder);
     case Hold::eUnknown:
       break;
   }
-  return QStringLiteral("cannot be told");
+  return ProjectsPane::tr("cannot be told");
 }
 
 ProjectsPane::ProjectsPane(QWidget* parent)
     : QWidget(parent),
-      projectsHeading_(makeLabel(QStringLiteral("Projects"), "heading")),
-      roomsHeading_(makeLabel(QStringLiteral("Rooms"), "heading")),
+      projectsHeading_(makeLabel(tr("Projects"), "heading")),
+      roomsHeading_(makeLabel(tr("Rooms"), "heading")),
       projectsHint_(makeLabel({}, "quiet")),
       roomsHint_(makeLabel({}, "quiet")),
-      projects_(makeList(QStringLiteral("projects"), QStringLiteral("Projects"))),
-      rooms_(makeList(QStringLiteral("rooms"), QStringLiteral("Rooms"))),
+      projects_(makeList(QStringLiteral("projects"), tr("Projects"))),
+      rooms_(makeList(QStringLiteral("rooms"), tr("Rooms"))),
       lists_(new QSplitter(Qt::Vertical)) {
   projectsHint_->setObjectName(QStringLiteral("projectsHint"));
   auto* layout = new QVBoxLayout(this);
@@ -346,8 +346,7 @@ void ProjectsPane::showProjects() {
   const QString before = keyOfCurrent(*projects_.view, *projects_.model);
   setRows(projects_, std::move(rows));
   keepChoice(before);
-  projectsHint_->setText(!problem_.isEmpty() ? problem_
-                                             : QStringLiteral("None yet. Ctrl+N makes one."));
+  projectsHint_->setText(!problem_.isEmpty() ? problem_ : tr("None yet. Ctrl+N makes one."));
   projectsHint_->setVisible(projectRows_->empty() || !problem_.isEmpty());
 }
 
@@ -373,11 +372,10 @@ void ProjectsPane::showRooms() {
   }
   setRows(rooms_, std::move(rows));
   const bool hasRooms = !open_.cookie.isEmpty() && !open_.isPrivate;
-  roomsHint_->setText(open_.cookie.isEmpty() ? QStringLiteral("Rooms belong to an open project.")
-                      : open_.isPrivate      ? QStringLiteral("A private project has no rooms.")
-                      : !roomsProblem_.isEmpty()
-                          ? roomsProblem_
-                          : QStringLiteral("None yet. Room > New room makes one."));
+  roomsHint_->setText(open_.cookie.isEmpty()     ? tr("Rooms belong to an open project.")
+                      : open_.isPrivate          ? tr("A private project has no rooms.")
+                      : !roomsProblem_.isEmpty() ? roomsProblem_
+                                                 : tr("None yet. Room > New room makes one."));
   roomsHint_->setVisible(!hasRooms || rooms_.model->rows().empty());
 }
 

@@ -11,6 +11,7 @@ namespace korvel {
 
 namespace {
 
+// In English like all that the console says.
 constexpr const char* kNoDisplay =
     "--gui: there is no display to open a window on (%1); start it in a desktop session or set "
     "DISPLAY, or leave --gui out to use the terminal.";
@@ -65,6 +66,7 @@ StationWindow::StationWindow() : application_(argumentCount_, arguments_) {
   QApplication::setApplicationName(QStringLiteral("kv-station"));
   // The window waits for the station to end; Qt must not end it before.
   QApplication::setQuitOnLastWindowClosed(false);
+  QApplication::installTranslator(&plurals_);
 }
 
 StationWindow::~StationWindow() = default;

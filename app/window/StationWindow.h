@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "app/window/EventFeed.h"
+#include "app/window/Texts.h"
 #include "app/window/iStationWindow.h"
 
 namespace korvel {
@@ -31,6 +32,7 @@ class StationWindow : public iStationWindow {
   char name_[11] = "kv-station";
   char* arguments_[2] = {name_, nullptr};
   QApplication application_;
+  EnglishPlurals plurals_;
   EventFeed feed_;
 };
 

@@ -1,6 +1,7 @@
 #include "app/window/StatusLine.h"
 
 #include <QEvent>
+#include <QLocale>
 #include <algorithm>
 
 #include "app/window/ActionTable.h"
@@ -26,17 +27,14 @@ ElidedLabel* quietLabel(const char* name) {
 
 /// "2 here, 1 gone without goodbye". Stations that tell nothing of themselves leave markers alone.
 QString presenceText(const PresenceState& presence) {
-  const auto marked = presence.marked.size();
-  if (presence.stations.empty()) {
-    return marked == 1 ? QStringLiteral("1 user active")
-                       : QStringLiteral("%1 users active").arg(marked);
-  }
-  const auto here = std::ranges::count_if(presence.stations, &StationRow::isHere);
-  const auto gone = std::ssize(presence.stations) - here;
-  QString text = QStringLiteral("%1 here").arg(here);
-  if (gone > 0) text += QStringLiteral(", %1 gone without goodbye").arg(gone);
-  if (marked > 0) text += QStringLiteral(", %1 more marked active").arg(marked);
-  return text;
+  const auto marked = static_cast<int>(presence.marked.size());
+  if (presence.stations.empty()) return StatusLine::tr("%Ln users active", nullptr, marked);
+  const auto here = static_cast<int>(std::ranges::count_if(presence.stations, &StationRow::isHere));
+  const int gone = static_cast<int>(presence.stations.size()) - here;
+  QStringList texts{StatusLine::tr("%Ln here", nullptr, here)};
+  if (gone > 0) texts << StatusLine::tr("%Ln gone without goodbye", nullptr, gone);
+  if (marked > 0) texts << StatusLine::tr("%Ln more marked active", nullptr, marked);
+  return listed(texts);
 }
 
 /// Who is meant, a line each.
@@ -44,8 +42,9 @@ QStringList presenceLines(const PresenceState& presence) {
   QStringList lines;
   for (const StationRow& each : presence.stations) lines.append(stationText(each));
   for (const QString& user : presence.marked) {
-    lines.append(oneLine(user) + QStringLiteral(": marked active, by a station that tells nothing "
-                                                "of itself or is gone"));
+    lines.append(
+        StatusLine::tr("%1: marked active, by a station that tells nothing of itself or is gone")
+            .arg(oneLine(user)));
   }
   return lines;
 }
@@ -64,17 +63,16 @@ StatusLine::StatusLine(QWidget* parent)
   addWidget(sign_);
   addWidget(busy_, 1);
   for (ElidedLabel* label : {who_, network_, counts_}) addPermanentWidget(label);
-  showBusy(QStringLiteral("the start of the station"), 0);
+  showBusy(tr("the start of the station"), 0);
 }
 
 void StatusLine::showNews(const News& news) {
   const StationIdentity& station = news.station;
   if (station.isReady && who_->text().isEmpty()) {
     who_->setText(
-        QStringLiteral("%1 on %2 (machine %3)")
+        tr("%1 on %2 (machine %3)")
             .arg(oneLine(station.user), oneLine(station.host), QString::number(station.machine)));
-    network_->setText(QStringLiteral("network %1, port %2")
-                          .arg(station.networkMode ? QStringLiteral("on") : QStringLiteral("off"))
+    network_->setText((station.networkMode ? tr("network on, port %1") : tr("network off, port %1"))
                           .arg(station.port));
     plugin_ = station.plugin;
     showBusy({}, 0);
@@ -96,10 +94,8 @@ void StatusLine::showPresence(const PresenceState& presence) {
 }
 
 void StatusLine::showCounts() {
-  const QString text = QStringLiteral("%L1 sent, %L2 received, %3")
-                           .arg(sent_)
-                           .arg(received_)
-                           .arg(presenceText(presence_));
+  const QString text =
+      listed({tr("%L1 sent, %L2 received").arg(sent_).arg(received_), presenceText(presence_)});
   // Called ten times a second; fit() lays the line out anew.
   if (counts_->text() == text) return;
   counts_->setText(text);
@@ -108,9 +104,8 @@ void StatusLine::showCounts() {
 
 void StatusLine::showBusy(const QString& what, int seconds) {
   waiting_ = what.isEmpty() ? QString()
-             : seconds < 1
-                 ? QStringLiteral("Waiting for %1").arg(what)
-                 : QStringLiteral("Waiting for %1 (%2 s)").arg(what, QString::number(seconds));
+             : seconds < 1  ? tr("Waiting for %1").arg(what)
+                            : tr("Waiting for %1 (%2 s)").arg(what, QLocale().toString(seconds));
   showSign();
 }
 
@@ -120,7 +115,7 @@ void StatusLine::showSign() {
                           : icon(Glyph::eBusy, colours().warn).pixmap(16, 16));
   const QString text = !waiting_.isEmpty()   ? waiting_
                        : !trouble_.isEmpty() ? inWindowWords(trouble_)
-                                             : QStringLiteral("Ready");
+                                             : tr("Ready");
   busy_->setText(oneLine(text));
   fit();
 }
@@ -152,7 +147,7 @@ void StatusLine::fit() {
   all.removeAll(QString());
   for (ElidedLabel* label : {busy_, who_, network_, counts_}) {
     label->setToolTip(plainTip(all.join(QLatin1Char('\n'))));
-    label->setAccessibleName(QStringLiteral("Status: ") + label->text());
+    label->setAccessibleName(tr("Status: %1").arg(label->text()));
   }
 }
 

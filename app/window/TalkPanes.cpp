@@ -6,6 +6,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
+#include <QLocale>
 #include <QScrollBar>
 #include <QTextCursor>
 #include <QTextDocument>
@@ -25,8 +26,8 @@ namespace korvel {
 ConversationView::ConversationView(QWidget* parent) : QPlainTextEdit(parent) {
   setReadOnly(true);
   setTabChangesFocus(true);
-  setPlaceholderText(QStringLiteral("Nothing written yet."));
-  setAccessibleName(QStringLiteral("Conversation"));
+  setPlaceholderText(tr("Nothing written yet."));
+  setAccessibleName(tr("Conversation"));
   setMinimumHeight(40);
 }
 
@@ -63,14 +64,14 @@ QIcon panelIcon(const QString& file) {
 }
 
 PanelDock::PanelDock(QWidget* parent)
-    : QDockWidget(QStringLiteral("Messages"), parent),
+    : QDockWidget(tr("Messages"), parent),
       recipients_(new QComboBox),
       conversation_(new ConversationView),
       entry_(new QLineEdit),
       others_(new QToolButton) {
   setObjectName(QStringLiteral("panelDock"));
   recipients_->setObjectName(QStringLiteral("recipients"));
-  recipients_->setAccessibleName(QStringLiteral("Whom to write to"));
+  recipients_->setAccessibleName(tr("Whom to write to"));
   recipients_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
   recipients_->setMinimumContentsLength(6);
   recipients_->setMaxVisibleItems(14);
@@ -80,17 +81,16 @@ PanelDock::PanelDock(QWidget* parent)
   recipients_->setView(names);
   entry_->setObjectName(QStringLiteral("entry"));
   entry_->setMaxLength(kLongestEntry);
-  entry_->setAccessibleName(QStringLiteral("Message"));
+  entry_->setAccessibleName(tr("Message"));
   auto* send = new QToolButton;
-  send->setText(QStringLiteral("Send"));
+  send->setText(tr("Send"));
   send->setProperty("role", "button");
-  send->setToolTip(QStringLiteral("Send (Return)"));
+  send->setToolTip(tr("Send (Return)"));
   others_->setObjectName(QStringLiteral("others"));
   others_->setProperty("role", "button");
   others_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
-  others_->setToolTip(QStringLiteral("What others write to you is listed there, not here"));
   auto* to = new QHBoxLayout;
-  to->addWidget(new QLabel(QStringLiteral("To")));
+  to->addWidget(new QLabel(tr("To")));
   to->addWidget(recipients_, 1);
   auto* bottom = new QHBoxLayout;
   bottom->addWidget(entry_, 1);
@@ -120,9 +120,12 @@ void PanelDock::send() {
 }
 
 void PanelDock::showUnread(int count) {
-  const QString text = QStringLiteral("Replies: Notifications");
+  const QString text = tr("Replies: Notifications");
   others_->setText(count == 0 ? text : QStringLiteral("%1 (%L2)").arg(text).arg(count));
   others_->setAccessibleName(others_->text());
+  // A narrow panel cuts the text.
+  others_->setToolTip(plainTip(others_->text() + QLatin1Char('\n') +
+                               tr("What others write to you is listed there, not here")));
 }
 
 void PanelDock::restoreUnsent() {
@@ -183,7 +186,9 @@ QString saidText(const SaidLine& line) {
     if (each.category() == QChar::Other_Control) each = QLatin1Char(' ');
   }
   const qsizetype more = line.text.size() - ConversationPane::kLongestSaid;
-  return more <= 0 ? text : text + ConversationPane::tr("… (%L1 letters more)").arg(more);
+  return more <= 0
+             ? text
+             : ConversationPane::tr("%1… (%2 letters more)").arg(text, QLocale().toString(more));
 }
 
 /// "ANNA to BEN", "BEN to everybody (unverified)".
@@ -233,6 +238,7 @@ void ConversationPane::build() {
   colleagues_->addItem(tr("With all"), QString());
   search_->setObjectName(QStringLiteral("searchSaid"));
   search_->setPlaceholderText(tr("Find words"));
+  search_->setToolTip(search_->placeholderText());
   search_->setAccessibleName(tr("Find words in the conversation"));
   search_->setClearButtonEnabled(true);
   view_->setObjectName(QStringLiteral("said"));

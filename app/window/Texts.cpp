@@ -1,13 +1,16 @@
 #include "app/window/Texts.h"
 
 #include <QHelpEvent>
+#include <QLocale>
 #include <QPainter>
 #include <QPlainTextEdit>
+#include <QRegularExpression>
 #include <QStringDecoder>
 #include <QStyle>
 #include <QTextDocument>
 #include <QToolTip>
 #include <algorithm>
+#include <string_view>
 
 #include "app/base/Options.h"
 
@@ -61,7 +64,70 @@ QString plainTitle(const QString& text) {
 QString shownTime(const QDateTime& time) {
   if (!time.isValid()) return QStringLiteral("-");
   const bool isToday = time.date() == QDate::currentDate();
-  return time.toString(isToday ? QStringLiteral("HH:mm:ss") : QStringLiteral("yyyy-MM-dd HH:mm"));
+  return isToday ? clockTime(time.time()) : shownDayAndTime(time);
+}
+
+// Of a system's formats the short one has seconds in a few countries only, and the long one has the
+// time zone in all.
+QString clockTime(const QTime& time) {
+  static const QRegularExpression kMinutes(QStringLiteral("(\\W)(mm?)(?!.*s)"));
+  const QLocale here;
+  const QString format = here.timeFormat(QLocale::ShortFormat);
+  return here.toString(time, QString(format).replace(kMinutes, QStringLiteral("\\1\\2\\1ss")));
+}
+
+QString clockTimeToMinute(const QTime& time) {
+  static const QRegularExpression kSeconds(QStringLiteral("\\Wss?"));
+  const QLocale here;
+  return here.toString(time, here.timeFormat(QLocale::ShortFormat).remove(kSeconds));
+}
+
+QString shownDayAndTime(const QDateTime& time) {
+  return QLocale().toString(time.date(), QLocale::ShortFormat) + QLatin1Char(' ') +
+         clockTimeToMinute(time.time());
+}
+
+namespace {
+
+/// A text with a number, and the same for one thing.
+struct Plural {
+  std::string_view many;
+  const char* one;
+};
+constexpr Plural kSingulars[] = {
+    {"Delete these %Ln for everybody in the project? They go to the project's trash.",
+     "Delete this for everybody in the project? It goes to the project's trash."},
+    {"Deleted %Ln objects.", "Deleted one object."},
+    {"%Ln edits are imported.", "One edit is imported."},
+    {"%Ln edits have changes that are not saved. Discarded changes are lost.",
+     "One edit has changes that are not saved. Discarded changes are lost."},
+    {"Unsaved changes of %1 in %Ln edits were left when the station ended.",
+     "Unsaved changes of %1 in one edit were left when the station ended."},
+    {"%n more", nullptr},
+    {"%n open", nullptr},
+    {"%1, %Ln of them unsaved", nullptr},
+    {"%1 (%n unread)", nullptr},
+    {"%Ln unread, the latest:  %1", nullptr},
+    {"%Ln new or changed by others", nullptr},
+    {"%Ln here", nullptr},
+    {"%Ln gone without goodbye", nullptr},
+    {"%Ln more marked active", nullptr},
+    {"%Ln users are active.", "One user is active."},
+    {"%Ln users active", "1 user active"},
+    {"%Ln objects", "1 object"},
+    {"%n asks: %1", "%n ask: %1"},
+};
+
+}  // namespace
+
+QString EnglishPlurals::translate(const char*, const char* sourceText, const char*, int n) const {
+  if (n != 1) return {};
+  const auto found = std::ranges::find(kSingulars, std::string_view(sourceText), &Plural::many);
+  return found == std::end(kSingulars) ? QString() : QString::fromUtf8(found->one);
+}
+
+QString listed(const QStringList& things) {
+  return things.join(WindowText::tr(", ", "between things that are listed"));
 }
 
 QString menuText(const QString& text) {

@@ -1,13 +1,41 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QLabel>
 #include <QString>
+#include <QTranslator>
 #include <string>
 
 class QPlainTextEdit;
 
 namespace korvel {
+
+/// Texts that belong to no class of the toolkit's. Every text of the window's own goes through
+/// tr(): that of the class where it has Q_OBJECT, in free functions that of the class that they
+/// serve, elsewhere this one's. A text is a whole sentence or label with places for what differs;
+/// one with a number is written in the plural, with "%n" or "%Ln". What comes from the station
+/// (refusals, steps of the history, what it waits for) and what is typed at the console stays as it
+/// is: the console, the log and other stations say it in the same words.
+class WindowText {
+  Q_DECLARE_TR_FUNCTIONS(WindowText)
+};
+
+/// English in the singular, for texts that are written in the plural: "1 edit" for "%Ln edits".
+/// The toolkit has no other forms where no translation is loaded.
+class EnglishPlurals : public QTranslator {
+ public:
+  using QTranslator::QTranslator;
+
+  [[nodiscard]] bool isEmpty() const override { return false; }
+
+  /// The text for one thing, with its places for numbers; null for more, and for other texts.
+  [[nodiscard]] QString translate(const char* context, const char* sourceText,
+                                  const char* disambiguation, int n) const override;
+};
+
+/// Things in one sentence or line, one after the other: "Quay, Pier".
+QString listed(const QStringList& things);
 
 /// A text of the station as the window shows it: UTF-8; bytes that are none become the replacement
 /// character.
@@ -32,9 +60,16 @@ QString menuText(const QString& text);
 /// characters.
 QString oneLine(const QString& text);
 
-/// A time as people say it today: "12:04" of today, with the day of any other; "-" where none is
-/// known.
+/// A time as the system writes it: of today "12:04:11", with the day of any other; "-" where none
+/// is known.
 QString shownTime(const QDateTime& time);
+
+/// A time of the day as the system writes it, to the second and to the minute.
+QString clockTime(const QTime& time);
+QString clockTimeToMinute(const QTime& time);
+
+/// A day in short, and a time to the minute, as the system writes them.
+QString shownDayAndTime(const QDateTime& time);
 
 /// A word as it must be typed for a command line to hold it whole.
 QString quoted(const QString& word);

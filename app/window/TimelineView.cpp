@@ -48,15 +48,15 @@ QColor fillOf(const TimelineTrack& track, const TimelineItem& item) {
 QString kindWord(const TimelineItem& item) {
   switch (item.kind) {
     case TimelineItem::Kind::eGap:
-      return QStringLiteral("gap");
+      return TimelineView::tr("gap");
     case TimelineItem::Kind::eTransition:
-      return QStringLiteral("transition");
+      return TimelineView::tr("transition");
     case TimelineItem::Kind::eNested:
-      return QStringLiteral("nested");
+      return TimelineView::tr("nested");
     case TimelineItem::Kind::eClip:
       break;
   }
-  return QStringLiteral("clip");
+  return TimelineView::tr("clip");
 }
 
 }  // namespace
@@ -87,7 +87,7 @@ TimelineView::TimelineView(QWidget* parent) : QAbstractScrollArea(parent) {
   installTimelineAccess();  // before anything asks for it
   setFocusPolicy(Qt::StrongFocus);
   setFrameShape(QFrame::NoFrame);
-  setAccessibleName(QStringLiteral("Timeline"));
+  setAccessibleName(tr("Timeline"));
   setMinimumHeight(60);
   setContextMenuPolicy(Qt::CustomContextMenu);
   viewport()->setMouseTracking(true);
@@ -98,14 +98,15 @@ QString TimelineView::itemText(int index) const {
   const TimelineTrack& on = timeline_->tracks[track];
   const TimelineItem& item = on.items[number];
   const double rate = item.rate > 0 ? item.rate : timeline_->rate;
-  QStringList words{item.name.isEmpty() ? kindWord(item) : kindWord(item) + ' ' + item.name,
-                    QStringLiteral("track ") +
-                        (on.name.isEmpty() ? QString::number(track + 1) : oneLine(on.name)),
-                    timecode(item.length, rate) + QStringLiteral(" long"),
-                    QStringLiteral("from ") + timecode(item.start, rate)};
-  if (!item.change.isEmpty()) words << QStringLiteral("since then ") + item.change;
-  if (!item.hasMaterial) words << QStringLiteral("its material is missing");
-  return words.join(QStringLiteral(", "));
+  QStringList words{
+      item.name.isEmpty() ? kindWord(item)
+                          : tr("%1 %2", "clip, and its name").arg(kindWord(item), item.name),
+      tr("track %1").arg(on.name.isEmpty() ? QString::number(track + 1) : oneLine(on.name)),
+      tr("%1 long").arg(timecode(item.length, rate)),
+      tr("from %1").arg(timecode(item.start, rate))};
+  if (!item.change.isEmpty()) words << tr("since then %1").arg(item.change);
+  if (!item.hasMaterial) words << tr("its material is missing");
+  return listed(words);
 }
 
 void TimelineView::show(const TimelinePtr& timeline) {
@@ -171,8 +172,7 @@ void TimelineView::paintEvent(QPaintEvent*) {
   const bool hasTracks = timeline_ && !timeline_->tracks.empty();
   if (!hint_.isEmpty() || !hasTracks) {
     painter.setPen(colours().quiet);
-    const QString text =
-        !hint_.isEmpty() ? hint_ : QStringLiteral("This edit is empty: it has no tracks yet.");
+    const QString text = !hint_.isEmpty() ? hint_ : tr("This edit is empty: it has no tracks yet.");
     painter.drawText(viewport()->rect().adjusted(16, 8, -16, -8),
                      Qt::AlignCenter | Qt::TextWordWrap, text);
     return paintFocus(painter);
@@ -287,7 +287,7 @@ void TimelineView::paintItem(QPainter& painter, const TimelineTrack& track,
   const QRect visible =
       rect.intersected(QRect(kHeadWidth, 0, viewport()->width(), viewport()->height()));
   if (visible.width() < kLeastTextWidth) return;
-  const QString text = isGap && item.name.isEmpty() ? QStringLiteral("gap") : oneLine(item.name);
+  const QString text = isGap && item.name.isEmpty() ? tr("gap") : oneLine(item.name);
   painter.setPen(isGap ? with.quiet : with.clipText);
   const QRect inner(visible.left() + 6, rect.top(), visible.width() - 12, rect.height());
   painter.drawText(inner, Qt::AlignVCenter | Qt::AlignLeft,
@@ -543,12 +543,13 @@ void TimelineView::fitScrollBars() {
 
 QString TimelineView::toolTipOf(const TimelineItem& item) const {
   const double rate = item.rate > 0 ? item.rate : timeline_->rate;
-  QString text = QStringLiteral("%1 (%2)\n%3 long, from %4")
-                     .arg(item.name.isEmpty() ? kindWord(item) : item.name, kindWord(item),
-                          timecode(item.length, rate), timecode(item.start, rate));
-  if (!item.change.isEmpty()) text += QStringLiteral("\nSince then: ") + item.change;
-  if (!item.hasMaterial) text += QStringLiteral("\nIts material is missing.");
-  return text;
+  QStringList lines{
+      tr("%1 (%2)", "a name, and what has it")
+          .arg(item.name.isEmpty() ? kindWord(item) : item.name, kindWord(item)),
+      tr("%1 long, from %2").arg(timecode(item.length, rate), timecode(item.start, rate))};
+  if (!item.change.isEmpty()) lines << tr("Since then: %1").arg(item.change);
+  if (!item.hasMaterial) lines << tr("Its material is missing.");
+  return lines.join(QLatin1Char('\n'));
 }
 
 QString TimelineView::tipAt(const QPoint& at) const {

@@ -34,6 +34,23 @@ QStringList cookiesOf(const std::vector<LeftEdit>& left) {
   return cookies;
 }
 
+/// What another did to an edit, in one sentence.
+QString otherText(const QString& name, const OtherSave& other) {
+  if (other.isGone) {
+    return UnsavedGuard::tr("\"%1\" was deleted by another since you opened it.").arg(name);
+  }
+  if (!other.problem.isEmpty()) {
+    return UnsavedGuard::tr(
+               "\"%1\" was changed by another program and cannot be read now since you opened it.")
+        .arg(name);
+  }
+  if (other.by.isEmpty()) {
+    return UnsavedGuard::tr("\"%1\" was changed by another program since you opened it.").arg(name);
+  }
+  return UnsavedGuard::tr("\"%1\" was saved by %2 at %3 since you opened it.")
+      .arg(name, oneLine(other.by), shownTime(other.at));
+}
+
 const ActionSpec& saveCopyAction() {
   return *std::ranges::find_if(actionTable(), [](const ActionSpec& action) {
     return QLatin1String(action.line) == QLatin1String(kSaveCopy);
@@ -66,16 +83,19 @@ QString UnsavedGuard::called(const QString& cookie, const QString& name) const {
 QString UnsavedGuard::titleOf(const LeftEdit& left) const {
   const QString name = called(left.cookie, left.name);
   return left.problem.isEmpty() ? QStringLiteral("%1 (%2)").arg(name, shownTime(left.changed))
-                                : QStringLiteral("%1 (cannot be read)").arg(name);
+                                : tr("%1 (cannot be read)").arg(name);
 }
 
 QString UnsavedGuard::textOf(const std::vector<LeftEdit>& left) const {
   const qsizetype count = cookiesOf(left).size();
-  const QString what =
-      count == 1 ? QStringLiteral("\"%1\"").arg(called(left.front().cookie, left.front().name))
-                 : QStringLiteral("%L1 edits").arg(count);
-  return QStringLiteral("Unsaved changes of %1 in %2 were left when the station ended.")
-      .arg(shownTime(left.front().changed), what);
+  const QString when = shownTime(left.front().changed);
+  if (count == 1) {
+    return tr("Unsaved changes of %1 in \"%2\" were left when the station ended.")
+        .arg(when, called(left.front().cookie, left.front().name));
+  }
+  return tr("Unsaved changes of %1 in %Ln edits were left when the station ended.", nullptr,
+            static_cast<int>(count))
+      .arg(when);
 }
 
 void UnsavedGuard::before(const QString& what, const std::function<void()>& go,
@@ -92,21 +112,18 @@ void UnsavedGuard::ask(const QString& what, const std::vector<UnsavedEdit>& unsa
                        const std::function<void()>& go, const std::function<void()>& stay) {
   QStringList names;
   for (const UnsavedEdit& edit : unsaved) names << called(edit.cookie, edit.name);
-  const QString text =
-      unsaved.size() == 1
-          ? QStringLiteral("One edit has changes that are not saved. Discarded changes are lost.")
-          : QStringLiteral("%L1 edits have changes that are not saved. Discarded changes are lost.")
-                .arg(unsaved.size());
+  const QString text = tr("%Ln edits have changes that are not saved. Discarded changes are lost.",
+                          nullptr, static_cast<int>(unsaved.size()));
   const auto unlessFailed = [go, stay](const CommandOutcome& outcome) {
     outcome.succeeded ? go() : stay();
   };
   asked_ = new Question(QStringLiteral("unsavedDialog"), what, text, names, &window_);
-  asked_->usualAnswer(QStringLiteral("&Save"),
-                      [this, lines = linesOn("edit save", unsaved), unlessFailed] {
-                        link_.runAll(lines, unlessFailed);
-                      });
-  asked_->answer(QStringLiteral("&Discard"), [this, lines = linesOn("edit revert", unsaved),
-                                              unlessFailed] { link_.runAll(lines, unlessFailed); });
+  asked_->usualAnswer(tr("&Save"), [this, lines = linesOn("edit save", unsaved), unlessFailed] {
+    link_.runAll(lines, unlessFailed);
+  });
+  asked_->answer(tr("&Discard"), [this, lines = linesOn("edit revert", unsaved), unlessFailed] {
+    link_.runAll(lines, unlessFailed);
+  });
   asked_->otherwise(stay);
   asked_->ask();
   Q_EMIT asking();
@@ -141,23 +158,22 @@ std::optional<UnsavedEdit> UnsavedGuard::editOf(const QString& line) const {
 }
 
 void UnsavedGuard::askAboutConflict(const UnsavedEdit& edit, const OtherSave& other) {
-  const QString text =
-      QStringLiteral(
-          "\"%1\" %2 since you opened it. Your changes are not saved yet. Where you save "
-          "over it, the other version stays in the history.")
-          .arg(called(edit.cookie, edit.name), other.what) +
-      (other.changes.isEmpty() ? QString()
-       : other.isKnown         ? QStringLiteral(" What the other changed:")
-                               : QStringLiteral(" How the other differs from yours:"));
-  conflict_ = new Question(QStringLiteral("saveDialog"), QStringLiteral("Save"), text,
+  QStringList text{otherText(called(edit.cookie, edit.name), other),
+                   tr("Your changes are not saved yet. Where you save over it, the other version "
+                      "stays in the history.")};
+  if (!other.changes.isEmpty()) {
+    text << (other.isKnown ? tr("What the other changed:")
+                           : tr("How the other differs from yours:"));
+  }
+  conflict_ = new Question(QStringLiteral("saveDialog"), tr("Save"), text.join(QLatin1Char(' ')),
                            other.changes, &window_);
-  conflict_->usualAnswer(QStringLiteral("Save a &copy…"), [this, edit, other] {
+  conflict_->usualAnswer(tr("Save a &copy…"), [this, edit, other] {
     QStringList after;  // the edit then shows what the other saved
     // A deleted edit has no saved version to go back to.
     if (!other.isGone) after << lineOn("edit revert", edit.cookie);
     askForCopy(edit, QStringLiteral("%1 (%2)").arg(edit.name, user_), after);
   });
-  conflict_->answer(QStringLiteral("Save &over it"), [this, edit] {
+  conflict_->answer(tr("Save &over it"), [this, edit] {
     link_.run(lineOn("edit save", edit.cookie) + QStringLiteral(" --over"));
   });
   conflict_->ask();
@@ -196,12 +212,16 @@ void UnsavedGuard::tellOfDeletions() {
     link_.askDeleter(row.cookie, [this, edit = UnsavedEdit{row.cookie, row.name},
                                   isDirty = row.isDirty](const QString& user) {
       if (!deleted_.contains(edit.cookie)) return;  // brought back meanwhile
-      const QString who = user.isEmpty() ? QStringLiteral("Another") : oneLine(user);
+      const QString name = called(edit.cookie, edit.name);
+      const QString text =
+          user.isEmpty()
+              ? tr("Another deleted \"%1\". What it holds is kept here until you close it.")
+                    .arg(name)
+              : tr("%1 deleted \"%2\". What it holds is kept here until you close it.")
+                    .arg(oneLine(user), name);
       // Closing is refused with unsaved changes.
       const char* const drop = isDirty ? "edit revert" : "edit close";
-      offer(QStringLiteral("%1 deleted \"%2\". What it holds is kept here until you close it.")
-                .arg(who, called(edit.cookie, edit.name)),
-            {QStringLiteral("Save a copy…"), QStringLiteral("Let it go"), QStringLiteral("Later")},
+      offer(text, {tr("Save a copy…"), tr("Let it go"), tr("Later")},
             {[this, edit] { askForCopy(edit, edit.name, {}); },
              [this, edit, drop] { link_.run(lineOn(drop, edit.cookie)); }});
       told_ = edit.cookie;
@@ -227,8 +247,7 @@ void UnsavedGuard::takeSnapshot(const SnapshotPtr& snapshot) {
 
 void UnsavedGuard::offerLeft() {
   if (!left_ || left_->empty()) return bar_.hide();
-  offer(textOf(*left_),
-        {QStringLiteral("Take up"), QStringLiteral("Throw away…"), QStringLiteral("Later")},
+  offer(textOf(*left_), {tr("Take up"), tr("Throw away…"), tr("Later")},
         {[this] { takeUpLeft(); }, [this] { askBeforeThrowingAway(); }});
 }
 
@@ -245,11 +264,10 @@ void UnsavedGuard::askBeforeThrowingAway() {
   for (const QString& cookie : cookiesOf(*left_)) {
     lines << lineOn("edit recover", cookie) + QStringLiteral(" --discard");
   }
-  auto* question =
-      new Question(QStringLiteral("throwAwayDialog"), QStringLiteral("Throw away"),
-                   QStringLiteral("Throw these unsaved changes away? They cannot be brought back."),
-                   things, &window_);
-  question->answer(QStringLiteral("&Throw away"),
+  auto* question = new Question(
+      QStringLiteral("throwAwayDialog"), tr("Throw away"),
+      tr("Throw these unsaved changes away? They cannot be brought back."), things, &window_);
+  question->answer(tr("&Throw away"),
                    [this, lines] { link_.runAll(lines, [](const CommandOutcome&) {}); });
   question->otherwise([this] { offerLeft(); });
   question->ask();

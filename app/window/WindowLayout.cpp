@@ -90,7 +90,7 @@ namespace {
 
 constexpr QSize kFirstSize{1240, 780};
 constexpr QSize kRoomForDocks{480, 320};  // beside one another
-constexpr int kRoomForTexts = 800;        // of the tools, beside their icons
+constexpr int kRoomForTexts = 800;        // of the tools, beside their icons, in short words
 constexpr int kUsefulSide = 180;          // of the projects, to tell who holds them
 constexpr QSize kDockSize{300, 190};
 constexpr QSize kPanelSize{300, 380};  // there, one writes
@@ -121,6 +121,16 @@ QSplitter* splitter(Qt::Orientation orientation, const QList<QWidget*>& widgets)
 }  // namespace
 
 namespace {
+
+/// The width in which the texts of a tool bar fit beside their icons.
+int roomForTexts(const QToolBar& bar) {
+  constexpr int kAroundText = 44;  // the icon, the button's edges, the gap to the next
+  int room = kAroundText;
+  for (const QAction* action : bar.actions()) {
+    room += bar.fontMetrics().horizontalAdvance(action->iconText()) + kAroundText;
+  }
+  return std::max(room, kRoomForTexts);
+}
 
 /// How much of a splitter's room its first part has.
 double shareOf(const QSplitter& parts) {
@@ -182,19 +192,17 @@ QDockWidget* WindowLayout::makeDock(const QString& title, const char* name, QWid
 
 void WindowLayout::buildDocks() {
   window_.addDockWidget(Qt::RightDockWidgetArea, panes_.panel);
-  notificationsDock_ =
-      makeDock(QStringLiteral("Notifications"), "notificationsDock", panes_.notifications);
+  notificationsDock_ = makeDock(tr("Notifications"), "notificationsDock", panes_.notifications);
   window_.addDockWidget(Qt::RightDockWidgetArea, notificationsDock_);
-  logDock_ = makeDock(QStringLiteral("Log"), "logDock", panes_.log);
+  logDock_ = makeDock(tr("Log"), "logDock", panes_.log);
   window_.addDockWidget(Qt::BottomDockWidgetArea, logDock_);
-  historyDock_ = makeDock(QStringLiteral("History"), "historyDock", panes_.history);
+  historyDock_ = makeDock(tr("History"), "historyDock", panes_.history);
   window_.addDockWidget(Qt::BottomDockWidgetArea, historyDock_);
   window_.tabifyDockWidget(logDock_, historyDock_);
-  peopleDock_ = makeDock(QDockWidget::tr("People"), "peopleDock", panes_.people);
+  peopleDock_ = makeDock(tr("People"), "peopleDock", panes_.people);
   window_.addDockWidget(Qt::BottomDockWidgetArea, peopleDock_);
   window_.tabifyDockWidget(historyDock_, peopleDock_);
-  conversationDock_ =
-      makeDock(QDockWidget::tr("Conversation"), "conversationDock", panes_.conversation);
+  conversationDock_ = makeDock(tr("Conversation"), "conversationDock", panes_.conversation);
   window_.addDockWidget(Qt::BottomDockWidgetArea, conversationDock_);
   window_.tabifyDockWidget(peopleDock_, conversationDock_);
   for (QDockWidget* each : toolDocks()) each->hide();
@@ -261,8 +269,8 @@ void WindowLayout::fit() {
        {panes_.recovery, panes_.answers, panes_.asks, panes_.messages, panes_.strip}) {
     bar->setLines(isSmall ? MessageBar::Lines::eOne : MessageBar::Lines::eAll);
   }
-  const bool hasTexts = window_.width() >= kRoomForTexts;
   for (QToolBar* bar : window_.findChildren<QToolBar*>()) {
+    const bool hasTexts = window_.width() >= roomForTexts(*bar);
     bar->setToolButtonStyle(hasTexts ? Qt::ToolButtonTextBesideIcon : Qt::ToolButtonIconOnly);
   }
   if (isSmall != isSmall_) isSmall ? gatherDocks() : spreadDocks();

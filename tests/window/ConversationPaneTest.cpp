@@ -35,9 +35,9 @@ TEST_F(ConversationPaneTest, OwnAndOthersWordsStandThereWithNamesAndTimes) {
   pane.add({saidOf("BEN", "ANNA", "Is it yours?"), saidOf("ANNA", "BEN", "Yes."),
             saidOf("BEN", "<All>", "Lunch!")});
   EXPECT_EQ(text(),
-            " BE  BEN to ANNA  2026-11-21 17:40\nIs it yours?\n"
-            " AN  ANNA to BEN  2026-11-21 17:40\nYes.\n"
-            " BE  BEN to everybody  2026-11-21 17:40\nLunch!");
+            " BE  BEN to ANNA  21 Nov 2026 17:40\nIs it yours?\n"
+            " AN  ANNA to BEN  21 Nov 2026 17:40\nYes.\n"
+            " BE  BEN to everybody  21 Nov 2026 17:40\nLunch!");
 }
 
 TEST_F(ConversationPaneTest, WhatWasSaidBeforeComesFirstAndIsRead) {

@@ -73,15 +73,15 @@ TEST_F(NewsBookTest, AtTheFirstVisitNothingIsNews) { EXPECT_EQ(told("E1"), ""); 
 
 TEST_F(NewsBookTest, WhatOthersDoIsNewsByWhomAndWhen) {
   benChanges("E1");
-  EXPECT_EQ(told("E1"), "changed by BEN, 4 Mar 12:04");
+  EXPECT_EQ(told("E1"), "changed by BEN, 4 Mar 2026 12:04");
   benChanges("E2", true);
-  EXPECT_EQ(told("E2"), "new by BEN, 4 Mar 12:04");
+  EXPECT_EQ(told("E2"), "new by BEN, 4 Mar 2026 12:04");
   benChanges("E2");  // which does not make it older
-  EXPECT_EQ(told("E2"), "new by BEN, 4 Mar 12:04");
+  EXPECT_EQ(told("E2"), "new by BEN, 4 Mar 2026 12:04");
   book_->forget("E2");
   EXPECT_EQ(told("E2"), "");
   benChanges("E2");
-  EXPECT_EQ(told("E2"), "changed by BEN, 4 Mar 12:04");
+  EXPECT_EQ(told("E2"), "changed by BEN, 4 Mar 2026 12:04");
 }
 
 TEST_F(NewsBookTest, OfTodayTheTimeIsEnough) {
@@ -114,15 +114,15 @@ TEST_F(NewsBookTest, MarksSurviveTheEndOfTheProgramAndLeaving) {
   benChanges("E2", true);
   rows_[0].elsewhere = rows_[1].elsewhere = {};  // counted from the beginning of a visit
   begin();
-  EXPECT_EQ(told("E1"), "changed by BEN, 4 Mar 12:04");
-  EXPECT_EQ(told("E2"), "new by BEN, 4 Mar 12:04");
+  EXPECT_EQ(told("E1"), "changed by BEN, 4 Mar 2026 12:04");
+  EXPECT_EQ(told("E2"), "new by BEN, 4 Mar 2026 12:04");
   book_->forget("E1");
   book_->open("P2", "ANNA");
   EXPECT_EQ(told("E2"), "");
   book_->open("P1", "ANNA");
   take();
   EXPECT_EQ(told("E1"), "");
-  EXPECT_EQ(told("E2"), "new by BEN, 4 Mar 12:04");
+  EXPECT_EQ(told("E2"), "new by BEN, 4 Mar 2026 12:04");
 }
 
 TEST_F(NewsBookTest, WhatOthersDidWhileNobodyWasHereIsNewsToo) {
@@ -147,11 +147,11 @@ TEST_F(NewsBookTest, WhatWasSavedWhileNobodyWasHereHasTheTimeOfTheSave) {
     putRow(rows_, key, late);
   }
   begin();
-  EXPECT_EQ(told("E1"), "changed by BEN, 4 Mar 12:04");
-  EXPECT_EQ(told("E2"), "new by BEN, 4 Mar 12:04");
-  EXPECT_EQ(newsInFull(*book_->mark("E1")), "changed by BEN, 4 March 2026 12:04");
+  EXPECT_EQ(told("E1"), "changed by BEN, 4 Mar 2026 12:04");
+  EXPECT_EQ(told("E2"), "new by BEN, 4 Mar 2026 12:04");
+  EXPECT_EQ(newsInFull(*book_->mark("E1")), "changed by BEN, Wednesday, 4 March 2026 12:04");
   begin();  // nothing changed since
-  EXPECT_EQ(told("E1"), "changed by BEN, 4 Mar 12:04");
+  EXPECT_EQ(told("E1"), "changed by BEN, 4 Mar 2026 12:04");
   EXPECT_EQ(book_->mark("E2")->at, saved);
 }
 
@@ -161,13 +161,13 @@ TEST_F(NewsBookTest, WhatIsNewAndChangesAgainBeforeItIsListedIsNew) {
   late.elsewhere = {1, false, {}, QDateTime(QDate(2026, 3, 4), QTime(12, 4))};
   putRow(rows_, "E2", late);
   begin();
-  EXPECT_EQ(told("E2"), "new by BEN, 4 Mar 12:04");
+  EXPECT_EQ(told("E2"), "new by BEN, 4 Mar 2026 12:04");
 }
 
 TEST_F(NewsBookTest, AnotherUserKnowsNothingOfIt) {
   benChanges("E1");
   begin("BEN");
-  EXPECT_EQ(told("E1"), "changed by BEN, 4 Mar 12:04") << "of this visit";
+  EXPECT_EQ(told("E1"), "changed by BEN, 4 Mar 2026 12:04") << "of this visit";
   rows_[0].elsewhere = {};
   begin("CARL");
   EXPECT_EQ(told("E1"), "");

@@ -242,13 +242,13 @@ TEST_F(PeoplePaneTest, EverybodyIsListedWithPlaceAndEditsThisStationFirst) {
   ASSERT_EQ(pane.list().topLevelItemCount(), 5);
   EXPECT_EQ(texts(0).front(), "ANNA (this station)");
   EXPECT_EQ(texts(1), QStringList({"BEN", "Film P1", "Sound", "Pier (unsaved), Quay", "BEN-PC",
-                                   "2026-11-21 17:40"}));
+                                   "21 Nov 2026 17:40"}));
   EXPECT_EQ(texts(2)[3], "2 open, 1 of them unsaved");
   EXPECT_EQ(texts(3).front(), "DORA (gone)");
   EXPECT_EQ(texts(4), QStringList({"EMIL", "", "", "", "", ""}));
   const QString words = pane.list().topLevelItem(1)->data(0, Qt::AccessibleTextRole).toString();
   EXPECT_EQ(words,
-            "BEN on BEN-PC: here since 2026-11-21 17:40, in project \"Film P1\", in room "
+            "BEN on BEN-PC: here since 21 Nov 2026 17:40, in project \"Film P1\", in room "
             "\"Sound\". Edits: Pier (unsaved), Quay");
 }
 

@@ -87,10 +87,10 @@ TEST_F(StatusLineTest, StationsAreCountedAsTheyTellOfThemselves) {
   line.showPresence(presence);
   EXPECT_EQ(label("counts").text(), "0 sent, 0 received, 2 here, 1 gone without goodbye");
   for (const char* words :
-       {"ANNA on SUITE1: here since 2026-11-21 17:40, in no project",
-        "BEN on SUITE2: here since 2026-11-21 17:40, in project \"Film\", in "
+       {"ANNA on SUITE1: here since 21 Nov 2026 17:40, in no project",
+        "BEN on SUITE2: here since 21 Nov 2026 17:40, in project \"Film\", in "
         "room \"Sound\"",
-        "CARL on SUITE3: gone without goodbye, there since 2026-11-21 17:40, in "
+        "CARL on SUITE3: gone without goodbye, there since 21 Nov 2026 17:40, in "
         "project \"Film\""}) {
     EXPECT_TRUE(label("counts").toolTip().contains(words)) << words;
   }

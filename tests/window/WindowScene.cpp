@@ -9,6 +9,7 @@
 #include <QComboBox>
 #include <QInputDialog>
 #include <QLineEdit>
+#include <QLocale>
 #include <QPointer>
 #include <QPushButton>
 #include <algorithm>
@@ -25,12 +26,17 @@ namespace {
 /// A window that a test acts in.
 class DrivenWindow : public StationWindow {
  public:
-  explicit DrivenWindow(WindowScene::Act act) : act_(std::move(act)) {}
+  DrivenWindow(WindowScene::Act act, QTranslator* language)
+      : act_(std::move(act)), language_(language) {
+    if (language_) QApplication::installTranslator(language_);
+  }
 
  protected:
   void runLoop(MainWindow& window) override {
     QApplication::setActiveWindow(&window);  // nobody manages windows on a test's display
     act_(window);
+    // What follows is asked and answered in English.
+    if (language_) QApplication::removeTranslator(language_);
     QTimer discard;
     QObject::connect(&discard, &QTimer::timeout, &window,
                      [&window] { answer(window, "unsavedDialog", "Discard"); });
@@ -41,11 +47,19 @@ class DrivenWindow : public StationWindow {
 
  private:
   WindowScene::Act act_;
+  QTranslator* language_;
 };
 
 constexpr const char* kEdit = R"({"OTIO_SCHEMA":"Timeline.1","name":"Edit %d",)"
                               R"("metadata":{"korvel":{"logType":0,"config":{"OWNER":"ANNA"}}},)"
                               R"("tracks":{"OTIO_SCHEMA":"Stack.1","children":[]}})";
+
+/// Times and numbers without any country's habits, wherever the test runs; thousands are grouped.
+void writeAsTestsExpect() {
+  QLocale plain = QLocale::c();
+  plain.setNumberOptions(QLocale::DefaultNumberOptions);
+  QLocale::setDefault(plain);
+}
 
 /// How long the calling thread was ready to run and had no processor, as the system counts it.
 double queuedMilliseconds() {
@@ -59,6 +73,7 @@ double queuedMilliseconds() {
 }  // namespace
 
 WindowScene::WindowScene() {
+  writeAsTestsExpect();
   if (qEnvironmentVariableIsEmpty("KV_TEST_DISPLAY")) qputenv("QT_QPA_PLATFORM", "offscreen");
   qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString(folder / "config"));
   qputenv("XDG_STATE_HOME", QByteArray::fromStdString(folder / "state"));
@@ -85,11 +100,11 @@ int WindowScene::play(const Act& act) {
   with.recovery = folder / "state/korvel/recovery";
   with.config = config;
   with.config["shared_projects_udp_port"] = std::to_string(port);
-  return StationProgram(
-             std::move(options),
-             [&act]() -> Result<std::unique_ptr<iStationWindow>> {
-               return std::unique_ptr<iStationWindow>(std::make_unique<DrivenWindow>(act));
-             })
+  return StationProgram(std::move(options),
+                        [this, &act]() -> Result<std::unique_ptr<iStationWindow>> {
+                          return std::unique_ptr<iStationWindow>(
+                              std::make_unique<DrivenWindow>(act, language));
+                        })
       .run();
 }
 
@@ -121,9 +136,11 @@ void WindowScene::writeEdits(int count) const {
 }
 
 WithoutDisplay::WithoutDisplay() {
+  writeAsTestsExpect();
   qputenv("QT_QPA_PLATFORM", "offscreen");
   qputenv("XDG_STATE_HOME", QByteArray::fromStdString(state_.path()));
   application_ = std::make_unique<QApplication>(none_, nullptr);
+  QApplication::installTranslator(&plurals_);
 }
 
 WithoutDisplay::~WithoutDisplay() = default;

@@ -17,6 +17,7 @@
 #include "app/window/ProjectsPane.h"
 #include "app/window/StatusLine.h"
 #include "app/window/TalkPanes.h"
+#include "app/window/Texts.h"
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/support/StationProcess.h"
 
@@ -47,6 +48,7 @@ class WindowScene {
   int port = freeUdpPort();
   std::map<std::string, std::string> config;  ///< of the host, beside the port
   std::string script;                         ///< commands of the console, run at the start
+  QTranslator* language = nullptr;  ///< that the window speaks; English where there is none
 };
 
 /// What a test of a single pane needs of a program: no display, and fonts and events all the same;
@@ -60,6 +62,7 @@ class WithoutDisplay {
   int none_ = 0;
   ScratchFolder state_;
   std::unique_ptr<QApplication> application_;
+  EnglishPlurals plurals_;
 };
 
 /// A window that waits for the share or the host thread stands still for longer, also on a machine

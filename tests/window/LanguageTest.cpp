@@ -1,0 +1,555 @@
+#include <gtest/gtest.h>
+
+#include <QAbstractButton>
+#include <QAction>
+#include <QComboBox>
+#include <QDialog>
+#include <QDockWidget>
+#include <QGroupBox>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QLocale>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPlainTextEdit>
+#include <QPointer>
+#include <QRegularExpression>
+#include <QTabBar>
+#include <QTextDocumentFragment>
+#include <QToolButton>
+#include <QTreeView>
+#include <QTreeWidget>
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <set>
+
+#include "app/window/ActionTable.h"
+#include "app/window/HistoryPane.h"
+#include "app/window/MessageBar.h"
+#include "app/window/PeoplePane.h"
+#include "app/window/Texts.h"
+#include "app/window/WindowLayout.h"
+#include "tests/window/WindowScene.h"
+
+namespace korvel {
+
+namespace {
+
+/// A language that nobody speaks: English in brackets, 40 % longer, with an accent on each vowel.
+/// What has a plain vowel was not translated.
+class MadeUpLanguage : public QTranslator {
+ public:
+  ~MadeUpLanguage() override = default;
+
+  [[nodiscard]] bool isEmpty() const override { return false; }
+
+  [[nodiscard]] QString translate(const char* context, const char* sourceText, const char*,
+                                  int) const override {
+    // The names of keys are data here.
+    if (qstrcmp(context, "QShortcut") == 0) return {};
+    return of(QString::fromUtf8(sourceText));
+  }
+
+  static QString of(const QString& text) {
+    QString made;
+    qsizetype letters = 0;
+    // Places, markup and marks stay as they are.
+    static const QRegularExpression kKept("%L?(?:\\d+|n)|<[^>]+>|&\\w+;|&|.|\\n");
+    for (auto each = kKept.globalMatch(text); each.hasNext();) {
+      const QString part = each.next().captured();
+      const bool isLetter = part.size() == 1 && part.front().isLetter();
+      letters += isLetter;
+      made += isLetter ? accented(part.front()) : part;
+    }
+    if (letters == 0) return {};
+    return '[' + made + padding(std::max<qsizetype>(0, letters * 4 / 10 - 2)) + ']';
+  }
+
+ private:
+  static QChar accented(QChar letter) {
+    static const QString kPlain("aeiouyAEIOUY");
+    static const QString kAccented(QString::fromUtf8("åéîöûÿÅÉÎÖÛÝ"));
+    const qsizetype at = kPlain.indexOf(letter);
+    return at < 0 ? letter : kAccented[at];
+  }
+
+  /// In short words, at which a line may be broken.
+  static QString padding(qsizetype letters) {
+    QString made;
+    for (qsizetype i = 0; i < letters; ++i) {
+      made += i % 5 == 0 ? QChar(' ') : QString::fromUtf8("å").front();
+    }
+    return made;
+  }
+};
+
+QString withoutMarkup(const QString& text) {
+  return Qt::mightBeRichText(text) ? QTextDocumentFragment::fromHtml(text).toPlainText() : text;
+}
+
+/// Looks at what is in sight: whether it is in the made-up language, but for what people typed, and
+/// whether it fits. Each complaint comes once.
+class LanguageCheck {
+ public:
+  explicit LanguageCheck(MainWindow& window) : window_(window) {}
+
+  /// Names and words that are shown as they are.
+  void know(const QStringList& data) { data_ += data; }
+
+  /// What a bar says is the station's.
+  void leaveOut(const QWidget* widget) { leftOut_.insert(widget); }
+
+  /// Looks at the window, its menus and its dialogs.
+  void look(const QString& where) {
+    where_ = where;
+    // What it waits for is said by the station.
+    const QString ready = MadeUpLanguage::of("Ready");
+    waitFor([&] { return window_.status().busyText() == ready; }, 5000);
+    learn();
+    lookAt(window_);
+    for (const QAction* action : window_.findChildren<QAction*>()) lookAt(*action);
+    for (QDialog* dialog : window_.findChildren<QDialog*>()) {
+      if (dialog->isVisible()) lookAt(*dialog);
+    }
+  }
+
+  [[nodiscard]] int texts() const { return static_cast<int>(seen_.size()); }
+
+ private:
+  /// What the station's snapshot holds is data.
+  void learn() {
+    const SnapshotPtr& now = window_.snapshot();
+    if (!now) return;
+    QStringList data{now->undo, now->redo, now->project.name, now->user};
+    for (const auto& rows : now->objects) {
+      for (const ObjectRow& row : rows ? *rows : ObjectRows()) {
+        if (!row.detail.contains('[')) data << row.detail;
+        data << row.name << row.cookie << row.extra;
+      }
+    }
+    for (const VersionRow& row : window_.history().rows()) data << row.changes << row.user;
+    if (now->users) data += *now->users;
+    if (now->panel) {
+      data += now->panel->recipients + now->panel->lines;
+      data << now->panel->title << now->panel->prompt << now->panel->tooltip;
+    }
+    for (const StationRow& row : now->presence.stations) data << row.user << row.host;
+    if (const TimelinePtr& timeline = window_.detail().view().timeline()) {
+      for (const TimelineTrack& track : timeline->tracks) {
+        data << track.name;
+        for (const TimelineItem& item : track.items) data << item.name << item.change;
+      }
+      data += timeline->changes;
+    }
+    for (const QString& each : data) {
+      if (!each.isEmpty() && !data_.contains(each)) data_ << each;
+    }
+    // The longest first: one may be a part of another.
+    std::ranges::stable_sort(data_, std::greater(), &QString::size);
+  }
+
+  void complain(const char* what, const QString& text, const QString& of) {
+    const QString complaint = QString("%1: %2 \"%3\" (%4)").arg(where_, what, text, of);
+    if (!told_.contains(what + text)) ADD_FAILURE() << complaint.toStdString();
+    told_.insert(what + text);
+  }
+
+  void check(const QString& text, const char* of) {
+    seen_.insert(text);
+    QString left = withoutMarkup(text).remove('&');
+    for (const QString& each : data_) left.remove(each);
+    // Cookies and their beginnings, keys, days, initials, the plug-in, sizes.
+    static const QRegularExpression kData(
+        "\\b[A-Z][0-9a-f]{8,32}(-[0-9a-f]{4})?\\b|"
+        "\\b((Ctrl|Alt|Shift)\\+)+\\w+|\\bDel\\b|\\b\\d+ [A-Z][a-z]{2} \\d{4}|"
+        "\\b[A-Z]{2}\\b|Project ?Share [\\d.]+|\\d+ (bytes|kB|KiB|MB|MiB)");
+    left.remove(kData);
+    static const QRegularExpression kPlain("\\w*[aeiouyAEIOUY]\\w*");
+    const QString word = kPlain.match(left).captured();
+    if (!word.isEmpty()) complain("not translated", text, QString("%1, \"%2\"").arg(of, word));
+  }
+
+  void lookAt(const QAction& action) {
+    check(action.text(), "action");
+    check(action.toolTip(), "tool tip of an action");
+    check(action.statusTip(), "status tip of an action");
+  }
+
+  void lookAt(QWidget& root) {
+    lookAtOne(root);
+    for (QWidget* each : root.findChildren<QWidget*>()) {
+      // Dialogs and menus are looked at by themselves.
+      if (each->isVisible() && each->window() == root.window()) lookAtOne(*each);
+    }
+  }
+
+  void lookAtOne(QWidget& widget) {
+    if (leftOut_.contains(&widget)) return;
+    const char* const of = widget.metaObject()->className();
+    for (const QString& text : {widget.toolTip(), widget.accessibleName(),
+                                widget.accessibleDescription(), widget.statusTip()}) {
+      check(text, of);
+    }
+    if (widget.isWindow() || qobject_cast<QDockWidget*>(&widget)) check(widget.windowTitle(), of);
+    for (const QString& text : textsOf(widget)) check(text, of);
+    lookWhetherItFits(widget);
+  }
+
+  static QStringList textsOf(const QWidget& widget) {
+    if (const auto* label = qobject_cast<const QLabel*>(&widget)) return {label->text()};
+    if (const auto* button = qobject_cast<const QAbstractButton*>(&widget)) return {button->text()};
+    if (const auto* box = qobject_cast<const QGroupBox*>(&widget)) return {box->title()};
+    if (const auto* line = qobject_cast<const QLineEdit*>(&widget)) {
+      return {line->placeholderText()};
+    }
+    if (const auto* text = qobject_cast<const QPlainTextEdit*>(&widget)) {
+      return {text->placeholderText(), text->toPlainText()};
+    }
+    if (const auto* tabs = qobject_cast<const QTabBar*>(&widget)) return textsOf(*tabs);
+    if (const auto* choice = qobject_cast<const QComboBox*>(&widget)) return textsOf(*choice);
+    if (const auto* view = qobject_cast<const QTreeView*>(&widget)) return textsOf(*view);
+    return {};
+  }
+
+  static QStringList textsOf(const QTabBar& tabs) {
+    QStringList texts;
+    for (int i = 0; i < tabs.count(); ++i) texts << tabs.tabText(i) << tabs.tabToolTip(i);
+    return texts;
+  }
+
+  static QStringList textsOf(const QComboBox& choice) {
+    QStringList texts;
+    for (int i = 0; i < choice.count(); ++i) texts << choice.itemText(i);
+    return texts;
+  }
+
+  static QStringList textsOf(const QTreeView& view) {
+    constexpr int kMostRows = 30;
+    QStringList texts;
+    const QAbstractItemModel& model = *view.model();
+    for (int column = 0; column < model.columnCount(); ++column) {
+      if (!view.isHeaderHidden()) texts << model.headerData(column, Qt::Horizontal).toString();
+      for (int row = 0; row < std::min(kMostRows, model.rowCount()); ++row) {
+        const QModelIndex index = model.index(row, column);
+        for (const int role :
+             {int(Qt::DisplayRole), int(Qt::ToolTipRole), int(Qt::AccessibleTextRole)}) {
+          texts << index.data(role).toString();
+        }
+      }
+    }
+    return texts;
+  }
+
+  /// A text that is cut is to be read whole in a tool tip.
+  static bool isTold(const QWidget& widget, const QString& text) {
+    return withoutMarkup(widget.toolTip()).contains(QString(text).remove('&'));
+  }
+
+  void lookWhetherItFits(const QWidget& widget) {
+    const char* const of = widget.metaObject()->className();
+    const auto cut = [&](const QString& text) {
+      complain("cut", text, QString("%1, %2 wide").arg(of).arg(widget.width()));
+    };
+    if (const auto* label = qobject_cast<const QLabel*>(&widget)) {
+      if (!fits(*label)) cut(label->text());
+    } else if (const auto* button = qobject_cast<const QAbstractButton*>(&widget)) {
+      const bool isWhole = button->text().isEmpty() || isTold(*button, button->text()) ||
+                           button->sizeHint().width() <= button->width();
+      if (!isWhole) cut(button->text());
+    } else if (const auto* line = qobject_cast<const QLineEdit*>(&widget)) {
+      const QString text = line->placeholderText();
+      const int width = line->fontMetrics().horizontalAdvance(text);
+      if (width + 16 > line->width() && !isTold(*line, text)) cut(text);
+    } else if (const auto* tabs = qobject_cast<const QTabBar*>(&widget)) {
+      lookWhetherTabsFit(*tabs);
+    } else if (const auto* view = qobject_cast<const QTreeView*>(&widget)) {
+      lookWhetherHeadingsFit(*view);
+    } else if (const auto* dock = qobject_cast<const QDockWidget*>(&widget)) {
+      constexpr int kButtons = 44;
+      const int width = dock->fontMetrics().horizontalAdvance(dock->windowTitle());
+      if (width + kButtons > dock->width() && !isTold(*dock, dock->windowTitle())) {
+        cut(dock->windowTitle());
+      }
+    }
+  }
+
+  static bool fits(const QLabel& label) {
+    const bool isElastic = dynamic_cast<const ElidedLabel*>(&label) != nullptr;
+    if (isElastic || label.text().isEmpty()) return true;
+    if (label.wordWrap()) return label.heightForWidth(label.width()) <= label.height() + 1;
+    return label.sizeHint().width() <= label.width() || !label.toolTip().isEmpty();
+  }
+
+  void lookWhetherTabsFit(const QTabBar& tabs) {
+    for (int i = 0; i < tabs.count(); ++i) {
+      const int width = tabs.fontMetrics().horizontalAdvance(QString(tabs.tabText(i)).remove('&'));
+      if (width <= tabs.tabRect(i).width() || !tabs.tabToolTip(i).isEmpty()) continue;
+      complain("cut", tabs.tabText(i), QString("tab, %1 wide").arg(tabs.tabRect(i).width()));
+    }
+  }
+
+  void lookWhetherHeadingsFit(const QTreeView& view) {
+    if (view.isHeaderHidden()) return;
+    const QHeaderView& header = *view.header();
+    for (int column = 0; column < header.count(); ++column) {
+      if (header.isSectionHidden(column)) continue;
+      const QString text = view.model()->headerData(column, Qt::Horizontal).toString();
+      const int width = header.fontMetrics().horizontalAdvance(text);
+      if (width + 8 > header.sectionSize(column)) {
+        complain("cut", text, QString("heading, %1 wide").arg(header.sectionSize(column)));
+      }
+    }
+  }
+
+  MainWindow& window_;
+  QString where_;
+  QStringList data_;
+  std::set<const QWidget*> leftOut_;
+  QSet<QString> told_;
+  QSet<QString> seen_;
+};
+
+/// A window in the made-up language, with a project, edits, bins and a colleague called BN. Names
+/// without a vowel need not be told from texts.
+class LanguageTest : public testing::Test, protected WindowScene {
+ protected:
+  LanguageTest() {
+    language = &madeUp_;
+    script =
+        "project create PRJ\nproject enter PRJ\nroom create RM-1\nroom create RM-2\n"
+        "edit import " KV_DATA
+        "/otio/multitrack.otio\n"
+        "edit rename \"OTIO TEST - multitrack.Exported.01\" CT-1\nedit save CT-1\n"
+        "edit create CT-2\nedit save CT-2\nlog create LG-1\nlog create LG-2\nedit save LG-2\n"
+        "bin create BN-1\nbin create BN-2\nbin add BN-1 CT-1\nrack create RCK\nfilter create FLT "
+        "CT\n"
+        "user add BN\nuser add CRL\n";
+  }
+
+  /// Has the texts of now read at the size of a usual and of a small screen.
+  static void lookAtBothSizes(MainWindow& window, LanguageCheck& check, const QString& where) {
+    for (const QSize size : {QSize(1280, 800), QSize(640, 480)}) {
+      window.resize(size);
+      QTest::qWait(150);
+      check.look(QString("%1 at %2").arg(where).arg(size.width()));
+      EXPECT_LE(window.minimumSizeHint().width(), 640) << where.toStdString();
+      EXPECT_LE(window.minimumSizeHint().height(), 480) << where.toStdString();
+    }
+    window.resize(1280, 800);
+  }
+
+  static bool waitForProjectAndEdits(MainWindow& window) {
+    return waitFor([&] { return window.objects().rows(ObjectKind::eEdits).size() == 4; }, 30'000);
+  }
+
+  static QDialog* openDialog(MainWindow& window) {
+    for (QDialog* each : window.findChildren<QDialog*>()) {
+      if (each->isVisible()) return each;
+    }
+    return nullptr;
+  }
+
+  /// Looks at the dialog that opens now, and closes it; false where none does.
+  static bool lookAtDialog(MainWindow& window, LanguageCheck& check, const QString& where) {
+    if (!waitFor([&] { return openDialog(window) != nullptr; }, 5000)) return false;
+    QTest::qWait(50);
+    const QPointer<QDialog> dialog = openDialog(window);
+    check.look(where);
+    EXPECT_LE(dialog->minimumSizeHint().width(), 640) << where.toStdString();
+    EXPECT_LE(dialog->minimumSizeHint().height(), 480) << where.toStdString();
+    dialog->reject();
+    return waitFor([&] { return !dialog || !dialog->isVisible(); });
+  }
+
+  MadeUpLanguage madeUp_;
+};
+
+TEST_F(LanguageTest, EveryTextOfTheWindowIsTranslatedAndFits) {
+  play([](MainWindow& window) {
+    LanguageCheck check(window);
+    ASSERT_TRUE(waitForProjectAndEdits(window));
+    QTest::qWait(500);
+    for (int kind = 0; kind < static_cast<int>(kObjectKinds); ++kind) {
+      window.objects().setKind(static_cast<ObjectKind>(kind));
+      lookAtBothSizes(window, check, QString("kind %1").arg(kind));
+      QTreeView& view = window.objects().view(static_cast<ObjectKind>(kind));
+      if (view.model()->rowCount() == 0) continue;
+      view.setCurrentIndex(view.model()->index(0, 0));
+      QTest::qWait(300);
+      lookAtBothSizes(window, check, QString("kind %1, chosen").arg(kind));
+    }
+    EXPECT_GE(check.texts(), 150);
+  });
+}
+
+TEST_F(LanguageTest, EveryPaneIsTranslatedAndFits) {
+  play([](MainWindow& window) {
+    LanguageCheck check(window);
+    ASSERT_TRUE(waitForProjectAndEdits(window));
+    window.objects().choose(ObjectKind::eEdits, keyOf(window, "CT-1"));
+    for (const char* line : {"edit trim CT-1 0/2 0s 1s", "edit save CT-1", "edit rename CT-2 CT-3",
+                             "say BN CT", "panel open"}) {
+      window.link().run(line);
+    }
+    for (const char* name :
+         {"notificationsDock", "logDock", "historyDock", "peopleDock", "conversationDock"}) {
+      auto* const dock = window.findChild<QDockWidget*>(name);
+      dock->show();
+      dock->raise();
+      QTest::qWait(300);
+      lookAtBothSizes(window, check, name);
+    }
+    EXPECT_TRUE(waitFor([&] { return window.history().rows().size() >= 2; }));
+    window.history().list().setCurrentItem(window.history().list().topLevelItem(1));
+    QTest::qWait(500);
+    lookAtBothSizes(window, check, "a version");
+    EXPECT_GE(check.texts(), 150);
+  });
+}
+
+TEST_F(LanguageTest, EveryDialogIsTranslatedAndFits) {
+  play([](MainWindow& window) {
+    LanguageCheck check(window);
+    ASSERT_TRUE(waitForProjectAndEdits(window));
+    check.know({"RENDER", "identify"});
+    window.link().run("edit delete LG-1");
+    ASSERT_TRUE(
+        waitFor([&] { return window.objects().rows(ObjectKind::eEdits).size() == 3; }, 30'000));
+    const std::map<Target, ObjectKind> kinds{{Target::eBin, ObjectKind::eBins},
+                                             {Target::eRack, ObjectKind::eRacks},
+                                             {Target::eFilter, ObjectKind::eFilters},
+                                             {Target::eMedia, ObjectKind::eMedia}};
+    int dialogs = 0;
+    for (const ActionSpec& action : actionTable()) {
+      const QString line = QString::fromUtf8(action.line);
+      if (action.fields.empty() && !line.contains("delete") && !line.contains("destroy")) continue;
+      const auto kind = kinds.find(action.target);
+      window.objects().setKind(kind == kinds.end() ? ObjectKind::eEdits : kind->second);
+      QTreeView& view = window.objects().view(window.objects().kind());
+      view.setCurrentIndex(view.model()->index(0, 0));
+      const auto isDone = [&] { return window.menus().action(line)->isEnabled(); };
+      if (!waitFor(isDone, 2000)) continue;
+      window.menus().action(line)->trigger();
+      EXPECT_TRUE(lookAtDialog(window, check, line)) << line.toStdString();
+      ++dialogs;
+    }
+    EXPECT_GE(dialogs, 20);
+    window.objects().setKind(ObjectKind::eEdits);
+    for (const QKeySequence& keys :
+         {QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_T), QKeySequence(Qt::CTRL | Qt::Key_K),
+          QKeySequence(Qt::Key_F1)}) {
+      for (QAction* action : window.findChildren<QAction*>()) {
+        if (action->shortcut() == keys) action->trigger();
+      }
+      QTest::qWait(500);
+      EXPECT_TRUE(lookAtDialog(window, check, keys.toString())) << keys.toString().toStdString();
+    }
+  });
+}
+
+// Others are at work: who is where, what they ask and what they hold.
+TEST_F(LanguageTest, WhatIsToldOfOthersIsTranslatedAndFits) {
+  play([this](MainWindow& window) {
+    LanguageCheck check(window);
+    ASSERT_TRUE(waitForProjectAndEdits(window));
+    // Refusals, and what was said.
+    check.leaveOut(&window.messages());
+    check.leaveOut(window.messages().findChild<QLabel*>("messagesText"));
+    check.leaveOut(&window.conversation().view());
+    StationProcess bn(other("BN"));
+    bn.waitUntilReady();
+    for (const char* line :
+         {"project create PRV --private", "project enter PRJ", "room enter RM-1", "edit open CT-1",
+          "edit create CT-4", "edit save CT-4", "ask CT-1", "say ANNA TXT", "say ANNA TXT"}) {
+      bn.command(line);
+    }
+    EXPECT_TRUE(waitFor([&] { return window.asks().isVisible(); }, 30'000));
+    EXPECT_TRUE(waitFor([&] { return window.strip().isVisible(); }, 30'000));
+    EXPECT_TRUE(waitFor([&] { return window.people().rows().size() == 2; }, 60'000));
+    window.findChild<QDockWidget*>("peopleDock")->show();
+    window.objects().choose(ObjectKind::eEdits, keyOf(window, "CT-4"));
+    window.link().run("edit may CT-4");
+    QTest::qWait(1000);
+    lookAtBothSizes(window, check, "others");
+    window.link().run("room enter RM-1");
+    EXPECT_TRUE(waitFor([&] { return window.messages().button(1).isVisible(); }, 30'000));
+    lookAtBothSizes(window, check, "a refusal");
+    bn.command("ask CT-2");
+    bn.command("edit rename CT-1 CT-5");
+    EXPECT_TRUE(waitFor([&] { return !window.asks().button(1).isVisible(); }, 30'000));
+    lookAtBothSizes(window, check, "two asks");
+    window.asks().button().click();
+    EXPECT_TRUE(lookAtDialog(window, check, "the asks"));
+    bn.command("project leave");
+    window.link().run("edit delete CT-2");
+    EXPECT_TRUE(waitFor([&] { return keyOf(window, "CT-2").isEmpty(); }, 30'000));
+    lookAtBothSizes(window, check, "deleted");
+  });
+}
+
+TEST_F(LanguageTest, QuestionsAreTranslatedAndFit) {
+  play([this](MainWindow& window) {
+    LanguageCheck check(window);
+    ASSERT_TRUE(waitForProjectAndEdits(window));
+    check.leaveOut(&window.messages());
+    check.leaveOut(window.messages().findChild<QLabel*>("messagesText"));
+    const std::string file = folder / "CT.tmp";
+    check.know({QString::fromStdString(folder.path())});
+    std::ofstream(file) << "CT";
+    window.link().run(QString::fromStdString("edit export CT-1 \"" + file + '"'));
+    EXPECT_TRUE(lookAtDialog(window, check, "replace"));
+    window.link().run("edit rename CT-2 CT-3");
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "CT-3").isEmpty(); }));
+    command(window, "project leave");
+    EXPECT_TRUE(lookAtDialog(window, check, "leave"));
+    window.objects().choose(ObjectKind::eEdits, keyOf(window, "CT-1"));
+    window.menus().action("edit give {object} {0}")->trigger();
+    ASSERT_TRUE(waitFor([&] { return openDialog(window) != nullptr; }));
+    openDialog(window)->findChild<QComboBox*>()->setEditText("GHST");
+    QTest::keyClick(openDialog(window), Qt::Key_Return);
+    ASSERT_TRUE(waitFor([&] { return window.findChild<QDialog*>("giveDialog") != nullptr; }));
+    EXPECT_TRUE(lookAtDialog(window, check, "give"));
+    window.link().run("edit revert CT-3");
+  });
+}
+
+TEST(LanguageFormsTest, EnglishSaysOneThingInTheSingular) {
+  const WithoutDisplay application;
+  EXPECT_EQ(WindowText::tr("%Ln objects", nullptr, 1), "1 object");
+  EXPECT_EQ(WindowText::tr("%Ln objects", nullptr, 2), "2 objects");
+  EXPECT_EQ(WindowText::tr("%Ln objects", nullptr, 0), "0 objects");
+  EXPECT_EQ(WindowText::tr("%n more", nullptr, 1), "1 more");
+}
+
+TEST(LanguageFormsTest, TimesAndNumbersAreWrittenAsTheSystemDoes) {
+  const WithoutDisplay application;
+  const QDateTime time(QDate(2024, 3, 4), QTime(16, 5, 7));
+  struct Form {
+    const char* locale;
+    const char* clock;
+    const char* minute;
+    const char* number;
+  };
+  for (const Form& form :
+       {Form{"C", "16:05:07", "16:05", "12345"}, Form{"de_DE", "16:05:07", "16:05", "12.345"},
+        Form{"fi_FI", "16.05.07", "16.05", "12\u00a0345"},
+        Form{"en_US", "4:05:07 PM", "4:05 PM", "12,345"}}) {
+    QLocale::setDefault(QLocale(form.locale));
+    EXPECT_EQ(clockTime(time.time()), form.clock) << form.locale;
+    EXPECT_EQ(clockTimeToMinute(time.time()), form.minute) << form.locale;
+    EXPECT_EQ(QString("%L1").arg(12345), QString::fromUtf8(form.number)) << form.locale;
+    EXPECT_TRUE(shownTime(time).endsWith(form.minute)) << form.locale;
+  }
+  QLocale::setDefault(QLocale("de_DE"));
+  EXPECT_EQ(shownTime(time), "04.03.24 16:05");
+  QLocale::setDefault(QLocale::c());
+}
+
+}  // namespace
+
+}  // namespace korvel
