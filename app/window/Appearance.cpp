@@ -325,6 +325,7 @@ QString styleSheet(const Colours& colours) {
     QToolButton { border: 2px solid transparent; border-radius: 4px; padding: 2px 4px; }
     QToolButton[role="button"] { border: 1px solid @border; padding: 3px 8px;
       background: @panel; }
+    QMenuBar QToolButton, QToolBarExtension { padding: 0; border: none; }
     QTabBar QToolButton { padding: 0; border: 1px solid @line; background: @window; }
     QToolButton:hover { background: @choice; }
     QToolButton:pressed, QToolButton:checked { background: @softchoice; border-color: @border; }

@@ -31,6 +31,14 @@ namespace {
 
 constexpr int kMostRows = 8;  // visible rows; the list scrolls
 
+/// Makes a dialog this wide, and in a small window not narrower than `least`: more where its
+/// buttons need it, whose words are longer in some languages.
+void giveWidth(QDialog& dialog, int least, int wanted) {
+  const int needed = dialog.layout()->totalMinimumSize().width();
+  dialog.setMinimumWidth(std::max(least, needed));
+  dialog.resize(std::max(wanted, needed), dialog.sizeHint().height());
+}
+
 QListWidget* listOf(const QStringList& things) {
   auto* list = new QListWidget;
   list->setObjectName(QStringLiteral("things"));
@@ -63,8 +71,6 @@ Question::Question(const QString& name, const QString& title, const QString& tex
     layout->addWidget(things_);
   }
   layout->addWidget(buttons_);
-  setMinimumWidth(260);
-  resize(440, sizeHint().height());
   // Return does no harm, unless a usual answer is added. The focus shows what it does.
   buttons_->button(QDialogButtonBox::Cancel)->setDefault(true);
   buttons_->button(QDialogButtonBox::Cancel)->setFocus();
@@ -101,7 +107,10 @@ void Question::setThing(int at, const QString& text) {
 }
 
 // Returns at once: a nested event loop would let the station's events in while the caller waits.
-void Question::ask() { open(); }
+void Question::ask() {
+  giveWidth(*this, 260, 440);
+  open();
+}
 
 namespace {
 
@@ -199,8 +208,7 @@ ActionDialog::ActionDialog(const ActionSpec& action, const std::vector<FieldCont
   layout->setSpacing(14);
   layout->addLayout(form);
   layout->addWidget(buttons_);
-  setMinimumWidth(240);
-  resize(420, sizeHint().height());
+  giveWidth(*this, 240, 420);
   connect(buttons_, &QDialogButtonBox::rejected, this, &QDialog::reject);
   connect(buttons_, &QDialogButtonBox::accepted, this, [this] {
     Q_EMIT filled(values());
@@ -359,7 +367,7 @@ TrashDialog::TrashDialog(QWidget* parent)
   list_->setAllColumnsShowFocus(true);
   list_->setTextElideMode(Qt::ElideMiddle);
   list_->setSelectionMode(QAbstractItemView::ExtendedSelection);
-  setColumnWidths(*list_, {220, 50, 90, widthOfTimes(*list_), 90});
+  setColumnWidths(*list_, {200, 50, 90, widthOfTimes(*list_), 90, 70});
   hint_->setObjectName(QStringLiteral("trashHint"));
   hint_->setProperty("role", "quiet");
   hint_->setWordWrap(true);
@@ -497,8 +505,7 @@ TrimDialog::TrimDialog(const TimelinePtr& timeline, const QString& path, QWidget
   layout->addWidget(reason_);
   layout->addLayout(form);
   layout->addWidget(buttons_);
-  setMinimumWidth(280);
-  resize(440, sizeHint().height());
+  giveWidth(*this, 280, 440);
   connect(clips_, &QComboBox::currentIndexChanged, this, &TrimDialog::chooseClip);
   connect(buttons_, &QDialogButtonBox::rejected, this, &QDialog::reject);
   connect(buttons_, &QDialogButtonBox::accepted, this, [this] {

@@ -133,6 +133,7 @@ LogPane::LogPane(QWidget* parent)
   view_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   auto* tools = new QHBoxLayout;
   tools->setContentsMargins(8, 6, 8, 6);
+  tools->setSpacing(8);
   tools->addWidget(new QLabel(tr("Show")));
   tools->addWidget(choice_);
   tools->addStretch();

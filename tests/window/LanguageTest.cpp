@@ -8,12 +8,14 @@
 #include <QGroupBox>
 #include <QHeaderView>
 #include <QLabel>
+#include <QLayout>
 #include <QLineEdit>
 #include <QLocale>
 #include <QMenu>
 #include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QPointer>
+#include <QPushButton>
 #include <QRegularExpression>
 #include <QTabBar>
 #include <QTextDocumentFragment>
@@ -269,6 +271,11 @@ class LanguageCheck {
       lookWhetherTabsFit(*tabs);
     } else if (const auto* view = qobject_cast<const QTreeView*>(&widget)) {
       lookWhetherHeadingsFit(*view);
+    } else if (const auto* bar = qobject_cast<const QMenuBar*>(&widget)) {
+      lookWhetherMenusAreReached(*bar);
+    } else if (const auto* dialog = qobject_cast<const QDialog*>(&widget)) {
+      const int needed = dialog->layout() ? dialog->layout()->totalMinimumSize().width() : 0;
+      if (needed > dialog->width()) cut(dialog->windowTitle());
     } else if (const auto* dock = qobject_cast<const QDockWidget*>(&widget)) {
       constexpr int kButtons = 44;
       const int width = dock->fontMetrics().horizontalAdvance(dock->windowTitle());
@@ -283,6 +290,19 @@ class LanguageCheck {
     if (isElastic || label.text().isEmpty()) return true;
     if (label.wordWrap()) return label.heightForWidth(label.width()) <= label.height() + 1;
     return label.sizeHint().width() <= label.width() || !label.toolTip().isEmpty();
+  }
+
+  /// What a narrow menu bar has no room for is in a menu at its end.
+  void lookWhetherMenusAreReached(const QMenuBar& bar) {
+    constexpr int kLeastButton = 10;
+    const auto* const others = bar.findChild<const QToolButton*>("qt_menubar_ext_button");
+    const bool isReached = others && others->isVisible() && others->width() >= kLeastButton &&
+                           others->geometry().right() <= bar.width();
+    for (QAction* action : bar.actions()) {
+      const QRect place = bar.actionGeometry(action);
+      const bool isSeen = place.width() > 0 && place.right() <= bar.width();
+      if (!isSeen && !isReached) complain("not reached", action->text(), "menu");
+    }
   }
 
   void lookWhetherTabsFit(const QTabBar& tabs) {
@@ -345,6 +365,21 @@ class LanguageTest : public testing::Test, protected WindowScene {
 
   static bool waitForProjectAndEdits(MainWindow& window) {
     return waitFor([&] { return window.objects().rows(ObjectKind::eEdits).size() == 4; }, 30'000);
+  }
+
+  /// Saves CT-3 under another name, and as BN, without a word to the station.
+  void saveBehind(const MainWindow& window, const QString& cookie) const {
+    const std::string project = window.snapshot()->project.cookie.toStdString();
+    const std::string file =
+        folder / ("projects/" + project + '/' + cookie.toStdString() + ".otio");
+    std::ifstream in(file);
+    std::string text{std::istreambuf_iterator<char>(in), {}};
+    text.replace(text.find("CT-3"), 4, "CT-9");
+    if (const auto by = text.find("\"ANNA\"", text.find("saved")); by != text.npos) {
+      text.replace(by, 6, "\"BN\"");
+    }
+    std::ofstream(file + ".new") << text;
+    std::filesystem::rename(file + ".new", file);
   }
 
   static QDialog* openDialog(MainWindow& window) {
@@ -515,6 +550,86 @@ TEST_F(LanguageTest, QuestionsAreTranslatedAndFit) {
     ASSERT_TRUE(waitFor([&] { return window.findChild<QDialog*>("giveDialog") != nullptr; }));
     EXPECT_TRUE(lookAtDialog(window, check, "give"));
     window.link().run("edit revert CT-3");
+    window.menus().action("edit create {0}")->trigger();
+    ASSERT_TRUE(waitFor([&] { return openDialog(window) != nullptr; }));
+    openDialog(window)->findChild<QLineEdit*>()->setText("CT-1");
+    QTest::keyClick(openDialog(window), Qt::Key_Return);
+    ASSERT_TRUE(waitFor([&] { return window.findChild<QDialog*>("nameDialog") != nullptr; }));
+    check.leaveOut(window.findChild<QDialog*>("nameDialog")->findChild<QLabel*>("question"));
+    EXPECT_TRUE(lookAtDialog(window, check, "name"));
+  });
+}
+
+TEST_F(LanguageTest, QuestionsAboutWhatIsSavedAreTranslatedAndFit) {
+  play([this](MainWindow& window) {
+    LanguageCheck check(window);
+    ASSERT_TRUE(waitForProjectAndEdits(window));
+    check.leaveOut(&window.messages());
+    check.leaveOut(window.messages().findChild<QLabel*>("messagesText"));
+    const QString cookie = keyOf(window, "CT-2");
+    for (const char* line : {"edit rename CT-2 CT-3", "edit save CT-3", "edit rename CT-3 CT-4"}) {
+      window.link().run(line);
+    }
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "CT-4").isEmpty(); }));
+    window.objects().choose(ObjectKind::eEdits, cookie);
+    window.findChild<QDockWidget*>("historyDock")->show();
+    ASSERT_TRUE(waitFor([&] { return window.history().rows().size() >= 2; }));
+    QTreeWidget& versions = window.history().list();
+    versions.setCurrentItem(versions.topLevelItem(versions.topLevelItemCount() - 1));
+    auto* const restore = window.findChild<QAbstractButton*>("restoreVersion");
+    ASSERT_TRUE(waitFor([&] { return restore->isEnabled(); }));
+    restore->click();
+    EXPECT_TRUE(lookAtDialog(window, check, "restore"));
+    saveBehind(window, cookie);
+    window.link().run("edit save CT-4");
+    ASSERT_TRUE(waitFor([&] { return window.findChild<QDialog*>("saveDialog") != nullptr; }));
+    EXPECT_TRUE(lookAtDialog(window, check, "save"));
+    window.link().run("edit save CT-4 --over");
+    window.link().run("edit delete LG-1");
+    ASSERT_TRUE(waitFor([&] { return keyOf(window, "LG-1").isEmpty(); }));
+    for (QAction* action : window.findChildren<QAction*>()) {
+      if (action->shortcut() == QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_T)) action->trigger();
+    }
+    ASSERT_TRUE(waitFor([&] { return openDialog(window) != nullptr; }));
+    const auto buttons = openDialog(window)->findChildren<QPushButton*>();
+    const auto empty = std::ranges::find(buttons, MadeUpLanguage::of("&Empty the trash…"),
+                                         [](const QPushButton* each) { return each->text(); });
+    ASSERT_NE(empty, buttons.end());
+    ASSERT_TRUE(waitFor([&] { return (*empty)->isEnabled(); }));
+    (*empty)->click();
+    QPointer<QDialog> question = window.findChild<QDialog*>("emptyDialog");
+    ASSERT_TRUE(question);
+    QTest::qWait(100);
+    check.look("empty");
+    question->reject();
+  });
+}
+
+// A station of the same user's was killed with unsaved changes.
+TEST_F(LanguageTest, WhatAnEndedStationLeftIsTranslatedAndFits) {
+  script.clear();
+  play([this](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return window.snapshot() != nullptr; }));
+    StationProcess killed(other("ANNA"));
+    killed.waitUntilReady();
+    for (const char* line :
+         {"project create PRJ", "project enter PRJ", "edit create CT-1", "edit create CT-2",
+          "edit rename CT-1 CT-3", "edit rename CT-2 CT-4"}) {
+      killed.command(line);
+    }
+    const auto isKept = [this] {
+      const std::filesystem::path kept = folder / "state/korvel/recovery";
+      return std::filesystem::exists(kept) && !std::filesystem::is_empty(kept);
+    };
+    EXPECT_TRUE(waitFor(isKept, 30'000));
+    QTest::qWait(2500);
+    killed.kill9();
+    LanguageCheck check(window);
+    window.link().run("project enter PRJ");
+    ASSERT_TRUE(waitFor([&] { return window.recovery().isVisible(); }, 30'000));
+    lookAtBothSizes(window, check, "left");
+    window.recovery().button(1).click();
+    EXPECT_TRUE(lookAtDialog(window, check, "throw away"));
   });
 }
 
