@@ -169,16 +169,6 @@ Error unusable(const GivenValue& value, const std::string& what) {
   return {ErrorCode::eUsage, value.where + ": " + inQuotes(value.text) + " " + what, {}};
 }
 
-/// The folder of the plug-in and the icons: beside the program, or where they are installed. Found
-/// by the program's own path, so that the current folder does not matter.
-fs::path libraryFolder() {
-  std::error_code problem;
-  const fs::path folder = fs::read_symlink("/proc/self/exe", problem).parent_path();
-  if (fs::exists(folder / kPluginName, problem)) return folder;
-  const fs::path installed = (folder / KV_INSTALLED_LIBRARIES).lexically_normal();
-  return fs::exists(installed / kPluginName, problem) ? installed : folder;
-}
-
 std::string absolutePath(const std::string& path) {
   std::error_code problem;
   const fs::path absolute = fs::absolute(path, problem).lexically_normal();
@@ -219,7 +209,7 @@ bool hasControlBytes(const std::string& text) {
 /// Checks the options one by one and stops at the first that cannot be used.
 class OptionReader {
  public:
-  explicit OptionReader(const GivenOptions& given) : given_(given) {}
+  OptionReader(const GivenOptions& given, Asking asking) : given_(given), asking_(asking) {}
 
   Result<Options> settle() {
     // In this order: the machine number is derived from the host, and --port replaces the port
@@ -249,6 +239,7 @@ class OptionReader {
 
   Result<void> projects() {
     const GivenValue* value = last("projects");
+    if (!value && asking_ == Asking::ePerson) return {};
     if (!value) {
       return Error{ErrorCode::eUsage,
                    "--projects DIR is missing: a station needs the shared projects directory; give "
@@ -385,8 +376,9 @@ class OptionReader {
   Result<void> plugin() {
     const GivenValue* value = last("plugin");
     if (value && value->text.empty()) return unusable(*value, "is no file.");
-    station().plugin = value ? absolutePath(value->text) : (libraryFolder() / kPluginName).string();
-    station().config.try_emplace("resources", libraryFolder() / "resources");
+    const std::string libraries = libraryFolder() + "/";
+    station().plugin = value ? absolutePath(value->text) : libraries + kPluginName;
+    station().config.try_emplace("resources", libraries + "resources");
     return {};
   }
 
@@ -406,8 +398,9 @@ class OptionReader {
     const GivenValue* value = last("share-heard");
     if (!value) return {};
     const std::string folder = absolutePath(value->text);
-    const std::string projects = station().projectsDirectory + "/";
-    if (value->text.empty() || (folder + "/").starts_with(projects)) {
+    const std::string& projects = station().projectsDirectory;
+    const bool isWithin = !projects.empty() && (folder + "/").starts_with(projects + "/");
+    if (value->text.empty() || isWithin) {
       return unusable(*value,
                       "is no folder outside of the projects directory; give one that all "
                       "stations reach.");
@@ -431,11 +424,22 @@ class OptionReader {
   StationSettings& station() { return options_.station; }
 
   const GivenOptions& given_;
+  Asking asking_;
   Options options_;
 };
 
 }  // namespace
 
-Result<Options> validateOptions(const GivenOptions& given) { return OptionReader(given).settle(); }
+std::string libraryFolder() {
+  std::error_code problem;
+  const fs::path folder = fs::read_symlink("/proc/self/exe", problem).parent_path();
+  if (fs::exists(folder / kPluginName, problem)) return folder.string();
+  const fs::path installed = (folder / KV_INSTALLED_LIBRARIES).lexically_normal();
+  return (fs::exists(installed / kPluginName, problem) ? installed : folder).string();
+}
+
+Result<Options> validateOptions(const GivenOptions& given, Asking asking) {
+  return OptionReader(given, asking).settle();
+}
 
 }  // namespace korvel

@@ -45,6 +45,10 @@ using GivenOptions = std::map<std::string, std::vector<GivenValue>>;
 /// The machine's host name; "localhost" where it has none.
 std::string machineHostName();
 
+/// The folder of the plug-in, the window and the icons: beside the program, or where they are
+/// installed. Found by the program's own path, so that the current folder does not matter.
+std::string libraryFolder();
+
 /// Adds what a configuration file says for options that the command line does not give. A key that
 /// is no option is a host configuration value, unless it looks like a misspelt option; that, and an
 /// option that no file may hold, are eUsage with file and line. For host configuration values that

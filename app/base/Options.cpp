@@ -3,15 +3,19 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 
 #include "station/base/Rendering.h"
 #include "station/base/Strings.h"
+#include "station/os/FileErrors.h"
 #include "station/os/Posix.h"
+#include "station/os/SharedFiles.h"
 
 namespace korvel {
 
@@ -189,7 +193,13 @@ Result<std::vector<ConfigLine>> parseConfig(std::string_view text, const std::st
   return lines;
 }
 
-Result<std::vector<ConfigLine>> readConfigFile(const std::string& file) {
+namespace {
+
+/// It holds no lines, and is no plain file.
+constexpr const char* kNoFile = "/dev/null";
+
+/// The text of a configuration file, with the refusals of readConfigFile().
+Result<std::string> configText(const std::string& file) {
   const std::string named = "The configuration file " + file;
   // Without O_NONBLOCK a named pipe would be waited for until a program writes to it.
   const Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
@@ -201,8 +211,7 @@ Result<std::vector<ConfigLine>> readConfigFile(const std::string& file) {
         named + " cannot be read: " + std::strerror(reason) + "; name another with --config FILE.",
         file};
   }
-  const bool isNothing = S_ISCHR(status.st_mode) && file == "/dev/null";
-  if (isNothing) return std::vector<ConfigLine>();
+  if (S_ISCHR(status.st_mode) && file == kNoFile) return std::string();
   if (!S_ISREG(status.st_mode)) {
     const char* const kind = S_ISDIR(status.st_mode) ? " is a folder" : " is no plain file";
     return Error{ErrorCode::eSystem, named + kind + "; name a file with --config FILE.", file};
@@ -227,7 +236,173 @@ Result<std::vector<ConfigLine>> readConfigFile(const std::string& file) {
                  named + " is larger than 1 MiB, so it is none; name another with --config FILE.",
                  file};
   }
-  return parseConfig(text, file);
+  return text;
+}
+
+}  // namespace
+
+Result<std::vector<ConfigLine>> readConfigFile(const std::string& file) {
+  const auto text = configText(file);
+  if (!text) return text.error();
+  return parseConfig(*text, file);
+}
+
+namespace {
+
+/// The port has two names in a file.
+std::string_view canonicalKey(std::string_view key) { return key == kPortKey ? "port" : key; }
+
+/// The value as a line must hold it; a quoted one cannot hold quotes.
+Result<std::string> configWord(const std::string& key, const std::string& value) {
+  const bool needsQuotes = value.empty() || value.front() == '"' || value.front() == '#' ||
+                           value.find(" #") != value.npos || trimmed(value) != value;
+  const bool hasControls =
+      std::ranges::any_of(value, [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; });
+  if (!hasControls && !needsQuotes) return value;
+  if (!hasControls && value.find('"') == value.npos) return '"' + value + '"';
+  return Error{ErrorCode::eUsage,
+               key + ": " + inQuotes(value) +
+                   " cannot be kept in a configuration file: leave quotes, line ends and other "
+                   "control characters out.",
+               {}};
+}
+
+/// A line of a configuration file's text, without its end.
+struct TextLine {
+  std::string_view text;
+  std::string_view end;  ///< "\n", or nothing at the end of the file
+};
+
+std::vector<TextLine> linesOfText(std::string_view text) {
+  std::vector<TextLine> lines;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    lines.push_back({text.substr(0, end), text.substr(end, 1)});
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return lines;
+}
+
+/// The key and value of a line; nothing for any other.
+std::optional<ConfigLine> settingIn(std::string_view line) {
+  line = trimmed(line);
+  if (isRestOfLine(line)) return std::nullopt;
+  auto read = readLine(line, {}, 0);
+  return read ? std::optional(std::move(*read)) : std::nullopt;
+}
+
+/// What stands behind the value of a line: blanks and a comment.
+std::string_view restBehindValue(std::string_view line) {
+  const std::size_t from = line.find_first_not_of(kLineBlanks, line.find('=') + 1);
+  if (from == line.npos) return line.substr(line.size() - (line.ends_with('\r') ? 1 : 0));
+  if (line[from] == '"') return line.substr(line.find('"', from + 1) + 1);
+  return line.substr(line.find_last_not_of(kLineBlanks, line.find(" #", from)) + 1);
+}
+
+/// The line with another value; how it is indented, and its comment, stay.
+std::string withValue(std::string_view line, const std::string& word) {
+  const std::size_t equals = line.find('=');
+  const std::size_t value = line.find_first_not_of(kLineBlanks, equals + 1);
+  const bool hasValue = value != line.npos;
+  const std::string begin(line.substr(0, hasValue ? value : equals + 1));
+  return begin + (hasValue ? "" : " ") + word + std::string(restBehindValue(line));
+}
+
+/// Puts new values of one file's keys into its lines, one after another.
+class ConfigChanger {
+ public:
+  ConfigChanger(std::string_view text, const ConfigChanges& changes)
+      : lines_(linesOfText(text)), changes_(changes) {
+    for (const TextLine& line : lines_) {
+      if (const auto setting = settingIn(line.text))
+        ++left_[std::string(canonicalKey(setting->key))];
+    }
+  }
+
+  Result<std::string> change() {
+    for (const TextLine& line : lines_) {
+      if (auto put = putLine(line); !put) return put.error();
+    }
+    for (const auto& [key, values] : changes_) {
+      for (std::size_t at = written_[key]; at < values.size(); ++at) {
+        const auto word = configWord(key, values[at]);
+        if (!word) return word.error();
+        if (!text_.empty() && text_.back() != '\n') text_ += '\n';
+        text_ += key + " = " + *word + '\n';
+      }
+    }
+    return text_;
+  }
+
+ private:
+  /// The last lines of a key take its values: of an option that is given twice the last counts.
+  Result<void> putLine(const TextLine& line) {
+    const auto setting = settingIn(line.text);
+    const auto change =
+        setting ? changes_.find(std::string(canonicalKey(setting->key))) : changes_.end();
+    if (change == changes_.end()) return keep(line, line.text);
+    const auto& [key, values] = *change;
+    if (left_[key]-- > values.size()) return keepComment(line);
+    const std::string& value = values[written_[key]++];
+    if (setting->value == value) return keep(line, line.text);
+    const auto word = configWord(key, value);
+    if (!word) return word.error();
+    return keep(line, withValue(line.text, *word));
+  }
+
+  Result<void> keep(const TextLine& line, std::string_view text) {
+    text_ += text;
+    text_ += line.end;
+    return {};
+  }
+
+  Result<void> keepComment(const TextLine& line) {
+    const std::string_view comment = trimmed(restBehindValue(line.text));
+    return comment.empty() ? Result<void>() : keep(line, comment);
+  }
+
+  std::vector<TextLine> lines_;
+  const ConfigChanges& changes_;
+  std::map<std::string, std::size_t> left_;     ///< lines of a key that are still to come
+  std::map<std::string, std::size_t> written_;  ///< values of a key that are in lines
+  std::string text_;
+};
+
+/// What a symbolic link leads to: files of settings are often kept elsewhere.
+std::string linkedFile(const std::string& file) {
+  std::error_code problem;
+  const auto real = std::filesystem::weakly_canonical(file, problem);
+  return problem ? file : real.string();
+}
+
+/// Who may read the file stays as it is.
+Result<void> keepMode(const std::string& file, const std::string& temporary) {
+  struct stat status {};
+  const bool isThere = ::stat(file.c_str(), &status) == 0;
+  if (!isThere || ::chmod(temporary.c_str(), status.st_mode & 07777) == 0) return {};
+  return errorFromErrno(errno, "write", file);
+}
+
+}  // namespace
+
+Result<std::string> changedConfig(std::string_view text, const ConfigChanges& changes) {
+  return ConfigChanger(text, changes).change();
+}
+
+Result<void> changeConfigFile(const std::string& file, const ConfigChanges& changes) {
+  const std::string real = linkedFile(file);
+  auto text = configText(real);
+  if (!text && text.error().code == ErrorCode::eNotFound) text = std::string();
+  if (!text) return text.error();
+  const auto changed = changedConfig(*text, changes);
+  if (!changed) return changed.error();
+  if (*changed == *text) return {};
+  if (real == kNoFile)
+    return Error{ErrorCode::eUsage, file + " keeps nothing; name a file with --config FILE.", file};
+  std::error_code problem;
+  std::filesystem::create_directories(std::filesystem::path(real).parent_path(), problem);
+  return writeAtomically(
+      real, *changed, [&real](const std::string& temporary) { return keepMode(real, temporary); });
 }
 
 namespace {
@@ -303,26 +478,27 @@ std::string conversationFolder() {
   return folder.empty() ? folder : folder + "/conversations";
 }
 
-/// $XDG_CONFIG_HOME/korvel/station.conf when there is one; else empty.
+/// $XDG_CONFIG_HOME/korvel/station.conf; empty without a home folder.
 std::string defaultConfigFile() {
   const std::string folder = userFolder("XDG_CONFIG_HOME", "/.config");
-  if (folder.empty()) return {};
-  const std::string file = folder + "/korvel/station.conf";
-  std::error_code problem;
-  return std::filesystem::exists(file, problem) ? file : std::string();
+  return folder.empty() ? folder : folder + "/korvel/station.conf";
 }
 
-Result<void> addConfigFile(GivenOptions& given) {
-  const auto named = given.find("config");
-  const std::string file = named == given.end() ? defaultConfigFile() : named->second.back().text;
-  if (file.empty() && named == given.end()) return {};
+/// A file that is named must be there.
+Result<void> addConfigFile(const std::string& file, GivenOptions& given) {
+  std::error_code problem;
+  if (!given.contains("config") && !std::filesystem::exists(file, problem)) return {};
   return addFromConfigFile(file, given);
 }
 
 std::variant<Options, ProgramEnd> settled(GivenOptions given, Flags& flags) {
-  if (auto added = addConfigFile(given); !added) return usageError(added.error().message);
-  auto options = validateOptions(given);
+  const auto named = given.find("config");
+  const std::string file = named == given.end() ? defaultConfigFile() : named->second.back().text;
+  if (auto added = addConfigFile(file, given); !added) return usageError(added.error().message);
+  auto options = validateOptions(given, flags["gui"] ? Asking::ePerson : Asking::eNobody);
   if (!options) return usageError(options.error().message);
+  options->configFile = file;
+  options->given = given;
   options->keepsGoing = flags["keep-going"];
   options->isVerbose = flags["verbose"];
   options->hasWindow = flags["gui"];
@@ -356,6 +532,21 @@ std::variant<Options, ProgramEnd> readOptions(int argc, const char* const* argv)
     for (const std::string& text : texts) given[name].push_back({text, "--" + name});
   }
   return settled(std::move(given), flags);
+}
+
+Result<Options> withAnswers(const Options& options, const std::string& projects,
+                            const std::string& user) {
+  Options answered = options;
+  answered.given["projects"] = {{projects, "projects"}};
+  answered.given["user"] = {{user, "user"}};
+  if (!answered.given.contains("host")) answered.given["host"] = {{user, "host"}};
+  auto checked = validateOptions(answered.given);
+  if (!checked) return checked.error();
+  answered.station = std::move(checked->station);
+  answered.station.recovery = options.station.recovery;
+  answered.station.talk = options.station.talk;
+  answered.station.cache = options.station.cache;
+  return answered;
 }
 
 std::string stateFolder() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -42,6 +43,18 @@ Result<std::vector<ConfigLine>> parseConfig(std::string_view text, const std::st
 /// than 1 MiB, or may be written by everybody.
 Result<std::vector<ConfigLine>> readConfigFile(const std::string& file);
 
+/// New values by key: several for a key that may be repeated, none for one that is to be left out.
+using ConfigChanges = std::map<std::string, std::vector<std::string>>;
+
+/// The text of a configuration file with these values in place of its own. Lines that say so
+/// already, those of other keys, comments and what cannot be read stay byte by byte; a new key is a
+/// line at the end. eUsage for a value that no line can hold.
+Result<std::string> changedConfig(std::string_view text, const ConfigChanges& changes);
+
+/// Changes a configuration file in one step: on a full disk or after a kill it is whole, as it was
+/// or as it is to be. Makes it, with its folder, where it is missing; a symbolic link stays one.
+Result<void> changeConfigFile(const std::string& file, const ConfigChanges& changes);
+
 /// What a kv-station was started with.
 struct Options {
   StationSettings station;
@@ -51,6 +64,8 @@ struct Options {
   bool hasWindow = false;   ///< whether a window was asked for
   bool keepsGoing = false;  ///< whether a script goes on after a command that failed
   bool isVerbose = false;   ///< whether a person is shown what the log says of each message
+  std::string configFile;   ///< the configuration file, there or not; empty without a home folder
+  GivenOptions given;       ///< what all this was made of
 };
 
 /// An end before the station started: what to print (on standard output when `status` is 0, else on
@@ -62,10 +77,20 @@ struct ProgramEnd {
 
 /// Reads the command line and the configuration file. --help and --version, and everything that
 /// cannot be used, end the program: with status 2 and one line that says what, why and what to do.
+/// With a window the projects directory may be missing: it is asked for there.
 std::variant<Options, ProgramEnd> readOptions(int argc, const char* const* argv);
 
-/// Checks the values and puts them where they belong; eUsage for one that cannot be used.
-Result<Options> validateOptions(const GivenOptions& given);
+/// Whether a person can be asked for the projects directory where no option gives it.
+enum class Asking { eNobody, ePerson };
+
+/// Checks the values and puts them where they belong; eUsage for one that cannot be used. The
+/// projects directory stays empty where a person is to be asked for it.
+Result<Options> validateOptions(const GivenOptions& given, Asking asking = Asking::eNobody);
+
+/// The options with the projects directory and the user's name that a person gave at the window;
+/// the host is called as the user is unless it was given a name: others address a station by it.
+Result<Options> withAnswers(const Options& options, const std::string& projects,
+                            const std::string& user);
 
 /// The folder of what this user's stations keep on this machine from one run to the next:
 /// $XDG_STATE_HOME/korvel, else ~/.local/state/korvel. Empty where there is no home folder.

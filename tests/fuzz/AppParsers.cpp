@@ -13,8 +13,30 @@ namespace korvel {
 
 namespace {
 
+/// A changed value is read back, and every other line as before.
+void checkConfigChange(std::string_view bytes) {
+  const auto before = parseConfig(bytes, "f");
+  const auto changed = changedConfig(bytes, {{"user", {" ANNA #1"}}});
+  if (!changed || !before) return;
+  const auto after = parseConfig(*changed, "f");
+  const auto others = [](const std::vector<ConfigLine>& lines) {
+    std::string text;
+    for (const ConfigLine& line : lines) {
+      if (line.key != "user") text += line.key + '=' + line.value + '\n';
+    }
+    return text;
+  };
+  mustBeEqual("other lines", after ? others(*after) : after.error().message, others(*before));
+  std::string user;
+  for (const ConfigLine& line : *after) {
+    if (line.key == "user") user = line.value;
+  }
+  mustBeEqual("user", user, " ANNA #1");
+}
+
 /// A configuration is taken whole or refused with a line that can be shown.
 void checkConfig(std::string_view bytes) {
+  checkConfigChange(bytes);
   const std::string file = placed("station.conf", bytes);
   const char* const words[] = {"kv-station", "--projects", "/tmp", "--config", file.c_str()};
   const auto options = readOptions(std::size(words), words);

@@ -20,7 +20,7 @@
 #include "tools/capture/MessageLine.h"
 #include "tools/doctor/Check.h"
 #include "tools/doctor/PeerTest.h"
-#include "tools/locks/UserList.h"
+#include "tools/locks/LockList.h"
 #include "tools/mesh/Mesh.h"
 #include "tools/wire/MessageReport.h"
 

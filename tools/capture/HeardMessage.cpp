@@ -8,7 +8,7 @@
 
 #include "host/base/Cookie.h"
 #include "station/base/Strings.h"
-#include "tools/locks/UserList.h"
+#include "tools/locks/LockList.h"
 #include "tools/wire/MessageReport.h"
 
 namespace korvel {

@@ -1,4 +1,4 @@
-#include "tools/doctor/Firewall.h"
+#include "tools/doctor/Check.h"
 
 #include <algorithm>
 #include <cctype>

@@ -17,7 +17,6 @@
 #include "station/seal/Seals.h"
 #include "tools/base/ProcInfo.h"
 #include "tools/base/ToolHost.h"
-#include "tools/doctor/Firewall.h"
 #include "tools/doctor/ProbeFolder.h"
 
 namespace korvel {

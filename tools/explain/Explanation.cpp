@@ -20,7 +20,6 @@
 #include "tools/base/Tool.h"
 #include "tools/base/ToolHost.h"
 #include "tools/locks/LockList.h"
-#include "tools/locks/UserList.h"
 
 namespace korvel {
 

@@ -1,4 +1,4 @@
-#include "tools/locks/UserList.h"
+#include "tools/locks/LockList.h"
 
 #include <algorithm>
 #include <ctime>

@@ -18,7 +18,7 @@
 #include "tests/fakes/ScratchFolder.h"
 #include "tools/doctor/Check.h"
 #include "tools/doctor/PeerTest.h"
-#include "tools/locks/UserList.h"
+#include "tools/locks/LockList.h"
 
 using namespace korvel;
 

@@ -7,7 +7,6 @@
 #include "tests/support/ToolRun.h"
 #include "tools/base/ProcInfo.h"
 #include "tools/doctor/Check.h"
-#include "tools/doctor/Firewall.h"
 
 using namespace korvel;
 
