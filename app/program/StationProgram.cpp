@@ -136,8 +136,10 @@ int StationProgram::run() {
       [this] {
         exitType_ = Shutdown::eSignalledExit;
         waiter_.end();
+        if (iStationWindow* const asking = asking_) asking->hostEnded();
       },
       [this] { return takeInterrupt(); });
+  if (options_.station.projectsDirectory.empty() && !askForStart({})) return status_;
   if (auto prepared = prepare(); !prepared) {
     fail(prepared.error());
   } else if (window_) {
@@ -145,7 +147,18 @@ int StationProgram::run() {
   } else {
     runStation();
   }
+  askAfterFailure();
   return status_;
+}
+
+/// What was remembered may be gone, as a share that is not mounted, and somebody who started this
+/// from a menu reads no console.
+void StationProgram::askAfterFailure() {
+  const auto given = options_.given.find("projects");
+  const bool isTyped =
+      given == options_.given.end() || given->second.back().where.starts_with("--");
+  if (startProblem_.empty() || !window_ || isTyped || !options_.script.empty()) return;
+  isToStartAgain_ = askForStart(startProblem_);
 }
 
 /// An interrupt at the prompt clears the line; one while a command runs ends the program.
@@ -165,7 +178,10 @@ Result<void> StationProgram::start() {
 }
 
 void StationProgram::runStation() {
-  if (auto started = start(); !started) return fail(started.error());
+  if (auto started = start(); !started) {
+    startProblem_ = started.error().message;
+    return fail(started.error());
+  }
   useStation();
   const ActivityScope activity("the end of the station");
   station_->stop(exitType_);
@@ -178,11 +194,25 @@ void StationProgram::runBesideWindow() {
     runStation();
     window_->hostEnded();
   });
-  window_->run({*station_, commands_, [this] { waiter_.end(); }});
+  window_->run({*station_, commands_, [this] { waiter_.end(); }, options_});
   host.join();
 }
 
+/// Whether the station is to be started now; where it is not, because of an error or since the
+/// person changed their mind, the status says which.
+bool StationProgram::askForStart(const std::string& problem) {
+  if (auto opened = openWindow(); !opened) {
+    fail(opened.error());
+    return false;
+  }
+  asking_ = window_.get();
+  const bool isWanted = window_->askForStart(options_, problem);
+  asking_ = nullptr;
+  return isWanted;
+}
+
 Result<void> StationProgram::openWindow() {
+  if (window_) return {};
   if (!makeWindow_) {
     return Error{ErrorCode::eUsage,
                  "--gui: this build has no window; leave the option out to use the terminal.",
@@ -339,6 +369,27 @@ std::vector<std::string> StationProgram::candidatesFor(const std::string& argume
       {});
 }
 
+std::vector<std::string> StationProgram::wordsToStartAgain() const {
+  if (!isToStartAgain_) return {};
+  const StationSettings& with = options_.station;
+  return {"--projects", with.projectsDirectory, "--user", with.user, "--host", with.host};
+}
+
+namespace {
+
+/// Begins anew in this process's place: a process holds one station, once.
+int startAgain(int argc, const char* const* argv, const std::vector<std::string>& more) {
+  std::vector<char*> words;
+  for (int i = 0; i < argc; ++i) words.push_back(const_cast<char*>(argv[i]));
+  for (const std::string& word : more) words.push_back(const_cast<char*>(word.c_str()));
+  words.push_back(nullptr);
+  ::execv("/proc/self/exe", words.data());
+  std::perror("kv-station");
+  return kStartFailed;
+}
+
+}  // namespace
+
 int runKvStation(int argc, const char* const* argv, WindowMaker makeWindow) {
   std::setlocale(LC_CTYPE, "");  // letters at the terminal; numbers keep their form
   auto read = readOptions(argc, argv);
@@ -346,7 +397,14 @@ int runKvStation(int argc, const char* const* argv, WindowMaker makeWindow) {
     std::fprintf(end->status == 0 ? stdout : stderr, "%s\n", end->text.c_str());
     return end->status;
   }
-  return StationProgram(std::get<Options>(std::move(read)), std::move(makeWindow)).run();
+  std::vector<std::string> again;
+  int status = 0;
+  {
+    StationProgram program(std::get<Options>(std::move(read)), std::move(makeWindow));
+    status = program.run();
+    again = program.wordsToStartAgain();
+  }
+  return again.empty() ? status : startAgain(argc, argv, again);
 }
 
 }  // namespace korvel

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "app/base/EventSinks.h"
 #include "app/base/Options.h"
@@ -32,8 +33,14 @@ class StationProgram {
   /// Starts the station, lets the console run until it ends, and stops it. The exit status.
   int run();
 
+  /// After run(): the options to add to the command line where a person wants it to begin anew, on
+  /// another projects directory than the one that failed; else none.
+  [[nodiscard]] std::vector<std::string> wordsToStartAgain() const;
+
  private:
   Result<void> prepare();
+  bool askForStart(const std::string& problem);
+  void askAfterFailure();
   Result<void> openWindow();
   Result<void> openInput();
   Result<void> start();
@@ -59,12 +66,15 @@ class StationProgram {
   CommandTable commands_;
   WindowMaker makeWindow_;
   std::unique_ptr<iStationWindow> window_;
+  std::atomic<iStationWindow*> asking_ = nullptr;    ///< the window, while it asks how to start
   std::unique_ptr<iLineReader> reader_;              ///< null where no commands are read
   std::atomic<TerminalReader*> terminal_ = nullptr;  ///< the reader, where it is a terminal's
   std::unique_ptr<Station> station_;
   std::unique_ptr<ChangeTeller> teller_;  ///< null where nobody sits at a terminal
   std::atomic<Shutdown::eExitType> exitType_ = Shutdown::eNormalExit;
   int status_ = 0;
+  std::string startProblem_;  ///< why the station could not be started; empty where it was
+  bool isToStartAgain_ = false;
 };
 
 /// The whole program: reads the command line, runs, and gives the exit status.

@@ -123,6 +123,7 @@ class HostLink : public QObject {
 
   [[nodiscard]] const CommandTable& commands() const { return with_.commands; }
   void askForEnd() { with_.askForEnd(); }
+  [[nodiscard]] const Options& options() const { return with_.options; }
 
  Q_SIGNALS:
   void finished(const CommandOutcome& outcome);

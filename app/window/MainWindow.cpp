@@ -123,7 +123,29 @@ MainWindow::MainWindow(HostLink& link)
   // Tools of the last session need a running plug-in.
   if (keepsLayout_) link_.putBackOnceReady(keptTools(kept));
   layout_->noteSpread();
+  addRecentProjects();
   enableActions();
+}
+
+void MainWindow::addRecentProjects() {
+  QMenu& project = menus_->menu(QStringLiteral("Project"));
+  auto* const offered = new QMenu(tr("Re&cent projects"), &project);
+  // Beside the entry that opens the chosen one.
+  project.insertMenu(project.actions().at(3), offered);
+  const Options& options = link_.options();
+  const bool goesOn = keepsLayout_ && options.script.empty();
+  recent_ = std::make_unique<RecentProjects>(
+      *offered, readableText(options.station.projectsDirectory),
+      goesOn ? RecentProjects::Start::eWhereItWas : RecentProjects::Start::eAfresh);
+  connect(recent_.get(), &RecentProjects::projectWanted, this, [this](const QString& cookie) {
+    actions_->runLine(QStringLiteral("project enter ") + quoted(cookie));
+  });
+  connect(recent_.get(), &RecentProjects::editWanted, this,
+          [this](const QString& cookie) { objects().choose(ObjectKind::eEdits, cookie); });
+  connect(recent_.get(), &RecentProjects::lastIsGone, this, [this](const QString& name) {
+    messages().tell(MessageBar::Kind::eNote,
+                    tr("\"%1\", which was open last, is not there any more.").arg(oneLine(name)));
+  });
 }
 
 void MainWindow::addKeepingActions() {
@@ -359,6 +381,7 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
     detail().update(chosen.front(), contentText(chosen.front(), objects().kind(), objects()));
   showHistory();
   enableActions();
+  if (keepsLayout_ && !isEnding_) recent_->takeSnapshot(*snapshot);
 }
 
 void MainWindow::takeNews(const News& news) {
@@ -427,6 +450,7 @@ void MainWindow::showChoice() {
 void MainWindow::showHistory() {
   const auto chosen = objects().chosen();
   const bool isEdit = objects().kind() == ObjectKind::eEdits && !chosen.empty();
+  if (isEdit && recent_) recent_->noteEdit(chosen.front().cookie);
   history().showEdit(isEdit ? std::optional(chosen.front()) : std::nullopt);
 }
 

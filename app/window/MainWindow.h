@@ -69,6 +69,7 @@ class MainWindow : public QMainWindow {
   void tellOfWords(const NotificationLine& latest);
   void tellDesktop(const std::vector<SaidLine>& said);
   void addKeepingActions();
+  void addRecentProjects();
   void showSteps();
   void showTitle();
   void showChoice();
@@ -84,6 +85,7 @@ class MainWindow : public QMainWindow {
   std::unique_ptr<MainMenus> menus_;
   std::unique_ptr<WindowMenus> ownMenus_;
   std::unique_ptr<AskTeller> asking_;
+  std::unique_ptr<RecentProjects> recent_;
   QAction* asksAction_ = nullptr;
   QAction* trashAction_ = nullptr;
   QAction* undoAction_ = nullptr;

@@ -2,10 +2,15 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
+#include "app/window/Appearance.h"
 #include "app/window/HostLink.h"
 #include "app/window/MainWindow.h"
+#include "app/window/SettingsDialogs.h"
+#include "app/window/Texts.h"
+#include "app/window/WindowLayout.h"
 
 namespace korvel {
 
@@ -54,7 +59,7 @@ std::string missingDisplay() {
   return noDisplay(QStringLiteral("neither DISPLAY nor WAYLAND_DISPLAY is set"));
 }
 
-Result<std::unique_ptr<iStationWindow>> makeStationWindow() {
+MadeWindow makeStationWindow() {
   if (const std::string problem = missingDisplay(); !problem.empty()) {
     return Error{ErrorCode::eSystem, problem, {}};
   }
@@ -64,12 +69,30 @@ Result<std::unique_ptr<iStationWindow>> makeStationWindow() {
 
 StationWindow::StationWindow() : application_(argumentCount_, arguments_) {
   QApplication::setApplicationName(QStringLiteral("kv-station"));
+  // The names of the entry in the desktop's menu, and of its icon.
+  QApplication::setDesktopFileName(QStringLiteral("project-share"));
+  QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("project-share")));
   // The window waits for the station to end; Qt must not end it before.
   QApplication::setQuitOnLastWindowClosed(false);
   QApplication::installTranslator(&plurals_);
 }
 
 StationWindow::~StationWindow() = default;
+
+bool StationWindow::askForStart(Options& options, const std::string& problem) {
+  applyAppearance(appearanceNamed(windowSettings().value(QStringLiteral("appearance")).toString()));
+  StartDialog dialog(options, readableText(problem));
+  bool isAnswered = false;
+  QObject::connect(&dialog, &QDialog::finished, &application_, [&isAnswered](int result) {
+    isAnswered = result == QDialog::Accepted;
+    QApplication::exit();
+  });
+  dialog.show();
+  runLoop(dialog);
+  return isAnswered;
+}
+
+void StationWindow::runLoop(StartDialog&) { QApplication::exec(); }
 
 void StationWindow::run(const Dependencies& surroundings) {
   HostLink link(surroundings, feed_);
@@ -87,3 +110,18 @@ void StationWindow::hostEnded() {
 }
 
 }  // namespace korvel
+
+// What another version of the program shows the library may have the same names and mean something
+// else.
+extern "C" __attribute__((visibility("default"))) void kvMakeWindow(const char* version,
+                                                                    korvel::MadeWindow* made) {
+  if (std::strcmp(version, KV_VERSION) != 0) {
+    *made = korvel::Error{
+        korvel::ErrorCode::eBadContent,
+        std::string("--gui: the window is of version " KV_VERSION ", and the program of version ") +
+            version + "; install project-share-window of the program's version.",
+        {}};
+    return;
+  }
+  *made = korvel::makeStationWindow();
+}

@@ -11,6 +11,7 @@ namespace korvel {
 
 class HostLink;
 class MainWindow;
+class StartDialog;
 
 /// The station's window, with the toolkit's application behind it. One object a process, on the
 /// program's main thread.
@@ -19,6 +20,7 @@ class StationWindow : public iStationWindow {
   StationWindow();
   ~StationWindow() override;
 
+  bool askForStart(Options& options, const std::string& problem) override;
   iEventSink& eventSink() override { return feed_; }
   void run(const Dependencies& surroundings) override;
   void hostEnded() override;
@@ -26,6 +28,7 @@ class StationWindow : public iStationWindow {
  protected:
   /// Runs until the host thread has ended; for tests to act in between.
   virtual void runLoop(MainWindow& window);
+  virtual void runLoop(StartDialog& dialog);
 
  private:
   int argumentCount_ = 1;
@@ -37,7 +40,7 @@ class StationWindow : public iStationWindow {
 };
 
 /// A window where there is a display; else what to do about it.
-Result<std::unique_ptr<iStationWindow>> makeStationWindow();
+MadeWindow makeStationWindow();
 
 /// Why no window can be opened here; empty when one can.
 std::string missingDisplay();

@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QEvent>
 #include <QListView>
+#include <QMenu>
 #include <QScreen>
 #include <QSettings>
 #include <QSplitter>
@@ -15,14 +16,17 @@
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "app/window/DetailPane.h"
 #include "app/window/EventPanes.h"
 #include "app/window/HistoryPane.h"
+#include "app/window/Menus.h"
 #include "app/window/MessageBar.h"
 #include "app/window/ObjectsPane.h"
 #include "app/window/PeoplePane.h"
 #include "app/window/ProjectsPane.h"
+#include "app/window/Snapshot.h"
 #include "app/window/TalkPanes.h"
 #include "app/window/Texts.h"
 #include "station/base/StationSettings.h"
@@ -84,6 +88,156 @@ KeptTools keptTools(QSettings& settings) {
   }
   settings.endArray();
   return tools;
+}
+
+namespace {
+
+constexpr std::size_t kMostRecent = 10;  // of a projects directory
+constexpr int kMostKept = 200;           // of all; a file edited by hand may hold any number
+constexpr int kEditPauseMs = 1000;
+const QString kRecent = QStringLiteral("recent");
+const QString kLast = QStringLiteral("lastOpen/");
+
+std::vector<RecentProject> keptProjects(QSettings& settings) {
+  std::vector<RecentProject> projects;
+  const int count = std::min(settings.beginReadArray(kRecent), kMostKept);
+  for (int i = 0; i < count; ++i) {
+    settings.setArrayIndex(i);
+    const auto text = [&settings](const char* key) {
+      return settings.value(QLatin1String(key)).toString();
+    };
+    projects.push_back({text("directory"), text("cookie"), text("name"), text("edit")});
+  }
+  settings.endArray();
+  return projects;
+}
+
+void keepProjects(QSettings& settings, const std::vector<RecentProject>& projects) {
+  settings.remove(kRecent);
+  settings.beginWriteArray(kRecent, static_cast<int>(projects.size()));
+  for (std::size_t i = 0; i < projects.size(); ++i) {
+    settings.setArrayIndex(static_cast<int>(i));
+    settings.setValue(QStringLiteral("directory"), projects[i].directory);
+    settings.setValue(QStringLiteral("cookie"), projects[i].cookie);
+    settings.setValue(QStringLiteral("name"), projects[i].name);
+    settings.setValue(QStringLiteral("edit"), projects[i].edit);
+  }
+  settings.endArray();
+}
+
+/// The key of what was open in a directory: a path holds the settings' own separator.
+QString lastKey(const QString& directory) {
+  return kLast + QString::fromLatin1(directory.toUtf8().toHex());
+}
+
+bool holdsProject(const Snapshot& snapshot, const QString& cookie) {
+  return snapshot.projects &&
+         std::ranges::any_of(*snapshot.projects,
+                             [&cookie](const ProjectRow& row) { return row.cookie == cookie; });
+}
+
+}  // namespace
+
+RecentProjects::RecentProjects(QMenu& menu, const QString& directory, Start start)
+    : menu_(menu), directory_(directory), start_(start) {
+  menu_.setToolTipsVisible(true);
+  pause_.setSingleShot(true);
+  pause_.setInterval(kEditPauseMs);
+  connect(&pause_, &QTimer::timeout, this, &RecentProjects::keepEdit);
+  connect(qApp, &QApplication::aboutToQuit, this, &RecentProjects::keepEdit);
+}
+
+std::vector<RecentProject> RecentProjects::all() const {
+  QSettings kept = windowSettings();
+  std::vector<RecentProject> found = keptProjects(kept);
+  std::erase_if(found, [this](const RecentProject& each) { return each.directory != directory_; });
+  return found;
+}
+
+void RecentProjects::takeSnapshot(const Snapshot& snapshot) {
+  if (!hasBegun_) begin(snapshot);
+  const ProjectState& now = snapshot.project;
+  if (now.cookie != open_.cookie || now.name != open_.name) {
+    keepEdit();
+    const bool wasOpen = !open_.cookie.isEmpty();
+    open_ = {directory_, now.cookie, now.name, {}};
+    if (!now.cookie.isEmpty()) note(open_);
+    if (wasOpen && now.cookie.isEmpty()) windowSettings().remove(lastKey(directory_));
+  }
+  goOn(snapshot);
+  offer(snapshot);
+}
+
+/// Opens what was open, unless something is open by now.
+void RecentProjects::begin(const Snapshot& snapshot) {
+  hasBegun_ = true;
+  offered_ = all();
+  if (start_ == Start::eAfresh || !snapshot.project.cookie.isEmpty()) return;
+  const QString last = windowSettings().value(lastKey(directory_)).toString();
+  const auto found = std::ranges::find(offered_, last, &RecentProject::cookie);
+  if (last.isEmpty() || found == offered_.end() || !snapshot.projectsProblem.isEmpty()) return;
+  if (!holdsProject(snapshot, last)) {
+    Q_EMIT lastIsGone(found->name);
+    return;
+  }
+  editToChoose_ = found->edit;
+  Q_EMIT projectWanted(last);
+}
+
+/// Puts a project in front of the others.
+void RecentProjects::note(const RecentProject& project) {
+  QSettings kept = windowSettings();
+  std::vector<RecentProject> projects = keptProjects(kept);
+  const auto isIt = [&project](const RecentProject& each) {
+    return each.directory == project.directory && each.cookie == project.cookie;
+  };
+  const auto before = std::ranges::find_if(projects, isIt);
+  RecentProject noted = project;
+  if (before != projects.end() && noted.edit.isEmpty()) noted.edit = before->edit;
+  std::erase_if(projects, isIt);
+  projects.insert(projects.begin(), noted);
+  std::size_t own = 0;
+  std::erase_if(projects, [&](const RecentProject& each) {
+    return each.directory == project.directory && ++own > kMostRecent;
+  });
+  keepProjects(kept, projects);
+  kept.setValue(lastKey(directory_), project.cookie);
+  kept.sync();
+  offered_ = all();
+}
+
+void RecentProjects::noteEdit(const QString& cookie) {
+  if (open_.cookie.isEmpty() || cookie == open_.edit) return;
+  open_.edit = cookie;
+  pause_.start();
+}
+
+void RecentProjects::keepEdit() {
+  pause_.stop();
+  if (!open_.cookie.isEmpty() && !open_.edit.isEmpty()) note(open_);
+}
+
+/// Once the project that is opened again shows its edits.
+void RecentProjects::goOn(const Snapshot& snapshot) {
+  const auto& edits = snapshot.objects[static_cast<std::size_t>(ObjectKind::eEdits)];
+  if (editToChoose_.isEmpty() || snapshot.project.cookie.isEmpty() || !edits) return;
+  const QString edit = std::exchange(editToChoose_, {});
+  if (std::ranges::find(*edits, edit, &ObjectRow::key) != edits->end()) Q_EMIT editWanted(edit);
+}
+
+void RecentProjects::offer(const Snapshot& snapshot) {
+  if (menu_.isVisible()) return;  // nothing moves under the hand
+  menu_.clear();
+  for (const RecentProject& each : offered_) {
+    QAction* const action = menu_.addAction(menuText(each.name));
+    connect(action, &QAction::triggered, this, [this, each] { Q_EMIT projectWanted(each.cookie); });
+    if (each.cookie == snapshot.project.cookie) {
+      setAllowed(*action, tr("This project is open already."));
+    } else if (snapshot.projectsProblem.isEmpty() && !holdsProject(snapshot, each.cookie)) {
+      setAllowed(*action, tr("This project is not there any more."));
+    }
+  }
+  menu_.menuAction()->setEnabled(!menu_.isEmpty());
 }
 
 namespace {

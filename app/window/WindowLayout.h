@@ -6,8 +6,10 @@
 #include <QScrollArea>
 #include <QSettings>
 #include <QString>
+#include <QTimer>
 #include <vector>
 
+class QMenu;
 class QSplitter;
 
 namespace korvel {
@@ -57,6 +59,61 @@ void putBack(const KeptTools& tools, Desktop& desktop);
 /// Stores tools in the settings, and reads them back.
 void keepTools(QSettings& settings, const KeptTools& tools);
 KeptTools keptTools(QSettings& settings);
+
+struct Snapshot;
+
+/// A project that was open here, as the window remembers it.
+struct RecentProject {
+  QString directory;  ///< the projects directory that holds it
+  QString cookie;
+  QString name;
+  QString edit;  ///< the cookie of the edit that was chosen last; empty for none
+
+  friend bool operator==(const RecentProject&, const RecentProject&) = default;
+};
+
+/// The projects that were open on this machine, offered in a menu, the last one first; and what was
+/// open when the window ended, opened again at the next start. Kept for each projects directory.
+class RecentProjects : public QObject {
+  Q_OBJECT
+
+ public:
+  enum class Start { eAfresh, eWhereItWas };
+
+  /// The menu must outlive it.
+  RecentProjects(QMenu& menu, const QString& directory, Start start);
+
+  void takeSnapshot(const Snapshot& snapshot);
+
+  /// The edit that is chosen in the open project.
+  void noteEdit(const QString& cookie);
+
+  /// Those of its projects directory.
+  [[nodiscard]] std::vector<RecentProject> all() const;
+
+ Q_SIGNALS:
+  void projectWanted(const QString& cookie);
+  void editWanted(const QString& cookie);
+
+  /// What was open is not there any more.
+  void lastIsGone(const QString& name);
+
+ private:
+  void begin(const Snapshot& snapshot);
+  void note(const RecentProject& project);
+  void keepEdit();
+  void goOn(const Snapshot& snapshot);
+  void offer(const Snapshot& snapshot);
+
+  QMenu& menu_;
+  QString directory_;
+  Start start_;
+  QTimer pause_;  ///< after which the chosen edit is written down
+  RecentProject open_;
+  std::vector<RecentProject> offered_;
+  QString editToChoose_;  ///< once the project that is opened again is there
+  bool hasBegun_ = false;
+};
 
 class ConversationPane;
 class DetailPane;

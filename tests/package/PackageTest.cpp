@@ -15,7 +15,7 @@ std::string contentOf(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-/// What the Debian package holds, unpacked elsewhere than it is made for.
+/// What the Debian packages hold, unpacked elsewhere than it is made for.
 class PackageTest : public SharedStations {
  protected:
   StationProcess& startInstalled() {
@@ -57,7 +57,15 @@ TEST_F(PackageTest, ItHoldsWhatAnAdministratorLooksFor) {
       {"usr/share/doc/project-share/docs/administration.md", "firewall"},
       {"usr/" KV_LIBRARY_DIR "/korvel/resources/tool_messager_on.png", "PNG"},
       {"usr/lib/" KV_ARCHITECTURE "/wireshark/plugins/projectshare.lua", "Proto("},
-      {"Depends", "libstdc++6"},
+      {"usr/share/applications/project-share.desktop", "Exec=kv-station --gui"},
+      {"usr/share/icons/hicolor/scalable/apps/project-share.svg", "<svg"},
+      {"usr/share/icons/hicolor/48x48/apps/project-share.png", "PNG"},
+      {"usr/share/doc/project-share/docs/guide.md", "private"},
+      {"usr/share/doc/project-share/docs/images/window-edit.png", "PNG"},
+      {"usr/share/doc/project-share-window/copyright", "Project Share"},
+      {"project-share.control", "libstdc++6"},
+      {"project-share-window.control", "libqt6widgets6"},
+      {"project-share-window.control", "project-share (= "},
   };
   for (const auto& [file, part] : rows) {
     const std::string text = contentOf(std::string(KV_ROOT "/") + file);
@@ -66,10 +74,53 @@ TEST_F(PackageTest, ItHoldsWhatAnAdministratorLooksFor) {
   }
 }
 
+TEST_F(PackageTest, AMachineWithoutADisplayNeedsNoToolkit) {
+  EXPECT_EQ(contentOf(KV_ROOT "/project-share.control").find("qt6"), std::string::npos);
+  const std::string program = KV_ROOT "-console/usr/bin/kv-station";
+  const ProgramRun console =
+      runProgram({program, "--projects", folder_ / "projects", "--script", "-"}, "whoami\n");
+  EXPECT_EQ(console.status, 0) << console.errors;
+  const ProgramRun window = runProgram({program, "--projects", folder_ / "projects", "--gui"});
+  EXPECT_EQ(window.status, 2);
+  EXPECT_NE(window.errors.find("install project-share-window"), std::string::npos) << window.errors;
+}
+
+TEST_F(PackageTest, ItsWindowOpensFromWhereItLies) {
+  const ProgramRun window =
+      runProgram({"env", "QT_QPA_PLATFORM=offscreen", KV_ROOT "/usr/bin/kv-station", "--projects",
+                  folder_ / "projects", "--gui", "--script", "-"},
+                 "quit\n");
+  EXPECT_EQ(window.status, 0) << window.errors;
+}
+
+TEST_F(PackageTest, ADesktopFindsItsEntryItsProgramAndItsIcon) {
+  const std::string share = KV_ROOT "/usr/share";
+  const std::string file = share + "/applications/project-share.desktop";
+  const std::string entry = contentOf(file);
+  for (const char* line : {"Type=Application\n", "Name=Project Share\n", "Icon=project-share\n",
+                           "TryExec=kv-station\n", "StartupWMClass=kv-station\n"}) {
+    EXPECT_NE(entry.find(line), entry.npos) << line;
+  }
+  EXPECT_TRUE(fs::exists(KV_ROOT "/usr/bin/kv-station"));
+  for (const int size : {16, 24, 32, 48, 64, 128, 256}) {
+    const std::string sides = std::to_string(size) + "x" + std::to_string(size);
+    const std::string icon =
+        contentOf(share + "/icons/hicolor/" + sides + "/apps/project-share.png");
+    ASSERT_GT(icon.size(), 24U) << sides;
+    // The width and the height, in the file's first part.
+    EXPECT_EQ(static_cast<unsigned char>(icon[18]) * 256 + static_cast<unsigned char>(icon[19]),
+              size);
+    EXPECT_EQ(icon.substr(16, 4), icon.substr(20, 4)) << sides;
+  }
+  const ProgramRun valid = runProgram({"desktop-file-validate", file});
+  if (valid.status == 127) GTEST_SKIP() << "there is no desktop-file-validate";
+  EXPECT_EQ(valid.status, 0) << valid.output << valid.errors;
+}
+
 TEST_F(PackageTest, ItsProgramsAndLibrariesAreHardened) {
   for (const char* file :
        {"bin/kv-station", "bin/kv-share", KV_LIBRARY_DIR "/korvel/libkorvelhost.so",
-        KV_LIBRARY_DIR "/korvel/ProjectShare.so"}) {
+        KV_LIBRARY_DIR "/korvel/libkorvelwindow.so", KV_LIBRARY_DIR "/korvel/ProjectShare.so"}) {
     const ElfFile elf(std::string(KV_ROOT "/usr/") + file);
     ASSERT_TRUE(elf.isElf()) << file;
     EXPECT_TRUE(elf.isPositionIndependent()) << file;

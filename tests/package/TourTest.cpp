@@ -2,6 +2,8 @@
 
 #include "tests/share/ProgramRun.h"
 
+using namespace korvel;
+
 namespace {
 
 int countOf(const std::string& part, const std::string& text) {

@@ -26,12 +26,17 @@ namespace {
 /// A window that a test acts in.
 class DrivenWindow : public StationWindow {
  public:
-  DrivenWindow(WindowScene::Act act, QTranslator* language)
-      : act_(std::move(act)), language_(language) {
+  DrivenWindow(const WindowScene& scene, WindowScene::Act act)
+      : act_(std::move(act)), asked_(scene.asked), language_(scene.language) {
     if (language_) QApplication::installTranslator(language_);
   }
 
  protected:
+  void runLoop(StartDialog& dialog) override {
+    QTimer::singleShot(0, &dialog, [this, &dialog] { asked_(dialog); });
+    StationWindow::runLoop(dialog);
+  }
+
   void runLoop(MainWindow& window) override {
     QApplication::setActiveWindow(&window);  // nobody manages windows on a test's display
     act_(window);
@@ -47,6 +52,7 @@ class DrivenWindow : public StationWindow {
 
  private:
   WindowScene::Act act_;
+  std::function<void(StartDialog&)> asked_;
   QTranslator* language_;
 };
 
@@ -88,11 +94,14 @@ int WindowScene::play(const Act& act) {
   Options options;
   options.hasWindow = true;
   options.keepsGoing = true;
-  options.script = folder / "script";
   options.events = folder / "events";
-  std::ofstream(options.script) << script;
+  options.configFile = folder / "config/korvel/station.conf";
+  if (hasScript) {
+    options.script = folder / "script";
+    std::ofstream(options.script) << script;
+  }
   StationSettings& with = options.station;
-  with.projectsDirectory = folder / "projects";
+  if (!asked) with.projectsDirectory = folder / "projects";
   with.user = with.host = "ANNA";
   with.machine = 1;
   with.sendTo = {"127.255.255.255"};
@@ -101,9 +110,9 @@ int WindowScene::play(const Act& act) {
   with.config = config;
   with.config["shared_projects_udp_port"] = std::to_string(port);
   return StationProgram(std::move(options),
-                        [this, &act]() -> Result<std::unique_ptr<iStationWindow>> {
+                        [this, &act]() -> MadeWindow {
                           return std::unique_ptr<iStationWindow>(
-                              std::make_unique<DrivenWindow>(act, language));
+                              std::make_unique<DrivenWindow>(*this, act));
                         })
       .run();
 }

@@ -15,6 +15,7 @@
 #include "app/window/MainWindow.h"
 #include "app/window/ObjectsPane.h"
 #include "app/window/ProjectsPane.h"
+#include "app/window/SettingsDialogs.h"
 #include "app/window/StatusLine.h"
 #include "app/window/TalkPanes.h"
 #include "app/window/Texts.h"
@@ -49,6 +50,8 @@ class WindowScene {
   std::map<std::string, std::string> config;  ///< of the host, beside the port
   std::string script;                         ///< commands of the console, run at the start
   QTranslator* language = nullptr;  ///< that the window speaks; English where there is none
+  bool hasScript = true;  ///< else no commands are read, as when a person starts the window
+  std::function<void(StartDialog&)> asked;  ///< answers, where set, what a first start asks
 };
 
 /// What a test of a single pane needs of a program: no display, and fonts and events all the same;
