@@ -22,6 +22,7 @@
 #include "app/window/People.h"
 #include "app/window/PeoplePane.h"
 #include "app/window/ProjectsPane.h"
+#include "app/window/SettingsDialogs.h"
 #include "app/window/StatusLine.h"
 #include "app/window/TalkPanes.h"
 #include "app/window/Texts.h"
@@ -124,7 +125,20 @@ MainWindow::MainWindow(HostLink& link)
   if (keepsLayout_) link_.putBackOnceReady(keptTools(kept));
   layout_->noteSpread();
   addRecentProjects();
+  addPreferences();
   enableActions();
+}
+
+void MainWindow::addPreferences() {
+  const QString station = QStringLiteral("Station");
+  menus_->menu(station).addSeparator();
+  menus_->add(station, tr("&Preferences…"), QStringLiteral("Ctrl+,"), [this] {
+    auto* const dialog = new PreferencesDialog(link_.options(), this);
+    connect(dialog, &PreferencesDialog::kept, this, [this] {
+      messages().tell(MessageBar::Kind::eNote, tr("Kept. It takes effect at the next start."));
+    });
+    dialog->open();
+  });
 }
 
 void MainWindow::addRecentProjects() {

@@ -70,6 +70,7 @@ class MainWindow : public QMainWindow {
   void tellDesktop(const std::vector<SaidLine>& said);
   void addKeepingActions();
   void addRecentProjects();
+  void addPreferences();
   void showSteps();
   void showTitle();
   void showChoice();

@@ -1,10 +1,15 @@
 #include "app/window/Menus.h"
 
 #include <QActionGroup>
+#include <QApplication>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFileInfo>
 #include <QMainWindow>
 #include <QMenuBar>
 #include <QToolBar>
 #include <QTreeView>
+#include <QUrl>
 #include <algorithm>
 
 #include "app/window/Appearance.h"
@@ -12,6 +17,7 @@
 #include "app/window/Dialogs.h"
 #include "app/window/EventPanes.h"
 #include "app/window/HostLink.h"
+#include "app/window/MessageBar.h"
 #include "app/window/ObjectsPane.h"
 #include "app/window/TalkPanes.h"
 #include "app/window/Texts.h"
@@ -241,8 +247,34 @@ void WindowMenus::buildNoticeSetting() {
              DesktopNotices::isPossible() ? QString() : tr("No desktop takes notices here."));
 }
 
+namespace {
+
+/// The page for editors: where it is installed, else among the sources that this was built from.
+/// Empty where neither is there.
+QString guideFile() {
+  const QDir programs(QApplication::applicationDirPath());
+  for (const char* folder : {"../share/doc/project-share/docs", "../../../docs"}) {
+    const QString file =
+        programs.absoluteFilePath(QLatin1String(folder) + QLatin1String("/guide.md"));
+    if (QFileInfo::exists(file)) return QDir::cleanPath(file);
+  }
+  return {};
+}
+
+}  // namespace
+
+void WindowMenus::openGuide() {
+  const QString file = guideFile();
+  if (!file.isEmpty() && QDesktopServices::openUrl(QUrl::fromLocalFile(file))) return;
+  panes_.messages->tell(
+      MessageBar::Kind::eNote,
+      file.isEmpty() ? tr("The guide is not installed here.")
+                     : tr("No program of this desktop opens the guide. It is in %1").arg(file));
+}
+
 void WindowMenus::buildHelpMenu() {
   const QString help = QStringLiteral("Help");
+  menus_.add(help, tr("&Guide"), {}, [this] { openGuide(); });
   menus_.add(help, tr("&Run a command…"), QStringLiteral("Ctrl+K"),
              [this] { askLine(window_, [this](const QString& line) { run_(line); }); });
   menus_.add(help, tr("&Shortcuts"), QStringLiteral("F1"),

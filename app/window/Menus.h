@@ -90,6 +90,7 @@ class WindowMenus : public QObject {
   void buildAppearanceMenu();
   void buildNoticeSetting();
   void buildHelpMenu();
+  void openGuide();
   void togglePanel();
   void chooseAppearance(const QString& name);
 

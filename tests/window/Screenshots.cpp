@@ -3,6 +3,7 @@
 #include <QComboBox>
 #include <QDialog>
 #include <QDockWidget>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPainter>
 #include <QToolButton>
@@ -304,6 +305,33 @@ void takeRecovery(WindowScene& scene, MainWindow& window) {
   letItSettle();
 }
 
+/// The preferences, with something that cannot be used.
+void takePreferences(WindowScene& scene, MainWindow& window) {
+  const std::filesystem::path file = scene.folder / "config/korvel/station.conf";
+  std::filesystem::create_directories(file.parent_path());
+  std::ofstream(file) << "projects = /mnt/projects\nuser = ANNA\nhost = ANNA\n";
+  StationProcess ben(scene.other("BEN"));
+  showFilm(window, ben);
+  QApplication::setActiveWindow(&window);
+  QTest::keyClick(&window, Qt::Key_Comma, Qt::ControlModifier);
+  letItSettle();
+  auto* const dialog = window.findChild<QDialog*>("preferencesDialog");
+  QTest::keyClicks(dialog->findChild<QLineEdit*>("machine"), "seven");
+  letItSettle();
+}
+
+/// The question of a first start, with what doctor says.
+bool takeStart(const WindowScene& scene, StartDialog& dialog, const QString& file) {
+  auto* const saying = dialog.findChild<QLabel*>("folderSaying");
+  auto* const folder = dialog.findChild<QLineEdit*>("folder");
+  folder->setText(QString::fromStdString(scene.folder / "projects"));
+  dialog.findChild<QLineEdit*>("user")->setText("ANNA");
+  waitFor([saying] { return saying->text().startsWith("It "); }, 60'000);
+  const bool isTaken = dialog.grab().save(file);
+  dialog.reject();
+  return isTaken;
+}
+
 /// The window with the dialog that is open in front of it.
 QPixmap pictureOf(MainWindow& window) {
   QPixmap picture = window.grab();
@@ -369,6 +397,10 @@ const std::map<std::string, Shot>& shots() {
       {"trash-dark", {kFilm, "dark", takeTrash}},
       {"recovery", {"", "light", takeRecovery}},
       {"recovery-dark", {"", "dark", takeRecovery}},
+      {"preferences", {kFilm, "light", takePreferences}},
+      {"preferences-dark", {kFilm, "dark", takePreferences}},
+      {"start", {"", "light", nullptr}},
+      {"start-dark", {"", "dark", nullptr}},
       {"empty", {"project create Harbour\nproject enter Harbour\n", "light", takeEmpty}},
       {"many", {"project create Series\n", "light", takeMany}},
   };
@@ -392,6 +424,12 @@ int main(int argc, char** argv) {
   windowSettings().setValue("appearance", found->second.appearance);
   const QSize size = argc == 5 ? QSize(std::atoi(argv[3]), std::atoi(argv[4])) : QSize(1240, 760);
   bool isTaken = false;
+  if (!found->second.take) {
+    scene.asked = [&](StartDialog& dialog) {
+      if (argc == 5) dialog.resize(size);
+      isTaken = takeStart(scene, dialog, argv[2]);
+    };
+  }
   scene.play([&](MainWindow& window) {
     window.resize(size);
     found->second.take(scene, window);

@@ -109,11 +109,11 @@ int WindowScene::play(const Act& act) {
   with.recovery = folder / "state/korvel/recovery";
   with.config = config;
   with.config["shared_projects_udp_port"] = std::to_string(port);
-  return StationProgram(std::move(options),
-                        [this, &act]() -> MadeWindow {
-                          return std::unique_ptr<iStationWindow>(
-                              std::make_unique<DrivenWindow>(*this, act));
-                        })
+  return StationProgram(
+             std::move(options),
+             [this, &act]() -> MadeWindow {
+               return std::unique_ptr<iStationWindow>(std::make_unique<DrivenWindow>(*this, act));
+             })
       .run();
 }
 
