@@ -15,6 +15,7 @@
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QPushButton>
+#include <QStyle>
 #include <QTabWidget>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -57,7 +58,7 @@ std::vector<DoctorLine> linesOf(const JsonValue& report) {
     if (verdict == "pass") continue;
     QString text = sentence(readableText(check["text"].asString()));
     const QString fix = readableText(check["fix"].asString());
-    if (!fix.isEmpty()) text += QLatin1Char(' ') + sentence(fix);
+    if (!fix.isEmpty()) text = DoctorLook::tr("%1 What helps: %2.").arg(text, fix);
     lines.push_back({readableText(check["group"].asString()), text, verdict == "fail"});
   }
   return lines;
@@ -183,9 +184,26 @@ StartDialog::StartDialog(Options& options, const QString& problem)
   check();
 }
 
+namespace {
+
+enum class Tone { eNote, eProblem };
+
+void say(QLabel& label, Tone tone, const QString& text) {
+  const QString role = tone == Tone::eProblem ? QStringLiteral("problem") : QStringLiteral("quiet");
+  label.setText(text);
+  if (label.property("role").toString() == role) return;
+  label.setProperty("role", role);
+  label.style()->polish(&label);  // the colour goes by it
+}
+
+}  // namespace
+
 QLabel* StartDialog::addSaying(QFormLayout& form, const char* name) {
+  constexpr int kLines = 3;  // as much room from the start: nothing moves under the hand
   QLabel* const saying = wrapped(name);
   saying->setProperty("role", "quiet");
+  saying->setAlignment(Qt::AlignTop | Qt::AlignLeft);
+  saying->setMinimumHeight(kLines * saying->fontMetrics().lineSpacing());
   form.addRow(QString(), saying);
   return saying;
 }
@@ -220,13 +238,12 @@ void StartDialog::check() {
   const bool hasFolder = folder().startsWith(QLatin1Char('/'));
   buttons_->findChild<QPushButton*>(QStringLiteral("start"))
       ->setEnabled(hasFolder && name.isEmpty());
-  userSaying_->setText(name);
+  say(*userSaying_, Tone::eProblem, name);
   if (!hasFolder) {
-    folderSaying_->setText(
-        folder().isEmpty() ? QString() : tr("Write the whole path, from the first \"/\" on."));
-    return;
+    const QString why = tr("Write the whole path, from the first \"/\" on.");
+    return say(*folderSaying_, Tone::eProblem, folder().isEmpty() ? QString() : why);
   }
-  folderSaying_->setText(tr("Looking at it…"));
+  say(*folderSaying_, Tone::eNote, tr("Looking at it…"));
   if (name.isEmpty()) look_.ask(folder(), user_->text());
 }
 
@@ -235,13 +252,13 @@ namespace {
 /// The first of what is amiss, as much as there is room for; what fails comes first.
 QString amiss(const std::vector<DoctorLine>& lines,
               const std::function<bool(const QString&)>& isOf) {
-  constexpr qsizetype kMost = 2;
+  constexpr qsizetype kMostShown = 1;
   QStringList failures;
   QStringList warnings;
   for (const DoctorLine& line : lines) {
     if (isOf(line.group)) (line.isFailure ? failures : warnings) << line.text;
   }
-  const QStringList shown = (failures + warnings).mid(0, kMost);
+  const QStringList shown = (failures + warnings).mid(0, kMostShown);
   return shown.join(QLatin1Char('\n'));
 }
 
@@ -253,19 +270,21 @@ bool hasFailure(const std::vector<DoctorLine>& lines, const QString& group) {
 }  // namespace
 
 void StartDialog::takeLook(const std::vector<DoctorLine>& lines, const QString& problem) {
-  if (!problem.isEmpty()) return folderSaying_->setText(problem);
+  if (!problem.isEmpty()) return say(*folderSaying_, Tone::eProblem, problem);
   const auto isOfUser = [](const QString& group) { return group == QLatin1String("station"); };
   const auto isOfFolder = [](const QString& group) { return group != QLatin1String("station"); };
   const QString folder = amiss(lines, isOfFolder);
   const QString user = amiss(lines, isOfUser);
   if (folder.isEmpty()) {
-    folderSaying_->setText(tr("It works: what one station holds, no other gets."));
+    say(*folderSaying_, Tone::eNote, tr("It works: what one station holds, no other gets."));
   } else if (hasFailure(lines, QStringLiteral("share"))) {
-    folderSaying_->setText(tr("It does not work. %1").arg(folder));
+    say(*folderSaying_, Tone::eProblem, tr("It does not work. %1").arg(folder));
   } else {
-    folderSaying_->setText(tr("It works, but: %1").arg(folder));
+    say(*folderSaying_, Tone::eNote, tr("It works, but: %1").arg(folder));
   }
-  userSaying_->setText(user.isEmpty() ? tr("It works: messages to you arrive.") : user);
+  const bool isWrong = hasFailure(lines, QStringLiteral("station"));
+  say(*userSaying_, isWrong ? Tone::eProblem : Tone::eNote,
+      user.isEmpty() ? tr("It works: messages to you arrive.") : user);
 }
 
 void StartDialog::tell(const QString& problem) {
@@ -524,7 +543,7 @@ QWidget* PreferencesDialog::makeInput(const Preference& preference,
 
 void PreferencesDialog::addBrowsing(QLineEdit& edit, Preference::Kind kind) {
   QAction* const browse =
-      edit.addAction(icon(Glyph::eOpen, colours().text), QLineEdit::TrailingPosition);
+      edit.addAction(icon(Glyph::eProject, colours().text), QLineEdit::TrailingPosition);
   browse->setToolTip(tr("Browse…"));
   connect(browse, &QAction::triggered, this, [this, &edit, kind] {
     auto* dialog = new QFileDialog(this, tr("Browse"), edit.text());

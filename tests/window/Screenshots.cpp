@@ -327,6 +327,7 @@ bool takeStart(const WindowScene& scene, StartDialog& dialog, const QString& fil
   folder->setText(QString::fromStdString(scene.folder / "projects"));
   dialog.findChild<QLineEdit*>("user")->setText("ANNA");
   waitFor([saying] { return saying->text().startsWith("It "); }, 60'000);
+  letItSettle();
   const bool isTaken = dialog.grab().save(file);
   dialog.reject();
   return isTaken;
