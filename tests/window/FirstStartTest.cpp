@@ -191,6 +191,20 @@ TEST_F(FirstStartTest, AnEndingSignalEndsTheQuestion) {
   EXPECT_FALSE(hasOpened_);
 }
 
+TEST_F(FirstStartTest, ARememberedFolderThatCannotBeUsedIsAskedForAgain) {
+  hasScript = false;
+  remembered = folder / "unmounted";
+  asked = [this](StartDialog& dialog) {
+    EXPECT_TRUE(saying(dialog, "problem").contains("unmounted"));
+    EXPECT_EQ(field(dialog, "folder").text(), QString::fromStdString(remembered));
+    field(dialog, "folder").setText(QString::fromStdString(folder / "projects"));
+    press(dialog, "Start");
+  };
+  EXPECT_EQ(2, play([](MainWindow&) {}));
+  EXPECT_EQ(wordsAgain, (std::vector<std::string>{"--projects", folder / "projects", "--user",
+                                                  "ANNA", "--host", "ANNA"}));
+}
+
 class GoingOnTest : public testing::Test, protected WindowScene {
  protected:
   GoingOnTest() { hasScript = false; }

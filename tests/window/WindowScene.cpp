@@ -102,6 +102,10 @@ int WindowScene::play(const Act& act) {
   }
   StationSettings& with = options.station;
   if (!asked) with.projectsDirectory = folder / "projects";
+  if (!remembered.empty()) {
+    with.projectsDirectory = remembered;
+    options.given["projects"] = {{remembered, "station.conf:1: projects"}};
+  }
   with.user = with.host = "ANNA";
   with.machine = 1;
   with.sendTo = {"127.255.255.255"};
@@ -109,12 +113,12 @@ int WindowScene::play(const Act& act) {
   with.recovery = folder / "state/korvel/recovery";
   with.config = config;
   with.config["shared_projects_udp_port"] = std::to_string(port);
-  return StationProgram(
-             std::move(options),
-             [this, &act]() -> MadeWindow {
-               return std::unique_ptr<iStationWindow>(std::make_unique<DrivenWindow>(*this, act));
-             })
-      .run();
+  StationProgram program(std::move(options), [this, &act]() -> MadeWindow {
+    return std::unique_ptr<iStationWindow>(std::make_unique<DrivenWindow>(*this, act));
+  });
+  const int status = program.run();
+  wordsAgain = program.wordsToStartAgain();
+  return status;
 }
 
 void WindowScene::sayAloud(const std::string& datagram) const {

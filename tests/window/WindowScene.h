@@ -52,6 +52,9 @@ class WindowScene {
   QTranslator* language = nullptr;  ///< that the window speaks; English where there is none
   bool hasScript = true;  ///< else no commands are read, as when a person starts the window
   std::function<void(StartDialog&)> asked;  ///< answers, where set, what a first start asks
+  std::string remembered;  ///< the projects directory that the configuration file names, if any
+  std::vector<std::string>
+      wordsAgain;  ///< after play(): the options with which it is to begin anew
 };
 
 /// What a test of a single pane needs of a program: no display, and fonts and events all the same;
