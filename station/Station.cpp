@@ -11,7 +11,6 @@
 #include "host/os/Files.h"
 #include "host/project/iProjectShare.h"
 #include "station/MessageJudge.h"
-#include "station/RemoteCommands.h"
 #include "station/Trash.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
@@ -35,6 +34,7 @@
 #include "station/talk/Conversation.h"
 #include "station/ui/Desktop.h"
 #include "station/watch/CatchUp.h"
+#include "station/watch/Happenings.h"
 #include "station/watch/Health.h"
 #include "station/watch/Presence.h"
 #include "station/watch/StationNote.h"
@@ -114,6 +114,7 @@ struct Station::Parts {
   Rooms rooms;
   CatchUp catchUp{hostThread};
   UnsavedEdits unsaved{hostThread, edits};
+  Happenings happenings{hostThread, edits};
   Trash trash{projects, {&bins, &racks, &filters}};
   Presence presence{hostThread, traffic, seals};
   Conversation conversation{settings().talk, settings().user, settings().projectsDirectory};
@@ -182,6 +183,7 @@ Conversation& Station::conversation() { return parts_->conversation; }
 Desktop& Station::desktop() { return parts_->desktop; }
 Edits& Station::edits() { return parts_->edits; }
 Filters& Station::filters() { return parts_->filters; }
+Happenings& Station::happenings() { return parts_->happenings; }
 Health& Station::health() { return parts_->health; }
 MediaCache& Station::media() { return parts_->media; }
 Presence& Station::presence() { return parts_->presence; }

@@ -16,6 +16,7 @@ class Edits;
 class Filters;
 class CatchUp;
 class Conversation;
+class Happenings;
 class Health;
 class MediaCache;
 class Presence;
@@ -72,6 +73,7 @@ class Station {
   [[nodiscard]] Desktop& desktop();
   [[nodiscard]] Edits& edits();
   [[nodiscard]] Filters& filters();
+  [[nodiscard]] Happenings& happenings();
   [[nodiscard]] Health& health();
   [[nodiscard]] MediaCache& media();
   [[nodiscard]] Presence& presence();

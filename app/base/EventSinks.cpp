@@ -279,6 +279,13 @@ void EventWriter::network(const std::string& problem, std::uint64_t dropped) {
   emit("network", members);
 }
 
+void EventWriter::happened(const JsonValue& happening) {
+  std::vector<JsonValue::Member> members = happening.members();
+  // An event's time is that of the machine's clock; when it happened is under "when".
+  std::erase_if(members, [](const JsonValue::Member& each) { return each.first == "time"; });
+  emit("happened", members);
+}
+
 void EventWriter::presence(const std::string& how, const JsonValue& station) {
   std::vector<JsonValue::Member> members{{"how", how}};
   members.insert(members.end(), station.members().begin(), station.members().end());

@@ -13,6 +13,8 @@
 #include "station/edit/Edits.h"
 #include "station/keep/UndoList.h"
 #include "station/project/Projects.h"
+#include "station/talk/Conversation.h"
+#include "station/watch/Happenings.h"
 
 namespace korvel {
 
@@ -156,12 +158,38 @@ std::string shownEmptied(Station&, const Arguments&, const JsonValue& result) {
   return text;
 }
 
+/// What happened, by a user or to an edit. A name that stands for neither is told, since nothing
+/// would be listed.
+Result<JsonValue> happened(Station& station, const Arguments& arguments) {
+  if (auto open = station.projects().requireOpen(); !open) return open.error();
+  const std::string of = arguments.empty() ? std::string() : arguments[0];
+  // An object by its cookie: it may have had another name.
+  const auto cookie = station.projects().resolve(of, {});
+  if (!of.empty() && cookie) return station.happenings().list(cookie->asString().str());
+  JsonValue found = station.happenings().list(of);
+  if (of.empty() || !found.elements().empty() || isAtWork(of)) return found;
+  return cookie.error();
+}
+
+std::string shownHappened(Station&, const Arguments&, const JsonValue& happenings) {
+  std::string text;
+  for (const JsonValue& each : happenings.elements()) {
+    text += (text.empty() ? "" : "\n") + wallText(each["when"].asLong()) + "  " +
+            each["words"].asString() + ".";
+  }
+  return text.empty() ? "Nothing happened yet." : text;
+}
+
 Result<JsonValue> did(const Result<std::string>& step) {
   if (!step) return step.error();
   return JsonValue(*step);
 }
 
 void addSteps(CommandTable& table) {
+  table.add({"happened", "[USER|E]",
+             "Shows who did what in the open project, the latest first: all of it, or what a user "
+             "did, or what became of an edit.",
+             0, 1, happened, Command::Place::eHostThread, shownHappened});
   table.add({"undo", "",
              "Undoes your last trim, rename, gift, deletion, return to an older version, or change "
              "of a bin, rack or filter in the open project, and says which.",

@@ -103,6 +103,14 @@ std::vector<std::string> userNames(const Presence& presence) {
   return words;
 }
 
+/// Who may have done something, and to what.
+std::vector<std::string> doersAndEdits(Station& station) {
+  std::vector<std::string> words = userNames(station.presence());
+  std::erase(words, "<All>");
+  for (const NamedObject& each : station.projects().objects()) words.push_back(each.name);
+  return words;
+}
+
 /// The file of the console's history, in a folder that is made if missing; empty without a home
 /// folder.
 std::string consoleHistory() {
@@ -353,6 +361,7 @@ std::vector<std::string> StationProgram::candidatesFor(const std::string& argume
       [this, argument] {
         if (argument == "P") return projectNames(station_->projects());
         if (argument == "USER") return userNames(station_->presence());
+        if (argument == "USER|E") return doersAndEdits(*station_);
         if (argument == "R") return roomNames(station_->rooms());
         if (argument == "OBJECT") return askables(*station_);
         if (argument == "DELETED") return station_->trash().namesAndCookies();

@@ -129,12 +129,26 @@ void DetailPane::showChange() {
   if (isBack && row_.content == shownContent_) return;
   if (isTold) {
     if (change_->isHidden()) shownContent_ = row_.content;
+    // What was done is known a moment later than that something was.
+    if (!change_->isHidden() && change_->text() != changeText()) tellChange();
     return;
   }
   isOutdated_ = true;
-  change_->tell(MessageBar::Kind::eChange,
-                tr("Another station changed this. The drawing is as you left it."));
+  tellChange();
+}
+
+void DetailPane::tellChange() {
+  change_->tell(MessageBar::Kind::eChange, changeText());
   change_->offer({tr("Show the change (F7)")});
+}
+
+QString DetailPane::changeText() const {
+  const RemoteChanges& last = row_.elsewhere;
+  if (last.did.isEmpty() || last.doer.isEmpty()) {
+    return tr("Another station changed this. The drawing is as you left it.");
+  }
+  return tr("%1 %2, %3. The drawing is as you left it.")
+      .arg(oneLine(last.doer), last.did, shownTime(last.at));
 }
 
 void DetailPane::takeTimeline(const TimelinePtr& timeline) {

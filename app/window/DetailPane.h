@@ -52,6 +52,8 @@ class DetailPane : public QWidget {
  private:
   void showHeading();
   void showChange();
+  void tellChange();
+  [[nodiscard]] QString changeText() const;
 
   QLabel* heading_;
   QLabel* facts_;

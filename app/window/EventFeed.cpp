@@ -9,6 +9,9 @@ namespace korvel {
 
 namespace {
 
+/// Takes the place of what was known before, unlike a null text.
+const QString kNotNamed = QStringLiteral("");
+
 constexpr const char* kAssertion = "assertion failed";
 
 /// The text of an event under a key. For bytes that are no text, such as a message cut within a
@@ -80,6 +83,8 @@ void EventFeed::take(const StationEvent& event) {
     changes_.projects = changes_.users = true;
   } else if (event.name == "steps") {
     changes_.families.insert("steps");
+  } else if (event.name == "happened") {
+    takeHappened(value);
   } else if (event.name == "ready") {
     takeReady(value);
   } else {
@@ -98,6 +103,73 @@ SaidLine saidLine(const JsonValue& said) {
           eventText(said, "text"),
           said["own"].asBool(),
           said["unverified"].asBool()};
+}
+
+HappenedLine happenedLine(const JsonValue& happening) {
+  HappenedLine line;
+  line.id = happening["id"].asLong();
+  line.when = QDateTime::fromSecsSinceEpoch(happening["when"].asLong());
+  line.by = eventText(happening, "by");
+  line.isOwn = happening["own"].asBool();
+  line.what = eventText(happening, "what");
+  line.cookie = eventText(happening, "cookie");
+  line.name = eventText(happening, "name");
+  for (const JsonValue& each : happening["deeds"].elements()) {
+    const auto text = [&each](const char* key) { return readableText(each[key].asString()); };
+    line.deeds.push_back({text("did"), text("clip"), text("path"), text("was"), text("to")});
+  }
+  line.more = static_cast<int>(happening["more"].asLong());
+  line.isUnsaved = happening["unsaved"].asBool();
+  return line;
+}
+
+QString HappenedLine::deedText(const DeedLine& deed) {
+  const QString& did = deed.did;
+  const QString clip = oneLine(deed.clip);
+  const QString to = oneLine(deed.to);
+  const auto is = [&did](const char* word) { return did == QLatin1String(word); };
+  if (is("trimmed")) return tr("trimmed %1").arg(clip);
+  if (is("moved")) return tr("moved %1").arg(clip);
+  if (is("added")) return clip.isEmpty() ? tr("added it") : tr("added %1").arg(clip);
+  if (is("removed")) return clip.isEmpty() ? tr("took it out") : tr("removed %1").arg(clip);
+  if (is("clip renamed")) return tr("renamed %1 to %2").arg(clip, to);
+  if (is("renamed")) return tr("renamed it to %1").arg(to);
+  if (is("given")) return to.isEmpty() ? tr("gave it to nobody") : tr("gave it to %1").arg(to);
+  if (is("saved")) return tr("saved it");
+  if (is("made")) return tr("made it");
+  if (is("deleted")) return tr("deleted it");
+  return is("restored") ? tr("brought it back") : tr("changed it");
+}
+
+QString HappenedLine::deedsText() const {
+  QStringList texts;
+  for (const DeedLine& each : deeds) texts.append(deedText(each));
+  const QString text = texts.join(QStringLiteral(", "));
+  return more == 0 ? text : tr("%1 and %n more", nullptr, more).arg(text);
+}
+
+bool HappenedLine::isNamed() const {
+  if (deeds.empty()) return false;
+  const QString& did = deeds.front().did;
+  return did != QLatin1String("saved") && did != QLatin1String("changed");
+}
+
+void EventFeed::takeHappened(const JsonValue& event) {
+  const HappenedLine line = happenedLine(event);
+  if (news_.happened.size() >= 2 * kMostLines) {
+    news_.happened.erase(news_.happened.begin(), news_.happened.begin() + kMostLines);
+  }
+  news_.happened.push_back(line);
+  if (line.isOwn) return;
+  RemoteChanges& changes = changes_.remote[line.cookie.toStdString()];
+  // Who saves what was told of before has done that, and nothing else.
+  if (!line.isNamed() && changes.doer == line.by && !changes.did.isEmpty()) return;
+  changes.did = line.isNamed() ? line.deedsText() : kNotNamed;
+  changes.doer = line.by;
+  changes.didPath = line.deeds.empty() ? QString() : line.deeds.front().path;
+  if (line.what == QLatin1String("edit") || line.what == QLatin1String("log")) {
+    changes_.edits.insert(line.cookie.toStdString());
+  }
 }
 
 void EventFeed::takeTalk(const std::string& name, const JsonValue& event) {
@@ -168,6 +240,11 @@ void EventFeed::noteRemote(RemoteChanges& changes, const std::string& how, const
   changes.wasMade = changes.wasMade || how == "created";
   changes.by = by;
   changes.at = QDateTime::currentDateTime();
+  // What it was is told right before or after it; of another user's it was something else.
+  if (changes.doer != by) {
+    changes.did = kNotNamed;
+    changes.doer = by;
+  }
 }
 
 void EventFeed::takeReady(const JsonValue& event) {
@@ -228,6 +305,7 @@ News EventFeed::takeNews() {
             news_.received,
             std::exchange(news_.said, {}),
             std::exchange(news_.answers, {}),
+            std::exchange(news_.happened, {}),
             news_.trouble};
   return news;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QString>
 #include <array>
@@ -42,6 +43,44 @@ struct SaidLine {
   bool isUnverified = false;
 };
 
+/// One thing that somebody did to an object, as the station names it: "trimmed", "renamed".
+struct DeedLine {
+  QString did;
+  QString clip;  ///< what the clip is called; empty for the whole object
+  QString path;  ///< where the clip is now
+  QString was;   ///< the name before a renaming
+  QString to;    ///< the new name, or the new owner
+};
+
+/// Something that somebody did in the open project.
+struct HappenedLine {
+  Q_DECLARE_TR_FUNCTIONS(HappenedLine)
+
+ public:
+  long id = 0;  ///< the same for what is told again, with more known of it
+  QDateTime when;
+  QString by;  ///< empty where it is not known
+  bool isOwn = false;
+  QString what;  ///< "edit", "bin", "media"
+  QString cookie;
+  QString name;
+  std::vector<DeedLine> deeds;  ///< the first ones
+  int more = 0;                 ///< how many further
+  bool isUnsaved = false;       ///< announced and not saved yet
+
+  /// "trimmed Clip-002, removed Opening and 2 more".
+  [[nodiscard]] QString deedsText() const;
+
+  /// Whether it says more than that something was saved or changed.
+  [[nodiscard]] bool isNamed() const;
+
+ private:
+  static QString deedText(const DeedLine& deed);
+};
+
+/// What happened, as the station lists it.
+HappenedLine happenedLine(const JsonValue& happening);
+
 /// The answer to an ask of this user's, or that something is free that the user waits for.
 struct AskAnswer {
   QString words;
@@ -72,6 +111,7 @@ struct News {
   unsigned long received = 0;
   std::vector<SaidLine> said;
   std::vector<AskAnswer> answers;
+  std::vector<HappenedLine> happened;
   QString trouble;  ///< what is wrong with share, network or unsaved changes; empty for nothing
 };
 
@@ -81,6 +121,9 @@ struct RemoteChanges {
   bool wasMade = false;  ///< one of them made it
   QString by;            ///< the user of the last one; empty where that is not known
   QDateTime at;          ///< when this station learned of the last one; local time
+  QString did{};         ///< what it was, "trimmed Clip-002"; empty where that is not known
+  QString doer{};        ///< who did that
+  QString didPath{};     ///< where the clip is that it was done to; empty for the whole
 
   friend bool operator==(const RemoteChanges&, const RemoteChanges&) = default;
 };
@@ -135,6 +178,7 @@ class EventFeed : public iEventSink {
   void takeReady(const JsonValue& event);
   void takeNotification(const JsonValue& event);
   void takeTalk(const std::string& name, const JsonValue& event);
+  void takeHappened(const JsonValue& event);
   static void noteRemote(RemoteChanges& changes, const std::string& how, const QString& by);
   void noteCommandLocked(const std::string& name);
 

@@ -1,5 +1,6 @@
 #include "app/window/EventPanes.h"
 
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -7,6 +8,7 @@
 #include <QFileInfo>
 #include <QFontDatabase>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListView>
 #include <QListWidget>
 #include <QLocale>
@@ -15,12 +17,14 @@
 #include <QScrollBar>
 #include <QSortFilterProxyModel>
 #include <QSplitter>
+#include <QTreeView>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <utility>
 
 #include "app/window/Appearance.h"
 #include "app/window/Lists.h"
+#include "app/window/People.h"
 #include "app/window/Texts.h"
 
 namespace korvel {
@@ -294,6 +298,235 @@ void NotificationsPane::hideEvent(QHideEvent* event) {
 
 void NotificationsPane::markAllRead() {
   for (int i = 0; i < list_->count(); ++i) setBold(*list_->item(i), QFont::Normal);
+}
+
+void HappenedModel::load(const std::vector<HappenedLine>& lines) {
+  beginResetModel();
+  lines_.assign(lines.begin(), lines.end());
+  endResetModel();
+}
+
+void HappenedModel::add(const std::vector<HappenedLine>& lines) {
+  for (const HappenedLine& each : lines) addOne(each);
+  if (lines_.size() <= kMost) return;
+  beginRemoveRows({}, static_cast<int>(kMost), static_cast<int>(lines_.size()) - 1);
+  lines_.resize(kMost);
+  endRemoveRows();
+}
+
+void HappenedModel::addOne(const HappenedLine& line) {
+  const auto known = std::ranges::find(lines_, line.id, &HappenedLine::id);
+  if (known != lines_.end() && known->when == line.when) {
+    const int row = static_cast<int>(known - lines_.begin());
+    *known = line;
+    Q_EMIT dataChanged(index(row, 0), index(row, eWhen));
+    return;
+  }
+  if (known != lines_.end()) {
+    const int row = static_cast<int>(known - lines_.begin());
+    beginRemoveRows({}, row, row);
+    lines_.erase(known);
+    endRemoveRows();
+  }
+  beginInsertRows({}, 0, 0);
+  lines_.push_front(line);
+  endInsertRows();
+}
+
+int HappenedModel::rowCount(const QModelIndex& parent) const {
+  return parent.isValid() ? 0 : static_cast<int>(lines_.size());
+}
+
+int HappenedModel::columnCount(const QModelIndex& parent) const {
+  return parent.isValid() ? 0 : eWhen + 1;
+}
+
+QVariant HappenedModel::headerData(int section, Qt::Orientation orientation, int role) const {
+  if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
+  const QString titles[] = {tr("What happened"), tr("To"), tr("When")};
+  return titles[section];
+}
+
+namespace {
+
+QString happenedWho(const HappenedLine& line) {
+  if (line.by.isEmpty()) return HappenedPane::tr("Somebody");
+  return line.isOwn ? HappenedPane::tr("%1 (you)").arg(personName(line.by)) : personName(line.by);
+}
+
+/// "ANNA trimmed Clip-002".
+QString happenedWhat(const HappenedLine& line) {
+  const QString text = HappenedPane::tr("%1 %2").arg(happenedWho(line), line.deedsText());
+  return line.isUnsaved ? HappenedPane::tr("%1, not saved then").arg(text) : text;
+}
+
+/// "Harbour", "the bin Selects".
+QString happenedObject(const HappenedLine& line) {
+  const QString name = oneLine(line.name.isEmpty() ? line.cookie : line.name);
+  const auto is = [&line](const char* what) { return line.what == QLatin1String(what); };
+  if (is("log")) return HappenedPane::tr("log %1").arg(name);
+  if (is("bin")) return HappenedPane::tr("bin %1").arg(name);
+  if (is("rack")) return HappenedPane::tr("rack %1").arg(name);
+  if (is("filter")) return HappenedPane::tr("filter %1").arg(name);
+  return is("media") ? HappenedPane::tr("media file %1").arg(name) : name;
+}
+
+/// All of it in a sentence, for the tool tip and for those who do not see the columns.
+QString happenedInWords(const HappenedLine& line) {
+  return HappenedPane::tr("%1: %2, %3")
+      .arg(happenedObject(line), happenedWhat(line), shownTime(line.when));
+}
+
+QString happenedText(const HappenedLine& line, int column) {
+  switch (column) {
+    case HappenedModel::eWhat:
+      return happenedWhat(line);
+    case HappenedModel::eObject:
+      return happenedObject(line);
+    default:
+      return shownTime(line.when);
+  }
+}
+
+}  // namespace
+
+QVariant HappenedModel::data(const QModelIndex& index, int role) const {
+  if (!index.isValid()) return {};
+  const HappenedLine& line = at(index.row());
+  switch (role) {
+    case Qt::DisplayRole:
+      return happenedText(line, index.column());
+    case Qt::ToolTipRole:
+      return plainTip(happenedInWords(line));
+    case Qt::AccessibleTextRole:
+      return index.column() == eWhat ? QVariant(happenedInWords(line)) : QVariant();
+    case Qt::DecorationRole:
+      if (index.column() != eWhat || line.by.isEmpty()) return {};
+      return badgeIcon({line.by, {}, false, false});
+    case Qt::ForegroundRole:
+      return index.column() == eWhen ? QVariant(colours().quiet) : QVariant();
+    default:
+      return {};
+  }
+}
+
+void HappenedProxy::keepTo(const QString& user, const QString& words,
+                           const std::optional<QString>& cookie) {
+  user_ = user;
+  words_ = words;
+  cookie_ = cookie;
+  invalidateFilter();
+}
+
+bool HappenedProxy::filterAcceptsRow(int row, const QModelIndex&) const {
+  const HappenedLine& line = static_cast<const HappenedModel*>(sourceModel())->at(row);
+  if (!user_.isEmpty() && line.by != user_) return false;
+  if (cookie_ && line.cookie != *cookie_) return false;
+  return words_.isEmpty() || happenedInWords(line).contains(words_, Qt::CaseInsensitive);
+}
+
+namespace {
+
+constexpr int kMostDoers = 500;  // names can be made up without end
+constexpr int kLeastDeed = 160;
+
+}  // namespace
+
+HappenedPane::HappenedPane(QWidget* parent)
+    : QWidget(parent),
+      model_(new HappenedModel(this)),
+      proxy_(new HappenedProxy(this)),
+      who_(new QComboBox),
+      search_(new QLineEdit),
+      chosenOnly_(new QCheckBox(tr("&Only the chosen edit"))),
+      list_(new QTreeView) {
+  build();
+  connect(who_, &QComboBox::currentIndexChanged, this, &HappenedPane::narrow);
+  connect(search_, &QLineEdit::textChanged, this, &HappenedPane::narrow);
+  connect(chosenOnly_, &QCheckBox::toggled, this, &HappenedPane::narrow);
+  connect(list_, &QTreeView::activated, this, [this](const QModelIndex& index) {
+    const HappenedLine& line = model_->at(proxy_->mapToSource(index).row());
+    Q_EMIT objectWanted(line.what, line.cookie);
+  });
+}
+
+void HappenedPane::build() {
+  who_->setObjectName(QStringLiteral("doers"));
+  who_->setAccessibleName(tr("Whose doings to show"));
+  who_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+  who_->setMinimumContentsLength(8);
+  who_->addItem(tr("By all"), QString());
+  search_->setObjectName(QStringLiteral("searchHappened"));
+  search_->setPlaceholderText(tr("Find an edit or clip"));
+  search_->setAccessibleName(tr("Find what happened by its words"));
+  search_->setClearButtonEnabled(true);
+  chosenOnly_->setObjectName(QStringLiteral("chosenOnly"));
+  proxy_->setSourceModel(model_);
+  list_->setObjectName(QStringLiteral("happened"));
+  list_->setAccessibleName(tr("What happened, the latest first"));
+  list_->setModel(proxy_);
+  list_->setRootIsDecorated(false);
+  list_->setUniformRowHeights(true);
+  list_->setAllColumnsShowFocus(true);
+  list_->setTextElideMode(Qt::ElideRight);
+  list_->setIconSize({27, 18});
+  list_->setMinimumHeight(40);
+  new ArrowKeys(*list_);
+  // What matters least is hidden first where there is no room for all.
+  new ColumnFit(*list_, kLeastDeed, {{200, 80}, {130, 60}});
+  auto* tools = new QHBoxLayout;
+  tools->setContentsMargins(8, 6, 8, 6);
+  tools->setSpacing(8);
+  tools->addWidget(who_);
+  tools->addWidget(search_, 1);
+  tools->addWidget(chosenOnly_);
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  layout->addLayout(tools);
+  layout->addWidget(list_, 1);
+}
+
+void HappenedPane::load(const std::vector<HappenedLine>& lines, long first) {
+  first_ = first;
+  model_->load(lines);
+  who_->setCurrentIndex(0);
+  while (who_->count() > 1) who_->removeItem(1);
+  noteDoers(lines);
+}
+
+void HappenedPane::add(const std::vector<HappenedLine>& lines) {
+  std::vector<HappenedLine> own = lines;
+  std::erase_if(own, [this](const HappenedLine& each) { return each.id < first_; });
+  if (own.empty()) return;
+  // The latest stays in sight unless the user has scrolled down.
+  const QScrollBar& bar = *list_->verticalScrollBar();
+  const bool isAtTop = bar.value() == bar.minimum();
+  model_->add(own);
+  if (isAtTop) list_->scrollToTop();
+  noteDoers(own);
+}
+
+void HappenedPane::noteDoers(const std::vector<HappenedLine>& lines) {
+  for (const HappenedLine& each : lines) {
+    if (each.by.isEmpty() || who_->findData(each.by) >= 0 || who_->count() > kMostDoers) continue;
+    who_->addItem(badgeIcon({each.by, {}, false, false}), personName(each.by), each.by);
+  }
+}
+
+void HappenedPane::setChosen(const QString& cookie) {
+  if (std::exchange(chosen_, cookie) != cookie && chosenOnly_->isChecked()) narrow();
+}
+
+void HappenedPane::narrow() {
+  const auto cookie = chosenOnly_->isChecked() ? std::optional(chosen_) : std::nullopt;
+  proxy_->keepTo(who_->currentData().toString(), search_->text().trimmed(), cookie);
+}
+
+// Icons keep the colours in which they were drawn.
+void HappenedPane::changeEvent(QEvent* event) {
+  QWidget::changeEvent(event);
+  if (event->type() == QEvent::PaletteChange) list_->viewport()->update();
 }
 
 bool DesktopNotices::isPossible() {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QAbstractListModel>
+#include <QAbstractTableModel>
+#include <QSortFilterProxyModel>
 #include <QString>
 #include <QThreadPool>
 #include <QWidget>
@@ -10,13 +12,15 @@
 
 #include "app/window/EventFeed.h"
 
+class QCheckBox;
 class QComboBox;
 class QLabel;
+class QLineEdit;
 class QListView;
 class QListWidget;
 class QListWidgetItem;
 class QPlainTextEdit;
-class QSortFilterProxyModel;
+class QTreeView;
 
 namespace korvel {
 
@@ -105,6 +109,96 @@ class NotificationsPane : public QWidget {
   QLabel* hint_;
   QPlainTextEdit* whole_;
   int unread_ = 0;
+};
+
+/// What happened in the open project, the latest first; bounded.
+class HappenedModel : public QAbstractTableModel {
+  Q_OBJECT
+
+ public:
+  static constexpr std::size_t kMost = 500;
+
+  enum Column { eWhat, eObject, eWhen };
+
+  using QAbstractTableModel::QAbstractTableModel;
+
+  /// All there is, the latest first.
+  void load(const std::vector<HappenedLine>& lines);
+
+  /// What came since, the oldest first. What is told again takes the place of what was told, in
+  /// front where it happened again.
+  void add(const std::vector<HappenedLine>& lines);
+
+  [[nodiscard]] const HappenedLine& at(int row) const {
+    return lines_[static_cast<std::size_t>(row)];
+  }
+
+  int rowCount(const QModelIndex& parent = {}) const override;
+  int columnCount(const QModelIndex& parent = {}) const override;
+  QVariant data(const QModelIndex& index, int role) const override;
+  QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
+ private:
+  void addOne(const HappenedLine& line);
+
+  std::deque<HappenedLine> lines_;
+};
+
+/// What of it is to be shown: what one user did, what was done to one object, what has these words.
+class HappenedProxy : public QSortFilterProxyModel {
+ public:
+  using QSortFilterProxyModel::QSortFilterProxyModel;
+
+  void keepTo(const QString& user, const QString& words, const std::optional<QString>& cookie);
+
+ protected:
+  [[nodiscard]] bool filterAcceptsRow(int row, const QModelIndex& parent) const override;
+
+ private:
+  QString user_;
+  QString words_;
+  std::optional<QString> cookie_;
+};
+
+/// Who did what to what in the open project and when, the latest first; of one colleague, with some
+/// words, or of the chosen edit alone. A double click or Return goes to the edit.
+class HappenedPane : public QWidget {
+  Q_OBJECT
+
+ public:
+  explicit HappenedPane(QWidget* parent = nullptr);
+
+  /// Another project is open: what happened in it until now, the latest first. What has a lower
+  /// number than `first` belongs to another.
+  void load(const std::vector<HappenedLine>& lines, long first);
+  void add(const std::vector<HappenedLine>& lines);
+
+  /// The object that the user looks at; empty for none.
+  void setChosen(const QString& cookie);
+
+  [[nodiscard]] QTreeView& list() const { return *list_; }
+  [[nodiscard]] QComboBox& who() const { return *who_; }
+  [[nodiscard]] QLineEdit& search() const { return *search_; }
+  [[nodiscard]] QCheckBox& chosenOnly() const { return *chosenOnly_; }
+
+ Q_SIGNALS:
+  /// The user wants to see this object.
+  void objectWanted(const QString& what, const QString& cookie);
+
+ private:
+  void build();
+  void noteDoers(const std::vector<HappenedLine>& lines);
+  void narrow();
+  void changeEvent(QEvent* event) override;
+
+  HappenedModel* model_;
+  HappenedProxy* proxy_;
+  QComboBox* who_;
+  QLineEdit* search_;
+  QCheckBox* chosenOnly_;
+  QTreeView* list_;
+  QString chosen_;
+  long first_ = 0;
 };
 
 /// Shows words as a notification of the desktop, where the session has a bus for them: one at a

@@ -16,6 +16,7 @@
 #include "station/edit/Edits.h"
 #include "station/talk/Conversation.h"
 #include "station/ui/Desktop.h"
+#include "station/watch/Happenings.h"
 #include "station/watch/Presence.h"
 
 namespace korvel {
@@ -378,6 +379,17 @@ void HostLink::askConversation(const std::function<void(const std::vector<SaidLi
     for (const JsonValue& each : list.elements()) said.push_back(saidLine(each));
     feed_.followSaid();
     QMetaObject::invokeMethod(this, [then, said] { then(said); });
+  });
+}
+
+void HostLink::askHappened(const Happened& then) {
+  post("reading what happened", [this, then] {
+    std::vector<HappenedLine> happened;
+    const Happenings& happenings = with_.station.happenings();
+    const JsonValue list = happenings.list({});
+    for (const JsonValue& each : list.elements()) happened.push_back(happenedLine(each));
+    const long first = happenings.firstId();
+    QMetaObject::invokeMethod(this, [then, happened, first] { then(happened, first); });
   });
 }
 

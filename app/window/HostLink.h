@@ -115,6 +115,11 @@ class HostLink : public QObject {
   /// Asks for all that was said before; what is said afterwards is news.
   void askConversation(const std::function<void(const std::vector<SaidLine>& said)>& then);
 
+  /// Asks for what happened in the open project, the latest first, and for the first number of its
+  /// happenings; what happens afterwards is news.
+  using Happened = std::function<void(const std::vector<HappenedLine>& happened, long first)>;
+  void askHappened(const Happened& then);
+
   /// Puts tools back onto the desktop as soon as there is one, before the first snapshot.
   void putBackOnceReady(const KeptTools& tools) { toPutBack_ = tools; }
 

@@ -79,7 +79,8 @@ WindowPanes makePanes() {
           new LogPane,
           new NotificationsPane,
           new PeoplePane,
-          new ConversationPane};
+          new ConversationPane,
+          new HappenedPane};
 }
 
 }  // namespace
@@ -117,6 +118,7 @@ MainWindow::MainWindow(HostLink& link)
   connectPanel();
   connectPeople();
   connectTalk();
+  connectHappened();
   connectNotifications();
   addKeepingActions();
   QSettings kept = windowSettings();
@@ -293,10 +295,34 @@ void MainWindow::connectPanel() {
 
 void MainWindow::connectPeople() {
   connect(panes_.people, &PeoplePane::writeWanted, this, &MainWindow::writeTo);
-  connect(panes_.people, &PeoplePane::editWanted, this, [this](const QString& cookie) {
-    objects().choose(ObjectKind::eEdits, cookie);
-    objects().view(ObjectKind::eEdits).setFocus(Qt::OtherFocusReason);
-  });
+  connect(panes_.people, &PeoplePane::editWanted, this,
+          [this](const QString& cookie) { goTo(ObjectKind::eEdits, cookie); });
+}
+
+void MainWindow::goTo(ObjectKind kind, const QString& key) {
+  objects().choose(kind, key);
+  objects().view(kind).setFocus(Qt::OtherFocusReason);
+}
+
+namespace {
+
+ObjectKind kindNamed(const QString& what) {
+  if (what == QLatin1String("bin")) return ObjectKind::eBins;
+  if (what == QLatin1String("rack")) return ObjectKind::eRacks;
+  if (what == QLatin1String("filter")) return ObjectKind::eFilters;
+  return what == QLatin1String("media") ? ObjectKind::eMedia : ObjectKind::eEdits;
+}
+
+}  // namespace
+
+void MainWindow::connectHappened() {
+  connect(panes_.happened, &HappenedPane::objectWanted, this,
+          [this](const QString& what, const QString& cookie) {
+            const ObjectRows& rows = objects().rows(kindNamed(what));
+            const auto row = std::ranges::find(rows, cookie, &ObjectRow::cookie);
+            if (row != rows.end()) return goTo(kindNamed(what), row->key);
+            messages().tell(MessageBar::Kind::eNote, tr("It is not in the project any more."));
+          });
 }
 
 void MainWindow::writeTo(const QString& user) {
@@ -370,6 +396,11 @@ void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
       if (!advice.isEmpty()) messages().tell(MessageBar::Kind::eNote, advice);
     });
   }
+  if (!snapshot_ || snapshot_->project.cookie != snapshot->project.cookie) {
+    link_.askHappened([this](const std::vector<HappenedLine>& lines, long first) {
+      happened().load(lines, first);
+    });
+  }
   snapshot_ = snapshot;
   actions_->takeSnapshot(snapshot);
   actions_->guard().takeSnapshot(snapshot);
@@ -410,6 +441,7 @@ void MainWindow::takeNews(const News& news) {
   log().append(lines);
   notifications().add(news.notifications);
   conversation().add(news.said);
+  happened().add(news.happened);
   asking_->takeAnswers(news.answers);
   tellDesktop(news.said);
   // Network problems are also shown in the bar: the log may be hidden.
@@ -450,6 +482,7 @@ void MainWindow::tellDesktop(const std::vector<SaidLine>& said) {
 void MainWindow::showChoice() {
   const auto chosen = objects().chosen();
   const ObjectKind kind = objects().kind();
+  happened().setChosen(chosen.empty() ? QString() : chosen.front().cookie);
   if (chosen.empty()) {
     detail().choose(std::nullopt, kind, {});
   } else if (chosen.front().key != detail().key()) {

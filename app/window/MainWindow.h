@@ -32,6 +32,7 @@ class MainWindow : public QMainWindow {
   [[nodiscard]] LogPane& log() const { return *panes_.log; }
   [[nodiscard]] NotificationsPane& notifications() const { return *panes_.notifications; }
   [[nodiscard]] ConversationPane& conversation() const { return *panes_.conversation; }
+  [[nodiscard]] HappenedPane& happened() const { return *panes_.happened; }
   [[nodiscard]] MessageBar& asks() const { return *panes_.asks; }
   [[nodiscard]] MessageBar& answers() const { return *panes_.answers; }
   [[nodiscard]] PeoplePane& people() const { return *panes_.people; }
@@ -61,6 +62,8 @@ class MainWindow : public QMainWindow {
   void connectPanel();
   void connectPeople();
   void connectTalk();
+  void connectHappened();
+  void goTo(ObjectKind kind, const QString& key);
   void writeTo(const QString& user);
   void open(const AskAnswer& given);
   void connectNotifications();

@@ -151,7 +151,8 @@ void WindowMenus::buildTools() {
   bar->addActions({layout_.conversationDock().toggleViewAction(),
                    layout_.notificationsDock().toggleViewAction(),
                    layout_.logDock().toggleViewAction(), layout_.historyDock().toggleViewAction(),
-                   layout_.peopleDock().toggleViewAction()});
+                   layout_.peopleDock().toggleViewAction(),
+                   layout_.happenedDock().toggleViewAction()});
 }
 
 void WindowMenus::togglePanel() {
@@ -182,7 +183,9 @@ void WindowMenus::buildViewMenu() {
   people->setShortcut(QKeySequence(QStringLiteral("Ctrl+Alt+P")));
   QAction* const conversation = layout_.conversationDock().toggleViewAction();
   conversation->setShortcut(QKeySequence(QStringLiteral("Ctrl+Alt+C")));
-  menus_.menu(view).addActions({notifications, log, history, people, conversation});
+  QAction* const happened = layout_.happenedDock().toggleViewAction();
+  happened->setShortcut(QKeySequence(QStringLiteral("Ctrl+Alt+H")));
+  menus_.menu(view).addActions({notifications, log, history, people, conversation, happened});
   menus_.menu(view).addSeparator();
   for (int i = 0; i < static_cast<int>(kObjectKinds); ++i) {
     const QString title = ObjectsModel::titleOf(static_cast<ObjectKind>(i));
@@ -294,6 +297,7 @@ void WindowMenus::chooseAppearance(const QString& name) {
   layout_.historyDock().toggleViewAction()->setIcon(icon(Glyph::eBusy, colours().text));
   layout_.peopleDock().toggleViewAction()->setIcon(icon(Glyph::ePeople, colours().text));
   layout_.conversationDock().toggleViewAction()->setIcon(icon(Glyph::eMessage, colours().text));
+  layout_.happenedDock().toggleViewAction()->setIcon(icon(Glyph::eChanged, colours().text));
 }
 
 }  // namespace korvel

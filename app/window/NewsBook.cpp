@@ -37,6 +37,9 @@ QString deedText(const NewsBook::Mark& mark) {
   if (mark.by.isEmpty()) {
     return mark.isNew ? WindowText::tr("new elsewhere") : WindowText::tr("changed elsewhere");
   }
+  if (!mark.isNew && !mark.did.isEmpty()) {
+    return WindowText::tr("%1 %2", "somebody did something").arg(oneLine(mark.by), mark.did);
+  }
   const QString form = mark.isNew ? WindowText::tr("new by %1") : WindowText::tr("changed by %1");
   return form.arg(oneLine(mark.by));
 }
@@ -94,7 +97,7 @@ void NewsBook::takeOne(ObjectKind kind, const ObjectRow& row, bool isFirstLook) 
     known_[row.key] = {row.elsewhere.count, content, kind, row.isDeleted};
     return;
   }
-  if (isKnown && !isOther && before.changes == row.elsewhere.count) return;
+  if (isKnown && !isOther && before.changes == row.elsewhere.count) return learnDeed(row);
   known_[row.key] = {row.elsewhere.count, content, kind, row.isDeleted};
   isChanged_ = true;
   if (row.elsewhere.count > before.changes) {
@@ -103,9 +106,21 @@ void NewsBook::takeOne(ObjectKind kind, const ObjectRow& row, bool isFirstLook) 
                        (row.elsewhere.wasMade && before.changes == 0);
     const QString& by = row.elsewhere.by.isEmpty() ? row.savedBy : row.elsewhere.by;
     marks_[row.key] = {isNew, by, row.elsewhere.at};
+    learnDeed(row);
   } else if (isFirstLook && wasHere_ && (isOther || !isKnown) && row.savedBy != user_) {
     marks_[row.key] = {!isKnown, row.savedBy, row.savedAt.toLocalTime()};
   }
+}
+
+/// What was done is known a moment after that something was.
+void NewsBook::learnDeed(const ObjectRow& row) {
+  const auto mark = marks_.find(row.key);
+  const RemoteChanges& last = row.elsewhere;
+  if (mark == marks_.end() || last.did.isEmpty() || mark->did == last.did) return;
+  if (!mark->by.isEmpty() && mark->by != last.doer) return;
+  mark->by = last.doer;
+  mark->did = last.did;
+  isChanged_ = true;
 }
 
 void NewsBook::forgetGone(ObjectKind kind, const ObjectRows& rows) {
@@ -138,7 +153,7 @@ std::string NewsBook::file() const {
   return folder_ + '/' + (escaped(project_) + QLatin1Char(' ') + escaped(user_)).toStdString();
 }
 
-// A line an object: key, kind, what it held, and the mark: new or changed, when, by whom.
+// A line an object: key, kind, what it held, and the mark: new or changed, when, by whom, what.
 std::string NewsBook::text() const {
   QString text = kFirstLine + QLatin1Char('\n');
   for (auto each = known_.begin(); each != known_.end(); ++each) {
@@ -150,7 +165,8 @@ std::string NewsBook::text() const {
                         QString::number(each->content, 16),
                         QStringLiteral("-nc").mid(marked ? marked->isNew ? 1 : 2 : 0, 1),
                         QString::number(at),
-                        marked ? escaped(marked->by) : QString()}
+                        marked ? escaped(marked->by) : QString(),
+                        marked ? escaped(marked->did) : QString()}
                 .join(QLatin1Char(' ')) +
             QLatin1Char('\n');
   }
@@ -164,7 +180,8 @@ bool NewsBook::read(const std::string& text) {
   }
   for (const QString& line : lines.mid(1, lines.size() - 3)) {
     const QStringList fields = line.split(QLatin1Char(' '));
-    if (fields.size() != 6) return false;
+    // Earlier versions did not keep what was done.
+    if (fields.size() != 6 && fields.size() != 7) return false;
     const unsigned kind = fields[1].toUInt();
     if (kind >= kObjectKinds) return false;
     const QString key = unescaped(fields[0]);
@@ -172,7 +189,8 @@ bool NewsBook::read(const std::string& text) {
     if (fields[3] == QLatin1String("-")) continue;
     const qint64 at = fields[4].toLongLong();
     marks_[key] = {fields[3] == QLatin1String("n"), unescaped(fields[5]),
-                   at > 0 ? QDateTime::fromMSecsSinceEpoch(at) : QDateTime()};
+                   at > 0 ? QDateTime::fromMSecsSinceEpoch(at) : QDateTime(),
+                   unescaped(fields.value(6))};
   }
   return true;
 }

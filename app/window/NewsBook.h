@@ -24,6 +24,7 @@ class NewsBook {
     bool isNew = false;  ///< another made it; else changed it
     QString by;          ///< the user who did so last; empty where that is not known
     QDateTime at;        ///< local time; invalid where nothing tells it
+    QString did{};       ///< what that was, "trimmed Clip-002"; empty where it is not known
 
     friend bool operator==(const Mark&, const Mark&) = default;
   };
@@ -63,6 +64,7 @@ class NewsBook {
   };
 
   void takeOne(ObjectKind kind, const ObjectRow& row, bool isFirstLook);
+  void learnDeed(const ObjectRow& row);
   void forgetGone(ObjectKind kind, const ObjectRows& rows);
   [[nodiscard]] std::string file() const;
   [[nodiscard]] std::string text() const;
@@ -79,7 +81,8 @@ class NewsBook {
   QThreadPool writer_;
 };
 
-/// "new by ANNA, 12:04", "changed by ANNA, 21 Nov 12:04", "changed elsewhere".
+/// "new by ANNA, 12:04", "ANNA trimmed Clip-002, 12:04", "changed by ANNA, 21 Nov 12:04", "changed
+/// elsewhere".
 QString newsText(const NewsBook::Mark& mark);
 
 /// The same with the whole day where that is not today: "changed by ANNA, 21 November 2026 12:04".

@@ -144,6 +144,13 @@ PanelState panelState(const JsonValue& shown) {
 
 /// Adds later changes to earlier ones.
 void add(RemoteChanges& changes, const RemoteChanges& later) {
+  const bool isSameDoer = later.did.isEmpty() && later.doer == changes.doer;
+  if (!later.did.isNull() && !isSameDoer) {
+    changes.did = later.did;
+    changes.doer = later.doer;
+    changes.didPath = later.didPath;
+  }
+  if (later.count == 0) return;
   changes.count += later.count;
   changes.wasMade = changes.wasMade || later.wasMade;
   changes.by = later.by;

@@ -104,6 +104,7 @@ constexpr Plural kSingulars[] = {
     {"Unsaved changes of %1 in %Ln edits were left when the station ended.",
      "Unsaved changes of %1 in one edit were left when the station ended."},
     {"%n more", nullptr},
+    {"%1 and %n more", nullptr},
     {"%n open", nullptr},
     {"%1, %Ln of them unsaved", nullptr},
     {"%1 (%n unread)", nullptr},

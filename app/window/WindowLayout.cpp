@@ -359,6 +359,9 @@ void WindowLayout::buildDocks() {
   conversationDock_ = makeDock(tr("Conversation"), "conversationDock", panes_.conversation);
   window_.addDockWidget(Qt::BottomDockWidgetArea, conversationDock_);
   window_.tabifyDockWidget(peopleDock_, conversationDock_);
+  happenedDock_ = makeDock(QDockWidget::tr("What happened"), "happenedDock", panes_.happened);
+  window_.addDockWidget(Qt::BottomDockWidgetArea, happenedDock_);
+  window_.tabifyDockWidget(conversationDock_, happenedDock_);
   for (QDockWidget* each : toolDocks()) each->hide();
   window_.resizeDocks({panes_.panel}, {kDockSize.width()}, Qt::Horizontal);
   for (QDockWidget* each : docks()) {
@@ -377,8 +380,8 @@ void WindowLayout::buildDocks() {
     if (dock == conversationDock_) panes_.conversation->takeLook();
   });
   const int height = kDockSize.height();
-  window_.resizeDocks({logDock_, historyDock_, peopleDock_, conversationDock_},
-                      {height, height, height, height}, Qt::Vertical);
+  window_.resizeDocks({logDock_, historyDock_, peopleDock_, conversationDock_, happenedDock_},
+                      {height, height, height, height, height}, Qt::Vertical);
 }
 
 QList<QDockWidget*> WindowLayout::docks() const {
@@ -387,7 +390,8 @@ QList<QDockWidget*> WindowLayout::docks() const {
 
 // All but the panel, which the plug-in opens and closes.
 QList<QDockWidget*> WindowLayout::toolDocks() const {
-  return {notificationsDock_, logDock_, historyDock_, peopleDock_, conversationDock_};
+  return {notificationsDock_, logDock_,          historyDock_,
+          peopleDock_,        conversationDock_, happenedDock_};
 }
 
 void WindowLayout::focusNextPane() {
@@ -400,6 +404,7 @@ void WindowLayout::focusNextPane() {
   if (logDock_->isVisible()) panes.append(&panes_.log->view());
   if (peopleDock_->isVisible()) panes.append(&panes_.people->list());
   if (conversationDock_->isVisible()) panes.append(&panes_.conversation->view());
+  if (happenedDock_->isVisible()) panes.append(&panes_.happened->list());
   const qsizetype now = panes.indexOf(QApplication::focusWidget());
   for (qsizetype i = 1; i <= panes.size(); ++i) {
     QWidget* next = panes[(now + i) % panes.size()];

@@ -117,6 +117,7 @@ class RecentProjects : public QObject {
 
 class ConversationPane;
 class DetailPane;
+class HappenedPane;
 class HistoryPane;
 class LogPane;
 class MessageBar;
@@ -144,6 +145,7 @@ struct WindowPanes {
   NotificationsPane* notifications = nullptr;
   PeoplePane* people = nullptr;
   ConversationPane* conversation = nullptr;
+  HappenedPane* happened = nullptr;
 };
 
 /// Where everything in the window is: projects and rooms on the left, the open project's objects in
@@ -163,6 +165,7 @@ class WindowLayout : public QObject {
   [[nodiscard]] QDockWidget& historyDock() const { return *historyDock_; }
   [[nodiscard]] QDockWidget& peopleDock() const { return *peopleDock_; }
   [[nodiscard]] QDockWidget& conversationDock() const { return *conversationDock_; }
+  [[nodiscard]] QDockWidget& happenedDock() const { return *happenedDock_; }
 
   /// The keyboard goes to the pane after the one that has it.
   void focusNextPane();
@@ -203,6 +206,7 @@ class WindowLayout : public QObject {
   QDockWidget* historyDock_ = nullptr;
   QDockWidget* peopleDock_ = nullptr;
   QDockWidget* conversationDock_ = nullptr;
+  QDockWidget* happenedDock_ = nullptr;
   QSplitter* side_ = nullptr;
   QSplitter* centre_ = nullptr;
   QByteArray spread_;                     ///< where the docks were when there was room for them

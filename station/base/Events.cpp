@@ -17,6 +17,7 @@ int remoteScopes = 0;
 int folderScopes = 0;
 thread_local int waitedScopes = 0;
 const ReceivedMessage* delivered = nullptr;
+iChangeObserver* changeObserver = nullptr;
 std::string author;
 
 }  // namespace
@@ -29,6 +30,14 @@ std::vector<JsonValue::Member> auditedObject(const std::string& kind, const Cook
 iStationEvents& events() { return *installed; }
 
 void installEvents(iStationEvents* sink) { installed = sink ? sink : &dropping; }
+
+void observeChanges(iChangeObserver* observer) { changeObserver = observer; }
+
+void tellChanged(const std::string& what, const Cookie& cookie, const std::string& how,
+                 const std::string& name) {
+  events().changed(what, cookie, how, currentOrigin());
+  if (changeObserver) changeObserver->changed(what, cookie, how, name);
+}
 
 const char* originText(Origin origin) {
   switch (origin) {

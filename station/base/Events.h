@@ -73,6 +73,9 @@ class iStationEvents {
   virtual void talk([[maybe_unused]] const std::string& event,
                     [[maybe_unused]] const std::vector<JsonValue::Member>& members) {}
 
+  /// Somebody did something in the open project, or more is known of it: shownHappening() of it.
+  virtual void happened([[maybe_unused]] const JsonValue& happening) {}
+
   /// The share, the network, or whether what is shown is up to date, works better or worse now.
   virtual void health([[maybe_unused]] const JsonValue& health) {}
 
@@ -97,6 +100,24 @@ iStationEvents& events();
 
 /// Installs the sink, which must live until another is installed or null restores the dropping one.
 void installEvents(iStationEvents* sink);
+
+/// Hears of each change that tellChanged() tells. Host thread.
+class iChangeObserver {
+ public:
+  virtual ~iChangeObserver() = default;
+
+  /// `name` is what the object is called, or was; empty where the teller does not say.
+  virtual void changed(const std::string& what, const Cookie& cookie, const std::string& how,
+                       const std::string& name) = 0;
+};
+
+/// Sets the observer of changes, or null; it must outlive this or be taken back. Host thread.
+void observeChanges(iChangeObserver* observer);
+
+/// Tells the station's events and the observer that something changed, from where currentOrigin()
+/// says. Host thread.
+void tellChanged(const std::string& what, const Cookie& cookie, const std::string& how,
+                 const std::string& name = {});
 
 /// Where a change that is being made right now comes from: remote while a datagram is being
 /// delivered, folder while what was found there is being shown. Host thread.

@@ -180,7 +180,7 @@ void ContainerPart::noteMade(const Cookie& cookie) {
 
 std::string ContainerPart::wordsFor(const Cookie& cookie) const {
   const Container* const known = find(cookie);
-  return kind_.word + " " + (known ? known->name : std::string());
+  return kind_.word + " " + (known ? known->name : lastDropped_);
 }
 
 Result<void> ContainerPart::takeBack(const Trashed& trashed) {
@@ -385,6 +385,7 @@ void ContainerPart::show(const Cookie& cookie, JsonValue record) {
 void ContainerPart::drop(const Cookie& cookie) {
   const auto known = containers_.find(cookie);
   if (known == containers_.end()) return;
+  lastDropped_ = known->second.name;
   const auto named = byName_.find(known->second.name);
   named->second.erase(cookie);
   if (named->second.empty()) byName_.erase(named);
@@ -398,7 +399,8 @@ void ContainerPart::take(const Cookie& cookie, JsonValue record, std::uint32_t f
 }
 
 void ContainerPart::tell(const Cookie& cookie, const std::string& how, std::uint32_t flags) {
-  events().changed(kind_.word, cookie, how, currentOrigin());
+  const Container* const known = find(cookie);
+  tellChanged(kind_.word, cookie, how, known ? known->name : std::string());
   notify(cookie, flags);
 }
 

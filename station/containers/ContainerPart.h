@@ -164,6 +164,7 @@ class ContainerPart : public iProjectPart {
   std::shared_ptr<NewlyShown> shown_;
   std::map<Cookie, Container> containers_;
   std::map<std::string, std::set<Cookie>> byName_;
+  std::string lastDropped_;                 ///< the name of the one that went last, to tell of it
   std::map<Cookie, std::string> problems_;  ///< of files found that cannot be read, as logged
 };
 

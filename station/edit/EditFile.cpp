@@ -8,6 +8,7 @@
 #include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
+#include "station/edit/EditHistory.h"
 #include "station/edit/Edits.h"
 #include "station/edit/OtioDocument.h"
 #include "station/os/SharedFiles.h"
@@ -193,7 +194,7 @@ bool EditFile::catchUp(const std::string& bytes) {
   if (isContent(bytes)) {
     const bool wasGone = fileState() == FileState::eGone;
     changedElsewhere_.reset();
-    if (wasGone) events().changed(kindText(), cookie_, "refreshed", currentOrigin());
+    if (wasGone) tellChanged(kindText(), cookie_, "refreshed");
     return wasGone;
   }
   if (holdsUnsaved()) {
@@ -232,7 +233,7 @@ bool EditFile::noteElsewhere(std::size_t content, const std::string& what) {
   if (changedElsewhere_ == content) return false;
   changedElsewhere_ = content;
   LogBoth("%s\n", what);
-  events().changed(kindText(), cookie_, "refreshed", currentOrigin());
+  tellChanged(kindText(), cookie_, "refreshed");
   return true;
 }
 
@@ -247,7 +248,7 @@ void EditFile::tellReplaced() {
 void EditFile::issueChangeNotification(const EditModification& modification) {
   const bool isWhole = modification.type_ == eModContentsChanged;
   const AuthorScope author(isWhole ? document_.stamp().by : std::string());
-  events().changed(kindText(), cookie_, isWhole ? "reloaded" : "modified", currentOrigin());
+  tellChanged(kindText(), cookie_, isWhole ? "reloaded" : "modified");
 }
 
 void EditFile::setDirty(bool dirty) {
@@ -274,18 +275,27 @@ void EditFile::tellObserver() const {
 
 Result<void> EditFile::change(const EditModification& modification) {
   noteSavedBody();
+  const Deed deed = deedOf(modification, document_);
   if (auto applied = apply(modification); !applied) return applied;
   setDirty(true);
+  tellModified(deed);
   pending_.push_back(modification);
   return {};
 }
 
 Result<void> EditFile::changeRemotely(const EditModification& modification) {
   noteSavedBody();
+  const Deed deed = deedOf(modification, document_);
   if (auto applied = apply(modification); !applied) return applied;
   // Without setDirty(): the listeners would announce another station's change as this one's.
   dirty_ = true;
+  tellModified(deed);
   return {};
+}
+
+void EditFile::tellModified(const Deed& deed) const {
+  if (!isInStock_ || !hostParts().edits) return;
+  hostParts().edits->tellObservers([&](iEditObserver& each) { each.modified(cookie_, deed); });
 }
 
 void EditFile::noteSavedBody() {
@@ -340,7 +350,7 @@ void EditFile::tell(const EditModification& modification) {
     if (fileState() == FileState::eGone) takeFileAgain();
   } else {
     const bool isOwner = modification.type_ == eModOwnerChanged;
-    events().changed(isOwner ? "permissions" : kindText(), cookie_, "modified", currentOrigin());
+    tellChanged(isOwner ? "permissions" : kindText(), cookie_, "modified");
   }
   ProjectListeners::instance().tell(
       [&](auto& each) { each.handleLogModification(cookie_, modification); });

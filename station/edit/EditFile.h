@@ -34,6 +34,25 @@ class iUnsavedObserver {
   virtual void dropping(const EditFile& edit) = 0;
 };
 
+struct Deed;
+
+/// Is told what becomes of edits and logs of the open project, whoever does it. Host thread.
+class iEditObserver {
+ public:
+  virtual ~iEditObserver() = default;
+
+  /// An edit was modified and is not saved yet. Where it is not loaded here, the deed names its
+  /// clip by the path alone.
+  virtual void modified(const Cookie& cookie, const Deed& deed) = 0;
+
+  /// The file of a known edit holds something else by now.
+  virtual void replaced(const Cookie& cookie, const EditSummary& before,
+                        const EditSummary& now) = 0;
+
+  /// An edit is about to be forgotten.
+  virtual void forgetting(const Cookie& cookie, const EditSummary& last) = 0;
+};
+
 /// One loaded edit or log: its document in memory and what this station knows besides. Host thread.
 class EditFile : public Edit {
  public:
@@ -208,6 +227,7 @@ class EditFile : public Edit {
 
   bool replaceBy(const Result<std::string>& bytes);
   void tellReplaced();
+  void tellModified(const Deed& deed) const;
   bool noteElsewhere(std::size_t content, const std::string& what);
   [[nodiscard]] std::string changedText(const char* how) const;
   Result<void> apply(const EditModification& modification);

@@ -49,6 +49,8 @@ std::string title(const ClipInfo& clip) {
   return kind + " " + (clip.name.empty() ? "at " + clip.path : inQuotes(clip.name));
 }
 
+std::string calledAs(const ClipInfo& clip) { return clip.name.empty() ? clip.path : clip.name; }
+
 std::string rangeText(const ClipInfo& clip) {
   if (!clip.hasRange) return "all";
   const Timecode timecode(clip.rate);
@@ -86,7 +88,8 @@ class ClipComparison {
     if (isSameRange(before, after)) return;
     changes_.push_back(
         {Kind::eTrimmed, before.path, after.path,
-         title(after) + " trimmed to " + rangeText(after) + ", was " + rangeText(before)});
+         title(after) + " trimmed to " + rangeText(after) + ", was " + rangeText(before),
+         calledAs(after)});
   }
 
   void removed(const ClipInfo& clip) { removed_.push_back(&clip); }
@@ -135,26 +138,55 @@ class ClipComparison {
     }
   }
 
-  /// A clip that was removed and one that was added in the same place with the same range is the
-  /// same clip under another name.
-  void tellTheRest() {
-    std::map<std::string, const ClipInfo*> newAt;
-    for (const ClipInfo* clip : added_) newAt[clip->path] = clip;
+  using Places = std::map<std::string, const ClipInfo*>;
+
+  /// Where each clip that was removed is now, of those that are the same in another place; taken
+  /// from those that were added. A gap has no name to know it by.
+  std::map<const ClipInfo*, const ClipInfo*> takeMoved(Places& newAt) const {
+    std::multimap<std::string, const ClipInfo*> named;
+    for (const ClipInfo* clip : added_) named.emplace(clip->name, clip);
+    std::map<const ClipInfo*, const ClipInfo*> moved;
     for (const ClipInfo* clip : removed_) {
+      if (clip->name.empty()) continue;
+      auto [at, end] = named.equal_range(clip->name);
+      while (at != end && !(isSameKind(*at->second, *clip) && isSameRange(*at->second, *clip)))
+        ++at;
+      if (at == end) continue;
+      newAt.erase(at->second->path);
+      moved[clip] = at->second;
+      named.erase(at);
+    }
+    return moved;
+  }
+
+  /// A clip that was removed and one that was added in the same place with the same range is the
+  /// same clip under another name; one of the same name and range elsewhere is the same clip.
+  void tellTheRest() {
+    Places newAt;
+    for (const ClipInfo* clip : added_) newAt[clip->path] = clip;
+    const auto moved = takeMoved(newAt);
+    for (const ClipInfo* clip : removed_) {
+      if (const auto place = moved.find(clip); place != moved.end()) {
+        changes_.push_back({Kind::eMoved, clip->path, place->second->path, title(*clip) + " moved",
+                            calledAs(*clip)});
+        continue;
+      }
       const auto there = newAt.find(clip->path);
       const bool isRenamed = there != newAt.end() && there->second->schema == clip->schema &&
                              clip->hasRange && isSameRange(*clip, *there->second);
       if (isRenamed) {
         changes_.push_back({Kind::eRenamed, clip->path, clip->path,
-                            title(*clip) + " renamed to " + inQuotes(there->second->name)});
+                            title(*clip) + " renamed to " + inQuotes(there->second->name),
+                            calledAs(*clip), there->second->name});
         newAt.erase(there);
       } else {
-        changes_.push_back({Kind::eRemoved, clip->path, {}, title(*clip) + " removed"});
+        changes_.push_back(
+            {Kind::eRemoved, clip->path, {}, title(*clip) + " removed", calledAs(*clip)});
       }
     }
     for (const ClipInfo* clip : added_) {
       if (!newAt.contains(clip->path)) continue;
-      changes_.push_back({Kind::eAdded, {}, clip->path, title(*clip) + " added"});
+      changes_.push_back({Kind::eAdded, {}, clip->path, title(*clip) + " added", calledAs(*clip)});
     }
   }
 
@@ -200,6 +232,61 @@ std::vector<std::string> differencesOf(const OtioDocument& before, const OtioDoc
   return words;
 }
 
+namespace {
+
+const char* didText(ClipChange::Kind kind) {
+  switch (kind) {
+    case ClipChange::Kind::eTrimmed:
+      return "trimmed";
+    case ClipChange::Kind::eMoved:
+      return "moved";
+    case ClipChange::Kind::eRenamed:
+      return "clip renamed";
+    case ClipChange::Kind::eAdded:
+      return "added";
+    case ClipChange::Kind::eRemoved:
+      break;
+  }
+  return "removed";
+}
+
+}  // namespace
+
+std::vector<Deed> deedsOf(const OtioDocument& before, const OtioDocument& after) {
+  std::vector<Deed> deeds;
+  if (before.name() != after.name()) {
+    deeds.push_back({"renamed", {}, {}, before.name(), after.name()});
+  }
+  const std::string owner = after.setting(EditFile::kOwnerKey);
+  if (owner != before.setting(EditFile::kOwnerKey)) deeds.push_back({"given", {}, {}, {}, owner});
+  for (const ClipChange& each : clipChangesOf(before, after)) {
+    const bool isRenamed = each.kind == ClipChange::Kind::eRenamed;
+    deeds.push_back({didText(each.kind), each.clip, each.after,
+                     isRenamed ? each.clip : std::string(), each.to});
+  }
+  if (deeds.empty() && !holdSame(before, after)) deeds.push_back({"changed"});
+  return deeds;
+}
+
+Deed deedOf(const EditModification& modification, const OtioDocument& before) {
+  if (modification.type_ == eModRename) {
+    return {"renamed", {}, {}, before.name(), modification.value_.str()};
+  }
+  if (modification.type_ != eModTrim) return {"changed"};
+  const std::string path = modification.subject_.str();
+  const auto clip = clipAt(before.json(), path);
+  return {"trimmed", clip ? calledAs(*clip) : path, path};
+}
+
+std::string deedText(const Deed& deed) {
+  const std::string clip = shownText(deed.clip);
+  if (deed.did == "renamed") return "renamed it to " + shownText(deed.to);
+  if (deed.did == "clip renamed") return "renamed " + clip + " to " + shownText(deed.to);
+  if (deed.did == "given") return "gave it to " + (deed.to.empty() ? "nobody" : shownText(deed.to));
+  if (deed.did == "restored") return "brought it back";
+  return deed.did + " " + (clip.empty() ? "it" : clip);
+}
+
 std::string summaryOf(const std::vector<std::string>& differences) {
   if (differences.empty()) return "nothing differs";
   std::string text;
@@ -212,6 +299,7 @@ std::string summaryOf(const std::vector<std::string>& differences) {
     const char* kind = "other change";
     if (each.ends_with(" added")) kind = "added";
     if (each.ends_with(" removed")) kind = "removed";
+    if (each.ends_with(" moved")) kind = "moved";
     if (each.find(" trimmed to ") != std::string::npos) kind = "trimmed";
     if (each.find("renamed to ") != std::string::npos) kind = "renamed";
     ++counts[kind];

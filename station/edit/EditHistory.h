@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "host/base/Cookie.h"
+#include "host/edit/EditModification.h"
 #include "station/base/Json.h"
 #include "station/base/Result.h"
 #include "station/edit/EditFile.h"
@@ -13,11 +14,13 @@ namespace korvel {
 
 /// What became of one clip from one version of an edit to another.
 struct ClipChange {
-  enum class Kind { eTrimmed, eRenamed, eAdded, eRemoved };
+  enum class Kind { eTrimmed, eMoved, eRenamed, eAdded, eRemoved };
   Kind kind = Kind::eTrimmed;
   std::string before;  ///< its path in the earlier version; empty for one that was added
   std::string after;   ///< its path in the later one; empty for one that was removed
   std::string words;   ///< the same for people
+  std::string clip;    ///< its name, in the earlier version where it was renamed; else its path
+  std::string to{};    ///< its new name where it was renamed; else empty
 };
 
 /// The clips that are not the same in both versions.
@@ -27,6 +30,29 @@ std::vector<ClipChange> clipChangesOf(const OtioDocument& before, const OtioDocu
 /// clips added, removed, trimmed and renamed; "other content changed" where only something else
 /// differs. Empty where they hold the same. Who saved them and when does not count.
 std::vector<std::string> differencesOf(const OtioDocument& before, const OtioDocument& after);
+
+/// One thing that somebody did to an edit or log.
+struct Deed {
+  /// "trimmed", "moved", "added", "removed" and "clip renamed" of clips; "renamed" and "given" of
+  /// the whole; "saved", "changed", "made", "deleted" and "restored" where no more can be said.
+  std::string did;
+  std::string clip{};  ///< what the clip is called; empty for the whole
+  std::string path{};  ///< where it is in the later version; empty for the whole, and for one gone
+  std::string was{};   ///< the name before a renaming
+  std::string to{};    ///< the new name, or the new owner
+
+  bool operator==(const Deed&) const = default;
+};
+
+/// What was done between two versions of an edit, the whole first: as differencesOf(), with
+/// "changed" where only other content differs, and nothing where they hold the same.
+std::vector<Deed> deedsOf(const OtioDocument& before, const OtioDocument& after);
+
+/// What a modification does to an edit that holds `before`.
+Deed deedOf(const EditModification& modification, const OtioDocument& before);
+
+/// "trimmed Clip-002", "renamed it to Quay", "saved it".
+std::string deedText(const Deed& deed);
 
 /// The same in one short line, with more than three differences of clips counted by kind.
 std::string summaryOf(const std::vector<std::string>& differences);

@@ -6,6 +6,7 @@
 #include "station/base/Events.h"
 #include "station/base/HostParts.h"
 #include "station/base/Strings.h"
+#include "station/edit/EditHistory.h"
 #include "station/edit/Edits.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/ProjectFolder.h"
@@ -52,6 +53,20 @@ MessageFields fieldsOf(const LightweightString<char>& wireText) {
   return isCurrent ? current->fields : readMessage(wireText.view());
 }
 
+/// What another changed in an edit that is not open here is not applied: it is read when the edit
+/// is opened, once it is saved.
+void tellOfUnopened(const Cookie& cookie, const EditModification& modification) {
+  Edits& edits = *hostParts().edits;
+  const EditSummary* const known = edits.summary(cookie);
+  if (!known || modification.type_ == eModNone) return;
+  const std::string path = modification.subject_.str();
+  const bool isTrim = modification.type_ == eModTrim;
+  const std::string name = modification.value_.str();
+  const Deed deed =
+      isTrim ? Deed{"trimmed", path, path} : Deed{"renamed", {}, {}, known->name, name};
+  edits.tellObservers([&](iEditObserver& each) { each.modified(cookie, deed); });
+}
+
 }  // namespace
 
 }  // namespace korvel
@@ -69,7 +84,8 @@ void EditPtr::i_close() {
   giveBack(edit_);
 }
 
-// The description is for the host's undo list. This station's list makes its own texts (EditSteps).
+// The description is for the host's undo list. This station's list
+// makes its own texts (EditSteps).
 EditModifier::EditModifier(EditPtr& edit, const LightweightString<char>&) : edit_(edit.get()) {
   if (edit_) Edits::holdAgain(*fileOf(edit_));
 }
@@ -85,12 +101,14 @@ void EditModifier::clearModifications() {
 
 void EditManager::addNetMessage(const Cookie& cookie, const LightweightString<char>& wireText) {
   EditFile* edit = hostParts().edits->loaded(cookie);
-  if (!isOpenHere(edit)) return;
   const EditModification modification{hostText(fieldsOf(wireText).modification)};
   if (!EditFile::concerns(modification.type_)) return;
+  if (!isOpenHere(edit)) return tellOfUnopened(cookie, modification);
   if (auto changed = edit->changeRemotely(modification); !changed) {
-    LogBoth("Another station's change of the %s \"%s\" cannot be applied: %s\n", edit->kindText(),
-            shownText(edit->document().name()), changed.error().message);
+    LogBoth(
+        "Another station's change of the %s \"%s\" cannot be "
+        "applied: %s\n",
+        edit->kindText(), shownText(edit->document().name()), changed.error().message);
     return;
   }
   hostParts().edits->noteLoaded(*edit);
@@ -103,8 +121,9 @@ void EditManager::handleNetDelete(const Cookie& cookie) {
 
 void EditManager::updateProjdbRec(const Cookie& cookie) { hostParts().edits->refresh(cookie); }
 
-// An edit's owner is stored in its file, by the station that gave it away. So a message alone does
-// not change it, forged or not: the file is read. A log's owner is kept in memory only, so there
+// An edit's owner is stored in its file, by the station that gave
+// it away. So a message alone does not change it, forged or not:
+// the file is read. A log's owner is kept in memory only, so there
 // the message counts.
 void EditManager::updateLocalPermissions(const Cookie& cookie,
                                          const LightweightString<char>& owner) {
@@ -115,7 +134,7 @@ void EditManager::updateLocalPermissions(const Cookie& cookie,
     permissions->setOwner(cookie, fromUTF8(owner), iPermissionsManager::eShot, false);
   }
   edits.noteOwner(cookie, owner.str());
-  events().changed("permissions", cookie, "modified", currentOrigin());
+  tellChanged("permissions", cookie, "modified");
 }
 
 bool EditManager::isOpen(const Cookie& cookie) {
@@ -139,11 +158,13 @@ LightweightString<wchar_t> getFilenameForCookie(const Cookie& cookie, const Cook
   return wideText(findFile(cookie, get_project_cookie()));
 }
 
-// How the list of edits and the open edits follow what is found in the folder.
+// How the list of edits and the open edits follow what is found in
+// the folder.
 
 namespace korvel {
 
-/// The permission rules decide by the owner that they were told of last.
+/// The permission rules decide by the owner that they were told of
+/// last.
 void Edits::tellOwner(const Cookie& cookie, const std::string& owner) {
   auto* const permissions = iPermissionsManager::instance();
   if (!permissions || cookie.getType() != CookieTypeEdit) return;
@@ -181,7 +202,7 @@ bool Edits::catchUpListed(const Cookie& cookie, const FoundFile& file) {
   if (!summary) {
     const bool isNews = !known || known->problem != summary.error().message;
     setAside(cookie, summary.error().message);
-    if (isNews) events().changed(kindText(cookie), cookie, "refreshed", currentOrigin());
+    if (isNews) tellChanged(kindText(cookie), cookie, "refreshed");
     return isNews;
   }
   const bool isNew = !known;
@@ -189,13 +210,14 @@ bool Edits::catchUpListed(const Cookie& cookie, const FoundFile& file) {
   const std::string owner = summary->owner;
   // The owner of a log is kept in memory alone.
   if (known && cookie.getType() != CookieTypeEdit) summary->owner = known->owner;
-  // A message told of this save already: the lists were told to read it again.
+  // A message told of this save already: the lists were told to
+  // read it again.
   const bool wasTold = index_.clearStale(cookie);
   const AuthorScope author(summary->savedBy);
   put(cookie, std::move(*summary));
   if (hasNewOwner) tellOwner(cookie, owner);
   if (wasTold) return false;
-  events().changed(kindText(cookie), cookie, isNew ? "created" : "refreshed", currentOrigin());
+  tellChanged(kindText(cookie), cookie, isNew ? "created" : "refreshed");
   return true;
 }
 

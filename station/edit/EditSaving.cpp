@@ -45,7 +45,7 @@ Result<void> saveLoaded(EditFile& edit, EditFile::Overwrite overwrite) {
                  why.path};
   }
   openEdits().noteLoaded(edit);
-  events().changed(edit.kindText(), cookie, "refreshed", currentOrigin());
+  tellChanged(edit.kindText(), cookie, "refreshed");
   ProjectListeners::instance().tell([&](auto& each) { each.handleLogStorage(cookie, false); });
   return {};
 }
@@ -98,7 +98,7 @@ Result<void> EditActions::revert(const Cookie& cookie) {
                  why.path};
   }
   openEdits().noteLoaded(*edit);
-  events().changed(edit->kindText(), cookie, "reloaded", currentOrigin());
+  tellChanged(edit->kindText(), cookie, "reloaded");
   return withLoaded(cookie, [](EditFile&) { return Result<void>(); });  // unloads it if not open
 }
 
@@ -136,7 +136,7 @@ Result<void> EditActions::saveAsNewest(const Cookie& cookie, const OtioDocument&
       openEdits().noteLoaded(edit);  // the list has the older version's name by now
       return saved;
     }
-    events().changed(edit.kindText(), cookie, "reloaded", currentOrigin());
+    tellChanged(edit.kindText(), cookie, "reloaded");
     return saved;
   });
 }
@@ -175,7 +175,7 @@ Result<void> moveOne(const Cookie& cookie, std::vector<Trashed>& trashed) {
 void tellDeleted(const CookieVec& cookies) {
   for (const Cookie& cookie : cookies) {
     openEdits().forget(cookie);
-    events().changed(Edits::kindText(cookie), cookie, "destroyed", currentOrigin());
+    tellChanged(Edits::kindText(cookie), cookie, "destroyed");
   }
   ProjectListeners::instance().tellDeleted(cookies, "user");
 }

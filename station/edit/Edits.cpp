@@ -156,9 +156,19 @@ void Edits::put(const Cookie& cookie, EditSummary summary) const {
   if (shown_ && !holds(cookie)) shown_->add(cookie.asString().str() + std::string(kEditEnding));
   const bool isReadable = summary.problem.empty();
   const std::string owner = summary.owner;
+  const EditSummary* const known = observers_.empty() ? nullptr : index_.find(cookie);
+  const EditSummary before = known ? *known : EditSummary{};
   index_.put(cookie, std::move(summary));
+  if (known) tellReplaced(cookie, before);
   // Away in the trash, or with the whole share, it may have got another owner.
   if (isReadable && index_.clearForgotten(cookie)) tellOwner(cookie, owner);
+}
+
+void Edits::tellReplaced(const Cookie& cookie, const EditSummary& before) const {
+  const EditSummary now = *index_.find(cookie);
+  const bool isReadable = before.problem.empty() && now.problem.empty();
+  if (!isReadable || before.content == now.content) return;
+  tellObservers([&](iEditObserver& each) { each.replaced(cookie, before, now); });
 }
 
 void Edits::enterUnread(const OpenProject& project, const std::vector<std::string>& names) {
@@ -199,7 +209,7 @@ void Edits::takeUpUnlisted(const std::vector<std::string>& files) {
     if (!summary) continue;
     const AuthorScope author(summary->savedBy);
     put(cookie, std::move(*summary));
-    events().changed(kindText(cookie), cookie, "created", currentOrigin());
+    tellChanged(kindText(cookie), cookie, "created");
   }
 }
 
@@ -352,7 +362,7 @@ EditFile* Edits::takeUp(const Cookie& cookie, OtioDocument document, std::string
   edit->noteContent(bytes);
   noteLoaded(*edit);
   const AuthorScope author(edit->document().stamp().by);
-  if (isNew) events().changed(kindText(cookie), cookie, "created", currentOrigin());
+  if (isNew) tellChanged(kindText(cookie), cookie, "created");
   return edit.get();
 }
 
@@ -423,7 +433,7 @@ void Edits::refresh(const Cookie& cookie) {
   } else {
     return;
   }
-  events().changed(kindText(cookie), cookie, "refreshed", currentOrigin());
+  tellChanged(kindText(cookie), cookie, "refreshed");
 }
 
 void Edits::noteLoaded(const EditFile& edit) {
@@ -449,7 +459,7 @@ void Edits::noteSavedElsewhere(const Cookie& cookie) {
   if (!holds(cookie)) return;
   index_.markStale(cookie);
   lookLater(cookie);
-  events().changed(kindText(cookie), cookie, "refreshed", currentOrigin());
+  tellChanged(kindText(cookie), cookie, "refreshed");
 }
 
 void Edits::noteDeletedElsewhere(const Cookie& cookie) {
@@ -475,7 +485,7 @@ bool Edits::takeDeletion(const Cookie& cookie) {
     return edit->keepWithoutFile(TrashFolder(folder_).whoDeleted(cookie.asString().str()));
   }
   forget(cookie);
-  events().changed(kindText(cookie), cookie, "destroyed", currentOrigin());
+  tellChanged(kindText(cookie), cookie, "destroyed");
   return true;
 }
 
@@ -486,7 +496,7 @@ void Edits::takeStoredOwner(const Cookie& cookie) {
   if (!held) return;
   (*held)->takeStoredOwner();
   release(*held);
-  events().changed("permissions", cookie, "modified", currentOrigin());
+  tellChanged("permissions", cookie, "modified");
 }
 
 void Edits::lookLater(const Cookie& cookie) {
@@ -504,7 +514,7 @@ void Edits::readLate(const Cookie& cookie) {
   const EditSummary* const now = index_.find(cookie);
   if (!now || *now == before) return;
   const AuthorScope author(now->savedBy);
-  events().changed(kindText(cookie), cookie, "refreshed", currentOrigin());
+  tellChanged(kindText(cookie), cookie, "refreshed");
   if (now->owner != before.owner) takeStoredOwner(cookie);
 }
 
@@ -512,7 +522,7 @@ void Edits::letGo(const Cookie& cookie) {
   // First: the observer must not keep changes that the user dropped or has elsewhere.
   if (EditFile* const edit = loaded(cookie)) edit->setDirty(false);
   forget(cookie);
-  events().changed(kindText(cookie), cookie, "destroyed", currentOrigin());
+  tellChanged(kindText(cookie), cookie, "destroyed");
 }
 
 void Edits::takeUpFile(const Cookie& cookie) {
@@ -522,10 +532,12 @@ void Edits::takeUpFile(const Cookie& cookie) {
   } else {
     indexFile(cookie);
   }
-  if (isNew) events().changed(kindText(cookie), cookie, "created", currentOrigin());
+  if (isNew) tellChanged(kindText(cookie), cookie, "created");
 }
 
 void Edits::forget(const Cookie& cookie) {
+  const EditSummary* const last = observers_.empty() ? nullptr : index_.find(cookie);
+  if (last) tellObservers([&](iEditObserver& each) { each.forgetting(cookie, *last); });
   unload(cookie);
   index_.remove(cookie);
   index_.markForgotten(cookie);

@@ -184,6 +184,19 @@ class Edits : public iProjectPart {
   /// The observer of unsaved changes, or null.
   [[nodiscard]] iUnsavedObserver* unsavedObserver() const { return observer_; }
 
+  /// Adds an observer of all edits, which must outlive this or be taken out again.
+  void addObserver(iEditObserver& observer) { observers_.push_back(&observer); }
+  void removeObserver(iEditObserver& observer) { std::erase(observers_, &observer); }
+
+  /// Tells the observers: `tell(observer)`.
+  template <typename Tell>
+  void tellObservers(const Tell& tell) const {
+    for (iEditObserver* const each : observers_) tell(*each);
+  }
+
+  /// What the lists know of all objects; valid until one changes.
+  [[nodiscard]] const std::map<Cookie, EditSummary>& summaries() const { return index_.all(); }
+
   /// "edit" or "log" after the cookie's kind.
   static const char* kindText(const Cookie& cookie);
 
@@ -197,6 +210,7 @@ class Edits : public iProjectPart {
  private:
   void enterUnread(const OpenProject& project, const std::vector<std::string>& names);
   void put(const Cookie& cookie, EditSummary summary) const;
+  void tellReplaced(const Cookie& cookie, const EditSummary& before) const;
   static void tellOwner(const Cookie& cookie, const std::string& owner);
   void enterOne(const Cookie& cookie, Result<EditSummary> summary);
   Result<EditFile*> load(const Cookie& cookie);
@@ -214,6 +228,7 @@ class Edits : public iProjectPart {
   [[nodiscard]] JsonValue line(const Cookie& cookie, const EditSummary& summary) const;
 
   iUnsavedObserver* observer_ = nullptr;
+  std::vector<iEditObserver*> observers_;
   std::string folder_;
   std::shared_ptr<NewlyShown> shown_;
   mutable EditIndex index_;

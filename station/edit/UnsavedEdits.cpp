@@ -349,7 +349,7 @@ Result<Cookie> UnsavedEdits::takeUp(const UnsavedState& state, OtioDocument docu
   edits_.noteLoaded(**edit);
   edits_.release(*edit);
   waiting_.insert(cookie);
-  events().changed(Edits::kindText(cookie), cookie, "modified", currentOrigin());
+  tellChanged(Edits::kindText(cookie), cookie, "modified");
   return cookie;
 }
 

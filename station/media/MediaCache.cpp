@@ -406,7 +406,8 @@ void MediaCache::drop(const MediaFile& file) {
 // Other stations know it already. Listeners would announce it again, so they are not told.
 void MediaCache::dropLate(const MediaFile& file) {
   const Cookie cookie = file.cookie;
-  if (takeOut(file)) events().changed("media", cookie, "removed", currentOrigin());
+  const std::string name = nameOf(file.path);
+  if (takeOut(file)) tellChanged("media", cookie, "removed", name);
 }
 
 bool MediaCache::takeOut(const MediaFile& file) {
@@ -428,7 +429,7 @@ void MediaCache::tell(const MediaFile& file, NotifyMsgType asMain, NotifyMsgType
   for (const MediaFile& proxy : table_.proxiesOf(material)) {
     if (proxy.network != file.network) entry.addProxyFile(MaterialFilename(wideText(proxy.path)));
   }
-  events().changed("media", material.cookie, how, currentOrigin());
+  tellChanged("media", material.cookie, how, nameOf(file.path));
   // Listeners announce changes. A change found in the folder was announced by its station.
   if (currentOrigin() != Origin::eFolder) listeners_.notify(main ? asProxy : asMain, &entry);
 }

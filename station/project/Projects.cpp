@@ -487,6 +487,6 @@ int ProjectSpacesManager::getCurrentProjectSpaceType() {
 // Occupancy is read from the share each time it is shown, so that locks left by a dead station show
 // as well. The event only says that it is time to read it again.
 void ProjectSpacesManager::refreshCurrentLobby() {
-  events().changed("room", get_project_cookie(), "refreshed", currentOrigin());
+  tellChanged("room", get_project_cookie(), "refreshed");
   Rooms::noteToldHere();
 }

@@ -307,7 +307,7 @@ std::size_t Rooms::catchUp(const FoundFiles& files) {
   const std::vector<RoomInfo> before = told_;
   noteTold();
   if (told_ == before) return 0;
-  events().changed("room", hostParts().projects->current()->cookie, "refreshed", currentOrigin());
+  tellChanged("room", hostParts().projects->current()->cookie, "refreshed");
   return 1;
 }
 

@@ -5,7 +5,7 @@
 
 #include "ProjectShare/Messager.h"
 #include "host/plugin/KvPluginBase.h"
-#include "station/RemoteCommands.h"
+#include "station/MessageJudge.h"
 #include "station/base/StationSettings.h"
 #include "station/containers/Containers.h"
 #include "station/edit/EditActions.h"

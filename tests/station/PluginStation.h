@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "station/RemoteCommands.h"
+#include "station/MessageJudge.h"
 #include "station/base/Events.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"

@@ -46,8 +46,9 @@ class NewsBookTest : public ::testing::Test {
   void benChanges(const QString& key, bool makes = false) {
     ObjectRow changed = row(key, ++content_, QStringLiteral("BEN"));
     wasMade_ = wasMade_ || makes;  // a visit's changes are counted together
-    changed.elsewhere = {++changes_, wasMade_, QStringLiteral("BEN"),
-                         QDateTime(QDate(2026, 3, 4), QTime(12, 4))};
+    changed.elsewhere = {
+        ++changes_, wasMade_, QStringLiteral("BEN"), QDateTime(QDate(2026, 3, 4), QTime(12, 4)), {},
+        {},         {}};
     show(changed);
   }
 

@@ -146,6 +146,30 @@ void takeAsked(WindowScene& scene, MainWindow& window) {
   letItSettle();
 }
 
+/// What colleagues did, with the pane of it in front.
+void takeHappened(WindowScene& scene, MainWindow& window) {
+  StationProcess ben(scene.other("BEN"));
+  StationProcess carla(scene.other("CARLA"));
+  showFilm(window, ben);
+  carla.waitUntilReady();
+  carla.command("project enter Harbour");
+  command(window, "edit open \"Harbour, rough cut\"");
+  for (const char* line :
+       {"edit trim \"Opening titles\" 0/0 0 12", "bin create Selects",
+        "edit rename \"Opening titles\" \"Opening titles, v2\"", "edit save \"Opening titles, v2\"",
+        "edit create Scratch", "edit save Scratch", "edit delete Scratch"}) {
+    ben.command(line);
+  }
+  command(window, "edit give \"Harbour, rough cut\" CARLA");
+  waitFor([&] { return carla.waitFor("changed", {{"what", "permissions"}}).has_value(); });
+  carla.command("edit trim \"Harbour, rough cut\" 0/2 0s 1s");
+  carla.command("edit save \"Harbour, rough cut\"");
+  carla.command("edit trim \"Harbour, rough cut\" 1/1 0s 1s");
+  window.findChild<QDockWidget*>("happenedDock")->show();
+  waitFor([&] { return window.happened().list().model()->rowCount() > 8; });
+  letItSettle();
+}
+
 /// Several ask, and one answered.
 void takeAsks(WindowScene& scene, MainWindow& window) {
   StationProcess carla(scene.other("CARLA"));
@@ -380,6 +404,8 @@ const std::map<std::string, Shot>& shots() {
       {"people-dark", {kFilm, "dark", takePeople}},
       {"asked", {kFilm, "light", takeAsked}},
       {"asked-dark", {kFilm, "dark", takeAsked}},
+      {"happened", {kFilm, "light", takeHappened}},
+      {"happened-dark", {kFilm, "dark", takeHappened}},
       {"asks", {kFilm, "light", takeAsks}},
       {"owned", {kFilm, "light", takeOwned}},
       {"conflict", {kFilm, "light", takeConflict}},

@@ -456,7 +456,8 @@ TEST_F(WindowTest, EveryCommandOfTheConsoleIsInTheMenusOrAPane) {
                               "panel to",   "panel type",    "panel return", "panel lines",
                               "panel show", "edit history",  "edit compare", "edit restore",
                               "trash list", "trash restore", "trash empty",  "undo",
-                              "redo",       "asks",          "answer",       "conversation"};
+                              "redo",       "asks",          "answer",       "conversation",
+                              "happened"};
   play([&](MainWindow& window) {
     for (const auto& [name, command] : window.commands().all()) {
       const QString wanted = QString::fromStdString(name);

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "app/commands/Commands.h"
-#include "station/RemoteCommands.h"
+#include "station/MessageJudge.h"
 #include "station/containers/Containers.h"
 #include "station/media/MediaCache.h"
 #include "station/project/Projects.h"

@@ -7,6 +7,8 @@
 #include <tuple>
 #include <vector>
 
+#include "station/base/Strings.h"
+
 namespace korvel {
 
 namespace {
@@ -60,6 +62,10 @@ TEST(EditDifferenceTest, SaysWhatBecameOfEachClip) {
        {"clip \"C\" trimmed to 00:00:00:00-00:00:00:12, was 00:00:00:00-00:00:01:00",
         "clip \"B\" removed"}},
       {"A:0-24 A:0-24", "A:0-24 A:0-24 A:0-24", {"clip \"A\" added"}},
+      {"A:0-24 B:0-24 C:0-24", "C:0-24 A:0-24 B:0-24", {"clip \"C\" moved"}},
+      {"A:0-24 B:0-24 C:0-24 D:0-24",
+       "D:0-24 C:0-24 B:0-24 A:0-24",
+       {"clip \"A\" moved", "clip \"B\" moved", "clip \"C\" moved"}},
       {"", "A:0-24", {"clip \"A\" added"}},
       {"A:0-24", "", {"clip \"A\" removed"}},
   };
@@ -81,6 +87,51 @@ TEST(EditDifferenceTest, EachChangeOfAClipNamesItsPlaceInBothVersions) {
   std::vector<std::tuple<Kind, std::string, std::string>> found;
   for (const ClipChange& each : changes) found.emplace_back(each.kind, each.before, each.after);
   EXPECT_EQ(found, expected);
+}
+
+TEST(EditDifferenceTest, EachDeedNamesWhatWasDoneAndToWhichClip) {
+  struct DeedRow {
+    std::string before;
+    std::string after;
+    std::vector<Deed> deeds;
+  };
+  const DeedRow rows[] = {
+      {"A:0-48 B:0-24", "A:0-24 B:0-24", {{"trimmed", "A", "0/0"}}},
+      {"A:0-48 B:0-24 C:0-24", "C:0-24 A:0-48 B:0-24", {{"moved", "C", "0/0"}}},
+      {"A:0-48", "A:0-48 C:0-24", {{"added", "C", "0/1"}}},
+      {"A:0-48 B:0-24", "A:0-48", {{"removed", "B"}}},
+      {"A:0-48 B:0-24", "A:0-48 X:0-24", {{"clip renamed", "B", "0/1", "B", "X"}}},
+      {"A:0-48", "A:0-48", {}},
+  };
+  for (const DeedRow& row : rows) {
+    SCOPED_TRACE(row.before + " -> " + row.after);
+    EXPECT_EQ(deedsOf(edit(row.before), edit(row.after)), row.deeds);
+  }
+}
+
+TEST(EditDifferenceTest, WhatWasDoneToTheWholeComesFirstAndWhatCannotBeSaidIsAChange) {
+  const OtioDocument before = edit("A:0-24");
+  OtioDocument after = before;
+  after.json().set("global_start_time", 1);
+  EXPECT_EQ(deedsOf(before, after), std::vector<Deed>{{"changed"}});
+  after = edit("A:0-12");
+  after.rename("Tape");
+  after.setSetting("OWNER", "BEN");
+  EXPECT_EQ(deedsOf(before, after), (std::vector<Deed>{{"renamed", "", "", "cut", "Tape"},
+                                                       {"given", "", "", "", "BEN"},
+                                                       {"trimmed", "A", "0/0"}}));
+}
+
+TEST(EditDifferenceTest, AnAnnouncedModificationIsADeedOfItsClip) {
+  const OtioDocument before = edit("A:0-24 B:0-24");
+  EXPECT_EQ(deedOf(EditModification(hostText("1;0;0.5;0%2F1;")), before),
+            (Deed{"trimmed", "B", "0/1"}));
+  EXPECT_EQ(deedOf(EditModification(hostText("1;0;0.5;0%2F7;")), before),
+            (Deed{"trimmed", "0/7", "0/7"}))
+      << "a clip that is not there has its path for a name";
+  EXPECT_EQ(deedOf(EditModification(hostText("2;0;0;;Quay")), before),
+            (Deed{"renamed", "", "", "cut", "Quay"}));
+  EXPECT_EQ(deedOf(EditModification(hostText("77;0;0;;")), before), Deed{"changed"});
 }
 
 TEST(EditDifferenceTest, WhoSavedAndWhenDoesNotCount) {
