@@ -117,6 +117,7 @@ struct Station::Parts {
   Happenings happenings{hostThread, edits};
   Trash trash{projects, {&bins, &racks, &filters}};
   Presence presence{hostThread, traffic, seals};
+  MissingChanges missing{hostThread, edits, presence};
   Conversation conversation{settings().talk, settings().user, settings().projectsDirectory};
   Asks asks{{hostThread, projects, edits, rooms, presence, unsaved, conversation}};
   Health health{hostThread, catchUp, presence, unsaved, traffic};
@@ -139,7 +140,8 @@ Station::Station() : parts_(std::make_unique<Parts>()) {
          parts_->conversation.noteDelivered(message);
        }});
   parts_->presence.talkBy({[this](StationNote& note) { parts_->asks.addTo(note); },
-                           [this](const StationNote& note) { parts_->asks.noteStation(note); }});
+                           [this](const StationNote& note) { parts_->asks.noteStation(note); },
+                           [this] { parts_->missing.look(); }});
   parts_->projects.addPart(parts_->edits);
   parts_->projects.addPart(parts_->bins);
   parts_->projects.addPart(parts_->racks);

@@ -164,6 +164,13 @@ void addMaking(CommandTable& table) {
              {{ErrorCode::eExists, "replace", kForce}}});
 }
 
+/// The text, and what of others' changes is missing in what it says of the edit.
+std::string withMissing(Station& station, const Arguments& words, const std::string& text) {
+  const auto cookie = station.projects().resolve(words[0], Edits::kKinds);
+  const std::string missing = cookie ? station.edits().missingText(*cookie) : std::string();
+  return missing.empty() ? text : text + "\n" + missing;
+}
+
 void addLooking(CommandTable& table) {
   table.add({"edit list", "", "Shows the project's edits and logs.", 0, 0, list,
              Command::Place::eHostThread, [](Station&, const Arguments&, const JsonValue& edits) {
@@ -173,12 +180,20 @@ void addLooking(CommandTable& table) {
              "Shows an edit or log with its clips; times are timecode, for scripts seconds.", 1, 1,
              onEdit([](Station& station, const Cookie& cookie, const Arguments&) {
                return station.edits().show(cookie);
-             })});
+             }),
+             Command::Place::eHostThread,
+             [](Station& station, const Arguments& words, const JsonValue& edit) {
+               const std::string text = renderForPeople(withTimecodes(withShortCookies(edit)));
+               return withMissing(station, words, text);
+             }});
   table.add({"edit open", "E", "Opens an edit or log: changes made elsewhere show at once.", 1, 1,
              onEdit([](Station& station, const Cookie& cookie, const Arguments&) {
                return answer(station.edits().open(cookie));
              }),
-             Command::Place::eHostThread, said("It is open.")});
+             Command::Place::eHostThread,
+             [](Station& station, const Arguments& words, const JsonValue&) {
+               return withMissing(station, words, "It is open.");
+             }});
   table.add({"edit close", "E", "Closes an edit or log that has no unsaved changes of yours.", 1, 1,
              onEdit([](Station& station, const Cookie& cookie, const Arguments&) {
                return answer(station.edits().close(cookie));

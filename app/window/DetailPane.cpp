@@ -26,6 +26,7 @@ DetailPane::DetailPane(QWidget* parent)
       heading_(elasticLabel("heading")),
       facts_(elasticLabel("quiet")),
       change_(new MessageBar(QStringLiteral("changeBar"))),
+      missing_(new MessageBar(QStringLiteral("missingBar"))),
       stack_(new QStackedWidget),
       view_(new TimelineView),
       words_(new QPlainTextEdit) {
@@ -45,6 +46,7 @@ DetailPane::DetailPane(QWidget* parent)
   layout->setSpacing(0);
   layout->addLayout(top);
   layout->addWidget(stack_, 1);
+  layout->addWidget(missing_);
   layout->addWidget(change_);
   connect(change_, &MessageBar::acted, this, [this] {
     change_->hide();
@@ -81,6 +83,7 @@ void DetailPane::choose(const std::optional<ObjectRow>& row, ObjectKind kind,
     Q_EMIT timelineWanted(row_.cookie, {});
   }
   showHeading();
+  showMissing();
 }
 
 void DetailPane::showVersion(const QString& version, const QString& title) {
@@ -97,6 +100,18 @@ void DetailPane::update(const ObjectRow& row, const QString& contents) {
   if (std::exchange(contents_, contents) != contents) showLongText(*words_, contents);
   showHeading();
   showChange();
+  showMissing();
+}
+
+void DetailPane::showMissing() {
+  const QString& from = row_.missingFrom;
+  const QString text =
+      from.isEmpty()
+          ? QString()
+          : tr("Unsaved changes of %1's are missing here until %1 saves.").arg(oneLine(from));
+  // One that the user closed stays closed until something else is missing.
+  if (std::exchange(missingText_, text) == text) return;
+  text.isEmpty() ? missing_->hide() : missing_->tell(MessageBar::Kind::eNote, text);
 }
 
 void DetailPane::showHeading() {

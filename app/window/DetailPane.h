@@ -36,6 +36,9 @@ class DetailPane : public QWidget {
 
   [[nodiscard]] TimelineView& view() const { return *view_; }
   [[nodiscard]] MessageBar& changeBar() const { return *change_; }
+
+  /// Says whose unsaved changes are missing in what is drawn, for as long as they are.
+  [[nodiscard]] MessageBar& missingBar() const { return *missing_; }
   [[nodiscard]] const QString& key() const { return row_.key; }
 
   /// Whether the edit is drawn as it was before another station changed it: what a clip's place
@@ -52,16 +55,19 @@ class DetailPane : public QWidget {
  private:
   void showHeading();
   void showChange();
+  void showMissing();
   void tellChange();
   [[nodiscard]] QString changeText() const;
 
   QLabel* heading_;
   QLabel* facts_;
   MessageBar* change_;
+  MessageBar* missing_;
   QStackedWidget* stack_;
   TimelineView* view_;
   QPlainTextEdit* words_;
   ObjectRow row_;
+  QString missingText_;
   QString contents_;  ///< as shown in words
   QString version_;   ///< which one is drawn; empty for the edit as it is now
   QString versionTitle_;

@@ -283,6 +283,7 @@ quint64 SnapshotMaker::contentBefore(const ObjectRow& row) const {
 // this user's to save or to lose.
 ObjectRow SnapshotMaker::shownEdit(const JsonValue& line) const {
   ObjectRow row = editRow(line);
+  row.missingFrom = readableText(line["missing_from"].asString());
   addHistory(row);
   if (!row.isDirty) return row;
   const EditFile* const edit =

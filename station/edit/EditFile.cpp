@@ -89,6 +89,7 @@ void EditFile::takeDocument(OtioDocument document, std::string_view bytes) {
   noteContent(bytes);
   configuration_.unwritten.clear();
   pending_.clear();
+  holdsChangesOf.clear();
   dirty_ = hasLocalChanges_ = celCuesOn_ = false;
   changedElsewhere_.reset();
 }

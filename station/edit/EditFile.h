@@ -209,6 +209,10 @@ class EditFile : public Edit {
     return dirty_ || description_ != eModNone || !configuration_.unwritten.empty();
   }
 
+  /// The users whose announced changes, from the first to the last, are in the document although
+  /// they are not saved. Gone with them when the file is read again.
+  std::set<std::string> holdsChangesOf;
+
   int holders = 0;          ///< how many EditPtr and EditModifier hold it
   bool isUserOpen = false;  ///< whether the user has it open
 

@@ -276,7 +276,19 @@ JsonValue Edits::line(const Cookie& cookie, const EditSummary& summary) const {
   if (edit && edit->isChangedElsewhere()) shown.set("changed_elsewhere", true);
   if (edit && edit->fileState() == EditFile::FileState::eGone) shown.set("deleted", true);
   if (!summary.problem.empty()) shown.set("problem", summary.problem);
+  const auto missing = missing_ ? missing_(cookie) : std::vector<std::string>();
+  if (!missing.empty()) shown.set("missing_from", shownText(joined(missing, ", ")));
   return shown;
+}
+
+std::string Edits::missingText(const Cookie& cookie) const {
+  std::string text;
+  for (const std::string& each : missing_ ? missing_(cookie) : std::vector<std::string>()) {
+    const std::string user = shownText(each);
+    text += (text.empty() ? "" : " ") + ("Unsaved changes of " + user) +
+            "'s are missing here until " + user + " saves.";
+  }
+  return text;
 }
 
 JsonValue Edits::list() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -184,6 +185,13 @@ class Edits : public iProjectPart {
   /// The observer of unsaved changes, or null.
   [[nodiscard]] iUnsavedObserver* unsavedObserver() const { return observer_; }
 
+  /// Tells which users have unsaved changes of an object that are missing in what is shown of it.
+  using MissingFrom = std::function<std::vector<std::string>(const Cookie&)>;
+  void askMissingBy(MissingFrom missing) { missing_ = std::move(missing); }
+
+  /// "Unsaved changes of ANNA's are missing here until ANNA saves."; empty where none are.
+  [[nodiscard]] std::string missingText(const Cookie& cookie) const;
+
   /// Adds an observer of all edits, which must outlive this or be taken out again.
   void addObserver(iEditObserver& observer) { observers_.push_back(&observer); }
   void removeObserver(iEditObserver& observer) { std::erase(observers_, &observer); }
@@ -229,6 +237,7 @@ class Edits : public iProjectPart {
 
   iUnsavedObserver* observer_ = nullptr;
   std::vector<iEditObserver*> observers_;
+  MissingFrom missing_;
   std::string folder_;
   std::shared_ptr<NewlyShown> shown_;
   mutable EditIndex index_;

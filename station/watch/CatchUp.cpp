@@ -5,11 +5,14 @@
 #include "host/base/Log.h"
 #include "station/base/Events.h"
 #include "station/base/HostParts.h"
+#include "station/base/StationSettings.h"
+#include "station/base/Strings.h"
 #include "station/edit/EditSummary.h"
 #include "station/edit/Edits.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/Projects.h"
 #include "station/project/Records.h"
+#include "station/watch/Presence.h"
 
 namespace korvel {
 
@@ -109,6 +112,140 @@ void CatchUp::take(const FoundFiles& files) {
   found_ += hostParts().projects->catchUp(files);
   for (const FoundFile& file : files) {
     if (cache_ && file.isAtRest && file.bytes) keep(*cache_, file);
+  }
+}
+
+MissingChanges::MissingChanges(HostThread& host, Edits& edits, const Presence& presence)
+    : host_(host), edits_(edits), presence_(presence) {
+  edits_.addObserver(*this);
+  edits_.askMissingBy([this](const Cookie& cookie) { return from(cookie); });
+}
+
+MissingChanges::~MissingChanges() {
+  edits_.askMissingBy({});
+  edits_.removeObserver(*this);
+}
+
+std::vector<std::string> MissingChanges::from(const Cookie& cookie) const {
+  std::vector<std::string> users;
+  const EditFile* const edit = edits_.loaded(cookie);
+  for (auto at = unsaved_.lower_bound({cookie, {}});
+       at != unsaved_.end() && at->first.first == cookie; ++at) {
+    const std::string& user = at->first.second;
+    const bool isHere = at->second.isSaved || (edit && edit->holdsChangesOf.contains(user));
+    if (!isHere) users.push_back(user);
+  }
+  return users;
+}
+
+void MissingChanges::modified(const Cookie& cookie, const Deed&) {
+  const std::string user = currentAuthor();
+  if (currentOrigin() == Origin::eLocal || user.empty() || user == settings().user) return;
+  const auto before = unsaved_.find({cookie, user});
+  const bool isFirst = before == unsaved_.end() || before->second.isSaved;
+  // Only what was heard from the first change on is whole.
+  EditFile* const edit = edits_.loaded(cookie);
+  if (edit && isFirst) edit->holdsChangesOf.insert(user);
+  Unsaved& unsaved = unsaved_[{cookie, user}];
+  unsaved = {Clock::now(), false, false};
+  tellSoon();
+  lookLater();
+}
+
+void MissingChanges::replaced(const Cookie& cookie, const EditSummary&, const EditSummary& now) {
+  const auto saver = unsaved_.find({cookie, now.savedBy});
+  if (saver != unsaved_.end()) saver->second = {Clock::now(), saver->second.isNoted, true};
+  tellSoon();
+}
+
+/// Not as a part of what is being told right now: it would count as another's change.
+void MissingChanges::tellSoon() {
+  host_.post([this, alive = std::weak_ptr<int>(alive_)] {
+    if (!alive.expired()) tellChanges();
+  });
+}
+
+void MissingChanges::forgetting(const Cookie& cookie, const EditSummary&) {
+  std::erase_if(unsaved_, [&cookie](const auto& each) { return each.first.first == cookie; });
+  told_.erase(cookie);
+}
+
+void MissingChanges::handleProjectEntry() {
+  handleProjectExit();
+  look();
+}
+
+void MissingChanges::handleProjectExit() {
+  unsaved_.clear();
+  told_.clear();
+}
+
+std::set<MissingChanges::Key> MissingChanges::notedKeys() const {
+  std::set<Key> noted;
+  const OpenProject* const project = hostParts().projects->current();
+  for (const auto& [id, station] : presence_.alive()) {
+    const StationNote& note = station.note;
+    if (!project || !(note.project == project->cookie) || note.user == settings().user) continue;
+    for (const Cookie& each : note.unsaved) noted.emplace(each, note.user);
+  }
+  return noted;
+}
+
+void MissingChanges::takeNotes(const std::set<Key>& noted) {
+  const Clock::time_point now = Clock::now();
+  for (const Key& each : noted) {
+    if (!edits_.holds(each.first)) continue;
+    Unsaved& unsaved = unsaved_[each];
+    const bool isOfBefore = unsaved.isSaved && now - unsaved.since < kNoteLag;
+    if (isOfBefore) continue;
+    unsaved.isNoted = true;
+    unsaved.isSaved = false;
+  }
+  std::erase_if(unsaved_, [&](const auto& each) {
+    const Unsaved& unsaved = each.second;
+    const bool isNewer = unsaved.isNoted || unsaved.isSaved || now - unsaved.since >= kNoteLag;
+    return !noted.contains(each.first) && isNewer;
+  });
+}
+
+void MissingChanges::look() {
+  takeNotes(notedKeys());
+  tellChanges();
+  if (!unsaved_.empty()) lookLater();
+}
+
+/// Time alone may settle what a note says.
+void MissingChanges::lookLater() {
+  constexpr milliseconds kBetweenLooks(2000);
+  if (std::exchange(isPosted_, true)) return;
+  host_.postAfter(untilNextBeat(kBetweenLooks), [this, alive = std::weak_ptr<int>(alive_)] {
+    if (alive.expired()) return;
+    isPosted_ = false;
+    look();
+  });
+}
+
+void MissingChanges::tellChanges() {
+  std::map<Cookie, std::vector<std::string>> missing;
+  for (const auto& [key, unsaved] : unsaved_) {
+    if (auto users = from(key.first); !users.empty()) missing[key.first] = std::move(users);
+  }
+  if (missing == told_) return;
+  const auto before = std::exchange(told_, std::move(missing));
+  std::set<Cookie> different;
+  for (const auto& [cookie, users] : before) {
+    if (!told_.contains(cookie) || told_.at(cookie) != users) different.insert(cookie);
+  }
+  for (const auto& [cookie, users] : told_) {
+    if (!before.contains(cookie)) different.insert(cookie);
+  }
+  for (const Cookie& each : different) {
+    const EditFile* const edit = edits_.loaded(each);
+    const std::string text = edits_.missingText(each);
+    if (edit && edit->isUserOpen && !text.empty()) {
+      LogBoth("%s %s\n", inQuotes(edits_.nameOf(each)), text);
+    }
+    if (edits_.holds(each)) tellChanged(Edits::kindText(each), each, "refreshed");
   }
 }
 

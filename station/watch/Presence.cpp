@@ -278,6 +278,7 @@ void Presence::removeOld(const std::vector<FoundStation>& stations) const {
 
 void Presence::take(const FoundFiles& files) {
   for (const FoundFile& file : files) takeOne(file);
+  if (talk_.changed) talk_.changed();
 }
 
 void Presence::takeOne(const FoundFile& file) {

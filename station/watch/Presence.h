@@ -70,6 +70,7 @@ class Presence : public ProjectListener {
   struct Talk {
     std::function<void(StationNote&)> addTo{};
     std::function<void(const StationNote&)> seen{};
+    std::function<void()> changed{};  ///< after one came, changed or went
   };
   void talkBy(Talk talk) { talk_ = std::move(talk); }
 
@@ -110,6 +111,9 @@ class Presence : public ProjectListener {
   /// This station, then the others that are there, then those gone without goodbye, each in the
   /// order of users, as far as is known without asking; none where it tells nothing of itself.
   [[nodiscard]] std::vector<FoundStation> known() const;
+
+  /// The other stations that are alive, by what tells their notes apart.
+  [[nodiscard]] const std::map<std::string, FoundStation>& alive() const { return others_; }
 
   /// What tells this station's note from those of the others.
   [[nodiscard]] const std::string& ownId() const { return own_.id; }

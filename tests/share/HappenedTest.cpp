@@ -1,3 +1,6 @@
+#include <chrono>
+#include <thread>
+
 #include "tests/share/SharedStations.h"
 
 // Who did what, as another station lists it.
@@ -60,6 +63,68 @@ TEST_F(HappenedTest, ANameThatIsNobodysAndNothingsIsSaid) {
   run(*ben_, "happened BEN");
   run(*ben_, "project leave");
   EXPECT_NE(refusal(*ben_, "happened"), "");
+}
+
+/// Who has unsaved changes that a station lacks, as `edit show` tells scripts; awaited.
+class MissingTest : public HappenedTest {
+ protected:
+  bool lacks(StationProcess& station, const std::string& users) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+    while (std::chrono::steady_clock::now() < deadline) {
+      if (run(station, "edit show " + edit_)["missing_from"].asString() == users) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
+  }
+};
+
+TEST_F(MissingTest, WhoOpensAnEditLateIsToldWhatIsMissingUntilItIsSaved) {
+  run(*anna_, "edit trim " + edit_ + " Clip-002 0 4");
+  await(*ben_, "happened", {{"words", "ANNA trimmed Clip-002 in Cut, not saved yet"}});
+  run(*ben_, "edit open " + edit_);
+  EXPECT_TRUE(lacks(*ben_, "ANNA"));
+  run(*anna_, "edit trim " + edit_ + " Clip-003 0 4");
+  await(*ben_, "changed", {{"cookie", edit_}, {"how", "modified"}});
+  EXPECT_TRUE(lacks(*ben_, "ANNA")) << "what comes on top does not make it whole";
+  bool isInState = false;
+  for (const JsonValue& each : run(*ben_, "state")["edits"].elements()) {
+    isInState = isInState || each["missing_from"].asString() == "ANNA";
+  }
+  EXPECT_TRUE(isInState);
+  run(*anna_, "edit save " + edit_);
+  EXPECT_TRUE(lacks(*ben_, ""));
+}
+
+TEST_F(MissingTest, WhoHasItOpenFromTheFirstChangeOnLacksNothing) {
+  run(*ben_, "edit open " + edit_);
+  run(*anna_, "edit trim " + edit_ + " Clip-002 0 4");
+  await(*ben_, "changed", {{"cookie", edit_}, {"how", "modified"}});
+  // Her note has named it by then: what it says is no news.
+  await(*ben_, "presence", {{"user", "ANNA"}, {"unsaved", "[\"" + edit_ + "\"]"}});
+  EXPECT_EQ(run(*ben_, "edit show " + edit_)["missing_from"].asString(), "");
+  run(*ben_, "edit close " + edit_);
+  EXPECT_TRUE(lacks(*ben_, "ANNA")) << "what was shown went with closing";
+}
+
+TEST_F(MissingTest, AStationThatEntersLateLearnsItFromTheNoteAndItHealsWhenTheChangesAreDropped) {
+  run(*anna_, "edit trim " + edit_ + " Clip-002 0 4");
+  StationProcess& carla = start("CARLA", 13);
+  run(carla, "project enter " + project_);
+  run(carla, "edit open " + edit_);
+  EXPECT_TRUE(lacks(carla, "ANNA"));
+  run(*anna_, "edit revert " + edit_);
+  EXPECT_TRUE(lacks(carla, ""));
+  run(*anna_, "edit trim " + edit_ + " Clip-002 0 4");
+  await(carla, "changed", {{"cookie", edit_}, {"how", "modified"}});
+  EXPECT_EQ(run(carla, "edit show " + edit_)["missing_from"].asString(), "");
+}
+
+TEST_F(MissingTest, ItHealsWhenTheOtherStationGoes) {
+  run(*anna_, "edit trim " + edit_ + " Clip-002 0 4");
+  run(*ben_, "edit open " + edit_);
+  EXPECT_TRUE(lacks(*ben_, "ANNA"));
+  EXPECT_EQ(anna_->quit(), 0);
+  EXPECT_TRUE(lacks(*ben_, ""));
 }
 
 }  // namespace
