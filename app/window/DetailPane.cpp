@@ -84,6 +84,7 @@ void DetailPane::choose(const std::optional<ObjectRow>& row, ObjectKind kind,
   }
   showHeading();
   showMissing();
+  Q_EMIT followingChanged();
 }
 
 void DetailPane::showVersion(const QString& version, const QString& title) {
@@ -99,8 +100,10 @@ void DetailPane::update(const ObjectRow& row, const QString& contents) {
   // Only what differs: setting a text scrolls it to its beginning.
   if (std::exchange(contents_, contents) != contents) showLongText(*words_, contents);
   showHeading();
+  checkFollowing();
   showChange();
   showMissing();
+  Q_EMIT followingChanged();
 }
 
 void DetailPane::showMissing() {
@@ -128,6 +131,7 @@ void DetailPane::showHeading() {
                    .arg(timecode(timeline->length, timeline->rate))
                    .arg(timeline->rate);
     }
+    if (isFollowing()) facts << tr("changes are followed");
     if (row_.isDirty) facts << tr("unsaved changes");
     if (row_.isUnsavedElsewhere) facts << tr("changed elsewhere and not saved yet");
   }
@@ -145,11 +149,69 @@ void DetailPane::showChange() {
   if (isTold) {
     if (change_->isHidden()) shownContent_ = row_.content;
     // What was done is known a moment later than that something was.
-    if (!change_->isHidden() && change_->text() != changeText()) tellChange();
-    return;
+    if (change_->isHidden() || isDeedShown()) return;
+    if (isOutdated_) return tellChange();
+    return isFollowing() ? showFollowed() : void();
   }
+  if (isFollowing() && canShowNow()) return showFollowed();
   isOutdated_ = true;
   tellChange();
+}
+
+QString DetailPane::whyNotFollow() const {
+  if (row_.key.isEmpty() || kind_ != ObjectKind::eEdits) return tr("Choose an edit first.");
+  if (row_.isDeleted) return tr("It was deleted by another.");
+  return row_.isDirty ? tr("You have unsaved changes in it: save or drop them first.") : QString();
+}
+
+void DetailPane::follow() {
+  if (!whyNotFollow().isEmpty()) return;
+  followed_ = row_.cookie;
+  wasOpen_ = row_.isOpen;
+  if (!row_.isOpen) Q_EMIT openWanted(row_.cookie);
+  // What waited to be shown is shown with the rest.
+  if (!change_->isHidden()) showFollowed();
+  showHeading();
+  Q_EMIT followingChanged();
+}
+
+void DetailPane::unfollow() {
+  followed_.clear();
+  showHeading();
+  Q_EMIT followingChanged();
+}
+
+/// Ends the following of an edit that the user changes or has closed.
+void DetailPane::checkFollowing() {
+  if (!isFollowing()) return;
+  const bool isClosed = std::exchange(wasOpen_, row_.isOpen) && !row_.isOpen;
+  if (!isClosed && !row_.isDirty && !row_.isDeleted) return;
+  unfollow();
+  if (!row_.isDirty) return;
+  change_->tell(MessageBar::Kind::eNote,
+                tr("You change this edit yourself: it is not followed any more."));
+  change_->offer({});
+}
+
+/// Not under the user's hand, and not in place of a version that the user looks at.
+bool DetailPane::canShowNow() const { return version_.isEmpty() && !view_->trim(); }
+
+void DetailPane::showFollowed() {
+  shownContent_ = row_.content;
+  const RemoteChanges& last = row_.elsewhere;
+  const bool isKnown = !last.did.isEmpty() && !last.doer.isEmpty();
+  const QString who = last.by.isEmpty() ? tr("Another station") : oneLine(last.by);
+  change_->tell(MessageBar::Kind::eChange,
+                isKnown ? tr("%1 %2, %3.").arg(oneLine(last.doer), last.did, shownTime(last.at))
+                        : tr("%1 changed this, %2.").arg(who, shownTime(last.at)));
+  change_->offer({});
+  Q_EMIT seen(row_.key);
+  Q_EMIT timelineWanted(row_.cookie, {});
+}
+
+bool DetailPane::isDeedShown() const {
+  const QString did = row_.elsewhere.did;
+  return did.isEmpty() || change_->text().contains(did);
 }
 
 void DetailPane::tellChange() {
@@ -172,7 +234,10 @@ void DetailPane::takeTimeline(const TimelinePtr& timeline) {
   if (timeline->version != version_) return;
   view_->setHint(timeline->problem);
   isOutdated_ = false;
-  view_->show(timeline);
+  const RemoteChanges& last = row_.elsewhere;
+  const bool isMarked = isFollowing() && version_.isEmpty() && !change_->isHidden();
+  view_->show(isMarked ? markedAt(timeline, last.didPath, change_->text()) : timeline);
+  if (isMarked) view_->reveal(drawnPlace(last.didPath));
   showHeading();
 }
 

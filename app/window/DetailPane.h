@@ -41,6 +41,19 @@ class DetailPane : public QWidget {
   [[nodiscard]] MessageBar& missingBar() const { return *missing_; }
   [[nodiscard]] const QString& key() const { return row_.key; }
 
+  /// Whether what others change of the chosen edit is drawn as it comes.
+  [[nodiscard]] bool isFollowing() const {
+    return !followed_.isEmpty() && followed_ == row_.cookie;
+  }
+
+  /// Begins and ends that; one edit is followed at a time. It ends by itself when the user changes
+  /// the edit or closes it. The keyboard, and what is chosen, stay where they are.
+  void follow();
+  void unfollow();
+
+  /// Why the chosen edit cannot be followed, as a sentence; empty where it can.
+  [[nodiscard]] QString whyNotFollow() const;
+
   /// Whether the edit is drawn as it was before another station changed it: what a clip's place
   /// means there may be another clip by now.
   [[nodiscard]] bool isOutdated() const { return isOutdated_; }
@@ -48,6 +61,12 @@ class DetailPane : public QWidget {
  Q_SIGNALS:
   /// The timeline of this edit is to be drawn up, as it is now or (with a version) as it was.
   void timelineWanted(const QString& cookie, const QString& version);
+
+  /// Another edit is chosen, or is followed or not, or can be.
+  void followingChanged();
+
+  /// An edit that is followed has to be open, so that announced changes come.
+  void openWanted(const QString& cookie);
 
   /// The user has seen what another station changed.
   void seen(const QString& key);
@@ -58,6 +77,10 @@ class DetailPane : public QWidget {
   void showMissing();
   void tellChange();
   [[nodiscard]] QString changeText() const;
+  void showFollowed();
+  [[nodiscard]] bool isDeedShown() const;
+  void checkFollowing();
+  [[nodiscard]] bool canShowNow() const;
 
   QLabel* heading_;
   QLabel* facts_;
@@ -68,8 +91,10 @@ class DetailPane : public QWidget {
   QPlainTextEdit* words_;
   ObjectRow row_;
   QString missingText_;
-  QString contents_;  ///< as shown in words
-  QString version_;   ///< which one is drawn; empty for the edit as it is now
+  QString followed_;      ///< its cookie
+  bool wasOpen_ = false;  ///< the followed one
+  QString contents_;      ///< as shown in words
+  QString version_;       ///< which one is drawn; empty for the edit as it is now
   QString versionTitle_;
   ObjectKind kind_ = ObjectKind::eEdits;
   unsigned shownChanges_ = 0;

@@ -438,7 +438,7 @@ HappenedPane::HappenedPane(QWidget* parent)
       proxy_(new HappenedProxy(this)),
       who_(new QComboBox),
       search_(new QLineEdit),
-      chosenOnly_(new QCheckBox(tr("&Only the chosen edit"))),
+      chosenOnly_(new QCheckBox(tr("Only the chosen edit"))),
       list_(new QTreeView) {
   build();
   connect(who_, &QComboBox::currentIndexChanged, this, &HappenedPane::narrow);

@@ -242,6 +242,9 @@ void MainWindow::connectObjects() {
           [this](const QString& cookie, const QString& version) {
             version.isEmpty() ? link_.askTimeline(cookie) : link_.askVersion(cookie, version);
           });
+  connect(panes_.detail, &DetailPane::openWanted, this, [this](const QString& cookie) {
+    link_.run(QStringLiteral("edit open ") + quoted(cookie));
+  });
   connect(panes_.detail, &DetailPane::seen, this, [this](const QString& key) {
     history().showNow();
     objects().markSeen(key);

@@ -211,6 +211,17 @@ void WindowMenus::buildViewMenu() {
   };
   QObject::connect(&news, &MessageBar::tells, &show, allow);
   allow(!news.isHidden());
+  DetailPane& detail = *panes_.detail;
+  QAction& follow =
+      menus_.add(view, tr("&Follow others' changes"), QStringLiteral("Ctrl+F7"),
+                 [&detail] { detail.isFollowing() ? detail.unfollow() : detail.follow(); });
+  follow.setCheckable(true);
+  const auto showFollowing = [&follow, &detail] {
+    follow.setChecked(detail.isFollowing());
+    setAllowed(follow, detail.isFollowing() ? QString() : detail.whyNotFollow());
+  };
+  connect(&detail, &DetailPane::followingChanged, &follow, showFollowing);
+  showFollowing();
   seenAction_ = &menus_.add(view, tr("&Mark all news as seen"), QStringLiteral("Shift+F7"), [this] {
     panes_.objects->markAllSeen();
     MessageBar& change = panes_.detail->changeBar();

@@ -111,10 +111,7 @@ double rateOf(const Timeline& timeline) {
   return 24;
 }
 
-/// The drawn place of a clip: "0/2" for "0/2/1", since nested clips are drawn as one.
-QString partOf(const std::string& path) {
-  return readableText(path).section(QLatin1Char('/'), 0, 1);
-}
+QString partOf(const std::string& path) { return drawnPlace(readableText(path)); }
 
 TimelineItem* itemAt(Timeline& timeline, const QString& path) {
   for (TimelineTrack& track : timeline.tracks) {
@@ -159,6 +156,16 @@ Result<OtioDocument> shownDocument(Station& station, const Cookie& cookie) {
 }
 
 }  // namespace
+
+QString drawnPlace(const QString& path) { return path.section(QLatin1Char('/'), 0, 1); }
+
+TimelinePtr markedAt(const TimelinePtr& timeline, const QString& path, const QString& change) {
+  auto marked = std::make_shared<Timeline>(*timeline);
+  TimelineItem* const item = itemAt(*marked, drawnPlace(path));
+  if (!item || path.isEmpty()) return timeline;
+  item->change = change;
+  return marked;
+}
 
 Timeline timelineOf(const JsonValue& otio) {
   Timeline timeline;

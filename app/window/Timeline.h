@@ -120,6 +120,13 @@ TimelinePtr makeTimeline(Station& station, const QString& cookie);
 /// Draws up a kept version of it, and marks what became of each part since. Host thread.
 TimelinePtr makeTimelineOf(Station& station, const QString& cookie, const QString& version);
 
+/// The same timeline with what became of one clip marked at its place in the drawing; as it is
+/// where there is none. `path` is the clip's.
+TimelinePtr markedAt(const TimelinePtr& timeline, const QString& path, const QString& change);
+
+/// The drawn place of a clip: "0/2" for "0/2/1", since nested clips are drawn as one.
+QString drawnPlace(const QString& path);
+
 /// The tracks of an OpenTimelineIO timeline. A track that does not tell its items' lengths has
 /// items of no length; nothing in a file can make this fail.
 Timeline timelineOf(const JsonValue& otio);

@@ -104,7 +104,8 @@ QString TimelineView::itemText(int index) const {
       tr("track %1").arg(on.name.isEmpty() ? QString::number(track + 1) : oneLine(on.name)),
       tr("%1 long").arg(timecode(item.length, rate)),
       tr("from %1").arg(timecode(item.start, rate))};
-  if (!item.change.isEmpty()) words << tr("since then %1").arg(item.change);
+  if (!item.change.isEmpty())
+    words << (timeline_->version.isEmpty() ? item.change : tr("since then %1").arg(item.change));
   if (!item.hasMaterial) words << tr("its material is missing");
   return listed(words);
 }
@@ -340,14 +341,27 @@ const TimelineItem* TimelineView::itemAt(const QPoint& at, std::size_t& track,
   return found;
 }
 
+void TimelineView::bringIntoSight(std::size_t track, std::size_t item) {
+  const QRect rect = rectOf(track, item);
+  if (rect.right() >= kHeadWidth + 20 && rect.left() <= viewport()->width() - 20) return;
+  horizontalScrollBar()->setValue(horizontalScrollBar()->value() + rect.left() - kHeadWidth - 40);
+}
+
+void TimelineView::reveal(const QString& path) {
+  if (!timeline_) return;
+  for (std::size_t track = 0; track < timeline_->tracks.size(); ++track) {
+    const auto& items = timeline_->tracks[track].items;
+    const auto found = std::ranges::find(items, path, &TimelineItem::path);
+    if (found == items.end()) continue;
+    return bringIntoSight(track, static_cast<std::size_t>(found - items.begin()));
+  }
+}
+
 void TimelineView::choose(std::size_t track, std::size_t item) {
   hasChoice_ = true;
   track_ = track;
   item_ = item;
-  const QRect rect = rectOf(track, item);
-  if (rect.right() < kHeadWidth + 20 || rect.left() > viewport()->width() - 20) {
-    horizontalScrollBar()->setValue(horizontalScrollBar()->value() + rect.left() - kHeadWidth - 40);
-  }
+  bringIntoSight(track, item);
   viewport()->update();
   if (QAccessible::isActive()) {
     QAccessibleEvent focus(this, QAccessible::Focus);

@@ -21,6 +21,9 @@ class TimelineView : public QAbstractScrollArea {
 
   void show(const TimelinePtr& timeline);
 
+  /// Scrolls to the item at this path, and leaves what is chosen as it is.
+  void reveal(const QString& path);
+
   /// A text in place of the drawing; empty for the drawing.
   void setHint(const QString& hint);
   [[nodiscard]] const QString& hint() const { return hint_; }
@@ -116,6 +119,7 @@ class TimelineView : public QAbstractScrollArea {
   [[nodiscard]] QRect trimmedRect() const;
   [[nodiscard]] QString trimText() const;
   void choose(std::size_t track, std::size_t item);
+  void bringIntoSight(std::size_t track, std::size_t item);
   void step(int tracks, int items);
   void zoom(double factor);
   void fitScrollBars();

@@ -10,6 +10,7 @@
 
 #include "app/window/PeoplePane.h"
 #include "app/window/Texts.h"
+#include "app/window/TimelineView.h"
 #include "tests/window/WindowScene.h"
 
 // The list of what happened, alone and in the window.
@@ -159,7 +160,11 @@ TEST_F(WindowHappenedTest, ATrimOfAColleaguesIsNamedInListBarAndFeed) {
     ASSERT_TRUE(ben.command("edit rename " + cookie + " Cut")["ok"].asBool());
     ASSERT_TRUE(ben.command("edit save Cut")["ok"].asBool());
     ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Cut").isEmpty(); }));
+    // What is new of it is told by then, and looked at.
+    ASSERT_TRUE(waitFor([&] { return first(window) == "BEN saved it"; }));
+    ASSERT_TRUE(waitFor([&] { return news(window, "Cut").startsWith("new by BEN"); }));
     clickEdit(window, "Cut");
+    EXPECT_EQ(news(window, "Cut"), "");
     command(window, "edit open Cut");
     clickEdit(window, "Pier");
     ASSERT_TRUE(ben.command("edit trim Cut Clip-002 0 4")["ok"].asBool());
@@ -190,6 +195,105 @@ TEST_F(WindowHappenedTest, TheFeedLeadsToTheEditByKeysAlone) {
     QTest::keyClick(&list, Qt::Key_Return);
     ASSERT_EQ(window.objects().chosen().size(), 1U);
     EXPECT_EQ(window.objects().chosen().front().name, "Quay");
+  });
+}
+
+/// A window on an edit "Cut" of BEN's, whose station is known by now.
+class WindowFollowTest : public WindowHappenedTest {
+ protected:
+  void openCut(MainWindow& window, StationProcess& ben) {
+    ASSERT_TRUE(waitForProject(window, "Film"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    ASSERT_TRUE(ben.command("project enter Film")["ok"].asBool());
+    ASSERT_TRUE(waitFor(
+        [&] { return window.people().rows().size() == 2 && !window.people().rows()[1].isSilent; },
+        60'000));
+    const JsonValue made = ben.command("edit import " KV_SAMPLES "/simple_cut.otio");
+    cut = made["result"].asString();
+    ASSERT_TRUE(ben.command("edit rename " + cut + " Cut")["ok"].asBool());
+    ASSERT_TRUE(ben.command("edit save Cut")["ok"].asBool());
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Cut").isEmpty(); }));
+    clickEdit(window, "Cut");
+    ASSERT_TRUE(waitFor([&] { return window.detail().view().timeline() != nullptr; }));
+  }
+
+  [[nodiscard]] bool isOpen(const MainWindow& window) const {
+    const auto row = window.objects().find(QString::fromStdString(cut));
+    return row && row->isOpen;
+  }
+
+  /// What is marked in the drawing as changed.
+  static QString marked(const MainWindow& window) {
+    for (const TimelineTrack& track : window.detail().view().timeline()->tracks) {
+      for (const TimelineItem& item : track.items) {
+        if (!item.change.isEmpty()) return item.change;
+      }
+    }
+    return {};
+  }
+
+  std::string cut;
+};
+
+TEST_F(WindowFollowTest, WhatAColleagueDoesIsShownAsItComesAndTheKeyboardStaysWhereItIs) {
+  script = "project create Film\nproject enter Film\nedit create Pier\n";
+  play([this](MainWindow& window) {
+    StationProcess ben(other("BEN"));
+    openCut(window, ben);
+    QTest::keyClick(&window, Qt::Key_F7, Qt::ControlModifier);
+    ASSERT_TRUE(window.detail().isFollowing());
+    ASSERT_TRUE(waitFor([&] { return isOpen(window); })) << "announced changes come to open edits";
+    auto* const search = window.findChild<QLineEdit*>("search");
+    search->setFocus();
+    const MessageBar& bar = window.detail().changeBar();
+    for (const char* clip : {"Clip-002", "Clip-003"}) {
+      const QString words = QStringLiteral("BEN trimmed ") + clip;
+      ASSERT_TRUE(ben.command(std::string("edit trim Cut ") + clip + " 0 4")["ok"].asBool());
+      EXPECT_TRUE(waitFor([&] { return bar.text().startsWith(words); }))
+          << bar.text().toStdString();
+      EXPECT_TRUE(waitFor([&] { return marked(window).startsWith(words); }))
+          << marked(window).toStdString();
+      EXPECT_FALSE(window.detail().isOutdated());
+    }
+    EXPECT_EQ(window.focusWidget(), search);
+    EXPECT_TRUE(bar.isVisible());
+    QTest::keyClick(&window, Qt::Key_F7, Qt::ControlModifier);
+    EXPECT_FALSE(window.detail().isFollowing());
+    ASSERT_TRUE(ben.command("edit trim Cut Clip-002 0 2")["ok"].asBool());
+    EXPECT_TRUE(waitFor([&] { return window.detail().isOutdated(); })) << "told, and not drawn";
+  });
+}
+
+TEST_F(WindowFollowTest, FollowingEndsWhenOneChangesTheEditOrClosesIt) {
+  script = "project create Film\nproject enter Film\nedit create Pier\n";
+  play([this](MainWindow& window) {
+    StationProcess ben(other("BEN"));
+    openCut(window, ben);
+    window.detail().follow();
+    ASSERT_TRUE(waitFor([&] { return isOpen(window); }));
+    command(window, "edit close Cut");
+    EXPECT_TRUE(waitFor([&] { return !window.detail().isFollowing(); }));
+    ASSERT_TRUE(ben.command("edit give Cut ANNA")["ok"].asBool());
+    window.detail().follow();
+    ASSERT_TRUE(waitFor([&] { return isOpen(window); }));
+    command(window, "edit trim Cut Clip-002 0 4");
+    EXPECT_TRUE(waitFor([&] { return !window.detail().isFollowing(); }));
+    EXPECT_FALSE(window.detail().whyNotFollow().isEmpty()) << "not while one has unsaved changes";
+  });
+}
+
+TEST_F(WindowFollowTest, WhatIsMissingIsSaidUntilItIsSaved) {
+  script = "project create Film\nproject enter Film\nedit create Pier\n";
+  play([this](MainWindow& window) {
+    StationProcess ben(other("BEN"));
+    openCut(window, ben);
+    const MessageBar& bar = window.detail().missingBar();
+    EXPECT_FALSE(bar.isVisible());
+    ASSERT_TRUE(ben.command("edit trim Cut Clip-002 0 4")["ok"].asBool());
+    EXPECT_TRUE(waitFor([&] { return bar.isVisible(); }, 60'000));
+    EXPECT_EQ(bar.text(), "Unsaved changes of BEN's are missing here until BEN saves.");
+    ASSERT_TRUE(ben.command("edit save Cut")["ok"].asBool());
+    EXPECT_TRUE(waitFor([&] { return !bar.isVisible(); }, 60'000));
   });
 }
 
