@@ -20,11 +20,11 @@ namespace {
 
 enum AskColumn { eAskWho, eAskWhat, eAskWords, eAskSince };
 
-constexpr QSize kAskSize{640, 320};
-constexpr int kLongestReply = 300;  // letters
-constexpr qsizetype kMostFolded = 6;
 constexpr std::size_t kMostOffers = 3;
 constexpr std::ptrdiff_t kMostTold = 20;
+constexpr int kLongestReply = 300;  // letters
+constexpr qsizetype kMostFolded = 6;
+constexpr QSize kAskSize{640, 320};
 
 /// "the edit "Opening titles"".
 QString thing(const QString& kind, const QString& name) {

@@ -11,6 +11,7 @@
 #include "app/window/SettingsDialogs.h"
 #include "app/window/Texts.h"
 #include "app/window/WindowLayout.h"
+#include "station/ui/Desktop.h"
 
 namespace korvel {
 
@@ -74,12 +75,16 @@ StationWindow::StationWindow() : application_(argumentCount_, arguments_) {
   QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("project-share")));
   // The window waits for the station to end; Qt must not end it before.
   QApplication::setQuitOnLastWindowClosed(false);
-  QApplication::installTranslator(&plurals_);
 }
 
 StationWindow::~StationWindow() = default;
 
+void StationWindow::speak() {
+  language_.load(QString::fromStdString(resourceDirectory()) + QStringLiteral("/languages"));
+}
+
 bool StationWindow::askForStart(Options& options, const std::string& problem) {
+  speak();
   applyAppearance(appearanceNamed(windowSettings().value(QStringLiteral("appearance")).toString()));
   StartDialog dialog(options, readableText(problem));
   bool isAnswered = false;
@@ -95,6 +100,7 @@ bool StationWindow::askForStart(Options& options, const std::string& problem) {
 void StationWindow::runLoop(StartDialog&) { QApplication::exec(); }
 
 void StationWindow::run(const Dependencies& surroundings) {
+  speak();
   HostLink link(surroundings, feed_);
   MainWindow window(link);
   window.show();

@@ -31,11 +31,13 @@ class StationWindow : public iStationWindow {
   virtual void runLoop(StartDialog& dialog);
 
  private:
+  void speak();
+
   int argumentCount_ = 1;
   char name_[11] = "kv-station";
   char* arguments_[2] = {name_, nullptr};
   QApplication application_;
-  EnglishPlurals plurals_;
+  WindowLanguage language_;
   EventFeed feed_;
 };
 

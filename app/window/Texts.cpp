@@ -1,6 +1,7 @@
 #include "app/window/Texts.h"
 
 #include <QHelpEvent>
+#include <QLibraryInfo>
 #include <QLocale>
 #include <QPainter>
 #include <QPlainTextEdit>
@@ -125,6 +126,26 @@ QString EnglishPlurals::translate(const char*, const char* sourceText, const cha
   if (n != 1) return {};
   const auto found = std::ranges::find(kSingulars, std::string_view(sourceText), &Plural::many);
   return found == std::end(kSingulars) ? QString() : QString::fromUtf8(found->one);
+}
+
+WindowLanguage::WindowLanguage() { QCoreApplication::installTranslator(&plurals_); }
+
+bool WindowLanguage::load(const QString& folder) {
+  if (!own_.isEmpty()) return true;
+  for (const QString& language : QLocale().uiLanguages()) {
+    if (QLocale(language).language() == QLocale::English) return false;
+    if (!own_.load(QStringLiteral("window_%1").arg(QString(language).replace('-', '_')), folder)) {
+      continue;
+    }
+    QCoreApplication::installTranslator(&own_);
+    // Asked after the window's own, and before English.
+    const QString texts = QLibraryInfo::path(QLibraryInfo::TranslationsPath);
+    if (toolkits_.load(QLocale(language), QStringLiteral("qtbase"), QStringLiteral("_"), texts)) {
+      QCoreApplication::installTranslator(&toolkits_);
+    }
+    return true;
+  }
+  return false;
 }
 
 QString listed(const QStringList& things) {

@@ -34,6 +34,22 @@ class EnglishPlurals : public QTranslator {
                                   const char* disambiguation, int n) const override;
 };
 
+/// The language of the window: that of the user where there are texts in it, else English. Lives on
+/// the window's thread, not longer than the application.
+class WindowLanguage {
+ public:
+  WindowLanguage();
+
+  /// Takes the user's language where the folder has it, "window_de.qm", and the toolkit's own texts
+  /// in it. False where it has none, or where the user likes English more.
+  bool load(const QString& folder);
+
+ private:
+  EnglishPlurals plurals_;
+  QTranslator own_;
+  QTranslator toolkits_;
+};
+
 /// Things in one sentence or line, one after the other: "Quay, Pier".
 QString listed(const QStringList& things);
 

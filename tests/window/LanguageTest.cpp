@@ -641,6 +641,74 @@ TEST(LanguageFormsTest, EnglishSaysOneThingInTheSingular) {
   EXPECT_EQ(WindowText::tr("%n more", nullptr, 1), "1 more");
 }
 
+/// A file of translations as the toolkit reads it: for each text its hash and its translation.
+void writeTranslations(const std::filesystem::path& file,
+                       const std::map<std::string, std::u16string>& texts) {
+  const auto number = [](quint32 value) {
+    std::string bytes;
+    for (const int shift : {24, 16, 8, 0}) bytes += static_cast<char>(value >> shift);
+    return bytes;
+  };
+  const auto hashOf = [](const std::string& text) {
+    quint32 hash = 0;
+    for (const char each : text) {
+      hash = (hash << 4) + static_cast<unsigned char>(each);
+      const quint32 high = hash & 0xf0000000;
+      hash = (hash ^ high >> 24) & ~high;
+    }
+    return hash;
+  };
+  std::string messages;
+  std::map<quint32, std::size_t> places;
+  for (const auto& [text, translation] : texts) {
+    places[hashOf(text)] = messages.size();
+    messages += '\x03' + number(static_cast<quint32>(2 * translation.size()));
+    for (const char16_t each : translation) {
+      messages += {static_cast<char>(each >> 8), static_cast<char>(each)};
+    }
+    messages += '\x01';
+  }
+  std::string hashes;
+  for (const auto& [hash, place] : places) {
+    hashes += number(hash) + number(static_cast<quint32>(place));
+  }
+  const auto block = [&number](char tag, const std::string& bytes) {
+    return tag + number(static_cast<quint32>(bytes.size())) + bytes;
+  };
+  std::filesystem::create_directories(file.parent_path());
+  std::ofstream(file) << "\x3c\xb8\x64\x18\xca\xef\x9c\x95\xcd\x21\x1c\xbf\x60\xa1\xbd\xdd"
+                      << block('\x42', hashes) << block('\x69', messages);
+}
+
+TEST(LanguageFormsTest, TheUsersLanguageIsTakenWhereThereIsOne) {
+  const WithoutDisplay application;
+  const ScratchFolder folder;
+  const QString languages = QString::fromStdString(folder.path());
+  writeTranslations(folder / "window_de.qm", {{"Ready", u"Bereit"}});
+  WindowLanguage language;
+  QLocale::setDefault(QLocale("fr_FR"));
+  EXPECT_FALSE(language.load(languages));
+  QLocale::setDefault(QLocale("en_GB"));
+  EXPECT_FALSE(language.load(languages));
+  EXPECT_EQ(StatusLine::tr("Ready"), "Ready");
+  QLocale::setDefault(QLocale("de_AT"));
+  EXPECT_TRUE(language.load(languages));
+  EXPECT_EQ(StatusLine::tr("Ready"), "Bereit");
+  EXPECT_EQ(WindowText::tr("%Ln objects", nullptr, 1), "1 object");
+  QLocale::setDefault(QLocale::c());
+}
+
+TEST_F(LanguageTest, TheWindowSpeaksTheLanguageThatIsAmongItsResources) {
+  writeTranslations(folder / "resources/languages/window_de.qm", {{"Ready", u"Bereit"}});
+  config["resources"] = folder / "resources";
+  language = nullptr;
+  QLocale::setDefault(QLocale("de_DE"));
+  play([](MainWindow& window) {
+    EXPECT_TRUE(waitFor([&] { return window.status().busyText() == "Bereit"; }));
+  });
+  QLocale::setDefault(QLocale::c());
+}
+
 TEST(LanguageFormsTest, TimesAndNumbersAreWrittenAsTheSystemDoes) {
   const WithoutDisplay application;
   const QDateTime time(QDate(2024, 3, 4), QTime(16, 5, 7));
