@@ -77,8 +77,9 @@ constexpr const char* kKnownConfigKeys[] = {kPortKey, "log_incoming_net_messages
 
 /// The keys that the station itself reads. A misspelt one would leave open what was to be closed.
 constexpr std::string_view kStationKeys[] = {
-    "accept_networks", "accept_stations",     "history_days",           "history_versions",
-    "receive_limit",   "receive_limit_words", "receive_limit_requests", "remote_commands"};
+    "accept_networks",        "accept_stations", "history_days",
+    "history_versions",       "receive_limit",   "receive_limit_words",
+    "receive_limit_requests", "remote_commands", "watch_seconds"};
 
 bool isKnownConfigKey(const std::string& key) {
   for (const char* known : kKnownConfigKeys) {

@@ -1,5 +1,6 @@
 #include "station/watch/CatchUp.h"
 
+#include <algorithm>
 #include <system_error>
 
 #include "host/base/Log.h"
@@ -20,10 +21,13 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kProjectPeriod(2000);
+/// Between two questions, in seconds, where the configuration's "watch_seconds" names no other.
+/// At most as many as that is: whoever waits an hour does not want to be told.
+constexpr int kUsualPeriod = 2;
+constexpr int kLongestPeriod = 3600;
 
 /// Rooms change less often than edits, and their lists ask the share by themselves.
-constexpr milliseconds kRoomsPeriod(4000);
+constexpr int kRoomsFactor = 2;
 
 /// When the cache of what was read is written: once soon after the entry, when files that changed
 /// just before it are at rest, and then regularly.
@@ -34,12 +38,18 @@ constexpr const char* kRecord = "project.json";
 
 bool isRoomFile(std::string_view name) { return !name.starts_with('.'); }
 
-std::vector<WatchedFolder> foldersOf(const OpenProject& project) {
+/// 0 where folders are not watched: what messages tell is all that is known then.
+milliseconds configuredPeriod() {
+  return std::chrono::seconds(
+      std::clamp(config_int("watch_seconds", kUsualPeriod), 0, kLongestPeriod));
+}
+
+std::vector<WatchedFolder> foldersOf(const OpenProject& project, milliseconds period) {
   WatchedFolder folder;
   folder.path = project.folder;
   folder.isWanted = isProjectFile;
   folder.largest = kLargestFile;
-  folder.period = kProjectPeriod;
+  folder.period = period;
   // Under a mount that is away lies an empty folder. Without this every object would count as
   // removed.
   folder.proof = kRecord;
@@ -50,7 +60,7 @@ std::vector<WatchedFolder> foldersOf(const OpenProject& project) {
   rooms.path = project.folder + "/rooms";
   rooms.prefix = "rooms/";
   rooms.isWanted = isRoomFile;
-  rooms.period = kRoomsPeriod;
+  rooms.period = period * kRoomsFactor;
   rooms.mayBeMissing = true;
   return {std::move(folder), std::move(rooms)};
 }
@@ -71,7 +81,9 @@ void keep(ReadCache& cache, const FoundFile& file) {
 
 void CatchUp::handleProjectEntry() try {
   found_ = 0;
-  watch_ = std::make_unique<FolderWatch>(host_, foldersOf(*hostParts().projects->current()),
+  const milliseconds period = configuredPeriod();
+  if (period == period.zero()) return;
+  watch_ = std::make_unique<FolderWatch>(host_, foldersOf(*hostParts().projects->current(), period),
                                          [this](const FoundFiles& files) { take(files); });
   cache_ = hostParts().projects->current()->cache;
   postSave(kFirstSave);

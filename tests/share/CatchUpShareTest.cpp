@@ -195,6 +195,17 @@ TEST_F(CatchUpShareTest, TheStateCountsWhatWatchingAsksOfTheShare) {
   EXPECT_EQ(left.find("watch"), nullptr);
 }
 
+TEST_F(CatchUpShareTest, AStationMayBeToldNeverToAskTheFolder) {
+  StationProcess::Options deaf = options("CARLA");
+  deaf.more = {"--set", "watch_seconds=0"};
+  StationProcess carla(deaf);
+  ASSERT_TRUE(carla.waitUntilReady());
+  run(carla, "project enter Film");
+  const JsonValue state = run(carla, "state");
+  EXPECT_EQ(state["project"]["name"].asString(), "Film") << writeJson(state);
+  EXPECT_EQ(state.find("watch"), nullptr);
+}
+
 #ifndef KV_SANITIZED  // whose own threads wake, too
 
 /// How often a process's threads have gone to sleep by themselves.

@@ -26,10 +26,10 @@ StationProcess& SharedStations::start(const std::string& name, int machine,
   return station;
 }
 
-void SharedStations::startThree() {
-  anna_ = &start("ANNA", 11);
-  ben_ = &start("BEN", 12);
-  carla_ = &start("CARLA", 13);
+void SharedStations::startThree(const std::vector<std::string>& more) {
+  anna_ = &start("ANNA", 11, more);
+  ben_ = &start("BEN", 12, more);
+  carla_ = &start("CARLA", 13, more);
   project_ = run(*anna_, "project create Film").asString();
   for (StationProcess* station : {anna_, ben_, carla_}) run(*station, "project enter Film");
   for (StationProcess* station : {anna_, ben_, carla_}) settle(*station);

@@ -28,7 +28,7 @@ class SharedStations : public testing::Test {
                         const std::vector<std::string>& more = {});
 
   /// Starts anna, ben and carla (machines 11, 12 and 13), all of which open the project "Film".
-  void startThree();
+  void startThree(const std::vector<std::string>& more = {});
 
   /// Gives a command that must succeed; its result.
   static JsonValue run(StationProcess& station, const std::string& line);

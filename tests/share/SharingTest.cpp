@@ -6,11 +6,12 @@ namespace {
 
 constexpr const char* kEdit = "Figure 1 - Simple Cut List";  // as the sample calls itself
 
-/// Three stations with the sample edit in their project, imported by anna.
+/// Three stations with the sample edit in their project, imported by anna. What they know of each
+/// other they know by messages: a late one is not forestalled by a look into the folder.
 class SharingTest : public SharedStations {
  protected:
   SharingTest() {
-    startThree();
+    startThree({"--set", "watch_seconds=0"});
     edit_ = run(*anna_, "edit import \"" + sample("simple_cut.otio") + "\"").asString();
     for (StationProcess* station : {ben_, carla_}) {
       await(*station, "received", {{"type_name", "EditCreated"}, {"cookie", edit_}});

@@ -351,6 +351,8 @@ TEST_F(WindowTest, WhatAnotherDidIsStillNewsAfterTheProjectWasLeftAndMayBeMarked
     EXPECT_TRUE(ben.command("edit create Pier")["ok"].asBool());
     EXPECT_TRUE(ben.command("edit save Pier")["ok"].asBool());
     EXPECT_TRUE(ben.command("bin create Rushes")["ok"].asBool());
+    // A message that came after the entry would name who made the bin.
+    ASSERT_TRUE(waitFor([&] { return window.received() >= ben.events("sent").size(); }));
     command(window, "project enter Harbour");
     EXPECT_TRUE(waitFor([&] { return news("Quay").startsWith("new by BEN, "); }))
         << news("Quay").toStdString();
