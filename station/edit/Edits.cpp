@@ -203,13 +203,17 @@ void Edits::enterOne(const Cookie& cookie, Result<EditSummary> summary) {
 void Edits::takeUpUnlisted(const std::vector<std::string>& files) {
   for (const std::string& file : files) {
     const Cookie cookie = cookieOfFile(file);
-    if (cookie.isNull() || holds(cookie)) continue;
+    if (cookie.isNull()) continue;
+    // One that could not be read may be readable by now.
+    const EditSummary* const known = index_.find(cookie);
+    if (known && known->problem.empty()) continue;
     auto summary = readListedSummary(folder_ + "/" + file);
     // Not reported: another station may be making the file, and the watch finds it again.
     if (!summary) continue;
     const AuthorScope author(summary->savedBy);
+    const char* const how = known ? "refreshed" : "created";
     put(cookie, std::move(*summary));
-    tellChanged(kindText(cookie), cookie, "created");
+    tellChanged(kindText(cookie), cookie, how);
   }
 }
 

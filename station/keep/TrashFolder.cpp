@@ -88,10 +88,11 @@ bool readName(const std::string& name, Trashed& trashed) {
          trashed.mark.find_first_not_of("0123456789abcdef") == std::string::npos;
 }
 
-/// Takes up what the file system knows of a deletion; false when it is gone.
+/// Takes up what the file system knows of a deletion; false when it is gone. One that cannot be
+/// looked at is there all the same: who takes it back is told why that cannot be.
 bool lookAt(Trashed& trashed) {
   struct stat status {};
-  if (::lstat(trashed.path.c_str(), &status) != 0) return false;
+  if (::lstat(trashed.path.c_str(), &status) != 0) return errno != ENOENT && errno != ENOTDIR;
   trashed.isPlain = S_ISREG(status.st_mode);
   trashed.size = static_cast<std::size_t>(status.st_size);
   // The rename into the trash set the time of change, by the share's clock.

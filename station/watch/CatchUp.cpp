@@ -24,7 +24,7 @@ using std::chrono::milliseconds;
 /// Between two questions, in seconds, where the configuration's "watch_seconds" names no other.
 /// At most as many as that is: whoever waits an hour does not want to be told.
 constexpr int kUsualPeriod = 2;
-constexpr int kLongestPeriod = 3600;
+constexpr int kSlowestPace = 3600;
 
 /// Rooms change less often than edits, and their lists ask the share by themselves.
 constexpr int kRoomsFactor = 2;
@@ -41,7 +41,7 @@ bool isRoomFile(std::string_view name) { return !name.starts_with('.'); }
 /// 0 where folders are not watched: what messages tell is all that is known then.
 milliseconds configuredPeriod() {
   return std::chrono::seconds(
-      std::clamp(config_int("watch_seconds", kUsualPeriod), 0, kLongestPeriod));
+      std::clamp(config_int("watch_seconds", kUsualPeriod), 0, kSlowestPace));
 }
 
 std::vector<WatchedFolder> foldersOf(const OpenProject& project, milliseconds period) {

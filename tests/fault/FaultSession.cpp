@@ -72,11 +72,11 @@ const std::vector<std::string>& wordsFor(int number) {
   static const std::map<int, std::vector<std::string>> words{
       {ENOSPC, {"No space left on device", "full"}},
       {EACCES,
-       {"Permission denied", "rights", "may not be opened", "held by", "using it",
+       {"Permission denied", "rights", "may not be opened", "may not use it", "held by", "using it",
         "is changing this"}},
       {EIO, {"Input/output error"}},
       {EINTR, {"Interrupted system call"}},
-      {ESTALE, {"Stale file handle", "lost the folder"}}};
+      {ESTALE, {"Stale file handle", "the share has lost it", "lost the folder"}}};
   return words.at(number);
 }
 
