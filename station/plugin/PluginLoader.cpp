@@ -15,7 +15,7 @@ constexpr const char* kEntry = "kvPluginInstance";
 constexpr const char* kRegisterTypes = "_ZN8Messager13registerTypesEv";
 
 // A leak checker follows pointers in a library's own objects only while the library is mapped.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef KV_SANITIZED
 constexpr int kLoadFlags = RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE;
 #else
 constexpr int kLoadFlags = RTLD_NOW | RTLD_LOCAL;

@@ -9,7 +9,7 @@ using namespace korvel;
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef KV_SANITIZED
 constexpr int kSanitizerFactor = 10;
 #else
 constexpr int kSanitizerFactor = 1;
