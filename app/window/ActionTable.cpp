@@ -401,6 +401,7 @@ constexpr Place kElsewhere[] = {
     {"asks", QT_TRANSLATE_NOOP("Actions", "Messages > Asks that wait")},
     {"answer", QT_TRANSLATE_NOOP("Actions", "Messages > Asks that wait")},
     {"conversation", QT_TRANSLATE_NOOP("Actions", "View > Conversation")},
+    {"happened", QT_TRANSLATE_NOOP("Actions", "View > What happened")},
     {"quit", QT_TRANSLATE_NOOP("Actions", "Project > Quit")},
     {"help", QT_TRANSLATE_NOOP("Actions", "Help > Commands")},
     {"wait", QT_TRANSLATE_NOOP("Actions", "Help > Commands")},

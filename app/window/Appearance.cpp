@@ -333,6 +333,8 @@ QString styleSheet(const Colours& colours) {
     QComboBox { border: 1px solid @border; border-radius: 4px; padding: 3px 6px;
       background: @panel; }
     QComboBox:focus { border: 2px solid @accent; padding: 2px 5px; }
+    QCheckBox { border: 2px solid transparent; border-radius: 4px; padding: 1px 3px; }
+    QCheckBox:focus { border-color: @accent; }
     QDockWidget { font-weight: 600; }
     QDockWidget::title { padding: 6px 8px; background: @window; text-align: left; }
     QToolBar { border: none; border-bottom: 1px solid @line; padding: 3px; spacing: 4px; }

@@ -147,8 +147,9 @@ void AskDialog::answer(const QString& how) {
   const AskRow* const ask = chosen();
   if (!ask) return;
   const QString line = answerLine(*ask, how, words_->text().trimmed());
+  const long number = ask->number;
   words_->clear();
-  Q_EMIT answered(line);
+  Q_EMIT answered(number, line);
 }
 
 void AskDialog::enable() {
@@ -182,6 +183,9 @@ void AskTeller::takeSnapshot(const Snapshot& snapshot) {
   const std::vector<AskRow> before = others();
   rows_ = snapshot.asks;
   if (dialog_ && rows_) dialog_->take(*rows_);
+  std::erase_if(answering_, [this](long number) {
+    return !rows_ || std::ranges::find(*rows_, number, &AskRow::number) == rows_->end();
+  });
   const std::vector<AskRow> now = others();
   const bool hasNew = std::ranges::any_of(now, [&before](const AskRow& each) {
     return std::ranges::find(before, each.number, &AskRow::number) == before.end();
@@ -201,13 +205,22 @@ void AskTeller::showAsks() {
 void AskTeller::act(int which) {
   const std::vector<AskRow> asks = others();
   if (asks.size() != 1 || which == 2) return showAll();
-  run_(answerLine(asks.front(), which == 0 ? QStringLiteral("give") : QStringLiteral("no"), {}));
+  const QString how = which == 0 ? QStringLiteral("give") : QStringLiteral("no");
+  answerOnce(asks.front().number, answerLine(asks.front(), how, {}));
+}
+
+/// Of two clicks the second would answer what is answered; one that failed may be tried again.
+void AskTeller::answerOnce(long number, const QString& line) {
+  if (!answering_.insert(number).second) return;
+  run_(line, [self = QPointer(this), number](bool succeeded) {
+    if (self && !succeeded) self->answering_.erase(number);
+  });
 }
 
 void AskTeller::showAll() {
   if (!dialog_) {
     dialog_ = new AskDialog(&window_);
-    connect(dialog_, &AskDialog::answered, this, [this](const QString& line) { run_(line); });
+    connect(dialog_, &AskDialog::answered, this, &AskTeller::answerOnce);
     dialog_->show();
   }
   dialog_->take(rows_ ? *rows_ : std::vector<AskRow>());
@@ -226,26 +239,26 @@ void AskTeller::takeAnswers(const std::vector<AskAnswer>& answers) {
 void AskTeller::showAnswers() {
   QStringList texts;
   QStringList offers;
-  for (const AskAnswer& each : told_) {
+  // The latest first: the line may be cut, and only so many can be offered.
+  for (auto at = told_.rbegin(); at != told_.rend(); ++at) {
+    const AskAnswer& each = *at;
     texts.append(oneLine(each.words));
     const bool isOffered = each.canOpen && offers.size() < static_cast<qsizetype>(kMostOffers);
     if (isOffered) offers.append(menuText(tr("Open %1").arg(personName(each.name))));
   }
   if (texts.isEmpty()) return answers_.hide();
-  // The latest first: the line may be cut.
-  std::ranges::reverse(texts);
   answers_.tell(MessageBar::Kind::eNote, texts.join(QStringLiteral("  ·  ")));
   answers_.offer(offers);
 }
 
 void AskTeller::actOnAnswer(int which) {
-  auto chosen = told_.begin();
-  for (; chosen != told_.end(); ++chosen) {
+  auto chosen = told_.rbegin();
+  for (; chosen != told_.rend(); ++chosen) {
     if (chosen->canOpen && which-- == 0) break;
   }
-  if (chosen == told_.end()) return;
+  if (chosen == told_.rend()) return;
   const AskAnswer answer = *chosen;
-  told_.erase(chosen);
+  told_.erase(std::next(chosen).base());
   showAnswers();
   Q_EMIT openWanted(answer);
 }

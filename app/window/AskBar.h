@@ -4,6 +4,7 @@
 #include <QObject>
 #include <QPointer>
 #include <functional>
+#include <set>
 #include <vector>
 
 #include "app/window/EventFeed.h"
@@ -33,8 +34,8 @@ class AskDialog : public QDialog {
   [[nodiscard]] QLineEdit& words() const { return *words_; }
 
  Q_SIGNALS:
-  /// The line of the console that answers.
-  void answered(const QString& line);
+  /// The line of the console that answers the ask of this number.
+  void answered(long number, const QString& line);
 
  private:
   void build();
@@ -55,8 +56,11 @@ class AskTeller : public QObject {
   Q_OBJECT
 
  public:
+  /// Is told whether a line that was run succeeded.
+  using Ended = std::function<void(bool succeeded)>;
+
   /// Runs a line of the console, as the window's actions do.
-  using Runner = std::function<void(const QString& line)>;
+  using Runner = std::function<void(const QString& line, const Ended& then)>;
 
   /// All must outlive it.
   AskTeller(QWidget& window, MessageBar& asks, MessageBar& answers, Runner run);
@@ -77,6 +81,7 @@ class AskTeller : public QObject {
  private:
   void showAsks();
   void act(int which);
+  void answerOnce(long number, const QString& line);
   void showAnswers();
   void actOnAnswer(int which);
   [[nodiscard]] std::vector<AskRow> others() const;
@@ -86,6 +91,7 @@ class AskTeller : public QObject {
   MessageBar& answers_;
   Runner run_;
   Shared<std::vector<AskRow>> rows_;
+  std::set<long> answering_;     ///< numbers of asks that were answered and are still listed
   std::vector<AskAnswer> told_;  ///< answers that stand in their bar
   QPointer<AskDialog> dialog_;
 };

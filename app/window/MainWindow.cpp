@@ -96,8 +96,11 @@ MainWindow::MainWindow(HostLink& link)
       ownMenus_(
           std::make_unique<WindowMenus>(*this, *menus_, panes_, *layout_,
                                         [this](const QString& line) { actions_->runLine(line); })),
-      asking_(std::make_unique<AskTeller>(*this, *panes_.asks, *panes_.answers,
-                                          [this](const QString& line) { link_.run(line); })) {
+      asking_(std::make_unique<AskTeller>(
+          *this, *panes_.asks, *panes_.answers,
+          [this](const QString& line, const AskTeller::Ended& then) {
+            link_.run(line, [then](const CommandOutcome& outcome) { then(outcome.succeeded); });
+          })) {
   setObjectName(QStringLiteral("mainWindow"));
   setWindowTitle(tr("Station"));
   setAcceptDrops(true);

@@ -170,7 +170,8 @@ namespace {
 
 const QString kToAll = QStringLiteral("<All>");
 constexpr int kMostColleagues = 500;  // senders' names can be made up without end
-constexpr int kBlocksOfOne = 2;       // a line of who and when, and the words
+constexpr int kSearchDelayMs = 150;
+constexpr int kBlocksOfOne = 2;  // a line of who and when, and the words
 
 /// The colleague with whom it was said; empty for everybody.
 QString colleagueOf(const SaidLine& line) {
@@ -227,7 +228,10 @@ ConversationPane::ConversationPane(QWidget* parent)
     each->installEventFilter(this);
   }
   connect(colleagues_, &QComboBox::currentIndexChanged, this, &ConversationPane::fill);
-  connect(search_, &QLineEdit::textChanged, this, &ConversationPane::fill);
+  searching_.setSingleShot(true);
+  searching_.setInterval(kSearchDelayMs);
+  connect(&searching_, &QTimer::timeout, this, &ConversationPane::fill);
+  connect(search_, &QLineEdit::textChanged, &searching_, qOverload<>(&QTimer::start));
 }
 
 void ConversationPane::build() {

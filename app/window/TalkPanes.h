@@ -3,6 +3,7 @@
 #include <QDockWidget>
 #include <QPlainTextEdit>
 #include <QStringList>
+#include <QTimer>
 #include <QWidget>
 #include <deque>
 #include <vector>
@@ -122,6 +123,7 @@ class ConversationPane : public QWidget {
   QLineEdit* search_;
   QPlainTextEdit* view_;
   std::deque<SaidLine> lines_;
+  QTimer searching_;  ///< while somebody types, a long conversation is not searched at each letter
   int unread_ = 0;
 };
 

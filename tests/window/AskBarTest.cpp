@@ -64,7 +64,12 @@ struct AskBarTest : testing::Test {
   MessageBar asks{"asks", &window};
   MessageBar answers{"answers", &window};
   QStringList lines;
-  AskTeller teller{window, asks, answers, [this](const QString& line) { lines.append(line); }};
+  AskTeller::Ended ended;  ///< of the last line
+  AskTeller teller{window, asks, answers,
+                   [this](const QString& line, const AskTeller::Ended& then) {
+                     lines.append(line);
+                     ended = then;
+                   }};
 };
 
 TEST_F(AskBarTest, OneAskIsToldInWordsAndAnsweredAtOnce) {
@@ -72,8 +77,12 @@ TEST_F(AskBarTest, OneAskIsToldInWordsAndAnsweredAtOnce) {
   EXPECT_EQ(asks.text(), "BEN asks for the edit \"Opening titles\": please");
   EXPECT_FALSE(asks.isHidden());
   EXPECT_TRUE(press(asks, "Give"));
+  EXPECT_TRUE(press(asks, "Give"));
   EXPECT_TRUE(press(asks, "Not now"));
-  EXPECT_EQ(lines, QStringList({"answer 7 give", "answer 7 no"}));
+  EXPECT_EQ(lines, QStringList("answer 7 give")) << "a second click answers nothing";
+  ended(false);
+  EXPECT_TRUE(press(asks, "Not now"));
+  EXPECT_EQ(lines, QStringList({"answer 7 give", "answer 7 no"})) << "it had failed";
   EXPECT_FALSE(asks.isHidden()) << "until the station says that it is answered";
   show({});
   EXPECT_TRUE(asks.isHidden());
@@ -153,6 +162,17 @@ TEST_F(AskBarTest, WhatWasGivenIsOfferedToBeOpened) {
   answers.hide();
   teller.takeAnswers({givenOf("Dock")});
   EXPECT_FALSE(answers.text().contains("Quay")) << "what was closed was read";
+}
+
+TEST_F(AskBarTest, OfManyGiftsTheLatestAreOfferedToBeOpened) {
+  QSignalSpy opened(&teller, &AskTeller::openWanted);
+  teller.takeAnswers({givenOf("One"), givenOf("Two"), givenOf("Three"), givenOf("Four")});
+  EXPECT_FALSE(press(answers, "Open One"));
+  EXPECT_TRUE(press(answers, "Open Four"));
+  EXPECT_TRUE(press(answers, "Open Two"));
+  ASSERT_EQ(opened.size(), 2);
+  EXPECT_EQ(opened[0].front().value<AskAnswer>().object, "E-Four");
+  EXPECT_EQ(opened[1].front().value<AskAnswer>().object, "E-Two");
 }
 
 TEST_F(AskBarTest, NamesAndWordsOfAnyKindAreHarmless) {

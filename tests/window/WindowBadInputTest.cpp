@@ -159,9 +159,9 @@ TEST_F(WindowBadInputTest, ASmallWindowHoldsEverythingAtOnceInTabs) {
     ASSERT_TRUE(waitForProject(window, "Harbour"));
     openPanel(window);
     for (QDockWidget* dock : window.findChildren<QDockWidget*>()) dock->show();
-    for (const auto& [size, tabs] : {std::pair(QSize(300, 200), 5),
+    for (const auto& [size, tabs] : {std::pair(QSize(300, 200), 6),
                                      {QSize(1000, 700), 0},
-                                     {QSize(700, 300), 5},
+                                     {QSize(700, 300), 6},
                                      {QSize(1000, 700), 0}}) {
       window.resize(size);
       EXPECT_TRUE(waitFor(
