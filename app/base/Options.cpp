@@ -375,11 +375,18 @@ std::string linkedFile(const std::string& file) {
   return problem ? file : real.string();
 }
 
-/// Who may read the file stays as it is.
+/// Who may read the file stays as it is; a group that cannot be kept may do nothing with it. A new
+/// file is its maker's alone.
 Result<void> keepMode(const std::string& file, const std::string& temporary) {
-  struct stat status {};
-  const bool isThere = ::stat(file.c_str(), &status) == 0;
-  if (!isThere || ::chmod(temporary.c_str(), status.st_mode & 07777) == 0) return {};
+  constexpr mode_t kAll = 07777;
+  constexpr mode_t kOfGroup = 0070;
+  struct stat old {};
+  const bool isThere = ::stat(file.c_str(), &old) == 0;
+  mode_t mode = isThere ? old.st_mode & kAll : 0600;
+  const bool isOfGroup =
+      isThere && ::chown(temporary.c_str(), static_cast<uid_t>(-1), old.st_gid) == 0;
+  if (isThere && !isOfGroup) mode &= ~kOfGroup;
+  if (::chmod(temporary.c_str(), mode) == 0) return {};
   return errorFromErrno(errno, "write", file);
 }
 
@@ -534,12 +541,18 @@ std::variant<Options, ProgramEnd> readOptions(int argc, const char* const* argv)
   return settled(std::move(given), flags);
 }
 
+bool hostFollowsUser(const Options& options) {
+  const auto host = options.given.find("host");
+  return host == options.given.end() || host->second.empty() ||
+         host->second.back().text == options.station.user;
+}
+
 Result<Options> withAnswers(const Options& options, const std::string& projects,
                             const std::string& user) {
   Options answered = options;
   answered.given["projects"] = {{projects, "projects"}};
   answered.given["user"] = {{user, "user"}};
-  if (!answered.given.contains("host")) answered.given["host"] = {{user, "host"}};
+  if (hostFollowsUser(options)) answered.given["host"] = {{user, "host"}};
   auto checked = validateOptions(answered.given);
   if (!checked) return checked.error();
   answered.station = std::move(checked->station);

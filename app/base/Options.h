@@ -87,6 +87,10 @@ enum class Asking { eNobody, ePerson };
 /// projects directory stays empty where a person is to be asked for it.
 Result<Options> validateOptions(const GivenOptions& given, Asking asking = Asking::eNobody);
 
+/// Whether the host name is nobody's own choice: not given, or the user's name. Then it changes
+/// with the user's: messages to a user arrive where both are the same.
+bool hostFollowsUser(const Options& options);
+
 /// The options with the projects directory and the user's name that a person gave at the window;
 /// the host is called as the user is unless it was given a name: others address a station by it.
 Result<Options> withAnswers(const Options& options, const std::string& projects,

@@ -318,7 +318,7 @@ QString ActionRunner::copyName(const QString& name) const {
   const QString first = tr("%1 copy").arg(name);
   QString copy = first;
   for (int number = 2; taken.contains(copy); ++number) {
-    copy = tr("%1 copy %2").arg(name).arg(number);
+    copy = tr("%1 copy %2").arg(name, QString::number(number));
   }
   return copy;
 }

@@ -151,7 +151,7 @@ void DetailPane::showChange() {
     // What was done is known a moment later than that something was.
     if (change_->isHidden() || isDeedShown()) return;
     if (isOutdated_) return tellChange();
-    return isFollowing() ? showFollowed() : void();
+    return isFollowing() && canShowNow() ? showFollowed() : void();
   }
   if (isFollowing() && canShowNow()) return showFollowed();
   isOutdated_ = true;
@@ -169,8 +169,9 @@ void DetailPane::follow() {
   followed_ = row_.cookie;
   wasOpen_ = row_.isOpen;
   if (!row_.isOpen) Q_EMIT openWanted(row_.cookie);
-  // What waited to be shown is shown with the rest.
-  if (!change_->isHidden()) showFollowed();
+  // What waited to be shown is shown with the rest; a bar that tells something else goes.
+  if (!isOutdated_) change_->hide();
+  if (isOutdated_ && canShowNow()) showFollowed();
   showHeading();
   Q_EMIT followingChanged();
 }

@@ -517,6 +517,11 @@ TrimDialog::TrimDialog(const TimelinePtr& timeline, const QString& path, QWidget
   inputs_[eIn].text->selectAll();
 }
 
+// An input that loses the focus as it is destroyed would tell a dialog that is no more.
+TrimDialog::~TrimDialog() {
+  for (const Input& each : inputs_) each.text->disconnect(this);
+}
+
 void TrimDialog::addInput(QFormLayout& form, Field field, const QString& label) {
   static constexpr std::array<const char*, 3> kNames{"in", "out", "length"};
   Input& input = inputs_[field];

@@ -172,6 +172,7 @@ class TrimDialog : public QDialog {
  public:
   /// Offers the clips of the timeline that can be trimmed; the one at `path` first, if it is one.
   TrimDialog(const TimelinePtr& timeline, const QString& path, QWidget* parent);
+  ~TrimDialog() override;
 
   /// Fills in what was typed before, and says why it was refused.
   void correct(const ClipTrim& trim, const QString& why);

@@ -73,17 +73,23 @@ DoctorLook::DoctorLook(const Options& options, QObject* parent)
   connect(&pause_, &QTimer::timeout, this, &DoctorLook::start);
 }
 
-// A look at a share that hangs goes on for as long as it takes, without its asker.
+// A look at a share that hangs ends when the share lets it, without its asker.
 DoctorLook::~DoctorLook() {
   if (!process_) return;
   process_->disconnect(this);
   connect(process_, &QProcess::finished, process_, &QObject::deleteLater);
   process_->setParent(QCoreApplication::instance());
+  process_->kill();
 }
 
 void DoctorLook::ask(const QString& folder, const QString& user) {
   wanted_ = {folder, user};
   pause_.start();
+}
+
+void DoctorLook::forget() {
+  wanted_.clear();
+  pause_.stop();
 }
 
 void DoctorLook::start() {
@@ -94,10 +100,15 @@ void DoctorLook::start() {
   connect(process_, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
     if (error == QProcess::FailedToStart) end();
   });
-  QStringList words{
-      QStringLiteral("doctor"), running_[0], QStringLiteral("--user"), running_[1],
-      QStringLiteral("--host"), running_[1], QStringLiteral("--wait"), QStringLiteral("0"),
-      QStringLiteral("--json")};
+  QStringList words{QStringLiteral("doctor"),
+                    running_[0],
+                    QStringLiteral("--user"),
+                    running_[1],
+                    QStringLiteral("--host"),
+                    hostFollowsUser(options_) ? running_[1] : readableText(options_.station.host),
+                    QStringLiteral("--wait"),
+                    QStringLiteral("0"),
+                    QStringLiteral("--json")};
   const auto port = options_.station.config.find(kPortKey);
   if (port != options_.station.config.end())
     words << QStringLiteral("--port") << readableText(port->second);
@@ -108,6 +119,7 @@ void DoctorLook::end() {
   QProcess* const ended = std::exchange(process_, nullptr);
   if (!ended) return;
   ended->deleteLater();
+  if (wanted_.isEmpty()) return;
   if (running_ != wanted_) return pause_.start();
   const auto report = parseJson(ended->readAllStandardOutput().toStdString());
   if (report) {
@@ -239,11 +251,12 @@ void StartDialog::check() {
   buttons_->findChild<QPushButton*>(QStringLiteral("start"))
       ->setEnabled(hasFolder && name.isEmpty());
   say(*userSaying_, Tone::eProblem, name);
+  if (!hasFolder || !name.isEmpty()) look_.forget();
   if (!hasFolder) {
     const QString why = tr("Write the whole path, from the first \"/\" on.");
     return say(*folderSaying_, Tone::eProblem, folder().isEmpty() ? QString() : why);
   }
-  say(*folderSaying_, Tone::eNote, tr("Looking at it…"));
+  say(*folderSaying_, Tone::eNote, name.isEmpty() ? tr("Looking at it…") : QString());
   if (name.isEmpty()) look_.ask(folder(), user_->text());
 }
 
@@ -299,7 +312,7 @@ void StartDialog::start() {
   if (!answered) return tell(readableText(answered.error().message));
   if (remember_->isChecked()) {
     ConfigChanges changes{{"projects", {folder}}, {"user", {user}}};
-    if (!options_.given.contains("host")) changes["host"] = {user};
+    if (hostFollowsUser(options_)) changes["host"] = {user};
     if (const auto kept = changeConfigFile(options_.configFile, changes); !kept) {
       remember_->setChecked(false);
       return tell(tr("It cannot be remembered: %1").arg(readableText(kept.error().message)));
@@ -557,8 +570,9 @@ void PreferencesDialog::addBrowsing(QLineEdit& edit, Preference::Kind kind) {
 }
 
 void PreferencesDialog::addField(QFormLayout& form, const Preference& preference) {
-  Field field{&preference, nullptr, wrapped("problem"), valuesInFile(preference)};
+  Field field{&preference, nullptr, wrapped("problem"), valuesInFile(preference), {}};
   field.input = makeInput(preference, field.before);
+  field.shown = valuesOf(*field.input);
   field.input->setObjectName(QString::fromLatin1(preference.key));
   form.addRow(tr(preference.label), field.input);
   const auto given = options_.given.find(preference.key);
@@ -580,7 +594,7 @@ void PreferencesDialog::check() {
   bool isRight = true;
   for (const Field& field : fields_) {
     const auto values = valuesOf(*field.input);
-    const bool isOther = values != field.before;
+    const bool isOther = values != field.shown;
     const QString problem = isOther ? problemOf(*field.preference, values) : QString();
     field.problem->setText(problem);
     field.problem->setVisible(!problem.isEmpty());
@@ -598,8 +612,10 @@ void PreferencesDialog::keep() {
   ConfigChanges changes;
   for (const Field& field : fields_) {
     auto values = valuesOf(*field.input);
-    if (values != field.before) changes[field.preference->key] = std::move(values);
+    if (values != field.shown) changes[field.preference->key] = std::move(values);
   }
+  if (changes.contains("user") && !changes.contains("host") && hostFollowsUser(options_))
+    changes["host"] = changes["user"];
   if (const auto kept = changeConfigFile(options_.configFile, changes); !kept) {
     problem_->setText(tr("Nothing was kept. %1").arg(readableText(kept.error().message)));
     problem_->show();

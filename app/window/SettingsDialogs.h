@@ -40,6 +40,9 @@ class DoctorLook : public QObject {
   /// Asks for a look; one that is under way for other values is not told any more.
   void ask(const QString& folder, const QString& user);
 
+  /// Nothing is to be looked at: what was asked for is not told any more.
+  void forget();
+
  Q_SIGNALS:
   /// `problem` is why there was no look; empty where there was.
   void told(const std::vector<DoctorLine>& lines, const QString& problem);
@@ -121,6 +124,7 @@ class PreferencesDialog : public QDialog {
     QWidget* input = nullptr;
     QLabel* problem = nullptr;
     std::vector<std::string> before;  ///< the file's values; none where it has none
+    std::vector<std::string> shown;   ///< how the input has them; what differs was changed here
   };
 
   QWidget* makePage(const QString& title);

@@ -170,12 +170,15 @@ void RecentProjects::takeSnapshot(const Snapshot& snapshot) {
 
 /// Opens what was open, unless something is open by now.
 void RecentProjects::begin(const Snapshot& snapshot) {
+  // A share that answers late is waited for.
+  const bool isOpen = !snapshot.project.cookie.isEmpty();
+  if (!isOpen && !snapshot.projectsProblem.isEmpty()) return;
   hasBegun_ = true;
   offered_ = all();
-  if (start_ == Start::eAfresh || !snapshot.project.cookie.isEmpty()) return;
+  if (start_ == Start::eAfresh || isOpen) return;
   const QString last = windowSettings().value(lastKey(directory_)).toString();
   const auto found = std::ranges::find(offered_, last, &RecentProject::cookie);
-  if (last.isEmpty() || found == offered_.end() || !snapshot.projectsProblem.isEmpty()) return;
+  if (last.isEmpty() || found == offered_.end()) return;
   if (!holdsProject(snapshot, last)) {
     Q_EMIT lastIsGone(found->name);
     return;

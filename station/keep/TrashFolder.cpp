@@ -92,7 +92,14 @@ bool readName(const std::string& name, Trashed& trashed) {
 /// looked at is there all the same: who takes it back is told why that cannot be.
 bool lookAt(Trashed& trashed) {
   struct stat status {};
-  if (::lstat(trashed.path.c_str(), &status) != 0) return errno != ENOENT && errno != ENOTDIR;
+  if (::lstat(trashed.path.c_str(), &status) != 0) {
+    const int problem = errno;
+    // When it was deleted its name says, too: without a time it would count as the oldest of all.
+    std::tm parts{};
+    if (::strptime(trashed.at.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts))
+      trashed.moved = ::timegm(&parts) * kNanosecond;
+    return problem != ENOENT && problem != ENOTDIR;
+  }
   trashed.isPlain = S_ISREG(status.st_mode);
   trashed.size = static_cast<std::size_t>(status.st_size);
   // The rename into the trash set the time of change, by the share's clock.

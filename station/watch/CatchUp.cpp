@@ -21,9 +21,9 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// Between two questions, in seconds, where the configuration's "watch_seconds" names no other.
-/// At most as many as that is: whoever waits an hour does not want to be told.
+/// Seconds between two questions, where the configuration's "watch_seconds" names no other pace.
 constexpr int kUsualPeriod = 2;
+/// The longest pace that can be set.
 constexpr int kSlowestPace = 3600;
 
 /// Rooms change less often than edits, and their lists ask the share by themselves.
@@ -81,12 +81,12 @@ void keep(ReadCache& cache, const FoundFile& file) {
 
 void CatchUp::handleProjectEntry() try {
   found_ = 0;
+  cache_ = hostParts().projects->current()->cache;
+  postSave(kFirstSave);
   const milliseconds period = configuredPeriod();
   if (period == period.zero()) return;
   watch_ = std::make_unique<FolderWatch>(host_, foldersOf(*hostParts().projects->current(), period),
                                          [this](const FoundFiles& files) { take(files); });
-  cache_ = hostParts().projects->current()->cache;
-  postSave(kFirstSave);
 } catch (const std::system_error& problem) {
   LogBoth(
       "Changes that no message tells of are not found, since no thread can be made for it: %s. "

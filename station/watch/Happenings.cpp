@@ -252,6 +252,8 @@ template <typename Found>
 bool Happenings::findOut(std::function<Found()> find, std::function<void(Found)> take) {
   return reader_->ask([find = std::move(find), take = std::move(take),
                        visit = std::weak_ptr<int>(visit_)]() -> Reader::Finding {
+    // The project was left meanwhile: nobody waits for what the share would be asked.
+    if (visit.expired()) return [] {};
     return [found = find(), take, visit] {
       if (!visit.expired()) take(found);
     };
@@ -416,7 +418,10 @@ Deeds listedDeeds(const EditSummary& before, const EditSummary& now) {
 void Happenings::replaced(const Cookie& cookie, const EditSummary& before, const EditSummary& now) {
   Happening happening = begun(Edits::kindText(cookie), cookie, now.name);
   const bool isSave = before.savedBy != now.savedBy || before.savedAt != now.savedAt;
+  // What is found in the file and was not saved was written by another program: nobody is named who
+  // only saved before it.
   if (isSave && !now.savedBy.empty()) happening.by = now.savedBy;
+  if (!isSave && currentOrigin() == Origin::eFolder) happening.by.clear();
   // By the clock of the station that saved, which may be ahead.
   const auto saved = isSave ? secondsIn(now.savedAt) : std::nullopt;
   if (saved && currentOrigin() == Origin::eFolder)

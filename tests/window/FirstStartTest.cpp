@@ -244,8 +244,11 @@ TEST_F(GoingOnTest, TheWindowOpensWhereItWasLeft) {
       run(window, QStringLiteral("edit create ") + name);
       run(window, QStringLiteral("edit save ") + name);
     }
-    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Noon").isEmpty(); }));
+    // The last one, too: a row that came between would take the click.
+    ASSERT_TRUE(waitFor(
+        [&] { return !keyOf(window, "Noon").isEmpty() && !keyOf(window, "Dusk").isEmpty(); }));
     clickEdit(window, "Noon");
+    ASSERT_TRUE(waitFor([&] { return chosenEdit(window) == "Noon"; }));
   });
   play([](MainWindow& window) {
     EXPECT_TRUE(waitForProject(window, "Harbour"));
