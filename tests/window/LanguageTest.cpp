@@ -3,6 +3,7 @@
 #include <QAbstractButton>
 #include <QAction>
 #include <QComboBox>
+#include <QCoreApplication>
 #include <QDialog>
 #include <QDockWidget>
 #include <QGroupBox>
@@ -112,6 +113,9 @@ class LanguageCheck {
     // What it waits for is said by the station.
     const QString ready = MadeUpLanguage::of("Ready");
     waitFor([&] { return window_.status().busyText() == ready; }, 5000);
+    // A text that has just changed has its room once all is laid out anew.
+    QCoreApplication::processEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
     learn();
     lookAt(window_);
     for (const QAction* action : window_.findChildren<QAction*>()) lookAt(*action);
