@@ -87,8 +87,8 @@ enum class Asking { eNobody, ePerson };
 /// projects directory stays empty where a person is to be asked for it.
 Result<Options> validateOptions(const GivenOptions& given, Asking asking = Asking::eNobody);
 
-/// Whether the host name is nobody's own choice: not given, or the user's name. Then it changes
-/// with the user's: messages to a user arrive where both are the same.
+/// Whether nobody chose the host name: it was not given, or is the user's name. It then changes
+/// with the user's name, since messages to a user arrive where both are the same.
 bool hostFollowsUser(const Options& options);
 
 /// The options with the projects directory and the user's name that a person gave at the window;

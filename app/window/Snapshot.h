@@ -63,7 +63,7 @@ struct ObjectRow {
   bool isDirty = false;             ///< the user's changes are not saved
   bool isNamesake = false;          ///< another edit or log has its name, too
   bool isUnsavedElsewhere = false;  ///< another's, who announced them, are not
-  QString missingFrom;              ///< whose unsaved changes are missing here; empty for nobody's
+  QString missingFrom;              ///< users whose unsaved changes are missing here; or empty
   bool isDeleted = false;           ///< by another, while it was open or had unsaved changes here
   RemoteChanges elsewhere;
   quint64 content = 0;   ///< other when it holds something else; the same at every start

@@ -198,8 +198,7 @@ TEST_F(TerminalTest, WhatTheStationSaysAppearsAboveTheLineBeingTyped) {
 TEST_F(TerminalTest, WhatOthersChangeIsToldInALineEachAndNotInTheLogsWords) {
   const std::string events = folder_ / "anna.events";
   getUp();
-  // By messages alone: on a busy machine the folder would tell of a change before its message, and
-  // not by whom it was.
+  // By messages alone: on a busy machine the folder could tell of a change first, without a name.
   sitDown("ANNA", "ANNA", {"--events", events, "--set", "watch_seconds=0"});
   ASSERT_TRUE(sees("kv> ")) << shown_;
   type("project create Film\rproject enter Film\redit create Mine\rwhoami\r");
