@@ -108,17 +108,19 @@ std::string Trash::kindOf(const Trashed& trashed) const {
 }
 
 Trash::Content Trash::contentOf(const Trashed& trashed) const {
-  if (!trashed.isPlain) return {{}, {}, "It is no plain file."};
+  if (!trashed.isPlain) {
+    return {{}, {}, Error{ErrorCode::eBadContent, "It is no plain file.", trashed.path}};
+  }
   const bool holdsEdit = isEdit(trashed);
   const auto bytes = readListed(trashed.path, holdsEdit ? kLargestFile : kLargestRecord);
-  if (!bytes) return {{}, {}, bytes.error().message};
+  if (!bytes) return {{}, {}, bytes.error()};
   if (!holdsEdit) {
     const auto record = parseRecord(bytes, trashed.path);
-    if (!record) return {{}, {}, record.error().message};
+    if (!record) return {{}, {}, record.error()};
     return {(*record)["name"].asString(), {}, {}};
   }
   auto summary = readEditSummary(*bytes);
-  if (!summary) return {{}, {}, summary.error().message};
+  if (!summary) return {{}, {}, summary.error()};
   return {std::move(summary->name), std::move(summary->owner), {}};
 }
 
@@ -128,6 +130,7 @@ Result<JsonValue> Trash::list() const {
   JsonValue rows = JsonValue::array();
   for (const Trashed& each : *found) {
     const Content content = contentOf(each);
+    const std::string problem = content.problem ? content.problem->message : "";
     rows.append(JsonValue::object({{"cookie", each.object},
                                    {"name", shownText(content.name)},
                                    {"kind", kindOf(each)},
@@ -136,7 +139,7 @@ Result<JsonValue> Trash::list() const {
                                    {"by", shownText(each.by)},
                                    {"size", static_cast<unsigned long>(each.size)},
                                    {"deletion", each.mark},
-                                   {"problem", shownText(content.problem)}}));
+                                   {"problem", shownText(problem)}}));
   }
   return rows;
 }
@@ -150,6 +153,16 @@ std::vector<std::string> Trash::namesAndCookies() const {
     if (std::string name = contentOf(each).name; !name.empty()) words.push_back(std::move(name));
   }
   return words;
+}
+
+/// What kept a deleted object from being read, whose name is therefore not known; of several the
+/// first. Not of files that were read and make no sense: they have no name.
+std::optional<Error> Trash::unreadOf(const std::vector<Trashed>& found) const {
+  for (const Trashed& each : found) {
+    const auto problem = contentOf(each).problem;
+    if (problem && problem->code != ErrorCode::eBadContent) return problem;
+  }
+  return {};
 }
 
 Result<Trashed> Trash::find(const std::string& object) const {
@@ -170,7 +183,13 @@ Result<Trashed> Trash::find(const std::string& object) const {
       return object.size() > 1 && upperCased(each.object).starts_with(upperCased(object));
     });
   }
-  return one;
+  if (!isNone(one)) return one;
+  const auto unread = unreadOf(*found);
+  if (!unread) return one;
+  return Error{unread->code,
+               "Whether something called " + inQuotes(object) +
+                   " is in the trash is not known: " + unread->message,
+               unread->path};
 }
 
 Result<Cookie> Trash::restore(const std::string& object) {

@@ -48,7 +48,7 @@ class Trash {
   struct Content {
     std::string name;
     std::string owner;
-    std::string problem;
+    std::optional<Error> problem;  ///< why nothing is known of it
   };
 
   [[nodiscard]] Result<std::string> folder() const;
@@ -57,6 +57,7 @@ class Trash {
   [[nodiscard]] std::string kindOf(const Trashed& trashed) const;
   [[nodiscard]] Content contentOf(const Trashed& trashed) const;
   [[nodiscard]] Result<Trashed> find(const std::string& object) const;
+  [[nodiscard]] std::optional<Error> unreadOf(const std::vector<Trashed>& found) const;
   Step stepOf(const Trashed& trashed, const std::string& name);
   [[nodiscard]] bool mayRemove(const Trashed& trashed) const;
   Result<bool> remove(const Trashed& trashed) const;

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -10,28 +9,13 @@
 
 #include "station/os/SharedFiles.h"
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/support/AsNobody.h"
 
 using namespace korvel;
 
 namespace {
 
 namespace fs = std::filesystem;
-
-/// Lets this process be a user without rights on what root owns, for as long as it lives.
-class AsNobody {
- public:
-  AsNobody() : isRoot_(::geteuid() == 0) {
-    if (isRoot_ && ::seteuid(65534) != 0) ADD_FAILURE() << "the user stays root";
-  }
-  AsNobody(const AsNobody&) = delete;
-  AsNobody& operator=(const AsNobody&) = delete;
-  ~AsNobody() {
-    if (isRoot_ && ::seteuid(0) != 0) ADD_FAILURE() << "the user does not become root again";
-  }
-
- private:
-  bool isRoot_;
-};
 
 class TrashFolderTest : public testing::Test {
  protected:

@@ -7,6 +7,7 @@
 #include "station/containers/Containers.h"
 #include "station/edit/EditHistory.h"
 #include "station/os/SharedFiles.h"
+#include "tests/support/AsNobody.h"
 #include "tests/support/DocumentStation.h"
 
 using namespace korvel;
@@ -194,6 +195,24 @@ TEST_F(TrashTest, AFileThatCannotBeReadIsListedAndComesBackAsItIs) {
     EXPECT_NE(edits.listed(cookie)["problem"].asString(), "");
     ASSERT_TRUE(EditActions::remove({cookie}));
   }
+}
+
+// Its name stands in the file alone.
+TEST_F(TrashTest, OfAFileThatMayNotBeReadItIsNotSaidThatItIsNotThere) {
+  deleted("Reel");
+  const fs::path path = newest();
+  fs::permissions(folder.path(), fs::perms::all);
+  fs::permissions(projects.current()->folder, fs::perms::all);
+  fs::permissions(path.parent_path(), fs::perms::all);
+  fs::permissions(path, fs::perms::none);
+  const AsNobody nobody;
+  const auto back = trash_.restore("Reel");
+  ASSERT_FALSE(back);
+  EXPECT_EQ(back.error().code, ErrorCode::eNoRights);
+  EXPECT_EQ(back.error().path, path);
+  EXPECT_EQ(back.error().message.find("Whether something called \"Reel\" is in the trash is not "
+                                      "known: "),
+            0U);
 }
 
 TEST_F(TrashTest, ABinThatCannotBeReadComesBackAsItIs) {
