@@ -370,8 +370,14 @@ class ConfigChanger {
 
 /// What a symbolic link leads to: files of settings are often kept elsewhere.
 std::string linkedFile(const std::string& file) {
+  constexpr int kMostLinks = 8;
   std::error_code problem;
-  const auto real = std::filesystem::weakly_canonical(file, problem);
+  std::filesystem::path at = file;
+  // One that leads to nothing yet stays a link.
+  for (int i = 0; i < kMostLinks && std::filesystem::is_symlink(at, problem); ++i) {
+    at = at.parent_path() / std::filesystem::read_symlink(at, problem);
+  }
+  const auto real = std::filesystem::weakly_canonical(at, problem);
   return problem ? file : real.string();
 }
 

@@ -34,6 +34,10 @@ namespace {
 
 constexpr int kStartFailed = 2;
 
+/// In the environment of a process whose options a person answered in the window: a person who
+/// answered wrongly is asked again.
+constexpr const char* kAnswered = "KV_STATION_ANSWERED";
+
 /// Tab and `wait` give the host thread so long to answer.
 constexpr auto kPatience = std::chrono::seconds(2);
 
@@ -149,6 +153,7 @@ int StationProgram::run() {
       [this] { return takeInterrupt(); });
   if (options_.station.projectsDirectory.empty() && !askForStart({})) return status_;
   if (auto prepared = prepare(); !prepared) {
+    startProblem_ = prepared.error().message;
     fail(prepared.error());
   } else if (window_) {
     runBesideWindow();
@@ -163,8 +168,9 @@ int StationProgram::run() {
 /// from a menu reads no console.
 void StationProgram::askAfterFailure() {
   const auto given = options_.given.find("projects");
+  const bool isAnswer = ::getenv(kAnswered) != nullptr;
   const bool isTyped =
-      given == options_.given.end() || given->second.back().where.starts_with("--");
+      !isAnswer && (given == options_.given.end() || given->second.back().where.starts_with("--"));
   if (startProblem_.empty() || !window_ || isTyped || !options_.script.empty()) return;
   isToStartAgain_ = askForStart(startProblem_);
 }
@@ -238,6 +244,10 @@ Result<void> StationProgram::prepare() {
   setDiagnosticWriter([this](const std::string& text) {
     text_.answer(text.ends_with('\n') ? text.substr(0, text.size() - 1) : text);
   });
+  // First of all, so that it can show what goes wrong.
+  if (options_.hasWindow) {
+    if (auto opened = openWindow(); !opened) return opened;
+  }
   if (!options_.events.empty()) {
     if (auto opened = file_.open(options_.events); !opened) return opened;
     events_.addSink(file_);
@@ -248,9 +258,6 @@ Result<void> StationProgram::prepare() {
   }
   events_.addSink(history_);
   events_.addSink(text_);
-  if (options_.hasWindow) {
-    if (auto opened = openWindow(); !opened) return opened;
-  }
   installEvents(&events_);
   addCommands(commands_,
               {waiter_, history_, [this](const std::string& name) { return cookieOf(name); },
@@ -392,6 +399,7 @@ int startAgain(int argc, const char* const* argv, const std::vector<std::string>
   for (int i = 0; i < argc; ++i) words.push_back(const_cast<char*>(argv[i]));
   for (const std::string& word : more) words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
+  ::setenv(kAnswered, "1", 1);
   ::execv("/proc/self/exe", words.data());
   std::perror("kv-station");
   return kStartFailed;

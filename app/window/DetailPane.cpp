@@ -108,10 +108,10 @@ void DetailPane::update(const ObjectRow& row, const QString& contents) {
 
 void DetailPane::showMissing() {
   const QString& from = row_.missingFrom;
-  const QString text =
-      from.isEmpty()
-          ? QString()
-          : tr("Unsaved changes of %1's are missing here until %1 saves.").arg(oneLine(from));
+  const bool areSeveral = from.contains(QLatin1String(", "));
+  const QString form = areSeveral ? tr("Unsaved changes of %1 are missing here until they save.")
+                                  : tr("Unsaved changes of %1's are missing here until %1 saves.");
+  const QString text = from.isEmpty() ? QString() : form.arg(oneLine(from));
   // One that the user closed stays closed until something else is missing.
   if (std::exchange(missingText_, text) == text) return;
   text.isEmpty() ? missing_->hide() : missing_->tell(MessageBar::Kind::eNote, text);
@@ -212,7 +212,8 @@ void DetailPane::showFollowed() {
 
 bool DetailPane::isDeedShown() const {
   const QString did = row_.elsewhere.did;
-  return did.isEmpty() || change_->text().contains(did);
+  // With what follows it: "trimmed Clip-1" is not "trimmed Clip-10".
+  return did.isEmpty() || change_->text().contains(did + QLatin1String(", "));
 }
 
 void DetailPane::tellChange() {

@@ -1,5 +1,7 @@
 #include "app/window/SettingsDialogs.h"
 
+#include <signal.h>
+
 #include <QAction>
 #include <QCheckBox>
 #include <QComboBox>
@@ -96,6 +98,12 @@ void DoctorLook::start() {
   if (process_) return;  // end() goes on with what is wanted then
   running_ = wanted_;
   process_ = new QProcess(this);
+  // This program takes signals on a thread of its own and blocks them everywhere else.
+  process_->setChildProcessModifier([] {
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  });
   connect(process_, &QProcess::finished, this, &DoctorLook::end);
   connect(process_, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
     if (error == QProcess::FailedToStart) end();
@@ -354,15 +362,21 @@ std::vector<std::string> valuesOf(const QWidget& input) {
 
 QString plainLabel(const QString& label) { return QString(label).remove(QLatin1Char('&')); }
 
-/// As the station would refuse it at its next start; empty for what it takes.
-QString refusalOf(const Preference& preference, const std::vector<std::string>& values) {
+/// Adds what is filled in to what a start would be given.
+void give(GivenOptions& given, const Preference& preference,
+          const std::vector<std::string>& values) {
   const std::string where = plainLabel(PreferencesDialog::tr(preference.label)).toStdString();
-  GivenOptions given;
+  const bool isOption = findOption(preference.key) != nullptr;
   for (const std::string& value : values) {
-    const bool isOption = findOption(preference.key) != nullptr;
     given[isOption ? preference.key : "set"].push_back(
         {isOption ? value : std::string(preference.key) + "=" + value, where});
   }
+}
+
+/// As the station would refuse it at its next start; empty for what it takes.
+QString refusalOf(const Preference& preference, const std::vector<std::string>& values) {
+  GivenOptions given;
+  give(given, preference, values);
   const auto checked = validateOptions(given, Asking::ePerson);
   return checked ? QString() : readableText(checked.error().message);
 }
@@ -608,7 +622,19 @@ void PreferencesDialog::check() {
                            : tr("Something filled in cannot be used."));
 }
 
+/// What only all of it together shows, such as one folder within another.
+QString PreferencesDialog::refusalOfAll() const {
+  GivenOptions given;
+  for (const Field& field : fields_) give(given, *field.preference, valuesOf(*field.input));
+  const auto checked = validateOptions(given, Asking::ePerson);
+  return checked ? QString() : readableText(checked.error().message);
+}
+
 void PreferencesDialog::keep() {
+  if (const QString refusal = refusalOfAll(); !refusal.isEmpty()) {
+    problem_->setText(tr("Nothing was kept. %1").arg(refusal));
+    return problem_->show();
+  }
   ConfigChanges changes;
   for (const Field& field : fields_) {
     auto values = valuesOf(*field.input);

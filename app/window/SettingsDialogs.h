@@ -132,6 +132,7 @@ class PreferencesDialog : public QDialog {
   QWidget* makeInput(const Preference& preference, const std::vector<std::string>& values);
   void addBrowsing(QLineEdit& edit, Preference::Kind kind);
   void check();
+  [[nodiscard]] QString refusalOfAll() const;
   void keep();
   [[nodiscard]] std::vector<std::string> valuesInFile(const Preference& preference) const;
 

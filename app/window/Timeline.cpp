@@ -205,6 +205,13 @@ ClipTrim::ClipTrim(const TimelineItem& clip)
       firstFrame_(timecode_.frameAt(clip.material.start + partOfFrame(clip.rate))),
       lastFrame_(timecode_.frameAt(clip.material.end - partOfFrame(clip.rate))) {}
 
+bool ClipTrim::isOf(const TimelineItem& clip) const {
+  const ClipTrim other(clip);
+  return clip.canBeTrimmed && other.path_ == path_ && other.firstIn_ == firstIn_ &&
+         other.firstOut_ == firstOut_ && other.firstFrame_ == firstFrame_ &&
+         other.lastFrame_ == lastFrame_;
+}
+
 void ClipTrim::moveIn(long frame) {
   if (isBounded()) frame = std::max(frame, std::min(firstFrame_, firstIn_));
   in_ = std::min(frame, out_ - 1);

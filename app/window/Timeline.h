@@ -66,6 +66,9 @@ class ClipTrim {
  public:
   explicit ClipTrim(const TimelineItem& clip);
 
+  /// Whether this is the trimming of that clip, as it is still.
+  [[nodiscard]] bool isOf(const TimelineItem& clip) const;
+
   [[nodiscard]] const QString& path() const { return path_; }
   [[nodiscard]] const Timecode& timecode() const { return timecode_; }
 

@@ -113,7 +113,7 @@ QString TimelineView::itemText(int index) const {
 void TimelineView::show(const TimelinePtr& timeline) {
   const bool isOther = !timeline || !timeline_ || timeline->cookie != timeline_->cookie;
   timeline_ = timeline;
-  drag_.reset();
+  if (isOther || !isHeld()) drag_.reset();
   if (isOther) {
     zoom_ = 1;
     hasChoice_ = false;
@@ -125,6 +125,13 @@ void TimelineView::show(const TimelinePtr& timeline) {
   fitScrollBars();
   viewport()->update();
   Q_EMIT choiceChanged();
+}
+
+/// Whether an edge is in the user's hand, of a clip that is drawn where it was taken.
+bool TimelineView::isHeld() const {
+  if (!drag_ || drag_->isLetGo || drag_->track >= timeline_->tracks.size()) return false;
+  const auto& items = timeline_->tracks[drag_->track].items;
+  return drag_->item < items.size() && drag_->trim.isOf(items[drag_->item]);
 }
 
 void TimelineView::setHint(const QString& hint) {

@@ -115,6 +115,7 @@ class TimelineView : public QAbstractScrollArea {
   [[nodiscard]] const TimelineAddition* additionAt(const QPoint& at) const;
   [[nodiscard]] Edge edgeAt(const QPoint& at) const;
   void dragTo(int x);
+  [[nodiscard]] bool isHeld() const;
   void paintTrim(QPainter& painter) const;
   [[nodiscard]] QRect trimmedRect() const;
   [[nodiscard]] QString trimText() const;

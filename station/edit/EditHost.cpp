@@ -84,8 +84,7 @@ void EditPtr::i_close() {
   giveBack(edit_);
 }
 
-// The description is for the host's undo list. This station's list
-// makes its own texts (EditSteps).
+// The description is for the host's undo list. This station's list makes its own texts (EditSteps).
 EditModifier::EditModifier(EditPtr& edit, const LightweightString<char>&) : edit_(edit.get()) {
   if (edit_) Edits::holdAgain(*fileOf(edit_));
 }
@@ -105,10 +104,9 @@ void EditManager::addNetMessage(const Cookie& cookie, const LightweightString<ch
   if (!EditFile::concerns(modification.type_)) return;
   if (!isOpenHere(edit)) return tellOfUnopened(cookie, modification);
   if (auto changed = edit->changeRemotely(modification); !changed) {
-    LogBoth(
-        "Another station's change of the %s \"%s\" cannot be "
-        "applied: %s\n",
-        edit->kindText(), shownText(edit->document().name()), changed.error().message);
+    LogBoth("Another station's change of the %s \"%s\" cannot be applied: %s\n", edit->kindText(),
+            shownText(edit->document().name()), changed.error().message);
+    edit->holdsChangesOf.erase(currentAuthor());  // one of them is missing here from now on
     return;
   }
   hostParts().edits->noteLoaded(*edit);
@@ -121,9 +119,8 @@ void EditManager::handleNetDelete(const Cookie& cookie) {
 
 void EditManager::updateProjdbRec(const Cookie& cookie) { hostParts().edits->refresh(cookie); }
 
-// An edit's owner is stored in its file, by the station that gave
-// it away. So a message alone does not change it, forged or not:
-// the file is read. A log's owner is kept in memory only, so there
+// An edit's owner is stored in its file, by the station that gave it away. So a message alone does
+// not change it, forged or not: the file is read. A log's owner is kept in memory only, so there
 // the message counts.
 void EditManager::updateLocalPermissions(const Cookie& cookie,
                                          const LightweightString<char>& owner) {
@@ -158,13 +155,11 @@ LightweightString<wchar_t> getFilenameForCookie(const Cookie& cookie, const Cook
   return wideText(findFile(cookie, get_project_cookie()));
 }
 
-// How the list of edits and the open edits follow what is found in
-// the folder.
+// How the list of edits and the open edits follow what is found in the folder.
 
 namespace korvel {
 
-/// The permission rules decide by the owner that they were told of
-/// last.
+/// The permission rules decide by the owner that they were told of last.
 void Edits::tellOwner(const Cookie& cookie, const std::string& owner) {
   auto* const permissions = iPermissionsManager::instance();
   if (!permissions || cookie.getType() != CookieTypeEdit) return;
@@ -210,8 +205,7 @@ bool Edits::catchUpListed(const Cookie& cookie, const FoundFile& file) {
   const std::string owner = summary->owner;
   // The owner of a log is kept in memory alone.
   if (known && cookie.getType() != CookieTypeEdit) summary->owner = known->owner;
-  // A message told of this save already: the lists were told to
-  // read it again.
+  // A message told of this save already: the lists were told to read it again.
   const bool wasTold = index_.clearStale(cookie);
   const AuthorScope author(summary->savedBy);
   put(cookie, std::move(*summary));

@@ -80,8 +80,8 @@ std::string happeningText(const Happening& happening) {
     texts.push_back(deedText(deeds[i]));
   }
   std::string text = joined(texts, ", ");
-  if (deeds.size() > kMostDeedsShown) {
-    text += " and " + std::to_string(deeds.size() - kMostDeedsShown) + " more";
+  if (const std::size_t more = deeds.size() + happening.further - texts.size(); more > 0) {
+    text += " and " + std::to_string(more) + " more";
   }
   return who + " " + text + " in " + object + later;
 }
@@ -90,18 +90,19 @@ JsonValue shownHappening(const Happening& happening) {
   JsonValue deeds = JsonValue::array();
   const std::size_t shown = std::min(happening.deeds.size(), kMostDeedsShown);
   for (std::size_t i = 0; i < shown; ++i) deeds.append(shownDeed(happening.deeds[i]));
-  return JsonValue::object({{"id", happening.id},
-                            {"when", happening.when},
-                            {"time", utcText(happening.when)},
-                            {"by", shownText(happening.by)},
-                            {"own", happening.by == settings().user},
-                            {"what", happening.what},
-                            {"cookie", happening.cookie},
-                            {"name", shownText(happening.name)},
-                            {"deeds", std::move(deeds)},
-                            {"more", static_cast<unsigned long>(happening.deeds.size() - shown)},
-                            {"unsaved", happening.isUnsaved},
-                            {"words", happeningText(happening)}});
+  return JsonValue::object(
+      {{"id", happening.id},
+       {"when", happening.when},
+       {"time", utcText(happening.when)},
+       {"by", shownText(happening.by)},
+       {"own", happening.by == settings().user},
+       {"what", happening.what},
+       {"cookie", happening.cookie},
+       {"name", shownText(happening.name)},
+       {"deeds", std::move(deeds)},
+       {"more", static_cast<unsigned long>(happening.deeds.size() + happening.further - shown)},
+       {"unsaved", happening.isUnsaved},
+       {"words", happeningText(happening)}});
 }
 
 /// Finds things out on a thread that may wait for the share, one after another, and hands what it
@@ -248,13 +249,25 @@ Happenings::~Happenings() {
   edits_.removeObserver(*this);
 }
 
+namespace {
+
+/// Nothing is found where there is no memory for it: what waits for it goes on without.
+template <typename Found>
+Found foundBy(const std::function<Found()>& find) try {
+  return find();
+} catch (const std::exception&) {
+  return {};
+}
+
+}  // namespace
+
 template <typename Found>
 bool Happenings::findOut(std::function<Found()> find, std::function<void(Found)> take) {
   return reader_->ask([find = std::move(find), take = std::move(take),
                        visit = std::weak_ptr<int>(visit_)]() -> Reader::Finding {
     // The project was left meanwhile: nobody waits for what the share would be asked.
     if (visit.expired()) return [] {};
-    return [found = find(), take, visit] {
+    return [found = foundBy(find), take, visit] {
       if (!visit.expired()) take(found);
     };
   });
@@ -378,7 +391,7 @@ void Happenings::modified(const Cookie& cookie, const Deed& deed) {
   if (deed.did == "renamed") happening.name = deed.was;
   happening.isUnsaved = true;
   happening.deeds = {deed};
-  Deeds& told = told_[happening.cookie];
+  Deeds& told = told_[{happening.cookie, happening.by}];
   std::erase_if(told, [&deed](const Deed& each) { return isSame(each, deed); });
   if (told.size() < kMostTold) told.push_back(deed);
   const bool isNameless = !deed.path.empty() && deed.clip == deed.path && !edits_.loaded(cookie);
@@ -421,12 +434,14 @@ void Happenings::replaced(const Cookie& cookie, const EditSummary& before, const
   // What is found in the file and was not saved was written by another program: nobody is named who
   // only saved before it.
   if (isSave && !now.savedBy.empty()) happening.by = now.savedBy;
-  if (!isSave && currentOrigin() == Origin::eFolder) happening.by.clear();
+  const bool isFound = currentOrigin() == Origin::eFolder ||
+                       (currentOrigin() == Origin::eLocal && now.savedBy != happening.by);
+  if (!isSave && isFound) happening.by.clear();
   // By the clock of the station that saved, which may be ahead.
   const auto saved = isSave ? secondsIn(now.savedAt) : std::nullopt;
   if (saved && currentOrigin() == Origin::eFolder)
     happening.when = std::min(*saved, happening.when);
-  const Deeds told = std::exchange(told_[happening.cookie], {});
+  const Deeds told = takeTold(happening.cookie, happening.by);
   happening.deeds = withoutTold(listedDeeds(before, now), told);
   if (happening.deeds.empty()) happening.deeds = {{isSave ? "saved" : "changed"}};
   add(std::move(happening));
@@ -439,6 +454,19 @@ void Happenings::replaced(const Cookie& cookie, const EditSummary& before, const
                           }));
 }
 
+/// What this user announced of an object, which is saved by now. Where it is not known who
+/// announced or who saved, it may have been the same.
+Deeds Happenings::takeTold(const std::string& cookie, const std::string& user) {
+  Deeds told;
+  std::erase_if(told_, [&](auto& each) {
+    const auto& [object, by] = each.first;
+    const bool isMeant = object == cookie && (by == user || by.empty() || user.empty());
+    if (isMeant) std::ranges::move(each.second, std::back_inserter(told));
+    return isMeant;
+  });
+  return told;
+}
+
 /// Takes up what the versions say of a happening: who saved it, and what was done.
 void Happenings::complete(long id, const std::string& by, const Deeds& deeds) {
   const auto known = std::ranges::find(all_, id, &Happening::id);
@@ -448,7 +476,11 @@ void Happenings::complete(long id, const std::string& by, const Deeds& deeds) {
   // Two saves within a second differ in their number alone, which lists do not know.
   Deed& first = known->deeds.front();
   if (!by.empty() && first.did == "changed") first.did = "saved";
-  if (!deeds.empty()) known->deeds = deeds;
+  if (!deeds.empty()) {
+    const auto most = static_cast<std::ptrdiff_t>(std::min(deeds.size(), kMostDeeds));
+    known->deeds.assign(deeds.begin(), deeds.begin() + most);
+    known->further = deeds.size() - known->deeds.size();
+  }
   const bool isNews = before.by != known->by || before.deeds != known->deeds;
   if (isNews) events().happened(shownHappening(*known));
 }

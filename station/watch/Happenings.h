@@ -8,6 +8,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/base/Cookie.h"
@@ -31,9 +32,13 @@ struct Happening {
   std::string what;         ///< "edit", "log", "bin", "rack", "filter", "media"
   std::string cookie;       ///< of the object
   std::string name;         ///< what the object was called then
-  std::vector<Deed> deeds;  ///< what was done, at least one
+  std::vector<Deed> deeds;  ///< what was done, at least one; of many the first kMostDeeds
+  std::size_t further = 0;  ///< how many more there were
   bool isUnsaved = false;   ///< announced and not saved when it was told
 };
+
+/// As many of a save are kept; the rest is counted. Few are shown.
+constexpr std::size_t kMostDeeds = 20;
 
 /// "ANNA trimmed Clip-002 in Harbour", "Somebody deleted the bin Selects".
 std::string happeningText(const Happening& happening);
@@ -94,6 +99,7 @@ class Happenings : public iChangeObserver, public iEditObserver, public ProjectL
  private:
   class Reader;
   using Deeds = std::vector<Deed>;
+  using ByUser = std::pair<std::string, std::string>;  ///< an object's cookie, and a user
 
   [[nodiscard]] Happening begun(const std::string& what, const Cookie& cookie,
                                 const std::string& name) const;
@@ -102,6 +108,7 @@ class Happenings : public iChangeObserver, public iEditObserver, public ProjectL
   bool putTogether(const Happening& happening);
   void documentChanged(const std::string& what, const Cookie& cookie, const std::string& how);
   void tellDeletion(Happening happening);
+  Deeds takeTold(const std::string& cookie, const std::string& user);
   void lookUpDeeds(long id, const std::string& path, std::size_t content);
   void complete(long id, const std::string& by, const Deeds& deeds);
   void listEarlier();
@@ -115,7 +122,7 @@ class Happenings : public iChangeObserver, public iEditObserver, public ProjectL
   Edits& edits_;
   std::unique_ptr<Reader> reader_;
   std::deque<Happening> all_;
-  std::map<std::string, Deeds> told_;             ///< by cookie: announced and not saved yet
+  std::map<ByUser, Deeds> told_;                  ///< announced and not saved yet
   std::map<std::string, std::string> lastNames_;  ///< of forgotten edits, until that is told
   std::set<std::string> deleted_;                 ///< cookies
   long lastId_ = 0;

@@ -205,6 +205,24 @@ TEST_F(FirstStartTest, ARememberedFolderThatCannotBeUsedIsAskedForAgain) {
                                                   "ANNA", "--host", "ANNA"}));
 }
 
+// Somebody who was asked, and named a folder that cannot be used either, is asked again.
+TEST_F(FirstStartTest, AnAnswerThatCannotBeUsedIsAskedForAgain) {
+  hasScript = false;
+  remembered = folder / "unmounted";
+  bool wasAsked = false;
+  asked = [&wasAsked](StartDialog& dialog) {
+    wasAsked = true;
+    dialog.reject();
+  };
+  givenAt = "--projects";
+  EXPECT_EQ(2, play([](MainWindow&) {}));
+  EXPECT_FALSE(wasAsked) << "who typed it reads what is printed";
+  ::setenv("KV_STATION_ANSWERED", "1", 1);
+  EXPECT_EQ(2, play([](MainWindow&) {}));
+  ::unsetenv("KV_STATION_ANSWERED");
+  EXPECT_TRUE(wasAsked);
+}
+
 class GoingOnTest : public testing::Test, protected WindowScene {
  protected:
   GoingOnTest() { hasScript = false; }

@@ -161,7 +161,8 @@ TEST_F(WindowHappenedTest, ATrimOfAColleaguesIsNamedInListBarAndFeed) {
     ASSERT_TRUE(ben.command("edit save Cut")["ok"].asBool());
     ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Cut").isEmpty(); }));
     // What is new of it is told by then, and looked at.
-    ASSERT_TRUE(waitFor([&] { return first(window) == "BEN saved it"; }));
+    ASSERT_TRUE(waitFor([&] { return first(window) == "BEN saved it"; }))
+        << first(window).toStdString();
     ASSERT_TRUE(waitFor([&] { return news(window, "Cut").startsWith("new by BEN"); }));
     clickEdit(window, "Cut");
     EXPECT_EQ(news(window, "Cut"), "");

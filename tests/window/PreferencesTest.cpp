@@ -135,6 +135,20 @@ TEST_F(PreferencesTest, WhatCannotBeUsedIsSaidWhileItIsTyped) {
   EXPECT_EQ(configured(), "user = ANNA\n");
 }
 
+TEST_F(PreferencesTest, WhatFitsAloneAndNotTogetherIsRefused) {
+  configure("user = ANNA\n");
+  openPreferences([this](MainWindow&, PreferencesDialog& dialog) {
+    input<QLineEdit>(dialog, "projects").setText(QString::fromStdString(folder / "projects"));
+    input<QLineEdit>(dialog, "share-heard")
+        .setText(QString::fromStdString(folder / "projects/heard"));
+    EXPECT_EQ(problemsIn(dialog), QStringList());
+    saveButton(dialog).click();
+    ASSERT_EQ(problemsIn(dialog).size(), 1);
+    EXPECT_TRUE(problemsIn(dialog).front().startsWith("Nothing was kept. "));
+  });
+  EXPECT_EQ(configured(), "user = ANNA\n");
+}
+
 TEST_F(PreferencesTest, WhatCannotBeWrittenIsSaidAndStaysFilledIn) {
   configure("user = ANNA\n");
   openPreferences([this](MainWindow&, PreferencesDialog& dialog) {

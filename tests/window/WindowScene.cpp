@@ -104,7 +104,7 @@ int WindowScene::play(const Act& act) {
   if (!asked) with.projectsDirectory = folder / "projects";
   if (!remembered.empty()) {
     with.projectsDirectory = remembered;
-    options.given["projects"] = {{remembered, "station.conf:1: projects"}};
+    options.given["projects"] = {{remembered, givenAt}};
   }
   with.user = with.host = "ANNA";
   with.machine = 1;

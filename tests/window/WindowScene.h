@@ -53,6 +53,7 @@ class WindowScene {
   bool hasScript = true;  ///< else no commands are read, as when a person starts the window
   std::function<void(StartDialog&)> asked;  ///< answers, where set, what a first start asks
   std::string remembered;  ///< the projects directory that the configuration file names, if any
+  std::string givenAt = "station.conf:1: projects";  ///< or the option that names it
   std::vector<std::string>
       wordsAgain;  ///< after play(): the options with which it is to begin anew
 };

@@ -239,6 +239,29 @@ TEST_F(WindowTrimViewTest, EscapeGivesADragUp) {
   EXPECT_TRUE(lines_.empty());
 }
 
+// Others' changes are drawn while a hand holds an edge.
+TEST_F(WindowTrimViewTest, AnEdgeStaysInTheHandWhileItsClipIsDrawnAnew) {
+  const QPoint edge = outEdge(0);
+  press(edge);
+  moveTo(edge + QPoint(-53, 0));
+  view_.show(twoClips());
+  ASSERT_TRUE(view_.trim());
+  release(edge + QPoint(-53, 0));
+  EXPECT_EQ(lines_, std::vector<std::string>{"edit trim E1 0/0 +0f 59f"});
+}
+
+TEST_F(WindowTrimViewTest, AnEdgeIsTakenOutOfTheHandWhereItsClipIsAnotherByNow) {
+  const QPoint edge = outEdge(0);
+  press(edge);
+  moveTo(edge + QPoint(-53, 0));
+  Timeline other = *twoClips();
+  other.tracks.front().items.front().from += 1;
+  view_.show(std::make_shared<Timeline>(other));
+  EXPECT_FALSE(view_.trim());
+  release(edge + QPoint(-53, 0));
+  EXPECT_TRUE(lines_.empty());
+}
+
 TEST_F(WindowTrimViewTest, AClickOnAnEdgeAndADragInTheMiddleTrimNothing) {
   drag(outEdge(0), 3);  // more than half a frame
   drag(view_.rectOf(0, 0).center(), 60);

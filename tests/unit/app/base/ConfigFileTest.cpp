@@ -170,6 +170,14 @@ TEST(ConfigChange, ALinkStaysOneAndWhoMayReadTheFileStays) {
   EXPECT_EQ(status.st_mode & 0777, 0600U);
 }
 
+TEST(ConfigChange, ALinkThatLeadsToNothingYetStaysOne) {
+  const ScratchFolder folder;
+  std::filesystem::create_symlink("kept", folder / "station.conf");
+  ASSERT_TRUE(changeConfigFile(folder / "station.conf", {{"user", {"ANNA"}}}));
+  EXPECT_TRUE(std::filesystem::is_symlink(folder / "station.conf"));
+  EXPECT_EQ(bytesIn(folder / "kept"), "user = ANNA\n");
+}
+
 // The file is written beside, and takes its name when it is whole.
 TEST(ConfigChange, WhereThereIsNoRoomTheFileStaysAsItWas) {
   const ScratchFolder folder;

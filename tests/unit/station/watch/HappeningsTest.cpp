@@ -32,15 +32,20 @@ class HappeningsTest : public DocumentStation {
     return found;
   }
 
-  /// Waits until the latest happening reads so.
-  bool latestBecomes(const std::string& text) {
+  /// Waits until this is so.
+  bool becomes(const std::function<bool()>& isSo) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
     while (std::chrono::steady_clock::now() < deadline) {
       thread.runPending();
-      if (!happenings.all().empty() && happeningText(happenings.all().front()) == text) return true;
+      if (!happenings.all().empty() && isSo()) return true;
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return false;
+  }
+
+  /// Waits until the latest happening reads so.
+  bool latestBecomes(const std::string& text) {
+    return becomes([&] { return latest() == text; });
   }
 
   [[nodiscard]] std::string latest() const {
@@ -48,11 +53,14 @@ class HappeningsTest : public DocumentStation {
   }
 
   /// Ben's save of the edit with another name: its versions, and what the folder watch found.
-  void savedByBen(const std::string& name, const std::string& owner = "ANNA") {
+  void savedByBen(
+      const std::string& name, const std::string& owner = "ANNA",
+      const std::function<void(OtioDocument&)>& change = [](OtioDocument&) {}) {
     auto document = OtioDocument::parse(bytesOf(fileOf(edit)));
     ASSERT_TRUE(document);
     EXPECT_TRUE(VersionFolder(fileOf(edit)).keep(fileOf(edit), number, markNow()));
     document->rename(name);
+    change(*document);
     document->setSetting("OWNER", owner);
     document->setStamp({++number, "ben", "2024-05-31T12:00:00Z"});
     std::filesystem::remove(fileOf(edit));  // the kept version is a link to it
@@ -136,6 +144,38 @@ TEST_F(HappeningsTest, WhatWasAnnouncedIsNotToldAgainWhenItIsSaved) {
   }
   ASSERT_TRUE(latestBecomes("carl trimmed " + clipName("0/1") + " in Quay, not saved yet"));
   EXPECT_EQ(happeningText(happenings.all()[1]), "ben saved Quay");
+}
+
+TEST_F(HappeningsTest, WhatAnotherAnnouncedIsNotTakenForTheSaversOwn) {
+  ASSERT_TRUE(edits.open(edit));
+  const std::string name = edits.nameOf(edit);
+  {
+    const AuthorScope author("carl");
+    remoteModification(edit, "2;0;0;;Quay");
+  }
+  ASSERT_TRUE(edits.close(edit));
+  savedByBen("Quay");
+  EXPECT_TRUE(latestBecomes("ben renamed " + name + " to Quay")) << latest();
+}
+
+TEST_F(HappeningsTest, OfASaveOfManyDeedsTheFirstAreKeptAndTheRestIsCounted) {
+  constexpr std::size_t kAdded = 2 * kMostDeeds;
+  savedByBen("Quay", "ANNA", [](OtioDocument& document) {
+    JsonValue& track = document.json().find("tracks")->find("children")->elements().front();
+    std::vector<JsonValue>& clips = track.find("children")->elements();
+    const JsonValue clip = clips.front();
+    for (std::size_t i = 0; i < kAdded; ++i) {
+      clips.push_back(clip);
+      clips.back().set("name", "New-" + std::to_string(i));
+    }
+  });
+  const auto hasAll = [this] { return happenings.all().front().further > 0; };
+  EXPECT_TRUE(becomes(hasAll)) << latest();
+  const Happening& save = happenings.all().front();
+  EXPECT_EQ(save.deeds.size(), kMostDeeds);
+  EXPECT_EQ(save.deeds.size() + save.further, kAdded + 1) << "and the new name";
+  EXPECT_EQ(shownHappening(save)["more"].asLong(), static_cast<long>(kAdded + 1 - 3));
+  EXPECT_TRUE(latest().ends_with(" and 38 more in Quay")) << latest();
 }
 
 TEST_F(HappeningsTest, WhereNoVersionIsKeptItIsSaidThatItWasSaved) {
