@@ -27,8 +27,7 @@ std::string textOf(Ipv4 address) {
 }
 
 bool Ipv4Network::contains(Ipv4 other) const {
-  const std::uint32_t mask = prefix == 0 ? 0 : ~std::uint32_t{0} << (32 - prefix);
-  return (other.value & mask) == (address.value & mask);
+  return (other.value & mask()) == (address.value & mask());
 }
 
 std::optional<Ipv4Network> parseIpv4Network(std::string_view text) {
@@ -136,6 +135,16 @@ bool Interfaces::isOwn(Ipv4 address) {
   const auto interfaces = list(kListAge);
   return std::any_of(interfaces.begin(), interfaces.end(),
                      [&](const auto& interface) { return interface.address == address; });
+}
+
+std::vector<Ipv4Network> Interfaces::own() {
+  std::vector<Ipv4Network> networks{{Ipv4{0x7F000000}, 8}};
+  const auto interfaces = list(kListAge);
+  for (const auto& interface : interfaces) {
+    if (!interface.address.isLoopback()) networks.push_back({interface.address, 32});
+  }
+  std::ranges::sort(networks);
+  return networks;
 }
 
 void Interfaces::reread() { list(kListAgeAfterFailure); }

@@ -34,7 +34,10 @@ struct Ipv4Network {
   Ipv4 address;
   unsigned prefix = 32;
 
+  [[nodiscard]] std::uint32_t mask() const { return prefix == 0 ? 0 : ~0U << (32 - prefix); }
   [[nodiscard]] bool contains(Ipv4 other) const;
+
+  friend auto operator<=>(const Ipv4Network&, const Ipv4Network&) = default;
 };
 
 /// "192.168.1.0/24", or one address alone; nothing for any other text.
@@ -77,6 +80,9 @@ class Interfaces {
 
   /// Whether an address is one of this machine's.
   bool isOwn(Ipv4 address);
+
+  /// All that isOwn() holds for.
+  std::vector<Ipv4Network> own();
 
   /// Reads the list again, since a send failed; no more than fifty times a second.
   void reread();

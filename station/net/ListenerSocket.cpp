@@ -1,6 +1,7 @@
 #include "station/net/ListenerSocket.h"
 
 #include <arpa/inet.h>
+#include <linux/filter.h>
 #include <linux/sock_diag.h>
 #include <sodium.h>
 #include <sys/socket.h>
@@ -259,6 +260,53 @@ void ListenerSocket::join(const std::vector<Destination>& groups, Interfaces& in
                        interfaces.nameOf(group.interface) + " (" + std::strerror(errno) +
                        "): messages sent to it there are not heard");
   }
+}
+
+namespace {
+
+/// Far more addresses than any machine has, and within what the system takes.
+constexpr std::size_t kMostNetworks = 250;
+
+/// A filter as the system runs it for each datagram: it returns how many bytes are to be kept.
+std::vector<sock_filter> filterOf(std::uint16_t port, const std::vector<Ipv4Network>& networks) {
+  constexpr std::uint32_t kAll = 0xFFFFFFFF;
+  // What a filter of a UDP socket sees begins with the UDP header, and that with the sender's port.
+  // The sender's address is in the IP header.
+  constexpr std::uint32_t kPort = 0;
+  constexpr std::uint32_t kAddress = static_cast<std::uint32_t>(SKF_NET_OFF) + 12;
+  std::vector<sock_filter> program{BPF_STMT(BPF_LD | BPF_H | BPF_ABS, kPort),
+                                   BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, port, 1, 0),
+                                   BPF_STMT(BPF_RET | BPF_K, kAll)};
+  for (const Ipv4Network& each : networks) {
+    const std::uint32_t first = each.address.value & each.mask();
+    program.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kAddress));
+    program.push_back(BPF_STMT(BPF_ALU | BPF_AND | BPF_K, each.mask()));
+    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, first, 0, 1));
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, 0));
+  }
+  program.push_back(BPF_STMT(BPF_RET | BPF_K, kAll));
+  return program;
+}
+
+}  // namespace
+
+bool ListenerSocket::leaveOut(std::uint16_t port, const std::vector<Ipv4Network>& networks) {
+  if (port != 0 && networks.size() <= kMostNetworks) {
+    std::vector<sock_filter> program = filterOf(port, networks);
+    const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
+    if (setsockopt(socket_, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter) == 0) return true;
+  }
+  // An older filter could leave out what is no longer this station's own.
+  const int none = 0;
+  setsockopt(socket_, SOL_SOCKET, SO_DETACH_FILTER, &none, sizeof none);
+  return false;
+}
+
+std::size_t ListenerSocket::bufferBytes() const {
+  int bytes = 0;
+  socklen_t size = sizeof bytes;
+  getsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &bytes, &size);
+  return static_cast<std::size_t>(std::max(bytes, 0));
 }
 
 std::uint32_t ListenerSocket::droppedBySystem() const {

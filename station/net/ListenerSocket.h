@@ -153,6 +153,14 @@ class ListenerSocket {
   /// joined is told once as a network problem.
   void join(const std::vector<Destination>& groups, Interfaces& interfaces);
 
+  /// Has the system leave out what is sent from one port of these networks, so that it wakes
+  /// nobody; it counts each as dropped. What was left out before is heard again, as is all where
+  /// the system refuses (false), or for port 0.
+  bool leaveOut(std::uint16_t port, const std::vector<Ipv4Network>& networks);
+
+  /// The bytes of memory that waiting datagrams may take; beyond it the system drops them.
+  [[nodiscard]] std::size_t bufferBytes() const;
+
   /// How many datagrams the system has dropped at this socket since it was opened, modulo 2^32.
   [[nodiscard]] std::uint32_t droppedBySystem() const;
 

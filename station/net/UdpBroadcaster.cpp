@@ -150,6 +150,8 @@ SenderSocket::~SenderSocket() {
 
 int SenderSocket::send(const Destination& destination, std::uint16_t port, std::string_view bytes) {
   if (const int error = open()) return error;
+  // Before it leaves: the listener must never find more of them left out than were sent.
+  ++sent_;
   const Header header(destination, port, bytes);
   const int error = sendOnce(socket_, header.get());
   return isQueueFull(error) ? keepSending(socket_, header.get(), error) : error;

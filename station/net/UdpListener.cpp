@@ -176,9 +176,47 @@ void LossReport::note(Time now) {
   last_ = now;
 }
 
+void DropCount::wasRead(std::size_t datagrams, std::size_t bytes) {
+  // What the system counts for a datagram is more than its bytes; network cards fill whole pages.
+  constexpr std::size_t kOverhead = 2048;
+  backlog_ += datagrams * kOverhead + bytes;
+}
+
+std::uint32_t DropCount::lost(std::uint32_t total, std::uint32_t sent) {
+  const std::uint32_t more = total - total_;
+  // A count carried by a datagram may be older than the one asked for last.
+  if (more > 0x7FFFFFFF) return lost_;
+  total_ = total;
+  if (mayHaveBeenFull()) {
+    const std::uint32_t own = std::min(more, sent - accounted_);
+    accounted_ += own;
+    lost_ += more - own;
+  } else {
+    // What is read now came after the socket was empty, and so did the count that it carries.
+    accounted_ = sentWhenEmpty_;
+  }
+  return lost_;
+}
+
+void DropCount::wasEmptied(std::uint32_t sent) {
+  backlog_ = 0;
+  sentWhenEmpty_ = sent;
+}
+
+void OwnFilter::follow(ListenerSocket& socket, std::uint16_t ownPort,
+                       std::vector<Ipv4Network> own) {
+  const std::lock_guard lock(mutex_);
+  if (ownPort == port_ && own == own_) return;
+  port_ = ownPort;
+  own_ = std::move(own);
+  // Where the system refuses, own datagrams are read, and dropped by the listener.
+  static_cast<void>(socket.leaveOut(port_, own_));
+}
+
 namespace {
 
-constexpr int kMillisecondsBetweenJoins = 1000;
+constexpr auto kBetweenLooks = std::chrono::milliseconds(5000);
+constexpr auto kBetweenJoins = std::chrono::milliseconds(1000);
 constexpr int kMillisecondsAfterError = 200;
 constexpr int kMillisecondsBetweenTellings = 1000;
 constexpr auto kBetweenLines = std::chrono::seconds(1);
@@ -259,8 +297,9 @@ UdpListener::UdpListener(ListenerSocket socket, Dependencies surroundings,
     : socket_(std::move(socket)),
       surroundings_(std::move(surroundings)),
       outlet_(std::make_shared<DeliveryTarget>(receiver, surroundings_)),
+      drops_(socket_.bufferBytes()),
       wake_(eventfd(0, EFD_CLOEXEC)) {
-  joinGroups();
+  followInterfaces();
   thread_ = threadWithoutSignals([this] { drain(); });
 }
 
@@ -321,45 +360,51 @@ void UdpListener::tellLeftOutLines(const std::shared_ptr<DeliveryTarget>& outlet
 
 void UdpListener::drain() {
   while (!isEnding_) {
-    // While a single datagram waits the system drops none, so its count is asked for only after
-    // more.
-    if (takeWhatIsThere() > 1 || losses_.isPending()) {
-      const auto now = std::chrono::steady_clock::now();
-      losses_.systemDropped(socket_.droppedBySystem(), now);
-      losses_.tellIfOver(now);
-    }
+    takeWhatIsThere();
     tellLosses(std::chrono::steady_clock::now());
     waitForMore();
-    joinGroups();
+    followInterfaces();
   }
   losses_.tell();
   for (const auto& loss : outlet_->lanes.allLosses()) tellLoss(loss);
   logLeftOutLines(LeftOutLines::eAll);
 }
 
-std::size_t UdpListener::takeWhatIsThere() {
-  std::size_t taken = 0;
+void UdpListener::takeWhatIsThere() {
   int count = DatagramReader::kBatch;
   while (!isEnding_ && count == DatagramReader::kBatch) {
     count = reader_.read(socket_.descriptor());
-    if (count > 0) taken += takeBatch(static_cast<std::size_t>(count));
+    takeBatch(static_cast<std::size_t>(std::max(count, 0)));
   }
   tellBrokenRead(count < 0 ? -count : 0);
-  return taken;
 }
 
-std::size_t UdpListener::takeBatch(std::size_t count) {
+void UdpListener::takeBatch(std::size_t count) {
   const auto now = std::chrono::steady_clock::now();
+  datagramsRead_ += count;
+  std::size_t bytes = 0;
   for (std::size_t index = 0; index < count; ++index) {
+    const Datagram datagram = reader_.at(index);
+    bytes += datagram.bytes.size();
     if (reader_.wasCut(index)) {
       losses_.wasTooLarge(now);
     } else {
-      take(reader_.at(index), now);
+      take(datagram, now);
     }
   }
-  losses_.systemDropped(reader_.droppedBySystem(), now);
+  drops_.wasRead(count, bytes);
+  noteDrops(now, count < DatagramReader::kBatch);
   losses_.tellIfOver(now);
-  return count;
+}
+
+void UdpListener::noteDrops(LossReport::Time now, bool isEmptied) {
+  // The count that datagrams carry is that of the time when they came. Asking takes a call, and so
+  // is left for the end of a flood.
+  const bool isToBeAsked = isEmptied && drops_.mayHaveBeenFull();
+  const auto total = isToBeAsked ? socket_.droppedBySystem() : reader_.droppedBySystem();
+  const std::uint32_t sent = surroundings_.ownSender->sent();
+  losses_.systemDropped(drops_.lost(total, sent), now);
+  if (isEmptied) drops_.wasEmptied(sent);
 }
 
 void UdpListener::take(Datagram datagram, LossReport::Time now) {
@@ -416,6 +461,14 @@ void UdpListener::tellObserver(const Datagram& datagram) {
   surroundings_.observer->heard(datagram.source, datagram.port);
 }
 
+void UdpListener::followInterfaces() {
+  const auto now = std::chrono::steady_clock::now();
+  if (now < nextLook_) return;
+  nextLook_ = now + betweenLooks();
+  filter_.follow(socket_, surroundings_.ownSender->port(), surroundings_.interfaces->own());
+  joinGroups();
+}
+
 void UdpListener::joinGroups() {
   if (surroundings_.groups.empty()) return;
   socket_.join(surroundings_.interfaces->destinations(surroundings_.groups),
@@ -423,15 +476,22 @@ void UdpListener::joinGroups() {
 }
 
 bool UdpListener::isOwn(const Datagram& datagram) {
-  return datagram.port == surroundings_.ownSender->port() &&
-         surroundings_.interfaces->isOwn(datagram.source);
+  const std::uint16_t ownPort = surroundings_.ownSender->port();
+  if (datagram.port != ownPort || !surroundings_.interfaces->isOwn(datagram.source)) return false;
+  // The system has let it through: this machine has a new address, or refuses filters.
+  filter_.follow(socket_, ownPort, surroundings_.interfaces->own());
+  return true;
 }
 
 int UdpListener::millisecondsToWait() const {
   if (toldError_ != 0 || wake_ < 0) return kMillisecondsAfterError;
   if (losses_.isPending()) return static_cast<int>(LossReport::kQuiet.count());
   if (outlet_->lanes.hasLosses()) return kMillisecondsBetweenTellings;
-  return surroundings_.groups.empty() ? -1 : kMillisecondsBetweenJoins;
+  return static_cast<int>(betweenLooks().count());
+}
+
+std::chrono::milliseconds UdpListener::betweenLooks() const {
+  return surroundings_.groups.empty() ? kBetweenLooks : kBetweenJoins;
 }
 
 void UdpListener::tellBrokenRead(int error) {
