@@ -11,7 +11,7 @@
 
 #include "app/window/Lists.h"
 #include "app/window/MessageBar.h"
-#include "app/window/People.h"
+#include "app/window/PeoplePane.h"
 #include "app/window/Texts.h"
 
 namespace korvel {

@@ -24,7 +24,7 @@
 
 #include "app/window/Appearance.h"
 #include "app/window/Lists.h"
-#include "app/window/People.h"
+#include "app/window/PeoplePane.h"
 #include "app/window/Texts.h"
 
 namespace korvel {

@@ -19,7 +19,6 @@
 #include "app/window/Menus.h"
 #include "app/window/MessageBar.h"
 #include "app/window/ObjectsPane.h"
-#include "app/window/People.h"
 #include "app/window/PeoplePane.h"
 #include "app/window/ProjectsPane.h"
 #include "app/window/SettingsDialogs.h"

@@ -17,7 +17,7 @@
 #include "app/window/Appearance.h"
 #include "app/window/Dialogs.h"
 #include "app/window/ObjectsPane.h"
-#include "app/window/People.h"
+#include "app/window/PeoplePane.h"
 #include "app/window/ProjectsPane.h"
 #include "app/window/TalkPanes.h"
 #include "app/window/Texts.h"

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "app/window/NewsBook.h"
-#include "app/window/People.h"
+#include "app/window/PeoplePane.h"
 #include "app/window/Snapshot.h"
 #include "station/Station.h"
 #include "station/base/Json.h"

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "app/window/Appearance.h"
-#include "app/window/People.h"
+#include "app/window/PeoplePane.h"
 #include "app/window/Snapshot.h"
 
 class QLabel;

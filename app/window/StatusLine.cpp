@@ -6,7 +6,7 @@
 
 #include "app/window/ActionTable.h"
 #include "app/window/Appearance.h"
-#include "app/window/People.h"
+#include "app/window/PeoplePane.h"
 #include "app/window/Texts.h"
 
 namespace korvel {

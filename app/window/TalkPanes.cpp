@@ -16,7 +16,7 @@
 #include <utility>
 
 #include "app/window/Appearance.h"
-#include "app/window/People.h"
+#include "app/window/PeoplePane.h"
 #include "app/window/Texts.h"
 #include "app/window/WindowLayout.h"
 #include "station/ui/Desktop.h"

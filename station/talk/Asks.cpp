@@ -1,11 +1,8 @@
 #include "station/talk/Asks.h"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <chrono>
 #include <ctime>
-#include <random>
 #include <tuple>
 #include <utility>
 
@@ -32,11 +29,6 @@ namespace korvel {
 
 namespace {
 
-constexpr const char* kEdit = "edit";
-constexpr const char* kLog = "log";
-constexpr const char* kRoom = "room";
-constexpr const char* kProject = "project";
-
 /// How often what this station waits for is looked at.
 constexpr std::chrono::milliseconds kBetweenLooks(2000);
 
@@ -46,133 +38,13 @@ constexpr std::chrono::seconds kLongestUntilNoted(20);
 /// Of settled asks so many are remembered, so that a late copy is not taken for a new one.
 constexpr std::size_t kMostAnswered = 4096;
 
-/// The first word of the token of each kind of words.
-constexpr std::array<std::string_view, 4> kTokens{"ask", "given", "kept", "withdrawn"};
-
-bool isDocument(const std::string& kind) { return kind == kEdit || kind == kLog; }
-
-std::string titleOf(const NotedAsk& ask) { return "the " + ask.kind + " " + inQuotes(ask.name); }
-
-/// The room that is asked for; empty where its name was no hexadecimal.
-std::string roomOf(const NotedAsk& ask) { return bytesOfHex(ask.object).value_or(std::string()); }
-
-std::string shortName(const std::string& name) {
-  std::wstring letters(wideText(name).view());
-  while (utf8Text(LightweightString<wchar_t>(std::wstring_view(letters))).size() >
-         Asks::kLongestName) {
-    letters.resize(letters.size() - std::max<std::size_t>(letters.size() / 16, 1));
-  }
-  return utf8Text(LightweightString<wchar_t>(std::wstring_view(letters)));
+bool isDocument(const std::string& kind) {
+  return kind == AskWords::kEdit || kind == AskWords::kLog;
 }
 
 /// A lock that cannot be looked at may be held.
 bool isFreeNow(LockState state) {
   return state == LockState::eFree || state == LockState::eLeftBehind;
-}
-
-std::string newId() {
-  std::random_device random;
-  std::string bytes;
-  for (int i = 0; i < 8; ++i) bytes += static_cast<char>(random() & 0xFF);
-  return hexText(bytes);
-}
-
-std::vector<std::string_view> wordsOf(std::string_view text) {
-  std::vector<std::string_view> words;
-  for (std::size_t end; (end = text.find(' ')) != text.npos; text.remove_prefix(end + 1)) {
-    words.push_back(text.substr(0, end));
-  }
-  words.push_back(text);
-  return words;
-}
-
-bool isId(std::string_view text) {
-  return text.size() == 16 && text.find_first_not_of(kHexDigits) == text.npos;
-}
-
-bool isKind(std::string_view word) {
-  return word == kEdit || word == kLog || word == kRoom || word == kProject;
-}
-
-/// Whether an ask or answer is one of ours: others can write what they like into words and notes.
-bool isSound(const NotedAsk& ask) {
-  constexpr std::size_t kLongestObject = 1024;
-  return isId(ask.id) && isKind(ask.kind) && ask.text.size() <= Asks::kLongestText &&
-         ask.name.size() <= Asks::kLongestName && ask.object.size() <= kLongestObject &&
-         ask.project.size() <= kLongestObject;
-}
-
-/// Splits the words before a token into the name that stands in quotation marks there and the
-/// user's own text, the last `bytes` of them; false where they are not so many.
-bool readBefore(std::string_view before, std::size_t bytes, NotedAsk& ask) {
-  if (bytes > before.size()) return false;
-  ask.text = std::string(before.substr(before.size() - bytes));
-  before.remove_suffix(bytes);
-  const std::size_t first = before.find('"');
-  const std::size_t last = before.rfind('"');
-  if (first < last) ask.name = std::string(before.substr(first + 1, last - first - 1));
-  return true;
-}
-
-}  // namespace
-
-std::optional<AskWords> readAskWords(std::string_view words) {
-  const std::size_t start = words.rfind(" [");
-  if (start == words.npos || !words.ends_with(']')) return std::nullopt;
-  const auto token = wordsOf(words.substr(start + 2, words.size() - start - 3));
-  if (token.size() != 5 || !isId(token[1]) || !isKind(token[2]) || token[3].empty()) return {};
-  const auto what = std::ranges::find(kTokens, token[0]);
-  std::size_t bytes = 0;
-  const char* const end = token[4].data() + token[4].size();
-  const auto [stop, problem] = std::from_chars(token[4].data(), end, bytes);
-  if (what == kTokens.end() || problem != std::errc() || stop != end) return std::nullopt;
-  AskWords read;
-  read.what = static_cast<AskWords::What>(what - kTokens.begin());
-  read.words = wordsAsTyped(std::string(words.substr(0, start)));
-  read.ask.id = token[1];
-  read.ask.kind = token[2];
-  read.ask.object = token[3];
-  if (!readBefore(words.substr(0, start), bytes, read.ask) || !isSound(read.ask)) return {};
-  return read;
-}
-
-std::string composeAskWords(const std::string& user, AskWords::What what, const NotedAsk& ask) {
-  std::string words = shownText(user);
-  if (what == AskWords::What::eAsk) words += " asks for " + titleOf(ask);
-  if (what == AskWords::What::eGiven) words += " gives you " + titleOf(ask);
-  if (what == AskWords::What::eKept) words += " keeps " + titleOf(ask) + " for now";
-  if (what == AskWords::What::eWithdrawn) words += " no longer asks for " + titleOf(ask);
-  if (!ask.text.empty()) words += ": " + ask.text;
-  words += " [";
-  words += kTokens[static_cast<std::size_t>(what)];
-  for (const std::string& each :
-       {ask.id, ask.kind, ask.object, std::to_string(ask.text.size()) + "]"}) {
-    words += " " + each;
-  }
-  return words;
-}
-
-namespace {
-
-std::string wordsWithoutToken(const std::string& user, AskWords::What what, const NotedAsk& ask) {
-  const std::string words = composeAskWords(user, what, ask);
-  return words.substr(0, words.rfind(" ["));
-}
-
-/// An ask as lists, events and the conversation's file show it.
-JsonValue shownAsk(const NotedAsk& ask, long number, const std::string& from, bool isOwn) {
-  return JsonValue::object({{"number", number},
-                            {"own", isOwn},
-                            {"from", shownText(from)},
-                            {"to", shownText(ask.to)},
-                            {"kind", ask.kind},
-                            {"object", shownText(ask.kind == kRoom ? roomOf(ask) : ask.object)},
-                            {"name", shownText(ask.name)},
-                            {"project", shownText(ask.project)},
-                            {"text", shownText(ask.text)},
-                            {"when", ask.when},
-                            {"time", utcText(ask.when)},
-                            {"id", ask.id}});
 }
 
 Error nothingHeld(const std::string& object) {
@@ -193,7 +65,7 @@ Error askedOfSeveral(const std::string& object, const std::vector<NotedAsk>& fou
   std::string several;
   for (const NotedAsk& each : found) {
     several += (several.empty() ? "" : ", ") + titleOf(each) +
-               (each.kind == kRoom ? std::string() : " (" + each.object + ")");
+               (each.kind == AskWords::kRoom ? std::string() : " (" + each.object + ")");
   }
   return {ErrorCode::eUsage,
           inQuotes(object) + " may be " + several + ". Name an edit or project by its cookie.",
@@ -201,10 +73,10 @@ Error askedOfSeveral(const std::string& object, const std::vector<NotedAsk>& fou
 }
 
 Result<void> checkText(const std::string& text) {
-  if (text.size() <= Asks::kLongestText) return {};
+  if (text.size() <= AskWords::kLongestText) return {};
   return Error{ErrorCode::eUsage,
                "The text has " + std::to_string(text.size()) + " bytes; one beside an ask has " +
-                   std::to_string(Asks::kLongestText) +
+                   std::to_string(AskWords::kLongestText) +
                    " at most. Make it shorter, and write the rest as a message.",
                {}};
 }
@@ -265,7 +137,7 @@ Result<JsonValue> Asks::ask(const std::string& object, const std::string& text) 
                  {}};
   }
   NotedAsk ask = *held;
-  ask.id = newId();
+  ask.id = newAskId();
   ask.text = text;
   ask.when = std::time(nullptr);
   outgoing_.push_back({ask, ++lastNumber_});
@@ -354,7 +226,7 @@ Result<JsonValue> Asks::answerIncoming(std::vector<Incoming>::iterator ask, Answ
 
 Result<void> Asks::handOver(const Incoming& ask) {
   if (isDocument(ask.ask.kind)) return giveEdit(ask);
-  return ask.ask.kind == kRoom ? leaveRoom(ask.ask) : leaveProject(ask.ask);
+  return ask.ask.kind == AskWords::kRoom ? leaveRoom(ask.ask) : leaveProject(ask.ask);
 }
 
 Result<void> Asks::giveEdit(const Incoming& ask) {
@@ -464,7 +336,7 @@ void Asks::findRoom(const std::string& object, std::vector<NotedAsk>& found, boo
   if (room->isHere || room->state != LockState::eHeld) return;
   found.push_back({{},
                    room->holder,
-                   kRoom,
+                   AskWords::kRoom,
                    hexText(object),
                    shortName(object),
                    open->cookie.asString().str(),
@@ -483,7 +355,8 @@ void Asks::findProject(const std::string& object, std::vector<NotedAsk>& found,
     const OpenProject* const open = parts_.projects.current();
     const bool isOpen = open && open->cookie.asString().str() == cookie;
     if (isOpen || each.lock != LockState::eHeld) continue;
-    found.push_back({{}, each.lockOwner, kProject, cookie, shortName(each.name), cookie, {}, 0});
+    found.push_back(
+        {{}, each.lockOwner, AskWords::kProject, cookie, shortName(each.name), cookie, {}, 0});
   }
 }
 
@@ -693,18 +566,18 @@ void Asks::look() {
       continue;
     }
     const std::string words = "You can have " + titleOf(*each) + " now.";
-    events().talk("free",
-                  {{"kind", each->kind},
-                   {"object", each->kind == kRoom ? shownText(roomOf(*each)) : each->object},
-                   {"name", shownText(each->name)},
-                   {"words", words}});
+    events().talk("free", {{"kind", each->kind},
+                           {"object", each->kind == AskWords::kRoom ? shownText(roomOf(*each))
+                                                                    : each->object},
+                           {"name", shownText(each->name)},
+                           {"words", words}});
     each = awaited_.erase(each);
   }
   if (!awaited_.empty()) watchSoon();
 }
 
 bool Asks::isFree(const NotedAsk& object) const {
-  if (object.kind == kProject) {
+  if (object.kind == AskWords::kProject) {
     iProjectShare* const share = iProjectShare::instance();
     if (!share) return false;
     const Cookie project(object.object.c_str(), false);

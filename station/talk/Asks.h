@@ -4,16 +4,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "host/base/Cookie.h"
 #include "station/base/HostThread.h"
 #include "station/base/Json.h"
 #include "station/base/Result.h"
+#include "station/talk/AskWords.h"
 #include "station/watch/StationNote.h"
 #include "station/wire/MessageTable.h"
 
@@ -25,30 +24,6 @@ class Presence;
 class Projects;
 class Rooms;
 class UnsavedEdits;
-
-/// An ask, or the answer to one, as it travels in words from user to user. People at a station
-/// without asks read it like any other words; ours find all they need in the token at the end.
-///
-///     BEN asks for the edit "Opening titles": please [ask 1f2e3d4c5b6a7988 edit E0a1b2c3 6]
-///     ANNA gives you the edit "Opening titles" [given 1f2e3d4c5b6a7988 edit E0a1b2c3 0]
-///     ANNA keeps the edit "Opening titles" for now: at five [kept 1f2e3d4c5b6a7988 edit E0a1b2c3
-///     7]
-///
-/// A room stands in the token by its name in hexadecimal, since it may hold any character. The
-/// number is that of the bytes of the user's own words before it.
-struct AskWords {
-  enum class What { eAsk, eGiven, eKept, eWithdrawn };
-
-  What what = What::eAsk;
-  NotedAsk ask;       ///< without `to` and `when`; an answer's `text` is the answer's
-  std::string words;  ///< all of it, without the token
-};
-
-/// The ask or answer that words are; nothing for other words.
-std::optional<AskWords> readAskWords(std::string_view words);
-
-/// The words of an ask or answer of `user`, whole; carriedWords() are to be sent.
-std::string composeAskWords(const std::string& user, AskWords::What what, const NotedAsk& ask);
 
 /// Asking colleagues for what they hold: an edit that is theirs, a room they are in, a private
 /// project that they have open.
@@ -76,10 +51,6 @@ class Asks {
   static constexpr std::size_t kMostOfOne = 20;
   static constexpr std::size_t kMostAnswers = 40;
   static constexpr std::size_t kMostIncoming = 200;
-
-  /// The longest text of an ask or answer, and what is shown of a name, in bytes.
-  static constexpr std::size_t kLongestText = 300;
-  static constexpr std::size_t kLongestName = 200;
 
   /// Where this station starts again so much later, in seconds, nobody waits for an answer any
   /// more.

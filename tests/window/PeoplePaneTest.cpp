@@ -12,7 +12,6 @@
 #include <set>
 
 #include "app/window/Appearance.h"
-#include "app/window/People.h"
 #include "tests/window/WindowScene.h"
 
 using namespace korvel;

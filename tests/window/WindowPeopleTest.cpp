@@ -7,7 +7,6 @@
 #include <QTreeView>
 #include <QTreeWidget>
 
-#include "app/window/People.h"
 #include "app/window/PeoplePane.h"
 #include "tests/window/WindowScene.h"
 

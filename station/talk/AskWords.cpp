@@ -1,0 +1,136 @@
+#include "station/talk/AskWords.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <random>
+#include <vector>
+
+#include "host/base/Text.h"
+#include "station/base/Strings.h"
+#include "station/talk/Conversation.h"
+
+namespace korvel {
+
+namespace {
+
+/// The first word of the token of each kind of words.
+constexpr std::array<std::string_view, 4> kTokens{"ask", "given", "kept", "withdrawn"};
+
+std::vector<std::string_view> wordsOf(std::string_view text) {
+  std::vector<std::string_view> words;
+  for (std::size_t end; (end = text.find(' ')) != text.npos; text.remove_prefix(end + 1)) {
+    words.push_back(text.substr(0, end));
+  }
+  words.push_back(text);
+  return words;
+}
+
+bool isId(std::string_view text) {
+  return text.size() == 16 && text.find_first_not_of(kHexDigits) == text.npos;
+}
+
+bool isKind(std::string_view word) {
+  return word == AskWords::kEdit || word == AskWords::kLog || word == AskWords::kRoom ||
+         word == AskWords::kProject;
+}
+
+/// Splits the words before a token into the name that stands in quotation marks there and the
+/// user's own text, the last `bytes` of them; false where they are not so many.
+bool readBefore(std::string_view before, std::size_t bytes, NotedAsk& ask) {
+  if (bytes > before.size()) return false;
+  ask.text = std::string(before.substr(before.size() - bytes));
+  before.remove_suffix(bytes);
+  const std::size_t first = before.find('"');
+  const std::size_t last = before.rfind('"');
+  if (first < last) ask.name = std::string(before.substr(first + 1, last - first - 1));
+  return true;
+}
+
+}  // namespace
+
+bool isSound(const NotedAsk& ask) {
+  constexpr std::size_t kLongestObject = 1024;
+  return isId(ask.id) && isKind(ask.kind) && ask.text.size() <= AskWords::kLongestText &&
+         ask.name.size() <= AskWords::kLongestName && ask.object.size() <= kLongestObject &&
+         ask.project.size() <= kLongestObject;
+}
+
+std::string newAskId() {
+  std::random_device random;
+  std::string bytes;
+  for (int i = 0; i < 8; ++i) bytes += static_cast<char>(random() & 0xFF);
+  return hexText(bytes);
+}
+
+std::string shortName(const std::string& name) {
+  std::wstring letters(wideText(name).view());
+  while (utf8Text(LightweightString<wchar_t>(std::wstring_view(letters))).size() >
+         AskWords::kLongestName) {
+    letters.resize(letters.size() - std::max<std::size_t>(letters.size() / 16, 1));
+  }
+  return utf8Text(LightweightString<wchar_t>(std::wstring_view(letters)));
+}
+
+std::string roomOf(const NotedAsk& ask) { return bytesOfHex(ask.object).value_or(std::string()); }
+
+std::string titleOf(const NotedAsk& ask) { return "the " + ask.kind + " " + inQuotes(ask.name); }
+
+std::optional<AskWords> readAskWords(std::string_view words) {
+  const std::size_t start = words.rfind(" [");
+  if (start == words.npos || !words.ends_with(']')) return std::nullopt;
+  const auto token = wordsOf(words.substr(start + 2, words.size() - start - 3));
+  if (token.size() != 5 || !isId(token[1]) || !isKind(token[2]) || token[3].empty()) return {};
+  const auto what = std::ranges::find(kTokens, token[0]);
+  std::size_t bytes = 0;
+  const char* const end = token[4].data() + token[4].size();
+  const auto [stop, problem] = std::from_chars(token[4].data(), end, bytes);
+  if (what == kTokens.end() || problem != std::errc() || stop != end) return std::nullopt;
+  AskWords read;
+  read.what = static_cast<AskWords::What>(what - kTokens.begin());
+  read.words = wordsAsTyped(std::string(words.substr(0, start)));
+  read.ask.id = token[1];
+  read.ask.kind = token[2];
+  read.ask.object = token[3];
+  if (!readBefore(words.substr(0, start), bytes, read.ask) || !isSound(read.ask)) return {};
+  return read;
+}
+
+std::string composeAskWords(const std::string& user, AskWords::What what, const NotedAsk& ask) {
+  std::string words = shownText(user);
+  if (what == AskWords::What::eAsk) words += " asks for " + titleOf(ask);
+  if (what == AskWords::What::eGiven) words += " gives you " + titleOf(ask);
+  if (what == AskWords::What::eKept) words += " keeps " + titleOf(ask) + " for now";
+  if (what == AskWords::What::eWithdrawn) words += " no longer asks for " + titleOf(ask);
+  if (!ask.text.empty()) words += ": " + ask.text;
+  words += " [";
+  words += kTokens[static_cast<std::size_t>(what)];
+  for (const std::string& each :
+       {ask.id, ask.kind, ask.object, std::to_string(ask.text.size()) + "]"}) {
+    words += " " + each;
+  }
+  return words;
+}
+
+std::string wordsWithoutToken(const std::string& user, AskWords::What what, const NotedAsk& ask) {
+  const std::string words = composeAskWords(user, what, ask);
+  return words.substr(0, words.rfind(" ["));
+}
+
+JsonValue shownAsk(const NotedAsk& ask, long number, const std::string& from, bool isOwn) {
+  return JsonValue::object(
+      {{"number", number},
+       {"own", isOwn},
+       {"from", shownText(from)},
+       {"to", shownText(ask.to)},
+       {"kind", ask.kind},
+       {"object", shownText(ask.kind == AskWords::kRoom ? roomOf(ask) : ask.object)},
+       {"name", shownText(ask.name)},
+       {"project", shownText(ask.project)},
+       {"text", shownText(ask.text)},
+       {"when", ask.when},
+       {"time", utcText(ask.when)},
+       {"id", ask.id}});
+}
+
+}  // namespace korvel
