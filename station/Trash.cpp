@@ -155,20 +155,18 @@ std::vector<std::string> Trash::namesAndCookies() const {
   return words;
 }
 
-/// What kept a deleted object from being read, whose name is therefore not known; of several the
-/// first. Not of files that were read and make no sense: they have no name.
-std::optional<Error> Trash::unreadOf(const std::vector<Trashed>& found) const {
-  for (const Trashed& each : found) {
-    const auto problem = contentOf(each).problem;
-    if (problem && problem->code != ErrorCode::eBadContent) return problem;
-  }
-  return {};
-}
-
 Result<Trashed> Trash::find(const std::string& object) const {
   const auto found = all();
   if (!found) return found.error();
-  const auto nameOf = [this](const Trashed& each) { return contentOf(each).name; };
+  // What kept an object from being read whose name is therefore not known. Not of files that were
+  // read and make no sense: they have no name.
+  std::optional<Error> unread;
+  const auto nameOf = [&](const Trashed& each) {
+    const Content content = contentOf(each);
+    if (content.problem && content.problem->code != ErrorCode::eBadContent)
+      unread = content.problem;
+    return content.name;
+  };
   const auto meant = [&](const auto& isMeant) { return findOne(*found, object, isMeant, nameOf); };
   const auto isNone = [](const Result<Trashed>& each) {
     return !each && each.error().code == ErrorCode::eNotFound;
@@ -183,9 +181,7 @@ Result<Trashed> Trash::find(const std::string& object) const {
       return object.size() > 1 && upperCased(each.object).starts_with(upperCased(object));
     });
   }
-  if (!isNone(one)) return one;
-  const auto unread = unreadOf(*found);
-  if (!unread) return one;
+  if (!isNone(one) || !unread) return one;
   return Error{unread->code,
                "Whether something called " + inQuotes(object) +
                    " is in the trash is not known: " + unread->message,

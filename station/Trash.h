@@ -57,7 +57,6 @@ class Trash {
   [[nodiscard]] std::string kindOf(const Trashed& trashed) const;
   [[nodiscard]] Content contentOf(const Trashed& trashed) const;
   [[nodiscard]] Result<Trashed> find(const std::string& object) const;
-  [[nodiscard]] std::optional<Error> unreadOf(const std::vector<Trashed>& found) const;
   Step stepOf(const Trashed& trashed, const std::string& name);
   [[nodiscard]] bool mayRemove(const Trashed& trashed) const;
   Result<bool> remove(const Trashed& trashed) const;

@@ -49,6 +49,9 @@ class iEditObserver {
   virtual void replaced(const Cookie& cookie, const EditSummary& before,
                         const EditSummary& now) = 0;
 
+  /// A message told that an edit was saved that is not open here; the file may show it later.
+  virtual void savedElsewhere(const Cookie&) {}
+
   /// An edit is about to be forgotten.
   virtual void forgetting(const Cookie& cookie, const EditSummary& last) = 0;
 };

@@ -475,6 +475,7 @@ void Edits::noteSavedElsewhere(const Cookie& cookie) {
   if (!holds(cookie)) return;
   index_.markStale(cookie);
   lookLater(cookie);
+  tellObservers([&](iEditObserver& each) { each.savedElsewhere(cookie); });
   tellChanged(kindText(cookie), cookie, "refreshed");
 }
 

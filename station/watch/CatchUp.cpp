@@ -165,7 +165,14 @@ void MissingChanges::modified(const Cookie& cookie, const Deed&) {
 }
 
 void MissingChanges::replaced(const Cookie& cookie, const EditSummary&, const EditSummary& now) {
-  const auto saver = unsaved_.find({cookie, now.savedBy});
+  noteSaved(cookie, now.savedBy);
+}
+
+/// The save itself may have been found in the folder before its announced changes were told of.
+void MissingChanges::savedElsewhere(const Cookie& cookie) { noteSaved(cookie, currentAuthor()); }
+
+void MissingChanges::noteSaved(const Cookie& cookie, const std::string& user) {
+  const auto saver = unsaved_.find({cookie, user});
   if (saver != unsaved_.end()) saver->second = {Clock::now(), saver->second.isNoted, true};
   tellSoon();
 }

@@ -51,6 +51,7 @@ class MissingChanges : public iEditObserver, public ProjectListener {
 
   void modified(const Cookie& cookie, const Deed& deed) override;
   void replaced(const Cookie& cookie, const EditSummary& before, const EditSummary& now) override;
+  void savedElsewhere(const Cookie& cookie) override;
   void forgetting(const Cookie& cookie, const EditSummary& last) override;
   void handleProjectEntry() override;
   void handleProjectExit() override;
@@ -66,6 +67,7 @@ class MissingChanges : public iEditObserver, public ProjectListener {
   };
   using Key = std::pair<Cookie, std::string>;  ///< object and user
 
+  void noteSaved(const Cookie& cookie, const std::string& user);
   void takeNotes(const std::set<Key>& noted);
   [[nodiscard]] std::set<Key> notedKeys() const;
   void tellChanges();

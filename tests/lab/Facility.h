@@ -58,6 +58,7 @@ class Facility {
   /// none on another port. What no machine sent counts as well, unless strangers send.
   enum class Strangers { eNone, eSend };
   std::string notOnce(Strangers strangers = Strangers::eNone);
+  std::string notOnceNow(Strangers strangers);
 
   /// Datagrams that stations say they could not take.
   [[nodiscard]] long droppedCount() const;
