@@ -1,5 +1,12 @@
 #include "station/base/HostThread.h"
 
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <ctime>
 #include <mutex>
 #include <utility>
 
@@ -29,12 +36,18 @@ Activity currentActivity() {
   return theActivity;
 }
 
+HostThread::HostThread() : wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+HostThread::~HostThread() {
+  if (wake_ >= 0) ::close(wake_);
+}
+
 void HostThread::post(Task task) {
   {
     const std::lock_guard lock(mutex_);
     tasks_.push_back(std::move(task));
   }
-  wake_.notify_one();
+  wake();
 }
 
 void HostThread::postAfter(std::chrono::milliseconds delay, Task task) {
@@ -42,7 +55,7 @@ void HostThread::postAfter(std::chrono::milliseconds delay, Task task) {
     const std::lock_guard lock(mutex_);
     later_.emplace(Clock::now() + delay, std::move(task));
   }
-  wake_.notify_one();
+  wake();
 }
 
 bool HostThread::postDelivery(Task delivery, std::size_t bytes) {
@@ -54,7 +67,7 @@ bool HostThread::postDelivery(Task delivery, std::size_t bytes) {
     deliveries_.push_back({std::move(delivery), bytes});
     deliveryBytes_ += bytes;
   }
-  wake_.notify_one();
+  wake();
   return true;
 }
 
@@ -73,7 +86,7 @@ void HostThread::stop() {
     const std::lock_guard lock(mutex_);
     stopped_ = true;
   }
-  wake_.notify_one();
+  wake();
 }
 
 bool HostThread::takeNext(Task& next, bool wait) {
@@ -99,13 +112,48 @@ bool HostThread::takeNext(Task& next, bool wait) {
 
 void HostThread::waitForWork(std::unique_lock<std::mutex>& lock) {
   while (!stopped_ && tasks_.empty() && deliveries_.empty()) {
-    if (later_.empty()) {
-      wake_.wait(lock);
-    } else {
-      wake_.wait_until(lock, Clock::time_point(later_.begin()->first));
-    }
+    const auto until = later_.empty() ? Clock::time_point::max() : later_.begin()->first;
+    isWaiting_ = true;
+    lock.unlock();
+    waitUntil(until);
+    lock.lock();
     queueWhatIsDue();
   }
+}
+
+namespace {
+
+/// Without a descriptor to be woken by, the thread looks this often whether something was queued.
+constexpr auto kWithoutWake = std::chrono::milliseconds(50);
+
+timespec timeUntil(std::chrono::steady_clock::time_point time) {
+  const auto left = time - std::chrono::steady_clock::now();
+  const auto nanoseconds = std::max<std::int64_t>(std::chrono::nanoseconds(left).count(), 0);
+  constexpr std::int64_t kSecond = 1'000'000'000;
+  return {nanoseconds / kSecond, nanoseconds % kSecond};
+}
+
+}  // namespace
+
+void HostThread::waitUntil(Clock::time_point time) {
+  std::vector<pollfd> awaited{{wake_, POLLIN, 0}};
+  for (iIdleSource* const each : sources_) awaited.push_back({each->beginWait(), POLLIN, 0});
+  if (wake_ < 0) time = std::min(time, Clock::now() + kWithoutWake);
+  const bool hasEnd = time != Clock::time_point::max();
+  const timespec left = hasEnd ? timeUntil(time) : timespec{};
+  if (::ppoll(awaited.data(), awaited.size(), hasEnd ? &left : nullptr, nullptr) <= 0) {
+    for (pollfd& each : awaited) each.revents = 0;
+  }
+  isWaiting_ = false;
+  eventfd_t count = 0;
+  if (awaited[0].revents != 0) ::eventfd_read(wake_, &count);
+  for (std::size_t i = 0; i < sources_.size(); ++i) {
+    sources_[i]->endWait(awaited[i + 1].revents != 0);
+  }
+}
+
+void HostThread::wake() {
+  if (isWaiting_.exchange(false) && wake_ >= 0) ::eventfd_write(wake_, 1);
 }
 
 void HostThread::queueWhatIsDue() {

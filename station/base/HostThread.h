@@ -3,8 +3,8 @@
 #include <signal.h>
 #include <sys/prctl.h>
 
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace korvel {
 
@@ -73,6 +74,19 @@ class ActivityScope {
 /// The activity of the host thread now. Any thread; never waits for the host thread.
 Activity currentActivity();
 
+/// Something that the host thread waits for beside its queues, as a socket that it reads itself
+/// while it has nothing else to do. Called on the host thread.
+class iIdleSource {
+ public:
+  virtual ~iIdleSource() = default;
+
+  /// A wait begins: the descriptor to be waited for as well, or -1 for none now.
+  virtual int beginWait() = 0;
+
+  /// The wait is over; whether there is something at the descriptor. May queue deliveries.
+  virtual void endWait(bool isReadable) = 0;
+};
+
 /// The station's one host thread: documents, managers, notifications and the delivery of datagrams
 /// all run on it.
 ///
@@ -87,6 +101,11 @@ class HostThread {
   static constexpr std::size_t kMaxDeliveries = 400'000;
   static constexpr std::size_t kMaxDeliveryBytes = 256u << 20;
 
+  HostThread();
+  HostThread(const HostThread&) = delete;
+  HostThread& operator=(const HostThread&) = delete;
+  ~HostThread();
+
   /// Queues a task. Any thread.
   void post(Task task);
 
@@ -96,6 +115,11 @@ class HostThread {
   /// Queues the delivery of something of `bytes` size; false when the lane is full and nothing was
   /// queued. Any thread.
   bool postDelivery(Task delivery, std::size_t bytes);
+
+  /// Has run() wait for this as well, or no longer. The source must live until then. On the host
+  /// thread, or while run() does not run.
+  void waitFor(iIdleSource& source) { sources_.push_back(&source); }
+  void waitNoMoreFor(iIdleSource& source) { std::erase(sources_, &source); }
 
   /// Runs what is queued on the calling thread, which is the host thread from now on, until stop()
   /// was called.
@@ -117,10 +141,14 @@ class HostThread {
 
   bool takeNext(Task& next, bool wait);
   void waitForWork(std::unique_lock<std::mutex>& lock);
+  void waitUntil(Clock::time_point time);
   void queueWhatIsDue();
+  void wake();
 
   std::mutex mutex_;
-  std::condition_variable wake_;
+  const int wake_;  ///< readable when something was queued while the thread waited
+  std::atomic<bool> isWaiting_{false};
+  std::vector<iIdleSource*> sources_;
   std::deque<Task> tasks_;
   std::multimap<Clock::time_point, Task> later_;
   std::deque<Delivery> deliveries_;

@@ -5,6 +5,7 @@
 #include <linux/sock_diag.h>
 #include <sodium.h>
 #include <sys/socket.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -314,6 +315,129 @@ std::uint32_t ListenerSocket::droppedBySystem() const {
   socklen_t size = sizeof memory;
   if (getsockopt(socket_, SOL_SOCKET, SO_MEMINFO, memory, &size) != 0) return 0;
   return memory[SK_MEMINFO_DROPS];
+}
+
+void DropCount::wasRead(std::size_t datagrams, std::size_t bytes) {
+  // What the system counts for a datagram is more than its bytes; network cards fill whole pages.
+  constexpr std::size_t kOverhead = 2048;
+  backlog_ += datagrams * kOverhead + bytes;
+}
+
+std::uint32_t DropCount::lost(std::uint32_t total, std::uint32_t sent) {
+  const std::uint32_t more = total - total_;
+  // A count carried by a datagram may be older than the one asked for last.
+  if (more > 0x7FFFFFFF) return lost_;
+  total_ = total;
+  if (mayHaveBeenFull()) {
+    const std::uint32_t own = std::min(more, sent - accounted_);
+    accounted_ += own;
+    lost_ += more - own;
+  } else {
+    // What is read now came after the socket was empty, and so did the count that it carries.
+    accounted_ = sentWhenEmpty_;
+  }
+  return lost_;
+}
+
+void DropCount::wasEmptied(std::uint32_t sent) {
+  backlog_ = 0;
+  sentWhenEmpty_ = sent;
+}
+
+ReadingTurn::Duration ReadingTurn::patienceFor(std::size_t bufferBytes) {
+  // A short datagram takes 768 bytes of it, and no network of stations brings 100 000 a second for
+  // long. Half of the buffer is left for the time until the reader thread runs.
+  constexpr Duration kBetweenDatagrams = std::chrono::microseconds(10);
+  constexpr std::size_t kDatagramBytes = 768;
+  const auto datagrams = static_cast<Duration::rep>(bufferBytes / 2 / kDatagramBytes);
+  return std::clamp<Duration>(datagrams * kBetweenDatagrams, std::chrono::milliseconds(1),
+                              std::chrono::milliseconds(10));
+}
+
+ReadingTurn::ReadingTurn(Duration patience)
+    : patience_(patience),
+      alarm_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
+      isKept_(alarm_ < 0) {}
+
+ReadingTurn::~ReadingTurn() {
+  if (alarm_ >= 0) close(alarm_);
+}
+
+bool ReadingTurn::beginWait() {
+  const std::lock_guard lock(mutex_);
+  if (state_ == State::eReaderReads) {
+    if (!std::exchange(isAskedFor_, true) && !isKept_) setAlarm({});
+    return false;
+  }
+  state_ = State::eHostWaits;
+  return true;
+}
+
+void ReadingTurn::endWait(Time now, bool passesOn) {
+  const std::lock_guard lock(mutex_);
+  isAskedFor_ = false;
+  if (state_ != State::eHostWaits) return;
+  if (passesOn) {
+    state_ = State::eReaderReads;
+    isKept_ = true;
+    return setAlarm({});
+  }
+  state_ = State::eHostWorks;
+  worksSince_ = now;
+  if (!isAlarmSet_) setAlarm(patience_);
+}
+
+ReadingTurn::Reader ReadingTurn::next(Time now, bool mayGiveBack) {
+  const std::lock_guard lock(mutex_);
+  isAlarmSet_ = false;
+  switch (state_) {
+    case State::eHostWaits:
+      return Reader::eSleeps;
+    case State::eHostWorks:
+      if (now - worksSince_ < patience_) {
+        setAlarm(patience_ - (now - worksSince_));
+        return Reader::eSleeps;
+      }
+      state_ = State::eReaderReads;
+      isKept_ = false;
+      return Reader::eReads;
+    case State::eReaderReads:
+      break;
+  }
+  isKept_ = !mayGiveBack || alarm_ < 0;
+  if (isKept_ || !isAskedFor_) return Reader::eReads;
+  state_ = State::eHostWorks;
+  worksSince_ = now;
+  setAlarm(patience_);
+  return Reader::eGaveBack;
+}
+
+void ReadingTurn::wakeReader() {
+  const std::lock_guard lock(mutex_);
+  setAlarm({});
+}
+
+void ReadingTurn::quietAlarm() const {
+  std::uint64_t times = 0;
+  if (read(alarm_, &times, sizeof times) < 0) return;  // it was quiet
+}
+
+void ReadingTurn::setAlarm(Duration in) {
+  isAlarmSet_ = true;
+  itimerspec when{};
+  // A time of 0 would switch it off.
+  when.it_value.tv_nsec = std::max<Duration::rep>(in.count(), 1);
+  timerfd_settime(alarm_, 0, &when, nullptr);
+}
+
+void OwnFilter::follow(ListenerSocket& socket, std::uint16_t ownPort,
+                       std::vector<Ipv4Network> own) {
+  const std::lock_guard lock(mutex_);
+  if (ownPort == port_ && own == own_) return;
+  port_ = ownPort;
+  own_ = std::move(own);
+  // Where the system refuses, own datagrams are read, and dropped by the listener.
+  static_cast<void>(socket.leaveOut(port_, own_));
 }
 
 }  // namespace korvel

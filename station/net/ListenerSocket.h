@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <mutex>
 #include <set>
 #include <string>
 #include <string_view>
@@ -171,6 +172,115 @@ class ListenerSocket {
 
   int socket_;
   std::set<Destination> joined_;
+};
+
+/// Tells what the system lost from what its filter left out because this station had sent it: it
+/// counts both in one number. It loses datagrams only while the socket's buffer is full, and all
+/// that lay in a full buffer is read before what came after. So where the reader has not just
+/// read half a buffer's worth without a pause, nothing was lost. One thread.
+class DropCount {
+ public:
+  explicit DropCount(std::size_t bufferBytes) : bufferBytes_(bufferBytes) {}
+
+  /// A batch was read: so many datagrams of so many bytes in all, all that there were or not.
+  void wasRead(std::size_t datagrams, std::size_t bytes);
+
+  /// Nothing waited any more when this station had sent `sent`.
+  void wasEmptied(std::uint32_t sent);
+
+  [[nodiscard]] bool mayHaveBeenFull() const { return backlog_ >= bufferBytes_ / 2; }
+
+  /// How many were lost since the beginning, modulo 2^32, while the system's count stands at
+  /// `total`, perhaps a while ago, and this station has sent `sent`.
+  std::uint32_t lost(std::uint32_t total, std::uint32_t sent);
+
+ private:
+  std::size_t bufferBytes_;
+  std::size_t backlog_ = 0;  ///< an estimate of the memory that was read since a pause
+  std::uint32_t total_ = 0;
+  std::uint32_t lost_ = 0;
+  std::uint32_t sentWhenEmpty_ = 0;
+  std::uint32_t accounted_ = 0;  ///< of what was sent, those that total_ holds or never will
+};
+
+/// Has the system leave out this station's own datagrams, as its addresses come and go. Any thread.
+class OwnFilter {
+ public:
+  /// Makes the socket's filter fit; does nothing where it does.
+  void follow(ListenerSocket& socket, std::uint16_t ownPort, std::vector<Ipv4Network> own);
+
+ private:
+  std::mutex mutex_;
+  std::uint16_t port_ = 0;
+  std::vector<Ipv4Network> own_;
+};
+
+/// Which of two threads reads a listener's socket.
+///
+///     host thread waits ----its wait is over----> host thread works, nobody reads
+///            ^  ^                                        |         |
+///            |  '-------------its next wait--------------'         | after kPatience at most, by
+///            |                                                     v the alarm, or at once
+///            '---once it waits, and nothing is lost----- reader thread reads
+///
+/// The host thread reads only what it finds when it had nothing to do: a message then reaches it
+/// without another thread, and nothing that it does later can hold up the socket. While it works
+/// for a moment the system's buffer keeps what comes. The reader thread sleeps meanwhile: it is
+/// woken once in kPatience while the station works, and not at all while it does not.
+///
+/// Whoever may read may use all that reading uses; the mutex hands that over. The host thread calls
+/// beginWait() and endWait(), the reader thread mayRead(); neither waits for the other.
+class ReadingTurn {
+ public:
+  using Time = std::chrono::steady_clock::time_point;
+  using Duration = std::chrono::nanoseconds;
+
+  /// How long a buffer of so many bytes holds what a busy network brings.
+  static Duration patienceFor(std::size_t bufferBytes);
+
+  explicit ReadingTurn(Duration patience);
+  ReadingTurn(const ReadingTurn&) = delete;
+  ReadingTurn& operator=(const ReadingTurn&) = delete;
+  ~ReadingTurn();
+
+  /// Whether the host thread reads during the wait that begins; else it is as soon as it can be.
+  bool beginWait();
+
+  /// The wait is over. `passesOn`: the reader thread is to go on at once.
+  void endWait(Time now, bool passesOn);
+
+  enum class Reader {
+    eReads,
+    eSleeps,
+    eGaveBack,  ///< the host thread, which waits, is to wait anew
+  };
+
+  /// What the reader thread does now; it gives the socket back only where it `mayGiveBack`.
+  Reader next(Time now, bool mayGiveBack);
+
+  /// Wakes the reader thread once, now.
+  void wakeReader();
+
+  /// Readable when the reader thread is to call next(); -1 where the system had none, and the
+  /// reader thread reads for ever.
+  [[nodiscard]] int alarm() const { return alarm_; }
+
+  /// Makes the alarm unreadable. Reader thread.
+  void quietAlarm() const;
+
+ private:
+  enum class State { eReaderReads, eHostWorks, eHostWaits };
+
+  void setAlarm(Duration in);
+
+  const Duration patience_;
+  const int alarm_;
+  std::mutex mutex_;
+  State state_ = State::eReaderReads;
+  Time worksSince_;
+  bool isAlarmSet_ = false;
+  bool isAskedFor_ = false;  ///< the host thread waits, and would read
+  bool isKept_ = false;      ///< the reader thread must not give it back yet
 };
 
 }  // namespace korvel

@@ -1,8 +1,6 @@
 #include "station/net/UdpListener.h"
 
 #include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -176,43 +174,6 @@ void LossReport::note(Time now) {
   last_ = now;
 }
 
-void DropCount::wasRead(std::size_t datagrams, std::size_t bytes) {
-  // What the system counts for a datagram is more than its bytes; network cards fill whole pages.
-  constexpr std::size_t kOverhead = 2048;
-  backlog_ += datagrams * kOverhead + bytes;
-}
-
-std::uint32_t DropCount::lost(std::uint32_t total, std::uint32_t sent) {
-  const std::uint32_t more = total - total_;
-  // A count carried by a datagram may be older than the one asked for last.
-  if (more > 0x7FFFFFFF) return lost_;
-  total_ = total;
-  if (mayHaveBeenFull()) {
-    const std::uint32_t own = std::min(more, sent - accounted_);
-    accounted_ += own;
-    lost_ += more - own;
-  } else {
-    // What is read now came after the socket was empty, and so did the count that it carries.
-    accounted_ = sentWhenEmpty_;
-  }
-  return lost_;
-}
-
-void DropCount::wasEmptied(std::uint32_t sent) {
-  backlog_ = 0;
-  sentWhenEmpty_ = sent;
-}
-
-void OwnFilter::follow(ListenerSocket& socket, std::uint16_t ownPort,
-                       std::vector<Ipv4Network> own) {
-  const std::lock_guard lock(mutex_);
-  if (ownPort == port_ && own == own_) return;
-  port_ = ownPort;
-  own_ = std::move(own);
-  // Where the system refuses, own datagrams are read, and dropped by the listener.
-  static_cast<void>(socket.leaveOut(port_, own_));
-}
-
 namespace {
 
 constexpr auto kBetweenLooks = std::chrono::milliseconds(5000);
@@ -298,18 +259,19 @@ UdpListener::UdpListener(ListenerSocket socket, Dependencies surroundings,
       surroundings_(std::move(surroundings)),
       outlet_(std::make_shared<DeliveryTarget>(receiver, surroundings_)),
       drops_(socket_.bufferBytes()),
-      wake_(eventfd(0, EFD_CLOEXEC)) {
+      turn_(ReadingTurn::patienceFor(socket_.bufferBytes())) {
   followInterfaces();
   thread_ = threadWithoutSignals([this] { drain(); });
+  surroundings_.hostThread.waitFor(*this);
 }
 
 UdpListener::~UdpListener() {
   // First: deliveries that are queued on the host thread must find the receiver closed.
   outlet_->taker->isOpen = false;
+  surroundings_.hostThread.waitNoMoreFor(*this);
   isEnding_ = true;
-  eventfd_write(wake_, 1);
+  turn_.wakeReader();
   thread_.join();
-  close(wake_);
 }
 
 void UdpListener::queueDelivery(const std::shared_ptr<DeliveryTarget>& outlet) {
@@ -358,12 +320,30 @@ void UdpListener::tellLeftOutLines(const std::shared_ptr<DeliveryTarget>& outlet
   });
 }
 
+int UdpListener::beginWait() { return turn_.beginWait() ? socket_.descriptor() : -1; }
+
+void UdpListener::endWait(bool isReadable) {
+  // One batch: what is done with it comes before the next.
+  if (isReadable) takeBatch();
+  turn_.endWait(std::chrono::steady_clock::now(), isReadable && needsReader());
+}
+
+bool UdpListener::needsReader() const {
+  return toldError_ != 0 || losses_.isPending() || outlet_->lanes.hasLosses();
+}
+
 void UdpListener::drain() {
+  bool reads = true;
   while (!isEnding_) {
-    takeWhatIsThere();
-    tellLosses(std::chrono::steady_clock::now());
-    waitForMore();
+    if (reads) {
+      takeWhatIsThere();
+      tellLosses(std::chrono::steady_clock::now());
+    }
+    waitForMore(reads);
     followInterfaces();
+    const auto turn = turn_.next(std::chrono::steady_clock::now(), reads && !needsReader());
+    reads = turn == ReadingTurn::Reader::eReads;
+    if (turn == ReadingTurn::Reader::eGaveBack) surroundings_.hostThread.post([] {});
   }
   losses_.tell();
   for (const auto& loss : outlet_->lanes.allLosses()) tellLoss(loss);
@@ -371,15 +351,14 @@ void UdpListener::drain() {
 }
 
 void UdpListener::takeWhatIsThere() {
-  int count = DatagramReader::kBatch;
-  while (!isEnding_ && count == DatagramReader::kBatch) {
-    count = reader_.read(socket_.descriptor());
-    takeBatch(static_cast<std::size_t>(std::max(count, 0)));
+  while (!isEnding_ && takeBatch()) {
   }
-  tellBrokenRead(count < 0 ? -count : 0);
 }
 
-void UdpListener::takeBatch(std::size_t count) {
+bool UdpListener::takeBatch() {
+  const int result = reader_.read(socket_.descriptor());
+  const auto count = static_cast<std::size_t>(std::max(result, 0));
+  const bool isEmptied = count < DatagramReader::kBatch;
   const auto now = std::chrono::steady_clock::now();
   datagramsRead_ += count;
   std::size_t bytes = 0;
@@ -393,8 +372,10 @@ void UdpListener::takeBatch(std::size_t count) {
     }
   }
   drops_.wasRead(count, bytes);
-  noteDrops(now, count < DatagramReader::kBatch);
+  noteDrops(now, isEmptied);
   losses_.tellIfOver(now);
+  if (isEmptied) tellBrokenRead(std::max(-result, 0));
+  return !isEmptied;
 }
 
 void UdpListener::noteDrops(LossReport::Time now, bool isEmptied) {
@@ -484,7 +465,7 @@ bool UdpListener::isOwn(const Datagram& datagram) {
 }
 
 int UdpListener::millisecondsToWait() const {
-  if (toldError_ != 0 || wake_ < 0) return kMillisecondsAfterError;
+  if (toldError_ != 0 || turn_.alarm() < 0) return kMillisecondsAfterError;
   if (losses_.isPending()) return static_cast<int>(LossReport::kQuiet.count());
   if (outlet_->lanes.hasLosses()) return kMillisecondsBetweenTellings;
   return static_cast<int>(betweenLooks().count());
@@ -503,11 +484,13 @@ void UdpListener::tellBrokenRead(int error) {
   toldError_ = error;
 }
 
-void UdpListener::waitForMore() {
-  pollfd waitFor[] = {{wake_, POLLIN, 0}, {socket_.descriptor(), POLLIN, 0}};
+void UdpListener::waitForMore(bool reads) {
   // A socket with an error stays readable, and poll() would return at once again and again. So only
   // the end, or the next try, is waited for.
-  poll(waitFor, toldError_ == 0 ? 2 : 1, millisecondsToWait());
+  const int socket = reads && toldError_ == 0 ? socket_.descriptor() : -1;
+  pollfd waitFor[] = {{turn_.alarm(), POLLIN, 0}, {socket, POLLIN, 0}};
+  poll(waitFor, 2, reads ? millisecondsToWait() : static_cast<int>(betweenLooks().count()));
+  if (waitFor[0].revents != 0) turn_.quietAlarm();
 }
 
 }  // namespace korvel

@@ -2,10 +2,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -98,61 +96,21 @@ class LossReport {
   Time last_;
 };
 
-/// Tells what the system lost from what its filter left out because this station had sent it: it
-/// counts both in one number. It loses datagrams only while the socket's buffer is full, and all
-/// that lay in a full buffer is read before what came after. So where the reader has not just
-/// read half a buffer's worth without a pause, nothing was lost. One thread.
-class DropCount {
- public:
-  explicit DropCount(std::size_t bufferBytes) : bufferBytes_(bufferBytes) {}
-
-  /// A batch was read: so many datagrams of so many bytes in all, all that there were or not.
-  void wasRead(std::size_t datagrams, std::size_t bytes);
-
-  /// Nothing waited any more when this station had sent `sent`.
-  void wasEmptied(std::uint32_t sent);
-
-  [[nodiscard]] bool mayHaveBeenFull() const { return backlog_ >= bufferBytes_ / 2; }
-
-  /// How many were lost since the beginning, modulo 2^32, while the system's count stands at
-  /// `total`, perhaps a while ago, and this station has sent `sent`.
-  std::uint32_t lost(std::uint32_t total, std::uint32_t sent);
-
- private:
-  std::size_t bufferBytes_;
-  std::size_t backlog_ = 0;  ///< an estimate of the memory that was read since a pause
-  std::uint32_t total_ = 0;
-  std::uint32_t lost_ = 0;
-  std::uint32_t sentWhenEmpty_ = 0;
-  std::uint32_t accounted_ = 0;  ///< of what was sent, those that total_ holds or never will
-};
-
-/// Has the system leave out this station's own datagrams, as its addresses come and go. Any thread.
-class OwnFilter {
- public:
-  /// Makes the socket's filter fit; does nothing where it does.
-  void follow(ListenerSocket& socket, std::uint16_t ownPort, std::vector<Ipv4Network> own);
-
- private:
-  std::mutex mutex_;
-  std::uint16_t port_ = 0;
-  std::vector<Ipv4Network> own_;
-};
-
 /// A listener without a socket: the port could not be had.
 class NullListener : public iUDPListener {};
 
 /// Hears datagrams and hands them to a receiver.
 ///
-///     socket --reader thread--> lanes --host thread--> receiver
+///     socket --host thread or reader thread--> lanes --host thread--> receiver
 ///
-/// The system leaves out this station's own datagrams, so that they wake nobody. The reader thread
-/// empties the socket at once, even while the host thread is busy. It drops datagrams that are not
-/// for this station: own ones that the system has let through, copies over another network, and
-/// those of senders that are not taken. The others wait in a lane for each source. Datagrams that
-/// find no room there, are beyond the source's limits, or were dropped by the system before, are
-/// counted and reported. Destroying the listener, on the host thread, ends delivery at once.
-class UdpListener : public iUDPListener {
+/// The system leaves out this station's own datagrams, so that they wake nobody. An idle host
+/// thread reads the socket itself; the reader thread empties it while the host thread is busy
+/// (ReadingTurn). Dropped is what is not for this station: own datagrams that the system has let
+/// through, copies over another network, and those of senders that are not taken. The others wait
+/// in a lane for each source. Datagrams that find no room there, are beyond the source's limits, or
+/// were dropped by the system before, are counted and reported. Destroying the listener, on the
+/// host thread, ends delivery at once.
+class UdpListener : public iUDPListener, private iIdleSource {
  public:
   /// What a listener needs to know of the rest of the network service.
   struct Dependencies {
@@ -208,11 +166,20 @@ class UdpListener : public iUDPListener {
   /// Has it logged how many lines were left out, once their source is quiet. Host thread.
   static void tellLeftOutLines(const std::shared_ptr<DeliveryTarget>& outlet);
 
+  int beginWait() override;
+  void endWait(bool isReadable) override;
+
+  /// What the reader thread does.
   void drain();
+
+  /// Whether something must be told or tried again later, which the host thread does not wait for.
+  [[nodiscard]] bool needsReader() const;
 
   /// Takes datagrams until none waits.
   void takeWhatIsThere();
-  void takeBatch(std::size_t count);
+
+  /// Takes a batch; whether more may wait.
+  bool takeBatch();
   void noteDrops(LossReport::Time now, bool isEmptied);
   void take(Datagram datagram, LossReport::Time now);
   [[nodiscard]] std::optional<std::uint64_t> passSeal(Datagram& datagram,
@@ -227,7 +194,7 @@ class UdpListener : public iUDPListener {
   [[nodiscard]] int millisecondsToWait() const;
   [[nodiscard]] std::chrono::milliseconds betweenLooks() const;
   void tellBrokenRead(int error);
-  void waitForMore();
+  void waitForMore(bool reads);
 
   ListenerSocket socket_;
   Dependencies surroundings_;
@@ -241,7 +208,7 @@ class UdpListener : public iUDPListener {
   std::atomic<std::uint64_t> datagramsRead_{0};
   int toldError_ = 0;
   std::atomic<bool> isEnding_{false};
-  int wake_;
+  ReadingTurn turn_;
   std::thread thread_;
 };
 
