@@ -14,6 +14,7 @@
 #include "tests/bench/ProcessBench.h"
 #include "tests/bench/ProjectFiles.h"
 #include "tests/bench/peer/Payload.h"
+#include "tests/bench/peer/Peer.h"
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/support/LoopbackSender.h"
 
@@ -30,10 +31,13 @@ constexpr auto kLongest = std::chrono::seconds(40);  ///< for one number of rece
 constexpr int kFirstPort = 27815;
 constexpr const char* kNoNames[] = {"station", "sockets"};
 
-/// The station, the bare sockets that are its floor, and what else was built.
+/// The station, the bare sockets that are its floor, and what else was built: once as all listen,
+/// and once with a sender that does not, which is spared its own messages.
 std::vector<Transport> transportsIn(const std::string& programs, BenchTable& table) {
+  const std::string sockets = programs + "/bench-sockets";
   std::vector<Transport> found{{kNoNames[0], programs + "/bench-station"},
-                               {kNoNames[1], programs + "/bench-sockets"}};
+                               {kNoNames[1], sockets},
+                               {"sockets read by one thread", sockets, PeerArguments::kOneThread}};
   const std::pair<const char*, const char*> others[] = {{"multicast bus (LCM)", "bench-lcm"},
                                                         {"DDS (Cyclone)", "bench-dds"},
                                                         {"brokerless queue (ZeroMQ)", "bench-zmq"}};
@@ -41,6 +45,7 @@ std::vector<Transport> transportsIn(const std::string& programs, BenchTable& tab
     const std::string path = programs + "/" + program;
     if (std::filesystem::exists(path)) {
       found.push_back({name, path});
+      found.push_back({name + std::string(", deaf sender"), path, PeerArguments::kDeafSender});
     } else {
       table.leaveOut(name, "its library is not installed, so it was not built");
     }

@@ -27,7 +27,7 @@ PeerGroup::PeerGroup(Transport transport, std::string folder, int port)
 bool PeerGroup::start() {
   peers_.push_back(std::make_unique<PeerProcess>(
       std::vector<std::string>{transport_.program, boardFile_, std::to_string(peers_.size()),
-                               std::to_string(port_), folder_}));
+                               std::to_string(port_), folder_, transport_.kind}));
   return peers_.back()->readLine() == "ready";
 }
 

@@ -14,6 +14,7 @@ namespace korvel {
 struct Transport {
   std::string name;
   std::string program;  ///< the path of its peer's program
+  std::string kind{};   ///< of peer, where that program is several
 };
 
 /// A sender and its receivers, each a process of its own, that all use one transport. They idle

@@ -88,9 +88,8 @@ int main(int argc, char** argv) {
   const PeerArguments arguments = readPeerArguments(argc, argv);
   const SharedBoard board(arguments.board);
   Service service(arguments.port);
-  if (arguments.number == 0) {
-    service.openWriter();
-  } else {
+  if (arguments.number == 0) service.openWriter();
+  if (arguments.listens()) {
     std::thread([&] { service.receive(*board, arguments.number); }).detach();
   }
   obey(*board, service);

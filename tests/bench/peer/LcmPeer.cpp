@@ -60,7 +60,7 @@ int main(int argc, char** argv) {
   const PeerArguments arguments = readPeerArguments(argc, argv);
   const SharedBoard board(arguments.board);
   Bus bus(arguments.port);
-  if (arguments.number > 0) {
+  if (arguments.listens()) {
     std::thread([&] { bus.receive(*board, arguments.number); }).detach();
   }
   obey(*board, bus);

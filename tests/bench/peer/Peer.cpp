@@ -42,11 +42,12 @@ void say(const char* word) {
 
 PeerArguments readPeerArguments(int argc, const char* const* argv) {
   if (argc < 5) {
-    std::fprintf(stderr, "usage: %s BOARD NUMBER PORT FOLDER\n", argv[0]);
+    std::fprintf(stderr, "usage: %s BOARD NUMBER PORT FOLDER [KIND]\n", argv[0]);
     std::exit(2);
   }
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  return {argv[1], static_cast<std::size_t>(std::atoi(argv[2])), std::atoi(argv[3]), argv[4]};
+  return {argv[1], static_cast<std::size_t>(std::atoi(argv[2])), std::atoi(argv[3]), argv[4],
+          argc > 5 ? argv[5] : ""};
 }
 
 void obey(Board& board, iTransport& transport) {

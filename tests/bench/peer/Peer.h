@@ -8,12 +8,19 @@
 
 namespace korvel {
 
-/// What a peer was started with: PROGRAM BOARD NUMBER PORT FOLDER.
+/// What a peer was started with: PROGRAM BOARD NUMBER PORT FOLDER [KIND].
 struct PeerArguments {
   std::string board;       ///< the file of the shared page
   std::size_t number = 0;  ///< 0 sends, the others receive
   int port = 0;
   std::string folder;  ///< one that the measurement's processes share
+  std::string kind{};  ///< of peer, where a program is several; see kDeafSender
+
+  /// Whether this peer listens: all do, but for a sender of the kind that does not.
+  [[nodiscard]] bool listens() const { return number > 0 || kind != kDeafSender; }
+
+  static constexpr const char* kDeafSender = "deaf-sender";
+  static constexpr const char* kOneThread = "one-thread";  ///< bare sockets without a queue
 };
 
 PeerArguments readPeerArguments(int argc, const char* const* argv);

@@ -1,5 +1,6 @@
 // The floor of every measurement between processes: broadcast datagrams by bare sockets, a thread
-// that drains the socket, a queue, and a thread that takes from it.
+// that drains the socket, a queue, and a thread that takes from it. Of the kind with one thread
+// that thread takes what it reads: the limit of what can be done.
 
 #include <arpa/inet.h>
 #include <poll.h>
@@ -100,8 +101,25 @@ class Sockets : public iTransport {
              sizeof to_);
   }
 
-  /// Reads datagrams into the queue, for ever; this peer's own are dropped.
+  /// Reads datagrams into the queue, for ever.
   void drain() {
+    read([this](std::string bytes) { queue_.put(std::move(bytes)); });
+  }
+
+  /// Takes from the queue, for ever.
+  void take(Board& board, std::size_t peer) {
+    for (;;) board.arrived(peer, numberOf(queue_.take()));
+  }
+
+  /// Takes what it reads, for ever.
+  void takeAtOnce(Board& board, std::size_t peer) {
+    read([&](const std::string& bytes) { board.arrived(peer, numberOf(bytes)); });
+  }
+
+ private:
+  /// Hands datagrams on, for ever; this peer's own are dropped.
+  template <typename HandOn>
+  void read(const HandOn& handOn) {
     std::vector<std::array<char, kDatagramBytes>> buffers(kBatch);
     std::vector<sockaddr_in> senders(kBatch);
     std::vector<iovec> pieces(kBatch);
@@ -115,17 +133,11 @@ class Sockets : public iTransport {
       for (int i = 0; i < count; ++i) {
         const auto at = static_cast<std::size_t>(i);
         if (senders[at].sin_port == ownPort_) continue;
-        queue_.put(std::string(buffers[at].data(), headers[at].msg_len));
+        handOn(std::string(buffers[at].data(), headers[at].msg_len));
       }
     }
   }
 
-  /// Takes from the queue, for ever.
-  void take(Board& board, std::size_t peer) {
-    for (;;) board.arrived(peer, numberOf(queue_.take()));
-  }
-
- private:
   int listener_;
   int sender_;
   sockaddr_in to_;
@@ -141,8 +153,12 @@ int main(int argc, char** argv) {
   const PeerArguments arguments = readPeerArguments(argc, argv);
   const SharedBoard board(arguments.board);
   static Sockets sockets(arguments.port);
-  std::thread([] { sockets.drain(); }).detach();
-  std::thread([&] { sockets.take(*board, arguments.number); }).detach();
+  if (arguments.kind == PeerArguments::kOneThread) {
+    std::thread([&] { sockets.takeAtOnce(*board, arguments.number); }).detach();
+  } else {
+    std::thread([] { sockets.drain(); }).detach();
+    std::thread([&] { sockets.take(*board, arguments.number); }).detach();
+  }
   obey(*board, sockets);
   std::_Exit(0);
 }

@@ -59,8 +59,11 @@ int main(int argc, char** argv) {
   const PeerArguments arguments = readPeerArguments(argc, argv);
   const SharedBoard board(arguments.board);
   Queue queue(arguments.port, arguments.number);
-  if (arguments.number > 0) {
-    std::thread([&] { queue.receive(*board, arguments.number); }).detach();
+  if (arguments.listens()) {
+    std::thread([&] {
+      if (arguments.number > 0) queue.receive(*board, arguments.number);
+      Queue(arguments.port, 1).receive(*board, arguments.number);  // the sender's own ear
+    }).detach();
   }
   obey(*board, queue);
   std::_Exit(0);
