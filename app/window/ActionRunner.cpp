@@ -194,7 +194,10 @@ QString ActionRunner::whyNotPlace(const QString& line) const {
 QString ActionRunner::whyNotTrim(const QString& line) const {
   const TimelineView& view = panes_.detail->view();
   const TimelinePtr& shown = view.timeline();
-  if (!shown || !shown->problem.isEmpty()) return tr("The timeline is not there yet.");
+  const auto chosen = panes_.objects->chosen();
+  const bool isOfAnother = shown && !chosen.empty() && shown->cookie != chosen.front().cookie;
+  if (!shown || !shown->problem.isEmpty() || isOfAnother)
+    return tr("The timeline is not there yet.");
   if (!shown->version.isEmpty()) {
     return tr("This is an older version. Only the edit as it is now can be trimmed.");
   }
@@ -468,7 +471,8 @@ TrimDialog* ActionRunner::askTrim(const QString& path) {
 
 void ActionRunner::trim(const ClipTrim& trim) {
   const auto chosen = panes_.objects->chosen();
-  if (chosen.empty()) return;
+  const TimelinePtr& shown = panes_.detail->view().timeline();
+  if (chosen.empty() || !shown || shown->cookie != chosen.front().cookie) return;
   link_.run(trim.line(chosen.front().cookie), [this](const CommandOutcome& outcome) {
     if (!outcome.succeeded) panes_.detail->view().dropTrim();
   });

@@ -12,6 +12,13 @@ namespace {
 /// Takes the place of what was known before, unlike a null text.
 const QString kNotNamed = QStringLiteral("");
 
+/// Lets the oldest of a flood go that nobody has fetched.
+template <typename Line>
+void bound(std::vector<Line>& lines) {
+  if (lines.size() < 2 * EventFeed::kMostLines) return;
+  lines.erase(lines.begin(), lines.begin() + EventFeed::kMostLines);
+}
+
 constexpr const char* kAssertion = "assertion failed";
 
 /// The text of an event under a key. For bytes that are no text, such as a message cut within a
@@ -156,9 +163,7 @@ bool HappenedLine::isNamed() const {
 
 void EventFeed::takeHappened(const JsonValue& event) {
   const HappenedLine line = happenedLine(event);
-  if (news_.happened.size() >= 2 * kMostLines) {
-    news_.happened.erase(news_.happened.begin(), news_.happened.begin() + kMostLines);
-  }
+  bound(news_.happened);
   news_.happened.push_back(line);
   if (line.isOwn) return;
   RemoteChanges& changes = changes_.remote[line.cookie.toStdString()];
@@ -176,11 +181,10 @@ void EventFeed::takeTalk(const std::string& name, const JsonValue& event) {
   const bool isAnswer = name == "answered" || name == "free";
   if (isAnswer || name == "asked" || name == "withdrawn") changes_.families.insert("asks");
   if (name == "said" && followsSaid_) news_.said.push_back(saidLine(event));
-  if (news_.said.size() >= 2 * kMostLines) {
-    news_.said.erase(news_.said.begin(), news_.said.begin() + kMostLines);
-  }
+  bound(news_.said);
   if (!isAnswer) return;
   const bool canOpen = name == "free" || event["answer"].asString() == "give";
+  bound(news_.answers);
   news_.answers.push_back({eventText(event, "words"), eventText(event, "kind"),
                            eventText(event, "object"), eventText(event, "name"), canOpen});
 }
@@ -206,6 +210,7 @@ void EventFeed::takeNotification(const JsonValue& event) {
   const auto asking = readAskWords(text.toStdString());
   const QString words = asking ? readableText(asking->words) : text;
   const bool isCut = event["cut"].asBool();
+  bound(news_.notifications);
   news_.notifications.push_back({QDateTime::currentDateTime(), senderText(event),
                                  isCut ? WindowText::tr("%1 (cut here)").arg(words) : words,
                                  asking.has_value()});

@@ -99,6 +99,7 @@ int LogModel::rowCount(const QModelIndex& parent) const {
 }
 
 QVariant LogModel::data(const QModelIndex& index, int role) const {
+  if (!index.isValid() || index.row() >= rowCount()) return {};
   const LogLine& line = lines_[static_cast<std::size_t>(index.row())];
   if (role == Qt::DisplayRole) {
     return QStringLiteral("%1  %2  %3")

@@ -303,9 +303,13 @@ void StartDialog::takeLook(const std::vector<DoctorLine>& lines, const QString& 
   } else {
     say(*folderSaying_, Tone::eNote, tr("It works, but: %1").arg(folder));
   }
+  // Of a folder that cannot be read nothing is known of the name either.
+  const bool isUnknown = user.isEmpty() && hasFailure(lines, QStringLiteral("share"));
   const bool isWrong = hasFailure(lines, QStringLiteral("station"));
   say(*userSaying_, isWrong ? Tone::eProblem : Tone::eNote,
-      user.isEmpty() ? tr("It works: messages to you arrive.") : user);
+      isUnknown        ? QString()
+      : user.isEmpty() ? tr("It works: messages to you arrive.")
+                       : user);
 }
 
 void StartDialog::tell(const QString& problem) {

@@ -99,6 +99,7 @@ void Asks::takeUpEarlier() {
     if (said.kind == Said::Kind::eAsk) takeUpAsk(notedAsk(said.detail));
     if (said.kind == Said::Kind::eAnswer) keepAnswer({notedAnswer(said.detail), {}});
   }
+  if (!outgoing_.empty()) watchSoon();
 }
 
 void Asks::takeUpAsk(NotedAsk ask) {
@@ -121,7 +122,7 @@ void Asks::keepAnswer(Given answer) {
 
 /// From now on nothing about this ask is news.
 void Asks::settle(const std::string& id) {
-  if (answered_.size() >= kMostAnswered) answered_.clear();
+  if (answered_.size() >= kMostAnswered) answered_.erase(answered_.begin());
   answered_.insert(id);
 }
 
@@ -238,8 +239,13 @@ Result<void> Asks::giveEdit(const Incoming& ask) {
                  {}};
   }
   using EditActions::Recipient;
-  // Freshly: who has just come is not known otherwise. Owners have the names of hosts.
-  const auto asker = parts_.presence.lookFor(ask.from);
+  // Freshly: who has just come is not known otherwise. Owners have the names of hosts. Of several
+  // stations of one user the one whose note has the ask is meant.
+  auto asker = parts_.presence.lookFor(ask.from);
+  for (const FoundStation& each : parts_.presence.known()) {
+    const bool hasAsked = !ask.note.empty() && each.note.id == ask.note && each.isAlive();
+    if (asker && hasAsked && each.note.user == ask.from) asker = each.note;
+  }
   const auto given = EditActions::give(edit, upperCased(asker ? asker->host : ask.from),
                                        asker ? Recipient::ePresent : Recipient::eKnownUser);
   if (given) return {};
@@ -281,7 +287,11 @@ Result<JsonValue> Asks::tellWhenFree(const std::string& object) {
   std::erase_if(awaited_, [&](const NotedAsk& each) {
     return each.kind == held->kind && each.object == held->object;
   });
-  if (awaited_.size() >= kMostOfOne) awaited_.erase(awaited_.begin());
+  if (awaited_.size() >= kMostOfOne) {
+    LogBoth("It is no longer awaited that %s is free: more than %d things are not.\n",
+            titleOf(awaited_.front()), static_cast<int>(kMostOfOne));
+    awaited_.erase(awaited_.begin());
+  }
   awaited_.push_back(*held);
   watchSoon();
   return JsonValue::object({{"kind", held->kind}, {"name", held->name}, {"holder", held->to}});
@@ -409,19 +419,24 @@ void Asks::noteStation(const StationNote& note) {
 
 bool Asks::knows(const std::string& id) const {
   return answered_.contains(id) ||
+         std::ranges::any_of(answers_, [&](const Given& each) { return each.answer.ask == id; }) ||
          std::ranges::any_of(incoming_, [&](const Incoming& each) { return each.ask.id == id; });
 }
 
 void Asks::takeAsk(Incoming ask) {
   const auto known = std::ranges::find_if(
       incoming_, [&](const Incoming& each) { return each.ask.id == ask.ask.id; });
-  if (known != incoming_.end() && !ask.note.empty()) {
+  // Of the same ask alone: any station can write any identifier into its note.
+  const bool isTheSame = known != incoming_.end() && known->from == ask.from &&
+                         known->ask.kind == ask.ask.kind && known->ask.object == ask.ask.object;
+  if (isTheSame && !ask.note.empty()) {
     // The note has the text whole, also what messages cannot carry.
     known->note = ask.note;
-    known->ask = ask.ask;
+    known->ask.text = ask.ask.text;
   }
   for (Given& each : answers_) {
-    if (each.answer.ask == ask.ask.id && !ask.note.empty()) each.note = ask.note;
+    const bool isOf = each.answer.ask == ask.ask.id && each.answer.to == ask.from;
+    if (isOf && !ask.note.empty()) each.note = ask.note;
   }
   if (knows(ask.ask.id)) return;
   // Asked again for the same, he means the last.
@@ -505,8 +520,11 @@ void Asks::dropIncoming(const IsWithdrawn& isWithdrawn) {
     JsonValue shown = shownAsk(each.ask, each.number, each.from, false);
     NotedAsk bare = each.ask;
     bare.text.clear();
-    shown.set("words", shownText(wordsWithoutToken(each.from, AskWords::What::eWithdrawn, bare)));
+    const std::string words = wordsWithoutToken(each.from, AskWords::What::eWithdrawn, bare);
+    shown.set("words", shownText(words));
     events().talk("withdrawn", shown.members());
+    parts_.conversation.add(
+        {0, Said::Kind::eAnswer, each.from, settings().user, words, each.ask.id, {}, false});
   }
   std::erase_if(incoming_, isWithdrawn);
 }
@@ -560,20 +578,52 @@ void Asks::look() {
   // A share that does not answer would hold up everything.
   const ShareAnswer answer = parts_.presence.answer();
   if (answer.isAwaited || !answer.result) return watchSoon();
-  for (auto each = awaited_.begin(); each != awaited_.end();) {
-    if (!isFree(*each)) {
-      ++each;
-      continue;
+  std::erase_if(awaited_, [this](const NotedAsk& each) {
+    if (isGone(each)) LogBoth("Nobody waits for %s any more: it is gone.\n", titleOf(each));
+    if (isFree(each)) tellFree(each);
+    return isFree(each) || isGone(each);
+  });
+  dropNeedless();
+  if (!awaited_.empty() || !outgoing_.empty()) watchSoon();
+}
+
+void Asks::tellFree(const NotedAsk& object) {
+  events().talk("free", {{"kind", object.kind},
+                         {"object", object.kind == AskWords::kRoom ? shownText(roomOf(object))
+                                                                   : object.object},
+                         {"name", shownText(object.name)},
+                         {"words", "You can have " + titleOf(object) + " now."}});
+}
+
+/// Takes back what need not be asked for any more, since it came another way; an answer that is on
+/// its way arrives first.
+void Asks::dropNeedless() {
+  const auto now = std::chrono::steady_clock::now();
+  std::vector<NotedAsk> needless;
+  for (Outgoing& each : outgoing_) {
+    if (!isFree(each.ask)) {
+      each.freeSince.reset();
+    } else if (!each.freeSince) {
+      each.freeSince = now;
+    } else if (now - *each.freeSince > kLongestUntilNoted) {
+      needless.push_back(each.ask);
     }
-    const std::string words = "You can have " + titleOf(*each) + " now.";
-    events().talk("free", {{"kind", each->kind},
-                           {"object", each->kind == AskWords::kRoom ? shownText(roomOf(*each))
-                                                                    : each->object},
-                           {"name", shownText(each->name)},
-                           {"words", words}});
-    each = awaited_.erase(each);
   }
-  if (!awaited_.empty()) watchSoon();
+  for (const NotedAsk& each : needless) {
+    static_cast<void>(withdraw(
+        std::ranges::find(outgoing_, each.id, [](const Outgoing& own) { return own.ask.id; })));
+    tellFree(each);
+  }
+}
+
+/// Whether it was deleted, as far as is known without asking.
+bool Asks::isGone(const NotedAsk& object) const {
+  const OpenProject* const open = parts_.projects.current();
+  if (!open || open->cookie.asString().str() != object.project) return false;
+  if (isDocument(object.kind)) return !parts_.edits.holds(Cookie(object.object.c_str(), false));
+  if (object.kind != AskWords::kRoom) return false;
+  const auto& rooms = parts_.rooms.known();
+  return std::ranges::find(rooms, roomOf(object), &RoomInfo::name) == rooms.end();
 }
 
 bool Asks::isFree(const NotedAsk& object) const {

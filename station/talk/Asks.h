@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -101,6 +102,7 @@ class Asks {
   struct Outgoing {
     NotedAsk ask;
     long number = 0;
+    std::optional<std::chrono::steady_clock::time_point> freeSince{};  ///< it can be had without
   };
 
   struct Given {
@@ -138,7 +140,10 @@ class Asks {
   void send(const std::string& to, AskWords::What what, NotedAsk ask) const;
   void watchSoon();
   void look();
+  static void tellFree(const NotedAsk& object);
+  void dropNeedless();
   [[nodiscard]] bool isFree(const NotedAsk& object) const;
+  [[nodiscard]] bool isGone(const NotedAsk& object) const;
 
   Parts parts_;
   std::vector<Incoming> incoming_;

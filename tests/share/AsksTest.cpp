@@ -147,6 +147,29 @@ TEST_F(AsksTest, WhoAsksAgainTakesTheFirstBackAndAWithdrawnAskIsGone) {
   EXPECT_TRUE(run(*anna_, "asks").elements().empty());
 }
 
+TEST_F(AsksTest, AnAskForWhatCameAnotherWayIsTakenBack) {
+  makeReel();
+  run(*ben_, "ask Reel one");
+  await(*anna_, "asked", {{"text", "one"}});
+  run(*anna_, "edit give Reel BEN --force");
+  EXPECT_EQ(awaitLong(*ben_, "free", {{"name", "Reel"}})["words"].asString(),
+            "You can have the edit \"Reel\" now.");
+  awaitLong(*anna_, "withdrawn", {{"name", "Reel"}});
+  for (StationProcess* station : {anna_, ben_}) {
+    EXPECT_TRUE(run(*station, "asks").elements().empty());
+  }
+  const auto said = run(*anna_, "conversation").elements();
+  EXPECT_EQ(said.back()["text"].asString(), "BEN no longer asks for the edit \"Reel\"");
+}
+
+TEST_F(AsksTest, WhatIsDeletedIsNoLongerAwaited) {
+  makeReel();
+  run(*ben_, "tell-when-free Reel");
+  run(*anna_, "edit delete Reel");
+  await(*ben_, "changed", {{"what", "edit"}, {"how", "destroyed"}});
+  await(*ben_, "log", {{"text", "Nobody waits for the edit \"Reel\" any more: it is gone."}});
+}
+
 TEST_F(AsksTest, WhatCannotBeAskedForSaysWhy) {
   makeReel();
   run(*ben_, "edit create Mine");
