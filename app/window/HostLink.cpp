@@ -25,8 +25,9 @@ namespace {
 
 constexpr int kTickMs = 100;
 
-/// The same while nothing happens, and how long nothing must have happened for that.
-constexpr int kIdleTickMs = 2000;
+/// The same while nothing happens, and how long nothing must have happened for that. Each tick
+/// wakes the window's thread twice and the host thread once.
+constexpr int kIdleTickMs = 4000;
 constexpr qint64 kIdleAfterMs = 1000;
 
 /// Snapshots take at most a fifth of the host thread's time, and lists of the share a twentieth:

@@ -363,13 +363,17 @@ ReadingTurn::~ReadingTurn() {
   if (alarm_ >= 0) close(alarm_);
 }
 
-bool ReadingTurn::beginWait() {
+bool ReadingTurn::beginWait(Time now) {
   const std::lock_guard lock(mutex_);
   if (state_ == State::eReaderReads) {
     if (!std::exchange(isAskedFor_, true) && !isKept_) setAlarm({});
     return false;
   }
+  // Where little happens the reader thread sleeps on. Where much does, an alarm that goes off now
+  // and then costs less than one that is set and taken back at each message.
+  if (isAlarmSet_ && worksSince_ - waitsSince_ > patience_) setAlarmOff();
   state_ = State::eHostWaits;
+  waitsSince_ = now;
   return true;
 }
 
@@ -428,6 +432,12 @@ void ReadingTurn::setAlarm(Duration in) {
   // A time of 0 would switch it off.
   when.it_value.tv_nsec = std::max<Duration::rep>(in.count(), 1);
   timerfd_settime(alarm_, 0, &when, nullptr);
+}
+
+void ReadingTurn::setAlarmOff() {
+  isAlarmSet_ = false;
+  const itimerspec never{};
+  timerfd_settime(alarm_, 0, &never, nullptr);
 }
 
 void OwnFilter::follow(ListenerSocket& socket, std::uint16_t ownPort,

@@ -219,14 +219,14 @@ class OwnFilter {
 ///
 ///     host thread waits ----its wait is over----> host thread works, nobody reads
 ///            ^  ^                                        |         |
-///            |  '-------------its next wait--------------'         | after kPatience at most, by
+///            |  '-------------its next wait--------------'         | after its patience, by
 ///            |                                                     v the alarm, or at once
 ///            '---once it waits, and nothing is lost----- reader thread reads
 ///
 /// The host thread reads only what it finds when it had nothing to do: a message then reaches it
 /// without another thread, and nothing that it does later can hold up the socket. While it works
 /// for a moment the system's buffer keeps what comes. The reader thread sleeps meanwhile: it is
-/// woken once in kPatience while the station works, and not at all while it does not.
+/// woken once in that time while the station is busy, and not at all while it does little.
 ///
 /// Whoever may read may use all that reading uses; the mutex hands that over. The host thread calls
 /// beginWait() and endWait(), the reader thread mayRead(); neither waits for the other.
@@ -244,7 +244,7 @@ class ReadingTurn {
   ~ReadingTurn();
 
   /// Whether the host thread reads during the wait that begins; else it is as soon as it can be.
-  bool beginWait();
+  bool beginWait(Time now);
 
   /// The wait is over. `passesOn`: the reader thread is to go on at once.
   void endWait(Time now, bool passesOn);
@@ -272,11 +272,13 @@ class ReadingTurn {
   enum class State { eReaderReads, eHostWorks, eHostWaits };
 
   void setAlarm(Duration in);
+  void setAlarmOff();
 
   const Duration patience_;
   const int alarm_;
   std::mutex mutex_;
   State state_ = State::eReaderReads;
+  Time waitsSince_;
   Time worksSince_;
   bool isAlarmSet_ = false;
   bool isAskedFor_ = false;  ///< the host thread waits, and would read

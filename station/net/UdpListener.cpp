@@ -320,7 +320,9 @@ void UdpListener::tellLeftOutLines(const std::shared_ptr<DeliveryTarget>& outlet
   });
 }
 
-int UdpListener::beginWait() { return turn_.beginWait() ? socket_.descriptor() : -1; }
+int UdpListener::beginWait() {
+  return turn_.beginWait(std::chrono::steady_clock::now()) ? socket_.descriptor() : -1;
+}
 
 void UdpListener::endWait(bool isReadable) {
   // One batch: what is done with it comes before the next.
