@@ -61,7 +61,7 @@ DetailPane::DetailPane(QWidget* parent)
 
 void DetailPane::choose(const std::optional<ObjectRow>& row, ObjectKind kind,
                         const QString& contents) {
-  row_ = row.value_or(ObjectRow());
+  row_ = before_ = row.value_or(ObjectRow());
   kind_ = kind;
   shownChanges_ = row_.elsewhere.count;
   shownContent_ = row_.content;
@@ -96,7 +96,7 @@ void DetailPane::showVersion(const QString& version, const QString& title) {
 }
 
 void DetailPane::update(const ObjectRow& row, const QString& contents) {
-  row_ = row;
+  before_ = std::exchange(row_, row);
   // Only what differs: setting a text scrolls it to its beginning.
   if (std::exchange(contents_, contents) != contents) showLongText(*words_, contents);
   showHeading();
@@ -154,8 +154,17 @@ void DetailPane::showChange() {
     return isFollowing() && canShowNow() ? showFollowed() : void();
   }
   if (isFollowing() && canShowNow()) return showFollowed();
+  if (isDrawnAlready()) return;
   isOutdated_ = true;
   tellChange();
+}
+
+/// Whether the one change that came leaves the drawing as it is: somebody else owns the edit, or
+/// has saved what was announced and shown before.
+bool DetailPane::isDrawnAlready() const {
+  if (isOutdated_ || row_.elsewhere.count != before_.elsewhere.count + 1) return false;
+  const bool isSave = before_.isUnsavedElsewhere && !row_.isUnsavedElsewhere;
+  return row_.owner != before_.owner || (isSave && row_.missingFrom.isEmpty());
 }
 
 QString DetailPane::whyNotFollow() const {
@@ -235,6 +244,8 @@ void DetailPane::takeTimeline(const TimelinePtr& timeline) {
   // An answer to an earlier question: the user has chosen another version meanwhile.
   if (timeline->version != version_) return;
   view_->setHint(timeline->problem);
+  // It would say that the drawing is as it was left.
+  if (isOutdated_ && version_.isEmpty() && !isFollowing()) change_->hide();
   isOutdated_ = false;
   const RemoteChanges& last = row_.elsewhere;
   const bool isMarked = isFollowing() && version_.isEmpty() && !change_->isHidden();

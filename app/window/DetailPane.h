@@ -79,6 +79,7 @@ class DetailPane : public QWidget {
   [[nodiscard]] QString changeText() const;
   void showFollowed();
   [[nodiscard]] bool isDeedShown() const;
+  [[nodiscard]] bool isDrawnAlready() const;
   void checkFollowing();
   [[nodiscard]] bool canShowNow() const;
 
@@ -90,6 +91,7 @@ class DetailPane : public QWidget {
   TimelineView* view_;
   QPlainTextEdit* words_;
   ObjectRow row_;
+  ObjectRow before_;  ///< the row until the last update
   QString missingText_;
   QString followed_;      ///< its cookie
   bool wasOpen_ = false;  ///< the followed one

@@ -241,6 +241,8 @@ QWidget* ActionDialog::makeField(const ActionField& field, const FieldContent& c
                       field.kind == Kind::eSaveFile;
   if (field.kind != Kind::eText && !isFile) return makeChoice(field, content);
   auto* edit = new QLineEdit(content.initial);
+  // Within a row of its own the label of the form does not name it.
+  edit->setAccessibleName(actionText(field.label));
   edit->selectAll();
   connect(edit, &QLineEdit::textChanged, this, &ActionDialog::check);
   inputs_.push_back(edit);
@@ -298,6 +300,7 @@ QWidget* ActionDialog::makeChoice(const ActionField& field, const FieldContent& 
     choice->setCurrentIndex(-1);
     choice->clearEditText();
     choice->lineEdit()->setPlaceholderText(tr("The exact name"));
+    choice->lineEdit()->setAccessibleName(actionText(field.label));
     choice->completer()->setCompletionMode(QCompleter::PopupCompletion);
     choice->completer()->setCaseSensitivity(Qt::CaseInsensitive);
   }

@@ -134,7 +134,8 @@ void ColumnFit::fit() {
     const bool isWanted = !unwanted_.contains(column);
     const int keeps = std::max(0, widths_[i].beside - first_);
     const bool fits = isWanted && room >= widths_[i].least + keeps;
-    const int width = std::min(widths_[i].wanted, room - keeps);
+    const bool isCut = widths_[i].isWholeOrLeast && room - keeps < widths_[i].wanted;
+    const int width = isCut ? widths_[i].least : std::min(widths_[i].wanted, room - keeps);
     view_.setColumnHidden(column, !fits);
     if (fits) view_.setColumnWidth(column, width);
     if (!isWanted) continue;
@@ -145,6 +146,12 @@ void ColumnFit::fit() {
 
 ArrowKeys::ArrowKeys(QAbstractItemView& view) : QObject(&view), view_(view) {
   view.installEventFilter(this);
+  connect(view.selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
+    const QModelIndexList rows = view_.selectionModel()->selectedRows();
+    if (view_.selectionMode() != QAbstractItemView::SingleSelection || rows.size() != 1) return;
+    if (rows.front().row() == view_.currentIndex().row()) return;
+    view_.selectionModel()->setCurrentIndex(rows.front(), QItemSelectionModel::NoUpdate);
+  });
 }
 
 bool ArrowKeys::eventFilter(QObject* watched, QEvent* event) {

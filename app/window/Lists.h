@@ -63,7 +63,8 @@ class ColumnFit : public QObject {
   struct Width {
     int wanted = 0;
     int least = 0;
-    int beside = 0;  ///< what the first column must have left for this one to be shown
+    int beside = 0;               ///< what the first column must have left for this one to be shown
+    bool isWholeOrLeast = false;  ///< nothing between: of a text that is cut its sign says as much
   };
 
   /// `first` is what the first column has at least, `widths` are those of the second and so on; a
@@ -93,8 +94,9 @@ class ColumnFit : public QObject {
 };
 
 /// Has the keys that move in a list choose a row where none is chosen: by itself the list moves on
-/// from its current row, so that the only row of a list could not be chosen. Lives as long as the
-/// view.
+/// from its current row, so that the only row of a list could not be chosen. And makes the one row
+/// that a screen reader chooses the current one, as the mouse and the keys do. Lives as long as
+/// the view.
 class ArrowKeys : public QObject {
  public:
   explicit ArrowKeys(QAbstractItemView& view);

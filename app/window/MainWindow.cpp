@@ -448,6 +448,7 @@ void MainWindow::takeNews(const News& news) {
   conversation().add(news.said);
   happened().add(news.happened);
   asking_->takeAnswers(news.answers);
+  if (!news.answers.empty()) outcomes_->dropAskedNote();
   tellDesktop(news.said);
   // Network problems are also shown in the bar: the log may be hidden.
   for (const LogLine& line : news.lines) {

@@ -1,5 +1,6 @@
 #include "app/window/MessageBar.h"
 
+#include <QAccessible>
 #include <QEvent>
 #include <QFileInfo>
 #include <QGridLayout>
@@ -29,6 +30,8 @@ namespace korvel {
 namespace {
 
 constexpr int kLongestBarText = 400;  // letters; the whole text is in the tool tip
+constexpr int kLeastBarText = 220;    // of a text beside buttons
+constexpr int kAroundBarText = 90;    // the sign, the cross, and the edges
 
 const char* roleOf(MessageBar::Kind kind) {
   if (kind == MessageBar::Kind::eError) return "bar-error";
@@ -94,6 +97,9 @@ void MessageBar::tell(Kind kind, const QString& text) {
   setAccessibleName(text);
   showText();
   show();
+  if (!QAccessible::isActive()) return;
+  QAccessibleEvent alert(this, QAccessible::Alert);
+  QAccessible::updateAccessibility(&alert);
 }
 
 void MessageBar::drawSigns() {
@@ -113,11 +119,16 @@ void MessageBar::offer(const QStringList& actions) {
     button->setVisible(!action.isEmpty());
   }
   offers_->setVisible(!actions.value(0).isEmpty());
+  placeButtons();
 }
 
+/// Beside the text where enough room is left to it, else below.
 void MessageBar::placeButtons() {
+  const int room = width() - kAroundBarText - offers_->sizeHint().width();
+  const bool areBeside = lines_ == Lines::eAll && room >= kLeastBarText;
+  if (std::exchange(areBeside_, areBeside) == areBeside) return;
   grid_->removeWidget(offers_);
-  if (lines_ == Lines::eAll) {
+  if (areBeside) {
     grid_->addWidget(offers_, 0, 2, Qt::AlignVCenter);
   } else {
     grid_->addWidget(offers_, 1, 0, 1, 4, Qt::AlignLeft);
@@ -147,6 +158,7 @@ void MessageBar::showText() {
 
 void MessageBar::resizeEvent(QResizeEvent* event) {
   QFrame::resizeEvent(event);
+  placeButtons();
   showText();
 }
 
@@ -272,6 +284,11 @@ QString OutcomeTeller::permission(const JsonValue& answer) const {
   return tr("You may not change \"%1\": it belongs to %2.").arg(name, owner);
 }
 
+void OutcomeTeller::dropAskedNote() {
+  if (!asked_.isEmpty() && panes_.messages->text() == asked_) panes_.messages->hide();
+  asked_.clear();
+}
+
 // An answer that is a cookie, a number or nothing says little to somebody in the window.
 QString OutcomeTeller::inWords(const CommandOutcome& outcome) const {
   const auto is = [&outcome](const char* command) {
@@ -299,6 +316,7 @@ void OutcomeTeller::tellAnswer(const CommandOutcome& outcome) {
   if (text.isEmpty()) return;
   const bool isLong = text.contains(QLatin1Char('\n')) || text.size() >= kLongestAnswer;
   if (isLong && text == outcome.text) return showTable(window_, titleOf(outcome.line), text);
+  if (outcome.command == QLatin1String("ask")) asked_ = text;
   panes_.messages->tell(MessageBar::Kind::eNote, text);
 }
 

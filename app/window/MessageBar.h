@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "app/window/HostLink.h"
@@ -64,6 +65,7 @@ class MessageBar : public QFrame {
   QString text_;
   Kind kind_ = Kind::eNote;
   Lines lines_ = Lines::eAll;
+  std::optional<bool> areBeside_;  ///< the buttons and the text
 };
 
 /// Tells how commands ended: why one was refused, what was answered, what was made, what can be
@@ -85,6 +87,9 @@ class OutcomeTeller : public QObject {
 
   /// Something was done, and these lines take it back; none where it cannot be.
   void tellUndoably(const QString& text, const QStringList& undoLines);
+
+  /// The answer to an ask is told elsewhere: that it was asked needs no telling any more.
+  void dropAskedNote();
 
   /// Selects a newly made object as soon as its list has it.
   void chooseMade();
@@ -111,6 +116,7 @@ class OutcomeTeller : public QObject {
   const WindowPanes& panes_;
   QString madeEdit_;  ///< cookies of what was just made here, until the lists have it
   QString madeProject_;
+  QString asked_;        ///< the note of the last ask
   QString advice_;       ///< on the message that was sent last
   CommandOutcome held_;  ///< the last entry refused since another holds it; without a line for none
   std::vector<std::function<void()>> acts_;  ///< of what is offered, in its order

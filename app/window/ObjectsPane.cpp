@@ -21,6 +21,7 @@ using Column = ObjectsModel::Column;
 
 constexpr int kLeastObjectName = 100;
 constexpr int kNameBeside = 220;  ///< the least for names beside what tells little
+constexpr int kNameBesideNews = 180;
 /// How soon news are kept that came or were looked at.
 constexpr int kKeepNewsMs = 2000;
 
@@ -63,7 +64,7 @@ ColumnFit::Width widthOf(const QTreeView& view, Column column) {
   switch (column) {
     case Column::eNews:
       return {whole(newsText({false, QStringLiteral("ANNABEN"), noon})),
-              whole(WindowText::tr("changed by %1").arg(QString()))};
+              whole(WindowText::tr("changed by %1").arg(QString())), kNameBesideNews};
     case Column::eMay:
       return longest(ObjectsModel::tr("change it"), ObjectsModel::tr("look only"));
     case Column::eState:

@@ -255,6 +255,12 @@ void drawRow(QPainter& painter, const QRect& room, const Badges& badges, const B
 
 }  // namespace
 
+namespace {
+
+constexpr int kBadgesAt = 240;  // where badges end behind a short name
+
+}  // namespace
+
 QIcon badgeIcon(const Badge& badge) {
   QIcon made;
   for (const int height : {18, 36}) {
@@ -282,7 +288,11 @@ void BadgesDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option
   item.text = QFontMetrics(item.font).elidedText(item.text, item.textElideMode,
                                                  room.width() - row.width - 4);
   style.drawControl(QStyle::CE_ItemViewItem, &item, painter, item.widget);
-  const QRect places(room.left(), room.center().y() - height / 2, room.width(), height);
+  // One below another, and never far from the name: a wide column has its edge elsewhere.
+  const int text = QFontMetrics(item.font).horizontalAdvance(item.text);
+  const int width = std::min(room.width(), std::max(kBadgesAt, text + 12 + row.width));
+  QRect places(room.left(), room.center().y() - height / 2, width, height);
+  places = QStyle::visualRect(item.direction, room, places);
   drawRow(*painter, places, badges, row, item.direction);
 }
 

@@ -121,7 +121,7 @@ QVariant HoldersModel::data(const QModelIndex& index, int role) const {
 
 namespace {
 
-constexpr int kLeastHolderName = 70;
+constexpr int kLeastHolderName = 110;
 constexpr int kLeastState = 28;   // its sign
 constexpr int kAroundState = 40;  // the sign, and the gaps
 
@@ -276,14 +276,14 @@ ProjectsPane::ProjectsPane(QWidget* parent)
 }
 
 // The state column gets its width first: its text ends with the holder's name, which must not be
-// cut.
+// cut. Where it would be, its sign alone is left, and the project keeps its name.
 void ProjectsPane::fitColumns(const List& list) {
   int wanted = kLeastState;
   for (const HolderRow& row : list.model->rows()) {
     const int width = list.view->fontMetrics().horizontalAdvance(row.state);
     wanted = std::max(wanted, width + kAroundState);
   }
-  list.columns->setSecond({wanted, kLeastState});
+  list.columns->setSecond({wanted, kLeastState, 0, true});
 }
 
 ProjectsPane::List ProjectsPane::makeList(const QString& name, const QString& title) {

@@ -90,7 +90,9 @@ PanelDock::PanelDock(QWidget* parent)
   others_->setProperty("role", "button");
   others_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
   auto* to = new QHBoxLayout;
-  to->addWidget(new QLabel(tr("To")));
+  auto* label = new QLabel(tr("To"));
+  label->setBuddy(recipients_);  // screen readers go by it: a box is called by what it shows
+  to->addWidget(label);
   to->addWidget(recipients_, 1);
   auto* bottom = new QHBoxLayout;
   bottom->addWidget(entry_, 1);
@@ -120,12 +122,29 @@ void PanelDock::send() {
 }
 
 void PanelDock::showUnread(int count) {
-  const QString text = tr("Replies: Notifications");
-  others_->setText(count == 0 ? text : QStringLiteral("%1 (%L2)").arg(text).arg(count));
-  others_->setAccessibleName(others_->text());
-  // A narrow panel cuts the text.
-  others_->setToolTip(plainTip(others_->text() + QLatin1Char('\n') +
+  const auto counted = [count](const QString& text) {
+    return count == 0 ? text : QStringLiteral("%1 (%L2)").arg(text).arg(count);
+  };
+  replies_ = counted(tr("Replies: Notifications"));
+  shortReplies_ = counted(tr("Notifications"));
+  others_->setAccessibleName(replies_);
+  others_->setToolTip(plainTip(replies_ + QLatin1Char('\n') +
                                tr("What others write to you is listed there, not here")));
+  fitOthers();
+}
+
+/// A button would cut its text at both ends.
+void PanelDock::fitOthers() {
+  constexpr int kAroundText = 44;  // the button's edges, and the panel's
+  const QFontMetrics metrics = others_->fontMetrics();
+  const int room = width() - kAroundText;
+  const bool fits = metrics.horizontalAdvance(replies_) <= room;
+  others_->setText(fits ? replies_ : metrics.elidedText(shortReplies_, Qt::ElideMiddle, room));
+}
+
+void PanelDock::resizeEvent(QResizeEvent* event) {
+  QDockWidget::resizeEvent(event);
+  fitOthers();
 }
 
 void PanelDock::restoreUnsent() {

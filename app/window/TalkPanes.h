@@ -64,7 +64,9 @@ class PanelDock : public QDockWidget {
  private:
   void send();
   void showRecipients(const PanelState& panel);
+  void fitOthers();
   void closeEvent(QCloseEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
 
   QComboBox* recipients_;
   ConversationView* conversation_;
@@ -72,6 +74,8 @@ class PanelDock : public QDockWidget {
   QToolButton* others_;
   PanelState state_;
   QString lastSent_;
+  QString replies_;       ///< what the button of others' words says
+  QString shortReplies_;  ///< where there is little room
   bool wantsFocus_ = false;
 };
 

@@ -37,6 +37,11 @@ QRect TimelineView::itemRect(int index) const {
 
 int TimelineView::chosenItem() const { return chosen() ? numberOf(track_, item_) : -1; }
 
+void TimelineView::chooseItem(int index) {
+  const auto [track, item] = placeOfItem(index);
+  choose(track, item);
+}
+
 int TimelineView::itemUnder(const QPoint& at) const {
   std::size_t track = 0;
   std::size_t item = 0;
@@ -46,7 +51,7 @@ int TimelineView::itemUnder(const QPoint& at) const {
 namespace {
 
 /// One item of a timeline, by its place in the list. There is no object behind it.
-class ItemAccess : public QAccessibleInterface {
+class ItemAccess : public QAccessibleInterface, public QAccessibleActionInterface {
  public:
   ItemAccess(TimelineView* view, int index) : view_(view), index_(index) {}
 
@@ -76,6 +81,21 @@ class ItemAccess : public QAccessibleInterface {
     state.focused = state.selected && view_->hasFocus();
     return state;
   }
+
+  void* interface_cast(QAccessible::InterfaceType type) override {
+    return type == QAccessible::ActionInterface ? static_cast<QAccessibleActionInterface*>(this)
+                                                : nullptr;
+  }
+
+  // To choose it, as the mouse does: what the menus do to a clip is then done to this one.
+
+  [[nodiscard]] QStringList actionNames() const override { return {setFocusAction()}; }
+  void doAction(const QString& name) override {
+    if (name != setFocusAction() || !isValid()) return;
+    view_->setFocus(Qt::OtherFocusReason);
+    view_->chooseItem(index_);
+  }
+  [[nodiscard]] QStringList keyBindingsForAction(const QString&) const override { return {}; }
 
   [[nodiscard]] int index() const { return index_; }
 

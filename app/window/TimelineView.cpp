@@ -188,8 +188,9 @@ void TimelineView::paintEvent(QPaintEvent*) {
   for (std::size_t track = 0; track < timeline_->tracks.size(); ++track) {
     paintTrack(painter, track);
   }
-  if (drag_ && drag_->hasMoved) paintTrim(painter);
   paintRuler(painter);
+  // Over the ruler: of the highest track the text stands there.
+  if (drag_ && drag_->hasMoved) paintTrim(painter);
   paintFocus(painter);
 }
 

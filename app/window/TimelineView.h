@@ -62,6 +62,9 @@ class TimelineView : public QAbstractScrollArea {
   [[nodiscard]] int chosenItem() const;
   [[nodiscard]] int itemUnder(const QPoint& at) const;
 
+  /// Chooses the item of this number, which must be there.
+  void chooseItem(int index);
+
  Q_SIGNALS:
   void choiceChanged();
 

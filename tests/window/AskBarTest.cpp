@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <QDialogButtonBox>
+#include <QLabel>
+#include <QLayout>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -86,6 +88,19 @@ TEST_F(AskBarTest, OneAskIsToldInWordsAndAnsweredAtOnce) {
   EXPECT_FALSE(asks.isHidden()) << "until the station says that it is answered";
   show({});
   EXPECT_TRUE(asks.isHidden());
+}
+
+TEST_F(AskBarTest, WhereThereIsNoRoomBesideTheTextTheButtonsAreBelowIt) {
+  const auto* const label = window.findChild<QLabel*>("asksText");
+  for (const int width : {900, 240}) {
+    asks.resize(width, 200);
+    show({});
+    show({askOf(width, "BEN", "Opening titles")});
+    asks.layout()->activate();
+    EXPECT_GT(label->width(), 150) << width;
+    EXPECT_EQ(asks.button().mapTo(&asks, QPoint()).y() > label->geometry().bottom(), width == 240)
+        << width;
+  }
 }
 
 TEST_F(AskBarTest, ManyAsksAreOneLineAndNoneIsLost) {

@@ -296,6 +296,15 @@ TEST_F(WindowTrimViewTest, WhatIsLetGoStaysDrawnUntilTheAnswer) {
   EXPECT_FALSE(view_.trim());
 }
 
+TEST_F(WindowTrimViewTest, TheFrameOfAnEdgeOnItsWayStandsOverTheRuler) {
+  const QPoint above = outEdge(0) - QPoint(40, outEdge(0).y() - 6);
+  const auto colour = [&] { return view_.viewport()->grab().toImage().pixelColor(above); };
+  const QColor ruler = colour();
+  press(outEdge(0));
+  moveTo(outEdge(0) - QPoint(40, 0));
+  EXPECT_NE(colour(), ruler) << "the label of the highest track is there";
+}
+
 TEST_F(WindowTrimViewTest, TheMouseShowsWhereAnEdgeCanBeTaken) {
   moveTo(outEdge(0));
   EXPECT_EQ(view_.viewport()->cursor().shape(), Qt::SplitHCursor);
