@@ -83,11 +83,11 @@ WindowScene::WindowScene() {
   if (qEnvironmentVariableIsEmpty("KV_TEST_DISPLAY")) qputenv("QT_QPA_PLATFORM", "offscreen");
   qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString(folder / "config"));
   qputenv("XDG_STATE_HOME", QByteArray::fromStdString(folder / "state"));
-  std::filesystem::create_directory(folder / "projects");
+  std::filesystem::create_directory(projects);
 }
 
-StationProcess::Options WindowScene::other(const std::string& user) const {
-  return {KV_STATION, folder / "projects", user, user, 0, port, {}};
+StationProcess::Options WindowScene::other(const std::string& who) const {
+  return {KV_STATION, projects, who, who, 0, port, {}};
 }
 
 int WindowScene::play(const Act& act) {
@@ -101,13 +101,13 @@ int WindowScene::play(const Act& act) {
     std::ofstream(options.script) << script;
   }
   StationSettings& with = options.station;
-  if (!asked) with.projectsDirectory = folder / "projects";
+  if (!asked) with.projectsDirectory = projects;
   if (!remembered.empty()) {
     with.projectsDirectory = remembered;
     options.given["projects"] = {{remembered, givenAt}};
   }
-  with.user = with.host = "ANNA";
-  with.machine = 1;
+  with.user = with.host = user;
+  with.machine = machine;
   with.sendTo = {"127.255.255.255"};
   with.plugin = KV_PLUGIN;
   with.recovery = folder / "state/korvel/recovery";
@@ -135,7 +135,7 @@ void WindowScene::sayAloud(const std::string& datagram) const {
 }
 
 void WindowScene::writeEdits(int count) const {
-  for (const auto& each : std::filesystem::directory_iterator(folder / "projects")) {
+  for (const auto& each : std::filesystem::directory_iterator(projects)) {
     if (!each.is_directory()) continue;
     for (int i = 1; i <= count; ++i) {
       char name[64];

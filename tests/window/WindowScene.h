@@ -33,11 +33,11 @@ class WindowScene {
 
   WindowScene();
 
-  /// Runs the program for the user ANNA, acting in it; its exit status.
+  /// Runs the program for the user, acting in it; its exit status.
   int play(const Act& act);
 
   /// How a second station is started: on the same projects and port.
-  [[nodiscard]] StationProcess::Options other(const std::string& user) const;
+  [[nodiscard]] StationProcess::Options other(const std::string& who) const;
 
   /// Sends a datagram to every station on the port.
   void sayAloud(const std::string& datagram) const;
@@ -46,6 +46,9 @@ class WindowScene {
   void writeEdits(int count) const;
 
   ScratchFolder folder;
+  std::string projects = folder / "projects";  ///< the directory that the users share
+  std::string user = "ANNA";                   ///< who sits at the window, and the machine's name
+  int machine = 1;
   int port = freeUdpPort();
   std::map<std::string, std::string> config;  ///< of the host, beside the port
   std::string script;                         ///< commands of the console, run at the start
