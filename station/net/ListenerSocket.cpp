@@ -319,8 +319,8 @@ std::uint32_t ListenerSocket::droppedBySystem() const {
 
 void DropCount::wasRead(std::size_t datagrams, std::size_t bytes) {
   // What the system counts for a datagram is more than its bytes; network cards fill whole pages.
-  constexpr std::size_t kOverhead = 2048;
-  backlog_ += datagrams * kOverhead + bytes;
+  constexpr std::size_t kBesideBytes = 2048;
+  backlog_ += datagrams * kBesideBytes + bytes;
 }
 
 std::uint32_t DropCount::lost(std::uint32_t total, std::uint32_t sent) {
