@@ -147,8 +147,9 @@ void ColumnFit::fit() {
 ArrowKeys::ArrowKeys(QAbstractItemView& view) : QObject(&view), view_(view) {
   view.installEventFilter(this);
   connect(view.selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
+    if (view_.selectionMode() != QAbstractItemView::SingleSelection) return;
     const QModelIndexList rows = view_.selectionModel()->selectedRows();
-    if (view_.selectionMode() != QAbstractItemView::SingleSelection || rows.size() != 1) return;
+    if (rows.size() != 1) return;
     if (rows.front().row() == view_.currentIndex().row()) return;
     view_.selectionModel()->setCurrentIndex(rows.front(), QItemSelectionModel::NoUpdate);
   });
