@@ -8,7 +8,7 @@ namespace korvel {
 
 /// Asks again and again until it is so, twenty seconds at most.
 inline bool becomesTrue(const std::function<bool()>& isSo) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
   while (!isSo()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
