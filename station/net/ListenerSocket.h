@@ -228,8 +228,9 @@ class OwnFilter {
 /// for a moment the system's buffer keeps what comes. The reader thread sleeps meanwhile: it is
 /// woken once in that time while the station is busy, and not at all while it does little.
 ///
-/// Whoever may read may use all that reading uses; the mutex hands that over. The host thread calls
-/// beginWait() and endWait(), the reader thread mayRead(); neither waits for the other.
+/// The thread whose turn it is uses the socket and what belongs to reading alone; the mutex puts
+/// the turns in order. The host thread calls beginWait() and endWait(), the reader thread next();
+/// neither waits for the other.
 class ReadingTurn {
  public:
   using Time = std::chrono::steady_clock::time_point;
