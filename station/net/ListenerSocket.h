@@ -263,7 +263,7 @@ class ReadingTurn {
   void wakeReader();
 
   /// Readable when the reader thread is to call next(); -1 where the system had none, and the
-  /// reader thread reads for ever.
+  /// reader thread reads all the time.
   [[nodiscard]] int alarm() const { return alarm_; }
 
   /// Makes the alarm unreadable. Reader thread.

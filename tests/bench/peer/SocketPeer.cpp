@@ -101,23 +101,23 @@ class Sockets : public iTransport {
              sizeof to_);
   }
 
-  /// Reads datagrams into the queue, for ever.
+  /// Reads datagrams into the queue until the process ends.
   void drain() {
     read([this](std::string bytes) { queue_.put(std::move(bytes)); });
   }
 
-  /// Takes from the queue, for ever.
+  /// Takes from the queue until the process ends.
   void take(Board& board, std::size_t peer) {
     for (;;) board.arrived(peer, numberOf(queue_.take()));
   }
 
-  /// Takes what it reads, for ever.
+  /// Takes what it reads until the process ends.
   void takeAtOnce(Board& board, std::size_t peer) {
     read([&](const std::string& bytes) { board.arrived(peer, numberOf(bytes)); });
   }
 
  private:
-  /// Hands datagrams on, for ever; this peer's own are dropped.
+  /// Hands datagrams on until the process ends; this peer's own are dropped.
   template <typename HandOn>
   void read(const HandOn& handOn) {
     std::vector<std::array<char, kDatagramBytes>> buffers(kBatch);
