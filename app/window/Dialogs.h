@@ -26,6 +26,15 @@ class QWidget;
 
 namespace korvel {
 
+// What dialogs have in common.
+
+/// Makes a dialog this wide, and in a small window not narrower than `least`: more where its
+/// buttons need it, whose words are longer in some languages.
+void giveWidth(QDialog& dialog, int least, int wanted);
+
+/// A label of plain text over as many lines as it takes; `name` is its object name.
+QLabel* wrappedLabel(const char* name, const QString& text = {});
+
 /// A question before something is done that cannot simply be taken back: one sentence, the things
 /// that it is about, and the answers. The window below waits for the answer, its thread does not.
 /// Closing the dialog answers nothing, and the keyboard's Return too unless an answer is the usual.

@@ -8,7 +8,7 @@
 #include "app/window/Appearance.h"
 #include "app/window/HostLink.h"
 #include "app/window/MainWindow.h"
-#include "app/window/SettingsDialogs.h"
+#include "app/window/StartDialog.h"
 #include "app/window/Texts.h"
 #include "app/window/WindowLayout.h"
 #include "station/ui/Desktop.h"

@@ -14,7 +14,7 @@
 
 #include "app/window/MessageBar.h"
 #include "app/window/ObjectsPane.h"
-#include "app/window/SettingsDialogs.h"
+#include "app/window/StartDialog.h"
 #include "app/window/WindowLayout.h"
 #include "app/window/iStationWindow.h"
 #include "tests/share/ProgramRun.h"

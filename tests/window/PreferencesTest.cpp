@@ -20,7 +20,7 @@
 
 #include "app/base/OptionTable.h"
 #include "app/window/MessageBar.h"
-#include "app/window/SettingsDialogs.h"
+#include "app/window/PreferencesDialog.h"
 #include "tests/window/WindowScene.h"
 
 using namespace korvel;

@@ -15,7 +15,7 @@
 #include "app/window/MainWindow.h"
 #include "app/window/ObjectsPane.h"
 #include "app/window/ProjectsPane.h"
-#include "app/window/SettingsDialogs.h"
+#include "app/window/StartDialog.h"
 #include "app/window/StatusLine.h"
 #include "app/window/TalkPanes.h"
 #include "app/window/Texts.h"
