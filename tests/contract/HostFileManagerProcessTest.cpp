@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -81,14 +82,19 @@ class HostFileManagerProcessTest : public HostFilesFixture {
 TEST_F(HostFileManagerProcessTest, AFileHeldByAnotherProcessIsRefusedAtOnceAndKept) {
   const std::string path = folder_ / "Lock";
   const auto other = holder(path);
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_FALSE(lock(path));
-  EXPECT_EQ(files_.lastError(), eFileError::eHeld);
-  EXPECT_FALSE(openToRead(path));
-  EXPECT_EQ(files_.lastError(), eFileError::eHeld);
-  EXPECT_FALSE(remove(path));
-  EXPECT_EQ(files_.lastError(), eFileError::eHeld);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+  // The soonest of some: a busy machine may hold up any of them.
+  auto soonest = std::chrono::steady_clock::duration::max();
+  for (int attempt = 0; attempt < 5; ++attempt) {
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(lock(path));
+    EXPECT_EQ(files_.lastError(), eFileError::eHeld);
+    EXPECT_FALSE(openToRead(path));
+    EXPECT_EQ(files_.lastError(), eFileError::eHeld);
+    EXPECT_FALSE(remove(path));
+    EXPECT_EQ(files_.lastError(), eFileError::eHeld);
+    soonest = std::min(soonest, std::chrono::steady_clock::now() - start);
+  }
+  EXPECT_LT(soonest, std::chrono::milliseconds(500));
   EXPECT_TRUE(isAt(path));
   letGo_.send();
   EXPECT_EQ(other->wait(), 0);
