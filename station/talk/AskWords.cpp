@@ -133,4 +133,49 @@ JsonValue shownAsk(const NotedAsk& ask, long number, const std::string& from, bo
        {"id", ask.id}});
 }
 
+// What is said where something cannot be asked for.
+
+Error nothingHeld(const std::string& object) {
+  return {ErrorCode::eNotFound,
+          "There is no edit, room or private project called " + inQuotes(object) +
+              " that another could give you.",
+          {}};
+}
+
+Error holderUnknown(const NotedAsk& held) {
+  return {ErrorCode::eHeld,
+          "Another station holds " + titleOf(held) +
+              ", and whose it is cannot be read. Try again in a moment.",
+          {}};
+}
+
+Error askedOfSeveral(const std::string& object, const std::vector<NotedAsk>& found) {
+  std::string several;
+  for (const NotedAsk& each : found) {
+    several += (several.empty() ? "" : ", ") + titleOf(each) +
+               (each.kind == AskWords::kRoom ? std::string() : " (" + each.object + ")");
+  }
+  return {ErrorCode::eUsage,
+          inQuotes(object) + " may be " + several +
+              ". Say which: \"edit:\", \"room:\" or \"project:\" before the name, or a cookie.",
+          {}};
+}
+
+Result<void> checkAskText(const std::string& text) {
+  if (text.size() <= AskWords::kLongestText) return {};
+  return Error{ErrorCode::eUsage,
+               "The text has " + std::to_string(text.size()) + " bytes; one beside an ask has " +
+                   std::to_string(AskWords::kLongestText) +
+                   " at most. Make it shorter, and write the rest as a message.",
+               {}};
+}
+
+std::pair<std::string, std::string> kindAndName(const std::string& object) {
+  for (const char* const kind : {AskWords::kEdit, AskWords::kRoom, AskWords::kProject}) {
+    const std::string head = std::string(kind) + ":";
+    if (object.starts_with(head)) return {kind, object.substr(head.size())};
+  }
+  return {};
+}
+
 }  // namespace korvel

@@ -4,8 +4,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "station/base/Json.h"
+#include "station/base/Result.h"
 #include "station/watch/StationNote.h"
 
 namespace korvel {
@@ -32,6 +35,9 @@ struct AskWords {
   /// The longest text of an ask or answer, and what is shown of a name, in bytes.
   static constexpr std::size_t kLongestText = 300;
   static constexpr std::size_t kLongestName = 200;
+
+  /// Whether a kind is a log or an edit.
+  static bool isDocument(std::string_view kind) { return kind == kEdit || kind == kLog; }
 
   What what = What::eAsk;
   NotedAsk ask;       ///< without `to` and `when`; an answer's `text` is the answer's
@@ -64,5 +70,15 @@ JsonValue shownAsk(const NotedAsk& ask, long number, const std::string& from, bo
 
 /// Whether an ask or answer is one of ours: others can write what they like into words and notes.
 bool isSound(const NotedAsk& ask);
+
+/// Why something cannot be asked for: nobody could give it; whose it is cannot be read; the name
+/// may be any of these; or the text is too long, if it is.
+Error nothingHeld(const std::string& object);
+Error holderUnknown(const NotedAsk& held);
+Error askedOfSeveral(const std::string& object, const std::vector<NotedAsk>& found);
+Result<void> checkAskText(const std::string& text);
+
+/// The kind and the name of "room:Sound"; empty for a text that names no kind.
+std::pair<std::string, std::string> kindAndName(const std::string& object);
 
 }  // namespace korvel

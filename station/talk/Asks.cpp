@@ -35,55 +35,16 @@ constexpr std::chrono::milliseconds kBetweenLooks(2000);
 /// A note is written within a second, and looked at every five.
 constexpr std::chrono::seconds kLongestUntilNoted(20);
 
-/// Of settled asks so many are remembered, so that a late copy is not taken for a new one.
-constexpr std::size_t kMostAnswered = 4096;
-
-bool isDocument(const std::string& kind) {
-  return kind == AskWords::kEdit || kind == AskWords::kLog;
-}
-
-/// A lock that cannot be looked at may be held.
-bool isFreeNow(LockState state) {
-  return state == LockState::eFree || state == LockState::eLeftBehind;
-}
-
-Error nothingHeld(const std::string& object) {
-  return {ErrorCode::eNotFound,
-          "There is no edit, room or private project called " + inQuotes(object) +
-              " that another could give you.",
-          {}};
-}
-
-Error holderUnknown(const NotedAsk& held) {
-  return {ErrorCode::eHeld,
-          "Another station holds " + titleOf(held) +
-              ", and whose it is cannot be read. Try again in a moment.",
-          {}};
-}
-
-Error askedOfSeveral(const std::string& object, const std::vector<NotedAsk>& found) {
-  std::string several;
-  for (const NotedAsk& each : found) {
-    several += (several.empty() ? "" : ", ") + titleOf(each) +
-               (each.kind == AskWords::kRoom ? std::string() : " (" + each.object + ")");
-  }
-  return {ErrorCode::eUsage,
-          inQuotes(object) + " may be " + several + ". Name an edit or project by its cookie.",
-          {}};
-}
-
-Result<void> checkText(const std::string& text) {
-  if (text.size() <= AskWords::kLongestText) return {};
-  return Error{ErrorCode::eUsage,
-               "The text has " + std::to_string(text.size()) + " bytes; one beside an ask has " +
-                   std::to_string(AskWords::kLongestText) +
-                   " at most. Make it shorter, and write the rest as a message.",
-               {}};
-}
+/// Of a colleague's asks so many stand in the conversation for each minute: whoever asks for ever
+/// more pushes no words out of it.
+constexpr int kMostSaidAMinute = 20;
 
 }  // namespace
 
-Asks::Asks(const Parts& parts) : parts_(parts) { takeUpEarlier(); }
+Asks::Asks(const Parts& parts)
+    : parts_(parts), held_({parts.projects, parts.edits, parts.rooms, parts.presence}) {
+  takeUpEarlier();
+}
 
 Asks::~Asks() = default;
 
@@ -95,6 +56,7 @@ void Asks::takeUpEarlier() {
     if (said.ask.empty()) continue;
     std::erase_if(outgoing_, [&](const Outgoing& own) { return own.ask.id == said.ask; });
     if (said.kind == Said::Kind::eAnswer) settle(said.ask);
+    if (said.kind == Said::Kind::eAnswer && !said.isOwn) heard_.add(said.ask + said.from);
     if (!said.isOwn || said.when < oldest || !said.detail.isObject()) continue;
     if (said.kind == Said::Kind::eAsk) takeUpAsk(notedAsk(said.detail));
     if (said.kind == Said::Kind::eAnswer) keepAnswer({notedAnswer(said.detail), {}});
@@ -110,9 +72,19 @@ void Asks::takeUpAsk(NotedAsk ask) {
 
 /// Asked again for the same object, the user means the last ask.
 void Asks::dropOwnFor(const NotedAsk& ask) {
-  std::erase_if(outgoing_, [&](const Outgoing& own) {
+  const auto isSame = [&](const Outgoing& own) {
     return own.ask.kind == ask.kind && own.ask.object == ask.object;
-  });
+  };
+  for (const Outgoing& own : outgoing_) {
+    if (isSame(own)) giveUp(own);
+  }
+  std::erase_if(outgoing_, isSame);
+}
+
+/// The answer may be on its way.
+void Asks::giveUp(const Outgoing& own) {
+  givenUp_.push_back(own);
+  if (givenUp_.size() > kMostOfOne) givenUp_.erase(givenUp_.begin());
 }
 
 void Asks::keepAnswer(Given answer) {
@@ -120,15 +92,30 @@ void Asks::keepAnswer(Given answer) {
   if (answers_.size() > kMostAnswers) answers_.erase(answers_.begin());
 }
 
+void Asks::RecentIds::add(const std::string& id) {
+  if (!ids_.insert(id).second) return;
+  order_.push_back(id);
+  if (order_.size() <= kMost) return;
+  ids_.erase(order_.front());
+  order_.pop_front();
+}
+
 /// From now on nothing about this ask is news.
-void Asks::settle(const std::string& id) {
-  if (answered_.size() >= kMostAnswered) answered_.erase(answered_.begin());
-  answered_.insert(id);
+void Asks::settle(const std::string& id) { answered_.add(id); }
+
+void Asks::keep(const Said& said) {
+  const std::int64_t oldest = std::time(nullptr) - 60;
+  int before = 0;
+  const auto& all = parts_.conversation.all();
+  for (auto at = all.rbegin(); at != all.rend() && at->when >= oldest; ++at) {
+    if (at->kind != Said::Kind::eWords && at->from == said.from) ++before;
+  }
+  if (before < kMostSaidAMinute) parts_.conversation.add(said);
 }
 
 Result<JsonValue> Asks::ask(const std::string& object, const std::string& text) {
-  if (auto sound = checkText(text); !sound) return sound.error();
-  auto held = findHeld(object);
+  if (auto sound = checkAskText(text); !sound) return sound.error();
+  auto held = held_.find(object);
   if (!held) return held.error();
   dropOwnFor(*held);
   if (outgoing_.size() >= kMostOfOne) {
@@ -150,7 +137,7 @@ Result<JsonValue> Asks::ask(const std::string& object, const std::string& text) 
                            true});
   watchSoon();
   JsonValue shown = shownAsk(ask, lastNumber_, user, true);
-  shown.set("here", parts_.presence.lookFor(ask.to).has_value());
+  shown.set("here", stationOf(ask.to).has_value());
   return shown;
 }
 
@@ -171,7 +158,7 @@ JsonValue Asks::list() const {
 }
 
 Result<JsonValue> Asks::answer(long number, Answer answer, const std::string& text) {
-  if (auto sound = checkText(text); !sound) return sound.error();
+  if (auto sound = checkAskText(text); !sound) return sound.error();
   const auto own = std::ranges::find(outgoing_, number, &Outgoing::number);
   if (own != outgoing_.end() && answer == Answer::eKeep) return withdraw(own);
   const auto ask = std::ranges::find(incoming_, number, &Incoming::number);
@@ -187,6 +174,7 @@ Result<JsonValue> Asks::answer(long number, Answer answer, const std::string& te
 
 Result<JsonValue> Asks::withdraw(std::vector<Outgoing>::iterator own) {
   NotedAsk ask = own->ask;
+  giveUp(*own);
   outgoing_.erase(own);
   settle(ask.id);
   ask.text.clear();
@@ -226,7 +214,7 @@ Result<JsonValue> Asks::answerIncoming(std::vector<Incoming>::iterator ask, Answ
 }
 
 Result<void> Asks::handOver(const Incoming& ask) {
-  if (isDocument(ask.ask.kind)) return giveEdit(ask);
+  if (AskWords::isDocument(ask.ask.kind)) return giveEdit(ask);
   return ask.ask.kind == AskWords::kRoom ? leaveRoom(ask.ask) : leaveProject(ask.ask);
 }
 
@@ -239,9 +227,9 @@ Result<void> Asks::giveEdit(const Incoming& ask) {
                  {}};
   }
   using EditActions::Recipient;
-  // Freshly: who has just come is not known otherwise. Owners have the names of hosts. Of several
-  // stations of one user the one whose note has the ask is meant.
-  auto asker = parts_.presence.lookFor(ask.from);
+  // Owners have the names of hosts. Of several stations of one user the one whose note has the ask
+  // is meant.
+  auto asker = stationOf(ask.from);
   for (const FoundStation& each : parts_.presence.known()) {
     const bool hasAsked = !ask.note.empty() && each.note.id == ask.note && each.isAlive();
     if (asker && hasAsked && each.note.user == ask.from) asker = each.note;
@@ -282,7 +270,7 @@ Result<void> Asks::leaveProject(const NotedAsk& ask) {
 }
 
 Result<JsonValue> Asks::tellWhenFree(const std::string& object) {
-  const auto held = findHeld(object);
+  const auto held = held_.find(object);
   if (!held) return held.error();
   std::erase_if(awaited_, [&](const NotedAsk& each) {
     return each.kind == held->kind && each.object == held->object;
@@ -297,86 +285,12 @@ Result<JsonValue> Asks::tellWhenFree(const std::string& object) {
   return JsonValue::object({{"kind", held->kind}, {"name", held->name}, {"holder", held->to}});
 }
 
-// What others hold.
-
-Result<NotedAsk> Asks::findHeld(const std::string& object) const {
-  std::vector<NotedAsk> found;
-  bool isKnown = false;
-  findEdit(object, found, isKnown);
-  findRoom(object, found, isKnown);
-  findProject(object, found, isKnown);
-  if (found.size() == 1) {
-    if (found.front().to.empty()) return holderUnknown(found.front());
-    found.front().to = userOf(found.front().to);
-    return found.front();
-  }
-  if (!found.empty()) return askedOfSeveral(object, found);
-  if (!isKnown) return nothingHeld(object);
-  return Error{ErrorCode::eUsage,
-               "Nobody else holds " + inQuotes(object) + ": you can have it without asking.",
-               {}};
-}
-
-void Asks::findEdit(const std::string& object, std::vector<NotedAsk>& found, bool& isKnown) const {
-  const OpenProject* const open = parts_.projects.current();
-  if (!open) return;
-  const auto cookie = parts_.projects.resolve(object, Edits::kKinds);
-  if (!cookie) return;
-  isKnown = true;
-  const std::string owner = parts_.edits.ownerOf(*cookie);
-  if (owner.empty() || EditActions::isAllowed(*cookie)) return;
-  found.push_back({{},
-                   owner,
-                   Edits::kindText(*cookie),
-                   cookie->asString().str(),
-                   shortName(parts_.edits.nameOf(*cookie)),
-                   open->cookie.asString().str(),
-                   {},
-                   0});
-}
-
-void Asks::findRoom(const std::string& object, std::vector<NotedAsk>& found, bool& isKnown) const {
-  const OpenProject* const open = parts_.projects.current();
-  if (!open || open->isPrivate) return;
-  const auto rooms = parts_.rooms.list();
-  if (!rooms) return;
-  const auto room = std::ranges::find(*rooms, object, &RoomInfo::name);
-  if (room == rooms->end()) return;
-  isKnown = true;
-  if (room->isHere || room->state != LockState::eHeld) return;
-  found.push_back({{},
-                   room->holder,
-                   AskWords::kRoom,
-                   hexText(object),
-                   shortName(object),
-                   open->cookie.asString().str(),
-                   {},
-                   0});
-}
-
-void Asks::findProject(const std::string& object, std::vector<NotedAsk>& found,
-                       bool& isKnown) const {
-  const auto projects = parts_.projects.list();
-  if (!projects) return;
-  for (const ProjectInfo& each : *projects) {
-    const std::string cookie = each.cookie.asString().str();
-    if (object != each.name && object != cookie) continue;
-    isKnown = true;
-    const OpenProject* const open = parts_.projects.current();
-    const bool isOpen = open && open->cookie.asString().str() == cookie;
-    if (isOpen || each.lock != LockState::eHeld) continue;
-    found.push_back(
-        {{}, each.lockOwner, AskWords::kProject, cookie, shortName(each.name), cookie, {}, 0});
-  }
-}
-
-/// The user to whom words for a holder are sent: edits have owners of the names of hosts.
-std::string Asks::userOf(const std::string& holder) const {
+/// A station of this user that is here. Asked freshly where none is known: one may just have come.
+std::optional<StationNote> Asks::stationOf(const std::string& user) const {
   for (const FoundStation& each : parts_.presence.known()) {
-    const StationNote& note = each.note;
-    if (note.user == holder || upperCased(note.host) == holder) return note.user;
+    if (each.isAlive() && upperCased(each.note.user) == upperCased(user)) return each.note;
   }
-  return holder;
+  return parts_.presence.lookFor(user);
 }
 
 bool Asks::isMe(const std::string& name) const {
@@ -397,8 +311,22 @@ void Asks::noteDelivered(const ReceivedMessage& message) {
         [&](const Incoming& each) { return each.ask.id == read->ask.id && each.from == from; });
   }
   if (read->what != AskWords::What::eAsk) {
-    return takeAnswer(read->ask.id, read->what == AskWords::What::eGiven, from, read->ask.text,
-                      message.isUnverified);
+    const NotedAnswer answer{
+        read->ask.id, {}, read->what == AskWords::What::eGiven, read->ask.text};
+    if (takeAnswer(answer, from, message.isUnverified) || heard_.contains(answer.ask + from)) {
+      return;
+    }
+    // To an ask that this station does not know any more: words all the same.
+    heard_.add(answer.ask + from);
+    return keep({0,
+                 Said::Kind::eAnswer,
+                 from,
+                 settings().user,
+                 read->words,
+                 answer.ask,
+                 {},
+                 false,
+                 message.isUnverified});
   }
   read->ask.to = settings().user;
   read->ask.project = message.fields.project;
@@ -413,7 +341,7 @@ void Asks::noteStation(const StationNote& note) {
     if (isMe(each.to) && isSound(each)) takeAsk({each, 0, note.user, note.id, false});
   }
   for (const NotedAnswer& each : note.answers) {
-    if (isMe(each.to)) takeAnswer(each.ask, each.isGiven, note.user, each.text, false);
+    if (isMe(each.to)) takeAnswer(each, note.user, false);
   }
 }
 
@@ -438,12 +366,22 @@ void Asks::takeAsk(Incoming ask) {
     const bool isOf = each.answer.ask == ask.ask.id && each.answer.to == ask.from;
     if (isOf && !ask.note.empty()) each.note = ask.note;
   }
-  if (knows(ask.ask.id)) return;
-  // Asked again for the same, he means the last.
-  dropIncoming([&](const Incoming& each) {
+  if (knows(ask.ask.id) || (ask.note.empty() && replaced_.contains(ask.ask.id))) return;
+  held_.nameAsHere(ask.ask);
+  // Asked again for the same, he means the last. What a note has is the last, in whichever order
+  // the messages come.
+  const auto same = std::ranges::find_if(incoming_, [&](const Incoming& each) {
     return each.from == ask.from && each.ask.kind == ask.ask.kind &&
            each.ask.object == ask.ask.object;
   });
+  if (same != incoming_.end()) {
+    replaced_.add(same->ask.id);
+    const bool isNews = same->ask.text != ask.ask.text;
+    ask.number = isNews ? ++lastNumber_ : same->number;
+    *same = std::move(ask);
+    if (isNews) tellAsked(*same);
+    return;
+  }
   makeRoom();
   const auto waiting = std::ranges::count(incoming_, ask.from, &Incoming::from);
   if (static_cast<std::size_t>(waiting) >= kMostOfOne || incoming_.size() >= kMostIncoming) {
@@ -455,25 +393,24 @@ void Asks::takeAsk(Incoming ask) {
     return;
   }
   more_.erase(ask.from);
-  // People are asked for what they know it as, whatever the asker calls it.
-  const Cookie edit(ask.ask.object.c_str(), false);
-  if (isDocument(ask.ask.kind) && parts_.edits.holds(edit)) {
-    ask.ask.name = shortName(parts_.edits.nameOf(edit));
-  }
   ask.number = ++lastNumber_;
+  incoming_.push_back(std::move(ask));
+  tellAsked(incoming_.back());
+}
+
+void Asks::tellAsked(const Incoming& ask) {
   const std::string words = wordsWithoutToken(ask.from, AskWords::What::eAsk, ask.ask);
   JsonValue shown = shownAsk(ask.ask, ask.number, ask.from, false);
   if (ask.isUnverified) shown.set("unverified", true);
   shown.set("words", shownText(words));
   const Said said{ask.ask.when, Said::Kind::eAsk, ask.from, settings().user, words, ask.ask.id, {},
                   false,        ask.isUnverified};
-  incoming_.push_back(std::move(ask));
   events().talk("asked", shown.members());
   // A station that was restarted has it in its conversation already.
   const bool isKept = std::ranges::any_of(parts_.conversation.all(), [&](const Said& each) {
     return each.kind == Said::Kind::eAsk && each.ask == said.ask;
   });
-  if (!isKept) parts_.conversation.add(said);
+  if (!isKept) keep(said);
 }
 
 /// Of so many the oldest goes that no note has: anybody can send messages.
@@ -486,30 +423,42 @@ void Asks::makeRoom() {
   if (oldest != incoming_.end()) incoming_.erase(oldest);
 }
 
-void Asks::takeAnswer(const std::string& id, bool isGiven, const std::string& by,
-                      const std::string& text, bool isUnverified) {
-  const auto own =
-      std::ranges::find_if(outgoing_, [&](const Outgoing& each) { return each.ask.id == id; });
-  // Nobody else can answer for the colleague who was asked.
-  if (own == outgoing_.end()) return;
-  const auto isBy = [&by](const std::string& name) { return upperCased(name) == upperCased(by); };
-  if (!isBy(own->ask.to) && !isBy(userOf(own->ask.to))) return;
+/// Whether it was an answer to an ask of this station's, also to one that the user took back or
+/// made again while the answer was on its way. Nobody else can answer for the colleague who was
+/// asked.
+bool Asks::takeAnswer(const NotedAnswer& answer, const std::string& by, bool isUnverified) {
+  std::optional<Outgoing> own = takeOut(outgoing_, answer.ask, by);
+  if (!own) own = takeOut(givenUp_, answer.ask, by);
+  if (!own) return false;
+  settle(answer.ask);
+  heard_.add(answer.ask + by);
+  if (answer.isGiven) dropOwnFor(own->ask);  // a newer ask for what is given now
   NotedAsk ask = own->ask;
-  const long number = own->number;
-  outgoing_.erase(own);
-  settle(id);
   ask.to = settings().user;
-  ask.text = text;
-  const std::string words =
-      wordsWithoutToken(by, isGiven ? AskWords::What::eGiven : AskWords::What::eKept, ask);
-  JsonValue shown = shownAsk(ask, number, by, false);
-  shown.set("answer", isGiven ? "give" : "no");
+  ask.text = answer.text;
+  const auto what = answer.isGiven ? AskWords::What::eGiven : AskWords::What::eKept;
+  const std::string words = wordsWithoutToken(by, what, ask);
+  JsonValue shown = shownAsk(ask, own->number, by, false);
+  shown.set("answer", answer.isGiven ? "give" : "no");
   if (isUnverified) shown.set("unverified", true);
   shown.set("words", shownText(words));
   parts_.presence.showSoon();
   events().talk("answered", shown.members());
   parts_.conversation.add(
-      {0, Said::Kind::eAnswer, by, settings().user, words, id, {}, false, isUnverified});
+      {0, Said::Kind::eAnswer, by, settings().user, words, answer.ask, {}, false, isUnverified});
+  return true;
+}
+
+std::optional<Asks::Outgoing> Asks::takeOut(std::vector<Outgoing>& asks, const std::string& id,
+                                            const std::string& by) const {
+  const auto isBy = [&by](const std::string& name) { return upperCased(name) == upperCased(by); };
+  const auto own = std::ranges::find_if(asks, [&](const Outgoing& each) {
+    return each.ask.id == id && (isBy(each.ask.to) || isBy(held_.userOf(each.ask.to)));
+  });
+  if (own == asks.end()) return std::nullopt;
+  Outgoing taken = std::move(*own);
+  asks.erase(own);
+  return taken;
 }
 
 template <typename IsWithdrawn>
@@ -523,8 +472,7 @@ void Asks::dropIncoming(const IsWithdrawn& isWithdrawn) {
     const std::string words = wordsWithoutToken(each.from, AskWords::What::eWithdrawn, bare);
     shown.set("words", shownText(words));
     events().talk("withdrawn", shown.members());
-    parts_.conversation.add(
-        {0, Said::Kind::eAnswer, each.from, settings().user, words, each.ask.id, {}, false});
+    keep({0, Said::Kind::eAnswer, each.from, settings().user, words, each.ask.id, {}, false});
   }
   std::erase_if(incoming_, isWithdrawn);
 }
@@ -579,12 +527,18 @@ void Asks::look() {
   const ShareAnswer answer = parts_.presence.answer();
   if (answer.isAwaited || !answer.result) return watchSoon();
   std::erase_if(awaited_, [this](const NotedAsk& each) {
-    if (isGone(each)) LogBoth("Nobody waits for %s any more: it is gone.\n", titleOf(each));
-    if (isFree(each)) tellFree(each);
-    return isFree(each) || isGone(each);
+    const bool isLost = held_.isGone(each);
+    if (isLost) tellGone(each);
+    const bool canBeHad = !isLost && held_.isFree(each);
+    if (canBeHad) tellFree(each);
+    return isLost || canBeHad;
   });
   dropNeedless();
   if (!awaited_.empty() || !outgoing_.empty()) watchSoon();
+}
+
+void Asks::tellGone(const NotedAsk& object) {
+  LogBoth("Nobody waits for %s any more: it is gone.\n", titleOf(object));
 }
 
 void Asks::tellFree(const NotedAsk& object) {
@@ -592,16 +546,19 @@ void Asks::tellFree(const NotedAsk& object) {
                          {"object", object.kind == AskWords::kRoom ? shownText(roomOf(object))
                                                                    : object.object},
                          {"name", shownText(object.name)},
+                         {"project", object.project},
                          {"words", "You can have " + titleOf(object) + " now."}});
 }
 
-/// Takes back what need not be asked for any more, since it came another way; an answer that is on
-/// its way arrives first.
+/// Takes back what need not be asked for any more, since it is gone or came another way; an answer
+/// that is on its way arrives first.
 void Asks::dropNeedless() {
   const auto now = std::chrono::steady_clock::now();
   std::vector<NotedAsk> needless;
   for (Outgoing& each : outgoing_) {
-    if (!isFree(each.ask)) {
+    if (held_.isGone(each.ask)) {
+      needless.push_back(each.ask);
+    } else if (!held_.isFree(each.ask)) {
       each.freeSince.reset();
     } else if (!each.freeSince) {
       each.freeSince = now;
@@ -612,36 +569,8 @@ void Asks::dropNeedless() {
   for (const NotedAsk& each : needless) {
     static_cast<void>(withdraw(
         std::ranges::find(outgoing_, each.id, [](const Outgoing& own) { return own.ask.id; })));
-    tellFree(each);
+    held_.isGone(each) ? tellGone(each) : tellFree(each);
   }
-}
-
-/// Whether it was deleted, as far as is known without asking.
-bool Asks::isGone(const NotedAsk& object) const {
-  const OpenProject* const open = parts_.projects.current();
-  if (!open || open->cookie.asString().str() != object.project) return false;
-  if (isDocument(object.kind)) return !parts_.edits.holds(Cookie(object.object.c_str(), false));
-  if (object.kind != AskWords::kRoom) return false;
-  const auto& rooms = parts_.rooms.known();
-  return std::ranges::find(rooms, roomOf(object), &RoomInfo::name) == rooms.end();
-}
-
-bool Asks::isFree(const NotedAsk& object) const {
-  if (object.kind == AskWords::kProject) {
-    iProjectShare* const share = iProjectShare::instance();
-    if (!share) return false;
-    const Cookie project(object.object.c_str(), false);
-    return isFreeNow(lookAtLock(share->getProjectLockFile(project)));
-  }
-  const OpenProject* const open = parts_.projects.current();
-  if (!open || open->cookie.asString().str() != object.project) return false;
-  if (isDocument(object.kind)) {
-    const Cookie cookie(object.object.c_str(), false);
-    return parts_.edits.summary(cookie) && EditActions::isAllowed(cookie);
-  }
-  const auto& rooms = parts_.rooms.known();
-  const auto room = std::ranges::find(rooms, roomOf(object), &RoomInfo::name);
-  return room != rooms.end() && isFreeNow(room->state);
 }
 
 }  // namespace korvel

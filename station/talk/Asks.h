@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <set>
@@ -14,12 +15,14 @@
 #include "station/base/Json.h"
 #include "station/base/Result.h"
 #include "station/talk/AskWords.h"
+#include "station/talk/HeldObjects.h"
 #include "station/watch/StationNote.h"
 #include "station/wire/MessageTable.h"
 
 namespace korvel {
 
 class Conversation;
+struct Said;
 class Edits;
 class Presence;
 class Projects;
@@ -62,9 +65,8 @@ class Asks {
   Asks& operator=(const Asks&) = delete;
   ~Asks();
 
-  /// Asks the holder of an object to give it. `object` is a name or a cookie. Returns the ask as
-  /// lists show it.
-  /// Failures: there is no such object, nobody holds it, several are meant, the text is too long.
+  /// Asks the holder of an object to give it, as HeldObjects::find() has it. Returns the ask as
+  /// lists show it. Failures: those of find(), and a text that is too long.
   Result<JsonValue> ask(const std::string& object, const std::string& text);
 
   /// What waits for an answer, others' asks and one's own, the oldest first.
@@ -110,22 +112,36 @@ class Asks {
     std::string note;  ///< of the asker's station, which had the ask; else empty
   };
 
-  [[nodiscard]] Result<NotedAsk> findHeld(const std::string& object) const;
-  void findEdit(const std::string& object, std::vector<NotedAsk>& found, bool& isKnown) const;
-  void findRoom(const std::string& object, std::vector<NotedAsk>& found, bool& isKnown) const;
-  void findProject(const std::string& object, std::vector<NotedAsk>& found, bool& isKnown) const;
-  [[nodiscard]] std::string userOf(const std::string& holder) const;
+  /// Identifiers that were added last, so many that a late copy of what they stand for is known
+  /// again.
+  class RecentIds {
+   public:
+    void add(const std::string& id);
+    [[nodiscard]] bool contains(const std::string& id) const { return ids_.contains(id); }
+
+   private:
+    static constexpr std::size_t kMost = 4096;
+
+    std::deque<std::string> order_;
+    std::set<std::string> ids_;
+  };
+
+  [[nodiscard]] std::optional<StationNote> stationOf(const std::string& user) const;
   [[nodiscard]] bool isMe(const std::string& name) const;
 
   void takeUpEarlier();
   void takeUpAsk(NotedAsk ask);
   void dropOwnFor(const NotedAsk& ask);
+  void giveUp(const Outgoing& own);
   void keepAnswer(Given answer);
   void settle(const std::string& id);
+  void keep(const Said& said);
   void makeRoom();
   void takeAsk(Incoming ask);
-  void takeAnswer(const std::string& id, bool isGiven, const std::string& by,
-                  const std::string& text, bool isUnverified);
+  void tellAsked(const Incoming& ask);
+  bool takeAnswer(const NotedAnswer& answer, const std::string& by, bool isUnverified);
+  std::optional<Outgoing> takeOut(std::vector<Outgoing>& asks, const std::string& id,
+                                  const std::string& by) const;
   void withdrawMissing(const StationNote& note);
   template <typename IsWithdrawn>
   void dropIncoming(const IsWithdrawn& isWithdrawn);
@@ -140,18 +156,21 @@ class Asks {
   void send(const std::string& to, AskWords::What what, NotedAsk ask) const;
   void watchSoon();
   void look();
+  static void tellGone(const NotedAsk& object);
   static void tellFree(const NotedAsk& object);
   void dropNeedless();
-  [[nodiscard]] bool isFree(const NotedAsk& object) const;
-  [[nodiscard]] bool isGone(const NotedAsk& object) const;
 
   Parts parts_;
+  HeldObjects held_;
   std::vector<Incoming> incoming_;
   std::vector<Outgoing> outgoing_;
+  std::vector<Outgoing> givenUp_;  ///< taken back or made again; answers may still come
   std::vector<Given> answers_;
-  std::vector<NotedAsk> awaited_;   ///< by tellWhenFree()
-  std::set<std::string> answered_;  ///< ids that were answered here or settled
-  std::set<std::string> more_;      ///< askers whose further asks are not taken
+  std::vector<NotedAsk> awaited_;  ///< by tellWhenFree()
+  RecentIds answered_;             ///< asks that were answered here or settled
+  RecentIds replaced_;             ///< others' asks that they made again
+  RecentIds heard_;                ///< answers that were taken: ask and answerer
+  std::set<std::string> more_;     ///< askers whose further asks are not taken
   long lastNumber_ = 0;
   bool isWatching_ = false;
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);  ///< what posted tasks hold weakly
