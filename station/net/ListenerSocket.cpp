@@ -333,8 +333,14 @@ std::uint32_t DropCount::lost(std::uint32_t total, std::uint32_t sent) {
     accounted_ += own;
     lost_ += more - own;
   } else {
-    // What is read now came after the socket was empty, and so did the count that it carries.
-    accounted_ = sentWhenEmpty_;
+    // Nothing was lost: all that was counted was filtered. What was sent before the socket was
+    // empty is accounted for whether or not it came back.
+    const auto isBehind = [](std::uint32_t one, std::uint32_t other) {
+      return other - one - 1 < 0x7FFFFFFF;
+    };
+    accounted_ += more;
+    if (isBehind(accounted_, sentWhenEmpty_)) accounted_ = sentWhenEmpty_;
+    if (isBehind(sent, accounted_)) accounted_ = sent;
   }
   return lost_;
 }

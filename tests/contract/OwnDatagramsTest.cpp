@@ -235,15 +235,24 @@ TEST(DropCountTest, CountsWhatIsLostWhileTheBufferIsFullAndNotWhatIsFiltered) {
   EXPECT_EQ(drops.lost(9, 7), 0u) << "nothing is lost while the buffer is nearly empty";
   drops.wasRead(64, 500'000);
   EXPECT_TRUE(drops.mayHaveBeenFull());
-  EXPECT_EQ(drops.lost(29, 12), 8u) << "of 20 dropped 12 were filtered";
-  EXPECT_EQ(drops.lost(25, 12), 8u) << "an older count";
-  EXPECT_EQ(drops.lost(31, 20), 8u);
+  EXPECT_EQ(drops.lost(29, 12), 15u) << "of 20 dropped 5 were filtered";
+  EXPECT_EQ(drops.lost(25, 12), 15u) << "an older count";
+  EXPECT_EQ(drops.lost(31, 20), 15u);
   drops.wasEmptied(20);
   EXPECT_FALSE(drops.mayHaveBeenFull());
-  EXPECT_EQ(drops.lost(40, 30), 8u);
+  EXPECT_EQ(drops.lost(40, 30), 15u) << "9 were filtered";
   drops.wasRead(64, 500'000);
-  EXPECT_EQ(drops.lost(60, 30), 18u)
-      << "what was sent before the socket was empty is accounted for";
+  EXPECT_EQ(drops.lost(60, 30), 28u) << "of 20 dropped 7 were filtered, what was sent before the "
+                                        "socket was empty being accounted for";
+}
+
+TEST(DropCountTest, WhatWasFilteredAsAFloodBeganHidesNoLoss) {
+  DropCount drops(1'000'000);
+  drops.wasEmptied(1);
+  drops.wasRead(1, 100);
+  EXPECT_EQ(drops.lost(2, 2), 0u) << "both came back, the second after the socket was empty";
+  drops.wasRead(64, 500'000);
+  EXPECT_EQ(drops.lost(12, 2), 10u);
 }
 
 }  // namespace
