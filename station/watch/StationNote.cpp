@@ -12,6 +12,7 @@
 #include "host/os/OS.h"
 #include "host/os/iFileManager.h"
 #include "station/base/HostThread.h"
+#include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/FolderListing.h"
 #include "station/os/SharedFiles.h"
@@ -180,6 +181,10 @@ Result<StationNote> parseNote(const std::string& bytes, const std::string& id) {
   read.id = id;
   read.user = note["user"].asString();
   read.host = note["host"].asString();
+  // As a station's own are bounded: such a name would come back in answers, and make them too long.
+  if (std::max(read.user.size(), read.host.size()) > kLongestUserName) {
+    return noNote(id, "a name in it is longer than names are");
+  }
   read.machine = static_cast<int>(note["machine"].asLong());
   read.addresses = textsIn(note["addresses"]);
   const long port = note["port"].asLong();
@@ -200,6 +205,26 @@ Result<StationNote> parseNote(const std::string& bytes, const std::string& id) {
   }
   read.written = note["written"].asString();
   return read;
+}
+
+std::string fittingNoteText(StationNote note) {
+  std::string text = noteText(note);
+  const auto halve = [](auto& all) { all.resize(all.size() / 2); };
+  while (text.size() > kLargestNote) {
+    if (!note.open.empty()) {
+      halve(note.open);
+    } else if (!note.unsaved.empty()) {
+      halve(note.unsaved);
+    } else if (!note.answers.empty()) {
+      note.answers.erase(note.answers.begin());
+    } else if (!note.asks.empty()) {
+      note.asks.erase(note.asks.begin());
+    } else {
+      break;
+    }
+    text = noteText(note);
+  }
+  return text;
 }
 
 std::string notesFolder(const std::string& projectsDirectory) {
@@ -326,7 +351,7 @@ class StationFile::Writer {
     auto written = directory_->check();
     if (written) written = takeLock();
     // The lock first: a note without a lock is shown as that of a dead station.
-    if (written) written = writeAtomically(path(), noteText(note));
+    if (written) written = writeAtomically(path(), fittingNoteText(note));
     if (!written && !hasComplained_) {
       LogBoth("Others cannot see that this station is here and what it has open: %s\n",
               written.error().message);

@@ -134,6 +134,10 @@ struct FoundStation {
 /// The note as its file holds it.
 std::string noteText(const StationNote& note);
 
+/// The same, at most kLargestNote bytes: where it has too much to tell, some of the edits that are
+/// open are left out first, and the answers and asks that wait longest last.
+std::string fittingNoteText(StationNote note);
+
 /// Reads a note; what a later version adds is passed over. Failure: bytes that are no note.
 Result<StationNote> parseNote(const std::string& bytes, const std::string& id);
 

@@ -96,6 +96,30 @@ TEST_F(StationNoteTest, WhatIsNoNoteIsTold) {
   EXPECT_NE(listed()[0].problem, "");
 }
 
+TEST_F(StationNoteTest, ANoteOfVeryMuchIsAsLongAsOthersReadAtMost) {
+  StationNote note;
+  note.user = "ANNA";
+  for (int i = 0; i < 5000; ++i) note.open.emplace_back(("E" + std::to_string(i)).c_str(), false);
+  note.answers.assign(40, NotedAnswer{"0123456789abcdef", "BEN", true, std::string(300, '\x01')});
+  const std::string text = fittingNoteText(note);
+  EXPECT_LE(text.size(), kLargestNote);
+  const auto read = parseNote(text, "1");
+  ASSERT_TRUE(read);
+  EXPECT_EQ(read->user, "ANNA");
+  EXPECT_EQ(read->answers.size(), 40u);
+  EXPECT_GT(read->open.size(), 500u);
+}
+
+TEST_F(StationNoteTest, ANameThatNoStationCanHaveMakesNoNote) {
+  for (const char* key : {"user", "host"}) {
+    JsonValue note = JsonValue::object({{"format", 1}, {"user", "ANNA"}});
+    note.set(key, std::string(10'000, 'x'));
+    put("1.json", writeJson(note));
+    ASSERT_EQ(listed().size(), 1u);
+    EXPECT_NE(listed()[0].problem, "") << key;
+  }
+}
+
 TEST_F(StationNoteTest, ANoteOfALaterVersionIsReadAsFarAsItIsKnown) {
   put("1.json", R"({"format":2,"user":"ANNA","mood":{"good":[true]},"open":"many","sent":-1})");
   ASSERT_EQ(listed().size(), 1u);
