@@ -222,7 +222,7 @@ std::string shownConversation(Station&, const Arguments&, const JsonValue& said)
 void addAsking(CommandTable& table) {
   table.add({"ask", "OBJECT [TEXT]",
              "Asks whoever holds an edit, room or private project for it, with a few words if "
-             "given.",
+             "given. \"room:Sound\" is the room where an edit is called so, too.",
              1, 2, ask, Command::Place::eHostThread, shownAsking});
   table.add({"asks", "", "Shows what waits for an answer: others' asks, and yours.", 0, 0, asks,
              Command::Place::eHostThread, shownAsks});

@@ -39,6 +39,19 @@ class AsksTest : public SharedStations {
     return run(station, "edit show " + edit)["owner"].asString();
   }
 
+  /// Sends an ask or answer as another's station would: `what` is its token's first word.
+  void sendAsk(const std::string& from, const std::string& what, const std::string& id,
+               const std::string& object, const std::string& text) {
+    const std::string to = what == "ask" ? "ANNA" : "BEN";
+    send({"user-message", "--source", from, "--target", to, "--data",
+          from + " " + text + " [" + what + " " + id + " " + object + " " +
+              std::to_string(text.size()) + "]"});
+  }
+
+  std::string cookieOf(const std::string& edit) {
+    return run(*anna_, "edit show " + edit)["cookie"].asString();
+  }
+
   /// ANNA's edit "Reel", which all three have.
   void makeReel() {
     startThree();
@@ -202,6 +215,83 @@ TEST_F(AsksTest, AThousandAsksAreFoldedIntoALine) {
                                            std::string::npos;
                                   }),
             1);
+}
+
+TEST_F(AsksTest, AThousandAsksForOneThingPushNoWordsAway) {
+  makeReel();
+  const std::string reel = cookieOf("Reel");
+  send({"user-message", "--source", "BEN", "--target", "ANNA", "--data", "dinner at five"});
+  await(*anna_, "said", {{"text", "dinner at five"}});
+  for (int i = 0; i < 200; ++i) {
+    const std::string word = std::to_string(100 + i);
+    sendAsk("EVE", "ask", "0000000000000" + word, "edit " + reel, word);
+  }
+  settle(*anna_);
+  const JsonValue asks = run(*anna_, "asks");
+  ASSERT_EQ(asks.elements().size(), 1u);
+  EXPECT_EQ(asks.elements()[0]["text"].asString(), "299");
+  const JsonValue said = run(*anna_, "conversation");
+  EXPECT_EQ(said.elements()[0]["text"].asString(), "dinner at five");
+  EXPECT_LE(said.elements().size(), 22u);
+  EXPECT_EQ(countOf(*anna_, "withdrawn"), 0u) << "nobody took anything back";
+}
+
+TEST_F(AsksTest, AnAnswerThatCrossesWithATakenBackAskIsTold) {
+  makeReel();
+  run(*ben_, "ask Reel one");
+  const JsonValue asked = await(*anna_, "asked", {{"from", "BEN"}});
+  const JsonValue mine = run(*ben_, "asks").elements().at(0)["number"];
+  run(*ben_, "answer " + std::to_string(mine.asLong()) + " no");
+  const std::string object = "edit " + asked["object"].asString();
+  sendAsk("EVE", "given", asked["id"].asString(), object, "ha");
+  sendAsk("ANNA", "kept", asked["id"].asString(), object, "at five");
+  const JsonValue answered = await(*ben_, "answered", {{"from", "ANNA"}});
+  EXPECT_EQ(answered["words"].asString(), "ANNA keeps the edit \"Reel\" for now: at five");
+  // Of an ask that nobody knows any more the words are words all the same, once.
+  for (int i = 0; i < 2; ++i) sendAsk("ANNA", "kept", "00000000000000aa", object, "never");
+  await(*ben_, "said", {{"from", "ANNA"}, {"text", "ANNA never"}});
+  settle(*ben_);
+  const auto said = run(*ben_, "conversation").elements();
+  EXPECT_EQ(
+      std::ranges::count_if(
+          said, [](const JsonValue& each) { return each["text"].asString() == "ANNA never"; }),
+      1);
+  EXPECT_EQ(countOf(*ben_, "answered"), 1u) << "EVE answers for nobody";
+}
+
+TEST_F(AsksTest, WhatSharesItsNameIsAskedForByItsKind) {
+  makeReel();
+  run(*anna_, "room create Reel");
+  run(*anna_, "room enter Reel");
+  settle(*ben_);
+  const std::string said = refusal(*ben_, "ask Reel");
+  EXPECT_NE(said.find("may be the edit \"Reel\""), said.npos) << said;
+  EXPECT_NE(said.find("\"room:\""), said.npos) << said;
+  EXPECT_EQ(run(*ben_, "ask room:Reel")["kind"].asString(), "room");
+  EXPECT_EQ(run(*ben_, "ask edit:Reel")["kind"].asString(), "edit");
+  EXPECT_EQ(run(*ben_, "ask " + cookieOf("Reel"))["kind"].asString(), "edit");
+}
+
+TEST_F(AsksTest, AProjectIsAskedForByTheNameThatItHasHere) {
+  startThree();
+  sendAsk("BEN", "ask", "0123456789abcdef", "project " + project_, "please");
+  EXPECT_EQ(await(*anna_, "asked", {})["name"].asString(), "Film");
+}
+
+// Whose station knows nothing of asks reads and writes nothing but words.
+TEST_F(AsksTest, AtAPlainStationAsksAreWordsAndItsWordsArriveOnce) {
+  makeReel();
+  run(*ben_, "ask Reel \"till five\"");
+  const std::string data =
+      await(*anna_, "received", {{"type_name", "UserMessage"}, {"source", "BEN"}})["data"]
+          .asString();
+  EXPECT_TRUE(data.starts_with("BEN asks for the edit \"Reel\": till five [ask ")) << data;
+  send({"user-message", "--source", "ANNA", "--target", "BEN", "--data", "yes, take it"});
+  await(*ben_, "said", {{"from", "ANNA"}, {"text", "yes, take it"}});
+  settle(*ben_);
+  EXPECT_EQ(countOf(*ben_, "answered"), 0u);
+  EXPECT_EQ(run(*ben_, "asks").elements().size(), 1u) << "words are no answer";
+  EXPECT_EQ(run(*ben_, "conversation ANNA").elements().size(), 2u);
 }
 
 TEST_F(AsksTest, WordsThatBeginWithASmallDAreShownAsTyped) {
