@@ -196,8 +196,11 @@ QString ActionRunner::whyNotTrim(const QString& line) const {
   const TimelinePtr& shown = view.timeline();
   const auto chosen = panes_.objects->chosen();
   const bool isOfAnother = shown && !chosen.empty() && shown->cookie != chosen.front().cookie;
-  if (!shown || !shown->problem.isEmpty() || isOfAnother)
-    return tr("The timeline is not there yet.");
+  if (!shown || !shown->problem.isEmpty() || isOfAnother) {
+    // What will not pass is said rather than what will in a moment.
+    const QString why = whyNotObject(line);
+    return why.isEmpty() ? tr("The timeline is not there yet.") : why;
+  }
   if (!shown->version.isEmpty()) {
     return tr("This is an older version. Only the edit as it is now can be trimmed.");
   }
@@ -286,15 +289,15 @@ bool ActionRunner::leavesProject(const QString& line) const {
   return (name == "project leave" || name == "project enter") && !isDecided;
 }
 
-void ActionRunner::runLine(const QString& line) {
+void ActionRunner::runLine(const QString& line, const HostLink::Ended& then) {
   // Closing the window asks about unsaved changes and then ends the station.
   if (line.trimmed() == QLatin1String("quit")) {
     window_.close();
   } else if (leavesProject(line)) {
     guard_.before(
-        tr("Leave the project"), [this, line] { link_.run(line); }, [] {});
+        tr("Leave the project"), [this, line, then] { link_.run(line, then); }, [] {});
   } else {
-    link_.run(line);
+    link_.run(line, then);
   }
 }
 

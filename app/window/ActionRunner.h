@@ -53,7 +53,8 @@ class ActionRunner : public QObject {
   void trim(const ClipTrim& trim);
 
   /// Runs a line of the console; one that would leave a project asks about unsaved changes first.
-  void runLine(const QString& line);
+  /// `then` is told how it ended, once it was run.
+  void runLine(const QString& line, const HostLink::Ended& then = {});
 
   /// Opens what is activated, as Return and a double click do: an edit itself, of a bin or rack
   /// what is in it, of a filter what it finds.

@@ -111,7 +111,10 @@ void AskDialog::build() {
   auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close);
   give_ = buttons->addButton(tr("&Give"), QDialogButtonBox::ActionRole);
   keep_ = buttons->addButton(tr("&Not now"), QDialogButtonBox::ActionRole);
-  for (QPushButton* each : {give_, keep_}) each->setAutoDefault(false);
+  // Return in the words presses nothing: they would be lost with the dialog.
+  for (QPushButton* each : {give_, keep_, buttons->button(QDialogButtonBox::Close)}) {
+    each->setAutoDefault(false);
+  }
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(12, 12, 12, 12);
   layout->addWidget(list_, 1);
@@ -146,10 +149,12 @@ const AskRow* AskDialog::chosen() const {
 void AskDialog::answer(const QString& how) {
   const AskRow* const ask = chosen();
   if (!ask) return;
-  const QString line = answerLine(*ask, how, words_->text().trimmed());
-  const long number = ask->number;
-  words_->clear();
-  Q_EMIT answered(number, line);
+  answeredWith_ = words_->text();
+  Q_EMIT answered(ask->number, answerLine(*ask, how, answeredWith_.trimmed()));
+}
+
+void AskDialog::noteAnswered() {
+  if (words_->text() == answeredWith_) words_->clear();
 }
 
 void AskDialog::enable() {
@@ -197,9 +202,11 @@ void AskTeller::takeSnapshot(const Snapshot& snapshot) {
 void AskTeller::showAsks() {
   const std::vector<AskRow> asks = others();
   if (asks.empty()) return asks_.hide();
+  const bool isUnderTheHand = asks_.isVisible();
   asks_.tell(MessageBar::Kind::eNote, asks.size() == 1 ? wholeAsk(asks.front()) : foldedAsks(asks));
   asks_.offer(asks.size() == 1 ? QStringList{tr("Give"), tr("Not now"), tr("With a word…")}
                                : QStringList{tr("Answer them…")});
+  if (isUnderTheHand) asks_.holdOff();
 }
 
 void AskTeller::act(int which) {
@@ -214,6 +221,7 @@ void AskTeller::answerOnce(long number, const QString& line) {
   if (!answering_.insert(number).second) return;
   run_(line, [self = QPointer(this), number](bool succeeded) {
     if (self && !succeeded) self->answering_.erase(number);
+    if (self && succeeded && self->dialog_) self->dialog_->noteAnswered();
   });
 }
 

@@ -30,6 +30,10 @@ class AskDialog : public QDialog {
   explicit AskDialog(QWidget* parent);
 
   void take(const std::vector<AskRow>& asks);
+
+  /// The last answer was taken: its words are no longer needed.
+  void noteAnswered();
+
   [[nodiscard]] QTreeWidget& list() const { return *list_; }
   [[nodiscard]] QLineEdit& words() const { return *words_; }
 
@@ -45,6 +49,7 @@ class AskDialog : public QDialog {
 
   QTreeWidget* list_;
   QLineEdit* words_;
+  QString answeredWith_;  ///< the words of the last answer
   QPushButton* give_;
   QPushButton* keep_;
   std::vector<AskRow> rows_;

@@ -183,10 +183,12 @@ void EventFeed::takeTalk(const std::string& name, const JsonValue& event) {
   if (name == "said" && followsSaid_) news_.said.push_back(saidLine(event));
   bound(news_.said);
   if (!isAnswer) return;
-  const bool canOpen = name == "free" || event["answer"].asString() == "give";
+  const bool isFree = name == "free";
+  const bool canOpen = isFree || event["answer"].asString() == "give";
   bound(news_.answers);
   news_.answers.push_back({eventText(event, "words"), eventText(event, "kind"),
-                           eventText(event, "object"), eventText(event, "name"), canOpen});
+                           eventText(event, "object"), eventText(event, "name"),
+                           eventText(event, "project"), canOpen, isFree});
 }
 
 void EventFeed::wakeBy(std::function<void()> wake) {

@@ -87,7 +87,9 @@ struct AskAnswer {
   QString kind;    ///< "edit", "log", "room", "project"
   QString object;  ///< its cookie; a room's name
   QString name;
+  QString project;       ///< the cookie of the one that it is in
   bool canOpen = false;  ///< it was given, or is free
+  bool isFree = false;   ///< it is free, and nobody said so
 };
 
 /// The identity of this station.

@@ -356,7 +356,19 @@ void MainWindow::connectTalk() {
   connect(asking_.get(), &AskTeller::openWanted, this, &MainWindow::open);
 }
 
+// Who asked may have gone on to another project since.
 void MainWindow::open(const AskAnswer& given) {
+  const bool isElsewhere =
+      snapshot_ && !given.project.isEmpty() && snapshot_->project.cookie != given.project;
+  if (!isElsewhere) return openHere(given);
+  const bool isProject = given.kind == QLatin1String("project");
+  actions_->runLine(QStringLiteral("project enter ") + quoted(given.project),
+                    [this, given, isProject](const CommandOutcome& outcome) {
+                      if (outcome.succeeded && !isProject) openHere(given);
+                    });
+}
+
+void MainWindow::openHere(const AskAnswer& given) {
   const QString word = quoted(given.object);
   if (given.kind == QLatin1String("room"))
     return actions_->runLine(QStringLiteral("room enter ") + word);
@@ -449,13 +461,13 @@ void MainWindow::takeNews(const News& news) {
   happened().add(news.happened);
   asking_->takeAnswers(news.answers);
   if (!news.answers.empty()) outcomes_->dropAskedNote();
-  tellDesktop(news.said);
+  tellDesktop(news);
   // Network problems are also shown in the bar: the log may be hidden.
   for (const LogLine& line : news.lines) {
     if (line.kind == LogLine::Kind::eNetwork) outcomes_->tellOfSending(line.text);
   }
+  if (!news.notifications.empty() || !news.answers.empty()) QApplication::alert(this);
   if (news.notifications.empty()) return;
-  QApplication::alert(this);
   const auto& latest = news.notifications;
   const auto words =
       std::ranges::find(latest.rbegin(), latest.rend(), false, &NotificationLine::isAsking);
@@ -474,11 +486,16 @@ void MainWindow::tellOfWords(const NotificationLine& latest) {
 }
 
 // Who looks at the window needs no notice of the desktop.
-void MainWindow::tellDesktop(const std::vector<SaidLine>& said) {
+void MainWindow::tellDesktop(const News& news) {
   constexpr qsizetype kLongestNoticed = 300;
-  const auto words = std::ranges::find(said.rbegin(), said.rend(), false, &SaidLine::isOwn);
-  if (words == said.rend() || isInFront(*this) || !wantsDesktopNotices()) return;
-  if (!DesktopNotices::isPossible()) return;
+  if (isInFront(*this) || !wantsDesktopNotices() || !DesktopNotices::isPossible()) return;
+  // Nobody says that something is free: it stands in no conversation.
+  for (const AskAnswer& each : news.answers) {
+    if (each.isFree) notices_.tell(personName(each.name), oneLine(each.words));
+  }
+  const auto words =
+      std::ranges::find(news.said.rbegin(), news.said.rend(), false, &SaidLine::isOwn);
+  if (words == news.said.rend()) return;
   const int unread = conversation().unread();
   const QString who = personName(words->from);
   notices_.tell(unread > 1 ? tr("%1 (%n unread)", nullptr, unread).arg(who) : who,

@@ -70,7 +70,8 @@ class MainWindow : public QMainWindow {
   void takeSnapshot(const SnapshotPtr& snapshot);
   void takeNews(const News& news);
   void tellOfWords(const NotificationLine& latest);
-  void tellDesktop(const std::vector<SaidLine>& said);
+  void openHere(const AskAnswer& given);
+  void tellDesktop(const News& news);
   void addKeepingActions();
   void addRecentProjects();
   void addPreferences();

@@ -122,6 +122,12 @@ void MessageBar::offer(const QStringList& actions) {
   placeButtons();
 }
 
+void MessageBar::holdOff() {
+  constexpr int kSettleMs = 700;  // longer than a hand that has begun to press takes
+  offers_->setEnabled(false);
+  QTimer::singleShot(kSettleMs, offers_, [offers = offers_] { offers->setEnabled(true); });
+}
+
 /// Beside the text where enough room is left to it, else below.
 void MessageBar::placeButtons() {
   const int room = width() - kAroundBarText - offers_->sizeHint().width();
@@ -253,17 +259,23 @@ void OutcomeTeller::tellUndoably(const QString& text, const QStringList& undoLin
   tell(text, undo, [this, undoLines] { link_.runAll(undoLines, [](const CommandOutcome&) {}); });
 }
 
+// The words must not be lost with a refusal.
+void OutcomeTeller::settleMessage(const CommandOutcome& outcome) {
+  const CommandCall call = readCall(link_.commands(), outcome.line.toStdString());
+  if (call.arguments.size() < 2) return;
+  panes_.panel->settle(QString::fromStdString(call.arguments[1]), outcome.succeeded);
+}
+
 void OutcomeTeller::take(const CommandOutcome& outcome) {
   if (UnsavedGuard::isConflict(outcome)) return;    // UnsavedGuard asks
   if (ActionRunner::wouldReplace(outcome)) return;  // ActionRunner asks
   const bool isMessage = outcome.command == QLatin1String("say");
+  if (isMessage) settleMessage(outcome);
   if (!outcome.succeeded) {
     tellsOfSending_ = false;
     panes_.messages->tell(MessageBar::Kind::eError, outcome.text);
     noteRefusal(outcome);
     offerAsking(outcome);
-    // The text must not be lost with the refusal.
-    if (isMessage) panes_.panel->restoreUnsent();
     return;
   }
   if (isMessage) tellOfMessage(outcome);
@@ -344,13 +356,19 @@ void OutcomeTeller::offerAsking(const CommandOutcome& refused) {
   const CommandCall call = readCall(link_.commands(), refused.line.toStdString());
   if (call.arguments.empty()) return;
   const QString word = readableText(call.arguments.front());
-  if (!held_.line.isEmpty()) return offerAsking(word, holderOf(held_.command, word));
+  if (!held_.line.isEmpty()) return offerHeld(word);
   if (refused.code != ErrorCode::eRefused || !refused.command.startsWith(QLatin1String("edit ")))
     return;
   const auto row = panes_.objects->find(word);
   // A refusal for another reason does not name the owner.
   if (row && !row->owner.isEmpty() && refused.text.contains(row->owner))
     offerAsking(word, row->owner);
+}
+
+// By its kind: an edit may have the name of a room.
+void OutcomeTeller::offerHeld(const QString& word) {
+  const bool isRoom = held_.command == QLatin1String("room enter");
+  offerAsking((isRoom ? QStringLiteral("room:") : QString()) + word, holderOf(held_.command, word));
 }
 
 void OutcomeTeller::offerAsking(const QString& word, const QString& holder) {
@@ -376,7 +394,7 @@ QString OutcomeTeller::holderOf(const QString& command, const QString& word) con
 // The lists learn of the holder after the refusal.
 void OutcomeTeller::nameHolder(const QString& word) {
   const QString holder = holderOf(held_.command, word);
-  if (!holder.isEmpty() && panes_.messages->isVisible()) offerAsking(word, holder);
+  if (!holder.isEmpty() && panes_.messages->isVisible()) offerHeld(word);
 }
 
 void OutcomeTeller::takeSnapshot(const Snapshot& snapshot) {

@@ -37,6 +37,10 @@ class MessageBar : public QFrame {
 
   /// Offers things to do about it, three at most; none takes the last offer back.
   void offer(const QStringList& actions);
+
+  /// Takes no click for a moment, since what is offered has changed under the hand.
+  void holdOff();
+
   [[nodiscard]] QString text() const { return text_; }
   [[nodiscard]] QToolButton& button(std::size_t which = 0) const { return *buttons_[which]; }
 
@@ -100,6 +104,8 @@ class OutcomeTeller : public QObject {
  private:
   void tell(const QString& text, const QString& action, const std::function<void()>& act);
   void tellOfMessage(const CommandOutcome& said);
+  void settleMessage(const CommandOutcome& outcome);
+  void offerHeld(const QString& word);
   void tellAnswer(const CommandOutcome& outcome);
   [[nodiscard]] QString permission(const JsonValue& answer) const;
   [[nodiscard]] QString inWords(const CommandOutcome& outcome) const;

@@ -115,10 +115,10 @@ PanelDock::PanelDock(QWidget* parent)
 }
 
 void PanelDock::send() {
-  // Kept until the command has ended: a refused message comes back into the entry.
-  lastSent_ = entry_->text();
+  const QString words = entry_->text();
+  unsettled_.append(words);
   entry_->clear();
-  Q_EMIT sent(recipients_->currentText(), lastSent_);
+  Q_EMIT sent(recipients_->currentText(), words);
 }
 
 void PanelDock::showUnread(int count) {
@@ -147,8 +147,10 @@ void PanelDock::resizeEvent(QResizeEvent* event) {
   fitOthers();
 }
 
-void PanelDock::restoreUnsent() {
-  if (entry_->text().isEmpty()) entry_->setText(lastSent_);
+void PanelDock::settle(const QString& words, bool isSent) {
+  if (!unsettled_.removeOne(words) || isSent) return;
+  const QString since = entry_->text();
+  entry_->setText(since.isEmpty() ? words : words + QLatin1Char(' ') + since);
 }
 
 void PanelDock::show(const PanelState& panel) {
@@ -318,7 +320,9 @@ void ConversationPane::keep(const SaidLine& line) {
   lines_.push_back(line);
   if (lines_.size() > kMost) lines_.pop_front();
   const QString colleague = colleagueOf(line);
-  const bool isKnown = colleague.isEmpty() || colleagues_->findData(colleague) >= 0;
+  // A colleague's name is one whatever the case of its letters.
+  const bool isKnown = colleague.isEmpty() ||
+                       colleagues_->findData(colleague, Qt::UserRole, Qt::MatchFixedString) >= 0;
   if (!isKnown && colleagues_->count() < kMostColleagues) {
     const Badge badge{colleague, {}, false, false};
     colleagues_->addItem(badgeIcon(badge), personName(colleague), colleague);
@@ -328,10 +332,12 @@ void ConversationPane::keep(const SaidLine& line) {
 bool ConversationPane::isShown(const SaidLine& line) const {
   const QString colleague = colleagues_->currentData().toString();
   const QString with = colleagueOf(line);
-  const bool isMeant = colleague.isEmpty() || with.isEmpty() || with == colleague;
+  const bool isMeant =
+      colleague.isEmpty() || with.isEmpty() || with.compare(colleague, Qt::CaseInsensitive) == 0;
   const QString& words = search_->text();
   return isMeant && (words.isEmpty() || line.text.contains(words, Qt::CaseInsensitive) ||
-                     line.from.contains(words, Qt::CaseInsensitive));
+                     line.from.contains(words, Qt::CaseInsensitive) ||
+                     line.to.contains(words, Qt::CaseInsensitive));
 }
 
 void ConversationPane::fill() {

@@ -44,8 +44,9 @@ class PanelDock : public QDockWidget {
   /// The next time that the panel is seen open, its entry takes the keyboard: the user opened it.
   void focusWhenOpen() { wantsFocus_ = true; }
 
-  /// The last message was not sent: puts it back into the entry.
-  void restoreUnsent();
+  /// What became of a message that was sent from here; one that was refused comes back into the
+  /// entry, before what was typed since.
+  void settle(const QString& words, bool isSent);
 
   /// Says how many notifications nobody has looked at: what others write is there, not here.
   void showUnread(int count);
@@ -73,9 +74,9 @@ class PanelDock : public QDockWidget {
   QLineEdit* entry_;
   QToolButton* others_;
   PanelState state_;
-  QString lastSent_;
-  QString replies_;       ///< what the button of others' words says
-  QString shortReplies_;  ///< where there is little room
+  QStringList unsettled_;  ///< what was sent, until it is known what became of it
+  QString replies_;        ///< what the button of others' words says
+  QString shortReplies_;   ///< where there is little room
   bool wantsFocus_ = false;
 };
 

@@ -30,7 +30,7 @@ AskRow askOf(long number, const QString& from, const QString& name, const QStrin
 }
 
 AskAnswer givenOf(const QString& name) {
-  return {"BEN gives you the edit \"" + name + "\"", "edit", "E-" + name, name, true};
+  return {"BEN gives you the edit \"" + name + "\"", "edit", "E-" + name, name, {}, true};
 }
 
 struct AskBarTest : testing::Test {
@@ -123,7 +123,31 @@ TEST_F(AskBarTest, AWordGoesBackWithTheAnswer) {
   dialog()->words().setText("at \"five\"; wait");
   button("&Not now")->click();
   EXPECT_EQ(lines, QStringList("answer 7 no \"at \\\"five\\\"; wait\""));
+  EXPECT_NE(dialog()->words().text(), "") << "as long as it may be refused";
+  ended(false);
+  EXPECT_EQ(dialog()->words().text(), "at \"five\"; wait");
+  button("&Not now")->click();
+  ended(true);
   EXPECT_EQ(dialog()->words().text(), "");
+}
+
+TEST_F(AskBarTest, ReturnInTheWordsLosesNothing) {
+  show({askOf(7, "BEN", "Quay")});
+  teller.showAll();
+  dialog()->words().setText("at five");
+  QTest::keyClick(&dialog()->words(), Qt::Key_Return);
+  EXPECT_TRUE(lines.isEmpty());
+  ASSERT_TRUE(dialog()->isVisible());
+  EXPECT_EQ(dialog()->words().text(), "at five");
+}
+
+TEST_F(AskBarTest, NoClickIsTakenWhereAnotherAskHasJustTakenThePlace) {
+  show({askOf(1, "BEN", "Quay"), askOf(2, "CARL", "Pier")});
+  show({askOf(2, "CARL", "Pier")});
+  EXPECT_TRUE(press(asks, "Give"));
+  EXPECT_TRUE(lines.isEmpty()) << "it was meant for \"Answer them\"";
+  EXPECT_TRUE(waitFor([this] { return press(asks, "Give") && !lines.isEmpty(); }));
+  EXPECT_EQ(lines, QStringList("answer 2 give"));
 }
 
 TEST_F(AskBarTest, TheChosenAskStaysChosenWhateverComesAndGoes) {
@@ -164,7 +188,7 @@ TEST_F(AskBarTest, AClosedBarComesBackWithTheNextAsk) {
 TEST_F(AskBarTest, WhatWasGivenIsOfferedToBeOpened) {
   QSignalSpy opened(&teller, &AskTeller::openWanted);
   teller.takeAnswers(
-      {{"CARL keeps the edit \"Pier\" for now", "edit", "E-Pier", "Pier", false}, givenOf("Quay")});
+      {{"CARL keeps the edit \"Pier\" for now", "edit", "E-Pier", "Pier", {}}, givenOf("Quay")});
   teller.takeAnswers({givenOf("Mole")});
   for (const char* words : {"keeps the edit \"Pier\"", "the edit \"Quay\"", "the edit \"Mole\""}) {
     EXPECT_TRUE(answers.text().contains(words)) << answers.text().toStdString();

@@ -155,4 +155,29 @@ TEST_F(DesktopNoticesWindowTest, WhatIsSaidIsToldOnTheDesktopUnlessTheWindowIsLo
   });
 }
 
+TEST_F(DesktopNoticesWindowTest, WhatIsFreeIsToldToWhoLooksElsewhere) {
+  FakeSession session;
+  if (!session.start()) GTEST_SKIP() << "there is no dbus-daemon to make a session's bus with";
+  script = "project create Trailer --private\n";
+  play([&](MainWindow& window) {
+    ASSERT_TRUE(session.join());
+    ASSERT_TRUE(waitFor([&] { return window.snapshot() != nullptr; }));
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    EXPECT_TRUE(ben.command("project enter Trailer")["ok"].asBool());
+    QWidget front;
+    front.show();
+    QApplication::setActiveWindow(&front);
+    bool isAwaited = false;
+    window.link().run("tell-when-free Trailer",
+                      [&](const CommandOutcome& outcome) { isAwaited = outcome.succeeded; });
+    ASSERT_TRUE(waitFor([&] { return isAwaited; }));
+    EXPECT_TRUE(ben.command("project leave")["ok"].asBool());
+    EXPECT_TRUE(waitFor(
+        [&] { return session.isShown("You can have the project &quot;Trailer&quot; now."); },
+        60'000));
+    session.leave();
+  });
+}
+
 }  // namespace

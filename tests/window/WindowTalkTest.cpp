@@ -112,6 +112,29 @@ TEST_F(WindowTalkTest, ARefusedEditIsAskedForAndOpenedWhenItIsGiven) {
   });
 }
 
+TEST_F(WindowTalkTest, WhatIsGivenInAnotherProjectIsOpenedThere) {
+  script = std::string("project create Trailer\n") + kOneEdit;
+  play([this](MainWindow& window) {
+    const auto ben = startBen(window);
+    EXPECT_TRUE(ben->command("edit create Pier")["ok"].asBool());
+    EXPECT_TRUE(ben->command("edit save Pier")["ok"].asBool());
+    ASSERT_TRUE(waitFor([&] { return ownerOf(window, "Pier") == "BEN"; }));
+    window.link().run("ask Pier");
+    const long number = told(*ben, "asked")["number"].asLong();
+    window.link().run("project enter Trailer");
+    ASSERT_TRUE(waitForProject(window, "Trailer"));
+    EXPECT_TRUE(ben->command("answer " + std::to_string(number) + " give")["ok"].asBool());
+    ASSERT_TRUE(tells(window.answers(), "BEN gives you the edit \"Pier\""))
+        << window.answers().text().toStdString();
+    EXPECT_TRUE(press(window.answers(), "Open Pier"));
+    EXPECT_TRUE(waitForProject(window, "Harbour"));
+    EXPECT_TRUE(waitFor([&] {
+      const auto row = window.objects().find(keyOf(window, "Pier"));
+      return row && row->isOpen;
+    }));
+  });
+}
+
 TEST_F(WindowTalkTest, WhoWaitsForAProjectIsToldThatItIsFree) {
   script = std::string(kOneEdit) + "project create Trailer --private\n";
   play([this](MainWindow& window) {
