@@ -8,7 +8,9 @@
 #include "station/base/Strings.h"
 #include "station/edit/EditHistory.h"
 #include "station/edit/Edits.h"
+#include "station/keep/TrashFolder.h"
 #include "station/os/SharedFiles.h"
+#include "station/project/DelayedReread.h"
 #include "station/project/ProjectFolder.h"
 #include "station/project/Projects.h"
 #include "station/wire/MessageTable.h"
@@ -155,7 +157,7 @@ LightweightString<wchar_t> getFilenameForCookie(const Cookie& cookie, const Cook
   return wideText(findFile(cookie, get_project_cookie()));
 }
 
-// How the list of edits and the open edits follow what is found in the folder.
+// How the list of edits and the open edits follow what others tell and what is found in the folder.
 
 namespace korvel {
 
@@ -164,6 +166,70 @@ void Edits::tellOwner(const Cookie& cookie, const std::string& owner) {
   auto* const permissions = iPermissionsManager::instance();
   if (!permissions || cookie.getType() != CookieTypeEdit) return;
   permissions->setOwner(cookie, wideText(owner), iPermissionsManager::eEdit, false);
+}
+
+void Edits::noteSavedElsewhere(const Cookie& cookie) {
+  if (!holds(cookie)) return;
+  index_.markStale(cookie);
+  lookLater(cookie);
+  tellObservers([&](iEditObserver& each) { each.savedElsewhere(cookie); });
+  tellChanged(kindText(cookie), cookie, "refreshed");
+}
+
+void Edits::noteDeletedElsewhere(const Cookie& cookie) {
+  if (!holds(cookie) || forgetIfGone(cookie)) return;
+  DelayedReread::arrange("deleted " + cookie.asString().str(),
+                         [this, cookie] { forgetIfGone(cookie); });
+}
+
+// A message alone deletes nothing: it may be forged, or arrive before the share shows the deletion.
+bool Edits::forgetIfGone(const Cookie& cookie) {
+  if (!isProjectOpen() || !holds(cookie) || !isGoneFrom(folder_, pathFor(cookie))) return false;
+  takeDeletion(cookie);
+  return true;
+}
+
+bool Edits::isFileGone(const Cookie& cookie) const {
+  return isProjectOpen() && isGoneFrom(folder_, pathFor(cookie));
+}
+
+bool Edits::takeDeletion(const Cookie& cookie) {
+  EditFile* const edit = loaded(cookie);
+  if (edit && (edit->isUserOpen || edit->holdsUnsaved())) {
+    return edit->keepWithoutFile(TrashFolder(folder_).whoDeleted(cookie.asString().str()));
+  }
+  forget(cookie);
+  tellChanged(kindText(cookie), cookie, "destroyed");
+  return true;
+}
+
+void Edits::takeStoredOwner(const Cookie& cookie) {
+  if (!isProjectOpen()) return;
+  lookLater(cookie);
+  const auto held = hold(cookie);
+  if (!held) return;
+  (*held)->takeStoredOwner();
+  release(*held);
+  tellChanged("permissions", cookie, "modified");
+}
+
+void Edits::lookLater(const Cookie& cookie) {
+  DelayedReread::arrange(cookie.asString().str(), [this, cookie] { readLate(cookie); });
+}
+
+// An object whose file is gone is not handled here: the message of its deletion, or the watch, does
+// that.
+void Edits::readLate(const Cookie& cookie) {
+  if (!isProjectOpen() || !holds(cookie)) return;
+  if (EditFile* const edit = loaded(cookie)) return edit->readLate();
+  if (index_.isStale(cookie) || !existsFresh(pathFor(cookie))) return;
+  const EditSummary before = *summary(cookie);
+  indexFile(cookie);
+  const EditSummary* const now = summary(cookie);
+  if (!now || *now == before) return;
+  const AuthorScope author(now->savedBy);
+  tellChanged(kindText(cookie), cookie, "refreshed");
+  if (now->owner != before.owner) takeStoredOwner(cookie);
 }
 
 std::size_t Edits::catchUp(const FoundFiles& files) {
@@ -189,7 +255,7 @@ bool Edits::catchUpLoaded(EditFile& edit, const FoundFile& file) {
 }
 
 bool Edits::catchUpListed(const Cookie& cookie, const FoundFile& file) {
-  const EditSummary* const known = index_.find(cookie);
+  const EditSummary* const known = this->summary(cookie);
   const bool isSame = known && file.bytes && known->content == contentHash(*file.bytes);
   if (isSame || !file.isCurrent()) return false;
   auto summary =

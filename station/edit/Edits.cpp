@@ -1,5 +1,7 @@
 #include "station/edit/Edits.h"
 
+#include <algorithm>
+#include <functional>
 #include <optional>
 #include <utility>
 
@@ -7,37 +9,47 @@
 #include "station/base/Events.h"
 #include "station/base/Strings.h"
 #include "station/edit/OtioDocument.h"
-#include "station/keep/TrashFolder.h"
 #include "station/os/FolderListing.h"
 #include "station/os/SharedFiles.h"
-#include "station/project/DelayedReread.h"
 #include "station/project/Names.h"
 
 namespace korvel {
 
 // Objects of a folder that is read come in their order, behind all that are there.
-void EditIndex::put(const Cookie& cookie, EditSummary summary) {
-  const bool isLast = summaries_.empty() || summaries_.rbegin()->first < cookie;
-  if (!isLast) remove(cookie);
-  if (byName_ && summary.problem.empty()) byName_->emplace(summary.name, cookie);
-  summaries_.emplace_hint(summaries_.end(), cookie, std::move(summary));
+KnownEdit& EditIndex::put(const Cookie& cookie, EditSummary summary) {
+  const bool isLast = edits_.empty() || edits_.rbegin()->first < cookie;
+  KnownEdit* known = isLast ? nullptr : find(cookie);
+  const bool isSameName = known && known->summary.name == summary.name &&
+                          known->summary.problem.empty() == summary.problem.empty();
+  if (!known) {
+    known = &edits_.try_emplace(edits_.end(), cookie)->second;
+  } else if (!isSameName) {
+    removeName(cookie, known->summary.name);
+  }
+  if (!isSameName) addName(cookie, summary);
+  if (known->isStale) clearStale(cookie);
+  known->summary = std::move(summary);
+  return *known;
 }
 
 EditIndex::Names& EditIndex::names() const {
   if (byName_) return *byName_;
-  byName_.emplace(summaries_.size());
-  for (const auto& [cookie, summary] : summaries_) {
-    if (summary.problem.empty()) byName_->emplace(summary.name, cookie);
-  }
+  byName_.emplace(edits_.size());
+  for (const auto& [cookie, known] : edits_) addName(cookie, known.summary);
   return *byName_;
 }
 
+void EditIndex::addName(const Cookie& cookie, const EditSummary& summary) const {
+  if (byName_ && summary.problem.empty()) byName_->emplace(summary.name, cookie);
+}
+
 void EditIndex::remove(const Cookie& cookie) {
-  const auto known = summaries_.find(cookie);
-  if (known == summaries_.end()) return;
-  removeName(cookie, known->second.name);
-  summaries_.erase(known);
-  stale_.erase(cookie);
+  const KnownEdit* const known = find(cookie);
+  if (!known) return;
+  removeName(cookie, known->summary.name);
+  clearStale(cookie);
+  found_ = nullptr;
+  edits_.erase(cookie);
 }
 
 void EditIndex::removeName(const Cookie& cookie, const std::string& name) {
@@ -52,20 +64,62 @@ void EditIndex::removeName(const Cookie& cookie, const std::string& name) {
 }
 
 void EditIndex::clear() {
-  summaries_.clear();
+  found_ = nullptr;
+  loaded_.clear();
+  edits_.clear();
   byName_.reset();
   stale_.clear();
   forgotten_.clear();
 }
 
-const EditSummary* EditIndex::find(const Cookie& cookie) const {
-  const auto known = summaries_.find(cookie);
-  return known == summaries_.end() ? nullptr : &known->second;
+KnownEdit* EditIndex::find(const Cookie& cookie) {
+  if (found_ && found_->first == cookie) return &found_->second;
+  const auto known = edits_.find(cookie);
+  if (known == edits_.end()) return nullptr;
+  found_ = &*known;
+  return &known->second;
+}
+
+void EditIndex::setLoaded(KnownEdit& known, std::unique_ptr<EditFile> edit) {
+  takeLoaded(known);
+  known.loaded = std::move(edit);
+  loaded_.insert(placeOf(*known.loaded), known.loaded.get());
+}
+
+std::unique_ptr<EditFile> EditIndex::takeLoaded(KnownEdit& known) {
+  if (known.loaded) loaded_.erase(placeOf(*known.loaded));
+  return std::move(known.loaded);
+}
+
+std::vector<EditFile*>::iterator EditIndex::placeOf(const EditFile& edit) {
+  return std::ranges::lower_bound(loaded_, edit.getCookie(), std::less(), &EditFile::getCookie);
 }
 
 void EditIndex::findByName(const std::string& name, std::vector<NamedObject>& found) const {
   auto [at, end] = names().equal_range(name);
   for (; at != end; ++at) found.push_back({at->second, name});
+}
+
+void EditIndex::markStale(const Cookie& cookie) {
+  KnownEdit* const known = find(cookie);
+  if (known && !std::exchange(known->isStale, true)) stale_.insert(cookie);
+}
+
+bool EditIndex::isStale(const Cookie& cookie) {
+  const KnownEdit* const known = find(cookie);
+  return known && known->isStale;
+}
+
+bool EditIndex::clearStale(const Cookie& cookie) {
+  KnownEdit* const known = find(cookie);
+  if (!known || !std::exchange(known->isStale, false)) return false;
+  stale_.erase(cookie);
+  return true;
+}
+
+std::set<Cookie> EditIndex::takeStale() {
+  for (const Cookie& each : stale_) find(each)->isStale = false;
+  return std::exchange(stale_, {});
 }
 
 namespace {
@@ -95,6 +149,12 @@ std::optional<EditSummary> summaryInCache(const OpenProject& project, const std:
                                           const FileStamp& stamp) {
   const std::string_view* const text = project.cache ? project.cache->find(name, stamp) : nullptr;
   return text ? keptSummary(*text) : std::nullopt;
+}
+
+EditSummary summaryOf(const EditFile& edit) {
+  SaveStamp saved = edit.document().stamp();
+  return {edit.document().name(), utf8Text(edit.getOwner()), {},
+          edit.content(),         std::move(saved.by),       std::move(saved.at)};
 }
 
 JsonValue shownClip(const ClipInfo& clip) {
@@ -152,20 +212,22 @@ void Edits::enter(const OpenProject& project, const std::vector<std::string>&) {
   enterUnread(project, unread);
 }
 
-void Edits::put(const Cookie& cookie, EditSummary summary) const {
+void Edits::put(const Cookie& cookie, EditSummary summary, std::unique_ptr<EditFile> loaded) const {
   if (shown_ && !holds(cookie)) shown_->add(cookie.asString().str() + std::string(kEditEnding));
   const bool isReadable = summary.problem.empty();
   const std::string owner = summary.owner;
-  const EditSummary* const known = observers_.empty() ? nullptr : index_.find(cookie);
-  const EditSummary before = known ? *known : EditSummary{};
-  index_.put(cookie, std::move(summary));
-  if (known) tellReplaced(cookie, before);
+  const EditSummary* const listed = observers_.empty() ? nullptr : this->summary(cookie);
+  const bool isReplaced = listed != nullptr;
+  const EditSummary before = isReplaced ? *listed : EditSummary{};
+  KnownEdit& known = index_.put(cookie, std::move(summary));
+  if (loaded) index_.setLoaded(known, std::move(loaded));
+  if (isReplaced) tellReplaced(cookie, before);
   // Away in the trash, or with the whole share, it may have got another owner.
   if (isReadable && index_.clearForgotten(cookie)) tellOwner(cookie, owner);
 }
 
 void Edits::tellReplaced(const Cookie& cookie, const EditSummary& before) const {
-  const EditSummary now = *index_.find(cookie);
+  const EditSummary now = *summary(cookie);
   const bool isReadable = before.problem.empty() && now.problem.empty();
   if (!isReadable || before.content == now.content) return;
   tellObservers([&](iEditObserver& each) { each.replaced(cookie, before, now); });
@@ -205,34 +267,33 @@ void Edits::takeUpUnlisted(const std::vector<std::string>& files) {
     const Cookie cookie = cookieOfFile(file);
     if (cookie.isNull()) continue;
     // One that could not be read may be readable by now.
-    const EditSummary* const known = index_.find(cookie);
+    const EditSummary* const known = summary(cookie);
     if (known && known->problem.empty()) continue;
-    auto summary = readListedSummary(folder_ + "/" + file);
+    auto found = readListedSummary(folder_ + "/" + file);
     // Not reported: another station may be making the file, and the watch finds it again.
-    if (!summary) continue;
-    const AuthorScope author(summary->savedBy);
+    if (!found) continue;
+    const AuthorScope author(found->savedBy);
     const char* const how = known ? "refreshed" : "created";
-    put(cookie, std::move(*summary));
+    put(cookie, std::move(*found));
     tellChanged(kindText(cookie), cookie, how);
   }
 }
 
 void Edits::leave() {
-  for (const auto& [cookie, edit] : loaded_) {
+  for (const EditFile* const edit : index_.loaded()) {
     if (!observer_ && edit->hasLocalChanges()) {
       LogBoth("The %s \"%s\" had changes that were not saved; they are dropped.\n",
-              edit->kindText(), shownText(nameOf(cookie)));
+              edit->kindText(), shownText(nameOf(edit->getCookie())));
     }
   }
-  // With a copy of the cookie: unload() erases the entry that holds it.
-  while (!loaded_.empty()) unload(Cookie(loaded_.begin()->first));
+  while (!index_.loaded().empty()) unload(index_.loaded().front()->getCookie());
   index_.clear();
   shown_.reset();
   folder_.clear();
 }
 
 void Edits::setAside(const Cookie& cookie, const std::string& problem) const {
-  const EditSummary* known = index_.find(cookie);
+  const EditSummary* const known = summary(cookie);
   // A broken file is found again by every look; each problem is reported once.
   if (known && known->problem == problem) return;
   LogBoth("The file of %s %s cannot be read and is left as it is: %s\n", kindText(cookie),
@@ -262,19 +323,20 @@ void Edits::findByName(const std::string& name, std::vector<NamedObject>& found)
   index_.findByName(name, found);
 }
 
-bool Edits::holds(const Cookie& cookie) const { return index_.find(cookie) != nullptr; }
+bool Edits::holds(const Cookie& cookie) const { return summary(cookie) != nullptr; }
 
 void Edits::listObjects(std::vector<NamedObject>& objects) const {
   indexStale();
-  for (const auto& [cookie, summary] : index_.all()) objects.push_back({cookie, summary.name});
+  for (const auto& [cookie, known] : index_.all()) objects.push_back({cookie, known.summary.name});
 }
 
-JsonValue Edits::line(const Cookie& cookie, const EditSummary& summary) const {
-  const EditFile* edit = loaded(cookie);
+JsonValue Edits::line(const Cookie& cookie, const KnownEdit& known) const {
+  const EditSummary& summary = known.summary;
+  const EditFile* const edit = known.loaded.get();
   JsonValue shown = JsonValue::object({{"cookie", cookie.asString().str()},
                                        {"name", shownText(summary.name)},
                                        {"kind", kindText(cookie)},
-                                       {"owner", shownText(ownerOf(cookie))},
+                                       {"owner", shownText(summary.owner)},
                                        {"open", edit && edit->isUserOpen},
                                        {"dirty", edit && !edit->isAsSaved()}});
   if (edit && edit->isChangedElsewhere()) shown.set("changed_elsewhere", true);
@@ -298,22 +360,22 @@ std::string Edits::missingText(const Cookie& cookie) const {
 JsonValue Edits::list() const {
   indexStale();
   JsonValue all = JsonValue::array();
-  for (const auto& [cookie, summary] : index_.all()) all.append(line(cookie, summary));
+  for (const auto& [cookie, known] : index_.all()) all.append(line(cookie, known));
   return all;
 }
 
 JsonValue Edits::listed(const Cookie& cookie) const {
   indexStale();
-  const EditSummary* summary = index_.find(cookie);
-  return summary ? line(cookie, *summary) : JsonValue();
+  const KnownEdit* const known = index_.find(cookie);
+  return known ? line(cookie, *known) : JsonValue();
 }
 
 JsonValue Edits::state() const {
   indexStale();
   JsonValue all = JsonValue::array();
-  for (const auto& [cookie, summary] : index_.all()) {
-    JsonValue shown = line(cookie, summary);
-    const EditFile* edit = loaded(cookie);
+  for (const auto& [cookie, known] : index_.all()) {
+    JsonValue shown = line(cookie, known);
+    const EditFile* const edit = known.loaded.get();
     if (edit && edit->isUserOpen) shown.set("clips", shownClips(*edit));
     all.append(std::move(shown));
   }
@@ -330,15 +392,15 @@ Result<JsonValue> Edits::show(const Cookie& cookie) {
 }
 
 void Edits::listOpen(std::vector<Cookie>& open, std::vector<Cookie>& unsaved) const {
-  for (const auto& [cookie, edit] : loaded_) {
-    if (edit->isUserOpen) open.push_back(cookie);
-    if (edit->hasLocalChanges()) unsaved.push_back(cookie);
+  for (const EditFile* const edit : index_.loaded()) {
+    if (edit->isUserOpen) open.push_back(edit->getCookie());
+    if (edit->hasLocalChanges()) unsaved.push_back(edit->getCookie());
   }
 }
 
 EditFile* Edits::loaded(const Cookie& cookie) const {
-  const auto known = loaded_.find(cookie);
-  return known == loaded_.end() ? nullptr : known->second.get();
+  const KnownEdit* const known = index_.find(cookie);
+  return known ? known->loaded.get() : nullptr;
 }
 
 Result<EditFile*> Edits::hold(const Cookie& cookie) {
@@ -371,41 +433,42 @@ Result<EditFile*> Edits::load(const Cookie& cookie) {
 
 EditFile* Edits::takeUp(const Cookie& cookie, OtioDocument document, std::string_view bytes) {
   const bool isNew = !holds(cookie);
-  auto& edit = loaded_[cookie];
-  edit = std::make_unique<EditFile>(cookie, pathFor(cookie), std::move(document));
+  auto taken = std::make_unique<EditFile>(cookie, pathFor(cookie), std::move(document));
+  EditFile* const edit = taken.get();
   holdAgain(*edit);
   if (!edit->isEdit()) edit->setLogOwner(ownerOf(cookie));
   edit->noteContent(bytes);
-  noteLoaded(*edit);
+  put(cookie, summaryOf(*edit), std::move(taken));
   const AuthorScope author(edit->document().stamp().by);
   if (isNew) tellChanged(kindText(cookie), cookie, "created");
-  return edit.get();
+  return edit;
 }
 
 void Edits::release(EditFile* edit) {
   if (--edit->holders > 0) return;
-  const auto known = loaded_.find(edit->getCookie());
-  if (known == loaded_.end() || known->second.get() != edit) {
+  KnownEdit* const known = index_.find(edit->getCookie());
+  if (!known || known->loaded.get() != edit) {
     // Unloaded while something still held it: this was the last hold.
     std::erase_if(gone_, [edit](const auto& each) { return each.get() == edit; });
   } else if (!edit->isUserOpen && !edit->holdsUnwritten()) {
-    if (index_.find(edit->getCookie())) noteLoaded(*edit);
-    loaded_.erase(known);
+    noteLoaded(*edit);
+    index_.takeLoaded(*known);
   }
 }
 
 void Edits::unload(const Cookie& cookie) {
-  const auto known = loaded_.find(cookie);
-  if (known == loaded_.end()) return;
-  if (observer_ && known->second->hasLocalChanges()) observer_->dropping(*known->second);
-  known->second->markRemoved();
-  if (known->second->holders > 0) gone_.push_back(std::move(known->second));
-  loaded_.erase(known);
+  KnownEdit* const known = index_.find(cookie);
+  if (!known || !known->loaded) return;
+  if (observer_ && known->loaded->hasLocalChanges()) observer_->dropping(*known->loaded);
+  known->loaded->markRemoved();
+  auto edit = index_.takeLoaded(*known);
+  if (edit->holders > 0) gone_.push_back(std::move(edit));
 }
 
 std::vector<NamedObject> Edits::unsaved() const {
   std::vector<NamedObject> found;
-  for (const auto& [cookie, edit] : loaded_) {
+  for (const EditFile* const edit : index_.loaded()) {
+    const Cookie cookie = edit->getCookie();
     if (edit->hasLocalChanges()) found.push_back({cookie, nameOf(cookie)});
   }
   return found;
@@ -452,87 +515,15 @@ void Edits::refresh(const Cookie& cookie) {
   tellChanged(kindText(cookie), cookie, "refreshed");
 }
 
-void Edits::noteLoaded(const EditFile& edit) {
-  const SaveStamp saved = edit.document().stamp();
-  put(edit.getCookie(), EditSummary{edit.document().name(),
-                                    utf8Text(edit.getOwner()),
-                                    {},
-                                    edit.content(),
-                                    saved.by,
-                                    saved.at});
-}
+void Edits::noteLoaded(const EditFile& edit) { put(edit.getCookie(), summaryOf(edit)); }
 
 void Edits::noteOwner(const Cookie& cookie, const std::string& owner) {
-  const EditSummary* known = index_.find(cookie);
+  const EditSummary* const known = this->summary(cookie);
   if (!known) return;
   EditSummary summary = *known;
   summary.owner = owner;
   index_.put(cookie, std::move(summary));
   if (EditFile* edit = loaded(cookie); edit && !edit->isEdit()) edit->setLogOwner(owner);
-}
-
-void Edits::noteSavedElsewhere(const Cookie& cookie) {
-  if (!holds(cookie)) return;
-  index_.markStale(cookie);
-  lookLater(cookie);
-  tellObservers([&](iEditObserver& each) { each.savedElsewhere(cookie); });
-  tellChanged(kindText(cookie), cookie, "refreshed");
-}
-
-void Edits::noteDeletedElsewhere(const Cookie& cookie) {
-  if (!holds(cookie) || forgetIfGone(cookie)) return;
-  DelayedReread::arrange("deleted " + cookie.asString().str(),
-                         [this, cookie] { forgetIfGone(cookie); });
-}
-
-// A message alone deletes nothing: it may be forged, or arrive before the share shows the deletion.
-bool Edits::forgetIfGone(const Cookie& cookie) {
-  if (!isProjectOpen() || !holds(cookie) || !isGoneFrom(folder_, pathFor(cookie))) return false;
-  takeDeletion(cookie);
-  return true;
-}
-
-bool Edits::isFileGone(const Cookie& cookie) const {
-  return isProjectOpen() && isGoneFrom(folder_, pathFor(cookie));
-}
-
-bool Edits::takeDeletion(const Cookie& cookie) {
-  EditFile* const edit = loaded(cookie);
-  if (edit && (edit->isUserOpen || edit->holdsUnsaved())) {
-    return edit->keepWithoutFile(TrashFolder(folder_).whoDeleted(cookie.asString().str()));
-  }
-  forget(cookie);
-  tellChanged(kindText(cookie), cookie, "destroyed");
-  return true;
-}
-
-void Edits::takeStoredOwner(const Cookie& cookie) {
-  if (!isProjectOpen()) return;
-  lookLater(cookie);
-  const auto held = hold(cookie);
-  if (!held) return;
-  (*held)->takeStoredOwner();
-  release(*held);
-  tellChanged("permissions", cookie, "modified");
-}
-
-void Edits::lookLater(const Cookie& cookie) {
-  DelayedReread::arrange(cookie.asString().str(), [this, cookie] { readLate(cookie); });
-}
-
-// An object whose file is gone is not handled here: the message of its deletion, or the watch, does
-// that.
-void Edits::readLate(const Cookie& cookie) {
-  if (!isProjectOpen() || !holds(cookie)) return;
-  if (EditFile* const edit = loaded(cookie)) return edit->readLate();
-  if (index_.isStale(cookie) || !existsFresh(pathFor(cookie))) return;
-  const EditSummary before = *index_.find(cookie);
-  indexFile(cookie);
-  const EditSummary* const now = index_.find(cookie);
-  if (!now || *now == before) return;
-  const AuthorScope author(now->savedBy);
-  tellChanged(kindText(cookie), cookie, "refreshed");
-  if (now->owner != before.owner) takeStoredOwner(cookie);
 }
 
 void Edits::letGo(const Cookie& cookie) {
@@ -553,7 +544,7 @@ void Edits::takeUpFile(const Cookie& cookie) {
 }
 
 void Edits::forget(const Cookie& cookie) {
-  const EditSummary* const last = observers_.empty() ? nullptr : index_.find(cookie);
+  const EditSummary* const last = observers_.empty() ? nullptr : summary(cookie);
   if (last) tellObservers([&](iEditObserver& each) { each.forgetting(cookie, *last); });
   unload(cookie);
   index_.remove(cookie);
@@ -565,12 +556,12 @@ std::string Edits::pathFor(const Cookie& cookie) const {
 }
 
 std::string Edits::nameOf(const Cookie& cookie) const {
-  const EditSummary* known = index_.find(cookie);
+  const EditSummary* const known = summary(cookie);
   return known ? known->name : std::string();
 }
 
 std::string Edits::ownerOf(const Cookie& cookie) const {
-  const EditSummary* known = index_.find(cookie);
+  const EditSummary* const known = summary(cookie);
   return known ? known->owner : std::string();
 }
 

@@ -19,15 +19,38 @@
 
 namespace korvel {
 
-/// The open project's edits and logs by cookie and by name, without their documents. Host thread.
+/// What is known of one edit or log of the open project.
+struct KnownEdit {
+  EditSummary summary;               ///< what the lists show
+  std::unique_ptr<EditFile> loaded;  ///< its document, or null
+  bool isStale = false;              ///< its file has changed since it was looked at
+};
+
+/// The open project's edits and logs by cookie and by name, and the documents of those that are
+/// loaded. All that is known of one is found in one search, and asking again for the one that was
+/// asked for last takes none. Host thread.
 class EditIndex {
  public:
-  /// Adds an object, or replaces what is known of it.
-  void put(const Cookie& cookie, EditSummary summary);
+  using Known = std::map<Cookie, KnownEdit>;
 
-  /// Forgets an object; an unknown one is ignored.
+  /// Adds an object, or replaces what the lists show of it, which is not stale afterwards. A loaded
+  /// document stays.
+  KnownEdit& put(const Cookie& cookie, EditSummary summary);
+
+  /// Forgets an object that is not loaded; an unknown one is ignored.
   void remove(const Cookie& cookie);
+
+  /// Forgets all objects and their documents.
   void clear();
+
+  /// Gives a known object its document, in place of one that it had.
+  void setLoaded(KnownEdit& known, std::unique_ptr<EditFile> edit);
+
+  /// Takes an object's document out again; null when it has none.
+  std::unique_ptr<EditFile> takeLoaded(KnownEdit& known);
+
+  /// The loaded documents in the order of their cookies; valid until one is added or taken out.
+  [[nodiscard]] const std::vector<EditFile*>& loaded() const { return loaded_; }
 
   /// Notes that an object was forgotten whose owner others may remember.
   void markForgotten(const Cookie& cookie) { forgotten_.insert(cookie); }
@@ -35,34 +58,38 @@ class EditIndex {
   /// Notes that it is known again; whether it was so noted.
   bool clearForgotten(const Cookie& cookie) { return forgotten_.erase(cookie) > 0; }
 
-  /// What is known of an object, or null; valid until the index changes.
-  [[nodiscard]] const EditSummary* find(const Cookie& cookie) const;
+  /// What is known of an object, or null; valid until it is removed.
+  [[nodiscard]] KnownEdit* find(const Cookie& cookie);
 
   /// Appends every readable object of exactly this name.
   void findByName(const std::string& name, std::vector<NamedObject>& found) const;
 
-  [[nodiscard]] const std::map<Cookie, EditSummary>& all() const { return summaries_; }
+  [[nodiscard]] const Known& all() const { return edits_; }
 
-  /// Notes that an object's file has changed since it was looked at.
-  void markStale(const Cookie& cookie) { stale_.insert(cookie); }
+  /// Notes that a known object's file has changed since it was looked at.
+  void markStale(const Cookie& cookie);
 
-  [[nodiscard]] bool isStale(const Cookie& cookie) const { return stale_.contains(cookie); }
+  [[nodiscard]] bool isStale(const Cookie& cookie);
 
   /// Notes that it was looked at again; whether it was so noted.
-  bool clearStale(const Cookie& cookie) { return stale_.erase(cookie) > 0; }
+  bool clearStale(const Cookie& cookie);
 
   /// The objects so noted, which are no longer noted afterwards.
-  std::set<Cookie> takeStale() { return std::exchange(stale_, {}); }
+  std::set<Cookie> takeStale();
 
  private:
   using Names = std::unordered_multimap<std::string, Cookie>;
 
+  void addName(const Cookie& cookie, const EditSummary& summary) const;
   void removeName(const Cookie& cookie, const std::string& name);
   Names& names() const;
+  std::vector<EditFile*>::iterator placeOf(const EditFile& edit);
 
-  std::map<Cookie, EditSummary> summaries_;
+  Known edits_;
+  Known::value_type* found_ = nullptr;  ///< what was asked for last
+  std::vector<EditFile*> loaded_;
   mutable std::optional<Names> byName_;  ///< made when it is first asked for
-  std::set<Cookie> stale_;
+  std::set<Cookie> stale_;               ///< those of edits_ that are marked so
   std::set<Cookie> forgotten_;
 };
 
@@ -96,7 +123,8 @@ class Edits : public iProjectPart {
 
   /// What the lists know of an object; null when there is no such object. Valid until it changes.
   [[nodiscard]] const EditSummary* summary(const Cookie& cookie) const {
-    return index_.find(cookie);
+    const KnownEdit* const known = index_.find(cookie);
+    return known ? &known->summary : nullptr;
   }
 
   /// One object with its clips; loads it if need be.
@@ -202,8 +230,8 @@ class Edits : public iProjectPart {
     for (iEditObserver* const each : observers_) tell(*each);
   }
 
-  /// What the lists know of all objects; valid until one changes.
-  [[nodiscard]] const std::map<Cookie, EditSummary>& summaries() const { return index_.all(); }
+  /// What is known of all objects; valid until one is added or removed.
+  [[nodiscard]] const EditIndex::Known& all() const { return index_.all(); }
 
   /// "edit" or "log" after the cookie's kind.
   static const char* kindText(const Cookie& cookie);
@@ -217,7 +245,8 @@ class Edits : public iProjectPart {
 
  private:
   void enterUnread(const OpenProject& project, const std::vector<std::string>& names);
-  void put(const Cookie& cookie, EditSummary summary) const;
+  void put(const Cookie& cookie, EditSummary summary,
+           std::unique_ptr<EditFile> loaded = nullptr) const;
   void tellReplaced(const Cookie& cookie, const EditSummary& before) const;
   static void tellOwner(const Cookie& cookie, const std::string& owner);
   void enterOne(const Cookie& cookie, Result<EditSummary> summary);
@@ -233,7 +262,7 @@ class Edits : public iProjectPart {
   bool catchUpGone(const Cookie& cookie, const FoundFile& file);
   bool forgetIfGone(const Cookie& cookie);
   bool takeDeletion(const Cookie& cookie);
-  [[nodiscard]] JsonValue line(const Cookie& cookie, const EditSummary& summary) const;
+  [[nodiscard]] JsonValue line(const Cookie& cookie, const KnownEdit& known) const;
 
   iUnsavedObserver* observer_ = nullptr;
   std::vector<iEditObserver*> observers_;
@@ -241,7 +270,6 @@ class Edits : public iProjectPart {
   std::string folder_;
   std::shared_ptr<NewlyShown> shown_;
   mutable EditIndex index_;
-  std::map<Cookie, std::unique_ptr<EditFile>> loaded_;
   std::vector<std::unique_ptr<EditFile>> gone_;  ///< unloaded while something still held them
   const HostEntry<Edits> entry_{&HostParts::edits, *this};
 };

@@ -504,7 +504,8 @@ void Happenings::listEarlier() {
   constexpr std::int64_t kNanosecondsASecond = 1'000'000'000;
   const OpenProject& project = *hostParts().projects->current();
   std::vector<std::pair<std::int64_t, Cookie>> saves;
-  for (const auto& [cookie, summary] : edits_.summaries()) {
+  for (const auto& [cookie, known] : edits_.all()) {
+    const EditSummary& summary = known.summary;
     auto when = secondsIn(summary.savedAt);
     const FileStamp* const file =
         when ? nullptr

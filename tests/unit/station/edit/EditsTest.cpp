@@ -172,6 +172,71 @@ TEST(EditIndexTest, NamesAreFoundWhetherTheyCameBeforeOrAfterTheFirstQuestion) {
   EXPECT_EQ(cookiesOf("Feature"), "");
 }
 
+std::unique_ptr<EditFile> loadedEdit(const Cookie& cookie) {
+  auto document = OtioDocument::parse(
+      R"({"OTIO_SCHEMA": "Timeline.1", "name": "Cut", "tracks": {"OTIO_SCHEMA": "Stack.1"}})");
+  return std::make_unique<EditFile>(cookie, "/nowhere/edit.otio", std::move(*document));
+}
+
+TEST(EditIndexTest, ALoadedDocumentStaysWhenItsLineInTheListsChanges) {
+  const Cookie cookie("E0001", false);
+  EditIndex index;
+  index.setLoaded(index.put(cookie, {"Cut", {}, {}}), loadedEdit(cookie));
+  const EditFile* const edit = index.find(cookie)->loaded.get();
+  index.put(cookie, {"Feature", {}, {}});
+  EXPECT_EQ(index.find(cookie)->loaded.get(), edit);
+  EXPECT_EQ(index.find(cookie)->summary.name, "Feature");
+  EXPECT_EQ(index.takeLoaded(*index.find(cookie)).get(), edit);
+  EXPECT_EQ(index.find(cookie)->loaded, nullptr);
+  EXPECT_TRUE(index.loaded().empty());
+}
+
+TEST(EditIndexTest, LoadedDocumentsComeInTheOrderOfTheirCookies) {
+  EditIndex index;
+  for (const char* const text : {"E0002", "E0003", "E0001"}) {
+    const Cookie cookie(text, false);
+    index.setLoaded(index.put(cookie, {text, {}, {}}), loadedEdit(cookie));
+  }
+  static_cast<void>(index.takeLoaded(*index.find(Cookie("E0002", false))));
+  std::string cookies;
+  for (const EditFile* const each : index.loaded()) cookies += each->getCookie().asString().str();
+  EXPECT_EQ(cookies, "E0001E0003");
+}
+
+TEST(EditIndexTest, AnEditIsStaleUntilItIsLookedAtAgain) {
+  const Cookie first("E0001", false);
+  const Cookie second("E0002", false);
+  EditIndex index;
+  index.markStale(first);
+  EXPECT_FALSE(index.isStale(first));
+  index.put(first, {"Cut", {}, {}});
+  index.put(second, {"Trailer", {}, {}});
+  for (const Cookie& each : {first, second}) index.markStale(each);
+  index.put(first, {"Cut", {}, {}});
+  EXPECT_FALSE(index.isStale(first));
+  EXPECT_EQ(index.takeStale(), std::set<Cookie>{second});
+  EXPECT_FALSE(index.isStale(second));
+  index.markStale(second);
+  EXPECT_TRUE(index.clearStale(second));
+  EXPECT_FALSE(index.clearStale(second));
+  index.markStale(second);
+  index.remove(second);
+  EXPECT_EQ(index.takeStale(), std::set<Cookie>{});
+}
+
+TEST(EditIndexTest, OneThatWasFoundLastIsNotFoundOnceItIsRemoved) {
+  const Cookie cookie("E0001", false);
+  EditIndex index;
+  index.put(cookie, {"Cut", {}, {}});
+  ASSERT_NE(index.find(cookie), nullptr);
+  index.remove(cookie);
+  EXPECT_EQ(index.find(cookie), nullptr);
+  index.put(cookie, {"Feature", {}, {}});
+  ASSERT_NE(index.find(cookie), nullptr);
+  index.clear();
+  EXPECT_EQ(index.find(cookie), nullptr);
+}
+
 TEST_F(EditsTest, ARemoteTrimShowsInTheOpenEditUnsavedAndIsNotEchoed) {
   const Cookie cookie = imported("simple_cut.otio");
   ASSERT_TRUE(edits.open(cookie));
