@@ -43,7 +43,8 @@ bool isCurrentProject(const Cookie& object) {
 
 LightweightString<wchar_t> PermissionsManager::hostName_;
 bool PermissionsManager::initialised_ = false;
-std::map<Cookie, iPermissionsManager::PermissionsInfo> PermissionsManager::map_;
+PermissionsManager::Owners PermissionsManager::map_;
+std::array<const PermissionsManager::Owners::value_type*, 256> PermissionsManager::lastFound_{};
 Vector<LightweightString<wchar_t>> PermissionsManager::userList_;
 std::unordered_set<LightweightString<wchar_t>, PermissionsManager::TextHash>
     PermissionsManager::knownUsers_;
@@ -88,7 +89,10 @@ void PermissionsManager::addUpperCased(Text name) {
   if (knownUsers_.insert(name).second) userList_.push_back(name);
 }
 
-void PermissionsManager::flushOnProjectChange() { map_.clear(); }
+void PermissionsManager::flushOnProjectChange() {
+  lastFound_.fill(nullptr);
+  map_.clear();
+}
 
 bool PermissionsManager::canManageCurrentProjectSpace() const {
   return guardedEntry("canManageCurrentProjectSpace", false, [] {
@@ -118,10 +122,16 @@ bool PermissionsManager::decideModification(const Cookie& object) const {
 }
 
 /// The object's entry, made from the stored object when there is none; null for what cannot be
-/// opened, which is tried again the next time.
+/// opened, which is tried again the next time. The few objects that a user works on are asked for
+/// again and again: they are found without going through the map.
 const iPermissionsManager::PermissionsInfo* PermissionsManager::findInfo(const Cookie& object) {
+  const Owners::value_type*& last = lastFound_[object.getUuid().bytes.back()];
+  if (last && last->first == object) return &last->second;
   const auto known = map_.find(object);
-  if (known != map_.end()) return &known->second;
+  if (known != map_.end()) {
+    last = &*known;
+    return &known->second;
+  }
   EditPtr edit;
   edit.i_open(object, 0);
   if (!edit) return nullptr;

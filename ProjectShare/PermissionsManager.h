@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -52,6 +53,7 @@ class PermissionsManager : public iPermissionsManager {
 
  private:
   using Text = LightweightString<wchar_t>;
+  using Owners = std::map<Cookie, PermissionsInfo>;
 
   struct TextHash {
     std::size_t operator()(const Text& text) const {
@@ -70,7 +72,8 @@ class PermissionsManager : public iPermissionsManager {
 
   static Text hostName_;
   static bool initialised_;
-  static std::map<Cookie, PermissionsInfo> map_;
+  static Owners map_;
+  static std::array<const Owners::value_type*, 256> lastFound_;  ///< by the last byte of the UUID
   static Vector<Text> userList_;
   static std::unordered_set<Text, TextHash> knownUsers_;  ///< what userList_ holds, to find it fast
 };

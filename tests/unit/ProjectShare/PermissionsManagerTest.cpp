@@ -223,6 +223,25 @@ TEST_F(PermissionsManagerTest, AnOwnerOnceReadIsNotReadAgain) {
             (Strings{"EditPtr::i_open(E0001, 0)", "EditPtr::i_close(E0001)"}));
 }
 
+TEST_F(PermissionsManagerTest, AnOwnerThatIsRecordedLaterCountsFromThenOn) {
+  addShot("S0001", "");
+  EXPECT_TRUE(mayModify("S0001"));
+  EXPECT_TRUE(mayModify("S0001"));
+  manager.setOwner(cookie("S0001"), L"bob", iPermissionsManager::eShot, false);
+  EXPECT_FALSE(mayModify("S0001"));
+}
+
+TEST_F(PermissionsManagerTest, ObjectsWithEqualPartsOfTheirUuidsHaveOwnersOfTheirOwn) {
+  addEdit("E0001", "edit-1");
+  addEdit("E0101", "bob");
+  addShot("S0001", "bob");
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_TRUE(mayModify("E0001"));
+    EXPECT_FALSE(mayModify("E0101"));
+    EXPECT_FALSE(mayModify("S0001"));
+  }
+}
+
 TEST_F(PermissionsManagerTest, TheStoredOwnerDecides) {
   const std::string nobody = toUTF8(iPermissionsManager::kNoOwner).str();
   const struct {
