@@ -5,8 +5,8 @@
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -18,11 +18,16 @@
 
 namespace korvel {
 
+const std::string& StationEvent::line() const {
+  if (written.empty()) written = writeJson(value);
+  return written;
+}
+
 std::string StationEvent::wholeLine() const {
-  if (datagram.empty()) return line;
+  if (datagram.empty()) return line();
   const std::string more = writeJson(JsonValue::object(datagramMembers(datagram)));
   // Joins the two objects as text: the closing brace of one, the opening brace of the other.
-  return line.substr(0, line.size() - 1) + "," + more.substr(1);
+  return line().substr(0, line().size() - 1) + "," + more.substr(1);
 }
 
 EventFile::~EventFile() { close(); }
@@ -171,7 +176,7 @@ bool EventPattern::matches(const JsonValue& value) const {
 void EventHistory::take(const StationEvent& event) {
   waiter_.change([&] {
     // Without the value: thousands of events are kept, and few are waited for.
-    kept_.push_back({{event.name, {}, event.line, event.datagram}});
+    kept_.push_back({{event.name, {}, event.line(), event.datagram}});
     bytes_ += kept_.back().bytes();
     while (kept_.size() > kMaxEvents || bytes_ > kMaxBytes) forgetOldest();
   });
@@ -209,10 +214,11 @@ void EventHistory::forgetOldest() {
 namespace {
 
 JsonValue secondsNow() {
-  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  const std::chrono::duration<double> now = std::chrono::steady_clock::now().time_since_epoch();
   char text[32];
-  std::snprintf(text, sizeof text, "%.6f", std::chrono::duration<double>(now).count());
-  return JsonValue::number(text);
+  const auto end =
+      std::to_chars(text, text + sizeof text, now.count(), std::chars_format::fixed, 6).ptr;
+  return JsonValue::number(std::string(text, end));
 }
 
 /// A line without the line end that the log's texts carry.
@@ -225,18 +231,27 @@ std::string withoutLineEnd(std::string text) {
 
 void EventWriter::addSink(iEventSink& sink) { sinks_.push_back(&sink); }
 
-void EventWriter::emit(std::string_view name, const std::vector<JsonValue::Member>& members,
+bool EventWriter::isTaken(std::string_view name) const {
+  return std::ranges::any_of(sinks_, [name](const iEventSink* each) { return each->takes(name); });
+}
+
+void EventWriter::emit(std::string_view name, std::vector<JsonValue::Member> members,
                        const std::string& datagram) {
+  if (!isTaken(name)) return;
   StationEvent event{std::string(name), JsonValue::object({{"event", name}}), {}, datagram};
   const std::lock_guard lock(mutex_);
   // Under the lock: times rise in the order in which sinks get the events.
   event.value.set("time", secondsNow());
-  for (const auto& [key, value] : members) event.value.set(key, value);
-  event.line = writeJson(event.value);
-  for (iEventSink* sink : sinks_) sink->take(event);
+  for (auto& [key, value] : members) event.value.set(key, std::move(value));
+  for (iEventSink* sink : sinks_) {
+    if (sink->takes(name)) sink->take(event);
+  }
 }
 
+// Those that come with each message ask first whether anybody takes them.
+
 void EventWriter::sent(const std::string& wireText) {
+  if (!isTaken("sent")) return;
   emit("sent", messageMembers(readMessage(wireText)), wireText);
 }
 
@@ -251,23 +266,26 @@ bool isUnverified() {
 }  // namespace
 
 void EventWriter::received(const std::string& wireText, const MessageFields& message) {
+  message_ = message;
+  if (!isTaken("received")) return;
   auto members = messageMembers(message);
   if (isUnverified()) members.emplace_back("unverified", true);
-  emit("received", members, wireText);
-  message_ = message;
+  emit("received", std::move(members), wireText);
 }
 
 void EventWriter::changed(const std::string& what, const Cookie& cookie, const std::string& how,
                           Origin origin) {
+  if (!isTaken("changed")) return;
   std::vector<JsonValue::Member> members{{"what", what},
                                          {"cookie", cookie.asString().str()},
                                          {"how", how},
                                          {"origin", originText(origin)}};
   if (const std::string by = currentAuthor(); !by.empty()) members.push_back(textMember("by", by));
-  emit("changed", members);
+  emit("changed", std::move(members));
 }
 
 void EventWriter::log(bool toConsole, const std::string& text) {
+  if (!isTaken("log")) return;
   emit("log", {{"to", toConsole ? "console" : "file"}, textMember("text", withoutLineEnd(text))});
 }
 

@@ -25,15 +25,20 @@
 
 namespace korvel {
 
-/// Something that happened, as event files show it.
+/// Something that happened, as event files show it. One thread at a time.
 struct StationEvent {
   std::string name;  ///< "sent", "reply"
   JsonValue value;   ///< an object: "event", "time" and the event's own keys
-  std::string line;  ///< the same as one line of JSON, without its end
+
+  /// What line() gives, once it was asked for.
+  mutable std::string written{};
 
   /// The bytes of the datagram that it is about; empty where it is about none. They are turned into
   /// hexadecimal only for a sink that asks.
   std::string datagram{};
+
+  /// The value as one line of JSON, without its end. Made for the first sink that asks.
+  [[nodiscard]] const std::string& line() const;
 
   /// The line with the datagram's own keys.
   [[nodiscard]] std::string wholeLine() const;
@@ -44,6 +49,10 @@ class iEventSink {
  public:
   virtual ~iEventSink() = default;
   virtual void take(const StationEvent& event) = 0;
+
+  /// Whether it does anything with events of this name, always the same. An event that no sink
+  /// takes is not made.
+  [[nodiscard]] virtual bool takes([[maybe_unused]] std::string_view name) const { return true; }
 };
 
 /// Writes each event as one line to a file, a pipe or standard output, at once. What cannot be
@@ -96,6 +105,7 @@ class AuditFile : public iEventSink {
   Result<void> open(const std::string& path);
 
   void take(const StationEvent& event) override;
+  [[nodiscard]] bool takes(std::string_view name) const override { return name == "audit"; }
 
  private:
   Result<void> append(const JsonValue& event);
@@ -179,7 +189,7 @@ class EventHistory : public iEventSink {
  private:
   struct Kept {
     StationEvent event;  ///< without its value, which the line holds
-    [[nodiscard]] std::size_t bytes() const { return event.line.size() + event.datagram.size(); }
+    [[nodiscard]] std::size_t bytes() const { return event.written.size() + event.datagram.size(); }
   };
 
   std::optional<JsonValue> takeMatch(const EventPattern& pattern, std::size_t& seen);
@@ -205,7 +215,7 @@ class EventWriter : public iStationEvents {
   void addSink(iEventSink& sink);
 
   /// Hands out an event with these keys, and the bytes of the datagram that it is about.
-  void emit(std::string_view name, const std::vector<JsonValue::Member>& members,
+  void emit(std::string_view name, std::vector<JsonValue::Member> members,
             const std::string& datagram = {});
 
   void sent(const std::string& wireText) override;
@@ -225,6 +235,8 @@ class EventWriter : public iStationEvents {
   void panel(const std::vector<std::string>& lines) override;
 
  private:
+  [[nodiscard]] bool isTaken(std::string_view name) const;
+
   std::mutex mutex_;
   std::vector<iEventSink*> sinks_;
   MessageFields message_;           ///< the words of a user that came last; host thread

@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <iterator>
 #include <string_view>
 
 #include "station/base/Json.h"
@@ -96,6 +98,12 @@ bool TextOutput::isHidden(const std::string& line) {
   if (line == "}") isInBlock_ = false;
   // Another thread may log something between two lines of a block.
   return isLineOfBlock(line);
+}
+
+bool TextOutput::takes(std::string_view name) const {
+  constexpr std::string_view kTaken[] = {"log",      "notification", "network", "asked",
+                                         "answered", "withdrawn",    "free"};
+  return std::ranges::find(kTaken, name) != std::end(kTaken);
 }
 
 void TextOutput::take(const StationEvent& event) {

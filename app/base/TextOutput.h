@@ -38,6 +38,7 @@ class TextOutput : public iEventSink {
   void problem(const std::string& text);
 
   void take(const StationEvent& event) override;
+  [[nodiscard]] bool takes(std::string_view name) const override;
 
   /// Leaves what the plug-in logs of each message ("Sent :", "{" ..., and that words came) to the
   /// log file and to events: a person at a terminal is told of both in words. Before events come.

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -37,6 +38,9 @@ class ChangeTeller : public iEventSink {
   ChangeTeller& operator=(const ChangeTeller&) = delete;
 
   void take(const StationEvent& event) override;
+  [[nodiscard]] bool takes(std::string_view name) const override {
+    return name == "changed" || name == "presence" || name == "reply";
+  }
 
  private:
   struct Change {

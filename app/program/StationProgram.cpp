@@ -256,7 +256,8 @@ Result<void> StationProgram::prepare() {
     if (auto opened = audit_.open(options_.audit); !opened) return opened;
     events_.addSink(audit_);
   }
-  events_.addSink(history_);
+  // Without commands there is no "wait", and nobody asks for what has happened.
+  if (readsCommands()) events_.addSink(history_);
   events_.addSink(text_);
   installEvents(&events_);
   addCommands(commands_,
@@ -276,8 +277,12 @@ void StationProgram::tellPerson() {
   events_.addSink(*teller_);
 }
 
+bool StationProgram::readsCommands() const {
+  return !options_.hasWindow || !options_.script.empty();
+}
+
 Result<void> StationProgram::openInput() {
-  if (options_.hasWindow && options_.script.empty()) return {};
+  if (!readsCommands()) return {};
   const bool isTerminal = ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
   if (options_.script.empty() && isTerminal && options_.events != "-") {
     auto terminal = std::make_unique<TerminalReader>(

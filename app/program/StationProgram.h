@@ -43,6 +43,7 @@ class StationProgram {
   void askAfterFailure();
   Result<void> openWindow();
   Result<void> openInput();
+  [[nodiscard]] bool readsCommands() const;
   Result<void> start();
   void runStation();
   void runBesideWindow();

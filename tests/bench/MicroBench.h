@@ -46,6 +46,7 @@ class MicroBench {
 void addMessagePairs(MicroBench& bench);
 void addLockPairs(MicroBench& bench);
 void addPermissionPairs(MicroBench& bench);
+void addReceivePairs(MicroBench& bench);
 void addSealPairs(MicroBench& bench);
 
 }  // namespace korvel

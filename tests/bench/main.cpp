@@ -36,6 +36,8 @@ struct Group {
 
 constexpr Group kGroups[] = {
     {"messages", "encode and decode one message of each type", measurePairs<addMessagePairs>},
+    {"receive", "a message received, with and without takers of events",
+     measurePairs<addReceivePairs>},
     {"seal", "sealing a message and judging the seal", measurePairs<addSealPairs>},
     {"locks", "locks, who holds them, active users", measurePairs<addLockPairs>},
     {"permissions", "isModificationAllowed of 10 to 1 000 000 objects",

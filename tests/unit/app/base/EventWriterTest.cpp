@@ -34,10 +34,35 @@ TEST_F(EventWriterTest, EveryEventHasItsNameAndTheMonotonicTime) {
 
 TEST_F(EventWriterTest, TheLineIsTheSameObjectAsJson) {
   writer.notification("a \"quoted\"\nline");
-  const auto read = parseJson(kept.events.back().line);
-  ASSERT_TRUE(read) << kept.events.back().line;
+  const auto read = parseJson(kept.events.back().line());
+  ASSERT_TRUE(read) << kept.events.back().line();
   EXPECT_EQ(*read, last());
-  EXPECT_EQ(kept.events.back().line.find('\n'), std::string::npos);
+  EXPECT_EQ(kept.events.back().line().find('\n'), std::string::npos);
+}
+
+/// Takes what may have to be accounted for, and nothing else.
+class KeptAudits : public KeptEvents {
+ public:
+  [[nodiscard]] bool takes(std::string_view name) const override { return name == "audit"; }
+};
+
+TEST_F(EventWriterTest, ASinkGetsTheEventsThatItTakes) {
+  KeptAudits audits;
+  writer.addSink(audits);
+  writer.sent("d\xAC");
+  writer.received("d\xAC", readMessage("d\xAC"));
+  writer.log(true, "a line\n");
+  writer.changed("edit", Cookie("E0001", false), "created", Origin::eLocal);
+  writer.audit("keys", {});
+  EXPECT_EQ(kept.events.size(), 5u);
+  ASSERT_EQ(audits.events.size(), 1u);
+  EXPECT_EQ(audits.events[0].name, "audit");
+}
+
+TEST_F(EventWriterTest, ALineIsWrittenForASinkThatAsks) {
+  writer.command("refresh");
+  EXPECT_EQ(kept.events.back().written, "");
+  EXPECT_EQ(kept.events.back().line(), kept.events.back().written);
 }
 
 TEST_F(EventWriterTest, AMessageIsShownByItsFieldsAndItsBytes) {
@@ -70,7 +95,7 @@ TEST_F(EventWriterTest, ADatagramBecomesHexadecimalOnlyForASinkThatAsks) {
   writer.sent(
       "d\xAC"
       "2\xACP0001\xAC");
-  EXPECT_EQ(kept.events.back().line.find("hex"), std::string::npos);
+  EXPECT_EQ(kept.events.back().line().find("hex"), std::string::npos);
   EXPECT_EQ(last().find("text_hex"), nullptr);
   EXPECT_NE(kept.events.back().wholeLine().find("\"text_hex\":\"64ac32ac5030303031ac\"}"),
             std::string::npos);
