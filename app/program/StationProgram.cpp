@@ -137,6 +137,7 @@ StationProgram::StationProgram(Options options, WindowMaker makeWindow)
 
 StationProgram::~StationProgram() {
   station_.reset();
+  flushLog();
   installEvents(nullptr);
   teller_.reset();
   setDiagnosticWriter(nullptr);

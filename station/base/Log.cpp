@@ -1,6 +1,7 @@
 #include "station/base/Log.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -15,6 +16,8 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "host/base/Log.h"
@@ -108,54 +111,212 @@ namespace korvel {
 
 namespace {
 
-/// The host log file of the settings, opened when the first line is written to it; rotated. Where
-/// it is a pipe or a terminal, no thread of the station waits for its reader.
+/// What stands before each line: the local time, looked up once a second. Not a string: the log is
+/// written until the very end of the process.
+class TimeStamp {
+ public:
+  std::string_view now() {
+    const std::time_t now = std::time(nullptr);
+    if (now != second_) {
+      second_ = now;
+      std::tm parts{};
+      localtime_r(&now, &parts);
+      length_ = std::strftime(text_, sizeof text_, "%Y-%m-%d %H:%M:%S ", &parts);
+    }
+    return {text_, length_};
+  }
+
+ private:
+  std::time_t second_ = -1;
+  std::size_t length_ = 0;
+  char text_[32] = {};
+};
+
+std::string missingTexts(TimeStamp& stamp, std::size_t count, const char* reason) {
+  return std::string(stamp.now()) + std::to_string(count) + " texts are missing here, " + reason +
+         ".\n";
+}
+
+std::string brokenLog(const std::string& path, int why) {
+  return "The log file " + path + " cannot be written to: " + std::strerror(why) +
+         ". Lines are missing in it; make room, or name another with --log.\n";
+}
+
+/// The end of the log's way to a file. One thread at a time, but for takeProblem().
+class LogTarget {
+ public:
+  LogTarget(int descriptor, const std::string& path) : path_(path), file_(descriptor, path) {}
+
+  /// Writes so many texts. Later ones are tried where these fail: a full disk may have room again.
+  void write(const std::string& lines, std::size_t texts) {
+    if (!file_.hasRoom()) {
+      stop(texts);
+    } else if (!(goOn() && file_.write(lines)) && !std::exchange(isBroken_, true)) {
+      tell(brokenLog(path_, errno));
+    }
+    endsLine_ = lines.back() == '\n';
+  }
+
+  /// A sentence about each kind of problem, once; empty when there is no news. Any thread.
+  std::string takeProblem() {
+    if (!hasProblem_.exchange(false)) return {};
+    const std::lock_guard lock(mutex_);
+    return std::exchange(problem_, {});
+  }
+
+ private:
+  /// The system needs what is left of a nearly full disk more than the log does.
+  void stop(std::size_t texts) {
+    leftOut_ += texts;
+    if (std::exchange(isStopped_, true)) return;
+    file_.write((endsLine_ ? "" : "\n") + std::string(stamp_.now()) +
+                "The log stops: " + RotatingFile::kNoRoom + ".\n");
+    tell("The log file " + path_ + " stops: " + RotatingFile::kNoRoom +
+         ". Make room, or name another with --log.\n");
+  }
+
+  bool goOn() {
+    if (!std::exchange(isStopped_, false)) return true;
+    const std::string gap = missingTexts(stamp_, std::exchange(leftOut_, 0), "for want of room");
+    return file_.write(endsLine_ ? gap : gap + std::string(stamp_.now()));
+  }
+
+  void tell(const std::string& problem) {
+    const std::lock_guard lock(mutex_);
+    problem_ += problem;
+    hasProblem_ = true;
+  }
+
+  const std::string path_;
+  RotatingFile file_;
+  TimeStamp stamp_;
+  std::size_t leftOut_ = 0;  ///< texts left out that no line reports yet
+  bool endsLine_ = true;     ///< the last text ended with a line, written or not
+  bool isBroken_ = false;
+  bool isStopped_ = false;  ///< for want of room
+  std::mutex mutex_;
+  std::string problem_;
+  std::atomic<bool> hasProblem_{false};
+};
+
+/// The writer whose last texts a crash waits for; null for none.
+std::atomic<const QueuedWriter*> awaitedInCrash{nullptr};
+
+constexpr int kCrashPatience = 100;  // milliseconds
+
+/// Lets the log's thread, which runs on, write what led to this. Only what a signal handler may do.
+extern "C" void awaitLogInCrash(int signal) {
+  const QueuedWriter* const writer = awaitedInCrash;
+  for (int each = 0; each < kCrashPatience && writer && writer->hasWaiting(); ++each) {
+    const timespec millisecond{0, 1'000'000};
+    ::nanosleep(&millisecond, nullptr);
+  }
+  ::signal(signal, SIG_DFL);
+  ::raise(signal);
+}
+
+/// Where nobody else handles them.
+void handleCrashes() {
+  for (const int each : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV}) {
+    struct sigaction handling {};
+    if (::sigaction(each, nullptr, &handling) != 0 || (handling.sa_flags & SA_SIGINFO) != 0 ||
+        handling.sa_handler != SIG_DFL) {
+      continue;
+    }
+    handling.sa_handler = awaitLogInCrash;
+    ::sigaction(each, &handling, nullptr);
+  }
+}
+
+/// The host log file of the settings, opened when the first line is written to it; rotated. No
+/// thread of the station waits for a disk, nor, where it is a pipe or a terminal, for its reader.
 class LogFile {
  public:
   /// Appends a text; each of its lines begins with the time. Returns a sentence when the file
-  /// cannot be opened or written to, once; else the empty text.
+  /// cannot be opened or written to, once; else the empty text. What fails later is said with a
+  /// later text.
   std::string write(const std::string& text) {
     const std::lock_guard lock(mutex_);
     const std::string problem = open();
     if (pipe_) return queue(stamped(text));
-    if (!file_) return problem;
-    if (!file_->hasRoom()) return problem + stopped();
-    std::string lines;
-    if (std::exchange(isStopped_, false)) lines = missing("for want of room");
-    lines += stamped(text);
-    return file_->write(lines) ? problem : brokenOff(errno);
+    if (!target_) return problem;
+    put(stamped(text));
+    return problem + target_->takeProblem();
   }
 
-  /// Gives the reader of a pipe a moment to read the rest; nothing is written to it afterwards.
+  /// Waits until what was written so far is in the file. The problem, as write() has it.
+  std::string flush() {
+    const std::lock_guard lock(mutex_);
+    if (writer_) writer_->flush();
+    return target_ ? target_->takeProblem() : std::string();
+  }
+
+  /// Gives the file, or the reader of a pipe, a moment to take the rest; nothing is written to a
+  /// pipe afterwards.
   void finish() {
     const std::lock_guard lock(mutex_);
     if (pipe_) pipe_->finish();
+    if (!writer_) return;
+    awaitedInCrash = nullptr;
+    if (writer_->flush()) return writer_.reset();
+    // A disk that does not answer must not keep the process from ending: its thread is left alone.
+    static_cast<void>(writer_.release());
+    static_cast<void>(target_.release());
   }
 
  private:
   std::string open() {
     if (path_ == settings().logFile) return {};
     path_ = settings().logFile;
-    file_.reset();
+    awaitedInCrash = nullptr;
+    writer_.reset();
+    target_.reset();
     pipe_.reset();
     atLineStart_ = true;
-    isBroken_ = isStopped_ = false;
+    isBroken_ = false;
     leftOut_ = 0;
     if (path_.empty()) return {};
     if (isNamedPipe(path_)) return openPipe(-1);
     const int file = RotatingFile::open(path_, O_APPEND);
     if (file >= 0 && isReadBySomebody(file)) return openPipe(file);
-    if (file >= 0) file_ = std::make_unique<RotatingFile>(file, path_);
-    if (file_) return {};
+    if (file >= 0) return openFile(file);
     return "The log file " + path_ + " cannot be opened: " + std::strerror(errno) +
            ". Nothing is written to it; name another with --log.\n";
+  }
+
+  std::string openFile(int descriptor) {
+    target_ = std::make_unique<LogTarget>(descriptor, path_);
+    finishAtExit();
+    try {
+      writer_ = std::make_unique<QueuedWriter>(
+          [target = target_.get()](const std::string& lines, std::size_t texts) {
+            target->write(lines, texts);
+          });
+    } catch (const std::system_error&) {
+      return {};  // no thread is to be had: whoever has a line writes it
+    }
+    awaitedInCrash = writer_.get();
+    std::call_once(handlesCrashes_, handleCrashes);
+    return {};
   }
 
   std::string openPipe(int descriptor) {
     failure_ = 0;
     pipe_ = std::make_unique<PipeWriter>(descriptor, path_, [this](int why) { failure_ = why; });
-    std::call_once(finishesAtExit_, [] { std::atexit(finishLog); });
+    finishAtExit();
     return {};
+  }
+
+  void finishAtExit() {
+    std::call_once(finishesAtExit_, [] { std::atexit(finishLog); });
+  }
+
+  void put(const std::string& lines) {
+    if (writer_) {
+      writer_->write(lines);
+    } else if (!lines.empty()) {
+      target_->write(lines, 1);
+    }
   }
 
   /// Texts that a reader has not read when it closes the pipe are lost. Another reader may come to
@@ -163,13 +324,14 @@ class LogFile {
   std::string queue(const std::string& lines) {
     std::string problem;
     if (const int why = failure_) {
-      problem = brokenOff(why);
+      if (!std::exchange(isBroken_, true)) problem = brokenLog(path_, why);
       if (isNamedPipe(path_)) openPipe(-1);
     }
     const std::size_t before = leftOut_;
-    if (pipe_->write((before > 0 ? missing("since nobody read them") : std::string()) + lines)) {
-      return problem;
-    }
+    const std::string gap =
+        before > 0 ? missingTexts(stamp_, before, "since nobody read them") : std::string();
+    leftOut_ = 0;
+    if (pipe_->write(gap + lines)) return problem;
     leftOut_ = before + 1;
     if (before == 0) {
       problem += "Nobody reads the log file " + path_ +
@@ -178,33 +340,11 @@ class LogFile {
     return problem;
   }
 
-  /// Later lines are tried all the same: a full disk may have room again.
-  std::string brokenOff(int why) {
-    if (std::exchange(isBroken_, true)) return {};
-    return "The log file " + path_ + " cannot be written to: " + std::strerror(why) +
-           ". Lines are missing in it; make room, or name another with --log.\n";
-  }
-
-  /// The system needs what is left of a nearly full disk more than the log does.
-  std::string stopped() {
-    ++leftOut_;
-    if (std::exchange(isStopped_, true)) return {};
-    if (!std::exchange(atLineStart_, true)) file_->write("\n");
-    file_->write(now() + "The log stops: " + RotatingFile::kNoRoom + ".\n");
-    return "The log file " + path_ + " stops: " + RotatingFile::kNoRoom +
-           ". Make room, or name another with --log.\n";
-  }
-
-  std::string missing(const char* reason) {
-    return now() + std::to_string(std::exchange(leftOut_, 0)) + " texts are missing here, " +
-           reason + ".\n";
-  }
-
   std::string stamped(const std::string& text) {
     std::string lines;
     for (std::size_t at = 0; at < text.size();) {
       const std::size_t end = std::min(text.find('\n', at), text.size() - 1) + 1;
-      if (atLineStart_) lines += now();
+      if (atLineStart_) lines += stamp_.now();
       lines.append(text, at, end - at);
       atLineStart_ = lines.back() == '\n';
       at = end;
@@ -212,26 +352,20 @@ class LogFile {
     return lines;
   }
 
-  static std::string now() {
-    const std::time_t now = std::time(nullptr);
-    std::tm parts{};
-    localtime_r(&now, &parts);
-    char stamp[32];
-    return {stamp, std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S ", &parts)};
-  }
-
   static void finishLog();
 
   std::mutex mutex_;
-  std::unique_ptr<RotatingFile> file_;
-  std::unique_ptr<PipeWriter> pipe_;  ///< in place of the file where a reader is at the other end
+  std::unique_ptr<LogTarget> target_;     ///< of a file
+  std::unique_ptr<QueuedWriter> writer_;  ///< writes to it
+  std::unique_ptr<PipeWriter> pipe_;      ///< in their place where a reader is at the other end
   std::once_flag finishesAtExit_;
+  std::once_flag handlesCrashes_;
   std::atomic<int> failure_{0};  ///< the errno value that ended the writing to the pipe
-  std::size_t leftOut_ = 0;      ///< texts left out that no line reports yet
+  std::size_t leftOut_ = 0;      ///< texts left out of the pipe that no line reports yet
   std::string path_;
+  TimeStamp stamp_;
   bool atLineStart_ = true;
-  bool isBroken_ = false;
-  bool isStopped_ = false;  ///< for want of room
+  bool isBroken_ = false;  ///< the pipe
 };
 
 /// Never destroyed: lines are written until the very end of the process.
@@ -352,6 +486,11 @@ LogSourceScope::LogSourceScope(const std::string& source)
 LogSourceScope::~LogSourceScope() { lineSource = before_; }
 
 bool hasLeftOutLines() { return lineBudget().hasLeftOut; }
+
+void flushLog() {
+  const std::string problem = logFile().flush();
+  if (!problem.empty()) events().log(true, problem);
+}
 
 void logLeftOutLines(LeftOutLines which) {
   GuardedBudget& guarded = lineBudget();

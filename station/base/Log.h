@@ -138,6 +138,11 @@ void logLeftOutLines(LeftOutLines which);
 /// Whether lines were left out that logLeftOutLines() has not counted yet.
 bool hasLeftOutLines();
 
+/// Waits until what was logged so far is in the log file, and tells the station's events what went
+/// wrong with it; 2 seconds at most while nothing is written. Does nothing where the log is no
+/// regular file. Any thread.
+void flushLog();
+
 /// Sends what the host prints on standard output (failed assertions and the like) to another
 /// stream, which stays the caller's and must live until the next call; null restores standard
 /// output. Any thread.

@@ -154,6 +154,75 @@ void PipeWriter::giveUp(int problem) {
   failed_(problem);
 }
 
+QueuedWriter::QueuedWriter(Write write)
+    : write_(std::move(write)), thread_(threadWithoutSignals([this] { run(); })) {}
+
+QueuedWriter::~QueuedWriter() {
+  {
+    const std::lock_guard lock(mutex_);
+    isEnding_ = true;
+    queued_.notify_one();
+  }
+  thread_.join();
+}
+
+void QueuedWriter::write(const std::string& text) {
+  if (text.empty()) return;
+  std::unique_lock lock(mutex_);
+  while (waiting_.size() >= kMaxWaiting) {
+    hurry();
+    progressed_.wait(lock);
+  }
+  waiting_ += text;
+  ++waitingTexts_;
+  ++taken_;
+  const bool isToWake = std::exchange(isAsleep_, false);
+  lock.unlock();
+  // Without the lock, which the woken thread would have to wait for.
+  if (isToWake) queued_.notify_one();
+}
+
+bool QueuedWriter::flush() {
+  std::unique_lock lock(mutex_);
+  const std::size_t wanted = taken_;
+  while (written_ < wanted) {
+    hurry();
+    const std::size_t before = written_;
+    const auto isFurther = [this, before] { return written_ != before; };
+    if (!progressed_.wait_for(lock, kPatience, isFurther)) return false;
+  }
+  return true;
+}
+
+void QueuedWriter::hurry() {
+  isHurried_ = true;
+  queued_.notify_one();
+}
+
+void QueuedWriter::run() {
+  std::unique_lock lock(mutex_);
+  while (takeBlock(lock)) {
+    lock.unlock();
+    write_(block_, blockTexts_);
+    lock.lock();
+    written_ += blockTexts_;
+    progressed_.notify_all();
+  }
+}
+
+/// False at the end, when nothing is left.
+bool QueuedWriter::takeBlock(std::unique_lock<std::mutex>& lock) {
+  isAsleep_ = waiting_.empty();
+  queued_.wait(lock, [this] { return isEnding_ || !waiting_.empty(); });
+  isAsleep_ = false;
+  queued_.wait_for(lock, kTogether, [this] { return isEnding_ || isHurried_; });
+  isHurried_ = false;
+  block_.clear();
+  block_.swap(waiting_);
+  blockTexts_ = std::exchange(waitingTexts_, 0);
+  return !block_.empty();
+}
+
 bool isReadBySomebody(int descriptor) {
   struct stat status {};
   if (::fstat(descriptor, &status) != 0) return false;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
@@ -72,6 +74,69 @@ class PipeWriter {
   std::size_t written_ = 0;  ///< bytes of them that are written
   bool isEnding_ = false;
   bool hasFailed_ = false;
+
+  std::thread thread_;
+};
+
+/// Hands texts to a function on a thread of its own, in their order and several at once, so that a
+/// thread that has something to write does not wait for a disk.
+///
+///     write() --bounded queue--> thread, kTogether later --> function
+///
+/// The thread is woken once for all that comes within kTogether. Nothing is left out: where the
+/// queue is full, write() waits.
+class QueuedWriter {
+ public:
+  /// How many bytes wait for the function at most, but for one text.
+  static constexpr std::size_t kMaxWaiting = 4u << 20;
+
+  /// How long texts wait for those that follow.
+  static constexpr auto kTogether = std::chrono::milliseconds(2);
+
+  /// How long flush() waits for a function that does not return.
+  static constexpr auto kPatience = std::chrono::seconds(2);
+
+  /// Writes so many texts, one behind the other in `block`. Called on the thread; it must not use
+  /// the QueuedWriter.
+  using Write = std::function<void(const std::string& block, std::size_t texts)>;
+
+  /// std::system_error where there is no thread to be had.
+  explicit QueuedWriter(Write write);
+  QueuedWriter(const QueuedWriter&) = delete;
+  QueuedWriter& operator=(const QueuedWriter&) = delete;
+
+  /// Ends once everything is written.
+  ~QueuedWriter();
+
+  /// Queues a text. Any thread.
+  void write(const std::string& text);
+
+  /// Waits until everything that was queued is written; false when the function did not return for
+  /// kPatience. Any thread.
+  bool flush();
+
+  /// Whether something is not written yet. Any thread, and in a signal handler.
+  [[nodiscard]] bool hasWaiting() const noexcept { return written_ != taken_; }
+
+ private:
+  void run();
+  bool takeBlock(std::unique_lock<std::mutex>& lock);
+  void hurry();
+
+  const Write write_;
+  std::string block_;           ///< what the thread writes now
+  std::size_t blockTexts_ = 0;  ///< of how many texts it is
+
+  std::mutex mutex_;
+  std::condition_variable queued_;
+  std::condition_variable progressed_;
+  std::string waiting_;
+  std::size_t waitingTexts_ = 0;
+  std::atomic<std::size_t> taken_{0};    ///< texts queued since the beginning
+  std::atomic<std::size_t> written_{0};  ///< texts of them that were written
+  bool isAsleep_ = false;                ///< the thread waits for a text, and must be woken
+  bool isHurried_ = false;               ///< something waits for the thread
+  bool isEnding_ = false;
 
   std::thread thread_;
 };

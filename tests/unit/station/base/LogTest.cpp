@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <limits>
@@ -15,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "station/base/Log.h"
 #include "station/base/StationSettings.h"
 #include "tests/fakes/ScratchFolder.h"
 #include "tests/support/BecomesTrue.h"
@@ -25,6 +27,7 @@ using namespace korvel;
 namespace {
 
 std::string contentOf(const std::string& path) {
+  flushLog();
   std::ifstream in(path);
   return {std::istreambuf_iterator<char>(in), {}};
 }
@@ -191,12 +194,55 @@ TEST(LogTest, AFileThatCannotBeOpenedIsToldOnce) {
 TEST(LogTest, ALogFileThatCannotBeWrittenToIsToldOnce) {
   RecordedEvents events;
   logTo("/dev/full");
-  for (int line = 0; line < 3; ++line) Log("line %d\n", line);
+  for (int line = 0; line < 3; ++line) {
+    Log("line %d\n", line);
+    flushLog();
+  }
   std::string told;
   for (const auto& text : events.lines) told += text;
   const std::string problem = "The log file /dev/full cannot be written to: No space left";
   EXPECT_NE(told.find(problem), std::string::npos) << told;
   EXPECT_EQ(told.find(problem), told.rfind(problem));
+}
+
+TEST(LogTest, AProblemOfTheFileIsToldWithALaterLine) {
+  RecordedEvents events;
+  logTo({});
+  Log("nowhere\n");
+  logTo("/dev/full");
+  EXPECT_TRUE(becomesTrue([&events] {
+    Log("line\n");
+    return events.loggedThat("The log file /dev/full cannot be written to");
+  }));
+}
+
+TEST(LogTest, ALineIsWrittenSoonThoughNothingFollowsIt) {
+  const ScratchFolder folder;
+  logTo(folder / "station.log");
+  Log("alone\n");
+  EXPECT_TRUE(becomesTrue([&folder] {
+    std::ifstream in(folder / "station.log");
+    const std::string text{std::istreambuf_iterator<char>(in), {}};
+    return text.ends_with("alone\n");
+  }));
+}
+
+TEST(LogTest, TheLastLinesOfAProcessAreInTheFile) {
+  const ScratchFolder folder;
+  // Ends the thread that an earlier test's log may have: a forked process has none.
+  logTo({});
+  Log("nowhere\n");
+  const auto logsAndEndsBy = [](const std::string& path, void (*end)()) {
+    logTo(path);
+    for (int line = 0; line < 1000; ++line) Log("line %d\n", line);
+    end();
+  };
+  const std::string ended = folder / "ended.log";
+  EXPECT_EXIT(logsAndEndsBy(ended, [] { std::exit(0); }), testing::ExitedWithCode(0), "");
+  EXPECT_TRUE(contentOf(ended).ends_with("line 999\n"));
+  const std::string crashed = folder / "crashed.log";
+  EXPECT_EXIT(logsAndEndsBy(crashed, [] { std::abort(); }), testing::KilledBySignal(SIGABRT), "");
+  EXPECT_TRUE(contentOf(crashed).ends_with("line 999\n"));
 }
 
 TEST(LogTest, ANamedPipeIsNotWaitedForAndGetsTheLinesOnceItIsRead) {
@@ -250,6 +296,7 @@ TEST(LogTest, LinesOfSeveralThreadsStayWhole) {
     });
   }
   for (std::thread& writer : writers) writer.join();
+  flushLog();
   std::ifstream in(folder / "station.log");
   int lines = 0;
   for (std::string line; std::getline(in, line); ++lines) EXPECT_EQ(line.size(), 70U);

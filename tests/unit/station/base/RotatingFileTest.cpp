@@ -68,6 +68,7 @@ TEST_F(RotatingFileTest, ALogStopsWhereTheDiskIsNearlyFullAndGoesOnWhenThereIsRo
   installSettings(settings);
   RecordedEvents events;
   for (int line = 0; line < 3; ++line) Log("lost %d\n", line);
+  flushLog();
   EXPECT_EQ(content().find("lost"), std::string::npos) << content();
   EXPECT_NE(content().find("The log stops: less than 5 % of the file system is free"),
             std::string::npos);
@@ -77,6 +78,7 @@ TEST_F(RotatingFileTest, ALogStopsWhereTheDiskIsNearlyFullAndGoesOnWhenThereIsRo
     Log("more\n");
     return content().ends_with("more\n");
   }));
+  flushLog();
   EXPECT_NE(content().find(" texts are missing here, for want of room."), std::string::npos);
   RotatingFile::setFreePart(nullptr);
 }
@@ -132,6 +134,7 @@ TEST_F(RotatingFileTest, AStrangerFillsOnlyHisBudgetOfTheLog) {
   Log("own\n");
   logLeftOutLines(LeftOutLines::eAll);
   EXPECT_FALSE(hasLeftOutLines());
+  flushLog();
   const std::string text = content();
   std::size_t forged = 0;
   for (auto at = text.find("forged"); at != text.npos; at = text.find("forged", at + 1)) ++forged;
