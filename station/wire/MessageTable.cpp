@@ -121,8 +121,23 @@ const char* messageTypeName(int number) {
 
 namespace {
 
-void readTypeFields(const std::vector<std::string>& fields, const MessageType& type,
-                    MessageFields& message) {
+using FieldViews = std::vector<std::string_view>;
+
+constexpr std::size_t kUsualFields = kHeadFields + kMostTypeFields;
+
+/// splitFields() without copies.
+FieldViews viewFields(std::string_view text) {
+  FieldViews fields;
+  fields.reserve(kUsualFields);
+  std::size_t start = text.size() > 1 && text.front() == kFieldSeparator ? 1 : 0;
+  for (std::size_t end; (end = text.find(kFieldSeparator, start)) != text.npos; start = end + 1) {
+    fields.push_back(text.substr(start, end - start));
+  }
+  if (start < text.size() || fields.empty()) fields.push_back(text.substr(start));
+  return fields;
+}
+
+void readTypeFields(const FieldViews& fields, const MessageType& type, MessageFields& message) {
   std::size_t at = kHeadFields;
   for (const WireField* const field : type.fields()) {
     if (at < fields.size()) message.*field->text = fields[at++];
@@ -139,13 +154,8 @@ bool MessageFields::isCut() const {
 }
 
 std::vector<std::string> splitFields(std::string_view text) {
-  std::vector<std::string> fields;
-  std::size_t start = text.size() > 1 && text.front() == kFieldSeparator ? 1 : 0;
-  for (std::size_t end; (end = text.find(kFieldSeparator, start)) != text.npos; start = end + 1) {
-    fields.emplace_back(text.substr(start, end - start));
-  }
-  if (start < text.size() || fields.empty()) fields.emplace_back(text.substr(start));
-  return fields;
+  const FieldViews fields = viewFields(text);
+  return {fields.begin(), fields.end()};
 }
 
 MessageFields readMessage(std::string_view wireText) {
@@ -156,10 +166,10 @@ MessageFields readMessage(std::string_view wireText) {
   // The version is looked for before the text is split: splitting ignores a separator at the head,
   // and such a text has no version.
   if (!wireText.starts_with(kWireVersion)) return message;
-  const auto fields = splitFields(wireText);
+  const FieldViews fields = viewFields(wireText);
   message.count = fields.size();
   if (fields[0] != kWireVersion) return message;
-  if (fields.size() > 1) message.type = static_cast<int>(numberAtStart(fields[1]));
+  if (fields.size() > 1) message.type = static_cast<int>(numberAtStart(std::string(fields[1])));
   message.typeName = messageTypeName(message.type);
   if (fields.size() > 2) message.project = fields[2];
   if (const MessageType* const type = messageType(message.type)) {

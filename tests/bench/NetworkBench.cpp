@@ -56,9 +56,13 @@ std::vector<Transport> transportsIn(const std::string& programs, BenchTable& tab
 /// All transports' peers; those that do not come up are left out.
 class Arena {
  public:
-  Arena(BenchTable& table, const std::string& programs) : table_(table) {
+  Arena(BenchTable& table, const std::string& programs, const std::vector<Transport>& more = {})
+      : table_(table) {
     writeBenchProject(folder_.path(), Board::kMessages);
-    for (const Transport& each : transportsIn(programs, table)) {
+    writeBenchLongEdit(folder_.path(), kBenchClips);
+    std::vector<Transport> transports = transportsIn(programs, table);
+    transports.insert(transports.end(), more.begin(), more.end());
+    for (const Transport& each : transports) {
       groups_.push_back(std::make_unique<PeerGroup>(each, folder_.path(),
                                                     kFirstPort + static_cast<int>(groups_.size())));
     }
@@ -124,7 +128,9 @@ bool complain(const char* what) {
 }  // namespace
 
 bool measureLatency(BenchTable& table, const std::string& programs) {
-  Arena arena(table, programs);
+  Arena arena(
+      table, programs,
+      {{"station, 2000 clips open", programs + "/bench-station", PeerArguments::kLongEdit}});
   for (const std::size_t receivers : kReceivers) {
     if (!arena.growTo(receivers)) return complain("latency");
     const auto rounds = inTurns<std::vector<double>>(

@@ -16,7 +16,7 @@ namespace korvel {
 
 namespace {
 
-constexpr auto kPatience = std::chrono::seconds(5);
+constexpr auto kPatienceAtEnd = std::chrono::seconds(5);
 
 std::array<int, 2> makePipe() {
   std::array<int, 2> ends{};
@@ -89,7 +89,7 @@ std::optional<std::string> PeerProcess::readLine(std::chrono::milliseconds limit
 
 bool PeerProcess::finish() {
   ::close(std::exchange(input_, -1));
-  const auto deadline = Clock::now() + kPatience;
+  const auto deadline = Clock::now() + kPatienceAtEnd;
   int status = -1;
   while (pid_ > 0 && Clock::now() < deadline) {
     if (::waitpid(pid_, &status, WNOHANG) == pid_) pid_ = -1;

@@ -24,6 +24,8 @@ class PeerProcess {
   /// When the process was begun.
   [[nodiscard]] Clock::time_point started() const { return started_; }
 
+  [[nodiscard]] pid_t pid() const { return pid_; }
+
   void write(const std::string& line) const;
 
   /// The next line of its output; nothing at its end, or when none came within the time.

@@ -19,6 +19,13 @@ bool measureFlood(BenchTable& table, const std::string& programs);
 
 bool measureUserList(BenchTable& table, const std::string& programs);
 bool measureEntering(BenchTable& table, const std::string& programs);
+
+/// The same on a folder of which each operation takes as long as a round trip to a file server.
+bool measureEnteringSlowly(BenchTable& table, const std::string& programs);
+
+/// What a station uses that has nothing to do.
+bool measureIdle(BenchTable& table, const std::string& programs);
+
 bool measureEnteringAgain(BenchTable& table, const std::string& programs);
 bool measureSaving(BenchTable& table, const std::string& programs);
 bool measureStart(BenchTable& table, const std::string& programs);

@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -10,6 +11,7 @@
 #include "tests/bench/ProjectFiles.h"
 #include "tests/bench/peer/Payload.h"
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/fault/MappedFaultControl.h"
 
 namespace korvel {
 
@@ -100,6 +102,30 @@ bool measureEntering(BenchTable& table, const std::string& programs) {
     table.add(times.figure("project enter, edits", edits, 3.0));
   }
   for (Figure& figure : memory) table.add(std::move(figure));
+  return true;
+}
+
+bool measureEnteringSlowly(BenchTable& table, const std::string& programs) {
+  constexpr int kSlowRounds = 3;
+  constexpr std::uint32_t kEdits = 1000;
+  constexpr unsigned kRoundTrip = 300;  // microseconds
+  const ScratchFolder folder("/dev/shm");
+  writeBenchProject(folder.path(), kEdits);
+  const MappedFaultControl control;
+  (*control).pause = kRoundTrip;
+  ::setenv(kFaultFolderVariable, folder.path().c_str(), 1);
+  ::setenv("LD_PRELOAD", KV_FAILING_FILES, 1);
+  PeerProcess program({programs + "/bench-enter", folder.path(), std::to_string(kSlowRounds)});
+  ::unsetenv("LD_PRELOAD");
+  bool isWell = readPair(program).has_value();  // the memory
+  Times times;
+  for (int round = 0; isWell && round < kSlowRounds; ++round) {
+    const auto pair = readPair(program);
+    if (pair) times.add(*pair);
+    isWell = pair.has_value();
+  }
+  if (!isWell || !program.finish()) return complain("slow");
+  table.add(times.figure("project enter, 0.3 ms an answer, edits", kEdits, 1.0));
   return true;
 }
 

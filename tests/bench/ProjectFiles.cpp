@@ -24,4 +24,21 @@ void writeBenchProject(const std::string& projectsDirectory, std::uint32_t edits
   }
 }
 
+void writeBenchLongEdit(const std::string& projectsDirectory, std::uint32_t clips) {
+  const auto time = [](int frames) {
+    return R"({"OTIO_SCHEMA": "RationalTime.1", "rate": 24, "value": )" + std::to_string(frames) +
+           "}";
+  };
+  std::ofstream file(projectsDirectory + "/" + kBenchProject + "/" + kBenchLongEdit + ".otio");
+  file << R"({"OTIO_SCHEMA": "Timeline.1", "name": "Long", "metadata": {}, "tracks": )"
+       << R"({"OTIO_SCHEMA": "Stack.1", "children": [)"
+       << R"({"OTIO_SCHEMA": "Track.1", "kind": "Video", "name": "V1", "children": [)";
+  for (std::uint32_t clip = 0; clip < clips; ++clip) {
+    file << (clip == 0 ? "" : ",\n") << R"({"OTIO_SCHEMA": "Clip.1", "name": "Clip-)" << clip
+         << R"(", "source_range": {"OTIO_SCHEMA": "TimeRange.1", "start_time": )" << time(0)
+         << R"(, "duration": )" << time(2400) << "}}";
+  }
+  file << "]}]}}";
+}
+
 }  // namespace korvel

@@ -9,4 +9,7 @@ namespace korvel {
 /// a station leaves them.
 void writeBenchProject(const std::string& projectsDirectory, std::uint32_t edits);
 
+/// Adds an edit of so many clips to it, kBenchLongEdit.
+void writeBenchLongEdit(const std::string& projectsDirectory, std::uint32_t clips);
+
 }  // namespace korvel

@@ -24,6 +24,11 @@ std::string benchEdit(std::uint32_t number) {
   return text;
 }
 
+std::string benchTrim(std::uint32_t number) {
+  return "1;" + std::to_string(number) + ";" + std::to_string(number + 1) + ";0%2F" +
+         std::to_string(number % kBenchClips) + ";";
+}
+
 std::string payloadOf(std::uint32_t number) {
   std::string text = "d\xAC";
   text += "2\xAC";

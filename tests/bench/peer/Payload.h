@@ -14,6 +14,12 @@ namespace korvel {
 inline constexpr const char* kBenchProject = "P7c1d0000000000000000000000000001";
 std::string benchEdit(std::uint32_t number);
 
+/// An edit of many clips that peers may have open, and the trim of it that message `number` is
+/// about, whose start in seconds tells the number.
+inline constexpr const char* kBenchLongEdit = "E9b00000000000000000000000000001";
+inline constexpr std::uint32_t kBenchClips = 2000;
+std::string benchTrim(std::uint32_t number);
+
 /// The environment variable with the messages a second that a station takes of one source; without
 /// it there is no limit.
 inline constexpr const char* kReceiveLimitVariable = "KV_BENCH_RECEIVE_LIMIT";

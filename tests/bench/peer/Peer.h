@@ -21,6 +21,7 @@ struct PeerArguments {
 
   static constexpr const char* kDeafSender = "deaf-sender";
   static constexpr const char* kOneThread = "one-thread";  ///< bare sockets without a queue
+  static constexpr const char* kLongEdit = "long-edit";    ///< a station with kBenchLongEdit open
 };
 
 PeerArguments readPeerArguments(int argc, const char* const* argv);

@@ -12,7 +12,9 @@
 #include "station/base/Events.h"
 #include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
+#include "station/edit/Edits.h"
 #include "station/project/Projects.h"
+#include "station/wire/MessageTable.h"
 #include "tests/bench/peer/Payload.h"
 #include "tests/bench/peer/Peer.h"
 
@@ -30,6 +32,10 @@ class AppliedChanges : public iStationEvents {
   void changed(const std::string& what, const Cookie& cookie, const std::string&,
                Origin origin) override {
     if (origin != Origin::eRemote || what != "edit") return;
+    const ReceivedMessage* const message = currentMessage();
+    if (message && message->fields.type == MessageType::eEditModification) {
+      return board_.arrived(peer_, startOf(message->fields.modification));
+    }
     const auto& bytes = cookie.getUuid().bytes;
     board_.arrived(peer_, bytes[14] * 256U + bytes[15]);
   }
@@ -38,6 +44,10 @@ class AppliedChanges : public iStationEvents {
   }
 
  private:
+  static std::uint32_t startOf(const std::string& modification) {
+    return static_cast<std::uint32_t>(numberAtStart(modification.substr(2)));
+  }
+
   Board& board_;
   std::size_t peer_;
 };
@@ -56,17 +66,26 @@ StationSettings settingsFor(const PeerArguments& arguments) {
   return settings;
 }
 
-class SavedEdits : public iTransport {
+/// Sends what the host's notifications make the plug-in send: of edits that were saved, or of a
+/// long edit's trims.
+class Notifications : public iTransport {
  public:
-  explicit SavedEdits(HostThread& hostThread) : hostThread_(hostThread) {
+  Notifications(HostThread& hostThread, const PeerArguments& arguments)
+      : hostThread_(hostThread), areTrims_(arguments.kind == PeerArguments::kLongEdit) {
     for (std::uint32_t number = 0; number < Board::kMessages; ++number) {
       edits_.emplace_back(benchEdit(number).c_str(), false);
+      trims_.emplace_back(LightweightString<char>(benchTrim(number).c_str()));
     }
   }
 
   void send(std::uint32_t number) override {
-    const Cookie& edit = edits_[number];
-    ProjectListeners::instance().tell([&edit](auto& each) { each.handleLogStorage(edit, false); });
+    ProjectListeners::instance().tell([&](ProjectListener& each) {
+      if (areTrims_) {
+        each.handleLogModification(longEdit_, trims_[number]);
+      } else {
+        each.handleLogStorage(edits_[number], false);
+      }
+    });
   }
 
   void onSendingThread(const std::function<void()>& work) override {
@@ -85,7 +104,10 @@ class SavedEdits : public iTransport {
 
  private:
   HostThread& hostThread_;
+  const bool areTrims_;
+  const Cookie longEdit_{kBenchLongEdit, false};
   std::vector<Cookie> edits_;
+  std::vector<EditModification> trims_;
 };
 
 template <typename Value>
@@ -108,9 +130,12 @@ int main(int argc, char** argv) {
   Station station;
   require(station.start());
   require(hostParts().projects->enter(kBenchProject));
+  if (arguments.kind == PeerArguments::kLongEdit) {
+    require(openEdits().open(Cookie(kBenchLongEdit, false)));
+  }
   std::thread commands([&] {
-    SavedEdits edits(station.hostThread());
-    obey(*board, edits);
+    Notifications notifications(station.hostThread(), arguments);
+    obey(*board, notifications);
     station.hostThread().stop();
   });
   station.hostThread().run();
