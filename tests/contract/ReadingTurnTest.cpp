@@ -92,6 +92,9 @@ TEST_F(ReadingTurnTest, WhatMustBeToldKeepsItWithTheReader) {
   giveBack();
   turn_.endWait(now_, true);
   EXPECT_TRUE(isWoken());
+  EXPECT_FALSE(turn_.beginWait(now_));
+  EXPECT_FALSE(isWoken(50)) << "it was woken already";
+  turn_.endWait(now_, false);
   EXPECT_EQ(turn_.next(now_, false), Reader::eReads);
   EXPECT_FALSE(turn_.beginWait(now_));
   EXPECT_FALSE(isWoken(50)) << "asking again and again would cost more than it gains";
@@ -251,6 +254,8 @@ TEST_F(ReadingThreadTest, NoMessageIsLostOrOutOfOrderWhileItIsHandedToAndFro) {
         isDone.count_down();
       });
       isDone.wait();
+      // And idle for long enough to read itself, while the other's alarm may still go off.
+      std::this_thread::sleep_for(std::chrono::milliseconds(each % 13));
     }
   });
   for (int burst = 0; burst < 200; ++burst) {
