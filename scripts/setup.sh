@@ -9,7 +9,7 @@
 # Says what it installs, asks nothing, and does nothing where all is there.
 
 KV_BUILD_PACKAGES="g++ cmake ninja-build pkg-config uuid-dev libicu-dev libsodium-dev libcli11-dev libedit-dev libpcap-dev qt6-base-dev fonts-dejavu-core"
-KV_TEST_PACKAGES="libgtest-dev xvfb xauth clang libclang-rt-14-dev llvm clang-format clang-tidy lld binutils dpkg-dev desktop-file-utils file iproute2 util-linux tshark"
+KV_TEST_PACKAGES="libgtest-dev xvfb xauth at-spi2-core dbus gir1.2-atspi-2.0 python3-gi clang libclang-rt-14-dev llvm clang-format clang-tidy lld binutils dpkg-dev desktop-file-utils file iproute2 util-linux tshark"
 KV_BENCH_PACKAGES="libbenchmark-dev"
 KV_BENCH_OTHERS="liblcm-dev cyclonedds-dev cyclonedds-tools libzmq3-dev" # compared with, where they can be had
 KV_LAB_PACKAGES="user-mode-linux kmod socat nftables e2fsprogs nfs-kernel-server nfs-common rpcbind samba cifs-utils glusterfs-server

@@ -14,6 +14,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 
 #include "app/window/HistoryPane.h"
 #include "app/window/MessageBar.h"
@@ -422,5 +423,18 @@ TEST_F(FilmTest, AnEditGoesFromHandToHandByMouse) { film(mouseHand); }
 TEST_F(FilmTest, AnEditGoesFromHandToHandByKeysAlone) { film(keyHand); }
 
 TEST_F(FilmTest, AnEditGoesFromHandToHandByTheTreeOfAScreenReader) { film(readerHand); }
+
+// The bus is asked in another process, as a screen reader does.
+TEST(AccessBusTest, AnEditGoesFromHandToHandByTheAccessibilityBus) {
+#ifdef KV_SANITIZED
+  GTEST_SKIP() << "the bus's own library starts by a fork that a sanitizer may not survive";
+#endif
+  const std::string line = std::string(KV_SOURCE_DIR "/tests/window/film-by-bus.py ") + KV_STATION +
+                           " " + KV_SAMPLES + "/simple_cut.otio";
+  const int status = std::system(line.c_str());
+  ASSERT_TRUE(WIFEXITED(status));
+  if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "there is no accessibility bus";
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
 
 }  // namespace
