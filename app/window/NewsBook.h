@@ -51,6 +51,9 @@ class NewsBook {
   /// The user looked at an object, or wants no news of it.
   void forget(const QString& key);
 
+  /// Whether something changed since it was last written.
+  [[nodiscard]] bool hasChanged() const { return isChanged_; }
+
   /// Writes what changed since it was last written; on another thread.
   void save();
 

@@ -268,7 +268,7 @@ void ObjectsPane::showTitles() {
     tabs_->setTabToolTip(tab,
                          news > 0 ? tr("%Ln new or changed by others", nullptr, news) : QString());
   }
-  if (!keepNews_.isActive()) keepNews_.start(kKeepNewsMs);
+  if (news_.hasChanged() && !keepNews_.isActive()) keepNews_.start(kKeepNewsMs);
 }
 
 void ObjectsPane::showEmptiness() {

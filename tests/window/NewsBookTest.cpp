@@ -226,6 +226,15 @@ TEST_F(NewsBookTest, ABookThatIsCutForgedOrNoFileCountsAsNone) {
   EXPECT_EQ(told("E1"), "");
 }
 
+TEST_F(NewsBookTest, WhatIsTheSameNeedsNotBeWrittenAgain) {
+  EXPECT_TRUE(book_->hasChanged());
+  book_->save();
+  take();
+  EXPECT_FALSE(book_->hasChanged());
+  show(row("E2", 7, "BEN"));
+  EXPECT_TRUE(book_->hasChanged());
+}
+
 TEST_F(NewsBookTest, WithoutAFolderNothingIsKeptAndNothingFails) {
   std::ofstream(folder_ / "file") << "in the folder's place";
   for (const std::string& folder : {std::string(), folder_ / "file"}) {
