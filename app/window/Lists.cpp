@@ -28,8 +28,47 @@ QCollator naturalOrder() {
 NaturalOrderProxy::NaturalOrderProxy(QObject* parent)
     : QSortFilterProxyModel(parent), order_(naturalOrder()) {}
 
+// Before the base connects to the model: what it is told of it may sort at once.
+void NaturalOrderProxy::setSourceModel(QAbstractItemModel* model) {
+  const auto forget = [this] { places_.clear(); };
+  connect(model, &QAbstractItemModel::modelReset, this, forget);
+  connect(model, &QAbstractItemModel::layoutChanged, this, forget);
+  connect(model, &QAbstractItemModel::rowsMoved, this, forget);
+  connect(model, &QAbstractItemModel::rowsInserted, this,
+          [this](const QModelIndex&, int first, int last) {
+            if (places_.empty()) return;
+            places_.insert(places_.begin() + first, static_cast<std::size_t>(last - first + 1), {});
+          });
+  connect(model, &QAbstractItemModel::rowsRemoved, this,
+          [this](const QModelIndex&, int first, int last) {
+            if (places_.empty()) return;
+            places_.erase(places_.begin() + first, places_.begin() + last + 1);
+          });
+  connect(model, &QAbstractItemModel::dataChanged, this,
+          [this](const QModelIndex& first, const QModelIndex& last) {
+            if (places_.empty()) return;
+            std::fill(places_.begin() + first.row(), places_.begin() + last.row() + 1,
+                      std::nullopt);
+          });
+  QSortFilterProxyModel::setSourceModel(model);
+}
+
+const QCollatorSortKey& NaturalOrderProxy::placeOf(const QModelIndex& index) const {
+  auto& place = places_[static_cast<std::size_t>(index.row())];
+  if (!place) place.emplace(order_.sortKey(index.data(sortRole()).toString()));
+  return *place;
+}
+
 bool NaturalOrderProxy::lessThan(const QModelIndex& left, const QModelIndex& right) const {
-  return order_.compare(left.data(sortRole()).toString(), right.data(sortRole()).toString()) < 0;
+  const int column = left.column();
+  if (places_.empty() || column_ != column) {
+    const QVariant one = left.data(sortRole());
+    if (one.typeId() == QMetaType::Double)
+      return one.toDouble() < right.data(sortRole()).toDouble();
+    column_ = column;
+    places_.assign(static_cast<std::size_t>(sourceModel()->rowCount()), {});
+  }
+  return placeOf(left).compare(placeOf(right)) < 0;
 }
 
 void ObjectsProxy::keepTo(const std::optional<QSet<QString>>& cookies) {
@@ -38,11 +77,16 @@ void ObjectsProxy::keepTo(const std::optional<QSet<QString>>& cookies) {
   invalidateFilter();
 }
 
-bool ObjectsProxy::filterAcceptsRow(int row, const QModelIndex& parent) const {
-  const QModelIndex index = sourceModel()->index(row, 0, parent);
-  const bool isIn =
-      !cookies_ || cookies_->contains(index.data(ObjectsModel::eCookieRole).toString());
-  return isIn && NaturalOrderProxy::filterAcceptsRow(row, parent);
+void ObjectsProxy::narrow(const QString& text) {
+  if (text_ == text) return;
+  text_ = text;
+  invalidateFilter();
+}
+
+bool ObjectsProxy::filterAcceptsRow(int row, const QModelIndex&) const {
+  const ObjectRow& object = qobject_cast<const ObjectsModel*>(sourceModel())->at(row);
+  const bool isIn = !cookies_ || cookies_->contains(object.cookie);
+  return isIn && (text_.isEmpty() || shownName(object).contains(text_, Qt::CaseInsensitive));
 }
 
 void setColumnWidths(QTreeView& view, std::initializer_list<int> widths) {

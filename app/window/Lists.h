@@ -10,6 +10,7 @@
 #include <set>
 #include <vector>
 
+class QAbstractItemModel;
 class QAbstractItemView;
 class QMenu;
 class QTreeView;
@@ -20,16 +21,23 @@ namespace korvel {
 /// Compares names as people do: "Edit 2" is before "Edit 10", capital letters do not matter.
 QCollator naturalOrder();
 
-/// A list in the natural order of its sort role's texts.
+/// A list in the natural order of its sort role's texts or numbers. Where a text belongs is worked
+/// out once, since thousands of rows are sorted again with every letter that narrows a list.
 class NaturalOrderProxy : public QSortFilterProxyModel {
  public:
   explicit NaturalOrderProxy(QObject* parent = nullptr);
+
+  void setSourceModel(QAbstractItemModel* model) override;
 
  protected:
   [[nodiscard]] bool lessThan(const QModelIndex& left, const QModelIndex& right) const override;
 
  private:
+  const QCollatorSortKey& placeOf(const QModelIndex& index) const;
+
   QCollator order_;
+  mutable int column_ = -1;                                      ///< whose texts the places are of
+  mutable std::vector<std::optional<QCollatorSortKey>> places_;  ///< by the source's row
 };
 
 /// The rows of an ObjectsModel, those of a container alone where one is open.
@@ -40,11 +48,15 @@ class ObjectsProxy : public NaturalOrderProxy {
   /// Shows objects of these cookies alone; all with nothing.
   void keepTo(const std::optional<QSet<QString>>& cookies);
 
+  /// Shows objects alone whose names have this text in them.
+  void narrow(const QString& text);
+
  protected:
   [[nodiscard]] bool filterAcceptsRow(int row, const QModelIndex& parent) const override;
 
  private:
   std::optional<QSet<QString>> cookies_;
+  QString text_;
 };
 
 /// Gives the columns of a list these widths, and each at least what its heading needs.

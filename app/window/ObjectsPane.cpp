@@ -167,8 +167,6 @@ ObjectsPane::List ObjectsPane::makeList(ObjectKind kind) {
   List list{new ObjectsModel(kind, news_, this), new ObjectsProxy(this), new QTreeView, nullptr};
   list.proxy->setSourceModel(list.model);
   list.proxy->setSortRole(ObjectsModel::eSortRole);
-  list.proxy->setFilterCaseSensitivity(Qt::CaseInsensitive);
-  list.proxy->setFilterKeyColumn(ObjectsModel::eName);
   QTreeView& view = *list.view;
   view.setModel(list.proxy);
   view.setRootIsDecorated(false);
@@ -300,7 +298,7 @@ void ObjectsPane::showKind() {
 }
 
 void ObjectsPane::narrow(const QString& text) {
-  list(kind()).proxy->setFilterFixedString(text);
+  list(kind()).proxy->narrow(text);
   showEmptiness();
 }
 

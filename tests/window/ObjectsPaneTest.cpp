@@ -74,6 +74,37 @@ TEST(ObjectsPaneTest, NamesStandInTheOrderOfTheirNumbers) {
   EXPECT_EQ(names, QStringList({"Edit 1", "EDIT 2", "edit 9", "Edit 10", "Reel 2"}));
 }
 
+TEST(ObjectsPaneTest, NamesStayInOrderWhateverChangesComesAndGoes) {
+  const WithoutDisplay display;
+  ObjectsPane pane;
+  const QAbstractItemModel& shown = *pane.view(ObjectKind::eEdits).model();
+  const auto names = [&shown] {
+    QStringList all;
+    for (int row = 0; row < shown.rowCount(); ++row)
+      all.append(shown.index(row, 0).data().toString());
+    return all;
+  };
+  pane.show(edits({"b", "d", "f"}));
+  pane.show(edits({"b", "g", "f"}));
+  EXPECT_EQ(names(), QStringList({"b", "f", "g"})) << "renamed";
+  pane.show(edits({"b", "g", "f", "a"}));
+  EXPECT_EQ(names(), QStringList({"a", "b", "f", "g"})) << "one came last";
+  Snapshot fewer = edits({"b", "g", "f", "a", "e"});
+  ObjectRows rows = *fewer.objects[0];
+  rows.erase(rows.begin() + 1);
+  fewer.objects[0] = std::make_shared<const ObjectRows>(rows);
+  pane.show(fewer);
+  EXPECT_EQ(names(), QStringList({"a", "b", "e", "f"})) << "one of the middle went";
+  pane.show(edits({"z", "y", "x", "a", "w"}));
+  EXPECT_EQ(names(), QStringList({"a", "w", "x", "y", "z"}));
+  QTreeView& view = pane.view(ObjectKind::eEdits);
+  view.sortByColumn(3, Qt::DescendingOrder);  // by the owner, whom none has
+  view.sortByColumn(0, Qt::DescendingOrder);
+  EXPECT_EQ(names(), QStringList({"z", "y", "x", "w", "a"}));
+  pane.show(editsNamed("Edit %1", 0, 400));
+  EXPECT_EQ(names().front(), "Edit 00000399") << "so many that the list begins anew";
+}
+
 TEST(ObjectsPaneTest, AnEditThatAnotherDeletedSaysSo) {
   const WithoutDisplay display;
   ObjectsPane pane;
