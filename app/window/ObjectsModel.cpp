@@ -6,6 +6,7 @@
 #include "app/window/Appearance.h"
 #include "app/window/Texts.h"
 #include "station/containers/Containers.h"
+#include "station/edit/Timecode.h"
 #include "station/media/MediaCache.h"
 
 namespace korvel {
@@ -112,8 +113,8 @@ constexpr int kAskDelayMs = 30;
 QList<Column> columnsOf(ObjectKind kind) {
   switch (kind) {
     case ObjectKind::eEdits:
-      return {Column::eName,  Column::eNews,     Column::eMay,    Column::eOwner,
-              Column::eState, Column::eModified, Column::eSavedBy};
+      return {Column::eName,   Column::eNews,     Column::eMay,     Column::eOwner, Column::eState,
+              Column::eLength, Column::eModified, Column::eSavedBy, Column::eSource};
     case ObjectKind::eMedia:
       return {Column::eName, Column::eNews, Column::eDetail, Column::eExtra};
     default:
@@ -146,6 +147,19 @@ QString stateText(const ObjectRow& row) {
     return row.isOpen ? ObjectsModel::tr("open, unsaved") : ObjectsModel::tr("unsaved");
   if (row.isUnsavedElsewhere) return ObjectsModel::tr("unsaved there");
   return row.isOpen ? ObjectsModel::tr("open") : QString();
+}
+
+/// At the rate of the timeline's ruler where the edit tells none.
+QString lengthText(const ObjectRow& row) {
+  if (!row.length) return {};
+  return QString::fromStdString(Timecode(row.rate > 0 ? row.rate : 24).textAt(*row.length));
+}
+
+/// "harbour.mov", or "harbour.mov and 2 more".
+QString sourceText(const ObjectRow& row) {
+  const QString main = oneLine(row.source);
+  if (row.sources < 2) return main;
+  return ObjectsModel::tr("%1 and %n more", nullptr, row.sources - 1).arg(main);
 }
 
 bool hasSameKeys(const ObjectRows& a, const ObjectRows& b) {
@@ -352,6 +366,10 @@ QString ObjectsModel::headerText(Column column) const {
       return tr("Saved");
     case eSavedBy:
       return tr("By");
+    case eLength:
+      return tr("Length");
+    case eSource:
+      return tr("Source");
   }
   return {};
 }
@@ -390,6 +408,10 @@ QString ObjectsModel::textOf(const ObjectRow& row, Column column) const {
       return row.savedAt.isValid() ? shownTime(row.savedAt.toLocalTime()) : QString();
     case eSavedBy:
       return oneLine(row.savedBy);
+    case eLength:
+      return lengthText(row);
+    case eSource:
+      return sourceText(row);
   }
   return {};
 }
@@ -417,7 +439,8 @@ QVariant ObjectsModel::iconOf(const ObjectRow& row, Column column) const {
 
 QVariant ObjectsModel::colourOf(const ObjectRow& row, Column column) const {
   const bool isQuiet = column == eOwner || column == eDetail || column == eExtra ||
-                       column == eModified || column == eSavedBy;
+                       column == eModified || column == eSavedBy || column == eLength ||
+                       column == eSource;
   if (isQuiet) return colours().quiet;
   if (column == eNews) return row.problem.isEmpty() ? colours().accent : colours().bad;
   if (column == eState && row.isDirty) return colours().warn;
@@ -509,8 +532,10 @@ QVariant ObjectsModel::data(const QModelIndex& index, int role) const {
       return toolTipOf(row);
     case eSortRole:
       // What is shown of a time is short and in no order.
-      return column == eModified ? row.savedAt.toUTC().toString(QStringLiteral("yyyyMMddHHmmss"))
-                                 : textOf(row, column);
+      if (column == eModified)
+        return row.savedAt.toUTC().toString(QStringLiteral("yyyyMMddHHmmss"));
+      // Of several rates the same timecode is not the same length.
+      return column == eLength ? QVariant(row.length.value_or(-1)) : textOf(row, column);
     case eCookieRole:
       return row.cookie;
     case kBadgesRole:

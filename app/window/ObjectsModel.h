@@ -42,7 +42,19 @@ class ObjectsModel : public QAbstractTableModel {
   Q_OBJECT
 
  public:
-  enum Column { eName, eOwner, eMay, eState, eDetail, eExtra, eNews, eModified, eSavedBy };
+  enum Column {
+    eName,
+    eOwner,
+    eMay,
+    eState,
+    eDetail,
+    eExtra,
+    eNews,
+    eModified,
+    eSavedBy,
+    eLength,
+    eSource
+  };
   enum Role { eSortRole = Qt::UserRole, eCookieRole };
 
   /// The book of news must outlive it, and is told the rows that come.

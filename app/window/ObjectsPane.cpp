@@ -61,6 +61,7 @@ ColumnFit::Width widthOf(const QTreeView& view, Column column) {
     return ColumnFit::Width{width, width};
   };
   const QDateTime noon(QDate::currentDate(), QTime(12, 4));
+  const int timecode = view.fontMetrics().horizontalAdvance(QStringLiteral("00:00:00:00")) + 20;
   switch (column) {
     case Column::eNews:
       return {whole(newsText({false, QStringLiteral("ANNABEN"), noon})),
@@ -71,8 +72,12 @@ ColumnFit::Width widthOf(const QTreeView& view, Column column) {
       return longest(ObjectsModel::tr("open, unsaved"), ObjectsModel::tr("unsaved there"));
     case Column::eModified:
       return {whole(shownDayAndTime(noon)), whole(shownDayAndTime(noon)), kNameBeside};
+    case Column::eLength:
+      return {timecode, timecode, kNameBeside};
     case Column::eSavedBy:
       return {96, 72, kNameBeside};
+    case Column::eSource:
+      return {150, 90, kNameBeside};
     case Column::eOwner:
       return {96, 72};
     default:

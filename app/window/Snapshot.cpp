@@ -244,6 +244,11 @@ void SnapshotMaker::addHistory(ObjectRow& row) const {
     row.content = edit->content;
     row.savedBy = readableText(shownText(edit->savedBy));
     row.savedAt = QDateTime::fromString(readableText(edit->savedAt), Qt::ISODate);
+    const EditExtent extent = station_.edits().extent(Cookie(cookie.c_str(), false));
+    if (edit->problem.empty()) row.length = extent.length;
+    row.rate = extent.rate;
+    row.source = readableText(shownText(extent.source));
+    row.sources = static_cast<int>(extent.sources);
   } else if (row.isDeleted) {
     row.content = contentBefore(row);
   } else {

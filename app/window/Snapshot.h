@@ -7,6 +7,7 @@
 #include <array>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -66,10 +67,14 @@ struct ObjectRow {
   QString missingFrom;              ///< users whose unsaved changes are missing here; or empty
   bool isDeleted = false;           ///< by another, while it was open or had unsaved changes here
   RemoteChanges elsewhere;
-  quint64 content = 0;   ///< other when it holds something else; the same at every start
-  QString savedBy;       ///< the user who saved an edit last, where that is known
-  QDateTime savedAt;     ///< when it was saved last, UTC; invalid where nothing tells it
-  QStringList contents;  ///< a bin's and a rack's cookies
+  quint64 content = 0;           ///< other when it holds something else; the same at every start
+  QString savedBy;               ///< the user who saved an edit last, where that is known
+  QDateTime savedAt;             ///< when it was saved last, UTC; invalid where nothing tells it
+  std::optional<double> length;  ///< of an edit that can be read, in seconds
+  double rate = 0;               ///< frames a second; 0 where none is told
+  QString source;                ///< the media file of which an edit shows most; or empty
+  int sources = 0;               ///< how many media files it shows
+  QStringList contents;          ///< a bin's and a rack's cookies
 
   friend bool operator==(const ObjectRow&, const ObjectRow&) = default;
 };

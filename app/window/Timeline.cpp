@@ -25,12 +25,6 @@ bool isSchema(const JsonValue& item, const char* name) {
   return item["OTIO_SCHEMA"].asString().rfind(std::string(name) + ".", 0) == 0;
 }
 
-const JsonValue& mediaOf(const JsonValue& clip) {
-  const JsonValue* single = clip.find("media_reference");
-  if (single) return *single;
-  return clip["media_references"][clip["active_media_reference_key"].asString()];
-}
-
 const JsonValue& rangeOf(const JsonValue& item) {
   const JsonValue& own = item["source_range"];
   return own.isObject() ? own : mediaOf(item)["available_range"];

@@ -84,7 +84,13 @@ bool EditFile::replaceBy(const Result<std::string>& bytes) {
   return true;
 }
 
+const EditExtent& EditFile::extent() const {
+  if (!extent_) extent_ = extentOf(document_.json());
+  return *extent_;
+}
+
 void EditFile::takeDocument(OtioDocument document, std::string_view bytes) {
+  extent_.reset();
   document_ = std::move(document);
   noteContent(bytes);
   configuration_.unwritten.clear();
@@ -176,6 +182,7 @@ void EditFile::takeSettings(const OtioDocument& stored, std::string_view bytes) 
 
 void EditFile::putContent(OtioDocument document) {
   noteSavedBody();
+  extent_.reset();
   if (isEdit()) document.setSetting(kOwnerKey, document_.setting(kOwnerKey));
   document.setStamp(document_.stamp());
   document_ = std::move(document);
@@ -319,6 +326,7 @@ void EditFile::noteUndone() {
 
 Result<void> EditFile::apply(const EditModification& modification) {
   if (modification.type_ == eModTrim) {
+    extent_.reset();
     return trimClip(document_.json(), modification.subject_.str(),
                     {modification.range_.start, modification.range_.end});
   }

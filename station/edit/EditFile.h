@@ -163,6 +163,13 @@ class EditFile : public Edit {
   /// Notes that these bytes, which its file held, are what the document was made of.
   void noteContent(std::string_view bytes) { saved_.note(bytes, document_.stamp().number); }
 
+  /// How long it is as it is shown, and from which media. Worked out when it is asked for: of a
+  /// long edit that takes longer than a change.
+  [[nodiscard]] const EditExtent& extent() const;
+
+  /// The same where it was worked out since the last change, else nothing.
+  [[nodiscard]] const std::optional<EditExtent>& knownExtent() const { return extent_; }
+
   /// The contentHash of what its file held when it was last read or written here.
   [[nodiscard]] std::size_t content() const { return saved_.hash().value_or(0); }
 
@@ -260,6 +267,7 @@ class EditFile : public Edit {
   std::optional<std::size_t> changedElsewhere_;  ///< what its file was found to hold, or kNoFile
   std::size_t savedBody_ = 0;  ///< of a dirty edit: a hash of that document without its owner
   mutable std::optional<bool> isAsSaved_;  ///< where it was looked at since the last change
+  mutable std::optional<EditExtent> extent_;
   std::weak_ptr<ObjectLock> lock_;
   bool isInStock_ = true;
   bool dirty_ = false;

@@ -153,8 +153,13 @@ std::optional<EditSummary> summaryInCache(const OpenProject& project, const std:
 
 EditSummary summaryOf(const EditFile& edit) {
   SaveStamp saved = edit.document().stamp();
-  return {edit.document().name(), utf8Text(edit.getOwner()), {},
-          edit.content(),         std::move(saved.by),       std::move(saved.at)};
+  return {edit.document().name(),
+          utf8Text(edit.getOwner()),
+          {},
+          edit.content(),
+          std::move(saved.by),
+          std::move(saved.at),
+          edit.knownExtent().value_or(EditExtent())};
 }
 
 JsonValue shownClip(const ClipInfo& clip) {
@@ -382,6 +387,12 @@ JsonValue Edits::state() const {
   return all;
 }
 
+EditExtent Edits::extent(const Cookie& cookie) const {
+  if (const EditFile* const edit = loaded(cookie)) return edit->extent();
+  const EditSummary* const known = summary(cookie);
+  return known ? known->extent : EditExtent();
+}
+
 Result<JsonValue> Edits::show(const Cookie& cookie) {
   const auto edit = hold(cookie);
   if (!edit) return edit.error();
@@ -451,6 +462,7 @@ void Edits::release(EditFile* edit) {
     // Unloaded while something still held it: this was the last hold.
     std::erase_if(gone_, [edit](const auto& each) { return each.get() == edit; });
   } else if (!edit->isUserOpen && !edit->holdsUnwritten()) {
+    static_cast<void>(edit->extent());  // what is listed without the document is known whole
     noteLoaded(*edit);
     index_.takeLoaded(*known);
   }

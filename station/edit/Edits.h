@@ -127,6 +127,9 @@ class Edits : public iProjectPart {
     return known ? &known->summary : nullptr;
   }
 
+  /// How long an object is, and from which media, with unsaved changes.
+  [[nodiscard]] EditExtent extent(const Cookie& cookie) const;
+
   /// One object with its clips; loads it if need be.
   Result<JsonValue> show(const Cookie& cookie);
 

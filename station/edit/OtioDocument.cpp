@@ -180,13 +180,6 @@ bool readRange(const JsonValue& json, ClipInfo& info) {
   return true;
 }
 
-/// The media reference that the clip uses: the only one, or the active one of several.
-const JsonValue& mediaOf(const JsonValue& clip) {
-  const JsonValue* single = clip.find("media_reference");
-  if (single) return *single;
-  return clip["media_references"][clip["active_media_reference_key"].asString()];
-}
-
 ClipInfo infoOf(const JsonValue& item, const std::string& path) {
   ClipInfo info{path, item["name"].asString(), item["OTIO_SCHEMA"].asString(), false, {}, 0};
   if (!readRange(item["source_range"], info)) {
@@ -256,6 +249,12 @@ Result<void> checkRange(const ClipRange& range, double rate) {
 }
 
 }  // namespace
+
+const JsonValue& mediaOf(const JsonValue& clip) {
+  const JsonValue* single = clip.find("media_reference");
+  if (single) return *single;
+  return clip["media_references"][clip["active_media_reference_key"].asString()];
+}
 
 std::vector<ClipInfo> listClips(const JsonValue& timeline) {
   std::vector<ClipInfo> clips;

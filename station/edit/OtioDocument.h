@@ -107,6 +107,10 @@ std::vector<ClipInfo> listClips(const JsonValue& timeline);
 /// The path of the clip that a user means by a path or an unambiguous name.
 Result<std::string> findClip(const JsonValue& timeline, const std::string& nameOrPath);
 
+/// The media reference that a clip uses, the only one or the active one of several; null where it
+/// has none.
+const JsonValue& mediaOf(const JsonValue& clip);
+
 /// What is known of the clip at a path; eNotFound when there is none.
 Result<ClipInfo> clipAt(const JsonValue& timeline, const std::string& path);
 

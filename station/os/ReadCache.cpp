@@ -26,7 +26,7 @@ namespace {
 namespace fs = std::filesystem;
 
 /// To be raised with every change of what a text holds.
-constexpr std::string_view kMagic = "korvel cache 3\n";
+constexpr std::string_view kMagic = "korvel cache 4\n";
 constexpr std::uint32_t kByteOrder = 0x01020304;
 constexpr std::string_view kBuilding = ".new-";
 // The cache lies in the user's directory, which may be a network's too. Without the cache the

@@ -213,7 +213,7 @@ void checkCache(std::string_view bytes) {
   std::snprintf(name, sizeof name, "%016zx", sumOf("/fzz"));
   const std::string path =
       placed(std::string("cache/") + name,
-             "korvel cache 3\n" + number(0x01020304) + number(sumOf(body)) + body);
+             "korvel cache 4\n" + number(0x01020304) + number(sumOf(body)) + body);
   ReadCache cache(folder, "/fzz");
   for (const char* const each : {"", "a", "E0001.otio"}) {
     const std::string_view* const text = cache.find(each, FileStamp{});

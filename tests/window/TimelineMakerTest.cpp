@@ -5,6 +5,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "station/edit/EditSummary.h"
+
 using namespace korvel;
 
 namespace {
@@ -51,6 +53,20 @@ TEST(TimelineMakerTest, ItemsFollowOneAnotherAndATransitionLiesOverTheCut) {
     }
   }
   EXPECT_GT(timeline.length, 0);
+}
+
+TEST(TimelineMakerTest, ATimelineIsAsLongAsTheListOfEditsSays) {
+  for (const char* const file : {"multitrack.otio", "nested_example.otio", "simple_cut.otio",
+                                 "screening_example.otio", "big_int.otio"}) {
+    std::ostringstream text;
+    text << std::ifstream(std::string(KV_DATA "/otio/") + file).rdbuf();
+    const Timeline timeline = timelineOf(*parseJson(text.str()));
+    const auto summary = readEditSummary(text.str());
+    ASSERT_TRUE(summary) << file;
+    EXPECT_NEAR(summary->extent.length, timeline.length, 1e-6) << file;
+    const bool hasLength = timeline.length > 0;
+    EXPECT_EQ(hasLength ? summary->extent.rate : timeline.rate, timeline.rate) << file;
+  }
 }
 
 TEST(TimelineMakerTest, NonsenseIsATimelineOfNoLength) {

@@ -74,6 +74,39 @@ TEST(ObjectColumnsTest, ShowWhoSavedWhenAndSortByTheTime) {
   EXPECT_TRUE(view.model()->index(1, saved).data().toString().startsWith("24 Dec 2025"));
 }
 
+TEST(ObjectColumnsTest, ShowLengthAndSourceAndSortByTheLength) {
+  const WithoutDisplay display;
+  ObjectsPane pane;
+  Snapshot snapshot = smallProject();
+  ObjectRows edits = *snapshot.objects[0];
+  edits[0].length = 10;  // "Quay", at no rate
+  edits[1].length = 8.5;
+  edits[1].rate = 30;
+  edits[1].source = "quay\n7.mov";
+  edits[1].sources = 3;
+  edits[2].source = "crane.mov";  // and it cannot be read
+  edits[2].sources = 1;
+  snapshot.objects[0] = std::make_shared<const ObjectRows>(edits);
+  pane.show(snapshot);
+  QTreeView& view = pane.view(ObjectKind::eEdits);
+  const int length = sectionOf(pane, ObjectsModel::eLength);
+  view.sortByColumn(length, Qt::AscendingOrder);
+  EXPECT_EQ(namesIn(pane, ObjectKind::eEdits), QStringList({"Crane at the quay", "Pier", "Quay"}));
+  const auto textAt = [&view](int row, int section) {
+    return view.model()->index(row, section).data().toString();
+  };
+  EXPECT_EQ(textAt(0, length), "");
+  EXPECT_EQ(textAt(1, length), "00:00:08:15");
+  EXPECT_EQ(textAt(2, length), "00:00:10:00");
+  const int source = sectionOf(pane, ObjectsModel::eSource);
+  EXPECT_EQ(textAt(0, source), "crane.mov");
+  EXPECT_EQ(textAt(1, source), "quay 7.mov and 2 more");
+  EXPECT_EQ(textAt(2, source), "");
+  EXPECT_EQ(view.model()->headerData(length, Qt::Horizontal).toString(), "Length");
+  EXPECT_EQ(view.model()->headerData(source, Qt::Horizontal).toString(), "Source");
+  EXPECT_TRUE(view.model()->index(1, 0).data(Qt::ToolTipRole).toString().contains("Length"));
+}
+
 TEST(ObjectColumnsTest, AreHiddenByTheMenuAndRememberedWithTheOrder) {
   const WithoutDisplay display;
   const ScratchFolder folder;

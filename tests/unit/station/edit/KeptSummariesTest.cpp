@@ -136,16 +136,36 @@ TEST_F(KeptSummariesTest, ADeletedEditIsNotShownThoughItIsKept) {
 }
 
 TEST_F(KeptSummariesTest, WhatIsKeptIsReadBackOrNotAtAll) {
-  const EditSummary summary{std::string("a\0b \xC3\xA9", 6), "ANNA", {}, 0x1234, "BEN",
-                            "2026-03-04T12:04:00Z"};
+  const EditSummary summary{
+      std::string("a\0b \xC3\xA9", 6),     "ANNA", {}, 0x1234, "BEN", "2026-03-04T12:04:00Z",
+      {1.0 / 3, 29.97, "quay \xE9.mov", 3}};
   const std::string text = keptText(summary);
   EXPECT_EQ(*keptSummary(text), summary);
   EXPECT_EQ(*keptSummary(keptText({})), EditSummary{});
-  for (const char* const bad :
-       {"", " ", "1", "1 ", "x 0 0 0 ", "1 x 0 0 ", "1 0 x 0 ", "1 0 0 x ", "1 0 0 ", "1 9 0 0 abc",
-        "1 0 9 0 abc", "1 0 0 9 abc", "1 2 2 0 abc", "1 1 1 2 abc", "1 -1 0 0 abc"}) {
+  for (const char* const bad : {"",
+                                " ",
+                                "1",
+                                "1 ",
+                                "x 0 0 0 0 0 0 0 ",
+                                "1 x 0 0 0 0 0 0 ",
+                                "1 0 0 0 x 0 0 0 ",
+                                "1 0 0 0 0 x 0 0 ",
+                                "1 0 0 0 0 0 0 x ",
+                                "1 0 0 0 0 0 0 ",
+                                "1 0 0 0 0 0 0 0",
+                                "1 9 0 0 0 0 0 0 abc",
+                                "1 0 9 0 0 0 0 0 abc",
+                                "1 0 0 9 0 0 0 0 abc",
+                                "1 0 0 0 9 0 0 0 abc",
+                                "1 2 2 0 0 0 0 0 abc",
+                                "1 1 1 1 1 0 0 0 abc",
+                                "1 -1 0 0 0 0 0 0 abc",
+                                "1 0 0 0 0 0 7ff0000000000000 0 ",
+                                "1 0 0 0 0 0 0 7ff8000000000000 ",
+                                "1 0 0 0 0 0 bff0000000000000 0 "}) {
     EXPECT_FALSE(keptSummary(bad)) << bad;
   }
+  EXPECT_EQ(keptSummary("1 1 1 1 0 0 0 0 abc")->savedBy, "c");
 }
 
 }  // namespace
