@@ -94,6 +94,11 @@ QVariant HoldersModel::iconOf(const HolderRow& row, int column) const {
   return column == eName ? icon(row.kind, with.quiet) : icon(row.sign, with.*row.colour);
 }
 
+QVariant HoldersModel::headerData(int section, Qt::Orientation orientation, int role) const {
+  if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
+  return section == eName ? tr("Name") : tr("State");
+}
+
 QVariant HoldersModel::data(const QModelIndex& index, int role) const {
   if (!index.isValid() || index.row() >= rowCount()) return {};
   const HolderRow& row = rows_[static_cast<std::size_t>(index.row())];

@@ -52,6 +52,9 @@ class HoldersModel : public QAbstractTableModel {
   int columnCount(const QModelIndex& parent = {}) const override;
   QVariant data(const QModelIndex& index, int role) const override;
 
+  /// The headings are not seen; screen readers tell them.
+  QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
  private:
   void removeMissing(const HolderRows& rows);
   void putInPlace(const HolderRow& wanted, int row);

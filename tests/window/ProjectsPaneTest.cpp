@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QAccessible>
 #include <QTreeView>
 #include <algorithm>
 
@@ -163,6 +164,15 @@ TEST_F(ProjectsPaneTest, ProjectsOfOneNameAreToldApart) {
   EXPECT_EQ(name(0), "Film  (P11111111)");
   EXPECT_EQ(name(1), "Harbour");
   EXPECT_EQ(name(2), "Film  (P33333333)");
+}
+
+TEST_F(ProjectsPaneTest, AScreenReaderTellsTheHeadingsThatAreNotSeen) {
+  for (QTreeView* const list : {&pane.projects(), &pane.rooms()}) {
+    QAccessibleInterface* const reader = QAccessible::queryAccessibleInterface(list);
+    ASSERT_TRUE(reader && reader->tableInterface());
+    EXPECT_EQ(reader->tableInterface()->columnDescription(HoldersModel::eName), "Name");
+    EXPECT_EQ(reader->tableInterface()->columnDescription(HoldersModel::eState), "State");
+  }
 }
 
 }  // namespace
