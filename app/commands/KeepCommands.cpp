@@ -43,6 +43,13 @@ Result<JsonValue> compare(Station&, const Cookie& cookie, const Arguments& argum
                               arguments.size() > 2 ? arguments[2] : std::string());
 }
 
+Result<JsonValue> restoreVersion(Station&, const Cookie& cookie, const Arguments& arguments) {
+  using EditActions::Unsaved;
+  if (arguments.size() == 2) return answer(EditActions::restore(cookie, arguments[1]));
+  if (arguments[2] != kDiscard) return wrongOption(arguments[2], "edit restore E V [--discard]");
+  return answer(EditActions::restore(cookie, arguments[1], Unsaved::eDrop));
+}
+
 std::string shownDifferences(Station&, const Arguments&, const JsonValue& differences) {
   return differences.elements().empty() ? "Nothing differs." : renderForPeople(differences);
 }
@@ -91,11 +98,10 @@ void addVersions(CommandTable& table) {
              "Shows what became of version V in version W; without W in the edit as it is shown, "
              "without V what is not saved.",
              1, 3, onEdit(compare), Command::Place::eHostThread, shownDifferences});
-  table.add({"edit restore", "E V", "Saves an older version as the newest; its owner stays.", 2, 2,
-             onEdit([](Station&, const Cookie& cookie, const Arguments& arguments) {
-               return answer(EditActions::restore(cookie, arguments[1]));
-             }),
-             Command::Place::eHostThread,
+  table.add({"edit restore", "E V [--discard]",
+             "Saves an older version as the newest; its owner stays. With --discard your unsaved "
+             "changes are dropped, once it is saved.",
+             2, 3, onEdit(restoreVersion), Command::Place::eHostThread,
              [](Station&, const Arguments& arguments, const JsonValue&) {
                return "Version " + shownText(arguments[1]) +
                       " is saved as the newest; \"undo\" takes it back.";

@@ -362,20 +362,20 @@ void ActionRunner::restore(const ObjectRow& edit, const VersionRow& version) {
   const QString line = QStringLiteral("edit restore %1 %2").arg(cookie, quoted(version.version));
   const QString what =
       tr("\"%1\" is again as it was saved %2.").arg(shownName(edit), versionTitle(version));
-  const auto run = [this, line, what](const QStringList& before) {
-    link_.runAll(before + QStringList(line), [this, what](const CommandOutcome& outcome) {
+  const auto run = [this, what](const QStringList& lines) {
+    link_.runAll(lines, [this, what](const CommandOutcome& outcome) {
       if (outcome.succeeded) Q_EMIT done(what, {QStringLiteral("undo")});
     });
   };
-  if (!edit.isDirty) return run({});
+  if (!edit.isDirty) return run({line});
   auto* question = new Question(
       QStringLiteral("restoreDialog"), tr("Restore"),
       tr("\"%1\" has changes that are not saved. What is to become of them?").arg(shownName(edit)),
       {}, &window_);
-  question->usualAnswer(tr("&Save them first"),
-                        [run, cookie] { run({QStringLiteral("edit save ") + cookie}); });
-  question->answer(tr("&Drop them"),
-                   [run, cookie] { run({QStringLiteral("edit revert ") + cookie}); });
+  question->usualAnswer(tr("&Save them first"), [run, cookie, line] {
+    run({QStringLiteral("edit save ") + cookie, line});
+  });
+  question->answer(tr("&Drop them"), [run, line] { run({line + QStringLiteral(" --discard")}); });
   question->ask();
 }
 

@@ -56,11 +56,17 @@ Result<Cookie> saveCopy(const Cookie& cookie, const std::string& name);
 /// gone.
 Result<void> revert(const Cookie& cookie);
 
-/// Saves an older version as the newest of an object without unsaved changes. Its owner stays.
-Result<void> restore(const Cookie& cookie, const std::string& version);
+/// What becomes of the local user's unsaved changes where other content is to be saved. They are
+/// dropped only once that succeeded.
+enum class Unsaved { eRefuse, eDrop };
 
-/// Saves any content as the newest version of an object without unsaved changes. Its owner stays.
-Result<void> saveAsNewest(const Cookie& cookie, const OtioDocument& document);
+/// Saves an older version as the newest of an object. Its owner stays.
+Result<void> restore(const Cookie& cookie, const std::string& version,
+                     Unsaved unsaved = Unsaved::eRefuse);
+
+/// Saves any content as the newest version of an object. Its owner stays.
+Result<void> saveAsNewest(const Cookie& cookie, const OtioDocument& document,
+                          Unsaved unsaved = Unsaved::eRefuse);
 
 /// Moves objects to the trash, all or (when one is refused) none; announces them together.
 Result<void> remove(const std::vector<Cookie>& cookies);

@@ -102,12 +102,13 @@ Result<void> EditActions::revert(const Cookie& cookie) {
   return withLoaded(cookie, [](EditFile&) { return Result<void>(); });  // unloads it if not open
 }
 
-Result<void> EditActions::restore(const Cookie& cookie, const std::string& version) {
+Result<void> EditActions::restore(const Cookie& cookie, const std::string& version,
+                                  Unsaved unsaved) {
   const auto document = EditHistory::read(cookie, version);
   if (!document) return document.error();
   const auto bytes = readFresh(openEdits().pathFor(cookie));
   const auto before = bytes ? OtioDocument::parse(*bytes) : Result<OtioDocument>(bytes.error());
-  const auto saved = saveAsNewest(cookie, *document);
+  const auto saved = saveAsNewest(cookie, *document, unsaved);
   // Of a file that could not be read nothing can be brought back.
   if (saved) {
     events().audit("version", {{"cookie", cookie.asString().str()},
@@ -118,25 +119,53 @@ Result<void> EditActions::restore(const Cookie& cookie, const std::string& versi
   return saved;
 }
 
-Result<void> EditActions::saveAsNewest(const Cookie& cookie, const OtioDocument& document) {
+namespace {
+
+/// Puts content in the place of unsaved changes and saves it. Where that fails, they are there
+/// again. What another saved meanwhile is replaced, and stays in the history, as it would be if the
+/// changes were dropped first.
+Result<void> saveInstead(EditFile& edit, const OtioDocument& document) {
+  const OtioDocument unsaved = edit.document();
+  edit.putContent(document);
+  auto saved = saveLoaded(edit, EditFile::Overwrite::eRefuse);
+  const bool isChanged = !saved && saved.error().code == ErrorCode::eChanged;
+  if (isChanged && !hasNoFile(edit)) saved = saveLoaded(edit, EditFile::Overwrite::eAccept);
+  if (saved) {
+    edit.holdsChangesOf.clear();
+  } else {
+    edit.putContent(unsaved);
+  }
+  return saved;
+}
+
+Result<void> saveOver(EditFile& edit, const OtioDocument& document) {
+  edit.putContent(document);
+  auto saved = saveLoaded(edit, EditFile::Overwrite::eRefuse);
+  // The refusal of the save is what the user has to know; where this fails too, the edit stays
+  // dirty.
+  if (!saved) (void)edit.revert();
+  return saved;
+}
+
+}  // namespace
+
+Result<void> EditActions::saveAsNewest(const Cookie& cookie, const OtioDocument& document,
+                                       Unsaved unsaved) {
   return withLoaded(cookie, [&](EditFile& edit) -> Result<void> {
     if (auto allowed = requireAllowed(cookie, eModContentsChanged); !allowed) return allowed;
-    if (edit.hasLocalChanges()) {
+    const bool hasUnsaved = edit.hasLocalChanges();
+    if (hasUnsaved && unsaved == Unsaved::eRefuse) {
       return Error{ErrorCode::eUnsaved,
                    "The " + titleOf(cookie) +
                        " has unsaved changes; \"edit save\" or \"edit revert\" it first.",
                    {}};
     }
-    edit.putContent(document);
-    auto saved = saveLoaded(edit, EditFile::Overwrite::eRefuse);
-    if (!saved) {
-      // The refusal of the save is what the user has to know; where this fails too, the edit stays
-      // dirty.
-      (void)edit.revert();
+    auto saved = hasUnsaved ? saveInstead(edit, document) : saveOver(edit, document);
+    if (saved) {
+      tellChanged(edit.kindText(), cookie, "reloaded");
+    } else {
       openEdits().noteLoaded(edit);  // the list has the older version's name by now
-      return saved;
     }
-    tellChanged(edit.kindText(), cookie, "reloaded");
     return saved;
   });
 }

@@ -198,6 +198,28 @@ TEST_F(WindowHistoryTest, RestoringAsksWhatBecomesOfUnsavedChanges) {
   });
 }
 
+TEST_F(WindowHistoryTest, UnsavedChangesAreDroppedOnlyIfTheVersionCanBeRestored) {
+  play([this](MainWindow& window) {
+    openHistory(window);
+    window.link().run("edit rename Dock Mole");
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Mole").isEmpty(); }));
+    chooseVersion(window, 1);
+    QTest::mouseClick(&window.history().restoreButton(), Qt::LeftButton);
+    ASSERT_TRUE(waitFor([&] { return answer(window, "restoreDialog", "Drop them"); }));
+    EXPECT_TRUE(waitFor([&] { return !keyOf(window, "Quay").isEmpty(); }));
+    window.link().run("edit rename Quay Mole");
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Mole").isEmpty(); }));
+    chooseVersion(window, 2);
+    QTest::mouseClick(&window.history().restoreButton(), Qt::LeftButton);
+    spoilVersions();
+    ASSERT_TRUE(waitFor([&] { return answer(window, "restoreDialog", "Drop them"); }));
+    ASSERT_TRUE(waitFor([&] { return window.messages().isVisible(); }));
+    EXPECT_TRUE(window.messages().text().contains("cannot be read"))
+        << window.messages().text().toStdString();
+    EXPECT_TRUE(window.objects().find(keyOf(window, "Mole"))->isDirty);
+  });
+}
+
 TEST_F(WindowHistoryTest, AVersionThatGoesWhileItIsChosenIsNoLongerDrawn) {
   play([this](MainWindow& window) {
     openHistory(window);

@@ -127,6 +127,52 @@ TEST_F(EditHistoryTest, NothingIsRestoredOverUnsavedChangesOrAgainstTheRules) {
   EXPECT_EQ(edits.nameOf(cookie), "Two");
 }
 
+TEST_F(EditHistoryTest, UnsavedChangesAreDroppedOnlyOnceTheOlderVersionIsSaved) {
+  using EditActions::Unsaved;
+  const Cookie cookie = made("One");
+  saveAs(cookie, "Two");
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  const auto expectKept = [&](const char* why) {
+    EXPECT_EQ(edits.nameOf(cookie), "Mine") << why;
+    ASSERT_TRUE(edits.loaded(cookie)) << why;
+    EXPECT_TRUE(edits.loaded(cookie)->hasLocalChanges()) << why;
+    EXPECT_NE(bytesOf(fileOf(cookie)).find("Two"), std::string::npos) << why;
+  };
+  EXPECT_EQ(EditActions::restore(cookie, "9", Unsaved::eDrop).error().code, ErrorCode::eNotFound);
+  expectKept("no such version");
+  rules.isAllowed = false;
+  EXPECT_EQ(EditActions::restore(cookie, "1", Unsaved::eDrop).error().code, ErrorCode::eRefused);
+  expectKept("another's edit");
+  rules.isAllowed = true;
+  {
+    const ObjectLock another(fileOf(cookie));
+    ASSERT_TRUE(another.taken());
+    EXPECT_FALSE(EditActions::restore(cookie, "1", Unsaved::eDrop));
+    expectKept("another is saving");
+  }
+  const auto restored = EditActions::restore(cookie, "1", Unsaved::eDrop);
+  ASSERT_TRUE(restored) << restored.error().message;
+  EXPECT_EQ(edits.nameOf(cookie), "One");
+  EXPECT_EQ(edits.loaded(cookie), nullptr);
+  EXPECT_EQ(column(cookie, "version"), (Notes{"3", "2", "1"}));
+}
+
+TEST_F(EditHistoryTest, AnOlderVersionReplacesWhatAnotherSavedBesideUnsavedChanges) {
+  using EditActions::Unsaved;
+  const Cookie cookie = made("One");
+  saveAs(cookie, "Two");
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  savedByAnother(cookie, "Theirs", "ben");
+  const auto restored = EditActions::restore(cookie, "1", Unsaved::eDrop);
+  ASSERT_TRUE(restored) << restored.error().message;
+  EXPECT_EQ(edits.nameOf(cookie), "One");
+  EXPECT_EQ(column(cookie, "user"), (Notes{"anna", "ben", "anna", "anna"}));
+  ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
+  fs::remove(fileOf(cookie));
+  EXPECT_FALSE(EditActions::restore(cookie, "1", Unsaved::eDrop));
+  EXPECT_EQ(edits.nameOf(cookie), "Mine") << "its file is gone";
+}
+
 TEST_F(EditHistoryTest, ASaveDoesNotReplaceWhatAnotherSavedMeanwhile) {
   const Cookie cookie = made("Reel");
   ASSERT_TRUE(EditActions::rename(cookie, "Mine"));
