@@ -163,7 +163,8 @@ std::string shownAsks(Station&, const Arguments&, const JsonValue& asks) {
   JsonValue rows = JsonValue::array();
   for (const JsonValue& each : asks.elements()) {
     const bool isOwn = each["own"].asBool();
-    const std::string whom = isOwn ? "you asked " + each["to"].asString() : each["from"].asString();
+    const char* const you = each["awaited"].asBool() ? "you wait for " : "you asked ";
+    const std::string whom = isOwn ? you + each["to"].asString() : each["from"].asString();
     rows.append(JsonValue::object(
         {{"number", each["number"]},
          {"who", whom},
@@ -189,6 +190,7 @@ Result<JsonValue> answerAsk(Station& station, const Arguments& words) {
 }
 
 std::string shownAnswering(Station&, const Arguments&, const JsonValue& ask) {
+  if (ask["awaited"].asBool()) return "You are not told any more when it is free.";
   return ask["own"].asBool() ? "Taken back." : "Answered.";
 }
 
@@ -224,15 +226,18 @@ void addAsking(CommandTable& table) {
              "Asks whoever holds an edit, room or private project for it, with a few words if "
              "given. \"room:Sound\" is the room where an edit is called so, too.",
              1, 2, ask, Command::Place::eHostThread, shownAsking});
-  table.add({"asks", "", "Shows what waits for an answer: others' asks, and yours.", 0, 0, asks,
-             Command::Place::eHostThread, shownAsks});
+  table.add({"asks", "",
+             "Shows what waits for an answer, others' asks and yours, and what you wait for with "
+             "\"tell-when-free\".",
+             0, 0, asks, Command::Place::eHostThread, shownAsks});
   table.add({"answer", "N give|no [TEXT]",
              "Answers the ask of this number: gives what is asked for away, saved, or keeps it. "
-             "\"no\" takes an ask of yours back.",
+             "\"no\" takes an ask of yours back, and ends your waiting.",
              2, 3, answerAsk, Command::Place::eHostThread, shownAnswering});
   table.add({"tell-when-free", "OBJECT",
-             "Tells you when you can have an edit, room or private project that another holds.", 1,
-             1, tellWhenFree, Command::Place::eHostThread, shownWaiting});
+             "Tells you when you can have an edit, room or private project that another holds. "
+             "\"asks\" shows what you wait for, \"answer N no\" ends it.",
+             1, 1, tellWhenFree, Command::Place::eHostThread, shownWaiting});
   table.add({"conversation", "[USER]",
              "Shows what you and others said and asked, with one colleague or with all; kept over "
              "restarts.",

@@ -60,6 +60,8 @@ bool asksForTrim(const ActionSpec& action) {
          !action.fields.empty();
 }
 
+constexpr const char* kAskWithWords = "ask {object} {0}";
+
 bool isGift(const ActionSpec& action) {
   return QLatin1String(action.line).startsWith(QLatin1String("edit give"));
 }
@@ -271,7 +273,7 @@ void ActionRunner::run(const ActionSpec& action) {
     runLine(filledLine(action, {row.cookie, copyName(row.name)}, {}));
   } else if (asksForTrim(action)) {
     const TimelineItem* const clip = panes_.detail->view().chosen();
-    askTrim(clip ? clip->path : QString())->show();
+    askTrim(panes_.detail->view().timeline(), clip ? clip->path : QString())->show();
   } else if (action.fields.empty()) {
     runLine(filledLine(action, targetWords(action.target), {}));
   } else {
@@ -446,8 +448,8 @@ ActionDialog* ActionRunner::askFields(const ActionSpec& action, const QStringLis
     const bool isImport = action.fields.front().kind == ActionField::Kind::eImportFiles;
     const QStringList files = values.front().split(QLatin1Char('\n'));
     if (isImport && files.size() > 1) return importFiles(files);
+    if (isGift(action)) return give(action, words, values);
     const QString line = filledLine(action, words, values);
-    if (isGift(action)) return give(line, values.front());
     runDoubtful(line, [this, &action, words, values](const CommandOutcome& outcome) {
       askAgain(action, words, values, outcome);
     });
@@ -455,16 +457,23 @@ ActionDialog* ActionRunner::askFields(const ActionSpec& action, const QStringLis
   return dialog;
 }
 
-TrimDialog* ActionRunner::askTrim(const QString& path) {
-  auto* dialog = new TrimDialog(panes_.detail->view().timeline(), path, &window_);
-  const QString edit = panes_.objects->chosen().front().cookie;
-  connect(dialog, &TrimDialog::filled, this, [this, edit](const ClipTrim& trim) {
-    link_.run(trim.line(edit), [this, edit, trim](const CommandOutcome& outcome) {
+void ActionRunner::askWithWords(const QString& object, Target target) {
+  const auto isMeant = [target](const ActionSpec& action) {
+    return action.target == target && QLatin1String(action.line) == QLatin1String(kAskWithWords);
+  };
+  askFields(*std::ranges::find_if(actionTable(), isMeant), {object})->show();
+}
+
+TrimDialog* ActionRunner::askTrim(const TimelinePtr& timeline, const QString& path) {
+  auto* dialog = new TrimDialog(timeline, path, &window_);
+  connect(dialog, &TrimDialog::filled, this, [this, timeline](const ClipTrim& trim) {
+    link_.run(trim.line(timeline->cookie), [this, timeline, trim](const CommandOutcome& outcome) {
+      if (outcome.succeeded || !panes_.objects->find(timeline->cookie)) return;
+      // Another edit may be chosen by now, or an older version shown.
       const TimelinePtr& shown = panes_.detail->view().timeline();
-      const auto chosen = panes_.objects->chosen();
-      const bool isChosen = !chosen.empty() && chosen.front().cookie == edit;
-      if (outcome.succeeded || !isChosen || !shown || shown->cookie != edit) return;
-      TrimDialog* const again = askTrim(trim.path());
+      const bool isStillShown = shown && shown->cookie == timeline->cookie &&
+                                shown->version.isEmpty() && shown->problem.isEmpty();
+      TrimDialog* const again = askTrim(isStillShown ? shown : timeline, trim.path());
       again->correct(trim, outcome.text);
       again->show();
     });
@@ -493,10 +502,12 @@ QString ActionRunner::whyNotTrim() const {
 void ActionRunner::askAgain(const ActionSpec& action, const QStringList& words,
                             const QStringList& values, const CommandOutcome& outcome) {
   if (outcome.succeeded || outcome.line.isEmpty()) return;
-  if (outcome.code != ErrorCode::eUsage && outcome.code != ErrorCode::eExists &&
-      outcome.code != ErrorCode::eRefused) {
-    return;
-  }
+  const bool isOfWhatWasTyped = outcome.code == ErrorCode::eUsage ||
+                                outcome.code == ErrorCode::eExists ||
+                                outcome.code == ErrorCode::eRefused;
+  // Nobody may be called so, or the edit is being saved elsewhere: the name need not be wrong.
+  const bool isGiftThatFailed = isGift(action) && panes_.objects->find(words.front());
+  if (!isOfWhatWasTyped && !isGiftThatFailed) return;
   ActionDialog* const dialog = askFields(action, words);
   dialog->correct(values, outcome.text);
   dialog->show();
@@ -587,13 +598,19 @@ void ActionRunner::takeOutcome(const CommandOutcome& outcome) {
 }
 
 // Asks before giving an edit to an unknown name: nobody could change it then.
-void ActionRunner::give(const QString& line, const QString& user) {
-  const QString doubt = doubtAbout(user);
-  if (doubt.isEmpty()) return link_.run(line);
+void ActionRunner::give(const ActionSpec& action, const QStringList& words,
+                        const QStringList& values) {
+  const QString line = filledLine(action, words, values);
+  const QString doubt = doubtAbout(values.front());
+  const HostLink::Ended then = [this, &action, words, values](const CommandOutcome& outcome) {
+    askAgain(action, words, values, outcome);
+  };
+  if (doubt.isEmpty()) return link_.run(line, then);
   auto* question = new Question(QStringLiteral("giveDialog"), tr("Give"), doubt, {}, &window_);
   const QString forced =
       takesOption("edit give", "--force") ? QStringLiteral(" --force") : QString();
-  question->answer(tr("&Give all the same"), [this, line, forced] { link_.run(line + forced); });
+  question->answer(tr("&Give all the same"),
+                   [this, line, forced, then] { link_.run(line + forced, then); });
   question->ask();
 }
 

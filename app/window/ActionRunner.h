@@ -49,6 +49,9 @@ class ActionRunner : public QObject {
 
   void run(const ActionSpec& action);
 
+  /// Asks for a few words, and with them the holder of an edit, room or project.
+  void askWithWords(const QString& object, Target target);
+
   /// Trims a clip of the chosen edit, whose timeline is shown.
   void trim(const ClipTrim& trim);
 
@@ -100,7 +103,7 @@ class ActionRunner : public QObject {
   [[nodiscard]] FieldContent fieldContent(const ActionField& field) const;
   void fillChoices(FieldContent& content, const ActionField& field) const;
   [[nodiscard]] QString whyNotTrim(const QString& line) const;
-  TrimDialog* askTrim(const QString& path);
+  TrimDialog* askTrim(const TimelinePtr& timeline, const QString& path);
   void askFields(const ActionSpec& action);
   ActionDialog* askFields(const ActionSpec& action, const QStringList& words);
   void askAgain(const ActionSpec& action, const QStringList& words, const QStringList& values,
@@ -109,7 +112,7 @@ class ActionRunner : public QObject {
   void nameOpeners(const QPointer<Question>& question, const std::vector<ObjectRow>& rows);
   void askBeforeEmptying(std::size_t count);
   void remove(const ActionSpec& action, const std::vector<ObjectRow>& rows);
-  void give(const QString& line, const QString& user);
+  void give(const ActionSpec& action, const QStringList& words, const QStringList& values);
   [[nodiscard]] QString doubtAbout(const QString& user) const;
   void runDoubtful(const QString& line, const HostLink::Ended& then = {}, const QString& file = {});
   void importNext();

@@ -62,10 +62,12 @@ QString foldedAsks(const std::vector<AskRow>& asks) {
 }
 
 QTreeWidgetItem* askItem(const AskRow& ask) {
-  const QString who =
-      ask.isOwn ? AskTeller::tr("you ask %1").arg(personName(ask.to)) : askerName(ask);
+  const QString asked = ask.isAwaited ? AskTeller::tr("you wait for %1").arg(personName(ask.to))
+                                      : AskTeller::tr("you ask %1").arg(personName(ask.to));
+  const QString words =
+      ask.isAwaited ? AskTeller::tr("to be told when it is free") : oneLine(ask.text.left(300));
   auto* item = new QTreeWidgetItem(
-      {who, thing(ask.kind, ask.name), oneLine(ask.text.left(300)), shownTime(ask.when)});
+      {ask.isOwn ? asked : askerName(ask), thing(ask.kind, ask.name), words, shownTime(ask.when)});
   item->setData(eAskWho, Qt::UserRole, QVariant::fromValue(ask.number));
   item->setToolTip(eAskWords, plainTip(ask.text));
   if (!ask.isOwn) item->setIcon(eAskWho, badgeIcon({ask.from, {}, false, false}));
@@ -161,7 +163,8 @@ void AskDialog::enable() {
   const AskRow* const ask = chosen();
   give_->setEnabled(ask && !ask->isOwn);
   keep_->setEnabled(ask);
-  keep_->setText(ask && ask->isOwn ? tr("&Take it back") : tr("&Not now"));
+  const QString end = ask && ask->isAwaited ? tr("&Wait no longer") : tr("&Take it back");
+  keep_->setText(ask && ask->isOwn ? end : tr("&Not now"));
   words_->setEnabled(ask && !ask->isOwn);
 }
 

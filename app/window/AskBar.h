@@ -21,8 +21,9 @@ namespace korvel {
 class MessageBar;
 
 /// All asks that wait for an answer, others' and one's own: gives, keeps or takes back the chosen
-/// one, with a few words if some are typed. What is chosen goes by the ask, whatever comes or goes
-/// beside it.
+/// one, with a few words if some are typed, which stay where that fails. Also what the user is to
+/// be told of when it is free, and ends that. What is chosen goes by the ask, whatever comes or
+/// goes beside it.
 class AskDialog : public QDialog {
   Q_OBJECT
 

@@ -219,6 +219,8 @@ void MainWindow::connectLink() {
   });
   connect(ownMenus_.get(), &WindowMenus::lookWanted, &link_, &HostLink::lookAgain);
   connect(actions_.get(), &ActionRunner::done, outcomes_.get(), &OutcomeTeller::tellUndoably);
+  connect(outcomes_.get(), &OutcomeTeller::wordsWanted, actions_.get(),
+          &ActionRunner::askWithWords);
   connect(actions_.get(), &ActionRunner::told, this,
           [this](const QString& what) { messages().tell(MessageBar::Kind::eNote, what); });
 }

@@ -347,7 +347,8 @@ void OutcomeTeller::tellRefusal(const QString& why) {
   panes_.messages->tell(MessageBar::Kind::eNote, why);
   if (panes_.objects->kind() != ObjectKind::eEdits) return;
   for (const ObjectRow& row : panes_.objects->chosen()) {
-    if (why == ActionRunner::ownerText(row)) return offerAsking(row.cookie, row.owner);
+    if (why == ActionRunner::ownerText(row))
+      return offerAsking(Target::eEdit, row.cookie, row.owner);
   }
 }
 
@@ -362,20 +363,22 @@ void OutcomeTeller::offerAsking(const CommandOutcome& refused) {
   const auto row = panes_.objects->find(word);
   // A refusal for another reason does not name the owner.
   if (row && !row->owner.isEmpty() && refused.text.contains(row->owner))
-    offerAsking(word, row->owner);
+    offerAsking(Target::eEdit, word, row->owner);
 }
 
 // By its kind: an edit may have the name of a room.
 void OutcomeTeller::offerHeld(const QString& word) {
   const bool isRoom = held_.command == QLatin1String("room enter");
-  offerAsking((isRoom ? QStringLiteral("room:") : QString()) + word, holderOf(held_.command, word));
+  offerAsking(isRoom ? Target::eRoom : Target::eProject,
+              (isRoom ? QStringLiteral("room:") : QString()) + word, holderOf(held_.command, word));
 }
 
-void OutcomeTeller::offerAsking(const QString& word, const QString& holder) {
+void OutcomeTeller::offerAsking(Target target, const QString& word, const QString& holder) {
   const QString ask =
       holder.isEmpty() ? tr("Ask for it") : tr("Ask %1 for it").arg(personName(holder));
-  panes_.messages->offer({menuText(ask), tr("Tell me when it is free")});
+  panes_.messages->offer({menuText(ask), tr("With a word…"), tr("Tell me when it is free")});
   acts_ = {[this, word] { link_.run(QStringLiteral("ask ") + quoted(word)); },
+           [this, word, target] { Q_EMIT wordsWanted(word, target); },
            [this, word] { link_.run(QStringLiteral("tell-when-free ") + quoted(word)); }};
 }
 

@@ -9,6 +9,7 @@
 #include <optional>
 #include <vector>
 
+#include "app/window/ActionTable.h"
 #include "app/window/HostLink.h"
 #include "app/window/WindowLayout.h"
 
@@ -101,6 +102,10 @@ class OutcomeTeller : public QObject {
   /// Takes away the refusal of a room or project that can be entered by now.
   void takeSnapshot(const Snapshot& snapshot);
 
+ Q_SIGNALS:
+  /// The user wants to add a few words to the ask for an edit, room or project.
+  void wordsWanted(const QString& object, Target target);
+
  private:
   void tell(const QString& text, const QString& action, const std::function<void()>& act);
   void tellOfMessage(const CommandOutcome& said);
@@ -112,7 +117,7 @@ class OutcomeTeller : public QObject {
   void noteMade(const CommandOutcome& outcome);
   void noteRefusal(const CommandOutcome& outcome);
   void offerAsking(const CommandOutcome& refused);
-  void offerAsking(const QString& word, const QString& holder);
+  void offerAsking(Target target, const QString& word, const QString& holder);
   void nameHolder(const QString& word);
   [[nodiscard]] QString holderOf(const QString& command, const QString& word) const;
   void showAgain(const CommandOutcome& outcome);

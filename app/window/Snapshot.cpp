@@ -96,7 +96,8 @@ AskRow askRow(const JsonValue& ask) {
           text("name"),
           text("text"),
           QDateTime::fromString(text("time"), Qt::ISODate).toLocalTime(),
-          ask["unverified"].asBool()};
+          ask["unverified"].asBool(),
+          ask["awaited"].asBool()};
 }
 
 /// The users who have a marker in the projects directory.

@@ -107,6 +107,7 @@ struct LeftEdit {
 };
 
 /// An ask that waits for an answer: another's for something of this user's, or the other way round.
+/// Or something that this user is to be told of when it is free.
 struct AskRow {
   long number = 0;  ///< by which commands name it
   bool isOwn = false;
@@ -117,6 +118,7 @@ struct AskRow {
   QString text;
   QDateTime when;  ///< local
   bool isUnverified = false;
+  bool isAwaited = false;  ///< nobody is asked for it
 
   friend bool operator==(const AskRow&, const AskRow&) = default;
 };

@@ -151,6 +151,11 @@ JsonValue Asks::list() const {
   for (const Outgoing& each : outgoing_) {
     all.emplace_back(each.number, shownAsk(each.ask, each.number, settings().user, true));
   }
+  for (const Awaited& each : awaited_) {
+    JsonValue shown = shownAsk(each.object, each.number, settings().user, true);
+    shown.set("awaited", true);
+    all.emplace_back(each.number, std::move(shown));
+  }
   std::ranges::sort(all, {}, &std::pair<long, JsonValue>::first);
   JsonValue list = JsonValue::array();
   for (auto& [number, shown] : all) list.append(std::move(shown));
@@ -163,13 +168,26 @@ Result<JsonValue> Asks::answer(long number, Answer answer, const std::string& te
   if (own != outgoing_.end() && answer == Answer::eKeep) return withdraw(own);
   const auto ask = std::ranges::find(incoming_, number, &Incoming::number);
   if (ask != incoming_.end()) return answerIncoming(ask, answer, text);
-  return Error{ErrorCode::eNotFound,
-               own == outgoing_.end()
-                   ? "No ask has the number " + std::to_string(number) +
-                         " now: it was answered or taken back, or there was none. \"asks\" shows "
-                         "those that wait."
-                   : "You cannot give yourself what another has. \"no\" takes your ask back.",
-               {}};
+  const auto awaited = std::ranges::find(awaited_, number, &Awaited::number);
+  if (awaited == awaited_.end() || answer == Answer::eGive) return whyNotAnswered(number);
+  awaited_.erase(awaited);
+  return JsonValue::object({{"own", true}, {"awaited", true}});
+}
+
+Error Asks::whyNotAnswered(long number) const {
+  const bool isOwn = std::ranges::count(outgoing_, number, &Outgoing::number) > 0;
+  const bool isAwaited = std::ranges::count(awaited_, number, &Awaited::number) > 0;
+  if (isOwn || isAwaited) {
+    return {ErrorCode::eNotFound,
+            std::string("You cannot give yourself what another has. \"no\" ") +
+                (isOwn ? "takes your ask back." : "ends your waiting for it."),
+            {}};
+  }
+  return {ErrorCode::eNotFound,
+          "No ask has the number " + std::to_string(number) +
+              " now: it was answered or taken back, or there was none. \"asks\" shows those that "
+              "wait.",
+          {}};
 }
 
 Result<JsonValue> Asks::withdraw(std::vector<Outgoing>::iterator own) {
@@ -270,17 +288,18 @@ Result<void> Asks::leaveProject(const NotedAsk& ask) {
 }
 
 Result<JsonValue> Asks::tellWhenFree(const std::string& object) {
-  const auto held = held_.find(object);
+  auto held = held_.find(object);
   if (!held) return held.error();
-  std::erase_if(awaited_, [&](const NotedAsk& each) {
-    return each.kind == held->kind && each.object == held->object;
+  std::erase_if(awaited_, [&](const Awaited& each) {
+    return each.object.kind == held->kind && each.object.object == held->object;
   });
   if (awaited_.size() >= kMostOfOne) {
     LogBoth("It is no longer awaited that %s is free: more than %d things are not.\n",
-            titleOf(awaited_.front()), static_cast<int>(kMostOfOne));
+            titleOf(awaited_.front().object), static_cast<int>(kMostOfOne));
     awaited_.erase(awaited_.begin());
   }
-  awaited_.push_back(*held);
+  held->when = std::time(nullptr);
+  awaited_.push_back({*held, ++lastNumber_});
   watchSoon();
   return JsonValue::object({{"kind", held->kind}, {"name", held->name}, {"holder", held->to}});
 }
@@ -526,11 +545,11 @@ void Asks::look() {
   // A share that does not answer would hold up everything.
   const ShareAnswer answer = parts_.presence.answer();
   if (answer.isAwaited || !answer.result) return watchSoon();
-  std::erase_if(awaited_, [this](const NotedAsk& each) {
-    const bool isLost = held_.isGone(each);
-    if (isLost) tellGone(each);
-    const bool canBeHad = !isLost && held_.isFree(each);
-    if (canBeHad) tellFree(each);
+  std::erase_if(awaited_, [this](const Awaited& each) {
+    const bool isLost = held_.isGone(each.object);
+    if (isLost) tellGone(each.object);
+    const bool canBeHad = !isLost && held_.isFree(each.object);
+    if (canBeHad) tellFree(each.object);
     return isLost || canBeHad;
   });
   dropNeedless();

@@ -69,17 +69,18 @@ class Asks {
   /// lists show it. Failures: those of find(), and a text that is too long.
   Result<JsonValue> ask(const std::string& object, const std::string& text);
 
-  /// What waits for an answer, others' asks and one's own, the oldest first.
+  /// What waits, the oldest first: others' asks and one's own for an answer, and with `awaited`
+  /// what tellWhenFree() waits for.
   [[nodiscard]] JsonValue list() const;
 
   /// Answers the ask of this number. To give is to give the edit away, with unsaved changes saved
   /// first, or to leave the room or project; where that fails, the ask stays. One's own ask is
-  /// withdrawn by keeping.
+  /// withdrawn by keeping, and what is awaited is awaited no longer.
   enum class Answer { eGive, eKeep };
   Result<JsonValue> answer(long number, Answer answer, const std::string& text);
 
-  /// Tells this station's user when an object that another holds can be had. Who holds it now, as
-  /// `holder`. Failures as of ask().
+  /// Tells this station's user when an object that another holds can be had; until then it is in
+  /// the list. Who holds it now, as `holder`. Failures as of ask().
   Result<JsonValue> tellWhenFree(const std::string& object);
 
   /// A message that was delivered.
@@ -105,6 +106,11 @@ class Asks {
     NotedAsk ask;
     long number = 0;
     std::optional<std::chrono::steady_clock::time_point> freeSince{};  ///< it can be had without
+  };
+
+  struct Awaited {
+    NotedAsk object;
+    long number = 0;
   };
 
   struct Given {
@@ -147,6 +153,7 @@ class Asks {
   void dropIncoming(const IsWithdrawn& isWithdrawn);
   [[nodiscard]] bool knows(const std::string& id) const;
   Result<JsonValue> withdraw(std::vector<Outgoing>::iterator own);
+  [[nodiscard]] Error whyNotAnswered(long number) const;
   Result<JsonValue> answerIncoming(std::vector<Incoming>::iterator ask, Answer answer,
                                    const std::string& text);
   Result<void> handOver(const Incoming& ask);
@@ -166,11 +173,11 @@ class Asks {
   std::vector<Outgoing> outgoing_;
   std::vector<Outgoing> givenUp_;  ///< taken back or made again; answers may still come
   std::vector<Given> answers_;
-  std::vector<NotedAsk> awaited_;  ///< by tellWhenFree()
-  RecentIds answered_;             ///< asks that were answered here or settled
-  RecentIds replaced_;             ///< others' asks that they made again
-  RecentIds heard_;                ///< answers that were taken: ask and answerer
-  std::set<std::string> more_;     ///< askers whose further asks are not taken
+  std::vector<Awaited> awaited_;  ///< by tellWhenFree()
+  RecentIds answered_;            ///< asks that were answered here or settled
+  RecentIds replaced_;            ///< others' asks that they made again
+  RecentIds heard_;               ///< answers that were taken: ask and answerer
+  std::set<std::string> more_;    ///< askers whose further asks are not taken
   long lastNumber_ = 0;
   bool isWatching_ = false;
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);  ///< what posted tasks hold weakly

@@ -183,6 +183,33 @@ TEST_F(AsksTest, WhatIsDeletedIsNoLongerAwaited) {
   await(*ben_, "log", {{"text", "Nobody waits for the edit \"Reel\" any more: it is gone."}});
 }
 
+TEST_F(AsksTest, WhatIsAwaitedIsListedAndIsEndedByItsNumber) {
+  makeReel();
+  run(*ben_, "tell-when-free Reel");
+  run(*ben_, "tell-when-free Reel");
+  const auto waiting = run(*ben_, "asks").elements();
+  ASSERT_EQ(waiting.size(), 1u);
+  EXPECT_TRUE(waiting[0]["awaited"].asBool());
+  EXPECT_TRUE(waiting[0]["own"].asBool());
+  EXPECT_EQ(waiting[0]["name"].asString(), "Reel");
+  EXPECT_EQ(waiting[0]["to"].asString(), "ANNA");
+  EXPECT_TRUE(run(*anna_, "asks").elements().empty()) << "she is asked for nothing";
+  const std::string number = std::to_string(waiting[0]["number"].asLong());
+  EXPECT_NE(refusal(*ben_, "answer " + number + " give").find("ends your waiting"),
+            std::string::npos);
+  run(*ben_, "answer " + number + " no");
+  EXPECT_TRUE(run(*ben_, "asks").elements().empty());
+  // Another thing that is awaited shows when it was looked whether anything is free.
+  run(*anna_, "edit create Pier");
+  settle(*ben_);
+  run(*ben_, "tell-when-free Pier");
+  for (const char* const name : {"Reel", "Pier"}) {
+    run(*anna_, std::string("edit give ") + name + " BEN --force");
+  }
+  awaitLong(*ben_, "free", {{"name", "Pier"}});
+  EXPECT_EQ(ben_->events("free").size(), 1u);
+}
+
 TEST_F(AsksTest, WhatCannotBeAskedForSaysWhy) {
   makeReel();
   run(*ben_, "edit create Mine");

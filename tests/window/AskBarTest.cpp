@@ -74,6 +74,41 @@ struct AskBarTest : testing::Test {
                    }};
 };
 
+TEST_F(AskBarTest, WhatIsAwaitedIsListedAndEnded) {
+  AskRow awaited = askOf(4, "ANNA", "Quay");
+  awaited.isOwn = awaited.isAwaited = true;
+  awaited.to = "BEN";
+  show({awaited});
+  EXPECT_TRUE(asks.isHidden()) << "nobody waits for an answer";
+  teller.showAll();
+  ASSERT_TRUE(dialog());
+  const QTreeWidgetItem& row = *dialog()->list().topLevelItem(0);
+  EXPECT_EQ(row.text(0), "you wait for BEN");
+  EXPECT_EQ(row.text(1), "the edit \"Quay\"");
+  EXPECT_EQ(row.text(2), "to be told when it is free");
+  EXPECT_FALSE(dialog()->words().isEnabled());
+  ASSERT_TRUE(button("&Wait no longer"));
+  button("&Wait no longer")->click();
+  EXPECT_EQ(lines, QStringList("answer 4 no"));
+}
+
+TEST_F(AskBarTest, WordsOfAnAnswerThatFailsStay) {
+  show({askOf(7, "BEN", "Quay")});
+  teller.showAll();
+  dialog()->words().setText("all yours");
+  button("&Give")->click();
+  EXPECT_EQ(lines, QStringList("answer 7 give \"all yours\""));
+  ended(false);
+  EXPECT_EQ(dialog()->words().text(), "all yours");
+  button("&Give")->click();
+  dialog()->words().setText("and more");
+  ended(true);
+  EXPECT_EQ(dialog()->words().text(), "and more") << "typed meanwhile";
+  dialog()->words().setText("bye");
+  button("&Give")->click();
+  EXPECT_EQ(lines.size(), 2) << "answered already";
+}
+
 TEST_F(AskBarTest, OneAskIsToldInWordsAndAnsweredAtOnce) {
   show({askOf(7, "BEN", "Opening titles", "please")});
   EXPECT_EQ(asks.text(), "BEN asks for the edit \"Opening titles\": please");

@@ -245,6 +245,25 @@ TEST_F(WindowSafetyTest, GivingToAnUnknownOrReservedNameIsAskedAbout) {
   });
 }
 
+TEST_F(WindowSafetyTest, AGiftThatIsRefusedKeepsTheNameThatWasTyped) {
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Pier").isEmpty(); }));
+    clickEdit(window, "Pier");
+    QTest::keyClick(&window, Qt::Key_G, Qt::ControlModifier);
+    const QPointer<QDialog> dialog = dialogOf(window, "actionDialog");
+    ASSERT_TRUE(dialog);
+    const QString name = QString::fromUtf8("GH€ST");  // messages cannot carry it
+    dialog->findChild<QComboBox*>()->setEditText(name);
+    ASSERT_TRUE(answer(window, "actionDialog", "Give to"));
+    ASSERT_TRUE(dialogOf(window, "giveDialog"));
+    ASSERT_TRUE(answer(window, "giveDialog", "Give all the same"));
+    QLabel* reason = nullptr;
+    ASSERT_TRUE(waitFor([&] { return reason = window.findChild<QLabel*>("reason"); }));
+    EXPECT_TRUE(reason->text().contains("separates")) << reason->text().toStdString();
+    EXPECT_EQ(reason->parentWidget()->findChild<QComboBox*>()->currentText(), name);
+  });
+}
+
 TEST_F(WindowSafetyTest, TheFocusOfAQuestionShowsWhatReturnDoes) {
   play([](MainWindow& window) {
     ASSERT_TRUE(waitFor([&] { return !keyOf(window, "Pier").isEmpty(); }));

@@ -1,9 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
+#include <QDialog>
 #include <QDockWidget>
+#include <QLabel>
+#include <QLineEdit>
 #include <QListWidget>
 #include <QPlainTextEdit>
+#include <QPointer>
 #include <QToolButton>
 #include <QTreeView>
 
@@ -132,6 +136,53 @@ TEST_F(WindowTalkTest, WhatIsGivenInAnotherProjectIsOpenedThere) {
       const auto row = window.objects().find(keyOf(window, "Pier"));
       return row && row->isOpen;
     }));
+  });
+}
+
+TEST_F(WindowTalkTest, AFewWordsGoWithAnAskAndStayWhereItIsRefused) {
+  script = std::string(kOneEdit) + "project create Trailer --private\n";
+  play([this](MainWindow& window) {
+    const auto ben = startBen(window);
+    EXPECT_TRUE(ben->command("project enter Trailer")["ok"].asBool());
+    window.link().run("project enter Trailer");
+    ASSERT_TRUE(waitFor([&] { return window.messages().text().contains("held by BEN"); }));
+    EXPECT_TRUE(press(window.messages(), "With a word…"));
+    QPointer<QDialog> dialog;
+    ASSERT_TRUE(waitFor([&] { return (dialog = window.findChild<QDialog*>("actionDialog")); }));
+    auto* const words = dialog->findChild<QLineEdit*>();
+    EXPECT_EQ(words->accessibleName(), "Your words");
+    words->setText(QString(301, 'x'));
+    QTest::keyClick(words, Qt::Key_Return);
+    QLabel* reason = nullptr;
+    ASSERT_TRUE(waitFor([&] { return reason = window.findChild<QLabel*>("reason"); }));
+    EXPECT_TRUE(reason->text().contains("301 bytes")) << reason->text().toStdString();
+    auto* const again = reason->parentWidget()->findChild<QLineEdit*>();
+    EXPECT_EQ(again->text().size(), 301);
+    again->setText("before noon, please");
+    QTest::keyClick(again, Qt::Key_Return);
+    const JsonValue heard = told(*ben, "asked");
+    EXPECT_EQ(heard["kind"].asString(), "project");
+    EXPECT_EQ(heard["text"].asString(), "before noon, please");
+  });
+}
+
+TEST_F(WindowTalkTest, WhatIsAwaitedIsAmongTheAsksAndEndsThere) {
+  script = std::string(kOneEdit) + "project create Trailer --private\n";
+  play([this](MainWindow& window) {
+    const auto ben = startBen(window);
+    EXPECT_TRUE(ben->command("project enter Trailer")["ok"].asBool());
+    window.link().run("project enter Trailer");
+    ASSERT_TRUE(waitFor([&] { return window.messages().text().contains("held by BEN"); }));
+    EXPECT_TRUE(press(window.messages(), "Tell me when it is free"));
+    const auto waiting = [&window] {
+      const auto& asks = window.snapshot()->asks;
+      return asks ? asks->size() : 0;
+    };
+    ASSERT_TRUE(waitFor([&] { return waiting() == 1; }));
+    EXPECT_TRUE(window.snapshot()->asks->front().isAwaited);
+    EXPECT_FALSE(window.asks().isVisible());
+    window.link().run("answer 1 no");
+    EXPECT_TRUE(waitFor([&] { return waiting() == 0; }));
   });
 }
 

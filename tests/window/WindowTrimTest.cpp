@@ -427,6 +427,27 @@ TEST_F(WindowTrimTest, TheDialogTrimsWhatIsTyped) {
   });
 }
 
+TEST_F(WindowTrimTest, ATrimThatIsRefusedKeepsWhatWasTypedThoughAnotherEditIsChosen) {
+  script += "edit create Other\nuser add BEN\n";
+  play([](MainWindow& window) {
+    showReel(window);
+    const QString reel = keyOf(window, "Reel");
+    QTest::keyClick(&window, Qt::Key_T, Qt::ControlModifier);
+    QPointer<TrimDialog> dialog;
+    ASSERT_TRUE(waitFor([&] { return (dialog = window.findChild<TrimDialog*>()); }));
+    QTest::keyClicks(dialog->findChild<QLineEdit*>("in"), "1:12");
+    window.link().run("edit give " + reel + " BEN");
+    ASSERT_TRUE(waitFor([&] { return window.objects().find(reel)->owner == "BEN"; }));
+    showReel(window, "Other");
+    QTest::keyClick(dialog->findChild<QLineEdit*>("in"), Qt::Key_Return);
+    ASSERT_TRUE(waitFor([&] { return !dialog && window.findChild<TrimDialog*>(); }));
+    const TrimDialog& again = *window.findChild<TrimDialog*>();
+    EXPECT_TRUE(again.findChild<QLabel*>("reason")->text().contains("may not change it"))
+        << again.findChild<QLabel*>("reason")->text().toStdString();
+    EXPECT_EQ(again.findChild<QLineEdit*>("in")->text(), "00:00:01:12");
+  });
+}
+
 TEST_F(WindowTrimTest, WhatBelongsToAnotherIsNotTrimmedAndThatIsSaid) {
   play([this](MainWindow& window) {
     StationProcess ben(other("BEN"));
