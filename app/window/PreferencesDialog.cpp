@@ -256,6 +256,7 @@ QWidget* PreferencesDialog::makeInput(const Preference& preference,
   }
   auto* edit = new QLineEdit(value);
   edit->setPlaceholderText(usual);
+  edit->setToolTip(plainTip(usual));  // has it whole where there is no room
   connect(edit, &QLineEdit::textChanged, this, &PreferencesDialog::check);
   if (preference.kind == PreferenceKind::eFolder || preference.kind == PreferenceKind::eFile)
     addBrowsing(*edit, preference.kind);

@@ -133,6 +133,7 @@ StartDialog::StartDialog(Options& options, const QString& problem)
   problem_->setVisible(!problem.isEmpty());
   folder_->setObjectName(QStringLiteral("folder"));
   folder_->setPlaceholderText(tr("such as /mnt/projects"));
+  folder_->setToolTip(folder_->placeholderText());  // has it whole where there is no room
   user_->setObjectName(QStringLiteral("user"));
   user_->setText(readableText(options.station.user).toUpper());
   remember_->setObjectName(QStringLiteral("remember"));
