@@ -46,7 +46,8 @@ class iProjectPart {
   virtual void takeUpUnlisted(const std::vector<std::string>& files) { (void)files; }
 
   /// Shows what was found in the folder by looking, and tells of what no message told before.
-  /// Files of other parts are among them. The number of changes told of.
+  /// Files of other parts are among them. The number of those changes that
+  /// a message should have told of.
   virtual std::size_t catchUp(const FoundFiles& files) {
     (void)files;
     return 0;

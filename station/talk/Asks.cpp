@@ -137,7 +137,7 @@ Result<JsonValue> Asks::ask(const std::string& object, const std::string& text) 
                            true});
   watchSoon();
   JsonValue shown = shownAsk(ask, lastNumber_, user, true);
-  shown.set("here", stationOf(ask.to).has_value());
+  shown.set("here", parts_.presence.lookFor(ask.to).has_value());
   return shown;
 }
 
@@ -245,9 +245,9 @@ Result<void> Asks::giveEdit(const Incoming& ask) {
                  {}};
   }
   using EditActions::Recipient;
-  // Owners have the names of hosts. Of several stations of one user the one whose note has the ask
-  // is meant.
-  auto asker = stationOf(ask.from);
+  // Freshly: who has just come or gone is not known otherwise. Owners have the names of hosts. Of
+  // several stations of one user the one whose note has the ask is meant.
+  auto asker = parts_.presence.lookFor(ask.from);
   for (const FoundStation& each : parts_.presence.known()) {
     const bool hasAsked = !ask.note.empty() && each.note.id == ask.note && each.isAlive();
     if (asker && hasAsked && each.note.user == ask.from) asker = each.note;
@@ -302,14 +302,6 @@ Result<JsonValue> Asks::tellWhenFree(const std::string& object) {
   awaited_.push_back({*held, ++lastNumber_});
   watchSoon();
   return JsonValue::object({{"kind", held->kind}, {"name", held->name}, {"holder", held->to}});
-}
-
-/// A station of this user that is here. Asked freshly where none is known: one may just have come.
-std::optional<StationNote> Asks::stationOf(const std::string& user) const {
-  for (const FoundStation& each : parts_.presence.known()) {
-    if (each.isAlive() && upperCased(each.note.user) == upperCased(user)) return each.note;
-  }
-  return parts_.presence.lookFor(user);
 }
 
 bool Asks::isMe(const std::string& name) const {

@@ -132,7 +132,6 @@ class Asks {
     std::set<std::string> ids_;
   };
 
-  [[nodiscard]] std::optional<StationNote> stationOf(const std::string& user) const;
   [[nodiscard]] bool isMe(const std::string& name) const;
 
   void takeUpEarlier();
