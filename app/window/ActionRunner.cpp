@@ -296,8 +296,10 @@ void ActionRunner::runLine(const QString& line, const HostLink::Ended& then) {
   if (line.trimmed() == QLatin1String("quit")) {
     window_.close();
   } else if (leavesProject(line)) {
+    // Discarded by the command itself: where the other project cannot be entered, nothing is.
     guard_.before(
-        tr("Leave the project"), [this, line, then] { link_.run(line, then); }, [] {});
+        tr("Leave the project"), [this, line, then] { link_.run(line, then); }, [] {},
+        [this, line, then] { link_.run(line + QStringLiteral(" --discard"), then); });
   } else {
     link_.run(line, then);
   }
@@ -502,7 +504,9 @@ QString ActionRunner::whyNotTrim() const {
 void ActionRunner::askAgain(const ActionSpec& action, const QStringList& words,
                             const QStringList& values, const CommandOutcome& outcome) {
   if (outcome.succeeded || outcome.line.isEmpty()) return;
-  const bool isOfWhatWasTyped = outcome.code == ErrorCode::eUsage ||
+  const bool isToNobody =
+      outcome.command == QLatin1String("say") && outcome.code == ErrorCode::eNotFound;
+  const bool isOfWhatWasTyped = isToNobody || outcome.code == ErrorCode::eUsage ||
                                 outcome.code == ErrorCode::eExists ||
                                 outcome.code == ErrorCode::eRefused;
   // Nobody may be called so, or the edit is being saved elsewhere: the name need not be wrong.

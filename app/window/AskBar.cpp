@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "app/window/Dialogs.h"
 #include "app/window/Lists.h"
 #include "app/window/MessageBar.h"
 #include "app/window/PeoplePane.h"
@@ -82,7 +83,10 @@ QString answerLine(const AskRow& ask, const QString& how, const QString& words) 
 }
 
 AskDialog::AskDialog(QWidget* parent)
-    : QDialog(parent), list_(new QTreeWidget), words_(new QLineEdit) {
+    : QDialog(parent),
+      list_(new QTreeWidget),
+      gone_(wrappedLabel("gone", tr("This ask was taken back, or is answered."))),
+      words_(new QLineEdit) {
   setObjectName(QStringLiteral("askDialog"));
   setWindowTitle(tr("Asks that wait for an answer"));
   setAttribute(Qt::WA_DeleteOnClose);
@@ -117,9 +121,11 @@ void AskDialog::build() {
   for (QPushButton* each : {give_, keep_, buttons->button(QDialogButtonBox::Close)}) {
     each->setAutoDefault(false);
   }
+  gone_->hide();
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(12, 12, 12, 12);
   layout->addWidget(list_, 1);
+  layout->addWidget(gone_);
   layout->addWidget(words_);
   layout->addWidget(buttons);
   connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
@@ -129,6 +135,8 @@ void AskDialog::take(const std::vector<AskRow>& asks) {
   if (asks == rows_ && list_->topLevelItemCount() > 0) return;
   const AskRow* const before = chosen();
   const long number = before ? before->number : -1;
+  const bool isGone = number >= 0 && number != answered_ &&
+                      std::ranges::find(asks, number, &AskRow::number) == asks.end();
   rows_ = asks;
   list_->clear();
   for (const AskRow& each : rows_) {
@@ -137,6 +145,7 @@ void AskDialog::take(const std::vector<AskRow>& asks) {
     if (each.number == number) list_->setCurrentItem(item);
   }
   if (number < 0) list_->setCurrentItem(list_->topLevelItem(0));
+  if (isGone) gone_->show();
   enable();
 }
 
@@ -152,6 +161,7 @@ void AskDialog::answer(const QString& how) {
   const AskRow* const ask = chosen();
   if (!ask) return;
   answeredWith_ = words_->text();
+  answered_ = ask->number;
   Q_EMIT answered(ask->number, answerLine(*ask, how, answeredWith_.trimmed()));
 }
 
@@ -165,7 +175,9 @@ void AskDialog::enable() {
   keep_->setEnabled(ask);
   const QString end = ask && ask->isAwaited ? tr("&Wait no longer") : tr("&Take it back");
   keep_->setText(ask && ask->isOwn ? end : tr("&Not now"));
-  words_->setEnabled(ask && !ask->isOwn);
+  if (ask) gone_->hide();
+  // Never while something is typed: the keyboard would go on to a button, and then to the window.
+  words_->setEnabled(words_->hasFocus() || !words_->text().isEmpty() || (ask && !ask->isOwn));
 }
 
 AskTeller::AskTeller(QWidget& window, MessageBar& asks, MessageBar& answers, Runner run)

@@ -11,6 +11,7 @@
 #include "app/window/HostLink.h"
 #include "app/window/Snapshot.h"
 
+class QLabel;
 class QLineEdit;
 class QPushButton;
 class QTreeWidget;
@@ -49,7 +50,9 @@ class AskDialog : public QDialog {
   [[nodiscard]] const AskRow* chosen() const;
 
   QTreeWidget* list_;
+  QLabel* gone_;  ///< says that the chosen ask waits no more
   QLineEdit* words_;
+  long answered_ = -1;    ///< the ask that was answered last
   QString answeredWith_;  ///< the words of the last answer
   QPushButton* give_;
   QPushButton* keep_;

@@ -376,7 +376,7 @@ void MainWindow::openHere(const AskAnswer& given) {
     return actions_->runLine(QStringLiteral("room enter ") + word);
   if (given.kind == QLatin1String("project"))
     return actions_->runLine(QStringLiteral("project enter ") + word);
-  objects().choose(ObjectKind::eEdits, given.object);
+  outcomes_->chooseSoon(given.object);
   link_.run(QStringLiteral("edit open ") + word);
 }
 

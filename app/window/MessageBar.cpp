@@ -422,6 +422,11 @@ void OutcomeTeller::takeSnapshot(const Snapshot& snapshot) {
   panes_.messages->hide();
 }
 
+void OutcomeTeller::chooseSoon(const QString& cookie) {
+  madeEdit_ = cookie;
+  chooseMade();
+}
+
 void OutcomeTeller::chooseMade() {
   const ObjectsModel& edits = panes_.objects->model(ObjectKind::eEdits);
   if (const int row = madeEdit_.isEmpty() ? -1 : edits.rowOf(madeEdit_); row >= 0) {

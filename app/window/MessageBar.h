@@ -99,6 +99,9 @@ class OutcomeTeller : public QObject {
   /// Selects a newly made object as soon as its list has it.
   void chooseMade();
 
+  /// Chooses an edit now, or when the list has it.
+  void chooseSoon(const QString& cookie);
+
   /// Takes away the refusal of a room or project that can be entered by now.
   void takeSnapshot(const Snapshot& snapshot);
 

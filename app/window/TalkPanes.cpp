@@ -279,8 +279,7 @@ void ConversationPane::build() {
   write->setText(tr("&Write…"));
   write->setProperty("role", "button");
   write->setFocusPolicy(Qt::StrongFocus);
-  connect(write, &QToolButton::clicked, this,
-          [this] { Q_EMIT writeWanted(colleagues_->currentData().toString()); });
+  connect(write, &QToolButton::clicked, this, [this] { Q_EMIT writeWanted(answeree()); });
   auto* tools = new QHBoxLayout;
   tools->setContentsMargins(8, 6, 8, 6);
   tools->setSpacing(8);
@@ -327,6 +326,13 @@ void ConversationPane::keep(const SaidLine& line) {
     const Badge badge{colleague, {}, false, false};
     colleagues_->addItem(badgeIcon(badge), personName(colleague), colleague);
   }
+}
+
+// An answer that goes to everybody is rarely meant.
+QString ConversationPane::answeree() const {
+  const QString chosen = colleagues_->currentData().toString();
+  const auto last = std::ranges::find(lines_.rbegin(), lines_.rend(), false, &SaidLine::isOwn);
+  return chosen.isEmpty() && last != lines_.rend() ? last->from : chosen;
 }
 
 bool ConversationPane::isShown(const SaidLine& line) const {

@@ -117,6 +117,7 @@ class ConversationPane : public QWidget {
   void fill();
   void append(const SaidLine& line);
   void keep(const SaidLine& line);
+  [[nodiscard]] QString answeree() const;
   [[nodiscard]] bool isShown(const SaidLine& line) const;
   [[nodiscard]] bool isLookedAt() const;
   void setUnread(int count);

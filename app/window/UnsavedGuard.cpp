@@ -99,17 +99,19 @@ QString UnsavedGuard::textOf(const std::vector<LeftEdit>& left) const {
 }
 
 void UnsavedGuard::before(const QString& what, const std::function<void()>& go,
-                          const std::function<void()>& stay) {
+                          const std::function<void()>& stay,
+                          const std::function<void()>& goWithout) {
   // Asks the host thread, so go() or stay() is called later, never from here.
-  link_.askUnsaved([this, what, go, stay](const std::vector<UnsavedEdit>& unsaved) {
+  link_.askUnsaved([this, what, go, stay, goWithout](const std::vector<UnsavedEdit>& unsaved) {
     // A question is open already.
     if (asked_) return stay();
-    unsaved.empty() ? go() : ask(what, unsaved, go, stay);
+    unsaved.empty() ? go() : ask(what, unsaved, go, stay, goWithout);
   });
 }
 
 void UnsavedGuard::ask(const QString& what, const std::vector<UnsavedEdit>& unsaved,
-                       const std::function<void()>& go, const std::function<void()>& stay) {
+                       const std::function<void()>& go, const std::function<void()>& stay,
+                       const std::function<void()>& goWithout) {
   QStringList names;
   for (const UnsavedEdit& edit : unsaved) names << called(edit.cookie, edit.name);
   const QString text = tr("%Ln edits have changes that are not saved. Discarded changes are lost.",
@@ -121,9 +123,10 @@ void UnsavedGuard::ask(const QString& what, const std::vector<UnsavedEdit>& unsa
   asked_->usualAnswer(tr("&Save"), [this, lines = linesOn("edit save", unsaved), unlessFailed] {
     link_.runAll(lines, unlessFailed);
   });
-  asked_->answer(tr("&Discard"), [this, lines = linesOn("edit revert", unsaved), unlessFailed] {
+  const auto revert = [this, lines = linesOn("edit revert", unsaved), unlessFailed] {
     link_.runAll(lines, unlessFailed);
-  });
+  };
+  asked_->answer(tr("&Discard"), goWithout ? goWithout : revert);
   asked_->otherwise(stay);
   asked_->ask();
   Q_EMIT asking();

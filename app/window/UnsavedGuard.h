@@ -29,8 +29,9 @@ class UnsavedGuard : public QObject {
 
   /// Asks the station what is not saved, and the user what to do with it. `go` follows when nothing
   /// is unsaved any more, or when it may be dropped; `stay` when the user stays or a save failed.
+  /// `goWithout`, where there is one, follows instead of dropping the changes and `go`.
   void before(const QString& what, const std::function<void()>& go,
-              const std::function<void()>& stay);
+              const std::function<void()>& stay, const std::function<void()>& goWithout = {});
 
   /// Whether a save was refused since another saved in between: that is asked about.
   static bool isConflict(const CommandOutcome& outcome);
@@ -48,7 +49,8 @@ class UnsavedGuard : public QObject {
 
  private:
   void ask(const QString& what, const std::vector<UnsavedEdit>& unsaved,
-           const std::function<void()>& go, const std::function<void()>& stay);
+           const std::function<void()>& go, const std::function<void()>& stay,
+           const std::function<void()>& goWithout);
   [[nodiscard]] QString called(const QString& cookie, const QString& name) const;
   [[nodiscard]] QString titleOf(const LeftEdit& left) const;
   [[nodiscard]] QString textOf(const std::vector<LeftEdit>& left) const;

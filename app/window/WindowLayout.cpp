@@ -382,9 +382,24 @@ void WindowLayout::buildDocks() {
     if (dock == notificationsDock_) panes_.notifications->takeLook();
     if (dock == conversationDock_) panes_.conversation->takeLook();
   });
+  for (QDockWidget* each : toolDocks()) bringToFront(*each);
   const int height = kDockSize.height();
   window_.resizeDocks({logDock_, historyDock_, peopleDock_, conversationDock_, happenedDock_},
                       {height, height, height, height, height}, Qt::Vertical);
+}
+
+/// A pane that is asked for comes to the front of those that share its place; the toolkit would
+/// leave it behind them, and close it there at the next press.
+void WindowLayout::bringToFront(QDockWidget& dock) {
+  const auto isBehind = std::make_shared<bool>(false);
+  connect(&dock, &QDockWidget::visibilityChanged, &dock, [&dock, isBehind](bool isInSight) {
+    if (isInSight || !dock.isHidden()) *isBehind = !isInSight;
+  });
+  connect(dock.toggleViewAction(), &QAction::triggered, &dock, [&dock, isBehind](bool isWanted) {
+    if (!isWanted && !*isBehind) return;
+    dock.show();
+    dock.raise();
+  });
 }
 
 QList<QDockWidget*> WindowLayout::docks() const {

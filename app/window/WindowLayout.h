@@ -184,6 +184,7 @@ class WindowLayout : public QObject {
  private:
   void buildPanes();
   void buildDocks();
+  static void bringToFront(QDockWidget& dock);
   [[nodiscard]] QList<QDockWidget*> docks() const;
   [[nodiscard]] QList<QDockWidget*> toolDocks() const;
   QDockWidget* makeDock(const QString& title, const char* name, QWidget* content);

@@ -176,6 +176,27 @@ TEST_F(AskBarTest, ReturnInTheWordsLosesNothing) {
   EXPECT_EQ(dialog()->words().text(), "at five");
 }
 
+TEST_F(AskBarTest, WhoTypesWhileTheAskIsTakenBackGoesOnTyping) {
+  show({askOf(7, "BEN", "Quay")});
+  teller.showAll();
+  QLineEdit& words = dialog()->words();
+  QApplication::setActiveWindow(dialog());
+  words.setFocus();
+  QTest::keyClicks(&words, "not");
+  show({});
+  EXPECT_TRUE(words.isEnabled());
+  EXPECT_TRUE(words.hasFocus());
+  EXPECT_TRUE(dialog()->findChild<QLabel*>("gone")->isVisible());
+  QTest::keyClicks(QApplication::focusWidget(), " before five");
+  QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+  EXPECT_EQ(words.text(), "not before five");
+  EXPECT_TRUE(dialog()->isVisible());
+  EXPECT_TRUE(lines.isEmpty());
+  show({askOf(8, "CARL", "Pier")});
+  dialog()->list().setCurrentItem(dialog()->list().topLevelItem(0));
+  EXPECT_FALSE(dialog()->findChild<QLabel*>("gone")->isVisible());
+}
+
 TEST_F(AskBarTest, NoClickIsTakenWhereAnotherAskHasJustTakenThePlace) {
   show({askOf(1, "BEN", "Quay"), askOf(2, "CARL", "Pier")});
   show({askOf(2, "CARL", "Pier")});

@@ -2,12 +2,14 @@
 
 #include <QAction>
 #include <QDialog>
+#include <QDialogButtonBox>
 #include <QDockWidget>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QPointer>
+#include <QPushButton>
 #include <QToolButton>
 #include <QTreeView>
 
@@ -136,6 +138,11 @@ TEST_F(WindowTalkTest, WhatIsGivenInAnotherProjectIsOpenedThere) {
       const auto row = window.objects().find(keyOf(window, "Pier"));
       return row && row->isOpen;
     }));
+    const auto isChosen = [&] {
+      const auto chosen = window.objects().chosen();
+      return chosen.size() == 1 && chosen.front().name == "Pier";
+    };
+    EXPECT_TRUE(waitFor(isChosen));
   });
 }
 
@@ -201,6 +208,73 @@ TEST_F(WindowTalkTest, WhoWaitsForAProjectIsToldThatItIsFree) {
         << window.answers().text().toStdString();
     EXPECT_TRUE(press(window.answers(), "Open Trailer"));
     EXPECT_TRUE(waitForProject(window, "Trailer"));
+  });
+}
+
+TEST_F(WindowTalkTest, WhatIsDiscardedForAProjectThatIsHeldIsKept) {
+  script = std::string(kOneEdit) + "project create Trailer --private\n";
+  play([this](MainWindow& window) {
+    const auto ben = startBen(window);
+    EXPECT_TRUE(ben->command("project enter Trailer")["ok"].asBool());
+    command(window, "edit rename Quay Pier");
+    const auto isDirty = [&] {
+      const auto row = window.objects().find(keyOf(window, "Pier"));
+      return row && row->isDirty;
+    };
+    ASSERT_TRUE(waitFor(isDirty));
+    command(window, "project enter Trailer");
+    ASSERT_TRUE(waitFor([&] { return answer(window, "unsavedDialog", "Discard"); }));
+    EXPECT_TRUE(waitFor([&] { return window.messages().text().contains("held by BEN"); }))
+        << window.messages().text().toStdString();
+    EXPECT_TRUE(isDirty());
+    EXPECT_TRUE(ben->command("project leave")["ok"].asBool());
+    command(window, "project enter Trailer");
+    ASSERT_TRUE(waitFor([&] { return answer(window, "unsavedDialog", "Discard"); }));
+    EXPECT_TRUE(waitForProject(window, "Trailer"));
+  });
+}
+
+TEST_F(WindowTalkTest, WordsToNobodyAreAskedForAgain) {
+  script = kOneEdit;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    window.menus().action("say {0} {1}")->trigger();
+    const auto dialog = [&] { return window.findChild<QDialog*>("actionDialog"); };
+    ASSERT_TRUE(waitFor([&] { return dialog() != nullptr; }));
+    const auto fields = dialog()->findChildren<QLineEdit*>();
+    ASSERT_GE(fields.size(), 2);
+    fields[0]->setText("NOBODY");
+    fields[1]->setText("lunch?");
+    dialog()->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Ok)->click();
+    EXPECT_TRUE(waitFor([&] { return window.messages().text().contains("NOBODY"); }));
+    EXPECT_TRUE(waitFor([&] {
+      if (!dialog() || !dialog()->isVisible()) return false;
+      for (const QLineEdit* field : dialog()->findChildren<QLineEdit*>()) {
+        if (field->text() == "lunch?") return true;
+      }
+      return false;
+    }));
+  });
+}
+
+TEST_F(WindowTalkTest, APaneThatIsAskedForComesToTheFront) {
+  script = kOneEdit;
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    const auto dock = [&](const char* name) { return window.findChild<QDockWidget*>(name); };
+    QDockWidget* const history = dock("historyDock");
+    QDockWidget* const conversation = dock("conversationDock");
+    const auto isInSight = [](const QDockWidget* one) {
+      return !one->isHidden() && !one->visibleRegion().isEmpty();
+    };
+    conversation->toggleViewAction()->trigger();
+    EXPECT_TRUE(waitFor([&] { return isInSight(conversation); }));
+    history->toggleViewAction()->trigger();
+    EXPECT_TRUE(waitFor([&] { return isInSight(history) && !isInSight(conversation); }));
+    conversation->toggleViewAction()->trigger();
+    EXPECT_TRUE(waitFor([&] { return isInSight(conversation); })) << "it was behind";
+    conversation->toggleViewAction()->trigger();
+    EXPECT_TRUE(waitFor([&] { return conversation->isHidden(); })) << "it was in sight";
   });
 }
 
