@@ -72,7 +72,7 @@ struct ObjectRow {
   QDateTime savedAt;             ///< when it was saved last, UTC; invalid where nothing tells it
   std::optional<double> length;  ///< of an edit that can be read, in seconds
   double rate = 0;               ///< frames a second; 0 where none is told
-  QString source;                ///< the media file of which an edit shows most; or empty
+  QString source;                ///< the media file that fills most of an edit; or empty
   int sources = 0;               ///< how many media files it shows
   QStringList contents;          ///< a bin's and a rack's cookies
 

@@ -293,7 +293,7 @@ class LogFile {
             target->write(lines, texts);
           });
     } catch (const std::system_error&) {
-      return {};  // no thread is to be had: whoever has a line writes it
+      return {};  // without a thread each caller writes its own lines
     }
     awaitedInCrash = writer_.get();
     std::call_once(handlesCrashes_, handleCrashes);

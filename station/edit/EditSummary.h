@@ -15,7 +15,7 @@ class JsonValue;
 struct EditExtent {
   double length = 0;        ///< of its longest track, in seconds
   double rate = 0;          ///< frames a second of its first item; 0 where none tells it
-  std::string source{};     ///< the media file of which it shows most; empty where none is named
+  std::string source{};     ///< the media file that fills most of it; empty where none is named
   std::size_t sources = 0;  ///< how many media files it shows; beyond kMostSources not counted
 
   static constexpr std::size_t kMostSources = 1000;

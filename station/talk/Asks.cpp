@@ -35,8 +35,8 @@ constexpr std::chrono::milliseconds kBetweenLooks(2000);
 /// A note is written within a second, and looked at every five.
 constexpr std::chrono::seconds kLongestUntilNoted(20);
 
-/// Of a colleague's asks so many stand in the conversation for each minute: whoever asks for ever
-/// more pushes no words out of it.
+/// The conversation takes no more than this of one colleague's asks and answers in a minute, so
+/// that a flood of them pushes no words out of it.
 constexpr int kMostSaidAMinute = 20;
 
 }  // namespace

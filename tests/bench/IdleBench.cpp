@@ -70,6 +70,8 @@ std::optional<Usage> idleUsage(const std::string& programs, const std::string& f
   while ((line = station.readLine()) && line->find("\"project enter\"") == std::string::npos) {
   }
   if (!line || line->find("\"ok\":true") == std::string::npos) return {};
+  // Nothing tells that what entering brings is over, and time in which nothing happens is what is
+  // measured.
   std::this_thread::sleep_for(kUntilAtRest);
   const Usage before = usageOf(station.pid());
   std::this_thread::sleep_for(std::chrono::seconds(kSeconds));

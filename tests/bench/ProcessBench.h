@@ -20,7 +20,7 @@ bool measureFlood(BenchTable& table, const std::string& programs);
 bool measureUserList(BenchTable& table, const std::string& programs);
 bool measureEntering(BenchTable& table, const std::string& programs);
 
-/// The same on a folder of which each operation takes as long as a round trip to a file server.
+/// The same where each operation on the folder takes as long as a round trip to a file server.
 bool measureEnteringSlowly(BenchTable& table, const std::string& programs);
 
 /// What a station uses that has nothing to do.
