@@ -205,7 +205,7 @@ void Edits::enter(const OpenProject& project, const std::vector<std::string>&) {
     const Cookie cookie = cookieOfFile(name);
     if (cookie.isNull()) continue;
     if (auto summary = summaryInCache(project, name, stamp)) {
-      index_.put(cookie, std::move(*summary));
+      index_.put(cookie, std::move(*summary)).enteredAs = stamp.modified;
     } else {
       unread.push_back(name);
     }
@@ -255,7 +255,7 @@ void Edits::enterUnread(const OpenProject& project, const std::vector<std::strin
     if (project.cache && isAtRest(stamp, *project.listing)) {
       project.cache->put(names[each], stamp, keptText(summary));
     }
-    enterOne(cookie, std::move(summary));
+    index_.put(cookie, std::move(summary)).enteredAs = stamp.modified;
   }
 }
 

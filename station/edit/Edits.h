@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -24,6 +25,8 @@ struct KnownEdit {
   EditSummary summary;               ///< what the lists show
   std::unique_ptr<EditFile> loaded;  ///< its document, or null
   bool isStale = false;              ///< its file has changed since it was looked at
+  std::int64_t enteredAs = 0;        ///< when its file had changed last as the project was entered,
+                                     ///< in nanoseconds since 1970; 0 where it was not listed then
 };
 
 /// The open project's edits and logs by cookie and by name, and the documents of those that are

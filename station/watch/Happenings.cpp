@@ -502,15 +502,11 @@ void Happenings::handleProjectExit() {
 /// Lists the latest saves that the files tell of, and looks up what the newest did.
 void Happenings::listEarlier() {
   constexpr std::int64_t kNanosecondsASecond = 1'000'000'000;
-  const OpenProject& project = *hostParts().projects->current();
   std::vector<std::pair<std::int64_t, Cookie>> saves;
   for (const auto& [cookie, known] : edits_.all()) {
     const EditSummary& summary = known.summary;
     auto when = secondsIn(summary.savedAt);
-    const FileStamp* const file =
-        when ? nullptr
-             : project.listing->files.find(cookie.asString().str() + std::string(kEditEnding));
-    if (file) when = file->modified / kNanosecondsASecond;
+    if (!when && known.enteredAs > 0) when = known.enteredAs / kNanosecondsASecond;
     if (when && summary.problem.empty()) saves.emplace_back(*when, cookie);
   }
   const auto most = static_cast<std::ptrdiff_t>(std::min(saves.size(), kMostBefore));
