@@ -394,7 +394,8 @@ std::string keptText(const EditSummary& summary) {
 }
 
 std::optional<EditSummary> keptSummary(std::string_view keptText) {
-  EditSummary summary;
+  std::optional<EditSummary> kept(std::in_place);
+  EditSummary& summary = *kept;
   std::size_t name = 0, owner = 0, savedBy = 0, savedAt = 0, length = 0, rate = 0;
   const char* const end = keptText.data() + keptText.size();
   const char* at = keptText.data();
@@ -421,7 +422,7 @@ std::optional<EditSummary> keptSummary(std::string_view keptText) {
   summary.extent.rate = std::bit_cast<double>(rate);
   const auto isTime = [](double time) { return std::isfinite(time) && time >= 0; };
   if (!isWhole || !isTime(summary.extent.length) || !isTime(summary.extent.rate)) return {};
-  return summary;
+  return kept;
 }
 
 EditExtent extentOf(const JsonValue& timeline) {

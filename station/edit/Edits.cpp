@@ -16,17 +16,16 @@
 namespace korvel {
 
 // Objects of a folder that is read come in their order, behind all that are there.
-KnownEdit& EditIndex::put(const Cookie& cookie, EditSummary summary) {
+KnownEdit& EditIndex::put(const Cookie& cookie, EditSummary&& summary) {
   const bool isLast = edits_.empty() || edits_.rbegin()->first < cookie;
   KnownEdit* known = isLast ? nullptr : find(cookie);
   const bool isSameName = known && known->summary.name == summary.name &&
                           known->summary.problem.empty() == summary.problem.empty();
-  if (!known) {
-    known = &edits_.try_emplace(edits_.end(), cookie)->second;
-  } else if (!isSameName) {
-    removeName(cookie, known->summary.name);
-  }
+  if (known && !isSameName) removeName(cookie, known->summary.name);
   if (!isSameName) addName(cookie, summary);
+  if (!known) {
+    return edits_.try_emplace(edits_.end(), cookie, KnownEdit{std::move(summary)})->second;
+  }
   if (known->isStale) clearStale(cookie);
   known->summary = std::move(summary);
   return *known;

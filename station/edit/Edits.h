@@ -22,11 +22,11 @@ namespace korvel {
 
 /// What is known of one edit or log of the open project.
 struct KnownEdit {
-  EditSummary summary;               ///< what the lists show
-  std::unique_ptr<EditFile> loaded;  ///< its document, or null
-  bool isStale = false;              ///< its file has changed since it was looked at
-  std::int64_t enteredAs = 0;        ///< when its file had changed last as the project was entered,
-                                     ///< in nanoseconds since 1970; 0 where it was not listed then
+  EditSummary summary;                 ///< what the lists show
+  std::unique_ptr<EditFile> loaded{};  ///< its document, or null
+  bool isStale = false;                ///< its file has changed since it was looked at
+  std::int64_t enteredAs = 0;  ///< when its file had changed last as the project was entered,
+                               ///< in nanoseconds since 1970; 0 where it was not listed then
 };
 
 /// The open project's edits and logs by cookie and by name, and the documents of those that are
@@ -38,7 +38,7 @@ class EditIndex {
 
   /// Adds an object, or replaces what the lists show of it, which is not stale afterwards. A loaded
   /// document stays.
-  KnownEdit& put(const Cookie& cookie, EditSummary summary);
+  KnownEdit& put(const Cookie& cookie, EditSummary&& summary);
 
   /// Forgets an object that is not loaded; an unknown one is ignored.
   void remove(const Cookie& cookie);

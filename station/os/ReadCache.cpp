@@ -224,6 +224,7 @@ void run(const std::shared_ptr<CacheErrand>& errand, Work work) {
 class ReadCache::Loading : public CacheErrand {
  public:
   std::string bytes;
+  std::vector<Row> rows;  ///< they look into `bytes`
 };
 
 class ReadCache::Saving : public CacheErrand {};
@@ -232,20 +233,23 @@ ReadCache::ReadCache(std::string directory, std::string folder, std::size_t most
     : directory_(std::move(directory)), folder_(std::move(folder)), most_(most) {
   if (directory_.empty()) return;
   const auto loading = std::make_shared<Loading>();
-  run(loading, [loading, directory = directory_, path = directory_ + "/" + nameFor(folder_), most] {
+  const std::string path = directory_ + "/" + nameFor(folder_);
+  run(loading, [loading, directory = directory_, path, folder = folder_, most] {
     struct stat status {};
     const bool isOwned = ::lstat(directory.c_str(), &status) == 0 && isOwn(status);
-    if (isOwned) loading->bytes = readOwn(path, most);
+    if (!isOwned) return;
+    loading->bytes = readOwn(path, most);
+    loading->rows = rowsIn(loading->bytes, folder);
   });
   loading_ = loading;
 }
 
 void ReadCache::awaitRows() const {
   const auto loading = std::exchange(loading_, nullptr);
-  // A thread that takes longer may still be filling `loading`: its bytes must not be looked at.
+  // A thread that takes longer may still be filling `loading`, which must not be looked at.
   if (!loading || !loading->awaitEnd()) return;
   read_ = std::shared_ptr<const std::string>(loading, &loading->bytes);
-  takeRows(*read_);
+  rows_ = std::move(loading->rows);
 }
 
 ReadCache::~ReadCache() {
@@ -254,13 +258,13 @@ ReadCache::~ReadCache() {
   if (saving_) saving_->awaitEnd();
 }
 
-void ReadCache::takeRows(const std::string& bytes) const {
+std::vector<ReadCache::Row> ReadCache::rowsIn(std::string_view bytes, const std::string& folder) {
   Reader head(bytes);
   const bool isOurs = head.take(kMagic.size()) == kMagic && head.number() == kByteOrder;
   const std::uint64_t sum = head.number();
-  if (!head.isWell() || !isOurs || sum != sumOf(head.left())) return;
+  if (!head.isWell() || !isOurs || sum != sumOf(head.left())) return {};
   Reader reader(head.left());
-  if (reader.text() != folder_) return;
+  if (reader.text() != folder) return {};
   std::vector<Row> rows;
   while (reader.isWell() && !reader.left().empty()) {
     Row row;
@@ -269,7 +273,8 @@ void ReadCache::takeRows(const std::string& bytes) const {
     row.text = reader.text();
     rows.push_back(row);
   }
-  if (reader.isWell() && std::ranges::is_sorted(rows, {}, &Row::name)) rows_ = std::move(rows);
+  if (!reader.isWell() || !std::ranges::is_sorted(rows, {}, &Row::name)) return {};
+  return rows;
 }
 
 const ReadCache::Row* ReadCache::rowOf(std::string_view name) const {

@@ -65,7 +65,8 @@ class ReadCache {
   class Saving;
 
   void awaitRows() const;
-  void takeRows(const std::string& bytes) const;
+  /// What a cache of this folder holds, in the order of the names; empty where it is none.
+  [[nodiscard]] static std::vector<Row> rowsIn(std::string_view bytes, const std::string& folder);
   [[nodiscard]] const Row* rowOf(std::string_view name) const;
   [[nodiscard]] std::string bytes() const;
 

@@ -31,6 +31,7 @@ constexpr std::size_t kMostTold = 200;
 
 /// The time of a SaveStamp; nothing where it is none.
 std::optional<std::int64_t> secondsIn(const std::string& stamp) {
+  if (stamp.empty()) return std::nullopt;
   std::tm parts{};
   const char* const end = ::strptime(stamp.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
   if (!end || *end != '\0') return std::nullopt;
