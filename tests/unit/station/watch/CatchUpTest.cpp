@@ -210,9 +210,11 @@ TEST_F(CatchUpTest, AnEditThatCannotBeReadIsListedWithItsProblem) {
 
 TEST_F(CatchUpTest, ARoomMadeElsewhereIsTold) {
   passALook();  // the rooms were looked at once
+  const std::size_t before = catchUp.found();
   fs::create_directory(folder / (project.asString().str() + "/rooms"));
   write(folder / (project.asString().str() + "/rooms/Sound.json"), R"({"name":"Sound"})");
   EXPECT_TRUE(becomes([&] { return wasTold("room refreshed folder"); }));
+  EXPECT_EQ(catchUp.found(), before) << "no message tells of rooms, so none was lost";
 }
 
 }  // namespace
