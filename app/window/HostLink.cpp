@@ -1,6 +1,7 @@
 #include "app/window/HostLink.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "app/commands/Command.h"
@@ -16,6 +17,7 @@
 #include "station/edit/Edits.h"
 #include "station/talk/Conversation.h"
 #include "station/ui/Desktop.h"
+#include "station/watch/FolderWatch.h"
 #include "station/watch/Happenings.h"
 #include "station/watch/Presence.h"
 
@@ -25,10 +27,10 @@ namespace {
 
 constexpr int kTickMs = 100;
 
-/// The same while nothing happens, and how long nothing must have happened for that. Each tick
-/// wakes the window's thread twice and the host thread once.
-constexpr int kIdleTickMs = 4000;
+/// How long nothing must have happened for the window to wait for the host thread instead, which
+/// looks when it wakes anyway. Where no look comes for so long, the window asks whether it hangs.
 constexpr qint64 kIdleAfterMs = 1000;
+constexpr int kLongestSilenceMs = 2000;
 
 /// Snapshots take at most a fifth of the host thread's time, and lists of the share a twentieth:
 /// after each, there is a pause of so many times its duration.
@@ -111,12 +113,16 @@ void HostLink::hurry() {
   if (timer_.interval() != kTickMs) timer_.start(kTickMs);
 }
 
-/// Looks seldom where nothing happens and nothing is awaited.
+/// Leaves the next look to the host thread where nothing happens and nothing is awaited.
 void HostLink::rest() {
-  const bool isIdle = sinceNews_.elapsed() > kIdleAfterMs && !isSnapshotAsked_ && !isSignAsked_ &&
-                      !isBusy_ && !feed_.hasChanges();
-  const int pause = isIdle ? kIdleTickMs : kTickMs;
-  if (timer_.interval() != pause) timer_.start(pause);
+  const bool isIdle = isReady_ && sinceNews_.elapsed() > kIdleAfterMs && !isSnapshotAsked_ &&
+                      !isSignAsked_ && !isBusy_ && !feed_.hasChanges();
+  if (isIdle) {
+    askLook();
+    timer_.start(static_cast<int>(listsPauseMs_) + kLongestSilenceMs);
+  } else if (timer_.interval() != kTickMs) {
+    timer_.start(kTickMs);
+  }
 }
 
 void HostLink::post(const std::string& activity, std::function<void()> task) {
@@ -156,17 +162,36 @@ void HostLink::askSnapshot() {
   isSnapshotAsked_ = true;
   postQuietly("a look at the project", [this, tools = std::exchange(toPutBack_, {})] {
     putBack(tools, with_.station.desktop());
-    QElapsedTimer cost;
-    cost.start();
-    const Changes changes = feed_.takeChanges();
-    const SnapshotPtr snapshot = maker_.make(changes);
-    const qint64 took = cost.elapsed();
-    const bool hadLists = changes.all || changes.projects;
-    // Qt runs this on the window's thread: widgets may be used there only.
-    QMetaObject::invokeMethod(this, [this, snapshot, took, hadLists] {
-      if (hadLists) listsPauseMs_ = pauseBetweenLists(took);
-      takeSnapshot(snapshot, took);
-    });
+    look(false);
+  });
+}
+
+/// Has the host thread look by itself once the lists of the share are due: at a beat, when it wakes
+/// for other things, too.
+void HostLink::askLook() {
+  if (std::exchange(isLookAsked_, true)) return;
+  const auto delay = untilNextBeat(std::chrono::milliseconds(listsPauseMs_));
+  with_.station.hostThread().postAfter(delay, [this] {
+    const ActivityScope scope("a look at the project");
+    feed_.noteDue();
+    look(true);
+  });
+}
+
+/// On the host thread.
+void HostLink::look(bool isOfBeat) {
+  QElapsedTimer cost;
+  cost.start();
+  const Changes changes = feed_.takeChanges();
+  const SnapshotPtr snapshot = maker_.make(changes);
+  const qint64 took = cost.elapsed();
+  const bool hadLists = changes.all || changes.projects;
+  // Qt runs this on the window's thread: widgets may be used there only.
+  QMetaObject::invokeMethod(this, [this, snapshot, took, hadLists, isOfBeat] {
+    if (hadLists) sinceLists_.restart();
+    if (hadLists) listsPauseMs_ = pauseBetweenLists(took);
+    (isOfBeat ? isLookAsked_ : isSnapshotAsked_) = false;
+    takeSnapshot(snapshot, took);
   });
 }
 
@@ -177,10 +202,10 @@ qint64 HostLink::pauseBetweenLists(qint64 cost) {
 }
 
 void HostLink::takeSnapshot(const SnapshotPtr& snapshot, qint64 cost) {
-  isSnapshotAsked_ = false;
   snapshotPauseMs_ = pauseAfter(cost);
   sinceSnapshot_.restart();
   Q_EMIT snapshotReady(snapshot);
+  rest();
 }
 
 // An empty task that comes back late shows that the host thread is busy or hangs.

@@ -148,7 +148,9 @@ class HostLink : public QObject {
   void hurry();
   void rest();
   void askSnapshot();
+  void askLook();
   void askSigns();
+  void look(bool isOfBeat);
   void tellBusy();
 
   /// Has the host thread do something; `post` for the user, who waits for what comes of it.
@@ -167,6 +169,7 @@ class HostLink : public QObject {
   QElapsedTimer sinceLists_;  ///< since lists that no event tells of were looked at
   KeptTools toPutBack_;
   bool isSnapshotAsked_ = false;
+  bool isLookAsked_ = false;
   bool isSignAsked_ = false;
   bool isBusy_ = false;
   bool isReady_ = false;

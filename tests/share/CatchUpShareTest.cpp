@@ -5,6 +5,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -222,15 +223,32 @@ long sleepsOf(pid_t process) {
   return sleeps;
 }
 
+void expectToRest(pid_t process) {
+  // What was written is looked at once more when it is at rest.
+  std::this_thread::sleep_for(std::chrono::seconds(8));
+  const long before = sleepsOf(process);
+  constexpr int kSeconds = 20;
+  std::this_thread::sleep_for(std::chrono::seconds(kSeconds));
+  EXPECT_LE(sleepsOf(process) - before, 2 * kSeconds);
+}
+
 TEST_F(CatchUpShareTest, AnIdleStationWakesTwiceASecondAtMost) {
   run(anna, "edit create Cut");
   benFinds("edit", "created");
-  // What was written is looked at once more when it is at rest.
-  std::this_thread::sleep_for(std::chrono::seconds(8));
-  const long before = sleepsOf(ben.pid());
-  constexpr int kSeconds = 20;
-  std::this_thread::sleep_for(std::chrono::seconds(kSeconds));
-  EXPECT_LE(sleepsOf(ben.pid()) - before, 2 * kSeconds);
+  expectToRest(ben.pid());
+}
+
+TEST_F(CatchUpShareTest, AnIdleWindowWakesTwiceASecondAtMost) {
+  ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
+  StationProcess::Options windowed = options("CARLA");
+  windowed.more = {"--gui"};
+  StationProcess carla(windowed);
+  if (!carla.waitUntilReady()) {
+    ASSERT_NE(carla.errorText().find("--gui: the window"), std::string::npos) << carla.errorText();
+    GTEST_SKIP() << "this build has no window";
+  }
+  run(carla, "project enter Film");
+  expectToRest(carla.pid());
 }
 
 #endif
