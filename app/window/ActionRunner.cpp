@@ -18,6 +18,9 @@ namespace korvel {
 
 namespace {
 
+/// A dialog's property: the line that is to be filled in, and for which objects.
+constexpr const char* kMeant = "meant";
+
 std::optional<ObjectKind> kindOf(Target target) {
   switch (target) {
     case Target::eEdit:
@@ -439,7 +442,17 @@ void ActionRunner::remove(const ActionSpec& action, const std::vector<ObjectRow>
 
 // The dialog keeps the words of the moment in which it opened: the selection may change meanwhile.
 void ActionRunner::askFields(const ActionSpec& action) {
-  askFields(action, targetWords(action.target))->show();
+  const QStringList words = targetWords(action.target);
+  const QStringList meant = QStringList(QString::fromLatin1(action.line)) + words;
+  for (ActionDialog* const each : window_.findChildren<ActionDialog*>()) {
+    if (each->isVisible() && each->property(kMeant).toStringList() == meant) {
+      each->raise();
+      return each->activateWindow();
+    }
+  }
+  ActionDialog* const dialog = askFields(action, words);
+  dialog->setProperty(kMeant, meant);
+  dialog->show();
 }
 
 ActionDialog* ActionRunner::askFields(const ActionSpec& action, const QStringList& words) {

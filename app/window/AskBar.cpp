@@ -244,6 +244,8 @@ void AskTeller::showAll() {
   if (!dialog_) {
     dialog_ = new AskDialog(&window_);
     connect(dialog_, &AskDialog::answered, this, &AskTeller::answerOnce);
+    connect(dialog_, &QDialog::finished, this, [this] { unsent_ = dialog_->words().text(); });
+    dialog_->words().setText(unsent_);
     dialog_->show();
   }
   dialog_->take(rows_ ? *rows_ : std::vector<AskRow>());

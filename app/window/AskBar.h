@@ -103,6 +103,7 @@ class AskTeller : public QObject {
   std::set<long> answering_;     ///< numbers of asks that were answered and are still listed
   std::vector<AskAnswer> told_;  ///< answers that stand in their bar
   QPointer<AskDialog> dialog_;
+  QString unsent_;  ///< words that were typed into the dialog before it was closed
 };
 
 /// The line that answers an ask, "give" or "no", with words or none.

@@ -328,7 +328,8 @@ void OutcomeTeller::tellAnswer(const CommandOutcome& outcome) {
   if (text.isEmpty()) return;
   const bool isLong = text.contains(QLatin1Char('\n')) || text.size() >= kLongestAnswer;
   if (isLong && text == outcome.text) return showTable(window_, titleOf(outcome.line), text);
-  if (outcome.command == QLatin1String("ask")) asked_ = text;
+  // Goes with the answer that it promises.
+  if (isOneOf(outcome.command, {"ask", "tell-when-free"})) asked_ = text;
   panes_.messages->tell(MessageBar::Kind::eNote, text);
 }
 

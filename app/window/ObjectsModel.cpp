@@ -191,6 +191,7 @@ void ObjectsModel::startAfresh() {
   may_.clear();
   asked_.clear();
   toAsk_.clear();
+  isAfresh_ = true;
 }
 
 // Both lists are sorted by key, so one pass finds added, removed and changed rows.
@@ -202,7 +203,10 @@ QString shownName(const ObjectRow& row) {
 }
 
 void ObjectsModel::setRows(const Shared<ObjectRows>& rows) {
-  if (!rows || rows == rows_) return;
+  if (!rows) return;
+  // A list that is empty in both projects counts as seen, too.
+  if (rows == rows_ && !std::exchange(isAfresh_, false)) return;
+  isAfresh_ = false;
   news_.take(kind_, *rows);
   // Single steps keep the selection and the scroll position of the views.
   forgetAnswers(*rows_, *rows);

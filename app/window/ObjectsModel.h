@@ -137,6 +137,7 @@ class ObjectsModel : public QAbstractTableModel {
   QHash<QString, Badges> people_;  ///< by cookie
   mutable QSet<QString> asked_;
   mutable QStringList toAsk_;
+  bool isAfresh_ = true;  ///< of the open project nothing was listed yet
   mutable QTimer askTimer_;
 };
 

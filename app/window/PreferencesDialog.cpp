@@ -285,9 +285,11 @@ void PreferencesDialog::addField(QFormLayout& form, const Preference& preference
   field.input->setObjectName(QString::fromLatin1(preference.key));
   form.addRow(tr(preference.label), field.input);
   const auto given = options_.given.find(preference.key);
-  if (given != options_.given.end() && !given->second.empty() &&
-      given->second.back().where.starts_with("--")) {
-    QLabel* const now = wrappedLabel("now", tr("At this start: %1, given on the command line.")
+  const bool isGiven = given != options_.given.end() && !given->second.empty() &&
+                       given->second.back().where.starts_with("--");
+  // What was answered in the first dialog, and is to be remembered, is in both.
+  if (isGiven && field.before != std::vector{given->second.back().text}) {
+    QLabel* const now = wrappedLabel("now", tr("At this start: %1, and not as in the file.")
                                                 .arg(readableText(given->second.back().text)));
     now->setProperty("role", "quiet");
     form.addRow(QString(), now);

@@ -181,6 +181,9 @@ StartDialog::StartDialog(Options& options, const QString& problem)
     user_->setCursorPosition(at);
   });
   connect(user_, &QLineEdit::textChanged, this, &StartDialog::check);
+  // What was wrong at the last try is being put right.
+  connect(folder_, &QLineEdit::textEdited, problem_, &QLabel::hide);
+  connect(user_, &QLineEdit::textEdited, problem_, &QLabel::hide);
   connect(&look_, &DoctorLook::told, this, &StartDialog::takeLook);
   connect(buttons_, &QDialogButtonBox::accepted, this, &StartDialog::start);
   connect(buttons_, &QDialogButtonBox::rejected, this, &QDialog::reject);
@@ -253,14 +256,16 @@ void StartDialog::check() {
 
 namespace {
 
-/// The first of what is amiss, as much as there is room for; what fails comes first.
+/// The first of what is amiss, as much as there is room for; what fails comes first. Of the network
+/// only that: what could be better there is for administrators, who have kv-share doctor.
 QString amiss(const std::vector<DoctorLine>& lines,
               const std::function<bool(const QString&)>& isOf) {
   constexpr qsizetype kMostShown = 1;
   QStringList failures;
   QStringList warnings;
   for (const DoctorLine& line : lines) {
-    if (isOf(line.group)) (line.isFailure ? failures : warnings) << line.text;
+    const bool isForOthers = !line.isFailure && line.group == QLatin1String("network");
+    if (isOf(line.group) && !isForOthers) (line.isFailure ? failures : warnings) << line.text;
   }
   const QStringList shown = (failures + warnings).mid(0, kMostShown);
   return shown.join(QLatin1Char('\n'));

@@ -166,6 +166,25 @@ TEST_F(AskBarTest, AWordGoesBackWithTheAnswer) {
   EXPECT_EQ(dialog()->words().text(), "");
 }
 
+TEST_F(AskBarTest, WordsOfADialogThatWasClosedAreThereAgainUntilTheyAreSent) {
+  show({askOf(7, "BEN", "Quay")});
+  const auto close = [this] {
+    QTest::keyClick(dialog(), Qt::Key_Escape);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    ASSERT_EQ(dialog(), nullptr);
+  };
+  teller.showAll();
+  dialog()->words().setText("at five");
+  close();
+  teller.showAll();
+  EXPECT_EQ(dialog()->words().text(), "at five");
+  button("&Not now")->click();
+  ended(true);
+  close();
+  teller.showAll();
+  EXPECT_EQ(dialog()->words().text(), "");
+}
+
 TEST_F(AskBarTest, ReturnInTheWordsLosesNothing) {
   show({askOf(7, "BEN", "Quay")});
   teller.showAll();

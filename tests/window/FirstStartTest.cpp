@@ -146,6 +146,16 @@ TEST_F(FirstStartTest, FolderAndNameAreAskedForLookedAtAndRemembered) {
             "host = ANNA\nprojects = " + (folder / "projects") + "\nuser = ANNA\n");
 }
 
+TEST(StartDialogTest, WhatWasWrongAtTheLastTryGoesAsSoonAsSomethingIsTyped) {
+  const WithoutDisplay display;
+  Options options;
+  StartDialog dialog(options, "The folder is not there.");
+  const QLabel& problem = *dialog.findChild<QLabel*>("problem");
+  EXPECT_FALSE(problem.isHidden());
+  QTest::keyClicks(&field(dialog, "folder"), "x");
+  EXPECT_TRUE(problem.isHidden());
+}
+
 TEST_F(FirstStartTest, NothingIsKeptWhereItIsNotToBeRemembered) {
   startAsked([this](StartDialog& dialog) {
     field(dialog, "folder").setText(QString::fromStdString(folder / "projects"));

@@ -253,6 +253,33 @@ class WindowBinsTest : public testing::Test, protected WindowScene {
   }
 };
 
+TEST_F(WindowBinsTest, OnesOwnFirstRackIsNoNews) {
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForEdits(window, 2));
+    command(window, "project leave");
+    ASSERT_TRUE(waitForProject(window, ""));
+    command(window, "project enter Harbour");
+    ASSERT_TRUE(waitForProject(window, "Harbour"));
+    command(window, "rack create Best");
+    ASSERT_TRUE(waitFor([&] { return window.objects().rows(ObjectKind::eRacks).size() == 1; }));
+    EXPECT_FALSE(window.objects().hasNews());
+  });
+}
+
+TEST_F(WindowBinsTest, ImportIsAskedForOnceAtATime) {
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForEdits(window, 2));
+    for (QAction* action : window.findChildren<QAction*>()) {
+      if (action->shortcut() != QKeySequence(Qt::CTRL | Qt::Key_I)) continue;
+      action->trigger();
+      action->trigger();
+    }
+    const auto dialogs = window.findChildren<ActionDialog*>();
+    EXPECT_EQ(dialogs.size(), 1);
+    for (ActionDialog* each : dialogs) each->close();
+  });
+}
+
 TEST_F(WindowBinsTest, FilesDroppedOnTheWindowAreImportedWithProgressAndASummary) {
   play([this](MainWindow& window) {
     ASSERT_TRUE(waitForEdits(window, 2));
