@@ -158,6 +158,14 @@ class Witness {
   [[nodiscard]] int sealedCount() const { return sum(sealed_); }
   [[nodiscard]] int plainCount() const { return sum(plain_); }
 
+  /// Whether a plain datagram arrived that holds these words.
+  bool heard(const std::string& words) {
+    drain();
+    const std::string digits = hexText(words);
+    return std::ranges::any_of(
+        plain_, [&digits](const auto& each) { return each.first.find(digits) != each.first.npos; });
+  }
+
   /// Whether the latest seals of so many others were made with this key.
   bool sawKey(const std::string& key, std::size_t others) {
     drain();
@@ -197,6 +205,55 @@ class Witness {
   std::map<std::string, int> plain_;
   std::map<std::string, std::string> keys_;  ///< of the latest seal, by the sender's address
 };
+
+/// Words from one station to another.
+struct Words {
+  std::size_t to = 0;  ///< the machine
+  std::string text;
+};
+
+/// How often a machine's user was shown these words.
+long timesShown(const Workstation& machine, const std::string& text) {
+  return std::ranges::count_if(machine.station().events("said"), [&text](const JsonValue& each) {
+    return each["text"].asString() == text && !each["own"].asBool();
+  });
+}
+
+TEST_F(LossTest, WordsThatArriveAreShownOnceEach) {
+  openWith({.lost = 30, .doubled = 30});
+  constexpr int kEach = 12;
+  const auto& machines = facility_.machines();
+  std::vector<std::unique_ptr<Witness>> witnesses;
+  for (const auto& each : machines) witnesses.push_back(std::make_unique<Witness>(*each));
+  std::vector<Words> sent;
+  for (int i = 0; i < kEach; ++i) {
+    for (std::size_t from = 0; from < machines.size(); ++from) {
+      const std::size_t to = (from + 1 + static_cast<std::size_t>(i % 2)) % machines.size();
+      sent.push_back({to, "Word " + std::to_string(i) + " of " + machines[from]->host() + "."});
+      machines[from]->run("say " + machines[to]->host() + " \"" + sent.back().text + "\"");
+    }
+  }
+  const auto wrong = [&] {
+    std::string told;
+    for (const auto& [to, text] : sent) {
+      const long times = timesShown(*machines[to], text);
+      if (times == (witnesses[to]->heard(text) ? 1 : 0)) continue;
+      told += text + " was shown " + std::to_string(times) + " times.\n";
+    }
+    return told;
+  };
+  for (int tries = 0; !wrong().empty() && tries < 60; ++tries) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  }
+  EXPECT_EQ(wrong(), "");
+  const auto shown = std::ranges::count_if(
+      sent, [&](const Words& each) { return timesShown(*machines[each.to], each.text) == 1; });
+  EXPECT_GT(shown, 0);
+  EXPECT_GT(facility_.counts().lost, 0u);
+  EXPECT_GT(facility_.counts().doubled, 0u);
+  shows(figures() + ", " + std::to_string(shown) + " of " + std::to_string(sent.size()) +
+        " words arrived, and each was shown once");
+}
 
 /// Four stations seal their messages, and one of these takes sealed ones alone. Two more are plain.
 class RotationTest : public LossTest {
