@@ -34,6 +34,9 @@ namespace {
 /// The exit status when the user ends the program before it has returned its locks.
 constexpr int kEndedAtOnce = 1;
 
+/// The setting that says until when this user has read what was said.
+QString seenKey(const Snapshot& snapshot) { return QStringLiteral("seen/") + snapshot.user; }
+
 /// Whether the keyboard is in the window or one of its dialogs.
 bool isInFront(const QWidget& window) {
   const QWidget* active = QApplication::activeWindow();
@@ -355,6 +358,9 @@ void MainWindow::connectTalk() {
   connect(panes_.notifications, &NotificationsPane::unreadChanged, this, [this](int count) {
     if (count == 0) conversation().takeLook();
   });
+  connect(panes_.conversation, &ConversationPane::seen, this, [this](const QDateTime& until) {
+    if (snapshot_) windowSettings().setValue(seenKey(*snapshot_), until);
+  });
   connect(asking_.get(), &AskTeller::openWanted, this, &MainWindow::open);
 }
 
@@ -410,7 +416,9 @@ void MainWindow::showTitle() {
 
 void MainWindow::takeSnapshot(const SnapshotPtr& snapshot) {
   if (!snapshot_) {
-    link_.askConversation([this](const std::vector<SaidLine>& said) { conversation().load(said); });
+    link_.askConversation([this](const std::vector<SaidLine>& said) {
+      conversation().load(said, windowSettings().value(seenKey(*snapshot_)).toDateTime());
+    });
     link_.askAdviceOnNames([this](const QString& advice) {
       if (!advice.isEmpty()) messages().tell(MessageBar::Kind::eNote, advice);
     });

@@ -293,11 +293,17 @@ void ConversationPane::build() {
   layout->addWidget(view_, 1);
 }
 
-void ConversationPane::load(const std::vector<SaidLine>& lines) {
+void ConversationPane::load(const std::vector<SaidLine>& lines, const QDateTime& seenUntil) {
   const std::deque<SaidLine> later = std::exchange(lines_, {});
   for (const SaidLine& each : lines) keep(each);
   for (const SaidLine& each : later) keep(each);
   fill();
+  if (!seenUntil.isValid()) {
+    Q_EMIT seen(QDateTime::currentDateTime());
+    return;
+  }
+  const auto isUnread = [&](const SaidLine& each) { return !each.isOwn && each.time > seenUntil; };
+  setUnread(unread_ + static_cast<int>(std::ranges::count_if(lines, isUnread)));
 }
 
 void ConversationPane::add(const std::vector<SaidLine>& lines) {
@@ -312,7 +318,7 @@ void ConversationPane::add(const std::vector<SaidLine>& lines) {
     others += !each.isOwn;
   }
   if (isAtEnd) bar.setValue(bar.maximum());
-  if (!isLookedAt()) setUnread(unread_ + others);
+  isLookedAt() ? tellSeen() : setUnread(unread_ + others);
 }
 
 void ConversationPane::keep(const SaidLine& line) {
@@ -376,6 +382,12 @@ void ConversationPane::setUnread(int count) {
   if (std::exchange(unread_, count) != count) Q_EMIT unreadChanged(count);
 }
 
+void ConversationPane::tellSeen() {
+  if (lines_.empty()) return;
+  const QDateTime& last = lines_.back().time;
+  if (std::exchange(seenUntil_, last) != last) Q_EMIT seen(last);
+}
+
 bool ConversationPane::isLookedAt() const {
   const QWidget* const focus = window()->focusWidget();
   const bool hasKeys = focus && isAncestorOf(focus);
@@ -384,7 +396,9 @@ bool ConversationPane::isLookedAt() const {
 
 // While the window moves its panes about, this one may come and go although nobody looks.
 void ConversationPane::takeLook() {
-  if (updatesEnabled()) setUnread(0);
+  if (!updatesEnabled()) return;
+  setUnread(0);
+  tellSeen();
 }
 
 void ConversationPane::showEvent(QShowEvent* event) {

@@ -94,8 +94,9 @@ class ConversationPane : public QWidget {
 
   explicit ConversationPane(QWidget* parent = nullptr);
 
-  /// What was said before this start. What add() brought until now comes after it.
-  void load(const std::vector<SaidLine>& lines);
+  /// What was said before this start. What add() brought until now comes after it. What others said
+  /// after `seenUntil` was not looked at then; where that is invalid, all was.
+  void load(const std::vector<SaidLine>& lines, const QDateTime& seenUntil = {});
   void add(const std::vector<SaidLine>& lines);
 
   /// How much of others' came since somebody looked.
@@ -109,6 +110,9 @@ class ConversationPane : public QWidget {
  Q_SIGNALS:
   void unreadChanged(int count);
 
+  /// Somebody looked: all that was said until then is read.
+  void seen(const QDateTime& until);
+
   /// The user wants to write to this colleague, to nobody yet where it is empty.
   void writeWanted(const QString& user);
 
@@ -121,6 +125,7 @@ class ConversationPane : public QWidget {
   [[nodiscard]] bool isShown(const SaidLine& line) const;
   [[nodiscard]] bool isLookedAt() const;
   void setUnread(int count);
+  void tellSeen();
   void showEvent(QShowEvent* event) override;
   bool eventFilter(QObject* watched, QEvent* event) override;
   void changeEvent(QEvent* event) override;
@@ -131,6 +136,7 @@ class ConversationPane : public QWidget {
   std::deque<SaidLine> lines_;
   QTimer searching_;  ///< while somebody types, a long conversation is not searched at each letter
   int unread_ = 0;
+  QDateTime seenUntil_;
 };
 
 /// The panel's icon, as its file in the resources has it; one drawn here where the file is missing.

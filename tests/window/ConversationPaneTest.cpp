@@ -82,6 +82,30 @@ TEST_F(ConversationPaneTest, WhatOthersSayIsUnreadUntilSomebodyLooks) {
   EXPECT_EQ(told.size(), 3);
 }
 
+TEST_F(ConversationPaneTest, WhatNobodyLookedAtIsUnreadAtTheNextStart) {
+  QSignalSpy seen(&pane, &ConversationPane::seen);
+  SaidLine early = saidOf("BEN", "ANNA", "early");
+  SaidLine late = saidOf("BEN", "ANNA", "late");
+  SaidLine own = saidOf("ANNA", "BEN", "own");
+  late.time = own.time = early.time.addSecs(60);
+  pane.load({early, late, own}, early.time);
+  EXPECT_EQ(pane.unread(), 1);
+  EXPECT_TRUE(seen.isEmpty());
+  pane.takeLook();
+  EXPECT_EQ(pane.unread(), 0);
+  ASSERT_EQ(seen.size(), 1);
+  EXPECT_EQ(seen[0][0].toDateTime(), late.time);
+  pane.takeLook();
+  EXPECT_EQ(seen.size(), 1) << "the file is not written at each move of the mouse";
+}
+
+TEST_F(ConversationPaneTest, AtTheVeryFirstStartAllCountsAsRead) {
+  QSignalSpy seen(&pane, &ConversationPane::seen);
+  pane.load({saidOf("BEN", "ANNA", "earlier")});
+  EXPECT_EQ(pane.unread(), 0);
+  EXPECT_EQ(seen.size(), 1) << "what comes from now on does not";
+}
+
 TEST_F(ConversationPaneTest, OfAFloodTheLatestStay) {
   std::vector<SaidLine> lines;
   for (int i = 0; i < 2 * ConversationPane::kMost; ++i)
