@@ -151,13 +151,13 @@ void work(const std::function<ToolStatus()>& look, int pipe) {
   tell(static_cast<char>(kFirstStatus + status));
 }
 
+}  // namespace
+
 std::string secondsText(std::chrono::milliseconds time) {
   char text[32];
   std::snprintf(text, sizeof text, "%g s", static_cast<double>(time.count()) / 1000);
   return text;
 }
-
-}  // namespace
 
 void declareTimeLimit(CommandOptions& options, ShareRequest& request) {
   options.number("--time-limit", "S", request.timeLimit, 1, 3600,

@@ -68,6 +68,9 @@ Result<StationSettings> stationOptions(const std::vector<std::string>& words);
 /// Seconds that a share may be silent before a command gives up, unless told otherwise.
 inline constexpr int kShareSeconds = 20;
 
+/// A time as people read it, "0.5 s".
+std::string secondsText(std::chrono::milliseconds time);
+
 /// Runs a function that reads a share in a process of its own. Gives up when the share has been
 /// silent for the limit: "DIR did not answer within 20 s", a finding. A process that a hanging
 /// mount keeps from dying is left behind. No thread may have been started before: the process is a

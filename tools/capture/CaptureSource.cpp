@@ -235,7 +235,7 @@ struct Closer {
 };
 using Handle = std::unique_ptr<pcap_t, Closer>;
 
-Error refusal(const std::string& why) {
+Error captureRefusal(const std::string& why) {
   return {ErrorCode::eNoRights,
           "packets cannot be captured (" + shownText(why) +
               "): run kv-share as root, or give it the right: setcap cap_net_raw+ep with its path",
@@ -245,7 +245,7 @@ Error refusal(const std::string& why) {
 Result<Handle> openCapture(const Hearing& hearing) {
   char why[PCAP_ERRBUF_SIZE] = {};
   Handle capture(pcap_create("any", why));
-  if (!capture) return refusal(why);
+  if (!capture) return captureRefusal(why);
   pcap_set_snaplen(capture.get(), kLargestPacket);
   pcap_set_timeout(capture.get(), kMillisecondsToWait);
   // Otherwise packets are held back until a block is full or the timeout is over.
@@ -254,7 +254,7 @@ Result<Handle> openCapture(const Hearing& hearing) {
   pcap_set_tstamp_precision(capture.get(), PCAP_TSTAMP_PRECISION_NANO);
   if (const int failed = pcap_activate(capture.get()); failed < 0) {
     const char* const more = pcap_geterr(capture.get());
-    return refusal(more && *more ? more : pcap_statustostr(failed));
+    return captureRefusal(more && *more ? more : pcap_statustostr(failed));
   }
   const std::string wanted = "ip and udp dst port " + std::to_string(hearing.port);
   bpf_program filter{};
@@ -262,7 +262,7 @@ Result<Handle> openCapture(const Hearing& hearing) {
                        pcap_setfilter(capture.get(), &filter) == 0 &&
                        pcap_setnonblock(capture.get(), 0, why) == 0;
   pcap_freecode(&filter);
-  if (!isReady) return refusal(pcap_geterr(capture.get()));
+  if (!isReady) return captureRefusal(pcap_geterr(capture.get()));
   return capture;
 }
 

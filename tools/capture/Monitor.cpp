@@ -31,7 +31,7 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kBetweenCounts = std::chrono::seconds(10);
 constexpr auto kBetweenLosses = std::chrono::seconds(1);
 
-struct Request {
+struct MonitorRequest {
   ListenRequest what;
   std::string projects;     ///< the projects directory, for names; empty for cookies alone
   std::string heardFolder;  ///< directory of the list of heard senders; empty: off
@@ -60,7 +60,7 @@ void addMembers(JsonValue& object, const JsonValue& more) {
 /// Writes what is heard to standard output.
 class MonitorOutput : public iHeardSink {
  public:
-  MonitorOutput(const Request& request, SenderCounts::Observer observer)
+  MonitorOutput(const MonitorRequest& request, SenderCounts::Observer observer)
       : request_(request), counts_(wallClock(), std::move(observer)), line_(coloursOfOutput()) {
     if (!request.projects.empty()) names_.emplace(directoryOf(request.projects));
   }
@@ -138,7 +138,7 @@ class MonitorOutput : public iHeardSink {
     printJson(event);
   }
 
-  const Request& request_;
+  const MonitorRequest& request_;
   SenderCounts counts_;
   MessageLine line_;
   std::optional<NameBook> names_;
@@ -159,7 +159,7 @@ ToolStatus checkHeardFolder(const std::string& folder) {
 
 /// Keeps a list of heard senders, as stations do; no observer without a folder. The list's own port
 /// is 0: a monitor never sends.
-SenderCounts::Observer heardListOf(const Request& request) {
+SenderCounts::Observer heardListOf(const MonitorRequest& request) {
   if (request.heardFolder.empty()) return {};
   const std::string host = machineHostName();
   HeardList::Keeper keeper{request.heardFolder, "monitor at " + host, host,
@@ -171,7 +171,7 @@ SenderCounts::Observer heardListOf(const Request& request) {
 }
 
 /// Shows messages as they come, and counts at the end.
-ToolStatus monitor(const Request& request) {
+ToolStatus monitor(const MonitorRequest& request) {
   if (const auto status = checkHeardFolder(request.heardFolder); status != eToolDone) return status;
   MonitorOutput output(request, heardListOf(request));
   const auto heard = listen(request.what, output);
@@ -183,7 +183,7 @@ ToolStatus monitor(const Request& request) {
   return *heard < request.what.count ? eToolFinding : eToolDone;
 }
 
-void declare(CommandOptions& options, Request& request) {
+void declareMonitor(CommandOptions& options, MonitorRequest& request) {
   options.flag("--json", request.asJson, "One JSON object a line");
   options.flag("--stats", request.onlyCounts,
                "Counts and rates alone, every ten seconds and at the end");
@@ -200,7 +200,8 @@ void declare(CommandOptions& options, Request& request) {
 }  // namespace
 
 void addMonitorCommand(CommandLine& line) {
-  line.add<Request>({"monitor", "Show the messages on the network as they come", declare, monitor});
+  line.add<MonitorRequest>(
+      {"monitor", "Show the messages on the network as they come", declareMonitor, monitor});
 }
 
 // Recording.

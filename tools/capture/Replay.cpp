@@ -72,10 +72,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr double kLongestWait = 1e17;  // nanoseconds, three years: a clock can add it
+constexpr double kLongestPause = 1e17;  // nanoseconds, three years: a clock can add it
 constexpr const char* kOwnNetwork = "127.255.255.255";
 
-struct Request {
+struct ReplayRequest {
   std::string file;
   double speed = 1;  ///< infinity for as fast as it goes
   double from = 0;   ///< seconds after the capture's first message
@@ -117,7 +117,7 @@ class Patience {
 /// Reads the messages of a capture that the filter takes, and counts those left out.
 class MeantMessages {
  public:
-  MeantMessages(const Request& request, CaptureFile& capture, MessageFilter& filter)
+  MeantMessages(const ReplayRequest& request, CaptureFile& capture, MessageFilter& filter)
       : request_(request), capture_(capture), filter_(filter) {}
 
   std::optional<HeardMessage> next() {
@@ -154,7 +154,7 @@ class MeantMessages {
     return filter_.takes(message, readMessage(message.bytes));
   }
 
-  const Request& request_;
+  const ReplayRequest& request_;
   CaptureFile& capture_;
   MessageFilter& filter_;
   DuplicateFilter duplicates_;
@@ -164,15 +164,16 @@ class MeantMessages {
 };
 
 /// When a message leaves, in nanoseconds after the first.
-std::int64_t dueOf(const Request& request, std::int64_t sinceFirst) {
+std::int64_t dueOf(const ReplayRequest& request, std::int64_t sinceFirst) {
   const double due = static_cast<double>(std::max<std::int64_t>(sinceFirst, 0)) / request.speed;
-  return static_cast<std::int64_t>(std::min(due, kLongestWait));
+  return static_cast<std::int64_t>(std::min(due, kLongestPause));
 }
 
 /// Sends messages at their times.
 class Sending {
  public:
-  Sending(const Request& request, const std::vector<Ipv4>& addresses, std::atomic<bool>& isEnding)
+  Sending(const ReplayRequest& request, const std::vector<Ipv4>& addresses,
+          std::atomic<bool>& isEnding)
       : request_(request), addresses_(addresses), patience_(isEnding) {}
 
   /// Sends all messages that go this way, until the user ends it.
@@ -222,7 +223,7 @@ class Sending {
                                   std::strerror(problem) + ")");
   }
 
-  const Request& request_;
+  const ReplayRequest& request_;
   const std::vector<Ipv4>& addresses_;
   Patience patience_;
   Interfaces interfaces_;
@@ -236,7 +237,7 @@ class Sending {
 
 /// The addresses to send to; the failure is for the user. Addresses beyond this machine must be
 /// given with --onto: stations there would take old messages for new ones.
-Result<std::vector<Ipv4>> targetsOf(const Request& request) {
+Result<std::vector<Ipv4>> targetsOf(const ReplayRequest& request) {
   std::vector<Ipv4> addresses;
   std::vector<std::string> words = request.sendTo;
   words.insert(words.end(), request.onto.begin(), request.onto.end());
@@ -270,7 +271,7 @@ std::string textOfAll(const std::vector<Ipv4>& addresses) {
 }
 
 /// The summary as one object.
-JsonValue reportOf(const Request& request, const Sending& sending, const FaultInjector& way,
+JsonValue reportOf(const ReplayRequest& request, const Sending& sending, const FaultInjector& way,
                    const MeantMessages& messages, const std::vector<Ipv4>& addresses) {
   JsonValue to = JsonValue::array();
   for (const Ipv4 address : addresses) to.append(textOf(address));
@@ -304,7 +305,7 @@ std::string summaryOf(const Sending& sending, const FaultInjector& way,
 }
 
 /// The text about a capture from which nothing was sent.
-std::string nothingIn(const Request& request, const CaptureFile& capture,
+std::string nothingIn(const ReplayRequest& request, const CaptureFile& capture,
                       const MeantMessages& messages) {
   const std::string file = shownText(request.file);
   if (messages.found() > 0) {
@@ -315,7 +316,7 @@ std::string nothingIn(const Request& request, const CaptureFile& capture,
 }
 
 /// Problems of the capture, for the user.
-std::vector<std::string> problemsOf(const Request& request, const CaptureFile& capture,
+std::vector<std::string> problemsOf(const ReplayRequest& request, const CaptureFile& capture,
                                     const MeantMessages& messages, const Sending& sending) {
   std::vector<std::string> problems;
   if (!capture.problem().empty()) problems.push_back(capture.problem());
@@ -327,7 +328,7 @@ std::vector<std::string> problemsOf(const Request& request, const CaptureFile& c
   return problems;
 }
 
-ToolStatus replayAll(const Request& request, CaptureFile& capture, MessageFilter& filter,
+ToolStatus replayAll(const ReplayRequest& request, CaptureFile& capture, MessageFilter& filter,
                      const std::vector<Ipv4>& addresses, std::atomic<bool>& isEnding) {
   MeantMessages messages(request, capture, filter);
   Sending sending(request, addresses, isEnding);
@@ -349,7 +350,7 @@ ToolStatus replayAll(const Request& request, CaptureFile& capture, MessageFilter
 }
 
 /// Sends the messages of a capture again, at the pace at which they were heard.
-ToolStatus replay(const Request& request) {
+ToolStatus replay(const ReplayRequest& request) {
   if (request.from > request.to) {
     return toolProblem(eToolUsage, "--from is behind --to: nothing lies between them");
   }
@@ -382,7 +383,7 @@ void declareFaults(CommandOptions& options, WayFaults& faults) {
   options.number("--seed", "N", faults.seed, 0, "The same number gives the same faults");
 }
 
-void declare(CommandOptions& options, Request& request) {
+void declareReplay(CommandOptions& options, ReplayRequest& request) {
   constexpr double kLatest = std::numeric_limits<double>::max();
   options.word("FILE", request.file, "The capture, pcapng or pcap; - for standard input");
   options.value(
@@ -410,7 +411,8 @@ void declare(CommandOptions& options, Request& request) {
 }  // namespace
 
 void addReplayCommand(CommandLine& line) {
-  line.add<Request>({"replay", "Send the messages of a capture again", declare, replay});
+  line.add<ReplayRequest>(
+      {"replay", "Send the messages of a capture again", declareReplay, replay});
 }
 
 }  // namespace korvel

@@ -23,7 +23,7 @@ struct StationOption {
   std::optional<std::string> given;
 };
 
-struct Request {
+struct DoctorRequest {
   std::string directory;
   std::vector<StationOption> station{
       {"--user", "NAME", "The station's user name; as kv-station has it by default", {}},
@@ -49,7 +49,7 @@ DoctorFacts factsOf(const StationSettings& station) {
 /// Shows findings as they come, for people, or all at once as one object.
 class DoctorReport {
  public:
-  explicit DoctorReport(const Request& request) : asJson_(request.asJson) {}
+  explicit DoctorReport(const DoctorRequest& request) : asJson_(request.asJson) {}
 
   void take(const Finding& finding) {
     worst_ = std::max(worst_, finding.verdict);
@@ -83,7 +83,7 @@ class DoctorReport {
 };
 
 /// The command line of the station that is looked at.
-std::vector<std::string> wordsOf(const Request& request) {
+std::vector<std::string> wordsOf(const DoctorRequest& request) {
   std::vector<std::string> words{"--projects", request.directory};
   for (const StationOption& option : request.station) {
     if (option.given) words.insert(words.end(), {option.name, *option.given});
@@ -91,7 +91,7 @@ std::vector<std::string> wordsOf(const Request& request) {
   return words;
 }
 
-void declare(CommandOptions& options, Request& request) {
+void declareDoctor(CommandOptions& options, DoctorRequest& request) {
   options.word("DIR", request.directory, "The projects directory");
   for (StationOption& option : request.station) {
     options.text(option.name, option.value, option.given, option.help);
@@ -109,7 +109,7 @@ void declare(CommandOptions& options, Request& request) {
       "Exit status: 0; 1 when a check failed.");
 }
 
-ToolStatus examine(const Request& request) {
+ToolStatus examine(const DoctorRequest& request) {
   const auto station = stationOptions(wordsOf(request));
   if (!station) return toolProblem(eToolUsage, station.error().message);
   const DoctorFacts facts = factsOf(*station);
@@ -130,8 +130,8 @@ ToolStatus examine(const Request& request) {
 }  // namespace
 
 void addDoctorCommand(CommandLine& line) {
-  line.add<Request>(
-      {"doctor", "Check the share, the network and the station's names", declare, examine});
+  line.add<DoctorRequest>(
+      {"doctor", "Check the share, the network and the station's names", declareDoctor, examine});
 }
 
 // How the checks are run.
@@ -161,12 +161,6 @@ void answer(const Check& check, int pipe) {
   // A line end cannot occur within JSON text, so it marks the end of the answer.
   const std::string line = writeJson(all) + "\n";
   writeAll(pipe, line);
-}
-
-std::string secondsText(std::chrono::milliseconds time) {
-  std::string text = std::to_string(time.count() / 1000);
-  if (time.count() % 1000 != 0) text += "." + std::to_string(time.count() % 1000 / 100);
-  return text + " s";
 }
 
 Finding lateFinding(const Check& check) {

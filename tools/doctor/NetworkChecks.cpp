@@ -25,7 +25,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr auto kLimit = std::chrono::seconds(10);
+constexpr auto kNetworkLimit = std::chrono::seconds(10);
 constexpr auto kTimeToReturn = std::chrono::seconds(2);
 constexpr auto kTimeToList = std::chrono::seconds(8);
 
@@ -319,8 +319,8 @@ std::string sealedForStations(const DoctorFacts& facts, const std::string& datag
 std::vector<Check> networkChecks(const DoctorFacts& facts) {
   using Look = Findings (*)(const DoctorFacts&);
   const auto check = [&facts](const char* name, Look look) {
-    return Check{"network",       name,   Touches::eMachine,
-                 Role::eOrdinary, kLimit, [&facts, look] { return look(facts); }};
+    return Check{"network",       name,          Touches::eMachine,
+                 Role::eOrdinary, kNetworkLimit, [&facts, look] { return look(facts); }};
   };
   return {check("interfaces", lookInterfaces), check("destinations", lookDestinations),
           check("routes", lookRoutes),         check("port", lookPort),

@@ -20,7 +20,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr unsigned kPauseMicroseconds = 50'000;
+constexpr unsigned kLetterPauseMicroseconds = 50'000;
 constexpr auto kTimeToReadAnswers = std::chrono::seconds(3);
 constexpr std::chrono::milliseconds kAtOnce(0);
 
@@ -28,8 +28,8 @@ constexpr std::chrono::milliseconds kAtOnce(0);
 constexpr auto kTimeToAnswer = std::chrono::seconds(5);
 
 /// The time for waiting and all steps, beyond the patience.
-constexpr auto kLimit = std::chrono::seconds(150);
-constexpr auto kPatience = std::chrono::seconds(60);
+constexpr auto kPeerLimit = std::chrono::seconds(150);
+constexpr auto kPeerPatience = std::chrono::seconds(60);
 
 bool isSameName(const std::string& one, const std::string& other) {
   return ::strcasecmp(one.c_str(), other.c_str()) == 0;
@@ -128,7 +128,7 @@ bool PeerTest::agree() {
       return true;
     }
     if (Clock::now() >= deadline) return false;
-    ::usleep(kPauseMicroseconds);
+    ::usleep(kLetterPauseMicroseconds);
   }
 }
 
@@ -180,7 +180,7 @@ Check meetingCheck(const DoctorFacts& facts, const std::string& other,
   const auto look = [&facts, other, patience]() -> Findings {
     const auto mount = mountOfFolder(facts);
     const bool mayCome = !other.empty() || (mount && mount->isNetwork());
-    const auto wait = patience.value_or(mayCome ? kPatience : std::chrono::seconds(0));
+    const auto wait = patience.value_or(mayCome ? kPeerPatience : std::chrono::seconds(0));
     if (wait.count() > 0) {
       // Otherwise the command would be silent for a minute. Standard output is for findings alone.
       std::fprintf(stderr, "waiting for %s to run the same command, %ld s at most\n",
@@ -195,7 +195,7 @@ Check meetingCheck(const DoctorFacts& facts, const std::string& other,
           "meeting",
           Touches::eShare,
           Role::eOrdinary,
-          kLimit + patience.value_or(kPatience),
+          kPeerLimit + patience.value_or(kPeerPatience),
           look};
 }
 
@@ -206,12 +206,12 @@ constexpr unsigned kMicrosecondsBetweenDatagrams = 20'000;
 constexpr int kMillisecondsAfterwards = 500;
 
 /// What one side heard of the other's datagrams.
-struct Hearing {
+struct PeerHearing {
   bool canListen = true;
   int heard = 0;
 };
 
-JsonValue letterOf(const Hearing& hearing) {
+JsonValue letterOf(const PeerHearing& hearing) {
   return JsonValue::object({{"can_listen", hearing.canListen}, {"heard", hearing.heard}});
 }
 
@@ -260,7 +260,7 @@ Finding deafFinding(const PeerTestSide& deaf, const PeerTestSide& heard) {
           " drops what goes out");
 }
 
-Finding judge(const Pair& pair, const Hearing& own, const Hearing& others) {
+Finding judge(const Pair& pair, const PeerHearing& own, const PeerHearing& others) {
   const std::string both = pair.self.host + " and " + pair.other.host;
   if (pair.self.port != pair.other.port) {
     return fail(both + " use different ports, " + std::to_string(pair.self.port) + " and " +
@@ -290,7 +290,7 @@ Finding judge(const Pair& pair, const Hearing& own, const Hearing& others) {
 }  // namespace
 
 Findings tryHearing(Pair& pair) {
-  Hearing own;
+  PeerHearing own;
   const auto listener = ListenerSocket::open(pair.facts.station.listen, pair.facts.port);
   own.canListen = static_cast<bool>(listener);
   // Nobody sends before both listen, and nobody counts before both have sent: datagrams wait in the

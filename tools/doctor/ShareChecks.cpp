@@ -21,7 +21,7 @@ namespace {
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto kLimit = std::chrono::seconds(5);
+constexpr auto kShareLimit = std::chrono::seconds(5);
 constexpr auto kLongLimit = std::chrono::seconds(30);
 constexpr unsigned long long kMebibyte = 1ULL << 20U;
 // File systems may round times to 2 s.
@@ -258,15 +258,15 @@ std::vector<Check> shareChecks(const DoctorFacts& facts) {
                  role,    limit, [&facts, look] { return look(facts); }};
   };
   return {
-      check("exists", Role::eGate, kLimit, lookExists),
-      check("mount", Role::eOrdinary, kLimit, lookMount),
-      check("rights", Role::eGate, kLimit, lookRights),
-      check("group", Role::eOrdinary, kLimit, lookGroup),
-      check("free space", Role::eOrdinary, kLimit, lookSpace),
+      check("exists", Role::eGate, kShareLimit, lookExists),
+      check("mount", Role::eOrdinary, kShareLimit, lookMount),
+      check("rights", Role::eGate, kShareLimit, lookRights),
+      check("group", Role::eOrdinary, kShareLimit, lookGroup),
+      check("free space", Role::eOrdinary, kShareLimit, lookSpace),
       check("exclusive open", Role::eOrdinary, kLongLimit, lookExclusion),
       check("new files", Role::eOrdinary, kLongLimit, lookSeen),
-      check("removal", Role::eOrdinary, kLimit, lookRemoval),
-      check("clock", Role::eOrdinary, kLimit, lookClock),
+      check("removal", Role::eOrdinary, kShareLimit, lookRemoval),
+      check("clock", Role::eOrdinary, kShareLimit, lookClock),
   };
 }
 

@@ -21,7 +21,7 @@ namespace korvel {
 
 namespace {
 
-constexpr auto kLimit = std::chrono::seconds(5);
+constexpr auto kNamesLimit = std::chrono::seconds(5);
 constexpr std::size_t kLongestName = 200;  // as many bytes as readers take
 
 bool hasControls(const std::string& name) {
@@ -207,7 +207,7 @@ Findings judgeUserList(const UserList& list) {
 std::vector<Check> stationChecks(const DoctorFacts& facts) {
   const StationSettings& station = facts.station;
   const auto check = [](const char* name, Touches touches, std::function<Findings()> look) {
-    return Check{"station", name, touches, Role::eOrdinary, kLimit, std::move(look)};
+    return Check{"station", name, touches, Role::eOrdinary, kNamesLimit, std::move(look)};
   };
   return {check("user name", Touches::eMachine,
                 [&station] { return judgeName("user name", station.user); }),

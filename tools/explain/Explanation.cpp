@@ -275,7 +275,7 @@ std::string sentenceOf(const Explanation& explanation) {
 
 namespace {
 
-struct Request : ShareRequest {
+struct ExplainRequest : ShareRequest {
   std::optional<std::string> host;  ///< of the station that is refused
 };
 
@@ -308,7 +308,7 @@ ToolStatus refuse(const std::string& message) {
   return eToolUsage;
 }
 
-ToolStatus explainPath(const Request& request) {
+ToolStatus explainPath(const ExplainRequest& request) {
   const std::string path = directoryOf(request.path);
   std::vector<std::string> words{"--projects", projectsDirectoryOf(path)};
   if (request.host) words.insert(words.end(), {"--host", *request.host});
@@ -329,10 +329,10 @@ ToolStatus explainPath(const Request& request) {
 }  // namespace
 
 void addExplainCommand(CommandLine& line) {
-  addShareCommand<Request>(
+  addShareCommand<ExplainRequest>(
       line,
       {"explain", "Say why a project, room or edit cannot be taken or changed, and what to do",
-       [](CommandOptions& options, Request& request) {
+       [](CommandOptions& options, ExplainRequest& request) {
          options.word("PATH", request.path,
                       "A project's folder, a lock file, a room's or edit's file, or one made "
                       "of names: DIR/Feature/Sound");

@@ -242,7 +242,7 @@ void addLocksCommand(CommandLine& line) {
 
 namespace {
 
-struct Request : ShareRequest {
+struct LocksRequest : ShareRequest {
   std::string lock;
   std::string audit;
   bool isAgreed = false;
@@ -293,7 +293,7 @@ ToolStatus removeLock(const LockEntry& lock, const std::string& audit) {
                          textMember("holder", lock.holder)});
 }
 
-ToolStatus breakOne(const LockEntry& lock, const Request& request) {
+ToolStatus breakOne(const LockEntry& lock, const LocksRequest& request) {
   switch (lock.state) {
     case LockState::eFree:
       std::cout << shownText(lock.path) << " is free: there is nothing to remove\n";
@@ -307,7 +307,7 @@ ToolStatus breakOne(const LockEntry& lock, const Request& request) {
   return toolProblem(eToolFinding, "nothing was removed");
 }
 
-ToolStatus breakLock(const Request& request) {
+ToolStatus breakLock(const LocksRequest& request) {
   const ToolHost host(directoryOf(request.path));
   if (auto usable = host.checkDirectory(); !usable) {
     return toolProblem(eToolUsage, usable.error().message);
@@ -326,10 +326,10 @@ ToolStatus breakLock(const Request& request) {
 }  // namespace
 
 void addBreakCommand(CommandLine& line) {
-  addShareCommand<Request>(
+  addShareCommand<LocksRequest>(
       line,
       {"break", "Remove a lock that a station left behind that is gone",
-       [](CommandOptions& options, Request& request) {
+       [](CommandOptions& options, LocksRequest& request) {
          options.word("DIR", request.path, "The projects directory");
          options.word("LOCK", request.lock,
                       "As kv-share locks shows it, or a project's or room's name");

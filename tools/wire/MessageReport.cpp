@@ -257,7 +257,7 @@ std::vector<std::string> warningsAbout(const std::string& wireText) {
 
 namespace {
 
-struct Request {
+struct DecodeRequest {
   std::string file;
   bool isHex = false;
 };
@@ -274,11 +274,11 @@ ToolStatus show(const std::string& datagram) {
   return message["valid"].asBool() ? eToolDone : eToolFinding;
 }
 
-std::string placeOf(const Request& request, int line) {
+std::string placeOf(const DecodeRequest& request, int line) {
   return (request.file.empty() ? "standard input" : request.file) + " line " + std::to_string(line);
 }
 
-ToolStatus decodeHexLines(const Request& request, const std::string& input) {
+ToolStatus decodeHexLines(const DecodeRequest& request, const std::string& input) {
   ToolStatus status = eToolDone;
   std::istringstream lines(input);
   int number = 0;
@@ -295,7 +295,7 @@ ToolStatus decodeHexLines(const Request& request, const std::string& input) {
   return status;
 }
 
-ToolStatus decode(const Request& request) {
+ToolStatus decode(const DecodeRequest& request) {
   std::string input;
   if (!readInput(request.file, input)) {
     return toolProblem(eToolUsage, request.file + " cannot be read (" + std::strerror(errno) + ")");
@@ -306,9 +306,9 @@ ToolStatus decode(const Request& request) {
 }  // namespace
 
 void addDecodeCommand(CommandLine& line) {
-  line.add<Request>(
+  line.add<DecodeRequest>(
       {"decode", "Show what datagrams say, one JSON object each",
-       [](CommandOptions& options, Request& request) {
+       [](CommandOptions& options, DecodeRequest& request) {
          options.flag("--hex", request.isHex, "The input is one datagram a line, in hex");
          options.optionalWord("FILE", request.file, "The input; standard input by default");
          options.footer(

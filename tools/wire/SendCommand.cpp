@@ -25,7 +25,7 @@ namespace korvel {
 
 namespace {
 
-struct Request {
+struct SendRequest {
   std::string type;
   std::optional<std::string> project;
   std::optional<std::string> cookie;
@@ -97,7 +97,7 @@ std::span<const WireField* const> fieldsOf(int type) {
 }
 
 /// Whether the request has what goes into a field.
-bool has(const Request& request, const WireField& field) {
+bool has(const SendRequest& request, const WireField& field) {
   if (!field.option) return true;
   const std::string_view option(field.option);
   if (option == "--cookie") return request.cookie.has_value();
@@ -106,7 +106,7 @@ bool has(const Request& request, const WireField& field) {
 }
 
 /// What is wrong with the request; empty when nothing is.
-std::string objectionTo(const Request& request, int type) {
+std::string objectionTo(const SendRequest& request, int type) {
   for (const WireField* const field : fieldsOf(type)) {
     if (has(request, *field)) continue;
     return std::string(messageTypeName(type)) + " needs " + field->option + ", " + field->meaning;
@@ -122,7 +122,7 @@ std::string objectionTo(const Request& request, int type) {
   return {};
 }
 
-NetMessage recordOf(const Request& request, int type) {
+NetMessage recordOf(const SendRequest& request, int type) {
   const auto kind = static_cast<NetMessage::Type>(type);
   const Cookie cookie(request.cookie.value_or("").c_str(), false);
   const auto data = hostText(request.data.value_or(""));
@@ -152,7 +152,7 @@ NetMessage recordOf(const Request& request, int type) {
 }
 
 /// The datagram, written by the record that stations write it with.
-std::string datagramOf(const Request& request, int type) {
+std::string datagramOf(const SendRequest& request, int type) {
   const Projects noneOpen;
   const NamedSender sender(request.source);
   NetMessage message = recordOf(request, type);
@@ -161,7 +161,7 @@ std::string datagramOf(const Request& request, int type) {
 }
 
 /// What seals the message: nothing where no key is asked for, or the share has none.
-Result<std::shared_ptr<Seals>> sealsFor(const Request& request) {
+Result<std::shared_ptr<Seals>> sealsFor(const SendRequest& request) {
   if (!request.keys) return std::shared_ptr<Seals>();
   auto ring = KeyRing::read(*request.keys);
   if (!ring) return ring.error();
@@ -176,7 +176,7 @@ Result<std::shared_ptr<Seals>> sealsFor(const Request& request) {
   return std::make_shared<Seals>(SealPolicy::eAccept, std::move(*ring), sender);
 }
 
-ToolStatus sendDatagram(const Request& request, const std::string& datagram, int type) {
+ToolStatus sendDatagram(const SendRequest& request, const std::string& datagram, int type) {
   const auto seals = sealsFor(request);
   if (!seals) return toolProblem(eToolFinding, seals.error().message);
   SendEvents events;
@@ -196,7 +196,7 @@ ToolStatus sendDatagram(const Request& request, const std::string& datagram, int
   return eToolDone;
 }
 
-ToolStatus send(const Request& request) {
+ToolStatus send(const SendRequest& request) {
   const auto type = messageTypeOf(request.type);
   if (!type) return toolProblem(eToolUsage, noSuchMessageType(request.type));
   const std::string objection = objectionTo(request, *type);
@@ -208,7 +208,7 @@ ToolStatus send(const Request& request) {
   return sendDatagram(request, datagram, *type);
 }
 
-void declare(CommandOptions& options, Request& request) {
+void declare(CommandOptions& options, SendRequest& request) {
   options.word("TYPE", request.type, "A number, or a name like edit-saved");
   options.offer(messageTypeNames());
   options.text("--project", "COOKIE", request.project, "The sender's open project");
@@ -228,7 +228,7 @@ void declare(CommandOptions& options, Request& request) {
 }  // namespace
 
 void addSendCommand(CommandLine& line) {
-  line.add<Request>({"send", "Send one message to the stations", declare, send});
+  line.add<SendRequest>({"send", "Send one message to the stations", declare, send});
 }
 
 }  // namespace korvel
