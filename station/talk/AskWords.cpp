@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
 #include <random>
 #include <vector>
 
@@ -56,11 +60,19 @@ bool isSound(const NotedAsk& ask) {
          ask.project.size() <= kLongestObject;
 }
 
-std::string newAskId() {
+std::string newAskId(const std::string& last) {
+  constexpr int kRandomBits = 20;
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::system_clock::now().time_since_epoch());
   std::random_device random;
-  std::string bytes;
-  for (int i = 0; i < 8; ++i) bytes += static_cast<char>(random() & 0xFF);
-  return hexText(bytes);
+  std::uint64_t id = static_cast<std::uint64_t>(milliseconds.count()) << kRandomBits |
+                     random() >> (std::numeric_limits<unsigned>::digits - kRandomBits);
+  std::uint64_t before = 0;
+  std::from_chars(last.data(), last.data() + last.size(), before, 16);
+  id = std::max(id, before + 1);
+  char text[17];
+  std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(id));
+  return text;
 }
 
 std::string shortName(const std::string& name) {

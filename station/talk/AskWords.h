@@ -56,8 +56,10 @@ std::string wordsWithoutToken(const std::string& user, AskWords::What what, cons
 /// "the edit "Opening titles"".
 std::string titleOf(const NotedAsk& ask);
 
-/// A new identifier: by it an ask and its answers know each other.
-std::string newAskId();
+/// A new identifier: by it an ask and its answers know each other. Of one asker's the later is the
+/// greater: 11 hexadecimal digits of milliseconds since 1970 and 5 that are random, or the next
+/// after `last`, the asker's last one, where the clock was set back.
+std::string newAskId(const std::string& last);
 
 /// As much of a name as an ask carries.
 std::string shortName(const std::string& name);

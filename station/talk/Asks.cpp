@@ -66,6 +66,7 @@ void Asks::takeUpEarlier() {
 
 void Asks::takeUpAsk(NotedAsk ask) {
   if (!isSound(ask)) return;
+  lastId_ = std::max(lastId_, ask.id);
   dropOwnFor(ask);
   if (outgoing_.size() < kMostOfOne) outgoing_.push_back({std::move(ask), ++lastNumber_});
 }
@@ -125,7 +126,7 @@ Result<JsonValue> Asks::ask(const std::string& object, const std::string& text) 
                  {}};
   }
   NotedAsk ask = *held;
-  ask.id = newAskId();
+  ask.id = lastId_ = newAskId(lastId_);
   ask.text = text;
   ask.when = std::time(nullptr);
   outgoing_.push_back({ask, ++lastNumber_});
@@ -377,15 +378,16 @@ void Asks::takeAsk(Incoming ask) {
     const bool isOf = each.answer.ask == ask.ask.id && each.answer.to == ask.from;
     if (isOf && !ask.note.empty()) each.note = ask.note;
   }
-  if (knows(ask.ask.id) || (ask.note.empty() && replaced_.contains(ask.ask.id))) return;
+  if (knows(ask.ask.id) || replaced_.contains(ask.ask.id)) return;
   held_.nameAsHere(ask.ask);
-  // Asked again for the same, he means the last. What a note has is the last, in whichever order
-  // the messages come.
+  // Asked again for the same, he means the last.
   const auto same = std::ranges::find_if(incoming_, [&](const Incoming& each) {
     return each.from == ask.from && each.ask.kind == ask.ask.kind &&
            each.ask.object == ask.ask.object;
   });
   if (same != incoming_.end()) {
+    // A message that was overtaken, or a note from before he asked again.
+    if (ask.ask.id < same->ask.id) return replaced_.add(ask.ask.id);
     replaced_.add(same->ask.id);
     const bool isNews = same->ask.text != ask.ask.text;
     ask.number = isNews ? ++lastNumber_ : same->number;
@@ -499,10 +501,14 @@ void Asks::withdrawMissing(const StationNote& note) {
                 [&](const Given& each) { return each.note == note.id && !isIn(each.answer.ask); });
   if (answers_.size() != before) parts_.presence.showSoon();
   const auto now = std::chrono::steady_clock::now();
+  const auto isLate = [&](const Incoming& each) {
+    return each.note.empty() && each.from == note.user && now - each.arrived > kLongestUntilNoted &&
+           !isIn(each.ask.id);
+  };
+  // Others may have sent it in his name, in the place of what he asks for.
+  if (std::ranges::any_of(incoming_, isLate)) replaced_ = {};
   dropIncoming([&](const Incoming& each) {
-    const bool isLate =
-        each.note.empty() && each.from == note.user && now - each.arrived > kLongestUntilNoted;
-    return (isLate || each.note == note.id) && !isIn(each.ask.id);
+    return isLate(each) || (each.note == note.id && !isIn(each.ask.id));
   });
 }
 

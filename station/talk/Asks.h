@@ -174,10 +174,11 @@ class Asks {
   std::vector<Given> answers_;
   std::vector<Awaited> awaited_;  ///< by tellWhenFree()
   RecentIds answered_;            ///< asks that were answered here or settled
-  RecentIds replaced_;            ///< others' asks that they made again
+  RecentIds replaced_;            ///< others' asks in whose place they made later ones
   RecentIds heard_;               ///< answers that were taken: ask and answerer
   std::set<std::string> more_;    ///< askers whose further asks are not taken
   long lastNumber_ = 0;
+  std::string lastId_;  ///< of this station's asks
   bool isWatching_ = false;
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);  ///< what posted tasks hold weakly
 };

@@ -42,7 +42,8 @@ class AsksTest : public SharedStations {
   /// Sends an ask or answer as another's station would: `what` is its token's first word.
   void sendAsk(const std::string& from, const std::string& what, const std::string& id,
                const std::string& object, const std::string& text) {
-    const std::string to = what == "ask" ? "ANNA" : "BEN";
+    const bool isAskers = what == "ask" || what == "withdrawn";
+    const std::string to = isAskers ? "ANNA" : "BEN";
     send({"user-message", "--source", from, "--target", to, "--data",
           from + " " + text + " [" + what + " " + id + " " + object + " " +
               std::to_string(text.size()) + "]"});
@@ -158,6 +159,30 @@ TEST_F(AsksTest, WhoAsksAgainTakesTheFirstBackAndAWithdrawnAskIsGone) {
   run(*ben_, "answer " + std::to_string(mine["number"].asLong()) + " no");
   awaitLong(*anna_, "withdrawn", {{"text", "two"}});
   EXPECT_TRUE(run(*anna_, "asks").elements().empty());
+}
+
+TEST_F(AsksTest, OfTwoAsksForOneThingTheLaterCountsInWhicheverOrderTheyCome) {
+  makeReel();
+  const std::string object = "edit " + cookieOf("Reel");
+  const auto nowAsked = [this] {
+    std::string texts;
+    for (const JsonValue& each : run(*anna_, "asks").elements()) texts += each["text"].asString();
+    return texts;
+  };
+  sendAsk("EVE", "ask", "0000000000000002", object, "two");
+  await(*anna_, "asked", {{"text", "two"}});
+  sendAsk("EVE", "ask", "0000000000000001", object, "one");
+  sendAsk("EVE", "withdrawn", "0000000000000009", object, "");
+  settle(*anna_);
+  EXPECT_EQ(nowAsked(), "two");
+  sendAsk("EVE", "withdrawn", "0000000000000002", object, "");
+  await(*anna_, "withdrawn", {{"text", "two"}});
+  sendAsk("EVE", "ask", "0000000000000001", object, "one");
+  settle(*anna_);
+  EXPECT_EQ(nowAsked(), "") << "a late copy";
+  sendAsk("EVE", "ask", "0000000000000003", object, "three");
+  await(*anna_, "asked", {{"text", "three"}});
+  EXPECT_EQ(countOf(*anna_, "asked"), 2u);
 }
 
 TEST_F(AsksTest, AnAskForWhatCameAnotherWayIsTakenBack) {

@@ -159,6 +159,18 @@ TEST(AskWordsTest, AnAskReadsBackAsItWasWritten) {
   }
 }
 
+TEST(AskWordsTest, TheLaterOfTwoAsksHasTheGreaterIdentifier) {
+  const std::string first = newAskId("");
+  EXPECT_EQ(first.size(), 16u);
+  std::string last = first;
+  for (int i = 0; i < 1000; ++i) {
+    const std::string next = newAskId(last);
+    ASSERT_LT(last, next);
+    last = next;
+  }
+  EXPECT_EQ(newAskId("f000000000000000"), "f000000000000001") << "the clock was set back";
+}
+
 TEST(AskWordsTest, OtherWordsAreNoAsks) {
   for (const std::string words :
        {"", "hello", "see [here]", " [ask 1 edit E1 0]", "x [ask 0123456789abcdef edit E1]",
