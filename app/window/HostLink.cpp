@@ -102,6 +102,7 @@ HostLink::HostLink(iStationWindow::Dependencies surroundings, EventFeed& feed)
   listsPauseMs_ = kListsPauseMs;
   sinceNews_.start();
   timer_.start(kTickMs);
+  lookAtBeats();
   feed_.wakeBy([this] { QMetaObject::invokeMethod(this, &HostLink::hurry, Qt::QueuedConnection); });
 }
 
@@ -110,6 +111,7 @@ HostLink::~HostLink() { feed_.wakeBy({}); }
 /// Something happened: looks at it a tick from now, and goes on looking for a while.
 void HostLink::hurry() {
   sinceNews_.restart();
+  isResting_ = false;
   if (timer_.interval() != kTickMs) timer_.start(kTickMs);
 }
 
@@ -117,8 +119,8 @@ void HostLink::hurry() {
 void HostLink::rest() {
   const bool isIdle = isReady_ && sinceNews_.elapsed() > kIdleAfterMs && !isSnapshotAsked_ &&
                       !isSignAsked_ && !isBusy_ && !feed_.hasChanges();
+  isResting_ = isIdle;
   if (isIdle) {
-    askLook();
     timer_.start(static_cast<int>(listsPauseMs_) + kLongestSilenceMs);
   } else if (timer_.interval() != kTickMs) {
     timer_.start(kTickMs);
@@ -166,15 +168,17 @@ void HostLink::askSnapshot() {
   });
 }
 
-/// Has the host thread look by itself once the lists of the share are due: at a beat, when it wakes
-/// for other things, too.
-void HostLink::askLook() {
-  if (std::exchange(isLookAsked_, true)) return;
+/// On the host thread, at a beat, when it wakes for other things, too: looks by itself while the
+/// window rests.
+void HostLink::lookAtBeats() {
   const auto delay = untilNextBeat(std::chrono::milliseconds(listsPauseMs_));
   with_.station.hostThread().postAfter(delay, [this] {
-    const ActivityScope scope("a look at the project");
-    feed_.noteDue();
-    look(true);
+    if (isResting_) {
+      const ActivityScope scope("a look at the project");
+      feed_.noteDue();
+      look(true);
+    }
+    lookAtBeats();
   });
 }
 
@@ -190,7 +194,7 @@ void HostLink::look(bool isOfBeat) {
   QMetaObject::invokeMethod(this, [this, snapshot, took, hadLists, isOfBeat] {
     if (hadLists) sinceLists_.restart();
     if (hadLists) listsPauseMs_ = pauseBetweenLists(took);
-    (isOfBeat ? isLookAsked_ : isSnapshotAsked_) = false;
+    if (!isOfBeat) isSnapshotAsked_ = false;
     takeSnapshot(snapshot, took);
   });
 }

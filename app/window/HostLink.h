@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QStringList>
 #include <QTimer>
+#include <atomic>
 #include <functional>
 #include <optional>
 #include <string>
@@ -148,7 +149,7 @@ class HostLink : public QObject {
   void hurry();
   void rest();
   void askSnapshot();
-  void askLook();
+  void lookAtBeats();
   void askSigns();
   void look(bool isOfBeat);
   void tellBusy();
@@ -169,12 +170,12 @@ class HostLink : public QObject {
   QElapsedTimer sinceLists_;  ///< since lists that no event tells of were looked at
   KeptTools toPutBack_;
   bool isSnapshotAsked_ = false;
-  bool isLookAsked_ = false;
+  std::atomic<bool> isResting_ = false;  ///< the host thread is to look by itself
   bool isSignAsked_ = false;
   bool isBusy_ = false;
   bool isReady_ = false;
   qint64 snapshotPauseMs_ = 0;
-  qint64 listsPauseMs_ = 0;
+  std::atomic<qint64> listsPauseMs_ = 0;
 };
 
 }  // namespace korvel

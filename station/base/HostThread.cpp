@@ -50,7 +50,7 @@ void HostThread::post(Task task) {
   wake();
 }
 
-void HostThread::postAfter(std::chrono::milliseconds delay, Task task) {
+void HostThread::postAfter(std::chrono::nanoseconds delay, Task task) {
   {
     const std::lock_guard lock(mutex_);
     later_.emplace(Clock::now() + delay, std::move(task));

@@ -110,7 +110,7 @@ class HostThread {
   void post(Task task);
 
   /// Queues a task once `delay` has passed. Any thread.
-  void postAfter(std::chrono::milliseconds delay, Task task);
+  void postAfter(std::chrono::nanoseconds delay, Task task);
 
   /// Queues the delivery of something of `bytes` size; false when the lane is full and nothing was
   /// queued. Any thread.

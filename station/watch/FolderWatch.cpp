@@ -266,8 +266,8 @@ class FolderWatch::Loop : public std::enable_shared_from_this<Loop> {
     // A slow share is asked less often, so that the watch does not add to its load. One that hung
     // is asked as usual: its users wait to hear that it is back.
     const milliseconds pause = took < kHung ? took * kPauseFactor : milliseconds(0);
-    each.due =
-        now + std::max(untilNextBeat(each.files.folder().period), std::min(pause, kLongestPeriod));
+    const std::chrono::nanoseconds least = std::min(pause, kLongestPeriod);
+    each.due = now + std::max(untilNextBeat(each.files.folder().period), least);
     if (each.files.recheck() > now) each.due = std::min(each.due, each.files.recheck());
   }
 

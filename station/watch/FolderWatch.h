@@ -20,10 +20,8 @@ namespace korvel {
 
 /// How long it is until the machine's clock is next at a multiple of `period`. What is done every
 /// few seconds is done then, so that all of it together wakes an idle station once.
-inline std::chrono::milliseconds untilNextBeat(std::chrono::milliseconds period) {
-  const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(
-      std::chrono::steady_clock::now().time_since_epoch());
-  return period - now % period;
+inline std::chrono::nanoseconds untilNextBeat(std::chrono::nanoseconds period) {
+  return period - std::chrono::steady_clock::now().time_since_epoch() % period;
 }
 
 /// A folder to be watched.
