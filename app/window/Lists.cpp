@@ -9,6 +9,7 @@
 #include <QSortFilterProxyModel>
 #include <QTreeView>
 #include <algorithm>
+#include <numeric>
 #include <utility>
 
 #include "app/window/ObjectsModel.h"
@@ -172,20 +173,49 @@ void ColumnFit::takeWidth(int column, int width) {
 
 void ColumnFit::fit() {
   isFitting_ = true;
+  std::vector<int> widths = fitting();
+  makeRoomForFirst(widths);
+  for (std::size_t i = 0; i < widths.size(); ++i) {
+    const int column = static_cast<int>(i) + 1;
+    view_.setColumnHidden(column, widths[i] == 0);
+    if (widths[i] > 0) view_.setColumnWidth(column, widths[i]);
+  }
+  isFitting_ = false;
+}
+
+/// The widths of the columns behind the first, as far as there is room; 0 for those that are
+/// hidden.
+std::vector<int> ColumnFit::fitting() const {
+  std::vector<int> fitting(widths_.size());
   int room = view_.viewport()->width() - first_;
   for (std::size_t i = 0; i < widths_.size(); ++i) {
-    const int column = static_cast<int>(i) + 1;
-    const bool isWanted = !unwanted_.contains(column);
+    const bool isWanted = !unwanted_.contains(static_cast<int>(i) + 1);
     const int keeps = std::max(0, widths_[i].beside - first_);
     const bool fits = isWanted && room >= widths_[i].least + keeps;
     const bool isCut = widths_[i].isWholeOrLeast && room - keeps < widths_[i].wanted;
     const int width = isCut ? widths_[i].least : std::min(widths_[i].wanted, room - keeps);
-    view_.setColumnHidden(column, !fits);
-    if (fits) view_.setColumnWidth(column, width);
+    if (fits) fitting[i] = width;
     if (!isWanted) continue;
     room = fits ? room - width : 0;
   }
-  isFitting_ = false;
+  return fitting;
+}
+
+/// Columns that came later may have taken what an earlier one left to the first: they and it give
+/// way as far as they can.
+void ColumnFit::makeRoomForFirst(std::vector<int>& widths) const {
+  int lack = std::accumulate(widths.begin(), widths.end(), -view_.viewport()->width());
+  int beside = 0;
+  for (std::size_t i = 0; i < widths.size(); ++i) {
+    if (widths[i] > 0) beside = std::max(beside, widths_[i].beside);
+  }
+  lack += beside;
+  for (std::size_t i = 0; i < widths.size() && lack > 0; ++i) {
+    if (widths[i] == 0 || widths_[i].isWholeOrLeast) continue;
+    const int given = std::min(lack, widths[i] - widths_[i].least);
+    widths[i] -= given;
+    lack -= given;
+  }
 }
 
 ArrowKeys::ArrowKeys(QAbstractItemView& view) : QObject(&view), view_(view) {

@@ -96,6 +96,8 @@ class ColumnFit : public QObject {
  private:
   bool eventFilter(QObject* watched, QEvent* event) override;
   void fit();
+  [[nodiscard]] std::vector<int> fitting() const;
+  void makeRoomForFirst(std::vector<int>& widths) const;
   void takeWidth(int column, int width);
 
   QTreeView& view_;

@@ -136,6 +136,10 @@ TEST(ObjectsPaneTest, WhatMattersMostIsNeverOffToTheRight) {
     shownBefore = shown;
   }
   EXPECT_EQ(shownBefore, 5);
+  pane.resize(668, 300);
+  QCoreApplication::processEvents();
+  EXPECT_FALSE(view.isColumnHidden(4));
+  EXPECT_GE(view.columnWidth(0), 170) << "names, beside news that need not have all of the rest";
   EXPECT_TRUE(view.model()->index(0, 0).data(Qt::ToolTipRole).toString().contains("Owner: nobody"));
 }
 
