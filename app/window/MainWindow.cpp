@@ -542,16 +542,19 @@ void MainWindow::enableActions() {
   setAllowed(*trashAction_, actions_->whatLacks(Target::eOpenProject));
 }
 
+void MainWindow::keepLayout() const {
+  if (!keepsLayout_) return;
+  QSettings kept = windowSettings();
+  layout_->save(kept);
+  if (snapshot_) keepTools(kept, snapshot_->tools);
+}
+
 // Finding unsaved changes and leaving the project may take as long as the share does. The window
 // stays open and says so. Closing it a second time ends the process at once; the system then frees
 // its locks.
 void MainWindow::closeEvent(QCloseEvent* event) {
   event->ignore();
-  if (keepsLayout_) {
-    QSettings kept = windowSettings();
-    layout_->save(kept);
-    if (snapshot_) keepTools(kept, snapshot_->tools);
-  }
+  keepLayout();
   if (isEnding_) std::_Exit(kEndedAtOnce);
   isEnding_ = true;
   messages().tell(MessageBar::Kind::eNote,

@@ -45,6 +45,12 @@ class MainWindow : public QMainWindow {
   [[nodiscard]] const CommandTable& commands() const { return link_.commands(); }
   [[nodiscard]] HostLink& link() const { return link_; }
 
+  /// The station has ended. A signal or "quit" does not close the window, so that its layout is
+  /// kept only now.
+  void noteEnd() const {
+    if (!isEnding_) keepLayout();
+  }
+
   /// How many messages the station received so far.
   [[nodiscard]] unsigned long received() const { return received_; }
 
@@ -55,6 +61,7 @@ class MainWindow : public QMainWindow {
   void keyPressEvent(QKeyEvent* event) override;
 
  private:
+  void keepLayout() const;
   void connectLink();
   void connectObjects();
   void connectProjects();

@@ -105,6 +105,7 @@ void StationWindow::run(const Dependencies& surroundings) {
   MainWindow window(link);
   window.show();
   runLoop(window);
+  window.noteEnd();
 }
 
 void StationWindow::runLoop(MainWindow&) { QApplication::exec(); }

@@ -93,6 +93,31 @@ TEST_F(LifecycleTest, EveryGentleEndReleasesProjectAndMarker) {
   run(ben, "project enter Secret");
 }
 
+TEST_F(LifecycleTest, AWindowIsKeptAsItIsWhateverEndsIt) {
+  ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
+  const std::string settings = folder_ / "config/korvel/station-window.ini";
+  ::setenv("XDG_CONFIG_HOME", (folder_ / "config").c_str(), 1);
+  for (const bool isSignal : {true, false}) {
+    std::filesystem::remove(settings);
+    StationProcess::Options options;
+    options.program = KV_STATION;
+    options.projects = folder_ / "projects";
+    options.user = options.host = "ANNA";
+    options.port = freeUdpPort();
+    options.more = {"--gui"};
+    StationProcess anna(std::move(options));
+    if (!anna.waitUntilReady()) {
+      ASSERT_NE(anna.errorText().find("--gui: the window"), std::string::npos) << anna.errorText();
+      GTEST_SKIP() << "this build has no window";
+    }
+    isSignal ? anna.signal(SIGTERM) : anna.type("quit");
+    EXPECT_EQ(anna.waitForExit(), 0);
+    std::ifstream kept(settings);
+    const std::string text((std::istreambuf_iterator<char>(kept)), {});
+    EXPECT_NE(text.find("geometry"), std::string::npos) << isSignal << text;
+  }
+}
+
 TEST_F(LifecycleTest, WhatAKilledStationHeldCanBeTakenAtOnce) {
   StationProcess& anna = start("ANNA", 11);
   run(anna, "project create Secret --private");
