@@ -62,7 +62,7 @@ bool DeliveryLanes::add(const Source& source, Kind kind, std::string bytes, Time
   }
   // Only lanes with messages have a turn, so next() costs the same however many sources there are.
   if (way.waiting.empty()) turns_.push_back(way.loss.source);
-  way.waiting.push_back({source, std::move(bytes), sender});
+  way.waiting.push_back({source, std::move(bytes), sender, now});
   way.bytes += size;
   bytes_ += size;
   return true;
@@ -96,7 +96,7 @@ std::optional<DeliveryLanes::Item> DeliveryLanes::next() {
   } else {
     turns_.splice(turns_.end(), turns_, turns_.begin());
   }
-  return Item{message.source, std::move(message.bytes), message.sender};
+  return Item{message.source, std::move(message.bytes), message.sender, message.arrived};
 }
 
 std::list<DeliveryLanes::Loss> DeliveryLanes::lossesToTell(Time now,

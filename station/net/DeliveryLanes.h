@@ -106,6 +106,7 @@ class DeliveryLanes {
     Source source;
     std::string bytes;
     std::uint64_t sender = 0;
+    Time arrived{};
   };
 
   /// Takes the next message: the oldest of the lane whose turn it is. Nothing when all are empty.
@@ -140,6 +141,7 @@ class DeliveryLanes {
     Source source;
     std::string bytes;
     std::uint64_t sender;
+    Time arrived;
   };
 
   struct Lane {

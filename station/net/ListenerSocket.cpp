@@ -339,15 +339,15 @@ std::uint32_t DropCount::lost(std::uint32_t total, std::uint32_t sent) {
       return other - one - 1 < 0x7FFFFFFF;
     };
     accounted_ += more;
-    if (isBehind(accounted_, sentWhenEmpty_)) accounted_ = sentWhenEmpty_;
+    if (isBehind(accounted_, deliveredWhenEmpty_)) accounted_ = deliveredWhenEmpty_;
     if (isBehind(sent, accounted_)) accounted_ = sent;
   }
   return lost_;
 }
 
-void DropCount::wasEmptied(std::uint32_t sent) {
+void DropCount::wasEmptied(std::uint32_t delivered) {
   backlog_ = 0;
-  sentWhenEmpty_ = sent;
+  deliveredWhenEmpty_ = delivered;
 }
 
 ReadingTurn::Duration ReadingTurn::patienceFor(std::size_t bufferBytes) {

@@ -185,8 +185,9 @@ class DropCount {
   /// A batch was read: so many datagrams of so many bytes in all, all that there were or not.
   void wasRead(std::size_t datagrams, std::size_t bytes);
 
-  /// Nothing waited any more when this station had sent `sent`.
-  void wasEmptied(std::uint32_t sent);
+  /// Nothing waited any more; the system was done with `delivered` of this station's own datagrams
+  /// before that was asked.
+  void wasEmptied(std::uint32_t delivered);
 
   [[nodiscard]] bool mayHaveBeenFull() const { return backlog_ >= bufferBytes_ / 2; }
 
@@ -199,7 +200,7 @@ class DropCount {
   std::size_t backlog_ = 0;  ///< an estimate of the memory that was read since a pause
   std::uint32_t total_ = 0;
   std::uint32_t lost_ = 0;
-  std::uint32_t sentWhenEmpty_ = 0;
+  std::uint32_t deliveredWhenEmpty_ = 0;
   std::uint32_t accounted_ = 0;  ///< of what was sent, those that total_ holds or never will
 };
 

@@ -153,8 +153,10 @@ int SenderSocket::send(const Destination& destination, std::uint16_t port, std::
   // Before it leaves: the listener must never find more of them left out than were sent.
   ++sent_;
   const Header header(destination, port, bytes);
-  const int error = sendOnce(socket_, header.get());
-  return isQueueFull(error) ? keepSending(socket_, header.get(), error) : error;
+  int error = sendOnce(socket_, header.get());
+  if (isQueueFull(error)) error = keepSending(socket_, header.get(), error);
+  ++delivered_;
+  return error;
 }
 
 int SenderSocket::open() {

@@ -64,6 +64,9 @@ class SenderSocket {
   /// How many datagrams were sent, or were tried to be, modulo 2^32.
   [[nodiscard]] std::uint32_t sent() const { return sent_; }
 
+  /// How many of them the system is done with: whoever would get them has them.
+  [[nodiscard]] std::uint32_t delivered() const { return delivered_; }
+
   /// Sends one datagram. 0, or the errno value that tells why it did not leave. Waits a few
   /// milliseconds at most where the system's own queue is full.
   int send(const Destination& destination, std::uint16_t port, std::string_view bytes);
@@ -75,6 +78,7 @@ class SenderSocket {
   std::atomic<int> socket_{-1};
   std::atomic<std::uint16_t> port_{0};
   std::atomic<std::uint32_t> sent_{0};
+  std::atomic<std::uint32_t> delivered_{0};
 };
 
 /// Sends each text as one datagram to every destination. A text that left for no destination is not

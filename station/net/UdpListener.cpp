@@ -289,6 +289,7 @@ void UdpListener::deliverNext(const std::shared_ptr<DeliveryTarget>& outlet) {
   queueDelivery(outlet);
   if (!outlet->stations.accepts(*item, outlet->hooks)) return;
   ReceivedMessage message = receivedMessage(std::move(item->bytes));
+  message.arrived = item->arrived;
   message.from = textOf(item->source.address) + ":" + std::to_string(item->source.port);
   if (outlet->seals) judgeSender(*outlet, *item, message);
   if (outlet->hooks.userAt) {
@@ -358,6 +359,8 @@ void UdpListener::takeWhatIsThere() {
 }
 
 bool UdpListener::takeBatch() {
+  // Asked for before: what is sent while the batch is taken is counted by later datagrams.
+  const std::uint32_t deliveredBefore = surroundings_.ownSender->delivered();
   const int result = reader_.read(socket_.descriptor());
   const auto count = static_cast<std::size_t>(std::max(result, 0));
   const bool isEmptied = count < DatagramReader::kBatch;
@@ -375,6 +378,7 @@ bool UdpListener::takeBatch() {
   }
   drops_.wasRead(count, bytes);
   noteDrops(now, isEmptied);
+  if (isEmptied) drops_.wasEmptied(deliveredBefore);
   losses_.tellIfOver(now);
   if (isEmptied) tellBrokenRead(std::max(-result, 0));
   return !isEmptied;
@@ -387,7 +391,6 @@ void UdpListener::noteDrops(LossReport::Time now, bool isEmptied) {
   const auto total = isToBeAsked ? socket_.droppedBySystem() : reader_.droppedBySystem();
   const std::uint32_t sent = surroundings_.ownSender->sent();
   losses_.systemDropped(drops_.lost(total, sent), now);
-  if (isEmptied) drops_.wasEmptied(sent);
 }
 
 void UdpListener::take(Datagram datagram, LossReport::Time now) {

@@ -282,9 +282,28 @@ void Conversation::noteSent(const std::string& wireText) {
   add({0, Said::Kind::eWords, user_, message.target, wordsAsTyped(message.data), {}, {}, true});
 }
 
+/// A network may bring a datagram twice; nobody says the same again so soon. When it arrived
+/// counts: what waited is delivered all at once.
+bool Conversation::isCopy(const ReceivedMessage& message) {
+  constexpr auto kLatestCopy = std::chrono::milliseconds(100);
+  constexpr std::size_t kMostHeard = 64;
+  if (message.arrived == Time()) return false;
+  while (!heard_.empty() && message.arrived - heard_.front().arrived > kLatestCopy) {
+    heard_.pop_front();
+  }
+  const bool isCopy = std::ranges::any_of(heard_, [&message](const Heard& each) {
+    return each.from == message.from && each.wireText == message.wireText;
+  });
+  if (isCopy) return true;
+  heard_.push_back({message.arrived, message.from, message.wireText});
+  if (heard_.size() > kMostHeard) heard_.pop_front();
+  return false;
+}
+
 void Conversation::noteDelivered(const ReceivedMessage& message) {
   const std::string& words = message.fields.data;
   if (words.empty() || !isForThisUser(message.fields) || readAskWords(words)) return;
+  if (isCopy(message)) return;
   add({0,
        Said::Kind::eWords,
        message.fields.source,

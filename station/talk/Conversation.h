@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -96,6 +97,16 @@ class Conversation {
   void noteDelivered(const ReceivedMessage& message);
 
  private:
+  using Time = std::chrono::steady_clock::time_point;
+
+  /// Words that came over the network.
+  struct Heard {
+    Time arrived;
+    std::string from;
+    std::string wireText;
+  };
+
+  bool isCopy(const ReceivedMessage& message);
   void load();
   void take(const std::string& line);
   void keep(Said said);
@@ -110,6 +121,7 @@ class Conversation {
   std::string user_;
   std::string projects_;
   std::deque<Said> said_;
+  std::deque<Heard> heard_;  ///< a moment ago
   std::size_t bytes_ = 0;    ///< of the texts in memory
   std::size_t written_ = 0;  ///< bytes of the file
   bool endsInLine_ = true;   ///< else its last line was cut

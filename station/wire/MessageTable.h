@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <span>
 #include <string>
@@ -186,6 +187,7 @@ struct ReceivedMessage {
   bool isUnverified = false;  ///< its sender is not proven, though he could have sealed it
   std::string by{};           ///< the user whose station sent it; empty where that is not known
   std::string from{};         ///< its sender's address and port; empty where that is not known
+  std::chrono::steady_clock::time_point arrived{};  ///< at this machine; zero where it is not known
 
   void markUnverified() { isUnverified = words.isUnverified = true; }
 };

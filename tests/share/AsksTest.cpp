@@ -165,8 +165,9 @@ TEST_F(AsksTest, OfTwoAsksForOneThingTheLaterCountsInWhicheverOrderTheyCome) {
   makeReel();
   const std::string object = "edit " + cookieOf("Reel");
   const auto nowAsked = [this] {
+    const JsonValue asks = run(*anna_, "asks");
     std::string texts;
-    for (const JsonValue& each : run(*anna_, "asks").elements()) texts += each["text"].asString();
+    for (const JsonValue& each : asks.elements()) texts += each["text"].asString();
     return texts;
   };
   sendAsk("EVE", "ask", "0000000000000002", object, "two");

@@ -8,6 +8,7 @@
 #include <iterator>
 #include <string>
 
+#include "station/base/StationSettings.h"
 #include "station/talk/Asks.h"
 #include "tests/fakes/ScratchFolder.h"
 
@@ -157,6 +158,26 @@ TEST(AskWordsTest, AnAskReadsBackAsItWasWritten) {
       EXPECT_EQ(read->ask.name, name);
     }
   }
+}
+
+TEST(ConversationCopiesTest, WhatTheNetworkBroughtTwiceIsShownOnceAndWhatIsSaidAgainTwice) {
+  installSettings({});
+  Conversation conversation({}, "ANNA", "/projects");
+  const auto start = std::chrono::steady_clock::now();
+  const auto hear = [&](const std::string& from, int milliseconds) {
+    ReceivedMessage message;
+    message.fields.source = "BEN";
+    message.fields.target = "<All>";
+    message.fields.data = message.wireText = "hello";
+    message.from = from;
+    message.arrived = start + std::chrono::milliseconds(milliseconds);
+    conversation.noteDelivered(message);
+    return conversation.all().size();
+  };
+  EXPECT_EQ(hear("10.0.0.2:4000", 0), 1u);
+  EXPECT_EQ(hear("10.0.0.2:4000", 5), 1u);
+  EXPECT_EQ(hear("10.0.0.3:4000", 6), 2u) << "another's";
+  EXPECT_EQ(hear("10.0.0.2:4000", 2000), 3u);
 }
 
 TEST(AskWordsTest, TheLaterOfTwoAsksHasTheGreaterIdentifier) {
