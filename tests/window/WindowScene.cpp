@@ -42,6 +42,8 @@ class DrivenWindow : public StationWindow {
     act_(window);
     // What follows is asked and answered in English.
     if (language_) QApplication::removeTranslator(language_);
+    // One that is open already would keep the window open.
+    answer(window, "unsavedDialog", "Discard");
     QTimer discard;
     QObject::connect(&discard, &QTimer::timeout, &window,
                      [&window] { answer(window, "unsavedDialog", "Discard"); });

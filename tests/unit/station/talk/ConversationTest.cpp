@@ -166,6 +166,8 @@ TEST(ConversationCopiesTest, WhatTheNetworkBroughtTwiceIsShownOnceAndWhatIsSaidA
   const auto start = std::chrono::steady_clock::now();
   const auto hear = [&](const std::string& from, int milliseconds) {
     ReceivedMessage message;
+    message.fields.type = MessageType::eUserMessage;
+    message.fields.valid = true;
     message.fields.source = "BEN";
     message.fields.target = "<All>";
     message.fields.data = message.wireText = "hello";
