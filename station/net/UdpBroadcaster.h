@@ -64,7 +64,7 @@ class SenderSocket {
   /// How many datagrams were sent, or were tried to be, modulo 2^32.
   [[nodiscard]] std::uint32_t sent() const { return sent_; }
 
-  /// How many of them the system is done with: whoever would get them has them.
+  /// How many of them the system has finished sending, or has refused.
   [[nodiscard]] std::uint32_t delivered() const { return delivered_; }
 
   /// Sends one datagram. 0, or the errno value that tells why it did not leave. Waits a few
