@@ -19,8 +19,6 @@ namespace ProjectSharing {
 
 namespace {
 
-constexpr int kDefaultPort = 27015;
-
 Broadcaster* theBroadcaster = nullptr;
 
 /// The payload that the notifier a handler is registered with sends.

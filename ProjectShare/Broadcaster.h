@@ -10,6 +10,9 @@ class NetMessage;
 
 namespace ProjectSharing {
 
+/// The UDP port to send to and to listen on, where the configuration names no other.
+inline constexpr int kDefaultPort = 27015;
+
 /// Keeps registrations with the host's notifiers; a base of its own so that they end after the
 /// project listener does.
 struct NotificationGuards {

@@ -29,7 +29,6 @@ namespace {
 using Text = LightweightString<char>;
 using WideText = LightweightString<wchar_t>;
 
-constexpr int kDefaultPort = 27015;
 constexpr char kVersionMarker = 'd';
 constexpr const char* kEverybody = "<All>";
 constexpr const char* kDescription = "ProjectShare";

@@ -20,6 +20,7 @@ if(KV_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL Release)
 endif()
 if(KV_PRECOMPILED OR KV_TIDY)
   set(CMAKE_UNITY_BUILD ON)
+  set(CMAKE_UNITY_BUILD_BATCH_SIZE 24)
 endif()
 # Debug information makes linking slow; this linker takes a fifth of the time. What is packaged is linked as elsewhere.
 find_program(KV_QUICK_LINKER ld.lld)

@@ -208,7 +208,7 @@ namespace korvel {
 namespace {
 
 constexpr std::uint32_t kEscape = 0xDC00;
-constexpr std::uint32_t kReplacement = 0xFFFD;
+constexpr std::uint32_t kReplacementCharacter = 0xFFFD;
 constexpr std::uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
 
 bool isSurrogate(std::uint32_t c) { return c >= 0xD800 && c <= 0xDFFF; }
@@ -281,7 +281,7 @@ LightweightString<char> toUTF8(const LightweightString<wchar_t>& text) {
     } else if (character < 0x80) {
       bytes += static_cast<char>(character);
     } else {
-      appendUtf8(bytes, isCharacter(character) ? character : kReplacement);
+      appendUtf8(bytes, isCharacter(character) ? character : kReplacementCharacter);
     }
   }
   return LightweightString<char>(std::string_view(bytes));

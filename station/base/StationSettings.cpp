@@ -15,13 +15,13 @@ namespace korvel {
 
 namespace {
 
-StationSettings installed;
+StationSettings installedSettings;
 
 }  // namespace
 
-const StationSettings& settings() { return installed; }
+const StationSettings& settings() { return installedSettings; }
 
-void installSettings(StationSettings settings) { installed = std::move(settings); }
+void installSettings(StationSettings settings) { installedSettings = std::move(settings); }
 
 int stationPort() { return config_int(kPortKey, kDefaultPort); }
 

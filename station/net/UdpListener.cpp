@@ -176,7 +176,7 @@ void LossReport::note(Time now) {
 
 namespace {
 
-constexpr auto kBetweenLooks = std::chrono::milliseconds(5000);
+constexpr auto kBetweenLooksForGroups = std::chrono::milliseconds(5000);
 constexpr auto kBetweenJoins = std::chrono::milliseconds(1000);
 constexpr int kMillisecondsAfterError = 200;
 constexpr int kMillisecondsBetweenTellings = 1000;
@@ -477,7 +477,7 @@ int UdpListener::millisecondsToWait() const {
 }
 
 std::chrono::milliseconds UdpListener::betweenLooks() const {
-  return surroundings_.groups.empty() ? kBetweenLooks : kBetweenJoins;
+  return surroundings_.groups.empty() ? kBetweenLooksForGroups : kBetweenJoins;
 }
 
 void UdpListener::tellBrokenRead(int error) {

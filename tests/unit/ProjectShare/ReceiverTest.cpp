@@ -18,7 +18,7 @@ using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 using Lines = std::vector<std::string>;
 
-constexpr const char* kWarning =
+constexpr const char* kVersionWarning =
     "both: WARNING!! : Unexpected net message version. Please ensure that all machines are running "
     "the same version of Korvel software\n";
 
@@ -155,7 +155,7 @@ TEST_F(ReceiverTest, ATextThatDoesNotBeginWithTheMarkerIsIgnoredSilently) {
 
 TEST_F(ReceiverTest, AnotherVersionThatBeginsWithTheMarkerIsWarnedOfTwice) {
   EXPECT_EQ(effectsOf("dx|3|P0001|E0001|"), Lines{});
-  EXPECT_EQ(host_.logLines, (Lines{kWarning, kWarning}));
+  EXPECT_EQ(host_.logLines, (Lines{kVersionWarning, kVersionWarning}));
 }
 
 TEST_F(ReceiverTest, AFaultyTextIsReportedTwiceSinceItIsParsedTwice) {
