@@ -10,7 +10,7 @@
 
 namespace {
 
-EditModification read(std::string_view text) {
+EditModification modificationOf(std::string_view text) {
   return EditModification(LightweightString<char>(text));
 }
 
@@ -30,7 +30,7 @@ TEST(EditModificationText, IsTypeRangeSubjectAndValue) {
 
 TEST(EditModificationText, OfADefaultModificationReadsBackAsOne) {
   EXPECT_EQ(EditModification().asString().str(), "0;0;0;;");
-  EXPECT_EQ(read("0;0;0;;").type_, eModNone);
+  EXPECT_EQ(modificationOf("0;0;0;;").type_, eModNone);
 }
 
 TEST(EditModificationText, ReadsBackEveryByte) {
@@ -62,13 +62,13 @@ TEST(EditModificationText, ReadsBackTheSameDouble) {
 }
 
 TEST(EditModificationText, CarriesTypesThatThisStationDoesNotKnow) {
-  EXPECT_EQ(read("4711;0;0;;").asString().str(), "4711;0;0;;");
-  EXPECT_EQ(read("-3;0;0;;").asString().str(), "-3;0;0;;");
+  EXPECT_EQ(modificationOf("4711;0;0;;").asString().str(), "4711;0;0;;");
+  EXPECT_EQ(modificationOf("-3;0;0;;").asString().str(), "-3;0;0;;");
 }
 
 TEST(EditModificationText, DoesNotPutItsRangeInOrder) {
-  EXPECT_EQ(read("1;5;2;;").range_.start, 5);
-  EXPECT_EQ(read("1;5;2;;").range_.end, 2);
+  EXPECT_EQ(modificationOf("1;5;2;;").range_.start, 5);
+  EXPECT_EQ(modificationOf("1;5;2;;").range_.end, 2);
 }
 
 TEST(EditModificationText, ThatIsNotOfTheFormIsReadAsFarAsItIsUnderstood) {
@@ -96,7 +96,7 @@ TEST(EditModificationText, ThatIsNotOfTheFormIsReadAsFarAsItIsUnderstood) {
       {std::string("1\0;2", 4), "0;0;0;;"},
   };
   for (const Row& row : rows) {
-    EXPECT_EQ(read(row.text).asString().str(), row.understood) << "'" << row.text << "'";
+    EXPECT_EQ(modificationOf(row.text).asString().str(), row.understood) << "'" << row.text << "'";
   }
 }
 
