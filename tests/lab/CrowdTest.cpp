@@ -22,7 +22,7 @@ constexpr int kStations = 16;
 constexpr int kEdits = 10'000;
 constexpr int kOfEach = 3;  ///< edits that each station changes again and again
 constexpr auto kWorkingTime = std::chrono::minutes(1);
-constexpr auto kPatience = std::chrono::minutes(5);
+constexpr auto kPatienceOfAll = std::chrono::minutes(5);
 
 std::string cookieOf(int number) {
   std::array<char, 40> text{};
@@ -103,7 +103,7 @@ class CrowdTest : public LabTest {
 
   /// Waits until every station lists each edit by its last name.
   void awaitTheNames() {
-    const auto end = Clock::now() + kPatience;
+    const auto end = Clock::now() + kPatienceOfAll;
     atOnce(facility_, [this, end](Workstation& machine) {
       for (const auto& [cookie, name] : names_) {
         const std::string line = "edit may \"" + name + "\"";

@@ -14,7 +14,7 @@ namespace korvel {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr auto kPatience = std::chrono::seconds(60);
+constexpr auto kPatienceWithPeers = std::chrono::seconds(60);
 constexpr auto kPause = std::chrono::milliseconds(50);
 
 /// A machine number that no station of the lab has.
@@ -197,7 +197,7 @@ std::vector<Workstation*> Facility::peersOf(const Workstation& machine) const {
 }
 
 void Facility::awaitHearing() {
-  const auto deadline = Clock::now() + kPatience;
+  const auto deadline = Clock::now() + kPatienceWithPeers;
   while (!allHear(std::chrono::milliseconds(200))) {
     ASSERT_LT(Clock::now(), deadline) << "not every station hears every other one";
   }
@@ -207,7 +207,7 @@ void Facility::awaitHearing() {
 
 // Datagrams of one sender arrive in order: what a marker does not overtake is there when it is.
 void Facility::sendMarkers() {
-  EXPECT_TRUE(allHear(kPatience)) << "not every station hears every other one";
+  EXPECT_TRUE(allHear(kPatienceWithPeers)) << "not every station hears every other one";
 }
 
 bool Facility::allHear(std::chrono::milliseconds limit) {
