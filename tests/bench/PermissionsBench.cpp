@@ -37,19 +37,20 @@ struct OwnedObjects {
 
 std::unique_ptr<OwnedObjects> owned;
 
-void fail(benchmark::State& state) { state.SkipWithError("the owner was not known"); }
+void failWithoutOwner(benchmark::State& state) { state.SkipWithError("the owner was not known"); }
 
 void isAllowed(benchmark::State& state) {
   const PermissionsManager permissions;
   for (auto _ : state) {
-    if (!permissions.isModificationAllowed(owned->next(), eModContentsChanged)) return fail(state);
+    if (!permissions.isModificationAllowed(owned->next(), eModContentsChanged))
+      return failWithoutOwner(state);
   }
 }
 
 void lookUpByHand(benchmark::State& state) {
   for (auto _ : state) {
     const auto found = owned->byHand.find(owned->next());
-    if (found == owned->byHand.end()) return fail(state);
+    if (found == owned->byHand.end()) return failWithoutOwner(state);
     benchmark::DoNotOptimize(found->second);
   }
 }

@@ -17,7 +17,7 @@ namespace korvel {
 
 namespace {
 
-constexpr int kRounds = 9;
+constexpr int kProjectRounds = 9;
 constexpr std::uint32_t kEntries = 1'000'000;  ///< edits to be entered in all rounds of a size
 
 struct Pair {
@@ -47,9 +47,21 @@ struct Times {
   }
 };
 
-bool complain(const char* what) {
+bool failedProgram(const char* what) {
   std::fprintf(stderr, "%s: the measuring program failed\n", what);
   return false;
+}
+
+/// What a program tells of so many rounds, after it told of its memory; nothing where it failed.
+std::optional<Times> timesOf(PeerProcess& program, int rounds) {
+  if (!readPair(program)) return std::nullopt;
+  Times times;
+  for (int round = 0; round < rounds; ++round) {
+    const auto pair = readPair(program);
+    if (!pair) return std::nullopt;
+    times.add(*pair);
+  }
+  return program.finish() ? std::optional(times) : std::nullopt;
 }
 
 void writeUsers(const std::string& folder, int names) {
@@ -65,10 +77,10 @@ bool measureUserList(BenchTable& table, const std::string& programs) {
     const ScratchFolder folder("/dev/shm");
     writeUsers(folder.path(), names);
     Times times;
-    for (int round = 0; round < kRounds; ++round) {
+    for (int round = 0; round < kProjectRounds; ++round) {
       PeerProcess program({programs + "/bench-users", folder.path(), round % 2 ? "ours" : "floor"});
       const auto pair = readPair(program);
-      if (!pair || !program.finish()) return complain("users");
+      if (!pair || !program.finish()) return failedProgram("users");
       times.add(*pair);
     }
     table.add(times.figure("getUserList, first, names", names, 2.0));
@@ -84,7 +96,7 @@ bool measureEntering(BenchTable& table, const std::string& programs) {
     const std::uint32_t rounds = std::min(99U, std::max(5U, kEntries / 10 / edits));
     PeerProcess program({programs + "/bench-enter", folder.path(), std::to_string(rounds)});
     const auto held = readPair(program);
-    if (!held) return complain("enter");
+    if (!held) return failedProgram("enter");
     memory.push_back({"memory an edit of the entered project",
                       double(edits),
                       Unit::eBytes,
@@ -95,10 +107,10 @@ bool measureEntering(BenchTable& table, const std::string& programs) {
     Times times;
     for (std::uint32_t round = 0; round < rounds; ++round) {
       const auto pair = readPair(program);
-      if (!pair) return complain("enter");
+      if (!pair) return failedProgram("enter");
       times.add(*pair);
     }
-    if (!program.finish()) return complain("enter");
+    if (!program.finish()) return failedProgram("enter");
     table.add(times.figure("project enter, edits", edits, 3.0));
   }
   for (Figure& figure : memory) table.add(std::move(figure));
@@ -117,15 +129,9 @@ bool measureEnteringSlowly(BenchTable& table, const std::string& programs) {
   ::setenv("LD_PRELOAD", KV_FAILING_FILES, 1);
   PeerProcess program({programs + "/bench-enter", folder.path(), std::to_string(kSlowRounds)});
   ::unsetenv("LD_PRELOAD");
-  bool isWell = readPair(program).has_value();  // the memory
-  Times times;
-  for (int round = 0; isWell && round < kSlowRounds; ++round) {
-    const auto pair = readPair(program);
-    if (pair) times.add(*pair);
-    isWell = pair.has_value();
-  }
-  if (!isWell || !program.finish()) return complain("slow");
-  table.add(times.figure("project enter, 0.3 ms an answer, edits", kEdits, 1.0));
+  const auto times = timesOf(program, kSlowRounds);
+  if (!times) return failedProgram("slow");
+  table.add(times->figure("project enter, 0.3 ms an answer, edits", kEdits, 1.0));
   return true;
 }
 
@@ -143,15 +149,9 @@ bool measureEnteringAgain(BenchTable& table, const std::string& programs) {
   std::filesystem::remove(other);
   PeerProcess program(
       {programs + "/bench-enter", folder.path(), std::to_string(kAgain), cache / "korvel"});
-  bool isWell = readPair(program).has_value();  // the memory
-  Times times;
-  for (int round = 0; isWell && round < kAgain; ++round) {
-    const auto pair = readPair(program);
-    if (pair) times.add(*pair);
-    isWell = pair.has_value();
-  }
-  if (!isWell || !program.finish()) return complain("enter again");
-  table.add(times.figure("project enter again, edits", 10'000, 1.2));
+  const auto times = timesOf(program, kAgain);
+  if (!times) return failedProgram("enter again");
+  table.add(times->figure("project enter again, edits", 10'000, 1.2));
   return true;
 }
 
@@ -163,10 +163,10 @@ bool measureSaving(BenchTable& table, const std::string& programs) {
   Times times;
   for (int round = 0; round < kSaves; ++round) {
     const auto pair = readPair(program);
-    if (!pair) return complain("save");
+    if (!pair) return failedProgram("save");
     times.add(*pair);
   }
-  if (!program.finish()) return complain("save");
+  if (!program.finish()) return failedProgram("save");
   table.add(times.figure("edit save with its history, bytes", 100'000, 1.2));
   return true;
 }
@@ -185,13 +185,13 @@ bool measureStart(BenchTable& table, const std::string& programs) {
       const auto taken = PeerProcess::Clock::now() - program.started();
       return line && program.finish() ? std::chrono::duration<double, std::nano>(taken).count() : 0;
     };
-    for (int round = 0; round < kRounds; ++round) {
+    for (int round = 0; round < kProjectRounds; ++round) {
       const Pair pair{
           time(PeerProcess({programs + "/kv-station", "--projects", folder.path(), "--user", "ANNA",
                             "--host", "ANNA", "--port", "27917", "--send-to", "127.255.255.255",
                             "--script", "-", "--events", "-"})),
           time(PeerProcess({programs + "/bench-empty"}))};
-      if (pair.ours <= 0 || pair.floor <= 0) return complain("start");
+      if (pair.ours <= 0 || pair.floor <= 0) return failedProgram("start");
       times.add(pair);
     }
     table.add(times.figure("start to ready, projects there", projects, 3.0));
