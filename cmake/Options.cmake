@@ -13,8 +13,7 @@ if(KV_SANITIZE)
   add_compile_definitions(KV_SANITIZED)
 endif()
 # Several sources are compiled as one, and standard headers beforehand, for all builds but "dev": half the time; "dev" sees
-# that every file includes what it uses. Names of unnamed namespaces must differ within a library for it; where each source
-# has the same by design (a family of commands), the library is SEPARATE.
+# that every file includes what it uses. Names of unnamed namespaces must differ within a library that is not SEPARATE.
 if(KV_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL Release)
   set(KV_PRECOMPILED <algorithm> <filesystem> <functional> <map> <memory> <string> <string_view> <variant> <vector>)
 endif()

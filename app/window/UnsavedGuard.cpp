@@ -103,9 +103,9 @@ void UnsavedGuard::before(const QString& what, const std::function<void()>& go,
                           const std::function<void()>& goWithout) {
   // Asks the host thread, so go() or stay() is called later, never from here.
   link_.askUnsaved([this, what, go, stay, goWithout](const std::vector<UnsavedEdit>& unsaved) {
-    // A question is open already.
-    if (asked_) return stay();
-    unsaved.empty() ? go() : ask(what, unsaved, go, stay, goWithout);
+    if (unsaved.empty()) return go();
+    const bool isAsking = asked_ && asked_->isVisible();
+    isAsking ? stay() : ask(what, unsaved, go, stay, goWithout);
   });
 }
 
@@ -116,8 +116,12 @@ void UnsavedGuard::ask(const QString& what, const std::vector<UnsavedEdit>& unsa
   for (const UnsavedEdit& edit : unsaved) names << called(edit.cookie, edit.name);
   const QString text = tr("%Ln edits have changes that are not saved. Discarded changes are lost.",
                           nullptr, static_cast<int>(unsaved.size()));
-  const auto unlessFailed = [go, stay](const CommandOutcome& outcome) {
-    outcome.succeeded ? go() : stay();
+  // What was answered a moment before may have saved or reverted them meanwhile, or left the
+  // project.
+  const auto unlessFailed = [this, go, stay](const CommandOutcome& outcome) {
+    if (outcome.succeeded) return go();
+    link_.askUnsaved(
+        [go, stay](const std::vector<UnsavedEdit>& left) { left.empty() ? go() : stay(); });
   };
   asked_ = new Question(QStringLiteral("unsavedDialog"), what, text, names, &window_);
   asked_->usualAnswer(tr("&Save"), [this, lines = linesOn("edit save", unsaved), unlessFailed] {

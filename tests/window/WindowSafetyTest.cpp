@@ -156,6 +156,16 @@ TEST_F(WindowSafetyTest, ClosingTheWindowAsksAndCancelKeepsItOpen) {
   });
 }
 
+// The scene answers that changes are discarded, and closes the window in the same moment.
+TEST_F(WindowSafetyTest, TheWindowClosesRightAfterLeavingWasAnswered) {
+  EXPECT_EQ(play([](MainWindow& window) {
+              ASSERT_TRUE(changeQuay(window));
+              command(window, "project leave");
+              ASSERT_TRUE(dialogOf(window, "unsavedDialog"));
+            }),
+            0);
+}
+
 TEST_F(WindowSafetyTest, ASaveThatIsRefusedLeavesNothing) {
   play([this](MainWindow& window) {
     ASSERT_TRUE(changeQuay(window));
