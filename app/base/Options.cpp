@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <optional>
 
-#include "station/base/Rendering.h"
+#include "station/base/Json.h"
 #include "station/base/Strings.h"
 #include "station/os/FileErrors.h"
 #include "station/os/Posix.h"

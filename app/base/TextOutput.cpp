@@ -8,7 +8,6 @@
 #include <string_view>
 
 #include "station/base/Json.h"
-#include "station/base/Rendering.h"
 #include "station/base/Strings.h"
 #include "station/talk/Asks.h"
 

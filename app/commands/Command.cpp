@@ -14,7 +14,7 @@
 #include "app/commands/Commands.h"
 #include "host/base/Cookie.h"
 #include "station/Station.h"
-#include "station/base/Rendering.h"
+#include "station/base/Json.h"
 #include "station/base/Strings.h"
 #include "station/edit/Edits.h"
 #include "station/edit/Timecode.h"

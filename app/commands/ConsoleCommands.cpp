@@ -7,7 +7,6 @@
 #include "station/Station.h"
 #include "station/base/Events.h"
 #include "station/base/Json.h"
-#include "station/base/Rendering.h"
 #include "station/base/Strings.h"
 #include "station/project/Projects.h"
 #include "station/watch/CatchUp.h"

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "station/Station.h"
-#include "station/base/Rendering.h"
+#include "station/base/Json.h"
 #include "station/base/Strings.h"
 #include "station/containers/Containers.h"
 #include "station/edit/Edits.h"

@@ -2,7 +2,7 @@
 
 #include "host/base/Log.h"
 #include "station/Station.h"
-#include "station/base/Rendering.h"
+#include "station/base/Json.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditActions.h"
 #include "station/edit/Edits.h"

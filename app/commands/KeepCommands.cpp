@@ -6,7 +6,7 @@
 
 #include "station/Station.h"
 #include "station/Trash.h"
-#include "station/base/Rendering.h"
+#include "station/base/Json.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditActions.h"
 #include "station/edit/EditHistory.h"

@@ -5,7 +5,7 @@
 #include "app/commands/Command.h"
 #include "host/base/Log.h"
 #include "station/Station.h"
-#include "station/base/Rendering.h"
+#include "station/base/Json.h"
 #include "station/base/Strings.h"
 #include "station/project/Projects.h"
 #include "station/project/Rooms.h"

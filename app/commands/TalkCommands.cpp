@@ -13,7 +13,7 @@
 #include "host/project/iPermissionsManager.h"
 #include "host/project/iProjectShare.h"
 #include "station/Station.h"
-#include "station/base/Rendering.h"
+#include "station/base/Json.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/os/SharedFiles.h"

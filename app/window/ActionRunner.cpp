@@ -1,6 +1,5 @@
 #include "app/window/ActionRunner.h"
 
-#include <QFileInfo>
 #include <QSet>
 #include <algorithm>
 
@@ -87,7 +86,21 @@ QString deletedText(const std::vector<ObjectRow>& rows) {
 }  // namespace
 
 ActionRunner::ActionRunner(QWidget& window, HostLink& link, const WindowPanes& panes)
-    : window_(window), link_(link), panes_(panes), guard_(window, link, *panes.recovery) {}
+    : window_(window),
+      link_(link),
+      panes_(panes),
+      guard_(window, link, *panes.recovery),
+      imports_([this](const QString& line, const HostLink::Ended& then, const QString& file) {
+        runDoubtful(line, then, file);
+      }) {
+  connect(&imports_, &FileImports::told, this, &ActionRunner::told);
+  connect(&imports_, &FileImports::ended, this, [this](const QString& what) { Q_EMIT done(what, {}); });
+}
+
+void ActionRunner::takeSnapshot(const SnapshotPtr& snapshot) {
+  snapshot_ = snapshot;
+  imports_.takeProject(snapshot->project.cookie);
+}
 
 namespace {
 
@@ -553,46 +566,7 @@ void ActionRunner::importFiles(const QStringList& files) {
     Q_EMIT told(lack);
     return;
   }
-  toImport_ += files;
-  const bool isUnderWay = importsInAll_ > 0;
-  importsInAll_ += static_cast<int>(files.size());
-  if (isUnderWay) return;
-  importProject_ = snapshot_->project.cookie;
-  importNext();
-}
-
-// One after the other; a file that cannot be imported does not keep the others from it.
-void ActionRunner::importNext() {
-  // What still waits is not for another project.
-  if (snapshot_->project.cookie != importProject_) {
-    for (const QString& each : std::exchange(toImport_, {})) {
-      notImported_
-          << tr("%1 was left out: the project was left.").arg(oneLine(QFileInfo(each).fileName()));
-    }
-  }
-  if (toImport_.isEmpty()) {
-    const int count = std::exchange(imported_, 0);
-    importsInAll_ = 0;
-    const QString text = tr("%Ln edits are imported.", nullptr, count);
-    Q_EMIT done((QStringList(text) + std::exchange(notImported_, {})).join(QLatin1Char(' ')), {});
-    return;
-  }
-  const QString path = toImport_.takeFirst();
-  const QString file = oneLine(QFileInfo(path).fileName());
-  const auto next = [this, file](const CommandOutcome& outcome) {
-    imported_ += outcome.succeeded ? 1 : 0;
-    const bool isLeftOut = outcome.line.isEmpty();
-    if (isLeftOut) notImported_ << tr("%1 was left out.").arg(file);
-    if (!outcome.succeeded && !isLeftOut) notImported_ << outcome.text;
-    importNext();
-  };
-  if (importsInAll_ > 1) {
-    Q_EMIT told(tr("Importing %L1 of %L2: %3")
-                    .arg(importsInAll_ - static_cast<int>(toImport_.size()))
-                    .arg(importsInAll_)
-                    .arg(file));
-  }
-  runDoubtful(QStringLiteral("edit import ") + quoted(path), next, file);
+  imports_.add(files);
 }
 
 bool ActionRunner::wouldReplace(const CommandOutcome& outcome) {

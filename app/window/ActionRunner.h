@@ -17,6 +17,43 @@ class ActionDialog;
 class Question;
 class TrimDialog;
 
+/// Takes files into the open project, one after another: one that cannot be imported does not keep
+/// the others from it. Says how far it is, and at the end what became of them.
+class FileImports : public QObject {
+  Q_OBJECT
+
+ public:
+  /// Runs the line that imports one file. `then` follows in any case, with the outcome of no line
+  /// where the file was left out.
+  using Import = std::function<void(const QString& line, const HostLink::Ended& then,
+                                    const QString& file)>;
+
+  explicit FileImports(Import import) : import_(std::move(import)) {}
+
+  /// The project that is open now; what waits for another is left out.
+  void takeProject(const QString& cookie) { project_ = cookie; }
+
+  /// These come after those that wait.
+  void add(const QStringList& files);
+
+ Q_SIGNALS:
+  void told(const QString& what);
+  void ended(const QString& what);
+
+ private:
+  void next();
+  void take(const QString& file, const CommandOutcome& outcome);
+  void leaveOthersOut();
+
+  Import import_;
+  QString project_;
+  QString wanted_;  ///< the project that the files are for
+  QStringList waiting_;
+  QStringList notImported_;  ///< each with why
+  int imported_ = 0;
+  int inAll_ = 0;  ///< 0 while nothing is imported
+};
+
 /// Does what the menus, the keys and the lists ask for, with what is chosen: asks for what an
 /// action needs and before what cannot simply be taken back, and runs the line.
 class ActionRunner : public QObject {
@@ -27,7 +64,7 @@ class ActionRunner : public QObject {
   ActionRunner(QWidget& window, HostLink& link, const WindowPanes& panes);
 
   /// The snapshot that selections and fields refer to from now on.
-  void takeSnapshot(const SnapshotPtr& snapshot) { snapshot_ = snapshot; }
+  void takeSnapshot(const SnapshotPtr& snapshot);
   void takeUser(const QString& user) { user_ = user; }
 
   /// What must be done before there is something of this kind to act on, as a sentence; empty where
@@ -115,7 +152,6 @@ class ActionRunner : public QObject {
   void give(const ActionSpec& action, const QStringList& words, const QStringList& values);
   [[nodiscard]] QString doubtAbout(const QString& user) const;
   void runDoubtful(const QString& line, const HostLink::Ended& then = {}, const QString& file = {});
-  void importNext();
   [[nodiscard]] QString copyName(const QString& name) const;
   [[nodiscard]] bool takesOption(const char* command, const char* option) const;
   [[nodiscard]] bool leavesProject(const QString& line) const;
@@ -126,12 +162,8 @@ class ActionRunner : public QObject {
   UnsavedGuard guard_;
   SnapshotPtr snapshot_;
   QPointer<TrashDialog> trash_;
-  QStringList toImport_;     ///< files that wait
-  QString importProject_;    ///< the project that they are for
-  QStringList notImported_;  ///< each with why
-  int imported_ = 0;
-  int importsInAll_ = 0;  ///< 0 while nothing is imported
-  QString user_;          ///< who this station's user is
+  FileImports imports_;
+  QString user_;  ///< who this station's user is
 };
 
 }  // namespace korvel

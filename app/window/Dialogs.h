@@ -207,6 +207,7 @@ class TrimDialog : public QDialog {
   void allow();
   [[nodiscard]] long frameOf(Field field) const;
   [[nodiscard]] long firstOf(Field field) const;
+  [[nodiscard]] QString problemOf(Field field) const;
 
   TimelinePtr timeline_;
   std::optional<ClipTrim> trim_;

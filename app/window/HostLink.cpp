@@ -10,7 +10,7 @@
 #include "app/window/Timeline.h"
 #include "station/Trash.h"
 #include "station/base/HostThread.h"
-#include "station/base/Rendering.h"
+#include "station/base/Json.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditActions.h"
 #include "station/edit/EditHistory.h"

@@ -19,6 +19,7 @@
 #include "app/window/PeoplePane.h"
 #include "app/window/Texts.h"
 #include "app/window/WindowLayout.h"
+#include "station/talk/Conversation.h"
 #include "station/ui/Desktop.h"
 
 namespace korvel {
@@ -68,7 +69,8 @@ PanelDock::PanelDock(QWidget* parent)
       recipients_(new QComboBox),
       conversation_(new ConversationView),
       entry_(new QLineEdit),
-      others_(new QToolButton) {
+      others_(new QToolButton),
+      advice_(new QLabel) {
   setObjectName(QStringLiteral("panelDock"));
   recipients_->setObjectName(QStringLiteral("recipients"));
   recipients_->setAccessibleName(tr("Whom to write to"));
@@ -104,10 +106,16 @@ PanelDock::PanelDock(QWidget* parent)
   layout->addWidget(conversation_, 1);
   layout->addWidget(others_);
   layout->addLayout(bottom);
+  advice_->setObjectName(QStringLiteral("wordsAdvice"));
+  advice_->setProperty("role", "quiet");
+  advice_->setWordWrap(true);
+  advice_->hide();
+  layout->addWidget(advice_);
   setWidget(scrolled(content));
   setFocusProxy(entry_);
   connect(recipients_, &QComboBox::textActivated, this, &PanelDock::recipientChosen);
   connect(entry_, &QLineEdit::returnPressed, this, &PanelDock::send);
+  connect(entry_, &QLineEdit::textChanged, this, &PanelDock::advise);
   connect(send, &QToolButton::clicked, this, &PanelDock::send);
   connect(others_, &QToolButton::clicked, this, &PanelDock::notificationsWanted);
   showUnread(0);
@@ -119,6 +127,14 @@ void PanelDock::send() {
   unsettled_.append(words);
   entry_->clear();
   Q_EMIT sent(recipients_->currentText(), words);
+}
+
+// While it can still be written otherwise.
+void PanelDock::advise(const QString& words) {
+  const QString advice = readableText(messageAdvice(words.toStdString()));
+  advice_->setText(advice);
+  advice_->setVisible(!advice.isEmpty());
+  entry_->setAccessibleDescription(advice);
 }
 
 void PanelDock::showUnread(int count) {

@@ -12,6 +12,7 @@
 #include "app/window/Snapshot.h"
 
 class QComboBox;
+class QLabel;
 class QLineEdit;
 class QToolButton;
 
@@ -66,6 +67,7 @@ class PanelDock : public QDockWidget {
   void send();
   void showRecipients(const PanelState& panel);
   void fitOthers();
+  void advise(const QString& words);
   void closeEvent(QCloseEvent* event) override;
   void resizeEvent(QResizeEvent* event) override;
 
@@ -73,6 +75,7 @@ class PanelDock : public QDockWidget {
   ConversationView* conversation_;
   QLineEdit* entry_;
   QToolButton* others_;
+  QLabel* advice_;  ///< why others would not see what is being written as it is
   PanelState state_;
   QStringList unsettled_;  ///< what was sent, until it is known what became of it
   QString replies_;        ///< what the button of others' words says

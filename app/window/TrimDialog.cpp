@@ -166,10 +166,15 @@ void TrimDialog::take(Field field) {
   // A time elsewhere that was none is what follows from this one now.
   for (const Field each : {eIn, eOut, eLength}) {
     inputs_[each].isTime = true;
-    say(each, each == field ? trim_->problem() : QString());
+    say(each, each == field ? problemOf(field) : QString());
   }
   showTimes(field);
   allow();
+}
+
+QString TrimDialog::problemOf(Field field) const {
+  const bool isTooShort = field == eLength && trim_->length() < 1;
+  return isTooShort ? tr("A clip is one frame long at least.") : trim_->problem();
 }
 
 void TrimDialog::showTimes(std::optional<Field> butFor) {

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <vector>
 
-#include "station/base/Rendering.h"
+#include "station/base/Json.h"
 #include "station/base/Strings.h"
 
 namespace korvel {

@@ -9,7 +9,7 @@
 #include <sstream>
 #include <utility>
 
-#include "station/base/Rendering.h"
+#include "station/base/Json.h"
 #include "tests/tour/ExampleEdit.h"
 #include "tests/tour/TourTable.h"
 

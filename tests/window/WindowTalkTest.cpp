@@ -65,6 +65,20 @@ class WindowTalkTest : public testing::Test, protected WindowScene {
     return false;
   }
 
+  /// BEN makes an edit of this name and saves it; the window lists it as his.
+  static void makePier(StationProcess& ben, MainWindow& window) {
+    EXPECT_TRUE(ben.command("edit create Pier")["ok"].asBool());
+    EXPECT_TRUE(ben.command("edit save Pier")["ok"].asBool());
+    ASSERT_TRUE(waitFor([&] { return ownerOf(window, "Pier") == "BEN"; }));
+  }
+
+  /// BEN is in the private project; the window, which wants to enter it, says so.
+  static void beRefusedTrailer(StationProcess& ben, MainWindow& window) {
+    EXPECT_TRUE(ben.command("project enter Trailer")["ok"].asBool());
+    window.link().run("project enter Trailer");
+    ASSERT_TRUE(waitFor([&] { return window.messages().text().contains("held by BEN"); }));
+  }
+
   static QString ownerOf(const MainWindow& window, const QString& name) {
     const auto row = window.objects().find(keyOf(window, name));
     return row ? row->owner : QString();
@@ -94,9 +108,7 @@ TEST_F(WindowTalkTest, ARefusedEditIsAskedForAndOpenedWhenItIsGiven) {
   script = kOneEdit;
   play([this](MainWindow& window) {
     const auto ben = startBen(window);
-    EXPECT_TRUE(ben->command("edit create Pier")["ok"].asBool());
-    EXPECT_TRUE(ben->command("edit save Pier")["ok"].asBool());
-    ASSERT_TRUE(waitFor([&] { return ownerOf(window, "Pier") == "BEN"; }));
+    makePier(*ben, window);
     clickEdit(window, "Pier");
     const ObjectsModel& edits = window.objects().model(ObjectKind::eEdits);
     const QString pier = keyOf(window, "Pier");
@@ -122,9 +134,7 @@ TEST_F(WindowTalkTest, WhatIsGivenInAnotherProjectIsOpenedThere) {
   script = std::string("project create Trailer\n") + kOneEdit;
   play([this](MainWindow& window) {
     const auto ben = startBen(window);
-    EXPECT_TRUE(ben->command("edit create Pier")["ok"].asBool());
-    EXPECT_TRUE(ben->command("edit save Pier")["ok"].asBool());
-    ASSERT_TRUE(waitFor([&] { return ownerOf(window, "Pier") == "BEN"; }));
+    makePier(*ben, window);
     window.link().run("ask Pier");
     const long number = told(*ben, "asked")["number"].asLong();
     window.link().run("project enter Trailer");
@@ -150,9 +160,7 @@ TEST_F(WindowTalkTest, AFewWordsGoWithAnAskAndStayWhereItIsRefused) {
   script = std::string(kOneEdit) + "project create Trailer --private\n";
   play([this](MainWindow& window) {
     const auto ben = startBen(window);
-    EXPECT_TRUE(ben->command("project enter Trailer")["ok"].asBool());
-    window.link().run("project enter Trailer");
-    ASSERT_TRUE(waitFor([&] { return window.messages().text().contains("held by BEN"); }));
+    beRefusedTrailer(*ben, window);
     EXPECT_TRUE(press(window.messages(), "With a word…"));
     QPointer<QDialog> dialog;
     ASSERT_TRUE(waitFor([&] { return (dialog = window.findChild<QDialog*>("actionDialog")); }));
@@ -177,9 +185,7 @@ TEST_F(WindowTalkTest, WhatIsAwaitedIsAmongTheAsksAndEndsThere) {
   script = std::string(kOneEdit) + "project create Trailer --private\n";
   play([this](MainWindow& window) {
     const auto ben = startBen(window);
-    EXPECT_TRUE(ben->command("project enter Trailer")["ok"].asBool());
-    window.link().run("project enter Trailer");
-    ASSERT_TRUE(waitFor([&] { return window.messages().text().contains("held by BEN"); }));
+    beRefusedTrailer(*ben, window);
     EXPECT_TRUE(press(window.messages(), "Tell me when it is free"));
     const auto waiting = [&window] {
       const auto& asks = window.snapshot()->asks;
@@ -197,9 +203,7 @@ TEST_F(WindowTalkTest, WhoWaitsForAProjectIsToldThatItIsFree) {
   script = std::string(kOneEdit) + "project create Trailer --private\n";
   play([this](MainWindow& window) {
     const auto ben = startBen(window);
-    EXPECT_TRUE(ben->command("project enter Trailer")["ok"].asBool());
-    window.link().run("project enter Trailer");
-    ASSERT_TRUE(waitFor([&] { return window.messages().text().contains("held by BEN"); }));
+    beRefusedTrailer(*ben, window);
     EXPECT_TRUE(press(window.messages(), "Tell me when it is free"));
     ASSERT_TRUE(tells(window.messages(), "You are told when you can have it."))
         << window.messages().text().toStdString();
@@ -257,6 +261,24 @@ TEST_F(WindowTalkTest, WordsToNobodyAreAskedForAgain) {
   });
 }
 
+TEST_F(WindowTalkTest, WhatOthersWouldSeeCutIsSaidWhileItIsWritten) {
+  script = std::string(kOneEdit) + "panel open\n";
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitFor([&] { return window.panel().isVisible(); }));
+    const auto* const advice = window.panel().findChild<QLabel*>("wordsAdvice");
+    ASSERT_TRUE(advice);
+    window.panel().entry().setText("10 dollars");
+    EXPECT_FALSE(advice->isVisible());
+    window.panel().entry().setText("10 €");
+    EXPECT_TRUE(advice->isVisible());
+    EXPECT_TRUE(advice->text().contains("others see it cut")) << advice->text().toStdString();
+    window.panel().entry().setText("delayed");
+    EXPECT_TRUE(advice->text().contains("capital \"D\"")) << advice->text().toStdString();
+    window.panel().entry().clear();
+    EXPECT_FALSE(advice->isVisible());
+  });
+}
+
 TEST_F(WindowTalkTest, APaneThatIsAskedForComesToTheFront) {
   script = kOneEdit;
   play([](MainWindow& window) {
@@ -282,9 +304,7 @@ TEST_F(WindowTalkTest, ARefusedProjectIsAskedFor) {
   script = std::string(kOneEdit) + "project create Trailer --private\n";
   play([this](MainWindow& window) {
     const auto ben = startBen(window);
-    EXPECT_TRUE(ben->command("project enter Trailer")["ok"].asBool());
-    window.link().run("project enter Trailer");
-    ASSERT_TRUE(waitFor([&] { return window.messages().text().contains("held by BEN"); }));
+    beRefusedTrailer(*ben, window);
     // Whether or not the list knew of the holder before.
     EXPECT_TRUE(waitFor([&] { return press(window.messages(), "Ask BEN for it"); }));
     EXPECT_EQ(told(*ben, "asked")["kind"].asString(), "project");

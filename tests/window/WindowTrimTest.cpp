@@ -112,7 +112,7 @@ TEST(WindowTrimDialogTest, WhatIsWrongIsSaidBelowItsBoxWhileItIsTyped) {
         Row{"in", "3s", "Nothing would be left"}, Row{"in", "2s", ""},
         Row{"in", "-2s", "The material begins at 00:00:00:00."}, Row{"in", "1s", ""},
         Row{"out", "4:01", "The material ends at 00:00:04:00."},
-        Row{"length", "0", "Nothing would be left"},
+        Row{"length", "0", "A clip is one frame long at least."},
         Row{"length", "4s", "The material ends at 00:00:04:00."}, Row{"length", "", "is no time"},
         Row{"length", "1:01", ""}}) {
     dialog.type(row.box, row.text);

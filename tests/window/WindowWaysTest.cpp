@@ -619,7 +619,7 @@ TEST_F(WindowWaysTest, SeveralFilesAreImportedAtOnceAndABadOneIsNamed) {
     EXPECT_TRUE(waitFor([&] { return window.messages().text().startsWith("2 edits are imp"); }))
         << window.messages().text().toStdString();
     EXPECT_TRUE(window.messages().text().contains("bad.otio"));
-    EXPECT_TRUE(window.messages().text().endsWith("pier.otio was left out."))
+    EXPECT_TRUE(window.messages().text().endsWith("\npier.otio was left out."))
         << window.messages().text().toStdString();
   });
 }

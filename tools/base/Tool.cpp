@@ -12,7 +12,7 @@
 #include <string_view>
 #include <utility>
 
-#include "station/base/Rendering.h"
+#include "station/base/Json.h"
 #include "station/base/Strings.h"
 #include "tools/base/ToolHost.h"
 

@@ -16,7 +16,6 @@
 
 #include "host/base/Cookie.h"
 #include "station/base/Json.h"
-#include "station/base/Rendering.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditSummary.h"
 #include "station/os/SharedFiles.h"

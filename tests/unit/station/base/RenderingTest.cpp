@@ -1,4 +1,4 @@
-#include "station/base/Rendering.h"
+#include "station/base/Json.h"
 
 #include <gtest/gtest.h>
 
