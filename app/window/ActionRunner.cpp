@@ -94,7 +94,8 @@ ActionRunner::ActionRunner(QWidget& window, HostLink& link, const WindowPanes& p
         runDoubtful(line, then, file);
       }) {
   connect(&imports_, &FileImports::told, this, &ActionRunner::told);
-  connect(&imports_, &FileImports::ended, this, [this](const QString& what) { Q_EMIT done(what, {}); });
+  connect(&imports_, &FileImports::ended, this,
+          [this](const QString& what) { Q_EMIT done(what, {}); });
 }
 
 void ActionRunner::takeSnapshot(const SnapshotPtr& snapshot) {

@@ -25,8 +25,8 @@ class FileImports : public QObject {
  public:
   /// Runs the line that imports one file. `then` follows in any case, with the outcome of no line
   /// where the file was left out.
-  using Import = std::function<void(const QString& line, const HostLink::Ended& then,
-                                    const QString& file)>;
+  using Import =
+      std::function<void(const QString& line, const HostLink::Ended& then, const QString& file)>;
 
   explicit FileImports(Import import) : import_(std::move(import)) {}
 

@@ -278,6 +278,8 @@ void ObjectsModel::forgetAnswers(const ObjectRows& before, const ObjectRows& now
 
 void ObjectsModel::takeAnswers(const QHash<QString, bool>& answers) {
   for (auto answer = answers.begin(); answer != answers.end(); ++answer) {
+    // The object changed since it was asked about; it is asked about again.
+    if (!asked_.contains(answer.key())) continue;
     may_[answer.key()] = answer.value();
     if (const int row = rowOf(answer.key()); row >= 0) tellChanged(row, row);
   }

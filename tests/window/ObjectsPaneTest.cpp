@@ -117,6 +117,31 @@ TEST(ObjectsPaneTest, AnEditThatAnotherDeletedSaysSo) {
   EXPECT_EQ(pane.model(ObjectKind::eEdits).index(0, 1).data().toString(), "deleted by another");
 }
 
+// The station may have answered before it heard of the new owner.
+TEST(ObjectsPaneTest, WhoMayChangeAnEditThatChangedSinceIsAskedAgain) {
+  const WithoutDisplay display;
+  ObjectsPane pane;
+  const ObjectsModel& model = pane.model(ObjectKind::eEdits);
+  const auto showOwnedBy = [&](const char* owner) {
+    Snapshot snapshot = edits({"Quay"});
+    ObjectRows rows = *snapshot.objects[0];
+    rows.front().owner = QLatin1String(owner);
+    snapshot.objects[0] = std::make_shared<const ObjectRows>(std::move(rows));
+    pane.show(snapshot);
+    // What is drawn is asked about.
+    for (int column = 0; column < model.columnCount(); ++column) model.index(0, column).data();
+  };
+  showOwnedBy("ANNA");
+  pane.takeAnswers({{"E0", true}});
+  EXPECT_EQ(model.mayChange("E0"), true);
+  pane.takeAnswers({{"E7", true}});
+  EXPECT_EQ(model.mayChange("E7"), std::nullopt) << "nobody asked";
+  showOwnedBy("BEN");
+  EXPECT_EQ(model.mayChange("E0"), std::nullopt);
+  pane.takeAnswers({{"E0", false}});
+  EXPECT_EQ(model.mayChange("E0"), false);
+}
+
 TEST(ObjectsPaneTest, WhatMattersMostIsNeverOffToTheRight) {
   const WithoutDisplay display;
   ObjectsPane pane;
