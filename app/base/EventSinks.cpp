@@ -14,6 +14,7 @@
 #include "station/base/Json.h"
 #include "station/base/StationSettings.h"
 #include "station/project/ProjectFolder.h"
+#include "station/watch/Happenings.h"
 #include "station/wire/MessageTable.h"
 
 namespace korvel {
@@ -297,8 +298,9 @@ void EventWriter::network(const std::string& problem, std::uint64_t dropped) {
   emit("network", members);
 }
 
-void EventWriter::happened(const JsonValue& happening) {
-  std::vector<JsonValue::Member> members = happening.members();
+void EventWriter::happened(const Happening& happening) {
+  if (!isTaken("happened")) return;
+  std::vector<JsonValue::Member> members = shownHappening(happening).members();
   // An event's time is that of the machine's clock; when it happened is under "when".
   std::erase_if(members, [](const JsonValue::Member& each) { return each.first == "time"; });
   emit("happened", members);

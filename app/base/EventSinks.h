@@ -227,7 +227,7 @@ class EventWriter : public iStationEvents {
   void network(const std::string& problem, std::uint64_t dropped) override;
   void presence(const std::string& how, const JsonValue& station) override;
   void talk(const std::string& event, const std::vector<JsonValue::Member>& members) override;
-  void happened(const JsonValue& happening) override;
+  void happened(const Happening& happening) override;
   void health(const JsonValue& health) override;
   void audit(const std::string& what, const std::vector<JsonValue::Member>& detail) override;
   void steps(const std::string& undo, const std::string& redo) override;

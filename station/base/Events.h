@@ -12,6 +12,7 @@
 
 namespace korvel {
 
+struct Happening;
 struct MessageFields;
 struct ReceivedMessage;
 
@@ -73,8 +74,8 @@ class iStationEvents {
   virtual void talk([[maybe_unused]] const std::string& event,
                     [[maybe_unused]] const std::vector<JsonValue::Member>& members) {}
 
-  /// Somebody did something in the open project, or more is known of it: shownHappening() of it.
-  virtual void happened([[maybe_unused]] const JsonValue& happening) {}
+  /// Somebody did something in the open project, or more is known of it.
+  virtual void happened([[maybe_unused]] const Happening& happening) {}
 
   /// The share, the network, or whether what is shown is up to date, works better or worse now.
   virtual void health([[maybe_unused]] const JsonValue& health) {}

@@ -301,7 +301,7 @@ void Happenings::add(Happening happening) {
   happening.id = ++lastId_;
   all_.push_front(std::move(happening));
   if (all_.size() > kMost) all_.pop_back();
-  events().happened(shownHappening(all_.front()));
+  events().happened(all_.front());
 }
 
 /// Makes it one with what the same user did to the same clip or object a moment ago.
@@ -321,7 +321,7 @@ bool Happenings::putTogether(const Happening& happening) {
   one.deeds.front().was = before->deeds.front().was;
   all_.erase(before);
   all_.push_front(std::move(one));
-  events().happened(shownHappening(all_.front()));
+  events().happened(all_.front());
   return true;
 }
 
@@ -483,7 +483,7 @@ void Happenings::complete(long id, const std::string& by, const Deeds& deeds) {
     known->further = deeds.size() - known->deeds.size();
   }
   const bool isNews = before.by != known->by || before.deeds != known->deeds;
-  if (isNews) events().happened(shownHappening(*known));
+  if (isNews) events().happened(*known);
 }
 
 void Happenings::handleProjectEntry() {
