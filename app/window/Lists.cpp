@@ -163,6 +163,12 @@ void ColumnFit::setSecond(Width width) {
   fit();
 }
 
+void ColumnFit::setSecondEmpty(bool isEmpty) {
+  if (!isEmpty && !isSecondEmpty_) return;
+  isSecondEmpty_ = isEmpty;
+  fit();
+}
+
 void ColumnFit::takeWidth(int column, int width) {
   // Only widths that the user has dragged count; a hidden column reports 0.
   if (isFitting_ || column == 0 || width == 0) return;
@@ -216,6 +222,12 @@ void ColumnFit::makeRoomForFirst(std::vector<int>& widths) const {
     widths[i] -= given;
     lack -= given;
   }
+  if (!isSecondEmpty_ || widths.front() == 0) return;
+  const QAbstractItemView& view = view_;  // a tree's own is not for others
+  const int heading = view_.header()->sectionSizeHint(1);
+  const int all = std::accumulate(widths.begin(), widths.end(), view.sizeHintForColumn(0));
+  const int cut = std::max(0, all - view_.viewport()->width());
+  widths.front() -= std::min(cut, std::max(0, widths.front() - heading));
 }
 
 ArrowKeys::ArrowKeys(QAbstractItemView& view) : QObject(&view), view_(view) {

@@ -86,6 +86,10 @@ class ColumnFit : public QObject {
   /// The second column shows other texts now, and wants to be this wide.
   void setSecond(Width width);
 
+  /// Whether the second column has no text in any row: it leaves all but its heading's room to
+  /// names that would be cut. Looks at the names of now.
+  void setSecondEmpty(bool isEmpty);
+
   /// The columns that the user does not want to see.
   [[nodiscard]] const std::set<int>& unwanted() const { return unwanted_; }
   void setUnwanted(const std::set<int>& columns);
@@ -104,6 +108,7 @@ class ColumnFit : public QObject {
   int first_;
   std::vector<Width> widths_;
   std::set<int> unwanted_;
+  bool isSecondEmpty_ = false;
   bool isFitting_ = false;
 };
 

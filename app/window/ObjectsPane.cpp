@@ -266,6 +266,7 @@ void ObjectsPane::showTitles() {
     const ObjectsModel& model = *lists_[i].model;
     const int tab = static_cast<int>(i);
     const int news = model.newsCount();
+    lists_[i].columns->setSecondEmpty(news == 0);
     tabs_->setTabText(tab, model.tabText());
     tabs_->setTabIcon(tab, news > 0 ? icon(Glyph::eChanged, colours().accent) : QIcon());
     tabs_->setTabToolTip(tab,

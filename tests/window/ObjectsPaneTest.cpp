@@ -168,6 +168,21 @@ TEST(ObjectsPaneTest, WhatMattersMostIsNeverOffToTheRight) {
   EXPECT_TRUE(view.model()->index(0, 0).data(Qt::ToolTipRole).toString().contains("Owner: nobody"));
 }
 
+TEST(ObjectsPaneTest, WhereThereAreNoNewsNamesHaveTheirRoom) {
+  const WithoutDisplay display;
+  ObjectsPane pane;
+  pane.QWidget::show();
+  pane.resize(500, 300);
+  pane.show(edits({"Quay"}));
+  QCoreApplication::processEvents();
+  const QTreeView& view = pane.view(ObjectKind::eEdits);
+  const int ofShort = view.columnWidth(0);
+  pane.show(edits({"A name that is somewhat longer"}));
+  QCoreApplication::processEvents();
+  EXPECT_GT(view.columnWidth(0), ofShort + 20);
+  EXPECT_FALSE(view.isColumnHidden(1));
+}
+
 TEST(ObjectsPaneTest, AProjectThatIsEnteredShowsItsFirstEditUnlessOneIsChosen) {
   const WithoutDisplay display;
   ObjectsPane pane;
