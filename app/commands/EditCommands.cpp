@@ -118,6 +118,9 @@ Result<JsonValue> give(Station& station, const Arguments& words) {
   const std::string owner = upperCased(names[1]);
   const bool isHere = station.presence().hosts().contains(owner);
   const Recipient who = isHere ? Recipient::ePresent : Recipient::eKnownUser;
+  if (!isForced) {
+    if (auto whole = station.unsaved().requireNothingLeft(*cookie); !whole) return whole.error();
+  }
   const auto given = EditActions::give(*cookie, names[1], isForced ? Recipient::eAnybody : who);
   if (!given) return given.error();
   if (*given == EditActions::Given::eNow) return JsonValue();
@@ -233,7 +236,8 @@ void addChanging(CommandTable& table) {
   table.add({"edit give", "E USER [--force]",
              "Makes USER the owner of an edit or log, and announces it; unsaved changes are saved "
              "first. What has no owner may be given by anybody. A user in no list whose station is "
-             "not here, and a reserved word, only with --force.",
+             "not here, a reserved word, and an edit of which unsaved changes were left when a "
+             "station ended, only with --force.",
              2, 3, give, Command::Place::eHostThread,
              [](Station&, const Arguments& arguments, const JsonValue& result) {
                if (result.isString()) return result.asString();

@@ -201,7 +201,13 @@ std::size_t AskTeller::waiting() const { return others().size(); }
 void AskTeller::takeSnapshot(const Snapshot& snapshot) {
   if (snapshot.asks == rows_) return;
   const std::vector<AskRow> before = others();
-  rows_ = snapshot.asks;
+  const Shared<std::vector<AskRow>> earlier = std::exchange(rows_, snapshot.asks);
+  bool areOutdated = false;
+  for (const AskRow& each : rows_ ? *rows_ : std::vector<AskRow>()) {
+    const bool isNew = !earlier || std::ranges::find(*earlier, each) == earlier->end();
+    if (each.isOwn && isNew) areOutdated |= forgetAnswers(each.kind, each.name);
+  }
+  if (areOutdated) showAnswers();
   if (dialog_ && rows_) dialog_->take(*rows_);
   std::erase_if(answering_, [this](long number) {
     return !rows_ || std::ranges::find(*rows_, number, &AskRow::number) == rows_->end();
@@ -255,10 +261,20 @@ void AskTeller::showAll() {
 
 void AskTeller::takeAnswers(const std::vector<AskAnswer>& answers) {
   if (answers.empty()) return;
-  told_.insert(told_.end(), answers.begin(), answers.end());
+  for (const AskAnswer& each : answers) {
+    forgetAnswers(each.kind, each.name);
+    told_.push_back(each);
+  }
   // The conversation has them all.
   if (std::ssize(told_) > kMostTold) told_.erase(told_.begin(), told_.end() - kMostTold);
   showAnswers();
+}
+
+/// What was answered about a thing before is outdated by a new ask or answer.
+bool AskTeller::forgetAnswers(const QString& kind, const QString& name) {
+  return std::erase_if(told_, [&](const AskAnswer& each) {
+           return each.kind == kind && each.name == name;
+         }) > 0;
 }
 
 void AskTeller::showAnswers() {

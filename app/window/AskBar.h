@@ -92,6 +92,7 @@ class AskTeller : public QObject {
   void act(int which);
   void answerOnce(long number, const QString& line);
   void showAnswers();
+  bool forgetAnswers(const QString& kind, const QString& name);
   void actOnAnswer(int which);
   [[nodiscard]] std::vector<AskRow> others() const;
 

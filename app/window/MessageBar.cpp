@@ -315,12 +315,24 @@ QString OutcomeTeller::inWords(const CommandOutcome& outcome) const {
   if (is("edit recover")) {
     return outcome.line.endsWith(QLatin1String(" --discard"))
                ? tr("The unsaved changes are thrown away.")
-               : tr("The unsaved changes are back. They are not saved yet.");
+               : takenUpText(outcome.text);
   }
   if (!is("edit export")) return outcome.text;
   const CommandCall call = readCall(link_.commands(), outcome.line.toStdString());
   const QFileInfo file(readableText(call.arguments[1]));
   return tr("Exported to \"%1\".").arg(oneLine(file.absoluteFilePath()));
+}
+
+/// An edit may have been given away since.
+QString OutcomeTeller::takenUpText(const QString& cookie) const {
+  const auto row = panes_.objects->find(cookie);
+  const auto may = panes_.objects->model(ObjectKind::eEdits).mayChange(cookie);
+  if (!row || row->owner.isEmpty() || may.value_or(true)) {
+    return tr("The unsaved changes are back. They are not saved yet.");
+  }
+  return tr("The unsaved changes are back, but \"%1\" belongs to %2 now: Edit > Save a copy keeps "
+            "them.")
+      .arg(shownName(*row), personName(row->owner));
 }
 
 void OutcomeTeller::tellAnswer(const CommandOutcome& outcome) {

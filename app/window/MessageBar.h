@@ -117,6 +117,7 @@ class OutcomeTeller : public QObject {
   void tellAnswer(const CommandOutcome& outcome);
   [[nodiscard]] QString permission(const JsonValue& answer) const;
   [[nodiscard]] QString inWords(const CommandOutcome& outcome) const;
+  [[nodiscard]] QString takenUpText(const QString& cookie) const;
   void noteMade(const CommandOutcome& outcome);
   void noteRefusal(const CommandOutcome& outcome);
   void offerAsking(const CommandOutcome& refused);

@@ -174,6 +174,8 @@ Timeline timelineOf(const JsonValue& otio) {
       timeline.tracks.push_back(std::move(track));
     }
     for (const TimelineItem& item : timeline.tracks.back().items) {
+      // A transition may reach beyond the end; it makes no edit longer.
+      if (item.kind == TimelineItem::Kind::eTransition) continue;
       timeline.length = std::max(timeline.length, item.start + item.length);
     }
   }

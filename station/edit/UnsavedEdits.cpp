@@ -324,7 +324,23 @@ Result<Cookie> UnsavedEdits::recover(const std::string& nameOrCookie) {
   if (auto removed = RecoveryFolder::remove(state); !removed)
     LogBoth("%s\n", removed.error().message);
   refreshLeft();
+  if (!EditActions::isAllowed(*cookie)) {
+    LogBoth("You may not change the %s any more: \"edit save-copy\" keeps your changes.\n",
+            EditActions::titleOf(*cookie));
+  }
   return cookie;
+}
+
+Result<void> UnsavedEdits::requireNothingLeft(const Cookie& cookie) const {
+  const auto left = std::ranges::find(
+      left_, cookie.asString().str(),
+      [](const UnsavedState& state) -> auto& { return state.object; });
+  if (left == left_.end()) return {};
+  return Error{ErrorCode::eUnsaved,
+               "Unsaved changes in " + inQuotes(left->name) +
+                   " were left when a station ended, and would stay behind. Take them up or drop "
+                   "them first (\"edit recover\").",
+               left->path};
 }
 
 Result<Cookie> UnsavedEdits::takeUp(const UnsavedState& state, OtioDocument document) {

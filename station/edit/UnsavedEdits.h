@@ -70,6 +70,9 @@ class UnsavedEdits : public iProjectPart, public iUnsavedObserver {
   /// a new edit where that one is gone. The edit's cookie.
   Result<Cookie> recover(const std::string& nameOrCookie);
 
+  /// Refuses where something is left of an edit, which would stay behind if it were given away now.
+  [[nodiscard]] Result<void> requireNothingLeft(const Cookie& cookie) const;
+
   /// Throws away what was left of an object; how many versions of it.
   Result<int> discardLeft(const std::string& nameOrCookie);
 

@@ -245,6 +245,7 @@ Result<void> Asks::giveEdit(const Incoming& ask) {
                      ". Enter the project that does, and answer there.",
                  {}};
   }
+  if (auto whole = parts_.unsaved.requireNothingLeft(edit); !whole) return whole;
   using EditActions::Recipient;
   // Freshly: who has just come or gone is not known otherwise. Owners have the names of hosts. Of
   // several stations of one user the one whose note has the ask is meant.

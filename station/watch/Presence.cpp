@@ -11,6 +11,7 @@
 #include "station/base/HostParts.h"
 #include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
+#include "station/edit/EditActions.h"
 #include "station/edit/Edits.h"
 #include "station/net/Interfaces.h"
 #include "station/net/UdpBroadcaster.h"
@@ -227,6 +228,8 @@ StationNote Presence::noteOfThis() const {
   note.projectName = project->name;
   note.room = hostParts().rooms->current();
   if (const Edits* const edits = hostParts().edits) edits->listOpen(note.open, note.unsaved);
+  // Others would wait for what this user may not save.
+  std::erase_if(note.unsaved, [](const Cookie& each) { return !EditActions::isAllowed(each); });
   return note;
 }
 

@@ -74,6 +74,28 @@ TEST_F(KeepingTest, WhatAKilledStationHadUnsavedIsTakenUpByTheNext) {
   EXPECT_EQ(again.quit(), 0);
 }
 
+TEST_F(KeepingTest, WhatWasLeftUnsavedIsNotGivenAwayWithoutAWord) {
+  StationProcess& anna = startWithEdit();
+  run(anna, "edit trim cut 0/0 0 2");
+  awaitKept();
+  anna.kill9();
+  StationProcess& again = start("ANNA", 11);
+  StationProcess& ben = start("BEN", 12);
+  run(again, "project enter Film");
+  run(ben, "project enter Film");
+  EXPECT_NE(refusal(again, "edit give cut BEN").find("were left when a station ended"),
+            std::string::npos);
+  run(ben, "ask cut");
+  ASSERT_TRUE(again.waitFor("asked"));
+  EXPECT_NE(refusal(again, "answer 1 give").find("edit recover"), std::string::npos);
+  run(again, "edit give cut BEN --force");
+  run(again, "edit recover cut");
+  EXPECT_TRUE(wasTold(again, "You may not change the edit \"cut\" any more"));
+  run(again, "edit save-copy cut Mine");
+  const JsonValue copy = run(again, "edit show Mine")["clips"].elements()[0];
+  EXPECT_DOUBLE_EQ(copy["end"].asDouble(), 2.0 / 24) << "nothing is lost";
+}
+
 TEST_F(KeepingTest, AScriptLeavesAndEndsWithUnsavedChangesOnlyWhenItSaysSo) {
   StationProcess& anna = startWithEdit();
   run(anna, "project create Other");

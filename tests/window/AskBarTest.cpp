@@ -278,6 +278,20 @@ TEST_F(AskBarTest, WhatWasGivenIsOfferedToBeOpened) {
   EXPECT_FALSE(answers.text().contains("Quay")) << "what was closed was read";
 }
 
+TEST_F(AskBarTest, OfOneThingTheLatestAnswerStandsUntilItIsAskedForAgain) {
+  const AskAnswer kept{"CARL keeps the edit \"Pier\" for now", "edit", "E-Pier", "Pier", {}};
+  teller.takeAnswers({kept, givenOf("Quay")});
+  teller.takeAnswers({givenOf("Pier")});
+  EXPECT_FALSE(answers.text().contains("keeps")) << answers.text().toStdString();
+  EXPECT_TRUE(answers.text().contains("Quay"));
+  answers.hide();
+  teller.takeAnswers({kept});
+  AskRow again = askOf(7, "ANNA", "Pier");
+  again.isOwn = true;
+  show({again});
+  EXPECT_TRUE(answers.isHidden()) << answers.text().toStdString();
+}
+
 TEST_F(AskBarTest, OfManyGiftsTheLatestAreOfferedToBeOpened) {
   QSignalSpy opened(&teller, &AskTeller::openWanted);
   teller.takeAnswers({givenOf("One"), givenOf("Two"), givenOf("Three"), givenOf("Four")});

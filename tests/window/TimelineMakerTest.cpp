@@ -56,8 +56,9 @@ TEST(TimelineMakerTest, ItemsFollowOneAnotherAndATransitionLiesOverTheCut) {
 }
 
 TEST(TimelineMakerTest, ATimelineIsAsLongAsTheListOfEditsSays) {
-  for (const char* const file : {"multitrack.otio", "nested_example.otio", "simple_cut.otio",
-                                 "screening_example.otio", "big_int.otio"}) {
+  for (const char* const file :
+       {"multitrack.otio", "nested_example.otio", "simple_cut.otio", "screening_example.otio",
+        "big_int.otio", "transition_test.otio"}) {
     std::ostringstream text;
     text << std::ifstream(std::string(KV_DATA "/otio/") + file).rdbuf();
     const Timeline timeline = timelineOf(*parseJson(text.str()));
