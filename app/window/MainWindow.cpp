@@ -562,9 +562,10 @@ void MainWindow::closeEvent(QCloseEvent* event) {
                      "once; they are then offered at the next start."));
   actions_->guard().before(
       tr("Close the window"), [this] { end(); },
-      [this] {
+      [this, looking = messages().text()] {
         isEnding_ = false;
-        messages().hide();
+        // Why it cannot be saved stays to be read.
+        if (messages().text() == looking) messages().hide();
       });
 }
 

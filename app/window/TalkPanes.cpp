@@ -64,6 +64,18 @@ QIcon panelIcon(const QString& file) {
   return icon(Glyph::eMessage, colours().accent);
 }
 
+namespace {
+
+/// Has the opened list show as many names as it may: it is opened before it is laid out, and would
+/// have room for one.
+void showWholeNames(const QComboBox& names) {
+  QAbstractItemView& list = *names.view();
+  const int shown = std::min(names.count(), names.maxVisibleItems());
+  list.setMinimumHeight(shown * std::max(list.sizeHintForRow(0), 0) + 2 * list.frameWidth());
+}
+
+}  // namespace
+
 PanelDock::PanelDock(QWidget* parent)
     : QDockWidget(tr("Messages"), parent),
       recipients_(new QComboBox),
@@ -191,6 +203,7 @@ void PanelDock::showRecipients(const PanelState& panel) {
   if (panel.recipients != state_.recipients || !state_.isOpen) {
     recipients_->clear();
     recipients_->addItems(panel.recipients);
+    showWholeNames(*recipients_);
   }
   if (panel.recipient != state_.recipient || recipients_->currentIndex() < 0 || !state_.isOpen) {
     recipients_->setCurrentIndex(static_cast<int>(panel.recipients.indexOf(panel.recipient)));

@@ -127,7 +127,7 @@ KillOutcome KillSession::run(int rounds) {
     return outcome_.saved > rounds && outcome_.deleted + outcome_.restored > 0 &&
            outcome_.needed > rounds / 3 && (trouble_ == Trouble::eNone || isTroubleMet);
   };
-  const int most = 4 * rounds;
+  const int most = 8 * rounds;
   for (outcome_.rounds = 0; outcome_.rounds < rounds || (!hasMet() && outcome_.rounds < most);
        ++outcome_.rounds) {
     start();
