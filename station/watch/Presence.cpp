@@ -262,8 +262,7 @@ void Presence::warnOfNamesake(const FoundStation& other) const {
       placeOf(other.note), isUser ? "--user" : "--host");
 }
 
-/// Ages are told by the share's clock: the folder changed when the newest note was written. A
-/// station that took over from one that ended without goodbye speaks for it.
+/// Ages are told by the share's clock: the folder changed when the newest note was written.
 void Presence::removeOld(const std::vector<FoundStation>& stations) const {
   constexpr std::int64_t kDay = std::int64_t{86'400} * 1'000'000'000;
   const std::string folder = notesFolder(settings().projectsDirectory);
@@ -273,10 +272,7 @@ void Presence::removeOld(const std::vector<FoundStation>& stations) const {
     const std::string name = each.note.id + ".json";
     const FileStamp* const file = listing->files.find(name);
     if (each.isAlive() || each.state == LockState::eUnknown || !file) continue;
-    const bool isPredecessor = each.note.user == own_.user && each.note.host == own_.host &&
-                               each.note.machine == own_.machine;
-    const bool isOld = listing->folder.modified - file->modified >= kDaysKept * kDay;
-    if (!isPredecessor && !isOld) continue;
+    if (listing->folder.modified - file->modified < kDaysKept * kDay) continue;
     // Failures are ignored: the next station that starts tries again.
     static_cast<void>(removeFileAt(noteLock(folder, each.note.id)));
     static_cast<void>(removeFileAt(folder + "/" + name));
