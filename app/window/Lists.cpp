@@ -119,6 +119,8 @@ ColumnFit::ColumnFit(QTreeView& view, int first, std::vector<Width> widths)
     each.wanted = std::max(each.wanted, heading);
     each.least = std::max(each.least, heading);
   }
+  // How wide names are is asked of those in sight, not of a thousand.
+  header.setResizeContentsPrecision(0);
   // The first column takes the rest, so that no horizontal scroll bar is needed.
   header.setSectionResizeMode(0, QHeaderView::Stretch);
   connect(&header, &QHeaderView::sectionResized, this,
