@@ -47,6 +47,15 @@ class KeepingTest : public SharedStations {
     ADD_FAILURE() << "not " << files << " files are kept";
   }
 
+  /// ANNA's next station, after one that was killed with an unsaved trim of the edit.
+  StationProcess& startAfterKill() {
+    StationProcess& anna = startWithEdit();
+    run(anna, "edit trim cut 0/0 0 2");
+    awaitKept();
+    anna.kill9();
+    return start("ANNA", 11);
+  }
+
   static bool wasTold(const StationProcess& station, const std::string& part) {
     for (const JsonValue& event : station.events("log")) {
       if (event["text"].asString().find(part) != std::string::npos) return true;
@@ -58,11 +67,7 @@ class KeepingTest : public SharedStations {
 };
 
 TEST_F(KeepingTest, WhatAKilledStationHadUnsavedIsTakenUpByTheNext) {
-  StationProcess& anna = startWithEdit();
-  run(anna, "edit trim cut 0/0 0 2");
-  awaitKept();
-  anna.kill9();
-  StationProcess& again = start("ANNA", 11);
+  StationProcess& again = startAfterKill();
   run(again, "project enter Film");
   EXPECT_TRUE(wasTold(again, "in 1 edit: \"cut\""));
   EXPECT_EQ(run(again, "state")["recovery"].elements().size(), 1U);
@@ -75,11 +80,7 @@ TEST_F(KeepingTest, WhatAKilledStationHadUnsavedIsTakenUpByTheNext) {
 }
 
 TEST_F(KeepingTest, WhatWasLeftUnsavedIsNotGivenAwayWithoutAWord) {
-  StationProcess& anna = startWithEdit();
-  run(anna, "edit trim cut 0/0 0 2");
-  awaitKept();
-  anna.kill9();
-  StationProcess& again = start("ANNA", 11);
+  StationProcess& again = startAfterKill();
   StationProcess& ben = start("BEN", 12);
   run(again, "project enter Film");
   run(ben, "project enter Film");
