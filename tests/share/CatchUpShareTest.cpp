@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "tests/fakes/ScratchFolder.h"
+#include "tests/support/BecomesTrue.h"
 #include "tests/support/StationProcess.h"
 
 using namespace korvel;
@@ -119,10 +120,15 @@ class CatchUpShareTest : public testing::Test {
     EXPECT_TRUE(found) << what << " " << how << ": " << ben.errorText();
   }
 
-  /// Both show the same of the project, but for what is open or unsaved.
+  /// Both come to show the same of the project, but for what is open or unsaved. That an edit was
+  /// unsaved is read in a station's note, which follows the edit's file.
   void bothShowTheSame() {
     for (const char* part : {"edits", "bins", "racks", "filters", "media"}) {
-      EXPECT_EQ(writeJson(run(anna, "state")[part]), writeJson(run(ben, "state")[part])) << part;
+      const auto shown = [part](StationProcess& station) {
+        return writeJson(run(station, "state")[part]);
+      };
+      EXPECT_TRUE(becomesTrue([&] { return shown(anna) == shown(ben); }))
+          << part << ": " << shown(anna) << " and " << shown(ben);
     }
     EXPECT_EQ(ben.events("received").size(), 0u);
   }

@@ -11,6 +11,9 @@ namespace {
 
 class MessagesTest : public SharedStations {
  protected:
+  /// Three stations that look into no folder: what they know of each other came by message.
+  void startThreeThatOnlyHear() { startThree({"--set", "watch_seconds=0"}); }
+
   /// Both other stations receive a datagram of this type, byte for byte as anna sent it.
   void expectSentToBoth(const std::string& type) {
     const JsonValue sent = await(*anna_, "sent", {{"type", type}});
@@ -42,7 +45,7 @@ class MessagesTest : public SharedStations {
 };
 
 TEST_F(MessagesTest, EveryTypeThatAStationSendsIsReceivedByTwoOthers) {
-  startThree();
+  startThreeThatOnlyHear();
   const std::string edit = run(*anna_, "edit create Scene").asString();
   expectSentToBoth("14");
   run(*anna_, "edit open " + edit);
@@ -74,7 +77,7 @@ TEST_F(MessagesTest, EveryTypeThatAStationSendsIsReceivedByTwoOthers) {
 // A receiver of types 11 and 12 reads the cookie from the target's field: required, and all
 // stations agree on it.
 TEST_F(MessagesTest, TypesThatOnlyTheToolSendsAreReceivedAndApplied) {
-  startThree();
+  startThreeThatOnlyHear();
   const std::string edit = run(*ben_, "edit create Scene").asString();
   send({"4", "--project", project_, "--cookie", edit});
   expectReceivedByBoth("4");
@@ -91,7 +94,7 @@ TEST_F(MessagesTest, TypesThatOnlyTheToolSendsAreReceivedAndApplied) {
 }
 
 TEST_F(MessagesTest, MessagesOfAnotherProjectChangeNothingOfThisOne) {
-  startThree();
+  startThreeThatOnlyHear();
   const std::string edit = run(*ben_, "edit create Scene").asString();
   const std::string bin = run(*ben_, "bin create Dailies").asString();
   settle(*ben_);
@@ -110,7 +113,7 @@ TEST_F(MessagesTest, MessagesOfAnotherProjectChangeNothingOfThisOne) {
 }
 
 TEST_F(MessagesTest, MessagesThatBelongToNoProjectAreAppliedWhateverProjectTheyName) {
-  startThree();
+  startThreeThatOnlyHear();
   const std::string there = "P0bad";
   const std::string file = sample("simple_cut.otio");
   send({"6", "--project", there, "--cookie", there});
@@ -129,7 +132,7 @@ TEST_F(MessagesTest, MessagesThatBelongToNoProjectAreAppliedWhateverProjectTheyN
 }
 
 TEST_F(MessagesTest, CreatedEditsAndFiltersAreAppliedWhateverProjectTheyName) {
-  startThree();
+  startThreeThatOnlyHear();
   StationProcess& silent = start("DORA", 14, {"--network-mode", "off"});
   run(silent, "project enter Film");
   // A folder without its record is not looked at, so that messages alone tell of what is in it.
@@ -147,7 +150,7 @@ TEST_F(MessagesTest, CreatedEditsAndFiltersAreAppliedWhateverProjectTheyName) {
 }
 
 TEST_F(MessagesTest, WhatIsMadeInAnotherProjectIsNeitherWaitedForNorMissed) {
-  startThree();
+  startThreeThatOnlyHear();
   StationProcess& other = start("DORA", 14);
   run(other, "project create Other");
   run(other, "project enter Other");
@@ -160,7 +163,7 @@ TEST_F(MessagesTest, WhatIsMadeInAnotherProjectIsNeitherWaitedForNorMissed) {
 }
 
 TEST_F(MessagesTest, WhoMadeAChangeIsKnownByTheStationThatItsMessageCameFrom) {
-  startThree();
+  startThreeThatOnlyHear();
   for (StationProcess* station : {anna_, carla_}) {
     await(*ben_, "presence", {{"how", "came"}, {"user", station->options().user}});
   }
@@ -178,14 +181,14 @@ TEST_F(MessagesTest, WhoMadeAChangeIsKnownByTheStationThatItsMessageCameFrom) {
 }
 
 TEST_F(MessagesTest, AFileThatNeverComesIsWaitedForOnceAndLogged) {
-  startThree();
+  startThreeThatOnlyHear();
   send({"14", "--project", project_, "--cookie", "Edead"});
   EXPECT_TRUE(becomesTrue([this] { return benLogged("Receiver::waitForFile("); }));
   EXPECT_TRUE(run(*ben_, "edit list").elements().empty());
 }
 
 TEST_F(MessagesTest, FilesThatNeverComeDelayNoRealMessage) {
-  startThree();
+  startThreeThatOnlyHear();
   const LoopbackSender stranger(port_);
   for (int each = 0; each < 120; ++each) {
     ASSERT_TRUE(stranger.send({"d", "14", project_, "Ede" + std::to_string(100 + each)}));
@@ -197,7 +200,7 @@ TEST_F(MessagesTest, FilesThatNeverComeDelayNoRealMessage) {
 }
 
 TEST_F(MessagesTest, ARequestRunsOnTheMachineItNamesAlone) {
-  startThree();
+  startThreeThatOnlyHear();
   run(*anna_, "request 12 identify");
   await(*ben_, "command", {{"name", "identify"}});
   settle(*carla_);
@@ -206,7 +209,7 @@ TEST_F(MessagesTest, ARequestRunsOnTheMachineItNamesAlone) {
 }
 
 TEST_F(MessagesTest, ARequestReachesAMachineThatIsNotInNetworkMode) {
-  startThree();
+  startThreeThatOnlyHear();
   StationProcess& alone = start("DORA", 14, {"--network-mode", "off"});
   run(alone, "project enter Film");
   run(*anna_, "edit create Scene");
@@ -219,7 +222,7 @@ TEST_F(MessagesTest, ARequestReachesAMachineThatIsNotInNetworkMode) {
 }
 
 TEST_F(MessagesTest, AStationOutsideNetworkModeSendsNothingOfItsOwn) {
-  startThree();
+  startThreeThatOnlyHear();
   StationProcess& alone = start("DORA", 14, {"--network-mode", "off"});
   run(alone, "project enter Film");
   run(alone, "edit create Mine");
@@ -228,7 +231,7 @@ TEST_F(MessagesTest, AStationOutsideNetworkModeSendsNothingOfItsOwn) {
 }
 
 TEST_F(MessagesTest, DatagramsThatAreNoMessagesHarmNobody) {
-  startThree();
+  startThreeThatOnlyHear();
   const std::string types[] = {"1", "2", "4", "5", "7", "15"};
   const std::string edit = run(*ben_, "edit create Scene").asString();
   for (const std::string& type : types) {

@@ -12,7 +12,7 @@ namespace {
 class TrashShareTest : public SharedStations {
  protected:
   TrashShareTest() {
-    startThree();
+    startThree({"--set", "watch_seconds=0"});  // a look into the folder would forestall a message
     std::filesystem::copy_file(sample("simple_cut.otio"), folder_ / "cut.otio");
     edit_ = run(*anna_, "edit import " + (folder_ / "cut.otio")).asString();
     for (StationProcess* other : {ben_, carla_}) {

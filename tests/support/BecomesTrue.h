@@ -6,7 +6,7 @@
 
 namespace korvel {
 
-/// Asks again and again until it is so, twenty seconds at most.
+/// Asks again and again until it is so, two minutes at most.
 inline bool becomesTrue(const std::function<bool()>& isSo) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
   while (!isSo()) {

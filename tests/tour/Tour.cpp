@@ -136,7 +136,7 @@ void Tour::playEdit() {
   const std::string file = folder_ + "/harbour.otio";
   std::ofstream(file) << kExampleEdit;
   expectOnOthers("ANNA", "edit import \"" + file + "\"", "changed",
-                 {{"what", "edit"}, {"how", "created"}, {"origin", "remote"}});
+                 {{"what", "edit"}, {"how", "created"}});
   ask("CARLA", "edit list");
 
   heading("A trim shows where the edit is open, before it is saved");
@@ -147,13 +147,13 @@ void Tour::playEdit() {
        {"CARLA", "received", {{"type_name", "EditModification"}}}});
   ask("BEN", "edit show \"Harbour at dawn\"");
   act("ANNA", "edit save \"Harbour at dawn\"",
-      {{"BEN", "changed", {{"what", "edit"}, {"how", "reloaded"}, {"origin", "remote"}}},
+      {{"BEN", "changed", {{"what", "edit"}, {"how", "reloaded"}}},
        {"CARLA", "received", {{"type_name", "EditSaved"}}}});
 }
 
 void Tour::playBin() {
   heading("A bin rewritten on one reloads on the rest");
-  const StationProcess::Keys arrived{{"what", "bin"}, {"origin", "remote"}};
+  const StationProcess::Keys arrived{{"what", "bin"}};
   expectOnOthers("CARLA", "bin create \"Selects\"", "changed", arrived);
   expectOnOthers("CARLA", "bin add Selects \"Harbour at dawn\"", "changed", arrived);
   ask("ANNA", "bin show Selects");
@@ -162,8 +162,7 @@ void Tour::playBin() {
 void Tour::playOwnership() {
   heading("An ownership given away takes effect everywhere");
   ask("ANNA", "user add BEN");
-  expectOnOthers("ANNA", "edit give \"Harbour at dawn\" BEN", "changed",
-                 {{"what", "permissions"}, {"origin", "remote"}});
+  expectOnOthers("ANNA", "edit give \"Harbour at dawn\" BEN", "changed", {{"what", "permissions"}});
   ask("BEN", "edit may \"Harbour at dawn\"");
   expectRefusal("ANNA", "edit trim \"Harbour at dawn\" \"Crane\" 0 24", "BEN");
 }
