@@ -345,28 +345,34 @@ void Happenings::changed(const std::string& what, const Cookie& cookie, const st
   addUnlessTold(std::move(happening));
 }
 
-// What becomes of an edit's content comes as modified() and replaced().
+// What becomes of an edit's content comes as modified() and replaced(): most calls are about a save
+// and bring nothing here.
 void Happenings::documentChanged(const std::string& what, const Cookie& cookie,
                                  const std::string& how) {
-  Happening happening = begun(what, cookie, edits_.nameOf(cookie));
   const EditFile* const edit = edits_.loaded(cookie);
   const bool isGone = edit && edit->fileState() == EditFile::FileState::eGone;
-  const bool wasDeleted = deleted_.contains(happening.cookie);
+  const bool wasDeleted = !deleted_.empty() && deleted_.contains(cookie.asString().str());
   if (how == "destroyed" || (how == "refreshed" && isGone)) {
-    const auto last = lastNames_.find(happening.cookie);
-    if (last != lastNames_.end()) happening.name = last->second;
-    lastNames_.erase(happening.cookie);
-    deleted_.insert(happening.cookie);
-    if (!wasDeleted) tellDeletion(std::move(happening));
+    Happening last = begunLast(what, cookie);
+    if (!wasDeleted) tellDeletion(std::move(last));
     return;
   }
   const bool isBack = wasDeleted && !isGone;
   if (how != "created" && !isBack) return;
+  Happening happening = begun(what, cookie, edits_.nameOf(cookie));
   deleted_.erase(happening.cookie);
   const EditSummary* const known = edits_.summary(cookie);
   if (happening.by.empty() && known) happening.by = known->savedBy;
   happening.deeds = {{isBack ? "restored" : "made"}};
   add(std::move(happening));
+}
+
+/// The last of a document: under the name that it had, though its edit may be forgotten by now.
+Happening Happenings::begunLast(const std::string& what, const Cookie& cookie) {
+  Happening happening = begun(what, cookie, edits_.nameOf(cookie));
+  if (auto last = lastNames_.extract(happening.cookie)) happening.name = std::move(last.mapped());
+  deleted_.insert(happening.cookie);
+  return happening;
 }
 
 void Happenings::tellDeletion(Happening happening) {

@@ -103,6 +103,7 @@ class Happenings : public iChangeObserver, public iEditObserver, public ProjectL
 
   [[nodiscard]] Happening begun(const std::string& what, const Cookie& cookie,
                                 const std::string& name) const;
+  [[nodiscard]] Happening begunLast(const std::string& what, const Cookie& cookie);
   void add(Happening happening);
   void addUnlessTold(Happening happening);
   bool putTogether(const Happening& happening);

@@ -312,7 +312,7 @@ void Presence::takeOne(const FoundFile& file) {
     tell("came", found);
     warnOfNamesake(found);
     isBack = hasSamePlace(found);
-  } else if (noteText(known->second.note) != noteText(*note)) {
+  } else if (known->second.note != *note) {
     tell("changed", found);
   }
   others_[id] = std::move(found);

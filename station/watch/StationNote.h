@@ -74,6 +74,8 @@ struct NotedAsk {
   std::string project;    ///< the cookie's text of the project that it is in
   std::string text;       ///< the asker's own words; may be empty
   std::int64_t when = 0;  ///< seconds since 1970, by the asker's clock
+
+  friend bool operator==(const NotedAsk&, const NotedAsk&) = default;
 };
 
 JsonValue jsonOf(const NotedAsk& ask);
@@ -85,6 +87,8 @@ struct NotedAnswer {
   std::string to;   ///< the user who asked
   bool isGiven = false;
   std::string text;
+
+  friend bool operator==(const NotedAnswer&, const NotedAnswer&) = default;
 };
 
 JsonValue jsonOf(const NotedAnswer& answer);
@@ -117,6 +121,8 @@ struct StationNote {
   std::vector<NotedAsk> asks;     ///< that wait for an answer
   std::vector<NotedAnswer> answers;
   std::string written;  ///< when this was written, by its machine's clock
+
+  friend bool operator==(const StationNote&, const StationNote&) = default;
 };
 
 /// A station's note as another finds it.

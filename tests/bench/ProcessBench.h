@@ -26,6 +26,10 @@ bool measureEnteringSlowly(BenchTable& table, const std::string& programs);
 /// What a station uses that has nothing to do.
 bool measureIdle(BenchTable& table, const std::string& programs);
 
+/// The window's longest frame beside 10 000 edits and 50 people: scrolled, narrowed, and while 200
+/// changes a second arrive.
+bool measureWindow(BenchTable& table, const std::string& programs);
+
 bool measureEnteringAgain(BenchTable& table, const std::string& programs);
 bool measureSaving(BenchTable& table, const std::string& programs);
 bool measureStart(BenchTable& table, const std::string& programs);

@@ -47,6 +47,7 @@ constexpr Group kGroups[] = {
     {"again", "project enter where nothing changed since", measureEnteringAgain},
     {"slow", "project enter on a folder that answers in 0.3 ms", measureEnteringSlowly},
     {"idle", "wake-ups and processor time of a station with nothing to do", measureIdle},
+    {"window", "the window's longest frame while 200 changes a second arrive", measureWindow},
     {"save", "saving an edit with its versions kept, beside saving alone", measureSaving},
     {"start", "a station's start", measureStart},
     {"latency", "a change's way to 1, 4 and 16 stations", measureLatency},
