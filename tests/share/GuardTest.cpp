@@ -10,16 +10,11 @@
 #include <set>
 
 #include "tests/share/SharedStations.h"
+#include "tests/support/Slowdown.h"
 
 using namespace korvel;
 
 namespace {
-
-#ifdef KV_SANITIZED
-constexpr int kSanitizerFactor = 10;
-#else
-constexpr int kSanitizerFactor = 1;
-#endif
 
 /// Who is in which project or room, as stations see it of each other.
 class GuardTest : public SharedStations {
@@ -48,7 +43,7 @@ class GuardTest : public SharedStations {
       EXPECT_NE(said.find("held by " + holder), std::string::npos) << said;
       EXPECT_NE(said.find("Wait until it is left"), std::string::npos) << said;
     }
-    EXPECT_LT(soonest, 0.1 * kSanitizerFactor) << line;
+    EXPECT_LT(soonest, 0.1 * kSlowdown) << line;
   }
 
   /// A line of "room list" or "project list" by its name.

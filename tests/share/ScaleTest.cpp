@@ -12,6 +12,8 @@ using namespace korvel;
 
 namespace {
 
+constexpr int kManyEdits = fewer(10'000);
+constexpr int kManyBins = fewer(1'000);
 constexpr const char* kSampleEdit = "Figure 1 - Simple Cut List";  // as the sample calls itself
 
 std::string contentOf(const std::string& path) {
@@ -112,7 +114,7 @@ class ScaleTest : public SharedStations {
 
 TEST_F(ScaleTest, TenThousandEditsAndAThousandBinsAreEnteredSoonAndInLittleMemory) {
   StationProcess& anna = start("ANNA", 11);
-  makeProject("Film", 10'000, 1'000);
+  makeProject("Film", kManyEdits, kManyBins);
   double seconds = 1e9;
   for (int round = 0; round < 3; ++round) {
     seconds = std::min(seconds, costOf(anna, [&] { run(anna, "project enter Film"); }));
@@ -120,12 +122,14 @@ TEST_F(ScaleTest, TenThousandEditsAndAThousandBinsAreEnteredSoonAndInLittleMemor
   }
   RecordProperty("enter_seconds", std::to_string(seconds));
   RecordProperty("resident_mebibytes", std::to_string(residentMebibytes(anna)));
-  EXPECT_LT(seconds, 2.0 * kSlowdown);
+  EXPECT_LT(seconds, 2.0);
   EXPECT_GT(residentMebibytes(anna), 1);
   EXPECT_LT(residentMebibytes(anna), 150 * kSlowdown);
-  EXPECT_EQ(run(anna, "edit show \"Edit 9999\"")["cookie"].asString(), cookieText('E', 9'999));
-  EXPECT_EQ(run(anna, "bin list").elements().size(), 1'000U);
-  EXPECT_EQ(run(anna, "edit list").elements().size(), 10'000U);
+  const int last = kManyEdits - 1;
+  EXPECT_EQ(run(anna, "edit show \"Edit " + std::to_string(last) + "\"")["cookie"].asString(),
+            cookieText('E', last));
+  EXPECT_EQ(run(anna, "bin list").elements().size(), std::size_t{kManyBins});
+  EXPECT_EQ(run(anna, "edit list").elements().size(), std::size_t{kManyEdits});
   EXPECT_LT(residentMebibytes(anna), 150 * kSlowdown);
 }
 
@@ -133,7 +137,7 @@ TEST_F(ScaleTest, AMessageAboutOneEditCostsTheHostThreadTheSameAmongTenThousandA
   StationProcess& anna = start("ANNA", 11);
   StationProcess& ben = start("BEN", 12);
   makeProject("Small", 10, 1);
-  makeProject("Large", 10'000, 1'000);
+  makeProject("Large", kManyEdits, kManyBins);
   const double few = costOfMessages(ben, anna, "Small");
   const double many = costOfMessages(ben, anna, "Large");
   RecordProperty("few_seconds", std::to_string(few));

@@ -8,6 +8,8 @@
 #include <random>
 #include <string>
 
+#include "tests/support/Slowdown.h"
+
 namespace {
 
 EditModification modificationOf(std::string_view text) {
@@ -115,12 +117,12 @@ std::string writtenAs(double number) {
 }
 
 TEST(EditModificationTest, EveryNumberIsWrittenAsTheShortestText) {
-  for (int thousandths = 0; thousandths <= 200'000; ++thousandths) {
+  for (int thousandths = 0; thousandths <= fewer(200'000); ++thousandths) {
     const double number = thousandths / 1000.0;
     ASSERT_EQ(writtenAs(number), shortestOf(number));
   }
   std::mt19937_64 random(7);
-  for (int count = 0; count < 200'000; ++count) {
+  for (int count = 0; count < fewer(200'000); ++count) {
     const double number = static_cast<double>(random() % 200'000'000) / 1000.0;
     for (const double each : {number, -number, number / 7, std::nextafter(number, 1e9),
                               std::nextafter(number, 0.0), number * 1e9, number / 1e9}) {
