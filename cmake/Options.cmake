@@ -8,9 +8,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LES
 endif()
 if(KV_SANITIZE)
   set(CMAKE_CXX_FLAGS_DEBUG "-g1")  # lines for the reports; all else costs time and memory in vain
-  add_compile_options(-fsanitize=${KV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_compile_options(-fsanitize=${KV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=undefined -DKV_SANITIZED)
   add_link_options(-fsanitize=${KV_SANITIZE})
-  add_compile_definitions(KV_SANITIZED)
 endif()
 # Several sources are compiled as one, and standard headers beforehand, for all builds but "dev": half the time; "dev" sees
 # that every file includes what it uses. Names of unnamed namespaces must differ within a library that is not SEPARATE.
