@@ -73,6 +73,12 @@ void judgeNetwork(const HealthFacts& facts, HealthState& state) {
                      "firewall or another port keeps messages away (\"kv-share doctor\").");
 }
 
+void judgeNames(const HealthFacts& facts, HealthState& state) {
+  if (facts.namesake.empty()) return;
+  state.network = std::max(state.network, HealthLevel::eSlow);
+  add(state.why, facts.namesake);
+}
+
 void judgeMissing(const HealthFacts& facts, HealthState& state) {
   if (facts.missing.empty()) return;
   state.network = std::max(state.network, HealthLevel::eSlow);
@@ -93,6 +99,7 @@ HealthState judgeHealth(const HealthFacts& facts) {
     state.upToDate = std::max(state.upToDate, HealthLevel::eSlow);
   }
   judgeMissing(facts, state);
+  judgeNames(facts, state);
   if (!facts.unkept.empty()) {
     state.unsaved = HealthLevel::eBad;
     add(state.why, "Unsaved changes are not being kept on this machine: " + facts.unkept);
@@ -128,6 +135,7 @@ HealthState Health::now() const {
   facts.hasSendFailed = traffic_->hasFailed();
   facts.others = presence_.others();
   facts.missing = presence_.missing();
+  facts.namesake = presence_.namesake();
   // The count starts anew with each project, so it may be below the one noted.
   facts.unannounced = catchUp_.found() - std::min(foundThen_, catchUp_.found());
   facts.unkept = unsaved_.problem();

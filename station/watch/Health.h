@@ -26,6 +26,7 @@ struct HealthFacts {
   std::size_t others = 0;       ///< stations alive beside this one
   std::size_t unannounced = 0;  ///< changes found in the folder since a message came last
   std::string missing = {};     ///< what may be missing since messages were lost, in sentences
+  std::string namesake = {};    ///< which other station has this one's name, in sentences
   std::string unkept = {};      ///< why unsaved changes are not kept; empty while they are
 };
 

@@ -52,11 +52,6 @@ LightweightString<wchar_t> upperCase(const std::string& name) {
   return text;
 }
 
-/// Whether nobody holds a station's lock. A lock that cannot be looked at tells nothing.
-bool isGone(const FoundStation& station) {
-  return station.state == LockState::eLeftBehind || station.state == LockState::eFree;
-}
-
 /// How long the user is warned at least, where nothing of the lost is known to be unsaved.
 constexpr std::int64_t kShortestWarning = 60;
 constexpr std::int64_t kBetweenTellings = 60;
@@ -113,14 +108,16 @@ void Presence::start(const std::string& version) try {
 void Presence::stop() {
   alive_.reset();
   watch_.reset();
+  if (file_) file_->takeAlong(ownEarlier());
   file_.reset();
   others_.clear();
   gone_.clear();
 }
 
 Result<JsonValue> Presence::who(Which which) const {
-  const auto stations = listStations(settings().projectsDirectory);
+  auto stations = listStations(settings().projectsDirectory);
   if (!stations) return stations.error();
+  leaveOutReturned(*stations);
   // A folder without any note may be a share that is away: then nobody was looked for.
   const auto isOwn = [this](const FoundStation& each) { return each.note.id == own_.id; };
   if (std::ranges::none_of(*stations, isOwn)) {
@@ -151,15 +148,17 @@ std::vector<FoundStation> Presence::known() const {
     });
   };
   addAll(others_);
-  std::map<std::string, FoundStation> missed = gone_;
-  // Who was killed and has started again is here.
-  std::erase_if(missed, [&all](const auto& each) {
-    return std::ranges::any_of(all, [&](const FoundStation& one) {
-      return one.note.user == each.second.note.user && one.note.host == each.second.note.host;
-    });
-  });
-  addAll(missed);
+  addAll(gone_);
+  leaveOutReturned(all);
   return all;
+}
+
+std::vector<std::string> Presence::ownEarlier() const {
+  std::vector<std::string> ids;
+  for (const auto& [id, station] : gone_) {
+    if (station.note.user == own_.user && station.note.host == own_.host) ids.push_back(id);
+  }
+  return ids;
 }
 
 std::vector<Presence::Opener> Presence::openersOf(const Cookie& object) const {
@@ -251,15 +250,23 @@ void Presence::postRefresh() {
 // Messages are addressed to user names, and owners are recorded with host names. Two stations with
 // the same name cannot be told apart. Told on both: either may be the one that was started wrongly,
 // and of two that start at once neither was first.
-void Presence::warnOfNamesake(const FoundStation& other) const {
+std::string Presence::namesakeText(const FoundStation& other) const {
   const bool isUser = upperCase(other.note.user) == upperCase(own_.user);
   const bool isHost = upperCase(other.note.host) == upperCase(own_.host);
-  if (!isUser && !isHost) return;
-  LogBoth(
-      "Another station has the %s: %s. Messages and owners cannot tell the two apart. End one of "
-      "them, or start it with another %s.\n",
-      isUser ? (isHost ? "same user and host name" : "same user name") : "same host name",
-      placeOf(other.note), isUser ? "--user" : "--host");
+  if (!isUser && !isHost) return {};
+  const std::string same =
+      isUser ? (isHost ? "same user and host name" : "same user name") : "same host name";
+  return "Another station has the " + same + ": " + placeOf(other.note) +
+         ". Messages and owners cannot tell the two apart. End one of them, or start it with "
+         "another " +
+         (isUser ? "--user." : "--host.");
+}
+
+std::string Presence::namesake() const {
+  for (const auto& [id, station] : others_) {
+    if (std::string text = namesakeText(station); !text.empty()) return text;
+  }
+  return {};
 }
 
 /// Ages are told by the share's clock: the folder changed when the newest note was written.
@@ -306,11 +313,11 @@ void Presence::takeOne(const FoundFile& file) {
     const std::string folder = notesFolder(settings().projectsDirectory);
     // A killed station leaves its note: only the lock tells whether it lives.
     found.state = lookAtLock(wideText(noteLock(folder, id)));
-    if (isGone(found)) gone_[id] = found;
+    if (found.isGone()) gone_[id] = found;
     if (!found.isAlive()) return;
     gone_.erase(id);
     tell("came", found);
-    warnOfNamesake(found);
+    if (const std::string text = namesakeText(found); !text.empty()) LogBoth("%s\n", text);
     isBack = hasSamePlace(found);
   } else if (known->second.note != *note) {
     tell("changed", found);
@@ -337,7 +344,7 @@ void Presence::lookForDead() {
   for (auto each = others_.begin(); each != others_.end();) {
     FoundStation& station = each->second;
     station.state = lookAtLock(wideText(noteLock(folder, each->first)));
-    if (!isGone(station)) {
+    if (!station.isGone()) {
       ++each;
       continue;
     }

@@ -133,6 +133,10 @@ class Presence : public ProjectListener {
   /// what is lost shows in files.
   [[nodiscard]] std::string missing() const;
 
+  /// Which other station that is here has this one's user or host name, and what to do about it;
+  /// empty where none has.
+  [[nodiscard]] std::string namesake() const;
+
   void handleProjectEntry() override { refresh(); }
   void handleProjectExit() override { refresh(); }
 
@@ -140,12 +144,13 @@ class Presence : public ProjectListener {
   [[nodiscard]] StationNote noteOfThis() const;
   void refresh();
   void postRefresh();
-  void warnOfNamesake(const FoundStation& other) const;
+  [[nodiscard]] std::string namesakeText(const FoundStation& other) const;
   void removeOld(const std::vector<FoundStation>& stations) const;
   void take(const FoundFiles& files);
   void takeOne(const FoundFile& file);
   [[nodiscard]] bool sendsFrom(const StationNote& note, Ipv4 address, std::uint16_t port) const;
   [[nodiscard]] bool hasSamePlace(const FoundStation& other) const;
+  [[nodiscard]] std::vector<std::string> ownEarlier() const;
   void lookForDead();
   void lookForMissed();
   void noteMissed(const FoundStation& station, long lost);

@@ -256,6 +256,17 @@ Result<std::vector<FoundStation>> listStations(const std::string& projectsDirect
   return stations;
 }
 
+void leaveOutReturned(std::vector<FoundStation>& stations) {
+  const std::vector<FoundStation> all = stations;
+  std::erase_if(stations, [&all](const FoundStation& one) {
+    return one.isGone() && std::ranges::any_of(all, [&one](const FoundStation& each) {
+             const bool isSame = each.note.user == one.note.user && each.note.host == one.note.host;
+             return isSame &&
+                    (each.isAlive() || (each.isGone() && each.note.since > one.note.since));
+           });
+  });
+}
+
 JsonValue shownStation(const FoundStation& station) {
   const StationNote& note = station.note;
   JsonValue shown = JsonValue::object({{"user", shownText(note.user)},
@@ -323,10 +334,15 @@ class StationFile::Writer {
 
   void show(const StationNote& note) {
     const std::lock_guard lock(mutex_);
-    if (noteText(note) == noteText(wanted_)) return;
+    if (note == wanted_) return;
     wanted_ = note;
     isChanged_ = true;
     changes_.notify_all();
+  }
+
+  void takeAlong(std::vector<std::string> ids) {
+    const std::lock_guard lock(mutex_);
+    alsoGone_ = std::move(ids);
   }
 
   void writeAgain() {
@@ -384,12 +400,17 @@ class StationFile::Writer {
     lock_.reset();
     if (isAbandoned_) return;
     OS().fileManager().removeFile(wideText(noteLock(folder_, id_)));
+    for (const std::string& id : alsoGone_) {
+      static_cast<void>(removeFileAt(folder_ + "/" + id + std::string(kRecordEnding)));
+      static_cast<void>(removeFileAt(noteLock(folder_, id)));
+    }
   }
 
   const std::shared_ptr<SeenDirectory> directory_;
   const std::string folder_;
   StationNote wanted_;
   const std::string id_;
+  std::vector<std::string> alsoGone_;
   Kv::Ptr<iFile> lock_;         ///< the thread's
   bool hasComplained_ = false;  ///< the thread's
   std::mutex mutex_;
@@ -415,6 +436,8 @@ StationFile::~StationFile() {
 }
 
 void StationFile::show(const StationNote& note) { writer_->show(note); }
+
+void StationFile::takeAlong(std::vector<std::string> ids) { writer_->takeAlong(std::move(ids)); }
 
 void StationFile::writeAgain() { writer_->writeAgain(); }
 

@@ -133,6 +133,11 @@ struct FoundStation {
 
   [[nodiscard]] bool isAlive() const { return state == LockState::eHeld; }
 
+  /// Whether nobody holds its lock. A lock that cannot be looked at tells nothing.
+  [[nodiscard]] bool isGone() const {
+    return state == LockState::eLeftBehind || state == LockState::eFree;
+  }
+
   /// "here", "gone without goodbye" or "unknown".
   [[nodiscard]] const char* stateText() const;
 };
@@ -162,6 +167,10 @@ std::string noteLock(const std::string& folder, const std::string& id);
 /// kLargestNote bytes long.
 Result<std::vector<FoundStation>> listStations(const std::string& projectsDirectory);
 
+/// Leaves out the dead stations whose user was there again on the same host: what a killed station
+/// left tells nothing once it is back.
+void leaveOutReturned(std::vector<FoundStation>& stations);
+
 inline constexpr std::size_t kLargestNote = std::size_t{64} << 10;
 
 /// A station's line in a list and in the event "presence".
@@ -180,6 +189,10 @@ class StationFile {
 
   /// Says goodbye: removes the files, unless the share does not answer within a second.
   ~StationFile();
+
+  /// Removes the files of these stations, too, when this one says goodbye: of its own earlier
+  /// starts that were killed.
+  void takeAlong(std::vector<std::string> ids);
 
   /// Writes the note where it differs from the one that was written, at most once a second.
   void show(const StationNote& note);

@@ -136,6 +136,24 @@ TEST_F(PresenceShareTest, AKilledStationIsGoneWithoutGoodbye) {
   EXPECT_TRUE(await(anna, {{"how", "went"}, {"state", "gone without goodbye"}}));
 }
 
+TEST_F(PresenceShareTest, WhoWasKilledAndCameBackIsNotGone) {
+  ASSERT_TRUE(anna.waitUntilReady());
+  StationProcess killed(options("BEN", "BEN"));
+  ASSERT_TRUE(killed.waitUntilReady());
+  ASSERT_TRUE(await(anna, {{"how", "came"}, {"user", "BEN"}}));
+  killed.kill9();
+  StationProcess ben(options("BEN", "BEN"));
+  ASSERT_TRUE(ben.waitUntilReady());
+  ASSERT_TRUE(await(anna, {{"how", "came"}, {"user", "BEN"}}));
+  const JsonValue all = run(anna, "who --all");
+  ASSERT_EQ(all.elements().size(), 2u) << writeJson(all);
+  EXPECT_EQ(all.elements()[1]["state"].asString(), "here");
+  EXPECT_EQ(run(ben, "who --all").elements().size(), 2u);
+  EXPECT_EQ(ben.quit(), 0);
+  EXPECT_TRUE(becomesTrue([this] { return run(anna, "who --all").elements().size() == 1; }))
+      << writeJson(run(anna, "who --all"));
+}
+
 TEST_F(PresenceShareTest, TwoStationsOfTheSameUserAreBothTold) {
   const auto isTold = [](const StationProcess& station) {
     return station.errorText().find("Another station has the same user name: ") !=
@@ -146,6 +164,8 @@ TEST_F(PresenceShareTest, TwoStationsOfTheSameUserAreBothTold) {
   ASSERT_TRUE(again.waitUntilReady());
   EXPECT_TRUE(becomesTrue([&] { return isTold(anna); })) << anna.errorText();
   EXPECT_TRUE(becomesTrue([&] { return isTold(again); })) << again.errorText();
+  const std::string why = run(anna, "state")["health"]["why"].asString();
+  EXPECT_NE(why.find("Another station has the same user name"), std::string::npos) << why;
 }
 
 TEST_F(PresenceShareTest, ChangesWithoutMessagesAreToldAsBeingCutOff) {

@@ -210,8 +210,9 @@ ToolStatus showStations(const ShareRequest& request) {
   if (auto usable = host.checkDirectory(); !usable) {
     return toolProblem(eToolUsage, usable.error().message);
   }
-  const auto stations = listStations(directory);
+  auto stations = listStations(directory);
   if (!stations) return toolProblem(eToolUsage, stations.error().message);
+  leaveOutReturned(*stations);
   ToolStatus status = eToolDone;
   JsonValue all = JsonValue::array();
   for (const FoundStation& each : *stations) {

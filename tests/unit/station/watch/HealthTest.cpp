@@ -71,6 +71,14 @@ TEST(HealthTest, ChangesOfOthersWithoutAMessageMeanThatThisStationIsCutOff) {
             std::string::npos);
 }
 
+TEST(HealthTest, AStationOfTheSameNameIsTold) {
+  HealthFacts facts = allWell();
+  facts.namesake = "Another station has the same user name.";
+  const HealthState state = judgeHealth(facts);
+  EXPECT_EQ(state.network, HealthLevel::eSlow);
+  EXPECT_EQ(state.why, "Another station has the same user name.");
+}
+
 TEST(HealthTest, LostMessagesMeanThatSomethingMayBeMissing) {
   HealthFacts facts = allWell();
   facts.missing = "12 messages of ANNA's station were lost at 12:04.";

@@ -58,6 +58,31 @@ TEST_F(StationNoteTest, ANoteWhoseLockNobodyHoldsIsOfAStationThatIsGone) {
   EXPECT_TRUE(listed()[0].isAlive());
 }
 
+TEST_F(StationNoteTest, OfWhoWasKilledTheLatestStartCountsAndNoneOnceHeIsBack) {
+  const auto station = [](const char* user, const char* host, const char* since, LockState state) {
+    FoundStation found;
+    found.note.user = user;
+    found.note.host = host;
+    found.note.since = since;
+    found.state = state;
+    return found;
+  };
+  constexpr LockState kDead = LockState::eLeftBehind;
+  std::vector<FoundStation> stations{
+      station("ANNA", "SUITE1", "2024-05-31T08:00:00Z", kDead),
+      station("ANNA", "SUITE1", "2024-05-31T09:00:00Z", LockState::eHeld),
+      station("ANNA", "SUITE2", "2024-05-31T08:00:00Z", kDead),
+      station("BEN", "SUITE3", "2024-05-31T08:00:00Z", LockState::eFree),
+      station("BEN", "SUITE3", "2024-05-31T09:00:00Z", kDead),
+      station("BEN", "SUITE3", "2024-05-31T10:00:00Z", LockState::eUnknown)};
+  leaveOutReturned(stations);
+  std::string left;
+  for (const FoundStation& each : stations) {
+    left += each.note.user + " " + each.note.host + " " + each.note.since.substr(11, 2) + ", ";
+  }
+  EXPECT_EQ(left, "ANNA SUITE1 09, ANNA SUITE2 08, BEN SUITE3 09, BEN SUITE3 10, ");
+}
+
 TEST_F(StationNoteTest, ANoteThatCouldNotBeWrittenIsWrittenOnceTheShareIsBack) {
   const std::string notes = notesFolder(folder.path());
   StationNote note;
