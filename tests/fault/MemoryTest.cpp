@@ -7,7 +7,14 @@
 
 using namespace korvel;
 
-// Every allocation of this program can be made to fail.
+// Every allocation of this program can be made to fail, but where ThreadSanitizer has operators of
+// its own that cannot be replaced: there these tests, which have one thread, are left out.
+#ifdef __has_feature
+#if __has_feature(thread_sanitizer)
+#define KV_OPERATORS_ARE_FIXED
+#endif
+#endif
+#ifndef KV_OPERATORS_ARE_FIXED
 
 namespace {
 
@@ -113,3 +120,5 @@ TEST_F(MemoryTest, AProjectForWhichThereIsNoMemoryIsOpenWholeOrNotAtAll) {
 }
 
 }  // namespace
+
+#endif
