@@ -86,9 +86,11 @@ void Presence::start(const std::string& version) try {
   own_.version = version;
   own_.since = timeForRecord();
   // Before its own note exists, so that this station is not among them.
-  if (const auto stations = listStations(settings().projectsDirectory)) removeOld(*stations);
+  const auto stations = listStations(settings().projectsDirectory);
+  if (stations) removeOld(*stations);
   const std::string folder = notesFolder(settings().projectsDirectory);
   file_ = std::make_unique<StationFile>(hostParts().projects->directory(), folder, noteOfThis());
+  if (stations) file_->takeAlong(ownEarlier(*stations));
   WatchedFolder watched;
   watched.path = folder;
   watched.isWanted = isNoteFile;
@@ -108,7 +110,6 @@ void Presence::start(const std::string& version) try {
 void Presence::stop() {
   alive_.reset();
   watch_.reset();
-  if (file_) file_->takeAlong(ownEarlier());
   file_.reset();
   others_.clear();
   gone_.clear();
@@ -153,10 +154,12 @@ std::vector<FoundStation> Presence::known() const {
   return all;
 }
 
-std::vector<std::string> Presence::ownEarlier() const {
+/// Those that were killed when this user was at this host before.
+std::vector<std::string> Presence::ownEarlier(const std::vector<FoundStation>& stations) const {
   std::vector<std::string> ids;
-  for (const auto& [id, station] : gone_) {
-    if (station.note.user == own_.user && station.note.host == own_.host) ids.push_back(id);
+  for (const FoundStation& each : stations) {
+    const bool isOwn = each.note.user == own_.user && each.note.host == own_.host;
+    if (isOwn && each.isGone()) ids.push_back(each.note.id);
   }
   return ids;
 }

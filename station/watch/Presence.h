@@ -150,7 +150,8 @@ class Presence : public ProjectListener {
   void takeOne(const FoundFile& file);
   [[nodiscard]] bool sendsFrom(const StationNote& note, Ipv4 address, std::uint16_t port) const;
   [[nodiscard]] bool hasSamePlace(const FoundStation& other) const;
-  [[nodiscard]] std::vector<std::string> ownEarlier() const;
+  [[nodiscard]] std::vector<std::string> ownEarlier(
+      const std::vector<FoundStation>& stations) const;
   void lookForDead();
   void lookForMissed();
   void noteMissed(const FoundStation& station, long lost);
