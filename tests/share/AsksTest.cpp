@@ -5,6 +5,7 @@
 
 #include "station/base/Strings.h"
 #include "tests/share/SharedStations.h"
+#include "tests/support/LoopbackSender.h"
 
 using namespace korvel;
 
@@ -254,12 +255,14 @@ TEST_F(AsksTest, WhatCannotBeAskedForSaysWhy) {
 
 TEST_F(AsksTest, AThousandAsksAreFoldedIntoALine) {
   makeReel();
-  for (int i = 0; i < 100; ++i) {
+  const LoopbackSender eve(port_);
+  for (int i = 0; i < 1000; ++i) {
     std::string id = std::to_string(i);
     id.insert(0, 16 - id.size(), '0');
-    send({"user-message", "--source", "EVE", "--target", "ANNA", "--data",
-          "EVE asks for the edit \"x\" [ask " + id + " edit E" + id + " 0]"});
+    ASSERT_TRUE(eve.send({"d", "10", "", "EVE", "ANNA",
+                          "EVE asks for the edit \"x\" [ask " + id + " edit E" + id + " 0]"}));
   }
+  await(*anna_, "asked", {{"from", "EVE"}});
   settle(*anna_);
   EXPECT_LE(run(*anna_, "asks").elements().size(), 20u);
   const auto logs = anna_->events("log");
@@ -271,7 +274,7 @@ TEST_F(AsksTest, AThousandAsksAreFoldedIntoALine) {
             1);
 }
 
-TEST_F(AsksTest, AThousandAsksForOneThingPushNoWordsAway) {
+TEST_F(AsksTest, ManyAsksForOneThingPushNoWordsAway) {
   makeReel();
   const std::string reel = cookieOf("Reel");
   send({"user-message", "--source", "BEN", "--target", "ANNA", "--data", "dinner at five"});

@@ -304,8 +304,13 @@ TEST_F(AskBarTest, OfManyGiftsTheLatestAreOfferedToBeOpened) {
 }
 
 TEST_F(AskBarTest, NamesAndWordsOfAnyKindAreHarmless) {
-  const QString odd[] = {QString(10'000, 'x'),      "<b>b</b>", "a\nb\x07",
-                         QString::fromUtf8("שלום"), "%1 %2 %n", "&Mine"};
+  const QString odd[] = {QString(10'000, 'x'),
+                         "<b>b</b>",
+                         "a\nb\x07",
+                         QString::fromUtf8("שלום"),
+                         "%1 %2 %n",
+                         "&Mine",
+                         QString::fromUtf8("🎬👩‍👩‍👧")};
   std::vector<AskRow> rows;
   for (long i = 0; const QString& each : odd) rows.push_back(askOf(++i, each, each, each));
   for (const AskRow& each : rows) show({each});

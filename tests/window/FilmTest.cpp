@@ -420,6 +420,12 @@ class FilmTest : public testing::Test {
 
 TEST_F(FilmTest, AnEditGoesFromHandToHandByMouse) { film(mouseHand); }
 
+TEST_F(FilmTest, AnEditGoesFromHandToHandInSmallDarkWindows) {
+  qputenv("KV_FILM_SIZE", "640x480");
+  qputenv("KV_FILM_APPEARANCE", "dark");
+  film(mouseHand);
+}
+
 TEST_F(FilmTest, AnEditGoesFromHandToHandByKeysAlone) { film(keyHand); }
 
 TEST_F(FilmTest, AnEditGoesFromHandToHandByTheTreeOfAScreenReader) { film(readerHand); }

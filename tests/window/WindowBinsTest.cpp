@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <QDialog>
 #include <QDropEvent>
 #include <QHeaderView>
 #include <QLabel>
@@ -321,6 +322,20 @@ TEST_F(WindowBinsTest, ADuplicateHasANameOfItsOwnAndIsChosen) {
       ASSERT_TRUE(waitFor([&] { return !keyOf(window, name).isEmpty(); })) << name;
       EXPECT_TRUE(waitFor([&] { return window.objects().chosen().front().name == name; }));
     }
+  });
+}
+
+TEST_F(WindowBinsTest, ACopyIsSavedUnderTheNameThatIsTyped) {
+  play([](MainWindow& window) {
+    ASSERT_TRUE(waitForEdits(window, 2));
+    clickEdit(window, "Quay");
+    window.menus().action("edit save-copy {object} {0}")->trigger();
+    const auto dialog = [&] { return window.findChild<QDialog*>("actionDialog"); };
+    ASSERT_TRUE(waitFor([&] { return dialog() && dialog()->isVisible(); }));
+    dialog()->findChild<QLineEdit*>()->setText(QString::fromUtf8("Düne 5 €"));
+    ASSERT_TRUE(answer(window, "actionDialog", "Save a copy"));
+    EXPECT_TRUE(waitFor([&] { return !keyOf(window, QString::fromUtf8("Düne 5 €")).isEmpty(); }));
+    EXPECT_FALSE(keyOf(window, "Quay").isEmpty());
   });
 }
 

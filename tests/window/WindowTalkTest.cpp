@@ -130,6 +130,25 @@ TEST_F(WindowTalkTest, ARefusedEditIsAskedForAndOpenedWhenItIsGiven) {
   });
 }
 
+TEST_F(WindowTalkTest, ARefusedRoomIsAskedForAndNotTheEditOfItsName) {
+  script = "project create Harbour\nproject enter Harbour\nroom create Sound\n";
+  play([this](MainWindow& window) {
+    const auto ben = startBen(window);
+    EXPECT_TRUE(ben->command("edit create Sound")["ok"].asBool());
+    EXPECT_TRUE(ben->command("room enter Sound")["ok"].asBool());
+    window.link().run("room enter Sound");
+    ASSERT_TRUE(waitFor([&] { return window.messages().text().contains("BEN"); }));
+    ASSERT_TRUE(waitFor([&] { return press(window.messages(), "Ask BEN for it"); }));
+    const JsonValue asked = told(*ben, "asked");
+    EXPECT_EQ(asked["kind"].asString(), "room") << writeJson(asked);
+    EXPECT_EQ(asked["name"].asString(), "Sound");
+    const std::string number = std::to_string(asked["number"].asLong());
+    EXPECT_TRUE(ben->command("answer " + number + " give")["ok"].asBool());
+    EXPECT_TRUE(tells(window.answers(), "BEN gives you the room \"Sound\""))
+        << window.answers().text().toStdString();
+  });
+}
+
 TEST_F(WindowTalkTest, WhatIsGivenInAnotherProjectIsOpenedThere) {
   script = std::string("project create Trailer\n") + kOneEdit;
   play([this](MainWindow& window) {

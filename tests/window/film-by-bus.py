@@ -131,6 +131,14 @@ class Person:
 
         becomes(self.user + " types into " + field, look)
 
+    def writes_to(self, other, words):
+        self.choose_in_menu("Messages", "Write to a user")
+        dialog = self.find("dialog", lambda name: True)
+        self.type(dialog, "To", other.user)
+        self.type(dialog, "Message", words)
+        self.press("Write to a user", dialog)
+        other.reads(words)
+
     def reads(self, words):
         def look():
             for each in below(self.window):
@@ -190,13 +198,14 @@ def film(anna, ben, edit):
     versions = ben.find("tree", lambda name: name == "Versions of the chosen edit")
     becomes("BEN reads what the version changed", lambda: any("Clip-001" in each.get_name() for each in below(versions)))
     step("a save, in the history")
-    ben.choose_in_menu("Messages", "Write to a user")
-    dialog = ben.find("dialog", lambda name: True)
-    ben.type(dialog, "To", "ANNA")
-    ben.type(dialog, "Message", "I am through with it.")
-    ben.press("Write to a user", dialog)
-    anna.reads("I am through with it.")
+    ben.choose_in_menu("Edit", "Undo")
+    ben.has_in_list("open, unsaved")
+    anna.has_in_list("unsaved there")
+    step("what was saved, undone")
+    ben.writes_to(anna, "I am through with it.")
     step("words")
+    anna.writes_to(ben, "Thank you. I take it back after lunch.")
+    step("an answer")
 
 
 def main(program, edit_file):
