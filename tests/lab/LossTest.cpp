@@ -255,6 +255,57 @@ TEST_F(LossTest, WordsThatArriveAreShownOnceEach) {
         " words arrived, and each was shown once");
 }
 
+/// PETRA's station knows nothing of asks and conversations: it sends words and shows what it gets.
+TEST_F(LossTest, BetweenOursAndAPlainOneWordsAreShownOnceEachAndAsksAreWords) {
+  openWith({.lost = 30, .doubled = 30});
+  constexpr int kEach = 12;
+  Workstation& anna = *facility_.machines()[0];
+  Workstation& petras = *facility_.machines()[2];
+  Witness atAnnas(anna);
+  Witness atPetras(petras);
+  anna.run("user add PETRA");
+  const auto numbered = [](const char* words, int i) { return words + std::to_string(i) + "."; };
+  for (int i = 0; i < kEach; ++i) {
+    petras.space().within([&] {
+      const ProgramRun sent = runProgram({KV_SHARE, "send", "user-message", "--source", "PETRA",
+                                          "--target", "ANNA", "--data", numbered("Hers ", i)});
+      EXPECT_EQ(sent.status, 0) << sent.errors;
+    });
+    anna.run("say PETRA \"" + numbered("Own ", i) + "\"");
+    const std::string cut = "Cut" + std::to_string(i);
+    anna.run("edit create " + cut);
+    anna.run("edit save " + cut);
+    anna.run("edit give " + cut + " PETRA --force");
+    anna.run("ask " + cut + " please");
+  }
+  const auto isAsItArrived = [&] {
+    for (int i = 0; i < kEach; ++i) {
+      const std::string words = numbered("Hers ", i);
+      if (timesShown(anna, words) != (atAnnas.heard(words) ? 1 : 0)) return false;
+    }
+    return true;
+  };
+  for (int tries = 0; !isAsItArrived() && tries < 60; ++tries) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  }
+  EXPECT_TRUE(isAsItArrived());
+  int shown = 0;
+  int own = 0;
+  int asks = 0;
+  for (int i = 0; i < kEach; ++i) {
+    shown += timesShown(anna, numbered("Hers ", i)) == 1;
+    own += atPetras.heard(numbered("Own ", i));
+    asks += atPetras.heard("ANNA asks for the edit \"Cut" + std::to_string(i) + "\": please [ask ");
+  }
+  EXPECT_GT(shown, 0);
+  EXPECT_GT(own, 0);
+  EXPECT_GT(asks, 0);
+  const std::string all = " of " + std::to_string(kEach);
+  shows(figures() + ", " + std::to_string(shown) + all + " words of a plain station arrived and " +
+        "were shown once each; " + std::to_string(own) + all + " came to it, and " +
+        std::to_string(asks) + all + " asks, as words");
+}
+
 /// Four stations seal their messages, and one of these takes sealed ones alone. Two more are plain.
 class RotationTest : public LossTest {
  protected:
