@@ -109,7 +109,8 @@ SaidLine saidLine(const JsonValue& said) {
           eventText(said, "to"),
           eventText(said, "text"),
           said["own"].asBool(),
-          said["unverified"].asBool()};
+          said["unverified"].asBool(),
+          eventText(said, "ask")};
 }
 
 HappenedLine happenedLine(const JsonValue& happening) {

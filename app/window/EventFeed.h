@@ -41,6 +41,7 @@ struct SaidLine {
   QString text;
   bool isOwn = false;
   bool isUnverified = false;
+  QString ask;  ///< the identifier of the ask that it is, or answers; empty of words
 };
 
 /// One thing that somebody did to an object, as the station names it: "trimmed", "renamed".

@@ -322,6 +322,19 @@ void ConversationPane::build() {
   layout->addWidget(view_, 1);
 }
 
+namespace {
+
+/// Counts what another said; who answered an ask has read it.
+void countIn(QStringList& unread, const SaidLine& line) {
+  if (!line.isOwn) {
+    unread << line.ask;
+  } else if (!line.ask.isEmpty()) {
+    unread.removeAll(line.ask);
+  }
+}
+
+}  // namespace
+
 void ConversationPane::load(const std::vector<SaidLine>& lines, const QDateTime& seenUntil) {
   const std::deque<SaidLine> later = std::exchange(lines_, {});
   for (const SaidLine& each : lines) keep(each);
@@ -331,8 +344,14 @@ void ConversationPane::load(const std::vector<SaidLine>& lines, const QDateTime&
     Q_EMIT seen(QDateTime::currentDateTime());
     return;
   }
-  const auto isUnread = [&](const SaidLine& each) { return !each.isOwn && each.time > seenUntil; };
-  setUnread(unread_ + static_cast<int>(std::ranges::count_if(lines, isUnread)));
+  QStringList unread;
+  for (const SaidLine& each : lines) {
+    if (each.isOwn || each.time > seenUntil) countIn(unread, each);
+  }
+  for (const SaidLine& each : later) {
+    if (each.isOwn) countIn(unread, each);
+  }
+  setUnread(unread + unread_);
 }
 
 void ConversationPane::add(const std::vector<SaidLine>& lines) {
@@ -340,14 +359,14 @@ void ConversationPane::add(const std::vector<SaidLine>& lines) {
   QScrollBar& bar = *view_->verticalScrollBar();
   // Follows new words only where the user has not scrolled up.
   const bool isAtEnd = bar.value() >= bar.maximum();
-  int others = 0;
+  QStringList unread = unread_;
   for (const SaidLine& each : lines) {
     keep(each);
     if (isShown(each)) append(each);
-    others += !each.isOwn;
+    countIn(unread, each);
   }
   if (isAtEnd) bar.setValue(bar.maximum());
-  isLookedAt() ? tellSeen() : setUnread(unread_ + others);
+  isLookedAt() ? tellSeen() : setUnread(unread);
 }
 
 void ConversationPane::keep(const SaidLine& line) {
@@ -407,8 +426,9 @@ void ConversationPane::append(const SaidLine& line) {
   end.endEditBlock();
 }
 
-void ConversationPane::setUnread(int count) {
-  if (std::exchange(unread_, count) != count) Q_EMIT unreadChanged(count);
+void ConversationPane::setUnread(const QStringList& unread) {
+  const qsizetype before = std::exchange(unread_, unread).size();
+  if (unread.size() != before) Q_EMIT unreadChanged(static_cast<int>(unread.size()));
 }
 
 void ConversationPane::tellSeen() {
@@ -426,7 +446,7 @@ bool ConversationPane::isLookedAt() const {
 // While the window moves its panes about, this one may come and go although nobody looks.
 void ConversationPane::takeLook() {
   if (!updatesEnabled()) return;
-  setUnread(0);
+  setUnread({});
   tellSeen();
 }
 

@@ -85,7 +85,7 @@ class PanelDock : public QDockWidget {
 
 /// All that was said: own and others' words, asks and answers, the latest last; with everybody or
 /// with one colleague, and searched by words. What others said counts as unread until somebody
-/// looks: brings the pane to the front, moves the mouse over it or presses a key in it. What comes
+/// answers it, or looks: brings the pane to the front, moves the mouse over it or presses a key in it. What comes
 /// while the pane has the mouse or the keyboard is looked at already.
 class ConversationPane : public QWidget {
   Q_OBJECT
@@ -103,7 +103,7 @@ class ConversationPane : public QWidget {
   void add(const std::vector<SaidLine>& lines);
 
   /// How much of others' came since somebody looked.
-  [[nodiscard]] int unread() const { return unread_; }
+  [[nodiscard]] int unread() const { return static_cast<int>(unread_.size()); }
   void takeLook();
 
   [[nodiscard]] QComboBox& colleagues() const { return *colleagues_; }
@@ -127,7 +127,7 @@ class ConversationPane : public QWidget {
   [[nodiscard]] QString answeree() const;
   [[nodiscard]] bool isShown(const SaidLine& line) const;
   [[nodiscard]] bool isLookedAt() const;
-  void setUnread(int count);
+  void setUnread(const QStringList& unread);
   void tellSeen();
   void showEvent(QShowEvent* event) override;
   bool eventFilter(QObject* watched, QEvent* event) override;
@@ -138,7 +138,7 @@ class ConversationPane : public QWidget {
   QPlainTextEdit* view_;
   std::deque<SaidLine> lines_;
   QTimer searching_;  ///< while somebody types, a long conversation is not searched at each letter
-  int unread_ = 0;
+  QStringList unread_;  ///< of each line that nobody looked at, its ask; empty of words
   QDateTime seenUntil_;
 };
 

@@ -82,6 +82,20 @@ TEST_F(ConversationPaneTest, WhatOthersSayIsUnreadUntilSomebodyLooks) {
   EXPECT_EQ(told.size(), 3);
 }
 
+TEST_F(ConversationPaneTest, AnAskThatWasAnsweredIsReadNowAndAtTheNextStart) {
+  SaidLine asked = saidOf("BEN", "ANNA", "BEN asks for the edit \"Quay\"");
+  SaidLine words = saidOf("BEN", "ANNA", "please");
+  SaidLine answered = saidOf("ANNA", "BEN", "ANNA gives you the edit \"Quay\"");
+  asked.ask = answered.ask = "0123456789abcdef";
+  pane.add({asked, words});
+  EXPECT_EQ(pane.unread(), 2);
+  pane.add({answered});
+  EXPECT_EQ(pane.unread(), 1);
+  ConversationPane next;
+  next.load({asked, words, answered}, asked.time.addSecs(-60));
+  EXPECT_EQ(next.unread(), 1);
+}
+
 TEST_F(ConversationPaneTest, WhatNobodyLookedAtIsUnreadAtTheNextStart) {
   QSignalSpy seen(&pane, &ConversationPane::seen);
   SaidLine early = saidOf("BEN", "ANNA", "early");
