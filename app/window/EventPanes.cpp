@@ -193,7 +193,8 @@ QString notificationText(const NotificationLine& line) {
 NotificationsPane::NotificationsPane(QWidget* parent)
     : QWidget(parent),
       list_(new QListWidget),
-      hint_(new QLabel(tr("Nothing since this window was opened. What was written before is in the conversation."))),
+      hint_(new QLabel(tr("Nothing since this window was opened. What was written before is in the "
+                          "conversation."))),
       whole_(new QPlainTextEdit) {
   list_->setObjectName(QStringLiteral("notifications"));
   list_->setAccessibleName(tr("Notifications"));

@@ -85,8 +85,8 @@ class PanelDock : public QDockWidget {
 
 /// All that was said: own and others' words, asks and answers, the latest last; with everybody or
 /// with one colleague, and searched by words. What others said counts as unread until somebody
-/// answers it, or looks: brings the pane to the front, moves the mouse over it or presses a key in it. What comes
-/// while the pane has the mouse or the keyboard is looked at already.
+/// answers it, or looks: brings the pane to the front, moves the mouse over it or presses a key in
+/// it. What comes while the pane has the mouse or the keyboard is looked at already.
 class ConversationPane : public QWidget {
   Q_OBJECT
 
