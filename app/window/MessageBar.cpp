@@ -214,6 +214,19 @@ QString askedText(const JsonValue& ask) {
       .arg(to, name);
 }
 
+/// What giving took from the giver's own window: "You left the room "Sound": BEN can enter it."
+QString leftText(const JsonValue& answer) {
+  if (answer["answer"].asString() != "give") return {};
+  const QString name = personName(readableText(answer["name"].asString()));
+  const QString to = personName(readableText(answer["to"].asString()));
+  const std::string& kind = answer["kind"].asString();
+  if (kind == "room") {
+    return OutcomeTeller::tr("You left the room \"%1\": %2 can enter it.").arg(name, to);
+  }
+  if (kind != "project") return {};
+  return OutcomeTeller::tr("You left the project \"%1\": %2 can enter it.").arg(name, to);
+}
+
 QString countOfUsers(long count) {
   return OutcomeTeller::tr("%Ln users are active.", nullptr, static_cast<int>(count));
 }
@@ -309,7 +322,7 @@ QString OutcomeTeller::inWords(const CommandOutcome& outcome) const {
   if (is("active")) return countOfUsers(outcome.result.asLong());
   if (is("edit may")) return permission(outcome.result);
   if (is("ask")) return askedText(outcome.result);
-  if (is("answer")) return {};
+  if (is("answer")) return leftText(outcome.result);
   if (is("tell-when-free")) return tr("You are told when you can have it.");
   if (is("trash restore")) return tr("Brought back from the trash.");
   if (is("edit recover")) {

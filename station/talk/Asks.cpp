@@ -229,7 +229,11 @@ Result<JsonValue> Asks::answerIncoming(std::vector<Incoming>::iterator ask, Answ
   parts_.conversation.add({0, Said::Kind::eAnswer, user, done.from,
                            wordsWithoutToken(user, what, done.ask), done.ask.id, jsonOf(noted),
                            true});
-  return JsonValue::object({{"own", false}});
+  return JsonValue::object({{"own", false},
+                            {"answer", isGiven ? "give" : "no"},
+                            {"kind", done.ask.kind},
+                            {"name", shownText(done.ask.name)},
+                            {"to", shownText(done.from)}});
 }
 
 Result<void> Asks::handOver(const Incoming& ask) {

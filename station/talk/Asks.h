@@ -75,7 +75,8 @@ class Asks {
 
   /// Answers the ask of this number. To give is to give the edit away, with unsaved changes saved
   /// first, or to leave the room or project; where that fails, the ask stays. One's own ask is
-  /// withdrawn by keeping, and what is awaited is awaited no longer.
+  /// withdrawn by keeping, and what is awaited is awaited no longer. Returns whether it was one's
+  /// `own`, and of others' asks `answer`, `kind`, `name` and `to`.
   enum class Answer { eGive, eKeep };
   Result<JsonValue> answer(long number, Answer answer, const std::string& text);
 

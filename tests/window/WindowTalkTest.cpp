@@ -330,6 +330,19 @@ TEST_F(WindowTalkTest, ARefusedProjectIsAskedFor) {
   });
 }
 
+TEST_F(WindowTalkTest, WhoGivesAProjectIsToldThatHeLeftIt) {
+  script = "project create Trailer --private\nproject enter Trailer\n";
+  play([this](MainWindow& window) {
+    ASSERT_TRUE(waitForProject(window, "Trailer"));
+    StationProcess ben(other("BEN"));
+    ASSERT_TRUE(ben.waitUntilReady());
+    EXPECT_TRUE(ben.command("ask project:Trailer")["ok"].asBool());
+    ASSERT_TRUE(waitFor([&] { return press(window.asks(), "Give"); }, 60'000));
+    EXPECT_TRUE(tells(window.messages(), "You left the project \"Trailer\": BEN can enter it."))
+        << window.messages().text().toStdString();
+  });
+}
+
 TEST_F(WindowTalkTest, WhatIsSaidIsOneConversationCountedUntilItIsLookedAt) {
   script = std::string(kOneEdit) + "user add BEN\n";
   play([this](MainWindow& window) {
