@@ -216,7 +216,8 @@ std::string shownConversation(Station&, const Arguments&, const JsonValue& said)
     if (each["kind"].asString() == "words") {
       text += each["from"].asString() + " to " + each["to"].asString() + ": ";
     }
-    text += each["text"].asString() + (each["unverified"].asBool() ? " (unverified)" : "");
+    text += each["text"].asString() + (each["cut"].asBool() ? " (cut here)" : "") +
+            (each["unverified"].asBool() ? " (unverified)" : "");
   }
   return text;
 }

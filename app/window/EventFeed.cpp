@@ -29,6 +29,11 @@ QString eventText(const JsonValue& event, const std::string& key) {
   return readableText(QByteArray::fromHex(QByteArray::fromStdString(digits)).toStdString());
 }
 
+/// Another's words, marked where something that messages cannot carry has ended them.
+QString shownWords(const QString& words, bool isCut) {
+  return isCut ? WindowText::tr("%1 (cut here)").arg(words) : words;
+}
+
 /// The sender of a notification, marked if unverified.
 QString senderText(const JsonValue& event) {
   const QString sender = eventText(event, "source");
@@ -107,7 +112,7 @@ SaidLine saidLine(const JsonValue& said) {
                              : SaidLine::Kind::eWords,
           eventText(said, "from"),
           eventText(said, "to"),
-          eventText(said, "text"),
+          shownWords(eventText(said, "text"), said["cut"].asBool()),
           said["own"].asBool(),
           said["unverified"].asBool(),
           eventText(said, "ask")};
@@ -212,11 +217,9 @@ void EventFeed::takeNotification(const JsonValue& event) {
   const QString text = eventText(event, "text");
   const auto asking = readAskWords(text.toStdString());
   const QString words = asking ? readableText(asking->words) : text;
-  const bool isCut = event["cut"].asBool();
   bound(news_.notifications);
   news_.notifications.push_back({QDateTime::currentDateTime(), senderText(event),
-                                 isCut ? WindowText::tr("%1 (cut here)").arg(words) : words,
-                                 asking.has_value()});
+                                 shownWords(words, event["cut"].asBool()), asking.has_value()});
 }
 
 void EventFeed::takeLine(LogLine::Kind kind, const QString& text) {

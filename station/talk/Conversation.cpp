@@ -169,6 +169,7 @@ JsonValue shownSaid(const Said& said) {
                                        {"text", shownText(said.text)},
                                        {"own", said.isOwn}});
   if (!said.ask.empty()) shown.set("ask", said.ask);
+  if (said.isCut) shown.set("cut", true);
   if (said.isUnverified) shown.set("unverified", true);
   return shown;
 }
@@ -240,7 +241,8 @@ void Conversation::take(const std::string& line) {
             read["ask"].asString(),
             read["detail"],
             read["own"].asBool(),
-            read["unverified"].asBool()};
+            read["unverified"].asBool(),
+            read["cut"].asBool()};
   if (said.from.empty() || said.to.empty()) return;
   said.text = shortened(std::move(said.text));
   keep(std::move(said));
@@ -312,7 +314,8 @@ void Conversation::noteDelivered(const ReceivedMessage& message) {
        {},
        {},
        false,
-       message.isUnverified});
+       message.isUnverified,
+       message.fields.isCut()});
 }
 
 void Conversation::write(const std::string& lines) {

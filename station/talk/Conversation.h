@@ -52,12 +52,13 @@ struct Said {
   JsonValue detail{};  ///< of one's own ask: what is needed to go on with it after a restart
   bool isOwn = false;  ///< this station's user said it
   bool isUnverified = false;
+  bool isCut = false;  ///< a character that messages cannot carry ended it on its way
 
   /// The colleague with whom this user had these words: the other one, or kEverybody.
   [[nodiscard]] const std::string& with() const;
 };
 
-/// What lists, events and the file show of it: time, kind, from, to, text, and ask, own and
+/// What lists, events and the file show of it: time, kind, from, to, text, and ask, own, cut and
 /// unverified where they matter.
 JsonValue shownSaid(const Said& said);
 

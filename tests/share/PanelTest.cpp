@@ -68,6 +68,9 @@ TEST_F(PanelTest, WordsThatBeginLikeAWireTextAreReportedByThePanelThereAndNotifi
   EXPECT_EQ(notified[0]["text_hex"].asString(), "64c2");
   EXPECT_TRUE(notified[0]["cut"].asBool());
   EXPECT_EQ(notified[0]["source"].asString(), "ANNA");
+  const JsonValue said = ben.command("conversation")["result"];
+  EXPECT_TRUE(said.elements()[0]["cut"].asBool()) << writeJson(said);
+  EXPECT_FALSE(said.elements()[1]["cut"].asBool()) << writeJson(said);
   EXPECT_TRUE(ben.command("panel lines")["result"].elements().empty());
   const auto logs = ben.events("log");
   EXPECT_TRUE(std::ranges::any_of(logs, [](const JsonValue& log) {
