@@ -218,8 +218,17 @@ void ClipTrim::moveOut(long frame) {
   out_ = std::max(frame, in_ + 1);
 }
 
+namespace {
+
+constexpr long kSecondsADay = 86'400;
+
+}  // namespace
+
 QString ClipTrim::problem() const {
   if (out_ <= in_) return tr("Nothing would be left: out must come after in.");
+  // Without known material a slip of the hand could make it any length; nobody cuts days.
+  const long longest = std::max(timecode_.firstFrameOf(kSecondsADay), firstOut_ - firstIn_);
+  if (!isBounded() && length() > longest) return tr("A clip is 24 hours long at most.");
   if (!isBounded()) return {};
   // An edge that is not touched stays where it is.
   if (in_ < std::min(firstFrame_, firstIn_))

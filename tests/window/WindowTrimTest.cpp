@@ -134,6 +134,9 @@ TEST(WindowTrimDialogTest, AnotherClipHasItsOwnTimesAndNoBoundsWhereNothingTells
             "Nothing tells how much material there is.");
   dialog.type("out", "100:00:00");
   EXPECT_EQ(dialog.problem(), "");
+  dialog.type("length", "99999999999");
+  EXPECT_EQ(dialog.problem(), "A clip is 24 hours long at most.");
+  EXPECT_FALSE(dialog.ok().isEnabled());
   dialog.type("out", "nonsense");
   EXPECT_FALSE(dialog.ok().isEnabled());
   dialog.findChild<QComboBox*>()->setCurrentIndex(0);
