@@ -257,6 +257,7 @@ Result<std::vector<FoundStation>> listStations(const std::string& projectsDirect
 }
 
 void leaveOutReturned(std::vector<FoundStation>& stations) {
+  if (std::ranges::none_of(stations, &FoundStation::isGone)) return;
   const std::vector<FoundStation> all = stations;
   std::erase_if(stations, [&all](const FoundStation& one) {
     return one.isGone() && std::ranges::any_of(all, [&one](const FoundStation& each) {
