@@ -139,10 +139,10 @@ TEST_F(WindowTalkTest, ARefusedRoomIsAskedForAndNotTheEditOfItsName) {
     window.link().run("room enter Sound");
     ASSERT_TRUE(waitFor([&] { return window.messages().text().contains("BEN"); }));
     ASSERT_TRUE(waitFor([&] { return press(window.messages(), "Ask BEN for it"); }));
-    const JsonValue asked = told(*ben, "asked");
-    EXPECT_EQ(asked["kind"].asString(), "room") << writeJson(asked);
-    EXPECT_EQ(asked["name"].asString(), "Sound");
-    const std::string number = std::to_string(asked["number"].asLong());
+    const JsonValue ask = told(*ben, "asked");
+    EXPECT_EQ(ask["kind"].asString(), "room") << writeJson(ask);
+    EXPECT_EQ(ask["name"].asString(), "Sound");
+    const std::string number = std::to_string(ask["number"].asLong());
     EXPECT_TRUE(ben->command("answer " + number + " give")["ok"].asBool());
     EXPECT_TRUE(tells(window.answers(), "BEN gives you the room \"Sound\""))
         << window.answers().text().toStdString();
