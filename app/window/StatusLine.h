@@ -28,6 +28,9 @@ class StatusLine : public QStatusBar {
   /// What it waits for; else what is wrong; else that it is ready.
   [[nodiscard]] QString busyText() const;
 
+  /// What does not work well, in the station's words; empty where all does.
+  [[nodiscard]] const QString& trouble() const { return trouble_; }
+
  private:
   void resizeEvent(QResizeEvent* event) override;
   void changeEvent(QEvent* event) override;

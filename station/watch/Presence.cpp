@@ -260,9 +260,9 @@ std::string Presence::namesakeText(const FoundStation& other) const {
   const std::string same =
       isUser ? (isHost ? "same user and host name" : "same user name") : "same host name";
   return "Another station has the " + same + ": " + placeOf(other.note) +
-         ". Messages and owners cannot tell the two apart. End one of them, or start it with "
+         ". Messages and owners cannot tell the two apart. End one of them, or start it under "
          "another " +
-         (isUser ? "--user." : "--host.");
+         (isUser ? "user name (--user)." : "host name (--host).");
 }
 
 std::string Presence::namesake() const {

@@ -23,6 +23,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "app/window/ActionTable.h"
 #include "app/window/HistoryPane.h"
 #include "app/window/Texts.h"
 #include "app/window/WindowLayout.h"
@@ -108,6 +109,7 @@ void LanguageCheck::learn() {
     }
   }
   for (const VersionRow& row : window_.history().rows()) data << row.changes << row.user;
+  data << inWindowWords(window_.status().trouble());
   if (now->users) data += *now->users;
   if (now->panel) {
     data += now->panel->recipients + now->panel->lines;
