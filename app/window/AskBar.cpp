@@ -267,7 +267,9 @@ void AskTeller::takeAnswers(const std::vector<AskAnswer>& answers) {
   }
   // The conversation has them all.
   if (std::ssize(told_) > kMostTold) told_.erase(told_.begin(), told_.end() - kMostTold);
+  const bool isUnderTheHand = answers_.isVisible();
   showAnswers();
+  if (isUnderTheHand) answers_.holdOff();
 }
 
 /// What was answered about a thing before is outdated by a new ask or answer.

@@ -270,6 +270,8 @@ TEST_F(AskBarTest, WhatWasGivenIsOfferedToBeOpened) {
   }
   EXPECT_FALSE(press(answers, "Open Pier"));
   EXPECT_TRUE(press(answers, "Open Mole"));
+  EXPECT_TRUE(opened.isEmpty()) << "it has just taken the place of \"Open Quay\"";
+  EXPECT_TRUE(waitFor([&] { return press(answers, "Open Mole") && !opened.isEmpty(); }));
   ASSERT_EQ(opened.size(), 1);
   EXPECT_EQ(opened.front().front().value<AskAnswer>().object, "E-Mole");
   EXPECT_TRUE(answers.text().contains("Quay"));
