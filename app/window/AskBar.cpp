@@ -137,6 +137,7 @@ void AskDialog::take(const std::vector<AskRow>& asks) {
   const long number = before ? before->number : -1;
   const bool isGone = number >= 0 && number != answered_ &&
                       std::ranges::find(asks, number, &AskRow::number) == asks.end();
+  const bool isFirst = list_->topLevelItemCount() == 0;
   rows_ = asks;
   list_->clear();
   for (const AskRow& each : rows_) {
@@ -144,7 +145,10 @@ void AskDialog::take(const std::vector<AskRow>& asks) {
     list_->addTopLevelItem(item);
     if (each.number == number) list_->setCurrentItem(item);
   }
-  if (number < 0) list_->setCurrentItem(list_->topLevelItem(0));
+  // What was typed for one who took his ask back is for nobody else.
+  if (number < 0 && (isFirst || words_->text().isEmpty())) {
+    list_->setCurrentItem(list_->topLevelItem(0));
+  }
   if (isGone) gone_->show();
   enable();
 }

@@ -201,8 +201,11 @@ void PanelDock::show(const PanelState& panel) {
 
 void PanelDock::showRecipients(const PanelState& panel) {
   if (panel.recipients != state_.recipients || !state_.isOpen) {
+    const QString chosen = state_.isOpen ? recipients_->currentText() : panel.recipient;
     recipients_->clear();
     recipients_->addItems(panel.recipients);
+    // The box chooses its first entry by itself; the words would go there.
+    recipients_->setCurrentIndex(static_cast<int>(panel.recipients.indexOf(chosen)));
     showWholeNames(*recipients_);
   }
   if (panel.recipient != state_.recipient || recipients_->currentIndex() < 0 || !state_.isOpen) {

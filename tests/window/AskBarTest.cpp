@@ -225,6 +225,17 @@ TEST_F(AskBarTest, NoClickIsTakenWhereAnotherAskHasJustTakenThePlace) {
   EXPECT_EQ(lines, QStringList("answer 2 give"));
 }
 
+TEST_F(AskBarTest, WordsForOneWhoTookHisAskBackAreForNobodyElse) {
+  show({askOf(1, "BEN", "Quay"), askOf(2, "CARL", "Pier")});
+  teller.showAll();
+  dialog()->words().setText("all yours");
+  show({askOf(2, "CARL", "Pier")});
+  show({askOf(2, "CARL", "Pier"), askOf(3, "DORA", "Mole")});
+  EXPECT_EQ(dialog()->list().currentItem(), nullptr);
+  EXPECT_FALSE(button("&Give")->isEnabled());
+  EXPECT_EQ(dialog()->words().text(), "all yours");
+}
+
 TEST_F(AskBarTest, TheChosenAskStaysChosenWhateverComesAndGoes) {
   show({askOf(1, "BEN", "Quay"), askOf(2, "CARL", "Pier")});
   teller.showAll();
