@@ -17,6 +17,7 @@
 #include "station/seal/Seals.h"
 #include "tests/lab/LabTest.h"
 #include "tests/share/ProgramRun.h"
+#include "tests/support/BecomesTrue.h"
 
 using namespace korvel;
 
@@ -285,10 +286,7 @@ TEST_F(LossTest, BetweenOursAndAPlainOneWordsAreShownOnceEachAndAsksAreWords) {
     }
     return true;
   };
-  for (int tries = 0; !isAsItArrived() && tries < 60; ++tries) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-  }
-  EXPECT_TRUE(isAsItArrived());
+  EXPECT_TRUE(becomesTrue(isAsItArrived));
   int shown = 0;
   int own = 0;
   int asks = 0;

@@ -9,8 +9,9 @@ constexpr int kSlowdown = 10;
 constexpr int kSlowdown = 1;
 #endif
 
-/// So many where a test only counts or measures; in a build with a sanitizer as many as take about
-/// the same time. What more of them would show, the build without shows.
+/// So many where one thread only counts or measures; in a build with a sanitizer as many as take
+/// about the same time. What more of them would show, the build without shows. What several threads
+/// do at once is done as often in every build.
 constexpr int fewer(int count) { return count / kSlowdown; }
 
 }  // namespace korvel
