@@ -164,13 +164,12 @@ const AskRow* AskDialog::chosen() const {
 void AskDialog::answer(const QString& how) {
   const AskRow* const ask = chosen();
   if (!ask) return;
-  answeredWith_ = words_->text();
   answered_ = ask->number;
-  Q_EMIT answered(ask->number, answerLine(*ask, how, answeredWith_.trimmed()));
+  Q_EMIT answered(ask->number, answerLine(*ask, how, words_->text().trimmed()), words_->text());
 }
 
-void AskDialog::noteAnswered() {
-  if (words_->text() == answeredWith_) words_->clear();
+void AskDialog::noteAnswered(const QString& words) {
+  if (words_->text() == words) words_->clear();
 }
 
 void AskDialog::enable() {
@@ -238,15 +237,21 @@ void AskTeller::act(int which) {
   const std::vector<AskRow> asks = others();
   if (asks.size() != 1 || which == 2) return showAll();
   const QString how = which == 0 ? QStringLiteral("give") : QStringLiteral("no");
-  answerOnce(asks.front().number, answerLine(asks.front(), how, {}));
+  answerOnce(asks.front().number, answerLine(asks.front(), how, {}), {});
 }
 
 /// Of two clicks the second would answer what is answered; one that failed may be tried again.
-void AskTeller::answerOnce(long number, const QString& line) {
+void AskTeller::answerOnce(long number, const QString& line, const QString& words) {
   if (!answering_.insert(number).second) return;
-  run_(line, [self = QPointer(this), number](bool succeeded) {
-    if (self && !succeeded) self->answering_.erase(number);
-    if (self && succeeded && self->dialog_) self->dialog_->noteAnswered();
+  run_(line, [self = QPointer(this), number, words](bool succeeded) {
+    if (!self) return;
+    if (!succeeded) {
+      self->answering_.erase(number);
+      return;
+    }
+    // The dialog may have been closed meanwhile, and opened again.
+    if (self->unsent_ == words) self->unsent_.clear();
+    if (self->dialog_) self->dialog_->noteAnswered(words);
   });
 }
 

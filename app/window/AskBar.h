@@ -33,15 +33,15 @@ class AskDialog : public QDialog {
 
   void take(const std::vector<AskRow>& asks);
 
-  /// The last answer was taken: its words are no longer needed.
-  void noteAnswered();
+  /// The answer with these words was taken: they are no longer needed.
+  void noteAnswered(const QString& words);
 
   [[nodiscard]] QTreeWidget& list() const { return *list_; }
   [[nodiscard]] QLineEdit& words() const { return *words_; }
 
  Q_SIGNALS:
-  /// The line of the console that answers the ask of this number.
-  void answered(long number, const QString& line);
+  /// The line of the console that answers the ask of this number, and the words as they were typed.
+  void answered(long number, const QString& line, const QString& words);
 
  private:
   void build();
@@ -52,8 +52,7 @@ class AskDialog : public QDialog {
   QTreeWidget* list_;
   QLabel* gone_;  ///< says that the chosen ask waits no more
   QLineEdit* words_;
-  long answered_ = -1;    ///< the ask that was answered last
-  QString answeredWith_;  ///< the words of the last answer
+  long answered_ = -1;  ///< the ask that was answered last
   QPushButton* give_;
   QPushButton* keep_;
   std::vector<AskRow> rows_;
@@ -90,7 +89,7 @@ class AskTeller : public QObject {
  private:
   void showAsks();
   void act(int which);
-  void answerOnce(long number, const QString& line);
+  void answerOnce(long number, const QString& line, const QString& words);
   void showAnswers();
   bool forgetAnswers(const QString& kind, const QString& name);
   void actOnAnswer(int which);

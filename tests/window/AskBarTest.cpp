@@ -185,6 +185,23 @@ TEST_F(AskBarTest, WordsOfADialogThatWasClosedAreThereAgainUntilTheyAreSent) {
   EXPECT_EQ(dialog()->words().text(), "");
 }
 
+TEST_F(AskBarTest, WordsAreNotForTheNextThoughTheDialogWasClosedBeforeTheyWereTaken) {
+  show({askOf(7, "BEN", "Quay"), askOf(8, "CARL", "Pier")});
+  const auto giveAndClose = [this](bool succeeds) {
+    teller.showAll();
+    dialog()->words().setText("at five");
+    button("&Give")->click();
+    QTest::keyClick(dialog(), Qt::Key_Escape);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    ended(succeeds);
+    teller.showAll();
+  };
+  giveAndClose(false);
+  EXPECT_EQ(dialog()->words().text(), "at five") << "refused";
+  giveAndClose(true);
+  EXPECT_EQ(dialog()->words().text(), "");
+}
+
 TEST_F(AskBarTest, ReturnInTheWordsLosesNothing) {
   show({askOf(7, "BEN", "Quay")});
   teller.showAll();
