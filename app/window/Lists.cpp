@@ -106,6 +106,7 @@ int widthOfTimes(const QWidget& view) {
 namespace {
 
 constexpr int kLeastWidth = 24;
+constexpr int kAmpleFirst = 480;  ///< of most names nothing is cut at this width
 
 }  // namespace
 
@@ -177,12 +178,14 @@ void ColumnFit::takeWidth(int column, int width) {
   Width& own = widths_[static_cast<std::size_t>(column) - 1];
   own.wanted = width;
   own.least = std::min(own.least, width);
+  own.most = width;
 }
 
 void ColumnFit::fit() {
   isFitting_ = true;
   std::vector<int> widths = fitting();
   makeRoomForFirst(widths);
+  shareSpare(widths);
   for (std::size_t i = 0; i < widths.size(); ++i) {
     const int column = static_cast<int>(i) + 1;
     view_.setColumnHidden(column, widths[i] == 0);
@@ -232,6 +235,18 @@ void ColumnFit::makeRoomForFirst(std::vector<int>& widths) const {
   widths.front() -= std::min(cut, std::max(0, widths.front() - heading));
 }
 
+/// What the first column can do without goes to texts that would be cut.
+void ColumnFit::shareSpare(std::vector<int>& widths) const {
+  int spare = std::accumulate(widths.begin(), widths.end(), kAmpleFirst);
+  spare = view_.viewport()->width() - spare;
+  for (std::size_t i = 0; i < widths.size() && spare > 0; ++i) {
+    if (widths[i] == 0) continue;
+    const int taken = std::clamp(widths_[i].most - widths[i], 0, spare);
+    widths[i] += taken;
+    spare -= taken;
+  }
+}
+
 ArrowKeys::ArrowKeys(QAbstractItemView& view) : QObject(&view), view_(view) {
   view.installEventFilter(this);
   connect(view.selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
@@ -279,12 +294,46 @@ QString ChoiceKeeper::keyAt(int proxyRow) const {
   return model_.at(proxy_.mapToSource(proxy_.index(proxyRow, 0)).row()).key;
 }
 
+QSet<QString> ChoiceKeeper::chosenKeys() const {
+  QSet<QString> keys;
+  for (const QModelIndex& index : view_.selectionModel()->selectedRows()) {
+    keys.insert(keyAt(index.row()));
+  }
+  return keys;
+}
+
+void ChoiceKeeper::beforeRows() { before_ = chosenKeys(); }
+
+void ChoiceKeeper::afterRows() {
+  const auto isThere = [this](const QString& key) { return model_.rowOf(key) >= 0; };
+  QSet<QString> went = before_;
+  went.removeIf([&](const QString& key) { return isThere(key); });
+  const bool isOthers = !before_.isEmpty() && before_ != returned_;
+  if (isOthers && went.isEmpty()) gone_.clear();
+  gone_ += went;
+  QSet<QString> back = gone_;
+  back.removeIf([&](const QString& key) { return !isThere(key); });
+  if (back.isEmpty()) return;
+  // What went together may come back one after the other.
+  gone_ -= back;
+  for (const QString& key : back) {
+    const QModelIndex row = proxy_.mapFromSource(model_.index(model_.rowOf(key), 0));
+    if (!row.isValid()) continue;
+    view_.selectionModel()->setCurrentIndex(
+        row, QItemSelectionModel::Select | QItemSelectionModel::Rows);
+  }
+  returned_ = chosenKeys();
+}
+
+void ChoiceKeeper::startAfresh() {
+  before_.clear();
+  gone_.clear();
+  returned_.clear();
+}
+
 // By key: a reset invalidates all indexes.
 void ChoiceKeeper::remember() {
-  chosen_.clear();
-  for (const QModelIndex& index : view_.selectionModel()->selectedRows()) {
-    chosen_.insert(keyAt(index.row()));
-  }
+  chosen_ = chosenKeys();
   const QModelIndex current = view_.currentIndex();
   current_ = current.isValid() ? keyAt(current.row()) : QString();
   // The view has lost its row positions by now, but its scroll bar counts rows.

@@ -77,6 +77,7 @@ class ColumnFit : public QObject {
     int least = 0;
     int beside = 0;               ///< what the first column must have left for this one to be shown
     bool isWholeOrLeast = false;  ///< nothing between: of a text that is cut its sign says as much
+    int most = 0;                 ///< how wide it may become where the list has room to spare
   };
 
   /// `first` is what the first column has at least, `widths` are those of the second and so on; a
@@ -102,6 +103,7 @@ class ColumnFit : public QObject {
   void fit();
   [[nodiscard]] std::vector<int> fitting() const;
   void makeRoomForFirst(std::vector<int>& widths) const;
+  void shareSpare(std::vector<int>& widths) const;
   void takeWidth(int column, int width);
 
   QTreeView& view_;
@@ -129,7 +131,8 @@ class ArrowKeys : public QObject {
 class ObjectsModel;
 
 /// Keeps what is chosen in a list, and where the list stands, when so much changed at once that its
-/// model begins anew. Goes by the objects' keys.
+/// model begins anew. What was chosen as it went is chosen again once it is back, unless something
+/// else was chosen meanwhile. Goes by the objects' keys.
 class ChoiceKeeper : public QObject {
   Q_OBJECT
 
@@ -138,9 +141,17 @@ class ChoiceKeeper : public QObject {
   ChoiceKeeper(const ObjectsModel& model, QSortFilterProxyModel& proxy, QTreeView& view,
                QObject* parent);
 
+  /// To be called before and after the model takes the rows of a snapshot.
+  void beforeRows();
+  void afterRows();
+
+  /// Forgets what went: another project was entered.
+  void startAfresh();
+
  private:
   void remember();
   void restore();
+  [[nodiscard]] QSet<QString> chosenKeys() const;
   [[nodiscard]] QString keyAt(int proxyRow) const;
 
   const ObjectsModel& model_;
@@ -148,7 +159,10 @@ class ChoiceKeeper : public QObject {
   QTreeView& view_;
   QSet<QString> chosen_;
   QString current_;
-  QString top_;  ///< the first row in sight; empty at the list's beginning
+  QString top_;             ///< the first row in sight; empty at the list's beginning
+  QSet<QString> before_;    ///< chosen before the model took its rows
+  QSet<QString> gone_;      ///< went while they were chosen
+  QSet<QString> returned_;  ///< chosen since something was chosen again here
 };
 
 }  // namespace korvel

@@ -75,13 +75,13 @@ ColumnFit::Width widthOf(const QTreeView& view, Column column) {
     case Column::eLength:
       return {timecode, timecode, kNameBeside};
     case Column::eSavedBy:
-      return {96, 72, kNameBeside};
+      return {96, 72, kNameBeside, false, 160};
     case Column::eSource:
-      return {150, 90, kNameBeside};
+      return {150, 90, kNameBeside, false, 320};
     case Column::eOwner:
-      return {96, 72};
+      return {96, 72, 0, false, 160};
     default:
-      return {230, 100};
+      return {230, 100, 0, false, 420};
   }
 }
 
@@ -196,7 +196,7 @@ ObjectsPane::List ObjectsPane::makeList(ObjectKind kind) {
   view.setAccessibleName(list.model->title());
   new ArrowKeys(view);
   view.installEventFilter(this);
-  new ChoiceKeeper(*list.model, *list.proxy, view, this);
+  list.keeper = new ChoiceKeeper(*list.model, *list.proxy, view, this);
   connect(list.model, &ObjectsModel::mayWanted, this, &ObjectsPane::mayWanted);
   connect(view.selectionModel(), &QItemSelectionModel::selectionChanged, this,
           &ObjectsPane::choiceChanged);
@@ -233,9 +233,8 @@ void ObjectsPane::show(const Snapshot& snapshot) {
   if (isOther) opened_.clear();
   news_.open(project_, snapshot.user);
   for (std::size_t i = 0; i < kObjectKinds; ++i) {
-    if (isOther) lists_[i].view->selectionModel()->clear();
-    if (isOther) lists_[i].model->startAfresh();
-    lists_[i].model->setRows(snapshot.objects[i]);
+    if (isOther) lists_[i].startAfresh();
+    takeRows(lists_[i], snapshot.objects[i]);
   }
   list(ObjectKind::eEdits).model->setPeople(whereaboutsOf(snapshot.presence, project_).edits);
   keepToOpened();
@@ -243,6 +242,20 @@ void ObjectsPane::show(const Snapshot& snapshot) {
   showEmptiness();
   lacksChoice_ = lacksChoice_ || isOther;
   if (lacksChoice_) chooseFirst();
+}
+
+void ObjectsPane::List::startAfresh() const {
+  view->selectionModel()->clear();
+  model->startAfresh();
+  keeper->startAfresh();
+}
+
+void ObjectsPane::takeRows(const List& list, const Shared<ObjectRows>& rows) {
+  isChoosing_ = true;
+  list.keeper->beforeRows();
+  list.model->setRows(rows);
+  list.keeper->afterRows();
+  isChoosing_ = false;
 }
 
 // Chooses the first edit of an entered project, unless the user has chosen one before it was

@@ -96,10 +96,15 @@ class ObjectsPane : public QWidget {
     ObjectsProxy* proxy = nullptr;
     QTreeView* view = nullptr;
     ColumnFit* columns = nullptr;
+    ChoiceKeeper* keeper = nullptr;
+
+    /// Another project's rows come next.
+    void startAfresh() const;
   };
 
   [[nodiscard]] const List& list(ObjectKind kind) const;
   List makeList(ObjectKind kind);
+  void takeRows(const List& list, const Shared<ObjectRows>& rows);
   void showKind();
   void showTitles();
   void showEmptiness();

@@ -63,6 +63,56 @@ TEST(ObjectsPaneTest, WhatIsChosenStaysWhenHundredsOfRowsComeAndGoAtOnce) {
   EXPECT_EQ(view.visualRect(view.currentIndex()).topLeft(), place);
 }
 
+/// The edits of these numbers, each its name and key.
+Snapshot editsOf(const QList<int>& numbers) {
+  Snapshot snapshot = editsNamed("Edit %1", 0, 10);
+  ObjectRows rows;
+  for (const int each : numbers) rows.push_back(snapshot.objects[0]->at(std::size_t(each)));
+  snapshot.objects[0] = std::make_shared<const ObjectRows>(std::move(rows));
+  return snapshot;
+}
+
+TEST(ObjectsPaneTest, WhatWentWhileItWasChosenIsChosenAgainOnceItIsBack) {
+  const WithoutDisplay display;
+  ObjectsPane pane;
+  pane.show(editsOf({1, 2, 3}));
+  pane.choose(ObjectKind::eEdits, "E00000001");
+  QTest::keyClick(&pane.view(ObjectKind::eEdits), Qt::Key_Down, Qt::ShiftModifier);
+  ASSERT_EQ(chosenKeys(pane), QStringList({"E00000001", "E00000002"}));
+  // Each deletion and each return of several is a snapshot of its own.
+  pane.show(editsOf({2, 3}));
+  pane.show(editsOf({3}));
+  EXPECT_EQ(chosenKeys(pane), QStringList());
+  pane.show(editsOf({2, 3}));
+  EXPECT_EQ(chosenKeys(pane), QStringList("E00000002"));
+  pane.show(editsOf({1, 2, 3}));
+  EXPECT_EQ(chosenKeys(pane), QStringList({"E00000001", "E00000002"}));
+}
+
+TEST(ObjectsPaneTest, WhatIsBackIsNotChosenOnceSomethingElseIs) {
+  const WithoutDisplay display;
+  ObjectsPane pane;
+  pane.show(editsOf({1, 2, 3}));
+  pane.choose(ObjectKind::eEdits, "E00000001");
+  pane.show(editsOf({2, 3}));
+  pane.choose(ObjectKind::eEdits, "E00000003");
+  pane.show(editsOf({2, 3}));
+  pane.show(editsOf({1, 2, 3}));
+  EXPECT_EQ(chosenKeys(pane), QStringList("E00000003"));
+}
+
+TEST(ObjectsPaneTest, AnotherProjectsObjectsAreNotChosenForWhatWent) {
+  const WithoutDisplay display;
+  ObjectsPane pane;
+  pane.show(editsOf({1, 2, 3}));
+  pane.choose(ObjectKind::eEdits, "E00000001");
+  pane.show(editsOf({2, 3}));
+  Snapshot other = editsOf({0, 1});
+  other.project.cookie = QStringLiteral("P2");
+  pane.show(other);
+  EXPECT_EQ(chosenKeys(pane), QStringList("E00000000"));
+}
+
 TEST(ObjectsPaneTest, NamesStandInTheOrderOfTheirNumbers) {
   const WithoutDisplay display;
   ObjectsPane pane;
@@ -166,6 +216,27 @@ TEST(ObjectsPaneTest, WhatMattersMostIsNeverOffToTheRight) {
   EXPECT_FALSE(view.isColumnHidden(4));
   EXPECT_GE(view.columnWidth(0), 170) << "names, beside news that need not have all of the rest";
   EXPECT_TRUE(view.model()->index(0, 0).data(Qt::ToolTipRole).toString().contains("Owner: nobody"));
+}
+
+TEST(ObjectsPaneTest, WhatNamesCanDoWithoutGoesToTextsThatWouldBeCut) {
+  const WithoutDisplay display;
+  ObjectsPane pane;
+  pane.show(edits({"Quay"}));
+  pane.QWidget::show();
+  const QTreeView& view = pane.view(ObjectKind::eEdits);
+  const QAbstractItemModel& shown = *view.model();
+  int source = 0;
+  while (shown.headerData(source, Qt::Horizontal).toString() != "Source") ++source;
+  const auto widthAt = [&](int width) {
+    pane.resize(width, 300);
+    QCoreApplication::processEvents();
+    return view.columnWidth(source);
+  };
+  const int usual = widthAt(1300);
+  EXPECT_GT(usual, 0);
+  EXPECT_GE(widthAt(2300), usual + 100);
+  EXPECT_GE(view.columnWidth(0), 480);
+  EXPECT_EQ(widthAt(1300), usual);
 }
 
 TEST(ObjectsPaneTest, WhereThereAreNoNewsNamesHaveTheirRoom) {
