@@ -118,7 +118,7 @@ SaidLine saidLine(const JsonValue& said) {
           eventText(said, "ask")};
 }
 
-HappenedLine happenedLine(const JsonValue& happening) {
+HappenedLine happenedLine(const JsonValue& happening, const QString& user) {
   HappenedLine line;
   line.id = happening["id"].asLong();
   line.when = QDateTime::fromSecsSinceEpoch(happening["when"].asLong());
@@ -130,6 +130,7 @@ HappenedLine happenedLine(const JsonValue& happening) {
   for (const JsonValue& each : happening["deeds"].elements()) {
     const auto text = [&each](const char* key) { return readableText(each[key].asString()); };
     line.deeds.push_back({text("did"), text("clip"), text("path"), text("was"), text("to")});
+    line.deeds.back().isToUser = text("to") == user;
   }
   line.more = static_cast<int>(happening["more"].asLong());
   line.isUnsaved = happening["unsaved"].asBool();
@@ -147,6 +148,7 @@ QString HappenedLine::deedText(const DeedLine& deed) {
   if (is("removed")) return clip.isEmpty() ? tr("took it out") : tr("removed %1").arg(clip);
   if (is("clip renamed")) return tr("renamed %1 to %2").arg(clip, to);
   if (is("renamed")) return tr("renamed it to %1").arg(to);
+  if (is("given") && deed.isToUser) return tr("gave it to you");
   if (is("given")) return to.isEmpty() ? tr("gave it to nobody") : tr("gave it to %1").arg(to);
   if (is("saved")) return tr("saved it");
   if (is("made")) return tr("made it");
@@ -168,7 +170,7 @@ bool HappenedLine::isNamed() const {
 }
 
 void EventFeed::takeHappened(const JsonValue& event) {
-  const HappenedLine line = happenedLine(event);
+  const HappenedLine line = happenedLine(event, news_.station.user);
   bound(news_.happened);
   news_.happened.push_back(line);
   if (line.isOwn) return;

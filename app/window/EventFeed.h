@@ -47,10 +47,11 @@ struct SaidLine {
 /// One thing that somebody did to an object, as the station names it: "trimmed", "renamed".
 struct DeedLine {
   QString did;
-  QString clip;  ///< what the clip is called; empty for the whole object
-  QString path;  ///< where the clip is now
-  QString was;   ///< the name before a renaming
-  QString to;    ///< the new name, or the new owner
+  QString clip;           ///< what the clip is called; empty for the whole object
+  QString path;           ///< where the clip is now
+  QString was;            ///< the name before a renaming
+  QString to;             ///< the new name, or the new owner
+  bool isToUser = false;  ///< the new owner is this window's user
 };
 
 /// Something that somebody did in the open project.
@@ -79,8 +80,8 @@ struct HappenedLine {
   static QString deedText(const DeedLine& deed);
 };
 
-/// What happened, as the station lists it.
-HappenedLine happenedLine(const JsonValue& happening);
+/// What happened, as the station of this user lists it.
+HappenedLine happenedLine(const JsonValue& happening, const QString& user);
 
 /// The answer to an ask of this user's, or that something is free that the user waits for.
 struct AskAnswer {

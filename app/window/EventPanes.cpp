@@ -186,7 +186,9 @@ QString notificationText(const NotificationLine& line) {
     text =
         NotificationsPane::tr("%1… (%2 letters)").arg(text, QLocale().toString(line.text.size()));
   }
-  if (line.sender.isEmpty()) return text;
+  // An ask or an answer names who it is from.
+  if (line.sender.isEmpty() || (line.isAsking && text.startsWith(oneLine(line.sender))))
+    return text;
   return NotificationsPane::tr("%1: %2", "who, and the words").arg(oneLine(line.sender), text);
 }
 
@@ -239,7 +241,8 @@ void NotificationsPane::add(const std::vector<NotificationLine>& lines) {
   for (const NotificationLine& line : lines) addLine(line);
   // takeItem() hands the item over.
   while (list_->count() > kMost) delete list_->takeItem(list_->count() - 1);
-  setUnread(unread_ + static_cast<int>(lines.size()));
+  const auto words = std::ranges::count(lines, false, &NotificationLine::isAsking);
+  setUnread(unread_ + static_cast<int>(words));
 }
 
 void NotificationsPane::addLine(const NotificationLine& line) {

@@ -69,7 +69,8 @@ class LogPane : public QWidget {
 /// All notifications with their times and who wrote them, the latest first, and the whole text of
 /// the chosen one. What came counts as unread until somebody looks: brings the list to the front,
 /// moves the mouse over it or presses a key in it. A list that was left open is not looked at by
-/// itself. What is new is bold until the list is left, or what is newer comes.
+/// itself. What is new is bold until the list is left, or what is newer comes. Asks and answers are
+/// listed and not counted: their bars stand until they are dealt with.
 class NotificationsPane : public QWidget {
   Q_OBJECT
 
@@ -80,7 +81,7 @@ class NotificationsPane : public QWidget {
 
   void add(const std::vector<NotificationLine>& lines);
 
-  /// How many came since somebody looked at the list.
+  /// How many words came since somebody looked at the list.
   [[nodiscard]] int unread() const { return unread_; }
 
   /// The user brought the list to the front: nothing is unread any more.

@@ -11,6 +11,7 @@
 #include "station/Trash.h"
 #include "station/base/HostThread.h"
 #include "station/base/Json.h"
+#include "station/base/StationSettings.h"
 #include "station/base/Strings.h"
 #include "station/edit/EditActions.h"
 #include "station/edit/EditHistory.h"
@@ -417,7 +418,8 @@ void HostLink::askHappened(const Happened& then) {
     std::vector<HappenedLine> happened;
     const Happenings& happenings = with_.station.happenings();
     const JsonValue list = happenings.list({});
-    for (const JsonValue& each : list.elements()) happened.push_back(happenedLine(each));
+    const QString user = readableText(shownText(settings().user));
+    for (const JsonValue& each : list.elements()) happened.push_back(happenedLine(each, user));
     const long first = happenings.firstId();
     QMetaObject::invokeMethod(this, [then, happened, first] { then(happened, first); });
   });

@@ -7,6 +7,7 @@
 #include <QSignalSpy>
 
 #include "app/window/EventFeed.h"
+#include "station/base/Json.h"
 #include "tests/window/WindowScene.h"
 
 using namespace korvel;
@@ -49,6 +50,24 @@ TEST_F(NotificationsPaneTest, AListThatWasLeftOpenIsUnreadUntilSomebodyLooks) {
   EXPECT_FALSE(pane.list().item(1)->font().bold());
   QTest::keyClick(&pane.list(), Qt::Key_Down);
   EXPECT_EQ(pane.unread(), 0);
+}
+
+TEST_F(NotificationsPaneTest, AsksHaveABarOfTheirOwnAndNameWhoAsksOnce) {
+  NotificationLine ask = line("BEN", "BEN asks for \"Quay\"");
+  ask.isAsking = true;
+  pane.add({ask, line("BEN", "BEN asks for coffee")});
+  EXPECT_EQ(pane.unread(), 1);
+  ASSERT_EQ(pane.list().count(), 2);
+  EXPECT_TRUE(pane.list().item(1)->text().endsWith("  BEN asks for \"Quay\""));
+  EXPECT_TRUE(pane.list().item(0)->text().endsWith("  BEN: BEN asks for coffee"));
+}
+
+TEST(HappenedLineTest, WhatWasGivenToTheUserSaysSo) {
+  const auto given = parseJson(
+      R"({"by":"ANNA","what":"edit","cookie":"E1","name":"Quay","deeds":[{"did":"given","to":"BEN"}]})");
+  ASSERT_TRUE(given);
+  EXPECT_EQ(happenedLine(*given, "BEN").deedsText(), "gave it to you");
+  EXPECT_EQ(happenedLine(*given, "ANNA").deedsText(), "gave it to BEN");
 }
 
 TEST_F(NotificationsPaneTest, OfALongMessageTheListHasTheBeginningAndAReturnTheWhole) {
