@@ -12,6 +12,7 @@
 #include "station/os/FolderListing.h"
 #include "station/os/SharedFiles.h"
 #include "station/project/Names.h"
+#include "station/project/ProjectFolder.h"
 
 namespace korvel {
 
@@ -183,13 +184,10 @@ Edits::Edits() = default;
 
 Edits::~Edits() = default;
 
-Cookie Edits::cookieOfFile(const std::string& name) {
-  if (name.size() <= kEditEnding.size() || !name.ends_with(kEditEnding)) return {};
-  const Cookie cookie(name.substr(0, name.size() - kEditEnding.size()).c_str(), false);
+Cookie Edits::cookieOfFile(std::string_view name) {
+  const Cookie cookie = cookieNamedBy(name, kEditEnding);
   const bool isEdit = cookie.getType() == CookieTypeEdit || cookie.getType() == CookieTypeShot;
-  // Only the usual spelling, or two files could stand for one object.
-  const std::string_view stem(name.data(), name.size() - kEditEnding.size());
-  return isEdit && cookie.asString().view() == stem ? cookie : Cookie();
+  return isEdit ? cookie : Cookie();
 }
 
 const char* Edits::kindText(const Cookie& cookie) {

@@ -247,7 +247,7 @@ class Edits : public iProjectPart {
 
   /// The cookie that a file of the project's folder is called after; null for files of other
   /// parts.
-  static Cookie cookieOfFile(const std::string& name);
+  static Cookie cookieOfFile(std::string_view name);
 
  private:
   void enterUnread(const OpenProject& project, const std::vector<std::string>& names);

@@ -94,6 +94,12 @@ Result<FileStamp> stampOfFolder(const std::string& folder);
 /// last look at the folder, so that each of many files costs one call.
 Result<FileStamp> stampOfFile(const std::string& path);
 
+/// The same as this machine knows it: where the folder was looked at a moment ago and is as it was,
+/// nothing is asked. Every station's write puts another file in the place, which changes the
+/// folder. What a person writes into the file itself may show on NFS only once its kernel has asked
+/// for another reason, as it does when the file is opened.
+Result<FileStamp> knownStampOfFile(const std::string& path);
+
 /// The same, asked for freshly.
 Result<FileStamp> freshStampOfFile(const std::string& path);
 

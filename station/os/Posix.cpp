@@ -50,10 +50,10 @@ std::string folderOf(const std::string& path) {
 
 std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
-bool lookAt(int folder, const char* name, struct statx& status) {
+bool lookAt(int folder, const char* name, struct statx& status, int flags) {
   constexpr unsigned kAsked =
       STATX_TYPE | STATX_INO | STATX_SIZE | STATX_MTIME | STATX_CTIME | STATX_NLINK;
-  const int flags = AT_SYMLINK_NOFOLLOW | (*name == '\0' ? AT_EMPTY_PATH : 0);
+  flags |= AT_SYMLINK_NOFOLLOW | (*name == '\0' ? AT_EMPTY_PATH : 0);
   return ::statx(folder, name, flags, kAsked, &status) == 0;
 }
 

@@ -48,8 +48,9 @@ std::string nameOf(const std::string& path);
 /// What is at the name, seen from the open folder; with an empty name the open file or folder
 /// itself. A link is not followed: it may lead out of the share. Everything is asked for but the
 /// time of the last reading: NFS does not know that after a reading and would ask its server once
-/// more. False, with errno, on failure.
-bool lookAt(int folder, const char* name, struct statx& status);
+/// more. `flags` may hold AT_STATX_DONT_SYNC: what this machine knows is enough. False, with errno,
+/// on failure.
+bool lookAt(int folder, const char* name, struct statx& status, int flags = 0);
 
 /// Opens a folder so that the next look at it, and at anything in it, is true on a network file
 /// system, which otherwise answers from its cache: one entry of it is read where the opening does

@@ -104,17 +104,17 @@ Result<std::vector<Cookie>> listProjectFolders() {
   return projects;
 }
 
-bool isProjectFile(std::string_view name) {
-  if (name == kRecordFile.substr(1)) return true;
-  const std::size_t dot = name.rfind('.');
-  if (dot == std::string_view::npos || dot == 0) return false;
-  const std::string_view ending = name.substr(dot);
-  if (ending != kEditEnding && ending != kRecordEnding) return false;
+Cookie cookieNamedBy(std::string_view fileName, std::string_view ending) {
   // No cookie's text is as long; a text on the stack costs a large folder no memory.
   std::array<char, 64> stem{};
-  if (dot >= stem.size()) return false;
-  name.copy(stem.data(), dot);
-  return !Cookie(stem.data(), false).isNull();
+  if (!fileName.ends_with(ending) || fileName.size() - ending.size() >= stem.size()) return {};
+  fileName.copy(stem.data(), fileName.size() - ending.size());
+  return Cookie(stem.data(), false);
+}
+
+bool isProjectFile(std::string_view name) {
+  return name == kRecordFile.substr(1) || !cookieNamedBy(name, kEditEnding).isNull() ||
+         !cookieNamedBy(name, kRecordEnding).isNull();
 }
 
 std::string pathInNamedProject(const std::string& fileName) {
@@ -214,8 +214,8 @@ ProjectRecords::Look ProjectRecords::lookAtProject(const Cookie& project,
     const std::lock_guard lock(cacheMutex);
     return cache_.holds(name);
   };
-  // The file's own state is a question more, so it is asked only where that may spare the reading.
-  if (const auto stamp = isHeld() ? stampOfFile(path) : Error()) {
+  // The folder's answer is enough: a question more for each file would double the list's.
+  if (const auto stamp = isHeld() ? knownStampOfFile(path) : Error()) {
     const std::lock_guard lock(cacheMutex);
     if (const auto* const kept = cache_.find(name, *stamp)) {
       look.record = parseProjectRecord(project, std::string(*kept));

@@ -110,6 +110,10 @@ Result<std::vector<Cookie>> listProjectFolders();
 /// thread.
 std::string pathInNamedProject(const std::string& fileName);
 
+/// The cookie that a file of this ending is called after; null for any other name. A cookie has one
+/// spelling, so that no two files of an ending stand for one object.
+Cookie cookieNamedBy(std::string_view fileName, std::string_view ending);
+
 /// Whether a file of this name in a project's folder can belong to one of its parts, or is its
 /// record. Other programs' files are not looked at.
 bool isProjectFile(std::string_view name);

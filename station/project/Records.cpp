@@ -8,6 +8,7 @@
 #include "station/os/FolderListing.h"
 #include "station/os/ReadCache.h"
 #include "station/os/SharedFiles.h"
+#include "station/project/ProjectFolder.h"
 
 namespace korvel {
 
@@ -71,11 +72,7 @@ void takeOne(const OpenProject& project, const ListedRecord& record, Result<Stam
 
 Cookie recordCookie(std::string_view fileName, std::string_view kinds) {
   if (fileName.empty() || kinds.find(fileName.front()) == std::string_view::npos) return {};
-  if (!fileName.ends_with(kRecordEnding)) return {};
-  const std::string stem(fileName.substr(0, fileName.size() - kRecordEnding.size()));
-  Cookie cookie(stem.c_str(), false);
-  // Only the usual spelling, or two files could stand for one object.
-  return utf8Text(cookie.asString()) == stem ? cookie : Cookie();
+  return cookieNamedBy(fileName, kRecordEnding);
 }
 
 std::string recordPath(const std::string& folder, const Cookie& cookie) {

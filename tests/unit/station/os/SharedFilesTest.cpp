@@ -153,6 +153,31 @@ TEST(SharedFilesTest, AListingHoldsEveryWantedFileOnceInItsOrderWithItsState) {
   EXPECT_FALSE(listStamped(folder / "other.txt", [](std::string_view) { return true; }));
 }
 
+TEST(StampedFilesTest, NamesAreInOrderWhateverTheyBeginWith) {
+  const std::vector<std::string> ends = {
+      "",        "a",        "ab",        "b",         "\x01",      "\xc3\xa4", "~",
+      "0123456", "01234567", "012345678", "012345679", "01234567a", "Z"};
+  for (const char* beginning : {"", "E", "E0000000000000000000000000000"}) {
+    std::vector<StampedFiles::File> files;
+    std::vector<std::string> wanted;
+    for (const std::string& end : ends) {
+      wanted.push_back(beginning + end);
+      files.push_back({wanted.back(), FileStamp{1, files.size()}});
+    }
+    files.push_back(files.front());
+    const StampedFiles sorted(files);
+    std::ranges::sort(wanted);
+    std::vector<std::string> names;
+    for (const auto& [name, stamp] : sorted) names.push_back(name);
+    EXPECT_EQ(names, wanted) << beginning;
+    for (const auto& [name, stamp] : files) {
+      ASSERT_TRUE(sorted.contains(name)) << name;
+      EXPECT_EQ(*sorted.find(name), stamp) << name;
+    }
+  }
+  EXPECT_TRUE(StampedFiles({}).empty());
+}
+
 TEST(SharedFilesTest, AReaderSeesTheOldOrTheNewContentWhole) {
   const ScratchFolder folder;
   const std::string path = folder / "a";

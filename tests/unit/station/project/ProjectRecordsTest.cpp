@@ -150,4 +150,28 @@ TEST_F(ProjectRecordsTest, WhatALookDidNotFindIsMissingUntilTheNext) {
   EXPECT_TRUE(listFresh(inside + "/rooms"));
 }
 
+TEST(ProjectFolderTest, AFileIsCalledAfterACookieInItsOneSpelling) {
+  for (const char* const stem :
+       {"E0001", "E0a1b", "S123456789abcdef0123456789abcdef0", "E0001-ff00"}) {
+    const Cookie cookie = cookieNamedBy(std::string(stem) + ".otio", ".otio");
+    EXPECT_EQ(cookie.asString(), stem);
+    EXPECT_TRUE(isProjectFile(std::string(stem) + ".otio")) << stem;
+    EXPECT_TRUE(isProjectFile(std::string(stem) + ".json")) << stem;
+  }
+  const std::string longest = "E" + std::string(100, '1');
+  for (const std::string& stem :
+       {std::string(), std::string("E00001"), std::string("E0A1B"), std::string("E001"),
+        std::string(".E0001"), std::string("E0001 "), std::string("E0001.E0001"),
+        std::string("E0001-0000"), std::string("E0001-FF00"), longest}) {
+    EXPECT_TRUE(cookieNamedBy(stem + ".otio", ".otio").isNull()) << stem;
+    EXPECT_FALSE(isProjectFile(stem + ".otio")) << stem;
+  }
+  for (const char* const name :
+       {"E0001", "E0001.", "E0001.txt", "otio", ".otio", "E0001.json~", ""}) {
+    EXPECT_TRUE(cookieNamedBy(name, ".otio").isNull()) << name;
+    EXPECT_FALSE(isProjectFile(name)) << name;
+  }
+  EXPECT_TRUE(isProjectFile("project.json"));
+}
+
 }  // namespace
