@@ -158,7 +158,7 @@ TEST_P(RoundTripTest, AnotherSavesAnEdit) {
   };
   // Both with the watch's questions of the meantime. On a slow machine the history is read before
   // this program has asked whether the edit is shown.
-  const long most = isSlow() ? kUntilTold : kUntilShown;
+  const long most = Site::pace() > 1 ? kUntilTold : kUntilShown;
   run(saving, "edit rename " + edit + " Cut2");
   rest(Seconds(10));
   keeps(
