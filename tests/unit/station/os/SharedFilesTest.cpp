@@ -175,7 +175,7 @@ TEST(StampedFilesTest, NamesAreInOrderWhateverTheyBeginWith) {
       EXPECT_EQ(*sorted.find(name), stamp) << name;
     }
   }
-  EXPECT_TRUE(StampedFiles({}).empty());
+  EXPECT_TRUE(StampedFiles(std::vector<StampedFiles::File>()).empty());
 }
 
 TEST(SharedFilesTest, AReaderSeesTheOldOrTheNewContentWhole) {
