@@ -89,8 +89,9 @@ TimelineTrack trackOf(const JsonValue& json, const QString& path) {
   int index = 0;
   for (const JsonValue& child : json["children"].elements()) {
     track.items.push_back(itemOf(child, path + QString::number(index++), at));
-    at +=
-        track.items.back().kind == TimelineItem::Kind::eTransition ? 0 : track.items.back().length;
+    const bool isTransition = track.items.back().kind == TimelineItem::Kind::eTransition;
+    track.hasTransitions = track.hasTransitions || isTransition;
+    at += isTransition ? 0 : track.items.back().length;
   }
   return track;
 }

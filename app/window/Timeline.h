@@ -40,7 +40,8 @@ struct TimelineTrack {
   QString name;
   bool isAudio = false;
   std::vector<TimelineItem> items;
-  std::vector<TimelineAddition> added;
+  std::vector<TimelineAddition> added{};
+  bool hasTransitions = false;
 };
 
 /// A drawing's worth of an edit: its tracks, the lowest first. A plain value, made on the host

@@ -298,7 +298,9 @@ void TimelineView::paintItem(QPainter& painter, const TimelineTrack& track,
   if (visible.width() < kLeastTextWidth) return;
   const QString text = isGap && item.name.isEmpty() ? tr("gap") : oneLine(item.name);
   painter.setPen(isGap ? with.quiet : with.clipText);
-  const QRect inner(visible.left() + 6, rect.top(), visible.width() - 12, rect.height());
+  // Transitions lie over the lower half.
+  const int height = track.hasTransitions ? rect.height() / 2 : rect.height();
+  const QRect inner(visible.left() + 6, rect.top(), visible.width() - 12, height);
   painter.drawText(inner, Qt::AlignVCenter | Qt::AlignLeft,
                    painter.fontMetrics().elidedText(text, Qt::ElideRight, inner.width()));
 }

@@ -42,6 +42,8 @@ TEST(TimelineMakerTest, TracksAndItemsStandAsInTheFile) {
 TEST(TimelineMakerTest, ItemsFollowOneAnotherAndATransitionLiesOverTheCut) {
   const Timeline timeline = timelineOfFile("transition_test.otio");
   ASSERT_FALSE(timeline.tracks.empty());
+  EXPECT_TRUE(timeline.tracks[0].hasTransitions);
+  EXPECT_FALSE(timelineOfFile("simple_cut.otio").tracks[0].hasTransitions);
   double end = 0;
   for (const TimelineItem& item : timeline.tracks[0].items) {
     if (item.kind == TimelineItem::Kind::eTransition) {
