@@ -24,7 +24,7 @@ film() {  # FOLDER SIZE APPEARANCE
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 film "$scratch" 1280x800 light
-for picture in 2-ask-ANNA 3-give-BEN 5-trimming-BEN 5-trim-ANNA 6-save-BEN 7-history-ANNA 9-undo-BEN 11-answer-ANNA; do
+for picture in 2-ask-ANNA 3-give-BEN 5-trimming-BEN 5-trim-ANNA 6-save-BEN 7-history-ANNA 9-undo-BEN 10-write-ANNA 11-answer-ANNA; do
   cp "$scratch/$picture.png" "docs/images/film-$picture.png"
 done
 film "$scratch/small" 640x480 dark
