@@ -121,6 +121,13 @@ Descriptor openAfresh(const std::string& folder, struct statx& status) {
   return lookAt(opened.get(), "", status) ? std::move(opened) : Descriptor();
 }
 
+bool isFreshOnceOpened(const std::string& folder) {
+  const Descriptor opened(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  struct statx status {};
+  return opened.isOpen() && lookAt(opened.get(), "", status, AT_STATX_DONT_SYNC) &&
+         freshDevices().contains(opened.get(), status);
+}
+
 bool lookAfresh(const std::string& folder) {
   struct statx status {};
   return (lookedAfresh && lookedAfresh->folder_ == folder) || openAfresh(folder, status).isOpen();

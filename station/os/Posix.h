@@ -62,6 +62,10 @@ Descriptor openAfresh(const std::string& folder, struct statx& status);
 /// kind (`statfs::f_type`): on NFS, which then asks its server, and on this machine's own disks.
 bool isFreshOnceOpened(std::int64_t kind);
 
+/// The same for the file system that a folder lies on, which is asked for its kind once a minute.
+/// False also where the folder cannot be opened.
+bool isFreshOnceOpened(const std::string& folder);
+
 /// The same for a look at what is in it alone. False when the folder cannot be read.
 bool lookAfresh(const std::string& folder);
 

@@ -176,19 +176,29 @@ struct ProjectRecords::Look {
 
 ProjectRecords::ProjectRecords() : cache_(settings().cache, settings().projectsDirectory) {}
 
-Result<void> ProjectRecords::forEach(const Take& take, const std::vector<std::string_view>& asked) {
+Result<void> ProjectRecords::forEach(const Take& take, const std::vector<std::string_view>& asked,
+                                     Asked of) {
   // Before the projects are listed: a moment that has passed by the share's clock.
   const auto directory = stampOfFolder(settings().projectsDirectory);
   const auto projects = listProjectFolders();
   if (!projects) return projects.error();
+  const bool mayOpen =
+      (asked.empty() || of == Asked::eOfPrivate) && isFreshOnceOpened(settings().projectsDirectory);
   std::mutex cacheMutex;
+  const auto lookAtOne = [&](const Cookie& project) {
+    auto read = mayOpen ? opened(project, directory, cacheMutex) : std::nullopt;
+    Look look = read ? std::move(*read) : lookAtProject(project, cacheMutex);
+    const bool isAsked = of == Asked::eOfAll || !look.record || look.record->isPrivate;
+    if (asked.empty() || !isAsked) return look;
+    if (!look.folder) look.folder = stampOfFolder(projectFolder(project));
+    if (look.folder) look.missing = missingIn(projectFolder(project), asked);
+    return look;
+  };
   for (std::size_t from = 0; from < projects->size(); from += kProjectsAtOnce) {
     std::vector<Look> looks(std::min(kProjectsAtOnce, projects->size() - from));
     // Looking waits for the share and is done by several threads; `take` is the caller's.
-    inFlight(looks.size(), [&](std::size_t each) {
-      Look& look = looks[each] = lookAtProject((*projects)[from + each], cacheMutex);
-      if (look.folder) look.missing = missingIn(projectFolder(look.project), asked);
-    });
+    inFlight(looks.size(),
+             [&](std::size_t each) { looks[each] = lookAtOne((*projects)[from + each]); });
     for (const Look& look : looks) {
       if (directory) keep(look, *directory);
       std::optional<LookedAfresh> looked;
@@ -198,6 +208,28 @@ Result<void> ProjectRecords::forEach(const Take& take, const std::vector<std::st
   }
   cache_.save();
   return {};
+}
+
+bool ProjectRecords::isHeld(const Cookie& project, std::mutex& cacheMutex) const {
+  const std::lock_guard lock(cacheMutex);
+  return cache_.holds(cachedName(project));
+}
+
+/// A record that is not known here, where its file is fresh once it is opened: its folder need not
+/// be asked. One that was not at rest is, since only its folder tells how late it is by the share's
+/// clock.
+std::optional<ProjectRecords::Look> ProjectRecords::opened(const Cookie& project,
+                                                           const Result<FileStamp>& directory,
+                                                           std::mutex& cacheMutex) const {
+  if (!directory || isHeld(project, cacheMutex)) return std::nullopt;
+  auto read = readStamped(recordPath(project), kLargestList);
+  // Another file system may be mounted on the project's folder.
+  const bool isAlike = read && read->stamp.device == directory->device;
+  if (!isAlike || !isAtRest(read->stamp, directory->changed)) return std::nullopt;
+  Look look{project};
+  look.record = parseProjectRecord(project, read->bytes);
+  look.read = std::move(*read);
+  return look;
 }
 
 ProjectRecords::Look ProjectRecords::lookAtProject(const Cookie& project,
@@ -210,12 +242,8 @@ ProjectRecords::Look ProjectRecords::lookAtProject(const Cookie& project,
     look.record = readProjectRecord(project);
     return look;
   }
-  const auto isHeld = [&] {
-    const std::lock_guard lock(cacheMutex);
-    return cache_.holds(name);
-  };
   // The folder's answer is enough: a question more for each file would double the list's.
-  if (const auto stamp = isHeld() ? knownStampOfFile(path) : Error()) {
+  if (const auto stamp = isHeld(project, cacheMutex) ? knownStampOfFile(path) : Error()) {
     const std::lock_guard lock(cacheMutex);
     if (const auto* const kept = cache_.find(name, *stamp)) {
       look.record = parseProjectRecord(project, std::string(*kept));
@@ -234,10 +262,11 @@ ProjectRecords::Look ProjectRecords::lookAtProject(const Cookie& project,
 /// A file that was not at rest may have changed within the same tick of the share's clock: its
 /// stamp would not tell, and the cache would keep the old text for good.
 void ProjectRecords::keep(const Look& look, const FileStamp& directory) {
-  if (!look.record || !look.folder || look.read.bytes.empty()) return;
+  if (!look.record || look.read.bytes.empty()) return;
   const FileStamp& stamp = look.read.stamp;
-  const bool isAlike = stamp.device == directory.device && stamp.device == look.folder->device;
-  const std::int64_t moment = std::max(directory.changed, look.folder->changed);
+  const FileStamp& folder = look.folder ? *look.folder : directory;
+  const bool isAlike = stamp.device == directory.device && stamp.device == folder.device;
+  const std::int64_t moment = std::max(directory.changed, folder.changed);
   if (!isAlike || look.read.bytes.size() > kLongestKept || !isAtRest(stamp, moment)) return;
   cache_.put(cachedName(look.project), stamp, look.read.bytes);
 }

@@ -129,16 +129,24 @@ class ProjectRecords {
 
   using Take = std::function<void(const Cookie&, const Result<ProjectRecord>&)>;
 
+  /// Of which projects `take` asks for files.
+  enum class Asked { eOfAll, eOfPrivate };
+
   /// Calls `take` with each project of the projects directory, in the order of their cookies, and
-  /// with its record as it is now, or why it cannot be read. While `take` runs its project's folder
-  /// counts as looked at afresh, and what it lacks of the files that `take` asks for (`asked`) as
-  /// missing. Several projects are looked at, and read, at once. Failure: as of
+  /// with its record as it is now, or why it cannot be read. While `take` runs the folder of a
+  /// project that it asks for files (`asked`) counts as looked at afresh, and what it lacks of them
+  /// as missing. Several projects are looked at, and read, at once. Failure: as of
   /// listProjectFolders().
-  Result<void> forEach(const Take& take, const std::vector<std::string_view>& asked = {});
+  Result<void> forEach(const Take& take, const std::vector<std::string_view>& asked = {},
+                       Asked of = Asked::eOfAll);
 
  private:
   struct Look;
+  [[nodiscard]] std::optional<Look> opened(const Cookie& project,
+                                           const Result<FileStamp>& directory,
+                                           std::mutex& cacheMutex) const;
   [[nodiscard]] Look lookAtProject(const Cookie& project, std::mutex& cacheMutex) const;
+  [[nodiscard]] bool isHeld(const Cookie& project, std::mutex& cacheMutex) const;
   void keep(const Look& look, const FileStamp& directory);
 
   ReadCache cache_;

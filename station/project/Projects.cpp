@@ -203,6 +203,8 @@ ProjectInfo infoOf(const Cookie& cookie, const Result<ProjectRecord>& record) {
   } else {
     info.problem = record.error().message;
   }
+  // A shared project is locked by nobody. What cannot be read may be private.
+  if (record && !record->isPrivate) return info;
   iProjectShare* share = iProjectShare::instance();
   info.isOccupied = share && share->isProjectOccupied(cookie);
   if (!info.isOccupied) return info;
@@ -247,7 +249,7 @@ Result<std::vector<ProjectInfo>> Projects::list() const {
   const auto take = [&infos](const Cookie& cookie, const auto& record) {
     infos.push_back(infoOf(cookie, record));
   };
-  const auto read = records().forEach(take, {kProjectLock});
+  const auto read = records().forEach(take, {kProjectLock}, ProjectRecords::Asked::eOfPrivate);
   if (!read) return read.error();
   // An empty list is true only of the share itself.
   if (infos.empty()) {

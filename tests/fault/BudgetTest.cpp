@@ -178,8 +178,8 @@ TEST_F(BudgetTest, EnteringAThousandEditsAgainListsThemAndReadsNone) {
 TEST_F(BudgetTest, ListingTwoHundredProjectsAgainReadsNoRecord) {
   makeProjects(200);
   letAllComeToRest("other.txt");
-  keeps("project_list_200_first", costAtStart("project list", kAtOnce), 1830);
-  keeps("project_list_200_again", costAtStart("project list", kAtOnce), 1230);
+  keeps("project_list_200_first", costAtStart("project list", kAtOnce), 1030);
+  keeps("project_list_200_again", costAtStart("project list", kAtOnce), 1030);
   control_.count = 0;
   const ToolRun run = BackgroundTool({"locks", folder_.path()}).finish();
   EXPECT_EQ(run.status, 0) << run.err;

@@ -116,7 +116,7 @@ class RoundTripTest : public NetFsTest {
 TEST_P(RoundTripTest, ProjectsAreListed) {
   fill(makingProjects(kProjects));
   forgetAll();
-  keepsAtStart("list of 200 projects: first", "project list", 1250);
+  keepsAtStart("list of 200 projects: first", "project list", 900);
   keepsAtStart("again", "project list", 230);
   const auto locks = [this] { onFirst(std::string(KV_SHARE) + " locks " + folder()); };
   forgetAll();

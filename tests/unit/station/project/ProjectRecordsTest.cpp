@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <filesystem>
+#include <set>
 #include <thread>
 
 #include "host/os/OS.h"
@@ -115,14 +116,37 @@ TEST_F(ProjectRecordsTest, MoreThanAreReadAtOnceComeInTheirOrder) {
 // The folder is moved away while it counts as looked at: nothing of it is asked of the share.
 TEST_F(ProjectRecordsTest, MeanwhileTheFolderIsNotLookedAtAgain) {
   const std::string inside = folderOf(record());
-  ASSERT_TRUE(ProjectRecords().forEach([&](const Cookie&, const auto&) {
+  const auto take = [&](const Cookie&, const auto&) {
     fs::rename(inside, inside + "-away");
     EXPECT_TRUE(lookAfresh(inside));
     EXPECT_FALSE(lookAfresh(inside + "/rooms"));
     fs::rename(inside + "-away", inside);
-  }));
+  };
+  letAllComeToRest();
+  ASSERT_TRUE(ProjectRecords().forEach(take, {"rooms"}));
   fs::rename(inside, inside + "-away");
   EXPECT_FALSE(lookAfresh(inside));
+}
+
+// A share is asked for what is not known here alone: the folder of a shared project is not.
+TEST_F(ProjectRecordsTest, OfWhatIsNotKnownOnlyAPrivateProjectsFolderIsLookedAt) {
+  const Cookie secret = *projects.create("Secret", true);
+  letAllComeToRest();
+  std::set<Cookie> looked;
+  const auto take = [&](const Cookie& each, const Result<ProjectRecord>& record) {
+    EXPECT_TRUE(record);
+    const std::string inside = projectFolder(each);
+    fs::rename(inside, inside + "-away");
+    if (lookAfresh(inside)) looked.insert(each);
+    fs::rename(inside + "-away", inside);
+  };
+  const auto of = ProjectRecords::Asked::eOfPrivate;
+  ASSERT_TRUE(ProjectRecords().forEach(take, {"Lock"}, of));
+  EXPECT_EQ(looked, std::set<Cookie>{secret});
+  EXPECT_TRUE(isKept());
+  // Of what is known, each folder tells whether it is as it was.
+  ASSERT_TRUE(ProjectRecords().forEach(take, {"Lock"}, of));
+  EXPECT_EQ(looked, (std::set<Cookie>{project, secret}));
 }
 
 // What a lock's lister asks of a folder was asked by the look at it: nothing of it is asked again.
