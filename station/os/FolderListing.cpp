@@ -74,7 +74,7 @@ std::vector<Entry> wantedIn(const char* block, std::size_t size, WantedName isWa
 /// trip, and always takes this machine some time. Threads are started once there is work for them.
 class Stamping {
  public:
-  explicit Stamping(int folder) : folder_(folder) {}
+  explicit Stamping(int folder) : folder_(folder) { threads_.reserve(kMostInFlight); }
   Stamping(const Stamping&) = delete;
   Stamping& operator=(const Stamping&) = delete;
   ~Stamping() { finish(); }
