@@ -256,22 +256,28 @@ TEST_F(AsksTest, WhatCannotBeAskedForSaysWhy) {
 TEST_F(AsksTest, AThousandAsksAreFoldedIntoALine) {
   makeReel();
   const LoopbackSender eve(port_);
-  for (int i = 0; i < 1000; ++i) {
-    std::string id = std::to_string(i);
+  int sent = 0;
+  const auto ask = [&] {
+    std::string id = std::to_string(sent++);
     id.insert(0, 16 - id.size(), '0');
     ASSERT_TRUE(eve.send({"d", "10", "", "EVE", "ANNA",
                           "EVE asks for the edit \"x\" [ask " + id + " edit E" + id + " 0]"}));
-  }
+  };
+  const auto timesTold = [this] {
+    return std::ranges::count_if(anna_->events("log"), [](const JsonValue& log) {
+      return log["text"].asString().find("EVE asks for very much") != std::string::npos;
+    });
+  };
+  while (sent < 1000) ask();
   await(*anna_, "asked", {{"from", "EVE"}});
   settle(*anna_);
-  EXPECT_LE(run(*anna_, "asks").elements().size(), 20u);
-  const auto logs = anna_->events("log");
-  EXPECT_EQ(std::ranges::count_if(logs,
-                                  [](const JsonValue& log) {
-                                    return log["text"].asString().find("EVE asks for very much") !=
-                                           std::string::npos;
-                                  }),
-            1);
+  // On a busy machine the network may have let no more of the flood through than are shown.
+  while (timesTold() == 0 && sent < 1030) {
+    ask();
+    settle(*anna_);
+  }
+  EXPECT_EQ(timesTold(), 1);
+  EXPECT_EQ(run(*anna_, "asks").elements().size(), 20u);
 }
 
 TEST_F(AsksTest, ManyAsksForOneThingPushNoWordsAway) {
